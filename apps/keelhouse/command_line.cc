@@ -1,0 +1,91 @@
+#include "keelhouse/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <exception>
+
+#include "keelhouse/options.h"
+#include "keelhouse/socket_path.h"
+#include "keelhouse/status_command.h"
+#include "keelhouse/terminal_text.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+struct GlobalOptions {
+  std::string root;
+  std::string socket;
+  bool json = false;
+};
+
+void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
+  program.fallthrough();
+  program.require_subcommand(1);
+  program.set_version_flag("--version", "keelhouse " PADDOCK_VERSION);
+  auto* root = program.add_option("--root", options.root, "Ask the daemon of the tree below DIR");
+  root->type_name("DIR");
+  program.add_option("--socket", options.socket, "Ask the daemon that listens on PATH")
+      ->type_name("PATH")
+      ->excludes(root);
+  program.add_flag("--json", options.json, "Print raw values as JSON");
+}
+
+std::string socketOf(const CLI::App& program, const GlobalOptions& options) {
+  if (program.count("--socket") > 0) return options.socket;
+  if (program.count("--root") > 0) return socketBelow(options.root);
+  return socketBelow(rootOfExecutable(runningExecutable()));
+}
+
+int numberOf(ExitStatus status) { return static_cast<int>(status); }
+
+int fail(std::ostream& error, ExitStatus status, const std::string& text) {
+  error << "keelhouse: " << printableLines(text) << '\n';
+  return numberOf(status);
+}
+
+// --help and --version are exceptions of the parser too.
+int endParsing(const CLI::App& program, const CLI::ParseError& reason, std::ostream& out,
+               std::ostream& error) {
+  if (reason.get_exit_code() == numberOf(ExitStatus::done)) return program.exit(reason, out, error);
+  return fail(error, ExitStatus::usage,
+              std::string(reason.what()) + "\nSee keelhouse --help, and keelhouse(8).");
+}
+
+int perform(const Action& action, const Session& session, std::ostream& error) {
+  try {
+    const ExitStatus status = action(session);
+    session.out.flush();
+    if (!session.out) return fail(error, ExitStatus::failed, "standard output cannot be written");
+    return numberOf(status);
+  } catch (const Failure& failed) {
+    return fail(error, failed.status(), failed.what());
+  } catch (const std::exception& exception) {
+    return fail(error, ExitStatus::failed, exception.what());
+  }
+}
+
+}  // namespace
+
+int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::ostream& error) {
+  CLI::App program("Administers shared folders through paddockd.", "keelhouse");
+  GlobalOptions options;
+  Action action;
+  addGlobalOptions(program, options);
+  addShareCommands(program, action);
+  addRecordCommands(program, action);
+  addRawCommands(program, action);
+  program.add_subcommand("status", "What the daemon says of itself")->callback([&action] {
+    action = showStatus;
+  });
+  try {
+    // The parser takes its words from the back.
+    program.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+  } catch (const CLI::ParseError& reason) {
+    return endParsing(program, reason, out, error);
+  }
+  const DaemonClient daemon(socketOf(program, options));
+  return perform(action, {daemon, out, options.json}, error);
+}
+
+}  // namespace paddock::keelhouse

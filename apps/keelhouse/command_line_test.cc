@@ -1,0 +1,498 @@
+// Every command against a scripted daemon: what it asks, what it prints, how it ends.
+#include "keelhouse/command_line.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "support/scripted_daemon.h"
+#include "support/temporary_folder.h"
+
+namespace paddock::keelhouse {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class CommandLine : public ::testing::Test {
+ protected:
+  int run(std::vector<std::string> words) {
+    words.insert(words.begin(), {"--socket", daemon_.socketPath()});
+    return runAsIs(words);
+  }
+  int runAsIs(const std::vector<std::string>& words) {
+    std::ostringstream out;
+    std::ostringstream error;
+    const int status = runKeelhouse(words, out, error);
+    out_ = out.str();
+    error_ = error.str();
+    return status;
+  }
+
+  std::string target(std::size_t at) const { return daemon_.requests().at(at).target; }
+  std::string body(std::size_t at) const { return daemon_.requests().at(at).body; }
+  std::size_t asked() const { return daemon_.requests().size(); }
+
+  std::string makeFolder(const std::string& name) {
+    const auto folder = folder_.path(name);
+    std::filesystem::create_directory(folder);
+    return folder;
+  }
+
+  static std::string read(const std::string& sharePoint, int status = 0) {
+    return R"({"configuration":{"sharePointRecord":)" + sharePoint + R"(},"readStatus":)" +
+           std::to_string(status) + "}";
+  }
+  static std::string written(const std::string& sharePoint, int status = 0) {
+    return R"({"configuration":{"sharePointRecord":)" + sharePoint +
+           R"(},"readStatus":0,"writeStatus":)" + std::to_string(status) + "}";
+  }
+
+  TestFolder folder_;
+  testing::ScriptedDaemon daemon_{folder_.path()};
+  std::string out_;
+  std::string error_;
+};
+
+TEST_F(CommandLine, requestPrintsTheReply) {
+  daemon_.answer(R"({"state":"UNKNOWN","n":[1]})");
+  EXPECT_EQ(run({"request", "paddock_sharing", "getState"}), 0);
+  EXPECT_EQ(out_, "{\n  \"n\": [\n    1\n  ],\n  \"state\": \"UNKNOWN\"\n}\n");
+  EXPECT_EQ(error_, "");
+  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/getState");
+  EXPECT_EQ(body(0), "{}");
+}
+
+TEST_F(CommandLine, requestPrintsOneLineWithJson) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"--json", "request", "p", "o", R"({"a": {"b": 1}})"}), 0);
+  EXPECT_EQ(out_, "{\"status\":0}\n");
+  EXPECT_EQ(body(0), R"({"a": {"b": 1}})");
+}
+
+TEST_F(CommandLine, requestReportsAStatusByItsExitStatusAlone) {
+  for (const char* reply : {R"({"status":-1})", R"({"readStatus":2})", R"({"writeStatus":100076})",
+                            R"({"error":"x"})"}) {
+    daemon_.answer(reply);
+    EXPECT_EQ(run({"request", "p", "o"}), 1) << reply;
+    EXPECT_NE(out_, "");
+    EXPECT_EQ(error_, "");
+  }
+}
+
+TEST_F(CommandLine, requestRefusesWhatIsNoDictionary) {
+  for (const char* json : {"", "[1]", "{x", "{\"a\":1.5}", "5"}) {
+    EXPECT_EQ(run({"request", "p", "o", json}), 2) << json;
+    EXPECT_THAT(error_, StartsWith("keelhouse: the request is "));
+  }
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(CommandLine, requestEscapesWhatItPutsIntoTheUrl) {
+  daemon_.answer("{}");
+  EXPECT_EQ(run({"request", "a/b c", "../d"}), 0);
+  EXPECT_EQ(target(0), "POST /v1/a%2Fb%20c/..%2Fd");
+}
+
+TEST_F(CommandLine, anHttpErrorIsSaidWithItsText) {
+  daemon_.answer(R"({"error":"no plug-in\u001b[31m p"})", 404);
+  EXPECT_EQ(run({"request", "p", "o"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_EQ(error_,
+            "keelhouse: the daemon refused the request (HTTP 404): no plug-in\\x1B[31m p\n");
+  daemon_.answer("<html>", 503);
+  EXPECT_EQ(run({"command", "vsp:command", "=", "x"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("HTTP 503"));
+}
+
+TEST_F(CommandLine, aReplyThatIsNoneIsAnError) {
+  for (const char* reply : {"", "[]", "{"}) {
+    daemon_.answer(reply);
+    EXPECT_EQ(run({"request", "p", "o"}), 1) << reply;
+    EXPECT_THAT(error_, HasSubstr("the daemon's reply"));
+  }
+  daemon_.hangUp();
+  EXPECT_EQ(run({"request", "p", "o"}), 1);
+  EXPECT_EQ(error_, "keelhouse: the daemon closed the connection unanswered\n");
+}
+
+TEST_F(CommandLine, commandPrintsTheStatusLeafFirst) {
+  daemon_.answer(R"({"count":3,"status":0})");
+  EXPECT_EQ(run({"command", "vsp:command", "=", "syncSharePoints"}), 0);
+  EXPECT_EQ(out_, "vsp:status = 0\nvsp:count = 3\n");
+  EXPECT_EQ(error_, "");
+  EXPECT_EQ(target(0), "POST /v1/paddock_vsp/syncSharePoints");
+  EXPECT_EQ(body(0), "{}");
+}
+
+TEST_F(CommandLine, commandTakesWordsThatLookLikeOptionsAndCommands) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"command", "x:command", "=", "share", "x:a", "=", "-1", "x:b", "=", "--json",
+                 "x:c", "=", "--help", "x:d", "=", "list"}),
+            0);
+  EXPECT_EQ(body(0), R"({"a":-1,"b":"--json","c":"--help","d":"list"})");
+}
+
+TEST_F(CommandLine, commandWritesAStatusToStandardOutputAlone) {
+  daemon_.answer(R"({"status":5})");
+  EXPECT_EQ(run({"command", "vsp:command", "=", "syncSharePoints"}), 1);
+  EXPECT_EQ(out_, "vsp:status = 5\n");
+  EXPECT_EQ(error_, "");
+}
+
+TEST_F(CommandLine, commandSaysWhatKeptItFromAskingOnStandardError) {
+  EXPECT_EQ(run({"command"}), 2);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, StartsWith("keelhouse: "));
+  EXPECT_EQ(run({"command", "vsp:a", "=", "b"}), 2);
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(CommandLine, listPrintsATable) {
+  daemon_.answer(
+      R"({"sharePointList":[{"path":"/srv/a","name":"a","nameOverSMB":"a"}],"readStatus":0})");
+  EXPECT_EQ(run({"share", "list"}), 0);
+  EXPECT_EQ(out_, "PATH    NAME  VSP  SMB  FTP  NFS\n/srv/a  a     -    a    -    -\n");
+  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/getSharePointList");
+}
+
+TEST_F(CommandLine, listOfNothingIsSaid) {
+  daemon_.answer(R"({"readStatus":0})");
+  EXPECT_EQ(run({"share", "list"}), 0);
+  EXPECT_EQ(out_, "No folder is shared.\n");
+  daemon_.answer(R"({"readStatus":0})");
+  EXPECT_EQ(run({"share", "list", "--json"}), 0);
+  EXPECT_EQ(out_, "[]\n");
+}
+
+TEST_F(CommandLine, listReportsAStatus) {
+  daemon_.answer(R"({"readStatus":100075,"error":"CANNOT_RETRIEVE_SHARE_POINTS_ERR"})");
+  EXPECT_EQ(run({"share", "list"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("CANNOT_RETRIEVE_SHARE_POINTS_ERR (status 100075)\n"));
+}
+
+TEST_F(CommandLine, showPrintsTheProperties) {
+  daemon_.answer(read(R"({"path":"/srv/a","name":"a","isShared":true})"));
+  EXPECT_EQ(run({"share", "show", "/srv/./a/"}), 0);
+  EXPECT_EQ(out_, "path: /srv/a\nname: a\n");
+  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/readSettings");
+  EXPECT_EQ(body(0), R"({"optionalArguments":{"path":"/srv/a"}})");
+}
+
+TEST_F(CommandLine, showPrintsTheRawDictionaryWithJson) {
+  daemon_.answer(read(R"({"path":"/srv/a","isShared":true})"));
+  EXPECT_EQ(run({"share", "show", "/srv/a", "--json"}), 0);
+  EXPECT_EQ(out_, "{\n  \"isShared\": true,\n  \"path\": \"/srv/a\"\n}\n");
+}
+
+TEST_F(CommandLine, showSaysThatAFolderIsNotShared) {
+  daemon_.answer(read(R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "show", "/srv/a"}), 1);
+  EXPECT_THAT(error_, StartsWith("keelhouse: /srv/a is not shared\n"));
+}
+
+TEST_F(CommandLine, showReportsAFailedReading) {
+  daemon_.answer(read("{}", 2));
+  EXPECT_EQ(run({"share", "show", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("No such file or directory (status 2)"));
+}
+
+TEST_F(CommandLine, addSharesAFolderUnderItsName) {
+  const std::string folder = makeFolder("my files");
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(written(R"({"path":"/x","name":"my files","isShared":true})"));
+  EXPECT_EQ(run({"share", "add", folder}), 0) << error_;
+  EXPECT_EQ(out_, "path: /x\nname: my files\n");
+  EXPECT_EQ(target(1), "POST /v1/paddock_sharing/writeSettings");
+  EXPECT_EQ(body(1), R"({"configuration":{"sharePointRecord":{"isSharedOverVSP":true,)"
+                     R"("name":"my files","nameOverFTP":"my files","nameOverSMB":"my files",)"
+                     R"("nameOverVSP":"my files","path":")" +
+                         folder + R"("}},"optionalArguments":{"path":")" + folder + R"("}})");
+}
+
+TEST_F(CommandLine, addTakesEveryOption) {
+  const std::string folder = makeFolder("a");
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(written(R"({"isShared":true})"));
+  EXPECT_EQ(run({"share", "add", folder, "--name", "n", "--vsp-name", "v", "--no-vsp", "--smb-name",
+                 "s", "--no-ftp", "--nfs", "10.0.0.0/8(rw,sync)", "--nfs", "*(ro)"}),
+            0)
+      << error_;
+  EXPECT_THAT(body(1), HasSubstr(R"("sharePointRecord":{"isSharedOverVSP":false,"name":"n",)"
+                                 R"("nameOverSMB":"s","nameOverVSP":"v","nfsExportRecord":)"
+                                 R"({"clients":[{"host":"10.0.0.0/8","options":["rw","sync"]},)"
+                                 R"({"host":"*","options":["ro"]}]},"path":)"));
+}
+
+TEST_F(CommandLine, addRefusesWhatIsNoFolderUnlessForced) {
+  writeWholeFile(folder_.path("file"), "x");
+  EXPECT_EQ(run({"share", "add", folder_.path("file")}), 1);
+  EXPECT_THAT(error_, HasSubstr("file is not a folder\n"));
+  EXPECT_EQ(run({"share", "add", folder_.path("none")}), 1);
+  EXPECT_THAT(error_, HasSubstr("No such file or directory\n"));
+  EXPECT_EQ(asked(), 0U);
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(written(R"({"isShared":true})"));
+  EXPECT_EQ(run({"share", "add", "--force", folder_.path("none")}), 0) << error_;
+}
+
+TEST_F(CommandLine, addRefusesAFolderThatIsShared) {
+  daemon_.answer(read(R"({"isShared":true})"));
+  EXPECT_EQ(run({"share", "add", makeFolder("a")}), 1);
+  EXPECT_THAT(error_, HasSubstr("is shared already\nChange it with: keelhouse share set"));
+  EXPECT_EQ(asked(), 1U);
+}
+
+TEST_F(CommandLine, addReportsTheWriteStatus) {
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(written(R"({"isShared":false})", 100076));
+  EXPECT_EQ(run({"share", "add", makeFolder("a")}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("cannot be shared: CANNOT_SAVE_SHARE_POINT_ERR (status 100076)\n"));
+}
+
+TEST_F(CommandLine, addReportsAShareThatDoesNotReadBack) {
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(written(R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "add", makeFolder("a")}), 1);
+  EXPECT_THAT(error_, HasSubstr("does not read back as shared"));
+}
+
+TEST_F(CommandLine, addRefusesBadOptionsBeforeItAsks) {
+  const std::string folder = makeFolder("a");
+  const std::vector<std::vector<std::string>> cases = {
+      {},
+      {folder, folder},
+      {folder, "--smb", "--no-smb"},
+      {folder, "--smb-name", "x", "--no-smb"},
+      {folder, "--vsp-name", std::string(32, 'x')},
+      {folder, "--name", ""},
+      {folder, "--nfs", "a b"},
+      {folder, "--nfs"},
+      {folder, "--no-nfs"},
+      {folder, "--unknown"},
+      {"/srv/\xFF"},
+      {""},
+  };
+  for (auto words : cases) {
+    words.insert(words.begin(), {"share", "add"});
+    EXPECT_EQ(run(words), 2) << ::testing::PrintToString(words);
+    EXPECT_THAT(error_, StartsWith("keelhouse: "));
+  }
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(CommandLine, setSendsOnlyWhatChanges) {
+  daemon_.answer(read(R"({"path":"/srv/a","nameOverFTP":"f","isShared":true})"));
+  daemon_.answer(written(R"({"path":"/srv/a","isShared":true})"));
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--no-smb", "--ftp", "--no-nfs"}), 0) << error_;
+  EXPECT_EQ(out_, "path: /srv/a\n");
+  EXPECT_EQ(body(1), R"({"configuration":{"sharePointRecord":{"nameOverFTP":"f","nameOverSMB":"",)"
+                     R"("nfsExportRecord":{"isDeleted":true},"path":"/srv/a"}},)"
+                     R"("optionalArguments":{"path":"/srv/a"}})");
+}
+
+TEST_F(CommandLine, setRefusesAFolderThatIsNotShared) {
+  daemon_.answer(read(R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--name", "x"}), 1);
+  EXPECT_THAT(error_, HasSubstr("/srv/a is not shared\nShare it with: keelhouse share add"));
+  EXPECT_EQ(run({"share", "set", "/srv/a"}), 2);
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--nfs", "*", "--no-nfs"}), 2);
+}
+
+TEST_F(CommandLine, removeEndsSharing) {
+  daemon_.answer(read(R"({"isShared":true})"));
+  daemon_.answer(written(R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(out_, "/srv/a is no longer shared.\n");
+  EXPECT_EQ(body(1), R"({"configuration":{"sharePointRecord":{"isShared":false}},)"
+                     R"("optionalArguments":{"path":"/srv/a"}})");
+}
+
+TEST_F(CommandLine, removeSaysWhatIsNotSharedAndWhatStays) {
+  daemon_.answer(read(R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 1);
+  EXPECT_THAT(error_, StartsWith("keelhouse: /srv/a is not shared\n"));
+  daemon_.answer(read(R"({"isShared":true})"));
+  daemon_.answer(written(R"({"isShared":true})"));
+  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 1);
+  EXPECT_THAT(error_, StartsWith("keelhouse: /srv/a is still shared\n"));
+}
+
+TEST_F(CommandLine, recordListPrintsTheNames) {
+  daemon_.answer(R"({"status":0,"records":[{"dsAttrTypeStandard:RecordName":["joe","j"]},)"
+                 R"({"dsAttrTypeStandard:RecordName":["a\nb"]},{}]})");
+  EXPECT_EQ(run({"record", "list", "users"}), 0) << error_;
+  EXPECT_EQ(out_, "joe\na\\x0Ab\n-\n");
+  EXPECT_EQ(target(0), "POST /v1/paddock_directory/listRecords");
+  EXPECT_EQ(body(0), R"({"type":"dsRecTypeStandard:Users"})");
+}
+
+TEST_F(CommandLine, recordListPrintsTheRawArrayWithJson) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"--json", "record", "list", "dsRecTypeNative:x", "--node", "/System"}), 0);
+  EXPECT_EQ(out_, "[]\n");
+  EXPECT_EQ(body(0), R"({"node":"/System","type":"dsRecTypeNative:x"})");
+}
+
+TEST_F(CommandLine, recordShowPrintsEveryValue) {
+  daemon_.answer(R"({"status":0,"record":{"dsAttrTypeStandard:RecordName":["joe","j"],"a:b":[]}})");
+  EXPECT_EQ(run({"record", "show", "users", "joe"}), 0) << error_;
+  EXPECT_EQ(out_, "dsAttrTypeStandard:RecordName: joe\ndsAttrTypeStandard:RecordName: j\n");
+  EXPECT_EQ(body(0), R"({"name":"joe","type":"dsRecTypeStandard:Users"})");
+}
+
+TEST_F(CommandLine, recordShowSaysThatThereIsNone) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"record", "show", "users", "joe"}), 1);
+  EXPECT_THAT(error_, StartsWith("keelhouse: there is no joe of type dsRecTypeStandard:Users\n"));
+}
+
+TEST_F(CommandLine, recordPutSendsTheAttributes) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"record", "put", "groups", "g", "GroupMembership=a", "GroupMembership=b",
+                 "dsAttrTypeNative:x=y=z"}),
+            0)
+      << error_;
+  EXPECT_EQ(out_, "");
+  EXPECT_EQ(target(0), "POST /v1/paddock_directory/putRecord");
+  EXPECT_EQ(body(0), R"({"attributes":{"dsAttrTypeNative:x":["y=z"],)"
+                     R"("dsAttrTypeStandard:GroupMembership":["a","b"]},"name":"g",)"
+                     R"("type":"dsRecTypeStandard:Groups"})");
+}
+
+TEST_F(CommandLine, recordDeleteReportsAStatus) {
+  daemon_.answer(R"({"status":13})");
+  EXPECT_EQ(run({"record", "delete", "mounts", "m"}), 1);
+  EXPECT_THAT(error_, HasSubstr("m cannot be deleted: Permission denied (status 13)\n"));
+  EXPECT_EQ(target(0), "POST /v1/paddock_directory/deleteRecord");
+}
+
+TEST_F(CommandLine, recordRefusesBadWordsBeforeItAsks) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"record", "list"},
+           {"record", "list", "printers"},
+           {"record", "show", "users", ""},
+           {"record", "put", "users", "joe", "x"},
+           {"record", "show", "users", "\xFF"},
+           {"record", "password"},
+           {"record", "password", "joe", "--password-fd", "-2"},
+           {"record", "list", "users", "--admin-password-fd", "3"}}) {
+    EXPECT_EQ(run(words), 2) << ::testing::PrintToString(words);
+  }
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(CommandLine, statusTellsOfTheDaemonItsPluginsAndTheLocalNode) {
+  daemon_.answer(R"({"status":"ok","version":"1.2"})");
+  daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":["listRecords"]},)"
+                 R"({"name":"paddock_vsp","operations":["getState","syncSharePoints"]}]})");
+  daemon_.answer(R"({"state":"RUNNING"})");
+  daemon_.answer(R"({"status":0,"records":[]})");
+  EXPECT_EQ(run({"status"}), 0) << error_;
+  EXPECT_EQ(out_, "daemon                     ok, version 1.2, " + daemon_.socketPath() +
+                      "\nplug-in paddock_directory  1 operation\n"
+                      "plug-in paddock_vsp        2 operations, state RUNNING\n"
+                      "node /Local                reachable\n");
+  EXPECT_EQ(target(0), "GET /v1/health");
+  EXPECT_EQ(target(1), "GET /v1/plugins");
+}
+
+TEST_F(CommandLine, statusFailsWhenTheLocalNodeDoes) {
+  daemon_.answer(R"({"status":"ok"})");
+  daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
+  daemon_.answer(R"({"status":5})");
+  EXPECT_EQ(run({"status"}), 1);
+  EXPECT_THAT(out_, HasSubstr("node /Local                Input/output error (status 5)\n"));
+  daemon_.answer(R"({"status":"ok"})");
+  daemon_.answer(R"({"plugins":[]})");
+  EXPECT_EQ(run({"status", "--json"}), 1);
+  EXPECT_THAT(out_, HasSubstr("paddock_directory is not loaded"));
+}
+
+TEST_F(CommandLine, noDaemonIsExitStatusThree) {
+  const std::string socket = folder_.path("none.sock");
+  for (const std::vector<std::string>& words :
+       std::vector<std::vector<std::string>>{{"status"},
+                                             {"share", "list"},
+                                             {"record", "list", "users"},
+                                             {"request", "p", "o"},
+                                             {"command", "vsp:command=x"}}) {
+    auto all = words;
+    all.insert(all.begin(), {"--socket", socket});
+    EXPECT_EQ(runAsIs(all), 3) << ::testing::PrintToString(words);
+    EXPECT_EQ(out_, "");
+    EXPECT_THAT(error_, StartsWith("keelhouse: cannot reach the daemon at " + socket +
+                                   ": No such file or directory; is paddockd running?"));
+  }
+}
+
+TEST_F(CommandLine, aSocketThatNobodyListensOnIsExitStatusThree) {
+  std::string socket;
+  {
+    const TestFolder other;
+    const testing::ScriptedDaemon ended(other.path());
+    socket = folder_.path("left.sock");
+    std::filesystem::create_hard_link(ended.socketPath(), socket);
+  }
+  EXPECT_EQ(runAsIs({"--socket", socket, "share", "list"}), 3);
+  EXPECT_THAT(error_, HasSubstr("Connection refused"));
+}
+
+TEST_F(CommandLine, aSocketPathThatIsTooLongIsSaid) {
+  EXPECT_EQ(runAsIs({"--socket", "/" + std::string(120, 'x'), "share", "list"}), 3);
+  EXPECT_THAT(error_, HasSubstr("File name too long; a socket's path can have 107 bytes"));
+}
+
+TEST_F(CommandLine, theRootNamesTheSocket) {
+  daemon_.answer(R"({"readStatus":0})");
+  EXPECT_EQ(runAsIs({"--root", folder_.path(), "share", "list"}), 0) << error_;
+  EXPECT_EQ(runAsIs({"--root", folder_.path(), "--socket", daemon_.socketPath(), "share", "list"}),
+            2);
+}
+
+TEST_F(CommandLine, proxiesOfTheEnvironmentAreNotUsed) {
+  ::setenv("http_proxy", "http://127.0.0.1:1", 1);
+  ::setenv("ALL_PROXY", "http://127.0.0.1:1", 1);
+  daemon_.answer(R"({"readStatus":0})");
+  EXPECT_EQ(run({"share", "list"}), 0) << error_;
+  ::unsetenv("http_proxy");
+  ::unsetenv("ALL_PROXY");
+}
+
+TEST_F(CommandLine, usageErrorsAreExitStatusTwo) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {}, {"frobnicate"}, {"share"}, {"share", "frob"}, {"--frob"}, {"share", "list", "x"}}) {
+    EXPECT_EQ(runAsIs(words), 2) << ::testing::PrintToString(words);
+    EXPECT_EQ(out_, "");
+    EXPECT_THAT(error_, StartsWith("keelhouse: "));
+  }
+}
+
+TEST_F(CommandLine, helpAndVersionAreForStandardOutput) {
+  EXPECT_EQ(runAsIs({"--help"}), 0);
+  EXPECT_THAT(out_, HasSubstr("share"));
+  EXPECT_EQ(runAsIs({"--version"}), 0);
+  EXPECT_THAT(out_, StartsWith("keelhouse "));
+  EXPECT_EQ(runAsIs({"share", "add", "--help"}), 0);
+  EXPECT_THAT(out_, HasSubstr("--no-smb"));
+}
+
+TEST_F(CommandLine, aReplyOfTenThousandSharePointsIsListed) {
+  constexpr int kCount = 10000;
+  std::string reply = R"({"readStatus":0,"sharePointList":[)";
+  for (int at = 0; at < kCount; ++at) {
+    reply += (at == 0 ? "" : ",") + (R"({"path":"/srv/)" + std::to_string(at)) +
+             R"(","name":"n","isSharedOverVSP":true,"nameOverVSP":"v"})";
+  }
+  daemon_.answer(reply + "]}");
+  EXPECT_EQ(run({"share", "list"}), 0) << error_;
+  EXPECT_EQ(std::count(out_.begin(), out_.end(), '\n'), kCount + 1);
+}
+
+}  // namespace
+}  // namespace paddock::keelhouse

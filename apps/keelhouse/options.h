@@ -1,0 +1,20 @@
+// The command groups' options.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <functional>
+
+#include "keelhouse/failure.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+// What was chosen on the command line.
+using Action = std::function<ExitStatus(const Session&)>;
+
+// Each adds its commands to the program; parsing sets `action` to the chosen one.
+void addRawCommands(CLI::App& program, Action& action);
+void addShareCommands(CLI::App& program, Action& action);
+void addRecordCommands(CLI::App& program, Action& action);
+
+}  // namespace paddock::keelhouse

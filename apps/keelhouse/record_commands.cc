@@ -1,0 +1,131 @@
+#include "keelhouse/record_commands.h"
+
+#include <unistd.h>
+
+#include "base/text.h"
+#include "keelhouse/input.h"
+#include "keelhouse/record_names.h"
+#include "keelhouse/reply_status.h"
+#include "keelhouse/terminal_text.h"
+#include "wire/json.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr const char* kPlugin = "paddock_directory";
+constexpr const char* kRecordName = "dsAttrTypeStandard:RecordName";
+
+void checkName(const std::string& name) {
+  if (name.empty()) throw usageFailure("the record's name is empty");
+  if (!isValidUtf8(name)) throw usageFailure("the record's name is not UTF-8");
+}
+
+Dictionary requestOn(const NodeAccess& access) {
+  Dictionary request;
+  if (!access.node.empty()) request.set("node", access.node);
+  if (access.account.empty()) return request;
+  request.set("adminUserName", access.account);
+  request.set("adminPassword",
+              readPassword(access.passwordDescriptor, "Password of " + access.account, false));
+  return request;
+}
+
+Dictionary requestFor(const NodeAccess& access, const std::string& type, const std::string& name) {
+  checkName(name);
+  const std::string fullType = recordType(type);
+  Dictionary request = requestOn(access);
+  request.set("type", fullType);
+  request.set("name", name);
+  return request;
+}
+
+void printValues(std::ostream& out, const std::string& attribute, const Value& values) {
+  if (values.array() == nullptr) return;
+  for (const Value& value : *values.array()) {
+    out << printable(attribute) << ": ";
+    out << (value.string() != nullptr ? printable(*value.string()) : wire::writeJson(value));
+    out << '\n';
+  }
+}
+
+// The first name of a record, or nothing.
+const std::string* nameOf(const Value& record) {
+  const Dictionary* attributes = record.dictionary();
+  const Array* names = attributes != nullptr ? attributes->array(kRecordName) : nullptr;
+  return names == nullptr || names->empty() ? nullptr : names->front().string();
+}
+
+}  // namespace
+
+ExitStatus listRecords(const Session& session, const NodeAccess& access, const std::string& type) {
+  const std::string fullType = recordType(type);
+  Dictionary request = requestOn(access);
+  request.set("type", fullType);
+  const Dictionary reply = session.daemon.call(kPlugin, "listRecords", request);
+  requireStatus(reply, "status", "the records cannot be listed");
+  const Array* found = reply.array("records");
+  const Array records = found != nullptr ? *found : Array{};
+  if (session.json) {
+    session.out << wire::writeJsonPretty(records) << '\n';
+    return ExitStatus::done;
+  }
+  for (const Value& record : records) {
+    const std::string* name = nameOf(record);
+    session.out << (name != nullptr ? printable(*name) : "-") << '\n';
+  }
+  return ExitStatus::done;
+}
+
+ExitStatus showRecord(const Session& session, const NodeAccess& access, const std::string& type,
+                      const std::string& name) {
+  const Dictionary reply =
+      session.daemon.call(kPlugin, "getRecord", requestFor(access, type, name));
+  requireStatus(reply, "status", name + " cannot be read");
+  const Dictionary* record = reply.dictionary("record");
+  if (record == nullptr) {
+    throw failure("there is no " + name + " of type " + recordType(type) +
+                  "\nSee what there is: keelhouse record list TYPE");
+  }
+  if (session.json) {
+    session.out << wire::writeJsonPretty(*record) << '\n';
+    return ExitStatus::done;
+  }
+  for (const auto& entry : *record) printValues(session.out, entry.key, entry.value);
+  return ExitStatus::done;
+}
+
+ExitStatus putRecord(const Session& session, const NodeAccess& access, const std::string& type,
+                     const std::string& name, const std::vector<std::string>& attributes) {
+  Dictionary parsed = parseAttributes(attributes);
+  Dictionary request = requestFor(access, type, name);
+  request.set("attributes", std::move(parsed));
+  requireStatus(session.daemon.call(kPlugin, "putRecord", request), "status",
+                name + " cannot be written");
+  return ExitStatus::done;
+}
+
+ExitStatus deleteRecord(const Session& session, const NodeAccess& access, const std::string& type,
+                        const std::string& name) {
+  requireStatus(session.daemon.call(kPlugin, "deleteRecord", requestFor(access, type, name)),
+                "status", name + " cannot be deleted");
+  return ExitStatus::done;
+}
+
+ExitStatus setPassword(const Session& session, const NodeAccess& access, const std::string& name,
+                       int passwordDescriptor) {
+  checkName(name);
+  const bool bothFromInput = !access.account.empty() && access.passwordDescriptor < 0 &&
+                             passwordDescriptor < 0 && ::isatty(STDIN_FILENO) != 1;
+  if (bothFromInput) {
+    throw usageFailure("standard input has one password: use --admin-password-fd too");
+  }
+  Dictionary request = requestOn(access);
+  request.set("name", name);
+  request.set("password", readPassword(passwordDescriptor, "New password of " + name, true));
+  requireStatus(session.daemon.call(kPlugin, "setPassword", request), "status",
+                "the password of " + name + " cannot be set");
+  return ExitStatus::done;
+}
+
+}  // namespace paddock::keelhouse

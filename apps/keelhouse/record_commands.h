@@ -1,0 +1,31 @@
+// `keelhouse record`: directory records, by way of the plug-in paddock_directory.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "keelhouse/failure.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+// Which node, and who asks it. Without an account the daemon's own rights hold.
+struct NodeAccess {
+  std::string node;             // empty: "/Local"
+  std::string account;          // empty: none
+  int passwordDescriptor = -1;  // of the account; -1: asked for
+};
+
+ExitStatus listRecords(const Session& session, const NodeAccess& access, const std::string& type);
+ExitStatus showRecord(const Session& session, const NodeAccess& access, const std::string& type,
+                      const std::string& name);
+// `attributes` are ATTRIBUTE=VALUE words.
+ExitStatus putRecord(const Session& session, const NodeAccess& access, const std::string& type,
+                     const std::string& name, const std::vector<std::string>& attributes);
+ExitStatus deleteRecord(const Session& session, const NodeAccess& access, const std::string& type,
+                        const std::string& name);
+// `passwordDescriptor` holds the new password; -1: it is asked for.
+ExitStatus setPassword(const Session& session, const NodeAccess& access, const std::string& name,
+                       int passwordDescriptor);
+
+}  // namespace paddock::keelhouse

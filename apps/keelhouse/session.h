@@ -1,0 +1,16 @@
+// What a command works with.
+#pragma once
+
+#include <ostream>
+
+#include "keelhouse/daemon_client.h"
+
+namespace paddock::keelhouse {
+
+struct Session {
+  const DaemonClient& daemon;
+  std::ostream& out;
+  bool json = false;  // raw values instead of text for people
+};
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,92 @@
+#include "keelhouse/share_view.h"
+
+#include <vector>
+
+#include "keelhouse/nfs_client.h"
+#include "keelhouse/terminal_text.h"
+#include "wire/json.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+// The order in which a person looks for them; others follow in the order of their names.
+constexpr std::string_view kOrder[] = {"path",           "name",        "isSharedOverVSP",
+                                       "nameOverVSP",    "nameOverSMB", "nameOverFTP",
+                                       "nfsExportRecord"};
+
+bool isOrdered(std::string_view key) {
+  for (const auto ordered : kOrder) {
+    if (ordered == key) return true;
+  }
+  return false;
+}
+
+std::string cell(const std::string* text) {
+  return text == nullptr || text->empty() ? "-" : printable(*text);
+}
+
+std::string vspCell(const Dictionary& sharePoint) {
+  if (!sharePoint.boolean("isSharedOverVSP").value_or(false)) return "-";
+  return cell(sharePoint.string("nameOverVSP"));
+}
+
+// "host(options) host", or the line itself where it could not be taken apart. Empty without export.
+std::string exportText(const Dictionary* record) {
+  if (record == nullptr) return {};
+  if (const std::string* line = record->string("line")) return *line;
+  std::string text;
+  if (const Array* clients = record->array("clients")) {
+    for (const Value& client : *clients) {
+      if (client.dictionary() == nullptr) continue;
+      text += (text.empty() ? "" : " ") + formatNfsClient(*client.dictionary());
+    }
+  }
+  return text.empty() ? "exported" : text;
+}
+
+std::vector<std::string> tableRow(const Dictionary& sharePoint) {
+  const std::string exported = exportText(sharePoint.dictionary("nfsExportRecord"));
+  return {cell(sharePoint.string("path")),
+          cell(sharePoint.string("name")),
+          vspCell(sharePoint),
+          cell(sharePoint.string("nameOverSMB")),
+          cell(sharePoint.string("nameOverFTP")),
+          cell(&exported)};
+}
+
+std::string propertyText(std::string_view key, const Value& value) {
+  if (key == "nfsExportRecord") return printable(exportText(value.dictionary()));
+  if (const std::string* text = value.string()) return printable(*text);
+  if (const bool* boolean = value.boolean()) return *boolean ? "yes" : "no";
+  return wire::writeJson(value);
+}
+
+void appendProperty(std::string& lines, std::string_view key, const Value* value) {
+  if (value == nullptr) return;
+  lines += printable(key) + ": " + propertyText(key, *value) + "\n";
+}
+
+}  // namespace
+
+std::string formatShareTable(const Array& sharePoints) {
+  std::vector<std::vector<std::string>> rows{{"PATH", "NAME", "VSP", "SMB", "FTP", "NFS"}};
+  for (const Value& sharePoint : sharePoints) {
+    if (sharePoint.dictionary() != nullptr) rows.push_back(tableRow(*sharePoint.dictionary()));
+  }
+  return formatTable(rows);
+}
+
+std::string formatSharePoint(const Dictionary& sharePoint) {
+  std::string lines;
+  for (const auto key : kOrder) appendProperty(lines, key, sharePoint.find(key));
+  for (const auto& entry : sharePoint) {
+    // Whoever sees the others knows it.
+    if (entry.key != "isShared" && !isOrdered(entry.key)) {
+      appendProperty(lines, entry.key, &entry.value);
+    }
+  }
+  return lines;
+}
+
+}  // namespace paddock::keelhouse

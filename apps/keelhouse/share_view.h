@@ -1,0 +1,17 @@
+// Share points for people.
+#pragma once
+
+#include <string>
+
+#include "base/value.h"
+
+namespace paddock::keelhouse {
+
+// A table of share points: path, name, the name over each protocol ("-" where it is not published)
+// and the NFS clients.
+std::string formatShareTable(const Array& sharePoints);
+
+// One share point, a line "property: value" for each property that it has.
+std::string formatSharePoint(const Dictionary& sharePoint);
+
+}  // namespace paddock::keelhouse

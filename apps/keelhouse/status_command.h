@@ -1,0 +1,13 @@
+// `keelhouse status`.
+#pragma once
+
+#include "keelhouse/failure.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+// Prints how the daemon is, its plug-ins (with the state of those that tell one) and whether the
+// local directory node answers. `failed` when something of this did not answer.
+ExitStatus showStatus(const Session& session);
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,168 @@
+"""The measures: each returns rows of the report."""
+
+import os
+import time
+
+import daemon
+from processes import CannotMeasure, median, run
+from report import Row, mebibytes, milliseconds, ratio_row
+from server import exports_text
+
+SIZES = (1_000, 10_000, 100_000)
+SHARES = 10_000
+
+LISTING_TARGET = 1 / 20
+GROWTH_TARGET = 2  # how much dearer a share point is among ten times as many; were it looked up
+# by walking the others, it would be 10
+EXPORTS_TARGET = 1 / 5
+CHANGE_TARGET = 1
+MEMORY_TARGET = 64 * 1024  # KiB
+FLAT_TARGET = 1024  # KiB: less is the kernel's way of counting pages
+SETTLING = 0.2  # seconds: the reply is read before the daemon has let go of it
+
+
+def list_shares(requests, expected):
+    """Lists all share points, each with its export; the nanoseconds that it took."""
+    reply, took = requests.ask("getSharePointList", {})
+    # Looking at each time costs more than what is measured; the number of them is enough.
+    exported = reply.count(b'"nfsExportRecord"')
+    if exported != expected:
+        listed = len(daemon.require_status(reply, "readStatus").get("sharePointList", []))
+        raise CannotMeasure(f"getSharePointList lists {listed} share points, {exported} of them "
+                            f"exported, and not {expected}")
+    return took
+
+
+def listing(bench):
+    """Listing all share points, and all registry shares."""
+    folders = bench.server.use(SHARES)
+    bench.fill_samba(folders)
+    ours, theirs = [], []
+    with bench.server.daemon() as running, running.requests() as requests:
+        for _ in range(3):
+            list_shares(requests, SHARES)
+        for _ in range(3):
+            theirs.append(bench.samba.time_of_list(SHARES))
+            ours += [list_shares(requests, SHARES) for _ in range(10)]
+    return [ratio_row(f"getSharePointList : net conf list, {SHARES:,} shares", median(ours),
+                      median(theirs), LISTING_TARGET, "<= 1/20",
+                      {"ours": ours, "theirs": theirs})]
+
+
+def growth(bench):
+    """How the time of a listing grows with the number of share points."""
+    rows = []
+    each = {}
+    for size in SIZES:
+        bench.server.use(size)
+        with bench.server.daemon() as running, running.requests() as requests:
+            for _ in range(2):
+                list_shares(requests, size)
+            samples = [list_shares(requests, size) for _ in range(max(5, 30_000 // size))]
+        each[size] = min(samples) / size  # what else runs on the machine only adds
+        rows.append(Row(f"getSharePointList, {size:,} shares", milliseconds(min(samples)),
+                        value=each[size], value_text=f"{each[size] / 1000:.2f} us/share",
+                        samples={"ours": samples}))
+    factor = max(each[many] / each[few] for few, many in zip(SIZES, SIZES[1:]))
+    rows.append(Row("    a share among ten times as many", "", value=factor,
+                    value_text=f"{factor:.3g}", target=GROWTH_TARGET,
+                    target_text=f"<= {GROWTH_TARGET} (linear)",
+                    samples={"nanosecondsPerShare": each}))
+    return rows
+
+
+def exports(bench):
+    """Reading and writing the exports file, and the NFS server's own reading of it."""
+    folders = bench.server.folders(SHARES)
+    changed = folders[0]
+    file = os.path.join(bench.work, "exports")
+    with open(file, "w", encoding="utf-8") as text:
+        text.write(exports_text(folders))
+    program = os.path.join(bench.programs, "bench_exports")
+    ours = {"all": [], "readFile": [], "change": [], "writeFile": []}
+    theirs = []
+    bench.nfs_server(file).time_of_export_all(SHARES)
+    for _ in range(5):
+        theirs.append(bench.nfs_server(file).time_of_export_all(SHARES))
+        for line in run([program, file, changed, "10"]).splitlines()[1:]:
+            times = list(map(int, line.split()))
+            for step, took in zip(ours, [sum(times)] + times):
+                ours[step].append(took)
+    rows = [ratio_row(f"readFile and writeFile : exportfs -ra, {SHARES:,} lines",
+                      median(ours["all"]), median(theirs), EXPORTS_TARGET, "<= 1/5",
+                      {**ours, "theirs": theirs})]
+    names = {"readFile": "readFile", "change": "changing one line", "writeFile": "writeFile"}
+    return rows + [Row(f"    {name}", milliseconds(median(ours[step])))
+                   for step, name in names.items()]
+
+
+def change(bench):
+    """Sharing one folder and taking it out again."""
+    bench.fill_samba(bench.server.use(SHARES))
+    rows = change_rows(bench, f"among {SHARES:,} shares", *change_samples(bench, bench.samba))
+    bench.server.use(0)
+    return rows + change_rows(bench, "alone", *change_samples(bench, bench.empty_samba))
+
+
+def change_samples(bench, samba):
+    folder = os.path.join(bench.work, "changed")
+    os.makedirs(folder, exist_ok=True)
+    ours = {"add": [], "remove": []}
+    theirs = {"add": [], "remove": []}
+    keelhouse = {"add": [], "remove": []}
+    with bench.server.daemon() as running, running.requests() as requests:
+        for _ in range(2):
+            daemon.share(requests, folder)
+            daemon.unshare(requests, folder)
+        for _ in range(15):
+            ours["add"].append(daemon.share(requests, folder))
+            theirs["add"].append(samba.time_of_add("changed", folder))
+            ours["remove"].append(daemon.unshare(requests, folder))
+            theirs["remove"].append(samba.time_of_remove("changed"))
+            for action in keelhouse:
+                keelhouse[action].append(bench.time_of_keelhouse("share", action, folder))
+    return ours, theirs, keelhouse
+
+
+def change_rows(bench, where, ours, theirs, keelhouse):
+    rows = []
+    for action, net in (("add", "addshare"), ("remove", "delshare")):
+        samples = {"ours": ours[action], "theirs": theirs[action], "keelhouse": keelhouse[action]}
+        rows.append(ratio_row(f"share {action} : net conf {net}, {where}", median(ours[action]),
+                              median(theirs[action]), CHANGE_TARGET, samples=samples))
+        rows.append(ratio_row(f"    by keelhouse share {action}", median(keelhouse[action]),
+                              median(theirs[action])))
+    return rows
+
+
+def memory(bench):
+    """What the daemon holds after many listings."""
+    bench.server.use(SHARES)
+    resident = {}
+    with bench.server.daemon() as running, running.requests() as requests:
+        resident[0] = running.memory()
+        for number in range(1, 101):
+            list_shares(requests, SHARES)
+            if number % 10 == 0:
+                time.sleep(SETTLING)
+                resident[number] = running.memory()
+        peak = running.memory("VmHWM")
+    grown = max(abs(resident[number] - resident[10]) for number in resident if number > 10)
+    samples = {"residentKiB": resident, "peakKiB": peak}
+    return [Row(f"VmRSS after 100 listings of {SHARES:,}", mebibytes(resident[100]),
+                value=resident[100], target=MEMORY_TARGET, target_text="<= 64 MiB",
+                samples=samples),
+            Row("    away from VmRSS after the 10th", mebibytes(grown), value=grown,
+                target=FLAT_TARGET, target_text="<= 1 MiB (flat)"),
+            Row("    at its start", mebibytes(resident[0])),
+            Row("    at its highest (VmHWM)", mebibytes(peak))]
+
+
+def sizes_for(wanted):
+    """How many share points the wanted measures need at a time."""
+    sizes = set(SIZES) if "growth" in wanted else {SHARES}
+    return sizes | ({0} if "change" in wanted else set())
+
+
+ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
+       "change": change}

@@ -1,0 +1,96 @@
+# Who may know whom. A layer is a folder; the list behind it names the layers that its code may
+# include and link. Configuring fails on an edge that is not here, and the test
+# "layering" reads every #include against this same table. There is no allow-list.
+#
+#   layer | folder | may use
+
+set(PADDOCK_LAYERS
+  "base            | src/base             |"
+  "api             | include/paddock      | base"
+  "platform        | src/platform         | base"
+  "exports         | src/exports          | platform api base"
+  "privileges      | src/privileges       | platform api base"
+  "volumes         | src/volumes          | platform api base"
+  "store           | src/store            | exports privileges volumes platform api base"
+  "handler         | src/handler          | store exports privileges volumes platform api base"
+  "wire            | src/wire             | base"
+  "hostlib         | src/hostlib          | api base"
+  "platform_linux  | src/platform/linux   | platform base"
+  "platform_host   | src/platform/host    | hostlib platform api base"
+  "platform_testing| src/platform/testing | platform base"
+  "module          | src/module           | handler store exports privileges volumes platform_linux platform_host hostlib platform api base"
+  "daemon          | src/daemon           | wire hostlib api base"
+  "plugins         | plugins              | hostlib platform_linux platform_host platform api base"
+  "apps_paddockd   | apps/paddockd        | daemon base"
+  "apps_keelhouse  | apps/keelhouse       | wire base"
+)
+
+# Layers whose code includes the standard library, POSIX and this project, nothing else.
+set(PADDOCK_PLAIN_LAYERS base api platform exports privileges volumes store handler)
+
+foreach(row IN LISTS PADDOCK_LAYERS)
+  string(REPLACE "|" ";" fields "${row}")
+  list(GET fields 0 layer)
+  list(GET fields 1 folder)
+  list(GET fields 2 uses)
+  string(STRIP "${layer}" layer)
+  string(STRIP "${folder}" folder)
+  string(STRIP "${uses}" uses)
+  string(REPLACE " " ";" uses "${uses}")
+  set(PADDOCK_FOLDER_${layer} "${folder}")
+  set(PADDOCK_MAY_USE_${layer} "${uses}")
+endforeach()
+
+# Fails unless `layer` may use each of the layers behind it.
+function(paddock_check_edges layer)
+  foreach(used IN LISTS ARGN)
+    if(NOT used IN_LIST PADDOCK_MAY_USE_${layer})
+      message(FATAL_ERROR "layer ${layer} may not use ${used} (cmake/layers.cmake)")
+    endif()
+  endforeach()
+endfunction()
+
+# paddock_layer(LAYER [SHARED] [USES layers...] [LIBRARIES third-party targets...])
+# makes the library paddock_LAYER of every .cc of the current folder but the tests and main.cc.
+function(paddock_layer layer)
+  cmake_parse_arguments(arg "SHARED" "" "USES;LIBRARIES" ${ARGN})
+  paddock_check_edges(${layer} ${arg_USES})
+  file(GLOB arg_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  list(FILTER arg_SOURCES EXCLUDE REGEX "(_test|/main)\\.cc$")
+  if(arg_SHARED)
+    add_library(paddock_${layer} SHARED ${arg_SOURCES})
+  else()
+    add_library(paddock_${layer} STATIC ${arg_SOURCES})
+  endif()
+  target_include_directories(paddock_${layer} PUBLIC ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(paddock_${layer} PUBLIC paddock_flags)
+  foreach(used IN LISTS arg_USES)
+    if(TARGET paddock_${used})
+      target_link_libraries(paddock_${layer} PUBLIC paddock_${used})
+    elseif(NOT used STREQUAL "api")
+      message(FATAL_ERROR "layer ${layer} uses ${used}, which has no library")
+    endif()
+  endforeach()
+  target_link_libraries(paddock_${layer} PRIVATE ${arg_LIBRARIES})
+endfunction()
+
+# paddock_test(NAME [SOURCES ...] LINKS targets... [TIMEOUT s] [ENVIRONMENT ...]) makes a GoogleTest
+# program of the sources (every *_test.cc of the current folder when none are named), whose tests
+# run under ctest as NAME/SUITE.TEST. Tests may use any layer.
+function(paddock_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LINKS;ENVIRONMENT" ${ARGN})
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  if(NOT arg_SOURCES)
+    file(GLOB arg_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cc)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE ${arg_LINKS} paddock_flags GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}/" NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${arg_ENVIRONMENT}")
+endfunction()

@@ -1,0 +1,34 @@
+// Runs an external program and waits for it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace paddock {
+
+struct ProgramResult {
+  // 0 when the program ran (whatever its exit status), otherwise the errno of starting it,
+  // or ETIMEDOUT when it had to be ended because it took too long.
+  int status = 0;
+  int exitStatus = 0;       // exit status, or 128 + the signal that ended it; see wait(2)
+  std::string output;       // standard output; at most kProgramOutputLimit bytes, the rest dropped
+  std::string errorOutput;  // standard error, the same
+};
+
+inline constexpr std::size_t kProgramOutputLimit = 16U << 20U;
+inline constexpr int kProgramTimeLimitSeconds = 60;
+
+// Starts the executable at the absolute path `path`, taken below the host's root, with
+// `arguments` (argv[0], which is the path, not among them), standard input empty, both output
+// streams captured, no other descriptor open, in a process group of its own, and waits for it to
+// end. What it wrote to standard error and an exit status other than 0 go to the log, since
+// callers drop them. Never throws for a program's sake.
+ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments);
+
+// Whether the process belongs to a program that `runProgram` is waiting for, itself or a child
+// of it in the same process group. The daemon keeps capacity for the requests of such a process.
+bool isRunningProgram(pid_t process);
+
+}  // namespace paddock

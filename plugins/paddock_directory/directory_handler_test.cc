@@ -1,0 +1,347 @@
+#include "paddock_directory/directory_handler.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "paddock/host.h"
+#include "paddock/sys_logger.h"
+#include "paddock_directory/record_operations.h"
+#include "platform/directory_schema.h"
+#include "platform/linux/case_fold.h"
+#include "platform/testing/fault_plan.h"
+#include "platform/testing/faulty_directory.h"
+#include "platform/testing/in_memory_directory.h"
+
+namespace paddock {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr const char* kShares = "dsRecTypeStandard:SharePoints";
+constexpr const char* kAdmins = "paddock-test-admins";
+
+// A host below a folder of its own, with its configuration and without plug-ins.
+class TestHost final : public Host {
+ public:
+  TestHost() {
+    std::string name = (std::filesystem::temp_directory_path() / "paddock.XXXXXX").string();
+    root_ = ::mkdtemp(name.data());
+    installHost(this);
+    installLogSink([this](int, const std::string& line) { log_ += line + "\n"; });
+  }
+  TestHost(const TestHost&) = delete;
+  TestHost& operator=(const TestHost&) = delete;
+  ~TestHost() override {
+    installLogSink(standardErrorSink());
+    installHost(nullptr);
+    std::filesystem::remove_all(root_);
+  }
+
+  const std::string& root() const override { return root_; }
+  const Dictionary& configuration() const override { return configuration_; }
+  Dictionary deliverCommand(const std::string&, const Dictionary&) override { return {}; }
+  const std::string& log() const { return log_; }
+
+ private:
+  std::string root_;
+  std::string log_;
+  Dictionary configuration_{{"access", Dictionary{{"admin_group", kAdmins}}}};
+};
+
+class DirectoryHandlerTest : public ::testing::Test {
+ protected:
+  Dictionary call(const char* operation, const Dictionary& request) {
+    Dictionary reply = handler_.performOperation(operation, request);
+    EXPECT_NE(reply.find("status")->integer(), nullptr);
+    const auto status = *reply.integer("status");
+    if (status == 0)
+      EXPECT_FALSE(reply.contains("error"));
+    else
+      EXPECT_EQ(*reply.string("error"), std::strerror(static_cast<int>(status)));
+    return reply;
+  }
+  std::int64_t statusOf(const char* operation, const Dictionary& request) {
+    return *call(operation, request).integer("status");
+  }
+  void put(const std::string& type, const std::string& name, const Dictionary& attributes = {}) {
+    ASSERT_EQ(statusOf("putRecord", {{"type", type}, {"name", name}, {"attributes", attributes}}),
+              0);
+  }
+  std::optional<Dictionary> record(const std::string& name, const std::string& type = kShares) {
+    const Dictionary reply = call("getRecord", {{"type", type}, {"name", name}});
+    EXPECT_EQ(*reply.integer("status"), 0);
+    const Dictionary* found = reply.dictionary("record");
+    return found == nullptr ? std::nullopt : std::optional(*found);
+  }
+  std::string databasePath() const { return host_.root() + "/var/lib/paddock/directory.sqlite"; }
+
+  // Users anna, who is an administrator, and bert, who is not.
+  void addUsers() {
+    for (const char* name : {"anna", "bert"}) {
+      put(schema::kUsers, name);
+      ASSERT_EQ(statusOf("setPassword", {{"name", name}, {"password", std::string(name) + "'s"}}),
+                0);
+    }
+    put(schema::kGroups, kAdmins, {{schema::kGroupMembership, Array{"anna"}}});
+  }
+  static Dictionary as(const std::string& user, const std::string& password, Dictionary request) {
+    request.set("adminUserName", user);
+    request.set("adminPassword", password);
+    return request;
+  }
+
+  TestHost host_;
+  DirectoryRequestHandler handler_;
+};
+
+TEST_F(DirectoryHandlerTest, OnlyWhatReadsMayBeViewed) {
+  std::vector<std::string> reading;
+  std::vector<std::string> changing;
+  for (const auto& operation : handler_.operations())
+    (operation.changes ? changing : reading).push_back(operation.name);
+  EXPECT_THAT(reading, ElementsAre("listRecords", "getRecord"));
+  EXPECT_THAT(changing, ElementsAre("putRecord", "deleteRecord", "setPassword"));
+}
+
+TEST_F(DirectoryHandlerTest, AnUnknownOperationIsAnInvalidArgument) {
+  EXPECT_THROW(handler_.performOperation("dropRecords", {}), std::invalid_argument);
+}
+
+TEST_F(DirectoryHandlerTest, TheDatabaseStandsBelowTheHostsRoot) {
+  put(kShares, "Docs");
+  EXPECT_TRUE(std::filesystem::exists(databasePath()));
+}
+
+TEST_F(DirectoryHandlerTest, RecordsAreCreatedReadAndListed) {
+  put(kShares, "Docs", {{"a", Array{"1", "2"}}, {"b", "3"}});
+  const Dictionary expected{{schema::kRecordName, Array{"Docs"}},
+                            {schema::kRecordType, Array{kShares}},
+                            {"a", Array{"1", "2"}},
+                            {"b", Array{"3"}}};
+  EXPECT_EQ(record("docs"), expected);
+  put(kShares, "Bare");
+  put("dsRecTypeStandard:Mounts", "Mount");
+  const Dictionary reply = call("listRecords", {{"type", kShares}});
+  ASSERT_EQ(reply.array("records")->size(), 2U);
+  EXPECT_EQ((*reply.array("records"))[0], Value(expected));
+  EXPECT_EQ((*call("listRecords", {{"type", "no such type"}}).array("records")), Array{});
+}
+
+TEST_F(DirectoryHandlerTest, PuttingReplacesTheNamedAttributesOnly) {
+  put(kShares, "Docs", {{"a", "1"}, {"b", "2"}});
+  put(kShares, "DOCS", {{"b", Array{"3", "4"}}});
+  EXPECT_EQ(*record("Docs")->array("a"), Array{"1"});
+  EXPECT_EQ(*record("Docs")->array("b"), (Array{"3", "4"}));
+  EXPECT_EQ(statusOf("putRecord", {{"type", kShares}, {"name", "Docs"}}), 0);
+  EXPECT_EQ(record("Docs")->size(), 4U);
+}
+
+TEST_F(DirectoryHandlerTest, WhatWasReadCanBePutBack) {
+  put(kShares, "Docs", {{"a", Array{"1", "2"}}});
+  const auto before = record("Docs");
+  put(kShares, "Docs", *before);
+  EXPECT_EQ(record("Docs"), before);
+}
+
+TEST_F(DirectoryHandlerTest, PuttingMayRename) {
+  put(kShares, "Docs", {{schema::kRecordName, "Papers"}});
+  EXPECT_EQ(record("Docs"), std::nullopt);
+  EXPECT_NE(record("Papers"), std::nullopt);
+  put(kShares, "Other");
+  EXPECT_EQ(statusOf("putRecord", {{"type", kShares},
+                                   {"name", "Other"},
+                                   {"attributes", Dictionary{{schema::kRecordName, "PAPERS"}}}}),
+            EEXIST);
+}
+
+TEST_F(DirectoryHandlerTest, AMissingRecordIsNoErrorInReadingAndDeleting) {
+  EXPECT_EQ(record("Docs"), std::nullopt);
+  EXPECT_EQ(statusOf("deleteRecord", {{"type", kShares}, {"name", "Docs"}}), 0);
+}
+
+TEST_F(DirectoryHandlerTest, DeletingRemovesTheRecord) {
+  put(kShares, "Docs");
+  EXPECT_EQ(statusOf("deleteRecord", {{"type", kShares}, {"name", "DOCS"}}), 0);
+  EXPECT_EQ(record("Docs"), std::nullopt);
+}
+
+TEST_F(DirectoryHandlerTest, ANameThatMeansAllElsewhereIsANameHere) {
+  put(kShares, "Docs");
+  EXPECT_EQ(record(kRecordsAll), std::nullopt);
+}
+
+TEST_F(DirectoryHandlerTest, ATypeAndANameAreNeeded) {
+  for (const char* operation : {"getRecord", "putRecord", "deleteRecord"}) {
+    EXPECT_EQ(statusOf(operation, {}), EINVAL);
+    EXPECT_EQ(statusOf(operation, {{"type", kShares}}), EINVAL);
+    EXPECT_EQ(statusOf(operation, {{"name", "Docs"}}), EINVAL);
+    EXPECT_EQ(statusOf(operation, {{"type", kShares}, {"name", ""}}), EINVAL);
+    EXPECT_EQ(statusOf(operation, {{"type", ""}, {"name", "Docs"}}), EINVAL);
+    EXPECT_EQ(statusOf(operation, {{"type", kShares}, {"name", 7}}), EINVAL);
+  }
+  EXPECT_EQ(statusOf("listRecords", {}), EINVAL);
+  EXPECT_EQ(statusOf("setPassword", {{"password", "x"}}), EINVAL);
+}
+
+TEST_F(DirectoryHandlerTest, AttributesThatCannotBeSetCreateNothing) {
+  for (const Value& wrong :
+       {Value(7), Value("text"), Value(Array{}), Value(Dictionary{{"a", 7}}),
+        Value(Dictionary{{"a", Array{}}}), Value(Dictionary{{"a", Array{"x", true}}}),
+        Value(Dictionary{{"", "x"}}), Value(Dictionary{{schema::kRecordName, ""}}),
+        Value(Dictionary{{"a", "1"}, {schema::kRecordType, "another"}})}) {
+    EXPECT_EQ(statusOf("putRecord", {{"type", kShares}, {"name", "Docs"}, {"attributes", wrong}}),
+              EINVAL);
+    EXPECT_EQ(record("Docs"), std::nullopt);
+  }
+}
+
+TEST_F(DirectoryHandlerTest, ANodeIsNamedByItsPath) {
+  EXPECT_EQ(statusOf("listRecords", {{"node", "/LDAP/nowhere"}, {"type", kShares}}), ENOENT);
+  const Dictionary root =
+      call("getRecord", {{"node", "/System"}, {"type", schema::kUsers}, {"name", "root"}});
+  EXPECT_EQ(*root.dictionary("record")->array(schema::kUniqueID), Array{"0"});
+  EXPECT_EQ(statusOf("putRecord", {{"node", "/System"}, {"type", kShares}, {"name", "Docs"}}),
+            EACCES);
+  EXPECT_EQ(
+      statusOf("deleteRecord", {{"node", "/System"}, {"type", schema::kUsers}, {"name", "root"}}),
+      EACCES);
+}
+
+TEST_F(DirectoryHandlerTest, AnAdministratorsPasswordIsCheckedFirst) {
+  addUsers();
+  const Dictionary docs{{"type", kShares}, {"name", "Docs"}};
+  for (const auto& [user, password] : {std::pair{"anna", "wrong"}, std::pair{"anna", ""},
+                                       std::pair{"", "x"}, std::pair{"nobody here", "x"}}) {
+    EXPECT_EQ(statusOf("putRecord", as(user, password, docs)), EACCES);
+    EXPECT_EQ(statusOf("getRecord", as(user, password, docs)), EACCES);
+    EXPECT_FALSE(call("listRecords", as(user, password, docs)).contains("records"));
+  }
+  EXPECT_EQ(record("Docs"), std::nullopt);
+  EXPECT_EQ(statusOf("putRecord", as("anna", "anna's", docs)), 0);
+  EXPECT_NE(record("Docs"), std::nullopt);
+}
+
+TEST_F(DirectoryHandlerTest, AUserWhoIsNoAdministratorReadsOnly) {
+  addUsers();
+  put(kShares, "Docs");
+  const Dictionary docs{
+      {"type", kShares}, {"name", "Docs"}, {"attributes", Dictionary{{"a", "1"}}}};
+  EXPECT_TRUE(call("getRecord", as("bert", "bert's", docs)).contains("record"));
+  EXPECT_EQ(statusOf("putRecord", as("bert", "bert's", docs)), EACCES);
+  EXPECT_EQ(statusOf("deleteRecord", as("bert", "bert's", docs)), EACCES);
+  EXPECT_EQ(
+      statusOf("setPassword", as("bert", "bert's", {{"name", "anna"}, {"password", "stolen"}})),
+      EACCES);
+  EXPECT_EQ(record("Docs")->size(), 2U);
+}
+
+TEST_F(DirectoryHandlerTest, PasswordsAreForUsersOfTheLocalNode) {
+  put(kShares, "Docs");
+  EXPECT_EQ(statusOf("setPassword", {{"name", "Docs"}, {"password", "x"}}), ENOENT);
+  EXPECT_EQ(statusOf("setPassword", {{"name", "root"}, {"password", "x"}}), ENOENT);
+  EXPECT_EQ(statusOf("setPassword", {{"node", "/System"}, {"name", "root"}, {"password", "x"}}),
+            EACCES);
+  put(schema::kUsers, "anna");
+  EXPECT_EQ(statusOf("setPassword", {{"name", "anna"}, {"password", ""}}), EINVAL);
+  EXPECT_EQ(statusOf("setPassword", {{"name", "anna"}}), EINVAL);
+  EXPECT_EQ(statusOf("setPassword", {{"name", "anna"}, {"password", std::string(600, 'x')}}),
+            EINVAL);
+}
+
+TEST_F(DirectoryHandlerTest, APasswordIsNeitherLoggedNorStoredInClear) {
+  put(schema::kUsers, "anna");
+  ASSERT_EQ(statusOf("setPassword", {{"name", "anna"}, {"password", "opensesame"}}), 0);
+  EXPECT_EQ(statusOf("getRecord",
+                     as("anna", "opensesame2", {{"type", schema::kUsers}, {"name", "anna"}})),
+            EACCES);
+  std::ifstream file(databasePath(), std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_EQ(bytes.find("opensesame"), std::string::npos);
+  EXPECT_EQ(record("anna", schema::kUsers)->size(), 2U);
+  EXPECT_EQ(host_.log().find("opensesame"), std::string::npos);
+}
+
+TEST_F(DirectoryHandlerTest, ADamagedDatabaseIsAStatusAndALineInTheLog) {
+  put(kShares, "Docs");
+  std::ofstream(databasePath(), std::ios::trunc) << std::string(8192, 'x');
+  EXPECT_EQ(statusOf("listRecords", {{"type", kShares}}), EIO);
+  EXPECT_EQ(statusOf("putRecord", {{"type", kShares}, {"name", "Docs"}}), EIO);
+  EXPECT_THAT(host_.log(), HasSubstr(databasePath()));
+  std::filesystem::remove(databasePath());
+  EXPECT_EQ(statusOf("putRecord", {{"type", kShares}, {"name", "Docs"}}), 0);
+}
+
+// Whichever call of the directory fails: the status comes out, a new record is whole or not there,
+// and an old one is as it was or as it was to become.
+TEST_F(DirectoryHandlerTest, EveryFailureOfTheDirectoryIsAStatusAndLeavesWholeRecords) {
+  const Dictionary attributes{{"a", "new"}, {"b", "new"}};
+  const Dictionary request{{"type", kShares}, {"name", "Docs"}, {"attributes", attributes}};
+  for (const bool old : {false, true}) {
+    std::size_t failures = 0;
+    for (std::size_t n = 1;; ++n) {
+      InMemoryDirectory directory(caseFold);
+      if (old) directory.addRecord("/Local", kShares, "Docs", {{"a", "old"}});
+      FaultPlan plan(n);
+      FaultyDirectory faulty(directory, plan);
+      const Dictionary reply = records::put(faulty, request);
+      EXPECT_EQ(*reply.integer("status"), plan.fired() ? EIO : 0) << plan.failedCall();
+      const auto record = directory.openLocal()->localNode()->findRecord("Docs", kShares);
+      const bool made = record && record->getAttributeFirstValue("a") == "new" &&
+                        record->getAttributeFirstValue("b") == "new";
+      const bool untouched = old ? record && record->getAttributeFirstValue("a") == "old" &&
+                                       !record->getAttributeFirstValue("b")
+                                 : record == nullptr;
+      EXPECT_EQ(made, !plan.fired()) << plan.failedCall();
+      EXPECT_TRUE(made || untouched) << plan.failedCall();
+      EXPECT_EQ(directory.openSessions(), 0);
+      if (!plan.fired()) break;
+      ++failures;
+    }
+    EXPECT_GE(failures, 4U);
+  }
+}
+
+TEST_F(DirectoryHandlerTest, EveryOtherOperationTurnsFailuresIntoAStatusToo) {
+  const Dictionary request{{"type", schema::kUsers}, {"name", "anna"}};
+  for (const auto operation : {records::list, records::get, records::remove}) {
+    for (std::size_t n = 1;; ++n) {
+      InMemoryDirectory directory(caseFold);
+      directory.addRecord("/Local", schema::kUsers, "anna");
+      FaultPlan plan(n);
+      plan.setError(n % 2 == 0 ? std::optional<Status>(ETIMEDOUT) : std::nullopt);
+      FaultyDirectory faulty(directory, plan);
+      const Dictionary reply = operation(faulty, request);
+      if (!plan.fired()) {
+        EXPECT_EQ(*reply.integer("status"), 0);
+        break;
+      }
+      EXPECT_EQ(*reply.integer("status"), n % 2 == 0 ? ETIMEDOUT : EIO) << plan.failedCall();
+      EXPECT_TRUE(reply.contains("error"));
+      EXPECT_NE(directory.openLocal()->localNode()->findRecord("anna", schema::kUsers), nullptr);
+    }
+  }
+}
+
+TEST_F(DirectoryHandlerTest, TheSameNewRecordFromSeveralThreadsIsCreatedOnce) {
+  std::vector<std::thread> threads;
+  threads.reserve(8);
+  for (int i = 0; i < 8; ++i)
+    threads.emplace_back([&, i] {
+      const std::string attribute = "from " + std::to_string(i);
+      EXPECT_EQ(statusOf("putRecord", {{"type", kShares},
+                                       {"name", "Docs"},
+                                       {"attributes", Dictionary{{attribute, "1"}}}}),
+                0);
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(record("Docs")->size(), 10U);
+}
+
+}  // namespace
+}  // namespace paddock

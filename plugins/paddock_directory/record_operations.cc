@@ -1,0 +1,160 @@
+#include "paddock_directory/record_operations.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+
+#include "base/status.h"
+#include "paddock/sys_logger.h"
+#include "platform/directory_values.h"
+#include "platform/linux/local_node.h"
+#include "platform/search_node.h"
+
+namespace paddock::records {
+
+namespace {
+
+// Statuses that are an answer; others are a trouble that the administrator should find in the log.
+constexpr std::array kAnswers = {ENOENT, EACCES, EINVAL, EEXIST};
+
+const std::string& required(const Dictionary& request, const char* key) {
+  const std::string* text = request.string(key);
+  if (text == nullptr || text->empty())
+    throw DirectoryError(EINVAL, std::string(key) + " is missing");
+  return *text;
+}
+
+Dictionary attributesOf(const Dictionary& request) {
+  const Value* value = request.find("attributes");
+  if (value == nullptr) return {};
+  const Dictionary* attributes = value->dictionary();
+  if (attributes == nullptr) throw DirectoryError(EINVAL, "attributes is no dictionary");
+  attributeChanges(*attributes);  // throws when they cannot be set
+  return *attributes;
+}
+
+std::shared_ptr<DirectoryNode> nodeOf(DirectoryService& directory, const Dictionary& request) {
+  const std::string* path = request.string("node");
+  return directory.openLocal()->findNode(path == nullptr ? kLocalNodePath : *path);
+}
+
+// Throws EACCES when the request names an administrator who cannot authenticate.
+void authenticate(DirectoryNode& node, const Dictionary& request) {
+  const std::string* name = request.string("adminUserName");
+  if (name == nullptr) return;
+  const std::string* password = request.string("adminPassword");
+  const Status status =
+      node.authenticateName(*name, password == nullptr ? std::string() : *password, false);
+  if (status != 0) throw DirectoryError(status, "the administrator cannot be authenticated");
+}
+
+std::shared_ptr<DirectoryNode> authenticatedNode(DirectoryService& directory,
+                                                 const Dictionary& request) {
+  auto node = nodeOf(directory, request);
+  authenticate(*node, request);
+  return node;
+}
+
+void logTrouble(const DirectoryError& error) {
+  logMessage(3, std::string("paddock_directory: ") + error.what());
+}
+
+Dictionary failed(const DirectoryError& error) {
+  Status status = error.status().value_or(EIO);
+  if (status == 0) status = EIO;
+  if (std::find(kAnswers.begin(), kAnswers.end(), status) == kAnswers.end()) logTrouble(error);
+  return {{"status", status}, {"error", sharing_error_string(status)}};
+}
+
+// The reply of work(): a dictionary of results, or what was thrown.
+template <typename Work>
+Dictionary replyOf(Work&& work) {
+  try {
+    Dictionary reply = work();
+    reply.set("status", kSuccess);
+    return reply;
+  } catch (const DirectoryError& error) {
+    return failed(error);
+  }
+}
+
+// Takes back what a failed creation made; its own failure must not hide the first.
+void removeQuietly(DirectoryRecord& record) {
+  try {
+    record.removeRecord();
+  } catch (const DirectoryError& error) {
+    logTrouble(error);
+  }
+}
+
+void create(DirectoryNode& node, const std::string& name, const std::string& type,
+            const Dictionary& attributes) {
+  const auto record = node.newRecord(name, type);
+  try {
+    record->setAttributesAndValues(attributes);
+  } catch (const DirectoryError&) {
+    removeQuietly(*record);
+    throw;
+  }
+}
+
+}  // namespace
+
+Dictionary list(DirectoryService& directory, const Dictionary& request) {
+  return replyOf([&]() -> Dictionary {
+    const std::string& type = required(request, "type");
+    return {{"records", authenticatedNode(directory, request)
+                            ->findRecordNames(kRecordsAll, {kAttributesAll}, type,
+                                              MatchType::caseInsensitiveExact)}};
+  });
+}
+
+Dictionary get(DirectoryService& directory, const Dictionary& request) {
+  return replyOf([&]() -> Dictionary {
+    const std::string& type = required(request, "type");
+    const std::string& name = required(request, "name");
+    const auto record = authenticatedNode(directory, request)->findRecord(name, type);
+    if (!record) return {};
+    return {{"record", record->getAllAttributesAndValues()}};
+  });
+}
+
+Dictionary put(DirectoryService& directory, const Dictionary& request) {
+  return replyOf([&]() -> Dictionary {
+    const std::string& type = required(request, "type");
+    const std::string& name = required(request, "name");
+    const Dictionary attributes = attributesOf(request);
+    const auto node = authenticatedNode(directory, request);
+    const auto record = node->findRecord(name, type);
+    if (record)
+      record->setAttributesAndValues(attributes);
+    else
+      create(*node, name, type, attributes);
+    return {};
+  });
+}
+
+Dictionary remove(DirectoryService& directory, const Dictionary& request) {
+  return replyOf([&]() -> Dictionary {
+    const std::string& type = required(request, "type");
+    const std::string& name = required(request, "name");
+    const auto record = authenticatedNode(directory, request)->findRecord(name, type);
+    if (record) record->removeRecord();
+    return {};
+  });
+}
+
+Dictionary setPassword(DirectoryService& directory, const Dictionary& request) {
+  return replyOf([&]() -> Dictionary {
+    const std::string& name = required(request, "name");
+    const std::string& password = required(request, "password");
+    const auto node = authenticatedNode(directory, request);
+    const auto local = std::dynamic_pointer_cast<LocalDirectoryNode>(node);
+    if (!local) throw DirectoryError(EACCES, node->path() + " keeps no passwords here");
+    local->setPassword(name, password);
+    return {};
+  });
+}
+
+}  // namespace paddock::records

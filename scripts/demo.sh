@@ -1,0 +1,229 @@
+# shellcheck shell=bash disable=SC2016
+# (The command lines that are shown are in single quotes, and expand when they run.)
+# ./paddock demo: the main job on a real folder, with every effect shown and checked.
+: "${project:?}"
+
+record_query="SELECT attributes.name, vals.value
+  FROM records JOIN vals ON vals.record = records.id JOIN attributes ON attributes.id = vals.attribute
+  WHERE records.type = 'dsRecTypeStandard:SharePoints' ORDER BY records.id, position, ordinal"
+
+demo_heading() { printf '\n\n--- %s\n' "$*"; }
+
+demo_fail() {
+  printf '\npaddock: demo: %s\n' "$*" >&2
+  if [ -s "${work:-}/daemon.log" ]; then
+    printf 'The log of the daemon:\n' >&2
+    cat -- "$work/daemon.log" >&2
+  fi
+  exit 1
+}
+
+# step COMMAND-LINE: shows the line, runs exactly it, shows and keeps its output and status.
+step() {
+  printf '\n$ %s\n' "$1"
+  status=0
+  output=$(eval "$1" 2>&1 </dev/null) || status=$?
+  [ -z "$output" ] || printf '%s\n' "$output"
+}
+
+# What the last step must have brought.
+expect_status() { [ "$status" -eq "$1" ] || demo_fail "that command ended with status $status, not $1"; }
+expect_text() { [[ $output == *"$1"* ]] || demo_fail "there is no \"$1\" in that output"; }
+expect_no_text() { [[ $output != *"$1"* ]] || demo_fail "there is still \"$1\" in that output"; }
+
+start_daemon() {
+  "$T/usr/sbin/paddockd" --root "$T" >>"$work/daemon.log" 2>&1 </dev/null &
+  daemon=$!
+  local tries=0
+  until "$T/usr/sbin/keelhouse" status >/dev/null 2>&1; do
+    kill -0 "$daemon" 2>/dev/null || demo_fail "the daemon ended"
+    tries=$((tries + 1))
+    [ "$tries" -lt 100 ] || demo_fail "the daemon does not answer"
+    sleep 0.1
+  done
+}
+
+stop_daemon() {
+  local ended=0
+  kill -TERM "$daemon"
+  wait "$daemon" || ended=$?
+  daemon=
+  [ "$ended" -eq 0 ] || demo_fail "the daemon ended with status $ended"
+}
+
+demo_cleanup() {
+  if [ -n "${daemon:-}" ]; then
+    kill -TERM "$daemon" 2>/dev/null || true
+    wait "$daemon" || true
+  fi
+  [ -z "${work:-}" ] || rm -rf -- "$work"
+}
+
+# An NFS server's view of the tree's exports file, in a mount namespace that ends with the command.
+as_nfs_server() {
+  unshare --mount --propagation private bash -c '
+    mount --bind "$1/etc/exports" /etc/exports && mount -t tmpfs tmpfs /var/lib/nfs && shift && "$@"
+  ' bash "$T" "$@"
+}
+
+has_nfs_tools() {
+  [ "$(id -u)" -eq 0 ] && command -v exportfs >/dev/null && [ -e /etc/exports ] && unshare --mount true 2>/dev/null
+}
+
+# As a user who is in no group of ours.
+as_nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
+
+demo_set_up() {
+  umask 022
+  work=$(mktemp -d "${TMPDIR:-/tmp}/paddock-demo.XXXXXX")
+  trap demo_cleanup EXIT
+  trap 'exit 130' INT TERM
+  chmod 755 "$work"
+  T=$work/system F="$work/Summer photos"
+  mkdir -p "$T/etc" "$F"
+  echo "a picture" >"$F/beach.txt"
+  printf '# written by hand\n/usr/share  192.0.2.7(ro,no_subtree_check)\n' >"$T/etc/exports"
+  install_tree "$T"
+  PATH=$T/usr/sbin:$PATH
+  export T F
+}
+
+demo_start() {
+  demo_heading "A system of its own"
+  printf 'T=%s   a tree with the daemon and its files; nothing outside it is touched\n' "$T"
+  printf 'F="%s"   a real folder\n' "$F"
+  printf '\n$ paddockd --root $T &\n'
+  start_daemon
+  step 'keelhouse status'
+  expect_status 0
+  expect_text "paddock_sharing"
+}
+
+demo_share() {
+  demo_heading "Share the folder, with an NFS export"
+  step 'keelhouse share add "$F" --nfs "192.0.2.0/24(rw,no_subtree_check)"'
+  expect_status 0
+  step 'keelhouse share list'
+  expect_status 0
+  expect_text "Summer photos"
+  expect_text "192.0.2.0/24"
+  step 'keelhouse share show "$F"'
+  expect_status 0
+  expect_text "192.0.2.0/24"
+}
+
+demo_where_it_went() {
+  demo_heading "Its record in the directory, a real SQLite database"
+  step 'keelhouse record show sharepoints "Summer photos"'
+  expect_status 0
+  expect_text "$F"
+  step 'sqlite3 -readonly $T/var/lib/paddock/directory.sqlite "'"$record_query"'"'
+  expect_status 0
+  expect_text "$F"
+
+  demo_heading "Its line in the exports file, above what was written by hand"
+  step 'cat $T/etc/exports'
+  expect_text "Summer\\040photos"
+  expect_text "192.0.2.0/24(rw,no_subtree_check)"
+  expect_text "/usr/share  192.0.2.7(ro,no_subtree_check)"
+}
+
+demo_nfs_server() {
+  demo_heading "What an NFS server reads there"
+  if ! has_nfs_tools; then
+    printf '(left out: it takes root and the package nfs-kernel-server, whose exportfs reads the file)\n'
+    return
+  fi
+  step 'as_nfs_server sh -c "exportfs -ra && exportfs -s"'
+  expect_text "Summer\\040photos  192.0.2.0/24("
+}
+
+demo_curl() {
+  demo_heading "Read it back over the socket, as any program can"
+  step 'curl -sS --unix-socket $T/run/paddock/paddockd.sock -d "{\"optionalArguments\": {\"path\": \"$F\"}}" http://paddock/v1/paddock_sharing/readSettings'
+  expect_status 0
+  expect_text '"nfsExportRecord"'
+}
+
+demo_change() {
+  demo_heading "Change it: read-only over NFS, another name over SMB"
+  step 'keelhouse share set "$F" --smb-name Photos --nfs "192.0.2.0/24(ro,no_subtree_check)"'
+  expect_status 0
+  step 'keelhouse share show "$F"'
+  expect_text "Photos"
+  step 'grep Summer $T/etc/exports'
+  expect_text "(ro,no_subtree_check)"
+  expect_no_text "rw"
+}
+
+demo_refuse() {
+  demo_heading "Somebody without rights is refused, and both are in the audit log"
+  if [ "$(id -u)" -eq 0 ]; then
+    step 'as_nobody keelhouse request paddock_sharing writeSettings "{\"path\": \"$F\"}"'
+    expect_status 1
+  else
+    printf '(the refusal is left out: it takes root to become somebody else)\n'
+  fi
+  step 'cat $T/var/log/paddock/audit.jsonl'
+  expect_text '"operation":"writeSettings"'
+  [ "$(id -u)" -ne 0 ] || expect_text '"refused":true'
+}
+
+demo_restart() {
+  demo_heading "The daemon ends and starts again: the share is still there"
+  printf '\n$ kill -TERM %s\n' "$daemon"
+  stop_daemon
+  printf '(it ended with status 0)\n\n$ paddockd --root $T &\n'
+  start_daemon
+  step 'keelhouse share list'
+  expect_text "Summer photos"
+}
+
+demo_unshare() {
+  demo_heading "Unshare it: record and line are gone, the folder stays"
+  step 'keelhouse share remove "$F"'
+  expect_status 0
+  step 'keelhouse share list'
+  expect_status 0
+  expect_no_text "Summer photos"
+  step 'sqlite3 -readonly $T/var/lib/paddock/directory.sqlite "'"$record_query"'"'
+  expect_status 0
+  expect_no_text "Summer photos"
+  step 'cat $T/etc/exports'
+  expect_status 0
+  expect_no_text "Summer"
+  expect_text "/usr/share  192.0.2.7(ro,no_subtree_check)"
+  step 'ls "$F"'
+  expect_text "beach.txt"
+}
+
+demo_finish() {
+  demo_heading "Clean up"
+  local pid=$daemon
+  stop_daemon
+  rm -rf -- "$work"
+  if kill -0 "$pid" 2>/dev/null || [ -e "$work" ]; then demo_fail "something is left"; fi
+  printf 'Nothing is left: process %s has ended with status 0, and %s is removed.\n' "$pid" "$work"
+  work=
+}
+
+command_demo() {
+  [ $# -eq 0 ] || usage_error "demo takes no arguments"
+  need_packages build demo
+  # shellcheck source=scripts/install.sh
+  . "$project/scripts/install.sh"
+  build release
+  local work='' daemon='' status=0 output='' T='' F='' began=$SECONDS
+  demo_set_up
+  demo_start
+  demo_share
+  demo_where_it_went
+  demo_nfs_server
+  demo_curl
+  demo_change
+  demo_refuse
+  demo_restart
+  demo_unshare
+  demo_finish
+  say "every effect was there; the demo took $((SECONDS - began)) s"
+}

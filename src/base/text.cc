@@ -1,0 +1,108 @@
+#include "base/text.h"
+
+#include <charconv>
+#include <cstring>
+
+namespace paddock {
+
+namespace {
+
+struct LeadByte {
+  std::size_t continuationBytes;
+  unsigned char secondLow;
+  unsigned char secondHigh;
+};
+
+// The well-formed byte sequences of RFC 3629, section 4, by their first byte.
+std::optional<LeadByte> classifyLead(unsigned char lead) {
+  if (lead < 0x80) return LeadByte{0, 0, 0};
+  if (lead < 0xC2) return std::nullopt;
+  if (lead < 0xE0) return LeadByte{1, 0x80, 0xBF};
+  if (lead == 0xE0) return LeadByte{2, 0xA0, 0xBF};
+  if (lead == 0xED) return LeadByte{2, 0x80, 0x9F};
+  if (lead < 0xF0) return LeadByte{2, 0x80, 0xBF};
+  if (lead == 0xF0) return LeadByte{3, 0x90, 0xBF};
+  if (lead < 0xF4) return LeadByte{3, 0x80, 0xBF};
+  if (lead == 0xF4) return LeadByte{3, 0x80, 0x8F};
+  return std::nullopt;
+}
+
+// How many bytes at the front are ASCII, counted in whole words: up to seven more may follow.
+std::size_t asciiPrefix(std::string_view text) {
+  std::size_t size = 0;
+  std::uint64_t word = 0;
+  while (text.size() - size >= sizeof word) {
+    std::memcpy(&word, text.data() + size, sizeof word);
+    if ((word & 0x8080808080808080U) != 0) break;
+    size += sizeof word;
+  }
+  return size;
+}
+
+bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
+
+}  // namespace
+
+std::string asciiLower(std::string_view text) {
+  std::string lower(text);
+  for (char& character : lower) {
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
+  }
+  return lower;
+}
+
+std::optional<std::int64_t> parseInteger(std::string_view text) {
+  if (!text.empty() && text.front() == '+') {
+    text.remove_prefix(1);
+    if (!text.empty() && text.front() == '-') return std::nullopt;
+  }
+  std::int64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stopped, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc{} || stopped != end) return std::nullopt;
+  return number;
+}
+
+bool isValidUtf8(std::string_view text) {
+  for (std::size_t at = asciiPrefix(text); at < text.size(); at += asciiPrefix(text.substr(at))) {
+    const std::size_t size = utf8CharacterSize(text.substr(at));
+    if (size == 0) return false;
+    at += size;
+  }
+  return true;
+}
+
+std::size_t utf8CharacterSize(std::string_view text) {
+  if (text.empty()) return 0;
+  const auto lead = classifyLead(static_cast<unsigned char>(text.front()));
+  if (!lead || text.size() <= lead->continuationBytes) return 0;
+  for (std::size_t next = 1; next <= lead->continuationBytes; ++next) {
+    const auto byte = static_cast<unsigned char>(text[next]);
+    const unsigned char low = next == 1 ? lead->secondLow : 0x80;
+    const unsigned char high = next == 1 ? lead->secondHigh : 0xBF;
+    if (byte < low || byte > high) return 0;
+  }
+  return lead->continuationBytes + 1;
+}
+
+std::size_t utf8Length(std::string_view text) {
+  std::size_t length = 0;
+  for (const char byte : text) {
+    if (!isContinuation(byte)) ++length;
+  }
+  return length;
+}
+
+std::string_view utf8Prefix(std::string_view text, std::size_t count) {
+  std::size_t at = 0;
+  while (at < text.size()) {
+    if (!isContinuation(text[at])) {
+      if (count == 0) break;
+      --count;
+    }
+    ++at;
+  }
+  return text.substr(0, at);
+}
+
+}  // namespace paddock

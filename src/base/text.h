@@ -1,0 +1,31 @@
+// Small text helpers that know nothing of the locale.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace paddock {
+
+// The ASCII letters in lower case; every other byte as it is.
+std::string asciiLower(std::string_view text);
+
+// An optional sign and decimal digits, and nothing else. Absent otherwise, and when the number
+// does not fit.
+std::optional<std::int64_t> parseInteger(std::string_view text);
+
+// Whether the bytes are well-formed UTF-8 (RFC 3629: no surrogates, no overlong forms,
+// nothing above U+10FFFF). Empty text is.
+bool isValidUtf8(std::string_view text);
+
+// The bytes of the well-formed character that starts the text; 0 when none does.
+std::size_t utf8CharacterSize(std::string_view text);
+
+// The number of characters (code points) of well-formed UTF-8 text.
+std::size_t utf8Length(std::string_view text);
+
+// The first `count` characters of well-formed UTF-8 text, or all of it.
+std::string_view utf8Prefix(std::string_view text, std::size_t count);
+
+}  // namespace paddock

@@ -1,0 +1,26 @@
+// What a user may do.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace paddock {
+
+enum class Rights { nothing, viewing, everything };
+
+class AccessPolicy {
+ public:
+  AccessPolicy(std::string adminGroup, std::string viewGroup);
+
+  // Root, and the user that the daemon itself runs as: everything. Members of the administrators'
+  // group (primary group included): everything; of the viewers' group: viewing. Asked of the
+  // system's users and groups at every call, so that a change counts at once.
+  Rights rightsOf(uid_t user) const;
+
+ private:
+  std::string adminGroup_;
+  std::string viewGroup_;
+};
+
+}  // namespace paddock

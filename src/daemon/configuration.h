@@ -1,0 +1,45 @@
+// The daemon's configuration file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/value.h"
+
+namespace paddock {
+
+struct Configuration {
+  // The whole file: tables are dictionaries. What the file does not set is absent.
+  Dictionary tree;
+
+  // What the daemon itself uses, with the defaults.
+  std::string adminGroup = "paddock";
+  std::string viewGroup = "paddock-view";
+  std::size_t bodyBytes = 16U << 20U;
+  std::size_t connections = 512;
+  std::size_t connectionsPerUser = 256;
+  unsigned idleSeconds = 30;
+};
+
+struct ConfigurationProblem {
+  std::size_t line = 0;  // from 1; 0 when the problem has no place in the text
+  std::string text;
+};
+
+// Reads a configuration in TOML. What is wrong (malformed text, an unknown key, a value of the
+// wrong type or out of its range) is added to `problems` in the order of the lines; the result is
+// to be used only when there is none.
+Configuration parseConfiguration(std::string_view text,
+                                 std::vector<ConfigurationProblem>& problems);
+
+// The same for a file; one that is absent is an empty configuration.
+Configuration readConfiguration(const std::string& path,
+                                std::vector<ConfigurationProblem>& problems);
+
+// "PATH:LINE: TEXT", or "PATH: TEXT" without a line.
+std::string describeProblem(const std::string& path, const ConfigurationProblem& problem);
+
+}  // namespace paddock

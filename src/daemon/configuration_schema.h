@@ -1,0 +1,32 @@
+// The keys that a configuration may have.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace paddock {
+
+enum class KeyKind : std::uint8_t { text, integer, boolean, textArray, booleanOrPath };
+
+struct ConfigurationKey {
+  std::string_view table;
+  std::string_view name;
+  KeyKind kind;
+  std::int64_t minimum = 0;  // of an integer
+  std::int64_t maximum = 0;
+  // Says what is wrong with a text, or with each text of an array; empty when nothing is.
+  std::string_view (*check)(std::string_view text) = nullptr;
+  bool required = false;  // in each table of an array of tables
+};
+
+// Null for a key that there is not.
+const ConfigurationKey* findConfigurationKey(std::string_view table, std::string_view name);
+// Whether there is a table of this name.
+bool isConfigurationTable(std::string_view table);
+// Whether the table is an array of tables.
+bool isConfigurationTableArray(std::string_view table);
+// The keys of the table that must be there.
+std::vector<std::string_view> requiredConfigurationKeys(std::string_view table);
+
+}  // namespace paddock

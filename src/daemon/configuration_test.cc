@@ -1,0 +1,207 @@
+#include "daemon/configuration.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/temporary_folder.h"
+
+namespace paddock {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class ConfigurationTest : public testing::Test {
+ protected:
+  // What is wrong with the text, as "LINE: TEXT".
+  static std::vector<std::string> problemsOf(const std::string& text) {
+    std::vector<ConfigurationProblem> problems;
+    parseConfiguration(text, problems);
+    std::vector<std::string> lines;
+    lines.reserve(problems.size());
+    for (const auto& problem : problems) {
+      lines.push_back(std::to_string(problem.line) + ": " + problem.text);
+    }
+    return lines;
+  }
+  static Configuration good(const std::string& text) {
+    std::vector<ConfigurationProblem> problems;
+    Configuration configuration = parseConfiguration(text, problems);
+    EXPECT_THAT(problems, IsEmpty()) << problems.front().text;
+    return configuration;
+  }
+};
+
+constexpr const char* kEverything = R"(
+[access]
+admin_group = "wheel"
+view_group = "audience"
+[limits]
+body_bytes = 1000
+connections = 10
+connections_per_user = 5
+idle_seconds = 7
+[acl]
+attribute = "user.acl"
+projection = false
+[volumes]
+quota_backend = "accounting"
+quota_checker = "/usr/libexec/quotascan"
+ufs_family = ["ext4", "btrfs"]
+[vsp]
+state = "unit:vsp.service"
+sync_command = ["/usr/bin/vsp", "--sync"]
+[nfs]
+update_command = ["/usr/sbin/exportfs", "-ra"]
+[dnssd]
+enabled = false
+[indexing]
+command = []
+[accounts]
+extrausers = true
+[[ldap]]
+name = "office"
+uri = "ldap://localhost"
+base = "dc=example"
+tls = "starttls"
+timeout = 5
+[[ldap]]
+name = "plant"
+uri = "ldaps://localhost"
+base = ""
+)";
+
+TEST_F(ConfigurationTest, NothingSetGivesTheDefaults) {
+  const Configuration configuration = good("");
+  EXPECT_TRUE(configuration.tree.empty());
+  EXPECT_EQ(configuration.adminGroup, "paddock");
+  EXPECT_EQ(configuration.viewGroup, "paddock-view");
+  EXPECT_EQ(configuration.bodyBytes, 16777216U);
+  EXPECT_EQ(configuration.connections, 512U);
+  EXPECT_EQ(configuration.connectionsPerUser, 256U);
+  EXPECT_EQ(configuration.idleSeconds, 30U);
+}
+
+TEST_F(ConfigurationTest, EveryKeyIsRead) {
+  const Configuration configuration = good(kEverything);
+  EXPECT_EQ(configuration.adminGroup, "wheel");
+  EXPECT_EQ(configuration.viewGroup, "audience");
+  EXPECT_EQ(configuration.bodyBytes, 1000U);
+  EXPECT_EQ(configuration.connections, 10U);
+  EXPECT_EQ(configuration.connectionsPerUser, 5U);
+  EXPECT_EQ(configuration.idleSeconds, 7U);
+  const Dictionary& tree = configuration.tree;
+  EXPECT_EQ(tree.size(), 10U);
+  EXPECT_EQ(*tree.dictionary("acl"),
+            (Dictionary{{"attribute", "user.acl"}, {"projection", false}}));
+  EXPECT_EQ(*tree.dictionary("volumes")->array("ufs_family"), (Array{"ext4", "btrfs"}));
+  EXPECT_EQ(*tree.dictionary("nfs"),
+            (Dictionary{{"update_command", Array{"/usr/sbin/exportfs", "-ra"}}}));
+  EXPECT_EQ(*tree.dictionary("indexing"), (Dictionary{{"command", Array{}}}));
+  const Array& nodes = *tree.array("ldap");
+  ASSERT_EQ(nodes.size(), 2U);
+  EXPECT_EQ(nodes[0].dictionary()->integer("timeout"), 5);
+  EXPECT_EQ(*nodes[1].dictionary()->string("name"), "plant");
+}
+
+TEST_F(ConfigurationTest, ExtrausersIsABooleanOrAPath) {
+  EXPECT_EQ(good("[accounts]\nextrausers = \"/var/lib/extrausers\"")
+                .tree.dictionary("accounts")
+                ->find("extrausers")
+                ->string()
+                ->front(),
+            '/');
+  EXPECT_THAT(problemsOf("[accounts]\nextrausers = 1"),
+              ElementsAre("2: \"accounts.extrausers\" must be true, false or a path"));
+  EXPECT_THAT(problemsOf("[accounts]\nextrausers = \"x\""),
+              ElementsAre("2: \"accounts.extrausers\" must be an absolute path"));
+}
+
+TEST_F(ConfigurationTest, UnknownKeysAreNamedWithTheirLine) {
+  EXPECT_THAT(problemsOf("top = 1\n\n[access]\nadmin_grup = \"x\"\n\n[other]\na = 1\n"),
+              ElementsAre("1: unknown key \"top\"", "4: unknown key \"access.admin_grup\"",
+                          "6: unknown key \"other\""));
+  EXPECT_THAT(problemsOf("access.group = \"x\""), ElementsAre("1: unknown key \"access.group\""));
+}
+
+TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
+  EXPECT_THAT(problemsOf("[access]\nadmin_group = 1\n[limits]\nconnections = \"many\"\n"
+                         "[acl]\nprojection = \"yes\"\n[volumes]\nufs_family = \"ext4\"\n"
+                         "[vsp]\nsync_command = [\"a\",\n 1]\n[limits.body_bytes]\n"),
+              ElementsAre("2: \"access.admin_group\" must be a string",
+                          "4: \"limits.connections\" must be an integer",
+                          "6: \"acl.projection\" must be true or false",
+                          "8: \"volumes.ufs_family\" must be an array of strings",
+                          "11: \"vsp.sync_command\" must be an array of strings",
+                          "12: \"limits.body_bytes\" must be an integer"));
+  EXPECT_THAT(problemsOf("access = 1"), ElementsAre("1: \"access\" must be a table, [access]"));
+  EXPECT_THAT(problemsOf("[limits]\nconnections = 1.5"),
+              ElementsAre("2: \"limits.connections\" must be an integer"));
+}
+
+TEST_F(ConfigurationTest, ValuesOutOfTheirRangeAreNamedWithTheirLine) {
+  EXPECT_THAT(problemsOf("[limits]\nconnections = 0\nconnections_per_user = 100000\n"
+                         "body_bytes = -1\n"),
+              ElementsAre("2: \"limits.connections\" must be from 1 to 4096",
+                          "3: \"limits.connections_per_user\" must be from 1 to 4096",
+                          "4: \"limits.body_bytes\" must be from 1 to 1073741824"));
+  EXPECT_THAT(problemsOf("[volumes]\nquota_backend = \"none\"\nquota_checker = \"quotascan\"\n"),
+              ElementsAre("2: \"volumes.quota_backend\" must be \"kernel\" or \"accounting\"",
+                          "3: \"volumes.quota_checker\" must be an absolute path"));
+  for (const char* state : {"", "unit:", "pidfile:relative", "Running"}) {
+    EXPECT_THAT(problemsOf(std::string("[vsp]\nstate = \"") + state + "\""),
+                ElementsAre(HasSubstr("2: \"vsp.state\" must be ")))
+        << state;
+  }
+  for (const char* state : {"running", "stopped", "unit:a", "pidfile:/run/a"}) {
+    good(std::string("[vsp]\nstate = \"") + state + "\"");
+  }
+  EXPECT_THAT(problemsOf("[acl]\nattribute = \"NTACL\""), ElementsAre(HasSubstr("2: \"acl.attr")));
+  EXPECT_THAT(problemsOf("[access]\nadmin_group = \"\""),
+              ElementsAre("2: \"access.admin_group\" must not be empty"));
+  EXPECT_THAT(problemsOf("[access]\nadmin_group = \"a\\u0000b\""),
+              ElementsAre("2: \"access.admin_group\" must not hold a NUL"));
+}
+
+TEST_F(ConfigurationTest, DirectoryNodesAreCheckedOneByOne) {
+  EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a\"\nuri = \"ldap://x\"\n"),
+              ElementsAre("1: [[ldap]] has no \"base\""));
+  EXPECT_THAT(problemsOf("[ldap]\nname = \"a\"\n"),
+              ElementsAre("1: \"ldap\" must be an array of tables, [[ldap]]"));
+  EXPECT_THAT(
+      problemsOf("[[ldap]]\nname = \"a\"\nuri = \"u\"\nbase = \"b\"\n"
+                 "[[ldap]]\nname = \"a\"\nuri = \"u\"\nbase = \"b\"\ntimeout = 0\nport = 3\n"),
+      ElementsAre("5: another [[ldap]] has the name \"a\"",
+                  "9: \"ldap.timeout\" must be from 1 to 3600", "10: unknown key \"ldap.port\""));
+  EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a/b\"\nuri = \"u\"\nbase = \"b\"\n"),
+              ElementsAre("2: \"ldap.name\" must be a name without a slash"));
+}
+
+TEST_F(ConfigurationTest, MalformedTextIsNamedWithItsLine) {
+  EXPECT_THAT(problemsOf("[access]\nadmin_group = \n"), ElementsAre(HasSubstr("2: ")));
+  EXPECT_THAT(problemsOf("[access]\n[access]\n"), ElementsAre(HasSubstr("2: ")));
+  EXPECT_THAT(problemsOf("\xff\xfe"), ElementsAre(HasSubstr("1: ")));
+}
+
+TEST_F(ConfigurationTest, AMissingFileIsAnEmptyConfiguration) {
+  std::vector<ConfigurationProblem> problems;
+  EXPECT_TRUE(readConfiguration("/no/such/file.toml", problems).tree.empty());
+  EXPECT_THAT(problems, IsEmpty());
+}
+
+TEST_F(ConfigurationTest, AFileThatCannotBeReadIsAProblem) {
+  const TestFolder folder;
+  std::vector<ConfigurationProblem> problems;
+  readConfiguration(folder.path(), problems);
+  ASSERT_EQ(problems.size(), 1U);
+  EXPECT_THAT(describeProblem("FILE", problems[0]), HasSubstr("FILE: "));
+}
+
+TEST_F(ConfigurationTest, ProblemsAreDescribedWithFileAndLine) {
+  EXPECT_EQ(describeProblem("/etc/x.toml", {7, "bad"}), "/etc/x.toml:7: bad");
+  EXPECT_EQ(describeProblem("/etc/x.toml", {0, "bad"}), "/etc/x.toml: bad");
+}
+
+}  // namespace
+}  // namespace paddock

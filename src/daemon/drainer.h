@@ -1,0 +1,55 @@
+// Reads on, for a while, what clients still send after they were answered.
+//
+// A Unix socket that is closed with unread bytes makes the client's next write fail, and a
+// client that is still sending then never reads the answer. So the daemon's end stays open, and
+// what arrives is dropped, until the client closes, has sent too much or takes too long.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "base/file_descriptor.h"
+
+namespace paddock {
+
+class Drainer {
+ public:
+  // `most` connections at a time; further ones are closed at once.
+  explicit Drainer(std::size_t most = 256,
+                   std::chrono::milliseconds patience = std::chrono::seconds(5));
+  Drainer(const Drainer&) = delete;
+  Drainer& operator=(const Drainer&) = delete;
+  ~Drainer();
+
+  // Ends the sending direction of the socket and drains the other one.
+  void add(FileDescriptor socket);
+  // Sends a short text first.
+  void answer(FileDescriptor socket, std::string_view text);
+
+ private:
+  struct Entry {
+    FileDescriptor socket;
+    std::chrono::steady_clock::time_point deadline;
+    std::size_t left;
+  };
+
+  void run();
+  void collect(std::vector<Entry>& entries);
+  static bool drain(Entry& entry, std::vector<char>& buffer);
+  void wake() const;
+
+  const std::size_t most_;
+  const std::chrono::milliseconds patience_;
+  FileDescriptor wakeUp_;
+  std::mutex mutex_;
+  std::vector<Entry> added_;
+  std::size_t count_ = 0;
+  bool stopping_ = false;
+  std::thread thread_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,78 @@
+// One request and its reply, without the HTTP library.
+//
+// Life cycle: `judge` once the head is there; when it gives no reply, `receive` for every part of
+// the body and `finish` at its end. Belongs to one thread.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "daemon/peer.h"
+#include "daemon/reply.h"
+#include "daemon/route.h"
+#include "daemon/service.h"
+
+namespace paddock {
+
+struct RequestHead {
+  std::string method;
+  std::string target;
+  std::string contentType;
+  std::string accept;
+  std::uint64_t contentLength = 0;
+  bool chunked = false;
+
+  bool hasBody() const { return chunked || contentLength > 0; }
+};
+
+class Exchange {
+ public:
+  Exchange(Service& service, const Peer& peer, RequestHead head);
+
+  const std::string& id() const { return id_; }
+  const RequestHead& head() const { return head_; }
+
+  // Judges the peer, then the path, the method and the rest of the head. A reply when the body is
+  // not wanted.
+  std::optional<Reply> judge();
+  // Refuses the request whatever it is (503).
+  Reply refuseBusy(std::string_view why);
+
+  // Takes a part of the body; false when it has become too long.
+  bool receive(std::string_view bytes);
+  Reply tooLong();
+  // Runs the operation.
+  Reply finish();
+
+ private:
+  std::optional<Reply> judgeOperation(Rights rights);
+  std::optional<Reply> judgeBody();
+  Reply forbidden();
+  Reply wrongMethod(const char* allowed) const;
+  Reply describePlugins() const;
+  Reply describeHealth() const;
+  Reply malformed(const std::string& error);
+  Reply run(const Dictionary& request);
+  Reply failed(const Dictionary& request, const char* what, std::int64_t number);
+  Reply error(int status, std::string_view text) const;
+  bool isAudited() const;
+  void audit(std::optional<std::int64_t> status, std::optional<std::string> path);
+
+  Service& service_;
+  Peer peer_;
+  RequestHead head_;
+  Route route_;
+  std::string id_;
+  BodyForm replyForm_;
+  BodyForm bodyForm_ = BodyForm::json;
+  const LoadedPlugin* plugin_ = nullptr;
+  const PluginRequestHandler::Operation* operation_ = nullptr;
+  std::string body_;
+  std::chrono::system_clock::time_point time_ = std::chrono::system_clock::now();
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace paddock

@@ -1,0 +1,334 @@
+#include "daemon/http_server.h"
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <microhttpd.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+
+#include "base/system_call.h"
+#include "daemon/exchange.h"
+#include "paddock/run_program.h"
+#include "paddock/sys_logger.h"
+
+namespace paddock {
+namespace {
+
+constexpr std::size_t kWaitingConnections = 64;
+// Connections of nested programs come on top; the library must never be what refuses one.
+constexpr std::size_t kReserveForPrograms = 1024;
+constexpr std::size_t kConnectionMemory = 64U << 10U;
+constexpr std::size_t kThreadStack = 1U << 20U;
+constexpr std::size_t kBig = 1U << 20U;
+constexpr auto kBodyPatience = std::chrono::seconds(5);
+constexpr auto kPauseWithoutDescriptors = std::chrono::milliseconds(50);
+
+constexpr const char* kBusy = "too many connections";
+constexpr const char* kStopping = "the daemon is being stopped";
+
+std::string header(MHD_Connection* connection, const char* name) {
+  const char* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+  return value != nullptr ? value : "";
+}
+
+RequestHead readHead(MHD_Connection* connection, const char* target, const char* method) {
+  RequestHead head{method, target, header(connection, MHD_HTTP_HEADER_CONTENT_TYPE),
+                   header(connection, MHD_HTTP_HEADER_ACCEPT)};
+  const std::string length = header(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
+  const auto read =
+      std::from_chars(length.data(), length.data() + length.size(), head.contentLength);
+  if (read.ec == std::errc::result_out_of_range) head.contentLength = UINT64_MAX;
+  head.chunked = !header(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
+  return head;
+}
+
+int descriptorOf(MHD_Connection* connection) {
+  const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  return info != nullptr ? info->connect_fd : -1;
+}
+
+struct MhdResponseDeleter {
+  void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
+};
+using ResponsePointer = std::unique_ptr<MHD_Response, MhdResponseDeleter>;
+
+ResponsePointer makeResponse(Reply reply, const std::string& id) {
+  auto body = std::make_unique<std::string>(std::move(reply.body));
+  ResponsePointer response(MHD_create_response_from_buffer_with_free_callback_cls(
+      body->size(), body->data(),
+      [](void* text) { delete static_cast<std::string*>(text); },  // NOLINT: handed over below
+      body.get()));
+  if (!response) throw std::bad_alloc();
+  (void)body.release();
+  const auto add = [&response](const char* name, const std::string& value) {
+    MHD_add_response_header(response.get(), name, value.c_str());
+  };
+  add(MHD_HTTP_HEADER_CONTENT_TYPE, std::string(contentTypeOf(reply.form)));
+  add("X-Request-Id", id);
+  if (!reply.allow.empty()) add(MHD_HTTP_HEADER_ALLOW, reply.allow);
+  if (reply.close) add(MHD_HTTP_HEADER_CONNECTION, "close");
+  return response;
+}
+
+}  // namespace
+
+struct HttpServer::Connection {
+  Connection(ConnectionLimits& limits, const Peer& who) : peer(who), place(limits, who.uid) {}
+
+  // Asked anew each time: a connection may outlive the program's run.
+  bool nested() const { return isRunningProgram(peer.process); }
+
+  Peer peer;
+  ConnectionPlace place;
+};
+
+struct HttpServer::Request {
+  Request(HttpServer& owner, const Connection& connection, RequestHead head)
+      : server(owner), exchange(owner.service_, connection.peer, std::move(head)) {}
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+  ~Request() {
+    if (entered) server.gate_.leave(complete);
+  }
+
+  bool enter(bool nested) {
+    entered = server.gate_.enter(nested);
+    return entered;
+  }
+  void bodyComplete() {
+    server.gate_.bodyComplete();
+    complete = true;
+  }
+
+  HttpServer& server;
+  Exchange exchange;
+  bool entered = false;
+  bool complete = false;
+  bool drain = false;
+  std::optional<Reply> reply;  // known before the request's end
+  std::size_t size = 0;        // of the body and its reply
+};
+
+// What the library calls. No exception may reach it.
+struct HttpCallbacks {
+  using Connection = HttpServer::Connection;
+  using Request = HttpServer::Request;
+
+  static Connection* connectionOf(MHD_Connection* connection) {
+    const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+    return info != nullptr ? static_cast<Connection*>(info->socket_context) : nullptr;
+  }
+
+  static void notifyConnection(void* closure, MHD_Connection* connection, void** context,
+                               MHD_ConnectionNotificationCode code) {
+    auto& server = *static_cast<HttpServer*>(closure);
+    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+      delete static_cast<Connection*>(*context);  // NOLINT: the library kept it for us
+      *context = nullptr;
+      return;
+    }
+    const std::scoped_lock lock(server.arrivingMutex_);
+    const auto found = server.arriving_.find(descriptorOf(connection));
+    if (found == server.arriving_.end()) return;
+    *context = found->second.release();
+    server.arriving_.erase(found);
+  }
+
+  static MHD_Result access(void* closure, MHD_Connection* connection, const char* target,
+                           const char* method, const char* /*version*/, const char* data,
+                           std::size_t* size, void** context) {
+    try {
+      auto& server = *static_cast<HttpServer*>(closure);
+      if (*context == nullptr) return begin(server, connection, target, method, context);
+      auto& request = *static_cast<Request*>(*context);
+      if (*size == 0) return finish(connection, request);
+      const bool taken = request.exchange.receive({data, *size});
+      request.size += *size;
+      *size = 0;
+      return taken ? MHD_YES : refuseWhileReceiving(server, connection, request);
+    } catch (const std::exception& error) {
+      logMessage(3, std::string("request given up: ") + error.what());
+      return MHD_NO;
+    }
+  }
+
+  static void completed(void* /*closure*/, MHD_Connection* connection, void** context,
+                        MHD_RequestTerminationCode /*code*/) {
+    const std::unique_ptr<Request> request(static_cast<Request*>(*context));
+    *context = nullptr;
+    if (!request) return;
+    if (request->drain) {
+      request->server.drainer_.add(
+          FileDescriptor(::fcntl(descriptorOf(connection), F_DUPFD_CLOEXEC, 3)));
+    }
+    // Freed memory goes back to the system, or those of one big request would be held for ever.
+    if (request->size >= kBig) ::malloc_trim(0);
+  }
+
+ private:
+  static MHD_Result begin(HttpServer& server, MHD_Connection* connection, const char* target,
+                          const char* method, void** context) {
+    Connection* owner = connectionOf(connection);
+    if (owner == nullptr) return MHD_NO;
+    auto created = std::make_unique<Request>(server, *owner, readHead(connection, target, method));
+    Request& request = *created;
+    *context = created.release();
+    const bool nested = owner->nested();
+    std::optional<Reply> reply;
+    if (!nested && !owner->place.take()) {
+      reply = request.exchange.refuseBusy(kBusy);
+    } else if (!request.enter(nested)) {
+      reply = request.exchange.refuseBusy(kStopping);
+    } else {
+      reply = request.exchange.judge();
+    }
+    if (!reply) return MHD_YES;
+    if (!request.exchange.head().hasBody()) {
+      // Sent when the library has seen the end of the request, so that the connection stays.
+      request.reply = std::move(reply);
+      return MHD_YES;
+    }
+    request.drain = true;
+    reply->close = true;
+    return send(connection, request, std::move(*reply));
+  }
+
+  static MHD_Result finish(MHD_Connection* connection, Request& request) {
+    if (request.reply) return send(connection, request, std::move(*request.reply));
+    request.bodyComplete();
+    // The time that an operation takes is not idle time.
+    MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, 0U);
+    Reply reply = request.exchange.finish();
+    MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT,
+                              request.server.service_.configuration.idleSeconds);
+    if (request.server.gate_.closed()) reply.close = true;
+    return send(connection, request, std::move(reply));
+  }
+
+  // In the middle of a body the library sends nothing, so the reply goes out beside it.
+  static MHD_Result refuseWhileReceiving(HttpServer& server, MHD_Connection* connection,
+                                         Request& request) {
+    server.drainer_.answer(FileDescriptor(::fcntl(descriptorOf(connection), F_DUPFD_CLOEXEC, 3)),
+                           rawResponse(request.exchange.tooLong(), request.exchange.id()));
+    return MHD_NO;
+  }
+
+  static MHD_Result send(MHD_Connection* connection, Request& request, Reply reply) {
+    request.size += reply.body.size();
+    const auto status = static_cast<unsigned>(reply.status);
+    logMessage(7, request.exchange.head().method + " " + request.exchange.head().target + ": " +
+                      std::to_string(reply.status));
+    const ResponsePointer response = makeResponse(std::move(reply), request.exchange.id());
+    return MHD_queue_response(connection, status, response.get());
+  }
+};
+
+HttpServer::HttpServer(Service& service, int listener)
+    : service_(service),
+      listener_(listener),
+      limits_(service.configuration.connections, service.configuration.connectionsPerUser,
+              kWaitingConnections),
+      stop_(::eventfd(0, EFD_CLOEXEC)) {
+  if (!stop_) throw systemError(errno, "eventfd", "");
+  startLibrary();
+  acceptor_ = std::thread([this] { acceptUntilStopped(); });
+}
+
+void HttpServer::startLibrary() {
+  const auto limit = static_cast<unsigned>(service_.configuration.connections +
+                                           kWaitingConnections + kReserveForPrograms);
+  // Paths are unescaped by ourselves: a NUL in one must not end it.
+  const auto keepEscapes = +[](void*, MHD_Connection*, char* text) { return std::strlen(text); };
+  library_ = MHD_start_daemon(
+      MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
+          MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC,
+      0, nullptr, nullptr, &HttpCallbacks::access, this, MHD_OPTION_CONNECTION_LIMIT, limit,
+      MHD_OPTION_CONNECTION_TIMEOUT, service_.configuration.idleSeconds,
+      MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_THREAD_STACK_SIZE,
+      kThreadStack, MHD_OPTION_NOTIFY_COMPLETED, &HttpCallbacks::completed, this,
+      MHD_OPTION_NOTIFY_CONNECTION, &HttpCallbacks::notifyConnection, this,
+      MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr, MHD_OPTION_END);
+  if (library_ == nullptr) throw std::runtime_error("the HTTP library cannot be started");
+}
+
+void HttpServer::close() { gate_.close(); }
+
+HttpServer::~HttpServer() {
+  close();
+  gate_.waitUntilEmpty(kBodyPatience);
+  const std::uint64_t one = 1;
+  (void)retryOnInterrupt([this, &one] { return ::write(stop_.get(), &one, sizeof one); });
+  acceptor_.join();
+  MHD_stop_daemon(library_);
+}
+
+void HttpServer::acceptUntilStopped() {
+  for (;;) {
+    std::array<pollfd, 2> watched{{{stop_.get(), POLLIN, 0}, {listener_, POLLIN, 0}}};
+    retryOnInterrupt([&watched] { return ::poll(watched.data(), watched.size(), -1); });
+    if (watched[0].revents != 0) return;
+    acceptOne();
+  }
+}
+
+void HttpServer::acceptOne() {
+  FileDescriptor socket(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (socket) {
+    try {
+      place(std::move(socket));
+    } catch (const std::exception& error) {
+      logMessage(3, std::string("connection given up: ") + error.what());
+    }
+    return;
+  }
+  if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
+    logMessage(3, systemError(errno, "accept", "").what());
+    std::this_thread::sleep_for(kPauseWithoutDescriptors);
+  }
+}
+
+void HttpServer::place(FileDescriptor socket) {
+  const auto peer = peerOf(socket.get());
+  if (!peer) return;
+  auto connection = std::make_unique<Connection>(limits_, *peer);
+  if (connection->nested() || connection->place.take() || connection->place.wait()) {
+    hand(std::move(socket), std::move(connection));
+  } else {
+    turnAway(std::move(socket), *peer);
+  }
+}
+
+void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connection) {
+  const int number = socket.release();
+  {
+    const std::scoped_lock lock(arrivingMutex_);
+    arriving_[number] = std::move(connection);
+  }
+  sockaddr_storage address{};
+  address.ss_family = AF_UNIX;
+  const MHD_Result added = MHD_add_connection(
+      library_, number, reinterpret_cast<const sockaddr*>(&address), sizeof(sa_family_t));
+  if (added == MHD_YES) return;
+  // The library has closed the socket.
+  logMessage(3, "connection not taken by the HTTP library");
+  const std::scoped_lock lock(arrivingMutex_);
+  arriving_.erase(number);
+}
+
+void HttpServer::turnAway(FileDescriptor socket, const Peer& /*peer*/) {
+  drainer_.answer(std::move(socket),
+                  rawResponse(makeError(503, kBusy, BodyForm::json), service_.ids.next()));
+}
+
+}  // namespace paddock

@@ -1,0 +1,112 @@
+#include "daemon/module_loader.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+#include "base/system_call.h"
+#include "paddock/plugin.h"
+#include "paddock/sys_logger.h"
+
+namespace paddock {
+namespace {
+
+constexpr std::string_view kBundleSuffix = ".bundle";
+
+// A plug-in runs with the daemon's rights, so nobody else may have had a hand in it.
+void requireTrusted(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) throw systemError(errno, "stat", path);
+  if (::geteuid() != 0) return;
+  if (status.st_uid != 0) throw std::runtime_error(path + " does not belong to root");
+  if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    throw std::runtime_error(path + " can be written by others");
+  }
+}
+
+template <typename Function>
+Function symbol(void* object, const char* name) {
+  void* address = ::dlsym(object, name);
+  if (address == nullptr) throw std::runtime_error(std::string("has no entry point ") + name);
+  Function function = nullptr;
+  static_assert(sizeof function == sizeof address);
+  std::memcpy(&function, &address, sizeof function);
+  return function;
+}
+
+std::unique_ptr<PluginRequestHandler> createHandler(const std::string& path) {
+  void* object = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (object == nullptr) throw std::runtime_error(::dlerror());
+  const int version =
+      symbol<PaddockPluginInterfaceVersion>(object, "paddock_plugin_interface_version")();
+  if (version != PADDOCK_PLUGIN_INTERFACE_VERSION) {
+    throw std::runtime_error("has interface version " + std::to_string(version) + ", not " +
+                             std::to_string(PADDOCK_PLUGIN_INTERFACE_VERSION));
+  }
+  PaddockPluginResult result{nullptr, ""};
+  symbol<PaddockPluginCreate>(object, "paddock_plugin_create")(&result);
+  if (result.handler == nullptr) {
+    result.error[sizeof result.error - 1] = '\0';
+    throw std::runtime_error(std::string("cannot be created: ") + &result.error[0]);
+  }
+  return std::unique_ptr<PluginRequestHandler>(result.handler);
+}
+
+LoadedPlugin loadPlugin(const std::string& folder, const std::string& name) {
+  const std::string bundle = folder + "/" + name + std::string(kBundleSuffix);
+  const std::string contents = bundle + "/Contents";
+  const std::string object = contents + "/" + name + ".so";
+  for (const std::string& path : {bundle, contents, object}) requireTrusted(path);
+  LoadedPlugin plugin{name, createHandler(object), {}};
+  if (plugin.handler->init() == nullptr) throw std::runtime_error("init gives nothing");
+  plugin.operations = plugin.handler->operations();
+  return plugin;
+}
+
+std::vector<std::string> bundleNames(const std::string& folder) {
+  std::vector<std::string> names;
+  std::error_code failed;
+  for (auto entry = std::filesystem::directory_iterator(folder, failed);
+       !failed && entry != std::filesystem::directory_iterator(); entry.increment(failed)) {
+    const std::filesystem::path path = entry->path();
+    if (path.extension() == kBundleSuffix) names.push_back(path.stem().string());
+  }
+  if (failed) logMessage(4, "plug-ins cannot be listed: " + folder + ": " + failed.message());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace
+
+const PluginRequestHandler::Operation* LoadedPlugin::find(std::string_view operation) const {
+  const auto found =
+      std::find_if(operations.begin(), operations.end(),
+                   [operation](const auto& candidate) { return candidate.name == operation; });
+  return found != operations.end() ? &*found : nullptr;
+}
+
+std::vector<LoadedPlugin> loadPlugins(const std::string& folder) {
+  std::vector<LoadedPlugin> plugins;
+  for (const std::string& name : bundleNames(folder)) {
+    const auto refuse = [&name](const char* why) {
+      logMessage(3, "plug-in " + name + " refused: " + why);
+    };
+    try {
+      plugins.push_back(loadPlugin(folder, name));
+      logMessage(6, "plug-in " + name + " loaded");
+    } catch (const std::exception& error) {
+      refuse(error.what());
+    } catch (...) {
+      refuse("an exception that is not a std::exception");
+    }
+  }
+  return plugins;
+}
+
+}  // namespace paddock

@@ -1,0 +1,20 @@
+// Who is at the other end of a Unix-socket connection.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+
+namespace paddock {
+
+struct Peer {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  pid_t process = 0;
+  friend bool operator==(const Peer&, const Peer&) = default;
+};
+
+// As they were when the peer connected; nothing when the socket does not say.
+std::optional<Peer> peerOf(int socket);
+
+}  // namespace paddock

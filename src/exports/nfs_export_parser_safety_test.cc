@@ -1,0 +1,139 @@
+// What keeps a hand-written exports file from being lost.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "exports/nfs_export_parser.h"
+#include "platform/testing/fault_plan.h"
+#include "platform/testing/faulty_services.h"
+#include "support/exports_parser_test_support.h"
+
+namespace paddock {
+namespace {
+
+using NFSExportParserSafetyTest = ParserTest;
+
+TEST_F(NFSExportParserSafetyTest, TheFileIsCopiedBeforeItsFirstChangeAlone) {
+  const auto parser = parserOf("# mine\n\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kCopy), "# mine\n\n");
+  parser->addOrReplaceExport(exportTo("/srv/b"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kCopy), "# mine\n\n");
+}
+
+TEST_F(NFSExportParserSafetyTest, AnEarlierCopyIsLeftAlone) {
+  files_.setFile(kCopy, "# earlier\n");
+  const auto parser = parserOf("# mine\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kCopy), "# earlier\n");
+}
+
+TEST_F(NFSExportParserSafetyTest, WritingWhatIsThereChangesNeitherTheFileNorMakesACopy) {
+  const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n" + kEnd);
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.replacements(), 0);
+  EXPECT_EQ(files_.find(kCopy), nullptr);
+}
+
+TEST_F(NFSExportParserSafetyTest, AFileThatReplacedTheOneWeMadeIsCopiedBeforeItIsChanged) {
+  const auto parser = NFSExportParser::initWithFile(kFile);
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_FALSE(files_.exists(kCopy)) << "there was nothing to keep";
+  parser->addOrReplaceExport(exportTo("/srv/b"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_FALSE(files_.exists(kCopy)) << "it is ours";
+  files_.replace(kFile, "# by hand\n");
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kCopy), "# by hand\n");
+}
+
+TEST_F(NFSExportParserSafetyTest, WithoutItsCopyTheFileIsNotWritten) {
+  const auto parser = parserOf("# mine\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  FaultPlan plan(1);
+  plan.countOnly("textFiles.copyOnce");
+  plan.setError(ENOSPC);
+  const FaultyServices faulty(services(), plan);
+  const ServicesGuard guard(faulty.services());
+  EXPECT_FALSE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kFile), "# mine\n");
+  EXPECT_TRUE(parser->writeFile());
+}
+
+TEST_F(NFSExportParserSafetyTest, AFileThatCouldNeverBeReadIsNeverWrittenOver) {
+  for (const InMemoryTextFiles::Object& object :
+       {InMemoryTextFiles::Object{InMemoryTextFiles::Kind::file, "# caf\xE9\n"},
+        InMemoryTextFiles::Object{InMemoryTextFiles::Kind::file, "# mine\n", 0},
+        InMemoryTextFiles::Object{InMemoryTextFiles::Kind::folder, ""},
+        InMemoryTextFiles::Object{InMemoryTextFiles::Kind::other, ""}}) {
+    files_.set(kFile, object);
+    const auto parser = NFSExportParser::parserWithFile(kFile);
+    parser->addOrReplaceExport(exportTo("/srv/a"));
+    EXPECT_FALSE(parser->writeFile());
+    ASSERT_NE(files_.find(kFile), nullptr);
+    EXPECT_EQ(*files_.find(kFile), object);
+    EXPECT_EQ(files_.find(kCopy), nullptr);
+  }
+}
+
+TEST_F(NFSExportParserSafetyTest, AFileThatCannotBeReadAnyMoreIsNotWrittenOver) {
+  const auto parser = parserOf("# mine\n");
+  files_.setFile(kFile, "# caf\xE9\n");
+  EXPECT_FALSE(parser->readFile());
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_FALSE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kFile), "# caf\xE9\n");
+}
+
+TEST_F(NFSExportParserSafetyTest, AFileThatCameAfterTheFirstReadIsTakenOver) {
+  const auto parser = NFSExportParser::parserWithFile(kFile);
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  parser->addOrReplaceExport(exportTo("/srv/b"));
+  files_.setFile(kFile, "# mine\n" + kBegin + "/srv/c *(ro)\n/srv/a old(ro)\n" + kEnd);
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kFile),
+            "# mine\n" + kBegin + "/srv/b *(ro)\n/srv/a *(ro)\n/srv/c *(ro)\n" + kEnd);
+}
+
+TEST_F(NFSExportParserSafetyTest, AFailedFirstReadIsMadeUpForBeforeWriting) {
+  files_.setFile(kFile, "# mine\n");
+  FaultPlan plan(1);
+  const FaultyServices faulty(services(), plan);
+  const ServicesGuard guard(faulty.services());
+  const auto parser = NFSExportParser::parserWithFile(kFile);
+  ASSERT_EQ(plan.failedCall(), "textFiles.read");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n");
+}
+
+TEST_F(NFSExportParserSafetyTest, WhateverFailsTheFileIsOldOrNewAndTheLinesAreTheSame) {
+  const std::string old = "# mine\n";
+  const std::string changed = kBegin + "/srv/a *(ro)\n" + kEnd + old;
+  bool fired = true;
+  for (std::size_t failing = 1; fired; ++failing) {
+    files_.remove(kCopy);
+    const auto parser = parserOf(old);
+    parser->addOrReplaceExport(exportTo("/srv/a"));
+    const std::string lines = parser->description();
+    FaultPlan plan(failing);
+    const FaultyServices faulty(services(), plan);
+    bool written = false;
+    {
+      const ServicesGuard guard(faulty.services());
+      written = parser->writeFile();
+    }
+    fired = plan.fired();
+    EXPECT_EQ(written, !fired) << plan.failedCall();
+    EXPECT_EQ(files_.contents(kFile), written ? changed : old) << plan.failedCall();
+    EXPECT_EQ(parser->description(), lines) << plan.failedCall();
+    EXPECT_TRUE(parser->writeFile()) << "it works again after " << plan.failedCall();
+  }
+}
+
+}  // namespace
+}  // namespace paddock

@@ -1,0 +1,113 @@
+// One line of the managed block of the exports file.
+//
+// A record is either an export (a path and its clients), or a line that is none by itself: a
+// comment, part of a continued line, something that nobody can read. The latter keeps its text,
+// has neither path nor clients, and is never found, changed or added.
+//
+// An export that was read from a line and not changed since is written back byte for byte, its
+// spacing, quotes and comment included; a changed or new one in the form of `writeExportsLine`.
+//
+// Dictionary form: "path"; "clients", an array of {"host": string, "options": array of strings};
+// "isDeleted"; "line" (without its "\n") in place of "path" and "clients" for a line that is no
+// export. What was never set is absent. `recordWithDictionary` is the exact inverse of
+// `dictionary`.
+//
+// A record belongs to one thread at a time, for reading too: what a line says of its clients is
+// worked out when it is first asked for.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/value.h"
+#include "exports/exports_line.h"
+
+namespace paddock {
+
+class NFSExportRecord;
+using NFSExportRecordPtr = std::shared_ptr<NFSExportRecord>;
+
+class NFSExportRecord {
+ public:
+  // An export of nothing to nobody.
+  NFSExportRecord() = default;
+  NFSExportRecord(const NFSExportRecord&) = default;
+  // Line arrays must notice changes: records are changed by their setters alone.
+  NFSExportRecord& operator=(const NFSExportRecord&) = delete;
+  ~NFSExportRecord() = default;
+
+  // From one line as read, with or without the "\n" at its end. Never null; never throws for
+  // the text's sake.
+  static NFSExportRecordPtr recordWithNfsExportFileLine(std::string_view line);
+  // A line that is kept whatever it looks like, since it belongs to the line above it.
+  static NFSExportRecordPtr recordWithKeptLine(std::string_view line);
+  static NFSExportRecordPtr recordWithDictionary(const Dictionary& settings);
+
+  // The line as it is to be written, ending in "\n"; empty when the record cannot be a line.
+  std::string nfsExportFileLine() const;
+  // The same behind what `text` holds already.
+  void appendNfsExportFileLine(std::string& text) const;
+
+  // The exported folder; empty when it was never set. Compared byte for byte.
+  const std::string& path() const { return path_ ? *path_ : noPath(); }
+  // What the record is: equal to its path.
+  const std::string& identifier() const { return path(); }
+  const std::vector<NFSExportClient>& clients() const;
+  bool isDeleted() const { return isDeleted_.value_or(false); }
+
+  void setPath(std::string path);
+  void setClients(std::vector<NFSExportClient> clients);
+  void setDeleted(bool deleted) { isDeleted_ = deleted; }
+
+  Dictionary dictionary() const;
+  // Sets what `settings` names. A value of the wrong type reads as absent; a client or an option
+  // of the wrong type makes the record invalid instead of being left out, since leaving it out
+  // could grant more than was meant. "line" is read only by a record without path and clients.
+  void addAttributesFromDictionary(const Dictionary& settings);
+
+  // Why the record cannot be added to the exports file, as a text; absent when it can. An
+  // export without clients cannot: the server would take it as one to everybody, which has to
+  // be said with the host "*".
+  std::optional<std::string> invalidReason() const;
+  bool isValid() const { return !invalidReason().has_value(); }
+
+  // Makes the line of a valid record once, so that writing the file again and again does not.
+  void settleLine();
+
+  // Counts changes of the path of any record that is in a line array (see ExportLineArray).
+  static std::uint64_t listedPathChanges();
+  void setListed() { listed_.value = true; }
+
+ private:
+  // Says that the record is in a line array; a copy is not.
+  struct Listed {
+    Listed() = default;
+    Listed(const Listed& /*other*/) {}
+    Listed& operator=(const Listed& /*other*/) { return *this; }
+    ~Listed() = default;
+    bool value = false;
+  };
+
+  static const std::string& noPath();
+  bool isKeptLine() const { return line_ && !path_; }
+  bool hasUnreadClients() const { return line_ && path_ && !clients_; }
+  std::vector<NFSExportClient> unreadClients() const;
+  void readClients() const;
+  void forgetLine();
+  ExportsLine exportsLine() const { return {path(), clients()}; }
+  void readLine(std::string_view line);
+  void replacePath(std::string path);
+
+  std::optional<std::string> path_;
+  // Not set while an export's line, which says them, has not been asked for them.
+  mutable std::optional<std::vector<NFSExportClient>> clients_;
+  std::optional<bool> isDeleted_;
+  std::optional<std::string> line_;  // as read, without its "\n", while it still holds
+  Listed listed_;
+};
+
+}  // namespace paddock

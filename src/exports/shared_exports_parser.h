@@ -1,0 +1,24 @@
+// The one parser of the exports file that the whole process uses.
+#pragma once
+
+#include <string>
+
+#include "base/status.h"
+#include "exports/nfs_export_parser.h"
+#include "exports/nfs_export_record.h"
+
+namespace paddock {
+
+// The parser of the services' `exportsPath`, made on the first call (which reads the file) and
+// kept for the life of the process. Callers hold the module's request lock.
+NFSExportParser& shared_exports_parser();
+
+// Sets `record` to the shared parser's export of exactly this path, its own object, or to null.
+// Always 0.
+Status get_export_record(const std::string& path, NFSExportRecordPtr& record);
+
+// Removes the export with the record's identifier from the shared parser; the file is not
+// written. Always 0; a null record removes nothing.
+Status delete_export_record(const NFSExportRecordPtr& record);
+
+}  // namespace paddock

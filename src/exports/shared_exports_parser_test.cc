@@ -1,0 +1,60 @@
+#include "exports/shared_exports_parser.h"
+
+#include <gtest/gtest.h>
+
+#include "exports/shared_exports_parser_testing.h"
+#include "support/exports_parser_test_support.h"
+
+namespace paddock {
+namespace {
+
+class SharedExportsParserTest : public ParserTest {
+ protected:
+  SharedExportsParserTest() { resetSharedExportsParserForTesting(); }
+  ~SharedExportsParserTest() override { resetSharedExportsParserForTesting(); }
+};
+
+TEST_F(SharedExportsParserTest, IsOneObjectThatHasReadTheFile) {
+  files_.setFile(kFile, kBegin + "/srv/a *(ro)\n" + kEnd);
+  NFSExportParser& parser = shared_exports_parser();
+  EXPECT_EQ(parser.file(), kFile);
+  EXPECT_EQ(parser.exportCount(), 1U);
+  EXPECT_EQ(&shared_exports_parser(), &parser);
+}
+
+TEST_F(SharedExportsParserTest, TheFileMayLieElsewhere) {
+  Services elsewhere = services();
+  elsewhere.exportsPath = "/root/etc/exports";
+  const ServicesGuard guard(elsewhere);
+  EXPECT_EQ(shared_exports_parser().file(), "/root/etc/exports");
+}
+
+TEST_F(SharedExportsParserTest, GetsTheExportOfAPath) {
+  files_.setFile(kFile, kBegin + "/srv/a *(ro)\n" + kEnd);
+  NFSExportRecordPtr record;
+  EXPECT_EQ(get_export_record("/srv/a", record), 0);
+  EXPECT_EQ(record, shared_exports_parser().exportWithPath("/srv/a"));
+  ASSERT_NE(record, nullptr);
+}
+
+TEST_F(SharedExportsParserTest, APathWithoutAnExportGetsNone) {
+  NFSExportRecordPtr record = exportTo("/srv/a");
+  EXPECT_EQ(get_export_record("/srv/b", record), 0);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(SharedExportsParserTest, DeletingRemovesTheExportAndDoesNotWrite) {
+  const std::string text = kBegin + "/srv/a *(ro)\n" + kEnd;
+  files_.setFile(kFile, text);
+  EXPECT_EQ(delete_export_record(exportTo("/srv/a", "another")), 0);
+  EXPECT_EQ(shared_exports_parser().exportCount(), 0U);
+  EXPECT_EQ(files_.contents(kFile), text);
+}
+
+TEST_F(SharedExportsParserTest, DeletingWhatIsNotThereIsNoError) {
+  EXPECT_EQ(delete_export_record(exportTo("/srv/b")), 0);
+  EXPECT_EQ(delete_export_record(nullptr), 0);
+}
+
+}  // namespace
+}  // namespace paddock

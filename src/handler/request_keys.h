@@ -1,0 +1,24 @@
+// The keys that several operations share, and the folder that a request selects.
+#pragma once
+
+#include <string>
+
+#include "base/value.h"
+
+namespace paddock {
+
+inline constexpr const char* kOptionalArgumentsKey = "optionalArguments";
+inline constexpr const char* kPathKey = "path";
+inline constexpr const char* kConfigurationKey = "configuration";
+inline constexpr const char* kSharePointListKey = "sharePointList";
+inline constexpr const char* kSharePointRecordKey = "sharePointRecord";
+inline constexpr const char* kIsSharedKey = "isShared";
+inline constexpr const char* kReadStatusKey = "readStatus";
+
+// "optionalArguments" -> "path", null when there is none. Points into `request`.
+inline const std::string* requestPath(const Dictionary& request) {
+  const Dictionary* arguments = request.dictionary(kOptionalArgumentsKey);
+  return arguments != nullptr ? arguments->string(kPathKey) : nullptr;
+}
+
+}  // namespace paddock

@@ -1,0 +1,92 @@
+#include "handler/sharing_request_handler.h"
+
+#include <array>
+#include <stdexcept>
+#include <string>
+
+namespace paddock {
+
+std::mutex* gSettingsDictLock = nullptr;
+
+namespace {
+
+using OperationMethod = Dictionary (SharingRequestHandler::*)(const Dictionary&);
+
+struct OperationEntry {
+  const char* name;
+  bool changes;
+  OperationMethod method;
+};
+
+constexpr std::array kOperations = {
+    OperationEntry{"getState", false, &SharingRequestHandler::getStateWithRequest},
+    OperationEntry{"getLogPaths", false, &SharingRequestHandler::getLogPathsWithRequest},
+    OperationEntry{"readSettings", false, &SharingRequestHandler::readSettingsWithRequest},
+    OperationEntry{"getSharePointList", false,
+                   &SharingRequestHandler::getSharePointListWithRequest},
+    OperationEntry{"writeSettings", true, &SharingRequestHandler::writeSettingsWithRequest},
+};
+
+}  // namespace
+
+void SharingRequestHandler::initialize() {
+  // Deliberately never destroyed: a request may still hold it while the process ends.
+  static std::mutex* const lock = new std::mutex;
+  gSettingsDictLock = lock;
+}
+
+SharingRequestHandler::SharingRequestHandler() { initialize(); }
+
+SharingRequestHandler::~SharingRequestHandler() { SharingRequestHandler::setNetService(nullptr); }
+
+PluginRequestHandler* SharingRequestHandler::init() {
+  // Deliberate: the base initialiser's result is not used.
+  PluginRequestHandler::init();
+  return this;
+}
+
+std::vector<PluginRequestHandler::Operation> SharingRequestHandler::operations() const {
+  std::vector<Operation> operations;
+  operations.reserve(kOperations.size());
+  for (const OperationEntry& entry : kOperations) operations.push_back({entry.name, entry.changes});
+  return operations;
+}
+
+Dictionary SharingRequestHandler::performOperation(std::string_view name,
+                                                   const Dictionary& request) {
+  for (const OperationEntry& entry : kOperations) {
+    if (name == entry.name) return (this->*entry.method)(request);
+  }
+  throw std::invalid_argument("no operation named " + std::string(name));
+}
+
+Value SharingRequestHandler::startServiceWithVariant(const Value&) { return {}; }
+Value SharingRequestHandler::stopServiceWithVariant(const Value&) { return {}; }
+Value SharingRequestHandler::recycleServiceWithVariant(const Value&) { return {}; }
+
+Dictionary SharingRequestHandler::getStateWithRequest(const Dictionary&) {
+  return {{"state", "UNKNOWN"}, {"readWriteSettingsVersion", 1}};
+}
+
+Dictionary SharingRequestHandler::getLogPathsWithRequest(const Dictionary&) {
+  return {{"consoleLog", "/var/tmp/console.log"}, {"sampleLog", "/var/log/system.log"}};
+}
+
+std::shared_ptr<NetService> SharingRequestHandler::netService() const {
+  const std::lock_guard lock(netServiceMutex_);
+  return netService_;
+}
+
+void SharingRequestHandler::setNetService(std::shared_ptr<NetService> service) {
+  {
+    const std::lock_guard lock(netServiceMutex_);
+    std::swap(netService_, service);
+  }
+  // The old service ends here, outside the lock, since ending it may call back.
+}
+
+void SharingRequestHandler::netServiceWillPublish(NetService&) {}
+void SharingRequestHandler::netServiceDidNotPublish(NetService&, const Dictionary&) {}
+void SharingRequestHandler::netServiceDidStop(NetService&) {}
+
+}  // namespace paddock

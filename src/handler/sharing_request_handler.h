@@ -1,0 +1,71 @@
+// The one object through which the host talks to the sharing module.
+//
+// Every request operation but `getStateWithRequest` and `getLogPathsWithRequest` holds
+// `gSettingsDictLock` from before its first read of shared state until its reply is complete, so
+// requests from several threads run one after the other. The lock is not recursive; it is released
+// when an exception leaves an operation. Operations install no handlers of their own.
+//
+// Request keys that are missing, or of another type than the one that is read, read as null; no
+// operation rejects a request for them. Replies leave out keys whose value would be null.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "base/status.h"
+#include "base/value.h"
+#include "paddock/plugin_request_handler.h"
+#include "platform/net_service.h"
+
+namespace paddock {
+
+// Serialises all work of the module. Made by `SharingRequestHandler::initialize`, never destroyed.
+extern std::mutex* gSettingsDictLock;
+
+class SharingRequestHandler : public PluginRequestHandler,
+                              public NetServiceOwner,
+                              public NetServiceDelegate {
+ public:
+  // The class's one-time initialisation: creates `gSettingsDictLock`. Further calls do nothing.
+  static void initialize();
+
+  SharingRequestHandler();
+  // Lets go of the publication object, without stopping it explicitly.
+  ~SharingRequestHandler() override;
+
+  PluginRequestHandler* init() override;
+  std::vector<Operation> operations() const override;
+  Dictionary performOperation(std::string_view name, const Dictionary& request) override;
+
+  // The module runs no service of its own: these do nothing and return null.
+  Value startServiceWithVariant(const Value& variant) override;
+  Value stopServiceWithVariant(const Value& variant) override;
+  Value recycleServiceWithVariant(const Value& variant) override;
+
+  // "state": always "UNKNOWN"; "readWriteSettingsVersion": 1.
+  Dictionary getStateWithRequest(const Dictionary& request);
+  // "consoleLog", "sampleLog": fixed paths.
+  Dictionary getLogPathsWithRequest(const Dictionary& request);
+  // "optionalArguments" -> "path" selects one folder, without it the whole server is answered.
+  // Reply: "configuration" and "readStatus".
+  Dictionary readSettingsWithRequest(const Dictionary& request);
+  // Reply: "sharePointList", "readStatus", and "error" when the status is not 0.
+  Dictionary getSharePointListWithRequest(const Dictionary& request);
+  // Applies "configuration" and reads it back. Reply: "configuration", "writeStatus",
+  // "readStatus", and "writeError" when the write status is not 0.
+  Dictionary writeSettingsWithRequest(const Dictionary& request);
+
+  std::shared_ptr<NetService> netService() const override;
+  void setNetService(std::shared_ptr<NetService> service) override;
+
+  // Callbacks of the publication object: they do nothing.
+  void netServiceWillPublish(NetService& sender) override;
+  void netServiceDidNotPublish(NetService& sender, const Dictionary& errors) override;
+  void netServiceDidStop(NetService& sender) override;
+
+ private:
+  mutable std::mutex netServiceMutex_;
+  std::shared_ptr<NetService> netService_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,101 @@
+// The operation that writes the settings and reads them back.
+#include "handler/request_keys.h"
+#include "handler/sharing_request_handler.h"
+#include "store/share_point_writing.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr const char* kCredentialsKey = "dsCredentials";
+constexpr const char* kWriteStatusKey = "writeStatus";
+constexpr const char* kReadErrorKey = "readError";
+constexpr const char* kWriteErrorKey = "writeError";
+constexpr const char* kErrorKey = "error";
+
+const Dictionary& dictionaryOrEmpty(const Dictionary* dictionary) {
+  static const Dictionary empty;
+  return dictionary != nullptr ? *dictionary : empty;
+}
+
+const Array& arrayOrEmpty(const Array* array) {
+  static const Array empty;
+  return array != nullptr ? *array : empty;
+}
+
+// Only the exact text "NO" and a number that is false ask for removal.
+bool asksForRemoval(const Dictionary& settings) {
+  const Value* isShared = settings.find(kIsSharedKey);
+  if (isShared == nullptr) return false;
+  if (const std::string* text = isShared->string()) return *text == "NO";
+  return isShared->isNumber() && readBoolean(isShared) == false;
+}
+
+SharePointRecord removalOf(const std::string& path) {
+  SharePointRecord record = SharePointRecord::record();
+  record.setPath(path);
+  record.setDeleted(true);
+  return record;
+}
+
+std::vector<SharePointRecord> folderSharePoint(const std::string& path,
+                                               const Dictionary& configuration) {
+  std::vector<SharePointRecord> sharePoints;
+  const Value* requested = configuration.find(kSharePointRecordKey);
+  if (requested == nullptr) return sharePoints;
+  const Dictionary& settings = dictionaryOrEmpty(requested->dictionary());
+  sharePoints.push_back(asksForRemoval(settings)
+                            ? removalOf(path)
+                            : SharePointRecord::recordWithDictionary(settings));
+  return sharePoints;
+}
+
+std::vector<SharePointRecord> listedSharePoints(const Dictionary& configuration) {
+  std::vector<SharePointRecord> sharePoints;
+  const Array& list = arrayOrEmpty(configuration.array(kSharePointListKey));
+  sharePoints.reserve(list.size());
+  for (const Value& settings : list) {
+    sharePoints.push_back(
+        SharePointRecord::recordWithDictionary(dictionaryOrEmpty(settings.dictionary())));
+  }
+  return sharePoints;
+}
+
+Dictionary readBackRequest(const std::string* path) {
+  if (path == nullptr) return {};
+  return {{kOptionalArgumentsKey, Dictionary{{kPathKey, *path}}}};
+}
+
+Dictionary replyFor(Status writeStatus, Dictionary readBack) {
+  Dictionary configuration;
+  if (Value* found = readBack.find(kConfigurationKey); found != nullptr && found->dictionary()) {
+    configuration = std::move(*found->dictionary());
+  }
+  Dictionary reply;
+  reply.set(kWriteStatusKey, writeStatus);
+  // Deliberate: both are looked up inside the configuration, where reading puts neither.
+  reply.set(kReadStatusKey, configuration.integer(kReadStatusKey).value_or(kSuccess));
+  if (const Value* error = configuration.find(kErrorKey)) reply.set(kReadErrorKey, *error);
+  if (writeStatus != kSuccess) reply.set(kWriteErrorKey, sharing_error_string(writeStatus));
+  reply.set(kConfigurationKey, std::move(configuration));
+  return reply;
+}
+
+}  // namespace
+
+Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& request) {
+  const std::string* path = requestPath(request);
+  const Dictionary& configuration = dictionaryOrEmpty(request.dictionary(kConfigurationKey));
+  const Array& credentials = arrayOrEmpty(configuration.array(kCredentialsKey));
+  Status writeStatus = kSuccess;
+  {
+    const std::lock_guard lock(*gSettingsDictLock);
+    std::vector<SharePointRecord> sharePoints =
+        path != nullptr ? folderSharePoint(*path, configuration) : listedSharePoints(configuration);
+    writeStatus = write_sharepoints(sharePoints, context(), credentials, *this);
+  }
+  // The lock is free here, since reading takes it again.
+  return replyFor(writeStatus, readSettingsWithRequest(readBackRequest(path)));
+}
+
+}  // namespace paddock

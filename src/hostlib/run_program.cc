@@ -1,0 +1,99 @@
+#include "paddock/run_program.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/status.h"
+#include "hostlib/child_process.h"
+#include "hostlib/program.h"
+#include "hostlib/program_output.h"
+#include "hostlib/program_registry.h"
+#include "paddock/host.h"
+#include "paddock/sys_logger.h"
+
+namespace paddock {
+namespace {
+
+constexpr std::size_t kLoggedErrorOutput = 4096;
+constexpr int kSignalBase = 128;
+
+// Never destroyed: a request may still run a program while the process ends.
+ProgramRegistry& registry() {
+  static ProgramRegistry& instance = *new ProgramRegistry;
+  return instance;
+}
+
+int exitStatusOf(int waitStatus) {
+  return WIFSIGNALED(waitStatus) ? kSignalBase + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
+}
+
+void logErrorOutput(const std::string& path, std::string_view text) {
+  const bool cut = text.size() > kLoggedErrorOutput;
+  text = text.substr(0, kLoggedErrorOutput);
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    if (end > 0)
+      logMessage(4, std::string("program ").append(path).append(": ").append(text.substr(0, end)));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  if (cut) logMessage(4, "program " + path + ": more on standard error, left out here");
+}
+
+void logResult(const std::string& path, const ProgramResult& result) {
+  logErrorOutput(path, result.errorOutput);
+  if (result.status == ETIMEDOUT) {
+    logMessage(3, "program " + path + " took too long and was ended");
+  } else if (result.status != 0) {
+    logMessage(3, "program " + path + " cannot be run: " + sharing_error_string(result.status));
+  } else if (result.exitStatus > kSignalBase) {
+    logMessage(4, "program " + path + " was ended by signal " +
+                      std::to_string(result.exitStatus - kSignalBase));
+  } else if (result.exitStatus != 0) {
+    logMessage(4, "program " + path + " exited with status " + std::to_string(result.exitStatus));
+  }
+}
+
+ProgramResult runAndWait(const std::string& path, const std::vector<std::string>& arguments,
+                         std::chrono::steady_clock::time_point deadline) {
+  ProgramResult result;
+  ChildProcess child;
+  registry().startAndRegister([&] {
+    result.status = child.start(path, arguments);
+    return child.process();
+  });
+  if (result.status != 0) return result;
+  if (!readUntilEnd(child, deadline, kProgramOutputLimit, result.output, result.errorOutput)) {
+    result.status = ETIMEDOUT;
+    child.killGroup();
+  }
+  registry().forget(child.process());
+  result.exitStatus = exitStatusOf(child.reap());
+  return result;
+}
+
+}  // namespace
+
+ProgramResult runProgramWithin(const std::string& path, const std::vector<std::string>& arguments,
+                               std::chrono::milliseconds limit) {
+  const std::string program = hostPath(path);
+  // A NUL would cut an argument short.
+  const auto hasNul = [](const std::string& text) { return text.find('\0') != std::string::npos; };
+  ProgramResult result;
+  if (hasNul(program) || std::any_of(arguments.begin(), arguments.end(), hasNul)) {
+    result.status = EINVAL;
+  } else {
+    result = runAndWait(program, arguments, std::chrono::steady_clock::now() + limit);
+  }
+  logResult(program, result);
+  return result;
+}
+
+ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments) {
+  return runProgramWithin(path, arguments, std::chrono::seconds(kProgramTimeLimitSeconds));
+}
+
+bool isRunningProgram(pid_t process) { return registry().contains(process); }
+
+}  // namespace paddock

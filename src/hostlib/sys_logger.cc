@@ -1,0 +1,103 @@
+#include "paddock/sys_logger.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "base/system_call.h"
+
+namespace paddock {
+namespace {
+
+constexpr int kPriorityMask = 7;
+constexpr int kDebugPriority = 7;
+
+std::mutex gSinkMutex;
+std::shared_ptr<const LogSink> gSink;
+std::atomic<bool> gDebugLogging{false};
+std::atomic<std::uint64_t> gNextLogger{1};
+
+thread_local std::string tRequestId;
+thread_local std::unordered_map<std::uint64_t, std::string> tPrefixes;
+
+std::shared_ptr<const LogSink> currentSink() {
+  const std::scoped_lock lock(gSinkMutex);
+  return gSink;
+}
+
+// One message is one line: control characters are written as \xNN.
+std::string printable(std::string_view text) {
+  static constexpr std::array<char, 17> kDigits{"0123456789abcdef"};
+  std::string result;
+  result.reserve(text.size());
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x20U && byte != 0x7fU) {
+      result.push_back(character);
+      continue;
+    }
+    result.append("\\x").push_back(kDigits.at(byte >> 4U));
+    result.push_back(kDigits.at(byte & 15U));
+  }
+  return result;
+}
+
+}  // namespace
+
+void installLogSink(LogSink sink) {
+  auto installed = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
+  const std::scoped_lock lock(gSinkMutex);
+  gSink.swap(installed);
+}
+
+LogSink standardErrorSink() {
+  return [](int priority, const std::string& line) {
+    const std::string text = "<" + std::to_string(priority) + ">" + line + "\n";
+    std::string_view rest(text);
+    while (!rest.empty()) {
+      const auto written =
+          retryOnInterrupt([rest] { return ::write(STDERR_FILENO, rest.data(), rest.size()); });
+      if (written <= 0) return;
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    }
+  };
+}
+
+void setDebugLogging(bool on) { gDebugLogging.store(on, std::memory_order_relaxed); }
+
+void logMessage(int priority, std::string_view text) {
+  const int level = priority & kPriorityMask;
+  if (level == kDebugPriority && !gDebugLogging.load(std::memory_order_relaxed)) return;
+  std::string line = printable(text);
+  if (!tRequestId.empty()) line.append(" [request ").append(tRequestId).append("]");
+  if (const auto sink = currentSink()) {
+    (*sink)(level, line);
+  } else {
+    ::syslog(LOG_DAEMON | level, "%s", line.c_str());
+  }
+}
+
+RequestIdScope::RequestIdScope(std::string id) : previous_(std::move(tRequestId)) {
+  tRequestId = std::move(id);
+}
+
+RequestIdScope::~RequestIdScope() { tRequestId = std::move(previous_); }
+
+const std::string& currentRequestId() { return tRequestId; }
+
+SysLogger::SysLogger() : number_(gNextLogger.fetch_add(1, std::memory_order_relaxed)) {}
+
+void SysLogger::setPrefix(std::string prefix) { tPrefixes[number_] = std::move(prefix); }
+
+const std::string& SysLogger::prefix() const { return tPrefixes[number_]; }
+
+void SysLogger::log(int priority, std::string_view text) const {
+  logMessage(priority, std::string(prefix()).append(" ").append(text));
+}
+
+}  // namespace paddock

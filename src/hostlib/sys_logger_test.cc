@@ -1,0 +1,110 @@
+#include "paddock/sys_logger.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace paddock {
+namespace {
+
+class SysLoggerTest : public testing::Test {
+ protected:
+  using Line = std::pair<int, std::string>;
+
+  SysLoggerTest() {
+    installLogSink([this](int priority, const std::string& line) {
+      const std::scoped_lock lock(mutex_);
+      lines_.emplace_back(priority, line);
+    });
+  }
+  ~SysLoggerTest() override {
+    installLogSink(nullptr);
+    setDebugLogging(false);
+  }
+
+  std::mutex mutex_;
+  std::vector<Line> lines_;
+};
+
+TEST_F(SysLoggerTest, PrioritiesAreReducedToTheirLowestThreeBits) {
+  logMessage(3, "error");
+  logMessage(11, "start failure");
+  EXPECT_EQ(lines_, (std::vector<Line>{{3, "error"}, {3, "start failure"}}));
+}
+
+TEST_F(SysLoggerTest, DebugMessagesAreDroppedUnlessTheyAreOn) {
+  logMessage(7, "dropped");
+  setDebugLogging(true);
+  logMessage(7, "kept");
+  EXPECT_EQ(lines_, (std::vector<Line>{{7, "kept"}}));
+}
+
+TEST_F(SysLoggerTest, ControlCharactersAreEscapedSoThatAMessageIsOneLine) {
+  logMessage(6, std::string_view("a\nb\tc\0d\x7f\xc3\xa4", 10));
+  EXPECT_EQ(lines_, (std::vector<Line>{{6, "a\\x0ab\\x09c\\x00d\\x7f\xc3\xa4"}}));
+}
+
+TEST_F(SysLoggerTest, LinesCarryTheIdOfTheRequestOfTheirThread) {
+  {
+    const RequestIdScope outer("r1");
+    {
+      const RequestIdScope inner("r2");
+      logMessage(6, "inner");
+      std::thread([] { logMessage(6, "elsewhere"); }).join();
+    }
+    logMessage(6, "outer");
+    EXPECT_EQ(currentRequestId(), "r1");
+  }
+  logMessage(6, "none");
+  EXPECT_EQ(
+      lines_,
+      (std::vector<Line>{
+          {6, "inner [request r2]"}, {6, "elsewhere"}, {6, "outer [request r1]"}, {6, "none"}}));
+  EXPECT_EQ(currentRequestId(), "");
+}
+
+TEST_F(SysLoggerTest, ThePrefixOfASharedLoggerBelongsToTheThread) {
+  SysLogger logger;
+  SysLogger other;
+  logger.setPrefix("paddock_sharing:here");
+  std::thread([&logger] {
+    logger.setPrefix("paddock_sharing:there");
+    logger.log(4, "second");
+  }).join();
+  logger.log(4, "first");
+  EXPECT_EQ(logger.prefix(), "paddock_sharing:here");
+  EXPECT_EQ(other.prefix(), "");
+  EXPECT_EQ(lines_, (std::vector<Line>{{4, "paddock_sharing:there second"},
+                                       {4, "paddock_sharing:here first"}}));
+}
+
+TEST_F(SysLoggerTest, AFormatInATextIsNotReadAsOne) {
+  logMessage(3, "%s%n");
+  EXPECT_EQ(lines_, (std::vector<Line>{{3, "%s%n"}}));
+}
+
+TEST_F(SysLoggerTest, StandardErrorLinesStartWithThePriority) {
+  testing::internal::CaptureStderr();
+  standardErrorSink()(4, "text");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<4>text\n");
+}
+
+TEST_F(SysLoggerTest, ThreadsLogWhileTheSinkIsReplaced) {
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.emplace_back([] {
+      for (int round = 0; round < 100; ++round) logMessage(6, "x");
+    });
+  }
+  for (int round = 0; round < 50; ++round) installLogSink([](int, const std::string&) {});
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace paddock

@@ -1,0 +1,26 @@
+// The fixed GUIDs of users and groups whose records have none: a constant prefix of 12 bytes,
+// one for users and one for groups, and the id in the last 4 bytes, most significant first. They
+// have the form of random GUIDs (RFC 4122 version 4) and are written to disk and to other
+// machines, so the prefixes never change.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "base/guid.h"
+#include "platform/membership.h"
+
+namespace paddock {
+
+struct Principal {
+  PrincipalType type = PrincipalType::user;
+  std::uint32_t id = 0;
+  friend bool operator==(const Principal&, const Principal&) = default;
+};
+
+Guid computedGuid(const Principal& principal);
+
+// The user or group that a GUID of that form was made from; absent for every other GUID.
+std::optional<Principal> computedPrincipal(const Guid& guid);
+
+}  // namespace paddock

@@ -1,0 +1,26 @@
+// The platform services that the host library itself gives: programs, plug-in commands, the log.
+#pragma once
+
+#include "platform/logger.h"
+#include "platform/plugin_commands.h"
+#include "platform/program_runner.h"
+
+namespace paddock {
+
+class HostProgramRunner : public ProgramRunner {
+ public:
+  ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override;
+};
+
+class HostPluginCommands : public PluginCommands {
+ public:
+  Dictionary doCommand(const std::string& bundle, const Dictionary& command,
+                       const std::string& module, const std::optional<std::string>& user) override;
+};
+
+class HostLogger : public Logger {
+ public:
+  void log(int priority, std::string_view text) override;
+};
+
+}  // namespace paddock

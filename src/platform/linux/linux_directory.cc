@@ -1,0 +1,24 @@
+#include "platform/linux/linux_directory.h"
+
+#include "platform/linux/system_node.h"
+
+namespace paddock {
+
+LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& options)
+    : database_(std::make_shared<LocalDatabase>(options.databasePath)),
+      adminGroup_(options.adminGroup) {
+  NodeList nodes;
+  nodes.push_back({kLocalNodePath, [database = database_, group = adminGroup_] {
+                     return paddock::openLocalNode(database, group);
+                   }});
+  nodes.push_back({kSystemNodePath, [pam = options.pam] { return makeSystemNode(pam); }});
+  nodes_ = std::make_shared<const NodeList>(std::move(nodes));
+}
+
+std::unique_ptr<DirectorySession> LinuxDirectoryService::openLocal() { return makeSession(nodes_); }
+
+std::shared_ptr<LocalDirectoryNode> LinuxDirectoryService::openLocalNode() {
+  return paddock::openLocalNode(database_, adminGroup_);
+}
+
+}  // namespace paddock

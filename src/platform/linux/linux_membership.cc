@@ -1,0 +1,104 @@
+#include "platform/linux/linux_membership.h"
+
+#include <cerrno>
+#include <limits>
+#include <optional>
+
+#include "base/text.h"
+#include "platform/directory_schema.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr auto kExact = MatchType::caseInsensitiveExact;
+
+struct Kind {
+  PrincipalType type;
+  const char* recordType;
+  const char* idAttribute;
+};
+constexpr Kind kUserKind{PrincipalType::user, schema::kUsers, schema::kUniqueID};
+constexpr Kind kGroupKind{PrincipalType::group, schema::kGroups, schema::kPrimaryGroupID};
+
+const Kind& kindOf(PrincipalType type) {
+  return type == PrincipalType::user ? kUserKind : kGroupKind;
+}
+
+// The first value of an attribute of an answer; null when there is none.
+const std::string* firstValue(const Value& answer, const char* attribute) {
+  const Array* values = answer.dictionary()->array(attribute);
+  return values == nullptr || values->empty() ? nullptr : values->front().string();
+}
+
+std::optional<std::uint32_t> idIn(const std::string* text) {
+  const auto number = text == nullptr ? std::nullopt : parseInteger(*text);
+  if (!number || *number < 0 || *number > std::numeric_limits<std::uint32_t>::max())
+    return std::nullopt;
+  return static_cast<std::uint32_t>(*number);
+}
+
+std::optional<Guid> recordedGuid(DirectoryNode& node, const Principal& principal) {
+  const Kind& kind = kindOf(principal.type);
+  const Array answers = node.findRecordsOfTypes({kind.recordType}, kind.idAttribute,
+                                                std::to_string(principal.id), kExact);
+  for (const Value& answer : answers) {
+    const std::string* text = firstValue(answer, schema::kGeneratedUID);
+    const auto guid = text == nullptr ? std::nullopt : parseGuid(*text);
+    if (guid) return guid;
+  }
+  return std::nullopt;
+}
+
+std::optional<Principal> recordedPrincipal(DirectoryNode& node, const Guid& guid) {
+  const std::string text = guidText(guid);
+  for (const Kind& kind : {kUserKind, kGroupKind})
+    for (const Value& answer :
+         node.findRecordsOfTypes({kind.recordType}, schema::kGeneratedUID, text, kExact))
+      if (const auto id = idIn(firstValue(answer, kind.idAttribute)))
+        return Principal{kind.type, *id};
+  return std::nullopt;
+}
+
+// Runs work(search node) and returns the errno of what it throws.
+template <typename Work>
+int withSearchNode(DirectoryService& directory, Work&& work) {
+  try {
+    return work(*directory.openLocal()->searchNode());
+  } catch (const DirectoryError& error) {
+    const Status status = error.status().value_or(EIO);
+    return status == 0 ? EIO : status;
+  }
+}
+
+}  // namespace
+
+int LinuxMembership::uidToGuid(std::uint32_t uid, Guid& guid) {
+  return toGuid({PrincipalType::user, uid}, guid);
+}
+
+int LinuxMembership::gidToGuid(std::uint32_t gid, Guid& guid) {
+  return toGuid({PrincipalType::group, gid}, guid);
+}
+
+int LinuxMembership::toGuid(const Principal& principal, Guid& guid) {
+  guid = {};
+  return withSearchNode(directory_, [&](DirectoryNode& node) {
+    guid = recordedGuid(node, principal).value_or(computedGuid(principal));
+    return 0;
+  });
+}
+
+int LinuxMembership::guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) {
+  id = 0;
+  return withSearchNode(directory_, [&](DirectoryNode& node) {
+    auto principal = recordedPrincipal(node, guid);
+    if (!principal) principal = computedPrincipal(guid);
+    if (!principal) return ENOENT;
+    id = principal->id;
+    type = principal->type;
+    return 0;
+  });
+}
+
+}  // namespace paddock

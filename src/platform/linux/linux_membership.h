@@ -1,0 +1,35 @@
+// The membership service over a directory.
+//
+// Forwards: the first record, in search order, that has the id (UniqueID of a user,
+// PrimaryGroupID of a group) and a GeneratedUID gives the GUID; without one it is the computed
+// one. Backwards: the first record, users before groups, that has the GUID and an id gives the id;
+// without one, a computed GUID gives the id that it was made from. So the GUID of every id
+// leads back to it unless two records share a GUID. The computed GUID of an id stays an alias of
+// that id when a record gives the id another GUID: lists that were made before that record still
+// name the same person.
+#pragma once
+
+#include <string>
+
+#include "platform/computed_guid.h"
+#include "platform/directory.h"
+#include "platform/membership.h"
+
+namespace paddock {
+
+class LinuxMembership final : public Membership {
+ public:
+  // The caller keeps the service alive.
+  explicit LinuxMembership(DirectoryService& directory) : directory_(directory) {}
+
+  int uidToGuid(std::uint32_t uid, Guid& guid) override;
+  int gidToGuid(std::uint32_t gid, Guid& guid) override;
+  int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) override;
+
+ private:
+  int toGuid(const Principal& principal, Guid& guid);
+
+  DirectoryService& directory_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,129 @@
+#include "platform/linux/linux_membership.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "platform/directory_schema.h"
+#include "platform/linux/case_fold.h"
+#include "platform/testing/in_memory_directory.h"
+
+namespace paddock {
+namespace {
+
+const Guid kOwn = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
+
+class LinuxMembershipTest : public ::testing::Test {
+ protected:
+  void addUser(const std::string& name, std::uint32_t uid, const std::optional<Guid>& guid,
+               const std::string& node = "/Local") {
+    Dictionary attributes{{schema::kUniqueID, std::to_string(uid)}};
+    if (guid) attributes.set(schema::kGeneratedUID, guidText(*guid));
+    directory_.addRecord(node, schema::kUsers, name, attributes);
+  }
+  Guid userGuid(std::uint32_t uid) {
+    Guid guid;
+    EXPECT_EQ(membership_.uidToGuid(uid, guid), 0);
+    return guid;
+  }
+  std::optional<Principal> principal(const Guid& guid) {
+    Principal result;
+    const int error = membership_.guidToId(guid, result.id, result.type);
+    if (error == 0) return result;
+    EXPECT_EQ(error, ENOENT);
+    EXPECT_EQ(result.id, 0U);
+    return std::nullopt;
+  }
+
+  InMemoryDirectory directory_{caseFold};
+  LinuxMembership membership_{directory_};
+};
+
+TEST_F(LinuxMembershipTest, IdsWithoutARecordHaveComputedGuidsBothWays) {
+  for (const std::uint32_t id : {0U, 89U, 1000U, 0xFFFFFFFEU}) {
+    Guid user;
+    Guid group;
+    EXPECT_EQ(membership_.uidToGuid(id, user), 0);
+    EXPECT_EQ(membership_.gidToGuid(id, group), 0);
+    EXPECT_NE(user, group);
+    EXPECT_EQ(principal(user), (Principal{PrincipalType::user, id}));
+    EXPECT_EQ(principal(group), (Principal{PrincipalType::group, id}));
+  }
+}
+
+TEST_F(LinuxMembershipTest, ARecordWithoutAGuidHasTheComputedOne) {
+  addUser("anna", 1000, std::nullopt);
+  EXPECT_EQ(userGuid(1000), computedGuid({PrincipalType::user, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, ARecordsOwnGuidWinsBothWays) {
+  addUser("anna", 1000, kOwn);
+  EXPECT_EQ(userGuid(1000), kOwn);
+  EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
+  Guid group;
+  EXPECT_EQ(membership_.gidToGuid(1000, group), 0);
+  EXPECT_EQ(group, computedGuid({PrincipalType::group, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, AGroupsIdIsItsPrimaryGroupID) {
+  directory_.addRecord("/Local", schema::kGroups, "staff",
+                       {{schema::kPrimaryGroupID, "50"}, {schema::kGeneratedUID, guidText(kOwn)}});
+  Guid group;
+  EXPECT_EQ(membership_.gidToGuid(50, group), 0);
+  EXPECT_EQ(group, kOwn);
+  EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::group, 50}));
+}
+
+TEST_F(LinuxMembershipTest, TheComputedGuidStaysAnAliasOfAnIdWithItsOwn) {
+  addUser("anna", 1000, kOwn);
+  EXPECT_EQ(principal(computedGuid({PrincipalType::user, 1000})),
+            (Principal{PrincipalType::user, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, ARecordThatTakesAComputedGuidWinsOverItsId) {
+  addUser("anna", 1000, computedGuid({PrincipalType::user, 7}));
+  EXPECT_EQ(principal(computedGuid({PrincipalType::user, 7})),
+            (Principal{PrincipalType::user, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, TheFirstNodeOfTheSearchPathWins) {
+  directory_.addNode("/LDAP/office", "ReadOnly");
+  const Guid other = *parseGuid("DEADBEEF-0000-4000-8000-000000000002");
+  addUser("anna", 1000, other, "/LDAP/office");
+  EXPECT_EQ(userGuid(1000), other);
+  addUser("anna", 1000, kOwn);
+  EXPECT_EQ(userGuid(1000), kOwn);
+  EXPECT_EQ(principal(other), (Principal{PrincipalType::user, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, AGuidThatIsNoGuidCountsAsNone) {
+  directory_.addRecord("/Local", schema::kUsers, "anna",
+                       {{schema::kUniqueID, "1000"}, {schema::kGeneratedUID, "none"}});
+  EXPECT_EQ(userGuid(1000), computedGuid({PrincipalType::user, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, ARecordWithoutAnIdIsNobody) {
+  directory_.addRecord("/Local", schema::kUsers, "anna", {{schema::kGeneratedUID, guidText(kOwn)}});
+  EXPECT_EQ(principal(kOwn), std::nullopt);
+  addUser("bert", 1001, kOwn);
+  EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1001}));
+}
+
+TEST_F(LinuxMembershipTest, AnUnknownGuidIsNobody) {
+  EXPECT_EQ(principal(kOwn), std::nullopt);
+  EXPECT_EQ(principal(Guid{}), std::nullopt);
+}
+
+TEST_F(LinuxMembershipTest, ADirectoryThatCannotAnswerGivesItsErrno) {
+  directory_.failOpening("/Local", EIO);
+  Guid guid = kOwn;
+  EXPECT_EQ(membership_.uidToGuid(1, guid), EIO);
+  EXPECT_EQ(guid, Guid{});
+  std::uint32_t id = 5;
+  PrincipalType type{};
+  EXPECT_EQ(membership_.guidToId(kOwn, id, type), EIO);
+  EXPECT_EQ(id, 0U);
+}
+
+}  // namespace
+}  // namespace paddock

@@ -1,0 +1,20 @@
+// Whole text files on Linux.
+//
+// A replacement is written to a new file ".NAME.XXXXXXXXXXXX" in the target's folder, synced,
+// renamed over the target, and the folder is synced. What ends the process in between leaves the
+// target as it was, and at most that one file.
+#pragma once
+
+#include "platform/text_file.h"
+
+namespace paddock {
+
+class LinuxTextFiles : public TextFiles {
+ public:
+  int read(const std::string& path, std::string& contents) override;
+  int replace(const std::string& path, const std::string& contents) override;
+  int copyOnce(const std::string& from, const std::string& to) override;
+  bool exists(const std::string& path) override;
+};
+
+}  // namespace paddock

@@ -1,0 +1,37 @@
+// Users and groups through the name service switch. Any thread. What the switch cannot answer is
+// thrown as DirectoryError with the errno; an unknown name or id is absent.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace paddock {
+
+struct NssUser {
+  std::string name;
+  std::string comment;
+  std::string home;
+  std::string shell;
+  uid_t uid = 0;
+  gid_t gid = 0;
+};
+
+struct NssGroup {
+  std::string name;
+  std::vector<std::string> members;
+  gid_t gid = 0;
+};
+
+std::optional<NssUser> nssUser(const std::string& name);
+std::optional<NssUser> nssUser(uid_t uid);
+std::optional<NssGroup> nssGroup(const std::string& name);
+std::optional<NssGroup> nssGroup(gid_t gid);
+
+// Every one that the switch enumerates, in its order.
+std::vector<NssUser> nssUsers();
+std::vector<NssGroup> nssGroups();
+
+}  // namespace paddock

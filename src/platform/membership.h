@@ -1,0 +1,27 @@
+// The membership service: user and group ids to GUIDs and back.
+//
+// A user or group whose record has a "dsAttrTypeStandard:GeneratedUID" has that GUID; every other
+// id has a fixed GUID computed from it. So each uid and gid maps, with or without a record,
+// and each GUID made here maps back. Errors are errno values; any thread may call.
+#pragma once
+
+#include <cstdint>
+
+#include "base/guid.h"
+
+namespace paddock {
+
+enum class PrincipalType { user, group };
+
+class Membership {
+ public:
+  virtual ~Membership() = default;
+  // 0 and `guid`, or an errno and `guid` all zero.
+  virtual int uidToGuid(std::uint32_t uid, Guid& guid) = 0;
+  virtual int gidToGuid(std::uint32_t gid, Guid& guid) = 0;
+  // 0 and the id with its type; ENOENT when the GUID names neither a user nor a group (`id`
+  // is then 0).
+  virtual int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) = 0;
+};
+
+}  // namespace paddock

@@ -1,0 +1,25 @@
+// The run-a-program operation of the host.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace paddock {
+
+struct ProgramOutcome {
+  int status = 0;  // 0: it ran; otherwise the errno of starting it
+  std::string output;
+  std::string errorOutput;
+  friend bool operator==(const ProgramOutcome&, const ProgramOutcome&) = default;
+};
+
+class ProgramRunner {
+ public:
+  virtual ~ProgramRunner() = default;
+  // Runs the executable at an absolute path with `arguments` (argv[0] not among them) and waits
+  // for it. What it wrote is handed back as text.
+  virtual ProgramOutcome run(const std::string& path,
+                             const std::vector<std::string>& arguments) = 0;
+};
+
+}  // namespace paddock

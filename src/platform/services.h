@@ -1,0 +1,55 @@
+// The platform services of the process.
+//
+// The workers are free functions; they reach their services through this one aggregate. The
+// composition root installs it before the first request; a test installs its own for a scope.
+#pragma once
+
+#include <string>
+
+namespace paddock {
+
+class Clock;
+class DirectoryService;
+class HostName;
+class Logger;
+class Membership;
+class PluginCommands;
+class ProgramRunner;
+class SharedFileLists;
+class TextFiles;
+class UuidSource;
+class VolumeInfo;
+
+struct Services {
+  DirectoryService* directory = nullptr;
+  Membership* membership = nullptr;
+  VolumeInfo* volumeInfo = nullptr;
+  HostName* hostName = nullptr;
+  ProgramRunner* programRunner = nullptr;
+  PluginCommands* pluginCommands = nullptr;
+  Logger* logger = nullptr;
+  Clock* clock = nullptr;
+  UuidSource* uuidSource = nullptr;
+  SharedFileLists* sharedFileLists = nullptr;
+  TextFiles* textFiles = nullptr;
+  std::string exportsPath = "/etc/exports";
+};
+
+// The installed services. Precondition: they are installed.
+const Services& services();
+
+// Installs `replacement` for the life of the guard, then what was there before. Guards nest;
+// install and remove them only while no worker runs.
+class ServicesGuard {
+ public:
+  explicit ServicesGuard(const Services& replacement);
+  ServicesGuard(const ServicesGuard&) = delete;
+  ServicesGuard& operator=(const ServicesGuard&) = delete;
+  ~ServicesGuard();
+
+ private:
+  Services installed_;
+  const Services* previous_;
+};
+
+}  // namespace paddock

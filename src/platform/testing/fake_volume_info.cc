@@ -1,0 +1,87 @@
+#include "platform/testing/fake_volume_info.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+namespace paddock {
+
+namespace {
+
+constexpr std::size_t kPathLimit = 4096;
+
+bool hasDotDotComponent(std::string_view path) {
+  while (!path.empty()) {
+    const std::size_t end = path.find('/');
+    if (path.substr(0, end) == "..") return true;
+    if (end == std::string_view::npos) break;
+    path.remove_prefix(end + 1);
+  }
+  return false;
+}
+
+int pathError(const std::string& path) {
+  if (path.empty() || path.front() != '/' || path.find('\0') != std::string::npos) return EINVAL;
+  if (hasDotDotComponent(path)) return EINVAL;
+  return path.size() >= kPathLimit ? ENAMETOOLONG : 0;
+}
+
+// Without repeated and final slashes.
+std::string normalised(const std::string& path) {
+  std::string normal;
+  for (const char character : path) {
+    if (character != '/' || normal.empty() || normal.back() != '/') normal += character;
+  }
+  if (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+  return normal;
+}
+
+bool liesOn(const std::string& path, const std::string& mountPoint) {
+  if (mountPoint == "/") return true;
+  return path.compare(0, mountPoint.size(), mountPoint) == 0 &&
+         (path.size() == mountPoint.size() || path[mountPoint.size()] == '/');
+}
+
+}  // namespace
+
+int FakeVolumeInfo::statfs(const std::string& path, MountedVolume& volume) {
+  ++statfsCalls_;
+  volume = {};
+  if (const int error = pathError(path); error != 0) return error;
+  if (const auto error = errors_.find(path); error != errors_.end()) return error->second;
+  const std::string normal = normalised(path);
+  const MountedVolume* nearest = nullptr;
+  for (const MountedVolume& mounted : volumes_) {
+    if (!liesOn(normal, mounted.f_mntonname)) continue;
+    if (nearest == nullptr || mounted.f_mntonname.size() >= nearest->f_mntonname.size()) {
+      nearest = &mounted;
+    }
+  }
+  if (nearest == nullptr) return ENOENT;
+  volume = *nearest;
+  return 0;
+}
+
+int FakeVolumeInfo::getmntinfo(std::vector<MountedVolume>& volumes) {
+  volumes = tableError_ == 0 ? volumes_ : std::vector<MountedVolume>();
+  return tableError_;
+}
+
+void FakeVolumeInfo::mount(const MountedVolume& volume) { volumes_.push_back(volume); }
+
+void FakeVolumeInfo::unmount(const std::string& mountPoint) {
+  const auto top =
+      std::find_if(volumes_.rbegin(), volumes_.rend(),
+                   [&](const MountedVolume& mounted) { return mounted.f_mntonname == mountPoint; });
+  if (top != volumes_.rend()) volumes_.erase(std::next(top).base());
+}
+
+void FakeVolumeInfo::setError(const std::string& path, int error) {
+  if (error == 0) {
+    errors_.erase(path);
+  } else {
+    errors_[path] = error;
+  }
+}
+
+}  // namespace paddock

@@ -1,0 +1,36 @@
+// A mount table that a test sets; at first the root volume alone.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/volume_info.h"
+
+namespace paddock {
+
+class FakeVolumeInfo : public VolumeInfo {
+ public:
+  // The volume mounted nearest above the path, by its components. Every path exists that
+  // `setError` says nothing of.
+  int statfs(const std::string& path, MountedVolume& volume) override;
+  int getmntinfo(std::vector<MountedVolume>& volumes) override;
+
+  // Appends to the table; a later volume on the same directory covers an earlier one.
+  void mount(const MountedVolume& volume);
+  void unmount(const std::string& mountPoint);
+  // The error of `statfs` on exactly this path; 0 for none.
+  void setError(const std::string& path, int error);
+  // The error of `getmntinfo`; 0 for none.
+  void setTableError(int error) { tableError_ = error; }
+
+  int statfsCalls() const { return statfsCalls_; }
+
+ private:
+  std::vector<MountedVolume> volumes_{{"/", "/dev/root", "ext4"}};
+  std::map<std::string, int> errors_;
+  int tableError_ = 0;
+  int statfsCalls_ = 0;
+};
+
+}  // namespace paddock

@@ -1,0 +1,72 @@
+#include "platform/testing/faulty_platform.h"
+
+namespace paddock {
+
+int FaultyMembership::uidToGuid(std::uint32_t uid, Guid& guid) {
+  if (!fails("membership.uidToGuid")) return wrapped().uidToGuid(uid, guid);
+  guid = {};
+  return error();
+}
+
+int FaultyMembership::gidToGuid(std::uint32_t gid, Guid& guid) {
+  if (!fails("membership.gidToGuid")) return wrapped().gidToGuid(gid, guid);
+  guid = {};
+  return error();
+}
+
+int FaultyMembership::guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) {
+  if (!fails("membership.guidToId")) return wrapped().guidToId(guid, id, type);
+  id = 0;
+  return error();
+}
+
+int FaultyVolumeInfo::statfs(const std::string& path, MountedVolume& volume) {
+  if (!fails("volumeInfo.statfs")) return wrapped().statfs(path, volume);
+  volume = {};
+  return error();
+}
+
+int FaultyVolumeInfo::getmntinfo(std::vector<MountedVolume>& volumes) {
+  if (!fails("volumeInfo.getmntinfo")) return wrapped().getmntinfo(volumes);
+  volumes.clear();
+  return error();
+}
+
+int FaultyHostName::gethostname(std::string& name) {
+  if (!fails("hostName.gethostname")) return wrapped().gethostname(name);
+  name.clear();
+  return error();
+}
+
+ProgramOutcome FaultyProgramRunner::run(const std::string& path,
+                                        const std::vector<std::string>& arguments) {
+  if (!fails("programRunner.run")) return wrapped().run(path, arguments);
+  return {error(), "", ""};
+}
+
+Dictionary FaultyPluginCommands::doCommand(const std::string& bundle, const Dictionary& command,
+                                           const std::string& module,
+                                           const std::optional<std::string>& user) {
+  if (fails("pluginCommands.doCommand")) return {};
+  return wrapped().doCommand(bundle, command, module, user);
+}
+
+int FaultyTextFiles::read(const std::string& path, std::string& contents) {
+  if (!fails("textFiles.read")) return wrapped().read(path, contents);
+  contents.clear();
+  return error();
+}
+
+int FaultyTextFiles::replace(const std::string& path, const std::string& contents) {
+  return fails("textFiles.replace") ? error() : wrapped().replace(path, contents);
+}
+
+int FaultyTextFiles::copyOnce(const std::string& from, const std::string& to) {
+  return fails("textFiles.copyOnce") ? error() : wrapped().copyOnce(from, to);
+}
+
+bool FaultyTextFiles::exists(const std::string& path) {
+  return !fails("textFiles.exists") && wrapped().exists(path);
+}
+
+}  // namespace paddock

@@ -1,0 +1,77 @@
+// The services that report failure by number, failing as a FaultPlan says. See faulty_services.h.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/host_name.h"
+#include "platform/membership.h"
+#include "platform/plugin_commands.h"
+#include "platform/program_runner.h"
+#include "platform/testing/fault_plan.h"
+#include "platform/text_file.h"
+#include "platform/volume_info.h"
+
+namespace paddock {
+
+// What every wrapper holds: the service that it forwards to, and the plan. Both outlive it.
+template <typename Service>
+class FaultyForwarder : public Service {
+ public:
+  FaultyForwarder(Service& wrapped, FaultPlan& plan) : wrapped_(wrapped), plan_(plan) {}
+
+ protected:
+  Service& wrapped() const { return wrapped_; }
+  bool fails(std::string_view call) const { return plan_.fails(call); }
+  int error() const { return plan_.errorNumber(); }
+
+ private:
+  Service& wrapped_;
+  FaultPlan& plan_;
+};
+
+class FaultyMembership : public FaultyForwarder<Membership> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int uidToGuid(std::uint32_t uid, Guid& guid) override;
+  int gidToGuid(std::uint32_t gid, Guid& guid) override;
+  int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) override;
+};
+
+class FaultyVolumeInfo : public FaultyForwarder<VolumeInfo> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int statfs(const std::string& path, MountedVolume& volume) override;
+  int getmntinfo(std::vector<MountedVolume>& volumes) override;
+};
+
+class FaultyHostName : public FaultyForwarder<HostName> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int gethostname(std::string& name) override;
+};
+
+class FaultyProgramRunner : public FaultyForwarder<ProgramRunner> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override;
+};
+
+class FaultyPluginCommands : public FaultyForwarder<PluginCommands> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  Dictionary doCommand(const std::string& bundle, const Dictionary& command,
+                       const std::string& module, const std::optional<std::string>& user) override;
+};
+
+class FaultyTextFiles : public FaultyForwarder<TextFiles> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int read(const std::string& path, std::string& contents) override;
+  int replace(const std::string& path, const std::string& contents) override;
+  int copyOnce(const std::string& from, const std::string& to) override;
+  bool exists(const std::string& path) override;
+};
+
+}  // namespace paddock

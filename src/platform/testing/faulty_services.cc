@@ -1,0 +1,46 @@
+#include "platform/testing/faulty_services.h"
+
+#include <optional>
+#include <utility>
+
+#include "platform/testing/faulty_directory.h"
+#include "platform/testing/faulty_platform.h"
+#include "platform/testing/faulty_shared_file_list.h"
+
+namespace paddock {
+
+struct FaultyServices::Wrappers {
+  std::optional<FaultyDirectory> directory;
+  std::optional<FaultyMembership> membership;
+  std::optional<FaultyVolumeInfo> volumeInfo;
+  std::optional<FaultyHostName> hostName;
+  std::optional<FaultyProgramRunner> programRunner;
+  std::optional<FaultyPluginCommands> pluginCommands;
+  std::optional<FaultySharedFileLists> sharedFileLists;
+  std::optional<FaultyTextFiles> textFiles;
+};
+
+namespace {
+
+template <typename Service, typename Wrapper>
+void wrap(Service*& service, std::optional<Wrapper>& wrapper, FaultPlan& plan) {
+  if (service != nullptr) service = &wrapper.emplace(*service, plan);
+}
+
+}  // namespace
+
+FaultyServices::FaultyServices(Services wrapped, FaultPlan& plan)
+    : wrappers_(std::make_unique<Wrappers>()), services_(std::move(wrapped)) {
+  wrap(services_.directory, wrappers_->directory, plan);
+  wrap(services_.membership, wrappers_->membership, plan);
+  wrap(services_.volumeInfo, wrappers_->volumeInfo, plan);
+  wrap(services_.hostName, wrappers_->hostName, plan);
+  wrap(services_.programRunner, wrappers_->programRunner, plan);
+  wrap(services_.pluginCommands, wrappers_->pluginCommands, plan);
+  wrap(services_.sharedFileLists, wrappers_->sharedFileLists, plan);
+  wrap(services_.textFiles, wrappers_->textFiles, plan);
+}
+
+FaultyServices::~FaultyServices() = default;
+
+}  // namespace paddock

@@ -1,0 +1,39 @@
+// Platform services whose calls fail as a FaultPlan says, each in its own way:
+//
+//   directory        throws DirectoryError (see faulty_directory.h)
+//   membership       the plan's error and a GUID or id of zero
+//   volumeInfo       the plan's error and nothing
+//   hostName         the plan's error and an empty name
+//   programRunner    the plan's error as the status of starting it; nothing runs
+//   pluginCommands   an empty reply; the plug-in is not asked
+//   sharedFileLists  no list, no item inserted, the plan's error from a removal, an item that
+//                    cannot be resolved, an empty snapshot
+//   textFiles        the plan's error, nothing read or written; `exists` says false
+//
+// The logger, the clock and the UUIDs have no way to fail and are passed on as they are.
+#pragma once
+
+#include <memory>
+
+#include "platform/services.h"
+#include "platform/testing/fault_plan.h"
+
+namespace paddock {
+
+class FaultyServices {
+ public:
+  // Wraps every service that `wrapped` has. The services and the plan outlive this object.
+  FaultyServices(Services wrapped, FaultPlan& plan);
+  FaultyServices(const FaultyServices&) = delete;
+  FaultyServices& operator=(const FaultyServices&) = delete;
+  ~FaultyServices();
+
+  const Services& services() const { return services_; }
+
+ private:
+  struct Wrappers;
+  std::unique_ptr<Wrappers> wrappers_;
+  Services services_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,105 @@
+#include "platform/testing/faulty_services.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/host_name.h"
+#include "platform/program_runner.h"
+#include "platform/shared_file_list.h"
+#include "platform/testing/fake_host_name.h"
+#include "platform/testing/fake_volume_info.h"
+#include "platform/testing/in_memory_shared_file_list.h"
+#include "platform/testing/in_memory_text_files.h"
+#include "platform/testing/recording_program_runner.h"
+#include "platform/text_file.h"
+#include "platform/volume_info.h"
+
+namespace paddock {
+namespace {
+
+class FaultyServicesTest : public testing::Test {
+ protected:
+  FaultyServicesTest() {
+    real_.hostName = &hostName_;
+    real_.volumeInfo = &volumeInfo_;
+    real_.programRunner = &programRunner_;
+    real_.sharedFileLists = &sharedFileLists_;
+    real_.textFiles = &textFiles_;
+  }
+
+  FakeHostName hostName_;
+  FakeVolumeInfo volumeInfo_;
+  RecordingProgramRunner programRunner_;
+  InMemorySharedFileLists sharedFileLists_;
+  InMemoryTextFiles textFiles_;
+  Services real_;
+};
+
+TEST_F(FaultyServicesTest, FailsTheNthCallCountedOverAllServices) {
+  FaultPlan plan(2);
+  const FaultyServices faulty(real_, plan);
+  std::string name;
+  MountedVolume volume;
+  EXPECT_EQ(faulty.services().hostName->gethostname(name), 0);
+  EXPECT_FALSE(plan.fired());
+  EXPECT_EQ(faulty.services().volumeInfo->statfs("/", volume), EIO);
+  EXPECT_EQ(volume, MountedVolume());
+  EXPECT_TRUE(plan.fired());
+  EXPECT_EQ(plan.failedCall(), "volumeInfo.statfs");
+  EXPECT_EQ(faulty.services().volumeInfo->statfs("/", volume), 0);
+  EXPECT_EQ(plan.calls(), (std::vector<std::string>{"hostName.gethostname", "volumeInfo.statfs",
+                                                    "volumeInfo.statfs"}));
+}
+
+TEST_F(FaultyServicesTest, NothingFailsWithoutAFailingCall) {
+  FaultPlan plan;
+  const FaultyServices faulty(real_, plan);
+  std::string name;
+  EXPECT_EQ(faulty.services().hostName->gethostname(name), 0);
+  EXPECT_EQ(name, "server.example");
+  EXPECT_FALSE(plan.fired());
+  EXPECT_EQ(plan.callCount(), 1U);
+}
+
+TEST_F(FaultyServicesTest, AFailingProgramDoesNotRun) {
+  FaultPlan plan(1);
+  plan.setError(ENOENT);
+  const FaultyServices faulty(real_, plan);
+  EXPECT_EQ(faulty.services().programRunner->run("/bin/x", {}).status, ENOENT);
+  EXPECT_TRUE(programRunner_.runs().empty());
+}
+
+TEST_F(FaultyServicesTest, AFailingReplacementChangesNothing) {
+  textFiles_.setFile("/etc/exports", "old\n");
+  FaultPlan plan(1);
+  plan.setError(ENOSPC);
+  const FaultyServices faulty(real_, plan);
+  EXPECT_EQ(faulty.services().textFiles->replace("/etc/exports", "new\n"), ENOSPC);
+  EXPECT_EQ(textFiles_.contents("/etc/exports"), "old\n");
+}
+
+TEST_F(FaultyServicesTest, WrappedItemsCanBeRemovedFromTheList) {
+  sharedFileLists_.insert("file:///srv/a");
+  FaultPlan plan;
+  const FaultyServices faulty(real_, plan);
+  const auto list = faulty.services().sharedFileLists->createSharePointList();
+  EXPECT_EQ(list->remove(list->snapshot().at(0)), kSuccess);
+  EXPECT_EQ(list->remove(list->insertLast("file:///srv/b")), kSuccess);
+  EXPECT_TRUE(sharedFileLists_.urls().empty());
+}
+
+TEST_F(FaultyServicesTest, EachFailureOfTheSharedFileListIsItsOwnCall) {
+  sharedFileLists_.insert("file:///srv/a");
+  FaultPlan plan(1);
+  plan.keepFailing();
+  plan.countOnly("sharedFileList.");
+  const FaultyServices faulty(real_, plan);
+  const auto list = faulty.services().sharedFileLists->createSharePointList();
+  ASSERT_NE(list, nullptr);
+  EXPECT_TRUE(list->snapshot().empty());
+  EXPECT_EQ(list->insertLast("file:///srv/b"), nullptr);
+  EXPECT_EQ(list->remove(nullptr), EIO);
+  EXPECT_EQ(plan.callCount(), 3U);
+}
+
+}  // namespace
+}  // namespace paddock

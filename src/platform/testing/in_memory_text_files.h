@@ -1,0 +1,56 @@
+// Text files in memory, with modes, owners, links and other kinds of objects.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+
+#include "platform/text_file.h"
+
+namespace paddock {
+
+class InMemoryTextFiles : public TextFiles {
+ public:
+  enum class Kind { file, folder, link, other };
+  struct Object {
+    Kind kind = Kind::file;
+    std::string contents;  // of a link: where it leads
+    mode_t mode = 0644;
+    uid_t owner = 0;
+    gid_t group = 0;
+    friend bool operator==(const Object&, const Object&) = default;
+  };
+
+  // The folders "/" and "/etc" are there.
+  InMemoryTextFiles();
+
+  int read(const std::string& path, std::string& contents) override;
+  int replace(const std::string& path, const std::string& contents) override;
+  int copyOnce(const std::string& from, const std::string& to) override;
+  bool exists(const std::string& path) override;
+
+  // Sets up an object, and the folders above it.
+  void set(const std::string& path, const Object& object);
+  void setFile(const std::string& path, const std::string& contents);
+  void remove(const std::string& path);
+  // The object itself, links not followed; null when nothing is there.
+  const Object* find(const std::string& path) const;
+  // A file's contents, links followed; empty when there is none.
+  std::string contents(const std::string& path) const;
+
+  // How many objects lie below a folder.
+  std::size_t countBelow(const std::string& folder) const;
+  // How often `replace` changed something.
+  int replacements() const { return replacements_; }
+
+ private:
+  // Follows links at the last component. ENOENT with `path` set when nothing is there.
+  int resolve(std::string& path) const;
+  bool hasFolderOf(const std::string& path) const;
+
+  std::map<std::string, Object> objects_;
+  int replacements_ = 0;
+};
+
+}  // namespace paddock

@@ -1,0 +1,27 @@
+// Where a path is mounted: the part of BSD's statfs(2) and getmntinfo(3) that is used here.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace paddock {
+
+struct MountedVolume {
+  std::string f_mntonname;    // the directory on which the file system is mounted
+  std::string f_mntfromname;  // the mounted device, or HOST:PATH for NFS
+  std::string f_fstypename;   // the file system's type as the kernel names it, "ext4"
+  friend bool operator==(const MountedVolume&, const MountedVolume&) = default;
+};
+
+class VolumeInfo {
+ public:
+  virtual ~VolumeInfo() = default;
+  // The volume that holds `path`, its last component followed when it is a link. 0, or an errno
+  // with `volume` empty: ENOENT, EACCES, ENAMETOOLONG (4096 bytes and more), and EINVAL for a
+  // path that is empty, relative, holds a NUL or has a ".." component.
+  virtual int statfs(const std::string& path, MountedVolume& volume) = 0;
+  // All mounted volumes in the order of the mount table. 0, or an errno with `volumes` empty.
+  virtual int getmntinfo(std::vector<MountedVolume>& volumes) = 0;
+};
+
+}  // namespace paddock

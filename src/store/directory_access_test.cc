@@ -1,0 +1,319 @@
+#include "store/directory_access.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "store/schema.h"
+#include "support/module_fixture.h"
+
+namespace paddock {
+namespace {
+
+using schema::kDirectoryPath;
+using schema::kMounts;
+using schema::kRecordName;
+using schema::kSharePoints;
+using schema::kVspName;
+
+class DirectoryAccessTest : public ModuleFixture {
+ protected:
+  static std::string nameOf(const DirectoryRecordPtr& record) {
+    return record ? record->getAttributeFirstValue(kRecordName).value_or("(no name)") : "(none)";
+  }
+  // A record that a lookup has to replace by its own answer.
+  DirectoryRecordPtr staleRecord() { return get_local_node()->findRecord("stale", kMounts); }
+
+  void SetUp() override { addRecord(kMounts, "stale"); }
+};
+
+TEST_F(DirectoryAccessTest, TheLocalNodeIsTheNodeOfThisServersOwnRecords) {
+  EXPECT_EQ(get_local_node()->path(), "/Local");
+}
+
+TEST_F(DirectoryAccessTest, EveryCallForTheLocalNodeOpensANewSession) {
+  trace.forgetCalls();
+  const auto first = get_local_node();
+  const auto second = get_local_node();
+  EXPECT_EQ(trace.count("openLocal"), 2U);
+}
+
+TEST_F(DirectoryAccessTest, TheSessionLastsAsLongAsTheNodeAndNoLonger) {
+  {
+    const auto node = get_local_node();
+    addSharePoint("a", "/srv/a");
+    EXPECT_NE(node->findRecord("a", kSharePoints), nullptr);
+  }
+  EXPECT_EQ(directory.openSessions(), 0);
+}
+
+TEST_F(DirectoryAccessTest, AnErrorOfTheLocalNodeIsThrown) {
+  trace.raise("localNode", DirectoryError(EIO, "damaged"));
+  EXPECT_THROW(get_local_node(), DirectoryError);
+}
+
+TEST_F(DirectoryAccessTest, AnErrorOfOpeningTheSessionIsThrown) {
+  trace.raise("openLocal", DirectoryError(EBUSY, "locked"));
+  EXPECT_THROW(get_local_node(), DirectoryError);
+  EXPECT_EQ(directory.openSessions(), 0);
+}
+
+TEST_F(DirectoryAccessTest, FindsTheRecordWithTheValueInTheAttribute) {
+  addSharePoint("a", "/srv/a");
+  addSharePoint("b", "/srv/b");
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/b", kSharePoints, record), 0);
+  EXPECT_EQ(nameOf(record), "b");
+}
+
+TEST_F(DirectoryAccessTest, FindsOnTheNodeThatIsGiven) {
+  directory.addNode("/Other", "ReadWrite");
+  directory.addRecord("/Other", kSharePoints, "there", {{kDirectoryPath, "/srv/x"}});
+  const auto node = services().directory->openLocal()->findNode("/Other");
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_ds_record(kDirectoryPath, "/srv/x", kSharePoints, record, *node), 0);
+  EXPECT_EQ(nameOf(record), "there");
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/x", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, NoMatchIsSuccessWithoutARecord) {
+  DirectoryRecordPtr record = staleRecord();
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, ValuesMatchWhateverTheirLetterCase) {
+  addSharePoint("a",
+                "/srv/Stra\xC3\x9F"
+                "e/\xC3\x84rger");
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/SRV/STRASSE/\xC3\xA4RGER", kSharePoints, record),
+            0);
+  EXPECT_EQ(nameOf(record), "a");
+}
+
+TEST_F(DirectoryAccessTest, ValuesMatchExactlyAndNotByAPart) {
+  addSharePoint("a", "/srv/a");
+  DirectoryRecordPtr record;
+  for (const char* path : {"/srv", "/srv/a/", "/srv/ab", " /srv/a", ""}) {
+    EXPECT_EQ(get_local_ds_record(kDirectoryPath, path, kSharePoints, record), 0);
+    EXPECT_EQ(record, nullptr) << path;
+  }
+}
+
+TEST_F(DirectoryAccessTest, RecordsOfAnotherTypeDoNotMatch) {
+  addRecord(kMounts, "a", {{kDirectoryPath, "/srv/a"}});
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, TheLastOfSeveralMatchesIsTaken) {
+  addSharePoint("first", "/srv/a");
+  addSharePoint("second", "/srv/a");
+  addSharePoint("third", "/SRV/A");
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(nameOf(record), "third");
+}
+
+TEST_F(DirectoryAccessTest, TheRecordIsFetchedByTheLastOfItsNames) {
+  addRecord(kSharePoints, "main",
+            {{kRecordName, Array{"main", "alias"}}, {kDirectoryPath, "/srv/a"}});
+  trace.forgetCalls();
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(nameOf(record), "main");
+  EXPECT_EQ(trace.callsOf("findRecord"),
+            (std::vector<ServiceCall>{{"findRecord", "alias", kSharePoints}}));
+}
+
+TEST_F(DirectoryAccessTest, ADirectoryErrorOfTheSearchGivesItsStatus) {
+  addSharePoint("a", "/srv/a");
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("findRecordsOfTypes", DirectoryError(ETIMEDOUT, "slow"));
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), ETIMEDOUT);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, ADirectoryErrorOfFetchingTheRecordGivesItsStatus) {
+  addSharePoint("a", "/srv/a");
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("findRecord", DirectoryError(-14090, "refused"));
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), -14090);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, ADirectoryErrorWithoutAStatusCountsAsNothingFound) {
+  addSharePoint("a", "/srv/a");
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("findRecordsOfTypes", DirectoryError("no number"));
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, AnyOtherErrorOfALookupCountsAsNothingFound) {
+  addSharePoint("a", "/srv/a");
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("findRecordsOfTypes", std::runtime_error("broken"), 1);
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+  trace.raise("findRecord", 42, 1);
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(nameOf(record), "a");
+}
+
+TEST_F(DirectoryAccessTest, ARecordThatIsGoneBeforeItIsFetchedIsNotFound) {
+  addSharePoint("a", "/srv/a");
+  trace.when(
+      "findRecord",
+      [this](const ServiceCall&) {
+        removeRecord(kSharePoints, "a");
+        return 0;
+      },
+      1);
+  DirectoryRecordPtr record = nullptr;
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
+  EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(DirectoryAccessTest, AnErrorOfTheLocalNodeIsAStatusOfTheLookupsOnIt) {
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("localNode", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), EIO);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(get_local_ds_record_by_name("a", kSharePoints, true, record), EIO);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), EIO);
+}
+
+TEST_F(DirectoryAccessTest, FindsByAnyOfARecordsNames) {
+  addRecord(kMounts, "main", {{kRecordName, Array{"main", "alias"}}});
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record_by_name("main", kMounts, false, record), 0);
+  EXPECT_EQ(nameOf(record), "main");
+  EXPECT_EQ(get_local_ds_record_by_name("ALIAS", kMounts, false, record), 0);
+  EXPECT_EQ(nameOf(record), "main");
+}
+
+TEST_F(DirectoryAccessTest, WithoutCreationAMissingNameIsSuccessWithoutARecord) {
+  DirectoryRecordPtr record = staleRecord();
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, false, record), 0);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
+}
+
+TEST_F(DirectoryAccessTest, WithCreationAMissingNameBecomesANewRecord) {
+  DirectoryRecordPtr record;
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), 0);
+  EXPECT_EQ(nameOf(record), "a");
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale", "a"}));
+}
+
+TEST_F(DirectoryAccessTest, WithCreationAnExistingNameGivesItsRecordAndCreatesNothing) {
+  addRecord(kMounts, "a", {{kDirectoryPath, "/srv/a"}});
+  DirectoryRecordPtr record;
+  trace.forgetCalls();
+  EXPECT_EQ(get_local_ds_record_by_name("A", kMounts, true, record), 0);
+  EXPECT_EQ(nameOf(record), "a");
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale", "a"}));
+  EXPECT_EQ(trace.count("newRecord"), 0U);
+}
+
+TEST_F(DirectoryAccessTest, ACreationThatRaisesGivesMinusTwo) {
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("newRecord", DirectoryError(EACCES, "read-only"), 1);
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), -2);
+  EXPECT_EQ(record, nullptr);
+  trace.raise("newRecord", std::runtime_error("broken"), 1);
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), -2);
+  trace.raise("newRecord", 42, 1);
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), -2);
+  EXPECT_EQ(get_local_ds_record_by_name("", kMounts, true, record), -2) << "no record is nameless";
+}
+
+TEST_F(DirectoryAccessTest, AfterAFailedLookupNothingIsCreated) {
+  DirectoryRecordPtr record = staleRecord();
+  trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), EIO);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(trace.count("newRecord"), 0U);
+}
+
+TEST_F(DirectoryAccessTest, CreatesOnTheNodeThatIsGiven) {
+  directory.addNode("/Other", "ReadWrite");
+  DirectoryRecordPtr record;
+  const auto node = services().directory->openLocal()->findNode("/Other");
+  EXPECT_EQ(get_ds_record_by_name("a", kMounts, true, record, *node), 0);
+  EXPECT_EQ(nameOf(record), "a");
+  EXPECT_NE(node->findRecord("a", kMounts), nullptr);
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
+}
+
+TEST_F(DirectoryAccessTest, RemovesTheRecordOfTheName) {
+  addRecord(kMounts, "a");
+  EXPECT_EQ(delete_local_ds_record_by_name("a", kMounts), 0);
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
+}
+
+TEST_F(DirectoryAccessTest, RemovesOnTheNodeThatIsGiven) {
+  directory.addNode("/Other", "ReadWrite");
+  directory.addRecord("/Other", kMounts, "stale");
+  const auto node = services().directory->openLocal()->findNode("/Other");
+  EXPECT_EQ(delete_ds_record_by_name("stale", kMounts, *node), 0);
+  EXPECT_EQ(node->findRecord("stale", kMounts), nullptr);
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
+}
+
+TEST_F(DirectoryAccessTest, RemovingAMissingNameIsSuccess) {
+  EXPECT_EQ(delete_local_ds_record_by_name("a", kMounts), 0);
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kSharePoints), 0);
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
+}
+
+TEST_F(DirectoryAccessTest, ARemovalThatRaisesGivesMinusThree) {
+  trace.raise("removeRecord", DirectoryError(EACCES, "read-only"), 1);
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), -3);
+  trace.raise("removeRecord", std::runtime_error("broken"), 1);
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), -3);
+  trace.raise("removeRecord", 42, 1);
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), -3);
+  EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
+}
+
+TEST_F(DirectoryAccessTest, ARemovalWhoseLookupFailsGivesTheLookupsStatus) {
+  trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), EIO);
+  EXPECT_EQ(trace.count("removeRecord"), 0U);
+}
+
+TEST_F(DirectoryAccessTest, RemovingAllAttributesTakesEachInTheOrderOfTheRecord) {
+  addRecord(kSharePoints, "a",
+            {{kDirectoryPath, "/srv/a"}, {kVspName, Array{"v", "w"}}, {"dsAttrTypeNative:x", "y"}});
+  const auto record = get_local_node()->findRecord("a", kSharePoints);
+  const std::vector<std::string> attributes = record->getAllAttributes();
+  trace.forgetCalls();
+  record->removeAllAttributesAndValues();
+  std::vector<std::string> removed;
+  for (const ServiceCall& call : trace.callsOf("removeAttribute")) removed.push_back(call.detail);
+  EXPECT_EQ(removed, attributes);
+  EXPECT_TRUE(values(kSharePoints, "a", kDirectoryPath).empty());
+  EXPECT_TRUE(values(kSharePoints, "a", kVspName).empty());
+}
+
+TEST_F(DirectoryAccessTest, SettingADictionaryTakesArraysWholeAndLeavesOtherAttributes) {
+  addRecord(kSharePoints, "a", {{kDirectoryPath, "/srv/a"}, {kVspName, Array{"v", "w"}}});
+  get_local_node()
+      ->findRecord("a", kSharePoints)
+      ->setAttributesAndValues({{kVspName, "single"}, {"dsAttrTypeNative:x", Array{"1", "2"}}});
+  EXPECT_EQ(values(kSharePoints, "a", kVspName), (Array{"single"}));
+  EXPECT_EQ(values(kSharePoints, "a", "dsAttrTypeNative:x"), (Array{"1", "2"}));
+  EXPECT_EQ(values(kSharePoints, "a", kDirectoryPath), (Array{"/srv/a"}));
+}
+
+}  // namespace
+}  // namespace paddock

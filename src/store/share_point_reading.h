@@ -1,0 +1,32 @@
+// Share points, read from the directory and completed with what the directory does not hold.
+// Callers hold the settings lock.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/status.h"
+#include "base/value.h"
+#include "store/share_point_record.h"
+
+namespace paddock {
+
+// All share points in their dictionary forms, in the order of the directory's answer. The
+// exports file is read again first. `filter` is ignored. 0 with `list` unset when there are none or
+// when the directory cannot be searched; 100075 with `list` unset when the exports parser or
+// the local node fails.
+Status read_sharepoints(const Value* filter, std::optional<Array>& list);
+
+// The share point of that path, compared case-insensitively, the last one when there are several;
+// null, status 0, for a folder that is not shared. 100075 when the lookup fails. Sees the
+// exports file as it was last read. Throws DirectoryError when the record that was found cannot
+// be read.
+Status get_share_point(const std::string& path, std::unique_ptr<SharePointRecord>& record);
+
+// One share point from a directory record's attributes, with its mount point (unless it already
+// has one, or its folder cannot be asked) and its NFS export.
+Status share_point_from_ds_attributes(const Dictionary& attributes,
+                                      std::unique_ptr<SharePointRecord>& record);
+
+}  // namespace paddock

@@ -1,0 +1,181 @@
+#include "store/share_point_update.h"
+
+#include <cerrno>
+
+#include "base/guid.h"
+#include "platform/directory.h"
+#include "platform/logger.h"
+#include "platform/services.h"
+#include "platform/shared_file_list.h"
+#include "platform/uuid_source.h"
+#include "platform/volume_info.h"
+#include "store/directory_access.h"
+#include "store/nfs_reshare.h"
+#include "store/schema.h"
+#include "store/share_point_export.h"
+#include "store/share_point_reading.h"
+#include "store/unique_name.h"
+
+namespace paddock {
+
+namespace {
+
+// One share point on its way into the directory. A record that was created for it is removed
+// again unless its settings were stored, also when an exception passes.
+class Update {
+ public:
+  explicit Update(SharePointRecord& toWrite) : sharePoint(toWrite), node(get_local_node()) {}
+  Update(const Update&) = delete;
+  Update& operator=(const Update&) = delete;
+  ~Update() {
+    if (created && !stored) removeCreated();
+  }
+
+  SharePointRecord& sharePoint;
+  std::shared_ptr<DirectoryNode> node;
+  DirectoryRecordPtr record;
+  bool created = false;
+  bool stored = false;
+
+ private:
+  void removeCreated() noexcept {
+    try {
+      record->removeRecord();
+    } catch (...) {
+      // The directory that refused the settings may refuse the removal too.
+    }
+  }
+};
+
+Status findRecord(Update& update) {
+  return get_ds_record(schema::kDirectoryPath, update.sharePoint.identifier(), schema::kSharePoints,
+                       update.record, *update.node);
+}
+
+// A name that is not set, or empty, is not looked up and stays as it is.
+template <typename Setter>
+void makeUnique(const std::optional<std::string>& name, const char* attribute, std::size_t limit,
+                Setter setName) {
+  if (name && !name->empty()) setName(unique_share_point_name(*name, attribute, limit));
+}
+
+void makeNamesUnique(SharePointRecord& sharePoint) {
+  makeUnique(sharePoint.name(), schema::kRecordName, kNoNameLimit,
+             [&](std::string name) { sharePoint.setName(std::move(name)); });
+  makeUnique(sharePoint.nameOverVSP(), schema::kVspName, kVspNameLimit,
+             [&](std::string name) { sharePoint.setNameOverVSP(std::move(name)); });
+  makeUnique(sharePoint.nameOverFTP(), schema::kFtpName, kNoNameLimit,
+             [&](std::string name) { sharePoint.setNameOverFTP(std::move(name)); });
+  makeUnique(sharePoint.nameOverSMB(), schema::kSmbName, kNoNameLimit,
+             [&](std::string name) { sharePoint.setNameOverSMB(std::move(name)); });
+}
+
+bool insertIntoSharedFileList(const std::string& path) {
+  const auto url = fileUrl(path);
+  if (!url) return false;
+  const auto list = services().sharedFileLists->createSharePointList();
+  return list != nullptr && list->insertLast(*url) != nullptr;
+}
+
+void addToSharedFileList(const std::string& path) {
+  if (insertIntoSharedFileList(path)) return;
+  services().logger->log(
+      kLogWarning, "paddock_sharing: Failed to update the share point for path " + path +
+                       ". This will not affect the share point creation, although it may not be "
+                       "visible in certain places (like Browsel) until after a restart.");
+}
+
+// Names and creates a new share point's record; replaces the kept lookup status. False when an
+// exception ended it.
+bool createRecord(Update& update, Status& lookup) {
+  try {
+    makeNamesUnique(update.sharePoint);
+    addToSharedFileList(update.sharePoint.identifier());
+    lookup = findRecord(update);
+    if (update.record == nullptr) {
+      update.record = update.node->newRecord(update.sharePoint.name().value_or(std::string()),
+                                             schema::kSharePoints);
+      update.created = true;
+    }
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+// The folder need not exist yet; a folder that cannot be asked for any other reason ends the
+// share point.
+Status fillMountPoint(SharePointRecord& sharePoint) {
+  if (!sharePoint.path()) return kSuccess;
+  MountedVolume volume;
+  const int error = services().volumeInfo->statfs(*sharePoint.path(), volume);
+  if (error == 0) sharePoint.setMountedOnPath(volume.f_mntonname);
+  return error == 0 || error == ENOENT ? kSuccess : CANNOT_SAVE_SHARE_POINT_ERR;
+}
+
+SharePointRecord mergeWithStored(const SharePointRecord& sharePoint) {
+  std::unique_ptr<SharePointRecord> stored;
+  get_share_point(sharePoint.identifier(), stored);
+  SharePointRecord merged = stored != nullptr ? std::move(*stored) : SharePointRecord::record();
+  merged.addAttributesFromDictionary(sharePoint.dictionary());
+  return merged;
+}
+
+Status storeDirectoryForm(const SharePointRecord& merged, DirectoryRecord& record) {
+  try {
+    record.setAttributesAndValues(merged.dsDictionary());
+    return kSuccess;
+  } catch (...) {
+    return CANNOT_SAVE_SHARE_POINT_ERR;
+  }
+}
+
+void removeAutomountAttributes(DirectoryRecord& record) {
+  for (const char* attribute :
+       {schema::kIsAutomounted, schema::kStaticMountPath, schema::kAutomountDsPath,
+        schema::kAutomountFileSystem, schema::kAutomountRecordName}) {
+    record.removeAttribute(attribute);
+  }
+}
+
+// Deliberate: every write of a backup share point gives it a new identifier.
+void renewBackupIdentifier(DirectoryRecord& record) {
+  record.setAttribute(schema::kBackstowBackupUuid, guidText(services().uuidSource->newUuid()));
+}
+
+void keepFirst(Status& kept, Status status) {
+  if (kept == kSuccess) kept = status;
+}
+
+// Everything that follows from the merged settings, in order.
+Status applyMerged(const SharePointRecord& merged, Update& update) {
+  DirectoryRecord& record = *update.record;
+  Status status = storeDirectoryForm(merged, record);
+  update.stored = status == kSuccess;
+  // Nothing follows from a new share point that is not there after all.
+  if (update.created && !update.stored) return status;
+  if (merged.nfsExportRecord() != nullptr) {
+    keepFirst(status, write_export(merged.nfsExportRecord()));
+  }
+  if (!merged.isAutomounted()) removeAutomountAttributes(record);
+  if (merged.path() && is_nfs_reshare(*merged.path())) {
+    write_nfs_reshare(*merged.path(), record);
+  }
+  if (merged.isBackstowBackup()) renewBackupIdentifier(record);
+  return status;
+}
+
+}  // namespace
+
+Status update_sharepoint(SharePointRecord& sharePoint) {
+  Update update(sharePoint);
+  Status lookup = findRecord(update);
+  if (update.record == nullptr && !createRecord(update, lookup)) {
+    return CANNOT_SAVE_SHARE_POINT_ERR;
+  }
+  if (lookup != kSuccess) return lookup;
+  if (const Status status = fillMountPoint(sharePoint); status != kSuccess) return status;
+  return applyMerged(mergeWithStored(sharePoint), update);
+}
+
+}  // namespace paddock

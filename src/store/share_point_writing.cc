@@ -1,0 +1,68 @@
+#include "store/share_point_writing.h"
+
+#include <exception>
+#include <string>
+
+#include "exports/shared_exports_parser.h"
+#include "platform/directory.h"
+#include "platform/logger.h"
+#include "platform/services.h"
+#include "store/share_point_deletion.h"
+#include "store/share_point_update.h"
+
+namespace paddock {
+
+namespace {
+
+void logEndOfCall(const std::string& detail) {
+  services().logger->log(kLogError, "paddock_sharing write_sharepoints exception: " + detail);
+}
+
+// What ended the call: its status number where the error has one, otherwise its description.
+std::string describeCurrentException() {
+  try {
+    throw;
+  } catch (const DirectoryError& error) {
+    if (const auto status = error.status()) return std::to_string(*status);
+    return error.what();
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "an unknown exception";
+  }
+}
+
+void deleteMarked(const std::vector<SharePointRecord>& sharePoints) {
+  for (const SharePointRecord& sharePoint : sharePoints) {
+    if (sharePoint.isDeleted()) delete_sharepoint(sharePoint.identifier());
+  }
+}
+
+void writeOthers(std::vector<SharePointRecord>& sharePoints, Status& overall) {
+  for (SharePointRecord& sharePoint : sharePoints) {
+    if (sharePoint.isDeleted()) continue;
+    const Status status = update_sharepoint(sharePoint);
+    if (overall == kSuccess) overall = status;
+  }
+}
+
+}  // namespace
+
+Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
+                         [[maybe_unused]] Context& context,
+                         [[maybe_unused]] const Array& credentials,
+                         [[maybe_unused]] NetServiceOwner& handler) {
+  Status overall = kSuccess;
+  try {
+    // A parser whose first reading failed does not know the exports that go with a deletion.
+    shared_exports_parser().readFileUnlessKnown();
+    deleteMarked(sharePoints);
+    writeOthers(sharePoints, overall);
+    shared_exports_parser().writeFile();
+  } catch (...) {
+    logEndOfCall(describeCurrentException());
+  }
+  return overall;
+}
+
+}  // namespace paddock

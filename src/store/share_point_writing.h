@@ -1,0 +1,27 @@
+// Every change to share points that a request makes.
+#pragma once
+
+#include <vector>
+
+#include "base/status.h"
+#include "base/value.h"
+#include "paddock/context.h"
+#include "platform/net_service.h"
+#include "store/share_point_record.h"
+
+namespace paddock {
+
+// Carries out the list: first every deletion (`isDeleted`), in order, then every other element, in
+// order, then writes the exports file. Elements are changed: names of new share points are made
+// unique, mount points filled in.
+//
+// Returns the first status that is not 0 among the written share points; deletions contribute
+// none. An exception that no rule of a single share point catches ends the call: it is logged and
+// the status gathered so far is returned. Nothing is thrown.
+//
+// `credentials` are those of the request, per directory node (see
+// `get_ds_credentials_for_node_path`). Callers hold the settings lock.
+Status write_sharepoints(std::vector<SharePointRecord>& sharePoints, Context& context,
+                         const Array& credentials, NetServiceOwner& handler);
+
+}  // namespace paddock

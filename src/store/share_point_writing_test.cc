@@ -1,0 +1,305 @@
+#include "store/share_point_writing.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "store/schema.h"
+#include "support/module_fixture.h"
+
+namespace paddock {
+namespace {
+
+using schema::kBackstowBackupUuid;
+using schema::kDirectoryPath;
+using schema::kSharePoints;
+using schema::kSmbName;
+
+using Names = std::vector<std::string>;
+
+class NoPublication : public NetServiceOwner {
+ public:
+  std::shared_ptr<NetService> netService() const override { return nullptr; }
+  void setNetService(std::shared_ptr<NetService>) override {}
+};
+
+class SharePointWritingTest : public ModuleFixture {
+ protected:
+  Status write(const std::vector<Dictionary>& list, const Array& credentials = {}) {
+    sharePoints_.clear();
+    for (const Dictionary& settings : list) {
+      sharePoints_.push_back(SharePointRecord::recordWithDictionary(settings));
+    }
+    NoPublication owner;
+    return write_sharepoints(sharePoints_, context_, credentials, owner);
+  }
+  static Dictionary share(const std::string& name) {
+    return {{"path", "/srv/" + name}, {"name", name}};
+  }
+  static Dictionary deletion(const std::string& path) {
+    return {{"path", path}, {"isDeleted", true}};
+  }
+  Names errorLines() const {
+    Names texts;
+    for (const auto& line : logger.lines()) {
+      if (line.priority == kLogError) texts.push_back(line.text);
+    }
+    return texts;
+  }
+
+  std::vector<SharePointRecord> sharePoints_;
+  Context context_;
+};
+
+TEST_F(SharePointWritingTest, AnEmptyListStillWritesTheExportsFile) {
+  setExportsFile("\n\n  /by/hand *(ro)\n\n");
+  EXPECT_EQ(write({}), 0);
+  EXPECT_EQ(exportsFile(), "/by/hand *(ro)\n");
+  EXPECT_EQ(trace.count("replace"), 1U);
+}
+
+TEST_F(SharePointWritingTest, AnEmptyListWithoutAnExportsFileCreatesNone) {
+  EXPECT_EQ(write({}), 0);
+  EXPECT_FALSE(files.exists(kExportsPath));
+}
+
+TEST_F(SharePointWritingTest, HandWrittenLinesAreNotLostByAFirstRequestThatWrites) {
+  setExportsFile("/by/hand *(ro)\n");
+  Dictionary settings = share("a");
+  settings.set("nfsExportRecord", exportTo("*", {"rw"}));
+  EXPECT_EQ(write({settings}), 0);
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}) + "/by/hand *(ro)\n");
+}
+
+TEST_F(SharePointWritingTest, ElementsAreWrittenInTheOrderOfTheList) {
+  EXPECT_EQ(write({share("c"), share("a"), share("b")}), 0);
+  EXPECT_EQ(sharePointNames(), (Names{"c", "a", "b"}));
+}
+
+TEST_F(SharePointWritingTest, DeletionsComeFirstInTheirOrder) {
+  addSharePoint("old", "/srv/old", {{kSmbName, "s"}});
+  addSharePoint("older", "/srv/older");
+  readExportsFile(managedBlock({"/srv/older *(ro)"}));
+  trace.forgetCalls();
+  EXPECT_EQ(write({{{"path", "/srv/new"}, {"name", "old"}, {"nameOverSMB", "s"}},
+                   deletion("/srv/older"),
+                   share("other"),
+                   deletion("/srv/old")}),
+            0);
+  EXPECT_EQ(trace.sequence({"removeRecord", "newRecord", "replace"}),
+            (Names{"removeRecord older", "removeRecord old", "newRecord old", "newRecord other",
+                   "replace /etc/exports"}));
+  EXPECT_EQ(valuesOfSharePoint("old", kSmbName), (Array{"s"})) << "its name was free again";
+}
+
+TEST_F(SharePointWritingTest, DeletingAndSharingOnePathInOneRequestMakesItAnew) {
+  addSharePoint("old", "/srv/a", {{kSmbName, "s"}});
+  EXPECT_EQ(write({{{"path", "/srv/a"}, {"name", "new"}}, deletion("/srv/a")}), 0);
+  EXPECT_EQ(sharePointNames(), (Names{"new"}));
+  EXPECT_TRUE(valuesOfSharePoint("new", kSmbName).empty());
+}
+
+TEST_F(SharePointWritingTest, TheExportsFileIsWrittenOnceMoreAtTheEnd) {
+  Dictionary settings = share("a");
+  settings.set("nfsExportRecord", exportTo("*", {"rw"}));
+  trace.fail("replace", ENOSPC, 1);
+  EXPECT_EQ(write({settings, share("b")}), 0);
+  EXPECT_EQ(trace.sequence({"newRecord", "replace"}),
+            (Names{"newRecord a", "replace /etc/exports", "newRecord b", "replace /etc/exports"}));
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}));
+}
+
+TEST_F(SharePointWritingTest, ADeletedSharePointsExportLeavesTheFile) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile("# by hand\n" + managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
+  EXPECT_EQ(write({deletion("/srv/a")}), 0);
+  EXPECT_EQ(exportsFile(), "# by hand\n" + managedBlock({"/srv/b *(ro)"}));
+}
+
+TEST_F(SharePointWritingTest, AnExportsFileThatCouldNotBeReadAtFirstIsReadBeforeADeletion) {
+  addSharePoint("a", "/srv/a");
+  setExportsFile(managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
+  trace.fail("read", EIO, 1);
+  shared_exports_parser();
+  EXPECT_EQ(trace.count("read"), 1U);
+  EXPECT_EQ(write({deletion("/srv/a")}), 0);
+  EXPECT_TRUE(sharePointNames().empty());
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
+}
+
+TEST_F(SharePointWritingTest, AnExportsFileThatWasReadIsNotReadAgainBeforeTheWrites) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile(managedBlock({"/srv/a *(rw)"}));
+  setExportsFile(managedBlock({"/srv/c *(rw)"}));
+  EXPECT_EQ(write({deletion("/srv/a")}), 0);
+  EXPECT_EQ(exportsFile(), "") << "the lines as they were last read, without the deleted one";
+}
+
+TEST_F(SharePointWritingTest, RemovingTheLastExportRemovesTheMarkers) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile("# by hand\n" + managedBlock({"/srv/a *(rw)"}));
+  EXPECT_EQ(write({deletion("/srv/a")}), 0);
+  EXPECT_EQ(exportsFile(), "# by hand\n");
+}
+
+TEST_F(SharePointWritingTest, AnExportThatIsMarkedDeletedLeavesTheFile) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile(managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
+  EXPECT_EQ(write({{{"path", "/srv/a"}, {"nfsExportRecord", Dictionary{{"isDeleted", true}}}}}), 0);
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
+  EXPECT_EQ(sharePointNames(), (Names{"a"}));
+}
+
+TEST_F(SharePointWritingTest, AnExportsFileThatCannotBeWrittenIsNoError) {
+  for (const int error : {ENOSPC, EROFS, EACCES}) {
+    trace.fail("replace", error);
+    EXPECT_EQ(write({share("a")}), 0);
+    EXPECT_EQ(sharePointNames(), (Names{"a"}));
+    trace.forgetRules();
+  }
+}
+
+TEST_F(SharePointWritingTest, DeletionsContributeNoStatusEvenWhenEveryOneFails) {
+  addSharePoint("a", "/srv/a");
+  trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(write({deletion("/srv/a"), deletion("/srv/b"), deletion("relative")}), 0);
+  EXPECT_EQ(sharePointNames(), (Names{"a"}));
+}
+
+TEST_F(SharePointWritingTest, TheFirstStatusIsKeptAndTheOthersAreStillWritten) {
+  volumes.setError("/srv/b", EIO);
+  trace.when(
+      [](const ServiceCall& call) {
+        return call.operation == "findRecordsOfTypes" && call.subject == "/srv/c";
+      },
+      [](const ServiceCall&) -> int { throw DirectoryError(ETIMEDOUT, "slow"); });
+  EXPECT_EQ(write({share("a"), share("b"), share("c"), share("d")}), CANNOT_SAVE_SHARE_POINT_ERR);
+  EXPECT_EQ(sharePointNames(), (Names{"a", "d"}));
+  EXPECT_EQ(write({share("c"), share("b"), share("e")}), ETIMEDOUT);
+  EXPECT_EQ(sharePointNames(), (Names{"a", "d", "e"}));
+  EXPECT_TRUE(errorLines().empty());
+}
+
+TEST_F(SharePointWritingTest, TwoSharePointsOfOneNameGetTwoNames) {
+  EXPECT_EQ(write({{{"path", "/srv/1/x"}, {"name", "x"}, {"nameOverVSP", "x"}},
+                   {{"path", "/srv/2/x"}, {"name", "x"}, {"nameOverVSP", "x"}}}),
+            0);
+  EXPECT_EQ(sharePointNames(), (Names{"x", "x-1"}));
+  EXPECT_EQ(sharePoints_[1].nameOverVSP(), "x-1");
+}
+
+TEST_F(SharePointWritingTest, TheSamePathTwiceIsOneSharePoint) {
+  EXPECT_EQ(write({{{"path", "/srv/a"}, {"name", "a"}, {"nameOverSMB", "one"}},
+                   {{"path", "/srv/a"}, {"name", "a"}, {"nameOverSMB", "two"}}}),
+            0);
+  EXPECT_EQ(sharePointNames(), (Names{"a"}));
+  EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{"two"}));
+}
+
+TEST_F(SharePointWritingTest, OneBadExportNeverEndsTheRequest) {
+  Dictionary bad = share("b");
+  bad.set("nfsExportRecord", exportTo("a b", {"rw"}));
+  Dictionary good = share("c");
+  good.set("nfsExportRecord", exportTo("*", {"rw"}));
+  EXPECT_EQ(write({share("a"), bad, good}), CANNOT_SAVE_SHARE_POINT_ERR);
+  EXPECT_EQ(sharePointNames(), (Names{"a", "b", "c"}));
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/c *(rw)"}));
+  EXPECT_TRUE(errorLines().empty());
+}
+
+TEST_F(SharePointWritingTest, WritingABackupTwiceGivesItTwoUuids) {
+  Dictionary settings = share("a");
+  settings.set("isBackstowBackup", true);
+  EXPECT_EQ(write({settings}), 0);
+  const Array first = valuesOfSharePoint("a", kBackstowBackupUuid);
+  EXPECT_EQ(write({settings}), 0);
+  EXPECT_EQ(first.size(), 1U);
+  EXPECT_NE(valuesOfSharePoint("a", kBackstowBackupUuid), first);
+}
+
+TEST_F(SharePointWritingTest, TheContextIsNotUsed) {
+  context_.replace({{"key", "value"}});
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(context_.snapshot(), (Dictionary{{"key", "value"}}));
+}
+
+TEST_F(SharePointWritingTest, CredentialsOfAnyShapeDoNoHarm) {
+  EXPECT_EQ(write({share("a")}, {7, "x", Dictionary{{"nodePath", "/Local"}}}), 0);
+}
+
+class WritingExceptionTest : public SharePointWritingTest {};
+
+TEST_F(WritingExceptionTest, TheThirdOfFiveEndsTheCallWithTheFirstTwoWritten) {
+  Dictionary exported = share("b");
+  exported.set("nfsExportRecord", exportTo("*", {"rw"}));
+  trace.raiseFor("removeAttribute", "c", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(write({share("a"), exported, share("c"), share("d"), share("e")}), 0);
+  EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{"/srv/a"}));
+  EXPECT_EQ(valuesOfSharePoint("b", kDirectoryPath), (Array{"/srv/b"}));
+  EXPECT_EQ(sharePoint("d"), std::nullopt);
+  EXPECT_EQ(sharePoint("e"), std::nullopt);
+  EXPECT_EQ(trace.count("replace"), 1U) << "the export's own write and none at the end";
+}
+
+TEST_F(WritingExceptionTest, TheStatusGatheredSoFarIsReturned) {
+  volumes.setError("/srv/a", EIO);
+  trace.raiseFor("removeAttribute", "b", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(write({share("a"), share("b"), share("c")}), CANNOT_SAVE_SHARE_POINT_ERR);
+  EXPECT_EQ(sharePoint("c"), std::nullopt);
+}
+
+TEST_F(WritingExceptionTest, IsLoggedWithItsStatusWhenThereIsOne) {
+  trace.raise("removeAttribute", DirectoryError(-14090, "refused"), 1);
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: -14090"}));
+}
+
+TEST_F(WritingExceptionTest, IsLoggedWithItsDescriptionOtherwise) {
+  trace.raise("removeAttribute", DirectoryError("no number"), 1);
+  EXPECT_EQ(write({share("a")}), 0);
+  trace.raise("removeAttribute", std::runtime_error("broken"), 1);
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: no number",
+                                 "paddock_sharing write_sharepoints exception: broken"}));
+}
+
+TEST_F(WritingExceptionTest, AnExceptionOfAnyKindStaysInside) {
+  trace.raise("removeAttribute", 42, 1);
+  EXPECT_EQ(write({share("a"), share("b")}), 0);
+  ASSERT_EQ(errorLines().size(), 1U);
+  EXPECT_EQ(errorLines().front().rfind("paddock_sharing write_sharepoints exception: ", 0), 0U);
+  EXPECT_EQ(sharePoint("b"), std::nullopt);
+}
+
+TEST_F(WritingExceptionTest, AFirstLookupThatCannotBeginEndsTheCall) {
+  trace.raise("localNode", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 5"}));
+  EXPECT_EQ(trace.count("replace"), 0U);
+}
+
+TEST_F(WritingExceptionTest, ADeletionThatRaisesEndsTheCallBeforeAnythingIsWritten) {
+  addSharePoint("old", "/srv/old");
+  addSharePoint("older", "/srv/older");
+  trace.raiseFor("removeRecord", "old", DirectoryError(EACCES, "read-only"));
+  EXPECT_EQ(write({share("a"), deletion("/srv/old"), deletion("/srv/older")}), 0);
+  EXPECT_EQ(sharePointNames(), (Names{"old", "older"}));
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 13"}));
+  EXPECT_EQ(trace.count("replace"), 0U);
+}
+
+TEST_F(WritingExceptionTest, AFolderQuestionThatRaisesLeavesNoHalfMadeRecord) {
+  trace.raise("statfs", std::runtime_error("broken"), 1);
+  EXPECT_EQ(write({share("a"), share("b")}), 0);
+  EXPECT_TRUE(sharePointNames().empty());
+}
+
+TEST_F(WritingExceptionTest, NoSessionIsLeftOpen) {
+  trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1);
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(directory.openSessions(), 0);
+}
+
+}  // namespace
+}  // namespace paddock

@@ -1,0 +1,200 @@
+// What text_file.h promises.
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+#include "text_file_subject.h"
+
+namespace paddock::contract {
+namespace {
+
+using Kind = InMemoryTextFiles::Kind;
+
+class TextFilesContract : public ::testing::TestWithParam<bool> {
+ protected:
+  TextFilesContract() {
+    if (GetParam()) {
+      subject_ = std::make_unique<LinuxTextFilesSubject>();
+    } else {
+      subject_ = std::make_unique<InMemoryTextFilesSubject>();
+    }
+  }
+
+  std::string path(const std::string& name) const { return subject_->path(name); }
+  void makeFile(const std::string& name, const std::string& contents) {
+    subject_->make(name, {Kind::file, contents});
+  }
+  void makeLink(const std::string& name, const std::string& target) {
+    subject_->make(name, {Kind::link, target});
+  }
+  int read(const std::string& name) { return files().read(path(name), read_); }
+  int replace(const std::string& name, const std::string& contents) {
+    return files().replace(path(name), contents);
+  }
+  int copyOnce(const std::string& from, const std::string& to) {
+    return files().copyOnce(path(from), path(to));
+  }
+  std::string contentsOf(const std::string& name) const {
+    const auto object = subject_->find(name);
+    return object && object->kind == Kind::file ? object->contents : "(no file)";
+  }
+  TextFiles& files() { return subject_->service(); }
+
+  std::unique_ptr<TextFilesSubject> subject_;
+  std::string read_ = "what was here before";
+};
+
+INSTANTIATE_TEST_SUITE_P(TextFiles, TextFilesContract, ::testing::Bool(),
+                         [](const auto& tested) { return tested.param ? "Linux" : "InMemory"; });
+
+TEST_P(TextFilesContract, ReadsAllBytes) {
+  const std::string bytes = std::string("a\0b\r\n\xFF", 6) + std::string(200'000, 'x');
+  makeFile("a", bytes);
+  EXPECT_EQ(read("a"), 0);
+  EXPECT_EQ(read_, bytes);
+}
+
+TEST_P(TextFilesContract, ReadsAnEmptyFileAsNothing) {
+  makeFile("a", "");
+  EXPECT_EQ(read("a"), 0);
+  EXPECT_EQ(read_, "");
+}
+
+TEST_P(TextFilesContract, AMissingFileIsReportedAndReadsAsNothing) {
+  EXPECT_EQ(read("a"), ENOENT);
+  EXPECT_EQ(read_, "");
+  EXPECT_EQ(read("nofolder/a"), ENOENT);
+  EXPECT_EQ(files().read("", read_), ENOENT);
+}
+
+TEST_P(TextFilesContract, WhatIsNoRegularFileIsNotRead) {
+  subject_->make("folder", {Kind::folder, "", 0755});
+  subject_->make("pipe", {Kind::other, ""});
+  EXPECT_EQ(read("folder"), EISDIR);
+  EXPECT_EQ(read("pipe"), EINVAL);
+}
+
+TEST_P(TextFilesContract, AFileOfMoreThanTheLimitIsNotRead) {
+  makeFile("limit", std::string(std::size_t{64} << 20U, 'x'));
+  makeFile("more", std::string((std::size_t{64} << 20U) + 1, 'x'));
+  EXPECT_EQ(read("limit"), 0);
+  EXPECT_EQ(read("more"), EFBIG);
+  EXPECT_EQ(read_, "");
+}
+
+TEST_P(TextFilesContract, ReadsThroughLinks) {
+  makeFile("a", "text");
+  makeLink("relative", "a");
+  makeLink("absolute", path("relative"));
+  EXPECT_EQ(read("absolute"), 0);
+  EXPECT_EQ(read_, "text");
+  makeLink("dangling", "nothing");
+  EXPECT_EQ(read("dangling"), ENOENT);
+  makeLink("circle", "circle");
+  EXPECT_EQ(read("circle"), ELOOP);
+}
+
+TEST_P(TextFilesContract, ReplacesTheContents) {
+  makeFile("a", "old and longer");
+  EXPECT_EQ(replace("a", "new"), 0);
+  EXPECT_EQ(contentsOf("a"), "new");
+  EXPECT_EQ(replace("a", ""), 0);
+  EXPECT_EQ(contentsOf("a"), "");
+  EXPECT_EQ(subject_->objectCount(), 1U);
+}
+
+TEST_P(TextFilesContract, CreatesAMissingFileReadableByAll) {
+  const mode_t before = ::umask(077);
+  EXPECT_EQ(replace("a", "new"), 0);
+  ::umask(before);
+  ASSERT_TRUE(subject_->find("a"));
+  EXPECT_EQ(subject_->find("a")->contents, "new");
+  EXPECT_EQ(subject_->find("a")->mode, 0644U);
+}
+
+TEST_P(TextFilesContract, KeepsOwnerGroupAndMode) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  subject_->make("a", {Kind::file, "old", 02640, 12, 34});
+  EXPECT_EQ(replace("a", "new"), 0);
+  EXPECT_EQ(subject_->find("a"), (TextObject{Kind::file, "new", 02640, 12, 34}));
+}
+
+TEST_P(TextFilesContract, ALinkStaysAndItsTargetIsReplaced) {
+  subject_->make("inner", {Kind::folder, "", 0755});
+  subject_->make("inner/a", {Kind::file, "old", 0600});
+  makeLink("inner/next", "a");
+  makeLink("link", "inner/next");
+  EXPECT_EQ(replace("link", "new"), 0);
+  EXPECT_EQ(subject_->find("link")->kind, Kind::link);
+  EXPECT_EQ(subject_->find("inner/next")->kind, Kind::link);
+  EXPECT_EQ(contentsOf("inner/a"), "new");
+  EXPECT_EQ(subject_->find("inner/a")->mode, 0600U);
+}
+
+TEST_P(TextFilesContract, ADanglingLinksTargetIsCreated) {
+  makeLink("link", path("target"));
+  EXPECT_EQ(replace("link", "new"), 0);
+  EXPECT_EQ(subject_->find("link")->kind, Kind::link);
+  EXPECT_EQ(contentsOf("target"), "new");
+}
+
+TEST_P(TextFilesContract, OnlyARegularFileIsReplaced) {
+  subject_->make("folder", {Kind::folder, "", 0755});
+  subject_->make("pipe", {Kind::other, ""});
+  makeLink("circle", "circle");
+  EXPECT_EQ(replace("folder", "new"), EISDIR);
+  EXPECT_EQ(replace("pipe", "new"), EINVAL);
+  EXPECT_EQ(replace("circle", "new"), ELOOP);
+  EXPECT_EQ(replace("nofolder/a", "new"), ENOENT);
+  EXPECT_EQ(subject_->find("pipe")->kind, Kind::other);
+  EXPECT_EQ(subject_->objectCount(), 3U);
+}
+
+TEST_P(TextFilesContract, CopiesContentsOwnerGroupAndMode) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  subject_->make("a", {Kind::file, "text", 0640, 12, 34});
+  EXPECT_EQ(copyOnce("a", "b"), 0);
+  EXPECT_EQ(subject_->find("b"), (TextObject{Kind::file, "text", 0640, 12, 34}));
+  EXPECT_EQ(subject_->objectCount(), 2U);
+}
+
+TEST_P(TextFilesContract, ACopyNeverReplacesAnything) {
+  makeFile("a", "text");
+  makeFile("b", "earlier");
+  makeLink("dangling", "nothing");
+  EXPECT_EQ(copyOnce("a", "b"), EEXIST);
+  EXPECT_EQ(copyOnce("a", "dangling"), EEXIST);
+  EXPECT_EQ(contentsOf("b"), "earlier");
+  EXPECT_EQ(subject_->objectCount(), 3U);
+}
+
+TEST_P(TextFilesContract, ACopyThatFailsLeavesNothing) {
+  EXPECT_EQ(copyOnce("missing", "b"), ENOENT);
+  makeFile("a", "text");
+  EXPECT_EQ(copyOnce("a", "nofolder/b"), ENOENT);
+  subject_->make("folder", {Kind::folder, "", 0755});
+  EXPECT_EQ(copyOnce("folder", "b"), EISDIR);
+  EXPECT_FALSE(subject_->find("b"));
+  EXPECT_EQ(subject_->objectCount(), 2U);
+}
+
+TEST_P(TextFilesContract, ACopyFollowsLinksToWhatItCopies) {
+  makeFile("a", "text");
+  makeLink("link", "a");
+  EXPECT_EQ(copyOnce("link", "b"), 0);
+  EXPECT_EQ(contentsOf("b"), "text");
+}
+
+TEST_P(TextFilesContract, SaysWhetherSomethingExists) {
+  makeFile("a", "");
+  makeLink("link", "a");
+  makeLink("dangling", "nothing");
+  EXPECT_TRUE(files().exists(path("a")));
+  EXPECT_TRUE(files().exists(path("link")));
+  EXPECT_FALSE(files().exists(path("dangling")));
+  EXPECT_FALSE(files().exists(path("missing")));
+  EXPECT_FALSE(files().exists(""));
+}
+
+}  // namespace
+}  // namespace paddock::contract

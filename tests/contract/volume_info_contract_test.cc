@@ -1,0 +1,81 @@
+// What volume_info.h promises.
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "platform/linux/linux_volume_info.h"
+#include "platform/testing/fake_volume_info.h"
+
+namespace paddock::contract {
+namespace {
+
+using ::testing::Contains;
+
+constexpr const char* kMissing = "/nonexistent-folder/of-a-test";
+
+class VolumeInfoContract : public ::testing::TestWithParam<bool> {
+ protected:
+  VolumeInfoContract() {
+    if (GetParam()) {
+      volumeInfo_ = std::make_unique<LinuxVolumeInfo>();
+      return;
+    }
+    auto fake = std::make_unique<FakeVolumeInfo>();
+    fake->mount({"/proc", "proc", "proc"});
+    fake->setError(kMissing, ENOENT);
+    volumeInfo_ = std::move(fake);
+  }
+  int statfs(const std::string& path) { return volumeInfo_->statfs(path, volume_); }
+
+  std::unique_ptr<VolumeInfo> volumeInfo_;
+  MountedVolume volume_{"x", "y", "z"};
+};
+
+INSTANTIATE_TEST_SUITE_P(VolumeInfo, VolumeInfoContract, ::testing::Bool(),
+                         [](const auto& tested) { return tested.param ? "Linux" : "Fake"; });
+
+TEST_P(VolumeInfoContract, FindsTheVolumeOfAPath) {
+  EXPECT_EQ(statfs("/proc/self"), 0);
+  EXPECT_EQ(volume_, (MountedVolume{"/proc", "proc", "proc"}));
+  EXPECT_EQ(statfs("/"), 0);
+  EXPECT_EQ(volume_.f_mntonname, "/");
+  EXPECT_NE(volume_.f_fstypename, "");
+}
+
+TEST_P(VolumeInfoContract, ARepeatedOrFinalSlashMakesNoDifference) {
+  EXPECT_EQ(statfs("//proc/"), 0);
+  EXPECT_EQ(volume_.f_mntonname, "/proc");
+}
+
+TEST_P(VolumeInfoContract, PathsThatNameNoVolume) {
+  for (const std::string& path :
+       {std::string(), std::string("proc"), std::string("/proc\0x", 7), std::string("/proc/../etc"),
+        std::string("/.."), std::string("/a/..")}) {
+    volume_ = {"x", "y", "z"};
+    EXPECT_EQ(statfs(path), EINVAL) << path;
+    EXPECT_EQ(volume_, MountedVolume());
+  }
+}
+
+TEST_P(VolumeInfoContract, DotsInNamesAreOrdinary) { EXPECT_NE(statfs("/..a/b.."), EINVAL); }
+
+TEST_P(VolumeInfoContract, APathThatIsTooLongIsSaidToBe) {
+  EXPECT_EQ(statfs("/" + std::string(4095, 'p')), ENAMETOOLONG);
+  EXPECT_EQ(statfs("/" + std::string(5000, 'p')), ENAMETOOLONG);
+}
+
+TEST_P(VolumeInfoContract, AMissingPathHasNoVolume) {
+  EXPECT_EQ(statfs(kMissing), ENOENT);
+  EXPECT_EQ(volume_, MountedVolume());
+}
+
+TEST_P(VolumeInfoContract, ListsAllVolumes) {
+  std::vector<MountedVolume> volumes{{"x", "y", "z"}};
+  EXPECT_EQ(volumeInfo_->getmntinfo(volumes), 0);
+  EXPECT_THAT(volumes, Contains(MountedVolume{"/proc", "proc", "proc"}));
+  EXPECT_THAT(volumes, ::testing::Not(Contains(MountedVolume{"x", "y", "z"})));
+}
+
+}  // namespace
+}  // namespace paddock::contract

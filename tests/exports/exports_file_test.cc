@@ -1,0 +1,213 @@
+// The exports file on a real file system.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "exports/nfs_export_parser.h"
+#include "platform/linux/linux_text_files.h"
+#include "platform/services.h"
+#include "support/own_mounts.h"
+#include "support/temporary_folder.h"
+
+namespace paddock {
+namespace {
+
+const std::string kBegin = std::string(kBeginMarker) + "\n";
+const std::string kEnd = std::string(kEndMarker) + "\n";
+
+NFSExportRecordPtr exportTo(const std::string& path) {
+  auto record = std::make_shared<NFSExportRecord>();
+  record->setPath(path);
+  record->setClients({{"*", {"ro"}}});
+  return record;
+}
+
+class ExportsFileTest : public testing::Test {
+ protected:
+  ExportsFileTest() : guard_(servicesOn(&files_)) {}
+
+  static Services servicesOn(TextFiles* files) {
+    Services services;
+    services.textFiles = files;
+    return services;
+  }
+  std::string file() const { return folder_.path("exports"); }
+  std::size_t objectCount() const {
+    const std::filesystem::directory_iterator entries(folder_.path());
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+  }
+
+  TestFolder folder_;
+  LinuxTextFiles files_;
+  ServicesGuard guard_;
+};
+
+TEST_F(ExportsFileTest, IsReplacedWithItsModeAndLeavesTheOriginalBeside) {
+  writeWholeFile(file(), "# mine\n");
+  ASSERT_EQ(::chmod(file().c_str(), 0640), 0);
+  const auto parser = NFSExportParser::parserWithFile(file());
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(readWholeFile(file()), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n");
+  EXPECT_EQ(readWholeFile(file() + ".before-paddock"), "# mine\n");
+  struct stat status {};
+  ASSERT_EQ(::stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0640U);
+  EXPECT_EQ(objectCount(), 2U);
+}
+
+TEST_F(ExportsFileTest, WritingTheSameLeavesTheFileUntouched) {
+  writeWholeFile(file(), kBegin + "/srv/a *(ro)\n" + kEnd);
+  struct stat before {};
+  ASSERT_EQ(::stat(file().c_str(), &before), 0);
+  EXPECT_TRUE(NFSExportParser::parserWithFile(file())->writeFile());
+  struct stat after {};
+  ASSERT_EQ(::stat(file().c_str(), &after), 0);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(objectCount(), 1U);
+}
+
+TEST_F(ExportsFileTest, ASymbolicLinkStaysAndItsTargetIsReplaced) {
+  std::filesystem::create_directory(folder_.path("shared"));
+  writeWholeFile(folder_.path("shared/real"), "# mine\n");
+  std::filesystem::create_symlink("shared/real", file());
+  const auto parser = NFSExportParser::parserWithFile(file());
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_TRUE(std::filesystem::is_symlink(file()));
+  EXPECT_EQ(readWholeFile(folder_.path("shared/real")),
+            kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n");
+  EXPECT_EQ(readWholeFile(file() + ".before-paddock"), "# mine\n");
+}
+
+TEST_F(ExportsFileTest, OnAReadOnlyFileSystemNothingIsChanged) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  writeWholeFile(file(), "# mine\n");
+  runInOwnMounts([&] {
+    bindMount(folder_.path(), folder_.path());
+    ASSERT_EQ(::mount("", folder_.path().c_str(), "", MS_REMOUNT | MS_BIND | MS_RDONLY, ""), 0);
+    const auto parser = NFSExportParser::parserWithFile(file());
+    parser->addOrReplaceExport(exportTo("/srv/a"));
+    EXPECT_FALSE(parser->writeFile());
+    EXPECT_EQ(readWholeFile(file()), "# mine\n");
+    EXPECT_EQ(objectCount(), 1U);
+  });
+}
+
+TEST_F(ExportsFileTest, AReadOnlyFileIsReplacedByRootAndStaysReadOnly) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root writes read-only files";
+  writeWholeFile(file(), "# mine\n");
+  ASSERT_EQ(::chmod(file().c_str(), 0444), 0);
+  const auto parser = NFSExportParser::parserWithFile(file());
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  struct stat status {};
+  ASSERT_EQ(::stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0444U);
+}
+
+TEST_F(ExportsFileTest, AFullDiskLeavesTheOldFileAndNothingElse) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    mountTmpfs(folder_.path(), "64k");
+    writeWholeFile(file(), "# mine\n");
+    writeWholeFile(folder_.path("exports.before-paddock"), "");
+    const auto parser = NFSExportParser::parserWithFile(file());
+    for (int number = 0; number < 5000; ++number) {
+      parser->addOrReplaceExport(exportTo("/srv/share-" + std::to_string(number)));
+    }
+    EXPECT_FALSE(parser->writeFile());
+    EXPECT_EQ(readWholeFile(file()), "# mine\n");
+    EXPECT_EQ(objectCount(), 2U);
+    EXPECT_EQ(parser->exportCount(), 5000U);
+  });
+}
+
+TEST_F(ExportsFileTest, AFullDiskThatHasNoRoomForTheCopyLeavesTheFileAlone) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    mountTmpfs(folder_.path(), "64k");
+    const std::string large = "# " + std::string(40'000, 'x') + "\n";
+    writeWholeFile(file(), large);
+    const auto parser = NFSExportParser::parserWithFile(file());
+    parser->addOrReplaceExport(exportTo("/srv/a"));
+    EXPECT_FALSE(parser->writeFile());
+    EXPECT_EQ(readWholeFile(file()), large);
+    EXPECT_EQ(objectCount(), 1U);
+  });
+}
+
+ino_t inodeOf(const std::string& file) {
+  struct stat status {};
+  EXPECT_EQ(::stat(file.c_str(), &status), 0) << "the file is always there";
+  return status.st_ino;
+}
+
+// Writes the two texts in turn until it is killed.
+[[noreturn]] void writeForever(const std::string& file) {
+  const auto parser = NFSExportParser::parserWithFile(file);
+  for (bool add = true;; add = !add) {
+    for (int number = 0; number < 200; ++number) {
+      const std::string path = "/srv/share-" + std::to_string(number);
+      if (add) {
+        parser->addOrReplaceExport(exportTo(path));
+      } else {
+        parser->removeExportWithPath(path);
+      }
+    }
+    parser->writeFile();
+  }
+}
+
+TEST_F(ExportsFileTest, KilledWhileWritingTheFileIsOldOrNewAndComplete) {
+  const std::string without = "# mine\n";
+  writeWholeFile(file(), without);
+  const auto parser = NFSExportParser::parserWithFile(file());
+  for (int number = 0; number < 200; ++number) {
+    parser->addOrReplaceExport(exportTo("/srv/share-" + std::to_string(number)));
+  }
+  ASSERT_TRUE(parser->writeFile());
+  const std::string with = readWholeFile(file());
+  for (int round = 0; round < 60; ++round) {
+    const ino_t before = inodeOf(file());
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) writeForever(file());
+    // It is killed some time after it was seen to write.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    bool changed = false;
+    while (!changed && std::chrono::steady_clock::now() < deadline) {
+      changed = inodeOf(file()) != before;
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    EXPECT_TRUE(changed) << "the child never got to writing";
+    std::this_thread::sleep_for(std::chrono::microseconds(round * 150));
+    ASSERT_EQ(::kill(child, SIGKILL), 0);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    const std::string found = readWholeFile(file());
+    ASSERT_TRUE(found == with || found == without) << found.size() << " bytes";
+  }
+}
+
+TEST_F(ExportsFileTest, TenThousandExportsAreReplacedWithoutWalkingTheFileEachTime) {
+  std::string text = "# mine\n" + kBegin;
+  for (int number = 0; number < 10'000; ++number) {
+    text += "/srv/share-" + std::to_string(number) + " *(ro)\n";
+  }
+  writeWholeFile(file(), text + kEnd);
+  const auto parser = NFSExportParser::parserWithFile(file());
+  ASSERT_EQ(parser->exportCount(), 10'000U);
+  for (int number = 0; number < 10'000; ++number) {
+    parser->addOrReplaceExport(exportTo("/srv/share-" + std::to_string(number)));
+  }
+  EXPECT_EQ(parser->exportCount(), 10'000U);
+  EXPECT_TRUE(parser->writeFile());
+  const std::string written = readWholeFile(file());
+  EXPECT_EQ(written.find("# mine\n" + kBegin + "/srv/share-9999 *(ro)\n/srv/share-9998"), 0U);
+}
+
+}  // namespace
+}  // namespace paddock

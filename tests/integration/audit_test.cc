@@ -1,0 +1,128 @@
+// What the audit log holds.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <regex>
+
+#include "integration/running_daemon.h"
+#include "wire/json.h"
+
+namespace paddock::testing {
+namespace {
+
+class Audit : public ::testing::Test {
+ protected:
+  Audit() : daemon_(tree_) {}
+  void SetUp() override { ASSERT_TRUE(daemon_.running()) << daemon_.log(); }
+
+  // The lines as dictionaries.
+  std::vector<Dictionary> lines() const {
+    std::vector<Dictionary> result;
+    for (const std::string& line : linesOf(tree_.read("/var/log/paddock/audit.jsonl"))) {
+      std::string problem;
+      const auto value = wire::parseJson(line, problem);
+      EXPECT_TRUE(value.has_value()) << line << ": " << problem;
+      if (value && value->dictionary() != nullptr) result.push_back(*value->dictionary());
+    }
+    return result;
+  }
+  // The one line that a changing request with this body leaves.
+  Dictionary lineOf(const std::string& body, const std::string& operation = "change") {
+    daemon_.post("/v1/test_good/" + operation, body);
+    const auto all = lines();
+    return all.empty() ? Dictionary() : all.back();
+  }
+
+  DaemonTree tree_;
+  RunningDaemon daemon_;
+};
+
+TEST_F(Audit, AChangingRequestLeavesOneLineWithExactlyItsKeys) {
+  const auto response = daemon_.post("/v1/test_good/change", R"({"path":"/srv/a","password":"x"})");
+  const auto all = lines();
+  ASSERT_EQ(all.size(), 1U);
+  Dictionary line = all[0];
+  ASSERT_NE(line.string("time"), nullptr);
+  EXPECT_TRUE(std::regex_match(*line.string("time"),
+                               std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)")));
+  EXPECT_GE(line.integer("ms").value_or(-1), 0);
+  line.erase("time");
+  line.erase("ms");
+  EXPECT_EQ(line, (Dictionary{{"request", response.header("x-request-id")},
+                              {"uid", ::geteuid()},
+                              {"pid", ::getpid()},
+                              {"plugin", "test_good"},
+                              {"operation", "change"},
+                              {"path", "/srv/a"},
+                              {"status", 0}}));
+}
+
+TEST_F(Audit, ReadingRequestsLeaveNone) {
+  daemon_.post("/v1/test_good/echo", "{}");
+  daemon_.post("/v1/test_good/nothing", "{}");
+  daemon_.post("/v1/nothing/change", "{}");
+  daemon_.get("/v1/health");
+  daemon_.get("/v1/test_good/change");
+  EXPECT_TRUE(lines().empty());
+}
+
+TEST_F(Audit, ThePathIsThatOfTheOptionalArgumentsThenThePathThenTheFirstOfThePaths) {
+  EXPECT_EQ(*lineOf(R"({"optionalArguments":{"path":"/a"},"path":"/b"})").string("path"), "/a");
+  EXPECT_EQ(*lineOf(R"({"path":"/b","paths":["/c"]})").string("path"), "/b");
+  EXPECT_EQ(*lineOf(R"({"paths":["/c","/d"]})").string("path"), "/c");
+  EXPECT_FALSE(lineOf("{}").contains("path"));
+  EXPECT_FALSE(lineOf(R"({"path":7,"paths":[],"optionalArguments":"x"})").contains("path"));
+}
+
+TEST_F(Audit, TheStatusIsTheWriteStatusThenTheStatus) {
+  EXPECT_EQ(lineOf(R"({"writeStatus":100076,"status":2})").integer("status"), 100076);
+  EXPECT_EQ(lineOf(R"({"status":-1})").integer("status"), -1);
+  EXPECT_EQ(lineOf(R"({"status":"13"})").integer("status"), 0);
+}
+
+TEST_F(Audit, RequestsThatFailHaveTheNumberOfTheFailure) {
+  EXPECT_EQ(lineOf("{").integer("status"), EINVAL);
+  EXPECT_EQ(lineOf("[]").integer("status"), EINVAL);
+  EXPECT_EQ(lineOf("{}", "fail").integer("status"), EIO);
+  EXPECT_EQ(lineOf(R"({"how":"odd"})", "fail").integer("status"), EIO);
+  const Dictionary line = lineOf(R"({"how":"number","path":"/p"})", "fail");
+  EXPECT_EQ(line.integer("status"), ENOSPC);
+  EXPECT_EQ(*line.string("path"), "/p");
+  EXPECT_FALSE(line.contains("refused"));
+}
+
+TEST_F(Audit, ATooLongBodyIsAuditedToo) {
+  daemon_.post("/v1/test_good/change", "", "Content-Length: 99999999\r\n");
+  ASSERT_EQ(lines().size(), 1U);
+  EXPECT_EQ(lines()[0].integer("status"), EFBIG);
+}
+
+TEST_F(Audit, PathsWithOddBytesStayOneLine) {
+  EXPECT_EQ(*lineOf(R"({"path":"/a\nb\u0000\"c"})").string("path"), std::string("/a\nb\0\"c", 7));
+  EXPECT_EQ(lines().size(), 1U);
+}
+
+TEST_F(Audit, NothingElseOfABodyIsWritten) {
+  lineOf(R"({"dsCredentials":{"user":"u","password":"hunter2"},"adminPassword":"hunter2",)"
+         R"("configuration":{"x":"hunter2"}})");
+  lineOf(R"({"password":"hunter2)");
+  EXPECT_EQ(tree_.read("/var/log/paddock/audit.jsonl").find("hunter2"), std::string::npos);
+  EXPECT_EQ(daemon_.log().find("hunter2"), std::string::npos);
+}
+
+TEST_F(Audit, RequestsOfProgramsLeaveTheirOwnLines) {
+  const std::string body = wire::writeJson(
+      Dictionary{{"program", "/bin/call_daemon"},
+                 {"arguments", Array{tree_.socket(), "/v1/test_sibling/change", "{}"}}});
+  daemon_.post("/v1/test_good/run", body);
+  const auto all = lines();
+  ASSERT_EQ(all.size(), 1U);
+  EXPECT_EQ(*all[0].string("plugin"), "test_sibling");
+  EXPECT_NE(all[0].integer("pid"), ::getpid());
+}
+
+}  // namespace
+}  // namespace paddock::testing

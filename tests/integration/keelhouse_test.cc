@@ -1,0 +1,165 @@
+// keelhouse and paddockd with its own plug-ins, installed below a tree.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+
+#include "integration/running_daemon.h"
+#include "support/run_to_end.h"
+
+namespace paddock::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class Keelhouse : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
+    for (const char* name : {"paddock_sharing", "paddock_directory"}) installPlugin(name);
+    for (const char* folder : {"/etc", "/usr/sbin"}) fs::create_directories(tree_.path(folder));
+    fs::copy_file(KEELHOUSE_PROGRAM, tree_.path("/usr/sbin/keelhouse"));
+    daemon_.emplace(tree_);
+    ASSERT_TRUE(daemon_->running()) << daemon_->log();
+  }
+
+  EndedProgram keelhouse(std::vector<std::string> words, const std::string& input = {}) {
+    words.insert(words.begin(), tree_.path("/usr/sbin/keelhouse"));
+    return runProgram(words, input);
+  }
+
+  std::string makeFolder(const std::string& name) {
+    fs::create_directories(folder_.path(name));
+    return folder_.path(name);
+  }
+
+  TestFolder folder_;
+  DaemonTree tree_;
+  std::optional<RunningDaemon> daemon_;
+
+ private:
+  void installPlugin(const std::string& name) {
+    const std::string below = name + ".bundle/Contents/";
+    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
+    fs::create_directories(contents);
+    fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + name + ".so",
+                  contents + name + ".so");
+  }
+};
+
+TEST_F(Keelhouse, SharesReadsChangesAndUnsharesAFolder) {
+  const std::string folder = makeFolder("my files");
+  const auto added = keelhouse({"share", "add", folder, "--nfs", "10.0.0.0/8(rw,sync)"});
+  EXPECT_EQ(added.status, 0) << added.error;
+  EXPECT_THAT(added.output, HasSubstr("path: " + folder + "\nname: my files\n"));
+  EXPECT_THAT(tree_.read("/etc/exports"), HasSubstr("my\\040files 10.0.0.0/8(rw,sync)\n"));
+
+  EXPECT_THAT(keelhouse({"share", "list"}).output,
+              HasSubstr("  my files  my files  my files  my files  10.0.0.0/8(rw,sync)\n"));
+
+  const auto changed =
+      keelhouse({"share", "set", folder, "--no-ftp", "--smb-name", "X", "--no-nfs"});
+  EXPECT_EQ(changed.status, 0) << changed.error;
+  EXPECT_THAT(keelhouse({"share", "list"}).output,
+              HasSubstr("  my files  my files  X    -    -\n"));
+  EXPECT_THAT(tree_.read("/etc/exports"), Not(HasSubstr("my\\040files")));
+
+  const auto removed = keelhouse({"share", "remove", folder});
+  EXPECT_EQ(removed.status, 0) << removed.error;
+  EXPECT_EQ(keelhouse({"share", "list"}).output, "No folder is shared.\n");
+  EXPECT_EQ(keelhouse({"share", "show", folder}).status, 1);
+  EXPECT_TRUE(fs::is_directory(folder));
+}
+
+TEST_F(Keelhouse, SharesTwoFoldersOfOneNameUnderTwoNames) {
+  EXPECT_EQ(keelhouse({"share", "add", makeFolder("a/docs")}).status, 0);
+  const auto second = keelhouse({"share", "add", makeFolder("b/docs")});
+  EXPECT_EQ(second.status, 0) << second.error;
+  EXPECT_THAT(second.output, Not(HasSubstr("name: docs\n")));
+}
+
+TEST_F(Keelhouse, ReportsANameThatAnotherShareHas) {
+  const std::string first = makeFolder("a");
+  const std::string second = makeFolder("b");
+  ASSERT_EQ(keelhouse({"share", "add", first}).status, 0);
+  ASSERT_EQ(keelhouse({"share", "add", second}).status, 0);
+  const auto renamed = keelhouse({"share", "set", second, "--name", "a"});
+  EXPECT_EQ(renamed.status, 1);
+  EXPECT_THAT(renamed.error, HasSubstr("CANNOT_SAVE_SHARE_POINT_ERR (status 100076)\n"));
+}
+
+TEST_F(Keelhouse, SendsBackWhatItReads) {
+  const std::string folder = makeFolder("a");
+  ASSERT_EQ(keelhouse({"share", "add", folder, "--nfs", "*(ro)"}).status, 0);
+  const std::string before = keelhouse({"share", "show", folder, "--json"}).output;
+  const auto written = keelhouse({"request", "paddock_sharing", "writeSettings", "-"},
+                                 R"({"configuration":{"sharePointRecord":)" + before +
+                                     R"(},"optionalArguments":{"path":")" + folder + R"("}})");
+  EXPECT_EQ(written.status, 0) << written.output;
+  EXPECT_EQ(keelhouse({"share", "show", folder, "--json"}).output, before);
+}
+
+TEST_F(Keelhouse, PrintsTheLeavesOfACommand) {
+  const auto state = keelhouse({"command", "sharing:command", "=", "getState"});
+  EXPECT_EQ(state.status, 0);
+  EXPECT_EQ(state.output, "sharing:readWriteSettingsVersion = 1\nsharing:state = \"UNKNOWN\"\n");
+  EXPECT_EQ(state.error, "");
+
+  const auto read = keelhouse({"command", "sharing:command", "=", "readSettings",
+                               "sharing:optionalArguments:path", "=", makeFolder("a")});
+  EXPECT_THAT(read.output, HasSubstr("sharing:configuration:sharePointRecord:isShared = false\n"));
+}
+
+TEST_F(Keelhouse, SaysThatThereIsNoSuchOperation) {
+  const auto asked = keelhouse({"command", "sharing:command", "=", "frobnicate"});
+  EXPECT_EQ(asked.status, 1);
+  EXPECT_EQ(asked.output, "");
+  EXPECT_THAT(asked.error, HasSubstr("HTTP 404"));
+}
+
+TEST_F(Keelhouse, KeepsRecords) {
+  EXPECT_EQ(keelhouse({"record", "put", "users", "anna", "RealName=Anna B", "dsAttrTypeNative:x=1",
+                       "dsAttrTypeNative:x=2"})
+                .status,
+            0);
+  EXPECT_EQ(keelhouse({"record", "list", "users"}).output, "anna\n");
+  const auto shown = keelhouse({"record", "show", "users", "anna"});
+  EXPECT_THAT(shown.output, HasSubstr("dsAttrTypeNative:x: 1\ndsAttrTypeNative:x: 2\n"
+                                      "dsAttrTypeStandard:RealName: Anna B\n"));
+  EXPECT_EQ(keelhouse({"record", "delete", "users", "anna"}).status, 0);
+  EXPECT_EQ(keelhouse({"record", "show", "users", "anna"}).status, 1);
+}
+
+TEST_F(Keelhouse, SetsAPasswordThatAuthenticates) {
+  ASSERT_EQ(keelhouse({"record", "put", "users", "root"}).status, 0);
+  EXPECT_EQ(keelhouse({"record", "password", "root"}, "s3cret\n").status, 0);
+  const std::vector<std::string> list = {
+      "record", "list", "users", "--admin", "root", "--admin-password-fd", "0"};
+  EXPECT_EQ(keelhouse(list, "s3cret\n").output, "root\n");
+  const auto refused = keelhouse(list, "wrong\n");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.error, HasSubstr("Permission denied (status 13)"));
+  EXPECT_THAT(tree_.read("/var/log/paddock/audit.jsonl"), Not(HasSubstr("s3cret")));
+  EXPECT_THAT(daemon_->log(), Not(HasSubstr("s3cret")));
+}
+
+TEST_F(Keelhouse, TellsOfTheDaemon) {
+  const auto status = keelhouse({"status"});
+  EXPECT_EQ(status.status, 0) << status.error;
+  EXPECT_THAT(status.output, HasSubstr("plug-in paddock_directory  "));
+  EXPECT_THAT(status.output, HasSubstr("node /Local                reachable\n"));
+}
+
+TEST_F(Keelhouse, CannotReachADaemonThatHasEnded) {
+  EXPECT_EQ(daemon_->stop(), 0);
+  const auto listed = keelhouse({"share", "list"});
+  EXPECT_EQ(listed.status, 3);
+  EXPECT_THAT(listed.error, HasSubstr(tree_.socket()));
+}
+
+}  // namespace
+}  // namespace paddock::testing

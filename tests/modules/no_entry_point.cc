@@ -1,0 +1,3 @@
+// A shared object that is no plug-in.
+
+extern "C" __attribute__((visibility("default"))) int somethingElse() { return 1; }

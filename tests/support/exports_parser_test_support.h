@@ -1,0 +1,54 @@
+// What the tests of the exports file share: a parser on a file in memory.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "exports/nfs_export_parser.h"
+#include "platform/services.h"
+#include "platform/testing/in_memory_text_files.h"
+
+namespace paddock {
+
+inline const std::string kBegin = std::string(kBeginMarker) + "\n";
+inline const std::string kEnd = std::string(kEndMarker) + "\n";
+
+inline NFSExportRecordPtr exportTo(const std::string& path, const std::string& host = "*") {
+  auto record = std::make_shared<NFSExportRecord>();
+  record->setPath(path);
+  record->setClients({{host, {"ro"}}});
+  return record;
+}
+
+class ParserTest : public testing::Test {
+ protected:
+  static constexpr const char* kFile = "/etc/exports";
+  static constexpr const char* kCopy = "/etc/exports.before-paddock";
+
+  ParserTest() : guard_(servicesOn(&files_)) {}
+
+  // A parser that has read a file of this text.
+  std::unique_ptr<NFSExportParser> parserOf(const std::string& text) {
+    files_.setFile(kFile, text);
+    return NFSExportParser::parserWithFile(kFile);
+  }
+  // What the parser writes over a file that it has read.
+  std::string written(NFSExportParser& parser) {
+    EXPECT_TRUE(parser.writeFile());
+    return files_.contents(kFile);
+  }
+  std::string rewritten(const std::string& text) { return written(*parserOf(text)); }
+
+  static Services servicesOn(TextFiles* files) {
+    Services services;
+    services.textFiles = files;
+    return services;
+  }
+
+  InMemoryTextFiles files_;
+  ServicesGuard guard_;
+};
+
+}  // namespace paddock

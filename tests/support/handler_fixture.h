@@ -1,0 +1,36 @@
+// The sharing module's handler on doubles.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <mutex>
+
+#include "handler/sharing_request_handler.h"
+#include "support/module_fixture.h"
+
+namespace paddock {
+
+class HandlerFixture : public ModuleFixture {
+ protected:
+  HandlerFixture() {
+    SharingRequestHandler::initialize();
+    handler.init();
+  }
+
+  // A thread that holds a standard mutex must not try it, so another one does.
+  static bool lockIsFree() {
+    return std::async(std::launch::async,
+                      [] {
+                        if (!gSettingsDictLock->try_lock()) return false;
+                        gSettingsDictLock->unlock();
+                        return true;
+                      })
+        .get();
+  }
+  static void expectLockFree() { EXPECT_TRUE(lockIsFree()); }
+
+  SharingRequestHandler handler;
+};
+
+}  // namespace paddock

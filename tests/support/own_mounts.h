@@ -1,0 +1,64 @@
+// Runs part of a test in a child process with mounts of its own, so that nothing of the machine
+// is changed. Needs root.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <string>
+
+namespace paddock {
+
+// Why `runInOwnMounts` cannot be used here, for GTEST_SKIP; empty when it can.
+inline std::string whyNoOwnMounts() {
+  if (::geteuid() != 0) return "mounts of its own need root";
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::_exit(::unshare(CLONE_NEWNS) == 0 && ::mount("", "/", "", MS_REC | MS_PRIVATE, "") == 0 ? 0
+                                                                                              : 1);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return status == 0 ? "" : "mounts of its own are not permitted here";
+}
+
+// `body` runs in the child; a failed assertion or an exception there fails the test.
+inline void runInOwnMounts(const std::function<void()>& body) {
+  std::fflush(stdout);
+  std::fflush(stderr);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    bool passed = ::unshare(CLONE_NEWNS) == 0 && ::mount("", "/", "", MS_REC | MS_PRIVATE, "") == 0;
+    try {
+      if (passed) body();
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "exception: %s\n", error.what());
+      passed = false;
+    }
+    std::fflush(stdout);
+    std::fflush(stderr);
+    ::_exit(passed && !testing::Test::HasFailure() ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0) << "see the child's output above";
+}
+
+// An empty file system of `size` ("64k") on the folder.
+inline void mountTmpfs(const std::string& folder, const std::string& size) {
+  const std::string data = "size=" + size;
+  ASSERT_EQ(::mount("tmpfs", folder.c_str(), "tmpfs", 0, data.c_str()), 0) << folder;
+}
+
+inline void bindMount(const std::string& from, const std::string& to) {
+  ASSERT_EQ(::mount(from.c_str(), to.c_str(), "", MS_BIND, ""), 0) << from << " on " << to;
+}
+
+}  // namespace paddock

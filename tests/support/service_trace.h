@@ -1,0 +1,456 @@
+// Sees every call of a platform service before it is carried out, and makes chosen ones fail.
+//
+// The traced services forward to others. A call is named by its operation, the thing that it
+// concerns (a record's name, a node's or a file's path, a URL) and what it carries (an attribute,
+// a type). Rules are asked in the order in which they were added; the first that applies decides.
+// Calls may come from several threads.
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/directory.h"
+#include "platform/plugin_commands.h"
+#include "platform/services.h"
+#include "platform/shared_file_list.h"
+#include "platform/text_file.h"
+#include "platform/uuid_source.h"
+#include "platform/volume_info.h"
+
+namespace paddock {
+
+struct ServiceCall {
+  std::string operation;  // "findRecord", "statfs", "replace"
+  std::string subject;
+  std::string detail;
+  friend bool operator==(const ServiceCall&, const ServiceCall&) = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const ServiceCall& call) {
+  return out << call.operation << " " << call.subject << " " << call.detail;
+}
+
+class ServiceTrace {
+ public:
+  // Returns 0 to let the call pass, a number for it to fail with, or throws in its place.
+  using Effect = std::function<int(const ServiceCall&)>;
+  using Match = std::function<bool(const ServiceCall&)>;
+  static constexpr int kEveryTime = std::numeric_limits<int>::max();
+
+  // Applies `effect` to the calls that match: after `skip` of them, `times` times.
+  void when(Match match, Effect effect, int times = kEveryTime, int skip = 0) {
+    const std::lock_guard guard(mutex_);
+    rules_.push_back({std::move(match), std::move(effect), times, skip});
+  }
+  void when(const std::string& operation, Effect effect, int times = kEveryTime, int skip = 0) {
+    when([operation](const ServiceCall& call) { return call.operation == operation; },
+         std::move(effect), times, skip);
+  }
+  // Throws a copy of `error` from the operation.
+  template <typename Error>
+  void raise(const std::string& operation, const Error& error, int times = kEveryTime,
+             int skip = 0) {
+    when(
+        operation, [error](const ServiceCall&) -> int { throw error; }, times, skip);
+  }
+  template <typename Error>
+  void raiseFor(const std::string& operation, const std::string& subject, const Error& error,
+                int times = kEveryTime, int skip = 0) {
+    when([=](const ServiceCall& c) { return c.operation == operation && c.subject == subject; },
+         [error](const ServiceCall&) -> int { throw error; }, times, skip);
+  }
+  // Lets an operation that returns a number fail with it.
+  void fail(const std::string& operation, int number, int times = kEveryTime, int skip = 0) {
+    when(
+        operation, [number](const ServiceCall&) { return number; }, times, skip);
+  }
+  void forgetRules() {
+    const std::lock_guard guard(mutex_);
+    rules_.clear();
+  }
+
+  void forgetCalls() {
+    const std::lock_guard guard(mutex_);
+    calls_.clear();
+  }
+  std::vector<ServiceCall> calls() const {
+    const std::lock_guard guard(mutex_);
+    return calls_;
+  }
+  std::vector<ServiceCall> callsOf(const std::string& operation) const {
+    std::vector<ServiceCall> found = calls();
+    std::erase_if(found, [&](const ServiceCall& call) { return call.operation != operation; });
+    return found;
+  }
+  std::size_t count(const std::string& operation) const { return callsOf(operation).size(); }
+  // The calls of the operations named, in their order, as "operation subject".
+  std::vector<std::string> sequence(const std::vector<std::string>& operations) const {
+    std::vector<std::string> found;
+    for (const ServiceCall& call : calls()) {
+      if (std::find(operations.begin(), operations.end(), call.operation) != operations.end()) {
+        found.push_back(call.operation + " " + call.subject);
+      }
+    }
+    return found;
+  }
+
+  int before(const std::string& operation, const std::string& subject = "",
+             const std::string& detail = "") {
+    const ServiceCall call{operation, subject, detail};
+    const Effect effect = note(call);
+    return effect ? effect(call) : 0;
+  }
+
+ private:
+  struct Rule {
+    Match match;
+    Effect effect;
+    int times;
+    int skip;
+  };
+
+  Effect note(const ServiceCall& call) {
+    const std::lock_guard guard(mutex_);
+    calls_.push_back(call);
+    for (Rule& rule : rules_) {
+      if (rule.times == 0 || !rule.match(call)) continue;
+      if (rule.skip > 0) {
+        --rule.skip;
+        continue;
+      }
+      if (rule.times != kEveryTime) --rule.times;
+      return rule.effect;
+    }
+    return {};
+  }
+
+  mutable std::mutex mutex_;
+  std::vector<ServiceCall> calls_;
+  std::vector<Rule> rules_;
+};
+
+// The directory. Operations: openLocal, localNode, searchNode, findNode; findRecordsOfTypes
+// (subject: the value, detail: the attribute), findRecordNames, findRecord, newRecord,
+// authenticateName (detail: whether only to authenticate), getNodeAttribute; getAllAttributes,
+// getAllAttributesAndValues, getAttribute, getAttributeFirstValue, setAttribute, removeAttribute
+// (subject: the record's name, detail: the attribute), removeRecord, setAttributesAndValues.
+class TracedRecord : public DirectoryRecord {
+ public:
+  TracedRecord(std::unique_ptr<DirectoryRecord> record, std::string name, ServiceTrace& trace)
+      : record_(std::move(record)), name_(std::move(name)), trace_(trace) {}
+
+  std::vector<std::string> getAllAttributes() const override {
+    trace_.before("getAllAttributes", name_);
+    return record_->getAllAttributes();
+  }
+  Dictionary getAllAttributesAndValues() const override {
+    trace_.before("getAllAttributesAndValues", name_);
+    return record_->getAllAttributesAndValues();
+  }
+  Array getAttribute(const std::string& attribute) const override {
+    trace_.before("getAttribute", name_, attribute);
+    return record_->getAttribute(attribute);
+  }
+  std::optional<std::string> getAttributeFirstValue(const std::string& attribute) const override {
+    trace_.before("getAttributeFirstValue", name_, attribute);
+    return record_->getAttributeFirstValue(attribute);
+  }
+  void setAttribute(const std::string& attribute, const std::string& value) override {
+    trace_.before("setAttribute", name_, attribute);
+    record_->setAttribute(attribute, value);
+  }
+  void setAttribute(const std::string& attribute, const Array& values) override {
+    trace_.before("setAttribute", name_, attribute);
+    record_->setAttribute(attribute, values);
+  }
+  void removeAttribute(const std::string& attribute) override {
+    trace_.before("removeAttribute", name_, attribute);
+    record_->removeAttribute(attribute);
+  }
+  void removeRecord() override {
+    trace_.before("removeRecord", name_);
+    record_->removeRecord();
+  }
+  void setAttributesAndValues(const Dictionary& attributes) override {
+    trace_.before("setAttributesAndValues", name_);
+    record_->setAttributesAndValues(attributes);
+  }
+
+ private:
+  std::unique_ptr<DirectoryRecord> record_;
+  std::string name_;
+  ServiceTrace& trace_;
+};
+
+class TracedNode : public DirectoryNode {
+ public:
+  TracedNode(std::shared_ptr<DirectoryNode> node, ServiceTrace& trace)
+      : node_(std::move(node)), trace_(trace) {}
+
+  const std::string& path() const override { return node_->path(); }
+  Array findRecordsOfTypes(const std::vector<std::string>& types, const std::string& attribute,
+                           const std::string& value, MatchType matchType) override {
+    trace_.before("findRecordsOfTypes", value, attribute);
+    return node_->findRecordsOfTypes(types, attribute, value, matchType);
+  }
+  Array findRecordNames(const std::string& name, const std::vector<std::string>& attributes,
+                        const std::string& type, MatchType matchType) override {
+    trace_.before("findRecordNames", name, type);
+    return node_->findRecordNames(name, attributes, type, matchType);
+  }
+  std::unique_ptr<DirectoryRecord> findRecord(const std::string& name,
+                                              const std::string& type) override {
+    trace_.before("findRecord", name, type);
+    return wrap(node_->findRecord(name, type), name);
+  }
+  std::unique_ptr<DirectoryRecord> newRecord(const std::string& name,
+                                             const std::string& type) override {
+    trace_.before("newRecord", name, type);
+    return wrap(node_->newRecord(name, type), name);
+  }
+  Status authenticateName(const std::string& name, const std::string& password,
+                          bool authOnly) override {
+    const int number = trace_.before("authenticateName", name, authOnly ? "authOnly" : "keep");
+    return number != 0 ? number : node_->authenticateName(name, password, authOnly);
+  }
+  Array getAttribute(const std::string& attribute) const override {
+    trace_.before("getNodeAttribute", node_->path(), attribute);
+    return node_->getAttribute(attribute);
+  }
+
+ private:
+  std::unique_ptr<DirectoryRecord> wrap(std::unique_ptr<DirectoryRecord> record,
+                                        const std::string& name) {
+    if (!record) return record;
+    return std::make_unique<TracedRecord>(std::move(record), name, trace_);
+  }
+
+  std::shared_ptr<DirectoryNode> node_;
+  ServiceTrace& trace_;
+};
+
+class TracedSession : public DirectorySession {
+ public:
+  TracedSession(std::unique_ptr<DirectorySession> session, ServiceTrace& trace)
+      : session_(std::move(session)), trace_(trace) {}
+
+  std::shared_ptr<DirectoryNode> localNode() override {
+    trace_.before("localNode");
+    return std::make_shared<TracedNode>(session_->localNode(), trace_);
+  }
+  std::shared_ptr<DirectoryNode> searchNode() override {
+    trace_.before("searchNode");
+    return std::make_shared<TracedNode>(session_->searchNode(), trace_);
+  }
+  std::shared_ptr<DirectoryNode> findNode(const std::string& path) override {
+    trace_.before("findNode", path);
+    return std::make_shared<TracedNode>(session_->findNode(path), trace_);
+  }
+
+ private:
+  std::unique_ptr<DirectorySession> session_;
+  ServiceTrace& trace_;
+};
+
+class TracedDirectory : public DirectoryService {
+ public:
+  TracedDirectory(DirectoryService& directory, ServiceTrace& trace)
+      : directory_(directory), trace_(trace) {}
+
+  std::unique_ptr<DirectorySession> openLocal() override {
+    trace_.before("openLocal");
+    return std::make_unique<TracedSession>(directory_.openLocal(), trace_);
+  }
+
+ private:
+  DirectoryService& directory_;
+  ServiceTrace& trace_;
+};
+
+// Operations: read, replace, copyOnce, exists; subject: the path.
+class TracedTextFiles : public TextFiles {
+ public:
+  TracedTextFiles(TextFiles& files, ServiceTrace& trace) : files_(files), trace_(trace) {}
+
+  int read(const std::string& path, std::string& contents) override {
+    contents.clear();
+    const int number = trace_.before("read", path);
+    return number != 0 ? number : files_.read(path, contents);
+  }
+  int replace(const std::string& path, const std::string& contents) override {
+    const int number = trace_.before("replace", path, contents);
+    return number != 0 ? number : files_.replace(path, contents);
+  }
+  int copyOnce(const std::string& from, const std::string& to) override {
+    const int number = trace_.before("copyOnce", from, to);
+    return number != 0 ? number : files_.copyOnce(from, to);
+  }
+  bool exists(const std::string& path) override {
+    trace_.before("exists", path);
+    return files_.exists(path);
+  }
+
+ private:
+  TextFiles& files_;
+  ServiceTrace& trace_;
+};
+
+// Operations: statfs, getmntinfo.
+class TracedVolumeInfo : public VolumeInfo {
+ public:
+  TracedVolumeInfo(VolumeInfo& volumes, ServiceTrace& trace) : volumes_(volumes), trace_(trace) {}
+
+  int statfs(const std::string& path, MountedVolume& volume) override {
+    volume = {};
+    const int number = trace_.before("statfs", path);
+    return number != 0 ? number : volumes_.statfs(path, volume);
+  }
+  int getmntinfo(std::vector<MountedVolume>& volumes) override {
+    volumes.clear();
+    const int number = trace_.before("getmntinfo");
+    return number != 0 ? number : volumes_.getmntinfo(volumes);
+  }
+
+ private:
+  VolumeInfo& volumes_;
+  ServiceTrace& trace_;
+};
+
+// Operations: createSharePointList, snapshot, resolve (detail: the flags), insertLast, removeItem.
+// A number makes the list null, the insertion null, the resolution absent, the removal fail.
+class TracedSharedFileLists : public SharedFileLists {
+ public:
+  TracedSharedFileLists(SharedFileLists& lists, ServiceTrace& trace)
+      : lists_(lists), trace_(trace) {}
+
+  std::unique_ptr<SharedFileList> createSharePointList() override {
+    if (trace_.before("createSharePointList") != 0) return nullptr;
+    auto list = lists_.createSharePointList();
+    if (!list) return nullptr;
+    return std::make_unique<List>(std::move(list), trace_);
+  }
+
+ private:
+  class Item : public SharedFileListItem {
+   public:
+    Item(SharedFileList::Item item, ServiceTrace& trace) : item_(std::move(item)), trace_(trace) {}
+    std::optional<std::string> resolve(std::uint32_t flags) override {
+      if (trace_.before("resolve", "", std::to_string(flags)) != 0) return std::nullopt;
+      return item_->resolve(flags);
+    }
+    const SharedFileList::Item& inner() const { return item_; }
+
+   private:
+    SharedFileList::Item item_;
+    ServiceTrace& trace_;
+  };
+
+  class List : public SharedFileList {
+   public:
+    List(std::unique_ptr<SharedFileList> list, ServiceTrace& trace)
+        : list_(std::move(list)), trace_(trace) {}
+    std::vector<SharedFileList::Item> snapshot() override {
+      trace_.before("snapshot");
+      std::vector<SharedFileList::Item> items;
+      for (auto& item : list_->snapshot()) {
+        items.push_back(std::make_shared<TracedSharedFileLists::Item>(std::move(item), trace_));
+      }
+      return items;
+    }
+    SharedFileList::Item insertLast(const std::string& url) override {
+      if (trace_.before("insertLast", url) != 0) return nullptr;
+      auto item = list_->insertLast(url);
+      if (!item) return nullptr;
+      return std::make_shared<TracedSharedFileLists::Item>(std::move(item), trace_);
+    }
+    Status remove(const SharedFileList::Item& item) override {
+      const int number = trace_.before("removeItem");
+      if (number != 0) return number;
+      const auto* traced = dynamic_cast<const TracedSharedFileLists::Item*>(item.get());
+      if (traced == nullptr) throw std::logic_error("an item of another list");
+      return list_->remove(traced->inner());
+    }
+
+   private:
+    std::unique_ptr<SharedFileList> list_;
+    ServiceTrace& trace_;
+  };
+
+  SharedFileLists& lists_;
+  ServiceTrace& trace_;
+};
+
+// Operation: doCommand; subject: the module, detail: the command's name.
+class TracedPluginCommands : public PluginCommands {
+ public:
+  TracedPluginCommands(PluginCommands& commands, ServiceTrace& trace)
+      : commands_(commands), trace_(trace) {}
+
+  Dictionary doCommand(const std::string& bundle, const Dictionary& command,
+                       const std::string& module, const std::optional<std::string>& user) override {
+    const std::string* name = command.string("command");
+    trace_.before("doCommand", module, name != nullptr ? *name : "");
+    return commands_.doCommand(bundle, command, module, user);
+  }
+
+ private:
+  PluginCommands& commands_;
+  ServiceTrace& trace_;
+};
+
+// Operation: newUuid.
+class TracedUuidSource : public UuidSource {
+ public:
+  TracedUuidSource(UuidSource& source, ServiceTrace& trace) : source_(source), trace_(trace) {}
+
+  Guid newUuid() override {
+    trace_.before("newUuid");
+    return source_.newUuid();
+  }
+
+ private:
+  UuidSource& source_;
+  ServiceTrace& trace_;
+};
+
+// Every service of `wrapped` that the trace knows, traced; the others as they are.
+class TracedServices {
+ public:
+  TracedServices(const Services& wrapped, ServiceTrace& trace)
+      : directory_(*wrapped.directory, trace),
+        files_(*wrapped.textFiles, trace),
+        volumes_(*wrapped.volumeInfo, trace),
+        sharedFiles_(*wrapped.sharedFileLists, trace),
+        plugins_(*wrapped.pluginCommands, trace),
+        uuids_(*wrapped.uuidSource, trace),
+        services_(wrapped) {
+    services_.directory = &directory_;
+    services_.textFiles = &files_;
+    services_.volumeInfo = &volumes_;
+    services_.sharedFileLists = &sharedFiles_;
+    services_.pluginCommands = &plugins_;
+    services_.uuidSource = &uuids_;
+  }
+  TracedServices(const TracedServices&) = delete;
+  TracedServices& operator=(const TracedServices&) = delete;
+
+  const Services& services() const { return services_; }
+
+ private:
+  TracedDirectory directory_;
+  TracedTextFiles files_;
+  TracedVolumeInfo volumes_;
+  TracedSharedFileLists sharedFiles_;
+  TracedPluginCommands plugins_;
+  TracedUuidSource uuids_;
+  Services services_;
+};
+
+}  // namespace paddock

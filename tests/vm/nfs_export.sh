@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Folders that are shared with an NFS export, whatever their names, can be mounted over NFS and
+# read; unshared, they cannot be mounted.
+cd -- "$(dirname -- "$0")"
+# shellcheck source=tests/vm/guest_lib.sh
+. ./guest_lib.sh
+
+# (Not here: a backslash followed by three octal digits. exportfs reads that path rightly, but the
+# server's own table between exportfs and mountd cannot carry it.)
+names=(plain 'a folder' 'a, b' 'über' 'a # b' 'back\slash' '"quoted"' $'tab\ttab' "it's (here)" '-dash')
+
+mount_it() {
+  timeout 60 mount -t nfs -o "vers=$1,nolock,proto=tcp,timeo=50,retrans=1,retry=0" "127.0.0.1:$2" /mnt/nfs
+}
+
+# read_over_nfs VERSION FOLDER: what the folder's file holds.
+read_over_nfs() {
+  mount_it "$1" "$2" || fail "NFS $1: $2 cannot be mounted"
+  cat /mnt/nfs/file
+  umount /mnt/nfs
+}
+
+share_all() {
+  local index name
+  for index in "${!names[@]}"; do
+    name=${names[index]}
+    mkdir -p "/vol/$name"
+    echo "file of $name" >"/vol/$name/file"
+    keelhouse share add "/vol/$name" --nfs "127.0.0.1(rw,no_subtree_check,fsid=$((index + 1)))" >/dev/null
+  done
+  exportfs -ra
+  expect "${#names[@]}" "$(exportfs -s | wc -l)" "folders that exportfs lists"
+}
+
+read_all() {
+  local name
+  for name in "${names[@]}"; do
+    expect "file of $name" "$(read_over_nfs 4.2 "/vol/$name")" "the file over NFS 4.2"
+    expect "file of $name" "$(read_over_nfs 3 "/vol/$name")" "the file over NFS 3"
+  done
+}
+
+unshare_all() {
+  local name
+  for name in "${names[@]}"; do
+    keelhouse share remove "/vol/$name" >/dev/null
+  done
+  exportfs -ra
+  expect "" "$(exportfs -s)" "exports after the removal"
+  if mount_it 4.2 /vol/plain 2>/dev/null; then fail "a folder can be mounted after it was unshared"; fi
+}
+
+mkdir -p /mnt/nfs
+install_and_start
+systemctl start nfs-server
+share_all
+read_all
+unshare_all
+systemctl stop paddockd
+expect inactive "$(systemctl is-active paddockd || true)" "the daemon's unit after its stop"
+echo "${#names[@]} folders were mounted and read over NFS 4.2 and 3"
