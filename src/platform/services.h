@@ -8,8 +8,14 @@
 
 namespace paddock {
 
+namespace acl {
+class AclService;
+}
+
+class Accounts;
 class Clock;
 class DirectoryService;
+class FileAttributeService;
 class HostName;
 class Logger;
 class Membership;
@@ -32,6 +38,9 @@ struct Services {
   UuidSource* uuidSource = nullptr;
   SharedFileLists* sharedFileLists = nullptr;
   TextFiles* textFiles = nullptr;
+  Accounts* accounts = nullptr;
+  FileAttributeService* fileAttributes = nullptr;
+  acl::AclService* acl = nullptr;
   std::string exportsPath = "/etc/exports";
 };
 

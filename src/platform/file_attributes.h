@@ -1,0 +1,41 @@
+// Owner, group, mode and type of one file-system object, by name and in one call.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace paddock {
+
+struct FileAttributes {
+  std::optional<std::string> ownerName;  // absent: the owner has no account name
+  std::optional<std::string> groupName;  // absent: the group has no name
+  std::optional<std::uint32_t>
+      permissions;  // st_mode & 07777, POSIX modes of owner, group and others
+  // "directory", "regular", "symlink", "fifo", "socket", "characterDevice" or "blockDevice"
+  std::optional<std::string> type;
+};
+
+// What is absent stays as it is.
+struct FileAttributeChanges {
+  std::optional<std::string> ownerName;
+  std::optional<std::string> groupName;
+  std::optional<std::uint32_t> permissions;
+};
+
+class FileAttributeService {
+ public:
+  virtual ~FileAttributeService() = default;
+  // Attributes of the object at `path`, links followed. 0, or an errno with `attributes` empty.
+  // The group's part of the mode is what the owning group has, also where a POSIX ACL's mask
+  // stands in its place in st_mode.
+  virtual int read(const std::string& path, FileAttributes& attributes) = 0;
+  // Applies the whole set, links followed: owner and group before the mode, so that the set-id bits
+  // end as `permissions` says. 0, or an errno: ENOENT, EPERM, EROFS, EINVAL for a name that no
+  // account has (nothing is then changed); what was applied before another failure stays.
+  virtual int apply(const std::string& path, const FileAttributeChanges& changes) = 0;
+  // Whether something exists at `path`, links followed.
+  virtual bool exists(const std::string& path) = 0;
+};
+
+}  // namespace paddock

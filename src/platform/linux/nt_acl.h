@@ -1,0 +1,63 @@
+// Security descriptors in memory, as [MS-DTYP] 2.4 defines them, and their encoding in the
+// attribute in which Samba's acl_xattr module keeps them (xattr.idl). docs/formats/acl.md describes
+// the bytes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace paddock::nt_acl {
+
+struct Sid {
+  std::uint64_t authority = 0;                // 48 bits
+  std::vector<std::uint32_t> subAuthorities;  // at most 15
+  friend auto operator<=>(const Sid&, const Sid&) = default;
+};
+
+// ACE types that this system makes and understands.
+inline constexpr std::uint8_t kAllowed = 0;
+inline constexpr std::uint8_t kDenied = 1;
+
+// ACE flags.
+inline constexpr std::uint8_t kObjectInherit = 0x01;
+inline constexpr std::uint8_t kContainerInherit = 0x02;
+inline constexpr std::uint8_t kNoPropagateInherit = 0x04;
+inline constexpr std::uint8_t kInheritOnly = 0x08;
+inline constexpr std::uint8_t kInherited = 0x10;
+
+// Control word: self-relative, list auto-inherited, list present.
+inline constexpr std::uint16_t kControlWritten = 0x8404;
+inline constexpr std::uint16_t kControlListPresent = 0x0004;
+
+struct Ace {
+  std::uint8_t type = kAllowed;
+  std::uint8_t flags = 0;
+  std::uint32_t mask = 0;
+  Sid sid;
+  // The whole entry, header included, as it was read, when it is of another type than allowed or
+  // denied; encoded again byte for byte. Empty otherwise.
+  std::string foreign;
+  friend bool operator==(const Ace&, const Ace&) = default;
+};
+
+struct Descriptor {
+  std::uint16_t control = kControlWritten;
+  std::optional<Sid> owner;
+  std::optional<Sid> group;
+  // Absent: no discretionary list, which is not the same as an empty one.
+  std::optional<std::vector<Ace>> list;
+  friend bool operator==(const Descriptor&, const Descriptor&) = default;
+};
+
+// Reads a value of version 1 to 4. Absent when it does not decode: cut short, bytes behind the end,
+// an unknown version, a revision that is not known, lengths or offsets that lead outside, more than
+// 1,000 entries, a list longer or shorter than its header says.
+std::optional<Descriptor> decode(std::string_view value);
+
+// The value of version 1. Precondition: at most 1,000 entries, SIDs of at most 15 sub-authorities.
+std::string encode(const Descriptor& descriptor);
+
+}  // namespace paddock::nt_acl
