@@ -11,10 +11,8 @@
 namespace paddock {
 namespace {
 
-using schema::kDirectoryPath;
 using schema::kMounts;
 using schema::kReshareMountName;
-using schema::kSharePoints;
 
 using Names = std::vector<std::string>;
 

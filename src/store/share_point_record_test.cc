@@ -77,7 +77,7 @@ const std::vector<std::string>& hostileTexts() {
       "\"quoted\" \\ # *(rw)",
       "caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80",
       "e\xCC\x81",  // the same letter, decomposed: nothing is normalised
-      std::string(10 * 1024, 'x'),
+      std::string(10 * 1024UL, 'x'),
       repeated("\xC3\x9F", 5 * 1024),
   };
   return all;

@@ -21,7 +21,6 @@ using schema::kDirectoryPath;
 using schema::kFtpName;
 using schema::kIsAutomounted;
 using schema::kRecordName;
-using schema::kSharePoints;
 using schema::kSmbName;
 using schema::kStaticMountPath;
 using schema::kVspName;

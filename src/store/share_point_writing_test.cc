@@ -13,7 +13,6 @@ namespace {
 
 using schema::kBackstowBackupUuid;
 using schema::kDirectoryPath;
-using schema::kSharePoints;
 using schema::kSmbName;
 
 using Names = std::vector<std::string>;

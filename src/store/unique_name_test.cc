@@ -133,7 +133,7 @@ TEST_F(UniqueNameTest, LengthsCountCharactersAndNotBytes) {
   for (int i = 0; i < 31; ++i) name += "\xE2\x82\xAC";
   take(kVspName, name);
   const std::string unique = unique_share_point_name(name, kVspName, kVspNameLimit);
-  EXPECT_EQ(unique, name.substr(0, 29 * 3) + "-1");
+  EXPECT_EQ(unique, name.substr(0, 29UL * 3) + "-1");
   EXPECT_EQ(utf8Length(unique), 31U);
 }
 
