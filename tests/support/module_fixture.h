@@ -18,7 +18,11 @@
 #include "platform/testing/fake_host_name.h"
 #include "platform/testing/fake_uuid_source.h"
 #include "platform/testing/fake_volume_info.h"
+#include "platform/testing/in_memory_accounts.h"
+#include "platform/testing/in_memory_acl.h"
 #include "platform/testing/in_memory_directory.h"
+#include "platform/testing/in_memory_file_attributes.h"
+#include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_membership.h"
 #include "platform/testing/in_memory_shared_file_list.h"
 #include "platform/testing/in_memory_text_files.h"
@@ -60,6 +64,11 @@ struct ModuleDoubles {
   FakeUuidSource uuids;
   InMemorySharedFileLists sharedFiles;
   InMemoryTextFiles files;
+  InMemoryAccounts accounts;
+  // Shared folders; the exports file and other files of the module's own are in `files`.
+  InMemoryFileTree tree;
+  InMemoryFileAttributes fileAttributes{tree, accounts};
+  InMemoryAcl acl{tree};
 
   Services services() {
     Services all;
@@ -74,6 +83,9 @@ struct ModuleDoubles {
     all.uuidSource = &uuids;
     all.sharedFileLists = &sharedFiles;
     all.textFiles = &files;
+    all.accounts = &accounts;
+    all.fileAttributes = &fileAttributes;
+    all.acl = &acl;
     all.exportsPath = kExportsPath;
     return all;
   }

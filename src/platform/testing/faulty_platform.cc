@@ -69,4 +69,42 @@ bool FaultyTextFiles::exists(const std::string& path) {
   return !fails("textFiles.exists") && wrapped().exists(path);
 }
 
+int FaultyAccounts::getpwnam(const std::string& name, std::uint32_t& uid) {
+  if (!fails("accounts.getpwnam")) return wrapped().getpwnam(name, uid);
+  uid = 0;
+  return error();
+}
+
+int FaultyAccounts::getgrnam(const std::string& name, std::uint32_t& gid) {
+  if (!fails("accounts.getgrnam")) return wrapped().getgrnam(name, gid);
+  gid = 0;
+  return error();
+}
+
+int FaultyAccounts::getpwuid(std::uint32_t uid, std::string& name) {
+  if (!fails("accounts.getpwuid")) return wrapped().getpwuid(uid, name);
+  name.clear();
+  return error();
+}
+
+int FaultyAccounts::getgrgid(std::uint32_t gid, std::string& name) {
+  if (!fails("accounts.getgrgid")) return wrapped().getgrgid(gid, name);
+  name.clear();
+  return error();
+}
+
+int FaultyFileAttributes::read(const std::string& path, FileAttributes& attributes) {
+  if (!fails("fileAttributes.read")) return wrapped().read(path, attributes);
+  attributes = {};
+  return error();
+}
+
+int FaultyFileAttributes::apply(const std::string& path, const FileAttributeChanges& changes) {
+  return fails("fileAttributes.apply") ? error() : wrapped().apply(path, changes);
+}
+
+bool FaultyFileAttributes::exists(const std::string& path) {
+  return !fails("fileAttributes.exists") && wrapped().exists(path);
+}
+
 }  // namespace paddock

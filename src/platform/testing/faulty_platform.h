@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/accounts.h"
+#include "platform/file_attributes.h"
 #include "platform/host_name.h"
 #include "platform/membership.h"
 #include "platform/plugin_commands.h"
@@ -71,6 +73,23 @@ class FaultyTextFiles : public FaultyForwarder<TextFiles> {
   int read(const std::string& path, std::string& contents) override;
   int replace(const std::string& path, const std::string& contents) override;
   int copyOnce(const std::string& from, const std::string& to) override;
+  bool exists(const std::string& path) override;
+};
+
+class FaultyAccounts : public FaultyForwarder<Accounts> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int getpwnam(const std::string& name, std::uint32_t& uid) override;
+  int getgrnam(const std::string& name, std::uint32_t& gid) override;
+  int getpwuid(std::uint32_t uid, std::string& name) override;
+  int getgrgid(std::uint32_t gid, std::string& name) override;
+};
+
+class FaultyFileAttributes : public FaultyForwarder<FileAttributeService> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int read(const std::string& path, FileAttributes& attributes) override;
+  int apply(const std::string& path, const FileAttributeChanges& changes) override;
   bool exists(const std::string& path) override;
 };
 

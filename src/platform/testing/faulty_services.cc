@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/testing/faulty_acl.h"
 #include "platform/testing/faulty_directory.h"
 #include "platform/testing/faulty_platform.h"
 #include "platform/testing/faulty_shared_file_list.h"
@@ -18,6 +19,9 @@ struct FaultyServices::Wrappers {
   std::optional<FaultyPluginCommands> pluginCommands;
   std::optional<FaultySharedFileLists> sharedFileLists;
   std::optional<FaultyTextFiles> textFiles;
+  std::optional<FaultyAccounts> accounts;
+  std::optional<FaultyFileAttributes> fileAttributes;
+  std::optional<FaultyAcl> acl;
 };
 
 namespace {
@@ -39,6 +43,9 @@ FaultyServices::FaultyServices(Services wrapped, FaultPlan& plan)
   wrap(services_.pluginCommands, wrappers_->pluginCommands, plan);
   wrap(services_.sharedFileLists, wrappers_->sharedFileLists, plan);
   wrap(services_.textFiles, wrappers_->textFiles, plan);
+  wrap(services_.accounts, wrappers_->accounts, plan);
+  wrap(services_.fileAttributes, wrappers_->fileAttributes, plan);
+  wrap(services_.acl, wrappers_->acl, plan);
 }
 
 FaultyServices::~FaultyServices() = default;

@@ -7,6 +7,9 @@
 #include "platform/shared_file_list.h"
 #include "platform/testing/fake_host_name.h"
 #include "platform/testing/fake_volume_info.h"
+#include "platform/testing/in_memory_accounts.h"
+#include "platform/testing/in_memory_acl.h"
+#include "platform/testing/in_memory_file_attributes.h"
 #include "platform/testing/in_memory_shared_file_list.h"
 #include "platform/testing/in_memory_text_files.h"
 #include "platform/testing/recording_program_runner.h"
@@ -24,6 +27,9 @@ class FaultyServicesTest : public testing::Test {
     real_.programRunner = &programRunner_;
     real_.sharedFileLists = &sharedFileLists_;
     real_.textFiles = &textFiles_;
+    real_.accounts = &accounts_;
+    real_.fileAttributes = &fileAttributes_;
+    real_.acl = &acl_;
   }
 
   FakeHostName hostName_;
@@ -31,6 +37,10 @@ class FaultyServicesTest : public testing::Test {
   RecordingProgramRunner programRunner_;
   InMemorySharedFileLists sharedFileLists_;
   InMemoryTextFiles textFiles_;
+  InMemoryAccounts accounts_;
+  InMemoryFileTree tree_;
+  InMemoryFileAttributes fileAttributes_{tree_, accounts_};
+  InMemoryAcl acl_{tree_};
   Services real_;
 };
 
@@ -99,6 +109,47 @@ TEST_F(FaultyServicesTest, EachFailureOfTheSharedFileListIsItsOwnCall) {
   EXPECT_EQ(list->insertLast("file:///srv/b"), nullptr);
   EXPECT_EQ(list->remove(nullptr), EIO);
   EXPECT_EQ(plan.callCount(), 3U);
+}
+
+TEST_F(FaultyServicesTest, AFailingChangeOfAttributesChangesNothing) {
+  tree_.setFolder("/srv/a");
+  FaultPlan plan(1);
+  plan.setError(EROFS);
+  const FaultyServices faulty(real_, plan);
+  EXPECT_EQ(faulty.services().fileAttributes->apply("/srv/a", {{}, {}, 0700}), EROFS);
+  EXPECT_EQ(tree_.attributes("/srv/a").permissions, 0755U);
+}
+
+TEST_F(FaultyServicesTest, AnAclThatCannotBeReleasedIsGoneAllTheSame) {
+  FaultPlan plan(2);
+  plan.countOnly("acl.acl_free");
+  plan.setError(ENOMEM);
+  const FaultyServices faulty(real_, plan);
+  acl::AclService& service = *faulty.services().acl;
+  EXPECT_EQ(service.acl_free(service.acl_init(1)), 0);
+  errno = 0;
+  EXPECT_EQ(service.acl_free(service.acl_init(1)), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(acl_.unreleased(), 0U);
+}
+
+TEST_F(FaultyServicesTest, EachCallOfAnAclFailsOnItsOwn) {
+  acl::List* list = acl_.acl_init(1);
+  acl::Entry* entry = nullptr;
+  ASSERT_EQ(acl_.acl_create_entry(list, entry), 0);
+  ASSERT_EQ(acl_.acl_set_tag_type(entry, acl::kExtendedAllow), 0);
+  FaultPlan plan(1);
+  plan.countOnly("acl.acl_get_permset");
+  const FaultyServices faulty(real_, plan);
+  acl::AclService& service = *faulty.services().acl;
+  int tag = 0;
+  acl::Permset* permset = nullptr;
+  EXPECT_EQ(service.acl_get_tag_type(entry, tag), 0);
+  EXPECT_EQ(tag, acl::kExtendedAllow);
+  EXPECT_EQ(service.acl_get_permset(entry, permset), -1);
+  EXPECT_EQ(permset, nullptr);
+  EXPECT_EQ(service.acl_get_permset(entry, permset), 0);
+  EXPECT_EQ(acl_.acl_free(list), 0);
 }
 
 }  // namespace

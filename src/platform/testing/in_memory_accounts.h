@@ -1,0 +1,31 @@
+// Users and groups in memory: the double of the host's accounts.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "platform/accounts.h"
+
+namespace paddock {
+
+class InMemoryAccounts final : public Accounts {
+ public:
+  // At first "root" is user and group 0.
+  InMemoryAccounts();
+
+  void addUser(const std::string& name, std::uint32_t uid);
+  void addGroup(const std::string& name, std::uint32_t gid);
+
+  int getpwnam(const std::string& name, std::uint32_t& uid) override;
+  int getgrnam(const std::string& name, std::uint32_t& gid) override;
+  int getpwuid(std::uint32_t uid, std::string& name) override;
+  int getgrgid(std::uint32_t gid, std::string& name) override;
+
+ private:
+  using Names = std::map<std::string, std::uint32_t>;
+
+  Names users_;
+  Names groups_;
+};
+
+}  // namespace paddock

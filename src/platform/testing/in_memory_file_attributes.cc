@@ -1,0 +1,41 @@
+#include "platform/testing/in_memory_file_attributes.h"
+
+#include <cerrno>
+
+namespace paddock {
+
+namespace {
+constexpr std::uint32_t kModeBits = 07777;
+}  // namespace
+
+int InMemoryFileAttributes::read(const std::string& path, FileAttributes& attributes) {
+  attributes = {};
+  InMemoryFileTree::Object* object = nullptr;
+  const int error = tree_.resolve(path, object);
+  if (error == 0) attributes = object->attributes;
+  return error;
+}
+
+int InMemoryFileAttributes::apply(const std::string& path, const FileAttributeChanges& changes) {
+  InMemoryFileTree::Object* object = nullptr;
+  if (!namesExist(changes)) return EINVAL;
+  if (const int error = tree_.resolve(path, object); error != 0) return error;
+  FileAttributes& attributes = object->attributes;
+  if (changes.ownerName) attributes.ownerName = changes.ownerName;
+  if (changes.groupName) attributes.groupName = changes.groupName;
+  if (changes.permissions) attributes.permissions = *changes.permissions & kModeBits;
+  return 0;
+}
+
+bool InMemoryFileAttributes::exists(const std::string& path) {
+  InMemoryFileTree::Object* object = nullptr;
+  return tree_.resolve(path, object) == 0;
+}
+
+bool InMemoryFileAttributes::namesExist(const FileAttributeChanges& changes) {
+  std::uint32_t id = 0;
+  return (!changes.ownerName || accounts_.getpwnam(*changes.ownerName, id) == 0) &&
+         (!changes.groupName || accounts_.getgrnam(*changes.groupName, id) == 0);
+}
+
+}  // namespace paddock

@@ -1,0 +1,100 @@
+// What accounts.h promises.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+
+#include "platform/testing/in_memory_accounts.h"
+
+namespace paddock::contract {
+namespace {
+
+// "root" and "daemon" are users and groups on every Debian system, 0 and 1.
+std::unique_ptr<Accounts> makeInMemory() {
+  auto accounts = std::make_unique<InMemoryAccounts>();
+  accounts->addUser("daemon", 1);
+  accounts->addGroup("daemon", 1);
+  return accounts;
+}
+
+struct AccountsKind {
+  const char* name;
+  std::unique_ptr<Accounts> (*make)();
+};
+const AccountsKind kKinds[] = {{"InMemory", makeInMemory}};
+
+class AccountsContract : public ::testing::TestWithParam<AccountsKind> {
+ protected:
+  static constexpr std::uint32_t kUnknownId = 3'999'999'998U;
+  const std::string nobody_ = "no-such-account-of-a-test";
+
+  std::unique_ptr<Accounts> accounts_ = GetParam().make();
+  std::uint32_t id_ = 12345;
+  std::string name_ = "before";
+};
+INSTANTIATE_TEST_SUITE_P(Accounts, AccountsContract, ::testing::ValuesIn(kKinds),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST_P(AccountsContract, FindsIdsByName) {
+  EXPECT_EQ(accounts_->getpwnam("root", id_), 0);
+  EXPECT_EQ(id_, 0U);
+  EXPECT_EQ(accounts_->getpwnam("daemon", id_), 0);
+  EXPECT_EQ(id_, 1U);
+  EXPECT_EQ(accounts_->getgrnam("root", id_), 0);
+  EXPECT_EQ(id_, 0U);
+  EXPECT_EQ(accounts_->getgrnam("daemon", id_), 0);
+  EXPECT_EQ(id_, 1U);
+}
+
+TEST_P(AccountsContract, FindsNamesById) {
+  EXPECT_EQ(accounts_->getpwuid(0, name_), 0);
+  EXPECT_EQ(name_, "root");
+  EXPECT_EQ(accounts_->getpwuid(1, name_), 0);
+  EXPECT_EQ(name_, "daemon");
+  EXPECT_EQ(accounts_->getgrgid(0, name_), 0);
+  EXPECT_EQ(name_, "root");
+  EXPECT_EQ(accounts_->getgrgid(1, name_), 0);
+  EXPECT_EQ(name_, "daemon");
+}
+
+TEST_P(AccountsContract, AnUnknownNameHasNoId) {
+  EXPECT_EQ(accounts_->getpwnam(nobody_, id_), ENOENT);
+  EXPECT_EQ(id_, 0U);
+  id_ = 12345;
+  EXPECT_EQ(accounts_->getgrnam(nobody_, id_), ENOENT);
+  EXPECT_EQ(id_, 0U);
+}
+
+TEST_P(AccountsContract, AnUnknownIdHasNoName) {
+  EXPECT_EQ(accounts_->getpwuid(kUnknownId, name_), ENOENT);
+  EXPECT_EQ(name_, "");
+  name_ = "before";
+  EXPECT_EQ(accounts_->getgrgid(kUnknownId, name_), ENOENT);
+  EXPECT_EQ(name_, "");
+}
+
+TEST_P(AccountsContract, NamesThatNoAccountCanHave) {
+  for (const std::string& name :
+       {std::string(), std::string("root\0", 5), std::string("root\0x", 6), std::string("\0", 1),
+        std::string("a:b"), std::string("a\nb"), std::string(10'000, 'x')}) {
+    id_ = 12345;
+    EXPECT_NE(accounts_->getpwnam(name, id_), 0) << name;
+    EXPECT_EQ(id_, 0U);
+    id_ = 12345;
+    EXPECT_NE(accounts_->getgrnam(name, id_), 0) << name;
+    EXPECT_EQ(id_, 0U);
+  }
+  for (const std::string& name : {std::string(), std::string("root\0", 5)}) {
+    EXPECT_EQ(accounts_->getpwnam(name, id_), ENOENT);
+    EXPECT_EQ(accounts_->getgrnam(name, id_), ENOENT);
+  }
+}
+
+TEST_P(AccountsContract, ANumberIsNoName) {
+  EXPECT_EQ(accounts_->getpwnam("0", id_), ENOENT);
+  EXPECT_EQ(accounts_->getgrnam("0", id_), ENOENT);
+}
+
+}  // namespace
+}  // namespace paddock::contract

@@ -1,0 +1,83 @@
+// Files and folders for the contracts of the services that read and change them.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/acl.h"
+#include "platform/file_attributes.h"
+#include "platform/testing/in_memory_accounts.h"
+#include "platform/testing/in_memory_acl.h"
+#include "platform/testing/in_memory_file_attributes.h"
+#include "platform/testing/in_memory_file_tree.h"
+
+namespace paddock::contract {
+
+class FileSubject {
+ public:
+  virtual ~FileSubject() = default;
+  virtual FileAttributeService& attributes() = 0;
+  virtual acl::AclService& acl() = 0;
+  // Why this subject's tests cannot run here; empty when they can.
+  virtual std::string whyNot() const { return ""; }
+
+  // A path for an object of the subject's own.
+  virtual std::string path(const std::string& name) const = 0;
+  // Objects of root's, files of mode 0644 and folders of mode 0755.
+  virtual void makeFile(const std::string& path) = 0;
+  virtual void makeFolder(const std::string& path) = 0;
+  virtual void makeFifo(const std::string& path) = 0;
+  virtual void makeLink(const std::string& path, const std::string& target) = 0;
+  // Makes an owner and a group of the object that have no names.
+  virtual void giveToNobody(const std::string& path) = 0;
+  // Stores an ACL that does not decode.
+  virtual void spoilAcl(const std::string& path) = 0;
+};
+
+class InMemoryFileSubject final : public FileSubject {
+ public:
+  InMemoryFileSubject() {
+    accounts_.addUser("daemon", 1);
+    accounts_.addGroup("daemon", 1);
+  }
+
+  FileAttributeService& attributes() override { return attributes_; }
+  acl::AclService& acl() override { return acl_; }
+
+  std::string path(const std::string& name) const override { return "/folder/" + name; }
+  void makeFile(const std::string& path) override {
+    tree_.set(path, {"root", "root", 0644, "regular"});
+  }
+  void makeFolder(const std::string& path) override { tree_.setFolder(path); }
+  void makeFifo(const std::string& path) override {
+    tree_.set(path, {"root", "root", 0644, "fifo"});
+  }
+  void makeLink(const std::string& path, const std::string& target) override {
+    tree_.setLink(path, target);
+  }
+  void giveToNobody(const std::string& path) override {
+    FileAttributes attributes = tree_.attributes(path);
+    attributes.ownerName.reset();
+    attributes.groupName.reset();
+    tree_.set(path, attributes);
+  }
+  void spoilAcl(const std::string& path) override {
+    tree_.setAcl(path, {.entries = {}, .undecodable = true});
+  }
+
+ private:
+  InMemoryFileTree tree_;
+  InMemoryAccounts accounts_;
+  InMemoryFileAttributes attributes_{tree_, accounts_};
+  InMemoryAcl acl_{tree_};
+};
+
+struct FileKind {
+  const char* name;
+  std::unique_ptr<FileSubject> (*make)();
+};
+inline const FileKind kFileKinds[] = {
+    {"InMemory", [] { return std::unique_ptr<FileSubject>(new InMemoryFileSubject); }},
+};
+
+}  // namespace paddock::contract
