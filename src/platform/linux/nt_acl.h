@@ -3,6 +3,7 @@
 // the bytes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,13 +33,16 @@ inline constexpr std::uint8_t kInherited = 0x10;
 inline constexpr std::uint16_t kControlWritten = 0x8404;
 inline constexpr std::uint16_t kControlListPresent = 0x0004;
 
+inline constexpr std::size_t kMaximumEntries = 1000;
+
 struct Ace {
   std::uint8_t type = kAllowed;
   std::uint8_t flags = 0;
   std::uint32_t mask = 0;
   Sid sid;
   // The whole entry, header included, as it was read, when it is of another type than allowed or
-  // denied; encoded again byte for byte. Empty otherwise.
+  // denied; encoded again byte for byte but for `flags`, the one field of it that may be changed.
+  // Empty otherwise.
   std::string foreign;
   friend bool operator==(const Ace&, const Ace&) = default;
 };
@@ -47,17 +51,22 @@ struct Descriptor {
   std::uint16_t control = kControlWritten;
   std::optional<Sid> owner;
   std::optional<Sid> group;
-  // Absent: no discretionary list, which is not the same as an empty one.
+  // Absent: no discretionary list, which grants everything to everybody, and is neither an empty
+  // list, which grants nothing to anybody, nor a missing attribute.
   std::optional<std::vector<Ace>> list;
   friend bool operator==(const Descriptor&, const Descriptor&) = default;
 };
 
-// Reads a value of version 1 to 4. Absent when it does not decode: cut short, bytes behind the end,
-// an unknown version, a revision that is not known, lengths or offsets that lead outside, more than
-// 1,000 entries, a list longer or shorter than its header says.
+// Reads a value of version 1 to 4. A system list is checked and left out. Absent when the value
+// does not decode: cut short, bytes behind the end or between the parts, parts that overlap, an
+// unknown version, a revision that is not known, lengths or offsets that lead outside, a list that
+// the control word denies, more than 1,000 entries, a list longer or shorter than its header says.
 std::optional<Descriptor> decode(std::string_view value);
 
-// The value of version 1. Precondition: at most 1,000 entries, SIDs of at most 15 sub-authorities.
-std::string encode(const Descriptor& descriptor);
+// The value of version 1, which decodes to the same descriptor. Absent when the format cannot hold
+// it: more than 1,000 entries, a list of more than 65,535 bytes, a SID of more than 15
+// sub-authorities or an authority of more than 48 bits, a list without kControlListPresent, an
+// entry whose fields are not those of its `foreign` bytes.
+std::optional<std::string> encode(const Descriptor& descriptor);
 
 }  // namespace paddock::nt_acl
