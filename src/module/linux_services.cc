@@ -2,8 +2,10 @@
 
 #include "paddock/host.h"
 #include "platform/host/host_services.h"
+#include "platform/linux/linux_accounts.h"
 #include "platform/linux/linux_clock.h"
 #include "platform/linux/linux_directory.h"
+#include "platform/linux/linux_file_attributes.h"
 #include "platform/linux/linux_host_name.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/linux/linux_shared_file_list.h"
@@ -32,6 +34,8 @@ LinuxDirectoryOptions directoryOptions() {
 struct InstalledServices::Parts {
   LinuxDirectoryService directory{directoryOptions()};
   LinuxMembership membership{directory};
+  LinuxAccounts accounts{directory};
+  LinuxFileAttributes fileAttributes{accounts};
   LinuxVolumeInfo volumeInfo;
   LinuxHostName hostName;
   LinuxClock clock;
@@ -48,6 +52,8 @@ struct InstalledServices::Parts {
     Services all;
     all.directory = &directory;
     all.membership = &membership;
+    all.accounts = &accounts;
+    all.fileAttributes = &fileAttributes;
     all.volumeInfo = &volumeInfo;
     all.hostName = &hostName;
     all.programRunner = &programRunner;

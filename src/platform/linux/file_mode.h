@@ -1,0 +1,21 @@
+// The mode of a file as its owner, owning group and others have it: in a file with a POSIX ACL
+// st_mode holds the mask in the group's place, see "CORRESPONDENCE BETWEEN ACL ENTRIES AND FILE
+// PERMISSION BITS" in acl(5).
+#pragma once
+
+#include <sys/types.h>
+
+#include "platform/linux/file_object.h"
+
+namespace paddock {
+
+inline constexpr mode_t kModeBits = 07777;
+
+// `mode`: what st_mode & 07777 would be without a POSIX ACL. 0 or an errno.
+int readMode(const ExtendedAttributes& attributes, int object, mode_t stMode, mode_t& mode);
+
+// Sets all of the mode. A POSIX ACL keeps the entries that it has for others than the three
+// classes, and its mask is widened where it would bound the owning group. 0 or an errno.
+int writeMode(const ExtendedAttributes& attributes, int object, mode_t mode);
+
+}  // namespace paddock

@@ -1,0 +1,24 @@
+// Accounts of the name service switch; what it does not know is looked for among the records of
+// "/Local".
+#pragma once
+
+#include "platform/accounts.h"
+#include "platform/directory.h"
+
+namespace paddock {
+
+class LinuxAccounts final : public Accounts {
+ public:
+  // The caller keeps the service alive.
+  explicit LinuxAccounts(DirectoryService& directory) : directory_(directory) {}
+
+  int getpwnam(const std::string& name, std::uint32_t& uid) override;
+  int getgrnam(const std::string& name, std::uint32_t& gid) override;
+  int getpwuid(std::uint32_t uid, std::string& name) override;
+  int getgrgid(std::uint32_t gid, std::string& name) override;
+
+ private:
+  DirectoryService& directory_;
+};
+
+}  // namespace paddock

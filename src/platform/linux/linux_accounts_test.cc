@@ -1,0 +1,104 @@
+#include "platform/linux/linux_accounts.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "platform/directory_schema.h"
+#include "platform/linux/case_fold.h"
+#include "platform/testing/in_memory_directory.h"
+
+namespace paddock {
+namespace {
+
+// Ids and names that no system has by itself.
+constexpr std::uint32_t kLocalId = 2111222333;
+const std::string kLocalName = "paddock-nobody-else";
+
+class LinuxAccountsTest : public ::testing::Test {
+ protected:
+  void addUser(const std::string& name, const std::string& id, const std::string& node = "/Local") {
+    directory_.addRecord(node, schema::kUsers, name, {{schema::kUniqueID, id}});
+  }
+  void addGroup(const std::string& name, const std::string& id) {
+    directory_.addRecord("/Local", schema::kGroups, name, {{schema::kPrimaryGroupID, id}});
+  }
+  int uidOf(const std::string& name) { return accounts_.getpwnam(name, id_); }
+  int gidOf(const std::string& name) { return accounts_.getgrnam(name, id_); }
+
+  InMemoryDirectory directory_{caseFold};
+  LinuxAccounts accounts_{directory_};
+  std::uint32_t id_ = 99;
+  std::string name_ = "before";
+};
+
+TEST_F(LinuxAccountsTest, AccountsOfTheSystemAreFoundByNameAndId) {
+  EXPECT_EQ(uidOf("root"), 0);
+  EXPECT_EQ(id_, 0U);
+  EXPECT_EQ(gidOf("daemon"), 0);
+  EXPECT_EQ(id_, 1U);
+  EXPECT_EQ(accounts_.getpwuid(1, name_), 0);
+  EXPECT_EQ(name_, "daemon");
+  EXPECT_EQ(accounts_.getgrgid(0, name_), 0);
+  EXPECT_EQ(name_, "root");
+}
+
+TEST_F(LinuxAccountsTest, RecordsOfLocalAreFoundWhereTheSystemKnowsNobody) {
+  addUser(kLocalName, std::to_string(kLocalId));
+  addGroup(kLocalName, std::to_string(kLocalId + 1));
+  EXPECT_EQ(uidOf(kLocalName), 0);
+  EXPECT_EQ(id_, kLocalId);
+  EXPECT_EQ(gidOf(kLocalName), 0);
+  EXPECT_EQ(id_, kLocalId + 1);
+  EXPECT_EQ(accounts_.getpwuid(kLocalId, name_), 0);
+  EXPECT_EQ(name_, kLocalName);
+  EXPECT_EQ(accounts_.getgrgid(kLocalId + 1, name_), 0);
+  EXPECT_EQ(name_, kLocalName);
+}
+
+TEST_F(LinuxAccountsTest, TheSystemIsAskedBeforeLocal) {
+  addUser("root", "4711");
+  addUser("other", "0");
+  EXPECT_EQ(uidOf("root"), 0);
+  EXPECT_EQ(id_, 0U);
+  EXPECT_EQ(accounts_.getpwuid(0, name_), 0);
+  EXPECT_EQ(name_, "root");
+}
+
+TEST_F(LinuxAccountsTest, RecordsOfOtherNodesAreNoAccounts) {
+  directory_.addNode("/LDAP/example", "ReadOnly");
+  addUser(kLocalName, "4711", "/LDAP/example");
+  EXPECT_EQ(uidOf(kLocalName), ENOENT);
+}
+
+TEST_F(LinuxAccountsTest, WhatNobodyHasIsNotFoundAndClearsTheResult) {
+  EXPECT_EQ(uidOf(kLocalName), ENOENT);
+  EXPECT_EQ(id_, 0U);
+  id_ = 99;
+  EXPECT_EQ(gidOf(kLocalName), ENOENT);
+  EXPECT_EQ(id_, 0U);
+  EXPECT_EQ(accounts_.getpwuid(kLocalId, name_), ENOENT);
+  EXPECT_EQ(name_, "");
+  name_ = "before";
+  EXPECT_EQ(accounts_.getgrgid(kLocalId, name_), ENOENT);
+  EXPECT_EQ(name_, "");
+}
+
+TEST_F(LinuxAccountsTest, AnEmptyNameAndOneWithANulAreNotFound) {
+  for (const std::string& name : {std::string(), std::string("root\0x", 6)}) {
+    EXPECT_EQ(uidOf(name), ENOENT);
+    EXPECT_EQ(gidOf(name), ENOENT);
+  }
+}
+
+TEST_F(LinuxAccountsTest, ARecordWithoutAUsableIdIsNoAccount) {
+  directory_.addRecord("/Local", schema::kUsers, "none", {});
+  addUser("text", "many");
+  addUser("negative", "-2");
+  addUser("undefined", "4294967295");
+  for (const char* name : {"none", "text", "negative", "undefined"})
+    EXPECT_EQ(uidOf(name), ENOENT) << name;
+}
+
+}  // namespace
+}  // namespace paddock

@@ -1,0 +1,122 @@
+#include "platform/linux/linux_file_attributes.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/system_call.h"
+#include "platform/linux/file_mode.h"
+#include "platform/linux/file_object.h"
+
+namespace paddock {
+
+namespace {
+
+std::optional<std::string> typeName(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFDIR:
+      return "directory";
+    case S_IFREG:
+      return "regular";
+    case S_IFLNK:
+      return "symlink";
+    case S_IFIFO:
+      return "fifo";
+    case S_IFSOCK:
+      return "socket";
+    case S_IFCHR:
+      return "characterDevice";
+    case S_IFBLK:
+      return "blockDevice";
+    default:
+      return std::nullopt;
+  }
+}
+
+// An id that has no name is no error.
+int nameOf(int error, std::string&& found, std::optional<std::string>& name) {
+  if (error == 0) name = std::move(found);
+  return error == ENOENT ? 0 : error;
+}
+
+int readNames(Accounts& accounts, const struct stat& status, FileAttributes& attributes) {
+  std::string name;
+  int error = accounts.getpwuid(status.st_uid, name);
+  error = nameOf(error, std::move(name), attributes.ownerName);
+  if (error != 0) return error;
+  std::string group;
+  error = accounts.getgrgid(status.st_gid, group);
+  return nameOf(error, std::move(group), attributes.groupName);
+}
+
+int readAll(Accounts& accounts, const std::string& path, FileAttributes& attributes) {
+  FileDescriptor object;
+  if (const int error = openObject(path, object); error != 0) return error;
+  struct stat status {};
+  int error = errnoOf([&] { return ::fstat(object.get(), &status); });
+  if (error != 0) return error;
+  mode_t mode = 0;
+  error = readMode(linuxExtendedAttributes(), object.get(), status.st_mode, mode);
+  if (error != 0) return error;
+  attributes.permissions = mode;
+  attributes.type = typeName(status.st_mode);
+  return readNames(accounts, status, attributes);
+}
+
+// What chown(2) takes for an id that is to stay.
+constexpr std::uint32_t kUnchanged = 0xFFFFFFFF;
+
+struct Ids {
+  std::uint32_t owner = kUnchanged;
+  std::uint32_t group = kUnchanged;
+};
+
+// A name that nobody has is EINVAL, and so is an id that means to leave it.
+int checkedId(int error, std::uint32_t id) {
+  if (error == ENOENT || (error == 0 && id == kUnchanged)) return EINVAL;
+  return error;
+}
+
+int findIds(Accounts& accounts, const FileAttributeChanges& changes, Ids& ids) {
+  if (changes.ownerName) {
+    const int error = accounts.getpwnam(*changes.ownerName, ids.owner);
+    if (const int failed = checkedId(error, ids.owner); failed != 0) return failed;
+  }
+  if (changes.groupName) {
+    const int error = accounts.getgrnam(*changes.groupName, ids.group);
+    if (const int failed = checkedId(error, ids.group); failed != 0) return failed;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int LinuxFileAttributes::read(const std::string& path, FileAttributes& attributes) {
+  attributes = {};
+  FileAttributes found;
+  const int error = readAll(accounts_, path, found);
+  if (error == 0) attributes = std::move(found);
+  return error;
+}
+
+int LinuxFileAttributes::apply(const std::string& path, const FileAttributeChanges& changes) {
+  Ids ids;
+  if (const int error = findIds(accounts_, changes, ids); error != 0) return error;
+  FileDescriptor object;
+  if (const int error = openObject(path, object); error != 0) return error;
+  if (changes.ownerName || changes.groupName) {
+    const int error =
+        errnoOf([&] { return ::fchownat(object.get(), "", ids.owner, ids.group, AT_EMPTY_PATH); });
+    if (error != 0) return error;
+  }
+  if (!changes.permissions) return 0;
+  return writeMode(linuxExtendedAttributes(), object.get(), *changes.permissions);
+}
+
+bool LinuxFileAttributes::exists(const std::string& path) {
+  struct stat status {};
+  return path.find('\0') == std::string::npos &&
+         errnoOf([&] { return ::stat(path.c_str(), &status); }) == 0;
+}
+
+}  // namespace paddock
