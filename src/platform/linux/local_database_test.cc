@@ -1,12 +1,15 @@
 #include "platform/linux/local_database.h"
 
 #include <gmock/gmock.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <thread>
+#include <utility>
 
 #include "platform/directory_schema.h"
 #include "platform/linux/local_node.h"
@@ -34,6 +37,40 @@ Failure failureOf(Work&& work) {
   }
   return {};
 }
+
+// While one lives, the first statement of a text that a connection opened since then begins is
+// preceded by some work, done once.
+class Interruption {
+ public:
+  Interruption(std::string sql, std::function<void()> work) {
+    sql_ = std::move(sql);
+    work_ = std::move(work);
+    ::sqlite3_auto_extension(entryPoint());
+  }
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+  ~Interruption() {
+    ::sqlite3_cancel_auto_extension(entryPoint());
+    work_ = nullptr;
+  }
+
+  static bool isDone() { return !work_; }
+
+ private:
+  using EntryPoint = void (*)();
+  static EntryPoint entryPoint() { return reinterpret_cast<EntryPoint>(&watch); }
+
+  static int watch(sqlite3* database, char** /*error*/, const void* /*routines*/) {
+    return ::sqlite3_trace_v2(database, SQLITE_TRACE_STMT, &begins, nullptr);
+  }
+  static int begins(unsigned /*event*/, void* /*context*/, void* /*statement*/, void* text) {
+    if (work_ && sql_ == static_cast<const char*>(text)) std::exchange(work_, nullptr)();
+    return 0;
+  }
+
+  static inline std::string sql_;
+  static inline std::function<void()> work_;
+};
 
 class LocalDatabaseTest : public ::testing::Test {
  protected:
@@ -356,19 +393,33 @@ TEST_F(LocalDatabaseTest, SixteenThreadsShareTheConnection) {
 
 TEST_F(LocalDatabaseTest, TwoConnectionsOfOneProcessShareTheFile) {
   const auto other = std::make_shared<LocalDatabase>(path_, std::chrono::seconds(20));
-  reopen();
   database_ = std::make_shared<LocalDatabase>(path_, std::chrono::seconds(20));
   std::vector<std::thread> threads;
   for (const auto& database : {database_, other})
     threads.emplace_back([&, database] {
-      for (int i = 0; i < 20; ++i)
-        openLocalNode(database, "paddock")
-            ->newRecord(std::to_string(i) + (database == other ? "a" : "b"), kShares);
+      for (int i = 0; i < 20; ++i) {
+        const Failure failure = failureOf([&] {
+          openLocalNode(database, "paddock")
+              ->newRecord(std::to_string(i) + (database == other ? "a" : "b"), kShares);
+        });
+        EXPECT_EQ(failure.text, "");
+      }
     });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(
       node()->findRecordNames(kRecordsAll, {}, kShares, MatchType::caseInsensitiveExact).size(),
       40U);
+}
+
+TEST_F(LocalDatabaseTest, ADirectoryThatAnotherProgramMakesWhileItIsOpenedIsNoForeignFile) {
+  LocalDatabase other(path_, milliseconds(0));
+  const Interruption interruption("PRAGMA user_version", [&other] {
+    static_cast<void>(failureOf([&other] { other.use([](LocalStore&) {}); }));
+  });
+  EXPECT_EQ(failureOf([&] { add("Docs"); }).text, "");
+  EXPECT_TRUE(Interruption::isDone());
+  EXPECT_TRUE(has("Docs"));
+  EXPECT_EQ(failureOf([&other] { other.use([](LocalStore&) {}); }).text, "");
 }
 
 TEST_F(LocalDatabaseTest, MigrationsRunInOrderAndOnlyTheMissingOnes) {

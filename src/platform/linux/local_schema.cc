@@ -109,6 +109,8 @@ std::int64_t versionOf(SqliteConnection& connection) {
 }
 
 void requireOurs(SqliteConnection& connection) {
+  // One state of the file: another process may be making the directory in it.
+  const SqliteTransaction transaction(connection, SqliteTransaction::Kind::read);
   const std::int64_t application = connection.queryInteger("PRAGMA application_id");
   const std::int64_t version = versionOf(connection);
   const bool fresh = application == 0 && version == 0 &&
