@@ -35,6 +35,9 @@ enter() {
     set -eu
     root=$1 vm=$2
     shift 2
+    # A root folder that is no mount point has no mount whose propagation could be changed, and no
+    # program inside could make mounts of its own.
+    mount --rbind "$root" "$root"
     mount --rbind /dev "$root/dev"
     mount -t proc proc "$root/proc"
     mount -t sysfs -o ro sysfs "$root/sys"
