@@ -411,6 +411,18 @@ TEST_F(ChangedSharePointTest, OfTwoRecordsOfThePathTheLastIsChanged) {
   EXPECT_EQ(valuesOfSharePoint("b", kSmbName), (Array{"new"}));
 }
 
+TEST_F(ChangedSharePointTest, TheMountPointOfAFolderThatIsGoneIsKept) {
+  volumes.setError("/srv/a", ENOENT);
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"mountedOnPath", "/srv"}}), 0);
+  EXPECT_EQ(written_.mountedOnPath(), "/srv");
+}
+
+TEST_F(ChangedSharePointTest, AMountPointThatIsOutOfDateIsReplacedByThatOfTheVolume) {
+  volumes.mount({"/srv", "/dev/vdb1", "xfs"});
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"mountedOnPath", "/elsewhere"}}), 0);
+  EXPECT_EQ(written_.mountedOnPath(), "/srv");
+}
+
 TEST_F(ChangedSharePointTest, AFolderThatIsGoneIsStillWritten) {
   volumes.setError("/srv/a", ENOENT);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);

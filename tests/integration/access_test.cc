@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include "integration/running_daemon.h"
+#include "support/own_mounts.h"
+#include "support/temporary_folder.h"
 
 namespace paddock::testing {
 namespace {
@@ -84,6 +87,89 @@ TEST_F(Access, AnAdministratorDoesEverything) {
   EXPECT_EQ(statusOf("GET", "/v1/health"), 200);
   EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", "{}"), 200);
   EXPECT_EQ(statusOf("POST", "/v1/test_good/change", "{}"), 200);
+}
+
+// A group of the test's own, in the system's list of groups as the daemon of a test sees it.
+class FurtherGroup : public Access {
+ protected:
+  static constexpr gid_t kNumber = 64999;
+
+  void SetUp() override {
+    Access::SetUp();
+    if (IsSkipped()) return;
+    if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+    const passwd* found = ::getpwuid(kNobody);
+    if (found == nullptr) GTEST_SKIP() << "there is no user with the number 65534";
+    user_ = found->pw_name;
+  }
+
+  // Calls `body` where the group has these members.
+  void withMembers(const std::string& members, const std::function<void()>& body) {
+    setMembers(members);
+    runInOwnMounts([&] {
+      ASSERT_NO_FATAL_FAILURE(bindMount(folder_.path("group"), "/etc/group"));
+      body();
+    });
+  }
+  void setMembers(const std::string& members) const {
+    writeWholeFile(folder_.path("group"), systemGroups_ + "paddock-test:x:" +
+                                              std::to_string(kNumber) + ":" + members + "\n");
+  }
+  // What a daemon with this configuration answers a user to whose process the group was given, if
+  // `given`: reading, then changing.
+  std::vector<int> answers(const std::string& configuration, bool given) {
+    tree_.configure(configuration);
+    const RunningDaemon daemon(tree_);
+    EXPECT_TRUE(daemon.running()) << daemon.log();
+    std::vector<int> statuses;
+    for (const char* operation : {"echo", "change"}) {
+      const std::string text = requestText("POST", std::string("/v1/test_good/") + operation, "{}");
+      const std::vector<gid_t> further(given ? 1 : 0, kNumber);
+      statuses.push_back(requestAs(kNobody, kNoGroup, tree_.socket(), text, further).status);
+    }
+    return statuses;
+  }
+
+  TestFolder folder_;
+  const std::string systemGroups_ = readWholeFile("/etc/group");
+  std::string user_;
+};
+
+constexpr const char* kItIsTheAdministrators = "[access]\nadmin_group = \"paddock-test\"\n";
+constexpr const char* kItIsTheViewers = "[access]\nview_group = \"paddock-test\"\n";
+
+TEST_F(FurtherGroup, ItsMembersHaveItsRightsWithoutItBeingTheirPrimaryGroup) {
+  withMembers("root," + user_, [this] {
+    EXPECT_EQ(answers(kItIsTheAdministrators, true), (std::vector{200, 200}));
+    EXPECT_EQ(answers(kItIsTheViewers, true), (std::vector{200, 403}));
+  });
+}
+
+TEST_F(FurtherGroup, AMemberWhoseProcessIsOlderThanTheMembershipHasItsRights) {
+  withMembers(user_, [this] {
+    EXPECT_EQ(answers(kItIsTheAdministrators, false), (std::vector{200, 200}));
+    EXPECT_EQ(answers(kItIsTheViewers, false), (std::vector{200, 403}));
+  });
+}
+
+TEST_F(FurtherGroup, AProcessThatWasGivenItForAUserWhoIsNoMemberHasNoRights) {
+  withMembers("root", [this] {
+    EXPECT_EQ(answers(kItIsTheAdministrators, true), (std::vector{403, 403}));
+    EXPECT_EQ(answers(kItIsTheViewers, true), (std::vector{403, 403}));
+  });
+}
+
+TEST_F(FurtherGroup, AMembershipCountsAtOnceAndEndsAtOnce) {
+  withMembers("root", [this] {
+    tree_.configure(kItIsTheAdministrators);
+    const RunningDaemon daemon(tree_);
+    const auto change = [this] { return statusOf("POST", "/v1/test_good/change", "{}"); };
+    EXPECT_EQ(change(), 403);
+    setMembers(user_);
+    EXPECT_EQ(change(), 200);
+    setMembers("root");
+    EXPECT_EQ(change(), 403);
+  });
 }
 
 TEST_F(Access, GroupsThatDoNotExistHaveNoMembers) {

@@ -27,6 +27,12 @@ class Keelhouse : public ::testing::Test {
     ASSERT_TRUE(daemon_->running()) << daemon_->log();
   }
 
+  // A daemon that was built with sanitizers tells of leaks at its end, and ends with an error then.
+  void TearDown() override {
+    if (!daemon_ || !daemon_->running()) return;
+    EXPECT_EQ(daemon_->stop(), 0) << daemon_->log();
+  }
+
   EndedProgram keelhouse(std::vector<std::string> words, const std::string& input = {}) {
     words.insert(words.begin(), tree_.path("/usr/sbin/keelhouse"));
     return runProgram(words, input);

@@ -146,14 +146,18 @@ Response request(const std::string& socket, const std::string& method, const std
   return client.receive(kPatience, method != "HEAD");
 }
 
-Response requestAs(uid_t user, gid_t group, const std::string& socket, const std::string& text) {
+Response requestAs(uid_t user, gid_t group, const std::string& socket, const std::string& text,
+                   const std::vector<gid_t>& furtherGroups) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};
   FileDescriptor reading(ends[0]);
   FileDescriptor writing(ends[1]);
   const pid_t child = ::fork();
   if (child == 0) {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(group) != 0 || ::setuid(user) != 0) ::_exit(1);
+    if (::setgroups(furtherGroups.size(), furtherGroups.data()) != 0 || ::setgid(group) != 0 ||
+        ::setuid(user) != 0) {
+      ::_exit(1);
+    }
     SocketClient client(socket);
     if (!client.connected()) ::_exit(2);
     client.send(text);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/file_descriptor.h"
 #include "base/value.h"
@@ -56,7 +57,9 @@ std::string requestText(const std::string& method, const std::string& target,
 Response request(const std::string& socket, const std::string& method, const std::string& target,
                  const std::string& body = {}, const std::string& headers = {});
 
-// The same by another user, in a process of its own without further groups. Needs root.
-Response requestAs(uid_t user, gid_t group, const std::string& socket, const std::string& text);
+// The same by another user, in a process of its own with these groups beside its primary one. Needs
+// root.
+Response requestAs(uid_t user, gid_t group, const std::string& socket, const std::string& text,
+                   const std::vector<gid_t>& furtherGroups = {});
 
 }  // namespace paddock::testing

@@ -68,7 +68,7 @@ inline void runInOwnMounts(const std::function<void()>& body) {
     }
     std::fflush(stdout);
     std::fflush(stderr);
-    ::_exit(passed && !testing::Test::HasFailure() ? 0 : 1);
+    ::_exit(passed && !::testing::Test::HasFailure() ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
