@@ -41,7 +41,10 @@ const std::string& currentRequestId();
 // A logger with a prefix. One object may be shared; its prefix belongs to the calling thread.
 class SysLogger {
  public:
+  // Writes with logMessage.
   SysLogger();
+  // Writes with `write`, which may be called from any thread.
+  explicit SysLogger(LogSink write);
 
   void setPrefix(std::string prefix);
   const std::string& prefix() const;
@@ -49,6 +52,7 @@ class SysLogger {
   void log(int priority, std::string_view text) const;
 
  private:
+  LogSink write_;
   std::uint64_t number_;
 };
 

@@ -90,14 +90,17 @@ RequestIdScope::~RequestIdScope() { tRequestId = std::move(previous_); }
 
 const std::string& currentRequestId() { return tRequestId; }
 
-SysLogger::SysLogger() : number_(gNextLogger.fetch_add(1, std::memory_order_relaxed)) {}
+SysLogger::SysLogger() : SysLogger(LogSink(logMessage)) {}
+
+SysLogger::SysLogger(LogSink write)
+    : write_(std::move(write)), number_(gNextLogger.fetch_add(1, std::memory_order_relaxed)) {}
 
 void SysLogger::setPrefix(std::string prefix) { tPrefixes[number_] = std::move(prefix); }
 
 const std::string& SysLogger::prefix() const { return tPrefixes[number_]; }
 
 void SysLogger::log(int priority, std::string_view text) const {
-  logMessage(priority, std::string(prefix()).append(" ").append(text));
+  write_(priority, std::string(prefix()).append(" ").append(text));
 }
 
 }  // namespace paddock

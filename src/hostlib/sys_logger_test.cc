@@ -83,6 +83,16 @@ TEST_F(SysLoggerTest, ThePrefixOfASharedLoggerBelongsToTheThread) {
                                        {4, "paddock_sharing:here first"}}));
 }
 
+TEST_F(SysLoggerTest, ALoggerCanWriteElsewhere) {
+  std::vector<Line> elsewhere;
+  SysLogger logger(
+      [&](int priority, const std::string& line) { elsewhere.emplace_back(priority, line); });
+  logger.setPrefix("module:here");
+  logger.log(7, "text");
+  EXPECT_EQ(elsewhere, (std::vector<Line>{{7, "module:here text"}}));
+  EXPECT_TRUE(lines_.empty());
+}
+
 TEST_F(SysLoggerTest, AFormatInATextIsNotReadAsOne) {
   logMessage(3, "%s%n");
   EXPECT_EQ(lines_, (std::vector<Line>{{3, "%s%n"}}));

@@ -5,10 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/directory_schema.h"
 #include "platform/linux/case_fold.h"
+#include "platform/logger.h"
 #include "platform/services.h"
 #include "platform/testing/faulty_services.h"
 #include "platform/testing/in_memory_accounts.h"
@@ -55,6 +58,36 @@ class PrivilegesFixture : public ::testing::Test {
     const auto result = work();
     EXPECT_TRUE(plan.fired()) << call << " was not called so often";
     return result;
+  }
+
+  using Lines = std::vector<RecordingLogger::Line>;
+  // What was logged as an error, without the debug tracing.
+  Lines errorLines() const {
+    Lines lines = logger.lines();
+    std::erase_if(lines, [](const auto& line) { return line.priority == kLogDebug; });
+    return lines;
+  }
+  // The error lines are these texts, all in the name of the function; they are forgotten then.
+  void expectErrors(const std::string& function, const std::vector<std::string>& texts) {
+    Lines expected;
+    for (const std::string& text : texts)
+      expected.push_back({kLogError, "paddock_sharing:" + function + " " + text});
+    EXPECT_EQ(errorLines(), expected);
+    logger.clear();
+  }
+
+  // A user or group of the local node with a GUID of its own, which the membership service does not
+  // know.
+  void addPrincipal(const std::string& type, const std::string& name, const Guid& guid,
+                    const std::optional<std::string>& realName = std::nullopt) {
+    Dictionary attributes{{schema::kGeneratedUID, guidText(guid)}};
+    if (realName) attributes.set(schema::kRealName, *realName);
+    directory.addRecord("/Local", type, name, attributes);
+  }
+  static Guid guidNumber(std::uint8_t number) {
+    Guid guid{{0xDE, 0xAD, 0xBE, 0xEF}};
+    guid.bytes[15] = number;
+    return guid;
   }
 
   static constexpr const char* kFolder = "/srv/folder";

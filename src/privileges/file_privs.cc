@@ -1,0 +1,91 @@
+#include "privileges/file_privs.h"
+
+#include <charconv>
+#include <optional>
+#include <utility>
+
+#include "base/text.h"
+#include "platform/file_attributes.h"
+#include "platform/services.h"
+#include "privileges/get_acl.h"
+#include "privileges/posix_privs.h"
+#include "privileges/set_acl.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr const char* kOwnerKey = "owner";
+constexpr const char* kGroupKey = "group";
+constexpr const char* kFileTypeKey = "fileType";
+constexpr const char* kPrivsKey = "privs";
+constexpr const char* kPosixErrorKey = "posixErr";
+constexpr const char* kAclKey = "acl";
+constexpr const char* kAclErrorKey = "aclErr";
+constexpr const char* kPathKey = "path";
+
+constexpr std::size_t kModeDigits = 3;
+constexpr std::uint32_t kModeBits = 0777;
+constexpr int kOctal = 8;
+
+std::string octalDigits(std::uint32_t permissions) {
+  std::string digits(kModeDigits, '0');
+  std::uint32_t rest = permissions & kModeBits;
+  for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit) {
+    *digit = static_cast<char>('0' + rest % kOctal);
+    rest /= kOctal;
+  }
+  return digits;
+}
+
+Status readPosixPrivs(const std::string& path, Dictionary& privileges) {
+  if (!services().fileAttributes->exists(path)) return FILE_NOT_FOUND_ERR;
+  std::string owner;
+  std::string group;
+  std::optional<std::uint32_t> permissions;
+  std::optional<std::string> fileType;
+  const Status status = get_posix_privs(path, owner, group, permissions, fileType);
+  if (status != kSuccess) return status;
+  privileges.set(kOwnerKey, std::move(owner));
+  privileges.set(kGroupKey, std::move(group));
+  if (fileType) privileges.set(kFileTypeKey, std::move(*fileType));
+  if (permissions) privileges.set(kPrivsKey, octalDigits(*permissions));
+  return kSuccess;
+}
+
+// Deliberate: three characters whose start is octal are a mode, so that "7x9" is mode 7.
+std::optional<std::uint32_t> modeIn(const std::string* privs) {
+  if (privs == nullptr || utf8Length(*privs) != kModeDigits) return std::nullopt;
+  std::uint32_t mode = 0;
+  const char* end = privs->data() + privs->size();
+  if (std::from_chars(privs->data(), end, mode, kOctal).ec != std::errc()) return std::nullopt;
+  return mode;
+}
+
+}  // namespace
+
+Status read_file_privs(const std::string& path, Dictionary& privileges) {
+  privileges = {};
+  if (const Status status = readPosixPrivs(path, privileges); status != kSuccess) {
+    privileges.set(kPosixErrorKey, sharing_error_string(status));
+  }
+  Array acl;
+  if (const Status status = get_acl(path, acl); status != kSuccess) {
+    privileges.set(kAclErrorKey, sharing_error_string(status));
+  } else {
+    privileges.set(kAclKey, std::move(acl));
+  }
+  privileges.set(kPathKey, path);
+  return kSuccess;
+}
+
+Status write_file_privs(const std::string& path, const Dictionary& privileges) {
+  const Status posixStatus =
+      set_posix_privs(path, privileges.string(kOwnerKey), privileges.string(kGroupKey),
+                      modeIn(privileges.string(kPrivsKey)));
+  const Array* acl = privileges.array(kAclKey);
+  const Status aclStatus = acl != nullptr ? set_acl(path, *acl) : kSuccess;
+  return aclStatus != kSuccess ? aclStatus : posixStatus;
+}
+
+}  // namespace paddock
