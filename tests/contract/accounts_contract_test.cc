@@ -5,31 +5,58 @@
 #include <memory>
 #include <string>
 
+#include "directory_subject.h"
+#include "platform/linux/linux_accounts.h"
 #include "platform/testing/in_memory_accounts.h"
 
 namespace paddock::contract {
 namespace {
 
-// "root" and "daemon" are users and groups on every Debian system, 0 and 1.
-std::unique_ptr<Accounts> makeInMemory() {
-  auto accounts = std::make_unique<InMemoryAccounts>();
-  accounts->addUser("daemon", 1);
-  accounts->addGroup("daemon", 1);
-  return accounts;
-}
+// Accounts among which "root" and "daemon" are users and groups, 0 and 1, as on every Debian
+// system.
+class AccountsSubject {
+ public:
+  virtual ~AccountsSubject() = default;
+  virtual Accounts& accounts() = 0;
+};
+
+class InMemoryAccountsSubject final : public AccountsSubject {
+ public:
+  InMemoryAccountsSubject() {
+    accounts_.addUser("daemon", 1);
+    accounts_.addGroup("daemon", 1);
+  }
+  Accounts& accounts() override { return accounts_; }
+
+ private:
+  InMemoryAccounts accounts_;
+};
+
+class LinuxAccountsSubject final : public AccountsSubject {
+ public:
+  Accounts& accounts() override { return accounts_; }
+
+ private:
+  LinuxSubject directory_;
+  LinuxAccounts accounts_{directory_.service()};
+};
 
 struct AccountsKind {
   const char* name;
-  std::unique_ptr<Accounts> (*make)();
+  std::unique_ptr<AccountsSubject> (*make)();
 };
-const AccountsKind kKinds[] = {{"InMemory", makeInMemory}};
+const AccountsKind kKinds[] = {
+    {"InMemory", [] { return std::unique_ptr<AccountsSubject>(new InMemoryAccountsSubject); }},
+    {"Linux", [] { return std::unique_ptr<AccountsSubject>(new LinuxAccountsSubject); }},
+};
 
 class AccountsContract : public ::testing::TestWithParam<AccountsKind> {
  protected:
   static constexpr std::uint32_t kUnknownId = 3'999'999'998U;
   const std::string nobody_ = "no-such-account-of-a-test";
 
-  std::unique_ptr<Accounts> accounts_ = GetParam().make();
+  std::unique_ptr<AccountsSubject> subject_ = GetParam().make();
+  Accounts* accounts_ = &subject_->accounts();
   std::uint32_t id_ = 12345;
   std::string name_ = "before";
 };
