@@ -1,0 +1,169 @@
+#include "volumes/quota_file_format.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace paddock {
+
+namespace {
+
+constexpr std::uint32_t kHashMultiplier = 2654435761U;
+constexpr unsigned kGibibyteShift = 30;
+
+struct TableBounds {
+  std::uint64_t slotsPerGibibyte;
+  std::uint64_t maximum;
+};
+constexpr std::uint64_t kMinimumSlots = 2048;
+constexpr std::array<TableBounds, kQuotaTypes> kTableBounds = {
+    TableBounds{256, 2'097'152},
+    TableBounds{32, 262'144},
+};
+
+constexpr std::size_t kIdOffset = 44;
+
+// Reads or writes the fields of a slot one after the other.
+template <typename Number>
+Number bigEndian(const std::uint8_t* bytes) {
+  Number number = 0;
+  for (std::size_t at = 0; at < sizeof(Number); ++at) {
+    number = static_cast<Number>(number << 8U | bytes[at]);
+  }
+  return number;
+}
+
+class SlotReader {
+ public:
+  explicit SlotReader(std::span<const std::uint8_t, kQuotaSlotSize> slot) : next_(slot.data()) {}
+
+  template <typename Number>
+  void read(Number& number) {
+    number = bigEndian<Number>(next_);
+    next_ += sizeof(Number);
+  }
+  template <typename Byte, std::size_t size>
+  void read(std::array<Byte, size>& bytes) {
+    std::copy_n(next_, size, bytes.begin());
+    next_ += size;
+  }
+
+ private:
+  const std::uint8_t* next_;
+};
+
+class SlotWriter {
+ public:
+  template <typename Number>
+  void write(Number number) {
+    for (std::size_t at = sizeof(Number); at > 0; --at) {
+      slot_[next_ + at - 1] = static_cast<std::uint8_t>(number);
+      number = static_cast<Number>(number >> 8U);
+    }
+    next_ += sizeof(Number);
+  }
+  template <typename Byte, std::size_t size>
+  void write(const std::array<Byte, size>& bytes) {
+    std::copy_n(bytes.begin(), size, slot_.begin() + static_cast<std::ptrdiff_t>(next_));
+    next_ += size;
+  }
+  const QuotaSlot& slot() const { return slot_; }
+
+ private:
+  QuotaSlot slot_{};
+  std::size_t next_ = 0;
+};
+
+}  // namespace
+
+QuotaSlot encodeQuotaHeader(const QuotaFileHeader& header) {
+  SlotWriter writer;
+  writer.write(header.magic);
+  writer.write(header.version);
+  writer.write(header.maxentries);
+  writer.write(header.entryCount);
+  writer.write(header.flags);
+  writer.write(header.checkTime);
+  writer.write(header.bytesGracePeriod);
+  writer.write(header.filesGracePeriod);
+  writer.write(header.tag);
+  writer.write(header.spare);
+  return writer.slot();
+}
+
+QuotaFileHeader decodeQuotaHeader(std::span<const std::uint8_t, kQuotaSlotSize> slot) {
+  SlotReader reader(slot);
+  QuotaFileHeader header;
+  reader.read(header.magic);
+  reader.read(header.version);
+  reader.read(header.maxentries);
+  reader.read(header.entryCount);
+  reader.read(header.flags);
+  reader.read(header.checkTime);
+  reader.read(header.bytesGracePeriod);
+  reader.read(header.filesGracePeriod);
+  reader.read(header.tag);
+  reader.read(header.spare);
+  return header;
+}
+
+QuotaSlot encodeQuotaEntry(const QuotaEntry& entry) {
+  SlotWriter writer;
+  writer.write(entry.hardBytes);
+  writer.write(entry.softBytes);
+  writer.write(entry.usedBytes);
+  writer.write(entry.hardFiles);
+  writer.write(entry.softFiles);
+  writer.write(entry.usedFiles);
+  writer.write(entry.bytesTimeLimit);
+  writer.write(entry.filesTimeLimit);
+  writer.write(entry.id);
+  writer.write(entry.spare);
+  return writer.slot();
+}
+
+QuotaEntry decodeQuotaEntry(std::span<const std::uint8_t, kQuotaSlotSize> slot) {
+  SlotReader reader(slot);
+  QuotaEntry entry;
+  reader.read(entry.hardBytes);
+  reader.read(entry.softBytes);
+  reader.read(entry.usedBytes);
+  reader.read(entry.hardFiles);
+  reader.read(entry.softFiles);
+  reader.read(entry.usedFiles);
+  reader.read(entry.bytesTimeLimit);
+  reader.read(entry.filesTimeLimit);
+  reader.read(entry.id);
+  reader.read(entry.spare);
+  return entry;
+}
+
+std::uint32_t quotaEntryId(std::span<const std::uint8_t, kQuotaSlotSize> slot) {
+  return bigEndian<std::uint32_t>(slot.data() + kIdOffset);
+}
+
+bool isQuotaHeaderOf(QuotaType type, std::uint32_t magic, std::uint32_t version,
+                     std::uint32_t maxentries) {
+  if (type != kUserQuota && type != kGroupQuota) return false;
+  return magic == quotamagic[static_cast<std::size_t>(type)] && version <= kQuotaVersion &&
+         std::has_single_bit(maxentries);
+}
+
+std::uint32_t quotaTableSize(QuotaType type, std::uint64_t blockSize, std::uint64_t totalBlocks) {
+  if (type != kUserQuota && type != kGroupQuota) return 0;
+  const TableBounds& bounds = kTableBounds[static_cast<std::size_t>(type)];
+  const std::uint64_t gibibytes = (blockSize * totalBlocks) >> kGibibyteShift;
+  const std::uint64_t slots =
+      std::clamp(gibibytes * bounds.slotsPerGibibyte, kMinimumSlots, bounds.maximum);
+  return static_cast<std::uint32_t>(std::bit_ceil(slots));
+}
+
+QuotaProbe::QuotaProbe(std::uint32_t id, std::uint32_t maxentries) : mask_(maxentries - 1) {
+  const std::uint32_t hash = id * kHashMultiplier;
+  // A table of one slot shifts by 32, which takes more than 32 bits.
+  const int shift = 32 - std::countr_zero(maxentries);
+  slot_ = static_cast<std::uint32_t>(std::uint64_t{hash} >> shift) & mask_;
+  step_ = ((hash >> 11U) & (mask_ >> 1U)) | 1U;
+  stop_ = (slot_ + mask_ * step_) & mask_;
+}
+
+}  // namespace paddock
