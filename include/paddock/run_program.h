@@ -1,4 +1,4 @@
-// Runs an external program and waits for it.
+// Runs an external program, and waits for it or not.
 #pragma once
 
 #include <sys/types.h>
@@ -26,6 +26,14 @@ inline constexpr int kProgramTimeLimitSeconds = 60;
 // end. What it wrote to standard error and an exit status other than 0 go to the log, since
 // callers drop them. Never throws for a program's sake.
 ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments);
+
+// Starts the executable at the absolute path `path`, taken below the host's root, and does not wait
+// for it. `argumentVector` is the whole of argv, argv[0] included. Standard input is empty,
+// standard output goes nowhere and standard error where the daemon's goes; no other descriptor is
+// open; the program has a session of its own and goes on when the daemon ends. The daemon reaps it;
+// an exit status other than 0 goes to the log. 0, or the errno of starting it, which is logged,
+// too. Never throws for a program's sake.
+int startProgram(const std::string& path, const std::vector<std::string>& argumentVector);
 
 // Whether the process belongs to a program that `runProgram` is waiting for, itself or a child
 // of it in the same process group. The daemon keeps capacity for the requests of such a process.

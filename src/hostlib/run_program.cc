@@ -1,13 +1,11 @@
 #include "paddock/run_program.h"
 
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <cerrno>
 
-#include "base/status.h"
 #include "hostlib/child_process.h"
 #include "hostlib/program.h"
+#include "hostlib/program_end.h"
 #include "hostlib/program_output.h"
 #include "hostlib/program_registry.h"
 #include "paddock/host.h"
@@ -17,16 +15,11 @@ namespace paddock {
 namespace {
 
 constexpr std::size_t kLoggedErrorOutput = 4096;
-constexpr int kSignalBase = 128;
 
 // Never destroyed: a request may still run a program while the process ends.
 ProgramRegistry& registry() {
   static ProgramRegistry& instance = *new ProgramRegistry;
   return instance;
-}
-
-int exitStatusOf(int waitStatus) {
-  return WIFSIGNALED(waitStatus) ? kSignalBase + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
 }
 
 void logErrorOutput(const std::string& path, std::string_view text) {
@@ -46,12 +39,9 @@ void logResult(const std::string& path, const ProgramResult& result) {
   if (result.status == ETIMEDOUT) {
     logMessage(3, "program " + path + " took too long and was ended");
   } else if (result.status != 0) {
-    logMessage(3, "program " + path + " cannot be run: " + sharing_error_string(result.status));
-  } else if (result.exitStatus > kSignalBase) {
-    logMessage(4, "program " + path + " was ended by signal " +
-                      std::to_string(result.exitStatus - kSignalBase));
-  } else if (result.exitStatus != 0) {
-    logMessage(4, "program " + path + " exited with status " + std::to_string(result.exitStatus));
+    logFailedStart(path, result.status);
+  } else {
+    logExit(path, result.exitStatus);
   }
 }
 
@@ -78,12 +68,9 @@ ProgramResult runAndWait(const std::string& path, const std::vector<std::string>
 ProgramResult runProgramWithin(const std::string& path, const std::vector<std::string>& arguments,
                                std::chrono::milliseconds limit) {
   const std::string program = hostPath(path);
-  // A NUL would cut an argument short.
-  const auto hasNul = [](const std::string& text) { return text.find('\0') != std::string::npos; };
   ProgramResult result;
-  if (hasNul(program) || std::any_of(arguments.begin(), arguments.end(), hasNul)) {
-    result.status = EINVAL;
-  } else {
+  result.status = argumentError(program, arguments);
+  if (result.status == 0) {
     result = runAndWait(program, arguments, std::chrono::steady_clock::now() + limit);
   }
   logResult(program, result);

@@ -18,16 +18,21 @@ constexpr int kPriorityMask = 7;
 constexpr int kDebugPriority = 7;
 
 std::mutex gSinkMutex;
-std::shared_ptr<const LogSink> gSink;
 std::atomic<bool> gDebugLogging{false};
 std::atomic<std::uint64_t> gNextLogger{1};
 
 thread_local std::string tRequestId;
 thread_local std::unordered_map<std::uint64_t, std::string> tPrefixes;
 
+// Never destroyed: a thread that waits for a program may still log while the process ends.
+std::shared_ptr<const LogSink>& installedSink() {
+  static auto& sink = *new std::shared_ptr<const LogSink>;
+  return sink;
+}
+
 std::shared_ptr<const LogSink> currentSink() {
   const std::scoped_lock lock(gSinkMutex);
-  return gSink;
+  return installedSink();
 }
 
 // One message is one line: control characters are written as \xNN.
@@ -52,7 +57,7 @@ std::string printable(std::string_view text) {
 void installLogSink(LogSink sink) {
   auto installed = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
   const std::scoped_lock lock(gSinkMutex);
-  gSink.swap(installed);
+  installedSink().swap(installed);
 }
 
 LogSink standardErrorSink() {

@@ -20,6 +20,10 @@ class ProgramRunner {
   // for it. What it wrote is handed back as text.
   virtual ProgramOutcome run(const std::string& path,
                              const std::vector<std::string>& arguments) = 0;
+  // Starts the executable at an absolute path and does not wait for it: 0, or the errno of starting
+  // it. `argumentVector` is the whole of argv, argv[0] included. The program goes on when this
+  // process ends.
+  virtual int start(const std::string& path, const std::vector<std::string>& argumentVector) = 0;
 };
 
 }  // namespace paddock

@@ -13,6 +13,7 @@ class AclService;
 }
 
 class Accounts;
+class BrowserInformationService;
 class Clock;
 class DirectoryService;
 class FileAttributeService;
@@ -21,6 +22,7 @@ class Logger;
 class Membership;
 class PluginCommands;
 class ProgramRunner;
+class QuotaControl;
 class SharedFileLists;
 class TextFiles;
 class UuidSource;
@@ -41,7 +43,10 @@ struct Services {
   Accounts* accounts = nullptr;
   FileAttributeService* fileAttributes = nullptr;
   acl::AclService* acl = nullptr;
+  QuotaControl* quotaControl = nullptr;
+  BrowserInformationService* browserInformation = nullptr;
   std::string exportsPath = "/etc/exports";
+  std::string quotaCheckerPath = "/sbin/quotacheck";
 };
 
 // The installed services. Precondition: they are installed.

@@ -1,6 +1,8 @@
-// Where a path is mounted: the part of BSD's statfs(2) and getmntinfo(3) that is used here.
+// Where a path is mounted, and how large that volume is: the part of BSD's statfs(2) and
+// getmntinfo(3) that is used here.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +15,15 @@ struct MountedVolume {
   friend bool operator==(const MountedVolume&, const MountedVolume&) = default;
 };
 
+// How large a volume is, and what its quotas take it for.
+struct VolumeStatistics {
+  std::string family;         // "ufs", "hfs", or the file system's type as the kernel names it
+  std::uint64_t f_bsize = 0;  // the bytes of a block, in which the others are counted
+  std::uint64_t f_blocks = 0;
+  std::uint64_t f_bavail = 0;  // free for users other than root
+  friend bool operator==(const VolumeStatistics&, const VolumeStatistics&) = default;
+};
+
 class VolumeInfo {
  public:
   virtual ~VolumeInfo() = default;
@@ -20,6 +31,9 @@ class VolumeInfo {
   // with `volume` empty: ENOENT, EACCES, ENAMETOOLONG (4096 bytes and more), and EINVAL for a
   // path that is empty, relative, holds a NUL or has a ".." component.
   virtual int statfs(const std::string& path, MountedVolume& volume) = 0;
+  // How large that volume is. The same errors, with `statistics` empty. The volume is asked, which
+  // for one on another machine may take its time.
+  virtual int statistics(const std::string& path, VolumeStatistics& statistics) = 0;
   // All mounted volumes in the order of the mount table. 0, or an errno with `volumes` empty.
   virtual int getmntinfo(std::vector<MountedVolume>& volumes) = 0;
 };

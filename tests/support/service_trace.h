@@ -302,7 +302,7 @@ class TracedTextFiles : public TextFiles {
   ServiceTrace& trace_;
 };
 
-// Operations: statfs, getmntinfo.
+// Operations: statfs, statistics, getmntinfo.
 class TracedVolumeInfo : public VolumeInfo {
  public:
   TracedVolumeInfo(VolumeInfo& volumes, ServiceTrace& trace) : volumes_(volumes), trace_(trace) {}
@@ -311,6 +311,11 @@ class TracedVolumeInfo : public VolumeInfo {
     volume = {};
     const int number = trace_.before("statfs", path);
     return number != 0 ? number : volumes_.statfs(path, volume);
+  }
+  int statistics(const std::string& path, VolumeStatistics& statistics) override {
+    statistics = {};
+    const int number = trace_.before("statistics", path);
+    return number != 0 ? number : volumes_.statistics(path, statistics);
   }
   int getmntinfo(std::vector<MountedVolume>& volumes) override {
     volumes.clear();

@@ -12,6 +12,11 @@ ProgramOutcome HostProgramRunner::run(const std::string& path,
   return {result.status, std::move(result.output), std::move(result.errorOutput)};
 }
 
+int HostProgramRunner::start(const std::string& path,
+                             const std::vector<std::string>& argumentVector) {
+  return startProgram(path, argumentVector);
+}
+
 Dictionary HostPluginCommands::doCommand(const std::string& bundle, const Dictionary& command,
                                          const std::string& module,
                                          const std::optional<std::string>& user) {

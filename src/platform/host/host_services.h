@@ -10,6 +10,7 @@ namespace paddock {
 class HostProgramRunner : public ProgramRunner {
  public:
   ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override;
+  int start(const std::string& path, const std::vector<std::string>& argumentVector) override;
 };
 
 class HostPluginCommands : public PluginCommands {

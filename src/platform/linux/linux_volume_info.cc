@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
+#include <algorithm>
 #include <climits>
 #include <string_view>
 
@@ -71,6 +73,25 @@ int LinuxVolumeInfo::statfs(const std::string& path, MountedVolume& volume) {
   // Otherwise unmounted since.
   if (root.stx_mnt_id != status.stx_mnt_id) return ENOENT;
   volume = volumeOfChroot(root);
+  return 0;
+}
+
+std::string LinuxVolumeInfo::familyOf(const std::string& type) const {
+  const auto& ufs = families_.ufs;
+  if (families_.everyTypeIsUfs || std::find(ufs.begin(), ufs.end(), type) != ufs.end())
+    return "ufs";
+  return type == "hfsplus" ? "hfs" : type;
+}
+
+int LinuxVolumeInfo::statistics(const std::string& path, VolumeStatistics& statistics) {
+  statistics = {};
+  MountedVolume volume;
+  if (const int error = statfs(path, volume); error != 0) return error;
+  struct statvfs numbers {};
+  const int error = errnoOf([&] { return ::statvfs(path.c_str(), &numbers); });
+  if (error != 0) return error;
+  statistics = {familyOf(volume.f_fstypename), numbers.f_frsize, numbers.f_blocks,
+                numbers.f_bavail};
   return 0;
 }
 

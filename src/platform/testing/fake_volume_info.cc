@@ -10,6 +10,13 @@ namespace {
 
 constexpr std::size_t kPathLimit = 4096;
 
+const VolumeStatistics kUsualSize{"", 4096, 1U << 20U, 1U << 19U};
+
+std::string familyOf(const std::string& type) {
+  if (type == "ext4" || type == "xfs") return "ufs";
+  return type == "hfsplus" ? "hfs" : type;
+}
+
 bool hasDotDotComponent(std::string_view path) {
   while (!path.empty()) {
     const std::size_t end = path.find('/');
@@ -60,6 +67,21 @@ int FakeVolumeInfo::statfs(const std::string& path, MountedVolume& volume) {
   if (nearest == nullptr) return ENOENT;
   volume = *nearest;
   return 0;
+}
+
+int FakeVolumeInfo::statistics(const std::string& path, VolumeStatistics& statistics) {
+  statistics = {};
+  MountedVolume volume;
+  if (const int error = statfs(path, volume); error != 0) return error;
+  const auto size = sizes_.find(volume.f_mntonname);
+  statistics = size != sizes_.end() ? size->second : kUsualSize;
+  statistics.family = familyOf(volume.f_fstypename);
+  return 0;
+}
+
+void FakeVolumeInfo::setSize(const std::string& mountPoint, std::uint64_t blockSize,
+                             std::uint64_t blocks, std::uint64_t available) {
+  sizes_[mountPoint] = {"", blockSize, blocks, available};
 }
 
 int FakeVolumeInfo::getmntinfo(std::vector<MountedVolume>& volumes) {

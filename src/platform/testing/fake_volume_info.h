@@ -14,12 +14,17 @@ class FakeVolumeInfo : public VolumeInfo {
   // The volume mounted nearest above the path, by its components. Every path exists that
   // `setError` says nothing of.
   int statfs(const std::string& path, MountedVolume& volume) override;
+  // The numbers set for the volume; its family is "ufs" or "hfs" for the types that are of them.
+  int statistics(const std::string& path, VolumeStatistics& statistics) override;
   int getmntinfo(std::vector<MountedVolume>& volumes) override;
 
   // Appends to the table; a later volume on the same directory covers an earlier one.
   void mount(const MountedVolume& volume);
   void unmount(const std::string& mountPoint);
-  // The error of `statfs` on exactly this path; 0 for none.
+  // The size of the volume mounted on the directory; 4 GiB, half of them free, until it is set.
+  void setSize(const std::string& mountPoint, std::uint64_t blockSize, std::uint64_t blocks,
+               std::uint64_t available);
+  // The error of `statfs` and `statistics` on exactly this path; 0 for none.
   void setError(const std::string& path, int error);
   // The error of `getmntinfo`; 0 for none.
   void setTableError(int error) { tableError_ = error; }
@@ -28,6 +33,7 @@ class FakeVolumeInfo : public VolumeInfo {
 
  private:
   std::vector<MountedVolume> volumes_{{"/", "/dev/root", "ext4"}};
+  std::map<std::string, VolumeStatistics> sizes_;
   std::map<std::string, int> errors_;
   int tableError_ = 0;
   int statfsCalls_ = 0;

@@ -26,6 +26,12 @@ int FaultyVolumeInfo::statfs(const std::string& path, MountedVolume& volume) {
   return error();
 }
 
+int FaultyVolumeInfo::statistics(const std::string& path, VolumeStatistics& statistics) {
+  if (!fails("volumeInfo.statistics")) return wrapped().statistics(path, statistics);
+  statistics = {};
+  return error();
+}
+
 int FaultyVolumeInfo::getmntinfo(std::vector<MountedVolume>& volumes) {
   if (!fails("volumeInfo.getmntinfo")) return wrapped().getmntinfo(volumes);
   volumes.clear();
@@ -44,11 +50,34 @@ ProgramOutcome FaultyProgramRunner::run(const std::string& path,
   return {error(), "", ""};
 }
 
+int FaultyProgramRunner::start(const std::string& path,
+                               const std::vector<std::string>& argumentVector) {
+  return fails("programRunner.start") ? error() : wrapped().start(path, argumentVector);
+}
+
 Dictionary FaultyPluginCommands::doCommand(const std::string& bundle, const Dictionary& command,
                                            const std::string& module,
                                            const std::optional<std::string>& user) {
   if (fails("pluginCommands.doCommand")) return {};
   return wrapped().doCommand(bundle, command, module, user);
+}
+
+int FaultyQuotaControl::quotactl(const std::string& path, std::uint32_t commandWord,
+                                 std::uint32_t id, const QuotaArgument& argument) {
+  if (!fails("quotaControl.quotactl")) return wrapped().quotactl(path, commandWord, id, argument);
+  if (std::uint32_t* const* state = std::get_if<std::uint32_t*>(&argument)) **state = 0;
+  return error();
+}
+
+int FaultyBrowserInformation::read(const std::string& path, BrowserInformation& information) {
+  if (!fails("browserInformation.read")) return wrapped().read(path, information);
+  information = {};
+  return error();
+}
+
+int FaultyBrowserInformation::write(const std::string& path,
+                                    const BrowserInformation& information) {
+  return fails("browserInformation.write") ? error() : wrapped().write(path, information);
 }
 
 int FaultyTextFiles::read(const std::string& path, std::string& contents) {

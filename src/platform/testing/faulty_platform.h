@@ -6,11 +6,13 @@
 #include <vector>
 
 #include "platform/accounts.h"
+#include "platform/browser_information.h"
 #include "platform/file_attributes.h"
 #include "platform/host_name.h"
 #include "platform/membership.h"
 #include "platform/plugin_commands.h"
 #include "platform/program_runner.h"
+#include "platform/quota_control.h"
 #include "platform/testing/fault_plan.h"
 #include "platform/text_file.h"
 #include "platform/volume_info.h"
@@ -45,6 +47,7 @@ class FaultyVolumeInfo : public FaultyForwarder<VolumeInfo> {
  public:
   using FaultyForwarder::FaultyForwarder;
   int statfs(const std::string& path, MountedVolume& volume) override;
+  int statistics(const std::string& path, VolumeStatistics& statistics) override;
   int getmntinfo(std::vector<MountedVolume>& volumes) override;
 };
 
@@ -58,6 +61,7 @@ class FaultyProgramRunner : public FaultyForwarder<ProgramRunner> {
  public:
   using FaultyForwarder::FaultyForwarder;
   ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override;
+  int start(const std::string& path, const std::vector<std::string>& argumentVector) override;
 };
 
 class FaultyPluginCommands : public FaultyForwarder<PluginCommands> {
@@ -65,6 +69,20 @@ class FaultyPluginCommands : public FaultyForwarder<PluginCommands> {
   using FaultyForwarder::FaultyForwarder;
   Dictionary doCommand(const std::string& bundle, const Dictionary& command,
                        const std::string& module, const std::optional<std::string>& user) override;
+};
+
+class FaultyQuotaControl : public FaultyForwarder<QuotaControl> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int quotactl(const std::string& path, std::uint32_t commandWord, std::uint32_t id,
+               const QuotaArgument& argument) override;
+};
+
+class FaultyBrowserInformation : public FaultyForwarder<BrowserInformationService> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int read(const std::string& path, BrowserInformation& information) override;
+  int write(const std::string& path, const BrowserInformation& information) override;
 };
 
 class FaultyTextFiles : public FaultyForwarder<TextFiles> {

@@ -22,6 +22,8 @@ struct FaultyServices::Wrappers {
   std::optional<FaultyAccounts> accounts;
   std::optional<FaultyFileAttributes> fileAttributes;
   std::optional<FaultyAcl> acl;
+  std::optional<FaultyQuotaControl> quotaControl;
+  std::optional<FaultyBrowserInformation> browserInformation;
 };
 
 namespace {
@@ -46,6 +48,8 @@ FaultyServices::FaultyServices(Services wrapped, FaultPlan& plan)
   wrap(services_.accounts, wrappers_->accounts, plan);
   wrap(services_.fileAttributes, wrappers_->fileAttributes, plan);
   wrap(services_.acl, wrappers_->acl, plan);
+  wrap(services_.quotaControl, wrappers_->quotaControl, plan);
+  wrap(services_.browserInformation, wrappers_->browserInformation, plan);
 }
 
 FaultyServices::~FaultyServices() = default;

@@ -12,6 +12,8 @@
 //   accounts         the plan's error and an id of zero or an empty name
 //   fileAttributes   the plan's error, nothing read or applied; `exists` says false
 //   acl              -1 or null with the plan's error in errno (see faulty_acl.h)
+//   quotaControl     the plan's error, nothing switched and the state 0
+//   browserInformation  the plan's error, zeros read and nothing written
 //
 // The logger, the clock and the UUIDs have no way to fail and are passed on as they are.
 #pragma once

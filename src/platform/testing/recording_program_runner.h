@@ -26,6 +26,15 @@ class RecordingProgramRunner : public ProgramRunner {
     return program == programs_.end() ? otherwise_ : program->second(arguments);
   }
 
+  // What is started without waiting is kept with its whole argument vector.
+  int start(const std::string& path, const std::vector<std::string>& argumentVector) override {
+    started_.push_back({path, argumentVector});
+    return startError_;
+  }
+  const std::vector<Run>& started() const { return started_; }
+  // What `start` answers from now on.
+  void setStartError(int error) { startError_ = error; }
+
   // What the program at `path` does from now on.
   void setProgram(const std::string& path, Program program) {
     programs_[path] = std::move(program);
@@ -37,10 +46,15 @@ class RecordingProgramRunner : public ProgramRunner {
   void setOutcomeOfOthers(ProgramOutcome outcome) { otherwise_ = std::move(outcome); }
 
   const std::vector<Run>& runs() const { return runs_; }
-  void clear() { runs_.clear(); }
+  void clear() {
+    runs_.clear();
+    started_.clear();
+  }
 
  private:
   std::vector<Run> runs_;
+  std::vector<Run> started_;
+  int startError_ = 0;
   std::map<std::string, Program> programs_;
   ProgramOutcome otherwise_;
 };

@@ -1,0 +1,111 @@
+#include "hostlib/spawn.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "paddock/sys_logger.h"
+
+extern char** environ;  // NOLINT(readability-redundant-declaration): musl and glibc differ
+
+namespace paddock {
+namespace {
+
+constexpr const char* kRequestVariable = "PADDOCK_REQUEST_ID=";
+constexpr const char* kNowhere = "/dev/null";
+
+// posix_spawn's two argument objects.
+class SpawnSettings {
+ public:
+  SpawnSettings() {
+    ::posix_spawn_file_actions_init(&actions_);
+    ::posix_spawnattr_init(&attributes_);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+  ~SpawnSettings() {
+    ::posix_spawnattr_destroy(&attributes_);
+    ::posix_spawn_file_actions_destroy(&actions_);
+  }
+
+  int prepare(const SpawnRequest& request) {
+    if (const int failed = prepareStreams(request)) return failed;
+    sigset_t none;
+    sigset_t all;
+    ::sigemptyset(&none);
+    ::sigfillset(&all);
+    const int group = request.ownSession ? POSIX_SPAWN_SETSID : POSIX_SPAWN_SETPGROUP;
+    const auto flags = static_cast<short>(group | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    for (const int failed : {::posix_spawnattr_setpgroup(&attributes_, 0),
+                             ::posix_spawnattr_setsigmask(&attributes_, &none),
+                             ::posix_spawnattr_setsigdefault(&attributes_, &all),
+                             ::posix_spawnattr_setflags(&attributes_, flags)}) {
+      if (failed != 0) return failed;
+    }
+    return 0;
+  }
+
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  int prepareStreams(const SpawnRequest& request) {
+    const auto open = [this](int stream, int flags) {
+      return ::posix_spawn_file_actions_addopen(&actions_, stream, kNowhere, flags, 0);
+    };
+    const auto redirect = [this](int from, int stream) {
+      return ::posix_spawn_file_actions_adddup2(&actions_, from, stream);
+    };
+    for (const int failed :
+         {open(STDIN_FILENO, O_RDONLY),
+          request.output >= 0 ? redirect(request.output, STDOUT_FILENO)
+                              : open(STDOUT_FILENO, O_WRONLY),
+          request.errorOutput >= 0 ? redirect(request.errorOutput, STDERR_FILENO) : 0,
+          ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1)}) {
+      if (failed != 0) return failed;
+    }
+    return 0;
+  }
+
+  posix_spawn_file_actions_t actions_{};
+  posix_spawnattr_t attributes_{};
+};
+
+std::vector<std::string> programEnvironment() {
+  std::vector<std::string> result;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    std::string variable(*entry);
+    if (variable.rfind(kRequestVariable, 0) != 0) result.push_back(std::move(variable));
+  }
+  if (!currentRequestId().empty()) result.push_back(kRequestVariable + currentRequestId());
+  return result;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  result.reserve(texts.size() + 1);
+  for (std::string& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+}  // namespace
+
+int spawnProgram(const SpawnRequest& request, pid_t& process) {
+  SpawnSettings settings;
+  if (const int failed = settings.prepare(request)) return failed;
+  std::vector<std::string> texts = request.argumentVector;
+  std::vector<std::string> environment = programEnvironment();
+  const std::vector<char*> argumentVector = pointers(texts);
+  const std::vector<char*> environmentVector = pointers(environment);
+  pid_t started = 0;
+  const int failed =
+      ::posix_spawn(&started, request.path.c_str(), settings.actions(), settings.attributes(),
+                    argumentVector.data(), environmentVector.data());
+  if (failed == 0) process = started;
+  return failed;
+}
+
+}  // namespace paddock
