@@ -2,7 +2,10 @@
 
 #include "paddock/host.h"
 #include "platform/host/host_services.h"
+#include "platform/linux/accounting_quota_control.h"
+#include "platform/linux/kernel_quota_control.h"
 #include "platform/linux/linux_accounts.h"
+#include "platform/linux/linux_browser_information.h"
 #include "platform/linux/linux_clock.h"
 #include "platform/linux/linux_directory.h"
 #include "platform/linux/linux_file_attributes.h"
@@ -18,6 +21,8 @@ namespace paddock {
 
 namespace {
 
+constexpr const char* kQuotaAccountingPath = "/var/lib/paddock/quota-accounting";
+
 LinuxDirectoryOptions directoryOptions() {
   LinuxDirectoryOptions options;
   options.databasePath = hostPath(options.databasePath);
@@ -29,6 +34,34 @@ LinuxDirectoryOptions directoryOptions() {
   return options;
 }
 
+// A key of [volumes]; null when it is not set.
+const Value* volumesKey(const char* key) {
+  const Dictionary* volumes = host().configuration().dictionary("volumes");
+  return volumes != nullptr ? volumes->find(key) : nullptr;
+}
+
+bool quotasAreAccountedOnly() {
+  const Value* backend = volumesKey("quota_backend");
+  return backend != nullptr && *backend == Value("accounting");
+}
+
+VolumeFamilies volumeFamilies() {
+  VolumeFamilies families;
+  families.everyTypeIsUfs = quotasAreAccountedOnly();
+  if (const Value* types = volumesKey("ufs_family"); types != nullptr && types->array()) {
+    families.ufs.clear();
+    for (const Value& type : *types->array()) {
+      if (type.string() != nullptr) families.ufs.push_back(*type.string());
+    }
+  }
+  return families;
+}
+
+std::unique_ptr<QuotaControl> makeQuotaControl(VolumeInfo& volumes) {
+  if (!quotasAreAccountedOnly()) return std::make_unique<KernelQuotaControl>(volumes);
+  return std::make_unique<AccountingQuotaControl>(volumes, hostPath(kQuotaAccountingPath));
+}
+
 }  // namespace
 
 struct InstalledServices::Parts {
@@ -36,7 +69,9 @@ struct InstalledServices::Parts {
   LinuxMembership membership{directory};
   LinuxAccounts accounts{directory};
   LinuxFileAttributes fileAttributes{accounts};
-  LinuxVolumeInfo volumeInfo;
+  LinuxVolumeInfo volumeInfo{volumeFamilies()};
+  std::unique_ptr<QuotaControl> quotaControl = makeQuotaControl(volumeInfo);
+  LinuxBrowserInformation browserInformation;
   LinuxHostName hostName;
   LinuxClock clock;
   LinuxUuidSource uuidSource;
@@ -55,6 +90,8 @@ struct InstalledServices::Parts {
     all.accounts = &accounts;
     all.fileAttributes = &fileAttributes;
     all.volumeInfo = &volumeInfo;
+    all.quotaControl = quotaControl.get();
+    all.browserInformation = &browserInformation;
     all.hostName = &hostName;
     all.programRunner = &programRunner;
     all.pluginCommands = &pluginCommands;
@@ -64,6 +101,8 @@ struct InstalledServices::Parts {
     all.sharedFileLists = &sharedFileLists;
     all.textFiles = &textFiles;
     all.exportsPath = hostPath(all.exportsPath);
+    const Value* checker = volumesKey("quota_checker");
+    if (checker != nullptr && checker->string()) all.quotaCheckerPath = *checker->string();
     return all;
   }
 };

@@ -46,6 +46,7 @@ struct Services {
   QuotaControl* quotaControl = nullptr;
   BrowserInformationService* browserInformation = nullptr;
   std::string exportsPath = "/etc/exports";
+  // For the program runner, which takes it below the host's root.
   std::string quotaCheckerPath = "/sbin/quotacheck";
 };
 

@@ -70,6 +70,32 @@ TEST_P(VolumeInfoContract, AMissingPathHasNoVolume) {
   EXPECT_EQ(volume_, MountedVolume());
 }
 
+TEST_P(VolumeInfoContract, SaysHowLargeAVolumeIs) {
+  VolumeStatistics statistics;
+  EXPECT_EQ(volumeInfo_->statistics("/", statistics), 0);
+  EXPECT_NE(statistics.family, "");
+  EXPECT_GT(statistics.f_bsize, 0U);
+  EXPECT_GT(statistics.f_blocks, 0U);
+  EXPECT_LE(statistics.f_bavail, statistics.f_blocks);
+}
+
+TEST_P(VolumeInfoContract, ATypeOfNoFamilyIsItsOwn) {
+  VolumeStatistics statistics;
+  EXPECT_EQ(volumeInfo_->statistics("/proc/self", statistics), 0);
+  EXPECT_EQ(statistics.family, "proc");
+}
+
+TEST_P(VolumeInfoContract, WhatHasNoVolumeHasNoStatistics) {
+  for (const auto& [path, error] :
+       {std::pair(std::string(kMissing), ENOENT), std::pair(std::string("proc"), EINVAL),
+        std::pair(std::string("/proc\0x", 7), EINVAL), std::pair(std::string("/proc/.."), EINVAL),
+        std::pair("/" + std::string(5000, 'p'), ENAMETOOLONG)}) {
+    VolumeStatistics statistics{"x", 1, 2, 3};
+    EXPECT_EQ(volumeInfo_->statistics(path, statistics), error) << path;
+    EXPECT_EQ(statistics, VolumeStatistics());
+  }
+}
+
 TEST_P(VolumeInfoContract, ListsAllVolumes) {
   std::vector<MountedVolume> volumes{{"x", "y", "z"}};
   EXPECT_EQ(volumeInfo_->getmntinfo(volumes), 0);

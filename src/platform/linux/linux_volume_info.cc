@@ -83,6 +83,7 @@ std::string LinuxVolumeInfo::familyOf(const std::string& type) const {
   return type == "hfsplus" ? "hfs" : type;
 }
 
+// The numbers are asked after the mount, so that a volume that goes meanwhile is an error.
 int LinuxVolumeInfo::statistics(const std::string& path, VolumeStatistics& statistics) {
   statistics = {};
   MountedVolume volume;

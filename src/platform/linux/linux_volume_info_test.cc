@@ -103,6 +103,33 @@ TEST_F(LinuxVolumeInfoTest, InAChrootThatIsNoMountTheRootIsTheVolume) {
   });
 }
 
+TEST_F(LinuxVolumeInfoTest, TheNumbersAreThoseOfTheVolume) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a");
+    mountNamed("one", path);
+    VolumeStatistics statistics;
+    ASSERT_EQ(volumeInfo_.statistics(path, statistics), 0);
+    EXPECT_EQ(statistics.family, "tmpfs");
+    EXPECT_EQ(statistics.f_bsize * statistics.f_blocks, 64U << 10U);
+    writeWholeFile(path + "/file", std::string(16U << 10U, 'x'));
+    ASSERT_EQ(volumeInfo_.statistics(path, statistics), 0);
+    EXPECT_LE(statistics.f_bsize * statistics.f_bavail, 48U << 10U);
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, TypesAreReportedUnderTheirFamily) {
+  const auto family = [](const VolumeFamilies& families) {
+    LinuxVolumeInfo volumeInfo(families);
+    VolumeStatistics statistics;
+    EXPECT_EQ(volumeInfo.statistics("/proc", statistics), 0);
+    return statistics.family;
+  };
+  EXPECT_EQ(family({}), "proc");
+  EXPECT_EQ(family({{"ext4", "proc"}, false}), "ufs");
+  EXPECT_EQ(family({{}, true}), "ufs");
+}
+
 TEST_F(LinuxVolumeInfoTest, AnyThreadMayAsk) {
   std::vector<std::thread> threads;
   threads.reserve(4);

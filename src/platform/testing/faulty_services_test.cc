@@ -5,7 +5,9 @@
 #include "platform/host_name.h"
 #include "platform/program_runner.h"
 #include "platform/shared_file_list.h"
+#include "platform/testing/fake_browser_information.h"
 #include "platform/testing/fake_host_name.h"
+#include "platform/testing/fake_quota_control.h"
 #include "platform/testing/fake_volume_info.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_acl.h"
@@ -27,6 +29,8 @@ class FaultyServicesTest : public testing::Test {
     real_.programRunner = &programRunner_;
     real_.sharedFileLists = &sharedFileLists_;
     real_.textFiles = &textFiles_;
+    real_.quotaControl = &quotaControl_;
+    real_.browserInformation = &browserInformation_;
     real_.accounts = &accounts_;
     real_.fileAttributes = &fileAttributes_;
     real_.acl = &acl_;
@@ -37,6 +41,8 @@ class FaultyServicesTest : public testing::Test {
   RecordingProgramRunner programRunner_;
   InMemorySharedFileLists sharedFileLists_;
   InMemoryTextFiles textFiles_;
+  FakeQuotaControl quotaControl_{volumeInfo_};
+  FakeBrowserInformation browserInformation_;
   InMemoryAccounts accounts_;
   InMemoryFileTree tree_;
   InMemoryFileAttributes fileAttributes_{tree_, accounts_};
@@ -76,6 +82,55 @@ TEST_F(FaultyServicesTest, AFailingProgramDoesNotRun) {
   const FaultyServices faulty(real_, plan);
   EXPECT_EQ(faulty.services().programRunner->run("/bin/x", {}).status, ENOENT);
   EXPECT_TRUE(programRunner_.runs().empty());
+}
+
+TEST_F(FaultyServicesTest, AProgramThatFailsToStartDoesNotRun) {
+  FaultPlan plan(1);
+  plan.setError(EAGAIN);
+  const FaultyServices faulty(real_, plan);
+  EXPECT_EQ(faulty.services().programRunner->start("/bin/x", {"-u"}), EAGAIN);
+  EXPECT_EQ(plan.failedCall(), "programRunner.start");
+  EXPECT_TRUE(programRunner_.started().empty());
+}
+
+TEST_F(FaultyServicesTest, AFailingSwitchSwitchesNothing) {
+  FaultPlan plan(1);
+  plan.setError(EPERM);
+  const FaultyServices faulty(real_, plan);
+  quotaControl_.setOn("/");
+  EXPECT_EQ(faulty.services().quotaControl->quotactl("/", quotaCommand(kQuotaOffCommand, 0), 0,
+                                                     std::string("/.quota.user")),
+            EPERM);
+  EXPECT_TRUE(quotaControl_.isOn("/"));
+}
+
+TEST_F(FaultyServicesTest, AFailingQueryLeavesTheStateZero) {
+  FaultPlan plan(1);
+  const FaultyServices faulty(real_, plan);
+  std::uint32_t state = 7;
+  EXPECT_EQ(
+      faulty.services().quotaControl->quotactl("/", quotaCommand(kQuotaStateCommand, 0), 0, &state),
+      EIO);
+  EXPECT_EQ(state, 0U);
+}
+
+TEST_F(FaultyServicesTest, FailingBrowserInformationIsZeroAndNotWritten) {
+  FaultPlan plan(1);
+  plan.keepFailing();
+  const FaultyServices faulty(real_, plan);
+  BrowserInformation information{1};
+  EXPECT_EQ(faulty.services().browserInformation->read("/", information), EIO);
+  EXPECT_EQ(information, BrowserInformation{});
+  EXPECT_EQ(faulty.services().browserInformation->write("/", information), EIO);
+  EXPECT_EQ(browserInformation_.find("/"), nullptr);
+}
+
+TEST_F(FaultyServicesTest, FailingStatisticsAreEmpty) {
+  FaultPlan plan(1);
+  const FaultyServices faulty(real_, plan);
+  VolumeStatistics statistics{"x", 1, 2, 3};
+  EXPECT_EQ(faulty.services().volumeInfo->statistics("/", statistics), EIO);
+  EXPECT_EQ(statistics, VolumeStatistics());
 }
 
 TEST_F(FaultyServicesTest, AFailingReplacementChangesNothing) {
