@@ -1,17 +1,10 @@
 #include "platform/linux/local_schema.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <system_error>
 
-#include "base/file_descriptor.h"
 #include "platform/directory.h"
 #include "platform/linux/case_fold.h"
+#include "platform/linux/sqlite_file.h"
 
 namespace paddock {
 
@@ -71,38 +64,6 @@ CREATE TABLE passwords(
   hash TEXT NOT NULL
 );
 )sql";
-
-[[noreturn]] void failCreating(int error, const std::string& path) {
-  throw DirectoryError(error, "directory database " + path + " cannot be created: " +
-                                  std::error_code(error, std::system_category()).message());
-}
-
-void createFolderOf(const std::string& path) {
-  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-  if (folder.empty()) return;
-  std::error_code error;
-  if (folder.has_parent_path()) std::filesystem::create_directories(folder.parent_path(), error);
-  if (error) failCreating(error.value(), path);
-  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) failCreating(errno, path);
-}
-
-// The file appears at its path closed: closing a descriptor of a database in use would drop
-// every lock that this process holds on it.
-void createFile(const std::string& path) {
-  createFolderOf(path);
-  std::string temporary = path + ".XXXXXX";
-  FileDescriptor descriptor(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
-  if (!descriptor) failCreating(errno, path);
-  descriptor.reset();
-  const int error = ::link(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
-  ::unlink(temporary.c_str());
-  if (error != 0 && error != EEXIST) failCreating(error, path);
-}
-
-bool isMissing(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) != 0 && errno == ENOENT;
-}
 
 std::int64_t versionOf(SqliteConnection& connection) {
   return connection.queryInteger("PRAGMA user_version");
@@ -194,7 +155,7 @@ void migrateDirectory(SqliteConnection& connection, const std::vector<std::strin
 
 std::unique_ptr<SqliteConnection> openDirectoryDatabase(const std::string& path,
                                                         std::chrono::milliseconds timeout) {
-  if (isMissing(path)) createFile(path);
+  createDatabaseFile("directory database", path);
   auto connection = std::make_unique<SqliteConnection>(path);
   connection->setBusyTimeout(timeout);
   requireOurs(*connection);

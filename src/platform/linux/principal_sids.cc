@@ -1,0 +1,95 @@
+#include "platform/linux/principal_sids.h"
+
+#include <cerrno>
+
+namespace paddock {
+
+namespace {
+
+constexpr std::uint64_t kWorldAuthority = 1;
+constexpr std::uint64_t kCreatorAuthority = 3;
+
+bool mayBeAPrincipal(const nt_acl::Sid& sid) {
+  return sid.authority != kWorldAuthority && sid.authority != kCreatorAuthority &&
+         sid.authority != nt_acl::kOwnAuthority;
+}
+
+}  // namespace
+
+PrincipalSids::PrincipalSids(Membership& membership, std::string rememberedPath,
+                             std::unique_ptr<SidResolver> resolver)
+    : membership_(membership),
+      remembered_(rememberedPath.empty()
+                      ? nullptr
+                      : std::make_unique<RememberedSids>(std::move(rememberedPath))),
+      resolver_(std::move(resolver)) {}
+
+int PrincipalSids::sidFor(const Guid& guid, nt_acl::Sid& sid) {
+  Principal principal;
+  const int error = membership_.guidToId(guid, principal.id, principal.type);
+  if (error == 0) {
+    sid = nt_acl::unixSid(principal);
+    return 0;
+  }
+  if (error != ENOENT) return error;
+  if (nt_acl::isForeignGuid(guid)) return foreignSid(guid, sid);
+  sid = nt_acl::guidSid(guid);
+  return 0;
+}
+
+int PrincipalSids::guidFor(const nt_acl::Sid& sid, Guid& guid) {
+  if (const auto principal = nt_acl::unixPrincipal(sid)) return toGuid(*principal, guid);
+  if (const auto held = nt_acl::sidGuid(sid)) {
+    guid = *held;
+    return 0;
+  }
+  Principal principal;
+  if (isPrincipal(sid, principal)) return toGuid(principal, guid);
+  return foreignGuid(sid, guid);
+}
+
+int PrincipalSids::toGuid(const Principal& principal, Guid& guid) {
+  return principal.type == PrincipalType::user ? membership_.uidToGuid(principal.id, guid)
+                                               : membership_.gidToGuid(principal.id, guid);
+}
+
+bool PrincipalSids::isPrincipal(const nt_acl::Sid& sid, Principal& principal) {
+  return resolver_ && mayBeAPrincipal(sid) && resolver_->principalOf(sid, principal) == 0;
+}
+
+int PrincipalSids::foreignSid(const Guid& guid, nt_acl::Sid& sid) {
+  if (inMemory(guid, sid)) return 0;
+  if (!remembered_) return ENOENT;
+  const int error = remembered_->find(guid, sid);
+  if (error == 0) keep(guid, sid);
+  return error;
+}
+
+int PrincipalSids::foreignGuid(const nt_acl::Sid& sid, Guid& guid) {
+  const Guid made = nt_acl::foreignGuid(sid);
+  nt_acl::Sid known;
+  if (inMemory(made, known)) {
+    if (known != sid) return EEXIST;
+  } else {
+    if (remembered_ && remembered_->remember(sid) == EEXIST) return EEXIST;
+    keep(made, sid);
+  }
+  guid = made;
+  return 0;
+}
+
+bool PrincipalSids::inMemory(const Guid& guid, nt_acl::Sid& sid) {
+  const std::lock_guard lock(mutex_);
+  const auto found = foreign_.find(guid);
+  if (found == foreign_.end()) return false;
+  sid = found->second;
+  return true;
+}
+
+void PrincipalSids::keep(const Guid& guid, const nt_acl::Sid& sid) {
+  const std::lock_guard lock(mutex_);
+  if (foreign_.size() >= kCapacity) foreign_.clear();
+  foreign_.emplace(guid, sid);
+}
+
+}  // namespace paddock
