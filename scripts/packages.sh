@@ -6,8 +6,8 @@
 packages_of() {
   case $1 in
     build) echo g++ cmake ninja-build libmicrohttpd-dev nlohmann-json3-dev libpugixml-dev \
-      libtomlplusplus-dev libcli11-dev libcurl4-openssl-dev libsqlite3-dev libutf8proc-dev libpam0g-dev libcrypt-dev pkg-config ;;
-    test) echo libgtest-dev libgmock-dev python3 sqlite3 curl nfs-kernel-server ;;
+      libtomlplusplus-dev libcli11-dev libcurl4-openssl-dev libsqlite3-dev libutf8proc-dev libpam0g-dev libcrypt-dev libwbclient-dev pkg-config ;;
+    test) echo libgtest-dev libgmock-dev python3 python3-samba sqlite3 curl nfs-kernel-server ;;
     vm) echo qemu-system-x86 mmdebstrap busybox-static e2fsprogs python3 ;;
     demo) echo curl sqlite3 ;;
     bench) echo samba-common-bin nfs-kernel-server python3 ;;

@@ -3,7 +3,7 @@
 namespace paddock {
 
 CachedSidResolver::CachedSidResolver(std::unique_ptr<SidResolver> resolver,
-                                     std::unique_ptr<Clock> clock, std::chrono::seconds lifetime)
+                                     std::shared_ptr<Clock> clock, std::chrono::seconds lifetime)
     : resolver_(std::move(resolver)), clock_(std::move(clock)), lifetime_(lifetime) {}
 
 bool CachedSidResolver::find(const nt_acl::Sid& sid, Answer& answer) {

@@ -18,7 +18,7 @@ class CachedSidResolver final : public SidResolver {
   // How many answers are kept; the next one drops them all.
   static constexpr std::size_t kCapacity = 16384;
 
-  CachedSidResolver(std::unique_ptr<SidResolver> resolver, std::unique_ptr<Clock> clock,
+  CachedSidResolver(std::unique_ptr<SidResolver> resolver, std::shared_ptr<Clock> clock,
                     std::chrono::seconds lifetime);
 
   int principalOf(const nt_acl::Sid& sid, Principal& principal) override;
@@ -34,7 +34,7 @@ class CachedSidResolver final : public SidResolver {
   void keep(const nt_acl::Sid& sid, const Answer& answer);
 
   const std::unique_ptr<SidResolver> resolver_;
-  const std::unique_ptr<Clock> clock_;
+  const std::shared_ptr<Clock> clock_;
   const std::chrono::seconds lifetime_;
   std::mutex mutex_;
   std::map<nt_acl::Sid, Answer> answers_;

@@ -1,6 +1,6 @@
 #include "platform/linux/winbind_sids.h"
 
-#include <samba-4.0/wbclient.h>
+#include <wbclient.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -96,7 +96,7 @@ int WinbindSids::principalOf(const nt_acl::Sid& sid, Principal& principal) {
 std::unique_ptr<SidResolver> makeWinbindResolver() {
   return std::make_unique<CachedSidResolver>(
       std::make_unique<BoundedSidResolver>(std::make_shared<WinbindSids>(), kPatience),
-      std::make_unique<LinuxClock>(), kLifetime);
+      std::make_shared<LinuxClock>(), kLifetime);
 }
 
 }  // namespace paddock
