@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "base/system_call.h"
 #include "base/text.h"
 #include "keelhouse/failure.h"
 
@@ -17,14 +18,12 @@ namespace {
 constexpr std::size_t kMaximumPassword = 1024;
 
 std::size_t readSome(int descriptor, char* buffer, std::size_t size) {
-  while (true) {
-    const ssize_t count = ::read(descriptor, buffer, size);
-    if (count >= 0) return static_cast<std::size_t>(count);
-    if (errno != EINTR) {
-      throw usageFailure("descriptor " + std::to_string(descriptor) +
-                         " cannot be read: " + std::generic_category().message(errno));
-    }
+  const ssize_t count = retryOnInterrupt([=] { return ::read(descriptor, buffer, size); });
+  if (count < 0) {
+    throw usageFailure("descriptor " + std::to_string(descriptor) +
+                       " cannot be read: " + std::generic_category().message(errno));
   }
+  return static_cast<std::size_t>(count);
 }
 
 // One byte at a time, so that what stands behind the line is left to be read.
@@ -63,9 +62,10 @@ class QuietTerminal {
 
 void print(int descriptor, const std::string& text) {
   for (std::size_t at = 0; at < text.size();) {
-    const ssize_t count = ::write(descriptor, text.data() + at, text.size() - at);
-    if (count < 0 && errno != EINTR) return;
-    if (count > 0) at += static_cast<std::size_t>(count);
+    const ssize_t count =
+        retryOnInterrupt([&] { return ::write(descriptor, text.data() + at, text.size() - at); });
+    if (count < 0) return;
+    at += static_cast<std::size_t>(count);
   }
 }
 

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/system_call.h"
+
 namespace paddock {
 namespace {
 
@@ -24,8 +26,10 @@ void lookUp(LookUp call, Use use) {
        buffer.resize(buffer.size() * 4)) {
     Entry entry{};
     Entry* found = nullptr;
-    int failed = EINTR;
-    while (failed == EINTR) failed = call(&entry, buffer.data(), buffer.size(), &found);
+    const int failed = errnoOf([&] {
+      errno = call(&entry, buffer.data(), buffer.size(), &found);
+      return errno == 0 ? 0 : -1;
+    });
     if (failed == ERANGE) continue;
     if (failed == 0 && found != nullptr) use(*found);
     return;
