@@ -8,10 +8,9 @@
 #include <cstdint>
 
 #include "base/guid.h"
+#include "base/principal.h"
 
 namespace paddock {
-
-enum class PrincipalType { user, group };
 
 class Membership {
  public:

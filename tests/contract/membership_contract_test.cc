@@ -3,8 +3,8 @@
 
 #include <cerrno>
 
+#include "base/computed_guid.h"
 #include "directory_subject.h"
-#include "platform/computed_guid.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/testing/in_memory_membership.h"
 

@@ -4,8 +4,8 @@
 
 #include <cerrno>
 
+#include "base/computed_guid.h"
 #include "directory_subject.h"
-#include "platform/computed_guid.h"
 
 namespace paddock::contract {
 namespace {

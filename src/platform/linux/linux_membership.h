@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "platform/computed_guid.h"
+#include "base/computed_guid.h"
 #include "platform/directory.h"
 #include "platform/membership.h"
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/computed_guid.h"
 #include "base/text.h"
-#include "platform/computed_guid.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/nss.h"
 

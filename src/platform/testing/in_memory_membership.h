@@ -6,7 +6,7 @@
 #include <map>
 #include <mutex>
 
-#include "platform/computed_guid.h"
+#include "base/computed_guid.h"
 #include "platform/membership.h"
 
 namespace paddock {

@@ -4,19 +4,12 @@
 // machines, so the prefixes never change.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 
 #include "base/guid.h"
-#include "platform/membership.h"
+#include "base/principal.h"
 
 namespace paddock {
-
-struct Principal {
-  PrincipalType type = PrincipalType::user;
-  std::uint32_t id = 0;
-  friend bool operator==(const Principal&, const Principal&) = default;
-};
 
 Guid computedGuid(const Principal& principal);
 

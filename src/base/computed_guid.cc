@@ -1,4 +1,4 @@
-#include "platform/computed_guid.h"
+#include "base/computed_guid.h"
 
 #include <algorithm>
 #include <array>
