@@ -73,6 +73,9 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   Action action;
   addGlobalOptions(program, options);
   addShareCommands(program, action);
+  addPrivilegeCommands(program, action);
+  addAclCommands(program, action);
+  addVolumeCommands(program, action);
   addRecordCommands(program, action);
   addRawCommands(program, action);
   program.add_subcommand("status", "What the daemon says of itself")->callback([&action] {

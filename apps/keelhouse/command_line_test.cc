@@ -1,14 +1,9 @@
 // Every command against a scripted daemon: what it asks, what it prints, how it ends.
 #include "keelhouse/command_line.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <algorithm>
 
-#include <filesystem>
-#include <sstream>
-
-#include "support/scripted_daemon.h"
-#include "support/temporary_folder.h"
+#include "keelhouse/command_fixture.h"
 
 namespace paddock::keelhouse {
 namespace {
@@ -16,44 +11,14 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class CommandLine : public ::testing::Test {
+class CommandLine : public CommandFixture {
  protected:
-  int run(std::vector<std::string> words) {
-    words.insert(words.begin(), {"--socket", daemon_.socketPath()});
-    return runAsIs(words);
-  }
-  int runAsIs(const std::vector<std::string>& words) {
-    std::ostringstream out;
-    std::ostringstream error;
-    const int status = runKeelhouse(words, out, error);
-    out_ = out.str();
-    error_ = error.str();
-    return status;
-  }
-
-  std::string target(std::size_t at) const { return daemon_.requests().at(at).target; }
-  std::string body(std::size_t at) const { return daemon_.requests().at(at).body; }
-  std::size_t asked() const { return daemon_.requests().size(); }
-
-  std::string makeFolder(const std::string& name) {
-    const auto folder = folder_.path(name);
-    std::filesystem::create_directory(folder);
-    return folder;
-  }
-
   static std::string read(const std::string& sharePoint, int status = 0) {
-    return R"({"configuration":{"sharePointRecord":)" + sharePoint + R"(},"readStatus":)" +
-           std::to_string(status) + "}";
+    return readPart("sharePointRecord", sharePoint, status);
   }
   static std::string written(const std::string& sharePoint, int status = 0) {
-    return R"({"configuration":{"sharePointRecord":)" + sharePoint +
-           R"(},"readStatus":0,"writeStatus":)" + std::to_string(status) + "}";
+    return writtenPart("sharePointRecord", sharePoint, status);
   }
-
-  TestFolder folder_;
-  testing::ScriptedDaemon daemon_{folder_.path()};
-  std::string out_;
-  std::string error_;
 };
 
 TEST_F(CommandLine, requestPrintsTheReply) {

@@ -15,6 +15,9 @@ using Action = std::function<ExitStatus(const Session&)>;
 // Each adds its commands to the program; parsing sets `action` to the chosen one.
 void addRawCommands(CLI::App& program, Action& action);
 void addShareCommands(CLI::App& program, Action& action);
+void addPrivilegeCommands(CLI::App& program, Action& action);
+void addAclCommands(CLI::App& program, Action& action);
+void addVolumeCommands(CLI::App& program, Action& action);
 void addRecordCommands(CLI::App& program, Action& action);
 
 }  // namespace paddock::keelhouse

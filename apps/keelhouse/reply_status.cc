@@ -39,9 +39,38 @@ const char* hintFor(std::int64_t status) {
       return "A name may be taken by another share point (keelhouse share list), or an NFS client "
              "or option cannot be written to the exports file; the daemon's log says more "
              "(journalctl -u paddockd).";
+    case USER_NOT_FOUND_ERR:
+      return "There is no such user on the daemon's host (getent passwd NAME).";
+    case GROUP_NOT_FOUND_ERR:
+      return "There is no such group on the daemon's host (getent group NAME).";
+    case CANNOT_CHANGE_PRIVS_ERR:
+      return "The file system may be read-only, or the path may be missing; what was changed "
+             "before "
+             "the failure stays.";
+    case FILE_NOT_FOUND_ERR:
+      return "Check that the path is written as it is on the server.";
+    case INVALID_ACL_ERR:
+      return "What is stored there is no ACL that can be read. keelhouse acl set PATH ENTRY... "
+             "replaces it.";
+    case CANNOT_SET_ACL_FILE_ERR:
+      return "The file system may be read-only or full, may keep no ACLs, or may hold fewer "
+             "entries "
+             "than these.";
+    case CANNOT_SET_QUOTA_STATE_ERR:
+      return "The volume or the kernel may keep no quotas. With quota_backend = \"accounting\" "
+             "below "
+             "[volumes] in the daemon's configuration usage can be seen on any volume.";
     default:
       return "The daemon's log may say more (journalctl -u paddockd).";
   }
+}
+
+// The module's own code of that name; 0 when there is none.
+Status statusNamed(const std::string& name) {
+  for (Status status = USER_NOT_FOUND_ERR; status <= CANNOT_SET_QUOTA_STATE_ERR; ++status) {
+    if (sharing_error_string(status) == name) return status;
+  }
+  return 0;
 }
 
 std::string statusText(std::int64_t status) {
@@ -61,6 +90,10 @@ bool reportsFailure(const Dictionary& reply) {
     if (reply.string(key) != nullptr) return true;
   }
   return false;
+}
+
+std::string explained(const std::string& errorText) {
+  return errorText + "\n" + hintFor(statusNamed(errorText));
 }
 
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action) {

@@ -12,6 +12,9 @@ namespace paddock::keelhouse {
 // than 0, or one of its error texts is there.
 bool reportsFailure(const Dictionary& reply);
 
+// An error text of a reply ("INVALID_ACL_ERR"), and below it what to do.
+std::string explained(const std::string& errorText);
+
 // Throws Failure with the text of the status under `key` when it is not 0. `action` says what was
 // tried ("/srv/a cannot be shared").
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action);

@@ -1,5 +1,6 @@
 #include "keelhouse/share_commands.h"
 
+#include "keelhouse/folder_settings.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
@@ -12,54 +13,12 @@ namespace {
 
 constexpr const char* kPlugin = "paddock_sharing";
 
-Dictionary folderArguments(const std::string& path) { return {{"path", path}}; }
-
-// The "sharePointRecord" of a reply's "configuration"; empty when there is none.
-Dictionary sharePointOf(const Dictionary& reply) {
-  const Dictionary* configuration = reply.dictionary("configuration");
-  const Dictionary* record =
-      configuration != nullptr ? configuration->dictionary("sharePointRecord") : nullptr;
-  return record != nullptr ? *record : Dictionary{};
-}
-
-bool isShared(const Dictionary& sharePoint) {
-  return sharePoint.boolean("isShared").value_or(false);
-}
-
-// The folder's share point as it is stored. A status of the reading counts only when the share
-// point is not in the reply: a folder's share point is read before its volume's quotas.
-Dictionary readSharePoint(const Session& session, const std::string& path) {
-  const Dictionary reply =
-      session.daemon.call(kPlugin, "readSettings", {{"optionalArguments", folderArguments(path)}});
-  Dictionary sharePoint = sharePointOf(reply);
-  if (!sharePoint.contains("isShared")) {
-    requireStatus(reply, "readStatus", "the share point of " + path + " cannot be read");
-    throw failure("the daemon's reply says nothing of the share point of " + path);
-  }
-  return sharePoint;
-}
-
-// Writes the record, and gives the share point as the daemon read it back.
-Dictionary writeSharePoint(const Session& session, const std::string& path, Dictionary record,
-                           const std::string& action) {
-  const Dictionary reply =
-      session.daemon.call(kPlugin, "writeSettings",
-                          {{"optionalArguments", folderArguments(path)},
-                           {"configuration", Dictionary{{"sharePointRecord", std::move(record)}}}});
-  requireStatus(reply, "writeStatus", action);
-  return sharePointOf(reply);
-}
-
 void print(const Session& session, const Dictionary& sharePoint) {
   if (session.json) {
     session.out << wire::writeJsonPretty(sharePoint) << '\n';
   } else {
     session.out << formatSharePoint(sharePoint);
   }
-}
-
-Failure notShared(const std::string& path, const std::string& advice) {
-  return failure(path + " is not shared\n" + advice);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "keelhouse/options.h"
+#include "keelhouse/path_command.h"
 #include "keelhouse/share_commands.h"
 
 namespace paddock::keelhouse {
@@ -17,7 +18,7 @@ using SharedOptions = std::shared_ptr<ShareOptions>;
 
 SharedOptions addPath(CLI::App& command) {
   auto options = std::make_shared<ShareOptions>();
-  command.add_option("PATH", options->path, "The folder; relative to the current one")->required();
+  command.add_option(kFolderOperand.name, options->path, kFolderOperand.description)->required();
   return options;
 }
 
@@ -77,26 +78,16 @@ void addSet(CLI::App& group, Action& action) {
   });
 }
 
-void addPathCommand(CLI::App& group, Action& action, const std::string& name,
-                    const std::string& description,
-                    ExitStatus (*run)(const Session&, const std::string&)) {
-  auto* command = group.add_subcommand(name, description);
-  const auto options = addPath(*command);
-  command->callback([options, run, &action] {
-    action = [options, run](const Session& session) { return run(session, options->path); };
-  });
-}
-
 }  // namespace
 
 void addShareCommands(CLI::App& program, Action& action) {
   auto* group = program.add_subcommand("share", "Shared folders");
   group->require_subcommand(1);
   group->add_subcommand("list", "All shared folders")->callback([&action] { action = listShares; });
-  addPathCommand(*group, action, "show", "How a folder is shared", showShare);
+  addPathCommand(*group, action, kFolderOperand, "show", "How a folder is shared", showShare);
   addAdd(*group, action);
   addSet(*group, action);
-  addPathCommand(*group, action, "remove", "Share a folder no longer", removeShare);
+  addPathCommand(*group, action, kFolderOperand, "remove", "Share a folder no longer", removeShare);
 }
 
 }  // namespace paddock::keelhouse

@@ -1,0 +1,30 @@
+// `keelhouse acl`: the access-control list of a path.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "keelhouse/failure.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+// Paths are taken as they were typed, entries as parseEntries reads them. Each throws Failure for
+// what it cannot do; those that write also when the daemon reports success, but what it reads back
+// is something else.
+ExitStatus showAcl(const Session& session, const std::string& path);
+// What the kernel's own ACL cannot say of the entries, and what it says.
+ExitStatus showAclProjection(const Session& session, const std::string& path);
+// No entries clear the ACL.
+ExitStatus setAcl(const Session& session, const std::string& path,
+                  const std::vector<std::string>& entries);
+// `number`: that of the first new entry, from 1; absent: they come last.
+ExitStatus addToAcl(const Session& session, const std::string& path,
+                    const std::vector<std::string>& entries, std::optional<std::size_t> number);
+// `words`: numbers of entries, and users and groups as parsePrincipal reads them.
+ExitStatus removeFromAcl(const Session& session, const std::string& path,
+                         const std::vector<std::string>& words);
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,105 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "keelhouse/acl_commands.h"
+#include "keelhouse/options.h"
+#include "keelhouse/path_command.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr const char* kEntryHelp =
+    "An ENTRY is allow or deny, who, and the rights, as one word or three:\n"
+    "  allow user:anna read,write:inherit\n"
+    "  deny group:guests full\n"
+    "Who: user:NAME, group:NAME, a GUID, or a name that is only one of the two.\n"
+    "Rights: read, write, full, or list/read-data, add-file/write-data, search/execute, delete,\n"
+    "  add-folder/append, delete-child, read-attributes, write-attributes, read-extended,\n"
+    "  write-extended, read-security, write-security, change-owner.\n"
+    "Behind a colon, who inherits: inherit, file-inherit, directory-inherit, limit-inherit,\n"
+    "  only-inherit.";
+
+struct AclOptions {
+  std::string path;
+  std::vector<std::string> words;
+  std::optional<std::size_t> number;
+  bool projection = false;
+};
+using SharedOptions = std::shared_ptr<AclOptions>;
+
+CLI::App* addCommand(CLI::App& group, const SharedOptions& options, const char* name,
+                     const char* description) {
+  auto* command = group.add_subcommand(name, description);
+  command->add_option("PATH", options->path, "The folder or file; relative to the current folder")
+      ->required();
+  return command;
+}
+
+void addShow(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command = addCommand(group, options, "show", "The entries, in their order");
+  command->add_flag("--projection", options->projection,
+                    "What the kernel's own ACL says of them, and what it cannot say");
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return options->projection ? showAclProjection(session, options->path)
+                                 : showAcl(session, options->path);
+    };
+  });
+}
+
+void addSet(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command = addCommand(group, options, "set", "Replace the ACL; no entries clear it");
+  command->add_option("ENTRY", options->words, "The new entries, in their order");
+  command->footer(kEntryHelp);
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return setAcl(session, options->path, options->words);
+    };
+  });
+}
+
+void addAdd(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command =
+      addCommand(group, options, "add", "Add entries, at the end if not said otherwise");
+  command->add_option("ENTRY", options->words, "The entries, in their order")->required();
+  auto* at = command->add_option("--at", options->number, "Number of the first of them, from 1")
+                 ->check(CLI::PositiveNumber);
+  command
+      ->add_flag_callback(
+          "--first", [options] { options->number = 1; }, "Before all others, as --at 1")
+      ->excludes(at);
+  command->footer(kEntryHelp);
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return addToAcl(session, options->path, options->words, options->number);
+    };
+  });
+}
+
+void addRemove(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command = addCommand(group, options, "remove", "Remove entries");
+  command
+      ->add_option("NUMBER|WHO", options->words,
+                   "An entry's number, or user:NAME, group:NAME, a GUID: all entries about it")
+      ->required();
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return removeFromAcl(session, options->path, options->words);
+    };
+  });
+}
+
+}  // namespace
+
+void addAclCommands(CLI::App& program, Action& action) {
+  auto* group = program.add_subcommand("acl", "Access-control lists");
+  group->require_subcommand(1);
+  const auto options = std::make_shared<AclOptions>();
+  addShow(*group, action, options);
+  addSet(*group, action, options);
+  addAdd(*group, action, options);
+  addRemove(*group, action, options);
+}
+
+}  // namespace paddock::keelhouse

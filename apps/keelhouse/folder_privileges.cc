@@ -1,0 +1,48 @@
+#include "keelhouse/folder_privileges.h"
+
+#include <utility>
+
+#include "keelhouse/failure.h"
+#include "keelhouse/folder_settings.h"
+#include "keelhouse/reply_status.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr const char* kPrivileges = "fileAccessPrivs";
+
+}  // namespace
+
+Dictionary readPrivileges(const Session& session, const std::string& path) {
+  const Dictionary reply = readFolder(session, path);
+  Dictionary privileges = settingsPart(reply, kPrivileges);
+  if (privileges.empty()) {
+    requireStatus(reply, "readStatus", "the privileges of " + path + " cannot be read");
+    throw failure("the daemon's reply says nothing of the privileges of " + path);
+  }
+  if (const std::string* error = privileges.string("posixErr")) {
+    throw failure("the privileges of " + path + " cannot be read: " + explained(*error));
+  }
+  return privileges;
+}
+
+Dictionary writePrivileges(const Session& session, const std::string& path, Dictionary privileges,
+                           const std::string& action) {
+  return settingsPart(writeFolder(session, path, {{kPrivileges, std::move(privileges)}}, action),
+                      kPrivileges);
+}
+
+const Array& aclOf(const Dictionary& privileges, const std::string& path) {
+  if (const Array* acl = privileges.array("acl")) return *acl;
+  const std::string* error = privileges.string("aclErr");
+  throw failure("the ACL of " + path + " cannot be read: " +
+                (error != nullptr ? explained(*error) : "the daemon's reply has none"));
+}
+
+bool isFolder(const Dictionary& privileges) {
+  const std::string* type = privileges.string("fileType");
+  return type != nullptr && *type == "directory";
+}
+
+}  // namespace paddock::keelhouse

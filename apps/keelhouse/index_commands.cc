@@ -1,0 +1,72 @@
+#include "keelhouse/index_commands.h"
+
+#include "keelhouse/folder_settings.h"
+#include "keelhouse/share_path.h"
+#include "keelhouse/terminal_text.h"
+#include "wire/json.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr const char* kIndexing = "isIndexingEnabled";
+
+Dictionary sharedFolder(const Session& session, const std::string& path) {
+  Dictionary sharePoint = readSharePoint(session, path);
+  if (!isShared(sharePoint)) {
+    throw notShared(path,
+                    "Shared folders alone can be indexed. Share it with: keelhouse share add PATH");
+  }
+  return sharePoint;
+}
+
+bool isIndexed(const Dictionary& sharePoint, const std::string& path) {
+  const auto indexed = sharePoint.boolean(kIndexing);
+  if (!indexed) throw failure("the daemon's reply says nothing of the indexing of " + path);
+  return *indexed;
+}
+
+void print(const Session& session, const std::string& path, bool indexed) {
+  if (session.json) {
+    session.out << wire::writeJsonPretty(Dictionary{{"path", path}, {kIndexing, indexed}}) << '\n';
+  } else {
+    session.out << printable(path)
+                << (indexed ? " is indexed for search.\n" : " is not indexed.\n");
+  }
+}
+
+ExitStatus switchIndexing(const Session& session, const std::string& typedPath, bool on) {
+  const std::string path = absolutePath(typedPath);
+  const Dictionary stored = sharedFolder(session, path);
+  // The stored path may differ from the given one by letter case, and is that of the index.
+  const std::string* storedPath = stored.string("path");
+  const std::string action =
+      "the indexing of " + path + " cannot be switched " + (on ? "on" : "off");
+  const Dictionary result = writeSharePoint(
+      session, path, {{"path", storedPath != nullptr ? *storedPath : path}, {kIndexing, on}},
+      action);
+  if (isIndexed(result, path) != on) {
+    throw failure(action + ": it is still " + (on ? "off" : "on") +
+                  "\nThe daemon's log may say why (journalctl -u paddockd).");
+  }
+  print(session, path, on);
+  return ExitStatus::done;
+}
+
+}  // namespace
+
+ExitStatus showIndexing(const Session& session, const std::string& typedPath) {
+  const std::string path = absolutePath(typedPath);
+  print(session, path, isIndexed(sharedFolder(session, path), path));
+  return ExitStatus::done;
+}
+
+ExitStatus switchIndexingOn(const Session& session, const std::string& path) {
+  return switchIndexing(session, path, true);
+}
+
+ExitStatus switchIndexingOff(const Session& session, const std::string& path) {
+  return switchIndexing(session, path, false);
+}
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,29 @@
+// Users and groups that have a record in the directory node "/Local".
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/guid.h"
+#include "base/principal.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+struct LocalAccount {
+  PrincipalType type = PrincipalType::user;
+  std::string name;
+  std::optional<Guid> guid;         // its "dsAttrTypeStandard:GeneratedUID"
+  std::optional<std::uint32_t> id;  // its "UniqueID", of a group its "PrimaryGroupID"
+};
+
+// The account of that name; absent when there is no such record. Throws Failure.
+std::optional<LocalAccount> findLocalAccount(const Session& session, PrincipalType type,
+                                             const std::string& name);
+
+// Every user and group. Throws Failure.
+std::vector<LocalAccount> listLocalAccounts(const Session& session);
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,385 @@
+// `privs` and `acl` against a scripted daemon: what they ask, what they print, how they end.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "keelhouse/command_fixture.h"
+
+namespace paddock::keelhouse {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr const char* kNobody = "2918733C-ACBF-4C23-AD09-B8FC0000FFFE";
+constexpr const char* kNogroup = "8872134E-C1BC-44B8-8DF6-B2920000FFFE";
+const std::string kHeader = "NO  ACTION  WHO";
+
+std::string ace(const std::string& guid, const std::string& allow, int bitmap, int flags) {
+  return R"({"displayName":"x","guid":")" + guid + R"(","allowPermission":")" + allow +
+         R"(","bitmap":)" + std::to_string(bitmap) + R"(,"flags":)" + std::to_string(flags) +
+         R"(,"isUser":0})";
+}
+std::string sentAce(const std::string& guid, const std::string& allow, int bitmap, int flags) {
+  return R"({"allowPermission":")" + allow + R"(","bitmap":)" + std::to_string(bitmap) +
+         R"(,"flags":)" + std::to_string(flags) + R"(,"guid":")" + guid + R"("})";
+}
+
+class PrivilegesCommands : public CommandFixture {
+ protected:
+  static std::string privileges(const std::string& acl) {
+    return R"({"path":"/srv/a","fileType":"directory","owner":"root","group":"nogroup",)"
+           R"("privs":"750",)" +
+           acl + "}";
+  }
+  static std::string aclOf(const std::string& entries) { return R"("acl":[)" + entries + "]"; }
+  void answerRead(const std::string& acl, int status = 0) {
+    daemon_.answer(readPart("fileAccessPrivs", privileges(acl), status));
+  }
+  void answerWritten(const std::string& acl, int status = 0) {
+    daemon_.answer(writtenPart("fileAccessPrivs", privileges(acl), status));
+  }
+  static std::string writeBody(const std::string& privileges) {
+    return R"({"configuration":{"fileAccessPrivs":)" + privileges +
+           R"(},"optionalArguments":{"path":"/srv/a"}})";
+  }
+  static std::string aclBody(const std::string& entries) {
+    return writeBody(R"({"acl":[)" + entries + "]}");
+  }
+};
+
+TEST_F(PrivilegesCommands, privsShowPrintsOwnerGroupModeAndAcl) {
+  answerRead(aclOf(""));
+  EXPECT_EQ(run({"privs", "show", "/srv/./a/"}), 0) << error_;
+  EXPECT_EQ(out_,
+            "path: /srv/a\ntype: directory\nowner: root\ngroup: nogroup\nmode: 750 (rwxr-x---)\n"
+            "acl: no entries\n");
+  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/readSettings");
+  EXPECT_EQ(body(0), R"({"optionalArguments":{"path":"/srv/a"}})");
+}
+
+TEST_F(PrivilegesCommands, privsShowPrintsTheDictionaryWithJson) {
+  daemon_.answer(readPart("fileAccessPrivs", R"({"acl":[],"owner":"root"})"));
+  EXPECT_EQ(run({"privs", "show", "/srv/a", "--json"}), 0);
+  EXPECT_EQ(out_, "{\n  \"acl\": [],\n  \"owner\": \"root\"\n}\n");
+}
+
+TEST_F(PrivilegesCommands, privsShowDoesNotMindThatALaterPartFailed) {
+  answerRead(aclOf(""), 100075);
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0) << error_;
+}
+
+TEST_F(PrivilegesCommands, privsShowSaysWhatCannotBeRead) {
+  daemon_.answer(
+      readPart("fileAccessPrivs", R"({"acl":[],"path":"/srv/a","posixErr":"FILE_NOT_FOUND_ERR"})"));
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be read: "
+                                 "FILE_NOT_FOUND_ERR\nCheck that the path"));
+  daemon_.answer(readPart("fileAccessPrivs", "{}", 5));
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("Input/output error (status 5)"));
+  daemon_.answer(readPart("fileAccessPrivs", "{}"));
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("says nothing of the privileges of /srv/a"));
+}
+
+TEST_F(PrivilegesCommands, privsShowGoesOnWithoutAnAcl) {
+  answerRead(R"("aclErr":"INVALID_ACL_ERR")");
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0);
+  EXPECT_THAT(out_, HasSubstr("acl: cannot be read, INVALID_ACL_ERR\n"));
+}
+
+TEST_F(PrivilegesCommands, privsSetSendsOnlyWhatChanges) {
+  answerWritten(aclOf(""));
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "0750"}), 0) << error_;
+  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/writeSettings");
+  EXPECT_EQ(body(0), writeBody(R"({"privs":"750"})"));
+  EXPECT_THAT(out_, HasSubstr("mode: 750 (rwxr-x---)\n"));
+  answerWritten(aclOf(""));
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "root", "--group", "nogroup"}), 0) << error_;
+  EXPECT_EQ(body(1), writeBody(R"({"group":"nogroup","owner":"root"})"));
+}
+
+TEST_F(PrivilegesCommands, privsSetTakesNumbersForNames) {
+  answerWritten(aclOf(""));
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "0", "--group", "65534"}), 0) << error_;
+  EXPECT_EQ(body(0), writeBody(R"({"group":"nogroup","owner":"root"})"));
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "2147418113"}), 1);
+  EXPECT_THAT(error_, HasSubstr("the number 2147418113 has no user name"));
+}
+
+TEST_F(PrivilegesCommands, privsSetLeavesUnknownNamesToTheDaemon) {
+  answerWritten(aclOf(""), 100050);
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "no-such-zoe"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_,
+              HasSubstr("cannot be changed: USER_NOT_FOUND_ERR (status 100050)\nThere is no "
+                        "such user"));
+}
+
+TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
+  for (const auto& [option, value, text] :
+       {std::tuple{"--mode", "700",
+                   "the mode 700 was not taken over: /srv/a reads back with mode "
+                   "\"750\""},
+        {"--owner", "nobody",
+         "the owner nobody was not taken over: /srv/a reads back with owner "
+         "\"root\""},
+        {"--group", "root",
+         "the group root was not taken over: /srv/a reads back with group "
+         "\"nogroup\""}}) {
+    answerWritten(aclOf(""));
+    EXPECT_EQ(run({"privs", "set", "/srv/a", option, value}), 1);
+    EXPECT_EQ(out_, "");
+    EXPECT_THAT(error_, HasSubstr(text));
+  }
+}
+
+TEST_F(PrivilegesCommands, privsSetRefusesBadWordsBeforeItAsks) {
+  for (const std::vector<std::string>& options :
+       std::vector<std::vector<std::string>>{{},
+                                             {"--mode", "4755"},
+                                             {"--mode", "75"},
+                                             {"--mode", "u+x"},
+                                             {"--mode", ""},
+                                             {"--owner", ""},
+                                             {"--group", ""},
+                                             {"--owner", "\xFF"},
+                                             {"--group"},
+                                             {"--owner", "root", "/srv/b"}}) {
+    std::vector<std::string> words = {"privs", "set", "/srv/a"};
+    words.insert(words.end(), options.begin(), options.end());
+    EXPECT_EQ(run(words), 2) << ::testing::PrintToString(words);
+    EXPECT_THAT(error_, StartsWith("keelhouse: "));
+  }
+  EXPECT_EQ(run({"privs", "set"}), 2);
+  EXPECT_EQ(run({"privs"}), 2);
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(PrivilegesCommands, aclShowPrintsATable) {
+  answerRead(aclOf(ace(kNobody, "YES", 2698, 96)));
+  EXPECT_EQ(run({"acl", "show", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(out_,
+            "NO  ACTION  WHO          RIGHTS  INHERITANCE  NAME\n"
+            "1   allow   user:nobody  read    inherit      x\n");
+}
+
+TEST_F(PrivilegesCommands, aclShowPrintsTheDictionariesWithJson) {
+  answerRead(aclOf(R"({"guid":"x"})"));
+  EXPECT_EQ(run({"acl", "show", "/srv/a", "--json"}), 0);
+  EXPECT_EQ(out_, "[\n  {\n    \"guid\": \"x\"\n  }\n]\n");
+}
+
+TEST_F(PrivilegesCommands, aclShowSaysThatThereAreNoEntries) {
+  answerRead(aclOf(""));
+  EXPECT_EQ(run({"acl", "show", "/srv/a"}), 0);
+  EXPECT_EQ(out_, "/srv/a has no ACL entries.\n");
+}
+
+TEST_F(PrivilegesCommands, aclShowSaysThatTheAclCannotBeRead) {
+  answerRead(R"("aclErr":"INVALID_ACL_ERR")");
+  EXPECT_EQ(run({"acl", "show", "/srv/a"}), 1);
+  EXPECT_THAT(error_, StartsWith("keelhouse: the ACL of /srv/a cannot be read: INVALID_ACL_ERR\n"
+                                 "What is stored there is no ACL that can be read."));
+  answerRead(R"("x":1)");
+  EXPECT_EQ(run({"acl", "show", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("the daemon's reply has none"));
+}
+
+TEST_F(PrivilegesCommands, aclShowAddsWhatTheKernelSays) {
+  const std::string folder = makeFolder("a");
+  answerRead(aclOf(ace(kNobody, "YES", 2698, 0)));
+  EXPECT_EQ(run({"acl", "show", "--projection", folder}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("NO  WHO          KERNEL  INSIDE  BEYOND THE KERNEL\n"
+                              "1   user:nobody  -       -       -\n"));
+  answerRead(aclOf(ace(kNobody, "YES", 16, 0)));
+  EXPECT_EQ(run({"acl", "show", "--projection", "--json", folder}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("\"not the kernel's to give: delete\""));
+}
+
+TEST_F(PrivilegesCommands, aclSetReplacesTheList) {
+  answerWritten(aclOf(ace(kNobody, "YES", 4094, 96) + "," + ace(kNogroup, "NO", 16, 0)));
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:nobody", "read,write:inherit",
+                 "deny group:nogroup delete"}),
+            0)
+      << error_;
+  EXPECT_EQ(asked(), 1U);
+  EXPECT_EQ(
+      body(0),
+      aclBody(R"({"allowPermission":"YES","bitmap":4094,"flags":96,"isUser":0,"uniqueID":65534},)"
+              R"({"allowPermission":"NO","bitmap":16,"flags":0,"groupID":65534,"isUser":1})"));
+  EXPECT_THAT(out_, StartsWith(kHeader));
+}
+
+TEST_F(PrivilegesCommands, aclSetWithoutEntriesClearsTheList) {
+  answerWritten(aclOf(""));
+  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(body(0), aclBody(""));
+  EXPECT_EQ(out_, "/srv/a has no ACL entries.\n");
+}
+
+TEST_F(PrivilegesCommands, aclSetSaysThatTheDaemonDidNotTakeItOver) {
+  answerWritten(aclOf(""));
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:nobody", "read"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_EQ(error_,
+            "keelhouse: the ACL of /srv/a was not taken over: of 1 entries 0 read back, although "
+            "the daemon reported success\n");
+  answerWritten(aclOf(ace(kNobody, "YES", 2, 0)));
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "deny", "user:nobody", "list"}), 1);
+  EXPECT_THAT(error_, HasSubstr("entry 1 reads back as \"allow user:nobody list\""));
+  answerWritten(R"("aclErr":"INVALID_ACL_ERR")");
+  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("INVALID_ACL_ERR"));
+}
+
+TEST_F(PrivilegesCommands, aclSetReportsTheWriteStatus) {
+  answerWritten(aclOf(""), 100069);
+  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, StartsWith("keelhouse: the ACL of /srv/a cannot be set: "
+                                 "CANNOT_SET_ACL_FILE_ERR (status 100069)\n"));
+  answerWritten(aclOf(""), -1);
+  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("(status -1)"));
+}
+
+TEST_F(PrivilegesCommands, aclSetTakesGuidsAndNamesOfTheDirectory) {
+  constexpr const char* kGuid = "11111111-2222-4333-8444-555555555555";
+  daemon_.answer(R"({"status":0,"record":{"dsAttrTypeStandard:GeneratedUID":[")" +
+                 std::string(kGuid) + R"("]}})");
+  answerWritten(aclOf(ace(kGuid, "YES", 2, 0) + "," + ace(kGuid, "YES", 2, 0)));
+  daemon_.answer(R"({"status":0})");
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(
+      run({"acl", "set", "/srv/a", "allow", "user:no-such-zoe", "list", "allow", kGuid, "list"}), 0)
+      << error_;
+  EXPECT_EQ(body(1), aclBody(sentAce(kGuid, "YES", 2, 0) + "," + sentAce(kGuid, "YES", 2, 0)));
+}
+
+TEST_F(PrivilegesCommands, aclSetRefusesANameThatNobodyHasBeforeItWrites) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:no-such-zoe", "read"}), 1);
+  EXPECT_THAT(error_, HasSubstr("there is no user no-such-zoe"));
+  EXPECT_EQ(asked(), 1U);
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "root", "read"}), 2);
+  EXPECT_THAT(error_, HasSubstr("root is both a user and a group"));
+  EXPECT_EQ(asked(), 1U);
+}
+
+TEST_F(PrivilegesCommands, aclAddPutsTheNewEntriesLast) {
+  answerRead(aclOf(ace(kNobody, "YES", 2698, 48)));
+  answerWritten(aclOf(ace(kNobody, "YES", 2698, 48) + "," + ace(kNogroup, "NO", 2, 0)));
+  EXPECT_EQ(run({"acl", "add", "/srv/a", "deny", "group:nogroup", "list"}), 0) << error_;
+  EXPECT_EQ(
+      body(1),
+      aclBody(sentAce(kNobody, "YES", 2698, 48) +
+              R"(,{"allowPermission":"NO","bitmap":2,"flags":0,"groupID":65534,"isUser":1})"));
+  EXPECT_THAT(out_, HasSubstr("\n2   deny    group:nogroup  list"));
+}
+
+TEST_F(PrivilegesCommands, aclAddPutsThemWhereItIsTold) {
+  const std::string old = ace(kNobody, "YES", 2698, 48);
+  const std::string added = ace(kNogroup, "NO", 2, 0);
+  for (const std::vector<std::string>& place :
+       std::vector<std::vector<std::string>>{{"--first"}, {"--at", "1"}}) {
+    answerRead(aclOf(old));
+    answerWritten(aclOf(added + "," + old));
+    std::vector<std::string> words = {"acl", "add", "/srv/a", "deny group:nogroup list"};
+    words.insert(words.end(), place.begin(), place.end());
+    EXPECT_EQ(run(words), 0) << error_;
+  }
+  answerRead(aclOf(old));
+  EXPECT_EQ(run({"acl", "add", "--at", "3", "/srv/a", "deny group:nogroup list"}), 1);
+  EXPECT_THAT(error_, HasSubstr("there is no entry 3: the ACL has 1\n"));
+}
+
+TEST_F(PrivilegesCommands, aclAddAndRemoveDoNotLoseEntriesThatTheyCannotSendBack) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"acl", "add", "/srv/a", "allow", "user:nobody", "read"},
+           {"acl", "remove", "/srv/a", "1"}}) {
+    answerRead(aclOf(R"({"displayName":"x","guid":"x"})"));
+    const std::size_t before = asked();
+    EXPECT_EQ(run(words), 1);
+    EXPECT_THAT(error_, HasSubstr("entry 1 is of a kind that cannot be written back\n"));
+    EXPECT_EQ(asked(), before + 1);
+  }
+}
+
+TEST_F(PrivilegesCommands, aclAddDoesNotWriteOverAnAclThatCannotBeRead) {
+  answerRead(R"("aclErr":"INVALID_ACL_ERR")");
+  EXPECT_EQ(run({"acl", "add", "/srv/a", "allow", "user:nobody", "read"}), 1);
+  EXPECT_THAT(error_, HasSubstr("keelhouse acl set PATH ENTRY... replaces it"));
+  EXPECT_EQ(asked(), 1U);
+}
+
+TEST_F(PrivilegesCommands, aclRemoveTakesEntriesAwayByNumberAndByName) {
+  const std::string nobody = ace(kNobody, "YES", 2698, 0);
+  const std::string nogroup = ace(kNogroup, "NO", 2, 0);
+  answerRead(aclOf(nobody + "," + nogroup));
+  answerWritten(aclOf(nogroup));
+  EXPECT_EQ(run({"acl", "remove", "/srv/a", "1"}), 0) << error_;
+  EXPECT_EQ(body(1), aclBody(sentAce(kNogroup, "NO", 2, 0)));
+  answerRead(aclOf(nobody + "," + nogroup + "," + nobody));
+  answerWritten(aclOf(nogroup));
+  EXPECT_EQ(run({"acl", "remove", "/srv/a", "user:nobody"}), 0) << error_;
+  EXPECT_EQ(body(3), aclBody(sentAce(kNogroup, "NO", 2, 0)));
+  EXPECT_THAT(out_, HasSubstr("1   deny    group:nogroup  list"));
+}
+
+TEST_F(PrivilegesCommands, aclRemoveSaysWhatIsNotThere) {
+  answerRead(aclOf(ace(kNobody, "YES", 2, 0)));
+  EXPECT_EQ(run({"acl", "remove", "/srv/a", "2"}), 1);
+  EXPECT_THAT(error_,
+              HasSubstr("there is no entry 2: the ACL has 1\nSee them: keelhouse acl show"));
+  answerRead(aclOf(ace(kNobody, "YES", 2, 0)));
+  EXPECT_EQ(run({"acl", "remove", "/srv/a", "group:nogroup"}), 1);
+  EXPECT_THAT(error_, HasSubstr("no entry is about group:nogroup\n"));
+}
+
+TEST_F(PrivilegesCommands, aclRefusesBadWordsBeforeItAsks) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"acl"},
+           {"acl", "show"},
+           {"acl", "show", "/srv/a", "/srv/b"},
+           {"acl", "set"},
+           {"acl", "set", "/srv/a", "allow", "user:nobody"},
+           {"acl", "set", "/srv/a", "allow", "user:nobody", "reads"},
+           {"acl", "set", "/srv/a", "allow", "user:nobody", "read:only-inherit"},
+           {"acl", "set", "/srv/\xFF"},
+           {"acl", "add", "/srv/a"},
+           {"acl", "add", "/srv/a", "--at", "0", "allow", "user:nobody", "read"},
+           {"acl", "add", "/srv/a", "--at", "x", "allow", "user:nobody", "read"},
+           {"acl", "add", "/srv/a", "--at", "1", "--first", "allow", "user:nobody", "read"},
+           {"acl", "remove", "/srv/a"},
+           {"acl", "remove", "/srv/a", "0"},
+           {"acl", "remove", "/srv/a", "user:"}}) {
+    EXPECT_EQ(run(words), 2) << ::testing::PrintToString(words);
+    EXPECT_THAT(error_, StartsWith("keelhouse: "));
+    EXPECT_EQ(out_, "");
+  }
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(PrivilegesCommands, aclHelpShowsHowAnEntryIsWritten) {
+  EXPECT_EQ(run({"acl", "add", "--help"}), 0);
+  EXPECT_THAT(out_, HasSubstr("allow user:anna read,write:inherit"));
+}
+
+TEST_F(PrivilegesCommands, withoutADaemonAreExitStatusThree) {
+  const std::string socket = folder_.path("none.sock");
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"privs", "show", "/srv/a"},
+           {"privs", "set", "/srv/a", "--mode", "750"},
+           {"acl", "show", "/srv/a"},
+           {"acl", "set", "/srv/a", "allow", "user:nobody", "read"},
+           {"acl", "set", "/srv/a", "allow", "user:no-such-zoe", "read"}}) {
+    auto all = words;
+    all.insert(all.begin(), {"--socket", socket});
+    EXPECT_EQ(runAsIs(all), 3) << ::testing::PrintToString(words);
+  }
+}
+
+}  // namespace
+}  // namespace paddock::keelhouse

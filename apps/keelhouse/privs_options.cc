@@ -1,0 +1,42 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "keelhouse/options.h"
+#include "keelhouse/path_command.h"
+#include "keelhouse/privs_commands.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr PathOperand kPath{"PATH", "The folder or file; relative to the current folder"};
+
+struct PrivilegeOptions {
+  std::string path;
+  PrivilegeChanges changes;
+};
+
+void addSet(CLI::App& group, Action& action) {
+  auto* command = group.add_subcommand("set", "Change owner, group or mode");
+  const auto options = std::make_shared<PrivilegeOptions>();
+  command->add_option(kPath.name, options->path, kPath.description)->required();
+  command->add_option("--owner", options->changes.owner, "The owner, a user's name");
+  command->add_option("--group", options->changes.group, "The group, by its name");
+  command->add_option("--mode", options->changes.mode, "Three octal digits, such as 750");
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return setPrivileges(session, options->path, options->changes);
+    };
+  });
+}
+
+}  // namespace
+
+void addPrivilegeCommands(CLI::App& program, Action& action) {
+  auto* group = program.add_subcommand("privs", "Owner, group and mode");
+  group->require_subcommand(1);
+  addPathCommand(*group, action, kPath, "show", "Owner, group, mode and ACL", showPrivileges);
+  addSet(*group, action);
+}
+
+}  // namespace paddock::keelhouse
