@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "base/guid.h"
-#include "platform/computed_guid.h"
+#include "base/computed_guid.h"
 #include "platform/linux/nt_acl.h"
 
 namespace paddock::nt_acl {

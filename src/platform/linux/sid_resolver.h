@@ -1,7 +1,7 @@
 // Who a SID of another system is on this one.
 #pragma once
 
-#include "platform/computed_guid.h"
+#include "base/computed_guid.h"
 #include "platform/linux/nt_acl.h"
 
 namespace paddock {
