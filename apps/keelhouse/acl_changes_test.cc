@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "keelhouse/failure.h"
-#include "keelhouse/session_fixture.h"
+#include "support/keelhouse_session.h"
 
 namespace paddock::keelhouse {
 namespace {

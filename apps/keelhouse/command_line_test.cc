@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "keelhouse/command_fixture.h"
+#include "support/keelhouse_commands.h"
 
 namespace paddock::keelhouse {
 namespace {

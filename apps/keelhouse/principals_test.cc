@@ -5,7 +5,7 @@
 
 #include "keelhouse/failure.h"
 #include "keelhouse/host_accounts.h"
-#include "keelhouse/session_fixture.h"
+#include "support/keelhouse_session.h"
 
 namespace paddock::keelhouse {
 namespace {

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "keelhouse/command_fixture.h"
+#include "support/keelhouse_commands.h"
 
 namespace paddock::keelhouse {
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "keelhouse/acl_view.h"
-#include "keelhouse/session_fixture.h"
+#include "support/keelhouse_session.h"
 
 namespace paddock::keelhouse {
 namespace {

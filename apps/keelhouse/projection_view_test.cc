@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "keelhouse/session_fixture.h"
+#include "support/keelhouse_session.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

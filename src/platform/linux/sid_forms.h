@@ -4,8 +4,8 @@
 
 #include <optional>
 
-#include "base/guid.h"
 #include "base/computed_guid.h"
+#include "base/guid.h"
 #include "platform/linux/nt_acl.h"
 
 namespace paddock::nt_acl {
