@@ -1,5 +1,7 @@
 #include "platform/linux/nt_acl_bytes.h"
 
+#include "base/text.h"
+
 namespace paddock::nt_acl {
 
 namespace {
@@ -38,10 +40,10 @@ std::uint64_t Reader::authority() {
 
 void Reader::skipText() {
   const auto end = bytes_.find('\0', position_);
-  if (end == std::string_view::npos)
+  if (end == std::string_view::npos || !isValidUtf8(take(end - position_)))
     failed_ = true;
   else
-    take(end + 1 - position_);
+    take(1);
 }
 
 void Writer::littleEndian(std::uint64_t value, std::size_t count) {

@@ -29,7 +29,7 @@ class Reader {
   std::string_view take(std::size_t count);
   // Moves to the next multiple of 4 from the start. What the padding holds does not matter.
   void alignTo4() { take((4 - position_ % 4) % 4); }
-  // Moves behind the next zero byte.
+  // Moves behind the next zero byte. What stands before it must be UTF-8.
   void skipText();
 
  private:

@@ -106,6 +106,13 @@ TEST(NtAclInvalid, ADescriptionWithoutEnd) {
   EXPECT_EQ(decode(bytes), std::nullopt);
 }
 
+TEST(NtAclInvalid, ADescriptionThatIsNotUtf8) {
+  std::string bytes = samples::madeBySamba(4);
+  ASSERT_EQ(bytes[78], 'p');
+  bytes[78] = '\xF0';
+  EXPECT_EQ(decode(bytes), std::nullopt);
+}
+
 // The descriptor of a resource manager may use the reserved byte.
 TEST(NtAclInvalid, TheReservedByteCountsWhereTheControlWordSaysSo) {
   std::string bytes = withByte(9, 1);

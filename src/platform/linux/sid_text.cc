@@ -28,7 +28,7 @@ std::optional<std::uint64_t> parseAuthority(std::string_view text) {
   if (text.substr(0, kHexadecimal.size()) != kHexadecimal)
     return parseNumber<std::uint32_t>(text, 10);
   text.remove_prefix(kHexadecimal.size());
-  if (text.size() != kHexadecimalDigits) return std::nullopt;
+  if (text.size() > kHexadecimalDigits) return std::nullopt;
   return parseNumber<std::uint64_t>(text, 16);
 }
 

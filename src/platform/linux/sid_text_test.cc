@@ -24,6 +24,11 @@ TEST(SidText, ReadsWhatItWrites) {
     EXPECT_EQ(parseSid(sidText(sid)), sid) << sidText(sid);
 }
 
+TEST(SidText, ReadsAHexadecimalAuthorityWithoutLeadingZerosToo) {
+  EXPECT_EQ(parseSid("S-1-0x10000000016-1"), (Sid{0x10000000016, {1}}));
+  EXPECT_EQ(parseSid("S-1-0x5-1"), (Sid{5, {1}}));
+}
+
 TEST(SidText, RefusesEverythingElse) {
   for (const char* text : {"",
                            "S",
@@ -40,7 +45,9 @@ TEST(SidText, RefusesEverythingElse) {
                            "S-1-5--1",
                            "S-1-5-4294967296",
                            "S-1-4294967296-1",
-                           "S-1-0x5-1",
+                           "S-1-0x-1",
+                           "S-1-0x+5-1",
+                           "S-1-0X5-1",
                            "S-1-0x0000000000000-1",
                            "S-1-0x00000000000g-1",
                            "S-1-5-0x10",

@@ -1,7 +1,5 @@
 #include "platform/linux/winbind_sids.h"
 
-#include <wbclient.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -10,6 +8,10 @@
 #include "platform/linux/bounded_sid_resolver.h"
 #include "platform/linux/cached_sid_resolver.h"
 #include "platform/linux/linux_clock.h"
+
+extern "C" {  // the header does not say it itself
+#include <wbclient.h>
+}
 
 namespace paddock {
 
