@@ -3,8 +3,10 @@
 #include "paddock/host.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/accounting_quota_control.h"
+#include "platform/linux/file_acls.h"
 #include "platform/linux/kernel_quota_control.h"
 #include "platform/linux/linux_accounts.h"
+#include "platform/linux/linux_acl.h"
 #include "platform/linux/linux_browser_information.h"
 #include "platform/linux/linux_clock.h"
 #include "platform/linux/linux_directory.h"
@@ -15,6 +17,9 @@
 #include "platform/linux/linux_text_files.h"
 #include "platform/linux/linux_uuid_source.h"
 #include "platform/linux/linux_volume_info.h"
+#include "platform/linux/principal_sids.h"
+#include "platform/linux/user_groups.h"
+#include "platform/linux/winbind_sids.h"
 #include "platform/services.h"
 
 namespace paddock {
@@ -62,13 +67,27 @@ std::unique_ptr<QuotaControl> makeQuotaControl(VolumeInfo& volumes) {
   return std::make_unique<AccountingQuotaControl>(volumes, hostPath(kQuotaAccountingPath));
 }
 
+FileAclOptions aclOptions() {
+  FileAclOptions options;
+  const Dictionary* table = host().configuration().dictionary("acl");
+  if (table == nullptr) return options;
+  if (const std::string* attribute = table->string("attribute")) options.attribute = *attribute;
+  options.projection = table->boolean("projection").value_or(options.projection);
+  return options;
+}
+
 }  // namespace
 
 struct InstalledServices::Parts {
   LinuxDirectoryService directory{directoryOptions()};
   LinuxMembership membership{directory};
   LinuxAccounts accounts{directory};
-  LinuxFileAttributes fileAttributes{accounts};
+  PrincipalSids principalSids{membership, hostPath("/var/lib/paddock/foreign-sids.sqlite"),
+                              makeWinbindResolver()};
+  NssUserGroups userGroups;
+  FileAcls fileAcls{aclOptions(), principalSids, membership, userGroups};
+  LinuxAcl acl{fileAcls};
+  LinuxFileAttributes fileAttributes{accounts, fileAcls};
   LinuxVolumeInfo volumeInfo{volumeFamilies()};
   std::unique_ptr<QuotaControl> quotaControl = makeQuotaControl(volumeInfo);
   LinuxBrowserInformation browserInformation;
@@ -88,6 +107,7 @@ struct InstalledServices::Parts {
     all.directory = &directory;
     all.membership = &membership;
     all.accounts = &accounts;
+    all.acl = &acl;
     all.fileAttributes = &fileAttributes;
     all.volumeInfo = &volumeInfo;
     all.quotaControl = quotaControl.get();

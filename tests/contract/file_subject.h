@@ -1,15 +1,27 @@
 // Files and folders for the contracts of the services that read and change them.
 #pragma once
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "platform/acl.h"
 #include "platform/file_attributes.h"
+#include "platform/linux/case_fold.h"
+#include "platform/linux/linux_accounts.h"
+#include "platform/linux/linux_acl.h"
+#include "platform/linux/linux_file_attributes.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_acl.h"
+#include "platform/testing/in_memory_directory.h"
 #include "platform/testing/in_memory_file_attributes.h"
 #include "platform/testing/in_memory_file_tree.h"
+#include "support/file_acl_world.h"
+#include "support/temporary_folder.h"
 
 namespace paddock::contract {
 
@@ -72,12 +84,57 @@ class InMemoryFileSubject final : public FileSubject {
   InMemoryAcl acl_{tree_};
 };
 
+class LinuxFileSubject final : public FileSubject {
+ public:
+  std::string whyNot() const override {
+    if (::geteuid() != 0) return "giving files to other accounts needs root";
+    return whyNoLists(folder_.path());
+  }
+
+  FileAttributeService& attributes() override { return attributes_; }
+  acl::AclService& acl() override { return acl_; }
+
+  std::string path(const std::string& name) const override { return folder_.path(name); }
+  void makeFile(const std::string& path) override {
+    writeWholeFile(path, "");
+    require(::chmod(path.c_str(), 0644));
+  }
+  void makeFolder(const std::string& path) override {
+    require(::mkdir(path.c_str(), 0755));
+    require(::chmod(path.c_str(), 0755));
+  }
+  void makeFifo(const std::string& path) override { require(::mkfifo(path.c_str(), 0644)); }
+  void makeLink(const std::string& path, const std::string& target) override {
+    require(::symlink(target.c_str(), path.c_str()));
+  }
+  void giveToNobody(const std::string& path) override {
+    constexpr uid_t kNobodysId = 2111222333;
+    require(::chown(path.c_str(), kNobodysId, kNobodysId));
+  }
+  void spoilAcl(const std::string& path) override {
+    require(setAttribute(path, FileAclOptions{}.attribute, "spoilt"));
+  }
+
+ private:
+  static void require(int result) {
+    if (result != 0) throw std::system_error(errno, std::generic_category());
+  }
+
+  TestFolder folder_;
+  InMemoryDirectory directory_{caseFold};
+  LinuxAccounts accounts_{directory_};
+  FileAclWorld world_;
+  LinuxFileAttributes attributes_{accounts_, world_.acls};
+  LinuxAcl acl_{world_.acls};
+};
+
 struct FileKind {
   const char* name;
   std::unique_ptr<FileSubject> (*make)();
 };
 inline const FileKind kFileKinds[] = {
     {"InMemory", [] { return std::unique_ptr<FileSubject>(new InMemoryFileSubject); }},
+    {"Linux", [] { return std::unique_ptr<FileSubject>(new LinuxFileSubject); }},
 };
 
 }  // namespace paddock::contract

@@ -89,6 +89,15 @@ int findIds(Accounts& accounts, const FileAttributeChanges& changes, Ids& ids) {
   return 0;
 }
 
+int changeObject(int object, const Ids& ids, const std::optional<std::uint32_t>& mode) {
+  if (ids.owner != kUnchanged || ids.group != kUnchanged) {
+    const int error =
+        errnoOf([&] { return ::fchownat(object, "", ids.owner, ids.group, AT_EMPTY_PATH); });
+    if (error != 0) return error;
+  }
+  return mode ? writeMode(linuxExtendedAttributes(), object, *mode) : 0;
+}
+
 }  // namespace
 
 int LinuxFileAttributes::read(const std::string& path, FileAttributes& attributes) {
@@ -104,13 +113,11 @@ int LinuxFileAttributes::apply(const std::string& path, const FileAttributeChang
   if (const int error = findIds(accounts_, changes, ids); error != 0) return error;
   FileDescriptor object;
   if (const int error = openObject(path, object); error != 0) return error;
-  if (changes.ownerName || changes.groupName) {
-    const int error =
-        errnoOf([&] { return ::fchownat(object.get(), "", ids.owner, ids.group, AT_EMPTY_PATH); });
-    if (error != 0) return error;
-  }
-  if (!changes.permissions) return 0;
-  return writeMode(linuxExtendedAttributes(), object.get(), *changes.permissions);
+  if (!changes.ownerName && !changes.groupName && !changes.permissions) return 0;
+  const int error = changeObject(object.get(), ids, changes.permissions);
+  // Also after a failure: what was changed before it stays.
+  const int refreshed = acls_.refresh(object.get());
+  return error != 0 ? error : refreshed;
 }
 
 bool LinuxFileAttributes::exists(const std::string& path) {

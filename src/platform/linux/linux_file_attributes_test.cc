@@ -16,6 +16,7 @@
 #include "platform/linux/linux_accounts.h"
 #include "platform/linux/posix_acl.h"
 #include "platform/testing/in_memory_directory.h"
+#include "support/file_acl_world.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
 
@@ -79,7 +80,8 @@ class LinuxFileAttributesTest : public ::testing::Test {
   const std::string file_ = folder_.path("file");
   InMemoryDirectory directory_{caseFold};
   LinuxAccounts accounts_{directory_};
-  LinuxFileAttributes service_{accounts_};
+  FileAclWorld world_;
+  LinuxFileAttributes service_{accounts_, world_.acls};
 };
 
 TEST_F(LinuxFileAttributesTest, OwnerGroupModeAndTypeAreRead) {
@@ -107,7 +109,7 @@ TEST_F(LinuxFileAttributesTest, NamesThatCannotBeFoundOutAreAnErrorWithoutAttrib
   ASSERT_EQ(::chown(file_.c_str(), kUnnamedId, 0), 0);
   DeadDirectory dead;
   LinuxAccounts accounts(dead);
-  LinuxFileAttributes service(accounts);
+  LinuxFileAttributes service(accounts, world_.acls);
   FileAttributes attributes;
   attributes.type = "before";
   EXPECT_EQ(service.read(file_, attributes), EIO);

@@ -33,7 +33,8 @@ inline constexpr std::uint8_t kInherited = 0x10;
 inline constexpr std::uint16_t kControlWritten = 0x8404;
 inline constexpr std::uint16_t kControlListPresent = 0x0004;
 
-inline constexpr std::size_t kMaximumEntries = 1000;
+// An extended ACL has at most 1,000 entries; a marker and a tail (mode_tail.h) add up to 10.
+inline constexpr std::size_t kMaximumEntries = 1010;
 
 struct Ace {
   std::uint8_t type = kAllowed;
@@ -60,11 +61,12 @@ struct Descriptor {
 // Reads a value of version 1 to 4. A system list is checked and left out. Absent when the value
 // does not decode: cut short, bytes behind the end or between the parts, parts that overlap, an
 // unknown version, a revision that is not known, lengths or offsets that lead outside, a list that
-// the control word denies, more than 1,000 entries, a list longer or shorter than its header says.
+// the control word denies, more than kMaximumEntries, a list longer or shorter than its header
+// says.
 std::optional<Descriptor> decode(std::string_view value);
 
 // The value of version 1, which decodes to the same descriptor. Absent when the format cannot hold
-// it: more than 1,000 entries, a list of more than 65,535 bytes, a SID of more than 15
+// it: more than kMaximumEntries, a list of more than 65,535 bytes, a SID of more than 15
 // sub-authorities or an authority of more than 48 bits, a list without kControlListPresent, an
 // entry whose fields are not those of its `foreign` bytes.
 std::optional<std::string> encode(const Descriptor& descriptor);

@@ -147,19 +147,19 @@ Descriptor ofEntries(std::size_t count, std::size_t subAuthorities) {
 }
 
 TEST(NtAclLimits, AThousandEntriesAreValid) {
-  const Descriptor descriptor = ofEntries(1000, 5);
+  const Descriptor descriptor = ofEntries(kMaximumEntries, 5);
   const auto value = encode(descriptor);
   ASSERT_TRUE(value);
   EXPECT_EQ(decode(*value), descriptor);
 }
 
 TEST(NtAclLimits, AThousandAndOneAreNeitherWrittenNorRead) {
-  EXPECT_EQ(encode(ofEntries(1001, 1)), std::nullopt);
-  std::string bytes = encode(ofEntries(1000, 1)).value();
-  const std::size_t size = 8 + 1001 * 20;
+  EXPECT_EQ(encode(ofEntries(kMaximumEntries + 1, 1)), std::nullopt);
+  std::string bytes = encode(ofEntries(kMaximumEntries, 1)).value();
+  const std::size_t size = 8 + (kMaximumEntries + 1) * 20;
   bytes[62] = static_cast<char>(size & 0xFFU);
   bytes[63] = static_cast<char>(size >> 8U);
-  bytes[64] = static_cast<char>(1001 & 0xFF);
+  bytes[64] = static_cast<char>((kMaximumEntries + 1) & 0xFF);
   bytes += bytes.substr(bytes.size() - 20);
   EXPECT_EQ(decode(bytes), std::nullopt);
 }

@@ -20,7 +20,7 @@ class Maker {
     if (below(8) == 0) return made;
     made.control |= kControlListPresent;
     made.list.emplace();
-    const std::size_t count = below(16) == 0 ? below(1001) : below(12);
+    const std::size_t count = below(16) == 0 ? below(kMaximumEntries + 1) : below(12);
     for (std::size_t at = 0; at < count; ++at) made.list->push_back(ace());
     return made;
   }

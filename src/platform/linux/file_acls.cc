@@ -1,0 +1,154 @@
+#include "platform/linux/file_acls.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/file_mode.h"
+#include "platform/linux/posix_acl.h"
+#include "platform/linux/sid_forms.h"
+#include "platform/linux/stored_entries.h"
+#include "platform/linux/xattr_changes.h"
+
+namespace paddock {
+
+using nt_acl::Descriptor;
+using nt_acl::OpenObject;
+using nt_acl::SplitList;
+using nt_acl::StoredAcl;
+
+namespace {
+
+bool isWellFormed(const acl::List& list) {
+  return !list.undecodable && list.entries.size() <= acl::kMaximumEntries &&
+         std::all_of(list.entries.begin(), list.entries.end(), [](const auto& entry) {
+           return entry->tag != acl::kUndefinedTag && entry->qualifier.has_value();
+         });
+}
+
+void setOwners(Descriptor& descriptor, const OpenObject& object) {
+  descriptor.owner = nt_acl::unixSid({PrincipalType::user, object.status.st_uid});
+  descriptor.group = nt_acl::unixSid({PrincipalType::group, object.status.st_gid});
+}
+
+// The value with the list and, unless it is complete, its tail.
+std::optional<std::string> valueOf(const OpenObject& object, const SplitList& list,
+                                   const posix_acl::Classes& classes) {
+  Descriptor descriptor;
+  setOwners(descriptor, object);
+  descriptor.list = list.complete
+                        ? list.entries
+                        : withTail(list.entries, {object.status.st_uid, object.status.st_gid,
+                                                  classes, object.isFolder()});
+  return nt_acl::encode(descriptor);
+}
+
+int readClasses(const ExtendedAttributes& attributes, const OpenObject& object,
+                posix_acl::Classes& classes) {
+  mode_t mode = 0;
+  const int error = readMode(attributes, object.number, object.status.st_mode, mode);
+  classes = posix_acl::classesOf(mode);
+  return error;
+}
+
+bool completenessOf(const acl::List& list, const StoredAcl& replaced) {
+  return list.complete.value_or(replaced.list && replaced.list->complete);
+}
+
+}  // namespace
+
+FileAcls::FileAcls(FileAclOptions options, PrincipalSids& sids, Membership& membership,
+                   UserGroups& groups, const ExtendedAttributes& attributes)
+    : options_(std::move(options)),
+      sids_(sids),
+      attributes_(attributes),
+      projector_(sids, membership, groups, attributes) {}
+
+int FileAcls::readFrom(int number, std::unique_ptr<acl::List>& list) const {
+  list.reset();
+  OpenObject object;
+  if (const int error = lookAt(number, object); error != 0) return error;
+  if (object.isLink()) return ENOENT;
+  StoredAcl stored;
+  const int error = readStoredAcl(attributes_, options_.attribute, object, stored);
+  if (error == EOPNOTSUPP) return ENOENT;
+  if (error != 0) return error;
+  if (!stored.list && !stored.isUndecodable()) return ENOENT;
+  auto found = std::make_unique<acl::List>();
+  found->undecodable = stored.isUndecodable();
+  if (stored.list) {
+    found->complete = stored.list->complete;
+    const int failed = readEntries(sids_, stored.list->entries, *found);
+    if (failed != 0) return failed;
+  }
+  list = std::move(found);
+  return 0;
+}
+
+int FileAcls::writeTo(int number, const acl::List& list) const {
+  if (!isWellFormed(list)) return EINVAL;
+  OpenObject object;
+  if (const int error = lookAt(number, object); error != 0) return error;
+  if (object.isLink()) return EOPNOTSUPP;
+  StoredAcl stored;
+  int error = readStoredAcl(attributes_, options_.attribute, object, stored);
+  if (error != 0) return error;
+  SplitList written;
+  written.complete = completenessOf(list, stored);
+  if (list.entries.empty() && !list.complete.value_or(false)) return clear(object, stored);
+  const std::vector<nt_acl::Ace> none;
+  error = writeEntries(sids_, list, stored.list ? stored.list->entries : none, written.entries);
+  return error != 0 ? error : store(object, stored, written);
+}
+
+int FileAcls::refresh(int number) const {
+  OpenObject object;
+  if (const int error = lookAt(number, object); error != 0) return error;
+  if (object.isLink()) return 0;
+  StoredAcl stored;
+  const int error = readStoredAcl(attributes_, options_.attribute, object, stored);
+  if (error == EOPNOTSUPP) return 0;
+  if (error != 0) return error;
+  if (stored.list) return store(object, stored, *stored.list);
+  return stored.descriptor ? storeOwners(object, stored) : 0;
+}
+
+int FileAcls::store(const OpenObject& object, const StoredAcl& stored,
+                    const SplitList& list) const {
+  posix_acl::Classes classes;
+  if (const int error = readClasses(attributes_, object, classes); error != 0) return error;
+  auto value = valueOf(object, list, classes);
+  if (!value) return E2BIG;
+  std::vector<XattrChange> changes{{options_.attribute, stored.value, std::move(value)}};
+  if (options_.projection) {
+    const int error = projector_.project(object, list, classes, changes);
+    if (error != 0) return error;
+  }
+  return applyChanges(attributes_, object.number, changes);
+}
+
+int FileAcls::clear(const OpenObject& object, const StoredAcl& stored) const {
+  // A POSIX ACL that stands without a list is no projection.
+  if (!stored.value) return 0;
+  posix_acl::Classes classes;
+  if (const int error = readClasses(attributes_, object, classes); error != 0) return error;
+  std::vector<XattrChange> changes{{options_.attribute, stored.value, std::nullopt}};
+  if (options_.projection) {
+    const int error = projector_.clear(object, classes, changes);
+    if (error != 0) return error;
+  }
+  return applyChanges(attributes_, object.number, changes);
+}
+
+// A descriptor without a list.
+int FileAcls::storeOwners(const OpenObject& object, const StoredAcl& stored) const {
+  Descriptor descriptor = *stored.descriptor;
+  setOwners(descriptor, object);
+  const auto value = nt_acl::encode(descriptor);
+  if (!value) return E2BIG;
+  return applyChanges(attributes_, object.number, {{options_.attribute, stored.value, value}});
+}
+
+}  // namespace paddock

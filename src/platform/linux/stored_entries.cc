@@ -1,0 +1,138 @@
+#include "platform/linux/stored_entries.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+#include "platform/linux/access_mask.h"
+#include "platform/linux/ace_entry.h"
+#include "platform/linux/sid_forms.h"
+
+namespace paddock::nt_acl {
+
+namespace {
+
+int readEntry(PrincipalSids& sids, const Ace& ace, std::unique_ptr<acl::Entry>& entry) {
+  Guid qualifier;
+  if (!ace.foreign.empty()) {
+    qualifier = foreignAceGuid(ace);
+  } else if (const int error = sids.guidFor(ace.sid, qualifier); error != 0) {
+    return error;
+  }
+  entry = entryOf(ace, qualifier);
+  return 0;
+}
+
+// Whether an entry that says the same would be stored as other bytes.
+bool isPeculiar(const Ace& ace) {
+  if (!ace.foreign.empty() || (!unixPrincipal(ace.sid) && !sidGuid(ace.sid))) return true;
+  std::uint32_t mask = maskOf(permissionsOf(ace.mask));
+  if (ace.type == kAllowed) mask |= kSynchronizeMask;
+  return mask != ace.mask || aceFlagsOf(flagsOf(ace.flags)) != ace.flags;
+}
+
+bool saysTheSame(const acl::Entry& one, const acl::Entry& other) {
+  return one.qualifier == other.qualifier && one.permset.permissions == other.permset.permissions &&
+         one.flagset.flags == other.flagset.flags &&
+         // Nobody but the entry itself has the qualifier of a foreign one, and who writes back what
+         // he has read may know only allow and deny.
+         (one.tag == other.tag || one.tag == acl::kForeignTag);
+}
+
+// The entries of the replaced list that would not come out the same if they were made afresh, each
+// for one entry of the new list.
+class Keepsakes {
+ public:
+  int collect(PrincipalSids& sids, const std::vector<Ace>& replaced) {
+    for (const Ace& ace : replaced) {
+      if (!isPeculiar(ace)) continue;
+      std::unique_ptr<acl::Entry> entry;
+      if (const int error = readEntry(sids, ace, entry); error != 0) return error;
+      entries_.push_back(std::move(entry));
+    }
+    return 0;
+  }
+
+  std::unique_ptr<acl::Entry> take(const acl::Entry& wanted) {
+    const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                    [&](const auto& entry) { return saysTheSame(*entry, wanted); });
+    if (found == entries_.end()) return nullptr;
+    auto taken = std::move(*found);
+    entries_.erase(found);
+    return taken;
+  }
+
+ private:
+  std::vector<std::unique_ptr<acl::Entry>> entries_;
+};
+
+// A SID of a GUID that nobody had may be somebody's by now, and is looked up again.
+bool isLasting(const Sid& sid) { return !sidGuid(sid); }
+
+int sidOf(PrincipalSids& sids, const acl::Entry& entry, Sid& sid) {
+  const Sid* original = originalSid(entry);
+  if (original != nullptr && isLasting(*original)) {
+    sid = *original;
+    return 0;
+  }
+  const int error = sids.sidFor(*entry.qualifier, sid);
+  // To the callers ENOENT is an object that is not there.
+  return error == ENOENT ? EINVAL : error;
+}
+
+// The entry as it stands on disk already; null when it does not.
+const Ace* storedAce(const acl::Entry& entry, const acl::Entry* kept) {
+  if (const Ace* ace = unchangedAce(entry)) return ace;
+  return kept != nullptr ? unchangedAce(*kept) : nullptr;
+}
+
+int writeEntry(PrincipalSids& sids, const acl::Entry& entry, Keepsakes& keepsakes, Ace& ace) {
+  if (!canBeStored(entry)) return EINVAL;
+  const auto kept = entry.origin == nullptr ? keepsakes.take(entry) : nullptr;
+  const Ace* stored = storedAce(entry, kept.get());
+  if (stored != nullptr && (isLasting(stored->sid) || !stored->foreign.empty())) {
+    ace = *stored;
+    return 0;
+  }
+  if (entry.tag == acl::kForeignTag) {
+    ace = changedAce(entry, {});
+    return 0;
+  }
+  Sid sid;
+  if (const int error = sidOf(sids, entry, sid); error != 0) return error;
+  ace = stored != nullptr ? *stored : changedAce(entry, sid);
+  ace.sid = std::move(sid);
+  return 0;
+}
+
+}  // namespace
+
+int readEntries(PrincipalSids& sids, const std::vector<Ace>& aces, acl::List& list) {
+  list.entries.reserve(list.entries.size() + aces.size());
+  for (const Ace& ace : aces) {
+    std::unique_ptr<acl::Entry> entry;
+    if (const int error = readEntry(sids, ace, entry); error != 0) return error;
+    list.entries.push_back(std::move(entry));
+  }
+  return 0;
+}
+
+int writeEntries(PrincipalSids& sids, const acl::List& list, const std::vector<Ace>& replaced,
+                 std::vector<Ace>& aces) {
+  const bool hasNewOnes = std::any_of(list.entries.begin(), list.entries.end(),
+                                      [](const auto& entry) { return entry->origin == nullptr; });
+  Keepsakes keepsakes;
+  if (hasNewOnes) {
+    if (const int error = keepsakes.collect(sids, replaced); error != 0) return error;
+  }
+  aces.reserve(list.entries.size());
+  for (const auto& entry : list.entries) {
+    aces.emplace_back();
+    if (const int error = writeEntry(sids, *entry, keepsakes, aces.back()); error != 0)
+      return error;
+  }
+  return 0;
+}
+
+}  // namespace paddock::nt_acl
