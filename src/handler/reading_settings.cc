@@ -1,13 +1,13 @@
 // The operations that read the settings.
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
+#include "privileges/file_privs.h"
 #include "store/share_point_reading.h"
 
 namespace paddock {
 
 namespace {
 
-constexpr const char* kFileAccessPrivsKey = "fileAccessPrivs";
 constexpr const char* kVolumeQuotasKey = "volumeQuotas";
 constexpr const char* kErrorKey = "error";
 
@@ -18,13 +18,30 @@ Dictionary sharePointForm(const SharePointRecord* record) {
   return form;
 }
 
-Status readFolder(const std::string& path, Dictionary& settings) {
-  settings.set(kFileAccessPrivsKey, Dictionary());
+Status readPrivileges(const std::string& path, Dictionary& settings) {
+  Dictionary privileges;
+  const Status status = read_file_privs(path, privileges);
+  settings.set(kFileAccessPrivsKey, std::move(privileges));
+  return status;
+}
+
+Status readSharePoint(const std::string& path, Dictionary& settings) {
   std::unique_ptr<SharePointRecord> record;
   const Status status = get_share_point(path, record);
   settings.set(kSharePointRecordKey, sharePointForm(record.get()));
-  if (status != kSuccess) settings.set(kVolumeQuotasKey, Dictionary());
+  return status;
+}
+
+// The first step that fails ends the chain; the steps behind it have empty dictionaries.
+Status readFolder(const std::string& path, Dictionary& settings) {
   settings.set(kPathKey, path);
+  Status status = readPrivileges(path, settings);
+  if (status == kSuccess) {
+    status = readSharePoint(path, settings);
+  } else {
+    settings.set(kSharePointRecordKey, Dictionary());
+  }
+  if (status != kSuccess) settings.set(kVolumeQuotasKey, Dictionary());
   return status;
 }
 

@@ -34,7 +34,7 @@ TEST_F(FolderReadingTest, ASharedFolderIsItsSharePointWithIsSharedTrue) {
   EXPECT_EQ(readFolder("/srv/a"),
             (Dictionary{
                 {"readStatus", 0},
-                {"configuration", Dictionary{{"fileAccessPrivs", Dictionary{}},
+                {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                              {"sharePointRecord", Dictionary{{"path", "/srv/a"},
                                                                              {"name", "a"},
                                                                              {"nameOverSMB", "smb"},
@@ -47,7 +47,7 @@ TEST_F(FolderReadingTest, AFolderThatIsNotSharedSaysOnlyThat) {
   EXPECT_EQ(readFolder("/srv/a"),
             (Dictionary{
                 {"readStatus", 0},
-                {"configuration", Dictionary{{"fileAccessPrivs", Dictionary{}},
+                {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                              {"sharePointRecord", Dictionary{{"isShared", false}}},
                                              {"path", "/srv/a"}}}}));
 }
@@ -85,7 +85,7 @@ TEST_F(FolderReadingTest, AFailedLookupIsItsStatusWithTheLaterStepsEmpty) {
   EXPECT_EQ(readFolder("/srv/a"),
             (Dictionary{
                 {"readStatus", CANNOT_RETRIEVE_SHARE_POINTS_ERR},
-                {"configuration", Dictionary{{"fileAccessPrivs", Dictionary{}},
+                {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                              {"sharePointRecord", Dictionary{{"isShared", false}}},
                                              {"volumeQuotas", Dictionary{}},
                                              {"path", "/srv/a"}}}}));

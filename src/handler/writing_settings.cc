@@ -1,6 +1,9 @@
 // The operation that writes the settings and reads them back.
+#include <initializer_list>
+
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
+#include "privileges/file_privs.h"
 #include "store/share_point_writing.h"
 
 namespace paddock {
@@ -61,6 +64,18 @@ std::vector<SharePointRecord> listedSharePoints(const Dictionary& configuration)
   return sharePoints;
 }
 
+Status writePrivileges(const std::string& path, const Dictionary& configuration) {
+  const Dictionary* privileges = configuration.dictionary(kFileAccessPrivsKey);
+  return privileges != nullptr ? write_file_privs(path, *privileges) : kSuccess;
+}
+
+Status firstFailure(std::initializer_list<Status> statuses) {
+  for (const Status status : statuses) {
+    if (status != kSuccess) return status;
+  }
+  return kSuccess;
+}
+
 Dictionary readBackRequest(const std::string* path) {
   if (path == nullptr) return {};
   return {{kOptionalArgumentsKey, Dictionary{{kPathKey, *path}}}};
@@ -90,9 +105,12 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
   Status writeStatus = kSuccess;
   {
     const std::lock_guard lock(*gSettingsDictLock);
+    // Each step runs whatever became of the one before.
+    const Status privStatus = path != nullptr ? writePrivileges(*path, configuration) : kSuccess;
     std::vector<SharePointRecord> sharePoints =
         path != nullptr ? folderSharePoint(*path, configuration) : listedSharePoints(configuration);
-    writeStatus = write_sharepoints(sharePoints, context(), credentials, *this);
+    const Status spStatus = write_sharepoints(sharePoints, context(), credentials, *this);
+    writeStatus = firstFailure({privStatus, spStatus});
   }
   // The lock is free here, since reading takes it again.
   return replyFor(writeStatus, readSettingsWithRequest(readBackRequest(path)));

@@ -41,7 +41,7 @@ TEST_F(FolderWritingTest, SharesAFolderAndReadsItBack) {
       (Dictionary{
           {"writeStatus", 0},
           {"readStatus", 0},
-          {"configuration", Dictionary{{"fileAccessPrivs", Dictionary{}},
+          {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                        {"sharePointRecord", Dictionary{{"path", "/srv/a"},
                                                                        {"name", "a"},
                                                                        {"mountedOnPath", "/"},
@@ -51,6 +51,7 @@ TEST_F(FolderWritingTest, SharesAFolderAndReadsItBack) {
 }
 
 TEST_F(FolderWritingTest, WhatWasReadCanBeSentBackChanged) {
+  tree.setFolder("/srv/a");
   addSharePoint("a", "/srv/a", {{kSmbName, "smb"}, {"dsAttrTypeNative:vsp_shared", "1"}});
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   const Dictionary read = handler.performOperation(
@@ -175,7 +176,7 @@ TEST_F(FolderWritingTest, AReadBackThatFailsShowsOnlyInTheConfiguration) {
   EXPECT_EQ(reply, (Dictionary{{"writeStatus", 0},
                                {"readStatus", 0},
                                {"configuration",
-                                Dictionary{{"fileAccessPrivs", Dictionary{}},
+                                Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                            {"sharePointRecord", Dictionary{{"isShared", false}}},
                                            {"volumeQuotas", Dictionary{}},
                                            {"path", "/srv/a"}}}}));

@@ -30,6 +30,11 @@ class HandlerFixture : public ModuleFixture {
   }
   static void expectLockFree() { EXPECT_TRUE(lockIsFree()); }
 
+  // The privileges of a path at which nothing is.
+  static Dictionary missingPrivs(const std::string& path) {
+    return {{"posixErr", "FILE_NOT_FOUND_ERR"}, {"acl", Array{}}, {"path", path}};
+  }
+
   SharingRequestHandler handler;
 };
 

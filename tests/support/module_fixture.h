@@ -113,7 +113,10 @@ struct ModuleDoubles {
 class ModuleFixture : public ::testing::Test {
  protected:
   ModuleFixture() { resetSharedExportsParserForTesting(); }
-  ~ModuleFixture() override { resetSharedExportsParserForTesting(); }
+  ~ModuleFixture() override {
+    EXPECT_EQ(acl.unreleased(), 0U);
+    resetSharedExportsParserForTesting();
+  }
 
  private:
   ModuleDoubles doubles_;
@@ -128,6 +131,10 @@ class ModuleFixture : public ::testing::Test {
   InMemorySharedFileLists& sharedFiles = doubles_.sharedFiles;
   InMemoryTextFiles& files = doubles_.files;
   RecordingProgramRunner& programs = doubles_.programs;
+  InMemoryMembership& membership = doubles_.membership;
+  InMemoryAccounts& accounts = doubles_.accounts;
+  InMemoryFileTree& tree = doubles_.tree;
+  InMemoryAcl& acl = doubles_.acl;
 
   void addRecord(const std::string& type, const std::string& name,
                  const Dictionary& attributes = {}) {

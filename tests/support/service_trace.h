@@ -7,6 +7,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -17,9 +18,11 @@
 #include <vector>
 
 #include "platform/directory.h"
+#include "platform/file_attributes.h"
 #include "platform/plugin_commands.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
+#include "platform/testing/forwarding_acl.h"
 #include "platform/text_file.h"
 #include "platform/uuid_source.h"
 #include "platform/volume_info.h"
@@ -425,6 +428,57 @@ class TracedUuidSource : public UuidSource {
   ServiceTrace& trace_;
 };
 
+// Operations: readAttributes, applyAttributes, fileExists; a number makes the last say no.
+class TracedFileAttributes : public FileAttributeService {
+ public:
+  TracedFileAttributes(FileAttributeService& attributes, ServiceTrace& trace)
+      : attributes_(attributes), trace_(trace) {}
+
+  int read(const std::string& path, FileAttributes& attributes) override {
+    attributes = {};
+    const int number = trace_.before("readAttributes", path);
+    return number != 0 ? number : attributes_.read(path, attributes);
+  }
+  int apply(const std::string& path, const FileAttributeChanges& changes) override {
+    const int number = trace_.before("applyAttributes", path);
+    return number != 0 ? number : attributes_.apply(path, changes);
+  }
+  bool exists(const std::string& path) override {
+    return trace_.before("fileExists", path) == 0 && attributes_.exists(path);
+  }
+
+ private:
+  FileAttributeService& attributes_;
+  ServiceTrace& trace_;
+};
+
+// Operations: acl_get_file, acl_set_file, acl_valid; a number is the errno. Lists in memory are not
+// traced.
+class TracedAcl : public ForwardingAcl {
+ public:
+  TracedAcl(acl::AclService& service, ServiceTrace& trace)
+      : ForwardingAcl(service), trace_(trace) {}
+
+  acl::List* acl_get_file(const std::string& path, int type) override {
+    return fails("acl_get_file", path) ? nullptr : ForwardingAcl::acl_get_file(path, type);
+  }
+  int acl_set_file(const std::string& path, int type, acl::List* list) override {
+    return fails("acl_set_file", path) ? -1 : ForwardingAcl::acl_set_file(path, type, list);
+  }
+  int acl_valid(acl::List* list) override {
+    return fails("acl_valid", "") ? -1 : ForwardingAcl::acl_valid(list);
+  }
+
+ private:
+  bool fails(const std::string& operation, const std::string& path) {
+    const int number = trace_.before(operation, path);
+    if (number != 0) errno = number;
+    return number != 0;
+  }
+
+  ServiceTrace& trace_;
+};
+
 // Every service of `wrapped` that the trace knows, traced; the others as they are.
 class TracedServices {
  public:
@@ -435,6 +489,8 @@ class TracedServices {
         sharedFiles_(*wrapped.sharedFileLists, trace),
         plugins_(*wrapped.pluginCommands, trace),
         uuids_(*wrapped.uuidSource, trace),
+        fileAttributes_(*wrapped.fileAttributes, trace),
+        acl_(*wrapped.acl, trace),
         services_(wrapped) {
     services_.directory = &directory_;
     services_.textFiles = &files_;
@@ -442,6 +498,8 @@ class TracedServices {
     services_.sharedFileLists = &sharedFiles_;
     services_.pluginCommands = &plugins_;
     services_.uuidSource = &uuids_;
+    services_.fileAttributes = &fileAttributes_;
+    services_.acl = &acl_;
   }
   TracedServices(const TracedServices&) = delete;
   TracedServices& operator=(const TracedServices&) = delete;
@@ -455,6 +513,8 @@ class TracedServices {
   TracedSharedFileLists sharedFiles_;
   TracedPluginCommands plugins_;
   TracedUuidSource uuids_;
+  TracedFileAttributes fileAttributes_;
+  TracedAcl acl_;
   Services services_;
 };
 
