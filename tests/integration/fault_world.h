@@ -41,8 +41,46 @@ struct Scenario {
   std::string mayGoBy = {};
 };
 
+// The folder that the request selects; empty for the whole server.
+inline std::string folderOf(const Scenario& scenario) {
+  const Dictionary* arguments = scenario.request.dictionary("optionalArguments");
+  return arguments != nullptr ? *arguments->string("path") : "";
+}
+
 inline void PrintTo(const FaultMode& mode, std::ostream* out) { *out << mode.name; }
 inline void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
+// The privileges of a folder as it keeps them.
+struct FolderPrivileges {
+  struct Entry {
+    int tag = acl::kUndefinedTag;
+    std::optional<Guid> qualifier;
+    acl::Permission permissions = 0;
+    acl::Flag flags = 0;
+    friend bool operator==(const Entry&, const Entry&) = default;
+  };
+  std::optional<std::string> owner;
+  std::optional<std::string> group;
+  std::optional<std::uint32_t> mode;
+  std::optional<std::vector<Entry>> acl;  // absent: none
+  bool invalidAcl = false;
+  friend bool operator==(const FolderPrivileges&, const FolderPrivileges&) = default;
+};
+
+inline FolderPrivileges privilegesOf(ModuleDoubles& doubles, const std::string& path) {
+  const FileAttributes attributes = doubles.tree.attributes(path);
+  FolderPrivileges privileges{attributes.ownerName, attributes.groupName, attributes.permissions,
+                              std::nullopt, false};
+  const StoredAcl* stored = doubles.tree.acl(path);
+  if (stored == nullptr) return privileges;
+  privileges.acl.emplace();
+  privileges.invalidAcl = stored->undecodable;
+  for (const acl::Entry& entry : stored->entries) {
+    privileges.acl->push_back(
+        {entry.tag, entry.qualifier, entry.permset.permissions, entry.flagset.flags});
+  }
+  return privileges;
+}
 
 // What is left of the outside world after a request.
 struct Snapshot {
@@ -50,10 +88,12 @@ struct Snapshot {
   std::vector<std::string> creationOrder;         // the share points' paths
   std::set<std::string> mounts;
   std::string exports;
+  FolderPrivileges privileges;  // of the request's folder
 };
 
-inline Snapshot snapshotOf(ModuleDoubles& doubles) {
+inline Snapshot snapshotOf(ModuleDoubles& doubles, const Scenario& scenario) {
   Snapshot snapshot;
+  snapshot.privileges = privilegesOf(doubles, folderOf(scenario));
   for (const auto& record : doubles.records(schema::kSharePoints)) {
     const Array* paths = record.attributes.array(schema::kDirectoryPath);
     const std::string path = paths != nullptr ? *paths->front().string() : "(none)";
@@ -101,20 +141,28 @@ class FaultWorld {
     } catch (const std::exception& error) {
       ADD_FAILURE() << "left the operation: " << error.what();
     }
-    outcome.effects = trace.sequence({"newRecord", "removeRecord", "setAttribute",
-                                      "removeAttribute", "setAttributesAndValues", "insertLast",
-                                      "removeItem", "replace", "doCommand"});
-    outcome.left = snapshotOf(doubles);
+    outcome.effects = trace.sequence(
+        {"newRecord", "removeRecord", "setAttribute", "removeAttribute", "setAttributesAndValues",
+         "insertLast", "removeItem", "replace", "doCommand", "applyAttributes", "acl_set_file"});
+    outcome.left = snapshotOf(doubles, scenario_);
     return outcome;
   }
 
-  std::vector<std::string> errorLines() const {
+  // The error lines that begin with the text.
+  std::vector<std::string> errorLines(const std::string& beginning) const {
     std::vector<std::string> texts;
     for (const auto& line : doubles.logger.lines()) {
-      if (line.priority == kLogError) texts.push_back(line.text);
+      const bool wanted = line.text.rfind(beginning, 0) == 0;
+      if (line.priority == kLogError && wanted) texts.push_back(line.text);
     }
     return texts;
   }
+  // Those of an exception that ended the writing of the share points.
+  std::vector<std::string> exceptionLines() const {
+    return errorLines("paddock_sharing write_sharepoints exception: ");
+  }
+  // Those of reading and writing privileges.
+  std::vector<std::string> privilegeLines() const { return errorLines("paddock_sharing:"); }
 
   ModuleDoubles doubles;
 
