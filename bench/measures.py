@@ -16,6 +16,8 @@ GROWTH_TARGET = 2  # how much dearer a share point is among ten times as many; w
 # by walking the others, it would be 10
 EXPORTS_TARGET = 1 / 5
 CHANGE_TARGET = 1
+NAMES_TARGET = 1
+ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
 FLAT_TARGET = 1024  # KiB: less is the kernel's way of counting pages
 SETTLING = 0.2  # seconds: the reply is read before the daemon has let go of it
@@ -158,6 +160,19 @@ def memory(bench):
             Row("    at its highest (VmHWM)", mebibytes(peak))]
 
 
+def names(bench):
+    """Reading an ACL with the names of its principals, and looking up as many by themselves."""
+    folder = os.path.join(bench.work, "names")
+    os.makedirs(folder)
+    lines = run([os.path.join(bench.programs, "bench_acl"), folder, str(SHARES), "100"])
+    pairs = [tuple(map(int, line.split())) for line in lines.splitlines()[1:]]
+    ours = [reading for reading, _ in pairs]
+    theirs = [ENTRIES * search for _, search in pairs]
+    return [ratio_row(f"get_acl : {ENTRIES} searches, {ENTRIES} entries among {SHARES:,} users",
+                      median(ours), median(theirs), NAMES_TARGET, "<= 1",
+                      {"ours": ours, "theirs": theirs})]
+
+
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
@@ -165,4 +180,4 @@ def sizes_for(wanted):
 
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
-       "change": change}
+       "change": change, "names": names}
