@@ -20,6 +20,7 @@ class FileAttributeService;
 class HostName;
 class Logger;
 class Membership;
+class MetadataStores;
 class PluginCommands;
 class ProgramRunner;
 class QuotaControl;
@@ -45,6 +46,7 @@ struct Services {
   acl::AclService* acl = nullptr;
   QuotaControl* quotaControl = nullptr;
   BrowserInformationService* browserInformation = nullptr;
+  MetadataStores* metadataStores = nullptr;
   std::string exportsPath = "/etc/exports";
   // For the program runner, which takes it below the host's root.
   std::string quotaCheckerPath = "/sbin/quotacheck";

@@ -2,8 +2,6 @@
 // service and, one at a time, by every thread.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -12,16 +10,15 @@
 
 #include "platform/directory.h"
 #include "platform/linux/local_store.h"
+#include "platform/linux/lock_patience.h"
+#include "platform/linux/sqlite_file.h"
 
 namespace paddock {
 
 class LocalDatabase {
  public:
-  using Clock = std::chrono::steady_clock;
-
   // Opens nothing yet. A call of `use` waits for other threads, and up to `patience` for other
-  // processes' locks. After it has waited in vain, the calls of the next `patience` do not wait
-  // at all: a database that stays locked costs a request one wait, not one per look-up.
+  // processes' locks, as LockPatience says.
   explicit LocalDatabase(std::string path,
                          std::chrono::milliseconds patience = std::chrono::seconds(5));
 
@@ -48,20 +45,17 @@ class LocalDatabase {
   std::uint64_t generation() const { return generation_; }
 
  private:
-  std::chrono::milliseconds timeout() const;
   LocalStore& opened();
   void open(std::chrono::milliseconds timeout);
   void noteFailure(const DirectoryError& error);
   bool isOpenFile() const;
 
   const std::string path_;
-  const std::chrono::milliseconds patience_;
   std::mutex mutex_;
   std::unique_ptr<LocalStore> store_;
-  Clock::time_point lockedUntil_;
+  LockPatience patience_;
   // The file that was opened last, and the identity of the directory in it.
-  dev_t device_ = 0;
-  ino_t inode_ = 0;
+  FileIdentity file_;
   std::string identity_;
   std::uint64_t generation_ = 0;
 };

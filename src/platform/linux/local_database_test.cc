@@ -426,14 +426,14 @@ TEST_F(LocalDatabaseTest, MigrationsRunInOrderAndOnlyTheMissingOnes) {
   add("Docs");
   reopen();
   SqliteConnection connection(path_);
-  auto migrations = directoryMigrations();
-  migrations.emplace_back("CREATE TABLE second(a)");
-  migrations.emplace_back("INSERT INTO second VALUES(3)");
-  migrateDirectory(connection, migrations);
-  migrateDirectory(connection, migrations);
+  SqliteFormat format = directoryFormat();
+  format.migrations.emplace_back("CREATE TABLE second(a)");
+  format.migrations.emplace_back("INSERT INTO second VALUES(3)");
+  migrateSqliteFile(connection, format);
+  migrateSqliteFile(connection, format);
   EXPECT_EQ(connection.queryInteger("SELECT count(*) FROM second"), 1);
   EXPECT_EQ(connection.queryInteger("PRAGMA user_version"),
-            static_cast<std::int64_t>(migrations.size()));
+            static_cast<std::int64_t>(format.migrations.size()));
   EXPECT_EQ(connection.queryInteger("SELECT count(*) FROM records"), 1);
 }
 
@@ -442,10 +442,10 @@ TEST_F(LocalDatabaseTest, AMigrationThatFailsLeavesTheOldFormat) {
   reopen();
   SqliteConnection connection(path_);
   const auto version = connection.queryInteger("PRAGMA user_version");
-  auto migrations = directoryMigrations();
-  migrations.emplace_back("CREATE TABLE second(a)");
-  migrations.emplace_back("INSERT INTO nowhere VALUES(3)");
-  EXPECT_EQ(failureOf([&] { migrateDirectory(connection, migrations); }).status, EIO);
+  SqliteFormat format = directoryFormat();
+  format.migrations.emplace_back("CREATE TABLE second(a)");
+  format.migrations.emplace_back("INSERT INTO nowhere VALUES(3)");
+  EXPECT_EQ(failureOf([&] { migrateSqliteFile(connection, format); }).status, EIO);
   EXPECT_EQ(connection.queryInteger("PRAGMA user_version"), version);
   EXPECT_EQ(connection.queryInteger("SELECT count(*) FROM sqlite_schema WHERE name = 'second'"), 0);
 }

@@ -1,14 +1,12 @@
 #include "platform/linux/local_schema.h"
 
-#include <cerrno>
-
-#include "platform/directory.h"
 #include "platform/linux/case_fold.h"
-#include "platform/linux/sqlite_file.h"
 
 namespace paddock {
 
 namespace {
+
+constexpr std::int64_t kApplicationId = 0x5064446B;  // "PdDk"
 
 constexpr const char* kVersion1 = R"sql(
 CREATE TABLE meta(
@@ -65,38 +63,6 @@ CREATE TABLE passwords(
 );
 )sql";
 
-std::int64_t versionOf(SqliteConnection& connection) {
-  return connection.queryInteger("PRAGMA user_version");
-}
-
-void requireOurs(SqliteConnection& connection) {
-  // One state of the file: another process may be making the directory in it.
-  const SqliteTransaction transaction(connection, SqliteTransaction::Kind::read);
-  const std::int64_t application = connection.queryInteger("PRAGMA application_id");
-  const std::int64_t version = versionOf(connection);
-  const bool fresh = application == 0 && version == 0 &&
-                     connection.queryInteger("SELECT count(*) FROM sqlite_schema") == 0;
-  if (!fresh && application != kDirectoryApplicationId)
-    throw DirectoryError(EIO, connection.path() + " is not a directory database");
-  const auto known = static_cast<std::int64_t>(directoryMigrations().size());
-  if (version > known)
-    throw DirectoryError(ENOTSUP, "directory database " + connection.path() + " has the format " +
-                                      std::to_string(version) + "; the newest known here is " +
-                                      std::to_string(known));
-}
-
-void configure(SqliteConnection& connection) {
-  // A rollback journal, not a write-ahead log: between transactions the one file is the whole
-  // directory, so that it can be moved, removed and restored without a log that belongs to
-  // another file being applied to it. Truncating and "full" make a commit durable.
-  connection.execute("PRAGMA journal_mode = TRUNCATE");
-  connection.execute("PRAGMA synchronous = FULL");
-  connection.execute("PRAGMA foreign_keys = ON");
-  connection.execute("PRAGMA trusted_schema = OFF");
-  connection.execute("PRAGMA cell_size_check = ON");
-  connection.execute("PRAGMA temp_store = MEMORY");
-}
-
 bool isFoldedAsHere(SqliteConnection& connection) {
   SqliteStatement query = connection.statement("SELECT value FROM meta WHERE key = 'folding'");
   return query.step() && query.text(0) == caseFoldVersion();
@@ -136,31 +102,14 @@ void followFolding(SqliteConnection& connection) {
 
 }  // namespace
 
-const std::vector<std::string>& directoryMigrations() {
-  static const std::vector<std::string> migrations = {kVersion1};
-  return migrations;
-}
-
-void migrateDirectory(SqliteConnection& connection, const std::vector<std::string>& migrations) {
-  const auto newest = static_cast<std::int64_t>(migrations.size());
-  if (versionOf(connection) >= newest) return;
-  SqliteTransaction transaction(connection, SqliteTransaction::Kind::write);
-  // Another process may have been faster.
-  for (std::int64_t version = versionOf(connection); version < newest; ++version)
-    connection.execute(migrations[static_cast<std::size_t>(version)]);
-  connection.execute("PRAGMA application_id = " + std::to_string(kDirectoryApplicationId));
-  connection.execute("PRAGMA user_version = " + std::to_string(newest));
-  transaction.commit();
+const SqliteFormat& directoryFormat() {
+  static const SqliteFormat format{"directory database", kApplicationId, {kVersion1}};
+  return format;
 }
 
 std::unique_ptr<SqliteConnection> openDirectoryDatabase(const std::string& path,
                                                         std::chrono::milliseconds timeout) {
-  createDatabaseFile("directory database", path);
-  auto connection = std::make_unique<SqliteConnection>(path);
-  connection->setBusyTimeout(timeout);
-  requireOurs(*connection);
-  configure(*connection);
-  migrateDirectory(*connection, directoryMigrations());
+  auto connection = openSqliteFile(directoryFormat(), path, timeout);
   followFolding(*connection);
   return connection;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <tuple>
 
 #include "platform/directory.h"
 
@@ -41,7 +42,8 @@ int statusOf(int code, int systemError) {
 
 }  // namespace
 
-SqliteConnection::SqliteConnection(std::string path) : path_(std::move(path)) {
+SqliteConnection::SqliteConnection(std::string path, std::string kind)
+    : path_(std::move(path)), kind_(std::move(kind)) {
   // One thread at a time uses the connection, so SQLite need not lock it again.
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
   const int code = sqlite3_open_v2(path_.c_str(), &database_, flags, nullptr);
@@ -101,10 +103,41 @@ bool SqliteConnection::fileHasMoved() {
 
 bool SqliteConnection::inTransaction() const { return sqlite3_get_autocommit(database_) == 0; }
 
+template <std::size_t Count>
+std::array<unsigned char, Count> SqliteConnection::bytes(std::int64_t offset) {
+  sqlite3_file* file = nullptr;
+  int code = sqlite3_file_control(database_, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  if (code != SQLITE_OK) fail(code);
+  std::array<unsigned char, Count> read{};
+  code = file->pMethods->xRead(file, read.data(), static_cast<int>(Count), offset);
+  if (code != SQLITE_OK && code != SQLITE_IOERR_SHORT_READ) fail(code);
+  return read;
+}
+
+SqliteConnection::ChangeMark SqliteConnection::changeMark() {
+  // The format's versions, two numbers that never change, the change counter, the number of pages.
+  return bytes<std::tuple_size_v<ChangeMark>>(18);
+}
+
+bool SqliteConnection::isCutShort() {
+  // https://www.sqlite.org/fileformat.html: the page's size, where 1 stands for 65536, and, at
+  // offset 28, the number of pages.
+  const auto header = bytes<16>(16);
+  const std::int64_t pageSize = header[0] << 8U | header[1];
+  std::int64_t pages = 0;
+  for (std::size_t i = 12; i < 16; ++i) pages = pages << 8U | header[i];
+  sqlite3_file* file = nullptr;
+  sqlite3_file_control(database_, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  sqlite3_int64 size = 0;
+  const int code = file->pMethods->xFileSize(file, &size);
+  if (code != SQLITE_OK) fail(code);
+  return size < pages * (pageSize == 1 ? 65536 : pageSize);
+}
+
 void SqliteConnection::fail(int code) const {
-  if (database_ == nullptr) throw DirectoryError(ENOMEM, "directory database " + path_);
+  if (database_ == nullptr) throw DirectoryError(ENOMEM, name());
   const int status = statusOf(code, sqlite3_system_errno(database_));
-  throw DirectoryError(status, "directory database " + path_ + ": " + sqlite3_errmsg(database_));
+  throw DirectoryError(status, name() + ": " + sqlite3_errmsg(database_));
 }
 
 SqliteStatement::SqliteStatement(SqliteConnection& connection, sqlite3_stmt* handle, bool& inUse)

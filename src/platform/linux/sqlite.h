@@ -7,6 +7,7 @@
 // A connection and its statements belong to one thread at a time; whoever shares one locks.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -23,13 +24,15 @@ class SqliteStatement;
 
 class SqliteConnection {
  public:
-  // Opens an existing file for reading and writing.
-  explicit SqliteConnection(std::string path);
+  // Opens an existing file for reading and writing. Errors call it a `kind`.
+  explicit SqliteConnection(std::string path, std::string kind = "directory database");
   SqliteConnection(const SqliteConnection&) = delete;
   SqliteConnection& operator=(const SqliteConnection&) = delete;
   ~SqliteConnection();
 
   const std::string& path() const { return path_; }
+  // What it is and where it stands.
+  std::string name() const { return kind_ + " " + path_; }
 
   // How long later calls wait for a lock of another connection.
   void setBusyTimeout(std::chrono::milliseconds timeout);
@@ -43,12 +46,25 @@ class SqliteConnection {
   // Whether the file at the path is no longer the one that was opened.
   bool fileHasMoved();
   bool inTransaction() const;
+  // The part of the file's header that is another one after each commit of any connection. Takes
+  // no lock: inside a transaction it is that of what the transaction reads, outside it may be that
+  // of a commit on its way.
+  using ChangeMark = std::array<unsigned char, 14>;
+  ChangeMark changeMark();
+  // Whether the file is shorter than its header says, which SQLite does not notice when its last
+  // page alone was cut. Inside a transaction.
+  bool isCutShort();
 
   // Throws the error of the last call.
   [[noreturn]] void fail(int code) const;
 
  private:
+  // Bytes of the file, without a lock; those that it does not have are zero.
+  template <std::size_t Count>
+  std::array<unsigned char, Count> bytes(std::int64_t offset);
+
   std::string path_;
+  std::string kind_;
   sqlite3* database_ = nullptr;
   // By the text's address; the flag says whether a SqliteStatement is using it.
   std::unordered_map<const char*, std::pair<sqlite3_stmt*, bool>> statements_;

@@ -42,6 +42,9 @@ bool isMissing(const std::string& path) {
   return ::stat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
+// How often a file that is replaced while it is being opened is tried.
+constexpr int kOpenAttempts = 5;
+
 }  // namespace
 
 void createDatabaseFile(const std::string& kind, const std::string& path) {
@@ -51,6 +54,20 @@ void createDatabaseFile(const std::string& kind, const std::string& path) {
   if (error != 0)
     throw DirectoryError(error, kind + " " + path + " cannot be created: " +
                                     std::error_code(error, std::system_category()).message());
+}
+
+std::unique_ptr<SqliteConnection> openFileInPlace(const std::string& path, const SqliteOpener& open,
+                                                  FileIdentity& identity) {
+  for (int attempt = 1;; ++attempt) {
+    auto connection = open();
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && !connection->fileHasMoved()) {
+      identity = {status.st_dev, status.st_ino};
+      return connection;
+    }
+    if (attempt == kOpenAttempts)
+      throw DirectoryError(EBUSY, connection->name() + " is being replaced");
+  }
 }
 
 }  // namespace paddock

@@ -5,6 +5,7 @@
 
 #include "platform/testing/faulty_acl.h"
 #include "platform/testing/faulty_directory.h"
+#include "platform/testing/faulty_metadata_stores.h"
 #include "platform/testing/faulty_platform.h"
 #include "platform/testing/faulty_shared_file_list.h"
 
@@ -24,6 +25,7 @@ struct FaultyServices::Wrappers {
   std::optional<FaultyAcl> acl;
   std::optional<FaultyQuotaControl> quotaControl;
   std::optional<FaultyBrowserInformation> browserInformation;
+  std::optional<FaultyMetadataStores> metadataStores;
 };
 
 namespace {
@@ -50,6 +52,7 @@ FaultyServices::FaultyServices(Services wrapped, FaultPlan& plan)
   wrap(services_.acl, wrappers_->acl, plan);
   wrap(services_.quotaControl, wrappers_->quotaControl, plan);
   wrap(services_.browserInformation, wrappers_->browserInformation, plan);
+  wrap(services_.metadataStores, wrappers_->metadataStores, plan);
 }
 
 FaultyServices::~FaultyServices() = default;

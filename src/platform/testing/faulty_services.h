@@ -14,6 +14,7 @@
 //   acl              -1 or null with the plan's error in errno (see faulty_acl.h)
 //   quotaControl     the plan's error, nothing switched and the state 0
 //   browserInformation  the plan's error, zeros read and nothing written
+//   metadataStores   the plan's error, nothing read or written
 //
 // The logger, the clock and the UUIDs have no way to fail and are passed on as they are.
 #pragma once
