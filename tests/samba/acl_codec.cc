@@ -17,7 +17,7 @@
 
 namespace {
 
-using namespace paddock;
+namespace nt_acl = paddock::nt_acl;
 
 constexpr const char* kAbsent = "-";
 constexpr const char* kEmpty = ".";
@@ -60,7 +60,7 @@ nt_acl::Ace parseAce(const std::string& text) {
   const auto fields = split(text, ',');
   return {number<std::uint8_t>(fields.at(0)), number<std::uint8_t>(fields.at(1)),
           number<std::uint32_t>(fields.at(2)), nt_acl::parseSid(fields.at(3)).value(),
-          fields.size() > 4 ? hexBytes(fields.at(4)) : std::string()};
+          fields.size() > 4 ? paddock::hexBytes(fields.at(4)) : std::string()};
 }
 
 std::optional<std::vector<nt_acl::Ace>> parseList(const std::string& text) {
@@ -97,7 +97,7 @@ std::string decoded(const std::string& value) {
 
 std::string answerTo(const std::string& line) {
   const auto words = split(line, ' ');
-  if (words.at(0) == "decode") return decoded(words.size() > 1 ? hexBytes(words[1]) : "");
+  if (words.at(0) == "decode") return decoded(words.size() > 1 ? paddock::hexBytes(words[1]) : "");
   if (words.at(0) != "encode") throw std::invalid_argument(words[0]);
   const auto value = nt_acl::encode({number<std::uint16_t>(words.at(1)), parsePart(words.at(2)),
                                      parsePart(words.at(3)), parseList(words.at(4))});
