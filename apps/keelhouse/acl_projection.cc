@@ -10,18 +10,21 @@ namespace {
 
 using Notes = std::vector<std::string>;
 
-// The rights that one bit of the kernel stands for.
+// The rights that one bit of the kernel stands for. An entry's `decisive` right says whether the
+// bit is given.
 struct KernelBit {
   const char* name;
+  std::uint32_t decisive;
   std::uint32_t onFile;
   std::uint32_t onFolder;
 };
 
 constexpr std::array kBits = {
-    KernelBit{"read", rights::kReadData | rights::kReadExtended,
+    KernelBit{"read", rights::kReadData, rights::kReadData | rights::kReadExtended,
               rights::kReadData | rights::kReadExtended},
     KernelBit{
-        "write", rights::kWriteData | rights::kAppendData | rights::kWriteExtended,
+        "write", rights::kWriteData,
+        rights::kWriteData | rights::kAppendData | rights::kWriteExtended,
         rights::kWriteData | rights::kAppendData | rights::kDeleteChild | rights::kWriteExtended},
 };
 
@@ -44,13 +47,15 @@ std::string namesOf(std::uint32_t bits, bool folder) {
   return withBlanks(formatRights(bits, folder));
 }
 
-void notePartsOfBits(Notes& notes, std::uint32_t given, bool folder) {
+void notePartsOfBits(Notes& notes, const Ace& ace, bool folder) {
   for (const KernelBit& bit : kBits) {
     const std::uint32_t all = folder ? bit.onFolder : bit.onFile;
-    const std::uint32_t has = given & all;
+    const std::uint32_t has = ace.rights & all;
     if (has == 0 || has == all) continue;
+    const bool decided = (has & bit.decisive) != 0;
+    const std::string what = std::string(decided ? "" : "not ") + (*ace.allow ? "given" : "denied");
     notes.push_back(namesOf(has, folder) + " without " + namesOf(all & ~has, folder) +
-                    ": the kernel has one bit to " + bit.name);
+                    ": the kernel has one bit to " + bit.name + ", which is " + what);
   }
 }
 
@@ -64,13 +69,16 @@ void noteOtherRights(Notes& notes, const Ace& ace, bool folder) {
 void noteInheritance(Notes& notes, std::uint32_t flags) {
   const std::uint32_t to = flags & (inheritance::kFile | inheritance::kDirectory);
   if (to == inheritance::kFile) {
-    notes.emplace_back("files alone inherit it: the kernel's default ACL is for folders too");
+    notes.emplace_back(
+        "files alone inherit it: the kernel's default ACL is for files and folders alike");
   }
   if (to == inheritance::kDirectory) {
-    notes.emplace_back("folders alone inherit it: the kernel's default ACL is for files too");
+    notes.emplace_back(
+        "folders alone inherit it: the kernel's default ACL is for files and folders alike");
   }
   if (to != 0 && (flags & inheritance::kLimit) != 0) {
-    notes.emplace_back("inheritance ends after one level: the kernel's default ACL goes on");
+    notes.emplace_back(
+        "inheritance ends after one level: the kernel's default ACL goes on to every level");
   }
 }
 
@@ -94,7 +102,7 @@ Notes notesOf(const ProjectedEntry& entry, bool folder, const std::optional<std:
   if (!entry.ace.allow) return {"an entry of a kind that the kernel does not have"};
   Notes notes;
   notePrincipal(notes, entry, owner);
-  notePartsOfBits(notes, entry.ace.rights, folder);
+  notePartsOfBits(notes, entry.ace, folder);
   noteOtherRights(notes, entry.ace, folder);
   noteInheritance(notes, entry.ace.inheritance);
   return notes;

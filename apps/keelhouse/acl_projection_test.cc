@@ -42,12 +42,16 @@ TEST(Projection, saysNothingOfWhatTheKernelSaysToo) {
 TEST(Projection, namesTheRightsThatOneBitOfTheKernelCannotTellApart) {
   EXPECT_THAT(beyond(entryFor(kAnna, "allow", "add-folder")),
               ElementsAre("add-folder without add-file, delete-child, write-extended: the kernel "
-                          "has one bit to write"));
-  EXPECT_THAT(beyond(entryFor(kAnna, "allow", "append"), false),
-              ElementsAre("append without write-data, write-extended: the kernel has one bit to "
-                          "write"));
+                          "has one bit to write, which is not given"));
+  EXPECT_THAT(beyond(entryFor(kAnna, "allow", "write-data"), false),
+              ElementsAre("write-data without append, write-extended: the kernel has one bit to "
+                          "write, which is given"));
   EXPECT_THAT(beyond(entryFor(kAnna, "deny", "list")),
-              ElementsAre("list without read-extended: the kernel has one bit to read"));
+              ElementsAre("list without read-extended: the kernel has one bit to read, which is "
+                          "denied"));
+  EXPECT_THAT(beyond(entryFor(kAnna, "deny", "read-extended")),
+              ElementsAre("read-extended without list: the kernel has one bit to read, which is "
+                          "not denied"));
 }
 
 TEST(Projection, takesDeletingInsideForAFoldersRight) {
@@ -80,11 +84,16 @@ TEST(Projection, saysThatADeniedGroupMayGetInByAnother) {
 }
 
 TEST(Projection, namesTheLimitsOfInheritance) {
-  EXPECT_THAT(beyond(entryFor(kAnna, "allow", "read", "file-inherit")),
-              ElementsAre("files alone inherit it: the kernel's default ACL is for folders too"));
-  EXPECT_THAT(beyond(entryFor(kAnna, "allow", "read", "directory-inherit,limit-inherit")),
-              ElementsAre("folders alone inherit it: the kernel's default ACL is for files too",
-                          "inheritance ends after one level: the kernel's default ACL goes on"));
+  EXPECT_THAT(
+      beyond(entryFor(kAnna, "allow", "read", "file-inherit")),
+      ElementsAre("files alone inherit it: the kernel's default ACL is for files and folders "
+                  "alike"));
+  EXPECT_THAT(
+      beyond(entryFor(kAnna, "allow", "read", "directory-inherit,limit-inherit")),
+      ElementsAre("folders alone inherit it: the kernel's default ACL is for files and folders "
+                  "alike",
+                  "inheritance ends after one level: the kernel's default ACL goes on to every "
+                  "level"));
   EXPECT_THAT(beyond(entryFor(kAnna, "allow", "read", "inherit,inherited")), IsEmpty());
 }
 

@@ -67,9 +67,9 @@ void checkTakenOver(const std::string& path, const Dictionary& wanted, const Dic
     const std::string* have = found.string(key);
     if (have != nullptr && tookOver(key, *want, *have)) continue;
     const std::string noun(key == kMode ? "mode" : key);
+    const std::string now = have != nullptr ? noun + " \"" + *have + "\"" : "none";
     throw failure("the " + noun + " " + *want + " was not taken over: " + path +
-                  " reads back with " + (have != nullptr ? noun + " \"" + *have + "\"" : "none") +
-                  ", although the daemon reported success");
+                  " reads back with " + now + ", although the daemon reported success");
   }
 }
 
