@@ -63,6 +63,24 @@ TEST_F(Program, readsARequestFromStandardInput) {
   EXPECT_EQ(daemon_.requests().at(0).body, R"({"a":1})");
 }
 
+TEST_F(Program, endsWithTheExitStatusOfItsCommand) {
+  const auto runHere = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"--root", folder_.path()});
+    return run(KEELHOUSE_PROGRAM, words, "");
+  };
+  daemon_.answer(R"({"configuration":{"fileAccessPrivs":{"acl":[]}},"readStatus":0})");
+  EXPECT_EQ(runHere({"acl", "show", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(out_, "/srv/a has no ACL entries.\n");
+  EXPECT_EQ(error_, "");
+  daemon_.answer(R"({"writeStatus":100052})");
+  EXPECT_EQ(runHere({"privs", "set", "/srv/a", "--mode", "750"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be changed: "
+                                 "CANNOT_CHANGE_PRIVS_ERR (status 100052)\n"));
+  EXPECT_EQ(runHere({"acl", "add", "/srv/a", "allow", "user:root"}), 2);
+  EXPECT_EQ(run(KEELHOUSE_PROGRAM, {"--socket", folder_.path("none"), "index", "on", "/a"}, ""), 3);
+}
+
 TEST_F(Program, readsAPasswordFromStandardInputAndNeverShowsIt) {
   daemon_.answer(R"({"status":0})");
   EXPECT_EQ(run(KEELHOUSE_PROGRAM, {"--root", folder_.path(), "record", "password", "joe"},

@@ -1,13 +1,10 @@
 // keelhouse and paddockd with its own plug-ins, installed below a tree.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <optional>
 
-#include "integration/running_daemon.h"
-#include "support/run_to_end.h"
+#include "integration/keelhouse_fixture.h"
 
 namespace paddock::testing {
 namespace {
@@ -16,46 +13,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class Keelhouse : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
-    for (const char* name : {"paddock_sharing", "paddock_directory"}) installPlugin(name);
-    for (const char* folder : {"/etc", "/usr/sbin"}) fs::create_directories(tree_.path(folder));
-    fs::copy_file(KEELHOUSE_PROGRAM, tree_.path("/usr/sbin/keelhouse"));
-    daemon_.emplace(tree_);
-    ASSERT_TRUE(daemon_->running()) << daemon_->log();
-  }
-
-  // A daemon that was built with sanitizers tells of leaks at its end, and ends with an error then.
-  void TearDown() override {
-    if (!daemon_ || !daemon_->running()) return;
-    EXPECT_EQ(daemon_->stop(), 0) << daemon_->log();
-  }
-
-  EndedProgram keelhouse(std::vector<std::string> words, const std::string& input = {}) {
-    words.insert(words.begin(), tree_.path("/usr/sbin/keelhouse"));
-    return runProgram(words, input);
-  }
-
-  std::string makeFolder(const std::string& name) {
-    fs::create_directories(folder_.path(name));
-    return folder_.path(name);
-  }
-
-  TestFolder folder_;
-  DaemonTree tree_;
-  std::optional<RunningDaemon> daemon_;
-
- private:
-  void installPlugin(const std::string& name) {
-    const std::string below = name + ".bundle/Contents/";
-    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
-    fs::create_directories(contents);
-    fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + name + ".so",
-                  contents + name + ".so");
-  }
-};
+class Keelhouse : public KeelhouseFixture {};
 
 TEST_F(Keelhouse, SharesReadsChangesAndUnsharesAFolder) {
   const std::string folder = makeFolder("my files");

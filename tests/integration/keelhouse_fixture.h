@@ -1,0 +1,60 @@
+// keelhouse and paddockd with its own plug-ins, installed below a tree. Needs root.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "integration/running_daemon.h"
+#include "support/run_to_end.h"
+#include "support/temporary_folder.h"
+
+namespace paddock::testing {
+
+class KeelhouseFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
+    for (const char* name : {"paddock_sharing", "paddock_directory"}) installPlugin(name);
+    for (const char* folder : {"/etc", "/usr/sbin"}) {
+      std::filesystem::create_directories(tree_.path(folder));
+    }
+    std::filesystem::copy_file(KEELHOUSE_PROGRAM, tree_.path("/usr/sbin/keelhouse"));
+    startDaemon();
+  }
+
+  // Also again, after its end.
+  void startDaemon() {
+    daemon_.emplace(tree_);
+    ASSERT_TRUE(daemon_->running()) << daemon_->log();
+  }
+
+  EndedProgram keelhouse(std::vector<std::string> words, const std::string& input = {}) const {
+    words.insert(words.begin(), tree_.path("/usr/sbin/keelhouse"));
+    return runProgram(words, input);
+  }
+
+  std::string makeFolder(const std::string& name) const {
+    std::filesystem::create_directories(folder_.path(name));
+    return folder_.path(name);
+  }
+
+  TestFolder folder_;
+  DaemonTree tree_;
+  std::optional<RunningDaemon> daemon_;
+
+ private:
+  void installPlugin(const std::string& name) const {
+    const std::string below = name + ".bundle/Contents/";
+    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
+    std::filesystem::create_directories(contents);
+    std::filesystem::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + name + ".so",
+                               contents + name + ".so");
+  }
+};
+
+}  // namespace paddock::testing

@@ -1,0 +1,214 @@
+// `keelhouse privs` and `keelhouse acl` on real folders, by way of the running daemon.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+
+#include "integration/keelhouse_fixture.h"
+#include "wire/json.h"
+
+namespace paddock::testing {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr const char* kAttribute = "security.NTACL";
+constexpr const char* kZoesGuid = "DEADBEEF-0000-4000-8000-000000000001";
+
+std::string whyNoLists(const std::string& folder) {
+  if (::setxattr(folder.c_str(), kAttribute, "probe", 5, 0) != 0)
+    return std::string(kAttribute) + " cannot be written here: " + std::strerror(errno);
+  ::removexattr(folder.c_str(), kAttribute);
+  return "";
+}
+
+class KeelhousePrivileges : public KeelhouseFixture {
+ protected:
+  void SetUp() override {
+    KeelhouseFixture::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    if (const std::string why = whyNoLists(folder_.path()); !why.empty()) GTEST_SKIP() << why;
+    path_ = makeFolder("shared");
+    ASSERT_EQ(::chmod(path_.c_str(), 0755), 0);
+  }
+
+  // The output of a command that is to succeed.
+  std::string done(std::vector<std::string> words) const {
+    const EndedProgram ended = keelhouse(std::move(words));
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    EXPECT_EQ(ended.error, "");
+    return ended.output;
+  }
+  struct stat attributes() const {
+    struct stat status {};
+    EXPECT_EQ(::stat(path_.c_str(), &status), 0);
+    return status;
+  }
+  bool hasAcl() const { return ::getxattr(path_.c_str(), kAttribute, nullptr, 0) >= 0; }
+
+  std::string path_;
+};
+
+TEST_F(KeelhousePrivileges, OwnerGroupAndModeAreSetOnTheFolder) {
+  EXPECT_EQ(
+      done({"privs", "set", path_, "--owner", "daemon", "--group", "nogroup", "--mode", "0750"}),
+      "path: " + path_ +
+          "\ntype: directory\nowner: daemon\ngroup: nogroup\nmode: 750 (rwxr-x---)\n"
+          "acl: no entries\n");
+  EXPECT_EQ(attributes().st_uid, 1U);
+  EXPECT_EQ(attributes().st_gid, 65534U);
+  EXPECT_EQ(attributes().st_mode & 07777U, 0750U);
+  const std::string changed = done({"privs", "set", path_, "--owner", "0"});
+  EXPECT_EQ(changed, done({"privs", "show", path_}));
+  EXPECT_EQ(attributes().st_uid, 0U);
+  EXPECT_EQ(attributes().st_mode & 07777U, 0750U);
+}
+
+TEST_F(KeelhousePrivileges, AModeTakesSetIdAndStickyBitsAway) {
+  ASSERT_EQ(::chmod(path_.c_str(), 03755), 0);
+  done({"privs", "set", path_, "--mode", "755"});
+  EXPECT_EQ(attributes().st_mode & 07777U, 0755U);
+}
+
+TEST_F(KeelhousePrivileges, UnknownNamesChangeNothing) {
+  const EndedProgram ended =
+      keelhouse({"privs", "set", path_, "--owner", "no-such-zoe", "--mode", "700"});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_THAT(ended.error, HasSubstr("USER_NOT_FOUND_ERR (status 100050)\n"));
+  EXPECT_EQ(attributes().st_mode & 07777U, 0755U);
+  EXPECT_THAT(keelhouse({"privs", "set", path_, "--group", "no-such-zoes"}).error,
+              HasSubstr("GROUP_NOT_FOUND_ERR (status 100051)\n"));
+}
+
+TEST_F(KeelhousePrivileges, WhatIsNotThereIsSaid) {
+  for (const char* command : {"privs", "acl"}) {
+    const EndedProgram ended = keelhouse({command, "show", folder_.path("none")});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, HasSubstr("FILE_NOT_FOUND_ERR"));
+  }
+  EXPECT_EQ(keelhouse({"privs", "set", folder_.path("none"), "--mode", "750"}).status, 1);
+  EXPECT_EQ(keelhouse({"acl", "set", folder_.path("none"), "allow", "user:root", "read"}).status,
+            1);
+}
+
+TEST_F(KeelhousePrivileges, AnAclIsSetShownChangedAndCleared) {
+  const std::string header = "NO  ACTION  WHO            RIGHTS      INHERITANCE   NAME\n";
+  EXPECT_EQ(done({"acl", "set", path_, "allow", "group:nogroup", "read,write:inherit",
+                  "deny user:nobody delete:file-inherit"}),
+            header +
+                "1   allow   group:nogroup  read,write  inherit       -\n"
+                "2   deny    user:nobody    delete      file-inherit  -\n");
+  EXPECT_TRUE(hasAcl());
+  EXPECT_THAT(done({"acl", "add", path_, "--first", "deny", "user:daemon", "full"}),
+              StartsWith("NO  ACTION  WHO            RIGHTS      INHERITANCE   NAME\n"
+                         "1   deny    user:daemon    full        -             -\n"
+                         "2   allow   group:nogroup "));
+  done({"acl", "add", path_, "--at", "2", "allow", "user:65534", "search"});
+  EXPECT_EQ(done({"acl", "remove", path_, "user:nobody", "1"}),
+            "NO  ACTION  WHO            RIGHTS      INHERITANCE  NAME\n"
+            "1   allow   group:nogroup  read,write  inherit      -\n");
+  EXPECT_THAT(done({"privs", "show", path_}), HasSubstr("acl:\nNO  ACTION  WHO            RIGHTS"));
+  EXPECT_EQ(done({"acl", "remove", path_, "group:nogroup"}), path_ + " has no ACL entries.\n");
+  EXPECT_FALSE(hasAcl());
+  done({"acl", "set", path_, "allow", "user:root", "full"});
+  EXPECT_EQ(done({"acl", "set", path_}), path_ + " has no ACL entries.\n");
+  EXPECT_FALSE(hasAcl());
+}
+
+TEST_F(KeelhousePrivileges, WhatIsShownCanBeTypedAgain) {
+  done({"acl", "set", path_, "allow", "group:nogroup", "list,add-folder,change-owner",
+        "deny user:nobody none", "allow user:2147418113 full:directory-inherit,limit-inherit",
+        "allow", kZoesGuid, "write:inherit,only-inherit"});
+  const std::string before = done({"acl", "show", path_, "--json"});
+  std::vector<std::string> words = {"acl", "set", path_};
+  const std::string table = done({"acl", "show", path_});
+  for (std::size_t at = table.find('\n') + 1; at < table.size(); at = table.find('\n', at) + 1) {
+    std::istringstream row(table.substr(at));
+    std::string number, action, who, rights, inheritance;
+    row >> number >> action >> who >> rights >> inheritance;
+    words.insert(words.end(),
+                 {action, who, inheritance == "-" ? rights : rights + ":" + inheritance});
+  }
+  ASSERT_EQ(words.size(), 3U + 4 * 3);
+  done({"acl", "set", path_});
+  done(words);
+  EXPECT_EQ(done({"acl", "show", path_, "--json"}), before);
+}
+
+TEST_F(KeelhousePrivileges, UsersAndGroupsOfTheDirectoryHaveTheirNames) {
+  done({"record", "put", "users", "no-such-zoe", "RealName=Zoe Z", "UniqueID=2147418113",
+        std::string("GeneratedUID=") + kZoesGuid});
+  done({"record", "put", "groups", "no-such-zoes", "PrimaryGroupID=2147418114"});
+  EXPECT_EQ(
+      done({"acl", "set", path_, "allow", "no-such-zoe", "read", "allow", "no-such-zoes", "write"}),
+      "NO  ACTION  WHO                 RIGHTS  INHERITANCE  NAME\n"
+      "1   allow   user:no-such-zoe    read    -            Zoe Z\n"
+      "2   allow   group:no-such-zoes  write   -            -\n");
+  EXPECT_THAT(done({"acl", "remove", path_, "user:2147418113"}),
+              HasSubstr("\n1   allow   group:no-such-zoes "));
+  const EndedProgram unknown = keelhouse({"acl", "add", path_, "allow", "no-such-tim", "read"});
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_THAT(unknown.error, HasSubstr("there is no user or group no-such-tim"));
+  EXPECT_THAT(done({"acl", "show", path_}), HasSubstr("group:no-such-zoes"));
+}
+
+TEST_F(KeelhousePrivileges, AnAclThatCannotBeReadIsReplacedAlone) {
+  ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, "no list", 7, 0), 0);
+  const EndedProgram shown = keelhouse({"acl", "show", path_});
+  EXPECT_EQ(shown.status, 1);
+  EXPECT_THAT(shown.error, HasSubstr("INVALID_ACL_ERR\n"));
+  EXPECT_EQ(keelhouse({"acl", "add", path_, "allow", "user:root", "read"}).status, 1);
+  // The daemon leaves such a list as it is, and reports success.
+  EXPECT_EQ(keelhouse({"acl", "set", path_}).status, 1);
+  EXPECT_THAT(done({"privs", "show", path_}), HasSubstr("acl: cannot be read, INVALID_ACL_ERR"));
+  EXPECT_THAT(done({"acl", "set", path_, "allow", "user:root", "read"}), HasSubstr("user:root"));
+}
+
+TEST_F(KeelhousePrivileges, MoreEntriesThanTheFileSystemHoldsAreRefused) {
+  done({"acl", "set", path_, "allow", "user:root", "read"});
+  std::vector<std::string> words = {"acl", "set", path_};
+  for (int count = 0; count < 1001; ++count) words.emplace_back("allow user:nobody read");
+  const EndedProgram ended = keelhouse(words);
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_THAT(ended.error, HasSubstr("ACL_VALIDATION_ERR (status 100073)"));
+  EXPECT_THAT(done({"acl", "show", path_}), HasSubstr("user:root"));
+}
+
+TEST_F(KeelhousePrivileges, TheProjectionShowsTheKernelsEntries) {
+  done({"acl", "set", path_, "allow", "user:nobody", "read,write:inherit", "deny", "group:nogroup",
+        "list,read-extended", "allow", kZoesGuid, "read"});
+  if (::getxattr(path_.c_str(), "system.posix_acl_access", nullptr, 0) < 0)
+    GTEST_SKIP() << "no POSIX ACL on " << path_ << ": " << std::strerror(errno);
+  EXPECT_EQ(done({"acl", "show", "--projection", path_}),
+            "NO  WHO                                   KERNEL  INSIDE  BEYOND THE KERNEL\n"
+            "1   user:nobody                           rwx     rwx     not the kernel's to give: "
+            "delete, write-attributes\n"
+            "2   group:nogroup                         --x     -       a group is denied: the "
+            "kernel still lets in members who get in by another group\n"
+            "3   DEADBEEF-0000-4000-8000-000000000001  -       -       no uid or gid of this "
+            "system: the kernel's ACL cannot name it\n"
+            "The kernel's ACL has no entry for DEADBEEF-0000-4000-8000-000000000001.\n");
+  std::string error;
+  const auto value = wire::parseJson(done({"acl", "show", "--projection", path_, "--json"}), error);
+  ASSERT_TRUE(value && value->array() != nullptr) << error;
+  EXPECT_EQ(*value->array()->at(0).dictionary()->string("access"), "rwx");
+}
+
+TEST_F(KeelhousePrivileges, FilesHaveThemToo) {
+  const std::string file = folder_.path("file");
+  writeWholeFile(file, "x");
+  EXPECT_THAT(done({"acl", "set", file, "deny", "user:nobody", "write-data,execute"}),
+              HasSubstr("1   deny    user:nobody  write-data,execute  -"));
+  EXPECT_THAT(done({"privs", "set", file, "--mode", "640"}),
+              HasSubstr("type: regular\nowner: root\ngroup: root\nmode: 640 (rw-r-----)\n"));
+}
+
+}  // namespace
+}  // namespace paddock::testing
