@@ -156,6 +156,47 @@ demo_change() {
   expect_no_text "rw"
 }
 
+# Whether the ACL of a file can be kept beside the folder.
+can_keep_acls() {
+  [ "$(id -u)" -eq 0 ] && setfattr -n security.NTACL -v probe "$work" 2>/dev/null && setfattr -x security.NTACL "$work"
+}
+
+demo_privileges() {
+  demo_heading "Who may do what with it: owner, group and mode"
+  if ! can_keep_acls; then
+    printf '(privileges and ACLs are left out: they take root, and a file system with security attributes)\n'
+    return
+  fi
+  step 'keelhouse privs set "$F" --group games --mode 0750'
+  expect_status 0
+  expect_text "mode: 750 (rwxr-x---)"
+  step 'stat --format "%U %G %a" "$F"'
+  expect_text "root games 750"
+  step 'as_nobody cat "$F/beach.txt"'
+  expect_status 1
+
+  demo_heading "An access-control list beyond the mode"
+  step 'keelhouse acl set "$F" allow user:nobody read:inherit'
+  expect_status 0
+  step 'keelhouse acl add "$F" --first deny group:games write'
+  expect_status 0
+  expect_text "2   allow   user:nobody  read"
+  step 'as_nobody cat "$F/beach.txt"'
+  expect_status 0
+  expect_text "a picture"
+
+  demo_heading "Where it is: in the attribute that an SMB server enforces, and in the kernel's ACL"
+  step 'getfattr --absolute-names --dump --match security.NTACL --encoding base64 "$F"'
+  expect_status 0
+  expect_text "security.NTACL=0s"
+  step 'getfacl --absolute-names "$F"'
+  expect_text "user:nobody:r-x"
+  expect_text "default:user:nobody:r-x"
+  step 'keelhouse acl show "$F" --projection'
+  expect_status 0
+  expect_text "a group is denied"
+}
+
 demo_refuse() {
   demo_heading "Somebody without rights is refused, and both are in the audit log"
   if [ "$(id -u)" -eq 0 ]; then
@@ -221,6 +262,7 @@ command_demo() {
   demo_nfs_server
   demo_curl
   demo_change
+  demo_privileges
   demo_refuse
   demo_restart
   demo_unshare

@@ -28,6 +28,8 @@ constexpr std::array kBits = {
         rights::kWriteData | rights::kAppendData | rights::kDeleteChild | rights::kWriteExtended},
 };
 
+constexpr std::uint32_t kDecisive = rights::kReadData | rights::kWriteData | rights::kExecute;
+
 // What the kernel keeps for the owner and root, or asks the folder above.
 constexpr std::uint32_t kNotGiven =
     rights::kDelete | rights::kWriteAttributes | rights::kWriteSecurity | rights::kChangeOwner;
@@ -92,7 +94,7 @@ void notePrincipal(Notes& notes, const ProjectedEntry& entry,
   if (isUser && entry.who->id == owner) {
     notes.emplace_back("this user is the owner, for whom the kernel takes the mode");
   }
-  if (!isUser && !*entry.ace.allow) {
+  if (!isUser && !*entry.ace.allow && (entry.ace.rights & kDecisive) != 0) {
     notes.emplace_back(
         "a group is denied: the kernel still lets in members who get in by another group");
   }

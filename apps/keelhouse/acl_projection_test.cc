@@ -81,6 +81,8 @@ TEST(Projection, saysThatADeniedGroupMayGetInByAnother) {
   EXPECT_THAT(beyond(entryFor(kStaff, "deny", "search")),
               ElementsAre("a group is denied: the kernel still lets in members who get in by "
                           "another group"));
+  EXPECT_THAT(beyond(entryFor(kStaff, "deny", "delete")),
+              ElementsAre("not the kernel's to deny: delete"));
 }
 
 TEST(Projection, namesTheLimitsOfInheritance) {
