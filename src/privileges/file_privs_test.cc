@@ -217,9 +217,8 @@ TEST_F(FilePrivsWritingTest, ReadingStopsAtTheFirstCharacterThatIsNotOctal) {
 }
 
 TEST_F(FilePrivsWritingTest, WhatDoesNotBeginWithAnOctalDigitLeavesTheMode) {
-  for (const char* text : {"x77", "877", "977", " 77", "+77", "-77", "-07", "\t77", "rwx", "   ",
-                           "\xC3\xA9"
-                           "77"})
+  for (const char* text :
+       {"x77", "877", "977", " 77", "+77", "-77", "-07", "\t77", "rwx", "   ", "\xC3\xA9xx"})
     EXPECT_EQ(modeAfter(text), 0755U) << text;
 }
 

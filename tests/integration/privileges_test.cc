@@ -49,6 +49,7 @@ class SharingDaemon {
     EXPECT_EQ(response.status, 200) << response.body;
     return response.dictionary();
   }
+  std::string log() const { return daemon_->log(); }
   // "fileAccessPrivs" of the path.
   Dictionary read(const std::string& path) const {
     const Dictionary reply = ask("readSettings", selecting(path));
@@ -203,6 +204,9 @@ TEST_F(PrivilegesTest, AnAttributeThatIsNoAclIsSaidToBeInvalid) {
   const Dictionary privileges = daemon.read(path_);
   EXPECT_EQ(*privileges.string("aclErr"), "INVALID_ACL_ERR");
   EXPECT_EQ(*privileges.string("privs"), "755");
+  EXPECT_NE(daemon.log().find("<3>paddock_sharing:get_acl acl_valid error = -1 [request "),
+            std::string::npos)
+      << daemon.log();
   EXPECT_EQ(daemon.writeStatus(path_, {{"acl", Array{}}}), 0);
   EXPECT_TRUE(hasAttribute(path_)) << "an invalid ACL is not cleared";
   EXPECT_EQ(daemon.writeStatus(path_, {{"acl", Array{entry_}}}), 0);
