@@ -13,6 +13,7 @@
 #include "platform/linux/linux_file_attributes.h"
 #include "platform/linux/linux_host_name.h"
 #include "platform/linux/linux_membership.h"
+#include "platform/linux/linux_metadata_stores.h"
 #include "platform/linux/linux_shared_file_list.h"
 #include "platform/linux/linux_text_files.h"
 #include "platform/linux/linux_uuid_source.h"
@@ -26,6 +27,7 @@ namespace paddock {
 
 namespace {
 
+constexpr const char* kMetadataStoresPath = "/var/lib/paddock/metadata-stores.sqlite";
 constexpr const char* kQuotaAccountingPath = "/var/lib/paddock/quota-accounting";
 
 LinuxDirectoryOptions directoryOptions() {
@@ -37,6 +39,14 @@ LinuxDirectoryOptions directoryOptions() {
   const std::string* adminGroup = access != nullptr ? access->string("admin_group") : nullptr;
   if (adminGroup != nullptr) options.adminGroup = *adminGroup;
   return options;
+}
+
+std::vector<std::string> textsOf(const Array& array) {
+  std::vector<std::string> texts;
+  for (const Value& value : array) {
+    if (value.string() != nullptr) texts.push_back(*value.string());
+  }
+  return texts;
 }
 
 // A key of [volumes]; null when it is not set.
@@ -53,18 +63,20 @@ bool quotasAreAccountedOnly() {
 VolumeFamilies volumeFamilies() {
   VolumeFamilies families;
   families.everyTypeIsUfs = quotasAreAccountedOnly();
-  if (const Value* types = volumesKey("ufs_family"); types != nullptr && types->array()) {
-    families.ufs.clear();
-    for (const Value& type : *types->array()) {
-      if (type.string() != nullptr) families.ufs.push_back(*type.string());
-    }
-  }
+  const Value* types = volumesKey("ufs_family");
+  if (types != nullptr && types->array()) families.ufs = textsOf(*types->array());
   return families;
 }
 
 std::unique_ptr<QuotaControl> makeQuotaControl(VolumeInfo& volumes) {
   if (!quotasAreAccountedOnly()) return std::make_unique<KernelQuotaControl>(volumes);
   return std::make_unique<AccountingQuotaControl>(volumes, hostPath(kQuotaAccountingPath));
+}
+
+std::vector<std::string> indexingCommand() {
+  const Dictionary* indexing = host().configuration().dictionary("indexing");
+  const Array* words = indexing != nullptr ? indexing->array("command") : nullptr;
+  return words != nullptr ? textsOf(*words) : std::vector<std::string>();
 }
 
 FileAclOptions aclOptions() {
@@ -99,6 +111,7 @@ struct InstalledServices::Parts {
   HostProgramRunner programRunner;
   HostPluginCommands pluginCommands;
   HostLogger logger;
+  LinuxMetadataStores metadataStores{hostPath(kMetadataStoresPath), &logger};
   ServicesGuard guard{services()};
 
  private:
@@ -120,6 +133,8 @@ struct InstalledServices::Parts {
     all.uuidSource = &uuidSource;
     all.sharedFileLists = &sharedFileLists;
     all.textFiles = &textFiles;
+    all.metadataStores = &metadataStores;
+    all.indexingCommand = indexingCommand();
     all.exportsPath = hostPath(all.exportsPath);
     const Value* checker = volumesKey("quota_checker");
     if (checker != nullptr && checker->string()) all.quotaCheckerPath = *checker->string();

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace paddock {
 
@@ -50,6 +51,9 @@ struct Services {
   std::string exportsPath = "/etc/exports";
   // For the program runner, which takes it below the host's root.
   std::string quotaCheckerPath = "/sbin/quotacheck";
+  // The argument vector of the command that is told of changes of search indexing; empty: none.
+  // Its first element is for the program runner, too.
+  std::vector<std::string> indexingCommand;
 };
 
 // The installed services. Precondition: they are installed.
