@@ -32,15 +32,16 @@ class FolderReadingTest : public ReadingSettingsTest {};
 TEST_F(FolderReadingTest, ASharedFolderIsItsSharePointWithIsSharedTrue) {
   addSharePoint("a", "/srv/a", {{kSmbName, "smb"}});
   EXPECT_EQ(readFolder("/srv/a"),
-            (Dictionary{
-                {"readStatus", 0},
-                {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
-                                             {"sharePointRecord", Dictionary{{"path", "/srv/a"},
-                                                                             {"name", "a"},
-                                                                             {"nameOverSMB", "smb"},
-                                                                             {"mountedOnPath", "/"},
-                                                                             {"isShared", true}}},
-                                             {"path", "/srv/a"}}}}));
+            (Dictionary{{"readStatus", 0},
+                        {"configuration",
+                         Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
+                                    {"sharePointRecord", Dictionary{{"path", "/srv/a"},
+                                                                    {"name", "a"},
+                                                                    {"nameOverSMB", "smb"},
+                                                                    {"isIndexingEnabled", false},
+                                                                    {"mountedOnPath", "/"},
+                                                                    {"isShared", true}}},
+                                    {"path", "/srv/a"}}}}));
 }
 
 TEST_F(FolderReadingTest, AFolderThatIsNotSharedSaysOnlyThat) {
@@ -57,8 +58,10 @@ TEST_F(FolderReadingTest, AFolderThatIsMissingGoesOnDownTheChain) {
   volumes.setError("/srv/a", ENOENT);
   const Dictionary reply = readFolder("/srv/a");
   EXPECT_EQ(reply.integer("readStatus"), 0);
-  EXPECT_EQ(*configuration(reply).dictionary("sharePointRecord"),
-            (Dictionary{{"path", "/srv/a"}, {"name", "a"}, {"isShared", true}}));
+  EXPECT_EQ(
+      *configuration(reply).dictionary("sharePointRecord"),
+      (Dictionary{
+          {"path", "/srv/a"}, {"name", "a"}, {"isIndexingEnabled", false}, {"isShared", true}}));
 }
 
 TEST_F(FolderReadingTest, TheExportComesWithTheSharePoint) {
@@ -135,13 +138,16 @@ TEST_F(WholeServerReadingTest, ListsAllSharePoints) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(
       read({}),
-      (Dictionary{
-          {"readStatus", 0},
-          {"configuration",
-           Dictionary{
-               {"sharePointList",
-                Array{Dictionary{{"name", "b"}, {"path", "/srv/b"}, {"mountedOnPath", "/"}},
-                      Dictionary{{"name", "a"}, {"path", "/srv/a"}, {"mountedOnPath", "/"}}}}}}}));
+      (Dictionary{{"readStatus", 0},
+                  {"configuration",
+                   Dictionary{{"sharePointList", Array{Dictionary{{"name", "b"},
+                                                                  {"path", "/srv/b"},
+                                                                  {"isIndexingEnabled", false},
+                                                                  {"mountedOnPath", "/"}},
+                                                       Dictionary{{"name", "a"},
+                                                                  {"path", "/srv/a"},
+                                                                  {"isIndexingEnabled", false},
+                                                                  {"mountedOnPath", "/"}}}}}}}));
 }
 
 TEST_F(WholeServerReadingTest, WithoutSharePointsTheConfigurationIsEmpty) {
@@ -191,11 +197,11 @@ class SharePointListTest : public HandlerFixture {
 
 TEST_F(SharePointListTest, HoldsAllSharePointsAndTheStatus) {
   addSharePoint("a", "/srv/a");
-  EXPECT_EQ(
-      list(),
-      (Dictionary{{"readStatus", 0},
-                  {"sharePointList",
-                   Array{Dictionary{{"name", "a"}, {"path", "/srv/a"}, {"mountedOnPath", "/"}}}}}));
+  EXPECT_EQ(list(), (Dictionary{{"readStatus", 0},
+                                {"sharePointList", Array{Dictionary{{"name", "a"},
+                                                                    {"path", "/srv/a"},
+                                                                    {"isIndexingEnabled", false},
+                                                                    {"mountedOnPath", "/"}}}}}));
 }
 
 TEST_F(SharePointListTest, IsAbsentWithoutSharePoints) {

@@ -44,6 +44,7 @@ TEST_F(FolderWritingTest, SharesAFolderAndReadsItBack) {
           {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                        {"sharePointRecord", Dictionary{{"path", "/srv/a"},
                                                                        {"name", "a"},
+                                                                       {"isIndexingEnabled", false},
                                                                        {"mountedOnPath", "/"},
                                                                        {"isShared", true}}},
                                        {"path", "/srv/a"}}}}));
@@ -223,15 +224,21 @@ TEST_F(WholeServerWritingTest, WritesTheListInItsOrderAndReadsAllBack) {
                                            Dictionary{{"path", "/srv/a"}, {"name", "a"}}});
   EXPECT_EQ(
       reply,
-      (Dictionary{
-          {"writeStatus", 0},
-          {"readStatus", 0},
-          {"configuration",
-           Dictionary{
-               {"sharePointList",
-                Array{Dictionary{{"name", "z"}, {"path", "/srv/z"}, {"mountedOnPath", "/"}},
-                      Dictionary{{"name", "b"}, {"path", "/srv/b"}, {"mountedOnPath", "/"}},
-                      Dictionary{{"name", "a"}, {"path", "/srv/a"}, {"mountedOnPath", "/"}}}}}}}));
+      (Dictionary{{"writeStatus", 0},
+                  {"readStatus", 0},
+                  {"configuration",
+                   Dictionary{{"sharePointList", Array{Dictionary{{"name", "z"},
+                                                                  {"path", "/srv/z"},
+                                                                  {"isIndexingEnabled", false},
+                                                                  {"mountedOnPath", "/"}},
+                                                       Dictionary{{"name", "b"},
+                                                                  {"path", "/srv/b"},
+                                                                  {"isIndexingEnabled", false},
+                                                                  {"mountedOnPath", "/"}},
+                                                       Dictionary{{"name", "a"},
+                                                                  {"path", "/srv/a"},
+                                                                  {"isIndexingEnabled", false},
+                                                                  {"mountedOnPath", "/"}}}}}}}));
 }
 
 TEST_F(WholeServerWritingTest, ElementsThatAreMarkedDeletedAreDeleted) {

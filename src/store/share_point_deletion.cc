@@ -6,6 +6,7 @@
 #include "store/directory_access.h"
 #include "store/schema.h"
 #include "store/share_point_reading.h"
+#include "volumes/md_config_wrappers.h"
 
 namespace paddock {
 
@@ -49,6 +50,9 @@ void delete_sharepoint(const std::string& identifier) {
   if (stored != nullptr) {
     removeRecord(*stored, std::move(record));
     delete_export_record(stored->nfsExportRecord());
+  }
+  if (MDConfigWrappers::isIndexingEnabledAtPath(identifier)) {
+    MDConfigWrappers::setIsIndexingEnabled(false, identifier);
   }
 }
 

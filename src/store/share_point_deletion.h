@@ -7,7 +7,8 @@ namespace paddock {
 
 // Removes the share point of the path `identifier`: its re-share's mount record, its item in the
 // shared-file list, its directory record and its NFS export (the exports file is written by the
-// caller). Reports nothing; throws what the directory throws.
+// caller). Search indexing of exactly that path is switched off, shared or not. Reports nothing;
+// throws what the directory throws.
 void delete_sharepoint(const std::string& identifier);
 
 }  // namespace paddock

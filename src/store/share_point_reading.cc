@@ -7,6 +7,7 @@
 #include "platform/volume_info.h"
 #include "store/directory_access.h"
 #include "store/schema.h"
+#include "volumes/md_config_wrappers.h"
 
 namespace paddock {
 
@@ -55,6 +56,7 @@ Status share_point_from_ds_attributes(const Dictionary& attributes,
   record = nullptr;
   auto completed =
       std::make_unique<SharePointRecord>(SharePointRecord::recordWithDSDictionary(attributes));
+  completed->setIndexingEnabled(MDConfigWrappers::isIndexingEnabledAtPath(completed->identifier()));
   completeMountPoint(*completed);
   std::shared_ptr<NFSExportRecord> exportRecord;
   const Status status = get_export_record(completed->identifier(), exportRecord);

@@ -24,8 +24,9 @@ Status read_sharepoints(const Value* filter, std::optional<Array>& list);
 // be read.
 Status get_share_point(const std::string& path, std::unique_ptr<SharePointRecord>& record);
 
-// One share point from a directory record's attributes, with its mount point (unless it already
-// has one, or its folder cannot be asked) and its NFS export.
+// One share point from a directory record's attributes, with whether its folder is indexed for
+// search, its mount point (unless it already has one, or its folder cannot be asked) and its NFS
+// export.
 Status share_point_from_ds_attributes(const Dictionary& attributes,
                                       std::unique_ptr<SharePointRecord>& record);
 

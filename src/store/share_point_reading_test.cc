@@ -44,10 +44,11 @@ TEST_F(SharePointFromAttributesTest, TakesWhatTheDirectoryKeeps) {
                                            record_),
             0);
   ASSERT_TRUE(record_);
-  EXPECT_EQ(
-      record_->dictionary(),
-      (Dictionary{
-          {"name", "a"}, {"path", "/srv/a"}, {"isSharedOverVSP", true}, {"mountedOnPath", "/"}}));
+  EXPECT_EQ(record_->dictionary(), (Dictionary{{"name", "a"},
+                                               {"path", "/srv/a"},
+                                               {"isSharedOverVSP", true},
+                                               {"isIndexingEnabled", false},
+                                               {"mountedOnPath", "/"}}));
 }
 
 TEST_F(SharePointFromAttributesTest, AddsTheMountPointOfTheFoldersVolume) {
@@ -63,7 +64,8 @@ TEST_F(SharePointFromAttributesTest, AFolderThatCannotBeAskedHasNoMountPoint) {
     volumes.setError("/srv/a", error);
     EXPECT_EQ(share_point_from_ds_attributes({{kDirectoryPath, Array{"/srv/a"}}}, record_), 0);
     ASSERT_TRUE(record_);
-    EXPECT_EQ(record_->dictionary(), (Dictionary{{"path", "/srv/a"}}));
+    EXPECT_EQ(record_->dictionary(),
+              (Dictionary{{"path", "/srv/a"}, {"isIndexingEnabled", false}}));
   }
 }
 
@@ -94,7 +96,7 @@ TEST_F(SharePointFromAttributesTest, ARecordWithoutAPathHasNeitherMountPointNorE
   EXPECT_EQ(
       share_point_from_ds_attributes({{"dsAttrTypeStandard:RecordName", Array{"a"}}}, record_), 0);
   ASSERT_TRUE(record_);
-  EXPECT_EQ(record_->dictionary(), (Dictionary{{"name", "a"}}));
+  EXPECT_EQ(record_->dictionary(), (Dictionary{{"name", "a"}, {"isIndexingEnabled", false}}));
 }
 
 class ListReadingTest : public SharePointReadingTest {};
@@ -143,6 +145,7 @@ TEST_F(ListReadingTest, EachSharePointIsItsCompletedDictionaryForm) {
                               {"path", "/srv/a"},
                               {"nameOverSMB", ""},
                               {"isBackstowBackup", false},
+                              {"isIndexingEnabled", false},
                               {"automountFileSystemType", 1},
                               {"mountedOnPath", "/"}}));
 }
@@ -254,7 +257,7 @@ TEST_F(ListReadingTest, ARecordWithoutAPathIsListed) {
   addRecord(kSharePoints, "bare");
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   ASSERT_TRUE(list_);
-  EXPECT_EQ(*list_, (Array{Dictionary{{"name", "bare"}}}));
+  EXPECT_EQ(*list_, (Array{Dictionary{{"name", "bare"}, {"isIndexingEnabled", false}}}));
 }
 
 TEST_F(ListReadingTest, ReadingChangesNothing) {
@@ -275,10 +278,11 @@ TEST_F(OneSharePointReadingTest, FindsTheSharePointOfThePath) {
   addSharePoint("b", "/srv/b", {{"dsAttrTypeNative:ftp_name", "ftp"}});
   EXPECT_EQ(get_share_point("/srv/b", record_), 0);
   ASSERT_TRUE(record_);
-  EXPECT_EQ(
-      record_->dictionary(),
-      (Dictionary{
-          {"name", "b"}, {"path", "/srv/b"}, {"nameOverFTP", "ftp"}, {"mountedOnPath", "/"}}));
+  EXPECT_EQ(record_->dictionary(), (Dictionary{{"name", "b"},
+                                               {"path", "/srv/b"},
+                                               {"nameOverFTP", "ftp"},
+                                               {"isIndexingEnabled", false},
+                                               {"mountedOnPath", "/"}}));
 }
 
 TEST_F(OneSharePointReadingTest, AFolderThatIsNotSharedIsSuccessWithoutARecord) {

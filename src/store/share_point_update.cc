@@ -10,11 +10,13 @@
 #include "platform/uuid_source.h"
 #include "platform/volume_info.h"
 #include "store/directory_access.h"
+#include "store/exception_text.h"
 #include "store/nfs_reshare.h"
 #include "store/schema.h"
 #include "store/share_point_export.h"
 #include "store/share_point_reading.h"
 #include "store/unique_name.h"
+#include "volumes/md_config_wrappers.h"
 
 namespace paddock {
 
@@ -143,6 +145,18 @@ void renewBackupIdentifier(DirectoryRecord& record) {
   record.setAttribute(schema::kBackstowBackupUuid, guidText(services().uuidSource->newUuid()));
 }
 
+// A failure of it changes no status. Deliberate: of an exception with a status the line names the
+// path and then the number, although the text was once made for the other order.
+void switchIndexing(const SharePointRecord& merged) {
+  const std::string path = merged.identifier();
+  try {
+    MDConfigWrappers::setIsIndexingEnabled(merged.isIndexingEnabled(), path);
+  } catch (...) {
+    services().logger->log(kLogError, "paddock_sharing: Could not enable/disable lookwise for " +
+                                          path + ": " + describe_current_exception());
+  }
+}
+
 void keepFirst(Status& kept, Status status) {
   if (kept == kSuccess) kept = status;
 }
@@ -162,6 +176,7 @@ Status applyMerged(const SharePointRecord& merged, Update& update) {
     write_nfs_reshare(*merged.path(), record);
   }
   if (merged.isBackstowBackup()) renewBackupIdentifier(record);
+  switchIndexing(merged);
   return status;
 }
 

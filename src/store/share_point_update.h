@@ -7,9 +7,9 @@
 namespace paddock {
 
 // Writes the share point: finds its directory record by its path, or creates it with free names;
-// stores the merged settings; brings its NFS export, automount attributes, re-share mount and
-// backup identifier in step. Returns 0, the status of the lookup, or 100076. Throws what the
-// directory throws outside naming, creating and storing.
+// stores the merged settings; brings its NFS export, automount attributes, re-share mount, backup
+// identifier and search indexing in step. Returns 0, the status of the lookup, or 100076. Throws
+// what the directory throws outside naming, creating and storing.
 //
 // A record that this call created and could not fill is removed again, and nothing else is done for
 // it, so that a share point that could not be saved leaves nothing behind. (An element that has

@@ -1,12 +1,11 @@
 #include "store/share_point_writing.h"
 
-#include <exception>
 #include <string>
 
 #include "exports/shared_exports_parser.h"
-#include "platform/directory.h"
 #include "platform/logger.h"
 #include "platform/services.h"
+#include "store/exception_text.h"
 #include "store/share_point_deletion.h"
 #include "store/share_point_update.h"
 
@@ -16,20 +15,6 @@ namespace {
 
 void logEndOfCall(const std::string& detail) {
   services().logger->log(kLogError, "paddock_sharing write_sharepoints exception: " + detail);
-}
-
-// What ended the call: its status number where the error has one, otherwise its description.
-std::string describeCurrentException() {
-  try {
-    throw;
-  } catch (const DirectoryError& error) {
-    if (const auto status = error.status()) return std::to_string(*status);
-    return error.what();
-  } catch (const std::exception& error) {
-    return error.what();
-  } catch (...) {
-    return "an unknown exception";
-  }
 }
 
 void deleteMarked(const std::vector<SharePointRecord>& sharePoints) {
@@ -60,7 +45,7 @@ Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
     writeOthers(sharePoints, overall);
     shared_exports_parser().writeFile();
   } catch (...) {
-    logEndOfCall(describeCurrentException());
+    logEndOfCall(describe_current_exception());
   }
   return overall;
 }

@@ -24,6 +24,7 @@
 #include "platform/testing/in_memory_file_attributes.h"
 #include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_membership.h"
+#include "platform/testing/in_memory_metadata_stores.h"
 #include "platform/testing/in_memory_shared_file_list.h"
 #include "platform/testing/in_memory_text_files.h"
 #include "platform/testing/recording_logger.h"
@@ -69,6 +70,7 @@ struct ModuleDoubles {
   InMemoryFileTree tree;
   InMemoryFileAttributes fileAttributes{tree, accounts};
   InMemoryAcl acl{tree};
+  InMemoryMetadataStores stores;
 
   Services services() {
     Services all;
@@ -86,6 +88,7 @@ struct ModuleDoubles {
     all.accounts = &accounts;
     all.fileAttributes = &fileAttributes;
     all.acl = &acl;
+    all.metadataStores = &stores;
     all.exportsPath = kExportsPath;
     return all;
   }
@@ -135,6 +138,7 @@ class ModuleFixture : public ::testing::Test {
   InMemoryAccounts& accounts = doubles_.accounts;
   InMemoryFileTree& tree = doubles_.tree;
   InMemoryAcl& acl = doubles_.acl;
+  InMemoryMetadataStores& stores = doubles_.stores;
 
   void addRecord(const std::string& type, const std::string& name,
                  const Dictionary& attributes = {}) {

@@ -19,6 +19,7 @@
 
 #include "platform/directory.h"
 #include "platform/file_attributes.h"
+#include "platform/metadata_stores.h"
 #include "platform/plugin_commands.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
@@ -479,6 +480,42 @@ class TracedAcl : public ForwardingAcl {
   ServiceTrace& trace_;
 };
 
+// Operations: copyStorePaths, copyStoreAttributes, setStoreAttributes, createStore; detail: the
+// search level that is set.
+class TracedMetadataStores : public MetadataStores {
+ public:
+  TracedMetadataStores(MetadataStores& stores, ServiceTrace& trace)
+      : stores_(stores), trace_(trace) {}
+
+  int copyStorePaths(std::shared_ptr<const StorePaths>& paths) override {
+    paths = nullptr;
+    const int number = trace_.before("copyStorePaths");
+    return number != 0 ? number : stores_.copyStorePaths(paths);
+  }
+  int copyStoreAttributes(const std::string& path, Dictionary& attributes) override {
+    attributes = {};
+    const int number = trace_.before("copyStoreAttributes", path);
+    return number != 0 ? number : stores_.copyStoreAttributes(path, attributes);
+  }
+  int setStoreAttributes(const std::string& path, const Dictionary& attributes) override {
+    const int number = trace_.before("setStoreAttributes", path, levelIn(attributes));
+    return number != 0 ? number : stores_.setStoreAttributes(path, attributes);
+  }
+  int createStore(const std::string& path, const Dictionary& attributes) override {
+    const int number = trace_.before("createStore", path, levelIn(attributes));
+    return number != 0 ? number : stores_.createStore(path, attributes);
+  }
+
+ private:
+  static std::string levelIn(const Dictionary& attributes) {
+    const std::string* level = attributes.string(metadata_store::kSearchLevel);
+    return level != nullptr ? *level : std::string();
+  }
+
+  MetadataStores& stores_;
+  ServiceTrace& trace_;
+};
+
 // Every service of `wrapped` that the trace knows, traced; the others as they are.
 class TracedServices {
  public:
@@ -491,6 +528,7 @@ class TracedServices {
         uuids_(*wrapped.uuidSource, trace),
         fileAttributes_(*wrapped.fileAttributes, trace),
         acl_(*wrapped.acl, trace),
+        stores_(*wrapped.metadataStores, trace),
         services_(wrapped) {
     services_.directory = &directory_;
     services_.textFiles = &files_;
@@ -500,6 +538,7 @@ class TracedServices {
     services_.uuidSource = &uuids_;
     services_.fileAttributes = &fileAttributes_;
     services_.acl = &acl_;
+    services_.metadataStores = &stores_;
   }
   TracedServices(const TracedServices&) = delete;
   TracedServices& operator=(const TracedServices&) = delete;
@@ -515,6 +554,7 @@ class TracedServices {
   TracedUuidSource uuids_;
   TracedFileAttributes fileAttributes_;
   TracedAcl acl_;
+  TracedMetadataStores stores_;
   Services services_;
 };
 
