@@ -36,7 +36,7 @@ class AclProjectionTest : public ::testing::Test {
 
   const std::map<std::uint32_t, std::vector<std::uint32_t>> groups_{
       {1001, {100}}, {1002, {200}}, {1003, {100, 200}}};
-  const std::vector<std::uint32_t> none_;
+  const std::vector<std::uint32_t> none_{};
   const GroupsOf groupsOf_ = [this](std::uint32_t uid) -> const std::vector<std::uint32_t>& {
     const auto found = groups_.find(uid);
     return found == groups_.end() ? none_ : found->second;

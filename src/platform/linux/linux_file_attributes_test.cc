@@ -23,6 +23,8 @@
 namespace paddock {
 namespace {
 
+using nt_acl::withTail;
+
 constexpr std::uint32_t kUnnamedId = 2111222333;
 
 // A directory that cannot answer, for names that the system does not know.
@@ -259,6 +261,76 @@ TEST_F(LinuxFileAttributesTest, AReadOnlyFileSystemIsReported) {
     EXPECT_EQ(service_.apply(file_, {"daemon", {}, {}}), EROFS);
     EXPECT_EQ(attributesOf(file_).type, "regular");
   });
+}
+
+// With an extended ACL.
+
+class LinuxFileAttributesAclTest : public LinuxFileAttributesTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
+    if (const std::string why = whyNoLists(folder_.path()); !why.empty()) GTEST_SKIP() << why;
+    if (const std::string why = whyNoPosixAcls(folder_.path()); !why.empty()) GTEST_SKIP() << why;
+    acl::List list;
+    list.entries.push_back(std::make_unique<acl::Entry>());
+    list.entries[0]->tag = acl::kExtendedAllow;
+    list.entries[0]->qualifier = computedGuid({PrincipalType::user, 1000});
+    list.entries[0]->permset.permissions = acl::kReadData | acl::kWriteData;
+    ASSERT_EQ(world_.acls.writeTo(opened(file_).get(), list), 0);
+  }
+
+  static nt_acl::Descriptor stored(const std::string& path) {
+    return nt_acl::decode(attributeOf(path, "security.NTACL").value_or("")).value();
+  }
+  void store(const std::vector<nt_acl::Ace>& list) {
+    nt_acl::Descriptor descriptor;
+    descriptor.list = list;
+    ASSERT_EQ(setAttribute(file_, "security.NTACL", nt_acl::encode(descriptor).value()), 0);
+  }
+
+  const nt_acl::Ace entry_{nt_acl::kAllowed, 0, 0x100003, {22, {1, 1000}}, {}};
+};
+
+TEST_F(LinuxFileAttributesAclTest, ChangesOfOwnerGroupAndModeReachTheListAndItsProjection) {
+  EXPECT_EQ(service_.apply(file_, {"daemon", "bin", 0604}), 0);
+  EXPECT_EQ(stored(file_).owner, (nt_acl::Sid{22, {1, 1}}));
+  EXPECT_EQ(stored(file_).group, (nt_acl::Sid{22, {2, 2}}));
+  EXPECT_EQ(*stored(file_).list, withTail({entry_}, {1, 2, {6, 0, 4}, false}));
+  EXPECT_EQ(aclOf(file_).classes, (posix_acl::Classes{6, 0, 4}));
+  EXPECT_EQ(aclOf(file_).users, (std::vector<posix_acl::Named>{{1000, 6}}));
+  EXPECT_EQ(attributesOf(file_).permissions, 0604U);
+}
+
+TEST_F(LinuxFileAttributesAclTest, AnOwnerAloneReachesTheListToo) {
+  EXPECT_EQ(service_.apply(file_, {"daemon", {}, {}}), 0);
+  EXPECT_EQ(stored(file_).owner, (nt_acl::Sid{22, {1, 1}}));
+  EXPECT_EQ(*stored(file_).list, withTail({entry_}, {1, 0, {6, 4, 0}, false}));
+}
+
+TEST_F(LinuxFileAttributesAclTest, AModeThatWasChangedElsewhereReachesTheTailWithTheNextChange) {
+  ASSERT_EQ(::chmod(file_.c_str(), 0604), 0);  // the kernel takes the group's part for the mask
+  EXPECT_EQ(attributesOf(file_).permissions, 0604U);
+  EXPECT_EQ(service_.apply(file_, {{}, "bin", {}}), 0);
+  EXPECT_EQ(*stored(file_).list, withTail({entry_}, {0, 2, {6, 0, 4}, false}));
+}
+
+TEST_F(LinuxFileAttributesAclTest, ACompleteListGetsNoTail) {
+  store({entry_});
+  EXPECT_EQ(setMode(file_, 0777), 0);
+  EXPECT_EQ(*stored(file_).list, std::vector<nt_acl::Ace>{entry_});
+}
+
+TEST_F(LinuxFileAttributesAclTest, AListThatDoesNotDecodeIsLeftAloneAndTheModeIsSet) {
+  ASSERT_EQ(setAttribute(file_, "security.NTACL", "spoilt"), 0);
+  EXPECT_EQ(setMode(file_, 0705), 0);
+  EXPECT_EQ(attributeOf(file_, "security.NTACL"), "spoilt");
+  EXPECT_EQ(attributesOf(file_).permissions, 0705U);
+}
+
+TEST_F(LinuxFileAttributesAclTest, AnEmptyChangeLeavesTheListAlone) {
+  ASSERT_EQ(::chown(file_.c_str(), 1, 1), 0);
+  EXPECT_EQ(service_.apply(file_, {}), 0);
+  EXPECT_EQ(stored(file_).owner, (nt_acl::Sid{22, {1, 0}}));
 }
 
 }  // namespace

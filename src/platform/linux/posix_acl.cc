@@ -121,6 +121,7 @@ void Acl::computeMask() {
   mask = classes.group;
   for (const auto* entries : {&users, &groups})
     for (const Named& entry : *entries) mask = static_cast<Bits>(*mask | entry.bits);
+  if (mask == Bits{0}) mask = classes.others;
 }
 
 std::optional<Acl> decode(std::string_view value) {

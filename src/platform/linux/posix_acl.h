@@ -51,7 +51,9 @@ struct Acl {
   bool namesAnybody() const { return !users.empty() || !groups.empty(); }
   // The classes as they are in effect: the owning group's part within the mask.
   Classes effectiveClasses() const;
-  // The mask that bounds nothing, where anything is named.
+  // The mask that bounds nothing, where anything is named. It is not empty as long as others have
+  // anything: the kernel does not look at an ACL whose mask is empty, and who is named to have
+  // nothing would have what others have.
   void computeMask();
 };
 

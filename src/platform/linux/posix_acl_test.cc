@@ -97,5 +97,16 @@ TEST(PosixAcl, TheComputedMaskBoundsNothing) {
   EXPECT_EQ(acl.mask, Bits{7});
 }
 
+TEST(PosixAcl, TheComputedMaskIsNotEmptyWhileOthersHaveAnything) {
+  Acl acl;
+  acl.classes = {7, 0, 5};
+  acl.users = {{1000, 0}};
+  acl.computeMask();
+  EXPECT_EQ(acl.mask, Bits{5});
+  acl.classes.others = 0;
+  acl.computeMask();
+  EXPECT_EQ(acl.mask, Bits{0});
+}
+
 }  // namespace
 }  // namespace paddock::posix_acl

@@ -67,12 +67,13 @@ class Keepsakes {
   std::vector<std::unique_ptr<acl::Entry>> entries_;
 };
 
-// A SID of a GUID that nobody had may be somebody's by now, and is looked up again.
-bool isLasting(const Sid& sid) { return !sidGuid(sid); }
+// Whether the principal's SID on disk is the one that `sidFor` gives. A GUID that nobody had may be
+// somebody's by now, and whoever has a uid or gid is written by it.
+bool isFinal(const Sid& sid, const Guid& guid) { return unixPrincipal(sid) || isForeignGuid(guid); }
 
 int sidOf(PrincipalSids& sids, const acl::Entry& entry, Sid& sid) {
   const Sid* original = originalSid(entry);
-  if (original != nullptr && isLasting(*original)) {
+  if (original != nullptr && isFinal(*original, *entry.qualifier)) {
     sid = *original;
     return 0;
   }
@@ -91,16 +92,12 @@ int writeEntry(PrincipalSids& sids, const acl::Entry& entry, Keepsakes& keepsake
   if (!canBeStored(entry)) return EINVAL;
   const auto kept = entry.origin == nullptr ? keepsakes.take(entry) : nullptr;
   const Ace* stored = storedAce(entry, kept.get());
-  if (stored != nullptr && (isLasting(stored->sid) || !stored->foreign.empty())) {
-    ace = *stored;
-    return 0;
-  }
-  if (entry.tag == acl::kForeignTag) {
-    ace = changedAce(entry, {});
+  if (entry.tag == acl::kForeignTag || (stored != nullptr && !stored->foreign.empty())) {
+    ace = stored != nullptr ? *stored : changedAce(entry, {});
     return 0;
   }
   Sid sid;
-  if (const int error = sidOf(sids, entry, sid); error != 0) return error;
+  if (const int error = sidOf(sids, kept ? *kept : entry, sid); error != 0) return error;
   ace = stored != nullptr ? *stored : changedAce(entry, sid);
   ace.sid = std::move(sid);
   return 0;
