@@ -20,8 +20,6 @@ constexpr std::array<TableBounds, kQuotaTypes> kTableBounds = {
     TableBounds{32, 262'144},
 };
 
-constexpr std::size_t kIdOffset = 44;
-
 // Reads or writes the fields of a slot one after the other.
 template <typename Number>
 Number bigEndian(const std::uint8_t* bytes) {
@@ -138,7 +136,7 @@ QuotaEntry decodeQuotaEntry(std::span<const std::uint8_t, kQuotaSlotSize> slot) 
 }
 
 std::uint32_t quotaEntryId(std::span<const std::uint8_t, kQuotaSlotSize> slot) {
-  return bigEndian<std::uint32_t>(slot.data() + kIdOffset);
+  return bigEndian<std::uint32_t>(slot.data() + kQuotaIdOffset);
 }
 
 bool isQuotaHeaderOf(QuotaType type, std::uint32_t magic, std::uint32_t version,

@@ -28,6 +28,7 @@ inline constexpr const char* kQuotaOperationsName = ".quota.ops";
 inline constexpr const char* quotagroup = "operator";
 
 inline constexpr std::size_t kQuotaSlotSize = 64;
+inline constexpr std::size_t kQuotaIdOffset = 44;  // in an entry
 inline constexpr std::uint32_t kQuotaVersion = 1;
 inline constexpr std::uint32_t kQuotaGracePeriod = 7 * 24 * 60 * 60;  // seconds
 inline constexpr std::array<char, 16> kQuotaTag = {'Q', 'U', 'O', 'T', 'A', ' ', 'H', 'A',

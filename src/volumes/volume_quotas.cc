@@ -1,0 +1,103 @@
+#include "volumes/volume_quotas.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/system_call.h"
+#include "platform/browser_information.h"
+#include "platform/file_attributes.h"
+#include "platform/program_runner.h"
+#include "platform/quota_control.h"
+#include "platform/services.h"
+#include "volumes/quota_files.h"
+#include "volumes/quota_listing.h"
+#include "volumes/volume_files.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr const char* kIsEnabledKey = "isEnabled";
+constexpr const char* kUsersKey = "usr";
+constexpr const char* kGroupsKey = "grp";
+constexpr const char* kQuotaErrorKey = "quotaError";
+constexpr std::uint32_t kStateOn = 1;
+constexpr mode_t kMarkerMode = 0640;
+
+// In the browser information, the flags word and the flag in it.
+constexpr std::size_t kFlagsOffset = 8;
+constexpr std::uint16_t kInvisibleFlag = 0x4000;
+
+Status listInto(Dictionary& quotas, const char* key, const std::string& volumePath,
+                QuotaType type) {
+  std::optional<Array> entries;
+  const Status status = read_quota_entries(volumePath, type, entries);
+  if (entries) quotas.set(key, std::move(*entries));
+  return status;
+}
+
+void makeFiles(const std::string& volumePath) {
+  const std::string marker = quota_file_path(volumePath, kQuotaOperationsName, kUserQuota);
+  FileDescriptor made;
+  if (createFile(marker, kMarkerMode, made) == 0) set_file_invisible(marker);
+  const std::string quotaFile = quota_file_path(volumePath, qfname, kUserQuota);
+  if (!isTaken(quotaFile)) {
+    (void)qfcreate(volumePath, kUserQuota);
+    set_file_invisible(quotaFile);
+  }
+}
+
+// What is no regular file was not made here and stays.
+void removeMarker(const std::string& volumePath) {
+  const std::string marker = quota_file_path(volumePath, kQuotaOperationsName, kUserQuota);
+  if (isRegularFile(marker)) ::unlink(marker.c_str());
+}
+
+}  // namespace
+
+Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) {
+  quotas = {};
+  if (!services().fileAttributes->exists(volumePath)) {
+    quotas.set(kQuotaErrorKey, "FILE_NOT_FOUND_ERR");
+    return kSuccess;
+  }
+  std::uint32_t state = 0;
+  const int unknown = services().quotaControl->quotactl(
+      volumePath, quotaCommand(kQuotaStateCommand, kUserQuota), 0, &state);
+  quotas.set(kIsEnabledKey, unknown == 0 && state == kStateOn);
+  if (unknown != 0) return unknown == ENOTSUP ? kSuccess : unknown;
+  const Status status = listInto(quotas, kUsersKey, volumePath, kUserQuota);
+  return status != kSuccess ? status : listInto(quotas, kGroupsKey, volumePath, kGroupQuota);
+}
+
+Status set_volume_quota_info(const std::string& volumePath, const Dictionary& quotas) {
+  const auto enable = quotas.boolean(kIsEnabledKey);
+  if (!enable) return kSuccess;
+  if (*enable) makeFiles(volumePath);
+  const std::uint32_t command = *enable ? kQuotaOnCommand : kQuotaOffCommand;
+  const int refused =
+      services().quotaControl->quotactl(volumePath, quotaCommand(command, kUserQuota), 0,
+                                        quota_file_path(volumePath, qfname, kUserQuota));
+  if (*enable) {
+    // Deliberate: "-u" stands in the place of the program's name.
+    (void)services().programRunner->start(services().quotaCheckerPath, {"-u", volumePath});
+  } else {
+    removeMarker(volumePath);
+  }
+  return refused != 0 ? CANNOT_SET_QUOTA_STATE_ERR : kSuccess;
+}
+
+void set_file_invisible(const std::string& path) {
+  BrowserInformation information{};
+  if (services().browserInformation->read(path, information) != 0) return;
+  std::uint16_t flags = 0;
+  // Deliberate: the word is in this host's order.
+  std::memcpy(&flags, information.data() + kFlagsOffset, sizeof flags);
+  flags = static_cast<std::uint16_t>(flags | kInvisibleFlag);
+  std::memcpy(information.data() + kFlagsOffset, &flags, sizeof flags);
+  (void)services().browserInformation->write(path, information);
+}
+
+}  // namespace paddock
