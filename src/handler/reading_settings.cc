@@ -3,12 +3,12 @@
 #include "handler/sharing_request_handler.h"
 #include "privileges/file_privs.h"
 #include "store/share_point_reading.h"
+#include "volumes/volume_quotas.h"
 
 namespace paddock {
 
 namespace {
 
-constexpr const char* kVolumeQuotasKey = "volumeQuotas";
 constexpr const char* kErrorKey = "error";
 
 Dictionary sharePointForm(const SharePointRecord* record) {
@@ -32,6 +32,13 @@ Status readSharePoint(const std::string& path, Dictionary& settings) {
   return status;
 }
 
+Status readVolumeQuotas(const std::string& path, Dictionary& settings) {
+  Dictionary quotas;
+  const Status status = get_volume_quota_info(path, quotas);
+  settings.set(kVolumeQuotasKey, std::move(quotas));
+  return status;
+}
+
 // The first step that fails ends the chain; the steps behind it have empty dictionaries.
 Status readFolder(const std::string& path, Dictionary& settings) {
   settings.set(kPathKey, path);
@@ -41,7 +48,8 @@ Status readFolder(const std::string& path, Dictionary& settings) {
   } else {
     settings.set(kSharePointRecordKey, Dictionary());
   }
-  if (status != kSuccess) settings.set(kVolumeQuotasKey, Dictionary());
+  if (status == kSuccess) return readVolumeQuotas(path, settings);
+  settings.set(kVolumeQuotasKey, Dictionary());
   return status;
 }
 

@@ -41,6 +41,7 @@ TEST_F(FolderReadingTest, ASharedFolderIsItsSharePointWithIsSharedTrue) {
                                                                     {"isIndexingEnabled", false},
                                                                     {"mountedOnPath", "/"},
                                                                     {"isShared", true}}},
+                                    {"volumeQuotas", missingQuotas()},
                                     {"path", "/srv/a"}}}}));
 }
 
@@ -50,6 +51,7 @@ TEST_F(FolderReadingTest, AFolderThatIsNotSharedSaysOnlyThat) {
                 {"readStatus", 0},
                 {"configuration", Dictionary{{"fileAccessPrivs", missingPrivs("/srv/a")},
                                              {"sharePointRecord", Dictionary{{"isShared", false}}},
+                                             {"volumeQuotas", missingQuotas()},
                                              {"path", "/srv/a"}}}}));
 }
 

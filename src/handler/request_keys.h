@@ -12,6 +12,7 @@ inline constexpr const char* kPathKey = "path";
 inline constexpr const char* kConfigurationKey = "configuration";
 inline constexpr const char* kSharePointListKey = "sharePointList";
 inline constexpr const char* kFileAccessPrivsKey = "fileAccessPrivs";
+inline constexpr const char* kVolumeQuotasKey = "volumeQuotas";
 inline constexpr const char* kSharePointRecordKey = "sharePointRecord";
 inline constexpr const char* kIsSharedKey = "isShared";
 inline constexpr const char* kReadStatusKey = "readStatus";

@@ -5,6 +5,7 @@
 #include "handler/sharing_request_handler.h"
 #include "privileges/file_privs.h"
 #include "store/share_point_writing.h"
+#include "volumes/volume_quotas.h"
 
 namespace paddock {
 
@@ -69,6 +70,11 @@ Status writePrivileges(const std::string& path, const Dictionary& configuration)
   return privileges != nullptr ? write_file_privs(path, *privileges) : kSuccess;
 }
 
+Status writeVolumeQuotas(const std::string& path, const Dictionary& configuration) {
+  const Dictionary* quotas = configuration.dictionary(kVolumeQuotasKey);
+  return quotas != nullptr ? set_volume_quota_info(path, *quotas) : kSuccess;
+}
+
 Status firstFailure(std::initializer_list<Status> statuses) {
   for (const Status status : statuses) {
     if (status != kSuccess) return status;
@@ -109,8 +115,9 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
     const Status privStatus = path != nullptr ? writePrivileges(*path, configuration) : kSuccess;
     std::vector<SharePointRecord> sharePoints =
         path != nullptr ? folderSharePoint(*path, configuration) : listedSharePoints(configuration);
+    const Status quotaStatus = path != nullptr ? writeVolumeQuotas(*path, configuration) : kSuccess;
     const Status spStatus = write_sharepoints(sharePoints, context(), credentials, *this);
-    writeStatus = firstFailure({privStatus, spStatus});
+    writeStatus = firstFailure({privStatus, quotaStatus, spStatus});
   }
   // The lock is free here, since reading takes it again.
   return replyFor(writeStatus, readSettingsWithRequest(readBackRequest(path)));

@@ -47,6 +47,7 @@ TEST_F(FolderWritingTest, SharesAFolderAndReadsItBack) {
                                                                        {"isIndexingEnabled", false},
                                                                        {"mountedOnPath", "/"},
                                                                        {"isShared", true}}},
+                                       {"volumeQuotas", missingQuotas()},
                                        {"path", "/srv/a"}}}}));
   EXPECT_EQ(sharePointNames(), (Names{"a"}));
 }

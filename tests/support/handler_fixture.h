@@ -34,6 +34,8 @@ class HandlerFixture : public ModuleFixture {
   static Dictionary missingPrivs(const std::string& path) {
     return {{"posixErr", "FILE_NOT_FOUND_ERR"}, {"acl", Array{}}, {"path", path}};
   }
+  // The quotas of a path where nothing is.
+  static Dictionary missingQuotas() { return {{"quotaError", "FILE_NOT_FOUND_ERR"}}; }
 
   SharingRequestHandler handler;
 };

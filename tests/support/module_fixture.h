@@ -14,8 +14,10 @@
 #include "platform/directory.h"
 #include "platform/linux/case_fold.h"
 #include "platform/services.h"
+#include "platform/testing/fake_browser_information.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/fake_host_name.h"
+#include "platform/testing/fake_quota_control.h"
 #include "platform/testing/fake_uuid_source.h"
 #include "platform/testing/fake_volume_info.h"
 #include "platform/testing/in_memory_accounts.h"
@@ -71,6 +73,9 @@ struct ModuleDoubles {
   InMemoryFileAttributes fileAttributes{tree, accounts};
   InMemoryAcl acl{tree};
   InMemoryMetadataStores stores;
+  // Quota files and markers are real files: a test names a real folder.
+  FakeQuotaControl quotaControl{volumes};
+  FakeBrowserInformation browserInformation;
 
   Services services() {
     Services all;
@@ -89,6 +94,8 @@ struct ModuleDoubles {
     all.fileAttributes = &fileAttributes;
     all.acl = &acl;
     all.metadataStores = &stores;
+    all.quotaControl = &quotaControl;
+    all.browserInformation = &browserInformation;
     all.exportsPath = kExportsPath;
     return all;
   }
@@ -139,6 +146,7 @@ class ModuleFixture : public ::testing::Test {
   InMemoryFileTree& tree = doubles_.tree;
   InMemoryAcl& acl = doubles_.acl;
   InMemoryMetadataStores& stores = doubles_.stores;
+  FakeQuotaControl& quotaControl = doubles_.quotaControl;
 
   void addRecord(const std::string& type, const std::string& name,
                  const Dictionary& attributes = {}) {

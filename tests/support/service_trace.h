@@ -21,6 +21,7 @@
 #include "platform/file_attributes.h"
 #include "platform/metadata_stores.h"
 #include "platform/plugin_commands.h"
+#include "platform/quota_control.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
 #include "platform/testing/forwarding_acl.h"
@@ -516,6 +517,23 @@ class TracedMetadataStores : public MetadataStores {
   ServiceTrace& trace_;
 };
 
+// Operation: quotactl; subject: the path, detail: the command word in decimal.
+class TracedQuotaControl : public QuotaControl {
+ public:
+  TracedQuotaControl(QuotaControl& control, ServiceTrace& trace)
+      : control_(control), trace_(trace) {}
+
+  int quotactl(const std::string& path, std::uint32_t commandWord, std::uint32_t id,
+               const QuotaArgument& argument) override {
+    const int number = trace_.before("quotactl", path, std::to_string(commandWord));
+    return number != 0 ? number : control_.quotactl(path, commandWord, id, argument);
+  }
+
+ private:
+  QuotaControl& control_;
+  ServiceTrace& trace_;
+};
+
 // Every service of `wrapped` that the trace knows, traced; the others as they are.
 class TracedServices {
  public:
@@ -529,6 +547,7 @@ class TracedServices {
         fileAttributes_(*wrapped.fileAttributes, trace),
         acl_(*wrapped.acl, trace),
         stores_(*wrapped.metadataStores, trace),
+        quotaControl_(*wrapped.quotaControl, trace),
         services_(wrapped) {
     services_.directory = &directory_;
     services_.textFiles = &files_;
@@ -539,6 +558,7 @@ class TracedServices {
     services_.fileAttributes = &fileAttributes_;
     services_.acl = &acl_;
     services_.metadataStores = &stores_;
+    services_.quotaControl = &quotaControl_;
   }
   TracedServices(const TracedServices&) = delete;
   TracedServices& operator=(const TracedServices&) = delete;
@@ -555,6 +575,7 @@ class TracedServices {
   TracedFileAttributes fileAttributes_;
   TracedAcl acl_;
   TracedMetadataStores stores_;
+  TracedQuotaControl quotaControl_;
   Services services_;
 };
 

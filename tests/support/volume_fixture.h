@@ -4,11 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cerrno>
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_file_attributes.h"
+#include "platform/file_attributes.h"
 #include "platform/services.h"
 #include "platform/testing/fake_browser_information.h"
 #include "platform/testing/fake_quota_control.h"
@@ -48,6 +49,16 @@ inline QuotaEntry usage(std::uint32_t id, std::uint64_t bytes, std::uint64_t har
   return entry;
 }
 
+// Says whether a real file exists, and nothing else of it.
+class ExistenceOfFiles : public FileAttributeService {
+ public:
+  int read(const std::string&, FileAttributes&) override { return ENOTSUP; }
+  int apply(const std::string&, const FileAttributeChanges&) override { return ENOTSUP; }
+  bool exists(const std::string& path) override {
+    return path.find('\0') == std::string::npos && std::filesystem::exists(path);
+  }
+};
+
 class VolumeFixture : public ::testing::Test {
  protected:
   static constexpr std::uint64_t kBlock = 4096;
@@ -83,7 +94,7 @@ class VolumeFixture : public ::testing::Test {
   FakeQuotaControl quotas{volumes};
   FakeBrowserInformation browserInformation;
   InMemoryAccounts accounts;
-  LinuxFileAttributes fileAttributes{accounts};
+  ExistenceOfFiles fileAttributes;
   RecordingProgramRunner programs;
 
   Services doubles() {
