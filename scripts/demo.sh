@@ -197,6 +197,20 @@ demo_privileges() {
   expect_text "a group is denied"
 }
 
+demo_index() {
+  demo_heading "Index it for search: the indexing account may read it from now on"
+  step 'keelhouse index on "$F"'
+  expect_status 0
+  step 'keelhouse index status "$F"'
+  expect_text "is indexed"
+  step 'keelhouse share show "$F"'
+  expect_text "isIndexingEnabled: yes"
+  if can_keep_acls; then
+    step 'keelhouse acl show "$F"'
+    expect_text "user:89"
+  fi
+}
+
 demo_refuse() {
   demo_heading "Somebody without rights is refused, and both are in the audit log"
   if [ "$(id -u)" -eq 0 ]; then
@@ -263,6 +277,7 @@ command_demo() {
   demo_curl
   demo_change
   demo_privileges
+  demo_index
   demo_refuse
   demo_restart
   demo_unshare

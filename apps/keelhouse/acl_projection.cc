@@ -1,7 +1,5 @@
 #include "keelhouse/acl_projection.h"
 
-#include <array>
-
 #include "keelhouse/acl_words.h"
 
 namespace paddock::keelhouse {
@@ -10,23 +8,9 @@ namespace {
 
 using Notes = std::vector<std::string>;
 
-// The rights that one bit of the kernel stands for. An entry's `decisive` right says whether the
-// bit is given.
-struct KernelBit {
-  const char* name;
-  std::uint32_t decisive;
-  std::uint32_t onFile;
-  std::uint32_t onFolder;
-};
-
-constexpr std::array kBits = {
-    KernelBit{"read", rights::kReadData, rights::kReadData | rights::kReadExtended,
-              rights::kReadData | rights::kReadExtended},
-    KernelBit{
-        "write", rights::kWriteData,
-        rights::kWriteData | rights::kAppendData | rights::kWriteExtended,
-        rights::kWriteData | rights::kAppendData | rights::kDeleteChild | rights::kWriteExtended},
-};
+// The rights that the kernel's bit to write stands for. The first one decides about the bit.
+constexpr std::uint32_t kWriteOnFile = rights::kWriteData | rights::kAppendData;
+constexpr std::uint32_t kWriteOnFolder = kWriteOnFile | rights::kDeleteChild;
 
 constexpr std::uint32_t kDecisive = rights::kReadData | rights::kWriteData | rights::kExecute;
 
@@ -49,20 +33,27 @@ std::string namesOf(std::uint32_t bits, bool folder) {
   return withBlanks(formatRights(bits, folder));
 }
 
-void notePartsOfBits(Notes& notes, const Ace& ace, bool folder) {
-  for (const KernelBit& bit : kBits) {
-    const std::uint32_t all = folder ? bit.onFolder : bit.onFile;
-    const std::uint32_t has = ace.rights & all;
-    if (has == 0 || has == all) continue;
-    const bool decided = (has & bit.decisive) != 0;
-    const std::string what = std::string(decided ? "" : "not ") + (*ace.allow ? "given" : "denied");
-    notes.push_back(namesOf(has, folder) + " without " + namesOf(all & ~has, folder) +
-                    ": the kernel has one bit to " + bit.name + ", which is " + what);
-  }
+void notePartOfWriting(Notes& notes, const Ace& ace, bool folder) {
+  const std::uint32_t all = folder ? kWriteOnFolder : kWriteOnFile;
+  const std::uint32_t has = ace.rights & all;
+  if (has == 0 || has == all) return;
+  const bool decided = (has & rights::kWriteData) != 0;
+  const std::string what = std::string(decided ? "" : "not ") + (*ace.allow ? "given" : "denied");
+  notes.push_back(namesOf(has, folder) + " without " + namesOf(all & ~has, folder) +
+                  ": the kernel has one bit to write, which is " + what);
+}
+
+// Extended attributes go with the data in the kernel.
+std::uint32_t withoutTheirBit(std::uint32_t bits) {
+  std::uint32_t alone = 0;
+  if ((bits & rights::kReadData) == 0) alone |= bits & rights::kReadExtended;
+  if ((bits & rights::kWriteData) == 0) alone |= bits & rights::kWriteExtended;
+  return alone;
 }
 
 void noteOtherRights(Notes& notes, const Ace& ace, bool folder) {
-  const std::uint32_t beyond = ace.rights & (*ace.allow ? kNotGiven : kNotDenied);
+  const std::uint32_t beyond =
+      (ace.rights & (*ace.allow ? kNotGiven : kNotDenied)) | withoutTheirBit(ace.rights);
   if (beyond == 0) return;
   notes.push_back(std::string("not the kernel's to ") + (*ace.allow ? "give: " : "deny: ") +
                   namesOf(beyond, folder));
@@ -104,7 +95,7 @@ Notes notesOf(const ProjectedEntry& entry, bool folder, const std::optional<std:
   if (!entry.ace.allow) return {"an entry of a kind that the kernel does not have"};
   Notes notes;
   notePrincipal(notes, entry, owner);
-  notePartsOfBits(notes, entry.ace, folder);
+  notePartOfWriting(notes, entry.ace, folder);
   noteOtherRights(notes, entry.ace, folder);
   noteInheritance(notes, entry.ace.inheritance);
   return notes;
