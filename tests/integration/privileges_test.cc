@@ -8,13 +8,11 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 
 #include "base/status.h"
-#include "integration/running_daemon.h"
+#include "integration/sharing_daemon.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
-#include "wire/json.h"
 
 namespace paddock::testing {
 namespace {
@@ -25,42 +23,17 @@ constexpr const char* kAttribute = "security.NTACL";
 // A GUID that names nobody.
 constexpr const char* kGuid = "DEADBEEF-0000-4000-8000-000000000001";
 
-// The daemon with the sharing plug-in.
-class SharingDaemon {
+class PrivilegesDaemon : public SharingDaemon {
  public:
-  SharingDaemon() {
-    const std::string below = "paddock_sharing.bundle/Contents";
-    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
-    fs::create_directories(contents);
-    fs::create_directories(tree_.path("/etc"));
-    fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + "/paddock_sharing.so",
-                  contents + "/paddock_sharing.so");
-    daemon_.emplace(tree_);
-    EXPECT_TRUE(daemon_->running()) << daemon_->log();
-  }
-  // What is checked by a sanitizer at its end is an error there.
-  ~SharingDaemon() { EXPECT_EQ(daemon_->stop(), 0) << daemon_->log(); }
-  SharingDaemon(const SharingDaemon&) = delete;
-  SharingDaemon& operator=(const SharingDaemon&) = delete;
-
-  Dictionary ask(const std::string& operation, const Dictionary& request) const {
-    const Response response =
-        daemon_->post("/v1/paddock_sharing/" + operation, wire::writeJson(request));
-    EXPECT_EQ(response.status, 200) << response.body;
-    return response.dictionary();
-  }
-  std::string log() const { return daemon_->log(); }
   // "fileAccessPrivs" of the path.
   Dictionary read(const std::string& path) const {
-    const Dictionary reply = ask("readSettings", selecting(path));
+    const Dictionary reply = readSettings(path);
     EXPECT_EQ(reply.integer("readStatus"), 0);
     return privilegesIn(reply);
   }
   // The whole reply.
   Dictionary write(const std::string& path, const Dictionary& privileges) const {
-    Dictionary request = selecting(path);
-    request.set("configuration", Dictionary{{"fileAccessPrivs", privileges}});
-    return ask("writeSettings", request);
+    return writeSettings(path, {{"fileAccessPrivs", privileges}});
   }
   std::int64_t writeStatus(const std::string& path, const Dictionary& privileges) const {
     return write(path, privileges).integer("writeStatus").value();
@@ -72,14 +45,6 @@ class SharingDaemon {
     EXPECT_NE(privileges, nullptr);
     return privileges != nullptr ? *privileges : Dictionary();
   }
-
- private:
-  static Dictionary selecting(const std::string& path) {
-    return {{"optionalArguments", Dictionary{{"path", path}}}};
-  }
-
-  DaemonTree tree_;
-  std::optional<RunningDaemon> daemon_;
 };
 
 Dictionary entryOf(const char* guid, const char* allow, int bitmap, int flags) {
@@ -119,11 +84,11 @@ class PrivilegesTest : public ::testing::Test {
 };
 
 TEST_F(PrivilegesTest, OwnerGroupModeAndAclAreWrittenAndReadBackInOneRequest) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   const Dictionary reply = daemon.write(
       path_, {{"owner", "daemon"}, {"group", "daemon"}, {"privs", "750"}, {"acl", Array{entry_}}});
   EXPECT_EQ(reply.integer("writeStatus"), 0);
-  EXPECT_EQ(SharingDaemon::privilegesIn(reply),
+  EXPECT_EQ(PrivilegesDaemon::privilegesIn(reply),
             (Dictionary{{"owner", "daemon"},
                         {"group", "daemon"},
                         {"fileType", "directory"},
@@ -138,7 +103,7 @@ TEST_F(PrivilegesTest, OwnerGroupModeAndAclAreWrittenAndReadBackInOneRequest) {
 }
 
 TEST_F(PrivilegesTest, UsersAndGroupsOfTheHostAreNamedInTheAcl) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   const Array entries = {
       Dictionary{{"allowPermission", "YES"}, {"bitmap", 2}, {"isUser", 0}, {"uniqueID", 1}},
       Dictionary{{"allowPermission", "NO"}, {"bitmap", 4}, {"isUser", 1}, {"groupID", "1"}}};
@@ -155,7 +120,7 @@ TEST_F(PrivilegesTest, UsersAndGroupsOfTheHostAreNamedInTheAcl) {
 }
 
 TEST_F(PrivilegesTest, WhatIsReadCanBeSentBackAsItIs) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(path_, {{"privs", "711"}, {"acl", Array{entry_, entry_}}}), 0);
   const Dictionary before = daemon.read(path_);
   EXPECT_EQ(daemon.writeStatus(path_, before), 0);
@@ -163,7 +128,7 @@ TEST_F(PrivilegesTest, WhatIsReadCanBeSentBackAsItIs) {
 }
 
 TEST_F(PrivilegesTest, AModeIsChangedBelowAnAclThatStays) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(path_, {{"acl", Array{entry_}}}), 0);
   EXPECT_EQ(daemon.writeStatus(path_, {{"privs", "705"}}), 0);
   const Dictionary privileges = daemon.read(path_);
@@ -172,18 +137,18 @@ TEST_F(PrivilegesTest, AModeIsChangedBelowAnAclThatStays) {
 }
 
 TEST_F(PrivilegesTest, AnEmptyAclIsCleared) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(path_, {{"acl", Array{entry_}}}), 0);
   ASSERT_TRUE(hasAttribute(path_));
   const Dictionary reply = daemon.write(path_, {{"acl", Array{}}});
   EXPECT_EQ(reply.integer("writeStatus"), 0);
-  EXPECT_EQ(*SharingDaemon::privilegesIn(reply).array("acl"), Array{});
+  EXPECT_EQ(*PrivilegesDaemon::privilegesIn(reply).array("acl"), Array{});
   EXPECT_FALSE(hasAttribute(path_));
-  EXPECT_EQ(*SharingDaemon::privilegesIn(reply).string("privs"), "755");
+  EXPECT_EQ(*PrivilegesDaemon::privilegesIn(reply).string("privs"), "755");
 }
 
 TEST_F(PrivilegesTest, LongListsAreKeptWholeOrRefusedWhole) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   for (const std::size_t count : {1U, 128U, 129U, 1000U}) {
     ASSERT_EQ(daemon.writeStatus(path_, {{"acl", Array{}}}), 0);
     const std::int64_t status = daemon.writeStatus(path_, {{"acl", Array(count, entry_)}});
@@ -199,7 +164,7 @@ TEST_F(PrivilegesTest, LongListsAreKeptWholeOrRefusedWhole) {
 }
 
 TEST_F(PrivilegesTest, AnAttributeThatIsNoAclIsSaidToBeInvalid) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, "spoilt", 6, 0), 0);
   const Dictionary privileges = daemon.read(path_);
   EXPECT_EQ(*privileges.string("aclErr"), "INVALID_ACL_ERR");
@@ -214,7 +179,7 @@ TEST_F(PrivilegesTest, AnAttributeThatIsNoAclIsSaidToBeInvalid) {
 }
 
 TEST_F(PrivilegesTest, AMissingPathIsSaidToBe) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   const std::string missing = folder_.path("missing");
   EXPECT_EQ(daemon.read(missing),
             (Dictionary{{"posixErr", "FILE_NOT_FOUND_ERR"}, {"acl", Array{}}, {"path", missing}}));
@@ -226,7 +191,7 @@ TEST_F(PrivilegesTest, AMissingPathIsSaidToBe) {
 }
 
 TEST_F(PrivilegesTest, AFileIsReadAndWrittenLikeAFolder) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   const std::string file = folder_.path("file");
   writeWholeFile(file, "contents");
   EXPECT_EQ(
@@ -239,7 +204,7 @@ TEST_F(PrivilegesTest, AFileIsReadAndWrittenLikeAFolder) {
 }
 
 TEST_F(PrivilegesTest, ALinkIsFollowed) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   const std::string link = folder_.path("link");
   ASSERT_EQ(::symlink(path_.c_str(), link.c_str()), 0);
   EXPECT_EQ(daemon.writeStatus(link, {{"privs", "700"}, {"acl", Array{entry_}}}), 0);
@@ -251,7 +216,7 @@ TEST_F(PrivilegesTest, ALinkIsFollowed) {
 }
 
 TEST_F(PrivilegesTest, AFifoIsNotWaitedFor) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   const std::string fifo = folder_.path("fifo");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   EXPECT_EQ(daemon.writeStatus(fifo, {{"privs", "660"}}), 0);
@@ -261,7 +226,7 @@ TEST_F(PrivilegesTest, AFifoIsNotWaitedFor) {
 }
 
 TEST_F(PrivilegesTest, UnknownAccountsChangeNothing) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   EXPECT_EQ(daemon.writeStatus(path_, {{"owner", "no-such-account-of-a-test"}, {"privs", "700"}}),
             USER_NOT_FOUND_ERR);
   EXPECT_EQ(daemon.writeStatus(path_, {{"group", "no-such-account-of-a-test"}, {"privs", "700"}}),
@@ -270,7 +235,7 @@ TEST_F(PrivilegesTest, UnknownAccountsChangeNothing) {
 }
 
 TEST_F(PrivilegesTest, AnUnnamedOwnerAndGroupReadAsEmpty) {
-  const SharingDaemon daemon;
+  const PrivilegesDaemon daemon;
   ASSERT_EQ(::chown(path_.c_str(), 2111222333, 2111222333), 0);
   const Dictionary privileges = daemon.read(path_);
   EXPECT_EQ(*privileges.string("owner"), "");
@@ -293,7 +258,7 @@ TEST_F(PrivilegesOnMountsTest, TmpfsHoldsThem) {
       std::printf("not tested on tmpfs: %s\n", why.c_str());
       return;
     }
-    const SharingDaemon daemon;
+    const PrivilegesDaemon daemon;
     EXPECT_EQ(daemon.writeStatus(path_, {{"privs", "750"}, {"acl", Array{entry_}}}), 0);
     EXPECT_EQ(*daemon.read(path_).string("privs"), "750");
     EXPECT_EQ(daemon.read(path_).array("acl")->size(), 1U);
@@ -306,7 +271,7 @@ TEST_F(PrivilegesOnMountsTest, AReadOnlyMountRefusesChanges) {
     const std::string folder = path_ + "/folder";
     ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
     ASSERT_EQ(::mount("", path_.c_str(), "", MS_REMOUNT | MS_RDONLY, ""), 0);
-    const SharingDaemon daemon;
+    const PrivilegesDaemon daemon;
     EXPECT_EQ(daemon.writeStatus(folder, {{"privs", "700"}}), CANNOT_CHANGE_PRIVS_ERR);
     EXPECT_EQ(daemon.writeStatus(folder, {{"acl", Array{entry_}}}), CANNOT_SET_ACL_FILE_ERR);
     EXPECT_EQ(*daemon.read(folder).string("privs"), "755");
@@ -318,7 +283,7 @@ TEST_F(PrivilegesOnMountsTest, AFileSystemWithoutAttributesHasNoAclAndTakesNone)
   runInOwnMounts([this] {
     ASSERT_EQ(::mount("ramfs", path_.c_str(), "ramfs", 0, ""), 0);
     ASSERT_FALSE(whyNoLists(path_).empty());
-    const SharingDaemon daemon;
+    const PrivilegesDaemon daemon;
     EXPECT_EQ(daemon.writeStatus(path_, {{"privs", "750"}, {"acl", Array{entry_}}}),
               CANNOT_SET_ACL_FILE_ERR);
     EXPECT_EQ(daemon.writeStatus(path_, {{"acl", Array{}}}), 0);

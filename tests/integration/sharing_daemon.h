@@ -1,0 +1,73 @@
+// A running daemon with the sharing plug-in, below a tree of its own. The program that includes
+// this defines PADDOCK_BUNDLES.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "integration/running_daemon.h"
+#include "wire/json.h"
+
+namespace paddock::testing {
+
+class SharingDaemon {
+ public:
+  explicit SharingDaemon(const std::string& configuration = {}) {
+    namespace fs = std::filesystem;
+    const std::string below = "paddock_sharing.bundle/Contents";
+    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
+    fs::create_directories(contents);
+    fs::create_directories(tree_.path("/etc"));
+    fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + "/paddock_sharing.so",
+                  contents + "/paddock_sharing.so");
+    if (!configuration.empty()) tree_.configure(configuration);
+    start();
+  }
+  // What is checked by a sanitizer at its end is an error there.
+  ~SharingDaemon() { stop(); }
+  SharingDaemon(const SharingDaemon&) = delete;
+  SharingDaemon& operator=(const SharingDaemon&) = delete;
+
+  const DaemonTree& tree() const { return tree_; }
+  std::string log() const { return daemon_->log(); }
+  void restart() {
+    stop();
+    start();
+  }
+
+  // The reply of an operation of the sharing plug-in.
+  Dictionary ask(const std::string& operation, const Dictionary& request) const {
+    const Response response =
+        daemon_->post("/v1/paddock_sharing/" + operation, wire::writeJson(request));
+    EXPECT_EQ(response.status, 200) << response.body;
+    return response.dictionary();
+  }
+  // The reply of reading the settings of a folder.
+  Dictionary readSettings(const std::string& path) const {
+    return ask("readSettings", selecting(path));
+  }
+  // The reply of writing them.
+  Dictionary writeSettings(const std::string& path, const Dictionary& configuration) const {
+    Dictionary request = selecting(path);
+    request.set("configuration", configuration);
+    return ask("writeSettings", request);
+  }
+
+ private:
+  static Dictionary selecting(const std::string& path) {
+    return {{"optionalArguments", Dictionary{{"path", path}}}};
+  }
+  void start() {
+    daemon_.emplace(tree_);
+    EXPECT_TRUE(daemon_->running()) << daemon_->log();
+  }
+  void stop() { EXPECT_EQ(daemon_->stop(), 0) << daemon_->log(); }
+
+  DaemonTree tree_;
+  std::optional<RunningDaemon> daemon_;
+};
+
+}  // namespace paddock::testing
