@@ -164,8 +164,10 @@ TEST_F(IndexingTest, TheKernelLetsTheIndexingAccountIn) {
     GTEST_SKIP() << "the file system keeps no POSIX ACLs: " << std::strerror(errno);
   EXPECT_TRUE(canList(kIndexingUid, path_));
   EXPECT_FALSE(canList(kIndexingUid + 1, path_));
-  makeFolder(path_ + "/made later");
-  EXPECT_TRUE(canList(kIndexingUid, path_ + "/made later"));
+  const std::string later = path_ + "/made later";
+  ASSERT_EQ(::mkdir(later.c_str(), 0750), 0);
+  EXPECT_TRUE(canList(kIndexingUid, later));
+  EXPECT_FALSE(canList(kIndexingUid + 1, later));
 }
 
 TEST_F(IndexingTest, AFolderThatIsMissingIsSharedAndItsEntryIsSaidToFail) {
