@@ -23,6 +23,7 @@ set(PADDOCK_LAYERS
   "plugins         | plugins              | hostlib platform_linux platform_host platform api base"
   "apps_paddockd   | apps/paddockd        | daemon base"
   "apps_keelhouse  | apps/keelhouse       | wire base"
+  "apps_quotascan  | apps/quotascan       | volumes platform_linux platform base"
 )
 
 # Layers whose code includes the standard library, POSIX and this project, nothing else.

@@ -20,8 +20,9 @@ struct EndedProgram {
   std::string error;
 };
 
-// Runs words[0] with `input` on its standard input.
-inline EndedProgram runProgram(std::vector<std::string> words, const std::string& input = {}) {
+// Runs the program with `words` as its argument vector and `input` on its standard input.
+inline EndedProgram runProgramAs(const std::string& program, std::vector<std::string> words,
+                                 const std::string& input = {}) {
   const TestFolder folder;
   writeWholeFile(folder.path("in"), input);
   posix_spawn_file_actions_t actions;
@@ -38,15 +39,21 @@ inline EndedProgram runProgram(std::vector<std::string> words, const std::string
   arguments.push_back(nullptr);
   pid_t child = -1;
   const int error =
-      ::posix_spawn(&child, arguments.front(), &actions, nullptr, arguments.data(), environ);
+      ::posix_spawn(&child, program.c_str(), &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  EXPECT_EQ(error, 0) << words.front();
+  EXPECT_EQ(error, 0) << program;
   int status = -1;
   if (error == 0) {
     EXPECT_EQ(::waitpid(child, &status, 0), child);
   }
   return {error == 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1,
           readWholeFile(folder.path("out")), readWholeFile(folder.path("err"))};
+}
+
+// The same with words[0] as the program.
+inline EndedProgram runProgram(const std::vector<std::string>& words,
+                               const std::string& input = {}) {
+  return runProgramAs(words.front(), words, input);
 }
 
 }  // namespace paddock

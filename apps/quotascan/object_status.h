@@ -1,0 +1,38 @@
+// What counting needs to know of an object of the file system; see statx(2).
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+
+namespace paddock::quotascan {
+
+struct ObjectStatus {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint64_t mount = 0;  // 0 where the kernel does not say (before Linux 5.8)
+  std::uint64_t bytes = 0;  // allocated
+  std::uint32_t owner = 0;
+  std::uint32_t group = 0;
+  std::uint32_t links = 0;
+  mode_t type = 0;          // the S_IFMT bits
+  bool isMountRoot = true;  // true too where the kernel does not say
+
+  bool isFolder() const { return S_ISDIR(type); }
+  bool isSameObject(const ObjectStatus& other) const {
+    return device == other.device && inode == other.inode;
+  }
+};
+
+// Of the object `name` in the folder; a link itself, and no automount is set off. 0 or an errno.
+int statusOf(int folder, const char* name, ObjectStatus& status);
+// Of an open object.
+int statusOf(int object, ObjectStatus& status);
+
+// The path of an open object, for messages.
+std::string pathOf(int object);
+// The same of what has the name in an open folder.
+std::string pathOf(int folder, const std::string& name);
+
+}  // namespace paddock::quotascan

@@ -1,0 +1,40 @@
+// A quota file's table with new figures in it, written to another file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "volumes/quota_file_format.h"
+
+namespace paddock::quotascan {
+
+// What was found out about a volume: one entry for each id that uses something (or, where the
+// kernel told it, has a limit), in ascending order of the ids, none for id 0.
+struct Findings {
+  std::vector<QuotaEntry> entries;
+  bool haveLimits = false;  // false: of the figures, `usedBytes` and `usedFiles` alone count
+};
+
+struct TableSummary {
+  std::uint32_t entries = 0;
+  std::uint32_t slots = 0;
+  bool isGrown = false;
+  std::uint32_t repeated = 0;  // entries left out because their id stood in the table before
+};
+
+// How many slots a table of `slots` gets for so many entries: twice as many until at most 90 in 100
+// are taken. 0 when there is no such number.
+std::uint32_t grownTableSize(std::uint32_t slots, std::uint64_t entries);
+
+// Reads the table of `oldFile`, whose header is `header`, and writes to the empty file `newFile`
+// the header, its number of slots aside unchanged, and the entries, each where a search finds it:
+//   - the old ones, with what was found of their ids; one of which nothing was found keeps its
+//     limits and uses 0;
+//   - those of new ids, when they use something or have a limit.
+// Slots without an entry take no room on disk. `path` and `newPath` are for messages. Throws
+// Failure.
+TableSummary rewriteTable(int oldFile, const QuotaFileHeader& header, const Findings& findings,
+                          int newFile, const std::string& path, const std::string& newPath);
+
+}  // namespace paddock::quotascan

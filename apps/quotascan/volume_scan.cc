@@ -1,0 +1,151 @@
+#include "quotascan/volume_scan.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/system_call.h"
+#include "quotascan/failure.h"
+#include "quotascan/kernel_counts.h"
+#include "quotascan/object_status.h"
+#include "quotascan/replacement.h"
+#include "quotascan/tree_walk.h"
+
+namespace paddock::quotascan {
+
+namespace {
+
+constexpr QuotaType kTypes[] = {kUserQuota, kGroupQuota};
+
+// A quota file of the volume on its way to being up to date.
+struct Subject {
+  FileOutcome outcome;
+  std::optional<QuotaFile> file;
+  std::optional<Findings> findings;
+
+  bool isLeft() const { return outcome.failure.empty(); }
+};
+
+FileDescriptor openVolume(const std::string& path) {
+  int descriptor = -1;
+  const int error = errnoOf(
+      [&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  if (error != 0) throw failureOf("open", path, error);
+  FileDescriptor volume(descriptor);
+  ObjectStatus status;
+  const int unreadable = statusOf(descriptor, status);
+  if (unreadable != 0) throw failureOf("read", path, unreadable);
+  if (!status.isMountRoot) {
+    throw Failure(path + " is not where a volume is mounted; give the volume's highest folder");
+  }
+  return volume;
+}
+
+// Does a step for one file alone; another one goes on when it fails.
+template <typename Step>
+void attempt(FileOutcome& outcome, Step step) {
+  try {
+    step();
+  } catch (const Failure& failure) {
+    outcome.failure = failure.what();
+  }
+}
+
+std::vector<Subject> openFiles(int volume, const std::string& path, ScanEvents& events) {
+  std::vector<Subject> subjects;
+  for (const QuotaType type : kTypes) {
+    Subject subject;
+    subject.outcome.type = type;
+    attempt(subject.outcome,
+            [&] { subject.file = QuotaFile::open(volume, path, type, events.waiting); });
+    if (subject.file || !subject.isLeft()) subjects.push_back(std::move(subject));
+  }
+  return subjects;
+}
+
+std::set<std::string> namesOfFiles() {
+  std::set<std::string> names;
+  for (const QuotaType type : kTypes) {
+    names.insert(quotaFileName(type));
+    names.insert(replacementName(quotaFileName(type)));
+  }
+  return names;
+}
+
+Findings findingsOf(const UsageTable& usages) {
+  Findings findings;
+  for (const auto& [id, usage] : usages.map()) {
+    if (id == 0) continue;
+    QuotaEntry entry;
+    entry.id = id;
+    entry.usedBytes = usage.bytes;
+    entry.usedFiles = static_cast<std::uint32_t>(std::min<std::uint64_t>(usage.files, UINT32_MAX));
+    findings.entries.push_back(entry);
+  }
+  std::sort(findings.entries.begin(), findings.entries.end(),
+            [](const QuotaEntry& left, const QuotaEntry& right) { return left.id < right.id; });
+  return findings;
+}
+
+void askKernel(int volume, const std::string& path, std::vector<Subject>& subjects) {
+  for (Subject& subject : subjects) {
+    if (!subject.isLeft()) continue;
+    attempt(subject.outcome, [&] {
+      subject.findings = kernelFindings(kernelQuotasOf(volume, subject.outcome.type), path);
+    });
+    subject.outcome.byKernel = subject.findings.has_value();
+  }
+}
+
+std::optional<std::uint64_t> walk(int volume, std::vector<Subject>& subjects, ScanEvents& events) {
+  const auto needsWalk = [](const Subject& subject) {
+    return subject.isLeft() && !subject.findings;
+  };
+  if (std::none_of(subjects.begin(), subjects.end(), needsWalk)) return std::nullopt;
+  WalkOptions options;
+  options.ignored = namesOfFiles();
+  events.walking();
+  const Counts counts = countUsage(volume, options, events.objects);
+  events.walked();
+  for (Subject& subject : subjects) {
+    if (!needsWalk(subject)) continue;
+    subject.findings =
+        findingsOf(subject.outcome.type == kUserQuota ? counts.users : counts.groups);
+  }
+  return counts.objects;
+}
+
+void rewrite(int volume, Subject& subject) {
+  QuotaFile& file = *subject.file;
+  // Read as late as can be, so that limits that were set during the walk are kept.
+  file.checkUnchanged(volume);
+  Replacement replacement(volume, file);
+  subject.outcome.table = rewriteTable(file.descriptor(), file.header(), *subject.findings,
+                                       replacement.descriptor(), file.path(), replacement.path());
+  file.checkUnchanged(volume);
+  replacement.putInPlace();
+}
+
+}  // namespace
+
+ScanOutcome scanVolume(const std::string& path, ScanEvents& events) {
+  const FileDescriptor volume = openVolume(path);
+  std::vector<Subject> subjects = openFiles(volume.get(), path, events);
+  if (subjects.empty()) {
+    throw Failure(path + " has no " + quotaFileName(kUserQuota) +
+                  ", so there is nothing to bring up to date; \"keelhouse quota on " + path +
+                  "\" makes one");
+  }
+  askKernel(volume.get(), path, subjects);
+  ScanOutcome outcome;
+  outcome.objects = walk(volume.get(), subjects, events);
+  for (Subject& subject : subjects) {
+    if (subject.isLeft()) attempt(subject.outcome, [&] { rewrite(volume.get(), subject); });
+    outcome.files.push_back(subject.outcome);
+  }
+  return outcome;
+}
+
+}  // namespace paddock::quotascan

@@ -1,0 +1,191 @@
+#include "quotascan/walker.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "base/system_call.h"
+#include "quotascan/failure.h"
+
+namespace paddock::quotascan {
+
+namespace {
+
+constexpr std::size_t kBuffer = std::size_t{64} << 10U;
+// Entries of fewer bytes are not worth handing over.
+constexpr std::size_t kShared = std::size_t{4} << 10U;
+// When so many names wait on all levels, few more are read at a time.
+constexpr std::size_t kManyPending = std::size_t{4} << 20U;
+constexpr std::size_t kSmallBuffer = 1024;
+
+constexpr const char* kUnchanged = "nothing was changed; mend it and run quotascan again";
+
+// What an object's going away while its folder is read looks like.
+bool isGone(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ESTALE;
+}
+
+}  // namespace
+
+Walker::Walker(SharedWalk& shared, std::size_t descriptors)
+    : shared_(shared), stack_(descriptors), buffer_(kBuffer) {}
+
+void Walker::run() {
+  while (auto work = shared_.queue.take()) perform(std::move(*work));
+}
+
+void Walker::count(const ObjectStatus& status) {
+  counts_.users.add(status.owner, status.bytes);
+  counts_.groups.add(status.group, status.bytes);
+  ++counts_.objects;
+}
+
+void Walker::perform(Work work) {
+  ObjectStatus status;
+  if (const int error = statusOf(work.folder.get(), status); error != 0) {
+    throw failureOf("read", pathOf(work.folder.get()), error, kUnchanged);
+  }
+  stack_.clear();
+  stack_.push(std::move(work.folder), status, {});
+  if (!work.entries.empty()) {
+    stack_.top().isRead = true;
+    look(stack_.top(), FolderEntries(work.entries));
+  }
+  while (!stack_.empty() && !shared_.queue.isStopped()) {
+    if (!stack_.top().pending.empty()) {
+      enterNext();
+    } else if (!stack_.top().isRead) {
+      readOn();
+    } else {
+      leave();
+    }
+  }
+  reportProgress();
+}
+
+void Walker::readOn() {
+  FolderStack::Level& level = stack_.top();
+  const std::span<char> all(buffer_);
+  const auto buffer = stack_.pendingBytes() > kManyPending ? all.first(kSmallBuffer) : all;
+  std::span<const char> bytes;
+  const int error = readEntries(level.folder.get(), buffer, bytes, level.position);
+  if (error != 0 && !isGone(error))
+    throw failureOf("read", pathOf(level.folder.get()), error, kUnchanged);
+  if (bytes.empty()) {
+    level.isRead = true;
+    return;
+  }
+  FolderEntries entries(bytes);
+  if (bytes.size() >= kShared && shared_.queue.isWanted()) shareHalf(level, entries);
+  look(level, entries);
+  reportProgress();
+}
+
+void Walker::look(FolderStack::Level& level, FolderEntries entries) {
+  while (const dirent64* entry = entries.next()) {
+    if (isIgnored(level, entry->d_name)) continue;
+    if (entry->d_type == DT_DIR) {
+      stack_.addPending(level, entry->d_name);
+    } else {
+      lookAt(level, entry->d_name);
+    }
+  }
+}
+
+void Walker::lookAt(FolderStack::Level& level, const char* name) {
+  ObjectStatus status;
+  const int error = statusOf(level.folder.get(), name, status);
+  if (isGone(error)) return;
+  if (error != 0) throw failureOf("read", pathOf(level.folder.get(), name), error, kUnchanged);
+  // Where the file system does not say an entry's type, or another object has come to the name.
+  if (status.isFolder()) {
+    stack_.addPending(level, name);
+  } else {
+    countOther(status);
+  }
+}
+
+void Walker::countOther(const ObjectStatus& status) {
+  // A file may be a mount point. Its device says nothing: some file systems give each file another.
+  if (status.mount != shared_.root.mount) return;
+  if (status.links > 1 && !shared_.linked.isFirst(status)) return;
+  count(status);
+}
+
+void Walker::enterNext() {
+  const bool wanted = shared_.queue.isWanted();
+  FolderStack::Level* highest = wanted ? stack_.highestPending() : nullptr;
+  FolderStack::Level& above = highest != nullptr ? *highest : stack_.top();
+  std::string name = stack_.takePending(above);
+  ObjectStatus status;
+  FileDescriptor folder = enter(above, name, status);
+  if (!folder) return;
+  count(status);
+  if (wanted) {
+    shared_.queue.give({std::move(folder), {}});
+  } else {
+    stack_.push(std::move(folder), status, std::move(name));
+  }
+}
+
+// The folder, opened; none when it is gone, or is another volume.
+FileDescriptor Walker::enter(const FolderStack::Level& above, const std::string& name,
+                             ObjectStatus& status) {
+  const auto check = [&](int error) {
+    if (error != 0 && !isGone(error)) {
+      throw failureOf("read", pathOf(above.folder.get(), name), error, kUnchanged);
+    }
+    return error == 0;
+  };
+  // Before it is opened, because opening sets off an automount.
+  if (!check(statusOf(above.folder.get(), name.c_str(), status))) return {};
+  if (!status.isFolder()) {
+    countOther(status);
+    return {};
+  }
+  if (!isOnVolume(status)) return {};
+  int descriptor = -1;
+  const int error = errnoOf(
+      [&] {
+        return ::openat(above.folder.get(), name.c_str(),
+                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      },
+      &descriptor);
+  if (!check(error)) return {};
+  FileDescriptor folder(descriptor);
+  // What was opened is what counts, if another one has come to the name.
+  if (!check(statusOf(descriptor, status)) || !isOnVolume(status)) return {};
+  return folder;
+}
+
+void Walker::leave() {
+  if (stack_.pop() == 0) return;
+  throw Failure("a folder below " + pathOf(stack_.base().folder.get()) + ", " + stack_.top().name +
+                ", was moved while it was counted; nothing was changed; run quotascan again");
+}
+
+void Walker::shareHalf(const FolderStack::Level& level, FolderEntries& entries) {
+  int descriptor = -1;
+  const int error = errnoOf(
+      [&] { return ::fcntl(level.folder.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }, &descriptor);
+  if (error != 0) throw failureOf("open", pathOf(level.folder.get()), error, kUnchanged);
+  FileDescriptor folder(descriptor);
+  shared_.queue.give({std::move(folder), entries.cutHalf()});
+}
+
+bool Walker::isOnVolume(const ObjectStatus& folder) const {
+  return folder.mount == shared_.root.mount && folder.device == shared_.root.device;
+}
+
+bool Walker::isIgnored(const FolderStack::Level& level, const char* name) const {
+  return level.inode == shared_.root.inode && level.device == shared_.root.device &&
+         shared_.ignored.contains(name);
+}
+
+void Walker::reportProgress() {
+  shared_.objects += counts_.objects - reported_;
+  reported_ = counts_.objects;
+}
+
+}  // namespace paddock::quotascan

@@ -1,0 +1,66 @@
+// One thread of a walk; see tree_walk.h.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "quotascan/folder_entries.h"
+#include "quotascan/folder_stack.h"
+#include "quotascan/linked_inodes.h"
+#include "quotascan/usage.h"
+#include "quotascan/work_queue.h"
+
+namespace paddock::quotascan {
+
+// What the threads of a walk have in common.
+struct SharedWalk {
+  SharedWalk(unsigned threads, std::atomic<std::uint64_t>& counted,
+             const std::set<std::string>& ignoredNames)
+      : queue(threads), objects(counted), ignored(ignoredNames) {}
+
+  WorkQueue queue;
+  LinkedInodes linked;
+  ObjectStatus root;
+  std::atomic<std::uint64_t>& objects;
+  const std::set<std::string>& ignored;  // names in the root folder
+};
+
+class Walker {
+ public:
+  // At most `descriptors` (2 or more) stay open, besides what is on its way into the queue and one
+  // folder that is being entered.
+  Walker(SharedWalk& shared, std::size_t descriptors);
+
+  // Counts one object.
+  void count(const ObjectStatus& status);
+  // Takes work until there is none. Throws Failure.
+  void run();
+  const Counts& counts() const { return counts_; }
+
+ private:
+  void perform(Work work);
+  void readOn();
+  void look(FolderStack::Level& level, FolderEntries entries);
+  void lookAt(FolderStack::Level& level, const char* name);
+  void countOther(const ObjectStatus& status);
+  void enterNext();
+  FileDescriptor enter(const FolderStack::Level& above, const std::string& name,
+                       ObjectStatus& status);
+  void leave();
+  void shareHalf(const FolderStack::Level& level, FolderEntries& entries);
+  bool isOnVolume(const ObjectStatus& folder) const;
+  bool isIgnored(const FolderStack::Level& level, const char* name) const;
+  void reportProgress();
+
+  SharedWalk& shared_;
+  FolderStack stack_;
+  Counts counts_;
+  std::uint64_t reported_ = 0;
+  std::vector<char> buffer_;
+};
+
+}  // namespace paddock::quotascan
