@@ -5,13 +5,12 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <optional>
+#include <set>
 
 #include "base/status.h"
-#include "integration/running_daemon.h"
+#include "integration/sharing_daemon.h"
 #include "support/loop_volume.h"
 #include "support/volume_fixture.h"
-#include "wire/json.h"
 
 namespace paddock::testing {
 namespace {
@@ -21,40 +20,22 @@ namespace fs = std::filesystem;
 constexpr const char* kAccounting =
     "[volumes]\nquota_backend = \"accounting\"\nquota_checker = \"/usr/sbin/checker\"\n";
 
-// The daemon with the sharing plug-in, and a quota checker that says when it ran and for what.
-class Server {
+// The daemon with a quota checker that says for what it ran.
+class Server : public SharingDaemon {
  public:
-  explicit Server(const std::string& configuration) {
-    const std::string below = "paddock_sharing.bundle/Contents";
-    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
-    fs::create_directories(contents);
-    fs::create_directories(tree_.path("/etc"));
-    fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + "/paddock_sharing.so",
-                  contents + "/paddock_sharing.so");
-    tree_.configure(configuration);
+  explicit Server(const std::string& configuration) : SharingDaemon(configuration) {
     setChecker("echo \"$@\" >>'" + checkerLog() + "'");
-    start();
   }
-
-  void start() {
-    daemon_.emplace(tree_);
-    ASSERT_TRUE(daemon_->running()) << daemon_->log();
-  }
-  int stop() { return daemon_->stop(); }
 
   // What the checker does from now on.
-  void setChecker(const std::string& script) {
-    tree_.write("/usr/sbin/checker", "#!/bin/sh\n" + script + "\n");
-    ASSERT_EQ(::chmod(tree_.path("/usr/sbin/checker").c_str(), 0755), 0);
+  void setChecker(const std::string& script) const {
+    tree().write("/usr/sbin/checker", "#!/bin/sh\n" + script + "\n");
+    ASSERT_EQ(::chmod(tree().path("/usr/sbin/checker").c_str(), 0755), 0);
   }
-  std::string checkerLog() const { return tree_.path("/checked"); }
+  std::string checkerLog() const { return tree().path("/checked"); }
 
-  Dictionary read(const std::string& path) const { return ask("readSettings", path, {}); }
-  Dictionary write(const std::string& path, const Dictionary& quotas) const {
-    return ask("writeSettings", path, {{"volumeQuotas", quotas}});
-  }
   Dictionary switchTo(const std::string& path, bool on) const {
-    return write(path, {{"isEnabled", on}});
+    return writeSettings(path, {{"volumeQuotas", Dictionary{{"isEnabled", on}}}});
   }
   static Dictionary quotasIn(const Dictionary& reply) {
     const Dictionary* configuration = reply.dictionary("configuration");
@@ -63,23 +44,6 @@ class Server {
     EXPECT_NE(quotas, nullptr);
     return quotas != nullptr ? *quotas : Dictionary();
   }
-
-  const DaemonTree& tree() const { return tree_; }
-  const RunningDaemon& daemon() const { return *daemon_; }
-
- private:
-  Dictionary ask(const std::string& operation, const std::string& path,
-                 const Dictionary& configuration) const {
-    Dictionary request{{"optionalArguments", Dictionary{{"path", path}}}};
-    if (!configuration.empty()) request.set("configuration", configuration);
-    const Response response =
-        daemon_->post("/v1/paddock_sharing/" + operation, wire::writeJson(request));
-    EXPECT_EQ(response.status, 200) << response.body;
-    return response.dictionary();
-  }
-
-  DaemonTree tree_;
-  std::optional<RunningDaemon> daemon_;
 };
 
 class QuotasTest : public ::testing::Test {
@@ -115,15 +79,15 @@ TEST_F(QuotasTest, AreSwitchedOnListedByNameAndStayOnAcrossARestart) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
-    EXPECT_EQ(Server::quotasIn(server.read(volume.path())), (Dictionary{{"isEnabled", false}}));
+    EXPECT_EQ(Server::quotasIn(server.readSettings(volume.path())),
+              (Dictionary{{"isEnabled", false}}));
     const Dictionary reply = server.switchTo(volume.path(), true);
     EXPECT_EQ(reply.integer("writeStatus"), 0);
     EXPECT_EQ(Server::quotasIn(reply), (Dictionary{{"isEnabled", true}, {"usr", Array{}}}));
     writeUsage(volume);
-    EXPECT_EQ(usersIn(server.read(volume.path())), kUsers);
-    EXPECT_EQ(server.stop(), 0);
-    server.start();
-    const Dictionary after = server.read(volume.path());
+    EXPECT_EQ(usersIn(server.readSettings(volume.path())), kUsers);
+    server.restart();
+    const Dictionary after = server.readSettings(volume.path());
     EXPECT_EQ(after.integer("readStatus"), 0);
     EXPECT_EQ(Server::quotasIn(after).boolean("isEnabled"), true);
     EXPECT_EQ(usersIn(after), kUsers);
@@ -175,14 +139,14 @@ TEST_F(QuotasTest, TheCheckerIsStartedBelowTheRootAndReaped) {
     server.switchTo(volume.path(), true);
     EXPECT_TRUE(
         eventually([&] { return readWholeFile(server.checkerLog()) == volume.path() + "\n"; }));
-    const std::string process = std::to_string(server.daemon().process());
+    const std::string process = std::to_string(server.process());
     EXPECT_TRUE(eventually([&] {
       for (const auto& task : fs::directory_iterator("/proc/" + process + "/task")) {
         if (!readWholeFile(task.path() / "children").empty()) return false;
       }
       return true;
     })) << "a child was left";
-    EXPECT_EQ(server.stop(), 0);
+    server.stop();
   });
 }
 
@@ -194,8 +158,8 @@ TEST_F(QuotasTest, TheCheckerIsNotWaitedForAndOutlivesTheDaemon) {
                       "' ] && [ $n -lt 1200 ]; do sleep 0.05; n=$((n+1)); done; echo done $n >'" +
                       server.checkerLog() + "'");
     EXPECT_EQ(server.switchTo(volume.path(), true).integer("writeStatus"), 0);
-    EXPECT_EQ(server.read(volume.path()).integer("readStatus"), 0);
-    EXPECT_EQ(server.stop(), 0);
+    EXPECT_EQ(server.readSettings(volume.path()).integer("readStatus"), 0);
+    server.stop();
     EXPECT_FALSE(fs::exists(server.checkerLog()));
     server.tree().write("/go", "");
     EXPECT_TRUE(
@@ -210,13 +174,12 @@ TEST_F(QuotasTest, ACheckerThatIsMissingOrFailsIsSaidInTheLog) {
     server.setChecker("echo 'cannot count' >&2; exit 3");
     EXPECT_EQ(server.switchTo(volume.path(), true).integer("writeStatus"), 0);
     EXPECT_TRUE(eventually([&] {
-      return server.daemon().log().find("/usr/sbin/checker exited with status 3") !=
-             std::string::npos;
+      return server.log().find("/usr/sbin/checker exited with status 3") != std::string::npos;
     }));
-    EXPECT_NE(server.daemon().log().find("cannot count"), std::string::npos);
+    EXPECT_NE(server.log().find("cannot count"), std::string::npos);
     fs::remove(server.tree().path("/usr/sbin/checker"));
     EXPECT_EQ(server.switchTo(volume.path(), true).integer("writeStatus"), 0);
-    EXPECT_NE(server.daemon().log().find("/usr/sbin/checker cannot be run"), std::string::npos);
+    EXPECT_NE(server.log().find("/usr/sbin/checker cannot be run"), std::string::npos);
   });
 }
 
@@ -243,7 +206,8 @@ TEST_F(QuotasTest, AVolumeInMemoryIsAccountedLikeAnyOther) {
                 (Dictionary{{"isEnabled", true}, {"usr", Array{}}}));
       writeWholeFile(folder.path(".quota.user"),
                      quotaFileBytes(kUserQuota, 2048, {usage(1, 5000)}));
-      EXPECT_EQ(usersIn(server.read(folder.path())), (std::set<std::string>{"daemon 5000 0"}));
+      EXPECT_EQ(usersIn(server.readSettings(folder.path())),
+                (std::set<std::string>{"daemon 5000 0"}));
     }
     ::umount2(folder.path().c_str(), MNT_DETACH);
   });
@@ -253,13 +217,13 @@ TEST_F(QuotasTest, AVolumeWhoseKernelKeepsNoneIsOffAndCannotBeSwitchedOn) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");  // without the feature "quota"
     Server server("[volumes]\nquota_checker = \"/usr/sbin/checker\"\n");
-    const Dictionary before = server.read(volume.path());
+    const Dictionary before = server.readSettings(volume.path());
     EXPECT_EQ(before.integer("readStatus"), 0);
     EXPECT_EQ(Server::quotasIn(before), (Dictionary{{"isEnabled", false}}));
     EXPECT_EQ(server.switchTo(volume.path(), true).integer("writeStatus"),
               CANNOT_SET_QUOTA_STATE_ERR);
     EXPECT_TRUE(eventually([&] { return fs::exists(server.checkerLog()); }));
-    const Dictionary after = server.read(volume.path());
+    const Dictionary after = server.readSettings(volume.path());
     EXPECT_EQ(after.integer("readStatus"), 0);
     EXPECT_EQ(Server::quotasIn(after), (Dictionary{{"isEnabled", false}}));
   });

@@ -33,6 +33,12 @@ class SharingDaemon {
 
   const DaemonTree& tree() const { return tree_; }
   std::string log() const { return daemon_->log(); }
+  pid_t process() const { return daemon_->process(); }
+  // Does nothing when it was stopped before.
+  void stop() {
+    if (!daemon_->running()) return;
+    EXPECT_EQ(daemon_->stop(), 0) << daemon_->log();
+  }
   void restart() {
     stop();
     start();
@@ -64,8 +70,6 @@ class SharingDaemon {
     daemon_.emplace(tree_);
     EXPECT_TRUE(daemon_->running()) << daemon_->log();
   }
-  void stop() { EXPECT_EQ(daemon_->stop(), 0) << daemon_->log(); }
-
   DaemonTree tree_;
   std::optional<RunningDaemon> daemon_;
 };
