@@ -12,66 +12,11 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
-CONFIGURATION = """[global]
-workgroup = TESTGROUP
-netbios name = TESTHOST
-server role = standalone
-private dir = {folder}/private
-lock directory = {folder}/lock
-state directory = {folder}/state
-cache directory = {folder}/cache
-pid directory = {folder}/pid
-ncalrpc dir = {folder}/ncalrpc
-log file = {folder}/log/log
-bind interfaces only = yes
-interfaces = lo
-idmap config * : backend = tdb
-idmap config * : range = 3000-7999
-"""
-PIPE = "/run/samba/winbindd/pipe"
+from own_samba import HOST, WINBIND_PIPE, Samba, in_namespaces
+
 USER = "daemon"
-
-
-def skip(reason):
-    print("skipped: " + reason)
-    sys.exit(77)
-
-
-class Winbind:
-    """A winbindd with one user in its own domain."""
-
-    def __init__(self, folder):
-        self.folder = folder
-        for name in ("private", "lock", "state", "cache", "pid", "ncalrpc", "log"):
-            os.mkdir(os.path.join(folder, name))
-        self.configuration = os.path.join(folder, "smb.conf")
-        with open(self.configuration, "w", encoding="ascii") as file:
-            file.write(CONFIGURATION.format(folder=folder))
-        subprocess.run(["smbpasswd", "-c", self.configuration, "-a", "-n", USER], check=True,
-                       stdout=subprocess.DEVNULL)
-        self.process = None
-
-    def start(self):
-        self.process = subprocess.Popen(
-            ["winbindd", "-s", self.configuration, "-F", "--no-process-group",
-             "-l", os.path.join(self.folder, "log")])
-        for _ in range(600):
-            if os.path.exists(PIPE) and self.answers():
-                return
-            time.sleep(0.1)
-        raise RuntimeError("winbindd does not answer")
-
-    def answers(self):
-        return subprocess.run(["wbinfo", "--ping"], stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, check=False).returncode == 0
-
-    def stop(self):
-        if self.process:
-            self.process.kill()
-            self.process.wait()
 
 
 def ask(*sids):
@@ -87,12 +32,13 @@ class WinbindTest(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="paddock-winbind.")
         cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
-        cls.winbind = Winbind(cls.folder)
-        cls.addClassCleanup(cls.winbind.stop)
-        cls.winbind.start()
+        samba = Samba(cls.folder)
+        samba.add_user(USER, "secret")
+        cls.addClassCleanup(samba.stop_all)
+        cls.winbind = samba.start_winbind()
 
     def test_a_user_is_a_user(self):
-        sid = subprocess.run(["wbinfo", "--name-to-sid", "TESTHOST\\" + USER], check=True,
+        sid = subprocess.run(["wbinfo", "--name-to-sid", "%s\\%s" % (HOST, USER)], check=True,
                              stdout=subprocess.PIPE, encoding="ascii").stdout.split()[0]
         self.assertTrue(sid.startswith("S-1-5-21-"), sid)
         self.assertEqual(ask(sid), ["user 1"])
@@ -109,40 +55,22 @@ class WinbindTest(unittest.TestCase):
                          ["error %d" % errno.ENOENT] * 2)
 
     def test_a_winbind_that_hangs_is_waited_for_once(self):
-        self.winbind.process.send_signal(signal.SIGSTOP)
+        self.winbind.send_signal(signal.SIGSTOP)
         try:
             self.assertEqual(ask("S-1-5-11", *("S-1-5-21-1-2-3-%d" % rid for rid in range(500))),
                              ["error %d" % errno.ETIMEDOUT] * 501)
         finally:
-            self.winbind.process.send_signal(signal.SIGCONT)
+            self.winbind.send_signal(signal.SIGCONT)
 
     def test_without_winbind_the_answer_comes_at_once(self):
-        os.rename(PIPE, PIPE + ".elsewhere")
+        os.rename(WINBIND_PIPE, WINBIND_PIPE + ".elsewhere")
         try:
             self.assertEqual(ask("S-1-5-11"), ["error %d" % errno.ECONNREFUSED])
         finally:
-            os.rename(PIPE + ".elsewhere", PIPE)
-
-
-def in_namespaces():
-    """Runs this test again where /run is empty and every process ends with it."""
-    for program in ("winbindd", "wbinfo", "smbpasswd"):
-        if not shutil.which(program, path=os.environ.get("PATH", "") + ":/usr/sbin"):
-            skip(program + " is not installed")
-    if os.geteuid() != 0:
-        skip("needs root, for namespaces of its own")
-    alone = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
-    if subprocess.run(alone + ["true"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
-        skip("this system gives no namespaces")
-    return subprocess.run(alone + [sys.executable, "-B", os.path.abspath(__file__), PROGRAM],
-                          env={**os.environ, "PADDOCK_IN_NAMESPACES": "1"}, check=False).returncode
+            os.rename(WINBIND_PIPE + ".elsewhere", WINBIND_PIPE)
 
 
 if __name__ == "__main__":
     PROGRAM = sys.argv.pop(1)
-    if "PADDOCK_IN_NAMESPACES" not in os.environ:
-        sys.exit(in_namespaces())
-    os.environ["PATH"] += ":/usr/sbin"
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "none", "/run"], check=True)
-    os.makedirs("/run/samba")
+    in_namespaces(__file__, [PROGRAM], ["winbindd", "wbinfo", "smbpasswd"])
     unittest.main()
