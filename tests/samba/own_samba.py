@@ -107,7 +107,8 @@ class Samba:
     def _start(self, program, answers):
         process = subprocess.Popen([program, "-s", self.configuration, "-F", "--no-process-group",
                                     "-l", os.path.join(self.folder, "log")],
-                                   stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                                   stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                   start_new_session=True)  # a server's end is its group's
         self.processes.append(process)
         for _ in range(600):
             if process.poll() is not None:
