@@ -1,4 +1,4 @@
-// keelhouse and paddockd with its own plug-ins, installed below a tree. Needs root.
+// keelhouse, and the tree in which paddockd runs with its own plug-ins. Needs root.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,7 +15,8 @@
 
 namespace paddock::testing {
 
-class KeelhouseFixture : public ::testing::Test {
+// Everything but the daemon.
+class KeelhouseTree : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
@@ -24,13 +25,14 @@ class KeelhouseFixture : public ::testing::Test {
       std::filesystem::create_directories(tree_.path(folder));
     }
     std::filesystem::copy_file(KEELHOUSE_PROGRAM, tree_.path("/usr/sbin/keelhouse"));
-    startDaemon();
   }
 
-  // Also again, after its end.
-  void startDaemon() {
-    daemon_.emplace(tree_);
-    ASSERT_TRUE(daemon_->running()) << daemon_->log();
+  // The output of a command that is to succeed.
+  std::string done(std::vector<std::string> words) const {
+    const EndedProgram ended = keelhouse(std::move(words));
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    EXPECT_EQ(ended.error, "");
+    return ended.output;
   }
 
   EndedProgram keelhouse(std::vector<std::string> words, const std::string& input = {}) const {
@@ -45,7 +47,6 @@ class KeelhouseFixture : public ::testing::Test {
 
   TestFolder folder_;
   DaemonTree tree_;
-  std::optional<RunningDaemon> daemon_;
 
  private:
   void installPlugin(const std::string& name) const {
@@ -55,6 +56,22 @@ class KeelhouseFixture : public ::testing::Test {
     std::filesystem::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + name + ".so",
                                contents + name + ".so");
   }
+};
+
+class KeelhouseFixture : public KeelhouseTree {
+ protected:
+  void SetUp() override {
+    KeelhouseTree::SetUp();
+    if (!IsSkipped() && !HasFatalFailure()) startDaemon();
+  }
+
+  // Also again, after its end.
+  void startDaemon() {
+    daemon_.emplace(tree_);
+    ASSERT_TRUE(daemon_->running()) << daemon_->log();
+  }
+
+  std::optional<RunningDaemon> daemon_;
 };
 
 }  // namespace paddock::testing

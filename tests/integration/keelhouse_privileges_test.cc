@@ -38,13 +38,6 @@ class KeelhousePrivileges : public KeelhouseFixture {
     ASSERT_EQ(::chmod(path_.c_str(), 0755), 0);
   }
 
-  // The output of a command that is to succeed.
-  std::string done(std::vector<std::string> words) const {
-    const EndedProgram ended = keelhouse(std::move(words));
-    EXPECT_EQ(ended.status, 0) << ended.error;
-    EXPECT_EQ(ended.error, "");
-    return ended.output;
-  }
   struct stat attributes() const {
     struct stat status {};
     EXPECT_EQ(::stat(path_.c_str(), &status), 0);
