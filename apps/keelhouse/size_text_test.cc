@@ -27,8 +27,8 @@ TEST(SizeText, isInTheLargestUnitThatGivesOne) {
 TEST(SizeText, isRoundedToTheNearest) {
   EXPECT_EQ(formatSize(10 * 1024 - 1), "10 KiB");
   EXPECT_EQ(formatSize(10 * 1024 - 512), "9.5 KiB");
-  EXPECT_EQ(formatSize(1024 * 1024 - 1), "1.0 MiB");
-  EXPECT_EQ(formatSize(1024 * 1023), "1023 KiB");
+  EXPECT_EQ(formatSize(1048575), "1.0 MiB");
+  EXPECT_EQ(formatSize(1047552), "1023 KiB");
   EXPECT_EQ(formatSize(1024 * 10 + 511), "10 KiB");
   EXPECT_EQ(formatSize(1024 * 10 + 513), "11 KiB");
 }
