@@ -5,6 +5,7 @@
 #include "platform/shared_file_list.h"
 #include "store/directory_access.h"
 #include "store/schema.h"
+#include "store/share_point_automount.h"
 #include "store/share_point_reading.h"
 #include "volumes/md_config_wrappers.h"
 
@@ -41,13 +42,14 @@ void removeRecord(const SharePointRecord& stored, DirectoryRecordPtr record) {
 
 }  // namespace
 
-void delete_sharepoint(const std::string& identifier) {
+void delete_sharepoint(const std::string& identifier, const Array& credentials) {
   std::unique_ptr<SharePointRecord> stored;
   get_share_point(identifier, stored);
   DirectoryRecordPtr record;
   get_local_ds_record(schema::kDirectoryPath, identifier, schema::kSharePoints, record);
   if (record != nullptr) deleteReshareMount(*record);
   if (stored != nullptr) {
+    delete_automount(*stored, credentials);
     removeRecord(*stored, std::move(record));
     delete_export_record(stored->nfsExportRecord());
   }

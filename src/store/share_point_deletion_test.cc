@@ -25,28 +25,28 @@ class SharePointDeletionTest : public ModuleFixture {
 };
 
 TEST_F(SharePointDeletionTest, RemovesTheRecordOfThePathAndNoOther) {
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
 TEST_F(SharePointDeletionTest, APathThatIsNotSharedChangesNothing) {
   sharedFiles.insert("file:///srv/c");
-  delete_sharepoint("/srv/c");
-  delete_sharepoint("");
+  delete_sharepoint("/srv/c", {});
+  delete_sharepoint("", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/c"}));
 }
 
 TEST_F(SharePointDeletionTest, APathThatDiffersByLetterCaseFindsTheRecord) {
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
-  delete_sharepoint("/SRV/A");
+  delete_sharepoint("/SRV/A", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
   EXPECT_EQ(shared_exports_parser().exportCount(), 0U);
 }
 
 TEST_F(SharePointDeletionTest, OfTwoRecordsOfThePathTheLastIsRemoved) {
   addSharePoint("second", "/srv/a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
@@ -54,7 +54,7 @@ TEST_F(SharePointDeletionTest, AReshareTakesItsMountRecordAlong) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   addRecord(kMounts, "server:/export");
   addRecord(kMounts, "server:/other");
-  delete_sharepoint("/nfs_reshares/r");
+  delete_sharepoint("/nfs_reshares/r", {});
   EXPECT_EQ(recordNames(kMounts), (Names{"server:/other"}));
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
@@ -62,13 +62,13 @@ TEST_F(SharePointDeletionTest, AReshareTakesItsMountRecordAlong) {
 TEST_F(SharePointDeletionTest, WithoutTheAttributeNoMountRecordIsLookedFor) {
   addRecord(kMounts, "/srv/a");
   addRecord(kMounts, "a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(recordNames(kMounts), (Names{"/srv/a", "a"}));
 }
 
 TEST_F(SharePointDeletionTest, AMountRecordThatIsGoneAlreadyIsNoError) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
-  delete_sharepoint("/nfs_reshares/r");
+  delete_sharepoint("/nfs_reshares/r", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
@@ -76,7 +76,7 @@ TEST_F(SharePointDeletionTest, AMountRecordThatCannotBeRemovedIsLeftAndTheRestGo
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   addRecord(kMounts, "server:/export");
   trace.raiseFor("removeRecord", "server:/export", DirectoryError(EIO, "damaged"));
-  delete_sharepoint("/nfs_reshares/r");
+  delete_sharepoint("/nfs_reshares/r", {});
   EXPECT_EQ(recordNames(kMounts), (Names{"server:/export"}));
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
@@ -84,7 +84,7 @@ TEST_F(SharePointDeletionTest, AMountRecordThatCannotBeRemovedIsLeftAndTheRestGo
 TEST_F(SharePointDeletionTest, AFolderOfTheSharedFileListLosesItsItemAndKeepsItsRecord) {
   sharedFiles.insert("file:///srv/b");
   sharedFiles.insert("file:///srv/a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/b"}));
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
@@ -92,7 +92,7 @@ TEST_F(SharePointDeletionTest, AFolderOfTheSharedFileListLosesItsItemAndKeepsIts
 TEST_F(SharePointDeletionTest, AnItemThatCannotBeRemovedStaysAndTheRecordGoes) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.failRemovals(-50);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/a"}));
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
@@ -101,7 +101,7 @@ TEST_F(SharePointDeletionTest, EveryItemOfTheFolderIsRemoved) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.insert("file:///srv/b");
   sharedFiles.insert("file:///srv/a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/b"}));
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
@@ -110,7 +110,7 @@ TEST_F(SharePointDeletionTest, OneItemThatCouldBeRemovedKeepsTheRecord) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.insert("file:///srv/a");
   trace.fail("removeItem", -50, 1);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/a"}));
 }
@@ -119,20 +119,20 @@ TEST_F(SharePointDeletionTest, AFailedRemovalAfterASuccessfulOneKeepsTheRecord) 
   sharedFiles.insert("file:///srv/a");
   sharedFiles.insert("file:///srv/a");
   trace.fail("removeItem", -50, 1, 1);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
 TEST_F(SharePointDeletionTest, ItemsAreResolvedQuietly) {
   sharedFiles.insert("file:///srv/b");
   sharedFiles.insert("file:///srv/a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.resolveFlags(), (std::vector<std::uint32_t>{3, 3}));
 }
 
 TEST_F(SharePointDeletionTest, ItemsThatCannotBeResolvedDoNotMatch) {
   sharedFiles.insertUnresolvable("file:///srv/a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/a"}));
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
@@ -141,7 +141,7 @@ TEST_F(SharePointDeletionTest, UrlsAreComparedExactly) {
   sharedFiles.insert("file:///srv/a/");
   sharedFiles.insert("file:///srv/A");
   sharedFiles.insert("file:///srv/a/b");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.urls().size(), 3U);
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
@@ -149,20 +149,20 @@ TEST_F(SharePointDeletionTest, UrlsAreComparedExactly) {
 TEST_F(SharePointDeletionTest, TheUrlIsBuiltFromTheStoredPath) {
   sharedFiles.insert("file:///SRV/A");
   sharedFiles.insert("file:///srv/a");
-  delete_sharepoint("/SRV/A");
+  delete_sharepoint("/SRV/A", {});
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///SRV/A"}));
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
 TEST_F(SharePointDeletionTest, WithoutASharedFileListTheRecordIsRemoved) {
   sharedFiles.failCreation(true);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
 TEST_F(SharePointDeletionTest, ARecordWhosePathHasNoUrlIsNeverRemoved) {
   addSharePoint("relative", "srv/relative");
-  delete_sharepoint("srv/relative");
+  delete_sharepoint("srv/relative", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b", "relative"}));
 }
 
@@ -170,7 +170,7 @@ TEST_F(SharePointDeletionTest, AStoredSharePointThatCannotBeLookedUpHasNoUrlSoTh
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
   sharedFiles.insert("file:///srv/a");
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/a"}));
   EXPECT_EQ(shared_exports_parser().exportCount(), 1U);
@@ -179,7 +179,7 @@ TEST_F(SharePointDeletionTest, AStoredSharePointThatCannotBeLookedUpHasNoUrlSoTh
 TEST_F(SharePointDeletionTest, ARecordThatCannotBeLookedUpStaysAndTheRestGoes) {
   readExportsFile(managedBlock({"/srv/a *(ro)", "/srv/b *(ro)"}));
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1, 1);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(shared_exports_parser().exportWithPath("/srv/a"), nullptr);
   EXPECT_NE(shared_exports_parser().exportWithPath("/srv/b"), nullptr);
@@ -188,7 +188,7 @@ TEST_F(SharePointDeletionTest, ARecordThatCannotBeLookedUpStaysAndTheRestGoes) {
 TEST_F(SharePointDeletionTest, TheExportIsRemovedAndTheFileIsLeftToTheCaller) {
   const std::string before = managedBlock({"/srv/b *(ro)", "/srv/a *(rw)"});
   readExportsFile(before);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(exportsFile(), before);
   EXPECT_TRUE(shared_exports_parser().writeFile());
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
@@ -196,28 +196,28 @@ TEST_F(SharePointDeletionTest, TheExportIsRemovedAndTheFileIsLeftToTheCaller) {
 
 TEST_F(SharePointDeletionTest, AnExportOfAFolderThatIsNotSharedStays) {
   readExportsFile(managedBlock({"/srv/c *(ro)"}));
-  delete_sharepoint("/srv/c");
+  delete_sharepoint("/srv/c", {});
   EXPECT_NE(shared_exports_parser().exportWithPath("/srv/c"), nullptr);
 }
 
 TEST_F(SharePointDeletionTest, TheExportGoesEvenWhenTheRecordStays) {
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   sharedFiles.insert("file:///srv/a");
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(shared_exports_parser().exportCount(), 0U);
 }
 
 TEST_F(SharePointDeletionTest, AFolderThatIsGoneIsDeletedAsWell) {
   volumes.setError("/srv/a", ENOENT);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
 TEST_F(SharePointDeletionTest, StoredAttributesThatCannotBeReadTravelOnAndNothingIsDeleted) {
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   trace.raise("getAllAttributesAndValues", DirectoryError(EIO, "damaged"));
-  EXPECT_THROW(delete_sharepoint("/srv/a"), DirectoryError);
+  EXPECT_THROW(delete_sharepoint("/srv/a", {}), DirectoryError);
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(shared_exports_parser().exportCount(), 1U);
 }
@@ -225,7 +225,7 @@ TEST_F(SharePointDeletionTest, StoredAttributesThatCannotBeReadTravelOnAndNothin
 TEST_F(SharePointDeletionTest, ARecordThatCannotBeRemovedTravelsOnBeforeTheExportGoes) {
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   trace.raise("removeRecord", DirectoryError(EIO, "damaged"));
-  EXPECT_THROW(delete_sharepoint("/srv/a"), DirectoryError);
+  EXPECT_THROW(delete_sharepoint("/srv/a", {}), DirectoryError);
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
   EXPECT_EQ(shared_exports_parser().exportCount(), 1U);
 }
@@ -234,16 +234,16 @@ TEST_F(SharePointDeletionTest, StepsComeInTheirOrder) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   addRecord(kMounts, "server:/export");
   trace.forgetCalls();
-  delete_sharepoint("/nfs_reshares/r");
+  delete_sharepoint("/nfs_reshares/r", {});
   EXPECT_EQ(trace.sequence({"getAllAttributesAndValues", "removeRecord", "createSharePointList"}),
             (Names{"getAllAttributesAndValues r", "removeRecord server:/export",
                    "createSharePointList ", "removeRecord r"}));
 }
 
 TEST_F(SharePointDeletionTest, NoSessionIsLeftOpen) {
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   trace.raise("removeRecord", DirectoryError(EIO, "damaged"));
-  EXPECT_THROW(delete_sharepoint("/srv/b"), DirectoryError);
+  EXPECT_THROW(delete_sharepoint("/srv/b", {}), DirectoryError);
   EXPECT_EQ(directory.openSessions(), 0);
 }
 

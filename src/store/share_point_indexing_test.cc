@@ -30,7 +30,7 @@ class SharePointIndexingTest : public ModuleFixture {
   }
   static Status update(const Dictionary& settings) {
     SharePointRecord sharePoint = SharePointRecord::recordWithDictionary(settings);
-    return update_sharepoint(sharePoint);
+    return update_sharepoint(sharePoint, {});
   }
   Names storeChanges() const { return trace.sequence({"createStore", "setStoreAttributes"}); }
   Names errorLines() const {
@@ -221,7 +221,7 @@ TEST_F(IndexingDeletionTest, AnIndexedPathIsSwitchedOff) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   stores.setLevel("/srv/b", kLevelReadWrite);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_EQ(stores.levelOf("/srv/a"), kLevelFSSearchOnly);
   EXPECT_EQ(stores.levelOf("/srv/b"), kLevelReadWrite);
 }
@@ -230,7 +230,7 @@ TEST_F(IndexingDeletionTest, APathThatIsNotIndexedIsLeftAsItIs) {
   for (const char* level : {kLevelOff, kLevelFSSearchOnly, "something else"}) {
     addSharePoint("a", "/srv/a");
     stores.setLevel("/srv/a", level);
-    delete_sharepoint("/srv/a");
+    delete_sharepoint("/srv/a", {});
     EXPECT_EQ(stores.levelOf("/srv/a"), level);
   }
   EXPECT_TRUE(storeChanges().empty());
@@ -238,14 +238,14 @@ TEST_F(IndexingDeletionTest, APathThatIsNotIndexedIsLeftAsItIs) {
 
 TEST_F(IndexingDeletionTest, APathThatIsNotSharedIsSwitchedOffToo) {
   stores.setLevel("/srv/c", kLevelReadWrite);
-  delete_sharepoint("/srv/c");
+  delete_sharepoint("/srv/c", {});
   EXPECT_EQ(stores.levelOf("/srv/c"), kLevelFSSearchOnly);
 }
 
 TEST_F(IndexingDeletionTest, ThePathOfTheDeletionCountsExactly) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
-  delete_sharepoint("/SRV/A");
+  delete_sharepoint("/SRV/A", {});
   EXPECT_TRUE(sharePointNames().empty());
   EXPECT_EQ(stores.levelOf("/srv/a"), kLevelReadWrite);
 }
@@ -255,7 +255,7 @@ TEST_F(IndexingDeletionTest, ComesAfterTheExport) {
   stores.setLevel("/srv/a", kLevelReadWrite);
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
   trace.raise("setStoreAttributes", std::runtime_error("broken"));
-  EXPECT_THROW(delete_sharepoint("/srv/a"), std::runtime_error);
+  EXPECT_THROW(delete_sharepoint("/srv/a", {}), std::runtime_error);
   EXPECT_EQ(shared_exports_parser().exportCount(), 0U);
   EXPECT_TRUE(sharePointNames().empty());
 }
@@ -264,7 +264,7 @@ TEST_F(IndexingDeletionTest, AFailureIsLoggedAndTheRestIsDone) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   trace.fail("setStoreAttributes", EIO);
-  delete_sharepoint("/srv/a");
+  delete_sharepoint("/srv/a", {});
   EXPECT_TRUE(sharePointNames().empty());
   EXPECT_EQ(errorLines(), (Names{"paddock_sharing: Failed to enable FS-Searching on Lookwise "
                                  "store at /srv/a (error: 5)"}));

@@ -13,6 +13,7 @@
 #include "store/exception_text.h"
 #include "store/nfs_reshare.h"
 #include "store/schema.h"
+#include "store/share_point_automount.h"
 #include "store/share_point_export.h"
 #include "store/share_point_reading.h"
 #include "store/unique_name.h"
@@ -140,6 +141,17 @@ void removeAutomountAttributes(DirectoryRecord& record) {
   }
 }
 
+// Deliberate: the attributes go also when the share point never had them.
+void switchAutomount(const SharePointRecord& merged, const Array& credentials,
+                     DirectoryRecord& record) {
+  if (merged.isAutomounted()) {
+    write_automount(merged, credentials);
+    return;
+  }
+  delete_automount(merged, credentials);
+  removeAutomountAttributes(record);
+}
+
 // Deliberate: every write of a backup share point gives it a new identifier.
 void renewBackupIdentifier(DirectoryRecord& record) {
   record.setAttribute(schema::kBackstowBackupUuid, guidText(services().uuidSource->newUuid()));
@@ -162,7 +174,7 @@ void keepFirst(Status& kept, Status status) {
 }
 
 // Everything that follows from the merged settings, in order.
-Status applyMerged(const SharePointRecord& merged, Update& update) {
+Status applyMerged(const SharePointRecord& merged, const Array& credentials, Update& update) {
   DirectoryRecord& record = *update.record;
   Status status = storeDirectoryForm(merged, record);
   update.stored = status == kSuccess;
@@ -171,7 +183,7 @@ Status applyMerged(const SharePointRecord& merged, Update& update) {
   if (merged.nfsExportRecord() != nullptr) {
     keepFirst(status, write_export(merged.nfsExportRecord()));
   }
-  if (!merged.isAutomounted()) removeAutomountAttributes(record);
+  switchAutomount(merged, credentials, record);
   if (merged.path() && is_nfs_reshare(*merged.path())) {
     write_nfs_reshare(*merged.path(), record);
   }
@@ -182,7 +194,7 @@ Status applyMerged(const SharePointRecord& merged, Update& update) {
 
 }  // namespace
 
-Status update_sharepoint(SharePointRecord& sharePoint) {
+Status update_sharepoint(SharePointRecord& sharePoint, const Array& credentials) {
   Update update(sharePoint);
   Status lookup = findRecord(update);
   if (update.record == nullptr && !createRecord(update, lookup)) {
@@ -190,7 +202,7 @@ Status update_sharepoint(SharePointRecord& sharePoint) {
   }
   if (lookup != kSuccess) return lookup;
   if (const Status status = fillMountPoint(sharePoint); status != kSuccess) return status;
-  return applyMerged(mergeWithStored(sharePoint), update);
+  return applyMerged(mergeWithStored(sharePoint), credentials, update);
 }
 
 }  // namespace paddock

@@ -32,7 +32,7 @@ class SharePointUpdateTest : public ModuleFixture {
  protected:
   Status update(const Dictionary& settings) {
     written_ = SharePointRecord::recordWithDictionary(settings);
-    return update_sharepoint(written_);
+    return update_sharepoint(written_, {});
   }
   static std::vector<std::string> automountAttributes() {
     return {kIsAutomounted, kStaticMountPath, kAutomountDsPath, kAutomountFileSystem,
@@ -558,6 +558,8 @@ TEST_F(SharePointExportTest, AFileThatCannotBeWrittenIsNoErrorOfTheSharePoint) {
 
 class AutomountAttributesTest : public SharePointUpdateTest {
  protected:
+  // A node that refuses everybody.
+  AutomountAttributesTest() { directory.addNode("/LDAP/x", "ReadWrite"); }
   Dictionary automounted() const {
     return {{kIsAutomounted, "1"},
             {kStaticMountPath, "/Network/a"},

@@ -17,16 +17,17 @@ void logEndOfCall(const std::string& detail) {
   services().logger->log(kLogError, "paddock_sharing write_sharepoints exception: " + detail);
 }
 
-void deleteMarked(const std::vector<SharePointRecord>& sharePoints) {
+void deleteMarked(const std::vector<SharePointRecord>& sharePoints, const Array& credentials) {
   for (const SharePointRecord& sharePoint : sharePoints) {
-    if (sharePoint.isDeleted()) delete_sharepoint(sharePoint.identifier());
+    if (sharePoint.isDeleted()) delete_sharepoint(sharePoint.identifier(), credentials);
   }
 }
 
-void writeOthers(std::vector<SharePointRecord>& sharePoints, Status& overall) {
+void writeOthers(std::vector<SharePointRecord>& sharePoints, const Array& credentials,
+                 Status& overall) {
   for (SharePointRecord& sharePoint : sharePoints) {
     if (sharePoint.isDeleted()) continue;
-    const Status status = update_sharepoint(sharePoint);
+    const Status status = update_sharepoint(sharePoint, credentials);
     if (overall == kSuccess) overall = status;
   }
 }
@@ -34,15 +35,14 @@ void writeOthers(std::vector<SharePointRecord>& sharePoints, Status& overall) {
 }  // namespace
 
 Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
-                         [[maybe_unused]] Context& context,
-                         [[maybe_unused]] const Array& credentials,
+                         [[maybe_unused]] Context& context, const Array& credentials,
                          [[maybe_unused]] NetServiceOwner& handler) {
   Status overall = kSuccess;
   try {
     // A parser whose first reading failed does not know the exports that go with a deletion.
     shared_exports_parser().readFileUnlessKnown();
-    deleteMarked(sharePoints);
-    writeOthers(sharePoints, overall);
+    deleteMarked(sharePoints, credentials);
+    writeOthers(sharePoints, credentials, overall);
     shared_exports_parser().writeFile();
   } catch (...) {
     logEndOfCall(describe_current_exception());

@@ -135,6 +135,7 @@ class ModuleFixture : public ::testing::Test {
   ServiceTrace trace;
   InMemoryDirectory& directory = doubles_.directory;
   FakeVolumeInfo& volumes = doubles_.volumes;
+  FakeHostName& hostName = doubles_.hostName;
   RecordingPluginCommands& plugins = doubles_.plugins;
   RecordingLogger& logger = doubles_.logger;
   FakeUuidSource& uuids = doubles_.uuids;
