@@ -115,6 +115,14 @@ def share(requests, folder, export=None):
     return took
 
 
+def index(requests, folder):
+    """Switches the search indexing of a shared folder on."""
+    record = {"path": folder, "isIndexingEnabled": True}
+    reply, _ = requests.ask("writeSettings", {"optionalArguments": {"path": folder},
+                                              "configuration": {"sharePointRecord": record}})
+    require_shared(reply, True)
+
+
 def unshare(requests, folder):
     """Takes a folder out of sharing; the nanoseconds that it took."""
     settings = {"sharePointRecord": {"isShared": False}}

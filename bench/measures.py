@@ -17,6 +17,7 @@ GROWTH_TARGET = 2  # how much dearer a share point is among ten times as many; w
 EXPORTS_TARGET = 1 / 5
 CHANGE_TARGET = 1
 NAMES_TARGET = 1
+STORES_TARGET = 1.2
 ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
 FLAT_TARGET = 1024  # KiB: less is the kernel's way of counting pages
@@ -173,6 +174,41 @@ def names(bench):
                       {"ours": ours, "theirs": theirs})]
 
 
+def read_folder(requests, folder):
+    """Reads the settings of one folder; the nanoseconds that it took."""
+    reply, took = requests.ask("readSettings", {"optionalArguments": {"path": folder}})
+    configuration = daemon.require_status(reply, "readStatus")["configuration"]
+    if configuration["sharePointRecord"].get("isIndexingEnabled") is not True:
+        raise CannotMeasure(f"{folder} is not indexed")
+    return took
+
+
+def indexing(bench):
+    """What many metadata stores cost the reading of one folder, and of all."""
+    folders = bench.server.use(SHARES)
+    folder = folders[SHARES // 2]
+    ours = {"one": [], "many": [], "list": []}
+    with bench.server.daemon() as running, running.requests() as requests:
+        daemon.index(requests, folder)
+        # In turn, since the machine changes its pace.
+        for number in range(10):
+            many = number % 2 == 1
+            bench.server.set_stores(folders if many else [folder])
+            for _ in range(20):
+                read_folder(requests, folder)
+            samples = ours["many" if many else "one"]
+            samples += [read_folder(requests, folder) for _ in range(200)]
+        for _ in range(3):
+            list_shares(requests, SHARES)
+        ours["list"] = [list_shares(requests, SHARES) for _ in range(20)]
+        bench.server.set_stores([])
+        none = [list_shares(requests, SHARES) for _ in range(20)]
+    return [ratio_row(f"readSettings of a folder, {SHARES:,} stores : one store",
+                      median(ours["many"]), median(ours["one"]), STORES_TARGET, "<= 1.2", ours),
+            ratio_row(f"    getSharePointList of {SHARES:,} shares, a store each : none",
+                      median(ours["list"]), median(none), samples={"none": none})]
+
+
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
@@ -180,4 +216,4 @@ def sizes_for(wanted):
 
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
-       "change": change, "names": names}
+       "change": change, "names": names, "indexing": indexing}

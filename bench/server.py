@@ -3,6 +3,7 @@
 import contextlib
 import os
 import shutil
+import sqlite3
 
 import daemon
 from processes import run
@@ -63,6 +64,15 @@ class Server:
         with open(self.exports, "w", encoding="utf-8") as file:
             file.write(exports_text(folders))
         return folders
+
+    def set_stores(self, folders):
+        """Makes these folders, and no others, those with a read-write metadata store. The daemon
+        has made the database."""
+        stores = sqlite3.connect(os.path.join(self.state, "metadata-stores.sqlite"))
+        with contextlib.closing(stores), stores:
+            stores.execute("DELETE FROM stores")
+            stores.executemany("INSERT INTO stores VALUES(?, ?)",
+                               ((folder, '{"searchLevel":"readWrite"}') for folder in folders))
 
     def _clear(self):
         for path in (self.exports, self.exports + ".before-paddock"):

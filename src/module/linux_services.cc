@@ -111,7 +111,8 @@ struct InstalledServices::Parts {
   HostProgramRunner programRunner;
   HostPluginCommands pluginCommands;
   HostLogger logger;
-  LinuxMetadataStores metadataStores{hostPath(kMetadataStoresPath), &logger};
+  LinuxMetadataStores metadataStores{
+      {.path = hostPath(kMetadataStoresPath), .logger = &logger, .clock = &clock}};
   ServicesGuard guard{services()};
 
  private:

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/linux/linux_metadata_stores.h"
+#include "platform/testing/fake_clock.h"
 #include "platform/testing/in_memory_metadata_stores.h"
 #include "support/temporary_folder.h"
 
@@ -22,7 +23,8 @@ class MetadataStoresContract : public ::testing::TestWithParam<bool> {
  protected:
   MetadataStoresContract() {
     if (GetParam())
-      stores_ = std::make_unique<LinuxMetadataStores>(folder_.path("metadata-stores.sqlite"));
+      stores_ = std::make_unique<LinuxMetadataStores>(LinuxMetadataStoresOptions{
+          .path = folder_.path("metadata-stores.sqlite"), .clock = &clock_});
     else
       stores_ = std::make_unique<InMemoryMetadataStores>();
   }
@@ -38,6 +40,7 @@ class MetadataStoresContract : public ::testing::TestWithParam<bool> {
   }
 
   TestFolder folder_;
+  FakeClock clock_;  // stands still
   std::unique_ptr<MetadataStores> stores_;
 };
 

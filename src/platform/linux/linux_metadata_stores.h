@@ -2,9 +2,10 @@
 // the format of docs/formats/metadata-stores.md.
 //
 // The stores are kept in memory between calls, and read again when the file at the path is another
-// one or its header says that it was changed. So a look-up costs two system calls, however many
-// stores there are, sees every change, also of other programs, and waits for no lock while the file
-// is as it was. A missing file is no stores, and comes into being with the first change.
+// one or its header says that it was changed. The file is looked at once in ten milliseconds. So a
+// look-up costs the same however many stores there are, and waits for no lock while the file is as
+// it was; changes made here are seen at once, those of other programs ten milliseconds later at the
+// latest. A missing file is no stores, and comes into being with the first change.
 #pragma once
 
 #include <sys/types.h>
@@ -23,14 +24,23 @@
 
 namespace paddock {
 
+class Clock;
 class Logger;
+
+struct LinuxMetadataStoresOptions {
+  std::string path;
+  // Where it is said what is wrong with the database, when that is first met; null: nowhere.
+  Logger* logger = nullptr;
+  // Tells the ten milliseconds; null: the file is looked at in each call.
+  Clock* clock = nullptr;
+  // For how long other programs' locks are waited for, as LockPatience says.
+  std::chrono::milliseconds patience = std::chrono::seconds(5);
+};
 
 class LinuxMetadataStores final : public MetadataStores {
  public:
-  // Opens nothing yet. Other programs' locks are waited for as LockPatience says. What is wrong
-  // with the database goes to the log when it is first met.
-  explicit LinuxMetadataStores(std::string path, Logger* logger = nullptr,
-                               std::chrono::milliseconds patience = std::chrono::seconds(5));
+  // Opens nothing yet. Logger and clock outlive this object.
+  explicit LinuxMetadataStores(LinuxMetadataStoresOptions options);
 
   int copyStorePaths(std::shared_ptr<const StorePaths>& paths) override;
   int copyStoreAttributes(const std::string& path, Dictionary& attributes) override;
@@ -53,6 +63,8 @@ class LinuxMetadataStores final : public MetadataStores {
 
   int stateOfFile(FileState& state) const;
   int update();
+  int lookAtFile();
+  bool wasLookedAtJustNow() const;
   bool isUpToDate(const FileState& file);
   int readAgain(const FileState& file);
   void forget();
@@ -65,6 +77,7 @@ class LinuxMetadataStores final : public MetadataStores {
 
   const std::string path_;
   Logger* const logger_;
+  Clock* const clock_;
   std::mutex mutex_;
   LockPatience patience_;
   std::unique_ptr<SqliteConnection> connection_;
@@ -74,6 +87,9 @@ class LinuxMetadataStores final : public MetadataStores {
   std::shared_ptr<const StoredMetadata> stores_;
   FileState file_;
   SqliteConnection::ChangeMark mark_{};
+
+  // When stores_ were found up to date; absent after a change.
+  std::optional<std::chrono::steady_clock::time_point> looked_;
 
   std::optional<Damage> damage_;
   std::string reported_;

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/linux/metadata_store_schema.h"
+#include "platform/testing/fake_clock.h"
 #include "platform/testing/recording_logger.h"
 #include "support/temporary_folder.h"
 
@@ -28,7 +29,10 @@ class LinuxMetadataStoresTest : public ::testing::Test {
  protected:
   LinuxMetadataStoresTest() { reopen(); }
 
-  void reopen() { stores_ = std::make_unique<LinuxMetadataStores>(path_, &logger_, kPatience); }
+  void reopen() { stores_ = std::make_unique<LinuxMetadataStores>(options()); }
+  LinuxMetadataStoresOptions options() {
+    return {.path = path_, .logger = &logger_, .patience = kPatience};
+  }
   int create(const std::string& path) {
     return stores_->createStore(path, {{kSearchLevel, kLevelReadWrite}});
   }
@@ -132,7 +136,7 @@ TEST_F(LinuxMetadataStoresTest, WhatIsNoObjectIsAStoreWithoutAttributes) {
 
 TEST_F(LinuxMetadataStoresTest, ChangesOfAnotherProgramAreSeenAtOnce) {
   EXPECT_EQ(create("/srv/a"), 0);
-  LinuxMetadataStores other(path_);
+  LinuxMetadataStores other(options());
   for (int i = 0; i < 20; ++i) {
     const std::string path = "/srv/" + std::to_string(i);
     EXPECT_EQ(paths().size(), 1U + static_cast<unsigned>(i));
@@ -360,8 +364,8 @@ TEST_F(LinuxMetadataStoresTest, NoTransactionStaysOpenBetweenCalls) {
 }
 
 TEST_F(LinuxMetadataStoresTest, SeveralThreadsAndTwoConnectionsShareTheFile) {
-  LinuxMetadataStores other(path_, nullptr, std::chrono::seconds(20));
-  LinuxMetadataStores one(path_, nullptr, std::chrono::seconds(20));
+  LinuxMetadataStores other({.path = path_, .patience = std::chrono::seconds(20)});
+  LinuxMetadataStores one({.path = path_, .patience = std::chrono::seconds(20)});
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 6; ++thread)
     threads.emplace_back([&, thread] {
@@ -376,6 +380,61 @@ TEST_F(LinuxMetadataStoresTest, SeveralThreadsAndTwoConnectionsShareTheFile) {
     });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(paths().size(), 30U);
+}
+
+// With a clock the file is not looked at in each call.
+class MetadataStoresClockTest : public LinuxMetadataStoresTest {
+ protected:
+  MetadataStoresClockTest() {
+    LinuxMetadataStoresOptions clocked = options();
+    clocked.clock = &clock_;
+    stores_ = std::make_unique<LinuxMetadataStores>(clocked);
+  }
+  LinuxMetadataStores other_{options()};
+  FakeClock clock_;
+};
+
+TEST_F(MetadataStoresClockTest, ChangesOfAnotherProgramAreSeenTenMillisecondsLater) {
+  EXPECT_EQ(other_.createStore("/srv/a", {}), 0);
+  EXPECT_EQ(paths(), (Paths{"/srv/a"}));
+  EXPECT_EQ(other_.createStore("/srv/b", {}), 0);
+  clock_.advance(milliseconds(9));
+  EXPECT_EQ(paths(), (Paths{"/srv/a"}));
+  clock_.advance(milliseconds(1));
+  EXPECT_EQ(paths(), (Paths{"/srv/a", "/srv/b"}));
+  EXPECT_EQ(other_.createStore("/srv/c", {}), 0);
+  EXPECT_EQ(paths().size(), 2U) << "the ten milliseconds begin with each look";
+  clock_.advance(milliseconds(10));
+  EXPECT_EQ(paths().size(), 3U);
+}
+
+TEST_F(MetadataStoresClockTest, OwnChangesAreSeenAtOnceAndOthersWithThem) {
+  EXPECT_EQ(paths(), Paths());
+  EXPECT_EQ(create("/srv/a"), 0);
+  EXPECT_EQ(paths(), (Paths{"/srv/a"}));
+  EXPECT_EQ(other_.createStore("/srv/b", {}), 0);
+  EXPECT_EQ(stores_->setStoreAttributes("/srv/a", {{"x", "1"}}), 0);
+  Dictionary attributes;
+  EXPECT_EQ(stores_->copyStoreAttributes("/srv/a", attributes), 0);
+  EXPECT_EQ(attributes.size(), 2U);
+  EXPECT_EQ(paths(), (Paths{"/srv/a", "/srv/b"}));
+}
+
+TEST_F(MetadataStoresClockTest, AChangeThatFailsLooksAtTheFileAgain) {
+  EXPECT_EQ(other_.createStore("/srv/a", {}), 0);
+  EXPECT_EQ(paths().size(), 1U);
+  EXPECT_EQ(other_.createStore("/srv/b", {}), 0);
+  EXPECT_EQ(create("/srv/b"), EEXIST);
+  EXPECT_EQ(paths().size(), 2U);
+}
+
+TEST_F(MetadataStoresClockTest, FailuresAreNotTrusted) {
+  EXPECT_EQ(other_.createStore("/srv/a", {}), 0);
+  const std::string whole = bytes();
+  overwrite(std::string(whole.size(), 'x'));
+  EXPECT_EQ(read(), EIO);
+  overwrite(whole);
+  EXPECT_EQ(paths(), (Paths{"/srv/a"}));
 }
 
 TEST_F(LinuxMetadataStoresTest, ManyStoresAreReadOnceForManyLookUps) {

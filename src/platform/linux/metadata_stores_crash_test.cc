@@ -23,7 +23,7 @@ std::string pathOf(std::uint32_t number) { return "/srv/" + std::to_string(numbe
 // Gives one path after the other two attributes of one number, and tells `progress` the last one
 // that was written whole.
 int writeForever(const std::string& file, int progress) {
-  LinuxMetadataStores stores(file);
+  LinuxMetadataStores stores({.path = file});
   for (std::uint32_t number = 1;; ++number) {
     const std::string text = std::to_string(number);
     const Dictionary attributes{{"first", text}, {"second", text}};
@@ -46,7 +46,7 @@ std::uint32_t requireWhole(const std::string& file) {
   EXPECT_EQ(check.queryInteger("SELECT count(*) FROM pragma_integrity_check "
                                "WHERE integrity_check <> 'ok'"),
             0);
-  LinuxMetadataStores stores(file);
+  LinuxMetadataStores stores({.path = file});
   std::shared_ptr<const StorePaths> paths;
   EXPECT_EQ(stores.copyStorePaths(paths), 0);
   std::uint32_t largest = 0;
