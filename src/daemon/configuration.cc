@@ -97,6 +97,7 @@ class Reader {
         if (const auto boolean = node.value_exact<bool>()) return *boolean;
         break;
       case KeyKind::textArray:
+      case KeyKind::command:
         if (node.is_array()) return readTexts(key, name, *node.as_array());
         break;
       case KeyKind::booleanOrPath:
@@ -117,6 +118,7 @@ class Reader {
       case KeyKind::boolean:
         return "true or false";
       case KeyKind::textArray:
+      case KeyKind::command:
         return "an array of strings";
       case KeyKind::booleanOrPath:
         break;
@@ -153,8 +155,13 @@ class Reader {
       }
       result.push_back(readText(key, name, element));
     }
+    if (key.kind == KeyKind::command && !result.empty() && !isAbsolute(*result.front().string())) {
+      report(texts.source(), quoted(name) + " must begin with an absolute path");
+    }
     return result;
   }
+
+  static bool isAbsolute(const std::string& path) { return !path.empty() && path.front() == '/'; }
 
   std::vector<ConfigurationProblem>& problems_;
 };

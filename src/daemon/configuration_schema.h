@@ -7,7 +7,14 @@
 
 namespace paddock {
 
-enum class KeyKind : std::uint8_t { text, integer, boolean, textArray, booleanOrPath };
+enum class KeyKind : std::uint8_t {
+  text,
+  integer,
+  boolean,
+  textArray,
+  command,  // an array of texts: nothing, or the absolute path of a program and its arguments
+  booleanOrPath
+};
 
 struct ConfigurationKey {
   std::string_view table;

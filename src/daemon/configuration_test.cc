@@ -57,7 +57,7 @@ update_command = ["/usr/sbin/exportfs", "-ra"]
 [dnssd]
 enabled = false
 [indexing]
-command = []
+command = ["/usr/bin/setpriv", "", "tell"]
 [accounts]
 extrausers = true
 [[ldap]]
@@ -98,7 +98,8 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   EXPECT_EQ(*tree.dictionary("volumes")->array("ufs_family"), (Array{"ext4", "btrfs"}));
   EXPECT_EQ(*tree.dictionary("nfs"),
             (Dictionary{{"update_command", Array{"/usr/sbin/exportfs", "-ra"}}}));
-  EXPECT_EQ(*tree.dictionary("indexing"), (Dictionary{{"command", Array{}}}));
+  EXPECT_EQ(*tree.dictionary("indexing"),
+            (Dictionary{{"command", Array{"/usr/bin/setpriv", "", "tell"}}}));
   const Array& nodes = *tree.array("ldap");
   ASSERT_EQ(nodes.size(), 2U);
   EXPECT_EQ(nodes[0].dictionary()->integer("timeout"), 5);
@@ -138,6 +139,15 @@ TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
   EXPECT_THAT(problemsOf("access = 1"), ElementsAre("1: \"access\" must be a table, [access]"));
   EXPECT_THAT(problemsOf("[limits]\nconnections = 1.5"),
               ElementsAre("2: \"limits.connections\" must be an integer"));
+}
+
+TEST_F(ConfigurationTest, ACommandBeginsWithTheAbsolutePathOfItsProgram) {
+  EXPECT_THAT(problemsOf("[vsp]\nsync_command = [\"vsp\"]\n[nfs]\nupdate_command = [\"\", \"/x\"]\n"
+                         "[indexing]\ncommand = [\n\"bin/tell\"]\n"),
+              ElementsAre("2: \"vsp.sync_command\" must begin with an absolute path",
+                          "4: \"nfs.update_command\" must begin with an absolute path",
+                          "6: \"indexing.command\" must begin with an absolute path"));
+  EXPECT_THAT(problemsOf("[indexing]\ncommand = []\n"), IsEmpty());
 }
 
 TEST_F(ConfigurationTest, ValuesOutOfTheirRangeAreNamedWithTheirLine) {
