@@ -4,7 +4,7 @@ import os
 import time
 
 import daemon
-from processes import CannotMeasure, median, run
+from processes import CannotMeasure, median, run, time_of
 from report import Row, mebibytes, milliseconds, ratio_row
 from server import exports_text
 
@@ -18,6 +18,9 @@ EXPORTS_TARGET = 1 / 5
 CHANGE_TARGET = 1
 NAMES_TARGET = 1
 STORES_TARGET = 1.2
+QUOTAS_TARGET = 3
+QUOTA_SLOTS = 2_097_152
+QUOTA_USERS = 1_000
 ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
 FLAT_TARGET = 1024  # KiB: less is the kernel's way of counting pages
@@ -209,6 +212,29 @@ def indexing(bench):
                       median(ours["list"]), median(none), samples={"none": none})]
 
 
+def quotas(bench):
+    """Listing the users of the largest quota file, and reading that file."""
+    folder = os.path.join(bench.work, "quotas")
+    os.makedirs(folder)
+    rows = []
+    for used, runs in ((QUOTA_USERS, 15), (QUOTA_SLOTS - 1, 3)):
+        program = [os.path.join(bench.programs, "bench_quotas"), folder, str(used)]
+        run(program)
+        file = os.path.join(folder, ".quota.user")
+        time_of(["cat", file])
+        ours, theirs, grown = [], [], 0
+        for _ in range(runs):
+            theirs.append(time_of(["cat", file]))
+            took, grown = map(int, run(program + ["1"]).split())
+            ours.append(took)
+        ordinary = used == QUOTA_USERS
+        rows.append(ratio_row(f"read_quota_entries : cat, {QUOTA_SLOTS:,} slots, {used:,} in use",
+                              median(ours), median(theirs), QUOTAS_TARGET if ordinary else None,
+                              samples={"ours": ours, "theirs": theirs}))
+        rows.append(Row("    memory besides what was held before", mebibytes(grown)))
+    return rows
+
+
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
@@ -216,4 +242,4 @@ def sizes_for(wanted):
 
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
-       "change": change, "names": names, "indexing": indexing}
+       "change": change, "names": names, "indexing": indexing, "quotas": quotas}
