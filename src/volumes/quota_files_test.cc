@@ -42,7 +42,7 @@ const unsigned char kFreshUserHeader[] = {
 
 std::string freshUserFile() {
   std::string bytes(reinterpret_cast<const char*>(kFreshUserHeader), sizeof kFreshUserHeader);
-  return bytes + std::string(2048 * 64, '\0');
+  return bytes + std::string(std::size_t{2048} * 64, '\0');
 }
 
 TEST_F(QuotaFileCreation, AVolumeOfOneGibibyteGetsTheSmallestTableBitForBit) {
