@@ -67,7 +67,7 @@ std::string quota_file_path(const std::string& folder, const std::string& baseNa
                             QuotaType type) {
   const bool known = type == kUserQuota || type == kGroupQuota;
   const char* extension = gQuotaFileExtension[known ? static_cast<std::size_t>(type) : kQuotaTypes];
-  const char* slash = !folder.empty() && folder.back() == '/' ? "" : "/";
+  const char* slash = folder.empty() || folder.back() == '/' ? "" : "/";
   return folder + slash + baseName + "." + extension;
 }
 

@@ -314,6 +314,7 @@ TEST(QuotaFilePath, IsTheNameAPointAndTheTypesExtensionInTheFolder) {
   EXPECT_EQ(quota_file_path("/vol", ".quota", -1), "/vol/.quota.undefined");
   EXPECT_EQ(quota_file_path("/", ".quota", kUserQuota), "/.quota.user");
   EXPECT_EQ(quota_file_path("/vol/", ".quota", kUserQuota), "/vol/.quota.user");
+  EXPECT_EQ(quota_file_path("", ".quota", kUserQuota), ".quota.user");
 }
 
 }  // namespace

@@ -38,6 +38,9 @@ Status listInto(Dictionary& quotas, const char* key, const std::string& volumePa
   return status;
 }
 
+// Any other path is of wherever the daemon happens to stand, and names no volume.
+bool isAbsolute(const std::string& path) { return !path.empty() && path.front() == '/'; }
+
 void makeFiles(const std::string& volumePath) {
   const std::string marker = quota_file_path(volumePath, kQuotaOperationsName, kUserQuota);
   FileDescriptor made;
@@ -75,7 +78,8 @@ Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) 
 Status set_volume_quota_info(const std::string& volumePath, const Dictionary& quotas) {
   const auto enable = quotas.boolean(kIsEnabledKey);
   if (!enable) return kSuccess;
-  if (*enable) makeFiles(volumePath);
+  const bool hasFiles = isAbsolute(volumePath);
+  if (*enable && hasFiles) makeFiles(volumePath);
   const std::uint32_t command = *enable ? kQuotaOnCommand : kQuotaOffCommand;
   const int refused =
       services().quotaControl->quotactl(volumePath, quotaCommand(command, kUserQuota), 0,
@@ -83,7 +87,7 @@ Status set_volume_quota_info(const std::string& volumePath, const Dictionary& qu
   if (*enable) {
     // Deliberate: "-u" stands in the place of the program's name.
     (void)services().programRunner->start(services().quotaCheckerPath, {"-u", volumePath});
-  } else {
+  } else if (hasFiles) {
     removeMarker(volumePath);
   }
   return refused != 0 ? CANNOT_SET_QUOTA_STATE_ERR : kSuccess;

@@ -253,6 +253,28 @@ TEST_F(SwitchingVolumeQuotas, APathThatNamesNoVolumeIsRefused) {
   EXPECT_TRUE(std::filesystem::is_empty(root()));
 }
 
+TEST_F(SwitchingVolumeQuotas, AnEmptyPathMakesAndRemovesNothingInTheRootFolder) {
+  const std::string stray = "/.quota.ops.user";
+  ASSERT_FALSE(exists(stray));
+  EXPECT_EQ(set_volume_quota_info("", {{"isEnabled", true}}), CANNOT_SET_QUOTA_STATE_ERR);
+  EXPECT_FALSE(exists(stray));
+}
+
+TEST_F(SwitchingVolumeQuotas, ARelativePathMakesAndRemovesNothingWhereTheProcessStands) {
+  std::filesystem::create_directory(path("folder"));
+  std::filesystem::create_directory(path("marked"));
+  writeWholeFile(path("marked/.quota.ops.user"), "");
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(root());
+  const Status on = set_volume_quota_info("folder", {{"isEnabled", true}});
+  const Status off = set_volume_quota_info("marked", {{"isEnabled", false}});
+  std::filesystem::current_path(before);
+  EXPECT_EQ(on, CANNOT_SET_QUOTA_STATE_ERR);
+  EXPECT_EQ(off, CANNOT_SET_QUOTA_STATE_ERR);
+  EXPECT_TRUE(std::filesystem::is_empty(path("folder")));
+  EXPECT_TRUE(exists(path("marked/.quota.ops.user")));
+}
+
 TEST_F(SwitchingVolumeQuotas, AMarkerThatIsALinkIsNeitherFollowedNorRemoved) {
   writeWholeFile(path("precious"), "contents");
   std::filesystem::create_symlink("precious", userMarker());
