@@ -111,8 +111,7 @@ int FileAcls::refresh(int number) const {
   const int error = readStoredAcl(attributes_, options_.attribute, object, stored);
   if (error == EOPNOTSUPP) return 0;
   if (error != 0) return error;
-  if (stored.list) return store(object, stored, *stored.list);
-  return stored.descriptor ? storeOwners(object, stored) : 0;
+  return stored.list ? store(object, stored, *stored.list) : 0;
 }
 
 int FileAcls::store(const OpenObject& object, const StoredAcl& stored,
@@ -140,15 +139,6 @@ int FileAcls::clear(const OpenObject& object, const StoredAcl& stored) const {
     if (error != 0) return error;
   }
   return applyChanges(attributes_, object.number, changes);
-}
-
-// A descriptor without a list.
-int FileAcls::storeOwners(const OpenObject& object, const StoredAcl& stored) const {
-  Descriptor descriptor = *stored.descriptor;
-  setOwners(descriptor, object);
-  const auto value = nt_acl::encode(descriptor);
-  if (!value) return E2BIG;
-  return applyChanges(attributes_, object.number, {{options_.attribute, stored.value, value}});
 }
 
 }  // namespace paddock

@@ -30,9 +30,10 @@ class FileAcls {
   FileAcls(FileAclOptions options, PrincipalSids& sids, Membership& membership, UserGroups& groups,
            const ExtendedAttributes& attributes = linuxExtendedAttributes());
 
-  // The object's list; ENOENT when it has none, also where the file system keeps none and where the
-  // descriptor has no list, which grants everything to everybody. What does not decode is a list
-  // that acl_valid refuses.
+  // The object's list; ENOENT when it has none, also where the file system keeps none. A descriptor
+  // without a list, which grants everything to everybody, is a complete one with an entry that says
+  // so: it is seen, it can be removed, and is stored in that form when it is written. What does not
+  // decode is a list that acl_valid refuses.
   int readFrom(int object, std::unique_ptr<acl::List>& list) const;
 
   // Replaces the object's list and its projection, both or neither. A list that was read keeps its
@@ -52,7 +53,6 @@ class FileAcls {
   int store(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored,
             const nt_acl::SplitList& list) const;
   int clear(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored) const;
-  int storeOwners(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored) const;
 
   const FileAclOptions options_;
   PrincipalSids& sids_;

@@ -84,6 +84,11 @@ class FileAclsTest : public ::testing::Test {
     descriptor.list = list;
     ASSERT_EQ(setAttribute(path, kList, nt_acl::encode(descriptor).value()), 0);
   }
+  static void storeWithoutList(const std::string& path,
+                               std::uint16_t control = nt_acl::kControlWritten) {
+    const Descriptor descriptor{control, userSid(4711), groupSid(4711), {}};
+    ASSERT_EQ(setAttribute(path, kList, nt_acl::encode(descriptor).value()), 0);
+  }
   static Descriptor stored(const std::string& path) {
     return nt_acl::decode(attributeOf(path, kList).value_or("")).value();
   }
@@ -207,17 +212,43 @@ TEST_F(FileAclsTest, AListThatDoesNotDecodeIsReplacedByOneThatIsNotComplete) {
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, ADescriptorWithoutAListIsNoList) {
-  Descriptor descriptor;
-  descriptor.control = 0x8000;
-  descriptor.owner = userSid(4711);
-  ASSERT_EQ(setAttribute(file_, kList, nt_acl::encode(descriptor).value()), 0);
-  EXPECT_EQ(read(file_), nullptr);
+// What such a descriptor says, as an entry.
+const std::vector<Ace> kEverythingToEverybody{{kAllowed, 0, 0x1F01FF, {1, {0}}, {}}};
+
+TEST_F(FileAclsTest, ADescriptorWithoutAListAllowsEverybodyEverything) {
+  for (const std::uint16_t control : {std::uint16_t{0x8000}, nt_acl::kControlWritten}) {
+    storeWithoutList(file_, control);
+    const auto list = read(file_);
+    ASSERT_TRUE(list);
+    EXPECT_EQ(list->complete, true);
+    ASSERT_EQ(list->entries.size(), 1U);
+    EXPECT_EQ(list->entries[0]->tag, acl::kExtendedAllow);
+    EXPECT_EQ(list->entries[0]->qualifier, nt_acl::foreignGuid({1, {0}}));
+    EXPECT_EQ(list->entries[0]->permset.permissions, acl::kAllPermissions);
+    EXPECT_EQ(list->entries[0]->flagset.flags, 0U);
+    EXPECT_EQ(stored(file_).list, std::nullopt) << "reading changes nothing";
+  }
+}
+
+TEST_F(FileAclsTest, ADescriptorWithoutAListIsWrittenBackAsTheEntryThatSaysIt) {
+  storeWithoutList(file_);
+  ASSERT_EQ(write(file_, *read(file_)), 0);
+  EXPECT_EQ(storedList(file_), kEverythingToEverybody);
+  storeWithoutList(file_);
   ASSERT_EQ(refresh(file_), 0);
+  EXPECT_EQ(stored(file_).control, 0x8404);
   EXPECT_EQ(stored(file_).owner, userSid(::geteuid()));
-  EXPECT_EQ(stored(file_).list, std::nullopt);
+  EXPECT_EQ(storedList(file_), kEverythingToEverybody);
+  EXPECT_EQ(modeOf(file_), 0640U);
+}
+
+TEST_F(FileAclsTest, ADescriptorWithoutAListIsReplacedAndRemovedLikeAnyCompleteList) {
+  storeWithoutList(file_);
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
-  EXPECT_EQ(read(file_)->complete, false);
+  EXPECT_EQ(storedList(file_), (std::vector<Ace>{{kAllowed, 0, 0x100001, userSid(1000), {}}}));
+  storeWithoutList(file_);
+  ASSERT_EQ(write(file_, {}), 0);
+  EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
 TEST_F(FileAclsTest, MoreThanAThousandEntriesAreInvalidWhateverTailTheyHave) {

@@ -5,8 +5,20 @@
 
 #include "base/system_call.h"
 #include "platform/acl_list.h"
+#include "platform/linux/access_mask.h"
+#include "platform/linux/well_known_sids.h"
 
 namespace paddock::nt_acl {
+
+namespace {
+
+// Where there is no list everybody may do everything ([MS-DTYP] 2.5.3.2), which can be said as
+// well.
+std::vector<Ace> everythingToEverybody() {
+  return {{kAllowed, 0, maskOf(acl::kAllPermissions) | kSynchronizeMask, everyoneSid(), {}}};
+}
+
+}  // namespace
 
 int lookAt(int number, OpenObject& object) {
   object.number = number;
@@ -28,8 +40,9 @@ int readStoredAcl(const ExtendedAttributes& attributes, const std::string& name,
   const int error = readValue(attributes, object.number, name, stored.value);
   if (error != 0 || !stored.value) return error;
   stored.descriptor = decode(*stored.value);
-  if (!stored.descriptor || !stored.descriptor->list) return 0;
-  stored.list = withoutTail(std::move(*stored.descriptor->list), object.isFolder());
+  if (!stored.descriptor) return 0;
+  stored.list = withoutTail(std::move(stored.descriptor->list).value_or(everythingToEverybody()),
+                            object.isFolder());
   stored.descriptor->list.reset();
   if (stored.list->entries.size() <= acl::kMaximumEntries) return 0;
   stored.descriptor.reset();

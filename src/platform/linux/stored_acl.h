@@ -29,7 +29,9 @@ int lookAt(int number, OpenObject& object);
 struct StoredAcl {
   std::optional<std::string> value;      // absent when the object does not have the attribute
   std::optional<Descriptor> descriptor;  // absent when there is no value, or it does not decode
-  std::optional<SplitList> list;         // absent when there is no descriptor, or it has no list
+  // Absent when there is no descriptor. Of one without a list, the complete list that says the
+  // same: everyone is allowed everything.
+  std::optional<SplitList> list;
 
   bool isUndecodable() const { return value && !descriptor; }
 };
