@@ -45,6 +45,7 @@ idle_seconds = 7
 [acl]
 attribute = "user.acl"
 projection = false
+winbind = false
 [volumes]
 quota_backend = "accounting"
 quota_checker = "/usr/libexec/quotascan"
@@ -94,7 +95,7 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   const Dictionary& tree = configuration.tree;
   EXPECT_EQ(tree.size(), 10U);
   EXPECT_EQ(*tree.dictionary("acl"),
-            (Dictionary{{"attribute", "user.acl"}, {"projection", false}}));
+            (Dictionary{{"attribute", "user.acl"}, {"projection", false}, {"winbind", false}}));
   EXPECT_EQ(*tree.dictionary("volumes")->array("ufs_family"), (Array{"ext4", "btrfs"}));
   EXPECT_EQ(*tree.dictionary("nfs"),
             (Dictionary{{"update_command", Array{"/usr/sbin/exportfs", "-ra"}}}));

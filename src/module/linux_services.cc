@@ -79,13 +79,23 @@ std::vector<std::string> indexingCommand() {
   return words != nullptr ? textsOf(*words) : std::vector<std::string>();
 }
 
+const Dictionary* aclTable() { return host().configuration().dictionary("acl"); }
+
 FileAclOptions aclOptions() {
   FileAclOptions options;
-  const Dictionary* table = host().configuration().dictionary("acl");
+  const Dictionary* table = aclTable();
   if (table == nullptr) return options;
   if (const std::string* attribute = table->string("attribute")) options.attribute = *attribute;
   options.projection = table->boolean("projection").value_or(options.projection);
   return options;
+}
+
+// Winbind is the system's, and makes up ids for SIDs that it is asked about: a daemon in a tree of
+// its own leaves it alone, unless it is told to ask.
+std::unique_ptr<SidResolver> sidResolver() {
+  const Dictionary* table = aclTable();
+  const auto wanted = table != nullptr ? table->boolean("winbind") : std::nullopt;
+  return wanted.value_or(host().root().empty()) ? makeWinbindResolver() : nullptr;
 }
 
 }  // namespace
@@ -95,7 +105,7 @@ struct InstalledServices::Parts {
   LinuxMembership membership{directory};
   LinuxAccounts accounts{directory};
   PrincipalSids principalSids{membership, hostPath("/var/lib/paddock/foreign-sids.sqlite"),
-                              makeWinbindResolver()};
+                              sidResolver()};
   NssUserGroups userGroups;
   FileAcls fileAcls{aclOptions(), principalSids, membership, userGroups};
   LinuxAcl acl{fileAcls};

@@ -2,6 +2,7 @@
 (own_samba), so that the machine's accounts, servers and network are not touched."""
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -186,9 +187,12 @@ def allowed(step):
 class Paddock:
     """A paddockd in an installed tree, and its keelhouse."""
 
-    def __init__(self, cmake, build, tree):
+    def __init__(self, cmake, build, tree, asks_winbind=True):
+        """`asks_winbind`: None leaves the configuration as it is shipped."""
         subprocess.run([cmake, "--install", build, "--prefix", "/usr"], check=True,
                        stdout=subprocess.DEVNULL, env=dict(os.environ, DESTDIR=tree))
+        if asks_winbind is not None:
+            self._configure(tree, "winbind", "true" if asks_winbind else "false")
         self.program = os.path.join(tree, "usr/sbin/keelhouse")
         self.log = os.path.join(tree, "log")
         with open(self.log, "wb") as log:
@@ -221,6 +225,16 @@ class Paddock:
     def set_privileges(self, path, **privileges):
         self._settings("writeSettings", "writeStatus", path,
                        {"configuration": {"fileAccessPrivs": privileges}})
+
+    @staticmethod
+    def _configure(tree, key, value):
+        path = os.path.join(tree, "etc/paddock/paddockd.toml")
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        text, count = re.subn("^#%s = .*$" % key, "%s = %s" % (key, value), text, flags=re.MULTILINE)
+        assert count == 1, "%s stands %d times in %s" % (key, count, path)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
 
     def _settings(self, operation, status, path, request):
         request = {"optionalArguments": {"path": path}, **request}
