@@ -81,6 +81,11 @@ void FolderStack::addPending(Level& level, std::string_view name) {
   pendingBytes_ += name.size() + 1;
 }
 
+void FolderStack::addAllPending(Level& level, std::string_view names) {
+  level.pending.append(names);
+  pendingBytes_ += names.size();
+}
+
 std::string FolderStack::takePending(Level& level) {
   const std::size_t start = level.pending.rfind('\0');
   std::string name = level.pending.substr(start + 1);
@@ -89,6 +94,15 @@ std::string FolderStack::takePending(Level& level) {
   // Room of a level that waits for long is given back.
   if (start == 0) std::string().swap(level.pending);
   return name;
+}
+
+std::string FolderStack::cutPending(Level& level) {
+  const std::size_t end =
+      std::min(level.pending.find('\0', level.pending.size() / 2 + 1), level.pending.size());
+  std::string cut = level.pending.substr(0, end);
+  level.pending.erase(0, end);
+  pendingBytes_ -= end;
+  return cut;
 }
 
 FolderStack::Level* FolderStack::highestPending() {

@@ -40,8 +40,13 @@ class FolderStack {
   void clear();
 
   void addPending(Level& level, std::string_view name);
+  // Many at once, in the form of `Level::pending`.
+  void addAllPending(Level& level, std::string_view names);
   // The name that was added last; the level has one.
   std::string takePending(Level& level);
+  // Takes about half of the names away, those that were added first, in the form of `pending`; all
+  // when there is one.
+  std::string cutPending(Level& level);
   // The bytes of all pending names.
   std::size_t pendingBytes() const { return pendingBytes_; }
   // The highest open level with a pending name, whose folder is mostly the largest; null for none.

@@ -127,6 +127,19 @@ TEST_F(FolderStackTest, NamesWaitOnTheirLevels) {
   EXPECT_EQ(stack_.pendingBytes(), 0U);
 }
 
+TEST_F(FolderStackTest, NamesAreCutIntoHalvesWithoutALossOrARepetition) {
+  for (const char* name : {"a", "bb", "ccc", "dddd"}) stack_.addPending(stack_.top(), name);
+  const std::string cut = stack_.cutPending(stack_.top());
+  EXPECT_EQ(cut, std::string("\0a\0bb\0ccc", 9));
+  EXPECT_EQ(stack_.pendingBytes(), 5U);
+  EXPECT_EQ(stack_.cutPending(stack_.top()), std::string("\0dddd", 5));
+  EXPECT_EQ(stack_.pendingBytes(), 0U);
+  EXPECT_TRUE(stack_.top().pending.empty());
+  stack_.addAllPending(stack_.top(), cut);
+  EXPECT_EQ(stack_.pendingBytes(), 9U);
+  EXPECT_EQ(stack_.takePending(stack_.top()), "ccc");
+}
+
 TEST_F(FolderStackTest, NamesOfALevelThatIsLeftNoLongerWait) {
   enter("d");
   stack_.addPending(stack_.top(), "a");

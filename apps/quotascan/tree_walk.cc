@@ -87,7 +87,7 @@ Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_
         std::make_unique<Walker>(shared, options.descriptors / threads - kPassingDescriptors));
   }
   walkers.front()->count(shared.root);
-  shared.queue.give({duplicateOf(root), {}});
+  shared.queue.give({duplicateOf(root), false, {}, {}});
   runThreads(shared, walkers);
   Counts counts;
   for (const auto& walker : walkers) counts.add(walker->counts());

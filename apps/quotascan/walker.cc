@@ -48,10 +48,9 @@ void Walker::perform(Work work) {
   }
   stack_.clear();
   stack_.push(std::move(work.folder), status, {});
-  if (!work.entries.empty()) {
-    stack_.top().isRead = true;
-    look(stack_.top(), FolderEntries(work.entries));
-  }
+  stack_.top().isRead = work.isRead;
+  stack_.addAllPending(stack_.top(), work.pending);
+  look(stack_.top(), FolderEntries(work.entries));
   while (!stack_.empty() && !shared_.queue.isStopped()) {
     if (!stack_.top().pending.empty()) {
       enterNext();
@@ -77,7 +76,7 @@ void Walker::readOn() {
     return;
   }
   FolderEntries entries(bytes);
-  if (bytes.size() >= kShared && shared_.queue.isWanted()) shareHalf(level, entries);
+  if (bytes.size() >= kShared && shared_.queue.isWanted()) give(level, entries.cutHalf(), {});
   look(level, entries);
   reportProgress();
 }
@@ -114,19 +113,14 @@ void Walker::countOther(const ObjectStatus& status) {
 }
 
 void Walker::enterNext() {
-  const bool wanted = shared_.queue.isWanted();
-  FolderStack::Level* highest = wanted ? stack_.highestPending() : nullptr;
-  FolderStack::Level& above = highest != nullptr ? *highest : stack_.top();
-  std::string name = stack_.takePending(above);
+  if (shared_.queue.isWanted()) sharePending();
+  if (stack_.top().pending.empty()) return;
+  std::string name = stack_.takePending(stack_.top());
   ObjectStatus status;
-  FileDescriptor folder = enter(above, name, status);
+  FileDescriptor folder = enter(stack_.top(), name, status);
   if (!folder) return;
   count(status);
-  if (wanted) {
-    shared_.queue.give({std::move(folder), {}});
-  } else {
-    stack_.push(std::move(folder), status, std::move(name));
-  }
+  stack_.push(std::move(folder), status, std::move(name));
 }
 
 // The folder, opened; none when it is gone, or is another volume.
@@ -165,13 +159,21 @@ void Walker::leave() {
                 ", was moved while it was counted; nothing was changed; run quotascan again");
 }
 
-void Walker::shareHalf(const FolderStack::Level& level, FolderEntries& entries) {
+// Gives half of the highest level's folders away, unless that leaves nothing to do here.
+void Walker::sharePending() {
+  FolderStack::Level* level = stack_.highestPending();
+  if (level == nullptr) return;
+  const bool isOne = level->pending.rfind('\0') == 0;
+  if (isOne && level == &stack_.top() && level->isRead) return;
+  give(*level, {}, stack_.cutPending(*level));
+}
+
+void Walker::give(const FolderStack::Level& level, std::vector<char> entries, std::string pending) {
   int descriptor = -1;
   const int error = errnoOf(
       [&] { return ::fcntl(level.folder.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }, &descriptor);
   if (error != 0) throw failureOf("open", pathOf(level.folder.get()), error, kUnchanged);
-  FileDescriptor folder(descriptor);
-  shared_.queue.give({std::move(folder), entries.cutHalf()});
+  shared_.queue.give({FileDescriptor(descriptor), true, std::move(entries), std::move(pending)});
 }
 
 bool Walker::isOnVolume(const ObjectStatus& folder) const {

@@ -51,7 +51,8 @@ class Walker {
   FileDescriptor enter(const FolderStack::Level& above, const std::string& name,
                        ObjectStatus& status);
   void leave();
-  void shareHalf(const FolderStack::Level& level, FolderEntries& entries);
+  void sharePending();
+  void give(const FolderStack::Level& level, std::vector<char> entries, std::string pending);
   bool isOnVolume(const ObjectStatus& folder) const;
   bool isIgnored(const FolderStack::Level& level, const char* name) const;
   void reportProgress();

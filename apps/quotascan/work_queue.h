@@ -6,17 +6,18 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "base/file_descriptor.h"
 
 namespace paddock::quotascan {
 
-// A folder to read to its end, or entries of one (in the form of getdents64(2)) that were read
-// already.
 struct Work {
   FileDescriptor folder;
-  std::vector<char> entries;
+  bool isRead = false;        // only what follows is to be looked at; else the folder, to its end
+  std::vector<char> entries;  // in the form of getdents64(2)
+  std::string pending;        // names of folders in it, each behind a NUL
 };
 
 // At most as many parts wait in it as there are threads, when they give only while `isWanted`.

@@ -7,7 +7,7 @@
 namespace paddock::quotascan {
 namespace {
 
-Work workOf(char mark) { return {FileDescriptor(), {mark}}; }
+Work workOf(char mark) { return {FileDescriptor(), true, {mark}, {}}; }
 
 TEST(WorkQueue, GivesInTurnWhatWasPutIn) {
   WorkQueue queue(1);
