@@ -103,6 +103,11 @@ void QuotaFile::readHeader() {
   }
   if (error != 0) throw failureOf("read", path_, error);
   if (!S_ISREG(status.st_mode)) throw Failure(path_ + " is not a regular file" + advice);
+  // In a folder that others may write, one of theirs would be told what everybody uses.
+  if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
+    throw Failure(path_ + " belongs to the user " + std::to_string(status.st_uid) +
+                  " and not to root" + advice);
+  }
   if (count < slot.size()) {
     throw Failure(path_ + " has " + std::to_string(count) + " bytes, which is no quota file" +
                   advice);

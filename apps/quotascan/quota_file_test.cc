@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -133,6 +134,13 @@ TEST_F(QuotaFileTest, WhatIsNoRegularFileIsRefused) {
   std::filesystem::remove(path());
   ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
   EXPECT_THAT(refusal(), StartsWith(path() + " is not a regular file"));
+}
+
+TEST_F(QuotaFileTest, OneThatBelongsToAnotherUserIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "giving files away needs root";
+  write(fileBytes());
+  ASSERT_EQ(::chown(path().c_str(), 21001, 0), 0);
+  EXPECT_THAT(refusal(), StartsWith(path() + " belongs to the user 21001 and not to root"));
 }
 
 TEST_F(QuotaFileTest, OneRunAtATimeHasIt) {

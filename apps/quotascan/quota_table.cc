@@ -8,6 +8,7 @@
 #include "base/system_call.h"
 #include "quotascan/failure.h"
 #include "quotascan/number_set.h"
+#include "volumes/quota_entries.h"
 
 namespace paddock::quotascan {
 
@@ -15,61 +16,16 @@ namespace {
 
 constexpr std::uint64_t kFullPercent = 90;
 constexpr std::uint64_t kHundred = 100;
-constexpr std::size_t kChunkSlots = 1024;
 constexpr const char* kKept = "the file that was there stays";
 
-// Calls `function` for each entry of a table, in the order of the slots.
-class TableReader {
- public:
-  TableReader(int file, std::uint32_t slots, const std::string& path)
-      : file_(file),
-        end_(quotaFileSize(slots)),
-        path_(path),
-        buffer_(kChunkSlots * kQuotaSlotSize) {}
-
-  template <typename Function>
-  void forEach(Function function) {
-    std::uint64_t at = nextData(quotaSlotOffset(0));
-    while (at < end_) {
-      const std::size_t size = std::min<std::uint64_t>(buffer_.size(), end_ - at);
-      readAll(at, std::span(buffer_).first(size));
-      for (std::size_t slot = 0; slot < size; slot += kQuotaSlotSize) {
-        const auto bytes =
-            std::span<const std::uint8_t, kQuotaSlotSize>(&buffer_[slot], kQuotaSlotSize);
-        if (quotaEntryId(bytes) != 0) function(decodeQuotaEntry(bytes));
-      }
-      at = nextData(at + size);
-    }
-  }
-
- private:
-  // The first slot at or behind `at` that is not in a hole; where holes are not told, `at`.
-  std::uint64_t nextData(std::uint64_t at) const {
-    if (at >= end_) return at;
-    std::uint64_t found = 0;
-    const int error =
-        errnoOf([&] { return ::lseek(file_, static_cast<off_t>(at), SEEK_DATA); }, &found);
-    if (error == ENXIO) return end_;
-    return error == 0 ? std::max(at, found - found % kQuotaSlotSize) : at;
-  }
-  void readAll(std::uint64_t at, std::span<std::uint8_t> bytes) const {
-    while (!bytes.empty()) {
-      std::size_t count = 0;
-      const int error = errnoOf(
-          [&] { return ::pread(file_, bytes.data(), bytes.size(), static_cast<off_t>(at)); },
-          &count);
-      if (error != 0) throw failureOf("read", path_, error, kKept);
-      if (count == 0) throw Failure(path_ + " became shorter while it was read; " + kKept);
-      at += count;
-      bytes = bytes.subspan(count);
-    }
-  }
-
-  int file_;
-  std::uint64_t end_;
-  const std::string& path_;
-  std::vector<std::uint8_t> buffer_;
-};
+// Calls `function` for each entry of the table, in the order of the slots.
+template <typename Function>
+void forEachEntry(int file, const QuotaFileHeader& header, const std::string& path,
+                  Function function) {
+  QuotaEntries entries(file, header.maxentries);
+  while (const auto entry = entries.next()) function(*entry);
+  if (entries.error() != 0) throw failureOf("read", path, entries.error(), kKept);
+}
 
 class TableWriter {
  public:
@@ -135,9 +91,10 @@ QuotaEntry updated(QuotaEntry entry, const Findings& findings) {
 }
 
 // How many different ids the old table and the findings have.
-std::uint64_t countIds(TableReader& old, const Findings& findings) {
+std::uint64_t countIds(int oldFile, const QuotaFileHeader& header, const Findings& findings,
+                       const std::string& path) {
   NumberSet<std::uint32_t> ids;
-  old.forEach([&](const QuotaEntry& entry) { ids.insert(entry.id); });
+  forEachEntry(oldFile, header, path, [&](const QuotaEntry& entry) { ids.insert(entry.id); });
   for (const QuotaEntry& entry : findings.entries) ids.insert(entry.id);
   return ids.size();
 }
@@ -152,9 +109,8 @@ std::uint32_t grownTableSize(std::uint32_t slots, std::uint64_t entries) {
 
 TableSummary rewriteTable(int oldFile, const QuotaFileHeader& header, const Findings& findings,
                           int newFile, const std::string& path, const std::string& newPath) {
-  TableReader old(oldFile, header.maxentries, path);
   TableSummary summary;
-  summary.slots = grownTableSize(header.maxentries, countIds(old, findings));
+  summary.slots = grownTableSize(header.maxentries, countIds(oldFile, header, findings, path));
   if (summary.slots == 0) throw Failure(path + " has more entries than a quota file can; " + kKept);
   summary.isGrown = summary.slots != header.maxentries;
   QuotaFileHeader newHeader = header;
@@ -167,7 +123,7 @@ TableSummary rewriteTable(int oldFile, const QuotaFileHeader& header, const Find
     writer.put(entry);
     return true;
   };
-  old.forEach([&](const QuotaEntry& entry) {
+  forEachEntry(oldFile, header, path, [&](const QuotaEntry& entry) {
     if (!put(updated(entry, findings))) ++summary.repeated;
   });
   for (const QuotaEntry& entry : findings.entries) put(updated(entry, findings));

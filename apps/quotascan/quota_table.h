@@ -32,8 +32,8 @@ std::uint32_t grownTableSize(std::uint32_t slots, std::uint64_t entries);
 //   - the old ones, with what was found of their ids; one of which nothing was found keeps its
 //     limits and uses 0;
 //   - those of new ids, when they use something or have a limit.
-// Slots without an entry take no room on disk. `path` and `newPath` are for messages. Throws
-// Failure.
+// A file that ends early has no entries behind its end. Slots without an entry take no room on
+// disk. `path` and `newPath` are for messages. Throws Failure.
 TableSummary rewriteTable(int oldFile, const QuotaFileHeader& header, const Findings& findings,
                           int newFile, const std::string& path, const std::string& newPath);
 

@@ -287,14 +287,14 @@ TEST_F(QuotaTable, AnEntryBehindALargeHoleIsFound) {
   EXPECT_EQ(decodeQuotaEntry(read), entryOf(9, 5, 6));
 }
 
-TEST_F(QuotaTable, AFileThatBecameShorterIsAFailure) {
-  writeWholeFile(oldPath(), textOf(encodeQuotaHeader(headerOf(16))) + "half a slot");
-  header_ = headerOf(16);
+TEST_F(QuotaTable, AFileThatCannotBeReadIsAFailureThatNamesIt) {
+  const FileDescriptor folder(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY));
+  const FileDescriptor made(::open(newPath().c_str(), O_RDWR | O_CREAT, 0600));
   try {
-    rewrite({});
+    rewriteTable(folder.get(), headerOf(16), {}, made.get(), oldPath(), newPath());
     FAIL();
   } catch (const Failure& failure) {
-    EXPECT_THAT(failure.what(), StartsWith(oldPath() + " became shorter"));
+    EXPECT_THAT(failure.what(), StartsWith("cannot read " + oldPath() + ": Is a directory"));
   }
 }
 

@@ -6,7 +6,7 @@
 #include "platform/accounts.h"
 #include "platform/services.h"
 #include "platform/volume_info.h"
-#include "volumes/used_entries.h"
+#include "volumes/quota_entries.h"
 #include "volumes/volume_files.h"
 
 namespace paddock {
@@ -21,6 +21,8 @@ std::string nameOf(QuotaType type, std::uint32_t id) {
   if (type == kGroupQuota && services().accounts->getgrgid(id, name) == 0) return name;
   return std::to_string(id);
 }
+
+bool isUsed(const QuotaEntry& entry) { return entry.usedBytes != 0 || entry.usedFiles != 0; }
 
 std::uint64_t freeBytes(const QuotaEntry& entry, std::uint64_t available) {
   if (entry.hardBytes == 0) return available;
@@ -55,10 +57,12 @@ bool readHeader(int file, QuotaFileHeader& header) {
 Status listEntries(int file, std::uint32_t maxentries, QuotaType type, std::uint64_t available,
                    std::optional<Array>& entries) {
   Array listed;
-  UsedEntries used(file, maxentries);
-  while (const auto entry = used.next()) listed.emplace_back(entryForm(*entry, type, available));
-  if (used.error() == 0) entries = std::move(listed);
-  return used.error();
+  QuotaEntries all(file, maxentries);
+  while (const auto entry = all.next()) {
+    if (isUsed(*entry)) listed.emplace_back(entryForm(*entry, type, available));
+  }
+  if (all.error() == 0) entries = std::move(listed);
+  return all.error();
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 #include "base/file_descriptor.h"
 #include "support/volume_fixture.h"
-#include "volumes/used_entries.h"
+#include "volumes/quota_entries.h"
 
 namespace paddock {
 namespace {
@@ -302,7 +302,7 @@ TEST_F(QuotaListing, AnEntryAtEachEndOfABufferIsRead) {
 TEST_F(QuotaListing, AReadThatFailsIsItsErrno) {
   writeUsers({usage(1001, 5)});
   const FileDescriptor writeOnly(::open(userFile().c_str(), O_WRONLY | O_CLOEXEC));
-  UsedEntries entries(writeOnly.get(), 4);
+  QuotaEntries entries(writeOnly.get(), 4);
   EXPECT_FALSE(entries.next());
   EXPECT_EQ(entries.error(), EBADF);
 }

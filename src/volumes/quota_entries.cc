@@ -1,4 +1,4 @@
-#include "volumes/used_entries.h"
+#include "volumes/quota_entries.h"
 
 #include <unistd.h>
 
@@ -14,19 +14,19 @@ constexpr std::size_t kBufferSize = std::size_t{256} << 10U;
 
 }  // namespace
 
-UsedEntries::UsedEntries(int file, std::uint32_t maxentries)
+QuotaEntries::QuotaEntries(int file, std::uint32_t maxentries)
     : file_(file),
       position_(quotaSlotOffset(0)),
       end_(quotaFileSize(maxentries)),
       buffer_(kBufferSize) {}
 
-std::span<const std::uint8_t, kQuotaSlotSize> UsedEntries::slot() const {
+std::span<const std::uint8_t, kQuotaSlotSize> QuotaEntries::slot() const {
   return std::span<const std::uint8_t, kQuotaSlotSize>(buffer_.data() + used_, kQuotaSlotSize);
 }
 
 // A file may claim billions of slots and hold none of them. File systems that do not know where
 // their holes are read as zeros, which are empty slots.
-void UsedEntries::skipHole() {
+void QuotaEntries::skipHole() {
   const off_t data = ::lseek(file_, static_cast<off_t>(position_), SEEK_DATA);
   if (data < 0) {
     if (errno == ENXIO) position_ = end_;
@@ -36,7 +36,7 @@ void UsedEntries::skipHole() {
   position_ = std::max(position_, slots * kQuotaSlotSize);
 }
 
-bool UsedEntries::fill() {
+bool QuotaEntries::fill() {
   used_ = 0;
   filled_ = 0;
   if (position_ < end_) skipHole();
@@ -51,12 +51,11 @@ bool UsedEntries::fill() {
   return filled_ > 0;
 }
 
-std::optional<QuotaEntry> UsedEntries::next() {
+std::optional<QuotaEntry> QuotaEntries::next() {
   while (used_ < filled_ || fill()) {
     for (; used_ < filled_; used_ += kQuotaSlotSize) {
       if (quotaEntryId(slot()) == 0) continue;
       const QuotaEntry entry = decodeQuotaEntry(slot());
-      if (entry.usedBytes == 0 && entry.usedFiles == 0) continue;
       used_ += kQuotaSlotSize;
       return entry;
     }

@@ -1,4 +1,4 @@
-// The entries in use of a quota file, read one after the other.
+// The entries of a quota file, read one after the other.
 #pragma once
 
 #include <cstddef>
@@ -10,13 +10,13 @@
 
 namespace paddock {
 
-class UsedEntries {
+class QuotaEntries {
  public:
   // `file` stays open as long as this object lives; its table begins behind the header and has
   // `maxentries` slots, or fewer when the file ends before.
-  UsedEntries(int file, std::uint32_t maxentries);
+  QuotaEntries(int file, std::uint32_t maxentries);
 
-  // The next entry that has an id and uses bytes or files; absent at the end, and after an error.
+  // The next entry that has an id; absent at the end, and after an error.
   std::optional<QuotaEntry> next();
   // The errno of reading; 0 when there was none.
   int error() const { return error_; }
