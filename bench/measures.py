@@ -4,9 +4,10 @@ import os
 import time
 
 import daemon
-from processes import CannotMeasure, median, run, time_of
+from processes import CannotMeasure, median, peak_of, run, time_of
 from report import Row, mebibytes, milliseconds, ratio_row
 from server import exports_text
+from volume import Volume
 
 SIZES = (1_000, 10_000, 100_000)
 SHARES = 10_000
@@ -21,6 +22,7 @@ STORES_TARGET = 1.2
 QUOTAS_TARGET = 3
 QUOTA_SLOTS = 2_097_152
 QUOTA_USERS = 1_000
+COUNTING_TARGET = 0.6
 ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
 FLAT_TARGET = 1024  # KiB: less is the kernel's way of counting pages
@@ -233,6 +235,27 @@ def quotas(bench):
     return rows
 
 
+def counting(bench):
+    """Counting a volume of many objects."""
+    ours, theirs = [], []
+    with Volume(os.path.join(bench.work, "volume")) as volume:
+        program = [os.path.join(bench.tree, "usr/sbin/quotascan"), "-u", volume.path]
+        du = ["du", "-s", volume.path]
+        told = run(program)
+        if f"{volume.objects:,} objects counted" not in told:
+            raise CannotMeasure(f"quotascan counts other than {volume.objects:,} objects: {told}")
+        time_of(du)
+        for _ in range(15):
+            volume.make_quota_file()
+            theirs.append(time_of(du))
+            ours.append(time_of(program))
+        peak = max(peak_of(program) for _ in range(3))
+    return [ratio_row(f"quotascan : du -s, {volume.objects:,} objects", median(ours),
+                      median(theirs), COUNTING_TARGET, samples={"ours": ours, "theirs": theirs}),
+            Row("    at its highest (VmHWM)", mebibytes(peak), value=peak, target=MEMORY_TARGET,
+                target_text="<= 64 MiB")]
+
+
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
@@ -240,4 +263,5 @@ def sizes_for(wanted):
 
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
-       "change": change, "names": names, "indexing": indexing, "quotas": quotas}
+       "change": change, "names": names, "indexing": indexing, "quotas": quotas,
+       "counting": counting}

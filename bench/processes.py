@@ -1,5 +1,6 @@
 """Running programs, timed."""
 
+import contextlib
 import os
 import statistics
 import subprocess
@@ -34,6 +35,31 @@ def time_of(arguments, output=None):
         raise CannotMeasure(f"{' '.join(arguments)} ended with status {done.returncode}: "
                             f"{done.stderr.decode(errors='replace').strip()}")
     return took
+
+
+def peak_of(arguments):
+    """KiB that a program that must succeed holds at most.
+
+    Read again and again while it runs: what wait4(2) tells counts the process before it was this
+    program, too.
+    """
+    process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL)
+    peak = 0
+    program = os.path.realpath(arguments[0])
+    while process.poll() is None:
+        with contextlib.suppress(OSError):
+            if os.readlink(f"/proc/{process.pid}/exe") == program:
+                peak = max(peak, memory_of(process.pid, "VmHWM"))
+    if process.returncode != 0 or peak == 0:
+        raise CannotMeasure(f"{' '.join(arguments)} ended with status {process.returncode}")
+    return peak
+
+
+def memory_of(process, field):
+    """A field of a process's status, in KiB; 0 when it has none any more."""
+    with open(f"/proc/{process}/status", encoding="ascii", errors="replace") as status:
+        return next((int(line.split()[1]) for line in status if line.startswith(field + ":")), 0)
 
 
 def median(samples):

@@ -139,6 +139,22 @@ TEST_F(Program, DoesWithTheFileOfGroupsAlone) {
   });
 }
 
+TEST_F(Program, LeavesAFileAloneInWhichNothingChanges) {
+  runInOwnMounts([] {
+    const LoopVolume volume;
+    writeWholeFile(volume.path(".quota.user"), emptyTable(kUserQuota));
+    makeFile(volume.path("a"), 10'000, kAnna);
+    struct stat first {};
+    struct stat second {};
+    expectDone(quotascan({"-u", volume.path()}));
+    ASSERT_EQ(::stat(volume.path(".quota.user").c_str(), &first), 0);
+    expectDone(quotascan({"-u", volume.path()}));
+    ASSERT_EQ(::stat(volume.path(".quota.user").c_str(), &second), 0);
+    EXPECT_EQ(first.st_ino, second.st_ino);
+    EXPECT_EQ(first.st_mtim.tv_nsec, second.st_mtim.tv_nsec);
+  });
+}
+
 TEST_F(Program, SaysNothingWhenTheModuleStartsIt) {
   runInOwnMounts([] {
     const LoopVolume volume;

@@ -90,15 +90,6 @@ QuotaEntry updated(QuotaEntry entry, const Findings& findings) {
   return entry;
 }
 
-// How many different ids the old table and the findings have.
-std::uint64_t countIds(int oldFile, const QuotaFileHeader& header, const Findings& findings,
-                       const std::string& path) {
-  NumberSet<std::uint32_t> ids;
-  forEachEntry(oldFile, header, path, [&](const QuotaEntry& entry) { ids.insert(entry.id); });
-  for (const QuotaEntry& entry : findings.entries) ids.insert(entry.id);
-  return ids.size();
-}
-
 }  // namespace
 
 std::uint32_t grownTableSize(std::uint32_t slots, std::uint64_t entries) {
@@ -107,28 +98,38 @@ std::uint32_t grownTableSize(std::uint32_t slots, std::uint64_t entries) {
   return size <= UINT32_MAX ? static_cast<std::uint32_t>(size) : 0;
 }
 
-TableSummary rewriteTable(int oldFile, const QuotaFileHeader& header, const Findings& findings,
-                          int newFile, const std::string& path, const std::string& newPath) {
+TableSummary summarizeTable(int file, const QuotaFileHeader& header, const Findings& findings,
+                            const std::string& path) {
   TableSummary summary;
-  summary.slots = grownTableSize(header.maxentries, countIds(oldFile, header, findings, path));
+  NumberSet<std::uint32_t> ids;
+  forEachEntry(file, header, path, [&](const QuotaEntry& entry) {
+    if (!ids.insert(entry.id)) ++summary.repeated;
+    if (updated(entry, findings) != entry) summary.isChanged = true;
+  });
+  for (const QuotaEntry& entry : findings.entries) {
+    if (ids.insert(entry.id)) summary.isChanged = true;
+  }
+  summary.entries = static_cast<std::uint32_t>(ids.size());
+  summary.slots = grownTableSize(header.maxentries, ids.size());
   if (summary.slots == 0) throw Failure(path + " has more entries than a quota file can; " + kKept);
   summary.isGrown = summary.slots != header.maxentries;
+  if (summary.isGrown || summary.repeated > 0) summary.isChanged = true;
+  return summary;
+}
+
+void rewriteTable(int oldFile, const QuotaFileHeader& header, const Findings& findings,
+                  const TableSummary& summary, int newFile, const std::string& path,
+                  const std::string& newPath) {
   QuotaFileHeader newHeader = header;
   newHeader.maxentries = summary.slots;
   TableWriter writer(newFile, summary.slots, newPath);
   writer.writeHeader(newHeader);
   NumberSet<std::uint32_t> written;
   const auto put = [&](const QuotaEntry& entry) {
-    if (!written.insert(entry.id)) return false;
-    writer.put(entry);
-    return true;
+    if (written.insert(entry.id)) writer.put(updated(entry, findings));
   };
-  forEachEntry(oldFile, header, path, [&](const QuotaEntry& entry) {
-    if (!put(updated(entry, findings))) ++summary.repeated;
-  });
-  for (const QuotaEntry& entry : findings.entries) put(updated(entry, findings));
-  summary.entries = static_cast<std::uint32_t>(written.size());
-  return summary;
+  forEachEntry(oldFile, header, path, put);
+  for (const QuotaEntry& entry : findings.entries) put(entry);
 }
 
 }  // namespace paddock::quotascan

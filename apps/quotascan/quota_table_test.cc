@@ -53,7 +53,9 @@ class QuotaTable : public ::testing::Test {
   TableSummary rewrite(const Findings& findings) {
     const FileDescriptor old(::open(oldPath().c_str(), O_RDONLY));
     const FileDescriptor made(::open(newPath().c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600));
-    return rewriteTable(old.get(), header_, findings, made.get(), oldPath(), newPath());
+    const TableSummary summary = summarizeTable(old.get(), header_, findings, oldPath());
+    rewriteTable(old.get(), header_, findings, summary, made.get(), oldPath(), newPath());
+    return summary;
   }
 
   std::string oldPath() const { return folder_.path("old"); }
@@ -287,11 +289,33 @@ TEST_F(QuotaTable, AnEntryBehindALargeHoleIsFound) {
   EXPECT_EQ(decodeQuotaEntry(read), entryOf(9, 5, 6));
 }
 
+TEST_F(QuotaTable, IsUnchangedWhenItHoldsTheFindings) {
+  QuotaEntry old = entryOf(1, 5, 6);
+  old.hardBytes = 100;
+  QuotaEntry idle = entryOf(2, 0, 0);
+  idle.hardBytes = 300;
+  EXPECT_FALSE(rewrite(16, {{9, old}, {1, idle}}, {{entryOf(1, 5, 6)}, false}).isChanged);
+  EXPECT_FALSE(rewrite(16, {}, {}).isChanged);
+}
+
+TEST_F(QuotaTable, IsChangedByAnotherFigureLimitIdSizeOrRepetition) {
+  EXPECT_TRUE(rewrite(16, {{9, entryOf(1, 5, 6)}}, {{entryOf(1, 50, 6)}, false}).isChanged);
+  EXPECT_TRUE(rewrite(16, {{9, entryOf(1, 5, 6)}}, {{entryOf(1, 5, 7)}, false}).isChanged);
+  EXPECT_TRUE(rewrite(16, {{9, entryOf(1, 5, 6)}}, {}).isChanged);
+  EXPECT_TRUE(rewrite(16, {}, {{entryOf(1, 5, 6)}, false}).isChanged);
+  QuotaEntry limited = entryOf(1, 5, 6);
+  limited.softFiles = 1;
+  EXPECT_TRUE(rewrite(16, {{9, entryOf(1, 5, 6)}}, {{limited}, true}).isChanged);
+  EXPECT_TRUE(rewrite(1, {{0, entryOf(1, 5, 6)}}, {{entryOf(1, 5, 6)}, false}).isChanged);
+  EXPECT_TRUE(
+      rewrite(16, {{9, entryOf(1, 5, 6)}, {3, entryOf(1, 5, 6)}}, {{entryOf(1, 5, 6)}, false})
+          .isChanged);
+}
+
 TEST_F(QuotaTable, AFileThatCannotBeReadIsAFailureThatNamesIt) {
   const FileDescriptor folder(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY));
-  const FileDescriptor made(::open(newPath().c_str(), O_RDWR | O_CREAT, 0600));
   try {
-    rewriteTable(folder.get(), headerOf(16), {}, made.get(), oldPath(), newPath());
+    summarizeTable(folder.get(), headerOf(16), {}, oldPath());
     FAIL();
   } catch (const Failure& failure) {
     EXPECT_THAT(failure.what(), StartsWith("cannot read " + oldPath() + ": Is a directory"));
@@ -304,7 +328,7 @@ TEST_F(QuotaTable, ADiskThatIsFullIsAFailureThatNamesTheNewFile) {
   const FileDescriptor old(::open(oldPath().c_str(), O_RDONLY));
   const FileDescriptor full(::open("/dev/full", O_WRONLY));
   try {
-    rewriteTable(old.get(), header_, {}, full.get(), oldPath(), newPath());
+    rewriteTable(old.get(), header_, {}, {0, 16}, full.get(), oldPath(), newPath());
     FAIL();
   } catch (const Failure& failure) {
     EXPECT_THAT(failure.what(), StartsWith("cannot write " + newPath() + ": "));

@@ -119,11 +119,14 @@ std::optional<std::uint64_t> walk(int volume, std::vector<Subject>& subjects, Sc
 
 void rewrite(int volume, Subject& subject) {
   QuotaFile& file = *subject.file;
+  TableSummary& table = subject.outcome.table;
   // Read as late as can be, so that limits that were set during the walk are kept.
   file.checkUnchanged(volume);
+  table = summarizeTable(file.descriptor(), file.header(), *subject.findings, file.path());
+  if (!table.isChanged) return;
   Replacement replacement(volume, file);
-  subject.outcome.table = rewriteTable(file.descriptor(), file.header(), *subject.findings,
-                                       replacement.descriptor(), file.path(), replacement.path());
+  rewriteTable(file.descriptor(), file.header(), *subject.findings, table, replacement.descriptor(),
+               file.path(), replacement.path());
   file.checkUnchanged(volume);
   replacement.putInPlace();
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "base/system_call.h"
@@ -82,14 +83,19 @@ void Walker::readOn() {
 }
 
 void Walker::look(FolderStack::Level& level, FolderEntries entries) {
+  others_.clear();
   while (const dirent64* entry = entries.next()) {
     if (isIgnored(level, entry->d_name)) continue;
     if (entry->d_type == DT_DIR) {
       stack_.addPending(level, entry->d_name);
     } else {
-      lookAt(level, entry->d_name);
+      others_.push_back(entry);
     }
   }
+  // Inodes that were made together lie together, on disk and in memory.
+  std::sort(others_.begin(), others_.end(),
+            [](const dirent64* left, const dirent64* right) { return left->d_ino < right->d_ino; });
+  for (const dirent64* entry : others_) lookAt(level, entry->d_name);
 }
 
 void Walker::lookAt(FolderStack::Level& level, const char* name) {

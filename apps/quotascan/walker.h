@@ -62,6 +62,7 @@ class Walker {
   Counts counts_;
   std::uint64_t reported_ = 0;
   std::vector<char> buffer_;
+  std::vector<const dirent64*> others_;  // what is no folder, of the entries that are looked at
 };
 
 }  // namespace paddock::quotascan
