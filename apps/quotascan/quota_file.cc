@@ -28,6 +28,11 @@ const char* kindOf(mode_t mode) {
   return "not a regular file";
 }
 
+const char* adviceFor(int error) {
+  if (error == EACCES) return "run quotascan as root";
+  return error == EPERM ? "it is immutable, or the kernel keeps quotas of its own in it" : "";
+}
+
 }  // namespace
 
 std::string quotaFileName(QuotaType type) {
@@ -67,7 +72,7 @@ bool QuotaFile::openAndLock(int volume, const std::function<void()>& waiting) {
     constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     error = errnoOf([&] { return ::openat(volume, name_.c_str(), kFlags); }, &descriptor);
   }
-  if (error != 0) throw failureOf("open", path_, error);
+  if (error != 0) throw failureOf("open", path_, error, adviceFor(error));
   file_ = FileDescriptor(descriptor);
   lock(waiting);
   return true;

@@ -136,6 +136,17 @@ TEST_F(QuotaFileTest, WhatIsNoRegularFileIsRefused) {
   EXPECT_THAT(refusal(), StartsWith(path() + " is not a regular file"));
 }
 
+TEST_F(QuotaFileTest, OneThatMayNotBeOpenedIsToldToBeTriedAsRoot) {
+  if (::geteuid() != 0) GTEST_SKIP() << "to become another user needs root";
+  write(fileBytes());
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(path().c_str(), 0640), 0);
+  ASSERT_EQ(::seteuid(21001), 0);
+  const std::string text = refusal();
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(text, "cannot open " + path() + ": Permission denied; run quotascan as root");
+}
+
 TEST_F(QuotaFileTest, OneThatBelongsToAnotherUserIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving files away needs root";
   write(fileBytes());
