@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "base/file_descriptor.h"
+#include "volumes/quota_entries.h"
 #include "volumes/quota_files.h"
-#include "volumes/used_entries.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ std::uint32_t hostWord(Bytes bytes, std::size_t offset) {
   return word;
 }
 
-// The entries that a listing gives, by the plainest means.
+// The entries of a table, by the plainest means.
 std::vector<QuotaEntry> entriesIn(Bytes bytes, std::uint32_t maxentries) {
   std::vector<QuotaEntry> entries;
   const std::size_t slots = bytes.size() / kQuotaSlotSize;
@@ -56,20 +56,20 @@ std::vector<QuotaEntry> entriesIn(Bytes bytes, std::uint32_t maxentries) {
     const QuotaSlot slot = slotAt(bytes, number);
     const QuotaEntry entry = paddock::decodeQuotaEntry(slot);
     require(paddock::encodeQuotaEntry(entry) == slot);
-    if (entry.id != 0 && (entry.usedBytes != 0 || entry.usedFiles != 0)) entries.push_back(entry);
+    if (entry.id != 0) entries.push_back(entry);
   }
   return entries;
 }
 
-void checkListing(Bytes bytes, const paddock::FileDescriptor& file) {
+void checkEntries(Bytes bytes, const paddock::FileDescriptor& file) {
   const QuotaSlot slot = slotAt(bytes, 0);
   const QuotaFileHeader header = paddock::decodeQuotaHeader(slot);
   require(paddock::encodeQuotaHeader(header) == slot);
-  paddock::UsedEntries used(file.get(), header.maxentries);
-  std::vector<QuotaEntry> listed;
-  while (const auto entry = used.next()) listed.push_back(*entry);
-  require(used.error() == 0);
-  require(listed == entriesIn(bytes, header.maxentries));
+  paddock::QuotaEntries entries(file.get(), header.maxentries);
+  std::vector<QuotaEntry> read;
+  while (const auto entry = entries.next()) read.push_back(*entry);
+  require(entries.error() == 0);
+  require(read == entriesIn(bytes, header.maxentries));
 }
 
 // Of a file in this host's order, as these two take it.
@@ -93,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < kQuotaSlotSize) return 0;
   const Bytes bytes(data, size);
   const paddock::FileDescriptor file = fileOf(bytes);
-  checkListing(bytes, file);
+  checkEntries(bytes, file);
   checkSearch(bytes, file);
   return 0;
 }

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <map>
+#include <random>
 
 #include "base/file_descriptor.h"
 #include "quotascan/failure.h"
@@ -207,6 +208,33 @@ Findings manyFindings(std::uint32_t count) {
   for (std::uint32_t id = 1; id <= count; ++id)
     findings.entries.push_back(entryOf(id, std::uint64_t{id} * 10, id));
   return findings;
+}
+
+TEST_F(QuotaTable, EveryIdOfATableOfAnyContentsIsFoundAfterwards) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 200; ++round) {
+    const std::uint32_t slots = 1U << random() % 7;
+    // Few different ids, so that they repeat, in any slots.
+    Table old;
+    std::map<std::uint32_t, QuotaEntry> wanted;
+    for (std::uint32_t slot = 0; slot < slots; ++slot) {
+      if (random() % 3 == 0) continue;
+      old[slot] = entryOf(static_cast<std::uint32_t>(random() % 50 * 85'899'345), 1, 1);
+      old[slot].hardBytes = slot;
+      if (old[slot].id != 0) wanted.emplace(old[slot].id, old[slot]);
+    }
+    Findings findings;
+    for (auto& [id, entry] : wanted) entry.usedBytes = entry.usedFiles = 0;
+    for (std::uint32_t id = 85'899'345; id < 20 * 85'899'345U; id += 85'899'345) {
+      if (random() % 2 == 0) continue;
+      findings.entries.push_back(entryOf(id, id, 3));
+      QuotaEntry& entry = wanted.emplace(id, entryOf(id, 0, 0)).first->second;
+      entry.usedBytes = id;
+      entry.usedFiles = 3;
+    }
+    EXPECT_EQ(rewrite(slots, old, findings).entries, wanted.size());
+    for (const auto& [id, entry] : wanted) EXPECT_EQ(found(id), entry) << round << ' ' << id;
+  }
 }
 
 TEST_F(QuotaTable, GrowsToTheNextPowerOfTwoWhenOverNineTenthsAreTaken) {
