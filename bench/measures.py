@@ -23,6 +23,8 @@ QUOTAS_TARGET = 3
 QUOTA_SLOTS = 2_097_152
 QUOTA_USERS = 1_000
 COUNTING_TARGET = 0.6
+PRIVILEGES_TARGET = 2
+FOLDERS = 10_000
 ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
 FLAT_TARGET = 1024  # KiB: less is the kernel's way of counting pages
@@ -235,6 +237,32 @@ def quotas(bench):
     return rows
 
 
+def privileges(bench):
+    """Reading and setting the privileges of folders, and as many POSIX ACLs in one process."""
+    folder = os.path.join(bench.work, "privileges")
+    theirs = os.path.join(folder, "posix")
+    os.makedirs(theirs)
+    for number in range(FOLDERS):
+        os.mkdir(os.path.join(theirs, str(number)))
+    entries = ",".join(f"u:{user}:rx" for user in ("daemon", "bin", "sys", "sync"))
+    samples = {"set": ([], []), "get": ([], [])}
+    for turn in range(3):
+        setting = time_of(["setfacl", "-R", "-m", entries, theirs])
+        reading = time_of(["getfacl", "-R", "-p", theirs])
+        time_of(["setfacl", "-R", "-b", theirs])
+        ours = os.path.join(folder, str(turn))
+        os.mkdir(ours)
+        line = run([os.path.join(bench.programs, "bench_privileges"), ours, str(FOLDERS)])
+        for name, own, other in zip(("set", "get"), map(int, line.split()), (setting, reading)):
+            samples[name][0].append(own)
+            samples[name][1].append(other)
+    return [ratio_row(f"{text}, {FOLDERS:,} folders, 4 entries each", median(samples[name][0]),
+                      median(samples[name][1]), PRIVILEGES_TARGET, "<= 2",
+                      {"ours": samples[name][0], "theirs": samples[name][1]})
+            for name, text in (("get", "privileges read : getfacl"),
+                               ("set", "privileges set : setfacl"))]
+
+
 def counting(bench):
     """Counting a volume of many objects."""
     ours, theirs = [], []
@@ -264,4 +292,4 @@ def sizes_for(wanted):
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
        "change": change, "names": names, "indexing": indexing, "quotas": quotas,
-       "counting": counting}
+       "counting": counting, "privileges": privileges}

@@ -3,14 +3,11 @@
 #include "paddock/host.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/accounting_quota_control.h"
-#include "platform/linux/file_acls.h"
+#include "platform/linux/file_privileges.h"
 #include "platform/linux/kernel_quota_control.h"
-#include "platform/linux/linux_accounts.h"
-#include "platform/linux/linux_acl.h"
 #include "platform/linux/linux_browser_information.h"
 #include "platform/linux/linux_clock.h"
 #include "platform/linux/linux_directory.h"
-#include "platform/linux/linux_file_attributes.h"
 #include "platform/linux/linux_host_name.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/linux/linux_metadata_stores.h"
@@ -18,8 +15,6 @@
 #include "platform/linux/linux_text_files.h"
 #include "platform/linux/linux_uuid_source.h"
 #include "platform/linux/linux_volume_info.h"
-#include "platform/linux/principal_sids.h"
-#include "platform/linux/user_groups.h"
 #include "platform/linux/winbind_sids.h"
 #include "platform/services.h"
 
@@ -81,8 +76,10 @@ std::vector<std::string> indexingCommand() {
 
 const Dictionary* aclTable() { return host().configuration().dictionary("acl"); }
 
-FileAclOptions aclOptions() {
-  FileAclOptions options;
+FilePrivilegesOptions privilegesOptions() {
+  FilePrivilegesOptions options;
+  options.databasePath = hostPath(options.databasePath);
+  options.rememberedSidsPath = hostPath(options.rememberedSidsPath);
   const Dictionary* table = aclTable();
   if (table == nullptr) return options;
   if (const std::string* attribute = table->string("attribute")) options.attribute = *attribute;
@@ -103,13 +100,7 @@ std::unique_ptr<SidResolver> sidResolver() {
 struct InstalledServices::Parts {
   LinuxDirectoryService directory{directoryOptions()};
   LinuxMembership membership{directory};
-  LinuxAccounts accounts{directory};
-  PrincipalSids principalSids{membership, hostPath("/var/lib/paddock/foreign-sids.sqlite"),
-                              sidResolver()};
-  NssUserGroups userGroups;
-  FileAcls fileAcls{aclOptions(), principalSids, membership, userGroups};
-  LinuxAcl acl{fileAcls};
-  LinuxFileAttributes fileAttributes{accounts, fileAcls};
+  FilePrivileges privileges{privilegesOptions(), directory, membership, sidResolver()};
   LinuxVolumeInfo volumeInfo{volumeFamilies()};
   std::unique_ptr<QuotaControl> quotaControl = makeQuotaControl(volumeInfo);
   LinuxBrowserInformation browserInformation;
@@ -130,9 +121,9 @@ struct InstalledServices::Parts {
     Services all;
     all.directory = &directory;
     all.membership = &membership;
-    all.accounts = &accounts;
-    all.acl = &acl;
-    all.fileAttributes = &fileAttributes;
+    all.accounts = &privileges.accounts();
+    all.acl = &privileges.acl();
+    all.fileAttributes = &privileges.fileAttributes();
     all.volumeInfo = &volumeInfo;
     all.quotaControl = quotaControl.get();
     all.browserInformation = &browserInformation;

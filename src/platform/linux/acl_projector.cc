@@ -36,14 +36,16 @@ posix_acl::Acl onlyMode(const posix_acl::Classes& classes) {
   return acl;
 }
 
+posix_acl::Classes classesOf(const nt_acl::OpenObject& object, const AccessAcl& present) {
+  return posix_acl::classesOf(modeWithout(present, object.status.st_mode));
+}
+
 // A file without an access ACL has the one that says its mode; setting that one removes any other.
-int accessChange(const ExtendedAttributes& attributes, const nt_acl::OpenObject& object,
-                 const posix_acl::Acl& acl, XattrChange& change) {
-  change = {posix_acl::kAccessAttribute, std::nullopt, posix_acl::encode(acl), true};
-  const int error = nt_acl::readValue(attributes, object.number, change.name, change.before);
-  if (!change.before)
-    change.before = posix_acl::encode(onlyMode(posix_acl::classesOf(object.status.st_mode)));
-  return error;
+XattrChange accessChange(const nt_acl::OpenObject& object, const AccessAcl& present,
+                         const posix_acl::Acl& acl) {
+  std::string before = present.value.value_or(
+      posix_acl::encode(onlyMode(posix_acl::classesOf(object.status.st_mode))));
+  return {posix_acl::kAccessAttribute, std::move(before), posix_acl::encode(acl), true};
 }
 
 int defaultChange(const ExtendedAttributes& attributes, const nt_acl::OpenObject& object,
@@ -55,38 +57,36 @@ int defaultChange(const ExtendedAttributes& attributes, const nt_acl::OpenObject
 
 }  // namespace
 
-int AclProjector::project(const nt_acl::OpenObject& object, const nt_acl::SplitList& list,
-                          const posix_acl::Classes& classes,
-                          std::vector<XattrChange>& changes) const {
-  projection::Source source{{}, list.complete, classes, object.status.st_gid};
+int AclProjector::project(const nt_acl::OpenObject& object, const AccessAcl& present,
+                          const nt_acl::SplitList& list, std::vector<XattrChange>& changes) const {
+  projection::Source source{{}, list.complete, classesOf(object, present), object.status.st_gid};
   int error = nt_acl::readRules(sids_, membership_, list.entries, source.rules);
   if (error != 0) return error;
   KnownGroups known;
   error = known.find(groups_, projection::namedUsers(source.rules));
   if (error != 0) return error;
   const auto groupsOf = known.function();
-  return change(object, projection::accessAcl(source, groupsOf),
+  return change(object, present, projection::accessAcl(source, groupsOf),
                 projection::defaultAcl(source, groupsOf), changes);
 }
 
-int AclProjector::clear(const nt_acl::OpenObject& object, const posix_acl::Classes& classes,
+int AclProjector::clear(const nt_acl::OpenObject& object, const AccessAcl& present,
                         std::vector<XattrChange>& changes) const {
-  return change(object, onlyMode(classes), onlyMode(classes), changes);
+  const posix_acl::Acl acl = onlyMode(classesOf(object, present));
+  return change(object, present, acl, acl, changes);
 }
 
-int AclProjector::change(const nt_acl::OpenObject& object, const posix_acl::Acl& access,
-                         const posix_acl::Acl& inherited, std::vector<XattrChange>& changes) const {
-  XattrChange accessed;
-  int error = accessChange(attributes_, object, access, accessed);
-  if (error == EOPNOTSUPP) return 0;
-  if (error != 0) return error;
+int AclProjector::change(const nt_acl::OpenObject& object, const AccessAcl& present,
+                         const posix_acl::Acl& access, const posix_acl::Acl& inherited,
+                         std::vector<XattrChange>& changes) const {
+  if (!present.isSupported) return 0;
   if (object.isFolder()) {
     XattrChange passedOn;
-    error = defaultChange(attributes_, object, inherited, passedOn);
+    const int error = defaultChange(attributes_, object, inherited, passedOn);
     if (error != 0) return error;
     changes.push_back(std::move(passedOn));
   }
-  changes.push_back(std::move(accessed));
+  changes.push_back(accessChange(object, present, access));
   return 0;
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/linux/acl_projection.h"
+#include "platform/linux/file_mode.h"
 #include "platform/linux/file_object.h"
 #include "platform/linux/mode_tail.h"
 #include "platform/linux/principal_sids.h"
@@ -21,18 +22,20 @@ class AclProjector {
                const ExtendedAttributes& attributes)
       : sids_(sids), membership_(membership), groups_(groups), attributes_(attributes) {}
 
-  // Appends the changes that make the kernel's ACLs a projection of the list, over the mode's
-  // `classes`; none where the file system takes no such ACLs. 0 or an errno.
-  int project(const nt_acl::OpenObject& object, const nt_acl::SplitList& list,
-              const posix_acl::Classes& classes, std::vector<XattrChange>& changes) const;
+  // Appends the changes that make the kernel's ACLs a projection of the list, over the object's
+  // mode; none where the file system takes no such ACLs. `present` is its access ACL. 0 or an
+  // errno.
+  int project(const nt_acl::OpenObject& object, const AccessAcl& present,
+              const nt_acl::SplitList& list, std::vector<XattrChange>& changes) const;
 
   // Appends those that leave nothing but the mode.
-  int clear(const nt_acl::OpenObject& object, const posix_acl::Classes& classes,
+  int clear(const nt_acl::OpenObject& object, const AccessAcl& present,
             std::vector<XattrChange>& changes) const;
 
  private:
-  int change(const nt_acl::OpenObject& object, const posix_acl::Acl& access,
-             const posix_acl::Acl& inherited, std::vector<XattrChange>& changes) const;
+  int change(const nt_acl::OpenObject& object, const AccessAcl& present,
+             const posix_acl::Acl& access, const posix_acl::Acl& inherited,
+             std::vector<XattrChange>& changes) const;
 
   PrincipalSids& sids_;
   Membership& membership_;

@@ -45,14 +45,6 @@ std::optional<std::string> valueOf(const OpenObject& object, const SplitList& li
   return nt_acl::encode(descriptor);
 }
 
-int readClasses(const ExtendedAttributes& attributes, const OpenObject& object,
-                posix_acl::Classes& classes) {
-  mode_t mode = 0;
-  const int error = readMode(attributes, object.number, object.status.st_mode, mode);
-  classes = posix_acl::classesOf(mode);
-  return error;
-}
-
 bool completenessOf(const acl::List& list, const StoredAcl& replaced) {
   return list.complete.value_or(replaced.list && replaced.list->complete);
 }
@@ -67,6 +59,7 @@ FileAcls::FileAcls(FileAclOptions options, PrincipalSids& sids, Membership& memb
       projector_(sids, membership, groups, attributes) {}
 
 int FileAcls::readFrom(int number, std::unique_ptr<acl::List>& list) const {
+  const AccountFiles::Moment moment(options_.accountFiles);
   list.reset();
   OpenObject object;
   if (const int error = lookAt(number, object); error != 0) return error;
@@ -88,6 +81,7 @@ int FileAcls::readFrom(int number, std::unique_ptr<acl::List>& list) const {
 }
 
 int FileAcls::writeTo(int number, const acl::List& list) const {
+  const AccountFiles::Moment moment(options_.accountFiles);
   if (!isWellFormed(list)) return EINVAL;
   OpenObject object;
   if (const int error = lookAt(number, object); error != 0) return error;
@@ -104,6 +98,7 @@ int FileAcls::writeTo(int number, const acl::List& list) const {
 }
 
 int FileAcls::refresh(int number) const {
+  const AccountFiles::Moment moment(options_.accountFiles);
   OpenObject object;
   if (const int error = lookAt(number, object); error != 0) return error;
   if (object.isLink()) return 0;
@@ -116,13 +111,14 @@ int FileAcls::refresh(int number) const {
 
 int FileAcls::store(const OpenObject& object, const StoredAcl& stored,
                     const SplitList& list) const {
-  posix_acl::Classes classes;
-  if (const int error = readClasses(attributes_, object, classes); error != 0) return error;
-  auto value = valueOf(object, list, classes);
+  AccessAcl access;
+  if (const int error = readAccessAcl(attributes_, object.number, access); error != 0) return error;
+  const mode_t mode = modeWithout(access, object.status.st_mode);
+  auto value = valueOf(object, list, posix_acl::classesOf(mode));
   if (!value) return E2BIG;
   std::vector<XattrChange> changes{{options_.attribute, stored.value, std::move(value)}};
   if (options_.projection) {
-    const int error = projector_.project(object, list, classes, changes);
+    const int error = projector_.project(object, access, list, changes);
     if (error != 0) return error;
   }
   return applyChanges(attributes_, object.number, changes);
@@ -131,11 +127,11 @@ int FileAcls::store(const OpenObject& object, const StoredAcl& stored,
 int FileAcls::clear(const OpenObject& object, const StoredAcl& stored) const {
   // A POSIX ACL that stands without a list is no projection.
   if (!stored.value) return 0;
-  posix_acl::Classes classes;
-  if (const int error = readClasses(attributes_, object, classes); error != 0) return error;
+  AccessAcl access;
+  if (const int error = readAccessAcl(attributes_, object.number, access); error != 0) return error;
   std::vector<XattrChange> changes{{options_.attribute, stored.value, std::nullopt}};
   if (options_.projection) {
-    const int error = projector_.clear(object, classes, changes);
+    const int error = projector_.clear(object, access, changes);
     if (error != 0) return error;
   }
   return applyChanges(attributes_, object.number, changes);

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/acl_list.h"
+#include "platform/linux/account_cache.h"
 #include "platform/linux/acl_projector.h"
 #include "platform/linux/file_object.h"
 #include "platform/linux/principal_sids.h"
@@ -22,6 +23,9 @@ struct FileAclOptions {
   std::string attribute = "security.NTACL";
   // Whether the list is projected; otherwise the kernel's ACLs are left alone.
   bool projection = true;
+  // What the services that are passed watch, so that one call looks at it once; null when they
+  // watch nothing. The caller keeps it alive.
+  const AccountFiles* accountFiles = nullptr;
 };
 
 class FileAcls {

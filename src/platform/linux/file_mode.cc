@@ -1,8 +1,8 @@
 #include "platform/linux/file_mode.h"
 
-#include <sys/stat.h>
+#include <cerrno>
+#include <utility>
 
-#include "base/system_call.h"
 #include "platform/linux/posix_acl.h"
 
 namespace paddock {
@@ -11,22 +11,11 @@ namespace {
 
 constexpr mode_t kPermissionBits = 0777;
 
-// The access ACL; absent where there is none, or none that says more than the mode.
-int readAccessAcl(const ExtendedAttributes& attributes, int object,
-                  std::optional<posix_acl::Acl>& acl) {
-  acl.reset();
-  std::string value;
-  const int error = attributes.get(object, posix_acl::kAccessAttribute, value);
-  if (error == ENODATA || error == EOPNOTSUPP) return 0;
-  if (error != 0) return error;
-  acl = posix_acl::decode(value);
-  if (acl && !acl->mask) acl.reset();
-  return 0;
-}
-
-int changeMode(int object, mode_t mode) {
-  const std::string path = objectPath(object);
-  return objectPathError(errnoOf([&] { return ::chmod(path.c_str(), mode); }));
+// What it says besides the mode; absent when that is nothing.
+std::optional<posix_acl::Acl> decoded(const AccessAcl& acl) {
+  auto list = acl.value ? posix_acl::decode(*acl.value) : std::nullopt;
+  if (list && !list->mask) list.reset();
+  return list;
 }
 
 // The mode that chmod(2) takes for a file with this list.
@@ -38,24 +27,38 @@ mode_t maskedMode(const posix_acl::Acl& acl, mode_t mode) {
 
 }  // namespace
 
+int readAccessAcl(const ExtendedAttributes& attributes, int object, AccessAcl& acl) {
+  acl = {};
+  std::string value;
+  const int error = attributes.get(object, posix_acl::kAccessAttribute, value);
+  if (error == 0) acl.value = std::move(value);
+  acl.isSupported = error != EOPNOTSUPP;
+  return error == ENODATA || error == EOPNOTSUPP ? 0 : error;
+}
+
+mode_t modeWithout(const AccessAcl& acl, mode_t stMode) {
+  const mode_t mode = stMode & kModeBits;
+  const auto list = decoded(acl);
+  return list ? (mode & ~kPermissionBits) | posix_acl::modeOf(list->effectiveClasses()) : mode;
+}
+
 int readMode(const ExtendedAttributes& attributes, int object, mode_t stMode, mode_t& mode) {
-  mode = stMode & kModeBits;
-  std::optional<posix_acl::Acl> acl;
-  if (const int error = readAccessAcl(attributes, object, acl); error != 0) return error;
-  if (acl) mode = (mode & ~kPermissionBits) | posix_acl::modeOf(acl->effectiveClasses());
-  return 0;
+  AccessAcl acl;
+  const int error = readAccessAcl(attributes, object, acl);
+  mode = modeWithout(acl, stMode);
+  return error;
 }
 
 int writeMode(const ExtendedAttributes& attributes, int object, mode_t mode) {
   mode &= kModeBits;
-  std::optional<posix_acl::Acl> acl;
+  AccessAcl acl;
   if (const int error = readAccessAcl(attributes, object, acl); error != 0) return error;
-  if (!acl) return changeMode(object, mode);
-  acl->classes = posix_acl::classesOf(mode);
-  acl->mask = static_cast<posix_acl::Bits>(*acl->mask | acl->classes.group);
-  const int error = attributes.set(object, posix_acl::kAccessAttribute, posix_acl::encode(*acl));
-  if (error != 0) return error;
-  return changeMode(object, maskedMode(*acl, mode));
+  auto list = decoded(acl);
+  if (!list) return changeObjectMode(object, mode);
+  list->classes = posix_acl::classesOf(mode);
+  list->mask = static_cast<posix_acl::Bits>(*list->mask | list->classes.group);
+  const int error = attributes.set(object, posix_acl::kAccessAttribute, posix_acl::encode(*list));
+  return error != 0 ? error : changeObjectMode(object, maskedMode(*list, mode));
 }
 
 }  // namespace paddock

@@ -5,13 +5,28 @@
 
 #include <sys/types.h>
 
+#include <optional>
+#include <string>
+
 #include "platform/linux/file_object.h"
 
 namespace paddock {
 
 inline constexpr mode_t kModeBits = 07777;
 
-// `mode`: what st_mode & 07777 would be without a POSIX ACL. 0 or an errno.
+// The access ACL of an object.
+struct AccessAcl {
+  bool isSupported = true;           // whether the file system takes any
+  std::optional<std::string> value;  // absent when there is none
+};
+
+// 0 or an errno.
+int readAccessAcl(const ExtendedAttributes& attributes, int object, AccessAcl& acl);
+
+// What `stMode` & 07777 would be without the ACL, with the owning group's part as it is in effect.
+mode_t modeWithout(const AccessAcl& acl, mode_t stMode);
+
+// The two together. 0 or an errno.
 int readMode(const ExtendedAttributes& attributes, int object, mode_t stMode, mode_t& mode);
 
 // Sets all of the mode. A POSIX ACL keeps the entries that it has for others than the three

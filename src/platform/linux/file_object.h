@@ -1,7 +1,8 @@
-// An object of the file system of whatever type, held by a descriptor that neither opens it (so
-// that a FIFO never blocks and a device is not touched) nor lets another one slip in between two
-// calls; and its extended attributes.
+// An object of the file system of whatever type, held by a descriptor, so that no other one slips
+// in between two calls; and its extended attributes.
 #pragma once
+
+#include <sys/types.h>
 
 #include <string>
 #include <string_view>
@@ -10,17 +11,17 @@
 
 namespace paddock {
 
-// Opens the object at `path` with O_PATH, links followed. 0 or an errno; ENOENT also for a path
-// with a NUL, because nothing can be there.
+// Opens the folder at `path`, or holds what else is there with O_PATH, so that a FIFO never blocks
+// and a device is not touched; links followed. 0 or an errno; ENOENT also for a path with a NUL,
+// because nothing can be there.
 int openObject(const std::string& path, FileDescriptor& object);
 
-// The name of an open object in /proc, for the calls that take no O_PATH descriptor.
-std::string objectPath(int object);
-
-// What a failed call through `objectPath` means: ENOSYS where /proc is not mounted, else `error`.
-int objectPathError(int error);
+// chmod(2) of an open object. 0 or an errno.
+int changeObjectMode(int object, mode_t mode);
 
 // Extended attributes by descriptor, an O_PATH one or another. Errors are errno values; any thread.
+// An O_PATH descriptor is looked up in /proc: ENOSYS where that is not mounted. Other ones need it
+// not, and are quicker.
 class ExtendedAttributes {
  public:
   virtual ~ExtendedAttributes() = default;

@@ -51,4 +51,9 @@ int NssUserGroups::groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids)
   return 0;
 }
 
+int CachedUserGroups::groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids) {
+  gids.clear();
+  return known_.get(uid, gids, [&](auto& found) { return groups_.groupsOf(uid, found); });
+}
+
 }  // namespace paddock

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/linux/account_cache.h"
+
 namespace paddock {
 
 class UserGroups {
@@ -18,6 +20,20 @@ class UserGroups {
 class NssUserGroups final : public UserGroups {
  public:
   int groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids) override;
+};
+
+// Keeps the answers of another one.
+class CachedUserGroups final : public UserGroups {
+ public:
+  // The caller keeps what it passes alive.
+  CachedUserGroups(UserGroups& groups, const AccountFiles& files)
+      : groups_(groups), known_(files) {}
+
+  int groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids) override;
+
+ private:
+  UserGroups& groups_;
+  AccountCache<std::uint32_t, std::vector<std::uint32_t>> known_;
 };
 
 }  // namespace paddock

@@ -1,0 +1,128 @@
+// Reads and writes the privileges of many folders, one after the other.
+//
+//   bench_privileges FOLDER COUNT
+//
+// Makes COUNT folders below FOLDER/folders. Standard output is one line: the nanoseconds that
+// writing the privileges of all of them took, each with an ACL of four entries, and those of
+// reading them.
+#include <sys/stat.h>
+
+#include <charconv>
+#include <chrono>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/computed_guid.h"
+#include "platform/linux/file_privileges.h"
+#include "platform/linux/linux_directory.h"
+#include "platform/linux/linux_membership.h"
+#include "platform/logger.h"
+#include "platform/services.h"
+#include "privileges/file_privs.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t kEntries = 4;
+
+class SilentLogger final : public paddock::Logger {
+ public:
+  void log(int, std::string_view) override {}
+};
+
+struct World {
+  explicit World(const std::string& folder)
+      : directory({.databasePath = folder + "/directory.sqlite", .pam = std::nullopt}),
+        privileges({.databasePath = folder + "/directory.sqlite",
+                    .rememberedSidsPath = folder + "/foreign-sids.sqlite"},
+                   directory, membership, nullptr) {
+    services.directory = &directory;
+    services.membership = &membership;
+    services.accounts = &privileges.accounts();
+    services.fileAttributes = &privileges.fileAttributes();
+    services.acl = &privileges.acl();
+    services.logger = &logger;
+  }
+
+  paddock::LinuxDirectoryService directory;
+  paddock::LinuxMembership membership{directory};
+  paddock::FilePrivileges privileges;
+  SilentLogger logger;
+  paddock::Services services;
+};
+
+std::vector<std::string> makeFolders(const std::string& parent, int count) {
+  std::vector<std::string> paths;
+  ::mkdir(parent.c_str(), 0755);
+  for (int number = 0; number < count; ++number) {
+    paths.push_back(parent + "/" + std::to_string(number));
+    if (::mkdir(paths.back().c_str(), 0755) != 0) throw std::runtime_error("mkdir failed");
+  }
+  return paths;
+}
+
+paddock::Guid userGuid(std::uint32_t uid) {
+  return paddock::computedGuid({paddock::PrincipalType::user, uid});
+}
+
+// Users 1 to 4, whom every system has.
+paddock::Dictionary privileges() {
+  paddock::Array entries;
+  for (std::uint32_t uid = 1; uid <= kEntries; ++uid)
+    entries.emplace_back(paddock::Dictionary{{"guid", guidText(userGuid(uid))},
+                                             {"allowPermission", "YES"},
+                                             {"bitmap", 2 + 8},
+                                             {"flags", 0}});
+  return {{"acl", entries}};
+}
+
+template <typename Step>
+long long timeOfEach(const std::vector<std::string>& paths, Step step) {
+  const auto began = Clock::now();
+  for (const std::string& path : paths) step(path);
+  return std::chrono::nanoseconds(Clock::now() - began).count();
+}
+
+void write(const std::string& path) {
+  if (paddock::write_file_privs(path, privileges()) != 0) throw std::runtime_error("write failed");
+}
+
+void read(const std::string& path) {
+  paddock::Dictionary found;
+  paddock::read_file_privs(path, found);
+  const paddock::Array* entries = found.array("acl");
+  if (entries == nullptr || entries->size() != kEntries || found.string("owner") == nullptr)
+    throw std::runtime_error("read failed");
+}
+
+void measure(const std::string& folder, int count) {
+  const World world(folder);
+  const paddock::ServicesGuard guard(world.services);
+  const auto paths = makeFolders(folder + "/folders", count);
+  const long long writing = timeOfEach(paths, write);
+  const long long reading = timeOfEach(paths, read);
+  std::cout << writing << ' ' << reading << '\n';
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  int folders = 0;
+  if (count == 3) std::from_chars(arguments[2], arguments[2] + std::strlen(arguments[2]), folders);
+  if (folders <= 0) {
+    std::cerr << "usage: bench_privileges FOLDER COUNT\n";
+    return 2;
+  }
+  try {
+    measure(arguments[1], folders);
+  } catch (const std::exception& error) {
+    std::cerr << "bench_privileges: " << error.what() << '\n';
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,28 @@
+// A membership service that keeps the answers of another one (AccountCache).
+#pragma once
+
+#include "base/guid.h"
+#include "platform/computed_guid.h"
+#include "platform/linux/account_cache.h"
+#include "platform/membership.h"
+
+namespace paddock {
+
+class CachedMembership final : public Membership {
+ public:
+  // The caller keeps what it passes alive.
+  CachedMembership(Membership& membership, const AccountFiles& files)
+      : membership_(membership), users_(files), groups_(files), principals_(files) {}
+
+  int uidToGuid(std::uint32_t uid, Guid& guid) override;
+  int gidToGuid(std::uint32_t gid, Guid& guid) override;
+  int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) override;
+
+ private:
+  Membership& membership_;
+  AccountCache<std::uint32_t, Guid> users_;
+  AccountCache<std::uint32_t, Guid> groups_;
+  AccountCache<Guid, Principal> principals_;
+};
+
+}  // namespace paddock
