@@ -60,16 +60,28 @@ bool tookOver(std::string_view key, const std::string& wanted, const std::string
   return wanted == found;
 }
 
+Failure notTakenOver(std::string_view key, const std::string& path, const std::string& wanted,
+                     const std::string* found) {
+  const std::string noun(key == kMode ? "mode" : key);
+  std::string text = "the ";
+  text.append(noun).append(" ").append(wanted).append(" was not taken over: ").append(path);
+  text.append(" reads back with ");
+  if (found != nullptr) {
+    text.append(noun).append(" \"").append(*found).append("\"");
+  } else {
+    text.append("none");
+  }
+  return failure(text.append(", although the daemon reported success"));
+}
+
 void checkTakenOver(const std::string& path, const Dictionary& wanted, const Dictionary& found) {
   for (const std::string_view key : {kOwner, kGroup, kMode}) {
     const std::string* want = wanted.string(key);
     if (want == nullptr) continue;
     const std::string* have = found.string(key);
-    if (have != nullptr && tookOver(key, *want, *have)) continue;
-    const std::string noun(key == kMode ? "mode" : key);
-    const std::string now = have != nullptr ? noun + " \"" + *have + "\"" : "none";
-    throw failure("the " + noun + " " + *want + " was not taken over: " + path +
-                  " reads back with " + now + ", although the daemon reported success");
+    if (have == nullptr || !tookOver(key, *want, *have)) {
+      throw notTakenOver(key, path, *want, have);
+    }
   }
 }
 
