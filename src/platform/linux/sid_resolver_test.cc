@@ -95,6 +95,48 @@ TEST_F(BoundedSidResolverTest, AsksAgainWhenTheLateAnswerHasCome) {
   EXPECT_EQ(principal_, kUser);
 }
 
+// Takes its time.
+class SlowResolver final : public SidResolver {
+ public:
+  explicit SlowResolver(std::chrono::milliseconds time) : time_(time) {}
+  int principalOf(const Sid&, Principal& principal) override {
+    ++asked;
+    std::this_thread::sleep_for(time_);
+    principal = kUser;
+    return 0;
+  }
+
+  std::atomic<int> asked = 0;
+
+ private:
+  const std::chrono::milliseconds time_;
+};
+
+TEST_F(BoundedSidResolverTest, SlowAnswersAreWaitedForUntilTheAllowanceIsUsedUp) {
+  const auto slow = std::make_shared<SlowResolver>(std::chrono::milliseconds(10));
+  BoundedSidResolver resolver(slow, kLong, {{std::chrono::milliseconds(25), kLong}});
+  EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
+  int error = 0;
+  for (int count = 0; count < 100; ++count) error = resolver.principalOf(kSid, principal_);
+  EXPECT_EQ(error, ETIMEDOUT);
+  EXPECT_LE(slow->asked, 3);
+}
+
+TEST_F(BoundedSidResolverTest, TheNextStretchHasAnAllowanceOfItsOwn) {
+  const auto slow = std::make_shared<SlowResolver>(std::chrono::milliseconds(5));
+  constexpr std::chrono::milliseconds kStretch{50};
+  BoundedSidResolver resolver(slow, kLong, {{std::chrono::milliseconds(1), kStretch}});
+  EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
+  std::this_thread::sleep_for(kStretch);
+  EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
+  EXPECT_EQ(slow->asked, 2);
+}
+
+TEST_F(BoundedSidResolverTest, AnswersThatComeAtOnceUseNothingUp) {
+  BoundedSidResolver resolver(inner_, kLong, {{std::chrono::seconds(10), kLong}});
+  for (int count = 0; count < 1000; ++count) EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
+}
+
 TEST_F(BoundedSidResolverTest, MayGoWhileAnAnswerIsLate) {
   {
     BoundedSidResolver resolver(inner_, kShort);

@@ -18,6 +18,9 @@ namespace paddock {
 namespace {
 
 constexpr std::chrono::seconds kPatience{2};
+// A list may name a thousand that winbind has to ask far away for.
+constexpr BoundedSidResolver::Allowance kAllowance{std::chrono::seconds(10),
+                                                   std::chrono::minutes(1)};
 constexpr std::chrono::seconds kLifetime{60};
 
 struct FreeContext {
@@ -97,7 +100,7 @@ int WinbindSids::principalOf(const nt_acl::Sid& sid, Principal& principal) {
 
 std::unique_ptr<SidResolver> makeWinbindResolver() {
   return std::make_unique<CachedSidResolver>(
-      std::make_unique<BoundedSidResolver>(std::make_shared<WinbindSids>(), kPatience),
+      std::make_unique<BoundedSidResolver>(std::make_shared<WinbindSids>(), kPatience, kAllowance),
       std::make_shared<LinuxClock>(), kLifetime);
 }
 
