@@ -35,9 +35,10 @@ class FileAcls {
            const ExtendedAttributes& attributes = linuxExtendedAttributes());
 
   // The object's list; ENOENT when it has none, also where the file system keeps none. A descriptor
-  // without a list, which grants everything to everybody, is a complete one with an entry that says
-  // so: it is seen, it can be removed, and is stored in that form when it is written. What does not
-  // decode is a list that acl_valid refuses.
+  // without a list is the complete list that means the same to an SMB server: everyone is allowed
+  // everything, or there is no entry, as its control word has it. So it is seen, can be removed,
+  // and is stored in that form when it is written. What does not decode is a list that acl_valid
+  // refuses.
   int readFrom(int object, std::unique_ptr<acl::List>& list) const;
 
   // Replaces the object's list and its projection, both or neither. A list that was read keeps its

@@ -215,19 +215,32 @@ TEST_F(FileAclsTest, AListThatDoesNotDecodeIsReplacedByOneThatIsNotComplete) {
 // What such a descriptor says, as an entry.
 const std::vector<Ace> kEverythingToEverybody{{kAllowed, 0, 0x1F01FF, {1, {0}}, {}}};
 
-TEST_F(FileAclsTest, ADescriptorWithoutAListAllowsEverybodyEverything) {
-  for (const std::uint16_t control : {std::uint16_t{0x8000}, nt_acl::kControlWritten}) {
-    storeWithoutList(file_, control);
-    const auto list = read(file_);
-    ASSERT_TRUE(list);
-    EXPECT_EQ(list->complete, true);
-    ASSERT_EQ(list->entries.size(), 1U);
-    EXPECT_EQ(list->entries[0]->tag, acl::kExtendedAllow);
-    EXPECT_EQ(list->entries[0]->qualifier, nt_acl::foreignGuid({1, {0}}));
-    EXPECT_EQ(list->entries[0]->permset.permissions, acl::kAllPermissions);
-    EXPECT_EQ(list->entries[0]->flagset.flags, 0U);
-    EXPECT_EQ(stored(file_).list, std::nullopt) << "reading changes nothing";
-  }
+TEST_F(FileAclsTest, ADescriptorWithoutTheListThatItSaysItHasAllowsEverybodyEverything) {
+  storeWithoutList(file_);
+  const auto list = read(file_);
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list->complete, true);
+  ASSERT_EQ(list->entries.size(), 1U);
+  EXPECT_EQ(list->entries[0]->tag, acl::kExtendedAllow);
+  EXPECT_EQ(list->entries[0]->qualifier, nt_acl::foreignGuid({1, {0}}));
+  EXPECT_EQ(list->entries[0]->permset.permissions, acl::kAllPermissions);
+  EXPECT_EQ(list->entries[0]->flagset.flags, 0U);
+  EXPECT_EQ(stored(file_).list, std::nullopt) << "reading changes nothing";
+}
+
+TEST_F(FileAclsTest, ADescriptorThatSaysItHasNoListIsForNobody) {
+  storeWithoutList(file_, 0x8000);
+  const auto list = read(file_);
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list->complete, true);
+  EXPECT_TRUE(list->entries.empty());
+  ASSERT_EQ(refresh(file_), 0);
+  EXPECT_EQ(storedList(file_), std::vector<Ace>{});
+  storeWithoutList(file_, 0x8000);
+  ASSERT_EQ(write(file_, *list), 0);
+  EXPECT_EQ(storedList(file_), std::vector<Ace>{});
+  ASSERT_EQ(write(file_, {}), 0);
+  EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
 TEST_F(FileAclsTest, ADescriptorWithoutAListIsWrittenBackAsTheEntryThatSaysIt) {

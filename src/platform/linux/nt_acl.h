@@ -52,8 +52,8 @@ struct Descriptor {
   std::uint16_t control = kControlWritten;
   std::optional<Sid> owner;
   std::optional<Sid> group;
-  // Absent: no discretionary list, which grants everything to everybody, and is neither an empty
-  // list, which grants nothing to anybody, nor a missing attribute.
+  // Absent: no discretionary list, which with kControlListPresent grants everything to everybody.
+  // It is neither an empty list, which grants nothing to anybody, nor a missing attribute.
   std::optional<std::vector<Ace>> list;
   friend bool operator==(const Descriptor&, const Descriptor&) = default;
 };

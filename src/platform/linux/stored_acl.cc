@@ -12,9 +12,10 @@ namespace paddock::nt_acl {
 
 namespace {
 
-// Where there is no list everybody may do everything ([MS-DTYP] 2.5.3.2), which can be said as
-// well.
-std::vector<Ace> everythingToEverybody() {
+// What an SMB server makes of a descriptor without a list, said by one: where the control word says
+// that there is a list everybody may do everything, else nobody anything.
+std::vector<Ace> absentList(std::uint16_t control) {
+  if ((control & kControlListPresent) == 0) return {};
   return {{kAllowed, 0, maskOf(acl::kAllPermissions) | kSynchronizeMask, everyoneSid(), {}}};
 }
 
@@ -41,9 +42,10 @@ int readStoredAcl(const ExtendedAttributes& attributes, const std::string& name,
   if (error != 0 || !stored.value) return error;
   stored.descriptor = decode(*stored.value);
   if (!stored.descriptor) return 0;
-  stored.list = withoutTail(std::move(stored.descriptor->list).value_or(everythingToEverybody()),
-                            object.isFolder());
-  stored.descriptor->list.reset();
+  Descriptor& descriptor = *stored.descriptor;
+  if (!descriptor.list) descriptor.list = absentList(descriptor.control);
+  stored.list = withoutTail(std::move(*descriptor.list), object.isFolder());
+  descriptor.list.reset();
   if (stored.list->entries.size() <= acl::kMaximumEntries) return 0;
   stored.descriptor.reset();
   stored.list.reset();

@@ -30,7 +30,7 @@ struct StoredAcl {
   std::optional<std::string> value;      // absent when the object does not have the attribute
   std::optional<Descriptor> descriptor;  // absent when there is no value, or it does not decode
   // Absent when there is no descriptor. Of one without a list, the complete list that says the
-  // same: everyone is allowed everything.
+  // same.
   std::optional<SplitList> list;
 
   bool isUndecodable() const { return value && !descriptor; }
