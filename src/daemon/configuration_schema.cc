@@ -28,11 +28,12 @@ std::string_view absolutePath(std::string_view text) {
   return !text.empty() && text.front() == '/' ? "" : "must be an absolute path";
 }
 
+// The kernel gives the attributes of "system." a meaning of its own.
 std::string_view attributeName(std::string_view text) {
-  const std::size_t dot = text.find('.');
-  return dot == std::string_view::npos || dot == 0 || dot + 1 == text.size()
-             ? "must be the name of an extended attribute, with its name space"
-             : "";
+  constexpr std::size_t kLongest = 255;
+  for (const std::string_view space : {"security.", "trusted.", "user."})
+    if (text.size() > space.size() && text.size() <= kLongest && text.starts_with(space)) return "";
+  return "must be the name of an extended attribute in \"security.\", \"trusted.\" or \"user.\"";
 }
 
 // A node is "/LDAP/NAME".

@@ -168,7 +168,10 @@ TEST_F(ConfigurationTest, ValuesOutOfTheirRangeAreNamedWithTheirLine) {
   for (const char* state : {"running", "stopped", "unit:a", "pidfile:/run/a"}) {
     good(std::string("[vsp]\nstate = \"") + state + "\"");
   }
-  EXPECT_THAT(problemsOf("[acl]\nattribute = \"NTACL\""), ElementsAre(HasSubstr("2: \"acl.attr")));
+  for (const char* name : {"NTACL", "security.", "system.posix_acl_access", "other.NTACL"})
+    EXPECT_THAT(problemsOf("[acl]\nattribute = \"" + std::string(name) + "\""),
+                ElementsAre(HasSubstr("2: \"acl.attr")))
+        << name;
   EXPECT_THAT(problemsOf("[access]\nadmin_group = \"\""),
               ElementsAre("2: \"access.admin_group\" must not be empty"));
   EXPECT_THAT(problemsOf("[access]\nadmin_group = \"a\\u0000b\""),
