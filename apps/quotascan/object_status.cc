@@ -14,12 +14,13 @@ namespace {
 
 constexpr unsigned kMask =
     STATX_TYPE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_BLOCKS | STATX_MNT_ID;
+constexpr int kNotFollowed = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr unsigned kDeviceShift = 32;
 constexpr std::uint64_t kBlock = 512;  // of stx_blocks, whatever the file system's own are
 
-int readStatus(int folder, const char* name, int flags, ObjectStatus& status) {
+int readStatus(int folder, const char* name, int flags, unsigned mask, ObjectStatus& status) {
   struct statx raw {};
-  const int error = errnoOf([&] { return ::statx(folder, name, flags, kMask, &raw); });
+  const int error = errnoOf([&] { return ::statx(folder, name, flags, mask, &raw); });
   if (error != 0) return error;
   status.device = std::uint64_t{raw.stx_dev_major} << kDeviceShift | raw.stx_dev_minor;
   status.inode = raw.stx_ino;
@@ -37,11 +38,16 @@ int readStatus(int folder, const char* name, int flags, ObjectStatus& status) {
 }  // namespace
 
 int statusOf(int folder, const char* name, ObjectStatus& status) {
-  return readStatus(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, status);
+  return readStatus(folder, name, kNotFollowed, kMask, status);
 }
 
 int statusOf(int object, ObjectStatus& status) {
-  return readStatus(object, "", AT_EMPTY_PATH, status);
+  return readStatus(object, "", AT_EMPTY_PATH, kMask, status);
+}
+
+int placeOf(int folder, const char* name, ObjectStatus& status) {
+  // Of nothing asked for, a file system tells these two without asking for more itself.
+  return readStatus(folder, name, kNotFollowed | AT_STATX_DONT_SYNC, 0, status);
 }
 
 std::string pathOf(int object) {

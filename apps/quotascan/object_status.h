@@ -29,6 +29,9 @@ struct ObjectStatus {
 int statusOf(int folder, const char* name, ObjectStatus& status);
 // Of an open object.
 int statusOf(int object, ObjectStatus& status);
+// The device and the mount alone, which are told of what is mounted at the name also when the rest
+// is not (a user's FUSE), or would be waited for (a server that does not answer).
+int placeOf(int folder, const char* name, ObjectStatus& status);
 
 // The path of an open object, for messages.
 std::string pathOf(int object);

@@ -263,6 +263,23 @@ TEST_F(TreeWalkOfMounts, StaysOnTheVolume) {
   });
 }
 
+// A user's own file system, which root may not look into, and whose server never answers.
+TEST_F(TreeWalkOfMounts, LeavesOutAMountThatMayNotBeLookedAt) {
+  const FileDescriptor server(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
+  if (!server) GTEST_SKIP() << "there is no FUSE here";
+  runInOwnMounts([&] {
+    makeFolder(folder_.path("own"), kAnna);
+    const std::string options =
+        "fd=" + std::to_string(server.get()) + ",rootmode=40000,user_id=21001,group_id=21001";
+    ASSERT_EQ(::mount("own", folder_.path("own").c_str(), "fuse", 0, options.c_str()), 0);
+    struct stat status {};
+    ASSERT_EQ(::stat(folder_.path("own").c_str(), &status), -1);
+    ASSERT_EQ(errno, EACCES);
+    EXPECT_EQ(countOf(folder_.path()).objects, 1U);
+    ASSERT_EQ(::umount2(folder_.path("own").c_str(), MNT_DETACH), 0);
+  });
+}
+
 // Goes down so many levels, each with a file in it.
 void makeDeepTree(const std::string& path, int levels) {
   FileDescriptor folder = openFolder(path);

@@ -102,7 +102,11 @@ void Walker::lookAt(FolderStack::Level& level, const char* name) {
   ObjectStatus status;
   const int error = statusOf(level.folder.get(), name, status);
   if (isGone(error)) return;
-  if (error != 0) throw failureOf("read", pathOf(level.folder.get(), name), error, kUnchanged);
+  if (error != 0) {
+    ObjectStatus place;
+    if (placeOf(level.folder.get(), name, place) == 0 && !isOnVolume(place)) return;
+    throw failureOf("read", pathOf(level.folder.get(), name), error, kUnchanged);
+  }
   // Where the file system does not say an entry's type, or another object has come to the name.
   if (status.isFolder()) {
     stack_.addPending(level, name);
@@ -129,7 +133,7 @@ void Walker::enterNext() {
   stack_.push(std::move(folder), status, std::move(name));
 }
 
-// The folder, opened; none when it is gone, or is another volume.
+// The folder, opened; none when it is gone, or on another volume.
 FileDescriptor Walker::enter(const FolderStack::Level& above, const std::string& name,
                              ObjectStatus& status) {
   const auto check = [&](int error) {
@@ -139,12 +143,7 @@ FileDescriptor Walker::enter(const FolderStack::Level& above, const std::string&
     return error == 0;
   };
   // Before it is opened, because opening sets off an automount.
-  if (!check(statusOf(above.folder.get(), name.c_str(), status))) return {};
-  if (!status.isFolder()) {
-    countOther(status);
-    return {};
-  }
-  if (!isOnVolume(status)) return {};
+  if (!check(placeOf(above.folder.get(), name.c_str(), status)) || !isOnVolume(status)) return {};
   int descriptor = -1;
   const int error = errnoOf(
       [&] {
@@ -182,8 +181,8 @@ void Walker::give(const FolderStack::Level& level, std::vector<char> entries, st
   shared_.queue.give({FileDescriptor(descriptor), true, std::move(entries), std::move(pending)});
 }
 
-bool Walker::isOnVolume(const ObjectStatus& folder) const {
-  return folder.mount == shared_.root.mount && folder.device == shared_.root.device;
+bool Walker::isOnVolume(const ObjectStatus& status) const {
+  return status.mount == shared_.root.mount && status.device == shared_.root.device;
 }
 
 bool Walker::isIgnored(const FolderStack::Level& level, const char* name) const {

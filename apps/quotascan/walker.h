@@ -53,7 +53,7 @@ class Walker {
   void leave();
   void sharePending();
   void give(const FolderStack::Level& level, std::vector<char> entries, std::string pending);
-  bool isOnVolume(const ObjectStatus& folder) const;
+  bool isOnVolume(const ObjectStatus& status) const;
   bool isIgnored(const FolderStack::Level& level, const char* name) const;
   void reportProgress();
 
