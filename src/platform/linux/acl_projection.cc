@@ -122,8 +122,12 @@ posix_acl::Acl accessAcl(const Source& source, const GroupsOf& groupsOf) {
 }
 
 posix_acl::Acl defaultAcl(const Source& source, const GroupsOf& groupsOf) {
-  return Projector(source, groupsOf, {toFiles, toFolders, toDeeperFiles, toDeeperFolders})
-      .make(toAnything);
+  posix_acl::Acl acl =
+      Projector(source, groupsOf, {toFiles, toFolders, toDeeperFiles, toDeeperFolders})
+          .make(toAnything);
+  // Whoever makes something is its owner, whoever owns the folder.
+  acl.classes.owner = posix_acl::kAllBits;
+  return acl;
 }
 
 std::vector<std::uint32_t> namedUsers(const std::vector<Rule>& rules) {

@@ -7,7 +7,7 @@
 // part when he is in the group, else to that of others; for a group to that of others, or to its
 // own when it is the owning group. On a folder, the default ACL is what the inheritable entries
 // give in the same way, as far as it is the same for files and folders and at every depth, because
-// a default ACL knows no difference.
+// a default ACL knows no difference; but its owner, who will have made the thing, has everything.
 #pragma once
 
 #include <cstdint>

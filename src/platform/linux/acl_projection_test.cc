@@ -122,6 +122,11 @@ TEST_F(AclProjectionTest, WhatFilesAndFoldersInheritIsTheDefault) {
   EXPECT_EQ(acl.mask, Bits{7});
 }
 
+TEST_F(AclProjectionTest, WhoMakesSomethingHasEverythingInTheDefaultWhateverTheFoldersOwnerHas) {
+  const auto acl = inherited({allow(user(1000), 6, kBoth)}, 0050);
+  EXPECT_EQ(acl.classes, (posix_acl::Classes{7, 5, 0}));
+}
+
 TEST_F(AclProjectionTest, EntriesThatAreNotInheritedAreNoDefault) {
   EXPECT_FALSE(inherited({allow(user(1000), 6)}, 0750).namesAnybody());
 }

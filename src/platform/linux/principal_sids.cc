@@ -8,10 +8,16 @@ namespace {
 
 constexpr std::uint64_t kWorldAuthority = 1;
 constexpr std::uint64_t kCreatorAuthority = 3;
+constexpr std::uint64_t kNtAuthority = 5;
+
+// Whom a client is for having logged on, or how it did: authenticated users, network and the like.
+bool isOfSession(const nt_acl::Sid& sid) {
+  return sid.authority == kNtAuthority && sid.subAuthorities.size() == 1;
+}
 
 bool mayBeAPrincipal(const nt_acl::Sid& sid) {
   return sid.authority != kWorldAuthority && sid.authority != kCreatorAuthority &&
-         sid.authority != nt_acl::kOwnAuthority;
+         sid.authority != nt_acl::kOwnAuthority && !isOfSession(sid);
 }
 
 }  // namespace

@@ -9,8 +9,9 @@
 // A SID of another form is asked of the resolver, and one that is a user or group has that one's
 // GUID; so its entry is written with a Unix SID from then on. Any other SID has the GUID made of
 // it, which is remembered, in this process and below the service's root, so that the GUID goes back
-// as the SID it was. Everyone (S-1-1) and the placeholders for an object's creator (S-1-3) are
-// never asked: winbind would make up a gid for them, and an entry for that gid is another entry.
+// as the SID it was. Never asked are everyone (S-1-1), the placeholders for an object's creator
+// (S-1-3), and whom a client belongs to by the way it came (S-1-5 with one sub-authority): winbind
+// would make up a gid for them, and an entry for that gid is another entry.
 //
 // Any thread may call.
 #pragma once

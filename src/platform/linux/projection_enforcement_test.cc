@@ -323,6 +323,7 @@ TEST_P(ProjectionEnforcementTest, WhatIsMadeInAFolderLetsInWhomTheInheritableEnt
     const std::string parent = one.path;
     // Where nothing is made to be inherited by name, the mode is the process's affair.
     if (!posixAclOf(parent, posix_acl::kDefaultAttribute)) continue;
+    one.mode |= 0700U;  // its maker's
     one.path = folder_.path("made-file" + std::to_string(i));
     ASSERT_EQ(::close(::open((parent + "/x").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0777)), 0);
     ASSERT_EQ(::rename((parent + "/x").c_str(), one.path.c_str()), 0);
