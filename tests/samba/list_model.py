@@ -11,6 +11,9 @@ RIGHTS = {
     "read-security": (2048, 0x20000), "write-security": (4096, 0x40000),
     "change-owner": (8192, 0x80000)}
 
+# Whom every SMB client belongs to that has logged on.
+EVERYBODY = {"everyone": "S-1-1-0", "authenticated users": "S-1-5-11", "network": "S-1-5-2"}
+
 EVERYBODYS = {"read-attributes", "read-security"}
 OWNERS = {"write-attributes", "write-security"}
 OF_DIGIT = {4: {"read-data", "read-extended"},
@@ -21,16 +24,38 @@ NEEDED_OF_FOLDERS = {"read-data": "r", "write-data": "r", "append": "r"}
 
 
 class Entry(namedtuple("Entry", "allow kind name rights")):
+    """`kind`: user, group, everybody, or another one that no user has to do with."""
+
+    @classmethod
+    def of(cls, ace):
+        sid = str(ace.trustee)
+        found = [(kind, name) for kind, names in (("user", USERS), ("group", GROUPS), ("everybody", EVERYBODY))
+                 for name in names if cls(True, kind, name, ()).sid() == sid]
+        kind, name = found[0] if found else ("other", sid)
+        rights = frozenset(right for right, (_, mask) in RIGHTS.items() if ace.access_mask & mask)
+        return cls(ace.type == 0, kind, name, rights)
 
     def dictionary(self):
-        """As requests have it; "isUser" is 0 for users."""
+        """As requests have it, which know users ("isUser" is 0) and groups."""
         whom = ({"isUser": 0, "uniqueID": USERS[self.name]} if self.kind == "user" else
                 {"isUser": 1, "groupID": GROUPS[self.name]})
         return {"allowPermission": "YES" if self.allow else "NO", "flags": 0,
                 "bitmap": sum(RIGHTS[right][0] for right in self.rights), **whom}
 
+    def ace(self):
+        """In SDDL."""
+        mask = sum(RIGHTS[right][1] for right in self.rights)
+        return "(%s;;0x%08x;;;%s)" % ("A" if self.allow else "D", mask, self.sid())
+
+    def sid(self):
+        if self.kind == "user":
+            return "S-1-22-1-%d" % USERS[self.name]
+        return "S-1-22-2-%d" % GROUPS[self.name] if self.kind == "group" else EVERYBODY[self.name]
+
     def is_about(self, user):
-        return self.name == user if self.kind == "user" else GROUPS[self.name] in gids_of(user)
+        if self.kind == "user":
+            return self.name == user
+        return self.kind == "everybody" or self.kind == "group" and GROUPS[self.name] in gids_of(user)
 
 
 def granted(entries, user, fallback):

@@ -19,15 +19,21 @@ except ImportError as error:
     skip("python3-samba is not installed (%s)" % error)
 
 PROGRAMS = ("smbd", "winbindd", "wbinfo", "smbpasswd", "smbcacls")
+WITH_WINBIND = "--winbind"
 ATTRIBUTE = "security.NTACL"
 PASSWORD = "not-a-secret"
 SHARE = "shared"
+# The same folder; what is made in it where no list is inherited has the folder's mode.
+CAREFUL_SHARE = "careful"
 SHARES = """
 [{share}]
 path = {folder}
 read only = no
 vfs objects = acl_xattr
 acl_xattr:ignore system acls = yes
+[{careful_share}]
+copy = {share}
+inherit permissions = yes
 """
 EVERY_PART = security.SECINFO_OWNER | security.SECINFO_GROUP | security.SECINFO_DACL
 
@@ -44,7 +50,7 @@ def gids_of(user):
 
 def use_own_accounts(folder):
     """For all programs in this mount namespace."""
-    passwd = ["%s:x:%d:%d::/:/bin/false" % (name, uid, uid) for name, uid in USERS.items()]
+    passwd = ["%s:x:%d:%d:%s:/:/bin/false" % (name, uid, uid, name.capitalize()) for name, uid in USERS.items()]
     group = ["%s:x:%d:" % item for item in USERS.items()]
     group += ["%s:x:%d:%s" % (name, gid, ",".join(MEMBERS[name])) for name, gid in GROUPS.items()]
     files = {"passwd": passwd + ["nobody:x:65534:65534::/:/bin/false"],
@@ -103,9 +109,9 @@ def local_access(user, path):
 
 
 class Session:
-    """A user's session with the share. Paths are in the share, with "/" between."""
+    """A user's session with a share. Paths are in the share, with "/" between."""
 
-    def __init__(self, configuration, user):
+    def __init__(self, configuration, user, share):
         context = param.get_context()
         context.load(configuration)
         who = credentials.Credentials()
@@ -113,7 +119,7 @@ class Session:
         who.set_username(user)
         who.set_password(PASSWORD)
         who.set_kerberos_state(credentials.DONT_USE_KERBEROS)
-        self.connection = libsmb.Conn("127.0.0.1", SHARE, context, who)
+        self.connection = libsmb.Conn("127.0.0.1", share, context, who)
 
     def may(self, path, mask):
         """Whether the server opens what is there for this access."""
@@ -252,7 +258,7 @@ class Paddock:
 class World:
     """Everything that a test needs, started; `shared` is the folder that the share is."""
 
-    def __init__(self, cmake, build, clean_up):
+    def __init__(self, cmake, build, has_winbind, clean_up):
         folder = tempfile.TemporaryDirectory(prefix="paddock-smb.")
         clean_up(folder.cleanup)
         self.folder = folder.name
@@ -263,19 +269,21 @@ class World:
             use_own_file_system(os.path.join(self.folder, "image"), self.shared)
             clean_up(lambda: subprocess.run(["umount", self.shared], check=True))
         self.samba = Samba(self._make("samba"),
-                           SHARES.format(share=SHARE, folder=self.shared))
+                           SHARES.format(share=SHARE, careful_share=CAREFUL_SHARE, folder=self.shared))
         for user in USERS:
             self.samba.add_user(user, PASSWORD)
         clean_up(self.samba.stop_all)
+        if has_winbind:
+            self.samba.start_winbind()
         self.samba.start_smbd()
         self.paddock = Paddock(cmake, build, self._make("tree"))
         clean_up(self.paddock.stop)
         self._sessions = {}
 
-    def session(self, user):
-        if user not in self._sessions:
-            self._sessions[user] = Session(self.samba.configuration, user)
-        return self._sessions[user]
+    def session(self, user, share=SHARE):
+        if (user, share) not in self._sessions:
+            self._sessions[user, share] = Session(self.samba.configuration, user, share)
+        return self._sessions[user, share]
 
     def path(self, name):
         return os.path.join(self.shared, name)
@@ -296,11 +304,13 @@ class World:
 class SmbTest(unittest.TestCase):
     """The world is one for all tests of a file; each has its own name in the share."""
     world = None
+    arguments = ()
+    has_winbind = False
 
     @classmethod
     def setUpClass(cls):
         if SmbTest.world is None:
-            SmbTest.world = World(*sys.argv[1:3], unittest.addModuleCleanup)
+            SmbTest.world = World(*cls.arguments, cls.has_winbind, unittest.addModuleCleanup)
 
     def setUp(self):
         self.name = self.id().rsplit(".", 1)[1]
@@ -318,9 +328,18 @@ class SmbTest(unittest.TestCase):
     def set_acl(self, *entries):
         self.world.paddock.keelhouse("acl", "set", self.path, *entries)
 
-    def users_who(self, can):
-        """Those for whose session the function is true."""
-        return {user for user in PLAIN_USERS if can(self.world.session(user))}
+    def set_list(self, entries):
+        """As an SMB client does."""
+        self.world.session("root").set_list(self.name, "D:" + "".join(entry.ace() for entry in entries))
+
+    def write_back(self):
+        """What was read, through paddockd."""
+        acl = self.world.paddock.privileges(self.path)["acl"]
+        self.world.paddock.set_privileges(self.path, acl=acl)
+
+    def users_who(self, can, share=SHARE):
+        """Those for whose session with the share the function is true."""
+        return {user for user in PLAIN_USERS if can(self.world.session(user, share))}
 
     def assert_readers(self, *users):
         """Of the file, over SMB and by processes of their own."""
@@ -328,12 +347,26 @@ class SmbTest(unittest.TestCase):
         self.assertEqual({user for user in PLAIN_USERS if "r" in local_access(user, self.path)},
                          set(users))
 
+    def sddl(self):
+        """Owner, group and list as an SMB client reads them."""
+        return self.world.session("root").descriptor(self.name).as_sddl(security.dom_sid())
+
+    def aces(self):
+        """The list's entries in SDDL."""
+        return re.findall(r"\([^)]*\)", self.sddl())
+
     def _give(self, mode, owner, group):
         os.chown(self.path, USERS[owner], {**USERS, **GROUPS}[group])
         os.chmod(self.path, mode)
 
 
 def run_tests(file):
-    """Those of a file that is called with the program cmake and the build's folder."""
+    """Those of a file that is called with the program cmake and the build's folder, and perhaps with
+    --winbind: beside the smbd, a winbindd runs."""
     in_namespaces(file, sys.argv[1:], PROGRAMS)
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:])
+    arguments = sys.argv[1:]
+    SmbTest.has_winbind = WITH_WINBIND in arguments
+    if SmbTest.has_winbind:
+        arguments.remove(WITH_WINBIND)
+    SmbTest.arguments = arguments[:2]
+    unittest.main(argv=sys.argv[:1] + arguments[2:])
