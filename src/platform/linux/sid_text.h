@@ -12,8 +12,8 @@ namespace paddock::nt_acl {
 // An authority of 2^32 or more is written as 0x and twelve hexadecimal digits.
 std::string sidText(const Sid& sid);
 
-// Reads that form, also with fewer digits in a hexadecimal authority, as Samba writes it, and at most
-// 15 sub-authorities. Absent for any other text.
+// Reads that form, also with fewer digits in a hexadecimal authority, as Samba writes it, and at
+// most 15 sub-authorities. Absent for any other text.
 std::optional<Sid> parseSid(std::string_view text);
 
 }  // namespace paddock::nt_acl
