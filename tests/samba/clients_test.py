@@ -150,18 +150,18 @@ class ListsOfClientsTest(SmbTest):
         self.make_file(0o644)
         self.set_acl("allow group:crew read,write")
         self.world.smbcacls(self.name, "-a", "ACL:carl:DENIED/0x0/0x00000001")
-        self.assertEqual(self.denied(), [("Carl" if self.has_winbind else None, 2)])
+        self.assertEqual(self.denied(), [("Carl" if self.options.winbind else None, 2)])
         before = self.aces()
         readers = {"anna", "bert", "dora", "emil"}
         self.assertEqual(self.users_who(lambda smb: smb.may(self.name, READ)), readers)
         self.world.paddock.keelhouse("acl", "add", self.path, "--first", "allow user:emil write-data")
-        self.assertEqual(self.denied(), [("Carl" if self.has_winbind else None, 2)])
+        self.assertEqual(self.denied(), [("Carl" if self.options.winbind else None, 2)])
         self.assertEqual(self.users_who(lambda smb: smb.may(self.name, READ)), readers)
         self.assertEqual(self.users_who(lambda smb: smb.may(self.name, WRITE)), {"bert", "dora", "emil"})
         # The marker, which the client has sorted in among the entries, means nothing any more.
         before = [ace for ace in before if MARKER not in ace]
         self.assertEqual(len(before), 5)
-        if not self.has_winbind:
+        if not self.options.winbind:
             self.assertEqual(self.aces(), ["(A;;0x00100002;;;S-1-22-1-%d)" % USERS["emil"]] + before)
 
     def test_who_is_in_an_entry_of_smbcacls_is_known_to_the_kernel_where_winbind_runs(self):
@@ -170,7 +170,7 @@ class ListsOfClientsTest(SmbTest):
         self.world.paddock.keelhouse("acl", "add", self.path, "allow user:emil write-data")
         self.assertEqual(self.users_who(lambda smb: smb.may(self.name, READ)),
                          {"bert", "carl", "dora", "emil"})
-        self.assertEqual("r" in local_access("anna", self.path), not self.has_winbind)
+        self.assertEqual("r" in local_access("anna", self.path), not self.options.winbind)
 
     def test_an_entry_about_every_client_stays_about_every_client(self):
         for name in EVERYBODY:

@@ -1,10 +1,11 @@
 #!/usr/bin/python3
 """A stock smbd enforces the ACLs that are set here.
 
-    enforcement_test.py CMAKE BUILD_FOLDER
+    enforcement_test.py CMAKE BUILD_FOLDER [--attribute NAME]
 
 Needs root, for namespaces of its own.
 """
+import os
 import random
 
 from list_model import RIGHTS, Entry, as_served, granted, kernel_bits, rights_of_mode
@@ -59,9 +60,12 @@ class EntriesTest(SmbTest):
 
     def test_an_smb_client_sees_the_entries(self):
         self.make_file(0o644)
+        attributes = os.listxattr(self.path)
         self.set_acl("deny user:anna read-data", "allow group:crew read-data,write-data")
         self.assertEqual(self.aces()[:2], ["(D;;CC;;;S-1-22-1-%d)" % USERS["anna"],
                                            "(A;;0x00100003;;;S-1-22-2-%d)" % GROUPS["crew"]])
+        self.assertEqual(set(os.listxattr(self.path)).difference(attributes),
+                         {self.options.attribute, "system.posix_acl_access"})
 
 
 class RandomListsTest(SmbTest):

@@ -1,5 +1,6 @@
 """A host for one test: accounts, an smbd that shares a folder, and a paddockd. They are in namespaces
 (own_samba), so that the machine's accounts, servers and network are not touched."""
+import argparse
 import json
 import os
 import re
@@ -19,7 +20,6 @@ except ImportError as error:
     skip("python3-samba is not installed (%s)" % error)
 
 PROGRAMS = ("smbd", "winbindd", "wbinfo", "smbpasswd", "smbcacls")
-WITH_WINBIND = "--winbind"
 ATTRIBUTE = "security.NTACL"
 PASSWORD = "not-a-secret"
 SHARE = "shared"
@@ -31,6 +31,7 @@ path = {folder}
 read only = no
 vfs objects = acl_xattr
 acl_xattr:ignore system acls = yes
+{more}
 [{careful_share}]
 copy = {share}
 inherit permissions = yes
@@ -62,22 +63,27 @@ def use_own_accounts(folder):
         subprocess.run(["mount", "--bind", path, "/etc/" + name], check=True)
 
 
-def holds_attributes(folder):
+def holds_attributes(folder, attribute=ATTRIBUTE):
     try:
-        os.setxattr(folder, ATTRIBUTE, b"probe")
-        os.removexattr(folder, ATTRIBUTE)
+        os.setxattr(folder, attribute, b"probe")
+        os.removexattr(folder, attribute)
         return True
     except OSError:
         return False
 
 
-def use_own_file_system(image, folder):
+def naming(attribute):
+    """The line that names it to smbd, which finds no lists any more when it is told its own default."""
+    return "" if attribute == ATTRIBUTE else "acl_xattr:security_acl_name = " + attribute
+
+
+def use_own_file_system(image, folder, attribute):
     with open(image, "wb") as file:
         file.truncate(64 * 1024 * 1024)
     for command in (["mkfs.ext4", "-q", image], ["mount", "-o", "loop", image, folder]):
         subprocess.run(command, check=False)
-    if not holds_attributes(folder):
-        skip("no file system here takes the attribute " + ATTRIBUTE)
+    if not holds_attributes(folder, attribute):
+        skip("no file system here takes the attribute " + attribute)
 
 
 def as_user(user, function):
@@ -193,12 +199,14 @@ def allowed(step):
 class Paddock:
     """A paddockd in an installed tree, and its keelhouse."""
 
-    def __init__(self, cmake, build, tree, asks_winbind=True):
+    def __init__(self, cmake, build, tree, asks_winbind=True, attribute=ATTRIBUTE):
         """`asks_winbind`: None leaves the configuration as it is shipped."""
         subprocess.run([cmake, "--install", build, "--prefix", "/usr"], check=True,
                        stdout=subprocess.DEVNULL, env=dict(os.environ, DESTDIR=tree))
         if asks_winbind is not None:
             self._configure(tree, "winbind", "true" if asks_winbind else "false")
+        if attribute != ATTRIBUTE:
+            self._configure(tree, "attribute", '"%s"' % attribute)
         self.program = os.path.join(tree, "usr/sbin/keelhouse")
         self.log = os.path.join(tree, "log")
         with open(self.log, "wb") as log:
@@ -258,25 +266,27 @@ class Paddock:
 class World:
     """Everything that a test needs, started; `shared` is the folder that the share is."""
 
-    def __init__(self, cmake, build, has_winbind, clean_up):
+    def __init__(self, options, clean_up):
         folder = tempfile.TemporaryDirectory(prefix="paddock-smb.")
         clean_up(folder.cleanup)
         self.folder = folder.name
         os.chmod(self.folder, 0o755)
         use_own_accounts(self.folder)
         self.shared = self._make("shared")
-        if not holds_attributes(self.shared):
-            use_own_file_system(os.path.join(self.folder, "image"), self.shared)
-            clean_up(lambda: subprocess.run(["umount", self.shared], check=True))
+        if not holds_attributes(self.shared, options.attribute):
+            use_own_file_system(os.path.join(self.folder, "image"), self.shared, options.attribute)
+            clean_up(lambda: subprocess.run(["umount", "--lazy", self.shared], check=True))
         self.samba = Samba(self._make("samba"),
-                           SHARES.format(share=SHARE, careful_share=CAREFUL_SHARE, folder=self.shared))
+                           SHARES.format(share=SHARE, careful_share=CAREFUL_SHARE, folder=self.shared,
+                                         more=naming(options.attribute)))
         for user in USERS:
             self.samba.add_user(user, PASSWORD)
         clean_up(self.samba.stop_all)
-        if has_winbind:
+        if options.winbind:
             self.samba.start_winbind()
         self.samba.start_smbd()
-        self.paddock = Paddock(cmake, build, self._make("tree"))
+        self.paddock = Paddock(options.cmake, options.build, self._make("tree"),
+                               attribute=options.attribute)
         clean_up(self.paddock.stop)
         self._sessions = {}
 
@@ -304,13 +314,12 @@ class World:
 class SmbTest(unittest.TestCase):
     """The world is one for all tests of a file; each has its own name in the share."""
     world = None
-    arguments = ()
-    has_winbind = False
+    options = None
 
     @classmethod
     def setUpClass(cls):
         if SmbTest.world is None:
-            SmbTest.world = World(*cls.arguments, cls.has_winbind, unittest.addModuleCleanup)
+            SmbTest.world = World(cls.options, unittest.addModuleCleanup)
 
     def setUp(self):
         self.name = self.id().rsplit(".", 1)[1]
@@ -361,12 +370,13 @@ class SmbTest(unittest.TestCase):
 
 
 def run_tests(file):
-    """Those of a file that is called with the program cmake and the build's folder, and perhaps with
-    --winbind: beside the smbd, a winbindd runs."""
+    """Those of a file that is called with the program cmake and the build's folder, options, and what
+    unittest takes."""
     in_namespaces(file, sys.argv[1:], PROGRAMS)
-    arguments = sys.argv[1:]
-    SmbTest.has_winbind = WITH_WINBIND in arguments
-    if SmbTest.has_winbind:
-        arguments.remove(WITH_WINBIND)
-    SmbTest.arguments = arguments[:2]
-    unittest.main(argv=sys.argv[:1] + arguments[2:])
+    parser = argparse.ArgumentParser()
+    parser.add_argument("cmake")
+    parser.add_argument("build")
+    parser.add_argument("--winbind", action="store_true", help="a winbindd runs beside the smbd")
+    parser.add_argument("--attribute", default=ATTRIBUTE, help="that holds the lists")
+    SmbTest.options, others = parser.parse_known_args()
+    unittest.main(argv=sys.argv[:1] + others)
