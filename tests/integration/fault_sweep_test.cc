@@ -4,11 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <future>
-#include <tuple>
 
-#include "fault_world.h"
+#include "fault_sweep.h"
 #include "privileges_faults.h"
 
 namespace paddock {
@@ -33,8 +30,7 @@ void prepareServer(ModuleDoubles& doubles) {
 }
 
 Dictionary writeFolder(const std::string& path, const Dictionary& sharePoint) {
-  return {{"optionalArguments", Dictionary{{"path", path}}},
-          {"configuration", Dictionary{{"sharePointRecord", sharePoint}}}};
+  return writing(path, {{"sharePointRecord", sharePoint}});
 }
 
 Dictionary newShare(const std::string& path) {
@@ -198,10 +194,7 @@ Scenario writeListOfThree() {
 Scenario readList() { return {"ReadList", prepareDeletion, "getSharePointList", {}}; }
 Scenario readServer() { return {"ReadServer", prepareDeletion, "readSettings", {}}; }
 Scenario readFolder() {
-  return {"ReadFolder",
-          prepareDeletion,
-          "readSettings",
-          {{"optionalArguments", Dictionary{{"path", "/srv/a"}}}}};
+  return {"ReadFolder", prepareDeletion, "readSettings", selecting("/srv/a")};
 }
 
 Scenario readFolderWithPrivileges() {
@@ -279,21 +272,9 @@ std::set<std::string> managedLines(const std::string& exports) {
 
 std::string pathOf(const std::string& line) { return line.substr(0, line.find(' ')); }
 
-class FaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario, FaultMode>> {
+class FaultSweepTest : public FaultSweep {
  protected:
-  const Scenario& scenario() const { return std::get<0>(GetParam()); }
-  const FaultMode& mode() const { return std::get<1>(GetParam()); }
-  bool writes() const { return scenario().operation == "writeSettings"; }
-
-  void SetUp() override {
-    FaultWorld world(scenario());
-    before_ = snapshotOf(world.doubles, scenario());
-    FaultPlan none;
-    const Outcome clean = world.run(none);
-    ASSERT_TRUE(clean.reply);
-    cleanReply_ = *clean.reply;
-    after_ = clean.left;
-    cleanEffects_ = clean.effects;
+  void noteAfter(FaultWorld&) override {
     cleanEffects_.push_back("replace /etc/exports");  // at the latest at the end
   }
 
@@ -304,17 +285,11 @@ class FaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario, Faul
   void checkOneSharePoint(const std::string& path, const Dictionary& attributes) const;
   void checkExports(const Snapshot& left, FaultWorld& world) const;
   void checkOrder(const Outcome& outcome) const;
-  void checkNothingIsHeld(FaultWorld& world) const;
   void checkSuccessIsSuccess(const Outcome& outcome, const FaultPlan& plan,
                              FaultWorld& world) const;
   void checkSendingItAgain(FaultWorld& world) const;
-  void check(FaultWorld& world, FaultPlan& plan) const;
+  void check(FaultWorld& world, FaultPlan& plan) override;
   bool cleanupMayFail() const { return mode().keepFailing; }
-
-  Snapshot before_;
-  Snapshot after_;
-  Dictionary cleanReply_;
-  Lines cleanEffects_;
 };
 
 // Only the attributes of the record that a folder's reading found, and the names in its ACL, may
@@ -516,17 +491,6 @@ void FaultSweepTest::checkOrder(const Outcome& outcome) const {
   }
 }
 
-void FaultSweepTest::checkNothingIsHeld(FaultWorld& world) const {
-  EXPECT_EQ(world.doubles.directory.openSessions(), 0);
-  EXPECT_EQ(world.doubles.acl.unreleased(), 0U);
-  const bool free = std::async(std::launch::async, [] {
-                      if (!gSettingsDictLock->try_lock()) return false;
-                      gSettingsDictLock->unlock();
-                      return true;
-                    }).get();
-  ASSERT_TRUE(free) << "the lock is held";
-}
-
 // A write that reports neither a status nor a line in the log has stored what it was asked to.
 void FaultSweepTest::checkSuccessIsSuccess(const Outcome& outcome, const FaultPlan& plan,
                                            FaultWorld& world) const {
@@ -575,7 +539,7 @@ void FaultSweepTest::checkSendingItAgain(FaultWorld& world) const {
   }
 }
 
-void FaultSweepTest::check(FaultWorld& world, FaultPlan& plan) const {
+void FaultSweepTest::check(FaultWorld& world, FaultPlan& plan) {
   const Outcome outcome = world.run(plan);
   checkException(outcome, plan);
   checkNothingIsHeld(world);
@@ -597,39 +561,17 @@ void FaultSweepTest::check(FaultWorld& world, FaultPlan& plan) const {
 }
 
 TEST_P(FaultSweepTest, EveryCallMayFail) {
-  constexpr std::size_t kMoreThanAnyRequestMakes = 1000;
-  for (std::size_t call = 1;; ++call) {
-    ASSERT_LT(call, kMoreThanAnyRequestMakes);
-    FaultPlan plan(call);
-    plan.setError(mode().error);
-    if (mode().keepFailing) plan.keepFailing();
-    FaultWorld world(scenario());
-    check(world, plan);
-    if (HasFailure()) {
-      FAIL() << "call " << call << ": " << plan.failedCall();
-    }
-    if (!plan.fired()) {
-      EXPECT_GT(call, 4U) << "a sweep of nothing";
-      return;
-    }
-  }
+  EXPECT_GE(failEveryCall().size(), 4U) << "a sweep of nothing";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Requests, FaultSweepTest,
-    ::testing::Combine(
-        ::testing::Values(shareNewFolder(), shareNewFolderWithPrivileges(), changeShare(),
-                          deleteShare(), deleteShareOfTheSharedFileList(), writeBackup(),
-                          shareReshare(), deleteReshare(), automountShare(),
-                          deleteAutomountedShare(), writeListOfThree(), readList(), readServer(),
-                          readFolder(), readFolderWithPrivileges()),
-        ::testing::Values(FaultMode{"Once", EIO, false},
-                          FaultMode{"OnceWithoutANumber", std::nullopt, false},
-                          FaultMode{"FromThenOn", ENOSPC, true},
-                          FaultMode{"FromThenOnWithoutANumber", std::nullopt, true})),
-    [](const auto& test) {
-      return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(Requests, FaultSweepTest,
+                         inEveryMode(shareNewFolder(), shareNewFolderWithPrivileges(),
+                                     changeShare(), deleteShare(), deleteShareOfTheSharedFileList(),
+                                     writeBackup(), shareReshare(), deleteReshare(),
+                                     automountShare(), deleteAutomountedShare(), writeListOfThree(),
+                                     readList(), readServer(), readFolder(),
+                                     readFolderWithPrivileges()),
+                         sweepName);
 
 }  // namespace
 }  // namespace paddock

@@ -4,11 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <future>
-#include <tuple>
 
-#include "fault_world.h"
+#include "fault_sweep.h"
 
 namespace paddock {
 namespace {
@@ -22,8 +19,7 @@ using Stores = std::map<std::string, Dictionary>;
 using Entries = std::vector<FolderPrivileges::Entry>;
 
 Dictionary request(const Dictionary& sharePoint) {
-  return {{"optionalArguments", Dictionary{{"path", kFolder}}},
-          {"configuration", Dictionary{{"sharePointRecord", sharePoint}}}};
+  return writing(kFolder, {{"sharePointRecord", sharePoint}});
 }
 
 // A shared folder with an ACL of somebody else's entry, and a store of another folder.
@@ -68,28 +64,19 @@ Scenario deleteIndexed() {
   return {"DeleteIndexed", prepareIndexed, "writeSettings", request({{"isShared", false}})};
 }
 Scenario readIndexed() {
-  return {"ReadIndexed",
-          prepareIndexed,
-          "readSettings",
-          {{"optionalArguments", Dictionary{{"path", kFolder}}}}};
+  return {"ReadIndexed", prepareIndexed, "readSettings", selecting(kFolder)};
 }
 Scenario listIndexed() { return {"ListIndexed", prepareIndexed, "getSharePointList", {}}; }
 
-class IndexingFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario, FaultMode>> {
+class IndexingFaultSweepTest : public FaultSweep {
  protected:
-  const Scenario& scenario() const { return std::get<0>(GetParam()); }
-  const FaultMode& mode() const { return std::get<1>(GetParam()); }
-  bool writes() const { return scenario().operation == "writeSettings"; }
-
-  void SetUp() override {
-    FaultWorld world(scenario());
-    before_ = world.doubles.stores.stores();
+  void noteBefore(FaultWorld& world) override {
+    storesBefore_ = world.doubles.stores.stores();
     aclBefore_ = entriesOf(world.doubles);
-    FaultPlan none;
-    const Outcome clean = world.run(none);
-    ASSERT_TRUE(clean.reply);
-    after_ = world.doubles.stores.stores();
-    ASSERT_EQ(before_ == after_, !writes());
+  }
+  void noteAfter(FaultWorld& world) override {
+    storesAfter_ = world.doubles.stores.stores();
+    ASSERT_EQ(storesBefore_ == storesAfter_, !writes());
     ASSERT_TRUE(world.errorLines("").empty());
   }
 
@@ -103,11 +90,11 @@ class IndexingFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenar
 
   void checkStores(const Stores& left) const {
     for (const auto& [path, attributes] : left) {
-      const bool asBefore = before_.contains(path) && before_.at(path) == attributes;
-      const bool asAfter = after_.contains(path) && after_.at(path) == attributes;
+      const bool asBefore = storesBefore_.contains(path) && storesBefore_.at(path) == attributes;
+      const bool asAfter = storesAfter_.contains(path) && storesAfter_.at(path) == attributes;
       EXPECT_TRUE(asBefore || asAfter) << path;
     }
-    for (const auto& store : before_) EXPECT_TRUE(left.contains(store.first)) << store.first;
+    for (const auto& store : storesBefore_) EXPECT_TRUE(left.contains(store.first)) << store.first;
   }
 
   // What was there is there, in front; what is new is the indexing service's entry. When it cannot
@@ -137,28 +124,17 @@ class IndexingFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenar
   void checkSuccessIsSuccess(const Outcome& outcome, const FaultPlan& plan, FaultWorld& world) {
     if (!outcome.reply || outcome.reply->integer("writeStatus") != 0) return;
     if (!world.errorLines("").empty() || isQuiet(plan.failedCall()) || mode().keepFailing) return;
-    EXPECT_EQ(world.doubles.stores.stores(), after_);
-  }
-
-  void checkNothingIsHeld(FaultWorld& world) const {
-    EXPECT_EQ(world.doubles.acl.unreleased(), 0U);
-    EXPECT_EQ(world.doubles.directory.openSessions(), 0);
-    const bool free = std::async(std::launch::async, [] {
-                        if (!gSettingsDictLock->try_lock()) return false;
-                        gSettingsDictLock->unlock();
-                        return true;
-                      }).get();
-    ASSERT_TRUE(free) << "the lock is held";
+    EXPECT_EQ(world.doubles.stores.stores(), storesAfter_);
   }
 
   void checkSendingItAgain(FaultWorld& world) const {
     FaultPlan none;
     ASSERT_TRUE(world.run(none).reply);
-    EXPECT_EQ(world.doubles.stores.stores(), after_);
+    EXPECT_EQ(world.doubles.stores.stores(), storesAfter_);
     checkAcl(entriesOf(world.doubles));
   }
 
-  void check(FaultWorld& world, FaultPlan& plan) {
+  void check(FaultWorld& world, FaultPlan& plan) override {
     const Outcome outcome = world.run(plan);
     checkNothingIsHeld(world);
     checkStores(world.doubles.stores.stores());
@@ -168,40 +144,23 @@ class IndexingFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenar
     checkSendingItAgain(world);
   }
 
-  Stores before_;
-  Stores after_;
+  Stores storesBefore_;
+  Stores storesAfter_;
   Entries aclBefore_;
 };
 
 TEST_P(IndexingFaultSweepTest, EveryCallMayFail) {
-  constexpr std::size_t kMoreThanAnyRequestMakes = 1000;
-  bool storesFailed = false;
-  for (std::size_t call = 1;; ++call) {
-    ASSERT_LT(call, kMoreThanAnyRequestMakes);
-    FaultPlan plan(call);
-    plan.setError(mode().error);
-    if (mode().keepFailing) plan.keepFailing();
-    FaultWorld world(scenario());
-    check(world, plan);
-    if (HasFailure()) FAIL() << "call " << call << ": " << plan.failedCall();
-    storesFailed = storesFailed || plan.failedCall().rfind("metadataStores.", 0) == 0;
-    if (!plan.fired()) break;
-  }
-  EXPECT_TRUE(storesFailed) << "a sweep that asked no store";
+  const auto failed = failEveryCall();
+  const bool askedAStore = std::any_of(failed.begin(), failed.end(), [](const std::string& call) {
+    return call.rfind("metadataStores.", 0) == 0;
+  });
+  EXPECT_TRUE(askedAStore) << "a sweep that asked no store";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Requests, IndexingFaultSweepTest,
-    ::testing::Combine(::testing::Values(switchOn(), raise(), switchOff(), shareAndIndex(),
-                                         deleteIndexed(), readIndexed(), listIndexed()),
-                       ::testing::Values(FaultMode{"Once", EIO, false},
-                                         FaultMode{"OnceWithoutANumber", std::nullopt, false},
-                                         FaultMode{"FromThenOn", ENOSPC, true},
-                                         FaultMode{"FromThenOnWithoutANumber", std::nullopt,
-                                                   true})),
-    [](const auto& test) {
-      return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(Requests, IndexingFaultSweepTest,
+                         inEveryMode(switchOn(), raise(), switchOff(), shareAndIndex(),
+                                     deleteIndexed(), readIndexed(), listIndexed()),
+                         sweepName);
 
 }  // namespace
 }  // namespace paddock

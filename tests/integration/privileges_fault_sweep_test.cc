@@ -2,10 +2,9 @@
 // never a half: owner, group and mode are all as before or all as asked for, and so is the ACL.
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <future>
 #include <tuple>
 
+#include "fault_sweep.h"
 #include "privileges_faults.h"
 
 namespace paddock {
@@ -14,8 +13,7 @@ namespace {
 constexpr const char* kFolder = "/srv/folder";
 
 Dictionary request(const Dictionary& privileges) {
-  return {{"optionalArguments", Dictionary{{"path", kFolder}}},
-          {"configuration", Dictionary{{"fileAccessPrivs", privileges}}}};
+  return writing(kFolder, {{"fileAccessPrivs", privileges}});
 }
 void prepare(ModuleDoubles& doubles) { prepareFolder(doubles, kFolder); }
 
@@ -29,10 +27,7 @@ Scenario replaceInvalidAcl() {
           },
           "writeSettings", request({{"acl", *newPrivileges().array("acl")}})};
 }
-Scenario readAll() {
-  return {
-      "ReadAll", prepare, "readSettings", {{"optionalArguments", Dictionary{{"path", kFolder}}}}};
-}
+Scenario readAll() { return {"ReadAll", prepare, "readSettings", selecting(kFolder)}; }
 
 bool sameAttributes(const FolderPrivileges& left, const FolderPrivileges& right) {
   return std::tie(left.owner, left.group, left.mode) ==
@@ -43,21 +38,13 @@ bool isPosixStatus(Status status) {
   return status >= USER_NOT_FOUND_ERR && status <= CANNOT_CHANGE_PRIVS_ERR;
 }
 
-class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario, FaultMode>> {
+class PrivilegesFaultSweepTest : public FaultSweep {
  protected:
-  const Scenario& scenario() const { return std::get<0>(GetParam()); }
-  const FaultMode& mode() const { return std::get<1>(GetParam()); }
-
-  void SetUp() override {
-    FaultWorld world(scenario());
-    before_ = snapshotOf(world.doubles, scenario()).privileges;
-    FaultPlan none;
-    const Outcome clean = world.run(none);
-    ASSERT_TRUE(clean.reply);
-    after_ = clean.left.privileges;
-    cleanReply_ = *clean.reply;
-    ASSERT_EQ(before_ == after_, scenario().operation == "readSettings");
+  void noteAfter(FaultWorld&) override {
+    ASSERT_EQ(old() == recent(), scenario().operation == "readSettings");
   }
+  const FolderPrivileges& old() const { return before_.privileges; }
+  const FolderPrivileges& recent() const { return after_.privileges; }
 
   void checkException(const Outcome& outcome, const FaultPlan& plan) const {
     if (outcome.reply) return;
@@ -66,8 +53,8 @@ class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scen
   }
 
   void checkState(const FolderPrivileges& left) const {
-    EXPECT_TRUE(sameAttributes(left, before_) || sameAttributes(left, after_));
-    EXPECT_TRUE(left.acl == before_.acl || left.acl == after_.acl);
+    EXPECT_TRUE(sameAttributes(left, old()) || sameAttributes(left, recent()));
+    EXPECT_TRUE(left.acl == old().acl || left.acl == recent().acl);
   }
 
   // The status says whether all is written, and what is not.
@@ -76,9 +63,9 @@ class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scen
     const auto status = static_cast<Status>(outcome.reply->integer("writeStatus").value());
     EXPECT_EQ(outcome.reply->contains("writeError"), status != kSuccess);
     if (isPosixStatus(status)) {
-      EXPECT_TRUE(sameAttributes(left, before_));
+      EXPECT_TRUE(sameAttributes(left, old()));
     } else if (status != kSuccess) {
-      EXPECT_EQ(left.acl, before_.acl);
+      EXPECT_EQ(left.acl, old().acl);
     }
     if (mode().keepFailing) return;
     const auto known = privilegeStatuses().find(plan.failedCall());
@@ -86,13 +73,13 @@ class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scen
     if (status != kSuccess) {
       EXPECT_TRUE(mayFail && known->second.contains(status)) << status;
     } else if (!quietEnds().contains(plan.failedCall()) && !mayLookLikeNoAcl(plan)) {
-      EXPECT_EQ(left, after_) << "a success that is none";
+      EXPECT_EQ(left, recent()) << "a success that is none";
     }
     if (isPosixStatus(status)) {
-      EXPECT_EQ(left.acl, after_.acl);
+      EXPECT_EQ(left.acl, recent().acl);
     }
     if (status != kSuccess && !isPosixStatus(status)) {
-      EXPECT_TRUE(sameAttributes(left, after_));
+      EXPECT_TRUE(sameAttributes(left, recent()));
     }
   }
 
@@ -115,22 +102,11 @@ class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scen
     EXPECT_EQ(*privileges->string("path"), kFolder);
   }
 
-  static void checkNothingIsHeld(FaultWorld& world) {
-    EXPECT_EQ(world.doubles.acl.unreleased(), 0U);
-    EXPECT_EQ(world.doubles.directory.openSessions(), 0);
-    const bool free = std::async(std::launch::async, [] {
-                        if (!gSettingsDictLock->try_lock()) return false;
-                        gSettingsDictLock->unlock();
-                        return true;
-                      }).get();
-    ASSERT_TRUE(free) << "the lock is held";
-  }
-
   void checkLines(const FaultWorld& world, const FaultPlan& plan) const {
     EXPECT_EQ(world.errorLines("").size(), world.privilegeLines().size());
     // A failed call is at most one line; reading back an ACL that stayed invalid is another.
     if (!mode().keepFailing) {
-      EXPECT_LE(world.privilegeLines().size(), before_.invalidAcl ? 2U : 1U);
+      EXPECT_LE(world.privilegeLines().size(), old().invalidAcl ? 2U : 1U);
     }
     if (!plan.fired()) {
       EXPECT_TRUE(world.privilegeLines().empty());
@@ -141,11 +117,11 @@ class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scen
     FaultPlan none;
     const Outcome again = world.run(none);
     ASSERT_TRUE(again.reply);
-    EXPECT_EQ(again.left.privileges, after_);
+    EXPECT_EQ(again.left.privileges, recent());
     EXPECT_EQ(*again.reply, cleanReply_);
   }
 
-  void check(FaultWorld& world, FaultPlan& plan) const {
+  void check(FaultWorld& world, FaultPlan& plan) override {
     const Outcome outcome = world.run(plan);
     checkException(outcome, plan);
     checkNothingIsHeld(world);
@@ -153,44 +129,19 @@ class PrivilegesFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scen
     checkLines(world, plan);
     if (outcome.reply) {
       checkReadReply(outcome, plan);
-      if (scenario().operation == "writeSettings") checkWriteReply(outcome, plan);
+      if (writes()) checkWriteReply(outcome, plan);
     }
     checkSendingItAgain(world);
   }
-
-  FolderPrivileges before_;
-  FolderPrivileges after_;
-  Dictionary cleanReply_;
 };
 
 TEST_P(PrivilegesFaultSweepTest, EveryCallMayFail) {
-  constexpr std::size_t kMoreThanAnyRequestMakes = 1000;
-  for (std::size_t call = 1;; ++call) {
-    ASSERT_LT(call, kMoreThanAnyRequestMakes);
-    FaultPlan plan(call);
-    plan.setError(mode().error);
-    if (mode().keepFailing) plan.keepFailing();
-    FaultWorld world(scenario());
-    check(world, plan);
-    if (HasFailure()) FAIL() << "call " << call << ": " << plan.failedCall();
-    if (!plan.fired()) {
-      EXPECT_GT(call, 15U) << "a sweep of nothing";
-      return;
-    }
-  }
+  EXPECT_GE(failEveryCall().size(), 15U) << "a sweep of nothing";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Requests, PrivilegesFaultSweepTest,
-    ::testing::Combine(::testing::Values(replaceAll(), clearAcl(), replaceInvalidAcl(), readAll()),
-                       ::testing::Values(FaultMode{"Once", EIO, false},
-                                         FaultMode{"OnceWithoutANumber", std::nullopt, false},
-                                         FaultMode{"FromThenOn", ENOSPC, true},
-                                         FaultMode{"FromThenOnWithoutANumber", std::nullopt,
-                                                   true})),
-    [](const auto& test) {
-      return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(Requests, PrivilegesFaultSweepTest,
+                         inEveryMode(replaceAll(), clearAcl(), replaceInvalidAcl(), readAll()),
+                         sweepName);
 
 }  // namespace
 }  // namespace paddock

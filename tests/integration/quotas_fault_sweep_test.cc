@@ -3,13 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <filesystem>
-#include <future>
 #include <set>
-#include <tuple>
 
-#include "fault_world.h"
+#include "fault_sweep.h"
 #include "support/open_descriptors.h"
 #include "support/temporary_folder.h"
 #include "support/volume_fixture.h"
@@ -44,11 +41,8 @@ void prepareFilled(ModuleDoubles& doubles) {
   doubles.quotaControl.setOn(volume());
 }
 
-Dictionary selecting() { return {{"optionalArguments", Dictionary{{"path", volume()}}}}; }
 Dictionary switching(bool on) {
-  Dictionary request = selecting();
-  request.set("configuration", Dictionary{{"volumeQuotas", Dictionary{{"isEnabled", on}}}});
-  return request;
+  return writing(volume(), {{"volumeQuotas", Dictionary{{"isEnabled", on}}}});
 }
 
 Scenario switchOn() { return {"SwitchOn", prepareEmpty, "writeSettings", switching(true)}; }
@@ -56,23 +50,15 @@ Scenario switchOnAgain() {
   return {"SwitchOnAgain", prepareFilled, "writeSettings", switching(true)};
 }
 Scenario switchOff() { return {"SwitchOff", prepareFilled, "writeSettings", switching(false)}; }
-Scenario readUsage() { return {"ReadUsage", prepareFilled, "readSettings", selecting()}; }
+Scenario readUsage() { return {"ReadUsage", prepareFilled, "readSettings", selecting(volume())}; }
 
-class QuotasFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario, FaultMode>> {
+class QuotasFaultSweepTest : public FaultSweep {
  protected:
-  const Scenario& scenario() const { return std::get<0>(GetParam()); }
-  const FaultMode& mode() const { return std::get<1>(GetParam()); }
-  bool writes() const { return scenario().operation == "writeSettings"; }
   bool switchesOn() const { return std::string(scenario().name).rfind("SwitchOn", 0) == 0; }
 
-  void SetUp() override {
-    FaultWorld world(scenario());
-    filledBefore_ = readWholeFile(userFile());
-    FaultPlan none;
-    const Outcome clean = world.run(none);
-    ASSERT_TRUE(clean.reply);
-    ASSERT_EQ(clean.reply->integer(writes() ? "writeStatus" : "readStatus"), 0);
-    cleanReply_ = *clean.reply;
+  void noteBefore(FaultWorld&) override { filledBefore_ = readWholeFile(userFile()); }
+  void noteAfter(FaultWorld& world) override {
+    ASSERT_EQ(cleanReply_.integer(writes() ? "writeStatus" : "readStatus"), 0);
     ASSERT_EQ(world.doubles.quotaControl.isOn(volume()),
               std::string(scenario().name) != "SwitchOff");
   }
@@ -148,7 +134,7 @@ class QuotasFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario
     }
   }
 
-  void check(FaultWorld& world, FaultPlan& plan) const {
+  void check(FaultWorld& world, FaultPlan& plan) override {
     const LeftOpen leftOpen;
     const Outcome outcome = world.run(plan);
     for (const std::string& path : leftOpen.paths()) EXPECT_EQ(path, userFile());
@@ -160,12 +146,7 @@ class QuotasFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario
     } else {
       checkReadReply(*outcome.reply, plan);
     }
-    const bool free = std::async(std::launch::async, [] {
-                        if (!gSettingsDictLock->try_lock()) return false;
-                        gSettingsDictLock->unlock();
-                        return true;
-                      }).get();
-    ASSERT_TRUE(free) << "the lock is held";
+    checkNothingIsHeld(world);
     FaultPlan none;
     const Outcome again = world.run(none);
     ASSERT_TRUE(again.reply);
@@ -173,25 +154,10 @@ class QuotasFaultSweepTest : public ::testing::TestWithParam<std::tuple<Scenario
   }
 
   std::string filledBefore_;
-  Dictionary cleanReply_;
 };
 
 TEST_P(QuotasFaultSweepTest, EveryCallMayFail) {
-  std::set<std::string> failed;
-  for (std::size_t call = 1;; ++call) {
-    constexpr std::size_t kMoreThanAnyRequestMakes = 1000;
-    ASSERT_LT(call, kMoreThanAnyRequestMakes);
-    FaultPlan plan(call);
-    plan.setError(mode().error);
-    if (mode().keepFailing) plan.keepFailing();
-    FaultWorld world(scenario());
-    check(world, plan);
-    if (HasFailure()) {
-      FAIL() << "call " << call << ": " << plan.failedCall();
-    }
-    if (!plan.fired()) break;
-    failed.insert(plan.failedCall());
-  }
+  const auto failed = failEveryCall();
   // What a sweep of quotas is about.
   std::set<std::string> expected = {"quotaControl.quotactl"};
   if (switchesOn()) expected.insert("programRunner.start");
@@ -200,20 +166,12 @@ TEST_P(QuotasFaultSweepTest, EveryCallMayFail) {
                      "volumeInfo.statistics"});
   }
   if (!writes()) expected.insert({"volumeInfo.statistics", "accounts.getpwuid"});
-  for (const std::string& name : expected) EXPECT_TRUE(failed.contains(name)) << name;
+  for (const std::string& name : expected) EXPECT_THAT(failed, ::testing::Contains(name));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Requests, QuotasFaultSweepTest,
-    ::testing::Combine(::testing::Values(switchOn(), switchOnAgain(), switchOff(), readUsage()),
-                       ::testing::Values(FaultMode{"Once", EIO, false},
-                                         FaultMode{"OnceWithoutANumber", std::nullopt, false},
-                                         FaultMode{"FromThenOn", ENOSPC, true},
-                                         FaultMode{"FromThenOnWithoutANumber", std::nullopt,
-                                                   true})),
-    [](const auto& test) {
-      return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(Requests, QuotasFaultSweepTest,
+                         inEveryMode(switchOn(), switchOnAgain(), switchOff(), readUsage()),
+                         sweepName);
 
 }  // namespace
 }  // namespace paddock
