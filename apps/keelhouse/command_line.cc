@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "base/installed_root.h"
 #include "keelhouse/options.h"
 #include "keelhouse/socket_path.h"
 #include "keelhouse/status_command.h"
@@ -34,7 +35,7 @@ void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
 std::string socketOf(const CLI::App& program, const GlobalOptions& options) {
   if (program.count("--socket") > 0) return options.socket;
   if (program.count("--root") > 0) return socketBelow(options.root);
-  return socketBelow(rootOfExecutable(runningExecutable()));
+  return socketBelow(rootOfInstalled(runningExecutable(), "/usr/sbin/keelhouse"));
 }
 
 int numberOf(ExitStatus status) { return static_cast<int>(status); }

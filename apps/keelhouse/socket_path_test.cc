@@ -5,13 +5,6 @@
 namespace paddock::keelhouse {
 namespace {
 
-TEST(SocketPath, isFoundFromWhereTheExecutableStands) {
-  EXPECT_EQ(rootOfExecutable("/opt/tree/usr/sbin/keelhouse"), "/opt/tree");
-  EXPECT_EQ(rootOfExecutable("/usr/sbin/keelhouse"), "");
-  EXPECT_EQ(rootOfExecutable("/home/me/build/bin/keelhouse"), "");
-  EXPECT_EQ(rootOfExecutable(""), "");
-}
-
 TEST(SocketPath, liesBelowTheRoot) {
   EXPECT_EQ(socketBelow(""), "/run/paddock/paddockd.sock");
   EXPECT_EQ(socketBelow("/"), "/run/paddock/paddockd.sock");

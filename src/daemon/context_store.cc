@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/file_access.h"
 #include "base/system_call.h"
-#include "daemon/file_access.h"
 #include "paddock/sys_logger.h"
 #include "wire/property_list.h"
 

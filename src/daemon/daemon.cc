@@ -12,10 +12,11 @@
 #include <iostream>
 #include <optional>
 
+#include "base/file_access.h"
+#include "base/installed_root.h"
 #include "base/system_call.h"
-#include "daemon/configuration.h"
+#include "configuration/configuration.h"
 #include "daemon/daemon_host.h"
-#include "daemon/file_access.h"
 #include "daemon/http_server.h"
 #include "daemon/idle_clock.h"
 #include "daemon/listening_socket.h"
@@ -127,7 +128,9 @@ void serve(const Paths& paths, const Configuration& configuration, const sigset_
 int runDaemon(const Options& options) {
   settleAllocator();
   openStandardDescriptors();
-  const std::string root = options.root ? rootFromArgument(*options.root) : rootOfThisProgram();
+  const std::string root = options.root
+                               ? rootFromArgument(*options.root)
+                               : rootOfInstalled(runningExecutable(), "/usr/sbin/paddockd");
   const Paths paths(root);
   const std::string file = options.configuration.value_or(paths.configuration());
   std::vector<ConfigurationProblem> problems;

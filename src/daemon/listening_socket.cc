@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/file_access.h"
 #include "base/system_call.h"
-#include "daemon/file_access.h"
 
 namespace paddock {
 namespace {

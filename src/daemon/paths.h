@@ -29,10 +29,4 @@ class Paths {
 // The root that `argument` ("--root") names: absolute, without a slash at its end, empty for "/".
 std::string rootFromArgument(const std::string& argument);
 
-// DIR for the executable DIR/usr/sbin/NAME, so that an installed tree runs where it stands; empty
-// for every other executable and for "/usr/sbin/NAME".
-std::string rootFromExecutable(const std::string& executable);
-// The same for the running program.
-std::string rootOfThisProgram();
-
 }  // namespace paddock

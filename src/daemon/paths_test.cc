@@ -24,12 +24,5 @@ TEST(Paths, TheRootArgumentIsMadeAbsoluteAndLosesItsLastSlash) {
   EXPECT_EQ(rootFromArgument("tree"), (std::filesystem::current_path() / "tree").string());
 }
 
-TEST(Paths, AnInstalledExecutableFindsItsTree) {
-  EXPECT_EQ(rootFromExecutable("/srv/tree/usr/sbin/paddockd"), "/srv/tree");
-  EXPECT_EQ(rootFromExecutable("/usr/sbin/paddockd"), "");
-  EXPECT_EQ(rootFromExecutable("/home/me/build/bin/paddockd"), "");
-  EXPECT_EQ(rootFromExecutable("/srv/usr/bin/paddockd"), "");
-}
-
 }  // namespace
 }  // namespace paddock

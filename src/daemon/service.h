@@ -3,9 +3,9 @@
 
 #include <chrono>
 
+#include "configuration/configuration.h"
 #include "daemon/access_policy.h"
 #include "daemon/audit_log.h"
-#include "daemon/configuration.h"
 #include "daemon/plugin_registry.h"
 #include "daemon/request_id.h"
 

@@ -22,9 +22,7 @@ namespace paddock {
 // Serialises all work of the module. Made by `SharingRequestHandler::initialize`, never destroyed.
 extern std::mutex* gSettingsDictLock;
 
-class SharingRequestHandler : public PluginRequestHandler,
-                              public NetServiceOwner,
-                              public NetServiceDelegate {
+class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwner {
  public:
   // The class's one-time initialisation: creates `gSettingsDictLock`. Further calls do nothing.
   static void initialize();

@@ -107,6 +107,10 @@ class Publication : public NetService {
  public:
   explicit Publication(bool& gone) : gone_(gone) {}
   ~Publication() override { gone_ = true; }
+  void setDelegate(NetServiceDelegate*) override {}
+  bool setTxtRecordData(const Data&) override { return true; }
+  void publish() override {}
+  void stop() override {}
 
  private:
   bool& gone_;

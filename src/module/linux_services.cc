@@ -3,11 +3,10 @@
 #include "paddock/host.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/accounting_quota_control.h"
-#include "platform/linux/file_privileges.h"
+#include "platform/linux/configured_options.h"
 #include "platform/linux/kernel_quota_control.h"
 #include "platform/linux/linux_browser_information.h"
 #include "platform/linux/linux_clock.h"
-#include "platform/linux/linux_directory.h"
 #include "platform/linux/linux_host_name.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/linux/linux_metadata_stores.h"
@@ -15,7 +14,7 @@
 #include "platform/linux/linux_text_files.h"
 #include "platform/linux/linux_uuid_source.h"
 #include "platform/linux/linux_volume_info.h"
-#include "platform/linux/winbind_sids.h"
+#include "platform/linux/silent_net_services.h"
 #include "platform/services.h"
 
 namespace paddock {
@@ -24,17 +23,6 @@ namespace {
 
 constexpr const char* kMetadataStoresPath = "/var/lib/paddock/metadata-stores.sqlite";
 constexpr const char* kQuotaAccountingPath = "/var/lib/paddock/quota-accounting";
-
-LinuxDirectoryOptions directoryOptions() {
-  LinuxDirectoryOptions options;
-  options.databasePath = hostPath(options.databasePath);
-  // A tree of its own brings its own PAM service; the system's is where the system keeps it.
-  if (!host().root().empty()) options.pam->configurationFolder = hostPath("/etc/pam.d");
-  const Dictionary* access = host().configuration().dictionary("access");
-  const std::string* adminGroup = access != nullptr ? access->string("admin_group") : nullptr;
-  if (adminGroup != nullptr) options.adminGroup = *adminGroup;
-  return options;
-}
 
 std::vector<std::string> textsOf(const Array& array) {
   std::vector<std::string> texts;
@@ -74,33 +62,14 @@ std::vector<std::string> indexingCommand() {
   return words != nullptr ? textsOf(*words) : std::vector<std::string>();
 }
 
-const Dictionary* aclTable() { return host().configuration().dictionary("acl"); }
-
-FilePrivilegesOptions privilegesOptions() {
-  FilePrivilegesOptions options;
-  options.databasePath = hostPath(options.databasePath);
-  options.rememberedSidsPath = hostPath(options.rememberedSidsPath);
-  const Dictionary* table = aclTable();
-  if (table == nullptr) return options;
-  if (const std::string* attribute = table->string("attribute")) options.attribute = *attribute;
-  options.projection = table->boolean("projection").value_or(options.projection);
-  return options;
-}
-
-// Winbind is the system's, and makes up ids for SIDs that it is asked about: a daemon in a tree of
-// its own leaves it alone, unless it is told to ask.
-std::unique_ptr<SidResolver> sidResolver() {
-  const Dictionary* table = aclTable();
-  const auto wanted = table != nullptr ? table->boolean("winbind") : std::nullopt;
-  return wanted.value_or(host().root().empty()) ? makeWinbindResolver() : nullptr;
-}
-
 }  // namespace
 
 struct InstalledServices::Parts {
-  LinuxDirectoryService directory{directoryOptions()};
+  LinuxDirectoryService directory{configuredDirectory(host().configuration(), host().root())};
   LinuxMembership membership{directory};
-  FilePrivileges privileges{privilegesOptions(), directory, membership, sidResolver()};
+  FilePrivileges privileges{configuredPrivileges(host().configuration(), host().root()), directory,
+                            membership,
+                            configuredSidResolver(host().configuration(), host().root())};
   LinuxVolumeInfo volumeInfo{volumeFamilies()};
   std::unique_ptr<QuotaControl> quotaControl = makeQuotaControl(volumeInfo);
   LinuxBrowserInformation browserInformation;
@@ -112,6 +81,7 @@ struct InstalledServices::Parts {
   HostProgramRunner programRunner;
   HostPluginCommands pluginCommands;
   HostLogger logger;
+  SilentNetServices netServices;
   LinuxMetadataStores metadataStores{
       {.path = hostPath(kMetadataStoresPath), .logger = &logger, .clock = &clock}};
   ServicesGuard guard{services()};
@@ -136,6 +106,7 @@ struct InstalledServices::Parts {
     all.sharedFileLists = &sharedFileLists;
     all.textFiles = &textFiles;
     all.metadataStores = &metadataStores;
+    all.netServices = &netServices;
     all.indexingCommand = indexingCommand();
     all.exportsPath = hostPath(all.exportsPath);
     const Value* checker = volumesKey("quota_checker");

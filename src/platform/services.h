@@ -22,6 +22,7 @@ class HostName;
 class Logger;
 class Membership;
 class MetadataStores;
+class NetServices;
 class PluginCommands;
 class ProgramRunner;
 class QuotaControl;
@@ -48,6 +49,7 @@ struct Services {
   QuotaControl* quotaControl = nullptr;
   BrowserInformationService* browserInformation = nullptr;
   MetadataStores* metadataStores = nullptr;
+  NetServices* netServices = nullptr;
   std::string exportsPath = "/etc/exports";
   // For the program runner, which takes it below the host's root.
   std::string quotaCheckerPath = "/sbin/quotacheck";

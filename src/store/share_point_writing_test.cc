@@ -21,6 +21,9 @@ class NoPublication : public NetServiceOwner {
  public:
   std::shared_ptr<NetService> netService() const override { return nullptr; }
   void setNetService(std::shared_ptr<NetService>) override {}
+  void netServiceWillPublish(NetService&) override {}
+  void netServiceDidNotPublish(NetService&, const Dictionary&) override {}
+  void netServiceDidStop(NetService&) override {}
 };
 
 class SharePointWritingTest : public ModuleFixture {

@@ -36,7 +36,7 @@ def keys_in(text):
 
 
 def keys_of_daemon():
-    path = os.path.join(PROJECT, "src", "daemon", "configuration_schema.cc")
+    path = os.path.join(PROJECT, "src", "configuration", "configuration_schema.cc")
     with open(path, encoding="utf-8") as f:
         return set(re.findall(r'ConfigurationKey\{"(\w+)", "(\w+)"', f.read()))
 

@@ -1,4 +1,4 @@
-#include "daemon/file_access.h"
+#include "base/file_access.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

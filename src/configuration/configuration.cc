@@ -1,4 +1,4 @@
-#include "daemon/configuration.h"
+#include "configuration/configuration.h"
 
 #include <toml++/toml.h>
 
@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <set>
 
+#include "base/file_access.h"
 #include "base/system_call.h"
-#include "daemon/configuration_schema.h"
-#include "daemon/file_access.h"
+#include "configuration/configuration_schema.h"
 
 namespace paddock {
 namespace {

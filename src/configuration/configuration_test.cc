@@ -1,4 +1,4 @@
-#include "daemon/configuration.h"
+#include "configuration/configuration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "daemon/configuration_schema.h"
+#include "configuration/configuration_schema.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-// The daemon's own files and folders.
+// Small files that are read or replaced whole, and folders of the process' own.
 #pragma once
 
 #include <sys/types.h>
@@ -22,9 +22,9 @@ bool writeAll(int descriptor, std::string_view bytes);
 // as it was: temporary file, fsync, rename, fsync of the folder. Throws std::system_error.
 void replaceFile(int folder, const std::string& name, std::string_view bytes, mode_t mode);
 
-// Opens a folder of the daemon's own, making it, and what is missing above it, first. It
-// must belong to the daemon's user, be no symbolic link, and not be writable by others. Throws
-// std::system_error.
+// Opens a folder of the process' own, making it, and what is missing above it, first. It
+// must belong to the user of this process, be no symbolic link, and not be writable by others.
+// Throws std::system_error.
 FileDescriptor openOwnFolder(const std::string& path, mode_t mode);
 
 }  // namespace paddock

@@ -1,0 +1,40 @@
+#include "platform/linux/configured_options.h"
+
+#include "platform/linux/winbind_sids.h"
+
+namespace paddock {
+
+LinuxDirectoryOptions configuredDirectory(const Dictionary& configuration,
+                                          const std::string& root) {
+  LinuxDirectoryOptions options;
+  options.databasePath = root + options.databasePath;
+  // A tree of its own brings its own PAM service; the system's is where the system keeps it.
+  if (!root.empty()) options.pam->configurationFolder = root + "/etc/pam.d";
+  const Dictionary* access = configuration.dictionary("access");
+  const std::string* adminGroup = access != nullptr ? access->string("admin_group") : nullptr;
+  if (adminGroup != nullptr) options.adminGroup = *adminGroup;
+  return options;
+}
+
+FilePrivilegesOptions configuredPrivileges(const Dictionary& configuration,
+                                           const std::string& root) {
+  FilePrivilegesOptions options;
+  options.databasePath = root + options.databasePath;
+  options.rememberedSidsPath = root + options.rememberedSidsPath;
+  const Dictionary* table = configuration.dictionary("acl");
+  if (table == nullptr) return options;
+  if (const std::string* attribute = table->string("attribute")) options.attribute = *attribute;
+  options.projection = table->boolean("projection").value_or(options.projection);
+  return options;
+}
+
+// Winbind is the system's, and makes up ids for SIDs that it is asked about: a daemon in a tree of
+// its own leaves it alone, unless it is told to ask.
+std::unique_ptr<SidResolver> configuredSidResolver(const Dictionary& configuration,
+                                                   const std::string& root) {
+  const Dictionary* table = configuration.dictionary("acl");
+  const auto wanted = table != nullptr ? table->boolean("winbind") : std::nullopt;
+  return wanted.value_or(root.empty()) ? makeWinbindResolver() : nullptr;
+}
+
+}  // namespace paddock
