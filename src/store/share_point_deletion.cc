@@ -5,6 +5,7 @@
 #include "platform/shared_file_list.h"
 #include "store/directory_access.h"
 #include "store/schema.h"
+#include "store/service_synchronisation.h"
 #include "store/share_point_automount.h"
 #include "store/share_point_reading.h"
 #include "volumes/md_config_wrappers.h"
@@ -56,6 +57,8 @@ void delete_sharepoint(const std::string& identifier, const Array& credentials) 
   if (MDConfigWrappers::isIndexingEnabledAtPath(identifier)) {
     MDConfigWrappers::setIsIndexingEnabled(false, identifier);
   }
+  // Deliberate: once for every deletion, however many a request has.
+  sync_share_point_services();
 }
 
 }  // namespace paddock

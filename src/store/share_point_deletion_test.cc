@@ -240,6 +240,25 @@ TEST_F(SharePointDeletionTest, StepsComeInTheirOrder) {
                    "createSharePointList ", "removeRecord r"}));
 }
 
+TEST_F(SharePointDeletionTest, TheServicesAreToldOnceAtTheEnd) {
+  trace.forgetCalls();
+  delete_sharepoint("/srv/a", {});
+  EXPECT_EQ(trace.sequence({"removeRecord", "run", "doCommand"}),
+            (Names{"removeRecord a", "run /usr/sbin/keelhouse", "doCommand paddock_nfs",
+                   "run /usr/libexec/samba/synchronize-shares"}));
+}
+
+TEST_F(SharePointDeletionTest, TheServicesAreToldOfAPathThatIsNotSharedToo) {
+  delete_sharepoint("/srv/c", {});
+  EXPECT_EQ(trace.count("run"), 2U);
+}
+
+TEST_F(SharePointDeletionTest, ServicesThatCannotBeToldAreNoError) {
+  programs.setOutcomeOfOthers({ENOENT, "", "missing"});
+  delete_sharepoint("/srv/a", {});
+  EXPECT_EQ(sharePointNames(), (Names{"b"}));
+}
+
 TEST_F(SharePointDeletionTest, NoSessionIsLeftOpen) {
   delete_sharepoint("/srv/a", {});
   trace.raise("removeRecord", DirectoryError(EIO, "damaged"));

@@ -6,6 +6,7 @@
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "store/exception_text.h"
+#include "store/service_synchronisation.h"
 #include "store/share_point_deletion.h"
 #include "store/share_point_update.h"
 
@@ -44,6 +45,7 @@ Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
     deleteMarked(sharePoints, credentials);
     writeOthers(sharePoints, credentials, overall);
     shared_exports_parser().writeFile();
+    sync_share_point_services();
   } catch (...) {
     logEndOfCall(describe_current_exception());
   }

@@ -50,6 +50,8 @@ class SharePointWritingTest : public ModuleFixture {
     return texts;
   }
 
+  const Names synchronisation_{"run /usr/sbin/keelhouse", "doCommand paddock_nfs",
+                               "run /usr/libexec/samba/synchronize-shares"};
   std::vector<SharePointRecord> sharePoints_;
   Context context_;
 };
@@ -230,6 +232,34 @@ TEST_F(SharePointWritingTest, CredentialsOfAnyShapeDoNoHarm) {
   EXPECT_EQ(write({share("a")}, {7, "x", Dictionary{{"nodePath", "/Local"}}}), 0);
 }
 
+TEST_F(SharePointWritingTest, AnEmptyListTellsTheServicesOnce) {
+  EXPECT_EQ(write({}), 0);
+  EXPECT_EQ(trace.sequence({"run", "doCommand"}), synchronisation_);
+}
+
+TEST_F(SharePointWritingTest, TheServicesAreToldAfterEachDeletionAndOnceAtTheEnd) {
+  addSharePoint("a", "/srv/a");
+  addSharePoint("b", "/srv/b");
+  setExportsFile("# by hand\n\n");
+  EXPECT_EQ(write({share("c"), deletion("/srv/a"), share("d"), deletion("/srv/b")}), 0);
+  Names expected{"removeRecord a"};
+  expected.insert(expected.end(), synchronisation_.begin(), synchronisation_.end());
+  expected.emplace_back("removeRecord b");
+  expected.insert(expected.end(), synchronisation_.begin(), synchronisation_.end());
+  for (const char* step : {"newRecord c", "newRecord d", "replace /etc/exports"}) {
+    expected.emplace_back(step);
+  }
+  expected.insert(expected.end(), synchronisation_.begin(), synchronisation_.end());
+  EXPECT_EQ(trace.sequence({"removeRecord", "newRecord", "replace", "run", "doCommand"}), expected);
+}
+
+TEST_F(SharePointWritingTest, WhatTheServicesAnswerIsNoStatus) {
+  programs.setOutcomeOfOthers({ENOENT, "", "missing"});
+  addSharePoint("b", "/srv/b");
+  EXPECT_EQ(write({share("a"), deletion("/srv/b")}), 0);
+  EXPECT_TRUE(errorLines().empty());
+}
+
 class WritingExceptionTest : public SharePointWritingTest {};
 
 TEST_F(WritingExceptionTest, TheThirdOfFiveEndsTheCallWithTheFirstTwoWritten) {
@@ -295,6 +325,30 @@ TEST_F(WritingExceptionTest, AFolderQuestionThatRaisesLeavesNoHalfMadeRecord) {
   trace.raise("statfs", std::runtime_error("broken"), 1);
   EXPECT_EQ(write({share("a"), share("b")}), 0);
   EXPECT_TRUE(sharePointNames().empty());
+}
+
+TEST_F(WritingExceptionTest, AnEarlierOneLeavesTheServicesUntold) {
+  trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1);
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(trace.sequence({"run", "doCommand"}), Names());
+}
+
+TEST_F(WritingExceptionTest, OneOfTellingTheServicesIsLoggedWhenAllAreTold) {
+  volumes.setError("/srv/a", EIO);
+  trace.raise("doCommand", std::runtime_error("no sibling"));
+  EXPECT_EQ(write({share("a")}), CANNOT_SAVE_SHARE_POINT_ERR);
+  EXPECT_EQ(trace.sequence({"run", "doCommand"}), synchronisation_);
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: no sibling"}));
+}
+
+TEST_F(WritingExceptionTest, OneOfTellingTheServicesOfADeletionEndsTheCall) {
+  addSharePoint("a", "/srv/a");
+  addSharePoint("b", "/srv/b");
+  trace.raise("doCommand", DirectoryError(EIO, "no sibling"), 1);
+  EXPECT_EQ(write({deletion("/srv/a"), deletion("/srv/b"), share("c")}), 0);
+  EXPECT_EQ(sharePointNames(), (Names{"b"}));
+  EXPECT_EQ(trace.sequence({"run", "doCommand", "replace"}), synchronisation_);
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 5"}));
 }
 
 TEST_F(WritingExceptionTest, NoSessionIsLeftOpen) {

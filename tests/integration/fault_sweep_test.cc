@@ -275,7 +275,12 @@ std::string pathOf(const std::string& line) { return line.substr(0, line.find(' 
 class FaultSweepTest : public FaultSweep {
  protected:
   void noteAfter(FaultWorld&) override {
-    cleanEffects_.push_back("replace /etc/exports");  // at the latest at the end
+    // The exports file is written again at the end, just before the services are told.
+    const auto toldLast = std::find(cleanEffects_.rbegin(), cleanEffects_.rend(),
+                                    std::string("run /usr/sbin/keelhouse"));
+    if (toldLast != cleanEffects_.rend()) {
+      cleanEffects_.insert(std::prev(toldLast.base()), "replace /etc/exports");
+    }
   }
 
   void checkException(const Outcome& outcome, const FaultPlan& plan) const;

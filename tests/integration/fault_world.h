@@ -141,9 +141,10 @@ class FaultWorld {
     } catch (const std::exception& error) {
       ADD_FAILURE() << "left the operation: " << error.what();
     }
-    outcome.effects = trace.sequence(
-        {"newRecord", "removeRecord", "setAttribute", "removeAttribute", "setAttributesAndValues",
-         "insertLast", "removeItem", "replace", "doCommand", "applyAttributes", "acl_set_file"});
+    outcome.effects =
+        trace.sequence({"newRecord", "removeRecord", "setAttribute", "removeAttribute",
+                        "setAttributesAndValues", "insertLast", "removeItem", "replace",
+                        "doCommand", "run", "applyAttributes", "acl_set_file"});
     outcome.left = snapshotOf(doubles, scenario_);
     return outcome;
   }

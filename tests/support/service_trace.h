@@ -21,6 +21,7 @@
 #include "platform/file_attributes.h"
 #include "platform/metadata_stores.h"
 #include "platform/plugin_commands.h"
+#include "platform/program_runner.h"
 #include "platform/quota_control.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
@@ -415,6 +416,36 @@ class TracedPluginCommands : public PluginCommands {
   ServiceTrace& trace_;
 };
 
+// Operations: run, start; subject: the path, detail: the arguments with a blank between them. A
+// number is the errno of starting the program.
+class TracedProgramRunner : public ProgramRunner {
+ public:
+  TracedProgramRunner(ProgramRunner& runner, ServiceTrace& trace)
+      : runner_(runner), trace_(trace) {}
+
+  ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override {
+    const int number = trace_.before("run", path, joined(arguments));
+    if (number == 0) return runner_.run(path, arguments);
+    ProgramOutcome outcome;
+    outcome.status = number;
+    return outcome;
+  }
+  int start(const std::string& path, const std::vector<std::string>& argumentVector) override {
+    const int number = trace_.before("start", path, joined(argumentVector));
+    return number != 0 ? number : runner_.start(path, argumentVector);
+  }
+
+ private:
+  static std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+    return text;
+  }
+
+  ProgramRunner& runner_;
+  ServiceTrace& trace_;
+};
+
 // Operation: newUuid.
 class TracedUuidSource : public UuidSource {
  public:
@@ -543,6 +574,7 @@ class TracedServices {
         volumes_(*wrapped.volumeInfo, trace),
         sharedFiles_(*wrapped.sharedFileLists, trace),
         plugins_(*wrapped.pluginCommands, trace),
+        programs_(*wrapped.programRunner, trace),
         uuids_(*wrapped.uuidSource, trace),
         fileAttributes_(*wrapped.fileAttributes, trace),
         acl_(*wrapped.acl, trace),
@@ -554,6 +586,7 @@ class TracedServices {
     services_.volumeInfo = &volumes_;
     services_.sharedFileLists = &sharedFiles_;
     services_.pluginCommands = &plugins_;
+    services_.programRunner = &programs_;
     services_.uuidSource = &uuids_;
     services_.fileAttributes = &fileAttributes_;
     services_.acl = &acl_;
@@ -571,6 +604,7 @@ class TracedServices {
   TracedVolumeInfo volumes_;
   TracedSharedFileLists sharedFiles_;
   TracedPluginCommands plugins_;
+  TracedProgramRunner programs_;
   TracedUuidSource uuids_;
   TracedFileAttributes fileAttributes_;
   TracedAcl acl_;
