@@ -89,7 +89,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
     return endParsing(program, reason, out, error);
   }
   const DaemonClient daemon(socketOf(program, options));
-  return perform(action, {daemon, out, options.json}, error);
+  return perform(action, {daemon, out, error, options.json}, error);
 }
 
 }  // namespace paddock::keelhouse

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/printable.h"
 #include "keelhouse/reply_status.h"
 
 namespace paddock::keelhouse {
@@ -47,9 +48,10 @@ Dictionary readSharePoint(const Session& session, const std::string& path) {
 }
 
 Dictionary writeSharePoint(const Session& session, const std::string& path, Dictionary record,
-                           const std::string& action) {
-  return settingsPart(writeFolder(session, path, {{kSharePoint, std::move(record)}}, action),
-                      kSharePoint);
+                           const std::string& action, Array nodeCredentials) {
+  Dictionary configuration{{kSharePoint, std::move(record)}};
+  if (!nodeCredentials.empty()) configuration.set("dsCredentials", std::move(nodeCredentials));
+  return settingsPart(writeFolder(session, path, std::move(configuration), action), kSharePoint);
 }
 
 bool isShared(const Dictionary& sharePoint) {
@@ -57,7 +59,7 @@ bool isShared(const Dictionary& sharePoint) {
 }
 
 Failure notShared(const std::string& path, const std::string& advice) {
-  return failure(path + " is not shared\n" + advice);
+  return failure(printable(path) + " is not shared\n" + advice);
 }
 
 }  // namespace paddock::keelhouse

@@ -25,9 +25,10 @@ Dictionary settingsPart(const Dictionary& reply, const char* key);
 // when the reply does not say.
 Dictionary readSharePoint(const Session& session, const std::string& path);
 
-// Writes the record, and gives the share point as the daemon read it back.
+// Writes the record, and gives the share point as the daemon read it back. `nodeCredentials` are
+// what the request carries for directory nodes ("dsCredentials").
 Dictionary writeSharePoint(const Session& session, const std::string& path, Dictionary record,
-                           const std::string& action);
+                           const std::string& action, Array nodeCredentials = {});
 
 bool isShared(const Dictionary& sharePoint);
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "base/printable.h"
 #include "base/system_call.h"
 #include "base/text.h"
 #include "keelhouse/failure.h"
@@ -71,7 +72,7 @@ void print(int descriptor, const std::string& text) {
 
 std::string askWithoutEcho(const std::string& prompt) {
   const QuietTerminal terminal(STDIN_FILENO);
-  print(STDERR_FILENO, prompt);
+  print(STDERR_FILENO, printable(prompt));
   std::string line = readLine(STDIN_FILENO);
   print(STDERR_FILENO, "\n");
   if (line.find(terminal.interruptKey()) != std::string::npos) throw failure("interrupted");

@@ -24,10 +24,7 @@ void checkName(const std::string& name) {
 Dictionary requestOn(const NodeAccess& access) {
   Dictionary request;
   if (!access.node.empty()) request.set("node", access.node);
-  if (access.account.empty()) return request;
-  request.set("adminUserName", access.account);
-  request.set("adminPassword",
-              readPassword(access.passwordDescriptor, "Password of " + access.account, false));
+  setCredentials(request, readCredentials(access.account));
   return request;
 }
 
@@ -115,8 +112,9 @@ ExitStatus deleteRecord(const Session& session, const NodeAccess& access, const 
 ExitStatus setPassword(const Session& session, const NodeAccess& access, const std::string& name,
                        int passwordDescriptor) {
   checkName(name);
-  const bool bothFromInput = !access.account.empty() && access.passwordDescriptor < 0 &&
-                             passwordDescriptor < 0 && ::isatty(STDIN_FILENO) != 1;
+  const bool bothFromInput = !access.account.name.empty() &&
+                             access.account.passwordDescriptor < 0 && passwordDescriptor < 0 &&
+                             ::isatty(STDIN_FILENO) != 1;
   if (bothFromInput) {
     throw usageFailure("standard input has one password: use --admin-password-fd too");
   }

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "keelhouse/credentials.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/session.h"
 
@@ -11,9 +12,8 @@ namespace paddock::keelhouse {
 
 // Which node, and who asks it. Without an account the daemon's own rights hold.
 struct NodeAccess {
-  std::string node;             // empty: "/Local"
-  std::string account;          // empty: none
-  int passwordDescriptor = -1;  // of the account; -1: asked for
+  std::string node;  // empty: "/Local"
+  NodeAccount account;
 };
 
 ExitStatus listRecords(const Session& session, const NodeAccess& access, const std::string& type);

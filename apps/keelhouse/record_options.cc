@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "keelhouse/account_options.h"
 #include "keelhouse/options.h"
 #include "keelhouse/record_commands.h"
 
@@ -25,13 +26,7 @@ CLI::App* addCommand(CLI::App& group, Action& action, const char* name, const ch
                      const SharedOptions& options, RecordCommand run) {
   auto* command = group.add_subcommand(name, description);
   command->add_option("--node", options->access.node, "Directory node, \"/Local\" if not given");
-  auto* account = command->add_option("--admin", options->access.account,
-                                      "Account that authenticates on the node first");
-  command
-      ->add_option("--admin-password-fd", options->access.passwordDescriptor,
-                   "Descriptor to read that account's password from")
-      ->check(CLI::NonNegativeNumber)
-      ->needs(account);
+  addAccount(*command, options->access.account, "--admin-password-fd");
   command->callback([options, run, &action] {
     action = [options, run](const Session& session) { return run(session, *options); };
   });

@@ -10,7 +10,8 @@ namespace paddock::keelhouse {
 struct Session {
   const DaemonClient& daemon;
   std::ostream& out;
-  bool json = false;  // raw values instead of text for people
+  std::ostream& notes;  // what the user should know besides; standard error
+  bool json = false;    // raw values instead of text for people
 };
 
 }  // namespace paddock::keelhouse

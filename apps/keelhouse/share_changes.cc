@@ -3,29 +3,13 @@
 #include "base/text.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/nfs_client.h"
+#include "keelhouse/share_automount.h"
+#include "keelhouse/share_names.h"
 #include "keelhouse/share_path.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-constexpr std::size_t kMaximumVspName = 31;
-
-void checkName(const std::optional<std::string>& name, const std::string& option) {
-  if (!name) return;
-  if (name->empty()) throw usageFailure(option + " cannot be empty");
-  if (!isValidUtf8(*name)) throw usageFailure(option + " is not UTF-8");
-}
-
-void checkNames(const ShareChanges& changes) {
-  checkName(changes.name, "--name");
-  checkName(changes.vspName, "--vsp-name");
-  checkName(changes.smbName, "--smb-name");
-  checkName(changes.ftpName, "--ftp-name");
-  if (changes.vspName && utf8Length(*changes.vspName) > kMaximumVspName) {
-    throw usageFailure("--vsp-name can have 31 characters");
-  }
-}
 
 // The name that a protocol gets when none was given: that of `stored`, or the folder's.
 std::string defaultName(const std::string& path, const Dictionary& stored, const char* key) {
@@ -37,7 +21,7 @@ std::string defaultName(const std::string& path, const Dictionary& stored, const
 }
 
 std::string defaultVspName(const std::string& path, const Dictionary& stored) {
-  return std::string(utf8Prefix(defaultName(path, stored, "nameOverVSP"), kMaximumVspName));
+  return std::string(utf8Prefix(defaultName(path, stored, "nameOverVSP"), kMaximumVspNameLength));
 }
 
 // SMB and FTP publish what has a name.
@@ -53,21 +37,31 @@ void setPublishedName(Dictionary& record, const std::string& path, const Diction
 
 void setExport(Dictionary& record, const ShareChanges& changes) {
   if (changes.noNfs) record.set("nfsExportRecord", Dictionary{{"isDeleted", true}});
-  if (changes.nfsClients.empty()) return;
   Array clients;
-  for (const std::string& client : changes.nfsClients) clients.push_back(parseNfsClient(client));
+  for (const std::string& client : changes.nfsClients) {
+    if (!client.empty()) clients.push_back(parseNfsClient(client));
+  }
+  if (clients.empty()) return;
   record.set("nfsExportRecord", Dictionary{{"clients", std::move(clients)}});
+}
+
+// What new and changed share points have in common.
+void setOthers(Dictionary& record, const ShareChanges& changes, const Dictionary& stored) {
+  setExport(record, changes);
+  setAutomount(record, changes, stored);
+  if (changes.backup) record.set("isBackstowBackup", *changes.backup);
+  if (changes.indexed) record.set("isIndexingEnabled", *changes.indexed);
 }
 
 }  // namespace
 
 bool ShareChanges::empty() const {
   return !name && !vspName && !smbName && !ftpName && !vsp && !smb && !ftp && nfsClients.empty() &&
-         !noNfs;
+         !noNfs && !automountPath && !automountNode && !noAutomount && !backup && !indexed;
 }
 
 Dictionary newShareRecord(const std::string& path, const ShareChanges& changes) {
-  checkNames(changes);
+  checkShareNames(changes);
   const Dictionary nothing;
   Dictionary record{{"path", path}};
   record.set("name", changes.name ? *changes.name : defaultName(path, nothing, "name"));
@@ -79,13 +73,13 @@ Dictionary newShareRecord(const std::string& path, const ShareChanges& changes) 
   if (changes.ftp.value_or(true)) {
     setPublishedName(record, path, nothing, "nameOverFTP", changes.ftpName, true);
   }
-  setExport(record, changes);
+  setOthers(record, changes, nothing);
   return record;
 }
 
 Dictionary changedShareRecord(const std::string& path, const ShareChanges& changes,
                               const Dictionary& stored) {
-  checkNames(changes);
+  checkShareNames(changes);
   // The stored path may differ from the given one by letter case, and stays as it is.
   const std::string* storedPath = stored.string("path");
   Dictionary record{{"path", storedPath != nullptr ? *storedPath : path}};
@@ -98,7 +92,7 @@ Dictionary changedShareRecord(const std::string& path, const ShareChanges& chang
   }
   setPublishedName(record, path, stored, "nameOverSMB", changes.smbName, changes.smb);
   setPublishedName(record, path, stored, "nameOverFTP", changes.ftpName, changes.ftp);
-  setExport(record, changes);
+  setOthers(record, changes, stored);
   return record;
 }
 

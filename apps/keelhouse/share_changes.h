@@ -18,19 +18,24 @@ struct ShareChanges {
   std::optional<bool> vsp;
   std::optional<bool> smb;
   std::optional<bool> ftp;
-  std::vector<std::string> nfsClients;  // as parseNfsClient reads them
+  std::vector<std::string> nfsClients;  // as parseNfsClient reads them; "": no client was named
   bool noNfs = false;
+  std::optional<std::string> automountPath;  // where clients mount it: over NFS with nfsClients
+  std::optional<std::string> automountNode;  // absent: the node that is stored
+  bool noAutomount = false;
+  std::optional<bool> backup;
+  std::optional<bool> indexed;
 
   bool empty() const;
 };
 
 // A new share point: published over VSP, SMB and FTP unless the changes say otherwise, each name
 // that was not given being the last part of the path (over VSP its first 31 characters). Throws
-// Failure (usage) for names that cannot be used.
+// Failure (usage) for names and automounts that cannot be used.
 Dictionary newShareRecord(const std::string& path, const ShareChanges& changes);
 
 // What changes in the share point `stored`, and nothing else. A protocol that is switched on
-// without a name keeps the stored one, or gets the last part of the path.
+// without a name keeps the stored one, or gets the last part of the path. Throws the same.
 Dictionary changedShareRecord(const std::string& path, const ShareChanges& changes,
                               const Dictionary& stored);
 

@@ -1,7 +1,13 @@
 #include "keelhouse/share_commands.h"
 
+#include <utility>
+
+#include "base/printable.h"
+#include "keelhouse/automount_change.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/share_automount.h"
+#include "keelhouse/share_notes.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
 #include "keelhouse/terminal_text.h"
@@ -19,6 +25,41 @@ void print(const Session& session, const Dictionary& sharePoint) {
   } else {
     session.out << formatSharePoint(sharePoint);
   }
+}
+
+void printNotes(const Session& session, const Dictionary& sharePoint) {
+  for (const std::string& note : notesOn(sharePoint)) {
+    session.notes << "keelhouse: note: " << note << '\n';
+  }
+}
+
+// The stored path may differ from the given one by letter case.
+std::string storedPath(const Dictionary& stored, const std::string& path) {
+  const std::string* found = stored.string("path");
+  return found != nullptr ? *found : path;
+}
+
+void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const char* key,
+                      const std::string& what) {
+  const auto want = wanted.boolean(key);
+  if (!want || found.boolean(key).value_or(false) == *want) return;
+  throw failure(what + " is still " + (*want ? "off" : "on") +
+                "\nThe daemon's log may say why (journalctl -u paddockd).");
+}
+
+// Writes `record`, prints what it became, and looks whether clients get to see it.
+ExitStatus writeAndShow(const Session& session, const std::string& path, const Dictionary& record,
+                        const std::string& action, const AutomountChange& automount) {
+  const Dictionary result = writeSharePoint(session, path, record, action, automount.credentials());
+  if (!isShared(result)) {
+    throw failure(printable(path) + " was written, but does not read back as shared");
+  }
+  print(session, result);
+  printNotes(session, result);
+  requireTakenOver(record, result, "isBackstowBackup", "its use for backups");
+  requireTakenOver(record, result, "isIndexingEnabled", "its indexing");
+  automount.check(result);
+  return ExitStatus::done;
 }
 
 }  // namespace
@@ -46,50 +87,57 @@ ExitStatus showShare(const Session& session, const std::string& typedPath) {
 }
 
 ExitStatus addShare(const Session& session, const std::string& typedPath,
-                    const ShareChanges& changes, bool force) {
+                    const ShareChanges& changes, const NodeAccount& account, bool force) {
   const std::string path = absolutePath(typedPath);
-  Dictionary record = newShareRecord(path, changes);
+  const Dictionary record = newShareRecord(path, changes);
   if (!force) requireFolder(path);
   if (isShared(readSharePoint(session, path))) {
-    throw failure(path + " is shared already\nChange it with: keelhouse share set PATH");
+    throw failure(printable(path) + " is shared already\nChange it with: keelhouse share set PATH");
   }
-  const Dictionary result =
-      writeSharePoint(session, path, std::move(record), path + " cannot be shared");
-  if (!isShared(result)) throw failure(path + " was written, but does not read back as shared");
-  print(session, result);
-  return ExitStatus::done;
+  const AutomountChange automount(session, path, planAutomount(changes, {}, false), account);
+  return writeAndShow(session, path, record, printable(path) + " cannot be shared", automount);
 }
 
 ExitStatus setShare(const Session& session, const std::string& typedPath,
-                    const ShareChanges& changes) {
-  if (changes.empty()) throw usageFailure("share set: no option says what to change");
+                    const ShareChanges& changes, const NodeAccount& account) {
+  const bool accountGiven = !account.name.empty();
+  if (changes.empty() && !accountGiven) {
+    throw usageFailure("share set: no option says what to change");
+  }
   const std::string path = absolutePath(typedPath);
   const Dictionary stored = readSharePoint(session, path);
   if (!isShared(stored)) throw notShared(path, "Share it with: keelhouse share add PATH");
-  const Dictionary result =
-      writeSharePoint(session, path, changedShareRecord(path, changes, stored),
-                      "the share point of " + path + " cannot be changed");
-  print(session, result);
-  return ExitStatus::done;
+  const Dictionary record = changedShareRecord(path, changes, stored);
+  AutomountPlan plan = planAutomount(changes, stored, accountGiven);
+  if (changes.empty() && plan.step == AutomountPlan::Step::none) {
+    throw failure(printable(path) + " is not automounted, so there is nothing to write as " +
+                  printable(account.name));
+  }
+  const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
+  return writeAndShow(session, path, record,
+                      "the share point of " + printable(path) + " cannot be changed", automount);
 }
 
-ExitStatus removeShare(const Session& session, const std::string& typedPath) {
+ExitStatus removeShare(const Session& session, const std::string& typedPath,
+                       const NodeAccount& account) {
   const std::string path = absolutePath(typedPath);
-  if (!isShared(readSharePoint(session, path))) {
-    throw notShared(path, "See what is: keelhouse share list");
-  }
-  const Dictionary result = writeSharePoint(session, path, {{"isShared", false}},
-                                            path + " cannot be taken out of sharing");
+  const Dictionary stored = readSharePoint(session, path);
+  if (!isShared(stored)) throw notShared(path, "See what is: keelhouse share list");
+  const AutomountChange automount(session, storedPath(stored, path), planAutomountRemoval(stored),
+                                  account);
+  const Dictionary result =
+      writeSharePoint(session, path, {{"isShared", false}},
+                      printable(path) + " cannot be taken out of sharing", automount.credentials());
   if (isShared(result)) {
-    throw failure(path +
-                  " is still shared\nThe daemon's log may say why (journalctl -u "
-                  "paddockd).");
+    throw failure(printable(path) +
+                  " is still shared\nThe daemon's log may say why (journalctl -u paddockd).");
   }
   if (session.json) {
     print(session, result);
   } else {
     session.out << printable(path) << " is no longer shared.\n";
   }
+  automount.check(result);
   return ExitStatus::done;
 }
 

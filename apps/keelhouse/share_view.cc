@@ -1,5 +1,6 @@
 #include "keelhouse/share_view.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "keelhouse/nfs_client.h"
@@ -11,9 +12,19 @@ namespace paddock::keelhouse {
 namespace {
 
 // The order in which a person looks for them; others follow in the order of their names.
-constexpr std::string_view kOrder[] = {"path",           "name",        "isSharedOverVSP",
-                                       "nameOverVSP",    "nameOverSMB", "nameOverFTP",
-                                       "nfsExportRecord"};
+constexpr std::string_view kOrder[] = {"path",
+                                       "name",
+                                       "isSharedOverVSP",
+                                       "nameOverVSP",
+                                       "nameOverSMB",
+                                       "nameOverFTP",
+                                       "nfsExportRecord",
+                                       "isAutomounted",
+                                       "automountMountPath",
+                                       "automountFileSystemType",
+                                       "automountDSPath",
+                                       "isBackstowBackup",
+                                       "backstowBackupUUID"};
 
 bool isOrdered(std::string_view key) {
   for (const auto ordered : kOrder) {
@@ -45,6 +56,20 @@ std::string exportText(const Dictionary* record) {
   return text.empty() ? "exported" : text;
 }
 
+std::string fileSystemText(std::int64_t type) { return type == 0 ? "VSP" : "NFS"; }
+
+// "/Network/Library over NFS by /LDAP/site". Empty for a folder that clients do not automount.
+std::string automountText(const Dictionary& sharePoint) {
+  if (!sharePoint.boolean("isAutomounted").value_or(false)) return {};
+  return cell(sharePoint.string("automountMountPath")) + " over " +
+         fileSystemText(sharePoint.integer("automountFileSystemType").value_or(0)) + " by " +
+         cell(sharePoint.string("automountDSPath"));
+}
+
+bool isBackup(const Dictionary& sharePoint) {
+  return sharePoint.boolean("isBackstowBackup").value_or(false);
+}
+
 std::vector<std::string> tableRow(const Dictionary& sharePoint) {
   const std::string exported = exportText(sharePoint.dictionary("nfsExportRecord"));
   return {cell(sharePoint.string("path")),
@@ -55,7 +80,21 @@ std::vector<std::string> tableRow(const Dictionary& sharePoint) {
           cell(&exported)};
 }
 
+// A column behind the others, unless it says nothing of any row but the first, its title.
+void appendColumn(std::vector<std::vector<std::string>>& rows,
+                  const std::vector<std::string>& cells) {
+  if (std::all_of(cells.begin() + 1, cells.end(), [](const auto& text) { return text.empty(); })) {
+    return;
+  }
+  for (std::size_t at = 0; at < rows.size(); ++at) {
+    rows[at].push_back(cells[at].empty() ? "-" : cells[at]);
+  }
+}
+
 std::string propertyText(std::string_view key, const Value& value) {
+  if (key == "automountFileSystemType" && value.integer() != nullptr) {
+    return fileSystemText(*value.integer());
+  }
   if (key == "nfsExportRecord") return printable(exportText(value.dictionary()));
   if (const std::string* text = value.string()) return printable(*text);
   if (const bool* boolean = value.boolean()) return *boolean ? "yes" : "no";
@@ -71,9 +110,19 @@ void appendProperty(std::string& lines, std::string_view key, const Value* value
 
 std::string formatShareTable(const Array& sharePoints) {
   std::vector<std::vector<std::string>> rows{{"PATH", "NAME", "VSP", "SMB", "FTP", "NFS"}};
+  std::vector<const Dictionary*> listed;
   for (const Value& sharePoint : sharePoints) {
-    if (sharePoint.dictionary() != nullptr) rows.push_back(tableRow(*sharePoint.dictionary()));
+    if (sharePoint.dictionary() != nullptr) listed.push_back(sharePoint.dictionary());
   }
+  for (const Dictionary* sharePoint : listed) rows.push_back(tableRow(*sharePoint));
+  std::vector<std::string> automounts{"AUTOMOUNT"};
+  std::vector<std::string> backups{"BACKUP"};
+  for (const Dictionary* sharePoint : listed) {
+    automounts.push_back(automountText(*sharePoint));
+    backups.emplace_back(isBackup(*sharePoint) ? "yes" : "");
+  }
+  appendColumn(rows, automounts);
+  appendColumn(rows, backups);
   return formatTable(rows);
 }
 

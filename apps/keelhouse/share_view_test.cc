@@ -24,6 +24,39 @@ TEST(ShareView, listsWhereEachFolderIsPublished) {
             "/srv/\\x1B  -     -    -      -    -\n");
 }
 
+TEST(ShareView, listsAutomountsAndBackupsWhereThereAreAny) {
+  const Array list{Dictionary{{"path", "/srv/a"},
+                              {"isAutomounted", true},
+                              {"automountMountPath", "/Network/\x1B"},
+                              {"automountDSPath", "/LDAP/site"},
+                              {"automountFileSystemType", 1}},
+                   Dictionary{{"path", "/srv/b"},
+                              {"isAutomounted", true},
+                              {"automountMountPath", "/Network/Servers/"},
+                              {"automountDSPath", "/Local"},
+                              {"isBackstowBackup", true}},
+                   Dictionary{{"path", "/srv/c"}, {"isAutomounted", false}}};
+  EXPECT_EQ(formatShareTable(list),
+            "PATH    NAME  VSP  SMB  FTP  NFS  AUTOMOUNT                             BACKUP\n"
+            "/srv/a  -     -    -    -    -    /Network/\\x1B over NFS by /LDAP/site  -\n"
+            "/srv/b  -     -    -    -    -    /Network/Servers/ over VSP by /Local  yes\n"
+            "/srv/c  -     -    -    -    -    -                                     -\n");
+}
+
+TEST(ShareView, showsTheAutomountAndTheBackupBeforeTheRest) {
+  EXPECT_EQ(formatSharePoint({{"isAutomounted", true},
+                              {"automountMountPath", "/Network/Servers/"},
+                              {"automountDSPath", "/Local"},
+                              {"automountFileSystemType", 0},
+                              {"isBackstowBackup", true},
+                              {"backstowBackupUUID", "U"},
+                              {"isIndexingEnabled", false},
+                              {"name", "a"}}),
+            "name: a\nisAutomounted: yes\nautomountMountPath: /Network/Servers/\n"
+            "automountFileSystemType: VSP\nautomountDSPath: /Local\nisBackstowBackup: yes\n"
+            "backstowBackupUUID: U\nisIndexingEnabled: no\n");
+}
+
 TEST(ShareView, showsEveryPropertyOfOne) {
   EXPECT_EQ(formatSharePoint({{"isShared", true},
                               {"path", "/srv/a\nb"},
@@ -33,7 +66,7 @@ TEST(ShareView, showsEveryPropertyOfOne) {
                               {"automountFileSystemType", 1},
                               {"nfsExportRecord", Dictionary{{"line", "/srv/a  *(ro)"}}}}),
             "path: /srv/a\\x0Ab\nname: a\nisSharedOverVSP: yes\nnfsExportRecord: /srv/a  *(ro)\n"
-            "automountFileSystemType: 1\nmountedOnPath: /\n");
+            "automountFileSystemType: NFS\nmountedOnPath: /\n");
 }
 
 }  // namespace

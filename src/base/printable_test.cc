@@ -12,6 +12,22 @@ TEST(Printable, escapesControlsAndWhatIsNotUtf8) {
   EXPECT_EQ(printable(std::string_view("a\0b", 3)), "a\\x00b");
 }
 
+TEST(Printable, escapesWhatReordersTheTextBehindIt) {
+  EXPECT_EQ(printable("a\xE2\x80\xAEgpj.exe"), "a\\xE2\\x80\\xAEgpj.exe");
+  for (const char* reordering :
+       {"\xE2\x80\xA8", "\xE2\x80\xA9", "\xE2\x80\xAA", "\xE2\x81\xA6", "\xE2\x81\xA9"}) {
+    EXPECT_EQ(printable(reordering).size(), 12U) << reordering;
+  }
+}
+
+TEST(Printable, leavesTextThatIsWrittenFromRightToLeft) {
+  for (const char* text :
+       {"\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D", "\xD8\xA7\xD9\x84", "\xE2\x80\x8F", "\xE2\x80\xA7",
+        "\xE2\x80\xAF", "\xE2\x81\xA5", "\xE2\x81\xAA", "\xF0\x9F\x93\x81"}) {
+    EXPECT_EQ(printable(text), text);
+  }
+}
+
 TEST(Printable, leavesOtherCharacters) {
   EXPECT_EQ(printable("/srv/\xC3\xA9 \xE6\xBC\xA2\xC2\xA0\\"),
             "/srv/\xC3\xA9 \xE6\xBC\xA2\xC2\xA0\\");

@@ -45,7 +45,8 @@ class SessionFixture : public ::testing::Test {
   testing::ScriptedDaemon daemon_{folder_.path()};
   DaemonClient client_{daemon_.socketPath()};
   std::ostringstream out_;
-  Session session_{client_, out_};
+  std::ostringstream notes_;
+  Session session_{client_, out_, notes_};
   Principals principals_{session_};
 
  private:
