@@ -65,14 +65,6 @@ const char* hintFor(std::int64_t status) {
   }
 }
 
-// The module's own code of that name; 0 when there is none.
-Status statusNamed(const std::string& name) {
-  for (Status status = USER_NOT_FOUND_ERR; status <= CANNOT_SET_QUOTA_STATE_ERR; ++status) {
-    if (sharing_error_string(status) == name) return status;
-  }
-  return 0;
-}
-
 std::string statusText(std::int64_t status) {
   if (status < std::numeric_limits<Status>::min() || status > std::numeric_limits<Status>::max()) {
     return "unknown status";
@@ -93,7 +85,7 @@ bool reportsFailure(const Dictionary& reply) {
 }
 
 std::string explained(const std::string& errorText) {
-  return errorText + "\n" + hintFor(statusNamed(errorText));
+  return errorText + "\n" + hintFor(statusOfText(errorText).value_or(0));
 }
 
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action) {

@@ -45,6 +45,9 @@ constexpr std::array<const char*, 31> kStatusNames = {
 constexpr Status kLastStatus = USER_NOT_FOUND_ERR + static_cast<Status>(kStatusNames.size()) - 1;
 static_assert(kLastStatus == CANNOT_SET_QUOTA_STATE_ERR);
 
+// The largest number that a system call can fail with (MAX_ERRNO of the kernel).
+constexpr Status kLastErrno = 4095;
+
 }  // namespace
 
 std::string sharing_error_string(Status status) {
@@ -53,6 +56,14 @@ std::string sharing_error_string(Status status) {
   }
   std::array<char, 256> buffer{};
   return strerror_r(status, buffer.data(), buffer.size());
+}
+
+std::optional<Status> statusOfText(std::string_view text) {
+  for (Status status = USER_NOT_FOUND_ERR; status <= kLastStatus; ++status)
+    if (sharing_error_string(status) == text) return status;
+  for (Status number = 1; number <= kLastErrno; ++number)
+    if (strerrordesc_np(number) != nullptr && sharing_error_string(number) == text) return number;
+  return std::nullopt;
 }
 
 }  // namespace paddock

@@ -6,7 +6,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace paddock {
 
@@ -54,5 +56,9 @@ enum SharingStatus : Status {
 // library's text for that error number, which for numbers that it does not know is its generic
 // unknown-error text. Safe on any thread.
 std::string sharing_error_string(Status status);
+
+// The status that has the text: a module code or an error number of the C library. Nothing for
+// another text, the generic unknown-error text included. Safe on any thread.
+std::optional<Status> statusOfText(std::string_view text);
 
 }  // namespace paddock

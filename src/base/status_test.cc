@@ -56,5 +56,16 @@ TEST(SharingErrorStringOutsideTest, OtherNumbersGiveTheCLibrarysText) {
   }
 }
 
+TEST(StatusOfTextTest, EveryTextLeadsBackToItsStatus) {
+  for (const Status status : {1, ENOENT, EACCES, EHWPOISON, 100050, 100080})
+    EXPECT_EQ(statusOfText(sharing_error_string(status)), status) << status;
+}
+
+TEST(StatusOfTextTest, OtherTextsHaveNone) {
+  for (const char* text : {"", "Permission", "permission denied", "Permission denied.",
+                           "PERMISSION_DENIED", "Success", "0", "Unknown error 4000"})
+    EXPECT_EQ(statusOfText(text), std::nullopt) << text;
+}
+
 }  // namespace
 }  // namespace paddock

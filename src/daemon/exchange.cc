@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "base/status.h"
 #include "daemon/failure_number.h"
 #include "paddock/sys_logger.h"
 #include "wire/json.h"
@@ -26,12 +27,14 @@ std::optional<std::string> pathOf(const Dictionary& request) {
   return path != nullptr ? std::optional(*path) : std::nullopt;
 }
 
+// Of a reply that reports a failure by its text alone, the text's.
 std::int64_t statusOf(const Dictionary& reply) {
   for (const char* key : {"writeStatus", "status"}) {
     const Value* value = reply.find(key);
     if (value != nullptr && value->integer() != nullptr) return *value->integer();
   }
-  return 0;
+  const std::string* error = reply.string("error");
+  return error != nullptr ? statusOfText(*error).value_or(EIO) : kSuccess;
 }
 
 std::optional<Value> parseBody(std::string_view text, BodyForm form, std::string& error) {

@@ -9,8 +9,6 @@ namespace paddock {
 
 namespace {
 
-constexpr const char* kErrorKey = "error";
-
 Dictionary sharePointForm(const SharePointRecord* record) {
   if (record == nullptr) return {{kIsSharedKey, false}};
   Dictionary form = record->dictionary();

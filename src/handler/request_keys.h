@@ -16,6 +16,7 @@ inline constexpr const char* kVolumeQuotasKey = "volumeQuotas";
 inline constexpr const char* kSharePointRecordKey = "sharePointRecord";
 inline constexpr const char* kIsSharedKey = "isShared";
 inline constexpr const char* kReadStatusKey = "readStatus";
+inline constexpr const char* kErrorKey = "error";
 
 // "optionalArguments" -> "path", null when there is none. Points into `request`.
 inline const std::string* requestPath(const Dictionary& request) {

@@ -19,6 +19,10 @@ constexpr auto kNotYet = 100ms;
 
 class SettingsLockTest : public HandlerFixture {
  protected:
+  // Which needs a directory node to ask.
+  static Dictionary requestOf(const std::string& operation) {
+    return operation == "canAuthDSNode" ? Dictionary{{"dsNodeName", "/Local"}} : Dictionary();
+  }
   std::future<Dictionary> start(const std::string& operation, const Dictionary& request = {}) {
     return std::async(std::launch::async, [this, operation, request] {
       return handler.performOperation(operation, request);
@@ -41,7 +45,7 @@ TEST_F(SettingsLockTest, EveryOtherOperationWaitsForTheLock) {
     if (operation.name == "getState" || operation.name == "getLogPaths") continue;
     std::unique_lock held(*gSettingsDictLock);
     trace.forgetCalls();
-    auto reply = start(operation.name);
+    auto reply = start(operation.name, requestOf(operation.name));
     EXPECT_EQ(reply.wait_for(kNotYet), std::future_status::timeout) << operation.name;
     EXPECT_TRUE(trace.calls().empty()) << operation.name << " reads before it has the lock";
     held.unlock();
@@ -84,7 +88,7 @@ TEST_F(SettingsLockTest, IsHeldDuringEveryCallOfAService) {
 
 TEST_F(SettingsLockTest, IsFreeAfterEveryOperation) {
   for (const auto& operation : handler.operations()) {
-    handler.performOperation(operation.name, {});
+    handler.performOperation(operation.name, requestOf(operation.name));
     EXPECT_TRUE(lockIsFree()) << operation.name;
   }
 }

@@ -25,6 +25,8 @@ constexpr std::array kOperations = {
     OperationEntry{"getSharePointList", false,
                    &SharingRequestHandler::getSharePointListWithRequest},
     OperationEntry{"writeSettings", true, &SharingRequestHandler::writeSettingsWithRequest},
+    OperationEntry{"getDSNodes", false, &SharingRequestHandler::getDSNodesWithRequest},
+    OperationEntry{"canAuthDSNode", true, &SharingRequestHandler::canAuthDSNodeWithRequest},
 };
 
 }  // namespace

@@ -52,6 +52,12 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
   // Applies "configuration" and reads it back. Reply: "configuration", "writeStatus",
   // "readStatus", and "writeError" when the write status is not 0.
   Dictionary writeSettingsWithRequest(const Dictionary& request);
+  // Reply: "dsNodeArray", the paths of the directory nodes that can be written, in search order.
+  Dictionary getDSNodesWithRequest(const Dictionary& request);
+  // Whether "dsAdminName" with "dsAdminPW" may create records on the node "dsNodeName": a record is
+  // made there and removed at once. Reply: "canAuth", and "error" when the status is not 0. Throws
+  // DirectoryError when there is no such node, or when it cannot be asked.
+  Dictionary canAuthDSNodeWithRequest(const Dictionary& request);
 
   std::shared_ptr<NetService> netService() const override;
   void setNetService(std::shared_ptr<NetService> service) override;

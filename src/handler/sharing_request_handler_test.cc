@@ -41,12 +41,18 @@ TEST_F(SharingRequestHandlerTest, ListsItsOperationsWithWhatTheyChange) {
                                                                 {"getLogPaths", false},
                                                                 {"readSettings", false},
                                                                 {"getSharePointList", false},
-                                                                {"writeSettings", true}}));
+                                                                {"writeSettings", true},
+                                                                {"getDSNodes", false},
+                                                                {"canAuthDSNode", true}}));
 }
 
 TEST_F(SharingRequestHandlerTest, EveryOperationThatItListsCanBePerformed) {
   for (const auto& operation : handler.operations()) {
-    EXPECT_NO_THROW(handler.performOperation(operation.name, {})) << operation.name;
+    try {
+      handler.performOperation(operation.name, {});
+    } catch (const DirectoryError& error) {
+      EXPECT_EQ(operation.name, "canAuthDSNode") << error.what();
+    }
   }
 }
 
@@ -70,6 +76,11 @@ TEST_F(SharingRequestHandlerTest, AnOperationByItsNameIsTheOperationItself) {
             handler.getSharePointListWithRequest(request));
   EXPECT_EQ(handler.performOperation("writeSettings", request),
             handler.writeSettingsWithRequest(request));
+  EXPECT_EQ(handler.performOperation("getDSNodes", request),
+            handler.getDSNodesWithRequest(request));
+  const Dictionary local{{"dsNodeName", "/Local"}};
+  EXPECT_EQ(handler.performOperation("canAuthDSNode", local),
+            handler.canAuthDSNodeWithRequest(local));
 }
 
 TEST_F(SharingRequestHandlerTest, TheStateIsAlwaysUnknown) {

@@ -81,6 +81,14 @@ TEST_F(Audit, TheStatusIsTheWriteStatusThenTheStatus) {
   EXPECT_EQ(lineOf(R"({"writeStatus":100076,"status":2})").integer("status"), 100076);
   EXPECT_EQ(lineOf(R"({"status":-1})").integer("status"), -1);
   EXPECT_EQ(lineOf(R"({"status":"13"})").integer("status"), 0);
+  EXPECT_EQ(lineOf(R"({"status":0,"error":"Permission denied"})").integer("status"), 0);
+}
+
+TEST_F(Audit, AReplyWithNothingButAnErrorsTextHasTheStatusOfTheText) {
+  EXPECT_EQ(lineOf(R"({"canAuth":false,"error":"Permission denied"})").integer("status"), EACCES);
+  EXPECT_EQ(lineOf(R"({"error":"CANNOT_PROPAGATE_PRIVS_ERR"})").integer("status"), 100054);
+  EXPECT_EQ(lineOf(R"({"error":"something else"})").integer("status"), EIO);
+  EXPECT_EQ(lineOf(R"({"error":7})").integer("status"), 0);
 }
 
 TEST_F(Audit, RequestsThatFailHaveTheNumberOfTheFailure) {
