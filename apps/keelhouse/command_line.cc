@@ -78,6 +78,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   addAclCommands(program, action);
   addVolumeCommands(program, action);
   addRecordCommands(program, action);
+  addNodeCommands(program, action);
   addRawCommands(program, action);
   program.add_subcommand("status", "What the daemon says of itself")->callback([&action] {
     action = showStatus;

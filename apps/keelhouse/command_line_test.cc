@@ -352,39 +352,13 @@ TEST_F(CommandLine, recordRefusesBadWordsBeforeItAsks) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(CommandLine, statusTellsOfTheDaemonItsPluginsAndTheLocalNode) {
-  daemon_.answer(R"({"status":"ok","version":"1.2"})");
-  daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":["listRecords"]},)"
-                 R"({"name":"paddock_vsp","operations":["getState","syncSharePoints"]}]})");
-  daemon_.answer(R"({"state":"RUNNING"})");
-  daemon_.answer(R"({"status":0,"records":[]})");
-  EXPECT_EQ(run({"status"}), 0) << error_;
-  EXPECT_EQ(out_, "daemon                     ok, version 1.2, " + daemon_.socketPath() +
-                      "\nplug-in paddock_directory  1 operation\n"
-                      "plug-in paddock_vsp        2 operations, state RUNNING\n"
-                      "node /Local                reachable\n");
-  EXPECT_EQ(target(0), "GET /v1/health");
-  EXPECT_EQ(target(1), "GET /v1/plugins");
-}
-
-TEST_F(CommandLine, statusFailsWhenTheLocalNodeDoes) {
-  daemon_.answer(R"({"status":"ok"})");
-  daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
-  daemon_.answer(R"({"status":5})");
-  EXPECT_EQ(run({"status"}), 1);
-  EXPECT_THAT(out_, HasSubstr("node /Local                Input/output error (status 5)\n"));
-  daemon_.answer(R"({"status":"ok"})");
-  daemon_.answer(R"({"plugins":[]})");
-  EXPECT_EQ(run({"status", "--json"}), 1);
-  EXPECT_THAT(out_, HasSubstr("paddock_directory is not loaded"));
-}
-
 TEST_F(CommandLine, noDaemonIsExitStatusThree) {
   const std::string socket = folder_.path("none.sock");
   for (const std::vector<std::string>& words :
        std::vector<std::vector<std::string>>{{"status"},
                                              {"share", "list"},
                                              {"record", "list", "users"},
+                                             {"nodes"},
                                              {"request", "p", "o"},
                                              {"command", "vsp:command=x"}}) {
     auto all = words;

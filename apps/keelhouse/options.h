@@ -19,5 +19,6 @@ void addPrivilegeCommands(CLI::App& program, Action& action);
 void addAclCommands(CLI::App& program, Action& action);
 void addVolumeCommands(CLI::App& program, Action& action);
 void addRecordCommands(CLI::App& program, Action& action);
+void addNodeCommands(CLI::App& program, Action& action);
 
 }  // namespace paddock::keelhouse

@@ -1,10 +1,11 @@
 #include "keelhouse/status_command.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "base/status.h"
+#include "keelhouse/node_list.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -64,30 +65,32 @@ std::vector<Plugin> askPlugins(const Session& session) {
   return plugins;
 }
 
-std::string statusText(std::int64_t status) {
-  return sharing_error_string(static_cast<Status>(status)) + " (status " + std::to_string(status) +
-         ")";
-}
+// The directory nodes, or why they cannot be told.
+struct Directory {
+  std::vector<Node> nodes;
+  std::string error;
 
-Answer askLocalNode(const Session& session, const std::vector<Plugin>& plugins) {
-  bool loaded = false;
-  for (const Plugin& plugin : plugins) loaded = loaded || plugin.name == kDirectoryPlugin;
-  if (!loaded) return {false, "not asked: the plug-in paddock_directory is not loaded"};
+  bool isGood() const {
+    return error.empty() && std::all_of(nodes.begin(), nodes.end(),
+                                        [](const Node& node) { return node.isReachable(); });
+  }
+};
+
+Directory askDirectory(const Session& session, const std::vector<Plugin>& plugins) {
+  const bool loaded = std::any_of(plugins.begin(), plugins.end(), [](const Plugin& plugin) {
+    return plugin.name == kDirectoryPlugin;
+  });
+  if (!loaded) return {{}, "not asked: the plug-in paddock_directory is not loaded"};
   try {
-    const Dictionary reply =
-        session.daemon.call(kDirectoryPlugin, "listRecords",
-                            {{"node", "/Local"}, {"type", "dsRecTypeStandard:SharePoints"}});
-    const auto status = reply.integer("status");
-    if (status == 0) return {true, "reachable"};
-    return {false, status ? statusText(*status) : "no status in its reply"};
+    return {askNodes(session), {}};
   } catch (const Failure& failed) {
     if (failed.status() == ExitStatus::unreachable) throw;
-    return {false, failed.what()};
+    return {{}, failed.what()};
   }
 }
 
 void printText(const Session& session, const Dictionary& health, const std::vector<Plugin>& plugins,
-               const Answer& localNode) {
+               const Directory& directory) {
   const std::string* state = health.string("status");
   std::vector<std::vector<std::string>> rows;
   const std::string* version = health.string("version");
@@ -100,21 +103,37 @@ void printText(const Session& session, const Dictionary& health, const std::vect
     rows.push_back(
         {"plug-in " + printable(plugin.name), std::to_string(plugin.operations) + noun + told});
   }
-  rows.push_back({"node /Local", printable(localNode.text)});
+  for (const Node& node : directory.nodes) {
+    rows.push_back({"node " + printable(node.path), printable(describeNode(node))});
+  }
+  if (!directory.error.empty()) rows.push_back({"directory nodes", printable(directory.error)});
   session.out << formatTable(rows);
 }
 
+Array jsonOf(const Directory& directory) {
+  Array nodes;
+  for (const Node& node : directory.nodes) {
+    Dictionary entry{{"node", node.path},
+                     {"reachable", node.isReachable()},
+                     {"state", node.state},
+                     {"milliseconds", node.milliseconds}};
+    if (!node.error.empty()) entry.set("error", node.error);
+    nodes.emplace_back(std::move(entry));
+  }
+  return nodes;
+}
+
 Dictionary jsonOf(const Dictionary& health, const std::vector<Plugin>& plugins,
-                  const Answer& localNode) {
+                  const Directory& directory) {
   Array list;
   for (const Plugin& plugin : plugins) {
     Dictionary entry{{"name", plugin.name}, {"operations", plugin.operations}};
     if (plugin.state) entry.set(plugin.state->good ? "state" : "error", plugin.state->text);
     list.emplace_back(std::move(entry));
   }
-  Dictionary node{{"node", "/Local"}, {"reachable", localNode.good}};
-  if (!localNode.good) node.set("error", localNode.text);
-  return {{"health", health}, {"plugins", std::move(list)}, {"nodes", Array{std::move(node)}}};
+  Dictionary all{{"health", health}, {"plugins", std::move(list)}, {"nodes", jsonOf(directory)}};
+  if (!directory.error.empty()) all.set("nodesError", directory.error);
+  return all;
 }
 
 }  // namespace
@@ -122,13 +141,13 @@ Dictionary jsonOf(const Dictionary& health, const std::vector<Plugin>& plugins,
 ExitStatus showStatus(const Session& session) {
   const Dictionary health = session.daemon.get("/v1/health");
   const std::vector<Plugin> plugins = askPlugins(session);
-  const Answer localNode = askLocalNode(session, plugins);
+  const Directory directory = askDirectory(session, plugins);
   if (session.json) {
-    session.out << wire::writeJsonPretty(jsonOf(health, plugins, localNode)) << '\n';
+    session.out << wire::writeJsonPretty(jsonOf(health, plugins, directory)) << '\n';
   } else {
-    printText(session, health, plugins, localNode);
+    printText(session, health, plugins, directory);
   }
-  bool good = localNode.good;
+  bool good = directory.isGood();
   for (const Plugin& plugin : plugins) good = good && (!plugin.state || plugin.state->good);
   return good ? ExitStatus::done : ExitStatus::failed;
 }

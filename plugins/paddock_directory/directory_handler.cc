@@ -6,7 +6,9 @@
 #include <string>
 
 #include "paddock/host.h"
+#include "paddock_directory/node_operations.h"
 #include "paddock_directory/record_operations.h"
+#include "platform/linux/linux_clock.h"
 
 namespace paddock {
 
@@ -18,10 +20,15 @@ struct Entry {
   Dictionary (*run)(DirectoryService&, const Dictionary&);
 };
 
+Dictionary listNodes(DirectoryService& directory, const Dictionary&) {
+  LinuxClock clock;
+  return nodes::list(directory, clock);
+}
+
 constexpr std::array kEntries = {
-    Entry{"listRecords", false, records::list},       Entry{"getRecord", false, records::get},
-    Entry{"putRecord", true, records::put},           Entry{"deleteRecord", true, records::remove},
-    Entry{"setPassword", true, records::setPassword},
+    Entry{"listNodes", false, listNodes},         Entry{"listRecords", false, records::list},
+    Entry{"getRecord", false, records::get},      Entry{"putRecord", true, records::put},
+    Entry{"deleteRecord", true, records::remove}, Entry{"setPassword", true, records::setPassword},
 };
 
 LinuxDirectoryOptions optionsOfHost() {

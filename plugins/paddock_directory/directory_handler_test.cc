@@ -105,7 +105,7 @@ TEST_F(DirectoryHandlerTest, OnlyWhatReadsMayBeViewed) {
   std::vector<std::string> changing;
   for (const auto& operation : handler_.operations())
     (operation.changes ? changing : reading).push_back(operation.name);
-  EXPECT_THAT(reading, ElementsAre("listRecords", "getRecord"));
+  EXPECT_THAT(reading, ElementsAre("listNodes", "listRecords", "getRecord"));
   EXPECT_THAT(changing, ElementsAre("putRecord", "deleteRecord", "setPassword"));
 }
 

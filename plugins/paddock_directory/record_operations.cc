@@ -1,12 +1,9 @@
 #include "paddock_directory/record_operations.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <string>
 
-#include "base/status.h"
-#include "paddock/sys_logger.h"
+#include "paddock_directory/replies.h"
 #include "platform/directory_values.h"
 #include "platform/linux/local_node.h"
 #include "platform/search_node.h"
@@ -14,9 +11,6 @@
 namespace paddock::records {
 
 namespace {
-
-// Statuses that are an answer; others are a trouble that the administrator should find in the log.
-constexpr std::array kAnswers = {ENOENT, EACCES, EINVAL, EEXIST};
 
 const std::string& required(const Dictionary& request, const char* key) {
   const std::string* text = request.string(key);
@@ -54,29 +48,6 @@ std::shared_ptr<DirectoryNode> authenticatedNode(DirectoryService& directory,
   auto node = nodeOf(directory, request);
   authenticate(*node, request);
   return node;
-}
-
-void logTrouble(const DirectoryError& error) {
-  logMessage(3, std::string("paddock_directory: ") + error.what());
-}
-
-Dictionary failed(const DirectoryError& error) {
-  Status status = error.status().value_or(EIO);
-  if (status == 0) status = EIO;
-  if (std::find(kAnswers.begin(), kAnswers.end(), status) == kAnswers.end()) logTrouble(error);
-  return {{"status", status}, {"error", sharing_error_string(status)}};
-}
-
-// The reply of work(): a dictionary of results, or what was thrown.
-template <typename Work>
-Dictionary replyOf(Work&& work) {
-  try {
-    Dictionary reply = work();
-    reply.set("status", kSuccess);
-    return reply;
-  } catch (const DirectoryError& error) {
-    return failed(error);
-  }
 }
 
 // Takes back what a failed creation made; its own failure must not hide the first.

@@ -115,7 +115,8 @@ TEST_F(Keelhouse, TellsOfTheDaemon) {
   const auto status = keelhouse({"status"});
   EXPECT_EQ(status.status, 0) << status.error;
   EXPECT_THAT(status.output, HasSubstr("plug-in paddock_directory  "));
-  EXPECT_THAT(status.output, HasSubstr("node /Local                reachable\n"));
+  EXPECT_THAT(status.output, HasSubstr("node /Local                writable, "));
+  EXPECT_THAT(status.output, HasSubstr("node /System               readable, "));
 }
 
 TEST_F(Keelhouse, CannotReachADaemonThatHasEnded) {

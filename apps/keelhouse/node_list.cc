@@ -1,0 +1,37 @@
+#include "keelhouse/node_list.h"
+
+#include "keelhouse/failure.h"
+#include "keelhouse/reply_status.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+std::string textOf(const Dictionary& entry, const char* key) {
+  const std::string* text = entry.string(key);
+  return text != nullptr ? *text : std::string();
+}
+
+}  // namespace
+
+std::vector<Node> askNodes(const Session& session) {
+  const Dictionary reply = session.daemon.call("paddock_directory", "listNodes", {});
+  requireStatus(reply, "status", "the directory nodes cannot be listed");
+  const Array* list = reply.array("nodes");
+  if (list == nullptr) throw failure("the daemon's reply has no list of nodes");
+  std::vector<Node> nodes;
+  for (const Value& value : *list) {
+    const Dictionary* entry = value.dictionary();
+    if (entry == nullptr) continue;
+    nodes.push_back({textOf(*entry, "path"), textOf(*entry, "state"), textOf(*entry, "error"),
+                     entry->integer("milliseconds").value_or(0)});
+  }
+  return nodes;
+}
+
+std::string describeNode(const Node& node) {
+  const std::string time = std::to_string(node.milliseconds) + " ms";
+  return node.state + ", " + time + (node.error.empty() ? "" : ": " + node.error);
+}
+
+}  // namespace paddock::keelhouse

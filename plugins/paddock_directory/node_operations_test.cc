@@ -1,0 +1,129 @@
+#include "paddock_directory/node_operations.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+
+#include "platform/linux/case_fold.h"
+#include "platform/testing/fake_clock.h"
+#include "platform/testing/fault_plan.h"
+#include "platform/testing/faulty_directory.h"
+#include "platform/testing/in_memory_directory.h"
+
+namespace paddock {
+namespace {
+
+Dictionary answering(const std::string& path, const std::string& state, int milliseconds = 0) {
+  return {{"path", path}, {"milliseconds", milliseconds}, {"state", state}};
+}
+
+// Does something of a test's before each session is opened.
+class WatchedDirectory final : public DirectoryService {
+ public:
+  WatchedDirectory(DirectoryService& directory, std::function<void()> before)
+      : directory_(directory), before_(std::move(before)) {}
+  std::unique_ptr<DirectorySession> openLocal() override {
+    before_();
+    return directory_.openLocal();
+  }
+
+ private:
+  DirectoryService& directory_;
+  const std::function<void()> before_;
+};
+
+class NodeOperationsTest : public ::testing::Test {
+ protected:
+  Dictionary list(DirectoryService& service) {
+    const Dictionary reply = nodes::list(service, clock_);
+    EXPECT_EQ(directory_.openSessions(), 0);
+    return reply;
+  }
+  // What is told of each node, by its place; the status was 0.
+  Array nodesOf(DirectoryService& service) {
+    const Dictionary reply = list(service);
+    EXPECT_EQ(reply.integer("status"), 0);
+    EXPECT_FALSE(reply.contains("error"));
+    return reply.array("nodes") != nullptr ? *reply.array("nodes") : Array();
+  }
+
+  InMemoryDirectory directory_{caseFold};
+  FakeClock clock_;
+};
+
+TEST_F(NodeOperationsTest, EveryNodeOfTheSearchPathIsListedInItsOrderWithItsState) {
+  directory_.addNode("/System", "ReadOnly");
+  directory_.addNode("/LDAP/z", "ReadWrite");
+  directory_.addNode("/LDAP/a", std::nullopt);
+  EXPECT_EQ(nodesOf(directory_),
+            (Array{answering("/Local", "writable"), answering("/System", "readable"),
+                   answering("/LDAP/z", "writable"), answering("/LDAP/a", "readable")}));
+}
+
+TEST_F(NodeOperationsTest, ANodeThatCannotBeOpenedIsUnreachableAndSaysWhy) {
+  directory_.addNode("/LDAP/a", "ReadWrite");
+  directory_.addNode("/LDAP/b", "ReadWrite");
+  directory_.failOpening("/LDAP/a", ETIMEDOUT);
+  const Array nodes = nodesOf(directory_);
+  ASSERT_EQ(nodes.size(), 3U);
+  EXPECT_EQ(nodes[0], Value(answering("/Local", "writable")));
+  EXPECT_EQ(*nodes[1].dictionary()->string("path"), "/LDAP/a");
+  EXPECT_EQ(*nodes[1].dictionary()->string("state"), "unreachable");
+  EXPECT_FALSE(nodes[1].dictionary()->string("error")->empty());
+  EXPECT_EQ(nodes[2], Value(answering("/LDAP/b", "writable")));
+}
+
+TEST_F(NodeOperationsTest, ANodeThatDoesNotAnswerALookUpOrWhatItIsIsUnreachable) {
+  for (const char* failing : {"node.findRecord", "node.getAttribute", "session.findNode"}) {
+    FaultPlan plan(failing == std::string("node.getAttribute") ? 2 : 1);  // 1: the search path
+    plan.countOnly(failing);
+    FaultyDirectory faulty(directory_, plan);
+    const Array nodes = nodesOf(faulty);
+    ASSERT_EQ(nodes.size(), 1U) << failing;
+    EXPECT_EQ(*nodes[0].dictionary()->string("state"), "unreachable") << failing;
+    EXPECT_TRUE(nodes[0].dictionary()->contains("error")) << failing;
+  }
+}
+
+TEST_F(NodeOperationsTest, TheMillisecondsAreThoseUntilTheNodeAnswered) {
+  int sessions = 0;
+  WatchedDirectory slow(directory_, [&] {
+    if (++sessions == 2) clock_.advance(std::chrono::milliseconds(37));
+  });
+  EXPECT_EQ(nodesOf(slow), Array{answering("/Local", "writable", 37)});
+  sessions = 0;
+  directory_.failOpening("/Local", ETIMEDOUT);
+  EXPECT_EQ(nodesOf(slow).front().dictionary()->integer("milliseconds"), 37);
+}
+
+TEST_F(NodeOperationsTest, NodesAreAskedAtTheSameTime) {
+  directory_.addNode("/LDAP/a", "ReadWrite");
+  directory_.addNode("/LDAP/b", "ReadWrite");
+  std::mutex mutex;
+  std::condition_variable changed;
+  int sessions = 0;
+  // The first session is for the search path; those of the nodes wait for one another.
+  WatchedDirectory meeting(directory_, [&] {
+    std::unique_lock lock(mutex);
+    if (++sessions == 1) return;
+    changed.notify_all();
+    EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return sessions == 4; }));
+  });
+  EXPECT_EQ(nodesOf(meeting).size(), 3U);
+}
+
+TEST_F(NodeOperationsTest, ASearchPathThatCannotBeReadIsAStatus) {
+  for (const char* failing : {"directory.openLocal", "session.searchNode", "node.getAttribute"}) {
+    FaultPlan plan(1);
+    plan.countOnly(failing);
+    plan.setError(EACCES);
+    FaultyDirectory faulty(directory_, plan);
+    EXPECT_EQ(list(faulty), (Dictionary{{"status", EACCES}, {"error", "Permission denied"}}))
+        << failing;
+  }
+}
+
+}  // namespace
+}  // namespace paddock
