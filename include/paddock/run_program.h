@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -18,13 +19,18 @@ struct ProgramResult {
 };
 
 inline constexpr std::size_t kProgramOutputLimit = 16U << 20U;
-inline constexpr int kProgramTimeLimitSeconds = 60;
+
+// How long a program may take that is waited for: 60 seconds until another limit is set, which the
+// daemon does before it loads the first plug-in.
+inline constexpr std::chrono::seconds kProgramTimeLimit{60};
+void setProgramTimeLimit(std::chrono::seconds limit);
 
 // Starts the executable at the absolute path `path`, taken below the host's root, with
 // `arguments` (argv[0], which is the path, not among them), standard input empty, both output
 // streams captured, no other descriptor open, in a process group of its own, and waits for it to
-// end. What it wrote to standard error and an exit status other than 0 go to the log, since
-// callers drop them. Never throws for a program's sake.
+// end. When the time limit passes, the program and what else is in its process group is killed.
+// What it wrote to standard error and an exit status other than 0 go to the log, since callers drop
+// them. Never throws for a program's sake.
 ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments);
 
 // Starts the executable at the absolute path `path`, taken below the host's root, and does not wait

@@ -8,14 +8,13 @@
 #include <fstream>
 #include <thread>
 
-#include "paddock/host.h"
-#include "paddock/sys_logger.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/case_fold.h"
 #include "platform/testing/fault_plan.h"
 #include "platform/testing/faulty_directory.h"
 #include "platform/testing/in_memory_directory.h"
+#include "support/plugin_host.h"
 
 namespace paddock {
 namespace {
@@ -25,34 +24,6 @@ using ::testing::HasSubstr;
 
 constexpr const char* kShares = "dsRecTypeStandard:SharePoints";
 constexpr const char* kAdmins = "paddock-test-admins";
-
-// A host below a folder of its own, with its configuration and without plug-ins.
-class TestHost final : public Host {
- public:
-  TestHost() {
-    std::string name = (std::filesystem::temp_directory_path() / "paddock.XXXXXX").string();
-    root_ = ::mkdtemp(name.data());
-    installHost(this);
-    installLogSink([this](int, const std::string& line) { log_ += line + "\n"; });
-  }
-  TestHost(const TestHost&) = delete;
-  TestHost& operator=(const TestHost&) = delete;
-  ~TestHost() override {
-    installLogSink(standardErrorSink());
-    installHost(nullptr);
-    std::filesystem::remove_all(root_);
-  }
-
-  const std::string& root() const override { return root_; }
-  const Dictionary& configuration() const override { return configuration_; }
-  Dictionary deliverCommand(const std::string&, const Dictionary&) override { return {}; }
-  const std::string& log() const { return log_; }
-
- private:
-  std::string root_;
-  std::string log_;
-  Dictionary configuration_{{"access", Dictionary{{"admin_group", kAdmins}}}};
-};
 
 class DirectoryHandlerTest : public ::testing::Test {
  protected:
@@ -96,7 +67,7 @@ class DirectoryHandlerTest : public ::testing::Test {
     return request;
   }
 
-  TestHost host_;
+  PluginHost host_{{{"access", Dictionary{{"admin_group", kAdmins}}}}};
   DirectoryRequestHandler handler_;
 };
 

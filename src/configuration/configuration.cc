@@ -182,6 +182,7 @@ void setOwnValues(Configuration& configuration) {
     number("connections", configuration.connections);
     number("connections_per_user", configuration.connectionsPerUser);
     number("idle_seconds", configuration.idleSeconds);
+    number("program_seconds", configuration.programSeconds);
   }
 }
 

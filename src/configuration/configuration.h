@@ -22,6 +22,7 @@ struct Configuration {
   std::size_t connections = 512;
   std::size_t connectionsPerUser = 256;
   unsigned idleSeconds = 30;
+  unsigned programSeconds = 60;
 };
 
 struct ConfigurationProblem {

@@ -42,6 +42,7 @@ body_bytes = 1000
 connections = 10
 connections_per_user = 5
 idle_seconds = 7
+program_seconds = 9
 [acl]
 attribute = "user.acl"
 projection = false
@@ -82,6 +83,7 @@ TEST_F(ConfigurationTest, NothingSetGivesTheDefaults) {
   EXPECT_EQ(configuration.connections, 512U);
   EXPECT_EQ(configuration.connectionsPerUser, 256U);
   EXPECT_EQ(configuration.idleSeconds, 30U);
+  EXPECT_EQ(configuration.programSeconds, 60U);
 }
 
 TEST_F(ConfigurationTest, EveryKeyIsRead) {
@@ -92,6 +94,7 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   EXPECT_EQ(configuration.connections, 10U);
   EXPECT_EQ(configuration.connectionsPerUser, 5U);
   EXPECT_EQ(configuration.idleSeconds, 7U);
+  EXPECT_EQ(configuration.programSeconds, 9U);
   const Dictionary& tree = configuration.tree;
   EXPECT_EQ(tree.size(), 10U);
   EXPECT_EQ(*tree.dictionary("acl"),

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <iostream>
 #include <optional>
@@ -22,6 +23,7 @@
 #include "daemon/listening_socket.h"
 #include "daemon/module_loader.h"
 #include "daemon/paths.h"
+#include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
 namespace paddock {
@@ -105,6 +107,7 @@ void serve(const Paths& paths, const Configuration& configuration, const sigset_
   AuditLog audit(paths.auditLog());
   ContextStore contexts(paths.contextFolder());
   DaemonHost host(paths.root(), configuration.tree);
+  setProgramTimeLimit(std::chrono::seconds(configuration.programSeconds));
   PluginRegistry plugins(loadPlugins(paths.bundles()), contexts);
   host.setPlugins(&plugins);
   {

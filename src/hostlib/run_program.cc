@@ -1,6 +1,7 @@
 #include "paddock/run_program.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 #include "hostlib/child_process.h"
@@ -15,6 +16,8 @@ namespace paddock {
 namespace {
 
 constexpr std::size_t kLoggedErrorOutput = 4096;
+
+std::atomic<std::chrono::seconds::rep> gTimeLimit{kProgramTimeLimit.count()};
 
 // Never destroyed: a request may still run a program while the process ends.
 ProgramRegistry& registry() {
@@ -78,8 +81,10 @@ ProgramResult runProgramWithin(const std::string& path, const std::vector<std::s
 }
 
 ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments) {
-  return runProgramWithin(path, arguments, std::chrono::seconds(kProgramTimeLimitSeconds));
+  return runProgramWithin(path, arguments, std::chrono::seconds(gTimeLimit.load()));
 }
+
+void setProgramTimeLimit(std::chrono::seconds limit) { gTimeLimit = limit.count(); }
 
 bool isRunningProgram(pid_t process) { return registry().contains(process); }
 

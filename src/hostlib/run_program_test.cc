@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <mutex>
 #include <thread>
 
@@ -149,6 +151,41 @@ TEST_F(RunProgram, OutputBeyondTheLimitIsDroppedAndTheProgramEndsByItself) {
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.output.size(), kProgramOutputLimit);
   EXPECT_EQ(result.errorOutput, "done\n");
+}
+
+// The highest resident memory of this process since `forgetHighestMemory`, in KiB.
+long highestMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+  }
+  return 0;
+}
+void forgetHighestMemory() { std::ofstream("/proc/self/clear_refs") << "5"; }
+
+TEST_F(RunProgram, AGigabyteOnEitherStreamIsDroppedWithoutBeingKept) {
+  for (const char* script :
+       {"head -c 1000000000 /dev/zero", "head -c 1000000000 /dev/zero >&2; echo said"}) {
+    forgetHighestMemory();
+    const long before = highestMemory();
+    ASSERT_GT(before, 0);
+    const auto result = shell(script);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(std::max(result.output.size(), result.errorOutput.size()), kProgramOutputLimit);
+    constexpr long kSomeCopiesOfTheLimit = 128 << 10;
+    EXPECT_LT(highestMemory() - before, kSomeCopiesOfTheLimit);
+  }
+}
+
+TEST_F(RunProgram, TheTimeLimitIsSetByTheHost) {
+  setProgramTimeLimit(std::chrono::seconds(1));
+  const auto started = steady_clock::now();
+  const auto result = shell("sleep 1000");
+  setProgramTimeLimit(kProgramTimeLimit);
+  EXPECT_EQ(result.status, ETIMEDOUT);
+  EXPECT_LT(steady_clock::now() - started, std::chrono::seconds(30));
+  EXPECT_EQ(shell("sleep 1.1").status, 0);
 }
 
 TEST_F(RunProgram, AProgramThatTakesTooLongIsEndedWithItsChildren) {

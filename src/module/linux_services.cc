@@ -1,6 +1,7 @@
 #include "module/linux_services.h"
 
 #include "paddock/host.h"
+#include "platform/configured_command.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/accounting_quota_control.h"
 #include "platform/linux/configured_options.h"
@@ -24,14 +25,6 @@ namespace {
 constexpr const char* kMetadataStoresPath = "/var/lib/paddock/metadata-stores.sqlite";
 constexpr const char* kQuotaAccountingPath = "/var/lib/paddock/quota-accounting";
 
-std::vector<std::string> textsOf(const Array& array) {
-  std::vector<std::string> texts;
-  for (const Value& value : array) {
-    if (value.string() != nullptr) texts.push_back(*value.string());
-  }
-  return texts;
-}
-
 // A key of [volumes]; null when it is not set.
 const Value* volumesKey(const char* key) {
   const Dictionary* volumes = host().configuration().dictionary("volumes");
@@ -46,8 +39,9 @@ bool quotasAreAccountedOnly() {
 VolumeFamilies volumeFamilies() {
   VolumeFamilies families;
   families.everyTypeIsUfs = quotasAreAccountedOnly();
-  const Value* types = volumesKey("ufs_family");
-  if (types != nullptr && types->array()) families.ufs = textsOf(*types->array());
+  if (auto types = configuredTexts(host().configuration(), "volumes", "ufs_family")) {
+    families.ufs = std::move(*types);
+  }
   return families;
 }
 
@@ -57,9 +51,8 @@ std::unique_ptr<QuotaControl> makeQuotaControl(VolumeInfo& volumes) {
 }
 
 std::vector<std::string> indexingCommand() {
-  const Dictionary* indexing = host().configuration().dictionary("indexing");
-  const Array* words = indexing != nullptr ? indexing->array("command") : nullptr;
-  return words != nullptr ? textsOf(*words) : std::vector<std::string>();
+  return configuredTexts(host().configuration(), "indexing", "command")
+      .value_or(std::vector<std::string>());
 }
 
 }  // namespace

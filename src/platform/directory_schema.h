@@ -5,6 +5,7 @@ namespace paddock::schema {
 
 inline constexpr const char* kUsers = "dsRecTypeStandard:Users";
 inline constexpr const char* kGroups = "dsRecTypeStandard:Groups";
+inline constexpr const char* kMounts = "dsRecTypeStandard:Mounts";
 
 inline constexpr const char* kRecordName = "dsAttrTypeStandard:RecordName";
 inline constexpr const char* kRecordType = "dsAttrTypeStandard:RecordType";
@@ -15,6 +16,11 @@ inline constexpr const char* kGeneratedUID = "dsAttrTypeStandard:GeneratedUID";
 inline constexpr const char* kGroupMembership = "dsAttrTypeStandard:GroupMembership";
 inline constexpr const char* kHomeDirectory = "dsAttrTypeStandard:NFSHomeDirectory";
 inline constexpr const char* kUserShell = "dsAttrTypeStandard:UserShell";
+
+// Attributes of mounts.
+inline constexpr const char* kVfsLinkDir = "dsAttrTypeStandard:VFSLinkDir";
+inline constexpr const char* kVfsType = "dsAttrTypeStandard:VFSType";
+inline constexpr const char* kVfsOpts = "dsAttrTypeStandard:VFSOpts";
 
 // Attributes of nodes.
 inline constexpr const char* kReadOnlyNode = "dsAttrTypeStandard:ReadOnlyNode";

@@ -7,9 +7,12 @@
 namespace paddock {
 
 struct ProgramOutcome {
-  int status = 0;  // 0: it ran; otherwise the errno of starting it
+  // 0: it ran; otherwise the errno of starting it, or ETIMEDOUT when it took too long and was
+  // ended.
+  int status = 0;
   std::string output;
   std::string errorOutput;
+  int exitStatus = 0;  // of a program that ran; 128 + the number of the signal that ended it
   friend bool operator==(const ProgramOutcome&, const ProgramOutcome&) = default;
 };
 

@@ -6,11 +6,6 @@
 namespace paddock::schema {
 
 inline constexpr const char* kSharePoints = "dsRecTypeStandard:SharePoints";
-inline constexpr const char* kMounts = "dsRecTypeStandard:Mounts";
-
-inline constexpr const char* kVfsLinkDir = "dsAttrTypeStandard:VFSLinkDir";
-inline constexpr const char* kVfsType = "dsAttrTypeStandard:VFSType";
-inline constexpr const char* kVfsOpts = "dsAttrTypeStandard:VFSOpts";
 
 inline constexpr const char* kDirectoryPath = "dsAttrTypeNative:directory_path";
 inline constexpr const char* kVspName = "dsAttrTypeNative:vsp_name";

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <future>
 #include <list>
 #include <thread>
@@ -113,6 +115,16 @@ TEST_F(Limits, AnOperationMayTakeLongerThanAConnectionMayBeIdle) {
   std::this_thread::sleep_for(std::chrono::milliseconds(2600));
   tree_.write("/go", "");
   EXPECT_EQ(blocked.get(), 200);
+}
+
+TEST_F(Limits, AProgramMayTakeAsLongAsTheConfigurationSays) {
+  start("program_seconds = 1\n");
+  std::filesystem::create_directory_symlink("/usr/bin", tree_.path("/usr-bin"));
+  const std::string body =
+      wire::writeJson(Dictionary{{"program", "/usr-bin/sleep"}, {"arguments", Array{"1000"}}});
+  const Dictionary reply = daemon_->post("/v1/test_good/run", body).dictionary();
+  EXPECT_EQ(reply.integer("status"), ETIMEDOUT);
+  EXPECT_NE(daemon_->log().find("sleep took too long and was ended"), std::string::npos);
 }
 
 TEST_F(Limits, AProgramOfARunningRequestIsLetInWhenNobodyElseIs) {

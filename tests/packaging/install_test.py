@@ -13,7 +13,7 @@ import time
 import unittest
 
 PROGRAMS = ("usr/sbin/paddockd", "usr/sbin/keelhouse", "usr/sbin/quotascan")
-BUNDLES = ("paddock_sharing", "paddock_directory")
+BUNDLES = ("paddock_sharing", "paddock_directory", "paddock_vsp", "paddock_nfs", "paddock_filebrowser")
 OTHERS = ("etc/paddock/paddockd.toml", "etc/pam.d/paddock", "usr/lib/systemd/system/paddockd.service",
           "usr/lib/sysusers.d/paddock.conf", "usr/share/man/man8/paddockd.8", "usr/share/man/man8/keelhouse.8",
           "usr/share/man/man8/quotascan.8")

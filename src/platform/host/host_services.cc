@@ -9,7 +9,8 @@ namespace paddock {
 ProgramOutcome HostProgramRunner::run(const std::string& path,
                                       const std::vector<std::string>& arguments) {
   ProgramResult result = runProgram(path, arguments);
-  return {result.status, std::move(result.output), std::move(result.errorOutput)};
+  return {result.status, std::move(result.output), std::move(result.errorOutput),
+          result.exitStatus};
 }
 
 int HostProgramRunner::start(const std::string& path,
