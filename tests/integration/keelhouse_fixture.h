@@ -45,10 +45,6 @@ class KeelhouseTree : public ::testing::Test {
     return folder_.path(name);
   }
 
-  TestFolder folder_;
-  DaemonTree tree_;
-
- private:
   void installPlugin(const std::string& name) const {
     const std::string below = name + ".bundle/Contents/";
     const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
@@ -56,6 +52,9 @@ class KeelhouseTree : public ::testing::Test {
     std::filesystem::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + name + ".so",
                                contents + name + ".so");
   }
+
+  TestFolder folder_;
+  DaemonTree tree_;
 };
 
 class KeelhouseFixture : public KeelhouseTree {
