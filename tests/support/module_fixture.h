@@ -30,6 +30,7 @@
 #include "platform/testing/in_memory_shared_file_list.h"
 #include "platform/testing/in_memory_text_files.h"
 #include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_net_services.h"
 #include "platform/testing/recording_plugin_commands.h"
 #include "platform/testing/recording_program_runner.h"
 #include "store/schema.h"
@@ -73,6 +74,7 @@ struct ModuleDoubles {
   InMemoryFileAttributes fileAttributes{tree, accounts};
   InMemoryAcl acl{tree};
   InMemoryMetadataStores stores;
+  RecordingNetServices netServices;
   // Quota files and markers are real files: a test names a real folder.
   FakeQuotaControl quotaControl{volumes};
   FakeBrowserInformation browserInformation;
@@ -94,6 +96,7 @@ struct ModuleDoubles {
     all.fileAttributes = &fileAttributes;
     all.acl = &acl;
     all.metadataStores = &stores;
+    all.netServices = &netServices;
     all.quotaControl = &quotaControl;
     all.browserInformation = &browserInformation;
     all.exportsPath = kExportsPath;
@@ -147,6 +150,7 @@ class ModuleFixture : public ::testing::Test {
   InMemoryFileTree& tree = doubles_.tree;
   InMemoryAcl& acl = doubles_.acl;
   InMemoryMetadataStores& stores = doubles_.stores;
+  RecordingNetServices& netServices = doubles_.netServices;
   FakeQuotaControl& quotaControl = doubles_.quotaControl;
 
   void addRecord(const std::string& type, const std::string& name,

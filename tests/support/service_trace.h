@@ -20,6 +20,7 @@
 #include "platform/directory.h"
 #include "platform/file_attributes.h"
 #include "platform/metadata_stores.h"
+#include "platform/net_service.h"
 #include "platform/plugin_commands.h"
 #include "platform/program_runner.h"
 #include "platform/quota_control.h"
@@ -565,6 +566,50 @@ class TracedQuotaControl : public QuotaControl {
   ServiceTrace& trace_;
 };
 
+// Operations: createService (subject: the type, detail: the port), setDelegate, setTxtRecordData,
+// publish, stop (subject: the type). A number makes the TXT record refused, and keeps the service
+// from being published or stopped.
+class TracedNetServices : public NetServices {
+ public:
+  TracedNetServices(NetServices& services, ServiceTrace& trace)
+      : services_(services), trace_(trace) {}
+
+  std::shared_ptr<NetService> createService(const std::string& domain, const std::string& type,
+                                            const std::string& name, std::uint16_t port) override {
+    trace_.before("createService", type, std::to_string(port));
+    return std::make_shared<Service>(services_.createService(domain, type, name, port), type,
+                                     trace_);
+  }
+
+ private:
+  class Service : public NetService {
+   public:
+    Service(std::shared_ptr<NetService> service, std::string type, ServiceTrace& trace)
+        : service_(std::move(service)), type_(std::move(type)), trace_(trace) {}
+    void setDelegate(NetServiceDelegate* delegate) override {
+      trace_.before("setDelegate", type_);
+      service_->setDelegate(delegate);
+    }
+    bool setTxtRecordData(const Data& data) override {
+      return trace_.before("setTxtRecordData", type_) == 0 && service_->setTxtRecordData(data);
+    }
+    void publish() override {
+      if (trace_.before("publish", type_) == 0) service_->publish();
+    }
+    void stop() override {
+      if (trace_.before("stop", type_) == 0) service_->stop();
+    }
+
+   private:
+    std::shared_ptr<NetService> service_;
+    std::string type_;
+    ServiceTrace& trace_;
+  };
+
+  NetServices& services_;
+  ServiceTrace& trace_;
+};
+
 // Every service of `wrapped` that the trace knows, traced; the others as they are.
 class TracedServices {
  public:
@@ -580,6 +625,7 @@ class TracedServices {
         acl_(*wrapped.acl, trace),
         stores_(*wrapped.metadataStores, trace),
         quotaControl_(*wrapped.quotaControl, trace),
+        netServices_(*wrapped.netServices, trace),
         services_(wrapped) {
     services_.directory = &directory_;
     services_.textFiles = &files_;
@@ -592,6 +638,7 @@ class TracedServices {
     services_.acl = &acl_;
     services_.metadataStores = &stores_;
     services_.quotaControl = &quotaControl_;
+    services_.netServices = &netServices_;
   }
   TracedServices(const TracedServices&) = delete;
   TracedServices& operator=(const TracedServices&) = delete;
@@ -610,6 +657,7 @@ class TracedServices {
   TracedAcl acl_;
   TracedMetadataStores stores_;
   TracedQuotaControl quotaControl_;
+  TracedNetServices netServices_;
   Services services_;
 };
 

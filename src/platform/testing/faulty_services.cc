@@ -6,6 +6,7 @@
 #include "platform/testing/faulty_acl.h"
 #include "platform/testing/faulty_directory.h"
 #include "platform/testing/faulty_metadata_stores.h"
+#include "platform/testing/faulty_net_services.h"
 #include "platform/testing/faulty_platform.h"
 #include "platform/testing/faulty_shared_file_list.h"
 
@@ -26,6 +27,7 @@ struct FaultyServices::Wrappers {
   std::optional<FaultyQuotaControl> quotaControl;
   std::optional<FaultyBrowserInformation> browserInformation;
   std::optional<FaultyMetadataStores> metadataStores;
+  std::optional<FaultyNetServices> netServices;
 };
 
 namespace {
@@ -53,6 +55,7 @@ FaultyServices::FaultyServices(Services wrapped, FaultPlan& plan)
   wrap(services_.quotaControl, wrappers_->quotaControl, plan);
   wrap(services_.browserInformation, wrappers_->browserInformation, plan);
   wrap(services_.metadataStores, wrappers_->metadataStores, plan);
+  wrap(services_.netServices, wrappers_->netServices, plan);
 }
 
 FaultyServices::~FaultyServices() = default;

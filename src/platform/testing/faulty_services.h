@@ -15,6 +15,8 @@
 //   quotaControl     the plan's error, nothing switched and the state 0
 //   browserInformation  the plan's error, zeros read and nothing written
 //   metadataStores   the plan's error, nothing read or written
+//   netServices      a TXT record that is not taken, a service that is not published and whose
+//                    delegate is told so
 //
 // The logger, the clock and the UUIDs have no way to fail and are passed on as they are.
 #pragma once
