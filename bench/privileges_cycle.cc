@@ -16,7 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/computed_guid.h"
+#include "base/computed_guid.h"
 #include "platform/linux/file_privileges.h"
 #include "platform/linux/linux_directory.h"
 #include "platform/linux/linux_membership.h"

@@ -103,8 +103,7 @@ void MountRecord::requireNode() const {
   const auto status = reply.integer("status");
   if (status == ENOENT) {
     throw failure("there is no directory node " + printable(node_) +
-                  "\nNothing was changed. The daemon's configuration names the nodes besides "
-                  "/Local.");
+                  "\nNothing was changed. See which there are: keelhouse nodes");
   }
   // A node may show its records to nobody without an account.
   if (status == EACCES) return;

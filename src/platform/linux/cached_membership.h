@@ -2,7 +2,6 @@
 #pragma once
 
 #include "base/guid.h"
-#include "platform/computed_guid.h"
 #include "platform/linux/account_cache.h"
 #include "platform/membership.h"
 
