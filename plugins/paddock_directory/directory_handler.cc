@@ -8,6 +8,7 @@
 #include "paddock/host.h"
 #include "paddock_directory/node_operations.h"
 #include "paddock_directory/record_operations.h"
+#include "platform/linux/configured_options.h"
 #include "platform/linux/linux_clock.h"
 
 namespace paddock {
@@ -31,18 +32,25 @@ constexpr std::array kEntries = {
     Entry{"deleteRecord", true, records::remove}, Entry{"setPassword", true, records::setPassword},
 };
 
-LinuxDirectoryOptions optionsOfHost() {
-  LinuxDirectoryOptions options;
-  options.databasePath = hostPath(options.databasePath);
-  const Dictionary* access = host().configuration().dictionary("access");
-  const std::string* group = access == nullptr ? nullptr : access->string("admin_group");
-  if (group != nullptr) options.adminGroup = *group;
+LinuxDirectoryOptions optionsOfHost(Clock& clock, Logger& logger) {
+  LinuxDirectoryOptions options = configuredDirectory(host().configuration(), host().root());
+  options.extraUsers = configuredExtraUsers(host().configuration(), host().root(), clock, logger);
   return options;
 }
 
 }  // namespace
 
-DirectoryRequestHandler::DirectoryRequestHandler() : directory_(optionsOfHost()) {}
+DirectoryRequestHandler::DirectoryRequestHandler() : directory_(optionsOfHost(clock_, logger_)) {}
+
+PluginRequestHandler* DirectoryRequestHandler::init() {
+  directory_.refreshExtraUsers();
+  return PluginRequestHandler::init();
+}
+
+std::int64_t DirectoryRequestHandler::doIdleAtCount(std::uint64_t count) {
+  directory_.refreshExtraUsers();
+  return PluginRequestHandler::doIdleAtCount(count);
+}
 
 std::vector<PluginRequestHandler::Operation> DirectoryRequestHandler::operations() const {
   std::vector<Operation> result;

@@ -6,20 +6,28 @@
 #include <vector>
 
 #include "paddock/plugin_request_handler.h"
+#include "platform/host/host_services.h"
+#include "platform/linux/linux_clock.h"
 #include "platform/linux/linux_directory.h"
 
 namespace paddock {
 
 class DirectoryRequestHandler final : public PluginRequestHandler {
  public:
-  // Takes the database's path from the host's root and the administrators' group from its
-  // configuration ("access", "admin_group").
+  // Takes the directory's options from the host's root and configuration (configured_options.h).
   DirectoryRequestHandler();
+
+  // Give the users and groups of "/Local" to the host where it is to have them: at the start, and
+  // whenever something has changed without a request.
+  PluginRequestHandler* init() override;
+  std::int64_t doIdleAtCount(std::uint64_t count) override;
 
   std::vector<Operation> operations() const override;
   Dictionary performOperation(std::string_view name, const Dictionary& request) override;
 
  private:
+  LinuxClock clock_;
+  HostLogger logger_;
   LinuxDirectoryService directory_;
   // Held by operations that change records: finding one and creating it is not one step.
   std::mutex changing_;

@@ -55,10 +55,18 @@ std::vector<std::string> indexingCommand() {
       .value_or(std::vector<std::string>());
 }
 
+LinuxDirectoryOptions directoryOptions(Clock& clock, Logger& logger) {
+  LinuxDirectoryOptions options = configuredDirectory(host().configuration(), host().root());
+  options.extraUsers = configuredExtraUsers(host().configuration(), host().root(), clock, logger);
+  return options;
+}
+
 }  // namespace
 
 struct InstalledServices::Parts {
-  LinuxDirectoryService directory{configuredDirectory(host().configuration(), host().root())};
+  LinuxClock clock;
+  HostLogger logger;
+  LinuxDirectoryService directory{directoryOptions(clock, logger)};
   LinuxMembership membership{directory};
   FilePrivileges privileges{configuredPrivileges(host().configuration(), host().root()), directory,
                             membership,
@@ -67,13 +75,11 @@ struct InstalledServices::Parts {
   std::unique_ptr<QuotaControl> quotaControl = makeQuotaControl(volumeInfo);
   LinuxBrowserInformation browserInformation;
   LinuxHostName hostName;
-  LinuxClock clock;
   LinuxUuidSource uuidSource;
   LinuxSharedFileLists sharedFileLists;
   LinuxTextFiles textFiles;
   HostProgramRunner programRunner;
   HostPluginCommands pluginCommands;
-  HostLogger logger;
   SilentNetServices netServices;
   LinuxMetadataStores metadataStores{
       {.path = hostPath(kMetadataStoresPath), .logger = &logger, .clock = &clock}};

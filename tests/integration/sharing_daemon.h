@@ -1,5 +1,5 @@
-// A running daemon with the sharing plug-in, below a tree of its own. The program that includes
-// this defines PADDOCK_BUNDLES.
+// A running daemon with the sharing plug-in, or others, below a tree of its own. The program that
+// includes this defines PADDOCK_BUNDLES.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "integration/running_daemon.h"
 #include "wire/json.h"
@@ -15,14 +16,17 @@ namespace paddock::testing {
 
 class SharingDaemon {
  public:
-  explicit SharingDaemon(const std::string& configuration = {}) {
+  explicit SharingDaemon(const std::string& configuration = {},
+                         const std::vector<std::string>& plugins = {"paddock_sharing"}) {
     namespace fs = std::filesystem;
-    const std::string below = "paddock_sharing.bundle/Contents";
-    const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
-    fs::create_directories(contents);
     fs::create_directories(tree_.path("/etc"));
-    fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + "/paddock_sharing.so",
-                  contents + "/paddock_sharing.so");
+    for (const std::string& plugin : plugins) {
+      const std::string below = plugin + ".bundle/Contents";
+      const std::string contents = tree_.path("/usr/share/paddockd/bundles/") + below;
+      fs::create_directories(contents);
+      fs::copy_file(std::string(PADDOCK_BUNDLES) + "/" + below + "/" + plugin + ".so",
+                    contents + "/" + plugin + ".so");
+    }
     if (!configuration.empty()) tree_.configure(configuration);
     start();
   }
@@ -46,8 +50,12 @@ class SharingDaemon {
 
   // The reply of an operation of the sharing plug-in.
   Dictionary ask(const std::string& operation, const Dictionary& request) const {
+    return askPlugin("paddock_sharing", operation, request);
+  }
+  Dictionary askPlugin(const std::string& plugin, const std::string& operation,
+                       const Dictionary& request) const {
     const Response response =
-        daemon_->post("/v1/paddock_sharing/" + operation, wire::writeJson(request));
+        daemon_->post("/v1/" + plugin + "/" + operation, wire::writeJson(request));
     EXPECT_EQ(response.status, 200) << response.body;
     return response.dictionary();
   }

@@ -16,6 +16,23 @@ LinuxDirectoryOptions configuredDirectory(const Dictionary& configuration,
   return options;
 }
 
+std::optional<ExtraUsersOptions> configuredExtraUsers(const Dictionary& configuration,
+                                                      const std::string& root, Clock& clock,
+                                                      Logger& logger) {
+  const Dictionary* table = configuration.dictionary("accounts");
+  const Value* value = table != nullptr ? table->find("extrausers") : nullptr;
+  std::string folder = "/var/lib/extrausers";
+  if (value != nullptr && value->string() != nullptr) {
+    folder = *value->string();
+  } else if (!(value != nullptr ? *value == Value(true) : root.empty())) {
+    return std::nullopt;
+  }
+  return ExtraUsersOptions{.folder = root + folder,
+                           .lockPath = root + "/var/lib/paddock/extrausers.lock",
+                           .clock = &clock,
+                           .logger = &logger};
+}
+
 FilePrivilegesOptions configuredPrivileges(const Dictionary& configuration,
                                            const std::string& root) {
   FilePrivilegesOptions options;

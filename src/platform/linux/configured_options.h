@@ -3,12 +3,15 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/value.h"
+#include "platform/clock.h"
 #include "platform/linux/file_privileges.h"
 #include "platform/linux/linux_directory.h"
 #include "platform/linux/sid_resolver.h"
+#include "platform/logger.h"
 
 namespace paddock {
 
@@ -16,6 +19,12 @@ namespace paddock {
 // default. `root` is the folder that paths of the system are taken below, without a slash at its
 // end; empty for the system itself.
 LinuxDirectoryOptions configuredDirectory(const Dictionary& configuration, const std::string& root);
+// How the users and groups of "/Local" are given to the host ("[accounts] extrausers"); absent when
+// they are not. Without the key they are, but not by a daemon with a root of its own. The caller
+// keeps clock and logger alive.
+std::optional<ExtraUsersOptions> configuredExtraUsers(const Dictionary& configuration,
+                                                      const std::string& root, Clock& clock,
+                                                      Logger& logger);
 FilePrivilegesOptions configuredPrivileges(const Dictionary& configuration,
                                            const std::string& root);
 // Null when no SID is to be asked of winbind.

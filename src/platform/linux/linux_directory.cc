@@ -7,6 +7,14 @@ namespace paddock {
 LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& options)
     : database_(std::make_shared<LocalDatabase>(options.databasePath)),
       adminGroup_(options.adminGroup) {
+  if (options.extraUsers) {
+    extraUsers_ = std::make_shared<ExtraUsers>(*options.extraUsers);
+    // Nodes, and the database with them, may outlive this service.
+    database_->onAccountChange(
+        [extraUsers = extraUsers_, &database = *database_](LocalStore& store) {
+          extraUsers->write(store, database.generation());
+        });
+  }
   NodeList nodes;
   nodes.push_back({kLocalNodePath, [database = database_, group = adminGroup_] {
                      return paddock::openLocalNode(database, group);
@@ -16,6 +24,16 @@ LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& option
 }
 
 std::unique_ptr<DirectorySession> LinuxDirectoryService::openLocal() { return makeSession(nodes_); }
+
+void LinuxDirectoryService::refreshExtraUsers() noexcept {
+  if (!extraUsers_) return;
+  try {
+    database_->use(
+        [&](LocalStore& store) { extraUsers_->refresh(store, database_->generation()); });
+  } catch (const std::exception& error) {
+    extraUsers_->reportTrouble(error.what());
+  }
+}
 
 std::shared_ptr<LocalDirectoryNode> LinuxDirectoryService::openLocalNode() {
   return paddock::openLocalNode(database_, adminGroup_);

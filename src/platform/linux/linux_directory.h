@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/directory.h"
+#include "platform/linux/extra_users.h"
 #include "platform/linux/local_node.h"
 #include "platform/linux/pam_authentication.h"
 #include "platform/search_node.h"
@@ -18,6 +19,9 @@ struct LinuxDirectoryOptions {
   std::string adminGroup = "paddock";
   // How "/System" authenticates; without PAM, authenticating there raises ENOTSUP.
   std::optional<PamOptions> pam = PamOptions{};
+  // Whether, and where, the users and groups of "/Local" are given to the host. Every change of
+  // them is in the files when the call that made it returns.
+  std::optional<ExtraUsersOptions> extraUsers = std::nullopt;
 };
 
 class LinuxDirectoryService final : public DirectoryService {
@@ -30,8 +34,14 @@ class LinuxDirectoryService final : public DirectoryService {
   // The node "/Local" with its passwords. Throws what opening it throws.
   std::shared_ptr<LocalDirectoryNode> openLocalNode();
 
+  // Catches up with what has changed, in "/Local" or in the host, without a call of this service.
+  // Does nothing where nothing can have; cheap enough for every second. Never throws: trouble is in
+  // the log.
+  void refreshExtraUsers() noexcept;
+
  private:
   std::shared_ptr<LocalDatabase> database_;
+  std::shared_ptr<ExtraUsers> extraUsers_;  // null: they are not given to the host
   std::string adminGroup_;
   std::shared_ptr<const NodeList> nodes_;
 };

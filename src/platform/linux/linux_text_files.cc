@@ -21,6 +21,7 @@ constexpr std::size_t kSizeLimit = std::size_t{64} << 20U;
 constexpr std::size_t kChunk = std::size_t{64} << 10U;
 constexpr int kLinkLimit = 40;
 constexpr mode_t kModeOfNewFiles = 0644;
+constexpr unsigned kOwn = static_cast<unsigned>(-1);  // see chown(2)
 constexpr mode_t kPermissionBits = 07777;
 
 int pathError(const std::string& path) {
@@ -151,16 +152,24 @@ int LinuxTextFiles::read(const std::string& path, std::string& contents) {
 }
 
 int LinuxTextFiles::replace(const std::string& path, const std::string& contents) {
+  return replaceAs(path, contents, [](const FileOwnership* present) {
+    return present != nullptr ? *present : FileOwnership{kOwn, kOwn, kModeOfNewFiles};
+  });
+}
+
+int LinuxTextFiles::replaceAs(const std::string& path, const std::string& contents,
+                              const OwnershipRule& rule) {
   Place place;
   if (const int error = findPlace(path, place); error != 0) return error;
+  std::optional<FileOwnership> present;
   if (place.present) {
     if (const int error = kindError(place.present->st_mode); error != 0) return error;
+    present = ownershipOf(*place.present);
   }
   NewFile file(place.folder.get(), place.name);
   if (const int error = file.create(); error != 0) return error;
   if (const int error = file.write(contents); error != 0) return error;
-  const int error = place.present ? file.setOwnership(ownershipOf(*place.present))
-                                  : file.setMode(kModeOfNewFiles);
+  const int error = file.setOwnership(rule(present ? &*present : nullptr));
   return error != 0 ? error : file.putInPlace();
 }
 

@@ -5,6 +5,9 @@
 // target as it was, and at most that one file.
 #pragma once
 
+#include <functional>
+
+#include "platform/linux/new_file.h"
 #include "platform/text_file.h"
 
 namespace paddock {
@@ -15,6 +18,13 @@ class LinuxTextFiles : public TextFiles {
   int replace(const std::string& path, const std::string& contents) override;
   int copyOnce(const std::string& from, const std::string& to) override;
   bool exists(const std::string& path) override;
+
+  // Whose a replacement is, and its mode, by those of the earlier file (null: there is none). An
+  // owner or group of -1 is the process's own.
+  using OwnershipRule = std::function<FileOwnership(const FileOwnership* present)>;
+  // `replace` by another rule than the usual one.
+  static int replaceAs(const std::string& path, const std::string& contents,
+                       const OwnershipRule& rule);
 };
 
 }  // namespace paddock

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,6 +25,11 @@ class LocalDatabase {
 
   const std::string& path() const { return path_; }
 
+  // Called at the end of every `use` in which users, groups or passwords have changed, with the
+  // database still in use. It does not throw. Set before the first `use`.
+  using AccountListener = std::function<void(LocalStore&)>;
+  void onAccountChange(AccountListener listener) { accountListener_ = std::move(listener); }
+
   // Runs work(LocalStore&) with the database open and nobody else using it, and returns what it
   // returns. Opens the file when it is not open, and when the file at the path has become
   // another one or has gone. An error that may come from the file or the connection closes it, so
@@ -33,6 +39,7 @@ class LocalDatabase {
     const std::lock_guard lock(mutex_);
     LocalStore& store = opened();
     try {
+      const AccountNotice notice(*this, store);
       return work(store);  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the caller gets it
     } catch (const DirectoryError& error) {
       noteFailure(error);
@@ -45,12 +52,30 @@ class LocalDatabase {
   std::uint64_t generation() const { return generation_; }
 
  private:
+  // Its end tells the listener, when there is something to tell.
+  class AccountNotice {
+   public:
+    AccountNotice(LocalDatabase& database, LocalStore& store)
+        : database_(database), store_(store) {}
+    AccountNotice(const AccountNotice&) = delete;
+    AccountNotice& operator=(const AccountNotice&) = delete;
+    ~AccountNotice() {
+      if (store_.takeAccountChange() && database_.accountListener_)
+        database_.accountListener_(store_);
+    }
+
+   private:
+    LocalDatabase& database_;
+    LocalStore& store_;
+  };
+
   LocalStore& opened();
   void open(std::chrono::milliseconds timeout);
   void noteFailure(const DirectoryError& error);
   bool isOpenFile() const;
 
   const std::string path_;
+  AccountListener accountListener_;
   std::mutex mutex_;
   std::unique_ptr<LocalStore> store_;
   LockPatience patience_;

@@ -228,6 +228,7 @@ void LocalStore::remove(RecordNumber number) {
   while (!record.attributes.empty()) erase(number, record, record.attributes.back().number);
   connection_->statement("DELETE FROM records WHERE id = ?1").bind(1, number).run();
   transaction.commit();
+  noteChange(record.type);
 }
 
 void LocalStore::change(RecordNumber number, const std::vector<AttributeChange>& changes) {
@@ -241,6 +242,7 @@ void LocalStore::change(RecordNumber number, const std::vector<AttributeChange>&
     for (const AttributeChange& one : changes)
       if (!isMade(record, one)) make(number, record, one);
     transaction.commit();
+    noteChange(record.type);
   } catch (...) {
     // A name that was numbered in this transaction is not in the table.
     attributeNames_.clear();
@@ -308,6 +310,10 @@ void LocalStore::insertName(RecordNumber number, const std::string& type, const 
       .run();
 }
 
+void LocalStore::noteChange(const std::string& type) {
+  if (type == schema::kUsers || type == schema::kGroups) accountsChanged_ = true;
+}
+
 void LocalStore::erase(RecordNumber number, Record& record, std::int64_t attribute) {
   const auto stored = std::find_if(record.attributes.begin(), record.attributes.end(),
                                    [&](const Stored& one) { return one.number == attribute; });
@@ -357,12 +363,23 @@ std::optional<std::string> LocalStore::passwordHash(RecordNumber record) {
 
 void LocalStore::setPasswordHash(RecordNumber record, const std::string& hash) {
   SqliteTransaction transaction(*connection_, Kind::write);
-  typeOf(record);
+  const std::string type = typeOf(record);
   connection_->statement("INSERT OR REPLACE INTO passwords(record, hash) VALUES(?1, ?2)")
       .bind(1, record)
       .bind(2, hash)
       .run();
   transaction.commit();
+  noteChange(type);
+}
+
+std::unordered_map<std::string, std::string> LocalStore::passwordHashes() {
+  SqliteStatement rows = connection_->statement(
+      "SELECT v.value, p.hash FROM passwords p JOIN records r ON r.id = p.record JOIN vals v ON "
+      "v.record = r.id WHERE r.type = ?1 AND v.position = 0 AND v.ordinal = 0");
+  rows.bind(1, schema::kUsers);
+  std::unordered_map<std::string, std::string> hashes;
+  while (rows.step()) hashes.emplace(rows.text(0), rows.text(1));
+  return hashes;
 }
 
 // --- Attribute names

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "base/value.h"
@@ -45,6 +46,12 @@ class LocalStore {
 
   std::optional<std::string> passwordHash(RecordNumber record);
   void setPasswordHash(RecordNumber record, const std::string& hash);
+  // Every user's, by the first name of the record.
+  std::unordered_map<std::string, std::string> passwordHashes();
+
+  // Whether a user, a group or a password has changed here since this was asked last. A record
+  // that was created counts from its first attribute on: a name alone is no account.
+  bool takeAccountChange() { return std::exchange(accountsChanged_, false); }
 
  private:
   // An attribute as it is stored.
@@ -79,6 +86,7 @@ class LocalStore {
              std::int64_t position);
   void eraseNames(RecordNumber number, const Record& record);
   void insertName(RecordNumber number, const std::string& type, const std::string& name);
+  void noteChange(const std::string& type);
 
   std::optional<std::int64_t> attributeNumber(const std::string& name);
   std::int64_t attributeNumberOrNew(const std::string& name);
@@ -95,6 +103,7 @@ class LocalStore {
   // The table of attribute names. Only grows; forgotten when a transaction failed.
   std::unordered_map<std::int64_t, std::string> attributeNames_;
   std::unordered_map<std::string, std::int64_t> attributeNumbers_;
+  bool accountsChanged_ = false;
 };
 
 }  // namespace paddock

@@ -1,0 +1,150 @@
+// Users and groups of "/Local" in the files of libnss-extrausers, through the running daemon.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <thread>
+
+#include "integration/sharing_daemon.h"
+#include "platform/directory_schema.h"
+#include "platform/linux/linux_directory.h"
+#include "platform/linux/managed_block.h"
+
+namespace paddock::testing {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+const std::vector<std::string> kPlugins = {"paddock_directory", "paddock_sharing"};
+constexpr const char* kOn = "[accounts]\nextrausers = true\n";
+constexpr const char* kFolder = "/var/lib/extrausers";
+
+// The daemon looks for changes once a second.
+bool comesTrue(const std::function<bool()>& condition) {
+  constexpr int kTries = 200;
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  return false;
+}
+
+class AccountsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
+  }
+
+  void start(const std::string& configuration) { daemon_.emplace(configuration, kPlugins); }
+  Status ask(const std::string& operation, Dictionary request) {
+    const Dictionary reply = daemon_->askPlugin("paddock_directory", operation, request);
+    return static_cast<Status>(reply.integer("status").value_or(-1));
+  }
+  Status putUser(const std::string& name, const std::string& id) {
+    return ask(
+        "putRecord",
+        {{"type", schema::kUsers},
+         {"name", name},
+         {"attributes", Dictionary{{schema::kUniqueID, id}, {schema::kUserShell, "/bin/sh"}}}});
+  }
+  std::string passwd(const std::string& folder = kFolder) {
+    return daemon_->tree().read(folder + "/passwd");
+  }
+  // Without the daemon's knowledge.
+  void putUserByOtherMeans(const std::string& name, const std::string& id) {
+    LinuxDirectoryOptions options;
+    options.databasePath = daemon_->tree().path("/var/lib/paddock/directory.sqlite");
+    LinuxDirectoryService service(options);
+    service.openLocalNode()->newRecord(name, schema::kUsers)->setAttribute(schema::kUniqueID, id);
+  }
+
+  std::optional<SharingDaemon> daemon_;
+};
+
+std::string lineOf(const std::string& name, const std::string& id) {
+  return name + ":x:" + id + ":65534::/nonexistent:/bin/sh\n";
+}
+
+TEST_F(AccountsTest, AreInTheFilesBeforeTheRequestIsAnswered) {
+  start(kOn);
+  for (int number = 5001; number < 5006; ++number) {
+    const std::string id = std::to_string(number);
+    ASSERT_EQ(putUser("user" + id, id), 0);
+    ASSERT_THAT(passwd(), HasSubstr(lineOf("user" + id, id)));
+  }
+  ASSERT_EQ(ask("putRecord", {{"type", schema::kGroups},
+                              {"name", "crew"},
+                              {"attributes",
+                               Dictionary{{schema::kPrimaryGroupID, "5100"},
+                                          {schema::kGroupMembership, Array{"user5001", "root"}}}}}),
+            0);
+  EXPECT_THAT(daemon_->tree().read(std::string(kFolder) + "/group"),
+              HasSubstr("crew:x:5100:user5001,root\n"));
+  ASSERT_EQ(ask("setPassword", {{"name", "user5001"}, {"password", "opensesame"}}), 0);
+  EXPECT_THAT(daemon_->tree().read(std::string(kFolder) + "/shadow"), HasSubstr("user5001:$"));
+  ASSERT_EQ(ask("deleteRecord", {{"type", schema::kUsers}, {"name", "user5001"}}), 0);
+  EXPECT_THAT(passwd(), Not(HasSubstr("user5001")));
+  EXPECT_THAT(daemon_->tree().read(std::string(kFolder) + "/shadow"), Not(HasSubstr("user5001")));
+  EXPECT_THAT(daemon_->log(), Not(HasSubstr("opensesame")));
+}
+
+TEST_F(AccountsTest, AreInTheFolderThatIsConfigured) {
+  start("[accounts]\nextrausers = \"/srv/accounts of mine\"\n");
+  ASSERT_EQ(putUser("anna", "5001"), 0);
+  EXPECT_THAT(passwd("/srv/accounts of mine"), HasSubstr(lineOf("anna", "5001")));
+  EXPECT_FALSE(daemon_->tree().has(kFolder));
+}
+
+TEST_F(AccountsTest, AreNotWrittenInATreeOfItsOwnUnlessItIsAskedFor) {
+  for (const char* configuration : {"", "[accounts]\n", "[accounts]\nextrausers = false\n"}) {
+    start(configuration);
+    ASSERT_EQ(putUser("anna", "5001"), 0);
+    EXPECT_FALSE(daemon_->tree().has(kFolder)) << configuration;
+    daemon_.reset();
+  }
+}
+
+TEST_F(AccountsTest, OfTheHostAreLeftOutWithALineInTheLog) {
+  start(kOn);
+  ASSERT_EQ(putUser("root", "5001"), 0);
+  ASSERT_EQ(putUser("toor", "0"), 0);
+  EXPECT_EQ(passwd(), "");
+  daemon_->stop();
+  EXPECT_THAT(daemon_->log(),
+              HasSubstr("accounts: user \"root\" is left out: the host has a user of this name"));
+  EXPECT_THAT(daemon_->log(), HasSubstr("accounts: user \"toor\" is left out: its id is 0"));
+}
+
+TEST_F(AccountsTest, ThatChangedWhileTheDaemonWasDownAreCaughtUpWithAtItsStart) {
+  start(kOn);
+  ASSERT_EQ(putUser("anna", "5001"), 0);
+  daemon_->stop();
+  putUserByOtherMeans("bert", "5002");
+  EXPECT_THAT(passwd(), Not(HasSubstr("bert")));
+  daemon_->restart();
+  EXPECT_THAT(passwd(), HasSubstr("bert:x:5002:"));
+}
+
+TEST_F(AccountsTest, ThatAnotherProgramChangesAreNoticed) {
+  start(kOn);
+  ASSERT_EQ(putUser("anna", "5001"), 0);
+  putUserByOtherMeans("bert", "5002");
+  EXPECT_TRUE(comesTrue([&] { return passwd().find("bert:x:5002:") != std::string::npos; }));
+}
+
+TEST_F(AccountsTest, ThatCannotBeWrittenAreALineAndNoFailedRequest) {
+  start(kOn);
+  daemon_->tree().write(kFolder, "not a folder");
+  EXPECT_EQ(putUser("anna", "5001"), 0);
+  EXPECT_EQ(ask("setPassword", {{"name", "anna"}, {"password", "opensesame"}}), 0);
+  daemon_->stop();
+  EXPECT_THAT(daemon_->log(), HasSubstr("accounts: open folder "));
+  EXPECT_EQ(daemon_->tree().read(kFolder), "not a folder");
+}
+
+}  // namespace
+}  // namespace paddock::testing
