@@ -75,8 +75,11 @@ class Samba:
             os.mkdir(os.path.join(folder, name))
         self.configuration = os.path.join(folder, "smb.conf")
         with open(self.configuration, "w", encoding="ascii") as file:
-            file.write(CONFIGURATION.format(folder=folder, host=HOST) + shares)
+            file.write(self.global_section() + shares)
         self.processes = []
+
+    def global_section(self):
+        return CONFIGURATION.format(folder=self.folder, host=HOST)
 
     def add_user(self, name, password):
         """Of an account that the system has."""

@@ -1,9 +1,12 @@
 """A host for one test: accounts, an smbd that shares a folder, and a paddockd. They are in namespaces
 (own_samba), so that the machine's accounts, servers and network are not touched."""
 import argparse
+import contextlib
+import http.client
 import json
 import os
 import re
+import socket
 import subprocess
 import sys
 import tempfile
@@ -22,6 +25,7 @@ except ImportError as error:
 PROGRAMS = ("smbd", "winbindd", "wbinfo", "smbpasswd", "smbcacls")
 ATTRIBUTE = "security.NTACL"
 PASSWORD = "not-a-secret"
+SHARE_POINTS = "dsRecTypeStandard:SharePoints"
 SHARE = "shared"
 # The same folder; what is made in it where no list is inherited has the folder's mode.
 CAREFUL_SHARE = "careful"
@@ -35,6 +39,8 @@ acl_xattr:ignore system acls = yes
 [{careful_share}]
 copy = {share}
 inherit permissions = yes
+
+include = {published}
 """
 EVERY_PART = security.SECINFO_OWNER | security.SECINFO_GROUP | security.SECINFO_DACL
 
@@ -207,6 +213,7 @@ class Paddock:
             self._configure(tree, "winbind", "true" if asks_winbind else "false")
         if attribute != ATTRIBUTE:
             self._configure(tree, "attribute", '"%s"' % attribute)
+        self.tree = tree
         self.program = os.path.join(tree, "usr/sbin/keelhouse")
         self.log = os.path.join(tree, "log")
         with open(self.log, "wb") as log:
@@ -225,6 +232,43 @@ class Paddock:
     def last_words(self):
         with open(self.log, encoding="utf-8", errors="replace") as log:
             return log.read()[-4000:]
+
+    def use_smbcontrol(self, configuration):
+        """What the tree's programs find in smbcontrol's place talks to the servers of the configuration."""
+        path = os.path.join(self.tree, "usr/bin/smbcontrol")
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="ascii") as file:
+            file.write('#!/bin/sh\nexec smbcontrol -s %s "$@"\n' % configuration)
+        os.chmod(path, 0o755)
+
+    def synchronize(self):
+        """Brings the shares up to date that smb.conf includes."""
+        ended = subprocess.run([os.path.join(self.tree, "usr/libexec/samba/synchronize-shares")],
+                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                               stderr=subprocess.STDOUT, encoding="utf-8", check=False)
+        assert (ended.returncode, ended.stdout) == (0, ""), "synchronize-shares: " + ended.stdout
+
+    def request(self, plugin, operation, request):
+        """Its reply, whose status must be 0."""
+        connection = http.client.HTTPConnection("paddock")
+        connection.sock = socket.socket(socket.AF_UNIX)
+        connection.sock.connect(os.path.join(self.tree, "run/paddock/paddockd.sock"))
+        with contextlib.closing(connection):
+            connection.request("POST", "/v1/%s/%s" % (plugin, operation), json.dumps(request))
+            response = connection.getresponse()
+            reply = json.loads(response.read())
+        assert response.status == 200 and reply["status"] == 0, "%s: %s" % (operation, reply)
+        return reply
+
+    def put_share_point(self, record_name, path, name_over_smb):
+        self.request("paddock_directory", "putRecord", {
+            "type": SHARE_POINTS, "name": record_name, "attributes": {
+                "dsAttrTypeNative:directory_path": [path], "dsAttrTypeNative:smb_name": [name_over_smb]}})
+
+    def delete_share_points(self):
+        for record in self.request("paddock_directory", "listRecords", {"type": SHARE_POINTS})["records"]:
+            self.request("paddock_directory", "deleteRecord", {
+                "type": SHARE_POINTS, "name": record["dsAttrTypeStandard:RecordName"][0]})
 
     def keelhouse(self, *words):
         """Its output."""
@@ -276,18 +320,20 @@ class World:
         if not holds_attributes(self.shared, options.attribute):
             use_own_file_system(os.path.join(self.folder, "image"), self.shared, options.attribute)
             clean_up(lambda: subprocess.run(["umount", "--lazy", self.shared], check=True))
+        tree = self._make("tree")
+        self.published = os.path.join(tree, "etc/samba/paddock-shares.conf")
         self.samba = Samba(self._make("samba"),
                            SHARES.format(share=SHARE, careful_share=CAREFUL_SHARE, folder=self.shared,
-                                         more=naming(options.attribute)))
+                                         published=self.published, more=naming(options.attribute)))
         for user in USERS:
             self.samba.add_user(user, PASSWORD)
         clean_up(self.samba.stop_all)
         if options.winbind:
             self.samba.start_winbind()
         self.samba.start_smbd()
-        self.paddock = Paddock(options.cmake, options.build, self._make("tree"),
-                               attribute=options.attribute)
+        self.paddock = Paddock(options.cmake, options.build, tree, attribute=options.attribute)
         clean_up(self.paddock.stop)
+        self.paddock.use_smbcontrol(self.samba.configuration)
         self._sessions = {}
 
     def session(self, user, share=SHARE):
@@ -297,6 +343,13 @@ class World:
 
     def path(self, name):
         return os.path.join(self.shared, name)
+
+    def published_configuration(self):
+        """A configuration of its own that only includes what is published."""
+        path = os.path.join(self.samba.folder, "published.conf")
+        with open(path, "w", encoding="ascii") as file:
+            file.write("%sinclude = %s\n" % (self.samba.global_section(), self.published))
+        return path
 
     def smbcacls(self, name, *options):
         """Samba's own program, as root."""

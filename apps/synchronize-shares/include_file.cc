@@ -1,0 +1,73 @@
+#include "synchronize-shares/include_file.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+
+#include "base/system_call.h"
+#include "synchronize-shares/samba_text.h"
+
+namespace paddock::synchronizer {
+
+namespace {
+
+constexpr std::string_view kHeading =
+    "# The shares of Paddock, for smb.conf to include. Written by synchronize-shares(8), which\n"
+    "# replaces this file: changes belong into the share points (keelhouse share set).\n";
+// Lines of smb.conf that follow the line with "include" would belong to the last share otherwise,
+// one like "guest ok = yes" too.
+constexpr std::string_view kEnd = "\n[global]\n";
+// Where Samba looks without being told, and where it finds nothing once it is told so.
+constexpr std::string_view kUsualAttribute = "security.NTACL";
+
+// What every section has.
+std::string commonLines(const std::string& attribute) {
+  std::string lines =
+      "    read only = no\n"
+      "    vfs objects = acl_xattr\n"
+      "    acl_xattr:ignore system acls = yes\n";
+  if (attribute != kUsualAttribute)
+    lines += "    acl_xattr:security_acl_name = " + attribute + "\n";
+  // With the system's lists ignored, Samba makes what inherits no list open to everybody.
+  return lines + "    inherit permissions = yes\n";
+}
+
+void appendSection(std::string& text, const SharePoint& share, std::string_view common) {
+  text.append("\n[").append(share.nameOverSMB).append("]\n");
+  text.append("    path = ").append(share.path).append("\n");
+  if (faultOfValue(share.recordName).empty())
+    text.append("    comment = ").append(share.recordName).append("\n");
+  text.append(common);
+}
+
+}  // namespace
+
+std::string includeFileText(const std::vector<const SharePoint*>& shares,
+                            const std::string& attribute) {
+  if (const std::string_view fault = faultOfValue(attribute); !fault.empty())
+    throw std::runtime_error("the attribute of the access-control lists, \"" + attribute + "\", " +
+                             std::string(fault) + ", which Samba's configuration cannot carry");
+  const std::string common = commonLines(attribute);
+  std::string text(kHeading);
+  for (const SharePoint* share : shares) appendSection(text, *share, common);
+  return text.append(kEnd);
+}
+
+IncludeFile::IncludeFile(TextFiles& files, const std::string& root)
+    : files_(files), folder_(root + "/etc/samba"), path_(folder_ + "/paddock-shares.conf") {}
+
+bool IncludeFile::bringUpToDate(const std::string& text) {
+  std::string present;
+  const int unreadable = files_.read(path_, present);
+  if (unreadable == 0 && present == text) return false;
+  // What is too large to be read is not that text.
+  if (unreadable != 0 && unreadable != ENOENT && unreadable != EFBIG)
+    throw systemError(unreadable, "cannot read", path_);
+  std::filesystem::create_directories(folder_);
+  if (const int error = files_.replace(path_, text); error != 0)
+    throw systemError(error, "cannot write", path_);
+  return true;
+}
+
+}  // namespace paddock::synchronizer

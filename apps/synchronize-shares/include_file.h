@@ -1,0 +1,32 @@
+// The file that smb.conf includes; docs/samba.md describes it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/text_file.h"
+#include "synchronize-shares/share_points.h"
+
+namespace paddock::synchronizer {
+
+// The whole text: a section for each share. `attribute` is the extended attribute that holds the
+// access-control lists. Throws std::runtime_error when that is none that the file can carry.
+std::string includeFileText(const std::vector<const SharePoint*>& shares,
+                            const std::string& attribute);
+
+class IncludeFile {
+ public:
+  // The one below `root`.
+  IncludeFile(TextFiles& files, const std::string& root);
+
+  // Makes `text` the file's content, and makes its folder, when it is missing. False when it was
+  // that already and nothing was written. Throws std::system_error; the file is as it was then.
+  bool bringUpToDate(const std::string& text);
+
+ private:
+  TextFiles& files_;
+  std::string folder_;
+  std::string path_;
+};
+
+}  // namespace paddock::synchronizer

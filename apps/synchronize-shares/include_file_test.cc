@@ -1,0 +1,153 @@
+#include "synchronize-shares/include_file.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "platform/linux/linux_text_files.h"
+#include "support/own_mounts.h"
+#include "support/temporary_folder.h"
+
+namespace paddock::synchronizer {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr const char* kUsual = "security.NTACL";
+
+// What stands behind the heading.
+std::string sectionsOf(const std::vector<SharePoint>& shares,
+                       const std::string& attribute = kUsual) {
+  std::vector<const SharePoint*> pointers;
+  for (const SharePoint& share : shares) pointers.push_back(&share);
+  const std::string text = includeFileText(pointers, attribute);
+  EXPECT_THAT(text, StartsWith("# "));
+  return text.substr(text.find("\n\n") + 1);
+}
+
+TEST(IncludeFileText, HasASectionForEachShareAndLeavesItsIncluderInTheGlobalOne) {
+  EXPECT_EQ(sectionsOf({{"plans", "/srv/plans", "Plans"}, {"films 2", "/srv/films", "films"}}),
+            "\n[Plans]\n"
+            "    path = /srv/plans\n"
+            "    comment = plans\n"
+            "    read only = no\n"
+            "    vfs objects = acl_xattr\n"
+            "    acl_xattr:ignore system acls = yes\n"
+            "    inherit permissions = yes\n"
+            "\n[films]\n"
+            "    path = /srv/films\n"
+            "    comment = films 2\n"
+            "    read only = no\n"
+            "    vfs objects = acl_xattr\n"
+            "    acl_xattr:ignore system acls = yes\n"
+            "    inherit permissions = yes\n"
+            "\n[global]\n");
+}
+
+TEST(IncludeFileText, NamesAnotherAttributeAndNotTheUsualOne) {
+  EXPECT_THAT(sectionsOf({{"a", "/a", "a"}}, "user.NTACL"),
+              HasSubstr("\n    acl_xattr:security_acl_name = user.NTACL\n"));
+  EXPECT_THAT(sectionsOf({{"a", "/a", "a"}}), Not(HasSubstr("security_acl_name")));
+}
+
+TEST(IncludeFileText, ARecordNameThatCannotBeWrittenIsNoComment) {
+  const std::string text = sectionsOf({{"a\nguest ok = yes", "/a", "a"}, {"b\\", "/b", "b"}});
+  EXPECT_THAT(text, Not(HasSubstr("comment")));
+  EXPECT_THAT(text, Not(HasSubstr("guest")));
+  EXPECT_THAT(text, HasSubstr("[a]"));
+  EXPECT_THAT(text, HasSubstr("[b]"));
+}
+
+TEST(IncludeFileText, AnAttributeThatCannotBeWrittenIsRefused) {
+  for (const char* attribute : {"user.a\nguest ok = yes", "user.a\\", "user.%U"})
+    EXPECT_THROW(includeFileText({}, attribute), std::runtime_error) << attribute;
+}
+
+class IncludeFileOnDisk : public ::testing::Test {
+ protected:
+  bool bringUpToDate(const std::string& text) {
+    LinuxTextFiles files;
+    return IncludeFile(files, root()).bringUpToDate(text);
+  }
+  const std::string& root() const { return folder_.path(); }
+  std::string path() const { return folder_.path("etc/samba/paddock-shares.conf"); }
+  struct stat status() const {
+    struct stat found {};
+    EXPECT_EQ(::stat(path().c_str(), &found), 0);
+    return found;
+  }
+
+  TestFolder folder_;
+};
+
+TEST_F(IncludeFileOnDisk, IsMadeWithItsFolderAndReadableByAll) {
+  EXPECT_TRUE(bringUpToDate("text\n"));
+  EXPECT_EQ(readWholeFile(path()), "text\n");
+  EXPECT_EQ(status().st_mode, static_cast<mode_t>(S_IFREG | 0644));
+}
+
+TEST_F(IncludeFileOnDisk, IsNotWrittenWhenItsContentIsTheSame) {
+  bringUpToDate("text\n");
+  const struct stat before = status();
+  EXPECT_FALSE(bringUpToDate("text\n"));
+  EXPECT_EQ(status().st_ino, before.st_ino);
+  EXPECT_EQ(status().st_mtim.tv_sec, before.st_mtim.tv_sec);
+  EXPECT_EQ(status().st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+  EXPECT_EQ(status().st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+}
+
+TEST_F(IncludeFileOnDisk, IsReplacedWithItsModeAndOwner) {
+  bringUpToDate("old\n");
+  ASSERT_EQ(::chmod(path().c_str(), 0640), 0);
+  const struct stat before = status();
+  EXPECT_TRUE(bringUpToDate("new\n"));
+  EXPECT_EQ(readWholeFile(path()), "new\n");
+  EXPECT_NE(status().st_ino, before.st_ino);
+  EXPECT_EQ(status().st_mode, before.st_mode);
+}
+
+TEST_F(IncludeFileOnDisk, ALinkAtItsPlaceStaysAndItsTargetIsReplaced) {
+  std::filesystem::create_directories(folder_.path("etc/samba"));
+  std::filesystem::create_symlink(folder_.path("elsewhere"), path());
+  EXPECT_TRUE(bringUpToDate("text\n"));
+  EXPECT_TRUE(std::filesystem::is_symlink(path()));
+  EXPECT_EQ(readWholeFile(folder_.path("elsewhere")), "text\n");
+}
+
+TEST_F(IncludeFileOnDisk, WhatIsNoFileIsLeftAloneAndNamed) {
+  std::filesystem::create_directories(path());
+  try {
+    bringUpToDate("text\n");
+    FAIL() << "a folder was replaced";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), EISDIR);
+    EXPECT_THAT(error.what(), HasSubstr(path()));
+  }
+  EXPECT_TRUE(std::filesystem::is_directory(path()));
+}
+
+TEST_F(IncludeFileOnDisk, AFullDiskLeavesTheOldOneAndNoOther) {
+  if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([this] {
+    std::filesystem::create_directories(folder_.path("etc/samba"));
+    mountTmpfs(folder_.path("etc/samba"), "64k");
+    bringUpToDate("old\n");
+    try {
+      bringUpToDate(std::string(200'000, 'x'));
+      FAIL() << "more was written than there is room for";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), ENOSPC);
+    }
+    EXPECT_EQ(readWholeFile(path()), "old\n");
+    const auto entries = std::filesystem::directory_iterator(folder_.path("etc/samba"));
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+  });
+}
+
+}  // namespace
+}  // namespace paddock::synchronizer

@@ -1,0 +1,18 @@
+#include <sys/stat.h>
+
+#include <iostream>
+
+#include "base/installed_root.h"
+#include "synchronize-shares/synchronize_shares.h"
+#include "synchronize-shares/system_log.h"
+
+int main(int count, char** arguments) {
+  using namespace paddock;
+  using namespace paddock::synchronizer;
+  // A folder that is made for the file is nobody else's to write to.
+  ::umask(022);
+  SystemLog log;
+  const std::string root =
+      rootOfInstalled(runningExecutable(), "/usr/libexec/samba/synchronize-shares");
+  return runSynchronizeShares({arguments, arguments + count}, root, log, std::cout, std::cerr);
+}

@@ -1,0 +1,23 @@
+// What a Samba configuration file can carry: smb.conf(5), and what Samba 4.17 was found to do with
+// the rest. A fault is the end of a sentence that begins with what has it; empty when there is
+// none.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace paddock::synchronizer {
+
+// Of the value of a parameter: what keeps Samba from reading back exactly this text, and from
+// taking it as it stands. Samba drops or joins blanks, quotation marks and lines, puts something
+// else for "%U" and the like, and knows no way to write them otherwise ("%%" stays "%%").
+std::string_view faultOfValue(std::string_view text);
+
+// Of the name of a section that is to be a share of this name.
+std::string_view faultOfShareName(std::string_view name);
+
+// Two share names are one to Samba when these are the same: each character in lower case by itself.
+// `name` is UTF-8.
+std::string shareNameKey(std::string_view name);
+
+}  // namespace paddock::synchronizer

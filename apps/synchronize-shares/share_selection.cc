@@ -1,0 +1,49 @@
+#include "synchronize-shares/share_selection.h"
+
+#include <string_view>
+#include <unordered_map>
+
+#include "synchronize-shares/samba_text.h"
+
+namespace paddock::synchronizer {
+
+namespace {
+
+std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
+
+std::string faultOf(const SharePoint& sharePoint) {
+  if (const std::string_view fault = faultOfShareName(sharePoint.nameOverSMB); !fault.empty())
+    return "its name over SMB, " + quoted(sharePoint.nameOverSMB) + ", " + std::string(fault);
+  const std::string path = "its path, " + quoted(sharePoint.path) + ", ";
+  if (!sharePoint.path.starts_with('/')) return path + "is not absolute";
+  if (const std::string_view fault = faultOfValue(sharePoint.path); !fault.empty())
+    return path + std::string(fault);
+  return {};
+}
+
+}  // namespace
+
+ShareSelection selectShares(const std::vector<SharePoint>& sharePoints) {
+  ShareSelection selection;
+  std::unordered_map<std::string, const SharePoint*> names;
+  const auto leaveOut = [&selection](const SharePoint& sharePoint, const std::string& why) {
+    selection.leftOut.push_back("share point " + quoted(sharePoint.recordName) +
+                                " is left out of SMB: " + why);
+  };
+  for (const SharePoint& sharePoint : sharePoints) {
+    if (const std::string fault = faultOf(sharePoint); !fault.empty()) {
+      leaveOut(sharePoint, fault);
+      continue;
+    }
+    const auto [user, isNew] = names.emplace(shareNameKey(sharePoint.nameOverSMB), &sharePoint);
+    if (isNew) {
+      selection.published.push_back(&sharePoint);
+    } else {
+      leaveOut(sharePoint, "its name over SMB, " + quoted(sharePoint.nameOverSMB) +
+                               ", is that of share point " + quoted(user->second->recordName));
+    }
+  }
+  return selection;
+}
+
+}  // namespace paddock::synchronizer
