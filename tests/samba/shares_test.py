@@ -7,62 +7,9 @@ Needs root, for namespaces of its own.
 """
 import os
 import subprocess
-import time
 
-from smb_world import PASSWORD, USERS, Session, SmbTest, run_tests
-
-from samba import NTSTATUSError, ntstatus
-
-PATIENCE = 60  # seconds, for a server that is told to read its configuration again
-
-
-class SharesTest(SmbTest):
-    """The tests share folders below the world's; what they publish is gone at their end."""
-
-    def setUp(self):
-        super().setUp()
-        self.make_folder(0o777)
-        self.addCleanup(self.unpublish)
-
-    def unpublish(self):
-        self.world.paddock.delete_share_points()
-        self.world.paddock.synchronize()
-        self.await_listing(lambda names: not names)
-
-    def listing(self):
-        """Share -> comment, without those that the server has without us."""
-        listed = subprocess.run(["smbclient", "-s", self.world.samba.configuration, "-g", "-L", "127.0.0.1",
-                                 "-U", "anna%" + PASSWORD], stdout=subprocess.PIPE,
-                                stderr=subprocess.DEVNULL, check=True).stdout.decode("utf-8")
-        shares = dict(line.split("|", 2)[1:] for line in listed.split("\n") if line.startswith("Disk|"))
-        return {name: comment for name, comment in shares.items() if name not in ("shared", "careful")}
-
-    def await_listing(self, is_right):
-        """The listing, once it is right."""
-        deadline = time.monotonic() + PATIENCE
-        while True:
-            listed = self.listing()
-            if is_right(listed):
-                return listed
-            self.assertLess(time.monotonic(), deadline, "listed are %s" % listed)
-            time.sleep(0.1)
-
-    def share(self, name, *words):
-        self.world.paddock.keelhouse("share", "add", self.path, "--smb-name", name, *words)
-        self.await_listing(lambda names: name in names)
-
-    def session(self, user, name):
-        return Session(self.world.samba.configuration, user, name)
-
-    def assert_no_share(self, name):
-        with self.assertRaises(NTSTATUSError) as raised:
-            self.session("anna", name)
-        self.assertEqual(raised.exception.args[0], ntstatus.NT_STATUS_BAD_NETWORK_NAME)
-
-    def make(self, name):
-        path = os.path.join(self.path, name)
-        os.mkdir(path)
-        return path
+from published_shares import SharesTest
+from smb_world import PASSWORD, USERS, run_tests
 
 
 class LifeTest(SharesTest):
@@ -70,8 +17,11 @@ class LifeTest(SharesTest):
     def test_a_share_point_is_listed_and_can_be_written_to(self):
         self.share("Plans", "--name", "The plans")
         self.assertEqual(self.listing(), {"Plans": "The plans"})
-        done = subprocess.run(["smbclient", "-s", self.world.samba.configuration, "//127.0.0.1/plans",
-                               "-U", "anna%" + PASSWORD, "-c", "put /etc/hostname minutes; ls"],
+        smbclient = ["smbclient", "-s", self.world.samba.configuration, "-U", "anna%" + PASSWORD]
+        listed = subprocess.run([*smbclient, "-g", "-L", "127.0.0.1"], stdout=subprocess.PIPE,
+                                stderr=subprocess.DEVNULL, check=True)
+        self.assertIn(b"Disk|Plans|The plans\n", listed.stdout)
+        done = subprocess.run([*smbclient, "//127.0.0.1/plans", "-c", "put /etc/hostname minutes; ls"],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=True)
         self.assertIn(b"minutes", done.stdout)
         self.assertTrue(self.session("anna", "PLANS").write("films", b"of anna's"))
@@ -91,12 +41,12 @@ class LifeTest(SharesTest):
         self.world.paddock.keelhouse("share", "set", self.path, "--smb-name", "Überblick")
         self.await_listing(lambda names: "Überblick" in names)
         self.assertNotIn("Plans", self.listing())
-        self.assertEqual(self.session("anna", "überblick").names(""), {".", ".."})
+        self.assertEqual(self.session("anna", "überblick").names(""), set())
         self.assert_no_share("Plans")
 
     def test_one_without_a_name_over_smb_is_not_there(self):
         self.share("Plans")
-        self.world.paddock.keelhouse("share", "set", self.path, "--smb-name", "")
+        self.world.paddock.keelhouse("share", "set", self.path, "--no-smb")
         self.await_listing(lambda names: not names)
         self.assert_no_share("Plans")
 
@@ -113,18 +63,34 @@ class AccessTest(SharesTest):
             self.assertFalse(self.session(user, "Plans").write("other", b""), user)
             self.assertIsNone(self.session(user, "Plans").names(""), user)
 
-    def test_what_is_made_where_nothing_is_inherited_is_not_open_to_others(self):
-        os.chown(self.path, USERS["anna"], USERS["anna"])
-        os.chmod(self.path, 0o750)
+    def test_what_is_made_where_nothing_is_inherited_has_the_folders_mode(self):
+        self.make_private()
+        self.share("Plans")
+        self.assertEqual(self.modes_of_what_anna_makes(), [0o640, 0o750])
+        self.assert_carl_cannot_read()
+
+    def test_what_is_made_where_a_list_is_not_inherited_is_not_open_to_others(self):
+        self.make_private()
         self.set_acl("allow user:bert read")
         self.share("Plans")
+        for mode in self.modes_of_what_anna_makes():
+            self.assertEqual(mode & 0o007, 0, "mode %o" % mode)
+        self.assert_carl_cannot_read()
+
+    def make_private(self):
+        os.chown(self.path, USERS["anna"], USERS["anna"])
+        os.chmod(self.path, 0o750)
+
+    def modes_of_what_anna_makes(self):
         self.assertTrue(self.session("anna", "Plans").write("minutes", b"nine"))
         self.assertTrue(self.session("anna", "Plans").make_folder("films"))
-        for name in ("minutes", "films"):
-            mode = os.stat(os.path.join(self.path, name)).st_mode
-            self.assertEqual(mode & 0o027, 0, "%s is of mode %o" % (name, mode))
+        return [os.stat(os.path.join(self.path, name)).st_mode & 0o7777 for name in ("minutes", "films")]
+
+    def assert_carl_cannot_read(self):
+        """Neither the file nor the folder, when the folder that holds them is opened to him."""
         os.chmod(self.path, 0o755)
         self.assertIsNone(self.session("carl", "Plans").read("minutes"))
+        self.assertIsNone(self.session("carl", "Plans").names("films"))
 
     def test_what_is_made_inherits_entries(self):
         os.chmod(self.path, 0o755)
@@ -160,7 +126,7 @@ class HostileNamesTest(SharesTest):
         self.world.paddock.synchronize()
         self.await_listing(lambda names: names)
         self.assertEqual(self.listing(), {"good": ""})
-        self.assertEqual(self.session("anna", "good").names(""), {".", ".."})
+        self.assertEqual(self.session("anna", "good").names(""), set())
         for name in ("evil", "a", "p0", "p1", "p2"):
             self.assert_no_share(name)
 

@@ -120,18 +120,23 @@ def local_access(user, path):
     return "".join(letter if bits & mode else "-" for letter, mode in modes.items())
 
 
+def session_context(configuration, user):
+    """The configuration and the user's credentials, as Samba's client libraries take them."""
+    context = param.get_context()
+    context.load(configuration)
+    who = credentials.Credentials()
+    who.guess(context)
+    who.set_username(user)
+    who.set_password(PASSWORD)
+    who.set_kerberos_state(credentials.DONT_USE_KERBEROS)
+    return context, who
+
+
 class Session:
     """A user's session with a share. Paths are in the share, with "/" between."""
 
     def __init__(self, configuration, user, share):
-        context = param.get_context()
-        context.load(configuration)
-        who = credentials.Credentials()
-        who.guess(context)
-        who.set_username(user)
-        who.set_password(PASSWORD)
-        who.set_kerberos_state(credentials.DONT_USE_KERBEROS)
-        self.connection = libsmb.Conn("127.0.0.1", share, context, who)
+        self.connection = libsmb.Conn("127.0.0.1", share, *session_context(configuration, user))
 
     def may(self, path, mask):
         """Whether the server opens what is there for this access."""
