@@ -7,12 +7,11 @@
 #include "synchronize-shares/system_log.h"
 
 int main(int count, char** arguments) {
-  using namespace paddock;
-  using namespace paddock::synchronizer;
   // A folder that is made for the file is nobody else's to write to.
   ::umask(022);
-  SystemLog log;
-  const std::string root =
-      rootOfInstalled(runningExecutable(), "/usr/libexec/samba/synchronize-shares");
-  return runSynchronizeShares({arguments, arguments + count}, root, log, std::cout, std::cerr);
+  paddock::synchronizer::SystemLog log;
+  const std::string root = paddock::rootOfInstalled(paddock::runningExecutable(),
+                                                    "/usr/libexec/samba/synchronize-shares");
+  return paddock::synchronizer::runSynchronizeShares({arguments, arguments + count}, root, log,
+                                                     std::cout, std::cerr);
 }
