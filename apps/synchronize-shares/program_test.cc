@@ -15,7 +15,7 @@
 #include "base/file_descriptor.h"
 #include "support/own_mounts.h"
 #include "support/run_to_end.h"
-#include "synchronize-shares/shares_fixture.h"
+#include "support/shares_fixture.h"
 
 namespace paddock::synchronizer {
 namespace {

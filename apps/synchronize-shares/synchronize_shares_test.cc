@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "platform/testing/recording_logger.h"
-#include "synchronize-shares/shares_fixture.h"
+#include "support/shares_fixture.h"
 
 namespace paddock::synchronizer {
 namespace {
