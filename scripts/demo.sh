@@ -52,6 +52,7 @@ stop_daemon() {
 }
 
 demo_cleanup() {
+  stop_smb_server
   if [ -n "${daemon:-}" ]; then
     kill -TERM "$daemon" 2>/dev/null || true
     wait "$daemon" || true
@@ -323,11 +324,15 @@ command_demo() {
   need_packages build demo
   # shellcheck source=scripts/install.sh
   . "$project/scripts/install.sh"
+  # shellcheck source=scripts/demo_smb.sh
+  . "$project/scripts/demo_smb.sh"
   build release
+  local smb_starter='' smb_server='' smb_port='' SMB=''
   local work='' daemon='' status=0 output='' T='' F='' V='' began=$SECONDS
   demo_set_up
   demo_start
   demo_share
+  demo_smb_serve
   demo_where_it_went
   demo_nfs_server
   demo_curl
@@ -338,6 +343,7 @@ command_demo() {
   demo_refuse
   demo_restart
   demo_unshare
+  demo_smb_gone
   demo_finish
   say "every effect was there; the demo took $((SECONDS - began)) s"
 }
