@@ -16,6 +16,8 @@ LISTING_TARGET = 1 / 20
 GROWTH_TARGET = 2  # how much dearer a share point is among ten times as many; were it looked up
 # by walking the others, it would be 10
 EXPORTS_TARGET = 1 / 5
+IMPORT_TARGET = 1 / 20
+TESTPARM_TARGET = 3
 CHANGE_TARGET = 1
 NAMES_TARGET = 1
 STORES_TARGET = 1.2
@@ -143,6 +145,28 @@ def change_rows(bench, where, ours, theirs, keelhouse):
         rows.append(ratio_row(f"    by keelhouse share {action}", median(keelhouse[action]),
                               median(theirs[action])))
     return rows
+
+
+def shares(bench):
+    """Publishing all share points over SMB, and what Samba takes for the same shares."""
+    bench.server.use(SHARES)
+    program = [os.path.join(bench.tree, "usr/libexec/samba/synchronize-shares")]
+    published = os.path.join(bench.tree, "etc/samba/paddock-shares.conf")
+    written, unchanged, parsed = [], [], []
+    for _ in range(10):
+        if os.path.exists(published):
+            os.remove(published)
+        written.append(time_of(program))
+        unchanged.append(time_of(program))
+        parsed.append(bench.empty_samba.time_of_testparm(published, SHARES))
+    imported = [bench.new_samba().time_of_import(published) for _ in range(2)]
+    return [ratio_row(f"synchronize-shares : net conf import, {SHARES:,} shares", median(written),
+                      median(imported), IMPORT_TARGET, "<= 1/20",
+                      {"ours": written, "theirs": imported}),
+            ratio_row("    : testparm -s of the file", median(written), median(parsed),
+                      TESTPARM_TARGET, samples={"ours": written, "theirs": parsed}),
+            Row("    when nothing has changed", milliseconds(median(unchanged)),
+                samples={"ours": unchanged})]
 
 
 def memory(bench):
@@ -291,5 +315,5 @@ def sizes_for(wanted):
 
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
-       "change": change, "names": names, "indexing": indexing, "quotas": quotas,
+       "change": change, "shares": shares, "names": names, "indexing": indexing, "quotas": quotas,
        "counting": counting, "privileges": privileges}

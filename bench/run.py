@@ -26,6 +26,7 @@ class Bench:
         self._samba = None
         self._empty_samba = None
         self._nfs_server = None
+        self._samba_count = 0
 
     @property
     def samba(self):
@@ -44,6 +45,11 @@ class Bench:
         if self._empty_samba is None:
             self._empty_samba = Samba(self._folder("empty_samba"))
         return self._empty_samba
+
+    def new_samba(self):
+        """One that nobody has used."""
+        self._samba_count += 1
+        return Samba(self._folder(f"samba{self._samba_count}"))
 
     def nfs_server(self, exports):
         if self._nfs_server is None:

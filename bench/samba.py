@@ -10,14 +10,18 @@ class Samba:
         self.configuration = os.path.join(folder, "smb.conf")
         self.listing = os.path.join(folder, "listing")
         self.folder = folder
-        lines = ["[global]", "workgroup = BENCH", f"log file = {folder}/log", "include = registry"]
+        lines = ["[global]", "workgroup = BENCH", f"log file = {folder}/log"]
         for name in ("state directory", "lock directory", "private dir", "cache directory",
                      "pid directory", "ncalrpc dir"):
             place = os.path.join(folder, name.split()[0])
             os.makedirs(place, mode=0o755)
             lines.append(f"{name} = {place}")
-        with open(self.configuration, "w", encoding="utf-8") as file:
-            file.write("\n".join(lines) + "\n")
+        self.lines = lines
+        self._write_configuration(self.configuration, "registry")
+
+    def _write_configuration(self, path, included):
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("\n".join([*self.lines, f"include = {included}"]) + "\n")
 
     def net(self, *arguments):
         return ["net", "-s", self.configuration, "conf", *arguments]
@@ -32,11 +36,24 @@ class Samba:
         run(self.net("import", shares))
 
     def time_of_list(self, expected):
-        took = time_of(self.net("list"), self.listing)
+        return self._time_of_listing(self.net("list"), expected)
+
+    def time_of_import(self, shares):
+        """Of the shares of a file, into a registry that has none yet."""
+        return time_of(self.net("import", shares))
+
+    def time_of_testparm(self, shares, expected):
+        """Of a configuration that includes a file of shares."""
+        configuration = os.path.join(self.folder, "including.conf")
+        self._write_configuration(configuration, shares)
+        return self._time_of_listing(["testparm", "-s", configuration], expected + 1)  # [global]
+
+    def _time_of_listing(self, command, expected):
+        took = time_of(command, self.listing)
         with open(self.listing, encoding="utf-8") as file:
             found = sum(line.startswith("[") for line in file)
         if found != expected:
-            raise CannotMeasure(f"net conf list lists {found} shares, not {expected}")
+            raise CannotMeasure(f"{' '.join(command)} lists {found} sections, not {expected}")
         return took
 
     def time_of_add(self, name, folder):

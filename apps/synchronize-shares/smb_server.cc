@@ -29,7 +29,8 @@ constexpr std::size_t kKeptOutput = 4096;
 // What smbcontrol says when there is no smbd.
 constexpr std::string_view kNotRunning = "Can't find pid for destination";
 
-// A run of smbcontrol, with a process group of its own; ended with this object.
+// A run of smbcontrol; ended with this object. It stays in the process group of this program, so
+// that who ends that ends both.
 class SmbControl {
  public:
   SmbControl() = default;
@@ -37,7 +38,7 @@ class SmbControl {
   SmbControl& operator=(const SmbControl&) = delete;
   ~SmbControl() {
     if (process_ == 0) return;
-    ::kill(-process_, SIGKILL);
+    ::kill(process_, SIGKILL);
     reap();
   }
 
@@ -74,18 +75,13 @@ int SmbControl::spawn(const std::string& program, int output) {
   std::array<std::string, 3> words{program, "smbd", "reload-config"};
   std::array<char*, 4> arguments{words[0].data(), words[1].data(), words[2].data(), nullptr};
   posix_spawn_file_actions_t actions;
-  posix_spawnattr_t attributes;
   ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawnattr_init(&attributes);
   ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
-  ::posix_spawnattr_setpgroup(&attributes, 0);
-  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   const int error =
-      ::posix_spawn(&process_, program.c_str(), &actions, &attributes, arguments.data(), environ);
+      ::posix_spawn(&process_, program.c_str(), &actions, nullptr, arguments.data(), environ);
   if (error != 0) process_ = 0;
-  ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&actions);
   return error;
 }
