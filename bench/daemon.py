@@ -115,6 +115,15 @@ def share(requests, folder, export=None):
     return took
 
 
+def rename(requests, folder, number):
+    """Gives a shared folder a name over SMB by the number; the nanoseconds that it took."""
+    record = {"path": folder, "nameOverSMB": f"{os.path.basename(folder)}-{number}"}
+    reply, took = requests.ask("writeSettings", {"optionalArguments": {"path": folder},
+                                                 "configuration": {"sharePointRecord": record}})
+    require_shared(reply, True)
+    return took
+
+
 def index(requests, folder):
     """Switches the search indexing of a shared folder on."""
     record = {"path": folder, "isIndexingEnabled": True}

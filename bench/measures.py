@@ -4,7 +4,7 @@ import os
 import time
 
 import daemon
-from processes import CannotMeasure, median, peak_of, run, time_of
+from processes import CannotMeasure, median, peak_of, percentile, run, time_of
 from report import Row, mebibytes, milliseconds, ratio_row
 from server import exports_text
 from volume import Volume
@@ -169,6 +169,41 @@ def shares(bench):
                 samples={"ours": unchanged})]
 
 
+def writes(bench):
+    """Writing one share point, and how much of that is the programs that are told of it."""
+    rows = []
+    for count, where in ((0, "alone"), (SHARES, f"among {SHARES:,}")):
+        bench.server.use(count)
+        rows += write_rows(bench, where, *write_samples(bench))
+    return rows
+
+
+def write_samples(bench):
+    folder = os.path.join(bench.work, "written")
+    os.makedirs(folder, exist_ok=True)
+    bare, told = [], []
+    with bench.server.daemon() as running, running.requests() as requests:
+        daemon.share(requests, folder)
+        # In turn, since the machine changes its pace.
+        for _ in range(10):
+            told += [daemon.rename(requests, folder, number) for number in range(20)]
+            with bench.server.without_programs():
+                bare += [daemon.rename(requests, folder, number) for number in range(60)]
+    return bare, told
+
+
+def write_rows(bench, where, bare, told):
+    programs = ", ".join(map(os.path.basename, bench.server.programs_of_writes()))
+    theirs = 1 - median(bare) / median(told)
+    return [Row(f"writing one share point {where}, no program there: p50",
+                milliseconds(median(bare)), samples={"bare": bare, "told": told}),
+            Row("    p99", milliseconds(percentile(bare, 99))),
+            Row(f"    with {programs}: p50", milliseconds(median(told))),
+            Row("    p99", milliseconds(percentile(told, 99))),
+            Row("    the programs' part of p50", milliseconds(median(told) - median(bare)),
+                value=theirs, value_text=f"{theirs:.0%}")]
+
+
 def memory(bench):
     """What the daemon holds after many listings."""
     bench.server.use(SHARES)
@@ -311,9 +346,10 @@ def counting(bench):
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
-    return sizes | ({0} if "change" in wanted else set())
+    return sizes | ({0} if {"change", "writes"} & set(wanted) else set())
 
 
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
-       "change": change, "shares": shares, "names": names, "indexing": indexing, "quotas": quotas,
+       "change": change, "shares": shares, "writes": writes, "names": names,
+       "indexing": indexing, "quotas": quotas,
        "counting": counting, "privileges": privileges}

@@ -11,6 +11,8 @@ from processes import run
 BEGIN = "###  [  Begin Keelhouse managed exports.  Do Not Edit.\n"
 END = "###  ]  End Keelhouse managed exports.\n"
 CLIENT = "10.0.0.0/8(rw,sync,no_subtree_check)"
+# What a write runs, as far as it is installed.
+PROGRAMS = ("usr/sbin/keelhouse", "usr/sbin/exportfs", "usr/libexec/samba/synchronize-shares")
 
 
 def exports_text(folders):
@@ -46,7 +48,7 @@ class Server:
         """Makes as many share points as the numbers say, and keeps the directory of each."""
         folders = self.folders(max(counts))
         self._clear()
-        with self._state_in_memory():
+        with self._state_in_memory(), self.without_programs():
             done = 0
             for count in sorted(set(counts)):
                 with self.daemon() as running, running.requests() as requests:
@@ -73,6 +75,23 @@ class Server:
             stores.execute("DELETE FROM stores")
             stores.executemany("INSERT INTO stores VALUES(?, ?)",
                                ((folder, '{"searchLevel":"readWrite"}') for folder in folders))
+
+    def programs_of_writes(self):
+        """The programs that a write runs and that are there."""
+        paths = (os.path.join(self.tree, program) for program in PROGRAMS)
+        return [path for path in paths if os.path.exists(path)]
+
+    @contextlib.contextmanager
+    def without_programs(self):
+        """A write finds none of its programs; the daemon may be running."""
+        moved = self.programs_of_writes()
+        for path in moved:
+            os.rename(path, path + ".aside")
+        try:
+            yield
+        finally:
+            for path in moved:
+                os.rename(path + ".aside", path)
 
     def _clear(self):
         for path in (self.exports, self.exports + ".before-paddock"):

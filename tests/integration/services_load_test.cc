@@ -103,7 +103,7 @@ TEST_F(ServicesUnderLoad, WritesThatRunWhenTheDaemonIsStoppedAreDoneAndToldOf) {
   EXPECT_GE(done, 2U);
   EXPECT_EQ(daemon_->wait(), 0);
   EXPECT_EQ(audited("syncSharePoints"), 2U * done);
-  EXPECT_EQ(calls().size(), 2U * 3U * done);
+  EXPECT_EQ(calls().size(), 6U * done);
 }
 
 }  // namespace
