@@ -6,6 +6,12 @@
 
 namespace paddock {
 
+namespace {
+
+constexpr std::size_t kLongestErrorOutput = 64U << 10U;
+
+}  // namespace
+
 std::optional<std::vector<std::string>> configuredTexts(const Dictionary& configuration,
                                                         std::string_view table,
                                                         std::string_view key) {
@@ -31,6 +37,9 @@ Dictionary runConfiguredCommand(ProgramRunner& runner,
   } else {
     reply.set("status", outcome.status);
     reply.set("error", program + ": " + sharing_error_string(outcome.status));
+  }
+  if (outcome.errorOutput.size() > kLongestErrorOutput) {
+    outcome.errorOutput.resize(kLongestErrorOutput);
   }
   if (!outcome.errorOutput.empty()) reply.set("errorOutput", std::move(outcome.errorOutput));
   return reply;

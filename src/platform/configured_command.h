@@ -21,7 +21,7 @@ std::optional<std::vector<std::string>> configuredTexts(const Dictionary& config
 //   "status"       its exit status, 128 + N when signal N ended it; 0 when there is no command; the
 //                  errno of starting it; ETIMEDOUT when it took too long
 //   "error"        why there is no exit status; absent when there is one
-//   "errorOutput"  what it wrote to standard error; absent when that is nothing
+//   "errorOutput"  what it wrote to standard error, its first 64 KiB; absent when that is nothing
 Dictionary runConfiguredCommand(ProgramRunner& runner,
                                 const std::vector<std::string>& argumentVector);
 

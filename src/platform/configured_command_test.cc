@@ -62,6 +62,14 @@ TEST_F(RunConfiguredCommandTest, TellsTheExitStatusAndStandardError) {
   EXPECT_EQ(runWith({0, "", "", 128 + 9}), (Dictionary{{"status", 137}}));
 }
 
+TEST_F(RunConfiguredCommandTest, TellsTheBeginningOfALongStandardError) {
+  constexpr std::size_t kTold = 65536;
+  const Dictionary whole = runWith({0, "", std::string(kTold, 'x'), 1});
+  EXPECT_EQ(*whole.string("errorOutput"), std::string(kTold, 'x'));
+  const Dictionary cut = runWith({0, "", std::string(kTold, 'x') + "y", 1});
+  EXPECT_EQ(*cut.string("errorOutput"), std::string(kTold, 'x'));
+}
+
 TEST_F(RunConfiguredCommandTest, TellsWhyTheProgramDidNotRun) {
   for (const int error : {ENOENT, EACCES, ETIMEDOUT}) {
     EXPECT_EQ(runWith({error, "", "", 0}),
