@@ -4,6 +4,7 @@
 #include "platform/configured_command.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/accounting_quota_control.h"
+#include "platform/linux/avahi_net_services.h"
 #include "platform/linux/configured_options.h"
 #include "platform/linux/kernel_quota_control.h"
 #include "platform/linux/linux_browser_information.h"
@@ -50,6 +51,17 @@ std::unique_ptr<QuotaControl> makeQuotaControl(VolumeInfo& volumes) {
   return std::make_unique<AccountingQuotaControl>(volumes, hostPath(kQuotaAccountingPath));
 }
 
+// What the configuration says of advertising; it is on when it says nothing.
+bool isAdvertised() {
+  const Dictionary* table = host().configuration().dictionary("dnssd");
+  return table == nullptr || table->boolean("enabled").value_or(true);
+}
+
+std::unique_ptr<NetServices> makeNetServices(Logger& logger) {
+  if (!isAdvertised()) return std::make_unique<SilentNetServices>();
+  return std::make_unique<AvahiNetServices>(AvahiNetServicesOptions{.logger = &logger});
+}
+
 std::vector<std::string> indexingCommand() {
   return configuredTexts(host().configuration(), "indexing", "command")
       .value_or(std::vector<std::string>());
@@ -80,7 +92,7 @@ struct InstalledServices::Parts {
   LinuxTextFiles textFiles;
   HostProgramRunner programRunner;
   HostPluginCommands pluginCommands;
-  SilentNetServices netServices;
+  std::unique_ptr<NetServices> netServices = makeNetServices(logger);
   LinuxMetadataStores metadataStores{
       {.path = hostPath(kMetadataStoresPath), .logger = &logger, .clock = &clock}};
   ServicesGuard guard{services()};
@@ -105,7 +117,7 @@ struct InstalledServices::Parts {
     all.sharedFileLists = &sharedFileLists;
     all.textFiles = &textFiles;
     all.metadataStores = &metadataStores;
-    all.netServices = &netServices;
+    all.netServices = netServices.get();
     all.indexingCommand = indexingCommand();
     all.exportsPath = hostPath(all.exportsPath);
     const Value* checker = volumesKey("quota_checker");

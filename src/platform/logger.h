@@ -8,6 +8,7 @@ namespace paddock {
 
 inline constexpr int kLogError = 3;
 inline constexpr int kLogWarning = 4;
+inline constexpr int kLogInformation = 6;
 inline constexpr int kLogDebug = 7;
 
 class Logger {

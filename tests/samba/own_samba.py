@@ -1,14 +1,13 @@
 """A Samba of a test's own, in namespaces where nothing of this machine is asked or disturbed."""
-import fcntl
 import os
-import shutil
 import socket
-import struct
 import subprocess
 import sys
 import time
 
-INNER = "PADDOCK_IN_NAMESPACES"
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from own_namespaces import in_namespaces, skip
+
 WINBIND_PIPE = "/run/samba/winbindd/pipe"
 HOST = "TESTHOST"
 
@@ -34,43 +33,12 @@ smb ports = 445
 """
 
 
-def skip(reason):
-    print("skipped: " + reason)
-    sys.exit(77)
-
-
-def in_namespaces(test, arguments, programs):
-    """Runs a test's file in namespaces of its own, and ends with its status. Every process that it
-    starts ends with it. In there it returns: /run is empty, and the only network is a loopback."""
-    os.environ["PATH"] += ":/usr/sbin:/sbin"
-    if INNER in os.environ:
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "none", "/run"], check=True)
-        os.makedirs("/run/samba")
-        set_up_loopback()
-        return
-    for program in programs:
-        if not shutil.which(program):
-            skip(program + " is not installed")
-    if os.geteuid() != 0:
-        skip("needs root, for namespaces of its own")
-    alone = ["unshare", "--mount", "--pid", "--net", "--fork", "--kill-child", "--mount-proc"]
-    if subprocess.run(alone + ["true"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
-        skip("this system gives no namespaces")
-    sys.exit(subprocess.run(alone + [sys.executable, "-B", os.path.abspath(test), *arguments],
-                            env={**os.environ, INNER: "1"}, check=False).returncode)
-
-
-def set_up_loopback():
-    set_flags, up = 0x8914, 1  # SIOCSIFFLAGS and IFF_UP of netdevice(7)
-    with socket.socket() as any_socket:
-        fcntl.ioctl(any_socket, set_flags, struct.pack("16sh14x", b"lo", up))
-
-
 class Samba:
     """Servers with a configuration and state in a folder."""
 
     def __init__(self, folder, shares=""):
         self.folder = folder
+        os.makedirs("/run/samba", exist_ok=True)
         for name in ("private", "lock", "state", "cache", "pid", "ncalrpc", "log"):
             os.mkdir(os.path.join(folder, name))
         self.configuration = os.path.join(folder, "smb.conf")
