@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Folders that are shared with an NFS export, whatever their names, can be mounted over NFS and
-# read; unshared, they cannot be mounted.
+# read at once, because the daemon has the exports renewed; unshared, they cannot be mounted.
 cd -- "$(dirname -- "$0")"
 # shellcheck source=tests/vm/guest_lib.sh
 . ./guest_lib.sh
@@ -27,7 +27,6 @@ share_all() {
     echo "file of $name" >"/vol/$name/file"
     keelhouse share add "/vol/$name" --nfs "127.0.0.1(rw,no_subtree_check,fsid=$((index + 1)))" >/dev/null
   done
-  exportfs -ra
   expect "${#names[@]}" "$(exportfs -s | wc -l)" "folders that exportfs lists"
 }
 
@@ -44,7 +43,6 @@ unshare_all() {
   for name in "${names[@]}"; do
     keelhouse share remove "/vol/$name" >/dev/null
   done
-  exportfs -ra
   expect "" "$(exportfs -s)" "exports after the removal"
   if mount_it 4.2 /vol/plain 2>/dev/null; then fail "a folder can be mounted after it was unshared"; fi
 }
@@ -56,11 +54,26 @@ misread_by_mountd() {
   mkdir -p "$folder" "$other"
   echo other >"$other/file"
   keelhouse share add "$folder" --nfs '127.0.0.1(rw,no_subtree_check,fsid=100)' >/dev/null
-  exportfs -ra
   if mount_it 4.2 "$folder" 2>/dev/null; then fail "mountd reads $folder rightly: the documentation says otherwise"; fi
   expect other "$(read_over_nfs 4.2 "$other")" "the file of the folder that mountd takes it for"
   keelhouse share remove "$folder" >/dev/null
-  exportfs -ra
+}
+
+# One request shares the folder, exports it and has clients automount it; one takes all of it back.
+share_in_one_request() {
+  local folder=/vol/home
+  mkdir -p "$folder"
+  echo "at home" >"$folder/file"
+  keelhouse record put users root
+  printf 'pw\n' | keelhouse record password root
+  printf 'pw\n' | keelhouse share add "$folder" --nfs '127.0.0.1(ro,no_subtree_check,fsid=200)' \
+    --automount /Network/home --node /Local --admin root >/dev/null
+  expect "at home" "$(read_over_nfs 4.2 "$folder")" "the file over NFS 4.2"
+  [[ $(keelhouse record show mounts "$(hostname):$folder") == *"VFSType: nfs"* ]] ||
+    fail "there is no record for clients that automount"
+  printf 'pw\n' | keelhouse share remove "$folder" --admin root >/dev/null
+  if mount_it 4.2 "$folder" 2>/dev/null; then fail "$folder can be mounted after it was unshared"; fi
+  if keelhouse record show mounts "$(hostname):$folder" >/dev/null 2>&1; then fail "the record has stayed"; fi
 }
 
 mkdir -p /mnt/nfs
@@ -70,6 +83,7 @@ share_all
 read_all
 unshare_all
 misread_by_mountd
+share_in_one_request
 systemctl stop paddockd
 expect inactive "$(systemctl is-active paddockd || true)" "the daemon's unit after its stop"
 echo "${#names[@]} folders were mounted and read over NFS 4.2 and 3"
