@@ -99,7 +99,7 @@ smb_step_until() {
 demo_smb_serve() {
   demo_heading "What an SMB server makes of it, whose smb.conf includes the shares"
   if ! has_smb_server; then
-    printf '(left out: it takes root, and the packages samba and smbclient)\n'
+    leave_out "it takes root, and the packages samba and smbclient"
     return
   fi
   start_smb_server
