@@ -12,7 +12,7 @@ prepare_guest() {
   need_packages vm
   export PADDOCK_VM PADDOCK_VM_CACHE=${PADDOCK_VM_CACHE:-$project/build/vm}
   say "making the guest's image in $PADDOCK_VM_CACHE"
-  quietly "$project/build/log/vm-build.log" "$PADDOCK_VM/vm-build" --packages libtomlplusplus3 "$PADDOCK_VM_CACHE" || exit 1
+  quietly "$project/build/log/vm-build.log" "$PADDOCK_VM/vm-build" --packages libtomlplusplus3,samba-vfs-modules "$PADDOCK_VM_CACHE" || exit 1
 }
 
 # Passes ctest's output on, without a line for each start, and keeps its closing summary in the file $1.
