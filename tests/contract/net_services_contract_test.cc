@@ -84,9 +84,10 @@ class NetServicesContract : public ::testing::TestWithParam<Subject> {
 
 INSTANTIATE_TEST_SUITE_P(
     NetServices, NetServicesContract,
-    ::testing::Values(Subject{"Silent", [] { return std::make_unique<SilentNetServices>(); },
-                              false},
-                      Subject{"Avahi", makeAvahi, true}),
+    ::testing::Values(
+        Subject{"Double", [] { return std::make_unique<RecordingNetServices>(); }, true},
+        Subject{"Silent", [] { return std::make_unique<SilentNetServices>(); }, false},
+        Subject{"Avahi", makeAvahi, true}),
     [](const auto& tested) { return tested.param.name; });
 
 TEST_P(NetServicesContract, AServiceIsMadeOfAnyArguments) {
