@@ -1,6 +1,7 @@
 #include "keelhouse/share_commands.h"
 
 #include <utility>
+#include <vector>
 
 #include "base/printable.h"
 #include "keelhouse/automount_change.h"
@@ -10,6 +11,7 @@
 #include "keelhouse/share_notes.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
+#include "keelhouse/smb_publication.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -28,9 +30,14 @@ void print(const Session& session, const Dictionary& sharePoint) {
 }
 
 void printNotes(const Session& session, const Dictionary& sharePoint) {
-  for (const std::string& note : notesOn(sharePoint)) {
-    session.notes << "keelhouse: note: " << note << '\n';
+  std::vector<std::string> notes = notesOn(sharePoint);
+  const std::string published = publishedSharesOf(session.daemon.socketPath());
+  if (!isPublishedOverSmb(published, sharePoint).value_or(true)) {
+    notes.push_back("it is not among the shares of Samba (" + printable(published) +
+                    "), which cannot carry every name; the system's log says why. Another name: "
+                    "--smb-name");
   }
+  for (const std::string& note : notes) session.notes << "keelhouse: note: " << note << '\n';
 }
 
 // The stored path may differ from the given one by letter case.

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <climits>
+#include <filesystem>
 #include <string>
 
 #include "integration/keelhouse_fixture.h"
@@ -258,6 +259,25 @@ TEST_F(KeelhouseShares, KeepLongNamesWhereTheProtocolCarriesThem) {
   EXPECT_THAT(done({"share", "show", folder}),
               AllOf(HasSubstr("\nname: " + name + "\n"), HasSubstr("nameOverVSP: a\n"),
                     HasSubstr("nameOverFTP: " + name + "\n")));
+}
+
+TEST_F(KeelhouseShares, AreSaidNotToBeServedBySambaUnderNamesThatItCannotCarry) {
+  std::filesystem::create_directories(tree_.path("/usr/libexec/samba"));
+  std::filesystem::copy_file(SYNCHRONIZE_SHARES_PROGRAM,
+                             tree_.path("/usr/libexec/samba/synchronize-shares"));
+  const std::string folder = makeFolder("a");
+  done({"share", "add", folder, "--smb-name", "Plans"});
+  EXPECT_THAT(tree_.read("/etc/samba/paddock-shares.conf"),
+              HasSubstr("\n[Plans]\n    path = " + folder + "\n"));
+  for (const std::string& name : {std::string("[x]"), std::string("global"), std::string("IPC$"),
+                                  std::string("%U"), std::string(81, 'x')}) {
+    const auto named = keelhouse({"share", "set", folder, "--smb-name", name});
+    EXPECT_EQ(named.status, 0);
+    EXPECT_THAT(named.error, StartsWith("keelhouse: note: it is not among the shares of Samba (" +
+                                        tree_.path("/etc/samba/paddock-shares.conf") + ")"));
+  }
+  done({"share", "set", folder, "--smb-name", "a, b; 100%"});
+  done({"share", "set", folder, "--no-smb"});
 }
 
 TEST_F(KeelhouseShares, AreBackupDestinationsWithANewIdentifierAtEveryWrite) {
