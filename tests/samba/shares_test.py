@@ -130,6 +130,19 @@ class HostileNamesTest(SharesTest):
         for name in ("evil", "a", "p0", "p1", "p2"):
             self.assert_no_share(name)
 
+    def test_of_two_uses_of_a_name_the_first_is_served(self):
+        first, second = self.make("first"), self.make("second")
+        with open(os.path.join(first, "mark"), "w", encoding="ascii"):
+            pass
+        names = ("Plans", "ÜBERBLICK", "Όνομα", "план")
+        others = ("pLANS", "überblick", "ΌΝΟΜΑ", "ПЛАН")
+        for number, name in enumerate(names + others):
+            self.world.paddock.put_share_point("record %d" % number, first if name in names else second, name)
+        self.world.paddock.synchronize()
+        self.assertEqual(set(self.await_listing(lambda found: len(found) >= len(names))), set(names))
+        for name in names + others:
+            self.assertEqual(self.session("anna", name).names(""), {"mark"}, name)
+
     def test_unusual_ones_are_served_under_exactly_their_names(self):
         names = ("Summer photos", "R&D, Berlin", "C++", "a;b", "#a", ";a", "a=b", "a:b", 'a"b', "a*b?",
                  "a<b>", "100%", "50% off", "$", "a$", "include", "path", "Σίσυφος", "café", "cafe\u0301",
