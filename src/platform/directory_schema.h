@@ -14,6 +14,7 @@ inline constexpr const char* kUniqueID = "dsAttrTypeStandard:UniqueID";
 inline constexpr const char* kPrimaryGroupID = "dsAttrTypeStandard:PrimaryGroupID";
 inline constexpr const char* kGeneratedUID = "dsAttrTypeStandard:GeneratedUID";
 inline constexpr const char* kGroupMembership = "dsAttrTypeStandard:GroupMembership";
+inline constexpr const char* kNestedGroups = "dsAttrTypeStandard:NestedGroups";
 inline constexpr const char* kHomeDirectory = "dsAttrTypeStandard:NFSHomeDirectory";
 inline constexpr const char* kUserShell = "dsAttrTypeStandard:UserShell";
 

@@ -10,8 +10,11 @@
 #include "platform/directory.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/case_fold.h"
+#include "platform/linux/ldap_node.h"
 #include "platform/linux/linux_directory.h"
+#include "platform/search_node.h"
 #include "platform/testing/in_memory_directory.h"
+#include "support/slapd_server.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::contract {
@@ -20,15 +23,43 @@ inline constexpr const char* kAdmins = "paddock-contract-admins";
 inline constexpr const char* kShares = "dsRecTypeStandard:SharePoints";
 inline constexpr const char* kMounts = "dsRecTypeStandard:Mounts";
 
-// A service whose node "/Local" is empty.
+// A service with a node that is empty and may be written.
 class DirectorySubject {
  public:
   virtual ~DirectorySubject() = default;
   virtual DirectoryService& service() = 0;
+  virtual std::string nodePath() { return kLocalNodePath; }
+  // A user of the node who has the password and may write, or not.
+  virtual void addUser(const std::string& name, const std::string& password, bool mayWrite) = 0;
+  // A user of the node without a password.
+  virtual void addUserWithoutPassword(const std::string& name) = 0;
   virtual void setPassword(const std::string& user, const std::string& password) = 0;
 };
 
-class InMemorySubject final : public DirectorySubject {
+// One whose node is "/Local".
+class LocalSubject : public DirectorySubject {
+ public:
+  void addUser(const std::string& name, const std::string& password, bool mayWrite) override {
+    addUserWithoutPassword(name);
+    setPassword(name, password);
+    if (mayWrite) addAdmin(name);
+  }
+  void addUserWithoutPassword(const std::string& name) override {
+    service().openLocal()->localNode()->newRecord(name, schema::kUsers);
+  }
+
+ private:
+  void addAdmin(const std::string& name) {
+    const auto node = service().openLocal()->localNode();
+    auto group = node->findRecord(kAdmins, schema::kGroups);
+    if (!group) group = node->newRecord(kAdmins, schema::kGroups);
+    Array members = group->getAttribute(schema::kGroupMembership);
+    members.emplace_back(name);
+    group->setAttribute(schema::kGroupMembership, members);
+  }
+};
+
+class InMemorySubject final : public LocalSubject {
  public:
   DirectoryService& service() override { return directory_; }
   void setPassword(const std::string& user, const std::string& password) override {
@@ -39,7 +70,7 @@ class InMemorySubject final : public DirectorySubject {
   InMemoryDirectory directory_{caseFold, kAdmins};
 };
 
-class LinuxSubject final : public DirectorySubject {
+class LinuxSubject final : public LocalSubject {
  public:
   DirectoryService& service() override { return directory_; }
   void setPassword(const std::string& user, const std::string& password) override {
@@ -53,15 +84,57 @@ class LinuxSubject final : public DirectorySubject {
                                     .pam = std::nullopt}};
 };
 
+// A service of the nodes of a list.
+class ListedNodes final : public DirectoryService {
+ public:
+  explicit ListedNodes(NodeList nodes)
+      : nodes_(std::make_shared<const NodeList>(std::move(nodes))) {}
+  std::unique_ptr<DirectorySession> openLocal() override { return makeSession(nodes_); }
+
+ private:
+  std::shared_ptr<const NodeList> nodes_;
+};
+
+// A node of a directory server of its own.
+class LdapSubject final : public DirectorySubject {
+ public:
+  DirectoryService& service() override { return service_; }
+  std::string nodePath() override { return options_.path(); }
+  void addUser(const std::string& name, const std::string& password, bool mayWrite) override {
+    slapd_.addPerson(name, password, mayWrite);
+  }
+  void addUserWithoutPassword(const std::string& name) override {
+    slapd_.add("dn: uid=" + name + "," + SlapdServer::kPeople +
+               "\nobjectClass: inetOrgPerson\ncn: x\nsn: x\nuid: " + name + "\n");
+  }
+  void setPassword(const std::string& user, const std::string& password) override {
+    slapd_.modify("dn: uid=" + user + "," + SlapdServer::kPeople +
+                  "\nchangetype: modify\nreplace: userPassword\nuserPassword: " + password + "\n");
+  }
+
+ private:
+  SlapdServer slapd_;
+  LdapOptions options_ = slapd_.nodeOptions();
+  std::shared_ptr<LdapServer> server_ = std::make_shared<LdapServer>(options_);
+  ListedNodes service_{
+      {{options_.path(), [server = server_] { return makeLdapNode(server); }}}};
+};
+
 // Runs on every subject. `makeSubject` is the parameter.
 struct SubjectKind {
   const char* name;
   std::unique_ptr<DirectorySubject> (*make)();
+  // Why it cannot be made here; empty when it can.
+  std::string (*whyNot)() = [] { return std::string(); };
 };
 
-inline const SubjectKind kSubjectKinds[] = {
+inline const SubjectKind kLocalSubjectKinds[] = {
     {"InMemory", [] { return std::unique_ptr<DirectorySubject>(new InMemorySubject); }},
     {"Linux", [] { return std::unique_ptr<DirectorySubject>(new LinuxSubject); }},
+};
+inline const SubjectKind kSubjectKinds[] = {
+    kLocalSubjectKinds[0], kLocalSubjectKinds[1],
+    {"Ldap", [] { return std::unique_ptr<DirectorySubject>(new LdapSubject); }, whyNoSlapd},
 };
 
 inline std::string subjectName(const ::testing::TestParamInfo<SubjectKind>& info) {
@@ -70,9 +143,20 @@ inline std::string subjectName(const ::testing::TestParamInfo<SubjectKind>& info
 
 class DirectoryTest : public ::testing::TestWithParam<SubjectKind> {
  protected:
+  void SetUp() override {
+    const std::string why = GetParam().whyNot();
+    if (!why.empty()) GTEST_SKIP() << why;
+    subject_ = GetParam().make();
+  }
+
   DirectoryService& service() { return subject_->service(); }
   DirectorySubject& subject() { return *subject_; }
-  std::shared_ptr<DirectoryNode> local() { return service().openLocal()->localNode(); }
+  std::string nodePath() { return subject_->nodePath(); }
+  // The subject's node, in a session of its own.
+  std::shared_ptr<DirectoryNode> openNode() { return nodeOf(*service().openLocal()); }
+  std::shared_ptr<DirectoryNode> nodeOf(DirectorySession& session) {
+    return session.findNode(nodePath());
+  }
 
   // The names (first values of RecordName) of the answers, in their order.
   static std::vector<std::string> namesOf(const Array& answers) {
@@ -93,7 +177,7 @@ class DirectoryTest : public ::testing::TestWithParam<SubjectKind> {
   }
 
  private:
-  std::unique_ptr<DirectorySubject> subject_ = GetParam().make();
+  std::unique_ptr<DirectorySubject> subject_;
 };
 
 // The status of the DirectoryError that `work` throws; 0 when it throws nothing.

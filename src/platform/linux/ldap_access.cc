@@ -1,0 +1,70 @@
+#include "platform/linux/ldap_access.h"
+
+#include <ldap.h>
+
+namespace paddock {
+
+namespace {
+
+// What a server says of a name or a password that is wrong, and of an account that is closed.
+bool isRefusal(int result) {
+  switch (result) {
+    case LDAP_INVALID_CREDENTIALS:
+    case LDAP_NO_SUCH_OBJECT:
+    case LDAP_INVALID_DN_SYNTAX:
+    case LDAP_INAPPROPRIATE_AUTH:
+    case LDAP_INSUFFICIENT_ACCESS:
+    case LDAP_UNWILLING_TO_PERFORM:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+LdapAccess::~LdapAccess() {
+  if (connection_ && dn_.empty()) server_->giveBack(std::move(connection_));
+}
+
+LdapConnection& LdapAccess::connection() {
+  if (!connection_) connection_ = dn_.empty() ? server_->take() : authenticated(dn_, password_.text());
+  return *connection_;
+}
+
+std::unique_ptr<LdapConnection> LdapAccess::authenticated(const std::string& dn,
+                                                          const std::string& password) {
+  auto made = server_->open();
+  made->bind(dn, password);
+  return made;
+}
+
+bool LdapAccess::authenticate(const std::string& dn, const std::string& password, bool keep) {
+  std::unique_ptr<LdapConnection> made;
+  try {
+    made = authenticated(dn, password);
+  } catch (const LdapError& error) {
+    if (isRefusal(error.result())) return false;
+    server_->noteFailure(error);
+    throw;
+  }
+  if (!keep) return true;
+  if (connection_ && dn_.empty()) server_->giveBack(std::move(connection_));
+  connection_ = std::move(made);
+  dn_ = dn;
+  password_.set(password);
+  return true;
+}
+
+// What broke this one, a server that was started again say, has broken the idle ones too.
+void LdapAccess::dropConnections() {
+  connection_.reset();
+  server_->closeIdle();
+}
+
+void LdapAccess::noteFailure(const LdapError& error) {
+  server_->noteFailure(error);
+  if (!connection_->isUsable()) connection_.reset();
+}
+
+}  // namespace paddock

@@ -1,0 +1,59 @@
+// What a node of a directory server shares with the records that it handed out: the one connection
+// of a session, and who is authenticated on it. For one thread at a time.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/linux/ldap_server.h"
+#include "platform/linux/secret.h"
+
+namespace paddock {
+
+class LdapAccess {
+ public:
+  explicit LdapAccess(std::shared_ptr<LdapServer> server) : server_(std::move(server)) {}
+  LdapAccess(const LdapAccess&) = delete;
+  LdapAccess& operator=(const LdapAccess&) = delete;
+  ~LdapAccess();
+
+  const LdapOptions& options() const { return server_->options(); }
+
+  // Returns work(LdapConnection&, bool again). Connects when there is no connection, and once more
+  // when it breaks under the work, which is then done again: `again` says that the first time may
+  // have been done after all.
+  template <typename Work>
+  auto run(Work&& work) {
+    for (bool again = false;; again = true) {
+      LdapConnection& usable = connection();
+      try {
+        return work(usable, again);
+      } catch (const LdapConnectionLost&) {
+        dropConnections();
+        if (again) throw;
+      } catch (const LdapError& error) {
+        noteFailure(error);
+        throw;
+      }
+    }
+  }
+
+  // Whether the password is that of the entry. With `keep`, this object's work is done as that
+  // entry from now on. A wrong one leaves everything as it was. Throws when nobody can tell.
+  // Precondition: neither is empty.
+  bool authenticate(const std::string& dn, const std::string& password, bool keep);
+
+ private:
+  LdapConnection& connection();
+  std::unique_ptr<LdapConnection> authenticated(const std::string& dn, const std::string& password);
+  void noteFailure(const LdapError& error);
+  void dropConnections();
+
+  const std::shared_ptr<LdapServer> server_;
+  std::unique_ptr<LdapConnection> connection_;
+  // The user who authenticated; no DN: the configured account.
+  std::string dn_;
+  Secret password_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,25 @@
+// Directory nodes "/LDAP/NAME": a directory server, over libldap. docs/ldap.md says how a server is
+// set up, docs/formats/ldap.md how records look there and which status each failure has.
+//
+// Records of every type but users and groups are entries of our own schema and may be changed as
+// far as the server lets the account that is authenticated. Users and groups are what the site
+// keeps there, and read-only (EACCES).
+//
+// "dsAttrTypeStandard:ReadOnlyNode" is "ReadWrite" when the server would let the account create a
+// record, or when it only wants somebody to authenticate first.
+//
+// A node object, its records included, has at most one connection, made when it is first needed.
+#pragma once
+
+#include <memory>
+
+#include "platform/directory.h"
+#include "platform/linux/ldap_server.h"
+
+namespace paddock {
+
+// A user authenticates by the name of a user's record, or by the distinguished name of any entry
+// that has a password. Throws nothing: the server is first asked by an operation.
+std::shared_ptr<DirectoryNode> makeLdapNode(std::shared_ptr<LdapServer> server);
+
+}  // namespace paddock

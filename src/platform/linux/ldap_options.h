@@ -1,0 +1,64 @@
+// How one directory server is reached, and what its entries are called.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace paddock {
+
+enum class LdapTls { none, startTls, ldaps };
+
+// Object classes and attributes of the users and groups of the site. An attribute whose name is
+// empty is not asked for.
+struct LdapAccountNames {
+  std::vector<std::string> userClasses{"posixAccount", "inetOrgPerson"};
+  std::string userName = "uid";
+  std::string userId = "uidNumber";
+  std::string userGroupId = "gidNumber";
+  std::string userRealName = "cn";
+  std::string userHome = "homeDirectory";
+  std::string userShell = "loginShell";
+  std::vector<std::string> groupClasses{"posixGroup", "groupOfNames"};
+  std::string groupName = "cn";
+  std::string groupId = "gidNumber";
+  // The members of a group: their names, or their entries.
+  std::string memberNames = "memberUid";
+  std::string memberEntries = "member";
+  // Of an entry: the groups that it is in, where the server keeps that ("memberOf").
+  std::string memberOf;
+  // A GUID as text.
+  std::string guid = "entryUUID";
+};
+
+struct LdapOptions {
+  // The node is "/LDAP/NAME".
+  std::string name;
+  // ldap://HOST[:PORT], ldaps://HOST[:PORT] or ldapi://PATH with escapes; several are separated by
+  // blanks and tried in their order.
+  std::string uri;
+  // Below it are the users and groups.
+  std::string base;
+  // Below it are the records of our own schema, and directly below it new ones are made; empty: base.
+  std::string recordsBase;
+  // Whether the connection is encrypted before anything else is said; the server's certificate is
+  // always checked, name and all.
+  LdapTls tls = LdapTls::none;
+  // Certificates of the authorities that a server's may be signed by (PEM).
+  std::string caFile = "/etc/ssl/certs/ca-certificates.crt";
+  // For each step: to connect (to each address), to start TLS, to bind, to get one result.
+  std::chrono::milliseconds timeout{10'000};
+  // How long a server that did not answer is not asked again.
+  std::chrono::milliseconds silence{30'000};
+  // Who asks and changes before a user authenticates; empty: nobody (anonymous).
+  std::string bindDn;
+  // The file that holds the account's password, which is read for each new connection; a line feed
+  // at its end does not count.
+  std::string passwordFile;
+  LdapAccountNames accounts;
+
+  std::string path() const { return "/LDAP/" + name; }
+  const std::string& baseOfRecords() const { return recordsBase.empty() ? base : recordsBase; }
+};
+
+}  // namespace paddock

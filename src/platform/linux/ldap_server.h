@@ -1,0 +1,60 @@
+// One configured directory server, for all sessions and threads: connections that nobody uses just
+// now, and whether the server answers at all.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/ldap_connection.h"
+#include "platform/linux/ldap_error.h"
+
+namespace paddock {
+
+class LdapServer {
+ public:
+  explicit LdapServer(LdapOptions options) : options_(std::move(options)) {}
+
+  const LdapOptions& options() const { return options_; }
+
+  // A connection on which nobody but the configured account is authenticated: one that was given
+  // back, or a new one. It belongs to the caller alone. Throws what connecting and binding throw;
+  // EACCES also when the password of the account cannot be read.
+  std::unique_ptr<LdapConnection> take();
+  // A new connection on which nobody is authenticated.
+  std::unique_ptr<LdapConnection> open();
+  // For a connection that came from `take`; kept for the next caller when it is usable.
+  void giveBack(std::unique_ptr<LdapConnection> connection);
+
+  // Closes the connections that nobody uses.
+  void closeIdle();
+
+  // To be told of every error, so that a server that did not answer in time is not waited for again
+  // for a while (`LdapOptions::silence`): until then `take` and `open` throw the same at once.
+  void noteFailure(const LdapError& error);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Idle {
+    std::unique_ptr<LdapConnection> connection;
+    Clock::time_point since;
+  };
+  struct Silence {
+    Clock::time_point until;
+    LdapError error;
+  };
+
+  void requireAnswering();
+  std::unique_ptr<LdapConnection> takeIdle();
+  std::string passwordOfAccount() const;
+
+  const LdapOptions options_;
+  std::mutex mutex_;
+  std::vector<Idle> idle_;
+  std::optional<Silence> silence_;
+};
+
+}  // namespace paddock
