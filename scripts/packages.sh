@@ -6,8 +6,8 @@
 packages_of() {
   case $1 in
     build) echo g++ cmake ninja-build libmicrohttpd-dev nlohmann-json3-dev libpugixml-dev \
-      libtomlplusplus-dev libcli11-dev libcurl4-openssl-dev libsqlite3-dev libutf8proc-dev libpam0g-dev libcrypt-dev libwbclient-dev nettle-dev libavahi-client-dev pkg-config ;;
-    test) echo libgtest-dev libgmock-dev python3 python3-samba samba samba-common-bin samba-vfs-modules smbclient winbind sqlite3 curl nfs-kernel-server e2fsprogs mount avahi-daemon avahi-utils dbus-daemon dbus-bin iproute2 util-linux libnss-extrausers ;;
+      libtomlplusplus-dev libcli11-dev libcurl4-openssl-dev libsqlite3-dev libutf8proc-dev libpam0g-dev libcrypt-dev libwbclient-dev nettle-dev libavahi-client-dev libldap-dev pkg-config ;;
+    test) echo libgtest-dev libgmock-dev python3 python3-samba samba samba-common-bin samba-vfs-modules smbclient winbind sqlite3 curl nfs-kernel-server e2fsprogs mount avahi-daemon avahi-utils dbus-daemon dbus-bin iproute2 util-linux libnss-extrausers slapd ldap-utils openssl ;;
     vm) echo qemu-system-x86 mmdebstrap busybox-static e2fsprogs python3 ;;
     demo) echo curl sqlite3 attr acl ;;
     bench) echo samba-common-bin nfs-kernel-server acl python3 ;;
@@ -31,9 +31,9 @@ apt_update() { quietly "$project/build/log/apt-update.log" apt-get -o DPkg::Lock
 
 apt_has_lists() { [ -n "$(find /var/lib/apt/lists -maxdepth 1 -name '*_Packages*' -print -quit 2>/dev/null)" ]; }
 
-# The tests run an NFS server's tools, an smbd, a winbindd and an avahi-daemon of their own, never the
-# servers of this machine: nothing that a package brings is started or enabled. Calls its arguments with
-# the start of services refused.
+# The tests run an NFS server's tools, an smbd, a winbindd, a slapd and an avahi-daemon of their own, never
+# the servers of this machine: nothing that a package brings is started or enabled. Calls its arguments
+# with the start of services refused.
 without_services() {
   local policy=/usr/sbin/policy-rc.d status=0 made=
   if [ ! -e "$policy" ]; then
@@ -52,6 +52,7 @@ disable_services_of() {
   for package in "$@"; do
     case $package in
       avahi-daemon) systemctl disable --quiet avahi-daemon.service avahi-daemon.socket 2>/dev/null || true ;;
+      slapd) systemctl disable --quiet slapd.service 2>/dev/null || true ;;
       winbind) systemctl disable --quiet winbind.service 2>/dev/null || true ;;
       samba)
         for unit in smbd.service nmbd.service samba-ad-dc.service; do

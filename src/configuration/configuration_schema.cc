@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 namespace paddock {
 namespace {
@@ -42,6 +43,44 @@ std::string_view nodeName(std::string_view text) {
                                                                   : "";
 }
 
+// One or more, separated by blanks.
+std::string_view ldapUris(std::string_view text) {
+  bool any = false;
+  while (!text.empty()) {
+    const std::string_view uri = text.substr(0, text.find(' '));
+    text.remove_prefix(std::min(text.size(), uri.size() + 1));
+    if (uri.empty()) continue;
+    any = true;
+    const bool known =
+        uri.starts_with("ldap://") || uri.starts_with("ldaps://") || uri.starts_with("ldapi://");
+    if (!known) return R"(must begin with "ldap://", "ldaps://" or "ldapi://")";
+  }
+  return any ? "" : "must not be empty";
+}
+
+std::string_view ldapTls(std::string_view text) {
+  return text == "none" || text == "starttls" || text == "ldaps"
+             ? ""
+             : R"(must be "none", "starttls" or "ldaps")";
+}
+
+// The name of an attribute type or object class (RFC 4512): it stands in filters as it is.
+std::string_view ldapName(std::string_view text) {
+  constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  constexpr std::string_view kDigits = "0123456789";
+  const bool isWord = !text.empty() && kLetters.find(text.front()) != std::string_view::npos &&
+                      text.find_first_not_of(std::string(kLetters) + std::string(kDigits) + "-") ==
+                          std::string_view::npos;
+  const bool isNumber =
+      !text.empty() && kDigits.find(text.front()) != std::string_view::npos &&
+      text.find_first_not_of(std::string(kDigits) + ".") == std::string_view::npos;
+  return isWord || isNumber ? "" : "must be the name of an LDAP attribute or object class";
+}
+
+std::string_view ldapNameOrNone(std::string_view text) {
+  return text.empty() ? "" : ldapName(text);
+}
+
 constexpr std::array kKeys{
     ConfigurationKey{"access", "admin_group", KeyKind::text, 0, 0, notEmpty},
     ConfigurationKey{"access", "view_group", KeyKind::text, 0, 0, notEmpty},
@@ -63,9 +102,27 @@ constexpr std::array kKeys{
     ConfigurationKey{"indexing", "command", KeyKind::command},
     ConfigurationKey{"accounts", "extrausers", KeyKind::booleanOrPath, 0, 0, absolutePath},
     ConfigurationKey{"ldap", "name", KeyKind::text, 0, 0, nodeName, true},
-    ConfigurationKey{"ldap", "uri", KeyKind::text, 0, 0, notEmpty, true},
+    ConfigurationKey{"ldap", "uri", KeyKind::text, 0, 0, ldapUris, true},
     ConfigurationKey{"ldap", "base", KeyKind::text, 0, 0, nullptr, true},
-    ConfigurationKey{"ldap", "tls", KeyKind::text, 0, 0, notEmpty},
+    ConfigurationKey{"ldap", "records_base", KeyKind::text},
+    ConfigurationKey{"ldap", "tls", KeyKind::text, 0, 0, ldapTls},
+    ConfigurationKey{"ldap", "ca_file", KeyKind::text, 0, 0, absolutePath},
+    ConfigurationKey{"ldap", "bind_dn", KeyKind::text, 0, 0, notEmpty},
+    ConfigurationKey{"ldap", "password_file", KeyKind::text, 0, 0, absolutePath},
+    ConfigurationKey{"ldap", "user_classes", KeyKind::textArray, 0, 0, ldapName},
+    ConfigurationKey{"ldap", "user_name", KeyKind::text, 0, 0, ldapName},
+    ConfigurationKey{"ldap", "user_id", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "user_group_id", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "user_real_name", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "user_home", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "user_shell", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "group_classes", KeyKind::textArray, 0, 0, ldapName},
+    ConfigurationKey{"ldap", "group_name", KeyKind::text, 0, 0, ldapName},
+    ConfigurationKey{"ldap", "group_id", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "member_names", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "member_entries", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "member_of", KeyKind::text, 0, 0, ldapNameOrNone},
+    ConfigurationKey{"ldap", "guid", KeyKind::text, 0, 0, ldapNameOrNone},
     ConfigurationKey{"ldap", "timeout", KeyKind::integer, 1, 3600},
 };
 

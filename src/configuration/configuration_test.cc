@@ -123,6 +123,28 @@ TEST_F(ConfigurationTest, ExtrausersIsABooleanOrAPath) {
               ElementsAre("2: \"accounts.extrausers\" must be an absolute path"));
 }
 
+TEST_F(ConfigurationTest, WhatIsWrongWithADirectoryServerIsSaid) {
+  const std::string whole = "[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://x\"\n";
+  EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://a http://b\"\n"),
+              ElementsAre(HasSubstr("4: \"ldap.uri\" must begin with \"ldap://\"")));
+  EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \" \"\n"),
+              ElementsAre("4: \"ldap.uri\" must not be empty"));
+  EXPECT_THAT(problemsOf(whole + "tls = \"yes\"\n"),
+              ElementsAre("5: \"ldap.tls\" must be \"none\", \"starttls\" or \"ldaps\""));
+  EXPECT_THAT(problemsOf(whole + "ca_file = \"ca.pem\"\npassword_file = \"\"\n"),
+              ElementsAre("5: \"ldap.ca_file\" must be an absolute path",
+                          "6: \"ldap.password_file\" must be an absolute path"));
+  for (const char* wrong : {"user_name = \"\"", "user_name = \"uid)(x=*\"", "guid = \"a b\"",
+                            "group_classes = [\"a\", \"b*\"]", "member_of = \"-x\""})
+    EXPECT_THAT(problemsOf(whole + wrong),
+                ElementsAre(HasSubstr("must be the name of an LDAP attribute or object class")))
+        << wrong;
+  for (const char* right :
+       {"user_name = \"sAMAccountName\"", "guid = \"1.3.6.1.1.16.4\"", "member_of = \"\"",
+        "group_classes = [\"groupOfNames\"]", "tls = \"none\"", "records_base = \"ou=paddock\""})
+    EXPECT_THAT(problemsOf(whole + right), IsEmpty()) << right;
+}
+
 TEST_F(ConfigurationTest, UnknownKeysAreNamedWithTheirLine) {
   EXPECT_THAT(problemsOf("top = 1\n\n[access]\nadmin_grup = \"x\"\n\n[other]\na = 1\n"),
               ElementsAre("1: unknown key \"top\"", "4: unknown key \"access.admin_grup\"",
@@ -187,11 +209,12 @@ TEST_F(ConfigurationTest, DirectoryNodesAreCheckedOneByOne) {
   EXPECT_THAT(problemsOf("[ldap]\nname = \"a\"\n"),
               ElementsAre("1: \"ldap\" must be an array of tables, [[ldap]]"));
   EXPECT_THAT(
-      problemsOf("[[ldap]]\nname = \"a\"\nuri = \"u\"\nbase = \"b\"\n"
-                 "[[ldap]]\nname = \"a\"\nuri = \"u\"\nbase = \"b\"\ntimeout = 0\nport = 3\n"),
+      problemsOf(
+          "[[ldap]]\nname = \"a\"\nuri = \"ldap://u\"\nbase = \"b\"\n"
+          "[[ldap]]\nname = \"a\"\nuri = \"ldap://u\"\nbase = \"b\"\ntimeout = 0\nport = 3\n"),
       ElementsAre("5: another [[ldap]] has the name \"a\"",
                   "9: \"ldap.timeout\" must be from 1 to 3600", "10: unknown key \"ldap.port\""));
-  EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a/b\"\nuri = \"u\"\nbase = \"b\"\n"),
+  EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a/b\"\nuri = \"ldap://u\"\nbase = \"b\"\n"),
               ElementsAre("2: \"ldap.name\" must be a name without a slash"));
 }
 

@@ -123,9 +123,9 @@ TEST_P(DirectoryNodeContract, AnEmptyValueIsAValue) {
 TEST_P(DirectoryNodeContract, TheTypeMatchesLikeAnyValue) {
   openNode()->newRecord("Docs", kShares);
   openNode()->newRecord("Mount", kMounts);
-  EXPECT_THAT(
-      namesWith(*openNode(), schema::kRecordType, "DSRECTYPESTANDARD:sharepoints", {kMounts, kShares}),
-      ElementsAre("Docs"));
+  EXPECT_THAT(namesWith(*openNode(), schema::kRecordType, "DSRECTYPESTANDARD:sharepoints",
+                        {kMounts, kShares}),
+              ElementsAre("Docs"));
   EXPECT_THAT(namesWith(*openNode(), schema::kRecordType, kShares, {kMounts}), IsEmpty());
 }
 
@@ -149,7 +149,9 @@ TEST_P(DirectoryNodeContract, AnUnknownMatchTypeIsInvalid) {
 }
 
 TEST_P(DirectoryNodeContract, RecordsAreFoundByAnyOfTheirNames) {
-  openNode()->newRecord("Docs", kShares)->setAttribute(schema::kRecordName, Array{"Docs", "Papers"});
+  openNode()
+      ->newRecord("Docs", kShares)
+      ->setAttribute(schema::kRecordName, Array{"Docs", "Papers"});
   EXPECT_NE(openNode()->findRecord("PAPERS", kShares), nullptr);
   EXPECT_THAT(namesWith(*openNode(), schema::kRecordName, "papers"), ElementsAre("Docs"));
   EXPECT_THAT(namesOf(openNode()->findRecordNames("papers", {kAttributesAll}, kShares, kExact)),
@@ -158,7 +160,9 @@ TEST_P(DirectoryNodeContract, RecordsAreFoundByAnyOfTheirNames) {
 }
 
 TEST_P(DirectoryNodeContract, ANameIsUniquePerTypeInAnyLetterCase) {
-  openNode()->newRecord("Docs", kShares)->setAttribute(schema::kRecordName, Array{"Docs", "\xC3\x84"});
+  openNode()
+      ->newRecord("Docs", kShares)
+      ->setAttribute(schema::kRecordName, Array{"Docs", "\xC3\x84"});
   EXPECT_EQ(raised([&] { openNode()->newRecord("dOCS", kShares); }), EEXIST);
   EXPECT_EQ(raised([&] { openNode()->newRecord("\xC3\xA4", kShares); }), EEXIST);
   EXPECT_EQ(raised([&] { openNode()->newRecord("Docs", kMounts); }), 0);

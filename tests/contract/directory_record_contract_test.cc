@@ -141,7 +141,9 @@ TEST_P(DirectoryRecordContract, ANameMayChangeItsLetterCase) {
 }
 
 TEST_P(DirectoryRecordContract, ANameOfAnotherRecordIsRefused) {
-  openNode()->findRecord("Other", kShares)->setAttribute(schema::kRecordName, Array{"Other", "More"});
+  openNode()
+      ->findRecord("Other", kShares)
+      ->setAttribute(schema::kRecordName, Array{"Other", "More"});
   EXPECT_EQ(raised([&] { record()->setAttribute(schema::kRecordName, "oTHER"); }), EEXIST);
   EXPECT_EQ(raised([&] {
               record()->setAttribute(schema::kRecordName, Array{"New", "MORE"});

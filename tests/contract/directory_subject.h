@@ -116,8 +116,7 @@ class LdapSubject final : public DirectorySubject {
   SlapdServer slapd_;
   LdapOptions options_ = slapd_.nodeOptions();
   std::shared_ptr<LdapServer> server_ = std::make_shared<LdapServer>(options_);
-  ListedNodes service_{
-      {{options_.path(), [server = server_] { return makeLdapNode(server); }}}};
+  ListedNodes service_{{{options_.path(), [server = server_] { return makeLdapNode(server); }}}};
 };
 
 // Runs on every subject. `makeSubject` is the parameter.
@@ -133,7 +132,8 @@ inline const SubjectKind kLocalSubjectKinds[] = {
     {"Linux", [] { return std::unique_ptr<DirectorySubject>(new LinuxSubject); }},
 };
 inline const SubjectKind kSubjectKinds[] = {
-    kLocalSubjectKinds[0], kLocalSubjectKinds[1],
+    kLocalSubjectKinds[0],
+    kLocalSubjectKinds[1],
     {"Ldap", [] { return std::unique_ptr<DirectorySubject>(new LdapSubject); }, whyNoSlapd},
 };
 

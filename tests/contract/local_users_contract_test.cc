@@ -1,5 +1,5 @@
-// What the node "/Local" promises of its users: their passwords belong to their records, and who may
-// write is said by a group.
+// What the node "/Local" promises of its users: their passwords belong to their records, and who
+// may write is said by a group.
 #include <gmock/gmock.h>
 
 #include <cerrno>

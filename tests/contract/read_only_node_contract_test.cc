@@ -63,7 +63,11 @@ TEST_P(ReadOnlyNodeContract, StandsBehindTheLocalNodeInTheSearchPath) {
   EXPECT_EQ(search->getAttribute(schema::kSearchPath), (Array{"/Local", "/System"}));
   EXPECT_EQ(search->findRecord("root", schema::kUsers)->getAttributeFirstValue(schema::kUniqueID),
             "0");
-  service().openLocal()->localNode()->newRecord("Root", schema::kUsers)->setAttribute(schema::kUniqueID, "0");
+  service()
+      .openLocal()
+      ->localNode()
+      ->newRecord("Root", schema::kUsers)
+      ->setAttribute(schema::kUniqueID, "0");
   EXPECT_THAT(namesWith(*search, schema::kUniqueID, "0", {schema::kUsers}),
               ElementsAre("Root", "root"));
   EXPECT_EQ(search->findRecord("root", schema::kUsers)->getAttributeFirstValue(schema::kRecordName),

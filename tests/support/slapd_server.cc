@@ -151,8 +151,7 @@ void SlapdServer::waitUntilItListens() {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  throw std::runtime_error("slapd does not listen; its log: " +
-                           readWholeFile(folder_.path("log")));
+  throw std::runtime_error("slapd does not listen; its log: " + readWholeFile(folder_.path("log")));
 }
 
 void SlapdServer::stop() {
@@ -179,8 +178,8 @@ std::string SlapdServer::tcpUri() const { return "ldap://127.0.0.1:" + std::to_s
 LdapOptions SlapdServer::nodeOptions(const std::string& name) const {
   const std::string passwordFile = folder_.path("password");
   writeWholeFile(passwordFile, std::string(kServicePassword) + "\n");
-  std::filesystem::permissions(passwordFile, std::filesystem::perms::owner_read |
-                                                 std::filesystem::perms::owner_write);
+  std::filesystem::permissions(
+      passwordFile, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
   LdapOptions options;
   options.name = name;
   options.uri = ldapiUri();
@@ -193,8 +192,8 @@ LdapOptions SlapdServer::nodeOptions(const std::string& name) const {
 
 std::string SlapdServer::run(const std::vector<std::string>& words,
                              const std::string& input) const {
-  std::vector<std::string> all{words.front(), "-x", "-H", ldapiUri(), "-D", kRoot,
-                               "-w",          kRootPassword};
+  std::vector<std::string> all{words.front(), "-x",  "-H", ldapiUri(),
+                               "-D",          kRoot, "-w", kRootPassword};
   all.insert(all.end(), words.begin() + 1, words.end());
   const EndedProgram ended = runProgram(all, input);
   if (ended.status != 0) throw std::runtime_error(words.front() + ": " + ended.error);

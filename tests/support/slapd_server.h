@@ -16,18 +16,18 @@ namespace paddock {
 std::string whyNoSlapd();
 
 struct SlapdOptions {
-  bool schema = true;        // whether it has our schema
-  bool tcp = false;          // whether it listens on a port too; the port is of the options' choosing
-  std::string certificate;   // files for TLS; empty: none
+  bool schema = true;  // whether it has our schema
+  bool tcp = false;    // whether it listens on a port too; the port is of the options' choosing
+  std::string certificate;  // files for TLS; empty: none
   std::string key;
-  std::string global;        // lines of slapd.conf(5): before the database, and of the database
+  std::string global;  // lines of slapd.conf(5): before the database, and of the database
   std::string database;
-  bool populate = true;      // whether it starts with the entries below
+  bool populate = true;  // whether it starts with the entries below
 };
 
 // Entries: dc=example; ou=people, ou=groups and ou=paddock below it; cn=service, whose password is
-// "service's" and who may write. Anybody may read, everything but passwords; who has the employeeType
-// "writer" may write.
+// "service's" and who may write. Anybody may read, everything but passwords; who has the
+// employeeType "writer" may write.
 class SlapdServer {
  public:
   // Starts it; throws std::runtime_error with its log when it does not.

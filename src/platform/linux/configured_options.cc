@@ -1,5 +1,6 @@
 #include "platform/linux/configured_options.h"
 
+#include "platform/linux/configured_ldap.h"
 #include "platform/linux/winbind_sids.h"
 
 namespace paddock {
@@ -13,6 +14,7 @@ LinuxDirectoryOptions configuredDirectory(const Dictionary& configuration,
   const Dictionary* access = configuration.dictionary("access");
   const std::string* adminGroup = access != nullptr ? access->string("admin_group") : nullptr;
   if (adminGroup != nullptr) options.adminGroup = *adminGroup;
+  options.ldap = configuredLdap(configuration, root);
   return options;
 }
 

@@ -28,7 +28,8 @@ LdapAccess::~LdapAccess() {
 }
 
 LdapConnection& LdapAccess::connection() {
-  if (!connection_) connection_ = dn_.empty() ? server_->take() : authenticated(dn_, password_.text());
+  if (!connection_)
+    connection_ = dn_.empty() ? server_->take() : authenticated(dn_, password_.text());
   return *connection_;
 }
 

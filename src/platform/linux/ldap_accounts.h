@@ -21,7 +21,7 @@ namespace paddock {
 
 struct LdapAccount {
   std::string dn;
-  std::string order;  // sorts records in the order of their creation
+  std::string order;                        // sorts records in the order of their creation
   std::vector<AttributeChange> attributes;  // RecordName first, RecordType second
 };
 

@@ -210,7 +210,7 @@ LdapConnection::LdapConnection(const LdapOptions& options)
     setOptions();
     connect();
     usable_ = true;
-    if (options_.tls == LdapTls::startTls && !isAllLdaps(options_.uri)) startTls();
+    if (options_.tls == LdapTls::startTls && ldap_tls_inplace(ldap_) == 0) startTls();
   } catch (...) {
     ldap_unbind_ext(ldap_, nullptr, nullptr);
     throw;
@@ -287,8 +287,8 @@ void LdapConnection::startTls() {
   const Message answer(await(message, doing));
   int result = LDAP_OTHER;
   char* diagnostic = nullptr;
-  const int parsed = ldap_parse_result(ldap_, answer.get(), &result, nullptr, &diagnostic, nullptr,
-                                       nullptr, 0);
+  const int parsed =
+      ldap_parse_result(ldap_, answer.get(), &result, nullptr, &diagnostic, nullptr, nullptr, 0);
   const std::string text = diagnosticOf(diagnostic);
   if (parsed != LDAP_SUCCESS) fail(parsed, doing);
   if (result != LDAP_SUCCESS) {
@@ -309,8 +309,8 @@ void LdapConnection::bind(const std::string& dn, const std::string& password) {
   const std::string doing = what("authenticating", dn);
   berval secret = bervalOf(password);
   int message = 0;
-  const int sent = ldap_sasl_bind(ldap_, dn.c_str(), LDAP_SASL_SIMPLE, &secret, nullptr, nullptr,
-                                  &message);
+  const int sent =
+      ldap_sasl_bind(ldap_, dn.c_str(), LDAP_SASL_SIMPLE, &secret, nullptr, nullptr, &message);
   finish(sent, message, doing);
 }
 
@@ -365,11 +365,11 @@ int LdapConnection::send(const LdapQuery& query, const std::string& cookie) {
   }
   LDAPControl* controls[] = {paged.get(), nullptr};
   int message = 0;
-  const int sent = ldap_search_ext(
-      ldap_, query.base.c_str(),
-      query.scope == LdapScope::base ? LDAP_SCOPE_BASE : LDAP_SCOPE_SUBTREE, query.filter.c_str(),
-      query.attributes.empty() ? nullptr : attributes.data(), 0, paged ? controls : nullptr, nullptr,
-      nullptr, LDAP_NO_LIMIT, &message);
+  const int sent =
+      ldap_search_ext(ldap_, query.base.c_str(),
+                      query.scope == LdapScope::base ? LDAP_SCOPE_BASE : LDAP_SCOPE_SUBTREE,
+                      query.filter.c_str(), query.attributes.empty() ? nullptr : attributes.data(),
+                      0, paged ? controls : nullptr, nullptr, nullptr, LDAP_NO_LIMIT, &message);
   requireSent(sent, what("searching", query.base));
   return message;
 }

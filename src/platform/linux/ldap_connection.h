@@ -71,7 +71,8 @@ class LdapConnection {
   void modify(const std::string& dn, const std::vector<LdapChange>& changes);
   // Gives the entry another first component, in the place where it is.
   void rename(const std::string& dn, const std::string& newRdn, bool deleteOldRdn);
-  // Deletes the entry if `assertion` (a filter) holds for it; servers that cannot assert do not ask.
+  // Deletes the entry if `assertion` (a filter) holds for it; servers that cannot assert do not
+  // ask.
   void remove(const std::string& dn, const std::string& assertion);
 
   // The result of `add` if it were done, which it is not: LDAP_X_NO_OPERATION when nothing stands

@@ -47,7 +47,7 @@ void addByMemberOf(LdapAccess& access, const LdapEntry& group, LdapMembers& memb
                         .filter = equals(names.memberOf, group.dn),
                         .attributes = attributesOfMembers(names)};
   for (const LdapEntry& entry :
-       access.run([&](LdapConnection& connection, bool) { return connection.search(query); }))
+       access.run([&](LdapConnection&connection, bool) { return connection.search(query); }))
     addMember(entry, names, members);
 }
 
@@ -61,7 +61,7 @@ void lookUp(LdapAccess& access, const std::vector<std::string>& dns, LdapMembers
                          .filter = "(objectClass=*)",
                          .attributes = attributesOfMembers(names)});
     for (const auto& answer : access.run(
-             [&](LdapConnection& connection, bool) { return connection.searchEach(queries); }))
+             [&](LdapConnection&connection, bool) { return connection.searchEach(queries); }))
       for (const LdapEntry& entry : answer) addMember(entry, names, members);
   }
 }
@@ -117,9 +117,8 @@ std::vector<std::string> namesOf(const LdapEntry& entry, const std::string& attr
 bool isOfClass(const LdapEntry& entry, const std::vector<std::string>& classes) {
   const auto& has = entry.values("objectClass");
   return std::any_of(has.begin(), has.end(), [&](const std::string& name) {
-    return std::any_of(classes.begin(), classes.end(), [&](const std::string& wanted) {
-      return isSameAttribute(name, wanted);
-    });
+    return std::any_of(classes.begin(), classes.end(),
+                       [&](const std::string& wanted) { return isSameAttribute(name, wanted); });
   });
 }
 

@@ -39,7 +39,8 @@ struct LdapOptions {
   std::string uri;
   // Below it are the users and groups.
   std::string base;
-  // Below it are the records of our own schema, and directly below it new ones are made; empty: base.
+  // Below it are the records of our own schema, and directly below it new ones are made; empty:
+  // base.
   std::string recordsBase;
   // Whether the connection is encrypted before anything else is said; the server's certificate is
   // always checked, name and all.

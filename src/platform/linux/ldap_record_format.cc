@@ -54,7 +54,8 @@ std::string hexSha256(std::string_view text) {
   return digits;
 }
 
-// --- Values with their places: POSITION.ORDINAL NAME=VALUE, where "\" and "=" of a name are \5c, \3d
+// --- Values with their places: POSITION.ORDINAL NAME=VALUE, where "\" and "=" of a name are \5c,
+// \3d
 
 std::string escapedName(std::string_view name) {
   std::string text;
@@ -100,7 +101,8 @@ bool takeNumber(std::string_view& text, char end, unsigned& number) {
 }
 
 bool readStored(std::string_view text, StoredValue& stored) {
-  if (!takeNumber(text, '.', stored.position) || !takeNumber(text, ' ', stored.ordinal)) return false;
+  if (!takeNumber(text, '.', stored.position) || !takeNumber(text, ' ', stored.ordinal))
+    return false;
   const std::size_t sign = text.find('=');
   if (sign == std::string_view::npos || !unescapeName(text.substr(0, sign), stored.attribute))
     return false;
@@ -176,9 +178,9 @@ void readShown(const LdapEntry& entry, LdapRecordState& record) {
 
 std::string matchText(std::string_view attribute, std::string_view value) {
   const std::string folded = caseFold(value);
-  const bool isPlain =
-      attribute.find('=') == std::string_view::npos && !attribute.starts_with('#') &&
-      attribute.size() + folded.size() < kLongestMatch;
+  const bool isPlain = attribute.find('=') == std::string_view::npos &&
+                       !attribute.starts_with('#') &&
+                       attribute.size() + folded.size() < kLongestMatch;
   if (isPlain) return std::string(attribute) + "=" + folded;
   return "#" + hexSha256(std::string(attribute) + '\0' + folded);
 }
@@ -205,8 +207,8 @@ std::vector<std::string> sortedSet(const std::vector<std::string>& values) {
 
 const std::vector<std::string>& recordEntryAttributes() {
   static const std::vector<std::string> names = [] {
-    std::vector<std::string> all{"objectClass", kType,    kValue, kMatch,      kRevision,
-                                 kCreated,      kKey,     "entryUUID", "createTimestamp"};
+    std::vector<std::string> all{"objectClass", kType, kValue,      kMatch,           kRevision,
+                                 kCreated,      kKey,  "entryUUID", "createTimestamp"};
     for (std::string& shown : mirrorAttributes()) all.push_back(std::move(shown));
     return all;
   }();
@@ -279,8 +281,7 @@ LdapAttributes entryOf(const LdapRecordState& record) {
       entry[kMatch].push_back(matchText(one.name, value));
     }
     for (const LdapMirror& mirror : mirrorsOf(record.type))
-      if (mirror.attribute == one.name)
-        entry[std::string(mirror.shown)] = shownValues(one.values);
+      if (mirror.attribute == one.name) entry[std::string(mirror.shown)] = shownValues(one.values);
   }
   for (auto& [attribute, values] : entry) values = sortedSet(values);
   return entry;
@@ -345,7 +346,8 @@ std::string recordKey(const std::string& type, const std::string& name) {
   };
   const bool isPlain = type.find('/') == std::string::npos && !type.starts_with('#') &&
                        !type.starts_with(' ') && !folded.ends_with(' ') && isPrintable(type) &&
-                       isPrintable(folded) && (type + "/" + folded).find("  ") == std::string::npos &&
+                       isPrintable(folded) &&
+                       (type + "/" + folded).find("  ") == std::string::npos &&
                        type.size() + folded.size() < kLongestKey;
   if (isPlain) return type + "/" + folded;
   return "#" + hexSha256(type + '\0' + folded);

@@ -23,7 +23,7 @@ struct LdapRecordState {
   std::string uuid;      // the server's name of the entry for good; empty when it gives none
   std::string revision;  // empty for an entry that somebody else made
   std::string type;
-  std::string order;  // sorts records in the order of their creation
+  std::string order;                  // sorts records in the order of their creation
   std::vector<Attribute> attributes;  // by position; RecordName is the first, at position 0
 
   const std::vector<std::string>& names() const { return attributes.front().values; }

@@ -125,12 +125,12 @@ std::vector<LdapRecordState> LdapRecords::withValue(const std::vector<std::strin
                                                     const std::string& value) {
   if (attribute == schema::kRecordType) {
     std::vector<std::string> asked = types;
-    std::erase_if(asked, [&](const std::string& type) { return caseFold(type) != caseFold(value); });
+    std::erase_if(asked,
+                  [&](const std::string& type) { return caseFold(type) != caseFold(value); });
     return ofTypes(asked);
   }
   if (types.empty()) return {};
-  auto records =
-      search(allOf({recordFilter(attribute, value), ofTypesFilter(types), kIsRecord}));
+  auto records = search(allOf({recordFilter(attribute, value), ofTypesFilter(types), kIsRecord}));
   // Servers squeeze blanks and normalise; matching here is what it is on every node.
   std::erase_if(records, [&](const LdapRecordState& record) {
     return !contains(types, record.type) || !hasValue(record, attribute, value);
@@ -162,8 +162,7 @@ std::optional<LdapRecords::Loaded> LdapRecords::read(const LdapRecordState& know
 
 LdapRecords::Loaded LdapRecords::loaded(const LdapRecordState& known) {
   auto found = read(known);
-  if (!found)
-    throw DirectoryError(ENOENT, "the record is gone from " + access_.options().path());
+  if (!found) throw DirectoryError(ENOENT, "the record is gone from " + access_.options().path());
   return std::move(*found);
 }
 
@@ -281,8 +280,7 @@ void LdapRecords::modify(const Loaded& from, const LdapRecordState& to) {
   std::stable_partition(changes.begin(), changes.end(), [](const LdapChange& change) {
     return change.attribute == "paddockRevision";
   });
-  access_.run(
-      [&](LdapConnection& connection, bool) { connection.modify(to.dn, changes); });
+  access_.run([&](LdapConnection& connection, bool) { connection.modify(to.dn, changes); });
 }
 
 bool LdapRecords::tryChange(const Loaded& from, LdapRecordState& to) {
@@ -359,8 +357,8 @@ void LdapRecords::removeEntry(const LdapRecordState& record) {
     try {
       connection.remove(record.dn, assertion);
     } catch (const LdapError& error) {
-      const bool isGone = error.result() == LDAP_NO_SUCH_OBJECT ||
-                          error.result() == LDAP_ASSERTION_FAILED;
+      const bool isGone =
+          error.result() == LDAP_NO_SUCH_OBJECT || error.result() == LDAP_ASSERTION_FAILED;
       if (!isGone) throw;
       if (!again)
         throw DirectoryError(ENOENT, "the record is gone from " + access_.options().path());
@@ -403,8 +401,10 @@ bool LdapRecords::mayCreate() {
       case LDAP_NO_SUCH_OBJECT:
       case LDAP_BUSY:
       case LDAP_UNAVAILABLE:
-        throw LdapError(result, access_.options().path() + ": creating records below " +
-                                    access_.options().baseOfRecords(), "");
+        throw LdapError(result,
+                        access_.options().path() + ": creating records below " +
+                            access_.options().baseOfRecords(),
+                        "");
       default:
         return false;
     }

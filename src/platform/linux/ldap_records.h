@@ -16,7 +16,8 @@
 namespace paddock {
 
 // Whether the record has the value among those of the attribute; RecordType is one.
-bool hasValue(const LdapRecordState& record, const std::string& attribute, const std::string& value);
+bool hasValue(const LdapRecordState& record, const std::string& attribute,
+              const std::string& value);
 
 class LdapRecords {
  public:

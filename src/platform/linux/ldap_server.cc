@@ -20,8 +20,8 @@ constexpr std::chrono::seconds kLongestIdle{60};
 constexpr std::size_t kLongestPassword = 4096;
 
 [[noreturn]] void refusePassword(const LdapOptions& options, Status status, const char* why) {
-  throw DirectoryError(
-      status, options.path() + ": the password file " + options.passwordFile + " " + why);
+  throw DirectoryError(status,
+                       options.path() + ": the password file " + options.passwordFile + " " + why);
 }
 
 }  // namespace

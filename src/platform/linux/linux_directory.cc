@@ -1,5 +1,6 @@
 #include "platform/linux/linux_directory.h"
 
+#include "platform/linux/ldap_node.h"
 #include "platform/linux/system_node.h"
 
 namespace paddock {
@@ -20,6 +21,10 @@ LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& option
                      return paddock::openLocalNode(database, group);
                    }});
   nodes.push_back({kSystemNodePath, [pam = options.pam] { return makeSystemNode(pam); }});
+  for (const LdapOptions& one : options.ldap)
+    nodes.push_back({one.path(), [server = std::make_shared<LdapServer>(one)] {
+                       return makeLdapNode(server);
+                     }});
   nodes_ = std::make_shared<const NodeList>(std::move(nodes));
 }
 

@@ -1,13 +1,15 @@
-// The directory service of a Linux server: the nodes "/Local" and "/System", and "/Search"
-// over them.
+// The directory service of a Linux server: the nodes "/Local" and "/System", "/LDAP/NAME" for each
+// directory server, and "/Search" over them in this order.
 #pragma once
 
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/directory.h"
 #include "platform/linux/extra_users.h"
+#include "platform/linux/ldap_options.h"
 #include "platform/linux/local_node.h"
 #include "platform/linux/pam_authentication.h"
 #include "platform/search_node.h"
@@ -17,6 +19,8 @@ namespace paddock {
 struct LinuxDirectoryOptions {
   std::string databasePath = "/var/lib/paddock/directory.sqlite";
   std::string adminGroup = "paddock";
+  // The directory servers, in search order.
+  std::vector<LdapOptions> ldap;
   // How "/System" authenticates; without PAM, authenticating there raises ENOTSUP.
   std::optional<PamOptions> pam = PamOptions{};
   // Whether, and where, the users and groups of "/Local" are given to the host. Every change of
