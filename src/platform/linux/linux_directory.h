@@ -20,7 +20,7 @@ struct LinuxDirectoryOptions {
   std::string databasePath = "/var/lib/paddock/directory.sqlite";
   std::string adminGroup = "paddock";
   // The directory servers, in search order.
-  std::vector<LdapOptions> ldap;
+  std::vector<LdapOptions> ldap = {};
   // How "/System" authenticates; without PAM, authenticating there raises ENOTSUP.
   std::optional<PamOptions> pam = PamOptions{};
   // Whether, and where, the users and groups of "/Local" are given to the host. Every change of
