@@ -1,6 +1,7 @@
 """Hosts of a test's own, each with a network namespace, a D-Bus and an Avahi daemon."""
 import os
 import re
+import socket
 import subprocess
 import sys
 import time
@@ -9,6 +10,7 @@ sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "
 from own_namespaces import in_namespaces, skip
 
 PROGRAMS = ("dbus-daemon", "avahi-daemon", "avahi-browse", "avahi-set-host-name", "ip", "nsenter")
+SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "tsan.supp")
 PATIENCE = 60
 LOOK = 10
 
@@ -80,7 +82,8 @@ class Host:
         self.folder = os.path.join(folder, name)
         os.mkdir(self.folder)
         self.socket = os.path.join(self.folder, "bus")
-        self.environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=" + self.socket, "LC_ALL": "C.UTF-8"}
+        self.environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=" + self.socket, "LC_ALL": "C.UTF-8",
+                            "TSAN_OPTIONS": "%s suppressions=%s" % (os.environ.get("TSAN_OPTIONS", ""), SUPPRESSIONS)}
         self._write("bus.conf", BUS.format(socket=self.socket))
         self.configure()
         self.bus = self.avahi = None
@@ -116,7 +119,7 @@ class Host:
     def start_bus(self):
         self.bus = self._start_server("bus", "dbus-daemon", "--nofork", "--nopidfile", "--config-file",
                                       os.path.join(self.folder, "bus.conf"))
-        eventually(lambda: os.path.exists(self.socket), "a bus")
+        eventually(self._bus_accepts, "a bus")
 
     def stop_bus(self):
         self.bus = self._stop(self.bus)
@@ -158,6 +161,10 @@ class Host:
             return seen is not None and condition(seen)
         eventually(look, lambda: "%s; it sees %s" % (what, seen))
         return seen
+
+    def _bus_accepts(self):
+        with socket.socket(socket.AF_UNIX) as client:
+            return client.connect_ex(self.socket) == 0
 
     def _avahi_answers(self):
         assert self.avahi.poll() is None, "avahi-daemon ended; its log: " + self.log("avahi")
