@@ -7,6 +7,7 @@ Needs root, for a network of its own.
 """
 import sys
 import tempfile
+import time
 import unittest
 
 from own_network import PROGRAMS, Host, in_namespaces
@@ -228,6 +229,16 @@ class PublicationTest(unittest.TestCase):
             publisher.do("publish" if number % 3 else "stop", "a")
         publisher.do("publish", "a")
         self.wait_until_txt("number=299")
+
+    def test_a_record_that_changes_while_its_name_is_probed_for_keeps_the_name(self):
+        publisher = self.start()
+        publisher.create("a")
+        for number in range(9, 0, -1):  # of two records that collide, the lesser one loses its name
+            publisher.set_txt("a", "number=%d" % number)
+            publisher.do("publish", "a")
+            time.sleep(0.15)
+        self.wait_until_txt("number=1")
+        self.wait_until_seen("here")
 
 
 if __name__ == "__main__":

@@ -55,8 +55,9 @@ AvahiAdvertisement::State AvahiAdvertisement::maintain(AvahiConnection& connecti
   if (!followHostName(connection)) return failed(AVAHI_ERR_DISCONNECTED);
   if (entry_ && entry_->state() == AVAHI_ENTRY_GROUP_FAILURE) return failed(entry_->error());
   if (entry_ && entry_->state() == AVAHI_ENTRY_GROUP_COLLISION) takeNextName(now);
+  // The daemon takes its own earlier probe for another host's when the record changes in between.
+  if (entry_ && entry_->state() != AVAHI_ENTRY_GROUP_ESTABLISHED) return State::pending;
   if (!entry_ || txt != txt_) return update(txt, connection, now);
-  if (entry_->state() != AVAHI_ENTRY_GROUP_ESTABLISHED) return State::pending;
   collisions_ = 0;
   return State::published;
 }
