@@ -17,6 +17,7 @@ inline constexpr const char* kGroupMembership = "dsAttrTypeStandard:GroupMembers
 inline constexpr const char* kNestedGroups = "dsAttrTypeStandard:NestedGroups";
 inline constexpr const char* kHomeDirectory = "dsAttrTypeStandard:NFSHomeDirectory";
 inline constexpr const char* kUserShell = "dsAttrTypeStandard:UserShell";
+inline constexpr const char* kGroupMembers = "dsAttrTypeStandard:GroupMembers";
 
 // Attributes of mounts.
 inline constexpr const char* kVfsLinkDir = "dsAttrTypeStandard:VFSLinkDir";

@@ -1,11 +1,10 @@
 #include "platform/linux/linux_membership.h"
 
 #include <cerrno>
-#include <limits>
 #include <optional>
 
-#include "base/text.h"
 #include "platform/directory_schema.h"
+#include "platform/linux/account_answers.h"
 
 namespace paddock {
 
@@ -25,28 +24,12 @@ const Kind& kindOf(PrincipalType type) {
   return type == PrincipalType::user ? kUserKind : kGroupKind;
 }
 
-// The first value of an attribute of an answer; null when there is none.
-const std::string* firstValue(const Value& answer, const char* attribute) {
-  const Array* values = answer.dictionary()->array(attribute);
-  return values == nullptr || values->empty() ? nullptr : values->front().string();
-}
-
-std::optional<std::uint32_t> idIn(const std::string* text) {
-  const auto number = text == nullptr ? std::nullopt : parseInteger(*text);
-  if (!number || *number < 0 || *number > std::numeric_limits<std::uint32_t>::max())
-    return std::nullopt;
-  return static_cast<std::uint32_t>(*number);
-}
-
 std::optional<Guid> recordedGuid(DirectoryNode& node, const Principal& principal) {
   const Kind& kind = kindOf(principal.type);
   const Array answers = node.findRecordsOfTypes({kind.recordType}, kind.idAttribute,
                                                 std::to_string(principal.id), kExact);
-  for (const Value& answer : answers) {
-    const std::string* text = firstValue(answer, schema::kGeneratedUID);
-    const auto guid = text == nullptr ? std::nullopt : parseGuid(*text);
-    if (guid) return guid;
-  }
+  for (const Value& answer : answers)
+    if (const auto guid = firstGuid(answer, schema::kGeneratedUID)) return guid;
   return std::nullopt;
 }
 
@@ -55,8 +38,7 @@ std::optional<Principal> recordedPrincipal(DirectoryNode& node, const Guid& guid
   for (const Kind& kind : {kUserKind, kGroupKind})
     for (const Value& answer :
          node.findRecordsOfTypes({kind.recordType}, schema::kGeneratedUID, text, kExact))
-      if (const auto id = idIn(firstValue(answer, kind.idAttribute)))
-        return Principal{kind.type, *id};
+      if (const auto id = firstId(answer, kind.idAttribute)) return Principal{kind.type, *id};
   return std::nullopt;
 }
 

@@ -1,4 +1,8 @@
-// The groups that a user is in, as the kernel will know them of the user's processes.
+// The groups that a user is in, as the kernel will know them of the user's processes: those of the
+// name service. Groups that only a directory node knows (see group_membership.h) are none of them,
+// deliberately: a process never has them, nor does an SMB server's session, so a kernel's ACL that
+// counted them for the users whom it names would give those what others in the same group do not
+// get, and setting one would wait for directory servers.
 #pragma once
 
 #include <cstdint>
