@@ -11,6 +11,8 @@ namespace {
 
 constexpr const char* kPlugin = "paddock_directory";
 constexpr const char* kNode = "/Local";
+// All nodes, one after the other.
+constexpr const char* kSearchNode = "/Search";
 
 const char* recordTypeOf(PrincipalType type) {
   return type == PrincipalType::user ? "dsRecTypeStandard:Users" : "dsRecTypeStandard:Groups";
@@ -56,10 +58,10 @@ void appendAccounts(std::vector<LocalAccount>& accounts, const Session& session,
 
 }  // namespace
 
-std::optional<LocalAccount> findLocalAccount(const Session& session, PrincipalType type,
-                                             const std::string& name) {
+std::optional<LocalAccount> findAccount(const Session& session, PrincipalType type,
+                                        const std::string& name) {
   const Dictionary reply = session.daemon.call(
-      kPlugin, "getRecord", {{"node", kNode}, {"type", recordTypeOf(type)}, {"name", name}});
+      kPlugin, "getRecord", {{"node", kSearchNode}, {"type", recordTypeOf(type)}, {"name", name}});
   requireStatus(reply, "status", "the directory's record of " + name + " cannot be read");
   const Dictionary* record = reply.dictionary("record");
   if (record == nullptr) return std::nullopt;

@@ -1,4 +1,4 @@
-// Users and groups that have a record in the directory node "/Local".
+// Users and groups that have a record in a directory node.
 #pragma once
 
 #include <cstdint>
@@ -19,11 +19,11 @@ struct LocalAccount {
   std::optional<std::uint32_t> id;  // its "UniqueID", of a group its "PrimaryGroupID"
 };
 
-// The account of that name; absent when there is no such record. Throws Failure.
-std::optional<LocalAccount> findLocalAccount(const Session& session, PrincipalType type,
-                                             const std::string& name);
+// The account of that name in the first node that has one; absent when none has. Throws Failure.
+std::optional<LocalAccount> findAccount(const Session& session, PrincipalType type,
+                                        const std::string& name);
 
-// Every user and group. Throws Failure.
+// Every user and group of "/Local". Throws Failure.
 std::vector<LocalAccount> listLocalAccounts(const Session& session);
 
 }  // namespace paddock::keelhouse

@@ -28,13 +28,13 @@ ResolvedPrincipal resolveLocal(const LocalAccount& account) {
   if (account.guid) return {account.guid, std::nullopt};
   if (account.id) return {std::nullopt, Principal{account.type, *account.id}};
   throw failure("the record of " + account.name +
-                " in /Local has neither a GUID nor a number\nGive it one: keelhouse record put");
+                " has neither a GUID nor a number\nGive it one: keelhouse record put");
 }
 
 std::optional<ResolvedPrincipal> findNamed(const Session& session, PrincipalType type,
                                            const std::string& name) {
   if (const auto id = hostId(type, name)) return ResolvedPrincipal{std::nullopt, {{type, *id}}};
-  const auto account = findLocalAccount(session, type, name);
+  const auto account = findAccount(session, type, name);
   if (!account) return std::nullopt;
   return resolveLocal(*account);
 }
@@ -52,7 +52,7 @@ ResolvedPrincipal resolveOf(const Session& session, PrincipalType type, const Pr
   if (auto found = findNamed(session, type, name.name)) return *found;
   if (const auto number = numberIn(name.name)) return {std::nullopt, {{type, *number}}};
   throw failure("there is no " + std::string(nounOf(name.kind)) + " " + name.name +
-                ", neither on this host nor in the directory node /Local");
+                ", neither on this host nor in a directory node");
 }
 
 ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& name) {
@@ -69,7 +69,7 @@ ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& nam
                        ": for a number write user:" + name.name + " or group:" + name.name);
   }
   throw failure("there is no user or group " + name.name +
-                ", neither on this host nor in the directory node /Local");
+                ", neither on this host nor in a directory node");
 }
 
 std::vector<LocalAccount> listIfPossible(const Session& session) {

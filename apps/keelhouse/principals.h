@@ -30,9 +30,9 @@ class Principals {
   explicit Principals(const Session& session) : session_(session) {}
 
   // A user or group of this host by its id; one that this host does not know by what its record in
-  // "/Local" says: its GUID, else its id. A number that is no name is an id itself. Throws Failure
-  // for a name that nobody has (failed), and for one without "user:" or "group:" that both a user
-  // and a group have (usage).
+  // a directory node says: its GUID, else its id. A number that is no name is an id itself. Throws
+  // Failure for a name that nobody has (failed), and for one without "user:" or "group:" that both
+  // a user and a group have (usage).
   ResolvedPrincipal resolve(const PrincipalName& name) const;
 
   // Who has that GUID. The records of "/Local" are asked for once, and only when the GUID does not

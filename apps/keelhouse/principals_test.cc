@@ -63,7 +63,7 @@ TEST_F(PrincipalsTest, unknownToTheHostAreTakenFromTheLocalNode) {
   EXPECT_EQ(keysOf("user:no-such-zoe"), (Dictionary{{"guid", kOtherGuid}}));
   EXPECT_EQ(daemon_.requests().at(0).target, "POST /v1/paddock_directory/getRecord");
   EXPECT_EQ(daemon_.requests().at(0).body,
-            R"({"name":"no-such-zoe","node":"/Local","type":"dsRecTypeStandard:Users"})");
+            R"({"name":"no-such-zoe","node":"/Search","type":"dsRecTypeStandard:Users"})");
 }
 
 TEST_F(PrincipalsTest, withoutAGuidInTheirRecordAreTakenByItsNumber) {
@@ -84,7 +84,7 @@ TEST_F(PrincipalsTest, thatNobodyKnowsAreAnError) {
   const auto [status, text] = refusalOf("user:no-such-zoe");
   EXPECT_EQ(status, ExitStatus::failed);
   EXPECT_EQ(text,
-            "there is no user no-such-zoe, neither on this host nor in the directory node /Local");
+            "there is no user no-such-zoe, neither on this host nor in a directory node");
 }
 
 TEST_F(PrincipalsTest, areAnErrorWhenTheDirectoryCannotBeAsked) {
