@@ -21,9 +21,9 @@ struct Entry {
   Dictionary (*run)(DirectoryService&, const Dictionary&);
 };
 
-Dictionary listNodes(DirectoryService& directory, const Dictionary&) {
+Dictionary listNodes(DirectoryService& directory, const Dictionary& request) {
   LinuxClock clock;
-  return nodes::list(directory, clock);
+  return nodes::list(directory, clock, request);
 }
 
 constexpr std::array kEntries = {

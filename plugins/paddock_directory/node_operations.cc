@@ -1,6 +1,7 @@
 #include "paddock_directory/node_operations.h"
 
 #include <chrono>
+#include <cstddef>
 #include <exception>
 #include <future>
 #include <string>
@@ -15,6 +16,8 @@ namespace {
 
 // A user whom every host has: the nodes are asked for one name, whether they have it or not.
 constexpr const char* kProbe = "root";
+// How many nodes are asked at the same time.
+constexpr std::size_t kAtOnce = 16;
 
 std::int64_t millisecondsSince(std::chrono::steady_clock::time_point start, Clock& clock) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(clock.monotonicNow() - start)
@@ -44,19 +47,29 @@ Dictionary stateOf(DirectoryService& directory, Clock& clock, const std::string&
   return node;
 }
 
+std::vector<std::string> pathsOf(DirectoryService& directory, const Dictionary& request) {
+  const Array* named = request.array("paths");
+  const Array values = named != nullptr
+                           ? *named
+                           : directory.openLocal()->searchNode()->getAttribute(schema::kSearchPath);
+  std::vector<std::string> paths;
+  for (const Value& value : values)
+    if (value.string() != nullptr) paths.push_back(*value.string());
+  return paths;
+}
+
 }  // namespace
 
-Dictionary list(DirectoryService& directory, Clock& clock) {
+Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request) {
   return replyOf([&]() -> Dictionary {
-    std::vector<std::future<Dictionary>> asked;
-    for (const Value& path :
-         directory.openLocal()->searchNode()->getAttribute(schema::kSearchPath)) {
-      if (path.string() == nullptr) continue;
-      asked.push_back(std::async(
-          [&directory, &clock, path = *path.string()] { return stateOf(directory, clock, path); }));
-    }
+    const std::vector<std::string> paths = pathsOf(directory, request);
     Array nodes;
-    for (std::future<Dictionary>& node : asked) nodes.emplace_back(node.get());
+    while (nodes.size() < paths.size()) {
+      std::vector<std::future<Dictionary>> asked;
+      for (std::size_t at = nodes.size(); at < paths.size() && asked.size() < kAtOnce; ++at)
+        asked.push_back(std::async([&, at] { return stateOf(directory, clock, paths[at]); }));
+      for (std::future<Dictionary>& node : asked) nodes.emplace_back(node.get());
+    }
     return {{"nodes", std::move(nodes)}};
   });
 }

@@ -7,11 +7,13 @@
 
 namespace paddock::nodes {
 
-// "nodes": every node of the search path, in its order, each with its "path"; "state": "writable",
-// "readable", or "unreachable" with what kept it from answering under "error"; "milliseconds":
-// how long opening it and looking one user up took, or failing to. All nodes are asked at once, so
-// that one which does not answer keeps the others waiting once. "status" is 0, or an errno when
-// there is no search path to read, which then has its text under "error".
-Dictionary list(DirectoryService& directory, Clock& clock);
+// Request. "paths": the paths of the nodes to ask; without it, all of the search path.
+//
+// Reply. "nodes": the nodes in their order, each with its "path"; "state": "writable", "readable",
+// or "unreachable" with what kept it from answering under "error"; "milliseconds": how long opening
+// it and looking one user up took, or failing to. Several nodes are asked at once, so that some
+// that do not answer keep the others waiting once. "status" is 0, or an errno when there is no
+// search path to read, which then has its text under "error".
+Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request);
 
 }  // namespace paddock::nodes

@@ -36,8 +36,8 @@ class WatchedDirectory final : public DirectoryService {
 
 class NodeOperationsTest : public ::testing::Test {
  protected:
-  Dictionary list(DirectoryService& service) {
-    const Dictionary reply = nodes::list(service, clock_);
+  Dictionary list(DirectoryService& service, const Dictionary& request = {}) {
+    const Dictionary reply = nodes::list(service, clock_, request);
     EXPECT_EQ(directory_.openSessions(), 0);
     return reply;
   }
@@ -112,6 +112,32 @@ TEST_F(NodeOperationsTest, NodesAreAskedAtTheSameTime) {
     EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return sessions == 4; }));
   });
   EXPECT_EQ(nodesOf(meeting).size(), 3U);
+}
+
+TEST_F(NodeOperationsTest, OnlyTheNodesThatAreNamedAreAsked) {
+  directory_.addNode("/LDAP/a", "ReadWrite");
+  directory_.failOpening("/Local", EIO);
+  const Dictionary reply = list(directory_, {{"paths", Array{"/LDAP/a", 7, "/LDAP/none"}}});
+  const Array* nodes = reply.array("nodes");
+  ASSERT_NE(nodes, nullptr);
+  ASSERT_EQ(nodes->size(), 2U);
+  EXPECT_EQ(nodes->front(), Value(answering("/LDAP/a", "writable")));
+  EXPECT_EQ(*nodes->back().dictionary()->string("path"), "/LDAP/none");
+  EXPECT_EQ(*nodes->back().dictionary()->string("state"), "unreachable");
+  EXPECT_EQ(list(directory_, {{"paths", Array{}}}),
+            (Dictionary{{"nodes", Array{}}, {"status", 0}}));
+}
+
+TEST_F(NodeOperationsTest, HoweverManyNodesAreNamedTheyAreToldInTheirOrder) {
+  Array paths;
+  for (int number = 0; number < 100; ++number)
+    paths.emplace_back(number % 2 == 0 ? "/Local" : "/LDAP/" + std::to_string(number));
+  const Dictionary reply = list(directory_, {{"paths", paths}});
+  const Array* nodes = reply.array("nodes");
+  ASSERT_NE(nodes, nullptr);
+  Array told;
+  for (const Value& node : *nodes) told.emplace_back(*node.dictionary()->string("path"));
+  EXPECT_EQ(told, paths);
 }
 
 TEST_F(NodeOperationsTest, ASearchPathThatCannotBeReadIsAStatus) {

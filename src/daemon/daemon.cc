@@ -20,6 +20,7 @@
 #include "daemon/daemon_host.h"
 #include "daemon/http_server.h"
 #include "daemon/idle_clock.h"
+#include "daemon/ldap_trial.h"
 #include "daemon/listening_socket.h"
 #include "daemon/module_loader.h"
 #include "daemon/paths.h"
@@ -100,6 +101,18 @@ bool report(std::ostream& stream, const std::string& path,
   return problems.empty();
 }
 
+bool check(const Options& options, const Paths& paths, const std::string& file,
+           const Configuration& configuration, const std::vector<ConfigurationProblem>& problems) {
+  if (!report(std::cout, file, problems)) return false;
+  if (!options.tryLdap) return true;
+  try {
+    return tryLdapServers(configuration, paths, std::cout);
+  } catch (const std::exception& error) {
+    std::cerr << "paddockd: " << error.what() << '\n';
+    return false;
+  }
+}
+
 void serve(const Paths& paths, const Configuration& configuration, const sigset_t& signals) {
   const ListeningSocket socket(paths);
   (void)openOwnFolder(paths.stateFolder(), kStateMode);
@@ -141,7 +154,8 @@ int runDaemon(const Options& options) {
   if (options.configuration && ::access(file.c_str(), F_OK) != 0) {
     problems.push_back({0, "there is no such file"});
   }
-  if (options.checkConfiguration) return report(std::cout, file, problems) ? 0 : 1;
+  if (options.checkConfiguration)
+    return check(options, paths, file, configuration, problems) ? 0 : 1;
   if (!report(std::cerr, file, problems)) return 1;
   const sigset_t signals = blockSignals();
   ::umask(kUmask);

@@ -58,7 +58,7 @@ std::unique_ptr<PluginRequestHandler> createHandler(const std::string& path) {
   return std::unique_ptr<PluginRequestHandler>(result.handler);
 }
 
-LoadedPlugin loadPlugin(const std::string& folder, const std::string& name) {
+LoadedPlugin load(const std::string& folder, const std::string& name) {
   const std::string bundle = folder + "/" + name + std::string(kBundleSuffix);
   const std::string contents = bundle + "/Contents";
   const std::string object = contents + "/" + name + ".so";
@@ -91,6 +91,14 @@ const PluginRequestHandler::Operation* LoadedPlugin::find(std::string_view opera
   return found != operations.end() ? &*found : nullptr;
 }
 
+LoadedPlugin loadPlugin(const std::string& folder, const std::string& name) {
+  try {
+    return load(folder, name);
+  } catch (const std::exception& error) {
+    throw std::runtime_error("plug-in " + name + " refused: " + error.what());
+  }
+}
+
 std::vector<LoadedPlugin> loadPlugins(const std::string& folder) {
   std::vector<LoadedPlugin> plugins;
   for (const std::string& name : bundleNames(folder)) {
@@ -98,7 +106,7 @@ std::vector<LoadedPlugin> loadPlugins(const std::string& folder) {
       logMessage(3, "plug-in " + name + " refused: " + why);
     };
     try {
-      plugins.push_back(loadPlugin(folder, name));
+      plugins.push_back(load(folder, name));
       logMessage(6, "plug-in " + name + " loaded");
     } catch (const std::exception& error) {
       refuse(error.what());

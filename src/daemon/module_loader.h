@@ -15,4 +15,7 @@ namespace paddock {
 // Shared objects are never unloaded.
 std::vector<LoadedPlugin> loadPlugins(const std::string& folder);
 
+// The one of that name. Throws, naming it, when it cannot be used.
+LoadedPlugin loadPlugin(const std::string& folder, const std::string& name);
+
 }  // namespace paddock

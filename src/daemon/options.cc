@@ -19,8 +19,10 @@ std::optional<Options> readOptions(int count, const char* const* arguments, int&
   app.add_option("--config", options.configuration,
                  "read FILE instead of /etc/paddock/paddockd.toml")
       ->type_name("FILE");
-  app.add_flag("--check-config", options.checkConfiguration,
-               "say what is wrong with the configuration, and end");
+  auto* check = app.add_flag("--check-config", options.checkConfiguration,
+                             "say what is wrong with the configuration, and end");
+  app.add_flag("--try-ldap", options.tryLdap, "ask the configured directory servers, too")
+      ->needs(check);
   app.add_flag("--debug", options.debug, "log debug messages too");
   try {
     app.parse(count, arguments);

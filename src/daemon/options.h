@@ -10,6 +10,7 @@ struct Options {
   std::optional<std::string> root;           // --root DIR
   std::optional<std::string> configuration;  // --config FILE
   bool checkConfiguration = false;           // --check-config
+  bool tryLdap = false;                      // --try-ldap
   bool debug = false;                        // --debug
 };
 
