@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <utility>
 
 #include "platform/directory_schema.h"
 #include "platform/linux/account_answers.h"
@@ -42,11 +43,24 @@ std::optional<Principal> recordedPrincipal(DirectoryNode& node, const Guid& guid
   return std::nullopt;
 }
 
-// Runs work(search node) and returns the errno of what it throws.
+// Asks the nodes in search order until one has an answer: the host's own users and groups do not
+// wait for a directory server.
+template <typename Ask>
+auto firstAnswer(DirectoryService& directory, Ask&& ask)
+    -> decltype(ask(std::declval<DirectoryNode&>())) {
+  const auto session = directory.openLocal();
+  for (const Value& path : session->searchNode()->getAttribute(schema::kSearchPath)) {
+    if (path.string() == nullptr) continue;
+    if (auto answer = ask(*session->findNode(*path.string()))) return answer;
+  }
+  return std::nullopt;
+}
+
+// Runs work() and returns the errno of what it throws.
 template <typename Work>
-int withSearchNode(DirectoryService& directory, Work&& work) {
+int errorOf(Work&& work) {
   try {
-    return work(*directory.openLocal()->searchNode());
+    return work();
   } catch (const DirectoryError& error) {
     const Status status = error.status().value_or(EIO);
     return status == 0 ? EIO : status;
@@ -65,16 +79,19 @@ int LinuxMembership::gidToGuid(std::uint32_t gid, Guid& guid) {
 
 int LinuxMembership::toGuid(const Principal& principal, Guid& guid) {
   guid = {};
-  return withSearchNode(directory_, [&](DirectoryNode& node) {
-    guid = recordedGuid(node, principal).value_or(computedGuid(principal));
+  return errorOf([&] {
+    const auto recorded =
+        firstAnswer(directory_, [&](DirectoryNode& node) { return recordedGuid(node, principal); });
+    guid = recorded.value_or(computedGuid(principal));
     return 0;
   });
 }
 
 int LinuxMembership::guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) {
   id = 0;
-  return withSearchNode(directory_, [&](DirectoryNode& node) {
-    auto principal = recordedPrincipal(node, guid);
+  return errorOf([&] {
+    auto principal =
+        firstAnswer(directory_, [&](DirectoryNode& node) { return recordedPrincipal(node, guid); });
     if (!principal) principal = computedPrincipal(guid);
     if (!principal) return ENOENT;
     id = principal->id;

@@ -2,11 +2,14 @@
 //
 // Forwards: the first record, in search order, that has the id (UniqueID of a user,
 // PrimaryGroupID of a group) and a GeneratedUID gives the GUID; without one it is the computed
-// one. Backwards: the first record, users before groups, that has the GUID and an id gives the id;
-// without one, a computed GUID gives the id that it was made from. So the GUID of every id
-// leads back to it unless two records share a GUID. The computed GUID of an id stays an alias of
-// that id when a record gives the id another GUID: lists that were made before that record still
-// name the same person.
+// one. Backwards: the first record in search order, of one node users before groups, that has the
+// GUID and an id gives the id; without one, a computed GUID gives the id that it was made from. So
+// the GUID of every id leads back to it unless two records share a GUID. The computed GUID of an id
+// stays an alias of that id when a record gives the id another GUID: lists that were made before
+// that record still name the same person.
+//
+// Nodes behind the one that has the answer are not asked, so that a directory server that does not
+// answer keeps nobody but its own users and groups, and those whom nobody has, from being known.
 #pragma once
 
 #include <string>

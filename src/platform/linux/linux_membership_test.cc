@@ -114,6 +114,25 @@ TEST_F(LinuxMembershipTest, AnUnknownGuidIsNobody) {
   EXPECT_EQ(principal(Guid{}), std::nullopt);
 }
 
+TEST_F(LinuxMembershipTest, ANodeBehindTheOneThatHasTheAnswerIsNotAsked) {
+  directory_.addNode("/LDAP/office", "ReadOnly");
+  addUser("anna", 1000, kOwn);
+  directory_.failOpening("/LDAP/office", ETIMEDOUT);
+  EXPECT_EQ(userGuid(1000), kOwn);
+  EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
+}
+
+TEST_F(LinuxMembershipTest, ANodeThatMightHaveTheAnswerAndIsSilentIsAnError) {
+  directory_.addNode("/LDAP/office", "ReadOnly");
+  addUser("anna", 1000, std::nullopt);
+  directory_.failOpening("/LDAP/office", ETIMEDOUT);
+  Guid guid;
+  EXPECT_EQ(membership_.uidToGuid(1000, guid), ETIMEDOUT);
+  EXPECT_EQ(membership_.gidToGuid(1000, guid), ETIMEDOUT);
+  Principal found;
+  EXPECT_EQ(membership_.guidToId(kOwn, found.id, found.type), ETIMEDOUT);
+}
+
 TEST_F(LinuxMembershipTest, ADirectoryThatCannotAnswerGivesItsErrno) {
   directory_.failOpening("/Local", EIO);
   Guid guid = kOwn;

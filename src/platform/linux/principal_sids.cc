@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include "base/computed_guid.h"
+
 namespace paddock {
 
 namespace {
@@ -44,19 +46,26 @@ int PrincipalSids::sidFor(const Guid& guid, nt_acl::Sid& sid) {
 }
 
 int PrincipalSids::guidFor(const nt_acl::Sid& sid, Guid& guid) {
-  if (const auto principal = nt_acl::unixPrincipal(sid)) return toGuid(*principal, guid);
+  if (const auto principal = nt_acl::unixPrincipal(sid)) {
+    guid = guidOf(*principal);
+    return 0;
+  }
   if (const auto held = nt_acl::sidGuid(sid)) {
     guid = *held;
     return 0;
   }
   Principal principal;
-  if (isPrincipal(sid, principal)) return toGuid(principal, guid);
-  return foreignGuid(sid, guid);
+  if (!isPrincipal(sid, principal)) return foreignGuid(sid, guid);
+  guid = guidOf(principal);
+  return 0;
 }
 
-int PrincipalSids::toGuid(const Principal& principal, Guid& guid) {
-  return principal.type == PrincipalType::user ? membership_.uidToGuid(principal.id, guid)
-                                               : membership_.gidToGuid(principal.id, guid);
+Guid PrincipalSids::guidOf(const Principal& principal) {
+  Guid guid;
+  const int error = principal.type == PrincipalType::user
+                        ? membership_.uidToGuid(principal.id, guid)
+                        : membership_.gidToGuid(principal.id, guid);
+  return error == 0 ? guid : computedGuid(principal);
 }
 
 bool PrincipalSids::isPrincipal(const nt_acl::Sid& sid, Principal& principal) {

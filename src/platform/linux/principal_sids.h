@@ -46,13 +46,15 @@ class PrincipalSids {
   // not become another principal), or that of the membership service.
   int sidFor(const Guid& guid, nt_acl::Sid& sid);
 
-  // 0 and the GUID, or an errno: that of the membership service, or EEXIST for a foreign SID
-  // whose GUID is also another's. A resolver that fails counts as one that does not know the SID,
-  // and a SID that cannot be remembered on disk is remembered in memory.
+  // 0 and the GUID, or EEXIST for a foreign SID whose GUID is also another's. A uid or gid that the
+  // membership service cannot look up has its computed GUID, which always means it: a list that is
+  // there must not be taken for none while a directory server does not answer. A resolver that
+  // fails counts as one that does not know the SID, and a SID that cannot be remembered on disk is
+  // remembered in memory.
   int guidFor(const nt_acl::Sid& sid, Guid& guid);
 
  private:
-  int toGuid(const Principal& principal, Guid& guid);
+  Guid guidOf(const Principal& principal);
   bool isPrincipal(const nt_acl::Sid& sid, Principal& principal);
   int foreignSid(const Guid& guid, nt_acl::Sid& sid);
   int foreignGuid(const nt_acl::Sid& sid, Guid& guid);

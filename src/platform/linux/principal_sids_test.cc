@@ -191,15 +191,25 @@ TEST_F(PrincipalSidsTest, MoreForeignSidsThanFitInMemoryStillGoBack) {
     EXPECT_EQ(sidFor(sids_, guids[at]), read[at]);
 }
 
-TEST_F(PrincipalSidsTest, ErrorsOfTheMembershipServiceAreHandedOn) {
+TEST_F(PrincipalSidsTest, WhileTheMembershipServiceCannotAnswerIdsHaveTheirComputedGuids) {
   resolver_->known[kDomainUser] = {PrincipalType::user, 10001};
+  const Guid own = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
+  membership_.setGuid({PrincipalType::user, 1000}, own);
+  const Sid user = sidOf("S-1-22-1-1000");
   membership_.failWith(ETIMEDOUT);
-  Guid guid;
+  const Guid guid = guidFor(sids_, user);
+  EXPECT_EQ(guid, computedGuid({PrincipalType::user, 1000}));
+  EXPECT_EQ(guidFor(sids_, sidOf("S-1-22-2-1000")), computedGuid({PrincipalType::group, 1000}));
+  EXPECT_EQ(guidFor(sids_, kDomainUser), computedGuid({PrincipalType::user, 10001}));
+  membership_.failWith(0);
+  EXPECT_EQ(sidFor(sids_, guid), user) << "what was read then goes back as the same principal";
+  EXPECT_EQ(guidFor(sids_, user), own);
+}
+
+TEST_F(PrincipalSidsTest, NoGuidIsWrittenWhileTheMembershipServiceCannotAnswer) {
+  membership_.failWith(ETIMEDOUT);
   Sid sid;
-  EXPECT_EQ(sids_.guidFor(sidOf("S-1-22-1-1000"), guid), ETIMEDOUT);
-  EXPECT_EQ(sids_.guidFor(sidOf("S-1-22-2-1000"), guid), ETIMEDOUT);
-  EXPECT_EQ(sids_.guidFor(kDomainUser, guid), ETIMEDOUT);
-  EXPECT_EQ(sids_.sidFor(guid, sid), ETIMEDOUT);
+  EXPECT_EQ(sids_.sidFor(computedGuid({PrincipalType::user, 1000}), sid), ETIMEDOUT);
 }
 
 TEST_F(PrincipalSidsTest, ThreadsReadTheSameSidsAtOnce) {

@@ -158,10 +158,12 @@ TEST_F(StoredEntriesTest, AForeignEntryOfElsewhereIsInvalid) {
   EXPECT_EQ(writeEntries(sids_, ofOne(acl::kForeignTag, kNobodys, 0), {}, aces), EINVAL);
 }
 
-TEST_F(StoredEntriesTest, AMembershipServiceThatCannotAnswerIsReported) {
+TEST_F(StoredEntriesTest, WhileTheMembershipServiceCannotAnswerEntriesAreReadAndNotMade) {
   membership_.failWith(EIO);
   acl::List list;
-  EXPECT_EQ(readEntries(sids_, {allowed(sidOf("S-1-22-1-1000"), 1)}, list), EIO);
+  EXPECT_EQ(readEntries(sids_, {allowed(sidOf("S-1-22-1-1000"), 1)}, list), 0);
+  ASSERT_EQ(list.entries.size(), 1U);
+  EXPECT_EQ(list.entries[0]->qualifier, computedGuid({PrincipalType::user, 1000}));
   std::vector<Ace> aces;
   EXPECT_EQ(writeEntries(sids_, ofOne(acl::kExtendedAllow, kRecords, 2), {}, aces), EIO);
 }
