@@ -40,15 +40,24 @@ std::unique_ptr<LdapConnection> LdapAccess::authenticated(const std::string& dn,
   return made;
 }
 
-bool LdapAccess::authenticate(const std::string& dn, const std::string& password, bool keep) {
-  std::unique_ptr<LdapConnection> made;
-  try {
-    made = authenticated(dn, password);
-  } catch (const LdapError& error) {
-    if (isRefusal(error.result())) return false;
-    server_->noteFailure(error);
-    throw;
+std::unique_ptr<LdapConnection> LdapAccess::tryToAuthenticate(const std::string& dn,
+                                                              const std::string& password) {
+  for (bool again = false;; again = true) {
+    try {
+      return authenticated(dn, password);
+    } catch (const LdapConnectionLost&) {
+      if (again) throw;
+    } catch (const LdapError& error) {
+      if (isRefusal(error.result())) return nullptr;
+      server_->noteFailure(error);
+      throw;
+    }
   }
+}
+
+bool LdapAccess::authenticate(const std::string& dn, const std::string& password, bool keep) {
+  auto made = tryToAuthenticate(dn, password);
+  if (!made) return false;
   if (!keep) return true;
   if (connection_ && dn_.empty()) server_->giveBack(std::move(connection_));
   connection_ = std::move(made);
@@ -65,7 +74,7 @@ void LdapAccess::dropConnections() {
 
 void LdapAccess::noteFailure(const LdapError& error) {
   server_->noteFailure(error);
-  if (!connection_->isUsable()) connection_.reset();
+  if (connection_ && !connection_->isUsable()) connection_.reset();
 }
 
 }  // namespace paddock

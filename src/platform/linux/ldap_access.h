@@ -20,14 +20,13 @@ class LdapAccess {
   const LdapOptions& options() const { return server_->options(); }
 
   // Returns work(LdapConnection&, bool again). Connects when there is no connection, and once more
-  // when it breaks under the work, which is then done again: `again` says that the first time may
-  // have been done after all.
+  // when that fails or the connection breaks under the work, which is then done again: `again` says
+  // that the first time may have been done after all.
   template <typename Work>
   auto run(Work&& work) {
     for (bool again = false;; again = true) {
-      LdapConnection& usable = connection();
       try {
-        return work(usable, again);
+        return work(connection(), again);
       } catch (const LdapConnectionLost&) {
         dropConnections();
         if (again) throw;
@@ -46,6 +45,9 @@ class LdapAccess {
  private:
   LdapConnection& connection();
   std::unique_ptr<LdapConnection> authenticated(const std::string& dn, const std::string& password);
+  // Null when the server refuses them.
+  std::unique_ptr<LdapConnection> tryToAuthenticate(const std::string& dn,
+                                                    const std::string& password);
   void noteFailure(const LdapError& error);
   void dropConnections();
 

@@ -2,15 +2,19 @@
 
 #include <fcntl.h>
 #include <ldap.h>
+#include <netdb.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
+#include <sstream>
 
 #include "base/text.h"
 #include "platform/linux/blocked_sigpipe.h"
+#include "platform/linux/ldap_deadline.h"
 #include "platform/linux/ldap_error.h"
 
 namespace paddock {
@@ -147,6 +151,36 @@ bool isAllLdaps(const std::string& uris) {
   return true;
 }
 
+bool isKnownHost(const std::string& uri) {
+  LDAPURLDesc* parsed = nullptr;
+  if (ldap_url_parse(uri.c_str(), &parsed) != LDAP_URL_SUCCESS) return false;
+  const std::unique_ptr<LDAPURLDesc, decltype(&ldap_free_urldesc)> owner(parsed,
+                                                                         &ldap_free_urldesc);
+  if (std::strcmp(parsed->lud_scheme, "ldapi") == 0 || parsed->lud_host == nullptr) return true;
+  addrinfo* addresses = nullptr;
+  if (::getaddrinfo(parsed->lud_host, nullptr, nullptr, &addresses) != 0) return false;
+  ::freeaddrinfo(addresses);
+  return true;
+}
+
+// What kept the library from connecting, which it does not always tell. Its errno may also be left
+// from asking for the host's name.
+Status statusOfConnecting(const std::string& uris, int number) {
+  std::istringstream words(uris);
+  for (std::string uri; words >> uri;)
+    if (!isKnownHost(uri)) return EHOSTUNREACH;
+  switch (number) {
+    case EHOSTUNREACH:
+    case ENETUNREACH:
+      return EHOSTUNREACH;
+    case EACCES:
+    case ECONNRESET:
+      return number;
+    default:
+      return ECONNREFUSED;
+  }
+}
+
 }  // namespace
 
 const std::vector<std::string>& LdapEntry::values(std::string_view attribute) const {
@@ -170,11 +204,14 @@ class LdapConnection::Callback {
   }
   ldap_conncb* get() { return &callback_; }
   bool connected() const { return connected_; }
+  LdapDeadline& deadline() { return deadline_; }
 
  private:
   static int added(LDAP*, Sockbuf* socket, LDAPURLDesc*, sockaddr*, ldap_conncb* callback) {
     auto& self = *static_cast<Callback*>(callback->lc_arg);
     self.connected_ = true;
+    self.deadline_.set(self.timeout_);
+    self.deadline_.addTo(socket);
     int descriptor = -1;
     if (ber_sockbuf_ctrl(socket, LBER_SB_OPT_GET_FD, &descriptor) != 1) return LDAP_SUCCESS;
     // The library waits for a whole TLS record, and for room to write, without looking at its time.
@@ -189,6 +226,7 @@ class LdapConnection::Callback {
 
   std::chrono::milliseconds timeout_;
   ldap_conncb callback_{};
+  LdapDeadline deadline_;
   bool connected_ = false;
 };
 
@@ -252,32 +290,21 @@ void LdapConnection::setOptions() {
 }
 
 void LdapConnection::connect() {
-  const auto start = std::chrono::steady_clock::now();
   errno = 0;
   const int result = ldap_connect(ldap_);
   const int number = errno;
-  if (result != LDAP_SUCCESS)
-    failConnecting(result, number, std::chrono::steady_clock::now() - start >= options_.timeout);
+  if (result != LDAP_SUCCESS) failConnecting(result, number);
+  callback_->deadline().release();
 }
 
-void LdapConnection::failConnecting(int result, int number, bool slow) {
+void LdapConnection::failConnecting(int result, int number) {
   const std::string diagnostic = diagnosticMessage();
-  if (slow || number == ETIMEDOUT) {
+  if (callback_->deadline().hasExpired() || result == LDAP_TIMEOUT || number == ETIMEDOUT)
     throw LdapError(LDAP_TIMEOUT, what("connecting", ""), diagnostic);
-  }
   if (callback_->connected())
     throw LdapConnectionLost(LDAP_CONNECT_ERROR, what("starting TLS", ""), diagnostic);
-  switch (number) {
-    case ECONNREFUSED:
-    case ENOENT:  // a socket that nobody made
-      throw LdapConnectionLost(result, ECONNREFUSED, what("connecting", ""), diagnostic);
-    case EACCES:
-    case ENETUNREACH:
-    case ECONNRESET:
-      throw LdapConnectionLost(result, number, what("connecting", ""), diagnostic);
-    default:  // a name that is not known, among others
-      throw LdapConnectionLost(result, EHOSTUNREACH, what("connecting", ""), diagnostic);
-  }
+  const Status status = statusOfConnecting(options_.uri, number);
+  throw LdapConnectionLost(result, status, what("connecting", ""), diagnostic);
 }
 
 void LdapConnection::startTls() {
@@ -295,13 +322,14 @@ void LdapConnection::startTls() {
     usable_ = false;
     throw LdapError(result, EKEYREJECTED, doing, text);
   }
-  const auto start = std::chrono::steady_clock::now();
+  callback_->deadline().set(options_.timeout);
   errno = 0;
   const int installed = ldap_install_tls(ldap_);
   const int number = errno;
+  callback_->deadline().release();
   if (installed == LDAP_SUCCESS) return;
   usable_ = false;
-  failConnecting(installed, number, std::chrono::steady_clock::now() - start >= options_.timeout);
+  failConnecting(installed, number);
 }
 
 void LdapConnection::bind(const std::string& dn, const std::string& password) {

@@ -86,7 +86,7 @@ class LdapConnection {
   void connect();
   void startTls();
   void setOptions();
-  [[noreturn]] void failConnecting(int result, int number, bool slow);
+  [[noreturn]] void failConnecting(int result, int number);
   int send(const LdapQuery& query, const std::string& cookie);
   // Receives the entries of a page; its cookie is empty when there are no more.
   Page receive(int message, const LdapQuery& query);

@@ -64,6 +64,7 @@ Status ldapErrno(int result) {
     case LDAP_PROTOCOL_ERROR:
     case LDAP_ENCODING_ERROR:
     case LDAP_DECODING_ERROR:
+    case LDAP_LOCAL_ERROR:  // what came is no LDAP message
     case LDAP_NO_RESULTS_RETURNED:
     case LDAP_MORE_RESULTS_TO_RETURN:
       return EPROTO;

@@ -30,8 +30,8 @@ constexpr const char* kKey = "paddockKey";
 constexpr std::size_t kLongestMatch = 128;
 constexpr std::size_t kLongestKey = 192;
 constexpr std::size_t kLongestShown = 1024;
-// One attribute more than any record will have.
-constexpr unsigned kPositions = 1'000'000;
+// Room for as many attributes as will ever be set behind the last one.
+constexpr unsigned kPositions = 4'000'000'000;
 
 struct StoredValue {
   unsigned position = 0;

@@ -72,7 +72,7 @@ std::vector<LdapChange> asAdditions(const LdapAttributes& entry) {
 // What a server says that has never heard of our classes.
 bool isUnknownSchema(int result) {
   return result == LDAP_UNDEFINED_TYPE || result == LDAP_INVALID_SYNTAX ||
-         result == LDAP_OBJECT_CLASS_VIOLATION;
+         result == LDAP_OBJECT_CLASS_VIOLATION || result == LDAP_INVALID_DN_SYNTAX;
 }
 
 // What a server says to a change of a record that is no longer as it was read.
@@ -103,8 +103,7 @@ std::vector<LdapRecordState> LdapRecords::search(const std::string& filter) {
       access_.run([&](LdapConnection& connection, bool) { return connection.search(query); });
   std::vector<LdapRecordState> records;
   records.reserve(entries.size());
-  for (const LdapEntry& entry : entries)
-    if (entry.first("paddockType") != kProbe) records.push_back(recordOf(entry));
+  for (const LdapEntry& entry : entries) records.push_back(recordOf(entry));
   std::sort(records.begin(), records.end(),
             [](const LdapRecordState& left, const LdapRecordState& right) {
               return left.order < right.order;
