@@ -7,6 +7,7 @@ import daemon
 from processes import CannotMeasure, median, peak_of, percentile, run, time_of
 from report import Row, mebibytes, milliseconds, ratio_row
 from server import exports_text
+from slapd import Slapd
 from volume import Volume
 
 SIZES = (1_000, 10_000, 100_000)
@@ -26,6 +27,7 @@ QUOTA_SLOTS = 2_097_152
 QUOTA_USERS = 1_000
 COUNTING_TARGET = 0.6
 PRIVILEGES_TARGET = 2
+LDAP_TARGET = 1.5
 FOLDERS = 10_000
 ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
@@ -240,6 +242,20 @@ def names(bench):
                       {"ours": ours, "theirs": theirs})]
 
 
+def ldap(bench):
+    """Looking up a record on a directory server, and the same search by libldap alone."""
+    program = os.path.join(bench.programs, "bench_ldap")
+    schema = os.path.join(bench.tree, "usr/share/paddockd/ldap/paddock.schema")
+    entries = run([program, "entries", str(SHARES)])
+    with Slapd(os.path.join(bench.work, "slapd"), schema, entries) as slapd:
+        lines = run([program, "lookups", slapd.uri, str(SHARES), "4000"])
+    pairs = [tuple(map(int, line.split())) for line in lines.splitlines()[400:]]
+    ours = [own for own, _ in pairs]
+    theirs = [other for _, other in pairs]
+    return [ratio_row(f"look-up on a directory server : libldap, {SHARES:,} records", median(ours),
+                      median(theirs), LDAP_TARGET, "<= 1.5", {"ours": ours, "theirs": theirs})]
+
+
 def read_folder(requests, folder):
     """Reads the settings of one folder; the nanoseconds that it took."""
     reply, took = requests.ask("readSettings", {"optionalArguments": {"path": folder}})
@@ -352,4 +368,4 @@ def sizes_for(wanted):
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
        "change": change, "shares": shares, "writes": writes, "names": names,
        "indexing": indexing, "quotas": quotas,
-       "counting": counting, "privileges": privileges}
+       "counting": counting, "privileges": privileges, "ldap": ldap}

@@ -1,0 +1,143 @@
+// Looks records up on a directory server, through a node and with libldap alone.
+//
+//   bench_ldap entries RECORDS               the records, in LDIF, below ou=paddock,dc=example
+//   bench_ldap lookups URI RECORDS RUNS      a line of nanoseconds per look-up: ours and theirs
+#include <ldap.h>
+
+#include <charconv>
+#include <chrono>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/directory_schema.h"
+#include "platform/linux/ldap_node.h"
+#include "platform/linux/ldap_record_format.h"
+#include "platform/linux/ldap_text.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kType = "dsRecTypeStandard:SharePoints";
+constexpr const char* kPath = "dsAttrTypeNative:directory_path";
+constexpr const char* kRecords = "ou=paddock,dc=example";
+
+std::string nameOf(int number) { return "share" + std::to_string(number); }
+std::string pathOf(int number) { return "/srv/shares/" + nameOf(number); }
+
+void printEntry(int number) {
+  paddock::LdapRecordState record;
+  record.type = kType;
+  record.revision = std::to_string(number);
+  record.attributes = {{0, paddock::schema::kRecordName, {nameOf(number)}},
+                       {1, kPath, {pathOf(number)}},
+                       {2, "dsAttrTypeNative:vsp_name", {nameOf(number)}},
+                       {3, "dsAttrTypeNative:smb_name", {nameOf(number)}},
+                       {4, "dsAttrTypeNative:vsp_shared", {"1"}}};
+  std::cout << "dn: " << paddock::recordRdn(kType, nameOf(number)) << ',' << kRecords
+            << "\npaddockKey: " << paddock::recordKey(kType, nameOf(number))
+            << "\npaddockCreated: " << number + 1 << '\n';
+  for (const auto& [attribute, values] : paddock::entryOf(record))
+    for (const std::string& value : values) std::cout << attribute << ": " << value << '\n';
+  std::cout << '\n';
+}
+
+template <typename Step>
+long long timeOf(Step step) {
+  const auto began = Clock::now();
+  step();
+  return std::chrono::nanoseconds(Clock::now() - began).count();
+}
+
+// A kept connection.
+class Alone {
+ public:
+  explicit Alone(const std::string& uri) {
+    const int version = LDAP_VERSION3;
+    if (ldap_initialize(&ldap_, uri.c_str()) != LDAP_SUCCESS ||
+        ldap_set_option(ldap_, LDAP_OPT_PROTOCOL_VERSION, &version) != LDAP_OPT_SUCCESS)
+      throw std::runtime_error("no connection to " + uri);
+    for (const std::string& name : paddock::recordEntryAttributes())
+      attributes_.push_back(const_cast<char*>(name.c_str()));
+    attributes_.push_back(nullptr);
+  }
+  Alone(const Alone&) = delete;
+  Alone& operator=(const Alone&) = delete;
+  ~Alone() { ldap_unbind_ext_s(ldap_, nullptr, nullptr); }
+
+  void lookUp(const std::string& path) {
+    const std::string filter =
+        paddock::allOf({paddock::recordFilter(kPath, path), paddock::equals("paddockType", kType),
+                        "(objectClass=paddockRecord)"});
+    LDAPMessage* answer = nullptr;
+    const int result =
+        ldap_search_ext_s(ldap_, kRecords, LDAP_SCOPE_SUBTREE, filter.c_str(), attributes_.data(),
+                          0, nullptr, nullptr, nullptr, LDAP_NO_LIMIT, &answer);
+    const int found = result == LDAP_SUCCESS ? ldap_count_entries(ldap_, answer) : 0;
+    ldap_msgfree(answer);
+    if (found != 1) throw std::runtime_error("libldap does not find " + path);
+  }
+
+ private:
+  LDAP* ldap_ = nullptr;
+  std::vector<char*> attributes_;
+};
+
+void lookUp(const std::shared_ptr<paddock::LdapServer>& server, const std::string& path) {
+  const auto found = paddock::makeLdapNode(server)->findRecordsOfTypes(
+      {kType}, kPath, path, paddock::MatchType::caseInsensitiveExact);
+  if (found.size() != 1) throw std::runtime_error("the node does not find " + path);
+}
+
+void measure(const std::string& uri, int records, int runs) {
+  paddock::LdapOptions options;
+  options.name = "bench";
+  options.uri = uri;
+  options.base = "dc=example";
+  options.recordsBase = kRecords;
+  const auto server = std::make_shared<paddock::LdapServer>(options);
+  Alone alone(uri);
+  constexpr int kStep = 7919;  // a prime, so that every look-up is for another record
+  for (int run = 0; run < runs; ++run) {
+    const std::string path = pathOf(static_cast<int>(1LL * run * kStep % records));
+    const auto theirs = [&] { alone.lookUp(path); };
+    const auto ours = [&] { lookUp(server, path); };
+    // In turn, since the second one finds the entry in the server's cache.
+    const long long first = run % 2 == 0 ? timeOf(ours) : timeOf(theirs);
+    const long long second = run % 2 == 0 ? timeOf(theirs) : timeOf(ours);
+    std::cout << (run % 2 == 0 ? first : second) << ' ' << (run % 2 == 0 ? second : first) << '\n';
+  }
+}
+
+int numberOf(const char* text) {
+  int number = 0;
+  std::from_chars(text, text + std::strlen(text), number);
+  return number;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  const std::string command = count > 1 ? arguments[1] : "";
+  const int place = command == "lookups" ? 3 : 2;
+  const int records = count > place ? numberOf(arguments[place]) : 0;
+  try {
+    if (command == "entries" && count == 3 && records > 0) {
+      for (int number = 0; number < records; ++number) printEntry(number);
+      return 0;
+    }
+    if (command == "lookups" && count == 5 && records > 0) {
+      measure(arguments[2], records, numberOf(arguments[4]));
+      return 0;
+    }
+  } catch (const std::exception& error) {
+    std::cerr << "bench_ldap: " << error.what() << '\n';
+    return 1;
+  }
+  std::cerr << "usage: bench_ldap entries RECORDS | lookups URI RECORDS RUNS\n";
+  return 2;
+}
