@@ -1,5 +1,5 @@
-// What directory.h promises of a node that cannot be written, on "/System" and on a double of it
-// that holds the same root user and root group.
+// What directory.h promises of a node that cannot be written, on "/System", on a double of it and
+// on a directory server that hold the same root user and root group.
 #include <gmock/gmock.h>
 
 #include <cerrno>
@@ -35,14 +35,57 @@ std::unique_ptr<DirectorySubject> makeInMemory() {
   return subject;
 }
 
+// A directory server on which the account may only read, behind a "/Local".
+class ReadOnlyLdapSubject final : public LocalSubject {
+ public:
+  ReadOnlyLdapSubject() {
+    slapd_.add(
+        "dn: cn=reader,dc=example\nobjectClass: organizationalRole\n"
+        "objectClass: simpleSecurityObject\ncn: reader\nuserPassword: reader's\n\n"
+        "dn: uid=root,ou=people,dc=example\nobjectClass: inetOrgPerson\n"
+        "objectClass: posixAccount\nuid: root\ncn: root\nsn: root\nuidNumber: 0\n"
+        "gidNumber: 0\nhomeDirectory: /root\ndescription: " +
+        computedText(PrincipalType::user, 0) +
+        "\n\ndn: cn=root,ou=groups,dc=example\nobjectClass: posixGroup\ncn: root\n"
+        "gidNumber: 0\ndescription: " +
+        computedText(PrincipalType::group, 0) + "\n");
+  }
+  DirectoryService& service() override { return service_; }
+  void setPassword(const std::string& user, const std::string& password) override {
+    local_.openLocalNode()->setPassword(user, password);
+  }
+
+ private:
+  LdapOptions options() {
+    LdapOptions options = slapd_.nodeOptions();
+    options.bindDn = "cn=reader,dc=example";
+    writeWholeFile(options.passwordFile, "reader's");
+    options.accounts.guid = "description";
+    return options;
+  }
+
+  TestFolder folder_;
+  LinuxDirectoryService local_{{.databasePath = folder_.path("directory.sqlite"),
+                                .adminGroup = kAdmins,
+                                .pam = std::nullopt}};
+  SlapdServer slapd_;
+  std::shared_ptr<LdapServer> server_ = std::make_shared<LdapServer>(options());
+  ListedNodes service_{{{kLocalNodePath, [this] { return local_.openLocalNode(); }},
+                        {"/LDAP/contract", [server = server_] { return makeLdapNode(server); }}}};
+};
+
 const SubjectKind kKinds[] = {
     {"InMemory", makeInMemory},
     {"Linux", [] { return std::unique_ptr<DirectorySubject>(new LinuxSubject); }},
+    {"Ldap", [] { return std::unique_ptr<DirectorySubject>(new ReadOnlyLdapSubject); }, whyNoSlapd},
 };
 
 class ReadOnlyNodeContract : public DirectoryTest {
  protected:
-  std::shared_ptr<DirectoryNode> node() { return service().openLocal()->findNode("/System"); }
+  static std::string path() {
+    return std::string(GetParam().name) == "Ldap" ? "/LDAP/contract" : "/System";
+  }
+  std::shared_ptr<DirectoryNode> node() { return service().openLocal()->findNode(path()); }
   std::vector<std::string> users(const std::string& attribute, const std::string& value) {
     return namesWith(*node(), attribute, value, {schema::kUsers});
   }
@@ -53,14 +96,14 @@ class ReadOnlyNodeContract : public DirectoryTest {
 INSTANTIATE_TEST_SUITE_P(Directory, ReadOnlyNodeContract, ::testing::ValuesIn(kKinds), subjectName);
 
 TEST_P(ReadOnlyNodeContract, SaysThatItIsReadOnly) {
-  EXPECT_EQ(node()->path(), "/System");
+  EXPECT_EQ(node()->path(), path());
   EXPECT_EQ(node()->getAttributeFirstValue(schema::kReadOnlyNode), "ReadOnly");
   EXPECT_THAT(node()->getAttribute("nothing"), IsEmpty());
 }
 
 TEST_P(ReadOnlyNodeContract, StandsBehindTheLocalNodeInTheSearchPath) {
   const auto search = service().openLocal()->searchNode();
-  EXPECT_EQ(search->getAttribute(schema::kSearchPath), (Array{"/Local", "/System"}));
+  EXPECT_EQ(search->getAttribute(schema::kSearchPath), (Array{"/Local", path()}));
   EXPECT_EQ(search->findRecord("root", schema::kUsers)->getAttributeFirstValue(schema::kUniqueID),
             "0");
   service()

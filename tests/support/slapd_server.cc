@@ -121,7 +121,7 @@ void SlapdServer::configure() {
 
 void SlapdServer::start() {
   std::string listeners = ldapiUri();
-  if (options_.tcp) listeners += " " + tcpUri() + "/";
+  if (options_.tcp) listeners += (options_.ldaps ? " ldaps" : " ldap") + tcpUri().substr(4) + "/";
   std::vector<std::string> words{kSlapd, "-f", folder_.path("slapd.conf"), "-h", listeners,
                                  "-d",   "0"};
   std::vector<char*> arguments;

@@ -18,10 +18,11 @@ std::string whyNoSlapd();
 struct SlapdOptions {
   bool schema = true;  // whether it has our schema
   bool tcp = false;    // whether it listens on a port too; the port is of the options' choosing
-  std::string certificate;  // files for TLS; empty: none
-  std::string key;
-  std::string global;  // lines of slapd.conf(5): before the database, and of the database
-  std::string database;
+  bool ldaps = false;  // whether that port is TLS from the start
+  std::string certificate = {};  // files for TLS; empty: none
+  std::string key = {};
+  std::string global = {};  // lines of slapd.conf(5): before the database, and of the database
+  std::string database = {};
   bool populate = true;  // whether it starts with the entries below
 };
 

@@ -1,0 +1,405 @@
+// Servers that are not there, do not answer, or say something else.
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <sstream>
+#include <thread>
+
+#include "ldap/ldap_fixture.h"
+#include "support/run_to_end.h"
+
+namespace paddock {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Lt;
+using ::testing::Not;
+using Seconds = std::chrono::duration<double>;
+
+LdapOptions impatient(const std::string& uri) {
+  LdapOptions options;
+  options.name = "x";
+  options.uri = uri;
+  options.base = "dc=example";
+  options.timeout = std::chrono::milliseconds(500);
+  return options;
+}
+
+template <typename Work>
+Seconds timeOf(Work&& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::steady_clock::now() - start;
+}
+
+// Every operation that asks the server.
+std::vector<std::function<void(DirectoryNode&)>> everyOperation() {
+  return {[](DirectoryNode& node) { node.findRecord("a", kShares); },
+          [](DirectoryNode& node) { node.findRecord("a", schema::kUsers); },
+          [](DirectoryNode& node) { node.newRecord("a", kShares); },
+          [](DirectoryNode& node) { node.findRecordsOfTypes({kShares}, "a", "b", kExact); },
+          [](DirectoryNode& node) { node.findRecordNames("a", {}, kShares, kExact); },
+          [](DirectoryNode& node) { node.authenticateName("a", "b", true); },
+          [](DirectoryNode& node) { node.authenticateName("cn=a", "b", false); },
+          [](DirectoryNode& node) { node.getAttribute(schema::kReadOnlyNode); }};
+}
+
+void expectOfEveryOperation(const LdapOptions& options, Status status) {
+  for (const auto& operation : everyOperation())
+    EXPECT_EQ(raised([&] { operation(*nodeWith(options)); }), status);
+}
+
+TEST(LdapFailures, AServerThatIsNotThereRefuses) {
+  expectOfEveryOperation(impatient("ldap://127.0.0.1:" + std::to_string(freeLoopbackPort())),
+                         ECONNREFUSED);
+  expectOfEveryOperation(impatient("ldapi://%2Fnowhere%2Fsocket"), ECONNREFUSED);
+}
+
+TEST(LdapFailures, ANameThatIsNotKnownIsNoRoute) {
+  EXPECT_EQ(
+      raised([] { nodeWith(impatient("ldap://no-such-host.invalid"))->findRecord("a", "b"); }),
+      EHOSTUNREACH);
+}
+
+TEST(LdapFailures, AUriThatIsNoneIsInvalid) {
+  expectOfEveryOperation(impatient("ldap://[x"), EINVAL);
+  LdapOptions options = impatient("ldap://127.0.0.1:1");
+  options.tls = LdapTls::ldaps;
+  expectOfEveryOperation(options, EINVAL);
+}
+
+TEST(LdapFailures, AServerThatNeverAnswersCostsOneTimeout) {
+  TalkingServer server("");
+  for (const auto& operation : everyOperation()) {
+    const auto node = nodeWith(impatient(server.uri()));
+    const Seconds time = timeOf([&] { EXPECT_EQ(raised([&] { operation(*node); }), ETIMEDOUT); });
+    EXPECT_GE(time.count(), 0.4);
+    EXPECT_LT(time.count(), 4.0);
+  }
+}
+
+TEST(LdapFailures, AServerThatNeverAnswersIsNotWaitedForAgainForAWhile) {
+  TalkingServer server("");
+  const auto shared = std::make_shared<LdapServer>(impatient(server.uri()));
+  const auto look = [&] {
+    EXPECT_EQ(raised([&] { makeLdapNode(shared)->findRecord("a", kShares); }), ETIMEDOUT);
+  };
+  look();
+  const int connections = server.connections();
+  constexpr int kLookups = 200;
+  const Seconds time = timeOf([&] {
+    for (int i = 0; i < kLookups; ++i) look();
+  });
+  EXPECT_LT(time.count(), 0.4);
+  EXPECT_EQ(server.connections(), connections);
+}
+
+TEST(LdapFailures, AfterAWhileItIsAskedAgain) {
+  TalkingServer server("");
+  LdapOptions options = impatient(server.uri());
+  options.silence = std::chrono::milliseconds(1);
+  const auto shared = std::make_shared<LdapServer>(options);
+  for (int round = 1; round <= 2; ++round) {
+    EXPECT_EQ(raised([&] { makeLdapNode(shared)->findRecord("a", kShares); }), ETIMEDOUT);
+    EXPECT_EQ(server.connections(), round);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+TEST(LdapFailures, GarbageIsAProtocolError) {
+  const std::vector<std::string> garbage{
+      "HTTP/1.1 400 Bad Request\r\n\r\n",
+      std::string("\x30\x84\x7F\xFF\xFF\xFF", 6) + std::string(1000, 'x'),  // a message of 2 GiB
+      std::string("\x30\x05\x02\x01\x01\x64\x7F", 7) + std::string(200, '\0'),
+      std::string("\x30\x03\x02\x01\x01", 5),
+      std::string(1000, '\xFF'),
+      std::string(1000, '\0')};
+  for (std::size_t at = 0; at < garbage.size(); ++at) {
+    TalkingServer server(garbage[at]);
+    const Status status =
+        raised([&] { nodeWith(impatient(server.uri()))->findRecord("a", kShares); });
+    EXPECT_THAT(status, ::testing::AnyOf(EPROTO, ETIMEDOUT, ECONNRESET)) << at;
+  }
+}
+
+// --- A real server
+
+class LdapServerFailures : public LdapTest {};
+
+TEST_F(LdapServerFailures, ABaseThatDoesNotExistIsNamed) {
+  LdapOptions other = options();
+  other.base = "dc=nowhere";
+  other.recordsBase = "ou=nowhere,dc=example";
+  const auto asked = nodeWith(other);
+  EXPECT_EQ(raised([&] { asked->findRecord("a", kShares); }), ENOENT);
+  EXPECT_EQ(raised([&] { asked->newRecord("a", kShares); }), ENOENT);
+  EXPECT_EQ(raised([&] { asked->findRecord("a", schema::kUsers); }), ENOENT);
+  EXPECT_EQ(raised([&] { asked->getAttribute(schema::kReadOnlyNode); }), ENOENT);
+  EXPECT_THAT(textRaised([&] { asked->findRecord("a", kShares); }),
+              HasSubstr("ou=nowhere,dc=example"));
+  other.base = "no name";
+  other.recordsBase = "no name";
+  EXPECT_EQ(raised([&] { nodeWith(other)->findRecord("a", kShares); }), EINVAL);
+  EXPECT_EQ(raised([&] { nodeWith(other)->findRecord("a", schema::kUsers); }), EINVAL);
+}
+
+TEST_F(LdapServerFailures, TheConfiguredAccountMustBeRight) {
+  const auto with = [&](const std::string& dn, const std::string& passwordFile) {
+    LdapOptions other = options();
+    other.bindDn = dn;
+    other.passwordFile = passwordFile;
+    return raised([&] { nodeWith(other)->findRecord("a", kShares); });
+  };
+  const std::string file = options().passwordFile;
+  EXPECT_EQ(with(SlapdServer::kService, file), 0);
+  EXPECT_EQ(with("cn=nobody,dc=example", file), EACCES);
+  EXPECT_EQ(with(SlapdServer::kService, slapd().folder().path("absent")), EACCES);
+  EXPECT_EQ(with(SlapdServer::kService, slapd().folder().path()), EACCES);
+  const std::string other = slapd().folder().path("other");
+  for (const std::string& text :
+       {std::string("wrong"), std::string(), std::string("\n"), std::string(5000, 'x')}) {
+    writeWholeFile(other, text);
+    std::filesystem::permissions(other, std::filesystem::perms(0600));
+    EXPECT_EQ(with(SlapdServer::kService, other), EACCES) << text.substr(0, 10);
+  }
+  writeWholeFile(other, SlapdServer::kServicePassword);
+  EXPECT_EQ(with(SlapdServer::kService, other), 0);
+  std::filesystem::permissions(other, std::filesystem::perms(0644));
+  EXPECT_EQ(with(SlapdServer::kService, other), EACCES);
+}
+
+TEST_F(LdapServerFailures, APasswordIsInNoErrorText) {
+  LdapOptions other = options();
+  other.bindDn = "cn=nobody,dc=example";
+  EXPECT_THAT(textRaised([&] { nodeWith(other)->findRecord("a", kShares); }),
+              Not(HasSubstr(SlapdServer::kServicePassword)));
+}
+
+TEST_F(LdapServerFailures, AServerThatWasStartedAgainIsConnectedToAgain) {
+  const auto kept = node();
+  const auto record = kept->newRecord("Docs", kShares);
+  slapd().stop();
+  slapd().start();
+  record->setAttribute("a", "1");
+  slapd().kill();
+  slapd().start();
+  EXPECT_THAT(namesWith(*kept, "a", "1"), ElementsAre("Docs"));
+  slapd().kill();
+  EXPECT_EQ(raised([&] { kept->findRecord("Docs", kShares); }), ECONNREFUSED);
+  EXPECT_EQ(raised([&] { record->setAttribute("a", "2"); }), ECONNREFUSED);
+  slapd().start();
+  EXPECT_EQ(record->getAttributeFirstValue("a"), "1");
+}
+
+TEST_F(LdapServerFailures, AnAuthenticationIsMadeAgainWithTheConnection) {
+  slapd().addPerson("reader", "reader's", false);
+  slapd().addPerson("writer", "writer's", true);
+  for (const char* name : {"reader", "writer"}) {
+    const auto kept = node();
+    ASSERT_EQ(kept->authenticateName(name, std::string(name) + "'s", false), 0);
+    slapd().stop();
+    slapd().start();
+    EXPECT_EQ(raised([&] { kept->newRecord(name, kShares); }),
+              std::string(name) == "writer" ? 0 : EACCES);
+  }
+}
+
+TEST_F(LdapServerFailures, AFrozenServerTimesOut) {
+  LdapOptions other = options();
+  other.timeout = std::chrono::milliseconds(500);
+  const auto kept = nodeWith(other);
+  const auto record = kept->newRecord("Docs", kShares);
+  slapd().freeze();
+  EXPECT_EQ(raised([&] { record->setAttribute("a", "1"); }), ETIMEDOUT);
+  EXPECT_EQ(raised([&] { kept->findRecord("Docs", kShares); }), ETIMEDOUT);
+  slapd().thaw();
+  EXPECT_NE(node()->findRecord("Docs", kShares), nullptr);
+}
+
+class LdapWithoutSchema : public LdapTest {
+ protected:
+  SlapdOptions slapdOptions() override { return {.schema = false}; }
+};
+
+TEST_F(LdapWithoutSchema, UsersAreReadAndRecordsCannotBeMade) {
+  slapd().addPerson("anna", "anna's", true);
+  EXPECT_NE(node()->findRecord("anna", schema::kUsers), nullptr);
+  EXPECT_EQ(node()->authenticateName("anna", "anna's", true), 0);
+  EXPECT_EQ(node()->findRecord("a", kShares), nullptr);
+  EXPECT_THAT(allNames(*node()), IsEmpty());
+  EXPECT_EQ(raised([&] { node()->newRecord("a", kShares); }), ENOTSUP);
+  EXPECT_THAT(textRaised([&] { node()->newRecord("a", kShares); }), HasSubstr("schema"));
+  EXPECT_EQ(node()->getAttributeFirstValue(schema::kReadOnlyNode), "ReadOnly");
+}
+
+class LdapWithALimit : public LdapTest {
+ protected:
+  SlapdOptions slapdOptions() override {
+    return {.database = "limits dn.exact=\"cn=service,dc=example\" size=5\n"};
+  }
+};
+
+TEST_F(LdapWithALimit, ASearchThatHitsTheLimitIsNoShortAnswer) {
+  for (int i = 0; i < 5; ++i) node()->newRecord(std::to_string(i), kShares)->setAttribute("a", "1");
+  EXPECT_EQ(allNames(*node()).size(), 5U);
+  node()->newRecord("5", kMounts)->setAttribute("a", "1");
+  EXPECT_EQ(allNames(*node()).size(), 5U);
+  node()->newRecord("6", kShares);
+  EXPECT_EQ(raised([&] { allNames(*node()); }), EOVERFLOW);
+  EXPECT_EQ(namesWith(*node(), "a", "1").size(), 5U);
+}
+
+// --- TLS
+
+class LdapTlsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string why = whyNoSlapd();
+    if (!why.empty()) GTEST_SKIP() << why;
+    makeAuthority("ca");
+    makeAuthority("other");
+  }
+
+  std::string path(const std::string& name) { return folder_.path(name); }
+
+  void openssl(const std::string& words) {
+    std::vector<std::string> all{"/usr/bin/openssl"};
+    std::istringstream stream(words);
+    for (std::string word; stream >> word;) all.push_back(word);
+    const EndedProgram ended = runProgram(all);
+    ASSERT_EQ(ended.status, 0) << words << "\n" << ended.error;
+  }
+
+  void makeKey(const std::string& name) {
+    openssl("ecparam -name prime256v1 -genkey -noout -out " + path(name + ".key"));
+  }
+
+  void makeAuthority(const std::string& name) {
+    makeKey(name);
+    openssl("req -x509 -new -key " + path(name + ".key") + " -days 2 -subj /CN=" + name +
+            " -addext basicConstraints=critical,CA:TRUE -out " + path(name + ".pem"));
+  }
+
+  // A certificate for the name, signed by "ca", valid from now or from long ago until yesterday.
+  void makeCertificate(const std::string& name, const std::string& subjectName, bool expired) {
+    makeKey(name);
+    openssl("req -new -key " + path(name + ".key") + " -subj /CN=server -out " +
+            path(name + ".csr"));
+    writeWholeFile(path("extensions"), "subjectAltName=" + subjectName + "\n");
+    std::filesystem::create_directory(path("issued"));
+    writeWholeFile(path("index"), "");
+    writeWholeFile(path("ca.conf"), "[ca]\ndefault_ca=c\n[c]\ndatabase=" + path("index") +
+                                        "\nnew_certs_dir=" + path("issued") +
+                                        "\ndefault_md=sha256\npolicy=p\nunique_subject=no\n"
+                                        "rand_serial=yes\n[p]\ncommonName=supplied\n");
+    openssl("ca -batch -notext -config " + path("ca.conf") + " -cert " + path("ca.pem") +
+            " -keyfile " + path("ca.key") + " -in " + path(name + ".csr") + " -extfile " +
+            path("extensions") + " -startdate " + "20200101000000Z" + " -enddate " +
+            (expired ? "20200102000000Z" : "20991231000000Z") + " -out " + path(name + ".pem"));
+  }
+
+  std::unique_ptr<SlapdServer> serverWith(const std::string& certificate, bool ldaps = false) {
+    SlapdOptions options;
+    options.tcp = true;
+    options.ldaps = ldaps;
+    options.certificate = path(certificate + ".pem");
+    options.key = path(certificate + ".key");
+    return std::make_unique<SlapdServer>(options);
+  }
+
+  LdapOptions clientOf(const SlapdServer& server, const std::string& authority = "ca") {
+    LdapOptions options = server.nodeOptions();
+    options.uri = server.tcpUri();
+    options.tls = LdapTls::startTls;
+    options.caFile = path(authority + ".pem");
+    options.timeout = std::chrono::seconds(20);
+    return options;
+  }
+
+  static Status look(const LdapOptions& options) {
+    return raised([&] { nodeWith(options)->findRecord("a", kShares); });
+  }
+
+ private:
+  TestFolder folder_;
+};
+
+TEST_F(LdapTlsTest, AGoodCertificateIsTakenByStartTls) {
+  makeCertificate("good", "IP:127.0.0.1", false);
+  const auto server = serverWith("good");
+  const auto asked = nodeWith(clientOf(*server));
+  asked->newRecord("Docs", kShares)->setAttribute("a", "1");
+  EXPECT_THAT(namesWith(*asked, "a", "1"), ElementsAre("Docs"));
+  server->addPerson("anna", "anna's", true);
+  EXPECT_EQ(asked->authenticateName("anna", "anna's", false), 0);
+}
+
+TEST_F(LdapTlsTest, AGoodCertificateIsTakenByLdaps) {
+  makeCertificate("good", "IP:127.0.0.1", false);
+  const auto server = serverWith("good", true);
+  LdapOptions options = clientOf(*server);
+  options.uri.replace(0, 4, "ldaps");
+  for (const LdapTls tls : {LdapTls::ldaps, LdapTls::startTls, LdapTls::none}) {
+    options.tls = tls;
+    EXPECT_EQ(look(options), 0);
+  }
+  options.caFile = path("other.pem");
+  for (const LdapTls tls : {LdapTls::ldaps, LdapTls::startTls, LdapTls::none}) {
+    options.tls = tls;
+    EXPECT_EQ(look(options), EKEYREJECTED);
+  }
+}
+
+TEST_F(LdapTlsTest, ACertificateOfAnotherAuthorityIsRejected) {
+  makeCertificate("good", "IP:127.0.0.1", false);
+  const auto server = serverWith("good");
+  EXPECT_EQ(look(clientOf(*server, "other")), EKEYREJECTED);
+}
+
+TEST_F(LdapTlsTest, AnExpiredCertificateIsRejected) {
+  makeCertificate("old", "IP:127.0.0.1", true);
+  EXPECT_EQ(look(clientOf(*serverWith("old"))), EKEYREJECTED);
+}
+
+TEST_F(LdapTlsTest, ACertificateForAnotherNameIsRejected) {
+  makeCertificate("named", "DNS:elsewhere.example", false);
+  EXPECT_EQ(look(clientOf(*serverWith("named"))), EKEYREJECTED);
+}
+
+TEST_F(LdapTlsTest, AServerWithoutTlsIsNotTalkedToInTheClear) {
+  SlapdOptions options;
+  options.tcp = true;
+  const SlapdServer server(options);
+  EXPECT_EQ(look(clientOf(server)), EKEYREJECTED);
+  LdapOptions plain = clientOf(server);
+  plain.tls = LdapTls::none;
+  EXPECT_EQ(look(plain), 0);
+}
+
+TEST_F(LdapTlsTest, TlsWithAServerThatNeverAnswersEndsToo) {
+  TalkingServer server("");
+  for (const LdapTls tls : {LdapTls::startTls, LdapTls::ldaps}) {
+    LdapOptions options = impatient(server.uri());
+    if (tls == LdapTls::ldaps) options.uri.replace(0, 4, "ldaps");
+    options.tls = tls;
+    options.caFile = path("ca.pem");
+    const Seconds time = timeOf([&] {
+      EXPECT_EQ(raised([&] { nodeWith(options)->findRecord("a", kShares); }), ETIMEDOUT);
+    });
+    EXPECT_LT(time.count(), 4.0);
+  }
+}
+
+TEST_F(LdapTlsTest, AnAuthorityThatCannotBeReadIsAnError) {
+  makeCertificate("good", "IP:127.0.0.1", false);
+  const auto server = serverWith("good");
+  LdapOptions options = clientOf(*server, "absent");
+  EXPECT_EQ(look(options), EKEYREJECTED);
+  EXPECT_THAT(textRaised([&] { nodeWith(options)->findRecord("a", kShares); }),
+              HasSubstr("absent.pem"));
+}
+
+}  // namespace
+}  // namespace paddock

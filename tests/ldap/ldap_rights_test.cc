@@ -1,0 +1,217 @@
+// Who may change a directory server, as the module finds out.
+#include <sys/stat.h>
+
+#include <chrono>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "ldap/ldap_fixture.h"
+#include "platform/search_node.h"
+#include "platform/services.h"
+#include "store/directory_nodes.h"
+
+namespace paddock {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// A service of these nodes, installed for the module's workers.
+class InstalledNodes final : public DirectoryService {
+ public:
+  explicit InstalledNodes(const std::vector<LdapOptions>& all) {
+    NodeList nodes;
+    for (const LdapOptions& one : all)
+      nodes.push_back({one.path(), [server = std::make_shared<LdapServer>(one)] {
+                         return makeLdapNode(server);
+                       }});
+    nodes_ = std::make_shared<const NodeList>(std::move(nodes));
+    Services services;
+    services.directory = this;
+    guard_ = std::make_unique<ServicesGuard>(services);
+  }
+  std::unique_ptr<DirectorySession> openLocal() override { return makeSession(nodes_); }
+
+ private:
+  std::shared_ptr<const NodeList> nodes_;
+  std::unique_ptr<ServicesGuard> guard_;
+};
+
+std::string readOnly(const LdapOptions& options) {
+  return nodeWith(options)->getAttributeFirstValue(schema::kReadOnlyNode).value();
+}
+
+class LdapRightsTest : public LdapTest {
+ protected:
+  void SetUp() override {
+    LdapTest::SetUp();
+    if (IsSkipped()) return;
+    slapd().addPerson("writer", "writer's", true);
+    slapd().addPerson("reader", "reader's", false);
+  }
+  LdapOptions as(const std::string& dn, const std::string& password) {
+    LdapOptions other = options();
+    other.bindDn = dn;
+    other.passwordFile = slapd().folder().path("another password");
+    writeWholeFile(other.passwordFile, password);
+    EXPECT_EQ(::chmod(other.passwordFile.c_str(), 0600), 0);
+    return other;
+  }
+  LdapOptions asReader() { return as("uid=reader,ou=people,dc=example", "reader's"); }
+  // The lines of every entry, in no particular order.
+  std::multiset<std::string> everything() {
+    std::istringstream text(slapd().search({"-b", SlapdServer::kBase, "*", "+"}));
+    std::multiset<std::string> lines;
+    for (std::string line; std::getline(text, line);) lines.insert(line);
+    return lines;
+  }
+};
+
+TEST_F(LdapRightsTest, ANodeIsWritableWhenTheAccountMayCreateRecords) {
+  const auto before = everything();
+  EXPECT_EQ(readOnly(options()), "ReadWrite");
+  EXPECT_EQ(readOnly(asReader()), "ReadOnly");
+  EXPECT_EQ(everything(), before);
+}
+
+TEST_F(LdapRightsTest, ANodeIsWritableWhenSomebodyOnlyHasToAuthenticate) {
+  LdapOptions nobody = options();
+  nobody.bindDn.clear();
+  EXPECT_EQ(readOnly(nobody), "ReadWrite");
+  EXPECT_EQ(raised([&] { nodeWith(nobody)->newRecord("a", kShares); }), EACCES);
+  const auto node = nodeWith(nobody);
+  ASSERT_EQ(node->authenticateName("writer", "writer's", false), 0);
+  EXPECT_EQ(raised([&] { node->newRecord("a", kShares); }), 0);
+}
+
+TEST_F(LdapRightsTest, WhatTheNodeSaysIsOfWhoIsAuthenticated) {
+  const auto node = nodeWith(options());
+  ASSERT_EQ(node->authenticateName("reader", "reader's", false), 0);
+  EXPECT_EQ(node->getAttributeFirstValue(schema::kReadOnlyNode), "ReadOnly");
+  ASSERT_EQ(node->authenticateName("writer", "writer's", true), 0);
+  EXPECT_EQ(node->getAttributeFirstValue(schema::kReadOnlyNode), "ReadOnly");
+  ASSERT_EQ(node->authenticateName("writer", "writer's", false), 0);
+  EXPECT_EQ(node->getAttributeFirstValue(schema::kReadOnlyNode), "ReadWrite");
+}
+
+TEST_F(LdapRightsTest, AnAdministratorWhoMayWriteCan) {
+  const InstalledNodes nodes({options()});
+  bool canAuth = false;
+  EXPECT_EQ(auth_ds_node("/LDAP/contract", "writer", "writer's", canAuth), 0);
+  EXPECT_TRUE(canAuth);
+  EXPECT_THAT(allNames(*nodeWith(options()), kMounts), IsEmpty());
+}
+
+TEST_F(LdapRightsTest, AnAdministratorWhoMayNotWriteCannotAndTheStatusSaysWhy) {
+  const InstalledNodes nodes({options()});
+  bool canAuth = true;
+  EXPECT_EQ(auth_ds_node("/LDAP/contract", "reader", "reader's", canAuth), EACCES);
+  EXPECT_FALSE(canAuth);
+  for (const char* password : {"wrong", ""}) {
+    canAuth = true;
+    EXPECT_EQ(auth_ds_node("/LDAP/contract", "writer", password, canAuth), EACCES);
+    EXPECT_FALSE(canAuth);
+  }
+}
+
+TEST_F(LdapRightsTest, OnlyNodesThatCanBeWrittenAreListed) {
+  LdapOptions reader = asReader();
+  reader.name = "reader";
+  LdapOptions absent = options();
+  absent.name = "absent";
+  absent.uri = "ldapi://%2Fnowhere";
+  const InstalledNodes nodes({reader, absent, options()});
+  Array paths;
+  EXPECT_EQ(get_ds_nodes(paths), 0);
+  EXPECT_EQ(paths, Array{"/LDAP/contract"});
+}
+
+class LdapReadOnlyDatabase : public LdapTest {
+ protected:
+  SlapdOptions slapdOptions() override {
+    return {.database = "restrict write\n", .populate = false};
+  }
+};
+
+TEST_F(LdapReadOnlyDatabase, SaysThatItIsReadOnly) {
+  LdapOptions root = options();
+  root.bindDn = SlapdServer::kRoot;
+  writeWholeFile(root.passwordFile, SlapdServer::kRootPassword);
+  EXPECT_EQ(readOnly(root), "ReadOnly");
+}
+
+// --- A replica
+
+class LdapReplicaTest : public LdapTest {
+ protected:
+  void SetUp() override {
+    LdapTest::SetUp();
+    if (IsSkipped()) return;
+    SlapdOptions replica;
+    replica.populate = false;
+    replica.global = "moduleload syncprov.so\n";
+    replica.database = "syncrepl rid=1 provider=" + slapd().ldapiUri() +
+                       " type=refreshAndPersist retry=\"1 +\" searchbase=dc=example"
+                       " bindmethod=simple binddn=\"cn=root,dc=example\" credentials=\"root's\"\n"
+                       "updateref ldap://provider.example\n";
+    replica_ = std::make_unique<SlapdServer>(replica);
+    ASSERT_TRUE(comes([&] { return hasService(); }));
+  }
+  SlapdOptions slapdOptions() override {
+    return {.global = "moduleload syncprov.so\n", .database = "overlay syncprov\n"};
+  }
+  SlapdServer& replica() { return *replica_; }
+
+  bool hasService() {
+    try {
+      return !replica().search({"-b", SlapdServer::kService, "-s", "base", "dn"}).empty();
+    } catch (const std::runtime_error&) {
+      return false;
+    }
+  }
+
+  template <typename Condition>
+  static bool comes(Condition&& condition) {
+    constexpr int kTries = 600;
+    for (int i = 0; i < kTries; ++i) {
+      if (condition()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+
+ private:
+  std::unique_ptr<SlapdServer> replica_;
+};
+
+TEST_F(LdapReplicaTest, ARecordThatIsWrittenOnOneIsFoundOnTheOther) {
+  const auto reading = nodeWith(replica().nodeOptions());
+  const auto record = node()->newRecord("fileserver:/a", kMounts);
+  record->setAttribute("dsAttrTypeStandard:VFSOpts", Array{"net", "b", "a"});
+  const auto found = [&] { return reading->findRecord("FILESERVER:/a", kMounts); };
+  const auto hasOptions = [&] {
+    const auto there = found();
+    return there && there->getAttribute("dsAttrTypeStandard:VFSOpts") == (Array{"net", "b", "a"});
+  };
+  EXPECT_TRUE(comes(hasOptions));
+  EXPECT_EQ(found()->getAllAttributesAndValues(), record->getAllAttributesAndValues());
+  record->removeRecord();
+  EXPECT_TRUE(comes([&] { return found() == nullptr; }));
+}
+
+TEST_F(LdapReplicaTest, AReplicaIsReadOnly) {
+  EXPECT_EQ(readOnly(options()), "ReadWrite");
+  EXPECT_EQ(readOnly(replica().nodeOptions()), "ReadOnly");
+  const auto writing = nodeWith(replica().nodeOptions());
+  EXPECT_EQ(raised([&] { writing->newRecord("a", kMounts); }), EACCES);
+  slapd().addPerson("writer", "writer's", true);
+  ASSERT_TRUE(comes([&] { return writing->authenticateName("writer", "writer's", true) == 0; }));
+  const InstalledNodes nodes({replica().nodeOptions()});
+  bool canAuth = true;
+  EXPECT_EQ(auth_ds_node("/LDAP/contract", "writer", "writer's", canAuth), EACCES);
+  EXPECT_FALSE(canAuth);
+}
+
+}  // namespace
+}  // namespace paddock
