@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "directory_subject.h"
 #include "platform/linux/linux_accounts.h"
@@ -12,12 +13,16 @@
 namespace paddock::contract {
 namespace {
 
+constexpr const char* kOwnGroup = "com.example.access";
+
 // Accounts among which "root" and "daemon" are users and groups, 0 and 1, as on every Debian
 // system.
 class AccountsSubject {
  public:
   virtual ~AccountsSubject() = default;
   virtual Accounts& accounts() = 0;
+  // A group that the host does not know.
+  virtual void addOwnGroup(std::uint32_t gid, const std::vector<std::string>& members) = 0;
 };
 
 class InMemoryAccountsSubject final : public AccountsSubject {
@@ -27,6 +32,9 @@ class InMemoryAccountsSubject final : public AccountsSubject {
     accounts_.addGroup("daemon", 1);
   }
   Accounts& accounts() override { return accounts_; }
+  void addOwnGroup(std::uint32_t gid, const std::vector<std::string>& members) override {
+    accounts_.addGroup(kOwnGroup, gid, members);
+  }
 
  private:
   InMemoryAccounts accounts_;
@@ -35,6 +43,14 @@ class InMemoryAccountsSubject final : public AccountsSubject {
 class LinuxAccountsSubject final : public AccountsSubject {
  public:
   Accounts& accounts() override { return accounts_; }
+  void addOwnGroup(std::uint32_t gid, const std::vector<std::string>& members) override {
+    Array names;
+    for (const std::string& member : members) names.emplace_back(member);
+    const auto group =
+        directory_.service().openLocal()->localNode()->newRecord(kOwnGroup, schema::kGroups);
+    group->setAttribute(schema::kPrimaryGroupID, std::to_string(gid));
+    if (!names.empty()) group->setAttribute(schema::kGroupMembership, names);
+  }
 
  private:
   LinuxSubject directory_;
@@ -115,6 +131,45 @@ TEST_P(AccountsContract, NamesThatNoAccountCanHave) {
   for (const std::string& name : {std::string(), std::string("root\0", 5)}) {
     EXPECT_EQ(accounts_->getpwnam(name, id_), ENOENT);
     EXPECT_EQ(accounts_->getgrnam(name, id_), ENOENT);
+  }
+}
+
+TEST_P(AccountsContract, FindsAGroupThatHasRoomInTheBuffer) {
+  EXPECT_EQ(accounts_->getgrnam_r("root", 4096, id_), 0);
+  EXPECT_EQ(id_, 0U);
+  EXPECT_EQ(accounts_->getgrnam_r("daemon", 4096, id_), 0);
+  EXPECT_EQ(id_, 1U);
+}
+
+TEST_P(AccountsContract, AGroupThatWasJustMadeIsFound) {
+  EXPECT_EQ(accounts_->getgrnam_r(kOwnGroup, 4096, id_), ENOENT);
+  EXPECT_EQ(id_, 0U);
+  subject_->addOwnGroup(250, {});
+  EXPECT_EQ(accounts_->getgrnam_r(kOwnGroup, 4096, id_), 0);
+  EXPECT_EQ(id_, 250U);
+}
+
+TEST_P(AccountsContract, AGroupNeedsRoomForItsNameItsNumberAndItsMembers) {
+  // com.example.access:x:250:member12,... and its line feed and NUL: 27 bytes and 9 for each but
+  // the first; a pointer for each and two more.
+  subject_->addOwnGroup(250, std::vector<std::string>(20, "member12"));
+  constexpr std::size_t kNeeded = (27 + 20 * 9 - 1 + 7) / 8 * 8 + (20 + 2) * 8;
+  EXPECT_EQ(accounts_->getgrnam_r(kOwnGroup, kNeeded, id_), 0);
+  EXPECT_EQ(id_, 250U);
+  EXPECT_EQ(accounts_->getgrnam_r(kOwnGroup, kNeeded - 1, id_), ERANGE);
+  EXPECT_EQ(id_, 0U);
+}
+
+TEST_P(AccountsContract, NoGroupHasRoomInNothing) {
+  EXPECT_EQ(accounts_->getgrnam_r("root", 0, id_), ERANGE);
+  EXPECT_EQ(id_, 0U);
+}
+
+TEST_P(AccountsContract, NamesThatNoGroupCanHaveAreNotFoundInABufferEither) {
+  for (const std::string& name : {std::string(), std::string("root\0", 5), std::string("\0", 1)}) {
+    id_ = 12345;
+    EXPECT_EQ(accounts_->getgrnam_r(name, 4096, id_), ENOENT);
+    EXPECT_EQ(id_, 0U);
   }
 }
 

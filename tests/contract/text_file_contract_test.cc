@@ -185,6 +185,85 @@ TEST_P(TextFilesContract, ACopyFollowsLinksToWhatItCopies) {
   EXPECT_EQ(contentsOf("b"), "text");
 }
 
+TEST_P(TextFilesContract, RemovesTheFileOfTheNameInTheFolderAndNothingElse) {
+  subject_->make("folder", {Kind::folder, "", 0755});
+  makeFile("folder/a", "x");
+  makeFile("folder/b", "x");
+  makeFile("a", "x");
+  EXPECT_EQ(files().removeFile(path("folder"), "a"), 0);
+  EXPECT_FALSE(subject_->find("folder/a"));
+  EXPECT_TRUE(subject_->find("folder/b"));
+  EXPECT_TRUE(subject_->find("a"));
+}
+
+TEST_P(TextFilesContract, RemovesALinkAndNotWhatItLeadsTo) {
+  makeFile("a", "x");
+  makeLink("link", "a");
+  makeLink("dangling", "nothing");
+  subject_->make("folder", {Kind::folder, "", 0755});
+  makeLink("folderlink", "folder");
+  for (const char* name : {"link", "dangling", "folderlink"}) {
+    EXPECT_EQ(files().removeFile(path(""), name), 0) << name;
+    EXPECT_FALSE(subject_->find(name)) << name;
+  }
+  EXPECT_EQ(contentsOf("a"), "x");
+  EXPECT_TRUE(subject_->find("folder"));
+}
+
+TEST_P(TextFilesContract, RemovesWhateverIsNoFolder) {
+  subject_->make("fifo", {Kind::other, "", 0600});
+  makeFile("unreadable", "x");
+  EXPECT_EQ(files().removeFile(path(""), "fifo"), 0);
+  EXPECT_EQ(subject_->objectCount(), 1U);
+}
+
+TEST_P(TextFilesContract, DoesNotRemoveAFolder) {
+  subject_->make("empty", {Kind::folder, "", 0755});
+  subject_->make("full", {Kind::folder, "", 0755});
+  makeFile("full/a", "x");
+  EXPECT_EQ(files().removeFile(path(""), "empty"), EISDIR);
+  EXPECT_EQ(files().removeFile(path(""), "full"), EISDIR);
+  EXPECT_EQ(contentsOf("full/a"), "x");
+  EXPECT_TRUE(subject_->find("empty"));
+}
+
+TEST_P(TextFilesContract, RemovesNothingWhereNothingIs) {
+  makeFile("file", "x");
+  makeLink("loop", "loop");
+  makeLink("dangling", "nothing");
+  EXPECT_EQ(files().removeFile(path(""), "missing"), ENOENT);
+  EXPECT_EQ(files().removeFile(path("nofolder"), "file"), ENOENT);
+  EXPECT_EQ(files().removeFile(path("dangling"), "file"), ENOENT);
+  EXPECT_EQ(files().removeFile("", "file"), ENOENT);
+  EXPECT_EQ(files().removeFile(path("file"), "file"), ENOTDIR);
+  EXPECT_EQ(files().removeFile(path("loop"), "file"), ELOOP);
+  EXPECT_EQ(contentsOf("file"), "x");
+}
+
+TEST_P(TextFilesContract, FollowsThePathOfTheFolderThatItRemovesFrom) {
+  subject_->make("folder", {Kind::folder, "", 0755});
+  makeFile("folder/a", "x");
+  makeFile("folder/b", "x");
+  makeLink("link", "folder");
+  EXPECT_EQ(files().removeFile(path("link"), "a"), 0);
+  EXPECT_EQ(files().removeFile(path("folder") + "//", "b"), 0);
+  EXPECT_FALSE(subject_->find("folder/a"));
+  EXPECT_FALSE(subject_->find("folder/b"));
+}
+
+TEST_P(TextFilesContract, RemovesNothingByANameThatNoFileHas) {
+  subject_->make("folder", {Kind::folder, "", 0755});
+  makeFile("a", "x");
+  for (const std::string& name :
+       {std::string(), std::string("."), std::string(".."), std::string("../a"), std::string("/a"),
+        path("a"), std::string("a\0", 2)}) {
+    EXPECT_EQ(files().removeFile(path("folder"), name), EINVAL) << name;
+    EXPECT_EQ(files().removeFile(path(""), name), EINVAL) << name;
+  }
+  EXPECT_EQ(files().removeFile(std::string(path("")) + std::string("\0x", 2), "a"), EINVAL);
+  EXPECT_EQ(contentsOf("a"), "x");
+}
+
 TEST_P(TextFilesContract, SaysWhetherSomethingExists) {
   makeFile("a", "");
   makeLink("link", "a");

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/accounts.h"
 #include "platform/directory.h"
 #include "platform/file_attributes.h"
 #include "platform/metadata_stores.h"
@@ -281,7 +282,8 @@ class TracedDirectory : public DirectoryService {
   ServiceTrace& trace_;
 };
 
-// Operations: read, replace, copyOnce, exists; subject: the path.
+// Operations: read, replace, copyOnce, removeFile (subject: the folder, detail: the name), exists;
+// subject: the path.
 class TracedTextFiles : public TextFiles {
  public:
   TracedTextFiles(TextFiles& files, ServiceTrace& trace) : files_(files), trace_(trace) {}
@@ -298,6 +300,10 @@ class TracedTextFiles : public TextFiles {
   int copyOnce(const std::string& from, const std::string& to) override {
     const int number = trace_.before("copyOnce", from, to);
     return number != 0 ? number : files_.copyOnce(from, to);
+  }
+  int removeFile(const std::string& folder, const std::string& name) override {
+    const int number = trace_.before("removeFile", folder, name);
+    return number != 0 ? number : files_.removeFile(folder, name);
   }
   bool exists(const std::string& path) override {
     trace_.before("exists", path);
@@ -610,6 +616,43 @@ class TracedNetServices : public NetServices {
   ServiceTrace& trace_;
 };
 
+// Operations: getpwnam, getgrnam, getpwuid, getgrgid (subject: the name or the id), getgrnam_r
+// (detail: the size of its buffer).
+class TracedAccounts : public Accounts {
+ public:
+  TracedAccounts(Accounts& accounts, ServiceTrace& trace) : accounts_(accounts), trace_(trace) {}
+
+  int getpwnam(const std::string& name, std::uint32_t& uid) override {
+    uid = 0;
+    const int number = trace_.before("getpwnam", name);
+    return number != 0 ? number : accounts_.getpwnam(name, uid);
+  }
+  int getgrnam(const std::string& name, std::uint32_t& gid) override {
+    gid = 0;
+    const int number = trace_.before("getgrnam", name);
+    return number != 0 ? number : accounts_.getgrnam(name, gid);
+  }
+  int getpwuid(std::uint32_t uid, std::string& name) override {
+    name.clear();
+    const int number = trace_.before("getpwuid", std::to_string(uid));
+    return number != 0 ? number : accounts_.getpwuid(uid, name);
+  }
+  int getgrgid(std::uint32_t gid, std::string& name) override {
+    name.clear();
+    const int number = trace_.before("getgrgid", std::to_string(gid));
+    return number != 0 ? number : accounts_.getgrgid(gid, name);
+  }
+  int getgrnam_r(const std::string& name, std::size_t bufferSize, std::uint32_t& gid) override {
+    gid = 0;
+    const int number = trace_.before("getgrnam_r", name, std::to_string(bufferSize));
+    return number != 0 ? number : accounts_.getgrnam_r(name, bufferSize, gid);
+  }
+
+ private:
+  Accounts& accounts_;
+  ServiceTrace& trace_;
+};
+
 // Every service of `wrapped` that the trace knows, traced; the others as they are.
 class TracedServices {
  public:
@@ -626,6 +669,7 @@ class TracedServices {
         stores_(*wrapped.metadataStores, trace),
         quotaControl_(*wrapped.quotaControl, trace),
         netServices_(*wrapped.netServices, trace),
+        accounts_(*wrapped.accounts, trace),
         services_(wrapped) {
     services_.directory = &directory_;
     services_.textFiles = &files_;
@@ -639,6 +683,7 @@ class TracedServices {
     services_.metadataStores = &stores_;
     services_.quotaControl = &quotaControl_;
     services_.netServices = &netServices_;
+    services_.accounts = &accounts_;
   }
   TracedServices(const TracedServices&) = delete;
   TracedServices& operator=(const TracedServices&) = delete;
@@ -658,6 +703,7 @@ class TracedServices {
   TracedMetadataStores stores_;
   TracedQuotaControl quotaControl_;
   TracedNetServices netServices_;
+  TracedAccounts accounts_;
   Services services_;
 };
 

@@ -24,6 +24,9 @@ class CachedAccounts final : public Accounts {
   int getgrgid(std::uint32_t gid, std::string& name) override {
     return groups_.get(gid, name, [&](auto& found) { return accounts_.getgrgid(gid, found); });
   }
+  int getgrnam_r(const std::string& name, std::size_t bufferSize, std::uint32_t& gid) override {
+    return accounts_.getgrnam_r(name, bufferSize, gid);
+  }
 
  private:
   Accounts& accounts_;

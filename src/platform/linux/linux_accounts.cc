@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "platform/directory_schema.h"
+#include "platform/group_entry.h"
 #include "platform/linux/nss.h"
 
 namespace paddock {
@@ -34,6 +35,27 @@ std::optional<std::uint32_t> idIn(const std::optional<std::string>& text) {
   const auto number = text ? parseInteger(*text) : std::nullopt;
   if (!number || *number < 0 || *number >= kUndefinedId) return std::nullopt;
   return static_cast<std::uint32_t>(*number);
+}
+
+std::vector<std::string> membersIn(const DirectoryRecord& group) {
+  std::vector<std::string> members;
+  for (const Value& member : group.getAttribute(schema::kGroupMembership)) {
+    if (member.string() != nullptr) members.push_back(*member.string());
+  }
+  return members;
+}
+
+// The number of the local group whose entry, were it one of the host's, has room in that many
+// bytes.
+std::optional<std::uint32_t> recordedGid(DirectoryService& directory, const std::string& name,
+                                         std::size_t bufferSize) {
+  const auto group = directory.openLocal()->localNode()->findRecord(name, schema::kGroups);
+  if (group == nullptr) return std::nullopt;
+  const auto gid = idIn(group->getAttributeFirstValue(schema::kPrimaryGroupID));
+  if (gid && groupEntrySize(name, *gid, membersIn(*group)) > bufferSize) {
+    throw DirectoryError(ERANGE, "the group " + name + " is larger than was allowed for");
+  }
+  return gid;
 }
 
 std::optional<std::uint32_t> recordedId(DirectoryService& directory, const std::string& name,
@@ -73,6 +95,14 @@ int LinuxAccounts::getgrnam(const std::string& name, std::uint32_t& gid) {
     if (!isName(name)) return std::nullopt;
     if (const auto group = nssGroup(name)) return group->gid;
     return recordedId(directory_, name, schema::kGroups, schema::kPrimaryGroupID);
+  });
+}
+
+int LinuxAccounts::getgrnam_r(const std::string& name, std::size_t bufferSize, std::uint32_t& gid) {
+  return lookUp(gid, [&]() -> std::optional<std::uint32_t> {
+    if (!isName(name)) return std::nullopt;
+    if (const auto id = nssGroupId(name, bufferSize)) return *id;
+    return recordedGid(directory_, name, bufferSize);
   });
 }
 

@@ -16,6 +16,7 @@ class LinuxAccounts final : public Accounts {
   int getgrnam(const std::string& name, std::uint32_t& gid) override;
   int getpwuid(std::uint32_t uid, std::string& name) override;
   int getgrgid(std::uint32_t gid, std::string& name) override;
+  int getgrnam_r(const std::string& name, std::size_t bufferSize, std::uint32_t& gid) override;
 
  private:
   DirectoryService& directory_;

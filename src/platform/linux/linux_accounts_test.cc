@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <functional>
 
 #include "platform/directory_schema.h"
+#include "platform/group_entry.h"
 #include "platform/linux/case_fold.h"
 #include "platform/testing/in_memory_directory.h"
+#include "support/own_mounts.h"
+#include "support/temporary_folder.h"
 
 namespace paddock {
 namespace {
@@ -98,6 +102,76 @@ TEST_F(LinuxAccountsTest, ARecordWithoutAUsableIdIsNoAccount) {
   addUser("undefined", "4294967295");
   for (const char* name : {"none", "text", "negative", "undefined"})
     EXPECT_EQ(uidOf(name), ENOENT) << name;
+}
+
+// Tests with a group file of their own: the process that runs them has mounts of its own.
+class LinuxGroupFileTest : public LinuxAccountsTest {
+ protected:
+  void SetUp() override {
+    if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  }
+  void withGroupFile(const std::string& contents, const std::function<void()>& body) {
+    runInOwnMounts([&] {
+      writeWholeFile(folder_.path("group"), contents);
+      bindMount(folder_.path("group"), "/etc/group");
+      body();
+    });
+  }
+  int gidIn(std::size_t bufferSize, const std::string& name = kLocalName) {
+    return accounts_.getgrnam_r(name, bufferSize, id_);
+  }
+  static std::string lineOf(const std::string& name, std::uint32_t gid,
+                            const std::vector<std::string>& members) {
+    std::string line = name + ":x:" + std::to_string(gid) + ":";
+    for (std::size_t at = 0; at < members.size(); ++at) line += (at == 0 ? "" : ",") + members[at];
+    return line + "\n";
+  }
+
+  TestFolder folder_;
+};
+
+TEST_F(LinuxGroupFileTest, TheCLibraryNeedsTheRoomThatIsTakenForIt) {
+  for (std::size_t letters = 1; letters <= 9; ++letters) {
+    for (std::size_t count = 0; count <= 3; ++count) {
+      const std::string name(letters, 'g');
+      const std::vector<std::string> members(count, "member");
+      const std::size_t needed = groupEntrySize(name, 4711, members);
+      withGroupFile(lineOf(name, 4711, members), [&] {
+        EXPECT_EQ(gidIn(needed, name), 0) << name << " " << count;
+        EXPECT_EQ(id_, 4711U);
+        EXPECT_EQ(gidIn(needed - 1, name), ERANGE) << name << " " << count;
+        EXPECT_EQ(id_, 0U);
+      });
+    }
+  }
+}
+
+TEST_F(LinuxGroupFileTest, AGroupOfTheHostThatIsTooLargeIsNotReplacedByALocalOne) {
+  addGroup(kLocalName, "250");
+  withGroupFile(lineOf(kLocalName, 4711, std::vector<std::string>(30, "member")), [&] {
+    EXPECT_EQ(gidIn(200), ERANGE);
+    EXPECT_EQ(gidIn(4096), 0);
+    EXPECT_EQ(id_, 4711U);
+  });
+}
+
+TEST_F(LinuxGroupFileTest, ALocalGroupIsFoundWhereTheHostKnowsNone) {
+  addGroup(kLocalName, "250");
+  withGroupFile("root:x:0:\n", [&] {
+    EXPECT_EQ(gidIn(200), 0);
+    EXPECT_EQ(id_, 250U);
+  });
+}
+
+TEST_F(LinuxGroupFileTest, ALineOfAnotherGroupThatIsTooLongHidesWhatComesBehindIt) {
+  addGroup(kLocalName, "250");
+  const std::string large = lineOf("large", 20, std::vector<std::string>(30, "member"));
+  withGroupFile("root:x:0:\n" + large + "daemon:x:1:\n", [&] {
+    EXPECT_EQ(gidIn(200, "root"), 0);
+    EXPECT_EQ(gidIn(200, "daemon"), ERANGE);
+    EXPECT_EQ(gidIn(200), ERANGE) << "the host has not said that it knows no such group";
+    EXPECT_EQ(gidIn(4096), 0);
+  });
 }
 
 }  // namespace

@@ -140,6 +140,11 @@ int readWithStatus(const std::string& path, std::string& contents, struct stat& 
   return error;
 }
 
+bool isFileName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
 FileOwnership ownershipOf(const struct stat& status) {
   return {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
 }
@@ -188,6 +193,19 @@ int LinuxTextFiles::copyOnce(const std::string& from, const std::string& to) {
   if (const int error = copy.write(contents); error != 0) return error;
   const int error = copy.setOwnership(ownershipOf(status));
   return error != 0 ? error : copy.putInEmptyPlace();
+}
+
+int LinuxTextFiles::removeFile(const std::string& folderPath, const std::string& name) {
+  if (!isFileName(name)) return EINVAL;
+  if (const int error = pathError(folderPath); error != 0) return error;
+  FileDescriptor folder;
+  if (const int error = openFolder(AT_FDCWD, folderPath, folder); error != 0) return error;
+  // First, since a file system that is read-only refuses the removal of what is not there, too.
+  struct stat present {};
+  const int missing =
+      errnoOf([&] { return ::fstatat(folder.get(), name.c_str(), &present, AT_SYMLINK_NOFOLLOW); });
+  if (missing != 0) return missing;
+  return errnoOf([&] { return ::unlinkat(folder.get(), name.c_str(), 0); });
 }
 
 bool LinuxTextFiles::exists(const std::string& path) {

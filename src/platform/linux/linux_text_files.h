@@ -17,6 +17,7 @@ class LinuxTextFiles : public TextFiles {
   int read(const std::string& path, std::string& contents) override;
   int replace(const std::string& path, const std::string& contents) override;
   int copyOnce(const std::string& from, const std::string& to) override;
+  int removeFile(const std::string& folder, const std::string& name) override;
   bool exists(const std::string& path) override;
 
   // Whose a replacement is, and its mode, by those of the earlier file (null: there is none). An

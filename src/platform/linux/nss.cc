@@ -43,9 +43,10 @@ bool meansAbsent(int error) {
   return error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
 }
 
-// Calls read(entry, buffer, size, result) with a buffer that is large enough. Null entry: absent.
+// Calls read(entry, buffer, size, result) with a buffer that is large enough, of `largest` bytes at
+// most. Null entry: absent.
 template <typename Entry, typename Read>
-auto readEntry(std::vector<char>& buffer, Read&& read)
+auto readEntry(std::vector<char>& buffer, Read&& read, std::size_t largest = kLargestBuffer)
     -> std::optional<decltype(converted(std::declval<Entry>()))> {
   for (;;) {
     Entry entry{};
@@ -55,7 +56,7 @@ auto readEntry(std::vector<char>& buffer, Read&& read)
       return errno == 0 ? 0 : -1;
     });
     if (error == 0 && result != nullptr) return converted(*result);
-    if (error != ERANGE || buffer.size() >= kLargestBuffer) {
+    if (error != ERANGE || buffer.size() >= largest) {
       if (meansAbsent(error)) return std::nullopt;
       throw DirectoryError(error, "the name service cannot answer: " +
                                       std::error_code(error, std::system_category()).message());
@@ -115,6 +116,17 @@ std::optional<NssGroup> nssGroup(gid_t gid) {
   return lookUp<group>([&](group* entry, char* buffer, std::size_t size, group** result) {
     return ::getgrgid_r(gid, entry, buffer, size, result);
   });
+}
+
+std::optional<gid_t> nssGroupId(const std::string& name, std::size_t bufferSize) {
+  std::vector<char> buffer(bufferSize);
+  const auto found = readEntry<group>(
+      buffer,
+      [&](group* entry, char* bytes, std::size_t size, group** result) {
+        return ::getgrnam_r(name.c_str(), entry, bytes, size, result);
+      },
+      bufferSize);
+  return found ? std::optional(found->gid) : std::nullopt;
 }
 
 std::vector<NssUser> nssUsers() {

@@ -29,6 +29,9 @@ std::optional<NssUser> nssUser(const std::string& name);
 std::optional<NssUser> nssUser(uid_t uid);
 std::optional<NssGroup> nssGroup(const std::string& name);
 std::optional<NssGroup> nssGroup(gid_t gid);
+// The group's id, looked for in a buffer of that many bytes and no larger one: ERANGE is thrown
+// when it is too small.
+std::optional<gid_t> nssGroupId(const std::string& name, std::size_t bufferSize);
 
 // Every one that the switch enumerates, in its order.
 std::vector<NssUser> nssUsers();

@@ -94,6 +94,10 @@ int FaultyTextFiles::copyOnce(const std::string& from, const std::string& to) {
   return fails("textFiles.copyOnce") ? error() : wrapped().copyOnce(from, to);
 }
 
+int FaultyTextFiles::removeFile(const std::string& folder, const std::string& name) {
+  return fails("textFiles.removeFile") ? error() : wrapped().removeFile(folder, name);
+}
+
 bool FaultyTextFiles::exists(const std::string& path) {
   return !fails("textFiles.exists") && wrapped().exists(path);
 }
@@ -119,6 +123,13 @@ int FaultyAccounts::getpwuid(std::uint32_t uid, std::string& name) {
 int FaultyAccounts::getgrgid(std::uint32_t gid, std::string& name) {
   if (!fails("accounts.getgrgid")) return wrapped().getgrgid(gid, name);
   name.clear();
+  return error();
+}
+
+int FaultyAccounts::getgrnam_r(const std::string& name, std::size_t bufferSize,
+                               std::uint32_t& gid) {
+  if (!fails("accounts.getgrnam_r")) return wrapped().getgrnam_r(name, bufferSize, gid);
+  gid = 0;
   return error();
 }
 

@@ -91,6 +91,7 @@ class FaultyTextFiles : public FaultyForwarder<TextFiles> {
   int read(const std::string& path, std::string& contents) override;
   int replace(const std::string& path, const std::string& contents) override;
   int copyOnce(const std::string& from, const std::string& to) override;
+  int removeFile(const std::string& folder, const std::string& name) override;
   bool exists(const std::string& path) override;
 };
 
@@ -101,6 +102,7 @@ class FaultyAccounts : public FaultyForwarder<Accounts> {
   int getgrnam(const std::string& name, std::uint32_t& gid) override;
   int getpwuid(std::uint32_t uid, std::string& name) override;
   int getgrgid(std::uint32_t gid, std::string& name) override;
+  int getgrnam_r(const std::string& name, std::size_t bufferSize, std::uint32_t& gid) override;
 };
 
 class FaultyFileAttributes : public FaultyForwarder<FileAttributeService> {

@@ -8,7 +8,7 @@
 //   pluginCommands   an empty reply; the plug-in is not asked
 //   sharedFileLists  no list, no item inserted, the plan's error from a removal, an item that
 //                    cannot be resolved, an empty snapshot
-//   textFiles        the plan's error, nothing read or written; `exists` says false
+//   textFiles        the plan's error, nothing read, written or removed; `exists` says false
 //   accounts         the plan's error and an id of zero or an empty name
 //   fileAttributes   the plan's error, nothing read or applied; `exists` says false
 //   acl              -1 or null with the plan's error in errno (see faulty_acl.h)

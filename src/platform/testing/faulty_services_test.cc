@@ -142,6 +142,26 @@ TEST_F(FaultyServicesTest, AFailingReplacementChangesNothing) {
   EXPECT_EQ(textFiles_.contents("/etc/exports"), "old\n");
 }
 
+TEST_F(FaultyServicesTest, AFailingRemovalRemovesNothing) {
+  textFiles_.setFile("/etc/exports", "old\n");
+  FaultPlan plan(1);
+  plan.setError(EROFS);
+  const FaultyServices faulty(real_, plan);
+  EXPECT_EQ(faulty.services().textFiles->removeFile("/etc", "exports"), EROFS);
+  EXPECT_EQ(textFiles_.contents("/etc/exports"), "old\n");
+  EXPECT_EQ(faulty.services().textFiles->removeFile("/etc", "exports"), 0);
+}
+
+TEST_F(FaultyServicesTest, AGroupThatCannotBeLookedUpInItsBufferHasNoNumber) {
+  FaultPlan plan(1);
+  plan.setError(ERANGE);
+  const FaultyServices faulty(real_, plan);
+  std::uint32_t gid = 7;
+  EXPECT_EQ(faulty.services().accounts->getgrnam_r("root", 200, gid), ERANGE);
+  EXPECT_EQ(gid, 0U);
+  EXPECT_EQ(plan.failedCall(), "accounts.getgrnam_r");
+}
+
 TEST_F(FaultyServicesTest, WrappedItemsCanBeRemovedFromTheList) {
   sharedFileLists_.insert("file:///srv/a");
   FaultPlan plan;

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
+
+#include "platform/group_entry.h"
 
 namespace paddock {
 
@@ -30,7 +33,17 @@ InMemoryAccounts::InMemoryAccounts() {
 }
 
 void InMemoryAccounts::addUser(const std::string& name, std::uint32_t uid) { users_[name] = uid; }
-void InMemoryAccounts::addGroup(const std::string& name, std::uint32_t gid) { groups_[name] = gid; }
+
+void InMemoryAccounts::addGroup(const std::string& name, std::uint32_t gid,
+                                std::vector<std::string> members) {
+  groups_[name] = gid;
+  members_[name] = std::move(members);
+}
+
+void InMemoryAccounts::removeGroup(const std::string& name) {
+  groups_.erase(name);
+  members_.erase(name);
+}
 
 int InMemoryAccounts::getpwnam(const std::string& name, std::uint32_t& uid) {
   return idOf(users_, name, uid);
@@ -46,6 +59,14 @@ int InMemoryAccounts::getpwuid(std::uint32_t uid, std::string& name) {
 
 int InMemoryAccounts::getgrgid(std::uint32_t gid, std::string& name) {
   return nameOf(groups_, gid, name);
+}
+
+int InMemoryAccounts::getgrnam_r(const std::string& name, std::size_t bufferSize,
+                                 std::uint32_t& gid) {
+  if (const int error = idOf(groups_, name, gid); error != 0) return error;
+  if (groupEntrySize(name, gid, members_[name]) <= bufferSize) return 0;
+  gid = 0;
+  return ERANGE;
 }
 
 }  // namespace paddock

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/accounts.h"
 
@@ -14,18 +15,22 @@ class InMemoryAccounts final : public Accounts {
   InMemoryAccounts();
 
   void addUser(const std::string& name, std::uint32_t uid);
-  void addGroup(const std::string& name, std::uint32_t gid);
+  // Replaces the group of that name.
+  void addGroup(const std::string& name, std::uint32_t gid, std::vector<std::string> members = {});
+  void removeGroup(const std::string& name);
 
   int getpwnam(const std::string& name, std::uint32_t& uid) override;
   int getgrnam(const std::string& name, std::uint32_t& gid) override;
   int getpwuid(std::uint32_t uid, std::string& name) override;
   int getgrgid(std::uint32_t gid, std::string& name) override;
+  int getgrnam_r(const std::string& name, std::size_t bufferSize, std::uint32_t& gid) override;
 
  private:
   using Names = std::map<std::string, std::uint32_t>;
 
   Names users_;
   Names groups_;
+  std::map<std::string, std::vector<std::string>> members_;
 };
 
 }  // namespace paddock

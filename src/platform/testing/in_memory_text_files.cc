@@ -83,6 +83,22 @@ int InMemoryTextFiles::copyOnce(const std::string& from, const std::string& to) 
   return 0;
 }
 
+int InMemoryTextFiles::removeFile(const std::string& folder, const std::string& name) {
+  const bool isName = !name.empty() && name != "." && name != ".." &&
+                      name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+  if (!isName || folder.find('\0') != std::string::npos) return EINVAL;
+  if (folder.empty()) return ENOENT;
+  const std::size_t end = folder.find_last_not_of('/');
+  std::string resolved = end == std::string::npos ? "/" : folder.substr(0, end + 1);
+  if (const int error = resolve(resolved); error != 0) return error;
+  if (objects_.at(resolved).kind != Kind::folder) return ENOTDIR;
+  const auto found = objects_.find((resolved == "/" ? "" : resolved) + "/" + name);
+  if (found == objects_.end()) return ENOENT;
+  if (found->second.kind == Kind::folder) return EISDIR;
+  objects_.erase(found);
+  return 0;
+}
+
 bool InMemoryTextFiles::exists(const std::string& path) {
   std::string resolved = path;
   return resolve(resolved) == 0;

@@ -28,6 +28,7 @@ class InMemoryTextFiles : public TextFiles {
   int read(const std::string& path, std::string& contents) override;
   int replace(const std::string& path, const std::string& contents) override;
   int copyOnce(const std::string& from, const std::string& to) override;
+  int removeFile(const std::string& folder, const std::string& name) override;
   bool exists(const std::string& path) override;
 
   // Sets up an object, and the folders above it.

@@ -1,8 +1,10 @@
-// Sibling plug-ins that keep what they were sent and answer what they were told.
+// Sibling plug-ins that keep what they were sent and answer what they were told. Commands may come
+// from several threads.
 #pragma once
 
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -25,7 +27,7 @@ class RecordingPluginCommands : public PluginCommands {
 
   Dictionary doCommand(const std::string& bundle, const Dictionary& command,
                        const std::string& module, const std::optional<std::string>& user) override {
-    sent_.push_back({bundle, command, module, user});
+    note({bundle, command, module, user});
     const auto plugin = plugins_.find(module);
     return plugin == plugins_.end() ? Dictionary() : plugin->second(command);
   }
@@ -33,10 +35,17 @@ class RecordingPluginCommands : public PluginCommands {
   // How the plug-in `module` answers from now on; one without this is not there.
   void setPlugin(const std::string& module, Plugin plugin) { plugins_[module] = std::move(plugin); }
 
+  // To be looked at when no thread sends any more.
   const std::vector<Sent>& sent() const { return sent_; }
   void clear() { sent_.clear(); }
 
  private:
+  void note(Sent sent) {
+    const std::lock_guard lock(mutex_);
+    sent_.push_back(std::move(sent));
+  }
+
+  std::mutex mutex_;
   std::vector<Sent> sent_;
   std::map<std::string, Plugin> plugins_;
 };
