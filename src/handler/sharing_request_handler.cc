@@ -4,6 +4,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/logger.h"
+#include "platform/services.h"
+#include "store/backup_advertisement.h"
+#include "store/exception_text.h"
+
 namespace paddock {
 
 std::mutex* gSettingsDictLock = nullptr;
@@ -28,6 +33,18 @@ constexpr std::array kOperations = {
     OperationEntry{"getDSNodes", false, &SharingRequestHandler::getDSNodesWithRequest},
     OperationEntry{"canAuthDSNode", true, &SharingRequestHandler::canAuthDSNodeWithRequest},
 };
+
+constexpr std::uint64_t kFirstTick = 1;
+
+void advertise(NetServiceOwner& owner) {
+  try {
+    register_share_points_with_hailcast(owner);
+  } catch (...) {
+    services().logger->log(kLogError,
+                           "paddock_sharing: The backup share points are not advertised: " +
+                               describe_current_exception());
+  }
+}
 
 }  // namespace
 
@@ -60,6 +77,11 @@ Dictionary SharingRequestHandler::performOperation(std::string_view name,
     if (name == entry.name) return (this->*entry.method)(request);
   }
   throw std::invalid_argument("no operation named " + std::string(name));
+}
+
+std::int64_t SharingRequestHandler::doIdleAtCount(std::uint64_t count) {
+  if (count == kFirstTick) advertise(*this);
+  return 0;
 }
 
 Value SharingRequestHandler::startServiceWithVariant(const Value&) { return {}; }

@@ -35,6 +35,10 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
   std::vector<Operation> operations() const override;
   Dictionary performOperation(std::string_view name, const Dictionary& request) override;
 
+  // The first tick (`count` 1) advertises the backup share points; every other one does nothing.
+  // Always 0; what goes wrong is logged. Does not take the lock.
+  std::int64_t doIdleAtCount(std::uint64_t count) override;
+
   // The module runs no service of its own: these do nothing and return null.
   Value startServiceWithVariant(const Value& variant) override;
   Value stopServiceWithVariant(const Value& variant) override;
@@ -61,6 +65,7 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
 
   std::shared_ptr<NetService> netService() const override;
   void setNetService(std::shared_ptr<NetService> service) override;
+  std::mutex& renewalMutex() override { return renewalMutex_; }
 
   // Callbacks of the publication object: they do nothing.
   void netServiceWillPublish(NetService& sender) override;
@@ -69,6 +74,7 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
 
  private:
   mutable std::mutex netServiceMutex_;
+  std::mutex renewalMutex_;
   std::shared_ptr<NetService> netService_;
 };
 

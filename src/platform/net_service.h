@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "base/value.h"
@@ -60,6 +61,8 @@ class NetServiceOwner : public NetServiceDelegate {
   virtual std::shared_ptr<NetService> netService() const = 0;
   // Keeps the new service, then lets go of the old one.
   virtual void setNetService(std::shared_ptr<NetService> service) = 0;
+  // Held while the advertisement is renewed, from looking for what is advertised to publishing it.
+  virtual std::mutex& renewalMutex() = 0;
 };
 
 }  // namespace paddock

@@ -3,6 +3,7 @@
 #include "exports/shared_exports_parser.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
+#include "store/backup_marker.h"
 #include "store/directory_access.h"
 #include "store/schema.h"
 #include "store/service_synchronisation.h"
@@ -58,6 +59,7 @@ void delete_sharepoint(const std::string& identifier, const Array& credentials) 
     MDConfigWrappers::setIsIndexingEnabled(false, identifier);
   }
   // Deliberate: once for every deletion, however many a request has.
+  (void)delete_backup_marker_for_path(identifier);
   sync_share_point_services();
 }
 

@@ -240,6 +240,33 @@ TEST_F(SharePointDeletionTest, StepsComeInTheirOrder) {
                    "createSharePointList ", "removeRecord r"}));
 }
 
+TEST_F(SharePointDeletionTest, TheBackupMarkerOfThePathIsRemovedSharedOrNot) {
+  for (const std::string folder : {"/srv/a", "/srv/c"}) {
+    files.setFile(folder + "/.com.veltro.backstow.supported", "");
+    delete_sharepoint(folder, {});
+    EXPECT_EQ(files.find(folder + "/.com.veltro.backstow.supported"), nullptr);
+  }
+  EXPECT_TRUE(logger.lines().empty());
+}
+
+TEST_F(SharePointDeletionTest, ABackupMarkerThatCannotBeRemovedIsLoggedAndTheServicesAreTold) {
+  files.setFile("/srv/a/.com.veltro.backstow.supported", "");
+  trace.fail("removeFile", EROFS);
+  delete_sharepoint("/srv/a", {});
+  EXPECT_EQ(sharePointNames(), (Names{"b"}));
+  EXPECT_EQ(logger.lines().size(), 1U);
+  EXPECT_EQ(trace.count("run"), 2U);
+}
+
+TEST_F(SharePointDeletionTest, TheBackupMarkerComesAfterIndexingAndBeforeTheServices) {
+  stores.setLevel("/srv/a", metadata_store::kLevelReadWrite);
+  trace.forgetCalls();
+  delete_sharepoint("/srv/a", {});
+  EXPECT_EQ(trace.sequence({"setStoreAttributes", "removeFile", "run"}),
+            (Names{"setStoreAttributes /srv/a", "removeFile /srv/a", "run /usr/sbin/keelhouse",
+                   "run /usr/libexec/samba/synchronize-shares"}));
+}
+
 TEST_F(SharePointDeletionTest, TheServicesAreToldOnceAtTheEnd) {
   trace.forgetCalls();
   delete_sharepoint("/srv/a", {});

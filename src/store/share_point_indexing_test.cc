@@ -153,8 +153,9 @@ TEST_F(IndexingWritingTest, IsTheLastStep) {
             0);
   EXPECT_EQ(trace.sequence({"setAttributesAndValues", "replace", "setAttribute", "createStore",
                             "acl_set_file"}),
-            (Names{"setAttributesAndValues a", "replace /etc/exports", "setAttribute a",
-                   "createStore /srv/a", "acl_set_file /srv/a"}));
+            (Names{"setAttributesAndValues a", "replace /etc/exports",
+                   "setAttribute com.veltro.access_backup", "setAttribute a", "createStore /srv/a",
+                   "acl_set_file /srv/a"}));
 }
 
 TEST_F(IndexingWritingTest, AFailureIsLoggedAndIsNoStatus) {

@@ -9,6 +9,8 @@
 #include "platform/shared_file_list.h"
 #include "platform/uuid_source.h"
 #include "platform/volume_info.h"
+#include "store/backup_marker.h"
+#include "store/backup_permissions.h"
 #include "store/directory_access.h"
 #include "store/exception_text.h"
 #include "store/nfs_reshare.h"
@@ -157,6 +159,15 @@ void renewBackupIdentifier(DirectoryRecord& record) {
   record.setAttribute(schema::kBackstowBackupUuid, guidText(services().uuidSource->newUuid()));
 }
 
+void switchBackup(const SharePointRecord& merged, DirectoryRecord& record) {
+  if (merged.isBackstowBackup()) {
+    (void)set_backup_permissions_for_path(merged.identifier());
+    renewBackupIdentifier(record);
+  } else {
+    (void)delete_backup_marker_for_path(merged.identifier());
+  }
+}
+
 // A failure of it changes no status. Deliberate: of an exception with a status the line names the
 // path and then the number, although the text was once made for the other order.
 void switchIndexing(const SharePointRecord& merged) {
@@ -187,7 +198,7 @@ Status applyMerged(const SharePointRecord& merged, const Array& credentials, Upd
   if (merged.path() && is_nfs_reshare(*merged.path())) {
     write_nfs_reshare(*merged.path(), record);
   }
-  if (merged.isBackstowBackup()) renewBackupIdentifier(record);
+  switchBackup(merged, record);
   switchIndexing(merged);
   return status;
 }

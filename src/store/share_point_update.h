@@ -9,9 +9,10 @@ namespace paddock {
 
 // Writes the share point: finds its directory record by its path, or creates it with free names;
 // stores the merged settings; brings its NFS export, automount record and attributes, re-share
-// mount, backup identifier and search indexing in step. `credentials` are those of the request, an
-// array of dictionaries with "nodePath", "adminUserName" and "adminPassword". Returns 0, the status
-// of the lookup, or 100076. Throws what the directory throws outside naming, creating and storing.
+// mount, backup permissions and identifier, or marker, and search indexing in step. `credentials`
+// are those of the request, an array of dictionaries with "nodePath", "adminUserName" and
+// "adminPassword". Returns 0, the status of the lookup, or 100076. Throws what the directory throws
+// outside naming, creating and storing.
 //
 // A record that this call created and could not fill is removed again, and nothing else is done for
 // it, so that a share point that could not be saved leaves nothing behind. (An element that has

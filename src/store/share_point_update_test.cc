@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "store/backup_group.h"
 #include "store/directory_access.h"
 #include "store/schema.h"
 #include "support/module_fixture.h"
@@ -647,6 +648,8 @@ TEST_F(AutomountAttributesTest, ARemovalThatRaisesTravelsOn) {
 
 class BackupSharePointTest : public SharePointUpdateTest {
  protected:
+  static constexpr const char* kMarker = "/srv/a/.com.veltro.backstow.supported";
+
   std::string uuid(const std::string& name) {
     const Array all = valuesOfSharePoint(name, kBackstowBackupUuid);
     return all.size() == 1 ? *all.front().string() : "(" + std::to_string(all.size()) + " values)";
@@ -683,6 +686,89 @@ TEST_F(BackupSharePointTest, WhatIsNoBackupGetsNoUuid) {
   EXPECT_EQ(uuids.count(), 0U);
 }
 
+TEST_F(BackupSharePointTest, LetsTheBackupGroupIntoItsFolderAtEveryWrite) {
+  tree.setFolder("/srv/a");
+  accounts.addGroup(kBackupGroup, 250);
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
+  ASSERT_NE(tree.acl("/srv/a"), nullptr);
+  EXPECT_EQ(tree.acl("/srv/a")->entries.size(), 1U);
+  tree.setAcl("/srv/a", {});
+  EXPECT_EQ(update({{"path", "/srv/a"}}), 0);
+  EXPECT_EQ(tree.acl("/srv/a")->entries.size(), 1U);
+}
+
+TEST_F(BackupSharePointTest, TheGroupIsLetInBeforeTheUuidIsMade) {
+  tree.setFolder("/srv/a");
+  accounts.addGroup(kBackupGroup, 250);
+  addSharePoint("a", "/srv/a", {{kBackstowBackup, "1"}});
+  EXPECT_EQ(update({{"path", "/srv/a"}}), 0);
+  EXPECT_EQ(trace.sequence({"acl_set_file", "newUuid", "setAttribute", "copyStorePaths"}),
+            (std::vector<std::string>{"copyStorePaths ", "setAttribute com.veltro.access_backup",
+                                      "acl_set_file /srv/a", "newUuid ", "setAttribute a",
+                                      "copyStorePaths "}));
+}
+
+TEST_F(BackupSharePointTest, AGroupThatCannotBeLetInChangesNoStatusAndTheUuidIsGiven) {
+  tree.setFolder("/srv/a");
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0)
+      << "the host does not know the group";
+  EXPECT_EQ(uuid("a"), "00000000-0000-4000-8000-000000000001");
+  tree.setAcl("/srv/a", {.entries = {}, .undecodable = true});
+  EXPECT_EQ(update({{"path", "/srv/a"}}), 0);
+  EXPECT_EQ(uuid("a"), "00000000-0000-4000-8000-000000000002");
+  EXPECT_EQ(trace.count("acl_set_file"), 0U);
+}
+
+TEST_F(BackupSharePointTest, KeepsTheMarkerThatItsClientsMade) {
+  files.setFile(kMarker, "");
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
+  EXPECT_NE(files.find(kMarker), nullptr);
+}
+
+TEST_F(BackupSharePointTest, WhatIsNoBackupLosesTheMarkerAndNoGroupIsLetIn) {
+  tree.setFolder("/srv/a");
+  files.setFile(kMarker, "");
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
+  EXPECT_EQ(files.find(kMarker), nullptr);
+  EXPECT_EQ(trace.count("acl_set_file"), 0U);
+  EXPECT_TRUE(recordNames(schema::kGroups).empty());
+}
+
+TEST_F(BackupSharePointTest, WhatIsTakenBackLosesTheMarkerAndKeepsTheEntry) {
+  tree.setFolder("/srv/a");
+  accounts.addGroup(kBackupGroup, 250);
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
+  files.setFile(kMarker, "");
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"isBackstowBackup", false}}), 0);
+  EXPECT_EQ(files.find(kMarker), nullptr);
+  EXPECT_EQ(tree.acl("/srv/a")->entries.size(), 1U);
+}
+
+TEST_F(BackupSharePointTest, AMarkerThatCannotBeRemovedChangesNoStatus) {
+  files.setFile(std::string(kMarker) + "/inside", "");
+  EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
+  EXPECT_EQ(logger.lines().size(), 1U);
+  EXPECT_EQ(trace.count("copyStorePaths"), 1U) << "indexing is still switched";
+}
+
+TEST_F(BackupSharePointTest, ANameInTheAclThatCannotBeLookedUpTravelsOn) {
+  tree.setFolder("/srv/a");
+  acl::Entry entry;
+  entry.tag = acl::kExtendedAllow;
+  entry.qualifier = Guid();
+  tree.setAcl("/srv/a", {.entries = {entry}});
+  trace.raise("searchNode", DirectoryError(EIO, "damaged"));
+  EXPECT_THROW(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}),
+               DirectoryError);
+  EXPECT_EQ(uuid("a"), "(0 values)");
+}
+
+TEST_F(BackupSharePointTest, WithoutAPathNothingIsLetInAndNothingRemoved) {
+  EXPECT_EQ(update({{"name", "a"}, {"isBackstowBackup", true}}), 0);
+  EXPECT_EQ(update({{"name", "b"}}), 0);
+  EXPECT_EQ(trace.count("removeFile"), 0U);
+}
+
 TEST_F(BackupSharePointTest, AUuidThatCannotBeStoredTravelsOn) {
   trace.raise("setAttribute", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}),
@@ -697,13 +783,15 @@ TEST_F(SharePointUpdateTest, StepsOfANewSharePointComeInTheirOrder) {
                     {"isBackstowBackup", true},
                     {kExport, exportTo("*", {"rw"})}}),
             0);
-  EXPECT_EQ(trace.sequence({"insertLast", "newRecord", "setAttributesAndValues", "replace",
-                            "removeAttribute", "doCommand", "newUuid", "setAttribute"}),
-            (std::vector<std::string>{
-                "insertLast file:///nfs_reshares/a", "newRecord a", "setAttributesAndValues a",
-                "replace /etc/exports", "removeAttribute a", "removeAttribute a",
-                "removeAttribute a", "removeAttribute a", "removeAttribute a",
-                "doCommand paddock_filebrowser", "setAttribute a", "newUuid ", "setAttribute a"}));
+  EXPECT_EQ(
+      trace.sequence({"insertLast", "newRecord", "setAttributesAndValues", "replace",
+                      "removeAttribute", "doCommand", "newUuid", "setAttribute"}),
+      (std::vector<std::string>{
+          "insertLast file:///nfs_reshares/a", "newRecord a", "setAttributesAndValues a",
+          "replace /etc/exports", "removeAttribute a", "removeAttribute a", "removeAttribute a",
+          "removeAttribute a", "removeAttribute a", "doCommand paddock_filebrowser",
+          "setAttribute a", "newRecord com.veltro.access_backup",
+          "setAttribute com.veltro.access_backup", "newUuid ", "setAttribute a"}));
 }
 
 TEST_F(SharePointUpdateTest, NoSessionIsLeftOpen) {

@@ -5,6 +5,7 @@
 #include "exports/shared_exports_parser.h"
 #include "platform/logger.h"
 #include "platform/services.h"
+#include "store/backup_advertisement.h"
 #include "store/exception_text.h"
 #include "store/service_synchronisation.h"
 #include "store/share_point_deletion.h"
@@ -37,7 +38,7 @@ void writeOthers(std::vector<SharePointRecord>& sharePoints, const Array& creden
 
 Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
                          [[maybe_unused]] Context& context, const Array& credentials,
-                         [[maybe_unused]] NetServiceOwner& handler) {
+                         NetServiceOwner& handler) {
   Status overall = kSuccess;
   try {
     // A parser whose first reading failed does not know the exports that go with a deletion.
@@ -45,6 +46,7 @@ Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
     deleteMarked(sharePoints, credentials);
     writeOthers(sharePoints, credentials, overall);
     shared_exports_parser().writeFile();
+    register_share_points_with_hailcast(handler);
     sync_share_point_services();
   } catch (...) {
     logEndOfCall(describe_current_exception());

@@ -12,8 +12,9 @@
 namespace paddock {
 
 // Carries out the list: first every deletion (`isDeleted`), in order, then every other element, in
-// order, then writes the exports file and tells the services that publish share points. Elements
-// are changed: names of new share points are made unique, mount points filled in.
+// order, then writes the exports file, renews the advertisement that `handler` keeps and tells the
+// services that publish share points. Elements are changed: names of new share points are made
+// unique, mount points filled in.
 //
 // Returns the first status that is not 0 among the written share points; deletions contribute
 // none. An exception that no rule of a single share point catches ends the call: it is logged and

@@ -1,109 +1,227 @@
-// The calls that one request makes of the outside world: each of them, and in their order.
+// The order and the number of everything that a write request does outside the process: what it
+// changes, what it commands, what it runs and what it advertises.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
+#include "base/computed_guid.h"
 #include "store/schema.h"
 #include "store/share_point_writing.h"
+#include "support/advertiser.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
 namespace {
 
-using Names = std::vector<std::string>;
+using Steps = std::vector<std::string>;
 
-class Owner : public NetServiceOwner {
- public:
-  std::shared_ptr<NetService> netService() const override { return service_; }
-  void setNetService(std::shared_ptr<NetService> service) override {
-    service_ = std::move(service);
-  }
-  void netServiceWillPublish(NetService&) override {}
-  void netServiceDidNotPublish(NetService&, const Dictionary&) override {}
-  void netServiceDidStop(NetService&) override {}
-
- private:
-  std::shared_ptr<NetService> service_;
-};
+constexpr const char* kGroup = "com.veltro.access_backup";
 
 class SharePointWritingOrderTest : public ModuleFixture {
  protected:
+  SharePointWritingOrderTest() {
+    accounts.addGroup(kGroup, 250);
+    plugins.setPlugin("paddock_vsp", [](const Dictionary&) {
+      return Dictionary{{"state", "RUNNING"}};
+    });
+  }
+
   void write(const std::vector<Dictionary>& list) {
     std::vector<SharePointRecord> sharePoints;
     sharePoints.reserve(list.size());
     for (const Dictionary& settings : list) {
       sharePoints.push_back(SharePointRecord::recordWithDictionary(settings));
     }
-    Context context;
     trace.forgetCalls();
-    EXPECT_EQ(write_sharepoints(sharePoints, context, {}, owner_), 0);
+    EXPECT_EQ(write_sharepoints(sharePoints, context_, {}, owner_), 0);
   }
-  static Dictionary exported(const std::string& name) {
-    return {{"path", "/srv/" + name}, {"name", name}, {"nfsExportRecord", exportTo("*", {"rw"})}};
+  static Dictionary deletion(const std::string& path) {
+    return {{"path", path}, {"isDeleted", true}};
   }
-  static Dictionary deletion(const std::string& name) {
-    return {{"path", "/srv/" + name}, {"isDeleted", true}};
-  }
-  // Every call that changes or tells something outside of the module.
-  Names outsideCalls() const {
-    return trace.sequence({"newRecord", "removeRecord", "setAttributesAndValues", "insertLast",
-                           "removeItem", "replace", "copyOnce", "applyAttributes", "acl_set_file",
-                           "setStoreAttributes", "createStore", "quotactl", "start", "run",
-                           "doCommand"});
+  static Dictionary backup(const std::string& name) {
+    return {{"path", "/srv/" + name},
+            {"name", name},
+            {"nameOverVSP", name},
+            {"isSharedOverVSP", true},
+            {"isBackstowBackup", true}};
   }
 
-  Owner owner_;
+  // A call that only asks for something.
+  static bool isQuestion(const ServiceCall& call) {
+    static const std::set<std::string> questions = {"openLocal",
+                                                    "localNode",
+                                                    "searchNode",
+                                                    "findNode",
+                                                    "findRecordsOfTypes",
+                                                    "findRecordNames",
+                                                    "findRecord",
+                                                    "getNodeAttribute",
+                                                    "getAllAttributes",
+                                                    "getAllAttributesAndValues",
+                                                    "getAttribute",
+                                                    "getAttributeFirstValue",
+                                                    "read",
+                                                    "exists",
+                                                    "statfs",
+                                                    "statistics",
+                                                    "getmntinfo",
+                                                    "createSharePointList",
+                                                    "snapshot",
+                                                    "resolve",
+                                                    "readAttributes",
+                                                    "fileExists",
+                                                    "acl_get_file",
+                                                    "acl_valid",
+                                                    "copyStorePaths",
+                                                    "copyStoreAttributes",
+                                                    "getpwnam",
+                                                    "getgrnam",
+                                                    "getpwuid",
+                                                    "getgrgid",
+                                                    "getgrnam_r"};
+    return questions.contains(call.operation);
+  }
+  // Everything else, in its order; what is written into the exports file left out.
+  Steps steps() const {
+    Steps found;
+    for (const ServiceCall& call : trace.calls()) {
+      if (isQuestion(call)) continue;
+      std::string step = call.operation + " " + call.subject;
+      if (call.operation != "replace" && call.operation != "copyOnce" && !call.detail.empty()) {
+        step += " " + call.detail;
+      }
+      found.push_back(step);
+    }
+    return found;
+  }
+  static void append(Steps& steps, const Steps& more) {
+    steps.insert(steps.end(), more.begin(), more.end());
+  }
+  static Steps removalOfAutomountAttributes(const std::string& name) {
+    Steps steps;
+    for (const char* attribute :
+         {schema::kIsAutomounted, schema::kStaticMountPath, schema::kAutomountDsPath,
+          schema::kAutomountFileSystem, schema::kAutomountRecordName}) {
+      steps.push_back("removeAttribute " + name + " " + attribute);
+    }
+    return steps;
+  }
+  const Steps synchronisation_ = {"run /usr/sbin/keelhouse command vsp:command = syncSharePoints",
+                                  "doCommand paddock_nfs updateNFS",
+                                  "run /usr/libexec/samba/synchronize-shares"};
+  const Steps publication_ = {"createService _adisk._tcp 311", "setDelegate _adisk._tcp",
+                              "setTxtRecordData _adisk._tcp", "publish _adisk._tcp"};
+
+  Context context_;
+  Advertiser owner_;
 };
 
-// `texts` and then the three steps of telling the services.
-void addAndTell(Names& calls, std::initializer_list<const char*> texts) {
-  calls.insert(calls.end(), texts.begin(), texts.end());
-  for (const char* step : {"run /usr/sbin/keelhouse", "doCommand paddock_nfs",
-                           "run /usr/libexec/samba/synchronize-shares"}) {
-    calls.emplace_back(step);
-  }
+TEST_F(SharePointWritingOrderTest, OfNothingIsTheEndAlone) {
+  write({});
+  Steps expected = {"doCommand paddock_vsp getState"};
+  append(expected, synchronisation_);
+  EXPECT_EQ(steps(), expected);
 }
 
-TEST_F(SharePointWritingOrderTest, DeletionsEachToldOfThenWritesThenTheExportsThenAllAreTold) {
+TEST_F(SharePointWritingOrderTest, OfDeletionsAndWritesIsTheDeletionsFirstAndTheEndOnce) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
+  sharedFiles.insert("file:///srv/b");
+  stores.setLevel("/srv/b", metadata_store::kLevelReadWrite);
+  files.setFile("/srv/a/.com.veltro.backstow.supported", "");
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
-  write({exported("c"), deletion("b"), exported("d"), deletion("a")});
-  Names expected;
-  addAndTell(expected, {"removeRecord b"});
-  addAndTell(expected, {"removeRecord a"});
-  addAndTell(expected, {"insertLast file:///srv/c", "newRecord c", "setAttributesAndValues c",
-                        "copyOnce /etc/exports", "replace /etc/exports", "insertLast file:///srv/d",
-                        "newRecord d", "setAttributesAndValues d", "copyOnce /etc/exports",
-                        "replace /etc/exports"});
-  EXPECT_EQ(outsideCalls(), expected);
+  tree.setFolder("/srv/new");
+
+  Dictionary first = backup("new");
+  first.set("nfsExportRecord", exportTo("*", {"rw"}));
+  first.set("isIndexingEnabled", true);
+  const Dictionary second{{"path", "/srv/plain"}, {"name", "plain"}};
+  write({first, deletion("/srv/a"), second, deletion("/srv/b")});
+
+  Steps expected = {"removeRecord a", "removeFile /srv/a .com.veltro.backstow.supported"};
+  append(expected, synchronisation_);
+  append(expected, {"removeItem ", "setStoreAttributes /srv/b fsSearchOnly",
+                    "removeFile /srv/b .com.veltro.backstow.supported"});
+  append(expected, synchronisation_);
+  append(expected, {"insertLast file:///srv/new", "newRecord new dsRecTypeStandard:SharePoints",
+                    "setAttributesAndValues new", "copyOnce /etc/exports", "replace /etc/exports"});
+  append(expected, removalOfAutomountAttributes("new"));
+  append(expected, {std::string("newRecord ") + kGroup + " dsRecTypeStandard:Groups",
+                    std::string("setAttribute ") + kGroup + " " + schema::kPrimaryGroupID,
+                    "acl_set_file /srv/new", "newUuid ",
+                    std::string("setAttribute new ") + schema::kBackstowBackupUuid,
+                    "createStore /srv/new readWrite", "acl_set_file /srv/new"});
+  append(expected, {"insertLast file:///srv/plain", "newRecord plain dsRecTypeStandard:SharePoints",
+                    "setAttributesAndValues plain"});
+  append(expected, removalOfAutomountAttributes("plain"));
+  append(expected, {"removeFile /srv/plain .com.veltro.backstow.supported",
+                    "doCommand paddock_vsp getState"});
+  append(expected, publication_);
+  append(expected, synchronisation_);
+  EXPECT_EQ(steps(), expected);
+}
+
+TEST_F(SharePointWritingOrderTest, TheExportsFileIsWrittenBeforeTheAdvertisementIsRenewed) {
+  tree.setFolder("/srv/a");
+  write({backup("a")});
+  setExportsFile("/by/hand *(ro)\n\n\n");
+  readExportsFile("/by/hand *(ro)\n\n\n");
+  write({});
+  Steps expected = {"copyOnce /etc/exports", "replace /etc/exports",
+                    "doCommand paddock_vsp getState", "stop _adisk._tcp"};
+  append(expected, publication_);
+  append(expected, synchronisation_);
+  EXPECT_EQ(steps(), expected);
 }
 
 TEST_F(SharePointWritingOrderTest, TheExportsOfDeletionsLeaveTheFileAfterTheWrites) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
-  write({{{"path", "/srv/c"}, {"name", "c"}}, deletion("a")});
-  Names expected;
-  addAndTell(expected, {"removeRecord a"});
-  addAndTell(expected, {"insertLast file:///srv/c", "newRecord c", "setAttributesAndValues c",
-                        "copyOnce /etc/exports", "replace /etc/exports"});
-  EXPECT_EQ(outsideCalls(), expected);
+  write({{{"path", "/srv/c"}, {"name", "c"}}, deletion("/srv/a")});
+  EXPECT_EQ(trace.sequence({"removeRecord", "newRecord", "replace", "doCommand"}),
+            (Steps{"removeRecord a", "doCommand paddock_nfs", "newRecord c", "replace /etc/exports",
+                   "doCommand paddock_vsp", "doCommand paddock_nfs"}));
 }
 
-TEST_F(SharePointWritingOrderTest, AnEmptyListOnlyTells) {
+TEST_F(SharePointWritingOrderTest, OfADeletionOfTheLastDestinationEndsTheAdvertisement) {
+  addSharePoint("a", "/srv/a", {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
   write({});
-  Names expected;
-  addAndTell(expected, {});
-  EXPECT_EQ(outsideCalls(), expected);
+  write({deletion("/srv/a")});
+  Steps expected = {"removeRecord a", "removeFile /srv/a .com.veltro.backstow.supported"};
+  append(expected, synchronisation_);
+  append(expected, {"doCommand paddock_vsp getState", "stop _adisk._tcp"});
+  append(expected, synchronisation_);
+  EXPECT_EQ(steps(), expected);
 }
 
-TEST_F(SharePointWritingOrderTest, NDeletionsTellNPlusOneTimes) {
-  for (const std::size_t count : {1U, 2U, 7U}) {
-    std::vector<Dictionary> list;
-    for (std::size_t number = 0; number < count; ++number) {
-      list.push_back(deletion(std::to_string(number)));
-    }
-    write(list);
-    EXPECT_EQ(trace.count("run"), 2 * (count + 1));
+TEST_F(SharePointWritingOrderTest, OfNDeletionsTellsTheServicesNAndOneTimes) {
+  std::vector<Dictionary> list;
+  for (int number = 0; number < 7; ++number) {
+    const std::string name = "s" + std::to_string(number);
+    addSharePoint(name, "/srv/" + name);
+    list.push_back(deletion("/srv/" + name));
   }
+  write(list);
+  EXPECT_EQ(trace.count("run"), 2U * 8U);
+  EXPECT_EQ(trace.count("doCommand"), 8U + 1U);
+  EXPECT_EQ(trace.count("removeFile"), 7U);
+  const Steps all = steps();
+  EXPECT_EQ(all.back(), "run /usr/libexec/samba/synchronize-shares");
+}
+
+TEST_F(SharePointWritingOrderTest, TheAdvertisementAsksTheDirectoryAfterEverythingWasWritten) {
+  tree.setFolder("/srv/a");
+  write({backup("a")});
+  std::size_t lastChange = 0;
+  std::size_t search = 0;
+  const auto calls = trace.calls();
+  for (std::size_t at = 0; at < calls.size(); ++at) {
+    if (calls[at].operation == "setAttribute") lastChange = at;
+    if (calls[at] == ServiceCall{"findRecordNames", kRecordsAll, schema::kSharePoints}) search = at;
+  }
+  EXPECT_GT(lastChange, 0U);
+  EXPECT_GT(search, lastChange);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "store/schema.h"
+#include "support/advertiser.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -17,15 +18,6 @@ using schema::kSmbName;
 
 using Names = std::vector<std::string>;
 
-class NoPublication : public NetServiceOwner {
- public:
-  std::shared_ptr<NetService> netService() const override { return nullptr; }
-  void setNetService(std::shared_ptr<NetService>) override {}
-  void netServiceWillPublish(NetService&) override {}
-  void netServiceDidNotPublish(NetService&, const Dictionary&) override {}
-  void netServiceDidStop(NetService&) override {}
-};
-
 class SharePointWritingTest : public ModuleFixture {
  protected:
   Status write(const std::vector<Dictionary>& list, const Array& credentials = {}) {
@@ -33,8 +25,7 @@ class SharePointWritingTest : public ModuleFixture {
     for (const Dictionary& settings : list) {
       sharePoints_.push_back(SharePointRecord::recordWithDictionary(settings));
     }
-    NoPublication owner;
-    return write_sharepoints(sharePoints_, context_, credentials, owner);
+    return write_sharepoints(sharePoints_, context_, credentials, owner_);
   }
   static Dictionary share(const std::string& name) {
     return {{"path", "/srv/" + name}, {"name", name}};
@@ -50,10 +41,18 @@ class SharePointWritingTest : public ModuleFixture {
     return texts;
   }
 
+  // The steps behind the exports file.
+  Names end() const {
+    Names steps{"doCommand paddock_vsp"};
+    steps.insert(steps.end(), synchronisation_.begin(), synchronisation_.end());
+    return steps;
+  }
+
   const Names synchronisation_{"run /usr/sbin/keelhouse", "doCommand paddock_nfs",
                                "run /usr/libexec/samba/synchronize-shares"};
   std::vector<SharePointRecord> sharePoints_;
   Context context_;
+  Advertiser owner_;
 };
 
 TEST_F(SharePointWritingTest, AnEmptyListStillWritesTheExportsFile) {
@@ -234,7 +233,7 @@ TEST_F(SharePointWritingTest, CredentialsOfAnyShapeDoNoHarm) {
 
 TEST_F(SharePointWritingTest, AnEmptyListTellsTheServicesOnce) {
   EXPECT_EQ(write({}), 0);
-  EXPECT_EQ(trace.sequence({"run", "doCommand"}), synchronisation_);
+  EXPECT_EQ(trace.sequence({"run", "doCommand"}), end());
 }
 
 TEST_F(SharePointWritingTest, TheServicesAreToldAfterEachDeletionAndOnceAtTheEnd) {
@@ -249,7 +248,7 @@ TEST_F(SharePointWritingTest, TheServicesAreToldAfterEachDeletionAndOnceAtTheEnd
   for (const char* step : {"newRecord c", "newRecord d", "replace /etc/exports"}) {
     expected.emplace_back(step);
   }
-  expected.insert(expected.end(), synchronisation_.begin(), synchronisation_.end());
+  for (const std::string& step : end()) expected.push_back(step);
   EXPECT_EQ(trace.sequence({"removeRecord", "newRecord", "replace", "run", "doCommand"}), expected);
 }
 
@@ -333,11 +332,25 @@ TEST_F(WritingExceptionTest, AnEarlierOneLeavesTheServicesUntold) {
   EXPECT_EQ(trace.sequence({"run", "doCommand"}), Names());
 }
 
+TEST_F(WritingExceptionTest, OneOfTheAdvertisementLeavesTheServicesUntold) {
+  trace.raiseFor("doCommand", "paddock_vsp", DirectoryError(EIO, "no sibling"));
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(sharePointNames(), (Names{"a"}));
+  EXPECT_EQ(trace.count("run"), 0U);
+  EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 5"}));
+}
+
+TEST_F(WritingExceptionTest, AnEarlierOneLeavesTheAdvertisementAsItIs) {
+  trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1);
+  EXPECT_EQ(write({share("a")}), 0);
+  EXPECT_EQ(trace.count("doCommand"), 0U);
+}
+
 TEST_F(WritingExceptionTest, OneOfTellingTheServicesIsLoggedWhenAllAreTold) {
   volumes.setError("/srv/a", EIO);
-  trace.raise("doCommand", std::runtime_error("no sibling"));
+  trace.raiseFor("doCommand", "paddock_nfs", std::runtime_error("no sibling"));
   EXPECT_EQ(write({share("a")}), CANNOT_SAVE_SHARE_POINT_ERR);
-  EXPECT_EQ(trace.sequence({"run", "doCommand"}), synchronisation_);
+  EXPECT_EQ(trace.sequence({"run", "doCommand"}), end());
   EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: no sibling"}));
 }
 

@@ -275,12 +275,10 @@ std::string pathOf(const std::string& line) { return line.substr(0, line.find(' 
 class FaultSweepTest : public FaultSweep {
  protected:
   void noteAfter(FaultWorld&) override {
-    // The exports file is written again at the end, just before the services are told.
-    const auto toldLast = std::find(cleanEffects_.rbegin(), cleanEffects_.rend(),
-                                    std::string("run /usr/sbin/keelhouse"));
-    if (toldLast != cleanEffects_.rend()) {
-      cleanEffects_.insert(std::prev(toldLast.base()), "replace /etc/exports");
-    }
+    // The exports file is written again at the end, before the advertisement is renewed.
+    const auto renewal =
+        std::find(cleanEffects_.begin(), cleanEffects_.end(), std::string("doCommand paddock_vsp"));
+    if (renewal != cleanEffects_.end()) cleanEffects_.insert(renewal, "replace /etc/exports");
   }
 
   void checkException(const Outcome& outcome, const FaultPlan& plan) const;

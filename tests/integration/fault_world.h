@@ -15,6 +15,7 @@
 #include "handler/sharing_request_handler.h"
 #include "platform/testing/fault_plan.h"
 #include "platform/testing/faulty_services.h"
+#include "platform/txt_record.h"
 #include "store/schema.h"
 #include "support/module_fixture.h"
 
@@ -39,6 +40,8 @@ struct Scenario {
   // does.
   std::string mayGo = {};
   std::string mayGoBy = {};
+  // Whether the first idle tick has come, and nothing failed then.
+  bool advertisesFirst = false;
 };
 
 // The folder that the request selects; empty for the whole server.
@@ -112,6 +115,9 @@ struct Outcome {
   bool raisedDirectoryError = false;
   std::vector<std::string> effects;  // what was changed, in order, as "operation subject"
   Snapshot left;
+  // The TXT records of the services that are advertised, before the request and after it.
+  std::vector<std::vector<std::string>> advertisedBefore;
+  std::vector<std::vector<std::string>> advertised;
 };
 
 // The module on fresh doubles, as a scenario prepares them.
@@ -126,14 +132,16 @@ class FaultWorld {
   ~FaultWorld() { resetSharedExportsParserForTesting(); }
 
   // Only calls that the plan lets through reach the trace.
-  Outcome run(FaultPlan& plan) {
+  const Outcome& run(FaultPlan& plan) {
     ServiceTrace trace;
     TracedServices traced(doubles.services(), trace);
     const FaultyServices faulty(traced.services(), plan);
     const ServicesGuard guard(faulty.services());
     SharingRequestHandler handler;
     handler.init();
-    Outcome outcome;
+    if (scenario_.advertisesFirst) tickUntouched(handler);
+    Outcome& outcome = last_.emplace();
+    outcome.advertisedBefore = advertised();
     try {
       outcome.reply = handler.performOperation(scenario_.operation, scenario_.request);
     } catch (const DirectoryError&) {
@@ -141,13 +149,16 @@ class FaultWorld {
     } catch (const std::exception& error) {
       ADD_FAILURE() << "left the operation: " << error.what();
     }
-    outcome.effects =
-        trace.sequence({"newRecord", "removeRecord", "setAttribute", "removeAttribute",
-                        "setAttributesAndValues", "insertLast", "removeItem", "replace",
-                        "doCommand", "run", "applyAttributes", "acl_set_file"});
+    outcome.effects = trace.sequence(
+        {"newRecord", "removeRecord", "setAttribute", "removeAttribute", "setAttributesAndValues",
+         "insertLast", "removeItem", "replace", "doCommand", "run", "applyAttributes",
+         "acl_set_file", "removeFile", "stop", "publish"});
     outcome.left = snapshotOf(doubles, scenario_);
+    outcome.advertised = advertised();
     return outcome;
   }
+  // What became of the last run.
+  const Outcome& last() const { return *last_; }
 
   // The error lines that begin with the text.
   std::vector<std::string> errorLines(const std::string& beginning) const {
@@ -168,7 +179,22 @@ class FaultWorld {
   ModuleDoubles doubles;
 
  private:
+  void tickUntouched(SharingRequestHandler& handler) {
+    const ServicesGuard guard(doubles.services());
+    handler.doIdleAtCount(1);
+  }
+
+  std::vector<std::vector<std::string>> advertised() const {
+    std::vector<std::vector<std::string>> records;
+    for (const auto& service : doubles.netServices.published()) {
+      std::vector<std::string>& strings = records.emplace_back();
+      if (service.txtRecord) stringsOfTxtRecord(*service.txtRecord, strings);
+    }
+    return records;
+  }
+
   const Scenario& scenario_;
+  std::optional<Outcome> last_;
 };
 
 }  // namespace paddock
