@@ -1,0 +1,212 @@
+// A directory server of the site behind the running daemon: mount records in it, its users in ACLs,
+// its passwords, and what becomes of requests when it is silent.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <set>
+
+#include "integration/keelhouse_fixture.h"
+#include "support/slapd_server.h"
+#include "wire/json.h"
+
+namespace paddock::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr const char* kNode = "/LDAP/site";
+constexpr const char* kPassword = "writer's";
+
+class KeelhouseLdap : public KeelhouseTree {
+ protected:
+  void SetUp() override {
+    KeelhouseTree::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    if (const std::string why = whyNoSlapd(); !why.empty()) GTEST_SKIP() << why;
+    slapd_.emplace();
+    slapd_->addPerson("writer", kPassword, true);
+    slapd_->addPerson("reader", "reader's", false);
+    tree_.configure("[[ldap]]\nname = \"site\"\nuri = \"" + slapd_->ldapiUri() + "\"\nbase = \"" +
+                    SlapdServer::kBase + "\"\nrecords_base = \"" + SlapdServer::kRecords +
+                    "\"\ntls = \"none\"\ntimeout = 1\n");
+    daemon_.emplace(tree_);
+    ASSERT_TRUE(daemon_->running()) << daemon_->log();
+  }
+
+  EndedProgram asWriter(std::vector<std::string> words) const {
+    words.insert(words.end(), {"--admin", "writer", "--admin-password-fd", "0"});
+    return keelhouse(std::move(words), kPassword + std::string("\n"));
+  }
+  // The mount records, as ldapsearch prints them; a long value is one line.
+  std::string mounts() const {
+    return slapd_->search({"-o", "ldif-wrap=no", "-b", SlapdServer::kRecords,
+                           "(paddockType=dsRecTypeStandard:Mounts)"});
+  }
+  // Users "userN" with the uid 70000 + N, whose full name is "User N of the site".
+  void addUsers(int count) {
+    std::string entries;
+    for (int number = 0; number < count; ++number) {
+      const std::string text = std::to_string(number);
+      entries += "dn: uid=user" + text + "," + SlapdServer::kPeople +
+                 "\nobjectClass: inetOrgPerson\nobjectClass: posixAccount\nuid: user" + text +
+                 "\ncn: User " + text + " of the site\nsn: " + text +
+                 "\nuidNumber: " + std::to_string(70000 + number) +
+                 "\ngidNumber: 70000\nhomeDirectory: /home/user" + text + "\n\n";
+    }
+    slapd_->add(entries);
+  }
+  // Gives the folder an entry for each of the first users, by uid.
+  Response writeAcl(const std::string& path, int count) const {
+    Array entries;
+    for (int number = 0; number < count; ++number)
+      entries.emplace_back(Dictionary{{"allowPermission", "YES"},
+                                      {"bitmap", 2},
+                                      {"flags", 0},
+                                      {"isUser", 0},
+                                      {"uniqueID", 70000 + number}});
+    return daemon_->post(
+        "/v1/paddock_sharing/writeSettings",
+        wire::writeJson(Dictionary{
+            {"optionalArguments", Dictionary{{"path", path}}},
+            {"configuration", Dictionary{{"fileAccessPrivs", Dictionary{{"acl", entries}}}}}}));
+  }
+  std::string whyNoLists() const {
+    const std::string path = folder_.path();
+    if (::setxattr(path.c_str(), "security.NTACL", "probe", 5, 0) != 0)
+      return std::string("security.NTACL cannot be written here: ") + std::strerror(errno);
+    ::removexattr(path.c_str(), "security.NTACL");
+    return {};
+  }
+
+  std::optional<SlapdServer> slapd_;
+  std::optional<RunningDaemon> daemon_;
+};
+
+TEST_F(KeelhouseLdap, TheNodeIsListedAndTried) {
+  EXPECT_THAT(done({"nodes"}), HasSubstr("/LDAP/site  writable  "));
+  EXPECT_EQ(daemon_->post("/v1/paddock_sharing/getDSNodes", "{}").body,
+            "{\"dsNodeArray\":[\"/Local\",\"/LDAP/site\"]}\n");
+  const EndedRun run = runToEnd(tree_, {"--root", tree_.root(), "--check-config", "--try-ldap"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.output, ::testing::StartsWith("/LDAP/site: writable, "));
+}
+
+TEST_F(KeelhouseLdap, AuthTellsWhoMayWriteThere) {
+  const auto authenticate = [&](const std::string& user, const std::string& password) {
+    return keelhouse({"auth", kNode, user}, password + "\n");
+  };
+  EXPECT_EQ(authenticate("writer", kPassword).output, "writer may change records on /LDAP/site.\n");
+  for (const auto& refused : {authenticate("writer", "wrong"), authenticate("reader", "reader's"),
+                              authenticate("nobody here", "x")}) {
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.error, HasSubstr("Permission denied"));
+  }
+  EXPECT_EQ(mounts(), "");
+  for (const std::string& text : {tree_.read("/var/log/paddock/audit.jsonl"), daemon_->log()})
+    EXPECT_THAT(text, AllOf(Not(HasSubstr(kPassword)), Not(HasSubstr("reader's"))));
+}
+
+TEST_F(KeelhouseLdap, AFolderIsSharedWithAMountRecordThatIsChangedAndRemoved) {
+  const std::string path = makeFolder("projects");
+  const auto added =
+      asWriter({"share", "add", path, "--automount", "/Network/Servers", "--node", kNode});
+  ASSERT_EQ(added.status, 0) << added.error;
+  EXPECT_THAT(mounts(), AllOf(HasSubstr(":" + path + "\n"), HasSubstr("/Network/Servers")));
+
+  const auto changed =
+      asWriter({"share", "set", path, "--automount", "/Network/Home", "--node", kNode});
+  ASSERT_EQ(changed.status, 0) << changed.error;
+  EXPECT_THAT(mounts(), AllOf(HasSubstr(":" + path + "\n"), HasSubstr("/Network/Home"),
+                              Not(HasSubstr("/Network/Servers"))));
+
+  const auto removed = asWriter({"share", "remove", path});
+  ASSERT_EQ(removed.status, 0) << removed.error;
+  EXPECT_EQ(mounts(), "");
+  EXPECT_EQ(done({"share", "list", "--json"}), "[]\n");
+}
+
+TEST_F(KeelhouseLdap, AnAccountThatMayNotWriteMakesNoMountRecord) {
+  const std::string path = makeFolder("projects");
+  const auto added = keelhouse({"share", "add", path, "--automount", "/Network/Servers", "--node",
+                                kNode, "--admin", "reader", "--admin-password-fd", "0"},
+                               "reader's\n");
+  EXPECT_EQ(added.status, 1);
+  EXPECT_EQ(mounts(), "");
+}
+
+TEST_F(KeelhouseLdap, UsersOfTheSiteAppearByNameInAnAcl) {
+  if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
+  const std::string path = makeFolder("projects");
+  addUsers(2);
+  ASSERT_EQ(writeAcl(path, 2).dictionary().integer("writeStatus"), 0);
+  const std::string shown = done({"acl", "show", path});
+  EXPECT_THAT(shown, AllOf(HasSubstr("User 0 of the site"), HasSubstr("User 1 of the site")));
+  // The GUID that the server made is the one in the list.
+  std::string uuid = slapd_->search({"-b", SlapdServer::kPeople, "(uid=user1)", "entryUUID"});
+  uuid = uuid.substr(uuid.find("entryUUID: ") + 11, 36);
+  for (char& character : uuid) character = static_cast<char>(std::toupper(character));
+  EXPECT_THAT(done({"acl", "show", path, "--json"}), HasSubstr("\"guid\": \"" + uuid + "\""));
+}
+
+TEST_F(KeelhouseLdap, UsersOfTheSiteAreTypedByName) {
+  if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
+  const std::string path = makeFolder("projects");
+  addUsers(1);
+  EXPECT_THAT(done({"acl", "set", path, "allow", "user:user0", "read"}),
+              HasSubstr("User 0 of the site"));
+  EXPECT_THAT(done({"acl", "remove", path, "user:user0"}), Not(HasSubstr("User 0 of the site")));
+  EXPECT_EQ(keelhouse({"acl", "set", path, "allow", "user:no-such-user", "read"}).status, 1);
+}
+
+TEST_F(KeelhouseLdap, AListOfManyUsersHasAllTheirNames) {
+  if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
+  constexpr int kCount = 60;  // about as many as the attribute of an inode holds
+  const std::string path = makeFolder("projects");
+  addUsers(kCount);
+  ASSERT_EQ(writeAcl(path, kCount).dictionary().integer("writeStatus"), 0);
+  const std::string shown = done({"acl", "show", path});
+  for (int number = 0; number < kCount; ++number)
+    EXPECT_THAT(shown, HasSubstr("User " + std::to_string(number) + " of the site\n"));
+}
+
+TEST_F(KeelhouseLdap, AServerThatIsSilentIsWaitedForOnceHoweverManyEntriesNameItsUsers) {
+  if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
+  const std::string path = makeFolder("projects");
+  addUsers(60);
+  ASSERT_EQ(writeAcl(path, 60).dictionary().integer("writeStatus"), 0);
+  slapd_->freeze();
+  const auto began = std::chrono::steady_clock::now();
+  const auto shown = keelhouse({"acl", "show", path});
+  // With a second for each entry it would be a minute.
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
+  EXPECT_EQ(shown.status, 1) << shown.output;
+  EXPECT_NE(shown.error, "");
+  const auto listed = keelhouse({"nodes"});
+  EXPECT_EQ(listed.status, 1);
+  EXPECT_THAT(listed.output, AllOf(HasSubstr("/Local      writable     "),
+                                   HasSubstr("/LDAP/site  unreachable  ")));
+  slapd_->thaw();
+}
+
+TEST_F(KeelhouseLdap, AServerThatIsGoneIsSaidAndTheLocalNodeGoesOn) {
+  slapd_->stop();
+  EXPECT_EQ(done({"record", "list", "users"}), "");
+  const auto listed = keelhouse({"nodes"});
+  EXPECT_EQ(listed.status, 1);
+  EXPECT_THAT(listed.output, HasSubstr("/LDAP/site  unreachable  "));
+  EXPECT_EQ(daemon_->post("/v1/paddock_sharing/getDSNodes", "{}").body,
+            "{\"dsNodeArray\":[\"/Local\"]}\n");
+  const auto refused = keelhouse({"auth", kNode, "writer"}, "x\n");
+  EXPECT_EQ(refused.status, 1);
+  const EndedRun run = runToEnd(tree_, {"--root", tree_.root(), "--check-config", "--try-ldap"});
+  EXPECT_EQ(run.status, 1);
+}
+
+}  // namespace
+}  // namespace paddock::testing
