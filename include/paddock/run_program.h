@@ -41,6 +41,22 @@ ProgramResult runProgram(const std::string& path, const std::vector<std::string>
 // too. Never throws for a program's sake.
 int startProgram(const std::string& path, const std::vector<std::string>& argumentVector);
 
+// How a program started that let go of this process.
+struct DetachedProgram {
+  int error = 0;        // 0, or the errno of making a process for it; nothing was then started
+  pid_t process = 0;    // the first child, which has ended
+  int detachError = 0;  // 0, or the errno that kept the child from detaching; nothing was started
+};
+
+// Starts the executable at the absolute path `path`, taken below the host's root, as daemon(3)
+// would make it: in a session of its own, no child of this process, its three standard streams on
+// /dev/null, no other descriptor open, default signal handlers, no signal blocked, and with an
+// empty environment. `argumentVector` is the whole of argv. Returns when it has let go. Whether it
+// then becomes the program is not known: it ends with status 1 when it cannot. Never throws for a
+// program's sake.
+DetachedProgram startDetachedProgram(const std::string& path,
+                                     const std::vector<std::string>& argumentVector);
+
 // Whether the process belongs to a program that `runProgram` is waiting for, itself or a child
 // of it in the same process group. The daemon keeps capacity for the requests of such a process.
 bool isRunningProgram(pid_t process);

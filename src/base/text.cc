@@ -1,7 +1,9 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <limits>
 
 namespace paddock {
 
@@ -61,6 +63,19 @@ std::optional<std::int64_t> parseInteger(std::string_view text) {
   const auto [stopped, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc{} || stopped != end) return std::nullopt;
   return number;
+}
+
+std::int32_t leadingInteger(std::string_view text) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  std::int64_t number = 0;
+  for (const char digit : text.substr(0, text.find_first_not_of("0123456789"))) {
+    number = std::min<std::int64_t>(number * 10 + (digit - '0'), std::int64_t{Limits::max()} + 1);
+  }
+  return static_cast<std::int32_t>(
+      std::min<std::int64_t>(negative ? -number : number, Limits::max()));
 }
 
 bool isValidUtf8(std::string_view text) {

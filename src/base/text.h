@@ -15,6 +15,10 @@ std::string asciiLower(std::string_view text);
 // does not fit.
 std::optional<std::int64_t> parseInteger(std::string_view text);
 
+// The number that the text begins with: white space, an optional sign and decimal digits; what
+// follows does not count. 0 when there is none, the nearest 32-bit number when it does not fit.
+std::int32_t leadingInteger(std::string_view text);
+
 // Whether the bytes are well-formed UTF-8 (RFC 3629: no surrogates, no overlong forms,
 // nothing above U+10FFFF). Empty text is.
 bool isValidUtf8(std::string_view text);

@@ -32,6 +32,11 @@ constexpr std::array kOperations = {
     OperationEntry{"writeSettings", true, &SharingRequestHandler::writeSettingsWithRequest},
     OperationEntry{"getDSNodes", false, &SharingRequestHandler::getDSNodesWithRequest},
     OperationEntry{"canAuthDSNode", true, &SharingRequestHandler::canAuthDSNodeWithRequest},
+    OperationEntry{"fileInheritACL", false, &SharingRequestHandler::fileInheritACLWithRequest},
+    OperationEntry{"startPropagate", true, &SharingRequestHandler::startPropagateWithRequest},
+    OperationEntry{"statusCopyPrivs", true, &SharingRequestHandler::statusCopyPrivsWithRequest},
+    OperationEntry{"getEffectivePerms", false,
+                   &SharingRequestHandler::getEffectivePermsWithRequest},
 };
 
 constexpr std::uint64_t kFirstTick = 1;

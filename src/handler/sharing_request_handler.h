@@ -63,6 +63,16 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
   // DirectoryError when there is no such node, or when it cannot be asked.
   Dictionary canAuthDSNodeWithRequest(const Dictionary& request);
 
+  // "acl": the entries that "path" would have under its parent folder's inheritable ones.
+  Dictionary fileInheritACLWithRequest(const Dictionary& request);
+  // Starts pushing what the six "prop..." flags select from the first of "paths" down. Reply:
+  // "path", "copyPrivsPid" and "copyPrivsStatusFile". Throws for an empty "paths".
+  Dictionary startPropagateWithRequest(const Dictionary& request);
+  // "status": what the run's status file says, when it says something.
+  Dictionary statusCopyPrivsWithRequest(const Dictionary& request);
+  // "bitmap": the permissions of the user "uid" on "path"; 0 when they cannot be found out.
+  Dictionary getEffectivePermsWithRequest(const Dictionary& request);
+
   std::shared_ptr<NetService> netService() const override;
   void setNetService(std::shared_ptr<NetService> service) override;
   std::mutex& renewalMutex() override { return renewalMutex_; }

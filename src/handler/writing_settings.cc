@@ -15,7 +15,6 @@ constexpr const char* kCredentialsKey = "dsCredentials";
 constexpr const char* kWriteStatusKey = "writeStatus";
 constexpr const char* kReadErrorKey = "readError";
 constexpr const char* kWriteErrorKey = "writeError";
-constexpr const char* kErrorKey = "error";
 
 const Dictionary& dictionaryOrEmpty(const Dictionary* dictionary) {
   static const Dictionary empty;

@@ -12,12 +12,15 @@
 #include "platform/linux/linux_host_name.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/linux/linux_metadata_stores.h"
+#include "platform/linux/linux_privileged_objects.h"
 #include "platform/linux/linux_shared_file_list.h"
+#include "platform/linux/linux_status_files.h"
 #include "platform/linux/linux_text_files.h"
 #include "platform/linux/linux_uuid_source.h"
 #include "platform/linux/linux_volume_info.h"
 #include "platform/linux/silent_net_services.h"
 #include "platform/services.h"
+#include "wire/property_list.h"
 
 namespace paddock {
 
@@ -73,6 +76,13 @@ LinuxDirectoryOptions directoryOptions(Clock& clock, Logger& logger) {
   return options;
 }
 
+std::optional<Dictionary> readStatusFile(std::string_view text) {
+  std::string error;
+  const auto value = wire::parsePropertyList(text, error);
+  const Dictionary* dictionary = value ? value->dictionary() : nullptr;
+  return dictionary != nullptr ? std::optional(*dictionary) : std::nullopt;
+}
+
 }  // namespace
 
 struct InstalledServices::Parts {
@@ -93,6 +103,8 @@ struct InstalledServices::Parts {
   HostProgramRunner programRunner;
   HostPluginCommands pluginCommands;
   std::unique_ptr<NetServices> netServices = makeNetServices(logger);
+  LinuxPrivilegedObjects privilegedObjects{privileges.fileAcls()};
+  LinuxStatusFiles statusFiles{host().root(), readStatusFile};
   LinuxMetadataStores metadataStores{
       {.path = hostPath(kMetadataStoresPath), .logger = &logger, .clock = &clock}};
   ServicesGuard guard{services()};
@@ -118,6 +130,8 @@ struct InstalledServices::Parts {
     all.textFiles = &textFiles;
     all.metadataStores = &metadataStores;
     all.netServices = netServices.get();
+    all.privilegedObjects = &privilegedObjects;
+    all.statusFiles = &statusFiles;
     all.indexingCommand = indexingCommand();
     all.exportsPath = hostPath(all.exportsPath);
     const Value* checker = volumesKey("quota_checker");

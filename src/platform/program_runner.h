@@ -1,6 +1,7 @@
 // The run-a-program operation of the host.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,17 @@ struct ProgramOutcome {
   friend bool operator==(const ProgramOutcome&, const ProgramOutcome&) = default;
 };
 
+// How a detached program started. Its number is that of a process that has ended: the one that let
+// go of the program.
+struct DetachedStart {
+  int error = 0;         // 0, or the errno of fork(2); nothing was then started
+  std::int32_t pid = 0;  // of the first child
+  // 0, or the errno that kept the child from detaching; the program was then not started. What
+  // keeps a detached child from becoming the program is not known.
+  int detachError = 0;
+};
+
+// Paths of programs are the system's; the runner takes them below the host's root.
 class ProgramRunner {
  public:
   virtual ~ProgramRunner() = default;
@@ -27,6 +39,14 @@ class ProgramRunner {
   // it. `argumentVector` is the whole of argv, argv[0] included. The program goes on when this
   // process ends.
   virtual int start(const std::string& path, const std::vector<std::string>& argumentVector) = 0;
+  // Starts it as a daemon(3) of its own, with an empty environment and its three standard streams
+  // on /dev/null, and returns when it has let go. `argumentVector` as for `start`.
+  virtual DetachedStart startDetached(const std::string& path,
+                                      const std::vector<std::string>& argumentVector) = 0;
+  // Whether there is a file at the absolute path of a program.
+  virtual bool exists(const std::string& path) = 0;
+  // Signal 0 to a process, as kill(2) takes its number: 0 or an errno.
+  virtual int probe(std::int64_t process) = 0;
 };
 
 }  // namespace paddock

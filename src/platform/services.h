@@ -24,9 +24,11 @@ class Membership;
 class MetadataStores;
 class NetServices;
 class PluginCommands;
+class PrivilegedObjects;
 class ProgramRunner;
 class QuotaControl;
 class SharedFileLists;
+class StatusFiles;
 class TextFiles;
 class UuidSource;
 class VolumeInfo;
@@ -50,6 +52,8 @@ struct Services {
   BrowserInformationService* browserInformation = nullptr;
   MetadataStores* metadataStores = nullptr;
   NetServices* netServices = nullptr;
+  PrivilegedObjects* privilegedObjects = nullptr;
+  StatusFiles* statusFiles = nullptr;
   std::string exportsPath = "/etc/exports";
   // For the program runner, which takes it below the host's root.
   std::string quotaCheckerPath = "/sbin/quotacheck";

@@ -8,16 +8,6 @@
 namespace paddock {
 namespace {
 
-acl::Entry entryOf(int tag, const std::optional<Guid>& guid, acl::Permission permissions,
-                   acl::Flag flags = 0) {
-  acl::Entry entry;
-  entry.tag = tag;
-  entry.qualifier = guid;
-  entry.permset.permissions = permissions;
-  entry.flagset.flags = flags;
-  return entry;
-}
-
 class GetAclTest : public PrivilegesFixture {
  protected:
   Status get(const std::string& path = kFolder) { return get_acl(path, entries_); }

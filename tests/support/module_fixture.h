@@ -27,7 +27,9 @@
 #include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_membership.h"
 #include "platform/testing/in_memory_metadata_stores.h"
+#include "platform/testing/in_memory_privileged_objects.h"
 #include "platform/testing/in_memory_shared_file_list.h"
+#include "platform/testing/in_memory_status_files.h"
 #include "platform/testing/in_memory_text_files.h"
 #include "platform/testing/recording_logger.h"
 #include "platform/testing/recording_net_services.h"
@@ -73,6 +75,8 @@ struct ModuleDoubles {
   InMemoryFileTree tree;
   InMemoryFileAttributes fileAttributes{tree, accounts};
   InMemoryAcl acl{tree};
+  InMemoryPrivilegedObjects privilegedObjects{tree, acl};
+  InMemoryStatusFiles statusFiles;
   InMemoryMetadataStores stores;
   RecordingNetServices netServices;
   // Quota files and markers are real files: a test names a real folder.
@@ -95,6 +99,8 @@ struct ModuleDoubles {
     all.accounts = &accounts;
     all.fileAttributes = &fileAttributes;
     all.acl = &acl;
+    all.privilegedObjects = &privilegedObjects;
+    all.statusFiles = &statusFiles;
     all.metadataStores = &stores;
     all.netServices = &netServices;
     all.quotaControl = &quotaControl;
@@ -149,6 +155,8 @@ class ModuleFixture : public ::testing::Test {
   InMemoryAccounts& accounts = doubles_.accounts;
   InMemoryFileTree& tree = doubles_.tree;
   InMemoryAcl& acl = doubles_.acl;
+  InMemoryPrivilegedObjects& privilegedObjects = doubles_.privilegedObjects;
+  InMemoryStatusFiles& statusFiles = doubles_.statusFiles;
   InMemoryMetadataStores& stores = doubles_.stores;
   RecordingNetServices& netServices = doubles_.netServices;
   FakeQuotaControl& quotaControl = doubles_.quotaControl;

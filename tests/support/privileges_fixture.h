@@ -20,7 +20,10 @@
 #include "platform/testing/in_memory_file_attributes.h"
 #include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_membership.h"
+#include "platform/testing/in_memory_privileged_objects.h"
+#include "platform/testing/in_memory_status_files.h"
 #include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_program_runner.h"
 
 namespace paddock {
 
@@ -44,7 +47,20 @@ class PrivilegesFixture : public ::testing::Test {
     all.accounts = &accounts;
     all.fileAttributes = &fileAttributes;
     all.acl = &acl;
+    all.privilegedObjects = &privilegedObjects;
+    all.statusFiles = &statusFiles;
+    all.programRunner = &programs;
     return all;
+  }
+
+  static acl::Entry entryOf(int tag, const std::optional<Guid>& guid, acl::Permission permissions,
+                            acl::Flag flags = 0) {
+    acl::Entry entry;
+    entry.tag = tag;
+    entry.qualifier = guid;
+    entry.permset.permissions = permissions;
+    entry.flagset.flags = flags;
+    return entry;
   }
 
   // The result of `work` while the `nth` call named `call` fails with `error`.
@@ -99,6 +115,9 @@ class PrivilegesFixture : public ::testing::Test {
   InMemoryFileTree tree;
   InMemoryFileAttributes fileAttributes{tree, accounts};
   InMemoryAcl acl{tree};
+  InMemoryPrivilegedObjects privilegedObjects{tree, acl};
+  InMemoryStatusFiles statusFiles;
+  RecordingProgramRunner programs;
 
  private:
   ServicesGuard guard_{doubles()};

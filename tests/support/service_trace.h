@@ -423,8 +423,9 @@ class TracedPluginCommands : public PluginCommands {
   ServiceTrace& trace_;
 };
 
-// Operations: run, start; subject: the path, detail: the arguments with a blank between them. A
-// number is the errno of starting the program.
+// Operations: run, start, startDetached; subject: the path, detail: the arguments with a blank
+// between them; a number is the errno of starting the program. probe (subject: the process);
+// programExists, which a number makes say no.
 class TracedProgramRunner : public ProgramRunner {
  public:
   TracedProgramRunner(ProgramRunner& runner, ServiceTrace& trace)
@@ -440,6 +441,19 @@ class TracedProgramRunner : public ProgramRunner {
   int start(const std::string& path, const std::vector<std::string>& argumentVector) override {
     const int number = trace_.before("start", path, joined(argumentVector));
     return number != 0 ? number : runner_.start(path, argumentVector);
+  }
+  DetachedStart startDetached(const std::string& path,
+                              const std::vector<std::string>& argumentVector) override {
+    const int number = trace_.before("startDetached", path, joined(argumentVector));
+    if (number == 0) return runner_.startDetached(path, argumentVector);
+    return {.error = number, .pid = 0, .detachError = 0};
+  }
+  bool exists(const std::string& path) override {
+    return trace_.before("programExists", path) == 0 && runner_.exists(path);
+  }
+  int probe(std::int64_t process) override {
+    const int number = trace_.before("probe", std::to_string(process));
+    return number != 0 ? number : runner_.probe(process);
   }
 
  private:

@@ -1,6 +1,13 @@
 #include "platform/host/host_services.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <limits>
+
 #include "paddock/bundle_manager.h"
+#include "paddock/host.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
@@ -16,6 +23,23 @@ ProgramOutcome HostProgramRunner::run(const std::string& path,
 int HostProgramRunner::start(const std::string& path,
                              const std::vector<std::string>& argumentVector) {
   return startProgram(path, argumentVector);
+}
+
+DetachedStart HostProgramRunner::startDetached(const std::string& path,
+                                               const std::vector<std::string>& argumentVector) {
+  const DetachedProgram program = startDetachedProgram(path, argumentVector);
+  return {program.error, program.process, program.detachError};
+}
+
+bool HostProgramRunner::exists(const std::string& path) {
+  return ::access(hostPath(path).c_str(), F_OK) == 0;
+}
+
+int HostProgramRunner::probe(std::int64_t process) {
+  if (process < std::numeric_limits<pid_t>::min() || process > std::numeric_limits<pid_t>::max()) {
+    return ESRCH;
+  }
+  return ::kill(static_cast<pid_t>(process), 0) == 0 ? 0 : errno;
 }
 
 Dictionary HostPluginCommands::doCommand(const std::string& bundle, const Dictionary& command,

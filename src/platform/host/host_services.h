@@ -11,6 +11,10 @@ class HostProgramRunner : public ProgramRunner {
  public:
   ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override;
   int start(const std::string& path, const std::vector<std::string>& argumentVector) override;
+  DetachedStart startDetached(const std::string& path,
+                              const std::vector<std::string>& argumentVector) override;
+  bool exists(const std::string& path) override;
+  int probe(std::int64_t process) override;
 };
 
 class HostPluginCommands : public PluginCommands {

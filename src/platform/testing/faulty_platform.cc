@@ -55,6 +55,46 @@ int FaultyProgramRunner::start(const std::string& path,
   return fails("programRunner.start") ? error() : wrapped().start(path, argumentVector);
 }
 
+DetachedStart FaultyProgramRunner::startDetached(const std::string& path,
+                                                 const std::vector<std::string>& argumentVector) {
+  if (!fails("programRunner.startDetached")) return wrapped().startDetached(path, argumentVector);
+  return {.error = error(), .pid = 0, .detachError = 0};
+}
+
+bool FaultyProgramRunner::exists(const std::string& path) {
+  return !fails("programRunner.exists") && wrapped().exists(path);
+}
+
+int FaultyProgramRunner::probe(std::int64_t process) {
+  return fails("programRunner.probe") ? error() : wrapped().probe(process);
+}
+
+int FaultyPrivilegedObjects::open(const std::string& path,
+                                  std::unique_ptr<PrivilegedObject>& object) {
+  if (!fails("privilegedObjects.open")) return wrapped().open(path, object);
+  object = nullptr;
+  return error();
+}
+
+int FaultyStatusFiles::create(const std::string& pathTemplate, std::string& path) {
+  if (!fails("statusFiles.create")) return wrapped().create(pathTemplate, path);
+  path.clear();
+  return error();
+}
+
+bool FaultyStatusFiles::exists(const std::string& path) {
+  return !fails("statusFiles.exists") && wrapped().exists(path);
+}
+
+std::optional<Dictionary> FaultyStatusFiles::read(const std::string& path) {
+  if (fails("statusFiles.read")) return std::nullopt;
+  return wrapped().read(path);
+}
+
+int FaultyStatusFiles::remove(const std::string& path) {
+  return fails("statusFiles.remove") ? error() : wrapped().remove(path);
+}
+
 Dictionary FaultyPluginCommands::doCommand(const std::string& bundle, const Dictionary& command,
                                            const std::string& module,
                                            const std::optional<std::string>& user) {

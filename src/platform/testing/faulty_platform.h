@@ -1,6 +1,7 @@
 // The services that report failure by number, failing as a FaultPlan says. See faulty_services.h.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,8 +12,10 @@
 #include "platform/host_name.h"
 #include "platform/membership.h"
 #include "platform/plugin_commands.h"
+#include "platform/privileged_object.h"
 #include "platform/program_runner.h"
 #include "platform/quota_control.h"
+#include "platform/status_files.h"
 #include "platform/testing/fault_plan.h"
 #include "platform/text_file.h"
 #include "platform/volume_info.h"
@@ -62,6 +65,25 @@ class FaultyProgramRunner : public FaultyForwarder<ProgramRunner> {
   using FaultyForwarder::FaultyForwarder;
   ProgramOutcome run(const std::string& path, const std::vector<std::string>& arguments) override;
   int start(const std::string& path, const std::vector<std::string>& argumentVector) override;
+  DetachedStart startDetached(const std::string& path,
+                              const std::vector<std::string>& argumentVector) override;
+  bool exists(const std::string& path) override;
+  int probe(std::int64_t process) override;
+};
+
+class FaultyPrivilegedObjects : public FaultyForwarder<PrivilegedObjects> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) override;
+};
+
+class FaultyStatusFiles : public FaultyForwarder<StatusFiles> {
+ public:
+  using FaultyForwarder::FaultyForwarder;
+  int create(const std::string& pathTemplate, std::string& path) override;
+  bool exists(const std::string& path) override;
+  std::optional<Dictionary> read(const std::string& path) override;
+  int remove(const std::string& path) override;
 };
 
 class FaultyPluginCommands : public FaultyForwarder<PluginCommands> {

@@ -28,6 +28,8 @@ struct FaultyServices::Wrappers {
   std::optional<FaultyBrowserInformation> browserInformation;
   std::optional<FaultyMetadataStores> metadataStores;
   std::optional<FaultyNetServices> netServices;
+  std::optional<FaultyPrivilegedObjects> privilegedObjects;
+  std::optional<FaultyStatusFiles> statusFiles;
 };
 
 namespace {
@@ -56,6 +58,8 @@ FaultyServices::FaultyServices(Services wrapped, FaultPlan& plan)
   wrap(services_.browserInformation, wrappers_->browserInformation, plan);
   wrap(services_.metadataStores, wrappers_->metadataStores, plan);
   wrap(services_.netServices, wrappers_->netServices, plan);
+  wrap(services_.privilegedObjects, wrappers_->privilegedObjects, plan);
+  wrap(services_.statusFiles, wrappers_->statusFiles, plan);
 }
 
 FaultyServices::~FaultyServices() = default;

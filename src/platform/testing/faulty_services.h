@@ -4,9 +4,9 @@
 //   membership       the plan's error and a GUID or id of zero
 //   volumeInfo       the plan's error and nothing
 //   hostName         the plan's error and an empty name
-//   programRunner    the plan's error as the status of starting it; nothing runs
-//   pluginCommands   an empty reply; the plug-in is not asked
-//   sharedFileLists  no list, no item inserted, the plan's error from a removal, an item that
+//   programRunner    the plan's error as the status of starting it; nothing runs; `exists` says
+//   false pluginCommands   an empty reply; the plug-in is not asked sharedFileLists  no list, no
+//   item inserted, the plan's error from a removal, an item that
 //                    cannot be resolved, an empty snapshot
 //   textFiles        the plan's error, nothing read, written or removed; `exists` says false
 //   accounts         the plan's error and an id of zero or an empty name
@@ -17,6 +17,9 @@
 //   metadataStores   the plan's error, nothing read or written
 //   netServices      a TXT record that is not taken, a service that is not published and whose
 //                    delegate is told so
+//   privilegedObjects  the plan's error and no object
+//   statusFiles      the plan's error or no dictionary, nothing made or removed; `exists`
+//                    says false
 //
 // The logger, the clock and the UUIDs have no way to fail and are passed on as they are.
 #pragma once

@@ -1,8 +1,10 @@
 // A program runner that runs nothing: it keeps what it was asked and answers what it was told.
 #pragma once
 
+#include <cerrno>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,6 +37,24 @@ class RecordingProgramRunner : public ProgramRunner {
   // What `start` answers from now on.
   void setStartError(int error) { startError_ = error; }
 
+  // What is started detached is kept with its whole argument vector; a program that is missing is
+  // one that `setMissing` names.
+  DetachedStart startDetached(const std::string& path,
+                              const std::vector<std::string>& argumentVector) override {
+    detached_.push_back({path, argumentVector});
+    return detachedStart_;
+  }
+  const std::vector<Run>& detached() const { return detached_; }
+  void setDetachedStart(const DetachedStart& start) { detachedStart_ = start; }
+  bool exists(const std::string& path) override { return missing_.count(path) == 0; }
+  void setMissing(const std::string& path) { missing_.insert(path); }
+  int probe(std::int64_t process) override {
+    probed_.push_back(process);
+    return probeError_;
+  }
+  const std::vector<std::int64_t>& probed() const { return probed_; }
+  void setProbeError(int error) { probeError_ = error; }
+
   // What the program at `path` does from now on.
   void setProgram(const std::string& path, Program program) {
     programs_[path] = std::move(program);
@@ -49,12 +69,18 @@ class RecordingProgramRunner : public ProgramRunner {
   void clear() {
     runs_.clear();
     started_.clear();
+    detached_.clear();
   }
 
  private:
   std::vector<Run> runs_;
   std::vector<Run> started_;
   int startError_ = 0;
+  std::vector<Run> detached_;
+  DetachedStart detachedStart_{.error = 0, .pid = 4711, .detachError = 0};
+  std::set<std::string> missing_;
+  std::vector<std::int64_t> probed_;
+  int probeError_ = ESRCH;
   std::map<std::string, Program> programs_;
   ProgramOutcome otherwise_;
 };

@@ -1,0 +1,114 @@
+// The operations that push privileges down a folder, follow such a run, and compute inherited ACLs
+// and effective permissions.
+#include <array>
+#include <stdexcept>
+
+#include "handler/request_keys.h"
+#include "handler/sharing_request_handler.h"
+#include "privileges/acl_manipulation.h"
+#include "privileges/effective_permissions.h"
+#include "privileges/inherit_parent_acl.h"
+#include "privileges/propagation.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr const char* kPathsKey = "paths";
+constexpr const char* kAclKey = "acl";
+constexpr const char* kStatusKey = "status";
+constexpr const char* kUidKey = "uid";
+constexpr const char* kBitmapKey = "bitmap";
+
+struct Selection {
+  const char* key;
+  PropagationMask bit;
+};
+
+constexpr std::array<Selection, 6> kSelections = {{{"propOwnerName", kSetOwner},
+                                                   {"propGroupName", kSetGroup},
+                                                   {"propOwnerPerm", kSetOwnerPermissions},
+                                                   {"propGroupPerm", kSetGroupPermissions},
+                                                   {"propWorldPerm", kSetOtherPermissions},
+                                                   {"propACL", kSetInheritedEntries}}};
+
+// Deliberate: 1 alone selects, not every number but 0.
+PropagationMask selectionMask(const Dictionary& request) {
+  PropagationMask mask = 0;
+  for (const Selection& selection : kSelections) {
+    if (request.integer(selection.key) == 1) mask |= selection.bit;
+  }
+  return mask;
+}
+
+// The first of "paths"; null when there are none, or it is no text.
+const std::string* firstPath(const Dictionary& request) {
+  const Array* paths = request.array(kPathsKey);
+  if (paths == nullptr) return nullptr;
+  if (paths->empty()) throw std::out_of_range("\"paths\" is an empty array: it has no first path");
+  return paths->front().string();
+}
+
+void copyFromContext(const Context& context, const char* key, Dictionary& reply) {
+  reply.set(key, context.get(key));
+}
+
+std::string textOf(const std::string* text) { return text != nullptr ? *text : std::string(); }
+
+}  // namespace
+
+Dictionary SharingRequestHandler::fileInheritACLWithRequest(const Dictionary& request) {
+  Dictionary reply;
+  const std::lock_guard lock(*gSettingsDictLock);
+  Array entries;
+  const Status status = inherit_parent_ACL(textOf(request.string(kPathKey)), entries);
+  if (status == kSuccess) {
+    reply.set(kAclKey, std::move(entries));
+  } else {
+    reply.set(kErrorKey, sharing_error_string(status));
+  }
+  return reply;
+}
+
+Dictionary SharingRequestHandler::startPropagateWithRequest(const Dictionary& request) {
+  Dictionary reply;
+  const std::lock_guard lock(*gSettingsDictLock);
+  const std::string* path = firstPath(request);
+  const Status status = path != nullptr
+                            ? start_propagate_privs(context(), *path, selectionMask(request))
+                            : Status{CANNOT_PROPAGATE_PRIVS_ERR};
+  if (status != kSuccess) {
+    reply.set(kErrorKey, sharing_error_string(status));
+    return reply;
+  }
+  reply.set(kPathKey, *path);
+  copyFromContext(context(), kCopyPrivsPidKey, reply);
+  copyFromContext(context(), kCopyPrivsStatusFileKey, reply);
+  return reply;
+}
+
+Dictionary SharingRequestHandler::statusCopyPrivsWithRequest(const Dictionary& request) {
+  Dictionary reply;
+  const std::lock_guard lock(*gSettingsDictLock);
+  std::optional<Dictionary> found;
+  const Status status = get_copyprivs_status(context(), request.find(kCopyPrivsPidKey), found,
+                                             textOf(request.string(kCopyPrivsStatusFileKey)));
+  if (found) reply.set(kStatusKey, std::move(*found));
+  if (status != kSuccess) reply.set(kErrorKey, sharing_error_string(status));
+  return reply;
+}
+
+Dictionary SharingRequestHandler::getEffectivePermsWithRequest(const Dictionary& request) {
+  Dictionary reply;
+  const std::lock_guard lock(*gSettingsDictLock);
+  const std::string* path = request.string(kPathKey);
+  std::int32_t bitmap = 0;
+  const auto uid = static_cast<std::uint32_t>(request.integer(kUidKey).value_or(0));
+  // Deliberate: its status is not reported.
+  if (path != nullptr) (void)get_effective_permissions(*path, uid, bitmap);
+  reply.set(kBitmapKey, bitmap);
+  if (path != nullptr) reply.set(kPathKey, *path);
+  return reply;
+}
+
+}  // namespace paddock

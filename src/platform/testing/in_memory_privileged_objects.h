@@ -1,0 +1,75 @@
+// Objects of an InMemoryFileTree whose privileges are changed; owners are kept by number.
+#pragma once
+
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "platform/privileged_object.h"
+#include "platform/testing/in_memory_acl.h"
+#include "platform/testing/in_memory_file_tree.h"
+
+namespace paddock {
+
+class InMemoryPrivilegedObjects : public PrivilegedObjects {
+ public:
+  struct Owners {
+    std::uint32_t uid = 0;
+    std::uint32_t gid = 0;
+    friend bool operator==(const Owners&, const Owners&) = default;
+  };
+
+  // Tree and ACLs outlive this object.
+  InMemoryPrivilegedObjects(InMemoryFileTree& tree, InMemoryAcl& acl) : tree_(tree), acl_(acl) {}
+
+  int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) override {
+    object = nullptr;
+    InMemoryFileTree::Object* found = nullptr;
+    const int error = tree_.resolve(path, found);
+    if (error == 0) object = std::make_unique<Object>(*this, path);
+    return error;
+  }
+
+  Owners& owners(const std::string& path) { return owners_[path]; }
+
+ private:
+  class Object : public PrivilegedObject {
+   public:
+    Object(InMemoryPrivilegedObjects& all, std::string path) : all_(all), path_(std::move(path)) {}
+
+    acl::List* getAcl() override { return all_.acl_.acl_get_file(path_, acl::kTypeExtended); }
+    int setAcl(acl::List* list) override {
+      return all_.acl_.acl_set_file(path_, acl::kTypeExtended, list);
+    }
+    int changeOwner(std::uint32_t uid, std::uint32_t gid) override {
+      Owners& owners = all_.owners_[path_];
+      if (uid != kUnchanged) owners.uid = uid;
+      if (gid != kUnchanged) owners.gid = gid;
+      return 0;
+    }
+    int readMode(mode_t& mode) override {
+      InMemoryFileTree::Object* found = nullptr;
+      const int error = all_.tree_.resolve(path_, found);
+      mode = error == 0 ? found->attributes.permissions.value_or(0) : 0;
+      return error;
+    }
+    int changeMode(mode_t mode) override {
+      InMemoryFileTree::Object* found = nullptr;
+      const int error = all_.tree_.resolve(path_, found);
+      if (error == 0) found->attributes.permissions = mode & 07777U;
+      return error;
+    }
+
+   private:
+    InMemoryPrivilegedObjects& all_;
+    std::string path_;
+  };
+
+  InMemoryFileTree& tree_;
+  InMemoryAcl& acl_;
+  std::map<std::string, Owners> owners_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,49 @@
+// Status files in memory. A path that is there without a dictionary is a file that holds none, and
+// is never removed.
+#pragma once
+
+#include <cerrno>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "platform/status_files.h"
+
+namespace paddock {
+
+class InMemoryStatusFiles : public StatusFiles {
+ public:
+  int create(const std::string& pathTemplate, std::string& path) override {
+    path.clear();
+    if (createError_ != 0) return createError_;
+    std::string number = std::to_string(++made_);
+    number.insert(0, 6 - number.size(), '0');
+    path = pathTemplate.substr(0, pathTemplate.size() - number.size()) + number;
+    files_[path] = std::nullopt;
+    return 0;
+  }
+  bool exists(const std::string& path) override { return files_.count(path) != 0; }
+  std::optional<Dictionary> read(const std::string& path) override {
+    const auto file = files_.find(path);
+    return file != files_.end() ? file->second : std::nullopt;
+  }
+  int remove(const std::string& path) override {
+    if (!read(path)) return EPERM;
+    files_.erase(path);
+    return 0;
+  }
+
+  // What the program that the file was made for writes into it; nothing: no dictionary.
+  void write(const std::string& path, std::optional<Dictionary> contents) {
+    files_[path] = std::move(contents);
+  }
+  void erase(const std::string& path) { files_.erase(path); }
+  void setCreateError(int error) { createError_ = error; }
+
+ private:
+  std::map<std::string, std::optional<Dictionary>> files_;
+  int made_ = 0;
+  int createError_ = 0;
+};
+
+}  // namespace paddock

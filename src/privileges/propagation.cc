@@ -1,0 +1,103 @@
+#include "privileges/propagation.h"
+
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+#include "platform/program_runner.h"
+#include "platform/services.h"
+#include "platform/status_files.h"
+#include "privileges/bundle_programs.h"
+#include "privileges/module_logger.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr int kPriorityOfFailedStart = 11;
+constexpr int kPriorityOfMissingProgram = 3;
+constexpr const char* kStatusFileTemplate = "/tmp/CopyPrivsTemp.XXXXXX";
+constexpr const char* kStatusKey = "status";
+constexpr const char* kCompleted = "completed";
+
+void log(int priority, const std::string& text) {
+  get_logger("launch_propagate_command").log(priority, text);
+}
+
+void remember(Context& context, std::int32_t process, const std::string& statusFile) {
+  context.set(kCopyPrivsPidKey, process);
+  context.set(kCopyPrivsActiveKey, true);
+  context.set(kCopyPrivsStatusFileKey, statusFile);
+  context.set(Context::kDirtyKey, true);
+}
+
+void retire(Context& context) {
+  context.remove(kCopyPrivsActiveKey);
+  context.remove(kCopyPrivsPidKey);
+  context.remove(kCopyPrivsStatusFileKey);
+  context.set(Context::kDirtyKey, true);
+}
+
+// Deliberate: a process that is not there counts as running, since the one that is kept has always
+// ended already.
+bool mayBeRunning(const Value* process) {
+  const int error = services().programRunner->probe(readInteger(process).value_or(0));
+  return error == 0 || error == EPERM || error == ESRCH;
+}
+
+bool isCompleted(const Dictionary& status) {
+  const std::string* text = status.string(kStatusKey);
+  return text != nullptr && *text == kCompleted;
+}
+
+}  // namespace
+
+Status start_propagate_privs(Context& context, const std::string& path, PropagationMask mask) {
+  return launch_propagate_command(context, path, mask) == -1 ? CANNOT_PROPAGATE_PRIVS_ERR
+                                                             : kSuccess;
+}
+
+std::int32_t launch_propagate_command(Context& context, const std::string& path,
+                                      PropagationMask mask) {
+  ProgramRunner& programs = *services().programRunner;
+  const std::string program = kCopyPrivsPath;
+  if (!programs.exists(program)) {
+    log(kPriorityOfMissingProgram,
+        "Cannot propagate permissions because " + program + " executable is missing");
+    return -1;
+  }
+  std::string statusFile;
+  if (services().statusFiles->create(kStatusFileTemplate, statusFile) != 0) return -1;
+  const DetachedStart start = programs.startDetached(
+      program, {"CopyPrivs", "-p", path, "-f", std::to_string(mask), "-s", statusFile});
+  if (start.error != 0) {
+    log(kPriorityOfFailedStart, "paddock_sharing: cannot fork(" + program +
+                                    "): " + sharing_error_string(start.error) + "\n");
+    return -1;
+  }
+  if (start.detachError != 0) {
+    log(kPriorityOfFailedStart, "paddock_sharing: child #" + std::to_string(start.pid) +
+                                    " cannot daemonize(" + program +
+                                    "): " + sharing_error_string(start.detachError) + "\n");
+  }
+  remember(context, start.pid, statusFile);
+  return start.pid;
+}
+
+Status get_copyprivs_status(Context& context, const Value* process,
+                            std::optional<Dictionary>& status, const std::string& statusFile) {
+  status.reset();
+  const bool running = mayBeRunning(process);
+  StatusFiles& files = *services().statusFiles;
+  if (!files.exists(statusFile)) {
+    retire(context);
+    return COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR;
+  }
+  status = files.read(statusFile);
+  const bool completed = status && isCompleted(*status);
+  if (completed) (void)files.remove(statusFile);
+  if (completed || !running) retire(context);
+  return kSuccess;
+}
+
+}  // namespace paddock
