@@ -1,6 +1,7 @@
 // The operations that push privileges down a folder, follow such a run, and compute inherited ACLs
 // and effective permissions.
 #include <array>
+#include <limits>
 #include <stdexcept>
 
 #include "handler/request_keys.h"
@@ -53,6 +54,11 @@ void copyFromContext(const Context& context, const char* key, Dictionary& reply)
   reply.set(key, context.get(key));
 }
 
+// A larger number would otherwise ask for somebody else, root among them.
+bool isUserId(std::int64_t number) {
+  return number >= 0 && number <= std::numeric_limits<std::uint32_t>::max();
+}
+
 std::string textOf(const std::string* text) { return text != nullptr ? *text : std::string(); }
 
 }  // namespace
@@ -103,9 +109,11 @@ Dictionary SharingRequestHandler::getEffectivePermsWithRequest(const Dictionary&
   const std::lock_guard lock(*gSettingsDictLock);
   const std::string* path = request.string(kPathKey);
   std::int32_t bitmap = 0;
-  const auto uid = static_cast<std::uint32_t>(request.integer(kUidKey).value_or(0));
+  const std::int64_t uid = request.integer(kUidKey).value_or(0);
   // Deliberate: its status is not reported.
-  if (path != nullptr) (void)get_effective_permissions(*path, uid, bitmap);
+  if (path != nullptr && isUserId(uid)) {
+    (void)get_effective_permissions(*path, static_cast<std::uint32_t>(uid), bitmap);
+  }
   reply.set(kBitmapKey, bitmap);
   if (path != nullptr) reply.set(kPathKey, *path);
   return reply;

@@ -135,17 +135,22 @@ TEST_F(PropagationOperations, EffectivePermissionsAreTheBitmap) {
 }
 
 TEST_F(PropagationOperations, AUserIdIsReadAsANumber) {
-  const std::vector<std::pair<Value, const char*>> cases = {{"502", "502"},
-                                                            {true, "1"},
-                                                            {4294967295LL, "4294967295"},
-                                                            {2147483648LL, "2147483648"},
-                                                            {-2, "4294967294"}};
+  const std::vector<std::pair<Value, const char*>> cases = {
+      {"502", "502"}, {true, "1"}, {4294967295LL, "4294967295"}, {2147483648LL, "2147483648"}};
   for (const auto& [uid, text] : cases) {
     effective({{"path", "/srv/a"}, {"uid", uid}});
     EXPECT_EQ(programs.runs().back().arguments[3], text);
   }
   effective({{"path", "/srv/a"}});
   EXPECT_EQ(programs.runs().back().arguments[3], "0");
+}
+
+TEST_F(PropagationOperations, ANumberThatIsNoUserIdHasNoPermissions) {
+  for (const Value& uid : {Value(-1), Value(4294967296LL), Value("-2")}) {
+    EXPECT_EQ(effective({{"path", "/srv/a"}, {"uid", uid}}),
+              (Dictionary{{"bitmap", 0}, {"path", "/srv/a"}}));
+  }
+  EXPECT_TRUE(programs.runs().empty());
 }
 
 TEST_F(PropagationOperations, FailuresOfEffectivePermissionsAreNotReported) {

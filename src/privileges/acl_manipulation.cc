@@ -81,6 +81,8 @@ Walk collect(acl::Entry* entry, bool includeInherited, InheritableACL**& last) {
   if (!isInheritable(*flags, includeInherited)) return Walk::goOn;
   int tag = acl::kUndefinedTag;
   if (service().acl_get_tag_type(entry, tag) != 0) return Walk::end;
+  // An entry of a kind that this system does not make cannot be made below either.
+  if (tag != acl::kExtendedAllow && tag != acl::kExtendedDeny) return Walk::goOn;
   const auto permissions = permissionsOf(entry);
   if (!permissions) return Walk::fail;
   InheritableACL* node = AllocInheritableACL();
@@ -217,8 +219,13 @@ acl::List* listToExtend(PrivilegedObject& object) {
   return service().acl_init(1);
 }
 
+void logFailure(const char* name, int error) {
+  services().logger->log(kLogError, std::string("Could not set ACL permissions for ") + name +
+                                        ", error: " + sharing_error_string(error));
+}
+
 // False with errno when a call failed.
-bool appendInheritedEntries(PrivilegedObject& object, const FirstLevel& first, int kind) {
+bool SetInheritedACL(PrivilegedObject& object, const FirstLevel& first, int kind) {
   const ReleasedAcl list(listToExtend(object));
   if (!list) return false;
   if (service().acl_valid(list.get()) != 0) return true;
@@ -228,13 +235,9 @@ bool appendInheritedEntries(PrivilegedObject& object, const FirstLevel& first, i
   return object.setAcl(list.get()) == 0;
 }
 
-void SetInheritedACL(PrivilegedObject& object, const char* name, const PrivsToSet& privs,
-                     int kind) {
-  const FirstLevel first = firstWithEntries(privs.composite);
-  if (first.level == nullptr || appendInheritedEntries(object, first, kind)) return;
-  const std::string text = sharing_error_string(errno);
-  services().logger->log(
-      kLogError, std::string("Could not set ACL permissions for ") + name + ", error: " + text);
+bool hasEntriesToSet(const PrivsToSet& privs) {
+  return (privs.what & kSetInheritedEntries) != 0 &&
+         firstWithEntries(privs.composite).level != nullptr;
 }
 
 }  // namespace
@@ -261,7 +264,11 @@ int GetInheritableACL(const char* path, InheritableACL** head, std::int32_t incl
 void SetInheritedPrivs(const char* path, const PrivsToSet* privs, int kind) {
   std::unique_ptr<PrivilegedObject> object;
   const int error = services().privilegedObjects->open(path, object);
-  if (error == 0) SetInheritedPrivs(*object, path, *privs, kind);
+  if (error == 0) {
+    SetInheritedPrivs(*object, path, *privs, kind);
+  } else if (hasEntriesToSet(*privs)) {
+    logFailure(path, error);
+  }
 }
 
 }  // extern "C"
@@ -283,7 +290,8 @@ void SetInheritedPrivs(PrivilegedObject& object, const char* name, const PrivsTo
   if (entries) removeInheritedEntries(object);
   changeOwners(object, privs);
   changeMode(object, privs, kind);
-  if (entries) SetInheritedACL(object, name, privs, kind);
+  if (!hasEntriesToSet(privs)) return;
+  if (!SetInheritedACL(object, firstWithEntries(privs.composite), kind)) logFailure(name, errno);
 }
 
 }  // namespace paddock

@@ -153,6 +153,13 @@ TEST_F(AclManipulation, InheritedEntriesAreLeftOutUnlessAskedFor) {
   EXPECT_THAT(inheritable(true), ElementsAre(node(1, kBoth | acl::kInherited), node(2, kBoth)));
 }
 
+TEST_F(AclManipulation, AnEntryThatNeitherAllowsNorDeniesIsPassedOver) {
+  store({entryOf(acl::kForeignTag, guidNumber(1), 2, kBoth),
+         entryOf(kExtendedAllow, guidNumber(2), 2, kBoth)});
+  EXPECT_THAT(inheritable(), ElementsAre(node(2, kBoth)));
+  EXPECT_EQ(result_, 0);
+}
+
 TEST_F(AclManipulation, AnEntryWithoutAReadableQualifierFlagSetOrTagEndsTheCollection) {
   for (const char* call :
        {"acl.acl_get_qualifier", "acl.acl_get_flagset_np", "acl.acl_get_tag_type"}) {
@@ -443,6 +450,17 @@ TEST_F(AclManipulation, AListThatCannotBeReadIsNotReplaced) {
   EXPECT_EQ(object.written, 0);
   EXPECT_EQ(errorLines(),
             (Lines{{kLogError, "Could not set ACL permissions for x, error: Input/output error"}}));
+}
+
+TEST_F(AclManipulation, AnObjectThatIsNotThereIsLoggedWhenItWasToGetEntries) {
+  tree.remove(kFolder);
+  setEntries({{}});
+  set(kSetOwner, kDirectoryKind, {{node(1, kBoth)}});
+  EXPECT_TRUE(logger.lines().empty());
+  setEntries({{node(1, kBoth)}});
+  EXPECT_EQ(errorLines(), (Lines{{kLogError,
+                                  "Could not set ACL permissions for /srv/folder, "
+                                  "error: No such file or directory"}}));
 }
 
 using AclManipulationDeathTest = AclManipulation;
