@@ -1,4 +1,5 @@
 // Reads an ACL of 128 entries whose principals all have records among many others, again and again.
+// They are other principals each time, so that no answer is one that was kept.
 //
 //   bench_acl FOLDER RECORDS RUNS
 //
@@ -32,22 +33,28 @@ paddock::Guid guidOf(int number) {
   return guid;
 }
 
-// Every path has the same ACL, its principals spread over the records.
-class OneAcl : public paddock::acl::AclCalls {
+// The ACL of the path N is that of the run N.
+class ManyAcls : public paddock::acl::AclCalls {
  public:
-  explicit OneAcl(int records) : records_(records) {}
+  explicit ManyAcls(int records) : records_(records) {}
 
-  paddock::acl::List* acl_get_file(const std::string&, int) override {
+  paddock::acl::List* acl_get_file(const std::string& path, int) override {
     paddock::acl::List* list = acl_init(kEntries);
     for (int number = 0; number < kEntries; ++number) {
       paddock::acl::Entry* entry = nullptr;
       acl_create_entry(list, entry);
       acl_set_tag_type(entry, paddock::acl::kExtendedAllow);
-      acl_set_qualifier(entry, guidOf(number * (records_ / kEntries)));
+      acl_set_qualifier(entry, guidOf(principal(2 * std::stoi(path), number)));
     }
     return list;
   }
   int acl_set_file(const std::string&, int, paddock::acl::List*) override { return -1; }
+
+  // One of the entries' principals, which are spread over the records: each step of the offset
+  // makes all of them others.
+  int principal(int offset, int entry) const {
+    return (entry * (records_ / kEntries) + offset) % records_;
+  }
 
  private:
   int records_;
@@ -71,9 +78,9 @@ long long timeOf(Step step) {
   return std::chrono::nanoseconds(Clock::now() - began).count();
 }
 
-void readAcl() {
+void readAcl(int run) {
   paddock::Array entries;
-  if (paddock::get_acl("/", entries) != 0 || entries.size() != kEntries ||
+  if (paddock::get_acl(std::to_string(run), entries) != 0 || entries.size() != kEntries ||
       entries.back().dictionary()->integer("isUser") != 0)
     throw std::runtime_error("the ACL cannot be read");
 }
@@ -89,14 +96,14 @@ void measure(const std::string& folder, int records, int runs) {
   paddock::LinuxDirectoryService directory(
       {.databasePath = folder + "/directory.sqlite", .pam = std::nullopt});
   addUsers(directory, records);
-  OneAcl acl(records);
+  ManyAcls acl(records);
   paddock::Services services;
   services.directory = &directory;
   services.acl = &acl;
   const paddock::ServicesGuard guard(services);
   for (int run = 0; run < runs; ++run) {
-    const int number = run % kEntries * (records / kEntries);
-    std::cout << timeOf(readAcl) << ' ' << timeOf([&] { search(number); }) << '\n';
+    const int number = acl.principal(2 * run + 1, run % kEntries);
+    std::cout << timeOf([&] { readAcl(run); }) << ' ' << timeOf([&] { search(number); }) << '\n';
   }
 }
 

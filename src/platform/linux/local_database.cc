@@ -37,6 +37,8 @@ void LocalDatabase::open(std::chrono::milliseconds timeout) {
   file_ = file;
   identity_ = identity;
   store_ = std::move(store);
+  answers_.clear();
+  isOpenFile();  // looks at it
 }
 
 void LocalDatabase::noteFailure(const DirectoryError& error) {
@@ -45,9 +47,31 @@ void LocalDatabase::noteFailure(const DirectoryError& error) {
   if (!isSoundSqliteError(status)) store_.reset();
 }
 
-bool LocalDatabase::isOpenFile() const {
-  struct stat status {};
-  return ::stat(path_.c_str(), &status) == 0 && file_ == FileIdentity{status.st_dev, status.st_ino};
+bool LocalDatabase::isOpenFile() {
+  return ::stat(path_.c_str(), &seen_) == 0 && file_ == FileIdentity{seen_.st_dev, seen_.st_ino};
+}
+
+DatabaseState LocalDatabase::stateOf(LocalStore& store) const {
+  const auto nanoseconds = [](const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  };
+  return {{seen_.st_dev, seen_.st_ino},
+          seen_.st_size,
+          nanoseconds(seen_.st_mtim),
+          nanoseconds(seen_.st_ctim),
+          store.connection().changeMark()};
+}
+
+Array LocalDatabase::recordsWithValue(const std::vector<std::string>& types,
+                                      const std::string& attribute, const std::string& value) {
+  return use([&](LocalStore& store) {
+    const std::string key = KeptAnswers::keyOf(types, attribute, value);
+    const DatabaseState before = stateOf(store);
+    if (auto kept = answers_.find(before, key)) return std::move(*kept);
+    Array found = store.recordsWithValue(types, attribute, value);
+    if (isOpenFile()) answers_.keep(before, stateOf(store), key, found);
+    return found;
+  });
 }
 
 }  // namespace paddock

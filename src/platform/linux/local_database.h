@@ -2,14 +2,19 @@
 // service and, one at a time, by every thread.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "base/value.h"
 #include "platform/directory.h"
+#include "platform/linux/kept_answers.h"
 #include "platform/linux/local_store.h"
 #include "platform/linux/lock_patience.h"
 #include "platform/linux/sqlite_file.h"
@@ -47,6 +52,11 @@ class LocalDatabase {
     }
   }
 
+  // LocalStore's `recordsWithValue` as by `use`; the same search of an unchanged database is
+  // answered from what was found before.
+  Array recordsWithValue(const std::vector<std::string>& types, const std::string& attribute,
+                         const std::string& value);
+
   // Counts the directories that were found at the path; read it inside `use`. A record's number
   // means nothing in another generation.
   std::uint64_t generation() const { return generation_; }
@@ -72,13 +82,17 @@ class LocalDatabase {
   LocalStore& opened();
   void open(std::chrono::milliseconds timeout);
   void noteFailure(const DirectoryError& error);
-  bool isOpenFile() const;
+  bool isOpenFile();
+  DatabaseState stateOf(LocalStore& store) const;
 
   const std::string path_;
   AccountListener accountListener_;
   std::mutex mutex_;
   std::unique_ptr<LocalStore> store_;
   LockPatience patience_;
+  KeptAnswers answers_;
+  // What was seen of the file at the path when it was looked at last.
+  struct stat seen_ {};
   // The file that was opened last, and the identity of the directory in it.
   FileIdentity file_;
   std::string identity_;

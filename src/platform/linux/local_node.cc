@@ -78,8 +78,7 @@ class LocalNode final : public LocalDirectoryNode {
                            const std::string& value, MatchType matchType) override {
     requireKnown(matchType);
     if (!isDirectoryText(value) || !isDirectoryText(attribute)) return {};
-    return database().use(
-        [&](LocalStore& store) { return store.recordsWithValue(types, attribute, value); });
+    return database().recordsWithValue(types, attribute, value);
   }
 
   Array findRecordNames(const std::string& name, const std::vector<std::string>& attributes,

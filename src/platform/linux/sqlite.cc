@@ -193,18 +193,18 @@ std::string_view SqliteStatement::text(int column) const {
 
 SqliteTransaction::SqliteTransaction(SqliteConnection& connection, Kind kind)
     : connection_(connection) {
-  connection_.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
+  connection_.statement(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN").run();
 }
 
 SqliteTransaction::~SqliteTransaction() {
   if (!connection_.inTransaction()) return;
   try {
-    connection_.execute("ROLLBACK");
+    connection_.statement("ROLLBACK").run();
   } catch (const DirectoryError&) {  // NOLINT(bugprone-empty-catch)
     // The next opening of the file rolls back from its journal; the first error is what counts.
   }
 }
 
-void SqliteTransaction::commit() { connection_.execute("COMMIT"); }
+void SqliteTransaction::commit() { connection_.statement("COMMIT").run(); }
 
 }  // namespace paddock
