@@ -219,10 +219,10 @@ void ExtraUsers::work(LocalStore& store, const Seen& seen) {
   Run run(options_, sources_);
   run.work(store);
   seen_ = seen;
-  report(std::move(run.troubles), std::move(run.remarks));
+  report(run.troubles, std::move(run.remarks));
 }
 
-void ExtraUsers::report(std::set<std::string> troubles, std::set<std::string> remarks) {
+void ExtraUsers::report(const std::set<std::string>& troubles, std::set<std::string> remarks) {
   const auto pause = troubles.empty() ? std::chrono::seconds(kLookAgain) : kRetry;
   nextLook_ = options_.clock->monotonicNow() + pause;
   // A run that came to an end early knows no better than the one before.

@@ -33,7 +33,7 @@ namespace paddock {
 
 struct ExtraUsersOptions {
   std::string folder;
-  // A file in a folder that others cannot reach.
+  // Made with the mode 0600, so that nobody else can hold the lock.
   std::string lockPath;
   // The caller keeps them alive.
   Clock* clock = nullptr;
@@ -76,7 +76,7 @@ class ExtraUsers {
   // What is looked at before the work, so that what changes meanwhile is found the next time.
   Seen look(LocalStore& store, std::uint64_t generation) const;
   void work(LocalStore& store, const Seen& seen);
-  void report(std::set<std::string> troubles, std::set<std::string> remarks);
+  void report(const std::set<std::string>& troubles, std::set<std::string> remarks);
   static void logNew(Logger& logger, int priority, const std::set<std::string>& now,
                      std::set<std::string>& before);
 
