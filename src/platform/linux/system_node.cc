@@ -50,12 +50,17 @@ std::vector<SystemRecord> matching(const std::string& type, const std::string& a
   return records;
 }
 
-Dictionary answer(const SystemRecord& record,
-                  const std::function<bool(const std::string&)>& wanted) {
-  Dictionary dictionary;
-  for (const auto& [attribute, values] : record)
-    if (wanted(attribute)) dictionary.set(attribute, valueArray(values));
-  return dictionary;
+Dictionary answer(SystemRecord record, const std::function<bool(const std::string&)>& wanted) {
+  std::vector<Dictionary::Entry> entries;
+  entries.reserve(record.size());
+  for (auto& [attribute, values] : record) {
+    if (!wanted(attribute)) continue;
+    Array array;
+    array.reserve(values.size());
+    for (std::string& value : values) array.emplace_back(std::move(value));
+    entries.push_back({std::move(attribute), std::move(array)});
+  }
+  return *Dictionary::fromEntries(std::move(entries));  // a record has each attribute once
 }
 
 // A record as it was when it was found.
@@ -104,8 +109,8 @@ class SystemNode final : public DirectoryNode {
     Array answers;
     for (const char* type : {schema::kUsers, schema::kGroups}) {
       if (std::find(types.begin(), types.end(), type) == types.end()) continue;
-      for (const SystemRecord& record : matching(type, attribute, value))
-        answers.emplace_back(answer(record, [](const std::string&) { return true; }));
+      for (SystemRecord& record : matching(type, attribute, value))
+        answers.emplace_back(answer(std::move(record), [](const std::string&) { return true; }));
     }
     return answers;
   }
@@ -119,10 +124,10 @@ class SystemNode final : public DirectoryNode {
     };
     const bool all = has(kAttributesAll);
     Array answers;
-    for (const SystemRecord& record :
+    for (SystemRecord& record :
          name == kRecordsAll ? systemRecords(type) : matching(type, schema::kRecordName, name))
-      answers.emplace_back(
-          answer(record, [&](const std::string& attribute) { return all || has(attribute); }));
+      answers.emplace_back(answer(
+          std::move(record), [&](const std::string& attribute) { return all || has(attribute); }));
     return answers;
   }
 
