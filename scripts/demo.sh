@@ -66,6 +66,7 @@ demo_cleanup() {
     kill -TERM "$daemon" 2>/dev/null || true
     wait "$daemon" || true
   fi
+  drop_network
   drop_volume
   [ -z "${work:-}" ] || rm -rf -- "$work"
 }
@@ -126,6 +127,7 @@ demo_set_up() {
   PATH=$T/usr/sbin:$PATH
   export T F
   make_volume
+  make_network
 }
 
 demo_start() {
@@ -329,6 +331,7 @@ demo_finish() {
   demo_heading "Clean up"
   local pid=$daemon
   stop_daemon
+  drop_network
   drop_volume
   rm -rf -- "$work"
   if kill -0 "$pid" 2>/dev/null || [ -e "$work" ]; then demo_fail "something is left"; fi
@@ -344,7 +347,10 @@ command_demo() {
   . "$project/scripts/install.sh"
   # shellcheck source=scripts/demo_smb.sh
   . "$project/scripts/demo_smb.sh"
+  # shellcheck source=scripts/demo_dnssd.sh
+  . "$project/scripts/demo_dnssd.sh"
   build release
+  local bus='' avahi='' network=''
   local smb_starter='' smb_server='' smb_port='' SMB=''
   local work='' daemon='' status=0 output='' T='' F='' V='' heading='' began=$SECONDS
   local left_out=()
@@ -356,6 +362,7 @@ command_demo() {
   demo_nfs_server
   demo_curl
   demo_change
+  demo_dns_sd
   demo_privileges
   demo_index
   demo_quota
