@@ -29,6 +29,10 @@ class NobodyHasAName : public paddock::Accounts {
  public:
   int getpwnam(const std::string&, std::uint32_t&) override { return ENOENT; }
   int getgrnam(const std::string&, std::uint32_t&) override { return ENOENT; }
+  int getgrnam_r(const std::string&, std::size_t, std::uint32_t& gid) override {
+    gid = 0;
+    return ENOENT;
+  }
   int getpwuid(std::uint32_t, std::string&) override { return ENOENT; }
   int getgrgid(std::uint32_t, std::string&) override { return ENOENT; }
 };

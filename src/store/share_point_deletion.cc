@@ -58,8 +58,8 @@ void delete_sharepoint(const std::string& identifier, const Array& credentials) 
   if (MDConfigWrappers::isIndexingEnabledAtPath(identifier)) {
     MDConfigWrappers::setIsIndexingEnabled(false, identifier);
   }
-  // Deliberate: once for every deletion, however many a request has.
   (void)delete_backup_marker_for_path(identifier);
+  // Deliberate: once for every deletion, however many a request has.
   sync_share_point_services();
 }
 
