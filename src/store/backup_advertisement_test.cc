@@ -24,6 +24,8 @@ using ::testing::SizeIs;
 using Names = std::vector<std::string>;
 
 constexpr const char* kSys = "sys=waMa=0,adVF=0x100";
+// U+202E, in two parts, so that it turns no line of this file around.
+const std::string kRightToLeft = std::string("\xE2\x80") + "\xAE";
 
 class BackupAdvertisementTest : public ModuleFixture {
  protected:
@@ -138,15 +140,8 @@ TEST_F(BackupAdvertisementTest, TheNumbersDigitsCountToo) {
 }
 
 TEST_F(BackupAdvertisementTest, HostileNamesAreOneStringEachByteForByte) {
-  const Names names = {"a\nb\r\t\x01\x7F",
-                       "\"quo'te\\",
-                       "comma,adVU=x",
-                       "100%s%n%@",
-                       "\xF0\x9F\x98\x80",
-                       "\xE2\x80\xAE"
-                       "abc",
-                       "a=b",
-                       " "};
+  const Names names = {"a\nb\r\t\x01\x7F", "\"quo'te\\",         "comma,adVU=x", "100%s%n%@",
+                       "\xF0\x9F\x98\x80", kRightToLeft + "abc", "a=b",          " "};
   Names expected = {kSys};
   for (std::size_t number = 0; number < names.size(); ++number) {
     addDestination("s" + std::to_string(number), names[number]);
