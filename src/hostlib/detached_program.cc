@@ -131,6 +131,7 @@ DetachedProgram startDetachedProgram(const std::string& path,
   if (!writing) return failed(errno);
   std::vector<std::string> texts = argumentVector;
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   const std::array<char*, 1> empty{nullptr};
