@@ -83,8 +83,7 @@ TEST_F(PrincipalsTest, thatNobodyKnowsAreAnError) {
   answerNoRecord();
   const auto [status, text] = refusalOf("user:no-such-zoe");
   EXPECT_EQ(status, ExitStatus::failed);
-  EXPECT_EQ(text,
-            "there is no user no-such-zoe, neither on this host nor in a directory node");
+  EXPECT_EQ(text, "there is no user no-such-zoe, neither on this host nor in a directory node");
 }
 
 TEST_F(PrincipalsTest, areAnErrorWhenTheDirectoryCannotBeAsked) {
