@@ -27,7 +27,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 constexpr std::uint32_t kAnna = 5001;
 constexpr std::uint32_t kBert = 5002;

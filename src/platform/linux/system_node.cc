@@ -50,7 +50,8 @@ std::vector<SystemRecord> matching(const std::string& type, const std::string& a
   return records;
 }
 
-Dictionary answer(SystemRecord record, const std::function<bool(const std::string&)>& wanted) {
+// Takes the record apart.
+Dictionary answer(SystemRecord&& record, const std::function<bool(const std::string&)>& wanted) {
   std::vector<Dictionary::Entry> entries;
   entries.reserve(record.size());
   for (auto& [attribute, values] : record) {
@@ -74,7 +75,7 @@ class HostRecord final : public DirectoryRecord {
     return names;
   }
   Dictionary getAllAttributesAndValues() const override {
-    return answer(record_, [](const std::string&) { return true; });
+    return answer(SystemRecord(record_), [](const std::string&) { return true; });
   }
   Array getAttribute(const std::string& attribute) const override {
     for (const auto& candidate : record_)

@@ -22,7 +22,7 @@ class InMemoryStatusFiles : public StatusFiles {
     files_[path] = std::nullopt;
     return 0;
   }
-  bool exists(const std::string& path) override { return files_.count(path) != 0; }
+  bool exists(const std::string& path) override { return files_.contains(path); }
   std::optional<Dictionary> read(const std::string& path) override {
     const auto file = files_.find(path);
     return file != files_.end() ? file->second : std::nullopt;

@@ -46,7 +46,7 @@ class RecordingProgramRunner : public ProgramRunner {
   }
   const std::vector<Run>& detached() const { return detached_; }
   void setDetachedStart(const DetachedStart& start) { detachedStart_ = start; }
-  bool exists(const std::string& path) override { return missing_.count(path) == 0; }
+  bool exists(const std::string& path) override { return !missing_.contains(path); }
   void setMissing(const std::string& path) { missing_.insert(path); }
   int probe(std::int64_t process) override {
     probed_.push_back(process);
