@@ -5,8 +5,6 @@ namespace paddock {
 namespace {
 
 using ::testing::AnyOf;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Cut = CuttingProxy::Cut;
 
 struct Operation {

@@ -14,7 +14,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Lt;
 using ::testing::Not;
 using Seconds = std::chrono::duration<double>;
 

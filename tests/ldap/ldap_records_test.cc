@@ -7,12 +7,10 @@
 namespace paddock {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using ::testing::UnorderedElementsAre;
 
 class LdapRecordsTest : public LdapTest {
  protected:

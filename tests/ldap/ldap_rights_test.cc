@@ -14,7 +14,6 @@
 namespace paddock {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // A service of these nodes, installed for the module's workers.
