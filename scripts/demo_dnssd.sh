@@ -58,7 +58,7 @@ make_network() {
 
 drop_network() {
   local pid
-  for pid in $avahi $bus; do
+  for pid in ${avahi:-} ${bus:-}; do
     kill -TERM "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
   done
@@ -82,21 +82,25 @@ is_advertised() { browse 2>/dev/null | grep '^=' | grep -qF "$1"; }
 is_not_advertised() { ! is_advertised "$1"; }
 
 demo_dns_sd() {
-  demo_heading "Offer it for backups: the network sees it over DNS-SD"
+  demo_heading "Offer a folder for backups: the network sees it over DNS-SD"
   if [ -z "$network" ]; then
     leave_out "it takes root, and the packages dbus-daemon, avahi-daemon, avahi-utils and iproute2"
     return
   fi
-  step 'keelhouse share set "$F" --backup'
+  # A folder of its own: the backup group gets an entry in its list.
+  # shellcheck disable=SC2034
+  local B=$work/Backups
+  mkdir -- "$B"
+  step 'keelhouse share add "$B" --backup'
   expect_status 0
-  wait_until "Avahi does not see the backup share point" is_advertised "adVN=Summer photos"
+  wait_until "Avahi does not see the backup share point" is_advertised "adVN=Backups"
   step 'avahi-browse --resolve --parsable --no-db-lookup --terminate _adisk._tcp'
   expect_text "demo-server.local"
   expect_text ";311;"
-  expect_text "dk0=adVN=Summer photos,adVF=0xa1,adVU="
-  step 'keelhouse share set "$F" --no-backup'
+  expect_text "dk0=adVN=Backups,adVF=0xa1,adVU="
+  step 'keelhouse share remove "$B"'
   expect_status 0
-  wait_until "Avahi still sees the backup share point" is_not_advertised "adVN=Summer photos"
+  wait_until "Avahi still sees the backup share point" is_not_advertised "adVN=Backups"
   step 'avahi-browse --resolve --parsable --no-db-lookup --terminate _adisk._tcp'
   expect_no_text "adVN"
 }
