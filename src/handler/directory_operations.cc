@@ -5,17 +5,6 @@
 
 namespace paddock {
 
-namespace {
-
-// Empty where the request has none: no node has an empty path, and an empty name or password
-// authenticates nowhere.
-std::string textOf(const Dictionary& request, const char* key) {
-  const std::string* text = request.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
-}  // namespace
-
 Dictionary SharingRequestHandler::getDSNodesWithRequest(const Dictionary&) {
   Dictionary reply;
   const std::lock_guard lock(*gSettingsDictLock);
@@ -29,6 +18,7 @@ Dictionary SharingRequestHandler::canAuthDSNodeWithRequest(const Dictionary& req
   Dictionary reply;
   const std::lock_guard lock(*gSettingsDictLock);
   bool canAuth = false;
+  // No node has an empty path, and an empty name or password authenticates nowhere.
   const Status status = auth_ds_node(textOf(request, "dsNodeName"), textOf(request, "dsAdminName"),
                                      textOf(request, "dsAdminPW"), canAuth);
   reply.set("canAuth", canAuth);

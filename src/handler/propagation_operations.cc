@@ -59,15 +59,13 @@ bool isUserId(std::int64_t number) {
   return number >= 0 && number <= std::numeric_limits<std::uint32_t>::max();
 }
 
-std::string textOf(const std::string* text) { return text != nullptr ? *text : std::string(); }
-
 }  // namespace
 
 Dictionary SharingRequestHandler::fileInheritACLWithRequest(const Dictionary& request) {
   Dictionary reply;
   const std::lock_guard lock(*gSettingsDictLock);
   Array entries;
-  const Status status = inherit_parent_ACL(textOf(request.string(kPathKey)), entries);
+  const Status status = inherit_parent_ACL(textOf(request, kPathKey), entries);
   if (status == kSuccess) {
     reply.set(kAclKey, std::move(entries));
   } else {
@@ -98,7 +96,7 @@ Dictionary SharingRequestHandler::statusCopyPrivsWithRequest(const Dictionary& r
   const std::lock_guard lock(*gSettingsDictLock);
   std::optional<Dictionary> found;
   const Status status = get_copyprivs_status(context(), request.find(kCopyPrivsPidKey), found,
-                                             textOf(request.string(kCopyPrivsStatusFileKey)));
+                                             textOf(request, kCopyPrivsStatusFileKey));
   if (found) reply.set(kStatusKey, std::move(*found));
   if (status != kSuccess) reply.set(kErrorKey, sharing_error_string(status));
   return reply;

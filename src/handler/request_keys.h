@@ -24,4 +24,10 @@ inline const std::string* requestPath(const Dictionary& request) {
   return arguments != nullptr ? arguments->string(kPathKey) : nullptr;
 }
 
+// The text of a key; empty where the request has none.
+inline std::string textOf(const Dictionary& request, const char* key) {
+  const std::string* text = request.string(key);
+  return text != nullptr ? *text : std::string();
+}
+
 }  // namespace paddock
