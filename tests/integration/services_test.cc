@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "integration/services_fixture.h"
 #include "support/own_mounts.h"
@@ -166,6 +167,24 @@ TEST_F(Services, AUnitIsAskedOfTheSystemctlBelowTheRoot) {
   addScript("/usr/bin/systemctl", note("systemctl $*"));
   EXPECT_EQ(done({"command", "vsp:command", "=", "getState"}), "vsp:state = \"RUNNING\"\n");
   EXPECT_THAT(calls(), AllOf(Not(IsEmpty()), Each("systemctl is-active --quiet -- vspd.service")));
+}
+
+// The advertisement asks whether VSP runs: at the end of a write, and once at the first idle tick.
+TEST_F(Services, AreToldAfterTheAdvertisementAtTheEndAndBeforeItOfEachDeletion) {
+  addScript("/usr/bin/systemctl", note("advertisement"));
+  startDaemon("state = \"unit:vspd.service\"\n");
+  const auto deadline = steady_clock::now() + std::chrono::seconds(60);
+  while (calls().empty() && steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_THAT(calls(), ElementsAre("advertisement"));
+  forgetCalls();
+  writtenList({share("/srv/a"), share("/srv/b")});
+  EXPECT_THAT(calls(), ElementsAre("advertisement", "vsp", "nfs -ra", "smb"));
+  forgetCalls();
+  writtenList({share("/srv/c"), deletion("/srv/a"), deletion("/srv/b")});
+  EXPECT_THAT(calls(), ElementsAre("vsp", "nfs -ra", "smb", "vsp", "nfs -ra", "smb",
+                                   "advertisement", "vsp", "nfs -ra", "smb"));
 }
 
 // Every operation with every key missing, of a wrong type and empty.
