@@ -57,17 +57,19 @@ std::string includeFileText(const std::vector<const SharePoint*>& shares,
 IncludeFile::IncludeFile(TextFiles& files, const std::string& root)
     : files_(files), folder_(root + "/etc/samba"), path_(folder_ + "/paddock-shares.conf") {}
 
-bool IncludeFile::bringUpToDate(const std::string& text) {
+bool IncludeFile::isUpToDate(const std::string& text) const {
   std::string present;
   const int unreadable = files_.read(path_, present);
-  if (unreadable == 0 && present == text) return false;
   // What is too large to be read is not that text.
   if (unreadable != 0 && unreadable != ENOENT && unreadable != EFBIG)
     throw systemError(unreadable, "cannot read", path_);
+  return unreadable == 0 && present == text;
+}
+
+void IncludeFile::replace(const std::string& text) {
   std::filesystem::create_directories(folder_);
   if (const int error = files_.replace(path_, text); error != 0)
     throw systemError(error, "cannot write", path_);
-  return true;
 }
 
 }  // namespace paddock::synchronizer

@@ -19,9 +19,10 @@ class IncludeFile {
   // The one below `root`.
   IncludeFile(TextFiles& files, const std::string& root);
 
-  // Makes `text` the file's content, and makes its folder, when it is missing. False when it was
-  // that already and nothing was written. Throws std::system_error; the file is as it was then.
-  bool bringUpToDate(const std::string& text);
+  // Whether `text` is the file's content. Both throw std::system_error.
+  bool isUpToDate(const std::string& text) const;
+  // Makes it that, and makes its folder, when it is missing. On failure the file is as it was.
+  void replace(const std::string& text);
 
  private:
   TextFiles& files_;

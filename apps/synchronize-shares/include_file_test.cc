@@ -70,9 +70,13 @@ TEST(IncludeFileText, AnAttributeThatCannotBeWrittenIsRefused) {
 
 class IncludeFileOnDisk : public ::testing::Test {
  protected:
+  // Whether something was written.
   bool bringUpToDate(const std::string& text) {
     LinuxTextFiles files;
-    return IncludeFile(files, root()).bringUpToDate(text);
+    IncludeFile file(files, root());
+    if (file.isUpToDate(text)) return false;
+    file.replace(text);
+    return true;
   }
   const std::string& root() const { return folder_.path(); }
   std::string path() const { return folder_.path("etc/samba/paddock-shares.conf"); }

@@ -15,6 +15,9 @@ class RunLock {
   explicit RunLock(const std::string& folder,
                    std::chrono::milliseconds patience = std::chrono::seconds(30));
 
+  // The locked file, open for reading and writing; valid as long as this object.
+  int descriptor() const { return file_.get(); }
+
  private:
   FileDescriptor file_;
 };

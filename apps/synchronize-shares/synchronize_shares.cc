@@ -1,5 +1,6 @@
 #include "synchronize-shares/synchronize_shares.h"
 
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 
@@ -12,6 +13,7 @@
 #include "synchronize-shares/share_points.h"
 #include "synchronize-shares/share_selection.h"
 #include "synchronize-shares/smb_server.h"
+#include "synchronize-shares/told_changes.h"
 
 namespace paddock::synchronizer {
 
@@ -19,6 +21,8 @@ namespace {
 
 constexpr const char* kUsage = "usage: synchronize-shares [--help | --version]";
 enum ExitStatus { done = 0, failed = 1, usage = 2 };
+
+std::string lockFolder(const std::string& root) { return root + "/run/paddock"; }
 
 void say(std::ostream& error, const std::string& text) {
   error << "synchronize-shares: " << printable(text) << std::endl;
@@ -32,22 +36,33 @@ Dictionary readTree(const std::string& root) {
   return tree;
 }
 
-// Whether the file is another one now.
-bool publish(const std::string& root, Logger& log) {
+// The last change that smbd was not told of, 0 when there is none.
+std::uint64_t publish(const std::string& root, Logger& log) {
   const Dictionary configuration = readTree(root);
   const std::string attribute = configuredPrivileges(configuration, root).attribute;
   // Held from the reading on, so that what is written is never older than what is there.
-  const RunLock lock(root + "/run/paddock");
+  const RunLock lock(lockFolder(root));
   const std::vector<SharePoint> all = readSharePoints(configuredDirectory(configuration, root));
   const ShareSelection selection = selectShares(all);
   for (const std::string& text : selection.leftOut) log.log(kLogWarning, text);
   LinuxTextFiles files;
-  return IncludeFile(files, root).bringUpToDate(includeFileText(selection.published, attribute));
+  IncludeFile file(files, root);
+  const std::string text = includeFileText(selection.published, attribute);
+  ToldChanges changes(lock.descriptor());
+  // Noted before, so that a run that is ended in between leaves nobody untold.
+  if (!file.isUpToDate(text)) {
+    changes.add();
+    file.replace(text);
+  }
+  return changes.untold();
 }
 
-void tellServer(const std::string& root) {
+// Not under the lock: who waits for a slow smbd does not keep the next change back.
+void tellServer(const std::string& root, std::uint64_t change) {
   const std::string failure = tellSmbServer(root + "/usr/bin/smbcontrol");
   if (!failure.empty()) throw std::runtime_error("the shares are written, but " + failure);
+  const RunLock lock(lockFolder(root));
+  ToldChanges(lock.descriptor()).told(change);
 }
 
 }  // namespace
@@ -65,7 +80,7 @@ int runSynchronizeShares(const std::vector<std::string>& words, const std::strin
     return usage;
   }
   try {
-    if (publish(root, log)) tellServer(root);
+    if (const std::uint64_t change = publish(root, log)) tellServer(root, change);
     return done;
   } catch (const std::exception& exception) {
     say(error, exception.what());

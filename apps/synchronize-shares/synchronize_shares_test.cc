@@ -158,6 +158,18 @@ TEST_F(SynchronizeShares, WhenSmbdCannotBeToldTheFileIsThereAndTheStatusSaysIt) 
                     HasSubstr("trouble")));
 }
 
+TEST_F(SynchronizeShares, ARunTellsSmbdWhatAnEarlierOneCouldNot) {
+  installSmbControl("echo trouble; exit 1");
+  addSharePoint("a", "/a", "a");
+  EXPECT_EQ(run(), 1);
+  EXPECT_EQ(run(), 1) << "still untold";
+  installCountingSmbControl();
+  expectDone();
+  EXPECT_EQ(timesTold(), 1U);
+  expectDone();
+  EXPECT_EQ(timesTold(), 1U);
+}
+
 TEST_F(SynchronizeShares, ACommandLineThatCannotBeUsedIsExitStatusTwo) {
   EXPECT_EQ(run({"synchronize-shares", "now"}), 2);
   EXPECT_EQ(error_.str(),
