@@ -5,13 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
-#include <random>
 #include <thread>
 
 #include "base/file_descriptor.h"
 #include "quotascan/quota_file.h"
+#include "support/killed_program.h"
 #include "support/loop_volume.h"
 #include "support/own_mounts.h"
 #include "support/run_to_end.h"
@@ -322,21 +321,6 @@ TEST_F(Program, ManyRunsAtOnceLeaveOneRightFile) {
   });
 }
 
-// Starts the program and kills it after a while. Whether that came before its end.
-bool killAfter(const std::string& volume, std::chrono::microseconds time) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::execl(QUOTASCAN_PROGRAM, "-u", volume.c_str(), nullptr);
-    ::_exit(127);
-  }
-  std::this_thread::sleep_for(time);
-  ::kill(child, SIGKILL);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << status;
-  return WIFSIGNALED(status);
-}
-
 TEST_F(Program, KilledAtAnyMomentItLeavesTheOldFileOrTheNewOne) {
   runInOwnMounts([] {
     const LoopVolume volume;
@@ -346,22 +330,16 @@ TEST_F(Program, KilledAtAnyMomentItLeavesTheOldFileOrTheNewOne) {
     for (std::uint32_t id = 0; id < kUsers; ++id) {
       makeFile(volume.path("f" + std::to_string(id)), 0, kAnna + id);
     }
-    const auto began = std::chrono::steady_clock::now();
-    expectDone(quotascan({"-u", volume.path()}));
-    const std::chrono::duration<double, std::micro> whole =
-        std::chrono::steady_clock::now() - began;
+    const auto whole = durationOf([&] { expectDone(quotascan({"-u", volume.path()})); });
     const std::string made = readWholeFile(volume.path(".quota.user"));
     EXPECT_NE(made, old);
-    std::mt19937 random(5);
-    std::uniform_int_distribution<int> time(0, static_cast<int>(whole.count()));
-    int killed = 0;
-    for (int round = 0; round < 100; ++round) {
-      writeWholeFile(volume.path(".quota.user"), old);
-      killed += killAfter(volume.path(), std::chrono::microseconds(time(random))) ? 1 : 0;
-      const std::string left = readWholeFile(volume.path(".quota.user"));
-      EXPECT_TRUE(left == old || left == made) << round;
-    }
-    EXPECT_GT(killed, 0);
+    killAtRandomMoments(
+        QUOTASCAN_PROGRAM, {"-u", volume.path()}, whole,
+        [&] { writeWholeFile(volume.path(".quota.user"), old); },
+        [&] {
+          const std::string left = readWholeFile(volume.path(".quota.user"));
+          EXPECT_TRUE(left == old || left == made);
+        });
     // The next run is not kept from its work by what a killed one left.
     expectDone(quotascan({"-u", volume.path()}));
     EXPECT_EQ(readWholeFile(volume.path(".quota.user")), made);

@@ -8,11 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
-#include <random>
 #include <thread>
 
 #include "base/file_descriptor.h"
+#include "support/killed_program.h"
 #include "support/own_mounts.h"
 #include "support/run_to_end.h"
 #include "support/shares_fixture.h"
@@ -96,38 +95,14 @@ TEST_F(Program, AFullDiskLeavesTheOldFileAndNoOther) {
   });
 }
 
-// Starts the program and kills it after a while. Whether that came before its end.
-bool killAfter(const std::string& program, std::chrono::microseconds time) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::execl(program.c_str(), program.c_str(), nullptr);
-    ::_exit(127);
-  }
-  std::this_thread::sleep_for(time);
-  ::kill(child, SIGKILL);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << status;
-  return WIFSIGNALED(status);
-}
-
 TEST_F(Program, KilledAtAnyMomentItLeavesTheOldFileOrTheNewOne) {
   addSharePoints(200);
-  const auto began = std::chrono::steady_clock::now();
-  expectDone();
-  const std::chrono::duration<double, std::micro> whole = std::chrono::steady_clock::now() - began;
+  const auto whole = durationOf([this] { expectDone(); });
   const std::string made = text();
   const std::string old = "[old]\n";
-  std::mt19937 random(5);
-  std::uniform_int_distribution<int> time(0, static_cast<int>(whole.count()));
-  int killed = 0;
-  for (int round = 0; round < 100; ++round) {
-    writeWholeFile(includeFile(), old);
-    killed += killAfter(program(), std::chrono::microseconds(time(random))) ? 1 : 0;
-    const std::string left = text();
-    EXPECT_TRUE(left == old || left == made) << round;
-  }
-  EXPECT_GT(killed, 0);
+  killAtRandomMoments(
+      program(), {program()}, whole, [&] { writeWholeFile(includeFile(), old); },
+      [&] { EXPECT_TRUE(text() == old || text() == made); });
   expectDone();
   EXPECT_EQ(text(), made);
 }

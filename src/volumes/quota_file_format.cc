@@ -71,67 +71,60 @@ class SlotWriter {
   std::size_t next_ = 0;
 };
 
+// The fields of a slot in their order; `visit` is called with each.
+template <typename Header, typename Visit>
+void forEachHeaderField(Header& header, Visit visit) {
+  visit(header.magic);
+  visit(header.version);
+  visit(header.maxentries);
+  visit(header.entryCount);
+  visit(header.flags);
+  visit(header.checkTime);
+  visit(header.bytesGracePeriod);
+  visit(header.filesGracePeriod);
+  visit(header.tag);
+  visit(header.spare);
+}
+
+template <typename Entry, typename Visit>
+void forEachEntryField(Entry& entry, Visit visit) {
+  visit(entry.hardBytes);
+  visit(entry.softBytes);
+  visit(entry.usedBytes);
+  visit(entry.hardFiles);
+  visit(entry.softFiles);
+  visit(entry.usedFiles);
+  visit(entry.bytesTimeLimit);
+  visit(entry.filesTimeLimit);
+  visit(entry.id);
+  visit(entry.spare);
+}
+
 }  // namespace
 
 QuotaSlot encodeQuotaHeader(const QuotaFileHeader& header) {
   SlotWriter writer;
-  writer.write(header.magic);
-  writer.write(header.version);
-  writer.write(header.maxentries);
-  writer.write(header.entryCount);
-  writer.write(header.flags);
-  writer.write(header.checkTime);
-  writer.write(header.bytesGracePeriod);
-  writer.write(header.filesGracePeriod);
-  writer.write(header.tag);
-  writer.write(header.spare);
+  forEachHeaderField(header, [&writer](const auto& field) { writer.write(field); });
   return writer.slot();
 }
 
 QuotaFileHeader decodeQuotaHeader(std::span<const std::uint8_t, kQuotaSlotSize> slot) {
   SlotReader reader(slot);
   QuotaFileHeader header;
-  reader.read(header.magic);
-  reader.read(header.version);
-  reader.read(header.maxentries);
-  reader.read(header.entryCount);
-  reader.read(header.flags);
-  reader.read(header.checkTime);
-  reader.read(header.bytesGracePeriod);
-  reader.read(header.filesGracePeriod);
-  reader.read(header.tag);
-  reader.read(header.spare);
+  forEachHeaderField(header, [&reader](auto& field) { reader.read(field); });
   return header;
 }
 
 QuotaSlot encodeQuotaEntry(const QuotaEntry& entry) {
   SlotWriter writer;
-  writer.write(entry.hardBytes);
-  writer.write(entry.softBytes);
-  writer.write(entry.usedBytes);
-  writer.write(entry.hardFiles);
-  writer.write(entry.softFiles);
-  writer.write(entry.usedFiles);
-  writer.write(entry.bytesTimeLimit);
-  writer.write(entry.filesTimeLimit);
-  writer.write(entry.id);
-  writer.write(entry.spare);
+  forEachEntryField(entry, [&writer](const auto& field) { writer.write(field); });
   return writer.slot();
 }
 
 QuotaEntry decodeQuotaEntry(std::span<const std::uint8_t, kQuotaSlotSize> slot) {
   SlotReader reader(slot);
   QuotaEntry entry;
-  reader.read(entry.hardBytes);
-  reader.read(entry.softBytes);
-  reader.read(entry.usedBytes);
-  reader.read(entry.hardFiles);
-  reader.read(entry.softFiles);
-  reader.read(entry.usedFiles);
-  reader.read(entry.bytesTimeLimit);
-  reader.read(entry.filesTimeLimit);
-  reader.read(entry.id);
-  reader.read(entry.spare);
+  forEachEntryField(entry, [&reader](auto& field) { reader.read(field); });
   return entry;
 }
 
