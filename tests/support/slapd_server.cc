@@ -12,7 +12,9 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -122,8 +124,8 @@ void SlapdServer::configure() {
 void SlapdServer::start() {
   std::string listeners = ldapiUri();
   if (options_.tcp) listeners += (options_.ldaps ? " ldaps" : " ldap") + tcpUri().substr(4) + "/";
-  std::vector<std::string> words{kSlapd, "-f", folder_.path("slapd.conf"), "-h", listeners,
-                                 "-d",   "0"};
+  std::vector<std::string> words{kSlapd,    "-f", folder_.path("slapd.conf"),         "-h",
+                                 listeners, "-d", options_.statistics ? "stats" : "0"};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -166,7 +168,11 @@ void SlapdServer::kill() {
   pid_ = -1;
 }
 
-void SlapdServer::freeze() { ::kill(pid_, SIGSTOP); }
+void SlapdServer::freeze() {
+  ::kill(pid_, SIGSTOP);
+  // Its threads may still answer until then.
+  ::waitpid(pid_, nullptr, WUNTRACED);
+}
 void SlapdServer::thaw() { ::kill(pid_, SIGCONT); }
 
 std::string SlapdServer::ldapiUri() const {
@@ -198,6 +204,16 @@ std::string SlapdServer::run(const std::vector<std::string>& words,
   const EndedProgram ended = runProgram(all, input);
   if (ended.status != 0) throw std::runtime_error(words.front() + ": " + ended.error);
   return ended.output;
+}
+
+std::vector<std::string> SlapdServer::searches() const {
+  constexpr const char* kFilter = " filter=";
+  std::istringstream log(readWholeFile(folder_.path("log")));
+  std::vector<std::string> filters;
+  for (std::string line; std::getline(log, line);)
+    if (line.find(" SRCH base=") != std::string::npos)
+      filters.push_back(line.substr(line.find(kFilter) + std::strlen(kFilter)));
+  return filters;
 }
 
 void SlapdServer::add(const std::string& ldif) { run({"/usr/bin/ldapadd"}, ldif); }

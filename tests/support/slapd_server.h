@@ -23,7 +23,8 @@ struct SlapdOptions {
   std::string key = {};
   std::string global = {};  // lines of slapd.conf(5): before the database, and of the database
   std::string database = {};
-  bool populate = true;  // whether it starts with the entries below
+  bool statistics = false;  // whether its log has every operation, for `searches`
+  bool populate = true;     // whether it starts with the entries below
 };
 
 // Entries: dc=example; ou=people, ou=groups and ou=paddock below it; cn=service, whose password is
@@ -69,6 +70,9 @@ class SlapdServer {
   void modify(const std::string& ldif);
   // What ldapsearch prints (-LLL) for these words, as the root of the database.
   std::string search(const std::vector<std::string>& words) const;
+
+  // The filters of all searches that it was asked for, in their order.
+  std::vector<std::string> searches() const;
 
   // An entry uid=NAME below ou=people: an inetOrgPerson.
   void addPerson(const std::string& name, const std::string& password, bool mayWrite);

@@ -37,6 +37,9 @@ class LdapAccess {
     }
   }
 
+  // Where answers are kept; null when a user has authenticated, who may see other things.
+  LdapAnswers* answers() { return dn_.empty() ? &server_->answers() : nullptr; }
+
   // Whether the password is that of the entry. With `keep`, this object's work is done as that
   // entry from now on. A wrong one leaves everything as it was. Throws when nobody can tell.
   // Precondition: neither is empty.

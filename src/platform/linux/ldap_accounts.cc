@@ -16,6 +16,8 @@ namespace {
 
 // Matches no entry: every entry has a class.
 constexpr const char* kNothing = "(!(objectClass=*))";
+// What a server names an entry by for good: of no two entries the same.
+constexpr const char* kServersGuid = "entryUUID";
 
 bool isUsers(const std::string& type) { return type == schema::kUsers; }
 
@@ -63,11 +65,13 @@ std::string lowerGuid(const std::string& text) {
   return guid ? asciiLower(guidText(*guid)) : std::string();
 }
 
-std::vector<std::string> entryAttributes(const LdapAccountNames& names, const std::string& type) {
-  std::vector<std::string> wanted{"objectClass", "createTimestamp", "entryUUID",
-                                  nameOf(names, type), names.guid};
-  for (const Mapping& mapping : mappingsOf(names, type)) wanted.push_back(mapping.name);
-  if (!isUsers(type)) {
+std::vector<std::string> entryAttributes(const LdapAccountNames& names,
+                                         const std::vector<std::string>& types) {
+  std::vector<std::string> wanted{"objectClass", "createTimestamp", kServersGuid, names.guid};
+  for (const std::string& type : types) {
+    wanted.push_back(nameOf(names, type));
+    for (const Mapping& mapping : mappingsOf(names, type)) wanted.push_back(mapping.name);
+    if (isUsers(type)) continue;
     wanted.push_back(names.memberNames);
     wanted.push_back(names.memberEntries);
   }
@@ -77,47 +81,88 @@ std::vector<std::string> entryAttributes(const LdapAccountNames& names, const st
   return wanted;
 }
 
+std::string filterOfType(const LdapAccountNames& names, const std::string& type,
+                         const std::string& filter) {
+  return allOf({filter, classFilter(classesOf(names, type))});
+}
+
+// Servers squeeze blanks and normalise; matching here is what it is on every node.
+void eraseOthers(std::vector<LdapAccount>& accounts, const std::string& attribute,
+                 const std::string& folded) {
+  std::erase_if(accounts, [&](const LdapAccount& account) {
+    return !has(account.attributes, attribute, folded);
+  });
+}
+
+bool isOlder(const LdapAccount& left, const LdapAccount& right) { return left.order < right.order; }
+
+// Whether the attribute says who a user or group is in lists and to the host.
+bool saysWho(const std::string& attribute) {
+  return attribute == schema::kGeneratedUID || attribute == schema::kUniqueID ||
+         attribute == schema::kPrimaryGroupID;
+}
+
+std::string keyOf(const std::vector<std::string>& types, const std::string& attribute,
+                  const std::string& value) {
+  std::string key = attribute + '=' + value;  // no name of an attribute holds a "="
+  for (const std::string& type : types) key.append(1, '\0').append(type);
+  return key;
+}
+
+const std::string* guidIn(const LdapAccount& account) {
+  const auto& [attribute, values] = account.attributes.back();
+  return attribute == schema::kGeneratedUID ? &values.front() : nullptr;
+}
+
 }  // namespace
 
 bool isAccountType(const std::string& type) {
   return type == schema::kUsers || type == schema::kGroups;
 }
 
-std::vector<LdapEntry> LdapAccounts::search(const std::string& type, const std::string& filter,
-                                            const std::vector<std::string>& attributes) {
-  const LdapAccountNames& names = access_.options().accounts;
+std::vector<LdapEntry> LdapAccounts::run(const std::string& filter,
+                                         const std::vector<std::string>& attributes) {
   const LdapQuery query{.base = access_.options().base,
                         .scope = LdapScope::subtree,
-                        .filter = allOf({filter, classFilter(classesOf(names, type))}),
+                        .filter = filter,
                         .attributes = attributes};
   return access_.run([&](LdapConnection& connection, bool) { return connection.search(query); });
 }
 
+std::vector<LdapEntry> LdapAccounts::search(const std::string& type, const std::string& filter,
+                                            const std::vector<std::string>& attributes) {
+  return run(filterOfType(access_.options().accounts, type, filter), attributes);
+}
+
+std::optional<LdapAccount> LdapAccounts::accountOf(const LdapEntry& entry,
+                                                   const std::string& type) {
+  const LdapAccountNames& names = access_.options().accounts;
+  auto own = namesOf(entry, nameOf(names, type));
+  if (own.empty()) return std::nullopt;
+  LdapAccount account{entry.dn, creationOrder(entry), {}};
+  account.isOfOneType = isOfClass(entry, names.userClasses) != isOfClass(entry, names.groupClasses);
+  account.attributes.push_back({schema::kRecordName, std::move(own)});
+  account.attributes.push_back({schema::kRecordType, {type}});
+  for (const Mapping& mapping : mappingsOf(names, type))
+    if (!mapping.name.empty())
+      addTexts(account.attributes, mapping.attribute, entry.values(mapping.name));
+  if (!isUsers(type)) {
+    LdapMembers members = membersOf(access_, entry);
+    addTexts(account.attributes, schema::kGroupMembership, std::move(members.users));
+    addTexts(account.attributes, schema::kNestedGroups, std::move(members.groups));
+  }
+  if (const std::string guid = guidOf(entry, names); !guid.empty())
+    account.attributes.push_back({schema::kGeneratedUID, {guid}});
+  return account;
+}
+
 std::vector<LdapAccount> LdapAccounts::accounts(const std::string& type,
                                                 const std::string& filter) {
-  const LdapAccountNames& names = access_.options().accounts;
   std::vector<LdapAccount> found;
-  for (const LdapEntry& entry : search(type, filter, entryAttributes(names, type))) {
-    LdapAccount account{entry.dn, creationOrder(entry), {}};
-    auto own = namesOf(entry, nameOf(names, type));
-    if (own.empty()) continue;
-    account.attributes.push_back({schema::kRecordName, std::move(own)});
-    account.attributes.push_back({schema::kRecordType, {type}});
-    for (const Mapping& mapping : mappingsOf(names, type))
-      if (!mapping.name.empty())
-        addTexts(account.attributes, mapping.attribute, entry.values(mapping.name));
-    if (!isUsers(type)) {
-      LdapMembers members = membersOf(access_, entry);
-      addTexts(account.attributes, schema::kGroupMembership, std::move(members.users));
-      addTexts(account.attributes, schema::kNestedGroups, std::move(members.groups));
-    }
-    if (const std::string guid = guidOf(entry, names); !guid.empty())
-      account.attributes.push_back({schema::kGeneratedUID, {guid}});
-    found.push_back(std::move(account));
-  }
-  std::sort(found.begin(), found.end(), [](const LdapAccount& left, const LdapAccount& right) {
-    return left.order < right.order;
-  });
+  const auto wanted = entryAttributes(access_.options().accounts, {type});
+  for (const LdapEntry& entry : search(type, filter, wanted))
+    if (auto account = accountOf(entry, type)) found.push_back(std::move(*account));
+  std::sort(found.begin(), found.end(), isOlder);
   return found;
 }
 
@@ -134,10 +179,80 @@ std::vector<LdapAccount> LdapAccounts::withValue(const std::string& type,
   const std::string filter = filterFor(type, attribute, value);
   if (filter == kNothing) return {};
   auto found = accounts(type, filter);
-  // Servers squeeze blanks and normalise; matching here is what it is on every node.
-  std::erase_if(found, [&](const LdapAccount& account) {
-    return !has(account.attributes, attribute, folded);
-  });
+  eraseOthers(found, attribute, folded);
+  return found;
+}
+
+std::vector<LdapAccount> LdapAccounts::withValue(const Types& types, const std::string& attribute,
+                                                 const std::string& value) {
+  if (types.empty()) return {};
+  LdapAnswers* const answers = access_.answers();
+  if (answers == nullptr || !saysWho(attribute)) return find(types, attribute, value);
+  return answers->get(keyOf(types, attribute, value),
+                      [&] { return findAndKeep(*answers, types, attribute, value); });
+}
+
+// Where the server's own name of an entry is the GUID, whoever was found by an id is the whole
+// answer to the question for that GUID, too.
+std::vector<LdapAccount> LdapAccounts::findAndKeep(LdapAnswers& answers, const Types& types,
+                                                   const std::string& attribute,
+                                                   const std::string& value) {
+  const auto asked = answers.now();
+  auto found = find(types, attribute, value);
+  if (attribute == schema::kGeneratedUID || access_.options().accounts.guid != kServersGuid)
+    return found;
+  for (const LdapAccount& account : found) {
+    const std::string* const guid = guidIn(account);
+    if (guid != nullptr && account.isOfOneType)
+      answers.keep(keyOf({schema::kUsers, schema::kGroups}, schema::kGeneratedUID, *guid),
+                   {account}, asked);
+  }
+  return found;
+}
+
+std::vector<LdapAccount> LdapAccounts::find(const Types& types, const std::string& attribute,
+                                            const std::string& value) {
+  std::vector<std::string> filters;
+  for (const std::string& type : types) {
+    const std::string filter = attribute == schema::kRecordType ? std::string(kNothing)
+                                                                : filterFor(type, attribute, value);
+    if (types.size() < 2 || filter == kNothing) return findInTurn(types, attribute, value);
+    filters.push_back(filterOfType(access_.options().accounts, type, filter));
+  }
+  return findTogether(types, anyOf(filters), attribute, value);
+}
+
+std::vector<LdapAccount> LdapAccounts::findInTurn(const Types& types, const std::string& attribute,
+                                                  const std::string& value) {
+  std::vector<LdapAccount> found;
+  for (const std::string& type : types)
+    for (LdapAccount& account : withValue(type, attribute, value))
+      found.push_back(std::move(account));
+  return found;
+}
+
+std::vector<LdapAccount> LdapAccounts::findTogether(const Types& types, const std::string& filter,
+                                                    const std::string& attribute,
+                                                    const std::string& value) {
+  const LdapAccountNames& names = access_.options().accounts;
+  const auto entries = run(filter, entryAttributes(names, types));
+  std::vector<LdapAccount> found;
+  for (const std::string& type : types) {
+    const auto begin = static_cast<std::ptrdiff_t>(found.size());
+    for (const LdapEntry& entry : entries) {
+      auto account =
+          isOfClass(entry, classesOf(names, type)) ? accountOf(entry, type) : std::nullopt;
+      if (account) found.push_back(std::move(*account));
+    }
+    std::sort(found.begin() + begin, found.end(), isOlder);
+  }
+  // A server may count an entry of a class that is made from a configured one, and only it knows.
+  const auto isOther = [&](const LdapEntry& entry) {
+    return !isOfClass(entry, names.userClasses) && !isOfClass(entry, names.groupClasses);
+  };
+  if (std::any_of(entries.begin(), entries.end(), isOther))
+    return findInTurn(types, attribute, value);
+  eraseOthers(found, attribute, caseFold(value));
   return found;
 }
 
@@ -149,7 +264,7 @@ std::string LdapAccounts::filterFor(const std::string& type, const std::string& 
   if (attribute == schema::kGeneratedUID) {
     const std::string guid = lowerGuid(value);
     if (guid.empty() || names.guid.empty()) return kNothing;
-    if (names.guid == "entryUUID") return equals(names.guid, guid);
+    if (names.guid == kServersGuid) return equals(names.guid, guid);
     return anyOf({equals(names.guid, guid), equals(names.guid, guidText(*parseGuid(guid)))});
   }
   if (!isUsers(type) && attribute == schema::kGroupMembership) return memberFilter(value);

@@ -14,16 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/directory_values.h"
 #include "platform/linux/ldap_access.h"
+#include "platform/linux/ldap_account.h"
 
 namespace paddock {
-
-struct LdapAccount {
-  std::string dn;
-  std::string order;                        // sorts records in the order of their creation
-  std::vector<AttributeChange> attributes;  // RecordName first, RecordType second
-};
 
 // Whether records of the type are users or groups.
 bool isAccountType(const std::string& type);
@@ -36,8 +30,24 @@ class LdapAccounts {
   std::vector<LdapAccount> all(const std::string& type);
   std::vector<LdapAccount> withValue(const std::string& type, const std::string& attribute,
                                      const std::string& value);
+  // The same of several types, users before groups. Who has a GUID or id is known for a while
+  // (LdapAnswers), unless a user has authenticated.
+  std::vector<LdapAccount> withValue(const std::vector<std::string>& types,
+                                     const std::string& attribute, const std::string& value);
 
  private:
+  using Types = std::vector<std::string>;
+
+  std::vector<LdapAccount> find(const Types& types, const std::string& attribute,
+                                const std::string& value);
+  std::vector<LdapAccount> findInTurn(const Types& types, const std::string& attribute,
+                                      const std::string& value);
+  std::vector<LdapAccount> findTogether(const Types& types, const std::string& filter,
+                                        const std::string& attribute, const std::string& value);
+  std::vector<LdapAccount> findAndKeep(LdapAnswers& answers, const Types& types,
+                                       const std::string& attribute, const std::string& value);
+  std::optional<LdapAccount> accountOf(const LdapEntry& entry, const std::string& type);
+  std::vector<LdapEntry> run(const std::string& filter, const std::vector<std::string>& attributes);
   std::vector<LdapEntry> search(const std::string& type, const std::string& filter,
                                 const std::vector<std::string>& more);
   std::vector<LdapAccount> accounts(const std::string& type, const std::string& filter);

@@ -128,10 +128,9 @@ class LdapNode final : public DirectoryNode {
     requireKnown(matchType);
     if (!isDirectoryText(attribute) || attribute.empty() || !isDirectoryText(value)) return {};
     std::vector<Found> found;
-    for (const char* type : {schema::kUsers, schema::kGroups})
-      if (std::find(types.begin(), types.end(), type) != types.end())
-        for (LdapAccount& account : LdapAccounts(*access_).withValue(type, attribute, value))
-          found.push_back({std::move(account.order), std::move(account.attributes)});
+    for (LdapAccount& account :
+         LdapAccounts(*access_).withValue(accountTypes(types), attribute, value))
+      found.push_back({std::move(account.order), std::move(account.attributes)});
     for (LdapRecordState& record :
          LdapRecords(*access_).withValue(recordTypes(types), attribute, value))
       found.push_back({record.order, attributesOf(record)});
@@ -192,6 +191,13 @@ class LdapNode final : public DirectoryNode {
  private:
   static bool contains(const std::vector<std::string>& texts, const std::string& text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
+  }
+
+  static std::vector<std::string> accountTypes(const std::vector<std::string>& types) {
+    std::vector<std::string> wanted;
+    for (const char* type : {schema::kUsers, schema::kGroups})
+      if (contains(types, type)) wanted.emplace_back(type);
+    return wanted;
   }
 
   static std::vector<std::string> recordTypes(std::vector<std::string> types) {

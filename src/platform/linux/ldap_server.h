@@ -1,5 +1,5 @@
 // One configured directory server, for all sessions and threads: connections that nobody uses just
-// now, and whether the server answers at all.
+// now, what it said of users and groups, and whether it answers at all.
 #pragma once
 
 #include <chrono>
@@ -9,14 +9,18 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/ldap_answers.h"
 #include "platform/linux/ldap_connection.h"
 #include "platform/linux/ldap_error.h"
+#include "platform/linux/linux_clock.h"
 
 namespace paddock {
 
 class LdapServer {
  public:
   explicit LdapServer(LdapOptions options) : options_(std::move(options)) {}
+  LdapServer(const LdapServer&) = delete;
+  LdapServer& operator=(const LdapServer&) = delete;
 
   const LdapOptions& options() const { return options_; }
 
@@ -28,6 +32,9 @@ class LdapServer {
   std::unique_ptr<LdapConnection> open();
   // For a connection that came from `take`; kept for the next caller when it is usable.
   void giveBack(std::unique_ptr<LdapConnection> connection);
+
+  // What it shows to the configured account.
+  LdapAnswers& answers() { return answers_; }
 
   // Closes the connections that nobody uses.
   void closeIdle();
@@ -52,6 +59,8 @@ class LdapServer {
   std::string passwordOfAccount() const;
 
   const LdapOptions options_;
+  LinuxClock clock_;
+  LdapAnswers answers_{clock_, {options_.keeping, options_.timeout}};
   std::mutex mutex_;
   std::vector<Idle> idle_;
   std::optional<Silence> silence_;

@@ -35,11 +35,15 @@ std::optional<Guid> recordedGuid(DirectoryNode& node, const Principal& principal
 }
 
 std::optional<Principal> recordedPrincipal(DirectoryNode& node, const Guid& guid) {
-  const std::string text = guidText(guid);
-  for (const Kind& kind : {kUserKind, kGroupKind})
-    for (const Value& answer :
-         node.findRecordsOfTypes({kind.recordType}, schema::kGeneratedUID, text, kExact))
+  const Array answers = node.findRecordsOfTypes({schema::kUsers, schema::kGroups},
+                                                schema::kGeneratedUID, guidText(guid), kExact);
+  for (const Kind& kind : {kUserKind, kGroupKind}) {
+    for (const Value& answer : answers) {
+      const std::string* const type = firstValue(answer, schema::kRecordType);
+      if (type == nullptr || *type != kind.recordType) continue;
       if (const auto id = firstId(answer, kind.idAttribute)) return Principal{kind.type, *id};
+    }
+  }
   return std::nullopt;
 }
 
