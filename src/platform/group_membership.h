@@ -44,6 +44,8 @@ struct HoldingGroup {
 };
 
 struct UserMembership {
+  // Whether any account has the uid.
+  bool isKnown = false;
   // Every GUID that names the user, the membership service's first.
   std::vector<Guid> guids;
   // Each group once, those that are reached over fewer others first.

@@ -162,8 +162,16 @@ using Texts = std::vector<std::string>;
 TEST_P(GroupMembershipContract, AUidThatNoAccountHasIsInNoGroup) {
   add(Group{"staff", kFirstGid, {}, {"anna"}, {computedGuid({PrincipalType::user, kAnna})}, {}});
   const UserMembership membership = membershipOf(kAnna);
+  EXPECT_FALSE(membership.isKnown);
   EXPECT_TRUE(membership.groups.empty());
   EXPECT_EQ(membership.guids, std::vector<Guid>{computedGuid({PrincipalType::user, kAnna})});
+}
+
+TEST_P(GroupMembershipContract, AUserWithoutAnyGroupIsKnown) {
+  add(User{"anna", kAnna, {}, {}});
+  const UserMembership membership = membershipOf(kAnna);
+  EXPECT_TRUE(membership.isKnown);
+  EXPECT_TRUE(membership.groups.empty());
 }
 
 TEST_P(GroupMembershipContract, TheUsersGuidsAreTheOwnOneAndTheComputedOne) {

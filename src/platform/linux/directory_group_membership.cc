@@ -45,7 +45,8 @@ class Search {
         if (!isHost(node)) addGroupsWithMember(node);
       addNestedGroups();
     }
-    return {user_.guids(), groups_.take(), {}};
+    const bool known = isKnown();
+    return {known, user_.guids(), groups_.take(), {}};
   }
 
  private:

@@ -69,7 +69,8 @@ int InMemoryGroupMembership::membershipOf(std::uint32_t uid, UserMembership& mem
       std::find_if(users_.begin(), users_.end(), [&](const User& one) { return one.uid == uid; });
   membership.guids =
       guidsOf(PrincipalType::user, user != users_.end() ? user->guid : std::nullopt, uid);
-  if (user == users_.end()) return 0;
+  membership.isKnown = user != users_.end();
+  if (!membership.isKnown) return 0;
   addDirectGroups(*user, membership);
   std::size_t at = 0;
   for (std::size_t level = 0; level < kMostLevels; ++level)

@@ -1,0 +1,76 @@
+// What a user may do with an object, and why.
+//
+// Root may do everything. For everybody else the entries of the list are walked in order, and the
+// first one that is for the user and names a permission decides it. What none decides comes from
+// the mode, as the system itself gives it:
+//   r                   reading data and extended attributes
+//   w                   writing and appending data, and writing extended attributes; on a folder
+//                       also removing what is in it
+//   x                   executing, searching
+//   owner               writing attributes and the list
+//   everybody           reading attributes and the list
+//   the folder around   deleting the object, for whoever may write to and search that folder or
+//                       remove what is in it; in a sticky one only for the owner of either.
+// Changing the owner comes from no mode. When the list is complete, nothing comes from the mode.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "effectiveprivs/identity.h"
+#include "effectiveprivs/rule.h"
+#include "platform/acl.h"
+#include "platform/linux/posix_acl.h"
+
+namespace paddock::effectiveprivs {
+
+struct ObjectPrivileges {
+  std::uint32_t uid = 0;
+  std::uint32_t gid = 0;
+  posix_acl::Classes classes;
+  bool isFolder = false;
+  bool isSticky = false;
+  std::optional<RuleList> list;  // absent: the mode alone
+};
+
+// What decided.
+enum class Reason {
+  root,
+  entry,      // of the list
+  mode,       // the bits of a class of the mode
+  owner,      // being the owner, or not
+  everybody,  // nobody is kept from it
+  parent,     // what the user may do with the folder around
+  list,       // it is complete, and no entry says anything of it
+  nothing,    // neither an entry nor a mode gives it
+};
+
+enum class ModeClass { owner, group, others };
+
+struct Verdict {
+  acl::Permission permission = 0;
+  bool granted = false;
+  Reason reason = Reason::nothing;
+  // Of Reason::entry: its place in the list.
+  std::optional<std::size_t> entry;
+  // Of Reason::mode.
+  std::optional<ModeClass> modeClass;
+  // The group of the membership that the entry names, or that owns the object.
+  std::optional<std::size_t> group;
+};
+
+// One for each permission, lowest first.
+using Verdicts = std::array<Verdict, acl::kPermissions.size()>;
+
+// The folder around the object; null when there is none. Called only when it matters.
+using ParentOf = std::function<const ObjectPrivileges*()>;
+
+Verdicts judge(const ObjectPrivileges& object, const ParentOf& parentOf, const Identity& user);
+
+// The permissions that are granted.
+acl::Permission granted(const Verdicts& verdicts);
+
+}  // namespace paddock::effectiveprivs

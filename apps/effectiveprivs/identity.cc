@@ -1,0 +1,52 @@
+#include "effectiveprivs/identity.h"
+
+#include <utility>
+
+namespace paddock::effectiveprivs {
+
+Identity::Identity(std::uint32_t uid, UserMembership membership)
+    : uid_(uid), membership_(std::move(membership)) {
+  for (const Guid& guid : membership_.guids) byGuid_.emplace(guid, Match{});
+  for (std::size_t at = 0; at < membership_.groups.size(); ++at) {
+    const HoldingGroup& group = membership_.groups[at];
+    if (group.gid) byGid_.emplace(*group.gid, at);
+    for (const Guid& guid : group.guids) byGuid_.emplace(guid, Match{at});
+  }
+}
+
+std::optional<std::size_t> Identity::groupWithGid(std::uint32_t gid) const {
+  const auto found = byGid_.find(gid);
+  return found != byGid_.end() ? std::optional(found->second) : std::nullopt;
+}
+
+std::optional<Match> Identity::match(const Subject& subject, bool isOwner) const {
+  using Kind = Subject::Kind;
+  const auto matchIf = [](bool condition) {
+    return condition ? std::optional(Match{}) : std::nullopt;
+  };
+  if (!isKnown()) return matchIf(subject.kind == Kind::everyone);
+  switch (subject.kind) {
+    case Kind::user:
+      return matchIf(subject.id == uid_);
+    case Kind::group:
+      if (const auto group = groupWithGid(subject.id)) return Match{*group};
+      return std::nullopt;
+    case Kind::guid:
+      return matchGuid(subject.guid);
+    case Kind::everyone:
+    case Kind::authenticated:
+      return Match{};
+    case Kind::ownerRights:
+      return matchIf(isOwner);
+    case Kind::nobody:
+      break;
+  }
+  return std::nullopt;
+}
+
+std::optional<Match> Identity::matchGuid(const Guid& guid) const {
+  const auto found = byGuid_.find(guid);
+  return found != byGuid_.end() ? std::optional(found->second) : std::nullopt;
+}
+
+}  // namespace paddock::effectiveprivs

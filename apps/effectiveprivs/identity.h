@@ -1,0 +1,48 @@
+// Who a user is to an access-control list.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "effectiveprivs/rule.h"
+#include "platform/group_membership.h"
+
+namespace paddock::effectiveprivs {
+
+// How an entry is for a user.
+struct Match {
+  // The group of the membership that it names; absent when it names the user, or everybody.
+  std::optional<std::size_t> group;
+};
+
+class Identity {
+ public:
+  // An id that no account has is nobody's: deliberately, only what is for everyone is for it, even
+  // where an entry or the owner has that very number.
+  Identity(std::uint32_t uid, UserMembership membership);
+
+  std::uint32_t uid() const { return uid_; }
+  bool isRoot() const { return uid_ == 0; }
+  bool isKnown() const { return membership_.isKnown; }
+  const UserMembership& membership() const { return membership_; }
+
+  bool owns(std::uint32_t owner) const { return isKnown() && owner == uid_; }
+  // The group of the membership that has the gid.
+  std::optional<std::size_t> groupWithGid(std::uint32_t gid) const;
+  // Whether an entry of an object is for the user. `isOwner`: whether the user owns the object.
+  std::optional<Match> match(const Subject& subject, bool isOwner) const;
+
+ private:
+  std::optional<Match> matchGuid(const Guid& guid) const;
+
+  std::uint32_t uid_;
+  UserMembership membership_;
+  std::map<std::uint32_t, std::size_t> byGid_;
+  std::map<Guid, Match> byGuid_;
+};
+
+}  // namespace paddock::effectiveprivs

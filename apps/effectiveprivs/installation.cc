@@ -1,0 +1,43 @@
+#include "effectiveprivs/installation.h"
+
+#include <utility>
+#include <vector>
+
+#include "configuration/configuration.h"
+#include "effectiveprivs/failure.h"
+#include "platform/linux/configured_options.h"
+
+namespace paddock::effectiveprivs {
+
+namespace {
+
+Dictionary readTree(const std::string& root) {
+  const std::string path = root + "/etc/paddock/paddockd.toml";
+  std::vector<ConfigurationProblem> problems;
+  Dictionary tree = readConfiguration(path, problems).tree;
+  if (!problems.empty()) throw Failure(describeProblem(path, problems.front()));
+  return tree;
+}
+
+}  // namespace
+
+Installation::Installation(const std::string& root) : Installation(readTree(root), root) {}
+
+// What is only read needs no file of remembered SIDs.
+Installation::Installation(const Dictionary& configuration, const std::string& root)
+    : directory_(configuredDirectory(configuration, root)),
+      membership_(directory_),
+      sids_(membership_, "", configuredSidResolver(configuration, root)),
+      objects_(configuredPrivileges(configuration, root).attribute, sids_) {}
+
+Identity Installation::identify(std::uint32_t uid) {
+  UserMembership membership;
+  // Root may do everything whoever else is asked about.
+  if (uid == 0) return {uid, std::move(membership)};
+  if (groups_.membershipOf(uid, membership) != 0)
+    throw Failure("cannot find out the groups of user " + std::to_string(uid) + ": " +
+                  membership.error);
+  return {uid, std::move(membership)};
+}
+
+}  // namespace paddock::effectiveprivs

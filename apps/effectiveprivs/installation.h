@@ -1,0 +1,38 @@
+// What a tree's configuration makes of accounts and lists: the same that its daemon has.
+#pragma once
+
+#include <string>
+
+#include "base/value.h"
+#include "effectiveprivs/identity.h"
+#include "effectiveprivs/object_reader.h"
+#include "platform/linux/directory_group_membership.h"
+#include "platform/linux/linux_directory.h"
+#include "platform/linux/linux_membership.h"
+#include "platform/linux/principal_sids.h"
+#include "platform/linux/user_groups.h"
+
+namespace paddock::effectiveprivs {
+
+class Installation {
+ public:
+  // The tree below `root`, empty for the system itself. Throws Failure for a configuration that
+  // cannot be used.
+  explicit Installation(const std::string& root);
+
+  // Throws Failure when a node cannot say who the user is; what is not known is never guessed.
+  Identity identify(std::uint32_t uid);
+  const ObjectReader& objects() const { return objects_; }
+
+ private:
+  explicit Installation(const Dictionary& configuration, const std::string& root);
+
+  LinuxDirectoryService directory_;
+  LinuxMembership membership_;
+  PrincipalSids sids_;
+  NssUserGroups hostGroups_;
+  DirectoryGroupMembership groups_{directory_, hostGroups_};
+  ObjectReader objects_;
+};
+
+}  // namespace paddock::effectiveprivs

@@ -1,0 +1,66 @@
+// Objects and users for tests of what is judged.
+#pragma once
+
+#include <initializer_list>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "base/computed_guid.h"
+#include "effectiveprivs/evaluation.h"
+
+namespace paddock::effectiveprivs {
+
+inline constexpr std::uint32_t kAnna = 1000;
+inline constexpr std::uint32_t kBert = 1001;
+inline constexpr std::uint32_t kStaff = 50;
+inline constexpr std::uint32_t kCrew = 51;
+inline constexpr std::uint32_t kOthersGid = 99;
+
+inline Subject userSubject(std::uint32_t uid) { return {Subject::Kind::user, uid, {}, {}}; }
+inline Subject groupSubject(std::uint32_t gid) { return {Subject::Kind::group, gid, {}, {}}; }
+inline Subject subjectOf(Subject::Kind kind) { return {kind, 0, {}, {}}; }
+inline Subject guidSubject(const Guid& guid) { return {Subject::Kind::guid, 0, guid, {}}; }
+
+inline Rule allow(const Subject& subject, acl::Permission permissions) {
+  return {true, subject, permissions, false};
+}
+inline Rule deny(const Subject& subject, acl::Permission permissions) {
+  return {false, subject, permissions, false};
+}
+
+inline HoldingGroup groupOf(std::uint32_t gid, HeldBy by = HeldBy::member,
+                            std::optional<std::size_t> through = std::nullopt) {
+  return {gid, {computedGuid({PrincipalType::group, gid})}, {}, by, "/Local", through};
+}
+
+inline UserMembership memberOf(std::uint32_t uid, std::vector<HoldingGroup> groups) {
+  return {true, {computedGuid({PrincipalType::user, uid})}, std::move(groups), {}};
+}
+
+inline Identity anna(std::vector<HoldingGroup> groups = {}) {
+  return {kAnna, memberOf(kAnna, std::move(groups))};
+}
+inline Identity unknown(std::uint32_t uid) {
+  return {uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}};
+}
+
+// Bert's and of a group that holds nobody; what is not said is not there.
+inline ObjectPrivileges objectWith(mode_t mode, bool isFolder = false) {
+  return {kBert,    kOthersGid,          posix_acl::classesOf(mode),
+          isFolder, (mode & 01000) != 0, std::nullopt};
+}
+inline ObjectPrivileges fileWith(mode_t mode) { return objectWith(mode); }
+inline ObjectPrivileges folderWith(mode_t mode) { return objectWith(mode, true); }
+inline ObjectPrivileges owned(ObjectPrivileges object, std::uint32_t uid, std::uint32_t gid) {
+  object.uid = uid;
+  object.gid = gid;
+  return object;
+}
+inline ObjectPrivileges listed(ObjectPrivileges object, std::vector<Rule> rules,
+                               bool complete = false) {
+  object.list = RuleList{std::move(rules), complete};
+  return object;
+}
+
+}  // namespace paddock::effectiveprivs

@@ -1,0 +1,265 @@
+// The program itself, in a tree of its own.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+
+#include "effectiveprivs/installed_program.h"
+#include "support/own_mounts.h"
+
+namespace paddock::effectiveprivs {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class Program : public InstalledProgram {};
+
+TEST_F(Program, PrintsOneNumberAndNothingElse) {
+  addUser("anna", kAnna);
+  EXPECT_EQ(answer(makeFile("file", 0644), kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+}
+
+TEST_F(Program, RootHasEverythingWhateverIsThere) {
+  const std::string file = makeFile("file", 0);
+  EXPECT_EQ(answer(file, 0), "16382\n");
+  setCompleteList(file, {deny(nt_acl::everyoneSid(), 16382)});
+  EXPECT_EQ(answer(file, 0), "16382\n");
+}
+
+TEST_F(Program, ReadsEntriesAndTheModeBehindThem) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0644);
+  setList(file, {deny(user(kAnna), 2), allow(user(kAnna), 4)});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(4 + 128 + 512 + 2048) + "\n");
+  EXPECT_EQ(answer(file, kBert), std::to_string(2 + 128 + 512 + 2048) + "\n");
+}
+
+TEST_F(Program, ACompleteListLeavesNothingToTheMode) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0777, kAnna);
+  setCompleteList(file, {allow(user(kAnna), 2)});
+  EXPECT_EQ(answer(file, kAnna), "2\n");
+}
+
+TEST_F(Program, ADescriptorWithoutAListAllowsEverybodyEverything) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0);
+  ASSERT_EQ(setAttribute(file, FileAclOptions{}.attribute,
+                         nt_acl::encode({nt_acl::kControlWritten, user(0), group(0), {}}).value()),
+            0);
+  EXPECT_EQ(answer(file, kAnna), "16382\n");
+}
+
+TEST_F(Program, PrimaryOtherAndNestedGroupsCount) {
+  addUser("anna", kAnna, kStaff);
+  addGroup("staff", kStaff);
+  addGroup("crew", kCrew, {"anna"});
+  addGroup("all", kCrew + 1, {}, {kCrew});
+  for (const std::uint32_t gid : {kStaff, kCrew, kCrew + 1}) {
+    const std::string file = makeFile("file" + std::to_string(gid), 0);
+    setList(file, {allow(group(gid), 2)});
+    EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 2048) + "\n");
+    EXPECT_EQ(answer(file, kBert), std::to_string(128 + 2048) + "\n");
+  }
+}
+
+TEST_F(Program, AnEntryByAGuidIsForTheRecordThatHasIt) {
+  const std::string guid = "DEADBEEF-0000-4000-8000-000000000001";
+  addRecord("anna", schema::kUsers,
+            {{schema::kUniqueID, std::to_string(kAnna)}, {schema::kGeneratedUID, guid}});
+  const std::string file = makeFile("file", 0);
+  setList(file, {allow(nt_acl::guidSid(*parseGuid(guid)), 2)});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 2048) + "\n");
+}
+
+TEST_F(Program, WellKnownPrincipalsCount) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0, kAnna);
+  setList(file, {allow(nt_acl::everyoneSid(), 2), allow(nt_acl::authenticatedUsersSid(), 4),
+                 deny(nt_acl::ownerRightsSid(), 4096), allow(nt_acl::creatorOwnerSid(), 8192)});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 4 + 128 + 256 + 2048) + "\n");
+  EXPECT_EQ(answer(file, kBert), std::to_string(2 + 128 + 2048) + "\n");
+}
+
+TEST_F(Program, WhatIsOnlyInheritedDoesNotCount) {
+  addUser("anna", kAnna);
+  const std::string folder = makeFolder("folder", 0);
+  setList(folder, {allow(user(kAnna), 16382, nt_acl::kInheritOnly | nt_acl::kContainerInherit)});
+  EXPECT_EQ(answer(folder, kAnna), std::to_string(128 + 2048) + "\n");
+}
+
+TEST_F(Program, ForeignSidsAndOtherKindsOfEntriesAreForNobody) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0);
+  nt_acl::Ace audit{2, 0, 0x1F01FF, nt_acl::everyoneSid(), {}};
+  audit.foreign = std::string(
+      "\x02\x00\x14\x00\xff\x01\x1f\x00\x01\x01\x00\x00\x00\x00\x00\x01"
+      "\x00\x00\x00\x00",
+      20);
+  setCompleteList(file, {audit, allow({5, {21, 1, 2, 3, 1000}}, 16382), allow(user(kAnna), 2)});
+  EXPECT_EQ(answer(file, kAnna), "2\n");
+}
+
+TEST_F(Program, ALinkIsFollowed) {
+  addUser("anna", kAnna);
+  makeFile("file", 0600, kAnna);
+  ASSERT_EQ(::symlink("file", folder_.path("link").c_str()), 0);
+  EXPECT_EQ(answer(folder_.path("link"), kAnna), answer(folder_.path("file"), kAnna));
+}
+
+TEST_F(Program, DeletingIsJudgedInTheFolderThatTheFileIsIn) {
+  addUser("anna", kAnna);
+  const std::string inside = makeFolder("open", 0777) + "/file";
+  makeFile("open/file", 0);
+  EXPECT_EQ(answer(inside, kAnna), std::to_string(16 + 128 + 2048) + "\n");
+  makeFolder("closed", 0755);
+  ASSERT_EQ(::symlink("../open/file", folder_.path("closed/link").c_str()), 0);
+  EXPECT_EQ(answer(folder_.path("closed/link"), kAnna), std::to_string(16 + 128 + 2048) + "\n");
+  setList(folder_.path("open"), {deny(user(kAnna), 4 | 64)});
+  EXPECT_EQ(answer(inside, kAnna), std::to_string(128 + 2048) + "\n");
+}
+
+TEST_F(Program, DeletingAFolderIsJudgedInTheFolderAround) {
+  addUser("anna", kAnna);
+  makeFolder("sticky", 01777);
+  EXPECT_EQ(answer(makeFolder("sticky/roots", 0), kAnna), std::to_string(128 + 2048) + "\n");
+  EXPECT_EQ(answer(makeFolder("sticky/hers", 0, kAnna), kAnna),
+            std::to_string(16 + 128 + 256 + 2048 + 4096) + "\n");
+}
+
+TEST_F(Program, TheHighestFolderIsInNone) {
+  addUser("anna", kAnna);
+  EXPECT_EQ(std::stoi(answer("/", kAnna)) & 16, 0);
+}
+
+TEST_F(Program, FifosSocketsAndDevicesAreLookedAtWithoutBeingOpened) {
+  addUser("anna", kAnna);
+  const std::string fifo = folder_.path("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0), 0);
+  ASSERT_EQ(::chmod(fifo.c_str(), 0644), 0);
+  EXPECT_EQ(answer(fifo, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+}
+
+TEST_F(Program, APosixAclsMaskIsNotTakenForTheGroupsBits) {
+  addUser("anna", kAnna, kStaff);
+  const std::string file = makeFile("file", 0640, 0, kStaff);
+  if (const std::string why = whyNoPosixAcls(folder_.path()); !why.empty()) GTEST_SKIP() << why;
+  posix_acl::Acl acl;
+  acl.classes = {6, 4, 0};
+  acl.users = {{kBert, 7}};
+  acl.computeMask();
+  ASSERT_EQ(setAttribute(file, posix_acl::kAccessAttribute, posix_acl::encode(acl)), 0);
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+}
+
+TEST_F(Program, AUidThatNoAccountHasGetsWhatEveryoneAndOthersGet) {
+  const std::string file = makeFile("file", 0704, kBert);
+  setList(file, {allow(user(kBert), 32), allow(nt_acl::everyoneSid(), 8)});
+  const std::string expected = std::to_string(2 + 8 + 128 + 512 + 2048) + "\n";
+  EXPECT_EQ(answer(file, kBert), expected);
+  EXPECT_EQ(answer(file, 2147483648U), expected);
+  EXPECT_EQ(answer(file, 4294967295U), expected);
+}
+
+TEST_F(Program, ListsAreWhereTheConfigurationSays) {
+  addUser("anna", kAnna);
+  std::filesystem::create_directories(root_ + "/etc/paddock");
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml", "[acl]\nattribute = \"user.paddock\"\n");
+  const std::string file = makeFile("file", 0644);
+  setCompleteList(file, {});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+}
+
+TEST_F(Program, APathThatIsNotThereIsAnError) {
+  for (const char* name : {"missing", "file/below", "dangling"}) {
+    makeFile("file", 0644);
+    ASSERT_TRUE(::symlink("missing", folder_.path("dangling").c_str()) == 0 || errno == EEXIST);
+    EXPECT_THAT(failureOf(ask(folder_.path(name), kAnna)),
+                StartsWith("effectiveprivs: cannot open " + folder_.path(name) + ": "));
+  }
+}
+
+TEST_F(Program, LinksThatGoInCirclesAndNamesThatAreTooLongAreErrors) {
+  ASSERT_EQ(::symlink("circle", folder_.path("circle").c_str()), 0);
+  EXPECT_THAT(failureOf(ask(folder_.path("circle"), kAnna)), HasSubstr("symbolic links"));
+  EXPECT_THAT(failureOf(ask(folder_.path(std::string(300, 'x')), kAnna)),
+              HasSubstr("name too long"));
+}
+
+TEST_F(Program, APathBelowAFolderThatOnlyRootMaySearchIsJudged) {
+  addUser("anna", kAnna);
+  makeFolder("private", 0700);
+  EXPECT_EQ(answer(makeFile("private/file", 0644), kAnna),
+            std::to_string(2 + 128 + 512 + 2048) + "\n");
+}
+
+TEST_F(Program, ADamagedListIsAnErrorAndNeverNone) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0777);
+  ASSERT_EQ(setAttribute(file, FileAclOptions{}.attribute, "\x01"), 0);
+  EXPECT_EQ(failureOf(ask(file, kAnna)),
+            "effectiveprivs: the ACL of " + file +
+                " is damaged: its attribute security.NTACL does not decode\n");
+}
+
+TEST_F(Program, ADamagedListOfTheFolderAroundIsAnErrorWhereItMatters) {
+  addUser("anna", kAnna);
+  const std::string folder = makeFolder("folder", 0777);
+  const std::string file = makeFile("folder/file", 0);
+  ASSERT_EQ(setAttribute(folder, FileAclOptions{}.attribute, "\x01"), 0);
+  EXPECT_THAT(failureOf(ask(file, kAnna)), HasSubstr("is damaged"));
+  setList(file, {deny(user(kAnna), 16)});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(128 + 2048) + "\n");
+}
+
+TEST_F(Program, ADirectoryServerThatDoesNotAnswerIsAnErrorAndNoGuess) {
+  addUser("anna", kAnna);
+  std::filesystem::create_directories(root_ + "/etc/paddock");
+  // Nothing listens there.
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml",
+                 "[[ldap]]\nname = \"off\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=example\"\n"
+                 "tls = \"none\"\n");
+  EXPECT_THAT(failureOf(ask(makeFile("file", 0644), kAnna)),
+              StartsWith("effectiveprivs: cannot find out the groups of user " +
+                         std::to_string(kAnna) + ": "));
+  EXPECT_EQ(answer(folder_.path("file"), 0), "16382\n");
+}
+
+TEST_F(Program, AConfigurationThatCannotBeUsedIsAnError) {
+  std::filesystem::create_directories(root_ + "/etc/paddock");
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml", "[acl]\nattribut = \"user.x\"\n");
+  EXPECT_THAT(failureOf(ask("/", kAnna)), HasSubstr("/etc/paddock/paddockd.toml:2: "));
+}
+
+TEST_F(Program, AWrongCommandLineSaysHowItIsUsed) {
+  EXPECT_EQ(failureOf(run({"-p", "/", "-u", "anna"}), 2),
+            "effectiveprivs: \"anna\" is no uid\n"
+            "usage: effectiveprivs [--explain [--json]] -p PATH -u UID\n");
+}
+
+TEST_F(Program, OutputThatCannotBeWrittenIsAnError) {
+  const EndedProgram ended =
+      runProgram({"/bin/sh", "-c", "exec \"$0\" -p / -u 0 > /dev/full", program_});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.error, "effectiveprivs: standard output cannot be written\n");
+}
+
+TEST_F(Program, AUserInTenThousandGroupsIsNoTrouble) {
+  if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  const std::string file = makeFile("file", 0);
+  constexpr std::uint32_t kGroups = 10'000;
+  setList(file, {allow(group(kCrew + kGroups - 1), 2)});
+  writeWholeFile(folder_.path("passwd"), "anna:x:" + std::to_string(kAnna) + ":" +
+                                             std::to_string(kStaff) + "::/:/bin/sh\n");
+  std::string lines;
+  for (std::uint32_t number = 0; number < kGroups; ++number)
+    lines += "g" + std::to_string(number) + ":x:" + std::to_string(kCrew + number) + ":anna\n";
+  writeWholeFile(folder_.path("group"), lines);
+  runInOwnMounts([&] {
+    bindMount(folder_.path("passwd"), "/etc/passwd");
+    bindMount(folder_.path("group"), "/etc/group");
+    EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 2048) + "\n");
+  });
+}
+
+}  // namespace
+}  // namespace paddock::effectiveprivs
