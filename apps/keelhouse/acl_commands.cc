@@ -5,6 +5,7 @@
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/kernel_acl.h"
 #include "keelhouse/projection_view.h"
+#include "keelhouse/reply_status.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
@@ -37,6 +38,16 @@ ExitStatus write(const Session& session, const std::string& path, const WantedAc
   }
   print(session, path, acl, folder, principals);
   return ExitStatus::done;
+}
+
+// The entries that the path would have if it took over what its parent folder makes inheritable.
+Array inheritedAcl(const Session& session, const std::string& path) {
+  const Dictionary reply =
+      session.daemon.call("paddock_sharing", "fileInheritACL", {{"path", path}});
+  if (const Array* acl = reply.array("acl")) return *acl;
+  const std::string* error = reply.string("error");
+  throw failure("what " + path + " inherits cannot be read: " +
+                (error != nullptr ? explained(*error) : "the daemon's reply has no list"));
 }
 
 }  // namespace
@@ -90,6 +101,17 @@ ExitStatus removeFromAcl(const Session& session, const std::string& typedPath,
   Principals principals(session);
   const WantedAcl wanted = withRemoved(keptEntries(aclOf(privileges, path)), removals, principals);
   return write(session, path, wanted, principals);
+}
+
+ExitStatus inheritAcl(const Session& session, const std::string& typedPath, bool apply) {
+  const std::string path = absolutePath(typedPath);
+  // The other question is answered with an empty list for a path that is not there.
+  const Dictionary privileges = readPrivileges(session, path);
+  const Array acl = inheritedAcl(session, path);
+  Principals principals(session);
+  if (apply) return write(session, path, keptEntries(acl), principals);
+  print(session, path, acl, isFolder(privileges), principals);
+  return ExitStatus::done;
 }
 
 }  // namespace paddock::keelhouse

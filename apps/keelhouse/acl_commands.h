@@ -26,5 +26,8 @@ ExitStatus addToAcl(const Session& session, const std::string& path,
 // `words`: numbers of entries, and users and groups as parsePrincipal reads them.
 ExitStatus removeFromAcl(const Session& session, const std::string& path,
                          const std::vector<std::string>& words);
+// The path's own entries and, behind them, those that its parent folder has files inherit; with
+// `apply` that becomes the ACL.
+ExitStatus inheritAcl(const Session& session, const std::string& path, bool apply);
 
 }  // namespace paddock::keelhouse

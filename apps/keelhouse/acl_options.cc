@@ -25,6 +25,7 @@ struct AclOptions {
   std::vector<std::string> words;
   std::optional<std::size_t> number;
   bool projection = false;
+  bool apply = false;
 };
 using SharedOptions = std::shared_ptr<AclOptions>;
 
@@ -90,6 +91,17 @@ void addRemove(CLI::App& group, Action& action, const SharedOptions& options) {
   });
 }
 
+void addInherit(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command = addCommand(group, options, "inherit",
+                             "Its own entries, and those that its parent folder hands down");
+  command->add_flag("--apply", options->apply, "Make that the ACL; it is only shown otherwise");
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return inheritAcl(session, options->path, options->apply);
+    };
+  });
+}
+
 }  // namespace
 
 void addAclCommands(CLI::App& program, Action& action) {
@@ -100,6 +112,7 @@ void addAclCommands(CLI::App& program, Action& action) {
   addSet(*group, action, options);
   addAdd(*group, action, options);
   addRemove(*group, action, options);
+  addInherit(*group, action, options);
 }
 
 }  // namespace paddock::keelhouse

@@ -1,8 +1,11 @@
 #include "keelhouse/command_line.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
+#include <iostream>
 
 #include "base/installed_root.h"
 #include "keelhouse/options.h"
@@ -32,10 +35,16 @@ void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
   program.add_flag("--json", options.json, "Print raw values as JSON");
 }
 
+std::string ownRoot() { return rootOfInstalled(runningExecutable(), "/usr/sbin/keelhouse"); }
+
 std::string socketOf(const CLI::App& program, const GlobalOptions& options) {
   if (program.count("--socket") > 0) return options.socket;
-  if (program.count("--root") > 0) return socketBelow(options.root);
-  return socketBelow(rootOfInstalled(runningExecutable(), "/usr/sbin/keelhouse"));
+  return socketBelow(program.count("--root") > 0 ? options.root : ownRoot());
+}
+
+// Only a stream of the program itself can be a terminal.
+bool isTerminal(const std::ostream& out) {
+  return out.rdbuf() == std::cout.rdbuf() && ::isatty(STDOUT_FILENO) == 1;
 }
 
 int numberOf(ExitStatus status) { return static_cast<int>(status); }
@@ -76,6 +85,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   addShareCommands(program, action);
   addPrivilegeCommands(program, action);
   addAclCommands(program, action);
+  addPropagateCommand(program, action);
   addVolumeCommands(program, action);
   addRecordCommands(program, action);
   addNodeCommands(program, action);
@@ -90,7 +100,8 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
     return endParsing(program, reason, out, error);
   }
   const DaemonClient daemon(socketOf(program, options));
-  return perform(action, {daemon, out, error, options.json}, error);
+  const std::string root = rootOfSocket(daemon.socketPath()).value_or(ownRoot());
+  return perform(action, {daemon, out, error, options.json, root, isTerminal(out)}, error);
 }
 
 }  // namespace paddock::keelhouse

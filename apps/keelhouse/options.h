@@ -17,6 +17,7 @@ void addRawCommands(CLI::App& program, Action& action);
 void addShareCommands(CLI::App& program, Action& action);
 void addPrivilegeCommands(CLI::App& program, Action& action);
 void addAclCommands(CLI::App& program, Action& action);
+void addPropagateCommand(CLI::App& program, Action& action);
 void addVolumeCommands(CLI::App& program, Action& action);
 void addRecordCommands(CLI::App& program, Action& action);
 void addNodeCommands(CLI::App& program, Action& action);

@@ -47,6 +47,10 @@ const char* hintFor(std::int64_t status) {
       return "The file system may be read-only, or the path may be missing; what was changed "
              "before "
              "the failure stays.";
+    case CANNOT_PROPAGATE_PRIVS_ERR:
+      return "The program copyprivs may be missing beside paddock_sharing.so, or there is no room "
+             "in "
+             "/tmp; the daemon's log says more (journalctl -u paddockd).";
     case FILE_NOT_FOUND_ERR:
       return "Check that the path is written as it is on the server.";
     case INVALID_ACL_ERR:

@@ -13,9 +13,8 @@ constexpr const char* kPublishedShares = "/etc/samba/paddock-shares.conf";
 }  // namespace
 
 std::string publishedSharesOf(const std::string& socketPath) {
-  const std::string place = socketBelow("");
-  if (!socketPath.ends_with(place)) return {};
-  return socketPath.substr(0, socketPath.size() - place.size()) + kPublishedShares;
+  const auto root = rootOfSocket(socketPath);
+  return root ? *root + kPublishedShares : std::string();
 }
 
 std::optional<bool> isPublishedOverSmb(const std::string& file, const Dictionary& sharePoint) {

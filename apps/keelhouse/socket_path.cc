@@ -17,6 +17,11 @@ std::string socketBelow(std::string root) {
   return root + std::string(kSocket);
 }
 
+std::optional<std::string> rootOfSocket(const std::string& path) {
+  if (!path.ends_with(kSocket)) return std::nullopt;
+  return path.substr(0, path.size() - kSocket.size());
+}
+
 bool fitsSocketAddress(const std::string& path) {
   return path.size() < sizeof(sockaddr_un::sun_path);
 }

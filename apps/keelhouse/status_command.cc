@@ -3,9 +3,14 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "keelhouse/node_list.h"
+#include "keelhouse/pushed_parts.h"
+#include "keelhouse/run_status_file.h"
+#include "keelhouse/run_text.h"
+#include "keelhouse/running_runs.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -24,6 +29,11 @@ struct Plugin {
   std::string name;
   std::size_t operations = 0;
   std::optional<Answer> state;  // absent when it tells none
+};
+
+struct RunInSight {
+  RunningRun run;
+  std::optional<Dictionary> status;
 };
 
 bool holds(const Array& texts, std::string_view wanted) {
@@ -89,8 +99,24 @@ Directory askDirectory(const Session& session, const std::vector<Plugin>& plugin
   }
 }
 
+// Whose progress is known to root alone.
+std::vector<RunInSight> askRuns(const Session& session) {
+  std::vector<RunInSight> runs;
+  for (RunningRun& run : runningRuns(session.root)) {
+    auto status = readStatusFile(run.statusFile);
+    runs.push_back({std::move(run), std::move(status)});
+  }
+  return runs;
+}
+
+std::string describeRun(const RunInSight& run) {
+  const std::string parts = pushedWords(run.run.mask);
+  return parts + (run.status ? ", " + progressText(readRunStatus(*run.status), {}) : "") +
+         ", process " + std::to_string(run.run.process);
+}
+
 void printText(const Session& session, const Dictionary& health, const std::vector<Plugin>& plugins,
-               const Directory& directory) {
+               const Directory& directory, const std::vector<RunInSight>& runs) {
   const std::string* state = health.string("status");
   std::vector<std::vector<std::string>> rows;
   const std::string* version = health.string("version");
@@ -107,6 +133,9 @@ void printText(const Session& session, const Dictionary& health, const std::vect
     rows.push_back({"node " + printable(node.path), printable(describeNode(node))});
   }
   if (!directory.error.empty()) rows.push_back({"directory nodes", printable(directory.error)});
+  for (const RunInSight& run : runs) {
+    rows.push_back({"propagation " + printable(run.run.path), describeRun(run)});
+  }
   session.out << formatTable(rows);
 }
 
@@ -123,15 +152,31 @@ Array jsonOf(const Directory& directory) {
   return nodes;
 }
 
+Array jsonOf(const std::vector<RunInSight>& runs) {
+  Array list;
+  for (const RunInSight& run : runs) {
+    Dictionary entry{{"path", run.run.path},
+                     {"pid", run.run.process},
+                     {"mask", run.run.mask},
+                     {"statusFile", run.run.statusFile}};
+    if (run.status) entry.set("status", *run.status);
+    list.emplace_back(std::move(entry));
+  }
+  return list;
+}
+
 Dictionary jsonOf(const Dictionary& health, const std::vector<Plugin>& plugins,
-                  const Directory& directory) {
+                  const Directory& directory, const std::vector<RunInSight>& runs) {
   Array list;
   for (const Plugin& plugin : plugins) {
     Dictionary entry{{"name", plugin.name}, {"operations", plugin.operations}};
     if (plugin.state) entry.set(plugin.state->good ? "state" : "error", plugin.state->text);
     list.emplace_back(std::move(entry));
   }
-  Dictionary all{{"health", health}, {"plugins", std::move(list)}, {"nodes", jsonOf(directory)}};
+  Dictionary all{{"health", health},
+                 {"plugins", std::move(list)},
+                 {"nodes", jsonOf(directory)},
+                 {"propagations", jsonOf(runs)}};
   if (!directory.error.empty()) all.set("nodesError", directory.error);
   return all;
 }
@@ -142,10 +187,11 @@ ExitStatus showStatus(const Session& session) {
   const Dictionary health = session.daemon.get("/v1/health");
   const std::vector<Plugin> plugins = askPlugins(session);
   const Directory directory = askDirectory(session, plugins);
+  const std::vector<RunInSight> runs = askRuns(session);
   if (session.json) {
-    session.out << wire::writeJsonPretty(jsonOf(health, plugins, directory)) << '\n';
+    session.out << wire::writeJsonPretty(jsonOf(health, plugins, directory, runs)) << '\n';
   } else {
-    printText(session, health, plugins, directory);
+    printText(session, health, plugins, directory, runs);
   }
   bool good = directory.isGood();
   for (const Plugin& plugin : plugins) good = good && (!plugin.state || plugin.state->good);

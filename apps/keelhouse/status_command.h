@@ -6,8 +6,8 @@
 
 namespace paddock::keelhouse {
 
-// Prints how the daemon is, its plug-ins (with the state of those that tell one) and the directory
-// nodes. `failed` when something of this did not answer.
+// Prints how the daemon is, its plug-ins (with the state of those that tell one), the directory
+// nodes and the runs that push privileges down. `failed` when something of this did not answer.
 ExitStatus showStatus(const Session& session);
 
 }  // namespace paddock::keelhouse

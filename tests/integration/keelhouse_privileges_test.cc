@@ -194,6 +194,26 @@ TEST_F(KeelhousePrivileges, TheProjectionShowsTheKernelsEntries) {
   EXPECT_EQ(*value->array()->at(0).dictionary()->string("access"), "rwx");
 }
 
+TEST_F(KeelhousePrivileges, WhatAFolderHandsDownIsShownAndTakenOver) {
+  const std::string inner = makeFolder("shared/inner");
+  done({"acl", "set", path_, "allow", "group:nogroup", "read:inherit", "deny", "user:nobody",
+        "write:directory-inherit", "allow", "user:daemon", "search"});
+  done({"acl", "set", inner, "allow", "user:root", "full"});
+  const std::string both =
+      "NO  ACTION  WHO            RIGHTS  INHERITANCE        NAME\n"
+      "1   allow   user:root      full    -                  -\n"
+      "2   allow   group:nogroup  read    inherit,inherited  -\n";
+  EXPECT_EQ(done({"acl", "inherit", inner}), both);
+  EXPECT_THAT(done({"acl", "show", inner}), ::testing::Not(HasSubstr("group:nogroup")));
+  EXPECT_EQ(done({"acl", "inherit", inner, "--apply"}), both);
+  EXPECT_EQ(done({"acl", "show", inner}), both);
+  EXPECT_EQ(done({"acl", "inherit", inner}), both);
+  done({"acl", "set", path_});
+  EXPECT_EQ(done({"acl", "inherit", inner, "--apply"}),
+            "NO  ACTION  WHO        RIGHTS  INHERITANCE  NAME\n"
+            "1   allow   user:root  full    -            -\n");
+}
+
 TEST_F(KeelhousePrivileges, FilesHaveThemToo) {
   const std::string file = folder_.path("file");
   writeWholeFile(file, "x");
