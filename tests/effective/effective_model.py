@@ -1,0 +1,89 @@
+"""What a user may do with a file or folder, decided one bit at a time."""
+from collections import namedtuple
+
+from nt_list import AUTHENTICATED, EVERYONE, OWNER_RIGHTS
+
+ROOT = 0
+ALL = 16382
+BITS = [1 << number for number in range(1, 14)]
+
+READ_DATA, WRITE_DATA, EXECUTE, DELETE, APPEND, DELETE_CHILD = 2, 4, 8, 16, 32, 64
+READ_ATTRIBUTES, WRITE_ATTRIBUTES, READ_EXTENDED, WRITE_EXTENDED = 128, 256, 512, 1024
+READ_SECURITY, WRITE_SECURITY = 2048, 4096
+
+OF_MODE = {4: {READ_DATA, READ_EXTENDED}, 2: {WRITE_DATA, APPEND, WRITE_EXTENDED}, 1: {EXECUTE}}
+OF_THE_OWNER = {WRITE_ATTRIBUTES, WRITE_SECURITY}
+OF_EVERYBODY = {READ_ATTRIBUTES, READ_SECURITY}
+
+# `sid`: whom it is about; `bits`: a set; `applies`: not to what is inside alone.
+Entry = namedtuple("Entry", "allow sid bits applies")
+# `entries`: of the list, None without one; `complete`: nothing falls back to the mode.
+Object = namedtuple("Object", "uid gid mode is_folder is_sticky entries complete")
+# `gids`: of the groups that a process of the user has; `sids`: of the user and of all groups that hold
+# the user; `is_known`: whether there is an account.
+User = namedtuple("User", "uid gids sids is_known")
+
+
+class Decision(namedtuple("Decision", "granted by entry")):
+    """`by`: root, entry (the index is `entry`), list, mode, owner, everybody, parent, or nothing."""
+
+
+def bitmap(user, thing, parent):
+    return sum(bit for bit in BITS if decide(user, thing, parent, bit).granted)
+
+
+def decide(user, thing, parent, bit):
+    """`parent`: the folder that it is in."""
+    if user.uid == ROOT:
+        return Decision(True, "root", None)
+    for index, entry in enumerate(thing.entries or ()):
+        if entry.applies and bit in entry.bits and is_about(entry, user, thing):
+            return Decision(entry.allow, "entry", index)
+    if thing.entries is not None and thing.complete:
+        return Decision(False, "list", None)
+    return without_an_entry(user, thing, parent, bit)
+
+
+def is_about(entry, user, thing):
+    if entry.sid == EVERYONE:
+        return True
+    if not user.is_known:
+        return False
+    if entry.sid == OWNER_RIGHTS:
+        return thing.uid == user.uid
+    return entry.sid == AUTHENTICATED or entry.sid in user.sids
+
+
+def without_an_entry(user, thing, parent, bit):
+    if bit == DELETE:
+        return Decision(may_delete(user, thing, parent), "parent", None)
+    if bit in OF_EVERYBODY:
+        return Decision(True, "everybody", None)
+    if bit in OF_THE_OWNER:
+        return Decision(is_owner(user, thing), "owner", None)
+    digit = thing.mode >> class_shift(user, thing) & 7
+    given = set().union(*(bits for one, bits in OF_MODE.items() if digit & one))
+    if thing.is_folder and digit & 2:
+        given.add(DELETE_CHILD)
+    return Decision(bit in given, "mode", None)
+
+
+def is_owner(user, thing):
+    return user.is_known and user.uid == thing.uid
+
+
+def class_shift(user, thing):
+    if not user.is_known:
+        return 0
+    if user.uid == thing.uid:
+        return 6
+    return 3 if thing.gid in user.gids else 0
+
+
+def may_delete(user, thing, parent):
+    def has(bit):
+        # Whether the parent itself may be deleted makes no difference, so it needs no parent.
+        return decide(user, parent, None, bit).granted
+    if parent.is_sticky and not is_owner(user, thing) and not is_owner(user, parent):
+        return False
+    return has(WRITE_DATA) and has(EXECUTE) or has(DELETE_CHILD)
