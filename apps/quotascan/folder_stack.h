@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/file_descriptor.h"
-#include "quotascan/object_status.h"
+#include "platform/linux/object_status.h"
 
 namespace paddock::quotascan {
 

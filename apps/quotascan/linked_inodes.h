@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "quotascan/number_set.h"
-#include "quotascan/object_status.h"
+#include "platform/linux/object_status.h"
 
 namespace paddock::quotascan {
 

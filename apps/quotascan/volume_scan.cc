@@ -9,7 +9,7 @@
 #include "base/system_call.h"
 #include "quotascan/failure.h"
 #include "quotascan/kernel_counts.h"
-#include "quotascan/object_status.h"
+#include "platform/linux/object_status.h"
 #include "quotascan/replacement.h"
 #include "quotascan/tree_walk.h"
 

@@ -8,13 +8,20 @@
 #include <string>
 #include <vector>
 
-#include "quotascan/folder_entries.h"
+#include "base/work_queue.h"
+#include "platform/linux/folder_entries.h"
 #include "quotascan/folder_stack.h"
 #include "quotascan/linked_inodes.h"
 #include "quotascan/usage.h"
-#include "quotascan/work_queue.h"
 
 namespace paddock::quotascan {
+
+struct Work {
+  FileDescriptor folder;
+  bool isRead = false;        // only what follows is to be looked at; else the folder, to its end
+  std::vector<char> entries;  // in the form of getdents64(2)
+  std::string pending;        // names of folders in it, each behind a NUL
+};
 
 // What the threads of a walk have in common.
 struct SharedWalk {
@@ -22,7 +29,7 @@ struct SharedWalk {
              const std::set<std::string>& ignoredNames)
       : queue(threads), objects(counted), ignored(ignoredNames) {}
 
-  WorkQueue queue;
+  WorkQueue<Work> queue;
   LinkedInodes linked;
   ObjectStatus root;
   std::atomic<std::uint64_t>& objects;

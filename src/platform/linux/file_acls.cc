@@ -59,10 +59,28 @@ FileAcls::FileAcls(FileAclOptions options, PrincipalSids& sids, Membership& memb
       projector_(sids, membership, groups, attributes) {}
 
 int FileAcls::readFrom(int number, std::unique_ptr<acl::List>& list) const {
-  const AccountFiles::Moment moment(options_.accountFiles);
   list.reset();
   OpenObject object;
-  if (const int error = lookAt(number, object); error != 0) return error;
+  const int error = lookAt(number, object);
+  return error != 0 ? error : readFrom(object, list);
+}
+
+int FileAcls::writeTo(int number, const acl::List& list) const {
+  if (!isWellFormed(list)) return EINVAL;
+  OpenObject object;
+  const int error = lookAt(number, object);
+  return error != 0 ? error : writeTo(object, list);
+}
+
+int FileAcls::refresh(int number) const {
+  OpenObject object;
+  const int error = lookAt(number, object);
+  return error != 0 ? error : refresh(object);
+}
+
+int FileAcls::readFrom(const OpenObject& object, std::unique_ptr<acl::List>& list) const {
+  const AccountFiles::Moment moment(options_.accountFiles);
+  list.reset();
   if (object.isLink()) return ENOENT;
   StoredAcl stored;
   const int error = readStoredAcl(attributes_, options_.attribute, object, stored);
@@ -80,11 +98,9 @@ int FileAcls::readFrom(int number, std::unique_ptr<acl::List>& list) const {
   return 0;
 }
 
-int FileAcls::writeTo(int number, const acl::List& list) const {
+int FileAcls::writeTo(const OpenObject& object, const acl::List& list) const {
   const AccountFiles::Moment moment(options_.accountFiles);
   if (!isWellFormed(list)) return EINVAL;
-  OpenObject object;
-  if (const int error = lookAt(number, object); error != 0) return error;
   if (object.isLink()) return EOPNOTSUPP;
   StoredAcl stored;
   int error = readStoredAcl(attributes_, options_.attribute, object, stored);
@@ -97,10 +113,8 @@ int FileAcls::writeTo(int number, const acl::List& list) const {
   return error != 0 ? error : store(object, stored, written);
 }
 
-int FileAcls::refresh(int number) const {
+int FileAcls::refresh(const OpenObject& object) const {
   const AccountFiles::Moment moment(options_.accountFiles);
-  OpenObject object;
-  if (const int error = lookAt(number, object); error != 0) return error;
   if (object.isLink()) return 0;
   StoredAcl stored;
   const int error = readStoredAcl(attributes_, options_.attribute, object, stored);

@@ -54,6 +54,12 @@ class FileAcls {
   // without a list, or with one that does not decode, is left alone.
   int refresh(int object) const;
 
+  // The same of an object that was looked at already. What its status says is believed, and the
+  // attributes are asked about its number alone.
+  int readFrom(const nt_acl::OpenObject& object, std::unique_ptr<acl::List>& list) const;
+  int writeTo(const nt_acl::OpenObject& object, const acl::List& list) const;
+  int refresh(const nt_acl::OpenObject& object) const;
+
  private:
   int store(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored,
             const nt_acl::SplitList& list) const;

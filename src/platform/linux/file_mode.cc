@@ -50,15 +50,21 @@ int readMode(const ExtendedAttributes& attributes, int object, mode_t stMode, mo
 }
 
 int writeMode(const ExtendedAttributes& attributes, int object, mode_t mode) {
+  return writeMode(attributes, object, mode,
+                   [object](mode_t masked) { return changeObjectMode(object, masked); });
+}
+
+int writeMode(const ExtendedAttributes& attributes, int object, mode_t mode,
+              const std::function<int(mode_t mode)>& change) {
   mode &= kModeBits;
   AccessAcl acl;
   if (const int error = readAccessAcl(attributes, object, acl); error != 0) return error;
   auto list = decoded(acl);
-  if (!list) return changeObjectMode(object, mode);
+  if (!list) return change(mode);
   list->classes = posix_acl::classesOf(mode);
   list->mask = static_cast<posix_acl::Bits>(*list->mask | list->classes.group);
   const int error = attributes.set(object, posix_acl::kAccessAttribute, posix_acl::encode(*list));
-  return error != 0 ? error : changeObjectMode(object, maskedMode(*list, mode));
+  return error != 0 ? error : change(maskedMode(*list, mode));
 }
 
 }  // namespace paddock

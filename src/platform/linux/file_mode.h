@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -32,5 +33,8 @@ int readMode(const ExtendedAttributes& attributes, int object, mode_t stMode, mo
 // Sets all of the mode. A POSIX ACL keeps the entries that it has for others than the three
 // classes, and its mask is widened where it would bound the owning group. 0 or an errno.
 int writeMode(const ExtendedAttributes& attributes, int object, mode_t mode);
+// The same where something else stands for chmod(2).
+int writeMode(const ExtendedAttributes& attributes, int object, mode_t mode,
+              const std::function<int(mode_t mode)>& change);
 
 }  // namespace paddock

@@ -10,7 +10,7 @@ FilePrivileges::FilePrivileges(const FilePrivilegesOptions& options, DirectorySe
       accounts_(directory),
       knownMembership_(membership, files_),
       sids_(knownMembership_, options.rememberedSidsPath, std::move(resolver)),
-      fileAcls_({options.attribute, options.projection, &files_}, sids_, knownMembership_,
-                knownGroups_) {}
+      options_{options.attribute, options.projection, &files_},
+      fileAcls_(options_, sids_, knownMembership_, knownGroups_) {}
 
 }  // namespace paddock

@@ -37,6 +37,10 @@ class FilePrivileges {
   acl::AclService& acl() { return acl_; }
   // The same by descriptor.
   const FileAcls& fileAcls() const { return fileAcls_; }
+  // The same over other attributes. The caller keeps them, and this object, alive.
+  FileAcls fileAclsOver(const ExtendedAttributes& attributes) {
+    return {options_, sids_, knownMembership_, knownGroups_, attributes};
+  }
 
  private:
   LinuxClock clock_;
@@ -47,6 +51,7 @@ class FilePrivileges {
   PrincipalSids sids_;
   NssUserGroups groups_;
   CachedUserGroups knownGroups_{groups_, files_};
+  const FileAclOptions options_;
   FileAcls fileAcls_;
   LinuxAcl acl_{fileAcls_};
   LinuxFileAttributes fileAttributes_{knownAccounts_, fileAcls_};

@@ -1,4 +1,4 @@
-#include "quotascan/folder_entries.h"
+#include "platform/linux/folder_entries.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -11,7 +11,7 @@
 #include "base/file_descriptor.h"
 #include "support/temporary_folder.h"
 
-namespace paddock::quotascan {
+namespace paddock {
 namespace {
 
 using ::testing::IsEmpty;
@@ -103,4 +103,4 @@ TEST(FolderEntries, WhatIsNoFolderHasNone) {
 }
 
 }  // namespace
-}  // namespace paddock::quotascan
+}  // namespace paddock

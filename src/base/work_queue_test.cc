@@ -1,25 +1,25 @@
-#include "quotascan/work_queue.h"
+#include "base/work_queue.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-namespace paddock::quotascan {
+namespace paddock {
 namespace {
 
-Work workOf(char mark) { return {FileDescriptor(), true, {mark}, {}}; }
+using Queue = WorkQueue<char>;
 
 TEST(WorkQueue, GivesInTurnWhatWasPutIn) {
-  WorkQueue queue(1);
-  queue.give(workOf('a'));
-  queue.give(workOf('b'));
-  EXPECT_EQ(queue.take()->entries, std::vector{'a'});
-  EXPECT_EQ(queue.take()->entries, std::vector{'b'});
+  Queue queue(1);
+  queue.give('a');
+  queue.give('b');
+  EXPECT_EQ(queue.take(), 'a');
+  EXPECT_EQ(queue.take(), 'b');
 }
 
 TEST(WorkQueue, IsDoneWhenAllThreadsWait) {
-  WorkQueue queue(2);
-  queue.give(workOf('a'));
+  Queue queue(2);
+  queue.give('a');
   std::atomic<int> taken = 0;
   const auto work = [&] {
     while (queue.take()) ++taken;
@@ -33,26 +33,26 @@ TEST(WorkQueue, IsDoneWhenAllThreadsWait) {
 }
 
 TEST(WorkQueue, AThreadThatWaitsGetsWhatAnotherGives) {
-  WorkQueue queue(2);
-  queue.give(workOf('a'));
+  Queue queue(2);
+  queue.give('a');
   ASSERT_TRUE(queue.take());
   EXPECT_FALSE(queue.isWanted());
-  std::thread other([&] { EXPECT_EQ(queue.take()->entries, std::vector{'b'}); });
+  std::thread other([&] { EXPECT_EQ(queue.take(), 'b'); });
   while (!queue.isWanted()) std::this_thread::yield();
-  queue.give(workOf('b'));
+  queue.give('b');
   other.join();
   EXPECT_FALSE(queue.isWanted());
 }
 
 TEST(WorkQueue, NothingIsTakenAnyMoreAfterAStop) {
-  WorkQueue queue(2);
+  Queue queue(2);
   std::thread other([&] { EXPECT_FALSE(queue.take()); });
   while (!queue.isWanted()) std::this_thread::yield();
   queue.stop();
   other.join();
-  queue.give(workOf('a'));
+  queue.give('a');
   EXPECT_FALSE(queue.take());
 }
 
 }  // namespace
-}  // namespace paddock::quotascan
+}  // namespace paddock

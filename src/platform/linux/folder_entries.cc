@@ -1,10 +1,10 @@
-#include "quotascan/folder_entries.h"
+#include "platform/linux/folder_entries.h"
 
 #include <string_view>
 
 #include "base/system_call.h"
 
-namespace paddock::quotascan {
+namespace paddock {
 
 const dirent64* FolderEntries::take() {
   if (rest_.empty()) return nullptr;
@@ -41,4 +41,4 @@ int readEntries(int folder, std::span<char> buffer, std::span<const char>& entri
   return error;
 }
 
-}  // namespace paddock::quotascan
+}  // namespace paddock

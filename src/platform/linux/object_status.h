@@ -1,4 +1,4 @@
-// What counting needs to know of an object of the file system; see statx(2).
+// What walking a tree needs to know of an object of the file system; see statx(2).
 #pragma once
 
 #include <sys/stat.h>
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-namespace paddock::quotascan {
+namespace paddock {
 
 struct ObjectStatus {
   std::uint64_t device = 0;
@@ -17,6 +17,7 @@ struct ObjectStatus {
   std::uint32_t group = 0;
   std::uint32_t links = 0;
   mode_t type = 0;          // the S_IFMT bits
+  mode_t mode = 0;          // the others
   bool isMountRoot = true;  // true too where the kernel does not say
 
   bool isFolder() const { return S_ISDIR(type); }
@@ -38,4 +39,4 @@ std::string pathOf(int object);
 // The same of what has the name in an open folder.
 std::string pathOf(int folder, const std::string& name);
 
-}  // namespace paddock::quotascan
+}  // namespace paddock

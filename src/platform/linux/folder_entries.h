@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace paddock::quotascan {
+namespace paddock {
 
 // Entries that were read, in the kernel's form.
 class FolderEntries {
@@ -31,4 +31,4 @@ class FolderEntries {
 int readEntries(int folder, std::span<char> buffer, std::span<const char>& entries,
                 std::int64_t& position);
 
-}  // namespace paddock::quotascan
+}  // namespace paddock

@@ -1,4 +1,4 @@
-#include "quotascan/object_status.h"
+#include "platform/linux/object_status.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,12 +8,12 @@
 
 #include "base/system_call.h"
 
-namespace paddock::quotascan {
+namespace paddock {
 
 namespace {
 
-constexpr unsigned kMask =
-    STATX_TYPE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_BLOCKS | STATX_MNT_ID;
+constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID |
+                           STATX_INO | STATX_BLOCKS | STATX_MNT_ID;
 constexpr int kNotFollowed = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr unsigned kDeviceShift = 32;
 constexpr std::uint64_t kBlock = 512;  // of stx_blocks, whatever the file system's own are
@@ -30,6 +30,7 @@ int readStatus(int folder, const char* name, int flags, unsigned mask, ObjectSta
   status.group = raw.stx_gid;
   status.links = raw.stx_nlink;
   status.type = raw.stx_mode & S_IFMT;
+  status.mode = raw.stx_mode & ~static_cast<mode_t>(S_IFMT);
   status.isMountRoot = (raw.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0 ||
                        (raw.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
   return 0;
@@ -64,4 +65,4 @@ std::string pathOf(int folder, const std::string& name) {
   return path == "/" ? path + name : path + "/" + name;
 }
 
-}  // namespace paddock::quotascan
+}  // namespace paddock

@@ -1,4 +1,4 @@
-// Hands parts of a walk from threads that have work to threads that have none.
+// Hands parts of a work from threads that have some to threads that have none.
 #pragma once
 
 #include <atomic>
@@ -6,32 +6,51 @@
 #include <deque>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <vector>
+#include <utility>
 
-#include "base/file_descriptor.h"
-
-namespace paddock::quotascan {
-
-struct Work {
-  FileDescriptor folder;
-  bool isRead = false;        // only what follows is to be looked at; else the folder, to its end
-  std::vector<char> entries;  // in the form of getdents64(2)
-  std::string pending;        // names of folders in it, each behind a NUL
-};
+namespace paddock {
 
 // At most as many parts wait in it as there are threads, when they give only while `isWanted`.
+template <typename Work>
 class WorkQueue {
  public:
   explicit WorkQueue(unsigned threads) : threads_(threads) {}
 
   // Whether a thread waits that nothing was given for yet.
   bool isWanted() const { return wanted_.load(std::memory_order_relaxed) > 0; }
-  void give(Work work);
+  void give(Work work) {
+    {
+      const std::lock_guard lock(mutex_);
+      works_.push_back(std::move(work));
+      updateWanted();
+    }
+    changed_.notify_one();
+  }
   // Waits for work. Nothing when all threads wait, and from then on, or after `stop`.
-  std::optional<Work> take();
+  std::optional<Work> take() {
+    std::unique_lock lock(mutex_);
+    ++waiting_;
+    updateWanted();
+    if (works_.empty() && waiting_ == static_cast<int>(threads_)) {
+      stopped_ = true;
+      changed_.notify_all();
+    }
+    changed_.wait(lock, [this] { return stopped_ || !works_.empty(); });
+    if (stopped_) return std::nullopt;
+    Work work = std::move(works_.front());
+    works_.pop_front();
+    --waiting_;
+    updateWanted();
+    return work;
+  }
   // No thread gets work any more.
-  void stop();
+  void stop() {
+    {
+      const std::lock_guard lock(mutex_);
+      stopped_ = true;
+    }
+    changed_.notify_all();
+  }
   bool isStopped() const { return stopped_.load(std::memory_order_relaxed); }
 
  private:
@@ -46,4 +65,4 @@ class WorkQueue {
   std::atomic<bool> stopped_ = false;
 };
 
-}  // namespace paddock::quotascan
+}  // namespace paddock

@@ -1,0 +1,167 @@
+#include "copyprivs/copyprivs.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+
+#include "base/printable.h"
+#include "configuration/configuration.h"
+#include "copyprivs/options.h"
+#include "copyprivs/run_report.h"
+#include "copyprivs/short_path.h"
+#include "copyprivs/starting_folder.h"
+#include "copyprivs/status_file.h"
+#include "copyprivs/status_writer.h"
+#include "copyprivs/tree_walk.h"
+#include "platform/linux/configured_options.h"
+#include "platform/linux/linux_membership.h"
+#include "platform/logger.h"
+#include "platform/services.h"
+#include "wire/property_list.h"
+
+namespace paddock::copyprivs {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+enum ExitStatus { done = 0, failed = 1, unusable = 2 };
+
+// What fails is told in the status file.
+class SilentLogger final : public Logger {
+ public:
+  void log(int, std::string_view) override {}
+};
+
+// The services that the privileges of files need.
+class World {
+ public:
+  World(const Dictionary& configuration, const std::string& root)
+      : directory_(configuredDirectory(configuration, root)),
+        privileges_(configuredPrivileges(configuration, root), directory_, membership_,
+                    configuredSidResolver(configuration, root)) {
+    Services services;
+    services.logger = &logger_;
+    services.acl = &privileges_.acl();
+    guard_.emplace(services);
+  }
+  FilePrivileges& privileges() { return privileges_; }
+
+ private:
+  LinuxDirectoryService directory_;
+  LinuxMembership membership_{directory_};
+  FilePrivileges privileges_;
+  SilentLogger logger_;
+  std::optional<ServicesGuard> guard_;
+};
+
+void say(std::ostream& error, const std::string& text) {
+  error << "copyprivs: " << printable(text) << std::endl;
+}
+
+Dictionary readConfigurationTree(const std::string& root) {
+  const std::string path = root + "/etc/paddock/paddockd.toml";
+  std::vector<ConfigurationProblem> problems;
+  Dictionary tree = readConfiguration(path, problems).tree;
+  if (!problems.empty()) throw CannotStart(describeProblem(path, problems.front()));
+  return tree;
+}
+
+// One run and what is told of it.
+class Run {
+ public:
+  Run(const Options& options, const std::atomic<bool>& stop) : options_(options), stop_(stop) {}
+
+  // Throws CannotStart, or what the walk throws.
+  void perform(const std::string& root, StatusFile& file) {
+    const StartingFolder folder = findStartingFolder(options_.folder);
+    if (options_.mask == 0) return;
+    const Dictionary configuration = readConfigurationTree(root);
+    World world(configuration, root);
+    Propagation propagation = propagationFrom(folder, options_.mask, world.privileges().fileAcls());
+    propagation.attribute = configuredPrivileges(configuration, root).attribute;
+    propagation.dryRun = options_.dryRun;
+    HeldObjects objects;
+    objects.enterFolder();
+    StatusWriter writer(file, [this] { return status(false); });
+    walkTree(folder, propagation, world.privileges(), objects, {}, stop_, report_);
+  }
+
+  void setFailure(const std::string& text) { failure_ = text; }
+  const RunReport& report() const { return report_; }
+
+  Dictionary status(bool isEnded) const {
+    Dictionary status{{"status", isEnded ? "completed" : "running"},
+                      {"path", shortPath(options_.folder)},
+                      {"mask", options_.mask},
+                      {"pid", ::getpid()}};
+    report_.fill(status, options_.dryRun);
+    status.set("elapsedSeconds",
+               std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - began_).count());
+    if (options_.dryRun) status.set("dryRun", true);
+    if (isEnded && stop_) status.set("stopped", true);
+    if (!failure_.empty()) status.set("error", failure_);
+    return status;
+  }
+
+ private:
+  const Options& options_;
+  const std::atomic<bool>& stop_;
+  const Clock::time_point began_ = Clock::now();
+  RunReport report_;
+  std::string failure_;
+};
+
+int finish(const Run& run, StatusFile& file, int result, std::ostream& error) {
+  file.replace(wire::writePropertyList(run.status(true)), true);
+  if (!file.failure().empty()) say(error, file.failure());
+  return result;
+}
+
+// The exit status of a run that did start.
+int resultOf(const Run& run) { return run.report().errorCount() == 0 ? done : failed; }
+
+int performRun(const Options& options, const std::string& root, const std::atomic<bool>& stop,
+               std::ostream& error) {
+  StatusFile file(options.statusFile);
+  Run run(options, stop);
+  int result = failed;
+  try {
+    run.perform(root, file);
+    result = resultOf(run);
+  } catch (const CannotStart& failure) {
+    run.setFailure(failure.what());
+    say(error, failure.what());
+    result = unusable;
+  } catch (const std::exception& failure) {
+    run.setFailure(failure.what());
+    say(error, failure.what());
+  }
+  return finish(run, file, result, error);
+}
+
+}  // namespace
+
+int runCopyPrivs(const std::vector<std::string>& words, const std::string& root,
+                 const std::atomic<bool>& stop, std::ostream& out, std::ostream& error) {
+  Options options;
+  const std::string fault = readOptions(words, options);
+  if (fault.empty() && (options.help || options.version)) {
+    out << (options.help ? kUsage : "copyprivs " PADDOCK_VERSION) << std::endl;
+    return done;
+  }
+  if (fault.empty()) return performRun(options, root, stop, error);
+  say(error, fault);
+  error << kUsage << std::endl;
+  if (options.statusFile.empty()) return unusable;
+  StatusFile file(options.statusFile);
+  Run run(options, stop);
+  run.setFailure(fault);
+  return finish(run, file, unusable, error);
+}
+
+}  // namespace paddock::copyprivs

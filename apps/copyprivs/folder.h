@@ -1,0 +1,42 @@
+// Folders of the tree that is worked on.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "copyprivs/levels.h"
+#include "platform/linux/object_status.h"
+
+namespace paddock::copyprivs {
+
+// A folder that was met, with those above it: enough to find it again by name from any of them, and
+// to know it again. Never changed, so that any thread may read it.
+class Folder {
+ public:
+  using Pointer = std::shared_ptr<const Folder>;
+
+  Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside);
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder();
+
+  // Null for the starting folder.
+  const Pointer& above() const { return above_; }
+  const std::string& name() const { return name_; }
+  // Of what it holds.
+  const Levels::Pointer& levels() const { return levels_; }
+  bool is(const ObjectStatus& status) const;
+  // The path of what has the name in it. The starting folder's name is its path.
+  std::string pathOf(const std::string& name) const;
+  std::string path() const;
+
+ private:
+  mutable Pointer above_;
+  const std::string name_;
+  const std::uint64_t device_;
+  const std::uint64_t inode_;
+  const Levels::Pointer levels_;
+};
+
+}  // namespace paddock::copyprivs

@@ -1,0 +1,17 @@
+// Opening what a folder of the tree holds.
+#pragma once
+
+#include "base/file_descriptor.h"
+#include "copyprivs/folder.h"
+#include "platform/linux/object_status.h"
+
+namespace paddock::copyprivs {
+
+// Holds what has the name, a link itself, with O_PATH: nothing is opened, no automount set off. 0
+// or an errno.
+int hold(int folder, const char* name, FileDescriptor& object, ObjectStatus& status);
+
+// Opens a folder that is held for reading. 0 or an errno.
+int openFolder(int held, FileDescriptor& folder);
+
+}  // namespace paddock::copyprivs

@@ -1,0 +1,53 @@
+// The folders from where a part of a walk began down to where it stands, however many levels those
+// are, with a fixed number of descriptors. A folder that was closed on the way down is found again
+// by names from an open one above it, and known by its inode; no path leads out of the tree, since
+// ".." is never asked for.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "base/file_descriptor.h"
+#include "base/name_list.h"
+#include "copyprivs/folder.h"
+
+namespace paddock::copyprivs {
+
+class FolderStack {
+ public:
+  struct Level {
+    Folder::Pointer folder;
+    FileDescriptor descriptor;  // none while it is closed
+    std::int64_t position = 0;  // where reading goes on, as lseek(2) takes it
+    bool isRead = false;        // to its end
+    NameList pending;           // names of folders in it that are to be entered
+  };
+
+  // At most `descriptors` (4 or more) are open. `mount` is the mount that folders must be on.
+  FolderStack(std::size_t descriptors, const ObjectStatus& mount);
+
+  bool empty() const { return levels_.empty(); }
+  std::size_t depth() const { return levels_.size(); }
+  // The lowest level, open when it was just pushed.
+  Level& top() { return levels_.back(); }
+  // Opens the lowest level again when it is closed. 0, or an errno: ESTALE when the folder is not
+  // where it was.
+  int openTop();
+  void push(Folder::Pointer folder, FileDescriptor descriptor);
+  void pop();
+  void clear();
+  // The highest open level with pending names, whose folder is mostly the largest; null for none.
+  Level* highestPending();
+
+ private:
+  int findAgain(std::size_t from, std::size_t to);
+  void noteOpen(std::size_t level);
+  void closeOne();
+
+  const std::size_t descriptors_;
+  const ObjectStatus& mount_;
+  std::vector<Level> levels_;
+  std::vector<std::size_t> open_;  // the open levels, ascending
+};
+
+}  // namespace paddock::copyprivs

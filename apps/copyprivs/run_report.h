@@ -1,0 +1,50 @@
+// What a run has done so far, gathered from its threads.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/value.h"
+
+namespace paddock::copyprivs {
+
+class RunReport {
+ public:
+  // How many errors and examples are kept.
+  static constexpr std::size_t kKept = 100;
+
+  // Counts of one thread, added now and then.
+  struct Counts {
+    std::uint64_t found = 0;  // objects that are known to be there
+    std::uint64_t done = 0;
+    std::uint64_t changed = 0;
+  };
+  // Adds the counts, and sets them to 0.
+  void add(Counts& counts);
+  // `path` as bytes.
+  void addError(const std::string& path, const std::string& error);
+  // Whether `addExample` is still of use.
+  bool wantsExamples() const { return exampleCount_.load(std::memory_order_relaxed) < kKept; }
+  // `changes` of Plan's.
+  void addExample(const std::string& path, unsigned changes);
+
+  std::uint64_t errorCount() const { return errorCount_; }
+  // Adds "itemsDone", "itemsTotal", "itemsChanged", "errorCount", "errors" and, when there are any
+  // or `dryRun`, "examples". While the run lasts the total is what was found so far.
+  void fill(Dictionary& status, bool dryRun) const;
+
+ private:
+  std::atomic<std::uint64_t> found_ = 0;
+  std::atomic<std::uint64_t> done_ = 0;
+  std::atomic<std::uint64_t> changed_ = 0;
+  std::atomic<std::uint64_t> errorCount_ = 0;
+  std::atomic<std::size_t> exampleCount_ = 0;
+  mutable std::mutex mutex_;
+  Array errors_;
+  Array examples_;
+};
+
+}  // namespace paddock::copyprivs

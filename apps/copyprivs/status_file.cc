@@ -1,0 +1,99 @@
+#include "copyprivs/status_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <system_error>
+
+#include "base/file_access.h"
+#include "base/system_call.h"
+
+namespace paddock::copyprivs {
+
+namespace {
+
+constexpr mode_t kMode = 0600;
+
+std::string textOf(int error) { return std::generic_category().message(error); }
+
+}  // namespace
+
+StatusFile::StatusFile(const std::string& path) : path_(path) {
+  const std::size_t slash = path.rfind('/');
+  name_ = path.substr(slash + 1);
+  // The pid keeps runs apart that were given the same file.
+  temporaryName_ = "." + name_.substr(0, NAME_MAX / 2) + "." + std::to_string(::getpid()) + ".new";
+  std::string folder = ".";
+  if (slash != std::string::npos) folder = path.substr(0, slash + 1);
+  int descriptor = -1;
+  const int error = errnoOf(
+      [&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  folder_ = FileDescriptor(descriptor);
+  if (error != 0) {
+    fail(textOf(error));
+  } else if (name_.empty() || name_ == "." || name_ == "..") {
+    fail("it is a folder");
+  } else {
+    (void)mayBeReplaced();
+  }
+}
+
+void StatusFile::fail(const std::string& what) {
+  failure_ = "cannot write the status file " + path_ + ": " + what;
+}
+
+bool StatusFile::mayBeReplaced() {
+  struct stat status {};
+  const int error = errnoOf(
+      [&] { return ::fstatat(folder_.get(), name_.c_str(), &status, AT_SYMLINK_NOFOLLOW); });
+  if (error == ENOENT) {
+    isUnwanted_ = wasWritten_;
+    return !isUnwanted_;
+  }
+  if (error != 0) {
+    fail(textOf(error));
+  } else if (!S_ISREG(status.st_mode) || status.st_nlink != 1) {
+    fail("what stands there is no file of its own");
+  } else if (status.st_uid != ::geteuid()) {
+    fail("it belongs to somebody else");
+  }
+  return failure_.empty();
+}
+
+void StatusFile::replace(std::string_view contents, bool isLast) {
+  if (!failure_.empty() || isUnwanted_ || !mayBeReplaced()) return;
+  const int error = write(contents, isLast);
+  if (error == 0) {
+    wasWritten_ = true;
+    return;
+  }
+  ::unlinkat(folder_.get(), temporaryName_.c_str(), 0);
+  // Room may come again before the last one.
+  if (error != ENOSPC && error != EDQUOT) fail(textOf(error));
+  if (isLast && failure_.empty()) fail(textOf(error));
+}
+
+int StatusFile::write(std::string_view contents, bool isLast) {
+  const int folder = folder_.get();
+  const char* temporary = temporaryName_.c_str();
+  ::unlinkat(folder, temporary, 0);
+  int descriptor = -1;
+  const int error = errnoOf(
+      [&] {
+        return ::openat(folder, temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                        kMode);
+      },
+      &descriptor);
+  if (error != 0) return error;
+  const FileDescriptor file(descriptor);
+  if (::fchmod(descriptor, kMode) != 0 || !writeAll(descriptor, contents)) return errno;
+  // What is written on the way is soon written again.
+  if (isLast && ::fsync(descriptor) != 0) return errno;
+  if (::renameat(folder, temporary, folder, name_.c_str()) != 0) return errno;
+  return isLast && ::fsync(folder) != 0 ? errno : 0;
+}
+
+}  // namespace paddock::copyprivs

@@ -1,0 +1,250 @@
+#include "copyprivs/walker.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "base/system_call.h"
+#include "copyprivs/folder_opening.h"
+
+namespace paddock::copyprivs {
+
+namespace {
+
+constexpr std::size_t kBuffer = std::size_t{32} << 10U;
+// Entries of fewer bytes are not worth handing over.
+constexpr std::size_t kShared = std::size_t{2} << 10U;
+// When so many names wait on all levels, few more are read at a time.
+constexpr std::size_t kManyPending = std::size_t{4} << 20U;
+constexpr std::size_t kSmallBuffer = 1024;
+
+constexpr std::string_view kRemoved = " (deleted)";
+
+// What an object's going away while its folder is read looks like.
+bool isGone(int error) { return error == ENOENT || error == ESTALE; }
+
+std::string because(const std::string& what, int error) {
+  return what + ": " + std::generic_category().message(error);
+}
+
+}  // namespace
+
+Walker::Walker(SharedWalk& shared, std::size_t descriptors)
+    : shared_(shared),
+      setter_(shared.propagation, shared.privileges, shared.objects),
+      stack_(descriptors, shared.root),
+      buffer_(kBuffer) {}
+
+void Walker::run() {
+  while (auto work = shared_.queue.take()) perform(std::move(*work));
+}
+
+void Walker::perform(Work work) {
+  stack_.clear();
+  stack_.push(std::move(work.folder), std::move(work.descriptor));
+  stack_.top().isRead = work.isRead;
+  stack_.top().pending = std::move(work.pending);
+  pendingBytes_ = stack_.top().pending.bytes();
+  if (!work.entries.empty() && isInside()) look(FolderEntries(work.entries));
+  while (!stack_.empty() && !isStopped()) {
+    const FolderStack::Level& level = stack_.top();
+    if (level.isRead && level.pending.empty()) {
+      stack_.pop();
+    } else {
+      this->work();
+    }
+  }
+  shared_.report.add(counts_);
+}
+
+void Walker::work() {
+  if (const int error = stack_.openTop(); error != 0) {
+    leaveOut(because("it was moved or removed, and is not done to its end", error));
+  } else if (!stack_.top().pending.empty()) {
+    if (isInside()) enterNext();
+  } else {
+    readOn();
+  }
+}
+
+void Walker::readOn() {
+  FolderStack::Level& level = stack_.top();
+  if (level.position != 0 && !isInside()) return;
+  const std::span<const char> bytes = readEntriesOf(level);
+  if (bytes.empty()) return;
+  FolderEntries entries(bytes);
+  if (bytes.size() >= kShared && shared_.queue.isWanted()) give(level, entries.cutHalf(), {});
+  look(entries);
+  shared_.report.add(counts_);
+}
+
+std::span<const char> Walker::readEntriesOf(FolderStack::Level& level) {
+  const std::span<char> all(buffer_);
+  const auto buffer = pendingBytes_ > kManyPending ? all.first(kSmallBuffer) : all;
+  std::size_t size = 0;
+  // What is read to its end at once need not be opened again for that.
+  do {
+    std::span<const char> bytes;
+    const int error =
+        readEntries(level.descriptor.get(), buffer.subspan(size), bytes, level.position);
+    // A folder that was removed held nothing any more; the starting folder is missed.
+    if (error != 0 && (!isGone(error) || level.folder->above() == nullptr)) {
+      shared_.report.addError(level.folder->path(), because("cannot read", error));
+    }
+    level.isRead = bytes.empty();
+    size += bytes.size();
+  } while (!level.isRead && size < buffer.size() / 2);
+  return buffer.first(size);
+}
+
+void Walker::look(FolderEntries entries) {
+  FolderStack::Level& level = stack_.top();
+  others_.clear();
+  while (const dirent64* entry = entries.next()) {
+    ++counts_.found;
+    if (entry->d_type == DT_DIR) {
+      level.pending.add(entry->d_name);
+      pendingBytes_ += std::string_view(entry->d_name).size() + 1;
+    } else {
+      others_.push_back(entry);
+    }
+  }
+  shared_.report.add(counts_);
+  // Inodes that were made together lie together, on disk and in memory.
+  std::sort(others_.begin(), others_.end(),
+            [](const dirent64* left, const dirent64* right) { return left->d_ino < right->d_ino; });
+  for (const dirent64* entry : others_) {
+    if (isStopped()) return;
+    setNamed(entry->d_name);
+  }
+}
+
+void Walker::setNamed(const char* name) {
+  FileDescriptor object;
+  ObjectStatus status;
+  if (!holdNamed(name, object, status)) return;
+  if (status.isFolder()) {
+    // The file system does not say an entry's type, or another object has come to the name.
+    stack_.top().pending.add(name);
+    pendingBytes_ += std::string_view(name).size() + 1;
+  } else {
+    set(object.get(), status, name);
+  }
+}
+
+void Walker::enterNext() {
+  if (shared_.queue.isWanted()) sharePending();
+  FolderStack::Level& level = stack_.top();
+  if (level.pending.empty()) return;
+  const std::string name = level.pending.take();
+  pendingBytes_ -= std::min(pendingBytes_, name.size() + 1);
+  FileDescriptor object;
+  ObjectStatus status;
+  if (!holdNamed(name.c_str(), object, status)) return;
+  Outcome outcome = set(object.get(), status, name.c_str());
+  if (status.isFolder()) enter(object.get(), name, status, std::move(outcome.inside));
+}
+
+void Walker::enter(int held, const std::string& name, const ObjectStatus& status,
+                   Levels::Pointer inside) {
+  FileDescriptor descriptor;
+  const int error = openFolder(held, descriptor);
+  if (error != 0) {
+    if (!isGone(error)) noteError(name.c_str(), because("cannot open", error));
+    return;
+  }
+  auto folder =
+      std::make_shared<const Folder>(stack_.top().folder, name, status, std::move(inside));
+  stack_.push(std::move(folder), std::move(descriptor));
+}
+
+// False when there is nothing to set: it is gone, or of another mount, or cannot be looked at.
+bool Walker::holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status) {
+  const int error = hold(stack_.top().descriptor.get(), name, object, status);
+  if (error == 0 && status.mount == shared_.root.mount &&
+      (status.mount != 0 || status.device == shared_.root.device)) {
+    return true;
+  }
+  --counts_.found;
+  if (error != 0 && !isGone(error)) {
+    ++counts_.found;
+    ++counts_.done;
+    noteError(name, because("cannot look at it", error));
+  }
+  return false;
+}
+
+Outcome Walker::set(int object, const ObjectStatus& status, const char* name) {
+  Outcome outcome = setOne(object, status);
+  ++counts_.done;
+  if (outcome.changed) ++counts_.changed;
+  if (!outcome.error.empty()) noteError(name, outcome.error);
+  if (outcome.changed && shared_.propagation.dryRun && shared_.report.wantsExamples()) {
+    shared_.report.addExample(stack_.top().folder->pathOf(name), outcome.changes);
+  }
+  return outcome;
+}
+
+Outcome Walker::setOne(int object, const ObjectStatus& status) {
+  const Levels::Pointer& levels = stack_.top().folder->levels();
+  if (status.links == 1 || status.isFolder()) return setter_.set(object, status, levels);
+  const std::lock_guard lock(shared_.linked[status.inode % shared_.linked.size()]);
+  ObjectStatus now = status;
+  if (statusOf(object, now) != 0) now = status;
+  return setter_.set(object, now, levels);
+}
+
+// Whether the lowest folder is still below the starting one. Left out when not.
+bool Walker::isInside() {
+  const std::string path = shared_.objects.pathOf(stack_.top().descriptor.get());
+  std::string root = shared_.objects.pathOf(shared_.rootFolder.get());
+  // Too long to be told.
+  if (path.empty() || root.empty()) return true;
+  if (root.ends_with(kRemoved) && !path.starts_with(root)) {
+    root.resize(root.size() - kRemoved.size());
+  }
+  if (!root.ends_with('/')) root += '/';
+  if ((path + '/').starts_with(root)) return true;
+  leaveOut("it was moved away, and is not done to its end");
+  return false;
+}
+
+// Nothing more is done in the lowest folder.
+void Walker::leaveOut(const std::string& why) {
+  FolderStack::Level& level = stack_.top();
+  shared_.report.addError(level.folder->path(), why);
+  level.isRead = true;
+  pendingBytes_ -= std::min(pendingBytes_, level.pending.bytes());
+  level.pending = {};
+}
+
+// Gives half of the highest level's folders away, unless that leaves nothing to do here.
+void Walker::sharePending() {
+  FolderStack::Level* level = stack_.highestPending();
+  if (level == nullptr) return;
+  if (level->pending.isOne() && level == &stack_.top() && level->isRead) return;
+  NameList half = level->pending.cutHalf();
+  pendingBytes_ -= std::min(pendingBytes_, half.bytes());
+  give(*level, {}, std::move(half));
+}
+
+void Walker::give(const FolderStack::Level& level, std::vector<char> entries, NameList pending) {
+  int descriptor = -1;
+  const int error =
+      errnoOf([&] { return ::fcntl(level.descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); },
+              &descriptor);
+  if (error != 0) throw systemError(error, "cannot share", level.folder->path());
+  shared_.queue.give(
+      {level.folder, FileDescriptor(descriptor), true, std::move(entries), std::move(pending)});
+}
+
+void Walker::noteError(const char* name, const std::string& error) {
+  shared_.report.addError(stack_.top().folder->pathOf(name), error);
+}
+
+}  // namespace paddock::copyprivs

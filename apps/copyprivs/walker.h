@@ -1,0 +1,88 @@
+// One thread of a walk; see tree_walk.h.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/work_queue.h"
+#include "copyprivs/folder_stack.h"
+#include "copyprivs/held_objects.h"
+#include "copyprivs/object_setter.h"
+#include "copyprivs/run_report.h"
+#include "platform/linux/folder_entries.h"
+
+namespace paddock::copyprivs {
+
+struct Work {
+  Folder::Pointer folder;
+  FileDescriptor descriptor;
+  bool isRead = false;        // only what follows is to be looked at; else the folder, to its end
+  std::vector<char> entries;  // in the form of getdents64(2)
+  NameList pending;           // names of folders in it
+};
+
+// What the threads of a walk have in common.
+struct SharedWalk {
+  SharedWalk(unsigned threads, const Propagation& pushed, const HeldObjects& held,
+             FilePrivileges& accounts, RunReport& gathered, const std::atomic<bool>& stopping)
+      : queue(threads),
+        propagation(pushed),
+        objects(held),
+        privileges(accounts),
+        report(gathered),
+        stop(stopping) {}
+
+  WorkQueue<Work> queue;
+  const Propagation& propagation;
+  const HeldObjects& objects;
+  FilePrivileges& privileges;
+  RunReport& report;
+  const std::atomic<bool>& stop;
+  ObjectStatus root;
+  FileDescriptor rootFolder;
+  // For objects that have several names, so that two threads do not set one at once.
+  std::array<std::mutex, 64> linked;
+};
+
+class Walker {
+ public:
+  // At most `descriptors` (4 or more) stay open, besides what is on its way into the queue, and the
+  // object that is being set.
+  Walker(SharedWalk& shared, std::size_t descriptors);
+
+  // Takes work until there is none.
+  void run();
+
+ private:
+  void perform(Work work);
+  bool isStopped() const { return shared_.stop || shared_.queue.isStopped(); }
+  void work();
+  void readOn();
+  std::span<const char> readEntriesOf(FolderStack::Level& level);
+  void look(FolderEntries entries);
+  void setNamed(const char* name);
+  void enterNext();
+  void enter(int held, const std::string& name, const ObjectStatus& status, Levels::Pointer inside);
+  Outcome set(int object, const ObjectStatus& status, const char* name);
+  Outcome setOne(int object, const ObjectStatus& status);
+  bool holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status);
+  bool isInside();
+  void leaveOut(const std::string& why);
+  void sharePending();
+  void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending);
+  void noteError(const char* name, const std::string& error);
+
+  SharedWalk& shared_;
+  ObjectSetter setter_;
+  FolderStack stack_;
+  RunReport::Counts counts_;
+  std::size_t pendingBytes_ = 0;
+  std::vector<char> buffer_;
+  std::vector<const dirent64*> others_;  // what is no folder, of the entries that are looked at
+};
+
+}  // namespace paddock::copyprivs
