@@ -4,10 +4,10 @@
 #include <optional>
 
 #include "base/printable.h"
-#include "effectiveprivs/evaluation.h"
+#include "effectiveprivs/explanation.h"
 #include "effectiveprivs/installation.h"
 #include "effectiveprivs/options.h"
-#include "effectiveprivs/pinned_object.h"
+#include "effectiveprivs/question.h"
 
 namespace paddock::effectiveprivs {
 
@@ -19,42 +19,22 @@ void say(std::ostream& error, const std::string& text) {
   error << "effectiveprivs: " << printable(text) << std::endl;
 }
 
-// The folder around an object, read when it is first asked for.
-class Surroundings {
- public:
-  Surroundings(const PinnedObject& object, const ObjectReader& reader)
-      : object_(object), reader_(reader) {}
-
-  const ObjectPrivileges* parent() {
-    if (!isRead_) {
-      if (const auto folder = object_.parent()) parent_ = reader_.read(*folder);
-      isRead_ = true;
-    }
-    return parent_ ? &*parent_ : nullptr;
-  }
-
- private:
-  const PinnedObject& object_;
-  const ObjectReader& reader_;
-  std::optional<ObjectPrivileges> parent_;
-  bool isRead_ = false;
-};
-
 std::string answer(const Options& options, const std::string& root) {
-  const PinnedObject object(options.path);
   Installation installation(root);
+  Place place(options.path, installation);
   const Identity user = installation.identify(options.uid);
-  // Root needs no list, not even one that can be read.
-  if (user.isRoot()) return std::to_string(acl::kAllPermissions);
-  const ObjectPrivileges privileges = installation.objects().read(object);
-  Surroundings around(object, installation.objects());
-  return std::to_string(granted(judge(
-      privileges, [&around] { return around.parent(); }, user)));
+  const Answer found = answerFor(place, installation, user);
+  if (!options.explain) return std::to_string(granted(found.verdicts)) + "\n";
+  std::optional<KernelAnswer> kernel;
+  if (!user.isRoot()) kernel = kernelAnswerFor(place, {options.uid, user.hostGids()});
+  const Explanation explanation =
+      explain(installation.accounts(), options.path, user, found, kernel);
+  return options.json ? explanationJson(explanation) + "\n" : explanationText(explanation);
 }
 
 int perform(const Options& options, const std::string& root, std::ostream& out,
             std::ostream& error) {
-  out << answer(options, root) << '\n' << std::flush;
+  out << answer(options, root) << std::flush;
   if (out) return done;
   say(error, "standard output cannot be written");
   return failed;

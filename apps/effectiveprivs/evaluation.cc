@@ -21,8 +21,9 @@ struct AppliedClass {
 
 AppliedClass classFor(const ObjectPrivileges& object, const Identity& user) {
   if (user.owns(object.uid)) return {ModeClass::owner, object.classes.owner, {}};
-  if (const auto group = user.groupWithGid(object.gid))
-    return {ModeClass::group, object.classes.group, group};
+  // The mode is the kernel's, and so are the groups that count for it.
+  if (user.isInHostGroup(object.gid))
+    return {ModeClass::group, object.classes.group, user.groupWithGid(object.gid)};
   return {ModeClass::others, object.classes.others, {}};
 }
 

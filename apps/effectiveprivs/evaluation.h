@@ -1,8 +1,8 @@
 // What a user may do with an object, and why.
 //
 // Root may do everything. For everybody else the entries of the list are walked in order, and the
-// first one that is for the user and names a permission decides it. What none decides comes from
-// the mode, as the system itself gives it:
+// first one that is for the user and names a permission decides it. What none
+// decides comes from the mode, as the kernel gives it to somebody in the host's groups:
 //   r                   reading data and extended attributes
 //   w                   writing and appending data, and writing extended attributes; on a folder
 //                       also removing what is in it

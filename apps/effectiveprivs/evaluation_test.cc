@@ -34,7 +34,7 @@ Permission deleting(const ObjectPrivileges& object, const ObjectPrivileges& pare
 }
 
 TEST(Root, HasEveryPermissionWhateverListAndModeSay) {
-  const Identity root(0, {});
+  const Identity root(0, {}, {});
   EXPECT_EQ(permissionsOf(fileWith(0), root), 16382U);
   EXPECT_EQ(
       permissionsOf(listed(fileWith(0), {deny(subjectOf(Kind::everyone), 16382)}, true), root),
@@ -80,6 +80,14 @@ TEST(Mode, AMemberOfTheOwningGroupHasTheGroupsBits) {
   EXPECT_EQ(verdict.reason, Reason::mode);
   EXPECT_EQ(verdict.modeClass, ModeClass::group);
   EXPECT_EQ(verdict.group, 1U);
+}
+
+TEST(Mode, AGroupThatOnlyTheDirectoryKnowsIsNoneOfTheKernels) {
+  const Identity user(kAnna, memberOf(kAnna, {groupOf(kStaff)}), {kCrew});
+  const auto file = owned(fileWith(0704), kBert, kStaff);
+  EXPECT_EQ(permissionsOf(file, user), 2 | 512 | kEverybodys);
+  EXPECT_EQ(permissionsOf(listed(file, {allow(groupSubject(kStaff), 4)}), user),
+            2 | 4 | 512 | kEverybodys);
 }
 
 TEST(Mode, AnybodyElseHasThoseOfOthers) {
@@ -139,7 +147,7 @@ TEST(List, AnEntryByGuidIsForTheUserOrGroupThatHasIt) {
   const Guid nobodys = *parseGuid("DEADBEEF-0000-4000-8000-000000000003");
   UserMembership membership = memberOf(kAnna, {{std::nullopt, {groups}, "g", {}, {}, {}}});
   membership.guids.push_back(own);
-  const Identity user(kAnna, membership);
+  const Identity user(kAnna, membership, {});
   const auto file =
       listed(fileWith(0), {allow(guidSubject(nobodys), 16382), allow(guidSubject(own), 2),
                            allow(guidSubject(groups), 4)});

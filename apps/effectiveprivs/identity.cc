@@ -1,17 +1,23 @@
 #include "effectiveprivs/identity.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace paddock::effectiveprivs {
 
-Identity::Identity(std::uint32_t uid, UserMembership membership)
-    : uid_(uid), membership_(std::move(membership)) {
+Identity::Identity(std::uint32_t uid, UserMembership membership,
+                   std::vector<std::uint32_t> hostGids)
+    : uid_(uid), membership_(std::move(membership)), hostGids_(std::move(hostGids)) {
   for (const Guid& guid : membership_.guids) byGuid_.emplace(guid, Match{});
   for (std::size_t at = 0; at < membership_.groups.size(); ++at) {
     const HoldingGroup& group = membership_.groups[at];
     if (group.gid) byGid_.emplace(*group.gid, at);
     for (const Guid& guid : group.guids) byGuid_.emplace(guid, Match{at});
   }
+}
+
+bool Identity::isInHostGroup(std::uint32_t gid) const {
+  return std::find(hostGids_.begin(), hostGids_.end(), gid) != hostGids_.end();
 }
 
 std::optional<std::size_t> Identity::groupWithGid(std::uint32_t gid) const {

@@ -23,7 +23,9 @@ class Identity {
  public:
   // An id that no account has is nobody's: deliberately, only what is for everyone is for it, even
   // where an entry or the owner has that very number.
-  Identity(std::uint32_t uid, UserMembership membership);
+  // `hostGids` are the groups of the host's that hold the user (see user_groups.h), which are what
+  // counts where the kernel decides.
+  Identity(std::uint32_t uid, UserMembership membership, std::vector<std::uint32_t> hostGids);
 
   std::uint32_t uid() const { return uid_; }
   bool isRoot() const { return uid_ == 0; }
@@ -31,6 +33,9 @@ class Identity {
   const UserMembership& membership() const { return membership_; }
 
   bool owns(std::uint32_t owner) const { return isKnown() && owner == uid_; }
+  // Whether the kernel takes the user for a member of that group.
+  bool isInHostGroup(std::uint32_t gid) const;
+  const std::vector<std::uint32_t>& hostGids() const { return hostGids_; }
   // The group of the membership that has the gid.
   std::optional<std::size_t> groupWithGid(std::uint32_t gid) const;
   // Whether an entry of an object is for the user. `isOwner`: whether the user owns the object.
@@ -41,6 +46,7 @@ class Identity {
 
   std::uint32_t uid_;
   UserMembership membership_;
+  std::vector<std::uint32_t> hostGids_;
   std::map<std::uint32_t, std::size_t> byGid_;
   std::map<Guid, Match> byGuid_;
 };

@@ -6,7 +6,10 @@
 #include "base/value.h"
 #include "effectiveprivs/identity.h"
 #include "effectiveprivs/object_reader.h"
+#include "platform/linux/account_cache.h"
 #include "platform/linux/directory_group_membership.h"
+#include "platform/linux/linux_accounts.h"
+#include "platform/linux/linux_clock.h"
 #include "platform/linux/linux_directory.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/linux/principal_sids.h"
@@ -23,15 +26,20 @@ class Installation {
   // Throws Failure when a node cannot say who the user is; what is not known is never guessed.
   Identity identify(std::uint32_t uid);
   const ObjectReader& objects() const { return objects_; }
+  Accounts& accounts() { return accounts_; }
 
  private:
   explicit Installation(const Dictionary& configuration, const std::string& root);
 
   LinuxDirectoryService directory_;
+  LinuxClock clock_;
+  const AccountFiles files_;
   LinuxMembership membership_;
+  LinuxAccounts accounts_{directory_};
   PrincipalSids sids_;
   NssUserGroups hostGroups_;
-  DirectoryGroupMembership groups_{directory_, hostGroups_};
+  CachedUserGroups knownHostGroups_{hostGroups_, files_};
+  DirectoryGroupMembership groups_{directory_, knownHostGroups_};
   ObjectReader objects_;
 };
 

@@ -38,11 +38,14 @@ inline UserMembership memberOf(std::uint32_t uid, std::vector<HoldingGroup> grou
   return {true, {computedGuid({PrincipalType::user, uid})}, std::move(groups), {}};
 }
 
-inline Identity anna(std::vector<HoldingGroup> groups = {}) {
-  return {kAnna, memberOf(kAnna, std::move(groups))};
+// In groups of the host's.
+inline Identity anna(const std::vector<HoldingGroup>& groups = {}) {
+  std::vector<std::uint32_t> gids;
+  for (const HoldingGroup& group : groups) gids.push_back(group.gid.value());
+  return {kAnna, memberOf(kAnna, groups), gids};
 }
 inline Identity unknown(std::uint32_t uid) {
-  return {uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}};
+  return {uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}, {}};
 }
 
 // Bert's and of a group that holds nobody; what is not said is not there.

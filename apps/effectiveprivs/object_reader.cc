@@ -22,16 +22,32 @@ constexpr std::uint64_t kCreatorAuthority = 3;
 }  // namespace
 
 ObjectPrivileges ObjectReader::read(const PinnedObject& object) const {
+  ObjectPrivileges privileges = readMode(object);
+  privileges.list = readList(object);
+  return privileges;
+}
+
+ObjectPrivileges ObjectReader::readMode(const PinnedObject& object) {
   const struct stat& status = object.status();
   mode_t mode = 0;
-  const int error = readMode(linuxExtendedAttributes(), object.number(), status.st_mode, mode);
+  const int error =
+      paddock::readMode(linuxExtendedAttributes(), object.number(), status.st_mode, mode);
   if (error != 0) throw failureOf("read the mode of", object.path(), error);
   return {status.st_uid,
           status.st_gid,
           posix_acl::classesOf(mode),
           object.isFolder(),
           (status.st_mode & S_ISVTX) != 0,
-          readList(object)};
+          std::nullopt};
+}
+
+KernelObject ObjectReader::readKernel(const PinnedObject& object) {
+  const struct stat& status = object.status();
+  AccessAcl acl;
+  const int error = readAccessAcl(linuxExtendedAttributes(), object.number(), acl);
+  if (error != 0) throw failureOf("read the kernel's ACL of", object.path(), error);
+  return {status.st_uid, status.st_gid, status.st_mode,
+          acl.value ? posix_acl::decode(*acl.value) : std::nullopt};
 }
 
 std::optional<RuleList> ObjectReader::readList(const PinnedObject& object) const {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "effectiveprivs/evaluation.h"
+#include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/pinned_object.h"
 #include "platform/linux/nt_acl.h"
 #include "platform/linux/principal_sids.h"
@@ -19,6 +20,10 @@ class ObjectReader {
 
   // Throws Failure for a list that does not decode, and for what cannot be read.
   ObjectPrivileges read(const PinnedObject& object) const;
+  // Owner, group and mode alone.
+  static ObjectPrivileges readMode(const PinnedObject& object);
+  // What the kernel has of it.
+  static KernelObject readKernel(const PinnedObject& object);
 
  private:
   std::optional<RuleList> readList(const PinnedObject& object) const;

@@ -55,11 +55,11 @@ std::optional<PinnedObject> PinnedObject::parent() const {
 }
 
 std::optional<PinnedObject> PinnedObject::parentOfFolder() const {
-  const std::string path = "the folder around " + path_;
   int error = 0;
   FileDescriptor folder = openFolderAt(object_.get(), "..", error);
-  if (error != 0) throw failureOf("open", path, error);
-  PinnedObject parent(std::move(folder), path);
+  if (error != 0) throw failureOf("open", "the folder around " + path_, error);
+  const int number = folder.get();
+  PinnedObject parent(std::move(folder), pathOf(number));
   if (isSameAs(parent.status_)) return std::nullopt;
   return parent;
 }

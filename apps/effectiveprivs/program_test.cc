@@ -8,10 +8,17 @@
 namespace paddock::effectiveprivs {
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class Program : public InstalledProgram {};
+class Program : public InstalledProgram {
+ protected:
+  // As an account of the host, whose primary group is the staff's.
+  static std::string annaInPasswd() {
+    return "anna:x:" + std::to_string(kAnna) + ":" + std::to_string(kStaff) + "::/:/bin/sh\n";
+  }
+};
 
 TEST_F(Program, PrintsOneNumberAndNothingElse) {
   addUser("anna", kAnna);
@@ -139,8 +146,22 @@ TEST_F(Program, FifosSocketsAndDevicesAreLookedAtWithoutBeingOpened) {
   EXPECT_EQ(answer(fifo, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
 }
 
+TEST_F(Program, AMemberOfTheOwningGroupIsWhoTheHostSaysIsOne) {
+  if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  addUser("anna", kAnna);
+  addGroup("staff", kStaff, {"anna"});
+  const std::string file = makeFile("file", 0604, 0, kStaff);
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+  writeWholeFile(folder_.path("passwd"), annaInPasswd());
+  runInOwnMounts([&] {
+    bindMount(folder_.path("passwd"), "/etc/passwd");
+    EXPECT_EQ(answer(file, kAnna), std::to_string(128 + 2048) + "\n");
+  });
+}
+
 TEST_F(Program, APosixAclsMaskIsNotTakenForTheGroupsBits) {
-  addUser("anna", kAnna, kStaff);
+  if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  writeWholeFile(folder_.path("passwd"), annaInPasswd());
   const std::string file = makeFile("file", 0640, 0, kStaff);
   if (const std::string why = whyNoPosixAcls(folder_.path()); !why.empty()) GTEST_SKIP() << why;
   posix_acl::Acl acl;
@@ -148,7 +169,10 @@ TEST_F(Program, APosixAclsMaskIsNotTakenForTheGroupsBits) {
   acl.users = {{kBert, 7}};
   acl.computeMask();
   ASSERT_EQ(setAttribute(file, posix_acl::kAccessAttribute, posix_acl::encode(acl)), 0);
-  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+  runInOwnMounts([&] {
+    bindMount(folder_.path("passwd"), "/etc/passwd");
+    EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+  });
 }
 
 TEST_F(Program, AUidThatNoAccountHasGetsWhatEveryoneAndOthersGet) {
@@ -230,6 +254,54 @@ TEST_F(Program, AConfigurationThatCannotBeUsedIsAnError) {
   EXPECT_THAT(failureOf(ask("/", kAnna)), HasSubstr("/etc/paddock/paddockd.toml:2: "));
 }
 
+TEST_F(Program, ExplainsBehindTheNumber) {
+  addUser("anna", kAnna);
+  addGroup("crew", kCrew, {"anna"});
+  const std::string folder = makeFolder("folder", 0750);
+  setList(folder, {deny(user(kAnna), 4), allow(group(kCrew), 2 | 4)});
+  const EndedProgram ended = run({"-p", folder, "-u", std::to_string(kAnna), "--explain"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.error, "");
+  EXPECT_THAT(ended.output, StartsWith("2178\nanna (uid " + std::to_string(kAnna) + ") on " +
+                                       folder + ": owner root, group "));
+  EXPECT_THAT(ended.output, HasSubstr("  yes  list              entry 2: allow group:crew\n"
+                                      "  no   add-file          entry 1: deny user:anna\n"));
+}
+
+// No kernel's ACL stands beside these lists.
+TEST_F(Program, SaysWhereTheKernelDisagreesWithTheList) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0);
+  setList(file, {allow(user(kAnna), 2)});
+  EXPECT_THAT(run({"-p", file, "-u", std::to_string(kAnna), "--explain"}).output,
+              HasSubstr("by the kernel's own rules:\n  no  read-data  others have ---\n"));
+}
+
+TEST_F(Program, SaysWhichFolderTheKernelDoesNotLetTheUserThrough) {
+  addUser("anna", kAnna);
+  makeFolder("private", 0700);
+  makeFolder("private/open", 0755);
+  const std::string file = makeFile("private/open/file", 0644);
+  EXPECT_THAT(
+      run({"-p", file, "-u", std::to_string(kAnna), "--explain"}).output,
+      HasSubstr("  it does not let the user through the folder " + folder_.path("private") + "\n"));
+}
+
+TEST_F(Program, ExplainsInJson) {
+  addUser("anna", kAnna);
+  const EndedProgram ended =
+      run({"-p", makeFile("file", 0644), "-u", std::to_string(kAnna), "--explain", "--json"});
+  EXPECT_THAT(ended.output, StartsWith("{\"bitmap\":2690,"));
+  EXPECT_THAT(ended.output, EndsWith("}\n"));
+}
+
+TEST_F(Program, RootsEverythingIsExplainedEvenWithADamagedList) {
+  const std::string file = makeFile("file", 0);
+  ASSERT_EQ(setAttribute(file, FileAclOptions{}.attribute, "\x01"), 0);
+  EXPECT_THAT(run({"-p", file, "-u", "0", "--explain"}).output,
+              HasSubstr("root may do everything"));
+}
+
 TEST_F(Program, AWrongCommandLineSaysHowItIsUsed) {
   EXPECT_EQ(failureOf(run({"-p", "/", "-u", "anna"}), 2),
             "effectiveprivs: \"anna\" is no uid\n"
@@ -248,8 +320,7 @@ TEST_F(Program, AUserInTenThousandGroupsIsNoTrouble) {
   const std::string file = makeFile("file", 0);
   constexpr std::uint32_t kGroups = 10'000;
   setList(file, {allow(group(kCrew + kGroups - 1), 2)});
-  writeWholeFile(folder_.path("passwd"), "anna:x:" + std::to_string(kAnna) + ":" +
-                                             std::to_string(kStaff) + "::/:/bin/sh\n");
+  writeWholeFile(folder_.path("passwd"), annaInPasswd());
   std::string lines;
   for (std::uint32_t number = 0; number < kGroups; ++number)
     lines += "g" + std::to_string(number) + ":x:" + std::to_string(kCrew + number) + ":anna\n";

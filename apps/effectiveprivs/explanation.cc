@@ -1,0 +1,200 @@
+#include "effectiveprivs/explanation.h"
+
+#include "effectiveprivs/names.h"
+
+namespace paddock::effectiveprivs {
+
+namespace {
+
+const char* wordFor(Reason reason) {
+  switch (reason) {
+    case Reason::root:
+      return "root";
+    case Reason::entry:
+      return "entry";
+    case Reason::mode:
+      return "mode";
+    case Reason::owner:
+      return "owner";
+    case Reason::everybody:
+      return "everybody";
+    case Reason::parent:
+      return "parent";
+    case Reason::list:
+      return "list";
+    case Reason::nothing:
+      break;
+  }
+  return "nothing";
+}
+
+std::string bitsText(posix_acl::Bits bits) {
+  std::string text = "---";
+  if ((bits & posix_acl::kRead) != 0) text[0] = 'r';
+  if ((bits & posix_acl::kWrite) != 0) text[1] = 'w';
+  if ((bits & posix_acl::kExecute) != 0) text[2] = 'x';
+  return text;
+}
+
+std::string modeText(const ObjectPrivileges& object) {
+  const auto digit = [](posix_acl::Bits bits) { return static_cast<char>('0' + bits); };
+  return {digit(object.classes.owner), digit(object.classes.group), digit(object.classes.others)};
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
+}
+
+// One answer about one user.
+class Explainer {
+ public:
+  Explainer(Accounts& accounts, const Identity& user, const Answer& answer)
+      : accounts_(accounts), user_(user), object_(answer.privileges) {}
+
+  ExplainedPermission explained(const Verdict& verdict) const {
+    ExplainedPermission permission;
+    permission.permission = verdict.permission;
+    permission.name = permissionName(verdict.permission, object_.isFolder);
+    permission.granted = verdict.granted;
+    permission.by = wordFor(verdict.reason);
+    permission.entry = verdict.entry;
+    if (verdict.group) permission.through = wayTo(accounts_, user_.membership(), *verdict.group);
+    permission.principal = principalOf(verdict);
+    permission.text = textOf(verdict, permission);
+    return permission;
+  }
+
+ private:
+  std::string principalOf(const Verdict& verdict) const {
+    if (verdict.group)
+      return "group:" + groupName(accounts_, user_.membership().groups[*verdict.group]);
+    if (verdict.modeClass) return *verdict.modeClass == ModeClass::owner ? "owner" : "others";
+    if (!verdict.entry) return {};
+    const Subject& subject = object_.list->rules[*verdict.entry].subject;
+    // Of nobody else than the user, when it is no group's.
+    if (subject.kind == Subject::Kind::guid) return "user:" + userName(accounts_, user_.uid());
+    return subjectName(accounts_, subject);
+  }
+
+  std::string textOf(const Verdict& verdict, const ExplainedPermission& permission) const {
+    switch (verdict.reason) {
+      case Reason::root:
+        return "root may do everything";
+      case Reason::entry:
+        return "entry " + std::to_string(*verdict.entry + 1) +
+               (verdict.granted ? ": allow " : ": deny ") + permission.principal +
+               wayText(permission);
+      case Reason::mode:
+        return "the mode gives " + permission.principal + " " + bitsText(classBits(verdict)) +
+               wayText(permission);
+      case Reason::owner:
+        return verdict.granted ? "the owner has it" : "only the owner has it";
+      case Reason::everybody:
+        return "everybody has it";
+      case Reason::parent:
+        return verdict.granted ? "the folder around lets the user remove what is in it"
+                               : "the folder around does not let the user remove it";
+      case Reason::list:
+        return "the list is complete, and does not give it";
+      case Reason::nothing:
+        break;
+    }
+    return "nothing gives it";
+  }
+
+  // A group that holds the user by itself says it all.
+  static std::string wayText(const ExplainedPermission& permission) {
+    return permission.through.size() > 1 ? " (through " + joined(permission.through) + ")" : "";
+  }
+
+  posix_acl::Bits classBits(const Verdict& verdict) const {
+    switch (*verdict.modeClass) {
+      case ModeClass::owner:
+        return object_.classes.owner;
+      case ModeClass::group:
+        return object_.classes.group;
+      case ModeClass::others:
+        break;
+    }
+    return object_.classes.others;
+  }
+
+  Accounts& accounts_;
+  const Identity& user_;
+  const ObjectPrivileges& object_;
+};
+
+std::string kernelText(acl::Permission permission, const KernelBits& bits) {
+  switch (permission) {
+    case acl::kDelete:
+      return "the folder around decides";
+    case acl::kReadAttributes:
+    case acl::kReadSecurity:
+      return "everybody may";
+    case acl::kWriteAttributes:
+    case acl::kWriteSecurity:
+      return "the owner alone may";
+    case acl::kChangeOwner:
+      return "root alone may";
+    default:
+      break;
+  }
+  const std::string rights = " " + bitsText(bits.bits);
+  switch (bits.who) {
+    case KernelClass::owner:
+      return "the owner has" + rights;
+    case KernelClass::namedUser:
+      return "the user has" + rights + " in its own ACL";
+    case KernelClass::group:
+      return "the groups of the host give" + rights;
+    case KernelClass::others:
+      break;
+  }
+  return "others have" + rights;
+}
+
+std::vector<Disagreement> disagreements(const Explanation& explanation,
+                                        const KernelAnswer& kernel) {
+  std::vector<Disagreement> found;
+  for (const ExplainedPermission& one : explanation.permissions) {
+    const bool allowed = (kernel.permissions & one.permission) != 0;
+    // It means nothing for a file.
+    const bool isMoot = one.permission == acl::kDeleteChild && !explanation.isFolder;
+    if (one.granted != allowed && !isMoot)
+      found.push_back({one.permission, one.name, one.granted, allowed,
+                       kernelText(one.permission, kernel.bits)});
+  }
+  return found;
+}
+
+}  // namespace
+
+Explanation explain(Accounts& accounts, const std::string& path, const Identity& user,
+                    const Answer& answer, const std::optional<KernelAnswer>& kernel) {
+  const ObjectPrivileges& object = answer.privileges;
+  Explanation explanation;
+  explanation.path = path;
+  explanation.uid = user.uid();
+  if (user.isKnown() || user.isRoot()) explanation.user = userName(accounts, user.uid());
+  explanation.isFolder = object.isFolder;
+  explanation.owner = userName(accounts, object.uid);
+  explanation.group = groupName(accounts, object.gid);
+  explanation.mode = modeText(object);
+  if (object.list) {
+    explanation.entries = object.list->rules.size();
+    explanation.isComplete = object.list->complete;
+  }
+  explanation.bitmap = granted(answer.verdicts);
+  const Explainer explainer(accounts, user, answer);
+  for (const Verdict& verdict : answer.verdicts)
+    explanation.permissions.push_back(explainer.explained(verdict));
+  if (kernel) {
+    explanation.kernelDisagrees = disagreements(explanation, *kernel);
+    explanation.barrier = kernel->barrier;
+  }
+  return explanation;
+}
+
+}  // namespace paddock::effectiveprivs

@@ -1,0 +1,63 @@
+// Why a user may do what he may, in words: what decided each permission, and where the kernel,
+// which knows nothing of the list, says otherwise.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "effectiveprivs/evaluation.h"
+#include "effectiveprivs/identity.h"
+#include "effectiveprivs/question.h"
+#include "platform/accounts.h"
+
+namespace paddock::effectiveprivs {
+
+struct ExplainedPermission {
+  acl::Permission permission = 0;
+  std::string name;
+  bool granted = false;
+  std::string by;                    // a Reason, in a word
+  std::optional<std::size_t> entry;  // from 0
+  std::string principal;             // whom the entry or the mode's class is for; empty: no one
+  // How the user belongs to that principal: groups, from the one that holds him by itself on.
+  std::vector<std::string> through;
+  std::string text;
+};
+
+struct Disagreement {
+  acl::Permission permission = 0;
+  std::string name;
+  bool list = false;
+  bool kernel = false;
+  std::string why;
+};
+
+struct Explanation {
+  std::string path;
+  std::uint32_t uid = 0;
+  std::string user;  // empty: no account has the uid
+  bool isFolder = false;
+  std::string owner;
+  std::string group;
+  std::string mode;  // of the three classes, octal
+  // The number of its entries; absent when there is no list.
+  std::optional<std::size_t> entries;
+  bool isComplete = false;
+  acl::Permission bitmap = 0;
+  std::vector<ExplainedPermission> permissions;
+  std::vector<Disagreement> kernelDisagrees;
+  std::string barrier;  // see KernelAnswer
+};
+
+// `kernel` is absent of root's question.
+Explanation explain(Accounts& accounts, const std::string& path, const Identity& user,
+                    const Answer& answer, const std::optional<KernelAnswer>& kernel);
+
+// Lines for people, each with its end.
+std::string explanationText(const Explanation& explanation);
+// One line of JSON, without its end.
+std::string explanationJson(const Explanation& explanation);
+
+}  // namespace paddock::effectiveprivs

@@ -1,0 +1,44 @@
+// What the kernel itself lets a user do with an object, in the permissions of a list: acl(5),
+// "ACCESS CHECK ALGORITHM", and what chmod(2), utimensat(2), chown(2), stat(2) and unlink(2) say.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "platform/acl.h"
+#include "platform/linux/posix_acl.h"
+
+namespace paddock::effectiveprivs {
+
+struct KernelObject {
+  std::uint32_t uid = 0;
+  std::uint32_t gid = 0;
+  mode_t mode = 0;  // stat(2)'s
+  std::optional<posix_acl::Acl> acl;
+};
+
+// A process of the user's, which is not root.
+struct KernelUser {
+  std::uint32_t uid = 0;
+  std::vector<std::uint32_t> gids;
+};
+
+// What the kernel takes the user for.
+enum class KernelClass { owner, namedUser, group, others };
+
+struct KernelBits {
+  KernelClass who = KernelClass::others;
+  posix_acl::Bits bits = 0;
+};
+
+// Of a group's member what each one of the groups lets through by itself.
+KernelBits kernelBits(const KernelObject& object, const KernelUser& user);
+
+// `parent`: the folder around; null when there is none.
+acl::Permission kernelPermissions(const KernelObject& object, const KernelObject* parent,
+                                  const KernelUser& user);
+
+}  // namespace paddock::effectiveprivs

@@ -1,0 +1,54 @@
+// What is asked, with everything that the answer depends on.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "effectiveprivs/evaluation.h"
+#include "effectiveprivs/installation.h"
+#include "effectiveprivs/kernel_access.h"
+#include "effectiveprivs/pinned_object.h"
+
+namespace paddock::effectiveprivs {
+
+// A file or folder, and the one around it, which is read when it is first asked for.
+class Place {
+ public:
+  // The caller keeps the installation alive. Throws Failure.
+  Place(const std::string& path, const Installation& installation)
+      : object_(path), reader_(installation.objects()) {}
+
+  const PinnedObject& object() const { return object_; }
+  // Null for the highest folder of all. These throw Failure.
+  const PinnedObject* around();
+  const ObjectPrivileges* privilegesAround();
+
+ private:
+  const PinnedObject object_;
+  const ObjectReader& reader_;
+  std::optional<std::optional<PinnedObject>> around_;
+  std::optional<ObjectPrivileges> privilegesAround_;
+};
+
+struct Answer {
+  ObjectPrivileges privileges;  // of root's question without the list, which does not matter
+  Verdicts verdicts;
+};
+
+// Throws Failure.
+Answer answerFor(Place& place, const Installation& installation, const Identity& user);
+
+// What the kernel says to the same question.
+struct KernelAnswer {
+  KernelBits bits;
+  acl::Permission permissions = 0;
+  // The nearest folder above, as a path, that the kernel does not let the user search, so that
+  // nothing of the rest comes to bear on a path; empty when there is none.
+  std::string barrier;
+};
+
+// Throws Failure.
+KernelAnswer kernelAnswerFor(Place& place, const KernelUser& user);
+
+}  // namespace paddock::effectiveprivs
