@@ -2,8 +2,6 @@
 //
 //   bench_ldap entries RECORDS               the records, in LDIF, below ou=paddock,dc=example
 //   bench_ldap lookups URI RECORDS RUNS      a line of nanoseconds per look-up: ours and theirs
-#include <ldap.h>
-
 #include <charconv>
 #include <chrono>
 #include <cstring>
@@ -13,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "kept_connection.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/ldap_node.h"
 #include "platform/linux/ldap_record_format.h"
@@ -53,39 +52,10 @@ long long timeOf(Step step) {
   return std::chrono::nanoseconds(Clock::now() - began).count();
 }
 
-// A kept connection.
-class Alone {
- public:
-  explicit Alone(const std::string& uri) {
-    const int version = LDAP_VERSION3;
-    if (ldap_initialize(&ldap_, uri.c_str()) != LDAP_SUCCESS ||
-        ldap_set_option(ldap_, LDAP_OPT_PROTOCOL_VERSION, &version) != LDAP_OPT_SUCCESS)
-      throw std::runtime_error("no connection to " + uri);
-    for (const std::string& name : paddock::recordEntryAttributes())
-      attributes_.push_back(const_cast<char*>(name.c_str()));
-    attributes_.push_back(nullptr);
-  }
-  Alone(const Alone&) = delete;
-  Alone& operator=(const Alone&) = delete;
-  ~Alone() { ldap_unbind_ext_s(ldap_, nullptr, nullptr); }
-
-  void lookUp(const std::string& path) {
-    const std::string filter =
-        paddock::allOf({paddock::recordFilter(kPath, path), paddock::equals("paddockType", kType),
-                        "(objectClass=paddockRecord)"});
-    LDAPMessage* answer = nullptr;
-    const int result =
-        ldap_search_ext_s(ldap_, kRecords, LDAP_SCOPE_SUBTREE, filter.c_str(), attributes_.data(),
-                          0, nullptr, nullptr, nullptr, LDAP_NO_LIMIT, &answer);
-    const int found = result == LDAP_SUCCESS ? ldap_count_entries(ldap_, answer) : 0;
-    ldap_msgfree(answer);
-    if (found != 1) throw std::runtime_error("libldap does not find " + path);
-  }
-
- private:
-  LDAP* ldap_ = nullptr;
-  std::vector<char*> attributes_;
-};
+std::string filterOf(const std::string& path) {
+  return paddock::allOf({paddock::recordFilter(kPath, path), paddock::equals("paddockType", kType),
+                         "(objectClass=paddockRecord)"});
+}
 
 void lookUp(const std::shared_ptr<paddock::LdapServer>& server, const std::string& path) {
   const auto found = paddock::makeLdapNode(server)->findRecordsOfTypes(
@@ -100,11 +70,11 @@ void measure(const std::string& uri, int records, int runs) {
   options.base = "dc=example";
   options.recordsBase = kRecords;
   const auto server = std::make_shared<paddock::LdapServer>(options);
-  Alone alone(uri);
+  KeptConnection alone(uri, kRecords, paddock::recordEntryAttributes());
   constexpr int kStep = 7919;  // a prime, so that every look-up is for another record
   for (int run = 0; run < runs; ++run) {
     const std::string path = pathOf(static_cast<int>(1LL * run * kStep % records));
-    const auto theirs = [&] { alone.lookUp(path); };
+    const auto theirs = [&] { alone.lookUp(filterOf(path)); };
     const auto ours = [&] { lookUp(server, path); };
     // In turn, since the second one finds the entry in the server's cache.
     const long long first = run % 2 == 0 ? timeOf(ours) : timeOf(theirs);

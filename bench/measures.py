@@ -1,6 +1,7 @@
 """The measures: each returns rows of the report."""
 
 import os
+import tempfile
 import time
 
 import daemon
@@ -28,6 +29,7 @@ QUOTA_USERS = 1_000
 COUNTING_TARGET = 0.6
 PRIVILEGES_TARGET = 2
 LDAP_TARGET = 1.5
+LISTS = "/dev/shm"  # a file system that has room for long ACLs
 FOLDERS = 10_000
 ENTRIES = 128  # of the ACL that bench_acl reads
 MEMORY_TARGET = 64 * 1024  # KiB
@@ -252,8 +254,26 @@ def ldap(bench):
     pairs = [tuple(map(int, line.split())) for line in lines.splitlines()[400:]]
     ours = [own for own, _ in pairs]
     theirs = [other for _, other in pairs]
-    return [ratio_row(f"look-up on a directory server : libldap, {SHARES:,} records", median(ours),
-                      median(theirs), LDAP_TARGET, "<= 1.5", {"ours": ours, "theirs": theirs})]
+    row = ratio_row(f"look-up on a directory server : libldap, {SHARES:,} records", median(ours),
+                    median(theirs), LDAP_TARGET, "<= 1.5", {"ours": ours, "theirs": theirs})
+    return [row, ldap_names(bench, schema)]
+
+
+def ldap_names(bench, schema):
+    """Reading an ACL with the names of users of a directory server, and looking up as many."""
+    program = os.path.join(bench.programs, "bench_ldap_names")
+    folder = os.path.join(bench.work, "ldap_names")
+    os.makedirs(folder)
+    users = run([program, "entries", str(SHARES)])
+    with Slapd(os.path.join(bench.work, "slapd_names"), schema, users) as slapd, \
+            tempfile.TemporaryDirectory(dir=LISTS) as lists:
+        lines = run([program, "lists", slapd.uri, folder, lists, str(SHARES // ENTRIES)])
+    pairs = [tuple(map(int, line.split())) for line in lines.splitlines()[4:]]
+    ours = [reading for reading, _ in pairs]
+    theirs = [searches for _, searches in pairs]
+    return ratio_row(f"get_acl : libldap, {ENTRIES} entries among {SHARES:,} users of a server",
+                     median(ours), median(theirs), LDAP_TARGET, "<= 1.5",
+                     {"ours": ours, "theirs": theirs})
 
 
 def read_folder(requests, folder):

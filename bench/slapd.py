@@ -22,7 +22,7 @@ maxsize 1073741824
 dbnosync
 suffix "dc=example"
 directory {folder}/data
-index objectClass,paddockType,paddockMatch,paddockDirectoryPath,entryUUID eq
+index objectClass,paddockType,paddockMatch,paddockDirectoryPath,entryUUID,uidNumber eq
 access to * by * read
 """
 TOP = """dn: dc=example

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -17,11 +19,20 @@ namespace paddock::testing {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 
 constexpr const char* kNode = "/LDAP/site";
 constexpr const char* kPassword = "writer's";
+
+std::string hostName() {
+  std::array<char, 256> name{};
+  EXPECT_EQ(::gethostname(name.data(), name.size()), 0);
+  return name.data();
+}
 
 class KeelhouseLdap : public KeelhouseTree {
  protected:
@@ -47,6 +58,20 @@ class KeelhouseLdap : public KeelhouseTree {
   std::string mounts() const {
     return slapd_->search({"-o", "ldif-wrap=no", "-b", SlapdServer::kRecords,
                            "(paddockType=dsRecTypeStandard:Mounts)"});
+  }
+  // What a client that mounts sees of them, sorted: it asks as nobody, and knows our schema only.
+  std::vector<std::string> mountsForClients() const {
+    const EndedProgram ended =
+        runProgram({"/usr/bin/ldapsearch", "-x", "-LLL", "-o", "ldif-wrap=no", "-H",
+                    slapd_->ldapiUri(), "-b", SlapdServer::kBase, "(objectClass=paddockMount)",
+                    "cn", "paddockVFSLinkDir", "paddockVFSType", "paddockVFSOpts"},
+                   "");
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    std::vector<std::string> lines = linesOf(ended.output);
+    std::erase_if(lines,
+                  [](const std::string& line) { return line.empty() || line.starts_with("dn: "); });
+    std::sort(lines.begin(), lines.end());
+    return lines;
   }
   // Users "userN" with the uid 70000 + N, whose full name is "User N of the site".
   void addUsers(int count) {
@@ -112,23 +137,63 @@ TEST_F(KeelhouseLdap, AuthTellsWhoMayWriteThere) {
     EXPECT_THAT(text, AllOf(Not(HasSubstr(kPassword)), Not(HasSubstr("reader's"))));
 }
 
+TEST_F(KeelhouseLdap, ATrialWhoseRecordWasLeftBehindSaysHowItWorksAgain) {
+  const std::string left = "verifyAuthTempName";
+  ASSERT_EQ(asWriter({"record", "put", "mounts", left, "--node", kNode}).status, 0);
+  const auto trial = [&] {
+    return keelhouse({"auth", kNode, "writer"}, kPassword + std::string("\n"));
+  };
+  const auto refused = trial();
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.error,
+              AllOf(HasSubstr("File exists"),
+                    HasSubstr("keelhouse record delete mounts " + left + " --node " + kNode)));
+  ASSERT_EQ(asWriter({"record", "delete", "mounts", left, "--node", kNode}).status, 0);
+  EXPECT_EQ(trial().status, 0);
+}
+
 TEST_F(KeelhouseLdap, AFolderIsSharedWithAMountRecordThatIsChangedAndRemoved) {
-  const std::string path = makeFolder("projects");
+  const std::string path = makeFolder("team projects");
+  const std::string name = hostName() + ":" + path;
+  const std::string url =
+      "paddockVFSOpts: url==vsp://;AUTH=NO%20USER%20AUTHENT@" + hostName() + "/team%20projects";
   const auto added =
-      asWriter({"share", "add", path, "--automount", "/Network/Servers", "--node", kNode});
+      asWriter({"share", "add", path, "--automount", "/Network/Servers/", "--node", kNode});
   ASSERT_EQ(added.status, 0) << added.error;
-  EXPECT_THAT(mounts(), AllOf(HasSubstr(":" + path + "\n"), HasSubstr("/Network/Servers")));
+  EXPECT_THAT(mountsForClients(), ElementsAre("cn: " + name, "paddockVFSLinkDir: /Network/Servers/",
+                                              "paddockVFSOpts: net", url, "paddockVFSType: url"));
 
   const auto changed =
       asWriter({"share", "set", path, "--automount", "/Network/Home", "--node", kNode});
   ASSERT_EQ(changed.status, 0) << changed.error;
-  EXPECT_THAT(mounts(), AllOf(HasSubstr(":" + path + "\n"), HasSubstr("/Network/Home"),
-                              Not(HasSubstr("/Network/Servers"))));
+  EXPECT_THAT(mountsForClients(), ElementsAre("cn: " + name, "paddockVFSLinkDir: /Network/Home",
+                                              url, "paddockVFSType: url"));
+
+  const auto overNfs =
+      asWriter({"share", "set", path, "--nfs", "--automount", "/Network/Home", "--node", kNode});
+  ASSERT_EQ(overNfs.status, 0) << overNfs.error;
+  EXPECT_THAT(mountsForClients(), ElementsAre("cn: " + name, "paddockVFSLinkDir: /Network/Home",
+                                              "paddockVFSType: nfs"));
 
   const auto removed = asWriter({"share", "remove", path});
   ASSERT_EQ(removed.status, 0) << removed.error;
+  EXPECT_THAT(mountsForClients(), IsEmpty());
   EXPECT_EQ(mounts(), "");
   EXPECT_EQ(done({"share", "list", "--json"}), "[]\n");
+}
+
+TEST_F(KeelhouseLdap, AMountRecordIsReadChangedAndRemovedByItself) {
+  const std::string path = makeFolder("projects");
+  const std::string name = hostName() + ":" + path;
+  ASSERT_EQ(asWriter({"share", "add", path, "--automount", "/Network/a", "--node", kNode}).status,
+            0);
+  EXPECT_THAT(done({"record", "show", "mounts", name, "--node", kNode}), HasSubstr("/Network/a"));
+  ASSERT_EQ(
+      asWriter({"record", "put", "mounts", name, "VFSLinkDir=/Network/b", "--node", kNode}).status,
+      0);
+  EXPECT_THAT(mountsForClients(), Contains("paddockVFSLinkDir: /Network/b"));
+  ASSERT_EQ(asWriter({"record", "delete", "mounts", name, "--node", kNode}).status, 0);
+  EXPECT_EQ(mounts(), "");
 }
 
 TEST_F(KeelhouseLdap, AnAccountThatMayNotWriteMakesNoMountRecord) {
@@ -180,6 +245,8 @@ TEST_F(KeelhouseLdap, AServerThatIsSilentIsWaitedForOnceHoweverManyEntriesNameIt
   const std::string path = makeFolder("projects");
   addUsers(60);
   ASSERT_EQ(writeAcl(path, 60).dictionary().integer("writeStatus"), 0);
+  // One that does not know them yet.
+  daemon_.emplace(tree_);
   slapd_->freeze();
   const auto began = std::chrono::steady_clock::now();
   const auto shown = keelhouse({"acl", "show", path});

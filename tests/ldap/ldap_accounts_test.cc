@@ -181,6 +181,37 @@ TEST_F(LdapAccountsTest, UsersAuthenticateByNameAndAnyEntryByItsDistinguishedNam
   EXPECT_EQ(node()->authenticateName("an*", "anna's", true), EACCES);
 }
 
+TEST_F(LdapAccountsTest, BytesBehindANulAreNotLeftOutOfAPassword) {
+  const std::string password = std::string("anna's") + '\0';
+  EXPECT_EQ(node()->authenticateName("anna", password + "x", true), EACCES);
+  EXPECT_EQ(node()->authenticateName("anna", password, true), EACCES);
+  EXPECT_EQ(node()->authenticateName(std::string("anna") + '\0', "anna's", true), EACCES);
+  EXPECT_EQ(node()->authenticateName(std::string("anna") + '\0' + "x", "anna's", true), EACCES);
+}
+
+TEST_F(LdapAccountsTest, AnEmptyNameOrPasswordIsRefusedBeforeTheServerIsAsked) {
+  slapd().stop();
+  EXPECT_EQ(node()->authenticateName("anna", "", true), EACCES);
+  EXPECT_EQ(node()->authenticateName("uid=anna,ou=people,dc=example", "", false), EACCES);
+  EXPECT_EQ(node()->authenticateName("", "anna's", true), EACCES);
+  EXPECT_EQ(raised([&] { node()->authenticateName("anna", "anna's", true); }), ECONNREFUSED);
+}
+
+TEST_F(LdapAccountsTest, NamesThatMeanSomethingInADistinguishedNameAreOnlyText) {
+  const std::string name = "o'a,b+c=\"d\";<#\\>*)(";
+  const std::string dn =
+      "uid=o'a\\,b\\+c\\=\\\"d\\\"\\;\\<#\\\\\\>*)(," + std::string(SlapdServer::kPeople);
+  slapd().add("dn: " + dn + "\nobjectClass: inetOrgPerson\nuid: " + name +
+              "\ncn: x\nsn: x\nuserPassword: secret\n\n"
+              "dn: cn=named,ou=groups,dc=example\nobjectClass: groupOfNames\ncn: named\nmember: " +
+              dn + "\n");
+  EXPECT_THAT(users(schema::kRecordName, name), ElementsAre(name));
+  EXPECT_EQ(node()->authenticateName(name, "secret", true), 0);
+  EXPECT_EQ(node()->findRecord("named", schema::kGroups)->getAttribute(schema::kGroupMembership),
+            Array{name});
+  EXPECT_THAT(groups(schema::kGroupMembership, name), ElementsAre("named"));
+}
+
 TEST_F(LdapAccountsTest, OtherNamesOfClassesAndAttributesAreTakenAsConfigured) {
   slapd().add(
       "dn: cn=Cora,ou=people,dc=example\nobjectClass: organizationalPerson\n"

@@ -1,64 +1,11 @@
 // The connection breaks, or the server dies, at each message of each change.
-#include "ldap/ldap_fixture.h"
+#include "ldap/ldap_operations.h"
 
 namespace paddock {
 namespace {
 
 using ::testing::AnyOf;
 using Cut = CuttingProxy::Cut;
-
-struct Operation {
-  const char* name;
-  void (*prepare)(DirectoryNode& node);
-  void (*run)(DirectoryNode& node);
-  bool (*isDone)(DirectoryNode& node);
-  bool (*isUndone)(DirectoryNode& node);
-};
-
-std::string valueOf(DirectoryNode& node, const std::string& name, const std::string& attribute) {
-  const auto record = node.findRecord(name, kShares);
-  return record ? record->getAttributeFirstValue(attribute).value_or("") : "no record";
-}
-
-const Operation kOperations[] = {
-    {"Create", [](DirectoryNode&) {}, [](DirectoryNode& node) { node.newRecord("Docs", kShares); },
-     [](DirectoryNode& node) { return allNames(node) == std::vector<std::string>{"Docs"}; },
-     [](DirectoryNode& node) { return allNames(node).empty(); }},
-    {"Change", [](DirectoryNode& node) { node.newRecord("Docs", kShares)->setAttribute("a", "1"); },
-     [](DirectoryNode& node) {
-       node.findRecord("Docs", kShares)
-           ->setAttributesAndValues({{"a", "2"}, {"b", Array{"x", "y"}}});
-     },
-     [](DirectoryNode& node) {
-       return valueOf(node, "Docs", "a") == "2" && valueOf(node, "Docs", "b") == "x";
-     },
-     [](DirectoryNode& node) {
-       return valueOf(node, "Docs", "a") == "1" && valueOf(node, "Docs", "b").empty();
-     }},
-    {"Rename", [](DirectoryNode& node) { node.newRecord("Docs", kShares)->setAttribute("a", "1"); },
-     [](DirectoryNode& node) {
-       node.findRecord("Docs", kShares)
-           ->setAttributesAndValues({{"a", "2"}, {schema::kRecordName, "Papers"}});
-     },
-     [](DirectoryNode& node) {
-       return allNames(node) == std::vector<std::string>{"Papers"} &&
-              valueOf(node, "Papers", "a") == "2";
-     },
-     [](DirectoryNode& node) {
-       return allNames(node) == std::vector<std::string>{"Docs"} &&
-              valueOf(node, "Docs", "a") == "1";
-     }},
-    {"Remove", [](DirectoryNode& node) { node.newRecord("Docs", kShares); },
-     [](DirectoryNode& node) {
-       if (const auto record = node.findRecord("Docs", kShares)) record->removeRecord();
-     },
-     [](DirectoryNode& node) { return allNames(node).empty(); },
-     [](DirectoryNode& node) { return allNames(node) == std::vector<std::string>{"Docs"}; }},
-    {"Read", [](DirectoryNode& node) { node.newRecord("Docs", kShares)->setAttribute("a", "1"); },
-     [](DirectoryNode& node) { EXPECT_EQ(valueOf(node, "Docs", "a"), "1"); },
-     [](DirectoryNode& node) { return valueOf(node, "Docs", "a") == "1"; },
-     [](DirectoryNode& node) { return valueOf(node, "Docs", "a") == "1"; }},
-};
 
 class LdapCutsTest : public LdapTest, public ::testing::WithParamInterface<Operation> {
  protected:
@@ -73,15 +20,11 @@ class LdapCutsTest : public LdapTest, public ::testing::WithParamInterface<Opera
     options.uri = proxy().uri();
     return nodeWith(options);
   }
-  void clear() {
-    for (const std::string& name : allNames(*node()))
-      node()->findRecord(name, kShares)->removeRecord();
-  }
 
  private:
   std::unique_ptr<CuttingProxy> proxy_;
 };
-INSTANTIATE_TEST_SUITE_P(Ldap, LdapCutsTest, ::testing::ValuesIn(kOperations),
+INSTANTIATE_TEST_SUITE_P(Ldap, LdapCutsTest, ::testing::ValuesIn(operationsOnRecords()),
                          [](const auto& each) { return std::string(each.param.name); });
 
 constexpr int kMostMessages = 60;
@@ -98,7 +41,7 @@ TEST_P(LdapCutsTest, AConnectionThatBreaksOnceIsMadeAgainAndTheWorkIsDoneOnce) {
       wasCut = proxy().hasCut();
       proxy().heal();
       EXPECT_TRUE(GetParam().isDone(*node())) << "message " << number;
-      clear();
+      removeAll(*node());
     }
     EXPECT_LT(number, kMostMessages);
     EXPECT_GT(number, 2);
@@ -127,7 +70,7 @@ TEST_P(LdapCutsTest, AServerThatDiesLeavesTheWorkDoneOrNotDone) {
         GetParam().run(*node());
       }
       EXPECT_TRUE(GetParam().isDone(*node())) << "message " << number;
-      clear();
+      removeAll(*node());
     }
     EXPECT_LT(number, kMostMessages);
     EXPECT_GT(number, 2);

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "ldap/ldap_fixture.h"
+#include "ldap/ldap_tls_fixture.h"
 #include "support/run_to_end.h"
 
 namespace paddock {
@@ -217,6 +218,69 @@ TEST_F(LdapServerFailures, AFrozenServerTimesOut) {
   EXPECT_NE(node()->findRecord("Docs", kShares), nullptr);
 }
 
+TEST_F(LdapServerFailures, ReferencesToOtherServersAreNotFollowed) {
+  TalkingServer other("");
+  slapd().add(
+      "dn: ou=elsewhere,ou=paddock,dc=example\nobjectClass: referral\n"
+      "objectClass: extensibleObject\nou: elsewhere\nref: " +
+      other.uri() + "/dc=other\n");
+  node()->newRecord("Docs", kShares);
+  // Below the base it is passed over; the base itself cannot be elsewhere.
+  EXPECT_EQ(allNames(*node()), std::vector<std::string>{"Docs"});
+  LdapOptions elsewhere = options();
+  elsewhere.recordsBase = "ou=elsewhere,ou=paddock,dc=example";
+  EXPECT_EQ(raised([&] { nodeWith(elsewhere)->findRecord("Docs", kShares); }), EACCES);
+  EXPECT_EQ(raised([&] { nodeWith(elsewhere)->newRecord("New", kShares); }), EACCES);
+  EXPECT_EQ(other.connections(), 0);
+}
+
+class LdapConnections : public LdapTest {
+ protected:
+  SlapdOptions slapdOptions() override { return {.statistics = true}; }
+  // How many the work made.
+  template <typename Work>
+  int madeBy(Work&& work) {
+    const int before = slapd().connections();
+    work();
+    return slapd().connections() - before;
+  }
+};
+
+TEST_F(LdapConnections, ASessionHasOneAndLeavesItToTheNext) {
+  const auto work = [this] {
+    const auto mine = node();
+    const auto record = mine->newRecord("Docs", kShares);
+    record->setAttribute("a", "1");
+    EXPECT_EQ(allNames(*mine).size(), 1U);
+    EXPECT_EQ(mine->getAttributeFirstValue(schema::kReadOnlyNode), schema::kReadWrite);
+    record->removeRecord();
+  };
+  EXPECT_EQ(madeBy(work), 1);
+  EXPECT_EQ(madeBy(work), 0);
+}
+
+TEST_F(LdapConnections, SessionsAtTheSameTimeHaveOneEach) {
+  EXPECT_EQ(madeBy([this] {
+              const auto one = node();
+              const auto other = node();
+              for (const auto& each : {one, other, one, other}) allNames(*each);
+            }),
+            2);
+}
+
+TEST_F(LdapConnections, OneThatAUserHasAuthenticatedOnIsNobodyElses) {
+  slapd().addPerson("anna", "anna's", true);
+  EXPECT_EQ(madeBy([this] { allNames(*node()); }), 1);
+  const auto authenticate = [this] {
+    const auto mine = node();
+    EXPECT_EQ(mine->authenticateName("anna", "anna's", false), 0);
+    EXPECT_TRUE(allNames(*mine).empty());
+  };
+  EXPECT_EQ(madeBy(authenticate), 1);
+  EXPECT_EQ(madeBy(authenticate), 1);
+  EXPECT_EQ(madeBy([this] { allNames(*node()); }), 0);
+}
+
 class LdapWithoutSchema : public LdapTest {
  protected:
   SlapdOptions slapdOptions() override { return {.schema = false}; }
@@ -251,79 +315,6 @@ TEST_F(LdapWithALimit, ASearchThatHitsTheLimitIsNoShortAnswer) {
 }
 
 // --- TLS
-
-class LdapTlsTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    const std::string why = whyNoSlapd();
-    if (!why.empty()) GTEST_SKIP() << why;
-    makeAuthority("ca");
-    makeAuthority("other");
-  }
-
-  std::string path(const std::string& name) { return folder_.path(name); }
-
-  void openssl(const std::string& words) {
-    std::vector<std::string> all{"/usr/bin/openssl"};
-    std::istringstream stream(words);
-    for (std::string word; stream >> word;) all.push_back(word);
-    const EndedProgram ended = runProgram(all);
-    ASSERT_EQ(ended.status, 0) << words << "\n" << ended.error;
-  }
-
-  void makeKey(const std::string& name) {
-    openssl("ecparam -name prime256v1 -genkey -noout -out " + path(name + ".key"));
-  }
-
-  void makeAuthority(const std::string& name) {
-    makeKey(name);
-    openssl("req -x509 -new -key " + path(name + ".key") + " -days 2 -subj /CN=" + name +
-            " -addext basicConstraints=critical,CA:TRUE -out " + path(name + ".pem"));
-  }
-
-  // A certificate for the name, signed by "ca", valid from now or from long ago until yesterday.
-  void makeCertificate(const std::string& name, const std::string& subjectName, bool expired) {
-    makeKey(name);
-    openssl("req -new -key " + path(name + ".key") + " -subj /CN=server -out " +
-            path(name + ".csr"));
-    writeWholeFile(path("extensions"), "subjectAltName=" + subjectName + "\n");
-    std::filesystem::create_directory(path("issued"));
-    writeWholeFile(path("index"), "");
-    writeWholeFile(path("ca.conf"), "[ca]\ndefault_ca=c\n[c]\ndatabase=" + path("index") +
-                                        "\nnew_certs_dir=" + path("issued") +
-                                        "\ndefault_md=sha256\npolicy=p\nunique_subject=no\n"
-                                        "rand_serial=yes\n[p]\ncommonName=supplied\n");
-    openssl("ca -batch -notext -config " + path("ca.conf") + " -cert " + path("ca.pem") +
-            " -keyfile " + path("ca.key") + " -in " + path(name + ".csr") + " -extfile " +
-            path("extensions") + " -startdate " + "20200101000000Z" + " -enddate " +
-            (expired ? "20200102000000Z" : "20991231000000Z") + " -out " + path(name + ".pem"));
-  }
-
-  std::unique_ptr<SlapdServer> serverWith(const std::string& certificate, bool ldaps = false) {
-    SlapdOptions options;
-    options.tcp = true;
-    options.ldaps = ldaps;
-    options.certificate = path(certificate + ".pem");
-    options.key = path(certificate + ".key");
-    return std::make_unique<SlapdServer>(options);
-  }
-
-  LdapOptions clientOf(const SlapdServer& server, const std::string& authority = "ca") {
-    LdapOptions options = server.nodeOptions();
-    options.uri = server.tcpUri();
-    options.tls = LdapTls::startTls;
-    options.caFile = path(authority + ".pem");
-    options.timeout = std::chrono::seconds(20);
-    return options;
-  }
-
-  static Status look(const LdapOptions& options) {
-    return raised([&] { nodeWith(options)->findRecord("a", kShares); });
-  }
-
- private:
-  TestFolder folder_;
-};
 
 TEST_F(LdapTlsTest, AGoodCertificateIsTakenByStartTls) {
   makeCertificate("good", "IP:127.0.0.1", false);

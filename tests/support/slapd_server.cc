@@ -12,10 +12,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include "base/file_descriptor.h"
@@ -206,15 +206,23 @@ std::string SlapdServer::run(const std::vector<std::string>& words,
   return ended.output;
 }
 
-std::vector<std::string> SlapdServer::searches() const {
-  constexpr const char* kFilter = " filter=";
+std::vector<std::string> SlapdServer::linesWith(const std::string& text) const {
   std::istringstream log(readWholeFile(folder_.path("log")));
-  std::vector<std::string> filters;
+  std::vector<std::string> lines;
   for (std::string line; std::getline(log, line);)
-    if (line.find(" SRCH base=") != std::string::npos)
-      filters.push_back(line.substr(line.find(kFilter) + std::strlen(kFilter)));
+    if (line.find(text) != std::string::npos) lines.push_back(line);
+  return lines;
+}
+
+std::vector<std::string> SlapdServer::searches() const {
+  constexpr std::string_view kFilter = " filter=";
+  std::vector<std::string> filters;
+  for (const std::string& line : linesWith(" SRCH base="))
+    filters.push_back(line.substr(line.find(kFilter) + kFilter.size()));
   return filters;
 }
+
+int SlapdServer::connections() const { return static_cast<int>(linesWith(" ACCEPT from ").size()); }
 
 void SlapdServer::add(const std::string& ldif) { run({"/usr/bin/ldapadd"}, ldif); }
 void SlapdServer::modify(const std::string& ldif) { run({"/usr/bin/ldapmodify"}, ldif); }

@@ -73,6 +73,8 @@ class SlapdServer {
 
   // The filters of all searches that it was asked for, in their order.
   std::vector<std::string> searches() const;
+  // How many connections were made to it.
+  int connections() const;
 
   // An entry uid=NAME below ou=people: an inetOrgPerson.
   void addPerson(const std::string& name, const std::string& password, bool mayWrite);
@@ -81,6 +83,7 @@ class SlapdServer {
   void configure();
   void waitUntilItListens();
   std::string run(const std::vector<std::string>& words, const std::string& input) const;
+  std::vector<std::string> linesWith(const std::string& text) const;
 
   SlapdOptions options_;
   TestFolder folder_;

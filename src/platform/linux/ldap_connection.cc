@@ -36,6 +36,19 @@ struct FreeControl {
 };
 using Control = std::unique_ptr<LDAPControl, FreeControl>;
 
+struct FreeControls {
+  void operator()(LDAPControl** controls) const { ldap_controls_free(controls); }
+};
+
+struct FreeBer {
+  void operator()(BerElement* element) const { ber_free(element, 0); }
+};
+
+// The list of values; what they hold is the message's.
+struct FreeValues {
+  void operator()(berval* values) const { ber_memfree(values); }
+};
+
 struct FreeText {
   void operator()(char* text) const { ldap_memfree(text); }
 };
@@ -100,36 +113,53 @@ class Modifications {
 };
 
 // The attribute's name without options ("cn;lang-en").
-std::string plainName(const char* description) {
+std::string plainName(const std::string& description) {
   std::string name = asciiLower(description);
   name.resize(std::min(name.size(), name.find(';')));
   return name;
 }
 
-std::size_t readAttribute(LDAP* ldap, LDAPMessage* message, const char* name, LdapEntry& entry) {
-  std::size_t size = 0;
-  berval** values = ldap_get_values_len(ldap, message, name);
-  if (values == nullptr) return size;
-  std::vector<std::string>& texts = entry.attributes[plainName(name)];
-  for (berval** value = values; *value != nullptr; ++value) {
-    texts.push_back(textOf(**value));
-    size += (*value)->bv_len;
+// Reads the next attribute; `more` is false behind the last one. Adds the size of what was read to
+// `size`. Returns a result of the library.
+int readAttribute(LDAP* ldap, LDAPMessage* message, BerElement* place, LdapEntry& entry,
+                  std::size_t& size, bool& more) {
+  berval name{};
+  BerVarray values = nullptr;
+  const int result = ldap_get_attribute_ber(ldap, message, place, &name, &values);
+  const std::unique_ptr<berval, FreeValues> owner(values);
+  more = result == LDAP_SUCCESS && name.bv_val != nullptr;
+  if (!more) return result;
+  std::vector<std::string>& texts = entry.attributes[plainName(textOf(name))];
+  for (const berval* value = values; value != nullptr && value->bv_val != nullptr; ++value) {
+    texts.push_back(textOf(*value));
+    size += value->bv_len;
   }
-  ldap_value_free_len(values);
-  return size;
+  return result;
 }
 
-// Adds the size of what was read to `size`.
-LdapEntry readEntry(LDAP* ldap, LDAPMessage* message, std::size_t& size) {
-  LdapEntry entry;
-  const Text dn(ldap_get_dn(ldap, message));
-  if (dn) entry.dn = dn.get();
-  BerElement* place = nullptr;
-  for (Text name(ldap_first_attribute(ldap, message, &place)); name;
-       name.reset(ldap_next_attribute(ldap, message, place)))
-    size += readAttribute(ldap, message, name.get(), entry);
-  if (place != nullptr) ber_free(place, 0);
-  return entry;
+int readEntry(LDAP* ldap, LDAPMessage* message, LdapEntry& entry, std::size_t& size) {
+  BerElement* begin = nullptr;
+  berval dn{};
+  int result = ldap_get_dn_ber(ldap, message, &begin, &dn);
+  const std::unique_ptr<BerElement, FreeBer> place(begin);
+  if (result != LDAP_SUCCESS) return result;
+  entry.dn = textOf(dn);
+  for (bool more = true; more && result == LDAP_SUCCESS;)
+    result = readAttribute(ldap, message, place.get(), entry, size, more);
+  return result;
+}
+
+// What the next page is asked for with; empty when there is none.
+int readCookie(LDAP* ldap, LDAPControl** controls, std::string& text) {
+  LDAPControl* const paged = ldap_control_find(LDAP_CONTROL_PAGEDRESULTS, controls, nullptr);
+  if (paged == nullptr) return LDAP_SUCCESS;
+  berval cookie{};
+  ber_int_t estimate = 0;
+  const int result = ldap_parse_pageresponse_control(ldap, paged, &estimate, &cookie);
+  if (result != LDAP_SUCCESS) return result;
+  text = textOf(cookie);
+  ber_memfree(cookie.bv_val);
+  return result;
 }
 
 std::string diagnosticOf(char* text) {
@@ -204,30 +234,39 @@ class LdapConnection::Callback {
   }
   ldap_conncb* get() { return &callback_; }
   bool connected() const { return connected_; }
+  // Why a connection was given up as soon as it was made.
+  int error() const { return error_; }
   LdapDeadline& deadline() { return deadline_; }
 
  private:
   static int added(LDAP*, Sockbuf* socket, LDAPURLDesc*, sockaddr*, ldap_conncb* callback) {
     auto& self = *static_cast<Callback*>(callback->lc_arg);
-    self.connected_ = true;
-    self.deadline_.set(self.timeout_);
-    self.deadline_.addTo(socket);
+    self.error_ = self.setUp(socket);
+    self.connected_ = self.error_ == 0;
+    return self.connected_ ? LDAP_SUCCESS : LDAP_LOCAL_ERROR;
+  }
+
+  // Returns the errno of what keeps the connection from being bounded.
+  int setUp(Sockbuf* socket) {
+    deadline_.set(timeout_);
     int descriptor = -1;
-    if (ber_sockbuf_ctrl(socket, LBER_SB_OPT_GET_FD, &descriptor) != 1) return LDAP_SUCCESS;
-    // The library waits for a whole TLS record, and for room to write, without looking at its time.
-    const timeval time = timevalOf(self.timeout_);
-    ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
-    ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
-    ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     ber_len_t largest = kLargestMessage;
-    ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &largest);
-    return LDAP_SUCCESS;
+    if (!deadline_.addTo(socket) ||
+        ber_sockbuf_ctrl(socket, LBER_SB_OPT_GET_FD, &descriptor) != 1 ||
+        ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &largest) != 1)
+      return ENOMEM;
+    // The library waits for a whole TLS record, and for room to write, without looking at its time.
+    const timeval time = timevalOf(timeout_);
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO})
+      if (::setsockopt(descriptor, SOL_SOCKET, option, &time, sizeof time) != 0) return errno;
+    return ::fcntl(descriptor, F_SETFD, FD_CLOEXEC) != 0 ? errno : 0;
   }
 
   std::chrono::milliseconds timeout_;
   ldap_conncb callback_{};
   LdapDeadline deadline_;
   bool connected_ = false;
+  int error_ = 0;
 };
 
 struct LdapConnection::Page {
@@ -293,12 +332,15 @@ void LdapConnection::connect() {
   errno = 0;
   const int result = ldap_connect(ldap_);
   const int number = errno;
-  if (result != LDAP_SUCCESS) failConnecting(result, number);
+  if (result != LDAP_SUCCESS || callback_->error() != 0) failConnecting(result, number);
   callback_->deadline().release();
 }
 
 void LdapConnection::failConnecting(int result, int number) {
   const std::string diagnostic = diagnosticMessage();
+  if (callback_->error() != 0)
+    throw LdapError(LDAP_LOCAL_ERROR, callback_->error(), what("connecting", ""), diagnostic);
+  if (result == LDAP_NO_MEMORY) throw LdapError(result, what("connecting", ""), diagnostic);
   if (callback_->deadline().hasExpired() || result == LDAP_TIMEOUT || number == ETIMEDOUT)
     throw LdapError(LDAP_TIMEOUT, what("connecting", ""), diagnostic);
   if (callback_->connected())
@@ -409,7 +451,8 @@ LdapConnection::Page LdapConnection::receive(int message, const LdapQuery& query
     const Message answer(await(message, doing));
     const int type = ldap_msgtype(answer.get());
     if (type == LDAP_RES_SEARCH_ENTRY) {
-      page.entries.push_back(readEntry(ldap_, answer.get(), page.size));
+      const int read = readEntry(ldap_, answer.get(), page.entries.emplace_back(), page.size);
+      if (read != LDAP_SUCCESS) fail(read, doing);
       if (page.size > kLargestAnswer) {
         usable_ = false;
         throw LdapError(LDAP_RESULTS_TOO_LARGE, doing, "");
@@ -422,16 +465,10 @@ LdapConnection::Page LdapConnection::receive(int message, const LdapQuery& query
     const int parsed = ldap_parse_result(ldap_, answer.get(), &result, nullptr, &diagnostic,
                                          nullptr, &controls, 0);
     const std::string text = diagnosticOf(diagnostic);
+    const std::unique_ptr<LDAPControl*, FreeControls> owner(controls);
     if (parsed != LDAP_SUCCESS) fail(parsed, doing);
-    LDAPControl* const paged = ldap_control_find(LDAP_CONTROL_PAGEDRESULTS, controls, nullptr);
-    berval cookie{};
-    ber_int_t estimate = 0;
-    if (paged != nullptr &&
-        ldap_parse_pageresponse_control(ldap_, paged, &estimate, &cookie) == LDAP_SUCCESS) {
-      page.cookie = textOf(cookie);
-      ber_memfree(cookie.bv_val);
-    }
-    if (controls != nullptr) ldap_controls_free(controls);
+    if (const int read = readCookie(ldap_, controls, page.cookie); read != LDAP_SUCCESS)
+      fail(read, doing);
     if (result != LDAP_SUCCESS) throw LdapError(result, doing, text);
     return page;
   }
@@ -493,7 +530,7 @@ ldapmsg* LdapConnection::await(int message, const std::string& doing) {
   LDAPMessage* answer = nullptr;
   const int type = ldap_result(ldap_, message, LDAP_MSG_ONE, &time, &answer);
   if (type > 0) return answer;
-  int result = LDAP_TIMEOUT;
+  int result = type < 0 ? LDAP_OTHER : LDAP_TIMEOUT;
   if (type < 0) ldap_get_option(ldap_, LDAP_OPT_RESULT_CODE, &result);
   fail(result, doing);
 }

@@ -16,11 +16,11 @@ constexpr int kLevel = (LBER_SBIOD_LEVEL_PROVIDER + LBER_SBIOD_LEVEL_TRANSPORT) 
 
 }  // namespace
 
-void LdapDeadline::addTo(Sockbuf* connection) {
+bool LdapDeadline::addTo(Sockbuf* connection) {
   static Sockbuf_IO layer{&LdapDeadline::setUp,   [](Sockbuf_IO_Desc*) { return 0; },
                           &LdapDeadline::control, &LdapDeadline::read,
                           &LdapDeadline::write,   [](Sockbuf_IO_Desc*) { return 0; }};
-  ber_sockbuf_add_io(connection, &layer, kLevel, this);
+  return ber_sockbuf_add_io(connection, &layer, kLevel, this) == 0;
 }
 
 void LdapDeadline::set(std::chrono::milliseconds time) {
@@ -59,20 +59,22 @@ ber_slen_t LdapDeadline::perform(Sockbuf_IO_Desc* layer, short event, Step step)
     const ber_slen_t count = step();
     const bool wouldWait = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
     if (!isSet_ || !wouldWait) return count;
-    if (!await(layer, event)) break;
+    const int ready = await(layer, event);
+    if (ready < 0) return -1;
+    if (ready == 0) break;
   }
   hasExpired_ = true;
   errno = ETIMEDOUT;
   return -1;
 }
 
-bool LdapDeadline::await(Sockbuf_IO_Desc* layer, short event) {
+int LdapDeadline::await(Sockbuf_IO_Desc* layer, short event) {
   ber_socket_t descriptor = -1;
-  if (ber_sockbuf_ctrl(layer->sbiod_sb, LBER_SB_OPT_GET_FD, &descriptor) != 1) return false;
+  if (ber_sockbuf_ctrl(layer->sbiod_sb, LBER_SB_OPT_GET_FD, &descriptor) != 1) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now());
   pollfd awaited{descriptor, event, 0};
   const int time = static_cast<int>(std::max<std::int64_t>(0, left.count()));
-  return retryOnInterrupt([&] { return ::poll(&awaited, 1, time); }) > 0;
+  return retryOnInterrupt([&] { return ::poll(&awaited, 1, time); });
 }
 
 }  // namespace paddock

@@ -10,8 +10,8 @@ namespace paddock {
 
 class LdapDeadline {
  public:
-  // Puts the layer on the connection, which must not outlive this object.
-  void addTo(Sockbuf* connection);
+  // Puts the layer on the connection, which must not outlive this object; whether that was done.
+  bool addTo(Sockbuf* connection);
 
   // From now on, reading and writing fail with ETIMEDOUT when they would have to wait beyond this
   // time; until `release`.
@@ -32,8 +32,9 @@ class LdapDeadline {
   // Calls `step` until it is done or the time is over.
   template <typename Step>
   ber_slen_t perform(Sockbuf_IO_Desc* layer, short event, Step step);
-  // Whether the descriptor became ready for the event in time.
-  bool await(Sockbuf_IO_Desc* layer, short event);
+  // Positive when the descriptor became ready for the event, 0 when it did not in time, negative
+  // for an error (errno).
+  int await(Sockbuf_IO_Desc* layer, short event);
 
   bool isSet_ = false;
   bool hasExpired_ = false;

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#include "platform/linux/ldap_error.h"
+
 namespace paddock {
 
 namespace {
@@ -19,8 +21,9 @@ std::string textOf(const berval& value) {
 std::unique_ptr<LDAPRDN, FreeDn> parse(const std::string& text) {
   LDAPDN dn = nullptr;
   if (text.find('\0') != std::string::npos) return nullptr;
-  if (ldap_str2dn(text.c_str(), &dn, LDAP_DN_FORMAT_LDAPV3) != LDAP_SUCCESS) return nullptr;
-  return std::unique_ptr<LDAPRDN, FreeDn>(dn);
+  const int result = ldap_str2dn(text.c_str(), &dn, LDAP_DN_FORMAT_LDAPV3);
+  if (result == LDAP_NO_MEMORY) throw LdapError(result, "reading the name " + text, "");
+  return std::unique_ptr<LDAPRDN, FreeDn>(result == LDAP_SUCCESS ? dn : nullptr);
 }
 
 }  // namespace
