@@ -85,10 +85,8 @@ class Run {
     Propagation propagation = propagationFrom(folder, options_.mask, world.privileges().fileAcls());
     propagation.attribute = configuredPrivileges(configuration, root).attribute;
     propagation.dryRun = options_.dryRun;
-    HeldObjects objects;
-    objects.enterFolder();
     StatusWriter writer(file, [this] { return status(false); });
-    walkTree(folder, propagation, world.privileges(), objects, {}, stop_, report_);
+    walkTree(folder, propagation, world.privileges(), {}, stop_, report_);
   }
 
   void setFailure(const std::string& text) { failure_ = text; }

@@ -1,7 +1,13 @@
 #include "copyprivs/object_setter.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <system_error>
 
+#include "base/system_call.h"
+#include "copyprivs/named_objects.h"
+#include "platform/linux/file_object.h"
 #include "platform/linux/posix_acl.h"
 #include "platform/linux/xattr_changes.h"
 
@@ -47,24 +53,44 @@ bool giveUp(ChangeStep::Kind kind, Planner::Request& request) {
   return request.what != 0;
 }
 
+// Of a link itself, too.
+int changeOwner(int object, std::uint32_t uid, std::uint32_t gid) {
+  return errnoOf([&] { return ::fchownat(object, "", uid, gid, AT_EMPTY_PATH); });
+}
+
+int performOne(int object, const ChangeStep& step) {
+  switch (step.kind) {
+    case ChangeStep::Kind::owner:
+      return changeOwner(object, step.uid, step.gid);
+    case ChangeStep::Kind::mode:
+      return changeObjectMode(object, step.mode);
+    case ChangeStep::Kind::attributes:
+      break;
+  }
+  return applyChanges(linuxExtendedAttributes(), object, step.attributes);
+}
+
+unsigned changesOfLink(const PrivsToSet& privs, const ObjectStatus& status) {
+  unsigned changes = 0;
+  if ((privs.what & kSetOwner) != 0 && privs.uid != status.owner) changes |= Plan::kOwner;
+  if ((privs.what & kSetGroup) != 0 && privs.gid != status.group) changes |= Plan::kGroup;
+  return changes;
+}
+
 }  // namespace
 
-ObjectSetter::ObjectSetter(const Propagation& propagation, FilePrivileges& privileges,
-                           const HeldObjects& objects)
-    : propagation_(propagation),
-      objects_(objects),
-      planner_(privileges, propagation.attribute, propagation.privs) {}
+ObjectSetter::ObjectSetter(const Propagation& propagation, FilePrivileges& privileges)
+    : propagation_(propagation), planner_(privileges, propagation.attribute, propagation.privs) {}
 
 Outcome ObjectSetter::set(int object, const ObjectStatus& status, const Levels::Pointer& levels) {
+  if (S_ISLNK(status.type)) return setLink(object, status);
   Outcome outcome;
-  if (S_ISLNK(status.type)) {
-    setLink(object, status, outcome);
-    return outcome;
-  }
   Planner::Request request{propagation_.privs.what, true};
   ObjectStatus present = status;
   for (bool first = true;; first = false) {
-    read(object, present);
+    read(present, [object](const std::string& name, std::string& value) {
+      return linuxExtendedAttributes().get(object, name, value);
+    });
     const Plan& plan = planner_.plan(state_, levels, request);
     if (plan.error != 0) note(outcome, "cannot set the ACL", plan.error);
     if (plan.hasInvalidList && outcome.error.empty()) {
@@ -83,34 +109,45 @@ Outcome ObjectSetter::set(int object, const ObjectStatus& status, const Levels::
   }
 }
 
-void ObjectSetter::setLink(int object, const ObjectStatus& status, Outcome& outcome) {
-  const PrivsToSet& privs = propagation_.privs;
-  const std::uint32_t uid = (privs.what & kSetOwner) != 0 ? privs.uid : status.owner;
-  const std::uint32_t gid = (privs.what & kSetGroup) != 0 ? privs.gid : status.group;
-  if (uid != status.owner) outcome.changes |= Plan::kOwner;
-  if (gid != status.group) outcome.changes |= Plan::kGroup;
-  if (outcome.changes == 0) return;
-  const int error = propagation_.dryRun ? 0 : HeldObjects::changeOwner(object, uid, gid);
-  outcome.changed = error == 0;
-  if (error != 0) note(outcome, operationOf(ChangeStep::Kind::owner), error);
+bool ObjectSetter::wouldSet(const char* name, const ObjectStatus& status,
+                            const Levels::Pointer& levels) {
+  if (S_ISLNK(status.type)) return changesOfLink(propagation_.privs, status) != 0;
+  read(status, [name](const std::string& attribute, std::string& value) {
+    return NamedObjects::get(name, attribute.c_str(), value);
+  });
+  const Plan& plan = planner_.plan(state_, levels, {propagation_.privs.what, true});
+  return !plan.steps.empty() || plan.error != 0 || plan.hasInvalidList;
 }
 
-void ObjectSetter::read(int object, const ObjectStatus& status) {
+Outcome ObjectSetter::setLink(int object, const ObjectStatus& status) const {
+  const PrivsToSet& privs = propagation_.privs;
+  Outcome outcome;
+  outcome.changes = changesOfLink(privs, status);
+  if (outcome.changes == 0) return outcome;
+  const std::uint32_t uid = (privs.what & kSetOwner) != 0 ? privs.uid : status.owner;
+  const std::uint32_t gid = (privs.what & kSetGroup) != 0 ? privs.gid : status.group;
+  const int error = propagation_.dryRun ? 0 : changeOwner(object, uid, gid);
+  outcome.changed = error == 0;
+  if (error != 0) note(outcome, operationOf(ChangeStep::Kind::owner), error);
+  return outcome;
+}
+
+// `get` reads an attribute.
+template <typename Get>
+void ObjectSetter::read(const ObjectStatus& status, const Get& get) {
+  static const std::string access = posix_acl::kAccessAttribute;
+  static const std::string passedOn = posix_acl::kDefaultAttribute;
   state_.mode = status.type | status.mode;
   state_.uid = status.owner;
   state_.gid = status.group;
-  readAttribute(object, propagation_.attribute, state_.list);
-  readAttribute(object, posix_acl::kAccessAttribute, state_.access);
+  state_.list.error = get(propagation_.attribute, state_.list.value);
+  state_.access.error = get(access, state_.access.value);
   if (state_.isFolder()) {
-    readAttribute(object, posix_acl::kDefaultAttribute, state_.passedOn);
+    state_.passedOn.error = get(passedOn, state_.passedOn.value);
   } else {
     state_.passedOn.error = ENODATA;
     state_.passedOn.value.clear();
   }
-}
-
-void ObjectSetter::readAttribute(int object, const std::string& name, Attribute& attribute) {
-  attribute.error = objects_.get(object, name, attribute.value);
 }
 
 // False when something failed and what is left is to be planned anew.
@@ -126,18 +163,6 @@ bool ObjectSetter::perform(int object, const std::vector<ChangeStep>& steps,
     return !giveUp(step.kind, request);
   }
   return true;
-}
-
-int ObjectSetter::performOne(int object, const ChangeStep& step) const {
-  switch (step.kind) {
-    case ChangeStep::Kind::owner:
-      return HeldObjects::changeOwner(object, step.uid, step.gid);
-    case ChangeStep::Kind::mode:
-      return objects_.changeMode(object, step.mode);
-    case ChangeStep::Kind::attributes:
-      break;
-  }
-  return applyChanges(objects_, object, step.attributes);
 }
 
 }  // namespace paddock::copyprivs

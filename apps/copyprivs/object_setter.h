@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "copyprivs/held_objects.h"
 #include "copyprivs/object_state.h"
 #include "copyprivs/planner.h"
 #include "platform/linux/object_status.h"
@@ -29,23 +28,24 @@ struct Outcome {
 class ObjectSetter {
  public:
   // The caller keeps what it passes alive.
-  ObjectSetter(const Propagation& propagation, FilePrivileges& privileges,
-               const HeldObjects& objects);
+  ObjectSetter(const Propagation& propagation, FilePrivileges& privileges);
 
-  // `object` is an O_PATH descriptor, `status` what it is, `levels` those of the folder that it is
-  // in.
+  // `object` is a descriptor, an O_PATH one or another, `status` what it is, `levels` those of the
+  // folder that it is in.
   Outcome set(int object, const ObjectStatus& status, const Levels::Pointer& levels);
 
+  // Whether something would be changed, or fail, on what has the name in the folder that the thread
+  // is in; not of folders.
+  bool wouldSet(const char* name, const ObjectStatus& status, const Levels::Pointer& levels);
+
  private:
-  void setLink(int object, const ObjectStatus& status, Outcome& outcome);
-  void read(int object, const ObjectStatus& status);
-  void readAttribute(int object, const std::string& name, Attribute& attribute);
+  Outcome setLink(int object, const ObjectStatus& status) const;
+  template <typename Get>
+  void read(const ObjectStatus& status, const Get& get);
   bool perform(int object, const std::vector<ChangeStep>& steps, Planner::Request& request,
                Outcome& outcome);
-  int performOne(int object, const ChangeStep& step) const;
 
   const Propagation& propagation_;
-  const HeldObjects& objects_;
   Planner planner_;
   ObjectState state_;
 };

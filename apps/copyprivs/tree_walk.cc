@@ -74,10 +74,10 @@ void runThreads(SharedWalk& shared, const std::vector<std::unique_ptr<Walker>>& 
 }  // namespace
 
 void walkTree(const StartingFolder& folder, const Propagation& propagation,
-              FilePrivileges& privileges, const HeldObjects& objects, const WalkOptions& options,
-              const std::atomic<bool>& stop, RunReport& report) {
+              FilePrivileges& privileges, const WalkOptions& options, const std::atomic<bool>& stop,
+              RunReport& report) {
   const unsigned threads = threadsOf(options);
-  SharedWalk shared(threads, propagation, objects, privileges, report, stop);
+  SharedWalk shared(threads, propagation, privileges, report, stop);
   shared.root = folder.status;
   shared.rootFolder = opened(folder);
   std::vector<std::unique_ptr<Walker>> walkers;

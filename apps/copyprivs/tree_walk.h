@@ -27,7 +27,7 @@ struct StartingFolder {
 // that leaves the tree is left alone from then on. Ends early when `stop` becomes true. Throws
 // std::system_error when the walk cannot begin or its means run out.
 void walkTree(const StartingFolder& folder, const Propagation& propagation,
-              FilePrivileges& privileges, const HeldObjects& objects, const WalkOptions& options,
-              const std::atomic<bool>& stop, RunReport& report);
+              FilePrivileges& privileges, const WalkOptions& options, const std::atomic<bool>& stop,
+              RunReport& report);
 
 }  // namespace paddock::copyprivs

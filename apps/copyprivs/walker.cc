@@ -36,11 +36,12 @@ std::string because(const std::string& what, int error) {
 
 Walker::Walker(SharedWalk& shared, std::size_t descriptors)
     : shared_(shared),
-      setter_(shared.propagation, shared.privileges, shared.objects),
+      setter_(shared.propagation, shared.privileges),
       stack_(descriptors, shared.root),
       buffer_(kBuffer) {}
 
 void Walker::run() {
+  named_.emplace();
   while (auto work = shared_.queue.take()) perform(std::move(*work));
 }
 
@@ -118,6 +119,7 @@ void Walker::look(FolderEntries entries) {
   // Inodes that were made together lie together, on disk and in memory.
   std::sort(others_.begin(), others_.end(),
             [](const dirent64* left, const dirent64* right) { return left->d_ino < right->d_ino; });
+  isInFolder_ = named_->enter(level.descriptor.get());
   for (const dirent64* entry : others_) {
     if (isStopped()) return;
     setNamed(entry->d_name);
@@ -125,6 +127,10 @@ void Walker::look(FolderEntries entries) {
 }
 
 void Walker::setNamed(const char* name) {
+  if (!expectsChange_ && isInFolder_ && isFoundRight(name)) {
+    ++counts_.done;
+    return;
+  }
   FileDescriptor object;
   ObjectStatus status;
   if (!holdNamed(name, object, status)) return;
@@ -133,8 +139,21 @@ void Walker::setNamed(const char* name) {
     stack_.top().pending.add(name);
     pendingBytes_ += std::string_view(name).size() + 1;
   } else {
-    set(object.get(), status, name);
+    setHeld(object, status, name);
   }
+}
+
+// Whether nothing is to be done for what has the name; false also when that is not known.
+bool Walker::isFoundRight(const char* name) {
+  ObjectStatus status;
+  return statusOf(AT_FDCWD, name, status) == 0 && isOnMount(status) && !status.isFolder() &&
+         !setter_.wouldSet(name, status, stack_.top().folder->levels());
+}
+
+void Walker::setHeld(const FileDescriptor& object, const ObjectStatus& status, const char* name) {
+  FileDescriptor file;
+  const bool isOpen = S_ISREG(status.type) && shared_.descriptors.reopen(object.get(), file) == 0;
+  expectsChange_ = set(isOpen ? file.get() : object.get(), status, name).changed;
 }
 
 void Walker::enterNext() {
@@ -146,30 +165,38 @@ void Walker::enterNext() {
   FileDescriptor object;
   ObjectStatus status;
   if (!holdNamed(name.c_str(), object, status)) return;
-  Outcome outcome = set(object.get(), status, name.c_str());
-  if (status.isFolder()) enter(object.get(), name, status, std::move(outcome.inside));
+  if (status.isFolder()) {
+    enter(object.get(), name, status);
+  } else {
+    setHeld(object, status, name.c_str());
+  }
 }
 
-void Walker::enter(int held, const std::string& name, const ObjectStatus& status,
-                   Levels::Pointer inside) {
+void Walker::enter(int held, const std::string& name, const ObjectStatus& status) {
   FileDescriptor descriptor;
   const int error = openFolder(held, descriptor);
+  Outcome outcome = set(error == 0 ? descriptor.get() : held, status, name.c_str());
   if (error != 0) {
-    if (!isGone(error)) noteError(name.c_str(), because("cannot open", error));
+    if (!isGone(error) && outcome.error.empty()) {
+      noteError(name.c_str(), because("cannot open", error));
+    }
     return;
   }
   auto folder =
-      std::make_shared<const Folder>(stack_.top().folder, name, status, std::move(inside));
+      std::make_shared<const Folder>(stack_.top().folder, name, status, std::move(outcome.inside));
   stack_.push(std::move(folder), std::move(descriptor));
+}
+
+bool Walker::isOnMount(const ObjectStatus& status) const {
+  if (status.mount != shared_.root.mount) return false;
+  // Where the kernel does not say the mount.
+  return status.mount != 0 || status.device == shared_.root.device;
 }
 
 // False when there is nothing to set: it is gone, or of another mount, or cannot be looked at.
 bool Walker::holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status) {
   const int error = hold(stack_.top().descriptor.get(), name, object, status);
-  if (error == 0 && status.mount == shared_.root.mount &&
-      (status.mount != 0 || status.device == shared_.root.device)) {
-    return true;
-  }
+  if (error == 0 && isOnMount(status)) return true;
   --counts_.found;
   if (error != 0 && !isGone(error)) {
     ++counts_.found;
@@ -201,8 +228,8 @@ Outcome Walker::setOne(int object, const ObjectStatus& status) {
 
 // Whether the lowest folder is still below the starting one. Left out when not.
 bool Walker::isInside() {
-  const std::string path = shared_.objects.pathOf(stack_.top().descriptor.get());
-  std::string root = shared_.objects.pathOf(shared_.rootFolder.get());
+  const std::string path = shared_.descriptors.pathOf(stack_.top().descriptor.get());
+  std::string root = shared_.descriptors.pathOf(shared_.rootFolder.get());
   // Too long to be told.
   if (path.empty() || root.empty()) return true;
   if (root.ends_with(kRemoved) && !path.starts_with(root)) {

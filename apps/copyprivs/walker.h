@@ -4,14 +4,16 @@
 #include <array>
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "base/work_queue.h"
 #include "copyprivs/folder_stack.h"
-#include "copyprivs/held_objects.h"
+#include "copyprivs/named_objects.h"
 #include "copyprivs/object_setter.h"
+#include "copyprivs/own_descriptors.h"
 #include "copyprivs/run_report.h"
 #include "platform/linux/folder_entries.h"
 
@@ -27,21 +29,20 @@ struct Work {
 
 // What the threads of a walk have in common.
 struct SharedWalk {
-  SharedWalk(unsigned threads, const Propagation& pushed, const HeldObjects& held,
-             FilePrivileges& accounts, RunReport& gathered, const std::atomic<bool>& stopping)
+  SharedWalk(unsigned threads, const Propagation& pushed, FilePrivileges& accounts,
+             RunReport& gathered, const std::atomic<bool>& stopping)
       : queue(threads),
         propagation(pushed),
-        objects(held),
         privileges(accounts),
         report(gathered),
         stop(stopping) {}
 
   WorkQueue<Work> queue;
   const Propagation& propagation;
-  const HeldObjects& objects;
   FilePrivileges& privileges;
   RunReport& report;
   const std::atomic<bool>& stop;
+  const OwnDescriptors descriptors;
   ObjectStatus root;
   FileDescriptor rootFolder;
   // For objects that have several names, so that two threads do not set one at once.
@@ -54,7 +55,7 @@ class Walker {
   // object that is being set.
   Walker(SharedWalk& shared, std::size_t descriptors);
 
-  // Takes work until there is none.
+  // Takes work until there is none; on a thread that does nothing else from then on.
   void run();
 
  private:
@@ -66,9 +67,12 @@ class Walker {
   void look(FolderEntries entries);
   void setNamed(const char* name);
   void enterNext();
-  void enter(int held, const std::string& name, const ObjectStatus& status, Levels::Pointer inside);
+  void enter(int held, const std::string& name, const ObjectStatus& status);
+  void setHeld(const FileDescriptor& object, const ObjectStatus& status, const char* name);
+  bool isFoundRight(const char* name);
   Outcome set(int object, const ObjectStatus& status, const char* name);
   Outcome setOne(int object, const ObjectStatus& status);
+  bool isOnMount(const ObjectStatus& status) const;
   bool holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status);
   bool isInside();
   void leaveOut(const std::string& why);
@@ -79,8 +83,12 @@ class Walker {
   SharedWalk& shared_;
   ObjectSetter setter_;
   FolderStack stack_;
+  std::optional<NamedObjects> named_;
   RunReport::Counts counts_;
   std::size_t pendingBytes_ = 0;
+  // What the one before was tells mostly what the next one is.
+  bool expectsChange_ = true;
+  bool isInFolder_ = false;  // whether the thread's working folder is the lowest one
   std::vector<char> buffer_;
   std::vector<const dirent64*> others_;  // what is no folder, of the entries that are looked at
 };
