@@ -25,17 +25,41 @@ bool isOwnFile(const struct stat& status) {
          status.st_size <= static_cast<off_t>(kMaximumStatusFile);
 }
 
-// Null when it is not a file of this process's user. A FIFO is not waited for.
-FileDescriptor openOwnFile(const std::string& path, struct stat& status) {
-  if (hasNul(path)) return {};
-  FileDescriptor file(retryOnInterrupt([&path] {
-    return ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  }));
-  if (!file || ::fstat(file.get(), &status) != 0 || !isOwnFile(status)) return {};
-  return file;
+// A file that is there, held together with its folder: whoever swaps what lies above it meanwhile
+// changes nothing.
+struct HeldFile {
+  FileDescriptor folder;
+  std::string name;
+  FileDescriptor file;  // an O_PATH one: a device, or a FIFO, is never opened to look at it
+};
+
+FileDescriptor openWith(int folder, const char* name, int flags) {
+  return FileDescriptor(
+      retryOnInterrupt([&] { return ::openat(folder, name, flags | O_CLOEXEC); }));
 }
 
-std::optional<std::string> contentsOf(const FileDescriptor& file) {
+// Absent when it is not a file of this process's user.
+std::optional<HeldFile> holdOwnFile(const std::string& path) {
+  if (hasNul(path)) return std::nullopt;
+  const std::size_t nameAt = path.rfind('/') + 1;
+  HeldFile held;
+  held.name = path.substr(nameAt);
+  held.folder =
+      openWith(AT_FDCWD, nameAt == 0 ? "." : path.substr(0, nameAt).c_str(), O_PATH | O_DIRECTORY);
+  if (!held.folder) return std::nullopt;
+  held.file = openWith(held.folder.get(), held.name.c_str(), O_PATH | O_NOFOLLOW);
+  struct stat status {};
+  if (!held.file || ::fstat(held.file.get(), &status) != 0 || !isOwnFile(status)) {
+    return std::nullopt;
+  }
+  return held;
+}
+
+// Of a file that is held.
+std::optional<std::string> contentsOf(const FileDescriptor& held) {
+  const std::string name = "/proc/self/fd/" + std::to_string(held.get());
+  const FileDescriptor file = openWith(AT_FDCWD, name.c_str(), O_RDONLY);
+  if (!file) return std::nullopt;
   std::string text;
   std::vector<char> block(kBlock);
   for (;;) {
@@ -75,22 +99,16 @@ bool LinuxStatusFiles::exists(const std::string& path) {
 }
 
 std::optional<Dictionary> LinuxStatusFiles::read(const std::string& path) {
-  struct stat status {};
-  const FileDescriptor file = openOwnFile(path, status);
-  if (!file) return std::nullopt;
-  const auto text = contentsOf(file);
+  const auto held = holdOwnFile(path);
+  const auto text = held ? contentsOf(held->file) : std::nullopt;
   return text ? reader_(*text) : std::nullopt;
 }
 
 int LinuxStatusFiles::remove(const std::string& path) {
-  struct stat opened {};
-  const FileDescriptor file = openOwnFile(path, opened);
-  struct stat named {};
-  if (!file || ::lstat(path.c_str(), &named) != 0 || named.st_ino != opened.st_ino ||
-      named.st_dev != opened.st_dev) {
-    return EPERM;
-  }
-  return errnoOf([&] { return ::unlink(path.c_str()); });
+  const auto held = holdOwnFile(path);
+  const auto text = held ? contentsOf(held->file) : std::nullopt;
+  if (!text || !reader_(*text)) return EPERM;
+  return errnoOf([&] { return ::unlinkat(held->folder.get(), held->name.c_str(), 0); });
 }
 
 }  // namespace paddock

@@ -1,5 +1,6 @@
-// Status files in the file system. Whoever makes and removes them looks at one and the same file:
-// links are not followed, and a file is removed only while its name still leads to it.
+// Status files in the file system. A link at the end of a path is not followed, nothing but a file
+// that is read is opened, and a file is removed from the folder that it was looked at in, whatever
+// the rest of its path leads to by then. Files are read by way of /proc.
 #pragma once
 
 #include <functional>

@@ -2,11 +2,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
+#include "base/file_descriptor.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -78,8 +83,7 @@ TEST_F(LinuxStatusFilesTest, AnOwnFileIsReadAndRemoved) {
 }
 
 TEST_F(LinuxStatusFilesTest, AFileWithoutADictionaryIsNone) {
-  EXPECT_EQ(files_.read(file("no dictionary")), std::nullopt);
-  EXPECT_EQ(files_.read(file("")), std::nullopt);
+  for (const char* text : {"no dictionary", ""}) expectLeftAlone(file(text));
 }
 
 TEST_F(LinuxStatusFilesTest, ALinkIsLeftAlone) {
@@ -112,6 +116,50 @@ TEST_F(LinuxStatusFilesTest, FoldersFifosAndDevicesAreLeftAlone) {
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0600), 0);
   expectLeftAlone(folder_.path("fifo"));
   expectLeftAlone("/dev/null");
+}
+
+TEST_F(LinuxStatusFilesTest, WhatIsNoFileIsNotOpened) {
+  const std::string fifo = folder_.path("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ASSERT_GE(::inotify_add_watch(watch.get(), fifo.c_str(), IN_OPEN), 0);
+  const auto isOpened = [&watch] {
+    std::array<char, 4096> events;
+    return ::read(watch.get(), events.data(), events.size()) > 0;
+  };
+  expectLeftAlone(fifo);
+  EXPECT_FALSE(isOpened());
+  const FileDescriptor opened(::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_TRUE(isOpened());
+}
+
+// A link above the file that leads to and fro between two folders: one where the name is that of a
+// status file, and one where it is not.
+TEST_F(LinuxStatusFilesTest, WhoeverSwapsFoldersLosesNothingElse) {
+  const std::string own = folder_.path("own");
+  const std::string others = folder_.path("others");
+  ASSERT_EQ(::mkdir(own.c_str(), 0700) + ::mkdir(others.c_str(), 0700), 0);
+  ASSERT_EQ(::link(file("precious").c_str(), (others + "/status").c_str()), 0);
+  const std::string swapped = folder_.path("swapped");
+  ASSERT_EQ(::symlink("own", swapped.c_str()), 0);
+  std::atomic<bool> isEnough = false;
+  std::thread swapper([&] {
+    const std::string next = folder_.path("next");
+    for (bool toOwn = false; !isEnough; toOwn = !toOwn) {
+      if (::symlink(toOwn ? "own" : "others", next.c_str()) == 0) {
+        ::rename(next.c_str(), swapped.c_str());
+      }
+    }
+  });
+  for (int removed = 0; removed < 2000;) {
+    writeWholeFile(own + "/status", "completed");
+    while (files_.remove(swapped + "/status") != 0) continue;
+    ++removed;
+    if (!files_.exists(others + "/status")) break;
+  }
+  isEnough = true;
+  swapper.join();
+  EXPECT_TRUE(files_.exists(others + "/status"));
 }
 
 TEST_F(LinuxStatusFilesTest, AFileOfOneMebibyteIsReadAndALargerOneLeftAlone) {
