@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "platform/acl.h"
 #include "platform/file_attributes.h"
@@ -15,11 +16,13 @@
 #include "platform/linux/linux_accounts.h"
 #include "platform/linux/linux_acl.h"
 #include "platform/linux/linux_file_attributes.h"
+#include "platform/linux/linux_privileged_objects.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_acl.h"
 #include "platform/testing/in_memory_directory.h"
 #include "platform/testing/in_memory_file_attributes.h"
 #include "platform/testing/in_memory_file_tree.h"
+#include "platform/testing/in_memory_privileged_objects.h"
 #include "support/file_acl_world.h"
 #include "support/temporary_folder.h"
 
@@ -30,6 +33,7 @@ class FileSubject {
   virtual ~FileSubject() = default;
   virtual FileAttributeService& attributes() = 0;
   virtual acl::AclService& acl() = 0;
+  virtual PrivilegedObjects& objects() = 0;
   // Why this subject's tests cannot run here; empty when they can.
   virtual std::string whyNot() const { return ""; }
 
@@ -44,6 +48,8 @@ class FileSubject {
   virtual void giveToNobody(const std::string& path) = 0;
   // Stores an ACL that does not decode.
   virtual void spoilAcl(const std::string& path) = 0;
+  // The uid and the gid of the object.
+  virtual std::pair<std::uint32_t, std::uint32_t> owners(const std::string& path) = 0;
 };
 
 class InMemoryFileSubject final : public FileSubject {
@@ -55,6 +61,7 @@ class InMemoryFileSubject final : public FileSubject {
 
   FileAttributeService& attributes() override { return attributes_; }
   acl::AclService& acl() override { return acl_; }
+  PrivilegedObjects& objects() override { return objects_; }
 
   std::string path(const std::string& name) const override { return "/folder/" + name; }
   void makeFile(const std::string& path) override {
@@ -76,12 +83,16 @@ class InMemoryFileSubject final : public FileSubject {
   void spoilAcl(const std::string& path) override {
     tree_.setAcl(path, {.entries = {}, .undecodable = true});
   }
+  std::pair<std::uint32_t, std::uint32_t> owners(const std::string& path) override {
+    return {objects_.owners(path).uid, objects_.owners(path).gid};
+  }
 
  private:
   InMemoryFileTree tree_;
   InMemoryAccounts accounts_;
   InMemoryFileAttributes attributes_{tree_, accounts_};
   InMemoryAcl acl_{tree_};
+  InMemoryPrivilegedObjects objects_{tree_, acl_};
 };
 
 class LinuxFileSubject final : public FileSubject {
@@ -93,6 +104,7 @@ class LinuxFileSubject final : public FileSubject {
 
   FileAttributeService& attributes() override { return attributes_; }
   acl::AclService& acl() override { return acl_; }
+  PrivilegedObjects& objects() override { return objects_; }
 
   std::string path(const std::string& name) const override { return folder_.path(name); }
   void makeFile(const std::string& path) override {
@@ -114,6 +126,11 @@ class LinuxFileSubject final : public FileSubject {
   void spoilAcl(const std::string& path) override {
     require(setAttribute(path, FileAclOptions{}.attribute, "spoilt"));
   }
+  std::pair<std::uint32_t, std::uint32_t> owners(const std::string& path) override {
+    struct stat status {};
+    require(::stat(path.c_str(), &status));
+    return {status.st_uid, status.st_gid};
+  }
 
  private:
   static void require(int result) {
@@ -126,6 +143,7 @@ class LinuxFileSubject final : public FileSubject {
   FileAclWorld world_;
   LinuxFileAttributes attributes_{accounts_, world_.acls};
   LinuxAcl acl_{world_.acls};
+  LinuxPrivilegedObjects objects_{world_.acls};
 };
 
 struct FileKind {

@@ -1,6 +1,8 @@
 // Objects of an InMemoryFileTree whose privileges are changed; owners are kept by number.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <map>
 #include <memory>
@@ -52,7 +54,7 @@ class InMemoryPrivilegedObjects : public PrivilegedObjects {
     int readMode(mode_t& mode) override {
       InMemoryFileTree::Object* found = nullptr;
       const int error = all_.tree_.resolve(path_, found);
-      mode = error == 0 ? found->attributes.permissions.value_or(0) : 0;
+      mode = error == 0 ? found->attributes.permissions.value_or(0) | typeOf(*found) : 0;
       return error;
     }
     int changeMode(mode_t mode) override {
@@ -63,6 +65,11 @@ class InMemoryPrivilegedObjects : public PrivilegedObjects {
     }
 
    private:
+    static mode_t typeOf(const InMemoryFileTree::Object& object) {
+      if (object.attributes.type == "directory") return S_IFDIR;
+      return object.attributes.type == "fifo" ? S_IFIFO : S_IFREG;
+    }
+
     InMemoryPrivilegedObjects& all_;
     std::string path_;
   };
