@@ -1,4 +1,7 @@
 // The connection breaks, or the server dies, at each message of each change.
+#include <atomic>
+#include <thread>
+
 #include "ldap/ldap_operations.h"
 
 namespace paddock {
@@ -18,6 +21,7 @@ class LdapCutsTest : public LdapTest, public ::testing::WithParamInterface<Opera
   std::shared_ptr<DirectoryNode> throughProxy() {
     LdapOptions options = slapd().nodeOptions();
     options.uri = proxy().uri();
+    options.timeout = std::chrono::minutes(1);  // however busy the machine is
     return nodeWith(options);
   }
 
@@ -73,6 +77,35 @@ TEST_P(LdapCutsTest, AServerThatDiesLeavesTheWorkDoneOrNotDone) {
       removeAll(*node());
     }
     EXPECT_LT(number, kMostMessages);
+    EXPECT_GT(number, 2);
+  }
+}
+
+TEST_P(LdapCutsTest, AServerThatIsKilledHasTheWorkDoneOrNotDoneWhenItIsBack) {
+  for (const Cut cut : {Cut::request, Cut::answer}) {
+    bool wasKilled = true;
+    int number = 0;
+    while (wasKilled && number < kMostMessages) {
+      GetParam().prepare(*node());
+      const auto asked = throughProxy();
+      std::atomic<bool> isDead{false};
+      proxy().onCut([&] {
+        slapd().kill();
+        isDead = true;
+      });
+      proxy().cutAt(++number, cut, true);
+      const Status status = raised([&] { GetParam().run(*asked); });
+      wasKilled = proxy().hasCut();
+      while (wasKilled && !isDead) std::this_thread::yield();
+      if (wasKilled) slapd().start();
+      proxy().heal();
+      EXPECT_EQ(status != 0, wasKilled) << "message " << number;
+      EXPECT_TRUE(GetParam().isDone(*node()) || GetParam().isUndone(*node()))
+          << "message " << number << ", status " << status;
+      if (!GetParam().isDone(*node())) GetParam().run(*node());
+      EXPECT_TRUE(GetParam().isDone(*node())) << "message " << number;
+      removeAll(*node());
+    }
     EXPECT_GT(number, 2);
   }
 }

@@ -110,10 +110,15 @@ CuttingProxy::CuttingProxy(std::string serverPath)
 CuttingProxy::~CuttingProxy() {
   stop_ = true;
   thread_.join();
+  awaitEnds();
+}
+
+void CuttingProxy::awaitEnds() const {
   while (carrying_ > 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 void CuttingProxy::cutAt(int number, Cut cut, bool forGood) {
+  awaitEnds();
   messages_ = 0;
   hasCut_ = false;
   cut_ = cut;
@@ -142,7 +147,9 @@ void CuttingProxy::acceptAll() {
 bool CuttingProxy::admit() {
   if (++messages_ != cutNumber_) return true;
   hasCut_ = true;
-  return cut_ == Cut::answer;
+  if (cut_ == Cut::answer) return true;
+  called_();
+  return false;
 }
 
 void CuttingProxy::carry(FileDescriptor client) {
@@ -154,7 +161,8 @@ void CuttingProxy::carry(FileDescriptor client) {
     ::poll(waited.data(), waited.size(), kPollMilliseconds);
     if (waited[1].revents != 0) {
       const std::string bytes = receiveSome(server.get());
-      if (bytes.empty() || mute) return;  // the server has answered, which nobody hears
+      if (mute) called_();  // the server has answered, which nobody hears
+      if (bytes.empty() || mute) return;
       sendAll(client.get(), bytes);
     }
     if (waited[0].revents == 0) continue;

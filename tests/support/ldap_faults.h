@@ -59,14 +59,19 @@ class CuttingProxy {
   std::string uri() const { return listener_.uri(); }
 
   // Breaks at message `number` (from 1, counted from now on, over all connections). With `forGood`,
-  // every later connection is closed at once.
+  // every later connection is closed at once. Waits first for the end of those that there are,
+  // whose last words would count: the clients have closed them.
   void cutAt(int number, Cut cut, bool forGood);
+  // Called on a thread of the proxy's when it breaks: before the request is dropped, or when the
+  // server has answered it. Set before `cutAt`.
+  void onCut(std::function<void()> called) { called_ = std::move(called); }
   // Never breaks, until the next `cutAt`.
   void heal();
   // Whether it has broken since the last `cutAt`.
   bool hasCut() const { return hasCut_; }
 
  private:
+  void awaitEnds() const;
   void acceptAll();
   void carry(FileDescriptor client);
   // Whether the client's message may go on to the server.
@@ -81,6 +86,7 @@ class CuttingProxy {
   std::atomic<bool> forGood_{false};
   std::atomic<bool> hasCut_{false};
   std::atomic<int> carrying_{0};
+  std::function<void()> called_ = [] {};
   std::thread thread_;
 };
 
