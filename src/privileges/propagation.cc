@@ -1,6 +1,7 @@
 #include "privileges/propagation.h"
 
 #include <cerrno>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -50,15 +51,7 @@ bool isCompleted(const Dictionary& status) {
   return text != nullptr && *text == kCompleted;
 }
 
-}  // namespace
-
-Status start_propagate_privs(Context& context, const std::string& path, PropagationMask mask) {
-  return launch_propagate_command(context, path, mask) == -1 ? CANNOT_PROPAGATE_PRIVS_ERR
-                                                             : kSuccess;
-}
-
-std::int32_t launch_propagate_command(Context& context, const std::string& path,
-                                      PropagationMask mask) {
+std::int32_t launch(Context& context, const std::string& path, PropagationMask mask) {
   ProgramRunner& programs = *services().programRunner;
   const std::string program = kCopyPrivsPath;
   if (!programs.exists(program)) {
@@ -82,6 +75,23 @@ std::int32_t launch_propagate_command(Context& context, const std::string& path,
   }
   remember(context, start.pid, statusFile);
   return start.pid;
+}
+
+}  // namespace
+
+Status start_propagate_privs(Context& context, const std::string& path, PropagationMask mask) {
+  return launch_propagate_command(context, path, mask) == -1 ? CANNOT_PROPAGATE_PRIVS_ERR
+                                                             : kSuccess;
+}
+
+std::int32_t launch_propagate_command(Context& context, const std::string& path,
+                                      PropagationMask mask) {
+  try {
+    return launch(context, path, mask);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+  }
 }
 
 Status get_copyprivs_status(Context& context, const Value* process,

@@ -29,7 +29,7 @@ using PropagationMask = std::uint32_t;
 // Starts a run for the folder. 0, or CANNOT_PROPAGATE_PRIVS_ERR with the context as it was.
 Status start_propagate_privs(Context& context, const std::string& path, PropagationMask mask);
 
-// The same: the process id that the context keeps, or -1.
+// The same: the process id that the context keeps, or -1, with ENOMEM in errno when memory ran out.
 std::int32_t launch_propagate_command(Context& context, const std::string& path,
                                       PropagationMask mask);
 

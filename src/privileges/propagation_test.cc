@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <new>
+
 #include "privileges/bundle_programs.h"
 #include "support/privileges_fixture.h"
 
@@ -78,6 +81,27 @@ TEST_F(Propagation, AFailedForkIsLoggedAndLeavesTheEmptyStatusFile) {
   expectLine(11, "paddock_sharing: cannot fork(" + std::string(kCopyPrivsPath) +
                      "): Resource temporarily unavailable\n");
   EXPECT_TRUE(statusFiles.exists(kFirstFile));
+  EXPECT_TRUE(context.snapshot().empty());
+}
+
+// Memory ends before there is a child.
+class StarvedProgramRunner : public RecordingProgramRunner {
+ public:
+  DetachedStart startDetached(const std::string&, const std::vector<std::string>&) override {
+    throw std::bad_alloc();
+  }
+};
+
+TEST_F(Propagation, WithoutMemoryNothingStartsAndNothingIsLogged) {
+  StarvedProgramRunner starved;
+  Services services = doubles();
+  services.programRunner = &starved;
+  const ServicesGuard guard(services);
+  EXPECT_EQ(start(), CANNOT_PROPAGATE_PRIVS_ERR);
+  errno = 0;
+  EXPECT_EQ(launch_propagate_command(context, kFolder, 1), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_TRUE(logger.lines().empty());
   EXPECT_TRUE(context.snapshot().empty());
 }
 
