@@ -6,6 +6,7 @@ import time
 
 import daemon
 from processes import CannotMeasure, median, peak_of, percentile, run, time_of
+from propagation import PropagationTree
 from report import Row, mebibytes, milliseconds, ratio_row
 from server import exports_text
 from slapd import Slapd
@@ -29,6 +30,11 @@ QUOTA_USERS = 1_000
 COUNTING_TARGET = 0.6
 PRIVILEGES_TARGET = 2
 LDAP_TARGET = 1.5
+PROPAGATION_TARGET = 0.45
+PLAIN_PROPAGATION_TARGET = 0.35
+BARE_LOOP_TARGET = 0.75
+UNCHANGED_TARGET = 0.3
+ROUNDS = 5
 LISTS = "/dev/shm"  # a file system that has room for long ACLs
 FOLDERS = 10_000
 ENTRIES = 128  # of the ACL that bench_acl reads
@@ -379,6 +385,58 @@ def counting(bench):
                 target_text="<= 64 MiB")]
 
 
+def propagation(bench):
+    """Pushing owner, group, mode and four entries down a tree, and doing so again."""
+    names = ("ours", "plain", "tools", "loop", "again")
+    times = {name: [] for name in names}
+    with PropagationTree(bench, "propagation") as tree:
+        tree.make(2_000, 99)
+        # What must be there for the loop, and in the page cache for all.
+        run(tree.command())
+        loop = tree.time_of_bare_loop()
+        for _ in range(ROUNDS):
+            for name, step in (("tools", tree.time_of_tools), ("loop", loop),
+                               ("plain", lambda: time_of(tree.command(False))),
+                               ("ours", lambda: time_of(tree.command()))):
+                tree.undo()
+                times[name].append(step())
+            times["again"].append(time_of(tree.command()))
+        objects = tree.objects
+    mid = {name: median(samples) for name, samples in times.items()}
+    rows = [("copyprivs", "ours", "chown, chmod, setfacl", "tools", PROPAGATION_TARGET),
+            ("copyprivs without projection", "plain", "chown, chmod, setfacl", "tools",
+             PLAIN_PROPAGATION_TARGET),
+            ("copyprivs", "ours", "a bare loop in one thread", "loop", BARE_LOOP_TARGET),
+            ("copyprivs with nothing to change", "again", "with everything", "ours",
+             UNCHANGED_TARGET)]
+    return [ratio_row(f"{what} : {other}, {objects:,} objects", mid[mine], mid[theirs], target,
+                      samples={"ours": times[mine], "theirs": times[theirs]})
+            for what, mine, other, theirs, target in rows]
+
+
+def shapes(bench):
+    """What pushing takes and holds on trees of several sizes and shapes."""
+    rows = []
+    trees = [(f"{folders * 100:,} objects, 99 files in each folder", folders, 99)
+             for folders in (100, 1_000, 10_000)]
+    trees += [("1,000,000 files in one folder", 1, 1_000_000), ("10,000 levels", None, 10_000)]
+    for what, folders, count in trees:
+        with PropagationTree(bench, "shapes", "3G", 1_200_000) as tree:
+            if folders is None:
+                tree.make_deep(count)
+            else:
+                tree.make(folders, count)
+            took = time_of(tree.command())
+            if folders is not None:
+                tree.undo()
+            peak = peak_of(tree.command())
+        rows.append(Row(f"copyprivs, {what}", milliseconds(took),
+                        value_text=f"{took / tree.objects / 1000:.2f} us/object"))
+        rows.append(Row("    at its highest (VmHWM)", mebibytes(peak), value=peak,
+                        target=MEMORY_TARGET, target_text="<= 64 MiB"))
+    return rows
+
+
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
@@ -388,4 +446,5 @@ def sizes_for(wanted):
 ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": exports,
        "change": change, "shares": shares, "writes": writes, "names": names,
        "indexing": indexing, "quotas": quotas,
-       "counting": counting, "privileges": privileges, "ldap": ldap}
+       "counting": counting, "privileges": privileges, "ldap": ldap,
+       "propagation": propagation, "shapes": shapes}

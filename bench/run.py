@@ -87,7 +87,8 @@ def parse():
 def measure(arguments):
     bench = Bench(arguments.work, arguments.tree, arguments.programs)
     wanted = [name for name in measures.ALL if name in (arguments.only or measures.ALL)]
-    if set(wanted) - {"exports", "names", "quotas", "counting", "privileges", "ldap"}:
+    if set(wanted) - {"exports", "names", "quotas", "counting", "privileges", "ldap", "propagation",
+                      "shapes"}:
         say("filling paddockd's directory")
         bench.server.fill(measures.sizes_for(wanted))
     rows = []

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "platform/linux/mode_tail.h"
@@ -73,7 +74,9 @@ class TestTree {
     const std::string folder =
         root_.path("usr/share/paddockd/bundles/paddock_sharing.bundle/Contents");
     fs::create_directories(folder);
-    fs::copy_file(COPYPRIVS_PROGRAM, folder + "/copyprivs");
+    std::error_code failed;
+    fs::create_hard_link(COPYPRIVS_PROGRAM, folder + "/copyprivs", failed);
+    if (failed) fs::copy_file(COPYPRIVS_PROGRAM, folder + "/copyprivs");
     fs::create_directories(root_.path("etc/paddock"));
     fs::create_directories(root_.path("var/lib/paddock"));
     fs::create_directories(root_.path("tmp"));

@@ -1,0 +1,275 @@
+// The program itself, on trees that take a while: ended early, followed, and of any shape.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <thread>
+
+#include "base/file_descriptor.h"
+#include "copyprivs/test_tree.h"
+#include "support/loop_volume.h"
+#include "support/own_mounts.h"
+
+namespace paddock::copyprivs {
+namespace {
+
+using nt_acl::kContainerInherit;
+using nt_acl::kInherited;
+using nt_acl::kObjectInherit;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr std::uint8_t kBoth = kObjectInherit | kContainerInherit;
+constexpr std::uint32_t kAnna = 21001;
+constexpr std::uint32_t kBert = 21002;
+constexpr int kFiles = 10'000;
+constexpr int kInFolder = 1'000;
+
+// A folder on a volume of its own, where making many files takes as long as it has to and no
+// longer.
+class Following {
+ public:
+  Following() {
+    tree_.own("", 0770, kAnna, kBert);
+    tree_.setList("", {aceOf(kAnna, kBoth, 1)});
+  }
+  Following(const Following&) = delete;
+  Following& operator=(const Following&) = delete;
+  ~Following() {
+    if (process_ > 0) end(SIGKILL);
+  }
+
+  const TestTree& tree() const { return tree_; }
+  pid_t process() const { return process_; }
+
+  void makeFiles(int count, const std::string& folder) {
+    tree_.makeFolder(folder);
+    const FileDescriptor above(
+        ::open(tree_.path(folder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int file = 0; file < count; ++file) {
+      const FileDescriptor made(::openat(above.get(), std::to_string(file).c_str(),
+                                         O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+      ASSERT_TRUE(made);
+    }
+  }
+  void makeManyFiles() {
+    for (int folder = 0; folder < kFiles / kInFolder; ++folder) {
+      makeFiles(kInFolder, "many" + std::to_string(folder));
+    }
+  }
+
+  void start(const std::string& mask = "63") {
+    std::vector<std::string> words = tree_.wordsFor(mask);
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    ASSERT_EQ(::posix_spawn(&process_, tree_.program().c_str(), nullptr, nullptr, arguments.data(),
+                            environ),
+              0);
+  }
+  // Until the file is there, or the program has ended.
+  void awaitStatusFile() {
+    while (!std::filesystem::exists(tree_.statusFile()) && isRunning()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  bool isRunning() {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(process_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+  }
+  // The exit status, -1 when a signal ended it.
+  int end(int signal) {
+    if (signal != 0) ::kill(process_, signal);
+    int status = 0;
+    ::waitpid(process_, &status, 0);
+    process_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::int64_t notYetSet() {
+    std::int64_t count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(tree_.path())) {
+      const struct stat status = lstatOf(entry.path());
+      const bool isSet = status.st_uid == kAnna && status.st_gid == kBert &&
+                         attributeOf(entry.path(), kListAttribute).has_value();
+      if (!isSet) ++count;
+    }
+    return count;
+  }
+
+ private:
+  const LoopVolume volume_{"256M"};
+  const TestTree tree_{volume_.path()};
+  pid_t process_ = -1;
+};
+
+class ProgramEnding : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string why = whyNoLoopVolumes();
+    if (!why.empty()) GTEST_SKIP() << why;
+  }
+};
+
+TEST_F(ProgramEnding, TerminatedItSaysSoAndFinishesTheNextTime) {
+  runInOwnMounts([] {
+    Following run;
+    run.makeManyFiles();
+    run.start();
+    run.awaitStatusFile();
+    EXPECT_EQ(run.end(SIGTERM), 0);
+    const Dictionary status = run.tree().status();
+    EXPECT_EQ(*status.string("status"), "completed");
+    EXPECT_EQ(status.boolean("stopped"), true);
+    EXPECT_LT(*status.integer("itemsDone"), kFiles + kFiles / kInFolder);
+    EXPECT_GT(run.notYetSet(), 0);
+    EXPECT_EQ(run.tree().run("63").status, 0);
+    EXPECT_FALSE(run.tree().status().find("stopped"));
+    EXPECT_EQ(run.tree().status().integer("itemsDone"), kFiles + kFiles / kInFolder);
+    EXPECT_EQ(run.notYetSet(), 0);
+  });
+}
+
+TEST_F(ProgramEnding, KilledAtAnyMomentItFinishesTheNextTime) {
+  runInOwnMounts([] {
+    Following run;
+    run.makeManyFiles();
+    std::int64_t left = run.notYetSet();
+    for (int milliseconds : {20, 50, 100, 150}) {
+      run.start();
+      std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+      run.end(SIGKILL);
+      const std::int64_t now = run.notYetSet();
+      EXPECT_LE(now, left);
+      left = now;
+    }
+    EXPECT_EQ(run.tree().run("63").status, 0);
+    EXPECT_EQ(run.notYetSet(), 0);
+    EXPECT_EQ(run.tree().run("63").status, 0);
+    EXPECT_EQ(run.tree().status().integer("itemsChanged"), 0);
+  });
+}
+
+TEST_F(ProgramEnding, TheStatusFileIsWholeAtEveryMomentAndWrittenFourTimesASecondAtMost) {
+  runInOwnMounts([] {
+    Following run;
+    run.makeManyFiles();
+    writeWholeFile(run.tree().statusFile(), "");
+    std::set<ino_t> inodes;
+    const auto began = std::chrono::steady_clock::now();
+    run.start();
+    while (run.isRunning()) {
+      const std::string text = readWholeFile(run.tree().statusFile());
+      if (text.empty()) continue;
+      std::string error;
+      ASSERT_TRUE(wire::parsePropertyList(text, error)) << error;
+      inodes.insert(lstatOf(run.tree().statusFile()).st_ino);
+    }
+    EXPECT_EQ(run.end(0), 0);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+    EXPECT_LE(static_cast<double>(inodes.size()), 4 + 4 * took.count());
+  });
+}
+
+TEST_F(ProgramEnding, AStatusFileThatIsTakenAwayIsNotMadeAgain) {
+  runInOwnMounts([] {
+    Following run;
+    run.makeManyFiles();
+    run.start();
+    run.awaitStatusFile();
+    std::filesystem::remove(run.tree().statusFile());
+    EXPECT_EQ(run.end(0), 0);
+    EXPECT_FALSE(std::filesystem::exists(run.tree().statusFile()));
+    EXPECT_EQ(run.notYetSet(), 0);
+  });
+}
+
+TEST_F(ProgramEnding, TheFolderMayBeRemovedMeanwhile) {
+  runInOwnMounts([] {
+    Following run;
+    run.makeManyFiles();
+    run.start();
+    run.awaitStatusFile();
+    std::filesystem::remove_all(run.tree().path());
+    EXPECT_THAT((std::vector<int>{0, 1}), ::testing::Contains(run.end(0)));
+    EXPECT_EQ(*run.tree().status().string("status"), "completed");
+    EXPECT_EQ(run.tree().status().integer("itemsDone"), run.tree().status().integer("itemsTotal"));
+  });
+}
+
+// The highest amount of memory, in KiB, and of descriptors that were seen while it ran.
+struct Peak {
+  long memory = 0;
+  long descriptors = 0;
+};
+
+Peak peakOf(pid_t process, const std::function<bool()>& isRunning) {
+  Peak peak;
+  const std::string folder = "/proc/" + std::to_string(process);
+  while (isRunning()) {
+    std::ifstream status(folder + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("VmHWM:"))
+        peak.memory = std::max(peak.memory, std::stol(line.substr(6)));
+    }
+    std::error_code ignored;
+    long open = 0;
+    for (auto at = std::filesystem::directory_iterator(folder + "/fd", ignored);
+         at != std::filesystem::directory_iterator(); at.increment(ignored)) {
+      ++open;
+    }
+    peak.descriptors = std::max(peak.descriptors, open);
+  }
+  return peak;
+}
+
+constexpr long kMostMemory = 64L << 10U;
+constexpr long kMostDescriptors = 64;
+
+TEST_F(ProgramEnding, ATreeOfTenThousandLevelsTakesLittleMemoryAndFewDescriptors) {
+  runInOwnMounts([] {
+    Following run;
+    constexpr int kLevels = 10'000;
+    FileDescriptor folder(::open(run.tree().path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int level = 0; level < kLevels; ++level) {
+      ASSERT_EQ(::mkdirat(folder.get(), "d", 0700), 0);
+      const FileDescriptor file(
+          ::openat(folder.get(), "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+      folder = FileDescriptor(::openat(folder.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      ASSERT_TRUE(folder);
+    }
+    run.start();
+    const Peak peak = peakOf(run.process(), [&] { return run.isRunning(); });
+    EXPECT_EQ(run.end(0), 0);
+    EXPECT_EQ(run.tree().status().integer("itemsChanged"), 2 * kLevels);
+    EXPECT_LT(peak.memory, kMostMemory);
+    EXPECT_LT(peak.descriptors, kMostDescriptors);
+    // Deeper than the library's way of removing folders goes.
+    EXPECT_EQ(runProgram({"/usr/bin/rm", "-rf", run.tree().path()}).status, 0);
+  });
+}
+
+TEST_F(ProgramEnding, AFolderOfManyEntriesTakesLittleMemoryAndFewDescriptors) {
+  runInOwnMounts([] {
+    Following run;
+    constexpr int kEntries = 30'000;
+    run.makeFiles(kEntries, "wide");
+    run.start();
+    const Peak peak = peakOf(run.process(), [&] { return run.isRunning(); });
+    EXPECT_EQ(run.end(0), 0);
+    EXPECT_EQ(run.tree().status().integer("itemsChanged"), kEntries + 1);
+    EXPECT_LT(peak.memory, kMostMemory);
+    EXPECT_LT(peak.descriptors, kMostDescriptors);
+  });
+}
+
+}  // namespace
+}  // namespace paddock::copyprivs
