@@ -86,6 +86,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   addPrivilegeCommands(program, action);
   addAclCommands(program, action);
   addPropagateCommand(program, action);
+  addEffectiveCommands(program, action);
   addVolumeCommands(program, action);
   addRecordCommands(program, action);
   addNodeCommands(program, action);

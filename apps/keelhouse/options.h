@@ -18,6 +18,7 @@ void addShareCommands(CLI::App& program, Action& action);
 void addPrivilegeCommands(CLI::App& program, Action& action);
 void addAclCommands(CLI::App& program, Action& action);
 void addPropagateCommand(CLI::App& program, Action& action);
+void addEffectiveCommands(CLI::App& program, Action& action);
 void addVolumeCommands(CLI::App& program, Action& action);
 void addRecordCommands(CLI::App& program, Action& action);
 void addNodeCommands(CLI::App& program, Action& action);

@@ -1,0 +1,83 @@
+#include "keelhouse/effective_commands.h"
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+
+#include "base/text.h"
+#include "keelhouse/acl_words.h"
+#include "keelhouse/folder_privileges.h"
+#include "keelhouse/host_accounts.h"
+#include "keelhouse/local_accounts.h"
+#include "keelhouse/reply_status.h"
+#include "keelhouse/share_path.h"
+#include "keelhouse/terminal_text.h"
+#include "keelhouse/tree_program.h"
+#include "wire/json.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr const char* kProgram =
+    "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";
+
+std::uint32_t uidOf(const Session& session, const std::string& user) {
+  if (const auto uid = hostId(PrincipalType::user, user)) return *uid;
+  const auto number = parseInteger(user);
+  if (number && *number >= 0 && *number <= std::numeric_limits<std::uint32_t>::max())
+    return static_cast<std::uint32_t>(*number);
+  const auto account = findAccount(session, PrincipalType::user, user);
+  if (!account)
+    throw failure("there is no user " + user + ", neither on this host nor in a directory node");
+  if (!account->id) throw failure("the record of " + user + " has no uid");
+  return *account->id;
+}
+
+std::uint32_t askBitmap(const Session& session, const std::string& path, std::uint32_t uid) {
+  const Dictionary reply =
+      session.daemon.call("paddock_sharing", "getEffectivePerms", {{"path", path}, {"uid", uid}});
+  const auto bitmap = reply.integer("bitmap");
+  if (!bitmap) throw failure("the daemon's reply has no bitmap");
+  return static_cast<std::uint32_t>(*bitmap) & kAllRights;
+}
+
+}  // namespace
+
+ExitStatus showEffective(const Session& session, const std::string& typedPath,
+                         const std::string& user) {
+  const std::string path = absolutePath(typedPath);
+  const std::uint32_t uid = uidOf(session, user);
+  // The daemon answers 0 for whatever it cannot find out; this says what is wrong with the path.
+  const Dictionary privileges = readPrivileges(session, path);
+  aclOf(privileges, path);
+  const std::uint32_t bitmap = askBitmap(session, path, uid);
+  if (session.json) {
+    session.out << wire::writeJsonPretty(
+                       Dictionary{{"path", path}, {"uid", uid}, {"bitmap", bitmap}})
+                << '\n';
+  } else {
+    session.out << printable(formatRights(bitmap, isFolder(privileges))) << '\n';
+  }
+  if (bitmap == 0)
+    session.notes << "keelhouse: the daemon says nothing also when it cannot find out: "
+                     "--explain says which it is\n";
+  return ExitStatus::done;
+}
+
+ExitStatus explainEffective(const Session& session, const std::string& typedPath,
+                            const std::string& user) {
+  const std::string path = absolutePath(typedPath);
+  std::vector<std::string> arguments{"--explain", "-p", path, "-u",
+                                     std::to_string(uidOf(session, user))};
+  if (session.json) arguments.insert(arguments.begin(), "--json");
+  return runTreeProgram(session, kProgram, arguments);
+}
+
+ExitStatus showWho(const Session& session, const std::string& typedPath) {
+  std::vector<std::string> arguments{"--who", "-p", absolutePath(typedPath)};
+  if (session.json) arguments.insert(arguments.begin(), "--json");
+  return runTreeProgram(session, kProgram, arguments);
+}
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,180 @@
+// `keelhouse effective` and `keelhouse who` against a scripted daemon and a program of the test's.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/keelhouse_commands.h"
+
+namespace paddock::keelhouse {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr const char* kPlace =
+    "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";
+constexpr const char* kFolderPart = R"({"fileType":"directory","acl":[]})";
+
+class EffectiveCommands : public CommandFixture {
+ protected:
+  void answerBitmap(const std::string& bitmap) {
+    daemon_.answer(readPart("fileAccessPrivs", kFolderPart));
+    daemon_.answer(R"({"bitmap":)" + bitmap + R"(,"path":"/srv/a"})");
+  }
+  // A tree whose program is the script.
+  void installScript(const std::string& text) {
+    const std::string program = folder_.path("tree") + kPlace;
+    std::filesystem::create_directories(std::filesystem::path(program).parent_path());
+    writeWholeFile(program, "#!/bin/sh\n" + text);
+    ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+  }
+  int runInTree(std::vector<std::string> words) {
+    words.insert(words.begin(), {"--root", folder_.path("tree")});
+    return runAsIs(words);
+  }
+};
+
+// The same, where a program is run.
+class EffectivePrograms : public EffectiveCommands {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root is told by the program";
+  }
+};
+
+TEST_F(EffectiveCommands, EffectivePrintsTheRightsInWords) {
+  answerBitmap("2178");
+  EXPECT_EQ(run({"effective", "/srv/a", "root"}), 0) << error_;
+  EXPECT_EQ(out_, "list,read-attributes,read-security\n");
+  EXPECT_EQ(error_, "");
+  EXPECT_EQ(target(1), "POST /v1/paddock_sharing/getEffectivePerms");
+  EXPECT_EQ(body(1), R"({"path":"/srv/a","uid":0})");
+}
+
+TEST_F(EffectiveCommands, AUserMayBeANumber) {
+  answerBitmap("2");
+  EXPECT_EQ(run({"effective", "/srv/a", "4294967295"}), 0) << error_;
+  EXPECT_EQ(body(1), R"({"path":"/srv/a","uid":4294967295})");
+}
+
+TEST_F(EffectiveCommands, AUserWhomOnlyADirectoryNodeKnowsIsFoundThere) {
+  daemon_.answer(R"({"status":0,"record":{"dsAttrTypeStandard:RecordName":["paddock-zoe"],)"
+                 R"("dsAttrTypeStandard:UniqueID":["70001"]}})");
+  answerBitmap("2");
+  EXPECT_EQ(run({"effective", "/srv/a", "paddock-zoe"}), 0) << error_;
+  EXPECT_EQ(target(0), "POST /v1/paddock_directory/getRecord");
+  EXPECT_EQ(body(2), R"({"path":"/srv/a","uid":70001})");
+}
+
+TEST_F(EffectiveCommands, AUserWhomNobodyKnowsIsAnError) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"effective", "/srv/a", "paddock-zoe"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("paddock-zoe"));
+}
+
+TEST_F(EffectiveCommands, EffectivePrintsJson) {
+  answerBitmap("2");
+  EXPECT_EQ(run({"--json", "effective", "/srv/a", "root"}), 0) << error_;
+  EXPECT_EQ(out_, "{\n  \"bitmap\": 2,\n  \"path\": \"/srv/a\",\n  \"uid\": 0\n}\n");
+}
+
+TEST_F(EffectiveCommands, NothingMayAlsoMeanThatItIsNotKnown) {
+  answerBitmap("0");
+  EXPECT_EQ(run({"effective", "/srv/a", "root"}), 0);
+  EXPECT_EQ(out_, "none\n");
+  EXPECT_EQ(error_,
+            "keelhouse: the daemon says nothing also when it cannot find out: --explain says "
+            "which it is\n");
+}
+
+TEST_F(EffectiveCommands, APathThatCannotBeReadIsAnError) {
+  daemon_.answer(readPart("fileAccessPrivs", R"({"posixErr":"No such file or directory"})", 2));
+  EXPECT_EQ(run({"effective", "/srv/a", "root"}), 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("No such file"));
+}
+
+TEST_F(EffectiveCommands, ADamagedListIsAnErrorAndNotNothing) {
+  daemon_.answer(readPart("fileAccessPrivs",
+                          R"({"fileType":"directory","aclErr":"INVALID_ACL_ERR"})", 100059));
+  EXPECT_EQ(run({"effective", "/srv/a", "root"}), 1);
+  EXPECT_THAT(error_, HasSubstr("INVALID_ACL_ERR"));
+}
+
+TEST_F(EffectiveCommands, AReplyWithoutABitmapIsAnError) {
+  daemon_.answer(readPart("fileAccessPrivs", kFolderPart));
+  daemon_.answer("{}");
+  EXPECT_EQ(run({"effective", "/srv/a", "root"}), 1);
+  EXPECT_THAT(error_, HasSubstr("no bitmap"));
+}
+
+TEST_F(EffectiveCommands, AUserAndAPathAreNeeded) {
+  EXPECT_EQ(run({"effective"}), 2);
+  EXPECT_EQ(run({"effective", "/srv/a"}), 2);
+  EXPECT_EQ(run({"effective", "", "root"}), 2);
+  EXPECT_EQ(run({"who"}), 2);
+}
+
+TEST_F(EffectivePrograms, ExplainRunsTheProgramOfTheTree) {
+  installScript("echo \"$@\"\n");
+  EXPECT_EQ(runInTree({"effective", "/srv/../srv/a b", "root", "--explain"}), 0) << error_;
+  EXPECT_EQ(out_, "--explain -p /srv/a b -u 0\n");
+  EXPECT_EQ(runInTree({"--json", "effective", "/srv/a", "7", "--explain"}), 0) << error_;
+  EXPECT_EQ(out_, "--json --explain -p /srv/a -u 7\n");
+}
+
+TEST_F(EffectivePrograms, WhoRunsTheProgramOfTheTree) {
+  installScript("echo \"$@\"\n");
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(out_, "--who -p /srv/a\n");
+  EXPECT_EQ(runInTree({"--json", "who", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(out_, "--json --who -p /srv/a\n");
+}
+
+TEST_F(EffectivePrograms, WhatTheProgramPrintsGoesOnAsItIs) {
+  installScript("head -c 3000000 /dev/zero\n");
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 0);
+  EXPECT_EQ(out_, std::string(3000000, '\0'));
+}
+
+TEST_F(EffectivePrograms, AProgramThatFailsIsAFailure) {
+  for (const char* end : {"exit 1\n", "exit 2\n", "kill -9 $$\n"}) {
+    installScript(end);
+    EXPECT_EQ(runInTree({"who", "/srv/a"}), 1) << end;
+  }
+}
+
+TEST_F(EffectivePrograms, AProgramThatIsMissingOrNoneIsAnError) {
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 1);
+  EXPECT_EQ(error_, "keelhouse: cannot run " + folder_.path("tree") + kPlace +
+                        ": No such file or directory\n");
+  installScript("");
+  ASSERT_EQ(::chmod((folder_.path("tree") + kPlace).c_str(), 0644), 0);
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("Permission denied"));
+}
+
+TEST_F(EffectivePrograms, AProgramThatOthersCanWriteIsNotRun) {
+  installScript("touch " + folder_.path("ran") + "\n");
+  const std::string program = folder_.path("tree") + kPlace;
+  ASSERT_EQ(::chmod(program.c_str(), 0757), 0);
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("others than root can write it"));
+  ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+  ASSERT_EQ(::chown(program.c_str(), 1, 1), 0);
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 1);
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("ran")));
+}
+
+TEST_F(EffectivePrograms, SomebodyElseThanRootIsToldThatItTakesRoot) {
+  ASSERT_EQ(::seteuid(65534), 0);
+  const int status = runAsIs({"who", "/srv/a"});
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(error_, "keelhouse: only root can be told that: run keelhouse as root\n");
+}
+
+}  // namespace
+}  // namespace paddock::keelhouse

@@ -1,0 +1,19 @@
+// A program of the tree that keelhouse works in, run for what only it can tell. Such programs read
+// what is everybody's to keep secret, so they take root; the daemon has no operation for it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "keelhouse/failure.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+// Runs the program below the session's root and prints its output as it is; what it says on
+// standard error goes to keelhouse's own. Throws Failure for somebody else than root, and for a
+// program that is missing or cannot be started. `done` when it ends well, else `failed`.
+ExitStatus runTreeProgram(const Session& session, const std::string& place,
+                          const std::vector<std::string>& arguments);
+
+}  // namespace paddock::keelhouse
