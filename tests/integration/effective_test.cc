@@ -31,6 +31,8 @@ constexpr std::uint32_t kZoe = 2'031'000'001;
 
 class Effective : public ::testing::Test {
  protected:
+  explicit Effective(const std::string& configuration = {})
+      : daemon_(configuration, {"paddock_sharing", "paddock_directory"}) {}
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
     ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
@@ -60,8 +62,12 @@ class Effective : public ::testing::Test {
   }
 
   TestFolder folder_;
-  SharingDaemon daemon_{"[limits]\nprogram_seconds = 2\n",
-                        {"paddock_sharing", "paddock_directory"}};
+  SharingDaemon daemon_;
+};
+
+class ImpatientEffective : public Effective {
+ protected:
+  ImpatientEffective() : Effective("[limits]\nprogram_seconds = 1\n") {}
 };
 
 class EffectiveCommand : public Effective {
@@ -180,7 +186,7 @@ TEST_F(Effective, AGigabyteOfErrorsIsNotKeptEither) {
   expectThatOthersAreAnswered();
 }
 
-TEST_F(Effective, AProgramThatHangsIsEndedAndTheLockIsFree) {
+TEST_F(ImpatientEffective, AProgramThatHangsIsEndedAndTheLockIsFree) {
   installScript("echo $$ > " + folder_.path("pid") + "; echo 6; exec sleep 600\n");
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(bitmap(), 0);
