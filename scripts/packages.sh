@@ -10,7 +10,7 @@ packages_of() {
     test) echo libgtest-dev libgmock-dev python3 python3-samba samba samba-common-bin samba-vfs-modules smbclient winbind sqlite3 curl nfs-kernel-server e2fsprogs mount avahi-daemon avahi-utils dbus-daemon dbus-bin iproute2 util-linux libnss-extrausers slapd ldap-utils openssl mmdebstrap ;;
     vm) echo qemu-system-x86 mmdebstrap busybox-static e2fsprogs python3 ;;
     demo) echo curl sqlite3 attr acl ;;
-    bench) echo samba-common-bin nfs-kernel-server acl slapd python3 ;;
+    bench) echo samba-common-bin nfs-kernel-server acl e2fsprogs mount slapd python3 ;;
     lint) echo clang-format clang-tidy shellcheck python3 ;;
     fuzz) echo clang libclang-rt-14-dev ;;
     fresh) echo mmdebstrap git ;;

@@ -97,7 +97,7 @@ class Run {
                       {"path", shortPath(options_.folder)},
                       {"mask", options_.mask},
                       {"pid", ::getpid()}};
-    report_.fill(status, options_.dryRun);
+    report_.fill(status, isEnded, options_.dryRun);
     status.set("elapsedSeconds",
                std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - began_).count());
     if (options_.dryRun) status.set("dryRun", true);

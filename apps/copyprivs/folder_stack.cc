@@ -13,9 +13,11 @@ namespace paddock::copyprivs {
 FolderStack::FolderStack(std::size_t descriptors, const ObjectStatus& mount)
     : descriptors_(descriptors), mount_(mount) {}
 
-void FolderStack::push(Folder::Pointer folder, FileDescriptor descriptor) {
-  levels_.push_back({std::move(folder), std::move(descriptor), 0, false, {}});
+FolderStack::Level& FolderStack::push(Folder::Pointer folder, FileDescriptor descriptor) {
+  levels_.emplace_back().folder = std::move(folder);
+  top().descriptor = std::move(descriptor);
   noteOpen(levels_.size() - 1);
+  return top();
 }
 
 void FolderStack::pop() {

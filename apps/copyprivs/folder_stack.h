@@ -21,6 +21,11 @@ class FolderStack {
     std::int64_t position = 0;  // where reading goes on, as lseek(2) takes it
     bool isRead = false;        // to its end
     NameList pending;           // names of folders in it that are to be entered
+    // For an estimate: how much of the tree each pending name is thought to be, and what was not
+    // read yet.
+    double pendingShare = 0;
+    double unreadShare = 0;
+    std::uint64_t unread = 0;  // how many entries those are, about
   };
 
   // At most `descriptors` (4 or more) are open. `mount` is the mount that folders must be on.
@@ -33,7 +38,7 @@ class FolderStack {
   // Opens the lowest level again when it is closed. 0, or an errno: ESTALE when the folder is not
   // where it was.
   int openTop();
-  void push(Folder::Pointer folder, FileDescriptor descriptor);
+  Level& push(Folder::Pointer folder, FileDescriptor descriptor);
   void pop();
   void clear();
   // The highest open level with pending names, whose folder is mostly the largest; null for none.

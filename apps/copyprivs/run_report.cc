@@ -24,6 +24,7 @@ void RunReport::add(Counts& counts) {
   found_ += counts.found;
   changed_ += counts.changed;
   done_ += counts.done;
+  share_ += counts.share;
   counts = {};
 }
 
@@ -39,10 +40,19 @@ void RunReport::addExample(const std::string& path, unsigned changes) {
   examples_.emplace_back(Dictionary{{"path", shortPath(path)}, {"changes", namesOf(changes)}});
 }
 
-void RunReport::fill(Dictionary& status, bool dryRun) const {
+std::uint64_t RunReport::estimatedTotal(std::uint64_t done) const {
+  // Less than that is an accident of the first folders.
+  constexpr double kTelling = 0.001;
+  const std::uint64_t found = std::max<std::uint64_t>(done, found_);
+  const double share = share_;
+  if (share < kTelling) return found;
+  return std::max(found, static_cast<std::uint64_t>(static_cast<double>(done) / share));
+}
+
+void RunReport::fill(Dictionary& status, bool isEnded, bool dryRun) const {
   const std::uint64_t done = done_;
   status.set("itemsDone", done);
-  status.set("itemsTotal", std::max<std::uint64_t>(done, found_));
+  status.set("itemsTotal", isEnded ? done : estimatedTotal(done));
   status.set("itemsChanged", changed_.load());
   status.set("errorCount", errorCount_.load());
   const std::lock_guard lock(mutex_);

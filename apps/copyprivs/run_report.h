@@ -21,6 +21,7 @@ class RunReport {
     std::uint64_t found = 0;  // objects that are known to be there
     std::uint64_t done = 0;
     std::uint64_t changed = 0;
+    double share = 0;  // of the whole tree that is done, as far as that can be told
   };
   // Adds the counts, and sets them to 0.
   void add(Counts& counts);
@@ -32,14 +33,18 @@ class RunReport {
   void addExample(const std::string& path, unsigned changes);
 
   std::uint64_t errorCount() const { return errorCount_; }
-  // Adds "itemsDone", "itemsTotal", "itemsChanged", "errorCount", "errors" and, when there are any
-  // or `dryRun`, "examples". While the run lasts the total is what was found so far.
-  void fill(Dictionary& status, bool dryRun) const;
+  // Adds "itemsDone", "itemsTotal", "itemsChanged", "errorCount", "errors" and, for a dry run,
+  // "examples". Until the run has ended, the total is what the part that is done makes of the
+  // whole.
+  void fill(Dictionary& status, bool isEnded, bool dryRun) const;
 
  private:
+  std::uint64_t estimatedTotal(std::uint64_t done) const;
+
   std::atomic<std::uint64_t> found_ = 0;
   std::atomic<std::uint64_t> done_ = 0;
   std::atomic<std::uint64_t> changed_ = 0;
+  std::atomic<double> share_ = 0;
   std::atomic<std::uint64_t> errorCount_ = 0;
   std::atomic<std::size_t> exampleCount_ = 0;
   mutable std::mutex mutex_;

@@ -87,7 +87,7 @@ void walkTree(const StartingFolder& folder, const Propagation& propagation,
   }
   auto start =
       std::make_shared<const Folder>(nullptr, folder.path, folder.status, propagation.levels);
-  shared.queue.give({std::move(start), opened(folder), false, {}, {}});
+  shared.queue.give({std::move(start), opened(folder), false, {}, {}, 1});
   runThreads(shared, walkers);
 }
 

@@ -28,6 +28,13 @@ constexpr std::string_view kRemoved = " (deleted)";
 // What an object's going away while its folder is read looks like.
 bool isGone(int error) { return error == ENOENT || error == ESTALE; }
 
+// About how many entries a folder has; 0 when its size does not tell.
+std::uint64_t entriesOf(const ObjectStatus& folder) {
+  constexpr std::uint64_t kUsualBytes = 40;
+  constexpr std::uint64_t kSmallFolder = 8192;
+  return folder.bytes <= kSmallFolder ? 0 : folder.bytes / kUsualBytes;
+}
+
 std::string because(const std::string& what, int error) {
   return what + ": " + std::generic_category().message(error);
 }
@@ -47,11 +54,13 @@ void Walker::run() {
 
 void Walker::perform(Work work) {
   stack_.clear();
-  stack_.push(std::move(work.folder), std::move(work.descriptor));
-  stack_.top().isRead = work.isRead;
-  stack_.top().pending = std::move(work.pending);
-  pendingBytes_ = stack_.top().pending.bytes();
-  if (!work.entries.empty() && isInside()) look(FolderEntries(work.entries));
+  FolderStack::Level& base = stack_.push(std::move(work.folder), std::move(work.descriptor));
+  base.isRead = work.isRead;
+  base.pending = std::move(work.pending);
+  base.pendingShare = work.share;
+  base.unreadShare = work.isRead ? 0 : work.share;
+  pendingBytes_ = base.pending.bytes();
+  if (!work.entries.empty() && isInside()) look(FolderEntries(work.entries), work.share);
   while (!stack_.empty() && !isStopped()) {
     const FolderStack::Level& level = stack_.top();
     if (level.isRead && level.pending.empty()) {
@@ -77,11 +86,29 @@ void Walker::readOn() {
   FolderStack::Level& level = stack_.top();
   if (level.position != 0 && !isInside()) return;
   const std::span<const char> bytes = readEntriesOf(level);
+  const double share = shareOfEach(level, bytes);
   if (bytes.empty()) return;
   FolderEntries entries(bytes);
-  if (bytes.size() >= kShared && shared_.queue.isWanted()) give(level, entries.cutHalf(), {});
-  look(entries);
+  if (bytes.size() >= kShared && shared_.queue.isWanted())
+    give(level, entries.cutHalf(), {}, share);
+  look(entries, share);
   shared_.report.add(counts_);
+}
+
+// How much of the tree each of the entries is thought to be; what was read is taken off the level.
+double Walker::shareOfEach(FolderStack::Level& level, std::span<const char> bytes) {
+  std::uint64_t count = 0;
+  for (FolderEntries entries(bytes); entries.next() != nullptr;) ++count;
+  if (count == 0) {
+    counts_.share += std::exchange(level.unreadShare, 0);
+    return 0;
+  }
+  // What is not read to its end holds as many entries again at least.
+  const std::uint64_t all = level.isRead ? count : std::max(level.unread, 2 * count);
+  const double each = level.unreadShare / static_cast<double>(all);
+  level.unreadShare -= each * static_cast<double>(count);
+  level.unread -= std::min(level.unread, count);
+  return each;
 }
 
 std::span<const char> Walker::readEntriesOf(FolderStack::Level& level) {
@@ -103,8 +130,9 @@ std::span<const char> Walker::readEntriesOf(FolderStack::Level& level) {
   return buffer.first(size);
 }
 
-void Walker::look(FolderEntries entries) {
+void Walker::look(FolderEntries entries, double share) {
   FolderStack::Level& level = stack_.top();
+  level.pendingShare = share;
   others_.clear();
   while (const dirent64* entry = entries.next()) {
     ++counts_.found;
@@ -123,6 +151,7 @@ void Walker::look(FolderEntries entries) {
   for (const dirent64* entry : others_) {
     if (isStopped()) return;
     setNamed(entry->d_name);
+    counts_.share += share;
   }
 }
 
@@ -160,19 +189,20 @@ void Walker::enterNext() {
   if (shared_.queue.isWanted()) sharePending();
   FolderStack::Level& level = stack_.top();
   if (level.pending.empty()) return;
+  const double share = level.pendingShare;
   const std::string name = level.pending.take();
   pendingBytes_ -= std::min(pendingBytes_, name.size() + 1);
   FileDescriptor object;
   ObjectStatus status;
   if (!holdNamed(name.c_str(), object, status)) return;
   if (status.isFolder()) {
-    enter(object.get(), name, status);
+    enter(object.get(), name, status, share);
   } else {
     setHeld(object, status, name.c_str());
   }
 }
 
-void Walker::enter(int held, const std::string& name, const ObjectStatus& status) {
+void Walker::enter(int held, const std::string& name, const ObjectStatus& status, double share) {
   FileDescriptor descriptor;
   const int error = openFolder(held, descriptor);
   Outcome outcome = set(error == 0 ? descriptor.get() : held, status, name.c_str());
@@ -184,7 +214,9 @@ void Walker::enter(int held, const std::string& name, const ObjectStatus& status
   }
   auto folder =
       std::make_shared<const Folder>(stack_.top().folder, name, status, std::move(outcome.inside));
-  stack_.push(std::move(folder), std::move(descriptor));
+  FolderStack::Level& level = stack_.push(std::move(folder), std::move(descriptor));
+  level.unreadShare = share;
+  level.unread = entriesOf(status);
 }
 
 bool Walker::isOnMount(const ObjectStatus& status) const {
@@ -257,17 +289,18 @@ void Walker::sharePending() {
   if (level->pending.isOne() && level == &stack_.top() && level->isRead) return;
   NameList half = level->pending.cutHalf();
   pendingBytes_ -= std::min(pendingBytes_, half.bytes());
-  give(*level, {}, std::move(half));
+  give(*level, {}, std::move(half), level->pendingShare);
 }
 
-void Walker::give(const FolderStack::Level& level, std::vector<char> entries, NameList pending) {
+void Walker::give(const FolderStack::Level& level, std::vector<char> entries, NameList pending,
+                  double share) {
   int descriptor = -1;
   const int error =
       errnoOf([&] { return ::fcntl(level.descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); },
               &descriptor);
   if (error != 0) throw systemError(error, "cannot share", level.folder->path());
-  shared_.queue.give(
-      {level.folder, FileDescriptor(descriptor), true, std::move(entries), std::move(pending)});
+  shared_.queue.give({level.folder, FileDescriptor(descriptor), true, std::move(entries),
+                      std::move(pending), share});
 }
 
 void Walker::noteError(const char* name, const std::string& error) {

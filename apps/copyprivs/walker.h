@@ -25,6 +25,8 @@ struct Work {
   bool isRead = false;        // only what follows is to be looked at; else the folder, to its end
   std::vector<char> entries;  // in the form of getdents64(2)
   NameList pending;           // names of folders in it
+  // For an estimate: how much of the tree each entry or name is thought to be, or the whole folder.
+  double share = 0;
 };
 
 // What the threads of a walk have in common.
@@ -64,10 +66,11 @@ class Walker {
   void work();
   void readOn();
   std::span<const char> readEntriesOf(FolderStack::Level& level);
-  void look(FolderEntries entries);
+  double shareOfEach(FolderStack::Level& level, std::span<const char> bytes);
+  void look(FolderEntries entries, double share);
   void setNamed(const char* name);
   void enterNext();
-  void enter(int held, const std::string& name, const ObjectStatus& status);
+  void enter(int held, const std::string& name, const ObjectStatus& status, double share);
   void setHeld(const FileDescriptor& object, const ObjectStatus& status, const char* name);
   bool isFoundRight(const char* name);
   Outcome set(int object, const ObjectStatus& status, const char* name);
@@ -77,7 +80,8 @@ class Walker {
   bool isInside();
   void leaveOut(const std::string& why);
   void sharePending();
-  void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending);
+  void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending,
+            double share);
   void noteError(const char* name, const std::string& error);
 
   SharedWalk& shared_;
