@@ -3,13 +3,17 @@
 
     acl_codec_test.py ACL_CODEC
 """
+import os
 import random
 import re
 import subprocess
 import sys
 import unittest
 
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+
 try:
+    from nt_acl_attribute import descriptor_in, in_attribute
     from samba.dcerpc import misc, security, xattr
     from samba.ndr import ndr_pack, ndr_unpack
 except ImportError as error:
@@ -57,35 +61,6 @@ def text_of(descriptor):
                             part_text(descriptor.group_sid), list_text(descriptor.dacl))
 
 
-def in_attribute(version, descriptor, details=random.Random(0)):
-    """The attribute's value as Samba writes it."""
-    info = descriptor
-    if version == 2:
-        info = xattr.security_descriptor_hash_v2()
-        info.hash = [details.randrange(256) for _ in range(16)]
-    elif version == 3:
-        info = xattr.security_descriptor_hash_v3()
-    elif version == 4:
-        info = xattr.security_descriptor_hash_v4()
-        info.description = "x" * details.randrange(20)
-        info.time = details.getrandbits(63)
-        info.sys_acl_hash = [details.randrange(256) for _ in range(64)]
-    if version > 2:
-        info.hash_type = details.randrange(2)
-        info.hash = [details.randrange(256) for _ in range(64)]
-    if version > 1:
-        info.sd = descriptor
-    value = xattr.NTACL()
-    value.version = version
-    value.info = info
-    return ndr_pack(value)
-
-
-def descriptor_in(value):
-    ntacl = ndr_unpack(xattr.NTACL, value)
-    return ntacl.info if ntacl.version == 1 else ntacl.info.sd
-
-
 class Maker:
     """Descriptors at random."""
 
@@ -119,8 +94,8 @@ class Maker:
     def acl(self):
         acl = security.acl()
         acl.revision = self.random.choice((2, 4))
-        acl.aces = [self.ace() for _ in range(self.random.randrange(12))]
-        acl.num_aces = len(acl.aces)
+        aces = [self.ace() for _ in range(self.random.randrange(12))]
+        acl.aces, acl.num_aces = aces, len(aces)
         return acl
 
     def descriptor(self):
