@@ -3,22 +3,24 @@
 
     attack_test.py COPYPRIVS
 
-Needs root, for a volume of its own. PADDOCK_SWAPS says how many swaps are made while it runs (60,000).
+Needs root, for a volume of its own. PADDOCK_SWAPS says how many swaps are made while it runs (100,000).
 """
+import contextlib
 import os
 import sys
 import time
 import unittest
 
-from own_copyprivs import USERS, World, groups_of, run_tests
+from own_copyprivs import USERS, Ended, World, groups_of, run_tests, status_in
 
 import access_lists  # own_copyprivs has said where its parts are
 from access_lists import ALLOW, FILES_INHERIT, FOLDERS_INHERIT, Entry, of_user
 from attackers import Attackers, exchange
+from big_trees import slowed
 from file_tree import ATTRIBUTE, Tree, read_object
 from tree_rules import EVERYTHING, difference, expected
 
-SWAPS = int(os.environ.get("PADDOCK_SWAPS", "60000"))
+SWAPS = int(os.environ.get("PADDOCK_SWAPS", "100000"))
 OWNER = USERS["anna"]
 FOLDERS, FILES, LEVELS = 24, 12, 90
 NAIVE_ROUNDS = 500
@@ -170,7 +172,7 @@ class AttackTest(unittest.TestCase):
         while swaps < SWAPS:
             self.dress(runs)
             before = attackers.swaps()
-            ended = self.world.copyprivs[runs % 2 == 0].run(self.arena.tree, EVERYTHING)
+            ended = self.run_attacked(self.world.copyprivs[runs % 2 == 0], halting=runs % 3 == 0)
             swaps += attackers.swaps() - before
             runs += 1
             self.assertIn(ended.code, (0, 1), ended.output)
@@ -181,6 +183,18 @@ class AttackTest(unittest.TestCase):
         self.assertEqual(self.arena.robbed(), set())
         print("%d swaps in %d runs, %.1f seconds" % (swaps, runs, time.monotonic() - began), flush=True)
         self.check_what_is_left(runs)
+
+    def run_attacked(self, program, halting):
+        """`halting`: with pauses at any point of its work, so that no gap in it is too short for a swap."""
+        status_file = program.new_status_file()
+        process = program.start(self.arena.tree, EVERYTHING, status_file)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        with slowed(process, 1, 0.0003) if halting else contextlib.nullcontext():
+            code = process.wait(600)
+        status = status_in(status_file)
+        os.unlink(status_file)
+        return Ended(code, status, "")
 
     def dress(self, number):
         """Privileges that every run has to push anew."""

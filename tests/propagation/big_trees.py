@@ -55,17 +55,33 @@ def fill_deep(folder, levels):
     os.close(at)
 
 
+def time_on_cpus(pid):
+    """In seconds, of all of its threads."""
+    total = 0
+    for thread in os.listdir("/proc/%d/task" % pid):
+        with open("/proc/%d/task/%s/schedstat" % (pid, thread), encoding="ascii") as file:
+            total += int(file.read().split()[0])
+    return total / 1e9
+
+
 @contextlib.contextmanager
-def slowed(process, running=0.002, halted=0.03):
-    """The process runs for a part of the time only, so that there is something to watch."""
+def slowed(process, factor=15, running=0.001):
+    """The process is halted `factor` times as long as it runs, again and again, so that there is something
+    to watch also on a machine that is quick, or busy with something else."""
     done = threading.Event()
 
     def halt_again_and_again():
+        used = 0
         while not done.is_set() and process.poll() is None:
             process.send_signal(signal.SIGSTOP)
-            done.wait(halted)
+            try:
+                before, used = used, time_on_cpus(process.pid)
+            except OSError:
+                continue  # it, or one of its threads, has ended
+            time.sleep(max(0, factor * (used - before)))
             process.send_signal(signal.SIGCONT)
             time.sleep(running)
+        process.send_signal(signal.SIGCONT)
 
     thread = threading.Thread(target=halt_again_and_again)
     thread.start()

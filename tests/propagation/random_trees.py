@@ -33,6 +33,7 @@ class Maker:
         self.number = 0
         self.has_many_entries = random.random() < 0.03
         self.is_wide = random.random() < 0.1
+        self.strange_modes = 0.2
         self.objects_left = 12 if self.has_many_entries else random.choice((10, 25, 50))
 
     def chance(self, probability):
@@ -132,7 +133,7 @@ class Maker:
             except OSError:
                 pass
         uid, gid = self.random.choice(self.uids), self.random.choice(self.gids)
-        mode = self.random.choice(MODES) if self.chance(0.8) else self.random.randrange(0o10000)
+        mode = self.random.randrange(0o10000) if self.chance(self.strange_modes) else self.random.choice(MODES)
         os.chown(path, uid, gid)
         os.chmod(path, mode)
         if self.chance(0.05):

@@ -3,7 +3,7 @@
 
     random_trees_test.py COPYPRIVS
 
-Needs root, for a volume of its own. PADDOCK_TREES says how many trees (150), PADDOCK_SEED which;
+Needs root, for a volume of its own. PADDOCK_TREES says how many trees (80), PADDOCK_SEED which;
 a tree that fails is made again by PADDOCK_TREES=1 and the seed that the failure names.
 """
 import os
@@ -19,7 +19,7 @@ from file_tree import Tree, changed
 from posix_acls import mode_with
 from tree_rules import ACL, EVERYTHING, difference, expected, stays
 
-TREES = int(os.environ.get("PADDOCK_TREES", "150"))
+TREES = int(os.environ.get("PADDOCK_TREES", "80"))
 SEED = int(os.environ.get("PADDOCK_SEED", random.SystemRandom().randrange(10 ** 9)))
 
 
@@ -73,7 +73,8 @@ class RandomTreesTest(unittest.TestCase):
         self.assertEqual(after[b""], before[b""], about + ": the folder itself has changed")
         for path, expectation in expectations.items():
             wrong = difference(before[path], after[path], expectation)
-            self.assertIsNone(wrong, "%s: %r, a %s, before: %s" % (about, path, before[path].kind, before[path]))
+            self.assertIsNone(wrong, "%s: %r, a %s, before: %s, after: %s" % (
+                about, path, before[path].kind, before[path], after[path]))
             if stays(before[path], expectation):
                 self.assertEqual(before[path].ctime, after[path].ctime,
                                  "%s: %r was as it should be and was written to" % (about, path))

@@ -19,7 +19,7 @@ from big_trees import fill_bushy, give_privileges, slowed
 from file_tree import Tree
 from tree_rules import EVERYTHING, difference, expected
 
-OBJECTS = 6000
+OBJECTS, MORE_OBJECTS = 3000, 6000
 MOST_BYTES = 1024 * 1024
 COUNTS = ("itemsDone", "itemsChanged", "errorCount", "elapsedSeconds")
 
@@ -56,6 +56,11 @@ class StatusFileTest(unittest.TestCase):
         fill_bushy(self.folder, OBJECTS)
         give_privileges(self.folder)
         self.status_file = self.program.new_status_file()
+        self.addCleanup(self.remove_status_file)
+
+    def remove_status_file(self):
+        if os.path.lexists(self.status_file):
+            os.unlink(self.status_file)
 
     def start(self):
         process = self.program.start(self.folder, EVERYTHING, self.status_file)
@@ -73,6 +78,9 @@ class StatusFileTest(unittest.TestCase):
         self.fail("the program has ended meanwhile: %s" % status_in(self.status_file))
 
     def test_a_reader_never_sees_half_a_status(self):
+        more = os.path.join(self.folder, "more")
+        os.mkdir(more)
+        fill_bushy(more, MORE_OBJECTS - 1)
         process = self.start()
         with slowed(process):
             poll = Poll(process, self.status_file)
@@ -91,13 +99,13 @@ class StatusFileTest(unittest.TestCase):
             self.assertTrue(stat.S_ISREG(file.st_mode))
             self.assertEqual((file.st_uid, file.st_gid, stat.S_IMODE(file.st_mode)), (0, 0, 0o600))
             self.assertLessEqual((file.st_nlink, file.st_size), (1, MOST_BYTES))
-        self.check_end(process, statuses[-1])
+        self.check_end(process, statuses[-1], OBJECTS + MORE_OBJECTS)
         self.check_rate([when for when, content in poll.seen if content])
 
-    def check_end(self, process, status):
+    def check_end(self, process, status, objects):
         self.assertEqual(process.returncode, 0)
         self.assertEqual([status[key] for key in ("itemsDone", "itemsTotal", "itemsChanged", "errorCount")],
-                         [OBJECTS, OBJECTS, OBJECTS, 0])
+                         [objects, objects, objects, 0])
         self.assertEqual(os.listdir(os.path.dirname(self.status_file)), [os.path.basename(self.status_file)])
 
     def check_rate(self, times):
@@ -180,7 +188,7 @@ class StatusFileTest(unittest.TestCase):
         with slowed(process):
             self.wait_until_it_is_busy(process)
             os.unlink(self.status_file)
-            process.wait(60)
+        process.wait(60)
         self.assertEqual(self.program.run(self.folder, EVERYTHING).status["itemsChanged"], 0)
 
     def test_a_link_in_place_of_the_status_file_is_not_followed(self):

@@ -52,7 +52,7 @@ def passed_to(entry, kind, depth):
     elif kind == "folder":
         flags |= entry.flags & (FILES_INHERIT | FOLDERS_INHERIT)
     mask = entry.mask & PERMISSIONS
-    if entry.type == ALLOW and mask:
+    if entry.type == ALLOW:
         mask |= SYNCHRONIZE
     return Entry(entry.type, flags, mask, entry.sid, b"")
 
@@ -121,16 +121,20 @@ class Pusher:
         return current
 
     def expectation(self, before, levels):
+        outcomes, fails = self.outcomes(before, levels)
+        return Expectation(self.with_mode_set_again(before, outcomes), fails)
+
+    def outcomes(self, before, levels):
         if before.kind == "link":
-            return Expectation([self.with_list_left(before, mode=before.mode)], False)
+            return ([self.with_list_left(before, mode=before.mode)], False)
         if not self.what & ACL:
-            return Expectation(self.with_entries(before, before.list), False)
+            return (self.with_entries(before, before.list), False)
         if isinstance(before.list, Invalid):
-            return Expectation([self.with_list_left(before)], True)
+            return ([self.with_list_left(before)], True)
         wanted = list_after(before.list, levels, before.kind)
         if wanted is not None and len(wanted.entries) > MOST_ENTRIES:
-            return Expectation(self.with_too_many(before), True)
-        return Expectation(self.with_entries(before, wanted), False)
+            return (self.with_too_many(before), True)
+        return (self.with_entries(before, wanted), False)
 
     def with_entries(self, before, wanted):
         """With this list, which may be the present one."""
@@ -144,8 +148,10 @@ class Pusher:
         if not self.is_as_wanted(before, wanted):
             return [anew]
         left = self.with_list_left(before)
-        return [left] if matches(before, left._replace(list=wanted), before) is None and (
-            left.access, left.default) == (anew.access, anew.default) else [left, anew]
+        is_exact = wanted.entries == before.list.list.entries and form_mismatch(before) is None
+        if is_exact and (left.access, left.default) == (anew.access, anew.default):
+            return [left]
+        return [left, anew]
 
     def with_too_many(self, before):
         """Nothing half-done: the old list, or what is left of it without its inherited entries."""
@@ -174,10 +180,20 @@ class Pusher:
         access = before.access
         if mode is None:
             mode = self.mode(before)
-            if access is not None and mode != posix_acls.mode_with(access, before.mode):
+            if self.what & MODE and access is not None and mode != posix_acls.mode_with(access, before.mode):
                 access = posix_acls.with_mode(access, mode)
             mode = posix_acls.st_mode_of(access, mode)
         return Outcome(uid, gid, mode, before.value, access, before.default)
+
+    def with_mode_set_again(self, before, outcomes):
+        """Besides, where a kernel ACL belongs to no list: its owning group has no more any longer than its
+        mask lets it have, as when the mode is set that is in effect already."""
+        if before.access is None or not self.what & MODE:
+            return outcomes
+        access = posix_acls.with_mode(before.access, self.mode(before))
+        return outcomes + [outcome._replace(access=access) for outcome in outcomes
+                           if outcome.access == before.access
+                           and not (self.projects and isinstance(outcome.list, AccessList))]
 
     def without_list(self, before):
         if not self.projects:
@@ -275,4 +291,5 @@ def difference(before, after, expectation):
 
 def stays(before, expectation):
     """Whether nothing is to be written."""
-    return all(matches(before, outcome, before) is None for outcome in expectation.outcomes)
+    return all(not isinstance(outcome.list, AccessList) and matches(before, outcome, before) is None
+               for outcome in expectation.outcomes)
