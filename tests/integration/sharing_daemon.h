@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -48,6 +49,17 @@ class SharingDaemon {
     start();
   }
 
+  // Without a chance to end properly.
+  void killAndStart() {
+    daemon_->signal(SIGKILL);
+    daemon_->wait();
+    start();
+  }
+
+  // The whole response of an operation of the sharing plug-in, whatever it is.
+  Response post(const std::string& operation, const std::string& body) const {
+    return daemon_->post("/v1/paddock_sharing/" + operation, body);
+  }
   // The reply of an operation of the sharing plug-in.
   Dictionary ask(const std::string& operation, const Dictionary& request) const {
     return askPlugin("paddock_sharing", operation, request);
