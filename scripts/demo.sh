@@ -122,6 +122,7 @@ demo_set_up() {
   T=$work/system F="$work/Summer photos"
   mkdir -p "$T/etc" "$F"
   echo "a picture" >"$F/beach.txt"
+  make_pictures
   printf '# written by hand\n/usr/share  192.0.2.7(ro,no_subtree_check)\n' >"$T/etc/exports"
   install_tree "$T"
   PATH=$T/usr/sbin:$PATH
@@ -349,6 +350,8 @@ command_demo() {
   . "$project/scripts/demo_smb.sh"
   # shellcheck source=scripts/demo_dnssd.sh
   . "$project/scripts/demo_dnssd.sh"
+  # shellcheck source=scripts/demo_propagation.sh
+  . "$project/scripts/demo_propagation.sh"
   build release
   local bus='' avahi='' network=''
   local smb_starter='' smb_server='' smb_port='' SMB=''
@@ -364,6 +367,7 @@ command_demo() {
   demo_change
   demo_dns_sd
   demo_privileges
+  demo_propagation
   demo_index
   demo_quota
   demo_refuse

@@ -24,7 +24,7 @@ std::size_t terminalColumns() {
 }  // namespace
 
 void ProgressDisplay::show(const RunStatus& run, RateMeter::Time now) {
-  if (session_.json) return;
+  if (session_.json || (run.done == 0 && run.total == 0)) return;
   meter_.note(now, run.done);
   session_.terminal ? showBar(run) : showLine(run, now);
 }
@@ -34,8 +34,9 @@ void ProgressDisplay::showBar(const RunStatus& run) {
   hasBar_ = true;
 }
 
+// The end has a line of its own.
 void ProgressDisplay::showLine(const RunStatus& run, RateMeter::Time now) {
-  if (lastLine_ && now - *lastLine_ < kBetweenLines) return;
+  if (run.completed || (lastLine_ && now - *lastLine_ < kBetweenLines)) return;
   session_.out << progressText(run, meter_.rate()) << std::endl;
   lastLine_ = now;
 }

@@ -19,6 +19,7 @@ class ProgressDisplay {
   // Takes the bar away.
   ~ProgressDisplay() { clear(); }
 
+  // Nothing while nothing is known.
   void show(const RunStatus& run, RateMeter::Time now = std::chrono::steady_clock::now());
 
   // Before anything else is printed.

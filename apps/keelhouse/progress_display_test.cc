@@ -38,6 +38,15 @@ TEST_F(ProgressDisplayTest, printsALineAtOnceAndThenEveryTenSeconds) {
             "20 of 100 objects (20%), 1/s, 1 min 20 s left, 0 errors\n");
 }
 
+TEST_F(ProgressDisplayTest, leavesOutWhatSaysNothing) {
+  ProgressDisplay display(session_);
+  display.show({}, begin_);
+  RunStatus end = at(100);
+  end.completed = true;
+  display.show(end, begin_ + seconds(1));
+  EXPECT_EQ(out_.str(), "");
+}
+
 TEST_F(ProgressDisplayTest, drawsOneLineOfATerminalAgainAndTakesItAway) {
   session_.terminal = true;
   {

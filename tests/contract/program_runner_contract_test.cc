@@ -79,8 +79,8 @@ class HostSubject final : public RunnerSubject, public Host {
     std::filesystem::create_directories(program.parent_path());
     // A script is not told argv[0].
     writeWholeFile(program, "#!/bin/sh\nfor word; do echo \"$word\"; done >'" +
-                                folder_.path("new") + "'\nmv '" + folder_.path("new") + "' '" +
-                                folder_.path("vector") + "'.$$\n");
+                                folder_.path("new") + "'.$$\nmv '" + folder_.path("new") +
+                                "'.$$ '" + folder_.path("vector") + "'.$$\n");
     ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
   }
   void remove(const std::string& path) override { std::filesystem::remove(folder_.path() + path); }
