@@ -42,6 +42,7 @@ Failure notPushed(const std::string& path, const std::string& reason) {
 
 // What is a folder for this user; what only the daemon can see is left to it.
 void requireFolderItself(const std::string& path) {
+  if (path == "/") throw notPushed(path, "it is the whole system");
   struct stat attributes {};
   if (::lstat(path.c_str(), &attributes) != 0) {
     if (errno == EACCES && ::geteuid() != 0) return;

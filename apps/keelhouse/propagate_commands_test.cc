@@ -127,6 +127,17 @@ TEST_F(PropagateCommands, refusesWhatIsNoFolderBeforeItAsks) {
   EXPECT_EQ(program_.arguments(), "");
 }
 
+TEST_F(PropagateCommands, refusesTheWholeSystem) {
+  for (const std::string path : {"/", "//", "/srv/.."}) {
+    for (const std::string option : {"--follow", "--dry-run"}) {
+      EXPECT_EQ(propagate({path, "--owner", option}), 1);
+      EXPECT_EQ(error_,
+                "keelhouse: the privileges of / cannot be pushed down: it is the whole system\n");
+    }
+  }
+  EXPECT_EQ(asked(), 0U);
+}
+
 TEST_F(PropagateCommands, saysThatTheProgramCannotBeStarted) {
   daemon_.answer(R"({"error":"CANNOT_PROPAGATE_PRIVS_ERR"})");
   EXPECT_EQ(propagate({shared_, "--owner"}), 1);

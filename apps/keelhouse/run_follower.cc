@@ -103,7 +103,14 @@ class Follower {
   }
   Failure forgotten(const std::string& error) {
     display_.clear();
-    if (last_ && statusOfText(error) == COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR) {
+    const bool gone = statusOfText(error) == COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR;
+    if (gone && isRunning(last_.value_or(Dictionary{}))) {
+      return failure("the status file of the run on " + printable(run_.path) +
+                     " is gone\nThe run goes on, and nobody can tell how far it is. Stop it: "
+                     "keelhouse propagate " +
+                     printable(shellWord(run_.path)) + " --stop");
+    }
+    if (gone && last_) {
       return failure("the run on " + printable(run_.path) +
                      " has ended, and somebody else was told how\n"
                      "Run it again to be sure: what is done already is not done twice.");

@@ -75,9 +75,15 @@ TEST_F(RunFollower, aRunThatTheDaemonDoesNotKnowIsSaid) {
 }
 
 TEST_F(RunFollower, aRunThatSomebodyElseWasToldOfIsSaid) {
-  daemon_.answer(running(1));
+  daemon_.answer(R"({"status":{"status":"running","pid":2147483647}})");
   daemon_.answer(kMissing);
   EXPECT_THAT(failureText(), HasSubstr("has ended, and somebody else was told how"));
+}
+
+TEST_F(RunFollower, aStatusFileThatIsTakenAwayIsSaid) {
+  daemon_.answer(running(1));
+  daemon_.answer(kMissing);
+  EXPECT_THAT(failureText(), HasSubstr("is gone\nThe run goes on, and nobody can tell how far"));
 }
 
 TEST_F(RunFollower, aDaemonThatIsStartedAgainIsWaitedFor) {

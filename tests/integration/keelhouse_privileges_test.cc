@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "integration/keelhouse_fixture.h"
+#include "support/hex_bytes.h"
 #include "wire/json.h"
 
 namespace paddock::testing {
@@ -212,6 +213,39 @@ TEST_F(KeelhousePrivileges, WhatAFolderHandsDownIsShownAndTakenOver) {
   EXPECT_EQ(done({"acl", "inherit", inner, "--apply"}),
             "NO  ACTION  WHO        RIGHTS  INHERITANCE  NAME\n"
             "1   allow   user:root  full    -            -\n");
+}
+
+// Made by an SMB client: nothing falls back to the mode, and there is no tail for it.
+std::string completeList() {
+  return hexBytes(
+      "0100010000000200010004841c0000002c000000000000003c00000001020000"
+      "0000001601000000000000000102000000000016020000006400000004004400"
+      "0200000000031800ff011f00010200000000001601000000e803000001102400"
+      "8900120001050000000000051500000001000000020000000300000050040000");
+}
+
+// The entries of the stored list, a tail included.
+unsigned storedEntries(const std::string& path) {
+  std::string value(65536, '\0');
+  const ssize_t size = ::getxattr(path.c_str(), kAttribute, value.data(), value.size());
+  const auto byte = [&value](std::size_t at) { return static_cast<unsigned char>(value.at(at)); };
+  constexpr std::size_t kListOffset = 24;
+  constexpr std::size_t kCount = 4;
+  if (size <= static_cast<ssize_t>(kListOffset)) return 0;
+  const std::size_t list = byte(kListOffset) + 256U * byte(kListOffset + 1);
+  return byte(list + kCount) + 256U * byte(list + kCount + 1);
+}
+
+TEST_F(KeelhousePrivileges, AListThatIsCompleteStaysCompleteWithWhatItInherits) {
+  const std::string inner = makeFolder("shared/inner");
+  const std::string list = completeList();
+  ASSERT_EQ(::setxattr(inner.c_str(), kAttribute, list.data(), list.size(), 0), 0);
+  ASSERT_EQ(storedEntries(inner), 2U);
+  done({"acl", "set", path_, "allow", "group:nogroup", "read:inherit"});
+  EXPECT_GT(storedEntries(path_), 1U);
+  EXPECT_THAT(done({"acl", "inherit", inner, "--apply"}),
+              HasSubstr("\n2   allow   group:nogroup "));
+  EXPECT_EQ(storedEntries(inner), 2U);
 }
 
 TEST_F(KeelhousePrivileges, FilesHaveThemToo) {
