@@ -8,6 +8,7 @@
 #include "effectiveprivs/installation.h"
 #include "effectiveprivs/options.h"
 #include "effectiveprivs/question.h"
+#include "effectiveprivs/who.h"
 
 namespace paddock::effectiveprivs {
 
@@ -19,8 +20,18 @@ void say(std::ostream& error, const std::string& text) {
   error << "effectiveprivs: " << printable(text) << std::endl;
 }
 
+std::string answerOfEverybody(const Options& options, Installation& installation) {
+  const PinnedObject object(options.path);
+  const ObjectPrivileges privileges = installation.objects().read(object);
+  AccountListing listing = installation.list();
+  const Who who = whoMay(privileges, listing, installation.accounts());
+  if (options.json) return whoJson(options.path, who) + "\n";
+  return whoText(objectText(describe(installation.accounts(), options.path, privileges)), who);
+}
+
 std::string answer(const Options& options, const std::string& root) {
   Installation installation(root);
+  if (options.who) return answerOfEverybody(options, installation);
   Place place(options.path, installation);
   const Identity user = installation.identify(options.uid);
   const Answer found = answerFor(place, installation, user);

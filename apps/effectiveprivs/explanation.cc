@@ -161,7 +161,7 @@ std::vector<Disagreement> disagreements(const Explanation& explanation,
   for (const ExplainedPermission& one : explanation.permissions) {
     const bool allowed = (kernel.permissions & one.permission) != 0;
     // It means nothing for a file.
-    const bool isMoot = one.permission == acl::kDeleteChild && !explanation.isFolder;
+    const bool isMoot = one.permission == acl::kDeleteChild && !explanation.object.isFolder;
     if (one.granted != allowed && !isMoot)
       found.push_back({one.permission, one.name, one.granted, allowed,
                        kernelText(one.permission, kernel.bits)});
@@ -171,21 +171,27 @@ std::vector<Disagreement> disagreements(const Explanation& explanation,
 
 }  // namespace
 
+ObjectDescription describe(Accounts& accounts, const std::string& path,
+                           const ObjectPrivileges& object) {
+  ObjectDescription description;
+  description.path = path;
+  description.isFolder = object.isFolder;
+  description.owner = userName(accounts, object.uid);
+  description.group = groupName(accounts, object.gid);
+  description.mode = modeText(object);
+  if (object.list) {
+    description.entries = object.list->rules.size();
+    description.isComplete = object.list->complete;
+  }
+  return description;
+}
+
 Explanation explain(Accounts& accounts, const std::string& path, const Identity& user,
                     const Answer& answer, const std::optional<KernelAnswer>& kernel) {
-  const ObjectPrivileges& object = answer.privileges;
   Explanation explanation;
-  explanation.path = path;
+  explanation.object = describe(accounts, path, answer.privileges);
   explanation.uid = user.uid();
   if (user.isKnown() || user.isRoot()) explanation.user = userName(accounts, user.uid());
-  explanation.isFolder = object.isFolder;
-  explanation.owner = userName(accounts, object.uid);
-  explanation.group = groupName(accounts, object.gid);
-  explanation.mode = modeText(object);
-  if (object.list) {
-    explanation.entries = object.list->rules.size();
-    explanation.isComplete = object.list->complete;
-  }
   explanation.bitmap = granted(answer.verdicts);
   const Explainer explainer(accounts, user, answer);
   for (const Verdict& verdict : answer.verdicts)

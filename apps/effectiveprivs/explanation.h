@@ -34,10 +34,8 @@ struct Disagreement {
   std::string why;
 };
 
-struct Explanation {
+struct ObjectDescription {
   std::string path;
-  std::uint32_t uid = 0;
-  std::string user;  // empty: no account has the uid
   bool isFolder = false;
   std::string owner;
   std::string group;
@@ -45,16 +43,27 @@ struct Explanation {
   // The number of its entries; absent when there is no list.
   std::optional<std::size_t> entries;
   bool isComplete = false;
+};
+
+struct Explanation {
+  ObjectDescription object;
+  std::uint32_t uid = 0;
+  std::string user;  // empty: no account has the uid
   acl::Permission bitmap = 0;
   std::vector<ExplainedPermission> permissions;
   std::vector<Disagreement> kernelDisagrees;
   std::string barrier;  // see KernelAnswer
 };
 
+ObjectDescription describe(Accounts& accounts, const std::string& path,
+                           const ObjectPrivileges& object);
+
 // `kernel` is absent of root's question.
 Explanation explain(Accounts& accounts, const std::string& path, const Identity& user,
                     const Answer& answer, const std::optional<KernelAnswer>& kernel);
 
+// One line for people, with its end.
+std::string objectText(const ObjectDescription& object);
 // Lines for people, each with its end.
 std::string explanationText(const Explanation& explanation);
 // One line of JSON, without its end.

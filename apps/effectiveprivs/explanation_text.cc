@@ -1,41 +1,19 @@
-#include <algorithm>
-
 #include "base/printable.h"
 #include "base/value.h"
 #include "effectiveprivs/explanation.h"
+#include "effectiveprivs/text_table.h"
 #include "wire/json.h"
 
 namespace paddock::effectiveprivs {
 
 namespace {
 
-using Row = std::vector<std::string>;
-
 const char* yesOrNo(bool yes) { return yes ? "yes" : "no"; }
 
-// Each column as wide as its widest cell, two blanks between.
-std::string table(const std::vector<Row>& rows) {
-  std::vector<std::size_t> widths;
-  for (const Row& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (std::size_t at = 0; at < row.size(); ++at)
-      widths[at] = std::max(widths[at], row[at].size());
-  }
-  std::string text;
-  for (const Row& row : rows) {
-    for (std::size_t at = 0; at < row.size(); ++at) {
-      text += "  " + row[at];
-      if (at + 1 < row.size()) text.append(widths[at] - row[at].size(), ' ');
-    }
-    text += '\n';
-  }
-  return text;
-}
-
-std::string listText(const Explanation& explanation) {
-  if (!explanation.entries) return "no list";
-  const std::size_t count = *explanation.entries;
-  return (explanation.isComplete ? "a complete list of " : "a list of ") + std::to_string(count) +
+std::string listText(const ObjectDescription& object) {
+  if (!object.entries) return "no list";
+  const std::size_t count = *object.entries;
+  return (object.isComplete ? "a complete list of " : "a list of ") + std::to_string(count) +
          (count == 1 ? " entry" : " entries");
 }
 
@@ -43,10 +21,7 @@ std::string headText(const Explanation& explanation) {
   const std::string who = explanation.user.empty()
                               ? "uid " + std::to_string(explanation.uid) + ", which nobody has,"
                               : explanation.user + " (uid " + std::to_string(explanation.uid) + ")";
-  return printable(who + " on " + explanation.path + ": owner " + explanation.owner + ", group " +
-                   explanation.group + ", mode " + explanation.mode + ", " +
-                   listText(explanation)) +
-         "\n";
+  return printable(who + " on ") + objectText(explanation.object);
 }
 
 std::string kernelText(const Explanation& explanation) {
@@ -56,10 +31,10 @@ std::string kernelText(const Explanation& explanation) {
   if (!explanation.barrier.empty())
     text +=
         "  it does not let the user through the folder " + printable(explanation.barrier) + "\n";
-  std::vector<Row> rows;
+  std::vector<std::vector<std::string>> rows;
   for (const Disagreement& one : explanation.kernelDisagrees)
     rows.push_back({yesOrNo(one.kernel), one.name, printable(one.why)});
-  return text + table(rows);
+  return text + textTable(rows);
 }
 
 Value permissionValue(const ExplainedPermission& permission) {
@@ -91,23 +66,30 @@ Array arrayOf(const Items& items, Function function) {
 
 }  // namespace
 
+std::string objectText(const ObjectDescription& object) {
+  return printable(object.path + ": owner " + object.owner + ", group " + object.group + ", mode " +
+                   object.mode + ", " + listText(object)) +
+         "\n";
+}
+
 std::string explanationText(const Explanation& explanation) {
-  std::vector<Row> rows;
+  std::vector<std::vector<std::string>> rows;
   for (const ExplainedPermission& one : explanation.permissions)
     rows.push_back({yesOrNo(one.granted), one.name, printable(one.text)});
-  return std::to_string(explanation.bitmap) + "\n" + headText(explanation) + table(rows) +
+  return std::to_string(explanation.bitmap) + "\n" + headText(explanation) + textTable(rows) +
          kernelText(explanation);
 }
 
 std::string explanationJson(const Explanation& explanation) {
-  Dictionary value{{"bitmap", explanation.bitmap},   {"path", explanation.path},
-                   {"uid", explanation.uid},         {"known", !explanation.user.empty()},
-                   {"folder", explanation.isFolder}, {"owner", explanation.owner},
-                   {"group", explanation.group},     {"mode", explanation.mode}};
+  const ObjectDescription& object = explanation.object;
+  Dictionary value{{"bitmap", explanation.bitmap}, {"path", object.path},
+                   {"uid", explanation.uid},       {"known", !explanation.user.empty()},
+                   {"folder", object.isFolder},    {"owner", object.owner},
+                   {"group", object.group},        {"mode", object.mode}};
   if (!explanation.user.empty()) value.set("user", explanation.user);
-  if (explanation.entries) {
-    value.set("entries", static_cast<std::uint64_t>(*explanation.entries));
-    value.set("complete", explanation.isComplete);
+  if (object.entries) {
+    value.set("entries", static_cast<std::uint64_t>(*object.entries));
+    value.set("complete", object.isComplete);
   }
   value.set("bits", arrayOf(explanation.permissions, permissionValue));
   value.set("kernelDisagrees", arrayOf(explanation.kernelDisagrees, disagreementValue));

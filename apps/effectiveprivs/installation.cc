@@ -44,4 +44,12 @@ Identity Installation::identify(std::uint32_t uid) {
   return {uid, std::move(membership), std::move(hostGids)};
 }
 
+AccountListing Installation::list() {
+  try {
+    return AccountListing(directory_);
+  } catch (const DirectoryError& error) {
+    throw Failure(std::string("cannot list the accounts: ") + error.what());
+  }
+}
+
 }  // namespace paddock::effectiveprivs

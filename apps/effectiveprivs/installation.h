@@ -4,9 +4,11 @@
 #include <string>
 
 #include "base/value.h"
+#include "effectiveprivs/account_listing.h"
 #include "effectiveprivs/identity.h"
 #include "effectiveprivs/object_reader.h"
 #include "platform/linux/account_cache.h"
+#include "platform/linux/cached_accounts.h"
 #include "platform/linux/directory_group_membership.h"
 #include "platform/linux/linux_accounts.h"
 #include "platform/linux/linux_clock.h"
@@ -26,16 +28,20 @@ class Installation {
   // Throws Failure when a node cannot say who the user is; what is not known is never guessed.
   Identity identify(std::uint32_t uid);
   const ObjectReader& objects() const { return objects_; }
-  Accounts& accounts() { return accounts_; }
+  // Names by id are kept.
+  Accounts& accounts() { return knownAccounts_; }
+  // Throws Failure when a node cannot say whom it has.
+  AccountListing list();
 
  private:
   explicit Installation(const Dictionary& configuration, const std::string& root);
 
   LinuxDirectoryService directory_;
+  LinuxAccounts accounts_{directory_};
   LinuxClock clock_;
   const AccountFiles files_;
+  CachedAccounts knownAccounts_{accounts_, files_};
   LinuxMembership membership_;
-  LinuxAccounts accounts_{directory_};
   PrincipalSids sids_;
   NssUserGroups hostGroups_;
   CachedUserGroups knownHostGroups_{hostGroups_, files_};

@@ -7,7 +7,9 @@
 
 namespace paddock::effectiveprivs {
 
-const char* const kUsage = "usage: effectiveprivs [--explain [--json]] -p PATH -u UID";
+const char* const kUsage =
+    "usage: effectiveprivs [--explain [--json]] -p PATH -u UID\n"
+    "       effectiveprivs --who [--json] -p PATH";
 
 namespace {
 
@@ -23,11 +25,8 @@ class Reader {
     }
     if (options.help || options.version) return true;
     if (!path_) return fail("no path is given");
-    if (!uid_) return fail("no uid is given");
-    if (options.json && !options.explain) return fail("--json is for --explain");
     options.path = *path_;
-    options.uid = *uid_;
-    return true;
+    return options.who ? checkWho(options) : checkUser(options);
   }
 
  private:
@@ -35,10 +34,21 @@ class Reader {
     if (word == "-p") return readPath();
     if (word == "-u") return readUid();
     if (word == "--explain") return options.explain = true;
+    if (word == "--who") return options.who = true;
     if (word == "--json") return options.json = true;
     if (word == "--help") return options.help = true;
     if (word == "--version") return options.version = true;
     return fail("\"" + word + "\" is no option");
+  }
+  bool checkWho(const Options& options) {
+    if (uid_) return fail("--who is about everybody, and takes no -u");
+    return !options.explain || fail("--who explains by itself");
+  }
+  bool checkUser(Options& options) {
+    if (!uid_) return fail("no uid is given");
+    if (options.json && !options.explain) return fail("--json is for --explain and --who");
+    options.uid = *uid_;
+    return true;
   }
   bool readPath() {
     if (path_) return fail("more than one path is given");

@@ -12,6 +12,7 @@ struct Options {
   std::string path;
   std::uint32_t uid = 0;
   bool explain = false;
+  bool who = false;  // about everybody, and no uid
   bool json = false;
   bool help = false;
   bool version = false;

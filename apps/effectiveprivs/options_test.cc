@@ -50,6 +50,14 @@ TEST(Options, NothingElseIsAUid) {
     EXPECT_EQ(faultOf({"e", "-p", "/", "-u", text}), "\"" + std::string(text) + "\" is no uid");
 }
 
+TEST(Options, EverybodyNeedsNoUid) {
+  const auto options = read({"e", "--who", "--json", "-p", "/srv/a"});
+  ASSERT_TRUE(options);
+  EXPECT_TRUE(options->who);
+  EXPECT_TRUE(options->json);
+  EXPECT_EQ(options->path, "/srv/a");
+}
+
 TEST(Options, HelpAndVersionNeedNothingElse) {
   EXPECT_TRUE(read({"e", "--help"})->help);
   EXPECT_TRUE(read({"e", "--version"})->version);
@@ -65,7 +73,10 @@ TEST(Options, SayWhatIsWrong) {
   EXPECT_EQ(faultOf({"e", "-p", "/", "-u"}), "-u needs a uid");
   EXPECT_EQ(faultOf({"e", "-p", "/", "-p", "/"}), "more than one path is given");
   EXPECT_EQ(faultOf({"e", "-u", "1", "-u", "1"}), "more than one uid is given");
-  EXPECT_EQ(faultOf({"e", "-p", "/", "-u", "1", "--json"}), "--json is for --explain");
+  EXPECT_EQ(faultOf({"e", "-p", "/", "-u", "1", "--json"}), "--json is for --explain and --who");
+  EXPECT_EQ(faultOf({"e", "--who", "-p", "/", "-u", "1"}),
+            "--who is about everybody, and takes no -u");
+  EXPECT_EQ(faultOf({"e", "--who", "-p", "/", "--explain"}), "--who explains by itself");
   EXPECT_EQ(faultOf({"e", "/srv"}), "\"/srv\" is no option");
 }
 

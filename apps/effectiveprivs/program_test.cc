@@ -302,10 +302,38 @@ TEST_F(Program, RootsEverythingIsExplainedEvenWithADamagedList) {
               HasSubstr("root may do everything"));
 }
 
+TEST_F(Program, TellsWhoMay) {
+  addUser("anna", kAnna);
+  addGroup("crew", kCrew, {"anna"});
+  const std::string file = makeFile("file", 0600);
+  setList(file, {allow(group(kCrew), 2)});
+  const EndedProgram ended = run({"--who", "-p", file});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.error, "");
+  EXPECT_THAT(ended.output, StartsWith(file + ": owner root, group "));
+  EXPECT_THAT(ended.output,
+              HasSubstr("\n  anna              yes   no     no           read: entry 1: "
+                        "allow group:crew\n"));
+  EXPECT_THAT(run({"--who", "--json", "-p", file}).output, HasSubstr("\"user\":\"anna\""));
+}
+
+TEST_F(Program, WhoMayIsAnErrorWhereItCannotBeTold) {
+  EXPECT_THAT(failureOf(run({"--who", "-p", folder_.path("missing")})), HasSubstr("cannot open"));
+  const std::string file = makeFile("file", 0);
+  std::filesystem::create_directories(root_ + "/etc/paddock");
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml",
+                 "[[ldap]]\nname = \"off\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=example\"\n"
+                 "tls = \"none\"\n");
+  EXPECT_THAT(failureOf(run({"--who", "-p", file})), HasSubstr("cannot list the accounts: "));
+  ASSERT_EQ(setAttribute(file, FileAclOptions{}.attribute, "\x01"), 0);
+  EXPECT_THAT(failureOf(run({"--who", "-p", file})), HasSubstr("is damaged"));
+}
+
 TEST_F(Program, AWrongCommandLineSaysHowItIsUsed) {
   EXPECT_EQ(failureOf(run({"-p", "/", "-u", "anna"}), 2),
             "effectiveprivs: \"anna\" is no uid\n"
-            "usage: effectiveprivs [--explain [--json]] -p PATH -u UID\n");
+            "usage: effectiveprivs [--explain [--json]] -p PATH -u UID\n"
+            "       effectiveprivs --who [--json] -p PATH\n");
 }
 
 TEST_F(Program, OutputThatCannotBeWrittenIsAnError) {

@@ -1,0 +1,58 @@
+// Everybody who may read, write or change the permissions of an object.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "effectiveprivs/account_listing.h"
+#include "effectiveprivs/evaluation.h"
+#include "platform/accounts.h"
+
+namespace paddock::effectiveprivs {
+
+// What is told of everybody: reading data (2), writing or appending data (4, 32), changing the list
+// (4096).
+inline constexpr std::size_t kRights = 3;
+inline constexpr std::array<const char*, kRights> kRightNames = {"read", "write", "permissions"};
+
+struct Right {
+  bool granted = false;
+  std::string by;  // as ExplainedPermission has these
+  std::optional<std::size_t> entry;
+  std::string principal;
+  std::vector<std::string> through;
+  std::string text;
+};
+using Rights = std::array<Right, kRights>;
+
+struct Person {
+  std::string name;
+  std::uint32_t uid = 0;
+  std::shared_ptr<const Rights> rights;  // shared by those who have the same for the same reasons
+};
+
+// How many people are told.
+inline constexpr std::size_t kMostPeople = 10'000;
+
+struct Who {
+  // Whom an entry, the owner or the owning group means, by name: those who may do something, and
+  // where everybody else may, too, those who may not. Cut where there are too many.
+  std::vector<Person> people;
+  std::size_t left = 0;  // how many more there are
+  Rights everybodyElse;  // every other account
+  Rights withoutAccount;
+};
+
+// Throws DirectoryError when a node cannot answer.
+Who whoMay(const ObjectPrivileges& object, AccountListing& listing, Accounts& accounts,
+           std::size_t mostPeople = kMostPeople);
+
+// `head` names the object. Lines for people, each with its end; one line of JSON, without its end.
+std::string whoText(const std::string& head, const Who& who);
+std::string whoJson(const std::string& path, const Who& who);
+
+}  // namespace paddock::effectiveprivs
