@@ -5,6 +5,7 @@ import tempfile
 import time
 
 import daemon
+from permissions import KEELHOUSE, PROGRAM, UNIX_GROUP, UNIX_USER, PermissionTree, host_accounts
 from processes import CannotMeasure, median, peak_of, percentile, run, time_of
 from propagation import PropagationTree
 from report import Row, mebibytes, milliseconds, ratio_row
@@ -35,6 +36,11 @@ PLAIN_PROPAGATION_TARGET = 0.35
 BARE_LOOP_TARGET = 0.75
 UNCHANGED_TARGET = 0.3
 ROUNDS = 5
+EFFECTIVE_TARGET = 3
+WHO_TARGET = 2_000_000_000  # nanoseconds
+USERS = 10_000
+GROUPS = 100
+MEMBERSHIPS = 1_000  # of one user
 LISTS = "/dev/shm"  # a file system that has room for long ACLs
 FOLDERS = 10_000
 ENTRIES = 128  # of the ACL that bench_acl reads
@@ -437,6 +443,64 @@ def shapes(bench):
     return rows
 
 
+def permissions(bench):
+    """What a user of many groups may do with a file of many entries, and who may do anything."""
+    folder = os.path.join(bench.work, "permissions")
+    os.makedirs(folder)
+    tree = PermissionTree(folder, bench.tree)
+    tree.fill(os.path.join(bench.programs, "bench_accounts"), USERS, GROUPS, MEMBERSHIPS)
+    return effective_rows(tree) + who_rows(tree)
+
+
+def effective_rows(tree):
+    """Of a user of the host, whom id knows too, and of one of "/Local". The last entry decides."""
+    gids = list(range(400_000, 400_000 + MEMBERSHIPS))
+    others = [(UNIX_GROUP, 500_000 + number) for number in range(ENTRIES - 1)]
+    question = [tree.path(PROGRAM), "-p"]
+    hosts = question + [tree.file_with("hosts", others + [(UNIX_GROUP, gids[-1])]), "-u", "98765"]
+    locals_ = question + [tree.file_with("local", others + [(UNIX_GROUP, 300_000 + MEMBERSHIPS - 1)]),
+                          "-u", "99999"]
+    theirs = ["id", "paddock-bench"]
+    samples = {"hosts": [], "local": [], "theirs": []}
+    with host_accounts(tree.folder, "paddock-bench", 98765, gids):
+        require_answer(hosts, "2")
+        require_answer(locals_, "2")
+        if run(theirs).count(",") != MEMBERSHIPS - 1:
+            raise CannotMeasure(f"id does not know all of the {MEMBERSHIPS:,} groups")
+        for _ in range(15):
+            samples["theirs"].append(time_of(theirs))
+            samples["hosts"].append(time_of(hosts))
+            samples["local"].append(time_of(locals_))
+    text = f"effectiveprivs : id, {MEMBERSHIPS:,} groups, {ENTRIES} entries"
+    return [ratio_row(text, median(samples["hosts"]), median(samples["theirs"]), EFFECTIVE_TARGET,
+                      "<= 3", samples),
+            ratio_row("    the groups being in /Local", median(samples["local"]),
+                      median(samples["theirs"]))]
+
+
+def require_answer(command, expected):
+    found = run(command).strip()
+    if found != expected:
+        raise CannotMeasure(f"{' '.join(command)} says {found}, not {expected}")
+
+
+def who_rows(tree):
+    """Everybody of many groups, and some by themselves."""
+    principals = [(UNIX_GROUP, 200_000 + number) for number in range(GROUPS)]
+    principals += [(UNIX_USER, 100_000 + number) for number in range(ENTRIES - GROUPS)]
+    file = tree.file_with("who", principals)
+    command = [tree.path(KEELHOUSE), "--root", tree.folder, "who", file]
+    # Root is one of them, and the list of people ends after as many as there are users.
+    if run(command).count("yes") < USERS:
+        raise CannotMeasure(f"keelhouse who tells of fewer than {USERS:,} people")
+    samples = [time_of(command) for _ in range(7)]
+    peak = max(peak_of([tree.path(PROGRAM), "--who", "-p", file]) for _ in range(3))
+    return [Row(f"keelhouse who, {ENTRIES} entries, {USERS:,} users", milliseconds(median(samples)),
+                value=median(samples), target=WHO_TARGET, target_text="<= 2 s",
+                samples={"ours": samples}),
+            Row("    at its highest (VmHWM)", mebibytes(peak), value=peak)]
+
+
 def sizes_for(wanted):
     """How many share points the wanted measures need at a time."""
     sizes = set(SIZES) if "growth" in wanted else {SHARES}
@@ -447,4 +511,5 @@ ALL = {"memory": memory, "listing": listing, "growth": growth, "exports": export
        "change": change, "shares": shares, "writes": writes, "names": names,
        "indexing": indexing, "quotas": quotas,
        "counting": counting, "privileges": privileges, "ldap": ldap,
-       "propagation": propagation, "shapes": shapes}
+       "propagation": propagation, "shapes": shapes,
+       "permissions": permissions}

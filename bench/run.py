@@ -88,7 +88,7 @@ def measure(arguments):
     bench = Bench(arguments.work, arguments.tree, arguments.programs)
     wanted = [name for name in measures.ALL if name in (arguments.only or measures.ALL)]
     if set(wanted) - {"exports", "names", "quotas", "counting", "privileges", "ldap", "propagation",
-                      "shapes"}:
+                      "shapes", "permissions"}:
         say("filling paddockd's directory")
         bench.server.fill(measures.sizes_for(wanted))
     rows = []

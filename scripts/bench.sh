@@ -23,7 +23,7 @@ command_bench() {
         arguments+=("$1" "$2")
         shift 2
         ;;
-      *) usage_error "usage: ./paddock bench [--json FILE] [--only listing|growth|exports|change|shares|writes|names|privileges|indexing|quotas|counting|ldap|propagation|shapes|memory]..." ;;
+      *) usage_error "usage: ./paddock bench [--json FILE] [--only listing|growth|exports|change|shares|writes|names|privileges|indexing|quotas|counting|ldap|propagation|shapes|permissions|memory]..." ;;
     esac
   done
   [ "$(id -u)" -eq 0 ] || die "bench runs exportfs on files of its own, which takes root"
