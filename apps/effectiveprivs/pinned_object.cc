@@ -74,10 +74,10 @@ PinnedObject PinnedObject::parentOfFile() const {
     FileDescriptor folder = openFolderAt(AT_FDCWD, above.c_str(), error);
     struct stat found {};
     const char* name = path.c_str() + slash + 1;
+    if (error == 0)
+      error = errnoOf([&] { return ::fstatat(folder.get(), name, &found, AT_SYMLINK_NOFOLLOW); });
     // The path may be another file's by now.
-    if (error == 0 && ::fstatat(folder.get(), name, &found, AT_SYMLINK_NOFOLLOW) == 0 &&
-        isSameAs(found))
-      return {std::move(folder), above};
+    if (error == 0 && isSameAs(found)) return {std::move(folder), above};
   }
   throw Failure("cannot find the folder that " + path_ + " is in: it was moved or removed");
 }

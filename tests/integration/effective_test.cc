@@ -217,6 +217,16 @@ TEST_F(EffectiveCommand, ExplainsIt) {
               StartsWith("{\"bitmap\":2178,"));
 }
 
+TEST_F(EffectiveCommand, TellsWhoMay) {
+  done({"acl", "set", shared_, "deny user:paddock-zoe write", "allow group:paddock-club full"});
+  const std::string text = done({"who", shared_});
+  EXPECT_THAT(text, StartsWith(shared_ + ": owner root, "));
+  EXPECT_THAT(text, HasSubstr("  paddock-zoe       yes   no     yes          read, permissions: "
+                              "entry 2: allow group:paddock-club\n"));
+  EXPECT_THAT(text, HasSubstr("  (everybody else)  no    no     no           -\n"));
+  EXPECT_THAT(done({"--json", "who", shared_}), StartsWith("{\"everybodyElse\":"));
+}
+
 TEST_F(EffectiveCommand, ADamagedListIsAnErrorInEitherWay) {
   ASSERT_EQ(::setxattr(shared_.c_str(), "security.NTACL", "\1", 1, 0), 0);
   const EndedProgram plain = keelhouse({"effective", shared_, "paddock-zoe"});
