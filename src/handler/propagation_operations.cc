@@ -2,6 +2,7 @@
 // and effective permissions.
 #include <array>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 #include "handler/request_keys.h"
@@ -54,9 +55,13 @@ void copyFromContext(const Context& context, const char* key, Dictionary& reply)
   reply.set(key, context.get(key));
 }
 
-// A larger number would otherwise ask for somebody else, root among them.
-bool isUserId(std::int64_t number) {
-  return number >= 0 && number <= std::numeric_limits<std::uint32_t>::max();
+// Root's when the request names none. Null for what is no user id, which would otherwise ask for
+// somebody else, root among them.
+std::optional<std::uint32_t> userIdOf(const Dictionary& request) {
+  if (!request.contains(kUidKey)) return 0;
+  const auto number = request.integer(kUidKey);
+  if (!number || *number < 0 || *number > std::numeric_limits<std::uint32_t>::max()) return {};
+  return static_cast<std::uint32_t>(*number);
 }
 
 }  // namespace
@@ -107,11 +112,9 @@ Dictionary SharingRequestHandler::getEffectivePermsWithRequest(const Dictionary&
   const std::lock_guard lock(*gSettingsDictLock);
   const std::string* path = request.string(kPathKey);
   std::int32_t bitmap = 0;
-  const std::int64_t uid = request.integer(kUidKey).value_or(0);
+  const auto uid = userIdOf(request);
   // Deliberate: its status is not reported.
-  if (path != nullptr && isUserId(uid)) {
-    (void)get_effective_permissions(*path, static_cast<std::uint32_t>(uid), bitmap);
-  }
+  if (path != nullptr && uid) (void)get_effective_permissions(*path, *uid, bitmap);
   reply.set(kBitmapKey, bitmap);
   if (path != nullptr) reply.set(kPathKey, *path);
   return reply;

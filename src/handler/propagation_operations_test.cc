@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
 
 #include "privileges/bundle_programs.h"
@@ -145,8 +147,11 @@ TEST_F(PropagationOperations, AUserIdIsReadAsANumber) {
   EXPECT_EQ(programs.runs().back().arguments[3], "0");
 }
 
-TEST_F(PropagationOperations, ANumberThatIsNoUserIdHasNoPermissions) {
-  for (const Value& uid : {Value(-1), Value(4294967296LL), Value("-2")}) {
+TEST_F(PropagationOperations, WhatIsNoUserIdHasNoPermissions) {
+  for (const Value& uid :
+       {Value(-1), Value(4294967296LL), Value(std::numeric_limits<std::uint64_t>::max()),
+        Value("-2"), Value("99999999999999999999"), Value("anna"), Value(""), Value(Array{501}),
+        Value(Dictionary{{"uid", 501}}), Value(Data{{1}})}) {
     EXPECT_EQ(effective({{"path", "/srv/a"}, {"uid", uid}}),
               (Dictionary{{"bitmap", 0}, {"path", "/srv/a"}}));
   }
