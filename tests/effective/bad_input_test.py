@@ -190,7 +190,8 @@ class CorruptListsTest(world.EffectiveTest):
         many = [nt_list.entry(nt_list.ALLOW, user_sid(ANNA), 1)] * 1001
         return {
             "nothing": b"", "a byte": b"\1", "text": b"no list at all", "cut short": good[:-1],
-            "cut in the descriptor": good[:20], "one byte more": good + b"\0", "another version": b"\5\0\5\0" + good[4:],
+            "cut in the descriptor": good[:20], "one byte more": good + b"\0",
+            "another version": b"\5\0\5\0" + good[4:],
             "two versions": b"\1\0\2\0" + good[4:], "no pointer": good[:4] + bytes(4) + good[8:],
             "another revision": good[:8] + b"\2" + good[9:], "a list far away": good[:24] + b"\xff\0\0\0" + good[28:],
             "an owner in the header": good[:12] + b"\4\0\0\0" + good[16:], "too many entries": nt_list.value(many),
@@ -225,8 +226,8 @@ class ManyGroupsTest(world.EffectiveTest):
 
     @classmethod
     def make_accounts(cls):
-        world.use_as_etc(cls.folder, "passwd", ["root:x:0:0::/:/bin/false", "many:x:%d:%d::/:/bin/false" % (MANY, MANY)],
-                         cls.addClassCleanup)
+        users = ["root:x:0:0::/:/bin/false", "many:x:%d:%d::/:/bin/false" % (MANY, MANY)]
+        world.use_as_etc(cls.folder, "passwd", users, cls.addClassCleanup)
         world.use_as_etc(cls.folder, "group", ["root:x:0:", "many:x:%d:" % MANY] + [
             "g%d:x:%d:many" % (number, MANY + number) for number in range(1, MANY_GROUPS + 1)], cls.addClassCleanup)
 

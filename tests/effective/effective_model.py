@@ -9,7 +9,7 @@ BITS = [1 << number for number in range(1, 14)]
 
 READ_DATA, WRITE_DATA, EXECUTE, DELETE, APPEND, DELETE_CHILD = 2, 4, 8, 16, 32, 64
 READ_ATTRIBUTES, WRITE_ATTRIBUTES, READ_EXTENDED, WRITE_EXTENDED = 128, 256, 512, 1024
-READ_SECURITY, WRITE_SECURITY = 2048, 4096
+READ_SECURITY, WRITE_SECURITY, CHANGE_OWNER = 2048, 4096, 8192
 
 OF_MODE = {4: {READ_DATA, READ_EXTENDED}, 2: {WRITE_DATA, APPEND, WRITE_EXTENDED}, 1: {EXECUTE}}
 OF_THE_OWNER = {WRITE_ATTRIBUTES, WRITE_SECURITY}
@@ -61,6 +61,8 @@ def without_an_entry(user, thing, parent, bit):
         return Decision(True, "everybody", None)
     if bit in OF_THE_OWNER:
         return Decision(is_owner(user, thing), "owner", None)
+    if bit == CHANGE_OWNER or bit == DELETE_CHILD and not thing.is_folder:
+        return Decision(False, "nothing", None)
     digit = thing.mode >> class_shift(user, thing) & 7
     given = set().union(*(bits for one, bits in OF_MODE.items() if digit & one))
     if thing.is_folder and digit & 2:

@@ -5,13 +5,15 @@
 
 PADDOCK_SEED repeats a run, PADDOCK_ROUNDS makes it longer. Needs root, for namespaces of its own.
 """
+import json
 import os
 import random
 import struct
+import subprocess
 
 import effective_world as world
 import nt_list
-from effective_model import ALL, BITS, ROOT, Entry, Object, bitmap
+from effective_model import ALL, BITS, ROOT, Entry, Object, bitmap, decide
 from nt_list import AUTHENTICATED, EVERYONE, OWNER_RIGHTS, group_sid, guid_sid, user_sid
 
 ROUNDS = int(os.environ.get("PADDOCK_ROUNDS", "60"))
@@ -89,7 +91,7 @@ class Maker:
 
     def owners(self):
         uid = world.UNKNOWN if self.happens(0.05) else world.uid_of(self.random.choice(world.NAMES))
-        return uid, self.random.choice(HOST_GIDS)
+        return uid, self.random.choice(HOST_GIDS + LOCAL_GIDS)
 
     def mode(self):
         return self.random.choice((0o755, 0o700, 0o750, 0o770, 0o644, 0o705, 0, self.random.randrange(512)))
@@ -168,6 +170,38 @@ class RandomListsTest(world.EffectiveTest):
                     self.assertEqual(found, bitmap(user, thing, parent),
                                      "bits that differ: %d" % (found ^ bitmap(user, thing, parent)))
 
+    def test_the_explanation_is_the_models(self):
+        for number in range(max(1, ROUNDS // 3)):
+            path, thing, parent = self.case(number)
+            for name in self.asked(3):
+                user = self.users[name]
+                with self.subTest(seed=SEED, number=number, user=name, path=path, thing=thing, parent=parent):
+                    self.compare_explanation(path, user, thing, parent)
+
+    def compare_explanation(self, path, user, thing, parent):
+        ended = self.run_program("-p", path, "-u", str(user.uid), "--explain", "--json")
+        self.assertEqual((ended.returncode, ended.stderr), (0, b""), ended)
+        explained = json.loads(ended.stdout)
+        self.assertEqual(explained["bitmap"], bitmap(user, thing, parent))
+        self.assertEqual([line["bit"] for line in explained["bits"]], BITS)
+        for line in explained["bits"]:
+            decision = decide(user, thing, parent, line["bit"])
+            self.assertEqual((line["granted"], line["by"], line.get("entry")), tuple(decision), line)
+
+    def test_a_decision_names_the_groups_through_which_it_came(self):
+        path = os.path.join(self.place, "file")
+        with open(path, "w", encoding="ascii"):
+            pass
+        os.setxattr(path, nt_list.ATTRIBUTE, nt_list.value([
+            nt_list.entry(nt_list.ALLOW, group_sid(world.BOARD), nt_list.mask_of(2)),
+            nt_list.entry(nt_list.ALLOW, group_sid(world.CLUB), nt_list.mask_of(4)),
+            nt_list.entry(nt_list.ALLOW, user_sid(world.FRITZ), nt_list.mask_of(8))]))
+        ended = self.run_program("-p", path, "-u", str(world.FRITZ), "--explain", "--json")
+        decided = {line["bit"]: line for line in json.loads(ended.stdout)["bits"]}
+        for bit, principal, through in ((2, "board", ["club", "board"]), (4, "club", ["club"]), (8, "fritz", [])):
+            self.assertIn(principal, decided[bit]["principal"])
+            self.assertEqual(decided[bit]["through"], through, decided[bit])
+
     def test_root_has_everything(self):
         for number in range(5):
             path, _, _ = self.case(number)
@@ -181,6 +215,7 @@ class RandomListsTest(world.EffectiveTest):
                     [os.getxattr(path, name) for name in os.listxattr(path)])
         before = state()
         self.effective(path, self.users["bert"].uid)
+        subprocess.run([self.program, "-p", path, "-u", "21002", "--explain"], check=True, stdout=subprocess.DEVNULL)
         self.assertEqual(state(), before)
 
 
