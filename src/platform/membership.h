@@ -5,7 +5,9 @@
 // and each GUID made here maps back. Errors are errno values; any thread may call.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "base/guid.h"
 #include "base/principal.h"
@@ -14,10 +16,25 @@ namespace paddock {
 
 class Membership {
  public:
+  struct GuidAnswer {
+    int error = 0;
+    Guid guid{};
+  };
+
   virtual ~Membership() = default;
   // 0 and `guid`, or an errno and `guid` all zero.
   virtual int uidToGuid(std::uint32_t uid, Guid& guid) = 0;
   virtual int gidToGuid(std::uint32_t gid, Guid& guid) = 0;
+  // The same for several users and groups, in their order; what has to be asked of others may be
+  // asked for all of them together.
+  virtual std::vector<GuidAnswer> toGuids(const std::vector<Principal>& principals) {
+    std::vector<GuidAnswer> answers(principals.size());
+    for (std::size_t at = 0; at < principals.size(); ++at)
+      answers[at].error = principals[at].type == PrincipalType::user
+                              ? uidToGuid(principals[at].id, answers[at].guid)
+                              : gidToGuid(principals[at].id, answers[at].guid);
+    return answers;
+  }
   // 0 and the id with its type; ENOENT when the GUID names neither a user nor a group (`id`
   // is then 0).
   virtual int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) = 0;

@@ -8,6 +8,7 @@
 
 #include "base/guid.h"
 #include "ldap/ldap_fixture.h"
+#include "platform/linux/account_searches.h"
 #include "platform/linux/file_privileges.h"
 #include "platform/linux/linux_directory.h"
 #include "platform/linux/linux_membership.h"
@@ -195,6 +196,9 @@ class LdapLookUps : public LdapNames {
   }
   SlapdOptions slapdOptions() override {
     return {.global = "objectclass ( 2.25.1.2.3 NAME 'sitePerson' SUP inetOrgPerson STRUCTURAL )\n",
+            .database =
+                "limits dn.exact=\"cn=service,dc=example\" size.soft=500 size.hard=unlimited "
+                "size.prtotal=unlimited\n",
             .statistics = true};
   }
 
@@ -292,6 +296,65 @@ TEST_F(LdapLookUps, ANameIsAskedForEachTime) {
                 EXPECT_NE(makeLdapNode(server_)->findRecord("user1", schema::kUsers), nullptr);
             }),
             2U);
+}
+
+// The names that are found for each uid, asked for together.
+std::vector<std::vector<std::string>> usersOf(DirectoryNode& node, const std::vector<int>& uids) {
+  std::vector<AccountQuestion> questions;
+  for (const int uid : uids)
+    questions.push_back({schema::kUsers, schema::kUniqueID, std::to_string(uid)});
+  std::vector<std::vector<std::string>> names;
+  for (const Array& answer : dynamic_cast<AccountSearches&>(node).findEach(questions))
+    names.push_back(namesOf(answer));
+  return names;
+}
+
+TEST_F(LdapLookUps, SeveralAreAskedForTogetherAndEachIsKnownThen) {
+  const std::string guid = guidOf("(uid=user4)");
+  const auto ask = [&] {
+    EXPECT_THAT(usersOf(*makeLdapNode(server_), {kFirstId + 1, 2'013'000'009, kFirstId + 4}),
+                ElementsAre(ElementsAre("user1"), IsEmpty(), ElementsAre("user4")));
+  };
+  EXPECT_EQ(userOf(kFirstId + 1).size(), 1U);
+  EXPECT_EQ(costOf(ask), 2U);
+  EXPECT_EQ(costOf(ask), 0U);
+  EXPECT_EQ(costOf([&] { EXPECT_EQ(who(guid).size(), 1U); }), 0U);
+}
+
+TEST_F(LdapLookUps, WhereNothingIsKeptSeveralAreAskedForTogetherToo) {
+  options_.keeping = std::chrono::milliseconds(0);
+  const auto node = nodeWith(options_);
+  EXPECT_EQ(costOf([&] {
+              EXPECT_THAT(usersOf(*node, {kFirstId + 1, kFirstId + 1}),
+                          ElementsAre(ElementsAre("user1"), ElementsAre("user1")));
+            }),
+            2U);
+}
+
+TEST_F(LdapLookUps, SeveralThatAServerCannotBeAskedForFailTogether) {
+  options_.base = "dc=nowhere";
+  const auto node = nodeWith(options_);
+  EXPECT_EQ(raised([&] { usersOf(*node, {kFirstId + 1, kFirstId + 2}); }), ENOENT);
+  slapd().stop();
+  EXPECT_EQ(raised([&] {
+              usersOf(*nodeWith(keeping(std::chrono::hours(1))), {1, 2});
+            }),
+            ECONNREFUSED);
+}
+
+TEST_F(LdapLookUps, AnAnswerThatHitsALimitIsAskedForInPages) {
+  std::string entries;
+  for (int number = 0; number < 700; ++number) {
+    const std::string text = std::to_string(number);
+    entries += "dn: uid=same" + text + ",ou=people,dc=example\nobjectClass: inetOrgPerson\n" +
+               "objectClass: posixAccount\nuid: same" + text +
+               "\ncn: x\nsn: x\nuidNumber: 2013000001\ngidNumber: 1\nhomeDirectory: /\n\n";
+  }
+  slapd().add(entries);
+  const auto found = usersOf(*makeLdapNode(server_), {kFirstId + 1, 2'013'000'001, kFirstId + 2});
+  EXPECT_THAT(found.at(0), ElementsAre("user1"));
+  EXPECT_EQ(found.at(1).size(), 700U);
+  EXPECT_THAT(found.at(2), ElementsAre("user2"));
 }
 
 TEST_F(LdapLookUps, WhoHasAuthenticatedGetsAnswersOfItsOwn) {

@@ -15,9 +15,14 @@ class CachedMembership final : public Membership {
 
   int uidToGuid(std::uint32_t uid, Guid& guid) override;
   int gidToGuid(std::uint32_t gid, Guid& guid) override;
+  std::vector<GuidAnswer> toGuids(const std::vector<Principal>& principals) override;
   int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) override;
 
  private:
+  AccountCache<std::uint32_t, Guid>& cacheOf(const Principal& principal) {
+    return principal.type == PrincipalType::user ? users_ : groups_;
+  }
+
   Membership& membership_;
   AccountCache<std::uint32_t, Guid> users_;
   AccountCache<std::uint32_t, Guid> groups_;

@@ -199,14 +199,72 @@ std::vector<LdapAccount> LdapAccounts::findAndKeep(LdapAnswers& answers, const T
                                                    const std::string& value) {
   const auto asked = answers.now();
   auto found = find(types, attribute, value);
-  if (attribute == schema::kGeneratedUID || access_.options().accounts.guid != kServersGuid)
-    return found;
+  if (attribute != schema::kGeneratedUID) keepByGuid(answers, found, asked);
+  return found;
+}
+
+void LdapAccounts::keepByGuid(LdapAnswers& answers, const std::vector<LdapAccount>& found,
+                              std::chrono::steady_clock::time_point asked) {
+  if (access_.options().accounts.guid != kServersGuid) return;
   for (const LdapAccount& account : found) {
     const std::string* const guid = guidIn(account);
     if (guid != nullptr && account.isOfOneType)
       answers.keep(keyOf({schema::kUsers, schema::kGroups}, schema::kGeneratedUID, *guid),
                    {account}, asked);
   }
+}
+
+std::vector<std::vector<LdapAccount>> LdapAccounts::withEach(
+    const std::vector<AccountQuestion>& questions) {
+  LdapAnswers* const answers = access_.answers();
+  if (answers == nullptr) return askEach(questions);
+  std::vector<std::string> keys;
+  keys.reserve(questions.size());
+  for (const auto& [type, attribute, value] : questions)
+    keys.push_back(keyOf({type}, attribute, value));
+  return answers->getEach(keys, [&](const std::vector<std::size_t>& places) {
+    const auto asked = answers->now();
+    std::vector<AccountQuestion> open;
+    open.reserve(places.size());
+    for (const std::size_t at : places) open.push_back(questions[at]);
+    auto found = askEach(open);
+    for (const auto& accounts : found) keepByGuid(*answers, accounts, asked);
+    return found;
+  });
+}
+
+std::vector<std::vector<LdapAccount>> LdapAccounts::askEach(
+    const std::vector<AccountQuestion>& questions) {
+  // Servers close a connection with more requests than they take (slapd: 100).
+  constexpr std::size_t kTogether = 64;
+  const LdapAccountNames& names = access_.options().accounts;
+  std::vector<std::vector<LdapAccount>> found;
+  found.reserve(questions.size());
+  for (std::size_t start = 0; start < questions.size(); start += kTogether) {
+    const std::size_t end = std::min(questions.size(), start + kTogether);
+    std::vector<LdapQuery> queries;
+    for (std::size_t at = start; at < end; ++at) {
+      const auto& [type, attribute, value] = questions[at];
+      queries.push_back({.base = access_.options().base,
+                         .scope = LdapScope::subtree,
+                         .filter = filterOfType(names, type, filterFor(type, attribute, value)),
+                         .attributes = entryAttributes(names, {type})});
+    }
+    const auto answers = access_.run(
+        [&](LdapConnection& connection, bool) { return connection.searchEach(queries); });
+    for (std::size_t at = start; at < end; ++at)
+      found.push_back(accountsOf(answers[at - start], questions[at]));
+  }
+  return found;
+}
+
+std::vector<LdapAccount> LdapAccounts::accountsOf(const std::vector<LdapEntry>& entries,
+                                                  const AccountQuestion& question) {
+  std::vector<LdapAccount> found;
+  for (const LdapEntry& entry : entries)
+    if (auto account = accountOf(entry, question.type)) found.push_back(std::move(*account));
+  std::sort(found.begin(), found.end(), isOlder);
+  eraseOthers(found, question.attribute, caseFold(question.value));
   return found;
 }
 

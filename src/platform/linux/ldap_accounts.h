@@ -10,10 +10,12 @@
 // on every node. Members are asked for by the name that their own entry has.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/linux/account_searches.h"
 #include "platform/linux/ldap_access.h"
 #include "platform/linux/ldap_account.h"
 
@@ -34,6 +36,8 @@ class LdapAccounts {
   // (LdapAnswers), unless a user has authenticated.
   std::vector<LdapAccount> withValue(const std::vector<std::string>& types,
                                      const std::string& attribute, const std::string& value);
+  // The same for several questions, which the server is asked together.
+  std::vector<std::vector<LdapAccount>> withEach(const std::vector<AccountQuestion>& questions);
 
  private:
   using Types = std::vector<std::string>;
@@ -46,6 +50,11 @@ class LdapAccounts {
                                         const std::string& attribute, const std::string& value);
   std::vector<LdapAccount> findAndKeep(LdapAnswers& answers, const Types& types,
                                        const std::string& attribute, const std::string& value);
+  void keepByGuid(LdapAnswers& answers, const std::vector<LdapAccount>& found,
+                  std::chrono::steady_clock::time_point asked);
+  std::vector<std::vector<LdapAccount>> askEach(const std::vector<AccountQuestion>& questions);
+  std::vector<LdapAccount> accountsOf(const std::vector<LdapEntry>& entries,
+                                      const AccountQuestion& question);
   std::optional<LdapAccount> accountOf(const LdapEntry& entry, const std::string& type);
   std::vector<LdapEntry> run(const std::string& filter, const std::vector<std::string>& attributes);
   std::vector<LdapEntry> search(const std::string& type, const std::string& filter,

@@ -23,6 +23,8 @@ class LdapAnswers {
  public:
   using Answer = std::vector<LdapAccount>;
   using Ask = std::function<Answer()>;
+  // Answers the questions at these places of a list, in their order.
+  using AskEach = std::function<std::vector<Answer>(const std::vector<std::size_t>& places)>;
 
   // How many answers are kept; the next one drops them all.
   static constexpr std::size_t kCapacity = 1024;
@@ -43,6 +45,9 @@ class LdapAnswers {
   // a DirectoryError, is thrown to everybody who waited for it, and not kept. Who has waited for
   // too long asks for itself. Any thread may call.
   Answer get(const std::string& key, const Ask& ask);
+
+  // The same for several; those that have to be asked are asked together.
+  std::vector<Answer> getEach(const std::vector<std::string>& keys, const AskEach& ask);
 
   // Keeps what was found besides; `asked` is from before the server was.
   void keep(const std::string& key, const Answer& answer,
@@ -65,6 +70,16 @@ class LdapAnswers {
   };
 
   Answer askAs(const std::shared_ptr<Question>& question, const std::string& key, const Ask& ask);
+  // One of several: what is known of it, and whether it is this caller's to ask.
+  struct Lookup {
+    std::optional<Answer> answer;
+    std::shared_ptr<Question> question;
+    bool isMine = false;
+  };
+
+  std::optional<Answer> known(const std::string& key);  // with the lock
+  Lookup lookUp(const std::string& key);
+  void askMine(std::vector<Lookup>& all, const std::vector<std::string>& keys, const AskEach& ask);
   Answer awaitOrAsk(std::unique_lock<std::mutex> lock, const Question& question, const Ask& ask);
   void settle(Question& question, const std::string& key);
 

@@ -92,6 +92,35 @@ TEST_F(LdapAnswersTest, OneAnswerTooManyDropsThemAll) {
   EXPECT_NE(asked("0"), "1");
 }
 
+TEST_F(LdapAnswersTest, OfSeveralThoseThatAreNotKnownAreAskedTogether) {
+  asked("b");
+  std::vector<std::vector<std::size_t>> rounds;
+  const auto askEach = [&](const std::vector<std::size_t>& places) {
+    rounds.push_back(places);
+    std::vector<LdapAnswers::Answer> found;
+    for (const std::size_t at : places) found.push_back(named("place " + std::to_string(at)));
+    return found;
+  };
+  const auto all = answers_.getEach({"a", "b", "c", "a"}, askEach);
+  ASSERT_EQ(all.size(), 4U);
+  EXPECT_EQ(all[0].at(0).dn, "place 0");
+  EXPECT_EQ(all[1].at(0).dn, "1");
+  EXPECT_EQ(all[2].at(0).dn, "place 2");
+  EXPECT_EQ(all[3].at(0).dn, "place 0");
+  answers_.getEach({"c", "a"}, askEach);
+  EXPECT_EQ(rounds, (std::vector<std::vector<std::size_t>>{{0, 2}}));
+  EXPECT_EQ(asked("c"), "place 2");
+}
+
+TEST_F(LdapAnswersTest, AFailureOfSeveralIsNotKept) {
+  const auto fail = [](const auto&) -> std::vector<LdapAnswers::Answer> {
+    throw DirectoryError(EBUSY, "busy");
+  };
+  EXPECT_THROW(answers_.getEach({"a", "b"}, fail), DirectoryError);
+  EXPECT_EQ(asked("a"), "1");
+  EXPECT_EQ(asked("b"), "2");
+}
+
 TEST_F(LdapAnswersTest, WithoutATimeEveryQuestionIsAsked) {
   LdapAnswers none(clock_, {milliseconds(0), hours(1)});
   int questions = 0;

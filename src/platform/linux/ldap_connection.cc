@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <sstream>
 
 #include "base/text.h"
@@ -390,7 +391,7 @@ std::vector<LdapEntry> LdapConnection::search(const LdapQuery& query) {
   std::size_t size = 0;
   std::string cookie;
   do {
-    Page page = receive(send(query, cookie), query);
+    Page page = receive(send(query, &cookie), query);
     std::move(page.entries.begin(), page.entries.end(), std::back_inserter(entries));
     size += page.size;
     if (size > kLargestAnswer)
@@ -405,29 +406,36 @@ std::vector<std::vector<LdapEntry>> LdapConnection::searchEach(
   const BlockedSigpipe blocked;
   std::vector<int> messages;
   messages.reserve(queries.size());
-  for (const LdapQuery& query : queries) messages.push_back(send(query, ""));
-  std::vector<std::vector<LdapEntry>> answers;
-  answers.reserve(queries.size());
+  for (const LdapQuery& query : queries) messages.push_back(send(query, nullptr));
+  std::vector<std::vector<LdapEntry>> answers(queries.size());
+  std::vector<std::size_t> limited;
+  std::optional<LdapError> failed;
   for (std::size_t at = 0; at < queries.size(); ++at) {
     try {
-      answers.push_back(receive(messages[at], queries[at]).entries);
+      answers[at] = receive(messages[at], queries[at]).entries;
     } catch (const LdapError& error) {
-      if (error.result() != LDAP_NO_SUCH_OBJECT) throw;
-      answers.emplace_back();
+      if (!usable_) throw;
+      const bool mayBeGone = queries[at].scope == LdapScope::base;
+      if (error.result() == LDAP_SIZELIMIT_EXCEEDED)
+        limited.push_back(at);
+      else if (!failed && !(mayBeGone && error.result() == LDAP_NO_SUCH_OBJECT))
+        failed.emplace(error);
     }
   }
+  if (failed) throw LdapError(*failed);
+  for (const std::size_t at : limited) answers[at] = search(queries[at]);  // in pages
   return answers;
 }
 
-int LdapConnection::send(const LdapQuery& query, const std::string& cookie) {
+int LdapConnection::send(const LdapQuery& query, const std::string* cookie) {
   std::vector<char*> attributes;
   attributes.reserve(query.attributes.size() + 1);
   for (const std::string& attribute : query.attributes)
     attributes.push_back(const_cast<char*>(attribute.c_str()));
   attributes.push_back(nullptr);
   Control paged;
-  if (query.scope == LdapScope::subtree) {
-    berval place = bervalOf(cookie);
+  if (cookie != nullptr && query.scope == LdapScope::subtree) {
+    berval place = bervalOf(*cookie);
     LDAPControl* made = nullptr;
     const int result = ldap_create_page_control(ldap_, kPageSize, &place, 0, &made);
     if (result != LDAP_SUCCESS) fail(result, what("searching", query.base));

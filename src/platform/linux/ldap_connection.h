@@ -62,7 +62,8 @@ class LdapConnection {
   // Every entry that matches: in pages where the server knows them; a limit that it hits is an
   // error. References to other servers are not followed.
   std::vector<LdapEntry> search(const LdapQuery& query);
-  // The answers to several queries, which are under way together.
+  // The same for several queries, which are under way together; a query of the scope `base` whose
+  // entry is not there has an empty answer.
   std::vector<std::vector<LdapEntry>> searchEach(const std::vector<LdapQuery>& queries);
 
   // `attributes` are all of kind `add`.
@@ -87,7 +88,8 @@ class LdapConnection {
   void startTls();
   void setOptions();
   [[noreturn]] void failConnecting(int result, int number);
-  int send(const LdapQuery& query, const std::string& cookie);
+  // With a cookie, one page is asked for.
+  int send(const LdapQuery& query, const std::string* cookie);
   // Receives the entries of a page; its cookie is empty when there are no more.
   Page receive(int message, const LdapQuery& query);
   ldapmsg* await(int message, const std::string& what);

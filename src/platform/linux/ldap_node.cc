@@ -116,7 +116,7 @@ Array sortedAnswers(std::vector<Found> found) {
   return answers;
 }
 
-class LdapNode final : public DirectoryNode {
+class LdapNode final : public DirectoryNode, public AccountSearches {
  public:
   explicit LdapNode(std::shared_ptr<LdapServer> server)
       : path_(server->options().path()), access_(std::make_shared<LdapAccess>(std::move(server))) {}
@@ -135,6 +135,17 @@ class LdapNode final : public DirectoryNode {
          LdapRecords(*access_).withValue(recordTypes(types), attribute, value))
       found.push_back({record.order, attributesOf(record)});
     return sortedAnswers(std::move(found));
+  }
+
+  std::vector<Array> findEach(const std::vector<AccountQuestion>& questions) override {
+    std::vector<Array> answers;
+    answers.reserve(questions.size());
+    for (const std::vector<LdapAccount>& accounts : LdapAccounts(*access_).withEach(questions)) {
+      Array& answer = answers.emplace_back();
+      for (const LdapAccount& account : accounts)
+        answer.emplace_back(dictionaryOf(account.attributes));
+    }
+    return answers;
   }
 
   Array findRecordNames(const std::string& name, const std::vector<std::string>& attributes,

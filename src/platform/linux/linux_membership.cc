@@ -1,11 +1,13 @@
 #include "platform/linux/linux_membership.h"
 
 #include <cerrno>
+#include <numeric>
 #include <optional>
 #include <utility>
 
 #include "platform/directory_schema.h"
 #include "platform/linux/account_answers.h"
+#include "platform/linux/account_searches.h"
 
 namespace paddock {
 
@@ -25,13 +27,37 @@ const Kind& kindOf(PrincipalType type) {
   return type == PrincipalType::user ? kUserKind : kGroupKind;
 }
 
-std::optional<Guid> recordedGuid(DirectoryNode& node, const Principal& principal) {
+AccountQuestion questionOf(const Principal& principal) {
   const Kind& kind = kindOf(principal.type);
-  const Array answers = node.findRecordsOfTypes({kind.recordType}, kind.idAttribute,
-                                                std::to_string(principal.id), kExact);
+  return {kind.recordType, kind.idAttribute, std::to_string(principal.id)};
+}
+
+std::optional<Guid> guidIn(const Array& answers) {
   for (const Value& answer : answers)
     if (const auto guid = firstGuid(answer, schema::kGeneratedUID)) return guid;
   return std::nullopt;
+}
+
+std::optional<Guid> recordedGuid(DirectoryNode& node, const Principal& principal) {
+  const AccountQuestion question = questionOf(principal);
+  return guidIn(
+      node.findRecordsOfTypes({question.type}, question.attribute, question.value, kExact));
+}
+
+std::vector<std::optional<Guid>> recordedGuids(DirectoryNode& node,
+                                               const std::vector<Principal>& principals) {
+  std::vector<std::optional<Guid>> guids;
+  guids.reserve(principals.size());
+  auto* const together = dynamic_cast<AccountSearches*>(&node);
+  if (together == nullptr) {
+    for (const Principal& principal : principals) guids.push_back(recordedGuid(node, principal));
+    return guids;
+  }
+  std::vector<AccountQuestion> questions;
+  questions.reserve(principals.size());
+  for (const Principal& principal : principals) questions.push_back(questionOf(principal));
+  for (const Array& answer : together->findEach(questions)) guids.push_back(guidIn(answer));
+  return guids;
 }
 
 std::optional<Principal> recordedPrincipal(DirectoryNode& node, const Guid& guid) {
@@ -89,6 +115,35 @@ int LinuxMembership::toGuid(const Principal& principal, Guid& guid) {
     guid = recorded.value_or(computedGuid(principal));
     return 0;
   });
+}
+
+std::vector<Membership::GuidAnswer> LinuxMembership::toGuids(
+    const std::vector<Principal>& principals) {
+  std::vector<GuidAnswer> answers(principals.size());
+  if (principals.empty()) return answers;
+  // Those without a record so far.
+  std::vector<std::size_t> open(principals.size());
+  std::iota(open.begin(), open.end(), std::size_t{0});
+  const int error = errorOf([&] {
+    firstAnswer(directory_, [&](DirectoryNode& node) -> std::optional<bool> {
+      std::vector<Principal> asked;
+      for (const std::size_t at : open) asked.push_back(principals[at]);
+      const auto guids = recordedGuids(node, asked);
+      std::vector<std::size_t> left;
+      for (std::size_t number = 0; number < open.size(); ++number) {
+        if (guids[number])
+          answers[open[number]].guid = *guids[number];
+        else
+          left.push_back(open[number]);
+      }
+      open = std::move(left);
+      return open.empty() ? std::optional(true) : std::nullopt;
+    });
+    return 0;
+  });
+  for (const std::size_t at : open)
+    answers[at] = error != 0 ? GuidAnswer{error, {}} : GuidAnswer{0, computedGuid(principals[at])};
+  return answers;
 }
 
 int LinuxMembership::guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) {

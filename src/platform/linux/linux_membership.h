@@ -27,6 +27,7 @@ class LinuxMembership final : public Membership {
 
   int uidToGuid(std::uint32_t uid, Guid& guid) override;
   int gidToGuid(std::uint32_t gid, Guid& guid) override;
+  std::vector<GuidAnswer> toGuids(const std::vector<Principal>& principals) override;
   int guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) override;
 
  private:

@@ -144,5 +144,47 @@ TEST_F(LinuxMembershipTest, ADirectoryThatCannotAnswerGivesItsErrno) {
   EXPECT_EQ(id, 0U);
 }
 
+TEST_F(LinuxMembershipTest, SeveralHaveTheGuidsThatEachHasAlone) {
+  const Guid far = *parseGuid("DEADBEEF-0000-4000-8000-000000000002");
+  directory_.addNode("/LDAP/far", schema::kReadWrite);
+  addUser("anna", 1000, kOwn);
+  addUser("also anna", 1000, far, "/LDAP/far");
+  addUser("bert", 1001, std::nullopt);
+  addUser("bert", 1001, far, "/LDAP/far");
+  directory_.addRecord("/LDAP/far", schema::kGroups, "staff",
+                       {{schema::kPrimaryGroupID, "50"}, {schema::kGeneratedUID, guidText(far)}});
+  const std::vector<Principal> principals{{PrincipalType::user, 1001},
+                                          {PrincipalType::group, 50},
+                                          {PrincipalType::user, 1000},
+                                          {PrincipalType::user, 7},
+                                          {PrincipalType::user, 1001}};
+  const auto answers = membership_.toGuids(principals);
+  ASSERT_EQ(answers.size(), principals.size());
+  const std::vector<Guid> expected{far, far, kOwn, computedGuid(principals[3]), far};
+  for (std::size_t at = 0; at < principals.size(); ++at) {
+    EXPECT_EQ(answers[at].error, 0);
+    EXPECT_EQ(answers[at].guid, expected[at]) << at;
+    Guid alone;
+    if (principals[at].type == PrincipalType::user)
+      membership_.uidToGuid(principals[at].id, alone);
+    else
+      membership_.gidToGuid(principals[at].id, alone);
+    EXPECT_EQ(answers[at].guid, alone) << at;
+  }
+  EXPECT_TRUE(membership_.toGuids({}).empty());
+}
+
+TEST_F(LinuxMembershipTest, OfSeveralOnlyThoseThatANodeWasAskedForHaveItsError) {
+  directory_.addNode("/LDAP/office", schema::kReadWrite);
+  directory_.failOpening("/LDAP/office", ETIMEDOUT);
+  addUser("anna", 1000, kOwn);
+  const auto answers =
+      membership_.toGuids({{PrincipalType::user, 1000}, {PrincipalType::user, 1001}});
+  EXPECT_EQ(answers.at(0).error, 0);
+  EXPECT_EQ(answers.at(0).guid, kOwn);
+  EXPECT_EQ(answers.at(1).error, ETIMEDOUT);
+  EXPECT_EQ(answers.at(1).guid, Guid{});
+}
+
 }  // namespace
 }  // namespace paddock

@@ -1,5 +1,6 @@
 #include "platform/linux/principal_sids.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "base/computed_guid.h"
@@ -58,6 +59,18 @@ int PrincipalSids::guidFor(const nt_acl::Sid& sid, Guid& guid) {
   if (!isPrincipal(sid, principal)) return foreignGuid(sid, guid);
   guid = guidOf(principal);
   return 0;
+}
+
+void PrincipalSids::expect(const std::vector<nt_acl::Sid>& sids) {
+  std::vector<Principal> principals;
+  for (const nt_acl::Sid& sid : sids) {
+    const auto principal = nt_acl::unixPrincipal(sid);
+    const bool isNew = principal && std::find(principals.begin(), principals.end(), *principal) ==
+                                        principals.end();
+    if (isNew) principals.push_back(*principal);
+  }
+  // One alone is as well asked for when it is needed.
+  if (principals.size() > 1) membership_.toGuids(principals);
 }
 
 Guid PrincipalSids::guidOf(const Principal& principal) {

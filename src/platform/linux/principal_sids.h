@@ -21,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "base/guid.h"
 #include "platform/linux/nt_acl.h"
@@ -52,6 +53,9 @@ class PrincipalSids {
   // fails counts as one that does not know the SID, and a SID that cannot be remembered on disk is
   // remembered in memory.
   int guidFor(const nt_acl::Sid& sid, Guid& guid);
+
+  // Has the membership service look up all of them together; it keeps what it finds for `guidFor`.
+  void expect(const std::vector<nt_acl::Sid>& sids);
 
  private:
   Guid guidOf(const Principal& principal);

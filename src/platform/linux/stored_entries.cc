@@ -106,6 +106,11 @@ int writeEntry(PrincipalSids& sids, const acl::Entry& entry, Keepsakes& keepsake
 }  // namespace
 
 int readEntries(PrincipalSids& sids, const std::vector<Ace>& aces, acl::List& list) {
+  std::vector<Sid> named;
+  named.reserve(aces.size());
+  for (const Ace& ace : aces)
+    if (ace.foreign.empty()) named.push_back(ace.sid);
+  sids.expect(named);
   list.entries.reserve(list.entries.size() + aces.size());
   for (const Ace& ace : aces) {
     std::unique_ptr<acl::Entry> entry;

@@ -5,6 +5,7 @@
 
 #include "ldap/ldap_operations.h"
 #include "ldap/ldap_tls_fixture.h"
+#include "platform/linux/account_searches.h"
 #include "support/open_descriptors.h"
 
 namespace paddock {
@@ -52,8 +53,12 @@ void authenticateAndCreate(DirectoryNode& node) {
 }
 
 void askWhoIsWho(DirectoryNode& node) {
-  EXPECT_EQ(namesWith(node, schema::kUniqueID, "2001", schema::kUsers),
+  EXPECT_EQ(namesWith(node, schema::kPrimaryGroupID, "3001", schema::kUsers),
             std::vector<std::string>{"anna"});
+  const auto answers = dynamic_cast<AccountSearches&>(node).findEach(
+      {{schema::kUsers, schema::kUniqueID, "2001"}, {schema::kUsers, schema::kUniqueID, "9"}});
+  EXPECT_EQ(namesOf(answers.at(0)), std::vector<std::string>{"anna"});
+  EXPECT_TRUE(answers.at(1).empty());
   const auto editors = node.findRecord("editors", schema::kGroups);
   EXPECT_EQ(editors->getAttribute(schema::kGroupMembership), (Array{"anna", "bert"}));
   EXPECT_EQ(node.findRecord("everybody", schema::kGroups)->getAttribute(schema::kNestedGroups),
