@@ -199,6 +199,7 @@ Explanation explain(Accounts& accounts, const std::string& path, const Identity&
   if (kernel) {
     explanation.kernelDisagrees = disagreements(explanation, *kernel);
     explanation.barrier = kernel->barrier;
+    if (kernel->bits.isApart) explanation.kernelBitsApart = bitsText(kernel->bits.bits);
   }
   return explanation;
 }

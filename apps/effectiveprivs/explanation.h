@@ -52,7 +52,8 @@ struct Explanation {
   acl::Permission bitmap = 0;
   std::vector<ExplainedPermission> permissions;
   std::vector<Disagreement> kernelDisagrees;
-  std::string barrier;  // see KernelAnswer
+  std::string barrier;          // see KernelAnswer
+  std::string kernelBitsApart;  // what KernelBits::isApart is about, "rwx"; empty: nothing
 };
 
 ObjectDescription describe(Accounts& accounts, const std::string& path,

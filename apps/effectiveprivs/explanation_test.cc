@@ -202,6 +202,18 @@ TEST_F(Explaining, AFolderThatIsInTheWayIsNamed) {
   EXPECT_THAT(explanationJson(explanation), HasSubstr("\"barrier\":\"/srv\""));
 }
 
+TEST_F(Explaining, WhatTheKernelGivesOneAfterTheOtherButNotAtOnceIsTold) {
+  const auto file = fileWith(0);
+  KernelAnswer kernel = agreeing(explained(file));
+  kernel.bits = {KernelClass::group, posix_acl::kWrite | posix_acl::kExecute, true};
+  const Explanation explanation = explained(file, anna(), kernel);
+  EXPECT_THAT(
+      explanationText(explanation),
+      HasSubstr("kernel's own rules:\n  the groups of the host give -wx, but none of them all "
+                "of it: who wants all at once is refused\n"));
+  EXPECT_THAT(explanationJson(explanation), HasSubstr("\"kernelApart\":\"-wx\""));
+}
+
 TEST_F(Explaining, JsonHoldsTheSame) {
   const auto user = anna({groupOf(kCrew), groupOf(kStaff, HeldBy::nestedGroup, 0)});
   const auto file =

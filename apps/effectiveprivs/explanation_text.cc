@@ -1,7 +1,7 @@
 #include "base/printable.h"
+#include "base/text_table.h"
 #include "base/value.h"
 #include "effectiveprivs/explanation.h"
-#include "effectiveprivs/text_table.h"
 #include "wire/json.h"
 
 namespace paddock::effectiveprivs {
@@ -25,16 +25,21 @@ std::string headText(const Explanation& explanation) {
 }
 
 std::string kernelText(const Explanation& explanation) {
-  if (explanation.kernelDisagrees.empty() && explanation.barrier.empty()) return {};
+  if (explanation.kernelDisagrees.empty() && explanation.barrier.empty() &&
+      explanation.kernelBitsApart.empty())
+    return {};
   std::string text =
       "What local programs and NFS clients see differs, by the kernel's own rules:\n";
   if (!explanation.barrier.empty())
     text +=
         "  it does not let the user through the folder " + printable(explanation.barrier) + "\n";
+  if (!explanation.kernelBitsApart.empty())
+    text += "  the groups of the host give " + explanation.kernelBitsApart +
+            ", but none of them all of it: who wants all at once is refused\n";
   std::vector<std::vector<std::string>> rows;
   for (const Disagreement& one : explanation.kernelDisagrees)
-    rows.push_back({yesOrNo(one.kernel), one.name, printable(one.why)});
-  return text + textTable(rows);
+    rows.push_back({"", yesOrNo(one.kernel), one.name, printable(one.why)});
+  return text + formatTable(rows);
 }
 
 Value permissionValue(const ExplainedPermission& permission) {
@@ -75,8 +80,8 @@ std::string objectText(const ObjectDescription& object) {
 std::string explanationText(const Explanation& explanation) {
   std::vector<std::vector<std::string>> rows;
   for (const ExplainedPermission& one : explanation.permissions)
-    rows.push_back({yesOrNo(one.granted), one.name, printable(one.text)});
-  return std::to_string(explanation.bitmap) + "\n" + headText(explanation) + textTable(rows) +
+    rows.push_back({"", yesOrNo(one.granted), one.name, printable(one.text)});
+  return std::to_string(explanation.bitmap) + "\n" + headText(explanation) + formatTable(rows) +
          kernelText(explanation);
 }
 
@@ -94,6 +99,7 @@ std::string explanationJson(const Explanation& explanation) {
   value.set("bits", arrayOf(explanation.permissions, permissionValue));
   value.set("kernelDisagrees", arrayOf(explanation.kernelDisagrees, disagreementValue));
   if (!explanation.barrier.empty()) value.set("barrier", explanation.barrier);
+  if (!explanation.kernelBitsApart.empty()) value.set("kernelApart", explanation.kernelBitsApart);
   return wire::writeJson(value);
 }
 

@@ -1,7 +1,6 @@
 #include "effectiveprivs/installation.h"
 
 #include <utility>
-#include <vector>
 
 #include "configuration/configuration.h"
 #include "effectiveprivs/failure.h"
@@ -9,19 +8,8 @@
 
 namespace paddock::effectiveprivs {
 
-namespace {
-
-Dictionary readTree(const std::string& root) {
-  const std::string path = root + "/etc/paddock/paddockd.toml";
-  std::vector<ConfigurationProblem> problems;
-  Dictionary tree = readConfiguration(path, problems).tree;
-  if (!problems.empty()) throw Failure(describeProblem(path, problems.front()));
-  return tree;
-}
-
-}  // namespace
-
-Installation::Installation(const std::string& root) : Installation(readTree(root), root) {}
+Installation::Installation(const std::string& root)
+    : Installation(readInstalledConfiguration(root), root) {}
 
 // What is only read needs no file of remembered SIDs.
 Installation::Installation(const Dictionary& configuration, const std::string& root)

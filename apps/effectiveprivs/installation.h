@@ -21,8 +21,8 @@ namespace paddock::effectiveprivs {
 
 class Installation {
  public:
-  // The tree below `root`, empty for the system itself. Throws Failure for a configuration that
-  // cannot be used.
+  // The tree below `root`, empty for the system itself. Throws std::runtime_error for a
+  // configuration that cannot be used.
   explicit Installation(const std::string& root);
 
   // Throws Failure when a node cannot say who the user is; what is not known is never guessed.

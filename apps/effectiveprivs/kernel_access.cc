@@ -20,20 +20,26 @@ KernelBits bitsByMode(const KernelObject& object, const KernelUser& user) {
   return {KernelClass::others, classes.others};
 }
 
+KernelBits bitsOfGroups(const std::vector<Bits>& each, Bits mask) {
+  unsigned all = 0;
+  for (const Bits bits : each) all |= bits;
+  const Bits within = static_cast<Bits>(all & mask);
+  const bool isTogether =
+      std::any_of(each.begin(), each.end(), [&](Bits bits) { return (bits & within) == within; });
+  return {KernelClass::group, within, !isTogether};
+}
+
 KernelBits bitsByAcl(const posix_acl::Acl& acl, const KernelObject& object,
                      const KernelUser& user) {
   const Bits mask = acl.mask.value_or(posix_acl::kAllBits);
   for (const posix_acl::Named& named : acl.users)
     if (named.id == user.uid) return {KernelClass::namedUser, static_cast<Bits>(named.bits & mask)};
-  bool isMember = isIn(object.gid, user);
-  unsigned bits = isMember ? acl.classes.group : 0U;
-  for (const posix_acl::Named& named : acl.groups) {
-    if (!isIn(named.id, user)) continue;
-    isMember = true;
-    bits |= named.bits;
-  }
-  if (isMember) return {KernelClass::group, static_cast<Bits>(bits & mask)};
-  return {KernelClass::others, acl.classes.others};
+  std::vector<Bits> each;
+  if (isIn(object.gid, user)) each.push_back(acl.classes.group);
+  for (const posix_acl::Named& named : acl.groups)
+    if (isIn(named.id, user)) each.push_back(named.bits);
+  return each.empty() ? KernelBits{KernelClass::others, acl.classes.others}
+                      : bitsOfGroups(each, mask);
 }
 
 bool mayDelete(const KernelObject& object, const KernelObject* parent, const KernelUser& user) {

@@ -32,9 +32,11 @@ enum class KernelClass { owner, namedUser, group, others };
 struct KernelBits {
   KernelClass who = KernelClass::others;
   posix_acl::Bits bits = 0;
+  // Of a member of several groups of the ACL: none of them has all of the bits, so that the kernel
+  // refuses who wants all at once, although it lets each one through by itself.
+  bool isApart = false;
 };
 
-// Of a group's member what each one of the groups lets through by itself.
 KernelBits kernelBits(const KernelObject& object, const KernelUser& user);
 
 // `parent`: the folder around; null when there is none.

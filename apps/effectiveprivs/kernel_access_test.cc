@@ -60,6 +60,16 @@ TEST(KernelBits, EachGroupLetsThroughWhatItHas) {
   expectBits(file, anna(), KernelClass::others, 7);
 }
 
+TEST(KernelBits, WhatNoGroupHasTogetherIsApart) {
+  const auto isApart = [](const posix_acl::Acl& acl) {
+    return kernelBits(fileWithAcl(acl), anna({kStaff, kCrew})).isApart;
+  };
+  EXPECT_TRUE(isApart(aclOf({}, {{kCrew, 3}}, 7, {7, 4, 0})));
+  EXPECT_FALSE(isApart(aclOf({}, {{kCrew, 3}}, 3, {7, 4, 0})));
+  EXPECT_FALSE(isApart(aclOf({}, {{kCrew, 7}}, 7, {7, 4, 0})));
+  EXPECT_FALSE(isApart(aclOf({{kAnna, 7}}, {{kCrew, 3}}, 7, {7, 4, 0})));
+}
+
 TEST(KernelBits, AnAclWithAnEmptyMaskIsNotLookedAt) {
   const auto file = fileWithAcl(aclOf({{kAnna, 7}}, {}, 0, {7, 7, 4}));
   expectBits(file, anna(), KernelClass::others, 4);

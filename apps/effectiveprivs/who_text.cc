@@ -1,8 +1,8 @@
 #include <algorithm>
 
 #include "base/printable.h"
+#include "base/text_table.h"
 #include "base/value.h"
-#include "effectiveprivs/text_table.h"
 #include "effectiveprivs/who.h"
 #include "wire/json.h"
 
@@ -30,7 +30,7 @@ std::string reasonsOf(const Rights& rights) {
 }
 
 std::vector<std::string> rowOf(const std::string& name, const Rights& rights) {
-  std::vector<std::string> row{printable(name)};
+  std::vector<std::string> row{"", printable(name)};
   for (const Right& right : rights) row.emplace_back(right.granted ? "yes" : "no");
   row.push_back(reasonsOf(rights));
   return row;
@@ -59,12 +59,12 @@ Value rightsValue(const Rights& rights) {
 }  // namespace
 
 std::string whoText(const std::string& head, const Who& who) {
-  std::vector<std::vector<std::string>> rows{{"WHO", "READ", "WRITE", "PERMISSIONS", "BY"}};
+  std::vector<std::vector<std::string>> rows{{"", "WHO", "READ", "WRITE", "PERMISSIONS", "BY"}};
   for (const Person& person : who.people) rows.push_back(rowOf(person.name, *person.rights));
   rows.push_back(rowOf("(everybody else)", who.everybodyElse));
   if (!areTheSame(who.everybodyElse, who.withoutAccount))
     rows.push_back(rowOf("(a uid without an account)", who.withoutAccount));
-  std::string text = head + textTable(rows);
+  std::string text = head + formatTable(rows);
   if (who.left > 0)
     text += std::to_string(who.left) + " more are not listed: the first " +
             std::to_string(who.people.size()) + " by name are\n";

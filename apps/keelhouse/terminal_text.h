@@ -1,14 +1,5 @@
-// Tables for people.
+// Text and tables for people, together.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "base/printable.h"
-
-namespace paddock::keelhouse {
-
-// Rows of printable cells as lines, each column as wide as its widest cell, two blanks between.
-std::string formatTable(const std::vector<std::vector<std::string>>& rows);
-
-}  // namespace paddock::keelhouse
+#include "base/text_table.h"

@@ -28,17 +28,9 @@ void say(std::ostream& error, const std::string& text) {
   error << "synchronize-shares: " << printable(text) << std::endl;
 }
 
-Dictionary readTree(const std::string& root) {
-  const std::string path = root + "/etc/paddock/paddockd.toml";
-  std::vector<ConfigurationProblem> problems;
-  Dictionary tree = readConfiguration(path, problems).tree;
-  if (!problems.empty()) throw std::runtime_error(describeProblem(path, problems.front()));
-  return tree;
-}
-
 // The last change that smbd was not told of, 0 when there is none.
 std::uint64_t publish(const std::string& root, Logger& log) {
-  const Dictionary configuration = readTree(root);
+  const Dictionary configuration = readInstalledConfiguration(root);
   const std::string attribute = configuredPrivileges(configuration, root).attribute;
   // Held from the reading on, so that what is written is never older than what is there.
   const RunLock lock(lockFolder(root));

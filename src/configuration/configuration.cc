@@ -213,6 +213,14 @@ Configuration readConfiguration(const std::string& path,
   }
 }
 
+Dictionary readInstalledConfiguration(const std::string& root) {
+  const std::string path = root + "/etc/paddock/paddockd.toml";
+  std::vector<ConfigurationProblem> problems;
+  Dictionary tree = readConfiguration(path, problems).tree;
+  if (!problems.empty()) throw std::runtime_error(describeProblem(path, problems.front()));
+  return tree;
+}
+
 std::string describeProblem(const std::string& path, const ConfigurationProblem& problem) {
   if (problem.line == 0) return path + ": " + problem.text;
   return path + ":" + std::to_string(problem.line) + ": " + problem.text;

@@ -40,6 +40,11 @@ Configuration parseConfiguration(std::string_view text,
 Configuration readConfiguration(const std::string& path,
                                 std::vector<ConfigurationProblem>& problems);
 
+// The tree of the file of what is installed below `root`, which is empty for the system itself, for
+// programs that work beside the daemon. Throws std::runtime_error with the first thing that is
+// wrong.
+Dictionary readInstalledConfiguration(const std::string& root);
+
 // "PATH:LINE: TEXT", or "PATH: TEXT" without a line.
 std::string describeProblem(const std::string& path, const ConfigurationProblem& problem);
 

@@ -243,5 +243,21 @@ TEST_F(ConfigurationTest, ProblemsAreDescribedWithFileAndLine) {
   EXPECT_EQ(describeProblem("/etc/x.toml", {0, "bad"}), "/etc/x.toml: bad");
 }
 
+TEST_F(ConfigurationTest, WhatIsInstalledHasItsFileBelowItsRoot) {
+  const TestFolder root;
+  EXPECT_TRUE(readInstalledConfiguration(root.path()).empty());
+  std::filesystem::create_directories(root.path("etc/paddock"));
+  writeWholeFile(root.path("etc/paddock/paddockd.toml"), "[acl]\nattribute = \"user.x\"\n");
+  const Dictionary tree = readInstalledConfiguration(root.path());
+  EXPECT_EQ(*tree.dictionary("acl")->string("attribute"), "user.x");
+  writeWholeFile(root.path("etc/paddock/paddockd.toml"), "[acl]\nattribut = \"user.x\"\n");
+  try {
+    readInstalledConfiguration(root.path());
+    FAIL() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_THAT(error.what(), testing::StartsWith(root.path("etc/paddock/paddockd.toml:2: ")));
+  }
+}
+
 }  // namespace
 }  // namespace paddock

@@ -1,10 +1,10 @@
-#include "keelhouse/terminal_text.h"
+#include "base/text_table.h"
 
 #include <algorithm>
 
 #include "base/text.h"
 
-namespace paddock::keelhouse {
+namespace paddock {
 
 namespace {
 
@@ -35,4 +35,4 @@ std::string formatTable(const std::vector<std::vector<std::string>>& rows) {
   return table;
 }
 
-}  // namespace paddock::keelhouse
+}  // namespace paddock

@@ -1,8 +1,8 @@
-#include "keelhouse/terminal_text.h"
+#include "base/text_table.h"
 
 #include <gtest/gtest.h>
 
-namespace paddock::keelhouse {
+namespace paddock {
 namespace {
 
 TEST(TerminalText, alignsColumnsByCharacters) {
@@ -11,4 +11,4 @@ TEST(TerminalText, alignsColumnsByCharacters) {
 }
 
 }  // namespace
-}  // namespace paddock::keelhouse
+}  // namespace paddock
