@@ -60,7 +60,8 @@ class Maker:
     def foreign_entry(self):
         """Of a kind that only SMB clients know."""
         ace = security.ace()
-        ace.type, ace.flags = self.random.choice((5, 6)), self.random.choice((0, INHERITED))
+        ace.type, ace.flags = self.random.choice((5, 6)), self.random.choice(
+            (0, INHERITED, FILES_INHERIT | FOLDERS_INHERIT))
         ace.access_mask, ace.trustee = self.random.getrandbits(32), security.dom_sid(self.random.choice(self.sids))
         ace.object.flags = self.random.randrange(2)
         if ace.object.flags:

@@ -7,15 +7,17 @@ Needs root, for a volume of its own.
 """
 import ctypes
 import os
+import shutil
 import stat
 import struct
 import subprocess
 import sys
+import time
 import unittest
 
-from own_copyprivs import Volume, World, groups_of, in_status_file, run_tests
+from own_copyprivs import Volume, World, groups_of, in_status_file, run_tests, status_in
 
-from big_trees import fill_flat, give_privileges
+from big_trees import fill_bushy, fill_flat, give_privileges, slowed
 from file_tree import ATTRIBUTE, Tree, read_object
 from tree_rules import EVERYTHING, difference, expected
 
@@ -160,6 +162,33 @@ class RefusalsTest(unittest.TestCase):
         ended = self.program.run(self.folder, EVERYTHING)
         self.assertEqual((ended.code, ended.status["errorCount"]), (1, 1))
         self.assertEqual(read_object(path).value, b"junk")
+
+    def test_a_hundred_errors_and_examples_are_named_and_all_are_counted(self):
+        inside = os.path.join(self.folder, "many")
+        os.mkdir(inside)
+        fill_flat(inside, 150)
+        for number in range(150):
+            os.setxattr(os.path.join(inside, "%d" % number), ATTRIBUTE, b"junk")
+        before = Tree(self.folder)
+        trial = self.program.run(self.folder, EVERYTHING, dry=True).status
+        self.assertEqual(Tree(self.folder), before)
+        status = self.program.run(self.folder, EVERYTHING).status
+        for found in (trial, status):
+            self.assertEqual((found["errorCount"], found["itemsChanged"], found["itemsDone"]), (150, 155, 155))
+            self.assertEqual(len({error["path"] for error in found["errors"]}), 100)
+        self.assertEqual(len({example["path"] for example in trial["examples"]}), 100)
+
+    def test_a_folder_that_is_removed_meanwhile_ends_the_run(self):
+        fill_bushy(self.folder, 2000)
+        status_file = self.program.new_status_file()
+        process = self.program.start(self.folder, EVERYTHING, status_file, stderr=subprocess.DEVNULL)
+        with slowed(process):
+            while process.poll() is None and not (status_in(status_file) or {}).get("itemsDone"):
+                time.sleep(0.01)
+            os.rename(self.folder, self.folder + ".away")
+            shutil.rmtree(self.folder + ".away")
+        self.assertIn(process.wait(60), (0, 1))
+        self.assertEqual(status_in(status_file)["status"], "completed")
 
     def test_nothing_of_another_mount_is_changed(self):
         for name in ("memory", "bound"):
