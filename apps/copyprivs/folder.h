@@ -1,6 +1,7 @@
 // Folders of the tree that is worked on.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -27,6 +28,9 @@ class Folder {
   // Of what it holds.
   const Levels::Pointer& levels() const { return levels_; }
   bool is(const ObjectStatus& status) const;
+  // Notes that an error of the folder is told of; false when one was before, since an object counts
+  // once.
+  bool noteError() const { return !failed_.exchange(true); }
   // The path of what has the name in it. The starting folder's name is its path.
   std::string pathOf(const std::string& name) const;
   std::string path() const;
@@ -37,6 +41,7 @@ class Folder {
   const std::uint64_t device_;
   const std::uint64_t inode_;
   const Levels::Pointer levels_;
+  mutable std::atomic<bool> failed_ = false;
 };
 
 }  // namespace paddock::copyprivs

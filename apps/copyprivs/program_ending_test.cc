@@ -49,6 +49,8 @@ class Following {
 
   const TestTree& tree() const { return tree_; }
   pid_t process() const { return process_; }
+  // On the same volume, outside the starting folder.
+  std::string outside(const std::string& name) const { return volume_.path(name); }
 
   void makeFiles(int count, const std::string& folder) {
     tree_.makeFolder(folder);
@@ -94,9 +96,10 @@ class Following {
     process_ = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  std::int64_t notYetSet() {
+  std::int64_t notYetSet() const { return notYetSet(tree_.path()); }
+  static std::int64_t notYetSet(const std::string& folder) {
     std::int64_t count = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(tree_.path())) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
       const struct stat status = lstatOf(entry.path());
       const bool isSet = status.st_uid == kAnna && status.st_gid == kBert &&
                          attributeOf(entry.path(), kListAttribute).has_value();
@@ -202,6 +205,50 @@ TEST_F(ProgramEnding, TheFolderMayBeRemovedMeanwhile) {
     EXPECT_THAT((std::vector<int>{0, 1}), ::testing::Contains(run.end(0)));
     EXPECT_EQ(*run.tree().status().string("status"), "completed");
     EXPECT_EQ(run.tree().status().integer("itemsDone"), run.tree().status().integer("itemsTotal"));
+  });
+}
+
+TEST_F(ProgramEnding, AFolderThatIsMovedAwayIsLeftAloneFromThenOn) {
+  runInOwnMounts([] {
+    Following run;
+    constexpr int kEntries = 30'000;
+    run.makeFiles(kEntries, "wide");
+    run.start();
+    run.awaitStatusFile();
+    ::kill(run.process(), SIGSTOP);
+    std::filesystem::rename(run.tree().path("wide"), run.outside("away"));
+    ::kill(run.process(), SIGCONT);
+    EXPECT_EQ(run.end(0), 1);
+    EXPECT_GT(Following::notYetSet(run.outside("away")), kEntries / 4);
+    const Dictionary status = run.tree().status();
+    EXPECT_EQ(status.integer("errorCount"), 1);
+    const Dictionary& error = *status.array("errors")->front().dictionary();
+    EXPECT_EQ(*error.string("path"), run.tree().path("wide"));
+    EXPECT_THAT(*error.string("error"), HasSubstr("moved away"));
+  });
+}
+
+TEST_F(ProgramEnding, WhileItRunsTheTotalIsAboutWhatThereIs) {
+  runInOwnMounts([] {
+    Following run;
+    run.makeManyFiles();
+    run.start();
+    std::vector<std::int64_t> totals;
+    while (run.isRunning()) {
+      const std::string text = readWholeFile(run.tree().statusFile());
+      std::string error;
+      const auto status = wire::parsePropertyList(text, error);
+      if (!status || *status->dictionary()->string("status") != "running") continue;
+      if (*status->dictionary()->integer("itemsDone") < kFiles / 10) continue;
+      totals.push_back(*status->dictionary()->integer("itemsTotal"));
+    }
+    EXPECT_EQ(run.end(0), 0);
+    const std::int64_t all = *run.tree().status().integer("itemsTotal");
+    EXPECT_EQ(all, kFiles + kFiles / kInFolder);
+    for (const std::int64_t total : totals) {
+      EXPECT_GT(total, all / 2);
+      EXPECT_LT(total, 2 * all);
+    }
   });
 }
 

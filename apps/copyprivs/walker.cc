@@ -122,7 +122,7 @@ std::span<const char> Walker::readEntriesOf(FolderStack::Level& level) {
         readEntries(level.descriptor.get(), buffer.subspan(size), bytes, level.position);
     // A folder that was removed held nothing any more; the starting folder is missed.
     if (error != 0 && (!isGone(error) || level.folder->above() == nullptr)) {
-      shared_.report.addError(level.folder->path(), because("cannot read", error));
+      noteFolderError(*level.folder, because("cannot read", error));
     }
     level.isRead = bytes.empty();
     size += bytes.size();
@@ -276,7 +276,7 @@ bool Walker::isInside() {
 // Nothing more is done in the lowest folder.
 void Walker::leaveOut(const std::string& why) {
   FolderStack::Level& level = stack_.top();
-  shared_.report.addError(level.folder->path(), why);
+  noteFolderError(*level.folder, why);
   level.isRead = true;
   pendingBytes_ -= std::min(pendingBytes_, level.pending.bytes());
   level.pending = {};
@@ -301,6 +301,10 @@ void Walker::give(const FolderStack::Level& level, std::vector<char> entries, Na
   if (error != 0) throw systemError(error, "cannot share", level.folder->path());
   shared_.queue.give({level.folder, FileDescriptor(descriptor), true, std::move(entries),
                       std::move(pending), share});
+}
+
+void Walker::noteFolderError(const Folder& folder, const std::string& error) {
+  if (folder.noteError()) shared_.report.addError(folder.path(), error);
 }
 
 void Walker::noteError(const char* name, const std::string& error) {

@@ -82,6 +82,7 @@ class Walker {
   void sharePending();
   void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending,
             double share);
+  void noteFolderError(const Folder& folder, const std::string& error);
   void noteError(const char* name, const std::string& error);
 
   SharedWalk& shared_;

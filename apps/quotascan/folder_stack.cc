@@ -26,7 +26,7 @@ void FolderStack::push(FileDescriptor folder, const ObjectStatus& status, std::s
 
 int FolderStack::pop() {
   const FileDescriptor left = std::move(top().folder);
-  pendingBytes_ -= top().pending.size();
+  pendingBytes_ -= top().pending.bytes();
   levels_.pop_back();
   if (levels_.size() <= 1 || levels_.size() > firstOpen_) {
     if (levels_.empty()) firstOpen_ = 1;
@@ -76,32 +76,26 @@ void FolderStack::clear() {
 }
 
 void FolderStack::addPending(Level& level, std::string_view name) {
-  level.pending.push_back('\0');
-  level.pending.append(name);
-  pendingBytes_ += name.size() + 1;
+  const std::size_t before = level.pending.bytes();
+  level.pending.add(name);
+  pendingBytes_ += level.pending.bytes() - before;
 }
 
-void FolderStack::addAllPending(Level& level, std::string_view names) {
-  level.pending.append(names);
-  pendingBytes_ += names.size();
+void FolderStack::setPending(Level& level, NameList names) {
+  pendingBytes_ = pendingBytes_ - level.pending.bytes() + names.bytes();
+  level.pending = std::move(names);
 }
 
 std::string FolderStack::takePending(Level& level) {
-  const std::size_t start = level.pending.rfind('\0');
-  std::string name = level.pending.substr(start + 1);
-  pendingBytes_ -= name.size() + 1;
-  level.pending.resize(start);
-  // Room of a level that waits for long is given back.
-  if (start == 0) std::string().swap(level.pending);
+  const std::size_t before = level.pending.bytes();
+  std::string name = level.pending.take();
+  pendingBytes_ -= before - level.pending.bytes();
   return name;
 }
 
-std::string FolderStack::cutPending(Level& level) {
-  const std::size_t end =
-      std::min(level.pending.find('\0', level.pending.size() / 2 + 1), level.pending.size());
-  std::string cut = level.pending.substr(0, end);
-  level.pending.erase(0, end);
-  pendingBytes_ -= end;
+NameList FolderStack::cutPending(Level& level) {
+  NameList cut = level.pending.cutHalf();
+  pendingBytes_ -= cut.bytes();
   return cut;
 }
 

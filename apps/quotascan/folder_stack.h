@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/file_descriptor.h"
+#include "base/name_list.h"
 #include "platform/linux/object_status.h"
 
 namespace paddock::quotascan {
@@ -21,7 +22,7 @@ class FolderStack {
     std::uint64_t inode = 0;
     std::int64_t position = 0;  // where reading goes on, as lseek(2) takes it
     bool isRead = false;        // to its end
-    std::string pending;        // names of folders in it that are to be entered, each behind a NUL
+    NameList pending;           // names of folders in it that are to be entered
   };
 
   // `descriptors` is at least 2.
@@ -40,13 +41,12 @@ class FolderStack {
   void clear();
 
   void addPending(Level& level, std::string_view name);
-  // Many at once, in the form of `Level::pending`.
-  void addAllPending(Level& level, std::string_view names);
+  // In place of all that the level has.
+  void setPending(Level& level, NameList names);
   // The name that was added last; the level has one.
   std::string takePending(Level& level);
-  // Takes about half of the names away, those that were added first, in the form of `pending`; all
-  // when there is one.
-  std::string cutPending(Level& level);
+  // Takes about half of the names away, as NameList::cutHalf.
+  NameList cutPending(Level& level);
   // The bytes of all pending names.
   std::size_t pendingBytes() const { return pendingBytes_; }
   // The highest open level with a pending name, whose folder is mostly the largest; null for none.

@@ -129,13 +129,13 @@ TEST_F(FolderStackTest, NamesWaitOnTheirLevels) {
 
 TEST_F(FolderStackTest, NamesAreCutIntoHalvesWithoutALossOrARepetition) {
   for (const char* name : {"a", "bb", "ccc", "dddd"}) stack_.addPending(stack_.top(), name);
-  const std::string cut = stack_.cutPending(stack_.top());
-  EXPECT_EQ(cut, std::string("\0a\0bb\0ccc", 9));
+  NameList cut = stack_.cutPending(stack_.top());
+  EXPECT_EQ(cut.bytes(), 9U);
   EXPECT_EQ(stack_.pendingBytes(), 5U);
-  EXPECT_EQ(stack_.cutPending(stack_.top()), std::string("\0dddd", 5));
+  EXPECT_EQ(stack_.cutPending(stack_.top()).take(), "dddd");
   EXPECT_EQ(stack_.pendingBytes(), 0U);
   EXPECT_TRUE(stack_.top().pending.empty());
-  stack_.addAllPending(stack_.top(), cut);
+  stack_.setPending(stack_.top(), std::move(cut));
   EXPECT_EQ(stack_.pendingBytes(), 9U);
   EXPECT_EQ(stack_.takePending(stack_.top()), "ccc");
 }

@@ -5,8 +5,8 @@
 #include <map>
 #include <mutex>
 
-#include "quotascan/number_set.h"
 #include "platform/linux/object_status.h"
+#include "quotascan/number_set.h"
 
 namespace paddock::quotascan {
 

@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "base/system_call.h"
+#include "platform/linux/object_status.h"
 #include "quotascan/failure.h"
 #include "quotascan/kernel_counts.h"
-#include "platform/linux/object_status.h"
 #include "quotascan/replacement.h"
 #include "quotascan/tree_walk.h"
 

@@ -50,7 +50,7 @@ void Walker::perform(Work work) {
   stack_.clear();
   stack_.push(std::move(work.folder), status, {});
   stack_.top().isRead = work.isRead;
-  stack_.addAllPending(stack_.top(), work.pending);
+  stack_.setPending(stack_.top(), std::move(work.pending));
   look(stack_.top(), FolderEntries(work.entries));
   while (!stack_.empty() && !shared_.queue.isStopped()) {
     if (!stack_.top().pending.empty()) {
@@ -168,12 +168,11 @@ void Walker::leave() {
 void Walker::sharePending() {
   FolderStack::Level* level = stack_.highestPending();
   if (level == nullptr) return;
-  const bool isOne = level->pending.rfind('\0') == 0;
-  if (isOne && level == &stack_.top() && level->isRead) return;
+  if (level->pending.isOne() && level == &stack_.top() && level->isRead) return;
   give(*level, {}, stack_.cutPending(*level));
 }
 
-void Walker::give(const FolderStack::Level& level, std::vector<char> entries, std::string pending) {
+void Walker::give(const FolderStack::Level& level, std::vector<char> entries, NameList pending) {
   int descriptor = -1;
   const int error = errnoOf(
       [&] { return ::fcntl(level.folder.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }, &descriptor);

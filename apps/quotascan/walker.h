@@ -20,7 +20,7 @@ struct Work {
   FileDescriptor folder;
   bool isRead = false;        // only what follows is to be looked at; else the folder, to its end
   std::vector<char> entries;  // in the form of getdents64(2)
-  std::string pending;        // names of folders in it, each behind a NUL
+  NameList pending;           // names of folders in it
 };
 
 // What the threads of a walk have in common.
@@ -59,7 +59,7 @@ class Walker {
                        ObjectStatus& status);
   void leave();
   void sharePending();
-  void give(const FolderStack::Level& level, std::vector<char> entries, std::string pending);
+  void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending);
   bool isOnVolume(const ObjectStatus& status) const;
   bool isIgnored(const FolderStack::Level& level, const char* name) const;
   void reportProgress();
