@@ -8,6 +8,7 @@ namespace paddock::copyprivs {
 Folder::Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside)
     : above_(std::move(above)),
       name_(std::move(name)),
+      pathLength_((above_ ? above_->pathLength_ + 1 : 0) + name_.size()),
       device_(status.device),
       inode_(status.inode),
       levels_(std::move(inside)) {}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -34,10 +35,13 @@ class Folder {
   // The path of what has the name in it. The starting folder's name is its path.
   std::string pathOf(const std::string& name) const;
   std::string path() const;
+  // How long that is.
+  std::size_t pathLength() const { return pathLength_; }
 
  private:
   mutable Pointer above_;
   const std::string name_;
+  const std::size_t pathLength_;
   const std::uint64_t device_;
   const std::uint64_t inode_;
   const Levels::Pointer levels_;

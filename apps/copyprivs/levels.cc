@@ -15,4 +15,13 @@ Levels::~Levels() {
   }
 }
 
+bool Levels::beginsWithTwoEmptyOnes() const {
+  return level_.entries == nullptr && level_.next != nullptr && level_.next->entries == nullptr;
+}
+
+Levels::Pointer Levels::withEmptyBelow(const Pointer& levels) {
+  if (levels && levels->beginsWithTwoEmptyOnes()) return levels;
+  return std::make_shared<const Levels>(nullptr, levels);
+}
+
 }  // namespace paddock::copyprivs

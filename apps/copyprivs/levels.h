@@ -22,7 +22,13 @@ class Levels {
   // As SetInheritedPrivs takes it; it is only read there.
   InheritedACLComposite* composite() const { return &level_; }
 
+  // The levels with an empty one in front of them. From the third on another one makes no
+  // difference: all that counts is whether a level is the first or the second.
+  static Pointer withEmptyBelow(const Pointer& levels);
+
  private:
+  bool beginsWithTwoEmptyOnes() const;
+
   mutable InheritedACLComposite level_;
   mutable Pointer above_;
 };

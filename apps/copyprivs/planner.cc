@@ -109,7 +109,7 @@ void Planner::makeKey(const ObjectState& state, const Levels::Pointer& levels,
 Levels::Pointer Planner::emptyBelow(const Levels::Pointer& levels) {
   if (below_ == nullptr || above_ != levels) {
     above_ = levels;
-    below_ = std::make_shared<const Levels>(nullptr, levels);
+    below_ = Levels::withEmptyBelow(levels);
   }
   return below_;
 }

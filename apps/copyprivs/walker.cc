@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -260,9 +261,10 @@ Outcome Walker::setOne(int object, const ObjectStatus& status) {
 
 // Whether the lowest folder is still below the starting one. Left out when not.
 bool Walker::isInside() {
+  // Longer paths are not told, after a long search.
+  if (stack_.top().folder->pathLength() >= PATH_MAX) return true;
   const std::string path = shared_.descriptors.pathOf(stack_.top().descriptor.get());
   std::string root = shared_.descriptors.pathOf(shared_.rootFolder.get());
-  // Too long to be told.
   if (path.empty() || root.empty()) return true;
   if (root.ends_with(kRemoved) && !path.starts_with(root)) {
     root.resize(root.size() - kRemoved.size());
