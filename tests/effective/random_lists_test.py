@@ -188,6 +188,32 @@ class RandomListsTest(world.EffectiveTest):
             decision = decide(user, thing, parent, line["bit"])
             self.assertEqual((line["granted"], line["by"], line.get("entry")), tuple(decision), line)
 
+    def test_the_daemon_answers_with_the_same_number(self):
+        for number in range(max(1, ROUNDS // 6)):
+            path, thing, parent = self.case(number)
+            for name in self.asked(3):
+                user = self.users[name]
+                reply = self.daemon.request("getEffectivePerms", {"path": path, "uid": user.uid})
+                self.assertEqual(reply, {"path": path, "bitmap": bitmap(user, thing, parent)}, (SEED, number, name))
+
+    def test_who_may_do_something_is_the_models(self):
+        """A user who is not listed is one of everybody else. Who may append may write."""
+        rights = {"read": (2,), "write": (4, 32), "permissions": (4096,)}
+        for number in range(max(1, ROUNDS // 3)):
+            path, thing, parent = self.case(number)
+            ended = self.run_program("-p", path, "--who", "--json")
+            self.assertEqual((ended.returncode, ended.stderr), (0, b""), ended)
+            found = json.loads(ended.stdout)
+            self.assertEqual(found["notListed"], 0)
+            people = {person["uid"]: person["rights"] for person in found["people"]}
+            self.assertEqual(len(people), len(found["people"]))
+            for name, user in self.users.items():
+                said = people.get(user.uid, found["everybodyElse" if user.is_known else "withoutAccount"])
+                with self.subTest(seed=SEED, number=number, user=name, path=path, thing=thing):
+                    for right, bits in rights.items():
+                        wanted = any(decide(user, thing, parent, bit).granted for bit in bits)
+                        self.assertEqual(said[right]["granted"], wanted, right)
+
     def test_a_decision_names_the_groups_through_which_it_came(self):
         path = os.path.join(self.place, "file")
         with open(path, "w", encoding="ascii"):
