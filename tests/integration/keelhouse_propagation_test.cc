@@ -193,7 +193,7 @@ TEST_F(KeelhousePropagation, WhatCannotBeSetIsNamedAndTheRestIsDone) {
 }
 
 TEST_F(KeelhousePropagation, AStoppedRunIsFinishedByTheNext) {
-  constexpr int kFiles = 20000;
+  constexpr int kFiles = 5000;
   for (int number = 0; number < kFiles; ++number) {
     writeWholeFile(shared_ + "/inner/" + std::to_string(number), "");
   }
