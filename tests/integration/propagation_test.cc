@@ -19,7 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
-using ::testing::Not;
 
 constexpr const char* kFolder = "/srv/projects";
 const Dictionary kNotFound{{"error", "COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR"}};
