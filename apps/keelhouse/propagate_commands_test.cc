@@ -12,8 +12,6 @@ namespace paddock::keelhouse {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::Not;
 using testing::ScriptedPropagation;
 using testing::StartedProcess;
 using ::testing::StartsWith;

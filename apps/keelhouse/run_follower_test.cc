@@ -2,9 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
+
 #include <unistd.h>
 
+#include <csignal>
 #include <thread>
 
 #include "keelhouse/failure.h"

@@ -27,7 +27,7 @@ constexpr const char* kStatusFile = "/tmp/CopyPrivsTemp.";
 constexpr std::size_t kUniquePart = 6;
 constexpr std::string_view kReplaced = " (deleted)";
 // Two paths of the longest kind, and some room.
-constexpr std::size_t kLongestArguments = 4 * 4096;
+constexpr std::size_t kLongestArguments = std::size_t{4} * 4096;
 
 std::string folderOf(pid_t process) {
   return std::string(kProcesses) + "/" + std::to_string(process);
