@@ -18,6 +18,11 @@ std::size_t sizeOf(const LdapAnswers::Answer& answer) {
 
 }  // namespace
 
+void LdapAnswers::Failure::raise() const {
+  if (status) throw DirectoryError(*status, text);
+  throw DirectoryError(text);
+}
+
 LdapAnswers::Answer LdapAnswers::get(const std::string& key, const Ask& ask) {
   if (times_.keeping.count() == 0) return ask();
   std::unique_lock lock(mutex_);
@@ -88,7 +93,7 @@ void LdapAnswers::askMine(std::vector<Lookup>& all, const std::vector<std::strin
     }
     settleAll();
   } catch (const DirectoryError& error) {
-    for (const std::size_t at : mine) all[at].question->error = error;
+    for (const std::size_t at : mine) all[at].question->failure.emplace(error);
     settleAll();
     throw;
   } catch (...) {
@@ -107,7 +112,7 @@ LdapAnswers::Answer LdapAnswers::askAs(const std::shared_ptr<Question>& question
     settle(*question, key);
     return answer;
   } catch (const DirectoryError& error) {
-    question->error = error;
+    question->failure.emplace(error);
     settle(*question, key);
     throw;
   } catch (...) {
@@ -124,7 +129,7 @@ LdapAnswers::Answer LdapAnswers::awaitOrAsk(std::unique_lock<std::mutex> lock,
   lock.unlock();
   // Nobody changes a question that is over.
   if (isOver && question.answer) return *question.answer;
-  if (isOver && question.error) throw DirectoryError(*question.error);
+  if (isOver && question.failure) question.failure->raise();
   return ask();
 }
 

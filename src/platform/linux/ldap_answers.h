@@ -62,11 +62,19 @@ class LdapAnswers {
     Answer answer;
     std::chrono::steady_clock::time_point end;
   };
+  // Each thread throws an error of its own, made of these.
+  struct Failure {
+    explicit Failure(const DirectoryError& error) : status(error.status()), text(error.what()) {}
+    [[noreturn]] void raise() const;
+
+    std::optional<Status> status;
+    std::string text;
+  };
   // One that is being asked.
   struct Question {
     bool isOver = false;
     std::optional<Answer> answer;
-    std::optional<DirectoryError> error;
+    std::optional<Failure> failure;
   };
 
   Answer askAs(const std::shared_ptr<Question>& question, const std::string& key, const Ask& ask);
