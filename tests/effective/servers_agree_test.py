@@ -203,15 +203,22 @@ class AgreementTest(SmbTest):
         """A list says that, and the kernel's cannot."""
         self.make(True)
         self._give(0o700, "root", "root")
-        self.set_acl("allow group:crew add-file,add-folder", "allow group:night list,search")
+        self.set_acl("allow group:crew add-file,add-folder", "allow group:night search")
         number, _ = self.explained("dora")
-        self.assertEqual(number & 14, 14)
+        self.assertEqual(number & 14, 12)
+        self.assertEqual(self.said_apart("dora"), "-wx")
         self.assertTrue(is_parted(self.path, USERS["dora"], gids_of("dora")))
         self.assert_can("dora", number, "made locally")
         self.assertFalse(self.world.session("dora").write(self.name + "/file", b""))
-        self.set_acl("allow group:crew add-file,search", "allow group:night list")
+        self.set_acl("allow group:crew add-file,search")
         self.assertFalse(is_parted(self.path, USERS["dora"], gids_of("dora")))
+        self.assertIsNone(self.said_apart("dora"))
         self.assertTrue(self.world.session("dora").write(self.name + "/file", b""))
+
+    def said_apart(self, user):
+        """What the kernel is said to give, but not at once."""
+        return json.loads(self.output_of(os.path.join(self.world.paddock.tree, PROGRAM), "-p", self.path, "-u",
+                                         str(USERS[user]), "--explain", "--json")).get("kernelApart")
 
     def test_of_deleting_without_a_list(self):
         """Who may delete something is for the folder to say that it is in."""
