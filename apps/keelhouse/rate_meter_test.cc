@@ -34,7 +34,7 @@ TEST_F(RateMeterTest, beginsWhereItWasFirstLookedAt) {
 
 TEST_F(RateMeterTest, followsTheLastTenSeconds) {
   for (int second = 0; second <= 60; ++second)
-    note(seconds(second), 1000U * static_cast<unsigned>(second));
+    note(seconds(second), std::uint64_t{1000} * static_cast<unsigned>(second));
   for (int second = 61; second <= 71; ++second) note(seconds(second), 60000U);
   EXPECT_EQ(meter_.rate(), 0.0);
 }
