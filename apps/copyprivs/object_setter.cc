@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <system_error>
 
 #include "base/system_call.h"
@@ -55,6 +56,9 @@ bool giveUp(ChangeStep::Kind kind, Planner::Request& request) {
 
 // Of a link itself, too.
 int changeOwner(int object, std::uint32_t uid, std::uint32_t gid) {
+  const int error = errnoOf([&] { return ::fchown(object, uid, gid); });
+  // An O_PATH descriptor.
+  if (error != EBADF) return error;
   return errnoOf([&] { return ::fchownat(object, "", uid, gid, AT_EMPTY_PATH); });
 }
 

@@ -12,7 +12,7 @@ namespace paddock::copyprivs {
 
 OwnDescriptors::OwnDescriptors()
     : folder_(retryOnInterrupt(
-          [] { return ::open("/proc/self/fd", O_PATH | O_DIRECTORY | O_CLOEXEC); })) {}
+          [] { return ::open("/proc/thread-self/fd", O_PATH | O_DIRECTORY | O_CLOEXEC); })) {}
 
 int OwnDescriptors::reopen(int held, FileDescriptor& file) const {
   constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOATIME | O_CLOEXEC;

@@ -1,4 +1,4 @@
-// The descriptors of this process as /proc has them.
+// The descriptors of this process as /proc has them for a thread.
 #pragma once
 
 #include <string>
@@ -7,7 +7,8 @@
 
 namespace paddock::copyprivs {
 
-// Any thread may call.
+// For the thread that makes it: two threads that look things up in the folder of one get into each
+// other's way.
 class OwnDescriptors {
  public:
   // Where /proc is not mounted every call fails.

@@ -50,6 +50,7 @@ Walker::Walker(SharedWalk& shared, std::size_t descriptors)
 
 void Walker::run() {
   named_.emplace();
+  descriptors_.emplace();
   while (auto work = shared_.queue.take()) perform(std::move(*work));
 }
 
@@ -182,7 +183,7 @@ bool Walker::isFoundRight(const char* name) {
 
 void Walker::setHeld(const FileDescriptor& object, const ObjectStatus& status, const char* name) {
   FileDescriptor file;
-  const bool isOpen = S_ISREG(status.type) && shared_.descriptors.reopen(object.get(), file) == 0;
+  const bool isOpen = S_ISREG(status.type) && descriptors_->reopen(object.get(), file) == 0;
   expectsChange_ = set(isOpen ? file.get() : object.get(), status, name).changed;
 }
 
@@ -263,8 +264,8 @@ Outcome Walker::setOne(int object, const ObjectStatus& status) {
 bool Walker::isInside() {
   // Longer paths are not told, after a long search.
   if (stack_.top().folder->pathLength() >= PATH_MAX) return true;
-  const std::string path = shared_.descriptors.pathOf(stack_.top().descriptor.get());
-  std::string root = shared_.descriptors.pathOf(shared_.rootFolder.get());
+  const std::string path = descriptors_->pathOf(stack_.top().descriptor.get());
+  std::string root = descriptors_->pathOf(shared_.rootFolder.get());
   if (path.empty() || root.empty()) return true;
   if (root.ends_with(kRemoved) && !path.starts_with(root)) {
     root.resize(root.size() - kRemoved.size());

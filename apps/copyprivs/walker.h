@@ -44,7 +44,6 @@ struct SharedWalk {
   FilePrivileges& privileges;
   RunReport& report;
   const std::atomic<bool>& stop;
-  const OwnDescriptors descriptors;
   ObjectStatus root;
   FileDescriptor rootFolder;
   // For objects that have several names, so that two threads do not set one at once.
@@ -88,7 +87,9 @@ class Walker {
   SharedWalk& shared_;
   ObjectSetter setter_;
   FolderStack stack_;
+  // Of the thread.
   std::optional<NamedObjects> named_;
+  std::optional<OwnDescriptors> descriptors_;
   RunReport::Counts counts_;
   std::size_t pendingBytes_ = 0;
   // What the one before was tells mostly what the next one is.
