@@ -203,6 +203,48 @@ TEST_F(PrivilegesTest, AFileIsReadAndWrittenLikeAFolder) {
   EXPECT_EQ(readWholeFile(file), "contents");
 }
 
+// What a file would inherit, of the folder that it is in.
+class InheritedAclTest : public PrivilegesTest {
+ protected:
+  void SetUp() override {
+    PrivilegesTest::SetUp();
+    writeWholeFile(file_, "");
+  }
+
+  static Dictionary entry(int bitmap, int flags) { return entryOf(kGuid, "YES", bitmap, flags); }
+  static Dictionary inherit(const PrivilegesDaemon& daemon, const std::string& path) {
+    return daemon.ask("fileInheritACL", {{"path", path}});
+  }
+  static Dictionary listOf(const std::vector<Dictionary>& entries) {
+    Array list;
+    for (const Dictionary& each : entries) list.push_back(readForm(each, kGuid, 1061109567));
+    return {{"acl", std::move(list)}};
+  }
+
+  const std::string file_ = path_ + "/file";
+};
+
+TEST_F(InheritedAclTest, OwnEntriesComeBeforeWhatFilesInheritOfTheFolder) {
+  const PrivilegesDaemon daemon;
+  ASSERT_EQ(daemon.writeStatus(
+                path_, {{"acl", Array{entry(2, 32), entry(4, 64), entry(8, 480), entry(16, 0)}}}),
+            0);
+  ASSERT_EQ(daemon.writeStatus(file_, {{"acl", Array{entry(64, 16), entry(32, 0)}}}), 0);
+  EXPECT_EQ(inherit(daemon, file_), listOf({entry(32, 0), entry(2, 48), entry(8, 496)}));
+  EXPECT_EQ(daemon.read(file_).array("acl")->size(), 2U) << "nothing is written";
+}
+
+TEST_F(InheritedAclTest, AnInvalidAclOfEitherIsTheErrorAlone) {
+  const PrivilegesDaemon daemon;
+  const Dictionary error{{"error", "INVALID_ACL_ERR"}};
+  ASSERT_EQ(::setxattr(file_.c_str(), kAttribute, "spoilt", 6, 0), 0);
+  EXPECT_EQ(inherit(daemon, file_), error);
+  ASSERT_EQ(::removexattr(file_.c_str(), kAttribute), 0);
+  EXPECT_EQ(inherit(daemon, file_), listOf({}));
+  ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, "spoilt", 6, 0), 0);
+  EXPECT_EQ(inherit(daemon, file_), error);
+}
+
 TEST_F(PrivilegesTest, ALinkIsFollowed) {
   const PrivilegesDaemon daemon;
   const std::string link = folder_.path("link");
