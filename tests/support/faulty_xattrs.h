@@ -16,6 +16,12 @@ class FaultyXattrs final : public ExtendedAttributes {
     failing_ = number;
     error_ = error;
     changes_ = 0;
+    isLasting_ = false;
+  }
+  // So do all that follow: what is undone, too.
+  void failChangesFrom(int number, int error) {
+    failChange(number, error);
+    isLasting_ = true;
   }
   // Changes that were tried since then.
   int changes() const { return changes_; }
@@ -38,11 +44,13 @@ class FaultyXattrs final : public ExtendedAttributes {
  private:
   int errorOfChange(const std::string& name) const {
     if (name == unsupported_) return EOPNOTSUPP;
-    return ++changes_ == failing_ ? error_ : 0;
+    ++changes_;
+    return changes_ == failing_ || (isLasting_ && changes_ > failing_) ? error_ : 0;
   }
 
   int failing_ = 0;
   int error_ = 0;
+  bool isLasting_ = false;
   mutable int changes_ = 0;
   std::string unsupported_;
 };

@@ -143,11 +143,13 @@ int FileAcls::clear(const OpenObject& object, const StoredAcl& stored) const {
   if (!stored.value) return 0;
   AccessAcl access;
   if (const int error = readAccessAcl(attributes_, object.number, access); error != 0) return error;
-  std::vector<XattrChange> changes{{options_.attribute, stored.value, std::nullopt}};
+  std::vector<XattrChange> changes;
   if (options_.projection) {
     const int error = projector_.clear(object, access, changes);
     if (error != 0) return error;
   }
+  // Last: a kernel ACL that is met without a list is taken for somebody else's.
+  changes.push_back({options_.attribute, stored.value, std::nullopt});
   return applyChanges(attributes_, object.number, changes);
 }
 

@@ -479,6 +479,22 @@ TEST_F(FileAclsTest, AFailureOfAnyWriteLeavesListAndProjectionAsTheyWere) {
   }
 }
 
+TEST_F(FileAclsTest, AKernelAclNeverStaysBehindWithoutItsListWhoeverIsKilledWhen) {
+  FaultyXattrs xattrs;
+  FileAclWorld world({}, xattrs);
+  const FileDescriptor object = opened(sub_);
+  for (int number = 1; number <= 3; ++number) {
+    ASSERT_EQ(write(sub_, allowing(1000, acl::kReadData, kBoth)), 0);
+    xattrs.failChangesFrom(number, EIO);
+    ASSERT_EQ(world.acls.writeTo(object.get(), {}), EIO);
+    EXPECT_NE(attributeOf(sub_, kList), std::nullopt) << "after " << number - 1 << " changes";
+    ASSERT_EQ(write(sub_, {}), 0);
+    EXPECT_EQ(attributeOf(sub_, kList), std::nullopt);
+    EXPECT_EQ(attributeOf(sub_, kAccess), std::nullopt);
+    EXPECT_EQ(attributeOf(sub_, kDefault), std::nullopt);
+  }
+}
+
 TEST_F(FileAclsTest, WhatIsTheSameAlreadyIsNotWritten) {
   FaultyXattrs xattrs;
   FileAclWorld world({}, xattrs);
