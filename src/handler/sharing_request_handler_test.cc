@@ -1,9 +1,8 @@
 #include "handler/sharing_request_handler.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <limits>
 #include <map>
 #include <stdexcept>
 
@@ -11,8 +10,6 @@
 
 namespace paddock {
 namespace {
-
-using ::testing::IsSupersetOf;
 
 class SharingRequestHandlerTest : public HandlerFixture {};
 
@@ -37,13 +34,17 @@ TEST_F(SharingRequestHandlerTest, ListsItsOperationsWithWhatTheyChange) {
   std::map<std::string, bool> changes;
   for (const auto& operation : handler.operations()) changes[operation.name] = operation.changes;
   EXPECT_EQ(changes.size(), handler.operations().size()) << "each once";
-  EXPECT_THAT(changes, IsSupersetOf(std::map<std::string, bool>{{"getState", false},
-                                                                {"getLogPaths", false},
-                                                                {"readSettings", false},
-                                                                {"getSharePointList", false},
-                                                                {"writeSettings", true},
-                                                                {"getDSNodes", false},
-                                                                {"canAuthDSNode", true}}));
+  EXPECT_EQ(changes, (std::map<std::string, bool>{{"getState", false},
+                                                  {"getLogPaths", false},
+                                                  {"readSettings", false},
+                                                  {"getSharePointList", false},
+                                                  {"writeSettings", true},
+                                                  {"getDSNodes", false},
+                                                  {"canAuthDSNode", true},
+                                                  {"fileInheritACL", false},
+                                                  {"startPropagate", true},
+                                                  {"statusCopyPrivs", true},
+                                                  {"getEffectivePerms", false}}));
 }
 
 TEST_F(SharingRequestHandlerTest, EveryOperationThatItListsCanBePerformed) {
@@ -81,6 +82,14 @@ TEST_F(SharingRequestHandlerTest, AnOperationByItsNameIsTheOperationItself) {
   const Dictionary local{{"dsNodeName", "/Local"}};
   EXPECT_EQ(handler.performOperation("canAuthDSNode", local),
             handler.canAuthDSNodeWithRequest(local));
+  const Dictionary path{{"path", "/srv/a"}};
+  EXPECT_EQ(handler.performOperation("fileInheritACL", path),
+            handler.fileInheritACLWithRequest(path));
+  EXPECT_EQ(handler.performOperation("getEffectivePerms", path),
+            handler.getEffectivePermsWithRequest(path));
+  EXPECT_EQ(handler.performOperation("statusCopyPrivs", {}),
+            handler.statusCopyPrivsWithRequest({}));
+  EXPECT_EQ(handler.performOperation("startPropagate", {}), handler.startPropagateWithRequest({}));
 }
 
 TEST_F(SharingRequestHandlerTest, TheStateIsAlwaysUnknown) {
