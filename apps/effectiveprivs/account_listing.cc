@@ -143,9 +143,11 @@ void AccountListing::readHost() {
     names.emplace(user.name, place);
     hostMembers_[user.gid].insert(place);
   }
-  for (const NssGroup& group : nssGroups())
+  for (const NssGroup& group : nssGroups()) {
+    hostGroups_.insert(group.gid);
     for (const std::string& member : group.members)
       if (const auto user = valueIn(names, member)) hostMembers_[group.gid].insert(*user);
+  }
 }
 
 std::size_t AccountListing::groupWithGid(std::uint32_t gid) {
@@ -158,11 +160,18 @@ std::size_t AccountListing::groupWithGid(std::uint32_t gid) {
   return found->second;
 }
 
-std::optional<std::size_t> AccountListing::userWithUid(std::uint32_t uid) const {
-  return valueIn(usersByUid_, uid);
+std::optional<std::size_t> AccountListing::userWithUid(std::uint32_t uid) {
+  if (const auto known = valueIn(usersByUid_, uid)) return known;
+  const auto user = nssUser(uid_t{uid});
+  if (!user) return std::nullopt;
+  const std::size_t place = addUser(uid, user->name);
+  hostMembers_[user->gid].insert(place);
+  return place;
 }
 
-std::optional<std::size_t> AccountListing::userWithGuid(const Guid& guid) const {
+std::optional<std::size_t> AccountListing::userWithGuid(const Guid& guid) {
+  const auto computed = computedPrincipal(guid);
+  if (computed && computed->type == PrincipalType::user) return userWithUid(computed->id);
   return valueIn(usersByGuid_, guid);
 }
 
@@ -172,7 +181,17 @@ std::optional<std::size_t> AccountListing::groupWithGuid(const Guid& guid) {
   return valueIn(groupsByGuid_, guid);
 }
 
-Places AccountListing::hostMembers(std::uint32_t gid) const {
+// The host may know groups that it does not list.
+void AccountListing::learnHostGroup(std::uint32_t gid) {
+  if (!hostGroups_.insert(gid).second) return;
+  const auto group = nssGroup(gid_t{gid});
+  if (!group) return;
+  for (const std::string& member : group->members)
+    if (const auto user = nssUser(member)) hostMembers_[gid].insert(addUser(user->uid, user->name));
+}
+
+Places AccountListing::hostMembers(std::uint32_t gid) {
+  learnHostGroup(gid);
   Places found;
   addAll(hostMembers_, gid, found);
   return found;
@@ -183,6 +202,7 @@ const std::vector<std::size_t>& AccountListing::members(std::size_t group) {
   if (members) return *members;
   Places found;
   if (const auto gid = groups_[group].listed.gid) {
+    learnHostGroup(*gid);
     addAll(primaryMembers_, *gid, found);
     addAll(hostMembers_, *gid, found);
   }
@@ -190,7 +210,7 @@ const std::vector<std::size_t>& AccountListing::members(std::size_t group) {
   return members.emplace(found.begin(), found.end());
 }
 
-void AccountListing::addMembers(std::size_t group, const Record& record, Places& found) const {
+void AccountListing::addMembers(std::size_t group, const Record& record, Places& found) {
   const Array answers =
       nodes_[record.node].node->findRecordNames(record.name,
                                                 {schema::kPrimaryGroupID, schema::kGeneratedUID,
@@ -213,8 +233,7 @@ bool AccountListing::isAbout(std::size_t group, const Value& answer) const {
 }
 
 // Whom a name in a group of the node means: the node's own user, else the first in search order.
-std::optional<std::size_t> AccountListing::userNamed(std::size_t node,
-                                                     const std::string& name) const {
+std::optional<std::size_t> AccountListing::userNamed(std::size_t node, const std::string& name) {
   const std::string folded = caseFold(name);
   const auto own = nodes_[node].uids.find(folded);
   if (own != nodes_[node].uids.end()) return own->second ? userWithUid(*own->second) : std::nullopt;

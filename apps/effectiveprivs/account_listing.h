@@ -58,15 +58,16 @@ class AccountListing {
   const std::vector<ListedUser>& users() const { return users_; }
   const ListedGroup& group(std::size_t group) const { return groups_[group].listed; }
 
-  std::optional<std::size_t> userWithUid(std::uint32_t uid) const;
-  std::optional<std::size_t> userWithGuid(const Guid& guid) const;
+  // Also whom the host knows, but does not list.
+  std::optional<std::size_t> userWithUid(std::uint32_t uid);
+  std::optional<std::size_t> userWithGuid(const Guid& guid);
   // A gid always is a group's, which may hold nobody.
   std::size_t groupWithGid(std::uint32_t gid);
   std::optional<std::size_t> groupWithGuid(const Guid& guid);
 
   HeldUsers heldBy(std::size_t group);
   // Those whom the host alone puts into the group, as the kernel knows them.
-  Places hostMembers(std::uint32_t gid) const;
+  Places hostMembers(std::uint32_t gid);
 
  private:
   struct Node {
@@ -95,9 +96,10 @@ class AccountListing {
   std::optional<std::size_t> groupOf(const Value& answer);
 
   const std::vector<std::size_t>& members(std::size_t group);
-  void addMembers(std::size_t group, const Record& record, Places& found) const;
+  void addMembers(std::size_t group, const Record& record, Places& found);
   bool isAbout(std::size_t group, const Value& answer) const;
-  std::optional<std::size_t> userNamed(std::size_t node, const std::string& name) const;
+  std::optional<std::size_t> userNamed(std::size_t node, const std::string& name);
+  void learnHostGroup(std::uint32_t gid);
   Places nested(std::size_t group) const;
 
   std::vector<Node> nodes_;
@@ -107,8 +109,9 @@ class AccountListing {
   std::vector<Group> groups_;
   std::map<std::uint32_t, std::size_t> groupsByGid_;
   std::map<Guid, std::size_t> groupsByGuid_;
-  MembersByGid primaryMembers_;  // by what records say
-  MembersByGid hostMembers_;     // by the host, primary groups too
+  MembersByGid primaryMembers_;         // by what records say
+  MembersByGid hostMembers_;            // by the host, primary groups too
+  std::set<std::uint32_t> hostGroups_;  // those that the host was asked for
 };
 
 }  // namespace paddock::effectiveprivs

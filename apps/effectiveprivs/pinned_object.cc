@@ -25,14 +25,14 @@ FileDescriptor openFolderAt(int at, const char* name, int& error) {
   return FileDescriptor(number);
 }
 
-// The path by which the kernel knows the open object now.
-std::string pathOf(int object) {
+// The path by which the kernel knows the open object now; `name` is what messages call it.
+std::string pathOf(int object, const std::string& name) {
   std::array<char, PATH_MAX> buffer{};
   const std::string link = "/proc/self/fd/" + std::to_string(object);
   std::size_t size = 0;
   const int error =
       errnoOf([&] { return ::readlink(link.c_str(), buffer.data(), buffer.size()); }, &size);
-  if (error != 0) throw failureOf("look up", link, error);
+  if (error != 0) throw failureOf("find out where", name + " is", error);
   return {buffer.data(), size};
 }
 
@@ -59,14 +59,14 @@ std::optional<PinnedObject> PinnedObject::parentOfFolder() const {
   FileDescriptor folder = openFolderAt(object_.get(), "..", error);
   if (error != 0) throw failureOf("open", "the folder around " + path_, error);
   const int number = folder.get();
-  PinnedObject parent(std::move(folder), pathOf(number));
+  PinnedObject parent(std::move(folder), pathOf(number, "the folder around " + path_));
   if (isSameAs(parent.status_)) return std::nullopt;
   return parent;
 }
 
 PinnedObject PinnedObject::parentOfFile() const {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const std::string path = pathOf(object_.get());
+    const std::string path = pathOf(object_.get(), path_);
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos) break;  // a socket or the like, which is in no folder
     const std::string above = slash == 0 ? "/" : path.substr(0, slash);

@@ -1,6 +1,7 @@
 #include "effectiveprivs/who.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <tuple>
@@ -38,20 +39,18 @@ class Finder {
     who.everybodyElse = rightsOf(Identity(kNobody, {true, {}, {}, {}}, {}));
     who.withoutAccount = rightsOf(Identity(kNobody, {}, {}));
     const bool elseMay = mayAnything(who.everybodyElse);
-    for (const auto& [user, ways] : people_) addPerson(who, user, ways, elseMay);
-    std::sort(who.people.begin(), who.people.end(), [](const Person& one, const Person& other) {
-      return std::tie(one.name, one.uid) < std::tie(other.name, other.uid);
-    });
-    if (who.people.size() > mostPeople) {
-      who.left = who.people.size() - mostPeople;
-      who.people.resize(mostPeople);
-    }
+    for (const bool isOwn : {true, false}) addPeople(who, isOwn, elseMay, mostPeople);
+    std::sort(who.people.begin(), who.people.end(), isBefore);
     return who;
   }
 
  private:
   // No user has it.
   static constexpr std::uint32_t kNobody = 0xFFFFFFFF;
+
+  static bool isBefore(const Person& one, const Person& other) {
+    return std::tie(one.name, one.uid) < std::tie(other.name, other.uid);
+  }
 
   static bool mayAnything(const Rights& rights) {
     return std::any_of(rights.begin(), rights.end(),
@@ -95,11 +94,22 @@ class Finder {
       people_[one.user].groups.emplace_back(at, one.step);
   }
 
-  void addPerson(Who& who, std::size_t user, const Ways& ways, bool elseMay) {
-    auto& rights = rights_[ways];
-    const ListedUser& listed = listing_.users()[user];
-    if (!rights) rights = std::make_shared<const Rights>(rightsOf(identityOf(listed, ways)));
-    if (mayAnything(*rights) || elseMay) who.people.push_back({listed.name, listed.uid, rights});
+  // Those who are meant themselves (`isOwn`) or not, by name, as far as there is room.
+  void addPeople(Who& who, bool isOwn, bool elseMay, std::size_t mostPeople) {
+    std::vector<Person> people;
+    for (const auto& [user, ways] : people_) {
+      if (ways.own.has_value() != isOwn) continue;
+      auto& rights = rights_[ways];
+      const ListedUser& listed = listing_.users()[user];
+      if (!rights) rights = std::make_shared<const Rights>(rightsOf(identityOf(listed, ways)));
+      if (mayAnything(*rights) || elseMay) people.push_back({listed.name, listed.uid, rights});
+    }
+    std::sort(people.begin(), people.end(), isBefore);
+    const std::size_t room = mostPeople - std::min(mostPeople, who.people.size());
+    const std::size_t taken = std::min(room, people.size());
+    who.left += people.size() - taken;
+    std::move(people.begin(), people.begin() + static_cast<std::ptrdiff_t>(taken),
+              std::back_inserter(who.people));
   }
 
   Identity identityOf(const ListedUser& user, const Ways& ways) const {

@@ -40,7 +40,8 @@ inline constexpr std::size_t kMostPeople = 10'000;
 
 struct Who {
   // Whom an entry, the owner or the owning group means, by name: those who may do something, and
-  // where everybody else may, too, those who may not. Cut where there are too many.
+  // where everybody else may, too, those who may not. Where there are
+  // too many, those whom only a group means are cut.
   std::vector<Person> people;
   std::size_t left = 0;  // how many more there are
   Rights everybodyElse;  // every other account

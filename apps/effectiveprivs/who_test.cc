@@ -140,9 +140,14 @@ TEST_F(WhoMay, TooManyPeopleAreCutAndItIsSaid) {
   const auto file = listed(nobodysFile(0), {allow(groupSubject(kClub), 2)});
   const Who found = whoMay(file, listing, accounts_, 2);
   ASSERT_EQ(found.people.size(), 2U);
+  EXPECT_EQ(found.people[0].name, "root");
   EXPECT_EQ(found.people[1].name, "yuri");
+  // Whom an entry means himself is not cut.
+  const auto named =
+      listed(nobodysFile(0), {allow(groupSubject(kClub), 2), allow(userSubject(kZoe), 4)});
+  EXPECT_EQ(whoMay(named, listing, accounts_, 2).people[1].name, "zoe");
   EXPECT_EQ(found.left, 1U);
-  EXPECT_THAT(whoText("", found), HasSubstr("\n1 more are not listed: the first 2 by name are\n"));
+  EXPECT_THAT(whoText("", found), HasSubstr("\n1 more, whom only groups mean, are not listed\n"));
   EXPECT_THAT(whoJson("/srv/a", found), HasSubstr("\"notListed\":1,"));
 }
 
@@ -164,6 +169,17 @@ TEST_F(WhoMay, TheTextSaysByWhat) {
 TEST_F(WhoMay, TheTextTellsAccountsFromNoneWhereThatMatters) {
   EXPECT_THAT(whoText("", who(listed(nobodysFile(0), {allow(subjectOf(Kind::authenticated), 2)}))),
               HasSubstr("  (a uid without an account)  no"));
+}
+
+TEST_F(WhoMay, TwoOfOneNameAreToldApartByTheirUids) {
+  directory_.addNode("/LDAP/site", "ReadWrite");
+  directory_.addRecord("/LDAP/site", schema::kUsers, "zoe",
+                       {{schema::kUniqueID, std::to_string(kZoe + 5)}});
+  const std::string text = whoText(
+      "",
+      who(listed(nobodysFile(0), {allow(userSubject(kZoe), 2), allow(userSubject(kZoe + 5), 2)})));
+  EXPECT_THAT(text, HasSubstr("  zoe (uid " + std::to_string(kZoe) + ")  "));
+  EXPECT_THAT(text, HasSubstr("  zoe (uid " + std::to_string(kZoe + 5) + ")  "));
 }
 
 TEST_F(WhoMay, JsonHoldsTheSame) {

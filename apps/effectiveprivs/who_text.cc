@@ -36,6 +36,14 @@ std::vector<std::string> rowOf(const std::string& name, const Rights& rights) {
   return row;
 }
 
+// With the uid where two of them have one name.
+std::string nameIn(const std::vector<Person>& people, std::size_t at) {
+  const Person& person = people[at];
+  const bool isShared = (at > 0 && people[at - 1].name == person.name) ||
+                        (at + 1 < people.size() && people[at + 1].name == person.name);
+  return isShared ? person.name + " (uid " + std::to_string(person.uid) + ")" : person.name;
+}
+
 bool areTheSame(const Rights& one, const Rights& other) {
   return std::equal(one.begin(), one.end(), other.begin(),
                     [](const Right& left, const Right& right) {
@@ -60,14 +68,14 @@ Value rightsValue(const Rights& rights) {
 
 std::string whoText(const std::string& head, const Who& who) {
   std::vector<std::vector<std::string>> rows{{"", "WHO", "READ", "WRITE", "PERMISSIONS", "BY"}};
-  for (const Person& person : who.people) rows.push_back(rowOf(person.name, *person.rights));
+  for (std::size_t at = 0; at < who.people.size(); ++at)
+    rows.push_back(rowOf(nameIn(who.people, at), *who.people[at].rights));
   rows.push_back(rowOf("(everybody else)", who.everybodyElse));
   if (!areTheSame(who.everybodyElse, who.withoutAccount))
     rows.push_back(rowOf("(a uid without an account)", who.withoutAccount));
   std::string text = head + formatTable(rows);
   if (who.left > 0)
-    text += std::to_string(who.left) + " more are not listed: the first " +
-            std::to_string(who.people.size()) + " by name are\n";
+    text += std::to_string(who.left) + " more, whom only groups mean, are not listed\n";
   return text;
 }
 

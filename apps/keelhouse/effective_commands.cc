@@ -1,8 +1,11 @@
 #include "keelhouse/effective_commands.h"
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <sstream>
 
 #include "base/text.h"
 #include "keelhouse/acl_words.h"
@@ -23,9 +26,11 @@ constexpr const char* kProgram =
     "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";
 
 std::uint32_t uidOf(const Session& session, const std::string& user) {
+  if (user.empty()) throw usageFailure("the user's name is empty");
   if (const auto uid = hostId(PrincipalType::user, user)) return *uid;
   const auto number = parseInteger(user);
-  if (number && *number >= 0 && *number <= std::numeric_limits<std::uint32_t>::max())
+  const bool isPlain = user.front() >= '0' && user.front() <= '9';
+  if (number && isPlain && *number <= std::numeric_limits<std::uint32_t>::max())
     return static_cast<std::uint32_t>(*number);
   const auto account = findAccount(session, PrincipalType::user, user);
   if (!account)
@@ -42,6 +47,20 @@ std::uint32_t askBitmap(const Session& session, const std::string& path, std::ui
   return static_cast<std::uint32_t>(*bitmap) & kAllRights;
 }
 
+// What the program of the tree says, when the daemon says nothing: that may mean that it could not
+// find out. Absent when the program could not either, and has said why.
+std::optional<std::uint32_t> askProgram(const Session& session, const std::string& path,
+                                        std::uint32_t uid) {
+  if (::geteuid() != 0)
+    throw failure(
+        "the daemon says nothing, which may mean that it could not find out: root is told");
+  std::ostringstream output;
+  const Session quiet{session.daemon, output, session.notes, false, session.root};
+  if (runTreeProgram(quiet, kProgram, {"-p", path, "-u", std::to_string(uid)}) != ExitStatus::done)
+    return std::nullopt;
+  return static_cast<std::uint32_t>(leadingInteger(output.str())) & kAllRights;
+}
+
 }  // namespace
 
 ExitStatus showEffective(const Session& session, const std::string& typedPath,
@@ -51,17 +70,16 @@ ExitStatus showEffective(const Session& session, const std::string& typedPath,
   // The daemon answers 0 for whatever it cannot find out; this says what is wrong with the path.
   const Dictionary privileges = readPrivileges(session, path);
   aclOf(privileges, path);
-  const std::uint32_t bitmap = askBitmap(session, path, uid);
+  std::optional<std::uint32_t> bitmap = askBitmap(session, path, uid);
+  if (*bitmap == 0) bitmap = askProgram(session, path, uid);
+  if (!bitmap) return ExitStatus::failed;
   if (session.json) {
     session.out << wire::writeJsonPretty(
-                       Dictionary{{"path", path}, {"uid", uid}, {"bitmap", bitmap}})
+                       Dictionary{{"path", path}, {"uid", uid}, {"bitmap", *bitmap}})
                 << '\n';
   } else {
-    session.out << printable(formatRights(bitmap, isFolder(privileges))) << '\n';
+    session.out << printable(formatRights(*bitmap, isFolder(privileges))) << '\n';
   }
-  if (bitmap == 0)
-    session.notes << "keelhouse: the daemon says nothing also when it cannot find out: "
-                     "--explain says which it is\n";
   return ExitStatus::done;
 }
 

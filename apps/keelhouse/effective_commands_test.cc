@@ -29,6 +29,12 @@ class EffectiveCommands : public CommandFixture {
     writeWholeFile(program, "#!/bin/sh\n" + text);
     ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
   }
+  // The scripted daemon is that of the tree.
+  void listenInTree() {
+    std::filesystem::create_directories(folder_.path("tree/run/paddock"));
+    std::filesystem::create_symlink(daemon_.socketPath(),
+                                    folder_.path("tree/run/paddock/paddockd.sock"));
+  }
   int runInTree(std::vector<std::string> words) {
     words.insert(words.begin(), {"--root", folder_.path("tree")});
     return runAsIs(words);
@@ -80,13 +86,12 @@ TEST_F(EffectiveCommands, EffectivePrintsJson) {
   EXPECT_EQ(out_, "{\n  \"bitmap\": 2,\n  \"path\": \"/srv/a\",\n  \"uid\": 0\n}\n");
 }
 
-TEST_F(EffectiveCommands, NothingMayAlsoMeanThatItIsNotKnown) {
-  answerBitmap("0");
-  EXPECT_EQ(run({"effective", "/srv/a", "root"}), 0);
-  EXPECT_EQ(out_, "none\n");
-  EXPECT_EQ(error_,
-            "keelhouse: the daemon says nothing also when it cannot find out: --explain says "
-            "which it is\n");
+TEST_F(EffectiveCommands, AUserIsNotEmptyAndANumberHasNoSign) {
+  EXPECT_EQ(run({"effective", "/srv/a", ""}), 2);
+  EXPECT_THAT(error_, HasSubstr("the user's name is empty"));
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"effective", "/srv/a", "+5"}), 1);
+  EXPECT_THAT(error_, HasSubstr("there is no user +5"));
 }
 
 TEST_F(EffectiveCommands, APathThatCannotBeReadIsAnError) {
@@ -115,6 +120,35 @@ TEST_F(EffectiveCommands, AUserAndAPathAreNeeded) {
   EXPECT_EQ(run({"effective", "/srv/a"}), 2);
   EXPECT_EQ(run({"effective", "", "root"}), 2);
   EXPECT_EQ(run({"who"}), 2);
+}
+
+TEST_F(EffectivePrograms, WhereTheDaemonSaysNothingTheProgramIsAskedWhetherThatIsTrue) {
+  installScript("echo 0\n");
+  listenInTree();
+  answerBitmap("0");
+  EXPECT_EQ(runInTree({"effective", "/srv/a", "root"}), 0) << error_;
+  EXPECT_EQ(out_, "none\n");
+  EXPECT_EQ(error_, "");
+}
+
+TEST_F(EffectivePrograms, WhatCouldNotBeFoundOutIsAnErrorAndNotNothing) {
+  installScript("exit 1\n");
+  listenInTree();
+  answerBitmap("0");
+  EXPECT_EQ(runInTree({"effective", "/srv/a", "root"}), 1);
+  EXPECT_EQ(out_, "");
+}
+
+TEST_F(EffectivePrograms, SomebodyElseThanRootIsNotToldThatNothingIsTheAnswer) {
+  answerBitmap("0");
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(daemon_.socketPath().c_str(), 0666), 0);
+  ASSERT_EQ(::seteuid(65534), 0);
+  const int status = run({"effective", "/srv/a", "root"});
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("could not find out"));
 }
 
 TEST_F(EffectivePrograms, ExplainRunsTheProgramOfTheTree) {
