@@ -105,10 +105,13 @@ class Steps {
       if (before == after) return;
       attributes.push_back({name, before.optional(), after.optional(), false});
     };
-    add(list_.c_str(), before_.list, after_.list);
+    // A kernel ACL that is met without a list is taken for somebody else's.
+    const bool isListLast = !after_.list.isThere();
+    if (!isListLast) add(list_.c_str(), before_.list, after_.list);
     add(posix_acl::kDefaultAttribute, before_.passedOn, after_.passedOn);
     const bool withAccess = !(before_.access == after_.access);
     if (withAccess) attributes.push_back(accessChange());
+    if (isListLast) add(list_.c_str(), before_.list, after_.list);
     if (!attributes.empty()) {
       dropSetIds();
       steps_.push_back({ChangeStep::Kind::attributes, 0, 0, 0, std::move(attributes)});

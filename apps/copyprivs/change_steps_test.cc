@@ -160,6 +160,17 @@ TEST(ChangeSteps, AFilesSetIdBitsGoBeforeItsPermissionsChange) {
   EXPECT_EQ(steps.front().mode, 0700U);
 }
 
+TEST(ChangeSteps, AListThatGoesGoesAfterItsKernelAcls) {
+  ObjectState before = fileOf(0640);
+  before.list = {0, "list"};
+  before.passedOn = {0, "passed on"};
+  setAccess(before, {{7, 6}});
+  const auto steps = changeSteps(before, fileOf(0640), kList);
+  ASSERT_THAT(kindsOf(steps), ElementsAre(Kind::attributes));
+  EXPECT_EQ(steps.front().attributes.size(), 3U);
+  EXPECT_EQ(steps.front().attributes.back().name, kList);
+}
+
 TEST(ChangeSteps, ARestrictionComesBeforeANewGroup) {
   EXPECT_THAT(kindsOf(changeSteps(fileOf(0660, 1, 2), fileOf(0600, 1, 3), kList)),
               ElementsAre(Kind::mode, Kind::owner));

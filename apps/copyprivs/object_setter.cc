@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <system_error>
+#include <vector>
 
 #include "base/system_call.h"
 #include "copyprivs/named_objects.h"
@@ -38,20 +40,37 @@ const char* operationOf(ChangeStep::Kind kind) {
   return "cannot set the ACL";
 }
 
-// What is still to be tried when that cannot be done; false when nothing is left.
-bool giveUp(ChangeStep::Kind kind, Planner::Request& request) {
-  if (kind == ChangeStep::Kind::owner) {
+// Takes what cannot be done off the request, something each time. A mode is also changed on the way
+// to another owner and before a list is set.
+void giveUp(ChangeStep::Kind kind, Planner::Request& request) {
+  std::uint32_t first = kSetOwners;
+  if (kind == ChangeStep::Kind::mode) first = kSetModes;
+  if (kind == ChangeStep::Kind::attributes) first = kSetInheritedEntries;
+  const bool needsList = kind == ChangeStep::Kind::attributes;
+  if ((request.what & first) != 0) {
+    request.what &= ~first;
+  } else if (needsList && request.refreshes) {
+    request.refreshes = false;
+  } else if ((request.what & kSetOwners) != 0 && !needsList) {
     request.what &= ~kSetOwners;
-  } else if (kind == ChangeStep::Kind::mode) {
-    request.what &= ~kSetModes;
   } else if ((request.what & kSetInheritedEntries) != 0) {
     request.what &= ~kSetInheritedEntries;
-  } else if (request.refreshes) {
-    request.refreshes = false;
   } else {
-    request.what &= ~kSetModes;
+    request = {0, false};
   }
-  return request.what != 0;
+}
+
+// What there would be to start from, had nothing been changed but owner and group: on the way to
+// its end an object may be closed, and what it was is nowhere but here then.
+ObjectState withOwnersOf(const ObjectState& now, ObjectState before) {
+  const bool isNew = now.uid != before.uid || now.gid != before.gid;
+  if (isNew && !before.isFolder()) {
+    const mode_t group = (before.mode & S_IXGRP) != 0 ? S_ISGID : 0;
+    before.mode &= ~(S_ISUID | group);
+  }
+  before.uid = now.uid;
+  before.gid = now.gid;
+  return before;
 }
 
 // Of a link itself, too.
@@ -74,6 +93,27 @@ int performOne(int object, const ChangeStep& step) {
   return applyChanges(linuxExtendedAttributes(), object, step.attributes);
 }
 
+void notePlan(const Plan& plan, Outcome& outcome) {
+  if (plan.error != 0) note(outcome, "cannot set the ACL", plan.error);
+  if (plan.hasInvalidList && outcome.error.empty()) {
+    outcome.error = "its ACL is invalid, and was left as it is";
+  }
+}
+
+// The kind of step that failed, after which none was taken; absent when none did.
+std::optional<ChangeStep::Kind> perform(int object, const std::vector<ChangeStep>& steps,
+                                        Outcome& outcome) {
+  for (const ChangeStep& step : steps) {
+    const int error = performOne(object, step);
+    if (error != 0) {
+      note(outcome, operationOf(step.kind), error);
+      return step.kind;
+    }
+    outcome.changed = true;
+  }
+  return std::nullopt;
+}
+
 unsigned changesOfLink(const PrivsToSet& privs, const ObjectStatus& status) {
   unsigned changes = 0;
   if ((privs.what & kSetOwner) != 0 && privs.uid != status.owner) changes |= Plan::kOwner;
@@ -90,27 +130,33 @@ Outcome ObjectSetter::set(int object, const ObjectStatus& status, const Levels::
   if (S_ISLNK(status.type)) return setLink(object, status);
   Outcome outcome;
   Planner::Request request{propagation_.privs.what, true};
-  ObjectStatus present = status;
-  for (bool first = true;; first = false) {
-    read(present, [object](const std::string& name, std::string& value) {
-      return linuxExtendedAttributes().get(object, name, value);
-    });
-    const Plan& plan = planner_.plan(state_, levels, request);
-    if (plan.error != 0) note(outcome, "cannot set the ACL", plan.error);
-    if (plan.hasInvalidList && outcome.error.empty()) {
-      outcome.error = "its ACL is invalid, and was left as it is";
-    }
-    if (first) {
-      outcome.inside = plan.inside;
-      outcome.changes = plan.changes;
-    }
-    if (propagation_.dryRun) outcome.changed = !plan.steps.empty();
-    if (propagation_.dryRun || perform(object, plan.steps, request, outcome)) return outcome;
+  const auto get = [object](const std::string& name, std::string& value) {
+    return linuxExtendedAttributes().get(object, name, value);
+  };
+  read(status, get);
+  const Plan& plan = planner_.plan(state_, levels, request);
+  notePlan(plan, outcome);
+  outcome.inside = plan.inside;
+  outcome.changes = plan.changes;
+  if (propagation_.dryRun) {
+    outcome.changed = !plan.steps.empty();
+    return outcome;
+  }
+  auto failed = perform(object, plan.steps, outcome);
+  const ObjectState before = failed ? state_ : ObjectState();
+  while (failed && request.isAnything()) {
+    giveUp(*failed, request);
+    ObjectStatus present;
     if (const int error = statusOf(object, present); error != 0) {
       note(outcome, "cannot read", error);
       return outcome;
     }
+    read(present, get);
+    const Plan& rest = planner_.plan(withOwnersOf(state_, before), levels, request);
+    notePlan(rest, outcome);
+    failed = perform(object, changeSteps(state_, rest.after, propagation_.attribute), outcome);
   }
+  return outcome;
 }
 
 bool ObjectSetter::wouldSet(const char* name, const ObjectStatus& status,
@@ -152,21 +198,6 @@ void ObjectSetter::read(const ObjectStatus& status, const Get& get) {
     state_.passedOn.error = ENODATA;
     state_.passedOn.value.clear();
   }
-}
-
-// False when something failed and what is left is to be planned anew.
-bool ObjectSetter::perform(int object, const std::vector<ChangeStep>& steps,
-                           Planner::Request& request, Outcome& outcome) {
-  for (const ChangeStep& step : steps) {
-    const int error = performOne(object, step);
-    if (error == 0) {
-      outcome.changed = true;
-      continue;
-    }
-    note(outcome, operationOf(step.kind), error);
-    return !giveUp(step.kind, request);
-  }
-  return true;
 }
 
 }  // namespace paddock::copyprivs

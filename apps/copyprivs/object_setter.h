@@ -42,8 +42,6 @@ class ObjectSetter {
   Outcome setLink(int object, const ObjectStatus& status) const;
   template <typename Get>
   void read(const ObjectStatus& status, const Get& get);
-  bool perform(int object, const std::vector<ChangeStep>& steps, Planner::Request& request,
-               Outcome& outcome);
 
   const Propagation& propagation_;
   Planner planner_;

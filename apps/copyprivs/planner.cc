@@ -17,7 +17,7 @@ constexpr unsigned kPlansPerLook = 256;
 constexpr std::size_t kMostBytes = std::size_t{2} << 20U;
 // Of a plan, besides the values in it.
 constexpr std::size_t kBytesOfPlan = 1024;
-constexpr std::size_t kValuesOfPlan = 4;
+constexpr std::size_t kValuesOfPlan = 6;
 
 int kindOf(const ObjectState& state) {
   if (S_ISDIR(state.mode)) return kDirectoryKind;
@@ -136,6 +136,7 @@ Plan Planner::make(const ObjectState& state, const Levels::Pointer& levels,
   const ObjectState& after = attributes_.state();
   plan.changes = differences(state, after);
   plan.steps = changeSteps(state, after, attribute_);
+  plan.after = after;
   return plan;
 }
 

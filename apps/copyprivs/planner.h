@@ -26,6 +26,7 @@ struct Plan {
   static constexpr unsigned kAcl = 8;
 
   std::vector<ChangeStep> steps;
+  ObjectState after;  // what comes of them
   unsigned changes = 0;
   int error = 0;                // why something cannot be done; the steps do the rest
   bool hasInvalidList = false;  // which is why no entries are set
@@ -41,6 +42,8 @@ class Planner {
   struct Request {
     std::uint32_t what = 0;
     bool refreshes = true;  // whether the list follows owner and mode
+
+    bool isAnything() const { return what != 0 || refreshes; }
   };
 
   // The plan for an object of the state, to which entries come from `levels` (those of the folder

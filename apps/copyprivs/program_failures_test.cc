@@ -122,6 +122,46 @@ TEST_F(ProgramOnAVolume, WithoutRoomForAttributesTheListStaysAndTheRestIsSet) {
   });
 }
 
+TEST_F(ProgramOnAVolume, AnImmutableFileThatIsToBeClosedOnTheWayIsOneErrorWhateverIsPushed) {
+  runInOwnMounts([] {
+    const LoopVolume volume;
+    const TestTree tree(volume.path());
+    tree.own("", 0770, kAnna, kBert);
+    tree.setList("", {aceOf(kAnna, kBoth, kReading)});
+    tree.makeFile("fixed", 04604);
+    setImmutable(tree.path("fixed"), true);
+    for (const std::string mask : {"2", "3", "32", "35", "60", "63"}) {
+      EXPECT_EQ(tree.run(mask).status, 1) << mask;
+      EXPECT_EQ(tree.status().integer("errorCount"), 1) << mask;
+      EXPECT_EQ(tree.status().integer("itemsChanged"), 0) << mask;
+      EXPECT_EQ(permissionsOf(tree.path("fixed")), 04604U) << mask;
+    }
+    setImmutable(tree.path("fixed"), false);
+  });
+}
+
+TEST_F(ProgramOnAVolume, AFileThatWasClosedOnTheWayIsOpenedAgainWhenAStepBehindThatFails) {
+  runInOwnMounts([] {
+    const LoopVolume volume;
+    const TestTree tree(volume.path());
+    tree.configure("[acl]\nprojection = false\n");
+    tree.own("", 0770, kAnna, kBert);
+    std::vector<nt_acl::Ace> many;
+    for (std::uint32_t uid = 0; uid < 22; ++uid) many.push_back(aceOf(uid, kBoth, kReading));
+    tree.setList("", many);
+    tree.makeFile("file", 0615);
+    tree.setValue("file", std::string(400, 'x'), "user.filler");
+    EXPECT_EQ(tree.run("35").status, 1);
+    EXPECT_THAT(
+        errorsIn(tree.status()),
+        ElementsAre(Error{tree.path("file"), "cannot set the ACL: No space left on device"}));
+    EXPECT_EQ(permissionsOf(tree.path("file")), 0615U);
+    EXPECT_EQ(lstatOf(tree.path("file")).st_gid, kBert);
+    EXPECT_EQ(tree.run("63").status, 1);
+    EXPECT_EQ(permissionsOf(tree.path("file")), 0671U);
+  });
+}
+
 TEST_F(ProgramOnAVolume, OnAReadOnlyMountEveryObjectFailsAndTheWalkGoesOn) {
   runInOwnMounts([] {
     const LoopVolume volume;
