@@ -25,7 +25,7 @@ std::string reasonsOf(const Rights& rights) {
   }
   std::string text;
   for (const auto& [names, reason] : reasons)
-    text += (text.empty() ? "" : "; ") + names + ": " + reason;
+    text.append(text.empty() ? "" : "; ").append(names).append(": ").append(reason);
   return text.empty() ? "-" : printable(text);
 }
 

@@ -10,7 +10,6 @@ namespace paddock::keelhouse {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 constexpr const char* kPlace =
     "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";

@@ -16,7 +16,7 @@ class RateMeterTest : public ::testing::Test {
   RateMeter meter_;
 };
 
-TEST_F(RateMeterTest, knowsNothingBeforeHalfASecond) {
+TEST_F(RateMeterTest, KnowsNothingBeforeHalfASecond) {
   EXPECT_EQ(meter_.rate(), std::nullopt);
   note(milliseconds(0), 0);
   EXPECT_EQ(meter_.rate(), std::nullopt);
@@ -26,20 +26,20 @@ TEST_F(RateMeterTest, knowsNothingBeforeHalfASecond) {
   EXPECT_EQ(meter_.rate(), 200.0);
 }
 
-TEST_F(RateMeterTest, beginsWhereItWasFirstLookedAt) {
+TEST_F(RateMeterTest, BeginsWhereItWasFirstLookedAt) {
   note(milliseconds(0), 1000000);
   note(milliseconds(2000), 1000100);
   EXPECT_EQ(meter_.rate(), 50.0);
 }
 
-TEST_F(RateMeterTest, followsTheLastTenSeconds) {
+TEST_F(RateMeterTest, FollowsTheLastTenSeconds) {
   for (int second = 0; second <= 60; ++second)
     note(seconds(second), std::uint64_t{1000} * static_cast<unsigned>(second));
   for (int second = 61; second <= 71; ++second) note(seconds(second), 60000U);
   EXPECT_EQ(meter_.rate(), 0.0);
 }
 
-TEST_F(RateMeterTest, hasNoRateForWhatGoesBack) {
+TEST_F(RateMeterTest, HasNoRateForWhatGoesBack) {
   note(seconds(0), 100);
   note(seconds(1), 50);
   EXPECT_EQ(meter_.rate(), std::nullopt);

@@ -127,6 +127,7 @@ std::vector<Membership::GuidAnswer> LinuxMembership::toGuids(
   const int error = errorOf([&] {
     firstAnswer(directory_, [&](DirectoryNode& node) -> std::optional<bool> {
       std::vector<Principal> asked;
+      asked.reserve(open.size());
       for (const std::size_t at : open) asked.push_back(principals[at]);
       const auto guids = recordedGuids(node, asked);
       std::vector<std::size_t> left;
