@@ -33,7 +33,7 @@ class Maker:
         self.number = 0
         self.has_many_entries = random.random() < 0.03
         self.is_wide = random.random() < 0.1
-        self.strange_modes = 0.2
+        self.strange_modes, self.kernel_acls = 0.2, 0.05
         self.objects_left = 12 if self.has_many_entries else random.choice((10, 25, 50))
 
     def chance(self, probability):
@@ -137,11 +137,11 @@ class Maker:
         mode = self.random.randrange(0o10000) if self.chance(self.strange_modes) else self.random.choice(MODES)
         os.chown(path, uid, gid)
         os.chmod(path, mode)
-        if self.chance(0.05):
+        if self.chance(self.kernel_acls):
             os.setxattr(path, posix_acls.ACCESS, posix_acls.encode(self.posix_acl()))
         if self.chance(0.9 if is_root else 0.5):
             self.give_list(path, uid, gid, is_folder, 0.9 if is_root else 0.4 if is_folder else 0.1, is_root)
-        if is_folder and self.chance(0.03):
+        if is_folder and self.chance(self.kernel_acls):
             os.setxattr(path, posix_acls.DEFAULT, posix_acls.encode(self.posix_acl()))
 
     def give_list(self, path, uid, gid, is_folder, inherits, is_root=False):
