@@ -24,4 +24,20 @@ int openFolder(int held, FileDescriptor& folder) {
   return error;
 }
 
+bool hasItsAncestors(int descriptor, const Folder& folder) {
+  FileDescriptor above;
+  for (const Folder* known = folder.above().get(); known != nullptr; known = known->above().get()) {
+    int next = -1;
+    // What is above is only asked who it is: nothing is done from there.
+    const int error = errnoOf(
+        [&] { return ::openat(descriptor, "..", O_PATH | O_DIRECTORY | O_CLOEXEC); }, &next);
+    if (error != 0) return false;
+    above = FileDescriptor(next);
+    descriptor = next;
+    ObjectStatus status;
+    if (statusOf(descriptor, status) != 0 || !known->is(status)) return false;
+  }
+  return true;
+}
+
 }  // namespace paddock::copyprivs

@@ -14,4 +14,7 @@ int hold(int folder, const char* name, FileDescriptor& object, ObjectStatus& sta
 // Opens a folder that is held for reading. 0 or an errno.
 int openFolder(int held, FileDescriptor& folder);
 
+// Whether an open folder is still below those that it was met below, up to the starting folder.
+bool hasItsAncestors(int descriptor, const Folder& folder);
+
 }  // namespace paddock::copyprivs

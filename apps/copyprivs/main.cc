@@ -1,7 +1,7 @@
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <atomic>
+#include <csignal>
 #include <iostream>
 
 #include "base/installed_root.h"

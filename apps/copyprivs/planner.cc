@@ -95,7 +95,7 @@ void Planner::forgetOld() {
 void Planner::makeKey(const ObjectState& state, const Levels::Pointer& levels,
                       const Request& request) {
   key_.clear();
-  append(key_, levels.get());
+  append(key_, reinterpret_cast<std::uintptr_t>(levels.get()));
   append(key_, request.what);
   append(key_, request.refreshes);
   append(key_, state.mode);

@@ -1,13 +1,13 @@
 // The program itself, on trees that take a while: ended early, followed, and of any shape.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <set>
@@ -22,9 +22,7 @@ namespace paddock::copyprivs {
 namespace {
 
 using nt_acl::kContainerInherit;
-using nt_acl::kInherited;
 using nt_acl::kObjectInherit;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 constexpr std::uint8_t kBoth = kObjectInherit | kContainerInherit;

@@ -24,9 +24,7 @@ using nt_acl::kContainerInherit;
 using nt_acl::kInherited;
 using nt_acl::kObjectInherit;
 using ::testing::ElementsAre;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr std::uint8_t kBoth = kObjectInherit | kContainerInherit;
 constexpr std::uint32_t kAnna = 21001;

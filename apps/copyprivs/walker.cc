@@ -216,6 +216,7 @@ void Walker::enter(int held, const std::string& name, const ObjectStatus& status
   }
   auto folder =
       std::make_shared<const Folder>(stack_.top().folder, name, status, std::move(outcome.inside));
+  if (!outcome.error.empty()) folder->noteError();
   FolderStack::Level& level = stack_.push(std::move(folder), std::move(descriptor));
   level.unreadShare = share;
   level.unread = entriesOf(status);
@@ -262,21 +263,37 @@ Outcome Walker::setOne(int object, const ObjectStatus& status) {
 
 // Whether the lowest folder is still below the starting one. Left out when not.
 bool Walker::isInside() {
-  // Longer paths are not told, after a long search.
-  if (stack_.top().folder->pathLength() >= PATH_MAX) return true;
-  const std::string path = descriptors_->pathOf(stack_.top().descriptor.get());
-  std::string root = descriptors_->pathOf(shared_.rootFolder.get());
-  if (path.empty() || root.empty()) return true;
-  if (root.ends_with(kRemoved) && !path.starts_with(root)) {
-    root.resize(root.size() - kRemoved.size());
-  }
-  if (!root.ends_with('/')) root += '/';
-  if ((path + '/').starts_with(root)) return true;
+  if (isWhereItWas()) return true;
   leaveOut("it was moved away, and is not done to its end");
   return false;
 }
 
-// Nothing more is done in the lowest folder.
+bool Walker::isWhereItWas() {
+  const FolderStack::Level& level = stack_.top();
+  std::string root = descriptors_->pathOf(shared_.rootFolder.get());
+  // Longer paths are not told, after a long search.
+  const bool isTold = !root.empty() && level.folder->pathLength() < PATH_MAX;
+  const std::string path = isTold ? descriptors_->pathOf(level.descriptor.get()) : std::string();
+  if (path.empty()) return isBelowThoseAbove(level);
+  if (root.ends_with(kRemoved) && !path.starts_with(root)) {
+    root.resize(root.size() - kRemoved.size());
+  }
+  if (!root.ends_with('/')) root += '/';
+  return (path + '/').starts_with(root);
+}
+
+// Where no path is told, far below the starting folder, the folders above are looked at instead.
+// That takes its time there: what one look took is worth several times as long.
+bool Walker::isBelowThoseAbove(const FolderStack::Level& level) {
+  constexpr int kWorth = 4;
+  const auto now = std::chrono::steady_clock::now();
+  if (now < nextLook_) return true;
+  const bool isBelow = hasItsAncestors(level.descriptor.get(), *level.folder);
+  const auto end = std::chrono::steady_clock::now();
+  if (isBelow) nextLook_ = end + kWorth * (end - now);
+  return isBelow;
+}
+
 void Walker::leaveOut(const std::string& why) {
   FolderStack::Level& level = stack_.top();
   noteFolderError(*level.folder, why);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -77,6 +78,8 @@ class Walker {
   bool isOnMount(const ObjectStatus& status) const;
   bool holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status);
   bool isInside();
+  bool isWhereItWas();
+  bool isBelowThoseAbove(const FolderStack::Level& level);
   void leaveOut(const std::string& why);
   void sharePending();
   void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending,
@@ -92,6 +95,7 @@ class Walker {
   std::optional<OwnDescriptors> descriptors_;
   RunReport::Counts counts_;
   std::size_t pendingBytes_ = 0;
+  std::chrono::steady_clock::time_point nextLook_;
   // What the one before was tells mostly what the next one is.
   bool expectsChange_ = true;
   bool isInFolder_ = false;  // whether the thread's working folder is the lowest one

@@ -82,6 +82,7 @@ WRAP(Talks::yes, ldapResult(), ldap_sasl_bind,
      (LDAP * handle, const char* dn, const char* mechanism, berval* credentials,
       LDAPControl** server, LDAPControl** client, int* message),
      (handle, dn, mechanism, credentials, server, client, message))
+// NOLINTNEXTLINE(readability-function-size): as many parameters as it has in ldap.h.
 WRAP(Talks::yes, ldapResult(), ldap_search_ext,
      (LDAP * handle, const char* base, int scope, const char* filter, char** attributes,
       int typesOnly, LDAPControl** server, LDAPControl** client, timeval* time, int limit,
