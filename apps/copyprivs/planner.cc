@@ -64,6 +64,15 @@ unsigned differences(const ObjectState& before, const ObjectState& after) {
   return changes;
 }
 
+// Taking old entries away can take the group's right to execute from the mode for a while, and the
+// kernel's chown keeps a set-group-id bit then. What could be run as a group is never handed to
+// another one with that bit.
+void endSetIdUnderNewOwners(const ObjectState& before, ObjectState& after) {
+  const bool isSame = before.uid == after.uid && before.gid == after.gid;
+  if (isSame || before.isFolder() || (before.mode & S_IXGRP) == 0) return;
+  after.mode &= ~mode_t{S_ISGID};
+}
+
 }  // namespace
 
 Planner::Planner(FilePrivileges& privileges, const std::string& attribute, const PrivsToSet& privs)
@@ -131,6 +140,7 @@ Plan Planner::make(const ObjectState& state, const Levels::Pointer& levels,
     (void)GetInheritableACL(object, entries, false);
     plan.inside = entries == nullptr ? own : std::make_shared<const Levels>(entries, levels);
   }
+  endSetIdUnderNewOwners(state, attributes_.state());
   plan.error = object.error();
   plan.hasInvalidList = (request.what & kSetInheritedEntries) != 0 && object.sawInvalidList();
   const ObjectState& after = attributes_.state();

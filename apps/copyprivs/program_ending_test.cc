@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "base/file_descriptor.h"
-#include "copyprivs/test_tree.h"
+#include "support/copyprivs_tree.h"
 #include "support/loop_volume.h"
 #include "support/own_mounts.h"
 

@@ -13,7 +13,7 @@
 #include <functional>
 
 #include "base/file_descriptor.h"
-#include "copyprivs/test_tree.h"
+#include "support/copyprivs_tree.h"
 #include "support/loop_volume.h"
 #include "support/own_mounts.h"
 

@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "copyprivs/test_tree.h"
+#include "support/copyprivs_tree.h"
 
 namespace paddock::copyprivs {
 namespace {
@@ -22,6 +22,7 @@ using ::testing::IsEmpty;
 constexpr std::uint8_t kBoth = kObjectInherit | kContainerInherit;
 constexpr std::uint32_t kAnna = 21001;
 constexpr std::uint32_t kBert = 21002;
+constexpr std::uint32_t kExecuting = 0x20;
 constexpr std::uint32_t kReading = 0x1;
 
 class Program : public ::testing::Test {
@@ -67,6 +68,21 @@ TEST_F(Program, GivesOwnerGroupAndModeToEverythingInside) {
   EXPECT_EQ(permissionsOf(tree_.path("sub")), 0770U);
   EXPECT_EQ(permissionsOf(tree_.path("sub/file")), 0660U);
   EXPECT_EQ(permissionsOf(tree_.path("script")), 0771U);
+}
+
+TEST_F(Program, WhatRanAsItsGroupDoesNotRunAsAnotherOne) {
+  tree_.own("", 0755, kAnna, kBert);
+  tree_.makeFile("program", 0701);
+  tree_.setList("program", {aceOf(kAnna, kInherited, kExecuting)});
+  posix_acl::Acl acl;
+  acl.classes = posix_acl::classesOf(0701);
+  acl.users = {{kAnna, posix_acl::kExecute}};
+  acl.mask = posix_acl::kExecute;
+  tree_.setValue("program", posix_acl::encode(acl), posix_acl::kAccessAttribute);
+  ASSERT_EQ(::chmod(tree_.path("program").c_str(), 02711), 0);
+  expectDone("34", 1);
+  EXPECT_EQ(lstatOf(tree_.path("program")).st_gid, kBert);
+  EXPECT_EQ(permissionsOf(tree_.path("program")), 0701U);
 }
 
 TEST_F(Program, TheStartingFolderStaysAsItIs) {

@@ -2,7 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
-#include "effectiveprivs/installed_program.h"
+#include "support/effectiveprivs_program.h"
 #include "support/own_mounts.h"
 
 namespace paddock::effectiveprivs {
