@@ -4,13 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <exception>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "base/system_call.h"
+#include "base/worker_threads.h"
 #include "quotascan/failure.h"
 #include "quotascan/walker.h"
 
@@ -36,41 +36,11 @@ FileDescriptor duplicateOf(int folder) {
   return FileDescriptor(descriptor);
 }
 
-// The first exception of several threads.
-class FirstFailure {
- public:
-  void keep(std::exception_ptr failure) {
-    const std::lock_guard lock(mutex_);
-    if (!first_) first_ = std::move(failure);
-  }
-  void rethrow() const {
-    if (first_) std::rethrow_exception(first_);
-  }
-
- private:
-  std::mutex mutex_;
-  std::exception_ptr first_;
-};
-
 void runThreads(SharedWalk& shared, const std::vector<std::unique_ptr<Walker>>& walkers) {
-  FirstFailure failure;
-  std::vector<std::thread> threads;
-  const auto walk = [&](Walker& walker) {
-    try {
-      walker.run();
-    } catch (...) {
-      failure.keep(std::current_exception());
-      shared.queue.stop();
-    }
-  };
-  try {
-    for (const auto& walker : walkers) threads.emplace_back(walk, std::ref(*walker));
-  } catch (...) {
-    failure.keep(std::current_exception());
-    shared.queue.stop();
-  }
-  for (std::thread& thread : threads) thread.join();
-  failure.rethrow();
+  std::vector<std::function<void()>> workers;
+  workers.reserve(walkers.size());
+  for (const auto& walker : walkers) workers.emplace_back([&walker] { walker->run(); });
+  runWorkers(workers, [&shared] { shared.queue.stop(); });
 }
 
 }  // namespace
