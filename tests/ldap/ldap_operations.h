@@ -14,6 +14,11 @@ struct Operation {
   void (*run)(DirectoryNode& node);
   bool (*isDone)(DirectoryNode& node);
   bool (*isUndone)(DirectoryNode& node);
+
+  // A server whose answer nobody waits for any more may be done between two looks.
+  bool isWhollyDoneOrNot(DirectoryNode& node) const {
+    return isDone(node) || isUndone(node) || isDone(node);
+  }
 };
 
 inline std::string valueOf(DirectoryNode& node, const std::string& name,
