@@ -10,7 +10,7 @@
 namespace paddock::copyprivs {
 
 struct WalkOptions {
-  unsigned threads = 0;       // 0: one for each processor, from 2 to as many as the descriptors allow
+  unsigned threads = 0;       // 0: one for each processor, as the descriptors allow
   unsigned descriptors = 40;  // that may be open at a time; at least 8 for each thread
 };
 
