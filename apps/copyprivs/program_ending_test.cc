@@ -295,7 +295,12 @@ Peak peakOf(pid_t process, const std::function<bool()>& isRunning) {
   return peak;
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// With what a sanitizer keeps of each byte.
+constexpr long kMostMemory = 8 * (64L << 10U);
+#else
 constexpr long kMostMemory = 64L << 10U;
+#endif
 constexpr long kMostDescriptors = 64;
 
 TEST_F(ProgramEnding, ATreeOfTenThousandLevelsTakesLittleMemoryAndFewDescriptors) {
