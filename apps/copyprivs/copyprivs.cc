@@ -64,11 +64,11 @@ void say(std::ostream& error, const std::string& text) {
 }
 
 Dictionary readConfigurationTree(const std::string& root) {
-  const std::string path = root + "/etc/paddock/paddockd.toml";
-  std::vector<ConfigurationProblem> problems;
-  Dictionary tree = readConfiguration(path, problems).tree;
-  if (!problems.empty()) throw CannotStart(describeProblem(path, problems.front()));
-  return tree;
+  try {
+    return readInstalledConfiguration(root);
+  } catch (const std::runtime_error& error) {
+    throw CannotStart(error.what());
+  }
 }
 
 // One run and what is told of it.
