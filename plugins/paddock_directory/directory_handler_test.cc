@@ -113,6 +113,33 @@ TEST_F(DirectoryHandlerTest, PuttingReplacesTheNamedAttributesOnly) {
   EXPECT_EQ(record("Docs")->size(), 4U);
 }
 
+TEST_F(DirectoryHandlerTest, PuttingRemovesTheAttributesThatAreNamed) {
+  put(kShares, "Docs", {{"a", "1"}, {"b", "2"}, {"c", "3"}});
+  EXPECT_EQ(statusOf("putRecord", {{"type", kShares},
+                                   {"name", "Docs"},
+                                   {"attributes", Dictionary{{"a", "4"}}},
+                                   {"removeAttributes", Array{"b", "not there"}}}),
+            0);
+  EXPECT_EQ(*record("Docs")->array("a"), Array{"4"});
+  EXPECT_FALSE(record("Docs")->contains("b"));
+  EXPECT_TRUE(record("Docs")->contains("c"));
+}
+
+TEST_F(DirectoryHandlerTest, RemovalsThatCannotBeAreRefusedAndChangeNothing) {
+  put(kShares, "Docs", {{"a", "1"}});
+  const auto before = record("Docs");
+  for (const Value& wrong :
+       {Value("a"), Value(Array{7}), Value(Array{""}), Value(Array{schema::kRecordName}),
+        Value(Array{"a", schema::kRecordType})}) {
+    EXPECT_EQ(statusOf("putRecord", {{"type", kShares},
+                                     {"name", "Docs"},
+                                     {"attributes", Dictionary{{"a", "2"}}},
+                                     {"removeAttributes", wrong}}),
+              EINVAL);
+  }
+  EXPECT_EQ(record("Docs"), before);
+}
+
 TEST_F(DirectoryHandlerTest, WhatWasReadCanBePutBack) {
   put(kShares, "Docs", {{"a", Array{"1", "2"}}});
   const auto before = record("Docs");

@@ -2,8 +2,10 @@
 
 #include <cerrno>
 #include <string>
+#include <vector>
 
 #include "paddock_directory/replies.h"
+#include "platform/directory_schema.h"
 #include "platform/directory_values.h"
 #include "platform/linux/local_node.h"
 #include "platform/search_node.h"
@@ -26,6 +28,24 @@ Dictionary attributesOf(const Dictionary& request) {
   if (attributes == nullptr) throw DirectoryError(EINVAL, "attributes is no dictionary");
   attributeChanges(*attributes);  // throws when they cannot be set
   return *attributes;
+}
+
+// The names under "removeAttributes".
+std::vector<std::string> removalsOf(const Dictionary& request) {
+  const Value* value = request.find("removeAttributes");
+  if (value == nullptr) return {};
+  const Array* names = value->array();
+  if (names == nullptr) throw DirectoryError(EINVAL, "removeAttributes is no array");
+  std::vector<std::string> removals;
+  for (const Value& name : *names) {
+    if (name.string() == nullptr)
+      throw DirectoryError(EINVAL, "removeAttributes holds what is no name");
+    requireDirectoryName(*name.string(), "attribute");
+    if (*name.string() == schema::kRecordName || *name.string() == schema::kRecordType)
+      throw DirectoryError(EINVAL, *name.string() + " cannot be removed");
+    removals.push_back(*name.string());
+  }
+  return removals;
 }
 
 std::shared_ptr<DirectoryNode> nodeOf(DirectoryService& directory, const Dictionary& request) {
@@ -96,12 +116,15 @@ Dictionary put(DirectoryService& directory, const Dictionary& request) {
     const std::string& type = required(request, "type");
     const std::string& name = required(request, "name");
     const Dictionary attributes = attributesOf(request);
+    const std::vector<std::string> removals = removalsOf(request);
     const auto node = authenticatedNode(directory, request);
     const auto record = node->findRecord(name, type);
-    if (record)
-      record->setAttributesAndValues(attributes);
-    else
+    if (!record) {
       create(*node, name, type, attributes);
+      return {};
+    }
+    record->setAttributesAndValues(attributes);
+    for (const std::string& attribute : removals) record->removeAttribute(attribute);
     return {};
   });
 }

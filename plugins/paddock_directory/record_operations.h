@@ -22,6 +22,8 @@ Dictionary list(DirectoryService& directory, const Dictionary& request);
 Dictionary get(DirectoryService& directory, const Dictionary& request);
 
 // Creates the record when there is none and replaces the attributes that are given, all or none.
+// "removeAttributes", an array of names, are removed from a record that was there, one by one and
+// after that; one that it has not is no error. EINVAL, before anything is changed, for the names.
 Dictionary put(DirectoryService& directory, const Dictionary& request);
 
 // Status 0 also when there is no such record.
