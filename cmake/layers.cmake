@@ -8,6 +8,7 @@ set(PADDOCK_LAYERS
   "base            | src/base             |"
   "api             | include/paddock      | base"
   "configuration   | src/configuration    | base"
+  "samba           | src/samba            | base"
   "platform        | src/platform         | base"
   "exports         | src/exports          | platform api base"
   "privileges      | src/privileges       | platform api base"
@@ -21,13 +22,13 @@ set(PADDOCK_LAYERS
   "platform_testing| src/platform/testing | platform base"
   "module          | src/module           | handler store exports privileges volumes platform_linux platform_host hostlib wire platform api base"
   "daemon          | src/daemon           | configuration wire hostlib api base"
-  "plugins         | plugins              | hostlib platform_linux platform_host platform api base"
+  "plugins         | plugins              | samba hostlib platform_linux platform_host platform api base"
   "apps_paddockd   | apps/paddockd        | daemon base"
-  "apps_keelhouse  | apps/keelhouse       | wire base"
+  "apps_keelhouse  | apps/keelhouse       | samba wire base"
   "apps_quotascan  | apps/quotascan       | volumes platform_linux platform base"
   "apps_copyprivs  | apps/copyprivs       | privileges platform_linux configuration wire platform api base"
   "apps_effectiveprivs | apps/effectiveprivs | privileges platform_linux configuration wire platform api base"
-  "apps_synchronize_shares | apps/synchronize-shares | store platform_linux configuration platform api base"
+  "apps_synchronize_shares | apps/synchronize-shares | store platform_linux configuration platform samba api base"
 )
 
 # Layers whose code includes the standard library, POSIX and this project, nothing else.

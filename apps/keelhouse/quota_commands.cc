@@ -3,6 +3,7 @@
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/quota_view.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/volume_root.h"
 #include "wire/json.h"
@@ -15,7 +16,7 @@ constexpr const char* kQuotas = "volumeQuotas";
 constexpr const char* kEnabled = "isEnabled";
 
 std::string volumePath(const std::string& typed) {
-  std::string path = absolutePath(typed);
+  std::string path = folderPath(session, typed);
   requireVolumeRoot(path);
   return path;
 }

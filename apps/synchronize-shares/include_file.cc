@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "base/system_call.h"
-#include "synchronize-shares/samba_text.h"
+#include "samba/samba_text.h"
 
 namespace paddock::synchronizer {
 
@@ -36,7 +36,7 @@ std::string commonLines(const std::string& attribute) {
 void appendSection(std::string& text, const SharePoint& share, std::string_view common) {
   text.append("\n[").append(share.nameOverSMB).append("]\n");
   text.append("    path = ").append(share.path).append("\n");
-  if (faultOfValue(share.recordName).empty())
+  if (samba::faultOfValue(share.recordName).empty())
     text.append("    comment = ").append(share.recordName).append("\n");
   text.append(common);
 }
@@ -45,7 +45,7 @@ void appendSection(std::string& text, const SharePoint& share, std::string_view 
 
 std::string includeFileText(const std::vector<const SharePoint*>& shares,
                             const std::string& attribute) {
-  if (const std::string_view fault = faultOfValue(attribute); !fault.empty())
+  if (const std::string_view fault = samba::faultOfValue(attribute); !fault.empty())
     throw std::runtime_error("the attribute of the access-control lists, \"" + attribute + "\", " +
                              std::string(fault) + ", which Samba's configuration cannot carry");
   const std::string common = commonLines(attribute);

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "synchronize-shares/samba_text.h"
+#include "samba/samba_text.h"
 
 namespace paddock::synchronizer {
 
@@ -12,11 +12,11 @@ namespace {
 std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
 
 std::string faultOf(const SharePoint& sharePoint) {
-  if (const std::string_view fault = faultOfShareName(sharePoint.nameOverSMB); !fault.empty())
+  if (const std::string_view fault = samba::faultOfShareName(sharePoint.nameOverSMB); !fault.empty())
     return "its name over SMB, " + quoted(sharePoint.nameOverSMB) + ", " + std::string(fault);
   const std::string path = "its path, " + quoted(sharePoint.path) + ", ";
   if (!sharePoint.path.starts_with('/')) return path + "is not absolute";
-  if (const std::string_view fault = faultOfValue(sharePoint.path); !fault.empty())
+  if (const std::string_view fault = samba::faultOfValue(sharePoint.path); !fault.empty())
     return path + std::string(fault);
   return {};
 }
@@ -35,7 +35,7 @@ ShareSelection selectShares(const std::vector<SharePoint>& sharePoints) {
       leaveOut(sharePoint, fault);
       continue;
     }
-    const auto [user, isNew] = names.emplace(shareNameKey(sharePoint.nameOverSMB), &sharePoint);
+    const auto [user, isNew] = names.emplace(samba::shareNameKey(sharePoint.nameOverSMB), &sharePoint);
     if (isNew) {
       selection.published.push_back(&sharePoint);
     } else {

@@ -1,4 +1,4 @@
-#include "synchronize-shares/samba_text.h"
+#include "samba/samba_text.h"
 
 #include <utf8proc.h>
 
@@ -7,7 +7,7 @@
 
 #include "base/text.h"
 
-namespace paddock::synchronizer {
+namespace paddock::samba {
 
 namespace {
 
@@ -128,4 +128,4 @@ std::string shareNameKey(std::string_view name) {
   return key;
 }
 
-}  // namespace paddock::synchronizer
+}  // namespace paddock::samba

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace paddock::synchronizer {
+namespace paddock::samba {
 
 // Of the value of a parameter: what keeps Samba from reading back exactly this text, and from
 // taking it as it stands. Samba drops or joins blanks, quotation marks and lines, puts something
@@ -21,4 +21,4 @@ std::string_view faultOfShareName(std::string_view name);
 // letters have another case in a newer Unicode than Samba's. `name` is UTF-8.
 std::string shareNameKey(std::string_view name);
 
-}  // namespace paddock::synchronizer
+}  // namespace paddock::samba

@@ -1,8 +1,8 @@
-#include "synchronize-shares/samba_text.h"
+#include "samba/samba_text.h"
 
 #include <gtest/gtest.h>
 
-namespace paddock::synchronizer {
+namespace paddock::samba {
 namespace {
 
 std::string repeated(std::string_view text, int count) {
@@ -156,4 +156,4 @@ TEST(ShareNameKey, NothingElseIsLookedThrough) {
 }
 
 }  // namespace
-}  // namespace paddock::synchronizer
+}  // namespace paddock::samba
