@@ -3,7 +3,6 @@
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/quota_view.h"
 #include "keelhouse/reply_status.h"
-#include "keelhouse/named_share.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/volume_root.h"
 #include "wire/json.h"
@@ -16,7 +15,7 @@ constexpr const char* kQuotas = "volumeQuotas";
 constexpr const char* kEnabled = "isEnabled";
 
 std::string volumePath(const std::string& typed) {
-  std::string path = folderPath(session, typed);
+  std::string path = absolutePath(typed);
   requireVolumeRoot(path);
   return path;
 }

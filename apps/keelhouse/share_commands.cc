@@ -9,7 +9,6 @@
 #include "keelhouse/reply_status.h"
 #include "keelhouse/share_automount.h"
 #include "keelhouse/share_notes.h"
-#include "keelhouse/named_share.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
 #include "keelhouse/smb_publication.h"
@@ -87,7 +86,7 @@ ExitStatus listShares(const Session& session) {
 }
 
 ExitStatus showShare(const Session& session, const std::string& typedPath) {
-  const std::string path = folderPath(session, typedPath);
+  const std::string path = absolutePath(typedPath);
   const Dictionary sharePoint = readSharePoint(session, path);
   if (!isShared(sharePoint)) throw notShared(path, "Share it with: keelhouse share add PATH");
   print(session, sharePoint);
@@ -96,7 +95,7 @@ ExitStatus showShare(const Session& session, const std::string& typedPath) {
 
 ExitStatus addShare(const Session& session, const std::string& typedPath,
                     const ShareChanges& changes, const NodeAccount& account, bool force) {
-  const std::string path = folderPath(session, typedPath);
+  const std::string path = absolutePath(typedPath);
   const Dictionary record = newShareRecord(path, changes);
   if (!force) requireFolder(path);
   if (isShared(readSharePoint(session, path))) {
@@ -112,7 +111,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath,
   if (changes.empty() && !accountGiven) {
     throw usageFailure("share set: no option says what to change");
   }
-  const std::string path = folderPath(session, typedPath);
+  const std::string path = absolutePath(typedPath);
   const Dictionary stored = readSharePoint(session, path);
   if (!isShared(stored)) throw notShared(path, "Share it with: keelhouse share add PATH");
   const Dictionary record = changedShareRecord(path, changes, stored);
@@ -128,7 +127,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath,
 
 ExitStatus removeShare(const Session& session, const std::string& typedPath,
                        const NodeAccount& account) {
-  const std::string path = folderPath(session, typedPath);
+  const std::string path = absolutePath(typedPath);
   const Dictionary stored = readSharePoint(session, path);
   if (!isShared(stored)) throw notShared(path, "See what is: keelhouse share list");
   const AutomountChange automount(session, storedPath(stored, path), planAutomountRemoval(stored),
