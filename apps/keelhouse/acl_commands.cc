@@ -4,9 +4,9 @@
 #include "keelhouse/acl_view.h"
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/kernel_acl.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/projection_view.h"
 #include "keelhouse/reply_status.h"
-#include "keelhouse/share_path.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -53,7 +53,7 @@ Array inheritedAcl(const Session& session, const std::string& path) {
 }  // namespace
 
 ExitStatus showAcl(const Session& session, const std::string& typedPath) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
   print(session, path, aclOf(privileges, path), isFolder(privileges), principals);
@@ -61,7 +61,7 @@ ExitStatus showAcl(const Session& session, const std::string& typedPath) {
 }
 
 ExitStatus showAclProjection(const Session& session, const std::string& typedPath) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
   const Projection projection = makeProjection(
@@ -76,7 +76,7 @@ ExitStatus showAclProjection(const Session& session, const std::string& typedPat
 
 ExitStatus setAcl(const Session& session, const std::string& typedPath,
                   const std::vector<std::string>& entries) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const std::vector<TypedEntry> typed = parseEntries(entries);
   Principals principals(session);
   return write(session, path, newEntries(typed, principals), principals);
@@ -84,7 +84,7 @@ ExitStatus setAcl(const Session& session, const std::string& typedPath,
 
 ExitStatus addToAcl(const Session& session, const std::string& typedPath,
                     const std::vector<std::string>& entries, std::optional<std::size_t> number) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const std::vector<TypedEntry> typed = parseEntries(entries);
   Principals principals(session);
   WantedAcl added = newEntries(typed, principals);
@@ -95,7 +95,7 @@ ExitStatus addToAcl(const Session& session, const std::string& typedPath,
 
 ExitStatus removeFromAcl(const Session& session, const std::string& typedPath,
                          const std::vector<std::string>& words) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const std::vector<Removal> removals = parseRemovals(words);
   const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
@@ -104,7 +104,7 @@ ExitStatus removeFromAcl(const Session& session, const std::string& typedPath,
 }
 
 ExitStatus inheritAcl(const Session& session, const std::string& typedPath, bool apply) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   // The other question is answered with an empty list for a path that is not there.
   const Dictionary privileges = readPrivileges(session, path);
   const Array acl = inheritedAcl(session, path);

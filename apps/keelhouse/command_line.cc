@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <exception>
 #include <iostream>
+#include <memory>
 
 #include "base/installed_root.h"
 #include "keelhouse/options.h"
 #include "keelhouse/socket_path.h"
 #include "keelhouse/status_command.h"
 #include "keelhouse/terminal_text.h"
+#include "keelhouse/unknown_words.h"
 
 namespace paddock::keelhouse {
 
@@ -55,11 +57,25 @@ int fail(std::ostream& error, ExitStatus status, const std::string& text) {
 }
 
 // --help and --version are exceptions of the parser too.
-int endParsing(const CLI::App& program, const CLI::ParseError& reason, std::ostream& out,
-               std::ostream& error) {
+int endParsing(const CLI::App& program, const CLI::ParseError& reason,
+               const std::vector<std::string>& words, std::ostream& out, std::ostream& error) {
   if (reason.get_exit_code() == numberOf(ExitStatus::done)) return program.exit(reason, out, error);
   return fail(error, ExitStatus::usage,
-              std::string(reason.what()) + "\nSee keelhouse --help, and keelhouse(8).");
+              unknownWord(program, words).value_or(reason.what()) +
+                  "\nSee keelhouse help, and keelhouse(8).");
+}
+
+// Prints the help by itself: it needs no daemon.
+void addHelp(CLI::App& program, Action& action) {
+  auto* help = program.add_subcommand("help", "Help on a command, such as: help share add");
+  const auto words = std::make_shared<std::vector<std::string>>();
+  help->add_option("COMMAND", *words, "The words of the command");
+  help->callback([words, &program, &action] {
+    action = [words, &program](const Session& session) {
+      session.out << helpOn(program, *words);
+      return ExitStatus::done;
+    };
+  });
 }
 
 int perform(const Action& action, const Session& session, std::ostream& error) {
@@ -94,11 +110,12 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   program.add_subcommand("status", "What the daemon says of itself")->callback([&action] {
     action = showStatus;
   });
+  addHelp(program, action);
   try {
     // The parser takes its words from the back.
     program.parse(std::vector<std::string>(words.rbegin(), words.rend()));
   } catch (const CLI::ParseError& reason) {
-    return endParsing(program, reason, out, error);
+    return endParsing(program, reason, words, out, error);
   }
   const DaemonClient daemon(socketOf(program, options));
   const std::string root = rootOfSocket(daemon.socketPath()).value_or(ownRoot());

@@ -12,8 +12,8 @@
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/host_accounts.h"
 #include "keelhouse/local_accounts.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/reply_status.h"
-#include "keelhouse/share_path.h"
 #include "keelhouse/terminal_text.h"
 #include "keelhouse/tree_program.h"
 #include "wire/json.h"
@@ -65,7 +65,7 @@ std::optional<std::uint32_t> askProgram(const Session& session, const std::strin
 
 ExitStatus showEffective(const Session& session, const std::string& typedPath,
                          const std::string& user) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const std::uint32_t uid = uidOf(session, user);
   // The daemon answers 0 for whatever it cannot find out; this says what is wrong with the path.
   const Dictionary privileges = readPrivileges(session, path);
@@ -85,7 +85,7 @@ ExitStatus showEffective(const Session& session, const std::string& typedPath,
 
 ExitStatus explainEffective(const Session& session, const std::string& typedPath,
                             const std::string& user) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   std::vector<std::string> arguments{"--explain", "-p", path, "-u",
                                      std::to_string(uidOf(session, user))};
   if (session.json) arguments.insert(arguments.begin(), "--json");
@@ -93,7 +93,7 @@ ExitStatus explainEffective(const Session& session, const std::string& typedPath
 }
 
 ExitStatus showWho(const Session& session, const std::string& typedPath) {
-  std::vector<std::string> arguments{"--who", "-p", absolutePath(typedPath)};
+  std::vector<std::string> arguments{"--who", "-p", folderPath(session, typedPath)};
   if (session.json) arguments.insert(arguments.begin(), "--json");
   return runTreeProgram(session, kProgram, arguments);
 }

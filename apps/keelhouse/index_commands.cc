@@ -1,7 +1,7 @@
 #include "keelhouse/index_commands.h"
 
 #include "keelhouse/folder_settings.h"
-#include "keelhouse/share_path.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -36,7 +36,7 @@ void print(const Session& session, const std::string& path, bool indexed) {
 }
 
 ExitStatus switchIndexing(const Session& session, const std::string& typedPath, bool on) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const Dictionary stored = sharedFolder(session, path);
   // The stored path may differ from the given one by letter case, and is that of the index.
   const std::string* storedPath = stored.string("path");
@@ -56,7 +56,7 @@ ExitStatus switchIndexing(const Session& session, const std::string& typedPath, 
 }  // namespace
 
 ExitStatus showIndexing(const Session& session, const std::string& typedPath) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   print(session, path, isIndexed(sharedFolder(session, path), path));
   return ExitStatus::done;
 }

@@ -4,8 +4,8 @@
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/host_accounts.h"
 #include "keelhouse/mode_text.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/privs_view.h"
-#include "keelhouse/share_path.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -97,14 +97,14 @@ void print(const Session& session, const Dictionary& privileges) {
 }  // namespace
 
 ExitStatus showPrivileges(const Session& session, const std::string& typedPath) {
-  print(session, readPrivileges(session, absolutePath(typedPath)));
+  print(session, readPrivileges(session, folderPath(session, typedPath)));
   return ExitStatus::done;
 }
 
 ExitStatus setPrivileges(const Session& session, const std::string& typedPath,
                          const PrivilegeChanges& changes) {
   if (changes.empty()) throw usageFailure("privs set: no option says what to change");
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const Dictionary wanted = requested(changes);
   const Dictionary found =
       writePrivileges(session, path, wanted, "the privileges of " + path + " cannot be changed");

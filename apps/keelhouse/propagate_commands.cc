@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "keelhouse/dry_run.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/pushed_parts.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/run_follower.h"
@@ -21,7 +22,6 @@
 #include "keelhouse/run_stopper.h"
 #include "keelhouse/run_text.h"
 #include "keelhouse/running_runs.h"
-#include "keelhouse/share_path.h"
 #include "keelhouse/shell_word.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
@@ -179,7 +179,7 @@ void printStopped(const Session& session, const std::vector<RunningRun>& runs) {
 
 ExitStatus startPropagation(const Session& session, const std::string& typedPath,
                             std::uint32_t mask, bool follows) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   requireFolderItself(path);
   requireNoRun(session, path);
   const Dictionary reply = start(session, path, mask);
@@ -194,7 +194,7 @@ ExitStatus startPropagation(const Session& session, const std::string& typedPath
 }
 
 ExitStatus followPropagation(const Session& session, const std::string& typedPath) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const std::vector<RunningRun> runs = runsOn(session, path);
   if (!runs.empty()) {
     const RunningRun& run = runs.back();
@@ -207,7 +207,7 @@ ExitStatus followPropagation(const Session& session, const std::string& typedPat
 }
 
 ExitStatus stopPropagation(const Session& session, const std::string& typedPath) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   if (::geteuid() != 0) throw failure("stopping a run takes root, whose program it is");
   const std::vector<RunningRun> runs = runsOn(session, path);
   if (runs.empty()) throw noRun(path);
@@ -219,7 +219,7 @@ ExitStatus stopPropagation(const Session& session, const std::string& typedPath)
 
 ExitStatus tryPropagation(const Session& session, const std::string& typedPath,
                           std::uint32_t mask) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   requireFolderItself(path);
   return showResult(session, path, {{"path", path}}, runDry(session, path, mask));
 }

@@ -1,9 +1,9 @@
 #include "keelhouse/quota_commands.h"
 
 #include "keelhouse/folder_settings.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/quota_view.h"
 #include "keelhouse/reply_status.h"
-#include "keelhouse/share_path.h"
 #include "keelhouse/volume_root.h"
 #include "wire/json.h"
 
@@ -14,8 +14,8 @@ namespace {
 constexpr const char* kQuotas = "volumeQuotas";
 constexpr const char* kEnabled = "isEnabled";
 
-std::string volumePath(const std::string& typed) {
-  std::string path = absolutePath(typed);
+std::string volumePath(const Session& session, const std::string& typed) {
+  std::string path = folderPath(session, typed);
   requireVolumeRoot(path);
   return path;
 }
@@ -40,7 +40,7 @@ void print(const Session& session, const std::string& volume, const Dictionary& 
 }
 
 ExitStatus switchQuotas(const Session& session, const std::string& typedVolume, bool on) {
-  const std::string volume = volumePath(typedVolume);
+  const std::string volume = volumePath(session, typedVolume);
   const std::string action =
       "the quotas of " + volume + " cannot be switched " + (on ? "on" : "off");
   const Dictionary reply =
@@ -57,7 +57,7 @@ ExitStatus switchQuotas(const Session& session, const std::string& typedVolume, 
 }  // namespace
 
 ExitStatus showQuotas(const Session& session, const std::string& typedVolume) {
-  const std::string volume = volumePath(typedVolume);
+  const std::string volume = volumePath(session, typedVolume);
   const Dictionary reply = readFolder(session, volume);
   requireStatus(reply, "readStatus", "the quotas of " + volume + " cannot be read");
   print(session, volume, checked(settingsPart(reply, kQuotas), volume));

@@ -1,0 +1,20 @@
+// What somebody may have meant.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace paddock::keelhouse {
+
+// The candidate that `word` is a slip of the keyboard away from: few letters more, less, swapped or
+// others, their case not counting. Of several equally near ones the first. Absent when none is.
+std::optional<std::string> nearestWord(std::string_view word,
+                                       const std::vector<std::string>& candidates);
+
+// ": did you mean WORD?", or nothing.
+std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates,
+                       const std::string& before = {});
+
+}  // namespace paddock::keelhouse
