@@ -118,7 +118,8 @@ TEST_F(CommandLine, commandSaysWhatKeptItFromAskingOnStandardError) {
 
 TEST_F(CommandLine, listPrintsATable) {
   daemon_.answer(
-      R"({"sharePointList":[{"path":"/srv/a","name":"a","nameOverSMB":"a"}],"readStatus":0})");
+      R"({"sharePointList":[{"path":"/srv/a","name":"a","nameOverSMB":"a","mountedOnPath":"/"}],)"
+      R"("readStatus":0})");
   EXPECT_EQ(run({"share", "list"}), 0);
   EXPECT_EQ(out_, "PATH    NAME  VSP  SMB  FTP  NFS\n/srv/a  a     -    a    -    -\n");
   EXPECT_EQ(target(0), "POST /v1/paddock_sharing/getSharePointList");
@@ -142,8 +143,10 @@ TEST_F(CommandLine, listReportsAStatus) {
 
 TEST_F(CommandLine, showPrintsTheProperties) {
   daemon_.answer(read(R"({"path":"/srv/a","name":"a","isShared":true})"));
+  daemon_.answer(R"({"status":0,"record":{}})");
   EXPECT_EQ(run({"share", "show", "/srv/./a/"}), 0);
   EXPECT_EQ(out_, "path: /srv/a\nname: a\n");
+  EXPECT_EQ(error_, "");
   EXPECT_EQ(target(0), "POST /v1/paddock_sharing/readSettings");
   EXPECT_EQ(body(0), R"({"optionalArguments":{"path":"/srv/a"}})");
 }

@@ -52,6 +52,21 @@ void addNfs(CLI::App& command, ShareChanges& changes) {
       ->check(checkClient);
 }
 
+void addSmbParameters(CLI::App& command, SmbChanges& changes) {
+  command.add_option("--comment", changes.comment, "What clients see beside its name over SMB")
+      ->type_name("TEXT");
+  command
+      .add_option("--allow-hosts", changes.allowHosts,
+                  "Who may connect over SMB: addresses, networks, hosts, commas between")
+      ->type_name("LIST");
+  command
+      .add_option("--option", changes.options,
+                  "Another parameter of smb.conf for it, \"KEY = VALUE\", repeatable")
+      ->type_name("PARAMETER")
+      ->type_size(1)
+      ->allow_extra_args(false);
+}
+
 }  // namespace
 
 void addShareChanges(CLI::App& command, ShareChanges& changes) {
@@ -66,6 +81,15 @@ void addShareChanges(CLI::App& command, ShareChanges& changes) {
   addSwitch(command, "backup", changes.backup, "Offer it as a backup destination",
             "Do not offer it as a backup destination");
   addSwitch(command, "index", changes.indexed, "Index its volume for search", "Do not index it");
+  SmbChanges& smb = changes.smbOptions;
+  addSwitch(command, "read-only", smb.readOnly, "Let nobody write over SMB",
+            "Let who may write do so over SMB");
+  addSwitch(command, "guest", smb.guest, "Let people in over SMB without a password",
+            "Let nobody in over SMB without a password");
+  addSwitch(command, "hide", smb.hidden, "Do not list it over SMB", "List it over SMB");
+  addSwitch(command, "recycle", smb.recycle, "Keep what is deleted over SMB, in .recycle",
+            "Delete what is deleted over SMB");
+  addSmbParameters(command, smb);
 }
 
 void addShareWithdrawals(CLI::App& command, ShareChanges& changes) {
@@ -74,6 +98,19 @@ void addShareWithdrawals(CLI::App& command, ShareChanges& changes) {
   command.add_flag("--no-automount", changes.noAutomount, "Have clients automount it no longer")
       ->excludes(command.get_option("--automount"))
       ->excludes(command.get_option("--node"));
+  SmbChanges& smb = changes.smbOptions;
+  command
+      .add_flag_callback(
+          "--no-comment", [&smb] { smb.comment = ""; }, "Show the record's name again")
+      ->excludes(command.get_option("--comment"));
+  command
+      .add_flag_callback(
+          "--no-allow-hosts", [&smb] { smb.allowHosts = ""; }, "Let all hosts connect over SMB")
+      ->excludes(command.get_option("--allow-hosts"));
+  command.add_option("--no-option", smb.noOptions, "Take the parameter KEY away again, repeatable")
+      ->type_name("KEY")
+      ->type_size(1)
+      ->allow_extra_args(false);
 }
 
 }  // namespace paddock::keelhouse

@@ -57,7 +57,8 @@ void setOthers(Dictionary& record, const ShareChanges& changes, const Dictionary
 
 bool ShareChanges::empty() const {
   return !name && !vspName && !smbName && !ftpName && !vsp && !smb && !ftp && nfsClients.empty() &&
-         !noNfs && !automountPath && !automountNode && !noAutomount && !backup && !indexed;
+         !noNfs && !automountPath && !automountNode && !noAutomount && !backup && !indexed &&
+         smbOptions.empty();
 }
 
 Dictionary newShareRecord(const std::string& path, const ShareChanges& changes) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/value.h"
+#include "keelhouse/smb_settings.h"
 
 namespace paddock::keelhouse {
 
@@ -25,6 +26,7 @@ struct ShareChanges {
   bool noAutomount = false;
   std::optional<bool> backup;
   std::optional<bool> indexed;
+  SmbChanges smbOptions;
 
   bool empty() const;
 };

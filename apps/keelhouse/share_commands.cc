@@ -1,17 +1,24 @@
 #include "keelhouse/share_commands.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <utility>
 #include <vector>
 
 #include "base/printable.h"
 #include "keelhouse/automount_change.h"
 #include "keelhouse/folder_settings.h"
+#include "keelhouse/named_share.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/share_automount.h"
 #include "keelhouse/share_notes.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
+#include "keelhouse/share_warnings.h"
 #include "keelhouse/smb_publication.h"
+#include "keelhouse/smb_settings.h"
+#include "keelhouse/smb_writing.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -54,14 +61,18 @@ void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const c
                 "\nThe daemon's log may say why (journalctl -u paddockd).");
 }
 
-// Writes `record`, prints what it became, and looks whether clients get to see it.
-ExitStatus writeAndShow(const Session& session, const std::string& path, const Dictionary& record,
-                        const std::string& action, const AutomountChange& automount) {
-  const Dictionary result = writeSharePoint(session, path, record, action, automount.credentials());
+// Prints what became of `record`, which `reply` answers, and looks whether clients get to see it.
+ExitStatus showWritten(const Session& session, const std::string& path, const Dictionary& record,
+                       const Dictionary& reply, const AutomountChange& automount) {
+  Dictionary result = settingsPart(reply, "sharePointRecord");
   if (!isShared(result)) {
     throw failure(printable(path) + " was written, but does not read back as shared");
   }
+  addSmbOptions(session, result);
   print(session, result);
+  for (const std::string& warning : warningsOn(result, settingsPart(reply, "fileAccessPrivs"))) {
+    session.notes << "keelhouse: warning: " << printable(warning) << '\n';
+  }
   printNotes(session, result);
   requireTakenOver(record, result, "isBackstowBackup", "its use for backups");
   requireTakenOver(record, result, "isIndexingEnabled", "its indexing");
@@ -71,24 +82,53 @@ ExitStatus writeAndShow(const Session& session, const std::string& path, const D
 
 }  // namespace
 
+namespace {
+
+// What is known of the shared folder, when it is not there as it should be; empty otherwise. The
+// daemon, which may look everywhere, names a mount point of each path that it finds.
+std::string folderState(const Dictionary& sharePoint) {
+  const std::string* path = sharePoint.string("path");
+  const std::string* mountPoint = sharePoint.string("mountedOnPath");
+  const bool isFound = mountPoint != nullptr && !mountPoint->empty();
+  struct stat attributes {};
+  if (path != nullptr && ::stat(path->c_str(), &attributes) == 0) {
+    return S_ISDIR(attributes.st_mode) ? "" : "no folder";
+  }
+  if (isFound) return {};
+  return path != nullptr && (errno == ENOENT || errno == ENOTDIR) ? "gone" : "unknown";
+}
+
+Array withFolderStates(Array sharePoints) {
+  for (Value& value : sharePoints) {
+    if (value.dictionary() == nullptr) continue;
+    std::string state = folderState(*value.dictionary());
+    if (!state.empty()) value.dictionary()->set("folder", std::move(state));
+  }
+  return sharePoints;
+}
+
+}  // namespace
+
 ExitStatus listShares(const Session& session) {
   const Dictionary reply = session.daemon.call(kPlugin, "getSharePointList", {});
   requireStatus(reply, "readStatus", "the share points cannot be listed");
   const Array* list = reply.array("sharePointList");
+  const Array sharePoints = withFolderStates(list != nullptr ? *list : Array{});
   if (session.json) {
-    session.out << wire::writeJsonPretty(list != nullptr ? Value(*list) : Value(Array{})) << '\n';
-  } else if (list == nullptr || list->empty()) {
+    session.out << wire::writeJsonPretty(Value(sharePoints)) << '\n';
+  } else if (sharePoints.empty()) {
     session.out << "No folder is shared.\n";
   } else {
-    session.out << formatShareTable(*list);
+    session.out << formatShareTable(sharePoints);
   }
   return ExitStatus::done;
 }
 
 ExitStatus showShare(const Session& session, const std::string& typedPath) {
-  const std::string path = absolutePath(typedPath);
-  const Dictionary sharePoint = readSharePoint(session, path);
+  const std::string path = folderPath(session, typedPath);
+  Dictionary sharePoint = readSharePoint(session, path);
   if (!isShared(sharePoint)) throw notShared(path, "Share it with: keelhouse share add PATH");
+  addSmbOptions(session, sharePoint);
   print(session, sharePoint);
   return ExitStatus::done;
 }
@@ -102,7 +142,10 @@ ExitStatus addShare(const Session& session, const std::string& typedPath,
     throw failure(printable(path) + " is shared already\nChange it with: keelhouse share set PATH");
   }
   const AutomountChange automount(session, path, planAutomount(changes, {}, false), account);
-  return writeAndShow(session, path, record, printable(path) + " cannot be shared", automount);
+  const Dictionary reply = writeNewShare(
+      session, {path, record, printable(path) + " cannot be shared", automount.credentials()},
+      changes.smbOptions);
+  return showWritten(session, path, record, reply, automount);
 }
 
 ExitStatus setShare(const Session& session, const std::string& typedPath,
@@ -111,7 +154,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath,
   if (changes.empty() && !accountGiven) {
     throw usageFailure("share set: no option says what to change");
   }
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const Dictionary stored = readSharePoint(session, path);
   if (!isShared(stored)) throw notShared(path, "Share it with: keelhouse share add PATH");
   const Dictionary record = changedShareRecord(path, changes, stored);
@@ -121,13 +164,15 @@ ExitStatus setShare(const Session& session, const std::string& typedPath,
                   printable(account.name));
   }
   const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
-  return writeAndShow(session, path, record,
-                      "the share point of " + printable(path) + " cannot be changed", automount);
+  const std::string action = "the share point of " + printable(path) + " cannot be changed";
+  const Dictionary reply = writeChangedShare(
+      session, {path, record, action, automount.credentials()}, changes.smbOptions, stored);
+  return showWritten(session, path, record, reply, automount);
 }
 
 ExitStatus removeShare(const Session& session, const std::string& typedPath,
                        const NodeAccount& account) {
-  const std::string path = absolutePath(typedPath);
+  const std::string path = folderPath(session, typedPath);
   const Dictionary stored = readSharePoint(session, path);
   if (!isShared(stored)) throw notShared(path, "See what is: keelhouse share list");
   const AutomountChange automount(session, storedPath(stored, path), planAutomountRemoval(stored),

@@ -6,6 +6,7 @@
 #include "keelhouse/path_command.h"
 #include "keelhouse/share_change_options.h"
 #include "keelhouse/share_commands.h"
+#include "keelhouse/share_moves.h"
 
 namespace paddock::keelhouse {
 
@@ -67,6 +68,37 @@ void addRemove(CLI::App& group, Action& action) {
   });
 }
 
+void addMove(CLI::App& group, Action& action) {
+  const auto options = std::make_shared<ShareOptions>();
+  const auto newFolder = std::make_shared<std::string>();
+  auto* command = addCommand(group, "move", "Share another folder in its place", options);
+  command->add_option("NEWPATH", *newFolder, "That folder, which is there already")->required();
+  command->callback([options, newFolder, &action] {
+    action = [options, newFolder](const Session& session) {
+      return moveShare(session, options->path, *newFolder, options->account);
+    };
+  });
+}
+
+void addRename(CLI::App& group, Action& action) {
+  const auto options = std::make_shared<ShareOptions>();
+  const auto renaming = std::make_shared<Renaming>();
+  auto* command = addCommand(group, "rename",
+                             "Change its name, and those over VSP, SMB and FTP like it", options);
+  command->add_option("NEWNAME", renaming->name, "The new name of the share point's record")
+      ->required();
+  auto* recordOnly = command->add_flag("--record-only", renaming->recordOnly,
+                                       "Leave the names over VSP, SMB and FTP as they are");
+  command->add_option("--vsp-name", renaming->vspName, "Name over VSP")->excludes(recordOnly);
+  command->add_option("--smb-name", renaming->smbName, "Name over SMB")->excludes(recordOnly);
+  command->add_option("--ftp-name", renaming->ftpName, "Name over FTP")->excludes(recordOnly);
+  command->callback([options, renaming, &action] {
+    action = [options, renaming](const Session& session) {
+      return renameShare(session, options->path, *renaming, options->account);
+    };
+  });
+}
+
 }  // namespace
 
 void addShareCommands(CLI::App& program, Action& action) {
@@ -77,6 +109,8 @@ void addShareCommands(CLI::App& program, Action& action) {
   addAdd(*group, action);
   addSet(*group, action);
   addRemove(*group, action);
+  addMove(*group, action);
+  addRename(*group, action);
 }
 
 }  // namespace paddock::keelhouse

@@ -11,12 +11,15 @@ namespace paddock::keelhouse {
 
 namespace {
 
+constexpr std::string_view kSmbOptions = "smb";
+
 // The order in which a person looks for them; others follow in the order of their names.
 constexpr std::string_view kOrder[] = {"path",
                                        "name",
                                        "isSharedOverVSP",
                                        "nameOverVSP",
                                        "nameOverSMB",
+                                       kSmbOptions,
                                        "nameOverFTP",
                                        "nfsExportRecord",
                                        "isAutomounted",
@@ -101,8 +104,28 @@ std::string propertyText(std::string_view key, const Value& value) {
   return wire::writeJson(value);
 }
 
+// "smb.readOnly: yes", a line for each of the options.
+std::string smbLines(const Dictionary& options) {
+  std::string lines;
+  for (const auto& entry : options) {
+    std::vector<const Value*> values{&entry.value};
+    if (const Array* array = entry.value.array()) {
+      values.clear();
+      for (const Value& value : *array) values.push_back(&value);
+    }
+    for (const Value* value : values) {
+      lines += "smb." + printable(entry.key) + ": " + propertyText(entry.key, *value) + "\n";
+    }
+  }
+  return lines;
+}
+
 void appendProperty(std::string& lines, std::string_view key, const Value* value) {
   if (value == nullptr) return;
+  if (key == kSmbOptions && value->dictionary() != nullptr) {
+    lines += smbLines(*value->dictionary());
+    return;
+  }
   lines += printable(key) + ": " + propertyText(key, *value) + "\n";
 }
 
@@ -117,12 +140,16 @@ std::string formatShareTable(const Array& sharePoints) {
   for (const Dictionary* sharePoint : listed) rows.push_back(tableRow(*sharePoint));
   std::vector<std::string> automounts{"AUTOMOUNT"};
   std::vector<std::string> backups{"BACKUP"};
+  std::vector<std::string> folders{"FOLDER"};
   for (const Dictionary* sharePoint : listed) {
     automounts.push_back(automountText(*sharePoint));
     backups.emplace_back(isBackup(*sharePoint) ? "yes" : "");
+    const std::string* folder = sharePoint->string("folder");
+    folders.push_back(folder != nullptr ? printable(*folder) : "");
   }
   appendColumn(rows, automounts);
   appendColumn(rows, backups);
+  appendColumn(rows, folders);
   return formatTable(rows);
 }
 

@@ -8,8 +8,8 @@
 namespace paddock::keelhouse {
 
 // A table of share points: path, name, the name over each protocol ("-" where it is not published)
-// and the NFS clients; where clients automount a folder, or one is for backups, a column about
-// that.
+// and the NFS clients; where clients automount a folder, one is for backups, or one is not there
+// ("folder"), a column about that.
 std::string formatShareTable(const Array& sharePoints);
 
 // One share point, a line "property: value" for each property that it has.

@@ -39,6 +39,8 @@ void appendSection(std::string& text, const SharePoint& share, std::string_view 
   if (samba::faultOfValue(share.recordName).empty())
     text.append("    comment = ").append(share.recordName).append("\n");
   text.append(common);
+  // Behind the others, so that they count.
+  text.append(samba::sectionLines(share.smb.options));
 }
 
 }  // namespace

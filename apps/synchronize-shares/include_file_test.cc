@@ -49,6 +49,16 @@ TEST(IncludeFileText, HasASectionForEachShareAndLeavesItsIncluderInTheGlobalOne)
             "\n[global]\n");
 }
 
+TEST(IncludeFileText, HasTheSharesOwnOptionsBehindTheOthers) {
+  SharePoint share{"plans", "/srv/plans", "Plans"};
+  share.smb.options.readOnly = true;
+  share.smb.options.parameters = {{"max connections", "5"}};
+  EXPECT_THAT(sectionsOf({share}), HasSubstr("    inherit permissions = yes\n"
+                                             "    read only = yes\n"
+                                             "    max connections = 5\n"
+                                             "\n[global]\n"));
+}
+
 TEST(IncludeFileText, NamesAnotherAttributeAndNotTheUsualOne) {
   EXPECT_THAT(sectionsOf({{"a", "/a", "a"}}, "user.NTACL"),
               HasSubstr("\n    acl_xattr:security_acl_name = user.NTACL\n"));

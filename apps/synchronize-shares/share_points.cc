@@ -18,8 +18,7 @@ std::string firstText(const Dictionary& attributes, const char* attribute) {
 std::vector<SharePoint> readSharePoints(const LinuxDirectoryOptions& options) {
   LinuxDirectoryService directory(options);
   const Array records = directory.openLocal()->localNode()->findRecordNames(
-      kRecordsAll, {schema::kRecordName, schema::kDirectoryPath, schema::kSmbName},
-      schema::kSharePoints, MatchType::caseInsensitiveExact);
+      kRecordsAll, {kAttributesAll}, schema::kSharePoints, MatchType::caseInsensitiveExact);
   std::vector<SharePoint> sharePoints;
   sharePoints.reserve(records.size());
   for (const Value& record : records) {
@@ -27,7 +26,8 @@ std::vector<SharePoint> readSharePoints(const LinuxDirectoryOptions& options) {
     std::string name = firstText(attributes, schema::kSmbName);
     if (name.empty()) continue;
     sharePoints.push_back({firstText(attributes, schema::kRecordName),
-                           firstText(attributes, schema::kDirectoryPath), std::move(name)});
+                           firstText(attributes, schema::kDirectoryPath), std::move(name),
+                           samba::readOptions(attributes)});
   }
   return sharePoints;
 }

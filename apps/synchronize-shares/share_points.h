@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/linux/linux_directory.h"
+#include "samba/smb_options.h"
 
 namespace paddock::synchronizer {
 
@@ -12,6 +13,7 @@ struct SharePoint {
   std::string recordName;
   std::string path;  // empty when the record has none
   std::string nameOverSMB;
+  samba::ReadOptions smb = {};
 };
 
 // The share points of "/Local" that have a name over SMB that is not empty, in the order in which

@@ -11,19 +11,34 @@ namespace {
 
 std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
 
+// A share must not be served as if it had none of the restrictions that cannot be read.
+std::string optionsFault(const samba::ReadOptions& read) {
+  return read.fault.empty() ? samba::faultOfOptions(read.options) : read.fault;
+}
+
 std::string faultOf(const SharePoint& sharePoint) {
-  if (const std::string_view fault = samba::faultOfShareName(sharePoint.nameOverSMB); !fault.empty())
+  if (const std::string_view fault = samba::faultOfShareName(sharePoint.nameOverSMB);
+      !fault.empty())
     return "its name over SMB, " + quoted(sharePoint.nameOverSMB) + ", " + std::string(fault);
   const std::string path = "its path, " + quoted(sharePoint.path) + ", ";
   if (!sharePoint.path.starts_with('/')) return path + "is not absolute";
   if (const std::string_view fault = samba::faultOfValue(sharePoint.path); !fault.empty())
     return path + std::string(fault);
+  if (const std::string fault = optionsFault(sharePoint.smb); !fault.empty())
+    return "its options over SMB: " + fault;
   return {};
+}
+
+// One value that Samba does not take keeps it from reading the whole configuration.
+std::string checked(const SharePoint& sharePoint, const OptionsCheck& check) {
+  if (!check || sharePoint.smb.options.parameters.empty()) return {};
+  const std::string fault = check(samba::sectionLines(sharePoint.smb.options));
+  return fault.empty() ? fault : "Samba does not take its options: " + fault;
 }
 
 }  // namespace
 
-ShareSelection selectShares(const std::vector<SharePoint>& sharePoints) {
+ShareSelection selectShares(const std::vector<SharePoint>& sharePoints, const OptionsCheck& check) {
   ShareSelection selection;
   std::unordered_map<std::string, const SharePoint*> names;
   const auto leaveOut = [&selection](const SharePoint& sharePoint, const std::string& why) {
@@ -35,7 +50,12 @@ ShareSelection selectShares(const std::vector<SharePoint>& sharePoints) {
       leaveOut(sharePoint, fault);
       continue;
     }
-    const auto [user, isNew] = names.emplace(samba::shareNameKey(sharePoint.nameOverSMB), &sharePoint);
+    if (const std::string fault = checked(sharePoint, check); !fault.empty()) {
+      leaveOut(sharePoint, fault);
+      continue;
+    }
+    const auto [user, isNew] =
+        names.emplace(samba::shareNameKey(sharePoint.nameOverSMB), &sharePoint);
     if (isNew) {
       selection.published.push_back(&sharePoint);
     } else {

@@ -1,6 +1,7 @@
 // Which share points become shares.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,12 @@ struct ShareSelection {
   std::vector<std::string> leftOut;
 };
 
-// Of several share points with one name the first is published.
-ShareSelection selectShares(const std::vector<SharePoint>& sharePoints);
+// What Samba says of the lines of options that a share has, "" when it takes them.
+using OptionsCheck = std::function<std::string(const std::string& lines)>;
+
+// Of several share points with one name the first is published. `check` is asked about those that
+// have parameters of their own; without it they are taken as they are.
+ShareSelection selectShares(const std::vector<SharePoint>& sharePoints,
+                            const OptionsCheck& check = nullptr);
 
 }  // namespace paddock::synchronizer

@@ -31,6 +31,43 @@ TEST(SelectShares, ABadNameIsLeftOutAndTheRestStays) {
                   "that Samba keeps for itself"));
 }
 
+SharePoint withParameter(const std::string& name, const samba::Parameter& parameter) {
+  SharePoint share{name, "/srv/" + name, name};
+  share.smb.options.parameters = {parameter};
+  return share;
+}
+
+TEST(SelectShares, OptionsThatAShareCannotHaveLeaveItOut) {
+  SharePoint unreadable{"c", "/srv/c", "c"};
+  unreadable.smb.fault = "it cannot be read";
+  const std::vector<SharePoint> all{withParameter("a", {"root preexec", "/bin/true"}),
+                                    withParameter("b", {"max connections", "5"}), unreadable};
+  const ShareSelection selection = selectShares(all);
+  EXPECT_THAT(namesOf(selection), ElementsAre("b"));
+  EXPECT_THAT(
+      selection.leftOut,
+      ElementsAre("share point \"a\" is left out of SMB: its options over SMB: \"root "
+                  "preexec\" runs a program",
+                  "share point \"c\" is left out of SMB: its options over SMB: it cannot be "
+                  "read"));
+}
+
+TEST(SelectShares, ParametersThatSambaDoesNotTakeLeaveTheirShareOut) {
+  const std::vector<SharePoint> all{withParameter("a", {"oplocks", "perhaps"}),
+                                    withParameter("b", {"oplocks", "no"}),
+                                    {"c", "/srv/c", "c"}};
+  int asked = 0;
+  const ShareSelection selection = selectShares(all, [&asked](const std::string& lines) {
+    ++asked;
+    return lines == "    oplocks = perhaps\n" ? "perhaps is not boolean" : "";
+  });
+  EXPECT_THAT(namesOf(selection), ElementsAre("b", "c"));
+  EXPECT_THAT(selection.leftOut,
+              ElementsAre("share point \"a\" is left out of SMB: Samba does not take its options: "
+                          "perhaps is not boolean"));
+  EXPECT_EQ(asked, 2);
+}
+
 TEST(SelectShares, APathThatCannotBeWrittenIsLeftOut) {
   const std::vector<SharePoint> all{{"a", "/srv/%U", "a"}, {"b", "/srv/b", "b"}};
   const ShareSelection selection = selectShares(all);

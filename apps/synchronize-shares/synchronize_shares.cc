@@ -8,6 +8,7 @@
 #include "configuration/configuration.h"
 #include "platform/linux/configured_options.h"
 #include "platform/linux/linux_text_files.h"
+#include "samba/smb_check.h"
 #include "synchronize-shares/include_file.h"
 #include "synchronize-shares/run_lock.h"
 #include "synchronize-shares/share_points.h"
@@ -35,7 +36,9 @@ std::uint64_t publish(const std::string& root, Logger& log) {
   // Held from the reading on, so that what is written is never older than what is there.
   const RunLock lock(lockFolder(root));
   const std::vector<SharePoint> all = readSharePoints(configuredDirectory(configuration, root));
-  const ShareSelection selection = selectShares(all);
+  const ShareSelection selection = selectShares(all, [&root](const std::string& lines) {
+    return samba::faultSaidByTestparm(root + "/usr/bin/testparm", lines).value_or("");
+  });
   for (const std::string& text : selection.leftOut) log.log(kLogWarning, text);
   LinuxTextFiles files;
   IncludeFile file(files, root);

@@ -1,0 +1,227 @@
+// `share move` and `share rename`: what is asked in which order, and what is taken back when a step
+// fails.
+#include "keelhouse/share_moves.h"
+
+#include "support/keelhouse_commands.h"
+
+namespace paddock::keelhouse {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr const char* kDone = R"({"status":0})";
+constexpr const char* kFailed = R"({"status":5,"error":"Input/output error"})";
+constexpr const char* kWrite = "POST /v1/paddock_sharing/writeSettings";
+constexpr const char* kPut = "POST /v1/paddock_directory/putRecord";
+
+class ShareMoves : public CommandFixture {
+ protected:
+  void SetUp() override { to_ = makeFolder("new"); }
+
+  static std::string read(const std::string& sharePoint) {
+    return readPart("sharePointRecord", sharePoint);
+  }
+  static std::string written(const std::string& sharePoint, int status = 0) {
+    return writtenPart("sharePointRecord", sharePoint, status);
+  }
+  static std::string shared(const std::string& path, const std::string& more = {}) {
+    return R"({"path":")" + path + R"(","name":"plans","isShared":true)" + more + "}";
+  }
+  static std::string exported() {
+    return R"(,"nfsExportRecord":{"path":"/srv/old","clients":[{"host":"h","options":["ro"]}]})";
+  }
+  // What is read before anything is changed.
+  void answerBefore(const std::string& more = {}) {
+    daemon_.answer(read(shared("/srv/old", more)));
+    daemon_.answer(read(R"({"isShared":false})"));
+  }
+  void answerPrivileges(const char* owner) {
+    daemon_.answer(readPart("fileAccessPrivs", std::string(R"({"owner":")") + owner +
+                                                   R"(","group":"g","privs":"750","acl":[]})"));
+  }
+  int move() { return run({"share", "move", "/srv/old", to_}); }
+
+  std::string to_;
+};
+
+TEST_F(ShareMoves, ThePathOfTheRecordIsChangedWhileBothFoldersAreExported) {
+  answerBefore(exported());
+  daemon_.answer(written(shared("/srv/old")));
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_)));
+  daemon_.answer(R"({"status":0,"record":{}})");
+  answerPrivileges("anna");
+  answerPrivileges("anna");
+  ASSERT_EQ(move(), 0) << error_;
+  EXPECT_EQ(target(2), kWrite);
+  EXPECT_THAT(body(2), HasSubstr(R"("nfsExportRecord":{"clients":[{"host":"h","options":["ro"]}],)"
+                                 R"("path":")" +
+                                 to_ + R"("},"path":"/srv/old")"));
+  EXPECT_EQ(target(3), kPut);
+  EXPECT_THAT(body(3), AllOf(HasSubstr(R"("name":"plans")"),
+                             HasSubstr(R"("dsAttrTypeNative:directory_path":")" + to_ + "\"")));
+  EXPECT_EQ(target(4), kWrite);
+  EXPECT_THAT(body(4), AllOf(HasSubstr(R"("nfsExportRecord":{"isDeleted":true,"path":"/srv/old"})"),
+                             HasSubstr(R"("path":")" + to_ + R"("}},"optionalArguments")"),
+                             Not(HasSubstr("nameOver"))));
+  EXPECT_EQ(out_, "path: " + to_ + "\nname: plans\n");
+  EXPECT_EQ(error_, "");
+}
+
+TEST_F(ShareMoves, AnIndexAndABackupMarkOfTheOldFolderGo) {
+  answerBefore(R"(,"isIndexingEnabled":true,"isBackstowBackup":true)");
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_)));
+  daemon_.answer(written(R"({"isShared":false})"));
+  daemon_.answer(R"({"status":0,"record":{}})");
+  answerPrivileges("anna");
+  answerPrivileges("anna");
+  ASSERT_EQ(move(), 0) << error_;
+  EXPECT_THAT(body(3), HasSubstr(R"("isIndexingEnabled":true)"));
+  EXPECT_THAT(body(4), AllOf(HasSubstr(R"({"isShared":false})"), HasSubstr("/srv/old")));
+}
+
+TEST_F(ShareMoves, OtherPrivilegesAreSaidWithTheCommandThatTakesThemOver) {
+  answerBefore();
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_)));
+  daemon_.answer(R"({"status":0,"record":{}})");
+  answerPrivileges("anna");
+  answerPrivileges("bert");
+  ASSERT_EQ(move(), 0) << error_;
+  EXPECT_EQ(error_, "keelhouse: note: the privileges of " + to_ +
+                        " are not those of /srv/old. To take them over:\n  keelhouse privs set " +
+                        to_ + " --owner anna\n");
+}
+
+TEST_F(ShareMoves, OfAFolderThatIsGoneThePrivilegesAreUnknown) {
+  answerBefore();
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_)));
+  daemon_.answer(R"({"status":0,"record":{}})");
+  daemon_.answer(readPart("fileAccessPrivs", R"({"posixErr":"No such file or directory"})"));
+  ASSERT_EQ(move(), 0) << error_;
+  EXPECT_THAT(error_, HasSubstr("cannot be compared with those of /srv/old"));
+}
+
+TEST_F(ShareMoves, AFailureOfTheNewExportTakesItBack) {
+  answerBefore(exported());
+  daemon_.answer(written(shared("/srv/old"), 100076));
+  daemon_.answer(written(shared("/srv/old")));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("\nNothing was moved.\n"));
+  ASSERT_EQ(asked(), 4U);
+  EXPECT_THAT(body(3), HasSubstr(R"("nfsExportRecord":{"isDeleted":true,"path":")" + to_ + "\"}"));
+}
+
+TEST_F(ShareMoves, AFailureOfTheRecordTakesTheExportBack) {
+  answerBefore(exported());
+  daemon_.answer(written(shared("/srv/old")));
+  daemon_.answer(kFailed);
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared("/srv/old")));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("\nNothing was moved.\n"));
+  ASSERT_EQ(asked(), 6U);
+  EXPECT_THAT(body(4), HasSubstr(R"("dsAttrTypeNative:directory_path":"/srv/old")"));
+  EXPECT_THAT(body(5), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
+}
+
+TEST_F(ShareMoves, AFailureOfTheRestTakesRecordAndExportBack) {
+  answerBefore(exported());
+  daemon_.answer(written(shared("/srv/old")));
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_), 100076));
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared("/srv/old")));
+  daemon_.answer(written(shared("/srv/old")));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("\nNothing was moved.\n"));
+  ASSERT_EQ(asked(), 8U);
+  EXPECT_THAT(body(5), HasSubstr(R"("dsAttrTypeNative:directory_path":"/srv/old")"));
+  EXPECT_THAT(body(6), HasSubstr(R"("clients":[{"host":"h","options":["ro"]}],"path":"/srv/old")"));
+  EXPECT_THAT(body(7), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
+}
+
+TEST_F(ShareMoves, WhatCannotBeTakenBackIsSaid) {
+  answerBefore();
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_), 100076));
+  daemon_.answer(kFailed);
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, AllOf(HasSubstr("could not be taken back"), HasSubstr("keelhouse share list"),
+                            Not(HasSubstr("Nothing was moved"))));
+}
+
+TEST_F(ShareMoves, NothingIsChangedWhereItCannotBe) {
+  daemon_.answer(read(R"({"isShared":false})"));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("/srv/old is not shared"));
+  daemon_.answer(read(shared("/srv/old")));
+  daemon_.answer(read(R"({"path":"/x","name":"other","isShared":true})"));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr(to_ + " is shared already, as other\n"));
+  daemon_.answer(read(shared("/srv/old", R"(,"nfsExportRecord":{"line":"/srv/old @x"})")));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("written by hand"));
+  daemon_.answer(read(shared("/srv/old")));
+  EXPECT_EQ(run({"share", "move", "/srv/old", "/nonexistent/new"}), 1);
+  daemon_.answer(read(shared("/srv/old", R"(,"isAutomounted":true,"automountDSPath":"/LDAP/x")")));
+  daemon_.answer(read(R"({"isShared":false})"));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("--admin USER\nNothing was changed."));
+  for (std::size_t at = 0; at < asked(); ++at) {
+    EXPECT_EQ(target(at), "POST /v1/paddock_sharing/readSettings");
+  }
+}
+
+class ShareRenaming : public ShareMoves {
+ protected:
+  void answerShare(const std::string& names) {
+    const std::string share = R"({"path":"/srv/a","isShared":true,)" + names + "}";
+    daemon_.answer(read(share));
+    daemon_.answer(R"({"readStatus":0,"sharePointList":[)" + share +
+                   R"(,{"path":"/srv/b","name":"b","nameOverSMB":"Taken"}]})");
+    daemon_.answer(read(share));
+    daemon_.answer(written(R"({"isShared":true})"));
+  }
+};
+
+TEST_F(ShareRenaming, ChangesTheNamesThatWereTheSame) {
+  answerShare(R"("name":"a","nameOverVSP":"a","nameOverSMB":"a","nameOverFTP":"other")");
+  ASSERT_EQ(run({"share", "rename", "/srv/a", "plans"}), 0) << error_;
+  EXPECT_THAT(body(3), HasSubstr(R"({"name":"plans","nameOverSMB":"plans","nameOverVSP":"plans",)"
+                                 R"("path":"/srv/a"})"));
+}
+
+TEST_F(ShareRenaming, TakesOtherNamesFromTheOptions) {
+  answerShare(R"("name":"a","nameOverVSP":"a","nameOverSMB":"a")");
+  ASSERT_EQ(run({"share", "rename", "/srv/a", "plans", "--smb-name", "Pläne"}), 0) << error_;
+  EXPECT_THAT(body(3),
+              AllOf(HasSubstr(R"("nameOverSMB":"Pläne")"), HasSubstr(R"("nameOverVSP":"plans")")));
+}
+
+TEST_F(ShareRenaming, LeavesTheOthersAloneWhenAskedTo) {
+  answerShare(R"("name":"a","nameOverVSP":"a","nameOverSMB":"a")");
+  ASSERT_EQ(run({"share", "rename", "/srv/a", "plans", "--record-only"}), 0) << error_;
+  EXPECT_THAT(body(3), AllOf(HasSubstr(R"("name":"plans")"), Not(HasSubstr("nameOver"))));
+}
+
+TEST_F(ShareRenaming, ShortensTheNameOverVsp) {
+  const std::string longName(40, 'x');
+  answerShare(R"("name":"a","nameOverVSP":"a")");
+  ASSERT_EQ(run({"share", "rename", "/srv/a", longName}), 0) << error_;
+  EXPECT_THAT(body(3), HasSubstr(R"("nameOverVSP":")" + std::string(31, 'x') + "\""));
+}
+
+TEST_F(ShareRenaming, RefusesANameThatAnotherShareHas) {
+  answerShare(R"("name":"a","nameOverSMB":"a")");
+  EXPECT_EQ(run({"share", "rename", "/srv/a", "TAKEN"}), 1);
+  EXPECT_THAT(error_, HasSubstr("\"TAKEN\" is taken by the share /srv/b (nameOverSMB)\n"));
+  EXPECT_EQ(asked(), 2U);
+}
+
+}  // namespace
+}  // namespace paddock::keelhouse
