@@ -60,6 +60,7 @@ class Move {
  private:
   AutomountPlan automountPlan(const NodeAccount& account) const;
   const Array* clients() const;
+  bool isReachable() const;
 
   Dictionary write(const std::string& path, Dictionary record) const {
     return writeSharePoint(session_, path, std::move(record),
@@ -99,9 +100,12 @@ const Array* Move::clients() const {
   return record != nullptr ? record->array("clients") : nullptr;
 }
 
+// Whether the daemon finds something at the old path; what does not answer there cannot be written.
+bool Move::isReachable() const { return !textOf(stored_, "mountedOnPath").empty(); }
+
 // Before the record is pointed there, so that clients find an export at every moment.
 void Move::exportNew() const {
-  if (clients() == nullptr) return;
+  if (clients() == nullptr || !isReachable()) return;
   write(from_,
         {{"path", from_}, {"nfsExportRecord", Dictionary{{"path", to_}, {"clients", *clients()}}}});
 }
@@ -123,6 +127,10 @@ void Move::point(const std::string& path) const {
 // old export goes.
 Dictionary Move::settle() const {
   Dictionary record{{"path", to_}};
+  if (clients() != nullptr && !isReachable()) {
+    write(to_,
+          {{"path", to_}, {"nfsExportRecord", Dictionary{{"path", to_}, {"clients", *clients()}}}});
+  }
   if (clients() != nullptr) record.set("nfsExportRecord", deletedExport(from_));
   if (isOn(stored_, "isIndexingEnabled")) record.set("isIndexingEnabled", true);
   Dictionary moved = write(to_, std::move(record));

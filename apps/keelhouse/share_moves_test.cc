@@ -27,7 +27,8 @@ class ShareMoves : public CommandFixture {
     return writtenPart("sharePointRecord", sharePoint, status);
   }
   static std::string shared(const std::string& path, const std::string& more = {}) {
-    return R"({"path":")" + path + R"(","name":"plans","isShared":true)" + more + "}";
+    return R"({"path":")" + path + R"(","name":"plans","isShared":true,"mountedOnPath":"/")" +
+           more + "}";
   }
   static std::string exported() {
     return R"(,"nfsExportRecord":{"path":"/srv/old","clients":[{"host":"h","options":["ro"]}]})";
@@ -66,8 +67,24 @@ TEST_F(ShareMoves, ThePathOfTheRecordIsChangedWhileBothFoldersAreExported) {
   EXPECT_THAT(body(4), AllOf(HasSubstr(R"("nfsExportRecord":{"isDeleted":true,"path":"/srv/old"})"),
                              HasSubstr(R"("path":")" + to_ + R"("}},"optionalArguments")"),
                              Not(HasSubstr("nameOver"))));
-  EXPECT_EQ(out_, "path: " + to_ + "\nname: plans\n");
+  EXPECT_EQ(out_, "path: " + to_ + "\nname: plans\nmountedOnPath: /\n");
   EXPECT_EQ(error_, "");
+}
+
+TEST_F(ShareMoves, OfAFolderThatDoesNotAnswerIsWrittenAtTheNewOneAlone) {
+  daemon_.answer(read(R"({"path":"/srv/old","name":"plans","isShared":true)" + exported() + "}"));
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(kDone);
+  daemon_.answer(written(shared(to_)));
+  daemon_.answer(written(shared(to_)));
+  daemon_.answer(R"({"status":0,"record":{}})");
+  ASSERT_EQ(move(), 0) << error_;
+  EXPECT_EQ(target(2), kPut);
+  for (const std::size_t at : {3U, 4U}) {
+    EXPECT_THAT(body(at), HasSubstr(R"("optionalArguments":{"path":")" + to_ + "\"}"));
+  }
+  EXPECT_THAT(body(3), HasSubstr(R"("clients":[{"host":"h","options":["ro"]}])"));
+  EXPECT_THAT(body(4), HasSubstr(R"({"isDeleted":true,"path":"/srv/old"})"));
 }
 
 TEST_F(ShareMoves, AnIndexAndABackupMarkOfTheOldFolderGo) {
