@@ -65,6 +65,38 @@ std::set<std::size_t> placesOf(const WantedAcl& acl, const PrincipalName& name,
   return places;
 }
 
+// What it does, not by what name its user or group is known.
+bool isSameEntry(const Value& left, const Value& right) {
+  const Ace one = readAce(left);
+  const Ace other = readAce(right);
+  return one.allow == other.allow && one.guidText == other.guidText && one.rights == other.rights &&
+         one.inheritance == other.inheritance;
+}
+
+// The entries of `list` that `other` does not have as often.
+Array missingIn(Array other, const Array& list) {
+  Array missing;
+  for (const Value& entry : list) {
+    const auto found = std::find_if(other.begin(), other.end(),
+                                    [&](const Value& one) { return isSameEntry(one, entry); });
+    if (found != other.end()) {
+      other.erase(found);
+    } else {
+      missing.push_back(entry);
+    }
+  }
+  return missing;
+}
+
+void appendChange(std::string& text, const std::string& entry, const char* what) {
+  constexpr std::size_t kLongest = 1000;
+  if (text.size() > kLongest) {
+    if (!text.ends_with("...")) text += ", ...";
+    return;
+  }
+  text += (text.empty() ? "\"" : ", \"") + entry + "\" was " + what;
+}
+
 }  // namespace
 
 WantedAcl newEntries(const std::vector<TypedEntry>& entries, const Principals& principals) {
@@ -123,6 +155,33 @@ Array sentAcl(const WantedAcl& acl) {
   entries.reserve(acl.size());
   for (const WantedEntry& entry : acl) entries.emplace_back(entry.sent);
   return entries;
+}
+
+bool beginAlike(const Array& left, const Array& right, std::size_t count) {
+  if (left.size() < count || right.size() < count)
+    return left.size() == right.size() && beginAlike(left, right, left.size());
+  const auto end = left.begin() + static_cast<std::ptrdiff_t>(count);
+  return std::equal(left.begin(), end, right.begin(), isSameEntry);
+}
+
+std::string changesBetween(const Array& before, const Array& after, bool folder,
+                           Principals& principals) {
+  std::string text;
+  for (const Value& entry : missingIn(before, after)) {
+    appendChange(text, entryText(readAce(entry), folder, principals), "added");
+  }
+  for (const Value& entry : missingIn(after, before)) {
+    appendChange(text, entryText(readAce(entry), folder, principals), "removed");
+  }
+  if (text.empty() && !beginAlike(before, after, before.size())) return "their order was changed";
+  return text;
+}
+
+bool isSameList(const WantedAcl& wanted, const Array& found) {
+  return std::equal(wanted.begin(), wanted.end(), found.begin(), found.end(),
+                    [](const WantedEntry& entry, const Value& present) {
+                      return entry.sent == sentBack(readAce(present));
+                    });
 }
 
 std::optional<std::string> differenceOf(const WantedAcl& wanted, const Array& found, bool folder,

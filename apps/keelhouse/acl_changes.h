@@ -43,6 +43,16 @@ WantedAcl withRemoved(WantedAcl acl, const std::vector<Removal>& removals, Princ
 
 Array sentAcl(const WantedAcl& acl);
 
+// Whether two lists begin with the same entries, `count` of them.
+bool beginAlike(const Array& left, const Array& right, std::size_t count);
+
+// What was done to a list, for people: "allow user:anna read" was added, ...; empty when nothing.
+std::string changesBetween(const Array& before, const Array& after, bool folder,
+                           Principals& principals);
+
+// Whether they are the entries that the list has, to the last bit.
+bool isSameList(const WantedAcl& wanted, const Array& found);
+
 // What keeps the list that was read back from being the one that was sent; absent when nothing.
 std::optional<std::string> differenceOf(const WantedAcl& wanted, const Array& found, bool folder,
                                         Principals& principals);

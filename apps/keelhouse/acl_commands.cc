@@ -1,10 +1,17 @@
 #include "keelhouse/acl_commands.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "keelhouse/acl_changes.h"
 #include "keelhouse/acl_view.h"
 #include "keelhouse/folder_privileges.h"
+#include "keelhouse/folder_settings.h"
+#include "keelhouse/json_document.h"
 #include "keelhouse/kernel_acl.h"
 #include "keelhouse/named_share.h"
+#include "keelhouse/privileges_document.h"
+#include "keelhouse/privs_view.h"
 #include "keelhouse/projection_view.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/terminal_text.h"
@@ -14,30 +21,113 @@ namespace paddock::keelhouse {
 
 namespace {
 
-void print(const Session& session, const std::string& path, const Array& acl, bool folder,
-           Principals& principals) {
+void print(const Session& session, const std::string& path, const Array& acl,
+           const Dictionary& privileges, Principals& principals) {
   if (session.json) {
-    session.out << wire::writeJsonPretty(acl) << '\n';
+    session.out << wire::writeJsonPretty(aclDocument(privileges, path, acl, principals)) << '\n';
   } else if (acl.empty()) {
     session.out << printable(path) << " has no ACL entries.\n";
   } else {
-    session.out << formatAclTable(acl, folder, principals);
+    session.out << formatAclTable(acl, isFolder(privileges), principals);
+  }
+}
+
+std::string failedAction(const std::string& path) {
+  return "the ACL of " + path + " cannot be set";
+}
+
+Dictionary aclSettings(const WantedAcl& wanted) {
+  return {{"fileAccessPrivs", Dictionary{{"acl", sentAcl(wanted)}}}};
+}
+
+void requireTakenOver(const std::string& path, const WantedAcl& wanted, const Array& found,
+                      bool folder, Principals& principals) {
+  if (const auto difference = differenceOf(wanted, found, folder, principals)) {
+    throw failure("the ACL of " + path + " was not taken over: " + *difference +
+                  ", although the daemon reported success");
   }
 }
 
 // Replaces the path's ACL, and prints what was read back when it is that.
 ExitStatus write(const Session& session, const std::string& path, const WantedAcl& wanted,
                  Principals& principals) {
-  const Dictionary found = writePrivileges(session, path, {{"acl", sentAcl(wanted)}},
-                                           "the ACL of " + path + " cannot be set");
+  const Dictionary reply = writeFolder(session, path, aclSettings(wanted), failedAction(path));
+  const Dictionary found = privilegesIn(reply, path);
   const Array& acl = aclOf(found, path);
-  const bool folder = isFolder(found);
-  if (const auto difference = differenceOf(wanted, acl, folder, principals)) {
-    throw failure("the ACL of " + path + " was not taken over: " + *difference +
-                  ", although the daemon reported success");
-  }
-  print(session, path, acl, folder, principals);
+  requireTakenOver(path, wanted, acl, isFolder(found), principals);
+  print(session, path, acl, found, principals);
   return ExitStatus::done;
+}
+
+// What the list is to become that the path has.
+using Editing = std::function<WantedAcl(const Array& present)>;
+
+// What others did to the list between the first reading and the last one.
+std::string changesMeanwhile(const ChangedFolder& changed, const std::string& path,
+                             Principals& principals) {
+  if (!changed.retried) return {};
+  const Dictionary first = privilegesIn(changed.first, path);
+  const Dictionary last = privilegesIn(changed.before, path);
+  return changesBetween(aclOf(first, path), aclOf(last, path), isFolder(last), principals);
+}
+
+// Changes the path's ACL, and prints what was read back. Nobody else's change is lost: when one
+// came between, the list is read and edited anew.
+ExitStatus edit(const Session& session, const std::string& path, Principals& principals,
+                const Editing& editing) {
+  WantedAcl wanted;
+  const ChangedFolder changed = changeFolder(
+      session, path,
+      [&](const Dictionary& reading) {
+        const Dictionary privileges = privilegesIn(reading, path);
+        wanted = editing(aclOf(privileges, path));
+        return aclSettings(wanted);
+      },
+      failedAction(path));
+  const Dictionary found = privilegesIn(changed.after, path);
+  const Array& acl = aclOf(found, path);
+  if (changed.readBackIsOwn) requireTakenOver(path, wanted, acl, isFolder(found), principals);
+  const std::string meanwhile = changesMeanwhile(changed, path, principals);
+  if (!meanwhile.empty()) {
+    session.notes << "keelhouse: note: while this was done, the ACL was changed: "
+                  << printable(meanwhile) << "; both changes are made\n";
+  }
+  if (!changed.readBackIsOwn) {
+    session.notes << "keelhouse: note: settings were changed again since; this is the ACL now\n";
+  }
+  print(session, path, acl, found, principals);
+  return ExitStatus::done;
+}
+
+// Has numbers of entries mean the same in every list: those that were there when they were typed.
+class NumberedEntries {
+ public:
+  // The first `count` entries are meant.
+  NumberedEntries(std::string path, std::size_t count) : path_(std::move(path)), count_(count) {}
+
+  // Throws Failure when the list begins otherwise than the first one did.
+  void check(const Array& present, Principals& principals) {
+    if (!first_) first_ = present;
+    if (beginAlike(*first_, present, count_)) return;
+    throw failure("the ACL of " + path_ +
+                  " was changed meanwhile: " + changesBetween(*first_, present, true, principals) +
+                  "; nothing was changed here\nThe numbers may mean other entries now. See them: "
+                  "keelhouse acl show PATH");
+  }
+
+ private:
+  std::string path_;
+  std::size_t count_;
+  std::optional<Array> first_;
+};
+
+std::size_t highestNumber(const std::vector<Removal>& removals) {
+  std::size_t highest = 0;
+  for (const Removal& removal : removals) {
+    if (const auto* number = std::get_if<std::size_t>(&removal))
+      highest = std::max(highest, *number);
+  }
+  return highest;
 }
 
 // The entries that the path would have if it took over what its parent folder makes inheritable.
@@ -56,7 +146,7 @@ ExitStatus showAcl(const Session& session, const std::string& typedPath) {
   const std::string path = folderPath(session, typedPath);
   const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
-  print(session, path, aclOf(privileges, path), isFolder(privileges), principals);
+  print(session, path, aclOf(privileges, path), privileges, principals);
   return ExitStatus::done;
 }
 
@@ -77,9 +167,42 @@ ExitStatus showAclProjection(const Session& session, const std::string& typedPat
 ExitStatus setAcl(const Session& session, const std::string& typedPath,
                   const std::vector<std::string>& entries) {
   const std::string path = folderPath(session, typedPath);
+  if (entries.empty()) {
+    throw usageFailure(
+        "acl set: no entry is given\nTo take a document: --from FILE; to have no entries: "
+        "keelhouse acl clear PATH");
+  }
   const std::vector<TypedEntry> typed = parseEntries(entries);
   Principals principals(session);
   return write(session, path, newEntries(typed, principals), principals);
+}
+
+ExitStatus setAclFrom(const Session& session, const std::string& typedPath,
+                      const std::string& file) {
+  const std::string path = folderPath(session, typedPath);
+  Principals principals(session);
+  const WantedPrivileges wanted = wantedPrivileges(readDocument(file), principals);
+  if (!wanted.acl) throw usageFailure(file + " has no \"acl\"");
+  const Dictionary privileges = readPrivileges(session, path);
+  const Array& present = aclOf(privileges, path);
+  // So the list keeps what documents do not tell of it.
+  if (!isSameList(*wanted.acl, present)) return write(session, path, *wanted.acl, principals);
+  print(session, path, present, privileges, principals);
+  return ExitStatus::done;
+}
+
+ExitStatus clearAcl(const Session& session, const std::string& typedPath) {
+  const std::string path = folderPath(session, typedPath);
+  Principals principals(session);
+  const Dictionary reply = writeFolder(session, path, aclSettings({}), failedAction(path));
+  const Dictionary found = privilegesIn(reply, path);
+  requireTakenOver(path, {}, aclOf(found, path), isFolder(found), principals);
+  if (session.json) {
+    print(session, path, aclOf(found, path), found, principals);
+  } else {
+    session.out << formatAccessByMode(found) << '\n';
+  }
+  return ExitStatus::done;
 }
 
 ExitStatus addToAcl(const Session& session, const std::string& typedPath,
@@ -87,30 +210,37 @@ ExitStatus addToAcl(const Session& session, const std::string& typedPath,
   const std::string path = folderPath(session, typedPath);
   const std::vector<TypedEntry> typed = parseEntries(entries);
   Principals principals(session);
-  WantedAcl added = newEntries(typed, principals);
-  const Dictionary privileges = readPrivileges(session, path);
-  WantedAcl wanted = withAdded(keptEntries(aclOf(privileges, path)), std::move(added), number);
-  return write(session, path, wanted, principals);
+  const WantedAcl added = newEntries(typed, principals);
+  NumberedEntries before(path, number ? *number - 1 : 0);
+  return edit(session, path, principals, [&](const Array& present) {
+    before.check(present, principals);
+    return withAdded(keptEntries(present), added, number);
+  });
 }
 
 ExitStatus removeFromAcl(const Session& session, const std::string& typedPath,
                          const std::vector<std::string>& words) {
   const std::string path = folderPath(session, typedPath);
   const std::vector<Removal> removals = parseRemovals(words);
-  const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
-  const WantedAcl wanted = withRemoved(keptEntries(aclOf(privileges, path)), removals, principals);
-  return write(session, path, wanted, principals);
+  NumberedEntries numbered(path, highestNumber(removals));
+  return edit(session, path, principals, [&](const Array& present) {
+    numbered.check(present, principals);
+    return withRemoved(keptEntries(present), removals, principals);
+  });
 }
 
 ExitStatus inheritAcl(const Session& session, const std::string& typedPath, bool apply) {
   const std::string path = folderPath(session, typedPath);
+  Principals principals(session);
+  if (apply) {
+    return edit(session, path, principals,
+                [&](const Array&) { return keptEntries(inheritedAcl(session, path)); });
+  }
   // The other question is answered with an empty list for a path that is not there.
   const Dictionary privileges = readPrivileges(session, path);
   const Array acl = inheritedAcl(session, path);
-  Principals principals(session);
-  if (apply) return write(session, path, keptEntries(acl), principals);
-  print(session, path, acl, isFolder(privileges), principals);
+  print(session, path, acl, privileges, principals);
   return ExitStatus::done;
 }
 

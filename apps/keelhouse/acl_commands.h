@@ -17,10 +17,15 @@ namespace paddock::keelhouse {
 ExitStatus showAcl(const Session& session, const std::string& path);
 // What the kernel's own ACL cannot say of the entries, and what it says.
 ExitStatus showAclProjection(const Session& session, const std::string& path);
-// No entries clear the ACL.
+// Throws Failure (usage) without entries.
 ExitStatus setAcl(const Session& session, const std::string& path,
                   const std::vector<std::string>& entries);
-// `number`: that of the first new entry, from 1; absent: they come last.
+// The entries of a document; see privileges_document.h.
+ExitStatus setAclFrom(const Session& session, const std::string& path, const std::string& file);
+// Says who can get in afterwards.
+ExitStatus clearAcl(const Session& session, const std::string& path);
+// What others do to the list meanwhile is kept by these. `number`: that of the first new entry,
+// from 1; absent: they come last.
 ExitStatus addToAcl(const Session& session, const std::string& path,
                     const std::vector<std::string>& entries, std::optional<std::size_t> number);
 // `words`: numbers of entries, and users and groups as parsePrincipal reads them.

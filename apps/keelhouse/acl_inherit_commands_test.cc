@@ -45,11 +45,11 @@ TEST_F(AclInherit, showsTheOwnEntriesAndThenTheInheritedOnes) {
   EXPECT_EQ(asked(), 2U);
 }
 
-TEST_F(AclInherit, printsTheDictionariesWithJson) {
+TEST_F(AclInherit, printsADocumentWithJson) {
   answerRead();
   answerInherited("");
   EXPECT_EQ(run({"acl", "inherit", "/srv/a", "--json"}), 0) << error_;
-  EXPECT_EQ(out_, "[]\n");
+  EXPECT_EQ(out_, "{\n  \"acl\": [],\n  \"path\": \"/srv/a\"\n}\n");
 }
 
 TEST_F(AclInherit, saysThatThereAreNoEntries) {

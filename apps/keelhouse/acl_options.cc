@@ -24,6 +24,7 @@ struct AclOptions {
   std::string path;
   std::vector<std::string> words;
   std::optional<std::size_t> number;
+  std::optional<std::string> from;
   bool projection = false;
   bool apply = false;
 };
@@ -50,13 +51,28 @@ void addShow(CLI::App& group, Action& action, const SharedOptions& options) {
 }
 
 void addSet(CLI::App& group, Action& action, const SharedOptions& options) {
-  auto* command = addCommand(group, options, "set", "Replace the ACL; no entries clear it");
-  command->add_option("ENTRY", options->words, "The new entries, in their order");
+  auto* command = addCommand(group, options, "set", "Replace the ACL");
+  auto* entries = command->add_option("ENTRY", options->words, "The new entries, in their order");
+  command
+      ->add_option(
+          "--from", options->from,
+          "Take the entries that acl show --json printed from FILE (\"-\": standard input)")
+      ->type_name("FILE")
+      ->excludes(entries);
   command->footer(kEntryHelp);
   command->callback([options, &action] {
     action = [options](const Session& session) {
-      return setAcl(session, options->path, options->words);
+      return options->from ? setAclFrom(session, options->path, *options->from)
+                           : setAcl(session, options->path, options->words);
     };
+  });
+}
+
+void addClear(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command =
+      addCommand(group, options, "clear", "Have no ACL, and say who can get in by the mode");
+  command->callback([options, &action] {
+    action = [options](const Session& session) { return clearAcl(session, options->path); };
   });
 }
 
@@ -110,6 +126,7 @@ void addAclCommands(CLI::App& program, Action& action) {
   const auto options = std::make_shared<AclOptions>();
   addShow(*group, action, options);
   addSet(*group, action, options);
+  addClear(*group, action, options);
   addAdd(*group, action, options);
   addRemove(*group, action, options);
   addInherit(*group, action, options);

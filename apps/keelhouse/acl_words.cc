@@ -145,6 +145,12 @@ std::uint32_t parseInheritance(std::string_view text) {
   return flags;
 }
 
+std::uint32_t inheritanceFlags(const std::vector<std::string>& words) {
+  std::uint32_t flags = 0;
+  for (const std::string& word : words) flags |= inheritanceOf(asciiLower(word));
+  return flags;
+}
+
 std::string formatInheritance(std::uint32_t flags) {
   std::string words;
   appendWords(words, flags, kInheritance);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace paddock::keelhouse {
 
@@ -47,6 +48,9 @@ std::string formatRights(std::uint32_t bits, bool folder);
 // "directory-inherit", "limit-inherit", "only-inherit", "inherited". Throws Failure (usage) for
 // anything else, and for a limit of an inheritance that is not there.
 std::uint32_t parseInheritance(std::string_view text);
+
+// The same of single words, and also what stored entries have: a limit of no inheritance.
+std::uint32_t inheritanceFlags(const std::vector<std::string>& words);
 
 // Such words; empty when no flag is set.
 std::string formatInheritance(std::uint32_t flags);

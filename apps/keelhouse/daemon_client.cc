@@ -7,7 +7,9 @@
 #include <memory>
 #include <system_error>
 #include <thread>
+#include <vector>
 
+#include "base/text.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/socket_path.h"
 #include "wire/json.h"
@@ -33,7 +35,10 @@ struct Exchange {
   const std::string& socketPath;
   bool tooLong = false;
   std::string reply;
+  std::string tag;
 };
+
+constexpr long kPreconditionFailed = 412;
 
 std::size_t takeReply(const char* bytes, std::size_t /*one*/, std::size_t count,
                       void* exchangePointer) {
@@ -43,6 +48,21 @@ std::size_t takeReply(const char* bytes, std::size_t /*one*/, std::size_t count,
     return 0;
   }
   exchange.reply.append(bytes, count);
+  return count;
+}
+
+std::size_t takeHeader(const char* bytes, std::size_t /*one*/, std::size_t count,
+                       void* exchangePointer) {
+  constexpr std::string_view kName = "etag:";
+  const std::string_view line(bytes, count);
+  if (asciiLower(line.substr(0, kName.size())) == kName) {
+    const std::size_t first = line.find('"');
+    const std::size_t last = line.rfind('"');
+    auto& exchange = *static_cast<Exchange*>(exchangePointer);
+    if (first < last && last != std::string_view::npos) {
+      exchange.tag = line.substr(first, last - first + 1);
+    }
+  }
   return count;
 }
 
@@ -79,12 +99,14 @@ Curl makeHandle() {
   return handle;
 }
 
-HeaderList makeHeaders() {
+HeaderList makeHeaders(const std::string& tag = {}) {
   HeaderList headers;
   // Without "Expect:" a long request would wait for a go-ahead first.
-  for (const char* line :
-       {"Content-Type: application/json", "Accept: application/json", "Expect:"}) {
-    curl_slist* longer = curl_slist_append(headers.get(), line);
+  std::vector<std::string> lines{"Content-Type: application/json", "Accept: application/json",
+                                 "Expect:"};
+  if (!tag.empty()) lines.push_back("If-Match: " + tag);
+  for (const std::string& line : lines) {
+    curl_slist* longer = curl_slist_append(headers.get(), line.c_str());
     if (longer == nullptr) throw failure("out of memory");
     static_cast<void>(headers.release());
     headers.reset(longer);
@@ -100,6 +122,8 @@ void prepare(CURL* handle, Exchange& exchange, const std::string& path, curl_sli
   curl_easy_setopt(handle, CURLOPT_USERAGENT, "keelhouse/" PADDOCK_VERSION);
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeReply);
   curl_easy_setopt(handle, CURLOPT_WRITEDATA, &exchange);
+  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, takeHeader);
+  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &exchange);
   curl_easy_setopt(handle, CURLOPT_PROXY, "");  // nor one of the environment
   curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
@@ -148,12 +172,13 @@ Dictionary readReply(long httpStatus, const std::string& text) {
   return std::move(*body->dictionary());
 }
 
-Dictionary perform(CURL* handle, Exchange& exchange) {
+// The HTTP status.
+long perform(CURL* handle, Exchange& exchange) {
   const CURLcode code = performPatiently(handle);
   if (code != CURLE_OK) throw transferFailure(handle, exchange, code);
   long httpStatus = 0;
   curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &httpStatus);
-  return readReply(httpStatus, exchange.reply);
+  return httpStatus;
 }
 
 std::string escapeSegment(CURL* handle, std::string_view segment) {
@@ -172,19 +197,33 @@ void checkSocketPath(const std::string& path) {
 
 }  // namespace
 
-Dictionary DaemonClient::post(std::string_view plugin, std::string_view operation,
-                              std::string_view json) const {
+std::optional<TaggedReply> DaemonClient::send(std::string_view plugin, std::string_view operation,
+                                              std::string_view json, const std::string& tag) const {
   checkSocketPath(socketPath_);
   const Curl handle = makeHandle();
-  const HeaderList headers = makeHeaders();
-  Exchange exchange{socketPath_, false, {}};
+  const HeaderList headers = makeHeaders(tag);
+  Exchange exchange{socketPath_, false, {}, {}};
   const std::string path =
       "/v1/" + escapeSegment(handle.get(), plugin) + "/" + escapeSegment(handle.get(), operation);
   prepare(handle.get(), exchange, path, headers.get());
   curl_easy_setopt(handle.get(), CURLOPT_POST, 1L);
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(json.size()));
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, json.data());
-  return perform(handle.get(), exchange);
+  const long httpStatus = perform(handle.get(), exchange);
+  if (httpStatus == kPreconditionFailed && !tag.empty()) return std::nullopt;
+  return TaggedReply{readReply(httpStatus, exchange.reply), exchange.tag};
+}
+
+Dictionary DaemonClient::post(std::string_view plugin, std::string_view operation,
+                              std::string_view json) const {
+  return send(plugin, operation, json, {})->body;
+}
+
+std::optional<TaggedReply> DaemonClient::callTagged(std::string_view plugin,
+                                                    std::string_view operation,
+                                                    const Dictionary& request,
+                                                    const std::string& tag) const {
+  return send(plugin, operation, wire::writeJson(request), tag);
 }
 
 Dictionary DaemonClient::call(std::string_view plugin, std::string_view operation,
@@ -196,9 +235,10 @@ Dictionary DaemonClient::get(const std::string& path) const {
   checkSocketPath(socketPath_);
   const Curl handle = makeHandle();
   const HeaderList headers = makeHeaders();
-  Exchange exchange{socketPath_, false, {}};
+  Exchange exchange{socketPath_, false, {}, {}};
   prepare(handle.get(), exchange, path, headers.get());
-  return perform(handle.get(), exchange);
+  const long httpStatus = perform(handle.get(), exchange);
+  return readReply(httpStatus, exchange.reply);
 }
 
 }  // namespace paddock::keelhouse

@@ -15,7 +15,10 @@ constexpr const char* kPrivileges = "fileAccessPrivs";
 }  // namespace
 
 Dictionary readPrivileges(const Session& session, const std::string& path) {
-  const Dictionary reply = readFolder(session, path);
+  return privilegesIn(readFolder(session, path), path);
+}
+
+Dictionary privilegesIn(const Dictionary& reply, const std::string& path) {
   Dictionary privileges = settingsPart(reply, kPrivileges);
   if (privileges.empty()) {
     requireStatus(reply, "readStatus", "the privileges of " + path + " cannot be read");

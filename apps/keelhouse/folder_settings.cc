@@ -1,5 +1,9 @@
 #include "keelhouse/folder_settings.h"
 
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <thread>
 #include <utility>
 
 #include "base/printable.h"
@@ -12,22 +16,69 @@ namespace {
 constexpr const char* kPlugin = "paddock_sharing";
 constexpr const char* kSharePoint = "sharePointRecord";
 
+// Each time that others come between, one of them is done, so that this is for a crowd.
+constexpr int kAttempts = 200;
+
+// So that those who met do not meet again.
+void pauseAfter(int attempt) {
+  constexpr int kStep = 5;
+  constexpr int kLongest = 100;
+  std::random_device random;
+  std::uniform_int_distribution<int> milliseconds(0, std::min(kStep * (attempt + 1), kLongest));
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
+}
+
 Dictionary folderArguments(const std::string& path) { return {{"path", path}}; }
+
+Dictionary writeRequest(const std::string& path, Dictionary configuration) {
+  return {{"optionalArguments", folderArguments(path)},
+          {"configuration", std::move(configuration)}};
+}
 
 }  // namespace
 
+TaggedReply readTaggedFolder(const Session& session, const std::string& path) {
+  // Without a condition there is always a reply.
+  return *session.daemon.callTagged(kPlugin, "readSettings",
+                                    {{"optionalArguments", folderArguments(path)}});
+}
+
 Dictionary readFolder(const Session& session, const std::string& path) {
-  return session.daemon.call(kPlugin, "readSettings",
-                             {{"optionalArguments", folderArguments(path)}});
+  return readTaggedFolder(session, path).body;
 }
 
 Dictionary writeFolder(const Session& session, const std::string& path, Dictionary configuration,
                        const std::string& action) {
-  Dictionary reply = session.daemon.call(
-      kPlugin, "writeSettings",
-      {{"optionalArguments", folderArguments(path)}, {"configuration", std::move(configuration)}});
+  Dictionary reply =
+      session.daemon.call(kPlugin, "writeSettings", writeRequest(path, std::move(configuration)));
   requireStatus(reply, "writeStatus", action);
   return reply;
+}
+
+ChangedFolder changeFolder(const Session& session, const std::string& path, const Decision& decide,
+                           const std::string& action, std::optional<TaggedReply> first,
+                           const Array& nodeCredentials) {
+  ChangedFolder changed;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const TaggedReply reading = first ? *std::move(first) : readTaggedFolder(session, path);
+    first.reset();
+    changed.before = reading.body;
+    changed.retried = attempt > 0;
+    if (!changed.retried) changed.first = reading.body;
+    Dictionary configuration = decide(reading.body);
+    if (!nodeCredentials.empty()) configuration.set("dsCredentials", nodeCredentials);
+    auto written = session.daemon.callTagged(
+        kPlugin, "writeSettings", writeRequest(path, std::move(configuration)), reading.tag);
+    if (written) {
+      requireStatus(written->body, "writeStatus", action);
+      changed.after = std::move(written->body);
+      changed.readBackIsOwn = reading.tag.empty() || !written->tag.empty();
+      return changed;
+    }
+    pauseAfter(attempt);
+  }
+  throw failure(action + ": others changed it " + std::to_string(kAttempts) +
+                " times while this was tried; nothing was changed\nTry again.");
 }
 
 Dictionary settingsPart(const Dictionary& reply, const char* key) {
@@ -37,7 +88,10 @@ Dictionary settingsPart(const Dictionary& reply, const char* key) {
 }
 
 Dictionary readSharePoint(const Session& session, const std::string& path) {
-  const Dictionary reply = readFolder(session, path);
+  return sharePointIn(readFolder(session, path), path);
+}
+
+Dictionary sharePointIn(const Dictionary& reply, const std::string& path) {
   Dictionary sharePoint = settingsPart(reply, kSharePoint);
   // A folder's share point is read before its volume's quotas, whose status does not count here.
   if (!sharePoint.contains("isShared")) {

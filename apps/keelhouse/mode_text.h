@@ -1,16 +1,21 @@
 // POSIX modes as people write them.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace paddock::keelhouse {
 
-// The three octal digits of "750" or "0750": what the daemon takes. Throws Failure (usage) for any
-// other text, saying so when it asks for the set-id or sticky bits.
-std::string parseMode(const std::string& text);
+struct TypedMode {
+  std::string permissions;          // three octal digits
+  std::optional<std::string> bits;  // the digit before them, when there was one: set-id and sticky
+};
 
-// "750 (rwxr-x---)" of "750"; any other text as it is.
+// "750", "2770" or "0750". Throws Failure (usage) for any other text.
+TypedMode parseMode(const std::string& text);
+
+// "750 (rwxr-x---)" of "750" and of "0750", "2770 (rwxrws---)" of "2770"; any other text as it is.
 std::string formatMode(const std::string& digits);
 
 }  // namespace paddock::keelhouse

@@ -8,47 +8,50 @@
 namespace paddock::keelhouse {
 namespace {
 
-std::string refusalOf(const std::string& text) {
-  try {
-    parseMode(text);
-  } catch (const Failure& failed) {
-    EXPECT_EQ(failed.status(), ExitStatus::usage);
-    return failed.what();
-  }
-  return {};
-}
+using ::testing::HasSubstr;
 
-TEST(ModeText, isThreeOctalDigitsWithOrWithoutALeadingZero) {
-  EXPECT_EQ(parseMode("750"), "750");
-  EXPECT_EQ(parseMode("0750"), "750");
-  EXPECT_EQ(parseMode("000"), "000");
-  EXPECT_EQ(parseMode("0000"), "000");
-  EXPECT_EQ(parseMode("007"), "007");
-}
-
-TEST(ModeText, cannotAskForSetIdAndStickyBits) {
-  for (const char* text : {"1777", "2755", "4755", "7777"}) {
-    EXPECT_THAT(refusalOf(text), ::testing::HasSubstr("asks for set-id or sticky bits")) << text;
-  }
-  EXPECT_THAT(refusalOf("2755"), ::testing::EndsWith("write the three digits 755"));
-}
-
-TEST(ModeText, isRefusedInAnyOtherForm) {
-  for (const char* text : {"", "7", "75", "00750", "8", "758", "7x9", "u+rwx", "-75", "+75", " 75",
-                           "75 ", "0o750", "rwxr-x---"}) {
-    EXPECT_THAT(refusalOf(text), ::testing::HasSubstr("is no mode")) << text;
+TEST(ModeText, threeDigitsSayNothingOfTheFourth) {
+  for (const char* text : {"750", "000", "777"}) {
+    EXPECT_EQ(parseMode(text).permissions, text);
+    EXPECT_EQ(parseMode(text).bits, std::nullopt);
   }
 }
 
-TEST(ModeText, isShownInLettersToo) {
+TEST(ModeText, fourDigitsAreTheBitsAndThePermissions) {
+  for (const char* text : {"0750", "2770", "7777", "1000"}) {
+    const TypedMode mode = parseMode(text);
+    EXPECT_EQ(mode.bits.value_or("") + mode.permissions, text);
+    EXPECT_EQ(mode.permissions.size(), 3U);
+  }
+}
+
+TEST(ModeText, isRefusedForOtherTexts) {
+  for (const char* text :
+       {"", "7", "75", "00750", "758", "rwx", "u+x", " 750", "7x0", "-750", "8750", "02770"}) {
+    try {
+      parseMode(text);
+      ADD_FAILURE() << text;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.status(), ExitStatus::usage);
+      EXPECT_THAT(failure.what(), HasSubstr("is no mode"));
+    }
+  }
+}
+
+TEST(ModeText, isShownWithLetters) {
   EXPECT_EQ(formatMode("750"), "750 (rwxr-x---)");
-  EXPECT_EQ(formatMode("007"), "007 (------rwx)");
+  EXPECT_EQ(formatMode("000"), "000 (---------)");
   EXPECT_EQ(formatMode("421"), "421 (r---w---x)");
+  EXPECT_EQ(formatMode("7x9"), "7x9");
+  EXPECT_EQ(formatMode(""), "");
 }
 
-TEST(ModeText, isLeftAsItIsWhenItIsNone) {
-  EXPECT_EQ(formatMode("89"), "89");
-  EXPECT_EQ(formatMode("0755"), "0755");
+TEST(ModeText, theFourthDigitIsShownWhereItIsSet) {
+  EXPECT_EQ(formatMode("0750"), "750 (rwxr-x---)");
+  EXPECT_EQ(formatMode("2770"), "2770 (rwxrws---)");
+  EXPECT_EQ(formatMode("7777"), "7777 (rwsrwsrwt)");
+  EXPECT_EQ(formatMode("7000"), "7000 (--S--S--T)");
+  EXPECT_EQ(formatMode("1755"), "1755 (rwxr-xr-t)");
 }
 
 }  // namespace

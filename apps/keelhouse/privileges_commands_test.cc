@@ -57,10 +57,22 @@ TEST_F(PrivilegesCommands, privsShowPrintsOwnerGroupModeAndAcl) {
   EXPECT_EQ(body(0), R"({"optionalArguments":{"path":"/srv/a"}})");
 }
 
-TEST_F(PrivilegesCommands, privsShowPrintsTheDictionaryWithJson) {
-  daemon_.answer(readPart("fileAccessPrivs", R"({"acl":[],"owner":"root"})"));
+TEST_F(PrivilegesCommands, privsShowPrintsADocumentWithJson) {
+  daemon_.answer(readPart("fileAccessPrivs", R"({"acl":[],"owner":"","group":"a","privs":"750"})"));
+  daemon_.answer(R"({"status":0,"mode":"2750","uid":2147418113,"gid":7})");
   EXPECT_EQ(run({"privs", "show", "/srv/a", "--json"}), 0);
-  EXPECT_EQ(out_, "{\n  \"acl\": [],\n  \"owner\": \"root\"\n}\n");
+  EXPECT_EQ(target(1), "POST /v1/paddock_files/getMode");
+  EXPECT_EQ(body(1), R"({"path":"/srv/a"})");
+  EXPECT_EQ(out_,
+            "{\n  \"acl\": [],\n  \"group\": \"a\",\n  \"mode\": \"2750\",\n  \"owner\": "
+            "\"2147418113\"\n}\n");
+}
+
+TEST_F(PrivilegesCommands, privsShowPrintsFourDigitsWhereTheFirstIsSet) {
+  answerRead(aclOf(""));
+  daemon_.answer(R"({"status":0,"mode":"3750","uid":0,"gid":65534})");
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("mode: 3750 (rwxr-s--T)\n"));
 }
 
 TEST_F(PrivilegesCommands, privsShowDoesNotMindThatALaterPartFailed) {
@@ -90,25 +102,57 @@ TEST_F(PrivilegesCommands, privsShowGoesOnWithoutAnAcl) {
 }
 
 TEST_F(PrivilegesCommands, privsSetSendsOnlyWhatChanges) {
+  answerRead(aclOf(""));
   answerWritten(aclOf(""));
-  EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "0750"}), 0) << error_;
-  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/writeSettings");
-  EXPECT_EQ(body(0), writeBody(R"({"privs":"750"})"));
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "750"}), 0) << error_;
+  EXPECT_EQ(target(1), "POST /v1/paddock_sharing/writeSettings");
+  EXPECT_EQ(body(1), writeBody(R"({"privs":"750"})"));
   EXPECT_THAT(out_, HasSubstr("mode: 750 (rwxr-x---)\n"));
+  const std::size_t before = asked();
+  answerRead(aclOf(""));
   answerWritten(aclOf(""));
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "root", "--group", "nogroup"}), 0) << error_;
-  EXPECT_EQ(body(1), writeBody(R"({"group":"nogroup","owner":"root"})"));
+  EXPECT_EQ(body(before + 1), writeBody(R"({"group":"nogroup","owner":"root"})"));
+}
+
+TEST_F(PrivilegesCommands, privsSetTakesAFourthDigit) {
+  constexpr const char* kBefore = R"({"status":0,"mode":"0750","uid":0,"gid":65534})";
+  constexpr const char* kAfter = R"({"status":0,"mode":"2750","uid":0,"gid":65534})";
+  daemon_.answer(kBefore);
+  answerRead(aclOf(""));
+  answerWritten(aclOf(""));
+  daemon_.answer(kAfter);
+  daemon_.answer(kAfter);
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "2750"}), 0) << error_;
+  EXPECT_EQ(body(2), writeBody(R"({"privs":"750"})"));
+  EXPECT_EQ(target(3), "POST /v1/paddock_files/setModeBits");
+  EXPECT_EQ(body(3), R"({"bits":"2","path":"/srv/a"})");
+  EXPECT_THAT(out_, HasSubstr("mode: 2750 (rwxr-s---)\n"));
+}
+
+TEST_F(PrivilegesCommands, privsSetWritesNothingWhereTheFourthDigitCannotBeSet) {
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "2750"}), 1);
+  EXPECT_EQ(asked(), 1U);
+  daemon_.answer(R"({"status":0,"mode":"0640","uid":0,"gid":0})");
+  daemon_.answer(readPart("fileAccessPrivs", R"({"acl":[],"fileType":"regular","privs":"640"})"));
+  EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "4755"}), 1);
+  EXPECT_EQ(error_,
+            "keelhouse: set-id and sticky bits are for folders, and /srv/a is none; nothing was "
+            "changed\n");
+  EXPECT_EQ(asked(), 3U);
 }
 
 TEST_F(PrivilegesCommands, privsSetTakesNumbersForNames) {
+  answerRead(aclOf(""));
   answerWritten(aclOf(""));
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "0", "--group", "65534"}), 0) << error_;
-  EXPECT_EQ(body(0), writeBody(R"({"group":"nogroup","owner":"root"})"));
+  EXPECT_EQ(body(1), writeBody(R"({"group":"nogroup","owner":"root"})"));
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "2147418113"}), 1);
   EXPECT_THAT(error_, HasSubstr("the number 2147418113 has no user name"));
 }
 
 TEST_F(PrivilegesCommands, privsSetLeavesUnknownNamesToTheDaemon) {
+  answerRead(aclOf(""));
   answerWritten(aclOf(""), 100050);
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "no-such-zoe"}), 1);
   EXPECT_EQ(out_, "");
@@ -128,6 +172,7 @@ TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
         {"--group", "root",
          "the group root was not taken over: /srv/a reads back with group "
          "\"nogroup\""}}) {
+    answerRead(aclOf(""));
     answerWritten(aclOf(""));
     EXPECT_EQ(run({"privs", "set", "/srv/a", option, value}), 1);
     EXPECT_EQ(out_, "");
@@ -138,7 +183,8 @@ TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
 TEST_F(PrivilegesCommands, privsSetRefusesBadWordsBeforeItAsks) {
   for (const std::vector<std::string>& options :
        std::vector<std::vector<std::string>>{{},
-                                             {"--mode", "4755"},
+                                             {"--mode", "8755"},
+                                             {"--mode", "02750"},
                                              {"--mode", "75"},
                                              {"--mode", "u+x"},
                                              {"--mode", ""},
@@ -165,10 +211,12 @@ TEST_F(PrivilegesCommands, aclShowPrintsATable) {
             "1   allow   user:nobody  read    inherit      x\n");
 }
 
-TEST_F(PrivilegesCommands, aclShowPrintsTheDictionariesWithJson) {
+TEST_F(PrivilegesCommands, aclShowPrintsADocumentWithJson) {
   answerRead(aclOf(R"({"guid":"x"})"));
   EXPECT_EQ(run({"acl", "show", "/srv/a", "--json"}), 0);
-  EXPECT_EQ(out_, "[\n  {\n    \"guid\": \"x\"\n  }\n]\n");
+  EXPECT_EQ(out_,
+            "{\n  \"acl\": [\n    {\n      \"guid\": \"x\",\n      \"kind\": \"unknown\"\n"
+            "    }\n  ],\n  \"path\": \"/srv/a\"\n}\n");
 }
 
 TEST_F(PrivilegesCommands, aclShowSaysThatThereAreNoEntries) {
@@ -212,11 +260,22 @@ TEST_F(PrivilegesCommands, aclSetReplacesTheList) {
   EXPECT_THAT(out_, StartsWith(kHeader));
 }
 
-TEST_F(PrivilegesCommands, aclSetWithoutEntriesClearsTheList) {
+TEST_F(PrivilegesCommands, aclSetWithoutEntriesIsAnErrorOfUsage) {
+  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 2);
+  EXPECT_THAT(error_, HasSubstr("keelhouse acl clear PATH"));
+  EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(PrivilegesCommands, aclClearSaysWhoCanGetInAfterwards) {
   answerWritten(aclOf(""));
-  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 0) << error_;
   EXPECT_EQ(body(0), aclBody(""));
-  EXPECT_EQ(out_, "/srv/a has no ACL entries.\n");
+  EXPECT_EQ(out_,
+            "/srv/a has no ACL entries. By its mode 750 its owner root can read and change, the "
+            "group nogroup can read and others cannot get in.\n");
+  answerWritten(aclOf(""));
+  EXPECT_EQ(run({"acl", "clear", "/srv/a", "--json"}), 0) << error_;
+  EXPECT_EQ(out_, "{\n  \"acl\": [],\n  \"path\": \"/srv/a\"\n}\n");
 }
 
 TEST_F(PrivilegesCommands, aclSetSaysThatTheDaemonDidNotTakeItOver) {
@@ -230,18 +289,18 @@ TEST_F(PrivilegesCommands, aclSetSaysThatTheDaemonDidNotTakeItOver) {
   EXPECT_EQ(run({"acl", "set", "/srv/a", "deny", "user:nobody", "list"}), 1);
   EXPECT_THAT(error_, HasSubstr("entry 1 reads back as \"allow user:nobody list\""));
   answerWritten(R"("aclErr":"INVALID_ACL_ERR")");
-  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 1);
+  EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
   EXPECT_THAT(error_, HasSubstr("INVALID_ACL_ERR"));
 }
 
 TEST_F(PrivilegesCommands, aclSetReportsTheWriteStatus) {
   answerWritten(aclOf(""), 100069);
-  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 1);
+  EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
   EXPECT_EQ(out_, "");
   EXPECT_THAT(error_, StartsWith("keelhouse: the ACL of /srv/a cannot be set: "
                                  "CANNOT_SET_ACL_FILE_ERR (status 100069)\n"));
   answerWritten(aclOf(""), -1);
-  EXPECT_EQ(run({"acl", "set", "/srv/a"}), 1);
+  EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
   EXPECT_THAT(error_, HasSubstr("(status -1)"));
 }
 

@@ -1,10 +1,17 @@
 #include "keelhouse/privs_commands.h"
 
+#include <utility>
+
+#include "base/printable.h"
 #include "base/text.h"
+#include "keelhouse/folder_mode.h"
 #include "keelhouse/folder_privileges.h"
+#include "keelhouse/folder_settings.h"
 #include "keelhouse/host_accounts.h"
+#include "keelhouse/json_document.h"
 #include "keelhouse/mode_text.h"
 #include "keelhouse/named_share.h"
+#include "keelhouse/privileges_document.h"
 #include "keelhouse/privs_view.h"
 #include "wire/json.h"
 
@@ -35,16 +42,35 @@ std::string accountName(PrincipalType type, const std::string& typed) {
                 " name, and owners are set by name");
 }
 
-Dictionary requested(const PrivilegeChanges& changes) {
+// Owner and group as the daemon takes them. One that the path has already is left out: it may be a
+// number without a name.
+void requestAccount(Dictionary& privileges, std::string_view key, PrincipalType type,
+                    const std::optional<std::string>& typed, const std::string& present) {
+  if (!typed || *typed == present) return;
+  privileges.set(std::string(key), accountName(type, *typed));
+}
+
+// What the path is to have.
+struct Wanted {
+  Dictionary privileges;            // what is written
+  std::optional<std::string> bits;  // the first of four digits
+  std::optional<WantedAcl> acl;     // not among `privileges` yet
+};
+
+Wanted requested(const PrivilegeChanges& changes, const std::optional<ModeAndIds>& present) {
   checkName(changes.owner, "--owner");
   checkName(changes.group, "--group");
-  Dictionary privileges;
-  if (changes.mode) privileges.set(std::string(kMode), parseMode(*changes.mode));
-  if (changes.owner)
-    privileges.set(std::string(kOwner), accountName(PrincipalType::user, *changes.owner));
-  if (changes.group)
-    privileges.set(std::string(kGroup), accountName(PrincipalType::group, *changes.group));
-  return privileges;
+  Wanted wanted;
+  if (changes.mode) {
+    const TypedMode mode = parseMode(*changes.mode);
+    wanted.privileges.set(std::string(kMode), mode.permissions);
+    wanted.bits = mode.bits;
+  }
+  requestAccount(wanted.privileges, kOwner, PrincipalType::user, changes.owner,
+                 present ? present->uid : std::string());
+  requestAccount(wanted.privileges, kGroup, PrincipalType::group, changes.group,
+                 present ? present->gid : std::string());
+  return wanted;
 }
 
 // One account may have several names.
@@ -85,19 +111,94 @@ void checkTakenOver(const std::string& path, const Dictionary& wanted, const Dic
   }
 }
 
-void print(const Session& session, const Dictionary& privileges) {
+void print(const Session& session, const Dictionary& privileges,
+           const std::optional<ModeAndIds>& all, Principals& principals) {
   if (session.json) {
-    session.out << wire::writeJsonPretty(privileges) << '\n';
+    session.out << wire::writeJsonPretty(privilegesDocument(privileges, all, principals)) << '\n';
     return;
   }
-  Principals principals(session);
-  session.out << formatPrivileges(privileges, principals);
+  session.out << formatPrivileges(privileges, all, principals);
+}
+
+// The folder's privileges as they are to be written, seen from what it has. A list that is there
+// already is not written again.
+Dictionary settingsFor(const Wanted& wanted, const Dictionary& reading, const std::string& path) {
+  const Dictionary present = privilegesIn(reading, path);
+  if (wanted.bits.value_or("0") != "0" && !isFolder(present)) {
+    throw failure("set-id and sticky bits are for folders, and " + printable(path) +
+                  " is none; nothing was changed");
+  }
+  Dictionary privileges = wanted.privileges;
+  if (wanted.acl && !isSameList(*wanted.acl, aclOf(present, path))) {
+    privileges.set("acl", sentAcl(*wanted.acl));
+  }
+  return {{"fileAccessPrivs", std::move(privileges)}};
+}
+
+void checkResult(const std::string& path, const Wanted& wanted, const Dictionary& found,
+                 Principals& principals) {
+  checkTakenOver(path, wanted.privileges, found);
+  if (!wanted.acl) return;
+  const auto difference =
+      differenceOf(*wanted.acl, aclOf(found, path), isFolder(found), principals);
+  if (difference) throw failure("the ACL of " + path + " was not taken over: " + *difference);
+}
+
+// What others had set of the same meanwhile, and what is no longer so.
+void noteOverwritten(const Session& session, const Dictionary& wanted,
+                     const ChangedFolder& changed) {
+  if (!changed.retried) return;
+  const Dictionary first = settingsPart(changed.first, "fileAccessPrivs");
+  const Dictionary last = settingsPart(changed.before, "fileAccessPrivs");
+  for (const std::string_view key : {kOwner, kGroup, kMode}) {
+    const std::string* before = first.string(key);
+    const std::string* meanwhile = last.string(key);
+    if (!wanted.contains(key) || before == nullptr || meanwhile == nullptr) continue;
+    if (*before == *meanwhile || *meanwhile == *wanted.string(key)) continue;
+    session.notes << "keelhouse: note: while this was done, somebody else set the "
+                  << (key == kMode ? "mode" : key) << " to " << printable(*meanwhile) << "; it is "
+                  << printable(*wanted.string(key)) << " now\n";
+  }
+}
+
+// Asked before anything is written, so that it is known that the digit can be set.
+std::optional<ModeAndIds> modeBefore(const Session& session, const std::string& path,
+                                     const PrivilegeChanges& changes) {
+  if (changes.mode && parseMode(*changes.mode).bits) return readMode(session, path);
+  return changes.from ? readModeIfPossible(session, path) : std::nullopt;
+}
+
+ExitStatus changePrivileges(const Session& session, const std::string& path,
+                            const PrivilegeChanges& changes, std::optional<WantedAcl> acl,
+                            Principals& principals) {
+  const std::optional<ModeAndIds> before = modeBefore(session, path, changes);
+  Wanted wanted = requested(changes, before);
+  wanted.acl = std::move(acl);
+  const ChangedFolder changed = changeFolder(
+      session, path, [&](const Dictionary& reading) { return settingsFor(wanted, reading, path); },
+      "the privileges of " + path + " cannot be changed");
+  const Dictionary found = privilegesIn(changed.after, path);
+  if (changed.readBackIsOwn) checkResult(path, wanted, found, principals);
+  if (wanted.bits && isFolder(found)) setModeBits(session, path, *wanted.bits);
+  noteOverwritten(session, wanted.privileges, changed);
+  print(session, found, readModeIfPossible(session, path), principals);
+  return ExitStatus::done;
+}
+
+PrivilegeChanges changesOf(const WantedPrivileges& wanted, const std::string& from) {
+  if (!wanted.owner && !wanted.group && !wanted.mode && !wanted.acl) {
+    throw usageFailure(from + " names no owner, group, mode or acl to set");
+  }
+  return {wanted.owner, wanted.group, wanted.mode, from};
 }
 
 }  // namespace
 
 ExitStatus showPrivileges(const Session& session, const std::string& typedPath) {
-  print(session, readPrivileges(session, folderPath(session, typedPath)));
+  const std::string path = folderPath(session, typedPath);
+  const Dictionary privileges = readPrivileges(session, path);
+  Principals principals(session);
+  print(session, privileges, readModeIfPossible(session, path), principals);
   return ExitStatus::done;
 }
 
@@ -105,12 +206,11 @@ ExitStatus setPrivileges(const Session& session, const std::string& typedPath,
                          const PrivilegeChanges& changes) {
   if (changes.empty()) throw usageFailure("privs set: no option says what to change");
   const std::string path = folderPath(session, typedPath);
-  const Dictionary wanted = requested(changes);
-  const Dictionary found =
-      writePrivileges(session, path, wanted, "the privileges of " + path + " cannot be changed");
-  checkTakenOver(path, wanted, found);
-  print(session, found);
-  return ExitStatus::done;
+  Principals principals(session);
+  if (!changes.from) return changePrivileges(session, path, changes, std::nullopt, principals);
+  WantedPrivileges wanted = wantedPrivileges(readDocument(*changes.from), principals);
+  const PrivilegeChanges all = changesOf(wanted, *changes.from);
+  return changePrivileges(session, path, all, std::move(wanted.acl), principals);
 }
 
 }  // namespace paddock::keelhouse

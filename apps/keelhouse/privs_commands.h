@@ -14,12 +14,14 @@ struct PrivilegeChanges {
   std::optional<std::string> owner;
   std::optional<std::string> group;
   std::optional<std::string> mode;  // as parseMode reads it
+  std::optional<std::string> from;  // a document to take all of them from, and the ACL
 
-  bool empty() const { return !owner && !group && !mode; }
+  bool empty() const { return !owner && !group && !mode && !from; }
 };
 
 // Paths are taken as they were typed. Each throws Failure for what it cannot do; setPrivileges also
-// when the daemon reports success, but what it reads back is something else.
+// when the daemon reports success, but what it reads back is something else. What others change
+// meanwhile stays as they left it, but for what the changes name.
 ExitStatus showPrivileges(const Session& session, const std::string& path);
 ExitStatus setPrivileges(const Session& session, const std::string& path,
                          const PrivilegeChanges& changes);

@@ -22,7 +22,16 @@ void addSet(CLI::App& group, Action& action) {
   command->add_option(kPath.name, options->path, kPath.description)->required();
   command->add_option("--owner", options->changes.owner, "The owner, a user's name");
   command->add_option("--group", options->changes.group, "The group, by its name");
-  command->add_option("--mode", options->changes.mode, "Three octal digits, such as 750");
+  command->add_option("--mode", options->changes.mode,
+                      "Three octal digits, such as 750, or four, such as 2770; with three a folder "
+                      "keeps its set-id and sticky bits");
+  auto* from = command->add_option("--from", options->changes.from,
+                                   "Take all that privs show --json printed from FILE (\"-\": "
+                                   "standard input)");
+  from->type_name("FILE");
+  for (const char* other : {"--owner", "--group", "--mode"}) {
+    from->excludes(command->get_option(other));
+  }
   command->callback([options, &action] {
     action = [options](const Session& session) {
       return setPrivileges(session, options->path, options->changes);

@@ -13,8 +13,8 @@ class PrivilegesView : public SessionFixture {
   std::string table(const Array& acl, bool folder = true) {
     return formatAclTable(acl, folder, principals_);
   }
-  std::string view(const Dictionary& privileges) {
-    return formatPrivileges(privileges, principals_);
+  std::string view(const Dictionary& privileges, const std::optional<ModeAndIds>& all = {}) {
+    return formatPrivileges(privileges, all, principals_);
   }
 };
 

@@ -72,6 +72,7 @@ TEST_F(Program, endsWithTheExitStatusOfItsCommand) {
   EXPECT_EQ(runHere({"acl", "show", "/srv/a"}), 0) << error_;
   EXPECT_EQ(out_, "/srv/a has no ACL entries.\n");
   EXPECT_EQ(error_, "");
+  daemon_.answer(R"({"configuration":{"fileAccessPrivs":{"acl":[]}},"readStatus":0})");
   daemon_.answer(R"({"writeStatus":100052})");
   EXPECT_EQ(runHere({"privs", "set", "/srv/a", "--mode", "750"}), 1);
   EXPECT_EQ(out_, "");

@@ -48,7 +48,7 @@ bool changesRecord(const ShareChanges& changes) {
 
 void setAutomount(Dictionary& record, const ShareChanges& changes, const Dictionary& stored) {
   if (changes.noAutomount) record.set("isAutomounted", false);
-  const bool overNfs = !changes.nfsClients.empty();
+  const bool overNfs = changes.automountOverNfs.value_or(!changes.nfsClients.empty());
   const auto& clients = changes.nfsClients;
   if (!changes.automountPath) {
     if (changes.automountNode) throw usageFailure("--node needs --automount");

@@ -22,6 +22,7 @@ struct ShareChanges {
   std::vector<std::string> nfsClients;  // as parseNfsClient reads them; "": no client was named
   bool noNfs = false;
   std::optional<std::string> automountPath;  // where clients mount it: over NFS with nfsClients
+  std::optional<bool> automountOverNfs;      // absent: with nfsClients
   std::optional<std::string> automountNode;  // absent: the node that is stored
   bool noAutomount = false;
   std::optional<bool> backup;

@@ -9,9 +9,11 @@
 #include "base/printable.h"
 #include "keelhouse/automount_change.h"
 #include "keelhouse/folder_settings.h"
+#include "keelhouse/json_document.h"
 #include "keelhouse/named_share.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/share_automount.h"
+#include "keelhouse/share_document.h"
 #include "keelhouse/share_notes.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
@@ -19,6 +21,7 @@
 #include "keelhouse/smb_publication.h"
 #include "keelhouse/smb_settings.h"
 #include "keelhouse/smb_writing.h"
+#include "keelhouse/team_folder.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -80,9 +83,47 @@ ExitStatus showWritten(const Session& session, const std::string& path, const Di
   return ExitStatus::done;
 }
 
-}  // namespace
+// What the command line asks for: options, or all that a document has.
+class ChangeSource {
+ public:
+  ChangeSource(const ShareChanges& typed, const std::optional<std::string>& from) : typed_(typed) {
+    if (!from) return;
+    if (!typed.empty()) {
+      throw usageFailure("--from says everything: no option that changes the share goes with it");
+    }
+    document_ = readDocument(*from);
+  }
 
-namespace {
+  // What changes in the share point `stored`; empty: a new one.
+  ShareChanges seenFrom(const Dictionary& stored) const {
+    return document_ ? changesFrom(*document_, stored) : typed_;
+  }
+
+ private:
+  const ShareChanges& typed_;
+  std::optional<Dictionary> document_;
+};
+
+// What is done to the record that clients automount by was planned for the stored state.
+void requireSameAutomount(const Dictionary& stored, const Dictionary& present,
+                          const std::string& path) {
+  for (const char* key : {"isAutomounted", "automountMountPath", "automountDSPath"}) {
+    const Value* before = stored.find(key);
+    const Value* now = present.find(key);
+    const bool same = before != nullptr && now != nullptr ? *before == *now : before == now;
+    if (same) continue;
+    throw failure("how clients automount " + printable(path) +
+                  " was changed meanwhile; nothing was changed here\nTry again.");
+  }
+}
+
+// What is written of a share point that was read, `present`; `stored` is what it was at first.
+Dictionary recordFor(const ChangeSource& source, const Dictionary& stored,
+                     const Dictionary& present, const std::string& path) {
+  if (!isShared(present)) throw notShared(path, "It was taken out of sharing meanwhile.");
+  requireSameAutomount(stored, present, path);
+  return changedShareRecord(path, source.seenFrom(present), present);
+}
 
 // What is known of the shared folder, when it is not there as it should be; empty otherwise. The
 // daemon, which may look everywhere, names a mount point of each path that it finds.
@@ -133,40 +174,58 @@ ExitStatus showShare(const Session& session, const std::string& typedPath) {
   return ExitStatus::done;
 }
 
-ExitStatus addShare(const Session& session, const std::string& typedPath,
-                    const ShareChanges& changes, const NodeAccount& account, bool force) {
+ExitStatus addShare(const Session& session, const std::string& typedPath, const ShareChanges& typed,
+                    const NodeAccount& account, bool force, const ShareSources& sources) {
   const std::string path = absolutePath(typedPath);
+  const ShareChanges changes = ChangeSource(typed, sources.from).seenFrom({});
   const Dictionary record = newShareRecord(path, changes);
   if (!force) requireFolder(path);
   if (isShared(readSharePoint(session, path))) {
     throw failure(printable(path) + " is shared already\nChange it with: keelhouse share set PATH");
   }
+  const std::optional<Team> team =
+      sources.team ? std::optional(findTeam(session, *sources.team)) : std::nullopt;
   const AutomountChange automount(session, path, planAutomount(changes, {}, false), account);
+  if (team) giveToTeam(session, path, *team);
   const Dictionary reply = writeNewShare(
       session, {path, record, printable(path) + " cannot be shared", automount.credentials()},
       changes.smbOptions);
   return showWritten(session, path, record, reply, automount);
 }
 
-ExitStatus setShare(const Session& session, const std::string& typedPath,
-                    const ShareChanges& changes, const NodeAccount& account) {
+ExitStatus setShare(const Session& session, const std::string& typedPath, const ShareChanges& typed,
+                    const NodeAccount& account, const std::optional<std::string>& from) {
   const bool accountGiven = !account.name.empty();
-  if (changes.empty() && !accountGiven) {
+  if (typed.empty() && !accountGiven && !from) {
     throw usageFailure("share set: no option says what to change");
   }
   const std::string path = folderPath(session, typedPath);
-  const Dictionary stored = readSharePoint(session, path);
+  TaggedReply reading = readTaggedFolder(session, path);
+  Dictionary stored = sharePointIn(reading.body, path);
   if (!isShared(stored)) throw notShared(path, "Share it with: keelhouse share add PATH");
-  const Dictionary record = changedShareRecord(path, changes, stored);
+  if (from) addSmbOptions(session, stored);
+  const ChangeSource source(typed, from);
+  const ShareChanges changes = source.seenFrom(stored);
+  Dictionary record = changedShareRecord(path, changes, stored);
   AutomountPlan plan = planAutomount(changes, stored, accountGiven);
-  if (changes.empty() && plan.step == AutomountPlan::Step::none) {
+  if (changes.empty() && !from && plan.step == AutomountPlan::Step::none) {
     throw failure(printable(path) + " is not automounted, so there is nothing to write as " +
                   printable(account.name));
   }
   const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
   const std::string action = "the share point of " + printable(path) + " cannot be changed";
-  const Dictionary reply = writeChangedShare(
-      session, {path, record, action, automount.credentials()}, changes.smbOptions, stored);
+  const auto write = [&] {
+    return changeFolder(
+               session, path,
+               [&](const Dictionary& read) {
+                 record = recordFor(source, stored, sharePointIn(read, path), path);
+                 return Dictionary{{"sharePointRecord", record}};
+               },
+               action, std::move(reading), automount.credentials())
+        .after;
+  };
+  const Dictionary reply =
+      writeChangedShare(session, {path, {}, action, {}, write}, changes.smbOptions, stored);
   return showWritten(session, path, record, reply, automount);
 }
 

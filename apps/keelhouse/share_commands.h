@@ -1,6 +1,7 @@
 // `keelhouse share`: shared folders, by way of the plug-in paddock_sharing.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "keelhouse/credentials.h"
@@ -17,10 +18,17 @@ ExitStatus showShare(const Session& session, const std::string& path);
 
 // `account` writes and removes what clients automount by, in its directory node.
 // `force` shares a path that is no folder, or not there yet.
+// `from`: the document that says everything instead of the changes. `team`: the group whose folder
+// it is made before it is shared.
+struct ShareSources {
+  std::optional<std::string> from;
+  std::optional<std::string> team;
+};
 ExitStatus addShare(const Session& session, const std::string& path, const ShareChanges& changes,
-                    const NodeAccount& account, bool force);
+                    const NodeAccount& account, bool force, const ShareSources& sources);
+// What others change meanwhile stays, but for what the changes name.
 ExitStatus setShare(const Session& session, const std::string& path, const ShareChanges& changes,
-                    const NodeAccount& account);
+                    const NodeAccount& account, const std::optional<std::string>& from);
 ExitStatus removeShare(const Session& session, const std::string& path, const NodeAccount& account);
 
 }  // namespace paddock::keelhouse

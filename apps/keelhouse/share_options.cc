@@ -17,6 +17,7 @@ struct ShareOptions {
   ShareChanges changes;
   NodeAccount account;
   bool force = false;
+  ShareSources sources;
 };
 using SharedOptions = std::shared_ptr<ShareOptions>;
 
@@ -29,18 +30,36 @@ CLI::App* addCommand(CLI::App& group, const char* name, const char* description,
   return command;
 }
 
+void addFrom(CLI::App& command, const SharedOptions& options) {
+  command
+      .add_option("--from", options->sources.from,
+                  "Take all that share show --json printed from FILE (\"-\": standard input)")
+      ->type_name("FILE");
+}
+
 void addAdd(CLI::App& group, Action& action) {
   const auto options = std::make_shared<ShareOptions>();
   auto* command = addCommand(group, "add", "Share a folder", options);
   addShareChanges(*command, options->changes);
+  addFrom(*command, options);
+  command
+      ->add_option("--team", options->sources.team,
+                   "Make it a folder in which the members of GROUP work together: its group, mode "
+                   "2770, and read,write:inherit for the group")
+      ->type_name("GROUP");
   auto* automount = command->get_option("--automount");
   automount->needs(command->get_option("--node"));
   command->get_option("--node")->needs(automount);
-  command->get_option("--admin")->needs(automount);
   command->add_flag("--force", options->force, "Share a path that is no folder, or not there yet");
   command->callback([options, &action] {
     action = [options](const Session& session) {
-      return addShare(session, options->path, options->changes, options->account, options->force);
+      // A document may have an automount, too.
+      if (!options->account.name.empty() && !options->changes.automountPath &&
+          !options->sources.from) {
+        throw usageFailure("--admin needs --automount");
+      }
+      return addShare(session, options->path, options->changes, options->account, options->force,
+                      options->sources);
     };
   });
 }
@@ -50,10 +69,12 @@ void addSet(CLI::App& group, Action& action) {
   auto* command = addCommand(group, "set", "Change how a folder is shared", options);
   addShareChanges(*command, options->changes);
   addShareWithdrawals(*command, options->changes);
+  addFrom(*command, options);
   command->get_option("--node")->needs(command->get_option("--automount"));
   command->callback([options, &action] {
     action = [options](const Session& session) {
-      return setShare(session, options->path, options->changes, options->account);
+      return setShare(session, options->path, options->changes, options->account,
+                      options->sources.from);
     };
   });
 }

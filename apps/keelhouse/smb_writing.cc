@@ -94,6 +94,10 @@ Dictionary namesOnly(const Dictionary& record) {
   return names;
 }
 
+Dictionary writeChange(const Session& session, const ShareWriting& writing) {
+  return writing.send ? writing.send() : write(session, writing, writing.record);
+}
+
 // The options as they were, where a change failed behind them.
 void restore(const Session& session, const std::string& name, const samba::SmbOptions& options) {
   try {
@@ -131,14 +135,14 @@ Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
 
 Dictionary writeChangedShare(const Session& session, const ShareWriting& writing,
                              const SmbChanges& changes, const Dictionary& stored) {
-  if (changes.empty()) return write(session, writing, writing.record);
+  if (changes.empty()) return writeChange(session, writing);
   const std::string name = textOf(stored, "name");
   const samba::SmbOptions before = readSmbOptions(session, name);
   const samba::SmbOptions options = changedOptions(before, changes);
   requireTaken(session, options, before);
   writeSmbOptions(session, name, options);
   try {
-    return write(session, writing, writing.record);
+    return writeChange(session, writing);
   } catch (...) {
     restore(session, name, before);
     throw;

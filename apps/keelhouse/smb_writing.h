@@ -2,6 +2,7 @@
 // other ones.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "base/value.h"
@@ -17,6 +18,7 @@ struct ShareWriting {
   Dictionary record;
   std::string action;
   Array credentials;
+  std::function<Dictionary()> send = {};  // of a change: how it is written, instead of as it is
 };
 
 // Each gives the reply of the daemon, and throws Failure, having taken back what it wrote.

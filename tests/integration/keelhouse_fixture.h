@@ -20,7 +20,7 @@ class KeelhouseTree : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
-    for (const char* name : {"paddock_sharing", "paddock_directory"}) installPlugin(name);
+    for (const char* name : {"paddock_sharing", "paddock_directory", "paddock_files"}) installPlugin(name);
     for (const char* folder : {"/etc", "/usr/sbin"}) {
       std::filesystem::create_directories(tree_.path(folder));
     }

@@ -64,10 +64,26 @@ TEST_F(KeelhousePrivileges, OwnerGroupAndModeAreSetOnTheFolder) {
   EXPECT_EQ(attributes().st_mode & 07777U, 0750U);
 }
 
-TEST_F(KeelhousePrivileges, AModeTakesSetIdAndStickyBitsAway) {
+TEST_F(KeelhousePrivileges, AFolderKeepsSetIdAndStickyBitsUnlessFourDigitsSayOtherwise) {
   ASSERT_EQ(::chmod(path_.c_str(), 03755), 0);
-  done({"privs", "set", path_, "--mode", "755"});
-  EXPECT_EQ(attributes().st_mode & 07777U, 0755U);
+  EXPECT_THAT(done({"privs", "set", path_, "--mode", "750"}), HasSubstr("mode: 3750 (rwxr-s--T)"));
+  EXPECT_EQ(attributes().st_mode & 07777U, 03750U);
+  EXPECT_THAT(done({"privs", "set", path_, "--mode", "2770"}), HasSubstr("mode: 2770 (rwxrws---)"));
+  EXPECT_EQ(attributes().st_mode & 07777U, 02770U);
+  EXPECT_THAT(done({"privs", "set", path_, "--mode", "0775"}), HasSubstr("mode: 775 (rwxrwxr-x)"));
+  EXPECT_EQ(attributes().st_mode & 07777U, 0775U);
+}
+
+TEST_F(KeelhousePrivileges, AFileLosesSetIdBitsAndGetsNone) {
+  const std::string file = folder_.path("file");
+  writeWholeFile(file, "x");
+  ASSERT_EQ(::chmod(file.c_str(), 06755), 0);
+  EXPECT_THAT(done({"privs", "show", file}), HasSubstr("mode: 6755 (rwsr-sr-x)"));
+  EXPECT_THAT(done({"privs", "set", file, "--mode", "755"}), HasSubstr("mode: 755 (rwxr-xr-x)"));
+  const EndedProgram refused = keelhouse({"privs", "set", file, "--mode", "4711"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.error, HasSubstr("nothing was changed"));
+  EXPECT_THAT(done({"privs", "show", file}), HasSubstr("mode: 755 (rwxr-xr-x)"));
 }
 
 TEST_F(KeelhousePrivileges, UnknownNamesChangeNothing) {
@@ -112,7 +128,10 @@ TEST_F(KeelhousePrivileges, AnAclIsSetShownChangedAndCleared) {
   EXPECT_EQ(done({"acl", "remove", path_, "group:nogroup"}), path_ + " has no ACL entries.\n");
   EXPECT_FALSE(hasAcl());
   done({"acl", "set", path_, "allow", "user:root", "full"});
-  EXPECT_EQ(done({"acl", "set", path_}), path_ + " has no ACL entries.\n");
+  EXPECT_EQ(done({"acl", "clear", path_}),
+            path_ +
+                " has no ACL entries. By its mode 755 its owner root can read and change, the "
+                "group root can read and others can read.\n");
   EXPECT_FALSE(hasAcl());
 }
 
@@ -131,7 +150,7 @@ TEST_F(KeelhousePrivileges, WhatIsShownCanBeTypedAgain) {
                  {action, who, inheritance == "-" ? rights : rights + ":" + inheritance});
   }
   ASSERT_EQ(words.size(), 3U + 4 * 3);
-  done({"acl", "set", path_});
+  done({"acl", "clear", path_});
   done(words);
   EXPECT_EQ(done({"acl", "show", path_, "--json"}), before);
 }
@@ -160,7 +179,7 @@ TEST_F(KeelhousePrivileges, AnAclThatCannotBeReadIsReplacedAlone) {
   EXPECT_THAT(shown.error, HasSubstr("INVALID_ACL_ERR\n"));
   EXPECT_EQ(keelhouse({"acl", "add", path_, "allow", "user:root", "read"}).status, 1);
   // The daemon leaves such a list as it is, and reports success.
-  EXPECT_EQ(keelhouse({"acl", "set", path_}).status, 1);
+  EXPECT_EQ(keelhouse({"acl", "clear", path_}).status, 1);
   EXPECT_THAT(done({"privs", "show", path_}), HasSubstr("acl: cannot be read, INVALID_ACL_ERR"));
   EXPECT_THAT(done({"acl", "set", path_, "allow", "user:root", "read"}), HasSubstr("user:root"));
 }
@@ -209,7 +228,7 @@ TEST_F(KeelhousePrivileges, WhatAFolderHandsDownIsShownAndTakenOver) {
   EXPECT_EQ(done({"acl", "inherit", inner, "--apply"}), both);
   EXPECT_EQ(done({"acl", "show", inner}), both);
   EXPECT_EQ(done({"acl", "inherit", inner}), both);
-  done({"acl", "set", path_});
+  done({"acl", "clear", path_});
   EXPECT_EQ(done({"acl", "inherit", inner, "--apply"}),
             "NO  ACTION  WHO        RIGHTS  INHERITANCE  NAME\n"
             "1   allow   user:root  full    -            -\n");

@@ -93,7 +93,7 @@ TEST_F(KeelhousePropagation, InheritedEntriesArePushedDownAndOwnOnesStayInFront)
             "2   allow   group:nogroup  read        inherited    -\n");
   EXPECT_THAT(done({"acl", "show", shared_ + "/inner/deep"}),
               HasSubstr("1   allow   group:nogroup  read    inherit,inherited  -\n"));
-  done({"acl", "set", shared_});
+  done({"acl", "clear", shared_});
   done({"propagate", shared_, "--acl", "--follow"});
   EXPECT_EQ(done({"acl", "show", file()}),
             "NO  ACTION  WHO          RIGHTS      INHERITANCE  NAME\n"

@@ -393,7 +393,7 @@ class SmbTest(unittest.TestCase):
         self._give(mode, owner, group)
 
     def set_acl(self, *entries):
-        self.world.paddock.keelhouse("acl", "set", self.path, *entries)
+        self.world.paddock.keelhouse("acl", "set" if entries else "clear", self.path, *entries)
 
     def set_list(self, entries):
         """As an SMB client does."""

@@ -26,6 +26,7 @@ class ScriptedDaemon {
   struct Request {
     std::string target;  // "POST /v1/paddock_sharing/readSettings"
     std::string body;
+    std::string head;  // its lines, as they were sent
   };
 
   // Listens on a new socket below the folder `root`, where programs look for it.
@@ -55,13 +56,14 @@ class ScriptedDaemon {
 
   std::string socketPath() const { return socketPath_; }
 
-  // The answers of the next requests, in order. Without one a request is answered with 404.
-  void answer(std::string body, int httpStatus = 200) {
+  // The answers of the next requests, in order, with further header lines, each with its line end.
+  // Without one a request is answered with 404.
+  void answer(std::string body, int httpStatus = 200, const std::string& headers = {}) {
     const std::lock_guard lock(mutex_);
     answers_.push_back(
         "HTTP/1.1 " + std::to_string(httpStatus) +
         " X\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
-        "\r\nConnection: close\r\n\r\n" + std::move(body));
+        "\r\nConnection: close\r\n" + headers + "\r\n" + std::move(body));
   }
   // Closes the next connection unanswered.
   void hangUp() {
@@ -120,8 +122,9 @@ class ScriptedDaemon {
 
   std::string record(const std::string& text) {
     const std::lock_guard lock(mutex_);
-    requests_.push_back(
-        {text.substr(0, text.find(" HTTP/")), text.substr(text.find("\r\n\r\n") + 4)});
+    requests_.push_back({text.substr(0, text.find(" HTTP/")),
+                         text.substr(text.find("\r\n\r\n") + 4),
+                         text.substr(0, text.find("\r\n\r\n") + 2)});
     if (answers_.empty()) {
       return "HTTP/1.1 404 X\r\nContent-Length: 24\r\nConnection: close\r\n\r\n"
              "{\"error\":\"not scripted\"}\n";
