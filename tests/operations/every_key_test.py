@@ -461,6 +461,20 @@ class SiblingsTest(OperationsTest):
         self.try_records("setPassword", {"name": ANNA["name"], "password": ANNA["password"]},
                          ["name", "password"], check)
 
+    def test_access_is_judged_of_absolute_paths_alone(self):
+        def check(request, status, reply):
+            self.assertEqual(status, 200)
+            path = text(request, "path") or ""
+            if not path.startswith("/") or "\0" in path:
+                self.assertEqual(list(reply), ["error"])
+            elif "error" not in reply:
+                self.assertEqual(set(reply) - {"report"}, {"status", "output", "errors"})
+        good = {"path": self.shared, "json": True}
+        self.try_variants("paddock_access", "who", good, check)
+        for operation in ("effective", "explain"):
+            self.try_variants("paddock_access", operation, dict(good, uid=0), check)
+        self.try_variants("paddock_access", "previewPropagation", {"path": self.shared, "mask": 1}, check)
+
     def test_states_are_the_same_for_every_request(self):
         for plugin in ("paddock_vsp", "paddock_nfs"):
             def check(request, status, reply):

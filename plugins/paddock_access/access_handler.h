@@ -1,0 +1,57 @@
+// The plug-in paddock_access: what the programs of the sharing plug-in's bundle say of access, for
+// people who are not root.
+//
+// Operations. Each runs one program as the daemon's user and hands its answer on as it is.
+//
+//   effective           {"path", "uid"}   effectiveprivs: what the user may do
+//   explain             {"path", "uid"}   effectiveprivs --explain: and why
+//   who                 {"path"}          effectiveprivs --who: who may do something there
+//   previewPropagation  {"path", "mask"}  copyprivs -n: what a run would change
+//
+// The first three take "json" (a boolean), for the program's --json. The reply of a program that
+// ran: "status", its exit status; "output" and "errors", what it wrote to its two streams;
+// previewPropagation has "report", its status file, a property list, when it wrote one. A request
+// that cannot be used and a program that cannot be run or took too long are {"error": text}.
+//
+// The first three only read, so viewers may ask them; what a run would change is for
+// administrators. Nothing here waits for the sharing plug-in's lock. At most four programs run at a
+// time, so that askers cannot take the whole machine; who finds no place in time is told so.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "paddock/plugin_request_handler.h"
+#include "platform/program_runner.h"
+
+namespace paddock {
+
+class AccessRequestHandler final : public PluginRequestHandler {
+ public:
+  static constexpr int kPrograms = 4;
+
+  // With the host's program runner.
+  AccessRequestHandler();
+  // With another runner, never null; `patience` is how long a place is waited for.
+  explicit AccessRequestHandler(
+      std::unique_ptr<ProgramRunner> runner,
+      std::chrono::milliseconds patience = std::chrono::milliseconds(30000));
+
+  std::vector<Operation> operations() const override;
+  Dictionary performOperation(std::string_view name, const Dictionary& request) override;
+
+ private:
+  Dictionary judge(const char* option, bool ofUser, const Dictionary& request);
+  Dictionary preview(const Dictionary& request);
+  Dictionary run(const char* program, const std::vector<std::string>& arguments);
+
+  std::unique_ptr<ProgramRunner> runner_;
+  const std::chrono::milliseconds patience_;
+  std::counting_semaphore<kPrograms> places_{kPrograms};
+};
+
+}  // namespace paddock

@@ -1,0 +1,4 @@
+#include "paddock/plugin.h"
+#include "paddock_access/access_handler.h"
+
+PADDOCK_PLUGIN(paddock::AccessRequestHandler)
