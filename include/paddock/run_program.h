@@ -61,4 +61,8 @@ DetachedProgram startDetachedProgram(const std::string& path,
 // of it in the same process group. The daemon keeps capacity for the requests of such a process.
 bool isRunningProgram(pid_t process);
 
+// The id of the request that waits for that program; empty when the process belongs to none, or to
+// one that runs for no request.
+std::string requestOfProgram(pid_t process);
+
 }  // namespace paddock

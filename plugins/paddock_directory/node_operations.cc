@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "paddock/sys_logger.h"
 #include "paddock_directory/replies.h"
 #include "platform/directory_schema.h"
 
@@ -67,7 +68,10 @@ Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& req
     while (nodes.size() < paths.size()) {
       std::vector<std::future<Dictionary>> asked;
       for (std::size_t at = nodes.size(); at < paths.size() && asked.size() < kAtOnce; ++at)
-        asked.push_back(std::async([&, at] { return stateOf(directory, clock, paths[at]); }));
+        asked.push_back(std::async([&, at, request = currentRequestId()] {
+          const RequestIdScope scope(request);
+          return stateOf(directory, clock, paths[at]);
+        }));
       for (std::future<Dictionary>& node : asked) nodes.emplace_back(node.get());
     }
     return {{"nodes", std::move(nodes)}};

@@ -11,6 +11,9 @@
 
 namespace paddock {
 
+// What `[limits] connections` may be at most.
+inline constexpr std::size_t kMostConnectionsConfigured = 4096;
+
 struct Configuration {
   // The whole file: tables are dictionaries. What the file does not set is absent.
   Dictionary tree;

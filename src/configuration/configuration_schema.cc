@@ -4,11 +4,13 @@
 #include <array>
 #include <string>
 
+#include "configuration/configuration.h"
+
 namespace paddock {
 namespace {
 
 constexpr std::int64_t kMaximumBody = 1LL << 30;
-constexpr std::int64_t kMaximumConnections = 4096;
+constexpr std::int64_t kMaximumConnections = kMostConnectionsConfigured;
 
 std::string_view notEmpty(std::string_view text) { return text.empty() ? "must not be empty" : ""; }
 

@@ -71,6 +71,17 @@ std::vector<gid_t> groupsOf(uid_t user) {
 AccessPolicy::AccessPolicy(std::string adminGroup, std::string viewGroup)
     : adminGroup_(std::move(adminGroup)), viewGroup_(std::move(viewGroup)) {}
 
+std::string AccessPolicy::refusal(uid_t user, Rights needed) const {
+  std::string name = "USER";
+  lookUp<passwd>([user](auto... rest) { return ::getpwuid_r(user, rest...); },
+                 [&name](const passwd& found) { name = found.pw_name; });
+  const bool viewingDoes = needed == Rights::viewing;
+  return "user " + std::to_string(user) +
+         " is not allowed to do this: you need to be in the group " + adminGroup_ +
+         (viewingDoes ? " (changes) or " + viewGroup_ + " (looking)" : "") + ": usermod -aG " +
+         (viewingDoes ? viewGroup_ : adminGroup_) + " " + name;
+}
+
 Rights AccessPolicy::rightsOf(uid_t user) const {
   if (user == 0 || user == ::geteuid()) return Rights::everything;
   const std::vector<gid_t> groups = groupsOf(user);

@@ -18,6 +18,9 @@ class AccessPolicy {
   // system's users and groups at every call, so that a change counts at once.
   Rights rightsOf(uid_t user) const;
 
+  // Why the user is refused what takes these rights, and what gives them.
+  std::string refusal(uid_t user, Rights needed) const;
+
  private:
   std::string adminGroup_;
   std::string viewGroup_;

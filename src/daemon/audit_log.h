@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/file_descriptor.h"
 #include "daemon/peer.h"
@@ -25,6 +26,9 @@ struct AuditEntry {
   std::chrono::milliseconds duration{0};
 };
 
+// RFC 3339, UTC, with milliseconds.
+std::string timeText(std::chrono::system_clock::time_point time);
+
 // The line of an entry, its newline included.
 std::string auditLine(const AuditEntry& entry);
 
@@ -38,9 +42,14 @@ class AuditLog {
   // A failure goes to the system log.
   void write(const AuditEntry& entry);
 
+  // The newest lines of the open file, in their order and without their ends: at most `limit`, and
+  // at most `kNewestBytes` of them. Throws std::system_error when it cannot be read.
+  std::vector<std::string> newest(std::size_t limit) const;
+  static constexpr std::size_t kNewestBytes = 4U << 20U;
+
  private:
   std::string path_;
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   FileDescriptor file_;
   bool lineOpen_ = false;  // the last line could be written in part only
 };

@@ -49,6 +49,41 @@ TEST(AuditLog, LinesAreAppended) {
   EXPECT_EQ(readWholeFile(folder.path("log")), "before\n" + auditLine(someEntry()));
 }
 
+TEST(AuditLog, TheNewestLinesAreReadFromTheOpenFile) {
+  const TestFolder folder;
+  writeWholeFile(folder.path("log"), "1\n2\n\n3\n");
+  const AuditLog log(folder.path("log"));
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(log.newest(2), (Lines{"2", "3"}));
+  EXPECT_EQ(log.newest(100), (Lines{"1", "2", "3"}));
+  // Whatever has come in its place.
+  std::filesystem::rename(folder.path("log"), folder.path("moved"));
+  writeWholeFile(folder.path("log"), "another\n");
+  EXPECT_EQ(log.newest(1), Lines{"3"});
+  writeWholeFile(folder.path("moved"), "4\nhalf a li");
+  EXPECT_EQ(log.newest(2), Lines{"4"});
+  writeWholeFile(folder.path("moved"), "");
+  EXPECT_EQ(log.newest(2), Lines{});
+}
+
+TEST(AuditLog, OfALongFileTheEndIsRead) {
+  const TestFolder folder;
+  const std::string line(1023, 'x');
+  {
+    std::ofstream file(folder.path("log"));
+    for (std::size_t bytes = 0; bytes < 2 * AuditLog::kNewestBytes; bytes += 1024)
+      file << line << '\n';
+    file << "last\n";
+  }
+  const AuditLog log(folder.path("log"));
+  EXPECT_EQ(log.newest(2), (std::vector<std::string>{line, "last"}));
+  const auto all = log.newest(1U << 20U);
+  EXPECT_LE(all.size(), AuditLog::kNewestBytes / 1024 + 1);
+  EXPECT_EQ(all.front(), line);
+  writeWholeFile(folder.path("log"), std::string(2 * AuditLog::kNewestBytes, 'x') + "\n");
+  EXPECT_TRUE(log.newest(2).empty());
+}
+
 TEST(AuditLog, ALinkAndAFolderAreRefused) {
   const TestFolder folder;
   std::filesystem::create_symlink(folder.path("elsewhere"), folder.path("log"));

@@ -2,6 +2,12 @@
 
 namespace paddock {
 
+void ConnectionLimits::change(std::size_t connections, std::size_t perUser) {
+  const std::scoped_lock lock(mutex_);
+  connections_ = connections;
+  perUser_ = perUser;
+}
+
 bool ConnectionLimits::take(uid_t user) {
   const std::scoped_lock lock(mutex_);
   if (taken_ >= connections_) return false;

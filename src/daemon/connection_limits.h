@@ -18,6 +18,9 @@ class ConnectionLimits {
   ConnectionLimits(std::size_t connections, std::size_t perUser, std::size_t waiting)
       : connections_(connections), perUser_(perUser), waiting_(waiting) {}
 
+  // For places that are taken from now on; connections that have one keep it.
+  void change(std::size_t connections, std::size_t perUser);
+
   // Takes a place; false when there is none for this user.
   bool take(uid_t user);
   void giveBack(uid_t user);
@@ -27,8 +30,8 @@ class ConnectionLimits {
   void giveBackWaiting();
 
  private:
-  const std::size_t connections_;
-  const std::size_t perUser_;
+  std::size_t connections_;
+  std::size_t perUser_;
   const std::size_t waiting_;
   std::mutex mutex_;
   std::size_t taken_ = 0;

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <iostream>
+#include <memory>
 #include <optional>
 
 #include "base/file_access.h"
@@ -24,6 +26,7 @@
 #include "daemon/listening_socket.h"
 #include "daemon/module_loader.h"
 #include "daemon/paths.h"
+#include "paddock/request_lines.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
@@ -68,14 +71,31 @@ sigset_t blockSignals() {
   return signals;
 }
 
-void waitForEnd(const sigset_t& signals, AuditLog& audit) {
+void waitForEnd(const sigset_t& signals, const std::function<void()>& hangUp) {
   for (;;) {
     int number = 0;
     if (::sigwait(&signals, &number) != 0) continue;
     if (number != SIGHUP) return;
-    audit.reopen();
-    logMessage(6, "audit log opened again");
+    hangUp();
   }
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
+}
+
+void logReload(const ConfigurationState& state) {
+  for (const std::string& problem : state.problems)
+    logMessage(3, "configuration not read again, the one in force stays: " + problem);
+  if (!state.problems.empty()) return;
+  logMessage(6, "configuration read again; " + (state.applied.empty()
+                                                    ? "no key has changed that can change now"
+                                                    : "changed: " + joined(state.applied)));
+  if (state.awaitingRestart.empty()) return;
+  logMessage(4, "configuration: a restart (systemctl restart paddockd) is needed for " +
+                    joined(state.awaitingRestart));
 }
 
 // A tree of its own leaves the system's log alone.
@@ -113,26 +133,38 @@ bool check(const Options& options, const Paths& paths, const std::string& file,
   }
 }
 
-void serve(const Paths& paths, const Configuration& configuration, const sigset_t& signals) {
+void serve(const Paths& paths, RunningConfiguration& configuration, const sigset_t& signals) {
   const ListeningSocket socket(paths);
   (void)openOwnFolder(paths.stateFolder(), kStateMode);
   (void)openOwnFolder(paths.logFolder(), kLogMode);
   AuditLog audit(paths.auditLog());
+  const auto requestLog = std::make_shared<RequestLog>();
+  // A program that a request started may end after the daemon has begun to.
+  installRequestLineSink(
+      [requestLog](const std::string& id, int priority, const std::string& text) {
+        requestLog->add(id, priority, text);
+      });
   ContextStore contexts(paths.contextFolder());
-  DaemonHost host(paths.root(), configuration.tree);
-  setProgramTimeLimit(std::chrono::seconds(configuration.programSeconds));
+  DaemonHost host(paths.root(), configuration.current()->tree);
+  setProgramTimeLimit(std::chrono::seconds(configuration.current()->programSeconds));
   PluginRegistry plugins(loadPlugins(paths.bundles()), contexts);
   host.setPlugins(&plugins);
   {
-    Service service{configuration,
-                    plugins,
-                    audit,
-                    AccessPolicy(configuration.adminGroup, configuration.viewGroup),
-                    {}};
+    Service service{configuration, plugins, audit, *requestLog, {}};
     HttpServer server(service, socket.get());
     const IdleClock clock([&plugins](std::uint64_t count) { plugins.tick(count); });
     logMessage(6, "listening on " + paths.socket());
-    waitForEnd(signals, audit);
+    waitForEnd(signals, [&] {
+      audit.reopen();
+      logMessage(6, "audit log opened again");
+      const ConfigurationState state = configuration.reload();
+      logReload(state);
+      if (state.applied.empty()) return;
+      const auto current = configuration.current();
+      host.setConfiguration(current->tree);
+      setProgramTimeLimit(std::chrono::seconds(current->programSeconds));
+      server.changeLimits();
+    });
     logMessage(6, "stopping");
     server.close();
   }
@@ -150,10 +182,8 @@ int runDaemon(const Options& options) {
   const Paths paths(root);
   const std::string file = options.configuration.value_or(paths.configuration());
   std::vector<ConfigurationProblem> problems;
-  const Configuration configuration = readConfiguration(file, problems);
-  if (options.configuration && ::access(file.c_str(), F_OK) != 0) {
-    problems.push_back({0, "there is no such file"});
-  }
+  const bool required = options.configuration.has_value();
+  const Configuration configuration = readConfigurationFile(file, required, problems);
   if (options.checkConfiguration)
     return check(options, paths, file, configuration, problems) ? 0 : 1;
   if (!report(std::cerr, file, problems)) return 1;
@@ -162,7 +192,8 @@ int runDaemon(const Options& options) {
   raiseDescriptorLimit();
   openLog(!root.empty(), options.debug);
   try {
-    serve(paths, configuration, signals);
+    RunningConfiguration running(file, required, configuration);
+    serve(paths, running, signals);
   } catch (const std::exception& error) {
     std::cerr << "paddockd: " << error.what() << '\n';
     if (root.empty()) ::syslog(LOG_DAEMON | LOG_ERR, "%s", error.what());

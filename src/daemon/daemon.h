@@ -5,7 +5,8 @@
 
 namespace paddock {
 
-// Runs until SIGTERM or SIGINT; SIGHUP opens the audit log again. Returns the exit status: 0, or 1
+// Runs until SIGTERM or SIGINT; SIGHUP opens the audit log and reads the configuration
+// again. Returns the exit status: 0, or 1
 // when the daemon could not start or (with --check-config) the configuration is wrong.
 int runDaemon(const Options& options);
 

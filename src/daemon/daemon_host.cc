@@ -11,9 +11,13 @@ constexpr const char* kCommandKey = "command";
 
 }  // namespace
 
-DaemonHost::DaemonHost(std::string root, Dictionary configuration)
-    : root_(std::move(root)), configuration_(std::move(configuration)) {
+DaemonHost::DaemonHost(std::string root, Dictionary configuration) : root_(std::move(root)) {
+  setConfiguration(std::move(configuration));
   installHost(this);
+}
+
+void DaemonHost::setConfiguration(Dictionary configuration) {
+  configuration_ = &configurations_.emplace_back(std::move(configuration));
 }
 
 DaemonHost::~DaemonHost() { installHost(nullptr); }

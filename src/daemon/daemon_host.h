@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <string>
 
 #include "daemon/plugin_registry.h"
@@ -22,12 +23,16 @@ class DaemonHost : public Host {
   void setPlugins(PluginRegistry* plugins) { plugins_.store(plugins); }
 
   const std::string& root() const override { return root_; }
-  const Dictionary& configuration() const override { return configuration_; }
+  const Dictionary& configuration() const override { return *configuration_.load(); }
+  // Another one from now on; the earlier ones stay readable as long as this object lives. From one
+  // thread at a time.
+  void setConfiguration(Dictionary configuration);
   Dictionary deliverCommand(const std::string& module, const Dictionary& command) override;
 
  private:
   std::string root_;
-  Dictionary configuration_;
+  std::deque<Dictionary> configurations_;
+  std::atomic<const Dictionary*> configuration_;
   std::atomic<PluginRegistry*> plugins_{nullptr};
 };
 

@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 #include "base/status.h"
+#include "base/text.h"
 #include "daemon/failure_number.h"
 #include "daemon/state_tag.h"
 #include "paddock/request_conditions.h"
+#include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 #include "wire/json.h"
 #include "wire/property_list.h"
@@ -18,6 +21,8 @@ namespace paddock {
 namespace {
 
 constexpr std::size_t kFirstReserve = 1U << 20U;
+constexpr std::int64_t kAuditLines = 100;
+constexpr std::int64_t kMostAuditLines = 10000;
 
 // The path that a request is about, for the audit log.
 std::optional<std::string> pathOf(const Dictionary& request) {
@@ -44,6 +49,15 @@ std::optional<Value> parseBody(std::string_view text, BodyForm form, std::string
                                 : wire::parsePropertyList(text, error);
 }
 
+Array texts(const std::vector<std::string>& list) { return {list.begin(), list.end()}; }
+
+Dictionary describeConfiguration(const ConfigurationState& state) {
+  return {{"file", state.file},
+          {"read", timeText(state.read)},
+          {"problems", texts(state.problems)},
+          {"awaitingRestart", texts(state.awaitingRestart)}};
+}
+
 std::string quoted(const std::string& text) { return wire::quoteForMessage(text); }
 
 }  // namespace
@@ -51,14 +65,19 @@ std::string quoted(const std::string& text) { return wire::quoteForMessage(text)
 Exchange::Exchange(Service& service, const Peer& peer, RequestHead head)
     : service_(service),
       peer_(peer),
+      configuration_(service.configuration.current()),
+      access_(configuration_->adminGroup, configuration_->viewGroup),
       head_(std::move(head)),
       route_(routeOf(head_.target)),
       id_(service.ids.next()),
       replyForm_(formOfAccept(head_.accept)) {
+  service_.requestLog.begin(id_, peer_.uid, requestOfProgram(peer_.process));
   if (route_.kind != Route::Kind::operation) return;
   plugin_ = service_.plugins.find(route_.plugin);
   if (plugin_ != nullptr) operation_ = plugin_->find(route_.operation);
 }
+
+Exchange::~Exchange() { service_.requestLog.end(id_, stranger_); }
 
 Reply Exchange::error(int status, std::string_view text) const {
   return makeError(status, text, replyForm_);
@@ -66,8 +85,10 @@ Reply Exchange::error(int status, std::string_view text) const {
 
 std::optional<Reply> Exchange::judge() {
   const RequestIdScope scope(id_);
-  const Rights rights = service_.access.rightsOf(peer_.uid);
-  if (rights == Rights::nothing) return forbidden();
+  const Rights rights = access_.rightsOf(peer_.uid);
+  stranger_ = rights == Rights::nothing;
+  if (route_.kind == Route::Kind::requestLog) return describeRequestLog(rights);
+  if (stranger_) return forbidden(neededRights());
   switch (route_.kind) {
     case Route::Kind::none:
       return error(404, "there is nothing at " + quoted(head_.target));
@@ -75,6 +96,10 @@ std::optional<Reply> Exchange::judge() {
       return head_.method == "GET" ? describeHealth() : wrongMethod("GET");
     case Route::Kind::plugins:
       return head_.method == "GET" ? describePlugins() : wrongMethod("GET");
+    case Route::Kind::audit:
+      if (rights != Rights::everything) return forbidden(Rights::everything);
+      return head_.method == "GET" ? describeAudit() : wrongMethod("GET");
+    case Route::Kind::requestLog:
     case Route::Kind::operation:
       break;
   }
@@ -87,7 +112,7 @@ std::optional<Reply> Exchange::judgeOperation(Rights rights) {
     return error(
         404, "plug-in " + quoted(route_.plugin) + " has no operation " + quoted(route_.operation));
   }
-  if (operation_->changes && rights != Rights::everything) return forbidden();
+  if (operation_->changes && rights != Rights::everything) return forbidden(Rights::everything);
   if (head_.method != "POST") return wrongMethod("POST");
   return judgeBody();
 }
@@ -100,13 +125,20 @@ std::optional<Reply> Exchange::judgeBody() {
                           " is not known; application/json and application/x-plist are");
   }
   bodyForm_ = *form;
-  if (head_.contentLength > service_.configuration.bodyBytes) return tooLong();
+  if (head_.contentLength > configuration_->bodyBytes) return tooLong();
   return std::nullopt;
 }
 
-Reply Exchange::forbidden() {
+Rights Exchange::neededRights() const {
+  const bool changes = operation_ != nullptr && operation_->changes;
+  const bool changesOrSecrets =
+      changes || route_.kind == Route::Kind::audit || route_.kind == Route::Kind::requestLog;
+  return changesOrSecrets ? Rights::everything : Rights::viewing;
+}
+
+Reply Exchange::forbidden(Rights needed) {
   audit(std::nullopt, std::nullopt);
-  return error(403, "user " + std::to_string(peer_.uid) + " is not allowed to do this");
+  return error(403, access_.refusal(peer_.uid, needed));
 }
 
 Reply Exchange::refuseBusy(std::string_view why) {
@@ -124,8 +156,8 @@ Reply Exchange::wrongMethod(const char* allowed) const {
 
 Reply Exchange::tooLong() {
   audit(EFBIG, std::nullopt);
-  Reply reply = error(413, "the body is longer than " +
-                               std::to_string(service_.configuration.bodyBytes) + " bytes");
+  Reply reply =
+      error(413, "the body is longer than " + std::to_string(configuration_->bodyBytes) + " bytes");
   reply.close = true;
   return reply;
 }
@@ -137,6 +169,7 @@ Reply Exchange::describeHealth() const {
                    {{"status", "ok"},
                     {"version", PADDOCK_VERSION},
                     {"uptimeSeconds", std::int64_t{uptime.count()}},
+                    {"configuration", describeConfiguration(service_.configuration.state())},
                     {"plugins", service_.plugins.plugins().size()}},
                    replyForm_);
 }
@@ -151,8 +184,45 @@ Reply Exchange::describePlugins() const {
   return makeReply(200, {{"plugins", std::move(plugins)}}, replyForm_);
 }
 
+// For administrators, and for who made that request, whatever else they may do.
+Reply Exchange::describeRequestLog(Rights rights) {
+  const auto request = service_.requestLog.find(route_.request);
+  const bool own = request && request->user == peer_.uid;
+  if (rights == Rights::nothing && !own) return forbidden(Rights::everything);
+  if (head_.method != "GET") return wrongMethod("GET");
+  if (!request) return error(404, "no log is kept of a request " + quoted(route_.request));
+  if (rights != Rights::everything && !own) return forbidden(Rights::everything);
+  Array lines;
+  for (const LoggedLine& line : request->lines) {
+    lines.emplace_back(Dictionary{{"time", timeText(line.time)},
+                                  {"level", levelOfPriority(line.priority)},
+                                  {"text", line.text}});
+  }
+  return makeReply(200, {{"request", route_.request}, {"lines", std::move(lines)}}, replyForm_);
+}
+
+// The newest lines, the oldest of them first; one that is no dictionary is left out.
+Reply Exchange::describeAudit() {
+  const auto limit = head_.limit ? parseInteger(*head_.limit) : std::optional(kAuditLines);
+  if (!limit || *limit < 1 || *limit > kMostAuditLines) {
+    return error(400, "\"limit\" must be an integer from 1 to " + std::to_string(kMostAuditLines));
+  }
+  Array lines;
+  try {
+    for (const std::string& line : service_.audit.newest(static_cast<std::size_t>(*limit))) {
+      std::string problem;
+      auto entry = wire::parseJson(line, problem);
+      if (entry && entry->dictionary() != nullptr) lines.push_back(std::move(*entry));
+    }
+  } catch (const std::system_error& failed) {
+    logMessage(3, std::string("audit log not read: ") + failed.what());
+    return error(500, failed.what());
+  }
+  return makeReply(200, {{"lines", std::move(lines)}}, replyForm_);
+}
+
 bool Exchange::receive(std::string_view bytes) {
-  const std::size_t limit = service_.configuration.bodyBytes;
+  const std::size_t limit = configuration_->bodyBytes;
   if (bytes.size() > limit - std::min(limit, body_.size())) return false;
   if (body_.empty()) {
     body_.reserve(std::min<std::uint64_t>({head_.contentLength, limit, kFirstReserve}));

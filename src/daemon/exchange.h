@@ -6,10 +6,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "daemon/access_policy.h"
 #include "daemon/peer.h"
 #include "daemon/reply.h"
 #include "daemon/route.h"
@@ -25,6 +27,7 @@ struct RequestHead {
   std::uint64_t contentLength = 0;
   bool chunked = false;
   std::optional<std::string> ifMatch = {};
+  std::optional<std::string> limit = std::nullopt;  // of the query
 
   bool hasBody() const { return chunked || contentLength > 0; }
 };
@@ -32,6 +35,9 @@ struct RequestHead {
 class Exchange {
  public:
   Exchange(Service& service, const Peer& peer, RequestHead head);
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+  ~Exchange();
 
   const std::string& id() const { return id_; }
   const RequestHead& head() const { return head_; }
@@ -51,10 +57,13 @@ class Exchange {
  private:
   std::optional<Reply> judgeOperation(Rights rights);
   std::optional<Reply> judgeBody();
-  Reply forbidden();
+  Rights neededRights() const;
+  Reply forbidden(Rights needed);
   Reply wrongMethod(const char* allowed) const;
   Reply describePlugins() const;
   Reply describeHealth() const;
+  Reply describeRequestLog(Rights rights);
+  Reply describeAudit();
   Reply malformed(const std::string& error);
   Reply run(const Dictionary& request);
   Reply refuseState(const Dictionary& request, const char* what);
@@ -65,6 +74,10 @@ class Exchange {
 
   Service& service_;
   Peer peer_;
+  // As it was when the request came.
+  std::shared_ptr<const Configuration> configuration_;
+  AccessPolicy access_;
+  bool stranger_ = true;  // no rights, as far as is known
   RequestHead head_;
   Route route_;
   std::string id_;

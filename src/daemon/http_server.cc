@@ -69,6 +69,8 @@ RequestHead readHead(MHD_Connection* connection, const char* target, const char*
   const auto read =
       std::from_chars(length.data(), length.data() + length.size(), head.contentLength);
   if (read.ec == std::errc::result_out_of_range) head.contentLength = UINT64_MAX;
+  if (const char* limit = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "limit"))
+    head.limit = limit;
   head.chunked = !header(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
   head.ifMatch = listHeader(connection, MHD_HTTP_HEADER_IF_MATCH);
   return head;
@@ -165,6 +167,8 @@ struct HttpCallbacks {
     if (found == server.arriving_.end()) return;
     *context = found->second.release();
     server.arriving_.erase(found);
+    MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT,
+                              server.service_.configuration.current()->idleSeconds);
   }
 
   static MHD_Result access(void* closure, MHD_Connection* connection, const char* target,
@@ -233,7 +237,7 @@ struct HttpCallbacks {
     MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, 0U);
     Reply reply = request.exchange.finish();
     MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT,
-                              request.server.service_.configuration.idleSeconds);
+                              request.server.service_.configuration.current()->idleSeconds);
     if (request.server.gate_.closed()) reply.close = true;
     return send(connection, request, std::move(reply));
   }
@@ -249,6 +253,7 @@ struct HttpCallbacks {
   static MHD_Result send(MHD_Connection* connection, Request& request, Reply reply) {
     request.size += reply.body.size();
     const auto status = static_cast<unsigned>(reply.status);
+    const RequestIdScope scope(request.exchange.id());
     logMessage(7, request.exchange.head().method + " " + request.exchange.head().target + ": " +
                       std::to_string(reply.status));
     const ResponsePointer response = makeResponse(std::move(reply), request.exchange.id());
@@ -259,8 +264,8 @@ struct HttpCallbacks {
 HttpServer::HttpServer(Service& service, int listener)
     : service_(service),
       listener_(listener),
-      limits_(service.configuration.connections, service.configuration.connectionsPerUser,
-              kWaitingConnections),
+      limits_(service.configuration.current()->connections,
+              service.configuration.current()->connectionsPerUser, kWaitingConnections),
       stop_(::eventfd(0, EFD_CLOEXEC)) {
   if (!stop_) throw systemError(errno, "eventfd", "");
   startLibrary();
@@ -268,20 +273,26 @@ HttpServer::HttpServer(Service& service, int listener)
 }
 
 void HttpServer::startLibrary() {
-  const auto limit = static_cast<unsigned>(service_.configuration.connections +
-                                           kWaitingConnections + kReserveForPrograms);
+  // Above whatever the configuration may come to say.
+  const auto limit =
+      static_cast<unsigned>(kMostConnectionsConfigured + kWaitingConnections + kReserveForPrograms);
   // Paths are unescaped by ourselves: a NUL in one must not end it.
   const auto keepEscapes = +[](void*, MHD_Connection*, char* text) { return std::strlen(text); };
   library_ = MHD_start_daemon(
       MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
           MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC,
       0, nullptr, nullptr, &HttpCallbacks::access, this, MHD_OPTION_CONNECTION_LIMIT, limit,
-      MHD_OPTION_CONNECTION_TIMEOUT, service_.configuration.idleSeconds,
+      MHD_OPTION_CONNECTION_TIMEOUT, service_.configuration.current()->idleSeconds,
       MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_THREAD_STACK_SIZE,
       kThreadStack, MHD_OPTION_NOTIFY_COMPLETED, &HttpCallbacks::completed, this,
       MHD_OPTION_NOTIFY_CONNECTION, &HttpCallbacks::notifyConnection, this,
       MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr, MHD_OPTION_END);
   if (library_ == nullptr) throw std::runtime_error("the HTTP library cannot be started");
+}
+
+void HttpServer::changeLimits() {
+  const auto configuration = service_.configuration.current();
+  limits_.change(configuration->connections, configuration->connectionsPerUser);
 }
 
 void HttpServer::close() { gate_.close(); }
@@ -348,9 +359,11 @@ void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connect
   arriving_.erase(number);
 }
 
-void HttpServer::turnAway(FileDescriptor socket, const Peer& /*peer*/) {
-  drainer_.answer(std::move(socket),
-                  rawResponse(makeError(503, kBusy, BodyForm::json), service_.ids.next()));
+void HttpServer::turnAway(FileDescriptor socket, const Peer& peer) {
+  const std::string id = service_.ids.next();
+  service_.requestLog.begin(id, peer.uid);
+  service_.requestLog.end(id, true);
+  drainer_.answer(std::move(socket), rawResponse(makeError(503, kBusy, BodyForm::json), id));
 }
 
 }  // namespace paddock

@@ -31,6 +31,9 @@ class HttpServer {
   // Closes, waits until the running requests are answered, and ends all connections.
   ~HttpServer();
 
+  // Takes over the limits of the service's configuration after it has changed.
+  void changeLimits();
+
   // From now on, requests are refused, but for those of programs that a running request waits for.
   void close();
 

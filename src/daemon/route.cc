@@ -6,6 +6,7 @@ namespace paddock {
 namespace {
 
 constexpr std::string_view kPrefix = "/v1/";
+constexpr std::string_view kLogSuffix = "/log";
 
 std::string unescaped(std::string_view text) {
   std::string result;
@@ -33,11 +34,18 @@ Route routeOf(std::string_view target) {
   const std::size_t slash = target.find('/');
   const std::string first = unescaped(target.substr(0, slash));
   if (slash == std::string_view::npos) {
-    if (first == "health") return {Route::Kind::health, {}, {}};
-    if (first == "plugins") return {Route::Kind::plugins, {}, {}};
+    if (first == "health") return {Route::Kind::health, {}, {}, {}};
+    if (first == "audit") return {Route::Kind::audit, {}, {}, {}};
+    if (first == "plugins") return {Route::Kind::plugins, {}, {}, {}};
     return {};
   }
-  return {Route::Kind::operation, first, unescaped(target.substr(slash + 1))};
+  target.remove_prefix(slash + 1);
+  if (first == "requests") {
+    if (!target.ends_with(kLogSuffix)) return {};
+    target.remove_suffix(kLogSuffix.size());
+    return {Route::Kind::requestLog, {}, {}, unescaped(target)};
+  }
+  return {Route::Kind::operation, first, unescaped(target), {}};
 }
 
 }  // namespace paddock

@@ -3,19 +3,19 @@
 
 #include <chrono>
 
-#include "configuration/configuration.h"
-#include "daemon/access_policy.h"
 #include "daemon/audit_log.h"
 #include "daemon/plugin_registry.h"
 #include "daemon/request_id.h"
+#include "daemon/request_log.h"
+#include "daemon/running_configuration.h"
 
 namespace paddock {
 
 struct Service {
-  const Configuration& configuration;
+  RunningConfiguration& configuration;
   PluginRegistry& plugins;
   AuditLog& audit;
-  AccessPolicy access;
+  RequestLog& requestLog;
   RequestIds ids;
   std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
 };

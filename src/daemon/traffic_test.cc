@@ -37,6 +37,18 @@ TEST(ConnectionLimits, CountAltogetherAndPerUser) {
   EXPECT_TRUE(limits.take(3));
 }
 
+TEST(ConnectionLimits, ChangeForPlacesThatAreTakenFromNowOn) {
+  ConnectionLimits limits(2, 2, 1);
+  EXPECT_TRUE(limits.take(1));
+  EXPECT_TRUE(limits.take(1));
+  limits.change(3, 1);
+  EXPECT_FALSE(limits.take(1));
+  EXPECT_TRUE(limits.take(2));
+  limits.giveBack(1);
+  limits.giveBack(1);
+  EXPECT_TRUE(limits.take(1));
+}
+
 TEST(ConnectionLimits, APlaceIsGivenBackAtTheEndOfItsConnection) {
   ConnectionLimits limits(1, 1, 1);
   {

@@ -43,6 +43,11 @@ TEST(Route, PathsNameOperationsAndTheTwoFixedOnes) {
   EXPECT_EQ(route.operation, "getState");
   EXPECT_EQ(routeOf("/v1/health").kind, Route::Kind::health);
   EXPECT_EQ(routeOf("/v1/plugins?").kind, Route::Kind::plugins);
+  EXPECT_EQ(routeOf("/v1/audit?limit=5").kind, Route::Kind::audit);
+  EXPECT_EQ(routeOf("/v1/requests/a%2d1/log?x").kind, Route::Kind::requestLog);
+  EXPECT_EQ(routeOf("/v1/requests/a%2d1/log").request, "a-1");
+  EXPECT_EQ(routeOf("/v1/requests/a/other").kind, Route::Kind::none);
+  EXPECT_EQ(routeOf("/v1/requests/log").kind, Route::Kind::none);
   for (const char* target :
        {"", "/", "*", "/v1", "/v1/", "/v1/Health", "/v2/health", "v1/health"}) {
     EXPECT_EQ(routeOf(target).kind, Route::Kind::none) << target;

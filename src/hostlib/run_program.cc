@@ -52,7 +52,7 @@ ProgramResult runAndWait(const std::string& path, const std::vector<std::string>
                          std::chrono::steady_clock::time_point deadline) {
   ProgramResult result;
   ChildProcess child;
-  registry().startAndRegister([&] {
+  registry().startAndRegister(currentRequestId(), [&] {
     result.status = child.start(path, arguments);
     return child.process();
   });
@@ -86,6 +86,10 @@ ProgramResult runProgram(const std::string& path, const std::vector<std::string>
 
 void setProgramTimeLimit(std::chrono::seconds limit) { gTimeLimit = limit.count(); }
 
-bool isRunningProgram(pid_t process) { return registry().contains(process); }
+bool isRunningProgram(pid_t process) { return registry().requestOf(process).has_value(); }
+
+std::string requestOfProgram(pid_t process) {
+  return registry().requestOf(process).value_or(std::string());
+}
 
 }  // namespace paddock

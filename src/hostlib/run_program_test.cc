@@ -262,6 +262,7 @@ TEST_F(RunProgram, IsRunningKnowsTheProgramAndItsChildrenWhileItIsWaitedFor) {
   const std::string target =
       "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(writing.get());
   std::thread runner([&target] {
+    const RequestIdScope scope("r1");
     runProgram(kShell, {"-c", "sleep 1000 & echo $$ $! > " + target + "; wait"});
   });
   std::array<char, 64> text{};
@@ -272,6 +273,8 @@ TEST_F(RunProgram, IsRunningKnowsTheProgramAndItsChildrenWhileItIsWaitedFor) {
   EXPECT_TRUE(isRunningProgram(program));
   EXPECT_TRUE(isRunningProgram(child));
   EXPECT_FALSE(isRunningProgram(::getpid()));
+  EXPECT_EQ(requestOfProgram(child), "r1");
+  EXPECT_EQ(requestOfProgram(::getpid()), "");
   ::kill(child, SIGKILL);
   runner.join();
   EXPECT_FALSE(isRunningProgram(program));

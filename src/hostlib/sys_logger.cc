@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "base/system_call.h"
+#include "paddock/request_lines.h"
 
 namespace paddock {
 namespace {
@@ -25,14 +26,23 @@ thread_local std::string tRequestId;
 thread_local std::unordered_map<std::uint64_t, std::string> tPrefixes;
 
 // Never destroyed: a thread that waits for a program may still log while the process ends.
-std::shared_ptr<const LogSink>& installedSink() {
-  static auto& sink = *new std::shared_ptr<const LogSink>;
+template <typename Sink>
+std::shared_ptr<const Sink>& installedSink() {
+  static auto& sink = *new std::shared_ptr<const Sink>;
   return sink;
 }
 
-std::shared_ptr<const LogSink> currentSink() {
+template <typename Sink>
+std::shared_ptr<const Sink> currentSink() {
   const std::scoped_lock lock(gSinkMutex);
-  return installedSink();
+  return installedSink<Sink>();
+}
+
+template <typename Sink>
+void installSink(Sink sink) {
+  auto installed = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+  const std::scoped_lock lock(gSinkMutex);
+  installedSink<Sink>().swap(installed);
 }
 
 // One message is one line: control characters are written as \xNN.
@@ -54,11 +64,9 @@ std::string printable(std::string_view text) {
 
 }  // namespace
 
-void installLogSink(LogSink sink) {
-  auto installed = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
-  const std::scoped_lock lock(gSinkMutex);
-  installedSink().swap(installed);
-}
+void installLogSink(LogSink sink) { installSink(std::move(sink)); }
+
+void installRequestLineSink(RequestLineSink sink) { installSink(std::move(sink)); }
 
 LogSink standardErrorSink() {
   return [](int priority, const std::string& line) {
@@ -79,8 +87,11 @@ void logMessage(int priority, std::string_view text) {
   const int level = priority & kPriorityMask;
   if (level == kDebugPriority && !gDebugLogging.load(std::memory_order_relaxed)) return;
   std::string line = printable(text);
-  if (!tRequestId.empty()) line.append(" [request ").append(tRequestId).append("]");
-  if (const auto sink = currentSink()) {
+  if (!tRequestId.empty()) {
+    if (const auto sink = currentSink<RequestLineSink>()) (*sink)(tRequestId, level, line);
+    line.append(" [request ").append(tRequestId).append("]");
+  }
+  if (const auto sink = currentSink<LogSink>()) {
     (*sink)(level, line);
   } else {
     ::syslog(LOG_DAEMON | level, "%s", line.c_str());

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "paddock/request_lines.h"
+
 namespace paddock {
 namespace {
 
@@ -66,6 +68,27 @@ TEST_F(SysLoggerTest, LinesCarryTheIdOfTheRequestOfTheirThread) {
       (std::vector<Line>{
           {6, "inner [request r2]"}, {6, "elsewhere"}, {6, "outer [request r1]"}, {6, "none"}}));
   EXPECT_EQ(currentRequestId(), "");
+}
+
+TEST_F(SysLoggerTest, LinesOfRequestsAreGivenToWhoKeepsThem) {
+  std::vector<std::string> kept;
+  installRequestLineSink(
+      [&kept](const std::string& request, int priority, const std::string& text) {
+        kept.push_back(request + " " + std::to_string(priority) + " " + text);
+      });
+  logMessage(3, "of no request");
+  {
+    const RequestIdScope scope("r1");
+    logMessage(11, "a\nb");
+    logMessage(7, "dropped");
+  }
+  installRequestLineSink(nullptr);
+  {
+    const RequestIdScope scope("r2");
+    logMessage(3, "nobody keeps it");
+  }
+  EXPECT_EQ(kept, (std::vector<std::string>{"r1 3 a\\x0ab"}));
+  EXPECT_EQ(lines_.size(), 3U);
 }
 
 TEST_F(SysLoggerTest, ThePrefixOfASharedLoggerBelongsToTheThread) {

@@ -50,6 +50,7 @@ TEST_F(Access, SomebodyInNeitherGroupIsRefusedEverything) {
   EXPECT_EQ(statusOf("POST", "/v1/test_good/change", "{}"), 403);
   EXPECT_EQ(statusOf("POST", "/v1/test_good/nothing", "{}"), 403);
   EXPECT_EQ(statusOf("GET", "/nothing"), 403);
+  EXPECT_EQ(statusOf("GET", "/v1/audit"), 403);
   EXPECT_EQ(statusOf("DELETE", "/v1/test_good/echo"), 403);
 }
 
@@ -67,7 +68,23 @@ TEST_F(Access, ARefusalSaysWhyInJson) {
   start("");
   const auto response = ask(requestText("POST", "/v1/test_good/change", "{}"));
   EXPECT_THAT(response.error(), ::testing::HasSubstr("65534"));
+  EXPECT_THAT(response.error(),
+              ::testing::HasSubstr("you need to be in the group paddock: usermod -aG paddock "));
   EXPECT_FALSE(response.header("x-request-id").empty());
+}
+
+TEST_F(Access, ARefusalSaysWhichGroupToJoin) {
+  start("[access]\nadmin_group = \"these\"\nview_group = \"those\"\n");
+  const passwd* found = ::getpwuid(kNobody);
+  const std::string name = found != nullptr ? found->pw_name : "USER";
+  EXPECT_EQ(ask(requestText("GET", "/v1/health")).error(),
+            "user 65534 is not allowed to do this: you need to be in the group these (changes) or "
+            "those (looking): usermod -aG those " +
+                name);
+  EXPECT_EQ(ask(requestText("POST", "/v1/test_good/change", "{}")).error(),
+            "user 65534 is not allowed to do this: you need to be in the group these: usermod -aG "
+            "these " +
+                name);
 }
 
 TEST_F(Access, AViewerReadsAndChangesNothing) {
@@ -80,6 +97,7 @@ TEST_F(Access, AViewerReadsAndChangesNothing) {
   EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", "{"), 400);
   EXPECT_EQ(statusOf("POST", "/v1/test_good/nothing", "{}"), 404);
   EXPECT_EQ(statusOf("GET", "/v1/test_good/echo"), 405);
+  EXPECT_EQ(statusOf("GET", "/v1/audit"), 403);
 }
 
 TEST_F(Access, AnAdministratorDoesEverything) {
@@ -87,6 +105,7 @@ TEST_F(Access, AnAdministratorDoesEverything) {
   EXPECT_EQ(statusOf("GET", "/v1/health"), 200);
   EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", "{}"), 200);
   EXPECT_EQ(statusOf("POST", "/v1/test_good/change", "{}"), 200);
+  EXPECT_EQ(statusOf("GET", "/v1/audit"), 200);
 }
 
 // A group of the test's own, in the system's list of groups as the daemon of a test sees it.

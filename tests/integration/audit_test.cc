@@ -132,5 +132,37 @@ TEST_F(Audit, RequestsOfProgramsLeaveTheirOwnLines) {
   EXPECT_NE(all[0].integer("pid"), ::getpid());
 }
 
+TEST_F(Audit, TheNewestLinesAreToldToAdministrators) {
+  for (const char* path : {"/srv/a", "/srv/b", "/srv/c"})
+    lineOf(wire::writeJson(Dictionary{{"path", path}}));
+  const auto all = lines();
+  const auto told = [this](const std::string& query) {
+    return *daemon_.get("/v1/audit" + query).dictionary().array("lines");
+  };
+  EXPECT_EQ(told("").size(), 3U);
+  const Array newest = told("?limit=2");
+  ASSERT_EQ(newest.size(), 2U);
+  EXPECT_EQ(*newest[0].dictionary(), all[1]);
+  EXPECT_EQ(*newest[1].dictionary(), all[2]);
+  // Looking leaves no line.
+  EXPECT_EQ(lines().size(), 3U);
+}
+
+TEST_F(Audit, ALimitThatIsNoneIsSaid) {
+  for (const char* query : {"?limit=0", "?limit=-1", "?limit=", "?limit=x", "?limit=10001"}) {
+    const auto response = daemon_.get(std::string("/v1/audit") + query);
+    EXPECT_EQ(response.status, 400) << query;
+    EXPECT_EQ(response.error(), "\"limit\" must be an integer from 1 to 10000");
+  }
+  EXPECT_EQ(daemon_.post("/v1/audit", "{}").status, 405);
+}
+
+TEST_F(Audit, ALineThatIsDamagedIsLeftOut) {
+  lineOf(R"({"path":"/srv/a"})");
+  tree_.write("/var/log/paddock/audit.jsonl",
+              tree_.read("/var/log/paddock/audit.jsonl") + "{\"half\n[]\n");
+  EXPECT_EQ(daemon_.get("/v1/audit").dictionary().array("lines")->size(), 1U);
+}
+
 }  // namespace
 }  // namespace paddock::testing

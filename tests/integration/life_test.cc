@@ -120,6 +120,61 @@ TEST_F(Life, SighupOpensTheAuditLogAgain) {
   EXPECT_EQ(linesOf(tree_.read("/var/log/paddock/audit.jsonl.1")).size(), 2U);
 }
 
+TEST_F(Life, SighupTakesOverWhatCanChange) {
+  tree_.configure("[limits]\nbody_bytes = 100\n");
+  RunningDaemon daemon(tree_);
+  const std::string body = R"({"text":")" + std::string(200, 'x') + R"("})";
+  EXPECT_EQ(daemon.post("/v1/test_good/echo", body).status, 413);
+  tree_.configure("[limits]\nbody_bytes = 1000\n[acl]\nprojection = false\n");
+  daemon.signal(SIGHUP);
+  ASSERT_TRUE(eventually([&] { return daemon.post("/v1/test_good/echo", body).status == 200; }));
+  const auto told = daemon.post("/v1/test_good/surroundings", "{}").dictionary();
+  EXPECT_EQ(*told.dictionary("configuration"),
+            (Dictionary{{"limits", Dictionary{{"body_bytes", 1000}}}}));
+  EXPECT_THAT(daemon.log(), HasSubstr("configuration read again; changed: limits.body_bytes"));
+  EXPECT_THAT(daemon.log(), HasSubstr("is needed for acl.projection"));
+  const auto health = daemon.get("/v1/health").dictionary();
+  EXPECT_EQ(*health.dictionary("configuration")->array("awaitingRestart"), Array{"acl.projection"});
+}
+
+TEST_F(Life, SighupChangesLimitsOfConnections) {
+  tree_.configure("[limits]\nconnections = 1\n");
+  RunningDaemon daemon(tree_);
+  std::optional<SocketClient> first;
+  // The connection by which the start was seen may not be gone yet.
+  ASSERT_TRUE(eventually([&] {
+    first.emplace(tree_.socket());
+    first->send(requestText("GET", "/v1/health"));
+    return first->receive().status == 200;
+  }));
+  EXPECT_EQ(daemon.get("/v1/health").status, 503);
+  tree_.configure("[limits]\nconnections = 8\nidle_seconds = 1\n");
+  daemon.signal(SIGHUP);
+  ASSERT_TRUE(eventually([&] { return daemon.get("/v1/health").status == 200; }));
+  SocketClient silent(tree_.socket());
+  EXPECT_TRUE(silent.ends(std::chrono::seconds(15)));
+}
+
+TEST_F(Life, SighupWithABrokenConfigurationKeepsTheOneInForce) {
+  tree_.configure("[limits]\nbody_bytes = 100\n");
+  RunningDaemon daemon(tree_);
+  tree_.configure("[limits]\nbody_bytes = 1000\nbogus = 1\n");
+  daemon.signal(SIGHUP);
+  const std::string problem =
+      tree_.path("/etc/paddock/paddockd.toml") + ":3: unknown key \"limits.bogus\"";
+  ASSERT_TRUE(eventually([&] {
+    return daemon.log().find("the one in force stays: " + problem) != std::string::npos;
+  }));
+  const std::string body = R"({"text":")" + std::string(200, 'x') + R"("})";
+  EXPECT_EQ(daemon.post("/v1/test_good/echo", body).status, 413);
+  const auto health = daemon.get("/v1/health").dictionary();
+  EXPECT_EQ(*health.dictionary("configuration")->array("problems"), Array{problem});
+  // Mended, it is taken over.
+  tree_.configure("[limits]\nbody_bytes = 1000\n");
+  daemon.signal(SIGHUP);
+  EXPECT_TRUE(eventually([&] { return daemon.post("/v1/test_good/echo", body).status == 200; }));
+}
+
 TEST_F(Life, AKilledDaemonsSocketIsReplaced) {
   RunningDaemon first(tree_);
   first.signal(SIGKILL);
