@@ -136,8 +136,9 @@ Array inheritedAcl(const Session& session, const std::string& path) {
       session.daemon.call("paddock_sharing", "fileInheritACL", {{"path", path}});
   if (const Array* acl = reply.array("acl")) return *acl;
   const std::string* error = reply.string("error");
-  throw failure("what " + path + " inherits cannot be read: " +
-                (error != nullptr ? explained(*error) : "the daemon's reply has no list"));
+  const std::string action = "what " + path + " inherits cannot be read";
+  if (error != nullptr) throw errorFailure(action, *error);
+  throw daemonFailure(action + ": the daemon's reply has no list");
 }
 
 }  // namespace

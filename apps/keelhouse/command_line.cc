@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "base/installed_root.h"
+#include "base/printable.h"
 #include "keelhouse/options.h"
 #include "keelhouse/socket_path.h"
 #include "keelhouse/status_command.h"
@@ -18,6 +19,8 @@
 namespace paddock::keelhouse {
 
 namespace {
+
+constexpr std::size_t kLogLines = 20;
 
 struct GlobalOptions {
   std::string root;
@@ -56,6 +59,35 @@ int fail(std::ostream& error, ExitStatus status, const std::string& text) {
   return numberOf(status);
 }
 
+// The errors and warnings that the daemon logged for the request, a line each. What cannot be found
+// out is left out: the failure itself is told anyhow.
+std::string logOf(const DaemonClient& daemon, const std::string& request) {
+  std::string text;
+  std::size_t shown = 0;
+  try {
+    for (const LogLine& line : daemon.requestLog(request)) {
+      if (line.level != "error" && line.level != "warning") continue;
+      if (shown++ == kLogLines) {
+        return text + "  more: journalctl -u paddockd --grep " + printable(request) + "\n";
+      }
+      text.append("  ").append(line.level).append(": ").append(printable(line.text)).append("\n");
+    }
+  } catch (const Failure&) {
+    return text;
+  }
+  return text;
+}
+
+int fail(const Session& session, std::ostream& error, const Failure& failed) {
+  const std::string text = failed.what();
+  const std::size_t end = text.find('\n');
+  error << "keelhouse: " << printableLines(text.substr(0, end)) << '\n';
+  if (failed.origin() == ReportedBy::daemon && !session.daemon.lastRequestId().empty())
+    error << logOf(session.daemon, session.daemon.lastRequestId());
+  if (end != std::string::npos) error << printableLines(text.substr(end + 1)) << '\n';
+  return numberOf(failed.status());
+}
+
 // --help and --version are exceptions of the parser too.
 int endParsing(const CLI::App& program, const CLI::ParseError& reason,
                const std::vector<std::string>& words, std::ostream& out, std::ostream& error) {
@@ -85,7 +117,7 @@ int perform(const Action& action, const Session& session, std::ostream& error) {
     if (!session.out) return fail(error, ExitStatus::failed, "standard output cannot be written");
     return numberOf(status);
   } catch (const Failure& failed) {
-    return fail(error, failed.status(), failed.what());
+    return fail(session, error, failed);
   } catch (const std::exception& exception) {
     return fail(error, ExitStatus::failed, exception.what());
   }
@@ -106,6 +138,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   addVolumeCommands(program, action);
   addRecordCommands(program, action);
   addNodeCommands(program, action);
+  addAuditCommand(program, action);
   addRawCommands(program, action);
   program.add_subcommand("status", "What the daemon says of itself")->callback([&action] {
     action = showStatus;

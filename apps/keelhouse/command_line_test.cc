@@ -138,7 +138,7 @@ TEST_F(CommandLine, listReportsAStatus) {
   daemon_.answer(R"({"readStatus":100075,"error":"CANNOT_RETRIEVE_SHARE_POINTS_ERR"})");
   EXPECT_EQ(run({"share", "list"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, HasSubstr("CANNOT_RETRIEVE_SHARE_POINTS_ERR (status 100075)\n"));
+  EXPECT_THAT(error_, HasSubstr("(CANNOT_RETRIEVE_SHARE_POINTS_ERR, 100075)\n"));
 }
 
 TEST_F(CommandLine, showPrintsTheProperties) {
@@ -166,7 +166,7 @@ TEST_F(CommandLine, showSaysThatAFolderIsNotShared) {
 TEST_F(CommandLine, showReportsAFailedReading) {
   daemon_.answer(read("{}", 2));
   EXPECT_EQ(run({"share", "show", "/srv/a"}), 1);
-  EXPECT_THAT(error_, HasSubstr("No such file or directory (status 2)"));
+  EXPECT_THAT(error_, HasSubstr("No such file or directory (ENOENT, 2)"));
 }
 
 TEST_F(CommandLine, addSharesAFolderUnderItsName) {
@@ -220,7 +220,7 @@ TEST_F(CommandLine, addReportsTheWriteStatus) {
   daemon_.answer(written(R"({"isShared":false})", 100076));
   EXPECT_EQ(run({"share", "add", makeFolder("a")}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, HasSubstr("cannot be shared: CANNOT_SAVE_SHARE_POINT_ERR (status 100076)\n"));
+  EXPECT_THAT(error_, HasSubstr("cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n"));
 }
 
 TEST_F(CommandLine, addReportsAShareThatDoesNotReadBack) {
@@ -336,7 +336,7 @@ TEST_F(CommandLine, recordPutSendsTheAttributes) {
 TEST_F(CommandLine, recordDeleteReportsAStatus) {
   daemon_.answer(R"({"status":13})");
   EXPECT_EQ(run({"record", "delete", "mounts", "m"}), 1);
-  EXPECT_THAT(error_, HasSubstr("m cannot be deleted: Permission denied (status 13)\n"));
+  EXPECT_THAT(error_, HasSubstr("m cannot be deleted: Permission denied (EACCES, 13)\n"));
   EXPECT_EQ(target(0), "POST /v1/paddock_directory/deleteRecord");
 }
 

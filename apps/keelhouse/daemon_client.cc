@@ -164,18 +164,25 @@ Dictionary readReply(long httpStatus, const std::string& text) {
   std::string error;
   auto body = wire::parseJson(text, error);
   if (httpStatus != 200) {
-    throw failure("the daemon refused the request (HTTP " + std::to_string(httpStatus) +
-                  "): " + errorText(body));
+    throw Refusal(httpStatus, "the daemon refused the request (HTTP " + std::to_string(httpStatus) +
+                                  "): " + errorText(body));
   }
   if (!body) throw failure("the daemon's reply cannot be read: " + error);
   if (body->dictionary() == nullptr) throw failure("the daemon's reply is no dictionary");
   return std::move(*body->dictionary());
 }
 
+std::string requestIdOf(CURL* handle) {
+  curl_header* header = nullptr;
+  const CURLHcode code = curl_easy_header(handle, "X-Request-Id", 0, CURLH_HEADER, -1, &header);
+  return code == CURLHE_OK ? header->value : "";
+}
+
 // The HTTP status.
-long perform(CURL* handle, Exchange& exchange) {
+long perform(CURL* handle, Exchange& exchange, std::string& requestId) {
   const CURLcode code = performPatiently(handle);
   if (code != CURLE_OK) throw transferFailure(handle, exchange, code);
+  requestId = requestIdOf(handle);
   long httpStatus = 0;
   curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &httpStatus);
   return httpStatus;
@@ -209,7 +216,7 @@ std::optional<TaggedReply> DaemonClient::send(std::string_view plugin, std::stri
   curl_easy_setopt(handle.get(), CURLOPT_POST, 1L);
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(json.size()));
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, json.data());
-  const long httpStatus = perform(handle.get(), exchange);
+  const long httpStatus = perform(handle.get(), exchange, lastRequestId_);
   if (httpStatus == kPreconditionFailed && !tag.empty()) return std::nullopt;
   return TaggedReply{readReply(httpStatus, exchange.reply), exchange.tag};
 }
@@ -231,13 +238,33 @@ Dictionary DaemonClient::call(std::string_view plugin, std::string_view operatio
   return post(plugin, operation, wire::writeJson(request));
 }
 
-Dictionary DaemonClient::get(const std::string& path) const {
+Dictionary DaemonClient::get(const std::string& path) const { return fetch(path, lastRequestId_); }
+
+std::vector<LogLine> DaemonClient::requestLog(const std::string& id) const {
+  std::string requestId;
+  const Dictionary reply = fetch("/v1/requests/" + id + "/log", requestId);
+  const Array* list = reply.array("lines");
+  if (list == nullptr) throw failure("the daemon's reply has no lines of the request's log");
+  std::vector<LogLine> lines;
+  for (const Value& entry : *list) {
+    const Dictionary* line = entry.dictionary();
+    if (line == nullptr) continue;
+    const auto text = [line](const char* key) {
+      const std::string* found = line->string(key);
+      return found != nullptr ? *found : std::string();
+    };
+    lines.push_back({text("time"), text("level"), text("text")});
+  }
+  return lines;
+}
+
+Dictionary DaemonClient::fetch(const std::string& path, std::string& requestId) const {
   checkSocketPath(socketPath_);
   const Curl handle = makeHandle();
   const HeaderList headers = makeHeaders();
   Exchange exchange{socketPath_, false, {}, {}};
   prepare(handle.get(), exchange, path, headers.get());
-  const long httpStatus = perform(handle.get(), exchange);
+  const long httpStatus = perform(handle.get(), exchange, requestId);
   return readReply(httpStatus, exchange.reply);
 }
 

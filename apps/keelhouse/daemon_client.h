@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/value.h"
 
@@ -15,9 +16,17 @@ struct TaggedReply {
   std::string tag;
 };
 
+// A line of a request's log. `level`: "error", "warning", "info" or "debug"; `time`: RFC 3339.
+struct LogLine {
+  std::string time;
+  std::string level;
+  std::string text;
+};
+
 // One question at a time; every operation throws Failure: `unreachable` when nobody answers on the
-// socket, `failed` with the daemon's text for an HTTP status other than 200 or a reply that is no
-// dictionary. A reply is waited for as long as it takes; connecting is given up after 10 seconds.
+// socket, Refusal with the daemon's text for an HTTP status other than 200, `failed` for a reply
+// that is no dictionary. A reply is waited for as long as it takes; connecting is given up after 10
+// seconds.
 class DaemonClient {
  public:
   explicit DaemonClient(std::string socketPath) : socketPath_(std::move(socketPath)) {}
@@ -36,11 +45,20 @@ class DaemonClient {
   // GET of "/v1/health" and the like.
   Dictionary get(const std::string& path) const;
 
+  // The id of the last request of `post`, `call` and `get` that was answered, whatever the answer;
+  // empty before the first one.
+  const std::string& lastRequestId() const { return lastRequestId_; }
+  // What the daemon logged for a request of this user; it keeps those of the last 1,000 requests.
+  std::vector<LogLine> requestLog(const std::string& id) const;
+
  private:
   std::optional<TaggedReply> send(std::string_view plugin, std::string_view operation,
                                   std::string_view json, const std::string& tag) const;
 
+  Dictionary fetch(const std::string& path, std::string& requestId) const;
+
   std::string socketPath_;
+  mutable std::string lastRequestId_;
 };
 
 }  // namespace paddock::keelhouse

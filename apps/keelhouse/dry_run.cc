@@ -19,11 +19,14 @@
 
 #include "base/file_access.h"
 #include "base/system_call.h"
+#include "keelhouse/access_programs.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/interruption.h"
 #include "keelhouse/progress_display.h"
+#include "keelhouse/reply_status.h"
 #include "keelhouse/run_status_file.h"
 #include "keelhouse/running_runs.h"
+#include "wire/property_list.h"
 
 namespace paddock::keelhouse {
 
@@ -135,12 +138,36 @@ void waitForEnd(const Session& session, Child& program, const std::string& statu
   }
 }
 
-}  // namespace
+Dictionary statusIn(const std::string& report) {
+  std::string error;
+  auto value = wire::parsePropertyList(report, error);
+  if (!value || value->dictionary() == nullptr)
+    throw failure("what the daemon's program found cannot be read: " + error);
+  return std::move(*value->dictionary());
+}
 
-Dictionary runDry(const Session& session, const std::string& path, std::uint32_t mask) {
-  if (::geteuid() != 0) {
-    throw failure("a dry run takes root, because the program looks at everything itself");
+// What the daemon's program found. Absent where root is to run it: no daemon can be asked, or it
+// gave the program too little time.
+std::optional<Dictionary> askDaemon(const Session& session, const std::string& path,
+                                    std::uint32_t mask) {
+  Dictionary reply;
+  try {
+    reply = session.daemon.call("paddock_access", "previewPropagation",
+                                {{"path", path}, {"mask", mask}});
+  } catch (const Failure& failed) {
+    if (!leavesItToRoot(failed)) throw;
+    return std::nullopt;
   }
+  if (const std::string* report = reply.string("report"); report && !reply.contains("error"))
+    return statusIn(*report);
+  if (::geteuid() == 0) return std::nullopt;
+  const std::string action = "what a run on " + path + " would change cannot be found out";
+  if (const std::string* error = reply.string("error")) throw errorFailure(action, *error);
+  const std::string* errors = reply.string("errors");
+  throw daemonFailure(action + (errors != nullptr ? ": " + *errors : ""));
+}
+
+Dictionary runHere(const Session& session, const std::string& path, std::uint32_t mask) {
   const std::string program = propagationProgram(session.root);
   const PrivateFolder folder;
   const std::string statusFile = folder.path("status");
@@ -152,6 +179,13 @@ Dictionary runDry(const Session& session, const std::string& path, std::uint32_t
   const std::string complaints = complaintsIn(folder.path("complaints"));
   throw failure(program + " ended without saying what it found" +
                 (complaints.empty() ? "" : ": " + complaints));
+}
+
+}  // namespace
+
+Dictionary runDry(const Session& session, const std::string& path, std::uint32_t mask) {
+  auto found = askDaemon(session, path, mask);
+  return found ? std::move(*found) : runHere(session, path, mask);
 }
 
 }  // namespace paddock::keelhouse

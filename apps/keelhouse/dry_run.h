@@ -9,9 +9,9 @@
 
 namespace paddock::keelhouse {
 
-// Runs the program of the session's tree on the folder, shows the progress, and gives its last
-// status. Needs root. Throws Failure when the program cannot be run or says nothing, and at the
-// interrupt key, after the program's end.
+// What the program found, as its last status says it. The daemon runs it, for administrators; where
+// no daemon can be asked or its time is too short, root runs it, and sees the progress. Throws
+// Failure when the program cannot be run or says nothing, and at the interrupt key, after its end.
 Dictionary runDry(const Session& session, const std::string& path, std::uint32_t mask);
 
 }  // namespace paddock::keelhouse

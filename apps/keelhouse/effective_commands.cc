@@ -1,13 +1,12 @@
 #include "keelhouse/effective_commands.h"
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <sstream>
 
 #include "base/text.h"
+#include "keelhouse/access_programs.h"
 #include "keelhouse/acl_words.h"
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/host_accounts.h"
@@ -15,15 +14,11 @@
 #include "keelhouse/named_share.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/terminal_text.h"
-#include "keelhouse/tree_program.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-constexpr const char* kProgram =
-    "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";
 
 std::uint32_t uidOf(const Session& session, const std::string& user) {
   if (user.empty()) throw usageFailure("the user's name is empty");
@@ -47,17 +42,15 @@ std::uint32_t askBitmap(const Session& session, const std::string& path, std::ui
   return static_cast<std::uint32_t>(*bitmap) & kAllRights;
 }
 
-// What the program of the tree says, when the daemon says nothing: that may mean that it could not
-// find out. Absent when the program could not either, and has said why.
+// What the program itself says when the module says nothing: that may mean that it could not find
+// out. Absent when the program could not either, and has said why.
 std::optional<std::uint32_t> askProgram(const Session& session, const std::string& path,
                                         std::uint32_t uid) {
-  if (::geteuid() != 0)
-    throw failure(
-        "the daemon says nothing, which may mean that it could not find out: root is told");
   std::ostringstream output;
   const Session quiet{session.daemon, output, session.notes, false, session.root};
-  if (runTreeProgram(quiet, kProgram, {"-p", path, "-u", std::to_string(uid)}) != ExitStatus::done)
-    return std::nullopt;
+  const ExitStatus status = judgeAccess(quiet, "effective", {{"path", path}, {"uid", uid}},
+                                        {"-p", path, "-u", std::to_string(uid)});
+  if (status != ExitStatus::done) return std::nullopt;
   return static_cast<std::uint32_t>(leadingInteger(output.str())) & kAllRights;
 }
 
@@ -86,16 +79,14 @@ ExitStatus showEffective(const Session& session, const std::string& typedPath,
 ExitStatus explainEffective(const Session& session, const std::string& typedPath,
                             const std::string& user) {
   const std::string path = folderPath(session, typedPath);
-  std::vector<std::string> arguments{"--explain", "-p", path, "-u",
-                                     std::to_string(uidOf(session, user))};
-  if (session.json) arguments.insert(arguments.begin(), "--json");
-  return runTreeProgram(session, kProgram, arguments);
+  const std::uint32_t uid = uidOf(session, user);
+  return judgeAccess(session, "explain", {{"path", path}, {"uid", uid}},
+                     {"--explain", "-p", path, "-u", std::to_string(uid)});
 }
 
 ExitStatus showWho(const Session& session, const std::string& typedPath) {
-  std::vector<std::string> arguments{"--who", "-p", folderPath(session, typedPath)};
-  if (session.json) arguments.insert(arguments.begin(), "--json");
-  return runTreeProgram(session, kProgram, arguments);
+  const std::string path = folderPath(session, typedPath);
+  return judgeAccess(session, "who", {{"path", path}}, {"--who", "-p", path});
 }
 
 }  // namespace paddock::keelhouse

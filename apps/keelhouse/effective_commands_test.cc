@@ -138,8 +138,36 @@ TEST_F(EffectivePrograms, WhatCouldNotBeFoundOutIsAnErrorAndNotNothing) {
   EXPECT_EQ(out_, "");
 }
 
-TEST_F(EffectivePrograms, SomebodyElseThanRootIsNotToldThatNothingIsTheAnswer) {
+TEST_F(EffectiveCommands, WhatTheDaemonsProgramSaysGoesOnAsItIs) {
+  daemon_.answer(
+      R"({"status":4,"output":"cannot tell\n","errors":"effectiveprivs: a\u001b[1m\n"})");
+  EXPECT_EQ(run({"who", "/srv/a"}), 4);
+  EXPECT_EQ(out_, "cannot tell\n");
+  EXPECT_EQ(error_, "effectiveprivs: a\\x1B[1m\n");
+  EXPECT_EQ(target(0), "POST /v1/paddock_access/who");
+  EXPECT_EQ(body(0), R"({"path":"/srv/a"})");
+}
+
+TEST_F(EffectiveCommands, ExplainAsksTheDaemonFirst) {
+  daemon_.answer(R"({"status":0,"output":"{}\n","errors":""})");
+  EXPECT_EQ(run({"--json", "effective", "/srv/../srv/a b", "7", "--explain"}), 0) << error_;
+  EXPECT_EQ(out_, "{}\n");
+  EXPECT_EQ(target(0), "POST /v1/paddock_access/explain");
+  EXPECT_EQ(body(0), R"({"json":true,"path":"/srv/a b","uid":7})");
+}
+
+TEST_F(EffectiveCommands, AProgramThatTheDaemonCannotRunIsAnError) {
+  daemon_.answer(R"({"error":"effectiveprivs took too long"})");
+  EXPECT_EQ(run({"who", "/srv/a"}), 1);
+  EXPECT_EQ(error_, "keelhouse: nobody can say who may do what: effectiveprivs took too long\n");
+  daemon_.answer(R"({"error":"you need to be in the group paddock"})", 403);
+  EXPECT_EQ(run({"who", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("you need to be in the group paddock"));
+}
+
+TEST_F(EffectivePrograms, SomebodyElseThanRootIsToldByTheDaemonsProgramToo) {
   answerBitmap("0");
+  daemon_.answer(R"({"status":1,"output":"","errors":"effectiveprivs: it could not find out\n"})");
   ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
   ASSERT_EQ(::chmod(daemon_.socketPath().c_str(), 0666), 0);
   ASSERT_EQ(::seteuid(65534), 0);
@@ -201,12 +229,15 @@ TEST_F(EffectivePrograms, AProgramThatOthersCanWriteIsNotRun) {
   EXPECT_FALSE(std::filesystem::exists(folder_.path("ran")));
 }
 
-TEST_F(EffectivePrograms, SomebodyElseThanRootIsToldThatItTakesRoot) {
+TEST_F(EffectivePrograms, SomebodyElseThanRootIsToldByADaemonOrNotAtAll) {
+  installScript("echo it ran\n");
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
   ASSERT_EQ(::seteuid(65534), 0);
-  const int status = runAsIs({"who", "/srv/a"});
+  const int status = runInTree({"who", "/srv/a"});
   ASSERT_EQ(::seteuid(0), 0);
-  EXPECT_EQ(status, 1);
-  EXPECT_EQ(error_, "keelhouse: only root can be told that: run keelhouse as root\n");
+  EXPECT_EQ(status, 3);
+  EXPECT_EQ(out_, "");
+  EXPECT_THAT(error_, HasSubstr("cannot reach the daemon"));
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ void addEffective(CLI::App& program, Action& action) {
   command->add_option(kPath.name, options->path, kPath.description)->required();
   command->add_option("USER", options->user, "The user's name, or the number of a uid")->required();
   command->add_flag("--explain", options->explain,
-                    "Why: which entry or mode decided, and where the kernel disagrees (root)");
+                    "Why: which entry or mode decided, and where the kernel disagrees");
   command->callback([options, &action] {
     action = [options](const Session& session) {
       return options->explain ? explainEffective(session, options->path, options->user)
@@ -37,7 +37,7 @@ void addEffective(CLI::App& program, Action& action) {
 void addEffectiveCommands(CLI::App& program, Action& action) {
   addEffective(program, action);
   addPathCommand(program, action, kPath, "who",
-                 "Everybody who may read, write or change permissions there (root)", showWho);
+                 "Everybody who may read, write or change permissions there", showWho);
 }
 
 }  // namespace paddock::keelhouse

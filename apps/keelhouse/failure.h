@@ -13,17 +13,38 @@ enum class ExitStatus {
   unreachable = 3,  // no daemon answers on the socket
 };
 
-// Ends the program with `status`, the text on standard error.
+// Whether it is the daemon's answer to the last request that reports the failure.
+enum class ReportedBy { keelhouse, daemon };
+
+// Ends the program with `status`, the text on standard error. Below the first line of a failure
+// that the daemon reported stand the errors and warnings that its log has of the last request.
 class Failure : public std::runtime_error {
  public:
-  Failure(ExitStatus status, const std::string& text) : std::runtime_error(text), status_(status) {}
+  Failure(ExitStatus status, const std::string& text, ReportedBy origin = ReportedBy::keelhouse)
+      : std::runtime_error(text), status_(status), origin_(origin) {}
   ExitStatus status() const { return status_; }
+  ReportedBy origin() const { return origin_; }
 
  private:
   ExitStatus status_;
+  ReportedBy origin_;
+};
+
+// The daemon answered with an HTTP status other than 200.
+class Refusal : public Failure {
+ public:
+  Refusal(long httpStatus, const std::string& text)
+      : Failure(ExitStatus::failed, text, ReportedBy::daemon), httpStatus_(httpStatus) {}
+  long httpStatus() const { return httpStatus_; }
+
+ private:
+  long httpStatus_;
 };
 
 inline Failure usageFailure(const std::string& text) { return {ExitStatus::usage, text}; }
 inline Failure failure(const std::string& text) { return {ExitStatus::failed, text}; }
+inline Failure daemonFailure(const std::string& text) {
+  return {ExitStatus::failed, text, ReportedBy::daemon};
+}
 
 }  // namespace paddock::keelhouse

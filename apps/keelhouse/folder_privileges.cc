@@ -25,7 +25,7 @@ Dictionary privilegesIn(const Dictionary& reply, const std::string& path) {
     throw failure("the daemon's reply says nothing of the privileges of " + path);
   }
   if (const std::string* error = privileges.string("posixErr")) {
-    throw failure("the privileges of " + path + " cannot be read: " + explained(*error));
+    throw errorFailure("the privileges of " + path + " cannot be read", *error);
   }
   return privileges;
 }
@@ -39,8 +39,9 @@ Dictionary writePrivileges(const Session& session, const std::string& path, Dict
 const Array& aclOf(const Dictionary& privileges, const std::string& path) {
   if (const Array* acl = privileges.array("acl")) return *acl;
   const std::string* error = privileges.string("aclErr");
-  throw failure("the ACL of " + path + " cannot be read: " +
-                (error != nullptr ? explained(*error) : "the daemon's reply has none"));
+  const std::string action = "the ACL of " + path + " cannot be read";
+  if (error != nullptr) throw errorFailure(action, *error);
+  throw daemonFailure(action + ": the daemon's reply has none");
 }
 
 bool isFolder(const Dictionary& privileges) {

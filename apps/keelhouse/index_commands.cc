@@ -46,8 +46,7 @@ ExitStatus switchIndexing(const Session& session, const std::string& typedPath, 
       session, path, {{"path", storedPath != nullptr ? *storedPath : path}, {kIndexing, on}},
       action);
   if (isIndexed(result, path) != on) {
-    throw failure(action + ": it is still " + (on ? "off" : "on") +
-                  "\nThe daemon's log may say why (journalctl -u paddockd).");
+    throw daemonFailure(action + ": it is still " + (on ? "off" : "on"));
   }
   print(session, path, on);
   return ExitStatus::done;

@@ -42,18 +42,21 @@ void checkWord(const std::string& word, const std::string& what) {
 }
 
 // The error text of a refusal, and below it what to do.
-std::string reasonOf(const std::string& error, const std::string& node) {
+Failure refusal(const std::string& action, const std::string& error, const std::string& node) {
+  const std::string text = describeError(action, error);
   switch (statusOfText(error).value_or(0)) {
     case EACCES:
-      return error +
-             "\nThe name or the password is wrong, or the account may not change records there.";
+      return daemonFailure(
+          text +
+          "\nThe name or the password is wrong, or the account may not change records there.");
     case EEXIST:
-      return error +
-             "\nA trial's record was left there: keelhouse record delete mounts verifyAuthTempName "
-             "--node " +
-             node;
+      return daemonFailure(
+          text +
+          "\nA trial's record was left there: keelhouse record delete mounts verifyAuthTempName "
+          "--node " +
+          node);
     default:
-      return explained(error);
+      return errorFailure(action, error);
   }
 }
 
@@ -80,8 +83,9 @@ ExitStatus tryAuthentication(const Session& session, const std::string& node,
   if (session.json) session.out << wire::writeJsonPretty(reply) << '\n';
   if (!can) {
     const std::string* error = reply.string("error");
-    throw failure(user + " cannot change records on " + node + ": " +
-                  (error != nullptr ? reasonOf(*error, node) : "the daemon does not say why"));
+    const std::string action = user + " cannot change records on " + node;
+    if (error != nullptr) throw refusal(action, *error, node);
+    throw daemonFailure(action + ": the daemon does not say why");
   }
   if (!session.json)
     session.out << printable(user) << " may change records on " << printable(node) << ".\n";

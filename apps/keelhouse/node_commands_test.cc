@@ -91,8 +91,9 @@ TEST_F(NodeCommands, authSaysWhatARefusalMeans) {
   daemon_.answer(R"({"canAuth":false,"error":"Permission denied"})");
   EXPECT_EQ(authenticate("secret\n"), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, HasSubstr("anna cannot change records on /LDAP/site: Permission denied\n"
-                                "The name or the password is wrong, or"));
+  EXPECT_THAT(error_,
+              HasSubstr("anna cannot change records on /LDAP/site: Permission denied (EACCES, 13)\n"
+                        "The name or the password is wrong, or"));
   EXPECT_THAT(error_, Not(HasSubstr("secret")));
 }
 
@@ -106,7 +107,7 @@ TEST_F(NodeCommands, authSaysHowARecordOfATrialIsRemoved) {
 TEST_F(NodeCommands, authExplainsOtherErrors) {
   daemon_.answer(R"({"canAuth":false,"error":"No space left on device"})");
   EXPECT_EQ(authenticate("x\n"), 1);
-  EXPECT_THAT(error_, HasSubstr("No space left on device\nMake room"));
+  EXPECT_THAT(error_, HasSubstr("No space left on device (ENOSPC, 28)\nMake room"));
   daemon_.answer("{}");
   EXPECT_EQ(authenticate("x\n"), 1);
   EXPECT_THAT(error_, HasSubstr("does not say why"));
@@ -183,7 +184,7 @@ TEST_F(NodeCommands, statusFailsWhenTheNodesCannotBeTold) {
   daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
   daemon_.answer(R"({"status":5})");
   EXPECT_EQ(run({"status"}), 1);
-  EXPECT_THAT(out_, HasSubstr("cannot be listed: Input/output error (status 5)"));
+  EXPECT_THAT(out_, HasSubstr("cannot be listed: Input/output error (EIO, 5)"));
   daemon_.answer(R"({"status":"ok"})");
   daemon_.answer(R"({"plugins":[]})");
   EXPECT_EQ(run({"status", "--json"}), 1);

@@ -22,5 +22,6 @@ void addEffectiveCommands(CLI::App& program, Action& action);
 void addVolumeCommands(CLI::App& program, Action& action);
 void addRecordCommands(CLI::App& program, Action& action);
 void addNodeCommands(CLI::App& program, Action& action);
+void addAuditCommand(CLI::App& program, Action& action);
 
 }  // namespace paddock::keelhouse

@@ -88,7 +88,7 @@ TEST_F(PrincipalsTest, thatNobodyKnowsAreAnError) {
 
 TEST_F(PrincipalsTest, areAnErrorWhenTheDirectoryCannotBeAsked) {
   daemon_.answer(R"({"status":5})");
-  EXPECT_THAT(refusalOf("user:no-such-zoe").second, HasSubstr("Input/output error (status 5)"));
+  EXPECT_THAT(refusalOf("user:no-such-zoe").second, HasSubstr("Input/output error (EIO, 5)"));
 }
 
 TEST_F(PrincipalsTest, mayBeNumbersThatAreNoNames) {

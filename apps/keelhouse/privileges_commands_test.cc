@@ -85,11 +85,11 @@ TEST_F(PrivilegesCommands, privsShowSaysWhatCannotBeRead) {
       readPart("fileAccessPrivs", R"({"acl":[],"path":"/srv/a","posixErr":"FILE_NOT_FOUND_ERR"})"));
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be read: "
-                                 "FILE_NOT_FOUND_ERR\nCheck that the path"));
+  EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be read "
+                                 "(FILE_NOT_FOUND_ERR, 100056)\nCheck that the path"));
   daemon_.answer(readPart("fileAccessPrivs", "{}", 5));
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
-  EXPECT_THAT(error_, HasSubstr("Input/output error (status 5)"));
+  EXPECT_THAT(error_, HasSubstr("Input/output error (EIO, 5)"));
   daemon_.answer(readPart("fileAccessPrivs", "{}"));
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
   EXPECT_THAT(error_, HasSubstr("says nothing of the privileges of /srv/a"));
@@ -156,9 +156,8 @@ TEST_F(PrivilegesCommands, privsSetLeavesUnknownNamesToTheDaemon) {
   answerWritten(aclOf(""), 100050);
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "no-such-zoe"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_,
-              HasSubstr("cannot be changed: USER_NOT_FOUND_ERR (status 100050)\nThere is no "
-                        "such user"));
+  EXPECT_THAT(error_, HasSubstr("cannot be changed (USER_NOT_FOUND_ERR, 100050)\nThere is no "
+                                "such user"));
 }
 
 TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
@@ -228,8 +227,9 @@ TEST_F(PrivilegesCommands, aclShowSaysThatThereAreNoEntries) {
 TEST_F(PrivilegesCommands, aclShowSaysThatTheAclCannotBeRead) {
   answerRead(R"("aclErr":"INVALID_ACL_ERR")");
   EXPECT_EQ(run({"acl", "show", "/srv/a"}), 1);
-  EXPECT_THAT(error_, StartsWith("keelhouse: the ACL of /srv/a cannot be read: INVALID_ACL_ERR\n"
-                                 "What is stored there is no ACL that can be read."));
+  EXPECT_THAT(error_,
+              StartsWith("keelhouse: the ACL of /srv/a cannot be read (INVALID_ACL_ERR, 100059)\n"
+                         "What is stored there is no ACL that can be read."));
   answerRead(R"("x":1)");
   EXPECT_EQ(run({"acl", "show", "/srv/a"}), 1);
   EXPECT_THAT(error_, HasSubstr("the daemon's reply has none"));
@@ -297,11 +297,11 @@ TEST_F(PrivilegesCommands, aclSetReportsTheWriteStatus) {
   answerWritten(aclOf(""), 100069);
   EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, StartsWith("keelhouse: the ACL of /srv/a cannot be set: "
-                                 "CANNOT_SET_ACL_FILE_ERR (status 100069)\n"));
+  EXPECT_THAT(error_, StartsWith("keelhouse: the ACL of /srv/a cannot be set "
+                                 "(CANNOT_SET_ACL_FILE_ERR, 100069)\n"));
   answerWritten(aclOf(""), -1);
   EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
-  EXPECT_THAT(error_, HasSubstr("(status -1)"));
+  EXPECT_THAT(error_, HasSubstr("(unknown status, -1)"));
 }
 
 TEST_F(PrivilegesCommands, aclSetTakesGuidsAndNamesOfTheDirectory) {

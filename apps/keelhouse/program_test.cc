@@ -76,8 +76,8 @@ TEST_F(Program, endsWithTheExitStatusOfItsCommand) {
   daemon_.answer(R"({"writeStatus":100052})");
   EXPECT_EQ(runHere({"privs", "set", "/srv/a", "--mode", "750"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be changed: "
-                                 "CANNOT_CHANGE_PRIVS_ERR (status 100052)\n"));
+  EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be changed "
+                                 "(CANNOT_CHANGE_PRIVS_ERR, 100052)\n"));
   EXPECT_EQ(runHere({"acl", "add", "/srv/a", "allow", "user:root"}), 2);
   EXPECT_EQ(run(KEELHOUSE_PROGRAM, {"--socket", folder_.path("none"), "index", "on", "/a"}, ""), 3);
 }

@@ -36,8 +36,12 @@ std::string command(const std::string& path) {
   return "keelhouse propagate " + printable(shellWord(path));
 }
 
+std::string notPushedText(const std::string& path) {
+  return "the privileges of " + printable(path) + " cannot be pushed down";
+}
+
 Failure notPushed(const std::string& path, const std::string& reason) {
-  return failure("the privileges of " + printable(path) + " cannot be pushed down: " + reason);
+  return failure(notPushedText(path) + ": " + reason);
 }
 
 // What is a folder for this user; what only the daemon can see is left to it.
@@ -83,7 +87,8 @@ Dictionary startRequest(const std::string& path, std::uint32_t mask) {
 
 Dictionary start(const Session& session, const std::string& path, std::uint32_t mask) {
   Dictionary reply = session.daemon.call(kPlugin, "startPropagate", startRequest(path, mask));
-  if (const std::string* error = reply.string("error")) throw notPushed(path, explained(*error));
+  if (const std::string* error = reply.string("error"))
+    throw errorFailure(notPushedText(path), *error);
   if (reply.string("copyPrivsStatusFile") == nullptr || !reply.integer("copyPrivsPid")) {
     throw notPushed(path, "the daemon's reply does not say how to follow it");
   }

@@ -140,7 +140,7 @@ TEST_F(PropagateCommands, saysThatTheProgramCannotBeStarted) {
   daemon_.answer(R"({"error":"CANNOT_PROPAGATE_PRIVS_ERR"})");
   EXPECT_EQ(propagate({shared_, "--owner"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, HasSubstr(" cannot be pushed down: CANNOT_PROPAGATE_PRIVS_ERR\n"));
+  EXPECT_THAT(error_, HasSubstr(" cannot be pushed down (CANNOT_PROPAGATE_PRIVS_ERR, 100054)\n"));
   EXPECT_THAT(error_, HasSubstr("copyprivs"));
 }
 
@@ -331,7 +331,34 @@ TEST_F(PropagateCommandsOfRoot, aDryRunCountsAndGivesExamples) {
                       "CHANGES    OBJECT\nowner,acl  " +
                       shared_ + "/x\n");
   EXPECT_THAT(program_.arguments(), StartsWith("copyprivs\n-n\n-p\n" + shared_ + "\n-f\n33\n-s\n"));
-  EXPECT_EQ(asked(), 0U);
+  EXPECT_EQ(asked(), 1U);
+}
+
+TEST_F(PropagateCommands, aDryRunAsksTheDaemonFirst) {
+  daemon_.answer(
+      R"({"status":0,"output":"","errors":"","report":"<plist><dict><key>status</key>)"
+      R"(<string>completed</string><key>itemsDone</key><integer>10</integer>)"
+      R"(<key>itemsChanged</key><integer>1</integer><key>dryRun</key><true/></dict></plist>"})");
+  EXPECT_EQ(propagate({shared_, "--owner", "--acl", "--dry-run"}), 0) << error_;
+  EXPECT_THAT(out_, StartsWith(shared_ + ": 10 objects, 1 would change, 0 errors, in 0 s\n"));
+  EXPECT_EQ(target(0), "POST /v1/paddock_access/previewPropagation");
+  EXPECT_EQ(body(0), R"({"mask":33,"path":")" + shared_ + R"("})");
+  EXPECT_EQ(program_.arguments(), "");
+}
+
+TEST_F(PropagateCommands, aDryRunThatTheDaemonRefusesIsNotRunHere) {
+  daemon_.answer(R"({"error":"you need to be in the group paddock"})", 403);
+  EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 1);
+  EXPECT_THAT(error_, HasSubstr("you need to be in the group paddock"));
+  EXPECT_EQ(program_.arguments(), "");
+}
+
+TEST_F(PropagateCommandsOfRoot, aDryRunForWhichTheDaemonsTimeIsTooShortIsRunHere) {
+  program_.says("end",
+                ScriptedPropagation::status(ScriptedPropagation::text("status", "completed")));
+  daemon_.answer(R"({"error":"copyprivs took too long"})");
+  EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 0) << error_;
+  EXPECT_THAT(program_.arguments(), StartsWith("copyprivs\n-n\n"));
 }
 
 TEST_F(PropagateCommandsOfRoot, aDryRunLeavesNoFileBehind) {

@@ -23,7 +23,7 @@ std::string volumePath(const Session& session, const std::string& typed) {
 // The quotas of a reply, where it has any.
 const Dictionary& checked(const Dictionary& quotas, const std::string& volume) {
   if (const std::string* error = quotas.string("quotaError")) {
-    throw failure("the quotas of " + volume + " cannot be read: " + explained(*error));
+    throw errorFailure("the quotas of " + volume + " cannot be read", *error);
   }
   if (!quotas.contains(kEnabled)) {
     throw failure("the daemon's reply says nothing of the quotas of " + volume);

@@ -1,10 +1,10 @@
 #include "keelhouse/reply_status.h"
 
 #include <cerrno>
+#include <cstring>
 #include <limits>
 
 #include "base/status.h"
-#include "keelhouse/failure.h"
 
 namespace paddock::keelhouse {
 
@@ -33,24 +33,20 @@ const char* hintFor(std::int64_t status) {
     case ENOSPC:
       return "Make room on the volume, then repeat the command.";
     case CANNOT_RETRIEVE_SHARE_POINTS_ERR:
-      return "The directory or the exports file cannot be read; the daemon's log says why "
-             "(journalctl -u paddockd).";
+      return "The directory or the exports file cannot be read.";
     case CANNOT_SAVE_SHARE_POINT_ERR:
       return "A name may be taken by another share point (keelhouse share list), or an NFS client "
-             "or option cannot be written to the exports file; the daemon's log says more "
-             "(journalctl -u paddockd).";
+             "or option cannot be written to the exports file.";
     case USER_NOT_FOUND_ERR:
       return "There is no such user on the daemon's host (getent passwd NAME).";
     case GROUP_NOT_FOUND_ERR:
       return "There is no such group on the daemon's host (getent group NAME).";
     case CANNOT_CHANGE_PRIVS_ERR:
       return "The file system may be read-only, or the path may be missing; what was changed "
-             "before "
-             "the failure stays.";
+             "before the failure stays.";
     case CANNOT_PROPAGATE_PRIVS_ERR:
       return "The program copyprivs may be missing beside paddock_sharing.so, or there is no room "
-             "in "
-             "/tmp; the daemon's log says more (journalctl -u paddockd).";
+             "in /tmp.";
     case FILE_NOT_FOUND_ERR:
       return "Check that the path is written as it is on the server.";
     case INVALID_ACL_ERR:
@@ -58,22 +54,23 @@ const char* hintFor(std::int64_t status) {
              "replaces it.";
     case CANNOT_SET_ACL_FILE_ERR:
       return "The file system may be read-only or full, may keep no ACLs, or may hold fewer "
-             "entries "
-             "than these.";
+             "entries than these.";
     case CANNOT_SET_QUOTA_STATE_ERR:
       return "The volume or the kernel may keep no quotas. With quota_backend = \"accounting\" "
-             "below "
-             "[volumes] in the daemon's configuration usage can be seen on any volume.";
+             "below [volumes] in the daemon's configuration usage can be seen on any volume.";
     default:
-      return "The daemon's log may say more (journalctl -u paddockd).";
+      return "";
   }
 }
 
-std::string statusText(std::int64_t status) {
-  if (status < std::numeric_limits<Status>::min() || status > std::numeric_limits<Status>::max()) {
-    return "unknown status";
-  }
-  return sharing_error_string(static_cast<Status>(status));
+bool isModuleCode(std::int64_t status) {
+  return status >= USER_NOT_FOUND_ERR && status <= CANNOT_SET_QUOTA_STATE_ERR;
+}
+
+// What errno's macros call it; null for a number that none has.
+const char* errnoName(std::int64_t status) {
+  const bool fits = status > 0 && status <= std::numeric_limits<int>::max();
+  return fits ? ::strerrorname_np(static_cast<int>(status)) : nullptr;
 }
 
 }  // namespace
@@ -88,16 +85,37 @@ bool reportsFailure(const Dictionary& reply) {
   return false;
 }
 
-std::string explained(const std::string& errorText) {
-  return errorText + "\n" + hintFor(statusOfText(errorText).value_or(0));
+std::string describeStatus(const std::string& action, std::int64_t status) {
+  const std::string number = std::to_string(status);
+  if (isModuleCode(status)) {
+    return action + " (" + sharing_error_string(static_cast<Status>(status)) + ", " + number + ")";
+  }
+  if (const char* name = errnoName(status)) {
+    return action + ": " + sharing_error_string(static_cast<Status>(status)) + " (" + name + ", " +
+           number + ")";
+  }
+  return action + " (unknown status, " + number + ")";
+}
+
+std::string describeError(const std::string& action, const std::string& errorText) {
+  const auto status = statusOfText(errorText);
+  return status ? describeStatus(action, *status) : action + ": " + errorText;
+}
+
+Failure statusFailure(const std::string& action, std::int64_t status) {
+  const std::string hint = hintFor(status);
+  return daemonFailure(describeStatus(action, status) + (hint.empty() ? "" : "\n" + hint));
+}
+
+Failure errorFailure(const std::string& action, const std::string& errorText) {
+  if (const auto status = statusOfText(errorText)) return statusFailure(action, *status);
+  return daemonFailure(describeError(action, errorText));
 }
 
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action) {
   const auto status = reply.integer(key);
-  if (!status) throw failure(action + ": the daemon's reply has no " + std::string(key));
-  if (*status == 0) return;
-  throw failure(action + ": " + statusText(*status) + " (status " + std::to_string(*status) +
-                ")\n" + hintFor(*status));
+  if (!status) throw daemonFailure(action + ": the daemon's reply has no " + std::string(key));
+  if (*status != 0) throw statusFailure(action, *status);
 }
 
 }  // namespace paddock::keelhouse

@@ -1,10 +1,12 @@
 // Whether a reply reports a failure, and how to say so.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "base/value.h"
+#include "keelhouse/failure.h"
 
 namespace paddock::keelhouse {
 
@@ -12,11 +14,18 @@ namespace paddock::keelhouse {
 // than 0, or one of its error texts is there.
 bool reportsFailure(const Dictionary& reply);
 
-// An error text of a reply ("INVALID_ACL_ERR"), and below it what to do.
-std::string explained(const std::string& errorText);
+// What was tried ("/srv/a cannot be shared"), why it failed, and the status by name and number:
+// "... (CANNOT_SAVE_SHARE_POINT_ERR, 100076)", "...: File exists (EEXIST, 17)".
+std::string describeStatus(const std::string& action, std::int64_t status);
+// The same for an error text of a reply ("INVALID_ACL_ERR"); one that is no status's stands as it
+// is.
+std::string describeError(const std::string& action, const std::string& errorText);
 
-// Throws Failure with the text of the status under `key` when it is not 0. `action` says what was
-// tried ("/srv/a cannot be shared").
+// The two as failures that the daemon reported, and below them what to do.
+Failure statusFailure(const std::string& action, std::int64_t status);
+Failure errorFailure(const std::string& action, const std::string& errorText);
+
+// Throws statusFailure of the status under `key` when it is not 0.
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action);
 
 }  // namespace paddock::keelhouse

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "keelhouse/failure.h"
 
 namespace paddock::keelhouse {
@@ -33,10 +35,26 @@ TEST(ReplyStatus, isSaidWithItsNameItsNumberAndWhatToDo) {
   EXPECT_EQ(messageOf({{"writeStatus", 0}}), "");
   EXPECT_THAT(messageOf({{"writeStatus", 100076}}),
               ::testing::StartsWith(
-                  "/srv/a cannot be shared: CANNOT_SAVE_SHARE_POINT_ERR (status 100076)\n"));
-  EXPECT_THAT(messageOf({{"writeStatus", 13}}), ::testing::HasSubstr("Permission denied"));
-  EXPECT_THAT(messageOf({{"writeStatus", -2}}), ::testing::HasSubstr("(status -2)"));
-  EXPECT_THAT(messageOf({{"writeStatus", 1099511627776}}), ::testing::HasSubstr("1099511627776"));
+                  "/srv/a cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)\nA name"));
+  EXPECT_THAT(
+      messageOf({{"writeStatus", 17}}),
+      ::testing::StartsWith("/srv/a cannot be shared: File exists (EEXIST, 17)\nChoose another"));
+  EXPECT_EQ(messageOf({{"writeStatus", -2}}), "/srv/a cannot be shared (unknown status, -2)");
+  EXPECT_EQ(messageOf({{"writeStatus", 1099511627776}}),
+            "/srv/a cannot be shared (unknown status, 1099511627776)");
+}
+
+TEST(ReplyStatus, ofAnErrorTextIsNamedToo) {
+  EXPECT_EQ(describeError("It failed", "INVALID_ACL_ERR"), "It failed (INVALID_ACL_ERR, 100059)");
+  EXPECT_EQ(describeError("It failed", "Permission denied"),
+            "It failed: Permission denied (EACCES, 13)");
+  EXPECT_EQ(describeError("It failed", "no status at all"), "It failed: no status at all");
+}
+
+TEST(ReplyStatus, isTheDaemonsToExplain) {
+  EXPECT_EQ(statusFailure("It failed", EACCES).origin(), ReportedBy::daemon);
+  EXPECT_EQ(errorFailure("It failed", "no status at all").origin(), ReportedBy::daemon);
+  EXPECT_EQ(failure("refused before asking").origin(), ReportedBy::keelhouse);
 }
 
 TEST(ReplyStatus, mustBeInTheReply) {

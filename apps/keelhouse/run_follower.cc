@@ -115,8 +115,7 @@ class Follower {
                      " has ended, and somebody else was told how\n"
                      "Run it again to be sure: what is done already is not done twice.");
     }
-    return failure("the run on " + printable(run_.path) +
-                   " cannot be followed: " + explained(error));
+    return errorFailure("the run on " + printable(run_.path) + " cannot be followed", error);
   }
   Failure lost() {
     display_.clear();

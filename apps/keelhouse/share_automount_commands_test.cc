@@ -198,7 +198,7 @@ TEST_F(ShareAutomount, isReportedWhenTheRecordCannotBeSeen) {
                                  "the record " +
                                  name_ +
                                  " is on /LDAP/site cannot be seen: Connection timed out "
-                                 "(status 110)\n"));
+                                 "(ETIMEDOUT, 110)\n"));
 }
 
 TEST_F(ShareAutomount, changesNothingWithCredentialsThatAreRefused) {
@@ -220,8 +220,9 @@ TEST_F(ShareAutomount, changesNothingOnANodeThatIsNotThere) {
   answerRead(kNotShared);
   answerStatus(111);
   EXPECT_EQ(add({}), 1);
-  EXPECT_THAT(error_, StartsWith("keelhouse: nothing was changed, because the directory node "
-                                 "/LDAP/site cannot be asked: Connection refused (status 111)\n"));
+  EXPECT_THAT(error_,
+              StartsWith("keelhouse: nothing was changed, because the directory node "
+                         "/LDAP/site cannot be asked: Connection refused (ECONNREFUSED, 111)\n"));
   EXPECT_EQ(asked(), 4U);
 }
 
@@ -234,7 +235,7 @@ TEST_F(ShareAutomount, goesToANodeThatShowsNothingWithoutAnAccount) {
       run({"share", "add", folder, "--force", "--automount", "/Network/a", "--node", "/LDAP/site"}),
       1);
   EXPECT_EQ(asked(), 4U);
-  EXPECT_THAT(error_, HasSubstr("cannot be seen: Permission denied (status 13)\n"));
+  EXPECT_THAT(error_, HasSubstr("cannot be seen: Permission denied (EACCES, 13)\n"));
 }
 
 TEST_F(ShareAutomount, asksForNoPasswordThatCannotBeUsed) {

@@ -60,8 +60,7 @@ void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const c
                       const std::string& what) {
   const auto want = wanted.boolean(key);
   if (!want || found.boolean(key).value_or(false) == *want) return;
-  throw failure(what + " is still " + (*want ? "off" : "on") +
-                "\nThe daemon's log may say why (journalctl -u paddockd).");
+  throw daemonFailure(what + " is still " + (*want ? "off" : "on"));
 }
 
 // Prints what became of `record`, which `reply` answers, and looks whether clients get to see it.
@@ -69,7 +68,7 @@ ExitStatus showWritten(const Session& session, const std::string& path, const Di
                        const Dictionary& reply, const AutomountChange& automount) {
   Dictionary result = settingsPart(reply, "sharePointRecord");
   if (!isShared(result)) {
-    throw failure(printable(path) + " was written, but does not read back as shared");
+    throw daemonFailure(printable(path) + " was written, but does not read back as shared");
   }
   addSmbOptions(session, result);
   print(session, result);
@@ -240,8 +239,7 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
       writeSharePoint(session, path, {{"isShared", false}},
                       printable(path) + " cannot be taken out of sharing", automount.credentials());
   if (isShared(result)) {
-    throw failure(printable(path) +
-                  " is still shared\nThe daemon's log may say why (journalctl -u paddockd).");
+    throw daemonFailure(printable(path) + " is still shared");
   }
   if (session.json) {
     print(session, result);

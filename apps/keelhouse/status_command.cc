@@ -109,6 +109,32 @@ std::vector<RunInSight> askRuns(const Session& session) {
   return runs;
 }
 
+std::string joined(const Array* texts) {
+  std::string line;
+  if (texts == nullptr) return line;
+  for (const Value& text : *texts) {
+    if (text.string() == nullptr) continue;
+    line += (line.empty() ? "" : ", ") + printable(*text.string());
+  }
+  return line;
+}
+
+bool configurationIsBroken(const Dictionary& health) {
+  const Dictionary* configuration = health.dictionary("configuration");
+  return configuration != nullptr && !joined(configuration->array("problems")).empty();
+}
+
+// How the file compares with what is in force, as far as the daemon was made to read it.
+std::string describeConfiguration(const Dictionary& configuration) {
+  const std::string problems = joined(configuration.array("problems"));
+  if (!problems.empty()) return "not read again, the one before stays: " + problems;
+  const std::string waiting = joined(configuration.array("awaitingRestart"));
+  const std::string* read = configuration.string("read");
+  return "read " + (read != nullptr ? printable(*read) : std::string()) +
+         (waiting.empty() ? ""
+                          : "; a restart (systemctl restart paddockd) is needed for " + waiting);
+}
+
 std::string describeRun(const RunInSight& run) {
   const std::string parts = pushedWords(run.run.mask);
   return parts + (run.status ? ", " + progressText(readRunStatus(*run.status), {}) : "") +
@@ -123,6 +149,8 @@ void printText(const Session& session, const Dictionary& health, const std::vect
   rows.push_back({"daemon", (state != nullptr ? printable(*state) : "answers") +
                                 (version != nullptr ? ", version " + printable(*version) : "") +
                                 ", " + printable(session.daemon.socketPath())});
+  if (const Dictionary* configuration = health.dictionary("configuration"))
+    rows.push_back({"configuration", describeConfiguration(*configuration)});
   for (const Plugin& plugin : plugins) {
     const std::string told = plugin.state ? ", state " + printable(plugin.state->text) : "";
     const char* noun = plugin.operations == 1 ? " operation" : " operations";
@@ -193,7 +221,7 @@ ExitStatus showStatus(const Session& session) {
   } else {
     printText(session, health, plugins, directory, runs);
   }
-  bool good = directory.isGood();
+  bool good = directory.isGood() && !configurationIsBroken(health);
   for (const Plugin& plugin : plugins) good = good && (!plugin.state || plugin.state->good);
   return good ? ExitStatus::done : ExitStatus::failed;
 }

@@ -90,7 +90,7 @@ void copyAll(int from, std::ostream& out) {
 
 ExitStatus runTreeProgram(const Session& session, const std::string& place,
                           const std::vector<std::string>& arguments) {
-  if (::geteuid() != 0) throw failure("only root can be told that: run keelhouse as root");
+  if (::geteuid() != 0) throw failure("only root can run " + session.root + place);
   const std::string program = session.root + place;
   requireTrusted(program);
   std::array<int, 2> ends{};

@@ -1,5 +1,5 @@
-// A program of the tree that keelhouse works in, run for what only it can tell. Such programs read
-// what is everybody's to keep secret, so they take root; the daemon has no operation for it.
+// A program of the tree that keelhouse works in, run where no daemon can be asked to run it. Such
+// programs read what is everybody's to keep secret, so they take root.
 #pragma once
 
 #include <string>

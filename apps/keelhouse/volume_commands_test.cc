@@ -48,12 +48,11 @@ TEST_F(VolumeCommands, quotaShowReportsAStatusAndAnError) {
   answerQuotas(R"({"isEnabled":false})", 5);
   EXPECT_EQ(run({"quota", "show", "/"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(
-      error_,
-      StartsWith("keelhouse: the quotas of / cannot be read: Input/output error (status 5)"));
+  EXPECT_THAT(error_,
+              StartsWith("keelhouse: the quotas of / cannot be read: Input/output error (EIO, 5)"));
   answerQuotas(R"({"quotaError":"FILE_NOT_FOUND_ERR"})");
   EXPECT_EQ(run({"quota", "show", "/"}), 1);
-  EXPECT_THAT(error_, HasSubstr("cannot be read: FILE_NOT_FOUND_ERR\n"));
+  EXPECT_THAT(error_, HasSubstr("cannot be read (FILE_NOT_FOUND_ERR, 100056)\n"));
   answerQuotas("{}");
   EXPECT_EQ(run({"quota", "show", "/"}), 1);
   EXPECT_THAT(error_, HasSubstr("says nothing of the quotas of /"));
@@ -87,8 +86,8 @@ TEST_F(VolumeCommands, quotaOnSaysThatItFailed) {
   answerSwitched(R"({"isEnabled":false})", 100080);
   EXPECT_EQ(run({"quota", "on", "/"}), 1);
   EXPECT_EQ(out_, "");
-  EXPECT_THAT(error_, StartsWith("keelhouse: the quotas of / cannot be switched on: "
-                                 "CANNOT_SET_QUOTA_STATE_ERR (status 100080)\nThe volume or the "
+  EXPECT_THAT(error_, StartsWith("keelhouse: the quotas of / cannot be switched on "
+                                 "(CANNOT_SET_QUOTA_STATE_ERR, 100080)\nThe volume or the "
                                  "kernel may keep no quotas."));
   answerSwitched(R"({"isEnabled":false})");
   EXPECT_EQ(run({"quota", "on", "/"}), 1);
@@ -140,7 +139,7 @@ TEST_F(VolumeCommands, indexOnSaysThatItDidNotComeOn) {
   answerShare(R"({"isShared":true,"isIndexingEnabled":false})");
   answerChanged(R"({"isShared":true})", 100076);
   EXPECT_EQ(run({"index", "on", "/srv/a"}), 1);
-  EXPECT_THAT(error_, HasSubstr("(status 100076)"));
+  EXPECT_THAT(error_, HasSubstr(", 100076)"));
 }
 
 TEST_F(VolumeCommands, indexSaysThatTheReplyDoesNotTell) {

@@ -90,10 +90,10 @@ TEST_F(KeelhousePrivileges, UnknownNamesChangeNothing) {
   const EndedProgram ended =
       keelhouse({"privs", "set", path_, "--owner", "no-such-zoe", "--mode", "700"});
   EXPECT_EQ(ended.status, 1);
-  EXPECT_THAT(ended.error, HasSubstr("USER_NOT_FOUND_ERR (status 100050)\n"));
+  EXPECT_THAT(ended.error, HasSubstr("(USER_NOT_FOUND_ERR, 100050)\n"));
   EXPECT_EQ(attributes().st_mode & 07777U, 0755U);
   EXPECT_THAT(keelhouse({"privs", "set", path_, "--group", "no-such-zoes"}).error,
-              HasSubstr("GROUP_NOT_FOUND_ERR (status 100051)\n"));
+              HasSubstr("(GROUP_NOT_FOUND_ERR, 100051)\n"));
 }
 
 TEST_F(KeelhousePrivileges, WhatIsNotThereIsSaid) {
@@ -190,7 +190,7 @@ TEST_F(KeelhousePrivileges, MoreEntriesThanTheFileSystemHoldsAreRefused) {
   for (int count = 0; count < 1001; ++count) words.emplace_back("allow user:nobody read");
   const EndedProgram ended = keelhouse(words);
   EXPECT_EQ(ended.status, 1);
-  EXPECT_THAT(ended.error, HasSubstr("ACL_VALIDATION_ERR (status 100073)"));
+  EXPECT_THAT(ended.error, HasSubstr("(ACL_VALIDATION_ERR, 100073)"));
   EXPECT_THAT(done({"acl", "show", path_}), HasSubstr("user:root"));
 }
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "integration/keelhouse_fixture.h"
@@ -10,6 +11,7 @@ namespace paddock::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -53,7 +55,7 @@ TEST_F(Keelhouse, ReportsANameThatAnotherShareHas) {
   ASSERT_EQ(keelhouse({"share", "add", second}).status, 0);
   const auto renamed = keelhouse({"share", "set", second, "--name", "a"});
   EXPECT_EQ(renamed.status, 1);
-  EXPECT_THAT(renamed.error, HasSubstr("CANNOT_SAVE_SHARE_POINT_ERR (status 100076)\n"));
+  EXPECT_THAT(renamed.error, HasSubstr("(CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n  error: "));
 }
 
 TEST_F(Keelhouse, SendsBackWhatItReads) {
@@ -106,7 +108,7 @@ TEST_F(Keelhouse, SetsAPasswordThatAuthenticates) {
   EXPECT_EQ(keelhouse(list, "s3cret\n").output, "root\n");
   const auto refused = keelhouse(list, "wrong\n");
   EXPECT_EQ(refused.status, 1);
-  EXPECT_THAT(refused.error, HasSubstr("Permission denied (status 13)"));
+  EXPECT_THAT(refused.error, HasSubstr("Permission denied (EACCES, 13)"));
   EXPECT_THAT(tree_.read("/var/log/paddock/audit.jsonl"), Not(HasSubstr("s3cret")));
   EXPECT_THAT(daemon_->log(), Not(HasSubstr("s3cret")));
 }
@@ -117,6 +119,35 @@ TEST_F(Keelhouse, TellsOfTheDaemon) {
   EXPECT_THAT(status.output, HasSubstr("plug-in paddock_directory  "));
   EXPECT_THAT(status.output, HasSubstr("node /Local                writable, "));
   EXPECT_THAT(status.output, HasSubstr("node /System               readable, "));
+}
+
+TEST_F(Keelhouse, TellsWhichConfigurationIsNotInForce) {
+  EXPECT_THAT(keelhouse({"status"}).output, ContainsRegex("configuration +read 20"));
+  tree_.configure("[indexing]\ncommand = [\"/bin/true\"]\n");
+  daemon_->signal(SIGHUP);
+  ASSERT_TRUE(eventually([this] {
+    return keelhouse({"status"}).output.find("is needed for indexing.command\n") !=
+           std::string::npos;
+  }));
+  EXPECT_EQ(keelhouse({"status"}).status, 0);
+  tree_.configure("bogus\n");
+  daemon_->signal(SIGHUP);
+  ASSERT_TRUE(eventually([this] {
+    return keelhouse({"status"}).output.find("not read again, the one before stays: ") !=
+           std::string::npos;
+  }));
+  EXPECT_EQ(keelhouse({"status"}).status, 1);
+  EXPECT_THAT(keelhouse({"status"}).output, HasSubstr("paddockd.toml:1: "));
+}
+
+TEST_F(Keelhouse, PrintsWhatTheDaemonLoggedOfItsOwnFailedRequest) {
+  std::filesystem::create_directories(tree_.path("/etc/exports"));
+  const auto refused = keelhouse({"share", "add", makeFolder("a"), "--nfs", "*(ro)"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.error, ContainsRegex("^keelhouse: [^\n]*\\([A-Z_]+, [0-9]+\\)\n  error: "));
+  EXPECT_THAT(refused.error, HasSubstr(tree_.path("/etc/exports")));
+  // Nothing beneath what it refuses by itself.
+  EXPECT_THAT(keelhouse({"share", "show", folder_.path("b")}).error, Not(HasSubstr("  error: ")));
 }
 
 TEST_F(Keelhouse, CannotReachADaemonThatHasEnded) {

@@ -165,7 +165,7 @@ TEST_F(KeelhouseQuota, CannotBeSwitchedOnWhereTheKernelKeepsNone) {
     withDaemon([&] {
       const EndedProgram ended = keelhouse({"quota", "on", volume_});
       EXPECT_EQ(ended.status, 1);
-      EXPECT_THAT(ended.error, HasSubstr("CANNOT_SET_QUOTA_STATE_ERR (status 100080)\n"));
+      EXPECT_THAT(ended.error, HasSubstr("(CANNOT_SET_QUOTA_STATE_ERR, 100080)\n"));
     });
   });
 }
