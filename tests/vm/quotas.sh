@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The quotas of ext4 (built-in, and in a file of the kernel's) and of XFS are switched on and off
-# through the daemon; a user over the limit is stopped as long as they are on; the users that the
-# daemon lists after quotascan are those of repquota.
+# through the daemon; a user over the limit is stopped as long as they are on; what the daemon lists
+# is what repquota lists at that moment; limits that keelhouse sets are those that repquota shows, and
+# the other way round; a refused switch of keelhouse's leaves nothing behind.
 cd -- "$(dirname -- "$0")"
 # shellcheck source=tests/vm/guest_lib.sh
 . ./guest_lib.sh
@@ -73,14 +74,64 @@ print("off" if asked != 0 or not flags & 2 else "on")
 PYTHON
 }
 
-# compare_with_repquota VOLUME: every user but root, with KiB in use and KiB allowed.
+# compare_with_repquota VOLUME: every user but root, with KiB in use and KiB allowed, as both list them now.
 compare_with_repquota() {
   local ours theirs
-  quotascan -u "$1" >/dev/null
   ours=$(settings "$1" | jq -r '.usr[] | "\(.name) \(.used / 1024 | ceil) \(.limit / 1024)"' | sort)
   theirs=$(repquota -u "$1" | awk 'lines && NF > 4 && $1 != "root" { print $1, $3, $5 } /^-----/ { lines = 1 }' | sort)
   [ -n "$theirs" ] || fail "$1: repquota lists nobody"
-  expect "$theirs" "$ours" "$1: users after quotascan"
+  expect "$theirs" "$ours" "$1: users as they are listed"
+}
+
+# compare_kernel_with_repquota VOLUME -u|-g: name, bytes and files in use and their limits, without root.
+compare_kernel_with_repquota() {
+  local ours theirs key=users
+  [ "$2" = -u ] || key=groups
+  ours=$(keelhouse --json quota show "$1" | jq -r ".kernel.${key}[] | \"\(.name) \(.usedBytes / 1024 | ceil) \
+\(.softBytes / 1024) \(.hardBytes / 1024) \(.usedFiles) \(.softFiles) \(.hardFiles)\"" | sort)
+  theirs=$(repquota -vp "$2" "$1" |
+    awk 'lines && NF > 8 && $1 != "root" && $3 + $4 + $5 + $7 + $8 + $9 > 0 { print $1, $3, $4, $5, $7, $8, $9 }
+      /^-----/ { lines = 1 }' | sort)
+  [ -n "$theirs" ] || fail "$1: repquota $2 lists nobody"
+  expect "$theirs" "$ours" "$1: repquota $2"
+}
+
+# limits VOLUME -u|-g NAME: as repquota has them, "SOFT HARD" in KiB, then of files.
+limits() {
+  repquota -vp "$2" "$1" | awk -v name="$3" '$1 == name { print $4, $5, $8, $9 }'
+}
+
+# Limits that keelhouse sets, as repquota has them, and setquota's as keelhouse has them; what is listed is new
+# at once.
+limits_of_both() {
+  local volume=$1 said
+  keelhouse quota set "$volume" alice 1.5M 3MiB --files 10 none >/dev/null
+  expect "1536 3072 10 0" "$(limits "$volume" -u alice)" "$volume: alice's limits by repquota"
+  keelhouse quota set --volume "$volume" alice 500K 1G >/dev/null
+  expect "500 1048576 10 0" "$(limits "$volume" -u alice)" "$volume: without --files those of files stay"
+  keelhouse quota set "$volume" staff 2M 20M --group >/dev/null
+  expect "2048 20480 0 0" "$(limits "$volume" -g staff)" "$volume: the group's limits by repquota"
+  setquota -u bob 1000 0 0 7 "$volume"
+  setquota -g games 0 4096 3 0 "$volume"
+  # What XFS frees it frees a moment later.
+  rm -f "$volume/alice/file"
+  sync
+  sleep 2
+  compare_kernel_with_repquota "$volume" -u
+  compare_kernel_with_repquota "$volume" -g
+  runuser -u alice -- dd if=/dev/zero of="$volume/alice/new" bs=1k count=600 conv=fsync 2>/dev/null
+  said=$(keelhouse quota show "$volume")
+  [[ $said == *"alice"*"over the soft limit, 6 days left"* ]] || fail "$volume: no remark on alice: $said"
+  compare_kernel_with_repquota "$volume" -u
+  compare_with_repquota "$volume"
+  rm "$volume/alice/new"
+  sync
+  sleep 2
+  [[ $(keelhouse quota show "$volume") != *"over the soft limit"* ]] || fail "$volume: a remark that is stale"
+  keelhouse quota set "$volume" alice none none --files none none >/dev/null
+  expect "0 0 0 0" "$(limits "$volume" -u alice)" "$volume: alice without limits"
+  if keelhouse quota set "$volume" root 1M 2M >/dev/null 2>&1; then fail "$volume: root was limited"; fi
+  if keelhouse quota set "$volume" nobody-here 1M 2M >/dev/null 2>&1; then fail "$volume: nobody was limited"; fi
 }
 
 # loop_volume TYPE FOLDER MOUNT_OPTIONS [MKFS_ARGUMENTS...]
@@ -101,15 +152,17 @@ test_builtin_ext4() {
   compare_with_repquota /vol
   expect 1048576 "$(settings /vol | jq '.usr[] | select(.name == "alice") | .limit')" "alice's limit"
   expect 0 "$(settings /vol | jq '.usr[] | select(.name == "alice") | .free')" "what is left to alice"
+  limits_of_both /vol
 }
 
 test_xfs() {
-  loop_volume xfs /xfs ,uquota
+  loop_volume xfs /xfs ,uquota,gquota
   make_volume_of_alice /xfs
   xfs_quota -x -c 'limit -u bhard=1m alice' /xfs
   expect "true 0" "$(is_enabled /xfs)" "/xfs as it was mounted"
   switch_and_look /xfs
   compare_with_repquota /xfs
+  limits_of_both /xfs
 }
 
 # Quotas that the kernel keeps in aquota.user.
@@ -123,12 +176,27 @@ test_ext4_with_a_file() {
   compare_with_repquota /old
 }
 
+# refused_by_keelhouse VOLUME WHY: nothing is there afterwards that was not there before.
+refused_by_keelhouse() {
+  local before after said
+  sleep 2
+  before=$(ls -A "$1")
+  if said=$(keelhouse quota on "$1" 2>&1); then fail "$1 ($2): switched on: $said"; fi
+  [[ $said == *CANNOT_SET_QUOTA_STATE_ERR* ]] || fail "$1 ($2): $said"
+  # The checker that was started meanwhile ends without a file.
+  sleep 2
+  after=$(ls -A "$1")
+  expect "$before" "$after" "$1 ($2): what keelhouse's refused switch leaves"
+}
+
 # refused VOLUME WHY
 refused() {
+  refused_by_keelhouse "$@"
   expect "false 0" "$(is_enabled "$1")" "$1 ($2)"
   expect 100080 "$(switch "$1" true)" "$1 ($2): switching on"
   [ -e "$1/.quota.ops.user" ] || fail "$1 ($2): no marker"
   expect "false 0" "$(is_enabled "$1")" "$1 ($2) after the refusal"
+  refused_by_keelhouse "$@"
 }
 
 test_volumes_without_quotas() {
@@ -157,6 +225,7 @@ test_restart_and_family() {
 }
 
 useradd alice
+useradd bob
 install_and_start
 test_builtin_ext4
 test_xfs
