@@ -5,6 +5,7 @@
 
 #include "keelhouse/acl_changes.h"
 #include "keelhouse/acl_view.h"
+#include "keelhouse/denied_groups.h"
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/json_document.h"
@@ -56,6 +57,7 @@ ExitStatus write(const Session& session, const std::string& path, const WantedAc
   const Array& acl = aclOf(found, path);
   requireTakenOver(path, wanted, acl, isFolder(found), principals);
   print(session, path, acl, found, principals);
+  noteGroupDenials(session, path, acl);
   return ExitStatus::done;
 }
 
@@ -96,6 +98,7 @@ ExitStatus edit(const Session& session, const std::string& path, Principals& pri
     session.notes << "keelhouse: note: settings were changed again since; this is the ACL now\n";
   }
   print(session, path, acl, found, principals);
+  noteGroupDenials(session, path, acl);
   return ExitStatus::done;
 }
 
