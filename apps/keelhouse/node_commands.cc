@@ -18,6 +18,7 @@ namespace {
 Dictionary jsonOf(const Node& node) {
   Dictionary entry{{"path", node.path}, {"state", node.state}, {"milliseconds", node.milliseconds}};
   if (!node.error.empty()) entry.set("error", node.error);
+  if (!node.basis.empty()) entry.set("basis", node.basis);
   return entry;
 }
 
@@ -30,7 +31,8 @@ void printJson(const Session& session, const std::vector<Node>& nodes) {
 void printTable(const Session& session, const std::vector<Node>& nodes) {
   std::vector<std::vector<std::string>> rows = {{"NODE", "STATE", "MS", "ERROR"}};
   for (const Node& node : nodes) {
-    rows.push_back({printable(node.path), printable(node.state), std::to_string(node.milliseconds),
+    rows.push_back({printable(node.path), printable(describeState(node)),
+                    std::to_string(node.milliseconds),
                     node.error.empty() ? "-" : printable(node.error)});
   }
   session.out << formatTable(rows);

@@ -24,14 +24,21 @@ std::vector<Node> askNodes(const Session& session) {
     const Dictionary* entry = value.dictionary();
     if (entry == nullptr) continue;
     nodes.push_back({textOf(*entry, "path"), textOf(*entry, "state"), textOf(*entry, "error"),
-                     entry->integer("milliseconds").value_or(0)});
+                     entry->integer("milliseconds").value_or(0), textOf(*entry, "basis")});
   }
   return nodes;
 }
 
+std::string describeState(const Node& node) {
+  if (node.basis == "configured") return node.state + " (as configured)";
+  if (node.basis == "accepted") return node.state + " (it took a change)";
+  if (node.basis == "refused") return node.state + " (it refused a change)";
+  return node.state;
+}
+
 std::string describeNode(const Node& node) {
   const std::string time = std::to_string(node.milliseconds) + " ms";
-  return node.state + ", " + time + (node.error.empty() ? "" : ": " + node.error);
+  return describeState(node) + ", " + time + (node.error.empty() ? "" : ": " + node.error);
 }
 
 }  // namespace paddock::keelhouse

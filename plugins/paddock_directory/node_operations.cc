@@ -10,6 +10,7 @@
 #include "paddock/sys_logger.h"
 #include "paddock_directory/replies.h"
 #include "platform/directory_schema.h"
+#include "platform/linux/ldap_node.h"
 
 namespace paddock::nodes {
 
@@ -33,6 +34,7 @@ void ask(DirectoryService& directory, Clock& clock, const std::string& path, Dic
   node.set("milliseconds", millisecondsSince(start, clock));
   const bool writable = opened->getAttributeFirstValue(schema::kReadOnlyNode) == schema::kReadWrite;
   node.set("state", writable ? "writable" : "readable");
+  if (const auto basis = opened->getAttributeFirstValue(kWriteBasis)) node.set("basis", *basis);
 }
 
 Dictionary stateOf(DirectoryService& directory, Clock& clock, const std::string& path) {

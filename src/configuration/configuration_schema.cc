@@ -111,6 +111,7 @@ constexpr std::array kKeys{
     ConfigurationKey{"ldap", "ca_file", KeyKind::text, 0, 0, absolutePath},
     ConfigurationKey{"ldap", "bind_dn", KeyKind::text, 0, 0, notEmpty},
     ConfigurationKey{"ldap", "password_file", KeyKind::text, 0, 0, absolutePath},
+    ConfigurationKey{"ldap", "writable", KeyKind::boolean},
     ConfigurationKey{"ldap", "user_classes", KeyKind::textArray, 0, 0, ldapName},
     ConfigurationKey{"ldap", "user_name", KeyKind::text, 0, 0, ldapName},
     ConfigurationKey{"ldap", "user_id", KeyKind::text, 0, 0, ldapNameOrNone},

@@ -32,7 +32,9 @@ std::string textOf(const Dictionary& node, const char* key) {
 
 std::string describe(const Dictionary& node) {
   const std::string error = textOf(node, "error");
-  return textOf(node, "path") + ": " + textOf(node, "state") + ", " +
+  const std::string basis = textOf(node, "basis");
+  return textOf(node, "path") + ": " + textOf(node, "state") +
+         (basis == "configured" ? " (as configured), " : ", ") +
          std::to_string(node.integer("milliseconds").value_or(0)) + " ms" +
          (error.empty() ? "" : ": " + error);
 }

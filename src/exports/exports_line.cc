@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "exports/export_options.h"
+#include "exports/exports_entry.h"
 #include "exports/exports_tokens.h"
 
 namespace paddock {
@@ -138,8 +139,14 @@ bool readClients(ExportsTokens& tokens, Visitor visit) {
 // read until then is of no use.
 template <typename Visitor>
 bool readLine(std::string_view line, std::string& path, Visitor visit) {
-  if (line.empty() || goesOnInNextLine(line) || line.find('\n') != std::string_view::npos) {
-    return false;
+  if (line.empty()) return false;
+  std::string joined;
+  if (line.back() == '\\' || line.find('\n') != std::string_view::npos) {
+    joined = std::string(line) + '\n';
+    if (exportsEntryLength(joined) != joined.size()) return false;
+    joined = joinedExportsEntry(joined);
+    if (joined.ends_with('\n')) joined.pop_back();
+    line = joined;
   }
   ExportsTokens tokens(line);
   return tokens.next(kExportPathLimit, path) == ExportsTokens::Next::word && !pathFault(path) &&
@@ -218,15 +225,6 @@ std::optional<ExportsLine> readExportsLine(std::string_view line) {
   };
   if (!readLine(line, read.path, keep)) return std::nullopt;
   return read;
-}
-
-bool goesOnInNextLine(std::string_view line) {
-  if (line.empty() || line.back() != '\\') return false;
-  ExportsTokens tokens(line);
-  std::string word;
-  auto next = tokens.next(kExportPathLimit, word);
-  while (next == ExportsTokens::Next::word) next = tokens.next(kClientLimit, word);
-  return !tokens.atComment();
 }
 
 std::optional<std::string> readExportsPath(std::string_view line) {

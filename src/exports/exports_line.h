@@ -30,16 +30,12 @@ struct ExportsLine {
   friend bool operator==(const ExportsLine&, const ExportsLine&) = default;
 };
 
-// Reads a line, without the "\n" at its end. Absent for what is no complete export by itself: a
-// comment, a line that goes on in the next one (a backslash at its end) or that leaves a quote
-// open, a path that is not absolute or not UTF-8, anything that exportfs(8) reports as an error
-// of syntax. Default options are put before the options of each client that they apply to; a
-// line that names no client exports to "*", which is what the server does with it.
+// Reads an entry, without the "\n" at its end; it may go on over several lines (see
+// exports_entry.h). Absent for what is no complete export by itself: a comment, several entries,
+// one that leaves a quote open, a path that is not absolute or not UTF-8, anything that exportfs(8)
+// reports as an error of syntax. Default options are put before the options of each client that
+// they apply to; a line that names no client exports to "*", which is what the server does with it.
 std::optional<ExportsLine> readExportsLine(std::string_view line);
-
-// Whether the reader takes the next line as part of this one: a backslash at its end, outside a
-// comment.
-bool goesOnInNextLine(std::string_view line);
 
 // The path alone of a line that `readExportsLine` reads; absent for the others.
 std::optional<std::string> readExportsPath(std::string_view line);

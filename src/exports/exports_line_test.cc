@@ -99,8 +99,20 @@ TEST(ReadExportsLineTest, ACarriageReturnEndsAWord) {
   EXPECT_FALSE(readExportsLine("/srv/a \fb(ro)"));
 }
 
-TEST(ReadExportsLineTest, ALineThatGoesOnIsNoExportByItself) {
-  EXPECT_FALSE(readExportsLine("/srv/a b(ro) \\"));
+TEST(ReadExportsLineTest, AnEntryThatGoesOnIsReadToItsEnd) {
+  const ExportsLine two = {"/srv/a", {{"b", {"ro"}}, {"c", {"rw"}}}};
+  EXPECT_EQ(readExportsLine("/srv/a b(ro) \\\n  c(rw)"), two);
+  EXPECT_EQ(readExportsLine("/srv/a \\\n\tb(ro) \\\n\\\nc(rw) # \\"), two);
+  EXPECT_EQ(readExportsLine("\"/srv/a\"\\\nb(ro) \\\n c(rw) \\\n  "), two);
+  EXPECT_EQ(readExportsLine("/srv/a b(ro) \\"), oneClient("/srv/a", "b", {"ro"}))
+      << "the end of the file ends it";
+  EXPECT_EQ(readExportsLine("\"/srv/a\nb\" c(rw)"), oneClient("/srv/a\nb", "c", {"rw"}));
+}
+
+TEST(ReadExportsLineTest, TwoEntriesAreNoExport) {
+  EXPECT_FALSE(readExportsLine("/srv/a b(ro)\n/srv/c d(ro)"));
+  EXPECT_FALSE(readExportsLine("# a \\\n/srv/c d(ro)"));
+  EXPECT_FALSE(readExportsLine("/srv/a b(ro) # a \\\n/srv/c d(ro)"));
 }
 
 TEST(ReadExportsLineTest, WhatIsNoExport) {
@@ -263,15 +275,6 @@ TEST(ExportsNetworkTest, AnAddressWithAPrefixOrAMask) {
 TEST(ExportsNetworkTest, TheHostsThatNameASecurityFlavourAreNoNetworks) {
   EXPECT_FALSE(exportsLineFault({"/srv/a", {{"gss/krb5p", {"ro"}}}}));
   EXPECT_TRUE(exportsLineFault({"/srv/a", {{"gss/other", {"ro"}}}}));
-}
-
-TEST(GoesOnInNextLineTest, ABackslashAtTheEndOutsideAComment) {
-  for (const char* line : {"\\", "/srv/a \\", "/srv/a *(ro) \\", "/srv/a#b\\"}) {
-    EXPECT_TRUE(goesOnInNextLine(line)) << line;
-  }
-  for (const char* line : {"", "/srv/a", "# old \\", "/srv/a *(ro) # old \\"}) {
-    EXPECT_FALSE(goesOnInNextLine(line)) << line;
-  }
 }
 
 TEST(ReadExportsLineTest, ABackslashAtACommentsEndIsPartOfTheComment) {

@@ -9,15 +9,11 @@ namespace {
 constexpr std::string_view kBlanks = " \t";
 constexpr std::size_t kEscapeLength = 4;
 
-bool isSpace(char character) {
-  return character == ' ' || (character >= '\t' && character <= '\r');
-}
-
 // How many characters stand before the first quote, backslash or white space.
 std::size_t plainLength(std::string_view text) {
   std::size_t length = 0;
   while (length < text.size() && text[length] != '"' && text[length] != '\\' &&
-         !isSpace(text[length])) {
+         !isExportsSpace(text[length])) {
     ++length;
   }
   return length;
@@ -27,7 +23,11 @@ bool isOctal(char character, char highest) { return character >= '0' && characte
 
 }  // namespace
 
-bool ExportsTokens::append(char character, std::size_t limit, std::string& word) {
+bool isExportsSpace(char character) {
+  return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+bool appendExportsCharacter(char character, std::size_t limit, std::string& word) {
   // The escape's own characters take up room until it is complete.
   if (word.size() > limit) return false;
   word += character;
@@ -49,7 +49,7 @@ ExportsTokens::Next ExportsTokens::next(std::size_t limit, std::string& word) {
   if (rest_.empty() || rest_.front() == '#' || rest_ == "\r") return Next::end;
   // Most words hold neither quotes nor escapes, and are what stands there.
   std::size_t at = plainLength(rest_);
-  const bool plain = at == rest_.size() || isSpace(rest_[at]);
+  const bool plain = at == rest_.size() || isExportsSpace(rest_[at]);
   if (plain) {
     word = rest_.substr(0, at);
     rest_.remove_prefix(std::min(at + 1, rest_.size()));
@@ -57,10 +57,10 @@ ExportsTokens::Next ExportsTokens::next(std::size_t limit, std::string& word) {
   }
   bool quoted = false;
   at = 0;
-  for (; at < rest_.size() && (quoted || !isSpace(rest_[at])); ++at) {
+  for (; at < rest_.size() && (quoted || !isExportsSpace(rest_[at])); ++at) {
     if (rest_[at] == '"') {
       quoted = !quoted;
-    } else if (!append(rest_[at], limit, word)) {
+    } else if (!appendExportsCharacter(rest_[at], limit, word)) {
       return Next::fault;
     }
   }

@@ -1,4 +1,5 @@
-// The words of an exports line, cut as nfs-utils cuts them. Internal to exports_line.cc.
+// The words of an exports line, cut as nfs-utils cuts them. Internal to exports_line.cc and
+// exports_entry.cc.
 #pragma once
 
 #include <string>
@@ -8,6 +9,12 @@ namespace paddock {
 
 inline constexpr std::size_t kExportPathLimit = 1024;  // bytes
 inline constexpr std::size_t kClientLimit = 511;       // bytes of a client with its options
+
+// Whether the character ends a word that is not quoted.
+bool isExportsSpace(char character);
+
+// Appends a character the way nfs-utils fills its buffer; false when the buffer is full.
+bool appendExportsCharacter(char character, std::size_t limit, std::string& word);
 
 class ExportsTokens {
  public:
@@ -20,13 +27,7 @@ class ExportsTokens {
   // had begun (an empty quoted word, a control character that is white space).
   Next next(std::size_t limit, std::string& word);
 
-  // Whether a comment is what stands next.
-  bool atComment() const { return !rest_.empty() && rest_.front() == '#'; }
-
  private:
-  // Appends a character the way nfs-utils fills its buffer; false when the buffer is full.
-  static bool append(char character, std::size_t limit, std::string& word);
-
   std::string_view rest_;
 };
 

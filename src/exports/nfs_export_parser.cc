@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
-#include <functional>
 #include <iterator>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "base/text.h"
-#include "exports/exports_line.h"
+#include "exports/exports_entry.h"
+#include "exports/replaced_exports.h"
 #include "platform/services.h"
 #include "platform/text_file.h"
 
@@ -19,10 +19,30 @@ namespace paddock {
 namespace {
 
 constexpr std::string_view kWhitespaceAndNewlines = " \t\n\r\v\f";
+constexpr std::string_view kBlanksAndLineBreaks = " \t\n";
 constexpr const char* kCopySuffix = ".before-paddock";
+constexpr int kAttempts = 5;
 
 bool beginsWith(std::string_view line, std::string_view prefix) {
   return line.substr(0, prefix.size()) == prefix;
+}
+
+bool isMarker(std::string_view line) {
+  return beginsWith(line, kBeginMarker) || beginsWith(line, kEndMarker);
+}
+
+// The line at the beginning of the text: one entry, or a marker. To exportfs a marker is a comment,
+// which ends the entry before it.
+std::string_view firstLine(std::string_view text) {
+  const std::string_view entry = text.substr(0, exportsEntryLength(text));
+  std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
+  if (isMarker(text)) return text.substr(0, end);
+  while (end < entry.size()) {
+    const std::string_view rest = entry.substr(end);
+    if (isMarker(rest.substr(std::min(rest.find_first_not_of(" \t"), rest.size())))) break;
+    end += std::min(rest.find('\n'), rest.size() - 1) + 1;
+  }
+  return text.substr(0, end);
 }
 
 bool isBlank(std::string_view text) {
@@ -51,39 +71,95 @@ std::unique_ptr<NFSExportParser> NFSExportParser::parserWithFile(std::string pat
 
 bool NFSExportParser::readFile() {
   try {
-    std::string text;
-    if (services().textFiles->read(file(), text) != 0 || !isValidUtf8(text)) return false;
-    readLines(text);
-    knowsFile_ = true;
-    return true;
+    return load();
   } catch (const std::exception&) {
     return false;
   }
 }
 
+bool NFSExportParser::readFileIfChanged() {
+  try {
+    return loadUnlessKnown();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool NFSExportParser::load() {
+  std::string text;
+  FileIdentity identity;
+  if (services().textFiles->read(file(), text, identity) != 0 || !isValidUtf8(text)) return false;
+  readLines(text);
+  changes_.clear();
+  // A file that was put in the place of the one that we made is somebody else's.
+  if (text != known_) createdFile_ = false;
+  know(std::move(text), identity);
+  return true;
+}
+
+bool NFSExportParser::loadUnlessKnown() {
+  if (!knowsFile_) return loadAndRepeatChanges();
+  FileIdentity present;
+  const int error = services().textFiles->identify(file(), present);
+  if (error == 0 && identity_.settled && present.isSameState(identity_)) return true;
+  std::string text;
+  if (services().textFiles->read(file(), text, present) != 0) return false;
+  if (text != known_) return loadAndRepeatChanges();
+  identity_ = present;
+  return true;
+}
+
+bool NFSExportParser::loadAndRepeatChanges() {
+  const std::vector<Change> changes = changes_;
+  if (!load()) return false;
+  for (const Change& change : changes) apply(change);
+  changes_ = changes;
+  return true;
+}
+
+void NFSExportParser::apply(const Change& change) {
+  if (const auto* path = std::get_if<std::string>(&change)) {
+    lineArray_.removeAllWithPath(*path);
+    return;
+  }
+  const auto& record = std::get<NFSExportRecordPtr>(change);
+  lineArray_.removeAllWithPath(record->path());
+  lineArray_.insertFirst(record);
+}
+
+void NFSExportParser::know(std::string text, const FileIdentity& identity) {
+  known_ = std::move(text);
+  identity_ = identity;
+  knowsFile_ = true;
+}
+
 void NFSExportParser::readLines(std::string_view text) {
   lineArray_.clear();
   bool inBlock = false;
-  bool continued = false;
-  while (true) {
-    const std::size_t start = text.find_first_not_of(kWhitespaceAndNewlines);
-    if (start == std::string_view::npos) return;
-    text.remove_prefix(start);
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(end);
-    const bool goesOn = goesOnInNextLine(line);
+  // Lines of other white space stay for what stands behind them.
+  std::vector<std::string> blankLines;
+  const auto appendBlankLines = [&] {
+    for (std::string& line : blankLines) lineArray_.append(std::move(line));
+    blankLines.clear();
+  };
+  while (!isBlank(text)) {
+    text.remove_prefix(text.find_first_not_of(kBlanksAndLineBreaks));
+    const std::string_view line = firstLine(text);
+    text.remove_prefix(line.size());
     if (beginsWith(line, kBeginMarker)) {
       inBlock = true;
     } else if (beginsWith(line, kEndMarker)) {
       inBlock = false;
-    } else if (inBlock) {
-      lineArray_.append(continued ? NFSExportRecord::recordWithKeptLine(line)
-                                  : NFSExportRecord::recordWithNfsExportFileLine(line));
+    } else if (!inBlock && isBlank(line)) {
+      blankLines.emplace_back(line);
     } else {
-      lineArray_.append(std::string(line) + '\n');
+      appendBlankLines();
+      if (inBlock) {
+        lineArray_.append(NFSExportRecord::recordWithNfsExportFileLine(line));
+      } else {
+        lineArray_.append(std::string(line) + (line.ends_with('\n') ? "" : "\n"));
+      }
     }
-    continued = goesOn;
   }
 }
 
@@ -115,61 +191,86 @@ std::string NFSExportParser::textWithBoundaries() {
   };
   const Scope scope(lineArray_, insertBoundaries());
   std::string text;
-  for (const auto& element : lineArray_.elements()) appendTextOf(element, text);
+  std::size_t above = 0;
+  for (const auto& element : lineArray_.elements()) {
+    std::size_t line = text.size();
+    appendTextOf(element, text);
+    if (line == text.size()) continue;
+    // What ended the entry above, a marker or the end of the file, is not there any more.
+    const bool runsOn = takesNextLine(std::string_view(text).substr(above, line - above));
+    if (runsOn && !isMarker(std::string_view(text).substr(line))) text.insert(line++, 1, '\n');
+    above = line;
+  }
   return text;
 }
 
-// What was added while there was no file goes to the top of the one that has come.
-bool NFSExportParser::takeOverUnreadFile() {
-  std::vector<NFSExportRecordPtr> added;
-  for (const auto& element : lineArray_.elements()) {
-    if (const auto* record = std::get_if<NFSExportRecordPtr>(&element)) added.push_back(*record);
+bool NFSExportParser::writeFile() { return write(false) == WriteResult::written; }
+
+bool NFSExportParser::writeFileKeepingOthersChanges() {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    readFileIfChanged();
+    const WriteResult result = write(true);
+    if (result != WriteResult::fileChanged) return result == WriteResult::written;
   }
-  if (!readFile()) return false;
-  std::reverse(added.begin(), added.end());
-  for (const auto& record : added) addOrReplaceExport(record);
-  return true;
+  return writeFile();
 }
 
-bool NFSExportParser::writeFile() {
-  if (file().empty()) return false;
+NFSExportParser::WriteResult NFSExportParser::write(bool unlessFileChanged) {
+  if (file().empty()) return WriteResult::failed;
   std::string present;
-  const int error = services().textFiles->read(file(), present);
+  FileIdentity identity;
+  const int error = services().textFiles->read(file(), present, identity);
   if (error == ENOENT) {
     const std::string text = textWithBoundaries();
-    if (isBlank(text) || !replace(text)) return false;
-    knowsFile_ = createdFile_ = true;
-    return true;
+    if (isBlank(text)) {
+      changes_.clear();  // there is nothing that a file would have to say
+      return WriteResult::failed;
+    }
+    const WriteResult result = replace(text, nullptr);
+    createdFile_ = createdFile_ || result == WriteResult::written;
+    return result;
   }
-  if (error != 0 || !isValidUtf8(present)) return false;
-  if (!knowsFile_ && !takeOverUnreadFile()) return false;
+  if (error != 0 || !isValidUtf8(present)) return WriteResult::failed;
+  if (!knowsFile_ && !loadAndRepeatChanges()) return WriteResult::failed;
+  if (unlessFileChanged && present != known_) return WriteResult::fileChanged;
   const std::string text = textWithBoundaries();
-  return text == present || write(text, present);
-}
-
-bool NFSExportParser::replace(const std::string& text) {
-  if (services().textFiles->replace(file(), text) != 0) return false;
-  written_ = std::hash<std::string>()(text);
-  return true;
-}
-
-bool NFSExportParser::write(const std::string& text, const std::string& present) {
-  // A file that was put in the place of the one that we made is somebody else's.
-  if (createdFile_ && std::hash<std::string>()(present) != written_) createdFile_ = false;
-  if (!createdFile_) {
-    const int error = services().textFiles->copyOnce(file(), file() + kCopySuffix);
-    if (error != 0 && error != EEXIST) return false;
+  if (text == present) {
+    know(text, identity);
+    changes_.clear();
+    return WriteResult::written;
   }
-  return replace(text);
+  if (present != known_) createdFile_ = false;
+  if (!keepFirstCopy()) return WriteResult::failed;
+  return replace(text, unlessFileChanged ? &identity : nullptr);
+}
+
+NFSExportParser::WriteResult NFSExportParser::replace(const std::string& text,
+                                                      const FileIdentity* expected) {
+  TextFiles::Replacement replacement;
+  const int error = services().textFiles->replaceKeeping(file(), text, expected, replacement);
+  if (error == ESTALE) return WriteResult::fileChanged;
+  // Also after an error: the file may have given way already.
+  if (replacement.gaveWay) keepIfOthersChangedIt(*replacement.gaveWay, file(), known_, text);
+  if (error != 0) return WriteResult::failed;
+  know(text, replacement.written);
+  changes_.clear();
+  return WriteResult::written;
+}
+
+bool NFSExportParser::keepFirstCopy() {
+  if (createdFile_) return true;
+  const int error = services().textFiles->copyOnce(file(), file() + kCopySuffix);
+  return error == 0 || error == EEXIST;
 }
 
 void NFSExportParser::addOrReplaceExport(const NFSExportRecordPtr& record) {
   if (!record) return;
-  removeExportWithPath(record->path());
-  lineArray_.insertFirst(record);
+  changes_.emplace_back(record);
+  apply(changes_.back());
 }
 
 void NFSExportParser::removeExportWithPath(const std::string& path) {
+  changes_.emplace_back(path);
   lineArray_.removeAllWithPath(path);
 }
 

@@ -2,14 +2,19 @@
 // boundary comments.
 //
 // Every line outside the block is kept as it was read, but for blank lines, which are dropped,
-// and indentation, which is cut off. White space here is the six ASCII characters blank, tab,
-// line feed, carriage return, vertical tab and form feed. Only "\n" ends a line.
+// and indentation, which is cut off. Only "\n" ends a line. An entry that goes on over several
+// lines is one line, with the blank line that ends it (see exports_entry.h). Blank lines and
+// indentation are blanks, tabs and line feeds: any other white space ends exportfs's reading of the
+// file, so that what stands behind it would come to be exported if it were dropped. Of a file's end
+// all six ASCII white space characters are dropped.
 //
 // Safety. The file as it was before its first change is kept beside it, as FILE.before-paddock.
 // A file that is there but cannot be read (not UTF-8, no permission, above 64 MiB) is never
 // written over. A parser that has neither read nor written its file takes over the lines of one
 // that has appeared meanwhile before it writes. Writing what is in the file already leaves the
-// file alone, its time of change included.
+// file alone, its time of change included. A file that is written over although it is not what was
+// last read or written, or that somebody still has open for writing, is kept (see
+// replaced_exports.h).
 //
 // Not safe from two threads at once: callers hold the module's request lock.
 #pragma once
@@ -19,11 +24,13 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "exports/export_line_array.h"
 #include "exports/nfs_export_record.h"
 #include "paddock/configuration_parser.h"
+#include "platform/text_file.h"
 
 namespace paddock {
 
@@ -44,8 +51,15 @@ class NFSExportParser : public ConfigurationParser {
   // UTF-8; the lines are then as they were. An exception gives false too, and may leave a part of
   // the lines.
   bool readFile() override;
-  // The same when the file was neither read nor written yet; otherwise nothing, and true.
-  bool readFileUnlessKnown() { return knowsFile_ || readFile(); }
+  // The same when the file is not what was last read or written, by its identity, size and times:
+  // what was added and removed and not written yet is then added and removed again. Otherwise
+  // nothing, and true.
+  bool readFileIfChanged();
+  // Whether something was added or removed that is not in the file.
+  bool hasUnwrittenChanges() const { return !changes_.empty(); }
+  // `writeFile`, once the file is what was last read or written: as long as it is found changed it
+  // is read as `readFileIfChanged` does, a few times at most.
+  bool writeFileKeepingOthersChanges();
   // Replaces the file with the lines, the boundary comments around the exports. False, with the
   // file as it was, when that failed, and when there is neither a file nor anything to write.
   // The lines are the same afterwards.
@@ -75,19 +89,30 @@ class NFSExportParser : public ConfigurationParser {
   // Where the boundary comments stand; none without an export.
   using Boundaries = std::vector<ExportLineArray::Position>;
 
+  // An export that was added, or the path of those that were removed.
+  using Change = std::variant<NFSExportRecordPtr, std::string>;
+  enum class WriteResult { written, failed, fileChanged };
+
   explicit NFSExportParser(std::string path) : ConfigurationParser(std::move(path)) {}
 
   Boundaries insertBoundaries();
   void readLines(std::string_view text);
   std::string textWithBoundaries();
-  bool takeOverUnreadFile();
-  bool replace(const std::string& text);
-  bool write(const std::string& text, const std::string& present);
+  bool load();
+  bool loadUnlessKnown();
+  bool loadAndRepeatChanges();
+  void apply(const Change& change);
+  WriteResult write(bool unlessFileChanged);
+  WriteResult replace(const std::string& text, const FileIdentity* expected);
+  bool keepFirstCopy();
+  void know(std::string text, const FileIdentity& identity);
 
   ExportLineArray lineArray_;
-  bool knowsFile_ = false;    // the file was read or written
-  bool createdFile_ = false;  // there was nothing to keep a copy of
-  std::size_t written_ = 0;   // hash of the text that was written last
+  std::vector<Change> changes_;  // since the file was last read or written
+  bool knowsFile_ = false;       // the file was read or written
+  bool createdFile_ = false;     // there was nothing to keep a copy of
+  std::string known_;            // what was read or written last
+  FileIdentity identity_;
 };
 
 }  // namespace paddock

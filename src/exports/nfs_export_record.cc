@@ -3,6 +3,8 @@
 #include <atomic>
 #include <utility>
 
+#include "exports/exports_entry.h"
+
 namespace paddock {
 
 namespace {
@@ -53,6 +55,11 @@ NFSExportClient clientOf(const Value& value) {
   return {host == nullptr ? std::string() : *host, optionsOf(settings->find(kOptionsKey))};
 }
 
+bool isOneEntry(const std::string& line) {
+  if (line.find('\n') == std::string::npos) return !line.empty();
+  return exportsEntryLength(line + '\n') == line.size() + 1;
+}
+
 }  // namespace
 
 const std::string& NFSExportRecord::noPath() {
@@ -90,13 +97,6 @@ NFSExportRecordPtr NFSExportRecord::recordWithNfsExportFileLine(std::string_view
   return record;
 }
 
-NFSExportRecordPtr NFSExportRecord::recordWithKeptLine(std::string_view line) {
-  auto record = std::make_shared<NFSExportRecord>();
-  if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-  record->line_ = line;
-  return record;
-}
-
 NFSExportRecordPtr NFSExportRecord::recordWithDictionary(const Dictionary& settings) {
   auto record = std::make_shared<NFSExportRecord>();
   record->addAttributesFromDictionary(settings);
@@ -118,7 +118,7 @@ std::string NFSExportRecord::nfsExportFileLine() const {
 void NFSExportRecord::appendNfsExportFileLine(std::string& text) const {
   if (!line_ && !isValid()) return;
   const std::string& line = line_ ? *line_ : writeExportsLine(exportsLine());
-  if (line.empty() || line.find('\n') != std::string::npos) return;
+  if (!isOneEntry(line)) return;
   text += line;
   text += '\n';
 }

@@ -1,8 +1,9 @@
 // One line of the managed block of the exports file.
 //
 // A record is either an export (a path and its clients), or a line that is none by itself: a
-// comment, part of a continued line, something that nobody can read. The latter keeps its text,
-// has neither path nor clients, and is never found, changed or added.
+// comment, something that nobody can read. The latter keeps its text, has neither path nor clients,
+// and is never found, changed or added. A line here is one entry, with the line breaks in it when
+// it goes on over several lines.
 //
 // An export that was read from a line and not changed since is written back byte for byte, its
 // spacing, quotes and comment included; a changed or new one in the form of `writeExportsLine`.
@@ -43,8 +44,6 @@ class NFSExportRecord {
   // From one line as read, with or without the "\n" at its end. Never null; never throws for
   // the text's sake.
   static NFSExportRecordPtr recordWithNfsExportFileLine(std::string_view line);
-  // A line that is kept whatever it looks like, since it belongs to the line above it.
-  static NFSExportRecordPtr recordWithKeptLine(std::string_view line);
   static NFSExportRecordPtr recordWithDictionary(const Dictionary& settings);
 
   // The line as it is to be written, ending in "\n"; empty when the record cannot be a line.

@@ -54,8 +54,8 @@ TEST(NFSExportRecordTest, AnOptionThatOnlyTheFileKnowsCannotBeWrittenAnew) {
 }
 
 TEST(NFSExportRecordTest, ALineThatIsNoExportIsKeptByteForByte) {
-  for (const char* line : {"# a comment\n", "/srv/a b(ro) \\\n", "b(ro)\n", "/srv/a b(ro\n",
-                           "\"/srv\n", "###  [  begin\n", "- \xC3\xA9 \\040 \r\n"}) {
+  for (const char* line : {"# a comment\n", "# old \\\n", "b(ro)\n", "/srv/a b(ro\n", "\"/srv\n",
+                           "###  [  begin\n", "- \xC3\xA9 \\040 \r\n"}) {
     const auto record = NFSExportRecord::recordWithNfsExportFileLine(line);
     EXPECT_EQ(record->nfsExportFileLine(), line);
     EXPECT_EQ(record->path(), "");
@@ -65,10 +65,21 @@ TEST(NFSExportRecordTest, ALineThatIsNoExportIsKeptByteForByte) {
   }
 }
 
-TEST(NFSExportRecordTest, AKeptLineIsNotReadHoweverItLooks) {
-  const auto record = NFSExportRecord::recordWithKeptLine("/srv/a *(ro)\n");
+TEST(NFSExportRecordTest, AnEntryOfSeveralLinesIsOneLine) {
+  const std::string text = "/srv/a b(ro) \\\n  c(rw) \\\n\n";
+  const auto record = NFSExportRecord::recordWithNfsExportFileLine(text);
+  EXPECT_EQ(record->nfsExportFileLine(), text);
+  EXPECT_EQ(record->path(), "/srv/a");
+  EXPECT_EQ(record->clients().size(), 2U);
+  record->setClients({{"d", {"ro"}}});
+  EXPECT_EQ(record->nfsExportFileLine(), "/srv/a d(ro)\n");
+}
+
+TEST(NFSExportRecordTest, ALineOfSeveralEntriesIsNotWritten) {
+  const auto record =
+      NFSExportRecord::recordWithDictionary({{"line", "# mine\n/srv/secret *(rw)"}});
+  EXPECT_EQ(record->nfsExportFileLine(), "");
   EXPECT_EQ(record->path(), "");
-  EXPECT_EQ(record->nfsExportFileLine(), "/srv/a *(ro)\n");
 }
 
 TEST(NFSExportRecordTest, TheDictionaryFormIsAnExactInverse) {

@@ -22,6 +22,15 @@ NFSExportParser& shared_exports_parser() {
   return *parser;
 }
 
+void refresh_exports() {
+  NFSExportParser& parser = shared_exports_parser();
+  if (parser.hasUnwrittenChanges()) {
+    parser.readFile();
+  } else {
+    parser.readFileIfChanged();
+  }
+}
+
 Status get_export_record(const std::string& path, NFSExportRecordPtr& record) {
   record = shared_exports_parser().exportWithPath(path);
   return kSuccess;

@@ -13,6 +13,11 @@ namespace paddock {
 // kept for the life of the process. Callers hold the module's request lock.
 NFSExportParser& shared_exports_parser();
 
+// Brings the shared parser up to date at the start of a request and between requests: the file is
+// read again when it is not what was last read or written, and when something could not be written
+// to it, which is given up thereby.
+void refresh_exports();
+
 // Sets `record` to the shared parser's export of exactly this path, its own object, or to null.
 // Always 0.
 Status get_export_record(const std::string& path, NFSExportRecordPtr& record);

@@ -1,4 +1,5 @@
 // The operations that read the settings.
+#include "exports/shared_exports_parser.h"
 #include "handler/folder_state.h"
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
@@ -20,6 +21,8 @@ Status readVolumeQuotas(const std::string& path, Dictionary& settings) {
 // The first step that fails ends the chain; the steps behind it have empty dictionaries.
 Status readFolder(const std::string& path, Dictionary& settings) {
   settings.set(kPathKey, path);
+  // `get_share_point` sees the exports as they were last read.
+  refresh_exports();
   const Status status = readPrivilegesAndSharePoint(path, settings);
   if (status == kSuccess) return readVolumeQuotas(path, settings);
   settings.set(kVolumeQuotasKey, Dictionary());

@@ -1,9 +1,11 @@
 #include "handler/sharing_request_handler.h"
 
 #include <array>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
+#include "exports/shared_exports_parser.h"
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "store/backup_advertisement.h"
@@ -51,6 +53,13 @@ void advertise(NetServiceOwner& owner) {
   }
 }
 
+// The tick neither waits for the lock nor keeps a request waiting: a request that runs reads the
+// file itself.
+void followExportsFile() {
+  const std::unique_lock lock(*gSettingsDictLock, std::try_to_lock);
+  if (lock.owns_lock()) refresh_exports();
+}
+
 }  // namespace
 
 void SharingRequestHandler::initialize() {
@@ -86,6 +95,7 @@ Dictionary SharingRequestHandler::performOperation(std::string_view name,
 
 std::int64_t SharingRequestHandler::doIdleAtCount(std::uint64_t count) {
   if (count == kFirstTick) advertise(*this);
+  followExportsFile();
   return 0;
 }
 

@@ -35,8 +35,9 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
   std::vector<Operation> operations() const override;
   Dictionary performOperation(std::string_view name, const Dictionary& request) override;
 
-  // The first tick (`count` 1) advertises the backup share points; every other one does nothing.
-  // Always 0; what goes wrong is logged. Does not take the lock.
+  // The first tick (`count` 1) advertises the backup share points. Every tick reads an exports file
+  // that somebody changed again, unless a request is running. Always 0; what goes wrong is logged.
+  // Never waits for the lock.
   std::int64_t doIdleAtCount(std::uint64_t count) override;
 
   // The module runs no service of its own: these do nothing and return null.

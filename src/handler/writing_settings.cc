@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "exports/shared_exports_parser.h"
 #include "handler/folder_state.h"
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
@@ -138,6 +139,8 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
   std::uint64_t write = 0;
   {
     const std::lock_guard lock(*gSettingsDictLock);
+    // First, so that nothing of this request is based on an exports file of before.
+    refresh_exports();
     requireStateOfClient(path);
     write = ++gWrites;
     // Each step runs whatever became of the one before.

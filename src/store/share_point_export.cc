@@ -29,7 +29,7 @@ Status write_export(const std::shared_ptr<NFSExportRecord>& exportRecord) {
   if (!merged->isValid()) return CANNOT_SAVE_SHARE_POINT_ERR;
   merged->settleLine();
   parser.addOrReplaceExport(merged);
-  parser.writeFile();
+  parser.writeFileKeepingOthersChanges();
   return kSuccess;
 }
 

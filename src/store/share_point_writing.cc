@@ -41,11 +41,11 @@ Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
                          NetServiceOwner& handler) {
   Status overall = kSuccess;
   try {
-    // A parser whose first reading failed does not know the exports that go with a deletion.
-    shared_exports_parser().readFileUnlessKnown();
+    // What was written into the file by hand stays, and so do exports that go with a deletion.
+    refresh_exports();
     deleteMarked(sharePoints, credentials);
     writeOthers(sharePoints, credentials, overall);
-    shared_exports_parser().writeFile();
+    shared_exports_parser().writeFileKeepingOthersChanges();
     register_share_points_with_hailcast(handler);
     sync_share_point_services();
   } catch (...) {

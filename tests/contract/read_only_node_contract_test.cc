@@ -59,6 +59,7 @@ class ReadOnlyLdapSubject final : public LocalSubject {
   LdapOptions options() {
     LdapOptions options = slapd_.nodeOptions();
     options.bindDn = "cn=reader,dc=example";
+    options.writable = false;
     writeWholeFile(options.passwordFile, "reader's");
     options.accounts.guid = "description";
     return options;

@@ -264,6 +264,99 @@ TEST_P(TextFilesContract, RemovesNothingByANameThatNoFileHas) {
   EXPECT_EQ(contentsOf("a"), "x");
 }
 
+TEST_P(TextFilesContract, AFileThatIsChangedHasAnotherIdentity) {
+  makeFile("a", "one");
+  FileIdentity before;
+  ASSERT_EQ(files().read(path("a"), read_, before), 0);
+  EXPECT_EQ(before.size, 3U);
+  FileIdentity same;
+  ASSERT_EQ(files().identify(path("a"), same), 0);
+  EXPECT_TRUE(same.isSameState(before));
+  makeFile("a", "longer");
+  FileIdentity after;
+  ASSERT_EQ(files().identify(path("a"), after), 0);
+  EXPECT_FALSE(after.isSameState(before));
+  ASSERT_EQ(replace("a", "other!"), 0);
+  FileIdentity replaced;
+  ASSERT_EQ(files().identify(path("a"), replaced), 0);
+  EXPECT_FALSE(replaced.isSameState(after)) << "the size is the same, the file is not";
+  EXPECT_EQ(files().identify(path("missing"), after), ENOENT);
+}
+
+TEST_P(TextFilesContract, AnIdentityIsThatOfTheFileBehindALink) {
+  makeFile("a", "one");
+  makeLink("link", "a");
+  FileIdentity file;
+  FileIdentity link;
+  ASSERT_EQ(files().identify(path("a"), file), 0);
+  ASSERT_EQ(files().identify(path("link"), link), 0);
+  EXPECT_TRUE(link.isSameState(file));
+}
+
+TEST_P(TextFilesContract, HandsOverTheFileThatGaveWay) {
+  makeFile("a", "old");
+  {
+    TextFiles::Replacement replacement;
+    ASSERT_EQ(files().replaceKeeping(path("a"), "new", nullptr, replacement), 0);
+    ASSERT_TRUE(replacement.gaveWay);
+    EXPECT_EQ(replacement.gaveWay->contents(), "old");
+    EXPECT_FALSE(replacement.gaveWay->isOpenForWriting());
+    FileIdentity present;
+    ASSERT_EQ(files().identify(path("a"), present), 0);
+    EXPECT_TRUE(present.isSameState(replacement.written));
+  }
+  EXPECT_EQ(contentsOf("a"), "new");
+  EXPECT_EQ(subject_->objectCount(), 1U) << "it goes when it is not kept";
+}
+
+TEST_P(TextFilesContract, TheFileThatGaveWayIsKeptWhereNothingIs) {
+  makeFile("a", "old");
+  makeFile("taken", "mine");
+  {
+    TextFiles::Replacement replacement;
+    ASSERT_EQ(files().replaceKeeping(path("a"), "new", nullptr, replacement), 0);
+    EXPECT_EQ(replacement.gaveWay->keepAs(path("taken")), EEXIST);
+    EXPECT_EQ(replacement.gaveWay->keepAs(path("kept")), 0);
+  }
+  EXPECT_EQ(contentsOf("kept"), "old");
+  EXPECT_EQ(contentsOf("taken"), "mine");
+  EXPECT_EQ(subject_->objectCount(), 3U);
+}
+
+TEST_P(TextFilesContract, AFileThatIsNewTakesTheWayOfNone) {
+  TextFiles::Replacement replacement;
+  ASSERT_EQ(files().replaceKeeping(path("a"), "new", nullptr, replacement), 0);
+  EXPECT_FALSE(replacement.gaveWay);
+  EXPECT_EQ(contentsOf("a"), "new");
+  EXPECT_EQ(subject_->find("a")->mode, 0644U);
+}
+
+TEST_P(TextFilesContract, AFileThatIsNotTheExpectedOneStays) {
+  makeFile("a", "old");
+  FileIdentity expected;
+  ASSERT_EQ(files().identify(path("a"), expected), 0);
+  makeFile("a", "changed");
+  TextFiles::Replacement replacement;
+  EXPECT_EQ(files().replaceKeeping(path("a"), "new", &expected, replacement), ESTALE);
+  EXPECT_FALSE(replacement.gaveWay);
+  EXPECT_EQ(contentsOf("a"), "changed");
+  EXPECT_EQ(subject_->objectCount(), 1U);
+  ASSERT_EQ(files().identify(path("a"), expected), 0);
+  EXPECT_EQ(files().replaceKeeping(path("a"), "new", &expected, replacement), 0);
+  EXPECT_EQ(contentsOf("a"), "new");
+}
+
+TEST_P(TextFilesContract, ListsTheNamesThatBeginSo) {
+  subject_->make("folder", {Kind::folder, "", 0755});
+  for (const char* name : {"folder/b2", "folder/b1", "folder/a", "b3"}) makeFile(name, "x");
+  std::vector<std::string> names = {"earlier"};
+  EXPECT_EQ(files().namesBeginningWith(path("folder"), "b", names), 0);
+  EXPECT_EQ(names, (std::vector<std::string>{"b1", "b2"}));
+  EXPECT_EQ(files().namesBeginningWith(path("folder"), "c", names), 0);
+  EXPECT_TRUE(names.empty());
+  EXPECT_EQ(files().namesBeginningWith(path("missing"), "b", names), ENOENT);
+}
+
 TEST_P(TextFilesContract, SaysWhetherSomethingExists) {
   makeFile("a", "");
   makeLink("link", "a");

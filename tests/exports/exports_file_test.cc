@@ -2,13 +2,17 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <thread>
 
 #include "exports/nfs_export_parser.h"
 #include "platform/linux/linux_text_files.h"
 #include "platform/services.h"
+#include "platform/testing/fake_clock.h"
+#include "platform/testing/recording_logger.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
 
@@ -29,10 +33,20 @@ class ExportsFileTest : public testing::Test {
  protected:
   ExportsFileTest() : guard_(servicesOn(&files_)) {}
 
-  static Services servicesOn(TextFiles* files) {
+  Services servicesOn(TextFiles* files) {
     Services services;
     services.textFiles = files;
+    services.logger = &logger_;
+    services.clock = &clock_;
     return services;
+  }
+  std::vector<std::string> keptFiles() const {
+    std::vector<std::string> texts;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+      const std::string name = entry.path().filename();
+      if (name.starts_with("exports.replaced-")) texts.push_back(readWholeFile(entry.path()));
+    }
+    return texts;
   }
   std::string file() const { return folder_.path("exports"); }
   std::size_t objectCount() const {
@@ -41,6 +55,8 @@ class ExportsFileTest : public testing::Test {
   }
 
   TestFolder folder_;
+  RecordingLogger logger_;
+  FakeClock clock_;
   LinuxTextFiles files_;
   ServicesGuard guard_;
 };
@@ -189,6 +205,76 @@ TEST_F(ExportsFileTest, KilledWhileWritingTheFileIsOldOrNewAndComplete) {
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     const std::string found = readWholeFile(file());
     ASSERT_TRUE(found == with || found == without) << found.size() << " bytes";
+  }
+}
+
+TEST_F(ExportsFileTest, ALineOfTheSameLengthInTheSameInstantIsSeen) {
+  writeWholeFile(file(), "# one\n");
+  const auto parser = NFSExportParser::parserWithFile(file());
+  for (int round = 0; round < 200; ++round) {
+    const std::string line = round % 2 == 0 ? "# two\n" : "# one\n";
+    // In place: the inode, the size and often the times are those of before.
+    writeWholeFile(file(), line);
+    EXPECT_TRUE(parser->readFileIfChanged());
+    ASSERT_EQ(parser->description(), "(\n    " + line + ")");
+  }
+}
+
+TEST_F(ExportsFileTest, WhatAnotherProgramWritesIntoTheFileThatGaveWayIsKept) {
+  writeWholeFile(file(), "# mine\n");
+  std::ofstream editor(file(), std::ios::app);
+  const auto parser = NFSExportParser::parserWithFile(file());
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  ASSERT_TRUE(parser->writeFileKeepingOthersChanges());
+  editor << "/by/hand *(ro)\n" << std::flush;
+  ASSERT_EQ(keptFiles().size(), 1U);
+  EXPECT_EQ(keptFiles().front(), "# mine\n/by/hand *(ro)\n");
+}
+
+// Appends lines as "echo LINE >> FILE" does, and replaces the file as an editor does.
+[[noreturn]] void editByHand(const std::string& file, int lines) {
+  for (int line = 0; line < lines; ++line) {
+    const std::string text = "/by/hand-" + std::to_string(line) + " *(ro)\n";
+    if (line % 2 == 0) {
+      std::ofstream(file, std::ios::app) << text << std::flush;
+    } else {
+      writeWholeFile(file + ".edited", readWholeFile(file) + text);
+      std::filesystem::rename(file + ".edited", file);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  ::_exit(0);
+}
+
+TEST_F(ExportsFileTest, EveryLineOfSomebodyWhoWritesMeanwhileIsInTheFileOrBesideIt) {
+  constexpr int kLines = 100;
+  writeWholeFile(file(), "# mine\n");
+  const auto parser = NFSExportParser::parserWithFile(file());
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) editByHand(file(), kLines);
+  std::vector<std::string> all;
+  for (bool add = true; ::waitpid(child, nullptr, WNOHANG) == 0; add = !add) {
+    if (add) {
+      parser->addOrReplaceExport(exportTo("/srv/a"));
+    } else {
+      parser->removeExportWithPath("/srv/a");
+    }
+    EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+    // Before more than ten are kept.
+    for (const std::string& text : keptFiles()) all.push_back(text);
+    clock_.advance(std::chrono::seconds(1));
+  }
+  for (const std::string& text : keptFiles()) all.push_back(text);
+  all.push_back(readWholeFile(file()));
+  for (int line = 0; line < kLines; ++line) {
+    const std::string text = "/by/hand-" + std::to_string(line) + " *(ro)\n";
+    const bool found = std::any_of(all.begin(), all.end(), [&text](const std::string& file) {
+      return file.find(text) != std::string::npos;
+    });
+    // An editor that read the file before our write replaces it with what it read; a line of its
+    // own is in that.
+    EXPECT_TRUE(found) << text;
   }
 }
 

@@ -45,7 +45,7 @@ class KeelhouseLdap : public KeelhouseTree {
     slapd_->addPerson("reader", "reader's", false);
     tree_.configure("[[ldap]]\nname = \"site\"\nuri = \"" + slapd_->ldapiUri() + "\"\nbase = \"" +
                     SlapdServer::kBase + "\"\nrecords_base = \"" + SlapdServer::kRecords +
-                    "\"\ntls = \"none\"\ntimeout = 1\n");
+                    "\"\ntls = \"none\"\ntimeout = 1\nwritable = true\n");
     daemon_.emplace(tree_);
     ASSERT_TRUE(daemon_->running()) << daemon_->log();
   }
@@ -114,12 +114,12 @@ class KeelhouseLdap : public KeelhouseTree {
 };
 
 TEST_F(KeelhouseLdap, TheNodeIsListedAndTried) {
-  EXPECT_THAT(done({"nodes"}), HasSubstr("/LDAP/site  writable  "));
+  EXPECT_THAT(done({"nodes"}), HasSubstr("/LDAP/site  writable (as configured)  "));
   EXPECT_EQ(daemon_->post("/v1/paddock_sharing/getDSNodes", "{}").body,
             "{\"dsNodeArray\":[\"/Local\",\"/LDAP/site\"]}\n");
   const EndedRun run = runToEnd(tree_, {"--root", tree_.root(), "--check-config", "--try-ldap"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_THAT(run.output, ::testing::StartsWith("/LDAP/site: writable, "));
+  EXPECT_THAT(run.output, ::testing::StartsWith("/LDAP/site: writable (as configured), "));
 }
 
 TEST_F(KeelhouseLdap, AuthTellsWhoMayWriteThere) {

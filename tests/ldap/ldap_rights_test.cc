@@ -37,8 +37,13 @@ class InstalledNodes final : public DirectoryService {
   std::unique_ptr<ServicesGuard> guard_;
 };
 
-std::string readOnly(const LdapOptions& options) {
-  return nodeWith(options)->getAttributeFirstValue(schema::kReadOnlyNode).value();
+std::string readOnly(const DirectoryNode& node) {
+  return node.getAttributeFirstValue(schema::kReadOnlyNode).value();
+}
+std::string readOnly(const LdapOptions& options) { return readOnly(*nodeWith(options)); }
+
+std::string basis(const DirectoryNode& node) {
+  return node.getAttributeFirstValue(kWriteBasis).value();
 }
 
 class LdapRightsTest : public LdapTest {
@@ -67,31 +72,57 @@ class LdapRightsTest : public LdapTest {
   }
 };
 
-TEST_F(LdapRightsTest, ANodeIsWritableWhenTheAccountMayCreateRecords) {
+TEST_F(LdapRightsTest, ANodeIsWritableAsConfigured) {
   const auto before = everything();
-  EXPECT_EQ(readOnly(options()), "ReadWrite");
-  EXPECT_EQ(readOnly(asReader()), "ReadOnly");
+  LdapOptions nobody = options();
+  nobody.bindDn.clear();
+  EXPECT_EQ(readOnly(options()), "ReadWrite") << "with an account";
+  EXPECT_EQ(readOnly(nobody), "ReadOnly") << "without one";
+  LdapOptions asked = options();
+  asked.writable = false;
+  nobody.writable = true;
+  EXPECT_EQ(readOnly(asked), "ReadOnly");
+  EXPECT_EQ(readOnly(nobody), "ReadWrite");
+  EXPECT_EQ(basis(*nodeWith(nobody)), "configured");
   EXPECT_EQ(everything(), before);
 }
 
-TEST_F(LdapRightsTest, ANodeIsWritableWhenSomebodyOnlyHasToAuthenticate) {
-  LdapOptions nobody = options();
-  nobody.bindDn.clear();
-  EXPECT_EQ(readOnly(nobody), "ReadWrite");
-  EXPECT_EQ(raised([&] { nodeWith(nobody)->newRecord("a", kShares); }), EACCES);
-  const auto node = nodeWith(nobody);
-  ASSERT_EQ(node->authenticateName("writer", "writer's", false), 0);
-  EXPECT_EQ(raised([&] { node->newRecord("a", kShares); }), 0);
+TEST_F(LdapRightsTest, AChangeThatTheServerTookOrRefusedSaysMore) {
+  const auto server = std::make_shared<LdapServer>(asReader());
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadOnly") << "of a later session, too";
+  EXPECT_EQ(basis(*makeLdapNode(server)), "refused");
+  slapd().modify(
+      "dn: uid=reader,ou=people,dc=example\nchangetype: modify\nadd: employeeType\n"
+      "employeeType: writer\n");
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares)->removeRecord(); }), 0);
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+  EXPECT_EQ(basis(*makeLdapNode(server)), "accepted");
 }
 
-TEST_F(LdapRightsTest, WhatTheNodeSaysIsOfWhoIsAuthenticated) {
-  const auto node = nodeWith(options());
-  ASSERT_EQ(node->authenticateName("reader", "reader's", false), 0);
-  EXPECT_EQ(node->getAttributeFirstValue(schema::kReadOnlyNode), "ReadOnly");
-  ASSERT_EQ(node->authenticateName("writer", "writer's", true), 0);
-  EXPECT_EQ(node->getAttributeFirstValue(schema::kReadOnlyNode), "ReadOnly");
+TEST_F(LdapRightsTest, AChangeByAUserWhoAuthenticatedShowsThatItCanBeWritten) {
+  LdapOptions nobody = options();
+  nobody.bindDn.clear();
+  const auto server = std::make_shared<LdapServer>(nobody);
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
+  EXPECT_EQ(basis(*makeLdapNode(server)), "configured") << "somebody only has to authenticate";
+  const auto node = makeLdapNode(server);
   ASSERT_EQ(node->authenticateName("writer", "writer's", false), 0);
-  EXPECT_EQ(node->getAttributeFirstValue(schema::kReadOnlyNode), "ReadWrite");
+  EXPECT_EQ(raised([&] { node->newRecord("a", kShares); }), 0);
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+}
+
+TEST_F(LdapRightsTest, WhatOneUserIsRefusedIsSaidToThatUserAlone) {
+  const auto server = std::make_shared<LdapServer>(options());
+  const auto node = makeLdapNode(server);
+  ASSERT_EQ(node->authenticateName("reader", "reader's", false), 0);
+  EXPECT_EQ(readOnly(*node), "ReadWrite");
+  EXPECT_EQ(raised([&] { node->newRecord("a", kShares); }), EACCES);
+  EXPECT_EQ(readOnly(*node), "ReadOnly");
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+  ASSERT_EQ(node->authenticateName("writer", "writer's", false), 0);
+  EXPECT_EQ(readOnly(*node), "ReadWrite") << "another user is not known yet";
 }
 
 TEST_F(LdapRightsTest, AnAdministratorWhoMayWriteCan) {
@@ -117,6 +148,7 @@ TEST_F(LdapRightsTest, AnAdministratorWhoMayNotWriteCannotAndTheStatusSaysWhy) {
 TEST_F(LdapRightsTest, OnlyNodesThatCanBeWrittenAreListed) {
   LdapOptions reader = asReader();
   reader.name = "reader";
+  reader.writable = false;
   LdapOptions absent = options();
   absent.name = "absent";
   absent.uri = "ldapi://%2Fnowhere";
@@ -133,11 +165,13 @@ class LdapReadOnlyDatabase : public LdapTest {
   }
 };
 
-TEST_F(LdapReadOnlyDatabase, SaysThatItIsReadOnly) {
+TEST_F(LdapReadOnlyDatabase, IsReadOnlyOnceItHasRefusedAChange) {
   LdapOptions root = options();
   root.bindDn = SlapdServer::kRoot;
   writeWholeFile(root.passwordFile, SlapdServer::kRootPassword);
-  EXPECT_EQ(readOnly(root), "ReadOnly");
+  const auto server = std::make_shared<LdapServer>(root);
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
+  EXPECT_EQ(basis(*makeLdapNode(server)), "refused");
 }
 
 // --- A replica
@@ -199,11 +233,11 @@ TEST_F(LdapReplicaTest, ARecordThatIsWrittenOnOneIsFoundOnTheOther) {
   EXPECT_TRUE(comes([&] { return found() == nullptr; }));
 }
 
-TEST_F(LdapReplicaTest, AReplicaIsReadOnly) {
-  EXPECT_EQ(readOnly(options()), "ReadWrite");
-  EXPECT_EQ(readOnly(replica().nodeOptions()), "ReadOnly");
+TEST_F(LdapReplicaTest, AReplicaIsReadOnlyOnceItHasRefusedAChange) {
   const auto writing = nodeWith(replica().nodeOptions());
+  EXPECT_EQ(readOnly(*writing), "ReadWrite");
   EXPECT_EQ(raised([&] { writing->newRecord("a", kMounts); }), EACCES);
+  EXPECT_EQ(readOnly(*writing), "ReadOnly");
   slapd().addPerson("writer", "writer's", true);
   ASSERT_TRUE(comes([&] { return writing->authenticateName("writer", "writer's", true) == 0; }));
   const InstalledNodes nodes({replica().nodeOptions()});

@@ -8,7 +8,9 @@
 
 #include "exports/nfs_export_parser.h"
 #include "platform/services.h"
+#include "platform/testing/fake_clock.h"
 #include "platform/testing/in_memory_text_files.h"
+#include "platform/testing/recording_logger.h"
 
 namespace paddock {
 
@@ -41,12 +43,16 @@ class ParserTest : public testing::Test {
   }
   std::string rewritten(const std::string& text) { return written(*parserOf(text)); }
 
-  static Services servicesOn(TextFiles* files) {
+  Services servicesOn(TextFiles* files) {
     Services services;
     services.textFiles = files;
+    services.logger = &logger_;
+    services.clock = &clock_;
     return services;
   }
 
+  RecordingLogger logger_;
+  FakeClock clock_;
   InMemoryTextFiles files_;
   ServicesGuard guard_;
 };

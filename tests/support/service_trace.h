@@ -288,10 +288,29 @@ class TracedTextFiles : public TextFiles {
  public:
   TracedTextFiles(TextFiles& files, ServiceTrace& trace) : files_(files), trace_(trace) {}
 
-  int read(const std::string& path, std::string& contents) override {
+  using TextFiles::read;
+  int read(const std::string& path, std::string& contents, FileIdentity& identity) override {
     contents.clear();
+    identity = {};
     const int number = trace_.before("read", path);
-    return number != 0 ? number : files_.read(path, contents);
+    return number != 0 ? number : files_.read(path, contents, identity);
+  }
+  int identify(const std::string& path, FileIdentity& identity) override {
+    identity = {};
+    const int number = trace_.before("identify", path);
+    return number != 0 ? number : files_.identify(path, identity);
+  }
+  int replaceKeeping(const std::string& path, const std::string& contents,
+                     const FileIdentity* expected, Replacement& replacement) override {
+    replacement = {};
+    const int number = trace_.before("replace", path, contents);
+    return number != 0 ? number : files_.replaceKeeping(path, contents, expected, replacement);
+  }
+  int namesBeginningWith(const std::string& folder, const std::string& prefix,
+                         std::vector<std::string>& names) override {
+    names.clear();
+    const int number = trace_.before("namesBeginningWith", folder, prefix);
+    return number != 0 ? number : files_.namesBeginningWith(folder, prefix, names);
   }
   int replace(const std::string& path, const std::string& contents) override {
     const int number = trace_.before("replace", path, contents);

@@ -66,6 +66,7 @@ LdapOptions optionsOf(const Dictionary& table, const std::string& root) {
     options.timeout = std::chrono::seconds(*seconds);
   take(table, "bind_dn", options.bindDn);
   takePath(table, "password_file", root, options.passwordFile);
+  options.writable = table.boolean("writable");
   options.accounts = accountNames(table);
   return options;
 }

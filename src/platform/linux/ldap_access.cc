@@ -2,6 +2,8 @@
 
 #include <ldap.h>
 
+#include <cerrno>
+
 namespace paddock {
 
 namespace {
@@ -19,6 +21,11 @@ bool isRefusal(int result) {
     default:
       return false;
   }
+}
+
+// What a server says that takes changes from nobody.
+bool isReadOnlyServer(int result) {
+  return result == LDAP_UNWILLING_TO_PERFORM || result == LDAP_REFERRAL;
 }
 
 }  // namespace
@@ -63,7 +70,28 @@ bool LdapAccess::authenticate(const std::string& dn, const std::string& password
   connection_ = std::move(made);
   dn_ = dn;
   password_.set(password);
+  userProof_ = LdapServer::WriteProof::none;
   return true;
+}
+
+LdapServer::WriteProof LdapAccess::writeProof() const {
+  const bool ownProof = !dn_.empty() && userProof_ != LdapServer::WriteProof::none;
+  return ownProof ? userProof_ : server_->writeProof();
+}
+
+void LdapAccess::noteAccepted() {
+  userProof_ = LdapServer::WriteProof::accepted;
+  server_->setWriteProof(LdapServer::WriteProof::accepted);
+}
+
+void LdapAccess::noteRefused(const LdapError& error) {
+  // ENOTSUP: it does not have our schema.
+  const bool byServer = isReadOnlyServer(error.result()) || error.status() == ENOTSUP;
+  if (!byServer && error.result() != LDAP_INSUFFICIENT_ACCESS) return;
+  userProof_ = LdapServer::WriteProof::refused;
+  // One user's lack of rights is not the account's, and nobody's is no more than that.
+  const bool byAccount = dn_.empty() && !options().bindDn.empty();
+  if (byServer || byAccount) server_->setWriteProof(LdapServer::WriteProof::refused);
 }
 
 // What broke this one, a server that was started again say, has broken the idle ones too.

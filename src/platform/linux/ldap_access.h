@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "platform/linux/ldap_server.h"
 #include "platform/linux/secret.h"
@@ -37,6 +38,26 @@ class LdapAccess {
     }
   }
 
+  // Returns work(), which changes records, and notes whether the server took it.
+  template <typename Work>
+  auto change(Work&& work) {
+    try {
+      if constexpr (std::is_void_v<decltype(work())>) {
+        work();
+        noteAccepted();
+      } else {
+        auto result = work();
+        noteAccepted();
+        return result;
+      }
+    } catch (const LdapError& error) {
+      noteRefused(error);
+      throw;
+    }
+  }
+  // What is known of changes by whoever is authenticated here.
+  LdapServer::WriteProof writeProof() const;
+
   // Where answers are kept; null when a user has authenticated, who may see other things.
   LdapAnswers* answers() { return dn_.empty() ? &server_->answers() : nullptr; }
 
@@ -53,12 +74,16 @@ class LdapAccess {
                                                     const std::string& password);
   void noteFailure(const LdapError& error);
   void dropConnections();
+  void noteAccepted();
+  void noteRefused(const LdapError& error);
 
   const std::shared_ptr<LdapServer> server_;
   std::unique_ptr<LdapConnection> connection_;
   // The user who authenticated; no DN: the configured account.
   std::string dn_;
   Secret password_;
+  // Of that user, who may be let do more or less than the account.
+  LdapServer::WriteProof userProof_ = LdapServer::WriteProof::none;
 };
 
 }  // namespace paddock

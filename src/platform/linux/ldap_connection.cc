@@ -519,20 +519,6 @@ void LdapConnection::remove(const std::string& dn, const std::string& assertion)
   finish(sent, message, what("deleting", dn));
 }
 
-int LdapConnection::resultOfAdding(const std::string& dn,
-                                   const std::vector<LdapChange>& attributes) {
-  const BlockedSigpipe blocked;
-  Modifications list(attributes);
-  LDAPControl noOperation{};
-  noOperation.ldctl_oid = const_cast<char*>(LDAP_CONTROL_NOOP);
-  noOperation.ldctl_iscritical = 1;
-  LDAPControl* controls[] = {&noOperation, nullptr};
-  int message = 0;
-  const int sent = ldap_add_ext(ldap_, dn.c_str(), list.get(), controls, nullptr, &message);
-  std::string diagnostic;
-  return resultOf(sent, message, what("trying to create", dn), diagnostic);
-}
-
 ldapmsg* LdapConnection::await(int message, const std::string& doing) {
   timeval time = timevalOf(options_.timeout);
   LDAPMessage* answer = nullptr;

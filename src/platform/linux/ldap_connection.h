@@ -76,10 +76,6 @@ class LdapConnection {
   // ask.
   void remove(const std::string& dn, const std::string& assertion);
 
-  // The result of `add` if it were done, which it is not: LDAP_X_NO_OPERATION when nothing stands
-  // against it; LDAP_UNAVAILABLE_CRITICAL_EXTENSION where the server cannot tell.
-  int resultOfAdding(const std::string& dn, const std::vector<LdapChange>& attributes);
-
  private:
   class Callback;
   struct Page;

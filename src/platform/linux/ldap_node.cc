@@ -67,14 +67,16 @@ class LdapRecord final : public ListedRecord {
   void setAttributesAndValues(const Dictionary& attributes) override {
     change(attributeChanges(attributes));
   }
-  void removeRecord() override { LdapRecords(*access_).remove(known_); }
+  void removeRecord() override {
+    access_->change([this] { LdapRecords(*access_).remove(known_); });
+  }
 
  private:
   std::vector<AttributeChange> read() const override {
     return attributesOf(LdapRecords(*access_).load(known_));
   }
   void change(const std::vector<AttributeChange>& changes) {
-    known_ = LdapRecords(*access_).change(known_, changes);
+    known_ = access_->change([&] { return LdapRecords(*access_).change(known_, changes); });
   }
 
   std::shared_ptr<LdapAccess> access_;
@@ -181,7 +183,8 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
     requireDirectoryName(name, "a record name");
     requireDirectoryName(type, "a record type");
     if (isAccountType(type)) refuseAccountChange(access_->options());
-    return std::make_unique<LdapRecord>(access_, LdapRecords(*access_).create(name, type));
+    return std::make_unique<LdapRecord>(
+        access_, access_->change([&] { return LdapRecords(*access_).create(name, type); }));
   }
 
   Status authenticateName(const std::string& name, const std::string& password,
@@ -195,8 +198,17 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
   }
 
   Array getAttribute(const std::string& attribute) const override {
+    using WriteProof = LdapServer::WriteProof;
+    const WriteProof proof = access_->writeProof();
+    if (attribute == kWriteBasis) {
+      if (proof == WriteProof::none) return {"configured"};
+      return {proof == WriteProof::accepted ? "accepted" : "refused"};
+    }
     if (attribute != schema::kReadOnlyNode) return {};
-    return {LdapRecords(*access_).mayCreate() ? schema::kReadWrite : schema::kReadOnly};
+    LdapRecords(*access_).requireBase();
+    const bool writable = proof == WriteProof::none ? access_->options().isCalledWritable()
+                                                    : proof == WriteProof::accepted;
+    return {writable ? schema::kReadWrite : schema::kReadOnly};
   }
 
  private:

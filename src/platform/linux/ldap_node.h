@@ -5,8 +5,10 @@
 // far as the server lets the account that is authenticated. Users and groups are what the site
 // keeps there, and read-only (EACCES).
 //
-// "dsAttrTypeStandard:ReadOnlyNode" is "ReadWrite" when the server would let the account create a
-// record, or when it only wants somebody to authenticate first.
+// "dsAttrTypeStandard:ReadOnlyNode" is what the configuration says (`LdapOptions::writable`), or
+// what the last change of a record that the server took or refused has shown; `kWriteBasis` says
+// which of the two. The server is asked whether it has the place of the records, by reading alone:
+// no change is ever tried to find it out.
 //
 // A node object, its records included, has at most one connection, made when it is first needed.
 #pragma once
@@ -17,6 +19,9 @@
 #include "platform/linux/ldap_server.h"
 
 namespace paddock {
+
+// An attribute of these nodes: "configured"; "accepted" or "refused" by the last change.
+inline constexpr const char* kWriteBasis = "dsAttrTypeNative:write_basis";
 
 // A user authenticates by the name of a user's record, or by the distinguished name of any entry
 // that has a password. Throws nothing: the server is first asked by an operation.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,9 +59,13 @@ struct LdapOptions {
   // The file that holds the account's password, which is read for each new connection; a line feed
   // at its end does not count.
   std::string passwordFile;
+  // Whether records can be changed there, as the configuration says; when it does not say: whether
+  // an account is configured.
+  std::optional<bool> writable;
   LdapAccountNames accounts;
 
   std::string path() const { return "/LDAP/" + name; }
+  bool isCalledWritable() const { return writable.value_or(!bindDn.empty()); }
   const std::string& baseOfRecords() const { return recordsBase.empty() ? base : recordsBase; }
 };
 

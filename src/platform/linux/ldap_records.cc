@@ -19,7 +19,6 @@ namespace {
 
 constexpr int kAttempts = 10;
 constexpr const char* kIsRecord = "(objectClass=paddockRecord)";
-constexpr const char* kProbe = "#probe";
 
 std::string newRevision() { return guidText(LinuxUuidSource().newUuid()); }
 
@@ -367,47 +366,12 @@ void LdapRecords::removeEntry(const LdapRecordState& record) {
 
 void LdapRecords::remove(const LdapRecordState& known) { removeEntry(load(known)); }
 
-// --- Rights
+// --- Whether they can be asked for
 
-bool LdapRecords::mayCreate() {
-  LdapRecordState probe;
-  probe.type = kProbe;
-  probe.revision = newRevision();
-  probe.key = "#probe/" + probe.revision;
-  probe.attributes.push_back({0, schema::kRecordName, {probe.key}});
-  probe.dn = dnFor("paddockKey=" + dnText(probe.key));
-  LdapAttributes entry = entryOf(probe);
-  entry["paddockKey"] = {probe.key};
-  const auto list = asAdditions(entry);
-  return access_.run([&](LdapConnection& connection, bool) {
-    int result = connection.resultOfAdding(probe.dn, list);
-    if (result == LDAP_UNAVAILABLE_CRITICAL_EXTENSION) {
-      try {
-        connection.add(probe.dn, list);
-        connection.remove(probe.dn, kIsRecord);
-        return true;
-      } catch (const LdapError& error) {
-        if (!connection.isUsable()) throw;
-        result = error.result();
-      }
-    }
-    switch (result) {
-      case LDAP_SUCCESS:
-      case LDAP_X_NO_OPERATION:
-      // Nobody has authenticated yet; somebody may.
-      case LDAP_STRONG_AUTH_REQUIRED:
-        return true;
-      case LDAP_NO_SUCH_OBJECT:
-      case LDAP_BUSY:
-      case LDAP_UNAVAILABLE:
-        throw LdapError(result,
-                        access_.options().path() + ": creating records below " +
-                            access_.options().baseOfRecords(),
-                        "");
-      default:
-        return false;
-    }
-  });
+void LdapRecords::requireBase() {
+  const LdapQuery query{
+      access_.options().baseOfRecords(), LdapScope::base, "(objectClass=*)", {"1.1"}};
+  access_.run([&](LdapConnection& connection, bool) { connection.search(query); });
 }
 
 }  // namespace paddock

@@ -37,8 +37,8 @@ class LdapRecords {
   LdapRecordState change(const LdapRecordState& known, const std::vector<AttributeChange>& changes);
   void remove(const LdapRecordState& known);
 
-  // Whether the server would let this session create a record: it is asked, and nothing is left.
-  bool mayCreate();
+  // Throws when the place of the records cannot be read. Only reads.
+  void requireBase();
 
  private:
   struct Loaded {

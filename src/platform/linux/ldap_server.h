@@ -2,6 +2,7 @@
 // now, what it said of users and groups, and whether it answers at all.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -36,6 +37,11 @@ class LdapServer {
   // What it shows to the configured account.
   LdapAnswers& answers() { return answers_; }
 
+  // What the last change of a record has shown.
+  enum class WriteProof { none, accepted, refused };
+  WriteProof writeProof() const { return writeProof_; }
+  void setWriteProof(WriteProof proof) { writeProof_ = proof; }
+
   // Closes the connections that nobody uses.
   void closeIdle();
 
@@ -64,6 +70,7 @@ class LdapServer {
   std::mutex mutex_;
   std::vector<Idle> idle_;
   std::optional<Silence> silence_;
+  std::atomic<WriteProof> writeProof_ = WriteProof::none;
 };
 
 }  // namespace paddock

@@ -1,143 +1,50 @@
 #include "platform/linux/linux_text_files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <climits>
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "base/file_descriptor.h"
 #include "base/system_call.h"
+#include "platform/linux/file_place.h"
 #include "platform/linux/new_file.h"
+#include "platform/linux/replaced_file.h"
 
 namespace paddock {
 
 namespace {
 
-constexpr std::size_t kSizeLimit = std::size_t{64} << 20U;
-constexpr std::size_t kChunk = std::size_t{64} << 10U;
-constexpr int kLinkLimit = 40;
 constexpr mode_t kModeOfNewFiles = 0644;
 constexpr unsigned kOwn = static_cast<unsigned>(-1);  // see chown(2)
-constexpr mode_t kPermissionBits = 07777;
 
-int pathError(const std::string& path) {
-  if (path.empty()) return ENOENT;
-  return path.find('\0') == std::string::npos ? 0 : EINVAL;
+constexpr int kPlacements = 100;
+
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+// Longer than the times of files are apart on any file system in use.
+constexpr std::int64_t kSettlingTime = 2 * kNanoseconds;
+
+std::int64_t nanosecondsOf(const timespec& time) {
+  return time.tv_sec * kNanoseconds + time.tv_nsec;
 }
 
-// 0 for a regular file.
-int kindError(mode_t mode) {
-  if (S_ISREG(mode)) return 0;
-  return S_ISDIR(mode) ? EISDIR : EINVAL;
-}
-
-// A place in a folder, whose last component is no link.
-struct Place {
-  FileDescriptor folder;
-  std::string name;
-  std::optional<struct stat> present;
-};
-
-// "a/b" as folder "a" and name "b"; a slash at the end stays with the name.
-std::pair<std::string, std::string> splitPath(const std::string& path) {
-  const std::size_t slash = path.find_last_of('/', path.find_last_not_of('/'));
-  if (slash == std::string::npos) return {".", path};
-  return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
-}
-
-int openFolder(int base, const std::string& path, FileDescriptor& folder) {
-  int descriptor = -1;
-  const int error =
-      errnoOf([&] { return ::openat(base, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); },
-              &descriptor);
-  if (error == 0) folder = FileDescriptor(descriptor);
-  return error;
-}
-
-int readLink(int folder, const std::string& name, std::string& target) {
-  std::array<char, PATH_MAX> buffer{};
-  std::size_t length = 0;
-  const int error = errnoOf(
-      [&] { return ::readlinkat(folder, name.c_str(), buffer.data(), buffer.size()); }, &length);
-  if (error != 0) return error;
-  if (length == buffer.size()) return ENAMETOOLONG;
-  target.assign(buffer.data(), length);
-  return 0;
-}
-
-// Follows links at the end of `path` to the place that they lead to, whether something is there
-// or not; the folder's descriptor stays on it whatever happens to the names above.
-int findPlace(const std::string& path, Place& place) {
-  if (const int error = pathError(path); error != 0) return error;
-  std::string rest = path;
-  for (int links = 0; links <= kLinkLimit; ++links) {
-    const auto split = splitPath(rest);
-    const std::string& name = split.second;
-    const int base = place.folder ? place.folder.get() : AT_FDCWD;
-    if (const int error = openFolder(base, split.first, place.folder); error != 0) return error;
-    place.name = name;
-    struct stat status {};
-    const int error = errnoOf([&place, &status] {
-      return ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
-    });
-    if (error == ENOENT) return 0;
-    if (error != 0) return error;
-    if (!S_ISLNK(status.st_mode)) {
-      place.present = status;
-      return 0;
-    }
-    if (const int failed = readLink(place.folder.get(), name, rest); failed != 0) return failed;
-  }
-  return ELOOP;
-}
-
-// Opens a regular file and nothing else: a pipe or a device is not even opened.
-int openRegular(const std::string& path, FileDescriptor& file, struct stat& status) {
-  if (const int error = pathError(path); error != 0) return error;
-  const int missing = errnoOf([&] { return ::stat(path.c_str(), &status); });
-  if (missing != 0) return missing;
-  if (const int error = kindError(status.st_mode); error != 0) return error;
-  int descriptor = -1;
-  const int error =
-      errnoOf([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); },
-              &descriptor);
-  if (error != 0) return error;
-  file = FileDescriptor(descriptor);
-  // Another object may have come to the path meanwhile.
-  const int unreadable = errnoOf([&] { return ::fstat(file.get(), &status); });
-  return unreadable != 0 ? unreadable : kindError(status.st_mode);
-}
-
-int readAll(int file, std::string& contents) {
-  std::size_t length = 0;
-  while (true) {
-    contents.resize(length + kChunk);
-    std::size_t count = 0;
-    const int error =
-        errnoOf([&] { return ::read(file, contents.data() + length, kChunk); }, &count);
-    if (error != 0) return error;
-    length += count;
-    contents.resize(length);
-    if (count == 0) return 0;
-    if (length > kSizeLimit) return EFBIG;
-  }
-}
-
-int readWithStatus(const std::string& path, std::string& contents, struct stat& status) {
-  contents.clear();
-  FileDescriptor file;
-  int error = openRegular(path, file, status);
-  if (error == 0 && static_cast<std::size_t>(status.st_size) > kSizeLimit) error = EFBIG;
-  if (error == 0) {
-    contents.reserve(static_cast<std::size_t>(status.st_size) + kChunk);
-    error = readAll(file.get(), contents);
-  }
-  if (error != 0) contents.clear();
-  return error;
+FileIdentity identityOf(const struct stat& status) {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  const std::int64_t changed = nanosecondsOf(status.st_ctim);
+  return {status.st_dev,
+          status.st_ino,
+          static_cast<std::uint64_t>(status.st_size),
+          nanosecondsOf(status.st_mtim),
+          changed,
+          nanosecondsOf(now) - changed > kSettlingTime};
 }
 
 bool isFileName(const std::string& name) {
@@ -145,15 +52,45 @@ bool isFileName(const std::string& name) {
          name.find('\0') == std::string::npos;
 }
 
-FileOwnership ownershipOf(const struct stat& status) {
-  return {status.st_uid, status.st_gid, status.st_mode & kPermissionBits};
+// Puts the file in its place, where something may come or go at any moment.
+int putInstead(NewFile& file, bool isThere, std::string& gaveWay) {
+  int error = EAGAIN;
+  for (int placement = 0; placement < kPlacements; ++placement) {
+    error = isThere ? file.exchange(gaveWay) : file.putInEmptyPlace();
+    if (error != (isThere ? ENOENT : EEXIST)) return error;
+    isThere = !isThere;
+  }
+  return error;
+}
+
+int writeNew(NewFile& file, const FilePlace& place, const std::string& contents) {
+  if (place.present) {
+    if (const int error = kindError(place.present->st_mode); error != 0) return error;
+  }
+  if (const int error = file.create(); error != 0) return error;
+  if (const int error = file.write(contents); error != 0) return error;
+  return file.setOwnership(place.present ? ownershipOf(*place.present)
+                                         : FileOwnership{kOwn, kOwn, kModeOfNewFiles});
 }
 
 }  // namespace
 
-int LinuxTextFiles::read(const std::string& path, std::string& contents) {
+int LinuxTextFiles::read(const std::string& path, std::string& contents, FileIdentity& identity) {
+  identity = {};
   struct stat status {};
-  return readWithStatus(path, contents, status);
+  // One that is written meanwhile has another state afterwards, and is not taken for this one.
+  const int error = readRegular(path, contents, status);
+  if (error == 0) identity = identityOf(status);
+  return error;
+}
+
+int LinuxTextFiles::identify(const std::string& path, FileIdentity& identity) {
+  identity = {};
+  if (const int error = pathError(path); error != 0) return error;
+  struct stat status {};
+  const int error = errnoOf([&] { return ::stat(path.c_str(), &status); });
+  if (error == 0) identity = identityOf(status);
+  return error;
 }
 
 int LinuxTextFiles::replace(const std::string& path, const std::string& contents) {
@@ -164,7 +101,7 @@ int LinuxTextFiles::replace(const std::string& path, const std::string& contents
 
 int LinuxTextFiles::replaceAs(const std::string& path, const std::string& contents,
                               const OwnershipRule& rule) {
-  Place place;
+  FilePlace place;
   if (const int error = findPlace(path, place); error != 0) return error;
   std::optional<FileOwnership> present;
   if (place.present) {
@@ -178,6 +115,28 @@ int LinuxTextFiles::replaceAs(const std::string& path, const std::string& conten
   return error != 0 ? error : file.putInPlace();
 }
 
+int LinuxTextFiles::replaceKeeping(const std::string& path, const std::string& contents,
+                                   const FileIdentity* expected, Replacement& replacement) {
+  replacement = {};
+  FilePlace place;
+  if (const int error = findPlace(path, place); error != 0) return error;
+  NewFile file(place.folder.get(), place.name);
+  if (const int error = writeNew(file, place, contents); error != 0) return error;
+  FileIdentity present;
+  if (expected != nullptr && (identify(path, present) != 0 || !present.isSameState(*expected))) {
+    return ESTALE;
+  }
+  std::string gaveWay;
+  const int error = putInstead(file, place.present.has_value(), gaveWay);
+  struct stat status {};
+  if (::fstat(file.descriptor(), &status) == 0) replacement.written = identityOf(status);
+  if (!gaveWay.empty()) {
+    replacement.gaveWay =
+        std::make_unique<LinuxReplacedFile>(std::move(place.folder), std::move(gaveWay));
+  }
+  return error;
+}
+
 int LinuxTextFiles::copyOnce(const std::string& from, const std::string& to) {
   if (const int error = pathError(to); error != 0) return error;
   const auto [folderPath, name] = splitPath(to);
@@ -187,7 +146,7 @@ int LinuxTextFiles::copyOnce(const std::string& from, const std::string& to) {
   if (::fstatat(folder.get(), name.c_str(), &present, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
   std::string contents;
   struct stat status {};
-  if (const int error = readWithStatus(from, contents, status); error != 0) return error;
+  if (const int error = readRegular(from, contents, status); error != 0) return error;
   NewFile copy(folder.get(), name);
   if (const int error = copy.create(); error != 0) return error;
   if (const int error = copy.write(contents); error != 0) return error;
@@ -206,6 +165,24 @@ int LinuxTextFiles::removeFile(const std::string& folderPath, const std::string&
       errnoOf([&] { return ::fstatat(folder.get(), name.c_str(), &present, AT_SYMLINK_NOFOLLOW); });
   if (missing != 0) return missing;
   return errnoOf([&] { return ::unlinkat(folder.get(), name.c_str(), 0); });
+}
+
+int LinuxTextFiles::namesBeginningWith(const std::string& folderPath, const std::string& prefix,
+                                       std::vector<std::string>& names) {
+  names.clear();
+  if (const int error = pathError(folderPath); error != 0) return error;
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(folderPath.c_str()), ::closedir);
+  if (!folder) return errno;
+  errno = 0;
+  while (const dirent* entry = ::readdir(folder.get())) {
+    const std::string_view name(static_cast<const char*>(entry->d_name));
+    if (name.starts_with(prefix)) names.emplace_back(name);
+    errno = 0;
+  }
+  const int error = errno;
+  if (error != 0) names.clear();
+  std::sort(names.begin(), names.end());
+  return error;
 }
 
 bool LinuxTextFiles::exists(const std::string& path) {

@@ -38,12 +38,22 @@ NewFile::~NewFile() {
   if (!temporaryName_.empty()) ::unlinkat(folder_, temporaryName_.c_str(), 0);
 }
 
+namespace {
+
+// ".NAME.XXXXXXXXXXXX", the name cut so that a long one still fits.
+int temporaryNameFor(const std::string& name, std::string& temporary) {
+  std::string suffix;
+  if (const int error = randomSuffix(suffix); error != 0) return error;
+  temporary = "." + name.substr(0, NAME_MAX - kRandomLetters - 2) + "." + suffix;
+  return 0;
+}
+
+}  // namespace
+
 int NewFile::create() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    std::string suffix;
-    if (const int error = randomSuffix(suffix); error != 0) return error;
-    // The name is cut so that a long one still fits.
-    std::string name = "." + name_.substr(0, NAME_MAX - kRandomLetters - 2) + "." + suffix;
+    std::string name;
+    if (const int error = temporaryNameFor(name_, name); error != 0) return error;
     int descriptor = -1;
     const int error = errnoOf(
         [&] {
@@ -83,9 +93,7 @@ int NewFile::setMode(mode_t mode) {
 }
 
 int NewFile::sync() {
-  const int error = errnoOf([&] { return ::fsync(file_.get()); });
-  file_.reset();
-  return error;
+  return errnoOf([&] { return ::fsync(file_.get()); });
 }
 
 int NewFile::syncFolder() const {
@@ -110,6 +118,34 @@ int NewFile::putInEmptyPlace() {
       errnoOf([&] { return ::linkat(folder_, temporaryName_.c_str(), folder_, name_.c_str(), 0); });
   if (error != 0) return error;
   ::unlinkat(folder_, std::exchange(temporaryName_, std::string()).c_str(), 0);
+  return syncFolder();
+}
+
+// For file systems that cannot exchange names: a file that comes between the two calls is lost.
+int NewFile::replaceKeepingLink(std::string& gaveWay) {
+  if (const int error = temporaryNameFor(name_, gaveWay); error != 0) return error;
+  const int error =
+      errnoOf([&] { return ::linkat(folder_, name_.c_str(), folder_, gaveWay.c_str(), 0); });
+  if (error != 0) return error;
+  const int unplaced =
+      errnoOf([&] { return ::renameat(folder_, temporaryName_.c_str(), folder_, name_.c_str()); });
+  if (unplaced != 0) {
+    ::unlinkat(folder_, gaveWay.c_str(), 0);
+    return unplaced;
+  }
+  temporaryName_.clear();
+  return syncFolder();
+}
+
+int NewFile::exchange(std::string& gaveWay) {
+  gaveWay.clear();
+  if (const int error = sync(); error != 0) return error;
+  const int error = errnoOf([&] {
+    return ::renameat2(folder_, temporaryName_.c_str(), folder_, name_.c_str(), RENAME_EXCHANGE);
+  });
+  if (error == EINVAL || error == ENOSYS || error == ENOTSUP) return replaceKeepingLink(gaveWay);
+  if (error != 0) return error;
+  gaveWay = std::exchange(temporaryName_, std::string());
   return syncFolder();
 }
 

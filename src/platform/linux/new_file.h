@@ -35,8 +35,15 @@ class NewFile {
   int putInPlace();
   // The same where nothing has the name: EEXIST otherwise.
   int putInEmptyPlace();
+  // The same where a file has the name, which gets a new one of the same kind as the temporary
+  // file's: `gaveWay`, which is then the caller's. ENOENT when nothing has the name.
+  int exchange(std::string& gaveWay);
+
+  // The file that was made; also once it is in its place, until this object goes.
+  int descriptor() const { return file_.get(); }
 
  private:
+  int replaceKeepingLink(std::string& gaveWay);
   int sync();
   int syncFolder() const;
 

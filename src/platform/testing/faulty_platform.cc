@@ -120,9 +120,34 @@ int FaultyBrowserInformation::write(const std::string& path,
   return fails("browserInformation.write") ? error() : wrapped().write(path, information);
 }
 
-int FaultyTextFiles::read(const std::string& path, std::string& contents) {
-  if (!fails("textFiles.read")) return wrapped().read(path, contents);
+int FaultyTextFiles::read(const std::string& path, std::string& contents, FileIdentity& identity) {
+  if (!fails("textFiles.read")) return wrapped().read(path, contents, identity);
   contents.clear();
+  identity = {};
+  return error();
+}
+
+int FaultyTextFiles::identify(const std::string& path, FileIdentity& identity) {
+  if (!fails("textFiles.identify")) return wrapped().identify(path, identity);
+  identity = {};
+  return error();
+}
+
+int FaultyTextFiles::replaceKeeping(const std::string& path, const std::string& contents,
+                                    const FileIdentity* expected, Replacement& replacement) {
+  if (!fails("textFiles.replace")) {
+    return wrapped().replaceKeeping(path, contents, expected, replacement);
+  }
+  replacement = {};
+  return error();
+}
+
+int FaultyTextFiles::namesBeginningWith(const std::string& folder, const std::string& prefix,
+                                        std::vector<std::string>& names) {
+  if (!fails("textFiles.namesBeginningWith")) {
+    return wrapped().namesBeginningWith(folder, prefix, names);
+  }
+  names.clear();
   return error();
 }
 

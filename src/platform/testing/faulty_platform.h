@@ -110,10 +110,16 @@ class FaultyBrowserInformation : public FaultyForwarder<BrowserInformationServic
 class FaultyTextFiles : public FaultyForwarder<TextFiles> {
  public:
   using FaultyForwarder::FaultyForwarder;
-  int read(const std::string& path, std::string& contents) override;
+  using TextFiles::read;
+  int read(const std::string& path, std::string& contents, FileIdentity& identity) override;
+  int identify(const std::string& path, FileIdentity& identity) override;
   int replace(const std::string& path, const std::string& contents) override;
+  int replaceKeeping(const std::string& path, const std::string& contents,
+                     const FileIdentity* expected, Replacement& replacement) override;
   int copyOnce(const std::string& from, const std::string& to) override;
   int removeFile(const std::string& folder, const std::string& name) override;
+  int namesBeginningWith(const std::string& folder, const std::string& prefix,
+                         std::vector<std::string>& names) override;
   bool exists(const std::string& path) override;
 };
 

@@ -40,8 +40,10 @@ int InMemoryTextFiles::resolve(std::string& path) const {
   return ELOOP;
 }
 
-int InMemoryTextFiles::read(const std::string& path, std::string& contents) {
+int InMemoryTextFiles::read(const std::string& path, std::string& contents,
+                            FileIdentity& identity) {
   contents.clear();
+  identity = {};
   std::string resolved = path;
   if (const int error = resolve(resolved); error != 0) return error;
   const Object& object = objects_.at(resolved);
@@ -50,7 +52,65 @@ int InMemoryTextFiles::read(const std::string& path, std::string& contents) {
   if ((object.mode & kOwnerMayRead) == 0) return EACCES;
   if (object.contents.size() > kSizeLimit) return EFBIG;
   contents = object.contents;
+  identity = identityOf(resolved);
   return 0;
+}
+
+FileIdentity InMemoryTextFiles::identityOf(const std::string& resolved) const {
+  const auto change = changes_.find(resolved);
+  const std::int64_t when = change == changes_.end() ? 0 : change->second;
+  return {1,   static_cast<std::uint64_t>(when), objects_.at(resolved).contents.size(), when, when,
+          true};
+}
+
+int InMemoryTextFiles::identify(const std::string& path, FileIdentity& identity) {
+  identity = {};
+  std::string resolved = path;
+  if (const int error = resolve(resolved); error != 0) return error;
+  identity = identityOf(resolved);
+  return 0;
+}
+
+void InMemoryTextFiles::put(const std::string& path, const Object& object) {
+  objects_[path] = object;
+  changes_[path] = ++changeCount_;
+}
+
+class InMemoryTextFiles::GaveWay : public ReplacedFile {
+ public:
+  GaveWay(InMemoryTextFiles& files, Object object)
+      : files_(files), object_(std::move(object)), contents_(object_.contents) {}
+  const std::optional<std::string>& contents() const override { return contents_; }
+  bool isOpenForWriting() const override { return files_.openForWriting_; }
+  int keepAs(const std::string& path) override {
+    if (files_.objects_.contains(path)) return EEXIST;
+    if (!files_.hasFolderOf(path)) return ENOENT;
+    files_.put(path, object_);
+    return 0;
+  }
+
+ private:
+  InMemoryTextFiles& files_;
+  Object object_;
+  std::optional<std::string> contents_;
+};
+
+int InMemoryTextFiles::replaceKeeping(const std::string& path, const std::string& contents,
+                                      const FileIdentity* expected, Replacement& replacement) {
+  replacement = {};
+  std::string resolved = path;
+  FileIdentity present;
+  if (expected != nullptr && (identify(path, present) != 0 || !present.isSameState(*expected))) {
+    return ESTALE;
+  }
+  if (beforeReplacing_) std::exchange(beforeReplacing_, nullptr)();
+  if (resolve(resolved) == 0 && objects_.at(resolved).kind == Kind::file) {
+    replacement.gaveWay = std::make_unique<GaveWay>(*this, objects_.at(resolved));
+  }
+  const int error = replace(path, contents);
+  if (error != 0) replacement = {};
+  if (error == 0) replacement.written = identityOf(resolved);
+  return error;
 }
 
 int InMemoryTextFiles::replace(const std::string& path, const std::string& contents) {
@@ -60,13 +120,14 @@ int InMemoryTextFiles::replace(const std::string& path, const std::string& conte
   if (!hasFolderOf(resolved)) return ENOENT;
   const auto object = objects_.find(resolved);
   if (object == objects_.end()) {
-    objects_[resolved] = {Kind::file, contents};
+    put(resolved, {Kind::file, contents});
   } else if (object->second.kind == Kind::folder) {
     return EISDIR;
   } else if (object->second.kind != Kind::file) {
     return EINVAL;
   } else {
     object->second.contents = contents;
+    changes_[resolved] = ++changeCount_;
   }
   ++replacements_;
   return 0;
@@ -79,7 +140,7 @@ int InMemoryTextFiles::copyOnce(const std::string& from, const std::string& to) 
   if (!hasFolderOf(to)) return ENOENT;
   std::string resolved = from;
   resolve(resolved);
-  objects_[to] = objects_.at(resolved);
+  put(to, objects_.at(resolved));
   return 0;
 }
 
@@ -99,6 +160,21 @@ int InMemoryTextFiles::removeFile(const std::string& folder, const std::string& 
   return 0;
 }
 
+int InMemoryTextFiles::namesBeginningWith(const std::string& folder, const std::string& prefix,
+                                          std::vector<std::string>& names) {
+  names.clear();
+  std::string resolved = folder;
+  if (const int error = resolve(resolved); error != 0) return error;
+  if (objects_.at(resolved).kind != Kind::folder) return ENOTDIR;
+  const std::string beginning = (resolved == "/" ? "/" : resolved + "/");
+  for (const auto& [path, object] : objects_) {
+    if (!path.starts_with(beginning + prefix) || path == beginning) continue;
+    const std::string name = path.substr(beginning.size());
+    if (name.find('/') == std::string::npos) names.push_back(name);
+  }
+  return 0;
+}
+
 bool InMemoryTextFiles::exists(const std::string& path) {
   std::string resolved = path;
   return resolve(resolved) == 0;
@@ -108,7 +184,7 @@ void InMemoryTextFiles::set(const std::string& path, const Object& object) {
   for (std::string folder = folderOf(path); folder != "/"; folder = folderOf(folder)) {
     objects_.try_emplace(folder, Object{Kind::folder, "", 0755});
   }
-  objects_[path] = object;
+  put(path, object);
 }
 
 void InMemoryTextFiles::setFile(const std::string& path, const std::string& contents) {

@@ -3,8 +3,11 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/text_file.h"
 
@@ -25,11 +28,22 @@ class InMemoryTextFiles : public TextFiles {
   // The folders "/" and "/etc" are there.
   InMemoryTextFiles();
 
-  int read(const std::string& path, std::string& contents) override;
+  using TextFiles::read;
+  int read(const std::string& path, std::string& contents, FileIdentity& identity) override;
+  int identify(const std::string& path, FileIdentity& identity) override;
   int replace(const std::string& path, const std::string& contents) override;
+  int replaceKeeping(const std::string& path, const std::string& contents,
+                     const FileIdentity* expected, Replacement& replacement) override;
   int copyOnce(const std::string& from, const std::string& to) override;
   int removeFile(const std::string& folder, const std::string& name) override;
+  int namesBeginningWith(const std::string& folder, const std::string& prefix,
+                         std::vector<std::string>& names) override;
   bool exists(const std::string& path) override;
+
+  // Runs once, just before the next `replaceKeeping` replaces: what somebody else does then.
+  void setBeforeReplacing(std::function<void()> action) { beforeReplacing_ = std::move(action); }
+  // Whether the files that give way are open for writing elsewhere.
+  void setOpenForWriting(bool isOpen) { openForWriting_ = isOpen; }
 
   // Sets up an object, and the folders above it.
   void set(const std::string& path, const Object& object);
@@ -49,8 +63,16 @@ class InMemoryTextFiles : public TextFiles {
   // Follows links at the last component. ENOENT with `path` set when nothing is there.
   int resolve(std::string& path) const;
   bool hasFolderOf(const std::string& path) const;
+  FileIdentity identityOf(const std::string& resolved) const;
+  void put(const std::string& path, const Object& object);
+
+  class GaveWay;
 
   std::map<std::string, Object> objects_;
+  std::map<std::string, std::int64_t> changes_;  // when each object was last changed, counted
+  std::int64_t changeCount_ = 0;
+  std::function<void()> beforeReplacing_;
+  bool openForWriting_ = false;
   int replacements_ = 0;
 };
 

@@ -1,0 +1,147 @@
+// What others write into the exports file while it is managed.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "exports/nfs_export_parser.h"
+#include "support/exports_parser_test_support.h"
+
+namespace paddock {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class NFSExportParserChangesTest : public ParserTest {
+ protected:
+  // 1'700'000'000 seconds after 1970, as the clock of the tests has it.
+  static constexpr const char* kKept = "/etc/exports.replaced-20231114T221320Z";
+
+  std::vector<std::string> logged() const {
+    std::vector<std::string> texts;
+    for (const auto& line : logger_.lines()) {
+      EXPECT_EQ(line.priority, kLogWarning);
+      texts.push_back(line.text);
+    }
+    return texts;
+  }
+  std::vector<std::string> keptFiles() {
+    std::vector<std::string> names;
+    EXPECT_EQ(files_.namesBeginningWith("/etc", "exports.replaced-", names), 0);
+    return names;
+  }
+};
+
+TEST_F(NFSExportParserChangesTest, AChangedFileIsReadAgain) {
+  const auto parser = parserOf("# mine\n");
+  files_.setFile(kFile, "# mine\n" + kBegin + "/srv/a *(ro)\n" + kEnd);
+  EXPECT_TRUE(parser->readFileIfChanged());
+  EXPECT_NE(parser->exportWithPath("/srv/a"), nullptr);
+}
+
+TEST_F(NFSExportParserChangesTest, AnUnchangedFileIsNotReadAgain) {
+  const auto parser = parserOf(kBegin + "/srv/a *(ro)\n" + kEnd);
+  const auto record = parser->exportWithPath("/srv/a");
+  EXPECT_TRUE(parser->readFileIfChanged());
+  EXPECT_EQ(parser->exportWithPath("/srv/a"), record);
+  files_.replace(kFile, kBegin + "/srv/a *(ro)\n" + kEnd);
+  EXPECT_TRUE(parser->readFileIfChanged());
+  EXPECT_EQ(parser->exportWithPath("/srv/a"), record) << "another file of the same text";
+}
+
+TEST_F(NFSExportParserChangesTest, AChangedFileThatCannotBeReadKeepsThePreviousLines) {
+  const auto parser = parserOf("# mine\n");
+  const std::string before = parser->description();
+  files_.setFile(kFile, "# caf\xE9\n");
+  EXPECT_FALSE(parser->readFileIfChanged());
+  files_.remove(kFile);
+  EXPECT_FALSE(parser->readFileIfChanged());
+  EXPECT_EQ(parser->description(), before);
+}
+
+TEST_F(NFSExportParserChangesTest, WhatWasNotWrittenYetIsDoneAgainOnTheNewLines) {
+  const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n/srv/b *(ro)\n" + kEnd);
+  parser->addOrReplaceExport(exportTo("/srv/c"));
+  parser->removeExportWithPath("/srv/a");
+  EXPECT_TRUE(parser->hasUnwrittenChanges());
+  files_.setFile(kFile, "# other\n" + kBegin + "/srv/a *(rw)\n/srv/b *(rw)\n" + kEnd);
+  EXPECT_TRUE(parser->readFileIfChanged());
+  EXPECT_EQ(written(*parser), "# other\n" + kBegin + "/srv/c *(ro)\n/srv/b *(rw)\n" + kEnd);
+  EXPECT_FALSE(parser->hasUnwrittenChanges());
+}
+
+TEST_F(NFSExportParserChangesTest, ALineWrittenJustBeforeAWriteStays) {
+  const auto parser = parserOf("# mine\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  files_.setFile(kFile, "# mine\n/by/hand *(ro)\n");
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n/by/hand *(ro)\n");
+  EXPECT_THAT(keptFiles(), ElementsAre());
+  EXPECT_THAT(logged(), ElementsAre());
+}
+
+TEST_F(NFSExportParserChangesTest, ALineWrittenInTheLastInstantIsKeptBesideAndLogged) {
+  const auto parser = parserOf("# mine\n# theirs\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n  /by/hand *(ro)\x1B[2J\n"); });
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n# theirs\n");
+  EXPECT_EQ(files_.contents(kKept), "# mine\n  /by/hand *(ro)\x1B[2J\n");
+  EXPECT_THAT(
+      logged(),
+      ElementsAre("paddock_sharing: /etc/exports was changed by others while it was replaced; "
+                  "that file is kept as " +
+                      std::string(kKept),
+                  "paddock_sharing: /etc/exports lost the line: /by/hand *(ro)\\x1B[2J",
+                  "paddock_sharing: /etc/exports has the line again: # theirs"));
+}
+
+TEST_F(NFSExportParserChangesTest, AWriteThatReadsNothingKeepsWhatItWritesOver) {
+  const auto parser = parserOf("# mine\n");
+  files_.setFile(kFile, "# by hand\n");
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(files_.contents(kFile), "# mine\n");
+  EXPECT_EQ(files_.contents(kKept), "# by hand\n");
+}
+
+TEST_F(NFSExportParserChangesTest, AFileThatMayChangeYetIsKept) {
+  const auto parser = parserOf("# mine\n");
+  files_.setOpenForWriting(true);
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kKept), "# mine\n");
+  EXPECT_THAT(logged(), ElementsAre(HasSubstr("was open for writing elsewhere")));
+}
+
+TEST_F(NFSExportParserChangesTest, TheLastTenStayAndNoOtherFileGoes) {
+  files_.setFile("/etc/exports.replaced-by-anna", "x");
+  const auto parser = parserOf("# mine\n");
+  for (int round = 0; round < 13; ++round) {
+    files_.setFile(kFile, "# by hand " + std::to_string(round) + "\n");
+    EXPECT_TRUE(parser->writeFile());
+    // Two in one second have different names all the same.
+    if (round != 5) clock_.advance(std::chrono::minutes(1));
+  }
+  const auto names = keptFiles();
+  ASSERT_EQ(names.size(), 11U);
+  EXPECT_EQ(files_.contents("/etc/" + names.front()), "# by hand 3\n");
+  EXPECT_EQ(files_.contents("/etc/" + names.at(9)), "# by hand 12\n");
+  EXPECT_EQ(names.back(), "exports.replaced-by-anna");
+}
+
+TEST_F(NFSExportParserChangesTest, AFileThatCannotBeKeptIsSaidToStay) {
+  const auto parser = parserOf("# mine\n");
+  // Every name of a minute is taken.
+  for (int second = 20; second < 80; ++second) {
+    const std::string minute = second < 60 ? "13" : "14";
+    const std::string digits = std::to_string(100 + second % 60).substr(1);
+    files_.setFile("/etc/exports.replaced-20231114T22" + minute + digits + "Z", "taken");
+  }
+  files_.setFile(kFile, "# by hand\n");
+  EXPECT_TRUE(parser->writeFile());
+  ASSERT_EQ(logged().size(), 3U);
+  EXPECT_THAT(logged().front(), HasSubstr("could not be kept as /etc/exports.replaced-"));
+  EXPECT_THAT(logged().front(), HasSubstr("stays in its folder"));
+}
+
+}  // namespace
+}  // namespace paddock

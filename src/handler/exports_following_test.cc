@@ -1,0 +1,89 @@
+// Lines that somebody writes into the exports file, and the requests that come then.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/handler_fixture.h"
+
+namespace paddock {
+namespace {
+
+class ExportsFollowingTest : public HandlerFixture {
+ protected:
+  static Dictionary folder(const std::string& path) { return Dictionary{{"path", path}}; }
+  Dictionary readFolder(const std::string& path) {
+    return handler.performOperation("readSettings", {{"optionalArguments", folder(path)}});
+  }
+  Dictionary write(const std::string& path, const Dictionary& configuration) {
+    return handler.performOperation(
+        "writeSettings", {{"optionalArguments", folder(path)}, {"configuration", configuration}});
+  }
+  bool hasExport(const Dictionary& reply) {
+    return reply.dictionary("configuration")
+               ->dictionary("sharePointRecord")
+               ->dictionary("nfsExportRecord") != nullptr;
+  }
+};
+
+TEST_F(ExportsFollowingTest, ARequestThatIsNotAboutItLeavesALineAlone) {
+  readExportsFile("# mine\n");
+  setExportsFile("# mine\n/by/hand *(ro)\n");
+  write("/srv/a", {{"fileAccessPrivs", Dictionary{}}});
+  EXPECT_EQ(exportsFile(), "# mine\n/by/hand *(ro)\n");
+}
+
+TEST_F(ExportsFollowingTest, AShareThatIsAddedLeavesALineAlone) {
+  readExportsFile("# mine\n");
+  setExportsFile("# mine\n/by/hand *(ro)\n");
+  write("/srv/a",
+        {{"sharePointRecord", Dictionary{{"path", "/srv/a"},
+                                         {"name", "a"},
+                                         {"nfsExportRecord", exportTo("*", Array{"rw"})}}}});
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}) + "# mine\n/by/hand *(ro)\n");
+}
+
+TEST_F(ExportsFollowingTest, AShareThatIsRemovedLeavesALineAlone) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile(managedBlock({"/srv/a *(rw)"}));
+  setExportsFile(managedBlock({"/srv/a *(ro)"}) + "/by/hand *(ro)\n");
+  write("/srv/a", {{"sharePointRecord", Dictionary{{"isShared", false}}}});
+  EXPECT_EQ(exportsFile(), "/by/hand *(ro)\n");
+}
+
+TEST_F(ExportsFollowingTest, ReadingAFolderShowsTheExportsThatAreThere) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile("");
+  EXPECT_FALSE(hasExport(readFolder("/srv/a")));
+  setExportsFile(managedBlock({"/srv/a *(rw)"}));
+  EXPECT_TRUE(hasExport(readFolder("/srv/a")));
+}
+
+TEST_F(ExportsFollowingTest, ATickReadsAChangedFile) {
+  readExportsFile("");
+  setExportsFile(managedBlock({"/srv/a *(rw)"}));
+  EXPECT_EQ(handler.doIdleAtCount(2), 0);
+  NFSExportRecordPtr record;
+  get_export_record("/srv/a", record);
+  EXPECT_NE(record, nullptr);
+}
+
+TEST_F(ExportsFollowingTest, ATickNeitherReadsAnUnchangedFileNorWrites) {
+  readExportsFile("# mine\n");
+  trace.forgetCalls();
+  for (const std::uint64_t count : {0U, 2U, 3U}) EXPECT_EQ(handler.doIdleAtCount(count), 0);
+  EXPECT_THAT(trace.calls(), testing::Each(testing::Field(&ServiceCall::operation, "identify")));
+}
+
+TEST_F(ExportsFollowingTest, AnExportThatCouldNotBeWrittenIsNotShown) {
+  addSharePoint("a", "/srv/a");
+  readExportsFile("# mine\n");
+  trace.fail("replace", ENOSPC);
+  write("/srv/a",
+        {{"sharePointRecord",
+          Dictionary{{"path", "/srv/a"}, {"nfsExportRecord", exportTo("*", Array{"rw"})}}}});
+  trace.forgetRules();
+  EXPECT_FALSE(hasExport(readFolder("/srv/a")));
+  EXPECT_EQ(exportsFile(), "# mine\n");
+}
+
+}  // namespace
+}  // namespace paddock
