@@ -22,7 +22,7 @@ set(PADDOCK_LAYERS
   "platform_testing| src/platform/testing | platform base"
   "module          | src/module           | handler store exports privileges volumes platform_linux platform_host hostlib wire platform api base"
   "daemon          | src/daemon           | configuration wire hostlib api base"
-  "plugins         | plugins              | samba hostlib platform_linux platform_host platform api base"
+  "plugins         | plugins              | store exports samba hostlib platform_linux platform_host platform api base"
   "apps_paddockd   | apps/paddockd        | daemon base"
   "apps_keelhouse  | apps/keelhouse       | samba wire base"
   "apps_quotascan  | apps/quotascan       | volumes platform_linux platform base"

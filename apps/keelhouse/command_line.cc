@@ -140,8 +140,11 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
   addNodeCommands(program, action);
   addAuditCommand(program, action);
   addRawCommands(program, action);
-  program.add_subcommand("status", "What the daemon says of itself")->callback([&action] {
-    action = showStatus;
+  bool checkServed = false;
+  auto* status = program.add_subcommand("status", "What the daemon says of itself");
+  status->add_flag("--check", checkServed, "And whether the shared folders are served");
+  status->callback([&action, &checkServed] {
+    action = [&checkServed](const Session& session) { return showStatus(session, checkServed); };
   });
   addHelp(program, action);
   try {

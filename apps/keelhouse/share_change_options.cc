@@ -90,6 +90,8 @@ void addShareChanges(CLI::App& command, ShareChanges& changes) {
   addSwitch(command, "recycle", smb.recycle, "Keep what is deleted over SMB, in .recycle",
             "Delete what is deleted over SMB");
   addSmbParameters(command, smb);
+  command.add_flag("--require-served", changes.requireServed,
+                   "End with status 5 when it is not served");
 }
 
 void addShareWithdrawals(CLI::App& command, ShareChanges& changes) {

@@ -28,6 +28,7 @@ struct ShareChanges {
   std::optional<bool> backup;
   std::optional<bool> indexed;
   SmbChanges smbOptions;
+  bool requireServed = false;  // no change: it only has an exit status of its own when not served
 
   bool empty() const;
 };

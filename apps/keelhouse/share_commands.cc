@@ -12,13 +12,13 @@
 #include "keelhouse/json_document.h"
 #include "keelhouse/named_share.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/served_states.h"
 #include "keelhouse/share_automount.h"
 #include "keelhouse/share_document.h"
 #include "keelhouse/share_notes.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
 #include "keelhouse/share_warnings.h"
-#include "keelhouse/smb_publication.h"
 #include "keelhouse/smb_settings.h"
 #include "keelhouse/smb_writing.h"
 #include "keelhouse/team_folder.h"
@@ -40,14 +40,8 @@ void print(const Session& session, const Dictionary& sharePoint) {
 }
 
 void printNotes(const Session& session, const Dictionary& sharePoint) {
-  std::vector<std::string> notes = notesOn(sharePoint);
-  const std::string published = publishedSharesOf(session.daemon.socketPath());
-  if (!isPublishedOverSmb(published, sharePoint).value_or(true)) {
-    notes.push_back("it is not among the shares of Samba (" + printable(published) +
-                    "), which cannot carry every name; the system's log says why. Another name: "
-                    "--smb-name");
-  }
-  for (const std::string& note : notes) session.notes << "keelhouse: note: " << note << '\n';
+  for (const std::string& note : notesOn(sharePoint))
+    session.notes << "keelhouse: note: " << note << '\n';
 }
 
 // The stored path may differ from the given one by letter case.
@@ -65,7 +59,8 @@ void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const c
 
 // Prints what became of `record`, which `reply` answers, and looks whether clients get to see it.
 ExitStatus showWritten(const Session& session, const std::string& path, const Dictionary& record,
-                       const Dictionary& reply, const AutomountChange& automount) {
+                       const Dictionary& reply, const AutomountChange& automount,
+                       bool requireServed) {
   Dictionary result = settingsPart(reply, "sharePointRecord");
   if (!isShared(result)) {
     throw daemonFailure(printable(path) + " was written, but does not read back as shared");
@@ -76,10 +71,11 @@ ExitStatus showWritten(const Session& session, const std::string& path, const Di
     session.notes << "keelhouse: warning: " << printable(warning) << '\n';
   }
   printNotes(session, result);
+  announceNewNames(session, record, result);
   requireTakenOver(record, result, "isBackstowBackup", "its use for backups");
   requireTakenOver(record, result, "isIndexingEnabled", "its indexing");
   automount.check(result);
-  return ExitStatus::done;
+  return reportServed(session, storedPath(result, path), requireServed);
 }
 
 // What the command line asks for: options, or all that a document has.
@@ -184,12 +180,13 @@ ExitStatus addShare(const Session& session, const std::string& typedPath, const 
   }
   const std::optional<Team> team =
       sources.team ? std::optional(findTeam(session, *sources.team)) : std::nullopt;
+  const std::string action = printable(path) + " cannot be shared";
+  requireServable(session, action, record, !changes.smbName);
   const AutomountChange automount(session, path, planAutomount(changes, {}, false), account);
   if (team) giveToTeam(session, path, *team);
   const Dictionary reply = writeNewShare(
-      session, {path, record, printable(path) + " cannot be shared", automount.credentials()},
-      changes.smbOptions);
-  return showWritten(session, path, record, reply, automount);
+      session, {path, record, action, automount.credentials()}, changes.smbOptions);
+  return showWritten(session, path, record, reply, automount, changes.requireServed);
 }
 
 ExitStatus setShare(const Session& session, const std::string& typedPath, const ShareChanges& typed,
@@ -211,8 +208,9 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
     throw failure(printable(path) + " is not automounted, so there is nothing to write as " +
                   printable(account.name));
   }
-  const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
   const std::string action = "the share point of " + printable(path) + " cannot be changed";
+  requireServable(session, action, record, false);
+  const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
   const auto write = [&] {
     return changeFolder(
                session, path,
@@ -225,7 +223,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   };
   const Dictionary reply =
       writeChangedShare(session, {path, {}, action, {}, write}, changes.smbOptions, stored);
-  return showWritten(session, path, record, reply, automount);
+  return showWritten(session, path, record, reply, automount, changes.requireServed);
 }
 
 ExitStatus removeShare(const Session& session, const std::string& typedPath,
@@ -246,6 +244,7 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
   } else {
     session.out << printable(path) << " is no longer shared.\n";
   }
+  reportStillServed(session, storedPath(stored, path));
   automount.check(result);
   return ExitStatus::done;
 }

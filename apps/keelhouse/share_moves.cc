@@ -13,6 +13,7 @@
 #include "keelhouse/named_share.h"
 #include "keelhouse/principals.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/served_states.h"
 #include "keelhouse/share_commands.h"
 #include "keelhouse/share_names.h"
 #include "keelhouse/share_path.h"
@@ -345,7 +346,7 @@ ExitStatus moveShare(const Session& session, const std::string& folder,
     session.out << formatSharePoint(moved);
   }
   notePrivileges(session, from, to);
-  return ExitStatus::done;
+  return reportServed(session, to, false);
 }
 
 ExitStatus renameShare(const Session& session, const std::string& folder, const Renaming& renaming,

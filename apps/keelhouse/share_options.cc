@@ -4,6 +4,7 @@
 #include "keelhouse/account_options.h"
 #include "keelhouse/options.h"
 #include "keelhouse/path_command.h"
+#include "keelhouse/served_states.h"
 #include "keelhouse/share_change_options.h"
 #include "keelhouse/share_commands.h"
 #include "keelhouse/share_moves.h"
@@ -35,6 +36,27 @@ void addFrom(CLI::App& command, const SharedOptions& options) {
       .add_option("--from", options->sources.from,
                   "Take all that share show --json printed from FILE (\"-\": standard input)")
       ->type_name("FILE");
+}
+
+void addList(CLI::App& group, Action& action) {
+  struct ListOptions {
+    bool check = false;
+    bool requireServed = false;
+  };
+  const auto options = std::make_shared<ListOptions>();
+  auto* command = group.add_subcommand("list", "All shared folders");
+  auto* check = command->add_flag("--check", options->check,
+                                  "Ask the services over what each of them is served");
+  command
+      ->add_flag("--require-served", options->requireServed,
+                 "End with status 5 when one of them is not served")
+      ->needs(check);
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return options->check ? listServedStates(session, options->requireServed)
+                            : listShares(session);
+    };
+  });
 }
 
 void addAdd(CLI::App& group, Action& action) {
@@ -125,7 +147,7 @@ void addRename(CLI::App& group, Action& action) {
 void addShareCommands(CLI::App& program, Action& action) {
   auto* group = program.add_subcommand("share", "Shared folders");
   group->require_subcommand(1);
-  group->add_subcommand("list", "All shared folders")->callback([&action] { action = listShares; });
+  addList(*group, action);
   addPathCommand(*group, action, kFolderOperand, "show", "How a folder is shared", showShare);
   addAdd(*group, action);
   addSet(*group, action);

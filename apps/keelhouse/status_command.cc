@@ -11,6 +11,7 @@
 #include "keelhouse/run_status_file.h"
 #include "keelhouse/run_text.h"
 #include "keelhouse/running_runs.h"
+#include "keelhouse/served_states.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -141,8 +142,10 @@ std::string describeRun(const RunInSight& run) {
          ", process " + std::to_string(run.run.process);
 }
 
+// `served` is absent when it was not asked for.
 void printText(const Session& session, const Dictionary& health, const std::vector<Plugin>& plugins,
-               const Directory& directory, const std::vector<RunInSight>& runs) {
+               const Directory& directory, const std::vector<RunInSight>& runs,
+               const std::optional<ServedStates>& served) {
   const std::string* state = health.string("status");
   std::vector<std::vector<std::string>> rows;
   const std::string* version = health.string("version");
@@ -163,6 +166,9 @@ void printText(const Session& session, const Dictionary& health, const std::vect
   if (!directory.error.empty()) rows.push_back({"directory nodes", printable(directory.error)});
   for (const RunInSight& run : runs) {
     rows.push_back({"propagation " + printable(run.run.path), describeRun(run)});
+  }
+  if (served) {
+    for (auto& row : servedRows(*served)) rows.push_back(std::move(row));
   }
   session.out << formatTable(rows);
 }
@@ -194,7 +200,8 @@ Array jsonOf(const std::vector<RunInSight>& runs) {
 }
 
 Dictionary jsonOf(const Dictionary& health, const std::vector<Plugin>& plugins,
-                  const Directory& directory, const std::vector<RunInSight>& runs) {
+                  const Directory& directory, const std::vector<RunInSight>& runs,
+                  const std::optional<ServedStates>& served) {
   Array list;
   for (const Plugin& plugin : plugins) {
     Dictionary entry{{"name", plugin.name}, {"operations", plugin.operations}};
@@ -206,22 +213,27 @@ Dictionary jsonOf(const Dictionary& health, const std::vector<Plugin>& plugins,
                  {"nodes", jsonOf(directory)},
                  {"propagations", jsonOf(runs)}};
   if (!directory.error.empty()) all.set("nodesError", directory.error);
+  if (served) all.set("sharePoints", served->sharePoints);
+  if (served && !served->error.empty()) all.set("sharePointsError", served->error);
   return all;
 }
 
 }  // namespace
 
-ExitStatus showStatus(const Session& session) {
+ExitStatus showStatus(const Session& session, bool check) {
   const Dictionary health = session.daemon.get("/v1/health");
   const std::vector<Plugin> plugins = askPlugins(session);
   const Directory directory = askDirectory(session, plugins);
   const std::vector<RunInSight> runs = askRuns(session);
+  std::optional<ServedStates> served;
+  if (check) served = askAllServed(session);
   if (session.json) {
-    session.out << wire::writeJsonPretty(jsonOf(health, plugins, directory, runs)) << '\n';
+    session.out << wire::writeJsonPretty(jsonOf(health, plugins, directory, runs, served)) << '\n';
   } else {
-    printText(session, health, plugins, directory, runs);
+    printText(session, health, plugins, directory, runs, served);
   }
-  bool good = directory.isGood() && !configurationIsBroken(health);
+  bool good = directory.isGood() && !configurationIsBroken(health) &&
+              (!served || served->areGood());
   for (const Plugin& plugin : plugins) good = good && (!plugin.state || plugin.state->good);
   return good ? ExitStatus::done : ExitStatus::failed;
 }

@@ -33,6 +33,11 @@ void setProgramTimeLimit(std::chrono::seconds limit);
 // them. Never throws for a program's sake.
 ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments);
 
+// The same with a time limit of its own and nothing in the log: for a program that is asked
+// something, whose failure is an answer.
+ProgramResult askProgram(const std::string& path, const std::vector<std::string>& arguments,
+                         std::chrono::milliseconds limit);
+
 // Starts the executable at the absolute path `path`, taken below the host's root, and does not wait
 // for it. `argumentVector` is the whole of argv, argv[0] included. Standard input is empty,
 // standard output goes nowhere and standard error where the daemon's goes; no other descriptor is

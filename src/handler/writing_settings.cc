@@ -11,6 +11,7 @@
 #include "handler/sharing_request_handler.h"
 #include "paddock/request_conditions.h"
 #include "privileges/file_privs.h"
+#include "store/served_report.h"
 #include "store/share_point_writing.h"
 #include "volumes/volume_quotas.h"
 
@@ -137,6 +138,7 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
   const Array& credentials = arrayOrEmpty(configuration.array(kCredentialsKey));
   Status writeStatus = kSuccess;
   std::uint64_t write = 0;
+  std::vector<SharePointRecord> sharePoints;
   {
     const std::lock_guard lock(*gSettingsDictLock);
     // First, so that nothing of this request is based on an exports file of before.
@@ -145,13 +147,14 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
     write = ++gWrites;
     // Each step runs whatever became of the one before.
     const Status privStatus = path != nullptr ? writePrivileges(*path, configuration) : kSuccess;
-    std::vector<SharePointRecord> sharePoints =
+    sharePoints =
         path != nullptr ? folderSharePoint(*path, configuration) : listedSharePoints(configuration);
     const Status quotaStatus = path != nullptr ? writeVolumeQuotas(*path, configuration) : kSuccess;
     const Status spStatus = write_sharepoints(sharePoints, context(), credentials, *this);
     writeStatus = firstFailure({privStatus, quotaStatus, spStatus});
   }
-  // The lock is free here, since reading takes it again.
+  // The lock is free here, since reading takes it again, and since servers are slow to ask.
+  log_what_is_served(sharePoints);
   Dictionary readBack = readSettingsWithRequest(readBackRequest(path));
   if (gWrites != write) forgetReplyState();
   return replyFor(writeStatus, std::move(readBack));

@@ -49,8 +49,11 @@ void logResult(const std::string& path, const ProgramResult& result) {
 }
 
 ProgramResult runAndWait(const std::string& path, const std::vector<std::string>& arguments,
-                         std::chrono::steady_clock::time_point deadline) {
+                         std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   ProgramResult result;
+  result.status = argumentError(path, arguments);
+  if (result.status != 0) return result;
   ChildProcess child;
   registry().startAndRegister(currentRequestId(), [&] {
     result.status = child.start(path, arguments);
@@ -71,13 +74,14 @@ ProgramResult runAndWait(const std::string& path, const std::vector<std::string>
 ProgramResult runProgramWithin(const std::string& path, const std::vector<std::string>& arguments,
                                std::chrono::milliseconds limit) {
   const std::string program = hostPath(path);
-  ProgramResult result;
-  result.status = argumentError(program, arguments);
-  if (result.status == 0) {
-    result = runAndWait(program, arguments, std::chrono::steady_clock::now() + limit);
-  }
+  ProgramResult result = runAndWait(program, arguments, limit);
   logResult(program, result);
   return result;
+}
+
+ProgramResult askProgram(const std::string& path, const std::vector<std::string>& arguments,
+                         std::chrono::milliseconds limit) {
+  return runAndWait(hostPath(path), arguments, limit);
 }
 
 ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments) {

@@ -87,14 +87,6 @@ bool contains(const Names& names, std::string_view name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// Samba passes over blanks when it looks whether a section is the global one.
-bool isReserved(std::string_view name) {
-  std::string key = shareNameKey(name);
-  if (contains(kReserved, key)) return true;
-  key.erase(std::remove(key.begin(), key.end(), ' '), key.end());
-  return contains(kGlobal, key);
-}
-
 }  // namespace
 
 std::string_view faultOfValue(std::string_view text) {
@@ -112,8 +104,16 @@ std::string_view faultOfShareName(std::string_view name) {
   if (name.find_first_of("[]") != std::string_view::npos) return "has a bracket";
   if (name.find_first_of("/\\") != std::string_view::npos) return "has a slash or backslash";
   if (utf16Length(name) > kLongestName) return "has more than 80 characters";
-  if (isReserved(name)) return "is one that Samba keeps for itself";
+  if (isReservedShareName(name)) return "is one that Samba keeps for itself";
   return {};
+}
+
+// Samba passes over blanks when it looks whether a section is the global one.
+bool isReservedShareName(std::string_view name) {
+  std::string key = shareNameKey(name);
+  if (contains(kReserved, key)) return true;
+  key.erase(std::remove(key.begin(), key.end(), ' '), key.end());
+  return contains(kGlobal, key);
 }
 
 std::string shareNameKey(std::string_view name) {

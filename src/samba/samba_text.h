@@ -16,6 +16,9 @@ std::string_view faultOfValue(std::string_view text);
 // Of the name of a section that is to be a share of this name.
 std::string_view faultOfShareName(std::string_view name);
 
+// Whether Samba has a meaning of its own for a section of this name.
+bool isReservedShareName(std::string_view name);
+
 // What tells share names apart: each character in lower case by itself, as Samba compares them.
 // Names with different keys are different ones to Samba, too. So are a few with the same key, whose
 // letters have another case in a newer Unicode than Samba's. `name` is UTF-8.

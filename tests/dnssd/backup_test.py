@@ -90,6 +90,22 @@ class BackupTest(unittest.TestCase):
         self.share(daemon, "Beta", isSharedOverVSP=False)
         self.wait_until_nothing_is_seen()
 
+    def test_keelhouse_says_what_avahi_does(self):
+        daemon = self.start()
+        path = os.path.join(self.folder, "Said")
+        os.mkdir(path)
+        words = ("--no-smb", "--no-ftp", "--backup")
+        ended = daemon.run("share", "add", path, *words)
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assertIn("Shared over DNS-SD as Said of here", ended.stderr)
+        self.wait_until_seen(SYS, self.entry(daemon, 0, "Said", path))
+        self.here.stop_avahi()
+        ended = daemon.run("share", "set", path, *words)
+        self.assertIn("DNS-SD: not served: the Avahi daemon is stopped (systemctl start avahi-daemon)", ended.stderr)
+        self.here.start_avahi()
+        eventually(lambda: "Shared over DNS-SD as Said of here" in daemon.run("status", "--check").stdout,
+                   "that it is advertised again")
+
     def test_the_end_of_the_daemon_is_the_end_of_the_service_and_its_start_publishes_again(self):
         daemon = self.start()
         alpha = self.share(daemon, "Alpha")

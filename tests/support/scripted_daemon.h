@@ -12,6 +12,7 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -58,13 +59,24 @@ class ScriptedDaemon {
 
   // The answers of the next requests, in order, with further header lines, each with its line end.
   // Without one a request is answered with 404.
-  void answer(std::string body, int httpStatus = 200, const std::string& headers = {}) {
+  void answer(const std::string& body, int httpStatus = 200, const std::string& headers = {}) {
     const std::lock_guard lock(mutex_);
-    answers_.push_back(
-        "HTTP/1.1 " + std::to_string(httpStatus) +
-        " X\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
-        "\r\nConnection: close\r\n" + headers + "\r\n" + std::move(body));
+    answers_.push_back(wireText(body, httpStatus, headers));
   }
+  // The answer of every request for this operation of the plug-in paddock_services, which is asked
+  // beside what a command is about: it takes no answer of the others and is not among the requests.
+  // Without one nothing is refused and all is served, of which nothing is said; an empty one is
+  // that of a daemon without the plug-in.
+  void answerServices(const std::string& operation, std::string body) {
+    const std::lock_guard lock(mutex_);
+    services_[operation] = std::move(body);
+  }
+  // The bodies of the requests for them, in order.
+  std::vector<std::string> servicesAsked() const {
+    const std::lock_guard lock(mutex_);
+    return servicesAsked_;
+  }
+
   // Closes the next connection unanswered.
   void hangUp() {
     const std::lock_guard lock(mutex_);
@@ -120,8 +132,25 @@ class ScriptedDaemon {
     }
   }
 
+  static std::string wireText(const std::string& body, int httpStatus,
+                              const std::string& headers = {}) {
+    return "HTTP/1.1 " + std::to_string(httpStatus) +
+           " X\r\nContent-Type: application/json\r\nContent-Length: " +
+           std::to_string(body.size()) + "\r\nConnection: close\r\n" + headers + "\r\n" + body;
+  }
+
   std::string record(const std::string& text) {
     const std::lock_guard lock(mutex_);
+    constexpr std::string_view kServices = "POST /v1/paddock_services/";
+    if (text.starts_with(kServices)) {
+      const std::string operation =
+          text.substr(kServices.size(), text.find(' ', kServices.size()) - kServices.size());
+      servicesAsked_.push_back(text.substr(text.find("\r\n\r\n") + 4));
+      const auto answer = services_.find(operation);
+      if (answer != services_.end() && !answer->second.empty())
+        return wireText(answer->second, 200);
+      return wireText(R"({"error":"there is no such plug-in"})", 404);
+    }
     requests_.push_back({text.substr(0, text.find(" HTTP/")),
                          text.substr(text.find("\r\n\r\n") + 4),
                          text.substr(0, text.find("\r\n\r\n") + 2)});
@@ -140,6 +169,10 @@ class ScriptedDaemon {
   mutable std::mutex mutex_;
   std::deque<std::string> answers_;
   std::vector<Request> requests_;
+  std::map<std::string, std::string> services_{
+      {"checkShare", R"({"status":0,"refusals":[]})"},
+      {"getServed", R"({"status":0,"sharePoints":[{"isServed":true,"sentence":""}]})"}};
+  std::vector<std::string> servicesAsked_;
   std::thread thread_;
 };
 

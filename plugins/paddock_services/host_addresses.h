@@ -1,0 +1,21 @@
+// The addresses of a host, within a time.
+#pragma once
+
+#include <chrono>
+#include <set>
+#include <string>
+
+namespace paddock {
+
+struct HostAddresses {
+  enum class Outcome { found, none, late };
+  Outcome outcome = Outcome::none;
+  std::set<std::string> addresses;  // as numbers: "192.0.2.1", "2001:db8::1"
+  std::string reason;               // of `none`: the resolver's own
+};
+
+// As getaddrinfo(3) resolves the name, or the number itself. `late`: the resolver has not answered
+// within `limit`; it goes on by itself, and its answer is dropped. Any thread.
+HostAddresses addressesOfHost(const std::string& host, std::chrono::milliseconds limit);
+
+}  // namespace paddock

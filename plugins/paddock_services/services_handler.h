@@ -1,0 +1,50 @@
+// The plug-in paddock_services: what the world makes of the share points.
+//
+// Operations. Both read only; neither takes the lock of the sharing plug-in, which may call them.
+//
+//   getServed   {"paths": [...]} (absent: every share point)
+//     -> "status", "sharePoints": [{"path", "isShared", "folder", "protocols", "isServed",
+//        "sentence"}]
+//     "folder" is "there", "gone", "no folder" or "unknown"; "protocols" has "smb", "nfs", "vsp",
+//     "ftp" and, of a backup destination, "dnssd", each {"state", "as", "reason", "advice"} (see
+//     ProtocolState); "isServed" is true when every protocol that the share point is published
+//     over serves it; "sentence" is all of it for people.
+//     With "duringChange" true, no program is run in a tree of its own.
+//
+//   checkShare  {"path", "nameOverSMB", "mayBeNumbered", "clients": [{"host", "options"}]}
+//     -> "status", "refusals": [{"key", "reason", "advice"}]; see share_check.h
+//
+// "status" is an errno when the share points cannot be read; "error" is its text.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "paddock/plugin_request_handler.h"
+#include "paddock_services/protocol_state.h"
+#include "platform/host/host_services.h"
+#include "platform/linux/linux_directory.h"
+#include "platform/linux/linux_text_files.h"
+#include "platform/services.h"
+
+namespace paddock {
+
+class ServicesRequestHandler final : public PluginRequestHandler {
+ public:
+  // With the host's root and configuration.
+  ServicesRequestHandler();
+
+  std::vector<Operation> operations() const override;
+  Dictionary performOperation(std::string_view name, const Dictionary& request) override;
+
+ private:
+  Dictionary getServed(const Dictionary& request);
+  Dictionary checkShare(const Dictionary& request);
+
+  HostLogger logger_;
+  LinuxTextFiles textFiles_;
+  LinuxDirectoryService directory_;
+  ServicesGuard services_;
+};
+
+}  // namespace paddock

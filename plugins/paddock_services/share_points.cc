@@ -1,0 +1,53 @@
+#include "paddock_services/share_points.h"
+
+#include "platform/linux/case_fold.h"
+#include "store/schema.h"
+
+namespace paddock {
+
+namespace {
+
+std::string firstText(const Dictionary& attributes, const char* attribute) {
+  const Array* values = attributes.array(attribute);
+  const std::string* text =
+      values != nullptr && !values->empty() ? values->front().string() : nullptr;
+  return text != nullptr ? *text : std::string();
+}
+
+bool isSet(const Dictionary& attributes, const char* attribute) {
+  return readBoolean(firstText(attributes, attribute)).value_or(false);
+}
+
+}  // namespace
+
+std::vector<SharePointNames> readSharePointNames(DirectoryService& directory) {
+  const Array records = directory.openLocal()->localNode()->findRecordNames(
+      kRecordsAll,
+      {schema::kRecordName, schema::kDirectoryPath, schema::kVspName, schema::kSmbName,
+       schema::kFtpName, schema::kVspShared, schema::kBackstowBackup},
+      schema::kSharePoints, MatchType::caseInsensitiveExact);
+  std::vector<SharePointNames> all;
+  all.reserve(records.size());
+  for (const Value& record : records) {
+    const Dictionary& attributes = *record.dictionary();
+    all.push_back({firstText(attributes, schema::kRecordName),
+                   firstText(attributes, schema::kDirectoryPath),
+                   firstText(attributes, schema::kVspName), firstText(attributes, schema::kSmbName),
+                   firstText(attributes, schema::kFtpName), isSet(attributes, schema::kVspShared),
+                   isSet(attributes, schema::kBackstowBackup)});
+  }
+  return all;
+}
+
+const SharePointNames* sharePointAt(const std::vector<SharePointNames>& all,
+                                    const std::string& path) {
+  const std::string key = caseFold(path);
+  const SharePointNames* found = nullptr;
+  for (const SharePointNames& one : all) {
+    if (one.path == path) return &one;
+    if (found == nullptr && caseFold(one.path) == key) found = &one;
+  }
+  return found;
+}
+
+}  // namespace paddock
