@@ -1,0 +1,64 @@
+#include "samba/kernel_acl_hash.h"
+
+#include <gtest/gtest.h>
+
+namespace paddock::samba {
+namespace {
+
+std::string bytesOf(std::string_view hexadecimal) {
+  std::string bytes;
+  for (std::size_t at = 0; at < hexadecimal.size(); at += 2)
+    bytes += static_cast<char>(std::stoi(std::string(hexadecimal.substr(at, 2)), nullptr, 16));
+  return bytes;
+}
+
+// What smbd 4.17 stored for a file and for a folder.
+constexpr std::string_view kAccess =
+    "0200000001000700ffffffff020007000a520000020007000c52000004000000ffffffff080000000a520000"
+    "10000700ffffffff20000000ffffffff";
+constexpr std::string_view kDefault =
+    "0200000001000700ffffffff020007000a520000020007000c52000004000500ffffffff080005000a520000"
+    "10000700ffffffff20000000ffffffff";
+constexpr std::string_view kOfFile =
+    "11a8c61b093b7d443093ac4cf36c8ba58615d5e64b0bab22688b5eea7de2ce0b";
+constexpr std::string_view kOfFolder =
+    "e78c67cb18497ef31e176f6c1ae1e178ab7b6b5912dbef4859e8cf784daf0506";
+constexpr std::string_view kBeforeHash =
+    "04000400000002000400020001007ac5314db675a6f2be1ddb5314f660f458d61d7230014bf61a2183753a48377a"
+    "0000000000000000000000000000000000000000000000000000000000000000"
+    "706f7369785f61636c001cb2381e4a7add01";
+
+TEST(KernelAclHash, IsThatOfSmbd) {
+  EXPECT_EQ(kernelAclHashOf({21002, 21002, 0100770, bytesOf(kAccess), {}}), bytesOf(kOfFile));
+  EXPECT_EQ(kernelAclHashOf({21002, 21002, 042770, bytesOf(kAccess), bytesOf(kDefault)}),
+            bytesOf(kOfFolder));
+}
+
+TEST(KernelAclHash, IsAnotherOneAfterEachChange) {
+  EXPECT_NE(kernelAclHashOf({21001, 21002, 0100770, bytesOf(kAccess), {}}), bytesOf(kOfFile));
+  EXPECT_NE(kernelAclHashOf({21002, 21001, 0100770, bytesOf(kAccess), {}}), bytesOf(kOfFile));
+  EXPECT_NE(kernelAclHashOf({21002, 21002, 0100700, bytesOf(kAccess), {}}), bytesOf(kOfFile));
+  EXPECT_NE(kernelAclHashOf({21002, 21002, 0100770, {}, {}}), bytesOf(kOfFile));
+}
+
+TEST(KernelAclHash, IsFoundInAValueOfVersion4Alone) {
+  const std::string value = bytesOf(kBeforeHash) + bytesOf(kOfFile);
+  EXPECT_EQ(kernelAclHashIn(value), bytesOf(kOfFile));
+  EXPECT_FALSE(kernelAclHashIn(value.substr(0, value.size() - 1)));
+  std::string other = value;
+  other[0] = other[2] = 3;
+  EXPECT_FALSE(kernelAclHashIn(other));
+  other = value;
+  other[12] = 0;
+  EXPECT_FALSE(kernelAclHashIn(other));
+  EXPECT_FALSE(kernelAclHashIn(""));
+}
+
+TEST(KernelAclHash, ThereIsNoneOfWhatIsNoAcl) {
+  for (const std::string_view value :
+       {"", "02000000ff", "0300000001000700ffffffff", "0200000003000700ffffffff"})
+    EXPECT_FALSE(kernelAclHashOf({0, 0, 0100644, bytesOf(value), {}})) << value;
+}
+
+}  // namespace
+}  // namespace paddock::samba
