@@ -6,4 +6,5 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BINARY_DIR} --prefix /usr
   OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 file(GLOB scripts ${SCRIPTS_DIR}/*.sh ${SCRIPTS_DIR}/*.py)
 set(tests ${SCRIPTS_DIR}/..)
-file(COPY ${scripts} ${tests}/effective/tried.py ${tests}/support/socket_requests.py DESTINATION ${GUEST_DIR})
+file(COPY ${scripts} ${tests}/effective/tried.py ${tests}/support/socket_requests.py
+  ${tests}/samba/door_model.py ${tests}/samba/people.py DESTINATION ${GUEST_DIR})
