@@ -14,39 +14,68 @@ namespace paddock::effectiveprivs {
 
 namespace {
 
-enum ExitStatus { done = 0, failed = 1, usage = 2 };
+// Unsure: an entry for somebody unknown leaves something in doubt.
+enum ExitStatus { done = 0, failed = 1, usage = 2, unsure = 4 };
+
+struct Output {
+  std::string text;
+  ExitStatus status = done;
+};
 
 void say(std::ostream& error, const std::string& text) {
   error << "effectiveprivs: " << printable(text) << std::endl;
 }
 
-std::string answerOfEverybody(const Options& options, Installation& installation) {
+Output answerOfEverybody(const Options& options, Installation& installation) {
   const PinnedObject object(options.path);
-  const ObjectPrivileges privileges = installation.objects().read(object);
+  ObjectPrivileges privileges = installation.objects().read(object);
   AccountListing listing = installation.list();
-  const Who who = whoMay(privileges, listing, installation.accounts());
-  if (options.json) return whoJson(options.path, who) + "\n";
-  return whoText(objectText(describe(installation.accounts(), options.path, privileges)), who);
+  installation.markStrangers(privileges, [&](const Subject& subject) {
+    return listing.userWithGuid(subject.guid) || listing.groupWithGuid(subject.guid);
+  });
+  const Doors doors(object, installation);
+  const Who who = whoMay(privileges, doors.questions(privileges.list.has_value()), listing,
+                         installation.accounts());
+  const ExitStatus status = who.isDoubted() ? unsure : done;
+  if (options.json) return {whoJson(options.path, who) + "\n", status};
+  return {whoText(objectText(describe(installation.accounts(), options.path, privileges)), who),
+          status};
 }
 
-std::string answer(const Options& options, const std::string& root) {
+Output explained(const Options& options, Installation& installation, Place& place,
+                 const Identity& user, const Answer& found) {
+  std::optional<KernelAnswer> kernel;
+  if (!user.isRoot()) kernel = kernelAnswerFor(place, {options.uid, user.hostGids()});
+  Explanation explanation = explain(installation.accounts(), options.path, user, found, kernel);
+  const Doors doors(place.object(), installation);
+  const KernelPerson person{options.uid, user.hostGids()};
+  explanation.answer = doors.answerFor({person, explanation.user},
+                                       listRights(explanation.permissions),
+                                       found.privileges.list.has_value());
+  if (const FolderAbove* folder = doors.facts().folderThatStops(person))
+    explanation.barrier = folder->path;
+  const ExitStatus status = explanation.isDoubted() ? unsure : done;
+  if (options.json) return {explanationJson(explanation) + "\n", status};
+  return {options.answer ? answerText(explanation) : explanationText(explanation), status};
+}
+
+Output answer(const Options& options, const std::string& root) {
   Installation installation(root);
   if (options.who) return answerOfEverybody(options, installation);
   Place place(options.path, installation);
   const Identity user = installation.identify(options.uid);
   const Answer found = answerFor(place, installation, user);
-  if (!options.explain) return std::to_string(granted(found.verdicts)) + "\n";
-  std::optional<KernelAnswer> kernel;
-  if (!user.isRoot()) kernel = kernelAnswerFor(place, {options.uid, user.hostGids()});
-  const Explanation explanation =
-      explain(installation.accounts(), options.path, user, found, kernel);
-  return options.json ? explanationJson(explanation) + "\n" : explanationText(explanation);
+  if (options.explain || options.answer)
+    return explained(options, installation, place, user, found);
+  // The module reads a number, and nothing else.
+  return {std::to_string(granted(found.verdicts)) + "\n", done};
 }
 
 int perform(const Options& options, const std::string& root, std::ostream& out,
             std::ostream& error) {
-  out << answer(options, root) << std::flush;
-  if (out) return done;
+  const Output found = answer(options, root);
+  out << found.text << std::flush;
+  if (out) return found.status;
   say(error, "standard output cannot be written");
   return failed;
 }

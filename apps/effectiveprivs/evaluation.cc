@@ -1,6 +1,6 @@
 #include "effectiveprivs/evaluation.h"
 
-#include <algorithm>
+#include <tuple>
 
 namespace paddock::effectiveprivs {
 
@@ -35,11 +35,8 @@ acl::Permission permissionsOf(posix_acl::Bits bits, bool isFolder) {
   return permissions;
 }
 
-bool mayRemoveFrom(const ObjectPrivileges& folder, const Identity& user) {
+bool letRemove(acl::Permission permissions) {
   constexpr acl::Permission kWriteAndSearch = acl::kWriteData | acl::kExecute;
-  // Whoever may remove the folder itself does not matter here.
-  const acl::Permission permissions = granted(judge(
-      folder, [] { return nullptr; }, user));
   return (permissions & kWriteAndSearch) == kWriteAndSearch ||
          (permissions & acl::kDeleteChild) != 0;
 }
@@ -55,12 +52,12 @@ class Judge {
 
   Verdicts run() {
     if (user_.isRoot()) {
-      decide(acl::kAllPermissions, {0, true, Reason::root, {}, {}, {}});
+      decide(acl::kAllPermissions, {.granted = true, .reason = Reason::root});
       return verdicts_;
     }
     if (object_.list) walk(*object_.list);
     if (object_.list && object_.list->complete) {
-      decide(undecided_, {0, false, Reason::list, {}, {}, {}});
+      decide(undecided_, {.reason = Reason::list});
     } else {
       fallBack();
     }
@@ -73,8 +70,20 @@ class Judge {
     for (std::size_t at = 0; at < list.rules.size() && undecided_ != 0; ++at) {
       const Rule& rule = list.rules[at];
       if (rule.onlyInherit || (rule.permissions & undecided_) == 0) continue;
+      if (rule.subject.kind == Subject::Kind::unknown) doubt(rule, at);
       if (const auto match = user_.match(rule.subject, isOwner))
-        decide(rule.permissions, {0, rule.allow, Reason::entry, at, {}, match->group});
+        decide(rule.permissions, {.granted = rule.allow,
+                                  .reason = Reason::entry,
+                                  .entry = at,
+                                  .group = match->group});
+    }
+  }
+
+  void doubt(const Rule& rule, std::size_t at) {
+    for (std::size_t index = 0; index < verdicts_.size(); ++index) {
+      if ((verdicts_[index].permission & rule.permissions & undecided_) == 0) continue;
+      auto& first = doubts_[index][rule.allow ? 1 : 0];
+      if (!first) first = at;
     }
   }
 
@@ -84,28 +93,44 @@ class Judge {
     const acl::Permission modes = object_.isFolder ? kFolderWriting : kWriting;
     for (const bool isGiven : {true, false})
       decide((kReading | modes | acl::kExecute) & (isGiven ? given : ~given),
-             {0, isGiven, Reason::mode, {}, applied.modeClass, applied.group});
-    decide(kOwners, {0, user_.owns(object_.uid), Reason::owner, {}, {}, {}});
-    decide(kEverybodys, {0, true, Reason::everybody, {}, {}, {}});
-    if ((undecided_ & acl::kDelete) != 0)
-      decide(acl::kDelete, {0, mayBeDeleted(), Reason::parent, {}, {}, {}});
-    decide(undecided_, {0, false, Reason::nothing, {}, {}, {}});
+             {.granted = isGiven,
+              .reason = Reason::mode,
+              .modeClass = applied.modeClass,
+              .group = applied.group});
+    decide(kOwners, {.granted = user_.owns(object_.uid), .reason = Reason::owner});
+    decide(kEverybodys, {.granted = true, .reason = Reason::everybody});
+    if ((undecided_ & acl::kDelete) != 0) decide(acl::kDelete, deletion());
+    decide(undecided_, {});
   }
 
-  bool mayBeDeleted() const {
+  Verdict deletion() const {
+    Verdict verdict{.reason = Reason::parent};
     const ObjectPrivileges* folder = parentOf_();
-    if (folder == nullptr || !mayRemoveFrom(*folder, user_)) return false;
-    return !folder->isSticky || user_.owns(object_.uid) || user_.owns(folder->uid);
+    if (folder == nullptr) return verdict;
+    if (folder->isSticky && !user_.owns(object_.uid) && !user_.owns(folder->uid)) return verdict;
+    // Whoever may remove the folder itself does not matter here.
+    const Verdicts around = judge(
+        *folder, [] { return nullptr; }, user_);
+    verdict.granted = letRemove(granted(around));
+    verdict.isDoubted = !verdict.granted && letRemove(granted(around) | doubted(around));
+    return verdict;
   }
 
   // What is not decided yet of the permissions.
   void decide(acl::Permission permissions, const Verdict& how) {
     const acl::Permission fresh = permissions & undecided_;
-    for (Verdict& verdict : verdicts_) {
+    for (std::size_t index = 0; index < verdicts_.size(); ++index) {
+      Verdict& verdict = verdicts_[index];
       if ((verdict.permission & fresh) == 0) continue;
       const acl::Permission permission = verdict.permission;
       verdict = how;
       verdict.permission = permission;
+      // What an entry for somebody unknown might have decided the other way before.
+      if (const auto& other = doubts_[index][verdict.granted ? 0 : 1]) {
+        verdict.granted = false;
+        verdict.isDoubted = true;
+        verdict.doubt = other;
+      }
     }
     undecided_ &= ~fresh;
   }
@@ -115,6 +140,8 @@ class Judge {
   const Identity& user_;
   Verdicts verdicts_;
   acl::Permission undecided_ = acl::kAllPermissions;
+  // Of each permission: the first entry for somebody unknown that denies it, and that allows it.
+  std::array<std::array<std::optional<std::size_t>, 2>, std::tuple_size_v<Verdicts>> doubts_;
 };
 
 }  // namespace
@@ -127,6 +154,13 @@ acl::Permission granted(const Verdicts& verdicts) {
   acl::Permission permissions = 0;
   for (const Verdict& verdict : verdicts)
     if (verdict.granted) permissions |= verdict.permission;
+  return permissions;
+}
+
+acl::Permission doubted(const Verdicts& verdicts) {
+  acl::Permission permissions = 0;
+  for (const Verdict& verdict : verdicts)
+    if (verdict.isDoubted) permissions |= verdict.permission;
   return permissions;
 }
 

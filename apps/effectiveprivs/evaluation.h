@@ -12,6 +12,9 @@
 //   the folder around   deleting the object, for whoever may write to and search that folder or
 //                       remove what is in it; in a sticky one only for the owner of either.
 // Changing the owner comes from no mode. When the list is complete, nothing comes from the mode.
+//
+// An entry for somebody whom nobody here knows may be for the user or not. A permission is granted
+// when it is either way; it is in doubt when such an entry would change what decides it.
 #pragma once
 
 #include <array>
@@ -55,11 +58,15 @@ struct Verdict {
   bool granted = false;
   Reason reason = Reason::nothing;
   // Of Reason::entry: its place in the list.
-  std::optional<std::size_t> entry;
+  std::optional<std::size_t> entry{};
   // Of Reason::mode.
-  std::optional<ModeClass> modeClass;
+  std::optional<ModeClass> modeClass{};
   // The group of the membership that the entry names, or that owns the object.
-  std::optional<std::size_t> group;
+  std::optional<std::size_t> group{};
+  // Not granted for certain, and not refused either. `doubt` is the entry of the list that is for
+  // somebody unknown; absent when it is one of the folder around.
+  bool isDoubted = false;
+  std::optional<std::size_t> doubt{};
 };
 
 // One for each permission, lowest first.
@@ -70,7 +77,8 @@ using ParentOf = std::function<const ObjectPrivileges*()>;
 
 Verdicts judge(const ObjectPrivileges& object, const ParentOf& parentOf, const Identity& user);
 
-// The permissions that are granted.
+// The permissions that are granted for certain, and those that may be.
 acl::Permission granted(const Verdicts& verdicts);
+acl::Permission doubted(const Verdicts& verdicts);
 
 }  // namespace paddock::effectiveprivs

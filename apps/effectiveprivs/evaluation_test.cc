@@ -272,10 +272,87 @@ TEST(UnknownUid, HasWhatEveryoneAndOthersHave) {
   EXPECT_EQ(permissionsOf(file, unknown(4711)), 2 | 8 | 512 | kEverybodys);
 }
 
-TEST(UnknownUid, IsNeitherOwnerNorNamed) {
-  const auto file = listed(owned(fileWith(0704), 4711, kStaff),
+TEST(UnknownUid, IsJudgedByWhatItOwnsAndWhatNamesIt) {
+  const auto file = listed(owned(fileWith(0104), 4711, kStaff),
                            {allow(userSubject(4711), 32), allow(subjectOf(Kind::ownerRights), 4)});
-  EXPECT_EQ(permissionsOf(file, unknown(4711)), 2 | 512 | kEverybodys);
+  EXPECT_EQ(permissionsOf(file, unknown(4711)), 4 | 8 | 32 | 256 | 4096 | kEverybodys);
+  EXPECT_EQ(permissionsOf(file, unknown(4712)), 2 | 512 | kEverybodys);
+}
+
+TEST(UnknownUid, ThatAnEntryDeniesMayNot) {
+  const auto file = listed(fileWith(0004), {deny(userSubject(4711), 2)});
+  EXPECT_EQ(permissionsOf(file, unknown(4711)), 512 | kEverybodys);
+}
+
+TEST(UnknownUid, WhatNobodyHasIsNoOwner) {
+  const auto file = listed(owned(fileWith(0700), Identity::kNoUid, kStaff),
+                           {allow(userSubject(Identity::kNoUid), 2)});
+  EXPECT_EQ(permissionsOf(file, unknown(Identity::kNoUid)), kEverybodys);
+}
+
+// A stranger may be anybody.
+constexpr Subject::Kind kStranger = Subject::Kind::unknown;
+
+TEST(Stranger, WhoIsDeniedLeavesWhatComesBehindInDoubt) {
+  const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 8), deny(subjectOf(kStranger), 2 | 8),
+                                         allow(userSubject(kAnna), 2 | 4)});
+  const Verdicts verdicts = verdictsOf(file, anna());
+  EXPECT_EQ(granted(verdicts), 4 | 8 | kEverybodys);
+  EXPECT_EQ(doubted(verdicts), 2U);
+  EXPECT_EQ(verdictOn(2, verdicts).doubt, 1U);
+  EXPECT_EQ(verdictOn(2, verdicts).entry, 2U);
+}
+
+TEST(Stranger, WhoIsDeniedWhatTheModeGivesLeavesItInDoubt) {
+  const auto file = listed(fileWith(0004), {deny(subjectOf(kStranger), 2)});
+  EXPECT_EQ(granted(verdictsOf(file, anna())), 512 | kEverybodys);
+  EXPECT_EQ(doubted(verdictsOf(file, anna())), 2U);
+}
+
+TEST(Stranger, WhoIsDeniedWhatIsRefusedAnywayLeavesNoDoubt) {
+  const auto file = listed(fileWith(0), {deny(subjectOf(kStranger), 2)});
+  EXPECT_EQ(doubted(verdictsOf(file, anna())), 0U);
+}
+
+TEST(Stranger, WhoIsAllowedLeavesARefusalInDoubt) {
+  const auto file = listed(fileWith(0), {allow(subjectOf(kStranger), 2 | 4), deny(userSubject(kAnna), 2),
+                                         allow(userSubject(kAnna), 4)});
+  const Verdicts verdicts = verdictsOf(file, anna());
+  EXPECT_EQ(granted(verdicts), 4 | kEverybodys);
+  EXPECT_EQ(doubted(verdicts), 2U);
+  EXPECT_EQ(verdictOn(2, verdicts).doubt, 0U);
+}
+
+TEST(Stranger, InACompleteListIsWeighedAgainstNothing) {
+  const auto file = listed(fileWith(0777), {allow(subjectOf(kStranger), 2)}, true);
+  EXPECT_EQ(granted(verdictsOf(file, anna())), 0U);
+  EXPECT_EQ(doubted(verdictsOf(file, anna())), 2U);
+}
+
+TEST(Stranger, OfTheFolderAroundMakesDeletingDoubtful) {
+  const auto folder = listed(folderWith(0777), {deny(subjectOf(kStranger), 4 | 64)});
+  const Verdicts verdicts = judge(
+      fileWith(0), [&folder] { return &folder; }, anna());
+  EXPECT_EQ(granted(verdicts), kEverybodys);
+  EXPECT_EQ(doubted(verdicts), 16U);
+}
+
+TEST(Stranger, IsNobodyToRoot) {
+  const auto file = listed(fileWith(0), {deny(subjectOf(kStranger), 16382)}, true);
+  EXPECT_EQ(granted(verdictsOf(file, Identity(0, {}, {}))), 16382U);
+}
+
+TEST(List, AccountsOfSambasAreTheirUids) {
+  Subject accounts = subjectOf(Kind::accounts);
+  accounts.uids = std::make_shared<const std::set<std::uint32_t>>(std::set{kAnna});
+  const auto file = listed(fileWith(0), {allow(accounts, 2)});
+  EXPECT_EQ(permissionsOf(file, anna()), 2 | kEverybodys);
+  EXPECT_EQ(permissionsOf(file, unknown(7)), kEverybodys);
+}
+
+TEST(List, WhoeverIsJudgedByItComesOverTheNetwork) {
+  const auto file = listed(fileWith(0), {allow(subjectOf(Kind::network), 2)});
+  EXPECT_EQ(permissionsOf(file, anna()), 2 | kEverybodys);
 }
 
 }  // namespace

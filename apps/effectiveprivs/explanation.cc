@@ -1,5 +1,7 @@
 #include "effectiveprivs/explanation.h"
 
+#include <algorithm>
+
 #include "effectiveprivs/names.h"
 
 namespace paddock::effectiveprivs {
@@ -58,11 +60,12 @@ class Explainer {
     permission.permission = verdict.permission;
     permission.name = permissionName(verdict.permission, object_.isFolder);
     permission.granted = verdict.granted;
+    permission.isDoubted = verdict.isDoubted;
     permission.by = wordFor(verdict.reason);
     permission.entry = verdict.entry;
     if (verdict.group) permission.through = wayTo(accounts_, user_.membership(), *verdict.group);
     permission.principal = principalOf(verdict);
-    permission.text = textOf(verdict, permission);
+    permission.text = doubtOf(verdict) + textOf(verdict, permission);
     return permission;
   }
 
@@ -78,23 +81,38 @@ class Explainer {
     return subjectName(accounts_, subject);
   }
 
+  // What makes it uncertain, before what would decide it otherwise.
+  std::string doubtOf(const Verdict& verdict) const {
+    if (!verdict.isDoubted) return {};
+    if (!verdict.doubt) return "an entry of the folder around is for somebody unknown; ";
+    const Rule& rule = object_.list->rules[*verdict.doubt];
+    return "entry " + std::to_string(*verdict.doubt + 1) + (rule.allow ? " allows " : " denies ") +
+           subjectName(accounts_, rule.subject) + ", and nobody here knows who that is; else ";
+  }
+
+  // A verdict that is in doubt was granted unless what doubts it allows.
+  bool wouldGrant(const Verdict& verdict) const {
+    if (!verdict.isDoubted || !verdict.doubt) return verdict.granted || verdict.isDoubted;
+    return !object_.list->rules[*verdict.doubt].allow;
+  }
+
   std::string textOf(const Verdict& verdict, const ExplainedPermission& permission) const {
     switch (verdict.reason) {
       case Reason::root:
         return "root may do everything";
       case Reason::entry:
         return "entry " + std::to_string(*verdict.entry + 1) +
-               (verdict.granted ? ": allow " : ": deny ") + permission.principal +
+               (wouldGrant(verdict) ? ": allow " : ": deny ") + permission.principal +
                wayText(permission);
       case Reason::mode:
         return "the mode gives " + permission.principal + " " + bitsText(classBits(verdict)) +
                wayText(permission);
       case Reason::owner:
-        return verdict.granted ? "the owner has it" : "only the owner has it";
+        return wouldGrant(verdict) ? "the owner has it" : "only the owner has it";
       case Reason::everybody:
         return "everybody has it";
       case Reason::parent:
-        return verdict.granted ? "the folder around lets the user remove what is in it"
+        return wouldGrant(verdict) ? "the folder around lets the user remove what is in it"
                                : "the folder around does not let the user remove it";
       case Reason::list:
         return "the list is complete, and does not give it";
@@ -162,14 +180,44 @@ std::vector<Disagreement> disagreements(const Explanation& explanation,
     const bool allowed = (kernel.permissions & one.permission) != 0;
     // It means nothing for a file.
     const bool isMoot = one.permission == acl::kDeleteChild && !explanation.object.isFolder;
-    if (one.granted != allowed && !isMoot)
+    if (one.granted != allowed && !isMoot && !one.isDoubted)
       found.push_back({one.permission, one.name, one.granted, allowed,
                        kernelText(one.permission, kernel.bits)});
   }
   return found;
 }
 
+// Whether any of the permissions is granted, and why not.
+DoorRight rightOf(const std::vector<ExplainedPermission>& all, acl::Permission wanted) {
+  const auto* found = permissionFor(all, wanted);
+  if (found->granted) return {};
+  return {found->isDoubted ? Access::unknown : Access::no, found->text};
+}
+
 }  // namespace
+
+const ExplainedPermission* permissionFor(const std::vector<ExplainedPermission>& all,
+                                         acl::Permission wanted) {
+  const auto rank = [](const ExplainedPermission& one) {
+    return one.granted ? 2 : (one.isDoubted ? 1 : 0);
+  };
+  const ExplainedPermission* found = nullptr;
+  for (const ExplainedPermission& one : all) {
+    if ((one.permission & wanted) == 0) continue;
+    if (found == nullptr || rank(one) > rank(*found)) found = &one;
+  }
+  return found;
+}
+
+ListRights listRights(const std::vector<ExplainedPermission>& permissions) {
+  return {rightOf(permissions, acl::kReadData),
+          rightOf(permissions, acl::kWriteData | acl::kAppendData)};
+}
+
+bool Explanation::isDoubted() const {
+  return std::any_of(permissions.begin(), permissions.end(),
+                     [](const ExplainedPermission& one) { return one.isDoubted; });
+}
 
 ObjectDescription describe(Accounts& accounts, const std::string& path,
                            const ObjectPrivileges& object) {
@@ -198,7 +246,6 @@ Explanation explain(Accounts& accounts, const std::string& path, const Identity&
     explanation.permissions.push_back(explainer.explained(verdict));
   if (kernel) {
     explanation.kernelDisagrees = disagreements(explanation, *kernel);
-    explanation.barrier = kernel->barrier;
     if (kernel->bits.isApart) explanation.kernelBitsApart = bitsText(kernel->bits.bits);
   }
   return explanation;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "effectiveprivs/doors.h"
 #include "effectiveprivs/evaluation.h"
 #include "effectiveprivs/identity.h"
 #include "effectiveprivs/question.h"
@@ -18,6 +19,7 @@ struct ExplainedPermission {
   acl::Permission permission = 0;
   std::string name;
   bool granted = false;
+  bool isDoubted = false;            // neither granted nor refused for certain
   std::string by;                    // a Reason, in a word
   std::optional<std::size_t> entry;  // from 0
   std::string principal;             // whom the entry or the mode's class is for; empty: no one
@@ -52,19 +54,31 @@ struct Explanation {
   acl::Permission bitmap = 0;
   std::vector<ExplainedPermission> permissions;
   std::vector<Disagreement> kernelDisagrees;
-  std::string barrier;          // see KernelAnswer
+  std::string barrier;          // PathFacts::folderThatStops, its path; empty: none
   std::string kernelBitsApart;  // what KernelBits::isApart is about, "rwx"; empty: nothing
+  PathAnswer answer;
+
+  // Whether an entry for somebody unknown leaves anything in doubt.
+  bool isDoubted() const;
 };
 
 ObjectDescription describe(Accounts& accounts, const std::string& path,
                            const ObjectPrivileges& object);
 
-// `kernel` is absent of root's question.
+// `kernel` is absent of root's question. The path's `answer` and `barrier` are for the caller to
+// set.
 Explanation explain(Accounts& accounts, const std::string& path, const Identity& user,
                     const Answer& answer, const std::optional<KernelAnswer>& kernel);
+// Of those the one that is granted, else one that is in doubt, else the first.
+const ExplainedPermission* permissionFor(const std::vector<ExplainedPermission>& all,
+                                         acl::Permission wanted);
+// What the list, or without one the mode, gives of reading and writing.
+ListRights listRights(const std::vector<ExplainedPermission>& permissions);
 
 // One line for people, with its end.
 std::string objectText(const ObjectDescription& object);
+// What a question about one user begins with: the answer, and one line for each door.
+std::string answerText(const Explanation& explanation);
 // Lines for people, each with its end.
 std::string explanationText(const Explanation& explanation);
 // One line of JSON, without its end.

@@ -41,7 +41,7 @@ class Explaining : public ::testing::Test {
   }
   // As a kernel answers that agrees with the object's list.
   static KernelAnswer agreeing(const Explanation& explanation) {
-    return {{KernelClass::others, 0}, explanation.bitmap, {}};
+    return {{KernelClass::others, 0}, explanation.bitmap};
   }
 
   InMemoryAccounts accounts_;
@@ -130,11 +130,37 @@ TEST_F(Explaining, RootNeedsNoReason) {
   EXPECT_THAT(explanationText(explanation), HasSubstr("yes  read-data         root may do"));
 }
 
-TEST_F(Explaining, TheTextBeginsWithTheNumberAndWhatWasAsked) {
+TEST_F(Explaining, TheTextBeginsWithTheAnswer) {
+  Explanation explanation = explained(fileWith(0));
+  explanation.answer.stop = "stopped at /srv, mode 700, owner bert";
+  EXPECT_THAT(explanationText(explanation),
+              ::testing::StartsWith("No: stopped at /srv, mode 700, owner bert"));
+  EXPECT_THAT(explanationJson(explanation),
+              HasSubstr("\"stop\":\"stopped at /srv, mode 700, owner bert\""));
+}
+
+TEST_F(Explaining, AStrangerWhoIsDeniedIsNamedWithWhatHeWouldChange) {
+  Subject stranger = subjectOf(Kind::unknown);
+  stranger.sid = "S-1-5-21-1-2-3-1104";
+  const Explanation explanation = explained(
+      listed(fileWith(0), {deny(stranger, 2), allow(userSubject(kAnna), 2)}));
+  const ExplainedPermission one = explanation.permissions.at(0);
+  EXPECT_FALSE(one.granted);
+  EXPECT_TRUE(one.isDoubted);
+  EXPECT_EQ(one.text,
+            "entry 1 denies S-1-5-21-1-2-3-1104, and nobody here knows who that is; else entry 2: "
+            "allow user:anna");
+  EXPECT_TRUE(explanation.isDoubted());
+  EXPECT_EQ(listRights(explanation.permissions).read.access, Access::unknown);
+  EXPECT_EQ(listRights(explanation.permissions).write.access, Access::no);
+  EXPECT_THAT(explanationText(explanation), HasSubstr("\n  ?    read-data "));
+}
+
+TEST_F(Explaining, TheNumberAndWhatWasAskedComeBehindTheAnswer) {
   const auto folder =
       listed(owned(folderWith(0750), kBert, kStaff), {allow(userSubject(kAnna), 2)});
   EXPECT_THAT(explanationText(explained(folder)),
-              ::testing::StartsWith("2178\nanna (uid 1000) on /srv/a: owner bert, group staff, "
+              HasSubstr("\n2178\nanna (uid 1000) on /srv/a: owner bert, group staff, "
                                     "mode 750, a list of 1 entry\n"
                                     "  yes  list              entry 1: allow user:anna\n"
                                     "  no   add-file          the mode gives others ---\n"));
@@ -159,7 +185,7 @@ TEST_F(Explaining, WhereTheKernelAgreesNothingIsSaidOfIt) {
 
 TEST_F(Explaining, WhereTheKernelSaysOtherwiseBothAreTold) {
   const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 2)});
-  KernelAnswer kernel{{KernelClass::group, posix_acl::kWrite}, 4 | 128 | 2048, {}};
+  KernelAnswer kernel{{KernelClass::group, posix_acl::kWrite}, 4 | 128 | 2048};
   const Explanation explanation = explained(file, anna(), kernel);
   ASSERT_EQ(explanation.kernelDisagrees.size(), 2U);
   const Disagreement& reading = explanation.kernelDisagrees[0];
@@ -176,7 +202,7 @@ TEST_F(Explaining, WhereTheKernelSaysOtherwiseBothAreTold) {
 
 TEST_F(Explaining, TheKernelIsQuotedInItsOwnTerms) {
   const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 16 | 4096 | 8192)}, true);
-  KernelAnswer kernel{{KernelClass::others, 0}, 128 | 2048, {}};
+  KernelAnswer kernel{{KernelClass::others, 0}, 128 | 2048};
   std::vector<std::string> reasons;
   for (const Disagreement& one : explained(file, anna(), kernel).kernelDisagrees)
     reasons.push_back(one.name + ": " + one.why);
@@ -188,15 +214,14 @@ TEST_F(Explaining, TheKernelIsQuotedInItsOwnTerms) {
 
 TEST_F(Explaining, RemovingInsideAFileIsNothingToDisagreeAbout) {
   const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 64)});
-  KernelAnswer kernel{{}, 128 | 2048, {}};
+  KernelAnswer kernel{{}, 128 | 2048};
   EXPECT_THAT(explained(file, anna(), kernel).kernelDisagrees, IsEmpty());
 }
 
 TEST_F(Explaining, AFolderThatIsInTheWayIsNamed) {
   const auto file = fileWith(0);
-  KernelAnswer kernel = agreeing(explained(file));
-  kernel.barrier = "/srv";
-  const Explanation explanation = explained(file, anna(), kernel);
+  Explanation explanation = explained(file, anna(), agreeing(explained(file)));
+  explanation.barrier = "/srv";
   EXPECT_THAT(explanationText(explanation),
               HasSubstr("  it does not let the user through the folder /srv\n"));
   EXPECT_THAT(explanationJson(explanation), HasSubstr("\"barrier\":\"/srv\""));
@@ -218,7 +243,7 @@ TEST_F(Explaining, JsonHoldsTheSame) {
   const auto user = anna({groupOf(kCrew), groupOf(kStaff, HeldBy::nestedGroup, 0)});
   const auto file =
       listed(owned(fileWith(0640), kBert, kStaff), {allow(groupSubject(kStaff), 2)}, true);
-  KernelAnswer kernel{{}, 2 | 4, {}};
+  KernelAnswer kernel{{}, 2 | 4};
   std::string error;
   const auto value = wire::parseJson(explanationJson(explained(file, user, kernel)), error);
   ASSERT_TRUE(value) << error;
@@ -233,6 +258,7 @@ TEST_F(Explaining, JsonHoldsTheSame) {
             (Dictionary{{"bit", 2},
                         {"name", "read-data"},
                         {"granted", true},
+                        {"sure", true},
                         {"by", "entry"},
                         {"entry", 0},
                         {"principal", "group:staff"},

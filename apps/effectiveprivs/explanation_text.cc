@@ -10,6 +10,14 @@ namespace {
 
 const char* yesOrNo(bool yes) { return yes ? "yes" : "no"; }
 
+const char* wordOf(const ExplainedPermission& permission) {
+  return permission.isDoubted ? "?" : yesOrNo(permission.granted);
+}
+
+std::string userOf(const Explanation& explanation) {
+  return explanation.user.empty() ? "uid " + std::to_string(explanation.uid) : explanation.user;
+}
+
 std::string listText(const ObjectDescription& object) {
   if (!object.entries) return "no list";
   const std::size_t count = *object.entries;
@@ -46,6 +54,7 @@ Value permissionValue(const ExplainedPermission& permission) {
   Dictionary value{{"bit", permission.permission},
                    {"name", permission.name},
                    {"granted", permission.granted},
+                   {"sure", !permission.isDoubted},
                    {"by", permission.by}};
   if (permission.entry) value.set("entry", static_cast<std::uint64_t>(*permission.entry));
   if (!permission.principal.empty()) value.set("principal", permission.principal);
@@ -77,17 +86,24 @@ std::string objectText(const ObjectDescription& object) {
          "\n";
 }
 
+std::string answerText(const Explanation& explanation) {
+  return answerLine(explanation.answer, userOf(explanation)) + "\n" +
+         doorsText(explanation.answer);
+}
+
 std::string explanationText(const Explanation& explanation) {
   std::vector<std::vector<std::string>> rows;
   for (const ExplainedPermission& one : explanation.permissions)
-    rows.push_back({"", yesOrNo(one.granted), one.name, printable(one.text)});
-  return std::to_string(explanation.bitmap) + "\n" + headText(explanation) + formatTable(rows) +
+    rows.push_back({"", wordOf(one), one.name, printable(one.text)});
+  return answerText(explanation) + std::to_string(explanation.bitmap) + "\n" + headText(explanation) + formatTable(rows) +
          kernelText(explanation);
 }
 
 std::string explanationJson(const Explanation& explanation) {
   const ObjectDescription& object = explanation.object;
-  Dictionary value{{"bitmap", explanation.bitmap}, {"path", object.path},
+  Dictionary value{{"answer", answerValue(explanation.answer, userOf(explanation))},
+                   {"doors", doorsValue(explanation.answer)},
+                   {"bitmap", explanation.bitmap}, {"path", object.path},
                    {"uid", explanation.uid},       {"known", !explanation.user.empty()},
                    {"folder", object.isFolder},    {"owner", object.owner},
                    {"group", object.group},        {"mode", object.mode}};

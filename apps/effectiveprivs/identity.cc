@@ -30,21 +30,25 @@ std::optional<Match> Identity::match(const Subject& subject, bool isOwner) const
   const auto matchIf = [](bool condition) {
     return condition ? std::optional(Match{}) : std::nullopt;
   };
-  if (!isKnown()) return matchIf(subject.kind == Kind::everyone);
   switch (subject.kind) {
     case Kind::user:
-      return matchIf(subject.id == uid_);
+      return matchIf(owns(subject.id));
     case Kind::group:
       if (const auto group = groupWithGid(subject.id)) return Match{*group};
       return std::nullopt;
     case Kind::guid:
       return matchGuid(subject.guid);
     case Kind::everyone:
-    case Kind::authenticated:
+    case Kind::network:
       return Match{};
+    case Kind::authenticated:
+      return matchIf(isKnown());
+    case Kind::accounts:
+      return matchIf(uid_ != kNoUid && subject.uids->contains(uid_));
     case Kind::ownerRights:
       return matchIf(isOwner);
     case Kind::nobody:
+    case Kind::unknown:
       break;
   }
   return std::nullopt;

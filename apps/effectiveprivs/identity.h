@@ -21,8 +21,11 @@ struct Match {
 
 class Identity {
  public:
-  // An id that no account has is nobody's: deliberately, only what is for everyone is for it, even
-  // where an entry or the owner has that very number.
+  // What nobody has: (uid_t)-1, see chown(2).
+  static constexpr std::uint32_t kNoUid = 0xFFFFFFFF;
+
+  // An id that no account has is judged like any other, by what it owns and what names it; but it
+  // has authenticated nobody.
   // `hostGids` are the groups of the host's that hold the user (see user_groups.h), which are what
   // counts where the kernel decides.
   Identity(std::uint32_t uid, UserMembership membership, std::vector<std::uint32_t> hostGids);
@@ -32,7 +35,7 @@ class Identity {
   bool isKnown() const { return membership_.isKnown; }
   const UserMembership& membership() const { return membership_; }
 
-  bool owns(std::uint32_t owner) const { return isKnown() && owner == uid_; }
+  bool owns(std::uint32_t owner) const { return uid_ != kNoUid && owner == uid_; }
   // Whether the kernel takes the user for a member of that group.
   bool isInHostGroup(std::uint32_t gid) const;
   const std::vector<std::uint32_t>& hostGids() const { return hostGids_; }

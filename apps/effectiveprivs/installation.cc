@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "configuration/configuration.h"
+#include "base/computed_guid.h"
 #include "effectiveprivs/failure.h"
+#include "platform/directory_schema.h"
 #include "platform/linux/configured_options.h"
 
 namespace paddock::effectiveprivs {
@@ -13,11 +15,41 @@ Installation::Installation(const std::string& root)
 
 // What is only read needs no file of remembered SIDs.
 Installation::Installation(const Dictionary& configuration, const std::string& root)
-    : directory_(configuredDirectory(configuration, root)),
+    : root_(root),
+      directory_(configuredDirectory(configuration, root)),
       files_(clock_, AccountFiles::usual({configuredDirectory(configuration, root).databasePath})),
       membership_(directory_),
-      sids_(membership_, "", configuredSidResolver(configuration, root)),
-      objects_(configuredPrivileges(configuration, root).attribute, sids_) {}
+      samba_(std::make_shared<SambaAccountReader>(root)),
+      sids_(membership_, "", configuredSidResolver(configuration, root, samba_)),
+      objects_(configuredPrivileges(configuration, root).attribute, sids_, *samba_) {}
+
+// A GUID that is made of an id is that id's, and known.
+bool Installation::hasRecord(const Guid& guid) {
+  if (computedPrincipal(guid)) return true;
+  const auto [place, isNew] = records_.try_emplace(guid, false);
+  if (isNew)
+    place->second = !directory_.openLocal()
+                         ->searchNode()
+                         ->findRecordsOfTypes({schema::kUsers, schema::kGroups},
+                                              schema::kGeneratedUID, guidText(guid),
+                                              MatchType::caseInsensitiveExact)
+                         .empty();
+  return place->second;
+}
+
+void Installation::markStrangers(ObjectPrivileges& object,
+                                 const std::function<bool(const Subject& subject)>& isKnown) {
+  if (!object.list) return;
+  try {
+    for (Rule& rule : object.list->rules) {
+      const bool matters = rule.subject.kind == Subject::Kind::guid && rule.permissions != 0;
+      if (matters && !isKnown(rule.subject) && !hasRecord(rule.subject.guid))
+        rule.subject.kind = Subject::Kind::unknown;
+    }
+  } catch (const DirectoryError& error) {
+    throw Failure(std::string("cannot find out whom the entries name: ") + error.what());
+  }
+}
 
 Identity Installation::identify(std::uint32_t uid) {
   UserMembership membership;

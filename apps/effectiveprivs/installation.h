@@ -1,6 +1,9 @@
 // What a tree's configuration makes of accounts and lists: the same that its daemon has.
 #pragma once
 
+#include <functional>
+#include <map>
+#include <memory>
 #include <string>
 
 #include "base/value.h"
@@ -15,6 +18,7 @@
 #include "platform/linux/linux_directory.h"
 #include "platform/linux/linux_membership.h"
 #include "platform/linux/principal_sids.h"
+#include "platform/linux/samba_accounts.h"
 #include "platform/linux/user_groups.h"
 
 namespace paddock::effectiveprivs {
@@ -28,6 +32,12 @@ class Installation {
   // Throws Failure when a node cannot say who the user is; what is not known is never guessed.
   Identity identify(std::uint32_t uid);
   const ObjectReader& objects() const { return objects_; }
+  // Makes the entries that name nobody who is known here ones for somebody unknown. An entry that
+  // `isKnown` holds for is left as it is. Throws Failure when a node cannot answer.
+  void markStrangers(ObjectPrivileges& object,
+                     const std::function<bool(const Subject& subject)>& isKnown);
+  SambaAccountReader& samba() { return *samba_; }
+  const std::string& root() const { return root_; }
   // Names by id are kept.
   Accounts& accounts() { return knownAccounts_; }
   // Throws Failure when a node cannot say whom it has.
@@ -35,18 +45,22 @@ class Installation {
 
  private:
   explicit Installation(const Dictionary& configuration, const std::string& root);
+  bool hasRecord(const Guid& guid);
 
+  const std::string root_;
   LinuxDirectoryService directory_;
   LinuxAccounts accounts_{directory_};
   LinuxClock clock_;
   const AccountFiles files_;
   CachedAccounts knownAccounts_{accounts_, files_};
   LinuxMembership membership_;
+  const std::shared_ptr<SambaAccountReader> samba_;
   PrincipalSids sids_;
   NssUserGroups hostGroups_;
   CachedUserGroups knownHostGroups_{hostGroups_, files_};
   DirectoryGroupMembership groups_{directory_, knownHostGroups_};
   ObjectReader objects_;
+  std::map<Guid, bool> records_;
 };
 
 }  // namespace paddock::effectiveprivs

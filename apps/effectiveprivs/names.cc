@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "base/well_known_principals.h"
+
 namespace paddock::effectiveprivs {
 
 const char* permissionName(acl::Permission permission, bool isFolder) {
@@ -36,6 +38,17 @@ const char* permissionName(acl::Permission permission, bool isFolder) {
   }
 }
 
+namespace {
+
+// The name of a SID that means the same everywhere, else the SID.
+std::string sidName(const std::string& sid) {
+  const WellKnownPrincipal* known =
+      wellKnownPrincipal([&](const WellKnownPrincipal& one) { return one.sid == sid; });
+  return known != nullptr ? std::string(known->name) : sid;
+}
+
+}  // namespace
+
 std::string userName(Accounts& accounts, std::uint32_t uid) {
   std::string name;
   return accounts.getpwuid(uid, name) == 0 ? name : std::to_string(uid);
@@ -59,7 +72,12 @@ std::string subjectName(Accounts& accounts, const Subject& subject) {
     case Subject::Kind::group:
       return "group:" + groupName(accounts, subject.id);
     case Subject::Kind::guid:
-      return subject.sid.empty() ? guidText(subject.guid) : subject.sid;
+    case Subject::Kind::unknown:
+      return subject.sid.empty() ? guidText(subject.guid) : sidName(subject.sid);
+    case Subject::Kind::accounts:
+      return "Samba's accounts (" + subject.sid + ")";
+    case Subject::Kind::network:
+      return "network";
     case Subject::Kind::everyone:
       return "everyone";
     case Subject::Kind::authenticated:
@@ -69,7 +87,7 @@ std::string subjectName(Accounts& accounts, const Subject& subject) {
     case Subject::Kind::nobody:
       break;
   }
-  return subject.sid.empty() ? "nobody" : subject.sid;
+  return subject.sid.empty() ? "nobody" : sidName(subject.sid);
 }
 
 std::vector<std::string> wayTo(Accounts& accounts, const UserMembership& membership,

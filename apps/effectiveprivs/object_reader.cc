@@ -6,6 +6,7 @@
 #include "effectiveprivs/failure.h"
 #include "platform/linux/access_mask.h"
 #include "platform/linux/file_mode.h"
+#include "platform/linux/nss.h"
 #include "platform/linux/sid_forms.h"
 #include "platform/linux/sid_text.h"
 #include "platform/linux/stored_acl.h"
@@ -17,7 +18,16 @@ namespace {
 
 using Kind = Subject::Kind;
 
-constexpr std::uint64_t kCreatorAuthority = 3;
+// Placeholders and ways of logging on that no session of a user has.
+bool isNobodys(const nt_acl::Sid& sid) {
+  return sid.authority == nt_acl::kCreatorAuthority || sid.authority == nt_acl::kLocalAuthority ||
+         nt_acl::isOfSession(sid);
+}
+
+bool isBuiltin(const nt_acl::Sid& sid) {
+  return sid.authority == nt_acl::kNtAuthority && sid.subAuthorities.size() > 1 &&
+         sid.subAuthorities[0] == nt_acl::kBuiltinDomain;
+}
 
 }  // namespace
 
@@ -75,17 +85,46 @@ Subject ObjectReader::subjectOf(const nt_acl::Ace& ace) const {
   if (!ace.foreign.empty()) return {};
   if (const auto principal = nt_acl::unixPrincipal(ace.sid)) {
     const bool isUser = principal->type == PrincipalType::user;
-    return {isUser ? Kind::user : Kind::group, principal->id, {}, {}};
+    return {.kind = isUser ? Kind::user : Kind::group, .id = principal->id};
   }
-  if (ace.sid == nt_acl::everyoneSid()) return {Kind::everyone, 0, {}, {}};
-  if (ace.sid == nt_acl::authenticatedUsersSid()) return {Kind::authenticated, 0, {}, {}};
-  if (ace.sid == nt_acl::ownerRightsSid()) return {Kind::ownerRights, 0, {}, {}};
-  const std::string text = nt_acl::sidText(ace.sid);
-  if (ace.sid.authority == kCreatorAuthority) return {Kind::nobody, 0, {}, text};
+  if (const auto guid = nt_acl::sidGuid(ace.sid)) return {.kind = Kind::guid, .guid = *guid};
+  if (ace.sid == nt_acl::everyoneSid()) return {.kind = Kind::everyone};
+  if (ace.sid == nt_acl::networkSid()) return {.kind = Kind::network};
+  if (ace.sid == nt_acl::authenticatedUsersSid()) return {.kind = Kind::authenticated};
+  if (ace.sid == nt_acl::ownerRightsSid()) return {.kind = Kind::ownerRights};
+  if (isNobodys(ace.sid)) return {.sid = nt_acl::sidText(ace.sid)};
+  return isBuiltin(ace.sid) ? builtinSubject(ace.sid) : foreignSubject(ace.sid);
+}
+
+Subject ObjectReader::foreignSubject(const nt_acl::Sid& sid) const {
+  const std::string text = nt_acl::sidText(sid);
   Guid guid;
-  if (const int error = sids_.guidFor(ace.sid, guid); error != 0)
+  if (const int error = sids_.guidFor(sid, guid); error != 0)
     throw failureOf("find out who is", text, error);
-  return {Kind::guid, 0, guid, nt_acl::sidGuid(ace.sid) ? std::string() : text};
+  if (nt_acl::isForeignGuid(guid)) return accountsSubject(sid);
+  return {.kind = Kind::guid, .guid = guid, .sid = text};
+}
+
+// Whoever is in such a group is in it by Samba's own word alone, whatever gid stands for it.
+Subject ObjectReader::builtinSubject(const nt_acl::Sid& sid) const {
+  std::string why;
+  const auto accounts = samba_.read(why);
+  const bool isOfNobody = accounts && accounts->findGroup(sid) == nullptr;
+  return {.kind = isOfNobody ? Kind::nobody : Kind::unknown, .sid = nt_acl::sidText(sid)};
+}
+
+Subject ObjectReader::accountsSubject(const nt_acl::Sid& sid) const {
+  Subject subject{.kind = Kind::unknown, .sid = nt_acl::sidText(sid)};
+  std::string why;
+  const auto accounts = samba_.read(why);
+  if (!accounts) return subject;
+  std::set<std::uint32_t> uids;
+  for (const SambaAccount* account : accounts->withPrimaryGroup(sid))
+    if (const auto user = nssUser(account->name)) uids.insert(user->uid);
+  if (uids.empty()) return subject;
+  subject.kind = Kind::accounts;
+  subject.uids = std::make_shared<const std::set<std::uint32_t>>(std::move(uids));
+  return subject;
 }
 
 }  // namespace paddock::effectiveprivs

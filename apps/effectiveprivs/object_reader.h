@@ -8,15 +8,16 @@
 #include "effectiveprivs/pinned_object.h"
 #include "platform/linux/nt_acl.h"
 #include "platform/linux/principal_sids.h"
+#include "platform/linux/samba_accounts.h"
 
 namespace paddock::effectiveprivs {
 
 class ObjectReader {
  public:
   // `attribute` holds the lists. The caller keeps `sids` alive, which says who a SID is that does
-  // not say so itself.
-  ObjectReader(std::string attribute, PrincipalSids& sids)
-      : attribute_(std::move(attribute)), sids_(sids) {}
+  // not say so itself, and `samba`, which knows the groups that only sessions of its server have.
+  ObjectReader(std::string attribute, PrincipalSids& sids, SambaAccountReader& samba)
+      : attribute_(std::move(attribute)), sids_(sids), samba_(samba) {}
 
   // Throws Failure for a list that does not decode, and for what cannot be read.
   ObjectPrivileges read(const PinnedObject& object) const;
@@ -28,9 +29,15 @@ class ObjectReader {
  private:
   std::optional<RuleList> readList(const PinnedObject& object) const;
   Subject subjectOf(const nt_acl::Ace& ace) const;
+  Subject foreignSubject(const nt_acl::Sid& sid) const;
+  // Of the groups S-1-5-32-...
+  Subject builtinSubject(const nt_acl::Sid& sid) const;
+  // Of the one that is the primary group of Samba's accounts; of kind unknown where it is of none.
+  Subject accountsSubject(const nt_acl::Sid& sid) const;
 
   std::string attribute_;
   PrincipalSids& sids_;
+  SambaAccountReader& samba_;
 };
 
 }  // namespace paddock::effectiveprivs

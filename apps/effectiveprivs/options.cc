@@ -8,7 +8,7 @@
 namespace paddock::effectiveprivs {
 
 const char* const kUsage =
-    "usage: effectiveprivs [--explain [--json]] -p PATH -u UID\n"
+    "usage: effectiveprivs [--answer | --explain [--json]] -p PATH -u UID\n"
     "       effectiveprivs --who [--json] -p PATH";
 
 namespace {
@@ -33,6 +33,7 @@ class Reader {
   bool readWord(const std::string& word, Options& options) {
     if (word == "-p") return readPath();
     if (word == "-u") return readUid();
+    if (word == "--answer") return options.answer = true;
     if (word == "--explain") return options.explain = true;
     if (word == "--who") return options.who = true;
     if (word == "--json") return options.json = true;
@@ -42,10 +43,11 @@ class Reader {
   }
   bool checkWho(const Options& options) {
     if (uid_) return fail("--who is about everybody, and takes no -u");
-    return !options.explain || fail("--who explains by itself");
+    return (!options.explain && !options.answer) || fail("--who explains by itself");
   }
   bool checkUser(Options& options) {
     if (!uid_) return fail("no uid is given");
+    if (options.answer && options.explain) return fail("--explain begins with the answer");
     if (options.json && !options.explain) return fail("--json is for --explain and --who");
     options.uid = *uid_;
     return true;

@@ -11,6 +11,7 @@ namespace paddock::effectiveprivs {
 struct Options {
   std::string path;
   std::uint32_t uid = 0;
+  bool answer = false;
   bool explain = false;
   bool who = false;  // about everybody, and no uid
   bool json = false;

@@ -50,6 +50,8 @@ PinnedObject::PinnedObject(FileDescriptor object, std::string path)
   if (error != 0) throw failureOf("look at", path_, error);
 }
 
+std::string PinnedObject::realPath() const { return pathOf(object_.get(), path_); }
+
 std::optional<PinnedObject> PinnedObject::parent() const {
   return isFolder() ? parentOfFolder() : parentOfFile();
 }

@@ -20,6 +20,8 @@ class PinnedObject {
   bool isFolder() const { return S_ISDIR(status_.st_mode); }
   // As messages name it.
   const std::string& path() const { return path_; }
+  // The path by which the kernel knows it now, without links. Throws Failure.
+  std::string realPath() const;
 
   // The folder that it is in: of a file the one that it was reached through, whatever links led
   // there. Nothing for the highest folder of all. Throws Failure when it cannot be held.

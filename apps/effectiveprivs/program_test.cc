@@ -1,6 +1,7 @@
 // The program itself, in a tree of its own.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 
 #include "support/effectiveprivs_program.h"
 #include "support/own_mounts.h"
@@ -94,7 +95,7 @@ TEST_F(Program, WhatIsOnlyInheritedDoesNotCount) {
   EXPECT_EQ(answer(folder, kAnna), std::to_string(128 + 2048) + "\n");
 }
 
-TEST_F(Program, ForeignSidsAndOtherKindsOfEntriesAreForNobody) {
+TEST_F(Program, StrangersWhoAreAllowedAndOtherKindsOfEntriesGiveNothing) {
   addUser("anna", kAnna);
   const std::string file = makeFile("file", 0);
   nt_acl::Ace audit{2, 0, 0x1F01FF, nt_acl::everyoneSid(), {}};
@@ -104,6 +105,79 @@ TEST_F(Program, ForeignSidsAndOtherKindsOfEntriesAreForNobody) {
       20);
   setCompleteList(file, {audit, allow({5, {21, 1, 2, 3, 1000}}, 16382), allow(user(kAnna), 2)});
   EXPECT_EQ(answer(file, kAnna), "2\n");
+}
+
+TEST_F(Program, ADenialOfAStrangerCountsAsDenyingAndIsSaid) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0);
+  setCompleteList(file, {deny({5, {21, 1, 2, 3, 1104}}, 2), allow(user(kAnna), 2 | 4)});
+  EXPECT_EQ(answer(file, kAnna), "4\n");
+  for (const char* way : {"--answer", "--explain"}) {
+    const EndedProgram ended = run({way, "-p", file, "-u", std::to_string(kAnna)});
+    EXPECT_EQ(ended.status, 4);
+    EXPECT_EQ(ended.error, "");
+  }
+  EXPECT_THAT(run({"--explain", "-p", file, "-u", std::to_string(kAnna)}).output,
+              HasSubstr("\n4\nanna"));
+  const EndedProgram who = run({"--who", "-p", file});
+  EXPECT_EQ(who.status, 4);
+  EXPECT_THAT(who.output, HasSubstr("  anna              ?     yes "));
+}
+
+TEST_F(Program, AGuidThatNoRecordHasIsAStrangers) {
+  addUser("anna", kAnna);
+  const std::string file = makeFile("file", 0644);
+  const nt_acl::Sid sid =
+      nt_acl::guidSid(*parseGuid("DEADBEEF-0000-4000-8000-000000000009"));
+  setList(file, {deny(sid, 2)});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(128 + 512 + 2048) + "\n");
+  EXPECT_EQ(run({"--answer", "-p", file, "-u", std::to_string(kAnna)}).status, 4);
+  addRecord("bert", schema::kUsers,
+            {{schema::kUniqueID, std::to_string(kBert)},
+             {schema::kGeneratedUID, "DEADBEEF-0000-4000-8000-000000000009"}});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 512 + 2048) + "\n");
+  EXPECT_EQ(run({"--answer", "-p", file, "-u", std::to_string(kAnna)}).status, 0);
+}
+
+// In the place of Samba's programs stand what they have printed.
+TEST_F(Program, AccountsOfSambasAreWhoSheIs) {
+  addUser("anna", kAnna);
+  const auto script = [this](const std::string& name, const std::string& text) {
+    std::filesystem::create_directories(root_ + "/usr/bin");
+    writeWholeFile(root_ + "/usr/bin/" + name, "#!/bin/sh\ncat <<'END'\n" + text + "END\n");
+    ASSERT_EQ(::chmod((root_ + "/usr/bin/" + name).c_str(), 0755), 0);
+  };
+  script("testparm", "[global]\n\tprivate dir = " + root_ + "\n\tstate directory = " + root_ +
+                         "\n\tpassdb backend = tdbsam\n");
+  script("pdbedit", "Unix username:        nobody\nUser SID:             S-1-5-21-1-2-3-1001\n"
+                    "Primary Group SID:    S-1-5-21-1-2-3-513\n");
+  writeWholeFile(root_ + "/secrets.tdb", "");
+  const std::string file = makeFile("file", 0);
+  setCompleteList(file, {deny({5, {21, 1, 2, 3, 1001}}, 2), deny({5, {32, 545}}, 4),
+                         allow({5, {21, 1, 2, 3, 513}}, 2 | 4 | 8)});
+  EXPECT_EQ(answer(file, 65534), "12\n");
+  const EndedProgram ended = run({"--explain", "-p", file, "-u", "65534"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(ended.output, HasSubstr("entry 1: deny user:nobody\n"));
+  EXPECT_THAT(ended.output, HasSubstr("entry 3: allow Samba's accounts (S-1-5-21-1-2-3-513)\n"));
+  EXPECT_EQ(answer(file, kAnna), "0\n");
+  // A group that Samba has, and whose members only Samba knows.
+  writeWholeFile(root_ + "/group_mapping.tdb", "");
+  script("net", "Users (S-1-5-32-545) -> users\n");
+  EXPECT_EQ(answer(file, 65534), "8\n");
+  EXPECT_EQ(run({"--answer", "-p", file, "-u", "65534"}).status, 4);
+}
+
+TEST_F(Program, WhatSambaHasNotMadeIsNotMadeByAsking) {
+  std::filesystem::create_directories(root_ + "/usr/bin");
+  writeWholeFile(root_ + "/usr/bin/testparm", "#!/bin/sh\necho 'private dir = " + root_ + "'\n");
+  writeWholeFile(root_ + "/usr/bin/pdbedit", "#!/bin/sh\ntouch " + root_ + "/ran\n");
+  for (const char* name : {"testparm", "pdbedit"})
+    ASSERT_EQ(::chmod((root_ + "/usr/bin/" + name).c_str(), 0755), 0);
+  const std::string file = makeFile("file", 0);
+  setCompleteList(file, {allow({5, {21, 1, 2, 3, 1001}}, 2)});
+  EXPECT_EQ(answer(file, kBert), "0\n");
+  EXPECT_FALSE(std::filesystem::exists(root_ + "/ran"));
 }
 
 TEST_F(Program, ALinkIsFollowed) {
@@ -175,13 +249,15 @@ TEST_F(Program, APosixAclsMaskIsNotTakenForTheGroupsBits) {
   });
 }
 
-TEST_F(Program, AUidThatNoAccountHasGetsWhatEveryoneAndOthersGet) {
+TEST_F(Program, AUidThatNoAccountHasIsJudgedLikeAnyOther) {
   const std::string file = makeFile("file", 0704, kBert);
-  setList(file, {allow(user(kBert), 32), allow(nt_acl::everyoneSid(), 8)});
-  const std::string expected = std::to_string(2 + 8 + 128 + 512 + 2048) + "\n";
-  EXPECT_EQ(answer(file, kBert), expected);
-  EXPECT_EQ(answer(file, 2147483648U), expected);
-  EXPECT_EQ(answer(file, 4294967295U), expected);
+  setList(file, {allow(user(kBert), 32), deny(user(kAnna), 2), allow(nt_acl::everyoneSid(), 8)});
+  EXPECT_EQ(answer(file, kBert),
+            std::to_string(2 + 4 + 8 + 32 + 128 + 256 + 512 + 1024 + 2048 + 4096) + "\n");
+  EXPECT_EQ(answer(file, kAnna), std::to_string(8 + 128 + 512 + 2048) + "\n");
+  const std::string others = std::to_string(2 + 8 + 128 + 512 + 2048) + "\n";
+  EXPECT_EQ(answer(file, 2147483648U), others);
+  EXPECT_EQ(answer(file, 4294967295U), others);
 }
 
 TEST_F(Program, ListsAreWhereTheConfigurationSays) {
@@ -262,7 +338,7 @@ TEST_F(Program, ExplainsBehindTheNumber) {
   const EndedProgram ended = run({"-p", folder, "-u", std::to_string(kAnna), "--explain"});
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.error, "");
-  EXPECT_THAT(ended.output, StartsWith("2178\nanna (uid " + std::to_string(kAnna) + ") on " +
+  EXPECT_THAT(ended.output, HasSubstr("\n2178\nanna (uid " + std::to_string(kAnna) + ") on " +
                                        folder + ": owner root, group "));
   EXPECT_THAT(ended.output, HasSubstr("  yes  list              entry 2: allow group:crew\n"
                                       "  no   add-file          entry 1: deny user:anna\n"));
@@ -287,11 +363,69 @@ TEST_F(Program, SaysWhichFolderTheKernelDoesNotLetTheUserThrough) {
       HasSubstr("  it does not let the user through the folder " + folder_.path("private") + "\n"));
 }
 
+TEST_F(Program, BeginsWithTheFolderThatStopsTheUser) {
+  addUser("anna", kAnna);
+  makeFolder("private", 0700);
+  makeFolder("private/closed", 0700);
+  const std::string file = makeFile("private/closed/file", 0666);
+  for (const char* way : {"--answer", "--explain"}) {
+    const EndedProgram ended = run({way, "-p", file, "-u", std::to_string(kAnna)});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.output, StartsWith("No: stopped at " + folder_.path("private") +
+                                         ", mode 700, owner root\n"));
+  }
+  EXPECT_THAT(run({"--who", "-p", file}).output,
+              StartsWith("No: stopped at " + folder_.path("private") + ", mode 700, owner root\n"));
+}
+
+TEST_F(Program, SaysWhatEachNfsClientMay) {
+  addUser("anna", kAnna);
+  const std::string folder = makeFolder("shared", 0755);
+  const std::string file = makeFile("shared/file", 0646);
+  std::filesystem::create_directories(root_ + "/var/lib/nfs");
+  writeWholeFile(root_ + "/var/lib/nfs/etab",
+                 folder + "\t10.0.0.0/8(ro,sync,root_squash,no_all_squash,sec=sys,ro,root_squash)\n" +
+                     folder + "\t*.example.com(rw,root_squash,all_squash,anonuid=99,anongid=99)\n" +
+                     folder + "x\t*(rw)\n");
+  const std::string text = run({"--answer", "-p", file, "-u", std::to_string(kAnna)}).output;
+  EXPECT_THAT(text, HasSubstr("  - 10.0.0.0/8     yes  "));
+  EXPECT_THAT(text, HasSubstr(folder + "(ro,root_squash): exported read-only to 10.0.0.0/8\n"));
+  EXPECT_THAT(text, HasSubstr(folder + "(rw,all_squash,anonuid=99)\n"));
+  EXPECT_THAT(text, HasSubstr("  - any other      no "));
+  const std::string root = run({"--answer", "-p", makeFile("shared/roots", 0600), "-u", "0"}).output;
+  EXPECT_THAT(root, HasSubstr("(ro,root_squash): read: the kernel gives others ---; write: "));
+}
+
+TEST_F(Program, AReadOnlyMountIsSaid) {
+  if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  addUser("anna", kAnna);
+  const std::string folder = makeFolder("mounted", 0777);
+  runInOwnMounts([&] {
+    ASSERT_EQ(::mount("none", folder.c_str(), "tmpfs", MS_RDONLY, "mode=777"), 0);
+    EXPECT_THAT(run({"--answer", "-p", folder, "-u", std::to_string(kAnna)}).output,
+                StartsWith("Read only: anna may read, and not write: the file system is mounted "
+                           "read-only"));
+  });
+}
+
+TEST_F(Program, AFullDiskIsSaid) {
+  if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  addUser("anna", kAnna);
+  const std::string folder = makeFolder("mounted", 0777);
+  runInOwnMounts([&] {
+    ASSERT_EQ(::mount("none", folder.c_str(), "tmpfs", 0, "mode=777,size=4096"), 0);
+    writeWholeFile(folder + "/file", std::string(4096, 'x'));
+    EXPECT_THAT(run({"--answer", "-p", folder, "-u", std::to_string(kAnna)}).output,
+                StartsWith("Read only: anna may read, and not write: the disk is full"));
+  });
+}
+
 TEST_F(Program, ExplainsInJson) {
   addUser("anna", kAnna);
   const EndedProgram ended =
       run({"-p", makeFile("file", 0644), "-u", std::to_string(kAnna), "--explain", "--json"});
-  EXPECT_THAT(ended.output, StartsWith("{\"bitmap\":2690,"));
+  EXPECT_THAT(ended.output, StartsWith("{\"answer\":{\"read\":\"yes\","));
+  EXPECT_THAT(ended.output, HasSubstr("\"bitmap\":2690,"));
   EXPECT_THAT(ended.output, EndsWith("}\n"));
 }
 
@@ -310,10 +444,9 @@ TEST_F(Program, TellsWhoMay) {
   const EndedProgram ended = run({"--who", "-p", file});
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.error, "");
-  EXPECT_THAT(ended.output, StartsWith(file + ": owner root, group "));
-  EXPECT_THAT(ended.output,
-              HasSubstr("\n  anna              yes   no     no           read: entry 1: "
-                        "allow group:crew\n"));
+  EXPECT_THAT(ended.output, HasSubstr("\n" + file + ": owner root, group "));
+  EXPECT_THAT(ended.output, HasSubstr("\n  anna              yes   no     no           no   no     "
+                                      "     no   read: entry 1: allow group:crew\n"));
   EXPECT_THAT(run({"--who", "--json", "-p", file}).output, HasSubstr("\"user\":\"anna\""));
 }
 
@@ -332,7 +465,7 @@ TEST_F(Program, WhoMayIsAnErrorWhereItCannotBeTold) {
 TEST_F(Program, AWrongCommandLineSaysHowItIsUsed) {
   EXPECT_EQ(failureOf(run({"-p", "/", "-u", "anna"}), 2),
             "effectiveprivs: \"anna\" is no uid\n"
-            "usage: effectiveprivs [--explain [--json]] -p PATH -u UID\n"
+            "usage: effectiveprivs [--answer | --explain [--json]] -p PATH -u UID\n"
             "       effectiveprivs --who [--json] -p PATH\n");
 }
 

@@ -6,17 +6,14 @@ namespace paddock::effectiveprivs {
 
 namespace {
 
-std::string barrierFor(const PinnedObject* folder, const KernelUser& user) {
-  std::optional<PinnedObject> above;
-  while (folder != nullptr) {
-    const KernelBits bits = kernelBits(ObjectReader::readKernel(*folder), user);
-    if ((bits.bits & posix_acl::kExecute) == 0) return folder->path();
-    auto next = folder->parent();
-    above.reset();
-    if (next) above.emplace(std::move(*next));
-    folder = above ? &*above : nullptr;
-  }
-  return {};
+// Reads it for somebody: what names the user is for somebody known.
+ObjectPrivileges readFor(const Identity& user, Installation& installation,
+                         const PinnedObject& object) {
+  ObjectPrivileges privileges = installation.objects().read(object);
+  installation.markStrangers(privileges, [&](const Subject& subject) {
+    return user.match(subject, false).has_value();
+  });
+  return privileges;
 }
 
 }  // namespace
@@ -26,19 +23,19 @@ const PinnedObject* Place::around() {
   return *around_ ? &**around_ : nullptr;
 }
 
-const ObjectPrivileges* Place::privilegesAround() {
+const ObjectPrivileges* Place::privilegesAround(const Identity& user) {
   const PinnedObject* folder = around();
   if (folder == nullptr) return nullptr;
-  if (!privilegesAround_) privilegesAround_ = reader_.read(*folder);
+  if (!privilegesAround_) privilegesAround_ = readFor(user, installation_, *folder);
   return &*privilegesAround_;
 }
 
-Answer answerFor(Place& place, const Installation& installation, const Identity& user) {
+Answer answerFor(Place& place, Installation& installation, const Identity& user) {
   Answer answer;
   answer.privileges = user.isRoot() ? ObjectReader::readMode(place.object())
-                                    : installation.objects().read(place.object());
+                                    : readFor(user, installation, place.object());
   answer.verdicts = judge(
-      answer.privileges, [&place] { return place.privilegesAround(); }, user);
+      answer.privileges, [&] { return place.privilegesAround(user); }, user);
   return answer;
 }
 
@@ -47,8 +44,7 @@ KernelAnswer kernelAnswerFor(Place& place, const KernelUser& user) {
   const PinnedObject* folder = place.around();
   std::optional<KernelObject> around;
   if (folder != nullptr) around = ObjectReader::readKernel(*folder);
-  return {kernelBits(object, user), kernelPermissions(object, around ? &*around : nullptr, user),
-          barrierFor(folder, user)};
+  return {kernelBits(object, user), kernelPermissions(object, around ? &*around : nullptr, user)};
 }
 
 }  // namespace paddock::effectiveprivs

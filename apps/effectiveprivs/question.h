@@ -16,17 +16,17 @@ namespace paddock::effectiveprivs {
 class Place {
  public:
   // The caller keeps the installation alive. Throws Failure.
-  Place(const std::string& path, const Installation& installation)
-      : object_(path), reader_(installation.objects()) {}
+  Place(const std::string& path, Installation& installation)
+      : object_(path), installation_(installation) {}
 
   const PinnedObject& object() const { return object_; }
   // Null for the highest folder of all. These throw Failure.
   const PinnedObject* around();
-  const ObjectPrivileges* privilegesAround();
+  const ObjectPrivileges* privilegesAround(const Identity& user);
 
  private:
   const PinnedObject object_;
-  const ObjectReader& reader_;
+  Installation& installation_;
   std::optional<std::optional<PinnedObject>> around_;
   std::optional<ObjectPrivileges> privilegesAround_;
 };
@@ -37,15 +37,12 @@ struct Answer {
 };
 
 // Throws Failure.
-Answer answerFor(Place& place, const Installation& installation, const Identity& user);
+Answer answerFor(Place& place, Installation& installation, const Identity& user);
 
 // What the kernel says to the same question.
 struct KernelAnswer {
   KernelBits bits;
   acl::Permission permissions = 0;
-  // The nearest folder above, as a path, that the kernel does not let the user search, so that
-  // nothing of the rest comes to bear on a path; empty when there is none.
-  std::string barrier;
 };
 
 // Throws Failure.

@@ -22,7 +22,8 @@ constexpr std::array<acl::Permission, kRights> kPermissionsOf = {
 struct Ways {
   // The index of what a group holds, and a step of it.
   std::vector<std::pair<std::size_t, std::size_t>> groups;
-  bool isHostMember = false;  // of the owning group
+  std::vector<std::uint32_t> hostGids;  // of the groups that make a difference
+  std::vector<std::size_t> rules;       // of the list, that are for accounts of Samba's
   // Of somebody who is meant himself, so that nobody else is like him.
   std::optional<std::uint32_t> own;
   friend auto operator<=>(const Ways&, const Ways&) = default;
@@ -30,14 +31,15 @@ struct Ways {
 
 class Finder {
  public:
-  Finder(const ObjectPrivileges& object, AccountListing& listing, Accounts& accounts)
-      : object_(object), listing_(listing), accounts_(accounts) {}
+  Finder(const ObjectPrivileges& object, const DoorQuestions& doors, AccountListing& listing,
+         Accounts& accounts)
+      : object_(object), doors_(doors), listing_(listing), accounts_(accounts) {}
 
   Who run(std::size_t mostPeople) {
     findPeople();
     Who who;
-    who.everybodyElse = rightsOf(Identity(kNobody, {true, {}, {}, {}}, {}));
-    who.withoutAccount = rightsOf(Identity(kNobody, {}, {}));
+    who.everybodyElse = somebody(true);
+    who.withoutAccount = somebody(false);
     const bool elseMay = mayAnything(who.everybodyElse);
     for (const bool isOwn : {true, false}) addPeople(who, isOwn, elseMay, mostPeople);
     std::sort(who.people.begin(), who.people.end(), isBefore);
@@ -45,34 +47,70 @@ class Finder {
   }
 
  private:
-  // No user has it.
-  static constexpr std::uint32_t kNobody = 0xFFFFFFFF;
-
   static bool isBefore(const Person& one, const Person& other) {
     return std::tie(one.name, one.uid) < std::tie(other.name, other.uid);
   }
 
-  static bool mayAnything(const Rights& rights) {
-    return std::any_of(rights.begin(), rights.end(),
-                       [](const Right& right) { return right.granted; });
+  static bool mayAnything(const Person& person) {
+    const auto isOpen = [](const Door& door) {
+      return door.rights.read.access == Access::yes || door.rights.write.access == Access::yes;
+    };
+    const auto& doors = person.answer.doors;
+    return std::any_of(person.rights->begin(), person.rights->end(),
+                       [](const Right& right) { return right.granted || right.isDoubted; }) ||
+           std::any_of(doors.begin(), doors.end(), isOpen);
+  }
+
+  Person somebody(bool hasAccount) const {
+    const Identity user(Identity::kNoUid, {hasAccount, {}, {}, {}}, {});
+    Person person{hasAccount ? "everybody else" : "a uid without an account", Identity::kNoUid,
+                  std::make_shared<const Rights>(rightsOf(user)), {}};
+    person.answer = doors_.answerFor({{Identity::kNoUid, {}}, {}, hasAccount},
+                                     listRightsOf(*person.rights));
+    return person;
+  }
+
+  // As listRights() has them.
+  static ListRights listRightsOf(const Rights& rights) {
+    const auto made = [](const Right& right) -> DoorRight {
+      if (right.granted) return {};
+      return {right.isDoubted ? Access::unknown : Access::no, right.text};
+    };
+    return {made(rights[0]), made(rights[1])};
   }
 
   void findPeople() {
-    if (const auto root = listing_.userWithUid(0)) people_[*root].own = 0;
-    if (const auto owner = listing_.userWithUid(object_.uid)) people_[*owner].own = object_.uid;
+    findUid(0);
+    findUid(object_.uid);
+    for (const std::uint32_t uid : doors_.uids) findUid(uid);
     findSubjects();
-    if (object_.list && object_.list->complete) return;
-    findGroup(listing_.groupWithGid(object_.gid));
-    for (const std::size_t user : listing_.hostMembers(object_.gid))
-      people_[user].isHostMember = true;
+    if (!object_.list || !object_.list->complete) findGroup(listing_.groupWithGid(object_.gid));
+    std::set<std::uint32_t> gids{object_.gid};
+    for (const std::uint32_t gid : doors_.gids) gids.insert(gid);
+    for (const std::uint32_t gid : gids)
+      for (const std::size_t user : listing_.hostMembers(gid))
+        people_[user].hostGids.push_back(gid);
+  }
+
+  // Somebody without an account is one, too.
+  void findUid(std::uint32_t uid) {
+    if (uid == Identity::kNoUid) return;
+    if (const auto user = listing_.userWithUid(uid))
+      people_[*user].own = uid;
+    else
+      strangers_.insert(uid);
   }
 
   void findSubjects() {
     if (!object_.list) return;
-    for (const Rule& rule : object_.list->rules) {
+    for (std::size_t at = 0; at < object_.list->rules.size(); ++at) {
+      const Rule& rule = object_.list->rules[at];
       if (rule.onlyInherit) continue;
       if (rule.subject.kind == Subject::Kind::user) {
-        findUser(listing_.userWithUid(rule.subject.id));
+        findUid(rule.subject.id);
+      } else if (rule.subject.kind == Subject::Kind::accounts) {
+        for (const std::uint32_t uid : *rule.subject.uids)
+          if (const auto user = listing_.userWithUid(uid)) people_[*user].rules.push_back(at);
       } else if (rule.subject.kind == Subject::Kind::group) {
         findGroup(listing_.groupWithGid(rule.subject.id));
       } else if (rule.subject.kind == Subject::Kind::guid) {
@@ -102,8 +140,15 @@ class Finder {
       auto& rights = rights_[ways];
       const ListedUser& listed = listing_.users()[user];
       if (!rights) rights = std::make_shared<const Rights>(rightsOf(identityOf(listed, ways)));
-      if (mayAnything(*rights) || elseMay) people.push_back({listed.name, listed.uid, rights});
+      people.push_back(personOf(listed.uid, listed.name, rights, ways.hostGids));
     }
+    for (const std::uint32_t uid : strangers_) {
+      if (!isOwn) break;
+      const Identity user(uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}, {});
+      people.push_back(personOf(uid, {}, std::make_shared<const Rights>(rightsOf(user)), {}));
+    }
+    std::erase_if(people,
+                  [&](const Person& person) { return !mayAnything(person) && !elseMay; });
     std::sort(people.begin(), people.end(), isBefore);
     const std::size_t room = mostPeople - std::min(mostPeople, who.people.size());
     const std::size_t taken = std::min(room, people.size());
@@ -112,14 +157,20 @@ class Finder {
               std::back_inserter(who.people));
   }
 
+  Person personOf(std::uint32_t uid, const std::string& name,
+                  const std::shared_ptr<const Rights>& rights,
+                  const std::vector<std::uint32_t>& gids) const {
+    const std::string shown = name.empty() ? std::to_string(uid) : name;
+    return {shown, uid, rights,
+            doors_.answerFor({{uid, gids}, name}, listRightsOf(*rights))};
+  }
+
   Identity identityOf(const ListedUser& user, const Ways& ways) const {
     UserMembership membership;
     membership.isKnown = true;
     membership.guids = user.guids;
     for (const auto& [held, step] : ways.groups) addGroups(held_[held], step, membership);
-    std::vector<std::uint32_t> hostGids;
-    if (ways.isHostMember) hostGids.push_back(object_.gid);
-    return {user.uid, std::move(membership), std::move(hostGids)};
+    return {user.uid, std::move(membership), ways.hostGids};
   }
 
   // From the group that holds the user by itself to the one that was asked about.
@@ -145,18 +196,17 @@ class Finder {
 
   // What grants one of the permissions, or else keeps the user from the first of them.
   static Right rightFrom(const std::vector<ExplainedPermission>& all, acl::Permission wanted) {
-    const ExplainedPermission* found = nullptr;
-    for (const ExplainedPermission& one : all) {
-      if ((one.permission & wanted) == 0) continue;
-      if (found == nullptr || (one.granted && !found->granted)) found = &one;
-    }
-    return {found->granted, found->by, found->entry, found->principal, found->through, found->text};
+    const ExplainedPermission* found = permissionFor(all, wanted);
+    return {found->granted,   found->isDoubted, found->by,  found->entry,
+            found->principal, found->through,   found->text};
   }
 
   const ObjectPrivileges& object_;
+  const DoorQuestions& doors_;
   AccountListing& listing_;
   Accounts& accounts_;
   std::map<std::size_t, Ways> people_;
+  std::set<std::uint32_t> strangers_;  // uids that matter, and no account has
   std::set<std::size_t> known_;
   std::vector<HeldUsers> held_;
   std::map<Ways, std::shared_ptr<const Rights>> rights_;
@@ -164,9 +214,18 @@ class Finder {
 
 }  // namespace
 
-Who whoMay(const ObjectPrivileges& object, AccountListing& listing, Accounts& accounts,
-           std::size_t mostPeople) {
-  return Finder(object, listing, accounts).run(mostPeople);
+Who whoMay(const ObjectPrivileges& object, const DoorQuestions& doors, AccountListing& listing,
+           Accounts& accounts, std::size_t mostPeople) {
+  return Finder(object, doors, listing, accounts).run(mostPeople);
+}
+
+bool Who::isDoubted() const {
+  const auto hasDoubt = [](const Person& person) {
+    return std::any_of(person.rights->begin(), person.rights->end(),
+                       [](const Right& right) { return right.isDoubted; });
+  };
+  return hasDoubt(everybodyElse) || hasDoubt(withoutAccount) ||
+         std::any_of(people.begin(), people.end(), hasDoubt);
 }
 
 }  // namespace paddock::effectiveprivs

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "effectiveprivs/account_listing.h"
+#include "effectiveprivs/doors.h"
 #include "effectiveprivs/evaluation.h"
 #include "platform/accounts.h"
 
@@ -21,6 +22,7 @@ inline constexpr std::array<const char*, kRights> kRightNames = {"read", "write"
 
 struct Right {
   bool granted = false;
+  bool isDoubted = false;
   std::string by;  // as ExplainedPermission has these
   std::optional<std::size_t> entry;
   std::string principal;
@@ -30,9 +32,10 @@ struct Right {
 using Rights = std::array<Right, kRights>;
 
 struct Person {
-  std::string name;
+  std::string name;  // the uid where no account has it
   std::uint32_t uid = 0;
   std::shared_ptr<const Rights> rights;  // shared by those who have the same for the same reasons
+  PathAnswer answer;
 };
 
 // How many people are told.
@@ -44,13 +47,16 @@ struct Who {
   // too many, those whom only a group means are cut.
   std::vector<Person> people;
   std::size_t left = 0;  // how many more there are
-  Rights everybodyElse;  // every other account
-  Rights withoutAccount;
+  Person everybodyElse;  // every other account
+  Person withoutAccount;
+
+  // Whether an entry for somebody unknown leaves anything in doubt.
+  bool isDoubted() const;
 };
 
 // Throws DirectoryError when a node cannot answer.
-Who whoMay(const ObjectPrivileges& object, AccountListing& listing, Accounts& accounts,
-           std::size_t mostPeople = kMostPeople);
+Who whoMay(const ObjectPrivileges& object, const DoorQuestions& doors, AccountListing& listing,
+           Accounts& accounts, std::size_t mostPeople = kMostPeople);
 
 // `head` names the object. Lines for people, each with its end; one line of JSON, without its end.
 std::string whoText(const std::string& head, const Who& who);

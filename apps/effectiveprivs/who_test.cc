@@ -44,7 +44,16 @@ class WhoMay : public ::testing::Test {
 
   Who who(const ObjectPrivileges& object) {
     AccountListing listing(directory_);
-    return whoMay(object, listing, accounts_);
+    return whoMay(object, doors(), listing, accounts_);
+  }
+  // Everybody comes to the path, as far as the list lets them.
+  static DoorQuestions doors() {
+    return {[](const Visitor&, const ListRights& list) {
+      PathAnswer answer;
+      for (Door& door : answer.doors) door.rights = list;
+      answer.whole = list;
+      return answer;
+    }};
   }
   // "zoe rw-" and the like.
   static std::string line(const std::string& name, const Rights& rights) {
@@ -56,11 +65,11 @@ class WhoMay : public ::testing::Test {
     const Who found = who(object);
     std::vector<std::string> lines;
     for (const Person& person : found.people) lines.push_back(line(person.name, *person.rights));
-    lines.push_back(line("else", found.everybodyElse));
-    lines.push_back(line("without", found.withoutAccount));
+    lines.push_back(line("else", *found.everybodyElse.rights));
+    lines.push_back(line("without", *found.withoutAccount.rights));
     return lines;
   }
-  static ObjectPrivileges nobodysFile(mode_t mode) { return owned(fileWith(mode), 4711, 4711); }
+  static ObjectPrivileges nobodysFile(mode_t mode) { return owned(fileWith(mode), 0, 4711); }
 
   InMemoryDirectory directory_{caseFold};
   InMemoryAccounts accounts_;
@@ -129,23 +138,52 @@ TEST_F(WhoMay, WhatIsOnlyInheritedDoesNotCount) {
               ElementsAre("root rwp", "else ---", "without ---"));
 }
 
-TEST_F(WhoMay, EntriesForSomebodyWhoIsNotThereTellNobody) {
-  EXPECT_THAT(linesOf(listed(nobodysFile(0), {allow(userSubject(4712), 2),
-                                              allow(groupSubject(4712), 2), allow({}, 2)})),
+TEST_F(WhoMay, AUidThatNoAccountHasIsToldByItsNumber) {
+  EXPECT_THAT(linesOf(listed(nobodysFile(0), {allow(userSubject(4712), 2)})),
+              ElementsAre("4712 r--", "root rwp", "else ---", "without ---"));
+}
+
+TEST_F(WhoMay, EntriesForAGroupThatIsNotThereTellNobody) {
+  EXPECT_THAT(linesOf(owned(listed(fileWith(0), {allow(groupSubject(4712), 2), allow({}, 2)}), 0, 4711)),
               ElementsAre("root rwp", "else ---", "without ---"));
+}
+
+TEST_F(WhoMay, AStrangerWhoIsDeniedLeavesEverybodyBehindInDoubt) {
+  const Who found = who(listed(nobodysFile(0), {allow(userSubject(kYuri), 2),
+                                                deny(subjectOf(Kind::unknown), 2),
+                                                allow(userSubject(kZoe), 2)}));
+  EXPECT_TRUE(found.isDoubted());
+  const std::string text = whoText("", found);
+  EXPECT_THAT(text, HasSubstr("  yuri              yes   no"));
+  EXPECT_THAT(text, HasSubstr("  zoe               ?     no"));
+  EXPECT_THAT(text, HasSubstr("nobody here knows who that is"));
+}
+
+TEST_F(WhoMay, WhomADoorAloneLetsInIsTold) {
+  AccountListing listing(directory_);
+  DoorQuestions asked = doors();
+  asked.uids = {kZoe};
+  asked.answerFor = [](const Visitor& visitor, const ListRights& list) {
+    PathAnswer answer = doors().answerFor(visitor, list);
+    if (visitor.kernel.uid == kZoe) answer.doors[1].rights = {};
+    return answer;
+  };
+  const Who found = whoMay(nobodysFile(0), asked, listing, accounts_);
+  EXPECT_THAT(whoText("", found),
+              HasSubstr("  zoe               no    no     no           no          read,write  no "));
 }
 
 TEST_F(WhoMay, TooManyPeopleAreCutAndItIsSaid) {
   AccountListing listing(directory_);
   const auto file = listed(nobodysFile(0), {allow(groupSubject(kClub), 2)});
-  const Who found = whoMay(file, listing, accounts_, 2);
+  const Who found = whoMay(file, doors(), listing, accounts_, 2);
   ASSERT_EQ(found.people.size(), 2U);
   EXPECT_EQ(found.people[0].name, "root");
   EXPECT_EQ(found.people[1].name, "yuri");
   // Whom an entry means himself is not cut.
   const auto named =
       listed(nobodysFile(0), {allow(groupSubject(kClub), 2), allow(userSubject(kZoe), 4)});
-  EXPECT_EQ(whoMay(named, listing, accounts_, 2).people[1].name, "zoe");
+  EXPECT_EQ(whoMay(named, doors(), listing, accounts_, 2).people[1].name, "zoe");
   EXPECT_EQ(found.left, 1U);
   EXPECT_THAT(whoText("", found), HasSubstr("\n1 more, whom only groups mean, are not listed\n"));
   EXPECT_THAT(whoJson("/srv/a", found), HasSubstr("\"notListed\":1,"));
@@ -155,15 +193,20 @@ TEST_F(WhoMay, TheTextSaysByWhat) {
   const auto file = listed(nobodysFile(0),
                            {allow(groupSubject(kClub + 1), 2 | 4), allow(userSubject(kZoe), 4096)});
   EXPECT_EQ(whoText("/srv/a\n", who(file)),
+            "No: the mode gives others ---\n"
             "/srv/a\n"
-            "  WHO               READ  WRITE  PERMISSIONS  BY\n"
-            "  root              yes   yes    yes          read, write, permissions: root may do "
-            "everything\n"
-            "  yuri              yes   yes    no           read, write: entry 1: allow group:all "
-            "(through club, all)\n"
-            "  zoe               yes   yes    yes          read, write: entry 1: allow group:all "
-            "(through club, all); permissions: entry 2: allow user:zoe\n"
-            "  (everybody else)  no    no     no           -\n");
+            "  WHO               READ  WRITE  PERMISSIONS  SMB         LOCAL       NFS         BY\n"
+            "  root              yes   yes    yes          read,write  read,write  read,write  "
+            "read, write, permissions: root may do everything\n"
+            "  yuri              yes   yes    no           read,write  read,write  read,write  "
+            "read, write: entry 1: allow group:all (through club, all)\n"
+            "  zoe               yes   yes    yes          read,write  read,write  read,write  "
+            "read, write: entry 1: allow group:all (through club, all); permissions: entry 2: allow "
+            "user:zoe\n"
+            "  (everybody else)  no    no     no           no          no          no          -\n"
+            "NFS: the mode gives others ---\n"
+            "SMB: the mode gives others ---\n"
+            "local: the mode gives others ---\n");
 }
 
 TEST_F(WhoMay, TheTextTellsAccountsFromNoneWhereThatMatters) {
@@ -194,6 +237,7 @@ TEST_F(WhoMay, JsonHoldsTheSame) {
   EXPECT_EQ(yuri.integer("uid"), kYuri);
   EXPECT_EQ(*yuri.dictionary("rights")->dictionary("read"),
             (Dictionary{{"granted", true},
+                        {"sure", true},
                         {"by", "entry"},
                         {"entry", 0},
                         {"principal", "group:club"},

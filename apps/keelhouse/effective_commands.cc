@@ -66,14 +66,20 @@ ExitStatus showEffective(const Session& session, const std::string& typedPath,
   std::optional<std::uint32_t> bitmap = askBitmap(session, path, uid);
   if (*bitmap == 0) bitmap = askProgram(session, path, uid);
   if (!bitmap) return ExitStatus::failed;
+  if (session.json && canRunTreeProgram(session, kProgram))
+    return explainEffective(session, path, std::to_string(uid));
   if (session.json) {
     session.out << wire::writeJsonPretty(
                        Dictionary{{"path", path}, {"uid", uid}, {"bitmap", *bitmap}})
                 << '\n';
-  } else {
-    session.out << printable(formatRights(*bitmap, isFolder(privileges))) << '\n';
+    return ExitStatus::done;
   }
-  return ExitStatus::done;
+  ExitStatus status = ExitStatus::done;
+  if (canRunTreeProgram(session, kProgram))
+    status = runTreeProgram(session, kProgram, {"--answer", "-p", path, "-u", std::to_string(uid)});
+  if (status == ExitStatus::failed) return status;
+  session.out << printable(formatRights(*bitmap, isFolder(privileges))) << '\n';
+  return status;
 }
 
 ExitStatus explainEffective(const Session& session, const std::string& typedPath,

@@ -126,8 +126,34 @@ TEST_F(EffectivePrograms, WhereTheDaemonSaysNothingTheProgramIsAskedWhetherThatI
   listenInTree();
   answerBitmap("0");
   EXPECT_EQ(runInTree({"effective", "/srv/a", "root"}), 0) << error_;
-  EXPECT_EQ(out_, "none\n");
+  EXPECT_EQ(out_, "0\nnone\n");
   EXPECT_EQ(error_, "");
+}
+
+TEST_F(EffectivePrograms, TheAnswerForThePathComesBeforeTheRights) {
+  installScript("echo \"$@\"\n");
+  listenInTree();
+  answerBitmap("2");
+  EXPECT_EQ(runInTree({"effective", "/srv/a", "7"}), 0) << error_;
+  EXPECT_EQ(out_, "--answer -p /srv/a -u 7\nlist\n");
+}
+
+TEST_F(EffectivePrograms, JsonIsTheProgramsOwn) {
+  installScript("echo \"$@\"\n");
+  listenInTree();
+  answerBitmap("2");
+  EXPECT_EQ(runInTree({"--json", "effective", "/srv/a", "7"}), 0) << error_;
+  EXPECT_EQ(out_, "--json --explain -p /srv/a -u 7\n");
+}
+
+TEST_F(EffectivePrograms, WhatCannotBeToldHasAStatusOfItsOwn) {
+  installScript("echo cannot tell; exit 4\n");
+  listenInTree();
+  answerBitmap("2");
+  EXPECT_EQ(runInTree({"effective", "/srv/a", "7"}), 4) << error_;
+  EXPECT_EQ(out_, "cannot tell\nlist\n");
+  EXPECT_EQ(runInTree({"effective", "/srv/a", "7", "--explain"}), 4);
+  EXPECT_EQ(runInTree({"who", "/srv/a"}), 4);
 }
 
 TEST_F(EffectivePrograms, WhatCouldNotBeFoundOutIsAnErrorAndNotNothing) {

@@ -11,6 +11,7 @@ enum class ExitStatus {
   failed = 1,       // the operation reported an error, or what was asked is not there
   usage = 2,        // the command line cannot be used
   unreachable = 3,  // no daemon answers on the socket
+  unsure = 4,       // the answer cannot be told: an entry is for somebody unknown
   notServed = 5,    // done, but not served, where that was required
 };
 

@@ -5,6 +5,7 @@
 
 #include "base/computed_guid.h"
 #include "base/text.h"
+#include "base/well_known_principals.h"
 #include "keelhouse/ace.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/host_accounts.h"
@@ -64,12 +65,20 @@ ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& nam
   }
   if (user) return *user;
   if (group) return *group;
+  const WellKnownPrincipal* known =
+      wellKnownPrincipal([&](const WellKnownPrincipal& one) { return one.name == name.name; });
+  if (known != nullptr) return {parseGuid(known->guid), std::nullopt};
   if (numberIn(name.name)) {
     throw usageFailure("no user or group is named " + name.name +
                        ": for a number write user:" + name.name + " or group:" + name.name);
   }
   throw failure("there is no user or group " + name.name +
                 ", neither on this host nor in a directory node");
+}
+
+// A name that somebody has names that one.
+bool isTaken(const std::string& name) {
+  return hostId(PrincipalType::user, name) || hostId(PrincipalType::group, name);
 }
 
 std::vector<LocalAccount> listIfPossible(const Session& session) {
@@ -135,6 +144,10 @@ KnownPrincipal Principals::identify(const Guid& guid) {
       known = describe(account, guid);
       break;
     }
+    const WellKnownPrincipal* everywhere =
+        wellKnownPrincipal([&](const WellKnownPrincipal& one) { return one.guid == known.text; });
+    if (everywhere != nullptr && !isTaken(std::string(everywhere->name)))
+      known.text = everywhere->name;
   }
   known_[guid] = known;
   return known;

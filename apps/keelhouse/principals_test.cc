@@ -160,6 +160,18 @@ TEST_F(PrincipalsTest, withoutANameAreShownByTheirNumber) {
   EXPECT_EQ(daemon_.requests().size(), 2U) << "the records are asked for once";
 }
 
+TEST_F(PrincipalsTest, thatMeanTheSameEverywhereHaveNames) {
+  daemon_.answer(R"({"status":0,"records":[]})");
+  daemon_.answer(R"({"status":0,"records":[]})");
+  EXPECT_EQ(textOf("5349443A-85A0-85C3-9E19-9D2B4E6E0C32"), "everyone");
+}
+
+TEST_F(PrincipalsTest, thatMeanTheSameEverywhereAreTakenByTheirNames) {
+  answerNoRecord();
+  answerNoRecord();
+  EXPECT_EQ(keysOf("everyone"), (Dictionary{{"guid", "5349443A-85A0-85C3-9E19-9D2B4E6E0C32"}}));
+}
+
 TEST_F(PrincipalsTest, ofNobodyAreShownByTheirGuid) {
   answerRecords(userRecord("zoe", "2000"), "");
   EXPECT_EQ(textOf(kOtherGuid), kOtherGuid);

@@ -62,7 +62,12 @@ class Child {
   Child& operator=(const Child&) = delete;
   ~Child() { wait(); }
 
-  bool endedWell() { return WIFEXITED(wait()) && WEXITSTATUS(status_) == 0; }
+  ExitStatus end() {
+    if (!WIFEXITED(wait())) return ExitStatus::failed;
+    const int status = WEXITSTATUS(status_);
+    if (status == static_cast<int>(ExitStatus::unsure)) return ExitStatus::unsure;
+    return status == 0 ? ExitStatus::done : ExitStatus::failed;
+  }
 
  private:
   int wait() {
@@ -102,7 +107,11 @@ ExitStatus runTreeProgram(const Session& session, const std::string& place,
   Child child(std::move(words), writing.get());
   writing.reset();
   copyAll(reading.get(), session.out);
-  return child.endedWell() ? ExitStatus::done : ExitStatus::failed;
+  return child.end();
+}
+
+bool canRunTreeProgram(const Session& session, const std::string& place) {
+  return ::geteuid() == 0 && ::access((session.root + place).c_str(), X_OK) == 0;
 }
 
 }  // namespace paddock::keelhouse

@@ -139,6 +139,11 @@ class UsersTest(world.EffectiveTest):
         self.set_list(nt_list.entry(nt_list.DENY, EVERYONE, nt_list.mask_of(ALL)))
         self.assertEqual(self.effective(self.path, 0), ALL)
 
+    def test_a_user_whom_nobody_knows_is_judged_like_any_other(self):
+        self.set_list(nt_list.entry(nt_list.DENY, user_sid(world.UNKNOWN), nt_list.mask_of(2)))
+        self.assertEqual(self.effective(self.path, world.UNKNOWN), OTHERS_READ - 2)
+        self.assertEqual(self.effective(self.path, world.UNKNOWN - 1), OTHERS_READ)
+
     def test_a_user_whom_nobody_knows_has_what_everybody_has(self):
         for uid in (2 ** 31 - 1, 2 ** 31, 2 ** 32 - 2, 2 ** 32 - 1, world.UNKNOWN):
             os.removexattr(self.path, nt_list.ATTRIBUTE) if os.listxattr(self.path) else None

@@ -91,7 +91,7 @@ def user_named(name):
 
 
 def unknown_user():
-    return User(UNKNOWN, [], set(), False)
+    return User(UNKNOWN, [], {user_sid(UNKNOWN), guid_sid(fixed_user_guid(UNKNOWN))}, False)
 
 
 def use_own_accounts(folder, clean_up):

@@ -30,6 +30,7 @@ class AgreementTest(SmbTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
+        cls.world.paddock.use_programs(cls.world.samba.configuration)
         print("seed %d" % SEED, flush=True)
         cls.exact = cls.compared = 0
 
@@ -45,6 +46,7 @@ class AgreementTest(SmbTest):
         number = int(self.output_of(*command))
         explained = json.loads(self.output_of(*command, "--explain", "--json"))
         self.assertEqual(explained["bitmap"], number)
+        self.doors = explained["doors"]
         return number, {line["bit"] for line in explained["kernelDisagrees"]}
 
     def output_of(self, *command):
@@ -71,12 +73,28 @@ class AgreementTest(SmbTest):
         given = {right for right in DATA if number & RIGHTS[right][0]}
         judged = given if has_list else self.rights_without_a_list(user)
         session = self.world.session(user)
+        self.compare_doors(session, is_folder, here, what)
         self.assertEqual({right for right in DATA if session.may(self.name, RIGHTS[right][1])},
                          {right for right in judged if needed.get(right, "-") in here + "-"}, what)
         if is_folder:
             self.compare_use_of_folder(user, session, given, here, what)
         else:
             self.assertEqual(session.read(self.name) == b"content", "read-data" in given and "r" in here, what)
+
+    def compare_doors(self, session, is_folder, here, what):
+        """What is said of SMB and of local programs is what they find."""
+        smb, local = self.doors["smb"], self.doors["local"]
+        what = "%s; %s" % (what, self.doors)
+        can_read = (session.names(self.name) if is_folder else session.read(self.name)) is not None
+        self.assertEqual(smb["read"], "yes" if can_read else "no", what)
+        self.assertEqual(local["read"], "yes" if "r" in here else "no", what)
+        if is_folder:
+            new = self.name + "/tried"
+            can_write = session.write(new, b"") or session.make_folder(new)
+            self.clear()
+        else:
+            can_write = session.may(self.name, RIGHTS["write-data"][1])
+        self.assertEqual(smb["write"], "yes" if can_write else "no", what)
 
     def rights_without_a_list(self, user):
         """smbd makes a list of the mode then, in which who may read may execute, and a user has what any of

@@ -247,6 +247,15 @@ class Paddock:
                 "chroot " + root if root else "env", configuration))
         os.chmod(path, 0o755)
 
+    def use_programs(self, configuration):
+        """What the tree's programs find in the place of Samba's asks about that configuration."""
+        for name, words in {"testparm": '"$@" %s', "pdbedit": '-s %s "$@"', "net": '-s %s "$@"'}.items():
+            path = os.path.join(self.tree, "usr/bin", name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "w", encoding="ascii") as file:
+                file.write("#!/bin/sh\nexec %s %s\n" % (name, words % configuration))
+            os.chmod(path, 0o755)
+
     def synchronize(self):
         """Brings the shares up to date that smb.conf includes."""
         ended = subprocess.run([os.path.join(self.tree, "usr/libexec/samba/synchronize-shares")],

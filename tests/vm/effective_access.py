@@ -10,7 +10,7 @@ import subprocess
 import sys
 
 from socket_requests import SocketRequests
-from tried import INSIDE, tried, wanted
+from tried import INSIDE, READ, WRITE, as_ids, tried, wanted
 
 PROGRAM = "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs"
 SHARED, MOUNTED = "/vol/shared", "/mnt/nfs"
@@ -66,15 +66,133 @@ def make_case(requests, chosen, number, is_folder):
 
 
 def explain_all(cases):
-    """Of each case and user where the kernel is said to agree: who can do what."""
-    agreeing = []
+    """Of each case and user where the kernel is said to agree: who can do what. Of all of them: what the door
+    NFS is said to let through."""
+    agreeing, doors = [], []
     for name, privileges in cases:
         for user, uid in USERS.items():
             path = os.path.join(SHARED, name)
             explained = json.loads(run(PROGRAM, "-p", path, "-u", str(uid), "--explain", "--json"))
+            doors.append((path, user, explained["doors"]["nfs"]))
             if not BITS & {line["bit"] for line in explained["kernelDisagrees"]}:
                 agreeing.append((name, privileges, user, wanted(explained["bitmap"], path, uid, gids_of(user))))
-    return agreeing
+    return agreeing, doors
+
+
+def verdict(path, user):
+    """What a user can do with a path of a mount, in the words of a door."""
+    could = tried(path, USERS.get(user, 0), gids_of(user) if user in USERS else [0])
+    read, write = could & READ, could & WRITE
+    return "yes" if read and write else "read" if read else "write" if write else "no"
+
+
+def mounted(version, shared):
+    """Whether it can be mounted."""
+    return subprocess.run(["mount", "-t", "nfs", "-o", "vers=%s,nolock,proto=tcp,noac" % version,
+                           "127.0.0.1:" + shared, MOUNTED], check=False, stdin=subprocess.DEVNULL).returncode == 0
+
+
+def compare_doors(version, doors):
+    """Whether users can do over a mount of the whole export what the door is said to let through."""
+    assert mounted(version, SHARED)
+    failed = 0
+    for path, user, door in doors:
+        found = verdict(os.path.join(MOUNTED, os.path.relpath(path, SHARED)), user)
+        if found != door["verdict"]:
+            failed += 1
+            print("FAILED: NFS %s, %s: %s can \"%s\", and is said to: %s" % (version, path, user, found, door))
+    run("umount", MOUNTED)
+    return failed == 0
+
+
+def make_special(name, mode, owner="root"):
+    path = os.path.join("/vol", name)
+    os.makedirs(path)
+    with open(os.path.join(path, INSIDE), "w", encoding="ascii") as file:
+        file.write("content")
+    os.chown(path, USERS.get(owner, 0), 0)
+    os.chmod(path, mode)
+    return path
+
+
+def compare_specials(version, specials):
+    """Exports of all kinds, whose options matter."""
+    failed = 0
+    for path in specials:
+        assert mounted(version, path), path
+        for user in [*USERS, "root"]:
+            door = json.loads(run(PROGRAM, "-p", path, "-u", str(USERS.get(user, 0)), "--explain",
+                                  "--json"))["doors"]["nfs"]
+            found = verdict(MOUNTED, user)
+            if found != door["verdict"] or door["clients"][0]["client"] != "127.0.0.1":
+                failed += 1
+                print("FAILED: NFS %s, %s: %s can \"%s\", and is said to: %s" % (version, path, user, found, door))
+        run("umount", MOUNTED)
+    return failed == 0
+
+
+def export_specials():
+    """Each with the options that it is about; their paths."""
+    made = {make_special("read-only", 0o777): "ro", make_special("squashed", 0o700, "anna"): "rw,all_squash,anonuid=%d"
+            % USERS["anna"], make_special("roots", 0o700): "rw,root_squash",
+            make_special("unsquashed", 0o700): "rw,no_root_squash", make_special("open", 0o777): "rw"}
+    os.makedirs("/vol/private")
+    made[make_special("private/inside", 0o777)] = "rw"
+    os.chmod("/vol/private", 0o700)
+    for number, (path, options) in enumerate(made.items(), 2):
+        run("keelhouse", "share", "add", path, "--nfs", "127.0.0.1(%s,no_subtree_check,fsid=%d)" % (options, number))
+    return list(made)
+
+
+def compare_quota():
+    """Whether a user whose quota is used up is said to be kept from writing, and nobody else."""
+    path = make_special("quota", 0o777)
+    run("setquota", "-u", "bert", "0", "64", "0", "0", "/vol")
+    as_ids(USERS["bert"], gids_of("bert"), lambda: write_all(os.path.join(path, "much")))
+    said = {user: json.loads(run(PROGRAM, "-p", path, "-u", str(USERS[user]), "--explain", "--json"))
+            for user in ("anna", "bert")}
+    local = {user: said[user]["doors"]["local"] for user in said}
+    could = {user: as_ids(USERS[user], gids_of(user), lambda: write_all(os.path.join(path, "more-" + user)))
+             for user in ("anna", "bert")}
+    ok = (local["anna"]["write"], local["bert"]["write"]) == ("yes", "no") and could == {"anna": 1, "bert": 0}
+    if not ok or "quota of user bert is used up" not in said["bert"]["answer"]["text"]:
+        print("FAILED: quota: %s, could %s" % (said, could))
+        return False
+    return True
+
+
+def write_all(path):
+    """1 when 64 KiB can be written there, else 0."""
+    try:
+        with open(path, "wb", buffering=0) as file:
+            for _ in range(16):
+                if file.write(bytes(4096)) != 4096:
+                    return 0
+        return 1
+    except OSError:
+        return 0
+
+
+def compare_read_only():
+    """Whether a read-only mount is said to be one."""
+    run("mount", "-o", "bind", "/vol/open", MOUNTED)
+    run("mount", "-o", "remount,bind,ro", MOUNTED)
+    said = json.loads(run(PROGRAM, "-p", MOUNTED, "-u", str(USERS["anna"]), "--explain", "--json"))
+    run("umount", MOUNTED)
+    if "mounted read-only" not in said["answer"]["text"] or said["doors"]["local"]["verdict"] != "read":
+        print("FAILED: read-only mount: %s" % said)
+        return False
+    return True
+
+
+def compare_stopped():
+    """Whether a server that does not run is said not to serve."""
+    run("systemctl", "stop", "nfs-server")
+    door = json.loads(run(PROGRAM, "-p", "/vol/open", "-u", str(USERS["anna"]), "--explain", "--json"))["doors"]["nfs"]
+    if door["verdict"] != "no" or "NFS server" not in door["reason"]:
+        print("FAILED: stopped: %s" % door)
+        return False
+    return True
 
 
 def compare_over(version, seed, agreeing):
@@ -101,8 +219,12 @@ def main():
     requests = SocketRequests("/run/paddock/paddockd.sock", SECONDS)
     cases = [make_case(requests, chosen, number, is_folder) for number in range(CASES) for is_folder in (False, True)]
     run("keelhouse", "share", "add", SHARED, "--nfs", "127.0.0.1(rw,no_subtree_check,fsid=1)")
-    agreeing, asked = explain_all(cases), len(cases) * len(USERS)
+    (agreeing, doors), asked = explain_all(cases), len(cases) * len(USERS)
     results = [compare_over(version, seed, agreeing) for version in ("4.2", "3")]
+    results += [compare_doors(version, doors) for version in ("4.2", "3")]
+    specials = export_specials()
+    results += [compare_specials(version, specials) for version in ("3", "4.2")]
+    results += [compare_quota(), compare_read_only(), compare_stopped()]
     print("of %d answers, %d are about what the kernel agrees in" % (asked, len(agreeing)))
     sys.exit(0 if all(results) and len(agreeing) * 2 > asked else 1)
 

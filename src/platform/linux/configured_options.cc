@@ -50,10 +50,14 @@ FilePrivilegesOptions configuredPrivileges(const Dictionary& configuration,
 // Winbind is the system's, and makes up ids for SIDs that it is asked about: a daemon in a tree of
 // its own leaves it alone, unless it is told to ask.
 std::unique_ptr<SidResolver> configuredSidResolver(const Dictionary& configuration,
-                                                   const std::string& root) {
+                                                   const std::string& root,
+                                                   std::shared_ptr<SambaAccountReader> samba) {
+  if (!samba) samba = std::make_shared<SambaAccountReader>(root);
   const Dictionary* table = configuration.dictionary("acl");
   const auto wanted = table != nullptr ? table->boolean("winbind") : std::nullopt;
-  return wanted.value_or(root.empty()) ? makeWinbindResolver() : nullptr;
+  return std::make_unique<EitherSidResolver>(
+      wanted.value_or(root.empty()) ? makeWinbindResolver() : nullptr,
+      std::make_unique<SambaAccountSids>(std::move(samba)));
 }
 
 }  // namespace paddock

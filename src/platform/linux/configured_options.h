@@ -10,6 +10,7 @@
 #include "platform/clock.h"
 #include "platform/linux/file_privileges.h"
 #include "platform/linux/linux_directory.h"
+#include "platform/linux/samba_accounts.h"
 #include "platform/linux/sid_resolver.h"
 #include "platform/logger.h"
 
@@ -27,8 +28,10 @@ std::optional<ExtraUsersOptions> configuredExtraUsers(const Dictionary& configur
                                                       Logger& logger);
 FilePrivilegesOptions configuredPrivileges(const Dictionary& configuration,
                                            const std::string& root);
-// Null when no SID is to be asked of winbind.
-std::unique_ptr<SidResolver> configuredSidResolver(const Dictionary& configuration,
-                                                   const std::string& root);
+// Winbind, where it may be asked, and Samba's own accounts: those that `samba` reads, which is made
+// when it is null.
+std::unique_ptr<SidResolver> configuredSidResolver(
+    const Dictionary& configuration, const std::string& root,
+    std::shared_ptr<SambaAccountReader> samba = nullptr);
 
 }  // namespace paddock

@@ -4,23 +4,25 @@
 #include <cerrno>
 
 #include "base/computed_guid.h"
+#include "base/well_known_principals.h"
+#include "platform/linux/sid_text.h"
+#include "platform/linux/well_known_sids.h"
 
 namespace paddock {
 
 namespace {
 
-constexpr std::uint64_t kWorldAuthority = 1;
-constexpr std::uint64_t kCreatorAuthority = 3;
-constexpr std::uint64_t kNtAuthority = 5;
-
-// Whom a client is for having logged on, or how it did: authenticated users, network and the like.
-bool isOfSession(const nt_acl::Sid& sid) {
-  return sid.authority == kNtAuthority && sid.subAuthorities.size() == 1;
+// A well-known SID needs nobody to remember it.
+std::optional<nt_acl::Sid> wellKnownSid(const Guid& guid) {
+  const std::string text = guidText(guid);
+  const WellKnownPrincipal* known =
+      wellKnownPrincipal([&](const WellKnownPrincipal& one) { return one.guid == text; });
+  return known != nullptr ? nt_acl::parseSid(known->sid) : std::nullopt;
 }
 
 bool mayBeAPrincipal(const nt_acl::Sid& sid) {
-  return sid.authority != kWorldAuthority && sid.authority != kCreatorAuthority &&
-         sid.authority != nt_acl::kOwnAuthority && !isOfSession(sid);
+  return sid.authority != nt_acl::kWorldAuthority && sid.authority != nt_acl::kCreatorAuthority &&
+         sid.authority != nt_acl::kOwnAuthority && !nt_acl::isOfSession(sid);
 }
 
 }  // namespace
@@ -87,6 +89,10 @@ bool PrincipalSids::isPrincipal(const nt_acl::Sid& sid, Principal& principal) {
 
 int PrincipalSids::foreignSid(const Guid& guid, nt_acl::Sid& sid) {
   if (inMemory(guid, sid)) return 0;
+  if (const auto known = wellKnownSid(guid)) {
+    sid = *known;
+    return 0;
+  }
   if (!remembered_) return ENOENT;
   const int error = remembered_->find(guid, sid);
   if (error == 0) keep(guid, sid);

@@ -1,0 +1,76 @@
+// What SMB clients may do with a path: smb.conf(5).
+//
+// Samba is asked by testparm(1), which says what smbd makes of its configuration. smbd works with
+// the rights of its client, so that the kernel's permissions count as well as the list, from the
+// highest folder on.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "effectiveprivs/path_facts.h"
+#include "platform/linux/samba_accounts.h"
+
+namespace paddock::effectiveprivs {
+
+// Parameters by name, as testparm prints those that are not as usual.
+using SmbSection = std::map<std::string, std::string>;
+
+struct SmbShare {
+  std::string name;
+  SmbSection parameters;  // those of [global] are in it where the section has none of its own
+
+  std::string value(const std::string& parameter, const std::string& usual = {}) const;
+  bool isOn(const std::string& parameter, bool usual) const;
+};
+
+struct SmbConfiguration {
+  SmbSection global;
+  std::vector<SmbShare> shares;
+};
+
+SmbConfiguration parseSmbConfiguration(const std::string& text);
+
+struct SmbPerson {
+  std::string name;  // empty: no account has the uid
+  KernelPerson kernel;
+  bool isAnybody = false;  // who can log on, whatever the name is
+};
+
+// What the list gives, or where there is none what the mode does, with the reason of what it
+// does not give.
+using ListRights = DoorRights;
+
+// The rule: what smbd 4.17 lets a user do over a share that has its module acl_xattr, and over one
+// that has not. `kernel` is what the kernel lets a process of the user do.
+DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListRights& list,
+                     bool hasList, const DoorRights& kernel);
+
+class SmbDoor {
+ public:
+  // Programs are taken below `root`. The caller keeps what it passes alive.
+  SmbDoor(const std::string& root, const PathFacts& facts, SambaAccountReader& accounts);
+
+  // The users and groups that the shares name, by which the path can be come to.
+  std::vector<std::uint32_t> uidsThatMatter() const;
+  std::vector<std::uint32_t> gidsThatMatter() const;
+  // The best of these.
+  DoorRights rightsOf(const SmbPerson& person, const ListRights& list, bool hasList,
+                      std::string& share) const;
+
+ private:
+  std::vector<std::string> namesInLists() const;
+  // Why the user cannot log on; yes when nothing is known against it.
+  DoorRight logOn(const SmbShare& share, const SmbPerson& person) const;
+
+  const PathFacts& facts_;
+  SambaAccountReader& accounts_;
+  SmbConfiguration configuration_;
+  std::vector<const SmbShare*> shares_;  // those that lead to the path
+  std::string fault_;                    // why it cannot be told
+};
+
+}  // namespace paddock::effectiveprivs
