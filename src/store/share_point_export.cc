@@ -2,6 +2,8 @@
 
 #include "exports/nfs_export_record.h"
 #include "exports/shared_exports_parser.h"
+#include "platform/logger.h"
+#include "platform/services.h"
 
 namespace paddock {
 
@@ -26,7 +28,12 @@ Status write_export(const std::shared_ptr<NFSExportRecord>& exportRecord) {
   }
   NFSExportParser& parser = shared_exports_parser();
   const auto merged = mergedWithExisting(*exportRecord, parser);
-  if (!merged->isValid()) return CANNOT_SAVE_SHARE_POINT_ERR;
+  if (!merged->isValid()) {
+    services().logger->log(kLogError, "paddock_sharing: The export of " + merged->path() +
+                                          " was not written: a host or an option of it cannot "
+                                          "stand in the exports file.");
+    return CANNOT_SAVE_SHARE_POINT_ERR;
+  }
   merged->settleLine();
   parser.addOrReplaceExport(merged);
   parser.writeFileKeepingOthersChanges();

@@ -1,8 +1,10 @@
 #include "store/share_point_update.h"
 
 #include <cerrno>
+#include <exception>
 
 #include "base/guid.h"
+#include "base/status.h"
 #include "platform/directory.h"
 #include "platform/logger.h"
 #include "platform/services.h"
@@ -51,6 +53,22 @@ class Update {
     }
   }
 };
+
+void logNotSaved(const SharePointRecord& sharePoint, const std::string& reason) {
+  services().logger->log(kLogError, "paddock_sharing: The share point for path " +
+                                        sharePoint.identifier() + " was not saved: " + reason);
+}
+
+// Precondition: an exception is being handled.
+std::string reasonOfException() {
+  try {
+    throw;
+  } catch (const std::exception& exception) {
+    return exception.what();
+  } catch (...) {
+    return describe_current_exception();
+  }
+}
 
 Status findRecord(Update& update) {
   return get_ds_record(schema::kDirectoryPath, update.sharePoint.identifier(), schema::kSharePoints,
@@ -104,6 +122,7 @@ bool createRecord(Update& update, Status& lookup) {
     }
     return true;
   } catch (...) {
+    logNotSaved(update.sharePoint, reasonOfException());
     return false;
   }
 }
@@ -115,7 +134,9 @@ Status fillMountPoint(SharePointRecord& sharePoint) {
   MountedVolume volume;
   const int error = services().volumeInfo->statfs(*sharePoint.path(), volume);
   if (error == 0) sharePoint.setMountedOnPath(volume.f_mntonname);
-  return error == 0 || error == ENOENT ? kSuccess : CANNOT_SAVE_SHARE_POINT_ERR;
+  if (error == 0 || error == ENOENT) return kSuccess;
+  logNotSaved(sharePoint, sharing_error_string(error));
+  return CANNOT_SAVE_SHARE_POINT_ERR;
 }
 
 SharePointRecord mergeWithStored(const SharePointRecord& sharePoint) {
@@ -131,6 +152,7 @@ Status storeDirectoryForm(const SharePointRecord& merged, DirectoryRecord& recor
     record.setAttributesAndValues(merged.dsDictionary());
     return kSuccess;
   } catch (...) {
+    logNotSaved(merged, reasonOfException());
     return CANNOT_SAVE_SHARE_POINT_ERR;
   }
 }

@@ -197,7 +197,12 @@ TEST_F(NewSharePointTest, AListThatCannotBeCreatedIsOnlyLogged) {
 TEST_F(NewSharePointTest, APathWithoutAUrlIsOnlyLoggedForTheList) {
   EXPECT_EQ(update({{"path", "srv/a"}, {"name", "a"}}), CANNOT_SAVE_SHARE_POINT_ERR)
       << "no volume holds a relative path";
-  EXPECT_EQ(logger.lines(), (std::vector<RecordingLogger::Line>{{kLogWarning, warning("srv/a")}}));
+  EXPECT_EQ(
+      logger.lines(),
+      (std::vector<RecordingLogger::Line>{
+          {kLogWarning, warning("srv/a")},
+          {kLogError,
+           "paddock_sharing: The share point for path srv/a was not saved: Invalid argument"}}));
   EXPECT_TRUE(sharedFiles.urls().empty());
   EXPECT_TRUE(sharePointNames().empty());
 }
@@ -226,6 +231,11 @@ TEST_F(NewSharePointTest, AnExceptionWhileNamingListingOrCreatingIsItsStatus) {
         << operation;
     trace.raise(operation, 42, 1);
     EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), CANNOT_SAVE_SHARE_POINT_ERR)
+        << operation;
+    EXPECT_EQ(
+        logger.lines()[logger.lines().size() - 2],
+        (RecordingLogger::Line{
+            kLogError, "paddock_sharing: The share point for path /srv/a was not saved: broken"}))
         << operation;
   }
   EXPECT_TRUE(sharePointNames().empty());
