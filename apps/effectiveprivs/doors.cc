@@ -14,9 +14,8 @@ namespace {
 DoorRight wholeRight(const std::array<Door, kDoors>& doors, DoorRight DoorRights::*right,
                      const DoorRight& list) {
   const auto with = [&](Access access) {
-    return std::find_if(doors.begin(), doors.end(), [&](const Door& door) {
-      return (door.rights.*right).access == access;
-    });
+    return std::find_if(doors.begin(), doors.end(),
+                        [&](const Door& door) { return (door.rights.*right).access == access; });
   };
   auto found = with(Access::yes);
   if (found == doors.end()) found = with(Access::unknown);
@@ -100,8 +99,8 @@ PathAnswer Doors::answerFor(const Visitor& visitor, const ListRights& list, bool
   Door& nfs = answer.doors[2];
   smb.key = "smb";
   smb.name = "SMB";
-  smb.rights = smb_.rightsOf({visitor.name, visitor.kernel, visitor.isAnybody}, list, hasList,
-                             smb.where);
+  smb.rights =
+      smb_.rightsOf({visitor.name, visitor.kernel, visitor.isAnybody}, list, hasList, smb.where);
   local.key = local.name = "local";
   local.rights = facts_.kernelRights(visitor.kernel);
   nfs.key = "nfs";

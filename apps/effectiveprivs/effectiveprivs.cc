@@ -49,9 +49,9 @@ Output explained(const Options& options, Installation& installation, Place& plac
   Explanation explanation = explain(installation.accounts(), options.path, user, found, kernel);
   const Doors doors(place.object(), installation);
   const KernelPerson person{options.uid, user.hostGids()};
-  explanation.answer = doors.answerFor({person, explanation.user},
-                                       listRights(explanation.permissions),
-                                       found.privileges.list.has_value());
+  explanation.answer =
+      doors.answerFor({person, explanation.user}, listRights(explanation.permissions),
+                      found.privileges.list.has_value());
   if (const FolderAbove* folder = doors.facts().folderThatStops(person))
     explanation.barrier = folder->path;
   const ExitStatus status = explanation.isDoubted() ? unsure : done;

@@ -72,10 +72,9 @@ class Judge {
       if (rule.onlyInherit || (rule.permissions & undecided_) == 0) continue;
       if (rule.subject.kind == Subject::Kind::unknown) doubt(rule, at);
       if (const auto match = user_.match(rule.subject, isOwner))
-        decide(rule.permissions, {.granted = rule.allow,
-                                  .reason = Reason::entry,
-                                  .entry = at,
-                                  .group = match->group});
+        decide(
+            rule.permissions,
+            {.granted = rule.allow, .reason = Reason::entry, .entry = at, .group = match->group});
     }
   }
 

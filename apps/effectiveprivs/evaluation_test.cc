@@ -294,8 +294,9 @@ TEST(UnknownUid, WhatNobodyHasIsNoOwner) {
 constexpr Subject::Kind kStranger = Subject::Kind::unknown;
 
 TEST(Stranger, WhoIsDeniedLeavesWhatComesBehindInDoubt) {
-  const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 8), deny(subjectOf(kStranger), 2 | 8),
-                                         allow(userSubject(kAnna), 2 | 4)});
+  const auto file =
+      listed(fileWith(0), {allow(userSubject(kAnna), 8), deny(subjectOf(kStranger), 2 | 8),
+                           allow(userSubject(kAnna), 2 | 4)});
   const Verdicts verdicts = verdictsOf(file, anna());
   EXPECT_EQ(granted(verdicts), 4 | 8 | kEverybodys);
   EXPECT_EQ(doubted(verdicts), 2U);
@@ -315,8 +316,9 @@ TEST(Stranger, WhoIsDeniedWhatIsRefusedAnywayLeavesNoDoubt) {
 }
 
 TEST(Stranger, WhoIsAllowedLeavesARefusalInDoubt) {
-  const auto file = listed(fileWith(0), {allow(subjectOf(kStranger), 2 | 4), deny(userSubject(kAnna), 2),
-                                         allow(userSubject(kAnna), 4)});
+  const auto file =
+      listed(fileWith(0), {allow(subjectOf(kStranger), 2 | 4), deny(userSubject(kAnna), 2),
+                           allow(userSubject(kAnna), 4)});
   const Verdicts verdicts = verdictsOf(file, anna());
   EXPECT_EQ(granted(verdicts), 4 | kEverybodys);
   EXPECT_EQ(doubted(verdicts), 2U);

@@ -113,7 +113,7 @@ class Explainer {
         return "everybody has it";
       case Reason::parent:
         return wouldGrant(verdict) ? "the folder around lets the user remove what is in it"
-                               : "the folder around does not let the user remove it";
+                                   : "the folder around does not let the user remove it";
       case Reason::list:
         return "the list is complete, and does not give it";
       case Reason::nothing:

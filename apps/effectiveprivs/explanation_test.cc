@@ -142,8 +142,8 @@ TEST_F(Explaining, TheTextBeginsWithTheAnswer) {
 TEST_F(Explaining, AStrangerWhoIsDeniedIsNamedWithWhatHeWouldChange) {
   Subject stranger = subjectOf(Kind::unknown);
   stranger.sid = "S-1-5-21-1-2-3-1104";
-  const Explanation explanation = explained(
-      listed(fileWith(0), {deny(stranger, 2), allow(userSubject(kAnna), 2)}));
+  const Explanation explanation =
+      explained(listed(fileWith(0), {deny(stranger, 2), allow(userSubject(kAnna), 2)}));
   const ExplainedPermission one = explanation.permissions.at(0);
   EXPECT_FALSE(one.granted);
   EXPECT_TRUE(one.isDoubted);
@@ -161,9 +161,9 @@ TEST_F(Explaining, TheNumberAndWhatWasAskedComeBehindTheAnswer) {
       listed(owned(folderWith(0750), kBert, kStaff), {allow(userSubject(kAnna), 2)});
   EXPECT_THAT(explanationText(explained(folder)),
               HasSubstr("\n2178\nanna (uid 1000) on /srv/a: owner bert, group staff, "
-                                    "mode 750, a list of 1 entry\n"
-                                    "  yes  list              entry 1: allow user:anna\n"
-                                    "  no   add-file          the mode gives others ---\n"));
+                        "mode 750, a list of 1 entry\n"
+                        "  yes  list              entry 1: allow user:anna\n"
+                        "  no   add-file          the mode gives others ---\n"));
   EXPECT_THAT(explanationText(explained(fileWith(0))), HasSubstr("no list\n"));
   EXPECT_THAT(explanationText(explained(listed(fileWith(0), {}, true))),
               HasSubstr("a complete list of 0 entries\n"));

@@ -87,26 +87,29 @@ std::string objectText(const ObjectDescription& object) {
 }
 
 std::string answerText(const Explanation& explanation) {
-  return answerLine(explanation.answer, userOf(explanation)) + "\n" +
-         doorsText(explanation.answer);
+  return answerLine(explanation.answer, userOf(explanation)) + "\n" + doorsText(explanation.answer);
 }
 
 std::string explanationText(const Explanation& explanation) {
   std::vector<std::vector<std::string>> rows;
   for (const ExplainedPermission& one : explanation.permissions)
     rows.push_back({"", wordOf(one), one.name, printable(one.text)});
-  return answerText(explanation) + std::to_string(explanation.bitmap) + "\n" + headText(explanation) + formatTable(rows) +
-         kernelText(explanation);
+  return answerText(explanation) + std::to_string(explanation.bitmap) + "\n" +
+         headText(explanation) + formatTable(rows) + kernelText(explanation);
 }
 
 std::string explanationJson(const Explanation& explanation) {
   const ObjectDescription& object = explanation.object;
   Dictionary value{{"answer", answerValue(explanation.answer, userOf(explanation))},
                    {"doors", doorsValue(explanation.answer)},
-                   {"bitmap", explanation.bitmap}, {"path", object.path},
-                   {"uid", explanation.uid},       {"known", !explanation.user.empty()},
-                   {"folder", object.isFolder},    {"owner", object.owner},
-                   {"group", object.group},        {"mode", object.mode}};
+                   {"bitmap", explanation.bitmap},
+                   {"path", object.path},
+                   {"uid", explanation.uid},
+                   {"known", !explanation.user.empty()},
+                   {"folder", object.isFolder},
+                   {"owner", object.owner},
+                   {"group", object.group},
+                   {"mode", object.mode}};
   if (!explanation.user.empty()) value.set("user", explanation.user);
   if (object.entries) {
     value.set("entries", static_cast<std::uint64_t>(*object.entries));

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "configuration/configuration.h"
 #include "base/computed_guid.h"
+#include "configuration/configuration.h"
 #include "effectiveprivs/failure.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/configured_options.h"
@@ -28,12 +28,12 @@ bool Installation::hasRecord(const Guid& guid) {
   if (computedPrincipal(guid)) return true;
   const auto [place, isNew] = records_.try_emplace(guid, false);
   if (isNew)
-    place->second = !directory_.openLocal()
-                         ->searchNode()
-                         ->findRecordsOfTypes({schema::kUsers, schema::kGroups},
-                                              schema::kGeneratedUID, guidText(guid),
-                                              MatchType::caseInsensitiveExact)
-                         .empty();
+    place->second =
+        !directory_.openLocal()
+             ->searchNode()
+             ->findRecordsOfTypes({schema::kUsers, schema::kGroups}, schema::kGeneratedUID,
+                                  guidText(guid), MatchType::caseInsensitiveExact)
+             .empty();
   return place->second;
 }
 

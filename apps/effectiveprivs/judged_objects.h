@@ -17,16 +17,10 @@ inline constexpr std::uint32_t kStaff = 50;
 inline constexpr std::uint32_t kCrew = 51;
 inline constexpr std::uint32_t kOthersGid = 99;
 
-inline Subject userSubject(std::uint32_t uid) {
-  return {.kind = Subject::Kind::user, .id = uid};
-}
-inline Subject groupSubject(std::uint32_t gid) {
-  return {.kind = Subject::Kind::group, .id = gid};
-}
+inline Subject userSubject(std::uint32_t uid) { return {.kind = Subject::Kind::user, .id = uid}; }
+inline Subject groupSubject(std::uint32_t gid) { return {.kind = Subject::Kind::group, .id = gid}; }
 inline Subject subjectOf(Subject::Kind kind) { return {.kind = kind}; }
-inline Subject guidSubject(const Guid& guid) {
-  return {.kind = Subject::Kind::guid, .guid = guid};
-}
+inline Subject guidSubject(const Guid& guid) { return {.kind = Subject::Kind::guid, .guid = guid}; }
 
 inline Rule allow(const Subject& subject, acl::Permission permissions) {
   return {true, subject, permissions, false};

@@ -128,8 +128,8 @@ NfsDoor::NfsDoor(const std::string& root, const PathFacts& facts) : facts_(facts
     if (root.empty() && !isRunning()) fault_ = "the NFS server does not run";
   } else {
     readFile(root + "/etc/exports");
-    fault_ = "the NFS server has exported nothing yet; this is what " + root +
-             "/etc/exports says alone";
+    fault_ =
+        "the NFS server has exported nothing yet; this is what " + root + "/etc/exports says alone";
   }
   std::erase_if(exports_, [&](const NfsExport& entry) { return !leadsTo(entry, facts); });
 }

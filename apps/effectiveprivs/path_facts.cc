@@ -114,8 +114,7 @@ PathFacts::PathFacts(const PinnedObject& object, Accounts& names)
   for (auto folder = object.parent(); folder; folder = folder->parent())
     above_.push_back({folder->path(), ObjectReader::readKernel(*folder), folder->status().st_dev});
   int number = -1;
-  const int error =
-      errnoOf([&] { return ::fcntl(object.number(), F_DUPFD_CLOEXEC, 0); }, &number);
+  const int error = errnoOf([&] { return ::fcntl(object.number(), F_DUPFD_CLOEXEC, 0); }, &number);
   if (error != 0) throw failureOf("hold", path_, error);
   file_ = FileDescriptor(number);
 }

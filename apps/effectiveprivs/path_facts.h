@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "effectiveprivs/kernel_access.h"
 #include "base/file_descriptor.h"
+#include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/object_reader.h"
 #include "platform/accounts.h"
 

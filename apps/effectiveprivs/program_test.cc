@@ -127,8 +127,7 @@ TEST_F(Program, ADenialOfAStrangerCountsAsDenyingAndIsSaid) {
 TEST_F(Program, AGuidThatNoRecordHasIsAStrangers) {
   addUser("anna", kAnna);
   const std::string file = makeFile("file", 0644);
-  const nt_acl::Sid sid =
-      nt_acl::guidSid(*parseGuid("DEADBEEF-0000-4000-8000-000000000009"));
+  const nt_acl::Sid sid = nt_acl::guidSid(*parseGuid("DEADBEEF-0000-4000-8000-000000000009"));
   setList(file, {deny(sid, 2)});
   EXPECT_EQ(answer(file, kAnna), std::to_string(128 + 512 + 2048) + "\n");
   EXPECT_EQ(run({"--answer", "-p", file, "-u", std::to_string(kAnna)}).status, 4);
@@ -149,8 +148,9 @@ TEST_F(Program, AccountsOfSambasAreWhoSheIs) {
   };
   script("testparm", "[global]\n\tprivate dir = " + root_ + "\n\tstate directory = " + root_ +
                          "\n\tpassdb backend = tdbsam\n");
-  script("pdbedit", "Unix username:        nobody\nUser SID:             S-1-5-21-1-2-3-1001\n"
-                    "Primary Group SID:    S-1-5-21-1-2-3-513\n");
+  script("pdbedit",
+         "Unix username:        nobody\nUser SID:             S-1-5-21-1-2-3-1001\n"
+         "Primary Group SID:    S-1-5-21-1-2-3-513\n");
   writeWholeFile(root_ + "/secrets.tdb", "");
   const std::string file = makeFile("file", 0);
   setCompleteList(file, {deny({5, {21, 1, 2, 3, 1001}}, 2), deny({5, {32, 545}}, 4),
@@ -339,7 +339,7 @@ TEST_F(Program, ExplainsBehindTheNumber) {
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.error, "");
   EXPECT_THAT(ended.output, HasSubstr("\n2178\nanna (uid " + std::to_string(kAnna) + ") on " +
-                                       folder + ": owner root, group "));
+                                      folder + ": owner root, group "));
   EXPECT_THAT(ended.output, HasSubstr("  yes  list              entry 2: allow group:crew\n"
                                       "  no   add-file          entry 1: deny user:anna\n"));
 }
@@ -384,7 +384,8 @@ TEST_F(Program, SaysWhatEachNfsClientMay) {
   const std::string file = makeFile("shared/file", 0646);
   std::filesystem::create_directories(root_ + "/var/lib/nfs");
   writeWholeFile(root_ + "/var/lib/nfs/etab",
-                 folder + "\t10.0.0.0/8(ro,sync,root_squash,no_all_squash,sec=sys,ro,root_squash)\n" +
+                 folder +
+                     "\t10.0.0.0/8(ro,sync,root_squash,no_all_squash,sec=sys,ro,root_squash)\n" +
                      folder + "\t*.example.com(rw,root_squash,all_squash,anonuid=99,anongid=99)\n" +
                      folder + "x\t*(rw)\n");
   const std::string text = run({"--answer", "-p", file, "-u", std::to_string(kAnna)}).output;
@@ -392,7 +393,8 @@ TEST_F(Program, SaysWhatEachNfsClientMay) {
   EXPECT_THAT(text, HasSubstr(folder + "(ro,root_squash): exported read-only to 10.0.0.0/8\n"));
   EXPECT_THAT(text, HasSubstr(folder + "(rw,all_squash,anonuid=99)\n"));
   EXPECT_THAT(text, HasSubstr("  - any other      no "));
-  const std::string root = run({"--answer", "-p", makeFile("shared/roots", 0600), "-u", "0"}).output;
+  const std::string root =
+      run({"--answer", "-p", makeFile("shared/roots", 0600), "-u", "0"}).output;
   EXPECT_THAT(root, HasSubstr("(ro,root_squash): read: the kernel gives others ---; write: "));
 }
 

@@ -10,9 +10,8 @@ namespace {
 ObjectPrivileges readFor(const Identity& user, Installation& installation,
                          const PinnedObject& object) {
   ObjectPrivileges privileges = installation.objects().read(object);
-  installation.markStrangers(privileges, [&](const Subject& subject) {
-    return user.match(subject, false).has_value();
-  });
+  installation.markStrangers(
+      privileges, [&](const Subject& subject) { return user.match(subject, false).has_value(); });
   return privileges;
 }
 

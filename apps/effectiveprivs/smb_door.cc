@@ -72,15 +72,13 @@ DoorRight admission(const SmbShare& share, const SmbPerson& person) {
   const std::string of = "share \"" + share.name + "\": ";
   if (!share.isOn("available", true)) return {Access::no, of + "available = no"};
   const auto unsure = [&](const std::string& parameter) {
-    return DoorRight{Access::unknown,
-                     of + "who is in \"" + parameter + "\" is not known"};
+    return DoorRight{Access::unknown, of + "who is in \"" + parameter + "\" is not known"};
   };
   const Access invalid = isListed(share.value("invalid users"), person);
   if (invalid == Access::yes) return {Access::no, of + "invalid users has " + person.name};
   const std::string valid = share.value("valid users");
   const Access isValid = valid.empty() ? Access::yes : isListed(valid, person);
-  if (isValid == Access::no)
-    return {Access::no, of + "valid users has not " + person.name};
+  if (isValid == Access::no) return {Access::no, of + "valid users has not " + person.name};
   if (invalid == Access::unknown) return unsure("invalid users");
   if (isValid == Access::unknown) return unsure("valid users");
   if (!share.value("force user").empty())
@@ -94,8 +92,7 @@ DoorRight writing(const SmbShare& share, const SmbPerson& person) {
   const Access writers = isListed(share.value("write list"), person);
   if (writers == Access::yes) return {};
   if (readers == Access::yes) return {Access::no, of + "read list has " + person.name};
-  if (share.isOn("read only", true))
-    return {writers, of + "read only = yes"};
+  if (share.isOn("read only", true)) return {writers, of + "read only = yes"};
   if (readers == Access::unknown)
     return {Access::unknown, of + "who is in \"read list\" is not known"};
   return {};
@@ -215,15 +212,15 @@ DoorRight SmbDoor::logOn(const SmbShare& share, const SmbPerson& person) const {
   const auto& global = configuration_.global;
   const auto role = global.find("server role");
   const auto security = global.find("security");
-  const bool isAlone = (role == global.end() || asciiLower(role->second).starts_with("standalone")) &&
-                       (security == global.end() || asciiLower(security->second) == "user");
+  const bool isAlone =
+      (role == global.end() || asciiLower(role->second).starts_with("standalone")) &&
+      (security == global.end() || asciiLower(security->second) == "user");
   std::string why;
   const auto accounts = isAlone ? accounts_.read(why) : nullptr;
   if (!accounts) return {};
   const auto& users = accounts->users;
-  const bool isThere = std::any_of(users.begin(), users.end(), [&](const SambaAccount& one) {
-    return one.name == person.name;
-  });
+  const bool isThere = std::any_of(
+      users.begin(), users.end(), [&](const SambaAccount& one) { return one.name == person.name; });
   if (isThere) return {};
   const bool mayBeGuest = share.isOn("guest ok", false);
   return {mayBeGuest ? Access::unknown : Access::no,
@@ -248,9 +245,8 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, bo
   }
   DoorRights best = noRights({});
   const auto improve = [](DoorRight& right, const DoorRight& other) {
-    const bool isBetter =
-        right.why.empty() || other.access == Access::yes ||
-        (right.access == Access::no && other.access == Access::unknown);
+    const bool isBetter = right.why.empty() || other.access == Access::yes ||
+                          (right.access == Access::no && other.access == Access::unknown);
     if (right.access != Access::yes && isBetter) right = other;
   };
   for (const SmbShare* one : shares_) {

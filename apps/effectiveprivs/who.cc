@@ -63,10 +63,12 @@ class Finder {
 
   Person somebody(bool hasAccount) const {
     const Identity user(Identity::kNoUid, {hasAccount, {}, {}, {}}, {});
-    Person person{hasAccount ? "everybody else" : "a uid without an account", Identity::kNoUid,
-                  std::make_shared<const Rights>(rightsOf(user)), {}};
-    person.answer = doors_.answerFor({{Identity::kNoUid, {}}, {}, hasAccount},
-                                     listRightsOf(*person.rights));
+    Person person{hasAccount ? "everybody else" : "a uid without an account",
+                  Identity::kNoUid,
+                  std::make_shared<const Rights>(rightsOf(user)),
+                  {}};
+    person.answer =
+        doors_.answerFor({{Identity::kNoUid, {}}, {}, hasAccount}, listRightsOf(*person.rights));
     return person;
   }
 
@@ -147,8 +149,7 @@ class Finder {
       const Identity user(uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}, {});
       people.push_back(personOf(uid, {}, std::make_shared<const Rights>(rightsOf(user)), {}));
     }
-    std::erase_if(people,
-                  [&](const Person& person) { return !mayAnything(person) && !elseMay; });
+    std::erase_if(people, [&](const Person& person) { return !mayAnything(person) && !elseMay; });
     std::sort(people.begin(), people.end(), isBefore);
     const std::size_t room = mostPeople - std::min(mostPeople, who.people.size());
     const std::size_t taken = std::min(room, people.size());
@@ -161,8 +162,7 @@ class Finder {
                   const std::shared_ptr<const Rights>& rights,
                   const std::vector<std::uint32_t>& gids) const {
     const std::string shown = name.empty() ? std::to_string(uid) : name;
-    return {shown, uid, rights,
-            doors_.answerFor({{uid, gids}, name}, listRightsOf(*rights))};
+    return {shown, uid, rights, doors_.answerFor({{uid, gids}, name}, listRightsOf(*rights))};
   }
 
   Identity identityOf(const ListedUser& user, const Ways& ways) const {

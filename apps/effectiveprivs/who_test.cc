@@ -144,14 +144,15 @@ TEST_F(WhoMay, AUidThatNoAccountHasIsToldByItsNumber) {
 }
 
 TEST_F(WhoMay, EntriesForAGroupThatIsNotThereTellNobody) {
-  EXPECT_THAT(linesOf(owned(listed(fileWith(0), {allow(groupSubject(4712), 2), allow({}, 2)}), 0, 4711)),
-              ElementsAre("root rwp", "else ---", "without ---"));
+  EXPECT_THAT(
+      linesOf(owned(listed(fileWith(0), {allow(groupSubject(4712), 2), allow({}, 2)}), 0, 4711)),
+      ElementsAre("root rwp", "else ---", "without ---"));
 }
 
 TEST_F(WhoMay, AStrangerWhoIsDeniedLeavesEverybodyBehindInDoubt) {
-  const Who found = who(listed(nobodysFile(0), {allow(userSubject(kYuri), 2),
-                                                deny(subjectOf(Kind::unknown), 2),
-                                                allow(userSubject(kZoe), 2)}));
+  const Who found =
+      who(listed(nobodysFile(0), {allow(userSubject(kYuri), 2), deny(subjectOf(Kind::unknown), 2),
+                                  allow(userSubject(kZoe), 2)}));
   EXPECT_TRUE(found.isDoubted());
   const std::string text = whoText("", found);
   EXPECT_THAT(text, HasSubstr("  yuri              yes   no"));
@@ -169,8 +170,9 @@ TEST_F(WhoMay, WhomADoorAloneLetsInIsTold) {
     return answer;
   };
   const Who found = whoMay(nobodysFile(0), asked, listing, accounts_);
-  EXPECT_THAT(whoText("", found),
-              HasSubstr("  zoe               no    no     no           no          read,write  no "));
+  EXPECT_THAT(
+      whoText("", found),
+      HasSubstr("  zoe               no    no     no           no          read,write  no "));
 }
 
 TEST_F(WhoMay, TooManyPeopleAreCutAndItIsSaid) {
@@ -192,21 +194,22 @@ TEST_F(WhoMay, TooManyPeopleAreCutAndItIsSaid) {
 TEST_F(WhoMay, TheTextSaysByWhat) {
   const auto file = listed(nobodysFile(0),
                            {allow(groupSubject(kClub + 1), 2 | 4), allow(userSubject(kZoe), 4096)});
-  EXPECT_EQ(whoText("/srv/a\n", who(file)),
-            "No: the mode gives others ---\n"
-            "/srv/a\n"
-            "  WHO               READ  WRITE  PERMISSIONS  SMB         LOCAL       NFS         BY\n"
-            "  root              yes   yes    yes          read,write  read,write  read,write  "
-            "read, write, permissions: root may do everything\n"
-            "  yuri              yes   yes    no           read,write  read,write  read,write  "
-            "read, write: entry 1: allow group:all (through club, all)\n"
-            "  zoe               yes   yes    yes          read,write  read,write  read,write  "
-            "read, write: entry 1: allow group:all (through club, all); permissions: entry 2: allow "
-            "user:zoe\n"
-            "  (everybody else)  no    no     no           no          no          no          -\n"
-            "NFS: the mode gives others ---\n"
-            "SMB: the mode gives others ---\n"
-            "local: the mode gives others ---\n");
+  EXPECT_EQ(
+      whoText("/srv/a\n", who(file)),
+      "No: the mode gives others ---\n"
+      "/srv/a\n"
+      "  WHO               READ  WRITE  PERMISSIONS  SMB         LOCAL       NFS         BY\n"
+      "  root              yes   yes    yes          read,write  read,write  read,write  "
+      "read, write, permissions: root may do everything\n"
+      "  yuri              yes   yes    no           read,write  read,write  read,write  "
+      "read, write: entry 1: allow group:all (through club, all)\n"
+      "  zoe               yes   yes    yes          read,write  read,write  read,write  "
+      "read, write: entry 1: allow group:all (through club, all); permissions: entry 2: allow "
+      "user:zoe\n"
+      "  (everybody else)  no    no     no           no          no          no          -\n"
+      "NFS: the mode gives others ---\n"
+      "SMB: the mode gives others ---\n"
+      "local: the mode gives others ---\n");
 }
 
 TEST_F(WhoMay, TheTextTellsAccountsFromNoneWhereThatMatters) {

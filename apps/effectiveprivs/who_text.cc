@@ -82,9 +82,8 @@ std::string doorNotes(const Who& who) {
   };
   for (const Person& person : who.people) add(person);
   add(who.everybodyElse);
-  std::stable_sort(notes.begin(), notes.end(), [](const auto& one, const auto& other) {
-    return one.first < other.first;
-  });
+  std::stable_sort(notes.begin(), notes.end(),
+                   [](const auto& one, const auto& other) { return one.first < other.first; });
   std::string text;
   for (const auto& [door, why] : notes) text += printable(door + ": " + why) + "\n";
   return text;
@@ -137,12 +136,11 @@ std::string whoText(const std::string& head, const Who& who) {
 std::string whoJson(const std::string& path, const Who& who) {
   Array people;
   for (const Person& person : who.people)
-    people.emplace_back(Dictionary{
-        {"user", person.name},
-        {"uid", person.uid},
-        {"rights", rightsValue(*person.rights)},
-        {"answer", answerValue(person.answer, person.name)},
-        {"doors", doorsValue(person.answer)}});
+    people.emplace_back(Dictionary{{"user", person.name},
+                                   {"uid", person.uid},
+                                   {"rights", rightsValue(*person.rights)},
+                                   {"answer", answerValue(person.answer, person.name)},
+                                   {"doors", doorsValue(person.answer)}});
   return wire::writeJson(Dictionary{{"path", path},
                                     {"people", std::move(people)},
                                     {"notListed", static_cast<std::uint64_t>(who.left)},

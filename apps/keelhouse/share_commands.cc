@@ -184,8 +184,8 @@ ExitStatus addShare(const Session& session, const std::string& typedPath, const 
   requireServable(session, action, record, !changes.smbName);
   const AutomountChange automount(session, path, planAutomount(changes, {}, false), account);
   if (team) giveToTeam(session, path, *team);
-  const Dictionary reply = writeNewShare(
-      session, {path, record, action, automount.credentials()}, changes.smbOptions);
+  const Dictionary reply =
+      writeNewShare(session, {path, record, action, automount.credentials()}, changes.smbOptions);
   return showWritten(session, path, record, reply, automount, changes.requireServed);
 }
 

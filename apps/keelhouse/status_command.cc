@@ -232,8 +232,8 @@ ExitStatus showStatus(const Session& session, bool check) {
   } else {
     printText(session, health, plugins, directory, runs, served);
   }
-  bool good = directory.isGood() && !configurationIsBroken(health) &&
-              (!served || served->areGood());
+  bool good =
+      directory.isGood() && !configurationIsBroken(health) && (!served || served->areGood());
   for (const Plugin& plugin : plugins) good = good && (!plugin.state || plugin.state->good);
   return good ? ExitStatus::done : ExitStatus::failed;
 }

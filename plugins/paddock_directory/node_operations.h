@@ -12,9 +12,10 @@ namespace paddock::nodes {
 // Reply. "nodes": the nodes in their order, each with its "path"; "state": "writable", "readable",
 // or "unreachable" with what kept it from answering under "error"; "milliseconds": how long opening
 // it and looking one user up took, or failing to; "basis" of a directory server: whether "state" is
-// what is "configured", or what the last change of a record has shown ("accepted", "refused"). Several nodes are asked at once, so that some
-// that do not answer keep the others waiting once. "status" is 0, or an errno when there is no
-// search path to read, which then has its text under "error".
+// what is "configured", or what the last change of a record has shown ("accepted", "refused").
+// Several nodes are asked at once, so that some that do not answer keep the others waiting once.
+// "status" is 0, or an errno when there is no search path to read, which then has its text under
+// "error".
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request);
 
 }  // namespace paddock::nodes

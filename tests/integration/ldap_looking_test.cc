@@ -80,8 +80,7 @@ TEST_F(LdapLooking, ChangesNothingAndTheFirstRecordCanBeRead) {
     EXPECT_EQ(count, operation == std::string(" ADD dn=") ? 5U : 0U) << operation;
   }
 
-  done({"record", "put", "mounts", "first", "VFSType=nfs", "--node",
-        "/LDAP/site"});
+  done({"record", "put", "mounts", "first", "VFSType=nfs", "--node", "/LDAP/site"});
   EXPECT_THAT(done({"record", "show", "mounts", "first", "--node", "/LDAP/site"}),
               HasSubstr("dsAttrTypeStandard:VFSType: nfs"));
   EXPECT_THAT(slapd_->search({"-b", SlapdServer::kRecords, "(objectClass=paddockRecord)"}),

@@ -30,9 +30,10 @@ constexpr const char* kUsers =
 nt_acl::Sid sid(const char* text) { return *nt_acl::parseSid(text); }
 
 TEST(SambaUsers, AreReadFromWhatIsPrinted) {
-  EXPECT_THAT(parseSambaUsers(kUsers),
-              ElementsAre(SambaAccount{"root", sid("S-1-5-21-1-2-3-1000"), sid("S-1-5-21-1-2-3-513")},
-                          SambaAccount{"gone", sid("S-1-5-21-1-2-3-1001"), std::nullopt}));
+  EXPECT_THAT(
+      parseSambaUsers(kUsers),
+      ElementsAre(SambaAccount{"root", sid("S-1-5-21-1-2-3-1000"), sid("S-1-5-21-1-2-3-513")},
+                  SambaAccount{"gone", sid("S-1-5-21-1-2-3-1001"), std::nullopt}));
   EXPECT_THAT(parseSambaUsers("User SID: S-1-5-21-1-2-3-1000\nUnix username: x\n"), IsEmpty());
   EXPECT_THAT(parseSambaUsers(""), IsEmpty());
 }
@@ -54,14 +55,16 @@ class SambaPrograms : public ::testing::Test {
  protected:
   void SetUp() override {
     std::filesystem::create_directories(folder_.path("usr/bin"));
-    script("testparm", "[global]\n\tprivate dir = " + folder_.path() + "\n\tpassdb backend = tdbsam\n"
-                       "\tstate directory = " + folder_.path() + "\n");
+    script("testparm", "[global]\n\tprivate dir = " + folder_.path() +
+                           "\n\tpassdb backend = tdbsam\n"
+                           "\tstate directory = " +
+                           folder_.path() + "\n");
     script("pdbedit", kUsers);
   }
   void script(const std::string& name, const std::string& text) const {
     const std::string path = folder_.path("usr/bin/" + name);
-    writeWholeFile(path, "#!/bin/sh\necho run >>" + folder_.path("runs") + "\ncat <<'END'\n" + text +
-                             "END\n");
+    writeWholeFile(
+        path, "#!/bin/sh\necho run >>" + folder_.path("runs") + "\ncat <<'END'\n" + text + "END\n");
     ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
   }
   void makeDatabase() const { writeWholeFile(folder_.path("secrets.tdb"), ""); }
@@ -115,7 +118,8 @@ TEST_F(SambaPrograms, TellGroupsOfTheHost) {
 
 TEST(WellKnownPrincipals, HaveTheGuidsOfTheirSids) {
   for (const WellKnownPrincipal& one : kWellKnownPrincipals)
-    EXPECT_EQ(guidText(nt_acl::foreignGuid(sid(std::string(one.sid).c_str()))), one.guid) << one.sid;
+    EXPECT_EQ(guidText(nt_acl::foreignGuid(sid(std::string(one.sid).c_str()))), one.guid)
+        << one.sid;
 }
 
 }  // namespace
