@@ -101,6 +101,10 @@ function(paddock_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${arg_LINKS} paddock_flags GTest::gmock GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM paddock_precompiled_tests)
+  # What a test checks is compiled with optimisation; its own code is not worth the time.
+  if(CMAKE_BUILD_TYPE STREQUAL Debug)
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
   gtest_discover_tests(${name} TEST_PREFIX "${name}/" NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()
