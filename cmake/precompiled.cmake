@@ -17,7 +17,7 @@ endif()
 
 set(PADDOCK_PRECOMPILED
   <algorithm> <array> <atomic> <cerrno> <chrono> <condition_variable> <cstdint> <cstring> <exception>
-  <filesystem> <functional> <limits> <map> <memory> <mutex> <optional> <set> <sstream> <stdexcept>
+  <functional> <limits> <map> <memory> <mutex> <optional> <set> <sstream> <stdexcept>
   <string> <string_view> <system_error> <thread> <unordered_map> <utility> <variant> <vector>)
 
 # One program for each way of compiling: what is precompiled for a library is of no use to a program.
@@ -33,5 +33,5 @@ if(BUILD_TESTING)
     target_compile_options(paddock_precompiled_tests PRIVATE -O0)
   endif()
   target_precompile_headers(paddock_precompiled_tests PRIVATE
-    ${PADDOCK_PRECOMPILED} <gmock/gmock.h> <gtest/gtest.h>)
+    ${PADDOCK_PRECOMPILED} <filesystem> <gmock/gmock.h> <gtest/gtest.h>)
 endif()

@@ -17,7 +17,7 @@ namespace paddock {
 // Tells one state of a database's file from the one before: what stat(2) says of it, and the mark
 // of its last commit.
 struct DatabaseState {
-  FileIdentity file;
+  SqliteFileIdentity file;
   std::int64_t size = 0;
   std::int64_t modified = 0;  // nanoseconds
   std::int64_t changed = 0;   // nanoseconds

@@ -50,7 +50,7 @@ class LinuxMetadataStores final : public MetadataStores {
  private:
   // What stat(2) says of a file.
   struct FileState {
-    FileIdentity identity;
+    SqliteFileIdentity identity;
     off_t size = 0;
     timespec changed{};
     bool operator==(const FileState& other) const;
@@ -81,7 +81,7 @@ class LinuxMetadataStores final : public MetadataStores {
   std::mutex mutex_;
   LockPatience patience_;
   std::unique_ptr<SqliteConnection> connection_;
-  FileIdentity opened_;  // the file of connection_
+  SqliteFileIdentity opened_;  // the file of connection_
 
   // The stores as they were last read, null when they were not, and what they were read from.
   std::shared_ptr<const StoredMetadata> stores_;

@@ -29,7 +29,7 @@ LocalStore& LocalDatabase::opened() {
 }
 
 void LocalDatabase::open(std::chrono::milliseconds timeout) {
-  FileIdentity file;
+  SqliteFileIdentity file;
   auto store = std::make_unique<LocalStore>(openFileInPlace(
       path_, [&] { return openDirectoryDatabase(path_, timeout); }, file));
   const std::string identity = store->identity();
@@ -48,7 +48,8 @@ void LocalDatabase::noteFailure(const DirectoryError& error) {
 }
 
 bool LocalDatabase::isOpenFile() {
-  return ::stat(path_.c_str(), &seen_) == 0 && file_ == FileIdentity{seen_.st_dev, seen_.st_ino};
+  return ::stat(path_.c_str(), &seen_) == 0 &&
+         file_ == SqliteFileIdentity{seen_.st_dev, seen_.st_ino};
 }
 
 DatabaseState LocalDatabase::stateOf(LocalStore& store) const {

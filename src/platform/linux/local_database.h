@@ -94,7 +94,7 @@ class LocalDatabase {
   // What was seen of the file at the path when it was looked at last.
   struct stat seen_ {};
   // The file that was opened last, and the identity of the directory in it.
-  FileIdentity file_;
+  SqliteFileIdentity file_;
   std::string identity_;
   std::uint64_t generation_ = 0;
 };

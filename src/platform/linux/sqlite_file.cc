@@ -57,7 +57,7 @@ void createDatabaseFile(const std::string& kind, const std::string& path) {
 }
 
 std::unique_ptr<SqliteConnection> openFileInPlace(const std::string& path, const SqliteOpener& open,
-                                                  FileIdentity& identity) {
+                                                  SqliteFileIdentity& identity) {
   for (int attempt = 1;; ++attempt) {
     auto connection = open();
     struct stat status {};

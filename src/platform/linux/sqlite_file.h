@@ -16,16 +16,16 @@ namespace paddock {
 void createDatabaseFile(const std::string& kind, const std::string& path);
 
 // One file, whatever its path.
-struct FileIdentity {
+struct SqliteFileIdentity {
   dev_t device = 0;
   ino_t inode = 0;
-  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+  friend bool operator==(const SqliteFileIdentity&, const SqliteFileIdentity&) = default;
 };
 
 using SqliteOpener = std::function<std::unique_ptr<SqliteConnection>()>;
 // Calls `open` until the file that it opened is the one at the path, and says which that is. EBUSY
 // for a path at which the file is replaced every time.
 std::unique_ptr<SqliteConnection> openFileInPlace(const std::string& path, const SqliteOpener& open,
-                                                  FileIdentity& identity);
+                                                  SqliteFileIdentity& identity);
 
 }  // namespace paddock
