@@ -32,6 +32,7 @@ CLI::App* addCommand(CLI::App& group, const char* name, const char* description,
 void addAdd(CLI::App& group, Action& action) {
   const auto options = std::make_shared<ShareOptions>();
   auto* command = addCommand(group, "add", "Share a folder", options);
+  command->get_option(kFolderOperand.name)->description("The folder; relative to the current one");
   addShareChanges(*command, options->changes);
   auto* automount = command->get_option("--automount");
   automount->needs(command->get_option("--node"));
