@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "paddock/request_conditions.h"
+
 namespace paddock {
 namespace {
 
@@ -28,6 +30,8 @@ Dictionary DaemonHost::deliverCommand(const std::string& module, const Dictionar
   const std::string name = *operation;
   Dictionary request = command;
   request.erase(kCommandKey);
+  // What the client says of the state is about its own request.
+  const RequestConditionsScope none(nullptr);
   return plugins->perform(*plugin, name, request);
 }
 

@@ -7,6 +7,8 @@
 
 #include "base/status.h"
 #include "daemon/failure_number.h"
+#include "daemon/state_tag.h"
+#include "paddock/request_conditions.h"
 #include "paddock/sys_logger.h"
 #include "wire/json.h"
 #include "wire/property_list.h"
@@ -180,14 +182,25 @@ Reply Exchange::malformed(const std::string& problem) {
 
 Reply Exchange::run(const Dictionary& request) {
   try {
-    Dictionary reply = service_.plugins.perform(*plugin_, operation_->name, request);
-    audit(statusOf(reply), pathOf(request));
-    return makeReply(200, std::move(reply), replyForm_);
+    RequestConditions conditions(head_.ifMatch, stateTag);
+    const RequestConditionsScope scope(&conditions);
+    Dictionary dictionary = service_.plugins.perform(*plugin_, operation_->name, request);
+    audit(statusOf(dictionary), pathOf(request));
+    Reply reply = makeReply(200, std::move(dictionary), replyForm_);
+    reply.etag = conditions.replyTag();
+    return reply;
+  } catch (const PreconditionFailed& refused) {
+    return refuseState(request, refused.what());
   } catch (const std::exception& thrown) {
     return failed(request, thrown.what(), failureNumber(thrown));
   } catch (...) {
     return failed(request, "an exception that is not a std::exception", EIO);
   }
+}
+
+Reply Exchange::refuseState(const Dictionary& request, const char* what) {
+  audit(ECANCELED, pathOf(request));
+  return error(412, what);
 }
 
 Reply Exchange::failed(const Dictionary& request, const char* what, std::int64_t number) {

@@ -24,6 +24,7 @@ struct RequestHead {
   std::string accept;
   std::uint64_t contentLength = 0;
   bool chunked = false;
+  std::optional<std::string> ifMatch = {};
 
   bool hasBody() const { return chunked || contentLength > 0; }
 };
@@ -56,6 +57,7 @@ class Exchange {
   Reply describeHealth() const;
   Reply malformed(const std::string& error);
   Reply run(const Dictionary& request);
+  Reply refuseState(const Dictionary& request, const char* what);
   Reply failed(const Dictionary& request, const char* what, std::int64_t number);
   Reply error(int status, std::string_view text) const;
   bool isAudited() const;

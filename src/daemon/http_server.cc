@@ -18,6 +18,7 @@
 #include <stdexcept>
 
 #include "base/system_call.h"
+#include "base/text.h"
 #include "daemon/exchange.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
@@ -42,6 +43,25 @@ std::string header(MHD_Connection* connection, const char* name) {
   return value != nullptr ? value : "";
 }
 
+// The field's lines, joined as one list; absent when there is none.
+std::optional<std::string> listHeader(MHD_Connection* connection, std::string_view name) {
+  struct Search {
+    std::string_view name;
+    std::optional<std::string> list;
+  } search{name, std::nullopt};
+  MHD_get_connection_values(
+      connection, MHD_HEADER_KIND,
+      [](void* closure, MHD_ValueKind, const char* key, const char* value) {
+        auto& wanted = *static_cast<Search*>(closure);
+        if (asciiLower(key) != asciiLower(wanted.name)) return MHD_YES;
+        const std::string text = value != nullptr ? value : "";
+        wanted.list = wanted.list ? *wanted.list + ", " + text : text;
+        return MHD_YES;
+      },
+      &search);
+  return std::move(search.list);
+}
+
 RequestHead readHead(MHD_Connection* connection, const char* target, const char* method) {
   RequestHead head{method, target, header(connection, MHD_HTTP_HEADER_CONTENT_TYPE),
                    header(connection, MHD_HTTP_HEADER_ACCEPT)};
@@ -50,6 +70,7 @@ RequestHead readHead(MHD_Connection* connection, const char* target, const char*
       std::from_chars(length.data(), length.data() + length.size(), head.contentLength);
   if (read.ec == std::errc::result_out_of_range) head.contentLength = UINT64_MAX;
   head.chunked = !header(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
+  head.ifMatch = listHeader(connection, MHD_HTTP_HEADER_IF_MATCH);
   return head;
 }
 
@@ -77,6 +98,7 @@ ResponsePointer makeResponse(Reply reply, const std::string& id) {
   add(MHD_HTTP_HEADER_CONTENT_TYPE, std::string(contentTypeOf(reply.form)));
   add("X-Request-Id", id);
   if (!reply.allow.empty()) add(MHD_HTTP_HEADER_ALLOW, reply.allow);
+  if (!reply.etag.empty()) add(MHD_HTTP_HEADER_ETAG, reply.etag);
   if (reply.close) add(MHD_HTTP_HEADER_CONNECTION, "close");
   return response;
 }

@@ -13,8 +13,9 @@ struct Reply {
   int status = 200;
   std::string body;
   BodyForm form = BodyForm::json;
-  std::string allow;   // the Allow header, unless empty
-  bool close = false;  // the connection ends with it
+  std::string allow;      // the Allow header, unless empty
+  bool close = false;     // the connection ends with it
+  std::string etag = {};  // the ETag header, unless empty
 };
 
 Reply makeReply(int status, Dictionary body, BodyForm form);

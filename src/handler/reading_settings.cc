@@ -1,34 +1,14 @@
 // The operations that read the settings.
+#include "handler/folder_state.h"
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
-#include "privileges/file_privs.h"
+#include "paddock/request_conditions.h"
 #include "store/share_point_reading.h"
 #include "volumes/volume_quotas.h"
 
 namespace paddock {
 
 namespace {
-
-Dictionary sharePointForm(const SharePointRecord* record) {
-  if (record == nullptr) return {{kIsSharedKey, false}};
-  Dictionary form = record->dictionary();
-  form.set(kIsSharedKey, true);
-  return form;
-}
-
-Status readPrivileges(const std::string& path, Dictionary& settings) {
-  Dictionary privileges;
-  const Status status = read_file_privs(path, privileges);
-  settings.set(kFileAccessPrivsKey, std::move(privileges));
-  return status;
-}
-
-Status readSharePoint(const std::string& path, Dictionary& settings) {
-  std::unique_ptr<SharePointRecord> record;
-  const Status status = get_share_point(path, record);
-  settings.set(kSharePointRecordKey, sharePointForm(record.get()));
-  return status;
-}
 
 Status readVolumeQuotas(const std::string& path, Dictionary& settings) {
   Dictionary quotas;
@@ -40,15 +20,17 @@ Status readVolumeQuotas(const std::string& path, Dictionary& settings) {
 // The first step that fails ends the chain; the steps behind it have empty dictionaries.
 Status readFolder(const std::string& path, Dictionary& settings) {
   settings.set(kPathKey, path);
-  Status status = readPrivileges(path, settings);
-  if (status == kSuccess) {
-    status = readSharePoint(path, settings);
-  } else {
-    settings.set(kSharePointRecordKey, Dictionary());
-  }
+  const Status status = readPrivilegesAndSharePoint(path, settings);
   if (status == kSuccess) return readVolumeQuotas(path, settings);
   settings.set(kVolumeQuotasKey, Dictionary());
   return status;
+}
+
+// Has the client know which state it was answered.
+void tagReply(const Dictionary& settings) {
+  if (RequestConditions* conditions = currentRequestConditions()) {
+    conditions->setReplyState(folderState(settings));
+  }
 }
 
 Status readWholeServer(Dictionary& settings) {
@@ -65,6 +47,7 @@ Dictionary SharingRequestHandler::readSettingsWithRequest(const Dictionary& requ
   const std::lock_guard lock(*gSettingsDictLock);
   Dictionary settings;
   const Status status = path != nullptr ? readFolder(*path, settings) : readWholeServer(settings);
+  if (path != nullptr) tagReply(settings);
   Dictionary reply;
   reply.set(kConfigurationKey, std::move(settings));
   reply.set(kReadStatusKey, status);

@@ -1,8 +1,14 @@
 // The operation that writes the settings and reads them back.
+#include <atomic>
+#include <cstdint>
 #include <initializer_list>
+#include <optional>
+#include <utility>
 
+#include "handler/folder_state.h"
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
+#include "paddock/request_conditions.h"
 #include "privileges/file_privs.h"
 #include "store/share_point_writing.h"
 #include "volumes/volume_quotas.h"
@@ -15,6 +21,9 @@ constexpr const char* kCredentialsKey = "dsCredentials";
 constexpr const char* kWriteStatusKey = "writeStatus";
 constexpr const char* kReadErrorKey = "readError";
 constexpr const char* kWriteErrorKey = "writeError";
+
+// Writing requests so far.
+std::atomic<std::uint64_t> gWrites{0};
 
 const Dictionary& dictionaryOrEmpty(const Dictionary* dictionary) {
   static const Dictionary empty;
@@ -81,6 +90,24 @@ Status firstFailure(std::initializer_list<Status> statuses) {
   return kSuccess;
 }
 
+// Throws PreconditionFailed when the client wants its change in another state than the present one.
+void requireStateOfClient(const std::string* path) {
+  const RequestConditions* conditions = currentRequestConditions();
+  if (conditions == nullptr || !conditions->hasIfMatch()) return;
+  // The whole server has no tag, so that only "any state" can be meant of it.
+  if (path == nullptr) return conditions->require(std::nullopt, true);
+  Dictionary settings;
+  (void)readPrivilegesAndSharePoint(*path, settings);
+  conditions->require(folderState(settings), hasFolder(settings));
+}
+
+// A state that another request may have changed since is not the one that this request left.
+void forgetReplyState() {
+  if (RequestConditions* conditions = currentRequestConditions()) {
+    conditions->setReplyState(std::nullopt);
+  }
+}
+
 Dictionary readBackRequest(const std::string* path) {
   if (path == nullptr) return {};
   return {{kOptionalArgumentsKey, Dictionary{{kPathKey, *path}}}};
@@ -108,8 +135,11 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
   const Dictionary& configuration = dictionaryOrEmpty(request.dictionary(kConfigurationKey));
   const Array& credentials = arrayOrEmpty(configuration.array(kCredentialsKey));
   Status writeStatus = kSuccess;
+  std::uint64_t write = 0;
   {
     const std::lock_guard lock(*gSettingsDictLock);
+    requireStateOfClient(path);
+    write = ++gWrites;
     // Each step runs whatever became of the one before.
     const Status privStatus = path != nullptr ? writePrivileges(*path, configuration) : kSuccess;
     std::vector<SharePointRecord> sharePoints =
@@ -119,7 +149,9 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
     writeStatus = firstFailure({privStatus, quotaStatus, spStatus});
   }
   // The lock is free here, since reading takes it again.
-  return replyFor(writeStatus, readSettingsWithRequest(readBackRequest(path)));
+  Dictionary readBack = readSettingsWithRequest(readBackRequest(path));
+  if (gWrites != write) forgetReplyState();
+  return replyFor(writeStatus, std::move(readBack));
 }
 
 }  // namespace paddock

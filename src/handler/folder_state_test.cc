@@ -1,0 +1,157 @@
+// The state of a folder as a client names it: what counts, and writing in one state alone.
+#include "handler/folder_state.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <optional>
+#include <thread>
+
+#include "paddock/request_conditions.h"
+#include "support/handler_fixture.h"
+
+namespace paddock {
+namespace {
+
+class FolderStateTest : public HandlerFixture {
+ protected:
+  static std::string asItIs(std::string_view state) { return std::string(state); }
+
+  static Dictionary folderRequest(const std::string& path) {
+    return {{"optionalArguments", Dictionary{{"path", path}}}};
+  }
+  static Dictionary naming(const std::string& path, const std::string& name) {
+    Dictionary request = folderRequest(path);
+    request.set("configuration",
+                Dictionary{{"sharePointRecord", Dictionary{{"path", path}, {"name", name}}}});
+    return request;
+  }
+
+  std::string tagOf(const std::string& path) { return tagOf("readSettings", folderRequest(path)); }
+  std::string tagOf(const std::string& operation, const Dictionary& request) {
+    RequestConditions conditions(std::nullopt, asItIs);
+    const RequestConditionsScope scope(&conditions);
+    handler.performOperation(operation, request);
+    return conditions.replyTag();
+  }
+
+  // Whether the request was carried out in the state of that tag alone.
+  bool write(const Dictionary& request, const std::string& ifMatch) {
+    RequestConditions conditions(ifMatch, asItIs);
+    const RequestConditionsScope scope(&conditions);
+    try {
+      handler.performOperation("writeSettings", request);
+      return true;
+    } catch (const PreconditionFailed&) {
+      return false;
+    }
+  }
+};
+
+// The settings of a folder that is shared, with one entry.
+Dictionary settingsWith(const Dictionary& entry, const Dictionary& sharePoint) {
+  return {{"fileAccessPrivs", Dictionary{{"owner", "anna"}, {"acl", Array{entry}}, {"path", "/a"}}},
+          {"sharePointRecord", sharePoint}};
+}
+
+TEST_F(FolderStateTest, NamesOfPrincipalsAndThePathDoNotCount) {
+  const Dictionary entry{{"guid", "G"}, {"bitmap", 2}, {"displayName", "Anna"}, {"isUser", 0}};
+  const Dictionary unnamed{{"guid", "G"}, {"bitmap", 2}, {"displayName", "G"}, {"isUser", 7}};
+  Dictionary other = settingsWith(unnamed, {});
+  Dictionary privileges = *other.dictionary("fileAccessPrivs");
+  privileges.set("path", "/A");
+  other.set("fileAccessPrivs", privileges);
+  EXPECT_EQ(folderState(settingsWith(entry, {})), folderState(other));
+}
+
+TEST_F(FolderStateTest, EverythingElseCounts) {
+  const Dictionary entry{{"guid", "G"}, {"bitmap", 2}};
+  const std::string state = folderState(settingsWith(entry, {{"name", "a"}}));
+  EXPECT_NE(state, folderState(settingsWith({{"guid", "G"}, {"bitmap", 4}}, {{"name", "a"}})));
+  EXPECT_NE(state, folderState(settingsWith({{"guid", "G"}, {"bitmap", "2"}}, {{"name", "a"}})));
+  EXPECT_NE(state, folderState(settingsWith(entry, {{"name", "b"}})));
+  EXPECT_NE(state, folderState(settingsWith(entry, {{"name", true}})));
+  EXPECT_NE(state, folderState(settingsWith(entry, {{"nam", "ea"}})));
+}
+
+TEST_F(FolderStateTest, AReadingWithAPathHasATagAndTheWholeServerHasNone) {
+  addSharePoint("a", "/srv/a");
+  EXPECT_NE(tagOf("/srv/a"), "");
+  EXPECT_EQ(tagOf("/srv/a"), tagOf("/srv/a"));
+  EXPECT_NE(tagOf("/srv/a"), tagOf("/srv/b"));
+  EXPECT_EQ(tagOf("readSettings", {}), "");
+  EXPECT_EQ(tagOf("getSharePointList", {}), "");
+}
+
+TEST_F(FolderStateTest, WritingInTheStateThatWasReadSucceeds) {
+  addSharePoint("a", "/srv/a");
+  const std::string tag = tagOf("/srv/a");
+  EXPECT_TRUE(write(naming("/srv/a", "b"), tag));
+  EXPECT_NE(tagOf("/srv/a"), tag);
+  expectLockFree();
+}
+
+TEST_F(FolderStateTest, WritingInAnotherStateChangesNothing) {
+  addSharePoint("a", "/srv/a");
+  const std::string tag = tagOf("/srv/a");
+  ASSERT_TRUE(write(naming("/srv/a", "b"), tag));
+  const std::string changed = tagOf("/srv/a");
+  EXPECT_FALSE(write(naming("/srv/a", "c"), tag));
+  expectLockFree();
+  EXPECT_EQ(tagOf("/srv/a"), changed);
+}
+
+TEST_F(FolderStateTest, AChangeOfTheExportIsAnotherState) {
+  addSharePoint("a", "/srv/a");
+  const std::string tag = tagOf("/srv/a");
+  Dictionary request = naming("/srv/a", "a");
+  Dictionary record{{"path", "/srv/a"}, {"name", "a"}, {"nfsExportRecord", exportTo("*", {"rw"})}};
+  request.set("configuration", Dictionary{{"sharePointRecord", record}});
+  handler.performOperation("writeSettings", request);
+  EXPECT_FALSE(write(naming("/srv/a", "c"), tag));
+}
+
+TEST_F(FolderStateTest, AStarIsForWhatIsThere) {
+  addSharePoint("a", "/srv/a");
+  EXPECT_TRUE(write(naming("/srv/a", "b"), "*"));
+  EXPECT_FALSE(write(naming("/srv/missing", "b"), "*"));
+}
+
+TEST_F(FolderStateTest, TheWholeServerIsInNoStateThatHasATag) {
+  EXPECT_FALSE(write({}, tagOf("/srv/a")));
+  EXPECT_TRUE(write({}, "*"));
+  EXPECT_TRUE(write({}, "*"));
+}
+
+TEST_F(FolderStateTest, AWritingTellsTheStateThatItLeft) {
+  addSharePoint("a", "/srv/a");
+  const std::string left = tagOf("writeSettings", naming("/srv/a", "b"));
+  EXPECT_NE(left, "");
+  EXPECT_EQ(left, tagOf("/srv/a"));
+}
+
+TEST_F(FolderStateTest, AWritingTellsNoStateWhenAnotherOneCameBetween) {
+  addSharePoint("a", "/srv/a");
+  std::promise<void> done;
+  std::string left;
+  std::thread writer([&] {
+    RequestConditions conditions(std::nullopt, asItIs);
+    const RequestConditionsScope scope(&conditions);
+    for (int round = 0; round < 200; ++round) {
+      handler.performOperation("writeSettings", naming("/srv/a", "a" + std::to_string(round)));
+      if (conditions.replyTag().empty()) break;
+    }
+    left = conditions.replyTag();
+    done.set_value();
+  });
+  auto ended = done.get_future();
+  while (ended.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+    handler.performOperation("writeSettings", naming("/srv/b", "b"));
+  }
+  writer.join();
+  EXPECT_EQ(left, "");
+}
+
+}  // namespace
+}  // namespace paddock
