@@ -31,8 +31,10 @@ class FileAttributeService {
   // stands in its place in st_mode.
   virtual int read(const std::string& path, FileAttributes& attributes) = 0;
   // Applies the whole set, links followed: owner and group before the mode, so that the set-id bits
-  // end as `permissions` says. 0, or an errno: ENOENT, EPERM, EROFS, EINVAL for a name that no
-  // account has (nothing is then changed); what was applied before another failure stays.
+  // end as `permissions` says. Where it says nothing of them nor of the sticky bit (it is 0777 at
+  // most) a folder keeps those that it has, as with chmod(1), and anything else loses them. 0, or
+  // an errno: ENOENT, EPERM, EROFS, EINVAL for a name that no account has (nothing is then
+  // changed); what was applied before another failure stays.
   virtual int apply(const std::string& path, const FileAttributeChanges& changes) = 0;
   // Whether something exists at `path`, links followed.
   virtual bool exists(const std::string& path) = 0;

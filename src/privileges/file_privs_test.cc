@@ -233,10 +233,10 @@ TEST_F(FilePrivsWritingTest, AModeThatIsNoTextLeavesTheMode) {
     EXPECT_EQ(modeAfter(privs), 0755U);
 }
 
-TEST_F(FilePrivsWritingTest, ANewModeDropsSetIdAndStickyBits) {
+TEST_F(FilePrivsWritingTest, AFolderKeepsItsSetIdAndStickyBits) {
   setMode(07755);
-  EXPECT_EQ(write({{"privs", "755"}}), kSuccess);
-  EXPECT_EQ(mode(), 0755U);
+  EXPECT_EQ(write({{"privs", "750"}}), kSuccess);
+  EXPECT_EQ(mode(), 07750U);
 }
 
 TEST_F(FilePrivsWritingTest, WithoutAModeTheSetIdBitsStay) {

@@ -145,6 +145,17 @@ TEST_P(FileAttributesContract, TheSetIdBitsEndAsTheModeSays) {
   EXPECT_EQ(read(folder_).permissions, 03770U);
 }
 
+TEST_P(FileAttributesContract, AModeWithoutSpecialBitsLeavesThoseOfAFolderAlone) {
+  EXPECT_EQ(apply(folder_, {std::nullopt, std::nullopt, 03770}), 0);
+  EXPECT_EQ(apply(folder_, {"daemon", "daemon", 0750}), 0);
+  EXPECT_EQ(read(folder_).permissions, 03750U);
+  EXPECT_EQ(apply(folder_, {std::nullopt, std::nullopt, 02700}), 0);
+  EXPECT_EQ(read(folder_).permissions, 02700U);
+  EXPECT_EQ(apply(file_, {std::nullopt, std::nullopt, 06755}), 0);
+  EXPECT_EQ(apply(file_, {std::nullopt, std::nullopt, 0755}), 0);
+  EXPECT_EQ(read(file_).permissions, 0755U);
+}
+
 TEST_P(FileAttributesContract, AnUnknownNameIsInvalidAndChangesNothing) {
   const std::string nobody = "no-such-account-of-a-test";
   for (const FileAttributeChanges& changes :

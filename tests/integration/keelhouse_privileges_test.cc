@@ -64,10 +64,10 @@ TEST_F(KeelhousePrivileges, OwnerGroupAndModeAreSetOnTheFolder) {
   EXPECT_EQ(attributes().st_mode & 07777U, 0750U);
 }
 
-TEST_F(KeelhousePrivileges, AModeTakesSetIdAndStickyBitsAway) {
+TEST_F(KeelhousePrivileges, AFolderKeepsItsSetIdAndStickyBits) {
   ASSERT_EQ(::chmod(path_.c_str(), 03755), 0);
-  done({"privs", "set", path_, "--mode", "755"});
-  EXPECT_EQ(attributes().st_mode & 07777U, 0755U);
+  done({"privs", "set", path_, "--mode", "750"});
+  EXPECT_EQ(attributes().st_mode & 07777U, 03750U);
 }
 
 TEST_F(KeelhousePrivileges, UnknownNamesChangeNothing) {

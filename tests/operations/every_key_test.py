@@ -486,6 +486,27 @@ class SiblingsTest(OperationsTest):
             self.assertNotEqual(self.call("paddock_filebrowser", "nfsWriteMountRec", changed(good, (key,), ""))[1]
                                 ["status"], 0, key)
 
+    def test_a_mode_is_told_of_what_is_there(self):
+        def check(request, status, reply):
+            self.assertEqual(status, 200)
+            if text(request, "path") == self.shared:
+                self.assertEqual((reply["status"], reply["mode"]), (0, "0755"))
+            else:
+                self.assertIn(reply["status"], (2, 22, 36), reply)
+        os.chmod(self.shared, 0o755)
+        self.try_variants("paddock_files", "getMode", {"path": self.shared}, check)
+
+    def test_the_bits_of_a_mode_are_one_octal_digit(self):
+        def check(request, status, reply):
+            self.assertEqual(status, 200)
+            path, bits = text(request, "path"), text(request, "bits")
+            if path == self.shared and bits is not None and bits in tuple("01234567"):
+                self.assertEqual((reply["status"], reply["mode"]), (0, bits + "755"))
+            else:
+                self.assertIn(reply["status"], (2, 22, 36), reply)
+        os.chmod(self.shared, 0o755)
+        self.try_variants("paddock_files", "setModeBits", {"path": self.shared, "bits": "2"}, check)
+
 
 class BodiesTest(OperationsTest):
 

@@ -89,13 +89,27 @@ int findIds(Accounts& accounts, const FileAttributeChanges& changes, Ids& ids) {
   return 0;
 }
 
+constexpr mode_t kSpecialBits = 07000;
+
+// A mode that names no special bits leaves those of a folder: what is made in it gets its group by
+// one, and by another nobody removes what is not theirs.
+int writeModeOf(int object, mode_t mode) {
+  struct stat status {};
+  if ((mode & kSpecialBits) == 0) {
+    if (const int error = errnoOf([&] { return ::fstat(object, &status); }); error != 0)
+      return error;
+    if (S_ISDIR(status.st_mode)) mode |= status.st_mode & kSpecialBits;
+  }
+  return writeMode(linuxExtendedAttributes(), object, mode);
+}
+
 int changeObject(int object, const Ids& ids, const std::optional<std::uint32_t>& mode) {
   if (ids.owner != kUnchanged || ids.group != kUnchanged) {
     const int error =
         errnoOf([&] { return ::fchownat(object, "", ids.owner, ids.group, AT_EMPTY_PATH); });
     if (error != 0) return error;
   }
-  return mode ? writeMode(linuxExtendedAttributes(), object, *mode) : 0;
+  return mode ? writeModeOf(object, *mode) : 0;
 }
 
 }  // namespace

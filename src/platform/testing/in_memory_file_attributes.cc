@@ -6,6 +6,13 @@ namespace paddock {
 
 namespace {
 constexpr std::uint32_t kModeBits = 07777;
+constexpr std::uint32_t kSpecialBits = 07000;
+
+std::uint32_t newMode(const FileAttributes& attributes, std::uint32_t permissions) {
+  const bool keeps = (permissions & kSpecialBits) == 0 && attributes.type == "directory";
+  const std::uint32_t kept = keeps ? attributes.permissions.value_or(0) & kSpecialBits : 0;
+  return (permissions & kModeBits) | kept;
+}
 }  // namespace
 
 int InMemoryFileAttributes::read(const std::string& path, FileAttributes& attributes) {
@@ -23,7 +30,7 @@ int InMemoryFileAttributes::apply(const std::string& path, const FileAttributeCh
   FileAttributes& attributes = object->attributes;
   if (changes.ownerName) attributes.ownerName = changes.ownerName;
   if (changes.groupName) attributes.groupName = changes.groupName;
-  if (changes.permissions) attributes.permissions = *changes.permissions & kModeBits;
+  if (changes.permissions) attributes.permissions = newMode(attributes, *changes.permissions);
   return 0;
 }
 

@@ -1,0 +1,35 @@
+// The plug-in paddock_files: what the settings of a folder have no place for. Those carry a mode of
+// three octal digits; here are all four, and ids that have no name.
+//
+// Operations.
+//
+//   getMode      {"path"}         -> "mode", "uid", "gid", "status"
+//       "mode": four octal digits, the last three as owner, owning group and others have them
+//   setModeBits  {"path", "bits"} -> "mode", "uid", "gid", "status"
+//       "bits": one octal digit: 4 set-user-id, 2 set-group-id, 1 sticky, on a folder; the rest of
+//       the mode stays. ENOTDIR for anything else: a program that runs with the rights of its owner
+//       is not made from afar.
+//
+// "status" is 0 or an errno, with its text under "error": EINVAL for a key that is missing, of
+// another type or no such digit, ENOENT where nothing is. Links are followed.
+#pragma once
+
+#include <mutex>
+#include <string_view>
+#include <vector>
+
+#include "paddock/plugin_request_handler.h"
+
+namespace paddock {
+
+class FilesRequestHandler final : public PluginRequestHandler {
+ public:
+  std::vector<Operation> operations() const override;
+  Dictionary performOperation(std::string_view name, const Dictionary& request) override;
+
+ private:
+  // A mode is read and written in two steps.
+  std::mutex changing_;
+};
+
+}  // namespace paddock
