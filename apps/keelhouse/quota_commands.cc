@@ -1,9 +1,18 @@
 #include "keelhouse/quota_commands.h"
 
+#include <cerrno>
+#include <optional>
+
+#include "base/text.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/named_share.h"
+#include "keelhouse/quota_usage.h"
 #include "keelhouse/quota_view.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/shell_word.h"
+#include "keelhouse/sibling_plugins.h"
+#include "keelhouse/size_text.h"
+#include "keelhouse/terminal_text.h"
 #include "keelhouse/volume_root.h"
 #include "wire/json.h"
 
@@ -12,6 +21,7 @@ namespace paddock::keelhouse {
 namespace {
 
 constexpr const char* kQuotas = "volumeQuotas";
+constexpr const char* kPlugin = "paddock_quotas";
 constexpr const char* kEnabled = "isEnabled";
 
 std::string volumePath(const Session& session, const std::string& typed) {
@@ -31,21 +41,71 @@ const Dictionary& checked(const Dictionary& quotas, const std::string& volume) {
   return quotas;
 }
 
-void print(const Session& session, const std::string& volume, const Dictionary& quotas) {
-  if (session.json) {
-    session.out << wire::writeJsonPretty(quotas) << '\n';
-  } else {
-    session.out << formatQuotas(volume, quotas);
+// What the kernel keeps; absent where it keeps nothing, or where nothing asks it.
+std::optional<Dictionary> usageOf(const Session& session, const std::string& volume) {
+  auto usage = askIfLoaded(session, kPlugin, "getUsage", {{"path", volume}});
+  if (!usage || usage->integer("status") == ENOTSUP) return std::nullopt;
+  requireDone(*usage, "the quotas of " + volume + " cannot be read");
+  return usage;
+}
+
+void print(const Session& session, const std::string& volume, Dictionary quotas) {
+  auto usage = usageOf(session, volume);
+  if (!session.json) {
+    session.out << (usage ? formatUsage(volume, *usage) : formatQuotas(volume, quotas));
+    return;
   }
+  if (usage) {
+    usage->erase("status");
+    quotas.set("kernel", std::move(*usage));
+  }
+  session.out << wire::writeJsonPretty(quotas) << '\n';
+}
+
+// What the switch answers. What a refused one made is removed again, where the daemon can do that.
+Dictionary askToSwitch(const Session& session, const std::string& volume, bool on,
+                       const std::string& action) {
+  const auto reply =
+      askIfLoaded(session, kPlugin, "setEnabled", {{"path", volume}, {kEnabled, on}});
+  if (!reply) {
+    return settingsPart(
+        writeFolder(session, volume, {{kQuotas, Dictionary{{kEnabled, on}}}}, action), kQuotas);
+  }
+  if (reply->contains("message")) requireDone(*reply, action);
+  requireStatus(*reply, "status", action);
+  const Dictionary* quotas = reply->dictionary(kQuotas);
+  return quotas != nullptr ? *quotas : Dictionary{};
+}
+
+std::optional<std::uint64_t> parseCount(const std::string& word) {
+  const auto number = parseInteger(word);
+  return number && *number >= 0 ? std::optional(static_cast<std::uint64_t>(*number)) : std::nullopt;
+}
+
+std::uint64_t limitOf(const std::string& word, bool isCount) {
+  if (word == "none" || word == "0") return 0;
+  const auto amount = isCount ? parseCount(word) : parseSize(word);
+  if (amount && *amount > 0) return *amount;
+  throw usageFailure(
+      "\"" + word + "\" is no limit of " +
+      (isCount ? "files\nA number, or none." : "bytes\n10G, 500MiB, 1.5T, or none."));
+}
+
+// Limits are kept while quotas are off, and hold nobody.
+void noteUnlessEnforced(const Session& session, const std::string& volume, bool isGroup) {
+  const auto usage = usageOf(session, volume);
+  const char* key = isGroup ? "groupsEnforced" : "usersEnforced";
+  if (!usage || usage->boolean(key).value_or(false)) return;
+  session.notes << "keelhouse: quotas of " << printable(volume)
+                << " are off: the limits are kept, and hold nobody"
+                << (isGroup ? ".\n" : " (keelhouse quota on " + shellWord(volume) + ").\n");
 }
 
 ExitStatus switchQuotas(const Session& session, const std::string& typedVolume, bool on) {
   const std::string volume = volumePath(session, typedVolume);
   const std::string action =
       "the quotas of " + volume + " cannot be switched " + (on ? "on" : "off");
-  const Dictionary reply =
-      writeFolder(session, volume, {{kQuotas, Dictionary{{kEnabled, on}}}}, action);
-  const Dictionary quotas = settingsPart(reply, kQuotas);
+  const Dictionary quotas = askToSwitch(session, volume, on, action);
   if (checked(quotas, volume).boolean(kEnabled) != on) {
     throw failure(action + ": they are still " + (on ? "off" : "on") +
                   ", although the daemon reported success");
@@ -70,6 +130,29 @@ ExitStatus switchQuotasOn(const Session& session, const std::string& volume) {
 
 ExitStatus switchQuotasOff(const Session& session, const std::string& volume) {
   return switchQuotas(session, volume, false);
+}
+
+ExitStatus setLimits(const Session& session, const LimitWords& words) {
+  Dictionary request{{"softBytes", limitOf(words.soft, false)},
+                     {"hardBytes", limitOf(words.hard, false)}};
+  if (words.files.size() == 2) {
+    request.set("softFiles", limitOf(words.files[0], true));
+    request.set("hardFiles", limitOf(words.files[1], true));
+  }
+  const std::string volume = volumePath(session, words.volume);
+  request.set("path", volume);
+  request.set("name", words.name);
+  request.set("group", words.isGroup);
+  const std::string action = "the limits of " + words.name + " on " + volume + " cannot be set";
+  const auto reply = askIfLoaded(session, kPlugin, "setLimits", request);
+  if (!reply) throw failure(action + ": the plug-in paddock_quotas is not loaded");
+  requireDone(*reply, action);
+  const Dictionary* entry = reply->dictionary("entry");
+  if (entry == nullptr) throw failure(action + ": the daemon's reply has no limits");
+  session.out << (session.json ? wire::writeJsonPretty(*entry) + "\n"
+                               : formatLimits(*entry, words.isGroup));
+  noteUnlessEnforced(session, volume, words.isGroup);
+  return ExitStatus::done;
 }
 
 }  // namespace paddock::keelhouse

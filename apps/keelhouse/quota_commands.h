@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "keelhouse/failure.h"
 #include "keelhouse/session.h"
@@ -13,5 +14,16 @@ namespace paddock::keelhouse {
 ExitStatus showQuotas(const Session& session, const std::string& volume);
 ExitStatus switchQuotasOn(const Session& session, const std::string& volume);
 ExitStatus switchQuotasOff(const Session& session, const std::string& volume);
+
+struct LimitWords {
+  std::string volume;
+  std::string name;
+  bool isGroup = false;
+  std::string soft;
+  std::string hard;
+  std::vector<std::string> files;  // soft and hard, or nothing
+};
+// Prints the limits as the kernel has them afterwards. Throws usage for a word that is no amount.
+ExitStatus setLimits(const Session& session, const LimitWords& words);
 
 }  // namespace paddock::keelhouse

@@ -2,12 +2,19 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace paddock::keelhouse {
 
 // "512 B", "1.5 KiB", "12 MiB": of the largest unit that gives at least 1, with one digit behind
 // the point below 10, rounded to the nearest.
 std::string formatSize(std::uint64_t bytes);
+
+// The bytes of an amount as people write it: "10G", "500MiB", "1.5T", "200 kB", "4096". K, M, G, T,
+// P and E are powers of 1024, with "iB" or without; with "B" alone behind them, of 1000. Letters in
+// any case. Absent for what is no such amount, is negative or does not fit.
+std::optional<std::uint64_t> parseSize(std::string_view text);
 
 }  // namespace paddock::keelhouse

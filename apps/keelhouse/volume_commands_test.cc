@@ -16,8 +16,11 @@ class VolumeCommands : public CommandFixture {
     daemon_.answer(readPart("volumeQuotas", quotas, status));
   }
   void answerSwitched(const std::string& quotas, int status = 0) {
-    daemon_.answer(writtenPart("volumeQuotas", quotas, status));
+    daemon_.answer(R"({"volumeQuotas":)" + quotas + R"(,"removed":[],"status":)" +
+                   std::to_string(status) + "}");
   }
+  // What the kernel keeps of nobody.
+  void answerNotKept() { daemon_.answer(R"({"status":95,"message":"none kept"})"); }
   void answerShare(const std::string& sharePoint) {
     daemon_.answer(readPart("sharePointRecord", sharePoint));
   }
@@ -29,6 +32,7 @@ class VolumeCommands : public CommandFixture {
 TEST_F(VolumeCommands, quotaShowPrintsATable) {
   answerQuotas(R"({"isEnabled":true,"usr":[{"name":"anna","used":1536,"free":512,"limit":2048,)"
                R"("type":0}]})");
+  answerNotKept();
   EXPECT_EQ(run({"quota", "show", "/"}), 0) << error_;
   EXPECT_EQ(out_,
             "Quotas of / are on.\n"
@@ -40,6 +44,7 @@ TEST_F(VolumeCommands, quotaShowPrintsATable) {
 
 TEST_F(VolumeCommands, quotaShowPrintsTheDictionaryWithJson) {
   answerQuotas(R"({"isEnabled":false})");
+  answerNotKept();
   EXPECT_EQ(run({"--json", "quota", "show", "/"}), 0);
   EXPECT_EQ(out_, "{\n  \"isEnabled\": false\n}\n");
 }
@@ -72,15 +77,26 @@ TEST_F(VolumeCommands, quotaIsAboutTheRootOfAVolume) {
 
 TEST_F(VolumeCommands, quotaOnAndOffSwitch) {
   answerSwitched(R"({"isEnabled":true})");
+  answerNotKept();
   EXPECT_EQ(run({"quota", "on", "/"}), 0) << error_;
   EXPECT_EQ(out_, "Quotas of / are on.\n");
-  EXPECT_EQ(target(0), "POST /v1/paddock_sharing/writeSettings");
-  EXPECT_EQ(body(0), R"({"configuration":{"volumeQuotas":{"isEnabled":true}},)"
-                     R"("optionalArguments":{"path":"/"}})");
+  EXPECT_EQ(target(0), "POST /v1/paddock_quotas/setEnabled");
+  EXPECT_EQ(body(0), R"({"isEnabled":true,"path":"/"})");
   answerSwitched(R"({"isEnabled":false})");
+  answerNotKept();
   EXPECT_EQ(run({"quota", "off", "/"}), 0) << error_;
   EXPECT_EQ(out_, "Quotas of / are off.\n");
-  EXPECT_THAT(body(1), HasSubstr(R"("isEnabled":false)"));
+  EXPECT_THAT(body(2), HasSubstr(R"("isEnabled":false)"));
+}
+
+TEST_F(VolumeCommands, quotaOnDoesWithoutThePluginOfQuotas) {
+  daemon_.answer(R"({"error":"no such plug-in"})", 404);
+  daemon_.answer(writtenPart("volumeQuotas", R"({"isEnabled":true})"));
+  EXPECT_EQ(run({"quota", "on", "/"}), 0) << error_;
+  EXPECT_EQ(out_, "Quotas of / are on.\n");
+  EXPECT_EQ(target(1), "POST /v1/paddock_sharing/writeSettings");
+  EXPECT_EQ(body(1), R"({"configuration":{"volumeQuotas":{"isEnabled":true}},)"
+                     R"("optionalArguments":{"path":"/"}})");
 }
 
 TEST_F(VolumeCommands, quotaOnSaysThatItFailed) {
@@ -93,6 +109,9 @@ TEST_F(VolumeCommands, quotaOnSaysThatItFailed) {
   answerSwitched(R"({"isEnabled":false})");
   EXPECT_EQ(run({"quota", "on", "/"}), 1);
   EXPECT_THAT(error_, HasSubstr("they are still off, although the daemon reported success"));
+  daemon_.answer(R"({"status":13,"message":"/: Permission denied"})");
+  EXPECT_EQ(run({"quota", "on", "/"}), 1);
+  EXPECT_THAT(error_, HasSubstr("cannot be switched on: /: Permission denied"));
 }
 
 TEST_F(VolumeCommands, indexStatusTellsOfASharedFolder) {
@@ -150,14 +169,20 @@ TEST_F(VolumeCommands, indexSaysThatTheReplyDoesNotTell) {
 }
 
 TEST_F(VolumeCommands, refuseBadWordsBeforeTheyAsk) {
-  for (const std::vector<std::string>& words :
-       std::vector<std::vector<std::string>>{{"quota"},
-                                             {"quota", "show"},
-                                             {"quota", "on", "/", "/"},
-                                             {"quota", "frob", "/"},
-                                             {"index"},
-                                             {"index", "on"},
-                                             {"index", "status", ""}}) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"quota"},
+           {"quota", "show"},
+           {"quota", "on", "/", "/"},
+           {"quota", "frob", "/"},
+           {"quota", "set", "anna", "1G", "2G"},
+           {"quota", "set", "/", "anna", "1G", "two"},
+           {"quota", "set", "/", "anna", "-1", "2G"},
+           {"quota", "set", "/", "anna", "1G", "2G", "3G"},
+           {"quota", "set", "/", "anna", "1", "2", "--files", "1"},
+           {"quota", "set", "/", "a", "1", "2", "--files", "1", "1K"},
+           {"index"},
+           {"index", "on"},
+           {"index", "status", ""}}) {
     EXPECT_EQ(run(words), 2) << ::testing::PrintToString(words);
   }
   EXPECT_EQ(asked(), 0U);

@@ -18,10 +18,18 @@ std::uint32_t saturated(std::uint64_t number) {
   return static_cast<std::uint32_t>(number < kMost ? number : kMost);
 }
 
-// Limits of bytes are told in blocks.
-std::uint64_t bytesOf(std::uint64_t blocks) {
-  constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
-  return blocks > kMost / QIF_DQBLKSIZE ? kMost : blocks * QIF_DQBLKSIZE;
+QuotaEntry entryOf(const QuotaRecord& record) {
+  QuotaEntry entry;
+  entry.hardBytes = record.hardBytes;
+  entry.softBytes = record.softBytes;
+  entry.usedBytes = record.usedBytes;
+  entry.hardFiles = saturated(record.hardFiles);
+  entry.softFiles = saturated(record.softFiles);
+  entry.usedFiles = saturated(record.usedFiles);
+  entry.bytesTimeLimit = saturated(record.bytesGraceEnd);
+  entry.filesTimeLimit = saturated(record.filesGraceEnd);
+  entry.id = record.id;
+  return entry;
 }
 
 bool hasAnything(const QuotaEntry& entry) {
@@ -40,35 +48,21 @@ NextQuota kernelQuotasOf(int folder, QuotaType type) {
   };
 }
 
-QuotaEntry entryOf(const if_nextdqblk& quota) {
-  QuotaEntry entry;
-  entry.hardBytes = bytesOf(quota.dqb_bhardlimit);
-  entry.softBytes = bytesOf(quota.dqb_bsoftlimit);
-  entry.usedBytes = quota.dqb_curspace;
-  entry.hardFiles = saturated(quota.dqb_ihardlimit);
-  entry.softFiles = saturated(quota.dqb_isoftlimit);
-  entry.usedFiles = saturated(quota.dqb_curinodes);
-  entry.bytesTimeLimit = saturated(quota.dqb_btime);
-  entry.filesTimeLimit = saturated(quota.dqb_itime);
-  entry.id = quota.dqb_id;
-  return entry;
-}
+QuotaEntry entryOf(const if_nextdqblk& quota) { return entryOf(quotaRecordOf(quota)); }
 
 std::optional<Findings> kernelFindings(const NextQuota& nextQuota, const std::string& path) {
+  std::vector<QuotaRecord> records;
+  const int error = listNextQuotas(nextQuota, records);
+  if (error == EIO) throw failureOf("read the kernel's quotas of", path, error);
+  // What else it says means that it keeps none, or that we may not ask.
+  if (error != 0) return std::nullopt;
   Findings findings;
   findings.haveLimits = true;
-  for (std::uint32_t from = 0;;) {
-    if_nextdqblk quota{};
-    const int error = nextQuota(from, quota);
-    if (error == ENOENT) return findings;
-    if (error == EIO) throw failureOf("read the kernel's quotas of", path, error);
-    // What else it says means that it keeps none, or that we may not ask.
-    if (error != 0) return std::nullopt;
-    const QuotaEntry entry = entryOf(quota);
+  for (const QuotaRecord& record : records) {
+    const QuotaEntry entry = entryOf(record);
     if (entry.id != 0 && hasAnything(entry)) findings.entries.push_back(entry);
-    if (entry.id < from || entry.id == std::numeric_limits<std::uint32_t>::max()) return findings;
-    from = entry.id + 1;
   }
+  return findings;
 }
 
 }  // namespace paddock::quotascan

@@ -1,19 +1,14 @@
 // What the kernel itself counts on a volume; see quotactl(2), Q_GETNEXTQUOTA.
 #pragma once
 
-#include <linux/quota.h>
-
-#include <functional>
 #include <optional>
 #include <string>
 
+#include "platform/linux/kernel_quota.h"
 #include "quotascan/quota_table.h"
 #include "volumes/quota_file_format.h"
 
 namespace paddock::quotascan {
-
-// Asks for the quota of the first id from the one given on. 0 or an errno.
-using NextQuota = std::function<int(std::uint32_t from, if_nextdqblk& quota)>;
 
 // The kernel's, of the volume that the folder is on.
 NextQuota kernelQuotasOf(int folder, QuotaType type);

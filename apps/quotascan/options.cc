@@ -2,7 +2,7 @@
 
 namespace paddock::quotascan {
 
-const char* const kUsage = "usage: quotascan [--json] -u VOLUME";
+const char* const kUsage = "usage: quotascan [--json] [--kernel] -u VOLUME";
 
 namespace {
 
@@ -24,6 +24,7 @@ class Reader {
   bool readWord(const std::string& word, Options& options) {
     if (word == "-u") return readVolume(options);
     if (word == "--json") return options.json = true;
+    if (word == "--kernel") return options.kernelAlone = true;
     if (word == "--help") return options.help = true;
     if (word == "--version") return options.version = true;
     return fail("\"" + word + "\" is no option");

@@ -11,6 +11,7 @@ struct Options {
   std::string volume;
   bool byHand = true;  // not started by the sharing module
   bool json = false;
+  bool kernelAlone = false;  // nothing is walked, and another run not waited for
   bool help = false;
   bool version = false;
 };

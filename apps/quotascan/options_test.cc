@@ -43,6 +43,12 @@ TEST(Options, JsonIsAskedForBeforeOrBehindTheVolume) {
   }
 }
 
+TEST(Options, TheKernelAloneIsAskedWhenThatIsWanted) {
+  EXPECT_TRUE(read({"q", "--kernel", "-u", "v"})->kernelAlone);
+  EXPECT_FALSE(read({"q", "-u", "v"})->kernelAlone);
+  EXPECT_FALSE(read({"-u", "v"})->kernelAlone);
+}
+
 TEST(Options, AVolumeMayBeginWithADash) { EXPECT_EQ(read({"q", "-u", "-v"})->volume, "-v"); }
 
 TEST(Options, HelpAndVersionNeedNoVolume) {

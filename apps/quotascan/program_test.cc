@@ -306,6 +306,31 @@ TEST_F(Program, ARunWaitsForAnotherOnTheSameVolume) {
   });
 }
 
+TEST_F(Program, WithTheKernelAloneNothingIsWalkedAndNothingWrittenWhereItDoesNotCount) {
+  runInOwnMounts([] {
+    const LoopVolume volume("64M");  // without the feature "quota"
+    writeWholeFile(volume.path(".quota.user"), tableWith(limitOf(kAnna, 4096)));
+    const std::string before = readWholeFile(volume.path(".quota.user"));
+    makeFile(volume.path("file"), 8192, kAnna);
+    const EndedProgram ended = quotascan({"--kernel", "-u", volume.path()});
+    expectDone(ended);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(readWholeFile(volume.path(".quota.user")), before);
+  });
+}
+
+TEST_F(Program, WithTheKernelAloneAnotherRunIsNotWaitedForLong) {
+  runInOwnMounts([] {
+    const LoopVolume volume("64M");
+    writeWholeFile(volume.path(".quota.user"), emptyTable(kUserQuota));
+    const FileDescriptor held(::open(volume.path(".quota.user").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(held.get(), LOCK_EX), 0);
+    const EndedProgram ended = quotascan({"--kernel", "-u", volume.path()});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr("is being brought up to date by another run"));
+  });
+}
+
 TEST_F(Program, ManyRunsAtOnceLeaveOneRightFile) {
   runInOwnMounts([] {
     const LoopVolume volume;
@@ -363,7 +388,8 @@ TEST(ProgramWithoutVolume, SaysWhatCannotBeOpened) {
 TEST(ProgramWithoutVolume, ACommandLineThatCannotBeUsedIsExitStatusTwo) {
   const EndedProgram ended = quotascan({"/vol"});
   EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(ended.error, "quotascan: \"/vol\" is no option\nusage: quotascan [--json] -u VOLUME\n");
+  EXPECT_EQ(ended.error,
+            "quotascan: \"/vol\" is no option\nusage: quotascan [--json] [--kernel] -u VOLUME\n");
   EXPECT_EQ(ended.output, "");
 }
 

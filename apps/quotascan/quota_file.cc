@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <thread>
 #include <utility>
 
 #include "base/system_call.h"
@@ -28,6 +29,17 @@ const char* kindOf(mode_t mode) {
   return "not a regular file";
 }
 
+// 0 or an errno: EWOULDBLOCK when somebody else has the lock all the time.
+int lockWithin(int file, std::chrono::milliseconds patience) {
+  constexpr std::chrono::milliseconds kPause{10};
+  for (auto left = patience; left.count() > 0; left -= kPause) {
+    std::this_thread::sleep_for(kPause);
+    const int error = errnoOf([&] { return ::flock(file, LOCK_EX | LOCK_NB); });
+    if (error != EWOULDBLOCK) return error;
+  }
+  return EWOULDBLOCK;
+}
+
 const char* adviceFor(int error) {
   if (error == EACCES) return "run quotascan as root";
   return error == EPERM ? "it is immutable, or the kernel keeps quotas of its own in it" : "";
@@ -47,7 +59,7 @@ QuotaFile::QuotaFile(const std::string& volumePath, QuotaType type)
     : type_(type), name_(quotaFileName(type)), path_(separated(volumePath) + name_) {}
 
 std::optional<QuotaFile> QuotaFile::open(int volume, const std::string& volumePath, QuotaType type,
-                                         const std::function<void()>& waiting) {
+                                         const Waiting& waiting) {
   QuotaFile file(volumePath, type);
   do {
     if (!file.openAndLock(volume, waiting)) return std::nullopt;
@@ -57,7 +69,7 @@ std::optional<QuotaFile> QuotaFile::open(int volume, const std::string& volumePa
   return file;
 }
 
-bool QuotaFile::openAndLock(int volume, const std::function<void()>& waiting) {
+bool QuotaFile::openAndLock(int volume, const Waiting& waiting) {
   struct stat status {};
   int error =
       errnoOf([&] { return ::fstatat(volume, name_.c_str(), &status, AT_SYMLINK_NOFOLLOW); });
@@ -78,12 +90,14 @@ bool QuotaFile::openAndLock(int volume, const std::function<void()>& waiting) {
   return true;
 }
 
-void QuotaFile::lock(const std::function<void()>& waiting) const {
+void QuotaFile::lock(const Waiting& waiting) const {
   int error = errnoOf([&] { return ::flock(file_.get(), LOCK_EX | LOCK_NB); });
   if (error == EWOULDBLOCK) {
-    waiting();
-    error = errnoOf([&] { return ::flock(file_.get(), LOCK_EX); });
+    waiting.begins();
+    error = waiting.atMost ? lockWithin(file_.get(), *waiting.atMost)
+                           : errnoOf([&] { return ::flock(file_.get(), LOCK_EX); });
   }
+  if (error == EWOULDBLOCK) throw Failure(path_ + " is being brought up to date by another run");
   if (error != 0) throw failureOf("lock", path_, error);
 }
 

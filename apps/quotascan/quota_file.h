@@ -1,6 +1,7 @@
 // A volume's quota file, opened to be brought up to date.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -14,12 +15,17 @@ namespace paddock::quotascan {
 // with the object. Nothing here writes to it.
 class QuotaFile {
  public:
-  // The file of the type in the volume's highest folder. Nothing when there is none. Where another
-  // run has it, `waiting` is called and its end is waited for. Throws Failure for what cannot be
-  // opened and what is no file of the type: not a regular file, a link, a header that is not one, a
-  // size other than its header says.
+  // How another run that has the file is waited for.
+  struct Waiting {
+    std::function<void()> begins = [] {};
+    std::optional<std::chrono::milliseconds> atMost = {};  // absent: as long as it takes
+  };
+
+  // The file of the type in the volume's highest folder. Nothing when there is none. Throws Failure
+  // for what cannot be opened, what another run has for too long, and what is no file of the type:
+  // not a regular file, a link, a header that is not one, a size other than its header says.
   static std::optional<QuotaFile> open(int volume, const std::string& volumePath, QuotaType type,
-                                       const std::function<void()>& waiting);
+                                       const Waiting& waiting);
 
   QuotaType type() const { return type_; }
   int descriptor() const { return file_.get(); }
@@ -32,8 +38,8 @@ class QuotaFile {
 
  private:
   QuotaFile(const std::string& volumePath, QuotaType type);
-  bool openAndLock(int volume, const std::function<void()>& waiting);
-  void lock(const std::function<void()>& waiting) const;
+  bool openAndLock(int volume, const Waiting& waiting);
+  void lock(const Waiting& waiting) const;
   bool isInPlace(int volume) const;
   void readHeader();
 

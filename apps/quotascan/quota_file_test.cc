@@ -34,7 +34,7 @@ std::string fileBytes(QuotaType type = kUserQuota) {
 class QuotaFileTest : public ::testing::Test {
  protected:
   std::optional<QuotaFile> open(QuotaType type = kUserQuota) {
-    return QuotaFile::open(volume_.get(), folder_.path(), type, [this] { ++waits_; });
+    return QuotaFile::open(volume_.get(), folder_.path(), type, {[this] { ++waits_; }});
   }
   // Why the file is refused; empty when it is not.
   std::string refusal(QuotaType type = kUserQuota) {

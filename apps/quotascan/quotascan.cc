@@ -45,7 +45,8 @@ ScanOutcome scan(const Options& options, std::ostream& error, bool onTerminal) {
     events.walking = [&] { progress.emplace(error, events.objects); };
     events.walked = [&] { progress.reset(); };
   }
-  return scanVolume(options.volume, events);
+  return scanVolume(options.volume, events,
+                    options.kernelAlone ? CountedBy::kernelAlone : CountedBy::any);
 }
 
 int perform(const Options& options, std::ostream& out, std::ostream& error, bool onTerminal) {

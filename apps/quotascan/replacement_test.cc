@@ -28,7 +28,7 @@ class ReplacementTest : public ::testing::Test {
     const QuotaSlot slot = encodeQuotaHeader(header);
     old_ = std::string(slot.begin(), slot.end()) + std::string(kQuotaSlotSize, '\0');
     writeWholeFile(path(), old_);
-    file_ = QuotaFile::open(volume_.get(), folder_.path(), kUserQuota, [] {});
+    file_ = QuotaFile::open(volume_.get(), folder_.path(), kUserQuota, {});
   }
   std::string path() const { return folder_.path(".quota.user"); }
   std::string newPath() const { return folder_.path(".quota.user.quotascan"); }

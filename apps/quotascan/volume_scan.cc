@@ -17,6 +17,9 @@ namespace paddock::quotascan {
 
 namespace {
 
+// Longer than a run that asks the kernel takes.
+constexpr std::chrono::milliseconds kPatience{3000};
+
 constexpr QuotaType kTypes[] = {kUserQuota, kGroupQuota};
 
 // A quota file of the volume on its way to being up to date.
@@ -53,13 +56,13 @@ void attempt(FileOutcome& outcome, Step step) {
   }
 }
 
-std::vector<Subject> openFiles(int volume, const std::string& path, ScanEvents& events) {
+std::vector<Subject> openFiles(int volume, const std::string& path,
+                               const QuotaFile::Waiting& waiting) {
   std::vector<Subject> subjects;
   for (const QuotaType type : kTypes) {
     Subject subject;
     subject.outcome.type = type;
-    attempt(subject.outcome,
-            [&] { subject.file = QuotaFile::open(volume, path, type, events.waiting); });
+    attempt(subject.outcome, [&] { subject.file = QuotaFile::open(volume, path, type, waiting); });
     if (subject.file || !subject.isLeft()) subjects.push_back(std::move(subject));
   }
   return subjects;
@@ -133,9 +136,11 @@ void rewrite(int volume, Subject& subject) {
 
 }  // namespace
 
-ScanOutcome scanVolume(const std::string& path, ScanEvents& events) {
+ScanOutcome scanVolume(const std::string& path, ScanEvents& events, CountedBy countedBy) {
   const FileDescriptor volume = openVolume(path);
-  std::vector<Subject> subjects = openFiles(volume.get(), path, events);
+  QuotaFile::Waiting waiting{events.waiting};
+  if (countedBy == CountedBy::kernelAlone) waiting.atMost = kPatience;
+  std::vector<Subject> subjects = openFiles(volume.get(), path, waiting);
   if (subjects.empty()) {
     throw Failure(path + " has no " + quotaFileName(kUserQuota) +
                   ", so there is nothing to bring up to date; \"keelhouse quota on " + path +
@@ -143,7 +148,12 @@ ScanOutcome scanVolume(const std::string& path, ScanEvents& events) {
   }
   askKernel(volume.get(), path, subjects);
   ScanOutcome outcome;
-  outcome.objects = walk(volume.get(), subjects, events);
+  if (countedBy == CountedBy::kernelAlone) {
+    std::erase_if(subjects,
+                  [](const Subject& subject) { return subject.isLeft() && !subject.findings; });
+  } else {
+    outcome.objects = walk(volume.get(), subjects, events);
+  }
   for (Subject& subject : subjects) {
     if (subject.isLeft()) attempt(subject.outcome, [&] { rewrite(volume.get(), subject); });
     outcome.files.push_back(subject.outcome);

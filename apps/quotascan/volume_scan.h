@@ -35,8 +35,14 @@ struct ScanEvents {
   std::atomic<std::uint64_t> objects = 0;
 };
 
+enum class CountedBy : std::uint8_t {
+  any,          // the kernel, and a walk where it does not count
+  kernelAlone,  // files that it does not count for stay as they are, and no other run is waited for
+};
+
 // `volume` is the path of a volume's highest folder. Throws Failure when it is not that, when it
 // has no quota file, and when it cannot be counted.
-ScanOutcome scanVolume(const std::string& volume, ScanEvents& events);
+ScanOutcome scanVolume(const std::string& volume, ScanEvents& events,
+                       CountedBy countedBy = CountedBy::any);
 
 }  // namespace paddock::quotascan

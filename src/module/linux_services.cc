@@ -27,6 +27,7 @@ namespace paddock {
 namespace {
 
 constexpr const char* kMetadataStoresPath = "/var/lib/paddock/metadata-stores.sqlite";
+constexpr const char* kQuotaRefresherPath = "/usr/sbin/quotascan";
 constexpr const char* kQuotaAccountingPath = "/var/lib/paddock/quota-accounting";
 
 // A key of [volumes]; null when it is not set.
@@ -135,6 +136,7 @@ struct InstalledServices::Parts {
     all.indexingCommand = indexingCommand();
     all.exportsPath = hostPath(all.exportsPath);
     const Value* checker = volumesKey("quota_checker");
+    if (!quotasAreAccountedOnly()) all.quotaRefresherPath = kQuotaRefresherPath;
     if (checker != nullptr && checker->string()) all.quotaCheckerPath = *checker->string();
     return all;
   }

@@ -57,6 +57,9 @@ struct Services {
   std::string exportsPath = "/etc/exports";
   // For the program runner, which takes it below the host's root.
   std::string quotaCheckerPath = "/sbin/quotacheck";
+  // The program that brings a volume's quota files up to date with what the kernel counts; empty
+  // where it counts nothing.
+  std::string quotaRefresherPath;
   // The argument vector of the command that is told of changes of search indexing; empty: none.
   // Its first element is for the program runner, too.
   std::vector<std::string> indexingCommand;

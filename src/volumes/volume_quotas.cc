@@ -8,6 +8,7 @@
 #include "base/system_call.h"
 #include "platform/browser_information.h"
 #include "platform/file_attributes.h"
+#include "platform/logger.h"
 #include "platform/program_runner.h"
 #include "platform/quota_control.h"
 #include "platform/services.h"
@@ -36,6 +37,24 @@ Status listInto(Dictionary& quotas, const char* key, const std::string& volumePa
   const Status status = read_quota_entries(volumePath, type, entries);
   if (entries) quotas.set(key, std::move(*entries));
   return status;
+}
+
+bool isListed(const std::string& volumePath, QuotaType type) {
+  return isRegularFile(quota_file_path(volumePath, kQuotaOperationsName, type));
+}
+
+// The kernel counts all the time, the files hold what it counted when they were last written. What
+// cannot be brought up to date is listed as it is.
+void refreshFiles(const std::string& volumePath) {
+  const std::string& program = services().quotaRefresherPath;
+  if (program.empty() || !services().programRunner->exists(program)) return;
+  if (!isListed(volumePath, kUserQuota) && !isListed(volumePath, kGroupQuota)) return;
+  const ProgramOutcome outcome =
+      services().programRunner->run(program, {"--kernel", "-u", volumePath});
+  if (outcome.status == 0 && outcome.exitStatus == 0) return;
+  services().logger->log(kLogWarning, "The quotas of " + volumePath +
+                                          " are listed as they were last counted: " +
+                                          (outcome.status != 0 ? program : outcome.errorOutput));
 }
 
 // Any other path is of wherever the daemon happens to stand, and names no volume.
@@ -71,6 +90,7 @@ Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) 
       volumePath, quotaCommand(kQuotaStateCommand, kUserQuota), 0, &state);
   quotas.set(kIsEnabledKey, unknown == 0 && state == kStateOn);
   if (unknown != 0) return unknown == ENOTSUP ? kSuccess : unknown;
+  refreshFiles(volumePath);
   const Status status = listInto(quotas, kUsersKey, volumePath, kUserQuota);
   return status != kSuccess ? status : listInto(quotas, kGroupsKey, volumePath, kGroupQuota);
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "platform/quota_control.h"
+#include "platform/testing/recording_logger.h"
 #include "support/own_mounts.h"
 #include "support/volume_fixture.h"
 #include "volumes/quota_listing.h"
@@ -52,6 +53,57 @@ class VolumeQuotas : public VolumeFixture {
 };
 
 using ReadingVolumeQuotas = VolumeQuotas;
+
+// With a program that brings the files up to date.
+class RefreshingVolumeQuotas : public VolumeQuotas {
+ protected:
+  static constexpr const char* kRefresher = "/usr/sbin/quotascan";
+
+  RefreshingVolumeQuotas() { quotas.setOn(root()); }
+  Services withRefresher() {
+    Services all = doubles();
+    all.logger = &logger_;
+    all.quotaRefresherPath = kRefresher;
+    return all;
+  }
+
+  RecordingLogger logger_;
+  ServicesGuard guard_{withRefresher()};
+};
+
+TEST_F(RefreshingVolumeQuotas, TheFileIsBroughtUpToDateBeforeItIsListed) {
+  writeWholeFile(userMarker(), "");
+  writeUsers({usage(1001, 5)});
+  programs.setProgram(kRefresher, [&](const std::vector<std::string>&) {
+    writeUsers({usage(1001, 6)});
+    return ProgramOutcome{};
+  });
+  EXPECT_EQ(*read().array("usr"), (Array{aliceUses(6)}));
+  EXPECT_THAT(programs.runs(),
+              ElementsAre(RecordingProgramRunner::Run{kRefresher, {"--kernel", "-u", root()}}));
+}
+
+TEST_F(RefreshingVolumeQuotas, WhatCannotBeRefreshedIsListedAsItIsAndSaid) {
+  writeWholeFile(userMarker(), "");
+  writeUsers({usage(1001, 5)});
+  programs.setOutcome(kRefresher, {0, "", "quotascan: no room", 1});
+  EXPECT_EQ(*read().array("usr"), (Array{aliceUses(5)}));
+  ASSERT_EQ(logger_.lines().size(), 1U);
+  EXPECT_THAT(logger_.lines()[0].text, testing::HasSubstr("quotascan: no room"));
+}
+
+TEST_F(RefreshingVolumeQuotas, NothingIsRefreshedWhereNothingIsListed) {
+  writeUsers({usage(1001, 5)});
+  EXPECT_FALSE(read().contains("usr"));
+  EXPECT_THAT(programs.runs(), IsEmpty());
+  writeWholeFile(userMarker(), "");
+  programs.setMissing(kRefresher);
+  read();
+  quotas.setError(kState, ENOTSUP);
+  read();
+  EXPECT_THAT(programs.runs(), IsEmpty());
+}
+
 using SwitchingVolumeQuotas = VolumeQuotas;
 
 TEST_F(ReadingVolumeQuotas, AMissingPathIsAllThatIsSaid) {

@@ -63,6 +63,7 @@ class KeelhouseQuota : public KeelhouseTree {
     KeelhouseTree::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
     if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+    installPlugin("paddock_quotas");
     volume_ = makeFolder("volume");
     tree_.configure("[volumes]\nquota_backend = \"accounting\"\n");
   }
@@ -166,6 +167,14 @@ TEST_F(KeelhouseQuota, CannotBeSwitchedOnWhereTheKernelKeepsNone) {
       const EndedProgram ended = keelhouse({"quota", "on", volume_});
       EXPECT_EQ(ended.status, 1);
       EXPECT_THAT(ended.error, HasSubstr("CANNOT_SET_QUOTA_STATE_ERR (status 100080)\n"));
+      EXPECT_TRUE(std::filesystem::is_empty(volume_)) << "a refused switch left something";
+      writeWholeFile(volume_ + "/.quota.user", "mine");
+      EXPECT_EQ(keelhouse({"quota", "on", volume_}).status, 1);
+      EXPECT_EQ(readWholeFile(volume_ + "/.quota.user"), "mine");
+      EXPECT_FALSE(std::filesystem::exists(volume_ + "/.quota.ops.user"));
+      const EndedProgram set = keelhouse({"quota", "set", volume_, "nobody", "1G", "2G"});
+      EXPECT_EQ(set.status, 1);
+      EXPECT_THAT(set.error, HasSubstr("the kernel keeps no quotas of users of " + volume_));
     });
   });
 }

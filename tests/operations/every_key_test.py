@@ -476,6 +476,18 @@ class SiblingsTest(OperationsTest):
                               lambda request, status, reply, wanted=first: self.assertEqual(
                                   (status, reply), (200, wanted)))
 
+    def test_quotas_that_the_kernel_does_not_keep_are_refused_with_a_reason(self):
+        """This folder's volume is one in memory."""
+        def check(_, status, reply):
+            self.assertEqual(status, 200)
+            self.assertNotEqual(reply["status"], 0)
+            self.assertTrue("message" in reply or "error" in reply, reply)
+            self.assertEqual([name for name in os.listdir(self.shared) if name.startswith(".quota")], [])
+        for operation, good in (("getUsage", {}), ("setEnabled", {"isEnabled": True}),
+                                ("setLimits", {"name": ANNA["name"], "group": False, "softBytes": 1024,
+                                               "hardBytes": 2048, "softFiles": 1, "hardFiles": 2})):
+            self.try_variants("paddock_quotas", operation, {"path": self.shared, **good}, check)
+
     def test_a_mount_record_is_written_or_refused(self):
         def check(_, status, reply):
             self.assertEqual(status, 200)

@@ -1,15 +1,13 @@
 #include "platform/linux/kernel_quota_control.h"
 
 #include <linux/dqblk_xfs.h>
-#include <linux/quota.h>
-#include <sys/quota.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <array>
 #include <string>
 
 #include "base/system_call.h"
+#include "platform/linux/kernel_quota.h"
 
 namespace paddock {
 
@@ -18,65 +16,12 @@ namespace {
 constexpr std::array<const char*, 2> kKernelFiles = {"aquota.user", "aquota.group"};
 constexpr std::array<unsigned, 2> kEnforced = {FS_QUOTA_UDQ_ENFD, FS_QUOTA_GDQ_ENFD};
 
-// One volume's quotas of one type, as the kernel addresses them.
-struct KernelQuota {
-  std::string device;
-  std::string mountPoint;
-  unsigned type;
-
-  unsigned enforced() const { return kEnforced[type]; }
-
-  int call(unsigned command, int id, void* address) const {
-    const auto word = static_cast<int>(QCMD(command, type));
-    return errnoOf(
-        [&] { return ::quotactl(word, device.c_str(), id, static_cast<caddr_t>(address)); });
-  }
-};
-
-// What the kernel says, in its many ways, of a volume without quotas.
-int keepsNone(int error) {
-  switch (error) {
-    case EINVAL:
-    case ENODEV:
-    case ENOENT:
-    case ENOSYS:
-    case ENOTBLK:
-    case ENXIO:
-    case EOPNOTSUPP:
-    case ESRCH:
-      return ENOTSUP;
-    default:
-      return error;
-  }
-}
-
-bool isDevice(const std::string& path, dev_t number) {
-  struct stat status {};
-  return errnoOf([&] { return ::stat(path.c_str(), &status); }) == 0 && S_ISBLK(status.st_mode) &&
-         status.st_rdev == number;
-}
-
-// The block device of the volume. A name of the mount table counts only when it is that device.
-int findDevice(const std::string& path, const MountedVolume& volume, std::string& device) {
-  struct stat status {};
-  const int error = errnoOf([&] { return ::stat(path.c_str(), &status); });
-  if (error != 0) return error;
-  const std::string byNumber = "/dev/block/" + std::to_string(major(status.st_dev)) + ":" +
-                               std::to_string(minor(status.st_dev));
-  for (const std::string& candidate : {volume.f_mntfromname, byNumber}) {
-    if (candidate.rfind('/', 0) != 0 || !isDevice(candidate, status.st_dev)) continue;
-    device = candidate;
-    return 0;
-  }
-  return ENOTSUP;
-}
-
 // Whether limits are enforced. Volumes that count alone are off.
 int query(const KernelQuota& quota, bool& on) {
   fs_quota_statv state{};
   state.qs_version = FS_QSTATV_VERSION1;
   const int error = quota.call(Q_XGETQSTATV, 0, &state);
-  on = error == 0 && (state.qs_flags & quota.enforced()) != 0;
+  on = error == 0 && (state.qs_flags & kEnforced[quota.type]) != 0;
   return error;
 }
 
@@ -95,13 +40,13 @@ int switchFileOn(const KernelQuota& quota) {
 }
 
 int switchOn(const KernelQuota& quota) {
-  unsigned flags = quota.enforced();
+  unsigned flags = kEnforced[quota.type];
   const int error = quota.call(Q_XQUOTAON, 0, &flags);
   return error == ENOSYS ? switchFileOn(quota) : error;
 }
 
 int switchOff(const KernelQuota& quota) {
-  unsigned flags = quota.enforced();
+  unsigned flags = kEnforced[quota.type];
   const int error = quota.call(Q_XQUOTAOFF, 0, &flags);
   return error == ENOSYS ? quota.call(Q_QUOTAOFF, 0, nullptr) : error;
 }
@@ -120,20 +65,20 @@ int KernelQuotaControl::quotactl(const std::string& path, std::uint32_t commandW
                                  std::uint32_t /*id*/, const QuotaArgument& argument) {
   const auto request = quotaRequest(commandWord, argument);
   if (!request) return EINVAL;
-  MountedVolume volume;
-  if (const int error = volumes_.statfs(path, volume); error != 0) return error;
+  KernelQuota quota;
+  const int unknown = findKernelQuota(volumes_, path, request->type, quota);
+  if (unknown != 0 && unknown != ENOTSUP) return unknown;
   if (request->command == kQuotaOnCommand) {
     if (const int error = quotaFileError(*request->quotaFile); error != 0) return error;
   }
-  KernelQuota quota{"", volume.f_mntonname, request->type};
-  if (const int error = findDevice(path, volume, quota.device); error != 0) return error;
+  if (unknown != 0) return unknown;
   if (request->command != kQuotaStateCommand) {
-    return keepsNone(switchTo(quota, request->command == kQuotaOnCommand));
+    return errorOfNoQuotas(switchTo(quota, request->command == kQuotaOnCommand));
   }
   bool on = false;
   const int error = query(quota, on);
   *request->state = on ? 1 : 0;
-  return keepsNone(error);
+  return errorOfNoQuotas(error);
 }
 
 }  // namespace paddock

@@ -1,0 +1,31 @@
+#include "keelhouse/sibling_plugins.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include "keelhouse/failure.h"
+#include "keelhouse/terminal_text.h"
+
+namespace paddock::keelhouse {
+
+std::optional<Dictionary> askIfLoaded(const Session& session, const char* plugin,
+                                      const char* operation, const Dictionary& request) {
+  try {
+    return session.daemon.call(plugin, operation, request);
+  } catch (const Failure& failure) {
+    if (std::string(failure.what()).find("(HTTP 404)") != std::string::npos) return std::nullopt;
+    throw;
+  }
+}
+
+std::string messageOf(const Dictionary& reply) {
+  if (const std::string* message = reply.string("message")) return printable(*message);
+  const auto status = static_cast<int>(reply.integer("status").value_or(EIO));
+  return std::generic_category().message(status);
+}
+
+void requireDone(const Dictionary& reply, const std::string& action) {
+  if (reply.integer("status") != 0) throw failure(action + ": " + messageOf(reply));
+}
+
+}  // namespace paddock::keelhouse
