@@ -2,6 +2,7 @@
 
 #include "keelhouse/acl_changes.h"
 #include "keelhouse/acl_view.h"
+#include "keelhouse/denied_groups.h"
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/kernel_acl.h"
 #include "keelhouse/named_share.h"
@@ -37,6 +38,7 @@ ExitStatus write(const Session& session, const std::string& path, const WantedAc
                   ", although the daemon reported success");
   }
   print(session, path, acl, folder, principals);
+  noteGroupDenials(session, path, acl);
   return ExitStatus::done;
 }
 

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "keelhouse/acl_commands.h"
+#include "keelhouse/denied_groups.h"
 #include "keelhouse/options.h"
 #include "keelhouse/path_command.h"
 
@@ -26,6 +27,8 @@ struct AclOptions {
   std::optional<std::size_t> number;
   bool projection = false;
   bool apply = false;
+  bool strict = false;
+  bool off = false;
 };
 using SharedOptions = std::shared_ptr<AclOptions>;
 
@@ -35,6 +38,16 @@ CLI::App* addCommand(CLI::App& group, const SharedOptions& options, const char* 
   command->add_option("PATH", options->path, "The folder or file, or the name of a share")
       ->required();
   return command;
+}
+
+// The action `change` of a command that may make the list strict as well.
+Action strictly(CLI::App& command, const SharedOptions& options, const Action& change) {
+  command.add_flag("--strict", options->strict,
+                   "Keep members of denied groups out at every door, also later ones");
+  return [options, change](const Session& session) {
+    if (!options->strict) return change(session);
+    return changeStrictly(session, options->path, change);
+  };
 }
 
 void addShow(CLI::App& group, Action& action, const SharedOptions& options) {
@@ -53,11 +66,10 @@ void addSet(CLI::App& group, Action& action, const SharedOptions& options) {
   auto* command = addCommand(group, options, "set", "Replace the ACL; no entries clear it");
   command->add_option("ENTRY", options->words, "The new entries, in their order");
   command->footer(kEntryHelp);
-  command->callback([options, &action] {
-    action = [options](const Session& session) {
-      return setAcl(session, options->path, options->words);
-    };
-  });
+  const Action change = [options](const Session& session) {
+    return setAcl(session, options->path, options->words);
+  };
+  command->callback([run = strictly(*command, options, change), &action] { action = run; });
 }
 
 void addAdd(CLI::App& group, Action& action, const SharedOptions& options) {
@@ -71,11 +83,10 @@ void addAdd(CLI::App& group, Action& action, const SharedOptions& options) {
           "--first", [options] { options->number = 1; }, "Before all others, as --at 1")
       ->excludes(at);
   command->footer(kEntryHelp);
-  command->callback([options, &action] {
-    action = [options](const Session& session) {
-      return addToAcl(session, options->path, options->words, options->number);
-    };
-  });
+  const Action change = [options](const Session& session) {
+    return addToAcl(session, options->path, options->words, options->number);
+  };
+  command->callback([run = strictly(*command, options, change), &action] { action = run; });
 }
 
 void addRemove(CLI::App& group, Action& action, const SharedOptions& options) {
@@ -102,6 +113,17 @@ void addInherit(CLI::App& group, Action& action, const SharedOptions& options) {
   });
 }
 
+void addStrict(CLI::App& group, Action& action, const SharedOptions& options) {
+  auto* command = addCommand(group, options, "strict",
+                             "Keep members of denied groups out at every door, also later ones");
+  command->add_flag("--off", options->off, "No longer; the entries stay");
+  command->callback([options, &action] {
+    action = [options](const Session& session) {
+      return keepStrict(session, options->path, !options->off);
+    };
+  });
+}
+
 }  // namespace
 
 void addAclCommands(CLI::App& program, Action& action) {
@@ -113,6 +135,7 @@ void addAclCommands(CLI::App& program, Action& action) {
   addAdd(*group, action, options);
   addRemove(*group, action, options);
   addInherit(*group, action, options);
+  addStrict(*group, action, options);
 }
 
 }  // namespace paddock::keelhouse

@@ -32,8 +32,11 @@ std::string whyNoLists(const std::string& folder) {
 class KeelhousePrivileges : public KeelhouseFixture {
  protected:
   void SetUp() override {
-    KeelhouseFixture::SetUp();
+    KeelhouseTree::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
+    installPlugin("paddock_denials");
+    startDaemon();
+    if (HasFatalFailure()) return;
     if (const std::string why = whyNoLists(folder_.path()); !why.empty()) GTEST_SKIP() << why;
     path_ = makeFolder("shared");
     ASSERT_EQ(::chmod(path_.c_str(), 0755), 0);

@@ -15,7 +15,7 @@ import unittest
 PROGRAMS = ("usr/sbin/paddockd", "usr/sbin/keelhouse", "usr/sbin/quotascan", "usr/libexec/samba/synchronize-shares",
             "usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs")
 BUNDLES = ("paddock_sharing", "paddock_directory", "paddock_vsp", "paddock_nfs", "paddock_filebrowser",
-           "paddock_files")
+           "paddock_files", "paddock_quotas", "paddock_denials")
 OTHERS = ("etc/paddock/paddockd.toml", "etc/pam.d/paddock", "usr/lib/systemd/system/paddockd.service",
           "usr/lib/sysusers.d/paddock.conf", "usr/share/man/man8/paddockd.8", "usr/share/man/man8/keelhouse.8",
           "usr/share/man/man8/quotascan.8", "usr/share/man/man8/synchronize-shares.8",

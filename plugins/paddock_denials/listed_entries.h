@@ -1,0 +1,41 @@
+// A folder's list by way of the sharing module, whose lock every reading and writing takes.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "base/value.h"
+#include "paddock_denials/group_denials.h"
+#include "platform/membership.h"
+#include "platform/plugin_commands.h"
+
+namespace paddock {
+
+// What kept an operation from being done; `status` is an errno or one of the module's.
+class DenialFailure : public std::runtime_error {
+ public:
+  DenialFailure(int status, const std::string& message)
+      : std::runtime_error(message), status_(status) {}
+  int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+// The entries as the module carries them. Throws DenialFailure.
+Array readList(PluginCommands& siblings, const std::string& path);
+
+// Replaces the list. Throws DenialFailure.
+void writeList(PluginCommands& siblings, const std::string& path, const Array& acl);
+
+// What the entries say. An entry whose principal the membership service cannot look up decides
+// nothing.
+std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl);
+
+// Denies the user what the entry denies, for the same that inherit it. To be sent.
+Dictionary denialLike(const Dictionary& entry, std::uint32_t uid);
+// The entry as it is sent back. Throws DenialFailure for one of another kind.
+Dictionary sentBack(const Dictionary& entry);
+
+}  // namespace paddock
