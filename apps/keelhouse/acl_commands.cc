@@ -59,6 +59,12 @@ ExitStatus showAcl(const Session& session, const std::string& typedPath) {
   const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
   print(session, path, aclOf(privileges, path), isFolder(privileges), principals);
+  if (!session.json && isListOverridden(path)) {
+    session.out
+        << "An SMB client has set this list, and the mode, the owner or the kernel's ACL was\n"
+           "changed since. Where Samba serves the share by lists, it goes by the kernel\n"
+           "(getfacl); the list is in force again when it is set again (keelhouse acl set).\n";
+  }
   return ExitStatus::done;
 }
 

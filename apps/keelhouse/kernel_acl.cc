@@ -1,5 +1,6 @@
 #include "keelhouse/kernel_acl.h"
 
+#include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <array>
@@ -7,6 +8,7 @@
 #include <system_error>
 
 #include "base/system_call.h"
+#include "samba/kernel_acl_hash.h"
 
 namespace paddock::keelhouse {
 
@@ -63,7 +65,35 @@ std::optional<KernelAcl> readAcl(const std::string& path, const char* name, std:
   return acl;
 }
 
+// The hash that stands in whichever attribute of the path holds one.
+std::optional<std::string> storedHash(const std::string& path) {
+  std::string names(65536, '\0');
+  ssize_t size = 0;
+  if (errnoOf([&] { return ::listxattr(path.c_str(), names.data(), names.size()); }, &size) != 0)
+    return std::nullopt;
+  names.resize(static_cast<std::size_t>(size));
+  for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
+    int error = 0;
+    const auto value = readAttribute(path, &names[at], error);
+    if (!value) continue;
+    if (auto hash = samba::kernelAclHashIn(*value)) return hash;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
+
+bool isListOverridden(const std::string& path) {
+  const auto stored = storedHash(path);
+  struct stat status {};
+  if (!stored || ::stat(path.c_str(), &status) != 0) return false;
+  int error = 0;
+  samba::KernelAcls acls{status.st_uid, status.st_gid, status.st_mode, {}, {}};
+  acls.access = readAttribute(path, "system.posix_acl_access", error);
+  if (error == 0 && S_ISDIR(status.st_mode))
+    acls.defaultAccess = readAttribute(path, "system.posix_acl_default", error);
+  return error == 0 && samba::kernelAclHashOf(acls) != stored;
+}
 
 std::optional<unsigned> KernelAcl::bitsOf(const Principal& who) const {
   for (const Entry& entry : entries) {

@@ -42,6 +42,11 @@ struct KernelAcls {
 // Links are followed. Only a folder has a default.
 KernelAcls readKernelAcls(const std::string& path, bool folder);
 
+// Whether an SMB client has set the list of the path, and the kernel's ACLs, the owner or the mode
+// were changed since: Samba goes by the kernel then, where it does not ignore it. False also when
+// that cannot be found out.
+bool isListOverridden(const std::string& path);
+
 // "r-x" and the like.
 std::string kernelBitsText(unsigned bits);
 
