@@ -21,16 +21,33 @@ constexpr std::string_view kEnd = "\n[global]\n";
 // Where Samba looks without being told, and where it finds nothing once it is told so.
 constexpr std::string_view kUsualAttribute = "security.NTACL";
 
+// Where nothing is passed on, the mode decides who may use a file without a list, and what a client
+// makes has the mode of its folder. Without the last line, Samba makes that open to everybody.
+constexpr std::string_view kByModes =
+    "    acl_xattr:ignore system acls = yes\n"
+    "    inherit permissions = yes\n";
+// Where entries are passed on, the kernel's ACL decides who may use a file without a list, which
+// local programs and NFS clients have made, and has what a client sets at once. A folder without a
+// list gets one from Samba then, made of the masks; in what a client makes there the maker's group
+// is no safe guess, and others are none. The file attributes stay out of the mode.
+constexpr std::string_view kByLists =
+    "    acl_xattr:ignore system acls = no\n"
+    "    inherit permissions = yes\n"
+    "    create mask = 0700\n"
+    "    directory mask = 0700\n"
+    "    acl map full control = no\n"
+    "    map archive = no\n"
+    "    map readonly = no\n"
+    "    store dos attributes = yes\n";
+
 // What every section has.
 std::string commonLines(const std::string& attribute) {
   std::string lines =
       "    read only = no\n"
-      "    vfs objects = acl_xattr\n"
-      "    acl_xattr:ignore system acls = yes\n";
+      "    vfs objects = acl_xattr\n";
   if (attribute != kUsualAttribute)
     lines += "    acl_xattr:security_acl_name = " + attribute + "\n";
-  // With the system's lists ignored, Samba makes what inherits no list open to everybody.
-  return lines + "    inherit permissions = yes\n";
+  return lines;
 }
 
 void appendSection(std::string& text, const SharePoint& share, std::string_view common) {
@@ -38,7 +55,7 @@ void appendSection(std::string& text, const SharePoint& share, std::string_view 
   text.append("    path = ").append(share.path).append("\n");
   if (samba::faultOfValue(share.recordName).empty())
     text.append("    comment = ").append(share.recordName).append("\n");
-  text.append(common);
+  text.append(common).append(share.passesListsOn ? kByLists : kByModes);
   // Behind the others, so that they count.
   text.append(samba::sectionLines(share.smb.options));
 }

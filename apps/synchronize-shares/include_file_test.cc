@@ -59,6 +59,24 @@ TEST(IncludeFileText, HasTheSharesOwnOptionsBehindTheOthers) {
                                              "\n[global]\n"));
 }
 
+TEST(IncludeFileText, LeavesWhatIsMadeLocallyToTheKernelWhereEntriesArePassedOn) {
+  EXPECT_EQ(sectionsOf({{"plans", "/srv/plans", "Plans", {}, true}}),
+            "\n[Plans]\n"
+            "    path = /srv/plans\n"
+            "    comment = plans\n"
+            "    read only = no\n"
+            "    vfs objects = acl_xattr\n"
+            "    acl_xattr:ignore system acls = no\n"
+            "    inherit permissions = yes\n"
+            "    create mask = 0700\n"
+            "    directory mask = 0700\n"
+            "    acl map full control = no\n"
+            "    map archive = no\n"
+            "    map readonly = no\n"
+            "    store dos attributes = yes\n"
+            "\n[global]\n");
+}
+
 TEST(IncludeFileText, NamesAnotherAttributeAndNotTheUsualOne) {
   EXPECT_THAT(sectionsOf({{"a", "/a", "a"}}, "user.NTACL"),
               HasSubstr("\n    acl_xattr:security_acl_name = user.NTACL\n"));

@@ -27,7 +27,7 @@ std::vector<SharePoint> readSharePoints(const LinuxDirectoryOptions& options) {
     if (name.empty()) continue;
     sharePoints.push_back({firstText(attributes, schema::kRecordName),
                            firstText(attributes, schema::kDirectoryPath), std::move(name),
-                           samba::readOptions(attributes)});
+                           samba::readOptions(attributes), false});
   }
   return sharePoints;
 }

@@ -14,6 +14,8 @@ struct SharePoint {
   std::string path;  // empty when the record has none
   std::string nameOverSMB;
   samba::ReadOptions smb = {};
+  // See passed_lists.h; no record says so.
+  bool passesListsOn = false;
 };
 
 // The share points of "/Local" that have a name over SMB that is not empty, in the order in which

@@ -10,6 +10,7 @@
 #include "platform/linux/linux_text_files.h"
 #include "samba/smb_check.h"
 #include "synchronize-shares/include_file.h"
+#include "synchronize-shares/passed_lists.h"
 #include "synchronize-shares/run_lock.h"
 #include "synchronize-shares/share_points.h"
 #include "synchronize-shares/share_selection.h"
@@ -35,7 +36,8 @@ std::uint64_t publish(const std::string& root, Logger& log) {
   const std::string attribute = configuredPrivileges(configuration, root).attribute;
   // Held from the reading on, so that what is written is never older than what is there.
   const RunLock lock(lockFolder(root));
-  const std::vector<SharePoint> all = readSharePoints(configuredDirectory(configuration, root));
+  std::vector<SharePoint> all = readSharePoints(configuredDirectory(configuration, root));
+  for (SharePoint& share : all) share.passesListsOn = passesListsOn(share.path, attribute);
   const ShareSelection selection = selectShares(all, [&root](const std::string& lines) {
     return samba::faultSaidByTestparm(root + "/usr/bin/testparm", lines).value_or("");
   });

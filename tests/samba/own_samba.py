@@ -34,10 +34,14 @@ smb ports = 445
 
 
 class Samba:
-    """Servers with a configuration and state in a folder."""
+    """Servers with a configuration and state in a folder. `root`: that of another system, whose servers
+    they are; it sees what is below `visible`, a folder around this one, and the accounts of this namespace."""
 
-    def __init__(self, folder, shares=""):
+    def __init__(self, folder, shares="", root="", visible=None):
         self.folder = folder
+        self.command = ["chroot", root] if root else []
+        if root:
+            show_to_root(root, visible or folder)
         os.makedirs("/run/samba", exist_ok=True)
         for name in ("private", "lock", "state", "cache", "pid", "ncalrpc", "log"):
             os.mkdir(os.path.join(folder, name))
@@ -51,9 +55,13 @@ class Samba:
 
     def add_user(self, name, password):
         """Of an account that the system has."""
-        subprocess.run(["smbpasswd", "-c", self.configuration, "-a", "-s", name], check=True,
+        subprocess.run([*self.command, "smbpasswd", "-c", self.configuration, "-a", "-s", name], check=True,
                        input="%s\n%s\n" % (password, password), encoding="ascii",
                        stdout=subprocess.DEVNULL)
+
+    def version(self):
+        return subprocess.run([*self.command, "smbd", "--version"], check=True, stdout=subprocess.PIPE,
+                              encoding="utf-8").stdout.strip()
 
     def start_winbind(self):
         """Until it answers; the process."""
@@ -76,7 +84,7 @@ class Samba:
             self.stop(process)
 
     def _start(self, program, answers):
-        process = subprocess.Popen([program, "-s", self.configuration, "-F", "--no-process-group",
+        process = subprocess.Popen([*self.command, program, "-s", self.configuration, "-F", "--no-process-group",
                                     "-l", os.path.join(self.folder, "log")],
                                    stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                    start_new_session=True)  # a server's end is its group's
@@ -95,6 +103,12 @@ class Samba:
                 return log.read()[-4000:]
         except FileNotFoundError:
             return "none"
+
+
+def show_to_root(root, folder):
+    os.makedirs(root + folder, exist_ok=True)
+    for path in (folder, "/etc/passwd", "/etc/group", "/proc", "/dev", "/run"):
+        subprocess.run(["mount", "--rbind", path, root + path], check=True)
 
 
 def succeeds(*command):

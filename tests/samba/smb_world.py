@@ -13,6 +13,7 @@ import tempfile
 import unittest
 
 from own_samba import Samba, in_namespaces, skip
+from people import GROUPS, MEMBERS, PLAIN_USERS, USERS, gids_of
 
 try:
     from samba import NTSTATUSError, credentials, ntstatus
@@ -24,6 +25,7 @@ except ImportError as error:
 
 PROGRAMS = ("smbd", "winbindd", "wbinfo", "smbpasswd", "smbcacls")
 ATTRIBUTE = "security.NTACL"
+OTHER_SAMBA = "PADDOCK_OTHER_SAMBA"
 PASSWORD = "not-a-secret"
 SHARE_POINTS = "dsRecTypeStandard:SharePoints"
 SHARE = "shared"
@@ -44,17 +46,6 @@ include = {published}
 """
 EVERY_PART = security.SECINFO_OWNER | security.SECINFO_GROUP | security.SECINFO_DACL
 
-USERS = {"root": 0, "anna": 21001, "bert": 21002, "carl": 21003, "dora": 21004, "emil": 21005}
-GROUPS = {"crew": 21100, "night": 21200}
-MEMBERS = {"crew": ("bert", "dora"), "night": ("dora", "emil")}
-PLAIN_USERS = [name for name in USERS if name != "root"]
-
-
-def gids_of(user):
-    """The own group first."""
-    return [USERS[user]] + [GROUPS[group] for group in GROUPS if user in MEMBERS[group]]
-
-
 def use_own_accounts(folder):
     """For all programs in this mount namespace."""
     passwd = ["%s:x:%d:%d:%s:/:/bin/false" % (name, uid, uid, name.capitalize()) for name, uid in USERS.items()]
@@ -67,6 +58,14 @@ def use_own_accounts(folder):
         with open(path, "w", encoding="ascii") as file:
             file.write("\n".join(lines) + "\n")
         subprocess.run(["mount", "--bind", path, "/etc/" + name], check=True)
+
+
+def other_samba():
+    """The root folder of another system, whose Samba is to be tested."""
+    root = os.environ.get(OTHER_SAMBA, "")
+    if not os.path.exists(root + "/usr/sbin/smbd") or not root:
+        skip("%s does not name the root folder of a system with another Samba" % OTHER_SAMBA)
+    return os.path.realpath(root)
 
 
 def holds_attributes(folder, attribute=ATTRIBUTE):
@@ -238,12 +237,14 @@ class Paddock:
         with open(self.log, encoding="utf-8", errors="replace") as log:
             return log.read()[-4000:]
 
-    def use_smbcontrol(self, configuration):
-        """What the tree's programs find in smbcontrol's place talks to the servers of the configuration."""
+    def use_smbcontrol(self, configuration, root=""):
+        """What the tree's programs find in smbcontrol's place talks to the servers of the configuration, those
+        of the system at `root` when that is given."""
         path = os.path.join(self.tree, "usr/bin/smbcontrol")
         os.makedirs(os.path.dirname(path), exist_ok=True)
         with open(path, "w", encoding="ascii") as file:
-            file.write('#!/bin/sh\nexec smbcontrol -s %s "$@"\n' % configuration)
+            file.write('#!/bin/sh\nexec %s smbcontrol -s %s "$@"\n' % (
+                "chroot " + root if root else "env", configuration))
         os.chmod(path, 0o755)
 
     def synchronize(self):
@@ -326,10 +327,12 @@ class World:
             use_own_file_system(os.path.join(self.folder, "image"), self.shared, options.attribute)
             clean_up(lambda: subprocess.run(["umount", "--lazy", self.shared], check=True))
         tree = self._make("tree")
+        root = other_samba() if options.other_samba else ""
         self.published = os.path.join(tree, "etc/samba/paddock-shares.conf")
         self.samba = Samba(self._make("samba"),
                            SHARES.format(share=SHARE, careful_share=CAREFUL_SHARE, folder=self.shared,
-                                         published=self.published, more=naming(options.attribute)))
+                                         published=self.published, more=naming(options.attribute)),
+                           root, self.folder)
         for user in USERS:
             self.samba.add_user(user, PASSWORD)
         clean_up(self.samba.stop_all)
@@ -338,7 +341,7 @@ class World:
         self.samba.start_smbd()
         self.paddock = Paddock(options.cmake, options.build, tree, attribute=options.attribute)
         clean_up(self.paddock.stop)
-        self.paddock.use_smbcontrol(self.samba.configuration)
+        self.paddock.use_smbcontrol(self.samba.configuration, root)
         self._sessions = {}
 
     def session(self, user, share=SHARE):
@@ -436,5 +439,6 @@ def run_tests(file):
     parser.add_argument("build")
     parser.add_argument("--winbind", action="store_true", help="a winbindd runs beside the smbd")
     parser.add_argument("--attribute", default=ATTRIBUTE, help="that holds the lists")
+    parser.add_argument("--other-samba", action="store_true", help="the smbd is that of $" + OTHER_SAMBA)
     SmbTest.options, others = parser.parse_known_args()
     unittest.main(argv=sys.argv[:1] + others)
