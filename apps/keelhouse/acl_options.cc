@@ -36,7 +36,7 @@ using SharedOptions = std::shared_ptr<AclOptions>;
 CLI::App* addCommand(CLI::App& group, const SharedOptions& options, const char* name,
                      const char* description) {
   auto* command = group.add_subcommand(name, description);
-  command->add_option("PATH", options->path, "The folder or file; relative to the current folder")
+  command->add_option("PATH", options->path, "The folder or file, or the name of a share")
       ->required();
   return command;
 }

@@ -15,7 +15,7 @@ struct PathOperand {
   const char* description;
 };
 
-inline constexpr PathOperand kFolderOperand{"PATH", "The folder; relative to the current one"};
+inline constexpr PathOperand kFolderOperand{"PATH", "The folder, or the name of its share"};
 
 inline void addPathCommand(CLI::App& group, Action& action, const PathOperand& operand,
                            const std::string& name, const std::string& description,

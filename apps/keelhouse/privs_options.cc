@@ -9,7 +9,7 @@ namespace paddock::keelhouse {
 
 namespace {
 
-constexpr PathOperand kPath{"PATH", "The folder or file; relative to the current folder"};
+constexpr PathOperand kPath{"PATH", "The folder or file, or the name of a share"};
 
 struct PrivilegeOptions {
   std::string path;

@@ -32,6 +32,11 @@ std::vector<std::string> notesOn(const Dictionary& sharePoint) {
     notes.emplace_back(
         "it is not advertised as a backup destination until it is published over VSP (--vsp)");
   }
+  const std::string* smbName = sharePoint.string("nameOverSMB");
+  const bool isOverSmb = smbName != nullptr && !smbName->empty();
+  if (sharePoint.dictionary("smb") != nullptr && !isOverSmb) {
+    notes.emplace_back("its options over SMB count when it is published there (--smb)");
+  }
   return notes;
 }
 

@@ -40,5 +40,12 @@ TEST(ShareNotes, tellOfABackupDestinationThatIsNotAdvertised) {
               ElementsAre(HasSubstr("not advertised as a backup destination")));
 }
 
+TEST(ShareNotes, tellOfOptionsOverSmbWithoutANameThere) {
+  const Dictionary options{{"readOnly", true}};
+  EXPECT_THAT(notesOn({{"smb", options}}), ElementsAre(HasSubstr("(--smb)")));
+  EXPECT_THAT(notesOn({{"smb", options}, {"nameOverSMB", ""}}), ElementsAre(HasSubstr("(--smb)")));
+  EXPECT_THAT(notesOn({{"smb", options}, {"nameOverSMB", "a"}}), IsEmpty());
+}
+
 }  // namespace
 }  // namespace paddock::keelhouse

@@ -62,6 +62,7 @@ void addList(CLI::App& group, Action& action) {
 void addAdd(CLI::App& group, Action& action) {
   const auto options = std::make_shared<ShareOptions>();
   auto* command = addCommand(group, "add", "Share a folder", options);
+  command->get_option(kFolderOperand.name)->description("The folder; relative to the current one");
   addShareChanges(*command, options->changes);
   addFrom(*command, options);
   command

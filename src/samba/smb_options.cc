@@ -151,7 +151,7 @@ bool SmbOptions::operator==(const SmbOptions& other) const {
 
 bool isHostPattern(std::string_view text) {
   const std::string pattern(text);
-  if (pattern.empty() || faultOfValue(pattern) != "") return false;
+  if (pattern.empty() || !faultOfValue(pattern).empty()) return false;
   if (isAddress(AF_INET, pattern) || isAddress(AF_INET6, pattern)) return true;
   if (isNetwork(pattern) || isBeginningOfAddress(pattern)) return true;
   if (pattern.front() == '@') return pattern.size() > 1 && holdsOnly(text.substr(1), ".-_");

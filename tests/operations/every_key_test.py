@@ -490,6 +490,30 @@ class SiblingsTest(OperationsTest):
                               lambda request, status, reply, wanted=first: self.assertEqual(
                                   (status, reply), (200, wanted)))
 
+    def test_quotas_that_the_kernel_does_not_keep_are_refused_with_a_reason(self):
+        """This folder's volume is one in memory."""
+        def check(_, status, reply):
+            self.assertEqual(status, 200)
+            self.assertNotEqual(reply["status"], 0)
+            self.assertTrue("message" in reply or "error" in reply, reply)
+            self.assertEqual([name for name in os.listdir(self.shared) if name.startswith(".quota")], [])
+        for operation, good in (("getUsage", {}), ("setEnabled", {"isEnabled": True}),
+                                ("setLimits", {"name": ANNA["name"], "group": False, "softBytes": 1024,
+                                               "hardBytes": 2048, "softFiles": 1, "hardFiles": 2})):
+            self.try_variants("paddock_quotas", operation, {"path": self.shared, **good}, check)
+
+    def test_a_list_without_denials_of_groups_has_nothing_to_be_strict_about(self):
+        def check(request, status, reply):
+            self.assertEqual(status, 200)
+            self.assertEqual(reply["status"] != 0, "message" in reply, reply)
+            if reply["status"] == 0:
+                self.assertTrue(text(request, "path").startswith("/"), request)
+                self.assertEqual((reply["denials"], reply["strict"]), ([], False))
+        for operation, good in (("getDenied", {}), ("setStrict", {"strict": True})):
+            self.try_variants("paddock_denials", operation, {"path": self.shared, **good}, check)
+        self.try_variants("paddock_denials", "refreshStrict", {"path": self.shared}, lambda _, status, reply:
+                          self.assertEqual((status, reply), (200, {"status": 0, "lists": []})))
+
     def test_a_mount_record_is_written_or_refused(self):
         def check(_, status, reply):
             self.assertEqual(status, 200)

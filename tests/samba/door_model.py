@@ -33,7 +33,9 @@ class Folder(namedtuple("Folder", "mode owner group entries")):
     def inside(self, user, maker, is_folder, level=1):
         """"r" and "w", as far as the user may reach and use what the maker made that many levels below."""
         passable = "x" in self.may(user) and (level == 1 or "x" in self._passed(user, maker, True, level - 1))
-        return self._passed(user, maker, is_folder, level) - {"x"} if passable else set()
+        found = self._passed(user, maker, is_folder, level) if passable else set()
+        # Making something takes the right to search, too.
+        return found - {"x"} if not is_folder or "x" in found else found - {"w"}
 
     def _passed(self, user, maker, is_folder, level):
         if user == maker:

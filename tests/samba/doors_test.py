@@ -14,7 +14,7 @@ import time
 from door_model import INHERIT, ONE_LEVEL, READ, TO_FILES, TO_FOLDERS, WRITE, Entry, Folder, everybody
 from people import GROUPS, PLAIN_USERS, USERS
 from samba import NTSTATUSError
-from smb_world import Session, SmbTest, as_user, local_access, run_tests
+from smb_world import Session, SmbTest, allowed, as_user, local_access, run_tests, security
 
 SEED = int(os.environ.get("PADDOCK_SEED", random.SystemRandom().randrange(1 << 32)))
 PATIENCE = 60  # seconds, for a server that is told to read its configuration again
@@ -304,6 +304,14 @@ class DoorsTest(SmbTest):
                 wanted = {user: rights if "x" in folder.may(user) else set()
                           for user, rights in {**NOBODY, **given}.items()}
                 self.assertEqual(self.same_at_both(path, door), wanted, sddl)
+
+    def test_who_may_write_may_set_the_list_of_what_was_made_locally_alone(self):
+        """The module acl_xattr wants that for what has no list, whatever smb.conf says."""
+        for door, path, _ in self.each_made("set by one who writes"):
+            sddl = "D:(A;;FA;;;S-1-22-1-%d)" % USERS["bert"]
+            may_set = allowed(lambda path=path, sddl=sddl: self.smb("carl").set_list(path, sddl))
+            self.assertEqual(may_set, door == "local")
+            self.assertFalse(self.smb("emil").may(path, security.SEC_STD_WRITE_DAC), door)
 
     def test_a_list_that_is_set_here_stays_enforced_under_another_mode(self):
         for door, path, _ in self.each_made("set here"):
