@@ -20,7 +20,7 @@ SmbPerson bert() { return {"bert", {1001, {1001}}}; }
 SmbShare shareWith(SmbSection parameters) { return {"x", std::move(parameters)}; }
 
 DoorRights open(const SmbShare& share, const SmbPerson& person = anna()) {
-  return smbRights(share, person, {}, true, {});
+  return smbRights(share, person, {}, ListKind::ours, {});
 }
 
 TEST(SmbConfigurationText, HasSectionsWithWhatGlobalSays) {
@@ -65,14 +65,27 @@ TEST(SmbShareRule, WhatOnlySambaKnowsCannotBeTold) {
 TEST(SmbShareRule, TheListCountsWithTheModuleAlone) {
   const DoorRights none = noRights("entry 1");
   const auto with = shareWith({{"read only", "No"}, {"vfs objects", "recycle acl_xattr"}});
-  EXPECT_EQ(smbRights(with, anna(), none, true, {}).read.why, "entry 1");
-  EXPECT_EQ(smbRights(with, anna(), none, false, {}).read.access, Access::yes);
-  EXPECT_EQ(smbRights(shareWith({}), anna(), none, true, {}).read.access, Access::yes);
-  EXPECT_EQ(smbRights(with, {"root", {0, {0}}}, none, true, {}).read.access, Access::yes);
+  EXPECT_EQ(smbRights(with, anna(), none, ListKind::ours, {}).read.why, "entry 1");
+  EXPECT_EQ(smbRights(with, anna(), none, ListKind::none, {}).read.access, Access::yes);
+  EXPECT_EQ(smbRights(shareWith({}), anna(), none, ListKind::ours, {}).read.access, Access::yes);
+  EXPECT_EQ(smbRights(with, {"root", {0, {0}}}, none, ListKind::ours, {}).read.access, Access::yes);
+}
+
+TEST(SmbShareRule, AClientsListThatTheKernelContradictsMayBeOutOfForce) {
+  const DoorRights none = noRights("entry 1");
+  const auto share = shareWith({{"vfs objects", "acl_xattr"}});
+  EXPECT_EQ(smbRights(share, anna(), none, ListKind::clients, {}).read.access, Access::unknown);
+  EXPECT_EQ(smbRights(share, anna(), none, ListKind::ours, {}).read.access, Access::no);
+  EXPECT_EQ(smbRights(share, anna(), none, ListKind::clients, noRights("m")).read.access,
+            Access::no);
+  const auto deaf =
+      shareWith({{"vfs objects", "acl_xattr"}, {"acl_xattr:ignore system acls", "yes"}});
+  EXPECT_EQ(smbRights(deaf, anna(), none, ListKind::clients, {}).read.access, Access::no);
 }
 
 TEST(SmbShareRule, WhatTheKernelRefusesIsRefused) {
-  EXPECT_EQ(smbRights(shareWith({}), anna(), {}, true, noRights("mode")).read.why, "mode");
+  EXPECT_EQ(smbRights(shareWith({}), anna(), {}, ListKind::ours, noRights("mode")).read.why,
+            "mode");
 }
 
 TEST(ExportTable, HasTheOptionsOfTheUsualFlavour) {

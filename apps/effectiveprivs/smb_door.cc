@@ -98,6 +98,22 @@ DoorRight writing(const SmbShare& share, const SmbPerson& person) {
   return {};
 }
 
+// What smbd makes of the list. Told not to ignore the kernel's ACL, it goes by that alone where it
+// is not what it was when a client set the list; whether it is only smbd knows.
+ListRights inForce(const SmbShare& share, const ListRights& list, ListKind kind,
+                   const DoorRights& kernel) {
+  const bool mayBeStale =
+      kind == ListKind::clients && !share.isOn("acl_xattr:ignore system acls", false);
+  ListRights rights = list;
+  if (!mayBeStale) return rights;
+  for (DoorRight DoorRights::*right : {&DoorRights::read, &DoorRights::write})
+    if ((list.*right).access == Access::no && (kernel.*right).access == Access::yes)
+      rights.*right = {
+          Access::unknown,
+          "the kernel lets in whom the list that a client set does not: " + (list.*right).why};
+  return rights;
+}
+
 bool isBelow(const std::string& path, const std::string& folder) {
   return path == folder || folder == "/" || path.starts_with(folder + "/");
 }
@@ -147,14 +163,15 @@ SmbConfiguration parseSmbConfiguration(const std::string& text) {
 }
 
 DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListRights& list,
-                     bool hasList, const DoorRights& kernel) {
+                     ListKind kind, const DoorRights& kernel) {
   DoorRights rights;
   const DoorRight in = admission(share, person);
   restrict(rights, {in, in});
   // smbd asks no list of root, and whoever "admin users" has is root to it.
   const bool isRoot = person.kernel.isRoot();
   const bool hasModule = share.value("vfs objects").find("acl_xattr") != std::string::npos;
-  if (hasModule && hasList && !isRoot) restrict(rights, list);
+  if (hasModule && kind != ListKind::none && !isRoot)
+    restrict(rights, inForce(share, list, kind, kernel));
   restrict(rights.write, writing(share, person));
   restrict(rights, kernel);
   if (!isRoot && isListed(share.value("admin users"), person) != Access::no)
@@ -227,7 +244,7 @@ DoorRight SmbDoor::logOn(const SmbShare& share, const SmbPerson& person) const {
           person.name + " has no account in Samba (smbpasswd -a " + person.name + ")"};
 }
 
-DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, bool hasList,
+DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, ListKind kind,
                              std::string& share) const {
   const DoorRights kernel = facts_.kernelRights(person.kernel);
   if (!fault_.empty()) {
@@ -253,7 +270,7 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, bo
     DoorRights rights;
     const DoorRight in = logOn(*one, person);
     restrict(rights, {in, in});
-    restrict(rights, smbRights(*one, person, list, hasList, kernel));
+    restrict(rights, smbRights(*one, person, list, kind, kernel));
     improve(best.read, rights.read);
     improve(best.write, rights.write);
     share += (share.empty() ? "" : ", ") + one->name;

@@ -40,6 +40,9 @@ struct SmbPerson {
   bool isAnybody = false;  // who can log on, whatever the name is
 };
 
+// Who made the list: this system, or an SMB client or server, whose list is complete.
+enum class ListKind { none, ours, clients };
+
 // What the list gives, or where there is none what the mode does, with the reason of what it
 // does not give.
 using ListRights = DoorRights;
@@ -47,7 +50,7 @@ using ListRights = DoorRights;
 // The rule: what smbd 4.17 lets a user do over a share that has its module acl_xattr, and over one
 // that has not. `kernel` is what the kernel lets a process of the user do.
 DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListRights& list,
-                     bool hasList, const DoorRights& kernel);
+                     ListKind kind, const DoorRights& kernel);
 
 class SmbDoor {
  public:
@@ -58,7 +61,7 @@ class SmbDoor {
   std::vector<std::uint32_t> uidsThatMatter() const;
   std::vector<std::uint32_t> gidsThatMatter() const;
   // The best of these.
-  DoorRights rightsOf(const SmbPerson& person, const ListRights& list, bool hasList,
+  DoorRights rightsOf(const SmbPerson& person, const ListRights& list, ListKind kind,
                       std::string& share) const;
 
  private:
