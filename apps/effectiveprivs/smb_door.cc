@@ -182,7 +182,7 @@ DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListR
 SmbDoor::SmbDoor(const std::string& root, const PathFacts& facts, SambaAccountReader& accounts)
     : facts_(facts), accounts_(accounts) {
   const std::string program = root + "/usr/bin/testparm";
-  const ProgramOutcome ended = runBoundedProgram(program, {"-s"}, kPatience, kMostOutput);
+  const BoundedOutcome ended = runBoundedProgram(program, {"-s"}, kPatience, kMostOutput);
   if (ended.status != 0 || ended.exitStatus != 0) {
     fault_ = program + ": " +
              (ended.status != 0 ? std::generic_category().message(ended.status)
