@@ -98,20 +98,11 @@ DoorRight writing(const SmbShare& share, const SmbPerson& person) {
   return {};
 }
 
-// What smbd makes of the list. Told not to ignore the kernel's ACL, it goes by that alone where it
-// is not what it was when a client set the list; whether it is only smbd knows.
-ListRights inForce(const SmbShare& share, const ListRights& list, ListKind kind,
-                   const DoorRights& kernel) {
-  const bool mayBeStale =
-      kind == ListKind::clients && !share.isOn("acl_xattr:ignore system acls", false);
-  ListRights rights = list;
-  if (!mayBeStale) return rights;
-  for (DoorRight DoorRights::*right : {&DoorRights::read, &DoorRights::write})
-    if ((list.*right).access == Access::no && (kernel.*right).access == Access::yes)
-      rights.*right = {
-          Access::unknown,
-          "the kernel lets in whom the list that a client set does not: " + (list.*right).why};
-  return rights;
+// What smbd's module goes by beside the kernel.
+DoorRights judgedByModule(const SmbShare& share, const SmbObject& object) {
+  const bool heedsKernel = !share.isOn("acl_xattr:ignore system acls", false);
+  if (object.kind == ListKind::none) return heedsKernel ? DoorRights{} : object.mode;
+  return object.kind == ListKind::overridden && heedsKernel ? DoorRights{} : object.list;
 }
 
 bool isBelow(const std::string& path, const std::string& folder) {
@@ -162,18 +153,16 @@ SmbConfiguration parseSmbConfiguration(const std::string& text) {
   return configuration;
 }
 
-DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListRights& list,
-                     ListKind kind, const DoorRights& kernel) {
+DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbObject& object) {
   DoorRights rights;
   const DoorRight in = admission(share, person);
   restrict(rights, {in, in});
   // smbd asks no list of root, and whoever "admin users" has is root to it.
   const bool isRoot = person.kernel.isRoot();
   const bool hasModule = share.value("vfs objects").find("acl_xattr") != std::string::npos;
-  if (hasModule && kind != ListKind::none && !isRoot)
-    restrict(rights, inForce(share, list, kind, kernel));
+  if (hasModule && !isRoot) restrict(rights, judgedByModule(share, object));
   restrict(rights.write, writing(share, person));
-  restrict(rights, kernel);
+  restrict(rights, object.kernel);
   if (!isRoot && isListed(share.value("admin users"), person) != Access::no)
     restrict(rights, unknownRights("share \"" + share.name + "\": admin users has " + person.name));
   return rights;
@@ -260,6 +249,7 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, Li
     return isOpen ? unknownRights("a share's path depends on its client")
                   : noRights("not published over SMB");
   }
+  const SmbObject object{list, kind, kernel, facts_.modeRights(person.kernel)};
   DoorRights best = noRights({});
   const auto improve = [](DoorRight& right, const DoorRight& other) {
     const bool isBetter = right.why.empty() || other.access == Access::yes ||
@@ -270,7 +260,7 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, Li
     DoorRights rights;
     const DoorRight in = logOn(*one, person);
     restrict(rights, {in, in});
-    restrict(rights, smbRights(*one, person, list, kind, kernel));
+    restrict(rights, smbRights(*one, person, object));
     improve(best.read, rights.read);
     improve(best.write, rights.write);
     share += (share.empty() ? "" : ", ") + one->name;
