@@ -27,7 +27,7 @@ set(PADDOCK_LAYERS
   "apps_keelhouse  | apps/keelhouse       | samba wire base"
   "apps_quotascan  | apps/quotascan       | volumes platform_linux platform base"
   "apps_copyprivs  | apps/copyprivs       | privileges platform_linux configuration wire platform api base"
-  "apps_effectiveprivs | apps/effectiveprivs | exports privileges platform_linux configuration wire platform api base"
+  "apps_effectiveprivs | apps/effectiveprivs | exports samba privileges platform_linux configuration wire platform api base"
   "apps_synchronize_shares | apps/synchronize-shares | store platform_linux configuration platform samba api base"
 )
 

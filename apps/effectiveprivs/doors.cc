@@ -85,14 +85,14 @@ std::vector<std::uint32_t> Doors::gidsThatMatter() const {
   return gids;
 }
 
-DoorQuestions Doors::questions(bool hasList) const {
-  return {[this, hasList](const Visitor& visitor, const ListRights& list) {
-            return answerFor(visitor, list, hasList);
+DoorQuestions Doors::questions(ListKind kind) const {
+  return {[this, kind](const Visitor& visitor, const ListRights& list) {
+            return answerFor(visitor, list, kind);
           },
           uidsThatMatter(), gidsThatMatter()};
 }
 
-PathAnswer Doors::answerFor(const Visitor& visitor, const ListRights& list, bool hasList) const {
+PathAnswer Doors::answerFor(const Visitor& visitor, const ListRights& list, ListKind kind) const {
   PathAnswer answer;
   Door& smb = answer.doors[0];
   Door& local = answer.doors[1];
@@ -100,7 +100,7 @@ PathAnswer Doors::answerFor(const Visitor& visitor, const ListRights& list, bool
   smb.key = "smb";
   smb.name = "SMB";
   smb.rights =
-      smb_.rightsOf({visitor.name, visitor.kernel, visitor.isAnybody}, list, hasList, smb.where);
+      smb_.rightsOf({visitor.name, visitor.kernel, visitor.isAnybody}, list, kind, smb.where);
   local.key = local.name = "local";
   local.rights = facts_.kernelRights(visitor.kernel);
   nfs.key = "nfs";

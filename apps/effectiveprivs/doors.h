@@ -57,9 +57,9 @@ class Doors {
 
   const PathFacts& facts() const { return facts_; }
   // `list`: what the list and the mode give, with reasons.
-  PathAnswer answerFor(const Visitor& visitor, const ListRights& list, bool hasList) const;
+  PathAnswer answerFor(const Visitor& visitor, const ListRights& list, ListKind kind) const;
   // Good as long as this object.
-  DoorQuestions questions(bool hasList) const;
+  DoorQuestions questions(ListKind kind) const;
 
  private:
   std::vector<std::uint32_t> uidsThatMatter() const;

@@ -20,7 +20,7 @@ SmbPerson bert() { return {"bert", {1001, {1001}}}; }
 SmbShare shareWith(SmbSection parameters) { return {"x", std::move(parameters)}; }
 
 DoorRights open(const SmbShare& share, const SmbPerson& person = anna()) {
-  return smbRights(share, person, {}, true, {});
+  return smbRights(share, person, {.kind = ListKind::inForce});
 }
 
 TEST(SmbConfigurationText, HasSectionsWithWhatGlobalSays) {
@@ -63,16 +63,33 @@ TEST(SmbShareRule, WhatOnlySambaKnowsCannotBeTold) {
 }
 
 TEST(SmbShareRule, TheListCountsWithTheModuleAlone) {
-  const DoorRights none = noRights("entry 1");
+  const SmbObject object{.list = noRights("entry 1"), .kind = ListKind::inForce};
   const auto with = shareWith({{"read only", "No"}, {"vfs objects", "recycle acl_xattr"}});
-  EXPECT_EQ(smbRights(with, anna(), none, true, {}).read.why, "entry 1");
-  EXPECT_EQ(smbRights(with, anna(), none, false, {}).read.access, Access::yes);
-  EXPECT_EQ(smbRights(shareWith({}), anna(), none, true, {}).read.access, Access::yes);
-  EXPECT_EQ(smbRights(with, {"root", {0, {0}}}, none, true, {}).read.access, Access::yes);
+  EXPECT_EQ(smbRights(with, anna(), object).read.why, "entry 1");
+  EXPECT_EQ(smbRights(shareWith({}), anna(), object).read.access, Access::yes);
+  EXPECT_EQ(smbRights(with, {"root", {0, {0}}}, object).read.access, Access::yes);
+}
+
+TEST(SmbShareRule, AListThatTheKernelHasOverriddenCountsWhereTheKernelIsIgnored) {
+  const SmbObject object{.list = noRights("entry 1"), .kind = ListKind::overridden};
+  EXPECT_EQ(smbRights(shareWith({{"vfs objects", "acl_xattr"}}), anna(), object).read.access,
+            Access::yes);
+  const auto deaf =
+      shareWith({{"vfs objects", "acl_xattr"}, {"acl_xattr:ignore system acls", "yes"}});
+  EXPECT_EQ(smbRights(deaf, anna(), object).read.access, Access::no);
+}
+
+TEST(SmbShareRule, WithoutAListTheModeCountsWhereTheKernelIsIgnored) {
+  const SmbObject object{.mode = noRights("mode")};
+  EXPECT_EQ(smbRights(shareWith({{"vfs objects", "acl_xattr"}}), anna(), object).read.access,
+            Access::yes);
+  const auto deaf =
+      shareWith({{"vfs objects", "acl_xattr"}, {"acl_xattr:ignore system acls", "yes"}});
+  EXPECT_EQ(smbRights(deaf, anna(), object).read.why, "mode");
 }
 
 TEST(SmbShareRule, WhatTheKernelRefusesIsRefused) {
-  EXPECT_EQ(smbRights(shareWith({}), anna(), {}, true, noRights("mode")).read.why, "mode");
+  EXPECT_EQ(smbRights(shareWith({}), anna(), {.kernel = noRights("mode")}).read.why, "mode");
 }
 
 TEST(ExportTable, HasTheOptionsOfTheUsualFlavour) {

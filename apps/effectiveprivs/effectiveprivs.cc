@@ -26,6 +26,12 @@ void say(std::ostream& error, const std::string& text) {
   error << "effectiveprivs: " << printable(text) << std::endl;
 }
 
+ListKind kindOf(const ObjectPrivileges& privileges, const PinnedObject& object,
+                const Installation& installation) {
+  if (!privileges.list) return ListKind::none;
+  return installation.objects().isListOverridden(object) ? ListKind::overridden : ListKind::inForce;
+}
+
 Output answerOfEverybody(const Options& options, Installation& installation) {
   const PinnedObject object(options.path);
   ObjectPrivileges privileges = installation.objects().read(object);
@@ -34,8 +40,8 @@ Output answerOfEverybody(const Options& options, Installation& installation) {
     return listing.userWithGuid(subject.guid) || listing.groupWithGuid(subject.guid);
   });
   const Doors doors(object, installation);
-  const Who who = whoMay(privileges, doors.questions(privileges.list.has_value()), listing,
-                         installation.accounts());
+  const Who who = whoMay(privileges, doors.questions(kindOf(privileges, object, installation)),
+                         listing, installation.accounts());
   const ExitStatus status = who.isDoubted() ? unsure : done;
   if (options.json) return {whoJson(options.path, who) + "\n", status};
   return {whoText(objectText(describe(installation.accounts(), options.path, privileges)), who),
@@ -51,7 +57,7 @@ Output explained(const Options& options, Installation& installation, Place& plac
   const KernelPerson person{options.uid, user.hostGids()};
   explanation.answer =
       doors.answerFor({person, explanation.user}, listRights(explanation.permissions),
-                      found.privileges.list.has_value());
+                      kindOf(found.privileges, place.object(), installation));
   if (const FolderAbove* folder = doors.facts().folderThatStops(person))
     explanation.barrier = folder->path;
   const ExitStatus status = explanation.isDoubted() ? unsure : done;

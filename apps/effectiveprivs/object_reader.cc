@@ -11,6 +11,7 @@
 #include "platform/linux/sid_text.h"
 #include "platform/linux/stored_acl.h"
 #include "platform/linux/well_known_sids.h"
+#include "samba/kernel_acl_hash.h"
 
 namespace paddock::effectiveprivs {
 
@@ -58,6 +59,23 @@ KernelObject ObjectReader::readKernel(const PinnedObject& object) {
   if (error != 0) throw failureOf("read the kernel's ACL of", object.path(), error);
   return {status.st_uid, status.st_gid, status.st_mode,
           acl.value ? posix_acl::decode(*acl.value) : std::nullopt};
+}
+
+bool ObjectReader::isListOverridden(const PinnedObject& object) const {
+  const auto valueOf = [&object](const std::string& name) {
+    std::optional<std::string> value;
+    const int error = nt_acl::readValue(linuxExtendedAttributes(), object.number(), name, value);
+    if (error != 0 && error != EOPNOTSUPP) throw failureOf("read the ACL of", object.path(), error);
+    return value;
+  };
+  const auto list = valueOf(attribute_);
+  const auto stored = list ? samba::kernelAclHashIn(*list) : std::nullopt;
+  if (!stored) return false;
+  const struct stat& status = object.status();
+  samba::KernelAcls acls{status.st_uid, status.st_gid, status.st_mode, {}, {}};
+  acls.access = valueOf(posix_acl::kAccessAttribute);
+  if (object.isFolder()) acls.defaultAccess = valueOf(posix_acl::kDefaultAttribute);
+  return samba::kernelAclHashOf(acls) != stored;
 }
 
 std::optional<RuleList> ObjectReader::readList(const PinnedObject& object) const {

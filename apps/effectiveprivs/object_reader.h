@@ -23,6 +23,9 @@ class ObjectReader {
   ObjectPrivileges read(const PinnedObject& object) const;
   // Owner, group and mode alone.
   static ObjectPrivileges readMode(const PinnedObject& object);
+  // Whether the list is one that an SMB client has set before the kernel's ACL became what it is,
+  // so that a server that heeds that ACL passes over the list.
+  bool isListOverridden(const PinnedObject& object) const;
   // What the kernel has of it.
   static KernelObject readKernel(const PinnedObject& object);
 

@@ -153,6 +153,19 @@ DoorRights PathFacts::kernelRights(const KernelPerson& person, const std::string
   return rights;
 }
 
+DoorRights PathFacts::modeRights(const KernelPerson& person) const {
+  const posix_acl::Classes classes = posix_acl::classesOf(kernel_.mode);
+  Bits bits = classes.others;
+  if (std::find(person.gids.begin(), person.gids.end(), kernel_.gid) != person.gids.end())
+    bits = static_cast<Bits>(bits | classes.group);
+  if (person.uid == kernel_.uid) bits = static_cast<Bits>(bits | classes.owner);
+  const DoorRight refused{Access::no, "there is no list, and the mode does not give it"};
+  DoorRights rights;
+  if ((bits & posix_acl::kRead) == 0) rights.read = refused;
+  if ((bits & posix_acl::kWrite) == 0) rights.write = refused;
+  return rights;
+}
+
 DoorRight PathFacts::room(const KernelPerson& person) const {
   struct statvfs volume {};
   if (errnoOf([&] { return ::fstatvfs(file_.get(), &volume); }) == 0) {

@@ -67,6 +67,8 @@ class PathFacts {
   // What the kernel lets somebody do who comes to the path through the folders from `start` on,
   // which is one of those above, or the path itself; empty for all of them.
   DoorRights kernelRights(const KernelPerson& person, const std::string& start = {}) const;
+  // What the classes of the mode that the user is in give together, whatever the kernel's ACL says.
+  DoorRights modeRights(const KernelPerson& person) const;
   // What keeps the user from writing but permissions: a read-only mount, a full disk or quota.
   DoorRight room(const KernelPerson& person) const;
   // The highest folder that the user cannot pass: "stopped at /vol/priv, mode 700, owner root";

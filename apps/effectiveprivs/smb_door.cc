@@ -98,6 +98,13 @@ DoorRight writing(const SmbShare& share, const SmbPerson& person) {
   return {};
 }
 
+// What smbd's module goes by beside the kernel.
+DoorRights judgedByModule(const SmbShare& share, const SmbObject& object) {
+  const bool heedsKernel = !share.isOn("acl_xattr:ignore system acls", false);
+  if (object.kind == ListKind::none) return heedsKernel ? DoorRights{} : object.mode;
+  return object.kind == ListKind::overridden && heedsKernel ? DoorRights{} : object.list;
+}
+
 bool isBelow(const std::string& path, const std::string& folder) {
   return path == folder || folder == "/" || path.starts_with(folder + "/");
 }
@@ -146,17 +153,16 @@ SmbConfiguration parseSmbConfiguration(const std::string& text) {
   return configuration;
 }
 
-DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListRights& list,
-                     bool hasList, const DoorRights& kernel) {
+DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbObject& object) {
   DoorRights rights;
   const DoorRight in = admission(share, person);
   restrict(rights, {in, in});
   // smbd asks no list of root, and whoever "admin users" has is root to it.
   const bool isRoot = person.kernel.isRoot();
   const bool hasModule = share.value("vfs objects").find("acl_xattr") != std::string::npos;
-  if (hasModule && hasList && !isRoot) restrict(rights, list);
+  if (hasModule && !isRoot) restrict(rights, judgedByModule(share, object));
   restrict(rights.write, writing(share, person));
-  restrict(rights, kernel);
+  restrict(rights, object.kernel);
   if (!isRoot && isListed(share.value("admin users"), person) != Access::no)
     restrict(rights, unknownRights("share \"" + share.name + "\": admin users has " + person.name));
   return rights;
@@ -165,7 +171,7 @@ DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListR
 SmbDoor::SmbDoor(const std::string& root, const PathFacts& facts, SambaAccountReader& accounts)
     : facts_(facts), accounts_(accounts) {
   const std::string program = root + "/usr/bin/testparm";
-  const ProgramOutcome ended = runBoundedProgram(program, {"-s"}, kPatience, kMostOutput);
+  const BoundedOutcome ended = runBoundedProgram(program, {"-s"}, kPatience, kMostOutput);
   if (ended.status != 0 || ended.exitStatus != 0) {
     fault_ = program + ": " +
              (ended.status != 0 ? std::generic_category().message(ended.status)
@@ -227,7 +233,7 @@ DoorRight SmbDoor::logOn(const SmbShare& share, const SmbPerson& person) const {
           person.name + " has no account in Samba (smbpasswd -a " + person.name + ")"};
 }
 
-DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, bool hasList,
+DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, ListKind kind,
                              std::string& share) const {
   const DoorRights kernel = facts_.kernelRights(person.kernel);
   if (!fault_.empty()) {
@@ -243,6 +249,7 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, bo
     return isOpen ? unknownRights("a share's path depends on its client")
                   : noRights("not published over SMB");
   }
+  const SmbObject object{list, kind, kernel, facts_.modeRights(person.kernel)};
   DoorRights best = noRights({});
   const auto improve = [](DoorRight& right, const DoorRight& other) {
     const bool isBetter = right.why.empty() || other.access == Access::yes ||
@@ -253,7 +260,7 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, bo
     DoorRights rights;
     const DoorRight in = logOn(*one, person);
     restrict(rights, {in, in});
-    restrict(rights, smbRights(*one, person, list, hasList, kernel));
+    restrict(rights, smbRights(*one, person, object));
     improve(best.read, rights.read);
     improve(best.write, rights.write);
     share += (share.empty() ? "" : ", ") + one->name;

@@ -40,14 +40,25 @@ struct SmbPerson {
   bool isAnybody = false;  // who can log on, whatever the name is
 };
 
+// Overridden: an SMB client has set it, and the kernel's ACL was changed since, see
+// samba/kernel_acl_hash.h.
+enum class ListKind { none, inForce, overridden };
+
 // What the list gives, or where there is none what the mode does, with the reason of what it
 // does not give.
 using ListRights = DoorRights;
 
-// The rule: what smbd 4.17 lets a user do over a share that has its module acl_xattr, and over one
-// that has not. `kernel` is what the kernel lets a process of the user do.
-DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const ListRights& list,
-                     bool hasList, const DoorRights& kernel);
+// What a user has of an object by each of these.
+struct SmbObject {
+  ListRights list{};
+  ListKind kind = ListKind::none;
+  DoorRights kernel{};
+  DoorRights mode{};  // the bits of every class that the user is in
+};
+
+// The rule: what smbd lets a user do over a share that has its module acl_xattr, told to ignore the
+// kernel's ACLs or not, and over one that has not.
+DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbObject& object);
 
 class SmbDoor {
  public:
@@ -58,7 +69,7 @@ class SmbDoor {
   std::vector<std::uint32_t> uidsThatMatter() const;
   std::vector<std::uint32_t> gidsThatMatter() const;
   // The best of these.
-  DoorRights rightsOf(const SmbPerson& person, const ListRights& list, bool hasList,
+  DoorRights rightsOf(const SmbPerson& person, const ListRights& list, ListKind kind,
                       std::string& share) const;
 
  private:

@@ -50,7 +50,10 @@ class WhoMay : public ::testing::Test {
   static DoorQuestions doors() {
     return {[](const Visitor&, const ListRights& list) {
       PathAnswer answer;
-      for (Door& door : answer.doors) door.rights = list;
+      for (std::size_t at = 0; at < kDoors; ++at) {
+        answer.doors[at].name = std::array{"SMB", "local", "NFS"}[at];
+        answer.doors[at].rights = list;
+      }
       answer.whole = list;
       return answer;
     }};

@@ -1,9 +1,13 @@
 #include "keelhouse/effective_commands.h"
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "base/text.h"
 #include "keelhouse/access_programs.h"
@@ -14,11 +18,15 @@
 #include "keelhouse/named_share.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/terminal_text.h"
+#include "keelhouse/tree_program.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
 
 namespace {
+
+constexpr const char* kProgram =
+    "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";
 
 std::uint32_t uidOf(const Session& session, const std::string& user) {
   if (user.empty()) throw usageFailure("the user's name is empty");
@@ -54,6 +62,23 @@ std::optional<std::uint32_t> askProgram(const Session& session, const std::strin
   return static_cast<std::uint32_t>(leadingInteger(output.str())) & kAllRights;
 }
 
+// The answer for the path as a whole; in JSON everything that there is to say. Absent where nobody
+// can say it: neither the daemon nor this installation has the program.
+std::optional<ExitStatus> printAnswer(const Session& session, const std::string& path,
+                                      std::uint32_t uid) {
+  const std::string operation = session.json ? "explain" : "answer";
+  try {
+    return judgeAccess(session, operation, {{"path", path}, {"uid", uid}},
+                       {"--" + operation, "-p", path, "-u", std::to_string(uid)});
+  } catch (const Failure& failed) {
+    constexpr long kNotFound = 404;
+    const auto* refusal = dynamic_cast<const Refusal*>(&failed);
+    const bool isUnknown = refusal != nullptr && refusal->httpStatus() == kNotFound;
+    if (!isUnknown && (::geteuid() != 0 || canRunTreeProgram(session, kProgram))) throw;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 ExitStatus showEffective(const Session& session, const std::string& typedPath,
@@ -66,20 +91,19 @@ ExitStatus showEffective(const Session& session, const std::string& typedPath,
   std::optional<std::uint32_t> bitmap = askBitmap(session, path, uid);
   if (*bitmap == 0) bitmap = askProgram(session, path, uid);
   if (!bitmap) return ExitStatus::failed;
-  if (session.json && canRunTreeProgram(session, kProgram))
-    return explainEffective(session, path, std::to_string(uid));
+  if (const auto status = printAnswer(session, path, uid)) {
+    if (session.json || *status == ExitStatus::failed) return *status;
+    session.out << printable(formatRights(*bitmap, isFolder(privileges))) << '\n';
+    return *status;
+  }
   if (session.json) {
     session.out << wire::writeJsonPretty(
                        Dictionary{{"path", path}, {"uid", uid}, {"bitmap", *bitmap}})
                 << '\n';
-    return ExitStatus::done;
+  } else {
+    session.out << printable(formatRights(*bitmap, isFolder(privileges))) << '\n';
   }
-  ExitStatus status = ExitStatus::done;
-  if (canRunTreeProgram(session, kProgram))
-    status = runTreeProgram(session, kProgram, {"--answer", "-p", path, "-u", std::to_string(uid)});
-  if (status == ExitStatus::failed) return status;
-  session.out << printable(formatRights(*bitmap, isFolder(privileges))) << '\n';
-  return status;
+  return ExitStatus::done;
 }
 
 ExitStatus explainEffective(const Session& session, const std::string& typedPath,

@@ -138,6 +138,15 @@ TEST_F(EffectivePrograms, TheAnswerForThePathComesBeforeTheRights) {
   EXPECT_EQ(out_, "--answer -p /srv/a -u 7\nlist\n");
 }
 
+TEST_F(EffectiveCommands, TheDaemonIsAskedForTheAnswerFirst) {
+  answerBitmap("2");
+  daemon_.answer(R"({"status":4,"output":"Cannot tell: why\n","errors":""})");
+  EXPECT_EQ(run({"effective", "/srv/a", "7"}), 4) << error_;
+  EXPECT_EQ(out_, "Cannot tell: why\nlist\n");
+  EXPECT_EQ(target(2), "POST /v1/paddock_access/answer");
+  EXPECT_EQ(body(2), R"({"path":"/srv/a","uid":7})");
+}
+
 TEST_F(EffectivePrograms, JsonIsTheProgramsOwn) {
   installScript("echo \"$@\"\n");
   listenInTree();

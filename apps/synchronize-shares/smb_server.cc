@@ -17,7 +17,7 @@ constexpr std::string_view kNotRunning = "Can't find pid for destination";
 }  // namespace
 
 std::string tellSmbServer(const std::string& program, std::chrono::milliseconds patience) {
-  const ProgramOutcome ended =
+  const BoundedOutcome ended =
       runBoundedProgram(program, {"smbd", "reload-config"}, patience, kKeptOutput);
   if (ended.status == ENOENT) return {};
   if (ended.status == ETIMEDOUT) return "smbd is not told, " + program + " takes too long";

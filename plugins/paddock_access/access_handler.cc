@@ -101,13 +101,18 @@ AccessRequestHandler::AccessRequestHandler(std::unique_ptr<ProgramRunner> runner
     : runner_(std::move(runner)), patience_(patience) {}
 
 std::vector<PluginRequestHandler::Operation> AccessRequestHandler::operations() const {
-  return {{"effective", false}, {"explain", false}, {"who", false}, {"previewPropagation", true}};
+  return {{"effective", false},
+          {"answer", false},
+          {"explain", false},
+          {"who", false},
+          {"previewPropagation", true}};
 }
 
 Dictionary AccessRequestHandler::performOperation(std::string_view name,
                                                   const Dictionary& request) {
   try {
     if (name == "effective") return judge(nullptr, true, request);
+    if (name == "answer") return judge("--answer", true, request);
     if (name == "explain") return judge("--explain", true, request);
     if (name == "who") return judge("--who", false, request);
     if (name == "previewPropagation") return preview(request);

@@ -54,7 +54,7 @@ TEST_F(AccessHandlerTest, ViewersMayAskAllButWhatARunWouldChange) {
   for (const auto& operation : handler_->operations()) {
     if (!operation.changes) reading.push_back(operation.name);
   }
-  EXPECT_THAT(reading, ElementsAre("effective", "explain", "who"));
+  EXPECT_THAT(reading, ElementsAre("effective", "answer", "explain", "who"));
   EXPECT_EQ(handler_->operations().size(), 4U);
 }
 

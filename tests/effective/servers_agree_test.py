@@ -93,7 +93,7 @@ class AgreementTest(SmbTest):
             can_write = session.write(new, b"") or session.make_folder(new)
             self.clear()
         else:
-            can_write = session.may(self.name, RIGHTS["write-data"][1])
+            can_write = any(session.may(self.name, RIGHTS[right][1]) for right in ("write-data", "append"))
         self.assertEqual(smb["write"], "yes" if can_write else "no", what)
 
     def rights_without_a_list(self, user):

@@ -166,9 +166,9 @@ int BoundedRun::reap() {
 
 }  // namespace
 
-ProgramOutcome runBoundedProgram(const std::string& path, const std::vector<std::string>& arguments,
+BoundedOutcome runBoundedProgram(const std::string& path, const std::vector<std::string>& arguments,
                                  std::chrono::milliseconds patience, std::size_t limit) {
-  ProgramOutcome outcome;
+  BoundedOutcome outcome;
   BoundedRun run(limit);
   outcome.status = run.start(path, arguments);
   if (outcome.status != 0) return outcome;

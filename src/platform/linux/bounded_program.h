@@ -9,14 +9,20 @@
 #include <string>
 #include <vector>
 
-#include "platform/program_runner.h"
-
 namespace paddock {
 
+struct BoundedOutcome {
+  // 0: it ran; otherwise the errno of starting it, or ETIMEDOUT when it was ended.
+  int status = 0;
+  std::string output;
+  std::string errorOutput;
+  int exitStatus = 0;  // 128 + the number of the signal that ended it
+};
+
 // Runs the executable at `path`, with that for argv[0] and `arguments` behind it. Of each output
-// stream at most `limit` bytes are kept; the rest is read and dropped. The outcome's status is
-// ENOENT when there is no such program, ETIMEDOUT when it was ended. Any thread may call.
-ProgramOutcome runBoundedProgram(const std::string& path, const std::vector<std::string>& arguments,
+// stream at most `limit` bytes are kept; the rest is read and dropped. ENOENT is there
+// no such program. Any thread may call.
+BoundedOutcome runBoundedProgram(const std::string& path, const std::vector<std::string>& arguments,
                                  std::chrono::milliseconds patience, std::size_t limit);
 
 }  // namespace paddock

@@ -143,7 +143,7 @@ std::shared_ptr<const SambaAccounts> SambaAccountReader::read(std::string& why) 
 
 bool SambaAccountReader::run(const char* program, const std::vector<std::string>& arguments,
                              std::string& output, std::string& why) const {
-  ProgramOutcome outcome = runBoundedProgram(root_ + program, arguments, kPatience, kMostOutput);
+  BoundedOutcome outcome = runBoundedProgram(root_ + program, arguments, kPatience, kMostOutput);
   if (outcome.status == 0 && outcome.exitStatus == 0) {
     output = std::move(outcome.output);
     return true;

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """What effectiveprivs says of a path as a whole and of its doors is what a real smbd and the kernel do.
 
-    doors_test.py CMAKE BUILD_FOLDER
+    path_answers_test.py CMAKE BUILD_FOLDER
 
 Needs root, for namespaces of its own.
 """
