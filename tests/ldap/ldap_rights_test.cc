@@ -10,6 +10,7 @@
 #include "platform/search_node.h"
 #include "platform/services.h"
 #include "store/directory_nodes.h"
+#include "support/run_to_end.h"
 
 namespace paddock {
 namespace {
@@ -169,6 +170,16 @@ TEST_F(LdapReadOnlyDatabase, IsReadOnlyOnceItHasRefusedAChange) {
   LdapOptions root = options();
   root.bindDn = SlapdServer::kRoot;
   writeWholeFile(root.passwordFile, SlapdServer::kRootPassword);
+  // Nobody can add the place of the records while it runs.
+  slapd().stop();
+  const std::string entries = slapd().folder().path("entries");
+  writeWholeFile(entries,
+                 "dn: dc=example\nobjectClass: domain\ndc: example\n\ndn: ou=paddock,dc=example\n"
+                 "objectClass: organizationalUnit\nou: paddock\n");
+  const EndedProgram added = runProgram(
+      {"/usr/sbin/slapadd", "-f", slapd().folder().path("slapd.conf"), "-l", entries}, "");
+  ASSERT_EQ(added.status, 0) << added.error;
+  slapd().start();
   const auto server = std::make_shared<LdapServer>(root);
   EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
   EXPECT_EQ(basis(*makeLdapNode(server)), "refused");
