@@ -62,6 +62,7 @@ class SharePointWritingOrderTest : public ModuleFixture {
                                                     "getAttribute",
                                                     "getAttributeFirstValue",
                                                     "read",
+                                                    "identify",
                                                     "exists",
                                                     "statfs",
                                                     "statistics",

@@ -131,12 +131,12 @@ TEST_F(SharePointWritingTest, AnExportsFileThatCouldNotBeReadAtFirstIsReadBefore
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointWritingTest, AnExportsFileThatWasReadIsNotReadAgainBeforeTheWrites) {
+TEST_F(SharePointWritingTest, AnExportsFileThatOthersChangedIsReadAgainBeforeTheWrites) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
-  setExportsFile(managedBlock({"/srv/c *(rw)"}));
+  setExportsFile(managedBlock({"/srv/a *(ro)", "/srv/c *(rw)"}) + "/by/hand *(ro)\n");
   EXPECT_EQ(write({deletion("/srv/a")}), 0);
-  EXPECT_EQ(exportsFile(), "") << "the lines as they were last read, without the deleted one";
+  EXPECT_EQ(exportsFile(), managedBlock({"/srv/c *(rw)"}) + "/by/hand *(ro)\n");
 }
 
 TEST_F(SharePointWritingTest, RemovingTheLastExportRemovesTheMarkers) {
