@@ -7,9 +7,10 @@
 #include <limits>
 #include <optional>
 #include <sstream>
+#include <string_view>
 
 #include "base/text.h"
-#include "exports/exports_line.h"
+#include "exports/exports_entry.h"
 
 namespace paddock::effectiveprivs {
 
@@ -135,15 +136,16 @@ NfsDoor::NfsDoor(const std::string& root, const PathFacts& facts) : facts_(facts
 }
 
 void NfsDoor::readFile(const std::string& path) {
-  std::string entry;
-  for (const std::string& line : linesOf(textOf(path).value_or(""))) {
-    entry += line;
-    if (goesOnInNextLine(entry)) {
-      entry.back() = ' ';
-      continue;
-    }
-    for (NfsExport& one : parseExportTable(entry)) exports_.push_back(std::move(one));
-    entry.clear();
+  const std::string text = textOf(path).value_or("");
+  std::string_view rest = text;
+  while (true) {
+    const std::size_t start = rest.find_first_not_of(" \t\n\r\v\f");
+    if (start == std::string_view::npos) return;
+    rest.remove_prefix(start);
+    const std::string_view entry = rest.substr(0, exportsEntryLength(rest));
+    for (NfsExport& one : parseExportTable(joinedExportsEntry(entry)))
+      exports_.push_back(std::move(one));
+    rest.remove_prefix(entry.size());
   }
 }
 

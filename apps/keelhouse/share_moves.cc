@@ -360,7 +360,7 @@ ExitStatus renameShare(const Session& session, const std::string& folder, const 
   requireStatus(reply, "readStatus", "the names of the shares cannot be read");
   const Array* list = reply.array("sharePointList");
   if (list != nullptr) requireFree(*list, textOf(stored, "path"), changes);
-  return setShare(session, path, changes, account);
+  return setShare(session, path, changes, account, std::nullopt);
 }
 
 }  // namespace paddock::keelhouse
