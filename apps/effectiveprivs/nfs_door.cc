@@ -11,6 +11,7 @@
 
 #include "base/text.h"
 #include "exports/exports_entry.h"
+#include "exports/exports_line.h"
 
 namespace paddock::effectiveprivs {
 

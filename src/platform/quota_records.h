@@ -29,8 +29,8 @@ struct LimitPair {
 };
 // Those that are absent stay as they are.
 struct QuotaLimits {
-  std::optional<LimitPair> bytes;
-  std::optional<LimitPair> files;
+  std::optional<LimitPair> bytes = std::nullopt;
+  std::optional<LimitPair> files = std::nullopt;
 };
 
 // Types are 0 for users and 1 for groups. Any path on a volume names it, its last component
