@@ -179,7 +179,7 @@ TEST_F(KeelhousePrivileges, AnAclThatCannotBeReadIsReplacedAlone) {
   ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, "no list", 7, 0), 0);
   const EndedProgram shown = keelhouse({"acl", "show", path_});
   EXPECT_EQ(shown.status, 1);
-  EXPECT_THAT(shown.error, HasSubstr("INVALID_ACL_ERR\n"));
+  EXPECT_THAT(shown.error, HasSubstr("(INVALID_ACL_ERR, 100059)\n  error: "));
   EXPECT_EQ(keelhouse({"acl", "add", path_, "allow", "user:root", "read"}).status, 1);
   // The daemon leaves such a list as it is, and reports success.
   EXPECT_EQ(keelhouse({"acl", "clear", path_}).status, 1);
