@@ -10,7 +10,7 @@ import subprocess
 import sys
 
 from socket_requests import SocketRequests
-from tried import INSIDE, READ, WRITE, as_ids, tried, wanted
+from tried import INSIDE, READ, WRITE, as_ids, make_in, opens, tried, wanted
 
 PROGRAM = "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs"
 SHARED, MOUNTED = "/vol/shared", "/mnt/nfs"
@@ -79,10 +79,23 @@ def explain_all(cases):
     return agreeing, doors
 
 
+def could(step, *arguments):
+    """Also where the server refuses because nothing can be written there."""
+    try:
+        step(*arguments)
+        return True
+    except OSError:
+        return False
+
+
 def verdict(path, user):
     """What a user can do with a path of a mount, in the words of a door."""
-    could = tried(path, USERS.get(user, 0), gids_of(user) if user in USERS else [0])
-    read, write = could & READ, could & WRITE
+    def found():
+        if os.path.isdir(path):
+            return READ * could(os.listdir, path) + WRITE * could(make_in, path)
+        return READ * could(opens, path, os.O_RDONLY) + WRITE * could(opens, path, os.O_WRONLY)
+    can = as_ids(USERS.get(user, 0), gids_of(user) if user in USERS else [0], found)
+    read, write = can & READ, can & WRITE
     return "yes" if read and write else "read" if read else "write" if write else "no"
 
 
