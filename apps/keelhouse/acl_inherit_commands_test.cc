@@ -89,8 +89,8 @@ TEST_F(AclInherit, reportsAnAclThatCannotBeRead) {
   answerRead();
   daemon_.answer(R"({"error":"INVALID_ACL_ERR"})");
   EXPECT_EQ(run({"acl", "inherit", "/srv/a", "--apply"}), 1);
-  EXPECT_THAT(error_, StartsWith("keelhouse: what /srv/a inherits cannot be read: "
-                                 "INVALID_ACL_ERR\n"));
+  EXPECT_THAT(error_, StartsWith("keelhouse: what /srv/a inherits cannot be read "
+                                 "(INVALID_ACL_ERR, 100059)\n"));
   answerRead();
   daemon_.answer("{}");
   EXPECT_EQ(run({"acl", "inherit", "/srv/a"}), 1);

@@ -151,7 +151,7 @@ TEST_F(KeelhousePropagation, AMissingProgramIsSaid) {
   fs::remove(program());
   const EndedProgram ended = keelhouse({"propagate", shared_, "--owner", "--follow"});
   EXPECT_EQ(ended.status, 1);
-  EXPECT_THAT(ended.error, HasSubstr("CANNOT_PROPAGATE_PRIVS_ERR\n"));
+  EXPECT_THAT(ended.error, HasSubstr("(CANNOT_PROPAGATE_PRIVS_ERR, 100054)\n  error: "));
 }
 
 // A file that even root cannot change, as long as it lives.
