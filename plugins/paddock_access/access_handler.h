@@ -4,16 +4,18 @@
 // Operations. Each runs one program as the daemon's user and hands its answer on as it is.
 //
 //   effective           {"path", "uid"}   effectiveprivs: what the user may do
+//   answer              {"path", "uid"}   effectiveprivs --answer: and what each door lets through
 //   explain             {"path", "uid"}   effectiveprivs --explain: and why
 //   who                 {"path"}          effectiveprivs --who: who may do something there
 //   previewPropagation  {"path", "mask"}  copyprivs -n: what a run would change
 //
-// The first three take "json" (a boolean), for the program's --json. The reply of a program that
-// ran: "status", its exit status; "output" and "errors", what it wrote to its two streams;
-// previewPropagation has "report", its status file, a property list, when it wrote one. A request
-// that cannot be used and a program that cannot be run or took too long are {"error": text}.
+// The first four take "json" (a boolean), for the program's --json (`explain` and `who` have it).
+// The reply of a program that ran: "status", its exit status; "output" and "errors", what it wrote
+// to its two streams; previewPropagation has "report", its status file, a property list, when it
+// wrote one. A request that cannot be used and a program that cannot be run or took too long are
+// {"error": text}.
 //
-// The first three only read, so viewers may ask them; what a run would change is for
+// The first four only read, so viewers may ask them; what a run would change is for
 // administrators. Nothing here waits for the sharing plug-in's lock. At most four programs run at a
 // time, so that askers cannot take the whole machine; who finds no place in time is told so.
 #pragma once

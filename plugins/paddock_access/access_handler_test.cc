@@ -55,7 +55,7 @@ TEST_F(AccessHandlerTest, ViewersMayAskAllButWhatARunWouldChange) {
     if (!operation.changes) reading.push_back(operation.name);
   }
   EXPECT_THAT(reading, ElementsAre("effective", "answer", "explain", "who"));
-  EXPECT_EQ(handler_->operations().size(), 4U);
+  EXPECT_EQ(handler_->operations().size(), 5U);
 }
 
 TEST_F(AccessHandlerTest, TheProgramGetsPathAndUser) {
