@@ -85,6 +85,17 @@ bool NFSExportParser::readFileIfChanged() {
   }
 }
 
+bool NFSExportParser::readFileWithoutRemoved() {
+  std::erase_if(changes_, [](const Change& change) {
+    return std::holds_alternative<NFSExportRecordPtr>(change);
+  });
+  try {
+    return loadAndRepeatChanges();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 bool NFSExportParser::load() {
   std::string text;
   FileIdentity identity;

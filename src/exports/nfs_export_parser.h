@@ -55,6 +55,9 @@ class NFSExportParser : public ConfigurationParser {
   // what was added and removed and not written yet is then added and removed again. Otherwise
   // nothing, and true.
   bool readFileIfChanged();
+  // `readFile`, but for exports that were removed and are in the file still, because it could not
+  // be written: they stay removed, and leave the file when it is written next.
+  bool readFileWithoutRemoved();
   // Whether something was added or removed that is not in the file.
   bool hasUnwrittenChanges() const { return !changes_.empty(); }
   // `writeFile`, once the file is what was last read or written: as long as it is found changed it

@@ -69,6 +69,16 @@ TEST_F(NFSExportParserChangesTest, WhatWasNotWrittenYetIsDoneAgainOnTheNewLines)
   EXPECT_FALSE(parser->hasUnwrittenChanges());
 }
 
+TEST_F(NFSExportParserChangesTest, OfWhatCouldNotBeWrittenTheRemovalsStay) {
+  const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n/srv/b *(ro)\n" + kEnd);
+  parser->addOrReplaceExport(exportTo("/srv/c"));
+  parser->removeExportWithPath("/srv/a");
+  EXPECT_TRUE(parser->readFileWithoutRemoved());
+  EXPECT_EQ(parser->exportWithPath("/srv/a"), nullptr);
+  EXPECT_EQ(parser->exportWithPath("/srv/c"), nullptr);
+  EXPECT_EQ(written(*parser), "# mine\n" + kBegin + "/srv/b *(ro)\n" + kEnd);
+}
+
 TEST_F(NFSExportParserChangesTest, ALineWrittenJustBeforeAWriteStays) {
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));

@@ -25,7 +25,7 @@ NFSExportParser& shared_exports_parser() {
 void refresh_exports() {
   NFSExportParser& parser = shared_exports_parser();
   if (parser.hasUnwrittenChanges()) {
-    parser.readFile();
+    parser.readFileWithoutRemoved();
   } else {
     parser.readFileIfChanged();
   }

@@ -15,7 +15,8 @@ NFSExportParser& shared_exports_parser();
 
 // Brings the shared parser up to date at the start of a request and between requests: the file is
 // read again when it is not what was last read or written, and when something could not be written
-// to it, which is given up thereby.
+// to it: an export that could not be added is given up thereby, one that could not be removed is
+// not.
 void refresh_exports();
 
 // Sets `record` to the shared parser's export of exactly this path, its own object, or to null.

@@ -377,10 +377,10 @@ void FaultSweepTest::checkReadReply(const Dictionary& reply, const FaultPlan& pl
   }
   if (!folder && concernsOpening(failed)) expected = CANNOT_RETRIEVE_SHARE_POINTS_ERR;
   if (mode().keepFailing) {
-    // The exports file is read first; a failure of it alone is none, the directory's is.
+    // The exports file is read first; a failure of it alone is none, the directory's after it is.
     const bool afterTheDirectory = failed == "volumeInfo.statfs";
     if (failed.rfind("textFiles.", 0) == 0 && (!folder || mode().error)) {
-      expected = folder ? kSuccess : CANNOT_RETRIEVE_SHARE_POINTS_ERR;
+      expected = CANNOT_RETRIEVE_SHARE_POINTS_ERR;
     }
     if (afterTheDirectory) expected = kSuccess;
     // A folder's privileges come before the directory; their own failures are no status.
