@@ -11,8 +11,9 @@ configuration=/etc/paddock/paddockd.toml
 until_seen() {
   local wanted=$1 tries=0
   shift
-  until "$@" 2>&1 | grep -qF -- "$wanted"; do
-    [ "$((tries += 1))" -le 50 ] || fail "$* does not say: $wanted, but: $("$@" 2>&1)"
+  # A command that says it may fail all the same.
+  until grep -qF -- "$wanted" <<<"$("$@" 2>&1 || true)"; do
+    [ "$((tries += 1))" -le 50 ] || fail "$* does not say: $wanted, but: $("$@" 2>&1 || true)"
     sleep 0.2
   done
 }
