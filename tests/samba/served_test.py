@@ -30,6 +30,11 @@ class ServedTest(SharesTest):
             os.makedirs(os.path.dirname(cls.configuration), exist_ok=True)
             os.symlink(cls.world.samba.configuration, cls.configuration)
 
+    def setUp(self):
+        """Of anna alone to write to, so that nothing is to be warned of."""
+        super().setUp()
+        self._give(0o755, "anna", "root")
+
     def run_keelhouse(self, *words):
         """Its exit status and what it wrote to standard error."""
         ended = self.world.paddock._run(*words)  # pylint: disable=protected-access
