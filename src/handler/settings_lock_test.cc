@@ -19,11 +19,6 @@ constexpr auto kNotYet = 100ms;
 
 class SettingsLockTest : public HandlerFixture {
  protected:
-  // All but the question what is served, which is asked when the write is done: servers are slow to
-  // answer, and nothing of the module is read for it.
-  static bool needsTheLock(const ServiceCall& call) {
-    return call.operation != "doCommand" || call.subject != "paddock_services";
-  }
   // Which needs a directory node to ask.
   static Dictionary requestOf(const std::string& operation) {
     return operation == "canAuthDSNode" ? Dictionary{{"dsNodeName", "/Local"}} : Dictionary();
@@ -68,17 +63,37 @@ TEST_F(SettingsLockTest, IdleTicksRunWithoutTheLock) {
   EXPECT_EQ(tick.get(), 0);
 }
 
-TEST_F(SettingsLockTest, IsHeldDuringEveryCallOfAService) {
+// What the servers make of a change is asked when the lock is free again, since they are slow.
+bool asksTheServers(const ServiceCall& call) {
+  return call.operation == "doCommand" && call.subject == "paddock_services";
+}
+bool isOfTheModule(const ServiceCall& call) { return !asksTheServers(call); }
+
+TEST_F(SettingsLockTest, IsFreeWhileTheServersAreAsked) {
+  int calls = 0;
+  trace.when(asksTheServers, [&](const ServiceCall&) {
+    ++calls;
+    EXPECT_TRUE(lockIsFree());
+    return 0;
+  });
+  handler.performOperation("writeSettings", requestOf("writeSettings"));
+  handler.performOperation(
+      "writeSettings",
+      {{"configuration",
+        Dictionary{{"sharePointList", Array{Dictionary{{"path", "/srv/b"}, {"name", "b"}}}}}}});
+  EXPECT_GE(calls, 1);
+}
+
+TEST_F(SettingsLockTest, IsHeldDuringEveryOtherCallOfAService) {
   addSharePoint("a", "/srv/a");
   setExportsFile(managedBlock({"/srv/a *(rw)"}));
   std::atomic<int> free = 0;
   std::atomic<int> calls = 0;
-  trace.when(needsTheLock,
-             [&](const ServiceCall&) {
-               ++calls;
-               if (lockIsFree()) ++free;
-               return 0;
-             });
+  trace.when(isOfTheModule, [&](const ServiceCall&) {
+    ++calls;
+    if (lockIsFree()) ++free;
+    return 0;
+  });
   handler.performOperation("getSharePointList", {});
   handler.performOperation("readSettings", {});
   handler.performOperation("readSettings", {{"optionalArguments", Dictionary{{"path", "/srv/a"}}}});
@@ -149,8 +164,7 @@ class Overlap {
 
 TEST_F(SettingsLockTest, RequestsFromSeveralThreadsNeverOverlap) {
   Overlap overlap;
-  trace.when(needsTheLock,
-             [&overlap](const ServiceCall& call) { return overlap(call); });
+  trace.when(isOfTheModule, [&overlap](const ServiceCall& call) { return overlap(call); });
   constexpr int kThreads = 6;
   constexpr int kRounds = 20;
   std::vector<std::thread> threads;
