@@ -120,16 +120,23 @@ void print(const Session& session, const Dictionary& privileges,
   session.out << formatPrivileges(privileges, all, principals);
 }
 
-// The folder's privileges as they are to be written, seen from what it has. A list that is there
-// already is not written again.
+// The folder's privileges as they are to be written, seen from what it has. What a document says
+// and the folder has already is not written again: that would write its list anew.
 Dictionary settingsFor(const Wanted& wanted, const Dictionary& reading, const std::string& path) {
   const Dictionary present = privilegesIn(reading, path);
   if (wanted.bits.value_or("0") != "0" && !isFolder(present)) {
     throw failure("set-id and sticky bits are for folders, and " + printable(path) +
                   " is none; nothing was changed");
   }
-  Dictionary privileges = wanted.privileges;
-  if (wanted.acl && !isSameList(*wanted.acl, aclOf(present, path))) {
+  if (!wanted.acl) return {{"fileAccessPrivs", wanted.privileges}};
+  Dictionary privileges;
+  for (const std::string_view key : {kOwner, kGroup, kMode}) {
+    const std::string* want = wanted.privileges.string(key);
+    const std::string* have = present.string(key);
+    if (want != nullptr && (have == nullptr || *have != *want))
+      privileges.set(std::string(key), *want);
+  }
+  if (!isSameList(*wanted.acl, aclOf(present, path))) {
     privileges.set("acl", sentAcl(*wanted.acl));
   }
   return {{"fileAccessPrivs", std::move(privileges)}};

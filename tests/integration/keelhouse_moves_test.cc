@@ -58,21 +58,21 @@ TEST_F(KeelhouseMoves, AnUnknownNameIsAnsweredWithTheNearestOne) {
 TEST_F(KeelhouseMoves, AMoveKeepsAllButTheFolder) {
   const std::string from = makeFolder("old");
   const std::string to = makeFolder("new");
-  done({"share", "add", makeFolder("other"), "--nfs", "h(ro)"});
+  done({"share", "add", makeFolder("other"), "--nfs", "192.0.2.7(ro)"});
   done({"share", "add", from, "--name", "plans", "--vsp-name", "Vsp", "--smb-name", "Smb",
-        "--ftp-name", "Ftp", "--nfs", "*(rw,sync)", "--nfs", "h(ro)", "--read-only", "--comment",
+        "--ftp-name", "Ftp", "--nfs", "*(rw,sync)", "--nfs", "192.0.2.7(ro)", "--read-only", "--comment",
         "All plans", "--index"});
   const std::string before = record("plans");
   const std::string moved = done({"share", "move", "plans", to});
   EXPECT_THAT(moved,
               AllOf(HasSubstr("path: " + to + "\nname: plans\n"),
-                    HasSubstr("nfsExportRecord: *(rw,sync) h(ro)\n"),
+                    HasSubstr("nfsExportRecord: *(rw,sync) 192.0.2.7(ro)\n"),
                     HasSubstr("smb.readOnly: yes\n"), HasSubstr("isIndexingEnabled: yes\n")));
   std::string expected = before;
   expected.replace(expected.find(from), from.size(), to);
   EXPECT_EQ(record("plans"), expected);
-  EXPECT_THAT(exports(), AllOf(HasSubstr(to + " *(rw,sync) h(ro)\n"), Not(HasSubstr(from + " ")),
-                               HasSubstr(" h(ro)\n")));
+  EXPECT_THAT(exports(), AllOf(HasSubstr(to + " *(rw,sync) 192.0.2.7(ro)\n"), Not(HasSubstr(from + " ")),
+                               HasSubstr(" 192.0.2.7(ro)\n")));
   EXPECT_EQ(keelhouse({"share", "show", from}).status, 1);
   EXPECT_EQ(keelhouse({"index", "status", from}).status, 1);
 }
@@ -80,7 +80,7 @@ TEST_F(KeelhouseMoves, AMoveKeepsAllButTheFolder) {
 TEST_F(KeelhouseMoves, AFolderThatIsGoneIsSaidInTheListAndCanBeMovedAway) {
   const std::string from = makeFolder("old");
   const std::string to = makeFolder("new");
-  done({"share", "add", from, "--nfs", "h(ro)"});
+  done({"share", "add", from, "--nfs", "192.0.2.7(ro)"});
   EXPECT_THAT(done({"share", "list"}), Not(HasSubstr("FOLDER")));
   std::filesystem::remove_all(from);
   EXPECT_THAT(done({"share", "list"}), AllOf(HasSubstr("  FOLDER\n"), HasSubstr("  gone\n")));
