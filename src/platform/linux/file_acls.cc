@@ -38,11 +38,10 @@ std::optional<std::string> valueOf(const OpenObject& object, const SplitList& li
                                    const posix_acl::Classes& classes) {
   Descriptor descriptor;
   setOwners(descriptor, object);
-  descriptor.list =
-      list.complete
-          ? list.entries
-          : withTail(list.entries, {object.status.st_uid, object.status.st_gid, classes,
-                                    object.isFolder(), (object.status.st_mode & S_ISGID) != 0});
+  descriptor.list = list.complete
+                        ? list.entries
+                        : withTail(list.entries, {object.status.st_uid, object.status.st_gid,
+                                                  classes, object.isFolder()});
   return nt_acl::encode(descriptor);
 }
 

@@ -74,13 +74,12 @@ void appendTail(std::vector<Ace>& list, const Subjects& subjects, const posix_ac
 }
 
 // So that who makes something over SMB can use it, whatever the folder's mode gives its owner.
-void appendPassedOn(std::vector<Ace>& list, const Sid& groupInside,
-                    const posix_acl::Classes& classes) {
+void appendPassedOn(std::vector<Ace>& list, const posix_acl::Classes& classes) {
   const std::uint32_t group = maskOfBits(classes.group, true);
   const std::uint32_t others = maskOfBits(classes.others, true);
   Tail tail(list, kPassedOn);
   tail.add(creatorOwnerSid(), maskOfBits(posix_acl::kAllBits, true) | kOwners | kDeleteMask, 0);
-  tail.add(groupInside, group, others);
+  tail.add(creatorGroupSid(), group, others);
   tail.add(everyoneSid(), others, 0);
 }
 
@@ -124,13 +123,8 @@ bool isTail(Position begin, Position end, bool isFolder) {
   appendTail(made, subjects, classes, isFolder);
   if (std::equal(begin, end, made.begin(), made.end())) return true;
   if (!isFolder) return false;
-  const std::size_t ownPart = made.size();
-  for (const Sid& groupInside : {creatorGroupSid(), subjects.group}) {
-    made.resize(ownPart);
-    appendPassedOn(made, groupInside, classes);
-    if (std::equal(begin, end, made.begin(), made.end())) return true;
-  }
-  return false;
+  appendPassedOn(made, classes);
+  return std::equal(begin, end, made.begin(), made.end());
 }
 
 }  // namespace
@@ -142,9 +136,7 @@ std::vector<Ace> withTail(std::vector<Ace> entries, const TailSource& source) {
   const Subjects subjects{unixSid({PrincipalType::user, source.uid}),
                           unixSid({PrincipalType::group, source.gid})};
   appendTail(entries, subjects, source.classes, source.isFolder);
-  if (passesOn)
-    appendPassedOn(entries, source.passesItsGroupOn ? subjects.group : creatorGroupSid(),
-                   source.classes);
+  if (passesOn) appendPassedOn(entries, source.classes);
   return entries;
 }
 

@@ -7,9 +7,7 @@
 //   denied and allowed to the owner, denied and allowed to the group, allowed to everyone;
 //   on a folder with inheritable entries also, inherited by files and folders and of no effect on
 //   the folder itself: allowed to CREATOR OWNER (everything but changing the owner), denied and
-//   allowed to CREATOR GROUP, allowed to everyone. Where what is made inside has the folder's group
-//   (its set-group-id bit), that group stands in the place of CREATOR GROUP, which is to an SMB
-//   server the maker's first group, whatever group the file has.
+//   allowed to CREATOR GROUP, allowed to everyone.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +23,6 @@ struct TailSource {
   std::uint32_t gid = 0;
   posix_acl::Classes classes;
   bool isFolder = false;
-  bool passesItsGroupOn = false;  // a folder with the set-group-id bit
 };
 
 // The entries, the marker, and the tail of the mode.

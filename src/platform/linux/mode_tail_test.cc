@@ -22,8 +22,8 @@ Ace denied(const Sid& sid, std::uint32_t mask, std::uint8_t flags = 0) {
   return {kDenied, flags, mask, sid, {}};
 }
 
-TailSource source(mode_t mode, bool isFolder = false, bool passesItsGroupOn = false) {
-  return {1000, 100, posix_acl::classesOf(mode), isFolder, passesItsGroupOn};
+TailSource source(mode_t mode, bool isFolder = false) {
+  return {1000, 100, posix_acl::classesOf(mode), isFolder};
 }
 
 std::vector<Ace> joined(std::vector<Ace> list, const std::vector<Ace>& more) {
@@ -96,12 +96,9 @@ TEST(ModeTail, EveryTailIsRecognised) {
   for (mode_t mode = 0; mode <= 0777; ++mode) {
     for (const bool isFolder : {false, true}) {
       for (const auto& entries : {plain, inheritable, {}}) {
-        for (const bool passesItsGroupOn : {false, isFolder}) {
-          const SplitList split =
-              withoutTail(withTail(entries, source(mode, isFolder, passesItsGroupOn)), isFolder);
-          EXPECT_FALSE(split.complete) << mode;
-          EXPECT_EQ(split.entries, entries) << mode;
-        }
+        const SplitList split = withoutTail(withTail(entries, source(mode, isFolder)), isFolder);
+        EXPECT_FALSE(split.complete) << mode;
+        EXPECT_EQ(split.entries, entries) << mode;
       }
     }
   }
@@ -116,15 +113,6 @@ TEST(ModeTail, AFolderWithInheritableEntriesPassesItsModeOn) {
              {kMarker, allowed(kOwner, 0x1601FF), allowed(kGroup, 0x1200A9),
               allowed(kEveryone, 0x1200A9), allowed(creatorOwnerSid(), 0x1701FF, kFlags),
               allowed(creatorGroupSid(), 0x1200A9, kFlags), allowed(kEveryone, 0x1200A9, kFlags)}));
-}
-
-TEST(ModeTail, AFolderWhoseGroupIsInheritedPassesOnWhatTheModeGivesThatGroup) {
-  const std::vector<Ace> entries{allowed(kSomebody, 0x120089, kObjectInherit)};
-  const auto list = withTail(entries, source(0705, true, true));
-  ASSERT_EQ(list.size(), 10U);
-  EXPECT_EQ(list[7], denied(kGroup, 0x29, 0x0B));
-  EXPECT_EQ(list[8], allowed(kGroup, 0x120080, 0x0B));
-  EXPECT_EQ(withTail(entries, source(0755, true, true))[6], allowed(kGroup, 0x1200A9, 0x0B));
 }
 
 TEST(ModeTail, WhoMakesSomethingCanUseItWhateverTheFoldersOwnerMayDo) {
