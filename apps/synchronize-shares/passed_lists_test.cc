@@ -34,8 +34,7 @@ class PassedLists : public ::testing::Test {
   std::string inside() const { return folder_.path("share/inside"); }
   static void store(const std::string& path, const std::vector<Ace>& entries, mode_t mode = 0755) {
     nt_acl::Descriptor descriptor;
-    descriptor.list =
-        nt_acl::withTail(entries, {1000, 100, posix_acl::classesOf(mode), true, false});
+    descriptor.list = nt_acl::withTail(entries, {1000, 100, posix_acl::classesOf(mode), true});
     const std::string value = nt_acl::encode(descriptor).value();
     ASSERT_EQ(::setxattr(path.c_str(), kAttribute, value.data(), value.size(), 0), 0);
   }

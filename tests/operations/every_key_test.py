@@ -471,9 +471,22 @@ class SiblingsTest(OperationsTest):
                 self.assertEqual(set(reply) - {"report"}, {"status", "output", "errors"})
         good = {"path": self.shared, "json": True}
         self.try_variants("paddock_access", "who", good, check)
-        for operation in ("effective", "explain"):
+        for operation in ("effective", "explain", "answer"):
             self.try_variants("paddock_access", operation, dict(good, uid=0), check)
         self.try_variants("paddock_access", "previewPropagation", {"path": self.shared, "mask": 1}, check)
+
+    def test_what_is_served_is_told_or_not_known(self):
+        def check(key):
+            def check_reply(request, status, reply):
+                self.assertEqual(status, 200)
+                self.assertIs(type(reply["status"]), int)
+                if reply["status"] == 0:
+                    self.assertIs(type(reply[key]), list)
+            return check_reply
+        self.try_variants("paddock_services", "getServed", {"paths": [self.shared]}, check("sharePoints"))
+        self.try_variants("paddock_services", "checkShare", {
+            "path": self.shared, "nameOverSMB": "plans", "mayBeNumbered": True,
+            "clients": [{"host": "192.0.2.1", "options": ["ro"]}]}, check("refusals"))
 
     def test_states_are_the_same_for_every_request(self):
         for plugin in ("paddock_vsp", "paddock_nfs"):

@@ -30,25 +30,33 @@ class Folder(namedtuple("Folder", "mode owner group entries")):
         here = [entry for entry in self.entries or () if not entry.flags & ONLY_INHERIT]
         return decided(here, user, self._digit(user), "rwx") if user != self.owner else letters(self.mode >> 6)
 
-    def inside(self, user, maker, is_folder, level=1):
+    def inside(self, user, maker, is_folder, level=1, door="local"):
         """"r" and "w", as far as the user may reach and use what the maker made that many levels below."""
-        passable = "x" in self.may(user) and (level == 1 or "x" in self._passed(user, maker, True, level - 1))
-        found = self._passed(user, maker, is_folder, level) if passable else set()
+        passable = "x" in self.may(user) and (level == 1 or "x" in self._passed(user, maker, True, level - 1, door))
+        found = self._passed(user, maker, is_folder, level, door) if passable else set()
         # Making something takes the right to search, too.
         return found - {"x"} if not is_folder or "x" in found else found - {"w"}
 
-    def _passed(self, user, maker, is_folder, level):
+    def _passed(self, user, maker, is_folder, level, door):
         if user == maker:
             return {"r", "w", "x"}
         passed = [entry for entry in self.entries or () if reaches(entry.flags, is_folder, level)]
-        return decided(passed, user, self._digit_inside(user, maker), "rwx")
+        return decided(passed, user, self._digit_inside(user, maker, door), "rwx")
 
     def _digit(self, user):
         return self.mode >> 3 if GROUPS[self.group] in gids_of(user) else self.mode
 
-    def _digit_inside(self, user, maker):
-        gid = GROUPS[self.group] if self.mode & 0o2000 else USERS[maker]
-        return self.mode >> 3 if gid in gids_of(user) else self.mode
+    def _digit_inside(self, user, maker, door):
+        """To smbd the group is the first one of its maker. To the kernel it is the folder's with the set-group-id
+        bit, and a folder's own group that an entry names has what the mode gives it inside as well."""
+        is_kernels = door != "smb" and (self.mode & 0o2000 or self._names_own_group())
+        gids = ({GROUPS[self.group]} if is_kernels else set()) | (
+            set() if door != "smb" and self.mode & 0o2000 else {USERS[maker]})
+        return self.mode >> 3 if gids & set(gids_of(user)) else self.mode
+
+    def _names_own_group(self):
+        return any(entry.kind == "group" and entry.name == self.group and entry.flags & INHERIT
+                   for entry in self.entries or ())
 
 
 def reaches(flags, is_folder, level):

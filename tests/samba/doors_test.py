@@ -185,7 +185,7 @@ class DoorsTest(SmbTest):
     def compare_passed_on(self, name, folder, makers, is_exact):
         """What Samba tells the kernel of a list is sometimes less than the list, if not `is_exact`."""
         for path, door, maker, is_folder, level in self.made_inside(name, folder, makers):
-            wanted = everybody(lambda user: folder.inside(user, maker, is_folder, level))
+            wanted = everybody(lambda user: folder.inside(user, maker, is_folder, level, door))
             found = self.same_at_both(path, path)
             self.note(name, door, found == wanted)
             if door == "local" or is_exact:
@@ -197,7 +197,7 @@ class DoorsTest(SmbTest):
         for name, folder in PARTLY.items():
             self.make_case(name, folder)
             for path, door, maker, is_folder, level in self.made_inside(name, folder):
-                wanted = everybody(lambda user: folder.inside(user, maker, is_folder, level))
+                wanted = everybody(lambda user: folder.inside(user, maker, is_folder, level, door))
                 found = self.same_at_both(path, path)
                 self.note(name, door, found == wanted)
                 self.assert_at_most(found, wanted, path)
@@ -262,8 +262,9 @@ class DoorsTest(SmbTest):
     def test_a_copy_is_its_makers(self):
         for door, path, folder in self.each_made("copied"):
             wanted = everybody(lambda user: folder.inside(user, "carl", False))
+            over_smb = everybody(lambda user: folder.inside(user, "carl", False, door="smb"))
             self.assertTrue(self.smb("carl").write(path + " over SMB", self.smb("carl").read(path)))
-            self.assertEqual(self.same_at_both(path + " over SMB", door), wanted)
+            self.assertEqual(self.same_at_both(path + " over SMB", door), over_smb)
             as_user("carl", lambda: shutil.copyfile(self.full(path), self.full(path + " locally")) and 0)
             self.assertEqual(self.same_at_both(path + " locally", door), wanted)
 

@@ -110,7 +110,7 @@ def compare(name, folder, maker, made_at, is_exact):
     """How many answers are not as wanted."""
     failed = 0
     for user in PLAIN_USERS:
-        wanted = folder.inside(user, maker, False)
+        wanted = folder.inside(user, maker, False, door=made_at)
         found = {door: access(door, user, name) for door in DOORS}
         same = all(one == found["local"] for one in found.values())
         right = found["local"] == wanted if is_exact else found["local"] <= wanted
