@@ -97,7 +97,7 @@ TEST_F(ServedShares, ANameThatIsMadeUniqueIsAnnounced) {
       "sharePointRecord",
       R"({"isShared":true,"path":"/srv/b/photos","name":"photos-1","nameOverVSP":"photos-1",)"
       R"("nameOverSMB":"photos-1","nameOverFTP":"photos-2"})"));
-  daemon_.answer(R"({"status":0})");
+  daemon_.answer(R"({"status":0,"record":{}})");
   daemon_.answer(R"({"readStatus":0,"sharePointList":[)"
                  R"({"path":"/srv/a","name":"Photos","nameOverFTP":"other"},)"
                  R"({"path":"/srv/c","nameOverFTP":"photos"},)"

@@ -32,7 +32,7 @@ TEST(TestparmOutput, HasTheSharesWithTheirPaths) {
   EXPECT_FALSE(read.shares[0].isAvailable);
   EXPECT_EQ(read.shares[1].path, "/srv/a = b");
   EXPECT_TRUE(read.shares[1].isAvailable);
-  EXPECT_EQ(read.find("hAND"), &read.shares[0]);
+  EXPECT_EQ(read.find("hAND"), read.shares.data());
   EXPECT_EQ(read.find("global"), nullptr);
   EXPECT_TRUE(parseTestparm("").shares.empty());
   EXPECT_TRUE(parseTestparm("path = /a\n[").shares.empty());

@@ -328,7 +328,9 @@ TEST_F(RoundTrips, ShareSettings) {
   ASSERT_NE(shown("share", path_), document);
   const EndedProgram set = keelhouse({"share", "set", path_, "--from", "-"}, json);
   ASSERT_EQ(set.status, 0) << set.error;
-  EXPECT_EQ(shown("share", path_), document);
+  // A name that was taken away is empty, one that never was is absent.
+  EXPECT_EQ(wire::writeJson(withoutEmptyNames(shown("share", path_))),
+            wire::writeJson(withoutEmptyNames(document)));
   done({"share", "remove", path_});
   const EndedProgram added = keelhouse({"share", "add", path_, "--from", "-"}, json);
   ASSERT_EQ(added.status, 0) << added.error;
