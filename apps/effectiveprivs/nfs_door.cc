@@ -18,7 +18,7 @@ namespace paddock::effectiveprivs {
 namespace {
 
 constexpr std::uint32_t kNobody = 65534;
-constexpr std::uintmax_t kMostBytes = 16 * 1024 * 1024;
+constexpr std::uintmax_t kMostBytes = 16U << 20U;
 
 std::optional<std::string> textOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

@@ -225,8 +225,14 @@ void requireMovable(const Dictionary& stored, const std::string& from, const std
 
 void requireUnshared(const Session& session, const std::string& to, const std::string& from) {
   const Dictionary target = readSharePoint(session, to);
-  // A path is found in any letter case.
-  if (!isShared(target) || textOf(target, "path") == from) return;
+  if (!isShared(target)) return;
+  // A path is found in any letter case, and what is taken away from the old one would be the new
+  // one's.
+  if (textOf(target, "path") == from) {
+    throw failure(
+        printable(to) + " differs from " + printable(from) +
+        " in letter case alone\nRemove the share, and add the new one.\nNothing was changed.");
+  }
   throw failure(printable(to) + " is shared already, as " + printable(textOf(target, "name")) +
                 "\nNothing was changed.");
 }

@@ -180,6 +180,10 @@ TEST_F(ShareMoves, NothingIsChangedWhereItCannotBe) {
   daemon_.answer(read(R"({"path":"/x","name":"other","isShared":true})"));
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr(to_ + " is shared already, as other\n"));
+  daemon_.answer(read(shared("/srv/old")));
+  daemon_.answer(read(shared("/srv/old")));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("in letter case alone\n"));
   daemon_.answer(read(shared("/srv/old", R"(,"nfsExportRecord":{"line":"/srv/old @x"})")));
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr("written by hand"));

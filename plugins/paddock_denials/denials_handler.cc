@@ -160,7 +160,7 @@ Dictionary DenialsRequestHandler::setStrict(const std::string& path, bool strict
   return reply;
 }
 
-bool DenialsRequestHandler::refresh(const std::string& path) {
+bool DenialsRequestHandler::refresh(const std::string& path, int triesLeft) {
   Dictionary lists = remembered();
   const Dictionary* form = lists.dictionary(path);
   const JudgedList list = judgedList(services_, path);
@@ -175,6 +175,9 @@ bool DenialsRequestHandler::refresh(const std::string& path) {
     return false;
   }
   if (strict.isChanged) {
+    // Looking up members may take seconds, and what others set in that time stays.
+    if (triesLeft > 0 && readList(*services_.siblings, path) != list.acl)
+      return refresh(path, triesLeft - 1);
     writeList(*services_.siblings, path, strict.acl);
     logMessage(kLogInformation, "The list of " + path + " denies by name who is in a denied group");
   }

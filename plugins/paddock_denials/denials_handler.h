@@ -68,7 +68,7 @@ class DenialsRequestHandler final : public PluginRequestHandler {
   Dictionary setStrict(const std::string& path, bool strict);
   Dictionary refreshStrict();
   // Whether the list was another one before.
-  bool refresh(const std::string& path);
+  bool refresh(const std::string& path, int triesLeft = 3);
   Dictionary remembered();
   void remember(Dictionary strict);
   std::string groupName(std::uint32_t gid);

@@ -2,9 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -29,6 +32,8 @@ using Kind = ProtocolState::Kind;
 
 // Each answers at once, or is not well.
 constexpr std::chrono::seconds kProgramTime{10};
+// Each of them is asked of every service.
+constexpr std::size_t kMostPaths = 1000;
 // A name is first asked for on the network, which takes a second.
 constexpr std::chrono::milliseconds kAdvertisingTime{2500};
 constexpr std::chrono::milliseconds kShortTime{200};
@@ -177,7 +182,9 @@ bool isServed(const std::vector<NamedState>& states, const Folder& folder) {
   for (const NamedState& one : states) {
     if (one.state.kind == Kind::notServed || one.state.kind == Kind::unknown) return false;
   }
-  return folder.fault.empty();
+  return folder.fault.empty() &&
+         std::any_of(states.begin(), states.end(),
+                     [](const NamedState& one) { return one.state.kind == Kind::served; });
 }
 
 std::string sentenceFor(const std::vector<NamedState>& states, const Folder& folder,
@@ -249,8 +256,10 @@ Dictionary ServicesRequestHandler::getServed(const Dictionary& request) {
     for (const SharePointNames& share : all) described_.emplace_back(described(asked, share, true));
     return {{"status", kSuccess}, {"sharePoints", std::move(described_)}};
   }
+  std::set<std::string> named;
   for (const Value& path : *paths) {
-    if (path.string() == nullptr) continue;
+    if (path.string() == nullptr || !named.insert(*path.string()).second) continue;
+    if (named.size() > kMostPaths) return {{"status", E2BIG}, {"error", std::strerror(E2BIG)}};
     const SharePointNames* share = sharePointAt(all, *path.string());
     SharePointNames nobodys;
     nobodys.path = *path.string();

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <cerrno>
 
 #include <filesystem>
 
@@ -74,6 +75,7 @@ TEST_F(ServicesHandlerTest, BothOperationsMayBeViewed) {
 TEST_F(ServicesHandlerTest, AServedSharePointIsSaidToBeOne) {
   const std::string path = makeFolder("photos");
   addSamba(path);
+  addProgram("/usr/bin/smbclient", "echo NT_STATUS_ACCESS_DENIED; exit 1");
   record("photos", path, {{schema::kSmbName, "Photos"}, {schema::kFtpName, "Photos"}});
   const Dictionary share = served(path);
   EXPECT_EQ(*share.string("folder"), "there");
@@ -83,6 +85,34 @@ TEST_F(ServicesHandlerTest, AServedSharePointIsSaidToBeOne) {
   EXPECT_EQ(stateIn(share, "ftp"), "kept");
   EXPECT_EQ(stateIn(share, "nfs"), "not shared");
   EXPECT_EQ(call("getServed").array("sharePoints")->size(), 1U);
+}
+
+TEST_F(ServicesHandlerTest, AnSmbdThatCannotBeAskedIsUnknown) {
+  const std::string path = makeFolder("photos");
+  addSamba(path);
+  record("photos", path, {{schema::kSmbName, "Photos"}});
+  EXPECT_EQ(stateIn(served(path), "smb"), "unknown");
+  EXPECT_EQ(served(path).boolean("isServed"), false);
+  addProgram("/usr/bin/smbclient", "echo NT_STATUS_CONNECTION_REFUSED; exit 1");
+  EXPECT_THAT(*served(path).string("sentence"), testing::HasSubstr("smbd does not answer"));
+}
+
+TEST_F(ServicesHandlerTest, NamesThatAreKeptAloneAreServedByNobody) {
+  const std::string path = makeFolder("photos");
+  record("photos", path, {{schema::kFtpName, "Photos"}});
+  EXPECT_EQ(stateIn(served(path), "ftp"), "kept");
+  EXPECT_EQ(served(path).boolean("isServed"), false);
+}
+
+TEST_F(ServicesHandlerTest, APathIsAskedAboutOnceAndNotTooMany) {
+  EXPECT_EQ(call("getServed", {{"paths", Array{"/a", "/a", "/b"}}}).array("sharePoints")->size(),
+            2U);
+  Array many;
+  for (int number = 0; number <= 1000; ++number) many.emplace_back("/" + std::to_string(number));
+  const Dictionary reply =
+      handler_->performOperation("getServed", {{"paths", many}, {"duringChange", true}});
+  EXPECT_EQ(reply.integer("status"), E2BIG);
+  EXPECT_EQ(reply.find("sharePoints"), nullptr);
 }
 
 TEST_F(ServicesHandlerTest, DuringAChangeATreeOfItsOwnRunsNoProgram) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <system_error>
 #include <thread>
 
@@ -181,6 +182,12 @@ std::optional<ProtocolState> SmbService::whyNotRunning() {
   return whyNotRunning_;
 }
 
+bool saysOneOf(const std::string& said, std::initializer_list<const char*> errors) {
+  return std::any_of(errors.begin(), errors.end(), [&](const char* error) {
+    return said.find(std::string("NT_STATUS_") + error) != std::string::npos;
+  });
+}
+
 // Nobody's session may know of a share without being let in: one that is there is denied, one that
 // is not is no name of the network's.
 std::optional<ProtocolState> SmbService::whyRefused(const std::string& name) {
@@ -191,8 +198,14 @@ std::optional<ProtocolState> SmbService::whyRefused(const std::string& name) {
   for (int left = kTries; left > 0; --left) {
     const ProgramOutcome outcome = world_.ask(kSmbClient, words);
     const std::string said = outcome.output + outcome.errorOutput;
-    if (outcome.status != 0 || said.find("NT_STATUS_BAD_NETWORK_NAME") == std::string::npos)
-      return std::nullopt;
+    if (outcome.status != 0)
+      return ProtocolState::unknown("smbd cannot be asked for the share: smbclient: " +
+                                        std::generic_category().message(outcome.status),
+                                    outcome.status == ENOENT ? "apt-get install smbclient" : "");
+    if (saysOneOf(said, {"CONNECTION_REFUSED", "IO_TIMEOUT", "HOST_UNREACHABLE", "CONNECTION_RESET",
+                         "CONNECTION_DISCONNECTED"}))
+      return ProtocolState::unknown("smbd does not answer at 127.0.0.1");
+    if (!saysOneOf(said, {"BAD_NETWORK_NAME"})) return std::nullopt;
     if (left > 1) std::this_thread::sleep_for(kPause);
   }
   return ProtocolState::notServed("the smbd that runs does not know the share",

@@ -68,6 +68,8 @@ sigset_t blockSignals() {
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) ::sigaddset(&signals, number);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
+  // Sent to who has a lease on a file that somebody opens, which ends a process otherwise.
+  ::signal(SIGIO, SIG_IGN);
   return signals;
 }
 

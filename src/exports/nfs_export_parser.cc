@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <exception>
 #include <iterator>
+#include <set>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -86,8 +88,15 @@ bool NFSExportParser::readFileIfChanged() {
 }
 
 bool NFSExportParser::readFileWithoutRemoved() {
-  std::erase_if(changes_, [](const Change& change) {
-    return std::holds_alternative<NFSExportRecordPtr>(change);
+  std::set<std::string> added;
+  for (const Change& change : changes_) {
+    if (const auto* record = std::get_if<NFSExportRecordPtr>(&change))
+      added.insert((*record)->path());
+  }
+  // With what was added again, its removal before that is given up, too.
+  std::erase_if(changes_, [&](const Change& change) {
+    const auto* removed = std::get_if<std::string>(&change);
+    return removed == nullptr || added.contains(*removed);
   });
   try {
     return loadAndRepeatChanges();
