@@ -16,7 +16,7 @@ namespace paddock::effectiveprivs {
 namespace {
 
 constexpr std::chrono::seconds kPatience{10};
-constexpr std::size_t kMostOutput = 64 * 1024 * 1024;
+constexpr std::size_t kMostOutput = 64U << 20U;
 
 std::string trimmed(const std::string& text) {
   const std::size_t begin = text.find_first_not_of(" \t\r");

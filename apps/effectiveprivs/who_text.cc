@@ -85,7 +85,10 @@ std::string doorNotes(const Who& who) {
   std::stable_sort(notes.begin(), notes.end(),
                    [](const auto& one, const auto& other) { return one.first < other.first; });
   std::string text;
-  for (const auto& [door, why] : notes) text += printable(door + ": " + why) + "\n";
+  for (const auto& [door, why] : notes) {
+    std::string note = door;
+    text.append(printable(note.append(": ").append(why))).append("\n");
+  }
   return text;
 }
 

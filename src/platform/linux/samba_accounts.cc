@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{2};
 constexpr std::chrono::seconds kLifetime{60};
-constexpr std::size_t kMostOutput = 64 * 1024 * 1024;
+constexpr std::size_t kMostOutput = 64U << 20U;
 
 std::string_view trimmed(std::string_view text) {
   const auto isBlank = [](char character) {
