@@ -60,8 +60,8 @@ ChangedFolder changeFolder(const Session& session, const std::string& path, cons
                            const Array& nodeCredentials) {
   ChangedFolder changed;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const TaggedReply reading = first ? *std::move(first) : readTaggedFolder(session, path);
-    first.reset();
+    const TaggedReply reading =
+        first ? *std::exchange(first, std::nullopt) : readTaggedFolder(session, path);
     changed.before = reading.body;
     changed.retried = attempt > 0;
     if (!changed.retried) changed.first = reading.body;
