@@ -8,3 +8,4 @@ file(GLOB scripts ${SCRIPTS_DIR}/*.sh ${SCRIPTS_DIR}/*.py)
 set(tests ${SCRIPTS_DIR}/..)
 file(COPY ${scripts} ${tests}/effective/tried.py ${tests}/support/socket_requests.py
   ${tests}/samba/door_model.py ${tests}/samba/people.py DESTINATION ${GUEST_DIR})
+file(COPY ${SCRIPTS_DIR}/first_hour DESTINATION ${GUEST_DIR})
