@@ -60,8 +60,8 @@ TEST_F(KeelhouseMoves, AMoveKeepsAllButTheFolder) {
   const std::string to = makeFolder("new");
   done({"share", "add", makeFolder("other"), "--nfs", "192.0.2.7(ro)"});
   done({"share", "add", from, "--name", "plans", "--vsp-name", "Vsp", "--smb-name", "Smb",
-        "--ftp-name", "Ftp", "--nfs", "*(rw,sync)", "--nfs", "192.0.2.7(ro)", "--read-only", "--comment",
-        "All plans", "--index"});
+        "--ftp-name", "Ftp", "--nfs", "*(rw,sync)", "--nfs", "192.0.2.7(ro)", "--read-only",
+        "--comment", "All plans", "--index"});
   const std::string before = record("plans");
   const std::string moved = done({"share", "move", "plans", to});
   EXPECT_THAT(moved,
@@ -71,8 +71,8 @@ TEST_F(KeelhouseMoves, AMoveKeepsAllButTheFolder) {
   std::string expected = before;
   expected.replace(expected.find(from), from.size(), to);
   EXPECT_EQ(record("plans"), expected);
-  EXPECT_THAT(exports(), AllOf(HasSubstr(to + " *(rw,sync) 192.0.2.7(ro)\n"), Not(HasSubstr(from + " ")),
-                               HasSubstr(" 192.0.2.7(ro)\n")));
+  EXPECT_THAT(exports(), AllOf(HasSubstr(to + " *(rw,sync) 192.0.2.7(ro)\n"),
+                               Not(HasSubstr(from + " ")), HasSubstr(" 192.0.2.7(ro)\n")));
   EXPECT_EQ(keelhouse({"share", "show", from}).status, 1);
   EXPECT_EQ(keelhouse({"index", "status", from}).status, 1);
 }

@@ -70,7 +70,8 @@ TEST_F(KeelhouseNodes, AuthTellsWhoMayWrite) {
                               authenticate("/Local", "anna"), authenticate("/Local", "nobody")}) {
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.output, "");
-    EXPECT_THAT(refused.error, HasSubstr("cannot change records on /Local: Permission denied (EACCES, 13)\n"));
+    EXPECT_THAT(refused.error,
+                HasSubstr("cannot change records on /Local: Permission denied (EACCES, 13)\n"));
   }
   EXPECT_EQ(done({"record", "list", "mounts"}), "") << "a trial leaves nothing";
 }
