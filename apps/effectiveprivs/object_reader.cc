@@ -19,7 +19,7 @@ namespace {
 
 using Kind = Subject::Kind;
 
-// Placeholders and ways of logging on that no session of a user has.
+// Whoever creates an object, and ways of logging on that no session of a user has.
 bool isNobodys(const nt_acl::Sid& sid) {
   return sid.authority == nt_acl::kCreatorAuthority || sid.authority == nt_acl::kLocalAuthority ||
          nt_acl::isOfSession(sid);
