@@ -11,7 +11,7 @@ packages_of() {
     vm) echo qemu-system-x86 mmdebstrap busybox-static e2fsprogs python3 ;;
     demo) echo curl sqlite3 attr acl ;;
     bench) echo samba-common-bin nfs-kernel-server acl e2fsprogs mount slapd python3 ;;
-    lint) echo clang-format clang-tidy shellcheck python3 ;;
+    lint) echo clang clang-format clang-tidy g++ libclang-dev llvm-dev libgtest-dev libgmock-dev shellcheck python3 ;;
     fuzz) echo clang libclang-rt-14-dev ;;
     fresh) echo mmdebstrap git ;;
     *) die "no packages are listed for \"$1\"" ;;

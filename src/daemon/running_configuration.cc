@@ -48,7 +48,9 @@ void addChanges(const std::string& table, const Value* before, const Value* afte
   const Dictionary left = tableOf(before);
   const Dictionary right = tableOf(after);
   for (const std::string& key : keysOf(left, right)) {
-    if (!same(left.find(key), right.find(key))) changes.push_back(table + "." + key);
+    if (same(left.find(key), right.find(key))) continue;
+    changes.push_back(table);
+    changes.back().append(".").append(key);
   }
 }
 

@@ -83,6 +83,7 @@ void Search::clientChanged(AvahiClient* client, AvahiClientState state, void* se
     static_cast<Search*>(search)->error_ = avahi_client_errno(client);
 }
 
+// NOLINTNEXTLINE(readability-function-size): the parameters are libavahi's.
 void Search::browsed(AvahiServiceBrowser* browser, AvahiIfIndex interface, AvahiProtocol protocol,
                      AvahiBrowserEvent event, const char* name, const char* type,
                      const char* domain, AvahiLookupResultFlags flags, void* search) {
@@ -102,6 +103,7 @@ bool Search::holdsText(AvahiStringList* txt) const {
   return false;
 }
 
+// NOLINTNEXTLINE(readability-function-size): the parameters are libavahi's.
 void Search::resolved(AvahiServiceResolver* /*resolver*/, AvahiIfIndex /*interface*/,
                       AvahiProtocol /*protocol*/, AvahiResolverEvent event, const char* name,
                       const char* /*type*/, const char* /*domain*/, const char* /*host*/,
@@ -117,7 +119,7 @@ void Search::resolved(AvahiServiceResolver* /*resolver*/, AvahiIfIndex /*interfa
 
 AdvertisedService findAdvertised(const std::string& type, const std::string& text,
                                  std::chrono::milliseconds limit) {
-  const AdvertisedService late{Outcome::unknown, {}, "the Avahi daemon does not answer in time"};
+  AdvertisedService late{Outcome::unknown, {}, "the Avahi daemon does not answer in time"};
   // The promise belongs to the thread, which may outlive this call.
   std::promise<AdvertisedService> promise;
   std::future<AdvertisedService> answer = promise.get_future();
