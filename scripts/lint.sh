@@ -62,18 +62,22 @@ run_tidy() {
     -load="$(tidy_folder)/own_declarations.so" "${extra[@]}" "$@" 2>>"$(lint_log clang-tidy).stderr"
 }
 
+# Of the sources on standard input, NUL-separated, those that are tests, or with -v those that are not.
+test_sources() { grep -z "$@" -E '/tests/|^tests/|_test\.cc$' || true; }
+
+# lint_tidy [SOURCE...]: these, or all.
 lint_tidy() {
-  local began=$SECONDS status=0
+  local began=$SECONDS status=0 list
+  list=$(tidy_folder).sources
   : >"$(lint_log clang-tidy).stderr"
   prepare_tidy || return 1
   if [ $# -gt 0 ]; then
-    printf '%s\0' "$@" | run_tidy || status=1
+    printf '%s\0' "$@" >"$list"
   else
-    sources -name '*.cc' -not -path '*/tests/*' -not -name '*_test.cc' -not -path '*/scripts/tidy/*' |
-      run_tidy || status=1
-    sources -path '*/tests/*.cc' -o -name '*_test.cc' |
-      run_tidy --checks='-clang-analyzer-*,-performance-*' || status=1
+    sources -name '*.cc' -not -path '*/scripts/tidy/*' >"$list"
   fi
+  test_sources -v <"$list" | run_tidy || status=1
+  test_sources <"$list" | run_tidy --checks='-clang-analyzer-*,-performance-*' || status=1
   say "clang-tidy took $((SECONDS - began)) s ($(jobs_count) jobs)"
   return "$status"
 }
