@@ -62,10 +62,12 @@ void requireFolder(const std::string& path) {
   struct stat attributes {};
   if (::stat(path.c_str(), &attributes) != 0) {
     throw failure(path + " cannot be shared: " + std::generic_category().message(errno) +
-                  "\nCreate the folder first, or use --force.");
+                  "\nCreate the folder first; share add takes --force as well.");
   }
   if (!S_ISDIR(attributes.st_mode)) {
-    throw failure(path + " is not a folder\nShare the folder that holds it, or use --force.");
+    throw failure(
+        path +
+        " is not a folder\nShare the folder that holds it; share add takes --force as well.");
   }
 }
 
