@@ -74,6 +74,7 @@ std::vector<std::string> indexingCommand() {
 LinuxDirectoryOptions directoryOptions(Clock& clock, Logger& logger) {
   LinuxDirectoryOptions options = configuredDirectory(host().configuration(), host().root());
   options.extraUsers = configuredExtraUsers(host().configuration(), host().root(), clock, logger);
+  options.observer = std::make_shared<HostNodeObserver>();
   return options;
 }
 

@@ -22,17 +22,30 @@ struct NodeFactory {
 // In search order.
 using NodeList = std::vector<NodeFactory>;
 
+// Told what becomes of the nodes of a search. Any thread may call.
+class NodeObserver {
+ public:
+  virtual ~NodeObserver() = default;
+  // The search did without the node, which raised the error.
+  virtual void leftOut(const std::string& path, const DirectoryError& error) = 0;
+  virtual void answered(const std::string& path) = 0;
+};
+
 // Opens the node of the list, or the search node. Throws ENOENT for any other path.
 std::shared_ptr<DirectoryNode> openNode(const std::shared_ptr<const NodeList>& nodes,
-                                        const std::string& path);
+                                        const std::string& path,
+                                        const std::shared_ptr<NodeObserver>& observer = nullptr);
 
 // The node "/Search": read-only, answers what its nodes answer, in the order of the list. A node
-// that throws ends the search with its error, so that an incomplete answer is never passed off
-// as a complete one; a record found by name on an earlier node is found all the same. A user is
-// authenticated by the first node that has a record of the name.
-std::shared_ptr<DirectoryNode> makeSearchNode(std::shared_ptr<const NodeList> nodes);
+// that raises an error is left out, so that a server that is down takes nobody else's records away;
+// when every node did, the first one's error is raised. The observer is told of both; null: nobody
+// is. A user is authenticated by the first node that has a record of the name, and not at all when
+// one before it cannot tell: it might be another one's password.
+std::shared_ptr<DirectoryNode> makeSearchNode(std::shared_ptr<const NodeList> nodes,
+                                              std::shared_ptr<NodeObserver> observer = nullptr);
 
 // A session whose local node is "/Local" of the list.
-std::unique_ptr<DirectorySession> makeSession(std::shared_ptr<const NodeList> nodes);
+std::unique_ptr<DirectorySession> makeSession(std::shared_ptr<const NodeList> nodes,
+                                              std::shared_ptr<NodeObserver> observer = nullptr);
 
 }  // namespace paddock

@@ -10,6 +10,7 @@
 #include "paddock/host.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
+#include "paddock/unanswered_nodes.h"
 
 namespace paddock {
 
@@ -28,7 +29,8 @@ int HostProgramRunner::start(const std::string& path,
 DetachedStart HostProgramRunner::startDetached(const std::string& path,
                                                const std::vector<std::string>& argumentVector) {
   const DetachedProgram program = startDetachedProgram(path, argumentVector);
-  return {program.error, program.process, program.detachError};
+  return {program.error, program.process, program.detachError, program.prepareError,
+          program.executeError};
 }
 
 bool HostProgramRunner::exists(const std::string& path) {
@@ -49,5 +51,11 @@ Dictionary HostPluginCommands::doCommand(const std::string& bundle, const Dictio
 }
 
 void HostLogger::log(int priority, std::string_view text) { logMessage(priority, text); }
+
+void HostNodeObserver::leftOut(const std::string& path, const DirectoryError& error) {
+  noteUnanswered(path, error.what());
+}
+
+void HostNodeObserver::answered(const std::string& path) { noteAnswered(path); }
 
 }  // namespace paddock

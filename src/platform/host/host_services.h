@@ -1,9 +1,11 @@
-// The platform services that the host library itself gives: programs, plug-in commands, the log.
+// The platform services that the host library itself gives: programs, plug-in commands, the log,
+// and the marks of directory nodes that do not answer.
 #pragma once
 
 #include "platform/logger.h"
 #include "platform/plugin_commands.h"
 #include "platform/program_runner.h"
+#include "platform/search_node.h"
 
 namespace paddock {
 
@@ -26,6 +28,13 @@ class HostPluginCommands : public PluginCommands {
 class HostLogger : public Logger {
  public:
   void log(int priority, std::string_view text) override;
+};
+
+// Marks nodes that a search did without, for the daemon's health.
+class HostNodeObserver : public NodeObserver {
+ public:
+  void leftOut(const std::string& path, const DirectoryError& error) override;
+  void answered(const std::string& path) override;
 };
 
 }  // namespace paddock

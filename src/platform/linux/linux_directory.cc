@@ -7,7 +7,8 @@ namespace paddock {
 
 LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& options)
     : database_(std::make_shared<LocalDatabase>(options.databasePath)),
-      adminGroup_(options.adminGroup) {
+      adminGroup_(options.adminGroup),
+      observer_(options.observer) {
   if (options.extraUsers) {
     extraUsers_ = std::make_shared<ExtraUsers>(*options.extraUsers);
     // Nodes, and the database with them, may outlive this service.
@@ -28,7 +29,9 @@ LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& option
   nodes_ = std::make_shared<const NodeList>(std::move(nodes));
 }
 
-std::unique_ptr<DirectorySession> LinuxDirectoryService::openLocal() { return makeSession(nodes_); }
+std::unique_ptr<DirectorySession> LinuxDirectoryService::openLocal() {
+  return makeSession(nodes_, observer_);
+}
 
 void LinuxDirectoryService::refreshExtraUsers() noexcept {
   if (!extraUsers_) return;

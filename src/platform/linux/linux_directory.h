@@ -26,6 +26,8 @@ struct LinuxDirectoryOptions {
   // Whether, and where, the users and groups of "/Local" are given to the host. Every change of
   // them is in the files when the call that made it returns.
   std::optional<ExtraUsersOptions> extraUsers = std::nullopt;
+  // Told of the nodes that a search had to do without; null: nobody is.
+  std::shared_ptr<NodeObserver> observer = nullptr;
 };
 
 class LinuxDirectoryService final : public DirectoryService {
@@ -48,6 +50,7 @@ class LinuxDirectoryService final : public DirectoryService {
   std::shared_ptr<ExtraUsers> extraUsers_;  // null: they are not given to the host
   std::string adminGroup_;
   std::shared_ptr<const NodeList> nodes_;
+  std::shared_ptr<NodeObserver> observer_;
 };
 
 }  // namespace paddock

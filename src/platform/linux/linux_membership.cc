@@ -73,15 +73,35 @@ std::optional<Principal> recordedPrincipal(DirectoryNode& node, const Guid& guid
   return std::nullopt;
 }
 
+int errnoOfError(const DirectoryError& error) {
+  const Status status = error.status().value_or(EIO);
+  return status == 0 ? EIO : status;
+}
+
+// Nodes that could not answer.
+struct Silent {
+  int error = 0;  // of the first of them; 0: there was none
+  bool anyAnswered = false;
+
+  // Of a question that the others had no answer to, although every id has one of its own.
+  int errorForAll() const { return anyAnswered ? 0 : error; }
+};
+
 // Asks the nodes in search order until one has an answer: the host's own users and groups do not
-// wait for a directory server.
+// wait for a directory server, and one that is down is left out.
 template <typename Ask>
-auto firstAnswer(DirectoryService& directory, Ask&& ask)
+auto firstAnswer(DirectoryService& directory, Silent& silent, Ask&& ask)
     -> decltype(ask(std::declval<DirectoryNode&>())) {
   const auto session = directory.openLocal();
   for (const Value& path : session->searchNode()->getAttribute(schema::kSearchPath)) {
     if (path.string() == nullptr) continue;
-    if (auto answer = ask(*session->findNode(*path.string()))) return answer;
+    try {
+      auto answer = ask(*session->findNode(*path.string()));
+      silent.anyAnswered = true;
+      if (answer) return answer;
+    } catch (const DirectoryError& error) {
+      if (silent.error == 0) silent.error = errnoOfError(error);
+    }
   }
   return std::nullopt;
 }
@@ -92,8 +112,7 @@ int errorOf(Work&& work) {
   try {
     return work();
   } catch (const DirectoryError& error) {
-    const Status status = error.status().value_or(EIO);
-    return status == 0 ? EIO : status;
+    return errnoOfError(error);
   }
 }
 
@@ -110,8 +129,11 @@ int LinuxMembership::gidToGuid(std::uint32_t gid, Guid& guid) {
 int LinuxMembership::toGuid(const Principal& principal, Guid& guid) {
   guid = {};
   return errorOf([&] {
-    const auto recorded =
-        firstAnswer(directory_, [&](DirectoryNode& node) { return recordedGuid(node, principal); });
+    Silent silent;
+    const auto recorded = firstAnswer(directory_, silent, [&](DirectoryNode& node) {
+      return recordedGuid(node, principal);
+    });
+    if (const int error = silent.errorForAll(); error != 0) return error;
     guid = recorded.value_or(computedGuid(principal));
     return 0;
   });
@@ -125,7 +147,8 @@ std::vector<Membership::GuidAnswer> LinuxMembership::toGuids(
   std::vector<std::size_t> open(principals.size());
   std::iota(open.begin(), open.end(), std::size_t{0});
   const int error = errorOf([&] {
-    firstAnswer(directory_, [&](DirectoryNode& node) -> std::optional<bool> {
+    Silent silent;
+    firstAnswer(directory_, silent, [&](DirectoryNode& node) -> std::optional<bool> {
       std::vector<Principal> asked;
       asked.reserve(open.size());
       for (const std::size_t at : open) asked.push_back(principals[at]);
@@ -140,7 +163,7 @@ std::vector<Membership::GuidAnswer> LinuxMembership::toGuids(
       open = std::move(left);
       return open.empty() ? std::optional(true) : std::nullopt;
     });
-    return 0;
+    return silent.errorForAll();
   });
   for (const std::size_t at : open)
     answers[at] = error != 0 ? GuidAnswer{error, {}} : GuidAnswer{0, computedGuid(principals[at])};
@@ -150,10 +173,12 @@ std::vector<Membership::GuidAnswer> LinuxMembership::toGuids(
 int LinuxMembership::guidToId(const Guid& guid, std::uint32_t& id, PrincipalType& type) {
   id = 0;
   return errorOf([&] {
-    auto principal =
-        firstAnswer(directory_, [&](DirectoryNode& node) { return recordedPrincipal(node, guid); });
+    Silent silent;
+    auto principal = firstAnswer(directory_, silent, [&](DirectoryNode& node) {
+      return recordedPrincipal(node, guid);
+    });
     if (!principal) principal = computedPrincipal(guid);
-    if (!principal) return ENOENT;
+    if (!principal) return silent.error != 0 ? silent.error : ENOENT;
     id = principal->id;
     type = principal->type;
     return 0;

@@ -8,8 +8,10 @@
 // stays an alias of that id when a record gives the id another GUID: lists that were made before
 // that record still name the same person.
 //
-// Nodes behind the one that has the answer are not asked, so that a directory server that does not
-// answer keeps nobody but its own users and groups, and those whom nobody has, from being known.
+// Nodes behind the one that has the answer are not asked, and one that does not answer is left out:
+// an id that no other node has has its computed GUID then, which always means it. A GUID that no
+// other node has is that of nobody only when all have answered; otherwise the error of the first
+// one that did not is returned, as it is for ids when none did.
 #pragma once
 
 #include <string>

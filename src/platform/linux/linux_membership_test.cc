@@ -122,15 +122,27 @@ TEST_F(LinuxMembershipTest, ANodeBehindTheOneThatHasTheAnswerIsNotAsked) {
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, ANodeThatMightHaveTheAnswerAndIsSilentIsAnError) {
+TEST_F(LinuxMembershipTest, WhileANodeIsSilentIdsHaveTheirComputedGuidsAndUnknownGuidsAreNotNobodys) {
   directory_.addNode("/LDAP/office", "ReadOnly");
   addUser("anna", 1000, std::nullopt);
   directory_.failOpening("/LDAP/office", ETIMEDOUT);
+  const Principal anna{PrincipalType::user, 1000};
+  EXPECT_EQ(userGuid(1000), computedGuid(anna));
+  EXPECT_EQ(principal(computedGuid(anna)), anna);
   Guid guid;
-  EXPECT_EQ(membership_.uidToGuid(1000, guid), ETIMEDOUT);
-  EXPECT_EQ(membership_.gidToGuid(1000, guid), ETIMEDOUT);
+  EXPECT_EQ(membership_.gidToGuid(1000, guid), 0);
+  EXPECT_EQ(guid, computedGuid({PrincipalType::group, 1000}));
   Principal found;
   EXPECT_EQ(membership_.guidToId(kOwn, found.id, found.type), ETIMEDOUT);
+}
+
+TEST_F(LinuxMembershipTest, ANodeBehindOneThatIsSilentIsAsked) {
+  directory_.addNode("/LDAP/office", "ReadOnly");
+  directory_.addNode("/LDAP/home", "ReadOnly");
+  addUser("anna", 1000, kOwn, "/LDAP/home");
+  directory_.failOpening("/LDAP/office", ETIMEDOUT);
+  EXPECT_EQ(userGuid(1000), kOwn);
+  EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
 }
 
 TEST_F(LinuxMembershipTest, ADirectoryThatCannotAnswerGivesItsErrno) {
@@ -174,7 +186,7 @@ TEST_F(LinuxMembershipTest, SeveralHaveTheGuidsThatEachHasAlone) {
   EXPECT_TRUE(membership_.toGuids({}).empty());
 }
 
-TEST_F(LinuxMembershipTest, OfSeveralOnlyThoseThatANodeWasAskedForHaveItsError) {
+TEST_F(LinuxMembershipTest, OfSeveralThoseThatASilentNodeMayKnowHaveTheirComputedGuids) {
   directory_.addNode("/LDAP/office", schema::kReadWrite);
   directory_.failOpening("/LDAP/office", ETIMEDOUT);
   addUser("anna", 1000, kOwn);
@@ -182,8 +194,12 @@ TEST_F(LinuxMembershipTest, OfSeveralOnlyThoseThatANodeWasAskedForHaveItsError) 
       membership_.toGuids({{PrincipalType::user, 1000}, {PrincipalType::user, 1001}});
   EXPECT_EQ(answers.at(0).error, 0);
   EXPECT_EQ(answers.at(0).guid, kOwn);
-  EXPECT_EQ(answers.at(1).error, ETIMEDOUT);
-  EXPECT_EQ(answers.at(1).guid, Guid{});
+  EXPECT_EQ(answers.at(1).error, 0);
+  EXPECT_EQ(answers.at(1).guid, computedGuid({PrincipalType::user, 1001}));
+  directory_.failOpening("/Local", EIO);
+  const auto unanswered = membership_.toGuids({{PrincipalType::user, 1001}});
+  EXPECT_EQ(unanswered.at(0).error, EIO);
+  EXPECT_EQ(unanswered.at(0).guid, Guid{});
 }
 
 }  // namespace

@@ -42,8 +42,12 @@ int PrincipalSids::sidFor(const Guid& guid, nt_acl::Sid& sid) {
     sid = nt_acl::unixSid(principal);
     return 0;
   }
+  if (nt_acl::isForeignGuid(guid)) {
+    // It is remembered as that SID, also while nobody can say that it is no user's or group's.
+    const int forgotten = foreignSid(guid, sid);
+    return forgotten == 0 || error == ENOENT ? forgotten : error;
+  }
   if (error != ENOENT) return error;
-  if (nt_acl::isForeignGuid(guid)) return foreignSid(guid, sid);
   sid = nt_acl::guidSid(guid);
   return 0;
 }

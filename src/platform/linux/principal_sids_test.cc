@@ -212,6 +212,16 @@ TEST_F(PrincipalSidsTest, NoGuidIsWrittenWhileTheMembershipServiceCannotAnswer) 
   EXPECT_EQ(sids_.sidFor(computedGuid({PrincipalType::user, 1000}), sid), ETIMEDOUT);
 }
 
+TEST_F(PrincipalSidsTest, ARememberedSidGoesBackWhileTheMembershipServiceCannotAnswer) {
+  const Guid everyone = guidFor(sids_, sidOf("S-1-1-0"));
+  const Guid stranger = guidFor(sids_, kDomainUser);
+  membership_.failWith(ETIMEDOUT);
+  EXPECT_EQ(sidFor(sids_, everyone), sidOf("S-1-1-0"));
+  EXPECT_EQ(sidFor(sids_, stranger), kDomainUser);
+  Sid sid;
+  EXPECT_EQ(sids_.sidFor(nt_acl::foreignGuid(sidOf("S-1-5-21-1-2-3-9")), sid), ETIMEDOUT);
+}
+
 TEST_F(PrincipalSidsTest, ThreadsReadTheSameSidsAtOnce) {
   PrincipalSids sids(membership_, path());
   const auto read = [&] {

@@ -71,13 +71,26 @@ class Keepsakes {
 // somebody's by now, and whoever has a uid or gid is written by it.
 bool isFinal(const Sid& sid, const Guid& guid) { return unixPrincipal(sid) || isForeignGuid(guid); }
 
-int sidOf(PrincipalSids& sids, const acl::Entry& entry, Sid& sid) {
+// `replaced`: the list that stands on disk. A GUID that is nobody's there stays that while a node
+// that may know it does not answer; another one is not taken for nobody's then.
+int sidOf(PrincipalSids& sids, const acl::Entry& entry, const std::vector<Ace>& replaced,
+          Sid& sid) {
   const Sid* original = originalSid(entry);
   if (original != nullptr && isFinal(*original, *entry.qualifier)) {
     sid = *original;
     return 0;
   }
   const int error = sids.sidFor(*entry.qualifier, sid);
+  if (error != 0 && error != ENOENT) {
+    const Sid nobodys = guidSid(*entry.qualifier);
+    const bool stands = std::any_of(replaced.begin(), replaced.end(), [&](const Ace& ace) {
+      return ace.foreign.empty() && ace.sid == nobodys;
+    });
+    if (stands) {
+      sid = nobodys;
+      return 0;
+    }
+  }
   // To the callers ENOENT is an object that is not there.
   return error == ENOENT ? EINVAL : error;
 }
@@ -88,7 +101,8 @@ const Ace* storedAce(const acl::Entry& entry, const acl::Entry* kept) {
   return kept != nullptr ? unchangedAce(*kept) : nullptr;
 }
 
-int writeEntry(PrincipalSids& sids, const acl::Entry& entry, Keepsakes& keepsakes, Ace& ace) {
+int writeEntry(PrincipalSids& sids, const acl::Entry& entry, const std::vector<Ace>& replaced,
+               Keepsakes& keepsakes, Ace& ace) {
   if (!canBeStored(entry)) return EINVAL;
   const auto kept = entry.origin == nullptr ? keepsakes.take(entry) : nullptr;
   const Ace* stored = storedAce(entry, kept.get());
@@ -97,7 +111,7 @@ int writeEntry(PrincipalSids& sids, const acl::Entry& entry, Keepsakes& keepsake
     return 0;
   }
   Sid sid;
-  if (const int error = sidOf(sids, kept ? *kept : entry, sid); error != 0) return error;
+  if (const int error = sidOf(sids, kept ? *kept : entry, replaced, sid); error != 0) return error;
   ace = stored != nullptr ? *stored : changedAce(entry, sid);
   ace.sid = std::move(sid);
   return 0;
@@ -131,7 +145,7 @@ int writeEntries(PrincipalSids& sids, const acl::List& list, const std::vector<A
   aces.reserve(list.entries.size());
   for (const auto& entry : list.entries) {
     aces.emplace_back();
-    if (const int error = writeEntry(sids, *entry, keepsakes, aces.back()); error != 0)
+    if (const int error = writeEntry(sids, *entry, replaced, keepsakes, aces.back()); error != 0)
       return error;
   }
   return 0;

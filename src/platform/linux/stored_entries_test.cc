@@ -168,5 +168,14 @@ TEST_F(StoredEntriesTest, WhileTheMembershipServiceCannotAnswerEntriesAreReadAnd
   EXPECT_EQ(writeEntries(sids_, ofOne(acl::kExtendedAllow, kRecords, 2), {}, aces), EIO);
 }
 
+TEST_F(StoredEntriesTest, WhoIsNobodyOnDiskStaysThatWhileTheMembershipServiceCannotAnswer) {
+  const std::vector<Ace> stored{allowed(guidSid(kNobodys), 0x120089)};
+  const acl::List list = madeAfresh(read(stored));
+  membership_.failWith(EIO);
+  EXPECT_EQ(written(list, stored), stored);
+  std::vector<Ace> aces;
+  EXPECT_EQ(writeEntries(sids_, list, {}, aces), EIO) << "it may be somebody's";
+}
+
 }  // namespace
 }  // namespace paddock::nt_acl

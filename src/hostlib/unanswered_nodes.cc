@@ -1,0 +1,73 @@
+#include "paddock/unanswered_nodes.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <mutex>
+
+#include "paddock/sys_logger.h"
+
+namespace paddock {
+namespace {
+
+constexpr int kWarning = 4;
+constexpr int kInformation = 6;
+// Of how many requests it is known that they have their line.
+constexpr std::size_t kRequests = 256;
+
+struct Mark {
+  std::string error;
+  std::chrono::system_clock::time_point since;
+  std::deque<std::string> logged;  // ids of requests; empty outside of one
+};
+
+std::mutex gMutex;
+std::map<std::string, Mark> gMarks;
+// So that nobody waits for the others while all nodes answer.
+std::atomic<bool> gAny = false;
+
+// Whether the request has no line yet; it has one then.
+bool takeTurn(Mark& mark, const std::string& request) {
+  if (std::find(mark.logged.begin(), mark.logged.end(), request) != mark.logged.end()) return false;
+  if (mark.logged.size() >= kRequests) mark.logged.pop_front();
+  mark.logged.push_back(request);
+  return true;
+}
+
+}  // namespace
+
+void noteUnanswered(const std::string& path, const std::string& error) {
+  bool isTurn = false;
+  {
+    const std::lock_guard lock(gMutex);
+    const auto [found, isNew] = gMarks.try_emplace(path);
+    if (isNew) found->second.since = std::chrono::system_clock::now();
+    found->second.error = error;
+    gAny = true;
+    isTurn = takeTurn(found->second, currentRequestId());
+  }
+  if (isTurn)
+    logMessage(kWarning, "the directory node " + path + " does not answer and is left out: " + error);
+}
+
+void noteAnswered(const std::string& path) {
+  if (!gAny) return;
+  {
+    const std::lock_guard lock(gMutex);
+    if (gMarks.erase(path) == 0) return;
+    gAny = !gMarks.empty();
+  }
+  logMessage(kInformation, "the directory node " + path + " answers again");
+}
+
+std::vector<UnansweredNode> unansweredNodes() {
+  const std::lock_guard lock(gMutex);
+  std::vector<UnansweredNode> nodes;
+  nodes.reserve(gMarks.size());
+  for (const auto& [path, mark] : gMarks) nodes.push_back({path, mark.error, mark.since});
+  return nodes;
+}
+
+}  // namespace paddock
