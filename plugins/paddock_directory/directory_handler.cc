@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <stdexcept>
 #include <string>
 
 #include "paddock/host.h"
+#include "paddock/unanswered_nodes.h"
 #include "paddock_directory/node_operations.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/linux/configured_options.h"
@@ -14,6 +16,9 @@
 namespace paddock {
 
 namespace {
+
+// In idle ticks, one a second.
+constexpr std::uint64_t kAskAgainEach = 10;
 
 struct Entry {
   const char* name;
@@ -35,6 +40,7 @@ constexpr std::array kEntries = {
 LinuxDirectoryOptions optionsOfHost(Clock& clock, Logger& logger) {
   LinuxDirectoryOptions options = configuredDirectory(host().configuration(), host().root());
   options.extraUsers = configuredExtraUsers(host().configuration(), host().root(), clock, logger);
+  options.observer = std::make_shared<HostNodeObserver>();
   return options;
 }
 
@@ -49,7 +55,16 @@ PluginRequestHandler* DirectoryRequestHandler::init() {
 
 std::int64_t DirectoryRequestHandler::doIdleAtCount(std::uint64_t count) {
   directory_.refreshExtraUsers();
+  if (count % kAskAgainEach == 0) askUnansweredAgain();
   return PluginRequestHandler::doIdleAtCount(count);
+}
+
+// On a thread of its own: a server that is silent would keep the other ticks waiting.
+void DirectoryRequestHandler::askUnansweredAgain() {
+  if (asking_.valid() && asking_.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+    return;
+  if (unansweredNodes().empty()) return;
+  asking_ = std::async(std::launch::async, [this] { nodes::askAgain(directory_, clock_); });
 }
 
 std::vector<PluginRequestHandler::Operation> DirectoryRequestHandler::operations() const {

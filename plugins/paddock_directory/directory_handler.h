@@ -1,6 +1,7 @@
 // The plug-in paddock_directory: the records of the directory for administrators.
 #pragma once
 
+#include <future>
 #include <mutex>
 #include <string_view>
 #include <vector>
@@ -18,7 +19,8 @@ class DirectoryRequestHandler final : public PluginRequestHandler {
   DirectoryRequestHandler();
 
   // Give the users and groups of "/Local" to the host where it is to have them: at the start, and
-  // whenever something has changed without a request.
+  // whenever something has changed without a request. Nodes that did not answer are asked again, so
+  // that they are marked no longer once they do.
   PluginRequestHandler* init() override;
   std::int64_t doIdleAtCount(std::uint64_t count) override;
 
@@ -26,11 +28,14 @@ class DirectoryRequestHandler final : public PluginRequestHandler {
   Dictionary performOperation(std::string_view name, const Dictionary& request) override;
 
  private:
+  void askUnansweredAgain();
+
   LinuxClock clock_;
   HostLogger logger_;
   LinuxDirectoryService directory_;
   // Held by operations that change records: finding one and creating it is not one step.
   std::mutex changing_;
+  std::future<void> asking_;  // the last: it ends before the directory does
 };
 
 }  // namespace paddock

@@ -1,5 +1,6 @@
 #include "paddock_directory/node_operations.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <exception>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "paddock/sys_logger.h"
+#include "paddock/unanswered_nodes.h"
 #include "paddock_directory/replies.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/ldap_node.h"
@@ -52,6 +54,8 @@ Dictionary stateOf(DirectoryService& directory, Clock& clock, const std::string&
 
 std::vector<std::string> pathsOf(DirectoryService& directory, const Dictionary& request) {
   const Array* named = request.array("paths");
+  if (named == nullptr && request.contains("paths"))
+    throw DirectoryError(EINVAL, "paths is no array");
   const Array values = named != nullptr
                            ? *named
                            : directory.openLocal()->searchNode()->getAttribute(schema::kSearchPath);
@@ -61,7 +65,19 @@ std::vector<std::string> pathsOf(DirectoryService& directory, const Dictionary& 
   return paths;
 }
 
+void markState(const Dictionary& node) {
+  const std::string* path = node.string("path");
+  const std::string* error = node.string("error");
+  if (path == nullptr) return;
+  error != nullptr ? noteUnanswered(*path, *error) : noteAnswered(*path);
+}
+
 }  // namespace
+
+void askAgain(DirectoryService& directory, Clock& clock) {
+  for (const UnansweredNode& node : unansweredNodes())
+    markState(stateOf(directory, clock, node.path));
+}
 
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request) {
   return replyOf([&]() -> Dictionary {
@@ -75,6 +91,10 @@ Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& req
           return stateOf(directory, clock, paths[at]);
         }));
       for (std::future<Dictionary>& node : asked) nodes.emplace_back(node.get());
+    }
+    // A path that a request made up is no node that should answer.
+    if (!request.contains("paths")) {
+      for (const Value& node : nodes) markState(*node.dictionary());
     }
     return {{"nodes", std::move(nodes)}};
   });

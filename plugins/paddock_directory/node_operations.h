@@ -16,6 +16,11 @@ namespace paddock::nodes {
 // Several nodes are asked at once, so that some that do not answer keep the others waiting once.
 // "status" is 0, or an errno when there is no search path to read, which then has its text under
 // "error".
+// Without "paths", a node that does not answer is marked for the daemon's health
+// (paddock/unanswered_nodes.h), and one that does no longer.
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request);
+
+// Asks the nodes that are marked, which are so no longer when they answer.
+void askAgain(DirectoryService& directory, Clock& clock);
 
 }  // namespace paddock::nodes

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "paddock/unanswered_nodes.h"
 #include "platform/linux/case_fold.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/fault_plan.h"
@@ -146,9 +147,26 @@ TEST_F(NodeOperationsTest, ASearchPathThatCannotBeReadIsAStatus) {
     plan.countOnly(failing);
     plan.setError(EACCES);
     FaultyDirectory faulty(directory_, plan);
-    EXPECT_EQ(list(faulty), (Dictionary{{"status", EACCES}, {"error", "Permission denied"}}))
-        << failing;
+    const Dictionary reply = list(faulty);
+    EXPECT_EQ(reply.integer("status"), EACCES) << failing;
+    EXPECT_EQ(*reply.string("error"), "Permission denied") << failing;
+    EXPECT_FALSE(reply.contains("nodes")) << failing;
   }
+}
+
+TEST_F(NodeOperationsTest, ANodeThatDoesNotAnswerIsMarkedUntilItDoes) {
+  directory_.addNode("/LDAP/a", "ReadOnly");
+  directory_.failOpening("/LDAP/a", ECONNREFUSED);
+  nodes::list(directory_, clock_, {{"paths", Array{"/LDAP/a", "/LDAP/none"}}});
+  EXPECT_TRUE(unansweredNodes().empty()) << "a path of the request's";
+  nodesOf(directory_);
+  ASSERT_EQ(unansweredNodes().size(), 1U);
+  EXPECT_EQ(unansweredNodes()[0].path, "/LDAP/a");
+  nodes::askAgain(directory_, clock_);
+  EXPECT_EQ(unansweredNodes().size(), 1U);
+  directory_.failOpening("/LDAP/a", 0);
+  nodes::askAgain(directory_, clock_);
+  EXPECT_TRUE(unansweredNodes().empty());
 }
 
 }  // namespace
