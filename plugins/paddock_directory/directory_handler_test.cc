@@ -6,8 +6,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <thread>
 
+#include "paddock/request_conditions.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/directory_schema.h"
 #include "platform/linux/case_fold.h"
@@ -145,6 +147,74 @@ TEST_F(DirectoryHandlerTest, WhatWasReadCanBePutBack) {
   const auto before = record("Docs");
   put(kShares, "Docs", *before);
   EXPECT_EQ(record("Docs"), before);
+}
+
+// Requests that name a state, answered by an identity in the place of a digest.
+class ConditionalDirectoryRequests : public DirectoryHandlerTest {
+ protected:
+  // The reply's tag; absent when the condition did not hold.
+  std::optional<std::string> tagged(const char* operation, const Dictionary& request,
+                                    std::optional<std::string> ifMatch = {}) {
+    const auto hash = [](std::string_view state) {
+      return std::to_string(std::hash<std::string_view>()(state));
+    };
+    RequestConditions conditions(std::move(ifMatch), hash);
+    const RequestConditionsScope scope(&conditions);
+    try {
+      EXPECT_EQ(statusOf(operation, request), 0);
+    } catch (const PreconditionFailed&) {
+      return std::nullopt;
+    }
+    return conditions.replyTag();
+  }
+  static Dictionary docs(const char* value) {
+    return {{"type", kShares}, {"name", "Docs"}, {"attributes", Dictionary{{"a", value}}}};
+  }
+};
+
+TEST_F(ConditionalDirectoryRequests, ARecordIsChangedInTheStateThatWasReadAlone) {
+  put(kShares, "Docs", {{"a", "1"}});
+  const auto tag = tagged("getRecord", docs(""));
+  ASSERT_TRUE(tag && !tag->empty());
+  EXPECT_TRUE(tagged("putRecord", docs("2"), tag));
+  EXPECT_FALSE(tagged("putRecord", docs("3"), tag));
+  EXPECT_FALSE(tagged("deleteRecord", docs(""), tag));
+  EXPECT_EQ(*record("Docs")->array("a"), Array{"2"});
+  EXPECT_TRUE(tagged("deleteRecord", docs(""), tagged("getRecord", docs(""))));
+}
+
+TEST_F(ConditionalDirectoryRequests, AStarMeansARecordThatIsThere) {
+  EXPECT_FALSE(tagged("putRecord", docs("1"), "*"));
+  EXPECT_EQ(record("Docs"), std::nullopt);
+  put(kShares, "Docs");
+  EXPECT_TRUE(tagged("putRecord", docs("1"), "*"));
+}
+
+TEST_F(ConditionalDirectoryRequests, AMissingRecordHasNoTag) {
+  EXPECT_EQ(tagged("getRecord", docs("")), "");
+}
+
+TEST_F(DirectoryHandlerTest, ARefusalSaysWhy) {
+  EXPECT_EQ(*call("putRecord", {{"type", kShares}, {"name", "Docs"}, {"attributes", 7}})
+                 .string("message"),
+            "attributes is no dictionary");
+  EXPECT_FALSE(call("getRecord", {{"type", kShares}, {"name", "Docs"}}).contains("message"));
+}
+
+TEST_F(DirectoryHandlerTest, AKeyOfTheWrongTypeIsRefused) {
+  put(kShares, "Docs");
+  for (const char* key : {"node", "type", "name", "adminUserName", "adminPassword"}) {
+    Dictionary request{{"type", kShares}, {"name", "Docs"}};
+    request.set(key, 7);
+    for (const char* operation : {"listRecords", "getRecord", "putRecord", "deleteRecord"}) {
+      if (std::string(operation) == "listRecords" && std::string(key) == "name") continue;
+      const Dictionary reply = call(operation, request);
+      EXPECT_EQ(*reply.integer("status"), EINVAL) << operation << ' ' << key;
+      EXPECT_EQ(*reply.string("message"), std::string(key) + " is no string");
+    }
+  }
+  EXPECT_EQ(statusOf("listNodes", {{"paths", 7}}), EINVAL);
+  EXPECT_NE(record("Docs"), std::nullopt);
 }
 
 TEST_F(DirectoryHandlerTest, PuttingMayRename) {

@@ -1,9 +1,13 @@
 #include "paddock_directory/record_operations.h"
 
 #include <cerrno>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "base/state_text.h"
+#include "paddock/request_conditions.h"
 #include "paddock_directory/replies.h"
 #include "platform/directory_schema.h"
 #include "platform/directory_values.h"
@@ -14,8 +18,16 @@ namespace paddock::records {
 
 namespace {
 
+// The text under the key; null without one.
+const std::string* optionalText(const Dictionary& request, const char* key) {
+  const Value* value = request.find(key);
+  if (value == nullptr) return nullptr;
+  if (value->string() == nullptr) throw DirectoryError(EINVAL, std::string(key) + " is no string");
+  return value->string();
+}
+
 const std::string& required(const Dictionary& request, const char* key) {
-  const std::string* text = request.string(key);
+  const std::string* text = optionalText(request, key);
   if (text == nullptr || text->empty())
     throw DirectoryError(EINVAL, std::string(key) + " is missing");
   return *text;
@@ -49,15 +61,15 @@ std::vector<std::string> removalsOf(const Dictionary& request) {
 }
 
 std::shared_ptr<DirectoryNode> nodeOf(DirectoryService& directory, const Dictionary& request) {
-  const std::string* path = request.string("node");
+  const std::string* path = optionalText(request, "node");
   return directory.openLocal()->findNode(path == nullptr ? kLocalNodePath : *path);
 }
 
 // Throws EACCES when the request names an administrator who cannot authenticate.
 void authenticate(DirectoryNode& node, const Dictionary& request) {
-  const std::string* name = request.string("adminUserName");
+  const std::string* name = optionalText(request, "adminUserName");
+  const std::string* password = optionalText(request, "adminPassword");
   if (name == nullptr) return;
-  const std::string* password = request.string("adminPassword");
   const Status status =
       node.authenticateName(*name, password == nullptr ? std::string() : *password, false);
   if (status != 0) throw DirectoryError(status, "the administrator cannot be authenticated");
@@ -77,6 +89,19 @@ void removeQuietly(DirectoryRecord& record) {
   } catch (const DirectoryError& error) {
     logTrouble(error);
   }
+}
+
+// The record's state for If-Match and ETag; null: there is none.
+std::optional<std::string> stateOf(DirectoryRecord* record) {
+  if (record == nullptr) return std::nullopt;
+  return stateText(record->getAllAttributesAndValues());
+}
+
+// Throws PreconditionFailed unless the client takes the record as it is.
+void requireState(DirectoryRecord* record) {
+  const RequestConditions* conditions = currentRequestConditions();
+  if (conditions == nullptr || !conditions->hasIfMatch()) return;
+  conditions->require(stateOf(record), record != nullptr);
 }
 
 void create(DirectoryNode& node, const std::string& name, const std::string& type,
@@ -107,7 +132,10 @@ Dictionary get(DirectoryService& directory, const Dictionary& request) {
     const std::string& name = required(request, "name");
     const auto record = authenticatedNode(directory, request)->findRecord(name, type);
     if (!record) return {};
-    return {{"record", record->getAllAttributesAndValues()}};
+    Dictionary attributes = record->getAllAttributesAndValues();
+    if (RequestConditions* conditions = currentRequestConditions())
+      conditions->setReplyState(stateText(attributes));
+    return {{"record", std::move(attributes)}};
   });
 }
 
@@ -119,6 +147,7 @@ Dictionary put(DirectoryService& directory, const Dictionary& request) {
     const std::vector<std::string> removals = removalsOf(request);
     const auto node = authenticatedNode(directory, request);
     const auto record = node->findRecord(name, type);
+    requireState(record.get());
     if (!record) {
       create(*node, name, type, attributes);
       return {};
@@ -134,6 +163,7 @@ Dictionary remove(DirectoryService& directory, const Dictionary& request) {
     const std::string& type = required(request, "type");
     const std::string& name = required(request, "name");
     const auto record = authenticatedNode(directory, request)->findRecord(name, type);
+    requireState(record.get());
     if (record) record->removeRecord();
     return {};
   });

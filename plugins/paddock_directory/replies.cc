@@ -24,7 +24,7 @@ Dictionary failureReply(const DirectoryError& error) {
   Status status = error.status().value_or(EIO);
   if (status == 0) status = EIO;
   if (std::find(kAnswers.begin(), kAnswers.end(), status) == kAnswers.end()) logTrouble(error);
-  return {{"status", status}, {"error", sharing_error_string(status)}};
+  return {{"status", status}, {"error", sharing_error_string(status)}, {"message", error.what()}};
 }
 
 }  // namespace paddock

@@ -12,8 +12,8 @@ namespace paddock {
 // Writes the error to the log.
 void logTrouble(const DirectoryError& error);
 
-// "status" of the error (EIO where it has none) and "error", its text. What is a trouble, not an
-// answer, is logged.
+// "status" of the error (EIO where it has none), "error", the status's text, and "message", why.
+// What is a trouble, not an answer, is logged.
 Dictionary failureReply(const DirectoryError& error);
 
 // What work() returns with "status" 0, or the reply of the error that it throws.
