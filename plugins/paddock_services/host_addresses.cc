@@ -4,6 +4,7 @@
 #include <netdb.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <future>
 #include <memory>
@@ -40,6 +41,12 @@ HostAddresses resolve(const std::string& host) {
   return result;
 }
 
+bool isNumber(const std::string& host) {
+  std::array<unsigned char, sizeof(in6_addr)> address{};
+  return ::inet_pton(AF_INET, host.c_str(), address.data()) == 1 ||
+         ::inet_pton(AF_INET6, host.c_str(), address.data()) == 1;
+}
+
 }  // namespace
 
 HostAddresses addressesOfHost(const std::string& host, std::chrono::milliseconds limit) {
@@ -55,6 +62,18 @@ HostAddresses addressesOfHost(const std::string& host, std::chrono::milliseconds
   }
   if (answer.wait_for(limit) == std::future_status::ready) return answer.get();
   return {HostAddresses::Outcome::late, {}, {}};
+}
+
+const HostAddresses& HostResolver::of(const std::string& host) {
+  const auto known = known_.find(host);
+  if (known != known_.end()) return known->second;
+  if (isNumber(host)) return known_[host] = resolve(host);
+  const auto start = std::chrono::steady_clock::now();
+  HostAddresses found = left_.count() > 0 ? addressesOfHost(host, std::min(each_, left_))
+                                          : HostAddresses{HostAddresses::Outcome::late, {}, {}};
+  left_ -= std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 start);
+  return known_[host] = std::move(found);
 }
 
 }  // namespace paddock

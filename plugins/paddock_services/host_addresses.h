@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <set>
 #include <string>
 
@@ -17,5 +18,21 @@ struct HostAddresses {
 // As getaddrinfo(3) resolves the name, or the number itself. `late`: the resolver has not answered
 // within `limit`; it goes on by itself, and its answer is dropped. Any thread.
 HostAddresses addressesOfHost(const std::string& host, std::chrono::milliseconds limit);
+
+// Resolves each host once, and all together within a time: hosts for which none is left are `late`
+// at once, numbers aside, which need none. One thread.
+class HostResolver {
+ public:
+  explicit HostResolver(std::chrono::milliseconds each = std::chrono::seconds(3),
+                        std::chrono::milliseconds all = std::chrono::seconds(10))
+      : each_(each), left_(all) {}
+
+  const HostAddresses& of(const std::string& host);
+
+ private:
+  const std::chrono::milliseconds each_;
+  std::chrono::milliseconds left_;
+  std::map<std::string, HostAddresses> known_;
+};
 
 }  // namespace paddock

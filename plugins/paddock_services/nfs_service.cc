@@ -83,14 +83,14 @@ ProtocolState joined(const std::vector<ProtocolState>& faults) {
 
 }  // namespace
 
-std::optional<std::string> exportClientFault(const NFSExportClient& client) {
+std::optional<std::string> exportClientFault(const NFSExportClient& client, HostResolver& hosts) {
   for (const std::string& option : client.options) {
     if (!isExportOption(option))
       return "exportfs does not know the option \"" + printable(option) + "\" of " +
              printable(client.host);
   }
   if (!isOneHost(client.host)) return std::nullopt;
-  const HostAddresses found = addressesOfHost(client.host, kResolveTime);
+  const HostAddresses& found = hosts.of(client.host);
   if (found.outcome != HostAddresses::Outcome::none) return std::nullopt;
   return "the host " + printable(client.host) + " does not resolve: " + found.reason;
 }
@@ -186,14 +186,22 @@ const NfsService::Listed* NfsService::listedFor(const std::string& path, const s
     if (asciiLower(one->second.host) == asciiLower(host)) return &one->second;
   }
   if (!isOneHost(host)) return nullptr;
-  const std::set<std::string> addresses = addressesOfHost(host, kResolveTime).addresses;
+  const std::set<std::string>& addresses = hosts_.of(host).addresses;
   for (auto one = first; one != last; ++one) {
     if (!isOneHost(one->second.host)) continue;
-    for (const std::string& address : addressesOfHost(one->second.host, kResolveTime).addresses) {
+    for (const std::string& address : hosts_.of(one->second.host).addresses) {
       if (addresses.contains(address)) return &one->second;
     }
   }
   return nullptr;
+}
+
+ProtocolState NfsService::whyNotTaken(const NFSExportClient& client) {
+  const std::string host = printable(client.host);
+  // Its address may stand in the table.
+  if (isOneHost(client.host) && hosts_.of(client.host).outcome == HostAddresses::Outcome::late)
+    return ProtocolState::unknown("the host " + host + " does not resolve in time");
+  return ProtocolState::notServed("exportfs has not taken the line for " + host, "exportfs -ra");
 }
 
 ProtocolState NfsService::stateOfManaged(const std::string& path,
@@ -205,12 +213,11 @@ ProtocolState NfsService::stateOfManaged(const std::string& path,
   for (const NFSExportClient& client : clients) {
     if (const Listed* listed = listedFor(path, client.host)) {
       served += (served.empty() ? "" : ", ") + withOptions(client.host, listed->options);
-    } else if (auto fault = exportClientFault(client)) {
+    } else if (auto fault = exportClientFault(client, hosts_)) {
       faults.push_back(ProtocolState::notServed(*fault));
     } else if (runs) {
       // A server that stops takes its table away.
-      faults.push_back(ProtocolState::notServed(
-          "exportfs has not taken the line for " + printable(client.host), "exportfs -ra"));
+      faults.push_back(whyNotTaken(client));
     }
   }
   faults.insert(faults.end(), ofServer.begin(), ofServer.end());

@@ -2,7 +2,6 @@
 // the kernel.
 #pragma once
 
-#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,12 +14,9 @@
 
 namespace paddock {
 
-// How long one host name may take to resolve.
-inline constexpr std::chrono::milliseconds kResolveTime{3000};
-
 // Why exportfs would not take the client, as the end of a sentence; absent when it would, and when
 // that cannot be known. Resolves what is a host's name or address.
-std::optional<std::string> exportClientFault(const NFSExportClient& client);
+std::optional<std::string> exportClientFault(const NFSExportClient& client, HostResolver& hosts);
 
 // One look at the NFS server. Programs are asked when an answer is needed first, and not again.
 class NfsService {
@@ -47,11 +43,13 @@ class NfsService {
   bool isRunning();
   bool answersMounts() const;
   const Listed* listedFor(const std::string& path, const std::string& host);
+  ProtocolState whyNotTaken(const NFSExportClient& client);
   ProtocolState stateOfManaged(const std::string& path,
                                const std::vector<NFSExportClient>& clients);
   ProtocolState stateOfHandMade(const std::string& path);
 
   const AskedWorld& world_;
+  HostResolver hosts_;
   std::unique_ptr<NFSExportParser> exportsFile_;
   bool asked_ = false;
   std::optional<ProtocolState> whyNotListed_;

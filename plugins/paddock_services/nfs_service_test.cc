@@ -201,11 +201,25 @@ TEST_F(NfsServiceTest, ASystemWithoutExportfsHasNoServer) {
 }
 
 TEST(HostAddressesTest, AreThoseOfTheResolverWithinATime) {
-  EXPECT_EQ(addressesOfHost("127.0.0.1", kResolveTime).addresses,
+  EXPECT_EQ(addressesOfHost("127.0.0.1", std::chrono::seconds(60)).addresses,
             (std::set<std::string>{"127.0.0.1"}));
   const HostAddresses none = addressesOfHost("nowhere.invalid", std::chrono::seconds(60));
   EXPECT_EQ(none.outcome, HostAddresses::Outcome::none);
   EXPECT_NE(none.reason, "");
+}
+
+TEST(HostResolverTest, KnowsAHostThatItResolvedOnce) {
+  HostResolver hosts;
+  const HostAddresses& first = hosts.of("localhost");
+  EXPECT_EQ(first.outcome, HostAddresses::Outcome::found);
+  EXPECT_EQ(&hosts.of("localhost"), &first);
+}
+
+TEST(HostResolverTest, WithoutTimeLeftNumbersAloneAreKnown) {
+  HostResolver hosts(std::chrono::seconds(3), std::chrono::seconds(0));
+  EXPECT_EQ(hosts.of("localhost").outcome, HostAddresses::Outcome::late);
+  EXPECT_EQ(hosts.of("127.0.0.1").addresses, (std::set<std::string>{"127.0.0.1"}));
+  EXPECT_EQ(hosts.of("::1").outcome, HostAddresses::Outcome::found);
 }
 
 }  // namespace

@@ -70,10 +70,11 @@ Array refusalsOf(const Dictionary& request, const std::vector<SharePointNames>& 
     if (fault) refuse("nameOverSMB", *fault, "Choose another one with --smb-name, or --no-smb.");
   }
   if (const Array* clients = request.array("clients")) {
+    HostResolver hosts;
     for (std::size_t at = 0; at < std::min(clients->size(), kMostClients); ++at) {
       const Dictionary* settings = (*clients)[at].dictionary();
       if (settings == nullptr) continue;
-      if (const auto fault = exportClientFault(clientOf(*settings)))
+      if (const auto fault = exportClientFault(clientOf(*settings), hosts))
         refuse("clients", *fault, "exports(5) has the options and the forms of hosts.");
     }
   }

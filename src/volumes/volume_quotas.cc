@@ -12,6 +12,7 @@
 #include "platform/program_runner.h"
 #include "platform/quota_control.h"
 #include "platform/services.h"
+#include "platform/volume_info.h"
 #include "volumes/quota_files.h"
 #include "volumes/quota_listing.h"
 #include "volumes/volume_files.h"
@@ -43,11 +44,18 @@ bool isListed(const std::string& volumePath, QuotaType type) {
   return isRegularFile(quota_file_path(volumePath, kQuotaOperationsName, type));
 }
 
+bool isVolumeRoot(const std::string& path) {
+  MountedVolume volume;
+  return services().volumeInfo->statfs(path, volume) == 0 && volume.f_mntonname == path;
+}
+
 // The kernel counts all the time, the files hold what it counted when they were last written. What
-// cannot be brought up to date is listed as it is.
+// cannot be brought up to date is listed as it is. In another folder than a volume's own, files of
+// these names are whoever's, and nothing is written there.
 void refreshFiles(const std::string& volumePath) {
   const std::string& program = services().quotaRefresherPath;
   if (program.empty() || !services().programRunner->exists(program)) return;
+  if (!isVolumeRoot(volumePath)) return;
   if (!isListed(volumePath, kUserQuota) && !isListed(volumePath, kGroupQuota)) return;
   const ProgramOutcome outcome =
       services().programRunner->run(program, {"--kernel", "-u", volumePath});
@@ -110,7 +118,11 @@ Status set_volume_quota_info(const std::string& volumePath, const Dictionary& qu
   } else if (hasFiles) {
     removeMarker(volumePath);
   }
-  return refused != 0 ? CANNOT_SET_QUOTA_STATE_ERR : kSuccess;
+  if (refused == 0) return kSuccess;
+  services().logger->log(kLogError, "paddock_sharing: The quotas of " + volumePath +
+                                        " were not switched " + (*enable ? "on" : "off") + ": " +
+                                        sharing_error_string(refused));
+  return CANNOT_SET_QUOTA_STATE_ERR;
 }
 
 void set_file_invisible(const std::string& path) {

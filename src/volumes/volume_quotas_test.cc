@@ -9,7 +9,7 @@
 #include <filesystem>
 
 #include "platform/quota_control.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/logger.h"
 #include "support/own_mounts.h"
 #include "support/volume_fixture.h"
 #include "volumes/quota_listing.h"
@@ -62,12 +62,10 @@ class RefreshingVolumeQuotas : public VolumeQuotas {
   RefreshingVolumeQuotas() { quotas.setOn(root()); }
   Services withRefresher() {
     Services all = doubles();
-    all.logger = &logger_;
     all.quotaRefresherPath = kRefresher;
     return all;
   }
 
-  RecordingLogger logger_;
   ServicesGuard guard_{withRefresher()};
 };
 
@@ -88,8 +86,8 @@ TEST_F(RefreshingVolumeQuotas, WhatCannotBeRefreshedIsListedAsItIsAndSaid) {
   writeUsers({usage(1001, 5)});
   programs.setOutcome(kRefresher, {0, "", "quotascan: no room", 1});
   EXPECT_EQ(*read().array("usr"), (Array{aliceUses(5)}));
-  ASSERT_EQ(logger_.lines().size(), 1U);
-  EXPECT_THAT(logger_.lines()[0].text, testing::HasSubstr("quotascan: no room"));
+  ASSERT_EQ(logger.lines().size(), 1U);
+  EXPECT_THAT(logger.lines()[0].text, testing::HasSubstr("quotascan: no room"));
 }
 
 TEST_F(RefreshingVolumeQuotas, NothingIsRefreshedWhereNothingIsListed) {
@@ -101,6 +99,15 @@ TEST_F(RefreshingVolumeQuotas, NothingIsRefreshedWhereNothingIsListed) {
   read();
   quotas.setError(kState, ENOTSUP);
   read();
+  EXPECT_THAT(programs.runs(), IsEmpty());
+}
+
+TEST_F(RefreshingVolumeQuotas, NothingIsWrittenInAFolderThatIsNoVolume) {
+  const std::string folder = path("folder");
+  std::filesystem::create_directory(folder);
+  quotas.setOn(folder);
+  writeWholeFile(quota_file_path(folder, kQuotaOperationsName, kUserQuota), "");
+  (void)readAt(folder);
   EXPECT_THAT(programs.runs(), IsEmpty());
 }
 
@@ -252,6 +259,15 @@ TEST_F(SwitchingVolumeQuotas, AfterOffTheStateIsStillTheKernels) {
   EXPECT_EQ(write(false), CANNOT_SET_QUOTA_STATE_ERR);
   EXPECT_FALSE(exists(userMarker()));
   EXPECT_EQ(read(), (Dictionary{{"isEnabled", true}}));
+}
+
+TEST_F(SwitchingVolumeQuotas, ARefusalIsLoggedWithThePathAndItsReason) {
+  quotas.setError(kOn, EPERM);
+  EXPECT_EQ(write(true), CANNOT_SET_QUOTA_STATE_ERR);
+  EXPECT_EQ(logger.lines(),
+            (std::vector<RecordingLogger::Line>{
+                {kLogError, "paddock_sharing: The quotas of " + root() +
+                                " were not switched on: Operation not permitted"}}));
 }
 
 TEST_F(SwitchingVolumeQuotas, ARefusalKeepsTheFilesAndStartsTheCheckerAnyway) {
