@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <functional>
 #include <stdexcept>
+#include <utility>
 
 #include "base/guid.h"
 #include "platform/testing/in_memory_accounts.h"
@@ -33,13 +35,15 @@ class DenialsHandlerTest : public ::testing::Test {
     });
     acl_ = {entry(false, groupGuid(kNight)), entry(true, groupGuid(kCrew))};
     members_ = {{kAnna, "anna", {kCrew, kNight}}};
-    handler_.emplace(DenialServices{
-        &siblings_, &membership_, &accounts_,
-        [this](const std::string&, KernelSide& kernel) {
-          kernel = this->kernel();
-          return kernelError_;
-        },
-        [this](std::uint32_t gid) { return gid == kNight ? members_ : std::vector<Person>{}; }});
+    handler_.emplace(DenialServices{&siblings_, &membership_, &accounts_,
+                                    [this](const std::string&, KernelSide& kernel) {
+                                      kernel = this->kernel();
+                                      return kernelError_;
+                                    },
+                                    [this](std::uint32_t gid) {
+                                      if (meanwhile_) std::exchange(meanwhile_, {})();
+                                      return gid == kNight ? members_ : std::vector<Person>{};
+                                    }});
   }
 
   std::string groupGuid(std::uint32_t gid) {
@@ -107,6 +111,7 @@ class DenialsHandlerTest : public ::testing::Test {
   int readStatus_ = 0;
   int kernelError_ = 0;
   int writes_ = 0;
+  std::function<void()> meanwhile_;  // done once, while members are looked up
   std::optional<DenialsRequestHandler> handler_;
 };
 
@@ -192,6 +197,16 @@ TEST_F(DenialsHandlerTest, WhatCannotBeJudgedIsNotMadeStrict) {
   EXPECT_EQ(call("setStrict").integer("status"), EINVAL);
   EXPECT_EQ(call("getDenied", {}).integer("status"), EINVAL);
   EXPECT_EQ(writes_, 0);
+}
+
+TEST_F(DenialsHandlerTest, WhatOthersSetWhileMembersAreLookedUpStays) {
+  ASSERT_EQ(setStrict(true).integer("status"), 0);
+  members_.push_back({1002, "bert", {kCrew, kNight}});
+  const Value others = entry(true, userGuid(1003));
+  meanwhile_ = [&] { acl_.push_back(others); };
+  EXPECT_EQ(call("refreshStrict", {}).integer("status"), 0);
+  EXPECT_THAT(acl_, ::testing::Contains(others));
+  EXPECT_THAT(acl_, ::testing::Contains(entry(false, userGuid(1002))));
 }
 
 }  // namespace

@@ -107,6 +107,14 @@ TEST_F(Life, ARequestWhoseBodyNeverComesDoesNotKeepItAlive) {
   EXPECT_EQ(daemon.stop(), 0);
 }
 
+// The kernel sends it for leases, which may come late.
+TEST_F(Life, SigioDoesNotEndIt) {
+  RunningDaemon daemon(tree_);
+  daemon.signal(SIGIO);
+  EXPECT_EQ(daemon.get("/v1/health").status, 200);
+  EXPECT_EQ(daemon.stop(), 0);
+}
+
 TEST_F(Life, SighupOpensTheAuditLogAgain) {
   RunningDaemon daemon(tree_);
   daemon.post("/v1/test_good/change", "{}");
