@@ -49,7 +49,8 @@ void noteUnanswered(const std::string& path, const std::string& error) {
     isTurn = takeTurn(found->second, currentRequestId());
   }
   if (isTurn)
-    logMessage(kWarning, "the directory node " + path + " does not answer and is left out: " + error);
+    logMessage(kWarning,
+               "the directory node " + path + " does not answer and is left out: " + error);
 }
 
 void noteAnswered(const std::string& path) {

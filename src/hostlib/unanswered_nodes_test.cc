@@ -43,11 +43,10 @@ TEST_F(UnansweredNodes, areMarkedUntilTheyAnswer) {
   noteAnswered("/LDAP/b");
   noteAnswered("/LDAP/b");
   ASSERT_EQ(unansweredNodes().size(), 1U);
-  EXPECT_THAT(
-      lines_,
-      ElementsAre("4 the directory node /LDAP/b does not answer and is left out: refused",
-                  "4 the directory node /LDAP/a does not answer and is left out: late",
-                  "6 the directory node /LDAP/b answers again"));
+  EXPECT_THAT(lines_,
+              ElementsAre("4 the directory node /LDAP/b does not answer and is left out: refused",
+                          "4 the directory node /LDAP/a does not answer and is left out: late",
+                          "6 the directory node /LDAP/b answers again"));
 }
 
 TEST_F(UnansweredNodes, haveOneLineForEachRequest) {

@@ -99,9 +99,8 @@ TEST_F(SearchNodeTest, ANodeThatIsDownIsLeftOutAndTold) {
   EXPECT_EQ(names(search()->findRecordNames(kRecordsAll, {}, schema::kUsers, kExact)),
             "anna carl ");
   EXPECT_EQ(search()->findRecord("zoe", schema::kUsers), nullptr);
-  const std::map<std::string, std::string> expected{{"/LDAP/a", "/LDAP/a does not answer"},
-                                                    {"/LDAP/b", "answered"},
-                                                    {"/Local", "answered"}};
+  const std::map<std::string, std::string> expected{
+      {"/LDAP/a", "/LDAP/a does not answer"}, {"/LDAP/b", "answered"}, {"/Local", "answered"}};
   EXPECT_EQ(noted_->states, expected);
   errors_["/LDAP/a"] = 0;
   EXPECT_EQ(names(search()->findRecordNames(kRecordsAll, {}, schema::kUsers, kExact)),

@@ -130,9 +130,8 @@ int LinuxMembership::toGuid(const Principal& principal, Guid& guid) {
   guid = {};
   return errorOf([&] {
     Silent silent;
-    const auto recorded = firstAnswer(directory_, silent, [&](DirectoryNode& node) {
-      return recordedGuid(node, principal);
-    });
+    const auto recorded = firstAnswer(
+        directory_, silent, [&](DirectoryNode& node) { return recordedGuid(node, principal); });
     if (const int error = silent.errorForAll(); error != 0) return error;
     guid = recorded.value_or(computedGuid(principal));
     return 0;
@@ -174,9 +173,8 @@ int LinuxMembership::guidToId(const Guid& guid, std::uint32_t& id, PrincipalType
   id = 0;
   return errorOf([&] {
     Silent silent;
-    auto principal = firstAnswer(directory_, silent, [&](DirectoryNode& node) {
-      return recordedPrincipal(node, guid);
-    });
+    auto principal = firstAnswer(
+        directory_, silent, [&](DirectoryNode& node) { return recordedPrincipal(node, guid); });
     if (!principal) principal = computedPrincipal(guid);
     if (!principal) return silent.error != 0 ? silent.error : ENOENT;
     id = principal->id;

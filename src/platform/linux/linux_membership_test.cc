@@ -122,7 +122,8 @@ TEST_F(LinuxMembershipTest, ANodeBehindTheOneThatHasTheAnswerIsNotAsked) {
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, WhileANodeIsSilentIdsHaveTheirComputedGuidsAndUnknownGuidsAreNotNobodys) {
+TEST_F(LinuxMembershipTest,
+       WhileANodeIsSilentIdsHaveTheirComputedGuidsAndUnknownGuidsAreNotNobodys) {
   directory_.addNode("/LDAP/office", "ReadOnly");
   addUser("anna", 1000, std::nullopt);
   directory_.failOpening("/LDAP/office", ETIMEDOUT);
