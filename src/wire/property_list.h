@@ -1,7 +1,9 @@
 // XML property lists and the value tree.
 //
 // <dict>, <array>, <string>, <integer> (the full signed and unsigned 64-bit ranges), <true/>,
-// <false/>, <data> (base64). Written without a document type declaration; none is accepted.
+// <false/>, <data> (base64). Written without a document type declaration. One that names an
+// identifier and has no internal subset, as common writers make it, is read over: nothing is
+// fetched, and no entity is defined by it.
 #pragma once
 
 #include <optional>
@@ -12,9 +14,10 @@
 
 namespace paddock::wire {
 
-// Reads one property list. Nothing on failure, with `error` saying what is wrong: malformed XML, a
-// document type declaration, an unknown element, a repeated key, a key without a value, invalid
-// UTF-8, a number or base64 text that is none, nesting deeper than 64 (see kMaximumNesting).
+// Reads one property list. Nothing on failure, with `error` saying what is wrong: malformed XML,
+// another document type declaration, an unknown element, a repeated key, a key without a value,
+// invalid UTF-8, a number or base64 text that is none, nesting deeper than 64 (see
+// kMaximumNesting).
 std::optional<Value> parsePropertyList(std::string_view text, std::string& error);
 
 // The list with its XML declaration. Bytes that XML cannot carry are written as \xNN. Null has no

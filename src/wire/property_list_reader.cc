@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <pugixml.hpp>
 #include <utility>
@@ -23,6 +24,44 @@ constexpr unsigned kParseOptions = pugi::parse_doctype | pugi::parse_declaration
 bool isXmlSpace(std::string_view text) {
   return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
+
+// What stands in a document type declaration, behind "<!DOCTYPE". See XML 1.0, section 2.8.
+class DoctypeText {
+ public:
+  explicit DoctypeText(std::string_view text) : rest_(text) {}
+
+  // Whether it gives the type "plist" a system identifier, or a public one too, and nothing else.
+  bool isIdentifierOfPlist() {
+    if (!skip("plist") || !skipSpaces()) return false;
+    const bool named =
+        skip("SYSTEM") ? readLiteral() : skip("PUBLIC") && readLiteral() && readLiteral();
+    skipSpaces();
+    return named && rest_.empty();
+  }
+
+ private:
+  bool skip(std::string_view word) {
+    if (!rest_.starts_with(word)) return false;
+    rest_.remove_prefix(word.size());
+    return true;
+  }
+  bool skipSpaces() {
+    const std::size_t spaces = std::min(rest_.find_first_not_of(" \t\r\n"), rest_.size());
+    rest_.remove_prefix(spaces);
+    return spaces > 0;
+  }
+  bool readLiteral() {
+    if (!skipSpaces() || rest_.empty() || (rest_.front() != '"' && rest_.front() != '\'')) {
+      return false;
+    }
+    const std::size_t end = rest_.find(rest_.front(), 1);
+    if (end == std::string_view::npos) return false;
+    rest_.remove_prefix(end + 1);
+    return true;
+  }
+
+  std::string_view rest_;
+};
 
 class ListReader {
  public:
@@ -64,12 +103,27 @@ class ListReader {
     return false;
   }
 
+  bool checkDoctype(pugi::xml_node doctype, pugi::xml_node root) {
+    if (root || hasDoctype_) {
+      fail(doctype, "one document type declaration can stand before the element");
+      return false;
+    }
+    hasDoctype_ = true;
+    const auto offset = static_cast<std::size_t>(doctype.offset_debug());
+    const bool isApart =
+        offset > 0 && offset < text_.size() && isXmlSpace(text_.substr(offset - 1, 1));
+    if (isApart && DoctypeText(doctype.value()).isIdentifierOfPlist()) return true;
+    fail(doctype, "a document type declaration can only name the identifier of plist");
+    return false;
+  }
+
   // The document's only element.
   std::optional<pugi::xml_node> findRoot() {
     pugi::xml_node root;
     for (const pugi::xml_node node : document_.children()) {
       if (node.type() == pugi::node_doctype) {
-        return fail(node, "document type declarations are not accepted");
+        if (!checkDoctype(node, root)) return std::nullopt;
+        continue;
       }
       if (node.type() == pugi::node_declaration) {
         if (node.previous_sibling()) return fail(node, "an XML declaration must come first");
@@ -231,6 +285,7 @@ class ListReader {
 
   std::string_view text_;
   std::string& error_;
+  bool hasDoctype_ = false;
   pugi::xml_document document_;
 };
 

@@ -81,12 +81,49 @@ TEST(PropertyList, refusesIntegersThatAreNone) {
   }
 }
 
-TEST(PropertyList, refusesEveryDocumentType) {
-  EXPECT_THAT(errorOf("<!DOCTYPE plist>" + list("<dict/>")), HasSubstr("document type"));
-  EXPECT_THAT(errorOf("<!DOCTYPE plist [<!ENTITY a \"aaaa\">]>" + list("<string>&a;</string>")),
-              HasSubstr("document type"));
-  EXPECT_NE(errorOf("<plist><!DOCTYPE x><dict/></plist>"), "");
+TEST(PropertyList, readsOverADocumentTypeThatNamesAnIdentifier) {
+  for (const std::string type :
+       {R"(PUBLIC "-//Example//DTD PLIST 1.0//EN" "http://plist.example/PropertyList-1.0.dtd")",
+        R"(PUBLIC '' '[<!ENTITY a "b">]>')", R"(SYSTEM "file:///etc/passwd")",
+        "\n SYSTEM\t'a\"b' \r\n"}) {
+    const std::string declared = "<!DOCTYPE plist " + type + ">\n" + list("<integer>7</integer>");
+    EXPECT_EQ(parse(declared), Value(7)) << type;
+    EXPECT_EQ(parse("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- c -->" + declared), Value(7));
+  }
+}
+
+TEST(PropertyList, refusesEveryOtherDocumentType) {
+  const std::string identifier = R"(PUBLIC "-//Example//DTD PLIST//EN" "http://plist.example/a")";
+  for (const std::string& type :
+       {std::string("plist"), std::string("plist []"), std::string("plist [<!ENTITY a \"aaaa\">]"),
+        "plist " + identifier + " [ ]",
+        "plist " + identifier + "[<!ENTITY a SYSTEM \"file:///etc/passwd\">]",
+        "plist " + identifier + " x", "html " + identifier, "plists " + identifier,
+        "Plist " + identifier, std::string("plist PUBLIC \"a\""),
+        std::string("plist PUBLIC \"a\"\"b\""), std::string("plist PUBLIC a \"b\""),
+        std::string("plist SYSTEM"), std::string("plist SYSTEM\"a\""),
+        std::string("plist SYSTEM \"a\" \"b\""), std::string("plist system \"a\""),
+        std::string()}) {
+    EXPECT_THAT(errorOf("<!DOCTYPE " + type + ">" + list("<string>&a;</string>")),
+                HasSubstr("document type"))
+        << type;
+  }
+  EXPECT_NE(errorOf("<!DOCTYPEplist " + identifier + ">" + list("<dict/>")), "");
+  EXPECT_NE(errorOf("<!DOCTYPE plist SYSTEM \"a>" + list("<dict/>")), "");
+}
+
+TEST(PropertyList, refusesDocumentTypesAtOtherPlaces) {
+  const std::string type = "<!DOCTYPE plist SYSTEM \"a\">";
+  EXPECT_THAT(errorOf(type + type + list("<dict/>")), HasSubstr("document type"));
+  EXPECT_THAT(errorOf(list("<dict/>") + type), HasSubstr("document type"));
+  EXPECT_NE(errorOf("<plist>" + type + "<dict/></plist>"), "");
+  EXPECT_NE(errorOf(type + "<?xml version=\"1.0\"?>" + list("<dict/>")), "");
   EXPECT_NE(errorOf("<!ENTITY a \"b\">" + list("<dict/>")), "");
+}
+
+TEST(PropertyList, ofADocumentTypeDefinesNoEntity) {
+  EXPECT_THAT(errorOf("<!DOCTYPE plist SYSTEM \"a\">" + list("<string>&a;</string>")),
+              HasSubstr("entity"));
 }
 
 TEST(PropertyList, refusesUnknownEntitiesAndBareAmpersands) {

@@ -87,8 +87,16 @@ TEST_F(Requests, PropertyListsTravelBothWays) {
             "application/x-plist");
 }
 
-TEST_F(Requests, ADocumentTypeDeclarationIsRefused) {
-  EXPECT_EQ(post(kEcho, "<!DOCTYPE plist><plist><dict/></plist>", kPropertyList).status, 400);
+TEST_F(Requests, ADocumentTypeWithASubsetIsRefusedAndOneThatNamesAnIdentifierReadOver) {
+  const std::string identifier =
+      "<!DOCTYPE plist PUBLIC \"-//Example//DTD\" \"http://a.example/b\"";
+  EXPECT_EQ(post(kEcho, identifier + "><plist><dict/></plist>", kPropertyList).status, 200);
+  for (const std::string& type :
+       {std::string("<!DOCTYPE plist>"), identifier + " [<!ENTITY a \"b\">]>"}) {
+    const auto refused = post(kEcho, type + "<plist><dict/></plist>", kPropertyList);
+    EXPECT_EQ(refused.status, 400) << type;
+    EXPECT_THAT(refused.error(), HasSubstr("document type declaration"));
+  }
 }
 
 TEST_F(Requests, ABodyThatIsNotOneDictionaryIs400AndNamesThePosition) {

@@ -57,8 +57,9 @@ class SharingDaemon {
   }
 
   // The whole response of an operation of the sharing plug-in, whatever it is.
-  Response post(const std::string& operation, const std::string& body) const {
-    return daemon_->post("/v1/paddock_sharing/" + operation, body);
+  Response post(const std::string& operation, const std::string& body,
+                const std::string& headers = {}) const {
+    return daemon_->post("/v1/paddock_sharing/" + operation, body, headers);
   }
   // The reply of an operation of the sharing plug-in.
   Dictionary ask(const std::string& operation, const Dictionary& request) const {
