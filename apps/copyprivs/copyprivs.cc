@@ -79,7 +79,6 @@ class Run {
   // Throws CannotStart, or what the walk throws.
   void perform(const std::string& root, StatusFile& file) {
     const StartingFolder folder = findStartingFolder(options_.folder);
-    if (options_.mask == 0) return;
     const Dictionary configuration = readConfigurationTree(root);
     World world(configuration, root);
     Propagation propagation = propagationFrom(folder, options_.mask, world.privileges().fileAcls());

@@ -129,7 +129,7 @@ ObjectSetter::ObjectSetter(const Propagation& propagation, FilePrivileges& privi
 Outcome ObjectSetter::set(int object, const ObjectStatus& status, const Levels::Pointer& levels) {
   if (S_ISLNK(status.type)) return setLink(object, status);
   Outcome outcome;
-  Planner::Request request{propagation_.privs.what, true};
+  Planner::Request request = wholeRequest();
   const auto get = [object](const std::string& name, std::string& value) {
     return linuxExtendedAttributes().get(object, name, value);
   };
@@ -165,8 +165,13 @@ bool ObjectSetter::wouldSet(const char* name, const ObjectStatus& status,
   read(status, [name](const std::string& attribute, std::string& value) {
     return NamedObjects::get(name, attribute.c_str(), value);
   });
-  const Plan& plan = planner_.plan(state_, levels, {propagation_.privs.what, true});
+  const Plan& plan = planner_.plan(state_, levels, wholeRequest());
   return !plan.steps.empty() || plan.error != 0 || plan.hasInvalidList;
+}
+
+// A run that sets nothing brings no list up to date either.
+Planner::Request ObjectSetter::wholeRequest() const {
+  return {propagation_.privs.what, propagation_.privs.what != 0};
 }
 
 Outcome ObjectSetter::setLink(int object, const ObjectStatus& status) const {

@@ -39,6 +39,7 @@ class ObjectSetter {
   bool wouldSet(const char* name, const ObjectStatus& status, const Levels::Pointer& levels);
 
  private:
+  Planner::Request wholeRequest() const;
   Outcome setLink(int object, const ObjectStatus& status) const;
   template <typename Get>
   void read(const ObjectStatus& status, const Get& get);

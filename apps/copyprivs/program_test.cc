@@ -197,10 +197,23 @@ TEST_F(Program, ADryRunChangesNothingAndSaysWhatItWould) {
   EXPECT_EQ(*examples.front().dictionary()->array("changes"), (Array{"group", "mode", "acl"}));
 }
 
-TEST_F(Program, AMaskOfNothingIsCompletedAtOnce) {
-  tree_.makeFile("file");
+TEST_F(Program, AMaskOfNothingVisitsAndCountsAndChangesNothing) {
+  tree_.own("", 0770, kAnna, kBert);
+  tree_.setList("", {aceOf(kAnna, kBoth, kReading)});
+  tree_.makeFolder("sub");
+  tree_.makeFile("sub/file", 0640);
+  tree_.setList("sub/file", {aceOf(kBert, 0, kReading)});
+  // A tail that is of another mode.
+  ASSERT_EQ(::chmod(tree_.path("sub/file").c_str(), 0600), 0);
+  std::filesystem::create_symlink("nowhere", tree_.path("link"));
+  tree_.setValue("sub", "rubbish");
+  const auto list = attributeOf(tree_.path("sub/file"), kListAttribute);
+  const struct stat before = lstatOf(tree_.path("sub/file"));
   expectDone("0", 0);
-  EXPECT_EQ(tree_.status().integer("itemsTotal"), 0);
+  EXPECT_EQ(tree_.status().integer("itemsDone"), 3);
+  EXPECT_EQ(tree_.status().integer("itemsTotal"), 3);
+  EXPECT_EQ(attributeOf(tree_.path("sub/file"), kListAttribute), list);
+  EXPECT_EQ(lstatOf(tree_.path("sub/file")).st_ctim.tv_nsec, before.st_ctim.tv_nsec);
 }
 
 TEST_F(Program, AnUnknownMaskChangesNothing) {

@@ -3,7 +3,8 @@
 // Priorities are the numbers of syslog(3): 3 error, 4 warning, 6 information, 7 debug; other
 // numbers are passed on with their lowest three bits. Every line carries the id of the request
 // that caused it, when the calling thread is serving one. Control characters in a text are
-// written as \xNN, so that one message is one line. Any thread may log.
+// written as \xNN, so that one message is one line; a newline at its end is left out. Any thread
+// may log.
 #pragma once
 
 #include <cstdint>

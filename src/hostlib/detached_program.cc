@@ -100,14 +100,21 @@ DetachedProgram startAndRelease(const Preparation& prepared, FileDescriptor& wri
     result.process = ::_Fork();
     if (result.process == 0) becomeProgram(prepared);
   }
-  if (result.process < 0) return {.error = errno, .process = 0, .detachError = 0};
+  if (result.process < 0) {
+    DetachedProgram failed;
+    failed.error = errno;
+    return failed;
+  }
   writing = FileDescriptor();
   int status = 0;
   retryOnInterrupt([&] { return ::waitpid(result.process, &status, 0); });
   const Failure failure = readFailure(reading);
   if (failure.error == 0) return result;
   if (failure.stage == Stage::detach) result.detachError = failure.error;
-  if (failure.stage == Stage::execute) logFailedStart(prepared.path, failure.error);
+  if (failure.stage == Stage::execute) {
+    result.executeError = failure.error;
+    logFailedStart(prepared.path, failure.error);
+  }
   return result;
 }
 
@@ -118,7 +125,9 @@ DetachedProgram startDetachedProgram(const std::string& path,
   const std::string program = hostPath(path);
   const auto failed = [&program](int error) {
     logFailedStart(program, error);
-    return DetachedProgram{.error = error, .process = 0, .detachError = 0};
+    DetachedProgram result;
+    result.prepareError = error;
+    return result;
   };
   if (const int error = argumentError(program, argumentVector); error != 0) return failed(error);
   std::array<int, 2> ends{};

@@ -81,6 +81,7 @@ TEST_F(DetachedProgramFailures, AForkThatFailsIsItsErrno) {
   const Outcome outcome = startWhere(forkCalls(), EAGAIN);
   if (!outcome.filtered) GTEST_SKIP() << "system calls cannot be filtered here";
   EXPECT_EQ(outcome.started.error, EAGAIN);
+  EXPECT_EQ(outcome.started.prepareError, 0);
   EXPECT_EQ(outcome.started.process, 0);
   EXPECT_NE(::access(ran_.c_str(), F_OK), 0);
 }
@@ -102,11 +103,12 @@ TEST_F(DetachedProgramFailures, ANullDeviceThatCannotBeOpenedKeepsItFromDetachin
   EXPECT_NE(::access(ran_.c_str(), F_OK), 0);
 }
 
-TEST_F(DetachedProgramFailures, AProgramThatCannotBeExecutedLooksDetached) {
+TEST_F(DetachedProgramFailures, AProgramThatCannotBeExecutedHasDetached) {
   const Outcome outcome = startWhere({SYS_execve}, EACCES);
   if (!outcome.filtered) GTEST_SKIP() << "system calls cannot be filtered here";
   EXPECT_EQ(outcome.started.error, 0);
   EXPECT_EQ(outcome.started.detachError, 0);
+  EXPECT_EQ(outcome.started.executeError, EACCES);
   EXPECT_GT(outcome.started.process, 0);
   EXPECT_NE(::access(ran_.c_str(), F_OK), 0);
 }
@@ -114,7 +116,8 @@ TEST_F(DetachedProgramFailures, AProgramThatCannotBeExecutedLooksDetached) {
 TEST_F(DetachedProgramFailures, WithoutRoomForDescriptorsNothingIsStarted) {
   const Outcome outcome = startWhere({SYS_pipe2}, ENFILE);
   if (!outcome.filtered) GTEST_SKIP() << "system calls cannot be filtered here";
-  EXPECT_EQ(outcome.started.error, ENFILE);
+  EXPECT_EQ(outcome.started.prepareError, ENFILE);
+  EXPECT_EQ(outcome.started.error, 0);
   EXPECT_EQ(outcome.started.process, 0);
 }
 

@@ -119,15 +119,19 @@ TEST_F(DetachedProgramTest, HasDefaultSignalsAndNoneBlocked) {
   EXPECT_EQ(answer, "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
-TEST_F(DetachedProgramTest, OneThatIsMissingLooksStarted) {
+TEST_F(DetachedProgramTest, OneThatIsMissingDetachesAndIsNotExecuted) {
   const DetachedProgram started = startDetachedProgram("/no/such/program", {"x"});
   EXPECT_EQ(started.error, 0);
   EXPECT_EQ(started.detachError, 0);
+  EXPECT_EQ(started.executeError, ENOENT);
   EXPECT_GT(started.process, 0);
 }
 
-TEST_F(DetachedProgramTest, AnArgumentWithANulIsAnError) {
-  EXPECT_EQ(startDetachedProgram(kShell, {"x", std::string("a\0b", 3)}).error, EINVAL);
+TEST_F(DetachedProgramTest, WithANulInAnArgumentNoProcessIsMade) {
+  const DetachedProgram started = startDetachedProgram(kShell, {"x", std::string("a\0b", 3)});
+  EXPECT_EQ(started.prepareError, EINVAL);
+  EXPECT_EQ(started.error, 0);
+  EXPECT_EQ(started.process, 0);
 }
 
 TEST_F(DetachedProgramTest, ManyThreadsStartProgramsAtOnce) {

@@ -86,6 +86,8 @@ void setDebugLogging(bool on) { gDebugLogging.store(on, std::memory_order_relaxe
 void logMessage(int priority, std::string_view text) {
   const int level = priority & kPriorityMask;
   if (level == kDebugPriority && !gDebugLogging.load(std::memory_order_relaxed)) return;
+  // syslog(3) takes a newline at the end for the end of the line.
+  if (text.ends_with('\n')) text.remove_suffix(1);
   std::string line = printable(text);
   if (!tRequestId.empty()) {
     if (const auto sink = currentSink<RequestLineSink>()) (*sink)(tRequestId, level, line);

@@ -51,6 +51,15 @@ TEST_F(SysLoggerTest, ControlCharactersAreEscapedSoThatAMessageIsOneLine) {
   EXPECT_EQ(lines_, (std::vector<Line>{{6, "a\\x0ab\\x09c\\x00d\\x7f\xc3\xa4"}}));
 }
 
+TEST_F(SysLoggerTest, ANewlineAtTheEndIsLeftOut) {
+  logMessage(11, "cannot fork(x): no memory\n");
+  logMessage(3, "\n");
+  logMessage(3, "a\n\n");
+  logMessage(3, "a\nb");
+  EXPECT_EQ(lines_, (std::vector<Line>{
+                        {3, "cannot fork(x): no memory"}, {3, ""}, {3, "a\\x0a"}, {3, "a\\x0ab"}}));
+}
+
 TEST_F(SysLoggerTest, LinesCarryTheIdOfTheRequestOfTheirThread) {
   {
     const RequestIdScope outer("r1");

@@ -32,6 +32,10 @@ class StatusFiles {
   // Removes a file that `read` would read; anything else is left alone. 0 or an errno, EPERM for
   // what is left alone.
   virtual int remove(const std::string& path) = 0;
+
+  // Takes back a file that `create` made: removes one that `read` might read if it held something,
+  // and that is empty still; anything else is left alone. 0 or an errno, as `remove`.
+  virtual int discard(const std::string& path) = 0;
 };
 
 }  // namespace paddock

@@ -51,6 +51,42 @@ bool isCompleted(const Dictionary& status) {
   return text != nullptr && *text == kCompleted;
 }
 
+// The new status file of a run, taken back unless it is kept.
+class NewStatusFile {
+ public:
+  NewStatusFile() : error_(services().statusFiles->create(kStatusFileTemplate, path_)) {}
+  NewStatusFile(const NewStatusFile&) = delete;
+  NewStatusFile& operator=(const NewStatusFile&) = delete;
+  ~NewStatusFile() {
+    if (error_ != 0 || isKept_) return;
+    try {
+      (void)services().statusFiles->discard(path_);
+    } catch (const std::bad_alloc&) {
+      // Memory is what there was too little of.
+    }
+  }
+
+  int error() const { return error_; }
+  const std::string& path() const { return path_; }
+  void keep() { isKept_ = true; }
+
+ private:
+  std::string path_;
+  const int error_;
+  bool isKept_ = false;
+};
+
+void logFailedFork(const std::string& program, int error) {
+  log(kPriorityOfFailedStart,
+      "paddock_sharing: cannot fork(" + program + "): " + sharing_error_string(error) + "\n");
+}
+
+void logFailedDetaching(const std::string& program, const DetachedStart& start) {
+  log(kPriorityOfFailedStart, "paddock_sharing: child #" + std::to_string(start.pid) +
+                                  " cannot daemonize(" + program +
+                                  "): " + sharing_error_string(start.detachError) + "\n");
+}
+
 std::int32_t launch(Context& context, const std::string& path, PropagationMask mask) {
   ProgramRunner& programs = *services().programRunner;
   const std::string program = kCopyPrivsPath;
@@ -59,21 +95,25 @@ std::int32_t launch(Context& context, const std::string& path, PropagationMask m
         "Cannot propagate permissions because " + program + " executable is missing");
     return -1;
   }
-  std::string statusFile;
-  if (services().statusFiles->create(kStatusFileTemplate, statusFile) != 0) return -1;
+  NewStatusFile statusFile;
+  if (statusFile.error() != 0) return -1;
   const DetachedStart start = programs.startDetached(
-      program, {"CopyPrivs", "-p", path, "-f", std::to_string(mask), "-s", statusFile});
-  if (start.error != 0) {
-    log(kPriorityOfFailedStart, "paddock_sharing: cannot fork(" + program +
-                                    "): " + sharing_error_string(start.error) + "\n");
+      program, {"CopyPrivs", "-p", path, "-f", std::to_string(mask), "-s", statusFile.path()});
+  if (start.prepareError != 0) {
+    log(kPriorityOfMissingProgram,
+        "Cannot propagate permissions because " + program +
+            " cannot be started: " + sharing_error_string(start.prepareError));
     return -1;
   }
-  if (start.detachError != 0) {
-    log(kPriorityOfFailedStart, "paddock_sharing: child #" + std::to_string(start.pid) +
-                                    " cannot daemonize(" + program +
-                                    "): " + sharing_error_string(start.detachError) + "\n");
+  // Deliberate: the empty file stays after a fork or a detaching that failed. Where the program
+  // could not be executed, nobody will ever write it.
+  if (start.executeError == 0) statusFile.keep();
+  if (start.error != 0) {
+    logFailedFork(program, start.error);
+    return -1;
   }
-  remember(context, start.pid, statusFile);
+  if (start.detachError != 0) logFailedDetaching(program, start);
+  remember(context, start.pid, statusFile.path());
   return start.pid;
 }
 

@@ -84,6 +84,25 @@ TEST_F(Propagation, AFailedForkIsLoggedAndLeavesTheEmptyStatusFile) {
   EXPECT_TRUE(context.snapshot().empty());
 }
 
+TEST_F(Propagation, AForkThatWasNotTriedIsNotLoggedAsOneThatFailedAndLeavesNoFile) {
+  programs.setDetachedStart({.error = 0, .pid = 0, .detachError = 0, .prepareError = EINVAL});
+  EXPECT_EQ(start(), CANNOT_PROPAGATE_PRIVS_ERR);
+  expectLine(3, "Cannot propagate permissions because " + std::string(kCopyPrivsPath) +
+                    " cannot be started: Invalid argument");
+  EXPECT_FALSE(statusFiles.exists(kFirstFile));
+  EXPECT_TRUE(context.snapshot().empty());
+}
+
+TEST_F(Propagation, AProgramThatCannotBeExecutedLeavesNoFileAndTheRunIsRetiredWhenAskedAfter) {
+  programs.setDetachedStart(
+      {.error = 0, .pid = 99, .detachError = 0, .prepareError = 0, .executeError = EACCES});
+  EXPECT_EQ(start(), kSuccess);
+  EXPECT_FALSE(statusFiles.exists(kFirstFile));
+  EXPECT_EQ(context.snapshot(), running(99));
+  EXPECT_EQ(status(99), COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR);
+  EXPECT_TRUE(isIdle());
+}
+
 // Memory ends before there is a child.
 class StarvedProgramRunner : public RecordingProgramRunner {
  public:
@@ -101,6 +120,7 @@ TEST_F(Propagation, WithoutMemoryNothingStartsAndNothingIsLogged) {
   errno = 0;
   EXPECT_EQ(launch_propagate_command(context, kFolder, 1), -1);
   EXPECT_EQ(errno, ENOMEM);
+  EXPECT_FALSE(statusFiles.exists(kFirstFile));
   EXPECT_TRUE(logger.lines().empty());
   EXPECT_TRUE(context.snapshot().empty());
 }

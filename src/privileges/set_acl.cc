@@ -20,6 +20,7 @@ namespace {
 
 constexpr const char* kFunction = "set_acl";
 constexpr std::int64_t kLargestId = 0xFFFFFFFF;
+constexpr std::size_t kLoggedText = 100;
 
 // What a step leaves: nothing to go on, or the result with which the operation ends.
 using End = std::optional<Status>;
@@ -72,24 +73,30 @@ End setTag(acl::Entry* entry, const Dictionary& dictionary) {
 
 End setGivenGuid(acl::Entry* entry, const std::string& text) {
   const auto guid = parseGuid(text);
-  const int result = guid ? services().acl->acl_set_qualifier(entry, *guid) : -1;
+  if (!guid) {
+    logError("no guid: " + text.substr(0, kLoggedText));
+    return CANNOT_SET_ACL_QUALIFIER_ERR;
+  }
+  const int result = services().acl->acl_set_qualifier(entry, *guid);
   if (result == 0) return kGoOn;
   logFailure("acl_set_qualifier", result);
   return CANNOT_SET_ACL_QUALIFIER_ERR;
 }
 
-// 0 or an errno; an id that is none cannot be mapped.
-int mapId(std::int64_t id, PrincipalType type, Guid& guid) {
-  if (id < 0 || id > kLargestId) return ERANGE;
-  const auto narrow = static_cast<std::uint32_t>(id);
+// 0 or an errno.
+int mapId(std::uint32_t id, PrincipalType type, Guid& guid) {
   Membership& membership = *services().membership;
-  return type == PrincipalType::user ? membership.uidToGuid(narrow, guid)
-                                     : membership.gidToGuid(narrow, guid);
+  return type == PrincipalType::user ? membership.uidToGuid(id, guid)
+                                     : membership.gidToGuid(id, guid);
 }
 
-End setMappedGuid(acl::Entry* entry, std::int64_t id, PrincipalType type) {
+End setMappedGuid(acl::Entry* entry, const char* key, std::int64_t id, PrincipalType type) {
+  if (id < 0 || id > kLargestId) {
+    logError(std::string(key) + " is no id of 32 bits");
+    return CANNOT_SET_ACL_QUALIFIER_ERR;
+  }
   Guid guid;
-  if (const int error = mapId(id, type, guid); error != 0) {
+  if (const int error = mapId(static_cast<std::uint32_t>(id), type, guid); error != 0) {
     const char* call = type == PrincipalType::user ? "mbr_uid_to_uuid" : "mbr_gid_to_uuid";
     logError(std::string(call) + " error = " + std::to_string(error));
     return CANNOT_SET_ACL_QUALIFIER_ERR;
@@ -101,10 +108,10 @@ End setMappedGuid(acl::Entry* entry, std::int64_t id, PrincipalType type) {
   return result;
 }
 
+// Whatever is there and not the user's number is a group, what is no number at all included.
 std::optional<PrincipalType> readKind(const Value* value) {
-  const auto kind = readId(value);
-  if (!kind) return std::nullopt;
-  return *kind == ace::kUserKind ? PrincipalType::user : PrincipalType::group;
+  if (value == nullptr) return std::nullopt;
+  return readId(value) == ace::kUserKind ? PrincipalType::user : PrincipalType::group;
 }
 
 End setQualifier(acl::Entry* entry, const Dictionary& dictionary) {
@@ -117,7 +124,7 @@ End setQualifier(acl::Entry* entry, const Dictionary& dictionary) {
   const bool user = *type == PrincipalType::user;
   const char* key = user ? ace::kUniqueID : ace::kGroupID;
   const auto id = readId(dictionary.find(key));
-  if (id) return setMappedGuid(entry, *id, *type);
+  if (id) return setMappedGuid(entry, key, *id, *type);
   logError(std::string("no ") + key);
   return user ? ACL_UNIQUE_ID_NOT_FOUND_ERR : ACL_GROUP_ID_NOT_FOUND_ERR;
 }
@@ -209,7 +216,9 @@ Status store(const std::string& path, acl::List* list) {
     return ACL_VALIDATION_ERR;
   }
   if (const int result = service.acl_set_file(path, acl::kTypeExtended, list); result != 0) {
+    const int error = errno;
     logFailure("acl_set_file", result);
+    logError("the ACL of " + path + " was not set: " + sharing_error_string(error));
     return CANNOT_SET_ACL_FILE_ERR;
   }
   return kSuccess;

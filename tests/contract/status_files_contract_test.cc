@@ -125,5 +125,19 @@ TEST_P(StatusFilesContract, WhatIsNotThereIsNeitherReadNorRemoved) {
   }
 }
 
+TEST_P(StatusFilesContract, ANewFileCanBeTakenBack) {
+  const std::string path = create();
+  EXPECT_EQ(files_.discard(path), 0);
+  EXPECT_FALSE(files_.exists(path));
+  EXPECT_EQ(files_.discard(path), EPERM);
+}
+
+TEST_P(StatusFilesContract, AFileThatHoldsAStatusIsNotTakenBack) {
+  const std::string path = create();
+  subject_->writeStatus(path);
+  EXPECT_EQ(files_.discard(path), EPERM);
+  EXPECT_TRUE(files_.exists(path));
+}
+
 }  // namespace
 }  // namespace paddock::contract

@@ -72,6 +72,10 @@ std::optional<std::string> contentsOf(const FileDescriptor& held) {
   }
 }
 
+int unlinkHeld(const HeldFile& held) {
+  return errnoOf([&] { return ::unlinkat(held.folder.get(), held.name.c_str(), 0); });
+}
+
 // A tree of its own may come without the folder, which the system always has.
 void makeFolderOf(const std::string& path) {
   constexpr mode_t kSharedFolderMode = 01777;
@@ -107,8 +111,13 @@ std::optional<Dictionary> LinuxStatusFiles::read(const std::string& path) {
 int LinuxStatusFiles::remove(const std::string& path) {
   const auto held = holdOwnFile(path);
   const auto text = held ? contentsOf(held->file) : std::nullopt;
-  if (!text || !reader_(*text)) return EPERM;
-  return errnoOf([&] { return ::unlinkat(held->folder.get(), held->name.c_str(), 0); });
+  return text && reader_(*text) ? unlinkHeld(*held) : EPERM;
+}
+
+int LinuxStatusFiles::discard(const std::string& path) {
+  const auto held = holdOwnFile(path);
+  const auto text = held ? contentsOf(held->file) : std::nullopt;
+  return text && text->empty() ? unlinkHeld(*held) : EPERM;
 }
 
 }  // namespace paddock

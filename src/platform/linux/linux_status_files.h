@@ -23,6 +23,7 @@ class LinuxStatusFiles final : public StatusFiles {
   bool exists(const std::string& path) override;
   std::optional<Dictionary> read(const std::string& path) override;
   int remove(const std::string& path) override;
+  int discard(const std::string& path) override;
 
  private:
   std::string root_;

@@ -95,6 +95,10 @@ int FaultyStatusFiles::remove(const std::string& path) {
   return fails("statusFiles.remove") ? error() : wrapped().remove(path);
 }
 
+int FaultyStatusFiles::discard(const std::string& path) {
+  return fails("statusFiles.discard") ? error() : wrapped().discard(path);
+}
+
 Dictionary FaultyPluginCommands::doCommand(const std::string& bundle, const Dictionary& command,
                                            const std::string& module,
                                            const std::optional<std::string>& user) {

@@ -84,6 +84,7 @@ class FaultyStatusFiles : public FaultyForwarder<StatusFiles> {
   bool exists(const std::string& path) override;
   std::optional<Dictionary> read(const std::string& path) override;
   int remove(const std::string& path) override;
+  int discard(const std::string& path) override;
 };
 
 class FaultyPluginCommands : public FaultyForwarder<PluginCommands> {

@@ -1,5 +1,5 @@
-// Status files in memory. A path that is there without a dictionary is a file that holds none, and
-// is never removed.
+// Status files in memory. A path that is there without a dictionary is a file that holds none: an
+// empty one, which `remove` leaves alone.
 #pragma once
 
 #include <cerrno>
@@ -30,6 +30,12 @@ class InMemoryStatusFiles : public StatusFiles {
   int remove(const std::string& path) override {
     if (!read(path)) return EPERM;
     files_.erase(path);
+    return 0;
+  }
+  int discard(const std::string& path) override {
+    const auto file = files_.find(path);
+    if (file == files_.end() || file->second) return EPERM;
+    files_.erase(file);
     return 0;
   }
 
