@@ -55,12 +55,11 @@ SharePointRecord removalOf(const std::string& path) {
 std::vector<SharePointRecord> folderSharePoint(const std::string& path,
                                                const Dictionary& configuration) {
   std::vector<SharePointRecord> sharePoints;
-  const Value* requested = configuration.find(kSharePointRecordKey);
-  if (requested == nullptr) return sharePoints;
-  const Dictionary& settings = dictionaryOrEmpty(requested->dictionary());
-  sharePoints.push_back(asksForRemoval(settings)
+  const Dictionary* settings = configuration.dictionary(kSharePointRecordKey);
+  if (settings == nullptr) return sharePoints;
+  sharePoints.push_back(asksForRemoval(*settings)
                             ? removalOf(path)
-                            : SharePointRecord::recordWithDictionary(settings));
+                            : SharePointRecord::recordWithDictionary(*settings));
   return sharePoints;
 }
 
@@ -68,9 +67,10 @@ std::vector<SharePointRecord> listedSharePoints(const Dictionary& configuration)
   std::vector<SharePointRecord> sharePoints;
   const Array& list = arrayOrEmpty(configuration.array(kSharePointListKey));
   sharePoints.reserve(list.size());
-  for (const Value& settings : list) {
-    sharePoints.push_back(
-        SharePointRecord::recordWithDictionary(dictionaryOrEmpty(settings.dictionary())));
+  for (const Value& element : list) {
+    const Dictionary* settings = element.dictionary();
+    if (settings != nullptr)
+      sharePoints.push_back(SharePointRecord::recordWithDictionary(*settings));
   }
   return sharePoints;
 }

@@ -126,14 +126,20 @@ TEST_F(FolderWritingTest, WithoutASharePointRecordNothingIsShared) {
   EXPECT_EQ(exportsFile(), "/by/hand *(ro)\n") << "an empty list is written as well";
 }
 
-TEST_F(FolderWritingTest, ASharePointRecordThatIsNoDictionaryChangesNothingThatIsShared) {
+TEST_F(FolderWritingTest, ASharePointRecordThatIsNoDictionaryIsIgnored) {
   addSharePoint("a", "/srv/a");
   const auto before = sharePoint("a");
-  for (const Value& record : std::vector<Value>{"x", 7, false, Array{Dictionary{}}, Data{}}) {
-    writeSharePoint("/srv/a", record);
+  for (const Value& record : std::vector<Value>{"x", "NO", 7, false, Array{Dictionary{}}, Data{}}) {
+    for (const char* path : {"/srv/a", "/srv/b"}) {
+      const Dictionary reply = writeSharePoint(path, record);
+      EXPECT_EQ(reply.integer("writeStatus"), 0);
+      EXPECT_EQ(reply.find("writeError"), nullptr);
+    }
     EXPECT_EQ(sharePointNames(), (Names{"a"}));
     EXPECT_EQ(sharePoint("a"), before);
   }
+  EXPECT_EQ(trace.count("newRecord"), 0U);
+  EXPECT_TRUE(logger.lines().empty());
 }
 
 TEST_F(FolderWritingTest, TypesThatDoNotFitAreIgnored) {
@@ -278,15 +284,16 @@ TEST_F(WholeServerWritingTest, FolderKeysAreNotRead) {
   EXPECT_TRUE(sharePointNames().empty());
 }
 
-TEST_F(WholeServerWritingTest, AnElementThatIsNoDictionaryChangesNothingThatIsShared) {
+TEST_F(WholeServerWritingTest, AnElementThatIsNoDictionaryIsIgnored) {
   addSharePoint("a", "/srv/a");
   const auto before = sharePoint("a");
   const Dictionary reply =
-      writeList(Array{"x", 7, Array{}, Dictionary{{"path", "/srv/b"}, {"name", "b"}}});
+      writeList(Array{"x", 7, Array{}, Dictionary{{"path", "/srv/b"}, {"name", "b"}}, false});
+  EXPECT_EQ(reply.integer("writeStatus"), 0);
   EXPECT_EQ(sharePoint("a"), before);
   EXPECT_EQ(valuesOfSharePoint("b", kDirectoryPath), (Array{"/srv/b"}));
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
-  EXPECT_TRUE(reply.integer("writeStatus").has_value());
+  EXPECT_EQ(trace.count("newRecord"), 1U);
 }
 
 TEST_F(WholeServerWritingTest, TheFirstFailureIsReportedAndTheOthersAreStillWritten) {
