@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/status.h"
 #include "base/text.h"
 #include "exports/exports_entry.h"
 #include "exports/replaced_exports.h"
@@ -24,6 +25,8 @@ constexpr std::string_view kWhitespaceAndNewlines = " \t\n\r\v\f";
 constexpr std::string_view kBlanksAndLineBreaks = " \t\n";
 constexpr const char* kCopySuffix = ".before-paddock";
 constexpr int kAttempts = 5;
+constexpr const char* kReading = "read";
+constexpr const char* kNotUtf8 = "it is not UTF-8";
 
 bool beginsWith(std::string_view line, std::string_view prefix) {
   return line.substr(0, prefix.size()) == prefix;
@@ -74,16 +77,16 @@ std::unique_ptr<NFSExportParser> NFSExportParser::parserWithFile(std::string pat
 bool NFSExportParser::readFile() {
   try {
     return load();
-  } catch (const std::exception&) {
-    return false;
+  } catch (const std::exception& error) {
+    return noteFault(kReading, error.what());
   }
 }
 
 bool NFSExportParser::readFileIfChanged() {
   try {
     return loadUnlessKnown();
-  } catch (const std::exception&) {
-    return false;
+  } catch (const std::exception& error) {
+    return noteFault(kReading, error.what());
   }
 }
 
@@ -100,15 +103,34 @@ bool NFSExportParser::readFileWithoutRemoved() {
   });
   try {
     return loadAndRepeatChanges();
-  } catch (const std::exception&) {
-    return false;
+  } catch (const std::exception& error) {
+    return noteFault(kReading, error.what());
   }
+}
+
+bool NFSExportParser::noteFault(const char* what, const std::string& why) {
+  fault_ = std::string("cannot ") + what + " " + file() + ": " + why;
+  return false;
+}
+
+// That there is no file is no fault.
+bool NFSExportParser::noteError(const char* what, int error) {
+  fault_.clear();
+  return error == ENOENT ? false : noteFault(what, sharing_error_string(error));
+}
+
+NFSExportParser::WriteResult NFSExportParser::failed(const char* what, int error) {
+  noteFault(what, sharing_error_string(error));
+  return WriteResult::failed;
 }
 
 bool NFSExportParser::load() {
   std::string text;
   FileIdentity identity;
-  if (services().textFiles->read(file(), text, identity) != 0 || !isValidUtf8(text)) return false;
+  const int error = services().textFiles->read(file(), text, identity);
+  if (error != 0) return noteError(kReading, error);
+  if (!isValidUtf8(text)) return noteFault(kReading, kNotUtf8);
+  fault_.clear();
   readLines(text);
   changes_.clear();
   // A file that was put in the place of the one that we made is somebody else's.
@@ -123,8 +145,10 @@ bool NFSExportParser::loadUnlessKnown() {
   const int error = services().textFiles->identify(file(), present);
   if (error == 0 && identity_.settled && present.isSameState(identity_)) return true;
   std::string text;
-  if (services().textFiles->read(file(), text, present) != 0) return false;
+  const int unread = services().textFiles->read(file(), text, present);
+  if (unread != 0) return noteError(kReading, unread);
   if (text != known_) return loadAndRepeatChanges();
+  fault_.clear();
   identity_ = present;
   return true;
 }
@@ -237,6 +261,7 @@ bool NFSExportParser::writeFileKeepingOthersChanges() {
 
 NFSExportParser::WriteResult NFSExportParser::write(bool unlessFileChanged) {
   if (file().empty()) return WriteResult::failed;
+  fault_.clear();
   std::string present;
   FileIdentity identity;
   const int error = services().textFiles->read(file(), present, identity);
@@ -250,7 +275,11 @@ NFSExportParser::WriteResult NFSExportParser::write(bool unlessFileChanged) {
     createdFile_ = createdFile_ || result == WriteResult::written;
     return result;
   }
-  if (error != 0 || !isValidUtf8(present)) return WriteResult::failed;
+  if (error != 0) return failed(kReading, error);
+  if (!isValidUtf8(present)) {
+    noteFault(kReading, kNotUtf8);
+    return WriteResult::failed;
+  }
   if (!knowsFile_ && !loadAndRepeatChanges()) return WriteResult::failed;
   if (unlessFileChanged && present != known_) return WriteResult::fileChanged;
   const std::string text = textWithBoundaries();
@@ -271,7 +300,7 @@ NFSExportParser::WriteResult NFSExportParser::replace(const std::string& text,
   if (error == ESTALE) return WriteResult::fileChanged;
   // Also after an error: the file may have given way already.
   if (replacement.gaveWay) keepIfOthersChangedIt(*replacement.gaveWay, file(), known_, text);
-  if (error != 0) return WriteResult::failed;
+  if (error != 0) return failed("write", error);
   know(text, replacement.written);
   changes_.clear();
   return WriteResult::written;
@@ -279,8 +308,10 @@ NFSExportParser::WriteResult NFSExportParser::replace(const std::string& text,
 
 bool NFSExportParser::keepFirstCopy() {
   if (createdFile_) return true;
-  const int error = services().textFiles->copyOnce(file(), file() + kCopySuffix);
-  return error == 0 || error == EEXIST;
+  const std::string copy = file() + kCopySuffix;
+  const int error = services().textFiles->copyOnce(file(), copy);
+  if (error == 0 || error == EEXIST) return true;
+  return noteFault("copy", copy + ": " + sharing_error_string(error));
 }
 
 void NFSExportParser::addOrReplaceExport(const NFSExportRecordPtr& record) {
@@ -296,6 +327,15 @@ void NFSExportParser::removeExportWithPath(const std::string& path) {
 
 NFSExportRecordPtr NFSExportParser::exportWithPath(const std::string& path) {
   return lineArray_.firstWithPath(path);
+}
+
+std::vector<NFSExportRecordPtr> NFSExportParser::exportsWithPath(const std::string& path) const {
+  std::vector<NFSExportRecordPtr> found;
+  for (const auto& element : lineArray_.elements()) {
+    const auto* record = std::get_if<NFSExportRecordPtr>(&element);
+    if (record != nullptr && (*record)->path() == path) found.push_back(*record);
+  }
+  return found;
 }
 
 std::string NFSExportParser::description() const {

@@ -68,6 +68,10 @@ class NFSExportParser : public ConfigurationParser {
   // The lines are the same afterwards.
   bool writeFile() override;
 
+  // Why the file could not be read, copied or written when that was last tried, as "cannot write
+  // FILE: Read-only file system". Empty when it could, and when there was no file.
+  const std::string& fault() const { return fault_; }
+
   // Puts the two boundary comments around the span from the first to the last export, whatever
   // lies between; nothing when there is no export.
   void addManagedExportsBoundaryComments();
@@ -84,6 +88,8 @@ class NFSExportParser : public ConfigurationParser {
   void removeExportWithPath(const std::string& path);
   // The first export with exactly that path, the parser's own object; null when there is none.
   NFSExportRecordPtr exportWithPath(const std::string& path);
+  // All of them, in the order of their lines.
+  std::vector<NFSExportRecordPtr> exportsWithPath(const std::string& path) const;
 
   // The lines, for logs.
   std::string description() const;
@@ -109,6 +115,9 @@ class NFSExportParser : public ConfigurationParser {
   WriteResult replace(const std::string& text, const FileIdentity* expected);
   bool keepFirstCopy();
   void know(std::string text, const FileIdentity& identity);
+  bool noteFault(const char* what, const std::string& why);
+  bool noteError(const char* what, int error);
+  WriteResult failed(const char* what, int error);
 
   ExportLineArray lineArray_;
   std::vector<Change> changes_;  // since the file was last read or written
@@ -116,6 +125,7 @@ class NFSExportParser : public ConfigurationParser {
   bool createdFile_ = false;     // there was nothing to keep a copy of
   std::string known_;            // what was read or written last
   FileIdentity identity_;
+  std::string fault_;
 };
 
 }  // namespace paddock

@@ -135,5 +135,37 @@ TEST_F(NFSExportParserSafetyTest, WhateverFailsTheFileIsOldOrNewAndTheLinesAreTh
   }
 }
 
+TEST_F(NFSExportParserSafetyTest, SaysWhyTheFileCouldNotBeReadCopiedOrWritten) {
+  const auto parser = parserOf("# mine\n");
+  EXPECT_EQ(parser->fault(), "");
+  const auto faultOf = [&](const char* call, const auto& attempt) {
+    FaultPlan plan(1);
+    plan.countOnly(call);
+    plan.setError(EACCES);
+    const FaultyServices faulty(services(), plan);
+    const ServicesGuard guard(faulty.services());
+    EXPECT_FALSE(attempt());
+    return parser->fault();
+  };
+  const auto read = [&] { return parser->readFile(); };
+  const auto write = [&] { return parser->writeFile(); };
+  EXPECT_EQ(faultOf("textFiles.read", read), "cannot read /etc/exports: Permission denied");
+  EXPECT_TRUE(parser->readFile());
+  EXPECT_EQ(parser->fault(), "");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_EQ(faultOf("textFiles.read", write), "cannot read /etc/exports: Permission denied");
+  EXPECT_EQ(faultOf("textFiles.copyOnce", write),
+            "cannot copy /etc/exports: /etc/exports.before-paddock: Permission denied");
+  EXPECT_EQ(faultOf("textFiles.replace", write), "cannot write /etc/exports: Permission denied");
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(parser->fault(), "");
+  files_.setFile(kFile, "\xFF");
+  EXPECT_FALSE(parser->readFile());
+  EXPECT_EQ(parser->fault(), "cannot read /etc/exports: it is not UTF-8");
+  files_.remove(kFile);
+  EXPECT_FALSE(parser->readFile());
+  EXPECT_EQ(parser->fault(), "") << "that there is none is no fault";
+}
+
 }  // namespace
 }  // namespace paddock

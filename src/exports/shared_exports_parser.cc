@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "exports/shared_exports_parser_testing.h"
+#include "platform/logger.h"
 #include "platform/services.h"
 
 namespace paddock {
@@ -12,6 +13,12 @@ namespace {
 std::unique_ptr<NFSExportParser>& sharedParser() {
   static std::unique_ptr<NFSExportParser> parser;
   return parser;
+}
+
+// What the log was last told between requests.
+std::string& toldFault() {
+  static std::string fault;
+  return fault;
 }
 
 }  // namespace
@@ -31,6 +38,13 @@ void refresh_exports() {
   }
 }
 
+void log_new_exports_fault() {
+  const std::string& fault = shared_exports_parser().fault();
+  if (fault == toldFault()) return;
+  toldFault() = fault;
+  if (!fault.empty()) services().logger->log(kLogError, "paddock_sharing: " + fault);
+}
+
 Status get_export_record(const std::string& path, NFSExportRecordPtr& record) {
   record = shared_exports_parser().exportWithPath(path);
   return kSuccess;
@@ -41,6 +55,9 @@ Status delete_export_record(const NFSExportRecordPtr& record) {
   return kSuccess;
 }
 
-void resetSharedExportsParserForTesting() { sharedParser().reset(); }
+void resetSharedExportsParserForTesting() {
+  sharedParser().reset();
+  toldFault().clear();
+}
 
 }  // namespace paddock

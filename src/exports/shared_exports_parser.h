@@ -19,6 +19,9 @@ NFSExportParser& shared_exports_parser();
 // not.
 void refresh_exports();
 
+// Between requests: logs why the file could not be read or written, once for as long as it is so.
+void log_new_exports_fault();
+
 // Sets `record` to the shared parser's export of exactly this path, its own object, or to null.
 // Always 0.
 Status get_export_record(const std::string& path, NFSExportRecordPtr& record);

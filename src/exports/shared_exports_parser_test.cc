@@ -56,5 +56,24 @@ TEST_F(SharedExportsParserTest, DeletingWhatIsNotThereIsNoError) {
   EXPECT_EQ(delete_export_record(nullptr), 0);
 }
 
+TEST_F(SharedExportsParserTest, AFaultIsLoggedOnceForAsLongAsItIsThere) {
+  files_.set(kFile, {InMemoryTextFiles::Kind::file, "# mine\n", 0});
+  for (int tick = 0; tick < 3; ++tick) {
+    refresh_exports();
+    log_new_exports_fault();
+  }
+  const std::vector<RecordingLogger::Line> once = {
+      {kLogError, "paddock_sharing: cannot read /etc/exports: Permission denied"}};
+  EXPECT_EQ(logger_.lines(), once);
+  files_.set(kFile, {InMemoryTextFiles::Kind::file, "# mine\n", 0644});
+  refresh_exports();
+  log_new_exports_fault();
+  EXPECT_EQ(logger_.lines(), once);
+  files_.set(kFile, {InMemoryTextFiles::Kind::file, "# mine\n", 0});
+  refresh_exports();
+  log_new_exports_fault();
+  EXPECT_EQ(logger_.lines().size(), 2U);
+}
+
 }  // namespace
 }  // namespace paddock

@@ -57,7 +57,9 @@ void advertise(NetServiceOwner& owner) {
 // file itself.
 void followExportsFile() {
   const std::unique_lock lock(*gSettingsDictLock, std::try_to_lock);
-  if (lock.owns_lock()) refresh_exports();
+  if (!lock.owns_lock()) return;
+  refresh_exports();
+  log_new_exports_fault();
 }
 
 }  // namespace
