@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "platform/file_attributes.h"
+#include "platform/logger.h"
 #include "platform/services.h"
 #include "privileges/get_acl.h"
 #include "privileges/posix_privs.h"
@@ -38,14 +39,23 @@ std::string octalDigits(std::uint32_t permissions) {
   return digits;
 }
 
+void logError(const std::string& text) {
+  services().logger->log(kLogError, "paddock_sharing: " + text);
+}
+
 Status readPosixPrivs(const std::string& path, Dictionary& privileges) {
   if (!services().fileAttributes->exists(path)) return FILE_NOT_FOUND_ERR;
   std::string owner;
   std::string group;
   std::optional<std::uint32_t> permissions;
   std::optional<std::string> fileType;
-  const Status status = get_posix_privs(path, owner, group, permissions, fileType);
-  if (status != kSuccess) return status;
+  int error = 0;
+  const Status status = get_posix_privs(path, owner, group, permissions, fileType, &error);
+  if (status != kSuccess) {
+    logError("The owner, group and mode of " + path +
+             " cannot be read: " + sharing_error_string(error));
+    return status;
+  }
   privileges.set(kOwnerKey, std::move(owner));
   privileges.set(kGroupKey, std::move(group));
   if (fileType) privileges.set(kFileTypeKey, std::move(*fileType));
@@ -60,6 +70,20 @@ std::optional<std::uint32_t> modeIn(const std::string* privs) {
   const char* end = privs->data() + privs->size();
   if (std::from_chars(privs->data(), end, mode, kOctal).ec != std::errc()) return std::nullopt;
   return mode;
+}
+
+Status writePosixPrivs(const std::string& path, const Dictionary& privileges) {
+  const std::string* owner = privileges.string(kOwnerKey);
+  const std::string* group = privileges.string(kGroupKey);
+  int error = 0;
+  const Status status =
+      set_posix_privs(path, owner, group, modeIn(privileges.string(kPrivsKey)), &error);
+  if (status == kSuccess) return status;
+  std::string reason = sharing_error_string(error);
+  if (status == USER_NOT_FOUND_ERR) reason = "there is no user " + *owner;
+  if (status == GROUP_NOT_FOUND_ERR) reason = "there is no group " + *group;
+  logError("The owner, group and mode of " + path + " were not set: " + reason);
+  return status;
 }
 
 }  // namespace
@@ -80,9 +104,7 @@ Status read_file_privs(const std::string& path, Dictionary& privileges) {
 }
 
 Status write_file_privs(const std::string& path, const Dictionary& privileges) {
-  const Status posixStatus =
-      set_posix_privs(path, privileges.string(kOwnerKey), privileges.string(kGroupKey),
-                      modeIn(privileges.string(kPrivsKey)));
+  const Status posixStatus = writePosixPrivs(path, privileges);
   const Array* acl = privileges.array(kAclKey);
   const Status aclStatus = acl != nullptr ? set_acl(path, *acl) : kSuccess;
   return aclStatus != kSuccess ? aclStatus : posixStatus;

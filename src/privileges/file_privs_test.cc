@@ -276,6 +276,27 @@ TEST_F(FilePrivsWritingTest, AFailureOfOwnerGroupOrModeDoesNotStopTheAcl) {
   EXPECT_NE(tree.acl(kFolder), nullptr);
 }
 
+TEST_F(FilePrivsWritingTest, AFailureOfOwnerGroupOrModeIsLoggedWithThePathAndItsReason) {
+  const auto expectOne = [this](const std::string& path, const std::string& reason) {
+    EXPECT_EQ(logger.lines(), (Lines{{kLogError, "paddock_sharing: The owner, group and mode of " +
+                                                     path + " were not set: " + reason}}));
+    logger.clear();
+  };
+  write({{"owner", "nobody-here"}, {"group", "nobody-here"}});
+  expectOne(kFolder, "there is no user nobody-here");
+  write({{"group", "nobody-here"}});
+  expectOne(kFolder, "there is no group nobody-here");
+  failing(
+      "fileAttributes.apply",
+      [] {
+        return write({{"privs", "700"}});
+      },
+      1, EROFS);
+  expectOne(kFolder, "Read-only file system");
+  write({{"privs", "700"}}, "/srv/missing");
+  expectOne("/srv/missing", "No such file or directory");
+}
+
 TEST_F(FilePrivsWritingTest, AFailureOfTheAclHidesOneOfTheOthers) {
   EXPECT_EQ(write({{"owner", "nobody-here"}, {"acl", Array{invalidEntry()}}}),
             CANNOT_SET_ACL_QUALIFIER_ERR);

@@ -27,9 +27,11 @@ bool groupExists(const std::string& name) {
 
 Status get_posix_privs(const std::string& path, std::string& owner, std::string& group,
                        std::optional<std::uint32_t>& permissions,
-                       std::optional<std::string>& fileType) {
+                       std::optional<std::string>& fileType, int* error) {
   FileAttributes attributes;
-  if (services().fileAttributes->read(path, attributes) != 0) return CANNOT_STAT_ERR;
+  const int refused = services().fileAttributes->read(path, attributes);
+  if (error != nullptr) *error = refused;
+  if (refused != 0) return CANNOT_STAT_ERR;
   owner = attributes.ownerName.value_or("");
   group = attributes.groupName.value_or("");
   permissions = attributes.permissions;
@@ -38,12 +40,14 @@ Status get_posix_privs(const std::string& path, std::string& owner, std::string&
 }
 
 Status set_posix_privs(const std::string& path, const std::string* owner, const std::string* group,
-                       std::optional<std::uint32_t> permissions) {
+                       std::optional<std::uint32_t> permissions, int* error) {
   const FileAttributeChanges changes{unlessEmpty(owner), unlessEmpty(group), permissions};
   if (changes.ownerName && !userExists(*changes.ownerName)) return USER_NOT_FOUND_ERR;
   if (changes.groupName && !groupExists(*changes.groupName)) return GROUP_NOT_FOUND_ERR;
   // An empty set of changes is applied as well, so that a missing path is noticed.
-  return services().fileAttributes->apply(path, changes) == 0 ? kSuccess : CANNOT_CHANGE_PRIVS_ERR;
+  const int refused = services().fileAttributes->apply(path, changes);
+  if (error != nullptr) *error = refused;
+  return refused == 0 ? kSuccess : CANNOT_CHANGE_PRIVS_ERR;
 }
 
 }  // namespace paddock

@@ -15,6 +15,7 @@
 #include "platform/testing/fake_quota_control.h"
 #include "platform/testing/fake_volume_info.h"
 #include "platform/testing/in_memory_accounts.h"
+#include "platform/testing/recording_logger.h"
 #include "platform/testing/recording_program_runner.h"
 #include "support/open_descriptors.h"
 #include "support/temporary_folder.h"
@@ -96,6 +97,7 @@ class VolumeFixture : public ::testing::Test {
   InMemoryAccounts accounts;
   ExistenceOfFiles fileAttributes;
   RecordingProgramRunner programs;
+  RecordingLogger logger;
 
   Services doubles() {
     Services all;
@@ -105,6 +107,7 @@ class VolumeFixture : public ::testing::Test {
     all.accounts = &accounts;
     all.fileAttributes = &fileAttributes;
     all.programRunner = &programs;
+    all.logger = &logger;
     return all;
   }
 
