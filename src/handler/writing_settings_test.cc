@@ -303,7 +303,7 @@ TEST_F(WholeServerWritingTest, TheFirstFailureIsReportedAndTheOthersAreStillWrit
                                            Dictionary{{"path", "/srv/c"}, {"name", "c"}}});
   EXPECT_EQ(reply.integer("writeStatus"), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(*reply.string("writeError"), "CANNOT_SAVE_SHARE_POINT_ERR");
-  EXPECT_EQ(sharePointNames(), (Names{"a", "c"}));
+  EXPECT_EQ(sharePointNames(), (Names{"a", "b", "c"}));
 }
 
 TEST_F(WholeServerWritingTest, AReadBackThatFailsHasNoTextAndReadStatusZero) {

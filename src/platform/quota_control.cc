@@ -25,6 +25,11 @@ std::optional<QuotaRequest> quotaRequest(std::uint32_t commandWord, const QuotaA
   }
 }
 
+int quotaPathError(const std::string& path) {
+  if (!path.starts_with('/') || path.find('\0') != std::string::npos) return EINVAL;
+  return (path + '/').find("/../") == std::string::npos ? 0 : EINVAL;
+}
+
 int quotaFileError(const std::string& path) {
   if (path.find('\0') != std::string::npos) return EINVAL;
   struct stat status {};

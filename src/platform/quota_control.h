@@ -30,7 +30,7 @@ class QuotaControl {
   //   ENOENT   no such path; or the quota file that is to be switched on does not exist
   //   EACCES   that file is not a regular one
   //   EINVAL   a word other than the six, an argument of the wrong kind, a path of which
-  //            VolumeInfo::statfs says so
+  //            `quotaPathError` says so
   // and what the volume itself reports (EPERM, EROFS, EIO). Switching to the state that there is
   // already is 0. `id` is not used. Any thread may call.
   virtual int quotactl(const std::string& path, std::uint32_t commandWord, std::uint32_t id,
@@ -47,6 +47,9 @@ struct QuotaRequest {
 // Absent for a word or an argument that is EINVAL. The state, when there is one, is set to 0.
 // `argument` outlives the result.
 std::optional<QuotaRequest> quotaRequest(std::uint32_t commandWord, const QuotaArgument& argument);
+// Why this path names no volume whose quotas are switched: EINVAL when it is not absolute, holds a
+// NUL or has a ".." component. 0 when it may.
+int quotaPathError(const std::string& path);
 // Why this file cannot be switched on: ENOENT, EACCES for what is not a regular file (a link at the
 // end is not followed), EINVAL for a path with a NUL. 0 when it can.
 int quotaFileError(const std::string& path);

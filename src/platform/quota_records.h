@@ -37,7 +37,7 @@ struct QuotaLimits {
 // followed when it is a link. Every operation gives 0, or an errno with its out value empty:
 //   ENOTSUP  the volume keeps no quotas of the type
 //   ENOENT   no such path
-//   EINVAL   another type, or a path of which VolumeInfo::statfs says so
+//   EINVAL   another type, or a path of which `quotaPathError` says so
 // and what the volume itself reports (EPERM, EROFS, EIO). Any thread may call.
 class QuotaRecords {
  public:

@@ -28,8 +28,9 @@ class VolumeInfo {
  public:
   virtual ~VolumeInfo() = default;
   // The volume that holds `path`, its last component followed when it is a link. 0, or an errno
-  // with `volume` empty: ENOENT, EACCES, ENAMETOOLONG (4096 bytes and more), and EINVAL for a
-  // path that is empty, relative, holds a NUL or has a ".." component.
+  // with `volume` empty, as statfs(2) says it: ENOENT (of an empty path, too), ENOTDIR, EACCES,
+  // ENAMETOOLONG (4096 bytes and more). ".." leads where the kernel goes, and a relative path
+  // begins at the working folder. EINVAL for a path with a NUL.
   virtual int statfs(const std::string& path, MountedVolume& volume) = 0;
   // How large that volume is. The same errors, with `statistics` empty. The volume is asked, which
   // for one on another machine may take its time.

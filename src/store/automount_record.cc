@@ -8,6 +8,7 @@
 #include "platform/host_name.h"
 #include "platform/services.h"
 #include "store/directory_access.h"
+#include "store/exception_text.h"
 #include "store/schema.h"
 
 namespace paddock {
@@ -86,16 +87,18 @@ Status set_automount_record(const std::string& path, const std::string& nodePath
 }
 
 Status delete_automount_record(const std::string& path, const std::string& nodePath,
-                               const std::string& adminName, const std::string& adminPassword) {
+                               const std::string& adminName, const std::string& adminPassword,
+                               std::string* reason) {
   try {
     const auto node = openNode(nodePath, adminName, adminPassword);
     if (node == nullptr) return kSuccess;
     const auto host = readHostName();
-    if (!host) return CANNOT_DELETE_AUTOMOUNT_ERR;
-    return delete_ds_record_by_name(*host + ":" + path, schema::kMounts, *node);
+    if (host) return delete_ds_record_by_name(*host + ":" + path, schema::kMounts, *node, reason);
+    if (reason != nullptr) *reason = "the host's name cannot be read";
   } catch (...) {
-    return CANNOT_DELETE_AUTOMOUNT_ERR;
+    if (reason != nullptr) *reason = reason_of_current_exception();
   }
+  return CANNOT_DELETE_AUTOMOUNT_ERR;
 }
 
 }  // namespace paddock

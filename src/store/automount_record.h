@@ -20,8 +20,10 @@ Status set_automount_record(const std::string& path, const std::string& nodePath
                             const std::string& shareName);
 
 // Removes it. 0 when it is gone, was not there, or the administrator is refused; the status of its
-// removal; CANNOT_DELETE_AUTOMOUNT_ERR when anything throws or the host has no name.
+// removal; CANNOT_DELETE_AUTOMOUNT_ERR when anything throws or the host has no name. A `reason`
+// that is not null gets why, as far as there is a text.
 Status delete_automount_record(const std::string& path, const std::string& nodePath,
-                               const std::string& adminName, const std::string& adminPassword);
+                               const std::string& adminName, const std::string& adminPassword,
+                               std::string* reason = nullptr);
 
 }  // namespace paddock

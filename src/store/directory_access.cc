@@ -1,6 +1,8 @@
 #include "store/directory_access.h"
 
+#include "platform/logger.h"
 #include "platform/services.h"
+#include "store/exception_text.h"
 #include "store/schema.h"
 
 namespace paddock {
@@ -8,7 +10,8 @@ namespace paddock {
 namespace {
 
 // The status of the error that is being handled, by the rule for lookups.
-Status statusOfLookupError() {
+Status statusOfLookupError(std::string* reason) {
+  if (reason != nullptr) *reason = reason_of_current_exception();
   try {
     throw;
   } catch (const DirectoryError& error) {
@@ -18,14 +21,21 @@ Status statusOfLookupError() {
   }
 }
 
+// Of the error that is being handled.
+void logRecordError(const std::string& name, const std::string& recordType, const char* what) {
+  services().logger->log(kLogError, "paddock_sharing: The record " + name + " of type " +
+                                        recordType + " was not " + what + ": " +
+                                        reason_of_current_exception());
+}
+
 // Runs `work` on the local node; a node that cannot be opened is a lookup that failed.
 template <typename Work>
-Status onLocalNode(Work work) {
+Status onLocalNode(Work work, std::string* reason = nullptr) {
   std::shared_ptr<DirectoryNode> node;
   try {
     node = get_local_node();
   } catch (...) {
-    return statusOfLookupError();
+    return statusOfLookupError(reason);
   }
   return work(*node);
 }
@@ -47,32 +57,36 @@ std::shared_ptr<DirectoryNode> get_local_node() {
 }
 
 Status get_ds_record(const std::string& attribute, const std::string& value,
-                     const std::string& recordType, DirectoryRecordPtr& record,
-                     DirectoryNode& node) {
+                     const std::string& recordType, DirectoryRecordPtr& record, DirectoryNode& node,
+                     std::string* reason) {
   record = nullptr;
   try {
     record = findLastMatch(attribute, value, recordType, node);
   } catch (...) {
-    return statusOfLookupError();
+    return statusOfLookupError(reason);
   }
   return kSuccess;
 }
 
 Status get_local_ds_record(const std::string& attribute, const std::string& value,
-                           const std::string& recordType, DirectoryRecordPtr& record) {
+                           const std::string& recordType, DirectoryRecordPtr& record,
+                           std::string* reason) {
   record = nullptr;
-  return onLocalNode([&](DirectoryNode& node) {
-    return get_ds_record(attribute, value, recordType, record, node);
-  });
+  return onLocalNode(
+      [&](DirectoryNode& node) {
+        return get_ds_record(attribute, value, recordType, record, node, reason);
+      },
+      reason);
 }
 
 Status get_ds_record_by_name(const std::string& name, const std::string& recordType, bool create,
-                             DirectoryRecordPtr& record, DirectoryNode& node) {
-  const Status status = get_ds_record(schema::kRecordName, name, recordType, record, node);
+                             DirectoryRecordPtr& record, DirectoryNode& node, std::string* reason) {
+  const Status status = get_ds_record(schema::kRecordName, name, recordType, record, node, reason);
   if (status != kSuccess || record != nullptr || !create) return status;
   try {
     record = node.newRecord(name, recordType);
   } catch (...) {
+    logRecordError(name, recordType, "created");
     return kRecordCreationFailed;
   }
   return kSuccess;
@@ -87,13 +101,15 @@ Status get_local_ds_record_by_name(const std::string& name, const std::string& r
 }
 
 Status delete_ds_record_by_name(const std::string& name, const std::string& recordType,
-                                DirectoryNode& node) {
+                                DirectoryNode& node, std::string* reason) {
   DirectoryRecordPtr record;
-  const Status status = get_ds_record_by_name(name, recordType, false, record, node);
+  const Status status = get_ds_record_by_name(name, recordType, false, record, node, reason);
   if (status != kSuccess || record == nullptr) return status;
   try {
     record->removeRecord();
   } catch (...) {
+    if (reason == nullptr) logRecordError(name, recordType, "removed");
+    if (reason != nullptr) *reason = reason_of_current_exception();
     return kRecordRemovalFailed;
   }
   return kSuccess;

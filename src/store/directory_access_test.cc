@@ -315,5 +315,41 @@ TEST_F(DirectoryAccessTest, SettingADictionaryTakesArraysWholeAndLeavesOtherAttr
   EXPECT_EQ(values(kSharePoints, "a", kDirectoryPath), (Array{"/srv/a"}));
 }
 
+TEST_F(DirectoryAccessTest, ALookupThatFailsHandsOutItsReasonAndLogsNothing) {
+  DirectoryRecordPtr record;
+  std::string reason = "none";
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record, &reason), 0);
+  EXPECT_EQ(reason, "none");
+  trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1);
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record, &reason), EIO);
+  EXPECT_EQ(reason, "damaged");
+  trace.raise("localNode", DirectoryError(EBUSY, "locked"), 1);
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record, &reason), EBUSY);
+  EXPECT_EQ(reason, "locked");
+  trace.raise("findRecordsOfTypes", std::runtime_error("broken"), 1);
+  EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record, &reason), 0);
+  EXPECT_EQ(reason, "broken");
+  EXPECT_TRUE(logger.lines().empty());
+}
+
+TEST_F(DirectoryAccessTest, ACreationOrRemovalThatFailsIsLoggedWithTheRecordAndItsReason) {
+  DirectoryRecordPtr record;
+  trace.raise("newRecord", DirectoryError(EACCES, "read-only"), 1);
+  EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), kRecordCreationFailed);
+  trace.raise("removeRecord", DirectoryError(EACCES, "read-only"));
+  EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), kRecordRemovalFailed);
+  const std::string beginning = "paddock_sharing: The record ";
+  const std::string type = std::string(" of type ") + kMounts;
+  EXPECT_EQ(logger.lines(),
+            (std::vector<RecordingLogger::Line>{
+                {kLogError, beginning + "a" + type + " was not created: read-only"},
+                {kLogError, beginning + "stale" + type + " was not removed: read-only"}}));
+  std::string reason;
+  EXPECT_EQ(delete_ds_record_by_name("stale", kMounts, *get_local_node(), &reason),
+            kRecordRemovalFailed);
+  EXPECT_EQ(reason, "read-only");
+  EXPECT_EQ(logger.lines().size(), 2U);
+}
+
 }  // namespace
 }  // namespace paddock

@@ -1,7 +1,9 @@
 #include "store/directory_nodes.h"
 
 #include "platform/directory.h"
+#include "platform/logger.h"
 #include "platform/services.h"
+#include "store/exception_text.h"
 #include "store/schema.h"
 
 namespace paddock {
@@ -13,6 +15,12 @@ constexpr Status kNoStatus = -1;
 
 void proveWriteAccess(DirectoryNode& node) {
   node.newRecord(kVerificationRecord, schema::kMounts)->removeRecord();
+}
+
+// Of the error that is being handled.
+void logNotWritable(const std::string& nodePath, const std::string& adminName) {
+  services().logger->log(kLogError, "paddock_sharing: " + adminName + " cannot write to the node " +
+                                        nodePath + ": " + reason_of_current_exception());
 }
 
 bool isWritable(DirectorySession& session, const std::string& nodePath) {
@@ -49,8 +57,10 @@ Status auth_ds_node(const std::string& nodePath, const std::string& adminName,
   } catch (const DirectoryError& error) {
     const Status status = error.status().value_or(kNoStatus);
     canAuth = status == kSuccess;
+    if (!canAuth) logNotWritable(nodePath, adminName);
     return status;
   } catch (...) {
+    logNotWritable(nodePath, adminName);
     return kNoStatus;
   }
   canAuth = true;

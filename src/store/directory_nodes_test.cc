@@ -147,6 +147,17 @@ TEST_F(AuthenticationTest, ANodeThatDoesNotExistRaises) {
   EXPECT_THROW(auth_ds_node("/Missing", "admin", "secret", canAuth_), DirectoryError);
 }
 
+TEST_F(AuthenticationTest, AChangeThatTheNodeRefusesIsLoggedWithItsReason) {
+  trace.raise("newRecord", DirectoryError("no number"), 1);
+  EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), -1);
+  trace.raise("removeRecord", DirectoryError(EACCES, "read-only"), 1);
+  EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), EACCES);
+  const std::string beginning = "paddock_sharing: admin cannot write to the node /Other: ";
+  EXPECT_EQ(logger.lines(),
+            (std::vector<RecordingLogger::Line>{{kLogError, beginning + "no number"},
+                                                {kLogError, beginning + "read-only"}}));
+}
+
 TEST_F(AuthenticationTest, ANodeThatCannotAnswerRaises) {
   trace.raise("authenticateName", DirectoryError(ETIMEDOUT, "slow"));
   EXPECT_THROW(auth_ds_node("/Other", "admin", "secret", canAuth_), DirectoryError);

@@ -19,4 +19,14 @@ std::string describe_current_exception() {
   }
 }
 
+std::string reason_of_current_exception() {
+  try {
+    throw;
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "an unknown exception";
+  }
+}
+
 }  // namespace paddock

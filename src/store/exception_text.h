@@ -9,4 +9,7 @@ namespace paddock {
 // description. Precondition: an exception is being handled.
 std::string describe_current_exception();
 
+// Its description, also where it has a status number. The same precondition.
+std::string reason_of_current_exception();
+
 }  // namespace paddock

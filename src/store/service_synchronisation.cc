@@ -15,6 +15,8 @@ namespace paddock {
 
 namespace {
 
+using Failures = std::vector<std::string>;
+
 constexpr const char* kAdministrationTool = "/usr/sbin/keelhouse";
 constexpr const char* kSmbSynchroniser = "/usr/libexec/samba/synchronize-shares";
 constexpr const char* kNfs = "paddock_nfs";
@@ -31,31 +33,70 @@ Status statusOf(const ProgramOutcome& outcome) {
   return outcome.errorOutput.empty() ? kSuccess : kComplained;
 }
 
-Status syncVsp() {
-  const ProgramOutcome outcome = services().programRunner->run(
-      kAdministrationTool, {"command", "vsp:command", "=", "syncSharePoints"});
-  const Status status = statusOf(outcome);
-  const std::string_view output = outcome.output;
-  if (status != kSuccess || !output.starts_with(kVspStatus)) return status;
-  return leadingInteger(output.substr(kVspStatus.size()));
+std::string firstLine(std::string_view text) {
+  constexpr std::size_t kLongest = 500;
+  return std::string(text.substr(0, std::min(text.find('\n'), kLongest)));
 }
 
-Status updateNfs() {
-  services().pluginCommands->doCommand(kNfs, {{"command", "updateNFS"}, {"count", 0}}, kNfs,
-                                       std::nullopt);
+std::string exitText(std::int64_t status) {
+  return "it exited with status " + std::to_string(status);
+}
+
+// Why the program did not do what it was run for; empty when it did.
+std::string failureOf(const ProgramOutcome& outcome, Status status) {
+  if (outcome.status != 0) return sharing_error_string(outcome.status);
+  if (!outcome.errorOutput.empty()) return firstLine(outcome.errorOutput);
+  if (outcome.exitStatus != 0) return exitText(outcome.exitStatus);
+  return status != kSuccess ? "its status is " + std::to_string(status) : std::string();
+}
+
+// The same of a plug-in's reply that ran one.
+std::string failureOf(const Dictionary& reply) {
+  if (const std::string* error = reply.string("error")) return firstLine(*error);
+  const std::int64_t status = reply.integer("status").value_or(kSuccess);
+  if (status == kSuccess) return {};
+  const std::string* output = reply.string("errorOutput");
+  return output != nullptr ? firstLine(*output) : exitText(status);
+}
+
+void note(const std::string& who, const std::string& failure, Failures* failures) {
+  if (failures != nullptr && !failure.empty()) failures->push_back(who + ": " + failure);
+}
+
+Status syncVsp(Failures* failures) {
+  const ProgramOutcome outcome = services().programRunner->run(
+      kAdministrationTool, {"command", "vsp:command", "=", "syncSharePoints"});
+  Status status = statusOf(outcome);
+  const std::string_view output = outcome.output;
+  if (status == kSuccess && output.starts_with(kVspStatus)) {
+    status = leadingInteger(output.substr(kVspStatus.size()));
+  }
+  note(kAdministrationTool, failureOf(outcome, status), failures);
+  return status;
+}
+
+Status updateNfs(Failures* failures) {
+  const Dictionary reply = services().pluginCommands->doCommand(
+      kNfs, {{"command", "updateNFS"}, {"count", 0}}, kNfs, std::nullopt);
+  note(kNfs, failureOf(reply), failures);
   return kSuccess;
 }
 
-Status syncSmb() { return statusOf(services().programRunner->run(kSmbSynchroniser, {})); }
+Status syncSmb(Failures* failures) {
+  const ProgramOutcome outcome = services().programRunner->run(kSmbSynchroniser, {});
+  const Status status = statusOf(outcome);
+  note(kSmbSynchroniser, failureOf(outcome, status), failures);
+  return status;
+}
 
 }  // namespace
 
-Status sync_share_point_services() {
+Status sync_share_point_services(Failures* failures) {
   std::int64_t sum = 0;
   std::exception_ptr first;
-  for (Status (*const step)() : {syncVsp, updateNfs, syncSmb}) {
+  for (Status (*const step)(Failures*) : {syncVsp, updateNfs, syncSmb}) {
     try {
-      sum += step();
+      sum += step(failures);
     } catch (...) {
       if (first == nullptr) first = std::current_exception();
     }

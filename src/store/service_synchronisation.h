@@ -1,6 +1,9 @@
 // Telling the services that publish the share points that these have changed.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "base/status.h"
 
 namespace paddock {
@@ -15,6 +18,9 @@ namespace paddock {
 //   - the VSP service's, from the program's "vsp:status = NUMBER": the number;
 //   - otherwise 0.
 // A number or a sum beyond 32 bits is the nearest that fits.
-Status sync_share_point_services();
+//
+// `failures`, when not null, gets a text for each service that could not be told or failed, the NFS
+// service included: the program and why. Nothing is logged.
+Status sync_share_point_services(std::vector<std::string>* failures = nullptr);
 
 }  // namespace paddock

@@ -200,5 +200,29 @@ TEST_F(ServiceSynchronisationTest, OfSeveralExceptionsTheFirstIsThrownOnceAllSte
   EXPECT_EQ(steps(), allSteps_);
 }
 
+TEST_F(ServiceSynchronisationTest, HandsOutWhoFailedAndWhyAndLogsNothing) {
+  const auto failures = [] {
+    Names texts;
+    sync_share_point_services(&texts);
+    return texts;
+  };
+  EXPECT_EQ(failures(), Names());
+  programs.setOutcome(kTool, {.status = 0, .output = "vsp:status = 5\n", .errorOutput = ""});
+  programs.setOutcome(kSmb, {.status = ETIMEDOUT, .output = "", .errorOutput = ""});
+  plugins.setPlugin("paddock_nfs", [](const Dictionary&) {
+    return Dictionary{{"error", "no such plug-in"}};
+  });
+  EXPECT_EQ(failures(),
+            (Names{std::string(kTool) + ": its status is 5", "paddock_nfs: no such plug-in",
+                   std::string(kSmb) + ": Connection timed out"}));
+  programs.setOutcome(kTool,
+                      {.status = 0, .output = "", .errorOutput = "no\nmore", .exitStatus = 1});
+  programs.setOutcome(kSmb, {.status = 0, .output = "", .errorOutput = "", .exitStatus = 137});
+  plugins.setPlugin("paddock_nfs", [](const Dictionary&) { return Dictionary{{"status", 2}}; });
+  EXPECT_EQ(failures(), (Names{std::string(kTool) + ": no", "paddock_nfs: it exited with status 2",
+                               std::string(kSmb) + ": it exited with status 137"}));
+  EXPECT_TRUE(logger.lines().empty());
+}
+
 }  // namespace
 }  // namespace paddock

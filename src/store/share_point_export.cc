@@ -19,19 +19,27 @@ std::shared_ptr<NFSExportRecord> mergedWithExisting(const NFSExportRecord& expor
   return merged;
 }
 
+void logNotWritten(const SharePointRecord& sharePoint, const NFSExportRecord& exportRecord,
+                   const std::string& reason) {
+  const bool isOfThePath = exportRecord.path() == sharePoint.identifier();
+  services().logger->log(kLogError, "paddock_sharing: The export of the " +
+                                        sharePoint.description() +
+                                        (isOfThePath ? "" : ", of " + exportRecord.path() + ",") +
+                                        " was not written: " + reason);
+}
+
 }  // namespace
 
-Status write_export(const std::shared_ptr<NFSExportRecord>& exportRecord) {
+Status write_export(const SharePointRecord& sharePoint) {
+  const auto& exportRecord = sharePoint.nfsExportRecord();
   if (exportRecord->isDeleted()) {
     delete_export_record(exportRecord);
     return kSuccess;
   }
   NFSExportParser& parser = shared_exports_parser();
   const auto merged = mergedWithExisting(*exportRecord, parser);
-  if (!merged->isValid()) {
-    services().logger->log(kLogError, "paddock_sharing: The export of " + merged->path() +
-                                          " was not written: a host or an option of it cannot "
-                                          "stand in the exports file.");
+  if (const auto reason = merged->invalidReason()) {
+    logNotWritten(sharePoint, *merged, *reason);
     return CANNOT_SAVE_SHARE_POINT_ERR;
   }
   merged->settleLine();

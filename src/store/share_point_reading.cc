@@ -3,15 +3,21 @@
 #include <stdexcept>
 
 #include "exports/shared_exports_parser.h"
+#include "platform/logger.h"
 #include "platform/services.h"
 #include "platform/volume_info.h"
 #include "store/directory_access.h"
+#include "store/exception_text.h"
 #include "store/schema.h"
 #include "volumes/md_config_wrappers.h"
 
 namespace paddock {
 
 namespace {
+
+void logError(const std::string& text) {
+  services().logger->log(kLogError, "paddock_sharing: " + text);
+}
 
 void completeMountPoint(SharePointRecord& record) {
   if (!record.mountedOnPath().value_or(std::string()).empty()) return;
@@ -28,6 +34,7 @@ Array searchSharePoints(DirectoryNode& node) {
     return node.findRecordNames(kRecordsAll, {kAttributesAll}, schema::kSharePoints,
                                 MatchType::caseInsensitiveExact);
   } catch (...) {
+    logError("The share points cannot be listed: " + reason_of_current_exception());
     return {};
   }
 }
@@ -41,7 +48,10 @@ std::unique_ptr<SharePointRecord> completedSharePoint(const Value& answer) {
 }
 
 Array readAllSharePoints() {
-  shared_exports_parser().readFile();
+  NFSExportParser& exports = shared_exports_parser();
+  if (!exports.readFile() && !exports.fault().empty()) {
+    logError("Exports are listed as they were last read: " + exports.fault());
+  }
   const auto node = get_local_node();
   Array answers = searchSharePoints(*node);
   // A listing can be large: each share point's form takes the place of its attributes.
@@ -72,6 +82,7 @@ Status read_sharepoints([[maybe_unused]] const Value* filter, std::optional<Arra
     if (!forms.empty()) list = std::move(forms);
     return kSuccess;
   } catch (...) {
+    logError("The share points cannot be listed: " + reason_of_current_exception());
     return CANNOT_RETRIEVE_SHARE_POINTS_ERR;
   }
 }
@@ -79,9 +90,13 @@ Status read_sharepoints([[maybe_unused]] const Value* filter, std::optional<Arra
 Status get_share_point(const std::string& path, std::unique_ptr<SharePointRecord>& record) {
   record = nullptr;
   DirectoryRecordPtr directoryRecord;
-  const Status lookup =
-      get_local_ds_record(schema::kDirectoryPath, path, schema::kSharePoints, directoryRecord);
-  if (lookup != kSuccess) return CANNOT_RETRIEVE_SHARE_POINTS_ERR;
+  std::string reason;
+  const Status lookup = get_local_ds_record(schema::kDirectoryPath, path, schema::kSharePoints,
+                                            directoryRecord, &reason);
+  if (lookup != kSuccess) {
+    logError("The share point for path " + path + " cannot be read: " + reason);
+    return CANNOT_RETRIEVE_SHARE_POINTS_ERR;
+  }
   if (directoryRecord == nullptr) return kSuccess;
   return share_point_from_ds_attributes(directoryRecord->getAllAttributesAndValues(), record);
 }

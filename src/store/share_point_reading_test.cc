@@ -362,5 +362,29 @@ TEST_F(OneSharePointReadingTest, ChangingWhatWasHandedOutLeavesTheNextAnswerAlon
   EXPECT_EQ(record_->dictionary(), before);
 }
 
+TEST_F(SharePointReadingTest, WhatCannotBeReadIsLoggedWithItsReason) {
+  addSharePoint("a", "/srv/a");
+  const auto expectOne = [this](const std::string& text) {
+    EXPECT_EQ(logger.lines(), (std::vector<RecordingLogger::Line>{{kLogError, text}}));
+    logger.clear();
+    trace.forgetRules();
+  };
+  trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(get_share_point("/srv/a", record_), CANNOT_RETRIEVE_SHARE_POINTS_ERR);
+  expectOne("paddock_sharing: The share point for path /srv/a cannot be read: damaged");
+  trace.raise("findRecordNames", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
+  expectOne("paddock_sharing: The share points cannot be listed: damaged");
+  trace.raise("localNode", DirectoryError(EIO, "damaged"));
+  EXPECT_EQ(read_sharepoints(nullptr, list_), CANNOT_RETRIEVE_SHARE_POINTS_ERR);
+  expectOne("paddock_sharing: The share points cannot be listed: damaged");
+  setExportsFile(managedBlock({"/srv/a *(rw)"}));
+  trace.fail("read", EACCES);
+  EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
+  expectOne(
+      "paddock_sharing: Exports are listed as they were last read: cannot read /etc/exports: "
+      "Permission denied");
+}
+
 }  // namespace
 }  // namespace paddock

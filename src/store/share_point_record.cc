@@ -115,6 +115,13 @@ Dictionary SharePointRecord::dictionary() const {
   return form;
 }
 
+std::string SharePointRecord::description() const {
+  std::string text = "share point";
+  if (name_ && !name_->empty()) text += " " + *name_;
+  if (path_) text += " for path " + *path_;
+  return text;
+}
+
 Dictionary SharePointRecord::dsDictionary() const {
   Dictionary form;
   Properties::visit([&](const auto& property, auto kind) {

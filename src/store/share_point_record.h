@@ -34,6 +34,9 @@ class SharePointRecord {
   // Sets what `settings`, a dictionary form, names.
   void addAttributesFromDictionary(const Dictionary& settings);
 
+  // "share point NAME for path PATH", for logs; what is not set is left out.
+  std::string description() const;
+
   // The share point's identity: its path, empty when that is not set.
   std::string identifier() const { return path_.value_or(std::string()); }
   const std::optional<std::string>& path() const { return path_; }

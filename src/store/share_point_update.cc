@@ -1,7 +1,6 @@
 #include "store/share_point_update.h"
 
 #include <cerrno>
-#include <exception>
 
 #include "base/guid.h"
 #include "base/status.h"
@@ -27,52 +26,22 @@ namespace paddock {
 
 namespace {
 
-// One share point on its way into the directory. A record that was created for it is removed
-// again unless its settings were stored, also when an exception passes.
-class Update {
- public:
-  explicit Update(SharePointRecord& toWrite) : sharePoint(toWrite), node(get_local_node()) {}
-  Update(const Update&) = delete;
-  Update& operator=(const Update&) = delete;
-  ~Update() {
-    if (created && !stored) removeCreated();
-  }
-
+// One share point on its way into the directory.
+struct Update {
   SharePointRecord& sharePoint;
   std::shared_ptr<DirectoryNode> node;
   DirectoryRecordPtr record;
-  bool created = false;
-  bool stored = false;
-
- private:
-  void removeCreated() noexcept {
-    try {
-      record->removeRecord();
-    } catch (...) {
-      // The directory that refused the settings may refuse the removal too.
-    }
-  }
+  std::string lookupError;
 };
 
 void logNotSaved(const SharePointRecord& sharePoint, const std::string& reason) {
-  services().logger->log(kLogError, "paddock_sharing: The share point for path " +
-                                        sharePoint.identifier() + " was not saved: " + reason);
-}
-
-// Precondition: an exception is being handled.
-std::string reasonOfException() {
-  try {
-    throw;
-  } catch (const std::exception& exception) {
-    return exception.what();
-  } catch (...) {
-    return describe_current_exception();
-  }
+  services().logger->log(
+      kLogError, "paddock_sharing: The " + sharePoint.description() + " was not saved: " + reason);
 }
 
 Status findRecord(Update& update) {
   return get_ds_record(schema::kDirectoryPath, update.sharePoint.identifier(), schema::kSharePoints,
-                       update.record, *update.node);
+                       update.record, *update.node, &update.lookupError);
 }
 
 // A name that is not set, or empty, is not looked up and stays as it is.
@@ -118,11 +87,10 @@ bool createRecord(Update& update, Status& lookup) {
     if (update.record == nullptr) {
       update.record = update.node->newRecord(update.sharePoint.name().value_or(std::string()),
                                              schema::kSharePoints);
-      update.created = true;
     }
     return true;
   } catch (...) {
-    logNotSaved(update.sharePoint, reasonOfException());
+    logNotSaved(update.sharePoint, reason_of_current_exception());
     return false;
   }
 }
@@ -152,7 +120,7 @@ Status storeDirectoryForm(const SharePointRecord& merged, DirectoryRecord& recor
     record.setAttributesAndValues(merged.dsDictionary());
     return kSuccess;
   } catch (...) {
-    logNotSaved(merged, reasonOfException());
+    logNotSaved(merged, reason_of_current_exception());
     return CANNOT_SAVE_SHARE_POINT_ERR;
   }
 }
@@ -206,15 +174,13 @@ void keepFirst(Status& kept, Status status) {
   if (kept == kSuccess) kept = status;
 }
 
-// Everything that follows from the merged settings, in order.
-Status applyMerged(const SharePointRecord& merged, const Array& credentials, Update& update) {
-  DirectoryRecord& record = *update.record;
+// Everything that follows from the merged settings, in order. Deliberate: settings that could not
+// be stored keep nothing of the rest from being done.
+Status applyMerged(const SharePointRecord& merged, const Array& credentials,
+                   DirectoryRecord& record) {
   Status status = storeDirectoryForm(merged, record);
-  update.stored = status == kSuccess;
-  // Nothing follows from a new share point that is not there after all.
-  if (update.created && !update.stored) return status;
   if (merged.nfsExportRecord() != nullptr) {
-    keepFirst(status, write_export(merged.nfsExportRecord()));
+    keepFirst(status, write_export(merged));
   }
   switchAutomount(merged, credentials, record);
   if (merged.path() && is_nfs_reshare(*merged.path())) {
@@ -228,14 +194,17 @@ Status applyMerged(const SharePointRecord& merged, const Array& credentials, Upd
 }  // namespace
 
 Status update_sharepoint(SharePointRecord& sharePoint, const Array& credentials) {
-  Update update(sharePoint);
+  Update update{sharePoint, get_local_node(), nullptr, {}};
   Status lookup = findRecord(update);
   if (update.record == nullptr && !createRecord(update, lookup)) {
     return CANNOT_SAVE_SHARE_POINT_ERR;
   }
-  if (lookup != kSuccess) return lookup;
+  if (lookup != kSuccess) {
+    logNotSaved(sharePoint, "its record cannot be looked up: " + update.lookupError);
+    return lookup;
+  }
   if (const Status status = fillMountPoint(sharePoint); status != kSuccess) return status;
-  return applyMerged(mergeWithStored(sharePoint), credentials, update);
+  return applyMerged(mergeWithStored(sharePoint), credentials, *update.record);
 }
 
 }  // namespace paddock

@@ -14,9 +14,10 @@ namespace paddock {
 // "adminPassword". Returns 0, the status of the lookup, or 100076. Throws what the directory throws
 // outside naming, creating and storing.
 //
-// A record that this call created and could not fill is removed again, and nothing else is done for
-// it, so that a share point that could not be saved leaves nothing behind. (An element that has
-// no path at all is written with its name alone, as it was asked for.)
+// A record that this call created stays whatever becomes of the rest: without settings when its
+// folder could not be asked for its volume, or when they could not be stored. (After the latter
+// everything else is done for it.) An element that has no path at all is written with its name
+// alone.
 Status update_sharepoint(SharePointRecord& sharePoint, const Array& credentials);
 
 }  // namespace paddock

@@ -1,6 +1,8 @@
 #include "store/share_point_writing.h"
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "exports/shared_exports_parser.h"
 #include "platform/logger.h"
@@ -17,6 +19,37 @@ namespace {
 
 void logEndOfCall(const std::string& detail) {
   services().logger->log(kLogError, "paddock_sharing write_sharepoints exception: " + detail);
+}
+
+void logError(const std::string& text) {
+  services().logger->log(kLogError, "paddock_sharing: " + text);
+}
+
+// Whom a failure concerns that is not one share point's alone.
+std::string namesOf(const std::vector<SharePointRecord>& sharePoints) {
+  constexpr std::size_t kNamed = 10;
+  if (sharePoints.empty()) return "the share points";
+  std::string text;
+  for (std::size_t number = 0; number < std::min(sharePoints.size(), kNamed); ++number) {
+    text += (number == 0 ? "the " : ", the ") + sharePoints[number].description();
+  }
+  if (sharePoints.size() <= kNamed) return text;
+  return text + " and " + std::to_string(sharePoints.size() - kNamed) + " more";
+}
+
+void writeExportsFile(const std::vector<SharePointRecord>& sharePoints) {
+  NFSExportParser& parser = shared_exports_parser();
+  if (parser.writeFileKeepingOthersChanges() || parser.fault().empty()) return;
+  logError("The exports file does not follow the change of " + namesOf(sharePoints) + ": " +
+           parser.fault());
+}
+
+void tellServices(const std::vector<SharePointRecord>& sharePoints) {
+  std::vector<std::string> failures;
+  sync_share_point_services(&failures);
+  for (const std::string& failure : failures) {
+    logError("A service was not told of " + namesOf(sharePoints) + ": " + failure);
+  }
 }
 
 void deleteMarked(const std::vector<SharePointRecord>& sharePoints, const Array& credentials) {
@@ -45,9 +78,9 @@ Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
     refresh_exports();
     deleteMarked(sharePoints, credentials);
     writeOthers(sharePoints, credentials, overall);
-    shared_exports_parser().writeFileKeepingOthersChanges();
+    writeExportsFile(sharePoints);
     register_share_points_with_hailcast(handler);
-    sync_share_point_services();
+    tellServices(sharePoints);
   } catch (...) {
     logEndOfCall(describe_current_exception());
   }

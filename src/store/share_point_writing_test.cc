@@ -178,12 +178,16 @@ TEST_F(SharePointWritingTest, TheFirstStatusIsKeptAndTheOthersAreStillWritten) {
       },
       [](const ServiceCall&) -> int { throw DirectoryError(ETIMEDOUT, "slow"); });
   EXPECT_EQ(write({share("a"), share("b"), share("c"), share("d")}), CANNOT_SAVE_SHARE_POINT_ERR);
-  EXPECT_EQ(sharePointNames(), (Names{"a", "d"}));
+  EXPECT_EQ(sharePointNames(), (Names{"a", "b", "c", "d"}));
+  for (const char* name : {"b", "c"}) removeRecord(schema::kSharePoints, name);
   EXPECT_EQ(write({share("c"), share("b"), share("e")}), ETIMEDOUT);
-  EXPECT_EQ(sharePointNames(), (Names{"a", "d", "e"}));
+  EXPECT_EQ(sharePointNames(), (Names{"a", "d", "c", "b", "e"}));
   const std::string line =
-      "paddock_sharing: The share point for path /srv/b was not saved: Input/output error";
-  EXPECT_EQ(errorLines(), (Names{line, line}));
+      "paddock_sharing: The share point b for path /srv/b was not saved: Input/output error";
+  const std::string lookup =
+      "paddock_sharing: The share point c for path /srv/c was not saved: its record cannot be "
+      "looked up: slow";
+  EXPECT_EQ(errorLines(), (Names{line, lookup, lookup, line}));
 }
 
 TEST_F(SharePointWritingTest, TwoSharePointsOfOneNameGetTwoNames) {
@@ -210,8 +214,9 @@ TEST_F(SharePointWritingTest, OneBadExportNeverEndsTheRequest) {
   EXPECT_EQ(write({share("a"), bad, good}), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(sharePointNames(), (Names{"a", "b", "c"}));
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/c *(rw)"}));
-  EXPECT_EQ(errorLines(), (Names{"paddock_sharing: The export of /srv/b was not written: a host or "
-                                 "an option of it cannot stand in the exports file."}));
+  EXPECT_EQ(errorLines(),
+            (Names{"paddock_sharing: The export of the share point b for path /srv/b was not "
+                   "written: a host holds white space or a control character"}));
 }
 
 TEST_F(SharePointWritingTest, WritingABackupTwiceGivesItTwoUuids) {
@@ -255,11 +260,84 @@ TEST_F(SharePointWritingTest, TheServicesAreToldAfterEachDeletionAndOnceAtTheEnd
   EXPECT_EQ(trace.sequence({"removeRecord", "newRecord", "replace", "run", "doCommand"}), expected);
 }
 
-TEST_F(SharePointWritingTest, WhatTheServicesAnswerIsNoStatus) {
-  programs.setOutcomeOfOthers({ENOENT, "", "missing"});
+TEST_F(SharePointWritingTest, WhatTheServicesAnswerIsNoStatusAndLoggedOnce) {
+  programs.setOutcomeOfOthers({.status = ENOENT, .output = "", .errorOutput = ""});
+  plugins.setPlugin("paddock_nfs", [](const Dictionary&) {
+    return Dictionary{{"status", 1}, {"errorOutput", "exportfs: no kernel server\nmore\n"}};
+  });
   addSharePoint("b", "/srv/b");
   EXPECT_EQ(write({share("a"), deletion("/srv/b")}), 0);
+  const std::string beginning =
+      "paddock_sharing: A service was not told of the share point a for path /srv/a, the share "
+      "point for path /srv/b: ";
+  EXPECT_EQ(
+      errorLines(),
+      (Names{beginning + "/usr/sbin/keelhouse: No such file or directory",
+             beginning + "paddock_nfs: exportfs: no kernel server",
+             beginning + "/usr/libexec/samba/synchronize-shares: No such file or directory"}));
+}
+
+TEST_F(SharePointWritingTest, OfManySharePointsTenAreNamed) {
+  programs.setOutcome("/usr/libexec/samba/synchronize-shares",
+                      {.status = 0, .output = "", .errorOutput = "no smbd\n"});
+  std::vector<Dictionary> list;
+  for (int number = 0; number < 12; ++number) list.push_back(share("s" + std::to_string(number)));
+  EXPECT_EQ(write(list), 0);
+  ASSERT_EQ(errorLines().size(), 1U);
+  EXPECT_TRUE(errorLines().front().ends_with(
+      "the share point s9 for path /srv/s9 and 2 more: /usr/libexec/samba/synchronize-shares: no "
+      "smbd"))
+      << errorLines().front();
+}
+
+TEST_F(SharePointWritingTest,
+       AnExportsFileThatCannotBeReadCopiedOrWrittenIsLoggedWithTheSharePoint) {
+  setExportsFile("/by/hand *(ro)\n");
+  Dictionary exported = share("a");
+  exported.set("nfsExportRecord", exportTo("*", {"rw"}));
+  const std::string beginning =
+      "paddock_sharing: The exports file does not follow the change of the share point a for path "
+      "/srv/a: ";
+  const std::vector<std::pair<std::string, std::string>> faults = {
+      {"read", "cannot read /etc/exports: Permission denied"},
+      {"copyOnce", "cannot copy /etc/exports: /etc/exports.before-paddock: Permission denied"},
+      {"replace", "cannot write /etc/exports: Permission denied"}};
+  for (const auto& [call, reason] : faults) {
+    trace.fail(call, EACCES);
+    EXPECT_EQ(write({exported}), 0) << call;
+    EXPECT_EQ(errorLines(), (Names{beginning + reason})) << call;
+    EXPECT_EQ(exportsFile(), "/by/hand *(ro)\n");
+    logger.clear();
+    trace.forgetRules();
+  }
+  EXPECT_EQ(write({exported}), 0);
   EXPECT_TRUE(errorLines().empty());
+  setExportsFile("/by/hand\xFF *(ro)\n");
+  EXPECT_EQ(write({exported}), 0);
+  EXPECT_EQ(errorLines(), (Names{beginning + "cannot read /etc/exports: it is not UTF-8"}));
+}
+
+TEST_F(SharePointWritingTest, AnAutomountNodeThatDoesNotExistIsLoggedWithNodePathAndSharePoint) {
+  Dictionary automounted = share("a");
+  automounted.set("isAutomounted", true);
+  automounted.set("automountDSPath", "/LDAP/none");
+  EXPECT_EQ(write({automounted}), 0);
+  ASSERT_EQ(errorLines().size(), 2U);
+  EXPECT_EQ(errorLines()[0].find("paddock_sharing: The automount of the share point a for path "
+                                 "/srv/a was not written to the node /LDAP/none: "),
+            0U)
+      << errorLines()[0];
+  EXPECT_EQ(errorLines()[1], "paddock_sharing write_sharepoints exception: 2");
+}
+
+TEST_F(SharePointWritingTest, AnAutomountThatCannotBeRemovedIsLoggedAndNoStatus) {
+  addSharePoint("a", "/srv/a", {{schema::kAutomountDsPath, "/LDAP/none"}});
+  EXPECT_EQ(write({{{"path", "/srv/a"}}}), 0);
+  ASSERT_EQ(errorLines().size(), 1U);
+  EXPECT_EQ(errorLines()[0].find("paddock_sharing: The automount of the share point a for path "
+                                 "/srv/a was not removed from the node /LDAP/none: "),
+            0U)
+      << errorLines()[0];
 }
 
 class WritingExceptionTest : public SharePointWritingTest {};
@@ -323,10 +401,11 @@ TEST_F(WritingExceptionTest, ADeletionThatRaisesEndsTheCallBeforeAnythingIsWritt
   EXPECT_EQ(trace.count("replace"), 0U);
 }
 
-TEST_F(WritingExceptionTest, AFolderQuestionThatRaisesLeavesNoHalfMadeRecord) {
+TEST_F(WritingExceptionTest, AFolderQuestionThatRaisesLeavesTheRecordThatWasMade) {
   trace.raise("statfs", std::runtime_error("broken"), 1);
   EXPECT_EQ(write({share("a"), share("b")}), 0);
-  EXPECT_TRUE(sharePointNames().empty());
+  EXPECT_EQ(sharePointNames(), (Names{"a"}));
+  EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{}));
 }
 
 TEST_F(WritingExceptionTest, AnEarlierOneLeavesTheServicesUntold) {
@@ -356,7 +435,7 @@ TEST_F(WritingExceptionTest, OneOfTellingTheServicesIsLoggedWhenAllAreTold) {
   EXPECT_EQ(trace.sequence({"run", "doCommand"}), end());
   EXPECT_EQ(
       errorLines(),
-      (Names{"paddock_sharing: The share point for path /srv/a was not saved: Input/output error",
+      (Names{"paddock_sharing: The share point a for path /srv/a was not saved: Input/output error",
              "paddock_sharing write_sharepoints exception: no sibling"}));
 }
 

@@ -56,6 +56,7 @@ int AccountingQuotaControl::quotactl(const std::string& path, std::uint32_t comm
                                      std::uint32_t /*id*/, const QuotaArgument& argument) {
   const auto request = quotaRequest(commandWord, argument);
   if (!request) return EINVAL;
+  if (const int error = quotaPathError(path); error != 0) return error;
   MountedVolume volume;
   if (const int error = volumes_.statfs(path, volume); error != 0) return error;
   if (request->command == kQuotaOnCommand) {

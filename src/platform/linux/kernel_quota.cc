@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "base/system_call.h"
+#include "platform/quota_control.h"
 
 namespace paddock {
 
@@ -50,6 +51,7 @@ int KernelQuota::call(unsigned command, std::uint32_t id, void* address) const {
 
 int findKernelQuota(VolumeInfo& volumes, const std::string& path, unsigned type,
                     KernelQuota& quota) {
+  if (const int error = quotaPathError(path); error != 0) return error;
   MountedVolume volume;
   if (const int error = volumes.statfs(path, volume); error != 0) return error;
   quota = {"", volume.f_mntonname, type};

@@ -46,6 +46,19 @@ TEST_F(LinuxVolumeInfoTest, SeesWhatIsMountedAndUnmountedMeanwhile) {
   });
 }
 
+TEST_F(LinuxVolumeInfoTest, TwoDotsBehindALinkLeadAboveItsTarget) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a");
+    mountNamed("inner", path);
+    folder("a/deep");
+    std::filesystem::create_symlink(path + "/deep", folder_.path("link"));
+    EXPECT_EQ(volumeOf(folder_.path("link/..")), (MountedVolume{path, "inner", "tmpfs"}));
+    MountedVolume volume;
+    EXPECT_EQ(volumeInfo_.statfs(path + "/missing/..", volume), ENOENT);
+  });
+}
+
 TEST_F(LinuxVolumeInfoTest, OfVolumesOnOneFolderTheTopOneCounts) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {

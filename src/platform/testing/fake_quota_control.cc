@@ -11,6 +11,7 @@ int FakeQuotaControl::quotactl(const std::string& path, std::uint32_t commandWor
   const auto request = quotaRequest(commandWord, argument);
   if (const int error = errors_[commandWord]; error != 0) return error;
   if (!request) return EINVAL;
+  if (const int error = quotaPathError(path); error != 0) return error;
   MountedVolume volume;
   if (const int error = volumes_.statfs(path, volume); error != 0) return error;
   const std::pair key(volume.f_mntonname, request->type);

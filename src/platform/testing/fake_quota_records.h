@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/quota_control.h"
 #include "platform/quota_records.h"
 #include "platform/volume_info.h"
 
@@ -72,6 +73,7 @@ class FakeQuotaRecords final : public QuotaRecords {
   int findKey(const std::string& path, std::uint32_t type, Key& key) {
     if (type > 1) return EINVAL;
     if (error_ != 0) return error_;
+    if (const int error = quotaPathError(path); error != 0) return error;
     MountedVolume volume;
     if (const int error = volumes_.statfs(path, volume); error != 0) return error;
     key = {volume.f_mntonname, type};

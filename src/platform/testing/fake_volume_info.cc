@@ -17,30 +17,27 @@ std::string familyOf(const std::string& type) {
   return type == "hfsplus" ? "hfs" : type;
 }
 
-bool hasDotDotComponent(std::string_view path) {
-  while (!path.empty()) {
-    const std::size_t end = path.find('/');
-    if (path.substr(0, end) == "..") return true;
-    if (end == std::string_view::npos) break;
-    path.remove_prefix(end + 1);
-  }
-  return false;
-}
-
 int pathError(const std::string& path) {
-  if (path.empty() || path.front() != '/' || path.find('\0') != std::string::npos) return EINVAL;
-  if (hasDotDotComponent(path)) return EINVAL;
+  if (path.empty()) return ENOENT;
+  if (path.find('\0') != std::string::npos) return EINVAL;
   return path.size() >= kPathLimit ? ENAMETOOLONG : 0;
 }
 
-// Without repeated and final slashes.
-std::string normalised(const std::string& path) {
+// Absolute, without "..", repeated and final slashes. There are no links, and the working folder
+// is "/".
+std::string normalised(std::string_view path) {
   std::string normal;
-  for (const char character : path) {
-    if (character != '/' || normal.empty() || normal.back() != '/') normal += character;
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string_view component = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
+    if (component == "..") {
+      normal.erase(std::min(normal.rfind('/'), normal.size()));
+    } else if (!component.empty() && component != ".") {
+      normal.append("/").append(component);
+    }
   }
-  if (normal.size() > 1 && normal.back() == '/') normal.pop_back();
-  return normal;
+  return normal.empty() ? "/" : normal;
 }
 
 bool liesOn(const std::string& path, const std::string& mountPoint) {

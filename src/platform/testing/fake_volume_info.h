@@ -12,7 +12,7 @@ namespace paddock {
 class FakeVolumeInfo : public VolumeInfo {
  public:
   // The volume mounted nearest above the path, by its components. Every path exists that
-  // `setError` says nothing of.
+  // `setError` says nothing of; there are no links, and the working folder is "/".
   int statfs(const std::string& path, MountedVolume& volume) override;
   // The numbers set for the volume; its family is "ufs" or "hfs" for the types that are of them.
   int statistics(const std::string& path, VolumeStatistics& statistics) override;
