@@ -20,11 +20,24 @@ function(paddock_layer_of_folder result)
   endforeach()
 endfunction()
 
+# paddock_embed_text(TARGET TEXT FUNCTION) adds to the target the C function that returns the text of a file of
+# the current folder.
+function(paddock_embed_text target text function)
+  set(source ${CMAKE_CURRENT_BINARY_DIR}/${function}.cc)
+  set(script ${PROJECT_SOURCE_DIR}/cmake/embed_text.cmake)
+  add_custom_command(OUTPUT ${source} DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${text} ${script} VERBATIM
+    COMMAND ${CMAKE_COMMAND} -D TEXT=${CMAKE_CURRENT_SOURCE_DIR}/${text} -D SOURCE=${source}
+            -D FUNCTION=${function} -P ${script})
+  target_sources(${target} PRIVATE ${source})
+  set_source_files_properties(${source} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
+
 # paddock_plugin(NAME [SOURCES ...] [USES layers...] [LIBRARIES third-party targets...] [TEST])
 # makes the plug-in NAME.so of the sources (every .cc of the current folder but the tests when none
 # are named), in bundles/NAME.bundle/Contents of the build tree, and installs it. Its own code is
-# hidden but for the two C symbols of paddock/plugin.h. TEST: for tests only, not installed,
-# in test_bundles/NAME.bundle/Contents.
+# hidden but for the C symbols of paddock/plugin.h; the text of the third one is NAME.json of the
+# current folder, where there is one. TEST: for tests only, not installed, in
+# test_bundles/NAME.bundle/Contents.
 function(paddock_plugin name)
   cmake_parse_arguments(arg "TEST" "" "SOURCES;USES;LIBRARIES" ${ARGN})
   paddock_layer_of_folder(layer)
@@ -50,6 +63,10 @@ function(paddock_plugin name)
     endif()
   endforeach()
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} paddock_flags)
+  file(GLOB description CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.json)
+  if(description)
+    paddock_embed_text(${name} ${name}.json paddock_plugin_description)
+  endif()
   target_link_options(${name} PRIVATE -Wl,-z,nodelete)
   set_target_properties(${name} PROPERTIES
     PREFIX ""

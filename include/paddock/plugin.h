@@ -9,6 +9,22 @@
 // The host asks for the version first and refuses a plug-in whose number is not its own.
 // `paddock_plugin_create` never throws: it sets either `handler` (owned by the host from
 // then on) or `error`, a text cut to fit. A plug-in is never unloaded.
+//
+// It may export a third one, what it says of its operations, for the document that describes the
+// daemon's interface. The text is JSON, ended with a zero byte and there as long as the process:
+//
+//   const char* paddock_plugin_description(void);
+//
+//   {"about": text, "schemas": {NAME: schema, ...}, "operations": {OPERATION: {
+//      "summary": text, "description": text, "request": schema, "reply": schema,
+//      "statuses": {NUMBER OR NAME: when it comes, ...}, "audit": what its audit line has besides,
+//      "responses": further ones of OpenAPI by HTTP status,
+//      "examples": [{"summary": text, "request": dictionary, "reply": dictionary,
+//                    "audit": dictionary}]}}}
+//
+// A schema is one of JSON Schema, of an object; `#/components/schemas/PLUGIN.NAME` refers to one of
+// "schemas". Every key may be absent. Who may call an operation is not said there, since
+// `PluginRequestHandler::operations` decides it.
 #pragma once
 
 #include <cstring>
@@ -28,6 +44,7 @@ struct PaddockPluginResult {
 
 using PaddockPluginInterfaceVersion = int (*)();
 using PaddockPluginCreate = void (*)(PaddockPluginResult*);
+using PaddockPluginDescription = const char* (*)();
 
 }  // extern "C"
 

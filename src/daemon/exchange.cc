@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "daemon/failure_number.h"
 #include "daemon/state_tag.h"
+#include "openapi/openapi_document.h"
 #include "paddock/request_conditions.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
@@ -96,6 +97,8 @@ std::optional<Reply> Exchange::judge() {
       return head_.method == "GET" ? describeHealth() : wrongMethod("GET");
     case Route::Kind::plugins:
       return head_.method == "GET" ? describePlugins() : wrongMethod("GET");
+    case Route::Kind::openApi:
+      return head_.method == "GET" ? describeInterface() : wrongMethod("GET");
     case Route::Kind::audit:
       if (rights != Rights::everything) return forbidden(Rights::everything);
       return head_.method == "GET" ? describeAudit() : wrongMethod("GET");
@@ -182,6 +185,15 @@ Reply Exchange::describePlugins() const {
     plugins.emplace_back(Dictionary{{"name", plugin.name}, {"operations", std::move(operations)}});
   }
   return makeReply(200, {{"plugins", std::move(plugins)}}, replyForm_);
+}
+
+Reply Exchange::describeInterface() const {
+  std::vector<openapi::DescribedPlugin> plugins;
+  for (const LoadedPlugin& plugin : service_.plugins.plugins())
+    plugins.push_back({plugin.name, plugin.operations, plugin.description});
+  std::vector<std::string> endpoints;
+  for (const Endpoint& endpoint : kEndpoints) endpoints.emplace_back(endpoint.path);
+  return makeReply(200, openapi::openApiDocument(plugins, endpoints, PADDOCK_VERSION), replyForm_);
 }
 
 // For administrators, and for who made that request, whatever else they may do.

@@ -61,6 +61,7 @@ class Exchange {
   Reply forbidden(Rights needed);
   Reply wrongMethod(const char* allowed) const;
   Reply describePlugins() const;
+  Reply describeInterface() const;
   Reply describeHealth() const;
   Reply describeRequestLog(Rights rights);
   Reply describeAudit();

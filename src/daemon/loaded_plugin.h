@@ -14,6 +14,7 @@ struct LoadedPlugin {
   std::string name;
   std::unique_ptr<PluginRequestHandler> handler;
   std::vector<PluginRequestHandler::Operation> operations;
+  Dictionary description = {};  // what it says of its operations (paddock/plugin.h)
 
   // Null when the plug-in has no such operation.
   const PluginRequestHandler::Operation* find(std::string_view operation) const;

@@ -13,6 +13,7 @@
 #include "base/system_call.h"
 #include "paddock/plugin.h"
 #include "paddock/sys_logger.h"
+#include "wire/json.h"
 
 namespace paddock {
 namespace {
@@ -30,19 +31,30 @@ void requireTrusted(const std::string& path) {
   }
 }
 
+// Null when there is none.
 template <typename Function>
-Function symbol(void* object, const char* name) {
+Function findSymbol(void* object, const char* name) {
   void* address = ::dlsym(object, name);
-  if (address == nullptr) throw std::runtime_error(std::string("has no entry point ") + name);
   Function function = nullptr;
   static_assert(sizeof function == sizeof address);
   std::memcpy(&function, &address, sizeof function);
   return function;
 }
 
-std::unique_ptr<PluginRequestHandler> createHandler(const std::string& path) {
+template <typename Function>
+Function symbol(void* object, const char* name) {
+  const auto function = findSymbol<Function>(object, name);
+  if (function == nullptr) throw std::runtime_error(std::string("has no entry point ") + name);
+  return function;
+}
+
+void* openObject(const std::string& path) {
   void* object = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (object == nullptr) throw std::runtime_error(::dlerror());
+  return object;
+}
+
+std::unique_ptr<PluginRequestHandler> createHandler(void* object) {
   const int version =
       symbol<PaddockPluginInterfaceVersion>(object, "paddock_plugin_interface_version")();
   if (version != PADDOCK_PLUGIN_INTERFACE_VERSION) {
@@ -58,14 +70,28 @@ std::unique_ptr<PluginRequestHandler> createHandler(const std::string& path) {
   return std::unique_ptr<PluginRequestHandler>(result.handler);
 }
 
+// Empty when it says nothing; a plug-in does its work also when nobody can read what it says.
+Dictionary descriptionOf(void* object, const std::string& name) {
+  const auto describe = findSymbol<PaddockPluginDescription>(object, "paddock_plugin_description");
+  const char* text = describe != nullptr ? describe() : nullptr;
+  if (text == nullptr) return {};
+  std::string problem = "it is no dictionary";
+  auto value = wire::parseJson(text, problem);
+  if (value && value->dictionary() != nullptr) return std::move(*value->dictionary());
+  logMessage(4, "the description of plug-in " + name + " is left out: " + problem);
+  return {};
+}
+
 LoadedPlugin load(const std::string& folder, const std::string& name) {
   const std::string bundle = folder + "/" + name + std::string(kBundleSuffix);
   const std::string contents = bundle + "/Contents";
   const std::string object = contents + "/" + name + ".so";
   for (const std::string& path : {bundle, contents, object}) requireTrusted(path);
-  LoadedPlugin plugin{name, createHandler(object), {}};
+  void* const opened = openObject(object);
+  LoadedPlugin plugin{name, createHandler(opened), {}};
   if (plugin.handler->init() == nullptr) throw std::runtime_error("init gives nothing");
   plugin.operations = plugin.handler->operations();
+  plugin.description = descriptionOf(opened, name);
   return plugin;
 }
 

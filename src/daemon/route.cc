@@ -34,9 +34,8 @@ Route routeOf(std::string_view target) {
   const std::size_t slash = target.find('/');
   const std::string first = unescaped(target.substr(0, slash));
   if (slash == std::string_view::npos) {
-    if (first == "health") return {Route::Kind::health, {}, {}, {}};
-    if (first == "audit") return {Route::Kind::audit, {}, {}, {}};
-    if (first == "plugins") return {Route::Kind::plugins, {}, {}, {}};
+    for (const Endpoint& endpoint : kEndpoints)
+      if (endpoint.path.substr(kPrefix.size()) == first) return {endpoint.kind, {}, {}, {}};
     return {};
   }
   target.remove_prefix(slash + 1);

@@ -42,6 +42,7 @@ TEST(Route, PathsNameOperationsAndTheTwoFixedOnes) {
   EXPECT_EQ(route.plugin, "paddock_sharing");
   EXPECT_EQ(route.operation, "getState");
   EXPECT_EQ(routeOf("/v1/health").kind, Route::Kind::health);
+  EXPECT_EQ(routeOf("/v1/openapi.json").kind, Route::Kind::openApi);
   EXPECT_EQ(routeOf("/v1/plugins?").kind, Route::Kind::plugins);
   EXPECT_EQ(routeOf("/v1/audit?limit=5").kind, Route::Kind::audit);
   EXPECT_EQ(routeOf("/v1/requests/a%2d1/log?x").kind, Route::Kind::requestLog);

@@ -67,6 +67,21 @@ TEST_F(Modules, ASharedObjectThatIsNoneIsRefused) {
   EXPECT_THAT(daemon.log(), HasSubstr("plug-in junk refused: "));
 }
 
+TEST_F(Modules, OneWhoseDescriptionCannotBeReadWorks) {
+  tree_.addPlugin("test_unreadable_description");
+  RunningDaemon daemon(tree_);
+  EXPECT_THAT(daemon.log(), HasSubstr("the description of plug-in test_unreadable_description is "
+                                      "left out: line 2, column 1: "));
+  EXPECT_EQ(daemon.post("/v1/test_unreadable_description/getState", "{}").status, 200);
+  const Response document = daemon.get("/v1/openapi.json");
+  EXPECT_EQ(document.status, 200);
+  const Dictionary described = document.dictionary();
+  const Dictionary* paths = described.dictionary("paths");
+  ASSERT_NE(paths, nullptr);
+  for (const char* path : {"/v1/test_unreadable_description/getState", "/v1/test_good/echo"})
+    EXPECT_TRUE(paths->contains(path)) << path;
+}
+
 TEST_F(Modules, ASharedObjectThatOthersCouldHaveChangedIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "only a daemon of root minds whose its plug-ins are";
   std::filesystem::permissions(object("test_good"), std::filesystem::perms::others_write,
