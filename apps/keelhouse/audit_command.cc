@@ -37,6 +37,20 @@ std::string outcomeOf(const Dictionary& line) {
   return *status == 0 ? "done" : "status " + std::to_string(*status);
 }
 
+// The path, the first of several, or the record that the request is about.
+std::string subjectOf(const Dictionary& line) {
+  if (line.string("path") != nullptr) return textOf(line, "path");
+  const Array* paths = line.array("paths");
+  if (paths != nullptr && !paths->empty() && paths->front().string() != nullptr) {
+    const std::string others = std::to_string(paths->size() - 1);
+    return printable(*paths->front().string()) +
+           (paths->size() == 1 ? std::string() : " and " + others + " more");
+  }
+  if (line.string("name") == nullptr) return "-";
+  const std::string* node = line.string("node");
+  return textOf(line, "name") + (node != nullptr ? " of " + printable(*node) : std::string());
+}
+
 }  // namespace
 
 ExitStatus showAudit(const Session& session, std::int64_t limit) {
@@ -48,12 +62,12 @@ ExitStatus showAudit(const Session& session, std::int64_t limit) {
     return ExitStatus::done;
   }
   std::vector<std::vector<std::string>> rows{
-      {"TIME", "USER", "PLUG-IN", "OPERATION", "OUTCOME", "PATH"}};
+      {"TIME", "USER", "PLUG-IN", "OPERATION", "OUTCOME", "ABOUT"}};
   for (const Value& entry : *lines) {
     const Dictionary* line = entry.dictionary();
     if (line == nullptr) continue;
     rows.push_back({textOf(*line, "time"), userOf(*line), textOf(*line, "plugin"),
-                    textOf(*line, "operation"), outcomeOf(*line), textOf(*line, "path")});
+                    textOf(*line, "operation"), outcomeOf(*line), subjectOf(*line)});
   }
   if (rows.size() == 1) {
     session.out << "The audit log has no lines.\n";

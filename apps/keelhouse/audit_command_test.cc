@@ -22,11 +22,20 @@ TEST_F(AuditCommand, PrintsALineForEachRequest) {
   daemon_.answer(kLines);
   EXPECT_EQ(run({"audit"}), 0) << error_;
   EXPECT_EQ(out_,
-            "TIME  USER        PLUG-IN  OPERATION  OUTCOME    PATH\n"
+            "TIME  USER        PLUG-IN  OPERATION  OUTCOME    ABOUT\n"
             "T1    root        p        o          done       /srv/a\n"
             "T2    4294967290  p        o          refused    -\n"
             "T3    root        p        o          status 17  a\\x1Bb\n");
   EXPECT_EQ(target(0), "GET /v1/audit?limit=20");
+}
+
+TEST_F(AuditCommand, NamesPathsAndRecords) {
+  daemon_.answer(
+      R"({"lines":[{"paths":["/a","/b","/c"]},{"paths":["/a"]},{"name":"anna","node":"/Local"}]})");
+  EXPECT_EQ(run({"audit"}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("  /a and 2 more\n"));
+  EXPECT_THAT(out_, HasSubstr("  /a\n"));
+  EXPECT_THAT(out_, HasSubstr("  anna of /Local\n"));
 }
 
 TEST_F(AuditCommand, AsksForAsManyAsItIsTold) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
 #include "base/system_call.h"
 #include "base/value.h"
@@ -29,6 +30,17 @@ FileDescriptor openLog(const std::string& path) {
   if (::fstat(file.get(), &status) != 0) throw systemError(errno, "stat", path);
   if (!S_ISREG(status.st_mode)) throw systemError(EINVAL, "not a regular file:", path);
   return file;
+}
+
+void describe(const AuditSubject& subject, Dictionary& line) {
+  if (!subject.paths.empty()) {
+    line.set("paths", Array(subject.paths.begin(), subject.paths.end()));
+  }
+  for (const auto& [key, value] :
+       {std::pair{"path", &subject.path}, std::pair{"node", &subject.node},
+        std::pair{"type", &subject.type}, std::pair{"name", &subject.name}}) {
+    if (*value) line.set(key, **value);
+  }
 }
 
 }  // namespace
@@ -54,7 +66,9 @@ std::string auditLine(const AuditEntry& entry) {
                   {"plugin", entry.plugin},
                   {"operation", entry.operation},
                   {"ms", std::int64_t{entry.duration.count()}}};
-  if (entry.path) line.set("path", *entry.path);
+  describe(entry.subject, line);
+  if (!entry.parent.empty()) line.set("parent", entry.parent);
+  if (entry.peer.loginUser) line.set("loginuid", *entry.peer.loginUser);
   if (entry.status) {
     line.set("status", *entry.status);
   } else {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/file_descriptor.h"
+#include "daemon/audit_subject.h"
 #include "daemon/peer.h"
 
 namespace paddock {
@@ -21,9 +22,10 @@ struct AuditEntry {
   Peer peer;
   std::string plugin;
   std::string operation;
-  std::optional<std::string> path;
+  AuditSubject subject;
   std::optional<std::int64_t> status;  // absent: refused
   std::chrono::milliseconds duration{0};
+  std::string parent;  // the request whose program made this one; empty: none
 };
 
 // RFC 3339, UTC, with milliseconds.

@@ -26,12 +26,29 @@ AuditEntry someEntry() {
 
 TEST(AuditLine, HoldsWhatWasDoneByWhomAndWhen) {
   AuditEntry entry = someEntry();
-  entry.path = "/srv/a";
+  entry.subject.path = "/srv/a";
   entry.status = 100076;
   EXPECT_EQ(auditLine(entry), R"({"ms":12,"operation":"writeSettings","path":"/srv/a","pid":77,)"
                               R"("plugin":"paddock_sharing","request":"r-1","status":100076,)"
                               R"("time":"2023-11-14T22:13:20.007Z","uid":1000})"
                               "\n");
+}
+
+TEST(AuditLine, NamesARecordAndWhoIsBehindIt) {
+  AuditEntry entry = someEntry();
+  entry.subject.paths = {"/srv/a", "/srv/b"};
+  entry.subject.node = "/Local";
+  entry.subject.type = "users";
+  entry.subject.name = "anna";
+  entry.status = 0;
+  entry.parent = "r-0";
+  entry.peer.loginUser = 1001;
+  EXPECT_EQ(auditLine(entry),
+            R"({"loginuid":1001,"ms":12,"name":"anna","node":"/Local","operation":"writeSettings",)"
+            R"("parent":"r-0","paths":["/srv/a","/srv/b"],"pid":77,"plugin":"paddock_sharing",)"
+            R"("request":"r-1","status":0,"time":"2023-11-14T22:13:20.007Z","type":"users",)"
+            R"("uid":1000})"
+            "\n");
 }
 
 TEST(AuditLine, ARefusalHasNoStatus) {

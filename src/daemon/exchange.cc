@@ -14,6 +14,7 @@
 #include "paddock/request_conditions.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
+#include "paddock/unanswered_nodes.h"
 #include "wire/json.h"
 #include "wire/property_list.h"
 #include "wire/text_position.h"
@@ -24,16 +25,6 @@ namespace {
 constexpr std::size_t kFirstReserve = 1U << 20U;
 constexpr std::int64_t kAuditLines = 100;
 constexpr std::int64_t kMostAuditLines = 10000;
-
-// The path that a request is about, for the audit log.
-std::optional<std::string> pathOf(const Dictionary& request) {
-  const Dictionary* arguments = request.dictionary("optionalArguments");
-  const std::string* path = arguments != nullptr ? arguments->string("path") : nullptr;
-  if (path == nullptr) path = request.string("path");
-  const Array* paths = request.array("paths");
-  if (path == nullptr && paths != nullptr && !paths->empty()) path = paths->front().string();
-  return path != nullptr ? std::optional(*path) : std::nullopt;
-}
 
 // Of a reply that reports a failure by its text alone, the text's.
 std::int64_t statusOf(const Dictionary& reply) {
@@ -59,6 +50,17 @@ Dictionary describeConfiguration(const ConfigurationState& state) {
           {"awaitingRestart", texts(state.awaitingRestart)}};
 }
 
+Array describeUnansweredNodes() {
+  Array nodes;
+  for (const UnansweredNode& node : unansweredNodes()) {
+    nodes.emplace_back(Dictionary{{"path", node.path},
+                                  {"state", "unreachable"},
+                                  {"error", node.error},
+                                  {"since", timeText(node.since)}});
+  }
+  return nodes;
+}
+
 std::string quoted(const std::string& text) { return wire::quoteForMessage(text); }
 
 }  // namespace
@@ -72,7 +74,8 @@ Exchange::Exchange(Service& service, const Peer& peer, RequestHead head)
       route_(routeOf(head_.target)),
       id_(service.ids.next()),
       replyForm_(formOfAccept(head_.accept)) {
-  service_.requestLog.begin(id_, peer_.uid, requestOfProgram(peer_.process));
+  parent_ = requestOfProgram(peer_.process);
+  service_.requestLog.begin(id_, peer_.uid, parent_);
   if (route_.kind != Route::Kind::operation) return;
   plugin_ = service_.plugins.find(route_.plugin);
   if (plugin_ != nullptr) operation_ = plugin_->find(route_.operation);
@@ -123,7 +126,7 @@ std::optional<Reply> Exchange::judgeOperation(Rights rights) {
 std::optional<Reply> Exchange::judgeBody() {
   const auto form = formOfContentType(head_.contentType);
   if (!form) {
-    audit(EINVAL, std::nullopt);
+    audit(EINVAL, {});
     return error(415, "the content type " + quoted(head_.contentType) +
                           " is not known; application/json and application/x-plist are");
   }
@@ -140,12 +143,12 @@ Rights Exchange::neededRights() const {
 }
 
 Reply Exchange::forbidden(Rights needed) {
-  audit(std::nullopt, std::nullopt);
+  audit(std::nullopt, {});
   return error(403, access_.refusal(peer_.uid, needed));
 }
 
 Reply Exchange::refuseBusy(std::string_view why) {
-  audit(std::nullopt, std::nullopt);
+  audit(std::nullopt, {});
   Reply reply = error(503, why);
   reply.close = true;
   return reply;
@@ -158,7 +161,7 @@ Reply Exchange::wrongMethod(const char* allowed) const {
 }
 
 Reply Exchange::tooLong() {
-  audit(EFBIG, std::nullopt);
+  audit(EFBIG, {});
   Reply reply =
       error(413, "the body is longer than " + std::to_string(configuration_->bodyBytes) + " bytes");
   reply.close = true;
@@ -173,6 +176,7 @@ Reply Exchange::describeHealth() const {
                     {"version", PADDOCK_VERSION},
                     {"uptimeSeconds", std::int64_t{uptime.count()}},
                     {"configuration", describeConfiguration(service_.configuration.state())},
+                    {"nodes", describeUnansweredNodes()},
                     {"plugins", service_.plugins.plugins().size()}},
                    replyForm_);
 }
@@ -258,7 +262,7 @@ Reply Exchange::finish() {
 }
 
 Reply Exchange::malformed(const std::string& problem) {
-  audit(EINVAL, std::nullopt);
+  audit(EINVAL, {});
   return error(400, problem);
 }
 
@@ -267,7 +271,9 @@ Reply Exchange::run(const Dictionary& request) {
     RequestConditions conditions(head_.ifMatch, stateTag);
     const RequestConditionsScope scope(&conditions);
     Dictionary dictionary = service_.plugins.perform(*plugin_, operation_->name, request);
-    audit(statusOf(dictionary), pathOf(request));
+    if (!service_.repeated.isRepeat(peer_.uid, operation_->name, request, dictionary)) {
+      audit(statusOf(dictionary), subjectOf(route_.plugin, request));
+    }
     Reply reply = makeReply(200, std::move(dictionary), replyForm_);
     reply.etag = conditions.replyTag();
     return reply;
@@ -281,14 +287,14 @@ Reply Exchange::run(const Dictionary& request) {
 }
 
 Reply Exchange::refuseState(const Dictionary& request, const char* what) {
-  audit(ECANCELED, pathOf(request));
+  audit(ECANCELED, subjectOf(route_.plugin, request));
   return error(412, what);
 }
 
 Reply Exchange::failed(const Dictionary& request, const char* what, std::int64_t number) {
   logMessage(3,
              "operation " + route_.operation + " of plug-in " + route_.plugin + " failed: " + what);
-  audit(number, pathOf(request));
+  audit(number, subjectOf(route_.plugin, request));
   return error(500, what);
 }
 
@@ -296,12 +302,12 @@ bool Exchange::isAudited() const {
   return operation_ != nullptr && operation_->changes && head_.method == "POST";
 }
 
-void Exchange::audit(std::optional<std::int64_t> status, std::optional<std::string> path) {
+void Exchange::audit(std::optional<std::int64_t> status, AuditSubject subject) {
   if (!isAudited()) return;
   const auto duration = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::steady_clock::now() - started_);
-  service_.audit.write(
-      {time_, id_, peer_, route_.plugin, route_.operation, std::move(path), status, duration});
+  service_.audit.write({time_, id_, peer_, route_.plugin, route_.operation, std::move(subject),
+                        status, duration, parent_});
 }
 
 }  // namespace paddock

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "daemon/access_policy.h"
+#include "daemon/audit_subject.h"
 #include "daemon/peer.h"
 #include "daemon/reply.h"
 #include "daemon/route.h"
@@ -71,7 +72,7 @@ class Exchange {
   Reply failed(const Dictionary& request, const char* what, std::int64_t number);
   Reply error(int status, std::string_view text) const;
   bool isAudited() const;
-  void audit(std::optional<std::int64_t> status, std::optional<std::string> path);
+  void audit(std::optional<std::int64_t> status, AuditSubject subject);
 
   Service& service_;
   Peer peer_;
@@ -82,6 +83,7 @@ class Exchange {
   RequestHead head_;
   Route route_;
   std::string id_;
+  std::string parent_;  // the request whose program made this one; empty: none
   BodyForm replyForm_;
   BodyForm bodyForm_ = BodyForm::json;
   const LoadedPlugin* plugin_ = nullptr;

@@ -2,7 +2,35 @@
 
 #include <sys/socket.h>
 
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <system_error>
+
+#include "base/file_access.h"
+#include "base/text.h"
+
 namespace paddock {
+
+namespace {
+
+constexpr std::size_t kLongestNumber = 64;
+
+// Nobody where the kernel keeps none (CONFIG_AUDIT), and of a process that nobody's login began.
+std::optional<uid_t> loginUserOf(pid_t process) {
+  constexpr std::uint32_t kNobody = std::numeric_limits<std::uint32_t>::max();
+  try {
+    const auto text =
+        readSmallFile("/proc/" + std::to_string(process) + "/loginuid", kLongestNumber);
+    const auto number = text ? parseInteger(*text) : std::nullopt;
+    if (!number || *number < 0 || *number >= kNobody) return std::nullopt;
+    return static_cast<uid_t>(*number);
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
 
 std::optional<Peer> peerOf(int socket) {
   ucred credentials{};
@@ -11,7 +39,7 @@ std::optional<Peer> peerOf(int socket) {
       size != sizeof credentials) {
     return std::nullopt;
   }
-  return Peer{credentials.uid, credentials.gid, credentials.pid};
+  return Peer{credentials.uid, credentials.gid, credentials.pid, loginUserOf(credentials.pid)};
 }
 
 }  // namespace paddock

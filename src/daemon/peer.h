@@ -11,6 +11,7 @@ struct Peer {
   uid_t uid = 0;
   gid_t gid = 0;
   pid_t process = 0;
+  std::optional<uid_t> loginUser = {};  // who logged in, whoever he has become since
   friend bool operator==(const Peer&, const Peer&) = default;
 };
 

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "daemon/audit_log.h"
+#include "daemon/audit_subject.h"
 #include "daemon/plugin_registry.h"
 #include "daemon/request_id.h"
 #include "daemon/request_log.h"
@@ -17,6 +18,7 @@ struct Service {
   AuditLog& audit;
   RequestLog& requestLog;
   RequestIds ids;
+  RepeatedRequests repeated = {};
   std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
 };
 
