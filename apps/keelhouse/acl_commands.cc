@@ -10,11 +10,13 @@
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/json_document.h"
 #include "keelhouse/kernel_acl.h"
+#include "keelhouse/list_state.h"
 #include "keelhouse/named_share.h"
 #include "keelhouse/privileges_document.h"
 #include "keelhouse/privs_view.h"
 #include "keelhouse/projection_view.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/shell_word.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -25,7 +27,9 @@ namespace {
 void print(const Session& session, const std::string& path, const Array& acl,
            const Dictionary& privileges, Principals& principals) {
   if (session.json) {
-    session.out << wire::writeJsonPretty(aclDocument(privileges, path, acl, principals)) << '\n';
+    Dictionary document = aclDocument(privileges, path, acl, principals);
+    addCompleteness(document, readListStateIfPossible(session, path));
+    session.out << wire::writeJsonPretty(document) << '\n';
   } else if (acl.empty()) {
     session.out << printable(path) << " has no ACL entries.\n";
   } else {
@@ -61,6 +65,16 @@ ExitStatus write(const Session& session, const std::string& path, const WantedAc
   return ExitStatus::done;
 }
 
+// Of a list that was not complete when it was read, and replaced one that is.
+void noteStillComplete(const Session& session, const std::string& path) {
+  const auto state = readListStateIfPossible(session, path);
+  if (!state || !state->complete) return;
+  session.notes << "keelhouse: note: the list of " << printable(path)
+                << " was complete and still is: nothing falls to the mode. To have none: keelhouse "
+                   "acl clear "
+                << shellWord(path) << '\n';
+}
+
 // What the list is to become that the path has.
 using Editing = std::function<WantedAcl(const Array& present)>;
 
@@ -74,15 +88,16 @@ std::string changesMeanwhile(const ChangedFolder& changed, const std::string& pa
 }
 
 // Changes the path's ACL, and prints what was read back. Nobody else's change is lost: when one
-// came between, the list is read and edited anew.
+// came between, the list is read and edited anew. `force` as in requireListMayGo.
 ExitStatus edit(const Session& session, const std::string& path, Principals& principals,
-                const Editing& editing) {
+                const Editing& editing, bool force = false) {
   WantedAcl wanted;
   const ChangedFolder changed = changeFolder(
       session, path,
       [&](const Dictionary& reading) {
         const Dictionary privileges = privilegesIn(reading, path);
         wanted = editing(aclOf(privileges, path));
+        if (wanted.empty()) requireListMayGo(session, path, privileges, force);
         return aclSettings(wanted);
       },
       failedAction(path));
@@ -150,7 +165,14 @@ ExitStatus showAcl(const Session& session, const std::string& typedPath) {
   const std::string path = folderPath(session, typedPath);
   const Dictionary privileges = readPrivileges(session, path);
   Principals principals(session);
-  print(session, path, aclOf(privileges, path), privileges, principals);
+  const Array& acl = aclOf(privileges, path);
+  if (session.json || !acl.empty()) print(session, path, acl, privileges, principals);
+  const auto state = session.json ? std::nullopt : readListStateIfPossible(session, path);
+  const std::string complete =
+      state ? describeCompleteness(*state, path, !acl.empty()) : std::string();
+  if (!session.json && acl.empty() && complete.empty())
+    print(session, path, acl, privileges, principals);
+  session.out << complete;
   if (!session.json && isListOverridden(path)) {
     session.out
         << "An SMB client has set this list, and the mode, the owner or the kernel's ACL was\n"
@@ -187,17 +209,25 @@ ExitStatus setAcl(const Session& session, const std::string& typedPath,
   return write(session, path, newEntries(typed, principals), principals);
 }
 
-ExitStatus setAclFrom(const Session& session, const std::string& typedPath,
-                      const std::string& file) {
+ExitStatus setAclFrom(const Session& session, const std::string& typedPath, const std::string& file,
+                      bool force) {
   const std::string path = folderPath(session, typedPath);
   Principals principals(session);
   const WantedPrivileges wanted = wantedPrivileges(readDocument(file), principals);
   if (!wanted.acl) throw usageFailure(file + " has no \"acl\"");
   const Dictionary privileges = readPrivileges(session, path);
   const Array& present = aclOf(privileges, path);
+  const bool isDone = takeOverCompleteness(session, path, wanted.complete, !wanted.acl->empty());
   // So the list keeps what documents do not tell of it.
-  if (!isSameList(*wanted.acl, present)) return write(session, path, *wanted.acl, principals);
-  print(session, path, present, privileges, principals);
+  if (!isDone && !isSameList(*wanted.acl, present)) {
+    if (wanted.acl->empty()) requireListMayGo(session, path, privileges, force);
+    const ExitStatus status = write(session, path, *wanted.acl, principals);
+    if (wanted.complete == false) noteStillComplete(session, path);
+    return status;
+  }
+  const Dictionary found = isDone ? readPrivileges(session, path) : privileges;
+  requireTakenOver(path, *wanted.acl, aclOf(found, path), isFolder(found), principals);
+  print(session, path, aclOf(found, path), found, principals);
   return ExitStatus::done;
 }
 
@@ -229,15 +259,18 @@ ExitStatus addToAcl(const Session& session, const std::string& typedPath,
 }
 
 ExitStatus removeFromAcl(const Session& session, const std::string& typedPath,
-                         const std::vector<std::string>& words) {
+                         const std::vector<std::string>& words, bool force) {
   const std::string path = folderPath(session, typedPath);
   const std::vector<Removal> removals = parseRemovals(words);
   Principals principals(session);
   NumberedEntries numbered(path, highestNumber(removals));
-  return edit(session, path, principals, [&](const Array& present) {
-    numbered.check(present, principals);
-    return withRemoved(keptEntries(present), removals, principals);
-  });
+  return edit(
+      session, path, principals,
+      [&](const Array& present) {
+        numbered.check(present, principals);
+        return withRemoved(keptEntries(present), removals, principals);
+      },
+      force);
 }
 
 ExitStatus inheritAcl(const Session& session, const std::string& typedPath, bool apply) {

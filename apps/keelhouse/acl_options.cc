@@ -30,6 +30,7 @@ struct AclOptions {
   bool apply = false;
   bool strict = false;
   bool off = false;
+  bool force = false;
 };
 using SharedOptions = std::shared_ptr<AclOptions>;
 
@@ -39,6 +40,11 @@ CLI::App* addCommand(CLI::App& group, const SharedOptions& options, const char* 
   command->add_option("PATH", options->path, "The folder or file, or the name of a share")
       ->required();
   return command;
+}
+
+void addForce(CLI::App& command, const SharedOptions& options) {
+  command.add_flag("--force", options->force,
+                   "Also when a complete list goes with it, and the mode lets people in again");
 }
 
 // The action `change` of a command that may make the list strict as well.
@@ -72,9 +78,10 @@ void addSet(CLI::App& group, Action& action, const SharedOptions& options) {
           "Take the entries that acl show --json printed from FILE (\"-\": standard input)")
       ->type_name("FILE")
       ->excludes(entries);
+  addForce(*command, options);
   command->footer(kEntryHelp);
   const Action change = [options](const Session& session) {
-    return options->from ? setAclFrom(session, options->path, *options->from)
+    return options->from ? setAclFrom(session, options->path, *options->from, options->force)
                          : setAcl(session, options->path, options->words);
   };
   command->callback([run = strictly(*command, options, change), &action] { action = run; });
@@ -111,9 +118,10 @@ void addRemove(CLI::App& group, Action& action, const SharedOptions& options) {
       ->add_option("NUMBER|WHO", options->words,
                    "An entry's number, or user:NAME, group:NAME, a GUID: all entries about it")
       ->required();
+  addForce(*command, options);
   command->callback([options, &action] {
     action = [options](const Session& session) {
-      return removeFromAcl(session, options->path, options->words);
+      return removeFromAcl(session, options->path, options->words, options->force);
     };
   });
 }

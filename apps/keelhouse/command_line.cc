@@ -15,6 +15,7 @@
 #include "keelhouse/status_command.h"
 #include "keelhouse/terminal_text.h"
 #include "keelhouse/unknown_words.h"
+#include "wire/json.h"
 
 namespace paddock::keelhouse {
 
@@ -59,32 +60,52 @@ int fail(std::ostream& error, ExitStatus status, const std::string& text) {
   return numberOf(status);
 }
 
-// The errors and warnings that the daemon logged for the request, a line each. What cannot be found
-// out is left out: the failure itself is told anyhow.
-std::string logOf(const DaemonClient& daemon, const std::string& request) {
+// What the daemon logged for the request. What cannot be found out is left out: the failure itself
+// is told anyhow.
+std::vector<LogLine> logOf(const Session& session, const Failure& failed) {
+  const std::string& request = session.daemon.lastRequestId();
+  if (failed.origin() != ReportedBy::daemon || request.empty()) return {};
+  try {
+    return session.daemon.requestLog(request);
+  } catch (const Failure&) {
+    return {};
+  }
+}
+
+// The errors and warnings among them, a line each.
+std::string troublesIn(const std::vector<LogLine>& log, const std::string& request) {
   std::string text;
   std::size_t shown = 0;
-  try {
-    for (const LogLine& line : daemon.requestLog(request)) {
-      if (line.level != "error" && line.level != "warning") continue;
-      if (shown++ == kLogLines) {
-        return text + "  more: journalctl -u paddockd --grep " + printable(request) + "\n";
-      }
-      text.append("  ").append(line.level).append(": ").append(printable(line.text)).append("\n");
+  for (const LogLine& line : log) {
+    if (line.level != "error" && line.level != "warning") continue;
+    if (shown++ == kLogLines) {
+      return text + "  more: journalctl -u paddockd --grep " + printable(request) + "\n";
     }
-  } catch (const Failure&) {
-    return text;
+    text.append("  ").append(line.level).append(": ").append(printable(line.text)).append("\n");
   }
   return text;
+}
+
+// For programs, what standard error has for people; `log` has lines of every level.
+void printFailure(const Session& session, const Failure& failed, const std::vector<LogLine>& log) {
+  Array lines;
+  for (const LogLine& line : log) {
+    lines.emplace_back(Dictionary{{"time", line.time}, {"level", line.level}, {"text", line.text}});
+  }
+  session.out << wire::writeJsonPretty(Dictionary{{"error", failed.what()},
+                                                  {"exitStatus", numberOf(failed.status())},
+                                                  {"log", std::move(lines)}})
+              << '\n';
 }
 
 int fail(const Session& session, std::ostream& error, const Failure& failed) {
   const std::string text = failed.what();
   const std::size_t end = text.find('\n');
-  error << "keelhouse: " << printableLines(text.substr(0, end)) << '\n';
-  if (failed.origin() == ReportedBy::daemon && !session.daemon.lastRequestId().empty())
-    error << logOf(session.daemon, session.daemon.lastRequestId());
+  const std::vector<LogLine> log = logOf(session, failed);
+  error << "keelhouse: " << printableLines(text.substr(0, end)) << '\n'
+        << troublesIn(log, session.daemon.lastRequestId());
   if (end != std::string::npos) error << printableLines(text.substr(end + 1)) << '\n';
+  if (session.json) printFailure(session, failed, log);
   return numberOf(failed.status());
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "support/keelhouse_commands.h"
+#include "wire/json.h"
 
 namespace paddock::keelhouse {
 namespace {
@@ -331,6 +332,47 @@ TEST_F(CommandLine, recordPutSendsTheAttributes) {
   EXPECT_EQ(body(0), R"({"attributes":{"dsAttrTypeNative:x":["y=z"],)"
                      R"("dsAttrTypeStandard:GroupMembership":["a","b"]},"name":"g",)"
                      R"("type":"dsRecTypeStandard:Groups"})");
+}
+
+TEST_F(CommandLine, recordPutRemovesAttributes) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"record", "put", "groups", "g", "--remove", "Comment", "RealName=G", "--remove",
+                 "dsAttrTypeNative:x"}),
+            0)
+      << error_;
+  EXPECT_EQ(body(0), R"({"attributes":{"dsAttrTypeStandard:RealName":["G"]},"name":"g",)"
+                     R"("removeAttributes":["dsAttrTypeStandard:Comment","dsAttrTypeNative:x"],)"
+                     R"("type":"dsRecTypeStandard:Groups"})");
+  EXPECT_EQ(run({"record", "put", "groups", "g", "RealName=G", "--remove", "RealName"}), 2);
+  EXPECT_THAT(error_, HasSubstr("RealName cannot be set and removed at once"));
+}
+
+TEST_F(CommandLine, aStatusIsExplainedByTheDaemonsOwnWords) {
+  daemon_.answer(
+      R"({"status":22,"error":"Invalid argument","message":"attributes is no\tdictionary"})");
+  EXPECT_EQ(run({"record", "put", "groups", "g"}), 1);
+  EXPECT_THAT(
+      error_,
+      StartsWith("keelhouse: g cannot be written: attributes is no\\x09dictionary (EINVAL, 22)\n"));
+}
+
+TEST_F(CommandLine, aFailureAsJsonHasTheRequestsLog) {
+  daemon_.answer(R"({"status":13})", 200, "X-Request-Id: r1\r\n");
+  daemon_.answer(R"({"request":"r1","lines":[{"time":"2026-01-01T00:00:00.000Z","level":"error",)"
+                 R"("text":"why"},{"time":"2026-01-01T00:00:00.001Z","level":"info","text":"b"}]})");
+  EXPECT_EQ(run({"--json", "record", "delete", "mounts", "m"}), 1);
+  EXPECT_EQ(target(1), "GET /v1/requests/r1/log");
+  EXPECT_THAT(error_, HasSubstr("(EACCES, 13)\n  error: why\n"));
+  std::string fault;
+  const auto printed = wire::parseJson(out_, fault);
+  ASSERT_TRUE(printed) << out_;
+  const Dictionary& object = *printed->dictionary();
+  EXPECT_THAT(*object.string("error"), StartsWith("m cannot be deleted: Permission denied"));
+  EXPECT_EQ(object.integer("exitStatus"), 1);
+  ASSERT_EQ(object.array("log")->size(), 2U);
+  EXPECT_EQ(object.array("log")->back(), Value(Dictionary{{"time", "2026-01-01T00:00:00.001Z"},
+                                                          {"level", "info"},
+                                                          {"text", "b"}}));
 }
 
 TEST_F(CommandLine, recordDeleteReportsAStatus) {

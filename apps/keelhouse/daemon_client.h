@@ -48,6 +48,19 @@ class DaemonClient {
   // The id of the last request of `post`, `call` and `get` that was answered, whatever the answer;
   // empty before the first one.
   const std::string& lastRequestId() const { return lastRequestId_; }
+  // While one lives, requests do not count as the last one: those that take something back, or look
+  // what became of it, when an earlier one is the one to be explained.
+  class Aside {
+   public:
+    explicit Aside(const DaemonClient& daemon) : daemon_(daemon), kept_(daemon.lastRequestId_) {}
+    Aside(const Aside&) = delete;
+    Aside& operator=(const Aside&) = delete;
+    ~Aside() { daemon_.lastRequestId_ = kept_; }
+
+   private:
+    const DaemonClient& daemon_;
+    const std::string kept_;
+  };
   // What the daemon logged for a request of this user; it keeps those of the last 1,000 requests.
   std::vector<LogLine> requestLog(const std::string& id) const;
 

@@ -166,7 +166,15 @@ ExitStatus changeStrictly(const Session& session, const std::string& path,
                           const std::function<void(const Session&)>& change) {
   std::ostringstream meanwhile;
   change({session.daemon, meanwhile, meanwhile, session.json, session.root, session.terminal});
-  keepStrict(session, path, true);
+  try {
+    keepStrict(session, path, true);
+  } catch (const Failure& failed) {
+    if (failed.status() == ExitStatus::unreachable) throw;
+    // The list itself was changed.
+    showAcl(session, path);
+    throw failure("the list is as shown, but it is not kept strict: " + std::string(failed.what()) +
+                  "\nTry again: keelhouse acl strict " + shellWord(path));
+  }
   return showAcl(session, path);
 }
 

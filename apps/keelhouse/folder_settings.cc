@@ -1,5 +1,7 @@
 #include "keelhouse/folder_settings.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
 #include <random>
@@ -8,6 +10,7 @@
 
 #include "base/printable.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/shell_word.h"
 
 namespace paddock::keelhouse {
 
@@ -88,7 +91,23 @@ Dictionary settingsPart(const Dictionary& reply, const char* key) {
 }
 
 Dictionary readSharePoint(const Session& session, const std::string& path) {
-  return sharePointIn(readFolder(session, path), path);
+  Dictionary sharePoint = sharePointIn(readFolder(session, path), path);
+  requireSameFolder(sharePoint, path);
+  return sharePoint;
+}
+
+void requireSameFolder(const Dictionary& sharePoint, const std::string& path) {
+  const std::string* stored = sharePoint.string("path");
+  if (stored == nullptr || *stored == path) return;
+  struct stat asked {};
+  struct stat found {};
+  if (::stat(path.c_str(), &asked) != 0 || ::stat(stored->c_str(), &found) != 0) return;
+  if (asked.st_dev == found.st_dev && asked.st_ino == found.st_ino) return;
+  throw failure(
+      printable(path) + " is not " + printable(*stored) +
+      ", which is shared: they differ in letter case alone, and one of two such folders "
+      "can be shared\nNothing was changed. The one that is shared: keelhouse share show " +
+      printable(shellWord(*stored)));
 }
 
 Dictionary sharePointIn(const Dictionary& reply, const std::string& path) {

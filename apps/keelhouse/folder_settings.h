@@ -47,10 +47,14 @@ ChangedFolder changeFolder(const Session& session, const std::string& path, cons
 Dictionary settingsPart(const Dictionary& reply, const char* key);
 
 // The folder's share point as it is stored: only "isShared" when it is not shared. Throws Failure
-// when the reply does not say.
+// when the reply does not say, and what requireSameFolder throws.
 Dictionary readSharePoint(const Session& session, const std::string& path);
-// The same of a reply that was read already.
+// The same of a reply that was read already, whatever folder it is of.
 Dictionary sharePointIn(const Dictionary& reply, const std::string& path);
+
+// The daemon finds share points in any letter case. Throws Failure when the one that it found for
+// `path` is that of another folder, and both are there.
+void requireSameFolder(const Dictionary& sharePoint, const std::string& path);
 
 // Writes the record, and gives the share point as the daemon read it back. `nodeCredentials` are
 // what the request carries for directory nodes ("dsCredentials").

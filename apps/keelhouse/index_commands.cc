@@ -1,5 +1,8 @@
 #include "keelhouse/index_commands.h"
 
+#include <utility>
+
+#include "keelhouse/export_lines.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/named_share.h"
 #include "keelhouse/terminal_text.h"
@@ -42,9 +45,11 @@ ExitStatus switchIndexing(const Session& session, const std::string& typedPath, 
   const std::string* storedPath = stored.string("path");
   const std::string action =
       "the indexing of " + path + " cannot be switched " + (on ? "on" : "off");
-  const Dictionary result = writeSharePoint(
-      session, path, {{"path", storedPath != nullptr ? *storedPath : path}, {kIndexing, on}},
-      action);
+  Dictionary record{{"path", storedPath != nullptr ? *storedPath : path}, {kIndexing, on}};
+  const std::string& exported = *record.string("path");
+  if (auto merged = mergedExport(session, exported, exportLines(session, exported), false))
+    record.set("nfsExportRecord", std::move(*merged));
+  const Dictionary result = writeSharePoint(session, path, std::move(record), action);
   if (isIndexed(result, path) != on) {
     throw daemonFailure(action + ": it is still " + (on ? "off" : "on"));
   }

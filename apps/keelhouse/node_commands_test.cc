@@ -176,7 +176,19 @@ TEST_F(NodeCommands, statusFailsWhenANodeIsUnreachable) {
   daemon_.answer(kAwayNode);
   EXPECT_EQ(run({"status"}), 1);
   EXPECT_THAT(out_, HasSubstr("node /Local                writable, 1 ms\n"));
-  EXPECT_THAT(out_, HasSubstr("unreachable, 5001 ms: connect: Connection\\x0Atimed out\n"));
+  EXPECT_THAT(out_, HasSubstr("unreachable, 5001 ms: connect: Connection\\x0Atimed out; left out "
+                              "of searches\n"));
+}
+
+TEST_F(NodeCommands, statusSaysSinceWhenANodeIsLeftOut) {
+  daemon_.answer(R"({"status":"ok","nodes":[{"path":"/LDAP/site","state":"unreachable",)"
+                 R"("error":"gone","since":"2026-01-31T12:00:00Z"}]})");
+  daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
+  daemon_.answer(R"({"status":0,"nodes":[{"path":"/LDAP/site","state":"unreachable",)"
+                 R"("error":"gone","milliseconds":2}]})");
+  EXPECT_EQ(run({"status"}), 1);
+  EXPECT_THAT(out_, HasSubstr("node /LDAP/site            unreachable, 2 ms: gone; left out of "
+                              "searches since 2026-01-31T12:00:00Z\n"));
 }
 
 TEST_F(NodeCommands, statusFailsWhenTheNodesCannotBeTold) {

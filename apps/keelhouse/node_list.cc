@@ -14,6 +14,31 @@ std::string textOf(const Dictionary& entry, const char* key) {
 
 }  // namespace
 
+std::vector<UnansweredNode> unansweredNodes(const Dictionary& health) {
+  std::vector<UnansweredNode> unanswered;
+  const Array* nodes = health.array("nodes");
+  if (nodes == nullptr) return unanswered;
+  for (const Value& value : *nodes) {
+    const Dictionary* node = value.dictionary();
+    if (node != nullptr) unanswered.push_back({textOf(*node, "path"), textOf(*node, "since")});
+  }
+  return unanswered;
+}
+
+std::string nobodyText(const Session& session, const std::string& what) {
+  std::string silent;
+  try {
+    for (const UnansweredNode& node : unansweredNodes(session.daemon.get("/v1/health")))
+      silent += (silent.empty() ? "" : " and ") + node.path;
+  } catch (const Failure& failed) {
+    if (failed.status() == ExitStatus::unreachable) throw;
+  }
+  if (silent.empty())
+    return "there is no " + what + ", neither on this host nor in a directory node";
+  return "there is no " + what + " on this host and in the directory nodes that answer; " + silent +
+         ", which may have one, cannot be asked now\nSee the nodes: keelhouse nodes";
+}
+
 std::vector<Node> askNodes(const Session& session) {
   const Dictionary reply = session.daemon.call("paddock_directory", "listNodes", {});
   requireStatus(reply, "status", "the directory nodes cannot be listed");

@@ -19,6 +19,17 @@ struct Node {
   bool isReachable() const { return state != "unreachable"; }
 };
 
+// A node that the daemon has had to do without, by its health.
+struct UnansweredNode {
+  std::string path;
+  std::string since;  // "2026-01-31T12:00:00.000Z"
+};
+std::vector<UnansweredNode> unansweredNodes(const Dictionary& health);
+
+// "there is no user zoe, neither on this host nor in a directory node", or that a node which does
+// not answer may have one. `what`: "user zoe".
+std::string nobodyText(const Session& session, const std::string& what);
+
 // All of them in search order. Throws Failure when they cannot be asked for.
 std::vector<Node> askNodes(const Session& session);
 

@@ -9,6 +9,7 @@
 #include "keelhouse/ace.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/host_accounts.h"
+#include "keelhouse/node_list.h"
 
 namespace paddock::keelhouse {
 
@@ -52,8 +53,7 @@ std::optional<std::uint32_t> numberIn(const std::string& name) {
 ResolvedPrincipal resolveOf(const Session& session, PrincipalType type, const PrincipalName& name) {
   if (auto found = findNamed(session, type, name.name)) return *found;
   if (const auto number = numberIn(name.name)) return {std::nullopt, {{type, *number}}};
-  throw failure("there is no " + std::string(nounOf(name.kind)) + " " + name.name +
-                ", neither on this host nor in a directory node");
+  throw failure(nobodyText(session, std::string(nounOf(name.kind)) + " " + name.name));
 }
 
 ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& name) {
@@ -72,8 +72,7 @@ ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& nam
     throw usageFailure("no user or group is named " + name.name +
                        ": for a number write user:" + name.name + " or group:" + name.name);
   }
-  throw failure("there is no user or group " + name.name +
-                ", neither on this host nor in a directory node");
+  throw failure(nobodyText(session, "user or group " + name.name));
 }
 
 // A name that somebody has names that one.

@@ -196,5 +196,21 @@ TEST_F(PrincipalsTest, areTheSameByGuidOrById) {
   EXPECT_FALSE(principals_.same({guid(kGroupGuid), {}}, guid(kUserGuid)));
 }
 
+TEST_F(PrincipalsTest, whomANodeThatDoesNotAnswerMayHaveAreNotSaidToBeNobody) {
+  answerNoRecord();
+  daemon_.answer(R"({"status":"ok","nodes":[{"path":"/LDAP/site","state":"unreachable",)"
+                 R"("error":"gone","since":"2026-01-31T12:00:00Z"}]})");
+  const auto [status, text] = refusalOf("user:no-such-zoe");
+  EXPECT_EQ(status, ExitStatus::failed);
+  EXPECT_EQ(text.substr(0, text.find('\n')),
+            "there is no user no-such-zoe on this host and in the directory nodes that answer; "
+            "/LDAP/site, which may have one, cannot be asked now");
+  EXPECT_EQ(daemon_.requests().back().target, "GET /v1/health");
+  answerNoRecord();
+  daemon_.answer(R"({"status":"ok","nodes":[]})");
+  EXPECT_EQ(refusalOf("user:no-such-zoe").second,
+            "there is no user no-such-zoe, neither on this host nor in a directory node");
+}
+
 }  // namespace
 }  // namespace paddock::keelhouse

@@ -19,8 +19,8 @@ constexpr std::string_view kUserPrefix = "user:";
 constexpr std::string_view kGroupPrefix = "group:";
 constexpr const char* kUnknown = "unknown";
 
-const std::vector<std::string> kDocumentKeys{"path", "type", "owner",   "group",
-                                             "mode", "acl",  "aclError"};
+const std::vector<std::string> kDocumentKeys{"path", "type", "owner",    "group",
+                                             "mode", "acl",  "complete", "aclError"};
 const std::vector<std::string> kEntryKeys{"kind",  "name",   "fullName",   "guid",
                                           "allow", "rights", "inheritance"};
 
@@ -163,6 +163,11 @@ Dictionary aclDocument(const Dictionary& privileges, const std::string& path, co
   return {{"path", path}, {"acl", entriesOf(acl, isFolder(privileges), principals)}};
 }
 
+void addCompleteness(Dictionary& document, const std::optional<ListState>& state) {
+  if (state && state->present && document.contains("acl"))
+    document.set("complete", state->complete);
+}
+
 Dictionary privilegesDocument(const Dictionary& privileges, const std::optional<ModeAndIds>& mode,
                               Principals& principals) {
   Dictionary document;
@@ -186,7 +191,9 @@ Dictionary privilegesDocument(const Dictionary& privileges, const std::optional<
 WantedPrivileges wantedPrivileges(const Dictionary& document, Principals& principals) {
   requireKnownKeys(document, kDocumentKeys, "the document");
   WantedPrivileges wanted{textOrNone(document, "owner"), textOrNone(document, "group"),
-                          textOrNone(document, "mode"), std::nullopt};
+                          textOrNone(document, "mode"), std::nullopt, std::nullopt};
+  if (const bool* complete = booleanIn(document, "complete", "the document"))
+    wanted.complete = *complete;
   if (const Array* entries = arrayIn(document, "acl", "the document")) {
     wanted.acl = wantedAcl(*entries, principals);
   }

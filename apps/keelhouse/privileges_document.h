@@ -9,6 +9,9 @@
 //   "group"     a group's, the same
 //   "mode"      four octal digits
 //   "acl"       the entries, in their order
+//   "complete"  whether the list leaves nothing to the mode; absent where there is no list, or
+//               where that cannot be told. Taken back, true makes the list that; false does not
+//               open a complete one
 //   "aclError"  why there are none; not read back
 //
 // An entry is an object:
@@ -29,6 +32,7 @@
 #include "base/value.h"
 #include "keelhouse/acl_changes.h"
 #include "keelhouse/folder_mode.h"
+#include "keelhouse/list_state.h"
 #include "keelhouse/principals.h"
 
 namespace paddock::keelhouse {
@@ -39,11 +43,15 @@ struct WantedPrivileges {
   std::optional<std::string> group;
   std::optional<std::string> mode;  // four octal digits, or three
   std::optional<WantedAcl> acl;
+  std::optional<bool> complete;
 };
 
 // `privileges`: as the daemon has them. Rights have their names for folders when they are of one.
 Dictionary aclDocument(const Dictionary& privileges, const std::string& path, const Array& acl,
                        Principals& principals);
+
+// Adds "complete" to a document with entries.
+void addCompleteness(Dictionary& document, const std::optional<ListState>& state);
 
 // The same with owner, group and mode: of `mode`, where it is known.
 Dictionary privilegesDocument(const Dictionary& privileges, const std::optional<ModeAndIds>& mode,

@@ -9,6 +9,7 @@
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/host_accounts.h"
 #include "keelhouse/json_document.h"
+#include "keelhouse/list_state.h"
 #include "keelhouse/mode_text.h"
 #include "keelhouse/named_share.h"
 #include "keelhouse/privileges_document.h"
@@ -55,6 +56,7 @@ struct Wanted {
   Dictionary privileges;            // what is written
   std::optional<std::string> bits;  // the first of four digits
   std::optional<WantedAcl> acl;     // not among `privileges` yet
+  bool isListDone = false;          // it is complete, and without entries, already
 };
 
 Wanted requested(const PrivilegeChanges& changes, const std::optional<ModeAndIds>& present) {
@@ -114,7 +116,10 @@ void checkTakenOver(const std::string& path, const Dictionary& wanted, const Dic
 void print(const Session& session, const Dictionary& privileges,
            const std::optional<ModeAndIds>& all, Principals& principals) {
   if (session.json) {
-    session.out << wire::writeJsonPretty(privilegesDocument(privileges, all, principals)) << '\n';
+    Dictionary document = privilegesDocument(privileges, all, principals);
+    if (const std::string* path = privileges.string("path"))
+      addCompleteness(document, readListStateIfPossible(session, *path));
+    session.out << wire::writeJsonPretty(document) << '\n';
     return;
   }
   session.out << formatPrivileges(privileges, all, principals);
@@ -122,7 +127,8 @@ void print(const Session& session, const Dictionary& privileges,
 
 // The folder's privileges as they are to be written, seen from what it has. What a document says
 // and the folder has already is not written again: that would write its list anew.
-Dictionary settingsFor(const Wanted& wanted, const Dictionary& reading, const std::string& path) {
+Dictionary settingsFor(const Session& session, const Wanted& wanted, const Dictionary& reading,
+                       const std::string& path) {
   const Dictionary present = privilegesIn(reading, path);
   if (wanted.bits.value_or("0") != "0" && !isFolder(present)) {
     throw failure("set-id and sticky bits are for folders, and " + printable(path) +
@@ -136,7 +142,8 @@ Dictionary settingsFor(const Wanted& wanted, const Dictionary& reading, const st
     if (want != nullptr && (have == nullptr || *have != *want))
       privileges.set(std::string(key), *want);
   }
-  if (!isSameList(*wanted.acl, aclOf(present, path))) {
+  if (!wanted.isListDone && !isSameList(*wanted.acl, aclOf(present, path))) {
+    if (wanted.acl->empty()) requireListMayGo(session, path, present, false);
     privileges.set("acl", sentAcl(*wanted.acl));
   }
   return {{"fileAccessPrivs", std::move(privileges)}};
@@ -176,13 +183,18 @@ std::optional<ModeAndIds> modeBefore(const Session& session, const std::string& 
 }
 
 ExitStatus changePrivileges(const Session& session, const std::string& path,
-                            const PrivilegeChanges& changes, std::optional<WantedAcl> acl,
+                            const PrivilegeChanges& changes, WantedPrivileges document,
                             Principals& principals) {
   const std::optional<ModeAndIds> before = modeBefore(session, path, changes);
   Wanted wanted = requested(changes, before);
-  wanted.acl = std::move(acl);
+  wanted.acl = std::move(document.acl);
+  if (wanted.acl) {
+    wanted.isListDone =
+        takeOverCompleteness(session, path, document.complete, !wanted.acl->empty());
+  }
   const ChangedFolder changed = changeFolder(
-      session, path, [&](const Dictionary& reading) { return settingsFor(wanted, reading, path); },
+      session, path,
+      [&](const Dictionary& reading) { return settingsFor(session, wanted, reading, path); },
       "the privileges of " + path + " cannot be changed");
   const Dictionary found = privilegesIn(changed.after, path);
   if (changed.readBackIsOwn) checkResult(path, wanted, found, principals);
@@ -214,10 +226,10 @@ ExitStatus setPrivileges(const Session& session, const std::string& typedPath,
   if (changes.empty()) throw usageFailure("privs set: no option says what to change");
   const std::string path = folderPath(session, typedPath);
   Principals principals(session);
-  if (!changes.from) return changePrivileges(session, path, changes, std::nullopt, principals);
+  if (!changes.from) return changePrivileges(session, path, changes, {}, principals);
   WantedPrivileges wanted = wantedPrivileges(readDocument(*changes.from), principals);
   const PrivilegeChanges all = changesOf(wanted, *changes.from);
-  return changePrivileges(session, path, all, std::move(wanted.acl), principals);
+  return changePrivileges(session, path, all, std::move(wanted), principals);
 }
 
 }  // namespace paddock::keelhouse

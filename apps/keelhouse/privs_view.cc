@@ -72,17 +72,22 @@ std::string formatPrivileges(const Dictionary& privileges, const std::optional<M
   return lines + aclText(privileges, principals);
 }
 
+std::string accessByMode(const Dictionary& privileges) {
+  const std::string* mode = privileges.string("privs");
+  if (mode == nullptr || mode->size() != 3) return "its mode cannot be told";
+  const bool folder = isFolder(privileges);
+  std::string text = named("its owner", privileges.string("owner"));
+  text += " " + accessText(mode->at(0), folder) + ", ";
+  text += named("the group", privileges.string("group")) + " " + accessText(mode->at(1), folder);
+  return text + " and others " + accessText(mode->at(2), folder);
+}
+
 std::string formatAccessByMode(const Dictionary& privileges) {
   const std::string* mode = privileges.string("privs");
   const std::string* path = privileges.string("path");
   std::string text = (path != nullptr ? printable(*path) : "It") + " has no ACL entries";
   if (mode == nullptr || mode->size() != 3) return text + ".";
-  const bool folder = isFolder(privileges);
-  text +=
-      ". By its mode " + printable(*mode) + " " + named("its owner", privileges.string("owner"));
-  text += " " + accessText(mode->at(0), folder) + ", ";
-  text += named("the group", privileges.string("group")) + " " + accessText(mode->at(1), folder);
-  return text + " and others " + accessText(mode->at(2), folder) + ".";
+  return text + ". By its mode " + printable(*mode) + " " + accessByMode(privileges) + ".";
 }
 
 }  // namespace paddock::keelhouse

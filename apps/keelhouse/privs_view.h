@@ -16,7 +16,10 @@ namespace paddock::keelhouse {
 std::string formatPrivileges(const Dictionary& privileges, const std::optional<ModeAndIds>& all,
                              Principals& principals);
 
-// Who can get in by the mode alone, in one sentence.
+// Who can get in by the mode, without a full stop: "its owner root can read and change, the group
+// staff can read and others cannot get in".
+std::string accessByMode(const Dictionary& privileges);
+// The same of a path that has no ACL, in one sentence.
 std::string formatAccessByMode(const Dictionary& privileges);
 
 }  // namespace paddock::keelhouse

@@ -24,10 +24,11 @@ constexpr const char* kQuotas = "volumeQuotas";
 constexpr const char* kPlugin = "paddock_quotas";
 constexpr const char* kEnabled = "isEnabled";
 
+// Without links: the files of a volume's quotas are made where it is mounted.
 std::string volumePath(const Session& session, const std::string& typed) {
-  std::string path = folderPath(session, typed);
+  const std::string path = folderPath(session, typed);
   requireVolumeRoot(path);
-  return path;
+  return volumeRootOf(path);
 }
 
 // The quotas of a reply, where it has any.

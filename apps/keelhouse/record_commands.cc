@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/input.h"
 #include "keelhouse/record_names.h"
@@ -93,9 +94,19 @@ ExitStatus showRecord(const Session& session, const NodeAccess& access, const st
 }
 
 ExitStatus putRecord(const Session& session, const NodeAccess& access, const std::string& type,
-                     const std::string& name, const std::vector<std::string>& attributes) {
+                     const std::string& name, const std::vector<std::string>& attributes,
+                     const std::vector<std::string>& removals) {
   Dictionary parsed = parseAttributes(attributes);
+  Array removed;
+  for (const std::string& word : removals) {
+    const std::string attribute = attributeName(word);
+    if (parsed.contains(attribute)) {
+      throw usageFailure(printable(word) + " cannot be set and removed at once");
+    }
+    removed.emplace_back(attribute);
+  }
   Dictionary request = requestFor(access, type, name);
+  if (!removed.empty()) request.set("removeAttributes", std::move(removed));
   request.set("attributes", std::move(parsed));
   requireStatus(session.daemon.call(kPlugin, "putRecord", request), "status",
                 name + " cannot be written");

@@ -19,9 +19,10 @@ struct NodeAccess {
 ExitStatus listRecords(const Session& session, const NodeAccess& access, const std::string& type);
 ExitStatus showRecord(const Session& session, const NodeAccess& access, const std::string& type,
                       const std::string& name);
-// `attributes` are ATTRIBUTE=VALUE words.
+// `attributes` are ATTRIBUTE=VALUE words, `removals` names of attributes.
 ExitStatus putRecord(const Session& session, const NodeAccess& access, const std::string& type,
-                     const std::string& name, const std::vector<std::string>& attributes);
+                     const std::string& name, const std::vector<std::string>& attributes,
+                     const std::vector<std::string>& removals);
 ExitStatus deleteRecord(const Session& session, const NodeAccess& access, const std::string& type,
                         const std::string& name);
 // `passwordDescriptor` holds the new password; -1: it is asked for.

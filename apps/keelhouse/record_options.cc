@@ -14,6 +14,7 @@ struct RecordOptions {
   std::string type;
   std::string name;
   std::vector<std::string> attributes;
+  std::vector<std::string> removals;
   int passwordDescriptor = -1;
 };
 using SharedOptions = std::shared_ptr<RecordOptions>;
@@ -53,7 +54,8 @@ ExitStatus runShow(const Session& session, const RecordOptions& options) {
   return showRecord(session, options.access, options.type, options.name);
 }
 ExitStatus runPut(const Session& session, const RecordOptions& options) {
-  return putRecord(session, options.access, options.type, options.name, options.attributes);
+  return putRecord(session, options.access, options.type, options.name, options.attributes,
+                   options.removals);
 }
 ExitStatus runDelete(const Session& session, const RecordOptions& options) {
   return deleteRecord(session, options.access, options.type, options.name);
@@ -69,6 +71,10 @@ void addPut(CLI::App& group, Action& action, const SharedOptions& options) {
   addTypeAndName(*command, options);
   command->add_option("ATTRIBUTE=VALUE", options->attributes,
                       "Values; an attribute given several times has them all");
+  command->add_option("--remove", options->removals, "Take the attribute away, repeatable")
+      ->type_name("ATTRIBUTE")
+      ->type_size(1)
+      ->allow_extra_args(false);
 }
 
 void addPassword(CLI::App& group, Action& action, const SharedOptions& options) {

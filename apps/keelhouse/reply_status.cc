@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/printable.h"
 #include "base/status.h"
 
 namespace paddock::keelhouse {
@@ -73,6 +74,17 @@ const char* errnoName(std::int64_t status) {
   return fits ? ::strerrorname_np(static_cast<int>(status)) : nullptr;
 }
 
+// " (ENOENT, 2)"
+std::string nameAndNumber(std::int64_t status) {
+  std::string name = "unknown status";
+  if (isModuleCode(status)) {
+    name = sharing_error_string(static_cast<Status>(status));
+  } else if (const char* macro = errnoName(status)) {
+    name = macro;
+  }
+  return " (" + name + ", " + std::to_string(status) + ")";
+}
+
 }  // namespace
 
 bool reportsFailure(const Dictionary& reply) {
@@ -86,15 +98,11 @@ bool reportsFailure(const Dictionary& reply) {
 }
 
 std::string describeStatus(const std::string& action, std::int64_t status) {
-  const std::string number = std::to_string(status);
-  if (isModuleCode(status)) {
-    return action + " (" + sharing_error_string(static_cast<Status>(status)) + ", " + number + ")";
-  }
-  if (const char* name = errnoName(status)) {
-    return action + ": " + sharing_error_string(static_cast<Status>(status)) + " (" + name + ", " +
-           number + ")";
-  }
-  return action + " (unknown status, " + number + ")";
+  const bool hasText = !isModuleCode(status) && errnoName(status) != nullptr;
+  return action +
+         (hasText ? std::string(": ") + sharing_error_string(static_cast<Status>(status))
+                  : std::string()) +
+         nameAndNumber(status);
 }
 
 std::string describeError(const std::string& action, const std::string& errorText) {
@@ -115,7 +123,13 @@ Failure errorFailure(const std::string& action, const std::string& errorText) {
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action) {
   const auto status = reply.integer(key);
   if (!status) throw daemonFailure(action + ": the daemon's reply has no " + std::string(key));
-  if (*status != 0) throw statusFailure(action, *status);
+  if (*status == 0) return;
+  // What an operation says of its status stands in the place of the number's text.
+  const std::string* message = reply.string("message");
+  if (message == nullptr) throw statusFailure(action, *status);
+  const std::string hint = hintFor(*status);
+  throw daemonFailure(action + ": " + printable(*message) + nameAndNumber(*status) +
+                      (hint.empty() ? "" : "\n" + hint));
 }
 
 }  // namespace paddock::keelhouse

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "keelhouse/share_names.h"
 #include "keelhouse/terminal_text.h"
 #include "wire/json.h"
 
@@ -71,14 +72,6 @@ std::string ownerOf(const Dictionary& reply, const char* key, const std::string&
   return {};
 }
 
-// Whether `name` is `wanted`, its end cut perhaps, with a number behind it: "photos-1".
-bool isNumbered(const std::string& wanted, const std::string& name) {
-  const std::size_t dash = name.rfind('-');
-  if (dash == std::string::npos || !wanted.starts_with(name.substr(0, dash))) return false;
-  const std::string number = name.substr(dash + 1);
-  return !number.empty() && number.find_first_not_of("0123456789") == std::string::npos;
-}
-
 struct NewName {
   std::string wanted;
   std::string became;
@@ -91,7 +84,7 @@ std::vector<NewName> newNames(const Dictionary& wanted, const Dictionary& result
   for (const NameKey& name : kNames) {
     const std::string before = textOf(wanted, name.key);
     const std::string after = textOf(result, name.key);
-    if (before.empty() || before == after || !isNumbered(before, after)) continue;
+    if (before.empty() || before == after || !isNumberedName(before, after)) continue;
     const auto same = std::find_if(names.begin(), names.end(), [&](const NewName& other) {
       return other.wanted == before && other.became == after;
     });

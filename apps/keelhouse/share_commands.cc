@@ -8,6 +8,8 @@
 
 #include "base/printable.h"
 #include "keelhouse/automount_change.h"
+#include "keelhouse/begun_share.h"
+#include "keelhouse/export_lines.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/json_document.h"
 #include "keelhouse/named_share.h"
@@ -19,6 +21,7 @@
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
 #include "keelhouse/share_warnings.h"
+#include "keelhouse/shell_word.h"
 #include "keelhouse/smb_settings.h"
 #include "keelhouse/smb_writing.h"
 #include "keelhouse/team_folder.h"
@@ -137,10 +140,29 @@ std::string folderState(const Dictionary& sharePoint) {
 Array withFolderStates(Array sharePoints) {
   for (Value& value : sharePoints) {
     if (value.dictionary() == nullptr) continue;
+    if (isUnfinished(*value.dictionary())) {
+      value.dictionary()->set("unfinished", true);
+      continue;
+    }
     std::string state = folderState(*value.dictionary());
     if (!state.empty()) value.dictionary()->set("folder", std::move(state));
   }
   return sharePoints;
+}
+
+// The share point whose record has exactly the name. Throws Failure when none has.
+Dictionary namedRecord(const Session& session, const std::string& name) {
+  const Dictionary reply = session.daemon.call(kPlugin, "getSharePointList", {});
+  requireStatus(reply, "readStatus", "the share points cannot be listed");
+  if (const Array* list = reply.array("sharePointList")) {
+    for (const Value& value : *list) {
+      const Dictionary* sharePoint = value.dictionary();
+      const std::string* found = sharePoint != nullptr ? sharePoint->string("name") : nullptr;
+      if (found != nullptr && *found == name) return *sharePoint;
+    }
+  }
+  throw failure("no share point's record is named " + printable(name) +
+                "\nSee what is: keelhouse share list");
 }
 
 }  // namespace
@@ -165,6 +187,12 @@ ExitStatus showShare(const Session& session, const std::string& typedPath) {
   Dictionary sharePoint = readSharePoint(session, path);
   if (!isShared(sharePoint)) throw notShared(path, "Share it with: keelhouse share add PATH");
   addSmbOptions(session, sharePoint);
+  const std::vector<ExportLine> lines = exportLines(session, storedPath(sharePoint, path));
+  if (lines.size() > 1) {
+    Array texts;
+    for (const ExportLine& line : lines) texts.emplace_back(line.text);
+    sharePoint.set("exportLines", std::move(texts));
+  }
   print(session, sharePoint);
   return ExitStatus::done;
 }
@@ -175,17 +203,20 @@ ExitStatus addShare(const Session& session, const std::string& typedPath, const 
   const ShareChanges changes = ChangeSource(typed, sources.from).seenFrom({});
   const Dictionary record = newShareRecord(path, changes);
   if (!force) requireFolder(path);
-  if (isShared(readSharePoint(session, path))) {
-    throw failure(printable(path) + " is shared already\nChange it with: keelhouse share set PATH");
-  }
+  std::optional<TaggedReply> reading = readTaggedFolder(session, path);
+  requireSameFolder(sharePointIn(reading->body, path), path);
+  requireNotShared(sharePointIn(reading->body, path), path);
   const std::optional<Team> team =
       sources.team ? std::optional(findTeam(session, *sources.team)) : std::nullopt;
   const std::string action = printable(path) + " cannot be shared";
   requireServable(session, action, record, !changes.smbName);
   const AutomountChange automount(session, path, planAutomount(changes, {}, false), account);
-  if (team) giveToTeam(session, path, *team);
-  const Dictionary reply =
-      writeNewShare(session, {path, record, action, automount.credentials()}, changes.smbOptions);
+  if (team) {
+    giveToTeam(session, path, *team);
+    reading.reset();
+  }
+  const Dictionary reply = writeNewShare(
+      session, {path, record, action, automount.credentials(), reading}, changes.smbOptions);
   return showWritten(session, path, record, reply, automount, changes.requireServed);
 }
 
@@ -198,11 +229,15 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   const std::string path = folderPath(session, typedPath);
   TaggedReply reading = readTaggedFolder(session, path);
   Dictionary stored = sharePointIn(reading.body, path);
+  requireSameFolder(stored, path);
   if (!isShared(stored)) throw notShared(path, "Share it with: keelhouse share add PATH");
   if (from) addSmbOptions(session, stored);
   const ChangeSource source(typed, from);
   const ShareChanges changes = source.seenFrom(stored);
   Dictionary record = changedShareRecord(path, changes, stored);
+  const std::optional<Dictionary> merged =
+      mergedExport(session, path, exportLines(session, storedPath(stored, path)),
+                   record.contains("nfsExportRecord"));
   AutomountPlan plan = planAutomount(changes, stored, accountGiven);
   if (changes.empty() && !from && plan.step == AutomountPlan::Step::none) {
     throw failure(printable(path) + " is not automounted, so there is nothing to write as " +
@@ -211,18 +246,25 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   const std::string action = "the share point of " + printable(path) + " cannot be changed";
   requireServable(session, action, record, false);
   const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
-  const auto write = [&] {
-    return changeFolder(
-               session, path,
-               [&](const Dictionary& read) {
-                 record = recordFor(source, stored, sharePointIn(read, path), path);
-                 return Dictionary{{"sharePointRecord", record}};
-               },
-               action, std::move(reading), automount.credentials())
-        .after;
+  const auto write = [&]() -> Dictionary {
+    try {
+      return changeFolder(
+                 session, path,
+                 [&](const Dictionary& read) {
+                   record = recordFor(source, stored, sharePointIn(read, path), path);
+                   if (merged && !record.contains("nfsExportRecord"))
+                     record.set("nfsExportRecord", *merged);
+                   return Dictionary{{"sharePointRecord", record}};
+                 },
+                 action, std::move(reading), automount.credentials())
+          .after;
+    } catch (const Refusal&) {
+      throw;
+    } catch (const Failure& failed) {
+      throw withWhatWasDone(session, path, record, failed);
+    }
   };
-  const Dictionary reply =
-      writeChangedShare(session, {path, {}, action, {}, write}, changes.smbOptions, stored);
+  const Dictionary reply = writeChangedShare(session, changes.smbOptions, stored, write);
   return showWritten(session, path, record, reply, automount, changes.requireServed);
 }
 
@@ -246,6 +288,25 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
   }
   reportStillServed(session, storedPath(stored, path));
   automount.check(result);
+  return ExitStatus::done;
+}
+
+ExitStatus removeUnfinished(const Session& session, const std::string& name) {
+  const Dictionary sharePoint = namedRecord(session, name);
+  if (!isUnfinished(sharePoint)) {
+    throw failure(printable(name) + " is the share of " + printable(*sharePoint.string("path")) +
+                  ", and finished\nRemove it by its path: keelhouse share remove " +
+                  printable(shellWord(*sharePoint.string("path"))));
+  }
+  const Dictionary reply =
+      session.daemon.call("paddock_directory", "deleteRecord",
+                          {{"type", "dsRecTypeStandard:SharePoints"}, {"name", name}});
+  requireStatus(reply, "status", "the record " + printable(name) + " cannot be removed");
+  if (session.json) {
+    print(session, {{"name", name}, {"isShared", false}});
+  } else {
+    session.out << "The unfinished record " << printable(name) << " is removed.\n";
+  }
   return ExitStatus::done;
 }
 

@@ -30,5 +30,7 @@ ExitStatus addShare(const Session& session, const std::string& path, const Share
 ExitStatus setShare(const Session& session, const std::string& path, const ShareChanges& changes,
                     const NodeAccount& account, const std::optional<std::string>& from);
 ExitStatus removeShare(const Session& session, const std::string& path, const NodeAccount& account);
+// The record of a share point that was never finished, by its name.
+ExitStatus removeUnfinished(const Session& session, const std::string& name);
 
 }  // namespace paddock::keelhouse

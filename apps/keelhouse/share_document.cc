@@ -33,7 +33,8 @@ const std::vector<std::string> kKeys{"path",
                                      "nfsExportRecord",
                                      "isShared",
                                      "smb",
-                                     "folder"};
+                                     "folder",
+                                     "exportLines"};
 const std::vector<std::string> kExportKeys{"path", "clients", "line", "isDeleted"};
 const std::vector<std::string> kClientKeys{"host", "options"};
 const std::vector<std::string> kSmbKeys{"readOnly", "guest",      "hidden", "recycle",

@@ -116,12 +116,16 @@ void Move::unexportNew() const {
   write(from_, {{"path", from_}, {"nfsExportRecord", deletedExport(to_)}});
 }
 
-// One change of one attribute: at no moment is there no record, or a second one.
+// One change of one attribute: at no moment is there no record, or a second one. A record that was
+// removed meanwhile is not made anew.
 void Move::point(const std::string& path) const {
+  constexpr const char* kAnyState = "*";
+  const std::string action = "the share of " + printable(from_) + " cannot be moved";
   const Dictionary request{
       {"type", kSharePoints}, {"name", name_}, {"attributes", Dictionary{{kDirectoryPath, path}}}};
-  requireStatus(session_.daemon.call(kDirectory, "putRecord", request), "status",
-                "the share of " + printable(from_) + " cannot be moved");
+  const auto reply = session_.daemon.callTagged(kDirectory, "putRecord", request, kAnyState);
+  if (!reply) throw failure(action + ": its record " + printable(name_) + " is gone");
+  requireStatus(reply->body, "status", action);
 }
 
 // What hangs on the path follows it: automount, backup, indexing, the SMB server's section; the
@@ -152,16 +156,19 @@ void Move::settleBack() const {
 }
 
 void Move::takeBack(const Failure& reason, bool pointed, bool settled) const {
+  const DaemonClient::Aside aside(session_.daemon);
   try {
     if (pointed) point(from_);
     if (settled) settleBack();
     unexportNew();
   } catch (const std::exception& second) {
-    throw Failure(reason.status(), std::string(reason.what()) +
-                                       "\nand what was begun could not be taken back: " +
-                                       second.what() + "\nSee keelhouse share list.");
+    throw Failure(reason.status(),
+                  std::string(reason.what()) + "\nand what was begun could not be taken back: " +
+                      second.what() + "\nSee keelhouse share list.",
+                  reason.origin());
   }
-  throw Failure(reason.status(), std::string(reason.what()) + "\nNothing was moved.");
+  throw Failure(reason.status(), std::string(reason.what()) + "\nNothing was moved.",
+                reason.origin());
 }
 
 // What the old folder's own settings leave behind: an index, a mark of a backup destination.

@@ -71,6 +71,15 @@ TEST_F(ShareMoves, ThePathOfTheRecordIsChangedWhileBothFoldersAreExported) {
   EXPECT_EQ(error_, "");
 }
 
+TEST_F(ShareMoves, ARecordThatWasRemovedMeanwhileIsNotMadeAnew) {
+  answerBefore();
+  daemon_.answer(R"({"error":"there is nothing"})", 412);
+  daemon_.answer(R"({"error":"there is nothing"})", 412);
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(daemon_.requests().at(2).head, HasSubstr("\r\nIf-Match: *\r\n"));
+  EXPECT_THAT(error_, HasSubstr("cannot be moved: its record plans is gone"));
+}
+
 TEST_F(ShareMoves, OfAFolderThatDoesNotAnswerIsWrittenAtTheNewOneAlone) {
   daemon_.answer(read(R"({"path":"/srv/old","name":"plans","isShared":true)" + exported() + "}"));
   daemon_.answer(read(R"({"isShared":false})"));

@@ -34,4 +34,11 @@ void checkShareNames(const ShareChanges& changes) {
   checkLength(changes.vspName, "--vsp-name", kMaximumVspNameLength);
 }
 
+bool isNumberedName(const std::string& wanted, const std::string& name) {
+  const std::size_t dash = name.rfind('-');
+  if (dash == std::string::npos || !wanted.starts_with(name.substr(0, dash))) return false;
+  const std::string number = name.substr(dash + 1);
+  return !number.empty() && number.find_first_not_of("0123456789") == std::string::npos;
+}
+
 }  // namespace paddock::keelhouse

@@ -104,10 +104,20 @@ void addSet(CLI::App& group, Action& action) {
 
 void addRemove(CLI::App& group, Action& action) {
   const auto options = std::make_shared<ShareOptions>();
+  const auto name = std::make_shared<std::string>();
   auto* command = addCommand(group, "remove", "Share a folder no longer", options);
-  command->callback([options, &action] {
-    action = [options](const Session& session) {
-      return removeShare(session, options->path, options->account);
+  auto* path = command->get_option(kFolderOperand.name)->required(false);
+  command
+      ->add_option("--name", *name,
+                   "Remove the record NAME of a share point that was never finished")
+      ->type_name("NAME")
+      ->excludes(path);
+  command->callback([options, name, path, &action] {
+    action = [options, name, isNamed = path->count() == 0](const Session& session) {
+      if (!isNamed) return removeShare(session, options->path, options->account);
+      if (name->empty())
+        throw usageFailure("share remove: say which share, by PATH or --name NAME");
+      return removeUnfinished(session, *name);
     };
   });
 }

@@ -12,6 +12,8 @@ namespace paddock::keelhouse {
 namespace {
 
 constexpr std::string_view kSmbOptions = "smb";
+// Where the exports file has several for the path.
+constexpr std::string_view kExportLines = "exportLines";
 
 // The order in which a person looks for them; others follow in the order of their names.
 constexpr std::string_view kOrder[] = {"path",
@@ -22,6 +24,7 @@ constexpr std::string_view kOrder[] = {"path",
                                        kSmbOptions,
                                        "nameOverFTP",
                                        "nfsExportRecord",
+                                       kExportLines,
                                        "isAutomounted",
                                        "automountMountPath",
                                        "automountFileSystemType",
@@ -126,17 +129,42 @@ void appendProperty(std::string& lines, std::string_view key, const Value* value
     lines += smbLines(*value->dictionary());
     return;
   }
+  if (key == kExportLines && value->array() != nullptr) {
+    for (const Value& line : *value->array())
+      lines += "line of /etc/exports: " + propertyText(key, line) + "\n";
+    return;
+  }
   lines += printable(key) + ": " + propertyText(key, *value) + "\n";
+}
+
+// What is unfinished, and how it goes; empty when nothing is.
+std::string formatUnfinished(const std::vector<const Dictionary*>& sharePoints) {
+  if (sharePoints.empty()) return {};
+  std::vector<std::vector<std::string>> rows{{"UNFINISHED", "PATH"}};
+  for (const Dictionary* sharePoint : sharePoints) {
+    rows.push_back({cell(sharePoint->string("name")), cell(sharePoint->string("path"))});
+  }
+  return formatTable(rows) +
+         "These share nothing. To remove one: keelhouse share remove --name NAME\n";
 }
 
 }  // namespace
 
+bool isUnfinished(const Dictionary& sharePoint) {
+  const std::string* path = sharePoint.string("path");
+  return path == nullptr || !path->starts_with('/');
+}
+
 std::string formatShareTable(const Array& sharePoints) {
   std::vector<std::vector<std::string>> rows{{"PATH", "NAME", "VSP", "SMB", "FTP", "NFS"}};
   std::vector<const Dictionary*> listed;
-  for (const Value& sharePoint : sharePoints) {
-    if (sharePoint.dictionary() != nullptr) listed.push_back(sharePoint.dictionary());
+  std::vector<const Dictionary*> unfinished;
+  for (const Value& value : sharePoints) {
+    const Dictionary* sharePoint = value.dictionary();
+    if (sharePoint != nullptr)
+      (isUnfinished(*sharePoint) ? unfinished : listed).push_back(sharePoint);
   }
+  if (listed.empty()) return formatUnfinished(unfinished);
   for (const Dictionary* sharePoint : listed) rows.push_back(tableRow(*sharePoint));
   std::vector<std::string> automounts{"AUTOMOUNT"};
   std::vector<std::string> backups{"BACKUP"};
@@ -150,7 +178,8 @@ std::string formatShareTable(const Array& sharePoints) {
   appendColumn(rows, automounts);
   appendColumn(rows, backups);
   appendColumn(rows, folders);
-  return formatTable(rows);
+  const std::string more = formatUnfinished(unfinished);
+  return formatTable(rows) + (more.empty() ? "" : "\n" + more);
 }
 
 std::string formatSharePoint(const Dictionary& sharePoint) {

@@ -69,5 +69,17 @@ TEST(ShareView, showsEveryPropertyOfOne) {
             "automountFileSystemType: NFS\nmountedOnPath: /\n");
 }
 
+TEST(ShareView, listsWhatIsUnfinishedBelow) {
+  const Array list{Dictionary{{"name", "left"}, {"nameOverSMB", "left"}},
+                   Dictionary{{"path", "/srv/a"}, {"name", "a"}},
+                   Dictionary{{"name", "re\x1Blative"}, {"path", "srv/b"}}};
+  const std::string unfinished =
+      "UNFINISHED    PATH\nleft          -\nre\\x1Blative  srv/b\n"
+      "These share nothing. To remove one: keelhouse share remove --name NAME\n";
+  EXPECT_EQ(formatShareTable(list),
+            "PATH    NAME  VSP  SMB  FTP  NFS\n/srv/a  a     -    -    -    -\n\n" + unfinished);
+  EXPECT_EQ(formatShareTable({list[0], list[2]}), unfinished);
+}
+
 }  // namespace
 }  // namespace paddock::keelhouse

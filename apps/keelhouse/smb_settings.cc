@@ -13,6 +13,8 @@ namespace paddock::keelhouse {
 
 namespace {
 
+using samba::AttributeWrite;
+
 constexpr const char* kPlugin = "paddock_directory";
 constexpr const char* kSharePoints = "dsRecTypeStandard:SharePoints";
 constexpr const char* kTestparm = "/usr/bin/testparm";
@@ -81,6 +83,86 @@ Dictionary recordRequest(const std::string& name) {
   return {{"type", kSharePoints}, {"name", name}};
 }
 
+std::string optionsOf(const std::string& recordName) {
+  return "the options over SMB of " + printable(recordName);
+}
+
+// Each time that others come between, one of them is done.
+constexpr int kAttempts = 50;
+
+Failure changedByOthers(const std::string& recordName) {
+  return failure(optionsOf(recordName) + " cannot be written: others changed its record " +
+                 std::to_string(kAttempts) + " times while this was tried\nTry again.");
+}
+
+struct TaggedOptions {
+  samba::SmbOptions options;
+  std::string tag;  // of the record
+};
+
+TaggedOptions readTaggedOptions(const Session& session, const std::string& recordName) {
+  // Without a condition there is always a reply.
+  const TaggedReply reply =
+      *session.daemon.callTagged(kPlugin, "getRecord", recordRequest(recordName));
+  const std::string what = optionsOf(recordName);
+  requireStatus(reply.body, "status", what + " cannot be read");
+  const Dictionary* record = reply.body.dictionary("record");
+  if (record == nullptr) throw failure(what + " cannot be read: there is no such record");
+  const samba::ReadOptions read = samba::readOptions(*record);
+  if (!read.fault.empty()) throw failure(what + " cannot be read: " + printable(read.fault));
+  return {read.options, reply.tag};
+}
+
+bool holds(const Array& names, const std::string& name) {
+  return std::any_of(names.begin(), names.end(), [&name](const Value& value) {
+    return value.string() != nullptr && *value.string() == name;
+  });
+}
+
+// What makes `from` into `to`: the attributes that differ, and no others.
+AttributeWrite difference(const samba::SmbOptions& from, const samba::SmbOptions& to) {
+  const AttributeWrite old = samba::attributesOf(from);
+  const AttributeWrite wanted = samba::attributesOf(to);
+  AttributeWrite write;
+  for (const auto& entry : wanted.attributes) {
+    const Value* present = old.attributes.find(entry.key);
+    if (present == nullptr || *present != entry.value) write.attributes.set(entry.key, entry.value);
+  }
+  for (const Value& name : wanted.removals) {
+    if (!holds(old.removals, *name.string())) write.removals.push_back(name);
+  }
+  return write;
+}
+
+// Leaves out of `write` what `others` is about.
+void keepWhatOthersChanged(AttributeWrite& write, const AttributeWrite& others) {
+  AttributeWrite own;
+  const auto isOthers = [&others](const std::string& name) {
+    return others.attributes.contains(name) || holds(others.removals, name);
+  };
+  for (const auto& entry : write.attributes) {
+    if (!isOthers(entry.key)) own.attributes.set(entry.key, entry.value);
+  }
+  for (const Value& name : write.removals) {
+    if (!isOthers(*name.string())) own.removals.push_back(name);
+  }
+  write = std::move(own);
+}
+
+// False when the record is not what `tag` names; nothing is changed then. A record that is gone is
+// not made anew.
+bool putOptions(const Session& session, const std::string& recordName, AttributeWrite write,
+                const std::string& tag) {
+  if (write.attributes.empty() && write.removals.empty()) return true;
+  Dictionary request = recordRequest(recordName);
+  if (!write.attributes.empty()) request.set("attributes", std::move(write.attributes));
+  if (!write.removals.empty()) request.set("removeAttributes", std::move(write.removals));
+  const auto reply = session.daemon.callTagged(kPlugin, "putRecord", request, tag);
+  if (!reply) return false;
+  requireStatus(reply->body, "status", optionsOf(recordName) + " cannot be written");
+  return true;
+}
+
 }  // namespace
 
 bool SmbChanges::empty() const {
@@ -118,24 +200,30 @@ void requireTaken(const Session& session, const samba::SmbOptions& options,
 }
 
 samba::SmbOptions readSmbOptions(const Session& session, const std::string& recordName) {
-  const Dictionary reply = session.daemon.call(kPlugin, "getRecord", recordRequest(recordName));
-  const std::string what = "the options over SMB of " + printable(recordName);
-  requireStatus(reply, "status", what + " cannot be read");
-  const Dictionary* record = reply.dictionary("record");
-  if (record == nullptr) throw failure(what + " cannot be read: there is no such record");
-  const samba::ReadOptions read = samba::readOptions(*record);
-  if (!read.fault.empty()) throw failure(what + " cannot be read: " + printable(read.fault));
-  return read.options;
+  return readTaggedOptions(session, recordName).options;
 }
 
-void writeSmbOptions(const Session& session, const std::string& recordName,
-                     const samba::SmbOptions& options) {
-  Dictionary request = recordRequest(recordName);
-  samba::AttributeWrite write = samba::attributesOf(options);
-  request.set("attributes", std::move(write.attributes));
-  request.set("removeAttributes", std::move(write.removals));
-  requireStatus(session.daemon.call(kPlugin, "putRecord", request), "status",
-                "the options over SMB of " + printable(recordName) + " cannot be written");
+ChangedOptions changeSmbOptions(const Session& session, const std::string& recordName,
+                                const SmbChanges& changes) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const TaggedOptions read = readTaggedOptions(session, recordName);
+    const ChangedOptions changed{read.options, changedOptions(read.options, changes)};
+    if (attempt == 0) requireTaken(session, changed.after, changed.before);
+    const AttributeWrite write = difference(changed.before, changed.after);
+    if (putOptions(session, recordName, write, read.tag)) return changed;
+  }
+  throw changedByOthers(recordName);
+}
+
+void takeBackSmbOptions(const Session& session, const std::string& recordName,
+                        const ChangedOptions& changed) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const TaggedOptions present = readTaggedOptions(session, recordName);
+    AttributeWrite write = difference(changed.after, changed.before);
+    keepWhatOthersChanged(write, difference(changed.after, present.options));
+    if (putOptions(session, recordName, write, present.tag)) return;
+  }
+  throw changedByOthers(recordName);
 }
 
 void addSmbOptions(const Session& session, Dictionary& sharePoint) {

@@ -39,8 +39,24 @@ void requireTaken(const Session& session, const samba::SmbOptions& options,
 
 // Of the share point's record of that name. Throws Failure when they cannot be read.
 samba::SmbOptions readSmbOptions(const Session& session, const std::string& recordName);
-void writeSmbOptions(const Session& session, const std::string& recordName,
-                     const samba::SmbOptions& options);
+
+// Options before a change and after it.
+struct ChangedOptions {
+  samba::SmbOptions before;
+  samba::SmbOptions after;
+};
+
+// Makes the changes in the record of that name, and only in the attributes that they are about;
+// when others change the record meanwhile, again with what it has then. Throws Failure for what a
+// share cannot have or Samba does not take, and when there is no such record any more; nothing is
+// changed then.
+ChangedOptions changeSmbOptions(const Session& session, const std::string& recordName,
+                                const SmbChanges& changes);
+
+// Takes the change back; attributes that others have changed since stay as they are. Throws
+// Failure.
+void takeBackSmbOptions(const Session& session, const std::string& recordName,
+                        const ChangedOptions& changed);
 
 // A property "smb" of a share point that is to be shown, where it has options; a note says when
 // they cannot be read.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/printable.h"
+#include "keelhouse/begun_share.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/reply_status.h"
@@ -16,12 +17,6 @@ namespace {
 
 constexpr const char* kSharePoint = "sharePointRecord";
 constexpr const char* kSmbName = "nameOverSMB";
-
-Dictionary write(const Session& session, const ShareWriting& writing, Dictionary record) {
-  Dictionary configuration{{kSharePoint, std::move(record)}};
-  if (!writing.credentials.empty()) configuration.set("dsCredentials", writing.credentials);
-  return writeFolder(session, writing.path, std::move(configuration), writing.action);
-}
 
 std::string textOf(const Dictionary& dictionary, const char* key) {
   const std::string* text = dictionary.string(key);
@@ -60,29 +55,36 @@ std::string uniqueSmbName(const Session& session, const std::string& path,
   return candidate;
 }
 
-// What was begun of a new share point; taken away again unless it was finished.
-class BegunShare {
- public:
-  BegunShare(const Session& session, const ShareWriting& writing)
-      : session_(session), writing_(writing) {}
-  BegunShare(const BegunShare&) = delete;
-  BegunShare& operator=(const BegunShare&) = delete;
-  ~BegunShare() {
-    if (finished_) return;
-    try {
-      write(session_, writing_, {{"isShared", false}});
-    } catch (const std::exception&) {
-      session_.notes << "keelhouse: note: " << printable(writing_.path)
-                     << " may be shared in part: see keelhouse share show\n";
-    }
-  }
-  void finish() { finished_ = true; }
+// Writes the record where `require`, which gets the share point as it is, does not throw.
+Dictionary write(const Session& session, const ShareWriting& writing, const Dictionary& record,
+                 const std::function<void(const Dictionary& present)>& require,
+                 std::optional<TaggedReply> reading = {}) {
+  return changeFolder(
+             session, writing.path,
+             [&](const Dictionary& read) {
+               require(sharePointIn(read, writing.path));
+               return Dictionary{{kSharePoint, record}};
+             },
+             writing.action, std::move(reading), writing.credentials)
+      .after;
+}
 
- private:
-  const Session& session_;
-  const ShareWriting& writing_;
-  bool finished_ = false;
-};
+Dictionary writeFirst(const Session& session, const ShareWriting& writing,
+                      const Dictionary& record) {
+  const std::string name = textOf(record, "name");
+  const std::vector<std::string> before = unfinishedRecords(session, name);
+  try {
+    return write(
+        session, writing, record,
+        [&writing](const Dictionary& present) { requireNotShared(present, writing.path); },
+        writing.reading);
+  } catch (const Refusal&) {
+    throw;
+  } catch (const Failure& failed) {
+    deleteUnfinishedRecords(session, name, before);
+    throw withWhatWasDone(session, writing.path, record, failed);
+  }
+}
 
 // The names of a new share point, which the daemon makes unique, and nothing that publishes it over
 // SMB or that hangs on it.
@@ -94,14 +96,11 @@ Dictionary namesOnly(const Dictionary& record) {
   return names;
 }
 
-Dictionary writeChange(const Session& session, const ShareWriting& writing) {
-  return writing.send ? writing.send() : write(session, writing, writing.record);
-}
-
 // The options as they were, where a change failed behind them.
-void restore(const Session& session, const std::string& name, const samba::SmbOptions& options) {
+void takeBack(const Session& session, const std::string& name, const ChangedOptions& changed) {
+  const DaemonClient::Aside aside(session.daemon);
   try {
-    writeSmbOptions(session, name, options);
+    takeBackSmbOptions(session, name, changed);
   } catch (const std::exception&) {
     session.notes << "keelhouse: note: the options over SMB of " << printable(name)
                   << " are changed already, and could not be taken back\n";
@@ -110,17 +109,21 @@ void restore(const Session& session, const std::string& name, const samba::SmbOp
 
 }  // namespace
 
+void requireNotShared(const Dictionary& sharePoint, const std::string& path) {
+  if (!isShared(sharePoint)) return;
+  throw failure(printable(path) + " is shared already\nChange it with: keelhouse share set PATH");
+}
+
 Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
                          const SmbChanges& changes) {
-  if (changes.empty()) return write(session, writing, writing.record);
-  const samba::SmbOptions options = changedOptions({}, changes);
-  requireTaken(session, options, {});
-  BegunShare begun(session, writing);
+  if (changes.empty()) return writeFirst(session, writing, writing.record);
+  requireTaken(session, changedOptions({}, changes), {});
   const Dictionary first =
-      settingsPart(write(session, writing, namesOnly(writing.record)), kSharePoint);
-  const std::string* name = first.string("name");
-  if (name == nullptr) throw failure(writing.action + ": the daemon did not say its record's name");
-  writeSmbOptions(session, *name, options);
+      settingsPart(writeFirst(session, writing, namesOnly(writing.record)), kSharePoint);
+  const std::string name = textOf(first, "name");
+  if (name.empty()) throw failure(writing.action + ": the daemon did not say its record's name");
+  BegunShare begun(session, writing.path, name, writing.credentials);
+  changeSmbOptions(session, name, changes);
   Dictionary record = writing.record;
   for (const char* key : {"name", "nameOverVSP", "nameOverFTP"}) {
     if (const std::string* given = first.string(key)) record.set(key, *given);
@@ -128,23 +131,23 @@ Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
   if (const std::string wanted = textOf(record, kSmbName); !wanted.empty()) {
     record.set(kSmbName, uniqueSmbName(session, writing.path, wanted));
   }
-  Dictionary reply = write(session, writing, std::move(record));
+  Dictionary reply = write(session, writing, record, [&](const Dictionary& present) {
+    if (isShared(present) && textOf(present, "name") == name) return;
+    throw failure(writing.action + ": somebody else took it out of sharing meanwhile");
+  });
   begun.finish();
   return reply;
 }
 
-Dictionary writeChangedShare(const Session& session, const ShareWriting& writing,
-                             const SmbChanges& changes, const Dictionary& stored) {
-  if (changes.empty()) return writeChange(session, writing);
+Dictionary writeChangedShare(const Session& session, const SmbChanges& changes,
+                             const Dictionary& stored, const std::function<Dictionary()>& write) {
+  if (changes.empty()) return write();
   const std::string name = textOf(stored, "name");
-  const samba::SmbOptions before = readSmbOptions(session, name);
-  const samba::SmbOptions options = changedOptions(before, changes);
-  requireTaken(session, options, before);
-  writeSmbOptions(session, name, options);
+  const ChangedOptions changed = changeSmbOptions(session, name, changes);
   try {
-    return writeChange(session, writing);
+    return write();
   } catch (...) {
-    restore(session, name, before);
+    takeBack(session, name, changed);
     throw;
   }
 }

@@ -120,6 +120,15 @@ std::string joined(const Array* texts) {
   return line;
 }
 
+// What the searches make of a node that does not answer.
+std::string leftOut(const Dictionary& health, const Node& node) {
+  if (node.isReachable()) return {};
+  for (const UnansweredNode& one : unansweredNodes(health)) {
+    if (one.path == node.path) return "; left out of searches since " + one.since;
+  }
+  return "; left out of searches";
+}
+
 bool configurationIsBroken(const Dictionary& health) {
   const Dictionary* configuration = health.dictionary("configuration");
   return configuration != nullptr && !joined(configuration->array("problems")).empty();
@@ -161,7 +170,8 @@ void printText(const Session& session, const Dictionary& health, const std::vect
         {"plug-in " + printable(plugin.name), std::to_string(plugin.operations) + noun + told});
   }
   for (const Node& node : directory.nodes) {
-    rows.push_back({"node " + printable(node.path), printable(describeNode(node))});
+    rows.push_back(
+        {"node " + printable(node.path), printable(describeNode(node) + leftOut(health, node))});
   }
   if (!directory.error.empty()) rows.push_back({"directory nodes", printable(directory.error)});
   for (const RunInSight& run : runs) {

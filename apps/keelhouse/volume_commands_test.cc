@@ -88,6 +88,22 @@ TEST_F(VolumeCommands, quotaOnAndOffSwitch) {
   EXPECT_THAT(body(2), HasSubstr(R"("isEnabled":false)"));
 }
 
+TEST_F(VolumeCommands, quotaSendsTheRealPathOfALink) {
+  const std::string link = folder_.path("link");
+  std::filesystem::create_symlink("/proc", link);
+  answerSwitched(R"({"isEnabled":true})");
+  answerNotKept();
+  EXPECT_EQ(run({"quota", "on", link}), 0) << error_;
+  EXPECT_EQ(out_, "Quotas of /proc are on.\n");
+  EXPECT_EQ(body(0), R"({"isEnabled":true,"path":"/proc"})");
+  answerQuotas(R"({"isEnabled":false})");
+  answerNotKept();
+  EXPECT_EQ(run({"quota", "show", link}), 0) << error_;
+  EXPECT_EQ(body(2), R"({"optionalArguments":{"path":"/proc"}})");
+  EXPECT_EQ(run({"quota", "set", link, "root", "1G", "2G"}), 1);
+  EXPECT_THAT(body(4), HasSubstr(R"("path":"/proc")"));
+}
+
 TEST_F(VolumeCommands, quotaOnDoesWithoutThePluginOfQuotas) {
   daemon_.answer(R"({"error":"no such plug-in"})", 404);
   daemon_.answer(writtenPart("volumeQuotas", R"({"isEnabled":true})"));

@@ -3,14 +3,24 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "base/status.h"
 #include "base/system_call.h"
+#include "paddock/host.h"
+#include "platform/host/host_services.h"
+#include "platform/linux/configured_options.h"
 #include "platform/linux/file_mode.h"
 #include "platform/linux/file_object.h"
+#include "platform/linux/file_privileges.h"
+#include "platform/linux/linux_directory.h"
+#include "platform/linux/linux_membership.h"
+#include "platform/linux/stored_acl.h"
+#include "platform/services.h"
 
 namespace paddock {
 
@@ -67,7 +77,7 @@ std::optional<mode_t> bitsIn(const Dictionary& request) {
   return static_cast<mode_t>(digit->front() - '0') << kSpecialBitsShift;
 }
 
-Dictionary setModeBits(const Dictionary& request) {
+Dictionary setModeBits(const Dictionary& request, const FileAcls& acls) {
   const std::optional<mode_t> bits = bitsIn(request);
   if (!bits) return replyOf(EINVAL);
   FileDescriptor object;
@@ -78,20 +88,88 @@ Dictionary setModeBits(const Dictionary& request) {
   if (error == 0) {
     error = changeObjectMode(object.get(), (status.st_mode & kPermissionBits) | *bits);
   }
+  // smbd drops a list of its own whose hash is that of another mode.
+  if (error == 0) error = acls.refresh(object.get());
   return error != 0 ? replyOf(error) : describe(object);
+}
+
+// The list that the object has; absent when it has none.
+int readList(const FileDescriptor& object, std::optional<nt_acl::SplitList>& list) {
+  const std::string attribute =
+      configuredPrivileges(host().configuration(), host().root()).attribute;
+  nt_acl::OpenObject open;
+  nt_acl::StoredAcl stored;
+  int error = nt_acl::lookAt(object.get(), open);
+  if (error == 0) error = readStoredAcl(linuxExtendedAttributes(), attribute, open, stored);
+  if (error == EOPNOTSUPP) return 0;  // it can have none
+  if (error == 0 && stored.isUndecodable()) return EINVAL;
+  list = std::move(stored.list);
+  return error;
+}
+
+Dictionary describeList(const FileDescriptor& object) {
+  std::optional<nt_acl::SplitList> list;
+  const int error = readList(object, list);
+  if (error != 0) return replyOf(error);
+  return replyOf(0, {{"present", list.has_value()}, {"complete", list && list->complete}});
+}
+
+Dictionary getList(const Dictionary& request) {
+  FileDescriptor object;
+  struct stat status {};
+  const int error = openNamed(request, object, status);
+  return error != 0 ? replyOf(error) : describeList(object);
+}
+
+Dictionary makeComplete(const Dictionary& request, const FileAcls& acls) {
+  if (request.contains("empty") && !request.boolean("empty")) return replyOf(EINVAL);
+  FileDescriptor object;
+  struct stat status {};
+  if (const int error = openNamed(request, object, status); error != 0) return replyOf(error);
+  std::unique_ptr<acl::List> list;
+  int error = acls.readFrom(object.get(), list);
+  if (error != 0 && error != ENOENT) return replyOf(error);
+  if (!list) list = std::make_unique<acl::List>();
+  if (request.boolean("empty").value_or(false)) list->entries.clear();
+  list->complete = true;
+  error = acls.writeTo(object.get(), *list);
+  return error != 0 ? replyOf(error) : describeList(object);
 }
 
 }  // namespace
 
+// What a list is kept with.
+struct FilesRequestHandler::Lists {
+  LinuxDirectoryService directory{configuredDirectory(host().configuration(), host().root())};
+  LinuxMembership membership{directory};
+  FilePrivileges privileges{configuredPrivileges(host().configuration(), host().root()), directory,
+                            membership,
+                            configuredSidResolver(host().configuration(), host().root())};
+  HostLogger logger;
+  ServicesGuard guard{services()};
+
+  Services services() {
+    Services all;
+    all.acl = &privileges.acl();
+    all.logger = &logger;
+    return all;
+  }
+};
+
+FilesRequestHandler::FilesRequestHandler() : lists_(std::make_unique<Lists>()) {}
+FilesRequestHandler::~FilesRequestHandler() = default;
+
 std::vector<PluginRequestHandler::Operation> FilesRequestHandler::operations() const {
-  return {{"getMode", false}, {"setModeBits", true}};
+  return {{"getMode", false}, {"setModeBits", true}, {"getList", false}, {"makeComplete", true}};
 }
 
 Dictionary FilesRequestHandler::performOperation(std::string_view name, const Dictionary& request) {
   if (name == "getMode") return getMode(request);
-  if (name != "setModeBits") throw std::invalid_argument("no operation " + std::string(name));
+  if (name == "getList") return getList(request);
   const std::scoped_lock lock(changing_);
-  return setModeBits(request);
+  if (name == "setModeBits") return setModeBits(request, lists_->privileges.fileAcls());
+  if (name == "makeComplete") return makeComplete(request, lists_->privileges.fileAcls());
+  throw std::invalid_argument("no operation " + std::string(name));
 }
 
 }  // namespace paddock

@@ -1,5 +1,6 @@
 // The plug-in paddock_files: what the settings of a folder have no place for. Those carry a mode of
-// three octal digits; here are all four, and ids that have no name.
+// three octal digits; here are all four, and ids that have no name. And they carry the entries of
+// an ACL; here is whether the list is complete, so that nothing falls to the mode.
 //
 // Operations.
 //
@@ -8,12 +9,20 @@
 //   setModeBits  {"path", "bits"} -> "mode", "uid", "gid", "status"
 //       "bits": one octal digit: 4 set-user-id, 2 set-group-id, 1 sticky, on a folder; the rest of
 //       the mode stays. ENOTDIR for anything else: a program that runs with the rights of its owner
-//       is not made from afar.
+//       is not made from afar. A list of the folder is brought up to date.
+//
+//   getList      {"path"}         -> "present", "complete", "status"
+//       "present" is whether there is a list, which may be one without entries; "complete" whether
+//       it leaves nothing to the mode. EINVAL for a list that does not decode.
+//   makeComplete {"path", "empty"} -> the same
+//       Makes the list complete, or one without entries where there is none. With "empty" true its
+//       entries are removed: it lets nobody in. Nobody gains anything by either.
 //
 // "status" is 0 or an errno, with its text under "error": EINVAL for a key that is missing, of
 // another type or no such digit, ENOENT where nothing is. Links are followed.
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <vector>
@@ -24,11 +33,19 @@ namespace paddock {
 
 class FilesRequestHandler final : public PluginRequestHandler {
  public:
+  FilesRequestHandler();
+  FilesRequestHandler(const FilesRequestHandler&) = delete;
+  FilesRequestHandler& operator=(const FilesRequestHandler&) = delete;
+  ~FilesRequestHandler() override;
+
   std::vector<Operation> operations() const override;
   Dictionary performOperation(std::string_view name, const Dictionary& request) override;
 
  private:
-  // A mode is read and written in two steps.
+  struct Lists;
+
+  const std::unique_ptr<Lists> lists_;
+  // A mode, or a list, is read and written in two steps.
   std::mutex changing_;
 };
 

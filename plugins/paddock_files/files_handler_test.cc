@@ -2,14 +2,23 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <fstream>
+#include <memory>
+#include <utility>
 
+#include "base/computed_guid.h"
 #include "base/status.h"
+#include "platform/linux/configured_options.h"
 #include "platform/linux/file_object.h"
+#include "platform/linux/linux_membership.h"
 #include "platform/linux/posix_acl.h"
+#include "support/nt_acl_samples.h"
+#include "support/plugin_host.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -37,6 +46,7 @@ class FilesHandlerTest : public ::testing::Test {
     EXPECT_EQ(reply, (Dictionary{{"status", error}, {"error", sharing_error_string(error)}}));
   }
 
+  PluginHost host_;
   TestFolder folder_;
   const std::string file_ = folder_.path("file");
   FilesRequestHandler handler_;
@@ -73,6 +83,23 @@ TEST_F(FilesHandlerTest, TheBitsOfAFolderAreSetAndTheRestStays) {
   }
 }
 
+// A list as a client's is stored, with the hash of a mode that the folder has no more then.
+TEST_F(FilesHandlerTest, AListOfTheFolderIsBroughtUpToDate) {
+  constexpr const char* kAttribute = "security.NTACL";
+  FileDescriptor object;
+  ASSERT_EQ(openObject(folder_.path(), object), 0);
+  const std::string made = nt_acl::samples::madeBySamba(4);
+  const int error = linuxExtendedAttributes().set(object.get(), kAttribute, made);
+  if (error == EPERM || error == EOPNOTSUPP)
+    GTEST_SKIP() << "the file system of the temporary folder takes no lists from this user";
+  ASSERT_EQ(error, 0);
+  EXPECT_EQ(*call("setModeBits", folder_.path(), "2").integer("status"), 0);
+  std::string stored;
+  ASSERT_EQ(linuxExtendedAttributes().get(object.get(), kAttribute, stored), 0);
+  EXPECT_NE(stored, made);
+  EXPECT_EQ(stored.front(), 1) << "the version that has no hash";
+}
+
 TEST_F(FilesHandlerTest, AFileGetsNone) {
   const mode_t before = modeOf(file_);
   expectError(call("setModeBits", file_, "4"), ENOTDIR);
@@ -98,8 +125,76 @@ TEST_F(FilesHandlerTest, WhatIsMissingOrCannotBeMeantIsAnError) {
 
 TEST_F(FilesHandlerTest, OnlyReadingIsForViewers) {
   for (const auto& operation : handler_.operations()) {
-    EXPECT_EQ(operation.changes, operation.name == "setModeBits") << operation.name;
+    EXPECT_EQ(operation.changes, !operation.name.starts_with("get")) << operation.name;
   }
+}
+
+// Lists in the attribute of the Samba server.
+class FilesHandlerLists : public FilesHandlerTest {
+ protected:
+  void SetUp() override {
+    if (::setxattr(file_.c_str(), kAttribute, "probe", 5, 0) != 0)
+      GTEST_SKIP() << kAttribute << " cannot be written here: " << std::strerror(errno);
+    ::removexattr(file_.c_str(), kAttribute);
+  }
+  Dictionary stateOf(const std::string& path) { return call("getList", path); }
+  static Dictionary state(bool present, bool complete) {
+    return {{"present", present}, {"complete", complete}, {"status", 0}};
+  }
+  const FileAcls& acls() { return privileges_.fileAcls(); }
+  // Gives the path a list of one entry, which is not complete.
+  void writeList(const std::string& path) {
+    acl::List list;
+    auto entry = std::make_unique<acl::Entry>();
+    entry->tag = acl::kExtendedAllow;
+    entry->qualifier = computedGuid({PrincipalType::user, 65534});
+    entry->permset.permissions = acl::kReadData;
+    list.entries.push_back(std::move(entry));
+    FileDescriptor object;
+    ASSERT_EQ(openObject(path, object), 0);
+    ASSERT_EQ(acls().writeTo(object.get(), list), 0);
+  }
+
+  static constexpr const char* kAttribute = "security.NTACL";
+  LinuxDirectoryService directory_{configuredDirectory({}, host_.root())};
+  LinuxMembership membership_{directory_};
+  FilePrivileges privileges_{configuredPrivileges({}, host_.root()), directory_, membership_,
+                             nullptr};
+};
+
+TEST_F(FilesHandlerLists, TellsWhetherThereIsOneAndWhetherItIsComplete) {
+  EXPECT_EQ(stateOf(file_), state(false, false));
+  writeList(file_);
+  EXPECT_EQ(stateOf(file_), state(true, false));
+  EXPECT_EQ(call("makeComplete", file_), state(true, true));
+  EXPECT_EQ(stateOf(file_), state(true, true));
+  ASSERT_EQ(::setxattr(file_.c_str(), kAttribute, "probe", 5, 0), 0);
+  expectError(stateOf(file_), EINVAL);
+}
+
+TEST_F(FilesHandlerLists, MakesAListThatLetsNobodyIn) {
+  EXPECT_EQ(call("makeComplete", file_), state(true, true)) << "where there was none";
+  writeList(folder_.path());
+  EXPECT_EQ(handler_.performOperation("makeComplete", {{"path", folder_.path()}, {"empty", true}}),
+            state(true, true));
+  for (const std::string& path : {file_, folder_.path()}) {
+    FileDescriptor object;
+    ASSERT_EQ(openObject(path, object), 0);
+    std::unique_ptr<acl::List> list;
+    ASSERT_EQ(acls().readFrom(object.get(), list), 0);
+    EXPECT_TRUE(list->entries.empty());
+    EXPECT_EQ(list->complete, true);
+  }
+}
+
+TEST_F(FilesHandlerTest, ListsOfWhatIsNotThereOrCannotBeAskedForAreErrors) {
+  for (const char* operation : {"getList", "makeComplete"}) {
+    expectError(call(operation, folder_.path("none")), ENOENT);
+    expectError(call(operation, "relative"), EINVAL);
+    expectError(handler_.performOperation(operation, {}), EINVAL);
+  }
+  expectError(handler_.performOperation("makeComplete", {{"path", file_}, {"empty", Array{}}}),
+              EINVAL);
 }
 
 }  // namespace

@@ -10,10 +10,12 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "base/printable.h"
 #include "base/status.h"
 #include "base/system_call.h"
+#include "exports/nfs_export_parser.h"
 #include "paddock/host.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
@@ -229,7 +231,7 @@ ServicesRequestHandler::ServicesRequestHandler()
       services_(servicesOf(textFiles_, logger_, directory_)) {}
 
 std::vector<PluginRequestHandler::Operation> ServicesRequestHandler::operations() const {
-  return {{"getServed", false}, {"checkShare", false}};
+  return {{"getServed", false}, {"checkShare", false}, {"getExports", false}};
 }
 
 Dictionary ServicesRequestHandler::performOperation(std::string_view name,
@@ -237,6 +239,7 @@ Dictionary ServicesRequestHandler::performOperation(std::string_view name,
   try {
     if (name == "getServed") return getServed(request);
     if (name == "checkShare") return checkShare(request);
+    if (name == "getExports") return getExports(request);
   } catch (const DirectoryError& error) {
     return failureOf(error);
   }
@@ -269,11 +272,31 @@ Dictionary ServicesRequestHandler::getServed(const Dictionary& request) {
   return {{"status", kSuccess}, {"sharePoints", std::move(described_)}};
 }
 
+Dictionary ServicesRequestHandler::getExports(const Dictionary& request) {
+  const std::string* path = request.string("path");
+  if (path == nullptr) return {{"status", EINVAL}, {"error", std::strerror(EINVAL)}};
+  const auto file = NFSExportParser::parserWithFile(host().root() + "/etc/exports");
+  Array exports;
+  for (const NFSExportRecordPtr& record : file->exportsWithPath(*path)) {
+    const Dictionary settings = record->dictionary();
+    const Array* clients = settings.array("clients");
+    exports.emplace_back(Dictionary{{"line", record->nfsExportFileLine()},
+                                    {"clients", clients != nullptr ? *clients : Array{}}});
+  }
+  return {{"status", kSuccess}, {"exports", std::move(exports)}};
+}
+
 Dictionary ServicesRequestHandler::checkShare(const Dictionary& request) {
   const std::vector<SharePointNames> all = readSharePointNames(directory_);
   const AskedWorld world = worldOfHost(false);
   SmbService smb(world);
-  return {{"status", kSuccess}, {"refusals", refusalsOf(request, all, smb)}};
+  Array unfinished;
+  for (const SharePointNames& share : all) {
+    if (share.path.empty()) unfinished.emplace_back(share.recordName);
+  }
+  return {{"status", kSuccess},
+          {"refusals", refusalsOf(request, all, smb)},
+          {"unfinished", std::move(unfinished)}};
 }
 
 }  // namespace paddock

@@ -1,6 +1,6 @@
 // The plug-in paddock_services: what the world makes of the share points.
 //
-// Operations. Both read only; neither takes the lock of the sharing plug-in, which may call them.
+// Operations. All read only; none takes the lock of the sharing plug-in, which may call them.
 //
 //   getServed   {"paths": [...]} (absent: every share point)
 //     -> "status", "sharePoints": [{"path", "isShared", "folder", "protocols", "isServed",
@@ -12,7 +12,12 @@
 //     With "duringChange" true, no program is run in a tree of its own.
 //
 //   checkShare  {"path", "nameOverSMB", "mayBeNumbered", "clients": [{"host", "options"}]}
-//     -> "status", "refusals": [{"key", "reason", "advice"}]; see share_check.h
+//     -> "status", "refusals": [{"key", "reason", "advice"}], see share_check.h; "unfinished": the
+//        names of the records of share points that have no path
+//
+//   getExports  {"path"}
+//     -> "status", "exports": [{"line", "clients"}]; the lines of the managed block of the exports
+//        file for the path, as they stand there: more than one where somebody wrote another
 //
 // "status" is an errno when the share points cannot be read; "error" is its text.
 #pragma once
@@ -40,6 +45,7 @@ class ServicesRequestHandler final : public PluginRequestHandler {
  private:
   Dictionary getServed(const Dictionary& request);
   Dictionary checkShare(const Dictionary& request);
+  static Dictionary getExports(const Dictionary& request);
 
   HostLogger logger_;
   LinuxTextFiles textFiles_;

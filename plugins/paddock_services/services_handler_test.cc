@@ -65,9 +65,9 @@ class ServicesHandlerTest : public ::testing::Test {
   std::unique_ptr<ServicesRequestHandler> handler_;
 };
 
-TEST_F(ServicesHandlerTest, BothOperationsMayBeViewed) {
+TEST_F(ServicesHandlerTest, EveryOperationMayBeViewed) {
   const auto operations = handler_->operations();
-  ASSERT_EQ(operations.size(), 2U);
+  ASSERT_EQ(operations.size(), 3U);
   for (const auto& operation : operations) EXPECT_FALSE(operation.changes) << operation.name;
   EXPECT_THROW(handler_->performOperation("other", {}), std::invalid_argument);
 }
@@ -186,6 +186,29 @@ TEST_F(ServicesHandlerTest, TheCheckAsksTheDirectory) {
   };
   EXPECT_EQ(refusals("/srv/other"), 1U);
   EXPECT_EQ(refusals(host_.path("/srv/photos")), 0U);
+}
+
+TEST_F(ServicesHandlerTest, TheCheckNamesUnfinishedRecords) {
+  record("photos", makeFolder("photos"), {});
+  EXPECT_EQ(*call("checkShare", {}).array("unfinished"), Array{});
+  record("begun", "", {});
+  EXPECT_EQ(*call("checkShare", {}).array("unfinished"), Array{"begun"});
+}
+
+TEST_F(ServicesHandlerTest, EveryLineOfAPathIsTold) {
+  EXPECT_EQ(*call("getExports", {{"path", "/srv/a"}}).array("exports"), Array{});
+  const std::string first = "/srv/a  one(rw)\n";
+  const std::string second = "/srv/a two(ro) \\\n three(ro)\n";
+  writeWholeFile(host_.path("/etc/exports"), "/srv/a hand(ro)\n" + std::string(kBeginMarker) +
+                                                 "\n" + first + "/srv/b *(ro)\n" + second +
+                                                 kEndMarker + "\n");
+  const Array exports = *call("getExports", {{"path", "/srv/a"}}).array("exports");
+  ASSERT_EQ(exports.size(), 2U);
+  EXPECT_EQ(*exports[0].dictionary()->string("line"), first);
+  EXPECT_EQ(*exports[1].dictionary()->string("line"), second);
+  EXPECT_EQ(exports[0].dictionary()->array("clients")->size(), 1U);
+  EXPECT_EQ(exports[1].dictionary()->array("clients")->size(), 2U);
+  EXPECT_EQ(*handler_->performOperation("getExports", {}).integer("status"), EINVAL);
 }
 
 }  // namespace

@@ -1,0 +1,52 @@
+// What a new share point leaves behind when it cannot be finished, and taking it away again.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/value.h"
+#include "keelhouse/failure.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+// A share point of which this run has written the first part, under the record name `name`. Unless
+// it is finished the destructor takes it out of sharing, where it is still that record's; a note
+// says what it left. `credentials`: for directory nodes.
+class BegunShare {
+ public:
+  BegunShare(const Session& session, std::string path, std::string name, Array credentials)
+      : session_(session),
+        path_(std::move(path)),
+        name_(std::move(name)),
+        credentials_(std::move(credentials)) {}
+  BegunShare(const BegunShare&) = delete;
+  BegunShare& operator=(const BegunShare&) = delete;
+  ~BegunShare();
+
+  void finish() { isFinished_ = true; }
+
+ private:
+  const Session& session_;
+  const std::string path_;
+  const std::string name_;
+  const Array credentials_;
+  bool isFinished_ = false;
+};
+
+// The records of share points without a path whose name is `name`, or that with a number behind it:
+// what a request leaves that could not store the share point's settings. Empty where the daemon
+// does not say.
+std::vector<std::string> unfinishedRecords(const Session& session, const std::string& name);
+
+// Deletes those of them that are not among `before` and have no path still, and says so in a note.
+void deleteUnfinishedRecords(const Session& session, const std::string& name,
+                             const std::vector<std::string>& before);
+
+// `failed`, which writing `record` ended with, with what was done nevertheless and what finishes
+// it: a share point whose export alone was refused is stored. As it is where that is not so.
+Failure withWhatWasDone(const Session& session, const std::string& path, const Dictionary& record,
+                        const Failure& failed);
+
+}  // namespace paddock::keelhouse

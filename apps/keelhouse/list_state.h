@@ -1,0 +1,37 @@
+// What is known of a path's ACL besides its entries, by way of the plug-in paddock_files: whether
+// the list is complete, so that nothing falls to the mode.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "base/value.h"
+#include "keelhouse/session.h"
+
+namespace paddock::keelhouse {
+
+struct ListState {
+  bool present = false;  // also of a list without entries
+  bool complete = false;
+};
+
+// Absent where the daemon has no such plug-in. Throws Failure when it cannot be told.
+std::optional<ListState> readListState(const Session& session, const std::string& path);
+// The same; absent also when it cannot be told, for those who only look.
+std::optional<ListState> readListStateIfPossible(const Session& session, const std::string& path);
+
+// What a list that is complete means, for people, in whole lines; empty for any other.
+std::string describeCompleteness(const ListState& state, const std::string& path, bool hasEntries);
+
+// Throws Failure that names who would gain, unless `force`: when the path's list is complete, and
+// would be taken away with its last entry. `privileges`: as the daemon has them now.
+void requireListMayGo(const Session& session, const std::string& path, const Dictionary& privileges,
+                      bool force);
+
+// Does what a document's "complete" asks for before its entries are written, which then keep it; a
+// list that is complete already is not written. `hasEntries`: the document has some. True when that
+// was all, as of a complete list without entries. Throws Failure.
+bool takeOverCompleteness(const Session& session, const std::string& path,
+                          std::optional<bool> complete, bool hasEntries);
+
+}  // namespace paddock::keelhouse

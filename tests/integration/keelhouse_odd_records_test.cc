@@ -1,0 +1,113 @@
+// Share points that are not as keelhouse makes them, behind the running daemon: two folders whose
+// paths differ by letter case, records that were never finished, paths on two lines of the exports
+// file.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "integration/keelhouse_fixture.h"
+#include "wire/json.h"
+
+namespace paddock::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class KeelhouseOddRecords : public KeelhouseFixture {
+ protected:
+  std::string stored(const std::string& name) const {
+    return done({"record", "show", "sharepoints", name});
+  }
+  std::string exports() const { return tree_.read("/etc/exports"); }
+};
+
+TEST_F(KeelhouseOddRecords, AFolderOfAnotherLetterCaseIsAnotherFolder) {
+  const std::string photos = makeFolder("photos");
+  const std::string other = makeFolder("Photos");
+  done({"share", "add", photos});
+  const std::string before = stored("photos");
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"share", "add", other},
+                                                {"share", "show", other},
+                                                {"share", "set", other, "--no-vsp"},
+                                                {"share", "remove", other},
+                                                {"index", "on", other},
+                                                {"share", "rename", other, "x"}}) {
+    const auto refused = keelhouse(words);
+    EXPECT_EQ(refused.status, 1) << words[1];
+    EXPECT_THAT(refused.error,
+                StartsWith("keelhouse: " + other + " is not " + photos + ", which is shared"))
+        << words[1];
+  }
+  EXPECT_EQ(stored("photos"), before);
+  // Without the second folder it is another way to write the first one's path.
+  std::filesystem::remove(other);
+  EXPECT_THAT(done({"share", "show", other}), HasSubstr("path: " + photos + "\n"));
+}
+
+TEST_F(KeelhouseOddRecords, ARequestThatTakesOverTheRecordOfAnotherLetterCaseIsLogged) {
+  const std::string photos = makeFolder("photos");
+  const std::string other = makeFolder("Photos");
+  done({"share", "add", photos});
+  const Response written = daemon_->post(
+      "/v1/paddock_sharing/writeSettings",
+      wire::writeJson(Dictionary{
+          {"optionalArguments", Dictionary{{"path", other}}},
+          {"configuration", Dictionary{{"sharePointRecord", Dictionary{{"path", other}}}}}}));
+  EXPECT_EQ(written.dictionary().integer("writeStatus"), 0);
+  const std::string log =
+      daemon_->get("/v1/requests/" + written.header("x-request-id") + "/log").body;
+  EXPECT_THAT(log, HasSubstr("The share point for path " + other + " takes over the record of " +
+                             photos + ", which differs by letter case alone."));
+}
+
+TEST_F(KeelhouseOddRecords, WhatWasNeverFinishedIsListedAndRemovedByName) {
+  const std::string photos = makeFolder("photos");
+  done({"share", "add", photos});
+  done({"record", "put", "sharepoints", "left", "dsAttrTypeNative:smb_name=left"});
+  done({"record", "put", "sharepoints", "relative", "dsAttrTypeNative:directory_path=srv/x"});
+  const std::string listed = done({"share", "list"});
+  EXPECT_THAT(listed, AllOf(HasSubstr("\n" + photos), HasSubstr("\nUNFINISHED  PATH\n"),
+                            HasSubstr("\nleft        -\n"), HasSubstr("\nrelative    srv/x\n")));
+  EXPECT_THAT(done({"share", "list", "--json"}), HasSubstr("\"unfinished\": true"));
+
+  const auto finished = keelhouse({"share", "remove", "--name", "photos"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_THAT(finished.error, HasSubstr("photos is the share of " + photos + ", and finished"));
+  EXPECT_EQ(keelhouse({"share", "remove", "--name", "none"}).status, 1);
+  EXPECT_EQ(keelhouse({"share", "remove"}).status, 2);
+  EXPECT_EQ(keelhouse({"share", "remove", photos, "--name", "left"}).status, 2);
+
+  EXPECT_EQ(done({"share", "remove", "--name", "left"}),
+            "The unfinished record left is removed.\n");
+  done({"share", "remove", "--name", "relative"});
+  EXPECT_THAT(done({"share", "list"}), AllOf(HasSubstr(photos), Not(HasSubstr("UNFINISHED"))));
+}
+
+TEST_F(KeelhouseOddRecords, APathOnTwoLinesIsShownWithBothAndSaidBeforeTheyAreOne) {
+  const std::string photos = makeFolder("photos");
+  done({"share", "add", photos, "--nfs", "127.0.0.1(ro)"});
+  const std::string first = photos + " 127.0.0.1(ro)";
+  const std::string second = photos + " 127.0.0.2(rw)";
+  std::string text = exports();
+  ASSERT_THAT(text, HasSubstr(first + "\n"));
+  text.insert(text.find(first) + first.size() + 1, second + "\n");
+  tree_.write("/etc/exports", text);
+
+  EXPECT_THAT(done({"share", "show", photos}),
+              AllOf(HasSubstr("line of /etc/exports: " + first + "\n"),
+                    HasSubstr("line of /etc/exports: " + second + "\n")));
+  EXPECT_EQ(exports(), text) << "looking changes nothing";
+  const auto changed = keelhouse({"share", "set", photos, "--no-vsp"});
+  EXPECT_EQ(changed.status, 0) << changed.error;
+  const std::size_t said = changed.error.find("stands on 2 lines of the exports file");
+  ASSERT_NE(said, std::string::npos) << changed.error;
+  EXPECT_THAT(changed.error, HasSubstr("\n  " + second + "\n"));
+  EXPECT_THAT(exports(), HasSubstr(photos + " 127.0.0.1(ro) 127.0.0.2(rw)\n"));
+  EXPECT_THAT(done({"share", "show", photos}), Not(HasSubstr("line of")));
+}
+
+}  // namespace
+}  // namespace paddock::testing
