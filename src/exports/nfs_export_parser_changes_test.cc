@@ -79,6 +79,17 @@ TEST_F(NFSExportParserChangesTest, OfWhatCouldNotBeWrittenTheRemovalsStay) {
   EXPECT_EQ(written(*parser), "# mine\n" + kBegin + "/srv/b *(ro)\n" + kEnd);
 }
 
+TEST_F(NFSExportParserChangesTest, ARemovalIsGivenUpWithWhatWasAddedAgain) {
+  const std::string text = "# mine\n" + kBegin + "/srv/a *(rw)\n" + kEnd;
+  const auto parser = parserOf(text);
+  parser->removeExportWithPath("/srv/a");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->readFileWithoutRemoved());
+  EXPECT_NE(parser->exportWithPath("/srv/a"), nullptr);
+  EXPECT_FALSE(parser->hasUnwrittenChanges());
+  EXPECT_EQ(written(*parser), text);
+}
+
 TEST_F(NFSExportParserChangesTest, ALineWrittenJustBeforeAWriteStays) {
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
