@@ -7,6 +7,7 @@
 #include "platform/services.h"
 #include "platform/testing/fake_host_name.h"
 #include "platform/testing/faulty_services.h"
+#include "platform/testing/recording_logger.h"
 #include "privileges/principal_names.h"
 #include "store/automount_record.h"
 #include "store/directory_nodes.h"
@@ -44,6 +45,7 @@ class LdapNodeFaults : public LdapTest, public ::testing::WithParamInterface<boo
     directory_ = std::make_unique<OneNode>(each);
     services_.directory = directory_.get();
     services_.hostName = &host_;
+    services_.logger = &logger_;
   }
 
   // A work that failed: what left it, or its status.
@@ -105,6 +107,7 @@ class LdapNodeFaults : public LdapTest, public ::testing::WithParamInterface<boo
  private:
   std::unique_ptr<OneNode> directory_;
   FakeHostName host_;
+  RecordingLogger logger_;
   Services services_;
 };
 INSTANTIATE_TEST_SUITE_P(Ldap, LdapNodeFaults, ::testing::Bool(), [](const auto& each) {

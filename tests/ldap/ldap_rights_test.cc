@@ -9,6 +9,7 @@
 #include "ldap/ldap_fixture.h"
 #include "platform/search_node.h"
 #include "platform/services.h"
+#include "platform/testing/recording_logger.h"
 #include "store/directory_nodes.h"
 #include "support/run_to_end.h"
 
@@ -29,12 +30,14 @@ class InstalledNodes final : public DirectoryService {
     nodes_ = std::make_shared<const NodeList>(std::move(nodes));
     Services services;
     services.directory = this;
+    services.logger = &logger_;
     guard_ = std::make_unique<ServicesGuard>(services);
   }
   std::unique_ptr<DirectorySession> openLocal() override { return makeSession(nodes_); }
 
  private:
   std::shared_ptr<const NodeList> nodes_;
+  RecordingLogger logger_;
   std::unique_ptr<ServicesGuard> guard_;
 };
 
@@ -183,6 +186,74 @@ TEST_F(LdapReadOnlyDatabase, IsReadOnlyOnceItHasRefusedAChange) {
   const auto server = std::make_shared<LdapServer>(root);
   EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
   EXPECT_EQ(basis(*makeLdapNode(server)), "refused");
+}
+
+// --- What lifts a refusal
+
+class LdapLiftedRefusal : public LdapTest {
+ protected:
+  // One that does not take the account's changes, as long as the file has this line.
+  SlapdOptions slapdOptions() override {
+    return {.database = "restrict write\n", .populate = false};
+  }
+
+  void SetUp() override {
+    LdapTest::SetUp();
+    if (IsSkipped()) return;
+    slapd().stop();
+    const std::string entries = slapd().folder().path("entries");
+    writeWholeFile(entries,
+                   "dn: dc=example\nobjectClass: domain\ndc: example\n\n"
+                   "dn: ou=paddock,dc=example\nobjectClass: organizationalUnit\nou: paddock\n");
+    const EndedProgram added = runProgram({"/usr/sbin/slapadd", "-f", file(), "-l", entries}, "");
+    ASSERT_EQ(added.status, 0) << added.error;
+    slapd().start();
+    options_ = options();
+    options_.bindDn = SlapdServer::kRoot;
+    writeWholeFile(options_.passwordFile, SlapdServer::kRootPassword);
+  }
+  std::string file() { return slapd().folder().path("slapd.conf"); }
+  // Starts it again without the line.
+  void startWritable() {
+    slapd().stop();
+    std::string text = readWholeFile(file());
+    const std::string line = "restrict write\n";
+    ASSERT_NE(text.find(line), std::string::npos);
+    text.erase(text.find(line), line.size());
+    writeWholeFile(file(), text);
+    slapd().start();
+  }
+
+  LdapOptions options_;
+};
+
+TEST_F(LdapLiftedRefusal, AServerThatWasStartedAgainIsAskedAnew) {
+  const auto server = std::make_shared<LdapServer>(options_);
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadOnly");
+  startWritable();
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+  EXPECT_EQ(basis(*makeLdapNode(server)), "configured");
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), 0);
+  EXPECT_EQ(basis(*makeLdapNode(server)), "accepted");
+}
+
+TEST_F(LdapLiftedRefusal, ASuccessThatFollowsLiftsIt) {
+  const auto server = std::make_shared<LdapServer>(options_);
+  const auto node = makeLdapNode(server);
+  EXPECT_EQ(raised([&] { node->newRecord("a", kShares); }), EACCES);
+  startWritable();
+  EXPECT_EQ(raised([&] { node->newRecord("a", kShares); }), 0);
+  EXPECT_EQ(readOnly(*node), "ReadWrite");
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+}
+
+TEST_F(LdapLiftedRefusal, ItIsOverAfterAWhile) {
+  options_.refusal = std::chrono::milliseconds(0);
+  const auto server = std::make_shared<LdapServer>(options_);
+  EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
+  EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
+  EXPECT_EQ(basis(*makeLdapNode(server)), "configured");
 }
 
 // --- A replica

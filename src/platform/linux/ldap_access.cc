@@ -98,6 +98,7 @@ void LdapAccess::noteRefused(const LdapError& error) {
 void LdapAccess::dropConnections() {
   connection_.reset();
   server_->closeIdle();
+  if (userProof_ == LdapServer::WriteProof::refused) userProof_ = LdapServer::WriteProof::none;
 }
 
 void LdapAccess::noteFailure(const LdapError& error) {

@@ -199,13 +199,15 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
 
   Array getAttribute(const std::string& attribute) const override {
     using WriteProof = LdapServer::WriteProof;
-    const WriteProof proof = access_->writeProof();
     if (attribute == kWriteBasis) {
+      const WriteProof proof = access_->writeProof();
       if (proof == WriteProof::none) return {"configured"};
       return {proof == WriteProof::accepted ? "accepted" : "refused"};
     }
     if (attribute != schema::kReadOnlyNode) return {};
+    // First: it finds a server that was started again, which may take now what it refused.
     LdapRecords(*access_).requireBase();
+    const WriteProof proof = access_->writeProof();
     const bool writable = proof == WriteProof::none ? access_->options().isCalledWritable()
                                                     : proof == WriteProof::accepted;
     return {writable ? schema::kReadWrite : schema::kReadOnly};

@@ -52,6 +52,8 @@ struct LdapOptions {
   std::chrono::milliseconds timeout{10'000};
   // How long a server that did not answer is not asked again.
   std::chrono::milliseconds silence{30'000};
+  // How long it counts as read-only because it refused a change.
+  std::chrono::milliseconds refusal{300'000};
   // How long what it said of a user or group with a GUID or id holds; zero: it is asked each time.
   std::chrono::milliseconds keeping{2'000};
   // Who asks and changes before a user authenticates; empty: nobody (anonymous).

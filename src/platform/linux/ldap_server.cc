@@ -46,8 +46,26 @@ std::unique_ptr<LdapConnection> LdapServer::open() {
     return std::make_unique<LdapConnection>(options_);
   } catch (const LdapError& error) {
     noteFailure(error);
+    const std::lock_guard lock(mutex_);
+    forgetRefusal();
     throw;
   }
+}
+
+LdapServer::WriteProof LdapServer::writeProof() {
+  const std::lock_guard lock(mutex_);
+  if (Clock::now() >= proven_ + options_.refusal) forgetRefusal();
+  return writeProof_;
+}
+
+void LdapServer::setWriteProof(WriteProof proof) {
+  const std::lock_guard lock(mutex_);
+  writeProof_ = proof;
+  proven_ = Clock::now();
+}
+
+void LdapServer::forgetRefusal() {
+  if (writeProof_ == WriteProof::refused) writeProof_ = WriteProof::none;
 }
 
 void LdapServer::giveBack(std::unique_ptr<LdapConnection> connection) {
@@ -60,6 +78,7 @@ void LdapServer::closeIdle() {
   std::vector<Idle> closed;  // without the lock
   const std::lock_guard lock(mutex_);
   closed.swap(idle_);
+  forgetRefusal();
 }
 
 std::unique_ptr<LdapConnection> LdapServer::takeIdle() {

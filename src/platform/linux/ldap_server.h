@@ -2,7 +2,6 @@
 // now, what it said of users and groups, and whether it answers at all.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -37,12 +36,14 @@ class LdapServer {
   // What it shows to the configured account.
   LdapAnswers& answers() { return answers_; }
 
-  // What the last change of a record has shown.
+  // What the last change of a record has shown. A refusal may be that of the one change, or be over
+  // when the server is set up anew: it counts for a while alone (`LdapOptions::refusal`), and no
+  // longer when a connection broke or cannot be made.
   enum class WriteProof { none, accepted, refused };
-  WriteProof writeProof() const { return writeProof_; }
-  void setWriteProof(WriteProof proof) { writeProof_ = proof; }
+  WriteProof writeProof();
+  void setWriteProof(WriteProof proof);
 
-  // Closes the connections that nobody uses.
+  // For when a connection broke: closes those that nobody uses.
   void closeIdle();
 
   // To be told of every error, so that a server that did not answer in time is not waited for again
@@ -60,6 +61,7 @@ class LdapServer {
     LdapError error;
   };
 
+  void forgetRefusal();  // with the lock
   void requireAnswering();
   std::unique_ptr<LdapConnection> takeIdle();
   std::string passwordOfAccount() const;
@@ -70,7 +72,8 @@ class LdapServer {
   std::mutex mutex_;
   std::vector<Idle> idle_;
   std::optional<Silence> silence_;
-  std::atomic<WriteProof> writeProof_ = WriteProof::none;
+  WriteProof writeProof_ = WriteProof::none;
+  Clock::time_point proven_;  // when that was
 };
 
 }  // namespace paddock
