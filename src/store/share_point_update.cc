@@ -107,9 +107,19 @@ Status fillMountPoint(SharePointRecord& sharePoint) {
   return CANNOT_SAVE_SHARE_POINT_ERR;
 }
 
+// Paths are compared without letter case, so that the record of another folder may be found.
+void logTakeover(const SharePointRecord& stored, const SharePointRecord& sharePoint) {
+  if (stored.identifier() == sharePoint.identifier()) return;
+  services().logger->log(kLogWarning, "paddock_sharing: The share point for path " +
+                                          sharePoint.identifier() + " takes over the record of " +
+                                          stored.identifier() +
+                                          ", which differs by letter case alone.");
+}
+
 SharePointRecord mergeWithStored(const SharePointRecord& sharePoint) {
   std::unique_ptr<SharePointRecord> stored;
   get_share_point(sharePoint.identifier(), stored);
+  if (stored != nullptr) logTakeover(*stored, sharePoint);
   SharePointRecord merged = stored != nullptr ? std::move(*stored) : SharePointRecord::record();
   merged.addAttributesFromDictionary(sharePoint.dictionary());
   return merged;
