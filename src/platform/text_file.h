@@ -83,7 +83,8 @@ class TextFiles {
   virtual int copyOnce(const std::string& from, const std::string& to) = 0;
 
   // Removes what has the name directly inside the folder, whatever it is but a folder: a link is
-  // removed, and what it leads to stays. The folder's own path is followed, links included. 0;
+  // removed, and what it leads to stays. The folder's own path is followed, links included; a
+  // folder that may be searched need not be readable. 0;
   // ENOENT when nothing has the name or there is no such folder; ENOTDIR when that is none; EISDIR;
   // EINVAL for a name that no file has (empty, "." and "..", one with a slash or a NUL) and a path
   // with a NUL; or another errno with everything as it was.

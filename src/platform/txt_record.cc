@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <tuple>
 
 namespace paddock {
 
@@ -13,6 +14,22 @@ bool isKey(std::string_view key) {
   return !key.empty() && std::all_of(key.begin(), key.end(), [](unsigned char byte) {
     return byte >= 0x20 && byte <= 0x7E && byte != '=';
   });
+}
+
+// The digits at the end of a key, without zeros before them.
+std::string_view numberIn(std::string_view key) {
+  key.remove_prefix(key.find_last_not_of("0123456789") + 1);
+  return key.substr(std::min(key.find_first_not_of('0'), key.size()));
+}
+
+bool comesBefore(std::string_view left, std::string_view right) {
+  if (left == kFirstKey || right == kFirstKey) return left == kFirstKey && right != kFirstKey;
+  const std::string_view leftNumber = numberIn(left);
+  const std::string_view rightNumber = numberIn(right);
+  const auto leftName = left.substr(0, left.find_last_not_of("0123456789") + 1);
+  const auto rightName = right.substr(0, right.find_last_not_of("0123456789") + 1);
+  return std::tuple(leftName, leftNumber.size(), leftNumber, left) <
+         std::tuple(rightName, rightNumber.size(), rightNumber, right);
 }
 
 std::optional<std::string_view> bytesOf(const Value& value) {
@@ -32,16 +49,22 @@ void appendEntry(const std::string& key, const Value& value, Data& record) {
 
 }  // namespace
 
+std::size_t txtStringSize(std::string_view key, std::string_view value) {
+  return 1 + key.size() + 1 + value.size();
+}
+
 bool fitsTxtString(std::string_view key, std::string_view value) {
-  return key.size() + 1 + value.size() <= kMaximumTxtString;
+  return txtStringSize(key, value) <= 1 + kMaximumTxtString;
 }
 
 Data dataFromTxtRecordDictionary(const Dictionary& entries) {
+  std::vector<const Dictionary::Entry*> ordered;
+  ordered.reserve(entries.size());
+  for (const Dictionary::Entry& entry : entries) ordered.push_back(&entry);
+  std::sort(ordered.begin(), ordered.end(),
+            [](const auto* left, const auto* right) { return comesBefore(left->key, right->key); });
   Data record;
-  if (const Value* first = entries.find(kFirstKey)) appendEntry(kFirstKey, *first, record);
-  for (const auto& [key, value] : entries) {
-    if (key != kFirstKey) appendEntry(key, value, record);
-  }
+  for (const Dictionary::Entry* entry : ordered) appendEntry(entry->key, entry->value, record);
   return record;
 }
 

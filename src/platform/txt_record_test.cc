@@ -29,6 +29,18 @@ TEST(TxtRecord, BeginsWithSys) {
               ElementsAre("sys=z", "dk0=x", "dk1=y"));
 }
 
+TEST(TxtRecord, NumbersItsKeysInTheOrderOfTheNumbers) {
+  Dictionary entries{{"sys", "s"}, {"dk", "n"}, {"a9", "x"}, {"zz", "x"}, {"dk010", "x"}};
+  for (int number = 0; number <= 100; ++number) entries.set("dk" + std::to_string(number), "x");
+  std::vector<std::string> expected = {"sys=s", "a9=x", "dk=n"};
+  for (int number = 0; number <= 100; ++number) {
+    if (number == 10) expected.emplace_back("dk010=x");
+    expected.push_back("dk" + std::to_string(number) + "=x");
+  }
+  expected.emplace_back("zz=x");
+  EXPECT_EQ(strings(dataFromTxtRecordDictionary(entries)), expected);
+}
+
 TEST(TxtRecord, OfNothingIsEmpty) { EXPECT_EQ(dataFromTxtRecordDictionary({}), Data{}); }
 
 TEST(TxtRecord, TakesStringsOf254And255BytesAndNoneOf256) {

@@ -48,17 +48,38 @@ void logLeftOut(const SharePointRecord& destination, const std::string& key, std
                                           std::to_string(kMaximumTxtString) + " are the most");
 }
 
+// Those from the first one on that does not fit into the record as a whole.
+void logCut(const std::vector<SharePointRecord>& destinations, std::size_t first) {
+  std::string names;
+  for (std::size_t number = first; number < destinations.size(); ++number) {
+    if (number > first) names += ", ";
+    names += destinations[number].nameOverVSP().value_or("");
+  }
+  services().logger->log(kLogWarning, "paddock_sharing: A TXT record has " +
+                                          std::to_string(kMaximumTxtRecord) +
+                                          " bytes at the most, so that these backup share points "
+                                          "are not advertised: " +
+                                          names);
+}
+
 Dictionary txtEntries(const std::vector<SharePointRecord>& destinations) {
-  Dictionary entries{{"sys", "waMa=0,adVF=0x100"}};
+  const std::string system = "waMa=0,adVF=0x100";
+  Dictionary entries{{"sys", system}};
   entries.reserve(destinations.size() + 1);
+  std::size_t size = txtStringSize("sys", system);
   for (std::size_t number = 0; number < destinations.size(); ++number) {
     const std::string key = "dk" + std::to_string(number);
     std::string value = txtValue(destinations[number]);
-    if (fitsTxtString(key, value)) {
-      entries.set(key, std::move(value));
-    } else {
+    if (!fitsTxtString(key, value)) {
       logLeftOut(destinations[number], key, key.size() + 1 + value.size());
+      continue;
     }
+    size += txtStringSize(key, value);
+    if (size > kMaximumTxtRecord) {
+      logCut(destinations, number);
+      break;
+    }
+    entries.set(key, std::move(value));
   }
   return entries;
 }

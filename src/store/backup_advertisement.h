@@ -11,9 +11,11 @@ namespace paddock {
 // destination (one that cannot be searched for counts as none), nothing is advertised any more.
 // While the VSP service does not run, the advertisement stays as it is.
 //
-// The TXT record has "sys" and for each destination "dk" and its number, counted from 0. A
-// destination whose entry would be longer than 255 bytes is left out with a line in the log; the
-// others keep their numbers. A name or identifier that is not set is empty in its entry.
+// The TXT record has "sys" and for each destination "dk" and its number, counted from 0, in the
+// order of the numbers. A destination whose entry would be longer than 255 bytes is left out with a
+// line in the log; the others keep their numbers. From the first one on that makes the record
+// longer than 8,900 bytes, they are left out with one line that names them. A name or identifier
+// that is not set is empty in its entry.
 //
 // Always 0. Waits for the VSP service's answer and for nothing else; throws what making the service
 // throws. Any thread may call, and one renewal follows the other: what is advertised in the end is

@@ -98,6 +98,46 @@ TEST_F(BackupAdvertisementTest, OfElevenDestinationsHasTheNumbersUpToTen) {
   EXPECT_THAT(strings, ::testing::Contains("dk10=adVN=x,adVF=0xa1,adVU=U"));
 }
 
+TEST_F(BackupAdvertisementTest, OfManyDestinationsHasThemInTheOrderOfTheirNumbers) {
+  Names expected = {kSys};
+  for (int number = 0; number < 120; ++number) {
+    const std::string digits = std::to_string(number);
+    addDestination("s" + digits, "x");
+    expected.push_back("dk" + digits + "=adVN=x,adVF=0xa1,adVU=U");
+  }
+  EXPECT_EQ(afterRenewal(), expected);
+  EXPECT_THAT(logger.lines(), IsEmpty());
+}
+
+TEST_F(BackupAdvertisementTest, IsCutBehind8900BytesAndOneLineNamesWhatIsLeftOut) {
+  // "sys" has 22 bytes, a destination 27 and its name, and one more for a second digit.
+  for (int number = 0; number < 38; ++number) {
+    addDestination("s" + std::to_string(number), std::string(200, 'x'));
+  }
+  addDestination("s38", std::string(8900 - 22 - 10 * 227 - 28 * 228 - 28, 'y'));
+  EXPECT_THAT(afterRenewal(), SizeIs(1 + 39));
+  EXPECT_EQ(netServices.published().front().txtRecord->bytes.size(), 8900U);
+  EXPECT_THAT(logger.lines(), IsEmpty());
+  addDestination("s39", "Over");
+  addDestination("s40", "");
+  addDestination("s41", "Last");
+  EXPECT_THAT(afterRenewal(), SizeIs(1 + 39));
+  const std::string beginning =
+      "paddock_sharing: A TXT record has 8900 bytes at the most, so that these backup share points "
+      "are not advertised: ";
+  EXPECT_EQ(logger.lines(),
+            (std::vector<RecordingLogger::Line>{{kLogWarning, beginning + "Over, , Last"}}));
+}
+
+TEST_F(BackupAdvertisementTest, OneByteMoreThan8900LeavesTheLastDestinationOut) {
+  for (int number = 0; number < 38; ++number) {
+    addDestination("s" + std::to_string(number), std::string(200, 'x'));
+  }
+  addDestination("s38", std::string(8901 - 22 - 10 * 227 - 28 * 228 - 28, 'y'));
+  EXPECT_THAT(afterRenewal(), SizeIs(1 + 38));
+  EXPECT_THAT(logger.lines(), SizeIs(1));
+}
+
 TEST_F(BackupAdvertisementTest, ANameAndAnIdentifierThatAreNotSetAreEmpty) {
   addSharePoint("a", "/srv/a", {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
   EXPECT_THAT(afterRenewal(), ElementsAre(kSys, "dk0=adVN=,adVF=0xa1,adVU="));

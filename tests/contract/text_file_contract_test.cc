@@ -1,7 +1,11 @@
 // What text_file.h promises.
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 #include "text_file_subject.h"
 
@@ -262,6 +266,25 @@ TEST_P(TextFilesContract, RemovesNothingByANameThatNoFileHas) {
   }
   EXPECT_EQ(files().removeFile(std::string(path("")) + std::string("\0x", 2), "a"), EINVAL);
   EXPECT_EQ(contentsOf("a"), "x");
+}
+
+// As another user than root, whom no mode stops.
+TEST_P(TextFilesContract, RemovesFromAFolderThatMayBeSearchedAndNotRead) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  subject_->make("folder", {Kind::folder, "", 0333});
+  makeFile("folder/a", "x");
+  std::error_code inMemory;
+  std::filesystem::permissions(path(""), std::filesystem::perms(0711), inMemory);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0) ::_exit(1);
+    const int missing = files().removeFile(path("folder"), "missing");
+    const int removed = files().removeFile(path("folder"), "a");
+    ::_exit(missing == ENOENT && removed == 0 ? 0 : 2);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_P(TextFilesContract, AFileThatIsChangedHasAnotherIdentity) {

@@ -171,12 +171,27 @@ class PublicationTest(unittest.TestCase):
         texts = ["dk%d=%s" % (number, "x" * 90) for number in range(10, 40)]
         publisher.publish("a", *texts)
         self.wait_until_txt(*texts[:13])
-        publisher.wait_for_line('log 4 paddock_sharing: "_adisk._tcp" has a TXT record of 2880 bytes, and 1300 are '
-                                'advertised on the network at the most: the last 17 of its 30 strings are left out')
+        publisher.wait_for_line('log 4 paddock_sharing: "_adisk._tcp" has a TXT record of 2880 bytes, and 1300 fit '
+                                'into a packet of the network: the last 17 of its 30 strings are left out: ' +
+                                ", ".join(texts[13:]))
         publisher.set_txt("a", *texts[:13])
         publisher.set_txt("a", *texts[5:15])
         self.wait_until_txt(*texts[5:15])
         self.assertEqual(len([line for line in publisher.log() if "left out" in line]), 1)
+
+    def test_where_packets_are_large_a_record_of_8800_bytes_is_seen(self):
+        self.addCleanup(self.set_packets, 1500)
+        self.set_packets(9000)
+        publisher = self.start()
+        texts = ["dk%d=%s" % (number, "x" * 194) for number in range(10, 54)]  # each of 200 bytes with its length
+        publisher.publish("a", *texts, "dk54=over", name="n" * 63)
+        self.wait_until_txt(*texts)
+        publisher.wait_for_line("has a TXT record of 8810 bytes, and 8800 fit into a packet of the network: the last 1 "
+                                "of its 45 strings are left out: dk54=over")
+
+    def set_packets(self, size):
+        for host in (self.here, self.there):
+            host.run("ip", "link", "set", "cable", "mtu", str(size))
 
     def test_a_name_of_63_bytes_is_published_and_one_of_64_refused(self):
         publisher = self.start()

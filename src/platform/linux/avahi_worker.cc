@@ -19,6 +19,16 @@ constexpr std::chrono::milliseconds kLinger{100};
 
 std::string quoted(const std::string& text) { return '"' + printable(text) + '"'; }
 
+// What stands before the first comma of each, which names a destination.
+std::string beginnings(const std::vector<std::string>& strings) {
+  std::string text;
+  for (const std::string& one : strings) {
+    if (!text.empty()) text += ", ";
+    text += printable(one.substr(0, one.find(',')));
+  }
+  return text;
+}
+
 Dictionary errorsOf(int error) { return {{"error", avahi_strerror(error)}, {"errorCode", error}}; }
 
 }  // namespace
@@ -203,16 +213,16 @@ void AvahiWorker::noteRefused(Job& job, int error) {
 void AvahiWorker::measureTxt(Job& job) {
   if (job.measured == job.wish.txt) return;
   job.measured = job.wish.txt;
-  TxtPrefix prefix = txtPrefix(*job.measured, kMostTxtBytes);
-  job.txt = std::move(prefix.data);
-  if (prefix.leftOut == 0) return;
+  const std::size_t most = mostTxtBytes(smallestPacket());
+  const TxtPrefix prefix = txtPrefix(*job.measured, most);
+  job.txt = prefix.data;
+  if (prefix.leftOut.empty()) return;
   log_.log(kLogWarning, quoted(job.description().type) + " has a TXT record of " +
                             std::to_string(job.measured->bytes.size()) + " bytes, and " +
-                            std::to_string(kMostTxtBytes) +
-                            " are advertised on the network at the most: the last " +
-                            std::to_string(prefix.leftOut) + " of its " +
-                            std::to_string(prefix.leftOut + prefix.strings) +
-                            " strings are left out");
+                            std::to_string(most) + " fit into a packet of the network: the last " +
+                            std::to_string(prefix.leftOut.size()) + " of its " +
+                            std::to_string(prefix.leftOut.size() + prefix.strings) +
+                            " strings are left out: " + beginnings(prefix.leftOut));
 }
 
 void AvahiWorker::tell() {

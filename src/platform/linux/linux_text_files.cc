@@ -157,8 +157,12 @@ int LinuxTextFiles::copyOnce(const std::string& from, const std::string& to) {
 int LinuxTextFiles::removeFile(const std::string& folderPath, const std::string& name) {
   if (!isFileName(name)) return EINVAL;
   if (const int error = pathError(folderPath); error != 0) return error;
-  FileDescriptor folder;
-  if (const int error = openFolder(AT_FDCWD, folderPath, folder); error != 0) return error;
+  // One that may be searched and not read will do.
+  int descriptor = -1;
+  const int unopened = errnoOf(
+      [&] { return ::open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  if (unopened != 0) return unopened;
+  const FileDescriptor folder(descriptor);
   // First, since a file system that is read-only refuses the removal of what is not there, too.
   struct stat present {};
   const int missing =
