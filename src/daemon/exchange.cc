@@ -196,6 +196,7 @@ Reply Exchange::describeInterface() const {
   for (const LoadedPlugin& plugin : service_.plugins.plugins())
     plugins.push_back({plugin.name, plugin.operations, plugin.description});
   std::vector<std::string> endpoints;
+  endpoints.reserve(kEndpoints.size());
   for (const Endpoint& endpoint : kEndpoints) endpoints.emplace_back(endpoint.path);
   return makeReply(200, openapi::openApiDocument(plugins, endpoints, PADDOCK_VERSION), replyForm_);
 }

@@ -7,12 +7,14 @@ from api_world import CONFIGURATION, SHOWN, examples_of, key_of
 
 WIDTH = 110
 WHO = {"administrators": "administrators", "viewers": "administrators and viewers"}
-BEGIN = """# The administration interface
+TITLE = """# The administration interface
 
 Every operation of every plug-in, and every endpoint of the daemon. This page is made of what the daemon says
 of itself: `GET /v1/openapi.json` answers the same as an OpenAPI 3.1 document. Its sources are
 `plugins/*/NAME.json`, `src/module/paddock_sharing.json` and `src/openapi/skeleton.json`; `tests/api/README.md`
 says how both are made anew. What the statuses mean is in [statuses.md](statuses.md).
+"""
+BEGIN = """## Requests
 
 %(description)s
 
@@ -193,7 +195,7 @@ def page_of(document):
     parts = [BEGIN.rstrip() % {"description": wrapped(document["info"]["description"]), "world": wrapped(WORLD),
                                "responses": responses_table(document), "configuration": indented(CONFIGURATION)}]
     refused = [example_text(status, example) for status, example in examples.values() if status != 200]
-    parts.append("What is not answered:\n\n" + "\n\n".join(refused))
+    parts.append("## Requests that are refused\n\n" + "\n\n".join(refused))
     contents = []
     sections = []
     for tag in document["tags"]:
@@ -210,4 +212,4 @@ def page_of(document):
         named = schemas_text(tag["name"], components)
         if named:
             sections.append("### Dictionaries of %s\n\n%s" % (heading[0].lower() + heading[1:], named))
-    return "\n\n".join([*parts, "## Contents\n\n" + "\n".join(contents), *sections]) + "\n"
+    return "\n\n".join([TITLE.rstrip(), "\n".join(contents), *parts, *sections]) + "\n"
