@@ -107,7 +107,7 @@ TEST_F(RefreshingVolumeQuotas, NothingIsWrittenInAFolderThatIsNoVolume) {
   std::filesystem::create_directory(folder);
   quotas.setOn(folder);
   writeWholeFile(quota_file_path(folder, kQuotaOperationsName, kUserQuota), "");
-  (void)readAt(folder);
+  (void)readAt(folder, ENOENT);
   EXPECT_THAT(programs.runs(), IsEmpty());
 }
 
