@@ -82,6 +82,10 @@ def cell(text):
     return text.replace("|", "\\|").replace("\n", " ")
 
 
+def schema_of(body):
+    return body["content"]["application/json"]["schema"]
+
+
 def name_of(reference):
     return reference.rsplit("/", 1)[1]
 
@@ -160,8 +164,8 @@ def operation_text(method, path, operation, examples, components):
                 for one in operation["parameters"]]
         parts.append("\n".join(["| Parameter | Type | |", "|---|---|---|", *rows]))
     if "requestBody" in operation:
-        parts.append(keys_table("Request", operation["requestBody"]["content"]["application/json"]["schema"], components))
-    parts.append(keys_table("Reply", operation["responses"]["200"]["content"]["application/json"]["schema"], components))
+        parts.append(keys_table("Request", schema_of(operation["requestBody"]), components))
+    parts.append(keys_table("Reply", schema_of(operation["responses"]["200"]), components))
     if "x-statuses" in operation:
         parts.append(statuses_table(operation["x-statuses"]))
     for name, (status, example) in examples.items():
