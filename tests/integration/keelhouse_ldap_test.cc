@@ -101,6 +101,12 @@ class KeelhouseLdap : public KeelhouseTree {
             {"optionalArguments", Dictionary{{"path", path}}},
             {"configuration", Dictionary{{"fileAccessPrivs", Dictionary{{"acl", entries}}}}}}));
   }
+  std::string readFolder(const std::string& path) const {
+    return daemon_
+        ->post("/v1/paddock_sharing/readSettings",
+               wire::writeJson(Dictionary{{"optionalArguments", Dictionary{{"path", path}}}}))
+        .body;
+  }
   std::string whyNoLists() const {
     const std::string path = folder_.path();
     if (::setxattr(path.c_str(), "security.NTACL", "probe", 5, 0) != 0)
@@ -252,13 +258,78 @@ TEST_F(KeelhouseLdap, AServerThatIsSilentIsWaitedForOnceHoweverManyEntriesNameIt
   const auto shown = keelhouse({"acl", "show", path});
   // With a second for each entry it would be a minute.
   EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
-  EXPECT_EQ(shown.status, 1) << shown.output;
-  EXPECT_NE(shown.error, "");
+  EXPECT_EQ(shown.status, 0) << shown.error;
+  EXPECT_THAT(shown.output, AllOf(HasSubstr("user:70000 "), HasSubstr("user:70059 ")));
   const auto listed = keelhouse({"nodes"});
   EXPECT_EQ(listed.status, 1);
   EXPECT_THAT(listed.output, AllOf(HasSubstr("/Local      writable     "),
                                    HasSubstr("/LDAP/site  unreachable  ")));
   slapd_->thaw();
+}
+
+TEST_F(KeelhouseLdap, AServerThatIsStoppedTakesNoFolderAway) {
+  if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
+  const std::string path = makeFolder("projects");
+  addUsers(2);
+  ASSERT_EQ(writeAcl(path, 2).dictionary().integer("writeStatus"), 0);
+  EXPECT_THAT(done({"acl", "show", path}), HasSubstr("User 1 of the site"));
+  slapd_->stop();
+  // One that has kept nothing of what the server said.
+  daemon_.emplace(tree_);
+
+  // Whom it alone knows reads as the GUID that is made of the number.
+  const std::string guid = "2918733C-ACBF-4C23-AD09-B8FC00011170";
+  EXPECT_THAT(done({"acl", "show", path}),
+              AllOf(HasSubstr("user:70000 "), HasSubstr("user:70001 "), Not(HasSubstr("site"))));
+  EXPECT_THAT(done({"acl", "show", path, "--json"}), HasSubstr("\"guid\": \"" + guid + "\""));
+  EXPECT_THAT(readFolder(path), HasSubstr(R"("displayName":")" + guid + "\""));
+  done({"privs", "show", path});
+  EXPECT_THAT(done({"acl", "add", path, "allow user:root read", "allow everyone list"}),
+              AllOf(HasSubstr("user:70001 "), HasSubstr("user:root "), HasSubstr("everyone ")));
+  EXPECT_THAT(done({"acl", "remove", path, "user:70001"}), Not(HasSubstr("user:70001")));
+  EXPECT_THAT(done({"privs", "set", path, "--mode", "750"}), HasSubstr("mode: 750 "));
+  done({"share", "add", path});
+  EXPECT_THAT(done({"share", "list"}), HasSubstr(path));
+  EXPECT_THAT(done({"share", "show", path}), HasSubstr("nameOverSMB: projects"));
+  done({"share", "set", path, "--comment", "Of the site"});
+  done({"share", "remove", path});
+
+  // Whom it may know is not said to be nobody.
+  const auto unknown = keelhouse({"acl", "add", path, "allow user:user1 read"});
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_THAT(unknown.error, HasSubstr("/LDAP/site, which may have one, cannot be asked now"));
+
+  slapd_->start();
+  EXPECT_THAT(done({"nodes"}), HasSubstr("/LDAP/site  writable (as configured)  "));
+  EXPECT_THAT(done({"acl", "show", path}), AllOf(HasSubstr("User 0 of the site"),
+                                                 HasSubstr("user:root "), HasSubstr("everyone ")));
+}
+
+TEST_F(KeelhouseLdap, AServerThatIsStoppedIsMarkedAndToldOncePerRequest) {
+  const std::string path = makeFolder("projects");
+  const auto markedNodes = [&] {
+    const Dictionary health = daemon_->get("/v1/health").dictionary();
+    return wire::writeJson(*health.find("nodes"));
+  };
+  EXPECT_EQ(markedNodes(), "[]");
+  slapd_->stop();
+  const Response found = daemon_->post("/v1/paddock_directory/listRecords",
+                                       R"({"node":"/Search","type":"dsRecTypeStandard:Users"})");
+  EXPECT_EQ(found.dictionary().integer("status"), 0);
+  EXPECT_FALSE(found.dictionary().array("records")->empty()) << "the host's users";
+  EXPECT_THAT(markedNodes(), AllOf(HasSubstr(R"("path":"/LDAP/site")"),
+                                   HasSubstr(R"("state":"unreachable")"), HasSubstr("since")));
+  const std::string log =
+      daemon_->get("/v1/requests/" + found.header("x-request-id") + "/log").body;
+  EXPECT_THAT(log, HasSubstr("/LDAP/site does not answer and is left out"));
+  EXPECT_EQ(log.find("left out"), log.rfind("left out")) << log;
+  const auto status = keelhouse({"status"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_THAT(status.output, HasSubstr("; left out of searches since "));
+  // It is asked again on idle ticks.
+  slapd_->start();
+  EXPECT_TRUE(eventually([&] { return markedNodes() == "[]"; }));
+  EXPECT_THAT(daemon_->log(), HasSubstr("the directory node /LDAP/site answers again"));
 }
 
 TEST_F(KeelhouseLdap, AServerThatIsGoneIsSaidAndTheLocalNodeGoesOn) {
