@@ -29,6 +29,16 @@ enabled = false
 quota_backend = "accounting"
 quota_checker = "/usr/sbin/quotascan"
 """
+# The host's users and groups: a few of those that every Debian has.
+ACCOUNTS = {"passwd": """root:x:0:0:root:/root:/bin/bash
+games:x:5:60:games:/usr/games:/usr/sbin/nologin
+www-data:x:33:33:www-data:/var/www:/usr/sbin/nologin
+nobody:x:65534:65534:nobody:/nonexistent:/usr/sbin/nologin
+""", "group": """root:x:0:
+www-data:x:33:
+games:x:60:www-data
+nogroup:x:65534:
+"""}
 VIEWER, STRANGER = "games", "nobody"
 
 # The order in which the examples are run, each with its number in the document. Others are run before the last.
@@ -165,11 +175,14 @@ class ApiWorld:
         for folder in ("/srv", TREE):
             os.makedirs(folder, exist_ok=True)
             subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "example", folder], check=True)
+        for name, text in ACCOUNTS.items():
+            with open("/run/" + name, "w", encoding="utf-8") as file:
+                file.write(text)
+            subprocess.run(["mount", "--bind", "/run/" + name, "/etc/" + name], check=True)
         os.makedirs("/srv/photos/2024")
         for name, text in (("notes.txt", "notes\n"), ("2024/beach.jpg", "beach\n")):
             with open("/srv/photos/" + name, "w", encoding="utf-8") as file:
                 file.write(text)
-        self.add_member("games", "www-data")
         self.daemon = OwnDaemon(cmake, build, TREE, CONFIGURATION)
         self.daemon.start()
         # A member of both groups is denied by the list, and let in by the kernel.
@@ -177,19 +190,6 @@ class ApiWorld:
             {"isUser": 1, "groupID": 60, "allowPermission": "NO", "bitmap": 36, "flags": 0},
             {"isUser": 1, "groupID": 33, "allowPermission": "YES", "bitmap": 46, "flags": 0}]}})
         self.last = {}
-
-    @staticmethod
-    def add_member(group, user):
-        """As if the host's own file had it."""
-        with open("/etc/group", encoding="utf-8") as file:
-            lines = file.read().splitlines()
-        with open("/run/group", "w", encoding="utf-8") as file:
-            for line in lines:
-                begin, _, members = line.rpartition(":")
-                if line.startswith(group + ":"):
-                    members = ",".join([*filter(None, members.split(",")), user])
-                file.write("%s:%s\n" % (begin, members))
-        subprocess.run(["mount", "--bind", "/run/group", "/etc/group"], check=True)
 
     def stop(self):
         self.daemon.stop()
