@@ -5,18 +5,8 @@ cd -- "$(dirname -- "$0")"
 # shellcheck source=tests/vm/guest_lib.sh
 . ./guest_lib.sh
 
-cat >/etc/samba/smb.conf <<'CONFIGURATION'
-[global]
-server role = standalone server
-disable netbios = yes
-smb ports = 445
-interfaces = lo
-bind interfaces only = yes
-load printers = no
-printing = bsd
-include = /etc/samba/paddock-shares.conf
-CONFIGURATION
-
+configure_samba
+include_shares
 install_and_start
 systemctl start nfs-server
 python3 -B ./doors_in_guest.py

@@ -2,6 +2,9 @@
 # What the scripts in the guest share.
 set -euo pipefail
 
+# Of everybody who has an account in Samba.
+export password=not-a-secret
+
 fail() {
   printf 'FAILED: %s\n' "$*" >&2
   exit 1
@@ -17,4 +20,30 @@ install_and_start() {
   systemctl daemon-reload
   systemctl start paddockd
   keelhouse status >/dev/null || fail "the daemon does not answer"
+}
+
+# A stand-alone server on loopback, without the shares of the daemon.
+configure_samba() {
+  cat >/etc/samba/smb.conf <<'CONFIGURATION'
+[global]
+server role = standalone server
+disable netbios = yes
+smb ports = 445
+interfaces = lo
+bind interfaces only = yes
+load printers = no
+printing = bsd
+CONFIGURATION
+}
+
+# The line that has Samba read the shares of the daemon.
+export include_line="include = /etc/samba/paddock-shares.conf"
+include_shares() { echo "$include_line" >>/etc/samba/smb.conf; }
+
+# add_samba_user NAME OPTION...: an account of the host, by useradd's options, that has one in Samba, too.
+add_samba_user() {
+  local name=$1
+  shift
+  useradd "$@" "$name"
+  printf '%s\n%s\n' "$password" "$password" | smbpasswd -s -a "$name" >/dev/null
 }

@@ -5,26 +5,9 @@ cd -- "$(dirname -- "$0")"
 # shellcheck source=tests/vm/guest_lib.sh
 . ./guest_lib.sh
 
-password=not-a-secret
 smb_stopped="SMB: not served: smbd is stopped (systemctl start smbd)"
 nfs_stopped="NFS: not served: nfs-server is stopped (systemctl start nfs-server)"
-include="include = /etc/samba/paddock-shares.conf"
-not_included="SMB: not served: /etc/samba/smb.conf does not include /etc/samba/paddock-shares.conf (add the line: $include)"
-
-configure_samba() {
-  cat >/etc/samba/smb.conf <<'CONFIGURATION'
-[global]
-server role = standalone server
-disable netbios = yes
-smb ports = 445
-interfaces = lo
-bind interfaces only = yes
-load printers = no
-printing = bsd
-CONFIGURATION
-  useradd --no-create-home --shell /usr/sbin/nologin anna
-  printf '%s\n%s\n' "$password" "$password" | smbpasswd -s -a anna >/dev/null
-}
+not_included="SMB: not served: /etc/samba/smb.conf does not include /etc/samba/paddock-shares.conf (add the line: $include_line)"
 
 over_smb() {
   timeout 60 mount -t cifs "//127.0.0.1/$1" /mnt/smb -o "username=anna,password=$password,vers=3.1.1" 2>/dev/null &&
@@ -59,7 +42,7 @@ share_while_both_are_stopped() {
   expect "$not_included, $nfs_stopped" \
     "$(said share add /vol/photos --smb-name Photos --no-vsp --no-ftp --nfs '127.0.0.1(rw,no_subtree_check,fsid=1)')" \
     "the sentence while both servers are stopped"
-  echo "$include" >>/etc/samba/smb.conf
+  include_shares
   expect "$smb_stopped, $nfs_stopped" "$(again)" "the sentence once the file is included"
   if over_smb Photos || over_nfs 4.2 /vol/photos; then fail "a stopped server serves"; fi
 }
@@ -137,6 +120,7 @@ mkdir -p /mnt/smb /mnt/nfs
 install_and_start
 systemctl stop smbd nfs-server
 configure_samba
+add_samba_user anna --no-create-home --shell /usr/sbin/nologin
 share_while_both_are_stopped
 serve_over_smb_alone
 serve_over_both

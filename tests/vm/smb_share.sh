@@ -5,25 +5,14 @@ cd -- "$(dirname -- "$0")"
 # shellcheck source=tests/vm/guest_lib.sh
 . ./guest_lib.sh
 
-password=not-a-secret
 users=(anna bert carl)
 
 start_smbd() {
   local user
-  cat >/etc/samba/smb.conf <<'CONFIGURATION'
-[global]
-server role = standalone server
-disable netbios = yes
-smb ports = 445
-interfaces = lo
-bind interfaces only = yes
-load printers = no
-printing = bsd
-include = /etc/samba/paddock-shares.conf
-CONFIGURATION
+  configure_samba
+  include_shares
   for user in "${users[@]}"; do
-    useradd --no-create-home --shell /usr/sbin/nologin "$user"
-    printf '%s\n%s\n' "$password" "$password" | smbpasswd -s -a "$user" >/dev/null
+    add_samba_user "$user" --no-create-home --shell /usr/sbin/nologin
   done
   systemctl start smbd
 }
