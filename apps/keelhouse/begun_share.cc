@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <exception>
+#include <set>
 
 #include "base/printable.h"
+#include "keelhouse/export_lines.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/nfs_client.h"
 #include "keelhouse/share_names.h"
@@ -42,14 +44,39 @@ const Array* clientsOf(const Dictionary& record) {
   return exported != nullptr ? exported->array("clients") : nullptr;
 }
 
+std::set<std::string> optionsOf(const Dictionary& client) {
+  std::set<std::string> options;
+  const Array* list = client.array("options");
+  for (const Value& option : list != nullptr ? *list : Array{}) {
+    if (option.string() != nullptr) options.insert(*option.string());
+  }
+  return options;
+}
+
+bool hasClient(const Array& clients, const Dictionary& wanted) {
+  return std::any_of(clients.begin(), clients.end(), [&wanted](const Value& value) {
+    const Dictionary* client = value.dictionary();
+    return client != nullptr && client->find("host") != nullptr && wanted.find("host") != nullptr &&
+           *client->find("host") == *wanted.find("host") && optionsOf(*client) == optionsOf(wanted);
+  });
+}
+
+// Whether the export of the share point that was read back has all clients that `wanted` has.
+bool isExportedTo(const Dictionary& stored, const Array& wanted) {
+  const Array* clients = clientsOf(stored);
+  return clients != nullptr &&
+         std::all_of(wanted.begin(), wanted.end(), [clients](const Value& client) {
+           return client.dictionary() == nullptr || hasClient(*clients, *client.dictionary());
+         });
+}
+
 // Whether everything of `record` is stored but its export.
 bool isStoredWithoutExport(const Dictionary& record, const Dictionary& present) {
   if (!isShared(present)) return false;
   for (const auto& [key, value] : record) {
     if (key != kExport && !isStored(key, value, present)) return false;
   }
-  const Array* stored = clientsOf(present);
-  return stored == nullptr || *stored != *clientsOf(record);
+  return !isExportedTo(present, *clientsOf(record));
 }
 
 std::string exportCommand(const std::string& path, const Array& clients) {
@@ -128,6 +155,26 @@ Failure withWhatWasDone(const Session& session, const std::string& path, const D
         failed.origin()};
   } catch (const Failure&) {
     return failed;
+  }
+}
+
+void requireExported(const Session& session, const std::string& path, const Dictionary& record,
+                     const Dictionary& stored) {
+  const Dictionary* exported = record.dictionary(kExport);
+  if (exported == nullptr) return;
+  if (exported->boolean("isDeleted").value_or(false)) return requireNotExported(session, path);
+  const Array* wanted = clientsOf(record);
+  if (wanted == nullptr || isExportedTo(stored, *wanted)) return;
+  throw daemonFailure(printable(path) + " is shared, but its NFS export was not written\n" +
+                      "Finish it with: " + exportCommand(path, *wanted));
+}
+
+void requireNotExported(const Session& session, const std::string& path) {
+  for (const ExportLine& line : exportLines(session, path)) {
+    throw daemonFailure(
+        "the NFS export of " + printable(path) +
+        " could not be taken out of /etc/exports, which still has: " + printable(line.text) +
+        "\nIt leaves the file with the next change that can be written.");
   }
 }
 

@@ -49,4 +49,11 @@ void deleteUnfinishedRecords(const Session& session, const std::string& name,
 Failure withWhatWasDone(const Session& session, const std::string& path, const Dictionary& record,
                         const Failure& failed);
 
+// Throws Failure when the export that `record` asked for is not what the share point `stored`, as it
+// was read back, has: the exports file could not be written.
+void requireExported(const Session& session, const std::string& path, const Dictionary& record,
+                     const Dictionary& stored);
+// The same of an export that was to go.
+void requireNotExported(const Session& session, const std::string& path);
+
 }  // namespace paddock::keelhouse

@@ -186,7 +186,9 @@ TEST_F(CommandLine, addSharesAFolderUnderItsName) {
 TEST_F(CommandLine, addTakesEveryOption) {
   const std::string folder = makeFolder("a");
   daemon_.answer(read(R"({"isShared":false})"));
-  daemon_.answer(written(R"({"isShared":true})"));
+  daemon_.answer(written(R"({"isShared":true,"nfsExportRecord":{"clients":[)"
+                         R"({"host":"10.0.0.0/8","options":["sync","rw"]},)"
+                         R"({"host":"*","options":["ro"]}]}})"));
   EXPECT_EQ(run({"share", "add", folder, "--name", "n", "--vsp-name", "v", "--no-vsp", "--smb-name",
                  "s", "--no-ftp", "--nfs", "10.0.0.0/8(rw,sync)", "--nfs", "*(ro)"}),
             0)
@@ -358,8 +360,9 @@ TEST_F(CommandLine, aStatusIsExplainedByTheDaemonsOwnWords) {
 
 TEST_F(CommandLine, aFailureAsJsonHasTheRequestsLog) {
   daemon_.answer(R"({"status":13})", 200, "X-Request-Id: r1\r\n");
-  daemon_.answer(R"({"request":"r1","lines":[{"time":"2026-01-01T00:00:00.000Z","level":"error",)"
-                 R"("text":"why"},{"time":"2026-01-01T00:00:00.001Z","level":"info","text":"b"}]})");
+  daemon_.answer(
+      R"({"request":"r1","lines":[{"time":"2026-01-01T00:00:00.000Z","level":"error",)"
+      R"("text":"why"},{"time":"2026-01-01T00:00:00.001Z","level":"info","text":"b"}]})");
   EXPECT_EQ(run({"--json", "record", "delete", "mounts", "m"}), 1);
   EXPECT_EQ(target(1), "GET /v1/requests/r1/log");
   EXPECT_THAT(error_, HasSubstr("(EACCES, 13)\n  error: why\n"));
@@ -370,9 +373,9 @@ TEST_F(CommandLine, aFailureAsJsonHasTheRequestsLog) {
   EXPECT_THAT(*object.string("error"), StartsWith("m cannot be deleted: Permission denied"));
   EXPECT_EQ(object.integer("exitStatus"), 1);
   ASSERT_EQ(object.array("log")->size(), 2U);
-  EXPECT_EQ(object.array("log")->back(), Value(Dictionary{{"time", "2026-01-01T00:00:00.001Z"},
-                                                          {"level", "info"},
-                                                          {"text", "b"}}));
+  EXPECT_EQ(
+      object.array("log")->back(),
+      Value(Dictionary{{"time", "2026-01-01T00:00:00.001Z"}, {"level", "info"}, {"text", "b"}}));
 }
 
 TEST_F(CommandLine, recordDeleteReportsAStatus) {

@@ -9,6 +9,7 @@
 #include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/failure.h"
+#include "keelhouse/folder_settings.h"
 #include "keelhouse/nearest_word.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/share_path.h"
@@ -139,6 +140,21 @@ std::string folderPath(const Session& session, const std::string& typed) {
   NamedFolder named = findNamedShare(sharePoints, typed, path, here);
   if (!named.note.empty()) session.notes << "keelhouse: note: " << named.note << '\n';
   return named.path.empty() ? path : named.path;
+}
+
+Failure notSharedHere(const Session& session, const std::string& path, const std::string& advice) {
+  std::vector<std::string> paths;
+  try {
+    const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
+    const Array* list = reply.array("sharePointList");
+    for (const Value& value : list != nullptr ? *list : Array{}) {
+      if (value.dictionary() != nullptr) paths.push_back(textOf(*value.dictionary(), "path"));
+    }
+  } catch (const Failure&) {
+    return notShared(path, advice);
+  }
+  const auto near = nearestWord(path, paths);
+  return notShared(path, (near ? "Did you mean " + printable(*near) + "?\n" : "") + advice);
 }
 
 }  // namespace paddock::keelhouse

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/value.h"
+#include "keelhouse/failure.h"
 #include "keelhouse/session.h"
 
 namespace paddock::keelhouse {
@@ -24,5 +25,8 @@ struct NamedFolder {
 };
 NamedFolder findNamedShare(const Array& sharePoints, const std::string& word,
                            const std::string& pathHere, bool isThere);
+
+// That the folder is not shared, with the share whose path is near, and what else to do.
+Failure notSharedHere(const Session& session, const std::string& path, const std::string& advice);
 
 }  // namespace paddock::keelhouse

@@ -198,7 +198,9 @@ ExitStatus changePrivileges(const Session& session, const std::string& path,
       "the privileges of " + path + " cannot be changed");
   const Dictionary found = privilegesIn(changed.after, path);
   if (changed.readBackIsOwn) checkResult(path, wanted, found, principals);
-  if (wanted.bits && isFolder(found)) setModeBits(session, path, *wanted.bits);
+  // A folder kept the digit that it had, and setting it writes a list anew.
+  const bool hasBits = before && wanted.bits && before->mode.starts_with(*wanted.bits);
+  if (wanted.bits && !hasBits && isFolder(found)) setModeBits(session, path, *wanted.bits);
   noteOverwritten(session, wanted.privileges, changed);
   print(session, found, readModeIfPossible(session, path), principals);
   return ExitStatus::done;

@@ -122,8 +122,8 @@ TEST_F(ShareAutomount, overNfsIsAskedForByNfsWithoutAClient) {
 TEST_F(ShareAutomount, overNfsExportsToTheClientsThatAreNamed) {
   answerRead(kNotShared);
   answerNoRecord();
-  answerWritten(
-      R"({"isShared":true,"automountMountPath":"/Network/a","automountFileSystemType":1})");
+  answerWritten(R"({"isShared":true,"automountMountPath":"/Network/a","automountFileSystemType":1,)"
+                R"("nfsExportRecord":{"clients":[{"host":"*","options":["ro"]}]}})");
   answerRecord("/Network/a", "nfs", "");
   EXPECT_EQ(add({"--nfs", "--nfs", "*(ro)"}), 0) << error_;
   EXPECT_THAT(body(2), HasSubstr(R"("automountFileSystemType":1)"));

@@ -64,6 +64,8 @@ void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const c
 ExitStatus showWritten(const Session& session, const std::string& path, const Dictionary& record,
                        const Dictionary& reply, const AutomountChange& automount,
                        bool requireServed) {
+  // A failure that is found out in what follows is that of the writing.
+  const DaemonClient::Aside aside(session.daemon);
   Dictionary result = settingsPart(reply, "sharePointRecord");
   if (!isShared(result)) {
     throw daemonFailure(printable(path) + " was written, but does not read back as shared");
@@ -75,6 +77,7 @@ ExitStatus showWritten(const Session& session, const std::string& path, const Di
   }
   printNotes(session, result);
   announceNewNames(session, record, result);
+  requireExported(session, storedPath(result, path), record, result);
   requireTakenOver(record, result, "isBackstowBackup", "its use for backups");
   requireTakenOver(record, result, "isIndexingEnabled", "its indexing");
   automount.check(result);
@@ -185,7 +188,8 @@ ExitStatus listShares(const Session& session) {
 ExitStatus showShare(const Session& session, const std::string& typedPath) {
   const std::string path = folderPath(session, typedPath);
   Dictionary sharePoint = readSharePoint(session, path);
-  if (!isShared(sharePoint)) throw notShared(path, "Share it with: keelhouse share add PATH");
+  if (!isShared(sharePoint))
+    throw notSharedHere(session, path, "Share it with: keelhouse share add PATH");
   addSmbOptions(session, sharePoint);
   const std::vector<ExportLine> lines = exportLines(session, storedPath(sharePoint, path));
   if (lines.size() > 1) {
@@ -230,7 +234,8 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   TaggedReply reading = readTaggedFolder(session, path);
   Dictionary stored = sharePointIn(reading.body, path);
   requireSameFolder(stored, path);
-  if (!isShared(stored)) throw notShared(path, "Share it with: keelhouse share add PATH");
+  if (!isShared(stored))
+    throw notSharedHere(session, path, "Share it with: keelhouse share add PATH");
   if (from) addSmbOptions(session, stored);
   const ChangeSource source(typed, from);
   const ShareChanges changes = source.seenFrom(stored);
@@ -272,7 +277,7 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
                        const NodeAccount& account) {
   const std::string path = folderPath(session, typedPath);
   const Dictionary stored = readSharePoint(session, path);
-  if (!isShared(stored)) throw notShared(path, "See what is: keelhouse share list");
+  if (!isShared(stored)) throw notSharedHere(session, path, "See what is: keelhouse share list");
   const AutomountChange automount(session, storedPath(stored, path), planAutomountRemoval(stored),
                                   account);
   const Dictionary result =
@@ -281,12 +286,14 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
   if (isShared(result)) {
     throw daemonFailure(printable(path) + " is still shared");
   }
+  const DaemonClient::Aside aside(session.daemon);
   if (session.json) {
     print(session, result);
   } else {
     session.out << printable(path) << " is no longer shared.\n";
   }
   reportStillServed(session, storedPath(stored, path));
+  requireNotExported(session, storedPath(stored, path));
   automount.check(result);
   return ExitStatus::done;
 }

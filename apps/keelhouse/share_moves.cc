@@ -346,7 +346,7 @@ ExitStatus moveShare(const Session& session, const std::string& folder,
   const std::string path = folderPath(session, folder);
   const std::string to = absolutePath(newFolder);
   const Dictionary stored = readSharePoint(session, path);
-  if (!isShared(stored)) throw notShared(path, "See what is: keelhouse share list");
+  if (!isShared(stored)) throw notSharedHere(session, path, "See what is: keelhouse share list");
   const std::string from = textOf(stored, "path");
   requireMovable(stored, from, to);
   requireFolder(to);
@@ -366,7 +366,7 @@ ExitStatus renameShare(const Session& session, const std::string& folder, const 
                        const NodeAccount& account) {
   const std::string path = folderPath(session, folder);
   const Dictionary stored = readSharePoint(session, path);
-  if (!isShared(stored)) throw notShared(path, "See what is: keelhouse share list");
+  if (!isShared(stored)) throw notSharedHere(session, path, "See what is: keelhouse share list");
   const ShareChanges changes = changesOf(renaming, stored);
   checkShareNames(changes);
   const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});

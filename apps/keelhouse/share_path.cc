@@ -8,8 +8,10 @@
 #include <system_error>
 #include <vector>
 
+#include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/failure.h"
+#include "keelhouse/nearest_word.h"
 
 namespace paddock::keelhouse {
 
@@ -58,10 +60,30 @@ std::string absolutePath(std::string_view path) {
 
 std::string lastComponent(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
+namespace {
+
+// What lies beside the path that it may be a slip of: "; did you mean /srv/photos?", or nothing.
+std::string nearestBeside(const std::string& path) {
+  constexpr std::size_t kMostNames = 1000;
+  const std::string folder = path.substr(0, path.rfind('/') + 1);
+  std::vector<std::string> names;
+  std::error_code ignored;
+  for (std::filesystem::directory_iterator entry(folder, ignored), end;
+       entry != end && !ignored && names.size() < kMostNames; entry.increment(ignored)) {
+    names.push_back(entry->path().filename());
+  }
+  const auto name = nearestWord(lastComponent(path), names);
+  return name ? "\nDid you mean " + printable(folder + *name) + "?" : std::string();
+}
+
+}  // namespace
+
 void requireFolder(const std::string& path) {
   struct stat attributes {};
   if (::stat(path.c_str(), &attributes) != 0) {
-    throw failure(path + " cannot be shared: " + std::generic_category().message(errno) +
+    const int error = errno;
+    throw failure(path + " cannot be shared: " + std::generic_category().message(error) +
+                  (error == ENOENT ? nearestBeside(path) : std::string()) +
                   "\nCreate the folder first; share add takes --force as well.");
   }
   if (!S_ISDIR(attributes.st_mode)) {

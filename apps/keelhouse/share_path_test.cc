@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <string>
 
 #include "keelhouse/failure.h"
 #include "support/temporary_folder.h"
@@ -49,6 +50,19 @@ TEST(SharePath, mustNameAFolderToBeShared) {
   requireFolder(folder.path("link"));
   for (const char* name : {"file", "dangling", "missing"}) {
     EXPECT_THROW(requireFolder(folder.path(name)), Failure) << name;
+  }
+}
+
+TEST(SharePath, OfAMissingFolderNamesTheNearestBesideIt) {
+  const TestFolder folder;
+  std::filesystem::create_directory(folder.path("photos"));
+  try {
+    requireFolder(folder.path("phtos"));
+    FAIL() << "it is missing";
+  } catch (const Failure& failed) {
+    EXPECT_NE(std::string(failed.what()).find("\nDid you mean " + folder.path("photos") + "?\n"),
+              std::string::npos)
+        << failed.what();
   }
 }
 

@@ -1,0 +1,108 @@
+// Paths on several lines of the exports file, against a scripted daemon.
+#include "keelhouse/export_lines.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/keelhouse_commands.h"
+
+namespace paddock::keelhouse {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr const char* kShared =
+    R"({"isShared":true,"path":"/srv/a","name":"a","isIndexingEnabled":true,)"
+    R"("nfsExportRecord":{"path":"/srv/a","clients":[{"host":"one","options":["ro"]}]}})";
+constexpr const char* kOne = R"({"line":"/srv/a one(ro)\n","clients":[{"host":"one",)"
+                             R"("options":["ro"]}]})";
+constexpr const char* kTwo =
+    R"({"line":"/srv/a  two\u001b(rw) one(ro)\n","clients":[{"host":"two",)"
+    R"("options":["rw"]},{"host":"one","options":["ro"]}]})";
+
+class ExportLines : public CommandFixture {
+ protected:
+  void answerLines(const std::string& exports) {
+    daemon_.answerServices("getExports", R"({"status":0,"exports":[)" + exports + "]}");
+  }
+  void answerShared() { daemon_.answer(readPart("sharePointRecord", kShared)); }
+  void answerChanged() { daemon_.answer(writtenPart("sharePointRecord", kShared)); }
+  void answerTwoLines() { answerLines(std::string(kOne) + "," + kTwo); }
+};
+
+TEST_F(ExportLines, showHasAllOfSeveral) {
+  answerTwoLines();
+  answerShared();
+  EXPECT_EQ(run({"share", "show", "/srv/a"}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("line of /etc/exports: /srv/a one(ro)\n"
+                              "line of /etc/exports: /srv/a  two\\x1B(rw) one(ro)\n"));
+  answerShared();
+  EXPECT_EQ(run({"share", "show", "--json", "/srv/a"}), 0);
+  EXPECT_THAT(out_, HasSubstr("\"exportLines\": ["));
+  answerLines(kOne);
+  answerShared();
+  EXPECT_EQ(run({"share", "show", "/srv/a"}), 0);
+  EXPECT_THAT(out_, Not(HasSubstr("line of")));
+}
+
+TEST_F(ExportLines, aChangeSaysFirstThatTheyBecomeOneAndLosesNoClient) {
+  answerTwoLines();
+  answerShared();
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--no-ftp"}), 1) << "the change itself is refused";
+  EXPECT_THAT(
+      error_,
+      HasSubstr("keelhouse: note: /srv/a stands on 2 lines of the exports file; this change "
+                "makes them one, with the clients of all:\n  /srv/a one(ro)\n"));
+  EXPECT_THAT(body(1), HasSubstr(R"("nfsExportRecord":{"clients":[{"host":"one","options":["ro"]},)"
+                                 R"({"host":"two","options":["rw"]}]})"));
+  answerShared();
+  answerChanged();
+  EXPECT_EQ(run({"index", "on", "/srv/a"}), 0) << error_;
+  EXPECT_THAT(error_, HasSubstr("stands on 2 lines"));
+  EXPECT_THAT(body(3), HasSubstr(R"({"host":"two","options":["rw"]})"));
+}
+
+TEST_F(ExportLines, aChangeOfTheExportIsWhatItSays) {
+  answerTwoLines();
+  answerShared();
+  daemon_.answer(writtenPart(
+      "sharePointRecord",
+      R"({"path":"/srv/a","isShared":true,"nfsExportRecord":{"clients":[{"host":"127.0.0.1"}]}})"));
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--nfs", "127.0.0.1"}), 0) << error_;
+  EXPECT_THAT(error_, HasSubstr("this change makes them what it says:\n"));
+  EXPECT_THAT(body(1), AllOf(HasSubstr("127.0.0.1"), Not(HasSubstr("two"))));
+  answerLines(kOne);
+  answerShared();
+  answerChanged();
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--no-ftp"}), 0) << error_;
+  EXPECT_THAT(error_, Not(HasSubstr("lines of the exports file")));
+  EXPECT_THAT(body(3), Not(HasSubstr("nfsExportRecord")));
+}
+
+TEST_F(ExportLines, anExportThatWasNotWrittenIsSaid) {
+  answerShared();
+  answerChanged();
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--nfs", "127.0.0.1(rw)"}), 1);
+  EXPECT_THAT(error_, HasSubstr("keelhouse: /srv/a is shared, but its NFS export was not written\n"
+                                "Finish it with: keelhouse share set /srv/a --nfs "
+                                "'127.0.0.1(rw)'\n"));
+}
+
+TEST_F(ExportLines, anExportThatDidNotGoIsSaid) {
+  answerLines(kOne);
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"share", "set", "/srv/a", "--no-nfs"},
+        std::vector<std::string>{"share", "remove", "/srv/a"}}) {
+    answerShared();
+    const bool removed = words[1] == "remove";
+    daemon_.answer(writtenPart("sharePointRecord", removed ? R"({"isShared":false})" : kShared));
+    EXPECT_EQ(run(words), 1);
+    EXPECT_THAT(error_, HasSubstr("the NFS export of /srv/a could not be taken out of "
+                                  "/etc/exports, which still has: /srv/a one(ro)\n"));
+  }
+}
+
+}  // namespace
+}  // namespace paddock::keelhouse
