@@ -68,8 +68,12 @@ class ScriptedDaemon {
   // Without one nothing is refused and all is served, of which nothing is said; an empty one is
   // that of a daemon without the plug-in.
   void answerServices(const std::string& operation, std::string body) {
+    answerServices(operation, std::deque<std::string>{std::move(body)});
+  }
+  // The same of several requests in order, the last one's for all that come after them.
+  void answerServices(const std::string& operation, std::deque<std::string> bodies) {
     const std::lock_guard lock(mutex_);
-    services_[operation] = std::move(body);
+    services_[operation] = std::move(bodies);
   }
   // The bodies of the requests for them, in order.
   std::vector<std::string> servicesAsked() const {
@@ -146,9 +150,10 @@ class ScriptedDaemon {
       const std::string operation =
           text.substr(kServices.size(), text.find(' ', kServices.size()) - kServices.size());
       servicesAsked_.push_back(text.substr(text.find("\r\n\r\n") + 4));
-      const auto answer = services_.find(operation);
-      if (answer != services_.end() && !answer->second.empty())
-        return wireText(answer->second, 200);
+      std::deque<std::string>& bodies = services_[operation];
+      const std::string body = bodies.empty() ? std::string() : bodies.front();
+      if (bodies.size() > 1) bodies.pop_front();
+      if (!body.empty()) return wireText(body, 200);
       return wireText(R"({"error":"there is no such plug-in"})", 404);
     }
     requests_.push_back({text.substr(0, text.find(" HTTP/")),
@@ -169,9 +174,9 @@ class ScriptedDaemon {
   mutable std::mutex mutex_;
   std::deque<std::string> answers_;
   std::vector<Request> requests_;
-  std::map<std::string, std::string> services_{
-      {"checkShare", R"({"status":0,"refusals":[]})"},
-      {"getServed", R"({"status":0,"sharePoints":[{"isServed":true,"sentence":""}]})"}};
+  std::map<std::string, std::deque<std::string>> services_{
+      {"checkShare", {R"({"status":0,"refusals":[]})"}},
+      {"getServed", {R"({"status":0,"sharePoints":[{"isServed":true,"sentence":""}]})"}}};
   std::vector<std::string> servicesAsked_;
   std::thread thread_;
 };
