@@ -108,7 +108,7 @@ TEST_F(Keelhouse, SetsAPasswordThatAuthenticates) {
   EXPECT_EQ(keelhouse(list, "s3cret\n").output, "root\n");
   const auto refused = keelhouse(list, "wrong\n");
   EXPECT_EQ(refused.status, 1);
-  EXPECT_THAT(refused.error, HasSubstr("Permission denied (EACCES, 13)"));
+  EXPECT_THAT(refused.error, HasSubstr("the administrator cannot be authenticated (EACCES, 13)"));
   EXPECT_THAT(tree_.read("/var/log/paddock/audit.jsonl"), Not(HasSubstr("s3cret")));
   EXPECT_THAT(daemon_->log(), Not(HasSubstr("s3cret")));
 }

@@ -116,6 +116,20 @@ TEST_F(KeelhouseQuota, AreSwitchedOnAndOff) {
   });
 }
 
+// Only of a mount point itself are the quota file and the marker made.
+TEST_F(KeelhouseQuota, AreSwitchedOnThroughALinkToTheVolume) {
+  onAVolume([&] {
+    withDaemon([&] {
+      const std::string link = folder_.path("link");
+      std::filesystem::create_symlink(volume_, link);
+      EXPECT_THAT(done({"quota", "on", link}), StartsWith("Quotas of " + volume_ + " are on.\n"));
+      EXPECT_TRUE(std::filesystem::exists(volume_ + "/.quota.user"));
+      EXPECT_THAT(tree_.read("/var/log/paddock/audit.jsonl"),
+                  HasSubstr("\"path\":\"" + volume_ + "\""));
+    });
+  });
+}
+
 TEST_F(KeelhouseQuota, AreListedByNameThoseWhoUseMostFirst) {
   onAVolume([&] {
     withDaemon([&] {

@@ -44,6 +44,8 @@ TEST_F(Requests, HealthSaysThatTheDaemonIsWell) {
   EXPECT_EQ(health.integer("plugins"), 2);
   EXPECT_GE(health.integer("uptimeSeconds").value_or(-1), 0);
   EXPECT_NE(health.string("version"), nullptr);
+  ASSERT_NE(health.array("nodes"), nullptr);
+  EXPECT_TRUE(health.array("nodes")->empty()) << "all answer";
 }
 
 TEST_F(Requests, PluginsAreListedWithTheirOperations) {
