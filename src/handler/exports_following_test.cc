@@ -57,6 +57,15 @@ TEST_F(ExportsFollowingTest, ReadingAFolderShowsTheExportsThatAreThere) {
   EXPECT_TRUE(hasExport(readFolder("/srv/a")));
 }
 
+TEST_F(ExportsFollowingTest, TicksSayOnceWhyTheFileCannotBeRead) {
+  readExportsFile("# mine\n");
+  setExportsFile("# mine\n\xFF\n");
+  for (std::uint64_t tick = 2; tick < 5; ++tick) handler.doIdleAtCount(tick);
+  EXPECT_THAT(logger.lines(),
+              ::testing::ElementsAre(RecordingLogger::Line{
+                  kLogError, "paddock_sharing: cannot read /etc/exports: it is not UTF-8"}));
+}
+
 TEST_F(ExportsFollowingTest, ATickReadsAChangedFile) {
   readExportsFile("");
   setExportsFile(managedBlock({"/srv/a *(rw)"}));

@@ -46,8 +46,8 @@ std::string exitText(std::int64_t status) {
 std::string failureOf(const ProgramOutcome& outcome, Status status) {
   if (outcome.status != 0) return sharing_error_string(outcome.status);
   if (!outcome.errorOutput.empty()) return firstLine(outcome.errorOutput);
-  if (outcome.exitStatus != 0) return exitText(outcome.exitStatus);
-  return status != kSuccess ? "its status is " + std::to_string(status) : std::string();
+  if (status != kSuccess) return "its status is " + std::to_string(status);
+  return outcome.exitStatus != 0 ? exitText(outcome.exitStatus) : std::string();
 }
 
 // The same of a plug-in's reply that ran one.

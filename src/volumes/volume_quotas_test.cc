@@ -8,8 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "platform/quota_control.h"
 #include "platform/logger.h"
+#include "platform/quota_control.h"
 #include "support/own_mounts.h"
 #include "support/volume_fixture.h"
 #include "volumes/quota_listing.h"

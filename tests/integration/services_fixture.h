@@ -71,6 +71,19 @@ class ServicesFixture : public KeelhouseTree {
     ASSERT_EQ(response.status, 200) << response.body;
     EXPECT_EQ(response.dictionary().integer("writeStatus"), 0) << response.body;
   }
+  // The errors in the log of an answered request.
+  std::vector<std::string> errorsOf(const Response& response) const {
+    const std::string log = "/v1/requests/" + response.header("x-request-id") + "/log";
+    const Dictionary reply = daemon_->get(log).dictionary();
+    const Array* lines = reply.array("lines");
+    std::vector<std::string> errors;
+    if (lines == nullptr) return errors;
+    for (const Value& line : *lines) {
+      if (*line.dictionary()->string("level") == "error")
+        errors.push_back(*line.dictionary()->string("text"));
+    }
+    return errors;
+  }
   // How many requests for the operation the daemon carried out.
   std::size_t audited(const std::string& operation) const {
     const std::vector<std::string> lines = linesOf(tree_.read("/var/log/paddock/audit.jsonl"));

@@ -18,11 +18,14 @@ namespace {
 using std::chrono::steady_clock;
 using ::testing::AllOf;
 using ::testing::AnyOf;
+using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 class Services : public ServicesFixture {};
 
@@ -100,6 +103,39 @@ TEST_F(Services, ThatFailOrComplainKeepNoOtherFromBeingTold) {
   EXPECT_THAT(daemon_->log(),
               AllOf(HasSubstr("vsp-sync: no such share"), HasSubstr("exportfs: no kernel server"),
                     HasSubstr("synchronize-shares was ended by signal 9")));
+}
+
+TEST_F(Services, ThatFailAreErrorsOfTheRequestThatNameTheSharePoint) {
+  addScript(kVspSync, "exit 3");
+  addScript(kExportfs, "echo no kernel server >&2; exit 1");
+  std::filesystem::remove(tree_.path(kSmbSync));
+  startDaemon();
+  const std::string beginning =
+      "paddock_sharing: A service was not told of the share point a for path /srv/a: ";
+  EXPECT_THAT(errorsOf(writeList({share("/srv/a")})),
+              IsSupersetOf({beginning + "/usr/sbin/keelhouse: its status is 3",
+                            beginning + "paddock_nfs: no kernel server",
+                            beginning + kSmbSync + ": No such file or directory"}));
+}
+
+TEST_F(Services, AnExportsFileThatCannotBeReadIsAnErrorOfTheRequestThatNamesTheSharePoint) {
+  startDaemon();
+  std::filesystem::create_directories(tree_.path("/etc/exports"));
+  EXPECT_THAT(errorsOf(writeList({share("/srv/a")})),
+              Contains("paddock_sharing: The exports file does not follow the change of the share "
+                       "point a for path /srv/a: cannot read " +
+                       tree_.path("/etc/exports") + ": Is a directory"));
+}
+
+TEST_F(Services, AnAutomountNodeThatDoesNotExistIsNamedWithTheSharePoint) {
+  startDaemon();
+  Dictionary settings = share("/srv/a");
+  settings.set("isAutomounted", true);
+  settings.set("automountDSPath", "/LDAP/none");
+  EXPECT_THAT(errorsOf(writeList({settings})),
+              ElementsAre(StartsWith("paddock_sharing: The automount of the share point a for path "
+                                     "/srv/a was not written to the node /LDAP/none: "),
+                          "paddock_sharing write_sharepoints exception: 2"));
 }
 
 TEST_F(Services, ThatHangAreEndedWhenTheirTimeIsOver) {

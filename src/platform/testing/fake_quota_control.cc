@@ -20,7 +20,7 @@ int FakeQuotaControl::quotactl(const std::string& path, std::uint32_t commandWor
   } else if (request->command == kQuotaOffCommand) {
     on_.erase(key);
   } else {
-    if (const int error = quotaFileError(*quotaFile); error != 0) return error;
+    if (const int error = quotaFileError(*request->quotaFile); error != 0) return error;
     on_.insert(key);
   }
   return 0;
