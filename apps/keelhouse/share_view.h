@@ -11,8 +11,9 @@ namespace paddock::keelhouse {
 // finished, which shares nothing.
 bool isUnfinished(const Dictionary& sharePoint);
 
-// A table of share points, and below it the records of those that are unfinished: path, name, the name over each protocol ("-" where it is not published)
-// and the NFS clients; where clients automount a folder, one is for backups, or one is not there
+// A table of share points, and below it the records of those that are unfinished: path, name, the
+// name over each protocol ("-" where it is not published) and the NFS clients; where clients
+// automount a folder, one is for backups, or one is not there
 // ("folder"), a column about that.
 std::string formatShareTable(const Array& sharePoints);
 

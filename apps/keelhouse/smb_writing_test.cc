@@ -327,12 +327,8 @@ TEST_F(SmbWriting, AFolderThatIsNotThereIsSaidInTheList) {
   EXPECT_EQ(run({"share", "list"}), 0);
   EXPECT_THAT(out_, HasSubstr("  NFS  FOLDER\n"));
   EXPECT_THAT(out_, HasSubstr("/nonexistent/a"));
-  for (const auto& [name, state] :
-       std::vector<std::pair<std::string, std::string>>{{"a", "gone"},
-                                                        {"b", "-"},
-                                                        {"c", "-"},
-                                                        {"d", "no folder"},
-                                                        {"e", "-"}}) {
+  for (const auto& [name, state] : std::vector<std::pair<std::string, std::string>>{
+           {"a", "gone"}, {"b", "-"}, {"c", "-"}, {"d", "no folder"}, {"e", "-"}}) {
     const std::size_t at = out_.find("  " + name + "  ");
     ASSERT_NE(at, std::string::npos) << name;
     const std::string line = out_.substr(at, out_.find('\n', at) - at);
