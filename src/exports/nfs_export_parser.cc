@@ -90,17 +90,21 @@ bool NFSExportParser::readFileIfChanged() {
   }
 }
 
-bool NFSExportParser::readFileWithoutRemoved() {
-  std::set<std::string> added;
+// With what was added again, its removal before that is given up, too.
+std::set<std::string> NFSExportParser::unwrittenRemovals() const {
+  std::set<std::string> paths;
   for (const Change& change : changes_) {
-    if (const auto* record = std::get_if<NFSExportRecordPtr>(&change))
-      added.insert((*record)->path());
+    if (const auto* removed = std::get_if<std::string>(&change)) paths.insert(*removed);
   }
-  // With what was added again, its removal before that is given up, too.
-  std::erase_if(changes_, [&](const Change& change) {
-    const auto* removed = std::get_if<std::string>(&change);
-    return removed == nullptr || added.contains(*removed);
-  });
+  for (const Change& change : changes_) {
+    if (const auto* added = std::get_if<NFSExportRecordPtr>(&change)) paths.erase((*added)->path());
+  }
+  return paths;
+}
+
+bool NFSExportParser::readFileWithoutRemoved() {
+  const std::set<std::string> removals = unwrittenRemovals();
+  changes_.assign(removals.begin(), removals.end());
   try {
     return loadAndRepeatChanges();
   } catch (const std::exception& error) {

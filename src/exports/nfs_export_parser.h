@@ -21,6 +21,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -58,6 +59,8 @@ class NFSExportParser : public ConfigurationParser {
   // `readFile`, but for exports that were removed and are in the file still, because it could not
   // be written: they stay removed, and leave the file when it is written next.
   bool readFileWithoutRemoved();
+  // The paths of those exports.
+  std::set<std::string> unwrittenRemovals() const;
   // Whether something was added or removed that is not in the file.
   bool hasUnwrittenChanges() const { return !changes_.empty(); }
   // `writeFile`, once the file is what was last read or written: as long as it is found changed it

@@ -1,6 +1,8 @@
 #include "store/share_point_reading.h"
 
+#include <set>
 #include <stdexcept>
+#include <string>
 
 #include "exports/shared_exports_parser.h"
 #include "platform/logger.h"
@@ -47,11 +49,28 @@ std::unique_ptr<SharePointRecord> completedSharePoint(const Value& answer) {
   return record;
 }
 
-Array readAllSharePoints() {
-  NFSExportParser& exports = shared_exports_parser();
-  if (!exports.readFile() && !exports.fault().empty()) {
-    logError("Exports are listed as they were last read: " + exports.fault());
+// While it lives, the shared parser has the file's own exports. Those that were removed, but are in
+// the file because it could not be written, leave it when it is written next all the same.
+class ExportsOfFile {
+ public:
+  ExportsOfFile() : removals_(shared_exports_parser().unwrittenRemovals()) {
+    NFSExportParser& exports = shared_exports_parser();
+    if (!exports.readFile() && !exports.fault().empty()) {
+      logError("Exports are listed as they were last read: " + exports.fault());
+    }
   }
+  ExportsOfFile(const ExportsOfFile&) = delete;
+  ExportsOfFile& operator=(const ExportsOfFile&) = delete;
+  ~ExportsOfFile() {
+    for (const std::string& path : removals_) shared_exports_parser().removeExportWithPath(path);
+  }
+
+ private:
+  const std::set<std::string> removals_;
+};
+
+Array readAllSharePoints() {
+  const ExportsOfFile exports;
   const auto node = get_local_node();
   Array answers = searchSharePoints(*node);
   // A listing can be large: each share point's form takes the place of its attributes.

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "exports/shared_exports_parser.h"
 #include "store/schema.h"
 #include "support/module_fixture.h"
 
@@ -167,6 +168,19 @@ TEST_F(ListReadingTest, TheExportsFileIsReadAgainForEveryList) {
   setExportsFile("");
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   EXPECT_EQ(list_->front().dictionary()->dictionary("nfsExportRecord"), nullptr);
+}
+
+// As it is when the file could not be written.
+TEST_F(ListReadingTest, AnExportThatIsToLeaveTheFileIsListedAndLeavesItAllTheSame) {
+  addSharePoint("a", "/srv/a");
+  setExportsFile(managedBlock({"/srv/a *(rw)", "/srv/b *(rw)"}));
+  refresh_exports();
+  shared_exports_parser().removeExportWithPath("/srv/a");
+  EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
+  EXPECT_NE(list_->front().dictionary()->dictionary("nfsExportRecord"), nullptr);
+  refresh_exports();
+  EXPECT_EQ(shared_exports_parser().exportWithPath("/srv/a"), nullptr);
+  EXPECT_NE(shared_exports_parser().exportWithPath("/srv/b"), nullptr);
 }
 
 TEST_F(ListReadingTest, TheExportsFileIsReadOncePerListHoweverManySharePointsThereAre) {
