@@ -71,8 +71,9 @@ class Keepsakes {
 // somebody's by now, and whoever has a uid or gid is written by it.
 bool isFinal(const Sid& sid, const Guid& guid) { return unixPrincipal(sid) || isForeignGuid(guid); }
 
-// `replaced`: the list that stands on disk. A GUID that is nobody's there stays that while a node
-// that may know it does not answer; another one is not taken for nobody's then.
+// `replaced`: the list that stands on disk. A GUID that was nobody's where the entry was read, or
+// is there, stays that while a node that may know it does not answer; another one is not taken for
+// nobody's then.
 int sidOf(PrincipalSids& sids, const acl::Entry& entry, const std::vector<Ace>& replaced,
           Sid& sid) {
   const Sid* original = originalSid(entry);
@@ -82,6 +83,10 @@ int sidOf(PrincipalSids& sids, const acl::Entry& entry, const std::vector<Ace>& 
   }
   const int error = sids.sidFor(*entry.qualifier, sid);
   if (error != 0 && error != ENOENT) {
+    if (original != nullptr) {
+      sid = *original;
+      return 0;
+    }
     const Sid nobodys = guidSid(*entry.qualifier);
     const bool stands = std::any_of(replaced.begin(), replaced.end(), [&](const Ace& ace) {
       return ace.foreign.empty() && ace.sid == nobodys;

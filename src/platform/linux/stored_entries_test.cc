@@ -171,8 +171,10 @@ TEST_F(StoredEntriesTest, WhileTheMembershipServiceCannotAnswerEntriesAreReadAnd
 TEST_F(StoredEntriesTest, WhoIsNobodyOnDiskStaysThatWhileTheMembershipServiceCannotAnswer) {
   const std::vector<Ace> stored{allowed(guidSid(kNobodys), 0x120089)};
   const acl::List list = madeAfresh(read(stored));
+  const acl::List passedOn = read(stored);
   membership_.failWith(EIO);
   EXPECT_EQ(written(list, stored), stored);
+  EXPECT_EQ(written(passedOn), stored) << "of a folder, for what is inside";
   std::vector<Ace> aces;
   EXPECT_EQ(writeEntries(sids_, list, {}, aces), EIO) << "it may be somebody's";
 }
