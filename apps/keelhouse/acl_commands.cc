@@ -53,13 +53,15 @@ void requireTakenOver(const std::string& path, const WantedAcl& wanted, const Ar
   }
 }
 
-// Replaces the path's ACL, and prints what was read back when it is that.
+// Replaces the path's ACL, and prints what was read back when it is that. `complete`: the list is
+// to be complete then.
 ExitStatus write(const Session& session, const std::string& path, const WantedAcl& wanted,
-                 Principals& principals) {
+                 Principals& principals, bool complete = false) {
   const Dictionary reply = writeFolder(session, path, aclSettings(wanted), failedAction(path));
   const Dictionary found = privilegesIn(reply, path);
   const Array& acl = aclOf(found, path);
   requireTakenOver(path, wanted, acl, isFolder(found), principals);
+  if (complete) completeWrittenList(session, path);
   print(session, path, acl, found, principals);
   noteGroupDenials(session, path, acl);
   return ExitStatus::done;
@@ -217,17 +219,23 @@ ExitStatus setAclFrom(const Session& session, const std::string& typedPath, cons
   if (!wanted.acl) throw usageFailure(file + " has no \"acl\"");
   const Dictionary privileges = readPrivileges(session, path);
   const Array& present = aclOf(privileges, path);
-  const bool isDone = takeOverCompleteness(session, path, wanted.complete, !wanted.acl->empty());
+  const bool complete = wanted.complete.value_or(false);
+  const bool isNobodys = complete && wanted.acl->empty();
   // So the list keeps what documents do not tell of it.
-  if (!isDone && !isSameList(*wanted.acl, present)) {
+  if (!isNobodys && !isSameList(*wanted.acl, present)) {
     if (wanted.acl->empty()) requireListMayGo(session, path, privileges, force);
-    const ExitStatus status = write(session, path, *wanted.acl, principals);
+    const ExitStatus status = write(session, path, *wanted.acl, principals, complete);
     if (wanted.complete == false) noteStillComplete(session, path);
     return status;
   }
-  const Dictionary found = isDone ? readPrivileges(session, path) : privileges;
+  if (complete) makeListComplete(session, path, isNobodys);
+  const Dictionary found = isNobodys ? readPrivileges(session, path) : privileges;
   requireTakenOver(path, *wanted.acl, aclOf(found, path), isFolder(found), principals);
-  print(session, path, aclOf(found, path), found, principals);
+  if (isNobodys && !session.json) {
+    session.out << describeCompleteness({true, true}, path, false);
+  } else {
+    print(session, path, aclOf(found, path), found, principals);
+  }
   return ExitStatus::done;
 }
 

@@ -69,18 +69,24 @@ void requireListMayGo(const Session& session, const std::string& path, const Dic
                 R"( --from FILE, with {"acl": [], "complete": true} in FILE.)");
 }
 
-bool takeOverCompleteness(const Session& session, const std::string& path,
-                          std::optional<bool> complete, bool hasEntries) {
-  if (!complete.value_or(false)) return false;
+void makeListComplete(const Session& session, const std::string& path, bool emptied) {
   const std::string action = "the list of " + printable(path) + " cannot be made complete";
   const auto state = readListState(session, path);
-  if (!state) throw failure(action + ": the plug-in paddock_files is not loaded");
-  if (state->complete && hasEntries) return false;
+  if (state && state->complete && !emptied) return;
   const auto reply =
-      askIfLoaded(session, kPlugin, "makeComplete", {{"path", path}, {"empty", !hasEntries}});
+      state ? askIfLoaded(session, kPlugin, "makeComplete", {{"path", path}, {"empty", emptied}})
+            : std::nullopt;
   if (!reply) throw failure(action + ": the plug-in paddock_files is not loaded");
   if (reply->integer("status") != 0) throw failure(action + ": " + errorOf(*reply));
-  return !hasEntries;
+}
+
+void completeWrittenList(const Session& session, const std::string& path) {
+  try {
+    makeListComplete(session, path, false);
+  } catch (const Failure& failed) {
+    if (failed.status() == ExitStatus::unreachable) throw;
+    throw failure("the entries of " + printable(path) + " are set, but " + failed.what());
+  }
 }
 
 }  // namespace paddock::keelhouse

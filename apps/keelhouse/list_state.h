@@ -28,10 +28,10 @@ std::string describeCompleteness(const ListState& state, const std::string& path
 void requireListMayGo(const Session& session, const std::string& path, const Dictionary& privileges,
                       bool force);
 
-// Does what a document's "complete" asks for before its entries are written, which then keep it; a
-// list that is complete already is not written. `hasEntries`: the document has some. True when that
-// was all, as of a complete list without entries. Throws Failure.
-bool takeOverCompleteness(const Session& session, const std::string& path,
-                          std::optional<bool> complete, bool hasEntries);
+// Has the list leave nothing to the mode; one that does already is not written. `emptied`: its
+// entries are removed, so that it lets nobody in. Throws Failure.
+void makeListComplete(const Session& session, const std::string& path, bool emptied);
+// The same of a list whose entries were just written, which the Failure says.
+void completeWrittenList(const Session& session, const std::string& path);
 
 }  // namespace paddock::keelhouse

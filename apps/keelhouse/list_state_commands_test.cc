@@ -35,10 +35,12 @@ class ListStateCommands : public CommandFixture {
                    R"(,"complete":)" + (complete ? "true" : "false") + "}");
   }
   std::string document(const std::string& text) {
-    const std::string path = folder_.path("document");
+    const std::string path = folder_.path("document " + std::to_string(++documents_));
     std::ofstream(path) << text;
     return path;
   }
+
+  int documents_ = 0;
 };
 
 TEST_F(ListStateCommands, showSaysWhenNothingFallsToTheMode) {
@@ -122,13 +124,13 @@ TEST_F(ListStateCommands, aDocumentOfACompleteListMakesOne) {
   const std::string whole = document(
       R"({"acl":[{"kind":"user","name":"nobody","allow":true,"rights":["list"]}],"complete":true})");
   answerRead("");
-  answerState(false, false);
-  answerState(true, true);
   answerWritten(kEntry);
+  answerState(true, false);
+  answerState(true, true);
   EXPECT_EQ(run({"acl", "set", "/srv/a", "--from", whole}), 0) << error_;
-  EXPECT_EQ(target(2), "POST /v1/paddock_files/makeComplete");
-  EXPECT_EQ(body(2), R"({"empty":false,"path":"/srv/a"})");
-  EXPECT_EQ(target(3), "POST /v1/paddock_sharing/writeSettings");
+  EXPECT_EQ(target(1), "POST /v1/paddock_sharing/writeSettings");
+  EXPECT_EQ(target(3), "POST /v1/paddock_files/makeComplete");
+  EXPECT_EQ(body(3), R"({"empty":false,"path":"/srv/a"})");
   const std::string nobody = document(R"({"acl":[],"complete":true})");
   answerRead(kEntry);
   answerState(true, true);
@@ -137,6 +139,14 @@ TEST_F(ListStateCommands, aDocumentOfACompleteListMakesOne) {
   EXPECT_EQ(run({"acl", "set", "/srv/a", "--from", nobody}), 0) << error_;
   EXPECT_EQ(body(6), R"({"empty":true,"path":"/srv/a"})");
   EXPECT_EQ(target(7), "POST /v1/paddock_sharing/readSettings") << "nothing is left to write";
+  EXPECT_THAT(out_, HasSubstr("/srv/a has a complete list without entries: nobody gets in by it"));
+  answerRead("");
+  answerWritten(kEntry);
+  answerState(true, false);
+  daemon_.answer(R"({"status":30,"error":"Read-only file system"})");
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "--from", whole}), 1);
+  EXPECT_THAT(error_, HasSubstr("the entries of /srv/a are set, but the list of /srv/a cannot be "
+                                "made complete: Read-only file system"));
   answerRead(kEntry);
   EXPECT_EQ(run({"acl", "set", "/srv/a", "--from", nobody}), 1);
   EXPECT_THAT(error_,

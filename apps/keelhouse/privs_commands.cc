@@ -188,16 +188,16 @@ ExitStatus changePrivileges(const Session& session, const std::string& path,
   const std::optional<ModeAndIds> before = modeBefore(session, path, changes);
   Wanted wanted = requested(changes, before);
   wanted.acl = std::move(document.acl);
-  if (wanted.acl) {
-    wanted.isListDone =
-        takeOverCompleteness(session, path, document.complete, !wanted.acl->empty());
-  }
+  const bool complete = wanted.acl && document.complete.value_or(false);
+  wanted.isListDone = complete && wanted.acl->empty();
+  if (wanted.isListDone) makeListComplete(session, path, true);
   const ChangedFolder changed = changeFolder(
       session, path,
       [&](const Dictionary& reading) { return settingsFor(session, wanted, reading, path); },
       "the privileges of " + path + " cannot be changed");
   const Dictionary found = privilegesIn(changed.after, path);
   if (changed.readBackIsOwn) checkResult(path, wanted, found, principals);
+  if (complete && !wanted.isListDone) completeWrittenList(session, path);
   // A folder kept the digit that it had, and setting it writes a list anew.
   const bool hasBits = before && wanted.bits && before->mode.starts_with(*wanted.bits);
   if (wanted.bits && !hasBits && isFolder(found)) setModeBits(session, path, *wanted.bits);
