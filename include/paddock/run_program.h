@@ -47,20 +47,20 @@ ProgramResult askProgram(const std::string& path, const std::vector<std::string>
 int startProgram(const std::string& path, const std::vector<std::string>& argumentVector);
 
 // How a program started that let go of this process. At most one of the errors is not 0, and then
-// no program runs.
+// nothing was started.
 struct DetachedProgram {
   int error = 0;         // the errno of making a process for it
   pid_t process = 0;     // the first child, which has ended; 0 when there was none
   int detachError = 0;   // the errno that kept the child from detaching
   int prepareError = 0;  // the errno for which no process was made at all; it is logged
-  int executeError = 0;  // the errno that kept what had detached from becoming it; it is logged
 };
 
 // Starts the executable at the absolute path `path`, taken below the host's root, as daemon(3)
 // would make it: in a session of its own, no child of this process, its three standard streams on
 // /dev/null, no other descriptor open, default signal handlers, no signal blocked, and with an
-// empty environment. `argumentVector` is the whole of argv. Returns when it has let go and become
-// the program, or ended with status 1 since it could not. Never throws for a program's sake.
+// empty environment. `argumentVector` is the whole of argv. Returns when it has let go. Whether
+// it then becomes the program is not known: it ends with status 1, and a line in the log, when it
+// cannot. Never throws for a program's sake.
 DetachedProgram startDetachedProgram(const std::string& path,
                                      const std::vector<std::string>& argumentVector);
 

@@ -111,10 +111,7 @@ DetachedProgram startAndRelease(const Preparation& prepared, FileDescriptor& wri
   const Failure failure = readFailure(reading);
   if (failure.error == 0) return result;
   if (failure.stage == Stage::detach) result.detachError = failure.error;
-  if (failure.stage == Stage::execute) {
-    result.executeError = failure.error;
-    logFailedStart(prepared.path, failure.error);
-  }
+  if (failure.stage == Stage::execute) logFailedStart(prepared.path, failure.error);
   return result;
 }
 

@@ -119,11 +119,10 @@ TEST_F(DetachedProgramTest, HasDefaultSignalsAndNoneBlocked) {
   EXPECT_EQ(answer, "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
-TEST_F(DetachedProgramTest, OneThatIsMissingDetachesAndIsNotExecuted) {
+TEST_F(DetachedProgramTest, OneThatIsMissingLooksStarted) {
   const DetachedProgram started = startDetachedProgram("/no/such/program", {"x"});
   EXPECT_EQ(started.error, 0);
   EXPECT_EQ(started.detachError, 0);
-  EXPECT_EQ(started.executeError, ENOENT);
   EXPECT_GT(started.process, 0);
 }
 

@@ -18,14 +18,13 @@ struct ProgramOutcome {
 };
 
 // How a detached program started. Its number is that of a process that has ended: the one that let
-// go of the program. At most one of the errors, which are errnos, is not 0, and then no program
-// runs.
+// go of the program. At most one of the errors, which are errnos, is not 0, and then no program was
+// started. What keeps a detached child from becoming the program is not known.
 struct DetachedStart {
   int error = 0;         // of fork(2)
   std::int32_t pid = 0;  // of the first child; 0 when there was none
   int detachError = 0;   // what kept the child from detaching
   int prepareError = 0;  // for which fork(2) was not even tried
-  int executeError = 0;  // what kept the detached child from becoming the program
 };
 
 // Paths of programs are the system's; the runner takes them below the host's root.

@@ -105,9 +105,8 @@ std::int32_t launch(Context& context, const std::string& path, PropagationMask m
             " cannot be started: " + sharing_error_string(start.prepareError));
     return -1;
   }
-  // Deliberate: the empty file stays after a fork or a detaching that failed. Where the program
-  // could not be executed, nobody will ever write it.
-  if (start.executeError == 0) statusFile.keep();
+  // Deliberate: the empty file stays from here on, also when forking or detaching failed.
+  statusFile.keep();
   if (start.error != 0) {
     logFailedFork(program, start.error);
     return -1;

@@ -93,16 +93,6 @@ TEST_F(Propagation, AForkThatWasNotTriedIsNotLoggedAsOneThatFailedAndLeavesNoFil
   EXPECT_TRUE(context.snapshot().empty());
 }
 
-TEST_F(Propagation, AProgramThatCannotBeExecutedLeavesNoFileAndTheRunIsRetiredWhenAskedAfter) {
-  programs.setDetachedStart(
-      {.error = 0, .pid = 99, .detachError = 0, .prepareError = 0, .executeError = EACCES});
-  EXPECT_EQ(start(), kSuccess);
-  EXPECT_FALSE(statusFiles.exists(kFirstFile));
-  EXPECT_EQ(context.snapshot(), running(99));
-  EXPECT_EQ(status(99), COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR);
-  EXPECT_TRUE(isIdle());
-}
-
 // Memory ends before there is a child.
 class StarvedProgramRunner : public RecordingProgramRunner {
  public:

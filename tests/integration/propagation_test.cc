@@ -193,6 +193,15 @@ TEST_F(PropagationLife, AProgramThatCannotRunLeavesTheRunRecorded) {
   EXPECT_TRUE(fs::exists(fileOf(run)));
 }
 
+TEST_F(PropagationLife, APathThatNoProgramCanBeGivenLeavesNoFileAndIsNoFailedFork) {
+  EXPECT_EQ(daemon_.ask("startPropagate",
+                        {{"paths", Array{std::string("/srv/a\0b", 8)}}, {"propACL", 1}}),
+            kCannotStart);
+  EXPECT_TRUE(fs::is_empty(daemon_.tree().path("/tmp")));
+  EXPECT_THAT(daemon_.log(), HasSubstr("copyprivs cannot be started: Invalid argument"));
+  EXPECT_THAT(daemon_.log(), ::testing::Not(HasSubstr("cannot fork")));
+}
+
 TEST_F(PropagationLife, AnEmptyArrayOfPathsIsAnErrorOfTheServerAndTheLockIsFree) {
   const Response response = daemon_.post("startPropagate", R"({"paths":[],"propACL":1})");
   EXPECT_EQ(response.status, 500);

@@ -29,8 +29,7 @@ int HostProgramRunner::start(const std::string& path,
 DetachedStart HostProgramRunner::startDetached(const std::string& path,
                                                const std::vector<std::string>& argumentVector) {
   const DetachedProgram program = startDetachedProgram(path, argumentVector);
-  return {program.error, program.process, program.detachError, program.prepareError,
-          program.executeError};
+  return {program.error, program.process, program.detachError, program.prepareError};
 }
 
 bool HostProgramRunner::exists(const std::string& path) {
