@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <set>
 
 #include "base/printable.h"
@@ -20,6 +21,11 @@ constexpr const char* kDirectory = "paddock_directory";
 constexpr const char* kSharePoints = "dsRecTypeStandard:SharePoints";
 constexpr const char* kExport = "nfsExportRecord";
 constexpr const char* kDirectoryPath = "dsAttrTypeNative:directory_path";
+
+// Whether it is the name, or that with a number as the daemon makes a record's name unique: whole.
+bool isNameOrNumbered(const std::string& found, const std::string& name) {
+  return found == name || (found.starts_with(name + "-") && isNumberedName(name, found));
+}
 
 // Whether the record was there without a path, and is gone.
 bool deleteUnlessFinished(const Session& session, const std::string& name) {
@@ -61,26 +67,39 @@ bool hasClient(const Array& clients, const Dictionary& wanted) {
   });
 }
 
-// Whether the export of the share point that was read back has all clients that `wanted` has.
-bool isExportedTo(const Dictionary& stored, const Array& wanted) {
+// Whether the export of the share point that was read back has all clients that `wanted` has. The
+// daemon may know of what it could not write, so that the file is asked, too.
+bool isExportedTo(const Session& session, const std::string& path, const Dictionary& stored,
+                  const Array& wanted) {
   const Array* clients = clientsOf(stored);
-  return clients != nullptr &&
-         std::all_of(wanted.begin(), wanted.end(), [clients](const Value& client) {
-           return client.dictionary() == nullptr || hasClient(*clients, *client.dictionary());
-         });
+  const auto isIn = [&wanted](const Array& all) {
+    return std::all_of(wanted.begin(), wanted.end(), [&all](const Value& client) {
+      return client.dictionary() == nullptr || hasClient(all, *client.dictionary());
+    });
+  };
+  if (clients == nullptr || !isIn(*clients)) return false;
+  const auto lines = exportLines(session, path);
+  if (!lines) return true;
+  Array written;
+  for (const ExportLine& line : *lines) {
+    written.insert(written.end(), line.clients.begin(), line.clients.end());
+  }
+  return isIn(written);
 }
 
 // Whether everything of `record` is stored but its export.
-bool isStoredWithoutExport(const Dictionary& record, const Dictionary& present) {
+bool isStoredWithoutExport(const Session& session, const std::string& path,
+                           const Dictionary& record, const Dictionary& present) {
   if (!isShared(present)) return false;
   for (const auto& [key, value] : record) {
     if (key != kExport && !isStored(key, value, present)) return false;
   }
-  return !isExportedTo(present, *clientsOf(record));
+  return !isExportedTo(session, path, present, *clientsOf(record));
 }
 
-std::string exportCommand(const std::string& path, const Array& clients) {
-  std::string command = "keelhouse share set " + shellWord(path);
+// The command that finishes it, when what kept the line from being written is mended.
+std::string finish(const std::string& path, const Array& clients) {
+  std::string command = "When that is mended: keelhouse share set " + shellWord(path);
   for (const Value& client : clients) {
     if (client.dictionary() == nullptr) continue;
     command += " --nfs " + shellWord(formatNfsClient(*client.dictionary()));
@@ -118,7 +137,7 @@ std::vector<std::string> unfinishedRecords(const Session& session, const std::st
   if (unfinished == nullptr) return records;
   for (const Value& value : *unfinished) {
     const std::string* record = value.string();
-    if (record == nullptr || (*record != name && !isNumberedName(name, *record))) continue;
+    if (record == nullptr || !isNameOrNumbered(*record, name)) continue;
     records.push_back(*record);
   }
   return records;
@@ -140,21 +159,22 @@ void deleteUnfinishedRecords(const Session& session, const std::string& name,
   }
 }
 
-Failure withWhatWasDone(const Session& session, const std::string& path, const Dictionary& record,
-                        const Failure& failed) {
+std::optional<Failure> sharedWithoutExport(const Session& session, const std::string& path,
+                                           const Dictionary& record, const Failure& failed) {
   const Array* clients = clientsOf(record);
-  if (clients == nullptr || failed.origin() != ReportedBy::daemon) return failed;
+  if (clients == nullptr || failed.origin() != ReportedBy::daemon) return std::nullopt;
   const DaemonClient::Aside aside(session.daemon);
   try {
-    if (!isStoredWithoutExport(record, readSharePoint(session, path))) return failed;
-    return {
-        failed.status(),
-        std::string(failed.what()) + "\n" + path +
-            " is shared as asked but for its NFS export, which was not written.\nFinish it with: " +
-            exportCommand(path, *clients),
-        failed.origin()};
+    if (!isStoredWithoutExport(session, path, record, readSharePoint(session, path))) {
+      return std::nullopt;
+    }
+    return Failure(failed.status(),
+                   std::string(failed.what()) + "\n" + printable(path) +
+                       " is shared as asked but for its NFS export, which was not written.\n" +
+                       finish(path, *clients),
+                   failed.origin());
   } catch (const Failure&) {
-    return failed;
+    return std::nullopt;
   }
 }
 
@@ -164,18 +184,19 @@ void requireExported(const Session& session, const std::string& path, const Dict
   if (exported == nullptr) return;
   if (exported->boolean("isDeleted").value_or(false)) return requireNotExported(session, path);
   const Array* wanted = clientsOf(record);
-  if (wanted == nullptr || isExportedTo(stored, *wanted)) return;
+  if (wanted == nullptr || isExportedTo(session, path, stored, *wanted)) return;
   throw daemonFailure(printable(path) + " is shared, but its NFS export was not written\n" +
-                      "Finish it with: " + exportCommand(path, *wanted));
+                      finish(path, *wanted));
 }
 
 void requireNotExported(const Session& session, const std::string& path) {
-  for (const ExportLine& line : exportLines(session, path)) {
-    throw daemonFailure(
-        "the NFS export of " + printable(path) +
-        " could not be taken out of /etc/exports, which still has: " + printable(line.text) +
-        "\nIt leaves the file with the next change that can be written.");
-  }
+  const auto lines = exportLines(session, path);
+  if (!lines || lines->empty()) return;
+  throw daemonFailure("the NFS export of " + printable(path) +
+                      " could not be taken out of /etc/exports, which still has: " +
+                      printable(lines->front().text) +
+                      "\nTake it out by hand; the daemon does so with its next change that can be "
+                      "written, unless it is restarted before.");
 }
 
 }  // namespace paddock::keelhouse

@@ -1,6 +1,7 @@
 // What a new share point leaves behind when it cannot be finished, and taking it away again.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,13 +45,13 @@ std::vector<std::string> unfinishedRecords(const Session& session, const std::st
 void deleteUnfinishedRecords(const Session& session, const std::string& name,
                              const std::vector<std::string>& before);
 
-// `failed`, which writing `record` ended with, with what was done nevertheless and what finishes
-// it: a share point whose export alone was refused is stored. As it is where that is not so.
-Failure withWhatWasDone(const Session& session, const std::string& path, const Dictionary& record,
-                        const Failure& failed);
+// `failed`, which writing `record` ended with, with what was done nevertheless: a share point whose
+// export alone was refused is stored. Absent where that is not so.
+std::optional<Failure> sharedWithoutExport(const Session& session, const std::string& path,
+                                           const Dictionary& record, const Failure& failed);
 
-// Throws Failure when the export that `record` asked for is not what the share point `stored`, as it
-// was read back, has: the exports file could not be written.
+// Throws Failure unless the export that `record` asked for is in the share point `stored`, as it
+// was read back, and in the exports file.
 void requireExported(const Session& session, const std::string& path, const Dictionary& record,
                      const Dictionary& stored);
 // The same of an export that was to go.

@@ -1,9 +1,7 @@
 #include "keelhouse/export_lines.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "keelhouse/failure.h"
+#include "keelhouse/shell_word.h"
 #include "keelhouse/sibling_plugins.h"
 #include "keelhouse/terminal_text.h"
 
@@ -18,7 +16,8 @@ std::string withoutLineEnd(std::string line) {
 
 }  // namespace
 
-std::vector<ExportLine> exportLines(const Session& session, const std::string& path) {
+std::optional<std::vector<ExportLine>> exportLines(const Session& session,
+                                                   const std::string& path) {
   std::optional<Dictionary> reply;
   try {
     reply = askIfLoaded(session, "paddock_services", "getExports", {{"path", path}});
@@ -26,10 +25,11 @@ std::vector<ExportLine> exportLines(const Session& session, const std::string& p
     // A daemon of before has the plug-in, and not the operation.
     if (failed.status() == ExitStatus::unreachable) throw;
   }
+  if (!reply) return std::nullopt;
+  requireDone(*reply, "whether " + printable(path) + " is in the exports file is not known");
   std::vector<ExportLine> lines;
-  const Array* exports = reply ? reply->array("exports") : nullptr;
-  if (exports == nullptr) return lines;
-  for (const Value& value : *exports) {
+  const Array* exports = reply->array("exports");
+  for (const Value& value : exports != nullptr ? *exports : Array{}) {
     const Dictionary* one = value.dictionary();
     if (one == nullptr) continue;
     const std::string* text = one->string("line");
@@ -40,23 +40,22 @@ std::vector<ExportLine> exportLines(const Session& session, const std::string& p
   return lines;
 }
 
-std::optional<Dictionary> mergedExport(const Session& session, const std::string& path,
-                                       const std::vector<ExportLine>& lines, bool replaced) {
-  if (lines.size() < 2) return std::nullopt;
-  session.notes << "keelhouse: note: " << printable(path) << " stands on " << lines.size()
-                << " lines of the exports file; this change makes them "
-                << (replaced ? "what it says" : "one, with the clients of all") << ":\n";
-  for (const ExportLine& line : lines) session.notes << "  " << printable(line.text) << '\n';
-  session.notes.flush();
-  if (replaced) return std::nullopt;
-  Array clients;
-  for (const ExportLine& line : lines) {
-    for (const Value& client : line.clients) {
-      if (std::find(clients.begin(), clients.end(), client) == clients.end())
-        clients.push_back(client);
-    }
+void requireOneExportLine(const Session& session, const std::string& path,
+                          const std::string& action, bool replaced) {
+  const auto lines = exportLines(session, path);
+  if (!lines || lines->size() < 2) return;
+  std::string text = printable(path) + " stands on " + std::to_string(lines->size()) +
+                     " lines of the exports file, of which a change of the share makes one:";
+  for (const ExportLine& line : *lines) text += "\n  " + printable(line.text);
+  if (replaced) {
+    session.notes << "keelhouse: note: " << text << '\n';
+    session.notes.flush();
+    return;
   }
-  return Dictionary{{"clients", std::move(clients)}};
+  throw failure(
+      action + ": " + text +
+      "\nNothing was changed. Say first what it is to be exported to: keelhouse share set " +
+      printable(shellWord(path)) + " --nfs CLIENT...");
 }
 
 }  // namespace paddock::keelhouse

@@ -16,14 +16,14 @@ struct ExportLine {
   Array clients;
 };
 
-// Those of the managed block; empty where the daemon does not say.
-std::vector<ExportLine> exportLines(const Session& session, const std::string& path);
+// Those of the managed block; absent where the daemon cannot say. Throws Failure when it cannot
+// read the file.
+std::optional<std::vector<ExportLine>> exportLines(const Session& session, const std::string& path);
 
-// What every change of a share point does to several lines of its path: they become one. Says so
-// before it is done; nothing of one line. The export that the change has to carry so that no client
-// is lost, or absent when the change itself says what is exported (`replaced`), and when there is
-// nothing to merge.
-std::optional<Dictionary> mergedExport(const Session& session, const std::string& path,
-                                       const std::vector<ExportLine>& lines, bool replaced);
+// A change of a share point makes one of several lines of its path. Throws Failure, beginning with
+// `action`, when there are several and the change does not say itself what is exported
+// (`replaced`); when it does a note names the lines that give way.
+void requireOneExportLine(const Session& session, const std::string& path,
+                          const std::string& action, bool replaced);
 
 }  // namespace paddock::keelhouse

@@ -47,21 +47,42 @@ TEST_F(ExportLines, showHasAllOfSeveral) {
   EXPECT_THAT(out_, Not(HasSubstr("line of")));
 }
 
-TEST_F(ExportLines, aChangeSaysFirstThatTheyBecomeOneAndLosesNoClient) {
+TEST_F(ExportLines, aChangeThatWouldMakeThemOneIsRefused) {
+  answerTwoLines();
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"share", "set", "/srv/a", "--no-ftp"},
+        std::vector<std::string>{"index", "on", "/srv/a"}}) {
+    const std::size_t before = asked();
+    answerShared();
+    EXPECT_EQ(run(words), 1);
+    EXPECT_EQ(asked(), before + 1);
+    EXPECT_THAT(error_, HasSubstr("/srv/a stands on 2 lines of the exports file, of which a change "
+                                  "of the share makes one:\n  /srv/a one(ro)\n"));
+    EXPECT_THAT(error_, HasSubstr("Nothing was changed. Say first what it is to be exported to: "
+                                  "keelhouse share set /srv/a --nfs CLIENT...\n"));
+  }
+}
+
+TEST_F(ExportLines, ofAFolderThatIsMovedAreNotLost) {
   answerTwoLines();
   answerShared();
-  EXPECT_EQ(run({"share", "set", "/srv/a", "--no-ftp"}), 1) << "the change itself is refused";
-  EXPECT_THAT(
-      error_,
-      HasSubstr("keelhouse: note: /srv/a stands on 2 lines of the exports file; this change "
-                "makes them one, with the clients of all:\n  /srv/a one(ro)\n"));
-  EXPECT_THAT(body(1), HasSubstr(R"("nfsExportRecord":{"clients":[{"host":"one","options":["ro"]},)"
-                                 R"({"host":"two","options":["rw"]}]})"));
+  daemon_.answer(readPart("sharePointRecord", R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "move", "/srv/a", makeFolder("new")}), 1);
+  EXPECT_EQ(asked(), 2U);
+  EXPECT_THAT(error_, HasSubstr("the share of /srv/a cannot be moved: /srv/a stands on 2 lines"));
+}
+
+TEST_F(ExportLines, ofAFileThatCannotBeReadAreUnknown) {
+  daemon_.answerServices("getExports",
+                         R"({"status":5,"error":"x","message":"cannot read /etc/exports: y"})");
   answerShared();
-  answerChanged();
-  EXPECT_EQ(run({"index", "on", "/srv/a"}), 0) << error_;
-  EXPECT_THAT(error_, HasSubstr("stands on 2 lines"));
-  EXPECT_THAT(body(3), HasSubstr(R"({"host":"two","options":["rw"]})"));
+  EXPECT_EQ(run({"share", "show", "/srv/a"}), 0);
+  EXPECT_THAT(error_, HasSubstr("note: whether /srv/a is in the exports file is not known: cannot "
+                                "read /etc/exports: y (EIO, 5)\n"));
+  answerShared();
+  daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("cannot read /etc/exports: y"));
 }
 
 TEST_F(ExportLines, aChangeOfTheExportIsWhatItSays) {
@@ -70,8 +91,12 @@ TEST_F(ExportLines, aChangeOfTheExportIsWhatItSays) {
   daemon_.answer(writtenPart(
       "sharePointRecord",
       R"({"path":"/srv/a","isShared":true,"nfsExportRecord":{"clients":[{"host":"127.0.0.1"}]}})"));
+  daemon_.answerServices(
+      "getExports",
+      {R"({"status":0,"exports":[)" + std::string(kOne) + "," + kTwo + "]}",
+       R"({"status":0,"exports":[{"line":"/srv/a 127.0.0.1","clients":[{"host":"127.0.0.1"}]}]})"});
   EXPECT_EQ(run({"share", "set", "/srv/a", "--nfs", "127.0.0.1"}), 0) << error_;
-  EXPECT_THAT(error_, HasSubstr("this change makes them what it says:\n"));
+  EXPECT_THAT(error_, HasSubstr("note: /srv/a stands on 2 lines of the exports file, of which"));
   EXPECT_THAT(body(1), AllOf(HasSubstr("127.0.0.1"), Not(HasSubstr("two"))));
   answerLines(kOne);
   answerShared();
@@ -86,7 +111,7 @@ TEST_F(ExportLines, anExportThatWasNotWrittenIsSaid) {
   answerChanged();
   EXPECT_EQ(run({"share", "set", "/srv/a", "--nfs", "127.0.0.1(rw)"}), 1);
   EXPECT_THAT(error_, HasSubstr("keelhouse: /srv/a is shared, but its NFS export was not written\n"
-                                "Finish it with: keelhouse share set /srv/a --nfs "
+                                "When that is mended: keelhouse share set /srv/a --nfs "
                                 "'127.0.0.1(rw)'\n"));
 }
 

@@ -3,8 +3,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <random>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -101,8 +103,15 @@ void requireSameFolder(const Dictionary& sharePoint, const std::string& path) {
   if (stored == nullptr || *stored == path) return;
   struct stat asked {};
   struct stat found {};
-  if (::stat(path.c_str(), &asked) != 0 || ::stat(stored->c_str(), &found) != 0) return;
-  if (asked.st_dev == found.st_dev && asked.st_ino == found.st_ino) return;
+  if (::stat(path.c_str(), &asked) != 0) {
+    // Where nothing is, the stored path is meant.
+    if (errno == ENOENT || errno == ENOTDIR) return;
+    throw failure("whether " + printable(path) + " is " + printable(*stored) +
+                  ", which is shared, cannot be told: " + std::generic_category().message(errno) +
+                  "\nNothing was changed. Write the path as it is stored.");
+  }
+  const bool isThere = ::stat(stored->c_str(), &found) == 0;
+  if (isThere && asked.st_dev == found.st_dev && asked.st_ino == found.st_ino) return;
   throw failure(
       printable(path) + " is not " + printable(*stored) +
       ", which is shared: they differ in letter case alone, and one of two such folders "

@@ -47,8 +47,7 @@ ExitStatus switchIndexing(const Session& session, const std::string& typedPath, 
       "the indexing of " + path + " cannot be switched " + (on ? "on" : "off");
   Dictionary record{{"path", storedPath != nullptr ? *storedPath : path}, {kIndexing, on}};
   const std::string& exported = *record.string("path");
-  if (auto merged = mergedExport(session, exported, exportLines(session, exported), false))
-    record.set("nfsExportRecord", std::move(*merged));
+  requireOneExportLine(session, exported, action, false);
   const Dictionary result = writeSharePoint(session, path, std::move(record), action);
   if (isIndexed(result, path) != on) {
     throw daemonFailure(action + ": it is still " + (on ? "off" : "on"));

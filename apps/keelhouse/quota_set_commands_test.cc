@@ -52,7 +52,7 @@ TEST_F(QuotaLimits, ThatAreRefusedSayWhy) {
   EXPECT_EQ(
       error_,
       "keelhouse: the limits of nobody here on / cannot be set: the user nobody here: No such "
-      "file or directory\n");
+      "file or directory (ENOENT, 2)\n");
   EXPECT_EQ(run({"quota", "set", "/", "anna", "1", "2"}), 1);  // answered with 404
   EXPECT_THAT(error_, HasSubstr("the plug-in paddock_quotas is not loaded"));
   EXPECT_EQ(run({"quota", "set", "/proc/self", "anna", "1", "2"}), 1);
@@ -85,7 +85,7 @@ TEST_F(QuotaLimits, ThatCannotBeReadAreAFailure) {
   daemon_.answer(readPart("volumeQuotas", R"({"isEnabled":true})"));
   daemon_.answer(R"({"status":5,"message":"/: Input/output error"})");
   EXPECT_EQ(run({"quota", "show", "/"}), 1);
-  EXPECT_EQ(error_, "keelhouse: the quotas of / cannot be read: /: Input/output error\n");
+  EXPECT_EQ(error_, "keelhouse: the quotas of / cannot be read: /: Input/output error (EIO, 5)\n");
 }
 
 TEST(QuotaUsage, SaysOfBothKindsWhetherTheyHold) {

@@ -74,17 +74,6 @@ const char* errnoName(std::int64_t status) {
   return fits ? ::strerrorname_np(static_cast<int>(status)) : nullptr;
 }
 
-// " (ENOENT, 2)"
-std::string nameAndNumber(std::int64_t status) {
-  std::string name = "unknown status";
-  if (isModuleCode(status)) {
-    name = sharing_error_string(static_cast<Status>(status));
-  } else if (const char* macro = errnoName(status)) {
-    name = macro;
-  }
-  return " (" + name + ", " + std::to_string(status) + ")";
-}
-
 }  // namespace
 
 bool reportsFailure(const Dictionary& reply) {
@@ -95,6 +84,16 @@ bool reportsFailure(const Dictionary& reply) {
     if (reply.string(key) != nullptr) return true;
   }
   return false;
+}
+
+std::string nameAndNumber(std::int64_t status) {
+  std::string name = "unknown status";
+  if (isModuleCode(status)) {
+    name = sharing_error_string(static_cast<Status>(status));
+  } else if (const char* macro = errnoName(status)) {
+    name = macro;
+  }
+  return " (" + name + ", " + std::to_string(status) + ")";
 }
 
 std::string describeStatus(const std::string& action, std::int64_t status) {

@@ -14,6 +14,9 @@ namespace paddock::keelhouse {
 // than 0, or one of its error texts is there.
 bool reportsFailure(const Dictionary& reply);
 
+// " (ENOENT, 2)": a status by its name and its number.
+std::string nameAndNumber(std::int64_t status);
+
 // What was tried ("/srv/a cannot be shared"), why it failed, and the status by name and number:
 // "... (CANNOT_SAVE_SHARE_POINT_ERR, 100076)", "...: File exists (EEXIST, 17)".
 std::string describeStatus(const std::string& action, std::int64_t status);

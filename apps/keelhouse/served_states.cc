@@ -172,8 +172,12 @@ void reportStillServed(const Session& session, const std::string& path) {
   const Dictionary& state = *states.sharePoints.front().dictionary();
   const std::string sentence = textOf(state, "sentence");
   if (sentence.empty() || state.boolean("isShared").value_or(true)) return;
-  session.notes << "keelhouse: note: " << printable(path)
-                << " is served all the same: " << printable(sentence) << '\n';
+  // "Shared over ..." of what some server has; otherwise it is a server that cannot be asked.
+  const bool isKnown = sentence.starts_with("Shared over");
+  session.notes << "keelhouse: note: "
+                << (isKnown ? printable(path) + " is served all the same: "
+                            : "whether " + printable(path) + " is still served is not known: ")
+                << printable(sentence) << '\n';
 }
 
 bool ServedStates::areGood() const {

@@ -70,6 +70,7 @@ ExitStatus showWritten(const Session& session, const std::string& path, const Di
   if (!isShared(result)) {
     throw daemonFailure(printable(path) + " was written, but does not read back as shared");
   }
+  requireExported(session, storedPath(result, path), record, result);
   addSmbOptions(session, result);
   print(session, result);
   for (const std::string& warning : warningsOn(result, settingsPart(reply, "fileAccessPrivs"))) {
@@ -77,7 +78,6 @@ ExitStatus showWritten(const Session& session, const std::string& path, const Di
   }
   printNotes(session, result);
   announceNewNames(session, record, result);
-  requireExported(session, storedPath(result, path), record, result);
   requireTakenOver(record, result, "isBackstowBackup", "its use for backups");
   requireTakenOver(record, result, "isIndexingEnabled", "its indexing");
   automount.check(result);
@@ -168,6 +168,21 @@ Dictionary namedRecord(const Session& session, const std::string& name) {
                 "\nSee what is: keelhouse share list");
 }
 
+// "exportLines" of a share point that is to be shown, where the exports file has several for it.
+void addExportLines(const Session& session, Dictionary& sharePoint) {
+  const std::string* path = sharePoint.string("path");
+  if (path == nullptr) return;
+  try {
+    const auto lines = exportLines(session, *path);
+    if (!lines || lines->size() < 2) return;
+    Array texts;
+    for (const ExportLine& line : *lines) texts.emplace_back(line.text);
+    sharePoint.set("exportLines", std::move(texts));
+  } catch (const Failure& failed) {
+    session.notes << "keelhouse: note: " << printableLines(failed.what()) << '\n';
+  }
+}
+
 }  // namespace
 
 ExitStatus listShares(const Session& session) {
@@ -191,12 +206,7 @@ ExitStatus showShare(const Session& session, const std::string& typedPath) {
   if (!isShared(sharePoint))
     throw notSharedHere(session, path, "Share it with: keelhouse share add PATH");
   addSmbOptions(session, sharePoint);
-  const std::vector<ExportLine> lines = exportLines(session, storedPath(sharePoint, path));
-  if (lines.size() > 1) {
-    Array texts;
-    for (const ExportLine& line : lines) texts.emplace_back(line.text);
-    sharePoint.set("exportLines", std::move(texts));
-  }
+  addExportLines(session, sharePoint);
   print(session, sharePoint);
   return ExitStatus::done;
 }
@@ -240,9 +250,6 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   const ChangeSource source(typed, from);
   const ShareChanges changes = source.seenFrom(stored);
   Dictionary record = changedShareRecord(path, changes, stored);
-  const std::optional<Dictionary> merged =
-      mergedExport(session, path, exportLines(session, storedPath(stored, path)),
-                   record.contains("nfsExportRecord"));
   AutomountPlan plan = planAutomount(changes, stored, accountGiven);
   if (changes.empty() && !from && plan.step == AutomountPlan::Step::none) {
     throw failure(printable(path) + " is not automounted, so there is nothing to write as " +
@@ -250,6 +257,8 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   }
   const std::string action = "the share point of " + printable(path) + " cannot be changed";
   requireServable(session, action, record, false);
+  requireOneExportLine(session, storedPath(stored, path), action,
+                       record.contains("nfsExportRecord"));
   const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
   const auto write = [&]() -> Dictionary {
     try {
@@ -257,8 +266,6 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
                  session, path,
                  [&](const Dictionary& read) {
                    record = recordFor(source, stored, sharePointIn(read, path), path);
-                   if (merged && !record.contains("nfsExportRecord"))
-                     record.set("nfsExportRecord", *merged);
                    return Dictionary{{"sharePointRecord", record}};
                  },
                  action, std::move(reading), automount.credentials())
@@ -266,7 +273,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
     } catch (const Refusal&) {
       throw;
     } catch (const Failure& failed) {
-      throw withWhatWasDone(session, path, record, failed);
+      throw sharedWithoutExport(session, path, record, failed).value_or(failed);
     }
   };
   const Dictionary reply = writeChangedShare(session, changes.smbOptions, stored, write);
@@ -287,28 +294,31 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
     throw daemonFailure(printable(path) + " is still shared");
   }
   const DaemonClient::Aside aside(session.daemon);
+  requireNotExported(session, storedPath(stored, path));
   if (session.json) {
     print(session, result);
   } else {
     session.out << printable(path) << " is no longer shared.\n";
   }
   reportStillServed(session, storedPath(stored, path));
-  requireNotExported(session, storedPath(stored, path));
   automount.check(result);
   return ExitStatus::done;
 }
 
 ExitStatus removeUnfinished(const Session& session, const std::string& name) {
+  const Dictionary request{{"type", "dsRecTypeStandard:SharePoints"}, {"name", name}};
+  const auto reading = session.daemon.callTagged("paddock_directory", "getRecord", request);
   const Dictionary sharePoint = namedRecord(session, name);
   if (!isUnfinished(sharePoint)) {
     throw failure(printable(name) + " is the share of " + printable(*sharePoint.string("path")) +
                   ", and finished\nRemove it by its path: keelhouse share remove " +
                   printable(shellWord(*sharePoint.string("path"))));
   }
-  const Dictionary reply =
-      session.daemon.call("paddock_directory", "deleteRecord",
-                          {{"type", "dsRecTypeStandard:SharePoints"}, {"name", name}});
-  requireStatus(reply, "status", "the record " + printable(name) + " cannot be removed");
+  const std::string action = "the record " + printable(name) + " cannot be removed";
+  const auto reply =
+      session.daemon.callTagged("paddock_directory", "deleteRecord", request, reading->tag);
+  if (!reply) throw failure(action + ": somebody changed it meanwhile\nNothing was changed.");
+  requireStatus(reply->body, "status", action);
   if (session.json) {
     print(session, {{"name", name}, {"isShared", false}});
   } else {

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "keelhouse/acl_view.h"
 #include "keelhouse/automount_change.h"
+#include "keelhouse/export_lines.h"
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/named_share.h"
@@ -351,6 +352,8 @@ ExitStatus moveShare(const Session& session, const std::string& folder,
   requireMovable(stored, from, to);
   requireFolder(to);
   requireUnshared(session, to, from);
+  requireOneExportLine(session, from, "the share of " + printable(from) + " cannot be moved",
+                       false);
   Dictionary moved = Move(session, stored, to, account).run();
   addSmbOptions(session, moved);
   if (session.json) {

@@ -186,13 +186,13 @@ TEST_F(ShareMoves, NothingIsChangedWhereItCannotBe) {
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr("/srv/old is not shared"));
   daemon_.answer(read(shared("/srv/old")));
-  daemon_.answer(read(R"({"path":"/x","name":"other","isShared":true})"));
+  daemon_.answer(read(R"({"path":")" + to_ + R"(","name":"other","isShared":true})"));
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr(to_ + " is shared already, as other\n"));
   daemon_.answer(read(shared("/srv/old")));
   daemon_.answer(read(shared("/srv/old")));
   EXPECT_EQ(move(), 1);
-  EXPECT_THAT(error_, HasSubstr("in letter case alone\n"));
+  EXPECT_THAT(error_, HasSubstr("in letter case alone"));
   daemon_.answer(read(shared("/srv/old", R"(,"nfsExportRecord":{"line":"/srv/old @x"})")));
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr("written by hand"));

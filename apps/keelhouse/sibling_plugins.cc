@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "keelhouse/failure.h"
+#include "keelhouse/reply_status.h"
 #include "keelhouse/terminal_text.h"
 
 namespace paddock::keelhouse {
@@ -25,7 +26,9 @@ std::string messageOf(const Dictionary& reply) {
 }
 
 void requireDone(const Dictionary& reply, const std::string& action) {
-  if (reply.integer("status") != 0) throw failure(action + ": " + messageOf(reply));
+  const auto status = reply.integer("status").value_or(EIO);
+  if (status == 0) return;
+  throw daemonFailure(action + ": " + messageOf(reply) + nameAndNumber(status));
 }
 
 }  // namespace paddock::keelhouse

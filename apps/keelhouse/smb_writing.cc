@@ -82,7 +82,7 @@ Dictionary writeFirst(const Session& session, const ShareWriting& writing,
     throw;
   } catch (const Failure& failed) {
     deleteUnfinishedRecords(session, name, before);
-    throw withWhatWasDone(session, writing.path, record, failed);
+    throw sharedWithoutExport(session, writing.path, record, failed).value_or(failed);
   }
 }
 
@@ -131,12 +131,19 @@ Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
   if (const std::string wanted = textOf(record, kSmbName); !wanted.empty()) {
     record.set(kSmbName, uniqueSmbName(session, writing.path, wanted));
   }
-  Dictionary reply = write(session, writing, record, [&](const Dictionary& present) {
-    if (isShared(present) && textOf(present, "name") == name) return;
-    throw failure(writing.action + ": somebody else took it out of sharing meanwhile");
-  });
-  begun.finish();
-  return reply;
+  try {
+    Dictionary reply = write(session, writing, record, [&](const Dictionary& present) {
+      if (isShared(present) && textOf(present, "name") == name) return;
+      throw failure(writing.action + ": somebody else took it out of sharing meanwhile");
+    });
+    begun.finish();
+    return reply;
+  } catch (const Failure& failed) {
+    const auto partly = sharedWithoutExport(session, writing.path, record, failed);
+    if (!partly) throw;
+    begun.finish();
+    throw *partly;
+  }
 }
 
 Dictionary writeChangedShare(const Session& session, const SmbChanges& changes,

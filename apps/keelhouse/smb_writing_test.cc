@@ -160,7 +160,7 @@ TEST_F(SmbWriting, AShareWhoseExportAloneWasRefusedIsSaidToBeShared) {
                                  " cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n"));
   EXPECT_THAT(error_, HasSubstr(folder +
                                 " is shared as asked but for its NFS export, which was not "
-                                "written.\nFinish it with: keelhouse share set " +
+                                "written.\nWhen that is mended: keelhouse share set " +
                                 folder + " --nfs '10.0.0.1(rw,sync)'\n"));
   EXPECT_EQ(target(3), "GET /v1/requests/r1/log");
 }

@@ -256,7 +256,10 @@ Dictionary ServicesRequestHandler::getServed(const Dictionary& request) {
   Array described_;
   const Array* paths = request.array("paths");
   if (paths == nullptr) {
-    for (const SharePointNames& share : all) described_.emplace_back(described(asked, share, true));
+    for (const SharePointNames& share : all) {
+      // Unfinished records share nothing.
+      if (share.path.starts_with('/')) described_.emplace_back(described(asked, share, true));
+    }
     return {{"status", kSuccess}, {"sharePoints", std::move(described_)}};
   }
   std::set<std::string> named;
@@ -276,6 +279,9 @@ Dictionary ServicesRequestHandler::getExports(const Dictionary& request) {
   const std::string* path = request.string("path");
   if (path == nullptr) return {{"status", EINVAL}, {"error", std::strerror(EINVAL)}};
   const auto file = NFSExportParser::parserWithFile(host().root() + "/etc/exports");
+  if (!file->fault().empty()) {
+    return {{"status", EIO}, {"error", std::strerror(EIO)}, {"message", file->fault()}};
+  }
   Array exports;
   for (const NFSExportRecordPtr& record : file->exportsWithPath(*path)) {
     const Dictionary settings = record->dictionary();

@@ -211,5 +211,19 @@ TEST_F(ServicesHandlerTest, EveryLineOfAPathIsTold) {
   EXPECT_EQ(*handler_->performOperation("getExports", {}).integer("status"), EINVAL);
 }
 
+TEST_F(ServicesHandlerTest, AnExportsFileThatCannotBeReadIsNotOneWithoutLines) {
+  writeWholeFile(host_.path("/etc/exports"), "# caf\xE9\n");
+  const Dictionary reply = handler_->performOperation("getExports", {{"path", "/srv/a"}});
+  EXPECT_EQ(*reply.integer("status"), EIO);
+  EXPECT_THAT(*reply.string("message"), HasSubstr("cannot read"));
+  EXPECT_FALSE(reply.contains("exports"));
+}
+
+TEST_F(ServicesHandlerTest, UnfinishedRecordsAreNotAmongTheShares) {
+  record("begun", "", {});
+  record("half", "relative/half", {});
+  EXPECT_TRUE(call("getServed").array("sharePoints")->empty());
+}
+
 }  // namespace
 }  // namespace paddock

@@ -17,7 +17,7 @@ using samba::isReservedShareName;
 using samba::shareNameKey;
 
 // So many hosts are resolved for one request.
-constexpr std::size_t kMostClients = 64;
+constexpr std::size_t kMostClients = 1000;
 
 const SharePointNames* otherWithName(const std::vector<SharePointNames>& all,
                                      const std::string& path, const std::string& name) {

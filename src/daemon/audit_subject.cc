@@ -1,5 +1,7 @@
 #include "daemon/audit_subject.h"
 
+#include <utility>
+
 #include "base/state_text.h"
 
 namespace paddock {
@@ -8,6 +10,8 @@ namespace {
 
 constexpr std::string_view kDirectoryPlugin = "paddock_directory";
 constexpr const char* kLocalNode = "/Local";
+// Of a path and a number; what is longer names no run.
+constexpr std::size_t kLongestKey = 8192;
 constexpr std::string_view kRunState = "statusCopyPrivs";
 constexpr const char* kRunKeys[] = {"copyPrivsPid", "copyPrivsStatusFile"};
 
@@ -36,6 +40,12 @@ std::vector<std::string> pathsIn(const Dictionary& request) {
   return paths;
 }
 
+// Of the trial of an administrator's password.
+void nameAdministrator(AuditSubject& subject, const Dictionary& request) {
+  subject.node = textUnder(request, "dsNodeName");
+  subject.name = textUnder(request, "dsAdminName");
+}
+
 void nameRecord(AuditSubject& subject, const Dictionary& request) {
   subject.type = textUnder(request, "type");
   subject.name = textUnder(request, "name");
@@ -52,6 +62,7 @@ AuditSubject subjectOf(std::string_view plugin, const Dictionary& request) {
   if (!subject.path) subject.path = textUnder(request, "path");
   if (!subject.path) subject.paths = pathsIn(request);
   if (plugin == kDirectoryPlugin) nameRecord(subject, request);
+  if (request.contains("dsAdminName")) nameAdministrator(subject, request);
   return subject;
 }
 
@@ -68,9 +79,11 @@ bool RepeatedRequests::isRepeat(unsigned user, std::string_view operation,
   const std::string* error = reply.string("error");
   const std::string state =
       stateText(Array{word != nullptr ? *word : "", error != nullptr ? *error : ""});
+  std::string key = stateText(run);
+  if (key.size() > kLongestKey) return false;
   const std::lock_guard lock(mutex_);
   if (states_.size() >= kMostRuns) states_.clear();
-  std::string& last = states_[stateText(run)];
+  std::string& last = states_[std::move(key)];
   if (last == state) return true;
   last = state;
   return false;

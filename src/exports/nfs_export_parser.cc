@@ -106,7 +106,11 @@ bool NFSExportParser::readFileWithoutRemoved() {
   const std::set<std::string> removals = unwrittenRemovals();
   changes_.assign(removals.begin(), removals.end());
   try {
-    return loadAndRepeatChanges();
+    if (loadAndRepeatChanges()) return true;
+    // What was added and not written is not there, whether the file can be read or not.
+    if (knowsFile_) readLines(known_);
+    for (const Change& change : changes_) apply(change);
+    return false;
   } catch (const std::exception& error) {
     return noteFault(kReading, error.what());
   }

@@ -79,6 +79,17 @@ TEST_F(NFSExportParserChangesTest, OfWhatCouldNotBeWrittenTheRemovalsStay) {
   EXPECT_EQ(written(*parser), "# mine\n" + kBegin + "/srv/b *(ro)\n" + kEnd);
 }
 
+TEST_F(NFSExportParserChangesTest, WhatCouldNotBeWrittenIsNotThereWhenTheFileCannotBeReadEither) {
+  const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n/srv/b *(ro)\n" + kEnd);
+  parser->addOrReplaceExport(exportTo("/srv/c"));
+  parser->removeExportWithPath("/srv/a");
+  files_.setFile(kFile, "# caf\xE9\n");
+  EXPECT_FALSE(parser->readFileWithoutRemoved());
+  EXPECT_EQ(parser->exportWithPath("/srv/c"), nullptr);
+  EXPECT_EQ(parser->exportWithPath("/srv/a"), nullptr);
+  EXPECT_NE(parser->exportWithPath("/srv/b"), nullptr);
+}
+
 TEST_F(NFSExportParserChangesTest, ARemovalIsGivenUpWithWhatWasAddedAgain) {
   const std::string text = "# mine\n" + kBegin + "/srv/a *(rw)\n" + kEnd;
   const auto parser = parserOf(text);

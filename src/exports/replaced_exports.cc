@@ -131,10 +131,10 @@ void keepIfOthersChangedIt(ReplacedFile& gaveWay, const std::string& path, const
                        "), and stays in its folder under a name that begins with a dot";
   if (contents == known) {
     warn(path + " was open for writing elsewhere while it was replaced; that file " + where);
-    return;
+  } else {
+    warn(path + " was changed by others while it was replaced; that file " + where);
+    if (contents) logDifferences(*contents, path, known, written);
   }
-  warn(path + " was changed by others while it was replaced; that file " + where);
-  if (contents) logDifferences(*contents, path, known, written);
   if (error == 0) removeOldest(path);
 }
 

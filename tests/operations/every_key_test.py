@@ -408,6 +408,10 @@ class SiblingsTest(OperationsTest):
             self.assertEqual(reply["status"] != 0, "error" in reply, reply)
             if not all(text(request, key) for key in required):
                 self.assertEqual(reply["status"], 22)
+            elif any(request.get(key) is not None and not isinstance(request[key], str)
+                     for key in ("node", "adminUserName", "adminPassword")):
+                self.assertEqual(reply["status"], 22)
+                self.assertIn("is no string", reply["message"])
             elif operation == "putRecord" and reply["status"] == 22:
                 pass  # what its attributes may be is checked below
             elif self.check_administrator(request, reply):
@@ -416,9 +420,12 @@ class SiblingsTest(OperationsTest):
 
     def test_nodes_are_listed_for_every_request(self):
         def check(request, status, reply):
-            self.assertEqual((status, reply["status"]), (200, 0))
             paths = request.get("paths")
-            if not isinstance(paths, list):
+            wrong = paths is not None and not isinstance(paths, list)
+            self.assertEqual((status, reply["status"]), (200, 22 if wrong else 0))
+            if wrong:
+                self.assertEqual(reply["message"], "paths is no array")
+            elif not isinstance(paths, list):
                 self.assertEqual([node["path"] for node in reply["nodes"]], ["/Local", "/System"])
             else:
                 self.assertEqual([node["path"] for node in reply["nodes"]],
