@@ -100,10 +100,18 @@ TEST_F(KeelhouseOddRecords, APathOnTwoLinesIsShownWithBothAndSaidBeforeTheyAreOn
               AllOf(HasSubstr("line of /etc/exports: " + first + "\n"),
                     HasSubstr("line of /etc/exports: " + second + "\n")));
   EXPECT_EQ(exports(), text) << "looking changes nothing";
-  const auto changed = keelhouse({"share", "set", photos, "--no-vsp"});
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"share", "set", photos, "--no-vsp"}, {"index", "on", photos}}) {
+    const auto refused = keelhouse(words);
+    EXPECT_EQ(refused.status, 1) << words[1];
+    EXPECT_THAT(refused.error, AllOf(HasSubstr("stands on 2 lines of the exports file"),
+                                     HasSubstr("\n  " + second + "\n")));
+    EXPECT_EQ(exports(), text) << "nothing is lost by a change of something else";
+  }
+  const auto changed =
+      keelhouse({"share", "set", photos, "--nfs", "127.0.0.1(ro)", "--nfs", "127.0.0.2(rw)"});
   EXPECT_EQ(changed.status, 0) << changed.error;
-  const std::size_t said = changed.error.find("stands on 2 lines of the exports file");
-  ASSERT_NE(said, std::string::npos) << changed.error;
+  EXPECT_THAT(changed.error, HasSubstr("stands on 2 lines of the exports file"));
   EXPECT_THAT(changed.error, HasSubstr("\n  " + second + "\n"));
   EXPECT_THAT(exports(), HasSubstr(photos + " 127.0.0.1(ro) 127.0.0.2(rw)\n"));
   EXPECT_THAT(done({"share", "show", photos}), Not(HasSubstr("line of")));
