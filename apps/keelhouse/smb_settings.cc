@@ -207,7 +207,7 @@ ChangedOptions changeSmbOptions(const Session& session, const std::string& recor
                                 const SmbChanges& changes) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const TaggedOptions read = readTaggedOptions(session, recordName);
-    const ChangedOptions changed{read.options, changedOptions(read.options, changes)};
+    ChangedOptions changed{read.options, changedOptions(read.options, changes)};
     if (attempt == 0) requireTaken(session, changed.after, changed.before);
     const AttributeWrite write = difference(changed.before, changed.after);
     if (putOptions(session, recordName, write, read.tag)) return changed;

@@ -142,7 +142,7 @@ Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
     const auto partly = sharedWithoutExport(session, writing.path, record, failed);
     if (!partly) throw;
     begun.finish();
-    throw *partly;
+    throw Failure(*partly);
   }
 }
 
