@@ -45,9 +45,9 @@ two_at_once() {
   does keelhouse acl show /vol/photos
   said "allow   user:dora" "allow   user:erik"
   output=$(getfacl -cp /vol/photos)
-  said "user:dora:r-x" "user:erik:r-x"
-  at_home erik cat /vol/photos/picture >/dev/null 2>&1 || at_home erik ls /vol/photos >/dev/null ||
-    fail "erik does not get in"
+  # dora has what her group has as well.
+  said "user:dora:r" "user:erik:r-x"
+  at_home erik ls /vol/photos >/dev/null || fail "erik does not get in"
 }
 
 look_on() {
