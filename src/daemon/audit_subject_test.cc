@@ -7,7 +7,6 @@ namespace paddock {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 constexpr std::string_view kSharing = "paddock_sharing";

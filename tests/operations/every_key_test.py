@@ -565,6 +565,36 @@ class SiblingsTest(OperationsTest):
         os.chmod(self.shared, 0o755)
         self.try_variants("paddock_files", "setModeBits", {"path": self.shared, "bits": "2"}, check)
 
+    def test_the_lines_of_the_exports_file_are_told_for_a_path(self):
+        def check(request, status, reply):
+            self.assertEqual(status, 200)
+            if text(request, "path") is None:
+                self.assertEqual(reply["status"], 22)
+            else:
+                self.assertEqual((reply["status"], reply["exports"]), (0, []))
+        self.try_variants("paddock_services", "getExports", {"path": "/not/exported"}, check)
+
+    def test_a_list_is_told_of_and_made_complete(self):
+        folder = os.path.join(self.shared, "listed")
+        os.makedirs(folder, exist_ok=True)
+
+        def check_told(request, status, reply):
+            self.assertEqual(status, 200)
+            if text(request, "path") == folder:
+                self.assertEqual((reply["status"], reply["present"], reply["complete"]), (0, False, False))
+            else:
+                self.assertIn(reply["status"], (2, 22, 36), reply)
+
+        def check_made(request, status, reply):
+            self.assertEqual(status, 200)
+            empty = request.get("empty")
+            if text(request, "path") == folder and (empty is None or isinstance(empty, int)):
+                self.assertEqual((reply["status"], reply["present"], reply["complete"]), (0, True, True))
+            else:
+                self.assertIn(reply["status"], (2, 22, 36), reply)
+        self.try_variants("paddock_files", "getList", {"path": folder}, check_told)
+        self.try_variants("paddock_files", "makeComplete", {"path": folder, "empty": True}, check_made)
+
 
 class BodiesTest(OperationsTest):
 
