@@ -24,9 +24,12 @@ KernelBits bitsOfGroups(const std::vector<Bits>& each, Bits mask) {
   unsigned all = 0;
   for (const Bits bits : each) all |= bits;
   const Bits within = static_cast<Bits>(all & mask);
-  const bool isTogether =
-      std::any_of(each.begin(), each.end(), [&](Bits bits) { return (bits & within) == within; });
-  return {KernelClass::group, within, !isTogether};
+  const auto isApart = [&each](Bits wanted) {
+    return std::none_of(each.begin(), each.end(),
+                        [wanted](Bits bits) { return (bits & wanted) == wanted; });
+  };
+  const Bits writing = within & (posix_acl::kWrite | posix_acl::kExecute);
+  return {KernelClass::group, within, isApart(within), isApart(writing)};
 }
 
 KernelBits bitsByAcl(const posix_acl::Acl& acl, const KernelObject& object,

@@ -35,6 +35,8 @@ struct KernelBits {
   // Of a member of several groups of the ACL: none of them has all of the bits, so that the kernel
   // refuses who wants all at once, although it lets each one through by itself.
   bool isApart = false;
+  // The same of writing and searching alone, which making and removing things in a folder takes.
+  bool isWritingApart = false;
 };
 
 KernelBits kernelBits(const KernelObject& object, const KernelUser& user);

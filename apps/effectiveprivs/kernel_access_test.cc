@@ -70,6 +70,15 @@ TEST(KernelBits, WhatNoGroupHasTogetherIsApart) {
   EXPECT_FALSE(isApart(aclOf({{kAnna, 7}}, {{kCrew, 3}}, 7, {7, 4, 0})));
 }
 
+TEST(KernelBits, WritingAndSearchingAreApartByThemselves) {
+  const auto isWritingApart = [](const posix_acl::Acl& acl) {
+    return kernelBits(fileWithAcl(acl), anna({kStaff, kCrew})).isWritingApart;
+  };
+  EXPECT_FALSE(isWritingApart(aclOf({}, {{kCrew, 3}}, 7, {7, 5, 0}))) << "reading is the other's";
+  EXPECT_TRUE(isWritingApart(aclOf({}, {{kCrew, 2}}, 7, {7, 5, 0})));
+  EXPECT_FALSE(isWritingApart(aclOf({}, {{kCrew, 7}}, 7, {7, 1, 0})));
+}
+
 TEST(KernelBits, AnAclWithAnEmptyMaskIsNotLookedAt) {
   const auto file = fileWithAcl(aclOf({{kAnna, 7}}, {}, 0, {7, 7, 4}));
   expectBits(file, anna(), KernelClass::others, 4);

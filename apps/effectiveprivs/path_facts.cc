@@ -146,7 +146,7 @@ DoorRights PathFacts::kernelRights(const KernelPerson& person, const std::string
     if ((bits.bits & posix_acl::kRead) == 0) rights.read = {Access::no, bitsWords(bits)};
     if ((bits.bits & toWrite) != toWrite)
       rights.write = {Access::no, bitsWords(bits)};
-    else if (isFolder_ && bits.isApart)
+    else if (isFolder_ && bits.isWritingApart)
       rights.write = {Access::no, bitsWords(bits) + ", but by no one group"};
   }
   restrict(rights.write, room(person));

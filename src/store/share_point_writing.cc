@@ -37,11 +37,14 @@ std::string namesOf(const std::vector<SharePointRecord>& sharePoints) {
   return text + " and " + std::to_string(sharePoints.size() - kNamed) + " more";
 }
 
+void logExportsFault(const std::vector<SharePointRecord>& sharePoints) {
+  const std::string& fault = shared_exports_parser().fault();
+  if (fault.empty()) return;
+  logError("The exports file does not follow the change of " + namesOf(sharePoints) + ": " + fault);
+}
+
 void writeExportsFile(const std::vector<SharePointRecord>& sharePoints) {
-  NFSExportParser& parser = shared_exports_parser();
-  if (parser.writeFileKeepingOthersChanges() || parser.fault().empty()) return;
-  logError("The exports file does not follow the change of " + namesOf(sharePoints) + ": " +
-           parser.fault());
+  if (!shared_exports_parser().writeFileKeepingOthersChanges()) logExportsFault(sharePoints);
 }
 
 void tellServices(const std::vector<SharePointRecord>& sharePoints) {
@@ -83,6 +86,8 @@ Status write_sharepoints(std::vector<SharePointRecord>& sharePoints,
     tellServices(sharePoints);
   } catch (...) {
     logEndOfCall(describe_current_exception());
+    // What was to be written last is not tried again then.
+    logExportsFault(sharePoints);
   }
   return overall;
 }

@@ -317,6 +317,21 @@ TEST_F(SharePointWritingTest,
   EXPECT_EQ(errorLines(), (Names{beginning + "cannot read /etc/exports: it is not UTF-8"}));
 }
 
+TEST_F(SharePointWritingTest, AnExportsFileIsLoggedAlsoWhenALaterStepRaises) {
+  setExportsFile("/by/hand *(ro)\n");
+  Dictionary both = share("a");
+  both.set("nfsExportRecord", exportTo("*", {"rw"}));
+  both.set("isAutomounted", true);
+  both.set("automountDSPath", "/LDAP/none");
+  trace.fail("replace", EACCES);
+  EXPECT_EQ(write({both}), 0);
+  ASSERT_EQ(errorLines().size(), 3U);
+  EXPECT_EQ(errorLines()[1], "paddock_sharing write_sharepoints exception: 2");
+  EXPECT_EQ(errorLines()[2],
+            "paddock_sharing: The exports file does not follow the change of the share point a for "
+            "path /srv/a: cannot write /etc/exports: Permission denied");
+}
+
 TEST_F(SharePointWritingTest, AnAutomountNodeThatDoesNotExistIsLoggedWithNodePathAndSharePoint) {
   Dictionary automounted = share("a");
   automounted.set("isAutomounted", true);
