@@ -6,6 +6,7 @@ cd -- "$(dirname -- "$0")"
 . ./guest_lib.sh
 
 configuration=/etc/paddock/paddockd.toml
+shipped=/tmp/shipped.toml
 
 # until_seen TEXT COMMAND...: waits until the command prints the text.
 until_seen() {
@@ -39,7 +40,9 @@ reload_takes_over_a_group() {
   if as_viewer share list 2>/tmp/refused; then fail "somebody in no group is answered"; fi
   grep -qF 'you need to be in the group paddock (changes) or paddock-view (looking): usermod -aG paddock-view viewer' \
     /tmp/refused || fail "the refusal does not say which group to join: $(cat /tmp/refused)"
-  printf '[access]\nview_group = "lookers"\n[indexing]\ncommand = ["/bin/true"]\n' >"$configuration"
+  # Nothing else than these two keys may be another than at start.
+  sed 's|^\[access\]$|&\nview_group = "lookers"|; s|^\[indexing\]$|&\ncommand = ["/bin/true"]|' "$shipped" \
+    >"$configuration"
   systemctl reload paddockd
   until_seen 'a restart (systemctl restart paddockd) is needed for indexing.command' keelhouse status
   until_seen 'configuration read again; changed: access.view_group' journalctl -u paddockd
@@ -72,6 +75,7 @@ broken_start_says_why() {
 }
 
 install_and_start
+cp "$configuration" "$shipped"
 groupadd lookers
 useradd --user-group --groups lookers viewer
 reload_takes_over_a_group
