@@ -13,6 +13,15 @@ fail() {
 # expect WANTED GOT WHAT
 expect() { [ "$1" = "$2" ] || fail "$3: wanted \"$1\", got \"$2\""; }
 
+# eventually COMMAND...: whether it succeeds within half a minute; the guest is slow on a loaded machine.
+eventually() {
+  local end=$((SECONDS + 30))
+  until "$@"; do
+    [ "$SECONDS" -lt "$end" ] || return 1
+    sleep 0.5
+  done
+}
+
 # Installs the tree on the guest's own root and starts the daemon by its unit.
 install_and_start() {
   cp -a /host/tree/. /

@@ -7,4 +7,4 @@ if [ -z "${PADDOCK_VM:-}" ] || [ -z "${PADDOCK_VM_CACHE:-}" ]; then
   echo "skipped: needs a guest of its own; PADDOCK_VM names no folder with vm-build and vm-run"
   exit 77
 fi
-exec "$PADDOCK_VM/vm-run" --timeout "${PADDOCK_VM_SECONDS:-500}" "$PADDOCK_VM_CACHE" "$folder" -- "$@"
+exec "$PADDOCK_VM/vm-run" --timeout "${PADDOCK_VM_SECONDS:-850}" "$PADDOCK_VM_CACHE" "$folder" -- "$@"
