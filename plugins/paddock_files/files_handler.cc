@@ -30,6 +30,7 @@ constexpr mode_t kPermissionBits = 0777;
 constexpr unsigned kSpecialBitsShift = 9;
 constexpr int kOctal = 8;
 constexpr std::size_t kDigits = 4;
+constexpr int kAttempts = 5;
 
 Dictionary replyOf(int error, Dictionary reply = {}) {
   reply.set("status", error);
@@ -123,16 +124,16 @@ Dictionary getList(const Dictionary& request) {
 
 Dictionary makeComplete(const Dictionary& request, const FileAcls& acls) {
   if (request.contains("empty") && !request.boolean("empty")) return replyOf(EINVAL);
+  const bool emptied = request.boolean("empty").value_or(false);
   FileDescriptor object;
   struct stat status {};
   if (const int error = openNamed(request, object, status); error != 0) return replyOf(error);
-  std::unique_ptr<acl::List> list;
-  int error = acls.readFrom(object.get(), list);
-  if (error != 0 && error != ENOENT) return replyOf(error);
-  if (!list) list = std::make_unique<acl::List>();
-  if (request.boolean("empty").value_or(false)) list->entries.clear();
-  list->complete = true;
-  error = acls.writeTo(object.get(), *list);
+  // smbd and others change lists without any lock of ours. Entries that came between are kept by
+  // beginning again; whether they are to go, too, is for who asked.
+  int error = EAGAIN;
+  for (int left = emptied ? 1 : kAttempts; error == EAGAIN && left > 0; --left) {
+    error = acls.makeComplete(object.get(), emptied);
+  }
   return error != 0 ? replyOf(error) : describeList(object);
 }
 
@@ -140,11 +141,15 @@ Dictionary makeComplete(const Dictionary& request, const FileAcls& acls) {
 
 // What a list is kept with.
 struct FilesRequestHandler::Lists {
+  explicit Lists(const ExtendedAttributes& attributes)
+      : acls(privileges.fileAclsOver(attributes)) {}
+
   LinuxDirectoryService directory{configuredDirectory(host().configuration(), host().root())};
   LinuxMembership membership{directory};
   FilePrivileges privileges{configuredPrivileges(host().configuration(), host().root()), directory,
                             membership,
                             configuredSidResolver(host().configuration(), host().root())};
+  FileAcls acls;
   HostLogger logger;
   ServicesGuard guard{services()};
 
@@ -156,7 +161,8 @@ struct FilesRequestHandler::Lists {
   }
 };
 
-FilesRequestHandler::FilesRequestHandler() : lists_(std::make_unique<Lists>()) {}
+FilesRequestHandler::FilesRequestHandler(const ExtendedAttributes& attributes)
+    : lists_(std::make_unique<Lists>(attributes)) {}
 FilesRequestHandler::~FilesRequestHandler() = default;
 
 std::vector<PluginRequestHandler::Operation> FilesRequestHandler::operations() const {
@@ -167,8 +173,8 @@ Dictionary FilesRequestHandler::performOperation(std::string_view name, const Di
   if (name == "getMode") return getMode(request);
   if (name == "getList") return getList(request);
   const std::scoped_lock lock(changing_);
-  if (name == "setModeBits") return setModeBits(request, lists_->privileges.fileAcls());
-  if (name == "makeComplete") return makeComplete(request, lists_->privileges.fileAcls());
+  if (name == "setModeBits") return setModeBits(request, lists_->acls);
+  if (name == "makeComplete") return makeComplete(request, lists_->acls);
   throw std::invalid_argument("no operation " + std::string(name));
 }
 

@@ -16,7 +16,9 @@
 //       it leaves nothing to the mode. EINVAL for a list that does not decode.
 //   makeComplete {"path", "empty"} -> the same
 //       Makes the list complete, or one without entries where there is none. With "empty" true its
-//       entries are removed: it lets nobody in. Nobody gains anything by either.
+//       entries are removed: it lets nobody in. Nobody gains anything by either. What others make
+//       of the list, the mode, owner or group meanwhile is kept, and counts; EAGAIN, and nothing is
+//       changed, where it comes too often, and where entries came that "empty" would remove.
 //
 // "status" is 0 or an errno, with its text under "error": EINVAL for a key that is missing, of
 // another type or no such digit, ENOENT where nothing is. Links are followed.
@@ -28,12 +30,14 @@
 #include <vector>
 
 #include "paddock/plugin_request_handler.h"
+#include "platform/linux/file_object.h"
 
 namespace paddock {
 
 class FilesRequestHandler final : public PluginRequestHandler {
  public:
-  FilesRequestHandler();
+  // What lists are written through, which the caller keeps.
+  explicit FilesRequestHandler(const ExtendedAttributes& attributes = linuxExtendedAttributes());
   FilesRequestHandler(const FilesRequestHandler&) = delete;
   FilesRequestHandler& operator=(const FilesRequestHandler&) = delete;
   ~FilesRequestHandler() override;

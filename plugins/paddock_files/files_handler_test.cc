@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -185,6 +186,73 @@ TEST_F(FilesHandlerLists, MakesAListThatLetsNobodyIn) {
     EXPECT_TRUE(list->entries.empty());
     EXPECT_EQ(list->complete, true);
   }
+}
+
+// Somebody else changes what is read, after it was read so often.
+class OvertakenXattrs final : public ExtendedAttributes {
+ public:
+  int get(int object, const std::string& name, std::string& value) const override {
+    const int error = linuxExtendedAttributes().get(object, name, value);
+    if (name == "security.NTACL" && left_ > 0) {
+      --left_;
+      change_();
+    }
+    return error;
+  }
+  int set(int object, const std::string& name, std::string_view value) const override {
+    return linuxExtendedAttributes().set(object, name, value);
+  }
+  int remove(int object, const std::string& name) const override {
+    return linuxExtendedAttributes().remove(object, name);
+  }
+  void changeAfterReads(int count, std::function<void()> change) {
+    left_ = count;
+    change_ = std::move(change);
+  }
+
+ private:
+  mutable int left_ = 0;
+  std::function<void()> change_;
+};
+
+TEST_F(FilesHandlerLists, EntriesThatComeBetweenAreKept) {
+  OvertakenXattrs attributes;
+  FilesRequestHandler handler(attributes);
+  for (const std::string& path : {file_, folder_.path()}) {
+    attributes.changeAfterReads(1, [&] { writeList(path); });
+    EXPECT_EQ(handler.performOperation("makeComplete", {{"path", path}}), state(true, true));
+    FileDescriptor object;
+    ASSERT_EQ(openObject(path, object), 0);
+    std::unique_ptr<acl::List> list;
+    ASSERT_EQ(acls().readFrom(object.get(), list), 0);
+    EXPECT_EQ(list->entries.size(), 1U) << path;
+  }
+}
+
+TEST_F(FilesHandlerLists, AModeThatComesBetweenStays) {
+  OvertakenXattrs attributes;
+  FilesRequestHandler handler(attributes);
+  writeList(file_);
+  attributes.changeAfterReads(1, [&] { ::chmod(file_.c_str(), 0601); });
+  EXPECT_EQ(handler.performOperation("makeComplete", {{"path", file_}}), state(true, true));
+  EXPECT_EQ(*call("getMode", file_).string("mode"), "0601");
+}
+
+TEST_F(FilesHandlerLists, EntriesThatNobodyAskedToRemoveAreNotRemoved) {
+  OvertakenXattrs attributes;
+  FilesRequestHandler handler(attributes);
+  attributes.changeAfterReads(1, [&] { writeList(file_); });
+  expectError(handler.performOperation("makeComplete", {{"path", file_}, {"empty", true}}), EAGAIN);
+  EXPECT_EQ(stateOf(file_), state(true, false));
+}
+
+TEST_F(FilesHandlerLists, AListThatNeverStandsStillIsLeftAlone) {
+  OvertakenXattrs attributes;
+  FilesRequestHandler handler(attributes);
+  mode_t mode = 0600;
+  attributes.changeAfterReads(1000, [&] { ::chmod(file_.c_str(), mode ^= 0040U); });
+  expectError(handler.performOperation("makeComplete", {{"path", file_}}), EAGAIN);
+  EXPECT_EQ(stateOf(file_), state(false, false));
 }
 
 TEST_F(FilesHandlerTest, ListsOfWhatIsNotThereOrCannotBeAskedForAreErrors) {

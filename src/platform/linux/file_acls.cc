@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/file_mode.h"
 #include "platform/linux/posix_acl.h"
 #include "platform/linux/sid_forms.h"
 #include "platform/linux/stored_entries.h"
@@ -123,8 +122,39 @@ int FileAcls::refresh(const OpenObject& object) const {
   return stored.list ? store(object, stored, *stored.list) : 0;
 }
 
-int FileAcls::store(const OpenObject& object, const StoredAcl& stored,
-                    const SplitList& list) const {
+int FileAcls::makeComplete(int number, bool emptied) const {
+  const AccountFiles::Moment moment(options_.accountFiles);
+  OpenObject object;
+  StoredAcl stored;
+  int error = lookAt(number, object);
+  if (error == 0 && object.isLink()) error = EOPNOTSUPP;
+  if (error == 0) error = readStoredAcl(attributes_, options_.attribute, object, stored);
+  if (error != 0) return error;
+  if (stored.isUndecodable()) return EINVAL;
+  SplitList list;
+  if (stored.list && !emptied) list.entries = stored.list->entries;
+  list.complete = true;
+  return store(object, stored, list, true);
+}
+
+int FileAcls::requireUnchanged(const OpenObject& object, const StoredAcl& stored,
+                               const AccessAcl& access) const {
+  OpenObject present;
+  std::optional<std::string> value;
+  AccessAcl presentAccess;
+  int error = lookAt(object.number, present);
+  if (error == 0) error = nt_acl::readValue(attributes_, object.number, options_.attribute, value);
+  if (error == 0) error = readAccessAcl(attributes_, object.number, presentAccess);
+  if (error != 0) return error;
+  const bool isSame = value == stored.value && presentAccess.value == access.value &&
+                      present.status.st_mode == object.status.st_mode &&
+                      present.status.st_uid == object.status.st_uid &&
+                      present.status.st_gid == object.status.st_gid;
+  return isSame ? 0 : EAGAIN;
+}
+
+int FileAcls::store(const OpenObject& object, const StoredAcl& stored, const SplitList& list,
+                    bool unlessChanged) const {
   AccessAcl access;
   if (const int error = readAccessAcl(attributes_, object.number, access); error != 0) return error;
   const mode_t mode = modeWithout(access, object.status.st_mode);
@@ -134,6 +164,9 @@ int FileAcls::store(const OpenObject& object, const StoredAcl& stored,
   if (options_.projection) {
     const int error = projector_.project(object, access, list, changes);
     if (error != 0) return error;
+  }
+  if (unlessChanged) {
+    if (const int error = requireUnchanged(object, stored, access); error != 0) return error;
   }
   return applyChanges(attributes_, object.number, changes);
 }

@@ -11,6 +11,7 @@
 #include "platform/acl_list.h"
 #include "platform/linux/account_cache.h"
 #include "platform/linux/acl_projector.h"
+#include "platform/linux/file_mode.h"
 #include "platform/linux/file_object.h"
 #include "platform/linux/principal_sids.h"
 #include "platform/linux/stored_acl.h"
@@ -49,6 +50,13 @@ class FileAcls {
   // none; ENOSPC, EROFS, EPERM.
   int writeTo(int object, const acl::List& list) const;
 
+  // Makes the list that the object has complete, or gives it a complete one without entries where
+  // it has none; with `emptied` its entries go, too. The others keep the principals that they are
+  // stored with. What is stored is read once more right before it is written: EAGAIN when it is not
+  // what it was, and nothing is changed then. EINVAL for a list that does not decode; otherwise as
+  // writeTo.
+  int makeComplete(int object, bool emptied) const;
+
   // To be called when the object's owner, group or mode was changed: brings the owner and group of
   // its list, the tail and the projection up to date. A complete list gets no tail; an object
   // without a list, or with one that does not decode, is left alone.
@@ -62,7 +70,9 @@ class FileAcls {
 
  private:
   int store(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored,
-            const nt_acl::SplitList& list) const;
+            const nt_acl::SplitList& list, bool unlessChanged = false) const;
+  int requireUnchanged(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored,
+                       const AccessAcl& access) const;
   int clear(const nt_acl::OpenObject& object, const nt_acl::StoredAcl& stored) const;
 
   const FileAclOptions options_;
