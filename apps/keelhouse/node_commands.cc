@@ -68,7 +68,7 @@ ExitStatus showNodes(const Session& session) {
   const std::vector<Node> nodes = askNodes(session);
   session.json ? printJson(session, nodes) : printTable(session, nodes);
   const bool all =
-      std::all_of(nodes.begin(), nodes.end(), [](const Node& node) { return node.isReachable(); });
+      std::all_of(nodes.begin(), nodes.end(), [](const Node& node) { return node.isUsable(); });
   return all ? ExitStatus::done : ExitStatus::failed;
 }
 

@@ -8,7 +8,7 @@
 
 namespace paddock::keelhouse {
 
-// Prints every node with its state and latency. `failed` when one of them is unreachable.
+// Prints every node with its state and latency. `failed` when one of them cannot be used.
 ExitStatus showNodes(const Session& session);
 
 // Lets the daemon try whether the user may change records on the node. The password is read as

@@ -11,12 +11,13 @@ namespace paddock::keelhouse {
 
 struct Node {
   std::string path;
-  std::string state;  // "writable", "readable", "unreachable"
-  std::string error;  // why it is unreachable
+  std::string state;  // "writable", "readable", "unreachable", "refused", "broken"
+  std::string error;  // why it is neither writable nor readable
   std::int64_t milliseconds = 0;
   std::string basis;  // what the state is known by: "configured", "accepted", "refused", or nothing
 
   bool isReachable() const { return state != "unreachable"; }
+  bool isUsable() const { return state == "writable" || state == "readable"; }
 };
 
 // A node that the daemon has had to do without, by its health.

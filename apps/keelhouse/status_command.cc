@@ -83,7 +83,7 @@ struct Directory {
 
   bool isGood() const {
     return error.empty() && std::all_of(nodes.begin(), nodes.end(),
-                                        [](const Node& node) { return node.isReachable(); });
+                                        [](const Node& node) { return node.isUsable(); });
   }
 };
 
@@ -120,9 +120,9 @@ std::string joined(const Array* texts) {
   return line;
 }
 
-// What the searches make of a node that does not answer.
+// What the searches make of a node that cannot be used.
 std::string leftOut(const Dictionary& health, const Node& node) {
-  if (node.isReachable()) return {};
+  if (node.isUsable()) return {};
   for (const UnansweredNode& one : unansweredNodes(health)) {
     if (one.path == node.path) return "; left out of searches since " + one.since;
   }

@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <exception>
 #include <future>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "paddock/sys_logger.h"
@@ -39,15 +41,26 @@ void ask(DirectoryService& directory, Clock& clock, const std::string& path, Dic
   if (const auto basis = opened->getAttributeFirstValue(kWriteBasis)) node.set("basis", *basis);
 }
 
-Dictionary stateOf(DirectoryService& directory, Clock& clock, const std::string& path) {
-  Dictionary node{{"path", path}};
+struct NodeState {
+  Dictionary told;
+  std::optional<NodeTrouble> trouble;  // absent when it answers
+};
+
+NodeState stateOf(DirectoryService& directory, Clock& clock, const std::string& path) {
+  NodeState node{{{"path", path}}, {}};
   const auto start = clock.monotonicNow();
+  const auto setTrouble = [&](NodeTrouble trouble, const char* error) {
+    node.trouble = trouble;
+    node.told.set("state", nodeTroubleName(trouble));
+    node.told.set("error", error);
+    node.told.set("milliseconds", millisecondsSince(start, clock));
+  };
   try {
-    ask(directory, clock, path, node);
+    ask(directory, clock, path, node.told);
+  } catch (const DirectoryError& error) {
+    setTrouble(nodeTroubleOf(error.status()), error.what());
   } catch (const std::exception& error) {
-    node.set("state", "unreachable");
-    node.set("error", error.what());
-    node.set("milliseconds", millisecondsSince(start, clock));
+    setTrouble(NodeTrouble::broken, error.what());
   }
   return node;
 }
@@ -65,11 +78,13 @@ std::vector<std::string> pathsOf(DirectoryService& directory, const Dictionary& 
   return paths;
 }
 
-void markState(const Dictionary& node) {
-  const std::string* path = node.string("path");
-  const std::string* error = node.string("error");
-  if (path == nullptr) return;
-  error != nullptr ? noteUnanswered(*path, *error) : noteAnswered(*path);
+void markState(const NodeState& node) {
+  const std::string& path = *node.told.string("path");
+  if (node.trouble) {
+    noteUnanswered(path, *node.trouble, *node.told.string("error"));
+  } else {
+    noteAnswered(path);
+  }
 }
 
 }  // namespace
@@ -82,21 +97,23 @@ void askAgain(DirectoryService& directory, Clock& clock) {
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request) {
   return replyOf([&]() -> Dictionary {
     const std::vector<std::string> paths = pathsOf(directory, request);
-    Array nodes;
+    std::vector<NodeState> nodes;
     while (nodes.size() < paths.size()) {
-      std::vector<std::future<Dictionary>> asked;
+      std::vector<std::future<NodeState>> asked;
       for (std::size_t at = nodes.size(); at < paths.size() && asked.size() < kAtOnce; ++at)
         asked.push_back(std::async([&, at, request = currentRequestId()] {
           const RequestIdScope scope(request);
           return stateOf(directory, clock, paths[at]);
         }));
-      for (std::future<Dictionary>& node : asked) nodes.emplace_back(node.get());
+      for (std::future<NodeState>& node : asked) nodes.push_back(node.get());
     }
     // A path that a request made up is no node that should answer.
     if (!request.contains("paths")) {
-      for (const Value& node : nodes) markState(*node.dictionary());
+      for (const NodeState& node : nodes) markState(node);
     }
-    return {{"nodes", std::move(nodes)}};
+    Array told;
+    for (NodeState& node : nodes) told.emplace_back(std::move(node.told));
+    return {{"nodes", std::move(told)}};
   });
 }
 

@@ -10,13 +10,13 @@ namespace paddock::nodes {
 // Request. "paths": the paths of the nodes to ask; without it, all of the search path.
 //
 // Reply. "nodes": the nodes in their order, each with its "path"; "state": "writable", "readable",
-// or "unreachable" with what kept it from answering under "error"; "milliseconds": how long opening
+// or with what was wrong under "error" the name of a NodeTrouble; "milliseconds": how long opening
 // it and looking one user up took, or failing to; "basis" of a directory server: whether "state" is
 // what is "configured", or what the last change of a record has shown ("accepted", "refused").
 // Several nodes are asked at once, so that some that do not answer keep the others waiting once.
 // "status" is 0, or an errno when there is no search path to read, which then has its text under
 // "error".
-// Without "paths", a node that does not answer is marked for the daemon's health
+// Without "paths", a node that cannot be used is marked for the daemon's health
 // (paddock/unanswered_nodes.h), and one that does no longer.
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request);
 

@@ -5,6 +5,10 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "paddock/unanswered_nodes.h"
 #include "platform/linux/case_fold.h"
@@ -76,15 +80,20 @@ TEST_F(NodeOperationsTest, ANodeThatCannotBeOpenedIsUnreachableAndSaysWhy) {
   EXPECT_EQ(nodes[2], Value(answering("/LDAP/b", "writable")));
 }
 
-TEST_F(NodeOperationsTest, ANodeThatDoesNotAnswerALookUpOrWhatItIsIsUnreachable) {
+TEST_F(NodeOperationsTest, ANodeThatFailsALookUpOrToSayWhatItIsTellsWhatIsWrong) {
+  const std::vector<std::pair<std::optional<Status>, std::string>> troubles = {
+      {ETIMEDOUT, "unreachable"}, {EACCES, "refused"}, {EIO, "broken"}, {std::nullopt, "broken"}};
   for (const char* failing : {"node.findRecord", "node.getAttribute", "session.findNode"}) {
-    FaultPlan plan(failing == std::string("node.getAttribute") ? 2 : 1);  // 1: the search path
-    plan.countOnly(failing);
-    FaultyDirectory faulty(directory_, plan);
-    const Array nodes = nodesOf(faulty);
-    ASSERT_EQ(nodes.size(), 1U) << failing;
-    EXPECT_EQ(*nodes[0].dictionary()->string("state"), "unreachable") << failing;
-    EXPECT_TRUE(nodes[0].dictionary()->contains("error")) << failing;
+    for (const auto& [error, state] : troubles) {
+      FaultPlan plan(failing == std::string("node.getAttribute") ? 2 : 1);  // 1: the search path
+      plan.countOnly(failing);
+      if (error) plan.setError(*error);
+      FaultyDirectory faulty(directory_, plan);
+      const Array nodes = nodesOf(faulty);
+      ASSERT_EQ(nodes.size(), 1U) << failing;
+      EXPECT_EQ(*nodes[0].dictionary()->string("state"), state) << failing;
+      EXPECT_TRUE(nodes[0].dictionary()->contains("error")) << failing;
+    }
   }
 }
 
@@ -124,7 +133,9 @@ TEST_F(NodeOperationsTest, OnlyTheNodesThatAreNamedAreAsked) {
   ASSERT_EQ(nodes->size(), 2U);
   EXPECT_EQ(nodes->front(), Value(answering("/LDAP/a", "writable")));
   EXPECT_EQ(*nodes->back().dictionary()->string("path"), "/LDAP/none");
-  EXPECT_EQ(*nodes->back().dictionary()->string("state"), "unreachable");
+  EXPECT_EQ(*nodes->back().dictionary()->string("state"), "broken");
+  EXPECT_EQ(*nodes->back().dictionary()->string("error"),
+            "there is no directory node \"/LDAP/none\"");
   EXPECT_EQ(list(directory_, {{"paths", Array{}}}),
             (Dictionary{{"nodes", Array{}}, {"status", 0}}));
 }
@@ -162,8 +173,11 @@ TEST_F(NodeOperationsTest, ANodeThatDoesNotAnswerIsMarkedUntilItDoes) {
   nodesOf(directory_);
   ASSERT_EQ(unansweredNodes().size(), 1U);
   EXPECT_EQ(unansweredNodes()[0].path, "/LDAP/a");
+  EXPECT_EQ(unansweredNodes()[0].trouble, NodeTrouble::unreachable);
+  directory_.failOpening("/LDAP/a", EACCES);
   nodes::askAgain(directory_, clock_);
-  EXPECT_EQ(unansweredNodes().size(), 1U);
+  ASSERT_EQ(unansweredNodes().size(), 1U);
+  EXPECT_EQ(unansweredNodes()[0].trouble, NodeTrouble::refused);
   directory_.failOpening("/LDAP/a", 0);
   nodes::askAgain(directory_, clock_);
   EXPECT_TRUE(unansweredNodes().empty());

@@ -54,7 +54,7 @@ Array describeUnansweredNodes() {
   Array nodes;
   for (const UnansweredNode& node : unansweredNodes()) {
     nodes.emplace_back(Dictionary{{"path", node.path},
-                                  {"state", "unreachable"},
+                                  {"state", nodeTroubleName(node.trouble)},
                                   {"error", node.error},
                                   {"since", timeText(node.since)}});
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <deque>
 #include <map>
@@ -18,6 +19,7 @@ constexpr int kInformation = 6;
 constexpr std::size_t kRequests = 256;
 
 struct Mark {
+  NodeTrouble trouble = NodeTrouble::unreachable;
   std::string error;
   std::chrono::system_clock::time_point since;
   std::deque<std::string> logged;  // ids of requests; empty outside of one
@@ -36,21 +38,69 @@ bool takeTurn(Mark& mark, const std::string& request) {
   return true;
 }
 
+const char* sentenceFor(NodeTrouble trouble) {
+  switch (trouble) {
+    case NodeTrouble::refused:
+      return " refuses to answer";
+    case NodeTrouble::broken:
+      return " cannot be read";
+    case NodeTrouble::unreachable:
+      break;
+  }
+  return " does not answer";
+}
+
 }  // namespace
 
-void noteUnanswered(const std::string& path, const std::string& error) {
+NodeTrouble nodeTroubleOf(std::optional<Status> error) {
+  switch (error.value_or(EIO)) {
+    case EAGAIN:
+    case EBUSY:
+    case ECONNABORTED:
+    case ECONNREFUSED:
+    case ECONNRESET:
+    case EHOSTDOWN:
+    case EHOSTUNREACH:
+    case ENETDOWN:
+    case ENETUNREACH:
+    case ENOTCONN:
+    case EPIPE:
+    case ETIMEDOUT:
+      return NodeTrouble::unreachable;
+    case EACCES:
+    case EPERM:
+      return NodeTrouble::refused;
+    default:
+      return NodeTrouble::broken;
+  }
+}
+
+const char* nodeTroubleName(NodeTrouble trouble) {
+  switch (trouble) {
+    case NodeTrouble::refused:
+      return "refused";
+    case NodeTrouble::broken:
+      return "broken";
+    case NodeTrouble::unreachable:
+      break;
+  }
+  return "unreachable";
+}
+
+void noteUnanswered(const std::string& path, NodeTrouble trouble, const std::string& error) {
   bool isTurn = false;
   {
     const std::lock_guard lock(gMutex);
     const auto [found, isNew] = gMarks.try_emplace(path);
     if (isNew) found->second.since = std::chrono::system_clock::now();
+    found->second.trouble = trouble;
     found->second.error = error;
     gAny = true;
     isTurn = takeTurn(found->second, currentRequestId());
   }
   if (isTurn)
     logMessage(kWarning,
-               "the directory node " + path + " does not answer and is left out: " + error);
+               "the directory node " + path + sentenceFor(trouble) + " and is left out: " + error);
 }
 
 void noteAnswered(const std::string& path) {
@@ -67,7 +117,8 @@ std::vector<UnansweredNode> unansweredNodes() {
   const std::lock_guard lock(gMutex);
   std::vector<UnansweredNode> nodes;
   nodes.reserve(gMarks.size());
-  for (const auto& [path, mark] : gMarks) nodes.push_back({path, mark.error, mark.since});
+  for (const auto& [path, mark] : gMarks)
+    nodes.push_back({path, mark.trouble, mark.error, mark.since});
   return nodes;
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,11 @@
 namespace paddock {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class UnansweredNodes : public ::testing::Test {
  protected:
@@ -33,29 +37,45 @@ TEST_F(UnansweredNodes, areMarkedUntilTheyAnswer) {
   EXPECT_THAT(unansweredNodes(), IsEmpty());
   noteAnswered("/LDAP/a");
   EXPECT_THAT(lines_, IsEmpty());
-  noteUnanswered("/LDAP/b", "refused");
-  noteUnanswered("/LDAP/a", "late");
-  noteUnanswered("/LDAP/a", "gone");
+  noteUnanswered("/LDAP/b", NodeTrouble::unreachable, "gone");
+  noteUnanswered("/LDAP/a", NodeTrouble::refused, "no rights");
+  noteUnanswered("/LDAP/a", NodeTrouble::broken, "damaged");
   const auto nodes = unansweredNodes();
   ASSERT_EQ(nodes.size(), 2U);
-  EXPECT_EQ(nodes[0].path + nodes[0].error, "/LDAP/agone");
-  EXPECT_EQ(nodes[1].path + nodes[1].error, "/LDAP/brefused");
+  EXPECT_EQ(nodes[0].path + nodes[0].error, "/LDAP/adamaged");
+  EXPECT_EQ(nodes[0].trouble, NodeTrouble::broken);
+  EXPECT_EQ(nodes[1].path + nodes[1].error, "/LDAP/bgone");
+  EXPECT_EQ(nodes[1].trouble, NodeTrouble::unreachable);
   noteAnswered("/LDAP/b");
   noteAnswered("/LDAP/b");
   ASSERT_EQ(unansweredNodes().size(), 1U);
-  EXPECT_THAT(lines_,
-              ElementsAre("4 the directory node /LDAP/b does not answer and is left out: refused",
-                          "4 the directory node /LDAP/a does not answer and is left out: late",
-                          "6 the directory node /LDAP/b answers again"));
+  EXPECT_THAT(
+      lines_,
+      ElementsAre("4 the directory node /LDAP/b does not answer and is left out: gone",
+                  "4 the directory node /LDAP/a refuses to answer and is left out: no rights",
+                  "6 the directory node /LDAP/b answers again"));
 }
 
 TEST_F(UnansweredNodes, haveOneLineForEachRequest) {
   for (const char* request : {"r1", "r2", "r1"}) {
     const RequestIdScope scope(request);
-    noteUnanswered("/LDAP/a", "gone");
-    noteUnanswered("/LDAP/a", "gone");
+    noteUnanswered("/LDAP/a", NodeTrouble::broken, "damaged");
+    noteUnanswered("/LDAP/a", NodeTrouble::broken, "damaged");
   }
-  EXPECT_EQ(lines_.size(), 2U);
+  EXPECT_THAT(lines_, SizeIs(2));
+  EXPECT_THAT(
+      lines_,
+      Each(HasSubstr("the directory node /LDAP/a cannot be read and is left out: damaged")));
+}
+
+TEST(NodeTroubles, areToldByTheNumberOfTheError) {
+  for (const int error : {ECONNREFUSED, ECONNRESET, ETIMEDOUT, EHOSTUNREACH, EBUSY})
+    EXPECT_EQ(nodeTroubleOf(error), NodeTrouble::unreachable) << error;
+  for (const int error : {EACCES, EPERM})
+    EXPECT_EQ(nodeTroubleOf(error), NodeTrouble::refused) << error;
+  for (const int error : {EIO, EPROTO, ENOENT, EKEYREJECTED, EOVERFLOW, 0})
+    EXPECT_EQ(nodeTroubleOf(error), NodeTrouble::broken) << error;
+  EXPECT_EQ(nodeTroubleOf(std::nullopt), NodeTrouble::broken);
 }
 
 }  // namespace

@@ -37,10 +37,11 @@ std::shared_ptr<DirectoryNode> openNode(const std::shared_ptr<const NodeList>& n
                                         const std::shared_ptr<NodeObserver>& observer = nullptr);
 
 // The node "/Search": read-only, answers what its nodes answer, in the order of the list. A node
-// that raises an error is left out, so that a server that is down takes nobody else's records away;
-// when every node did, the first one's error is raised. The observer is told of both; null: nobody
-// is. A user is authenticated by the first node that has a record of the name, and not at all when
-// one before it cannot tell: it might be another one's password.
+// that raises an error is left out, whatever the error is, so that a server that is down, refuses
+// us or is broken takes nobody else's records away; when every node did, the first one's error is
+// raised. The observer is told of both, and of the error; null: nobody is. A user is authenticated
+// by the first node that has a record of the name, and not at all when one before it cannot tell:
+// it might be another one's password.
 std::shared_ptr<DirectoryNode> makeSearchNode(std::shared_ptr<const NodeList> nodes,
                                               std::shared_ptr<NodeObserver> observer = nullptr);
 

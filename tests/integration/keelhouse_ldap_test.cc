@@ -20,6 +20,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -330,6 +331,31 @@ TEST_F(KeelhouseLdap, AServerThatIsStoppedIsMarkedAndToldOncePerRequest) {
   slapd_->start();
   EXPECT_TRUE(eventually([&] { return markedNodes() == "[]"; }));
   EXPECT_THAT(daemon_->log(), HasSubstr("the directory node /LDAP/site answers again"));
+}
+
+TEST_F(KeelhouseLdap, AServerThatRefusesIsSaidToRefuse) {
+  const std::string path = makeFolder("projects");
+  slapd_->refuseEverybody();
+  const Response found = daemon_->post("/v1/paddock_directory/listRecords",
+                                       R"({"node":"/Search","type":"dsRecTypeStandard:Users"})");
+  EXPECT_EQ(found.dictionary().integer("status"), 0);
+  EXPECT_FALSE(found.dictionary().array("records")->empty()) << "the host's users";
+  const std::string log =
+      daemon_->get("/v1/requests/" + found.header("x-request-id") + "/log").body;
+  EXPECT_THAT(log, HasSubstr("the directory node /LDAP/site refuses to answer and is left out: "));
+  EXPECT_THAT(log, HasSubstr("Insufficient access"));
+  EXPECT_THAT(daemon_->get("/v1/health").body, HasSubstr(R"("state":"refused")"));
+  const auto status = keelhouse({"status"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_THAT(status.output, ContainsRegex("node /LDAP/site +refused, [0-9]+ ms: .*Insufficient "
+                                           "access.*; left out of searches since "));
+  const auto listed = keelhouse({"nodes"});
+  EXPECT_EQ(listed.status, 1);
+  EXPECT_THAT(listed.output, HasSubstr("/LDAP/site  refused   "));
+  EXPECT_THAT(daemon_->log(), Not(HasSubstr("does not answer")));
+  // A folder is nobody's to take away.
+  done({"share", "add", path});
+  EXPECT_THAT(done({"privs", "show", path}), HasSubstr("mode: "));
 }
 
 TEST_F(KeelhouseLdap, AServerThatIsGoneIsSaidAndTheLocalNodeGoesOn) {

@@ -10,6 +10,7 @@
 namespace paddock::testing {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -51,15 +52,26 @@ TEST_F(KeelhouseNodes, AreListedWithTheirStates) {
             "{\"dsNodeArray\":[\"/Local\"]}\n");
 }
 
-TEST_F(KeelhouseNodes, ADamagedDatabaseIsAnUnreachableNodeThatSaysWhy) {
+TEST_F(KeelhouseNodes, ADamagedDatabaseIsABrokenNodeThatSaysWhy) {
   done({"record", "list", "users"});
   tree_.write("/var/lib/paddock/directory.sqlite", std::string(8192, 'x'));
   const auto listed = keelhouse({"nodes"});
   EXPECT_EQ(listed.status, 1);
-  EXPECT_THAT(listed.output, HasSubstr("/Local   unreachable  "));
+  EXPECT_THAT(listed.output, HasSubstr("/Local   broken    "));
   EXPECT_THAT(listed.output, HasSubstr("directory.sqlite"));
-  EXPECT_THAT(listed.output, HasSubstr("/System  readable     "));
-  EXPECT_EQ(keelhouse({"status"}).status, 1);
+  EXPECT_THAT(listed.output, HasSubstr("/System  readable  "));
+  const auto status = keelhouse({"status"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_THAT(status.output, ContainsRegex("node /Local +broken, [0-9]+ ms: .*directory.sqlite"));
+  // The host's users are there all the same.
+  const Response found = daemon_->post("/v1/paddock_directory/listRecords",
+                                       R"({"node":"/Search","type":"dsRecTypeStandard:Users"})");
+  EXPECT_EQ(found.dictionary().integer("status"), 0);
+  EXPECT_THAT(wire::writeJson(*found.dictionary().find("records")), HasSubstr("\"root\""));
+  EXPECT_THAT(daemon_->get("/v1/requests/" + found.header("x-request-id") + "/log").body,
+              HasSubstr("the directory node /Local cannot be read and is left out: "));
+  EXPECT_THAT(daemon_->get("/v1/health").body, HasSubstr(R"("state":"broken")"));
+  EXPECT_THAT(daemon_->log(), Not(HasSubstr("does not answer")));
 }
 
 TEST_F(KeelhouseNodes, AuthTellsWhoMayWrite) {

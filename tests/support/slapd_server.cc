@@ -115,10 +115,18 @@ void SlapdServer::configure() {
           "\nindex objectClass,uid,cn,uidNumber,gidNumber,memberUid,member,entryUUID eq\n";
   if (options_.schema) text += "index paddockType,paddockMatch eq\n";
   text += options_.database;
+  if (refusing_) text += "\naccess to * by * disclose\n";
   text +=
       "\naccess to attrs=userPassword by anonymous auth by * none\n"
       "access to * by set=\"user/employeeType & [writer]\" write by * read\n";
   writeWholeFile(folder_.path("slapd.conf"), text);
+}
+
+void SlapdServer::refuseEverybody() {
+  stop();
+  refusing_ = true;
+  configure();
+  start();
 }
 
 void SlapdServer::start() {

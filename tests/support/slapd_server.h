@@ -63,6 +63,8 @@ class SlapdServer {
   // Stops its work without ending it, and goes on.
   void freeze();
   void thaw();
+  // Starts it anew with rules by which nobody may search or read anything.
+  void refuseEverybody();
 
   // Adds entries, in LDIF, as the root of the database. Throws what ldapadd says.
   void add(const std::string& ldif);
@@ -89,6 +91,7 @@ class SlapdServer {
   TestFolder folder_;
   int port_ = 0;
   pid_t pid_ = -1;
+  bool refusing_ = false;
 };
 
 // A port of the loopback that nobody listens on just now.

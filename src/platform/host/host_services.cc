@@ -52,7 +52,7 @@ Dictionary HostPluginCommands::doCommand(const std::string& bundle, const Dictio
 void HostLogger::log(int priority, std::string_view text) { logMessage(priority, text); }
 
 void HostNodeObserver::leftOut(const std::string& path, const DirectoryError& error) {
-  noteUnanswered(path, error.what());
+  noteUnanswered(path, nodeTroubleOf(error.status()), error.what());
 }
 
 void HostNodeObserver::answered(const std::string& path) { noteAnswered(path); }

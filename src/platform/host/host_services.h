@@ -1,5 +1,5 @@
 // The platform services that the host library itself gives: programs, plug-in commands, the log,
-// and the marks of directory nodes that do not answer.
+// and the marks of directory nodes that cannot be used.
 #pragma once
 
 #include "platform/logger.h"
