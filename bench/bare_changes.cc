@@ -26,8 +26,12 @@ constexpr std::array<const char*, 2> kOfFiles = {"security.NTACL", "system.posix
 constexpr const char* kOfFolders = "system.posix_acl_default";
 constexpr std::size_t kRoom = 4096;
 
+[[noreturn]] void fail(const char* what) {
+  throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+}
+
 void check(bool worked, const char* what) {
-  if (!worked) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+  if (!worked) fail(what);
 }
 
 struct Model {
@@ -80,7 +84,7 @@ void undo(int object, bool isFolder) {
 template <typename Each>
 long walk(int folder, const Each& each) {
   DIR* stream = ::fdopendir(folder);
-  check(stream != nullptr, "fdopendir");
+  if (stream == nullptr) fail("fdopendir");
   long count = 0;
   while (const dirent* entry = ::readdir(stream)) {
     const std::string_view name(entry->d_name);
