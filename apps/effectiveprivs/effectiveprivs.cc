@@ -14,7 +14,8 @@ namespace paddock::effectiveprivs {
 
 namespace {
 
-// Unsure: an entry for somebody unknown leaves something in doubt.
+// Unsure: an entry for somebody unknown, or a directory node that cannot be asked, leaves something
+// in doubt.
 enum ExitStatus { done = 0, failed = 1, usage = 2, unsure = 4 };
 
 struct Output {
@@ -34,15 +35,19 @@ ListKind kindOf(const ObjectPrivileges& privileges, const PinnedObject& object,
 
 Output answerOfEverybody(const Options& options, Installation& installation) {
   const PinnedObject object(options.path);
-  ObjectPrivileges privileges = installation.objects().read(object);
-  AccountListing listing = installation.list();
-  installation.markStrangers(privileges, [&](const Subject& subject) {
-    return listing.userWithGuid(subject.guid) || listing.groupWithGuid(subject.guid);
-  });
   const Doors doors(object, installation);
-  const Who who = whoMay(privileges, doors.questions(kindOf(privileges, object, installation)),
-                         listing, installation.accounts());
-  const ExitStatus status = who.isDoubted() ? unsure : done;
+  ObjectPrivileges privileges;
+  Who who = installation.ask("cannot list the accounts", [&] {
+    privileges = installation.objects().read(object);
+    AccountListing listing = installation.list();
+    installation.markStrangers(privileges, [&](const Subject& subject) {
+      return listing.userWithGuid(subject.guid) || listing.groupWithGuid(subject.guid);
+    });
+    return whoMay(privileges, doors.questions(kindOf(privileges, object, installation)), listing,
+                  installation.accounts());
+  });
+  who.leftOut = installation.leftOut();
+  const ExitStatus status = who.isDoubted() || !who.leftOut.empty() ? unsure : done;
   if (options.json) return {whoJson(options.path, who) + "\n", status};
   return {whoText(objectText(describe(installation.accounts(), options.path, privileges)), who),
           status};
@@ -60,7 +65,8 @@ Output explained(const Options& options, Installation& installation, Place& plac
                       kindOf(found.privileges, place.object(), installation));
   if (const FolderAbove* folder = doors.facts().folderThatStops(person))
     explanation.barrier = folder->path;
-  const ExitStatus status = explanation.isDoubted() ? unsure : done;
+  explanation.leftOut = installation.leftOut();
+  const ExitStatus status = explanation.isDoubted() || !explanation.leftOut.empty() ? unsure : done;
   if (options.json) return {explanationJson(explanation) + "\n", status};
   return {options.answer ? answerText(explanation) : explanationText(explanation), status};
 }
@@ -70,7 +76,8 @@ Output answer(const Options& options, const std::string& root) {
   if (options.who) return answerOfEverybody(options, installation);
   Place place(options.path, installation);
   const Identity user = installation.identify(options.uid);
-  const Answer found = answerFor(place, installation, user);
+  const Answer found = installation.ask("cannot find out whom the entries name",
+                                        [&] { return answerFor(place, installation, user); });
   if (options.explain || options.answer)
     return explained(options, installation, place, user, found);
   // The module reads a number, and nothing else.

@@ -70,11 +70,14 @@ class Judge {
     for (std::size_t at = 0; at < list.rules.size() && undecided_ != 0; ++at) {
       const Rule& rule = list.rules[at];
       if (rule.onlyInherit || (rule.permissions & undecided_) == 0) continue;
-      if (rule.subject.kind == Subject::Kind::unknown) doubt(rule, at);
-      if (const auto match = user_.match(rule.subject, isOwner))
+      if (const auto match = user_.match(rule.subject, isOwner)) {
         decide(
             rule.permissions,
             {.granted = rule.allow, .reason = Reason::entry, .entry = at, .group = match->group});
+      } else if (rule.subject.kind == Subject::Kind::unknown ||
+                 (!object_.unaskedNodes.empty() && user_.mayMatch(rule.subject))) {
+        doubt(rule, at);
+      }
     }
   }
 

@@ -13,8 +13,9 @@
 //                       remove what is in it; in a sticky one only for the owner of either.
 // Changing the owner comes from no mode. When the list is complete, nothing comes from the mode.
 //
-// An entry for somebody whom nobody here knows may be for the user or not. A permission is granted
-// when it is either way; it is in doubt when such an entry would change what decides it.
+// An entry for somebody whom nobody here knows may be for the user or not, and so may one for a
+// group while a directory node that may put the user into it cannot be asked. A permission is
+// granted when it is either way; it is in doubt when such an entry would change what decides it.
 #pragma once
 
 #include <array>
@@ -37,6 +38,8 @@ struct ObjectPrivileges {
   bool isFolder = false;
   bool isSticky = false;
   std::optional<RuleList> list;  // absent: the mode alone
+  // Paths of the directory nodes that cannot be asked whom groups hold; empty when all can.
+  std::string unaskedNodes{};
 };
 
 // What decided.
@@ -63,8 +66,8 @@ struct Verdict {
   std::optional<ModeClass> modeClass{};
   // The group of the membership that the entry names, or that owns the object.
   std::optional<std::size_t> group{};
-  // Not granted for certain, and not refused either. `doubt` is the entry of the list that is for
-  // somebody unknown; absent when it is one of the folder around.
+  // Not granted for certain, and not refused either. `doubt` is the entry of the list that may
+  // be for the user; absent when it is one of the folder around.
   bool isDoubted = false;
   std::optional<std::size_t> doubt{};
 };

@@ -325,6 +325,25 @@ TEST(Stranger, WhoIsAllowedLeavesARefusalInDoubt) {
   EXPECT_EQ(verdictOn(2, verdicts).doubt, 0U);
 }
 
+// Of a node that cannot be asked, a user may be in any group.
+TEST(UnaskedNode, LeavesWhatGroupsDecideInDoubtAndNothingElse) {
+  auto file = listed(fileWith(0), {allow(userSubject(kBert), 8), deny(groupSubject(kCrew), 2 | 8),
+                                   allow(userSubject(kAnna), 2 | 4)});
+  EXPECT_EQ(doubted(verdictsOf(file, anna())), 0U);
+  file.unaskedNodes = "/LDAP/a";
+  const Verdicts verdicts = verdictsOf(file, anna());
+  EXPECT_EQ(granted(verdicts), 4 | kEverybodys);
+  EXPECT_EQ(doubted(verdicts), 2U);
+  EXPECT_EQ(verdictOn(2, verdicts).doubt, 1U);
+}
+
+TEST(UnaskedNode, PutsNobodyWithoutAnAccountIntoGroups) {
+  auto file = listed(fileWith(0), {allow(groupSubject(kCrew), 2)});
+  file.unaskedNodes = "/LDAP/a";
+  EXPECT_EQ(doubted(verdictsOf(file, unknown(Identity::kNoUid))), 0U);
+  EXPECT_EQ(doubted(verdictsOf(file, unknown(4711))), 2U);
+}
+
 TEST(Stranger, InACompleteListIsWeighedAgainstNothing) {
   const auto file = listed(fileWith(0777), {allow(subjectOf(kStranger), 2)}, true);
   EXPECT_EQ(granted(verdictsOf(file, anna())), 0U);

@@ -84,10 +84,15 @@ class Explainer {
   // What makes it uncertain, before what would decide it otherwise.
   std::string doubtOf(const Verdict& verdict) const {
     if (!verdict.isDoubted) return {};
-    if (!verdict.doubt) return "an entry of the folder around is for somebody unknown; ";
+    if (!verdict.doubt) return "an entry of the folder around may be for the user or not; ";
     const Rule& rule = object_.list->rules[*verdict.doubt];
+    const std::string why = rule.subject.kind == Subject::Kind::unknown
+                                ? "nobody here knows who that is"
+                                : object_.unaskedNodes +
+                                      ", which may count the user as one, cannot be "
+                                      "asked";
     return "entry " + std::to_string(*verdict.doubt + 1) + (rule.allow ? " allows " : " denies ") +
-           subjectName(accounts_, rule.subject) + ", and nobody here knows who that is; else ";
+           subjectName(accounts_, rule.subject) + ", and " + why + "; else ";
   }
 
   // A verdict that is in doubt was granted unless what doubts it allows.

@@ -57,16 +57,17 @@ struct Explanation {
   std::string barrier;          // PathFacts::folderThatStops, its path; empty: none
   std::string kernelBitsApart;  // what KernelBits::isApart is about, "rwx"; empty: nothing
   PathAnswer answer;
+  std::vector<LeftOutNode> leftOut;  // what only they know is missing
 
-  // Whether an entry for somebody unknown leaves anything in doubt.
+  // Whether an entry that may be for the user or not leaves anything in doubt.
   bool isDoubted() const;
 };
 
 ObjectDescription describe(Accounts& accounts, const std::string& path,
                            const ObjectPrivileges& object);
 
-// `kernel` is absent of root's question. The path's `answer` and `barrier` are for the caller to
-// set.
+// `kernel` is absent of root's question. The path's `answer`, `barrier` and `leftOut` are for the
+// caller to set.
 Explanation explain(Accounts& accounts, const std::string& path, const Identity& user,
                     const Answer& answer, const std::optional<KernelAnswer>& kernel);
 // Of those the one that is granted, else one that is in doubt, else the first.

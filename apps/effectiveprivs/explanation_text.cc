@@ -26,9 +26,12 @@ std::string listText(const ObjectDescription& object) {
 }
 
 std::string headText(const Explanation& explanation) {
-  const std::string who = explanation.user.empty()
-                              ? "uid " + std::to_string(explanation.uid) + ", which nobody has,"
-                              : explanation.user + " (uid " + std::to_string(explanation.uid) + ")";
+  const std::string who =
+      explanation.user.empty()
+          ? "uid " + std::to_string(explanation.uid) +
+                (explanation.leftOut.empty() ? ", which nobody has,"
+                                             : ", whom no node that answers knows,")
+          : explanation.user + " (uid " + std::to_string(explanation.uid) + ")";
   return printable(who + " on ") + objectText(explanation.object);
 }
 
@@ -87,7 +90,8 @@ std::string objectText(const ObjectDescription& object) {
 }
 
 std::string answerText(const Explanation& explanation) {
-  return answerLine(explanation.answer, userOf(explanation)) + "\n" + doorsText(explanation.answer);
+  return answerLine(explanation.answer, userOf(explanation)) + "\n" +
+         doorsText(explanation.answer) + leftOutText(explanation.leftOut);
 }
 
 std::string explanationText(const Explanation& explanation) {
@@ -119,6 +123,7 @@ std::string explanationJson(const Explanation& explanation) {
   value.set("kernelDisagrees", arrayOf(explanation.kernelDisagrees, disagreementValue));
   if (!explanation.barrier.empty()) value.set("barrier", explanation.barrier);
   if (!explanation.kernelBitsApart.empty()) value.set("kernelApart", explanation.kernelBitsApart);
+  if (!explanation.leftOut.empty()) value.set("nodesLeftOut", leftOutValue(explanation.leftOut));
   return wire::writeJson(value);
 }
 

@@ -54,6 +54,13 @@ std::optional<Match> Identity::match(const Subject& subject, bool isOwner) const
   return std::nullopt;
 }
 
+bool Identity::mayMatch(const Subject& subject) const {
+  using Kind = Subject::Kind;
+  if (uid_ == kNoUid && !isKnown()) return false;
+  return subject.kind == Kind::group || (subject.kind == Kind::guid && !subject.isUsers) ||
+         (subject.kind == Kind::authenticated && !isKnown());
+}
+
 std::optional<Match> Identity::matchGuid(const Guid& guid) const {
   const auto found = byGuid_.find(guid);
   return found != byGuid_.end() ? std::optional(found->second) : std::nullopt;

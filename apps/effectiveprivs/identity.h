@@ -43,6 +43,9 @@ class Identity {
   std::optional<std::size_t> groupWithGid(std::uint32_t gid) const;
   // Whether an entry of an object is for the user. `isOwner`: whether the user owns the object.
   std::optional<Match> match(const Subject& subject, bool isOwner) const;
+  // Whether one that does not match might, by what a node says that could not be asked. Whoever has
+  // no account anywhere is in no group.
+  bool mayMatch(const Subject& subject) const;
 
  private:
   std::optional<Match> matchGuid(const Guid& guid) const;

@@ -6,6 +6,7 @@
 #include "configuration/configuration.h"
 #include "effectiveprivs/failure.h"
 #include "platform/directory_schema.h"
+#include "platform/linux/account_answers.h"
 #include "platform/linux/configured_options.h"
 
 namespace paddock::effectiveprivs {
@@ -24,52 +25,48 @@ Installation::Installation(const Dictionary& configuration, const std::string& r
       objects_(configuredPrivileges(configuration, root).attribute, sids_, *samba_) {}
 
 // A GUID that is made of an id is that id's, and known.
-bool Installation::hasRecord(const Guid& guid) {
-  if (computedPrincipal(guid)) return true;
-  const auto [place, isNew] = records_.try_emplace(guid, false);
-  if (isNew)
-    place->second =
-        !directory_.openLocal()
-             ->searchNode()
-             ->findRecordsOfTypes({schema::kUsers, schema::kGroups}, schema::kGeneratedUID,
-                                  guidText(guid), MatchType::caseInsensitiveExact)
-             .empty();
+Installation::Named Installation::namedBy(const Guid& guid) {
+  if (const auto principal = computedPrincipal(guid))
+    return principal->type == PrincipalType::user ? Named::user : Named::other;
+  const auto [place, isNew] = records_.try_emplace(guid, Named::nobody);
+  if (!isNew) return place->second;
+  const Array records = nodes_.openLocal()->searchNode()->findRecordsOfTypes(
+      {schema::kUsers, schema::kGroups}, schema::kGeneratedUID, guidText(guid),
+      MatchType::caseInsensitiveExact);
+  for (const Value& record : records) {
+    const std::string* type = firstValue(record, schema::kRecordType);
+    if (place->second != Named::other)
+      place->second = type != nullptr && *type == schema::kUsers ? Named::user : Named::other;
+  }
   return place->second;
 }
 
 void Installation::markStrangers(ObjectPrivileges& object,
                                  const std::function<bool(const Subject& subject)>& isKnown) {
   if (!object.list) return;
-  try {
-    for (Rule& rule : object.list->rules) {
-      const bool matters = rule.subject.kind == Subject::Kind::guid && rule.permissions != 0;
-      if (matters && !isKnown(rule.subject) && !hasRecord(rule.subject.guid))
-        rule.subject.kind = Subject::Kind::unknown;
-    }
-  } catch (const DirectoryError& error) {
-    throw Failure(std::string("cannot find out whom the entries name: ") + error.what());
+  for (Rule& rule : object.list->rules) {
+    if (rule.subject.kind != Subject::Kind::guid || rule.permissions == 0) continue;
+    const bool known = isKnown(rule.subject);
+    if (known && leftOut().empty()) continue;
+    const Named named = namedBy(rule.subject.guid);
+    rule.subject.isUsers = named == Named::user;
+    if (!known && named == Named::nobody) rule.subject.kind = Subject::Kind::unknown;
   }
+  object.unaskedNodes = nodes_.leftOutPaths();
 }
 
 Identity Installation::identify(std::uint32_t uid) {
   UserMembership membership;
   // Root may do everything whoever else is asked about.
   if (uid == 0) return {uid, std::move(membership), {}};
-  if (groups_.membershipOf(uid, membership) != 0)
-    throw Failure("cannot find out the groups of user " + std::to_string(uid) + ": " +
-                  membership.error);
+  ask("cannot find out the groups of user " + std::to_string(uid), [&] {
+    if (const int error = groups_.membershipOf(uid, membership); error != 0)
+      throw DirectoryError(error, membership.error);
+  });
   std::vector<std::uint32_t> hostGids;
   if (const int error = knownHostGroups_.groupsOf(uid, hostGids); error != 0)
     throw failureOf("find out the host's groups of", "user " + std::to_string(uid), error);
   return {uid, std::move(membership), std::move(hostGids)};
-}
-
-AccountListing Installation::list() {
-  try {
-    return AccountListing(directory_);
-  } catch (const DirectoryError& error) {
-    throw Failure(std::string("cannot list the accounts: ") + error.what());
-  }
 }
 
 }  // namespace paddock::effectiveprivs

@@ -5,9 +5,12 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/value.h"
 #include "effectiveprivs/account_listing.h"
+#include "effectiveprivs/answering_nodes.h"
 #include "effectiveprivs/identity.h"
 #include "effectiveprivs/object_reader.h"
 #include "platform/linux/account_cache.h"
@@ -29,26 +32,37 @@ class Installation {
   // configuration that cannot be used.
   explicit Installation(const std::string& root);
 
-  // Throws Failure when a node cannot say who the user is; what is not known is never guessed.
+  // By the nodes that answer. Throws Failure when the host cannot say who the user is; what is not
+  // known is never guessed.
   Identity identify(std::uint32_t uid);
+  // The nodes that could not answer so far.
+  const std::vector<LeftOutNode>& leftOut() const { return nodes_.leftOut(); }
   const ObjectReader& objects() const { return objects_; }
   // Makes the entries that name nobody who is known here ones for somebody unknown. An entry that
-  // `isKnown` holds for is left as it is. Throws Failure when a node cannot answer.
+  // `isKnown` holds for is left as it is. Where nodes were left out, marks whom they might know,
+  // too. Throws DirectoryError when no node answers.
   void markStrangers(ObjectPrivileges& object,
                      const std::function<bool(const Subject& subject)>& isKnown);
   SambaAccountReader& samba() { return *samba_; }
   const std::string& root() const { return root_; }
   // Names by id are kept.
   Accounts& accounts() { return knownAccounts_; }
-  // Throws Failure when a node cannot say whom it has.
-  AccountListing list();
+  // Throws DirectoryError when a node cannot say whom it has.
+  AccountListing list() { return AccountListing(nodes_); }
+  // Calls ask(), again without it when a node cannot answer. Throws Failure, beginning with `what`.
+  template <typename Ask>
+  auto ask(const std::string& what, Ask&& ask) -> decltype(ask()) {
+    return nodes_.ask(what, std::forward<Ask>(ask));
+  }
 
  private:
   explicit Installation(const Dictionary& configuration, const std::string& root);
-  bool hasRecord(const Guid& guid);
+  enum class Named { nobody, user, other };
+  Named namedBy(const Guid& guid);
 
   const std::string root_;
   LinuxDirectoryService directory_;
+  AnsweringNodes nodes_{directory_};
   LinuxAccounts accounts_{directory_};
   LinuxClock clock_;
   const AccountFiles files_;
@@ -58,9 +72,9 @@ class Installation {
   PrincipalSids sids_;
   NssUserGroups hostGroups_;
   CachedUserGroups knownHostGroups_{hostGroups_, files_};
-  DirectoryGroupMembership groups_{directory_, knownHostGroups_};
+  DirectoryGroupMembership groups_{nodes_, knownHostGroups_};
   ObjectReader objects_;
-  std::map<Guid, bool> records_;
+  std::map<Guid, Named> records_;
 };
 
 }  // namespace paddock::effectiveprivs

@@ -9,8 +9,11 @@
 namespace paddock::effectiveprivs {
 namespace {
 
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 class Program : public InstalledProgram {
@@ -311,17 +314,46 @@ TEST_F(Program, ADamagedListOfTheFolderAroundIsAnErrorWhereItMatters) {
   EXPECT_EQ(answer(file, kAnna), std::to_string(128 + 2048) + "\n");
 }
 
-TEST_F(Program, ADirectoryServerThatDoesNotAnswerIsAnErrorAndNoGuess) {
+// Nothing listens there.
+constexpr const char* kServerThatIsOff =
+    "[[ldap]]\nname = \"off\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=example\"\ntls = "
+    "\"none\"\n";
+
+TEST_F(Program, ADirectoryServerThatDoesNotAnswerLeavesWhatIsSure) {
   addUser("anna", kAnna);
   std::filesystem::create_directories(root_ + "/etc/paddock");
-  // Nothing listens there.
-  writeWholeFile(root_ + "/etc/paddock/paddockd.toml",
-                 "[[ldap]]\nname = \"off\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=example\"\n"
-                 "tls = \"none\"\n");
-  EXPECT_THAT(failureOf(ask(makeFile("file", 0644), kAnna)),
-              StartsWith("effectiveprivs: cannot find out the groups of user " +
-                         std::to_string(kAnna) + ": "));
-  EXPECT_EQ(answer(folder_.path("file"), 0), "16382\n");
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml", kServerThatIsOff);
+  const std::string file = makeFile("file", 0);
+  setList(file, {allow(user(kAnna), 2), deny(group(kCrew), 4), allow(user(kAnna), 4)});
+  EXPECT_EQ(answer(file, kAnna), std::to_string(2 + 128 + 2048) + "\n") << "what is sure";
+  for (const char* question : {"--answer", "--explain"}) {
+    const EndedProgram ended = run({question, "-p", file, "-u", std::to_string(kAnna)});
+    EXPECT_EQ(ended.status, 4);
+    EXPECT_EQ(ended.error, "");
+    EXPECT_THAT(ended.output,
+                HasSubstr("Not known: what /LDAP/off alone knows of people and groups, because it "
+                          "cannot be asked: "));
+  }
+  const std::string explained = run({"--explain", "-p", file, "-u", std::to_string(kAnna)}).output;
+  EXPECT_THAT(explained, HasSubstr("  yes  read"));
+  EXPECT_THAT(explained, HasSubstr("entry 2 denies group:" + std::to_string(kCrew) +
+                                   ", and /LDAP/off, which may count the user as one, cannot be "
+                                   "asked; else entry 3: allow user:anna\n"));
+  EXPECT_THAT(run({"--json", "--explain", "-p", file, "-u", std::to_string(kAnna)}).output,
+              HasSubstr(R"("nodesLeftOut":[{"error":")"));
+  EXPECT_EQ(answer(file, 0), "16382\n");
+  EXPECT_EQ(run({"--answer", "-p", file, "-u", "0"}).status, 0) << "root needs nobody's word";
+}
+
+TEST_F(Program, AUidThatNoNodeThatAnswersKnowsIsNotSaidToBeNobodys) {
+  std::filesystem::create_directories(root_ + "/etc/paddock");
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml", kServerThatIsOff);
+  const std::string file = makeFile("file", 0);
+  setList(file, {allow(nt_acl::authenticatedUsersSid(), 2)});
+  const EndedProgram ended = run({"--explain", "-p", file, "-u", std::to_string(kAnna)});
+  EXPECT_EQ(ended.status, 4);
+  EXPECT_THAT(ended.output, AllOf(HasSubstr(", whom no node that answers knows, on "),
+                                  HasSubstr("  ?    read"), Not(HasSubstr("which nobody has"))));
 }
 
 TEST_F(Program, AConfigurationThatCannotBeUsedIsAnError) {
@@ -452,14 +484,29 @@ TEST_F(Program, TellsWhoMay) {
   EXPECT_THAT(run({"--who", "--json", "-p", file}).output, HasSubstr("\"user\":\"anna\""));
 }
 
+TEST_F(Program, WhoMayTellsWhatIsSureWithoutAServerThatDoesNotAnswer) {
+  addUser("anna", kAnna);
+  addUser("bert", kBert);
+  addGroup("crew", kCrew, {"anna"});
+  std::filesystem::create_directories(root_ + "/etc/paddock");
+  writeWholeFile(root_ + "/etc/paddock/paddockd.toml", kServerThatIsOff);
+  const std::string file = makeFile("file", 0);
+  setList(file, {allow(user(kBert), 4), allow(group(kCrew), 2)});
+  const EndedProgram ended = run({"--who", "-p", file});
+  EXPECT_EQ(ended.status, 4);
+  EXPECT_EQ(ended.error, "");
+  EXPECT_THAT(ended.output, ContainsRegex("\n  anna  +yes   no "));
+  EXPECT_THAT(ended.output, ContainsRegex("\n  bert  +[?]     yes "));
+  EXPECT_THAT(ended.output, ContainsRegex("\n  .everybody else.  +[?]     no "));
+  EXPECT_THAT(ended.output, ContainsRegex("\n  .a uid without an account.  +no    no "));
+  EXPECT_THAT(ended.output,
+              HasSubstr("Not known: what /LDAP/off alone knows of people and groups"));
+  EXPECT_THAT(run({"--json", "--who", "-p", file}).output, HasSubstr("\"nodesLeftOut\":"));
+}
+
 TEST_F(Program, WhoMayIsAnErrorWhereItCannotBeTold) {
   EXPECT_THAT(failureOf(run({"--who", "-p", folder_.path("missing")})), HasSubstr("cannot open"));
   const std::string file = makeFile("file", 0);
-  std::filesystem::create_directories(root_ + "/etc/paddock");
-  writeWholeFile(root_ + "/etc/paddock/paddockd.toml",
-                 "[[ldap]]\nname = \"off\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=example\"\n"
-                 "tls = \"none\"\n");
-  EXPECT_THAT(failureOf(run({"--who", "-p", file})), HasSubstr("cannot list the accounts: "));
   ASSERT_EQ(setAttribute(file, FileAclOptions{}.attribute, "\x01"), 0);
   EXPECT_THAT(failureOf(run({"--who", "-p", file})), HasSubstr("is damaged"));
 }

@@ -33,6 +33,8 @@ struct Subject {
   Guid guid{};
   // The SID as text, for those of no kind that has a name.
   std::string sid{};
+  // Of Kind::guid: it is known to be a user's.
+  bool isUsers = false;
   // Of Kind::accounts.
   std::shared_ptr<const std::set<std::uint32_t>> uids{};
 };

@@ -49,6 +49,7 @@ struct Who {
   std::size_t left = 0;  // how many more there are
   Person everybodyElse;  // every other account
   Person withoutAccount;
+  std::vector<LeftOutNode> leftOut;  // what only they know is missing; for the caller to set
 
   // Whether an entry for somebody unknown leaves anything in doubt.
   bool isDoubted() const;

@@ -133,7 +133,7 @@ std::string whoText(const std::string& head, const Who& who) {
   std::string text = headLine(who) + head + formatTable(rows) + doorNotes(who);
   if (who.left > 0)
     text += std::to_string(who.left) + " more, whom only groups mean, are not listed\n";
-  return text;
+  return text + leftOutText(who.leftOut);
 }
 
 std::string whoJson(const std::string& path, const Who& who) {
@@ -144,11 +144,13 @@ std::string whoJson(const std::string& path, const Who& who) {
                                    {"rights", rightsValue(*person.rights)},
                                    {"answer", answerValue(person.answer, person.name)},
                                    {"doors", doorsValue(person.answer)}});
-  return wire::writeJson(Dictionary{{"path", path},
-                                    {"people", std::move(people)},
-                                    {"notListed", static_cast<std::uint64_t>(who.left)},
-                                    {"everybodyElse", personValue(who.everybodyElse)},
-                                    {"withoutAccount", personValue(who.withoutAccount)}});
+  Dictionary value{{"path", path},
+                   {"people", std::move(people)},
+                   {"notListed", static_cast<std::uint64_t>(who.left)},
+                   {"everybodyElse", personValue(who.everybodyElse)},
+                   {"withoutAccount", personValue(who.withoutAccount)}};
+  if (!who.leftOut.empty()) value.set("nodesLeftOut", leftOutValue(who.leftOut));
+  return wire::writeJson(value);
 }
 
 }  // namespace paddock::effectiveprivs

@@ -28,6 +28,8 @@ using ::testing::Not;
 
 constexpr const char* kNode = "/LDAP/site";
 constexpr const char* kPassword = "writer's";
+constexpr const char* kEffectivePrivs =
+    "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs";
 
 std::string hostName() {
   std::array<char, 256> name{};
@@ -331,6 +333,47 @@ TEST_F(KeelhouseLdap, AServerThatIsStoppedIsMarkedAndToldOncePerRequest) {
   slapd_->start();
   EXPECT_TRUE(eventually([&] { return markedNodes() == "[]"; }));
   EXPECT_THAT(daemon_->log(), HasSubstr("the directory node /LDAP/site answers again"));
+}
+
+TEST_F(KeelhouseLdap, WithoutItsServerWhatIsSureOfALocalUserIsTold) {
+  if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
+  std::filesystem::copy_file(EFFECTIVEPRIVS_PROGRAM, tree_.path(kEffectivePrivs));
+  const std::string path = makeFolder("projects");
+  for (const std::string& folder : {folder_.path(), path})
+    ASSERT_EQ(::chmod(folder.c_str(), folder == path ? 0700 : 0755), 0);
+  done({"record", "put", "users", "zoe", "dsAttrTypeStandard:UniqueID=2031000001"});
+  done({"record", "put", "groups", "club", "dsAttrTypeStandard:PrimaryGroupID=2031000002"});
+  ASSERT_EQ(keelhouse({"acl", "set", path, "allow", "user:zoe", "list,search"}).status, 0);
+  ASSERT_EQ(keelhouse({"acl", "add", path, "allow group:club add-file"}).status, 0);
+  EXPECT_THAT(done({"effective", path, "zoe"}),
+              AllOf(HasSubstr("\nlist,search,"), Not(HasSubstr("Not known"))));
+  EXPECT_THAT(done({"who", path}), Not(HasSubstr("Not known")));
+
+  slapd_->stop();
+  const auto effective = keelhouse({"effective", path, "zoe"});
+  EXPECT_EQ(effective.status, 4) << effective.error;
+  EXPECT_THAT(effective.output, HasSubstr("\nlist,search,read-attributes,read-security\n"));
+  const auto explained = keelhouse({"effective", path, "zoe", "--explain"});
+  EXPECT_EQ(explained.status, 4);
+  EXPECT_THAT(explained.output,
+              HasSubstr("entry 2 allows group:club, and /LDAP/site, which may count "
+                        "the user as one, cannot be asked; else "));
+  const auto who = keelhouse({"who", path});
+  EXPECT_EQ(who.status, 4);
+  EXPECT_THAT(who.output, ContainsRegex("\n  zoe  +yes   [?] "));
+  for (const auto& ended : {effective, explained, who}) {
+    EXPECT_THAT(ended.output,
+                HasSubstr("Not known: what /LDAP/site alone knows of people and groups, because it "
+                          "cannot be asked: "));
+    EXPECT_EQ(ended.error, "");
+  }
+  // Whom only the server may know is not said to be nobody.
+  const auto unknown = keelhouse({"effective", path, "user1"});
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_THAT(unknown.error, HasSubstr("/LDAP/site, which may have one, cannot be asked now"));
+
+  slapd_->start();
+  EXPECT_THAT(done({"effective", path, "zoe"}), Not(HasSubstr("Not known")));
 }
 
 TEST_F(KeelhouseLdap, AServerThatRefusesIsSaidToRefuse) {
