@@ -129,12 +129,13 @@ Plan Planner::make(const ObjectState& state, const Levels::Pointer& levels,
   BufferedObject object(attributes_, acls_, request.refreshes);
   PrivsToSet privs = privs_;
   privs.what = request.what;
-  const bool isLevel = levels != nullptr && state.isFolder();
-  const Levels::Pointer own = isLevel ? emptyBelow(levels) : levels;
+  // A file alone counts its folder as the first level by itself.
+  const bool countsItself = levels == nullptr || S_ISREG(state.mode);
+  const Levels::Pointer own = countsItself ? levels : emptyBelow(levels);
   if (own) privs.composite = own->composite();
   SetInheritedPrivs(object, "", privs, kindOf(state));
   Plan plan;
-  if (isLevel) {
+  if (levels != nullptr && state.isFolder()) {
     InheritableACL* entries = nullptr;
     // What cannot be read has no entries to pass on.
     (void)GetInheritableACL(object, entries, false);

@@ -130,6 +130,19 @@ TEST_F(Program, AnEntryOfOneLevelGoesNoFurther) {
   EXPECT_THAT(entries("sub/file"), IsEmpty());
 }
 
+TEST_F(Program, WhatIsNoFileGetsOneLevelOfItsOwnFolder) {
+  tree_.setList("", {aceOf(kAnna, kBoth | kNoPropagateInherit, kReading)});
+  tree_.makeFolder("sub");
+  tree_.setList("sub", {aceOf(kBert, kBoth | kNoPropagateInherit, kReading, nt_acl::kDenied)});
+  ASSERT_EQ(::mkfifo(tree_.path("fifo").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(tree_.path("sub/fifo").c_str(), 0600), 0);
+  expectDone("32", 3);
+  EXPECT_THAT(entries("fifo"),
+              ElementsAre(aceOf(kAnna, kNoPropagateInherit | kInherited, kReading)));
+  EXPECT_THAT(entries("sub/fifo"), ElementsAre(aceOf(kBert, kNoPropagateInherit | kInherited,
+                                                     kReading, nt_acl::kDenied)));
+}
+
 TEST_F(Program, AnEntryThatTheStartingFolderInheritedIsPassedOnToo) {
   tree_.setList("", {aceOf(kAnna, kBoth | kInherited, kReading)});
   tree_.makeFile("file");

@@ -218,11 +218,11 @@ def expected(tree, what, projects, groups_of):
     def push_into(path, levels):
         for inside in tree.inside[path]:
             before = tree[inside]
-            if before.kind != "folder":
-                found[inside] = pusher.expectation(before, levels)
-                continue
-            found[inside] = pusher.expectation(before, [[], *levels])
-            push_into(inside, [inheritable(before.list, with_inherited=False), *levels])
+            # A file alone counts its folder as the first level by itself.
+            reaching = levels if before.kind == "file" else [[], *levels]
+            found[inside] = pusher.expectation(before, reaching)
+            if before.kind == "folder":
+                push_into(inside, [inheritable(before.list, with_inherited=False), *levels])
 
     push_into(b"", [inheritable(tree[b""].list, with_inherited=True)])
     return found

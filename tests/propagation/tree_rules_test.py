@@ -150,6 +150,15 @@ class TreeTest(unittest.TestCase):
                             b"a/b": thing(), b"a/c": thing("folder"), b"d": thing()})
         self.assertEqual({path for path, entries in lists.items() if entries}, {b"a", b"d"})
 
+    def test_one_level_of_a_folder_reaches_what_is_neither_file_nor_folder_in_it(self):
+        above, inside = entry(BOTH | ONE_LEVEL, "S-1-1-0"), entry(BOTH | ONE_LEVEL)
+        lists = self.lists({b"": thing("folder", held=stored(above)), b"a": thing("other"),
+                            b"b": thing("folder", held=stored(inside)), b"b/c": thing("other"),
+                            b"b/d": thing("folder"), b"b/d/e": thing("other")})
+        self.assertEqual([there.sid for there in lists[b"a"]], [above.sid])
+        self.assertEqual([there.sid for there in lists[b"b/c"]], [inside.sid])
+        self.assertFalse(lists[b"b/d/e"])
+
     def test_a_damaged_list_stays_and_is_an_error(self):
         tree = FakeTree({b"": thing("folder", held=stored(entry(BOTH))), b"a": thing(held=Invalid(b"junk"))})
         expectation = expected(tree, ACL, False, own_copyprivs.groups_of)[b"a"]
