@@ -91,6 +91,7 @@ std::optional<Reply> Exchange::judge() {
   const RequestIdScope scope(id_);
   const Rights rights = access_.rightsOf(peer_.uid);
   stranger_ = rights == Rights::nothing;
+  if (head_.lengthsDiffer) return refuseForm(400, "Content-Length is given with different values");
   if (route_.kind == Route::Kind::requestLog) return describeRequestLog(rights);
   if (stranger_) return forbidden(neededRights());
   switch (route_.kind) {
@@ -150,6 +151,13 @@ Reply Exchange::forbidden(Rights needed) {
 Reply Exchange::refuseBusy(std::string_view why) {
   audit(std::nullopt, {});
   Reply reply = error(503, why);
+  reply.close = true;
+  return reply;
+}
+
+Reply Exchange::refuseForm(int status, std::string_view why) {
+  audit(EINVAL, {});
+  Reply reply = error(status, why);
   reply.close = true;
   return reply;
 }
@@ -272,7 +280,8 @@ Reply Exchange::run(const Dictionary& request) {
     RequestConditions conditions(head_.ifMatch, stateTag);
     const RequestConditionsScope scope(&conditions);
     Dictionary dictionary = service_.plugins.perform(*plugin_, operation_->name, request);
-    if (!service_.repeated.isRepeat(peer_.uid, operation_->name, request, dictionary)) {
+    const RepeatedRequests::Asked asked{peer_.uid, plugin_->name + "/" + operation_->name, request};
+    if (!service_.repeated.isRepeat(asked, plugin_->auditedOnce(operation_->name), dictionary)) {
       audit(statusOf(dictionary), subjectOf(route_.plugin, request));
     }
     Reply reply = makeReply(200, std::move(dictionary), replyForm_);

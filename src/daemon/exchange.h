@@ -26,11 +26,12 @@ struct RequestHead {
   std::string contentType;
   std::string accept;
   std::uint64_t contentLength = 0;
+  bool lengthsDiffer = false;  // several were given, so that nobody knows where the body ends
   bool chunked = false;
   std::optional<std::string> ifMatch = {};
   std::optional<std::string> limit = std::nullopt;  // of the query
 
-  bool hasBody() const { return chunked || contentLength > 0; }
+  bool hasBody() const { return chunked || lengthsDiffer || contentLength > 0; }
 };
 
 class Exchange {
@@ -48,6 +49,8 @@ class Exchange {
   std::optional<Reply> judge();
   // Refuses the request whatever it is (503).
   Reply refuseBusy(std::string_view why);
+  // Refuses what does not come as HTTP says.
+  Reply refuseForm(int status, std::string_view why);
 
   // Takes a part of the body; false when it has become too long.
   bool receive(std::string_view bytes);

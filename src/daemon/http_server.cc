@@ -11,11 +11,13 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <vector>
 
 #include "base/system_call.h"
 #include "base/text.h"
@@ -43,32 +45,57 @@ std::string header(MHD_Connection* connection, const char* name) {
   return value != nullptr ? value : "";
 }
 
-// The field's lines, joined as one list; absent when there is none.
-std::optional<std::string> listHeader(MHD_Connection* connection, std::string_view name) {
+// The values of the field's lines, in their order.
+std::vector<std::string> headers(MHD_Connection* connection, std::string_view name) {
   struct Search {
     std::string_view name;
-    std::optional<std::string> list;
-  } search{name, std::nullopt};
+    std::vector<std::string> values;
+  } search{name, {}};
   MHD_get_connection_values(
       connection, MHD_HEADER_KIND,
       [](void* closure, MHD_ValueKind, const char* key, const char* value) {
         auto& wanted = *static_cast<Search*>(closure);
-        if (asciiLower(key) != asciiLower(wanted.name)) return MHD_YES;
-        const std::string text = value != nullptr ? value : "";
-        wanted.list = wanted.list ? *wanted.list + ", " + text : text;
+        if (asciiLower(key) == asciiLower(wanted.name))
+          wanted.values.emplace_back(value != nullptr ? value : "");
         return MHD_YES;
       },
       &search);
-  return std::move(search.list);
+  return std::move(search.values);
+}
+
+// The field's lines, joined as one list; absent when there is none.
+std::optional<std::string> listHeader(MHD_Connection* connection, std::string_view name) {
+  std::optional<std::string> list;
+  for (const std::string& value : headers(connection, name)) {
+    list = list ? *list + ", " + value : value;
+  }
+  return list;
+}
+
+// UINT64_MAX for what is larger; absent for what is no number.
+std::optional<std::uint64_t> lengthOf(const std::string& text) {
+  std::uint64_t length = 0;
+  const char* const end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, length);
+  if (read.ptr != end || read.ec == std::errc::invalid_argument) return std::nullopt;
+  return read.ec == std::errc::result_out_of_range ? UINT64_MAX : length;
+}
+
+// The library goes by the first of several.
+void readLengths(MHD_Connection* connection, RequestHead& head) {
+  const auto texts = headers(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
+  if (texts.empty()) return;
+  const auto first = lengthOf(texts.front());
+  head.contentLength = first.value_or(0);
+  for (const std::string& text : texts) {
+    if (!first || lengthOf(text) != first) head.lengthsDiffer = true;
+  }
 }
 
 RequestHead readHead(MHD_Connection* connection, const char* target, const char* method) {
   RequestHead head{method, target, header(connection, MHD_HTTP_HEADER_CONTENT_TYPE),
                    header(connection, MHD_HTTP_HEADER_ACCEPT)};
-  const std::string length = header(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
-  const auto read =
-      std::from_chars(length.data(), length.data() + length.size(), head.contentLength);
-  if (read.ec == std::errc::result_out_of_range) head.contentLength = UINT64_MAX;
+  readLengths(connection, head);
   if (const char* limit = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "limit"))
     head.limit = limit;
   head.chunked = !header(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
@@ -154,6 +181,36 @@ struct HttpCallbacks {
     return info != nullptr ? static_cast<Connection*>(info->socket_context) : nullptr;
   }
 
+  // What a connection's thread is about; null in the others.
+  struct Current {
+    HttpServer* server = nullptr;
+    MHD_Connection* connection = nullptr;
+    Request* request = nullptr;  // once its head is read
+  };
+  static thread_local Current current;
+
+  // The request line is there. Paths are unescaped by ourselves: a NUL in one must not end it.
+  static std::size_t keepEscapes(void* closure, MHD_Connection* connection, char* text) {
+    current = {static_cast<HttpServer*>(closure), connection, nullptr};
+    return std::strlen(text);
+  }
+
+  // The library refuses by itself what is no HTTP, with a page for browsers. It says so here first,
+  // and so our reply goes out before it, and is the last that does.
+  static void log(void* /*closure*/, const char* format, va_list arguments) {
+    constexpr std::string_view kRefusal = "Error processing request (HTTP response code is ";
+    std::array<char, 512> text{};
+    (void)std::vsnprintf(text.data(), text.size(), format, arguments);
+    const std::string_view message(text.data());
+    if (current.server == nullptr || !message.starts_with(kRefusal)) return;
+    const auto status = parseInteger(message.substr(kRefusal.size(), 3));
+    try {
+      if (status) refuseForm(static_cast<int>(*status));
+    } catch (const std::exception& error) {
+      logMessage(3, std::string("request given up: ") + error.what());
+    }
+  }
+
   static void notifyConnection(void* closure, MHD_Connection* connection, void** context,
                                MHD_ConnectionNotificationCode code) {
     auto& server = *static_cast<HttpServer*>(closure);
@@ -193,6 +250,7 @@ struct HttpCallbacks {
                         MHD_RequestTerminationCode /*code*/) {
     const std::unique_ptr<Request> request(static_cast<Request*>(*context));
     *context = nullptr;
+    current.request = nullptr;
     if (!request) return;
     if (request->drain) {
       request->server.drainer_.add(
@@ -210,6 +268,7 @@ struct HttpCallbacks {
     auto created = std::make_unique<Request>(server, *owner, readHead(connection, target, method));
     Request& request = *created;
     *context = created.release();
+    current.request = &request;
     const bool nested = owner->nested();
     std::optional<Reply> reply;
     if (!nested && !owner->place.take()) {
@@ -228,6 +287,27 @@ struct HttpCallbacks {
     request.drain = true;
     reply->close = true;
     return send(connection, request, std::move(*reply));
+  }
+
+  static void refuseForm(int status) {
+    const std::string why =
+        std::string("the request is no HTTP that can be read: ") + whyUnreadable(status);
+    HttpServer& server = *current.server;
+    FileDescriptor socket(::fcntl(descriptorOf(current.connection), F_DUPFD_CLOEXEC, 3));
+    if (current.request != nullptr) {
+      Exchange& exchange = current.request->exchange;
+      server.drainer_.answer(std::move(socket),
+                             rawResponse(exchange.refuseForm(status, why), exchange.id()));
+    } else if (const Connection* owner = connectionOf(current.connection)) {
+      server.answerUnasked(std::move(socket), owner->peer, status, why);
+    }
+  }
+
+  static std::string whyUnreadable(int status) {
+    for (const std::string& length : headers(current.connection, MHD_HTTP_HEADER_CONTENT_LENGTH)) {
+      if (!lengthOf(length)) return "Content-Length is no number";
+    }
+    return MHD_get_reason_phrase_for(static_cast<unsigned>(status));
   }
 
   static MHD_Result finish(MHD_Connection* connection, Request& request) {
@@ -261,6 +341,8 @@ struct HttpCallbacks {
   }
 };
 
+thread_local HttpCallbacks::Current HttpCallbacks::current;
+
 HttpServer::HttpServer(Service& service, int listener)
     : service_(service),
       listener_(listener),
@@ -276,17 +358,16 @@ void HttpServer::startLibrary() {
   // Above whatever the configuration may come to say.
   const auto limit =
       static_cast<unsigned>(kMostConnectionsConfigured + kWaitingConnections + kReserveForPrograms);
-  // Paths are unescaped by ourselves: a NUL in one must not end it.
-  const auto keepEscapes = +[](void*, MHD_Connection*, char* text) { return std::strlen(text); };
   library_ = MHD_start_daemon(
       MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
-          MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC,
-      0, nullptr, nullptr, &HttpCallbacks::access, this, MHD_OPTION_CONNECTION_LIMIT, limit,
+          MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC | MHD_USE_ERROR_LOG,
+      0, nullptr, nullptr, &HttpCallbacks::access, this, MHD_OPTION_EXTERNAL_LOGGER,
+      &HttpCallbacks::log, nullptr, MHD_OPTION_CONNECTION_LIMIT, limit,
       MHD_OPTION_CONNECTION_TIMEOUT, service_.configuration.current()->idleSeconds,
       MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_THREAD_STACK_SIZE,
       kThreadStack, MHD_OPTION_NOTIFY_COMPLETED, &HttpCallbacks::completed, this,
       MHD_OPTION_NOTIFY_CONNECTION, &HttpCallbacks::notifyConnection, this,
-      MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr, MHD_OPTION_END);
+      MHD_OPTION_UNESCAPE_CALLBACK, &HttpCallbacks::keepEscapes, this, MHD_OPTION_END);
   if (library_ == nullptr) throw std::runtime_error("the HTTP library cannot be started");
 }
 
@@ -338,7 +419,7 @@ void HttpServer::place(FileDescriptor socket) {
   if (connection->nested() || connection->place.take() || connection->place.wait()) {
     hand(std::move(socket), std::move(connection));
   } else {
-    turnAway(std::move(socket), *peer);
+    answerUnasked(std::move(socket), *peer, 503, kBusy);
   }
 }
 
@@ -359,11 +440,12 @@ void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connect
   arriving_.erase(number);
 }
 
-void HttpServer::turnAway(FileDescriptor socket, const Peer& peer) {
+void HttpServer::answerUnasked(FileDescriptor socket, const Peer& peer, int status,
+                               std::string_view why) {
   const std::string id = service_.ids.next();
   service_.requestLog.begin(id, peer.uid);
   service_.requestLog.end(id, true);
-  drainer_.answer(std::move(socket), rawResponse(makeError(503, kBusy, BodyForm::json), id));
+  drainer_.answer(std::move(socket), rawResponse(makeError(status, why, BodyForm::json), id));
 }
 
 }  // namespace paddock

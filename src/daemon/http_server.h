@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <thread>
 
 #include "base/file_descriptor.h"
@@ -47,7 +48,8 @@ class HttpServer {
   void acceptOne();
   void place(FileDescriptor socket);
   void hand(FileDescriptor socket, std::unique_ptr<Connection> connection);
-  void turnAway(FileDescriptor socket, const Peer& peer);
+  // Of a connection that is not taken, or whose request nobody could read.
+  void answerUnasked(FileDescriptor socket, const Peer& peer, int status, std::string_view why);
 
   Service& service_;
   int listener_;

@@ -177,6 +177,54 @@ TEST_F(Requests, ALengthAboveTheLimitIs413BeforeTheBodyArrives) {
   }
 }
 
+TEST_F(Requests, TwoDifferentLengthsAre400AndEndTheConnection) {
+  for (const auto& [first, second] : std::vector<std::pair<std::string, std::string>>{
+           {"2", "3"}, {"3", "2"}, {"2", "200"}, {"0", "2"}, {"2", "-1"}, {"2", "2, 3"}}) {
+    SocketClient client(tree_.socket());
+    client.send(requestText("POST", kEcho, "",
+                            "Content-Length: " + first + "\r\ncontent-length: " + second + "\r\n") +
+                "{}");
+    const auto response = client.receive(std::chrono::seconds(20));
+    EXPECT_EQ(response.status, 400) << first << " and " << second;
+    EXPECT_THAT(response.error(), HasSubstr("Content-Length")) << first << " and " << second;
+    EXPECT_TRUE(client.ends(std::chrono::seconds(20))) << first << " and " << second;
+  }
+}
+
+TEST_F(Requests, TheSameLengthTwiceIsOneLength) {
+  EXPECT_EQ(post(kEcho, "{}", "Content-Length: 2\r\n").status, 200);
+  EXPECT_EQ(post(kEcho, "{}", "Content-Length: 002\r\n").status, 200);
+}
+
+// What the library refuses by itself, before it asks us.
+TEST_F(Requests, AHeadThatCannotBeReadIsAnsweredOnceAndAsADictionary) {
+  const std::vector<std::pair<std::string, int>> heads{
+      {"Content-Length: -1\r\n", 400},
+      {"Content-Length: 2, 3\r\n", 400},
+      {"Content-Length: two\r\n", 400},
+      {"Content-Length: 99999999999999999999999\r\n", 413},
+      {"X-Long: " + std::string(100000, 'x') + "\r\n", 431}};
+  for (const auto& [headers, status] : heads) {
+    SocketClient client(tree_.socket());
+    client.send(requestText("POST", kEcho, "", headers));
+    const auto response = client.receive(std::chrono::seconds(20));
+    EXPECT_EQ(response.status, status) << headers.substr(0, 40);
+    EXPECT_FALSE(response.error().empty()) << headers.substr(0, 40);
+    EXPECT_FALSE(response.header("x-request-id").empty()) << headers.substr(0, 40);
+    EXPECT_TRUE(client.ends(std::chrono::seconds(20))) << headers.substr(0, 40);
+  }
+  EXPECT_EQ(post(kEcho, "{}").status, 200);
+}
+
+TEST_F(Requests, AChunkThatCannotBeReadIs400) {
+  SocketClient client(tree_.socket());
+  client.send(requestText("POST", kEcho, "", "Transfer-Encoding: chunked\r\n") + "what?\r\n");
+  const auto response = client.receive(std::chrono::seconds(20));
+  EXPECT_EQ(response.status, 400);
+  EXPECT_FALSE(response.error().empty());
+  EXPECT_TRUE(client.ends(std::chrono::seconds(20)));
+}
+
 TEST_F(Requests, ARefusalReachesAClientThatIsStillSending) {
   SocketClient client(tree_.socket());
   // Far more than the socket holds: whoever closed it now would break the sending.
