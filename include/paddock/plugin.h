@@ -18,12 +18,16 @@
 //   {"about": text, "schemas": {NAME: schema, ...}, "operations": {OPERATION: {
 //      "summary": text, "description": text, "request": schema, "reply": schema,
 //      "statuses": {NUMBER OR NAME: when it comes, ...}, "audit": what its audit line has besides,
+//      "auditedOnce": {"request": [KEY, ...], "reply": [KEY, ...]},
 //      "responses": further ones of OpenAPI by HTTP status,
 //      "examples": [{"summary": text, "request": dictionary, "reply": dictionary,
 //                    "audit": dictionary}]}}}
 //
 // A schema is one of JSON Schema, of an object; `#/components/schemas/PLUGIN.NAME` refers to one of
-// "schemas". Every key may be absent. Who may call an operation is not said there, since
+// "schemas". "auditedOnce" is for an operation that only asks, again and again, how something goes
+// on: a request has an audit line when the values of "reply" are others than the last time that the
+// user asked with the same values of "request". A key below others is written with dots. Every key
+// may be absent. Who may call an operation is not said there, since
 // `PluginRequestHandler::operations` decides it.
 #pragma once
 

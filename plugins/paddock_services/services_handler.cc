@@ -257,8 +257,7 @@ Dictionary ServicesRequestHandler::getServed(const Dictionary& request) {
   const Array* paths = request.array("paths");
   if (paths == nullptr) {
     for (const SharePointNames& share : all) {
-      // Unfinished records share nothing.
-      if (share.path.starts_with('/')) described_.emplace_back(described(asked, share, true));
+      if (!isUnfinished(share)) described_.emplace_back(described(asked, share, true));
     }
     return {{"status", kSuccess}, {"sharePoints", std::move(described_)}};
   }
@@ -298,7 +297,7 @@ Dictionary ServicesRequestHandler::checkShare(const Dictionary& request) {
   SmbService smb(world);
   Array unfinished;
   for (const SharePointNames& share : all) {
-    if (share.path.empty()) unfinished.emplace_back(share.recordName);
+    if (isUnfinished(share)) unfinished.emplace_back(share.recordName);
   }
   return {{"status", kSuccess},
           {"refusals", refusalsOf(request, all, smb)},

@@ -13,7 +13,7 @@
 //
 //   checkShare  {"path", "nameOverSMB", "mayBeNumbered", "clients": [{"host", "options"}]}
 //     -> "status", "refusals": [{"key", "reason", "advice"}], see share_check.h; "unfinished": the
-//        names of the records of share points that have no path
+//        names of the records of share points that have no path, or a relative one
 //
 //   getExports  {"path"}
 //     -> "status", "exports": [{"line", "clients"}]; the lines of the managed block of the exports

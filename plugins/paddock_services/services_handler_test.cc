@@ -193,6 +193,9 @@ TEST_F(ServicesHandlerTest, TheCheckNamesUnfinishedRecords) {
   EXPECT_EQ(*call("checkShare", {}).array("unfinished"), Array{});
   record("begun", "", {});
   EXPECT_EQ(*call("checkShare", {}).array("unfinished"), Array{"begun"});
+  record("relative", "srv/photos", {});
+  EXPECT_EQ(*call("checkShare", {}).array("unfinished"), (Array{"begun", "relative"}));
+  EXPECT_EQ(call("getServed", {}).array("sharePoints")->size(), 1U) << "they share nothing";
 }
 
 TEST_F(ServicesHandlerTest, EveryLineOfAPathIsTold) {

@@ -20,6 +20,8 @@ bool isSet(const Dictionary& attributes, const char* attribute) {
 
 }  // namespace
 
+bool isUnfinished(const SharePointNames& share) { return !share.path.starts_with('/'); }
+
 std::vector<SharePointNames> readSharePointNames(DirectoryService& directory) {
   const Array records = directory.openLocal()->localNode()->findRecordNames(
       kRecordsAll,

@@ -18,6 +18,9 @@ struct SharePointNames {
   bool isBackup = false;
 };
 
+// Whether its record names no folder: it has no path, or a relative one. It shares nothing.
+bool isUnfinished(const SharePointNames& share);
+
 // The share points of the local node, in the order in which they were created. Throws
 // DirectoryError when they cannot be read.
 std::vector<SharePointNames> readSharePointNames(DirectoryService& directory);

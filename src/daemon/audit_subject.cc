@@ -10,10 +10,8 @@ namespace {
 
 constexpr std::string_view kDirectoryPlugin = "paddock_directory";
 constexpr const char* kLocalNode = "/Local";
-// Of a path and a number; what is longer names no run.
+// What is longer than a path and a few numbers is about nothing that goes on.
 constexpr std::size_t kLongestKey = 8192;
-constexpr std::string_view kRunState = "statusCopyPrivs";
-constexpr const char* kRunKeys[] = {"copyPrivsPid", "copyPrivsStatusFile"};
 
 std::optional<std::string> textUnder(const Dictionary& request, const char* key) {
   const std::string* text = request.string(key);
@@ -53,6 +51,26 @@ void nameRecord(AuditSubject& subject, const Dictionary& request) {
   subject.node = request.contains("node") ? textUnder(request, "node") : kLocalNode;
 }
 
+// What is at the path, its keys parted by dots; null where nothing is.
+Value valueAt(const Dictionary& whole, std::string_view path) {
+  const std::size_t dot = path.find('.');
+  const Value* value = whole.find(std::string(path.substr(0, dot)));
+  if (value == nullptr) return {};
+  if (dot == std::string_view::npos) return *value;
+  return value->dictionary() != nullptr ? valueAt(*value->dictionary(), path.substr(dot + 1))
+                                        : Value();
+}
+
+// What is at the paths that `once` names under `key`.
+Array valuesAt(const Dictionary& whole, const Dictionary& once, const char* key) {
+  Array values;
+  const Array* paths = once.array(key);
+  if (paths == nullptr) return values;
+  for (const Value& path : *paths)
+    values.push_back(path.string() != nullptr ? valueAt(whole, *path.string()) : Value());
+  return values;
+}
+
 }  // namespace
 
 AuditSubject subjectOf(std::string_view plugin, const Dictionary& request) {
@@ -66,23 +84,15 @@ AuditSubject subjectOf(std::string_view plugin, const Dictionary& request) {
   return subject;
 }
 
-bool RepeatedRequests::isRepeat(unsigned user, std::string_view operation,
-                                const Dictionary& request, const Dictionary& reply) {
-  if (operation != kRunState) return false;
-  Array run{user};
-  for (const char* key : kRunKeys) {
-    const Value* value = request.find(key);
-    run.push_back(value != nullptr ? *value : Value());
-  }
-  const Dictionary* status = reply.dictionary("status");
-  const std::string* word = status != nullptr ? status->string("status") : nullptr;
-  const std::string* error = reply.string("error");
-  const std::string state =
-      stateText(Array{word != nullptr ? *word : "", error != nullptr ? *error : ""});
-  std::string key = stateText(run);
+bool RepeatedRequests::isRepeat(const Asked& asked, const Dictionary* once,
+                                const Dictionary& reply) {
+  if (once == nullptr) return false;
+  std::string key =
+      stateText(Array{asked.user, asked.operation, valuesAt(asked.request, *once, "request")});
   if (key.size() > kLongestKey) return false;
+  const std::string state = stateText(valuesAt(reply, *once, "reply"));
   const std::lock_guard lock(mutex_);
-  if (states_.size() >= kMostRuns) states_.clear();
+  if (states_.size() >= kMostKept) states_.clear();
   std::string& last = states_[std::move(key)];
   if (last == state) return true;
   last = state;

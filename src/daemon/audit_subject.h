@@ -28,17 +28,23 @@ inline constexpr std::size_t kMostAuditedPaths = 1000;
 // Of a request as it came: what has another type than it should is left out.
 AuditSubject subjectOf(std::string_view plugin, const Dictionary& request);
 
-// Requests that only ask how a run goes on, again and again, count as one for as long as the answer
-// tells the same state. Any thread.
+// Requests that only ask how something goes on, again and again, count as one for as long as the
+// answer tells the same state. Which operations these are their plug-ins say (paddock/plugin.h).
+// Any thread.
 class RepeatedRequests {
  public:
-  // Whether the user was answered the same by the last request of this operation for the same run.
-  // False for every operation that does something each time.
-  bool isRepeat(unsigned user, std::string_view operation, const Dictionary& request,
-                const Dictionary& reply);
+  // Whose request of which operation; "PLUGIN/OPERATION".
+  struct Asked {
+    unsigned user = 0;
+    std::string operation;
+    const Dictionary& request;
+  };
+  // `once` is "auditedOnce" of the operation's description: false without it, and otherwise whether
+  // the user was answered the same by the last request for the same.
+  bool isRepeat(const Asked& asked, const Dictionary* once, const Dictionary& reply);
 
  private:
-  static constexpr std::size_t kMostRuns = 1000;
+  static constexpr std::size_t kMostKept = 1000;
 
   std::mutex mutex_;
   std::map<std::string, std::string> states_;

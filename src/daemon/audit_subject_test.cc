@@ -52,15 +52,16 @@ TEST(AuditSubjects, ARecordIsNamedByNodeTypeAndName) {
 
 class RepeatedRequestsTest : public ::testing::Test {
  protected:
-  static Dictionary run(int pid) {
-    return {{"copyPrivsPid", pid}, {"copyPrivsStatusFile", "/tmp/f"}};
-  }
+  static Dictionary run(int pid) { return {{"pid", pid}, {"file", "/tmp/f"}}; }
   static Dictionary state(const char* word, int items) {
     return {{"status", Dictionary{{"status", word}, {"itemsDone", items}}}};
   }
   bool isRepeat(unsigned user, int pid, const Dictionary& reply) {
-    return requests_.isRepeat(user, "statusCopyPrivs", run(pid), reply);
+    return requests_.isRepeat({user, "a/follow", run(pid)}, &once_, reply);
   }
+
+  const Dictionary once_{{"request", Array{"pid", "file"}},
+                         {"reply", Array{"status.status", "error"}}};
 
   RepeatedRequests requests_;
 };
@@ -79,9 +80,20 @@ TEST_F(RepeatedRequestsTest, AnotherRunAndAnotherUserCountThemselves) {
   EXPECT_FALSE(isRepeat(7, 1, state("running", 1)));
 }
 
-TEST_F(RepeatedRequestsTest, OtherOperationsCountEachTime) {
+TEST_F(RepeatedRequestsTest, OperationsOfWhichThatIsNotSaidCountEachTime) {
   for (int count = 0; count < 2; ++count)
-    EXPECT_FALSE(requests_.isRepeat(0, "writeSettings", run(1), {}));
+    EXPECT_FALSE(requests_.isRepeat({0, "a/follow", run(1)}, nullptr, {}));
+}
+
+TEST_F(RepeatedRequestsTest, OperationsAreApart) {
+  EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
+  EXPECT_FALSE(requests_.isRepeat({0, "b/follow", run(1)}, &once_, state("running", 1)));
+}
+
+TEST_F(RepeatedRequestsTest, WhatIsAskedAtLengthIsNotKept) {
+  const Dictionary request{{"file", std::string(10000, 'x')}};
+  for (int count = 0; count < 2; ++count)
+    EXPECT_FALSE(requests_.isRepeat({0, "a/follow", request}, &once_, {}));
 }
 
 }  // namespace

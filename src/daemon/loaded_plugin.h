@@ -18,6 +18,8 @@ struct LoadedPlugin {
 
   // Null when the plug-in has no such operation.
   const PluginRequestHandler::Operation* find(std::string_view operation) const;
+  // "auditedOnce" of what it says of the operation; null where it says nothing of that.
+  const Dictionary* auditedOnce(const std::string& operation) const;
 };
 
 }  // namespace paddock

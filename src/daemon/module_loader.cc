@@ -117,6 +117,12 @@ const PluginRequestHandler::Operation* LoadedPlugin::find(std::string_view opera
   return found != operations.end() ? &*found : nullptr;
 }
 
+const Dictionary* LoadedPlugin::auditedOnce(const std::string& operation) const {
+  const Dictionary* all = description.dictionary("operations");
+  const Dictionary* one = all != nullptr ? all->dictionary(operation) : nullptr;
+  return one != nullptr ? one->dictionary("auditedOnce") : nullptr;
+}
+
 LoadedPlugin loadPlugin(const std::string& folder, const std::string& name) {
   try {
     return load(folder, name);

@@ -159,7 +159,8 @@ class ApiPage(unittest.TestCase):
             for name, operation in source["operations"].items():
                 self.assertIn("/v1/%s/%s" % (plugin, name), self.told["paths"])
                 self.assertLessEqual(set(operation), {"summary", "description", "request", "reply", "statuses", "audit",
-                                                      "responses", "examples"}, name)
+                                                      "auditedOnce", "responses", "examples"}, name)
+                self.assertIn(set(operation.get("auditedOnce", {})), (set(), {"request", "reply"}), name)
                 for key in ("request", "reply"):
                     self.assertLessEqual(set(operation[key]), {"properties", "required", "$ref", "description"}, name)
         skeleton = json.loads(text_of(project_path("src/openapi/skeleton.json")))

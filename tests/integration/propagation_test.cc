@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 
 #include "integration/sharing_daemon.h"
 #include "support/scripted_propagation.h"
@@ -17,7 +18,10 @@ namespace paddock::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::Ge;
 using ::testing::HasSubstr;
+using ::testing::Le;
 using ::testing::MatchesRegex;
 
 constexpr const char* kFolder = "/srv/projects";
@@ -230,6 +234,27 @@ TEST_F(PropagationLife, AProcessMayBeATextNegativeOrMissing) {
     EXPECT_EQ(keptContext().boolean("copyPrivsActive"), true);
   }
   EXPECT_EQ(daemon_.ask("statusCopyPrivs", {{"copyPrivsStatusFile", fileOf(run)}}), still);
+}
+
+// What the audit log has is said by the plug-in, in the description of the operation.
+TEST_F(PropagationLife, ARunThatIsAskedAboutAgainAndAgainIsAuditedOncePerState) {
+  const auto audited = [this] {
+    std::istringstream lines(daemon_.tree().read("/var/log/paddock/audit.jsonl"));
+    int count = 0;
+    for (std::string line; std::getline(lines, line);)
+      count += line.find(R"("operation":"statusCopyPrivs")") != std::string::npos ? 1 : 0;
+    return count;
+  };
+  waits();
+  const Dictionary run = start();
+  firstStatus(run);
+  const int before = audited();
+  for (int count = 0; count < 5; ++count) status(run);
+  EXPECT_EQ(audited(), before);
+  EXPECT_EQ(status(1, "/nowhere"), kNotFound);
+  EXPECT_EQ(status(1, "/nowhere"), kNotFound);
+  EXPECT_EQ(audited(), before + 1) << "another run";
+  EXPECT_THAT(before, AllOf(Ge(1), Le(2))) << "nothing yet, and running";
 }
 
 TEST_F(PropagationLife, AStatusFileMayBeMissingFromTheRequestOrNoText) {
