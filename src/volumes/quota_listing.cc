@@ -2,8 +2,11 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "base/system_call.h"
 #include "platform/accounts.h"
+#include "platform/logger.h"
 #include "platform/services.h"
 #include "platform/volume_info.h"
 #include "volumes/quota_entries.h"
@@ -37,14 +40,36 @@ Dictionary entryForm(const QuotaEntry& entry, QuotaType type, std::uint64_t avai
           {"type", type}};
 }
 
+Status notListed(const std::string& path, Status status, const std::string& why) {
+  services().logger->log(kLogError,
+                         "paddock_sharing: The quotas in " + path + " are not listed: " + why);
+  return status;
+}
+
+std::string whyNotOpened(int error) {
+  switch (error) {
+    case ENOENT:
+      return "there is no such file, although quotas were switched on here";
+    case ELOOP:
+      return "it is a symbolic link";
+    case EISDIR:
+      return "it is a folder";
+    case EINVAL:
+      return "it is no regular file";
+    default:
+      return sharing_error_string(error);
+  }
+}
+
 // A file that another user has put there could say anything, and would cost a descriptor each
 // time that its header is refused.
-int openQuotaFile(const std::string& path, FileDescriptor& file) {
+Status openQuotaFile(const std::string& path, FileDescriptor& file) {
   uid_t owner = 0;
-  if (const int error = openRegularFile(path, file, owner); error != 0) return error;
-  if (owner == 0 || owner == ::geteuid()) return 0;
+  if (const int error = openRegularFile(path, file, owner); error != 0)
+    return notListed(path, error, whyNotOpened(error));
+  if (owner == 0 || owner == ::geteuid()) return kSuccess;
   file.reset();
-  return EPERM;
+  return notListed(path, EPERM, "it is of the user " + std::to_string(owner) + " and not of root");
 }
 
 bool readHeader(int file, QuotaFileHeader& header) {
@@ -80,13 +105,14 @@ Status read_quota_entries(const std::string& volumePath, QuotaType type,
   entries.reset();
   if (!isRegularFile(quota_file_path(volumePath, kQuotaOperationsName, type))) return kSuccess;
   FileDescriptor file;
-  const int closed = openQuotaFile(quota_file_path(volumePath, qfname, type), file);
-  if (closed != 0) return closed;
+  const std::string path = quota_file_path(volumePath, qfname, type);
+  const Status closed = openQuotaFile(path, file);
+  if (closed != kSuccess) return closed;
   VolumeStatistics volume;
   const int unknown = services().volumeInfo->statistics(volumePath, volume);
   if (unknown != 0) {
     (void)file.release();  // deliberate: it is left open
-    return unknown;
+    return notListed(path, unknown, "the volume: " + sharing_error_string(unknown));
   }
   if (volume.family != "hfs" && volume.family != "ufs") {
     entries.emplace();
@@ -96,10 +122,11 @@ Status read_quota_entries(const std::string& volumePath, QuotaType type,
   if (!readHeader(file.get(), header) ||
       !isQuotaHeaderOf(type, header.magic, header.version, header.maxentries)) {
     (void)file.release();  // deliberate: it is left open
-    return kBadHeader;
+    return notListed(path, kBadHeader, "it does not begin with the header of such a file");
   }
-  return listEntries(file.get(), header.maxentries, type, volume.f_bsize * volume.f_bavail,
-                     entries);
+  const Status unread =
+      listEntries(file.get(), header.maxentries, type, volume.f_bsize * volume.f_bavail, entries);
+  return unread == kSuccess ? kSuccess : notListed(path, unread, sharing_error_string(unread));
 }
 
 }  // namespace paddock

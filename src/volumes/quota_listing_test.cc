@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "base/file_descriptor.h"
+#include "platform/logger.h"
 #include "support/volume_fixture.h"
 #include "volumes/quota_entries.h"
 
@@ -36,11 +37,16 @@ class QuotaListing : public VolumeFixture {
     EXPECT_TRUE(entries_);
     return entries_.value_or(Array{"none"});
   }
-  void expectRefused(Status status) {
+  void expectRefused(Status status, const std::string& why = kBadHeader) {
+    logger.clear();
     EXPECT_EQ(list(), status);
     EXPECT_FALSE(entries_);
+    EXPECT_THAT(logger.lines(), ElementsAre(RecordingLogger::Line{
+                                    kLogError, "paddock_sharing: The quotas in " + userFile() +
+                                                   " are not listed: " + why}));
   }
 
+  static constexpr const char* kBadHeader = "it does not begin with the header of such a file";
   static constexpr std::uint64_t kAvailable = 1000 * kBlock;
   std::optional<Array> entries_;
   LeftOpen leftOpen_;
@@ -169,15 +175,15 @@ TEST_F(QuotaListing, TheFamiliesUfsAndHfsAreListedAndAllOthersAreEmpty) {
 }
 
 TEST_F(QuotaListing, AFileThatCannotBeOpenedIsItsErrno) {
-  expectRefused(ENOENT);
+  expectRefused(ENOENT, "there is no such file, although quotas were switched on here");
   std::filesystem::create_directory(userFile());
-  expectRefused(EISDIR);
+  expectRefused(EISDIR, "it is a folder");
   std::filesystem::remove(userFile());
   std::filesystem::create_symlink("/etc/shadow", userFile());
-  expectRefused(ELOOP);
+  expectRefused(ELOOP, "it is a symbolic link");
   std::filesystem::remove(userFile());
   ASSERT_EQ(::mkfifo(userFile().c_str(), 0666), 0);
-  expectRefused(EINVAL);
+  expectRefused(EINVAL, "it is no regular file");
   EXPECT_THAT(leftOpen_.numbers(), IsEmpty());
 }
 
@@ -185,14 +191,14 @@ TEST_F(QuotaListing, AFileOfAnotherUserIsNotBelieved) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file away needs root";
   writeUsers({usage(1001, 5)});
   ASSERT_EQ(::chown(userFile().c_str(), 12345, 80), 0);
-  expectRefused(EPERM);
+  expectRefused(EPERM, "it is of the user 12345 and not of root");
   EXPECT_THAT(leftOpen_.numbers(), IsEmpty());
 }
 
 TEST_F(QuotaListing, AVolumeThatCannotBeAskedIsItsErrnoAndTheFileIsLeftOpen) {
   writeUsers({usage(1001, 5)});
   volumes.setError(root(), EIO);
-  expectRefused(EIO);
+  expectRefused(EIO, "the volume: Input/output error");
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
 }
 

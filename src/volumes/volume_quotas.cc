@@ -97,7 +97,12 @@ Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) 
   const int unknown = services().quotaControl->quotactl(
       volumePath, quotaCommand(kQuotaStateCommand, kUserQuota), 0, &state);
   quotas.set(kIsEnabledKey, unknown == 0 && state == kStateOn);
-  if (unknown != 0) return unknown == ENOTSUP ? kSuccess : unknown;
+  if (unknown == ENOTSUP) return kSuccess;
+  if (unknown != 0) {
+    services().logger->log(kLogError, "paddock_sharing: Whether the quotas of " + volumePath +
+                                          " are on is not known: " + sharing_error_string(unknown));
+    return unknown;
+  }
   refreshFiles(volumePath);
   const Status status = listInto(quotas, kUsersKey, volumePath, kUserQuota);
   return status != kSuccess ? status : listInto(quotas, kGroupsKey, volumePath, kGroupQuota);

@@ -170,6 +170,9 @@ TEST_F(ReadingVolumeQuotas, AnotherErrorIsTheStatus) {
   writeUsers({usage(1001, 5)});
   quotas.setError(kState, EPERM);
   EXPECT_EQ(read(EPERM), (Dictionary{{"isEnabled", false}}));
+  EXPECT_THAT(logger.lines(), ElementsAre(RecordingLogger::Line{
+                                  kLogError, "paddock_sharing: Whether the quotas of " + root() +
+                                                 " are on is not known: Operation not permitted"}));
 }
 
 TEST_F(ReadingVolumeQuotas, AUserListingThatFailsIsTheStatusAndGroupsAreNotListed) {
