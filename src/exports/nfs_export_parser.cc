@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <iterator>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -25,6 +27,7 @@ constexpr std::string_view kWhitespaceAndNewlines = " \t\n\r\v\f";
 constexpr std::string_view kBlanksAndLineBreaks = " \t\n";
 constexpr const char* kCopySuffix = ".before-paddock";
 constexpr int kAttempts = 5;
+constexpr std::chrono::milliseconds kFirstPause(10);
 constexpr const char* kReading = "read";
 constexpr const char* kNotUtf8 = "it is not UTF-8";
 
@@ -259,11 +262,18 @@ std::string NFSExportParser::textWithBoundaries() {
 bool NFSExportParser::writeFile() { return write(false) == WriteResult::written; }
 
 bool NFSExportParser::writeFileKeepingOthersChanges() {
+  auto pause = kFirstPause;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (attempt > 0) {
+      // Whoever writes it may be done then.
+      std::this_thread::sleep_for(pause);
+      pause *= 2;
+    }
     readFileIfChanged();
     const WriteResult result = write(true);
     if (result != WriteResult::fileChanged) return result == WriteResult::written;
   }
+  readFileIfChanged();
   return writeFile();
 }
 
@@ -279,7 +289,7 @@ NFSExportParser::WriteResult NFSExportParser::write(bool unlessFileChanged) {
       changes_.clear();  // there is nothing that a file would have to say
       return WriteResult::failed;
     }
-    const WriteResult result = replace(text, nullptr);
+    const WriteResult result = replace(text, unlessFileChanged ? &identity : nullptr);
     createdFile_ = createdFile_ || result == WriteResult::written;
     return result;
   }
@@ -305,9 +315,11 @@ NFSExportParser::WriteResult NFSExportParser::replace(const std::string& text,
                                                       const FileIdentity* expected) {
   TextFiles::Replacement replacement;
   const int error = services().textFiles->replaceKeeping(file(), text, expected, replacement);
-  if (error == ESTALE) return WriteResult::fileChanged;
+  std::string present = text;
+  if (error == ESTALE && replacement.gaveWay) (void)services().textFiles->read(file(), present);
   // Also after an error: the file may have given way already.
-  if (replacement.gaveWay) keepIfOthersChangedIt(*replacement.gaveWay, file(), known_, text);
+  if (replacement.gaveWay) keepIfOthersChangedIt(*replacement.gaveWay, file(), known_, present);
+  if (error == ESTALE) return WriteResult::fileChanged;
   if (error != 0) return failed("write", error);
   know(text, replacement.written);
   changes_.clear();

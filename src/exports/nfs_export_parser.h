@@ -14,7 +14,8 @@
 // that has appeared meanwhile before it writes. Writing what is in the file already leaves the
 // file alone, its time of change included. A file that is written over although it is not what was
 // last read or written, or that somebody still has open for writing, is kept (see
-// replaced_exports.h).
+// replaced_exports.h); `writeFileKeepingOthersChanges` comes to that only when others write it
+// again and again, or on a file system that cannot put back what gave way.
 //
 // Not safe from two threads at once: callers hold the module's request lock.
 #pragma once
@@ -63,8 +64,8 @@ class NFSExportParser : public ConfigurationParser {
   std::set<std::string> unwrittenRemovals() const;
   // Whether something was added or removed that is not in the file.
   bool hasUnwrittenChanges() const { return !changes_.empty(); }
-  // `writeFile`, once the file is what was last read or written: as long as it is found changed it
-  // is read as `readFileIfChanged` does, a few times at most.
+  // `writeFile`, once the file is what was last read or written: as long as it is found changed, or
+  // open for writing elsewhere, it is read as `readFileIfChanged` does, a few times at most.
   bool writeFileKeepingOthersChanges();
   // Replaces the file with the lines, the boundary comments around the exports. False, with the
   // file as it was, when that failed, and when there is neither a file nor anything to write.

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "exports/nfs_export_parser.h"
 #include "support/exports_parser_test_support.h"
 
@@ -111,11 +113,62 @@ TEST_F(NFSExportParserChangesTest, ALineWrittenJustBeforeAWriteStays) {
   EXPECT_THAT(logged(), ElementsAre());
 }
 
-TEST_F(NFSExportParserChangesTest, ALineWrittenInTheLastInstantIsKeptBesideAndLogged) {
+TEST_F(NFSExportParserChangesTest, ALineWrittenInTheLastInstantStays) {
+  const auto parser = parserOf("# mine\n# theirs\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n/by/hand *(ro)\n"); });
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n/by/hand *(ro)\n");
+  EXPECT_THAT(keptFiles(), ElementsAre());
+  EXPECT_THAT(logged(), ElementsAre());
+}
+
+TEST_F(NFSExportParserChangesTest, AFileThatIsMadeInTheLastInstantStays) {
+  const auto parser = NFSExportParser::parserWithFile(kFile);
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  files_.setBeforeReplacing([this] { files_.setFile(kFile, "/by/hand *(ro)\n"); });
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "/by/hand *(ro)\n");
+  EXPECT_THAT(keptFiles(), ElementsAre());
+}
+
+TEST_F(NFSExportParserChangesTest, OfTwoInTheLastInstantTheLaterStaysAndTheOtherIsKept) {
+  const auto parser = parserOf("# mine\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n/by/hand *(ro)\n"); });
+  files_.setBeforePuttingBack([this] { files_.setFile(kFile, "# mine\n/by/another *(ro)\n"); });
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kFile),
+            kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n/by/another *(ro)\n");
+  EXPECT_EQ(files_.contents(kKept), "# mine\n/by/hand *(ro)\n");
+  EXPECT_THAT(
+      logged(),
+      ElementsAre("paddock_sharing: /etc/exports was changed by others while it was replaced; "
+                  "that file is kept as " +
+                      std::string(kKept),
+                  "paddock_sharing: /etc/exports lost the line: /by/hand *(ro)"));
+}
+
+TEST_F(NFSExportParserChangesTest, AFileThatChangesAgainAndAgainIsWrittenOverAndKept) {
+  const auto parser = parserOf("# mine\n");
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  int edits = 0;
+  std::function<void()> edit = [&] {
+    files_.setFile(kFile, "# edit " + std::to_string(++edits) + "\n");
+    files_.setBeforeReplacing(edit);
+  };
+  files_.setBeforeReplacing(edit);
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kKept), "# edit " + std::to_string(edits) + "\n");
+  EXPECT_EQ(files_.contents(kFile),
+            kBegin + "/srv/a *(ro)\n" + kEnd + "# edit " + std::to_string(edits - 1) + "\n");
+}
+
+TEST_F(NFSExportParserChangesTest, ALineThatIsWrittenOverIsKeptBesideAndLogged) {
   const auto parser = parserOf("# mine\n# theirs\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n  /by/hand *(ro)\x1B[2J\n"); });
-  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_TRUE(parser->writeFile());
   EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n# theirs\n");
   EXPECT_EQ(files_.contents(kKept), "# mine\n  /by/hand *(ro)\x1B[2J\n");
   EXPECT_THAT(

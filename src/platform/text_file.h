@@ -73,8 +73,10 @@ class TextFiles {
     std::unique_ptr<ReplacedFile> gaveWay;  // null when there was none
   };
   // The same, and hands over the file that was there at that very moment, whoever had put it there.
-  // With `expected`, ESTALE and nothing replaced when the path is seen to lead to another file, or
-  // to that one in another state, just before.
+  // With `expected`, ESTALE and the file as others left it when that was another file, or that one
+  // in another state, or open for writing elsewhere; for an identity of no file, when there was
+  // one. What others put there meanwhile and cannot have stayed is handed over with ESTALE too.
+  // 0 and another file handed over only where the file system has no way to put it back.
   virtual int replaceKeeping(const std::string& path, const std::string& contents,
                              const FileIdentity* expected, Replacement& replacement) = 0;
 

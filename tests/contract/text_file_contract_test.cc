@@ -369,6 +369,22 @@ TEST_P(TextFilesContract, AFileThatIsNotTheExpectedOneStays) {
   EXPECT_EQ(contentsOf("a"), "new");
 }
 
+TEST_P(TextFilesContract, WhereNoFileIsExpectedOneThatIsThereStays) {
+  const FileIdentity none;
+  makeFile("a", "theirs");
+  TextFiles::Replacement replacement;
+  EXPECT_EQ(files().replaceKeeping(path("a"), "new", &none, replacement), ESTALE);
+  EXPECT_EQ(contentsOf("a"), "theirs");
+  EXPECT_EQ(subject_->objectCount(), 1U);
+  EXPECT_EQ(files().replaceKeeping(path("b"), "new", &none, replacement), 0);
+  EXPECT_FALSE(replacement.gaveWay);
+  EXPECT_EQ(contentsOf("b"), "new");
+  FileIdentity expected;
+  ASSERT_EQ(files().identify(path("a"), expected), 0);
+  EXPECT_EQ(files().replaceKeeping(path("c"), "new", &expected, replacement), ESTALE);
+  EXPECT_EQ(subject_->objectCount(), 2U) << "a file that is gone is not the expected one";
+}
+
 TEST_P(TextFilesContract, ListsTheNamesThatBeginSo) {
   subject_->make("folder", {Kind::folder, "", 0755});
   for (const char* name : {"folder/b2", "folder/b1", "folder/a", "b3"}) makeFile(name, "x");

@@ -6,6 +6,8 @@
 #include <array>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
 
 #include "base/system_call.h"
 
@@ -17,6 +19,14 @@ constexpr std::size_t kSizeLimit = std::size_t{64} << 20U;
 constexpr std::size_t kChunk = std::size_t{64} << 10U;
 constexpr int kLinkLimit = 40;
 constexpr mode_t kPermissionBits = 07777;
+
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+// Longer than the times of files are apart on any file system in use.
+constexpr std::int64_t kSettlingTime = 2 * kNanoseconds;
+
+std::int64_t nanosecondsOf(const timespec& time) {
+  return time.tv_sec * kNanoseconds + time.tv_nsec;
+}
 
 int readLink(int folder, const std::string& name, std::string& target) {
   std::array<char, PATH_MAX> buffer{};
@@ -127,6 +137,18 @@ int readRegular(const std::string& path, std::string& contents, struct stat& sta
   FileDescriptor file;
   const int error = openRegular(path, file, status);
   return error != 0 ? error : readRegular(file, status, contents);
+}
+
+FileIdentity identityOf(const struct stat& status) {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  const std::int64_t changed = nanosecondsOf(status.st_ctim);
+  return {status.st_dev,
+          status.st_ino,
+          static_cast<std::uint64_t>(status.st_size),
+          nanosecondsOf(status.st_mtim),
+          changed,
+          nanosecondsOf(now) - changed > kSettlingTime};
 }
 
 FileOwnership ownershipOf(const struct stat& status) {

@@ -10,6 +10,7 @@
 
 #include "base/file_descriptor.h"
 #include "platform/linux/new_file.h"
+#include "platform/text_file.h"
 
 namespace paddock {
 
@@ -40,5 +41,6 @@ int readRegular(const std::string& path, std::string& contents, struct stat& sta
 int readRegular(const FileDescriptor& file, const struct stat& status, std::string& contents);
 
 FileOwnership ownershipOf(const struct stat& status);
+FileIdentity identityOf(const struct stat& status);
 
 }  // namespace paddock

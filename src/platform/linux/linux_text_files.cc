@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -27,40 +26,51 @@ constexpr unsigned kOwn = static_cast<unsigned>(-1);  // see chown(2)
 
 constexpr int kPlacements = 100;
 
-constexpr std::int64_t kNanoseconds = 1'000'000'000;
-// Longer than the times of files are apart on any file system in use.
-constexpr std::int64_t kSettlingTime = 2 * kNanoseconds;
-
-std::int64_t nanosecondsOf(const timespec& time) {
-  return time.tv_sec * kNanoseconds + time.tv_nsec;
-}
-
-FileIdentity identityOf(const struct stat& status) {
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  const std::int64_t changed = nanosecondsOf(status.st_ctim);
-  return {status.st_dev,
-          status.st_ino,
-          static_cast<std::uint64_t>(status.st_size),
-          nanosecondsOf(status.st_mtim),
-          changed,
-          nanosecondsOf(now) - changed > kSettlingTime};
-}
-
 bool isFileName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
          name.find('\0') == std::string::npos;
 }
 
-// Puts the file in its place, where something may come or go at any moment.
+// Puts the file in its place, where something may come or go at any moment. `gaveWay` is what was
+// there.
 int putInstead(NewFile& file, bool isThere, std::string& gaveWay) {
   int error = EAGAIN;
   for (int placement = 0; placement < kPlacements; ++placement) {
     error = isThere ? file.exchange(gaveWay) : file.putInEmptyPlace();
+    if (error == 0 && isThere) return file.syncFolder();
     if (error != (isThere ? ENOENT : EEXIST)) return error;
     isThere = !isThere;
   }
   return error;
+}
+
+bool isNoFile(const FileIdentity& identity) { return identity.isSameState({}); }
+
+// The same in the place of the expected file alone; ESTALE otherwise. Whether it was that one shows
+// only when it has given way, so that another one is put back, which takes as long as two renames.
+int putInsteadOf(const FileIdentity& expected, NewFile& file, const FileDescriptor& folder,
+                 std::string& gaveWay) {
+  if (isNoFile(expected)) {
+    const int error = file.putInEmptyPlace();
+    return error == EEXIST ? ESTALE : error;
+  }
+  struct stat status {};
+  if (const int error = errnoOf([&] { return ::fstat(file.descriptor(), &status); }); error != 0)
+    return error;
+  if (const int error = file.exchange(gaveWay); error != 0) return error == ENOENT ? ESTALE : error;
+  // What cannot be put back is the caller's to keep.
+  if (isUntouched(folder, gaveWay, expected) || file.exchangeAgain(gaveWay) != 0)
+    return file.syncFolder();
+  const FileIdentity own = identityOf(status);
+  file.close();
+  if (isUntouched(folder, gaveWay, own)) {
+    file.takeBack(std::exchange(gaveWay, std::string()));
+  } else if (!isFile(folder, gaveWay, own)) {
+    // Somebody replaced ours meanwhile. What was put there last stays there.
+    file.exchangeAgain(gaveWay);
+  }
+  file.syncFolder();
+  return ESTALE;
 }
 
 int writeNew(NewFile& file, const FilePlace& place, const std::string& contents) {
@@ -69,8 +79,10 @@ int writeNew(NewFile& file, const FilePlace& place, const std::string& contents)
   }
   if (const int error = file.create(); error != 0) return error;
   if (const int error = file.write(contents); error != 0) return error;
-  return file.setOwnership(place.present ? ownershipOf(*place.present)
-                                         : FileOwnership{kOwn, kOwn, kModeOfNewFiles});
+  const int error = file.setOwnership(place.present ? ownershipOf(*place.present)
+                                                    : FileOwnership{kOwn, kOwn, kModeOfNewFiles});
+  // Here, and not between a look at what is there and the moment in which it gives way.
+  return error != 0 ? error : file.sync();
 }
 
 }  // namespace
@@ -123,11 +135,14 @@ int LinuxTextFiles::replaceKeeping(const std::string& path, const std::string& c
   NewFile file(place.folder.get(), place.name);
   if (const int error = writeNew(file, place, contents); error != 0) return error;
   FileIdentity present;
-  if (expected != nullptr && (identify(path, present) != 0 || !present.isSameState(*expected))) {
-    return ESTALE;
+  if (expected != nullptr) {
+    const int error = identify(path, present);
+    if (error != (isNoFile(*expected) ? ENOENT : 0) || !present.isSameState(*expected))
+      return ESTALE;
   }
   std::string gaveWay;
-  const int error = putInstead(file, place.present.has_value(), gaveWay);
+  const int error = expected != nullptr ? putInsteadOf(*expected, file, place.folder, gaveWay)
+                                        : putInstead(file, place.present.has_value(), gaveWay);
   struct stat status {};
   if (::fstat(file.descriptor(), &status) == 0) replacement.written = identityOf(status);
   if (!gaveWay.empty()) {

@@ -71,6 +71,7 @@ int NewFile::create() {
 }
 
 int NewFile::write(std::string_view contents) {
+  synced_ = false;
   while (!contents.empty()) {
     std::size_t written = 0;
     const int error =
@@ -89,11 +90,14 @@ int NewFile::setOwnership(const FileOwnership& ownership) {
 }
 
 int NewFile::setMode(mode_t mode) {
+  synced_ = false;
   return errnoOf([&] { return ::fchmod(file_.get(), mode); });
 }
 
 int NewFile::sync() {
-  return errnoOf([&] { return ::fsync(file_.get()); });
+  const int error = synced_ ? 0 : errnoOf([&] { return ::fsync(file_.get()); });
+  synced_ = error == 0;
+  return error;
 }
 
 int NewFile::syncFolder() const {
@@ -134,19 +138,23 @@ int NewFile::replaceKeepingLink(std::string& gaveWay) {
     return unplaced;
   }
   temporaryName_.clear();
-  return syncFolder();
+  return 0;
+}
+
+int NewFile::exchangeAgain(const std::string& gaveWay) {
+  return errnoOf([&] {
+    return ::renameat2(folder_, gaveWay.c_str(), folder_, name_.c_str(), RENAME_EXCHANGE);
+  });
 }
 
 int NewFile::exchange(std::string& gaveWay) {
   gaveWay.clear();
   if (const int error = sync(); error != 0) return error;
-  const int error = errnoOf([&] {
-    return ::renameat2(folder_, temporaryName_.c_str(), folder_, name_.c_str(), RENAME_EXCHANGE);
-  });
+  const int error = exchangeAgain(temporaryName_);
   if (error == EINVAL || error == ENOSYS || error == ENOTSUP) return replaceKeepingLink(gaveWay);
   if (error != 0) return error;
   gaveWay = std::exchange(temporaryName_, std::string());
-  return syncFolder();
+  return 0;
 }
 
 }  // namespace paddock

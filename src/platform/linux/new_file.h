@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/file_descriptor.h"
 
@@ -31,26 +32,37 @@ class NewFile {
   int write(std::string_view contents);
   int setOwnership(const FileOwnership& ownership);
   int setMode(mode_t mode);
+  // Makes it durable, which takes a while and is not done twice: whoever asks for it here has
+  // nothing to wait for when the file is put in its place.
+  int sync();
   // Syncs the file and renames it over what has the name.
   int putInPlace();
   // The same where nothing has the name: EEXIST otherwise.
   int putInEmptyPlace();
   // The same where a file has the name, which gets a new one of the same kind as the temporary
-  // file's: `gaveWay`, which is then the caller's. ENOENT when nothing has the name.
+  // file's: `gaveWay`, which is then the caller's. ENOENT when nothing has the name. The folder is
+  // not synced yet.
   int exchange(std::string& gaveWay);
+  // Exchanges what has the name for what has the one that `exchange` gave out. An errno where the
+  // file system cannot exchange, and when either is gone.
+  int exchangeAgain(const std::string& gaveWay);
+  // The temporary file has this name now, and goes as one that was never put in its place.
+  void takeBack(std::string temporaryName) { temporaryName_ = std::move(temporaryName); }
+  int syncFolder() const;
 
   // The file that was made; also once it is in its place, until this object goes.
   int descriptor() const { return file_.get(); }
+  // Nobody has it open for writing by this object any more.
+  void close() { file_ = FileDescriptor(); }
 
  private:
   int replaceKeepingLink(std::string& gaveWay);
-  int sync();
-  int syncFolder() const;
 
   int folder_;
   std::string name_;
   std::string temporaryName_;  // empty when there is no such file
   FileDescriptor file_;
+  bool synced_ = false;
 };
 
 }  // namespace paddock

@@ -20,19 +20,43 @@ bool hasWriters(const FileDescriptor& file) {
   return false;
 }
 
-}  // namespace
-
-LinuxReplacedFile::LinuxReplacedFile(FileDescriptor folder, std::string name)
-    : folder_(std::move(folder)), name_(std::move(name)) {
+FileDescriptor openForReading(const FileDescriptor& folder, const std::string& name) {
   int descriptor = -1;
-  const int unopened = errnoOf(
+  const int error = errnoOf(
       [&] {
-        return ::openat(folder_.get(), name_.c_str(),
+        return ::openat(folder.get(), name.c_str(),
                         O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
       },
       &descriptor);
-  if (unopened != 0) return;
-  const FileDescriptor file(descriptor);
+  return error == 0 ? FileDescriptor(descriptor) : FileDescriptor();
+}
+
+FileIdentity identityIn(const FileDescriptor& folder, const std::string& name) {
+  struct stat status {};
+  if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {};
+  return identityOf(status);
+}
+
+}  // namespace
+
+bool isFile(const FileDescriptor& folder, const std::string& name, const FileIdentity& file) {
+  const FileIdentity present = identityIn(folder, name);
+  return present.device == file.device && present.inode == file.inode;
+}
+
+bool isUntouched(const FileDescriptor& folder, const std::string& name, const FileIdentity& file) {
+  const FileDescriptor opened = openForReading(folder, name);
+  // First: one who writes between the two has it open yet, or has changed it.
+  if (opened.get() < 0 || hasWriters(opened)) return false;
+  FileIdentity present = identityIn(folder, name);
+  present.changed = file.changed;
+  return present.isSameState(file);
+}
+
+LinuxReplacedFile::LinuxReplacedFile(FileDescriptor folder, std::string name)
+    : folder_(std::move(folder)), name_(std::move(name)) {
+  const FileDescriptor file = openForReading(folder_, name_);
+  if (file.get() < 0) return;
   struct stat status {};
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
   // First: what somebody writes yet is written by one who has it open.

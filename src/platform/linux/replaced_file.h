@@ -9,6 +9,12 @@
 
 namespace paddock {
 
+// Whether the name in the folder is that of the file, in that state but for the time of its last
+// renaming, which nobody has open for writing.
+bool isUntouched(const FileDescriptor& folder, const std::string& name, const FileIdentity& file);
+// Whether it is that of the file, in whatever state.
+bool isFile(const FileDescriptor& folder, const std::string& name, const FileIdentity& file);
+
 class LinuxReplacedFile : public ReplacedFile {
  public:
   // The file of that name in the folder; read at once.

@@ -95,15 +95,31 @@ class InMemoryTextFiles::GaveWay : public ReplacedFile {
   std::optional<std::string> contents_;
 };
 
+bool InMemoryTextFiles::isInState(const std::string& path, const FileIdentity& expected) {
+  FileIdentity present;
+  const int error = identify(path, present);
+  return error == (expected.isSameState({}) ? ENOENT : 0) && present.isSameState(expected);
+}
+
+int InMemoryTextFiles::leaveToOthers(const std::string& path, Replacement& replacement) {
+  std::string resolved = path;
+  if (!beforePuttingBack_ || resolve(resolved) != 0) return ESTALE;
+  const Object gaveWay = objects_.at(resolved);
+  std::exchange(beforePuttingBack_, nullptr)();
+  if (!isInState(path, identityOf(resolved)) || objects_.at(resolved) == gaveWay) return ESTALE;
+  replacement.gaveWay = std::make_unique<GaveWay>(*this, gaveWay);
+  return ESTALE;
+}
+
 int InMemoryTextFiles::replaceKeeping(const std::string& path, const std::string& contents,
                                       const FileIdentity* expected, Replacement& replacement) {
   replacement = {};
   std::string resolved = path;
-  FileIdentity present;
-  if (expected != nullptr && (identify(path, present) != 0 || !present.isSameState(*expected))) {
-    return ESTALE;
-  }
+  if (expected != nullptr && !isInState(path, *expected)) return ESTALE;
   if (beforeReplacing_) std::exchange(beforeReplacing_, nullptr)();
+  const bool isWritten = openForWriting_ && exists(path);
+  if (expected != nullptr && (isWritten || !isInState(path, *expected)))
+    return leaveToOthers(path, replacement);
   if (resolve(resolved) == 0 && objects_.at(resolved).kind == Kind::file) {
     replacement.gaveWay = std::make_unique<GaveWay>(*this, objects_.at(resolved));
   }

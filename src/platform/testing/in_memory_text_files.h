@@ -42,6 +42,11 @@ class InMemoryTextFiles : public TextFiles {
 
   // Runs once, just before the next `replaceKeeping` replaces: what somebody else does then.
   void setBeforeReplacing(std::function<void()> action) { beforeReplacing_ = std::move(action); }
+  // Runs once, while the next file that is not the expected one has given way and is not put back
+  // yet. What it leaves at that path stays there.
+  void setBeforePuttingBack(std::function<void()> action) {
+    beforePuttingBack_ = std::move(action);
+  }
   // Whether the files that give way are open for writing elsewhere.
   void setOpenForWriting(bool isOpen) { openForWriting_ = isOpen; }
 
@@ -65,6 +70,8 @@ class InMemoryTextFiles : public TextFiles {
   bool hasFolderOf(const std::string& path) const;
   FileIdentity identityOf(const std::string& resolved) const;
   void put(const std::string& path, const Object& object);
+  bool isInState(const std::string& path, const FileIdentity& expected);
+  int leaveToOthers(const std::string& path, Replacement& replacement);
 
   class GaveWay;
 
@@ -72,6 +79,7 @@ class InMemoryTextFiles : public TextFiles {
   std::map<std::string, std::int64_t> changes_;  // when each object was last changed, counted
   std::int64_t changeCount_ = 0;
   std::function<void()> beforeReplacing_;
+  std::function<void()> beforePuttingBack_;
   bool openForWriting_ = false;
   int replacements_ = 0;
 };
