@@ -9,6 +9,7 @@
 #include "keelhouse/export_lines.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/nfs_client.h"
+#include "keelhouse/reply_status.h"
 #include "keelhouse/share_names.h"
 #include "keelhouse/shell_word.h"
 #include "keelhouse/sibling_plugins.h"
@@ -20,6 +21,7 @@ namespace {
 constexpr const char* kDirectory = "paddock_directory";
 constexpr const char* kSharePoints = "dsRecTypeStandard:SharePoints";
 constexpr const char* kExport = "nfsExportRecord";
+constexpr const char* kRecordName = "dsAttrTypeStandard:RecordName";
 constexpr const char* kDirectoryPath = "dsAttrTypeNative:directory_path";
 
 // Whether it is the name, or that with a number as the daemon makes a record's name unique: whole.
@@ -27,14 +29,12 @@ bool isNameOrNumbered(const std::string& found, const std::string& name) {
   return found == name || (found.starts_with(name + "-") && isNumberedName(name, found));
 }
 
-// Whether the record was there without a path, and is gone.
-bool deleteUnlessFinished(const Session& session, const std::string& name) {
-  const Dictionary request{{"type", kSharePoints}, {"name", name}};
-  const auto read = session.daemon.callTagged(kDirectory, "getRecord", request);
-  const Dictionary* record = read ? read->body.dictionary("record") : nullptr;
-  if (record == nullptr || record->contains(kDirectoryPath)) return false;
-  const auto reply = session.daemon.callTagged(kDirectory, "deleteRecord", request, read->tag);
-  return reply && reply->body.integer("status") == 0;
+// The first value of an attribute; empty when it has none.
+std::string firstValue(const Dictionary& record, const char* attribute) {
+  const Array* values = record.array(attribute);
+  const std::string* text =
+      values != nullptr && !values->empty() ? values->front().string() : nullptr;
+  return text != nullptr ? *text : std::string();
 }
 
 bool isStored(const std::string& key, const Value& wanted, const Dictionary& present) {
@@ -97,9 +97,11 @@ bool isStoredWithoutExport(const Session& session, const std::string& path,
   return !isExportedTo(session, path, present, *clientsOf(record));
 }
 
+std::string setCommand(const std::string& path) { return "keelhouse share set " + shellWord(path); }
+
 // The command that finishes it, when what kept the line from being written is mended.
 std::string finish(const std::string& path, const Array& clients) {
-  std::string command = "When that is mended: keelhouse share set " + shellWord(path);
+  std::string command = "When that is mended: " + setCommand(path);
   for (const Value& client : clients) {
     if (client.dictionary() == nullptr) continue;
     command += " --nfs " + shellWord(formatNfsClient(*client.dictionary()));
@@ -130,6 +132,23 @@ BegunShare::~BegunShare() {
   }
 }
 
+RecordDeletion deleteUnfinished(const Session& session, const std::string& name) {
+  using Outcome = RecordDeletion::Outcome;
+  const std::string action = "the record " + printable(name) + " cannot be removed";
+  const Dictionary request{{"type", kSharePoints}, {"name", name}};
+  // Without a condition there is always a reply.
+  const TaggedReply read = *session.daemon.callTagged(kDirectory, "getRecord", request);
+  requireStatus(read.body, "status", action);
+  const Dictionary* record = read.body.dictionary("record");
+  if (record == nullptr || firstValue(*record, kRecordName) != name) return {Outcome::missing, {}};
+  const std::string path = firstValue(*record, kDirectoryPath);
+  if (path.starts_with('/')) return {Outcome::finished, path};
+  const auto reply = session.daemon.callTagged(kDirectory, "deleteRecord", request, read.tag);
+  if (!reply) return {Outcome::changed, {}};
+  requireStatus(reply->body, "status", action);
+  return {Outcome::deleted, {}};
+}
+
 std::vector<std::string> unfinishedRecords(const Session& session, const std::string& name) {
   std::vector<std::string> records;
   const auto reply = askIfLoaded(session, "paddock_services", "checkShare", {});
@@ -149,7 +168,7 @@ void deleteUnfinishedRecords(const Session& session, const std::string& name,
   try {
     for (const std::string& record : unfinishedRecords(session, name)) {
       if (std::find(before.begin(), before.end(), record) != before.end()) continue;
-      if (!deleteUnlessFinished(session, record)) continue;
+      if (deleteUnfinished(session, record).outcome != RecordDeletion::Outcome::deleted) continue;
       session.notes << "keelhouse: note: the record " << printable(record)
                     << ", which was begun without its settings, is deleted again\n";
     }
@@ -168,11 +187,13 @@ std::optional<Failure> sharedWithoutExport(const Session& session, const std::st
     if (!isStoredWithoutExport(session, path, record, readSharePoint(session, path))) {
       return std::nullopt;
     }
-    return Failure(failed.status(),
-                   std::string(failed.what()) + "\n" + printable(path) +
-                       " is shared as asked but for its NFS export, which was not written.\n" +
-                       finish(path, *clients),
-                   failed.origin());
+    // What was refused is what was asked for: the same command again would be refused, too.
+    return failed
+        .withMore(printable(path) +
+                  " is shared as asked but for its NFS export, which was not written.\n"
+                  "To finish it, with clients that can stand there (exports(5)): " +
+                  setCommand(path) + " --nfs CLIENT")
+        .withGuess({});
   } catch (const Failure&) {
     return std::nullopt;
   }
@@ -182,21 +203,30 @@ void requireExported(const Session& session, const std::string& path, const Dict
                      const Dictionary& stored) {
   const Dictionary* exported = record.dictionary(kExport);
   if (exported == nullptr) return;
-  if (exported->boolean("isDeleted").value_or(false)) return requireNotExported(session, path);
+  if (exported->boolean("isDeleted").value_or(false))
+    return requireNotExported(session, path, printable(path) + " is shared as asked",
+                              setCommand(path) + " --no-nfs");
   const Array* wanted = clientsOf(record);
   if (wanted == nullptr || isExportedTo(session, path, stored, *wanted)) return;
   throw daemonFailure(printable(path) + " is shared, but its NFS export was not written\n" +
                       finish(path, *wanted));
 }
 
-void requireNotExported(const Session& session, const std::string& path) {
-  const auto lines = exportLines(session, path);
+void requireNotExported(const Session& session, const std::string& path, const std::string& done,
+                        const std::string& command) {
+  const std::string finishing = "\nWhen that is mended: " + command;
+  std::optional<std::vector<ExportLine>> lines;
+  try {
+    lines = exportLines(session, path);
+  } catch (const Failure& failed) {
+    if (failed.status() == ExitStatus::unreachable) throw;
+    throw Failure(failed.status(), done + ", but " + failed.what() + finishing, failed.origin());
+  }
   if (!lines || lines->empty()) return;
-  throw daemonFailure("the NFS export of " + printable(path) +
-                      " could not be taken out of /etc/exports, which still has: " +
-                      printable(lines->front().text) +
-                      "\nTake it out by hand; the daemon does so with its next change that can be "
-                      "written, unless it is restarted before.");
+  throw daemonFailure(done +
+                      ", but its NFS export could not be taken out of /etc/exports, which "
+                      "still has: " +
+                      printable(lines->front().text) + finishing);
 }
 
 }  // namespace paddock::keelhouse

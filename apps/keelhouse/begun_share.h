@@ -41,6 +41,20 @@ class BegunShare {
 // does not say.
 std::vector<std::string> unfinishedRecords(const Session& session, const std::string& name);
 
+// What became of the record of a share point that was to be deleted.
+struct RecordDeletion {
+  enum class Outcome {
+    deleted,
+    missing,   // there is none of exactly that name
+    finished,  // it has an absolute `path`, and stays
+    changed,   // somebody changed it meanwhile, and it stays
+  };
+  Outcome outcome;
+  std::string path;
+};
+// Deletes the record of that name unless it is finished by now. Throws Failure for a status.
+RecordDeletion deleteUnfinished(const Session& session, const std::string& name);
+
 // Deletes those of them that are not among `before` and have no path still, and says so in a note.
 void deleteUnfinishedRecords(const Session& session, const std::string& name,
                              const std::vector<std::string>& before);
@@ -54,7 +68,9 @@ std::optional<Failure> sharedWithoutExport(const Session& session, const std::st
 // was read back, and in the exports file.
 void requireExported(const Session& session, const std::string& path, const Dictionary& record,
                      const Dictionary& stored);
-// The same of an export that was to go.
-void requireNotExported(const Session& session, const std::string& path);
+// The same of an export that was to go. `done` is what was done besides ("/srv/a is no longer
+// shared"), `command` finishes it.
+void requireNotExported(const Session& session, const std::string& path, const std::string& done,
+                        const std::string& command);
 
 }  // namespace paddock::keelhouse

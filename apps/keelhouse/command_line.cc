@@ -7,21 +7,20 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include "base/installed_root.h"
 #include "base/printable.h"
 #include "keelhouse/options.h"
+#include "keelhouse/request_log.h"
 #include "keelhouse/socket_path.h"
 #include "keelhouse/status_command.h"
 #include "keelhouse/terminal_text.h"
 #include "keelhouse/unknown_words.h"
-#include "wire/json.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-constexpr std::size_t kLogLines = 20;
 
 struct GlobalOptions {
   std::string root;
@@ -60,55 +59,6 @@ int fail(std::ostream& error, ExitStatus status, const std::string& text) {
   return numberOf(status);
 }
 
-// What the daemon logged for the request. What cannot be found out is left out: the failure itself
-// is told anyhow.
-std::vector<LogLine> logOf(const Session& session, const Failure& failed) {
-  const std::string& request = session.daemon.lastRequestId();
-  if (failed.origin() != ReportedBy::daemon || request.empty()) return {};
-  try {
-    return session.daemon.requestLog(request);
-  } catch (const Failure&) {
-    return {};
-  }
-}
-
-// The errors and warnings among them, a line each.
-std::string troublesIn(const std::vector<LogLine>& log, const std::string& request) {
-  std::string text;
-  std::size_t shown = 0;
-  for (const LogLine& line : log) {
-    if (line.level != "error" && line.level != "warning") continue;
-    if (shown++ == kLogLines) {
-      return text + "  more: journalctl -u paddockd --grep " + printable(request) + "\n";
-    }
-    text.append("  ").append(line.level).append(": ").append(printable(line.text)).append("\n");
-  }
-  return text;
-}
-
-// For programs, what standard error has for people; `log` has lines of every level.
-void printFailure(const Session& session, const Failure& failed, const std::vector<LogLine>& log) {
-  Array lines;
-  for (const LogLine& line : log) {
-    lines.emplace_back(Dictionary{{"time", line.time}, {"level", line.level}, {"text", line.text}});
-  }
-  session.out << wire::writeJsonPretty(Dictionary{{"error", failed.what()},
-                                                  {"exitStatus", numberOf(failed.status())},
-                                                  {"log", std::move(lines)}})
-              << '\n';
-}
-
-int fail(const Session& session, std::ostream& error, const Failure& failed) {
-  const std::string text = failed.what();
-  const std::size_t end = text.find('\n');
-  const std::vector<LogLine> log = logOf(session, failed);
-  error << "keelhouse: " << printableLines(text.substr(0, end)) << '\n'
-        << troublesIn(log, session.daemon.lastRequestId());
-  if (end != std::string::npos) error << printableLines(text.substr(end + 1)) << '\n';
-  if (session.json) printFailure(session, failed, log);
-  return numberOf(failed.status());
-}
-
 // --help and --version are exceptions of the parser too.
 int endParsing(const CLI::App& program, const CLI::ParseError& reason,
                const std::vector<std::string>& words, std::ostream& out, std::ostream& error) {
@@ -131,15 +81,27 @@ void addHelp(CLI::App& program, Action& action) {
   });
 }
 
-int perform(const Action& action, const Session& session, std::ostream& error) {
+// With JSON the document waits for what is to be added to it.
+int perform(const Action& action, const DaemonClient& daemon, bool json, std::ostream& out,
+            std::ostream& error) {
+  NotesBuffer noted(error);
+  std::ostream notes(&noted);
+  std::ostringstream document;
+  const std::string root = rootOfSocket(daemon.socketPath()).value_or(ownRoot());
+  const Session session{daemon, json ? document : out, notes, json, root, isTerminal(out)};
   try {
     const ExitStatus status = action(session);
-    session.out.flush();
-    if (!session.out) return fail(error, ExitStatus::failed, "standard output cannot be written");
+    Array log = warnOfErrors(session, noted.text());
+    if (json) out << withLog(document.str(), std::move(log));
+    out.flush();
+    if (!out) return fail(error, ExitStatus::failed, "standard output cannot be written");
     return numberOf(status);
   } catch (const Failure& failed) {
-    return fail(session, error, failed);
+    printFailure(session, error, failed, noted.text());
+    if (json) out << document.str();
+    return numberOf(failed.status());
   } catch (const std::exception& exception) {
+    if (json) out << document.str();
     return fail(error, ExitStatus::failed, exception.what());
   }
 }
@@ -175,8 +137,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
     return endParsing(program, reason, words, out, error);
   }
   const DaemonClient daemon(socketOf(program, options));
-  const std::string root = rootOfSocket(daemon.socketPath()).value_or(ownRoot());
-  return perform(action, {daemon, out, error, options.json, root, isTerminal(out)}, error);
+  return perform(action, daemon, options.json, out, error);
 }
 
 }  // namespace paddock::keelhouse

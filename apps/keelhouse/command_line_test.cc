@@ -226,6 +226,19 @@ TEST_F(CommandLine, addReportsTheWriteStatus) {
   EXPECT_THAT(error_, HasSubstr("cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n"));
 }
 
+TEST_F(CommandLine, aRefusedChangeSaysWhenNothingWasChanged) {
+  const auto refuse = [this](const std::string& before, const std::string& after) {
+    daemon_.answer(read(before), 200, "ETag: \"one\"\r\n");
+    daemon_.answer(written(after, 100076));
+    return run({"share", "set", folder_.path(), "--name", "b"});
+  };
+  const std::string stored = R"({"path":")" + folder_.path() + R"(","name":"a","isShared":true})";
+  EXPECT_EQ(refuse(stored, stored), 1);
+  EXPECT_THAT(error_, HasSubstr("(CANNOT_SAVE_SHARE_POINT_ERR, 100076)\nNothing was changed.\n"));
+  EXPECT_EQ(refuse(stored, R"({"name":"b","isShared":true})"), 1);
+  EXPECT_THAT(error_, ::testing::Not(HasSubstr("Nothing was changed")));
+}
+
 TEST_F(CommandLine, addReportsAShareThatDoesNotReadBack) {
   daemon_.answer(read(R"({"isShared":false})"));
   daemon_.answer(written(R"({"isShared":false})"));

@@ -2,9 +2,12 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <random>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -198,6 +201,28 @@ std::string escapeSegment(CURL* handle, std::string_view segment) {
   return result;
 }
 
+// Of those that keelhouse asks for. How a run goes on is asked again and again, and changes nothing
+// that anybody sees.
+constexpr std::array<std::string_view, 11> kChanging = {
+    "writeSettings", "startPropagate", "canAuthDSNode", "putRecord",  "deleteRecord", "setPassword",
+    "setModeBits",   "makeComplete",   "setLimits",     "setEnabled", "setStrict"};
+
+bool mayChange(std::string_view operation) {
+  return std::find(kChanging.begin(), kChanging.end(), operation) != kChanging.end();
+}
+
+// Each time that others come between, one of them is done, so that this is for a crowd.
+constexpr int kAttempts = 200;
+
+// So that those who met do not meet again.
+void pauseAfter(int attempt) {
+  constexpr int kStep = 5;
+  constexpr int kLongest = 100;
+  std::random_device random;
+  std::uniform_int_distribution<int> milliseconds(0, std::min(kStep * (attempt + 1), kLongest));
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
+}
+
 void checkSocketPath(const std::string& path) {
   if (!fitsSocketAddress(path)) throw unreachable(path, ENAMETOOLONG);
 }
@@ -230,12 +255,15 @@ std::optional<TaggedReply> DaemonClient::callTagged(std::string_view plugin,
                                                     std::string_view operation,
                                                     const Dictionary& request,
                                                     const std::string& tag) const {
-  return send(plugin, operation, wire::writeJson(request), tag);
+  auto reply = send(plugin, operation, wire::writeJson(request), tag);
+  if (reply && mayChange(operation) && !lastRequestId_.empty())
+    changeIds_.push_back(lastRequestId_);
+  return reply;
 }
 
 Dictionary DaemonClient::call(std::string_view plugin, std::string_view operation,
                               const Dictionary& request) const {
-  return post(plugin, operation, wire::writeJson(request));
+  return callTagged(plugin, operation, request)->body;
 }
 
 Dictionary DaemonClient::get(const std::string& path) const { return fetch(path, lastRequestId_); }
@@ -266,6 +294,16 @@ Dictionary DaemonClient::fetch(const std::string& path, std::string& requestId) 
   prepare(handle.get(), exchange, path, headers.get());
   const long httpStatus = perform(handle.get(), exchange, requestId);
   return readReply(httpStatus, exchange.reply);
+}
+
+void repeatUntilUndisturbed(const std::string& action,
+                            const std::function<bool(int number)>& attempt) {
+  for (int number = 0; number < kAttempts; ++number) {
+    if (attempt(number)) return;
+    pauseAfter(number);
+  }
+  throw failure(action + ": others changed it " + std::to_string(kAttempts) +
+                " times while this was tried; nothing was changed\nTry again.");
 }
 
 }  // namespace paddock::keelhouse

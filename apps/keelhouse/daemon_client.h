@@ -1,6 +1,7 @@
 // Asks the daemon: HTTP over its Unix socket.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -48,18 +49,26 @@ class DaemonClient {
   // The id of the last request of `post`, `call` and `get` that was answered, whatever the answer;
   // empty before the first one.
   const std::string& lastRequestId() const { return lastRequestId_; }
-  // While one lives, requests do not count as the last one: those that take something back, or look
+  // Those of `call` and `callTagged` that changed something, in their order: the operation may
+  // change something, and it was not refused.
+  const std::vector<std::string>& changeIds() const { return changeIds_; }
+  // While one lives, requests do not count among these: those that take something back, or look
   // what became of it, when an earlier one is the one to be explained.
   class Aside {
    public:
-    explicit Aside(const DaemonClient& daemon) : daemon_(daemon), kept_(daemon.lastRequestId_) {}
+    explicit Aside(const DaemonClient& daemon)
+        : daemon_(daemon), kept_(daemon.lastRequestId_), changes_(daemon.changeIds_.size()) {}
     Aside(const Aside&) = delete;
     Aside& operator=(const Aside&) = delete;
-    ~Aside() { daemon_.lastRequestId_ = kept_; }
+    ~Aside() {
+      daemon_.lastRequestId_ = kept_;
+      daemon_.changeIds_.resize(changes_);
+    }
 
    private:
     const DaemonClient& daemon_;
     const std::string kept_;
+    const std::size_t changes_;
   };
   // What the daemon logged for a request of this user; it keeps those of the last 1,000 requests.
   std::vector<LogLine> requestLog(const std::string& id) const;
@@ -72,6 +81,13 @@ class DaemonClient {
 
   std::string socketPath_;
   mutable std::string lastRequestId_;
+  mutable std::vector<std::string> changeIds_;
 };
+
+// Makes a change on the condition that nobody else makes one meanwhile, again and again until
+// nobody does. `attempt` gets its number, from 0, and says whether the change was made. Throws
+// Failure, beginning with `action`, when it is never left alone for long enough.
+void repeatUntilUndisturbed(const std::string& action,
+                            const std::function<bool(int number)>& attempt);
 
 }  // namespace paddock::keelhouse

@@ -82,7 +82,11 @@ TEST_F(ExportLines, ofAFileThatCannotBeReadAreUnknown) {
   answerShared();
   daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":false})"));
   EXPECT_EQ(run({"share", "remove", "/srv/a"}), 1);
-  EXPECT_THAT(error_, HasSubstr("cannot read /etc/exports: y"));
+  EXPECT_EQ(
+      error_.substr(error_.find("keelhouse: /srv/a is")),
+      "keelhouse: /srv/a is no longer shared, but whether /srv/a is in the exports file is not "
+      "known: cannot read /etc/exports: y (EIO, 5)\n"
+      "When that is mended: keelhouse share remove /srv/a\n");
 }
 
 TEST_F(ExportLines, aChangeOfTheExportIsWhatItSays) {
@@ -124,9 +128,32 @@ TEST_F(ExportLines, anExportThatDidNotGoIsSaid) {
     const bool removed = words[1] == "remove";
     daemon_.answer(writtenPart("sharePointRecord", removed ? R"({"isShared":false})" : kShared));
     EXPECT_EQ(run(words), 1);
-    EXPECT_THAT(error_, HasSubstr("the NFS export of /srv/a could not be taken out of "
-                                  "/etc/exports, which still has: /srv/a one(ro)\n"));
+    const std::string done = removed ? "no longer shared" : "shared as asked";
+    const std::string command = removed ? "share remove /srv/a" : "share set /srv/a --no-nfs";
+    EXPECT_THAT(error_, HasSubstr("keelhouse: /srv/a is " + done +
+                                  ", but its NFS export could not be taken out of /etc/exports, "
+                                  "which still has: /srv/a one(ro)\n"
+                                  "When that is mended: keelhouse " +
+                                  command + "\n"));
   }
+}
+
+TEST_F(ExportLines, thatARemovalLeftAreTakenOutByAnother) {
+  const std::string left = R"({"status":0,"exports":[)" + std::string(kOne) + "]}";
+  daemon_.answerServices("getExports", {left, R"({"status":0,"exports":[]})"});
+  daemon_.answer(readPart("sharePointRecord", R"({"isShared":false})"));
+  answerChanged();
+  daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 0) << error_;
+  EXPECT_EQ(out_, "/srv/a is no longer shared.\n");
+  EXPECT_THAT(body(1), HasSubstr(R"("sharePointRecord":{"name":"a","nfsExportRecord":)"
+                                 R"({"isDeleted":true},"path":"/srv/a"})"));
+  EXPECT_THAT(body(2), HasSubstr(R"("sharePointRecord":{"isShared":false})"));
+  const std::size_t before = asked();
+  daemon_.answer(readPart("sharePointRecord", R"({"isShared":false})"));
+  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 1);
+  EXPECT_THAT(error_, HasSubstr("keelhouse: /srv/a is not shared\n"));
+  EXPECT_EQ(asked(), before + 2) << "the list for what is near, and no change";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace paddock::keelhouse {
 
@@ -11,7 +12,7 @@ enum class ExitStatus {
   failed = 1,       // the operation reported an error, or what was asked is not there
   usage = 2,        // the command line cannot be used
   unreachable = 3,  // no daemon answers on the socket
-  unsure = 4,       // the answer cannot be told: an entry is for somebody unknown
+  unsure = 4,       // not all of the answer can be told: who an entry is for, or what a node knows
   notServed = 5,    // done, but not served, where that was required
 };
 
@@ -27,9 +28,22 @@ class Failure : public std::runtime_error {
   ExitStatus status() const { return status_; }
   ReportedBy origin() const { return origin_; }
 
+  // What may be done about it, as far as the failure alone says; it gives way to what the log of
+  // the request says of the reason.
+  const std::string& guess() const { return guess_; }
+  Failure withGuess(const std::string& guess) && {
+    guess_ = guess;
+    return std::move(*this);
+  }
+  // The same failure with more text below.
+  Failure withMore(const std::string& text) const {
+    return Failure(status_, std::string(what()) + "\n" + text, origin_).withGuess(guess_);
+  }
+
  private:
   ExitStatus status_;
   ReportedBy origin_;
+  std::string guess_;
 };
 
 // The daemon answered with an HTTP status other than 200.

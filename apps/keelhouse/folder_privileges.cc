@@ -5,6 +5,7 @@
 #include "keelhouse/failure.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/share_path.h"
 
 namespace paddock::keelhouse {
 
@@ -25,7 +26,8 @@ Dictionary privilegesIn(const Dictionary& reply, const std::string& path) {
     throw failure("the daemon's reply says nothing of the privileges of " + path);
   }
   if (const std::string* error = privileges.string("posixErr")) {
-    throw errorFailure("the privileges of " + path + " cannot be read", *error);
+    throw explainMissing(errorFailure("the privileges of " + path + " cannot be read", *error),
+                         path);
   }
   return privileges;
 }

@@ -2,16 +2,13 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <random>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "base/printable.h"
 #include "keelhouse/reply_status.h"
+#include "keelhouse/share_path.h"
 #include "keelhouse/shell_word.h"
 
 namespace paddock::keelhouse {
@@ -21,23 +18,30 @@ namespace {
 constexpr const char* kPlugin = "paddock_sharing";
 constexpr const char* kSharePoint = "sharePointRecord";
 
-// Each time that others come between, one of them is done, so that this is for a crowd.
-constexpr int kAttempts = 200;
-
-// So that those who met do not meet again.
-void pauseAfter(int attempt) {
-  constexpr int kStep = 5;
-  constexpr int kLongest = 100;
-  std::random_device random;
-  std::uniform_int_distribution<int> milliseconds(0, std::min(kStep * (attempt + 1), kLongest));
-  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
-}
-
 Dictionary folderArguments(const std::string& path) { return {{"path", path}}; }
 
 Dictionary writeRequest(const std::string& path, Dictionary configuration) {
   return {{"optionalArguments", folderArguments(path)},
           {"configuration", std::move(configuration)}};
+}
+
+// Whether the settings are read back as they were read before.
+bool isUnchanged(const Dictionary& before, const Dictionary& after) {
+  const Dictionary* old = before.dictionary("configuration");
+  const Dictionary* present = after.dictionary("configuration");
+  return old != nullptr && present != nullptr && *old == *present;
+}
+
+// `before` is a reading in the state in which the change was made, where there is one.
+void requireWritten(const Dictionary& reply, const std::string& path, const std::string& action,
+                    const Dictionary* before) {
+  try {
+    requireStatus(reply, "writeStatus", action);
+  } catch (const Failure& failed) {
+    const Failure explained = explainMissing(failed, path);
+    if (before == nullptr || !isUnchanged(*before, reply)) throw explained;
+    throw explained.withMore("Nothing was changed.");
+  }
 }
 
 }  // namespace
@@ -56,7 +60,7 @@ Dictionary writeFolder(const Session& session, const std::string& path, Dictiona
                        const std::string& action) {
   Dictionary reply =
       session.daemon.call(kPlugin, "writeSettings", writeRequest(path, std::move(configuration)));
-  requireStatus(reply, "writeStatus", action);
+  requireWritten(reply, path, action, nullptr);
   return reply;
 }
 
@@ -64,7 +68,7 @@ ChangedFolder changeFolder(const Session& session, const std::string& path, cons
                            const std::string& action, std::optional<TaggedReply> first,
                            const Array& nodeCredentials) {
   ChangedFolder changed;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  repeatUntilUndisturbed(action, [&](int attempt) {
     const TaggedReply reading =
         first ? *std::exchange(first, std::nullopt) : readTaggedFolder(session, path);
     changed.before = reading.body;
@@ -74,16 +78,13 @@ ChangedFolder changeFolder(const Session& session, const std::string& path, cons
     if (!nodeCredentials.empty()) configuration.set("dsCredentials", nodeCredentials);
     auto written = session.daemon.callTagged(
         kPlugin, "writeSettings", writeRequest(path, std::move(configuration)), reading.tag);
-    if (written) {
-      requireStatus(written->body, "writeStatus", action);
-      changed.after = std::move(written->body);
-      changed.readBackIsOwn = reading.tag.empty() || !written->tag.empty();
-      return changed;
-    }
-    pauseAfter(attempt);
-  }
-  throw failure(action + ": others changed it " + std::to_string(kAttempts) +
-                " times while this was tried; nothing was changed\nTry again.");
+    if (!written) return false;
+    requireWritten(written->body, path, action, reading.tag.empty() ? nullptr : &reading.body);
+    changed.after = std::move(written->body);
+    changed.readBackIsOwn = reading.tag.empty() || !written->tag.empty();
+    return true;
+  });
+  return changed;
 }
 
 Dictionary settingsPart(const Dictionary& reply, const char* key) {

@@ -19,8 +19,8 @@ constexpr std::string_view kUserPrefix = "user:";
 constexpr std::string_view kGroupPrefix = "group:";
 constexpr const char* kUnknown = "unknown";
 
-const std::vector<std::string> kDocumentKeys{"path", "type", "owner",    "group",
-                                             "mode", "acl",  "complete", "aclError"};
+const std::vector<std::string> kDocumentKeys{"path", "type",     "owner",    "group", "mode",
+                                             "acl",  "complete", "aclError", "log"};
 const std::vector<std::string> kEntryKeys{"kind",  "name",   "fullName",   "guid",
                                           "allow", "rights", "inheritance"};
 

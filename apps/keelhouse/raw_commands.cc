@@ -39,8 +39,9 @@ ExitStatus runRequest(const Session& session, const std::string& plugin,
 
 ExitStatus runCommand(const Session& session, const std::vector<std::string>& words) {
   const PluginCommand command = parseCommandWords(words);
-  const Dictionary reply =
-      session.daemon.call("paddock_" + command.shortName, command.operation, command.arguments);
+  // Not `call`: of these the reply alone is told, whatever the log says.
+  const Dictionary reply = session.daemon.post("paddock_" + command.shortName, command.operation,
+                                               wire::writeJson(command.arguments));
   if (session.json) {
     session.out << wire::writeJson(reply) << '\n';
   } else {

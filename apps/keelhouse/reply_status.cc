@@ -20,7 +20,27 @@ bool isFailedStatus(const Value* value) {
   return value->unsignedInteger() != nullptr;
 }
 
-const char* hintFor(std::int64_t status) {
+// What is so whatever the reason was.
+const char* factFor(std::int64_t status) {
+  switch (status) {
+    case ENOSPC:
+      return "Make room on the volume, then repeat the command.";
+    case USER_NOT_FOUND_ERR:
+      return "There is no such user on the daemon's host (getent passwd NAME).";
+    case GROUP_NOT_FOUND_ERR:
+      return "There is no such group on the daemon's host (getent group NAME).";
+    case CANNOT_CHANGE_PRIVS_ERR:
+      return "What was changed before the failure stays.";
+    case INVALID_ACL_ERR:
+      return "What is stored there is no ACL that can be read. keelhouse acl set PATH ENTRY... "
+             "replaces it.";
+    default:
+      return "";
+  }
+}
+
+// What the reason may be, when nobody says it.
+const char* guessFor(std::int64_t status) {
   switch (status) {
     case EACCES:
     case EPERM:
@@ -31,28 +51,18 @@ const char* hintFor(std::int64_t status) {
       return "Choose another name.";
     case EINVAL:
       return "Check the names and values that were given.";
-    case ENOSPC:
-      return "Make room on the volume, then repeat the command.";
     case CANNOT_RETRIEVE_SHARE_POINTS_ERR:
       return "The directory or the exports file cannot be read.";
     case CANNOT_SAVE_SHARE_POINT_ERR:
       return "A name may be taken by another share point (keelhouse share list), or an NFS client "
              "or option cannot be written to the exports file.";
-    case USER_NOT_FOUND_ERR:
-      return "There is no such user on the daemon's host (getent passwd NAME).";
-    case GROUP_NOT_FOUND_ERR:
-      return "There is no such group on the daemon's host (getent group NAME).";
     case CANNOT_CHANGE_PRIVS_ERR:
-      return "The file system may be read-only, or the path may be missing; what was changed "
-             "before the failure stays.";
+      return "The file system may be read-only, or the path may be missing.";
     case CANNOT_PROPAGATE_PRIVS_ERR:
       return "The program copyprivs may be missing beside paddock_sharing.so, or there is no room "
              "in /tmp.";
     case FILE_NOT_FOUND_ERR:
       return "Check that the path is written as it is on the server.";
-    case INVALID_ACL_ERR:
-      return "What is stored there is no ACL that can be read. keelhouse acl set PATH ENTRY... "
-             "replaces it.";
     case CANNOT_SET_ACL_FILE_ERR:
       return "The file system may be read-only or full, may keep no ACLs, or may hold fewer "
              "entries than these.";
@@ -62,6 +72,11 @@ const char* hintFor(std::int64_t status) {
     default:
       return "";
   }
+}
+
+Failure advised(const std::string& text, std::int64_t status) {
+  const std::string fact = factFor(status);
+  return daemonFailure(text + (fact.empty() ? "" : "\n" + fact)).withGuess(guessFor(status));
 }
 
 bool isModuleCode(std::int64_t status) {
@@ -87,7 +102,7 @@ bool reportsFailure(const Dictionary& reply) {
 }
 
 std::string nameAndNumber(std::int64_t status) {
-  std::string name = "unknown status";
+  std::string name = "a status without a name";
   if (isModuleCode(status)) {
     name = sharing_error_string(static_cast<Status>(status));
   } else if (const char* macro = errnoName(status)) {
@@ -110,8 +125,7 @@ std::string describeError(const std::string& action, const std::string& errorTex
 }
 
 Failure statusFailure(const std::string& action, std::int64_t status) {
-  const std::string hint = hintFor(status);
-  return daemonFailure(describeStatus(action, status) + (hint.empty() ? "" : "\n" + hint));
+  return advised(describeStatus(action, status), status);
 }
 
 Failure errorFailure(const std::string& action, const std::string& errorText) {
@@ -126,9 +140,7 @@ void requireStatus(const Dictionary& reply, std::string_view key, const std::str
   // What an operation says of its status stands in the place of the number's text.
   const std::string* message = reply.string("message");
   if (message == nullptr) throw statusFailure(action, *status);
-  const std::string hint = hintFor(*status);
-  throw daemonFailure(action + ": " + printable(*message) + nameAndNumber(*status) +
-                      (hint.empty() ? "" : "\n" + hint));
+  throw advised(action + ": " + printable(*message) + nameAndNumber(*status), *status);
 }
 
 }  // namespace paddock::keelhouse

@@ -24,7 +24,8 @@ std::string describeStatus(const std::string& action, std::int64_t status);
 // is.
 std::string describeError(const std::string& action, const std::string& errorText);
 
-// The two as failures that the daemon reported, and below them what to do.
+// The two as failures that the daemon reported: below them what is to be done whatever the reason
+// was, and as their guess what it may have been.
 Failure statusFailure(const std::string& action, std::int64_t status);
 Failure errorFailure(const std::string& action, const std::string& errorText);
 

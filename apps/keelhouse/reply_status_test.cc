@@ -10,15 +10,17 @@
 namespace paddock::keelhouse {
 namespace {
 
-std::string messageOf(const Dictionary& reply) {
+Failure failureOf(const Dictionary& reply) {
   try {
     requireStatus(reply, "writeStatus", "/srv/a cannot be shared");
   } catch (const Failure& failed) {
     EXPECT_EQ(failed.status(), ExitStatus::failed);
-    return failed.what();
+    return failed;
   }
-  return {};
+  return failure("");
 }
+
+std::string messageOf(const Dictionary& reply) { return failureOf(reply).what(); }
 
 TEST(ReplyStatus, reportsEveryStatusAndErrorText) {
   EXPECT_FALSE(reportsFailure({{"status", 0}, {"readStatus", 0}, {"writeStatus", 0}}));
@@ -33,15 +35,24 @@ TEST(ReplyStatus, reportsEveryStatusAndErrorText) {
 
 TEST(ReplyStatus, isSaidWithItsNameItsNumberAndWhatToDo) {
   EXPECT_EQ(messageOf({{"writeStatus", 0}}), "");
-  EXPECT_THAT(messageOf({{"writeStatus", 100076}}),
-              ::testing::StartsWith(
-                  "/srv/a cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)\nA name"));
-  EXPECT_THAT(
-      messageOf({{"writeStatus", 17}}),
-      ::testing::StartsWith("/srv/a cannot be shared: File exists (EEXIST, 17)\nChoose another"));
-  EXPECT_EQ(messageOf({{"writeStatus", -2}}), "/srv/a cannot be shared (unknown status, -2)");
+  EXPECT_EQ(messageOf({{"writeStatus", 28}}),
+            "/srv/a cannot be shared: No space left on device (ENOSPC, 28)\n"
+            "Make room on the volume, then repeat the command.");
+  EXPECT_EQ(messageOf({{"writeStatus", -2}}), "/srv/a cannot be shared (a status without a name, -2)");
   EXPECT_EQ(messageOf({{"writeStatus", 1099511627776}}),
-            "/srv/a cannot be shared (unknown status, 1099511627776)");
+            "/srv/a cannot be shared (a status without a name, 1099511627776)");
+}
+
+TEST(ReplyStatus, hasAGuessApartWhereOthersMayKnowBetter) {
+  const Failure notSaved = failureOf({{"writeStatus", 100076}});
+  EXPECT_STREQ(notSaved.what(), "/srv/a cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)");
+  EXPECT_THAT(notSaved.guess(), ::testing::StartsWith("A name may be taken"));
+  const Failure taken = failureOf({{"writeStatus", 17}, {"message", "m is there"}});
+  EXPECT_STREQ(taken.what(), "/srv/a cannot be shared: m is there (EEXIST, 17)");
+  EXPECT_EQ(taken.guess(), "Choose another name.");
+  const Failure privileges = failureOf({{"writeStatus", 100052}}).withMore("below");
+  EXPECT_THAT(privileges.what(), ::testing::EndsWith("before the failure stays.\nbelow"));
+  EXPECT_THAT(privileges.guess(), ::testing::StartsWith("The file system may be"));
 }
 
 TEST(ReplyStatus, ofAnErrorTextIsNamedToo) {

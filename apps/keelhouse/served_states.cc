@@ -104,6 +104,12 @@ std::string stateWord(const Dictionary& state, const char* protocol) {
   return word.empty() || word == "not shared" ? "-" : printable(word);
 }
 
+bool isAnyState(const Dictionary& state, std::string_view word) {
+  return std::any_of(kProtocols.begin(), kProtocols.end(), [&](const NameKey& protocol) {
+    return stateWord(state, protocol.key) == word;
+  });
+}
+
 std::string stateTable(const ServedStates& states) {
   std::vector<std::vector<std::string>> rows{{"PATH", "FOLDER"}};
   for (const NameKey& protocol : kProtocols) rows[0].emplace_back(protocol.word);
@@ -172,10 +178,11 @@ void reportStillServed(const Session& session, const std::string& path) {
   const Dictionary& state = *states.sharePoints.front().dictionary();
   const std::string sentence = textOf(state, "sentence");
   if (sentence.empty() || state.boolean("isShared").value_or(true)) return;
-  // "Shared over ..." of what some server has; otherwise it is a server that cannot be asked.
-  const bool isKnown = sentence.starts_with("Shared over");
+  const bool isStill = isAnyState(state, "served");
+  // What is found and not served is what was wanted.
+  if (!isStill && !isAnyState(state, "unknown")) return;
   session.notes << "keelhouse: note: "
-                << (isKnown ? printable(path) + " is served all the same: "
+                << (isStill ? printable(path) + " is served all the same: "
                             : "whether " + printable(path) + " is still served is not known: ")
                 << printable(sentence) << '\n';
 }

@@ -111,11 +111,27 @@ TEST_F(ServedShares, ANameThatIsMadeUniqueIsAnnounced) {
 
 TEST_F(ServedShares, WhatIsRemovedAndServedAllTheSameIsSaid) {
   daemon_.answerServices("getServed",
-                         state(R"("isShared":false,"isServed":true,"sentence":"Shared over X")"));
-  daemon_.answer(readPart("sharePointRecord", R"({"isShared":true,"path":"/srv/a"})"));
-  daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":false})"));
-  EXPECT_EQ(run({"share", "remove", "/srv/a"}), 0);
-  EXPECT_EQ(error_, "keelhouse: note: /srv/a is served all the same: Shared over X\n");
+                         state(R"("isShared":false,"isServed":true,"sentence":"X has it",)"
+                               R"("protocols":{"smb":{"state":"served"}})"));
+  const auto remove = [this] {
+    daemon_.answer(readPart("sharePointRecord", R"({"isShared":true,"path":"/srv/a"})"));
+    daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":false})"));
+    return run({"share", "remove", "/srv/a"});
+  };
+  EXPECT_EQ(remove(), 0);
+  EXPECT_EQ(error_, "keelhouse: note: /srv/a is served all the same: X has it\n");
+  const auto answerState = [this](const std::string& word) {
+    daemon_.answerServices("getServed", state(R"("isShared":false,"isServed":false,"sentence":)"
+                                              R"("Shared over X","protocols":{"nfs":{"state":")" +
+                                              word + R"("}})"));
+  };
+  answerState("unknown");
+  EXPECT_EQ(remove(), 0);
+  EXPECT_EQ(error_, "keelhouse: note: whether /srv/a is still served is not known: Shared over X\n")
+      << "the state says it, whatever the sentence begins with";
+  answerState("not served");
+  EXPECT_EQ(remove(), 0);
+  EXPECT_EQ(error_, "");
 }
 
 TEST_F(ServedShares, AreListedWithTheirStates) {

@@ -153,21 +153,6 @@ Array withFolderStates(Array sharePoints) {
   return sharePoints;
 }
 
-// The share point whose record has exactly the name. Throws Failure when none has.
-Dictionary namedRecord(const Session& session, const std::string& name) {
-  const Dictionary reply = session.daemon.call(kPlugin, "getSharePointList", {});
-  requireStatus(reply, "readStatus", "the share points cannot be listed");
-  if (const Array* list = reply.array("sharePointList")) {
-    for (const Value& value : *list) {
-      const Dictionary* sharePoint = value.dictionary();
-      const std::string* found = sharePoint != nullptr ? sharePoint->string("name") : nullptr;
-      if (found != nullptr && *found == name) return *sharePoint;
-    }
-  }
-  throw failure("no share point's record is named " + printable(name) +
-                "\nSee what is: keelhouse share list");
-}
-
 // "exportLines" of a share point that is to be shown, where the exports file has several for it.
 void addExportLines(const Session& session, Dictionary& sharePoint) {
   const std::string* path = sharePoint.string("path");
@@ -181,6 +166,22 @@ void addExportLines(const Session& session, Dictionary& sharePoint) {
   } catch (const Failure& failed) {
     session.notes << "keelhouse: note: " << printableLines(failed.what()) << '\n';
   }
+}
+
+// Throws Failure for a folder that is not shared, unless the managed block of the exports file
+// still has a line for it: what a removal left that could not write the file. A share point of it
+// without any name takes the line away, and is removed itself next.
+void beginLeftRemoval(const Session& session, const std::string& path) {
+  const auto lines = exportLines(session, path);
+  if (!lines || lines->empty())
+    throw notSharedHere(session, path, "See what is: keelhouse share list");
+  writeSharePoint(session, path,
+                  {{"path", path},
+                   {"name", lastComponent(path)},
+                   {"nfsExportRecord", Dictionary{{"isDeleted", true}}}},
+                  "the NFS export of " + printable(path) +
+                      ", which is not shared, cannot be taken "
+                      "out of /etc/exports");
 }
 
 }  // namespace
@@ -284,7 +285,7 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
                        const NodeAccount& account) {
   const std::string path = folderPath(session, typedPath);
   const Dictionary stored = readSharePoint(session, path);
-  if (!isShared(stored)) throw notSharedHere(session, path, "See what is: keelhouse share list");
+  if (!isShared(stored)) beginLeftRemoval(session, path);
   const AutomountChange automount(session, storedPath(stored, path), planAutomountRemoval(stored),
                                   account);
   const Dictionary result =
@@ -294,11 +295,13 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
     throw daemonFailure(printable(path) + " is still shared");
   }
   const DaemonClient::Aside aside(session.daemon);
-  requireNotExported(session, storedPath(stored, path));
+  const std::string done = printable(path) + " is no longer shared";
+  requireNotExported(session, storedPath(stored, path), done,
+                     "keelhouse share remove " + shellWord(path));
   if (session.json) {
     print(session, result);
   } else {
-    session.out << printable(path) << " is no longer shared.\n";
+    session.out << done << ".\n";
   }
   reportStillServed(session, storedPath(stored, path));
   automount.check(result);
@@ -306,19 +309,22 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
 }
 
 ExitStatus removeUnfinished(const Session& session, const std::string& name) {
-  const Dictionary request{{"type", "dsRecTypeStandard:SharePoints"}, {"name", name}};
-  const auto reading = session.daemon.callTagged("paddock_directory", "getRecord", request);
-  const Dictionary sharePoint = namedRecord(session, name);
-  if (!isUnfinished(sharePoint)) {
-    throw failure(printable(name) + " is the share of " + printable(*sharePoint.string("path")) +
-                  ", and finished\nRemove it by its path: keelhouse share remove " +
-                  printable(shellWord(*sharePoint.string("path"))));
+  using Outcome = RecordDeletion::Outcome;
+  const RecordDeletion deletion = deleteUnfinished(session, name);
+  switch (deletion.outcome) {
+    case Outcome::missing:
+      throw failure("no share point's record is named " + printable(name) +
+                    "\nSee what is: keelhouse share list");
+    case Outcome::finished:
+      throw failure(printable(name) + " is the share of " + printable(deletion.path) +
+                    ", and finished\nRemove it by its path: keelhouse share remove " +
+                    printable(shellWord(deletion.path)));
+    case Outcome::changed:
+      throw failure("the record " + printable(name) +
+                    " cannot be removed: somebody changed it meanwhile\nNothing was changed.");
+    case Outcome::deleted:
+      break;
   }
-  const std::string action = "the record " + printable(name) + " cannot be removed";
-  const auto reply =
-      session.daemon.callTagged("paddock_directory", "deleteRecord", request, reading->tag);
-  if (!reply) throw failure(action + ": somebody changed it meanwhile\nNothing was changed.");
-  requireStatus(reply->body, "status", action);
   if (session.json) {
     print(session, {{"name", name}, {"isShared", false}});
   } else {

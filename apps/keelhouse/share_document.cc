@@ -34,7 +34,8 @@ const std::vector<std::string> kKeys{"path",
                                      "isShared",
                                      "smb",
                                      "folder",
-                                     "exportLines"};
+                                     "exportLines",
+                                     "log"};
 const std::vector<std::string> kExportKeys{"path", "clients", "line", "isDeleted"};
 const std::vector<std::string> kClientKeys{"host", "options"};
 const std::vector<std::string> kSmbKeys{"readOnly", "guest",      "hidden", "recycle",

@@ -163,13 +163,10 @@ void Move::takeBack(const Failure& reason, bool pointed, bool settled) const {
     if (settled) settleBack();
     unexportNew();
   } catch (const std::exception& second) {
-    throw Failure(reason.status(),
-                  std::string(reason.what()) + "\nand what was begun could not be taken back: " +
-                      second.what() + "\nSee keelhouse share list.",
-                  reason.origin());
+    throw reason.withMore(std::string("and what was begun could not be taken back: ") +
+                          second.what() + "\nSee keelhouse share list.");
   }
-  throw Failure(reason.status(), std::string(reason.what()) + "\nNothing was moved.",
-                reason.origin());
+  throw reason.withMore("Nothing was moved.");
 }
 
 // What the old folder's own settings leave behind: an index, a mark of a backup destination.

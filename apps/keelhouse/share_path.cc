@@ -62,7 +62,7 @@ std::string lastComponent(const std::string& path) { return path.substr(path.rfi
 
 namespace {
 
-// What lies beside the path that it may be a slip of: "; did you mean /srv/photos?", or nothing.
+// What lies beside the path that it may be a slip of, on a line of its own, or nothing.
 std::string nearestBeside(const std::string& path) {
   constexpr std::size_t kMostNames = 1000;
   const std::string folder = path.substr(0, path.rfind('/') + 1);
@@ -77,6 +77,12 @@ std::string nearestBeside(const std::string& path) {
 }
 
 }  // namespace
+
+Failure explainMissing(const Failure& failed, const std::string& path) {
+  struct stat attributes {};
+  if (::lstat(path.c_str(), &attributes) == 0 || errno != ENOENT) return failed;
+  return failed.withMore("There is nothing at " + path + "." + nearestBeside(path)).withGuess({});
+}
 
 void requireFolder(const std::string& path) {
   struct stat attributes {};

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "keelhouse/failure.h"
+
 namespace paddock::keelhouse {
 
 // The absolute form of `path`, seen from `currentFolder`: no empty, "." or ".." parts, no slash at
@@ -16,6 +18,10 @@ std::string absolutePath(std::string_view path);
 
 // The last part of a normalised path; empty for "/".
 std::string lastComponent(const std::string& path);
+
+// `failed`, with that there is nothing at the path, where that is so, and what lies beside it that
+// is near.
+Failure explainMissing(const Failure& failed, const std::string& path);
 
 // Throws Failure unless `path` names a folder, or a link to one.
 void requireFolder(const std::string& path);

@@ -87,12 +87,8 @@ std::string optionsOf(const std::string& recordName) {
   return "the options over SMB of " + printable(recordName);
 }
 
-// Each time that others come between, one of them is done.
-constexpr int kAttempts = 50;
-
-Failure changedByOthers(const std::string& recordName) {
-  return failure(optionsOf(recordName) + " cannot be written: others changed its record " +
-                 std::to_string(kAttempts) + " times while this was tried\nTry again.");
+std::string notWritten(const std::string& recordName) {
+  return optionsOf(recordName) + " cannot be written";
 }
 
 struct TaggedOptions {
@@ -159,7 +155,7 @@ bool putOptions(const Session& session, const std::string& recordName, Attribute
   if (!write.removals.empty()) request.set("removeAttributes", std::move(write.removals));
   const auto reply = session.daemon.callTagged(kPlugin, "putRecord", request, tag);
   if (!reply) return false;
-  requireStatus(reply->body, "status", optionsOf(recordName) + " cannot be written");
+  requireStatus(reply->body, "status", notWritten(recordName));
   return true;
 }
 
@@ -204,26 +200,26 @@ samba::SmbOptions readSmbOptions(const Session& session, const std::string& reco
 }
 
 ChangedOptions changeSmbOptions(const Session& session, const std::string& recordName,
-                                const SmbChanges& changes) {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+                                const SmbChanges& changes,
+                                const std::optional<samba::SmbOptions>& taken) {
+  ChangedOptions changed;
+  repeatUntilUndisturbed(notWritten(recordName), [&](int attempt) {
     const TaggedOptions read = readTaggedOptions(session, recordName);
-    ChangedOptions changed{read.options, changedOptions(read.options, changes)};
-    if (attempt == 0) requireTaken(session, changed.after, changed.before);
-    const AttributeWrite write = difference(changed.before, changed.after);
-    if (putOptions(session, recordName, write, read.tag)) return changed;
-  }
-  throw changedByOthers(recordName);
+    changed = {read.options, changedOptions(read.options, changes)};
+    if (attempt == 0) requireTaken(session, changed.after, taken.value_or(changed.before));
+    return putOptions(session, recordName, difference(changed.before, changed.after), read.tag);
+  });
+  return changed;
 }
 
 void takeBackSmbOptions(const Session& session, const std::string& recordName,
                         const ChangedOptions& changed) {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  repeatUntilUndisturbed(notWritten(recordName), [&](int /*attempt*/) {
     const TaggedOptions present = readTaggedOptions(session, recordName);
     AttributeWrite write = difference(changed.after, changed.before);
     keepWhatOthersChanged(write, difference(changed.after, present.options));
-    if (putOptions(session, recordName, write, present.tag)) return;
-  }
-  throw changedByOthers(recordName);
+    return putOptions(session, recordName, write, present.tag);
+  });
 }
 
 void addSmbOptions(const Session& session, Dictionary& sharePoint) {

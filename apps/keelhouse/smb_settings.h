@@ -49,9 +49,10 @@ struct ChangedOptions {
 // Makes the changes in the record of that name, and only in the attributes that they are about;
 // when others change the record meanwhile, again with what it has then. Throws Failure for what a
 // share cannot have or Samba does not take, and when there is no such record any more; nothing is
-// changed then.
+// changed then. `taken`: options of which it is known already that Samba takes them.
 ChangedOptions changeSmbOptions(const Session& session, const std::string& recordName,
-                                const SmbChanges& changes);
+                                const SmbChanges& changes,
+                                const std::optional<samba::SmbOptions>& taken = {});
 
 // Takes the change back; attributes that others have changed since stay as they are. Throws
 // Failure.

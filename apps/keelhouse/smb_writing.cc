@@ -117,13 +117,14 @@ void requireNotShared(const Dictionary& sharePoint, const std::string& path) {
 Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
                          const SmbChanges& changes) {
   if (changes.empty()) return writeFirst(session, writing, writing.record);
-  requireTaken(session, changedOptions({}, changes), {});
+  const samba::SmbOptions options = changedOptions({}, changes);
+  requireTaken(session, options, {});
   const Dictionary first =
       settingsPart(writeFirst(session, writing, namesOnly(writing.record)), kSharePoint);
   const std::string name = textOf(first, "name");
   if (name.empty()) throw failure(writing.action + ": the daemon did not say its record's name");
   BegunShare begun(session, writing.path, name, writing.credentials);
-  changeSmbOptions(session, name, changes);
+  changeSmbOptions(session, name, changes, options);
   Dictionary record = writing.record;
   for (const char* key : {"name", "nameOverVSP", "nameOverFTP"}) {
     if (const std::string* given = first.string(key)) record.set(key, *given);

@@ -3,6 +3,9 @@
 #include "keelhouse/smb_writing.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "support/keelhouse_commands.h"
 
@@ -160,8 +163,11 @@ TEST_F(SmbWriting, AShareWhoseExportAloneWasRefusedIsSaidToBeShared) {
                                  " cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n"));
   EXPECT_THAT(error_, HasSubstr(folder +
                                 " is shared as asked but for its NFS export, which was not "
-                                "written.\nWhen that is mended: keelhouse share set " +
-                                folder + " --nfs '10.0.0.1(rw,sync)'\n"));
+                                "written.\nTo finish it, with clients that can stand there "
+                                "(exports(5)): keelhouse share set " +
+                                folder + " --nfs CLIENT\n"));
+  EXPECT_THAT(error_, Not(HasSubstr("10.0.0.1")));
+  EXPECT_THAT(error_, Not(HasSubstr("A name may be taken")));
   EXPECT_EQ(target(3), "GET /v1/requests/r1/log");
 }
 
@@ -282,6 +288,27 @@ TEST_F(SmbWriting, AnOptionIsReplacedAndTakenAwayByItsKey) {
   daemon_.answer(record);
   EXPECT_EQ(run({"share", "set", "/srv/a", "--no-option", "veto fils"}), 1);
   EXPECT_THAT(error_, HasSubstr("has no option \"veto fils\": did you mean veto files?"));
+}
+
+TEST_F(SmbWriting, OfANewShareTestparmIsAskedOnce) {
+  const std::string program = folder_.path("usr/bin/testparm");
+  std::filesystem::create_directories(folder_.path("usr/bin"));
+  writeWholeFile(program, "#!/bin/sh\necho asked >>" + folder_.path("asked") + "\n");
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  const std::string folder = makeFolder("plans");
+  const std::string shared = R"({"path":")" + folder + R"(","name":"plans","isShared":true})";
+  daemon_.answer(read(R"({"isShared":false})"));
+  daemon_.answer(written(shared));
+  daemon_.answer(kRecord);
+  daemon_.answer(kDone);
+  daemon_.answer(R"({"readStatus":0,"sharePointList":[]})");
+  daemon_.answer(read(shared));
+  daemon_.answer(written(shared));
+  daemon_.answer(kRecord);
+  ASSERT_EQ(run({"share", "add", folder, "--option", "max connections = 5"}), 0) << error_;
+  EXPECT_THAT(body(3), HasSubstr("max connections = 5"));
+  std::ifstream asked(folder_.path("asked"));
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(asked), {}), "asked\n");
 }
 
 TEST_F(SmbWriting, OptionsAreShown) {

@@ -150,7 +150,9 @@ TEST_F(KeelhouseAutomount, IsNotMadeByAnAccountThatMayNotWrite) {
       as("bert", "bert's", {"share", "add", home(), "--automount", "/a", "--node", "/Local"});
   EXPECT_EQ(added.status, 1);
   EXPECT_THAT(added.output, HasSubstr("isAutomounted: yes\n"));
-  EXPECT_THAT(added.error, HasSubstr("is not on /Local\nbert may not be allowed to write there."));
+  EXPECT_THAT(added.error, HasSubstr("is not on /Local\n  error: "));
+  EXPECT_THAT(added.error, HasSubstr("was not created: the user may not change the local "
+                                     "directory\nbert may not be allowed to write there."));
   EXPECT_EQ(mountRecord().status, 1);
   EXPECT_EQ(asRoot({"share", "set", home()}).status, 0);
   EXPECT_EQ(mountRecord().status, 0);
