@@ -16,7 +16,7 @@
 #include "keelhouse/host_accounts.h"
 #include "keelhouse/local_accounts.h"
 #include "keelhouse/named_share.h"
-#include "keelhouse/node_list.h"
+#include "keelhouse/principals.h"
 #include "keelhouse/reply_status.h"
 #include "keelhouse/terminal_text.h"
 #include "keelhouse/tree_program.h"
@@ -37,7 +37,7 @@ std::uint32_t uidOf(const Session& session, const std::string& user) {
   if (number && isPlain && *number <= std::numeric_limits<std::uint32_t>::max())
     return static_cast<std::uint32_t>(*number);
   const auto account = findAccount(session, PrincipalType::user, user);
-  if (!account) throw failure(nobodyText(session, "user " + user));
+  if (!account) throw nobodyNamed(session, {PrincipalName::Kind::user, user});
   if (!account->id) throw failure("the record of " + user + " has no uid");
   return *account->id;
 }

@@ -4,8 +4,8 @@
 #include <pwd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <system_error>
-#include <vector>
 
 #include "keelhouse/failure.h"
 
@@ -40,6 +40,43 @@ auto lookUp(Ask ask, Use use) -> std::optional<decltype(use(Entry{}))> {
   }
 }
 
+// What next() gives until it gives nothing.
+template <typename Next>
+std::vector<std::string> listNames(Next next, std::size_t most) {
+  constexpr std::chrono::seconds kLongest{1};
+  const auto end = std::chrono::steady_clock::now() + kLongest;
+  std::vector<std::string> names;
+  for (const char* name = next(); name != nullptr; name = next()) {
+    if (names.size() == most || std::chrono::steady_clock::now() > end) return {};
+    names.emplace_back(name);
+  }
+  return names;
+}
+
+std::vector<std::string> userNames(std::size_t most) {
+  ::setpwent();
+  auto names = listNames(
+      []() -> const char* {
+        const passwd* entry = ::getpwent();  // NOLINT(concurrency-mt-unsafe): one thread
+        return entry != nullptr ? entry->pw_name : nullptr;
+      },
+      most);
+  ::endpwent();
+  return names;
+}
+
+std::vector<std::string> groupNames(std::size_t most) {
+  ::setgrent();
+  auto names = listNames(
+      []() -> const char* {
+        const group* entry = ::getgrent();  // NOLINT(concurrency-mt-unsafe): one thread
+        return entry != nullptr ? entry->gr_name : nullptr;
+      },
+      most);
+  ::endgrent();
+  return names;
+}
+
 }  // namespace
 
 std::optional<std::uint32_t> hostId(PrincipalType type, const std::string& name) {
@@ -60,6 +97,10 @@ std::optional<std::string> hostName(const Principal& principal) {
   }
   return lookUp<group>([&](auto... rest) { return ::getgrgid_r(principal.id, rest...); },
                        [](const group& entry) -> std::string { return entry.gr_name; });
+}
+
+std::vector<std::string> hostNames(PrincipalType type, std::size_t most) {
+  return type == PrincipalType::user ? userNames(most) : groupNames(most);
 }
 
 }  // namespace paddock::keelhouse

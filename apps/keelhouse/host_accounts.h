@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/principal.h"
 
@@ -13,5 +14,9 @@ namespace paddock::keelhouse {
 // Throws Failure when the name service cannot answer.
 std::optional<std::uint32_t> hostId(PrincipalType type, const std::string& name);
 std::optional<std::string> hostName(const Principal& principal);
+
+// The names of all users, or of all groups, as far as the name service lists them; none when there
+// are more than `most`, or listing them takes more than a second.
+std::vector<std::string> hostNames(PrincipalType type, std::size_t most);
 
 }  // namespace paddock::keelhouse

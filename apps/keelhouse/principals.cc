@@ -9,6 +9,7 @@
 #include "keelhouse/ace.h"
 #include "keelhouse/failure.h"
 #include "keelhouse/host_accounts.h"
+#include "keelhouse/nearest_word.h"
 #include "keelhouse/node_list.h"
 
 namespace paddock::keelhouse {
@@ -53,7 +54,7 @@ std::optional<std::uint32_t> numberIn(const std::string& name) {
 ResolvedPrincipal resolveOf(const Session& session, PrincipalType type, const PrincipalName& name) {
   if (auto found = findNamed(session, type, name.name)) return *found;
   if (const auto number = numberIn(name.name)) return {std::nullopt, {{type, *number}}};
-  throw failure(nobodyText(session, std::string(nounOf(name.kind)) + " " + name.name));
+  throw nobodyNamed(session, name);
 }
 
 ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& name) {
@@ -72,7 +73,7 @@ ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& nam
     throw usageFailure("no user or group is named " + name.name +
                        ": for a number write user:" + name.name + " or group:" + name.name);
   }
-  throw failure(nobodyText(session, "user or group " + name.name));
+  throw nobodyNamed(session, name);
 }
 
 // A name that somebody has names that one.
@@ -90,7 +91,58 @@ std::vector<LocalAccount> listIfPossible(const Session& session) {
   }
 }
 
+// Of the host and of `accounts`; without either where there are too many to choose from.
+std::vector<std::string> namesOf(PrincipalType type, const std::vector<LocalAccount>& accounts) {
+  constexpr std::size_t kMostNames = 5000;
+  std::vector<std::string> names = hostNames(type, kMostNames);
+  if (accounts.size() > kMostNames) return names;
+  for (const LocalAccount& account : accounts) {
+    if (account.type == type) names.push_back(account.name);
+  }
+  return names;
+}
+
+// "anna", or "user:anna" where the kind was not said; empty when nobody is near.
+std::string nearestName(const Session& session, const PrincipalName& name) {
+  const std::vector<LocalAccount> accounts = listIfPossible(session);
+  const auto nearest = [&](PrincipalType type) {
+    return nearestWord(name.name, namesOf(type, accounts));
+  };
+  if (name.kind == Kind::user) return nearest(PrincipalType::user).value_or(std::string());
+  if (name.kind == Kind::group) return nearest(PrincipalType::group).value_or(std::string());
+  const auto user = nearest(PrincipalType::user);
+  const auto group = nearest(PrincipalType::group);
+  if (!user && !group) return {};
+  // Of two the nearer one.
+  const bool isUser = !group || (user && nearestWord(name.name, {*user, *group}) == user);
+  return isUser ? prefixed(PrincipalType::user, *user) : prefixed(PrincipalType::group, *group);
+}
+
 }  // namespace
+
+Failure nobodyNamed(const Session& session, const PrincipalName& name) {
+  std::string text = nobodyText(session, std::string(nounOf(name.kind)) + " " + name.name);
+  std::string nearest;
+  try {
+    nearest = nearestName(session, name);
+  } catch (const Failure& failed) {
+    if (failed.status() == ExitStatus::unreachable) throw;
+  }
+  if (!nearest.empty())
+    text.insert(std::min(text.find('\n'), text.size()), ": did you mean " + nearest + "?");
+  return failure(text);
+}
+
+void requireSomebody(const Session& session, PrincipalType type, const std::string& name) {
+  if (hostId(type, name)) return;
+  try {
+    if (findAccount(session, type, name)) return;
+  } catch (const Failure& failed) {
+    if (failed.status() == ExitStatus::unreachable) throw;
+    return;
+  }
+  throw nobodyNamed(session, {type == PrincipalType::user ? Kind::user : Kind::group, name});
+}
 
 ResolvedPrincipal Principals::resolve(const PrincipalName& name) const {
   switch (name.kind) {

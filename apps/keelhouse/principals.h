@@ -8,6 +8,7 @@
 
 #include "base/guid.h"
 #include "base/principal.h"
+#include "keelhouse/failure.h"
 #include "keelhouse/local_accounts.h"
 #include "keelhouse/principal_name.h"
 #include "keelhouse/session.h"
@@ -51,6 +52,12 @@ class Principals {
   std::optional<std::vector<LocalAccount>> localAccounts_;
   std::map<Guid, KnownPrincipal> known_;
 };
+
+// That nobody has the name, with the nearest one that somebody has on this host or in "/Local";
+// with none where there are more than some thousands, or they are not listed.
+Failure nobodyNamed(const Session& session, const PrincipalName& name);
+// Throws that for a name that nobody has. Where the directory cannot be asked, nothing is said.
+void requireSomebody(const Session& session, PrincipalType type, const std::string& name);
 
 // The keys of an entry that name the principal.
 Dictionary wireKeys(const ResolvedPrincipal& principal);

@@ -10,6 +10,7 @@
 namespace paddock::keelhouse {
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 class PrincipalsTest : public SessionFixture {
@@ -84,6 +85,29 @@ TEST_F(PrincipalsTest, thatNobodyKnowsAreAnError) {
   const auto [status, text] = refusalOf("user:no-such-zoe");
   EXPECT_EQ(status, ExitStatus::failed);
   EXPECT_EQ(text, "there is no user no-such-zoe, neither on this host nor in a directory node");
+}
+
+TEST_F(PrincipalsTest, thatNobodyKnowsAreAnsweredWithWhoIsNear) {
+  const auto refusedAs = [this](const char* text, int kinds) {
+    for (int kind = 0; kind < kinds; ++kind) answerNoRecord();
+    daemon_.answer(R"({"status":"ok"})");
+    answerRecords(userRecord("quirina", "2000"), groupRecord("quirinals", "2001"));
+    return refusalOf(text).second;
+  };
+  EXPECT_THAT(refusedAs("user:nobdoy", 1), EndsWith("a directory node: did you mean nobody?"));
+  EXPECT_THAT(refusedAs("group:nogruop", 1), EndsWith(": did you mean nogroup?"));
+  EXPECT_THAT(refusedAs("user:qiurina", 1), EndsWith(": did you mean quirina?"));
+  EXPECT_THAT(refusedAs("group:qiurina", 1), EndsWith("directory node")) << "that is a user";
+  EXPECT_THAT(refusedAs("quirinalz", 2), EndsWith(": did you mean group:quirinals?"));
+  EXPECT_THAT(refusedAs("nobdoy", 2), EndsWith(": did you mean user:nobody?"));
+  EXPECT_THAT(refusedAs("user:no-such-zoe", 1), EndsWith("directory node"));
+}
+
+TEST(HostAccounts, areListedUnlessThereAreTooMany) {
+  EXPECT_THAT(hostNames(PrincipalType::user, 5000), ::testing::Contains("nobody"));
+  EXPECT_THAT(hostNames(PrincipalType::group, 5000), ::testing::Contains("nogroup"));
+  EXPECT_THAT(hostNames(PrincipalType::user, 2), ::testing::IsEmpty());
+  EXPECT_THAT(hostNames(PrincipalType::group, 2), ::testing::IsEmpty());
 }
 
 TEST_F(PrincipalsTest, areAnErrorWhenTheDirectoryCannotBeAsked) {
@@ -205,7 +229,7 @@ TEST_F(PrincipalsTest, whomANodeThatDoesNotAnswerMayHaveAreNotSaidToBeNobody) {
   EXPECT_EQ(text.substr(0, text.find('\n')),
             "there is no user no-such-zoe on this host and in the directory nodes that answer; "
             "/LDAP/site, which may have one, cannot be asked now");
-  EXPECT_EQ(daemon_.requests().back().target, "GET /v1/health");
+  EXPECT_EQ(daemon_.requests().at(1).target, "GET /v1/health");
   answerNoRecord();
   daemon_.answer(R"({"status":"ok","nodes":[]})");
   EXPECT_EQ(refusalOf("user:no-such-zoe").second,

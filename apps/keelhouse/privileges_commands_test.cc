@@ -86,7 +86,7 @@ TEST_F(PrivilegesCommands, privsShowSaysWhatCannotBeRead) {
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
   EXPECT_EQ(out_, "");
   EXPECT_THAT(error_, StartsWith("keelhouse: the privileges of /srv/a cannot be read "
-                                 "(FILE_NOT_FOUND_ERR, 100056)\nCheck that the path"));
+                                 "(FILE_NOT_FOUND_ERR, 100056)\n"));
   daemon_.answer(readPart("fileAccessPrivs", "{}", 5));
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
   EXPECT_THAT(error_, HasSubstr("Input/output error (EIO, 5)"));
@@ -152,12 +152,44 @@ TEST_F(PrivilegesCommands, privsSetTakesNumbersForNames) {
 }
 
 TEST_F(PrivilegesCommands, privsSetLeavesUnknownNamesToTheDaemon) {
+  daemon_.answer(R"({"error":"there is no such plug-in"})", 404);
   answerRead(aclOf(""));
   answerWritten(aclOf(""), 100050);
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "no-such-zoe"}), 1);
   EXPECT_EQ(out_, "");
   EXPECT_THAT(error_, HasSubstr("cannot be changed (USER_NOT_FOUND_ERR, 100050)\nThere is no "
                                 "such user"));
+}
+
+TEST_F(PrivilegesCommands, aPathThatIsMissingIsAnsweredWithWhatIsNear) {
+  const std::string photos = makeFolder("photos");
+  const std::string typed = folder_.path("phtos");
+  const std::string text = "There is nothing at " + typed + ".\nDid you mean " + photos + "?\n";
+  daemon_.answer(readPart("fileAccessPrivs", R"({"posixErr":"FILE_NOT_FOUND_ERR"})"));
+  EXPECT_EQ(run({"privs", "show", typed}), 1);
+  EXPECT_EQ(error_, "keelhouse: the privileges of " + typed +
+                        " cannot be read (FILE_NOT_FOUND_ERR, 100056)\n" + text);
+  answerWritten(aclOf(""), 100069);
+  EXPECT_EQ(run({"acl", "set", typed, "allow", "user:nobody", "read"}), 1);
+  EXPECT_EQ(error_, "keelhouse: the ACL of " + typed +
+                        " cannot be set (CANNOT_SET_ACL_FILE_ERR, 100069)\n" + text);
+}
+
+TEST_F(PrivilegesCommands, privsSetNamesWhoIsNearToANameThatNobodyHas) {
+  for (const auto& [option, name, text] :
+       {std::tuple{"--owner", "nobdy",
+                   "there is no user nobdy, neither on this host nor in a "
+                   "directory node: did you mean nobody?\n"},
+        std::tuple{"--group", "nogruop",
+                   "there is no group nogruop, neither on this host nor in a "
+                   "directory node: did you mean nogroup?\n"}}) {
+    const std::size_t before = asked();
+    daemon_.answer(R"({"status":0})");
+    EXPECT_EQ(run({"privs", "set", "/srv/a", option, name}), 1);
+    EXPECT_EQ(error_, std::string("keelhouse: ") + text);
+    for (std::size_t at = before; at < asked(); ++at)
+      EXPECT_THAT(target(at), ::testing::Not(HasSubstr("writeSettings")));
+  }
 }
 
 TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
@@ -301,7 +333,7 @@ TEST_F(PrivilegesCommands, aclSetReportsTheWriteStatus) {
                                  "(CANNOT_SET_ACL_FILE_ERR, 100069)\n"));
   answerWritten(aclOf(""), -1);
   EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
-  EXPECT_THAT(error_, HasSubstr("(unknown status, -1)"));
+  EXPECT_THAT(error_, HasSubstr("(a status without a name, -1)"));
 }
 
 TEST_F(PrivilegesCommands, aclSetTakesGuidsAndNamesOfTheDirectory) {
@@ -321,11 +353,12 @@ TEST_F(PrivilegesCommands, aclSetRefusesANameThatNobodyHasBeforeItWrites) {
   daemon_.answer(R"({"status":0})");
   EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:no-such-zoe", "read"}), 1);
   EXPECT_THAT(error_, HasSubstr("there is no user no-such-zoe"));
-  EXPECT_EQ(asked(), 2U);
   EXPECT_EQ(target(1), "GET /v1/health") << "whether all nodes answer";
+  EXPECT_THAT(target(2), HasSubstr("listRecords")) << "who is near";
+  EXPECT_EQ(asked(), 3U);
   EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "root", "read"}), 2);
   EXPECT_THAT(error_, HasSubstr("root is both a user and a group"));
-  EXPECT_EQ(asked(), 2U);
+  EXPECT_EQ(asked(), 3U);
 }
 
 TEST_F(PrivilegesCommands, aclAddPutsTheNewEntriesLast) {

@@ -10,8 +10,10 @@
 #include "keelhouse/host_accounts.h"
 #include "keelhouse/json_document.h"
 #include "keelhouse/list_state.h"
+#include "keelhouse/local_accounts.h"
 #include "keelhouse/mode_text.h"
 #include "keelhouse/named_share.h"
+#include "keelhouse/principals.h"
 #include "keelhouse/privileges_document.h"
 #include "keelhouse/privs_view.h"
 #include "wire/json.h"
@@ -32,10 +34,13 @@ void checkName(const std::optional<std::string>& name, const std::string& option
 }
 
 // The daemon takes names alone; a number that is no name is looked up.
-std::string accountName(PrincipalType type, const std::string& typed) {
+std::string accountName(const Session& session, PrincipalType type, const std::string& typed) {
   if (hostId(type, typed)) return typed;
   const auto number = parseInteger(typed);
-  if (!number || *number < 0 || *number > UINT32_MAX) return typed;
+  if (!number || *number < 0 || *number > UINT32_MAX) {
+    requireSomebody(session, type, typed);
+    return typed;
+  }
   const auto name = hostName({type, static_cast<std::uint32_t>(*number)});
   if (name) return *name;
   throw failure("the number " + typed + " has no " +
@@ -45,10 +50,11 @@ std::string accountName(PrincipalType type, const std::string& typed) {
 
 // Owner and group as the daemon takes them. One that the path has already is left out: it may be a
 // number without a name.
-void requestAccount(Dictionary& privileges, std::string_view key, PrincipalType type,
-                    const std::optional<std::string>& typed, const std::string& present) {
+void requestAccount(const Session& session, Dictionary& privileges, std::string_view key,
+                    PrincipalType type, const std::optional<std::string>& typed,
+                    const std::string& present) {
   if (!typed || *typed == present) return;
-  privileges.set(std::string(key), accountName(type, *typed));
+  privileges.set(std::string(key), accountName(session, type, *typed));
 }
 
 // What the path is to have.
@@ -59,7 +65,8 @@ struct Wanted {
   bool isListDone = false;          // it is complete, and without entries, already
 };
 
-Wanted requested(const PrivilegeChanges& changes, const std::optional<ModeAndIds>& present) {
+Wanted requested(const Session& session, const PrivilegeChanges& changes,
+                 const std::optional<ModeAndIds>& present) {
   checkName(changes.owner, "--owner");
   checkName(changes.group, "--group");
   Wanted wanted;
@@ -68,9 +75,9 @@ Wanted requested(const PrivilegeChanges& changes, const std::optional<ModeAndIds
     wanted.privileges.set(std::string(kMode), mode.permissions);
     wanted.bits = mode.bits;
   }
-  requestAccount(wanted.privileges, kOwner, PrincipalType::user, changes.owner,
+  requestAccount(session, wanted.privileges, kOwner, PrincipalType::user, changes.owner,
                  present ? present->uid : std::string());
-  requestAccount(wanted.privileges, kGroup, PrincipalType::group, changes.group,
+  requestAccount(session, wanted.privileges, kGroup, PrincipalType::group, changes.group,
                  present ? present->gid : std::string());
   return wanted;
 }
@@ -186,7 +193,7 @@ ExitStatus changePrivileges(const Session& session, const std::string& path,
                             const PrivilegeChanges& changes, WantedPrivileges document,
                             Principals& principals) {
   const std::optional<ModeAndIds> before = modeBefore(session, path, changes);
-  Wanted wanted = requested(changes, before);
+  Wanted wanted = requested(session, changes, before);
   wanted.acl = std::move(document.acl);
   const bool complete = wanted.acl && document.complete.value_or(false);
   wanted.isListDone = complete && wanted.acl->empty();

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "keelhouse/folder_settings.h"
 #include "keelhouse/named_share.h"
+#include "keelhouse/principals.h"
 #include "keelhouse/quota_usage.h"
 #include "keelhouse/quota_view.h"
 #include "keelhouse/reply_status.h"
@@ -23,6 +24,7 @@ namespace {
 constexpr const char* kQuotas = "volumeQuotas";
 constexpr const char* kPlugin = "paddock_quotas";
 constexpr const char* kEnabled = "isEnabled";
+constexpr std::int64_t kDamagedQuotaFile = -1;
 
 // Without links: the files of a volume's quotas are made where it is mounted.
 std::string volumePath(const Session& session, const std::string& typed) {
@@ -93,6 +95,12 @@ std::uint64_t limitOf(const std::string& word, bool isCount) {
 }
 
 // Limits are kept while quotas are off, and hold nobody.
+Failure damagedFile(const std::string& action, const std::string& volume) {
+  const std::string next = "Move it away and have a new one made: keelhouse quota on ";
+  return daemonFailure(describeStatus(action + ": the quota file is damaged", kDamagedQuotaFile) +
+                       "\n" + next + shellWord(volume));
+}
+
 void noteUnlessEnforced(const Session& session, const std::string& volume, bool isGroup) {
   const auto usage = usageOf(session, volume);
   const char* key = isGroup ? "groupsEnforced" : "usersEnforced";
@@ -100,6 +108,21 @@ void noteUnlessEnforced(const Session& session, const std::string& volume, bool 
   session.notes << "keelhouse: quotas of " << printable(volume)
                 << " are off: the limits are kept, and hold nobody"
                 << (isGroup ? ".\n" : " (keelhouse quota on " + shellWord(volume) + ").\n");
+}
+
+// A refusal because nobody has the name says who is near.
+void requireKnown(const Session& session, const LimitWords& words, const Dictionary& reply,
+                  const std::string& action) {
+  const std::string* message = reply.string("message");
+  const std::string who =
+      std::string(words.isGroup ? "the group " : "the user ") + words.name + ":";
+  if (reply.integer("status") != ENOENT || message == nullptr || !message->starts_with(who)) return;
+  try {
+    requireSomebody(session, words.isGroup ? PrincipalType::group : PrincipalType::user,
+                    words.name);
+  } catch (const Failure& failed) {
+    throw failure(action + ": " + failed.what());
+  }
 }
 
 ExitStatus switchQuotas(const Session& session, const std::string& typedVolume, bool on) {
@@ -120,7 +143,9 @@ ExitStatus switchQuotas(const Session& session, const std::string& typedVolume, 
 ExitStatus showQuotas(const Session& session, const std::string& typedVolume) {
   const std::string volume = volumePath(session, typedVolume);
   const Dictionary reply = readFolder(session, volume);
-  requireStatus(reply, "readStatus", "the quotas of " + volume + " cannot be read");
+  const std::string action = "the quotas of " + volume + " cannot be read";
+  if (reply.integer("readStatus") == kDamagedQuotaFile) throw damagedFile(action, volume);
+  requireStatus(reply, "readStatus", action);
   print(session, volume, checked(settingsPart(reply, kQuotas), volume));
   return ExitStatus::done;
 }
@@ -147,6 +172,7 @@ ExitStatus setLimits(const Session& session, const LimitWords& words) {
   const std::string action = "the limits of " + words.name + " on " + volume + " cannot be set";
   const auto reply = askIfLoaded(session, kPlugin, "setLimits", request);
   if (!reply) throw failure(action + ": the plug-in paddock_quotas is not loaded");
+  requireKnown(session, words, *reply, action);
   requireDone(*reply, action);
   const Dictionary* entry = reply->dictionary("entry");
   if (entry == nullptr) throw failure(action + ": the daemon's reply has no limits");

@@ -53,11 +53,19 @@ TEST_F(QuotaLimits, ThatAreRefusedSayWhy) {
       error_,
       "keelhouse: the limits of nobody here on / cannot be set: the user nobody here: No such "
       "file or directory (ENOENT, 2)\n");
+  daemon_.answer(R"({"status":2,"message":"the group nogruop: No such file or directory"})");
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"quota", "set", "--group", "--volume", "/", "nogruop", "1", "2"}), 1);
+  EXPECT_EQ(
+      error_,
+      "keelhouse: the limits of nogruop on / cannot be set: there is no group nogruop, neither "
+      "on this host nor in a directory node: did you mean nogroup?\n");
+  const std::size_t before = asked();
   EXPECT_EQ(run({"quota", "set", "/", "anna", "1", "2"}), 1);  // answered with 404
   EXPECT_THAT(error_, HasSubstr("the plug-in paddock_quotas is not loaded"));
   EXPECT_EQ(run({"quota", "set", "/proc/self", "anna", "1", "2"}), 1);
   EXPECT_THAT(error_, HasSubstr("is not the root of a volume"));
-  EXPECT_EQ(asked(), 2U);
+  EXPECT_EQ(asked(), before + 1);
 }
 
 TEST_F(QuotaLimits, AreShownWithARemarkOnThoseWhoAreNear) {
