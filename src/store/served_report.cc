@@ -1,5 +1,6 @@
 #include "store/served_report.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 
@@ -20,12 +21,24 @@ void log(int priority, const std::string& text) {
   services().logger->log(priority, "paddock_sharing: " + text);
 }
 
+bool isServedOverAny(const Dictionary& state) {
+  const Dictionary* protocols = state.dictionary("protocols");
+  if (protocols == nullptr) return false;
+  return std::any_of(protocols->begin(), protocols->end(), [](const auto& protocol) {
+    const Dictionary* one = protocol.value.dictionary();
+    const std::string* word = one != nullptr ? one->string("state") : nullptr;
+    return word != nullptr && *word == "served";
+  });
+}
+
 void logOne(const Dictionary& state) {
   const std::string* path = state.string("path");
   const std::string* sentence = state.string("sentence");
   if (path == nullptr || sentence == nullptr || sentence->empty()) return;
   if (!state.boolean("isShared").value_or(true)) {
-    log(kLogWarning, *path + " is not shared, and still served: " + *sentence);
+    const char* what = isServedOverAny(state) ? " is not shared, and still served: "
+                                              : " is not shared; who may serve it still: ";
+    log(kLogWarning, *path + what + *sentence);
     return;
   }
   const bool isServed = state.boolean("isServed").value_or(false);

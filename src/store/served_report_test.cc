@@ -38,6 +38,10 @@ class ServedReport : public ::testing::Test {
     }
     log_what_is_served(sharePoints);
   }
+  static Dictionary served(Dictionary state) {
+    state.set("protocols", Dictionary{{"smb", Dictionary{{"state", "served"}}}});
+    return state;
+  }
   // "PRIORITY text".
   std::vector<std::string> logged() const {
     std::vector<std::string> lines;
@@ -55,14 +59,17 @@ TEST_F(ServedReport, ServedIsInformationAndTheRestAWarning) {
   answer({{"sharePoints",
            Array{state("/srv/0", true, true, "Shared over SMB as a"),
                  state("/srv/1", true, false, "NFS: not served: it is stopped"),
-                 state("/srv/2", false, true, "Shared over SMB as b"),
-                 state("/srv/3", true, true, ""), state("/srv/4", false, true, ""), Value(7)}}});
+                 served(state("/srv/2", false, true, "Shared over SMB as b")),
+                 state("/srv/3", true, true, ""), state("/srv/4", false, true, ""), Value(7),
+                 state("/srv/5", false, false, "SMB: not known: nobody answers")}}});
   write(5);
   EXPECT_THAT(logged(),
               ElementsAre("6 paddock_sharing: /srv/0: Shared over SMB as a",
                           "4 paddock_sharing: /srv/1: NFS: not served: it is stopped",
                           "4 paddock_sharing: /srv/2 is not shared, and still served: Shared over "
-                          "SMB as b"));
+                          "SMB as b",
+                          "4 paddock_sharing: /srv/5 is not shared; who may serve it still: SMB: "
+                          "not known: nobody answers"));
 }
 
 TEST_F(ServedReport, AsksOfThePathsDuringTheChange) {
