@@ -55,6 +55,12 @@ TEST_F(VolumeCommands, quotaShowReportsAStatusAndAnError) {
   EXPECT_EQ(out_, "");
   EXPECT_THAT(error_,
               StartsWith("keelhouse: the quotas of / cannot be read: Input/output error (EIO, 5)"));
+  answerQuotas(R"({"isEnabled":true})", -1);
+  EXPECT_EQ(run({"quota", "show", "/"}), 1);
+  EXPECT_THAT(error_,
+              StartsWith("keelhouse: the quotas of / cannot be read: the quota file is damaged (a "
+                         "status without a name, -1)\n"));
+  EXPECT_THAT(error_, HasSubstr("Move it away and have a new one made: keelhouse quota on /\n"));
   answerQuotas(R"({"quotaError":"FILE_NOT_FOUND_ERR"})");
   EXPECT_EQ(run({"quota", "show", "/"}), 1);
   EXPECT_THAT(error_, HasSubstr("cannot be read (FILE_NOT_FOUND_ERR, 100056)\n"));

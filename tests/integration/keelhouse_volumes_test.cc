@@ -148,6 +148,24 @@ TEST_F(KeelhouseQuota, AreListedByNameThoseWhoUseMostFirst) {
   });
 }
 
+TEST_F(KeelhouseQuota, ADamagedFileIsNamedWithTheWayOut) {
+  onAVolume([&] {
+    withDaemon([&] {
+      done({"quota", "on", volume_});
+      const std::string file = volume_ + "/.quota.user";
+      std::ofstream(file) << std::string(kQuotaSlotSize, 'x');
+      const EndedProgram ended = keelhouse({"quota", "show", volume_});
+      EXPECT_EQ(ended.status, 1);
+      EXPECT_THAT(ended.error, HasSubstr("cannot be read: the quota file is damaged ("));
+      EXPECT_THAT(ended.error, HasSubstr("The quotas in " + file + " are not listed: it does not"));
+      EXPECT_THAT(ended.error, HasSubstr("keelhouse quota on " + volume_));
+      std::filesystem::remove(file);
+      done({"quota", "on", volume_});
+      EXPECT_THAT(done({"quota", "show", volume_}), StartsWith("Quotas of " + volume_));
+    });
+  });
+}
+
 TEST_F(KeelhouseQuota, SurviveTheDaemon) {
   onAVolume([&] {
     withDaemon([&] {
