@@ -81,7 +81,7 @@ bool NFSExportParser::readFile() {
   try {
     return load();
   } catch (const std::exception& error) {
-    return noteFault(kReading, error.what());
+    return noteFault(kReading, error.what(), EIO);
   }
 }
 
@@ -89,7 +89,7 @@ bool NFSExportParser::readFileIfChanged() {
   try {
     return loadUnlessKnown();
   } catch (const std::exception& error) {
-    return noteFault(kReading, error.what());
+    return noteFault(kReading, error.what(), EIO);
   }
 }
 
@@ -115,11 +115,12 @@ bool NFSExportParser::readFileWithoutRemoved() {
     for (const Change& change : changes_) apply(change);
     return false;
   } catch (const std::exception& error) {
-    return noteFault(kReading, error.what());
+    return noteFault(kReading, error.what(), EIO);
   }
 }
 
-bool NFSExportParser::noteFault(const char* what, const std::string& why) {
+bool NFSExportParser::noteFault(const char* what, const std::string& why, int error) {
+  faultError_ = error;
   fault_ = std::string("cannot ") + what + " " + file() + ": " + why;
   return false;
 }
@@ -127,11 +128,12 @@ bool NFSExportParser::noteFault(const char* what, const std::string& why) {
 // That there is no file is no fault.
 bool NFSExportParser::noteError(const char* what, int error) {
   fault_.clear();
-  return error == ENOENT ? false : noteFault(what, sharing_error_string(error));
+  isGone_ = error == ENOENT && !isBlank(known_);
+  return error == ENOENT ? false : noteFault(what, sharing_error_string(error), error);
 }
 
 NFSExportParser::WriteResult NFSExportParser::failed(const char* what, int error) {
-  noteFault(what, sharing_error_string(error));
+  noteFault(what, sharing_error_string(error), error);
   return WriteResult::failed;
 }
 
@@ -140,7 +142,7 @@ bool NFSExportParser::load() {
   FileIdentity identity;
   const int error = services().textFiles->read(file(), text, identity);
   if (error != 0) return noteError(kReading, error);
-  if (!isValidUtf8(text)) return noteFault(kReading, kNotUtf8);
+  if (!isValidUtf8(text)) return noteFault(kReading, kNotUtf8, EILSEQ);
   fault_.clear();
   readLines(text);
   changes_.clear();
@@ -160,6 +162,7 @@ bool NFSExportParser::loadUnlessKnown() {
   if (unread != 0) return noteError(kReading, unread);
   if (text != known_) return loadAndRepeatChanges();
   fault_.clear();
+  isGone_ = false;
   identity_ = present;
   return true;
 }
@@ -186,6 +189,7 @@ void NFSExportParser::know(std::string text, const FileIdentity& identity) {
   known_ = std::move(text);
   identity_ = identity;
   knowsFile_ = true;
+  isGone_ = false;
 }
 
 void NFSExportParser::readLines(std::string_view text) {
@@ -289,13 +293,15 @@ NFSExportParser::WriteResult NFSExportParser::write(bool unlessFileChanged) {
       changes_.clear();  // there is nothing that a file would have to say
       return WriteResult::failed;
     }
+    const std::string before = known_;
     const WriteResult result = replace(text, unlessFileChanged ? &identity : nullptr);
     createdFile_ = createdFile_ || result == WriteResult::written;
+    if (result == WriteResult::written && !isBlank(before)) logMadeAnew(file(), before, text);
     return result;
   }
   if (error != 0) return failed(kReading, error);
   if (!isValidUtf8(present)) {
-    noteFault(kReading, kNotUtf8);
+    noteFault(kReading, kNotUtf8, EILSEQ);
     return WriteResult::failed;
   }
   if (!knowsFile_ && !loadAndRepeatChanges()) return WriteResult::failed;
@@ -331,7 +337,7 @@ bool NFSExportParser::keepFirstCopy() {
   const std::string copy = file() + kCopySuffix;
   const int error = services().textFiles->copyOnce(file(), copy);
   if (error == 0 || error == EEXIST) return true;
-  return noteFault("copy", copy + ": " + sharing_error_string(error));
+  return noteFault("copy", copy + ": " + sharing_error_string(error), error);
 }
 
 void NFSExportParser::addOrReplaceExport(const NFSExportRecordPtr& record) {

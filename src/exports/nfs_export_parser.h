@@ -15,7 +15,8 @@
 // file alone, its time of change included. A file that is written over although it is not what was
 // last read or written, or that somebody still has open for writing, is kept (see
 // replaced_exports.h); `writeFileKeepingOthersChanges` comes to that only when others write it
-// again and again, or on a file system that cannot put back what gave way.
+// again and again, or on a file system that cannot put back what gave way. A file that somebody has
+// removed is made anew with what it had, which the log says as an error.
 //
 // Not safe from two threads at once: callers hold the module's request lock.
 #pragma once
@@ -75,6 +76,11 @@ class NFSExportParser : public ConfigurationParser {
   // Why the file could not be read, copied or written when that was last tried, as "cannot write
   // FILE: Read-only file system". Empty when it could, and when there was no file.
   const std::string& fault() const { return fault_; }
+  // The errno that fits it: EILSEQ for a file that is not UTF-8. Without a fault it says nothing.
+  int faultError() const { return faultError_; }
+  // Whether the file was there with something in it, and is not any more. What it had is kept, and
+  // goes into the next one.
+  bool isGone() const { return isGone_; }
 
   // Puts the two boundary comments around the span from the first to the last export, whatever
   // lies between; nothing when there is no export.
@@ -119,7 +125,7 @@ class NFSExportParser : public ConfigurationParser {
   WriteResult replace(const std::string& text, const FileIdentity* expected);
   bool keepFirstCopy();
   void know(std::string text, const FileIdentity& identity);
-  bool noteFault(const char* what, const std::string& why);
+  bool noteFault(const char* what, const std::string& why, int error);
   bool noteError(const char* what, int error);
   WriteResult failed(const char* what, int error);
 
@@ -127,9 +133,11 @@ class NFSExportParser : public ConfigurationParser {
   std::vector<Change> changes_;  // since the file was last read or written
   bool knowsFile_ = false;       // the file was read or written
   bool createdFile_ = false;     // there was nothing to keep a copy of
-  std::string known_;            // what was read or written last
+  bool isGone_ = false;
+  std::string known_;  // what was read or written last
   FileIdentity identity_;
   std::string fault_;
+  int faultError_ = 0;
 };
 
 }  // namespace paddock

@@ -135,6 +135,39 @@ TEST_F(NFSExportParserSafetyTest, WhateverFailsTheFileIsOldOrNewAndTheLinesAreTh
   }
 }
 
+TEST_F(NFSExportParserSafetyTest, AFileThatSomebodyRemovedIsMadeAnewAndThatIsAnError) {
+  const auto parser = parserOf("# mine\n/srv/public *(ro)\n" + kBegin + "/srv/a *(ro)\n" + kEnd);
+  const auto errors = [&] {
+    std::string text;
+    for (const auto& entry : logger_.lines())
+      if (entry.priority == kLogError) text += entry.text + "\n";
+    return text;
+  };
+  files_.remove(kFile);
+  EXPECT_FALSE(parser->readFileIfChanged());
+  EXPECT_TRUE(parser->isGone());
+  parser->addOrReplaceExport(exportTo("/srv/b"));
+  EXPECT_EQ(errors(), "");
+  EXPECT_TRUE(parser->writeFileKeepingOthersChanges());
+  EXPECT_EQ(files_.contents(kFile),
+            "# mine\n/srv/public *(ro)\n" + kBegin + "/srv/b *(ro)\n/srv/a *(ro)\n" + kEnd);
+  EXPECT_EQ(
+      errors(),
+      "paddock_sharing: /etc/exports was gone, removed by somebody else; it is made anew with 2 "
+      "lines that it had: /srv/public *(ro); /srv/a *(ro)\n");
+  EXPECT_FALSE(parser->isGone());
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_EQ(errors().find("was gone"), errors().rfind("was gone")) << "once";
+}
+
+TEST_F(NFSExportParserSafetyTest, AFileThatNeverWasThereIsNotSaidToBeGone) {
+  const auto parser = NFSExportParser::parserWithFile(kFile);
+  EXPECT_FALSE(parser->isGone());
+  parser->addOrReplaceExport(exportTo("/srv/a"));
+  EXPECT_TRUE(parser->writeFile());
+  EXPECT_TRUE(logger_.lines().empty());
+}
+
 TEST_F(NFSExportParserSafetyTest, SaysWhyTheFileCouldNotBeReadCopiedOrWritten) {
   const auto parser = parserOf("# mine\n");
   EXPECT_EQ(parser->fault(), "");

@@ -25,6 +25,7 @@ constexpr std::size_t kTimeLength = 16;  // "20261122T061500Z"
 constexpr std::size_t kKept = 10;
 constexpr int kSecondsTried = 60;
 constexpr std::size_t kLinesLogged = 1000;
+constexpr std::size_t kLinesNamed = 20;
 
 using Lines = std::unordered_set<std::string_view>;
 
@@ -82,6 +83,9 @@ void logDifferences(const std::string& gaveWay, const std::string& path, const s
   logLines(written, others, added, path + " has the line again: ");
 }
 
+// Whether exports(5) says something with it.
+bool isEntry(std::string_view line) { return !line.empty() && line.front() != '#'; }
+
 // Whether the name is one that we gave, and no other file of somebody's.
 bool isOurs(const std::string& name, std::size_t prefix) {
   if (name.size() != prefix + kTimeLength) return false;
@@ -136,6 +140,22 @@ void keepIfOthersChangedIt(ReplacedFile& gaveWay, const std::string& path, const
     if (contents) logDifferences(*contents, path, known, written);
   }
   if (error == 0) removeOldest(path);
+}
+
+void logMadeAnew(const std::string& path, const std::string& known, const std::string& written) {
+  const Lines knownLines = linesOf(known);
+  std::string named;
+  std::size_t count = 0;
+  forEachLine(written, [&](std::string_view line) {
+    if (!isEntry(line) || !knownLines.contains(line)) return;
+    if (++count <= kLinesNamed) named += (count == 1 ? ": " : "; ") + printable(line);
+  });
+  if (count > kLinesNamed) named += "; and " + std::to_string(count - kLinesNamed) + " more";
+  const std::string lines = count == 1 ? "line" : "lines";
+  services().logger->log(kLogError,
+                         "paddock_sharing: " + path +
+                             " was gone, removed by somebody else; it is made anew with " +
+                             std::to_string(count) + " " + lines + " that it had" + named);
 }
 
 }  // namespace paddock

@@ -1,4 +1,4 @@
-// Exports files that were written over although somebody had changed them.
+// Exports files that were written over although somebody had changed or removed them.
 //
 // Such a file is kept beside the exports file as FILE.replaced-YYYYMMDDTHHMMSSZ, its own owner,
 // group and mode included; where that name is taken, the next second that is free stands in it. The
@@ -16,5 +16,9 @@ class ReplacedFile;
 // each that is there again. Never throws for a file that cannot be kept: the log has it.
 void keepIfOthersChangedIt(ReplacedFile& gaveWay, const std::string& path, const std::string& known,
                            const std::string& written);
+
+// Says in the log, at error level, that the file of the text `known` was gone when one of the text
+// `written` was made at `path`, and which of its lines are there again.
+void logMadeAnew(const std::string& path, const std::string& known, const std::string& written);
 
 }  // namespace paddock

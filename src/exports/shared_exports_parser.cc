@@ -39,7 +39,13 @@ void refresh_exports() {
 }
 
 void log_new_exports_fault() {
-  const std::string& fault = shared_exports_parser().fault();
+  const NFSExportParser& parser = shared_exports_parser();
+  const std::string fault =
+      parser.isGone()
+          ? parser.file() +
+                " is gone, removed by somebody else; the next change of a share makes it "
+                "anew with the lines that it had"
+          : parser.fault();
   if (fault == toldFault()) return;
   toldFault() = fault;
   if (!fault.empty()) services().logger->log(kLogError, "paddock_sharing: " + fault);

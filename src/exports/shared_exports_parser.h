@@ -19,7 +19,8 @@ NFSExportParser& shared_exports_parser();
 // not.
 void refresh_exports();
 
-// Between requests: logs why the file could not be read or written, once for as long as it is so.
+// Between requests: logs why the file could not be read or written, and that somebody has removed
+// it, once for as long as it is so.
 void log_new_exports_fault();
 
 // Sets `record` to the shared parser's export of exactly this path, its own object, or to null.

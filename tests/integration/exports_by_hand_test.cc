@@ -76,5 +76,25 @@ TEST_F(ExportsByHandTest, AreKeptBesideTheFileWhenItGaveWayToAnotherUnderTheEdit
   EXPECT_TRUE(filesBeginning(".exports").empty());
 }
 
+TEST_F(ExportsByHandTest, AFileThatSomebodyRemovedIsSaidToBeMadeAnewWithWhichLines) {
+  tree_.write("/etc/exports", "/srv/public *(ro)\n");
+  const std::string photos = makeFolder("photos");
+  ASSERT_EQ(keelhouse({"share", "add", photos, "--nfs", "*(rw)"}).status, 0);
+  const std::string before = tree_.read("/etc/exports");
+  std::filesystem::remove(tree_.path("/etc/exports"));
+  const std::string gone = tree_.path("/etc/exports") + " is gone, removed by somebody else; ";
+  EXPECT_TRUE(eventually([&] { return daemon_->log().find(gone) != std::string::npos; }))
+      << "without any request";
+  const auto set = keelhouse({"acl", "set", photos, "allow", "user:root", "list"});
+  EXPECT_EQ(set.status, 0);
+  EXPECT_THAT(set.error, HasSubstr("error: paddock_sharing: "));
+  EXPECT_THAT(set.error,
+              HasSubstr("/etc/exports was gone, removed by somebody else; it is made anew with 2 "
+                        "lines that it had: "));
+  EXPECT_THAT(set.error, HasSubstr("/srv/public *(ro)"));
+  EXPECT_EQ(tree_.read("/etc/exports"), before);
+  EXPECT_THAT(keelhouse({"acl", "clear", photos}).error, Not(HasSubstr("was gone")));
+}
+
 }  // namespace
 }  // namespace paddock::testing
