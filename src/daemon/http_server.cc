@@ -197,7 +197,8 @@ struct HttpCallbacks {
 
   // The library refuses by itself what is no HTTP, with a page for browsers. It says so here first,
   // and so our reply goes out before it, and is the last that does.
-  static void log(void* /*closure*/, const char* format, va_list arguments) {
+  [[gnu::format(printf, 2, 0)]] static void log(void* /*closure*/, const char* format,
+                                                va_list arguments) {
     constexpr std::string_view kRefusal = "Error processing request (HTTP response code is ";
     std::array<char, 512> text{};
     (void)std::vsnprintf(text.data(), text.size(), format, arguments);
