@@ -117,5 +117,34 @@ TEST_F(KeelhouseOddRecords, APathOnTwoLinesIsShownWithBothAndSaidBeforeTheyAreOn
   EXPECT_THAT(done({"share", "show", photos}), Not(HasSubstr("line of")));
 }
 
+TEST_F(KeelhouseOddRecords, AnExportsFileThatCannotBeReadIsSaidAndARemovalFinishedLater) {
+  const std::string photos = makeFolder("photos");
+  done({"share", "add", photos, "--nfs", "127.0.0.1(ro)"});
+  const std::string text = exports();
+  ASSERT_THAT(text, HasSubstr(photos + " 127.0.0.1(ro)\n"));
+  tree_.write("/etc/exports", text + "/x \xFF(rw)\n");
+
+  const auto added = keelhouse({"share", "add", makeFolder("plans")});
+  EXPECT_EQ(added.status, 0);
+  EXPECT_THAT(added.error, HasSubstr("keelhouse: warning: this is done, and not all that goes with "
+                                     "it:\n  error: paddock_sharing: The exports file does not "
+                                     "follow the change of the share point plans"));
+  EXPECT_THAT(added.error, HasSubstr(": it is not UTF-8\nThe next change writes"));
+  EXPECT_THAT(keelhouse({"--json", "acl", "show", photos}).output, Not(HasSubstr("\"log\"")));
+  EXPECT_THAT(keelhouse({"--json", "privs", "set", photos, "--mode", "750"}).output,
+              HasSubstr("\"log\": ["));
+
+  const auto removed = keelhouse({"share", "remove", photos});
+  EXPECT_EQ(removed.status, 1);
+  EXPECT_THAT(removed.error, HasSubstr("keelhouse: " + photos + " is no longer shared, but "));
+  EXPECT_THAT(removed.error, HasSubstr("When that is mended: keelhouse share remove " + photos));
+  EXPECT_THAT(done({"share", "list"}), Not(HasSubstr(photos)));
+
+  tree_.write("/etc/exports", text);
+  EXPECT_EQ(done({"share", "remove", photos}), photos + " is no longer shared.\n");
+  EXPECT_THAT(exports(), Not(HasSubstr(photos)));
+  EXPECT_THAT(done({"share", "list"}), Not(HasSubstr(photos)));
+}
+
 }  // namespace
 }  // namespace paddock::testing
