@@ -4,7 +4,14 @@
 
 #include "base/state_text.h"
 #include "handler/request_keys.h"
+#include "platform/acl_list.h"
+#include "platform/file_attributes.h"
+#include "platform/services.h"
 #include "privileges/file_privs.h"
+#include "privileges/owned_acl.h"
+#include "store/directory_access.h"
+#include "store/exception_text.h"
+#include "store/schema.h"
 #include "store/share_point_reading.h"
 
 namespace paddock {
@@ -38,6 +45,34 @@ Dictionary partOf(const Dictionary& settings, const char* key) {
   return part != nullptr ? *part : Dictionary();
 }
 
+Value modeOf(const std::string& path) {
+  FileAttributes attributes;
+  const int error = services().fileAttributes->read(path, attributes);
+  if (error != 0 || !attributes.permissions) return sharing_error_string(error);
+  return *attributes.permissions;
+}
+
+// A list without entries that is complete lets nobody in, and the mode decides where there is none:
+// neither shows in the entries.
+const char* listOf(const std::string& path) {
+  const OwnedAcl list(services().acl->acl_get_file(path, acl::kTypeExtended), "folder_state");
+  if (!list) return "none";
+  if (list.get()->undecodable) return "undecodable";
+  return list.get()->complete.value_or(false) ? "complete" : "with the mode behind it";
+}
+
+Value recordOf(const std::string& path) {
+  try {
+    DirectoryRecordPtr record;
+    const Status status =
+        get_local_ds_record(schema::kDirectoryPath, path, schema::kSharePoints, record);
+    if (status != kSuccess) return sharing_error_string(status);
+    return record != nullptr ? record->getAllAttributesAndValues() : Dictionary();
+  } catch (...) {
+    return reason_of_current_exception();
+  }
+}
+
 }  // namespace
 
 Status readPrivilegesAndSharePoint(const std::string& path, Dictionary& settings) {
@@ -54,12 +89,16 @@ Status readPrivilegesAndSharePoint(const std::string& path, Dictionary& settings
   return status;
 }
 
-std::string folderState(const Dictionary& settings) {
+Dictionary readUnlistedState(const std::string& path) {
+  return {{"mode", modeOf(path)}, {"list", listOf(path)}, {"record", recordOf(path)}};
+}
+
+std::string folderState(const Dictionary& settings, const Dictionary& unlisted) {
   Dictionary privileges = partOf(settings, kFileAccessPrivsKey);
   const Dictionary sharePoint = partOf(settings, kSharePointRecordKey);
   privileges.erase(kPathKey);
   if (const Array* acl = privileges.array(kAclKey)) privileges.set(kAclKey, withoutNames(*acl));
-  return stateText(privileges) + stateText(sharePoint);
+  return stateText(privileges) + stateText(sharePoint) + stateText(unlisted);
 }
 
 bool hasFolder(const Dictionary& settings) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <future>
 #include <optional>
+#include <set>
 #include <thread>
 
 #include "paddock/request_conditions.h"
@@ -62,17 +63,60 @@ TEST_F(FolderStateTest, NamesOfPrincipalsAndThePathDoNotCount) {
   Dictionary privileges = *other.dictionary("fileAccessPrivs");
   privileges.set("path", "/A");
   other.set("fileAccessPrivs", privileges);
-  EXPECT_EQ(folderState(settingsWith(entry, {})), folderState(other));
+  EXPECT_EQ(folderState(settingsWith(entry, {}), {}), folderState(other, {}));
 }
 
 TEST_F(FolderStateTest, EverythingElseCounts) {
   const Dictionary entry{{"guid", "G"}, {"bitmap", 2}};
-  const std::string state = folderState(settingsWith(entry, {{"name", "a"}}));
-  EXPECT_NE(state, folderState(settingsWith({{"guid", "G"}, {"bitmap", 4}}, {{"name", "a"}})));
-  EXPECT_NE(state, folderState(settingsWith({{"guid", "G"}, {"bitmap", "2"}}, {{"name", "a"}})));
-  EXPECT_NE(state, folderState(settingsWith(entry, {{"name", "b"}})));
-  EXPECT_NE(state, folderState(settingsWith(entry, {{"name", true}})));
-  EXPECT_NE(state, folderState(settingsWith(entry, {{"nam", "ea"}})));
+  const auto state = [](const Dictionary& of, const Dictionary& sharePoint,
+                        const Dictionary& unlisted = {}) {
+    return folderState(settingsWith(of, sharePoint), unlisted);
+  };
+  const std::string first = state(entry, {{"name", "a"}});
+  EXPECT_NE(first, state({{"guid", "G"}, {"bitmap", 4}}, {{"name", "a"}}));
+  EXPECT_NE(first, state({{"guid", "G"}, {"bitmap", "2"}}, {{"name", "a"}}));
+  EXPECT_NE(first, state(entry, {{"name", "b"}}));
+  EXPECT_NE(first, state(entry, {{"name", true}}));
+  EXPECT_NE(first, state(entry, {{"nam", "ea"}}));
+  EXPECT_NE(first, state(entry, {{"name", "a"}}, {{"mode", 0755}}));
+}
+
+// Each of these reads as the one before it does.
+TEST_F(FolderStateTest, WhetherAListIsThereAndCompleteIsPartOfTheState) {
+  addSharePoint("a", "/srv/a");
+  tree.setFolder("/srv/a");
+  const std::string without = tagOf("/srv/a");
+  StoredAcl list;
+  tree.setAcl("/srv/a", list);
+  const std::string empty = tagOf("/srv/a");
+  list.complete = true;
+  tree.setAcl("/srv/a", list);
+  const std::string nobody = tagOf("/srv/a");
+  EXPECT_EQ((std::set{without, empty, nobody}.size()), 3U);
+  Dictionary request = folderRequest("/srv/a");
+  request.set("configuration", Dictionary{{"fileAccessPrivs", Dictionary{{"acl", Array{}}}}});
+  EXPECT_FALSE(write(request, without)) << "somebody has locked the folder since";
+  ASSERT_NE(tree.acl("/srv/a"), nullptr);
+  EXPECT_TRUE(tree.acl("/srv/a")->complete);
+  expectLockFree();
+}
+
+TEST_F(FolderStateTest, TheSetIdBitsArePartOfTheState) {
+  tree.set("/srv/a", {"root", "root", 0755, "directory"});
+  const std::string plain = tagOf("/srv/a");
+  tree.set("/srv/a", {"root", "root", 02755, "directory"});
+  EXPECT_NE(tagOf("/srv/a"), plain);
+  EXPECT_FALSE(write(naming("/srv/a", "a"), plain));
+}
+
+TEST_F(FolderStateTest, AttributesOfTheRecordThatAreNotListedArePartOfTheState) {
+  addSharePoint("a", "/srv/a", {{"dsAttrTypeNative:smb_options", "read only = yes"}});
+  const std::string readOnly = tagOf("/srv/a");
+  removeRecord(schema::kSharePoints, "a");
+  addSharePoint("a", "/srv/a", {{"dsAttrTypeNative:smb_options", "read only = no"}});
+  EXPECT_NE(tagOf("/srv/a"), readOnly);
+  EXPECT_FALSE(write(naming("/srv/a", "b"), readOnly));
+  EXPECT_EQ(sharePointNames(), std::vector<std::string>{"a"});
 }
 
 TEST_F(FolderStateTest, AReadingWithAPathHasATagAndTheWholeServerHasNone) {

@@ -29,11 +29,14 @@ Status readFolder(const std::string& path, Dictionary& settings) {
   return status;
 }
 
-// Has the client know which state it was answered.
-void tagReply(const Dictionary& settings) {
-  if (RequestConditions* conditions = currentRequestConditions()) {
-    conditions->setReplyState(folderState(settings));
-  }
+// The same, and has the client know which state it was answered.
+Status readTaggedFolder(const std::string& path, Dictionary& settings) {
+  RequestConditions* const conditions = currentRequestConditions();
+  if (conditions == nullptr) return readFolder(path, settings);
+  const Dictionary unlisted = readUnlistedState(path);
+  const Status status = readFolder(path, settings);
+  conditions->setReplyState(folderState(settings, unlisted));
+  return status;
 }
 
 Status readWholeServer(Dictionary& settings) {
@@ -49,8 +52,8 @@ Dictionary SharingRequestHandler::readSettingsWithRequest(const Dictionary& requ
   const std::string* path = requestPath(request);
   const std::lock_guard lock(*gSettingsDictLock);
   Dictionary settings;
-  const Status status = path != nullptr ? readFolder(*path, settings) : readWholeServer(settings);
-  if (path != nullptr) tagReply(settings);
+  const Status status =
+      path != nullptr ? readTaggedFolder(*path, settings) : readWholeServer(settings);
   Dictionary reply;
   reply.set(kConfigurationKey, std::move(settings));
   reply.set(kReadStatusKey, status);

@@ -98,9 +98,10 @@ void requireStateOfClient(const std::string* path) {
   if (conditions == nullptr || !conditions->hasIfMatch()) return;
   // The whole server has no tag, so that only "any state" can be meant of it.
   if (path == nullptr) return conditions->require(std::nullopt, true);
+  const Dictionary unlisted = readUnlistedState(*path);
   Dictionary settings;
   (void)readPrivilegesAndSharePoint(*path, settings);
-  conditions->require(folderState(settings), hasFolder(settings));
+  conditions->require(folderState(settings, unlisted), hasFolder(settings));
 }
 
 // A state that another request may have changed since is not the one that this request left.
