@@ -7,6 +7,8 @@
 
 #include "handler/request_keys.h"
 #include "handler/sharing_request_handler.h"
+#include "platform/logger.h"
+#include "platform/services.h"
 #include "privileges/acl_manipulation.h"
 #include "privileges/effective_permissions.h"
 #include "privileges/inherit_parent_acl.h"
@@ -83,6 +85,11 @@ Dictionary SharingRequestHandler::startPropagateWithRequest(const Dictionary& re
   Dictionary reply;
   const std::lock_guard lock(*gSettingsDictLock);
   const std::string* path = firstPath(request);
+  if (path == nullptr) {
+    services().logger->log(kLogError,
+                           "paddock_sharing: Privileges cannot be pushed down: the request names "
+                           "no folder (\"paths\" is no array, or its first element no text)");
+  }
   const Status status = path != nullptr
                             ? start_propagate_privs(context(), *path, selectionMask(request))
                             : Status{CANNOT_PROPAGATE_PRIVS_ERR};

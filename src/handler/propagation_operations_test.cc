@@ -88,6 +88,11 @@ TEST_F(PropagationOperations, WithoutPathsNothingStarts) {
   EXPECT_EQ(handler.startPropagateWithRequest({{"paths", "/srv/a"}}), failure);
   EXPECT_EQ(handler.startPropagateWithRequest({{"paths", Array{7}}}), failure);
   EXPECT_TRUE(programs.detached().empty());
+  const RecordingLogger::Line why{kLogError,
+                                  "paddock_sharing: Privileges cannot be pushed down: the request "
+                                  "names no folder (\"paths\" is no array, or its first element no "
+                                  "text)"};
+  EXPECT_EQ(logger.lines(), (std::vector{why, why, why}));
 }
 
 TEST_F(PropagationOperations, AnEmptyArrayOfPathsIsThrownWithTheLockFree) {
