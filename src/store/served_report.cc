@@ -47,8 +47,15 @@ void logOne(const Dictionary& state) {
 
 void askAndLog(const std::vector<SharePointRecord>& sharePoints) {
   Array paths;
+  std::size_t others = 0;
   for (const SharePointRecord& sharePoint : sharePoints) {
-    if (paths.size() < kMostAsked) paths.emplace_back(sharePoint.identifier());
+    // A record without a folder shares nothing; a relative path would be that of another one.
+    if (!sharePoint.identifier().starts_with('/')) continue;
+    if (paths.size() < kMostAsked) {
+      paths.emplace_back(sharePoint.identifier());
+    } else {
+      ++others;
+    }
   }
   if (paths.empty()) return;
   const Dictionary reply = services().pluginCommands->doCommand(
@@ -64,8 +71,8 @@ void askAndLog(const std::vector<SharePointRecord>& sharePoints) {
   for (const Value& state : *states) {
     if (state.dictionary() != nullptr) logOne(*state.dictionary());
   }
-  if (sharePoints.size() > kMostAsked) {
-    log(kLogInformation, "whether the other " + std::to_string(sharePoints.size() - kMostAsked) +
+  if (others > 0) {
+    log(kLogInformation, "whether the other " + std::to_string(others) +
                              " share points are served: keelhouse share list --check");
   }
 }

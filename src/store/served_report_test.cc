@@ -87,6 +87,19 @@ TEST_F(ServedReport, AsksNobodyWithoutSharePoints) {
   EXPECT_THAT(logged(), IsEmpty());
 }
 
+TEST_F(ServedReport, RecordsWithoutAnAbsolutePathAreNotAskedOf) {
+  const ServicesGuard guard(services_);
+  std::vector<SharePointRecord> sharePoints(3, SharePointRecord::record());
+  sharePoints[1].setPath("srv/relative");
+  sharePoints[2].setPath("/srv/a");
+  log_what_is_served(sharePoints);
+  ASSERT_EQ(commands_.sent().size(), 1U);
+  EXPECT_EQ(*commands_.sent()[0].command.array("paths"), Array{"/srv/a"});
+  sharePoints.pop_back();
+  log_what_is_served(sharePoints);
+  EXPECT_EQ(commands_.sent().size(), 1U);
+}
+
 TEST_F(ServedReport, WhatCannotBeAskedIsNotKnown) {
   write(1);
   answer({{"error", "no such plug-in"}});
