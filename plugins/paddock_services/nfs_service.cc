@@ -229,19 +229,35 @@ ProtocolState NfsService::stateOfManaged(const std::string& path,
   return state;
 }
 
-ProtocolState NfsService::stateOfHandMade(const std::string& path) {
+ProtocolState NfsService::stateOfUnmanaged(const std::string& path) {
   if (whyNotListed() || !serverFaults(path).empty()) return {};
   std::string served;
   const auto [first, last] = listed_.equal_range(path);
   for (auto one = first; one != last; ++one)
     served += (served.empty() ? "" : ", ") + withOptions(one->second.host, one->second.options);
   if (served.empty()) return {};
-  return ProtocolState::served(served + ", by a line of the exports file that was made by hand");
+  return ProtocolState::served(served);
+}
+
+// Of what the file holds nothing is known then, and whose the lines of the table are neither.
+ProtocolState NfsService::stateWithoutFile(const std::string& path) {
+  const std::size_t beginning = ("cannot read " + exportsFile().file() + ": ").size();
+  std::string reason =
+      "the exports file cannot be read: " + printable(exportsFile().fault().substr(beginning));
+  const ProtocolState listed = stateOfUnmanaged(path);
+  if (listed.kind == ProtocolState::Kind::served) reason += "; the server has it for " + listed.as;
+  return ProtocolState::unknown(reason);
 }
 
 ProtocolState NfsService::stateOf(const std::string& path) {
+  if (!exportsFile().fault().empty()) return stateWithoutFile(path);
   const NFSExportRecordPtr record = exportsFile().exportWithPath(path);
-  if (record == nullptr) return stateOfHandMade(path);
+  if (record == nullptr) {
+    ProtocolState state = stateOfUnmanaged(path);
+    if (state.kind == ProtocolState::Kind::served)
+      state.as += ", exported outside the managed block";
+    return state;
+  }
   if (const auto& why = whyNotListed()) return *why;
   return stateOfManaged(path, record->clients());
 }

@@ -46,7 +46,9 @@ class NfsService {
   ProtocolState whyNotTaken(const NFSExportClient& client);
   ProtocolState stateOfManaged(const std::string& path,
                                const std::vector<NFSExportClient>& clients);
-  ProtocolState stateOfHandMade(const std::string& path);
+  // As the server's table has it.
+  ProtocolState stateOfUnmanaged(const std::string& path);
+  ProtocolState stateWithoutFile(const std::string& path);
 
   const AskedWorld& world_;
   HostResolver hosts_;

@@ -130,15 +130,34 @@ TEST_F(NfsServiceTest, ALineThatExportfsRefusesIsNotServed) {
   });
 }
 
-TEST_F(NfsServiceTest, ALineMadeByHandIsSaidToBeOne) {
+TEST_F(NfsServiceTest, AnExportOutsideTheBlockIsSaidToBeOne) {
   if (const std::string why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     const std::string path = share("plain");
     exportAll("", path + " 192.0.2.1(ro,no_subtree_check)\n");
     EXPECT_EQ(stateOf(path),
-              ProtocolState::served(
-                  "192.0.2.1(ro), by a line of the exports file that was made by hand"));
+              ProtocolState::served("192.0.2.1(ro), exported outside the managed block"));
     EXPECT_EQ(stateOf(share("other")), ProtocolState{});
+    // Of no line of any file.
+    runOfSystem(kExportfs, {"-o", "rw,no_subtree_check", "192.0.2.2:" + share("other")});
+    EXPECT_EQ(stateOf(share("other")),
+              ProtocolState::served("192.0.2.2(rw), exported outside the managed block"));
+  });
+}
+
+TEST_F(NfsServiceTest, OfAFileThatCannotBeReadNoExportIsKnown) {
+  const std::string why = "the exports file cannot be read: it is not UTF-8";
+  const std::string path = share("plain");
+  exports(path + " 192.0.2.1(ro,no_subtree_check)\n", "# caf\xE9\n");
+  EXPECT_EQ(stateWith(path, ""), ProtocolState::unknown(why));
+  fs::remove(world_.path("/proc/fs/nfsd/threads"));
+  EXPECT_EQ(stateWith(path, ""), ProtocolState::unknown(why)) << "nothing is said of the server";
+  if (const std::string none = whyNoExportfs(); !none.empty()) GTEST_SKIP() << none;
+  writeWholeFile(world_.path("/proc/fs/nfsd/threads"), "8\n");
+  world_.ask = runOfSystem;
+  runInOwnMounts([&] {
+    exportAll(path + " 192.0.2.1(ro,no_subtree_check)\n", "# caf\xE9\n");
+    EXPECT_EQ(stateOf(path), ProtocolState::unknown(why + "; the server has it for 192.0.2.1(ro)"));
   });
 }
 

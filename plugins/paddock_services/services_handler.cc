@@ -279,7 +279,8 @@ Dictionary ServicesRequestHandler::getExports(const Dictionary& request) {
   if (path == nullptr) return {{"status", EINVAL}, {"error", std::strerror(EINVAL)}};
   const auto file = NFSExportParser::parserWithFile(host().root() + "/etc/exports");
   if (!file->fault().empty()) {
-    return {{"status", EIO}, {"error", std::strerror(EIO)}, {"message", file->fault()}};
+    const int error = file->faultError();
+    return {{"status", error}, {"error", std::strerror(error)}, {"message", file->fault()}};
   }
   Array exports;
   for (const NFSExportRecordPtr& record : file->exportsWithPath(*path)) {

@@ -217,7 +217,8 @@ TEST_F(ServicesHandlerTest, EveryLineOfAPathIsTold) {
 TEST_F(ServicesHandlerTest, AnExportsFileThatCannotBeReadIsNotOneWithoutLines) {
   writeWholeFile(host_.path("/etc/exports"), "# caf\xE9\n");
   const Dictionary reply = handler_->performOperation("getExports", {{"path", "/srv/a"}});
-  EXPECT_EQ(*reply.integer("status"), EIO);
+  EXPECT_EQ(*reply.integer("status"), EILSEQ);
+  EXPECT_EQ(*reply.string("error"), std::strerror(EILSEQ));
   EXPECT_THAT(*reply.string("message"), HasSubstr("cannot read"));
   EXPECT_FALSE(reply.contains("exports"));
 }
