@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <string_view>
+
 namespace paddock::effectiveprivs {
 namespace {
 
@@ -77,6 +79,64 @@ TEST(SmbShareRule, AListThatTheKernelHasOverriddenCountsWhereTheKernelIsIgnored)
   const auto deaf =
       shareWith({{"vfs objects", "acl_xattr"}, {"acl_xattr:ignore system acls", "yes"}});
   EXPECT_EQ(smbRights(deaf, anna(), object).read.access, Access::no);
+}
+
+TEST(SmbShareRule, AListThatMayBePassedOverDeniesPerhaps) {
+  const SmbObject object{.list = {{}, {Access::no, "entry 1"}}, .kind = ListKind::unsure};
+  const DoorRights rights =
+      smbRights(shareWith({{"vfs objects", "acl_xattr"}, {"read only", "No"}}), anna(), object);
+  EXPECT_EQ(rights.read.access, Access::yes);
+  EXPECT_EQ(rights.write.access, Access::unknown);
+  const auto deaf =
+      shareWith({{"vfs objects", "acl_xattr"}, {"acl_xattr:ignore system acls", "yes"}});
+  EXPECT_EQ(smbRights(deaf, anna(), object).write.why, "entry 1");
+}
+
+TEST(SmbShareRule, OfSomebodyElsesRightsNothingIsKnown) {
+  const SmbObject object{.kernel = noRights("mode")};
+  for (const char* parameter : {"force user", "force group", "admin users"}) {
+    const DoorRights rights =
+        smbRights(shareWith({{parameter, "anna"}, {"read only", "No"}}), bert(), object);
+    const bool isAnnasAlone = std::string_view(parameter) == "admin users";
+    EXPECT_EQ(rights.read.access, isAnnasAlone ? Access::no : Access::unknown) << parameter;
+  }
+  EXPECT_EQ(smbRights(shareWith({{"force user", "anna"}}), anna(), object).read.why, "mode");
+  EXPECT_EQ(smbRights(shareWith({{"admin users", "anna"}}), anna(), object).read.access,
+            Access::unknown);
+  EXPECT_EQ(smbRights(shareWith({{"force group", "+root"}}), anna(), object).read.why, "mode");
+  EXPECT_EQ(smbRights(shareWith({{"force user", "bert"}}), anna(), object).write.why,
+            "share \"x\": read only = yes");
+}
+
+TEST(SmbShareRule, WhatBindsEverybodyBindsWhomeverSmbdTakesTheUserFor) {
+  const auto share = shareWith({{"force user", "bert"}, {"read only", "No"}});
+  EXPECT_EQ(smbRights(share, anna(), {.room = {Access::no, "immutable"}}).write.why, "immutable");
+  const SmbObject readOnly{.readOnly = samba::DosReadOnly::yes};
+  EXPECT_EQ(smbRights(share, anna(), readOnly).write.access, Access::no);
+  EXPECT_EQ(smbRights(share, anna(), readOnly).read.access, Access::unknown);
+}
+
+TEST(SmbShareRule, ModulesThatAreNotKnownMayTakeAnythingAway) {
+  const auto write = [](const char* modules) {
+    return open(shareWith({{"vfs objects", modules}, {"read only", "No"}}));
+  };
+  EXPECT_EQ(write("recycle:a full_audit acl_xattr").write.access, Access::yes);
+  EXPECT_EQ(write("acl_xattr readonly").write.access, Access::unknown);
+  EXPECT_EQ(write("acl_xattr readonly").read.access, Access::yes);
+  EXPECT_EQ(write("acl_tdb").read.access, Access::unknown);
+}
+
+TEST(SmbShareRule, NamesThatMayBeVetoedCannotBeTold) {
+  const auto over = [](const char* patterns, const char* inside) {
+    return smbRights(shareWith({{"veto files", patterns}}), anna(), {.inside = inside}).read.access;
+  };
+  EXPECT_EQ(over("/secret*/*.tmp/", "/a/b"), Access::yes);
+  EXPECT_EQ(over("/secret*/*.tmp/", ""), Access::yes);
+  EXPECT_EQ(over("/secret*/*.tmp/", "/a/SECRETS/b"), Access::unknown);
+  EXPECT_EQ(over("/[a]/", "/a"), Access::yes);
+  EXPECT_EQ(over("/[a]/", "/[A]"), Access::unknown);
+  EXPECT_EQ(over("/a?c/", "/a\xC3\xA9\x63"), Access::unknown);
+  EXPECT_EQ(over("/%U/", "/a"), Access::unknown);
 }
 
 TEST(SmbShareRule, WithoutAListTheModeCountsWhereTheKernelIsIgnored) {

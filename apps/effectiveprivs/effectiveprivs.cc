@@ -30,7 +30,16 @@ void say(std::ostream& error, const std::string& text) {
 ListKind kindOf(const ObjectPrivileges& privileges, const PinnedObject& object,
                 const Installation& installation) {
   if (!privileges.list) return ListKind::none;
-  return installation.objects().isListOverridden(object) ? ListKind::overridden : ListKind::inForce;
+  switch (installation.objects().listForce(object)) {
+    case samba::ListForce::inForce:
+      return ListKind::inForce;
+    case samba::ListForce::neverHeld:
+    case samba::ListForce::overridden:
+      return ListKind::overridden;
+    case samba::ListForce::unknown:
+      break;
+  }
+  return ListKind::unsure;
 }
 
 Output answerOfEverybody(const Options& options, Installation& installation) {

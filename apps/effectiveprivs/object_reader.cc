@@ -11,7 +11,6 @@
 #include "platform/linux/sid_text.h"
 #include "platform/linux/stored_acl.h"
 #include "platform/linux/well_known_sids.h"
-#include "samba/kernel_acl_hash.h"
 
 namespace paddock::effectiveprivs {
 
@@ -61,21 +60,22 @@ KernelObject ObjectReader::readKernel(const PinnedObject& object) {
           acl.value ? posix_acl::decode(*acl.value) : std::nullopt};
 }
 
-bool ObjectReader::isListOverridden(const PinnedObject& object) const {
+samba::ListForce ObjectReader::listForce(const PinnedObject& object) const {
   const auto valueOf = [&object](const std::string& name) {
     std::optional<std::string> value;
     const int error = nt_acl::readValue(linuxExtendedAttributes(), object.number(), name, value);
     if (error != 0 && error != EOPNOTSUPP) throw failureOf("read the ACL of", object.path(), error);
     return value;
   };
-  const auto list = valueOf(attribute_);
-  const auto stored = list ? samba::kernelAclHashIn(*list) : std::nullopt;
-  if (!stored) return false;
-  const struct stat& status = object.status();
-  samba::KernelAcls acls{status.st_uid, status.st_gid, status.st_mode, {}, {}};
-  acls.access = valueOf(posix_acl::kAccessAttribute);
-  if (object.isFolder()) acls.defaultAccess = valueOf(posix_acl::kDefaultAttribute);
-  return samba::kernelAclHashOf(acls) != stored;
+  const auto kernelHash = [&] {
+    const struct stat& status = object.status();
+    samba::KernelAcls acls{status.st_uid, status.st_gid, status.st_mode, {}, {}};
+    acls.access = valueOf(posix_acl::kAccessAttribute);
+    if (object.isFolder()) acls.defaultAccess = valueOf(posix_acl::kDefaultAttribute);
+    return samba::kernelAclHashOf(acls);
+  };
+  return samba::listForce(valueOf(attribute_).value_or(""), kernelHash)
+      .value_or(samba::ListForce::unknown);
 }
 
 std::optional<RuleList> ObjectReader::readList(const PinnedObject& object) const {

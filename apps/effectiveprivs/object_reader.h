@@ -9,6 +9,7 @@
 #include "platform/linux/nt_acl.h"
 #include "platform/linux/principal_sids.h"
 #include "platform/linux/samba_accounts.h"
+#include "samba/kernel_acl_hash.h"
 
 namespace paddock::effectiveprivs {
 
@@ -23,9 +24,8 @@ class ObjectReader {
   ObjectPrivileges read(const PinnedObject& object) const;
   // Owner, group and mode alone.
   static ObjectPrivileges readMode(const PinnedObject& object);
-  // Whether the list is one that an SMB client has set before the kernel's ACL became what it is,
-  // so that a server that heeds that ACL passes over the list.
-  bool isListOverridden(const PinnedObject& object) const;
+  // Whether an SMB server that heeds the kernel's ACLs goes by the object's list, which is there.
+  samba::ListForce listForce(const PinnedObject& object) const;
   // What the kernel has of it.
   static KernelObject readKernel(const PinnedObject& object);
 

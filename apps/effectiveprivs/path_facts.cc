@@ -4,17 +4,20 @@
 #include <linux/dqblk_xfs.h>
 #include <linux/quota.h>
 #include <sys/quota.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <utility>
 
 #include "base/system_call.h"
 #include "effectiveprivs/failure.h"
 #include "effectiveprivs/names.h"
+#include "platform/linux/file_object.h"
 
 namespace paddock::effectiveprivs {
 
@@ -93,6 +96,16 @@ std::string bitsWords(const KernelBits& bits) {
   return "the kernel gives " + std::string(wordOf(bits.who)) + " " + text;
 }
 
+samba::DosReadOnly readReadOnly(const PinnedObject& object) {
+  std::string value;
+  const int error = object.isFolder() ? ENODATA
+                                      : linuxExtendedAttributes().get(
+                                            object.number(), samba::kDosAttributesName, value);
+  if (error == ENODATA || error == EOPNOTSUPP) return samba::DosReadOnly::no;
+  if (error != 0) throw failureOf("read the attributes of", object.path(), error);
+  return samba::dosReadOnlyIn(value);
+}
+
 }  // namespace
 
 void restrict(DoorRight& right, const DoorRight& other) {
@@ -117,6 +130,7 @@ PathFacts::PathFacts(const PinnedObject& object, Accounts& names)
   const int error = errnoOf([&] { return ::fcntl(object.number(), F_DUPFD_CLOEXEC, 0); }, &number);
   if (error != 0) throw failureOf("hold", path_, error);
   file_ = FileDescriptor(number);
+  readOnly_ = readReadOnly(object);
 }
 
 const FolderAbove* PathFacts::folderThatStops(const KernelPerson& person,
@@ -166,11 +180,27 @@ DoorRights PathFacts::modeRights(const KernelPerson& person) const {
   return rights;
 }
 
+// To a folder that only grows things can be added.
+DoorRight PathFacts::seal() const {
+  struct statx status {};
+  const int error =
+      errnoOf([&] { return ::statx(file_.get(), "", AT_EMPTY_PATH, STATX_TYPE, &status); });
+  if (error != 0) throw failureOf("read the flags of", path_, error);
+  if ((status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0)
+    return {Access::no, "it is immutable (chattr +i)"};
+  if ((status.stx_attributes & STATX_ATTR_APPEND) != 0 && !isFolder_)
+    return {Access::no, "nothing but appending to it works (chattr +a)"};
+  struct statvfs volume {};
+  const bool isMountedReadOnly = errnoOf([&] { return ::fstatvfs(file_.get(), &volume); }) == 0 &&
+                                 (volume.f_flag & ST_RDONLY) != 0;
+  if (isMountedReadOnly) return {Access::no, "the file system is mounted read-only"};
+  return {};
+}
+
 DoorRight PathFacts::room(const KernelPerson& person) const {
+  if (const DoorRight sealed = seal(); sealed.access != Access::yes) return sealed;
   struct statvfs volume {};
   if (errnoOf([&] { return ::fstatvfs(file_.get(), &volume); }) == 0) {
-    if ((volume.f_flag & ST_RDONLY) != 0)
-      return {Access::no, "the file system is mounted read-only"};
     const bool isFullDisk = person.isRoot() ? volume.f_bfree == 0 : volume.f_bavail == 0;
     if (volume.f_blocks != 0 && isFullDisk) return {Access::no, "the disk is full"};
     if (isFolder_ && volume.f_files != 0 && volume.f_favail == 0)

@@ -11,6 +11,7 @@
 #include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/object_reader.h"
 #include "platform/accounts.h"
+#include "samba/dos_attributes.h"
 
 namespace paddock::effectiveprivs {
 
@@ -69,7 +70,11 @@ class PathFacts {
   DoorRights kernelRights(const KernelPerson& person, const std::string& start = {}) const;
   // What the classes of the mode that the user is in give together, whatever the kernel's ACL says.
   DoorRights modeRights(const KernelPerson& person) const;
-  // What keeps the user from writing but permissions: a read-only mount, a full disk or quota.
+  // Whether it is a file with the attribute of that name, which SMB clients set.
+  samba::DosReadOnly readOnly() const { return readOnly_; }
+  // What keeps everybody from writing, root too: chattr(1), a read-only mount.
+  DoorRight seal() const;
+  // What keeps the user from writing but permissions: these, a full disk or quota.
   DoorRight room(const KernelPerson& person) const;
   // The highest folder that the user cannot pass: "stopped at /vol/priv, mode 700, owner root";
   // empty when there is none.
@@ -86,6 +91,7 @@ class PathFacts {
 
   std::string path_;
   bool isFolder_ = false;
+  samba::DosReadOnly readOnly_ = samba::DosReadOnly::no;
   dev_t device_ = 0;
   KernelObject kernel_;
   std::vector<FolderAbove> above_;

@@ -1,10 +1,14 @@
 #include "effectiveprivs/smb_door.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 
 #include "base/text.h"
@@ -67,6 +71,36 @@ Access isListed(const std::string& list, const SmbPerson& person) {
   return found;
 }
 
+// The pattern for fnmatch(3), matching at least what it matches to Samba, in which brackets are
+// themselves and "?" is a character.
+std::string widened(const std::string& pattern) {
+  std::string text;
+  for (const char character : pattern) {
+    if (character == '[' || character == ']' || character == '\\') text += '\\';
+    const bool isOpen = character == '?' || static_cast<unsigned char>(character) >= 0x80;
+    text += isOpen ? '*' : character;
+  }
+  return text;
+}
+
+std::vector<std::string> partsOf(const std::string& text) {
+  std::vector<std::string> parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, '/');)
+    if (!part.empty()) parts.push_back(part);
+  return parts;
+}
+
+// Whether one of the patterns, with slashes between, may be for a name on the way.
+bool isVetoed(const std::string& patterns, const std::string& inside) {
+  for (const std::string& pattern : partsOf(patterns)) {
+    if (pattern.find('%') != std::string::npos) return true;
+    for (const std::string& name : partsOf(inside))
+      if (::fnmatch(widened(pattern).c_str(), name.c_str(), FNM_CASEFOLD) == 0) return true;
+  }
+  return false;
+}
+
 // Whom the share lets in at all.
 DoorRight admission(const SmbShare& share, const SmbPerson& person) {
   const std::string of = "share \"" + share.name + "\": ";
@@ -81,8 +115,21 @@ DoorRight admission(const SmbShare& share, const SmbPerson& person) {
   if (isValid == Access::no) return {Access::no, of + "valid users has not " + person.name};
   if (invalid == Access::unknown) return unsure("invalid users");
   if (isValid == Access::unknown) return unsure("valid users");
-  if (!share.value("force user").empty())
-    return {Access::unknown, of + "force user = " + share.value("force user")};
+  return {};
+}
+
+// Why smbd gives the person the rights of somebody else; empty when it does not.
+std::string disguise(const SmbShare& share, const SmbPerson& person) {
+  const std::string user = share.value("force user");
+  if (!user.empty() && asciiLower(user) != asciiLower(person.name)) return "force user = " + user;
+  // With a plus sign it counts for those who are in it anyway, and gives them nothing.
+  const std::string group = share.value("force group");
+  const bool isForMembers = group.starts_with('+') && group.find('%') == std::string::npos;
+  if (!group.empty() && !isForMembers && isInGroup(group, person) != Access::yes)
+    return "force group = " + group;
+  if (share.isOn("guest only", false)) return "guest only = yes";
+  if (!person.kernel.isRoot() && isListed(share.value("admin users"), person) != Access::no)
+    return "admin users has " + person.name;
   return {};
 }
 
@@ -98,11 +145,52 @@ DoorRight writing(const SmbShare& share, const SmbPerson& person) {
   return {};
 }
 
+// What the list does not give is not known where smbd may go by the kernel's ACLs alone.
+DoorRights perhaps(const DoorRights& list) {
+  const DoorRight why{Access::unknown,
+                      "whether Samba goes by the list or by the kernel's ACL cannot be known"};
+  return {list.read.access == Access::yes ? list.read : why,
+          list.write.access == Access::yes ? list.write : why};
+}
+
 // What smbd's module goes by beside the kernel.
 DoorRights judgedByModule(const SmbShare& share, const SmbObject& object) {
   const bool heedsKernel = !share.isOn("acl_xattr:ignore system acls", false);
   if (object.kind == ListKind::none) return heedsKernel ? DoorRights{} : object.mode;
-  return object.kind == ListKind::overridden && heedsKernel ? DoorRights{} : object.list;
+  if (!heedsKernel || object.kind == ListKind::inForce) return object.list;
+  return object.kind == ListKind::unsure ? perhaps(object.list) : DoorRights{};
+}
+
+// Modules that take nothing away, or what is known here.
+bool isKnownModule(const std::string& module) {
+  constexpr std::array<std::string_view, 14> kKnown{
+      "acl_xattr", "aio_pthread",  "audit",         "btrfs",     "catia",
+      "dirsort",   "extd_audit",   "full_audit",    "io_uring",  "recycle",
+      "readahead", "shadow_copy2", "streams_xattr", "time_audit"};
+  return std::find(kKnown.begin(), kKnown.end(), module.substr(0, module.find(':'))) !=
+         kKnown.end();
+}
+
+// What more there is than lists, modes and names, and is not judged here.
+DoorRights unjudged(const SmbShare& share, const SmbObject& object) {
+  const std::string of = "share \"" + share.name + "\": ";
+  const auto because = [&](const std::string& parameter) {
+    return DoorRight{Access::unknown, of + parameter + " = " + share.value(parameter)};
+  };
+  DoorRights rights;
+  for (const std::string& module : wordsOf(share.value("vfs objects"))) {
+    if (isKnownModule(module)) continue;
+    const bool isOfWriting = module == "readonly" || module == "worm";
+    if (!isOfWriting) restrict(rights.read, because("vfs objects"));
+    restrict(rights.write, because("vfs objects"));
+  }
+  if (isVetoed(share.value("veto files"), object.inside))
+    restrict(rights, {because("veto files"), because("veto files")});
+  for (const char* parameter : {"dont descend", "msdfs proxy"})
+    if (!share.value(parameter).empty()) restrict(rights, {because(parameter), because(parameter)});
+  for (const char* parameter : {"preexec close", "root preexec close"})
+    if (share.isOn(parameter, false)) restrict(rights, {because(parameter), because(parameter)});
+  return rights;
 }
 
 bool isBelow(const std::string& path, const std::string& folder) {
@@ -157,14 +245,22 @@ DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbOb
   DoorRights rights;
   const DoorRight in = admission(share, person);
   restrict(rights, {in, in});
-  // smbd asks no list of root, and whoever "admin users" has is root to it.
-  const bool isRoot = person.kernel.isRoot();
+  const std::string as = disguise(share, person);
+  const bool isHimself = as.empty();
+  // smbd asks no list of root.
   const bool hasModule = share.value("vfs objects").find("acl_xattr") != std::string::npos;
-  if (hasModule && !isRoot) restrict(rights, judgedByModule(share, object));
+  if (isHimself && hasModule && !person.kernel.isRoot())
+    restrict(rights, judgedByModule(share, object));
   restrict(rights.write, writing(share, person));
-  restrict(rights, object.kernel);
-  if (!isRoot && isListed(share.value("admin users"), person) != Access::no)
-    restrict(rights, unknownRights("share \"" + share.name + "\": admin users has " + person.name));
+  if (isHimself) restrict(rights, object.kernel);
+  restrict(rights.write, object.room);
+  // smbd reads the attribute also where "store dos attributes" is off.
+  if (object.readOnly == samba::DosReadOnly::yes)
+    restrict(rights.write, {Access::no, "it has the attribute \"read-only\" of Windows"});
+  if (object.readOnly == samba::DosReadOnly::unknown)
+    restrict(rights.write, {Access::unknown, "its attributes of Windows cannot be read"});
+  if (!isHimself) restrict(rights, unknownRights("share \"" + share.name + "\": " + as));
+  restrict(rights, unjudged(share, object));
   return rights;
 }
 
@@ -182,16 +278,20 @@ SmbDoor::SmbDoor(const std::string& root, const PathFacts& facts, SambaAccountRe
   for (const SmbShare& share : configuration_.shares) {
     const std::string path = share.value("path");
     const std::string real = path.empty() ? std::string() : realPathOf(path);
-    if (!real.empty() && isBelow(facts.path(), real)) shares_.push_back(&share);
+    if (!real.empty() && isBelow(facts.path(), real))
+      ways_.push_back({&share, facts.path().substr(real.size())});
   }
 }
 
 std::vector<std::string> SmbDoor::namesInLists() const {
   std::vector<std::string> names;
-  for (const SmbShare* share : shares_)
+  for (const Way& way : ways_) {
     for (const char* list :
-         {"valid users", "invalid users", "read list", "write list", "admin users"})
-      for (std::string& word : wordsOf(share->value(list))) names.push_back(std::move(word));
+         {"valid users", "invalid users", "read list", "write list", "admin users", "force user"})
+      for (std::string& word : wordsOf(way.share->value(list))) names.push_back(std::move(word));
+    if (const std::string group = way.share->value("force group"); !group.empty())
+      names.push_back((group.starts_with('+') ? "" : "+") + group);
+  }
   return names;
 }
 
@@ -242,28 +342,34 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, Li
     restrict(rights, kernel);
     return rights;
   }
-  if (shares_.empty()) {
+  if (ways_.empty()) {
     const bool isOpen = std::any_of(
         configuration_.shares.begin(), configuration_.shares.end(),
         [](const SmbShare& one) { return one.value("path").find('%') != std::string::npos; });
     return isOpen ? unknownRights("a share's path depends on its client")
                   : noRights("not published over SMB");
   }
-  const SmbObject object{list, kind, kernel, facts_.modeRights(person.kernel)};
+  SmbObject object{.list = list,
+                   .kind = kind,
+                   .kernel = kernel,
+                   .mode = facts_.modeRights(person.kernel),
+                   .room = facts_.seal(),
+                   .readOnly = facts_.readOnly()};
   DoorRights best = noRights({});
   const auto improve = [](DoorRight& right, const DoorRight& other) {
     const bool isBetter = right.why.empty() || other.access == Access::yes ||
                           (right.access == Access::no && other.access == Access::unknown);
     if (right.access != Access::yes && isBetter) right = other;
   };
-  for (const SmbShare* one : shares_) {
+  for (const Way& way : ways_) {
+    object.inside = way.inside;
     DoorRights rights;
-    const DoorRight in = logOn(*one, person);
+    const DoorRight in = logOn(*way.share, person);
     restrict(rights, {in, in});
-    restrict(rights, smbRights(*one, person, object));
+    restrict(rights, smbRights(*way.share, person, object));
     improve(best.read, rights.read);
     improve(best.write, rights.write);
-    share += (share.empty() ? "" : ", ") + one->name;
+    share += (share.empty() ? "" : ", ") + way.share->name;
   }
   return best;
 }

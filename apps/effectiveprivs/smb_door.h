@@ -40,9 +40,9 @@ struct SmbPerson {
   bool isAnybody = false;  // who can log on, whatever the name is
 };
 
-// Overridden: an SMB client has set it, and the kernel's ACL was changed since, see
-// samba/kernel_acl_hash.h.
-enum class ListKind { none, inForce, overridden };
+// Where the kernel's ACLs are heeded, see samba/kernel_acl_hash.h: whether smbd goes by the list.
+// Unsure: that cannot be known.
+enum class ListKind { none, inForce, overridden, unsure };
 
 // What the list gives, or where there is none what the mode does, with the reason of what it
 // does not give.
@@ -54,10 +54,15 @@ struct SmbObject {
   ListKind kind = ListKind::none;
   DoorRights kernel{};
   DoorRights mode{};  // the bits of every class that the user is in
+  // What keeps everybody, whoever smbd takes the user for, from writing.
+  DoorRight room{};
+  samba::DosReadOnly readOnly = samba::DosReadOnly::no;
+  std::string inside{};  // the path in the share, empty for the share's folder
 };
 
 // The rule: what smbd lets a user do over a share that has its module acl_xattr, told to ignore the
-// kernel's ACLs or not, and over one that has not.
+// kernel's ACLs or not, and over one that has not. What the share has besides that might take
+// access away, and is not known here, makes it unknown.
 DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbObject& object);
 
 class SmbDoor {
@@ -80,8 +85,12 @@ class SmbDoor {
   const PathFacts& facts_;
   SambaAccountReader& accounts_;
   SmbConfiguration configuration_;
-  std::vector<const SmbShare*> shares_;  // those that lead to the path
-  std::string fault_;                    // why it cannot be told
+  struct Way {
+    const SmbShare* share;
+    std::string inside;  // the path in it
+  };
+  std::vector<Way> ways_;  // that lead to the path
+  std::string fault_;      // why it cannot be told
 };
 
 }  // namespace paddock::effectiveprivs

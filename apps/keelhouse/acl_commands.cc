@@ -161,6 +161,26 @@ Array inheritedAcl(const Session& session, const std::string& path) {
   throw daemonFailure(action + ": the daemon's reply has no list");
 }
 
+// Of a list that is not in force everywhere, in whole lines.
+const char* forceText(samba::ListForce force) {
+  switch (force) {
+    case samba::ListForce::inForce:
+      break;
+    case samba::ListForce::neverHeld:
+      return "An SMB client has set this list where Samba ignores the kernel's ACLs. Where Samba\n"
+             "serves a share by lists, it passes over this one and goes by the kernel (getfacl),\n"
+             "until the list is set again (keelhouse acl set).\n";
+    case samba::ListForce::overridden:
+      return "An SMB client has set this list, and the mode, the owner or the kernel's ACL was\n"
+             "changed since. Where Samba serves the share by lists, it goes by the kernel\n"
+             "(getfacl); the list is in force again when it is set again (keelhouse acl set).\n";
+    case samba::ListForce::unknown:
+      return "Where Samba serves the share by lists, it cannot be told whether it goes by this\n"
+             "list or by the kernel (getfacl), until the list is set again (keelhouse acl set).\n";
+  }
+  return "";
+}
+
 }  // namespace
 
 ExitStatus showAcl(const Session& session, const std::string& typedPath) {
@@ -175,12 +195,7 @@ ExitStatus showAcl(const Session& session, const std::string& typedPath) {
   if (!session.json && acl.empty() && complete.empty())
     print(session, path, acl, privileges, principals);
   session.out << complete;
-  if (!session.json && isListOverridden(path)) {
-    session.out
-        << "An SMB client has set this list, and the mode, the owner or the kernel's ACL was\n"
-           "changed since. Where Samba serves the share by lists, it goes by the kernel\n"
-           "(getfacl); the list is in force again when it is set again (keelhouse acl set).\n";
-  }
+  if (!session.json) session.out << forceText(listForce(path));
   return ExitStatus::done;
 }
 

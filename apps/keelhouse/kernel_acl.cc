@@ -8,7 +8,6 @@
 #include <system_error>
 
 #include "base/system_call.h"
-#include "samba/kernel_acl_hash.h"
 
 namespace paddock::keelhouse {
 
@@ -65,34 +64,34 @@ std::optional<KernelAcl> readAcl(const std::string& path, const char* name, std:
   return acl;
 }
 
-// The hash that stands in whichever attribute of the path holds one.
-std::optional<std::string> storedHash(const std::string& path) {
-  std::string names(65536, '\0');
-  ssize_t size = 0;
-  if (errnoOf([&] { return ::listxattr(path.c_str(), names.data(), names.size()); }, &size) != 0)
-    return std::nullopt;
-  names.resize(static_cast<std::size_t>(size));
-  for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
-    int error = 0;
-    const auto value = readAttribute(path, &names[at], error);
-    if (!value) continue;
-    if (auto hash = samba::kernelAclHashIn(*value)) return hash;
-  }
-  return std::nullopt;
-}
-
-}  // namespace
-
-bool isListOverridden(const std::string& path) {
-  const auto stored = storedHash(path);
+std::optional<std::string> kernelHash(const std::string& path) {
   struct stat status {};
-  if (!stored || ::stat(path.c_str(), &status) != 0) return false;
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
   int error = 0;
   samba::KernelAcls acls{status.st_uid, status.st_gid, status.st_mode, {}, {}};
   acls.access = readAttribute(path, "system.posix_acl_access", error);
   if (error == 0 && S_ISDIR(status.st_mode))
     acls.defaultAccess = readAttribute(path, "system.posix_acl_default", error);
-  return error == 0 && samba::kernelAclHashOf(acls) != stored;
+  return error == 0 ? samba::kernelAclHashOf(acls) : std::nullopt;
+}
+
+}  // namespace
+
+// The list is in whichever attribute holds one.
+samba::ListForce listForce(const std::string& path) {
+  std::string names(65536, '\0');
+  ssize_t size = 0;
+  if (errnoOf([&] { return ::listxattr(path.c_str(), names.data(), names.size()); }, &size) != 0)
+    return samba::ListForce::inForce;
+  names.resize(static_cast<std::size_t>(size));
+  for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
+    int error = 0;
+    const auto value = readAttribute(path, &names[at], error);
+    const auto force =
+        value ? samba::listForce(*value, [&] { return kernelHash(path); }) : std::nullopt;
+    if (force && force != samba::ListForce::inForce) return *force;
+  }
+  return samba::ListForce::inForce;
 }
 
 std::optional<unsigned> KernelAcl::bitsOf(const Principal& who) const {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/principal.h"
+#include "samba/kernel_acl_hash.h"
 
 namespace paddock::keelhouse {
 
@@ -42,10 +43,9 @@ struct KernelAcls {
 // Links are followed. Only a folder has a default.
 KernelAcls readKernelAcls(const std::string& path, bool folder);
 
-// Whether an SMB client has set the list of the path, and the kernel's ACLs, the owner or the mode
-// were changed since: Samba goes by the kernel then, where it does not ignore it. False also when
-// that cannot be found out.
-bool isListOverridden(const std::string& path);
+// What Samba makes of the list of the path where it does not ignore the kernel's ACLs. In force
+// also when that cannot be found out, and when there is none.
+samba::ListForce listForce(const std::string& path);
 
 // "r-x" and the like.
 std::string kernelBitsText(unsigned bits);

@@ -19,7 +19,10 @@ constexpr std::size_t kPosixEntry = 8;
 constexpr std::string_view kVersions("\x04\0\x04\0", 4);
 constexpr std::string_view kTypeAt12("\x01\0", 2);
 constexpr std::string_view kHashed("posix_acl\0", 10);
+constexpr std::size_t kPointers = 8;  // the least that a list is in
 constexpr std::size_t kTypeAt = 12;
+constexpr std::size_t kListHashAt = 14;
+constexpr std::size_t kListHashBytes = 64;
 constexpr std::size_t kHashedAt = 78;
 constexpr std::size_t kHashAt = 96;
 constexpr std::size_t kHashBytes = 32;
@@ -130,6 +133,25 @@ std::optional<std::string> kernelAclHashIn(std::string_view value) {
       value.substr(kHashedAt, kHashed.size()) != kHashed)
     return std::nullopt;
   return std::string(value.substr(kHashAt, kHashBytes));
+}
+
+std::optional<ListForce> listForce(std::string_view value,
+                                   const std::function<std::optional<std::string>()>& kernelHash) {
+  if (value.size() < kPointers) return std::nullopt;
+  const std::uint32_t version = numberAt(value, 0, 2);
+  if (version == 0 || version > 4 || numberAt(value, 2, 2) != version) return std::nullopt;
+  if (version < 3) return ListForce::inForce;
+  if (value.size() < kTypeAt + kTypeAt12.size() || numberAt(value, 4, 4) == 0 ||
+      numberAt(value, 8, 4) == 0)
+    return std::nullopt;
+  const bool isWithoutHash =
+      value.size() >= kListHashAt + kListHashBytes &&
+      value.substr(kListHashAt, kListHashBytes).find_first_not_of('\0') == std::string_view::npos;
+  if (version == 3 && isWithoutHash) return ListForce::neverHeld;
+  const auto stored = kernelAclHashIn(value);
+  const auto present = stored ? kernelHash() : std::nullopt;
+  if (!present) return ListForce::unknown;
+  return present == stored ? ListForce::inForce : ListForce::overridden;
 }
 
 std::optional<std::string> kernelAclHashOf(const KernelAcls& acls) {

@@ -1,11 +1,13 @@
 // Samba's module acl_xattr keeps a hash of the kernel's ACLs beside a list that one of its clients
 // has set (xattr.idl, version 4), and goes by the kernel's ACLs where that hash is another one than
-// theirs, unless it is told to ignore them.
+// theirs, unless it is told to ignore them. What it keeps while it ignores them has a hash
+// of zeros (version 3), which is another one than theirs, too.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,5 +28,19 @@ std::optional<std::string> kernelAclHashIn(std::string_view value);
 
 // Absent for ACLs that are none.
 std::optional<std::string> kernelAclHashOf(const KernelAcls& acls);
+
+// Whether smbd goes by a list on a share that is not told to ignore the kernel's ACLs. On one that
+// is, every list is in force.
+enum class ListForce {
+  inForce,     // versions 1 and 2, which want no hash, and a hash that is the kernel's
+  neverHeld,   // kept with no hash, while the kernel's ACLs were ignored
+  overridden,  // the kernel's ACLs are other ones by now
+  unknown,     // kept with a hash that only smbd can make
+};
+
+// Absent for a value that is none of such a list. `kernelHash` is asked only where it matters;
+// absent from it is what cannot be known.
+std::optional<ListForce> listForce(std::string_view value,
+                                   const std::function<std::optional<std::string>()>& kernelHash);
 
 }  // namespace paddock::samba

@@ -54,6 +54,38 @@ TEST(KernelAclHash, IsFoundInAValueOfVersion4Alone) {
   EXPECT_FALSE(kernelAclHashIn(""));
 }
 
+std::optional<ListForce> forceUnder(const std::string& value,
+                                    const std::optional<std::string>& hash) {
+  return listForce(value, [&] { return hash; });
+}
+
+TEST(ListForce, IsThatOfAHashThatIsTheKernels) {
+  const std::string value = bytesOf(kBeforeHash) + bytesOf(kOfFile);
+  EXPECT_EQ(forceUnder(value, bytesOf(kOfFile)), ListForce::inForce);
+  EXPECT_EQ(forceUnder(value, bytesOf(kOfFolder)), ListForce::overridden);
+  EXPECT_EQ(forceUnder(value, std::nullopt), ListForce::unknown);
+}
+
+TEST(ListForce, OldVersionsWantNoHash) {
+  for (const std::string_view version : {"0100010000000200", "0200020000000200"})
+    EXPECT_EQ(forceUnder(bytesOf(version), std::nullopt), ListForce::inForce) << version;
+}
+
+TEST(ListForce, WithoutAHashNoListIsInForceAndWithAnUnknownOneItIsNotKnown) {
+  const std::string without = bytesOf("030003000000020004000200");
+  const std::string zeros(64, '\0');
+  EXPECT_EQ(forceUnder(without + bytesOf("0100") + zeros, std::nullopt), ListForce::neverHeld);
+  EXPECT_EQ(forceUnder(without + bytesOf("0100") + zeros.substr(1) + "x", std::nullopt),
+            ListForce::unknown);
+}
+
+TEST(ListForce, ThereIsNoneOfWhatIsNoList) {
+  for (const std::string_view value :
+       {"", "0300", "0300030000000200", "0500050000000200", "0300010000000200",
+        "03000300000000000000000000000000", "01000002000000000000000000000000"})
+    EXPECT_EQ(forceUnder(bytesOf(value), std::nullopt), std::nullopt) << value;
+}
+
 TEST(KernelAclHash, ThereIsNoneOfWhatIsNoAcl) {
   for (const std::string_view value :
        {"", "02000000ff", "0300000001000700ffffffff", "0200000003000700ffffffff"})
