@@ -76,14 +76,16 @@ std::string includeFileText(const std::vector<const SharePoint*>& shares,
 IncludeFile::IncludeFile(TextFiles& files, const std::string& root)
     : files_(files), folder_(root + "/etc/samba"), path_(folder_ + "/paddock-shares.conf") {}
 
-bool IncludeFile::isUpToDate(const std::string& text) const {
+std::string IncludeFile::text() const {
   std::string present;
   const int unreadable = files_.read(path_, present);
-  // What is too large to be read is not that text.
+  // What is too large to be read is nothing of ours.
   if (unreadable != 0 && unreadable != ENOENT && unreadable != EFBIG)
     throw systemError(unreadable, "cannot read", path_);
-  return unreadable == 0 && present == text;
+  return unreadable == 0 ? present : std::string();
 }
+
+bool IncludeFile::isUpToDate(const std::string& text) const { return this->text() == text; }
 
 void IncludeFile::replace(const std::string& text) {
   std::filesystem::create_directories(folder_);

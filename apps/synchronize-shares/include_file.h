@@ -19,7 +19,9 @@ class IncludeFile {
   // The one below `root`.
   IncludeFile(TextFiles& files, const std::string& root);
 
-  // Whether `text` is the file's content. Both throw std::system_error.
+  // The file's content; empty when it is missing. All three throw std::system_error.
+  std::string text() const;
+  // Whether `text` is the file's content.
   bool isUpToDate(const std::string& text) const;
   // Makes it that, and makes its folder, when it is missing. On failure the file is as it was.
   void replace(const std::string& text);

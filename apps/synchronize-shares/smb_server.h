@@ -12,4 +12,9 @@ namespace paddock::synchronizer {
 std::string tellSmbServer(const std::string& program,
                           std::chrono::milliseconds patience = std::chrono::seconds(10));
 
+// The same of ending the connections that clients have with the share, so that they make new ones
+// by its new section.
+std::string endConnections(const std::string& program, const std::string& share,
+                           std::chrono::milliseconds patience = std::chrono::seconds(10));
+
 }  // namespace paddock::synchronizer

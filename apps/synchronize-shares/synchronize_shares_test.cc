@@ -174,7 +174,7 @@ TEST_F(SynchronizeShares, ACommandLineThatCannotBeUsedIsExitStatusTwo) {
   EXPECT_EQ(run({"synchronize-shares", "now"}), 2);
   EXPECT_EQ(error_.str(),
             "synchronize-shares: \"now\" is no option\n"
-            "usage: synchronize-shares [--help | --version]\n");
+            "usage: synchronize-shares [--no-limit | --help | --version]\n");
   EXPECT_FALSE(std::filesystem::exists(includeFile()));
 }
 
