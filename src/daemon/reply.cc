@@ -11,6 +11,7 @@ namespace paddock {
 
 Reply makeReply(int status, Dictionary body, BodyForm form) {
   const Value value(std::move(body));
+  if (form == BodyForm::propertyList && !wire::fitsPropertyList(value)) form = BodyForm::json;
   return {status,
           form == BodyForm::json ? wire::writeJson(value) + "\n" : wire::writePropertyList(value),
           form,

@@ -18,6 +18,8 @@ struct Reply {
   std::string etag = {};  // the ETag header, unless empty
 };
 
+// In the form that was asked for; a body with a text that XML cannot carry is JSON in either case,
+// since a property list would have another text in its place, which a client might send back.
 Reply makeReply(int status, Dictionary body, BodyForm form);
 Reply makeError(int status, std::string_view text, BodyForm form);
 

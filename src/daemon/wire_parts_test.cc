@@ -36,6 +36,15 @@ TEST(MediaType, AcceptAsksForPropertyListsOnlyByName) {
   EXPECT_EQ(formOfAccept("application/json, application/x-plist"), BodyForm::json);
 }
 
+TEST(Reply, IsAPropertyListWhereThatSaysEveryTextAsItIs) {
+  const Reply list = makeReply(200, {{"name", "a\r\n\tb"}}, BodyForm::propertyList);
+  EXPECT_EQ(list.form, BodyForm::propertyList);
+  EXPECT_NE(list.body.find("<plist"), std::string::npos);
+  const Reply json = makeReply(200, {{"name", "a\x1B"}}, BodyForm::propertyList);
+  EXPECT_EQ(json.form, BodyForm::json);
+  EXPECT_EQ(json.body, "{\"name\":\"a\\u001b\"}\n");
+}
+
 TEST(Route, PathsNameOperationsAndTheTwoFixedOnes) {
   const Route route = routeOf("/v1/paddock_sharing/getState?x=1");
   EXPECT_EQ(route.kind, Route::Kind::operation);

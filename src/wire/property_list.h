@@ -24,4 +24,7 @@ std::optional<Value> parsePropertyList(std::string_view text, std::string& error
 // element: an array leaves it out.
 std::string writePropertyList(const Value& value);
 
+// Whether every text and key is one that XML can carry, so that what is written says it as it is.
+bool fitsPropertyList(const Value& value);
+
 }  // namespace paddock::wire

@@ -212,5 +212,16 @@ TEST(PropertyList, writesWhatXmlCannotCarryAsHexadecimal) {
               HasSubstr("<string>a\\x00\\x01\\xFFz\\xEF\\xBF\\xBF&#13;</string>"));
 }
 
+TEST(PropertyList, fitsWhatItCanWriteAsItIs) {
+  const Value exact = Dictionary{{"tab\t", Array{"line\n", "return\r", "\xC3\xA9", 1, true}},
+                                 {"data", Data{{'\x01'}}}};
+  EXPECT_TRUE(fitsPropertyList(exact));
+  EXPECT_EQ(parse(writePropertyList(exact)), exact);
+  for (const std::string_view text : {"\0"sv, "a\x1Bz"sv, "\xFF"sv, "\xEF\xBF\xBF"sv}) {
+    EXPECT_FALSE(fitsPropertyList(Dictionary{{"a", Array{1, text}}})) << text;
+    EXPECT_FALSE(fitsPropertyList(Array{Dictionary{{std::string(text), 1}}})) << text;
+  }
+}
+
 }  // namespace
 }  // namespace paddock::wire

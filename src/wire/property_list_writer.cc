@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "wire/base64.h"
 #include "wire/property_list.h"
 #include "wire/xml_text.h"
@@ -69,6 +71,18 @@ std::string writePropertyList(const Value& value) {
   ListWriter(text).write(value);
   text += "</plist>\n";
   return text;
+}
+
+bool fitsPropertyList(const Value& value) {
+  const auto isXml = [](std::string_view text) { return !findNonXmlByte(text); };
+  if (const std::string* text = value.string()) return isXml(*text);
+  if (const Array* array = value.array())
+    return std::all_of(array->begin(), array->end(), fitsPropertyList);
+  const Dictionary* dictionary = value.dictionary();
+  return dictionary == nullptr ||
+         std::all_of(dictionary->begin(), dictionary->end(), [&isXml](const auto& entry) {
+           return isXml(entry.key) && fitsPropertyList(entry.value);
+         });
 }
 
 }  // namespace paddock::wire

@@ -89,6 +89,19 @@ TEST_F(Requests, PropertyListsTravelBothWays) {
             "application/x-plist");
 }
 
+TEST_F(Requests, AReplyThatXmlCannotCarryIsJson) {
+  const Dictionary named{{"name", "a\x1B[1m"}, {"other", "\r\n\t"}};
+  const std::string accept = "Accept: application/x-plist\r\n";
+  const auto response = post(kEcho, R"({"name":"a\u001b[1m","other":"\r\n\t"})",
+                             "Content-Type: application/json\r\n" + accept);
+  EXPECT_EQ(response.header("content-type"), "application/json");
+  EXPECT_EQ(response.dictionary(), named);
+  const auto other =
+      post(kEcho, R"({"other":"\r\n\t"})", "Content-Type: application/json\r\n" + accept);
+  EXPECT_EQ(other.header("content-type"), "application/x-plist");
+  EXPECT_EQ(other.dictionary(), (Dictionary{{"other", "\r\n\t"}}));
+}
+
 TEST_F(Requests, ADocumentTypeWithASubsetIsRefusedAndOneThatNamesAnIdentifierReadOver) {
   const std::string identifier =
       "<!DOCTYPE plist PUBLIC \"-//Example//DTD\" \"http://a.example/b\"";
