@@ -14,17 +14,32 @@ std::string withoutLineEnd(std::string line) {
   return line;
 }
 
-}  // namespace
-
-std::optional<std::vector<ExportLine>> exportLines(const Session& session,
-                                                   const std::string& path) {
-  std::optional<Dictionary> reply;
+// The reply; absent where the daemon cannot say.
+std::optional<Dictionary> askExports(const Session& session, const std::string& path) {
   try {
-    reply = askIfLoaded(session, "paddock_services", "getExports", {{"path", path}});
+    return askIfLoaded(session, "paddock_services", "getExports", {{"path", path}});
   } catch (const Failure& failed) {
     // A daemon of before has the plug-in, and not the operation.
     if (failed.status() == ExitStatus::unreachable) throw;
+    return std::nullopt;
   }
+}
+
+}  // namespace
+
+void noteUnreadExports(const Session& session) {
+  const auto reply = askExports(session, "/");
+  if (!reply) return;
+  try {
+    requireDone(*reply, "the exports over NFS are listed as they were last read");
+  } catch (const Failure& failed) {
+    session.notes << "keelhouse: note: " << printableLines(failed.what()) << '\n';
+  }
+}
+
+std::optional<std::vector<ExportLine>> exportLines(const Session& session,
+                                                   const std::string& path) {
+  const std::optional<Dictionary> reply = askExports(session, path);
   if (!reply) return std::nullopt;
   requireDone(*reply, "whether " + printable(path) + " is in the exports file is not known");
   std::vector<ExportLine> lines;

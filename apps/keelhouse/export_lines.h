@@ -20,6 +20,9 @@ struct ExportLine {
 // read the file.
 std::optional<std::vector<ExportLine>> exportLines(const Session& session, const std::string& path);
 
+// Notes that exports are listed as they were last read, where the file cannot be read now.
+void noteUnreadExports(const Session& session);
+
 // A change of a share point makes one of several lines of its path. Throws Failure, beginning with
 // `action`, when there are several and the change does not say itself what is exported
 // (`replaced`); when it does a note names the lines that give way.

@@ -72,6 +72,24 @@ TEST_F(ExportLines, ofAFolderThatIsMovedAreNotLost) {
   EXPECT_THAT(error_, HasSubstr("the share of /srv/a cannot be moved: /srv/a stands on 2 lines"));
 }
 
+TEST_F(ExportLines, ofAFileThatCannotBeReadAreListedAsLastRead) {
+  const std::string list = R"({"readStatus":0,"sharePointList":[{"path":"/srv/a"}]})";
+  daemon_.answerServices(
+      "getExports", R"({"status":84,"error":"x","message":"cannot read /etc/exports: not UTF-8"})");
+  daemon_.answer(list);
+  EXPECT_EQ(run({"share", "list"}), 0);
+  EXPECT_EQ(error_,
+            "keelhouse: note: the exports over NFS are listed as they were last read: cannot read "
+            "/etc/exports: not UTF-8 (EILSEQ, 84)\n");
+  daemon_.answer(R"({"readStatus":0})");
+  EXPECT_EQ(run({"share", "list"}), 0);
+  EXPECT_EQ(error_, "") << "there are none";
+  answerLines("");
+  daemon_.answer(list);
+  EXPECT_EQ(run({"share", "list"}), 0);
+  EXPECT_EQ(error_, "");
+}
+
 TEST_F(ExportLines, ofAFileThatCannotBeReadAreUnknown) {
   daemon_.answerServices("getExports",
                          R"({"status":5,"error":"x","message":"cannot read /etc/exports: y"})");

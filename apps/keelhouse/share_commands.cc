@@ -198,6 +198,7 @@ ExitStatus listShares(const Session& session) {
   } else {
     session.out << formatShareTable(sharePoints);
   }
+  if (!sharePoints.empty()) noteUnreadExports(session);
   return ExitStatus::done;
 }
 
