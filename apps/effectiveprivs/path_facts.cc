@@ -198,7 +198,7 @@ DoorRight PathFacts::seal() const {
 }
 
 DoorRight PathFacts::room(const KernelPerson& person) const {
-  if (const DoorRight sealed = seal(); sealed.access != Access::yes) return sealed;
+  if (DoorRight sealed = seal(); sealed.access != Access::yes) return sealed;
   struct statvfs volume {};
   if (errnoOf([&] { return ::fstatvfs(file_.get(), &volume); }) == 0) {
     const bool isFullDisk = person.isRoot() ? volume.f_bfree == 0 : volume.f_bavail == 0;

@@ -11,13 +11,13 @@ namespace {
 
 // What stands behind the version, which is said twice.
 struct Layout {
-  std::uint32_t version;
   std::size_t bytes;
   std::size_t attributes;  // at that position
-  bool hasFlags;           // at 0, of what is valid
+  std::uint32_t version;
+  bool hasFlags;  // at 0, of what is valid
 };
 constexpr Layout kLayouts[] = {
-    {1, 40, 0, false}, {2, 53, 4, false}, {3, 44, 4, true}, {4, 24, 4, true}, {5, 16, 4, true}};
+    {40, 0, 1, false}, {53, 4, 2, false}, {44, 4, 3, true}, {24, 4, 4, true}, {16, 4, 5, true}};
 constexpr std::uint32_t kAttributesAreValid = 0x1;
 constexpr std::uint32_t kReadOnly = 0x1;
 constexpr std::size_t kMostDigits = 8;
