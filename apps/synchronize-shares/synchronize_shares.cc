@@ -90,7 +90,8 @@ class Publication {
     // What was set meanwhile over the connections that are ended now.
     for (const SharePoint& share : published.switched)
       if (const std::string fault =
-              ListKeeper(attribute_, {}).keepBelow(share.path, Served::unpublished);
+              ListKeeper(attribute_, isUnlimited_ ? ListKeeper::noLimits() : ListKeeper::Limits{})
+                  .keepBelow(share.path, Served::unpublished);
           !fault.empty())
         throw std::runtime_error(share.path + " is served by lists now, but " + fault);
   }

@@ -149,7 +149,7 @@ class SwitchTest(SharesTest):
         if subprocess.run(["chattr", "+i", plan], check=False, stderr=subprocess.DEVNULL).returncode != 0:
             self.skipTest("no file attributes here")
         self.addCleanup(subprocess.run, ["chattr", "-i", plan], check=True)
-        self.pass_on()
+        self.assertIn("is served by its modes, and not by its lists", self.pass_on())
         self.assertIn(BY_MODES, self.published_text())
         self.assertEqual(self.rights("anna", "plan.txt"), "")
         said = self.synchronizes()
