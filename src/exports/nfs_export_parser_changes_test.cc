@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "exports/nfs_export_parser.h"
+#include "exports/replaced_exports.h"
 #include "support/exports_parser_test_support.h"
 
 namespace paddock {
@@ -226,6 +227,16 @@ TEST_F(NFSExportParserChangesTest, AFileThatCannotBeKeptIsSaidToStay) {
   ASSERT_EQ(logged().size(), 3U);
   EXPECT_THAT(logged().front(), HasSubstr("could not be kept as /etc/exports.replaced-"));
   EXPECT_THAT(logged().front(), HasSubstr("stays in its folder"));
+}
+
+TEST_F(NFSExportParserChangesTest, WhatAWriteLeftThatWasBrokenOffIsNamed) {
+  files_.setFile("/etc/.exports.abcdefghij27", "/by/hand *(ro)\n");
+  files_.setFile("/etc/.exports.swp", "somebody's");
+  logLeftFiles(kFile);
+  EXPECT_THAT(logged(), ElementsAre("paddock_sharing: a write of /etc/exports was broken off and "
+                                    "left /etc/.exports.abcdefghij27: see whether it has lines by "
+                                    "hand that the file lacks, and remove it"));
+  EXPECT_EQ(files_.contents("/etc/.exports.abcdefghij27"), "/by/hand *(ro)\n");
 }
 
 }  // namespace

@@ -24,6 +24,7 @@ constexpr const char* kSuffix = ".replaced-";
 constexpr std::size_t kTimeLength = 16;  // "20261122T061500Z"
 constexpr std::size_t kKept = 10;
 constexpr int kSecondsTried = 60;
+constexpr std::size_t kTemporaryLetters = 12;
 constexpr std::size_t kLinesLogged = 1000;
 constexpr std::size_t kLinesNamed = 20;
 
@@ -140,6 +141,20 @@ void keepIfOthersChangedIt(ReplacedFile& gaveWay, const std::string& path, const
     if (contents) logDifferences(*contents, path, known, written);
   }
   if (error == 0) removeOldest(path);
+}
+
+void logLeftFiles(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return;
+  const std::string folder = path.substr(0, slash == 0 ? 1 : slash);
+  const std::string prefix = "." + path.substr(slash + 1) + ".";
+  std::vector<std::string> names;
+  services().textFiles->namesBeginningWith(folder, prefix, names);
+  for (const std::string& name : names) {
+    if (name.size() != prefix.size() + kTemporaryLetters) continue;
+    warn("a write of " + path + " was broken off and left " + path.substr(0, slash + 1) +
+         printable(name) + ": see whether it has lines by hand that the file lacks, and remove it");
+  }
 }
 
 void logMadeAnew(const std::string& path, const std::string& known, const std::string& written) {

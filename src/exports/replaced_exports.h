@@ -17,6 +17,10 @@ class ReplacedFile;
 void keepIfOthersChangedIt(ReplacedFile& gaveWay, const std::string& path, const std::string& known,
                            const std::string& written);
 
+// Warns of the files that a write of the one at `path` has left that was broken off, as by a loss
+// of power: one of them may have given way to the new file, and not been put back.
+void logLeftFiles(const std::string& path);
+
 // Says in the log, at error level, that the file of the text `known` was gone when one of the text
 // `written` was made at `path`, and which of its lines are there again.
 void logMadeAnew(const std::string& path, const std::string& known, const std::string& written);

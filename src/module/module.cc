@@ -1,14 +1,19 @@
 // The plug-in entry.
+#include "exports/replaced_exports.h"
 #include "handler/sharing_request_handler.h"
 #include "module/linux_services.h"
 #include "paddock/plugin.h"
+#include "platform/services.h"
 
 namespace paddock {
 
 namespace {
 
 // The handler with the platform services under it: made before it, let go of after it.
-class SharingModule : private InstalledServices, public SharingRequestHandler {};
+class SharingModule : private InstalledServices, public SharingRequestHandler {
+ public:
+  SharingModule() { logLeftFiles(services().exportsPath); }
+};
 
 }  // namespace
 
