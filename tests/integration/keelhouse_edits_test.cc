@@ -190,6 +190,21 @@ TEST_F(KeelhouseEdits, WhatChangesBehindTheDaemonsBackChangesTheTag) {
   EXPECT_EQ(mode(), 0711U);
 }
 
+TEST_F(KeelhouseEdits, WhatNoReadingListsIsPartOfTheTag) {
+  const auto post = [this](const std::string& operation, const std::string& more) {
+    return daemon_->post("/v1/paddock_files/" + operation,
+                         R"({"path":")" + path_ + '"' + more + "}");
+  };
+  const std::string open = readSettings().header("etag");
+  EXPECT_EQ(post("makeComplete", R"(,"empty":true)").dictionary().integer("status"), 0);
+  const std::string locked = readSettings().header("etag");
+  EXPECT_NE(locked, open);
+  EXPECT_EQ(writeMode("750", "If-Match: " + open + "\r\n").status, 412);
+  EXPECT_EQ(post("setModeBits", R"(,"bits":"2")").dictionary().integer("status"), 0);
+  EXPECT_NE(readSettings().header("etag"), locked);
+  EXPECT_EQ(writeMode("750", "If-Match: " + locked + "\r\n").status, 412);
+}
+
 TEST_F(KeelhouseEdits, OnlyAReadingOfOneFolderHasATag) {
   EXPECT_EQ(daemon_->post("/v1/paddock_sharing/readSettings", "{}").header("etag"), "");
   EXPECT_EQ(daemon_->post("/v1/paddock_sharing/getSharePointList", "{}").header("etag"), "");
