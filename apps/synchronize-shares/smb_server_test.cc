@@ -36,6 +36,12 @@ TEST_F(SmbServerTest, IsToldToReadItsConfigurationAgain) {
   EXPECT_EQ(told(), "smbd reload-config\n");
 }
 
+TEST_F(SmbServerTest, IsToldToEndTheConnectionsWithAShare) {
+  script("printf '%s|' \"$@\" >" + folder_.path("told"));
+  EXPECT_EQ(endConnections(program(), "Summer photos"), "");
+  EXPECT_EQ(told(), "smbd|close-share|Summer photos|");
+}
+
 TEST_F(SmbServerTest, NothingIsWrongWithoutTheProgram) { EXPECT_EQ(tellSmbServer(program()), ""); }
 
 TEST_F(SmbServerTest, NothingIsWrongWhenNoneRuns) {
