@@ -1,6 +1,7 @@
 #include "effectiveprivs/answering_nodes.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "base/printable.h"
 #include "platform/directory_schema.h"
@@ -12,7 +13,12 @@ namespace paddock::effectiveprivs {
 class NodeNotes final : public NodeObserver {
  public:
   void leftOut(const std::string& path, const DirectoryError& error) override {
-    if (path != kSystemNodePath && !has(path)) nodes.push_back({path, error.what()});
+    if (!isNeeded(path, error) && !has(path)) nodes.push_back({path, error.what()});
+  }
+  // Who may not read the local directory is not told by what else there is.
+  static bool isNeeded(const std::string& path, const DirectoryError& error) {
+    const bool isForbidden = error.status() == EACCES || error.status() == EPERM;
+    return path == kSystemNodePath || (path == kLocalNodePath && isForbidden);
   }
   void answered(const std::string& /*path*/) override {}
   bool has(const std::string& path) const {

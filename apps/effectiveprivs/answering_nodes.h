@@ -36,7 +36,8 @@ class AnsweringNodes final : public DirectoryService {
   ~AnsweringNodes() override;
 
   // Of the nodes that have answered so far, the search node included. A node that throws is left
-  // out of every session from then on; but for the host's own, without which nothing is sure.
+  // out of every session from then on; but for the host's own, without which nothing is sure, and
+  // for the local directory where this process may not read it.
   std::unique_ptr<DirectorySession> openLocal() override;
 
   const std::vector<LeftOutNode>& leftOut() const;

@@ -6,6 +6,7 @@ message, and never both.
 
 Needs root, for namespaces of its own.
 """
+import json
 import os
 import socket
 import subprocess
@@ -293,19 +294,26 @@ timeout = 1
         with open(self.path, "w", encoding="ascii"):
             pass
 
-    def test_a_server_that_does_not_answer_is_an_error_and_no_guess(self):
+    def test_without_a_server_that_does_not_answer_the_number_is_what_is_sure(self):
         before = len(self.taken)
         started = time.monotonic()
-        message = self.assert_refused("-p", self.path, "-u", str(ANNA))
-        self.assertIn("silent", message)
+        self.assertEqual(self.effective(self.path, ANNA), OTHERS_READ)
         self.assertLess(time.monotonic() - started, 30)
         self.assertGreater(len(self.taken), before)
 
-    def test_an_explanation_is_none_either(self):
-        self.assert_refused("-p", self.path, "-u", str(ANNA), "--explain")
-        self.assert_refused("-p", self.path, "-u", str(ANNA), "--explain", "--json")
+    def assert_silent_one_is_named(self, *arguments):
+        ended = self.run_program("-p", self.path, "-u", str(ANNA), *arguments)
+        self.assertEqual((ended.returncode, ended.stderr), (4, b""))
+        self.assertIn(b"/LDAP/silent", ended.stdout)
+        return ended.stdout
 
-    def test_a_server_that_refuses_connections_is_an_error(self):
+    def test_an_explanation_says_what_is_not_known(self):
+        self.assertIn(b"\nNot known: what /LDAP/silent alone knows of people and groups",
+                      self.assert_silent_one_is_named("--explain"))
+        explained = json.loads(self.assert_silent_one_is_named("--explain", "--json"))
+        self.assertEqual([node["path"] for node in explained["nodesLeftOut"]], ["/LDAP/silent"])
+
+    def test_a_server_that_refuses_connections_is_left_out_too(self):
         configuration = os.path.join(self.tree, "etc/paddock/paddockd.toml")
         with open(configuration, encoding="utf-8") as file:
             text = file.read()
@@ -314,7 +322,8 @@ timeout = 1
         with open(configuration, "w", encoding="utf-8") as file:
             file.write(text.replace(str(self.listening.getsockname()[1]), str(port)))
         try:
-            self.assertIn("silent", self.assert_refused("-p", self.path, "-u", str(ANNA)))
+            self.assertEqual(self.effective(self.path, ANNA), OTHERS_READ)
+            self.assert_silent_one_is_named("--explain")
         finally:
             with open(configuration, "w", encoding="utf-8") as file:
                 file.write(text)
