@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <sstream>
 
 #include "keelhouse/acl_changes.h"
 #include "keelhouse/acl_view.h"
@@ -53,6 +54,20 @@ void requireTakenOver(const std::string& path, const WantedAcl& wanted, const Ar
   }
 }
 
+// Prints the list that was written, with the denials by name that a strict one gets then.
+ExitStatus show(const Session& session, const std::string& path, const Array& written,
+                const Dictionary& privileges, Principals& principals) {
+  std::ostringstream notes;
+  const Session later{session.daemon, session.out,  notes,
+                      session.json,   session.root, session.terminal};
+  const bool isStrict = noteGroupDenials(later, path, written);
+  const Dictionary present = isStrict ? readPrivileges(session, path) : privileges;
+  print(session, path, isStrict ? aclOf(present, path) : written, present, principals);
+  session.out.flush();
+  session.notes << notes.str();
+  return ExitStatus::done;
+}
+
 // Replaces the path's ACL, and prints what was read back when it is that. `complete`: the list is
 // to be complete then.
 ExitStatus write(const Session& session, const std::string& path, const WantedAcl& wanted,
@@ -62,9 +77,7 @@ ExitStatus write(const Session& session, const std::string& path, const WantedAc
   const Array& acl = aclOf(found, path);
   requireTakenOver(path, wanted, acl, isFolder(found), principals);
   if (complete) completeWrittenList(session, path);
-  print(session, path, acl, found, principals);
-  noteGroupDenials(session, path, acl);
-  return ExitStatus::done;
+  return show(session, path, acl, found, principals);
 }
 
 // Of a list that was not complete when it was read, and replaced one that is.
@@ -114,9 +127,7 @@ ExitStatus edit(const Session& session, const std::string& path, Principals& pri
   if (!changed.readBackIsOwn) {
     session.notes << "keelhouse: note: settings were changed again since; this is the ACL now\n";
   }
-  print(session, path, acl, found, principals);
-  noteGroupDenials(session, path, acl);
-  return ExitStatus::done;
+  return show(session, path, acl, found, principals);
 }
 
 // Has numbers of entries mean the same in every list: those that were there when they were typed.
@@ -181,6 +192,19 @@ const char* forceText(samba::ListForce force) {
   return "";
 }
 
+// Writes a list that leaves to the mode what no entry says, in the place of a complete one, which
+// entries alone would leave complete.
+ExitStatus openList(const Session& session, const std::string& path, const WantedAcl& wanted,
+                    Principals& principals) {
+  if (wanted.empty()) return clearAcl(session, path);
+  writeFolder(session, path, aclSettings({}), failedAction(path));
+  try {
+    return write(session, path, wanted, principals);
+  } catch (const Failure& failed) {
+    throw failed.withMore("The list that it had is gone: the mode decides. Try again.");
+  }
+}
+
 }  // namespace
 
 ExitStatus showAcl(const Session& session, const std::string& typedPath) {
@@ -236,8 +260,13 @@ ExitStatus setAclFrom(const Session& session, const std::string& typedPath, cons
   const Array& present = aclOf(privileges, path);
   const bool complete = wanted.complete.value_or(false);
   const bool isNobodys = complete && wanted.acl->empty();
+  const bool isSame = isSameList(*wanted.acl, present);
+  if (leavesToMode(wanted) && (isSame || (force && !wanted.acl->empty())) &&
+      requireListMayOpen(session, path, privileges, force)) {
+    return openList(session, path, *wanted.acl, principals);
+  }
   // So the list keeps what documents do not tell of it.
-  if (!isNobodys && !isSameList(*wanted.acl, present)) {
+  if (!isNobodys && !isSame) {
     if (wanted.acl->empty()) requireListMayGo(session, path, privileges, force);
     const ExitStatus status = write(session, path, *wanted.acl, principals, complete);
     if (wanted.complete == false) noteStillComplete(session, path);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -109,6 +110,56 @@ std::string finish(const std::string& path, const Array& clients) {
   return command;
 }
 
+bool isDeletedExport(const Value& wanted) {
+  return wanted.dictionary() != nullptr &&
+         wanted.dictionary()->boolean("isDeleted").value_or(false);
+}
+
+// What is absent is false, empty or no export.
+bool isThere(const Session& session, const std::string& path, const std::string& key,
+             const Value& wanted, const Dictionary& present) {
+  const Value* found = present.find(key);
+  if (key == kExport) {
+    if (isDeletedExport(wanted)) return found == nullptr;
+    const Array* clients =
+        wanted.dictionary() != nullptr ? wanted.dictionary()->array("clients") : nullptr;
+    return clients == nullptr || isExportedTo(session, path, present, *clients);
+  }
+  if (found != nullptr) return *found == wanted;
+  return wanted == Value(false) || wanted == Value(std::string());
+}
+
+// As it is typed.
+std::string optionOf(const std::string& key, const Value& wanted) {
+  static const std::map<std::string, std::string> kNames{{"name", "name"},
+                                                         {"nameOverVSP", "vsp-name"},
+                                                         {"nameOverSMB", "smb-name"},
+                                                         {"nameOverFTP", "ftp-name"},
+                                                         {"automountMountPath", "automount"},
+                                                         {"automountDSPath", "node"}};
+  static const std::map<std::string, std::string> kSwitches{
+      {"isSharedOverVSP", "vsp"}, {"isBackstowBackup", "backup"}, {"isIndexingEnabled", "index"}};
+  if (key == kExport) {
+    if (isDeletedExport(wanted)) return " --no-nfs";
+    std::string clients;
+    const Array* list =
+        wanted.dictionary() != nullptr ? wanted.dictionary()->array("clients") : nullptr;
+    for (const Value& client : list != nullptr ? *list : Array{}) {
+      if (client.dictionary() == nullptr) continue;
+      clients += " --nfs " + shellWord(formatNfsClient(*client.dictionary()));
+    }
+    return clients;
+  }
+  if (const auto name = kNames.find(key); name != kNames.end() && wanted.string() != nullptr) {
+    if (!wanted.string()->empty()) return " --" + name->second + " " + shellWord(*wanted.string());
+    return key == "nameOverSMB" ? " --no-smb" : " --no-ftp";
+  }
+  if (const auto named = kSwitches.find(key); named != kSwitches.end()) {
+    return (wanted == Value(false) ? " --no-" : " --") + named->second;
+  }
+  return key == "isAutomounted" && wanted == Value(false) ? " --no-automount" : "";
+}
+
 }  // namespace
 
 BegunShare::~BegunShare() {
@@ -197,6 +248,34 @@ std::optional<Failure> sharedWithoutExport(const Session& session, const std::st
   } catch (const Failure&) {
     return std::nullopt;
   }
+}
+
+Failure partlyChanged(const Session& session, const std::string& path, const Dictionary& record,
+                      const Dictionary& before, const Failure& failed) {
+  if (failed.origin() != ReportedBy::daemon || record.size() < 2) return failed;
+  const DaemonClient::Aside aside(session.daemon);
+  std::string done;
+  std::string missing;
+  try {
+    const Dictionary present = readSharePoint(session, path);
+    if (present == before) return failed;
+    for (const auto& [key, wanted] : record) {
+      if (key == "path") continue;
+      const bool isDone = isThere(session, path, key, wanted, present);
+      const Value* old = before.find(key);
+      const Value* now = present.find(key);
+      const bool isSame = old != nullptr && now != nullptr ? *old == *now : old == now;
+      if (!isDone) missing += optionOf(key, wanted);
+      if (isDone && !isSame) done += optionOf(key, wanted);
+    }
+  } catch (const Failure&) {
+    return failed;
+  }
+  if (done.empty()) return failed;
+  const std::string all = "Of what was asked this is done nevertheless:" + done;
+  if (missing.empty()) return failed.withMore(all).withGuess({});
+  return failed.withMore(all + "\nThis is not:" + missing +
+                         "\nWhen that is mended: " + setCommand(path) + missing);
 }
 
 void requireExported(const Session& session, const std::string& path, const Dictionary& record,

@@ -64,6 +64,11 @@ void deleteUnfinishedRecords(const Session& session, const std::string& name,
 std::optional<Failure> sharedWithoutExport(const Session& session, const std::string& path,
                                            const Dictionary& record, const Failure& failed);
 
+// `failed`, which writing `record` over the share point `before` ended with, with what of it is
+// there nevertheless, what is not, and the command for that. `failed` itself where nothing is.
+Failure partlyChanged(const Session& session, const std::string& path, const Dictionary& record,
+                      const Dictionary& before, const Failure& failed);
+
 // Throws Failure unless the export that `record` asked for is in the share point `stored`, as it
 // was read back, and in the exports file.
 void requireExported(const Session& session, const std::string& path, const Dictionary& record,

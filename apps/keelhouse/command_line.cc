@@ -7,10 +7,13 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <sstream>
+#include <string_view>
 
 #include "base/installed_root.h"
 #include "base/printable.h"
+#include "keelhouse/foreign_line_breaks.h"
 #include "keelhouse/options.h"
 #include "keelhouse/request_log.h"
 #include "keelhouse/socket_path.h"
@@ -59,12 +62,56 @@ int fail(std::ostream& error, ExitStatus status, const std::string& text) {
   return numberOf(status);
 }
 
+// What keelhouse did not say itself: no line feed of it begins a line of an error.
+ForeignLineBreaks lineBreaksOf(const std::vector<std::string>& words) {
+  ForeignLineBreaks breaks;
+  for (const std::string& word : words) breaks.add(std::string_view(word));
+  return breaks;
+}
+
+// The words of the command that was parsed: "share add".
+std::string commandOf(const CLI::App& program) {
+  std::string words;
+  const CLI::App* command = &program;
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    words += (words.empty() ? "" : " ") + command->get_name();
+  }
+  return words;
+}
+
+// A change begins with a reading, for which the daemon names the group that may look alone. Who was
+// about to change something needs the other one.
+Failure adviseOnGroup(const Failure& failed, const std::string& command) {
+  static const std::set<std::string> kChanges{
+      "share add",  "share set", "share remove", "share move",   "share rename",
+      "privs set",  "acl set",   "acl add",      "acl remove",   "acl clear",
+      "acl strict", "index on",  "index off",    "propagate",    "quota on",
+      "quota off",  "quota set", "record put",   "record delete"};
+  constexpr std::string_view kGroup = " in the group ";
+  constexpr std::string_view kChanging = " (changes) or ";
+  constexpr std::string_view kCommand = ": usermod -aG ";
+  const std::string text = failed.what();
+  const std::size_t group = text.find(kGroup);
+  const std::size_t changing = text.find(kChanging);
+  const std::size_t advice = text.find(kCommand);
+  const bool isRefused = dynamic_cast<const Refusal*>(&failed) != nullptr &&
+                         changing != std::string::npos && group < changing && changing < advice &&
+                         advice != std::string::npos;
+  if (!isRefused || !kChanges.contains(command)) return failed;
+  const std::size_t name = group + kGroup.size();
+  const std::size_t user = text.find(' ', advice + kCommand.size());
+  if (user == std::string::npos) return failed;
+  return failed.withText(text.substr(0, advice) + std::string(kCommand) +
+                         text.substr(name, changing - name) + text.substr(user));
+}
+
 // --help and --version are exceptions of the parser too.
 int endParsing(const CLI::App& program, const CLI::ParseError& reason,
                const std::vector<std::string>& words, std::ostream& out, std::ostream& error) {
   if (reason.get_exit_code() == numberOf(ExitStatus::done)) return program.exit(reason, out, error);
   return fail(error, ExitStatus::usage,
-              unknownWord(program, words).value_or(reason.what()) +
+              lineBreaksOf(words).escape(unknownWord(program, words).value_or(reason.what())) +
                   "\nSee keelhouse help, and keelhouse(8).");
 }
 
@@ -81,9 +128,17 @@ void addHelp(CLI::App& program, Action& action) {
   });
 }
 
+struct ParsedCommand {
+  std::string name;                // "share add"
+  std::vector<std::string> words;  // as they were typed, all
+};
+
 // With JSON the document waits for what is to be added to it.
-int perform(const Action& action, const DaemonClient& daemon, bool json, std::ostream& out,
-            std::ostream& error) {
+int perform(const Action& action, const DaemonClient& daemon, bool json,
+            const ParsedCommand& command, std::ostream& out, std::ostream& error) {
+  const auto escape = [&](const std::string& text) {
+    return daemon.lineBreaks().escape(lineBreaksOf(command.words).escape(text));
+  };
   NotesBuffer noted(error);
   std::ostream notes(&noted);
   std::ostringstream document;
@@ -96,13 +151,14 @@ int perform(const Action& action, const DaemonClient& daemon, bool json, std::os
     out.flush();
     if (!out) return fail(error, ExitStatus::failed, "standard output cannot be written");
     return numberOf(status);
-  } catch (const Failure& failed) {
-    printFailure(session, error, failed, noted.text());
+  } catch (const Failure& failure) {
+    const Failure failed = adviseOnGroup(failure, command.name);
+    printFailure(session, error, failed.withText(escape(failed.what())), noted.text());
     if (json) out << document.str();
     return numberOf(failed.status());
   } catch (const std::exception& exception) {
     if (json) out << document.str();
-    return fail(error, ExitStatus::failed, exception.what());
+    return fail(error, ExitStatus::failed, escape(exception.what()));
   }
 }
 
@@ -137,7 +193,7 @@ int runKeelhouse(const std::vector<std::string>& words, std::ostream& out, std::
     return endParsing(program, reason, words, out, error);
   }
   const DaemonClient daemon(socketOf(program, options));
-  return perform(action, daemon, options.json, out, error);
+  return perform(action, daemon, options.json, {commandOf(program), words}, out, error);
 }
 
 }  // namespace paddock::keelhouse

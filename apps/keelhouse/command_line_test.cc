@@ -229,7 +229,9 @@ TEST_F(CommandLine, addReportsTheWriteStatus) {
 TEST_F(CommandLine, aRefusedChangeSaysWhenNothingWasChanged) {
   const auto refuse = [this](const std::string& before, const std::string& after) {
     daemon_.answer(read(before), 200, "ETag: \"one\"\r\n");
+    daemon_.answer(R"({"readStatus":0,"sharePointList":[]})");
     daemon_.answer(written(after, 100076));
+    daemon_.answer(read(after));
     return run({"share", "set", folder_.path(), "--name", "b"});
   };
   const std::string stored = R"({"path":")" + folder_.path() + R"(","name":"a","isShared":true})";
@@ -237,6 +239,35 @@ TEST_F(CommandLine, aRefusedChangeSaysWhenNothingWasChanged) {
   EXPECT_THAT(error_, HasSubstr("(CANNOT_SAVE_SHARE_POINT_ERR, 100076)\nNothing was changed.\n"));
   EXPECT_EQ(refuse(stored, R"({"name":"b","isShared":true})"), 1);
   EXPECT_THAT(error_, ::testing::Not(HasSubstr("Nothing was changed")));
+}
+
+TEST_F(CommandLine, aChangeOfWhichAPartIsRefusedSaysWhatIsDoneAndFinishesIt) {
+  const std::string path = folder_.path();
+  const std::string before = R"({"path":")" + path + R"(","name":"a","isShared":true})";
+  const std::string after =
+      R"({"path":")" + path +
+      R"(","name":"a","isShared":true,"isIndexingEnabled":true,"nfsExportRecord":{"path":")" +
+      path + R"(","clients":[{"host":"10.1.0.0/16","options":["ro"]}]}})";
+  daemon_.answer(read(before), 200, "ETag: \"one\"\r\n");
+  daemon_.answer(R"({"readStatus":0,"sharePointList":[]})");
+  daemon_.answer(written(after, 100076));
+  daemon_.answer(read(after));
+  daemon_.answer(read(after));
+  EXPECT_EQ(run({"share", "set", path, "--name", "b", "--index", "--nfs", "10.1.0.0/16(ro)"}), 1);
+  EXPECT_THAT(error_, HasSubstr("(CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n"
+                                "Of what was asked this is done nevertheless: --index --nfs "
+                                "'10.1.0.0/16(ro)'\nThis is not: --name b\n"
+                                "When that is mended: keelhouse share set " +
+                                path + " --name b\n"));
+}
+
+TEST_F(CommandLine, aNameThatAnotherShareHasIsRefusedBeforeAnythingIsWritten) {
+  daemon_.answer(read(R"({"path":"/srv/a","name":"a","isShared":true})"));
+  daemon_.answer(R"({"readStatus":0,"sharePointList":[{"path":"/srv/b","name":"Taken"}]})");
+  EXPECT_EQ(run({"share", "set", "/srv/a", "--name", "TAKEN", "--no-nfs"}), 1);
+  EXPECT_EQ(error_,
+            "keelhouse: \"TAKEN\" is taken by the share /srv/b (name)\nNothing was changed.\n");
+  EXPECT_EQ(asked(), 2U);
 }
 
 TEST_F(CommandLine, addReportsAShareThatDoesNotReadBack) {
@@ -349,6 +380,18 @@ TEST_F(CommandLine, recordPutSendsTheAttributes) {
                      R"("type":"dsRecTypeStandard:Groups"})");
 }
 
+TEST_F(CommandLine, ARecordOfWhichAttributesAreOnlyRemovedMustBeThere) {
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"record", "put", "groups", "tpyo", "--remove", "Comment"}), 1);
+  EXPECT_THAT(error_, StartsWith("keelhouse: there is no tpyo of type dsRecTypeStandard:Groups\n"));
+  EXPECT_EQ(target(0), "POST /v1/paddock_directory/getRecord");
+  daemon_.answer(R"({"status":0,"record":{"dsAttrTypeStandard:RecordName":["g"]}})");
+  daemon_.answer(R"({"status":0})");
+  EXPECT_EQ(run({"record", "put", "groups", "g", "--remove", "Comment"}), 0) << error_;
+  EXPECT_EQ(target(2), "POST /v1/paddock_directory/putRecord");
+  EXPECT_EQ(asked(), 3U);
+}
+
 TEST_F(CommandLine, recordPutRemovesAttributes) {
   daemon_.answer(R"({"status":0})");
   EXPECT_EQ(run({"record", "put", "groups", "g", "--remove", "Comment", "RealName=G", "--remove",
@@ -411,6 +454,20 @@ TEST_F(CommandLine, recordRefusesBadWordsBeforeItAsks) {
     EXPECT_EQ(run(words), 2) << ::testing::PrintToString(words);
   }
   EXPECT_EQ(asked(), 0U);
+}
+
+TEST_F(CommandLine, WhoIsRefusedIsAdvisedOfTheGroupForWhatWasToBeDone) {
+  const auto refuse = [this](const std::vector<std::string>& words) {
+    daemon_.answer(
+        R"({"error":"user 7 is not allowed to do this: you need to be in the group )"
+        R"(paddock (changes) or paddock-view (looking): usermod -aG paddock-view erik"})",
+        403);
+    EXPECT_EQ(run(words), 1);
+    return error_;
+  };
+  EXPECT_THAT(refuse({"share", "add", folder_.path()}), HasSubstr(": usermod -aG paddock erik\n"));
+  EXPECT_THAT(refuse({"acl", "clear", "/srv/a"}), HasSubstr(": usermod -aG paddock erik\n"));
+  EXPECT_THAT(refuse({"share", "list"}), HasSubstr(": usermod -aG paddock-view erik\n"));
 }
 
 TEST_F(CommandLine, noDaemonIsExitStatusThree) {

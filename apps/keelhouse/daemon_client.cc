@@ -163,9 +163,10 @@ std::string errorText(const std::optional<Value>& body) {
   return text != nullptr ? *text : "no explanation";
 }
 
-Dictionary readReply(long httpStatus, const std::string& text) {
+Dictionary readReply(long httpStatus, const std::string& text, ForeignLineBreaks& lineBreaks) {
   std::string error;
   auto body = wire::parseJson(text, error);
+  if (body) lineBreaks.add(*body);
   if (httpStatus != 200) {
     throw Refusal(httpStatus, "the daemon refused the request (HTTP " + std::to_string(httpStatus) +
                                   "): " + errorText(body));
@@ -243,7 +244,7 @@ std::optional<TaggedReply> DaemonClient::send(std::string_view plugin, std::stri
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, json.data());
   const long httpStatus = perform(handle.get(), exchange, lastRequestId_);
   if (httpStatus == kPreconditionFailed && !tag.empty()) return std::nullopt;
-  return TaggedReply{readReply(httpStatus, exchange.reply), exchange.tag};
+  return TaggedReply{readReply(httpStatus, exchange.reply, lineBreaks_), exchange.tag};
 }
 
 Dictionary DaemonClient::post(std::string_view plugin, std::string_view operation,
@@ -293,7 +294,7 @@ Dictionary DaemonClient::fetch(const std::string& path, std::string& requestId) 
   Exchange exchange{socketPath_, false, {}, {}};
   prepare(handle.get(), exchange, path, headers.get());
   const long httpStatus = perform(handle.get(), exchange, requestId);
-  return readReply(httpStatus, exchange.reply);
+  return readReply(httpStatus, exchange.reply, lineBreaks_);
 }
 
 void repeatUntilUndisturbed(const std::string& action,

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/value.h"
+#include "keelhouse/foreign_line_breaks.h"
 
 namespace paddock::keelhouse {
 
@@ -52,6 +53,8 @@ class DaemonClient {
   // Those of `call` and `callTagged` that changed something, in their order: the operation may
   // change something, and it was not refused.
   const std::vector<std::string>& changeIds() const { return changeIds_; }
+  // Those of all replies.
+  const ForeignLineBreaks& lineBreaks() const { return lineBreaks_; }
   // While one lives, requests do not count among these: those that take something back, or look
   // what became of it, when an earlier one is the one to be explained.
   class Aside {
@@ -82,6 +85,7 @@ class DaemonClient {
   std::string socketPath_;
   mutable std::string lastRequestId_;
   mutable std::vector<std::string> changeIds_;
+  mutable ForeignLineBreaks lineBreaks_;
 };
 
 // Makes a change on the condition that nobody else makes one meanwhile, again and again until

@@ -136,18 +136,25 @@ std::string deniedText(const std::string& path, const Array& denials, const Arra
   return text;
 }
 
-void noteGroupDenials(const Session& session, const std::string& path, const Array& acl) {
-  if (std::none_of(acl.begin(), acl.end(), deniesGroup)) return;
+bool noteGroupDenials(const Session& session, const std::string& path, const Array& acl) {
+  if (std::none_of(acl.begin(), acl.end(), deniesGroup)) return false;
   try {
     auto reply = askIfLoaded(session, kPlugin, "getDenied", {{"path", path}});
-    if (!reply) return noteUnknown(session, "the plug-in paddock_denials is not loaded");
-    if (reply->integer("status") != 0) return noteUnknown(session, messageOf(*reply));
-    if (!reply->boolean("strict").value_or(false)) return noteDenials(session, path, *reply, acl);
-    reportStrict(session, path, makeStrict(session, path, true));
+    if (!reply) {
+      noteUnknown(session, "the plug-in paddock_denials is not loaded");
+    } else if (reply->integer("status") != 0) {
+      noteUnknown(session, messageOf(*reply));
+    } else if (reply->boolean("strict").value_or(false)) {
+      reportStrict(session, path, makeStrict(session, path, true));
+      return true;
+    } else {
+      noteDenials(session, path, *reply, acl);
+    }
   } catch (const Failure& failure) {
     // The list itself was changed.
     noteUnknown(session, printable(failure.what()));
   }
+  return false;
 }
 
 ExitStatus keepStrict(const Session& session, const std::string& typedPath, bool strict) {

@@ -13,8 +13,9 @@ namespace paddock::keelhouse {
 
 // After the list of `path`, an absolute one, became `acl`: notes whom the kernel lets in although
 // an entry denies a group that they are in, and what would keep them out. A list that is kept
-// strict is brought up to date. Nothing is asked where no entry denies a group.
-void noteGroupDenials(const Session& session, const std::string& path, const Array& acl);
+// strict is brought up to date, and then it is true. Nothing is asked where no entry denies a
+// group.
+bool noteGroupDenials(const Session& session, const std::string& path, const Array& acl);
 
 // `acl strict`: keeps the list so, or no longer. Throws Failure when it cannot.
 ExitStatus keepStrict(const Session& session, const std::string& path, bool strict);

@@ -16,6 +16,9 @@ using ::testing::IsEmpty;
 constexpr const char* kDeniedNogroup =
     R"({"acl":[{"guid":"8872134E-C1BC-44B8-8DF6-B2920000FFFE","allowPermission":"NO",)"
     R"("bitmap":2698,"flags":96,"isUser":1,"displayName":"nogroup"}]})";
+constexpr const char* kNamedDenial =
+    R"({"acl":[{"guid":"2918733C-ACBF-4C23-AD09-B8FC0000FFFE","allowPermission":"NO",)"
+    R"("bitmap":2698,"flags":96,"isUser":0,"displayName":"nobody"}]})";
 constexpr const char* kAllowedNogroup =
     R"({"acl":[{"guid":"8872134E-C1BC-44B8-8DF6-B2920000FFFE","allowPermission":"YES",)"
     R"("bitmap":2698,"flags":0,"isUser":1,"displayName":"nogroup"}]})";
@@ -97,7 +100,10 @@ TEST_F(DeniedGroups, AStrictListStaysSoAfterAChange) {
   daemon_.answer(writtenPart("fileAccessPrivs", kDeniedNogroup));
   daemon_.answer(denied("", R"("strict":true)"));
   daemon_.answer(denied("", R"("strict":true,"written":1)"));
+  // The table has the denial that was added.
+  daemon_.answer(readPart("fileAccessPrivs", kNamedDenial));
   EXPECT_EQ(run({"acl", "set", "/srv/a", "deny group:nogroup read:inherit"}), 0);
+  EXPECT_THAT(out_, HasSubstr("deny    user:nobody"));
   EXPECT_EQ(target(2), "POST /v1/paddock_denials/setStrict");
   EXPECT_EQ(body(2), R"({"path":"/srv/a","strict":true})");
   EXPECT_EQ(error_,

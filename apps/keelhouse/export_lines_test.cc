@@ -161,12 +161,13 @@ TEST_F(ExportLines, thatARemovalLeftAreTakenOutByAnother) {
   daemon_.answerServices("getExports", {left, R"({"status":0,"exports":[]})"});
   daemon_.answer(readPart("sharePointRecord", R"({"isShared":false})"));
   answerChanged();
+  daemon_.answer(readPart("sharePointRecord", R"({"path":"/srv/a","name":"a","isShared":true})"));
   daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":false})"));
   EXPECT_EQ(run({"share", "remove", "/srv/a"}), 0) << error_;
   EXPECT_EQ(out_, "/srv/a is no longer shared.\n");
   EXPECT_THAT(body(1), HasSubstr(R"("sharePointRecord":{"name":"a","nfsExportRecord":)"
                                  R"({"isDeleted":true},"path":"/srv/a"})"));
-  EXPECT_THAT(body(2), HasSubstr(R"("sharePointRecord":{"isShared":false})"));
+  EXPECT_THAT(body(3), HasSubstr(R"("sharePointRecord":{"isShared":false})"));
   const std::size_t before = asked();
   daemon_.answer(readPart("sharePointRecord", R"({"isShared":false})"));
   EXPECT_EQ(run({"share", "remove", "/srv/a"}), 1);

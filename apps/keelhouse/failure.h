@@ -35,9 +35,13 @@ class Failure : public std::runtime_error {
     guess_ = guess;
     return std::move(*this);
   }
+  // The same failure in other words.
+  Failure withText(const std::string& text) const {
+    return Failure(status_, text, origin_).withGuess(guess_);
+  }
   // The same failure with more text below.
   Failure withMore(const std::string& text) const {
-    return Failure(status_, std::string(what()) + "\n" + text, origin_).withGuess(guess_);
+    return withText(std::string(what()) + "\n" + text);
   }
 
  private:

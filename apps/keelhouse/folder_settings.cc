@@ -10,6 +10,7 @@
 #include "keelhouse/reply_status.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/shell_word.h"
+#include "samba/samba_text.h"
 
 namespace paddock::keelhouse {
 
@@ -38,9 +39,9 @@ void requireWritten(const Dictionary& reply, const std::string& path, const std:
   try {
     requireStatus(reply, "writeStatus", action);
   } catch (const Failure& failed) {
-    const Failure explained = explainMissing(failed, path);
-    if (before == nullptr || !isUnchanged(*before, reply)) throw explained;
-    throw explained.withMore("Nothing was changed.");
+    const bool isAsBefore = before != nullptr && isUnchanged(*before, reply);
+    if (!isAsBefore) throw explainMissing(failed, path);
+    throw explainMissing(failed, path).withMore("Nothing was changed.");
   }
 }
 
@@ -66,7 +67,7 @@ Dictionary writeFolder(const Session& session, const std::string& path, Dictiona
 
 ChangedFolder changeFolder(const Session& session, const std::string& path, const Decision& decide,
                            const std::string& action, std::optional<TaggedReply> first,
-                           const Array& nodeCredentials) {
+                           const Array& nodeCredentials, ChangeKind kind) {
   ChangedFolder changed;
   repeatUntilUndisturbed(action, [&](int attempt) {
     const TaggedReply reading =
@@ -79,7 +80,8 @@ ChangedFolder changeFolder(const Session& session, const std::string& path, cons
     auto written = session.daemon.callTagged(
         kPlugin, "writeSettings", writeRequest(path, std::move(configuration)), reading.tag);
     if (!written) return false;
-    requireWritten(written->body, path, action, reading.tag.empty() ? nullptr : &reading.body);
+    const bool isWhole = kind == ChangeKind::whole && !reading.tag.empty();
+    requireWritten(written->body, path, action, isWhole ? &reading.body : nullptr);
     changed.after = std::move(written->body);
     changed.readBackIsOwn = reading.tag.empty() || !written->tag.empty();
     return true;
@@ -102,6 +104,11 @@ Dictionary readSharePoint(const Session& session, const std::string& path) {
 void requireSameFolder(const Dictionary& sharePoint, const std::string& path) {
   const std::string* stored = sharePoint.string("path");
   if (stored == nullptr || *stored == path) return;
+  if (samba::shareNameKey(*stored) != samba::shareNameKey(path)) {
+    throw failure("the share of " + printable(path) + " was moved to " + printable(*stored) +
+                  " meanwhile\nNothing was changed. See it: keelhouse share show " +
+                  printable(shellWord(*stored)));
+  }
   struct stat asked {};
   struct stat found {};
   if (::stat(path.c_str(), &asked) != 0) {

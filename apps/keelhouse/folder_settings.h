@@ -36,12 +36,15 @@ struct ChangedFolder {
 // cannot be done any more.
 using Decision = std::function<Dictionary(const Dictionary& reading)>;
 
+// Whether a failure of a change that left the settings as they were means that nothing was changed.
+enum class ChangeKind { whole, stepOfMany };
+
 // Reads the folder and writes what `decide` says, unless others changed it in between; then all
 // again. Throws what writeFolder throws, and Failure when it is never left alone for long enough.
 // `first`: the first reading, where there is one already. `nodeCredentials` as below.
 ChangedFolder changeFolder(const Session& session, const std::string& path, const Decision& decide,
                            const std::string& action, std::optional<TaggedReply> first = {},
-                           const Array& nodeCredentials = {});
+                           const Array& nodeCredentials = {}, ChangeKind kind = ChangeKind::whole);
 
 // The dictionary under `key` of the reply's "configuration"; empty when there is none.
 Dictionary settingsPart(const Dictionary& reply, const char* key);
@@ -53,7 +56,7 @@ Dictionary readSharePoint(const Session& session, const std::string& path);
 Dictionary sharePointIn(const Dictionary& reply, const std::string& path);
 
 // The daemon finds share points in any letter case. Throws Failure when the one that it found for
-// `path` is that of another folder, and both are there.
+// `path` is that of another folder and both are there, or is another path's by now.
 void requireSameFolder(const Dictionary& sharePoint, const std::string& path);
 
 // Writes the record, and gives the share point as the daemon read it back. `nodeCredentials` are

@@ -17,6 +17,15 @@ std::string errorOf(const Dictionary& reply) {
   return error != nullptr ? printable(*error) : messageOf(reply);
 }
 
+Failure opens(const std::string& path, const Dictionary& privileges, const char* fate) {
+  const std::string word = shellWord(path);
+  return failure("the list of " + printable(path) + " is complete, and " + fate +
+                 "; nothing was changed\nThen the mode would decide over SMB, too: " +
+                 accessByMode(privileges) + ".\nTo open it so: --force (acl remove, acl set), or " +
+                 "keelhouse acl clear " + word + ". To let nobody in: keelhouse acl set " + word +
+                 R"( --from FILE, with {"acl": [], "complete": true} in FILE.)");
+}
+
 }  // namespace
 
 std::optional<ListState> readListState(const Session& session, const std::string& path) {
@@ -59,14 +68,15 @@ void requireListMayGo(const Session& session, const std::string& path, const Dic
                       bool force) {
   if (force) return;
   const auto state = readListState(session, path);
-  if (!state || !state->complete) return;
-  const std::string word = shellWord(path);
-  throw failure("the list of " + printable(path) +
-                " is complete, and would go with its last entry; nothing was changed\nThen the "
-                "mode would decide over SMB, too: " +
-                accessByMode(privileges) + ".\nTo open it so: --force (acl remove, acl set), or " +
-                "keelhouse acl clear " + word + ". To let nobody in: keelhouse acl set " + word +
-                R"( --from FILE, with {"acl": [], "complete": true} in FILE.)");
+  if (state && state->complete) throw opens(path, privileges, "would go with its last entry");
+}
+
+bool requireListMayOpen(const Session& session, const std::string& path,
+                        const Dictionary& privileges, bool force) {
+  const auto state = readListState(session, path);
+  if (!state || !state->complete) return false;
+  if (!force) throw opens(path, privileges, "would be so no longer");
+  return true;
 }
 
 void makeListComplete(const Session& session, const std::string& path, bool emptied) {

@@ -27,6 +27,10 @@ std::string describeCompleteness(const ListState& state, const std::string& path
 // would be taken away with its last entry. `privileges`: as the daemon has them now.
 void requireListMayGo(const Session& session, const std::string& path, const Dictionary& privileges,
                       bool force);
+// Whether the path's list is complete, which is to become one that leaves to the mode what no entry
+// says. Throws Failure that names who would gain, unless `force`.
+bool requireListMayOpen(const Session& session, const std::string& path,
+                        const Dictionary& privileges, bool force);
 
 // Has the list leave nothing to the mode; one that does already is not written. `emptied`: its
 // entries are removed, so that it lets nobody in. Throws Failure.

@@ -120,6 +120,55 @@ TEST_F(ListStateCommands, aDocumentWithoutEntriesOpensACompleteListByForceAlone)
   EXPECT_THAT(error_, HasSubstr("would go with its last entry"));
 }
 
+TEST_F(ListStateCommands, aDocumentOfTheSameEntriesOpensACompleteListByForceAlone) {
+  for (const char* text : {R"({"acl":[],"complete":false})", R"({"acl":[]})"}) {
+    const std::string open = document(text);
+    answerRead("");
+    answerState(true, true);
+    EXPECT_EQ(run({"acl", "set", "/srv/a", "--from", open}), 1) << text;
+    EXPECT_THAT(error_,
+                AllOf(HasSubstr("the list of /srv/a is complete, and would be so no longer; "
+                                "nothing was changed\n"),
+                      HasSubstr("--force")));
+    const std::size_t before = asked();
+    answerRead("");
+    answerState(true, true);
+    answerWritten("");
+    EXPECT_EQ(run({"acl", "set", "/srv/a", "--force", "--from", open}), 0) << error_;
+    EXPECT_EQ(target(before + 2), "POST /v1/paddock_sharing/writeSettings");
+    EXPECT_THAT(out_, HasSubstr("/srv/a has no ACL entries. By its mode 754 its owner root can"));
+    daemon_.answer(R"({"status":0,"mode":"0754","uid":0,"gid":50})");
+    answerRead("");
+    answerState(true, true);
+    EXPECT_EQ(run({"privs", "set", "/srv/a", "--from", open}), 1) << text;
+    EXPECT_THAT(error_, HasSubstr("would be so no longer"));
+  }
+  const std::string same = document(
+      R"({"acl":[{"guid":"2918733C-ACBF-4C23-AD09-B8FC0000FFFE","allow":true,"rights":["list"]}],)"
+      R"("complete":false})");
+  answerRead(kEntry);
+  answerState(true, true);
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "--from", same}), 1);
+  EXPECT_THAT(error_, HasSubstr("would be so no longer"));
+  const std::size_t before = asked();
+  answerRead(kEntry);
+  answerState(true, true);
+  answerWritten("");
+  answerWritten(kEntry);
+  EXPECT_EQ(run({"acl", "set", "/srv/a", "--force", "--from", same}), 0) << error_;
+  EXPECT_THAT(body(before + 2), HasSubstr(R"("acl":[])"));
+  EXPECT_THAT(body(before + 3), HasSubstr("2918733C-ACBF-4C23-AD09-B8FC0000FFFE"));
+}
+
+TEST_F(ListStateCommands, privsShowSaysThatACompleteListWithoutEntriesLetsNobodyIn) {
+  answerRead("");
+  daemon_.answer(R"({"status":0,"mode":"0754","uid":0,"gid":50})");
+  answerState(true, true);
+  EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("acl: no entries\n/srv/a has a complete list without entries: nobody "
+                              "gets in by it"));
+}
+
 TEST_F(ListStateCommands, aDocumentOfACompleteListMakesOne) {
   const std::string whole = document(
       R"({"acl":[{"kind":"user","name":"nobody","allow":true,"rights":["list"]}],"complete":true})");

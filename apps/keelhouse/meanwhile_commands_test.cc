@@ -134,6 +134,7 @@ TEST_F(MeanwhileCommands, shareSetChangesWhatTheShareHasBecome) {
 TEST_F(MeanwhileCommands, shareSetDoesNotGoOnWhereClientsAutomountItOtherwise) {
   daemon_.answer(readPart("sharePointRecord", R"({"isShared":true,"path":"/srv/a"})"), 200,
                  etag("one"));
+  daemon_.answer(R"({"readStatus":0,"sharePointList":[]})");
   answerAnotherState();
   daemon_.answer(
       readPart("sharePointRecord", R"({"isShared":true,"path":"/srv/a","isAutomounted":true})"),

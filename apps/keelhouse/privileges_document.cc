@@ -163,6 +163,11 @@ Dictionary aclDocument(const Dictionary& privileges, const std::string& path, co
   return {{"path", path}, {"acl", entriesOf(acl, isFolder(privileges), principals)}};
 }
 
+bool leavesToMode(const WantedPrivileges& wanted) {
+  if (!wanted.acl) return false;
+  return wanted.complete ? !*wanted.complete : wanted.acl->empty();
+}
+
 void addCompleteness(Dictionary& document, const std::optional<ListState>& state) {
   if (state && state->present && document.contains("acl"))
     document.set("complete", state->complete);

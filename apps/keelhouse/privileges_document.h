@@ -46,6 +46,10 @@ struct WantedPrivileges {
   std::optional<bool> complete;
 };
 
+// Whether it asks for a list that leaves to the mode what no entry says: one that is named not
+// complete, or none at all.
+bool leavesToMode(const WantedPrivileges& wanted);
+
 // `privileges`: as the daemon has them. Rights have their names for folders when they are of one.
 Dictionary aclDocument(const Dictionary& privileges, const std::string& path, const Array& acl,
                        Principals& principals);

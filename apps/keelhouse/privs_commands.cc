@@ -63,6 +63,7 @@ struct Wanted {
   std::optional<std::string> bits;  // the first of four digits
   std::optional<WantedAcl> acl;     // not among `privileges` yet
   bool isListDone = false;          // it is complete, and without entries, already
+  bool leavesToMode = false;        // what no entry says, also where the list was complete
 };
 
 Wanted requested(const Session& session, const PrivilegeChanges& changes,
@@ -130,6 +131,11 @@ void print(const Session& session, const Dictionary& privileges,
     return;
   }
   session.out << formatPrivileges(privileges, all, principals);
+  const std::string* path = privileges.string("path");
+  const Array* acl = privileges.array("acl");
+  if (path == nullptr || acl == nullptr || !acl->empty()) return;
+  if (const auto state = readListStateIfPossible(session, *path))
+    session.out << describeCompleteness(*state, *path, false);
 }
 
 // The folder's privileges as they are to be written, seen from what it has. What a document says
@@ -149,7 +155,9 @@ Dictionary settingsFor(const Session& session, const Wanted& wanted, const Dicti
     if (want != nullptr && (have == nullptr || *have != *want))
       privileges.set(std::string(key), *want);
   }
-  if (!wanted.isListDone && !isSameList(*wanted.acl, aclOf(present, path))) {
+  const bool isSame = isSameList(*wanted.acl, aclOf(present, path));
+  if (isSame && wanted.leavesToMode) (void)requireListMayOpen(session, path, present, false);
+  if (!wanted.isListDone && !isSame) {
     if (wanted.acl->empty()) requireListMayGo(session, path, present, false);
     privileges.set("acl", sentAcl(*wanted.acl));
   }
@@ -194,9 +202,11 @@ ExitStatus changePrivileges(const Session& session, const std::string& path,
                             Principals& principals) {
   const std::optional<ModeAndIds> before = modeBefore(session, path, changes);
   Wanted wanted = requested(session, changes, before);
+  const bool leavesToMode = keelhouse::leavesToMode(document);
   wanted.acl = std::move(document.acl);
   const bool complete = wanted.acl && document.complete.value_or(false);
   wanted.isListDone = complete && wanted.acl->empty();
+  wanted.leavesToMode = leavesToMode;
   if (wanted.isListDone) makeListComplete(session, path, true);
   const ChangedFolder changed = changeFolder(
       session, path,

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -85,6 +86,24 @@ Dictionary startRequest(const std::string& path, std::uint32_t mask) {
   return request;
 }
 
+// A program that could not even be run is in the log of the request alone, which is answered
+// before.
+void requireRun(const Session& session, const std::string& path) {
+  constexpr std::string_view kNotRun = " cannot be run: ";
+  if (session.daemon.lastRequestId().empty()) return;
+  std::vector<LogLine> log;
+  try {
+    log = session.daemon.requestLog(session.daemon.lastRequestId());
+  } catch (const Failure&) {
+    // What became of it is told to whoever follows it.
+    return;
+  }
+  for (const LogLine& line : log) {
+    if (line.level != "error" || line.text.find(kNotRun) == std::string::npos) continue;
+    throw daemonFailure(notPushedText(path) + ": " + printable(line.text));
+  }
+}
+
 Dictionary start(const Session& session, const std::string& path, std::uint32_t mask) {
   Dictionary reply = session.daemon.call(kPlugin, "startPropagate", startRequest(path, mask));
   if (const std::string* error = reply.string("error"))
@@ -92,6 +111,7 @@ Dictionary start(const Session& session, const std::string& path, std::uint32_t 
   if (reply.string("copyPrivsStatusFile") == nullptr || !reply.integer("copyPrivsPid")) {
     throw notPushed(path, "the daemon's reply does not say how to follow it");
   }
+  requireRun(session, path);
   return reply;
 }
 

@@ -55,6 +55,23 @@ TEST_F(PropagateCommands, startsWhatTheOptionsName) {
   EXPECT_EQ(body(0), R"({"paths":[")" + shared_ + R"("],"propACL":1,"propOwnerName":1})");
 }
 
+TEST_F(PropagateCommands, aProgramThatCannotBeRunIsAFailureWithItsReason) {
+  for (const bool follows : {false, true}) {
+    daemon_.answer(kStarted, 200, "X-Request-Id: 17\r\n");
+    for (int each = 0; each < 2; ++each) {
+      daemon_.answer(R"({"lines":[{"time":"2026-01-01T00:00:00.001Z","level":"error","text":)"
+                     R"("program /x/copyprivs cannot be run: Permission denied"}]})");
+    }
+    std::vector<std::string> words{shared_, "--acl"};
+    if (follows) words.emplace_back("--follow");
+    EXPECT_EQ(propagate(words), 1);
+    EXPECT_EQ(out_, "");
+    EXPECT_EQ(error_, "keelhouse: the privileges of " + shared_ +
+                          " cannot be pushed down: program "
+                          "/x/copyprivs cannot be run: Permission denied\n");
+  }
+}
+
 TEST_F(PropagateCommands, eachOptionIsItsFlagOfTheRequest) {
   const std::vector<std::pair<std::string, std::string>> flags = {
       {"--owner", "propOwnerName"},      {"--group", "propGroupName"},

@@ -54,6 +54,17 @@ const std::string* nameOf(const Value& record) {
   return names == nullptr || names->empty() ? nullptr : names->front().string();
 }
 
+// The record that `request` names. Throws Failure where there is none.
+Dictionary requireRecord(const Session& session, const Dictionary& request, const std::string& type,
+                         const std::string& name) {
+  const Dictionary reply = session.daemon.call(kPlugin, "getRecord", request);
+  requireStatus(reply, "status", printable(name) + " cannot be read");
+  const Dictionary* record = reply.dictionary("record");
+  if (record != nullptr) return *record;
+  throw failure("there is no " + printable(name) + " of type " + recordType(type) +
+                "\nSee what there is: keelhouse record list TYPE");
+}
+
 }  // namespace
 
 ExitStatus listRecords(const Session& session, const NodeAccess& access, const std::string& type) {
@@ -77,19 +88,12 @@ ExitStatus listRecords(const Session& session, const NodeAccess& access, const s
 
 ExitStatus showRecord(const Session& session, const NodeAccess& access, const std::string& type,
                       const std::string& name) {
-  const Dictionary reply =
-      session.daemon.call(kPlugin, "getRecord", requestFor(access, type, name));
-  requireStatus(reply, "status", name + " cannot be read");
-  const Dictionary* record = reply.dictionary("record");
-  if (record == nullptr) {
-    throw failure("there is no " + name + " of type " + recordType(type) +
-                  "\nSee what there is: keelhouse record list TYPE");
-  }
+  const Dictionary record = requireRecord(session, requestFor(access, type, name), type, name);
   if (session.json) {
-    session.out << wire::writeJsonPretty(*record) << '\n';
+    session.out << wire::writeJsonPretty(record) << '\n';
     return ExitStatus::done;
   }
-  for (const auto& entry : *record) printValues(session.out, entry.key, entry.value);
+  for (const auto& entry : record) printValues(session.out, entry.key, entry.value);
   return ExitStatus::done;
 }
 
@@ -106,6 +110,7 @@ ExitStatus putRecord(const Session& session, const NodeAccess& access, const std
     removed.emplace_back(attribute);
   }
   Dictionary request = requestFor(access, type, name);
+  if (parsed.empty() && !removed.empty()) requireRecord(session, request, type, name);
   if (!removed.empty()) request.set("removeAttributes", std::move(removed));
   request.set("attributes", std::move(parsed));
   requireStatus(session.daemon.call(kPlugin, "putRecord", request), "status",

@@ -38,7 +38,8 @@ TEST(ReplyStatus, isSaidWithItsNameItsNumberAndWhatToDo) {
   EXPECT_EQ(messageOf({{"writeStatus", 28}}),
             "/srv/a cannot be shared: No space left on device (ENOSPC, 28)\n"
             "Make room on the volume, then repeat the command.");
-  EXPECT_EQ(messageOf({{"writeStatus", -2}}), "/srv/a cannot be shared (a status without a name, -2)");
+  EXPECT_EQ(messageOf({{"writeStatus", -2}}),
+            "/srv/a cannot be shared (a status without a name, -2)");
   EXPECT_EQ(messageOf({{"writeStatus", 1099511627776}}),
             "/srv/a cannot be shared (a status without a name, 1099511627776)");
 }

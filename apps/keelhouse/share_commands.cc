@@ -17,6 +17,7 @@
 #include "keelhouse/served_states.h"
 #include "keelhouse/share_automount.h"
 #include "keelhouse/share_document.h"
+#include "keelhouse/share_names.h"
 #include "keelhouse/share_notes.h"
 #include "keelhouse/share_path.h"
 #include "keelhouse/share_view.h"
@@ -51,6 +52,11 @@ void printNotes(const Session& session, const Dictionary& sharePoint) {
 std::string storedPath(const Dictionary& stored, const std::string& path) {
   const std::string* found = stored.string("path");
   return found != nullptr ? *found : path;
+}
+
+bool isNamedSo(const Dictionary& stored, const std::optional<std::string>& name) {
+  const std::string* present = stored.string("name");
+  return !name || (present != nullptr && *present == *name);
 }
 
 void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const char* key,
@@ -168,13 +174,8 @@ void addExportLines(const Session& session, Dictionary& sharePoint) {
   }
 }
 
-// Throws Failure for a folder that is not shared, unless the managed block of the exports file
-// still has a line for it: what a removal left that could not write the file. A share point of it
-// without any name takes the line away, and is removed itself next.
-void beginLeftRemoval(const Session& session, const std::string& path) {
-  const auto lines = exportLines(session, path);
-  if (!lines || lines->empty())
-    throw notSharedHere(session, path, "See what is: keelhouse share list");
+// A share point without any name takes the line of its folder away.
+void writeWithoutExport(const Session& session, const std::string& path) {
   writeSharePoint(session, path,
                   {{"path", path},
                    {"name", lastComponent(path)},
@@ -182,6 +183,31 @@ void beginLeftRemoval(const Session& session, const std::string& path) {
                   "the NFS export of " + printable(path) +
                       ", which is not shared, cannot be taken "
                       "out of /etc/exports");
+}
+
+// Throws Failure for a folder that is not shared, unless the managed block of the exports file
+// still has a line for it: what a removal left that could not write the file. The share point that
+// takes it away is removed itself next.
+void beginLeftRemoval(const Session& session, const std::string& path) {
+  const auto lines = exportLines(session, path);
+  if (!lines || lines->empty())
+    throw notSharedHere(session, path, "See what is: keelhouse share list");
+  writeWithoutExport(session, path);
+}
+
+// Ends the sharing of a folder that is still shared as it was read.
+Dictionary writeRemoval(const Session& session, const std::string& path,
+                        std::optional<TaggedReply> reading, const Array& credentials) {
+  const auto decide = [&path](const Dictionary& read) -> Dictionary {
+    if (!isShared(sharePointIn(read, path))) {
+      throw notShared(path, "It was moved or taken out of sharing meanwhile.");
+    }
+    return {{"sharePointRecord", Dictionary{{"isShared", false}}}};
+  };
+  const ChangedFolder changed =
+      changeFolder(session, path, decide, printable(path) + " cannot be taken out of sharing",
+                   std::move(reading), credentials);
+  return settingsPart(changed.after, "sharePointRecord");
 }
 
 }  // namespace
@@ -258,6 +284,11 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
                   printable(account.name));
   }
   const std::string action = "the share point of " + printable(path) + " cannot be changed";
+  if (!isNamedSo(stored, changes.name)) {
+    ShareChanges name;
+    name.name = changes.name;
+    requireFreeNames(session, storedPath(stored, path), name);
+  }
   requireServable(session, action, record, false);
   requireOneExportLine(session, storedPath(stored, path), action,
                        record.contains("nfsExportRecord"));
@@ -275,7 +306,8 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
     } catch (const Refusal&) {
       throw;
     } catch (const Failure& failed) {
-      throw sharedWithoutExport(session, path, record, failed).value_or(failed);
+      const auto partly = sharedWithoutExport(session, path, record, failed);
+      throw partly ? *partly : partlyChanged(session, path, record, stored, failed);
     }
   };
   const Dictionary reply = writeChangedShare(session, changes.smbOptions, stored, write);
@@ -285,13 +317,17 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
 ExitStatus removeShare(const Session& session, const std::string& typedPath,
                        const NodeAccount& account) {
   const std::string path = folderPath(session, typedPath);
-  const Dictionary stored = readSharePoint(session, path);
-  if (!isShared(stored)) beginLeftRemoval(session, path);
+  std::optional<TaggedReply> reading = readTaggedFolder(session, path);
+  const Dictionary stored = sharePointIn(reading->body, path);
+  requireSameFolder(stored, path);
+  if (!isShared(stored)) {
+    beginLeftRemoval(session, path);
+    reading.reset();
+  }
   const AutomountChange automount(session, storedPath(stored, path), planAutomountRemoval(stored),
                                   account);
   const Dictionary result =
-      writeSharePoint(session, path, {{"isShared", false}},
-                      printable(path) + " cannot be taken out of sharing", automount.credentials());
+      writeRemoval(session, path, std::move(reading), automount.credentials());
   if (isShared(result)) {
     throw daemonFailure(printable(path) + " is still shared");
   }
@@ -307,6 +343,11 @@ ExitStatus removeShare(const Session& session, const std::string& typedPath,
   reportStillServed(session, storedPath(stored, path));
   automount.check(result);
   return ExitStatus::done;
+}
+
+void takeOutLeftExport(const Session& session, const std::string& path) {
+  writeWithoutExport(session, path);
+  writeRemoval(session, path, {}, {});
 }
 
 ExitStatus removeUnfinished(const Session& session, const std::string& name) {

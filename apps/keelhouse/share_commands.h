@@ -30,6 +30,8 @@ ExitStatus addShare(const Session& session, const std::string& path, const Share
 ExitStatus setShare(const Session& session, const std::string& path, const ShareChanges& changes,
                     const NodeAccount& account, const std::optional<std::string>& from);
 ExitStatus removeShare(const Session& session, const std::string& path, const NodeAccount& account);
+// The line of a folder that is not shared goes from the managed block of the exports file.
+void takeOutLeftExport(const Session& session, const std::string& path);
 // The record of a share point that was never finished, by its name.
 ExitStatus removeUnfinished(const Session& session, const std::string& name);
 

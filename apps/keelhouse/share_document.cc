@@ -178,6 +178,12 @@ void readSmb(const Dictionary& document, const Dictionary& stored, SmbChanges& c
 
 ShareChanges changesFrom(const Dictionary& document, const Dictionary& stored) {
   requireKnownKeys(document, kKeys, kWhat);
+  // What is absent is taken away, so that what is no share's document must not pass for one.
+  if (text(document, "path").empty()) {
+    throw usageFailure(
+        "the document has no \"path\", and is none that keelhouse share show --json "
+        "prints\nNothing was changed.");
+  }
   const bool* isShared = booleanIn(document, "isShared", kWhat);
   if (isShared != nullptr && !*isShared) {
     throw usageFailure("the document is of a folder that is not shared");

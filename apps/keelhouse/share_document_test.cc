@@ -19,6 +19,13 @@ Dictionary parse(const std::string& json) {
   return *value->dictionary();
 }
 
+// A document as one prints it, of which `json` is what matters here.
+Dictionary document(const std::string& json) {
+  Dictionary dictionary = parse(json);
+  if (!dictionary.contains("path")) dictionary.set("path", "/srv/a");
+  return dictionary;
+}
+
 constexpr const char* kShare =
     R"({"path":"/srv/a","name":"a","isSharedOverVSP":true,"nameOverVSP":"v","nameOverSMB":"s",
         "nameOverFTP":"","nfsExportRecord":{"path":"/srv/a","clients":[
@@ -28,7 +35,7 @@ constexpr const char* kShare =
 
 std::string refusal(const std::string& json, const Dictionary& stored = {}) {
   try {
-    changesFrom(parse(json), stored);
+    changesFrom(document(json), stored);
     return "";
   } catch (const Failure& failed) {
     EXPECT_EQ(failed.status(), ExitStatus::usage);
@@ -37,11 +44,19 @@ std::string refusal(const std::string& json, const Dictionary& stored = {}) {
 }
 
 TEST(ShareDocument, changesNothingInTheShareThatItIsOf) {
-  EXPECT_TRUE(changesFrom(parse(kShare), parse(kShare)).empty());
+  EXPECT_TRUE(changesFrom(document(kShare), parse(kShare)).empty());
+}
+
+TEST(ShareDocument, withoutAPathIsNone) {
+  for (const char* json : {"{}", R"({"name":"b"})", R"({"path":""})"}) {
+    for (const Dictionary& stored : {Dictionary(), parse(kShare)}) {
+      EXPECT_THROW(changesFrom(parse(json), stored), Failure) << json;
+    }
+  }
 }
 
 TEST(ShareDocument, makesANewShareOfAllThatItHas) {
-  const ShareChanges changes = changesFrom(parse(kShare), {});
+  const ShareChanges changes = changesFrom(document(kShare), {});
   EXPECT_EQ(changes.name, "a");
   EXPECT_EQ(changes.vsp, true);
   EXPECT_EQ(changes.vspName, "v");
@@ -57,7 +72,7 @@ TEST(ShareDocument, makesANewShareOfAllThatItHas) {
 TEST(ShareDocument, whatItDoesNotHaveGoes) {
   Dictionary stored = parse(kShare);
   stored.set("isAutomounted", true);
-  const ShareChanges changes = changesFrom(parse(R"({"name":"b"})"), stored);
+  const ShareChanges changes = changesFrom(document(R"({"name":"b"})"), stored);
   EXPECT_EQ(changes.name, "b");
   EXPECT_EQ(changes.vsp, false);
   EXPECT_EQ(changes.smb, false);
@@ -70,10 +85,10 @@ TEST(ShareDocument, whatItDoesNotHaveGoes) {
 TEST(ShareDocument, automountsOverWhatItSays) {
   for (const int type : {0, 1}) {
     const ShareChanges changes = changesFrom(
-        parse(R"({"isAutomounted":true,"automountMountPath":"/m","automountDSPath":"/LDAP/x",
+        document(R"({"isAutomounted":true,"automountMountPath":"/m","automountDSPath":"/LDAP/x",
                   "isSharedOverVSP":true,"nfsExportRecord":{"clients":[{"host":"*"}]},
                   "automountFileSystemType":)" +
-              std::to_string(type) + "}"),
+                 std::to_string(type) + "}"),
         {});
     EXPECT_EQ(changes.automountPath, "/m");
     EXPECT_EQ(changes.automountNode, "/LDAP/x");
@@ -83,15 +98,15 @@ TEST(ShareDocument, automountsOverWhatItSays) {
 }
 
 TEST(ShareDocument, optionsOverSmbAreTakenBack) {
-  const Dictionary document = parse(
+  const Dictionary share = document(
       R"({"smb":{"readOnly":true,"comment":"c","allowHosts":["192.0.2.1","a.example"],
                  "options":["veto files = /x/","strict sync = yes"]}})");
-  const SmbChanges changes = changesFrom(document, {}).smbOptions;
+  const SmbChanges changes = changesFrom(share, {}).smbOptions;
   const samba::SmbOptions options = changedOptions({}, changes);
-  Dictionary wanted = *document.dictionary("smb");
+  Dictionary wanted = *share.dictionary("smb");
   EXPECT_EQ(samba::optionsDictionary(options), wanted);
-  EXPECT_TRUE(changesFrom(document, document).smbOptions.empty());
-  const SmbChanges removal = changesFrom({}, document).smbOptions;
+  EXPECT_TRUE(changesFrom(share, share).smbOptions.empty());
+  const SmbChanges removal = changesFrom(document("{}"), share).smbOptions;
   EXPECT_EQ(changedOptions(options, removal), samba::SmbOptions());
   EXPECT_THAT(refusal(R"({"smb":{"readonly":true}})"), HasSubstr("did you mean readOnly?"));
 }

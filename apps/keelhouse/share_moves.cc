@@ -1,6 +1,7 @@
 #include "keelhouse/share_moves.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "keelhouse/export_lines.h"
 #include "keelhouse/folder_privileges.h"
 #include "keelhouse/folder_settings.h"
+#include "keelhouse/list_state.h"
 #include "keelhouse/named_share.h"
 #include "keelhouse/principals.h"
 #include "keelhouse/reply_status.h"
@@ -21,7 +23,6 @@
 #include "keelhouse/share_view.h"
 #include "keelhouse/shell_word.h"
 #include "keelhouse/smb_settings.h"
-#include "samba/samba_text.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -45,7 +46,26 @@ bool isOn(const Dictionary& sharePoint, const char* key) {
 
 Dictionary deletedExport(const std::string& path) { return {{"path", path}, {"isDeleted", true}}; }
 
-// One move, step by step; each step has the one that takes it back.
+// Of all lines of a path, or of what the share point says where they cannot be asked for.
+Array clientsIn(const std::optional<std::vector<ExportLine>>& lines, const Dictionary& sharePoint) {
+  if (!lines) {
+    const Dictionary* record = sharePoint.dictionary("nfsExportRecord");
+    const Array* clients = record != nullptr ? record->array("clients") : nullptr;
+    return clients != nullptr ? *clients : Array{};
+  }
+  Array all;
+  for (const ExportLine& line : *lines) {
+    if (line.clients.empty()) {
+      throw failure("its export became a line that was written by hand: " + printable(line.text));
+    }
+    all.insert(all.end(), line.clients.begin(), line.clients.end());
+  }
+  return all;
+}
+
+// One move, step by step. Its record is pointed to the new folder first, in the state that was
+// read: whoever does that makes all other steps, so that of several who move it at the same time
+// one alone does.
 class Move {
  public:
   Move(const Session& session, Dictionary stored, std::string to, const NodeAccount& account)
@@ -54,36 +74,41 @@ class Move {
         from_(textOf(stored_, "path")),
         to_(std::move(to)),
         name_(textOf(stored_, "name")),
+        action_("the share of " + printable(from_) + " cannot be moved"),
         automount_(session, to_, automountPlan(account), account) {}
 
   // The share point as it is shown afterwards.
   Dictionary run();
 
  private:
-  AutomountPlan automountPlan(const NodeAccount& account) const;
-  const Array* clients() const;
-  bool isReachable() const;
+  // Where the record points; an empty path: there is none.
+  struct Place {
+    std::string path;
+    std::string tag;
+  };
 
-  Dictionary write(const std::string& path, Dictionary record) const {
-    return writeSharePoint(session_, path, std::move(record),
-                           "the share of " + printable(from_) + " cannot be moved",
-                           automount_.credentials());
-  }
-  void exportNew() const;
-  void unexportNew() const;
-  void point(const std::string& path) const;
-  Dictionary settle() const;
-  void settleBack() const;
+  AutomountPlan automountPlan(const NodeAccount& account) const;
+  Place place() const;
+  std::string requireAsRead() const;
+  bool point(const std::string& path, const std::string& tag) const;
+  void requireOwn(const Dictionary& sharePoint, const std::string& path) const;
+  Dictionary write(const std::string& path, Dictionary record) const;
+  void exportTo(const std::string& path) const;
+  void dropExport(const std::string& path, const std::string& carrier) const;
+  Dictionary follow();
   void cleanUp(const Dictionary& moved) const;
   void removeOldMount() const;
-  [[noreturn]] void takeBack(const Failure& reason, bool pointed, bool settled) const;
+  std::string restore() const;
+  [[noreturn]] void takeBack(const Failure& reason) const;
 
   const Session& session_;
   const Dictionary stored_;
   const std::string from_;
   const std::string to_;
   const std::string name_;
+  const std::string action_;
   AutomountChange automount_;
+  Array clients_;  // of the export that moves along
 };
 
 AutomountPlan Move::automountPlan(const NodeAccount& account) const {
@@ -97,76 +122,121 @@ AutomountPlan Move::automountPlan(const NodeAccount& account) const {
   return {AutomountPlan::Step::write, node};
 }
 
-const Array* Move::clients() const {
-  const Dictionary* record = stored_.dictionary("nfsExportRecord");
-  return record != nullptr ? record->array("clients") : nullptr;
+Move::Place Move::place() const {
+  // Without a condition there is always a reply.
+  const TaggedReply reply = *session_.daemon.callTagged(kDirectory, "getRecord",
+                                                        {{"type", kSharePoints}, {"name", name_}});
+  requireStatus(reply.body, "status", action_);
+  const Dictionary* record = reply.body.dictionary("record");
+  const Array* paths = record != nullptr ? record->array(kDirectoryPath) : nullptr;
+  if (paths == nullptr || paths->empty() || paths->front().string() == nullptr) return {};
+  return {*paths->front().string(), reply.tag};
 }
 
-// Whether the daemon finds something at the old path; what does not answer there cannot be written.
-bool Move::isReachable() const { return !textOf(stored_, "mountedOnPath").empty(); }
-
-// Before the record is pointed there, so that clients find an export at every moment.
-void Move::exportNew() const {
-  if (clients() == nullptr || !isReachable()) return;
-  write(from_,
-        {{"path", from_}, {"nfsExportRecord", Dictionary{{"path", to_}, {"clients", *clients()}}}});
+// The tag of the record, in which the share point is as it was read.
+std::string Move::requireAsRead() const {
+  const Place present = place();
+  if (present.path.empty()) {
+    throw failure(action_ + ": its record " + printable(name_) + " is gone\nNothing was moved.");
+  }
+  if (present.path != from_) {
+    throw failure(action_ + ": somebody else moved it to " + printable(present.path) +
+                  " meanwhile\nNothing was moved.");
+  }
+  if (sharePointIn(readFolder(session_, from_), from_) != stored_) {
+    throw failure(action_ + ": somebody else changed it meanwhile\nNothing was moved. Try again.");
+  }
+  return present.tag;
 }
 
-void Move::unexportNew() const {
-  if (clients() == nullptr) return;
-  write(from_, {{"path", from_}, {"nfsExportRecord", deletedExport(to_)}});
-}
-
-// One change of one attribute: at no moment is there no record, or a second one. A record that was
-// removed meanwhile is not made anew.
-void Move::point(const std::string& path) const {
+// One change of one attribute: at no moment is there no record, or a second one. False when the
+// record is not what `tag` names; one that was removed meanwhile is not made anew.
+bool Move::point(const std::string& path, const std::string& tag) const {
   constexpr const char* kAnyState = "*";
-  const std::string action = "the share of " + printable(from_) + " cannot be moved";
   const Dictionary request{
       {"type", kSharePoints}, {"name", name_}, {"attributes", Dictionary{{kDirectoryPath, path}}}};
-  const auto reply = session_.daemon.callTagged(kDirectory, "putRecord", request, kAnyState);
-  if (!reply) throw failure(action + ": its record " + printable(name_) + " is gone");
-  requireStatus(reply->body, "status", action);
+  const auto reply =
+      session_.daemon.callTagged(kDirectory, "putRecord", request, tag.empty() ? kAnyState : tag);
+  if (reply) requireStatus(reply->body, "status", action_);
+  return reply.has_value();
+}
+
+void Move::requireOwn(const Dictionary& sharePoint, const std::string& path) const {
+  if (isShared(sharePoint) && textOf(sharePoint, "path") == path &&
+      textOf(sharePoint, "name") == name_) {
+    return;
+  }
+  throw failure(action_ + ": somebody else moved, removed or renamed it meanwhile");
+}
+
+// Where the path is the share's, and while nobody else changes it.
+Dictionary Move::write(const std::string& path, Dictionary record) const {
+  record.set("path", path);
+  const ChangedFolder changed = changeFolder(
+      session_, path,
+      [&](const Dictionary& reading) -> Dictionary {
+        requireOwn(sharePointIn(reading, path), path);
+        return {{"sharePointRecord", record}};
+      },
+      action_, {}, automount_.credentials(), ChangeKind::stepOfMany);
+  return settingsPart(changed.after, "sharePointRecord");
+}
+
+void Move::exportTo(const std::string& path) const {
+  if (clients_.empty()) return;
+  write(path, {{"nfsExportRecord", Dictionary{{"path", path}, {"clients", clients_}}}});
+}
+
+// Of a folder where the share is not; `carrier` is where it is, empty when it is no more.
+void Move::dropExport(const std::string& path, const std::string& carrier) const {
+  if (clients_.empty() || path == carrier) return;
+  if (isShared(sharePointIn(readFolder(session_, path), path))) return;
+  if (const auto lines = exportLines(session_, path); lines && lines->empty()) return;
+  if (!carrier.empty()) {
+    write(carrier, {{"nfsExportRecord", deletedExport(path)}});
+  } else {
+    takeOutLeftExport(session_, path);
+  }
 }
 
 // What hangs on the path follows it: automount, backup, indexing, the SMB server's section; the
-// old export goes.
-Dictionary Move::settle() const {
-  Dictionary record{{"path", to_}};
-  if (clients() != nullptr && !isReachable()) {
-    write(to_,
-          {{"path", to_}, {"nfsExportRecord", Dictionary{{"path", to_}, {"clients", *clients()}}}});
-  }
-  if (clients() != nullptr) record.set("nfsExportRecord", deletedExport(from_));
+// old export goes when the new one is there. From here on nobody changes the old folder's export as
+// the share's, so that it is taken as it is now.
+Dictionary Move::follow() {
+  clients_ = clientsIn(exportLines(session_, from_), stored_);
+  exportTo(to_);
+  Dictionary record;
+  if (!clients_.empty()) record.set("nfsExportRecord", deletedExport(from_));
   if (isOn(stored_, "isIndexingEnabled")) record.set("isIndexingEnabled", true);
   Dictionary moved = write(to_, std::move(record));
-  if (!isShared(moved)) {
-    throw failure("the share of " + printable(from_) + " cannot be moved: " + printable(to_) +
-                  " does not read back as shared");
-  }
+  requireOwn(moved, to_);
   return moved;
 }
 
-void Move::settleBack() const {
-  Dictionary record{{"path", from_}};
-  if (clients() != nullptr) {
-    record.set("nfsExportRecord", Dictionary{{"path", from_}, {"clients", *clients()}});
+// Where the share is after that: at the old folder again, unless somebody else changed it.
+std::string Move::restore() const {
+  Place present = place();
+  if (present.path == to_) {
+    if (!point(from_, present.tag)) throw failure(action_ + ": somebody else changed it meanwhile");
+    present.path = from_;
+    if (const auto lines = exportLines(session_, from_); !lines || lines->empty()) exportTo(from_);
+    if (isOn(stored_, "isIndexingEnabled")) write(from_, {{"isIndexingEnabled", true}});
   }
-  if (isOn(stored_, "isIndexingEnabled")) record.set("isIndexingEnabled", true);
-  write(from_, std::move(record));
+  for (const std::string& path : {from_, to_}) dropExport(path, present.path);
+  return present.path;
 }
 
-void Move::takeBack(const Failure& reason, bool pointed, bool settled) const {
+void Move::takeBack(const Failure& reason) const {
   const DaemonClient::Aside aside(session_.daemon);
+  std::string path;
   try {
-    if (pointed) point(from_);
-    if (settled) settleBack();
-    unexportNew();
+    path = restore();
   } catch (const std::exception& second) {
     throw reason.withMore(std::string("and what was begun could not be taken back: ") +
                           second.what() + "\nSee keelhouse share list.");
   }
-  throw reason.withMore("Nothing was moved.");
+  if (path == from_) throw reason.withMore("Nothing was moved.");
+  throw reason.withMore(path.empty() ? "It is shared no longer." : "It is at " + path + " now.");
 }
 
 // What the old folder's own settings leave behind: an index, a mark of a backup destination.
@@ -194,17 +264,18 @@ void Move::removeOldMount() const {
 }
 
 Dictionary Move::run() {
+  const std::string tag = requireAsRead();
+  clients_ = clientsIn(std::nullopt, stored_);
   bool pointed = false;
-  bool settled = false;
   Dictionary moved;
   try {
-    exportNew();
-    pointed = true;  // perhaps, also when it fails; so it is with the next step
-    point(to_);
-    settled = true;
-    moved = settle();
+    pointed = point(to_, tag);
+    if (pointed) moved = follow();
   } catch (const Failure& reason) {
-    takeBack(reason, pointed, settled);
+    takeBack(reason);
+  }
+  if (!pointed) {
+    throw failure(action_ + ": somebody else changed it meanwhile\nNothing was moved. Try again.");
   }
   cleanUp(moved);
   return moved;
@@ -269,15 +340,32 @@ std::string commandsForPrivileges(const Session& session, const Dictionary& from
   return set + aclCommand(session, path, *wanted);
 }
 
+bool isComplete(const Session& session, const std::string& path) {
+  const auto state = readListStateIfPossible(session, path);
+  return state && state->complete;
+}
+
+// The same of a complete list of `from`, which entries alone do not make; empty where it has none,
+// or `to` has the same.
+std::string commandForCompleteList(const Session& session, const std::string& from,
+                                   const std::string& to, bool sameEntries) {
+  if (!isComplete(session, from) || (sameEntries && isComplete(session, to))) return {};
+  return "\n  keelhouse --json acl show " + shellWord(from) + " | keelhouse acl set " +
+         shellWord(to) + " --from -";
+}
+
 // The privileges are the folder's; who moves a share may expect those that it had.
 void notePrivileges(const Session& session, const std::string& from, const std::string& to) {
   try {
     const Dictionary before = readPrivileges(session, from);
     const Dictionary now = readPrivileges(session, to);
-    const std::string commands = commandsForPrivileges(session, before, now, to);
-    if (commands.empty() && before.find("acl") != nullptr && now.find("acl") != nullptr &&
-        *before.find("acl") == *now.find("acl"))
-      return;
+    const bool sameEntries = before.array("acl") != nullptr && now.array("acl") != nullptr &&
+                             *before.array("acl") == *now.array("acl");
+    const std::string list = commandForCompleteList(session, from, to, sameEntries);
+    Dictionary wanted = before;
+    if (!list.empty()) wanted.erase("acl");
+    const std::string commands = commandsForPrivileges(session, wanted, now, to) + list;
+    if (commands.empty() && sameEntries) return;
     session.notes << "keelhouse: note: the privileges of " << printable(to) << " are not those of "
                   << printable(from)
                   << (commands.empty() ? "; see keelhouse privs show"
@@ -287,34 +375,6 @@ void notePrivileges(const Session& session, const std::string& from, const std::
     session.notes << "keelhouse: note: the privileges of " << printable(to)
                   << " cannot be compared with those of " << printable(from)
                   << ", which cannot be read\n";
-  }
-}
-
-// Who else has the name; empty when nobody does.
-std::string holderOf(const Array& sharePoints, const std::string& path, const char* key,
-                     const std::string& name) {
-  for (const Value& value : sharePoints) {
-    const Dictionary* other = value.dictionary();
-    if (other == nullptr || textOf(*other, "path") == path) continue;
-    if (samba::shareNameKey(textOf(*other, key)) == samba::shareNameKey(name)) {
-      return textOf(*other, "path");
-    }
-  }
-  return {};
-}
-
-void requireFree(const Array& sharePoints, const std::string& path, const ShareChanges& changes) {
-  const std::pair<const char*, const std::optional<std::string>*> names[] = {
-      {"name", &changes.name},
-      {"nameOverVSP", &changes.vspName},
-      {"nameOverSMB", &changes.smbName},
-      {"nameOverFTP", &changes.ftpName}};
-  for (const auto& [key, name] : names) {
-    if (!*name || !isValidUtf8(**name)) continue;
-    const std::string holder = holderOf(sharePoints, path, key, **name);
-    if (holder.empty()) continue;
-    throw failure("\"" + printable(**name) + "\" is taken by the share " + printable(holder) +
-                  " (" + key + ")\nNothing was changed.");
   }
 }
 
@@ -369,10 +429,7 @@ ExitStatus renameShare(const Session& session, const std::string& folder, const 
   if (!isShared(stored)) throw notSharedHere(session, path, "See what is: keelhouse share list");
   const ShareChanges changes = changesOf(renaming, stored);
   checkShareNames(changes);
-  const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
-  requireStatus(reply, "readStatus", "the names of the shares cannot be read");
-  const Array* list = reply.array("sharePointList");
-  if (list != nullptr) requireFree(*list, textOf(stored, "path"), changes);
+  requireFreeNames(session, textOf(stored, "path"), changes);
   return setShare(session, path, changes, account, std::nullopt);
 }
 

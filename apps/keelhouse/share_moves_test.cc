@@ -42,29 +42,45 @@ class ShareMoves : public CommandFixture {
     daemon_.answer(readPart("fileAccessPrivs", std::string(R"({"owner":")") + owner +
                                                    R"(","group":"g","privs":"750","acl":[]})"));
   }
+  void answerRecord(const std::string& path) {
+    daemon_.answer(R"({"status":0,"record":{"dsAttrTypeNative:directory_path":[")" + path + "\"]}}",
+                   200, "ETag: \"state\"\r\n");
+  }
+  // What is read before the record is pointed to the new folder, which is the fifth request.
+  void answerUntilPointed(const std::string& more = {}) {
+    answerBefore(more);
+    answerRecord("/srv/old");
+    daemon_.answer(read(shared("/srv/old", more)));
+  }
+  // The sixth to eighth, and so on: each writing looks first whether the share is still there.
+  void answerWriting(const std::string& path, int status = 0) {
+    daemon_.answer(read(shared(path)));
+    daemon_.answer(written(shared(path), status));
+  }
   int move() { return run({"share", "move", "/srv/old", to_}); }
 
   std::string to_;
 };
 
-TEST_F(ShareMoves, ThePathOfTheRecordIsChangedWhileBothFoldersAreExported) {
-  answerBefore(exported());
-  daemon_.answer(written(shared("/srv/old")));
+TEST_F(ShareMoves, ThePathOfTheRecordIsChangedAndTheOldExportGoesWhenTheNewOneIsThere) {
+  answerUntilPointed(exported());
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_)));
+  answerWriting(to_);
+  answerWriting(to_);
   daemon_.answer(R"({"status":0,"record":{}})");
   answerPrivileges("anna");
   answerPrivileges("anna");
   ASSERT_EQ(move(), 0) << error_;
-  EXPECT_EQ(target(2), kWrite);
-  EXPECT_THAT(body(2), HasSubstr(R"("nfsExportRecord":{"clients":[{"host":"h","options":["ro"]}],)"
-                                 R"("path":")" +
-                                 to_ + R"("},"path":"/srv/old")"));
-  EXPECT_EQ(target(3), kPut);
-  EXPECT_THAT(body(3), AllOf(HasSubstr(R"("name":"plans")"),
+  EXPECT_EQ(target(4), kPut);
+  EXPECT_THAT(daemon_.requests().at(4).head, HasSubstr("\r\nIf-Match: \"state\"\r\n"));
+  EXPECT_THAT(body(4), AllOf(HasSubstr(R"("name":"plans")"),
                              HasSubstr(R"("dsAttrTypeNative:directory_path":")" + to_ + "\"")));
-  EXPECT_EQ(target(4), kWrite);
-  EXPECT_THAT(body(4), AllOf(HasSubstr(R"("nfsExportRecord":{"isDeleted":true,"path":"/srv/old"})"),
+  EXPECT_EQ(target(6), kWrite);
+  EXPECT_THAT(body(6), HasSubstr(R"("nfsExportRecord":{"clients":[{"host":"h","options":["ro"]}],)"
+                                 R"("path":")" +
+                                 to_ + R"("},"path":")" + to_ + "\""));
+  EXPECT_EQ(target(8), kWrite);
+  EXPECT_THAT(body(8), AllOf(HasSubstr(R"("nfsExportRecord":{"isDeleted":true,"path":"/srv/old"})"),
                              HasSubstr(R"("path":")" + to_ + R"("}},"optionalArguments")"),
                              Not(HasSubstr("nameOver"))));
   EXPECT_EQ(out_, "path: " + to_ + "\nname: plans\nmountedOnPath: /\n");
@@ -73,46 +89,61 @@ TEST_F(ShareMoves, ThePathOfTheRecordIsChangedWhileBothFoldersAreExported) {
 
 TEST_F(ShareMoves, ARecordThatWasRemovedMeanwhileIsNotMadeAnew) {
   answerBefore();
-  daemon_.answer(R"({"error":"there is nothing"})", 412);
-  daemon_.answer(R"({"error":"there is nothing"})", 412);
+  daemon_.answer(kDone);
   EXPECT_EQ(move(), 1);
-  EXPECT_THAT(daemon_.requests().at(2).head, HasSubstr("\r\nIf-Match: *\r\n"));
-  EXPECT_THAT(error_, HasSubstr("cannot be moved: its record plans is gone"));
+  EXPECT_THAT(error_, HasSubstr("cannot be moved: its record plans is gone\nNothing was moved.\n"));
+  EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(ShareMoves, OfAFolderThatDoesNotAnswerIsWrittenAtTheNewOneAlone) {
-  daemon_.answer(read(R"({"path":"/srv/old","name":"plans","isShared":true)" + exported() + "}"));
-  daemon_.answer(read(R"({"isShared":false})"));
+TEST_F(ShareMoves, WhatSomebodyElseMovesOrChangesFirstIsLeftAlone) {
+  answerBefore(exported());
+  answerRecord("/srv/other");
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("somebody else moved it to /srv/other meanwhile\nNothing was "
+                                "moved.\n"));
+  answerBefore(exported());
+  answerRecord("/srv/old");
+  daemon_.answer(read(shared("/srv/old")));
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("somebody else changed it meanwhile\nNothing was moved."));
+  answerUntilPointed(exported());
+  daemon_.answer(R"({"error":"another state"})", 412);
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, HasSubstr("somebody else changed it meanwhile\nNothing was moved."));
+  EXPECT_EQ(asked(), 3U + 4U + 5U);
+}
+
+TEST_F(ShareMoves, TheExportIsMovedAsItIsWhenTheRecordIsPointed) {
+  answerUntilPointed(exported());
+  // Asked before it is begun, and when it is pointed.
+  daemon_.answerServices("getExports", R"({"status":0,"exports":[]})");
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_)));
-  daemon_.answer(written(shared(to_)));
+  answerWriting(to_);
   daemon_.answer(R"({"status":0,"record":{}})");
+  answerPrivileges("anna");
+  answerPrivileges("anna");
   ASSERT_EQ(move(), 0) << error_;
-  EXPECT_EQ(target(2), kPut);
-  for (const std::size_t at : {3U, 4U}) {
-    EXPECT_THAT(body(at), HasSubstr(R"("optionalArguments":{"path":")" + to_ + "\"}"));
-  }
-  EXPECT_THAT(body(3), HasSubstr(R"("clients":[{"host":"h","options":["ro"]}])"));
-  EXPECT_THAT(body(4), HasSubstr(R"({"isDeleted":true,"path":"/srv/old"})"));
+  EXPECT_EQ(target(6), kWrite);
+  EXPECT_THAT(body(6), Not(HasSubstr("nfsExportRecord")));
 }
 
 TEST_F(ShareMoves, AnIndexAndABackupMarkOfTheOldFolderGo) {
-  answerBefore(R"(,"isIndexingEnabled":true,"isBackstowBackup":true)");
+  answerUntilPointed(R"(,"isIndexingEnabled":true,"isBackstowBackup":true)");
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_)));
+  answerWriting(to_);
   daemon_.answer(written(R"({"isShared":false})"));
   daemon_.answer(R"({"status":0,"record":{}})");
   answerPrivileges("anna");
   answerPrivileges("anna");
   ASSERT_EQ(move(), 0) << error_;
-  EXPECT_THAT(body(3), HasSubstr(R"("isIndexingEnabled":true)"));
-  EXPECT_THAT(body(4), AllOf(HasSubstr(R"({"isShared":false})"), HasSubstr("/srv/old")));
+  EXPECT_THAT(body(6), HasSubstr(R"("isIndexingEnabled":true)"));
+  EXPECT_THAT(body(7), AllOf(HasSubstr(R"({"isShared":false})"), HasSubstr("/srv/old")));
 }
 
 TEST_F(ShareMoves, OtherPrivilegesAreSaidWithTheCommandThatTakesThemOver) {
-  answerBefore();
+  answerUntilPointed();
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_)));
+  answerWriting(to_);
   daemon_.answer(R"({"status":0,"record":{}})");
   answerPrivileges("anna");
   answerPrivileges("bert");
@@ -122,63 +153,98 @@ TEST_F(ShareMoves, OtherPrivilegesAreSaidWithTheCommandThatTakesThemOver) {
                         to_ + " --owner anna\n");
 }
 
-TEST_F(ShareMoves, OfAFolderThatIsGoneThePrivilegesAreUnknown) {
-  answerBefore();
+TEST_F(ShareMoves, ACompleteListIsTakenOverAsSuch) {
+  answerUntilPointed();
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_)));
+  answerWriting(to_);
+  daemon_.answer(R"({"status":0,"record":{}})");
+  answerPrivileges("anna");
+  answerPrivileges("anna");
+  daemon_.answer(R"({"status":0,"present":true,"complete":true})");
+  daemon_.answer(R"({"status":0,"present":false,"complete":false})");
+  ASSERT_EQ(move(), 0) << error_;
+  EXPECT_EQ(error_, "keelhouse: note: the privileges of " + to_ +
+                        " are not those of /srv/old. To take them over:\n  keelhouse --json acl "
+                        "show /srv/old | keelhouse acl set " +
+                        to_ + " --from -\n");
+}
+
+TEST_F(ShareMoves, OfAFolderThatIsGoneThePrivilegesAreUnknown) {
+  answerUntilPointed();
+  daemon_.answer(kDone);
+  answerWriting(to_);
   daemon_.answer(R"({"status":0,"record":{}})");
   daemon_.answer(readPart("fileAccessPrivs", R"({"posixErr":"No such file or directory"})"));
   ASSERT_EQ(move(), 0) << error_;
   EXPECT_THAT(error_, HasSubstr("cannot be compared with those of /srv/old"));
 }
 
-TEST_F(ShareMoves, AFailureOfTheNewExportTakesItBack) {
-  answerBefore(exported());
-  daemon_.answer(written(shared("/srv/old"), 100076));
-  daemon_.answer(written(shared("/srv/old")));
-  EXPECT_EQ(move(), 1);
-  EXPECT_THAT(error_, HasSubstr("\nNothing was moved.\n"));
-  ASSERT_EQ(asked(), 4U);
-  EXPECT_THAT(body(3), HasSubstr(R"("nfsExportRecord":{"isDeleted":true,"path":")" + to_ + "\"}"));
-}
-
-TEST_F(ShareMoves, AFailureOfTheRecordTakesTheExportBack) {
-  answerBefore(exported());
-  daemon_.answer(written(shared("/srv/old")));
+TEST_F(ShareMoves, AFailureOfTheRecordChangesNothingElse) {
+  answerUntilPointed(exported());
   daemon_.answer(kFailed);
-  daemon_.answer(kDone);
-  daemon_.answer(written(shared("/srv/old")));
+  answerRecord("/srv/old");
+  daemon_.answer(read(R"({"isShared":false})"));
+  answerWriting("/srv/old");
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr("\nNothing was moved.\n"));
-  ASSERT_EQ(asked(), 6U);
-  EXPECT_THAT(body(4), HasSubstr(R"("dsAttrTypeNative:directory_path":"/srv/old")"));
-  EXPECT_THAT(body(5), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
+  ASSERT_EQ(asked(), 9U);
+  EXPECT_THAT(body(8), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
 }
 
 TEST_F(ShareMoves, AFailureOfTheRestTakesRecordAndExportBack) {
-  answerBefore(exported());
-  daemon_.answer(written(shared("/srv/old")));
+  answerUntilPointed(exported());
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_), 100076));
+  answerWriting(to_);
+  answerWriting(to_, 100076);
+  answerRecord(to_);
   daemon_.answer(kDone);
-  daemon_.answer(written(shared("/srv/old")));
-  daemon_.answer(written(shared("/srv/old")));
+  answerWriting("/srv/old");
+  daemon_.answer(read(R"({"isShared":false})"));
+  answerWriting("/srv/old");
   EXPECT_EQ(move(), 1);
-  EXPECT_THAT(error_, HasSubstr("\nNothing was moved.\n"));
-  ASSERT_EQ(asked(), 8U);
-  EXPECT_THAT(body(5), HasSubstr(R"("dsAttrTypeNative:directory_path":"/srv/old")"));
-  EXPECT_THAT(body(6), HasSubstr(R"("clients":[{"host":"h","options":["ro"]}],"path":"/srv/old")"));
-  EXPECT_THAT(body(7), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
+  EXPECT_THAT(error_,
+              AllOf(HasSubstr("\nNothing was moved.\n"), Not(HasSubstr("Nothing was changed."))));
+  ASSERT_EQ(asked(), 16U);
+  EXPECT_THAT(body(10), HasSubstr(R"("dsAttrTypeNative:directory_path":"/srv/old")"));
+  EXPECT_THAT(daemon_.requests().at(10).head, HasSubstr("\r\nIf-Match: \"state\"\r\n"));
+  EXPECT_THAT(body(12),
+              HasSubstr(R"("clients":[{"host":"h","options":["ro"]}],"path":"/srv/old")"));
+  EXPECT_THAT(body(15), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
+}
+
+TEST_F(ShareMoves, WhereSomebodyElseMovesItOnItStaysAndBothExportsGo) {
+  answerUntilPointed(exported());
+  daemon_.answer(kDone);
+  daemon_.answer(read(R"({"isShared":false})"));
+  answerRecord("/srv/other");
+  for (int each = 0; each < 2; ++each) {
+    daemon_.answer(read(R"({"isShared":false})"));
+    answerWriting("/srv/other");
+  }
+  EXPECT_EQ(move(), 1);
+  EXPECT_THAT(error_, AllOf(HasSubstr("somebody else moved, removed or renamed it meanwhile\n"),
+                            HasSubstr("It is at /srv/other now.\n")));
+  ASSERT_EQ(asked(), 13U);
+  EXPECT_THAT(body(9), HasSubstr(R"({"isDeleted":true,"path":"/srv/old"})"));
+  EXPECT_THAT(body(12), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
 }
 
 TEST_F(ShareMoves, WhatCannotBeTakenBackIsSaid) {
-  answerBefore();
+  answerUntilPointed();
   daemon_.answer(kDone);
-  daemon_.answer(written(shared(to_), 100076));
+  answerWriting(to_, 100076);
+  answerRecord(to_);
   daemon_.answer(kFailed);
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, AllOf(HasSubstr("could not be taken back"), HasSubstr("keelhouse share list"),
                             Not(HasSubstr("Nothing was moved"))));
+}
+
+TEST_F(ShareMoves, AShareFoundAtAnotherPathMeanwhileIsNoMatterOfLetterCase) {
+  daemon_.answer(read(shared("/srv/elsewhere")));
+  EXPECT_EQ(run({"share", "show", "/srv/old"}), 1);
+  EXPECT_THAT(error_, AllOf(HasSubstr("the share of /srv/old was moved to /srv/elsewhere"),
+                            Not(HasSubstr("letter case"))));
 }
 
 TEST_F(ShareMoves, NothingIsChangedWhereItCannotBe) {
@@ -189,9 +255,10 @@ TEST_F(ShareMoves, NothingIsChangedWhereItCannotBe) {
   daemon_.answer(read(R"({"path":")" + to_ + R"(","name":"other","isShared":true})"));
   EXPECT_EQ(move(), 1);
   EXPECT_THAT(error_, HasSubstr(to_ + " is shared already, as other\n"));
-  daemon_.answer(read(shared("/srv/old")));
-  daemon_.answer(read(shared("/srv/old")));
-  EXPECT_EQ(move(), 1);
+  const std::string upper = folder_.path("NEW");
+  daemon_.answer(read(shared(upper)));
+  daemon_.answer(read(shared(upper)));
+  EXPECT_EQ(run({"share", "move", upper, to_}), 1);
   EXPECT_THAT(error_, HasSubstr("in letter case alone"));
   daemon_.answer(read(shared("/srv/old", R"(,"nfsExportRecord":{"line":"/srv/old @x"})")));
   EXPECT_EQ(move(), 1);
@@ -216,6 +283,7 @@ class ShareRenaming : public ShareMoves {
     daemon_.answer(R"({"readStatus":0,"sharePointList":[)" + share +
                    R"(,{"path":"/srv/b","name":"b","nameOverSMB":"Taken"}]})");
     daemon_.answer(read(share));
+    daemon_.answer(R"({"readStatus":0,"sharePointList":[]})");
     daemon_.answer(written(R"({"isShared":true})"));
   }
 };
@@ -223,28 +291,28 @@ class ShareRenaming : public ShareMoves {
 TEST_F(ShareRenaming, ChangesTheNamesThatWereTheSame) {
   answerShare(R"("name":"a","nameOverVSP":"a","nameOverSMB":"a","nameOverFTP":"other")");
   ASSERT_EQ(run({"share", "rename", "/srv/a", "plans"}), 0) << error_;
-  EXPECT_THAT(body(3), HasSubstr(R"({"name":"plans","nameOverSMB":"plans","nameOverVSP":"plans",)"
+  EXPECT_THAT(body(4), HasSubstr(R"({"name":"plans","nameOverSMB":"plans","nameOverVSP":"plans",)"
                                  R"("path":"/srv/a"})"));
 }
 
 TEST_F(ShareRenaming, TakesOtherNamesFromTheOptions) {
   answerShare(R"("name":"a","nameOverVSP":"a","nameOverSMB":"a")");
   ASSERT_EQ(run({"share", "rename", "/srv/a", "plans", "--smb-name", "Pläne"}), 0) << error_;
-  EXPECT_THAT(body(3),
+  EXPECT_THAT(body(4),
               AllOf(HasSubstr(R"("nameOverSMB":"Pläne")"), HasSubstr(R"("nameOverVSP":"plans")")));
 }
 
 TEST_F(ShareRenaming, LeavesTheOthersAloneWhenAskedTo) {
   answerShare(R"("name":"a","nameOverVSP":"a","nameOverSMB":"a")");
   ASSERT_EQ(run({"share", "rename", "/srv/a", "plans", "--record-only"}), 0) << error_;
-  EXPECT_THAT(body(3), AllOf(HasSubstr(R"("name":"plans")"), Not(HasSubstr("nameOver"))));
+  EXPECT_THAT(body(4), AllOf(HasSubstr(R"("name":"plans")"), Not(HasSubstr("nameOver"))));
 }
 
 TEST_F(ShareRenaming, ShortensTheNameOverVsp) {
   const std::string longName(40, 'x');
   answerShare(R"("name":"a","nameOverVSP":"a")");
   ASSERT_EQ(run({"share", "rename", "/srv/a", longName}), 0) << error_;
-  EXPECT_THAT(body(3), HasSubstr(R"("nameOverVSP":")" + std::string(31, 'x') + "\""));
+  EXPECT_THAT(body(4), HasSubstr(R"("nameOverVSP":")" + std::string(31, 'x') + "\""));
 }
 
 TEST_F(ShareRenaming, RefusesANameThatAnotherShareHas) {

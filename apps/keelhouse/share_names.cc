@@ -1,8 +1,13 @@
 #include "keelhouse/share_names.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/failure.h"
+#include "keelhouse/reply_status.h"
+#include "samba/samba_text.h"
 
 namespace paddock::keelhouse {
 
@@ -24,7 +29,49 @@ void checkLength(const std::optional<std::string>& name, const std::string& opti
                      std::to_string(utf8Length(*name)));
 }
 
+std::string textOf(const Dictionary& dictionary, const char* key) {
+  const std::string* text = dictionary.string(key);
+  return text != nullptr ? *text : std::string();
+}
+
+// Who else has the name; empty when nobody does.
+std::string holderOf(const Array& sharePoints, const std::string& path, const char* key,
+                     const std::string& name) {
+  for (const Value& value : sharePoints) {
+    const Dictionary* other = value.dictionary();
+    if (other == nullptr || textOf(*other, "path") == path) continue;
+    if (samba::shareNameKey(textOf(*other, key)) == samba::shareNameKey(name)) {
+      return textOf(*other, "path");
+    }
+  }
+  return {};
+}
+
 }  // namespace
+
+void requireFreeNames(const Session& session, const std::string& path,
+                      const ShareChanges& changes) {
+  const std::pair<const char*, const std::optional<std::string>*> names[] = {
+      {"name", &changes.name},
+      {"nameOverVSP", &changes.vspName},
+      {"nameOverSMB", &changes.smbName},
+      {"nameOverFTP", &changes.ftpName}};
+  if (std::none_of(std::begin(names), std::end(names),
+                   [](const auto& name) { return name.second->has_value(); })) {
+    return;
+  }
+  const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
+  requireStatus(reply, "readStatus", "the names of the shares cannot be read");
+  const Array* list = reply.array("sharePointList");
+  if (list == nullptr) return;
+  for (const auto& [key, name] : names) {
+    if (!*name || !isValidUtf8(**name)) continue;
+    const std::string holder = holderOf(*list, path, key, **name);
+    if (holder.empty()) continue;
+    throw failure("\"" + printable(**name) + "\" is taken by the share " + printable(holder) +
+                  " (" + key + ")\nNothing was changed.");
+  }
+}
 
 void checkShareNames(const ShareChanges& changes) {
   checkName(changes.name, "--name");

@@ -153,6 +153,89 @@ TEST_F(KeelhouseEdits, SharesThatAreChangedAtTheSameTimeKeepEveryChange) {
   EXPECT_TRUE(ftp == nullptr || ftp->empty()) << *ftp;
 }
 
+// Lines of the exports file by the folder, of those below the test's own.
+class MovesAtOnce : public KeelhouseEdits {
+ protected:
+  void SetUp() override {
+    KeelhouseEdits::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    first_ = makeFolder("first");
+    second_ = makeFolder("second");
+  }
+
+  void share() const { done({"share", "add", path_, "--name", "moved", "--nfs", "192.0.2.9(ro)"}); }
+
+  // Where it is now; empty when it is shared no longer.
+  std::string place() const {
+    std::string found;
+    for (const std::string& path : {path_, first_, second_}) {
+      if (keelhouse({"share", "show", path}).status != 0) continue;
+      EXPECT_EQ(found, "") << path;
+      found = path;
+    }
+    return found;
+  }
+  // No other folder is exported than where it is.
+  void expectExportedAt(const std::string& path) const {
+    const std::string exports = tree_.read("/etc/exports");
+    for (const std::string& folder : {path_, first_, second_}) {
+      EXPECT_EQ(exports.find(folder + " 192.0.2.9(ro)\n") != std::string::npos, folder == path)
+          << folder << "\n"
+          << exports;
+    }
+  }
+  void clear(const std::string& path) const {
+    if (!path.empty()) done({"share", "remove", path});
+    expectExportedAt("");
+  }
+
+  std::string first_;
+  std::string second_;
+};
+
+TEST_F(MovesAtOnce, OfTwoOneIsDoneAndTheOtherToldAndNoExportIsLeft) {
+  for (int round = 0; round < 6; ++round) {
+    share();
+    const auto ended =
+        together({{"share", "move", path_, first_}, {"share", "move", path_, second_}});
+    const std::string place = this->place();
+    EXPECT_EQ(ended[0].status == 0, place == first_) << ended[0].error;
+    EXPECT_EQ(ended[1].status == 0, place == second_) << ended[1].error;
+    EXPECT_NE(ended[0].status, ended[1].status) << ended[0].error << ended[1].error;
+    expectExportedAt(place);
+    clear(place);
+  }
+}
+
+TEST_F(MovesAtOnce, AnExportThatIsTakenAwayMeanwhileIsNotMoved) {
+  for (int round = 0; round < 6; ++round) {
+    share();
+    const auto ended =
+        together({{"share", "move", path_, first_}, {"share", "set", path_, "--no-nfs"}});
+    const std::string place = this->place();
+    EXPECT_EQ(ended[0].status == 0, place == first_) << ended[0].error;
+    // It may have been taken away, and the share moved before that could be read back.
+    const bool isExported = tree_.read("/etc/exports").find(place + " 192") != std::string::npos;
+    EXPECT_FALSE(isExported && ended[1].status == 0);
+    expectExportedAt(isExported ? place : "");
+    clear(place);
+  }
+}
+
+TEST_F(MovesAtOnce, AShareThatIsRemovedMeanwhileLeavesNoExport) {
+  for (int round = 0; round < 6; ++round) {
+    share();
+    const auto ended = together({{"share", "move", path_, first_}, {"share", "remove", path_}});
+    const std::string place = this->place();
+    EXPECT_EQ(ended[0].status == 0, place == first_) << ended[0].error;
+    // Of a share that has just gone elsewhere it takes away what is left here.
+    EXPECT_EQ(ended[1].status == 0, place != path_) << ended[1].error;
+    EXPECT_TRUE(ended[0].status == 0 || ended[1].status == 0) << ended[0].error << ended[1].error;
+    expectExportedAt(place);
+    clear(place);
+  }
+}
+
 TEST_F(KeelhouseEdits, AWriteWithTheTagOfAnotherStateIs412AndChangesNothing) {
   const Response first = readSettings();
   const std::string tag = first.header("etag");

@@ -151,5 +151,75 @@ TEST_F(KeelhouseOddRecords, AnExportsFileThatCannotBeReadIsSaidAndARemovalFinish
   EXPECT_THAT(done({"share", "list"}), Not(HasSubstr(photos)));
 }
 
+// Whoever names a folder must not put words into keelhouse's mouth.
+TEST_F(KeelhouseOddRecords, ALineFeedOfANameBeginsNoLineOfAnError) {
+  const std::string bad = "/nonexistent/ev\nRun: keelhouse acl clear /";
+  const std::string name = "ev\nRun: keelhouse acl clear";
+  const std::string folder = makeFolder("plans");
+  const std::vector<std::vector<std::string>> commands = {
+      {"share", "show", bad},
+      {"share", "add", bad},
+      {"share", "set", bad, "--no-smb"},
+      {"share", "set", folder, "--name", name},
+      {"share", "remove", bad},
+      {"share", "remove", "--name", name},
+      {"share", "move", bad, folder},
+      {"share", "move", folder, bad},
+      {"share", "rename", bad, "x"},
+      {"share", "add", folder, "--nfs", name},
+      {"share", "add", folder, "--team", name},
+      {"share", "add", folder, "--option", name + " = 1"},
+      {"share", "add", folder, "--from", bad},
+      {"privs", "show", bad},
+      {"privs", "set", bad, "--mode", "755"},
+      {"privs", "set", folder, "--owner", name},
+      {"privs", "set", folder, "--group", name},
+      {"privs", "set", folder, "--mode", name},
+      {"acl", "show", bad},
+      {"acl", "show", "--kernel", bad},
+      {"acl", "set", bad, "allow user:root read"},
+      {"acl", "set", folder, "allow user:" + name + " read"},
+      {"acl", "set", folder, "allow", "user:" + name, "read"},
+      {"acl", "set", folder, "allow user:root " + name},
+      {"acl", "set", folder, "--from", bad},
+      {"acl", "add", bad, "allow user:root read"},
+      {"acl", "remove", bad, "1"},
+      {"acl", "remove", folder, "user:" + name},
+      {"acl", "clear", bad},
+      {"acl", "inherit", bad},
+      {"acl", "strict", bad},
+      {"effective", bad, "root"},
+      {"effective", folder, name},
+      {"who", bad},
+      {"propagate", bad, "--acl"},
+      {"propagate", bad, "--acl", "--follow"},
+      {"index", "on", bad},
+      {"index", "off", bad},
+      {"index", "status", bad},
+      {"quota", "show", bad},
+      {"quota", "on", bad},
+      {"quota", "set", name, "1G", "2G", "--volume", bad},
+      {"record", "show", "users", name},
+      {"record", "put", "users", name, "--remove", "Comment"},
+      {"record", "delete", "users", "joe", "--node", name},
+      {"record", "show", "users", "joe", "--node", name},
+      {"command", name},
+      {"request", name, name},
+      {"help", name},
+      {"share", name},
+      {name}};
+  for (const std::vector<std::string>& words : commands) {
+    const EndedProgram ended = keelhouse(words);
+    EXPECT_NE(ended.status, 0) << ::testing::PrintToString(words);
+    EXPECT_THAT(ended.error + "\n" + ended.output, Not(HasSubstr("\nRun:")))
+        << ::testing::PrintToString(words);
+  }
+  // Lines of keelhouse's own stay lines.
+  EXPECT_EQ(
+      keelhouse({"share", "show", bad}).error,
+      "keelhouse: /nonexistent/ev\\x0ARun: keelhouse acl clear  is not shared\nShare it with: "
+      "keelhouse share add PATH\n");
+}
+
 }  // namespace
 }  // namespace paddock::testing

@@ -55,7 +55,7 @@ TEST_F(Keelhouse, ReportsANameThatAnotherShareHas) {
   ASSERT_EQ(keelhouse({"share", "add", second}).status, 0);
   const auto renamed = keelhouse({"share", "set", second, "--name", "a"});
   EXPECT_EQ(renamed.status, 1);
-  EXPECT_THAT(renamed.error, HasSubstr("(CANNOT_SAVE_SHARE_POINT_ERR, 100076)\n  error: "));
+  EXPECT_THAT(renamed.error, HasSubstr("\"a\" is taken by the share " + first + " (name)\n"));
 }
 
 TEST_F(Keelhouse, SendsBackWhatItReads) {
@@ -141,12 +141,21 @@ TEST_F(Keelhouse, TellsWhichConfigurationIsNotInForce) {
 }
 
 TEST_F(Keelhouse, PrintsWhatTheDaemonLoggedOfItsOwnFailedRequest) {
-  ASSERT_EQ(keelhouse({"share", "add", makeFolder("a")}).status, 0);
+  // A record that no list of the shares has, since it is of no folder.
+  ASSERT_EQ(keelhouse({"record", "put", "sharepoints", "a"}).status, 0);
   ASSERT_EQ(keelhouse({"share", "add", makeFolder("c")}).status, 0);
   const auto refused = keelhouse({"share", "set", folder_.path("c"), "--name", "a"});
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.error, ContainsRegex("^keelhouse: [^\n]*\\([A-Z_]+, [0-9]+\\)\n  error: "));
   EXPECT_THAT(refused.error, HasSubstr("path " + folder_.path("c") + " was not saved: "));
+  EXPECT_THAT(refused.error, HasSubstr("\nNothing was changed.\n"));
+  // Of several changes those that are made are said.
+  const auto partly =
+      keelhouse({"share", "set", folder_.path("c"), "--name", "a", "--nfs", "192.0.2.1(ro)"});
+  EXPECT_EQ(partly.status, 1);
+  EXPECT_THAT(partly.error,
+              HasSubstr("nevertheless: --nfs '192.0.2.1(ro)'\nThis is not: --name a"));
+  EXPECT_THAT(tree_.read("/etc/exports"), HasSubstr(folder_.path("c") + " 192.0.2.1(ro)\n"));
   // Nothing beneath what it refuses by itself.
   EXPECT_THAT(keelhouse({"share", "show", folder_.path("b")}).error, Not(HasSubstr("  error: ")));
 }
