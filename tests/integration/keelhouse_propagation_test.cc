@@ -193,7 +193,7 @@ TEST_F(KeelhousePropagation, WhatCannotBeSetIsNamedAndTheRestIsDone) {
 }
 
 TEST_F(KeelhousePropagation, AStoppedRunIsFinishedByTheNext) {
-  constexpr int kFiles = 5000;
+  constexpr int kFiles = 20000;  // which take much longer than a start of keelhouse
   for (int number = 0; number < kFiles; ++number) {
     writeWholeFile(shared_ + "/inner/" + std::to_string(number), "");
   }
