@@ -15,7 +15,7 @@
 #include "base/guid.h"
 #include "platform/acl_list.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
 #include "platform/services.h"
 #include "privileges/get_acl.h"
 

@@ -11,7 +11,7 @@
 
 #include "base/text.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 
 #include "exports/nfs_export_parser.h"
 #include "exports/nfs_export_record.h"
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
 
 namespace {

@@ -13,9 +13,9 @@
 
 #include "kept_connection.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/ldap_node.h"
-#include "platform/linux/ldap_record_format.h"
-#include "platform/linux/ldap_text.h"
+#include "platform/linux/ldap/ldap_node.h"
+#include "platform/linux/ldap/ldap_record_format.h"
+#include "platform/linux/ldap/ldap_text.h"
 
 namespace {
 

@@ -18,10 +18,10 @@
 #include <vector>
 
 #include "kept_connection.h"
-#include "platform/linux/file_privileges.h"
-#include "platform/linux/ldap_text.h"
-#include "platform/linux/linux_directory.h"
-#include "platform/linux/linux_membership.h"
+#include "platform/linux/accounts/linux_membership.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/ldap/ldap_text.h"
+#include "platform/linux/privileges/file_privileges.h"
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "privileges/get_acl.h"

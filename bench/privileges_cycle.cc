@@ -17,9 +17,9 @@
 #include <vector>
 
 #include "base/computed_guid.h"
-#include "platform/linux/file_privileges.h"
-#include "platform/linux/linux_directory.h"
-#include "platform/linux/linux_membership.h"
+#include "platform/linux/accounts/linux_membership.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/privileges/file_privileges.h"
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "privileges/file_privs.h"

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/accounts.h"
-#include "platform/linux/linux_volume_info.h"
+#include "platform/linux/files/linux_volume_info.h"
 #include "platform/services.h"
 #include "volumes/quota_listing.h"
 

@@ -3,6 +3,9 @@
 # "layering" reads every #include against this same table. There is no allow-list.
 #
 #   layer | folder | may use
+#
+# A file belongs to the layer with the longest folder that it lies below. NAME_* stands for the layers whose names
+# begin with NAME_.
 
 set(PADDOCK_LAYERS
   "base            | src/base             |"
@@ -18,18 +21,29 @@ set(PADDOCK_LAYERS
   "wire            | src/wire             | base"
   "hostlib         | src/hostlib          | api base"
   "openapi         | src/openapi          | wire api base"
-  "platform_linux  | src/platform/linux   | platform base"
+  "linux_process   | src/platform/linux/process    | platform base"
+  "linux_files     | src/platform/linux/files      | platform base"
+  "linux_quotas    | src/platform/linux/quotas     | linux_files platform base"
+  "linux_dnssd     | src/platform/linux/dnssd      | linux_process platform base"
+  "linux_database  | src/platform/linux/database   | linux_process platform base"
+  "linux_accounts  | src/platform/linux/accounts   | linux_database linux_files linux_process platform base"
+  "linux_acl       | src/platform/linux/acl        | linux_accounts linux_database linux_process platform base"
+  "linux_privileges| src/platform/linux/privileges | linux_acl linux_accounts linux_files linux_process platform base"
+  "linux_ldap      | src/platform/linux/ldap       | linux_accounts linux_files linux_process platform base"
+  "linux_directory | src/platform/linux/directory  | linux_ldap linux_accounts linux_database linux_files linux_process platform base"
+  "platform_linux  | src/platform/linux   | linux_* platform base"
   "platform_host   | src/platform/host    | hostlib platform api base"
   "platform_testing| src/platform/testing | platform base"
-  "module          | src/module           | handler store exports privileges volumes platform_linux platform_host hostlib wire platform api base"
+  "module          | src/module           | handler store exports privileges volumes platform_linux linux_* platform_host hostlib wire platform api base"
   "daemon          | src/daemon           | configuration openapi wire hostlib api base"
-  "plugins         | plugins              | store exports samba hostlib platform_linux platform_host platform api base"
+  "plugins         | plugins              | store exports samba hostlib platform_linux linux_* platform_host platform api base"
   "apps_paddockd   | apps/paddockd        | daemon base"
-  "apps_keelhouse  | apps/keelhouse       | samba wire base"
-  "apps_quotascan  | apps/quotascan       | volumes platform_linux platform base"
-  "apps_copyprivs  | apps/copyprivs       | privileges platform_linux configuration wire platform api base"
-  "apps_effectiveprivs | apps/effectiveprivs | exports samba privileges platform_linux configuration wire platform api base"
-  "apps_synchronize_shares | apps/synchronize-shares | store platform_linux configuration platform samba api base"
+  "keelhouse_core  | apps/keelhouse/core  | samba wire base"
+  "apps_keelhouse  | apps/keelhouse       | keelhouse_core samba wire base"
+  "apps_quotascan  | apps/quotascan       | volumes platform_linux linux_* platform base"
+  "apps_copyprivs  | apps/copyprivs       | privileges platform_linux linux_* configuration wire platform api base"
+  "apps_effectiveprivs | apps/effectiveprivs | exports samba privileges platform_linux linux_* configuration wire platform api base"
+  "apps_synchronize_shares | apps/synchronize-shares | store platform_linux linux_* configuration platform samba api base"
 )
 
 # Layers whose code includes the standard library, POSIX and this project, nothing else.
@@ -43,26 +57,38 @@ foreach(row IN LISTS PADDOCK_LAYERS)
   string(STRIP "${layer}" layer)
   string(STRIP "${folder}" folder)
   string(STRIP "${uses}" uses)
-  string(REPLACE " " ";" uses "${uses}")
+  string(REPLACE "*" "[a-z_]*" uses "${uses}")
+  string(REPLACE " " "|" uses "${uses}")
   set(PADDOCK_FOLDER_${layer} "${folder}")
-  set(PADDOCK_MAY_USE_${layer} "${uses}")
+  set(PADDOCK_MAY_USE_${layer} "^(${uses})$")
 endforeach()
 
 # Fails unless `layer` may use each of the layers behind it.
 function(paddock_check_edges layer)
   foreach(used IN LISTS ARGN)
-    if(NOT used IN_LIST PADDOCK_MAY_USE_${layer})
+    if(NOT used MATCHES "${PADDOCK_MAY_USE_${layer}}")
       message(FATAL_ERROR "layer ${layer} may not use ${used} (cmake/layers.cmake)")
     endif()
   endforeach()
 endfunction()
 
-# paddock_layer(LAYER [SHARED] [USES layers...] [LIBRARIES third-party targets...])
-# makes the library paddock_LAYER of every .cc of the current folder but the tests and main.cc.
+# The files of the current folder, and of the folders below it that are named, that match the pattern.
+function(paddock_files result pattern)
+  set(patterns ${CMAKE_CURRENT_SOURCE_DIR}/${pattern})
+  foreach(folder IN LISTS ARGN)
+    list(APPEND patterns ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/${pattern})
+  endforeach()
+  file(GLOB found CONFIGURE_DEPENDS ${patterns})
+  set(${result} "${found}" PARENT_SCOPE)
+endfunction()
+
+# paddock_layer(LAYER [SHARED] [FOLDERS folders...] [USES layers...] [LIBRARIES third-party targets...])
+# makes the library paddock_LAYER of every .cc but the tests and main.cc of the current folder and of the
+# FOLDERS below it.
 function(paddock_layer layer)
-  cmake_parse_arguments(arg "SHARED" "" "USES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "SHARED" "" "FOLDERS;USES;LIBRARIES" ${ARGN})
   paddock_check_edges(${layer} ${arg_USES})
-  file(GLOB arg_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  paddock_files(arg_SOURCES *.cc ${arg_FOLDERS})
   list(FILTER arg_SOURCES EXCLUDE REGEX "(_test|/main)\\.cc$")
   if(arg_SHARED)
     add_library(paddock_${layer} SHARED ${arg_SOURCES})
@@ -82,11 +108,11 @@ function(paddock_layer layer)
   target_link_libraries(paddock_${layer} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
-# paddock_test(NAME [SOURCES ...] LINKS targets... [TIMEOUT s] [ENVIRONMENT ...]) makes a GoogleTest
-# program of the sources (every *_test.cc of the current folder when none are named), whose tests
-# run under ctest as NAME/SUITE.TEST. Tests may use any layer.
+# paddock_test(NAME [SOURCES ...] [FOLDERS ...] LINKS targets... [TIMEOUT s] [ENVIRONMENT ...]) makes a
+# GoogleTest program of the sources (every *_test.cc of the current folder and the FOLDERS below it when none are
+# named), whose tests run under ctest as NAME/SUITE.TEST. Tests may use any layer.
 function(paddock_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LINKS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;FOLDERS;LINKS;ENVIRONMENT" ${ARGN})
   if(NOT BUILD_TESTING)
     return()
   endif()
@@ -94,7 +120,7 @@ function(paddock_test name)
     set(arg_TIMEOUT 120)
   endif()
   if(NOT arg_SOURCES)
-    file(GLOB arg_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cc)
+    paddock_files(arg_SOURCES *_test.cc ${arg_FOLDERS})
   endif()
   # Nothing is advertised on the network of this machine.
   list(APPEND arg_ENVIRONMENT "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/bus")

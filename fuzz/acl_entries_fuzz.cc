@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "keelhouse/acl_words.h"
-#include "keelhouse/failure.h"
-#include "keelhouse/typed_entry.h"
+#include "keelhouse/access/acl_words.h"
+#include "keelhouse/access/typed_entry.h"
+#include "keelhouse/core/failure.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "platform/linux/nt_acl.h"
+#include "platform/linux/acl/nt_acl.h"
 
 // What decodes is written again, and that decodes to the same.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

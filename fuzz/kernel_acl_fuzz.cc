@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "keelhouse/kernel_acl.h"
+#include "keelhouse/access/kernel_acl.h"
 
 namespace {
 

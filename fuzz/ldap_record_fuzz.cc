@@ -5,7 +5,7 @@
 
 #include "base/text.h"
 #include "platform/directory.h"
-#include "platform/linux/ldap_record_format.h"
+#include "platform/linux/ldap/ldap_record_format.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
 
 // What can be read is written as a value that reads as the same list once its ids are sorted.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

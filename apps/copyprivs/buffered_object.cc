@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "platform/linux/file_mode.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/privileges/file_mode.h"
 
 namespace paddock::copyprivs {
 

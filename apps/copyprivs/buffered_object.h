@@ -6,9 +6,9 @@
 #include <string_view>
 
 #include "copyprivs/object_state.h"
-#include "platform/linux/file_acls.h"
-#include "platform/linux/file_object.h"
-#include "platform/linux/stored_acl.h"
+#include "platform/linux/files/file_object.h"
+#include "platform/linux/privileges/file_acls.h"
+#include "platform/linux/privileges/stored_acl.h"
 #include "platform/privileged_object.h"
 
 namespace paddock::copyprivs {

@@ -8,9 +8,9 @@
 #include <memory>
 #include <random>
 
-#include "platform/linux/linux_acl.h"
-#include "platform/linux/linux_privileged_objects.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/privileges/linux_acl.h"
+#include "platform/linux/privileges/linux_privileged_objects.h"
 #include "platform/services.h"
 #include "platform/testing/recording_logger.h"
 #include "privileges/acl_manipulation.h"

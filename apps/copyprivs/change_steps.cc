@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/linux/file_mode.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/privileges/file_mode.h"
 
 namespace paddock::copyprivs {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "copyprivs/object_state.h"
-#include "platform/linux/xattr_changes.h"
+#include "platform/linux/files/xattr_changes.h"
 
 namespace paddock::copyprivs {
 

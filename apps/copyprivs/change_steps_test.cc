@@ -6,8 +6,8 @@
 #include <random>
 #include <set>
 
-#include "platform/linux/file_mode.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/privileges/file_mode.h"
 
 namespace paddock::copyprivs {
 namespace {

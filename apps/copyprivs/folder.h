@@ -8,7 +8,7 @@
 #include <string>
 
 #include "copyprivs/levels.h"
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 
 namespace paddock::copyprivs {
 

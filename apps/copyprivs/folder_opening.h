@@ -3,7 +3,7 @@
 
 #include "base/file_descriptor.h"
 #include "copyprivs/folder.h"
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 
 namespace paddock::copyprivs {
 

@@ -9,7 +9,7 @@
 #include <set>
 
 #include "copyprivs/folder_opening.h"
-#include "platform/linux/folder_entries.h"
+#include "platform/linux/files/folder_entries.h"
 #include "support/open_descriptors.h"
 #include "support/temporary_folder.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "copyprivs/object_state.h"
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 
 namespace paddock::copyprivs {
 

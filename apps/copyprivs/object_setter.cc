@@ -10,9 +10,9 @@
 
 #include "base/system_call.h"
 #include "copyprivs/named_objects.h"
-#include "platform/linux/file_object.h"
-#include "platform/linux/posix_acl.h"
-#include "platform/linux/xattr_changes.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/files/file_object.h"
+#include "platform/linux/files/xattr_changes.h"
 
 namespace paddock::copyprivs {
 

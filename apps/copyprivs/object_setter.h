@@ -5,7 +5,7 @@
 
 #include "copyprivs/object_state.h"
 #include "copyprivs/planner.h"
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 
 namespace paddock::copyprivs {
 

@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/linux/file_mode.h"
-#include "platform/linux/mode_tail.h"
+#include "platform/linux/privileges/file_mode.h"
+#include "platform/linux/privileges/mode_tail.h"
 
 namespace paddock::copyprivs {
 

@@ -13,7 +13,7 @@
 #include "copyprivs/change_steps.h"
 #include "copyprivs/levels.h"
 #include "copyprivs/object_state.h"
-#include "platform/linux/file_privileges.h"
+#include "platform/linux/privileges/file_privileges.h"
 
 namespace paddock::copyprivs {
 

@@ -9,7 +9,7 @@
 
 #include "base/system_call.h"
 #include "copyprivs/folder_opening.h"
-#include "platform/linux/linux_privileged_objects.h"
+#include "platform/linux/privileges/linux_privileged_objects.h"
 #include "platform/services.h"
 
 namespace paddock::copyprivs {

@@ -6,7 +6,7 @@
 
 #include "copyprivs/object_setter.h"
 #include "copyprivs/tree_walk.h"
-#include "platform/linux/file_acls.h"
+#include "platform/linux/privileges/file_acls.h"
 
 namespace paddock::copyprivs {
 

@@ -16,7 +16,7 @@
 #include "copyprivs/object_setter.h"
 #include "copyprivs/own_descriptors.h"
 #include "copyprivs/run_report.h"
-#include "platform/linux/folder_entries.h"
+#include "platform/linux/files/folder_entries.h"
 
 namespace paddock::copyprivs {
 

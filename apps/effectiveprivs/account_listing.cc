@@ -6,9 +6,9 @@
 #include "base/computed_guid.h"
 #include "base/text.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/account_answers.h"
-#include "platform/linux/case_fold.h"
-#include "platform/linux/nss.h"
+#include "platform/linux/accounts/account_answers.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/search_node.h"
 
 namespace paddock::effectiveprivs {

@@ -8,8 +8,8 @@
 
 #include "base/computed_guid.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/case_fold.h"
-#include "platform/linux/directory_group_membership.h"
+#include "platform/linux/accounts/directory_group_membership.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/testing/in_memory_directory.h"
 
 namespace paddock::effectiveprivs {

@@ -27,7 +27,7 @@
 #include "effectiveprivs/identity.h"
 #include "effectiveprivs/rule.h"
 #include "platform/acl.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
 
 namespace paddock::effectiveprivs {
 

@@ -6,7 +6,7 @@
 #include "configuration/configuration.h"
 #include "effectiveprivs/failure.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/account_answers.h"
+#include "platform/linux/accounts/account_answers.h"
 #include "platform/linux/configured_options.h"
 
 namespace paddock::effectiveprivs {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/acl.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
 
 namespace paddock::effectiveprivs {
 

@@ -4,13 +4,13 @@
 #include <utility>
 
 #include "effectiveprivs/failure.h"
-#include "platform/linux/access_mask.h"
-#include "platform/linux/file_mode.h"
-#include "platform/linux/nss.h"
-#include "platform/linux/sid_forms.h"
-#include "platform/linux/sid_text.h"
-#include "platform/linux/stored_acl.h"
-#include "platform/linux/well_known_sids.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/acl/access_mask.h"
+#include "platform/linux/acl/sid_forms.h"
+#include "platform/linux/acl/sid_text.h"
+#include "platform/linux/acl/well_known_sids.h"
+#include "platform/linux/privileges/file_mode.h"
+#include "platform/linux/privileges/stored_acl.h"
 
 namespace paddock::effectiveprivs {
 

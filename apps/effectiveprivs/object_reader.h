@@ -6,9 +6,9 @@
 #include "effectiveprivs/evaluation.h"
 #include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/pinned_object.h"
-#include "platform/linux/nt_acl.h"
-#include "platform/linux/principal_sids.h"
-#include "platform/linux/samba_accounts.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/acl/principal_sids.h"
+#include "platform/linux/acl/samba_accounts.h"
 #include "samba/kernel_acl_hash.h"
 
 namespace paddock::effectiveprivs {

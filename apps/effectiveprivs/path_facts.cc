@@ -17,7 +17,7 @@
 #include "base/system_call.h"
 #include "effectiveprivs/failure.h"
 #include "effectiveprivs/names.h"
-#include "platform/linux/file_object.h"
+#include "platform/linux/files/file_object.h"
 
 namespace paddock::effectiveprivs {
 

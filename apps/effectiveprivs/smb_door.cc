@@ -12,8 +12,8 @@
 #include <system_error>
 
 #include "base/text.h"
-#include "platform/linux/bounded_program.h"
-#include "platform/linux/nss.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/process/bounded_program.h"
 
 namespace paddock::effectiveprivs {
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "effectiveprivs/path_facts.h"
-#include "platform/linux/samba_accounts.h"
+#include "platform/linux/acl/samba_accounts.h"
 
 namespace paddock::effectiveprivs {
 

@@ -4,7 +4,7 @@
 
 #include "effectiveprivs/judged_objects.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_directory.h"
 #include "wire/json.h"

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "keelhouse/host_accounts.h"
-#include "keelhouse/options.h"
-#include "keelhouse/terminal_text.h"
+#include "keelhouse/core/host_accounts.h"
+#include "keelhouse/core/options.h"
+#include "keelhouse/core/terminal_text.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "keelhouse/failure.h"
-#include "keelhouse/session.h"
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
 

@@ -13,12 +13,12 @@
 
 #include "base/installed_root.h"
 #include "base/printable.h"
-#include "keelhouse/foreign_line_breaks.h"
-#include "keelhouse/options.h"
-#include "keelhouse/request_log.h"
-#include "keelhouse/socket_path.h"
+#include "keelhouse/core/foreign_line_breaks.h"
+#include "keelhouse/core/options.h"
+#include "keelhouse/core/request_log.h"
+#include "keelhouse/core/socket_path.h"
+#include "keelhouse/core/terminal_text.h"
 #include "keelhouse/status_command.h"
-#include "keelhouse/terminal_text.h"
 #include "keelhouse/unknown_words.h"
 
 namespace paddock::keelhouse {

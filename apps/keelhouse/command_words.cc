@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "keelhouse/failure.h"
+#include "keelhouse/core/failure.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

@@ -5,7 +5,7 @@
 
 #include <limits>
 
-#include "keelhouse/failure.h"
+#include "keelhouse/core/failure.h"
 
 namespace paddock::keelhouse {
 namespace {

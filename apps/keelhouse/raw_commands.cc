@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include "keelhouse/command_words.h"
-#include "keelhouse/input.h"
+#include "keelhouse/core/input.h"
+#include "keelhouse/core/reply_status.h"
 #include "keelhouse/reply_leaves.h"
-#include "keelhouse/reply_status.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "keelhouse/failure.h"
-#include "keelhouse/session.h"
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
 

@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "keelhouse/options.h"
+#include "keelhouse/core/options.h"
 #include "keelhouse/raw_commands.h"
 
 namespace paddock::keelhouse {

@@ -1,6 +1,6 @@
 #include "keelhouse/reply_leaves.h"
 
-#include "keelhouse/terminal_text.h"
+#include "keelhouse/core/terminal_text.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

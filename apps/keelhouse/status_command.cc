@@ -6,13 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include "keelhouse/node_list.h"
-#include "keelhouse/pushed_parts.h"
-#include "keelhouse/run_status_file.h"
-#include "keelhouse/run_text.h"
-#include "keelhouse/running_runs.h"
-#include "keelhouse/served_states.h"
-#include "keelhouse/terminal_text.h"
+#include "keelhouse/core/terminal_text.h"
+#include "keelhouse/directory/node_list.h"
+#include "keelhouse/propagate/pushed_parts.h"
+#include "keelhouse/propagate/run_status_file.h"
+#include "keelhouse/propagate/run_text.h"
+#include "keelhouse/propagate/running_runs.h"
+#include "keelhouse/share/served_states.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

@@ -1,8 +1,8 @@
 // `keelhouse status`.
 #pragma once
 
-#include "keelhouse/failure.h"
-#include "keelhouse/session.h"
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
 

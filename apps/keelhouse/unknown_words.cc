@@ -2,8 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "keelhouse/failure.h"
-#include "keelhouse/nearest_word.h"
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/nearest_word.h"
 
 namespace paddock::keelhouse {
 

@@ -9,7 +9,7 @@
 
 #include "base/file_descriptor.h"
 #include "base/name_list.h"
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 
 namespace paddock::quotascan {
 

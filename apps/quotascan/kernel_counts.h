@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/kernel_quota.h"
+#include "platform/linux/quotas/kernel_quota.h"
 #include "quotascan/quota_table.h"
 #include "volumes/quota_file_format.h"
 

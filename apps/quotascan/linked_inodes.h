@@ -5,7 +5,7 @@
 #include <map>
 #include <mutex>
 
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 #include "quotascan/number_set.h"
 
 namespace paddock::quotascan {

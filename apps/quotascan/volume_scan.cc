@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "base/system_call.h"
-#include "platform/linux/object_status.h"
+#include "platform/linux/privileges/object_status.h"
 #include "quotascan/failure.h"
 #include "quotascan/kernel_counts.h"
 #include "quotascan/replacement.h"

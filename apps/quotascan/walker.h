@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/work_queue.h"
-#include "platform/linux/folder_entries.h"
+#include "platform/linux/files/folder_entries.h"
 #include "quotascan/folder_stack.h"
 #include "quotascan/linked_inodes.h"
 #include "quotascan/usage.h"

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
 

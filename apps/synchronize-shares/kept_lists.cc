@@ -14,10 +14,10 @@
 
 #include "base/file_descriptor.h"
 #include "base/system_call.h"
-#include "platform/linux/file_object.h"
-#include "platform/linux/folder_entries.h"
-#include "platform/linux/nt_acl.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/files/file_object.h"
+#include "platform/linux/files/folder_entries.h"
 #include "samba/kernel_acl_hash.h"
 
 namespace paddock::synchronizer {

@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "platform/linux/nt_acl.h"
+#include "platform/linux/acl/nt_acl.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::synchronizer {

@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "base/file_descriptor.h"
-#include "platform/linux/file_object.h"
-#include "platform/linux/folder_entries.h"
-#include "platform/linux/mode_tail.h"
-#include "platform/linux/nt_acl.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/files/file_object.h"
+#include "platform/linux/files/folder_entries.h"
+#include "platform/linux/privileges/mode_tail.h"
 
 namespace paddock::synchronizer {
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "platform/linux/mode_tail.h"
-#include "platform/linux/nt_acl.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/privileges/mode_tail.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::synchronizer {

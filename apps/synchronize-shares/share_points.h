@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
 #include "samba/smb_options.h"
 
 namespace paddock::synchronizer {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/system_call.h"
-#include "platform/linux/bounded_program.h"
+#include "platform/linux/process/bounded_program.h"
 
 namespace paddock::synchronizer {
 

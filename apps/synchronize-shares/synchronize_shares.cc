@@ -11,7 +11,7 @@
 #include "base/printable.h"
 #include "configuration/configuration.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "samba/smb_check.h"
 #include "synchronize-shares/include_file.h"
 #include "synchronize-shares/kept_lists.h"

@@ -14,9 +14,9 @@
 #include "paddock_denials/strict_lists.h"
 #include "platform/directory.h"
 #include "platform/host/host_services.h"
+#include "platform/linux/accounts/linux_accounts.h"
+#include "platform/linux/accounts/linux_membership.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/linux_accounts.h"
-#include "platform/linux/linux_membership.h"
 #include "platform/logger.h"
 
 namespace paddock {

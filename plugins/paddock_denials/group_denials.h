@@ -11,7 +11,7 @@
 
 #include "base/principal.h"
 #include "platform/acl.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/acl/posix_acl.h"
 
 namespace paddock {
 

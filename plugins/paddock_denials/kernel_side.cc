@@ -7,9 +7,9 @@
 
 #include "base/system_call.h"
 #include "platform/directory.h"
-#include "platform/linux/file_mode.h"
-#include "platform/linux/nss.h"
-#include "platform/linux/user_groups.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/accounts/user_groups.h"
+#include "platform/linux/privileges/file_mode.h"
 
 namespace paddock {
 

@@ -5,8 +5,8 @@
 
 #include "base/guid.h"
 #include "base/status.h"
-#include "platform/linux/sid_forms.h"
-#include "platform/linux/well_known_sids.h"
+#include "platform/linux/acl/sid_forms.h"
+#include "platform/linux/acl/well_known_sids.h"
 
 namespace paddock {
 

@@ -11,7 +11,7 @@
 #include "paddock_directory/node_operations.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/linux_clock.h"
+#include "platform/linux/process/linux_clock.h"
 
 namespace paddock {
 

@@ -8,8 +8,8 @@
 
 #include "paddock/plugin_request_handler.h"
 #include "platform/host/host_services.h"
-#include "platform/linux/linux_clock.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/process/linux_clock.h"
 
 namespace paddock {
 

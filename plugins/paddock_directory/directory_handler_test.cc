@@ -12,7 +12,7 @@
 #include "paddock/request_conditions.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/testing/fault_plan.h"
 #include "platform/testing/faulty_directory.h"
 #include "platform/testing/in_memory_directory.h"

@@ -14,7 +14,7 @@
 #include "paddock/unanswered_nodes.h"
 #include "paddock_directory/replies.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/ldap_node.h"
+#include "platform/linux/ldap/ldap_node.h"
 
 namespace paddock::nodes {
 

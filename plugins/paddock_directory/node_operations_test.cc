@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "paddock/unanswered_nodes.h"
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/fault_plan.h"
 #include "platform/testing/faulty_directory.h"

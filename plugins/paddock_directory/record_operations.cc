@@ -11,7 +11,7 @@
 #include "paddock_directory/replies.h"
 #include "platform/directory_schema.h"
 #include "platform/directory_values.h"
-#include "platform/linux/local_node.h"
+#include "platform/linux/directory/local_node.h"
 #include "platform/search_node.h"
 
 namespace paddock::records {

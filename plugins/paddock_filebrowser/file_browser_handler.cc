@@ -9,7 +9,7 @@
 #include "paddock/sys_logger.h"
 #include "paddock_filebrowser/mount_record.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
 
 namespace paddock {
 

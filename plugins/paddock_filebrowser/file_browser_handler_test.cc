@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "platform/directory_schema.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
 #include "support/plugin_host.h"
 
 namespace paddock {

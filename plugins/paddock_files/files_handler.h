@@ -30,7 +30,7 @@
 #include <vector>
 
 #include "paddock/plugin_request_handler.h"
-#include "platform/linux/file_object.h"
+#include "platform/linux/files/file_object.h"
 
 namespace paddock {
 

@@ -14,10 +14,10 @@
 
 #include "base/computed_guid.h"
 #include "base/status.h"
+#include "platform/linux/accounts/linux_membership.h"
+#include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/file_object.h"
-#include "platform/linux/linux_membership.h"
-#include "platform/linux/posix_acl.h"
+#include "platform/linux/files/file_object.h"
 #include "support/nt_acl_samples.h"
 #include "support/plugin_host.h"
 #include "support/temporary_folder.h"

@@ -6,12 +6,12 @@
 #include "paddock/host.h"
 #include "paddock_quotas/refused_switch.h"
 #include "platform/host/host_services.h"
+#include "platform/linux/accounts/linux_accounts.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/kernel_quota_control.h"
-#include "platform/linux/kernel_quota_records.h"
-#include "platform/linux/linux_accounts.h"
-#include "platform/linux/linux_clock.h"
-#include "platform/linux/linux_volume_info.h"
+#include "platform/linux/files/linux_volume_info.h"
+#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/quotas/kernel_quota_control.h"
+#include "platform/linux/quotas/kernel_quota_records.h"
 
 namespace paddock {
 

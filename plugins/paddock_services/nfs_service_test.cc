@@ -9,7 +9,7 @@
 #include <filesystem>
 
 #include "paddock/run_program.h"
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"

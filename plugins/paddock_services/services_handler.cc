@@ -23,8 +23,8 @@
 #include "paddock_services/share_check.h"
 #include "paddock_services/share_points.h"
 #include "paddock_services/smb_service.h"
-#include "platform/linux/advertised_services.h"
 #include "platform/linux/configured_options.h"
+#include "platform/linux/dnssd/advertised_services.h"
 
 namespace paddock {
 

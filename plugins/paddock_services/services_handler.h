@@ -28,8 +28,8 @@
 #include "paddock/plugin_request_handler.h"
 #include "paddock_services/protocol_state.h"
 #include "platform/host/host_services.h"
-#include "platform/linux/linux_directory.h"
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
 
 namespace paddock {

@@ -6,7 +6,7 @@
 
 #include "base/printable.h"
 #include "paddock_services/nfs_service.h"
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "samba/samba_text.h"
 
 namespace paddock {

@@ -1,6 +1,6 @@
 #include "paddock_services/share_points.h"
 
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "store/schema.h"
 
 namespace paddock {

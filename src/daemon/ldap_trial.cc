@@ -5,8 +5,8 @@
 #include <string>
 
 #include "base/printable.h"
-#include "daemon/daemon_host.h"
-#include "daemon/module_loader.h"
+#include "daemon/plugins/daemon_host.h"
+#include "daemon/plugins/module_loader.h"
 
 namespace paddock {
 namespace {

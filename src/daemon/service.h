@@ -3,11 +3,11 @@
 
 #include <chrono>
 
-#include "daemon/audit_log.h"
-#include "daemon/audit_subject.h"
-#include "daemon/plugin_registry.h"
-#include "daemon/request_id.h"
-#include "daemon/request_log.h"
+#include "daemon/audit/audit_log.h"
+#include "daemon/audit/audit_subject.h"
+#include "daemon/audit/request_log.h"
+#include "daemon/http/request_id.h"
+#include "daemon/plugins/plugin_registry.h"
 #include "daemon/running_configuration.h"
 
 namespace paddock {

@@ -8,7 +8,7 @@
 #include "exports/shared_exports_parser.h"
 #include "platform/logger.h"
 #include "platform/services.h"
-#include "store/backup_advertisement.h"
+#include "store/backup/backup_advertisement.h"
 #include "store/exception_text.h"
 
 namespace paddock {

@@ -3,7 +3,7 @@
 #include "exports/shared_exports_parser.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
-#include "store/backup_marker.h"
+#include "store/backup/backup_marker.h"
 #include "store/directory_access.h"
 #include "store/schema.h"
 #include "store/service_synchronisation.h"

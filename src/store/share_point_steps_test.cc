@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/backup_group.h"
+#include "store/backup/backup_group.h"
 #include "store/schema.h"
 #include "support/share_point_update_fixture.h"
 

@@ -1,6 +1,6 @@
 // Sources of the name service switch, asked through a module of the test's own and through one of
 // Debian's.
-#include "platform/linux/nss_sources.h"
+#include "platform/linux/accounts/nss_sources.h"
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>

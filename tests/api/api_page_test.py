@@ -132,7 +132,7 @@ class ApiPage(unittest.TestCase):
         expected = {"/v1/%s/%s" % (plugin["name"], operation) for plugin in self.world.get("/v1/plugins")["plugins"]
                     for operation in plugin["operations"]}
         self.assertEqual({path for path, method, _ in operations(self.told) if method == "post"}, expected)
-        endpoints = set(re.findall(r'Endpoint\{"([^"]+)"', text_of(project_path("src/daemon/route.h"))))
+        endpoints = set(re.findall(r'Endpoint\{"([^"]+)"', text_of(project_path("src/daemon/http/route.h"))))
         self.assertEqual({path for path, method, _ in operations(self.told) if method == "get"}, endpoints)
         self.assertGreater(len(endpoints), 3)
         bundles = glob.glob(os.path.join(BUILD, "bundles/*.bundle"))
@@ -181,7 +181,7 @@ class ApiPage(unittest.TestCase):
             schemas.append(schema_of(operation.get("requestBody", operation["responses"]["200"])))
         described = set(re.findall(r'"(\w+)": \{', json.dumps(schemas)))
         answered = set()
-        for pattern in ("plugins/*/*.cc", "src/daemon/exchange.cc", "src/daemon/audit_log.cc"):
+        for pattern in ("plugins/*/*.cc", "src/daemon/http/exchange.cc", "src/daemon/audit/audit_log.cc"):
             for text in sources(pattern):
                 answered.update(ANSWERED.findall(text))
         for pattern in SHARING_KEYS:

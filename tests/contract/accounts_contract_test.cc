@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "directory_subject.h"
-#include "platform/linux/linux_accounts.h"
+#include "platform/linux/accounts/linux_accounts.h"
 #include "platform/testing/in_memory_accounts.h"
 
 namespace paddock::contract {

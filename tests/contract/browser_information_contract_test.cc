@@ -7,7 +7,7 @@
 #include <memory>
 #include <numeric>
 
-#include "platform/linux/linux_browser_information.h"
+#include "platform/linux/process/linux_browser_information.h"
 #include "platform/testing/fake_browser_information.h"
 #include "support/temporary_folder.h"
 

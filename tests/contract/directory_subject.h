@@ -9,9 +9,9 @@
 
 #include "platform/directory.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/case_fold.h"
-#include "platform/linux/ldap_node.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/ldap/ldap_node.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/search_node.h"
 #include "platform/testing/in_memory_directory.h"
 #include "support/slapd_server.h"

@@ -9,7 +9,7 @@
 
 #include "base/computed_guid.h"
 #include "directory_subject.h"
-#include "platform/linux/directory_group_membership.h"
+#include "platform/linux/accounts/directory_group_membership.h"
 #include "platform/testing/in_memory_group_membership.h"
 
 namespace paddock::contract {

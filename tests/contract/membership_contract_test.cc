@@ -5,7 +5,7 @@
 
 #include "base/computed_guid.h"
 #include "directory_subject.h"
-#include "platform/linux/linux_membership.h"
+#include "platform/linux/accounts/linux_membership.h"
 #include "platform/testing/in_memory_membership.h"
 
 namespace paddock::contract {

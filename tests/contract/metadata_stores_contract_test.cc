@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "platform/linux/linux_metadata_stores.h"
+#include "platform/linux/directory/linux_metadata_stores.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/in_memory_metadata_stores.h"
 #include "support/temporary_folder.h"

@@ -10,8 +10,8 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/linux/avahi_net_services.h"
-#include "platform/linux/silent_net_services.h"
+#include "platform/linux/dnssd/avahi_net_services.h"
+#include "platform/linux/dnssd/silent_net_services.h"
 #include "platform/testing/recording_net_services.h"
 
 namespace paddock::contract {

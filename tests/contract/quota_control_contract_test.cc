@@ -7,9 +7,9 @@
 #include <functional>
 #include <memory>
 
-#include "platform/linux/accounting_quota_control.h"
-#include "platform/linux/kernel_quota_control.h"
-#include "platform/linux/linux_volume_info.h"
+#include "platform/linux/files/linux_volume_info.h"
+#include "platform/linux/quotas/accounting_quota_control.h"
+#include "platform/linux/quotas/kernel_quota_control.h"
 #include "platform/testing/fake_quota_control.h"
 #include "platform/testing/fake_volume_info.h"
 #include "support/temporary_folder.h"

@@ -7,8 +7,8 @@
 #include <functional>
 #include <memory>
 
-#include "platform/linux/kernel_quota_records.h"
-#include "platform/linux/linux_volume_info.h"
+#include "platform/linux/files/linux_volume_info.h"
+#include "platform/linux/quotas/kernel_quota_records.h"
 #include "platform/testing/fake_quota_records.h"
 #include "platform/testing/fake_volume_info.h"
 #include "support/temporary_folder.h"

@@ -5,10 +5,10 @@
 #include <memory>
 #include <set>
 
-#include "platform/linux/linux_clock.h"
-#include "platform/linux/linux_host_name.h"
-#include "platform/linux/linux_shared_file_list.h"
-#include "platform/linux/linux_uuid_source.h"
+#include "platform/linux/directory/linux_shared_file_list.h"
+#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/process/linux_host_name.h"
+#include "platform/linux/process/linux_uuid_source.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/fake_host_name.h"
 #include "platform/testing/fake_uuid_source.h"

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "platform/linux/linux_status_files.h"
+#include "platform/linux/files/linux_status_files.h"
 #include "platform/testing/in_memory_status_files.h"
 #include "support/temporary_folder.h"
 

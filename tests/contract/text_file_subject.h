@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "directory_subject.h"
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "platform/testing/in_memory_text_files.h"
 
 namespace paddock::contract {

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "platform/linux/linux_volume_info.h"
+#include "platform/linux/files/linux_volume_info.h"
 #include "platform/testing/fake_volume_info.h"
 
 namespace paddock::contract {

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/avahi_net_services.h"
+#include "platform/linux/dnssd/avahi_net_services.h"
 #include "platform/logger.h"
 
 namespace paddock {

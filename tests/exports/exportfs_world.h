@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"

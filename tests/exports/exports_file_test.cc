@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "exports/nfs_export_parser.h"
-#include "platform/linux/linux_text_files.h"
+#include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/recording_logger.h"

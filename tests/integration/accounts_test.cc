@@ -10,8 +10,8 @@
 
 #include "integration/sharing_daemon.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/linux_directory.h"
-#include "platform/linux/managed_block.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/files/managed_block.h"
 
 namespace paddock::testing {
 namespace {

@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/linux_acl.h"
-#include "platform/linux/linux_privileged_objects.h"
-#include "platform/linux/mode_tail.h"
-#include "platform/linux/nt_acl.h"
-#include "platform/linux/sid_forms.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/acl/sid_forms.h"
+#include "platform/linux/privileges/linux_acl.h"
+#include "platform/linux/privileges/linux_privileged_objects.h"
+#include "platform/linux/privileges/mode_tail.h"
 #include "platform/services.h"
 #include "platform/testing/recording_logger.h"
 #include "support/file_acl_world.h"

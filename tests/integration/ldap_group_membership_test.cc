@@ -6,8 +6,8 @@
 #include <cerrno>
 
 #include "platform/directory_schema.h"
-#include "platform/linux/directory_group_membership.h"
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/accounts/directory_group_membership.h"
+#include "platform/linux/directory/linux_directory.h"
 #include "support/slapd_server.h"
 #include "support/temporary_folder.h"
 

@@ -14,6 +14,7 @@ Prints one line per fault and exits 1 when there is one. What it asks of the tre
 - a plain layer includes, besides the project, only headers of C++ and POSIX;
 - no header includes itself, in however many steps.
 """
+import fnmatch
 import os
 import re
 import sys
@@ -62,6 +63,8 @@ class Table:
                 raise SystemExit("layering: a row of PADDOCK_LAYERS has no three fields: " + row)
             self.folder[fields[0]] = fields[1]
             self.may_use[fields[0]] = fields[2].split()
+        for layer, uses in self.may_use.items():
+            self.may_use[layer] = [name for use in uses for name in self._named(use)]
         self.plain = set(self._list(text, "PADDOCK_PLAIN_LAYERS", r"([^\s()]+)"))
         for layer in self.folder:
             for used in self.may_use[layer]:
@@ -70,6 +73,10 @@ class Table:
         unknown = self.plain - set(self.folder)
         if not self.folder or not self.plain or unknown:
             raise SystemExit("layering: cannot read cmake/layers.cmake " + " ".join(sorted(unknown)))
+
+    def _named(self, pattern):
+        """The layers that a pattern with * stands for; what stands for none comes back as it is."""
+        return fnmatch.filter(self.folder, pattern) or [pattern]
 
     @staticmethod
     def _list(text, name, item):

@@ -15,6 +15,9 @@ set(PADDOCK_LAYERS
   "platform       | src/platform       | base"
   "platform_linux | src/platform/linux | platform base"
   "plugins        | plugins            | platform_linux base"
+  "linux_files    | src/platform/linux/files | base"
+  "linux_ldap     | src/platform/linux/ldap  | base"
+  "apps           | apps               | linux_* base"
 )
 set(PADDOCK_PLAIN_LAYERS base platform)
 '''
@@ -65,6 +68,18 @@ class Layering(unittest.TestCase):
                              "src/platform/up.cc": '#include "platform/linux/new.h"\n'})
         self.assertEqual(found, ["src/platform/up.cc:1: includes src/platform/linux/new.h: "
                                  "layer platform may not use platform_linux"])
+
+    def test_a_pattern_stands_for_every_layer_of_that_name(self):
+        headers = {"src/platform/linux/files/a.h": "", "src/platform/linux/ldap/b.h": ""}
+        both = '#include "platform/linux/files/a.h"\n#include "platform/linux/ldap/b.h"\n'
+        self.assertEqual(self.faults({**headers, "apps/one/one.cc": both}), [])
+        self.assertEqual(self.faults({**headers, "src/platform/linux/files/x.cc": both}),
+                         ["src/platform/linux/files/x.cc:2: includes src/platform/linux/ldap/b.h: "
+                          "layer linux_files may not use linux_ldap"])
+
+    def test_a_pattern_that_no_layer_has(self):
+        with self.assertRaises(SystemExit):
+            self.faults({"cmake/layers.cmake": TABLE.replace("linux_*", "cellar_*")})
 
     def test_third_party_headers_in_a_plain_layer(self):
         self.assert_one("src/base/db.cc", "#include <sqlite3.h>\n", "keeps to C++ and POSIX")

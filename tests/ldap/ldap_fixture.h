@@ -11,7 +11,7 @@
 
 #include "platform/directory.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/ldap_node.h"
+#include "platform/linux/ldap/ldap_node.h"
 #include "support/ldap_faults.h"
 #include "support/slapd_server.h"
 

@@ -3,7 +3,7 @@
 #include <thread>
 
 #include "ldap/ldap_fixture.h"
-#include "platform/linux/ldap_record_format.h"
+#include "platform/linux/ldap/ldap_record_format.h"
 
 namespace paddock {
 namespace {

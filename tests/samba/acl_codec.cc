@@ -11,8 +11,8 @@
 #include <sstream>
 #include <vector>
 
-#include "platform/linux/nt_acl.h"
-#include "platform/linux/sid_text.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/acl/sid_text.h"
 #include "support/hex_bytes.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // "SID error NUMBER".
 #include <cstdio>
 
-#include "platform/linux/sid_text.h"
-#include "platform/linux/winbind_sids.h"
+#include "platform/linux/acl/sid_text.h"
+#include "platform/linux/acl/winbind_sids.h"
 
 int main(int count, char** arguments) {
   const auto resolver = paddock::makeWinbindResolver();

@@ -11,9 +11,9 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/linux/mode_tail.h"
-#include "platform/linux/nt_acl.h"
-#include "platform/linux/sid_forms.h"
+#include "platform/linux/acl/nt_acl.h"
+#include "platform/linux/acl/sid_forms.h"
+#include "platform/linux/privileges/mode_tail.h"
 #include "support/file_acl_world.h"
 #include "support/run_to_end.h"
 #include "support/temporary_folder.h"

@@ -8,8 +8,8 @@
 
 #include "base/value.h"
 #include "platform/directory_schema.h"
-#include "platform/linux/linux_directory.h"
-#include "platform/linux/managed_block.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/files/managed_block.h"
 #include "platform/testing/fake_clock.h"
 #include "platform/testing/recording_logger.h"
 #include "support/temporary_folder.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/file_object.h"
+#include "platform/linux/files/file_object.h"
 
 namespace paddock {
 

@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/file_acls.h"
-#include "platform/linux/file_object.h"
-#include "platform/linux/posix_acl.h"
-#include "platform/linux/principal_sids.h"
-#include "platform/linux/user_groups.h"
+#include "platform/linux/accounts/user_groups.h"
+#include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/acl/principal_sids.h"
+#include "platform/linux/files/file_object.h"
+#include "platform/linux/privileges/file_acls.h"
 #include "platform/testing/in_memory_membership.h"
 
 namespace paddock {

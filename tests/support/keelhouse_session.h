@@ -6,8 +6,8 @@
 #include <sstream>
 #include <string>
 
-#include "keelhouse/principals.h"
-#include "keelhouse/session.h"
+#include "keelhouse/access/principals.h"
+#include "keelhouse/core/session.h"
 #include "support/scripted_daemon.h"
 #include "support/temporary_folder.h"
 

@@ -12,7 +12,7 @@
 #include "exports/shared_exports_parser.h"
 #include "exports/shared_exports_parser_testing.h"
 #include "platform/directory.h"
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/services.h"
 #include "platform/testing/fake_browser_information.h"
 #include "platform/testing/fake_clock.h"

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/linux/nt_acl.h"
+#include "platform/linux/acl/nt_acl.h"
 #include "support/hex_bytes.h"
 
 namespace paddock::nt_acl::samples {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/directory_schema.h"
-#include "platform/linux/case_fold.h"
+#include "platform/linux/process/case_fold.h"
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "platform/testing/faulty_services.h"

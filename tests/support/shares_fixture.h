@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_directory.h"
+#include "platform/linux/directory/linux_directory.h"
 #include "store/schema.h"
 #include "support/temporary_folder.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/ldap_options.h"
+#include "platform/linux/ldap/ldap_options.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {

@@ -1,7 +1,7 @@
 #include "platform/linux/configured_options.h"
 
-#include "platform/linux/configured_ldap.h"
-#include "platform/linux/winbind_sids.h"
+#include "platform/linux/acl/winbind_sids.h"
+#include "platform/linux/ldap/configured_ldap.h"
 
 namespace paddock {
 

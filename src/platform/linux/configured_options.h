@@ -8,10 +8,10 @@
 
 #include "base/value.h"
 #include "platform/clock.h"
-#include "platform/linux/file_privileges.h"
-#include "platform/linux/linux_directory.h"
-#include "platform/linux/samba_accounts.h"
-#include "platform/linux/sid_resolver.h"
+#include "platform/linux/acl/samba_accounts.h"
+#include "platform/linux/acl/sid_resolver.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "platform/linux/privileges/file_privileges.h"
 #include "platform/logger.h"
 
 namespace paddock {

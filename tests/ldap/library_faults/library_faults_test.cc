@@ -5,7 +5,7 @@
 
 #include "ldap/ldap_operations.h"
 #include "ldap/ldap_tls_fixture.h"
-#include "platform/linux/account_searches.h"
+#include "platform/linux/accounts/account_searches.h"
 #include "support/open_descriptors.h"
 
 namespace paddock {

@@ -1,0 +1,27 @@
+// The privileges part of a folder's settings.
+#pragma once
+
+#include <string>
+
+#include "base/value.h"
+#include "keelhouse/core/session.h"
+
+namespace paddock::keelhouse {
+
+// The file-privileges dictionary of the path. Throws Failure when the daemon's reply has none, and
+// when its POSIX part says why it could not be read.
+Dictionary readPrivileges(const Session& session, const std::string& path);
+// The same of a reply that was read already.
+Dictionary privilegesIn(const Dictionary& reply, const std::string& path);
+
+// Writes `privileges` and gives the dictionary as it was read back. Throws Failure with a status.
+Dictionary writePrivileges(const Session& session, const std::string& path, Dictionary privileges,
+                           const std::string& action);
+
+// The ACL's entries. Throws Failure when it could not be read.
+const Array& aclOf(const Dictionary& privileges, const std::string& path);
+
+// Whether the path is a folder.
+bool isFolder(const Dictionary& privileges);
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,117 @@
+#include "keelhouse/core/tree_program.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "base/file_descriptor.h"
+#include "base/system_call.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+Failure cannotRun(const std::string& program, int error) {
+  return failure("cannot run " + program + ": " + std::generic_category().message(error));
+}
+
+// A tree may be anybody's, but what root runs of it is root's.
+void requireTrusted(const std::string& program) {
+  struct stat status {};
+  const int error = errnoOf([&] { return ::stat(program.c_str(), &status); });
+  if (error != 0) throw cannotRun(program, error);
+  if (status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+    throw failure("cannot run " + program + ": others than root can write it");
+}
+
+// What the program is started with: its output goes to the descriptor.
+class SpawnActions {
+ public:
+  explicit SpawnActions(int output) {
+    posix_spawn_file_actions_init(&actions_);
+    posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
+  }
+  SpawnActions(const SpawnActions&) = delete;
+  SpawnActions& operator=(const SpawnActions&) = delete;
+  ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
+  const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+// A program that is waited for, whatever happens to its output.
+class Child {
+ public:
+  Child(std::vector<std::string> words, int output) {
+    std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    const int error = ::posix_spawn(&process_, pointers[0], SpawnActions(output).get(), nullptr,
+                                    pointers.data(), environ);
+    if (error != 0) throw cannotRun(words.front(), error);
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child() { wait(); }
+
+  ExitStatus end() {
+    if (!WIFEXITED(wait())) return ExitStatus::failed;
+    const int status = WEXITSTATUS(status_);
+    if (status == static_cast<int>(ExitStatus::unsure)) return ExitStatus::unsure;
+    return status == 0 ? ExitStatus::done : ExitStatus::failed;
+  }
+
+ private:
+  int wait() {
+    if (process_ > 0) retryOnInterrupt([this] { return ::waitpid(process_, &status_, 0); });
+    process_ = -1;
+    return status_;
+  }
+
+  pid_t process_ = -1;
+  int status_ = -1;
+};
+
+void copyAll(int from, std::ostream& out) {
+  std::array<char, 65536> buffer;
+  for (;;) {
+    std::size_t size = 0;
+    const int error = errnoOf([&] { return ::read(from, buffer.data(), buffer.size()); }, &size);
+    if (error != 0) throw failure("the program's output cannot be read");
+    if (size == 0) return;
+    out.write(buffer.data(), static_cast<std::streamsize>(size));
+  }
+}
+
+}  // namespace
+
+ExitStatus runTreeProgram(const Session& session, const std::string& place,
+                          const std::vector<std::string>& arguments) {
+  if (::geteuid() != 0) throw failure("only root can run " + session.root + place);
+  const std::string program = session.root + place;
+  requireTrusted(program);
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw cannotRun(program, errno);
+  const FileDescriptor reading(ends[0]);
+  FileDescriptor writing(ends[1]);
+  std::vector<std::string> words{program};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  Child child(std::move(words), writing.get());
+  writing.reset();
+  copyAll(reading.get(), session.out);
+  return child.end();
+}
+
+bool canRunTreeProgram(const Session& session, const std::string& place) {
+  return ::geteuid() == 0 && ::access((session.root + place).c_str(), X_OK) == 0;
+}
+
+}  // namespace paddock::keelhouse

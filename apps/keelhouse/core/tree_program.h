@@ -1,0 +1,23 @@
+// A program of the tree that keelhouse works in, run where no daemon can be asked to run it. Such
+// programs read what is everybody's to keep secret, so they take root.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/session.h"
+
+namespace paddock::keelhouse {
+
+// Runs the program below the session's root and prints its output as it is; what it says on
+// standard error goes to keelhouse's own. Throws Failure for somebody else than root, and for a
+// program that is missing or cannot be started. `done` when it ends well,
+// `unsure` when it ends with that status, else `failed`.
+ExitStatus runTreeProgram(const Session& session, const std::string& place,
+                          const std::vector<std::string>& arguments);
+
+// Whether the program is there and this user may run it.
+bool canRunTreeProgram(const Session& session, const std::string& place);
+
+}  // namespace paddock::keelhouse

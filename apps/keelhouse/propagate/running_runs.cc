@@ -1,0 +1,162 @@
+#include "keelhouse/propagate/running_runs.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <string_view>
+
+#include "base/system_call.h"
+#include "base/text.h"
+
+namespace paddock::keelhouse {
+
+namespace {
+
+constexpr const char* kProcesses = "/proc";
+constexpr const char* kProgram =
+    "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/copyprivs";
+constexpr const char* kStatusFile = "/tmp/CopyPrivsTemp.";
+constexpr std::size_t kUniquePart = 6;
+constexpr std::string_view kReplaced = " (deleted)";
+// Two paths of the longest kind, and some room.
+constexpr std::size_t kLongestArguments = std::size_t{4} * 4096;
+
+std::string folderOf(pid_t process) {
+  return std::string(kProcesses) + "/" + std::to_string(process);
+}
+
+// Empty when there is no such process (any more).
+std::string argumentsOf(pid_t process) {
+  const FileDescriptor file(
+      ::open((folderOf(process) + "/cmdline").c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  std::string text(kLongestArguments, '\0');
+  std::size_t size = 0;
+  while (file && size < text.size()) {
+    const auto count = retryOnInterrupt(
+        [&] { return ::read(file.get(), text.data() + size, text.size() - size); });
+    if (count <= 0) break;
+    size += static_cast<std::size_t>(count);
+  }
+  return text.substr(0, size);
+}
+
+std::vector<std::string_view> splitArguments(std::string_view text) {
+  std::vector<std::string_view> arguments;
+  while (!text.empty()) {
+    const std::size_t end = text.find('\0');
+    if (end == std::string_view::npos) return {};
+    arguments.push_back(text.substr(0, end));
+    text.remove_prefix(end + 1);
+  }
+  return arguments;
+}
+
+std::string canonical(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                             &std::free);
+  return resolved != nullptr ? resolved.get() : path;
+}
+
+// Without a slash at the end; empty for the system.
+std::string canonicalRoot(const std::string& root) {
+  std::string resolved = canonical(root + "/");
+  while (resolved.ends_with('/')) resolved.pop_back();
+  return resolved;
+}
+
+// Absent when only root may know.
+std::optional<std::string> executableOf(pid_t process) {
+  std::error_code error;
+  std::string path = std::filesystem::read_symlink(folderOf(process) + "/exe", error).string();
+  if (error) return std::nullopt;
+  // A package that is installed again replaces the file of a running program.
+  if (path.ends_with(kReplaced)) path.resize(path.size() - kReplaced.size());
+  return path;
+}
+
+bool isOfRootOrCaller(pid_t process) {
+  struct stat status {};
+  return ::stat(folderOf(process).c_str(), &status) == 0 &&
+         (status.st_uid == 0 || status.st_uid == ::geteuid());
+}
+
+bool isStatusFileBelow(const std::string& root, const std::string& file) {
+  const std::string place = root + kStatusFile;
+  return file.size() == place.size() + kUniquePart && file.starts_with(place) &&
+         file.find('/', place.size()) == std::string::npos;
+}
+
+bool belongsTo(const std::string& root, const RunningRun& run) {
+  if (!isOfRootOrCaller(run.process)) return false;
+  if (const auto executable = executableOf(run.process)) {
+    return *executable == propagationProgram(canonicalRoot(root)) ||
+           *executable == canonical(propagationProgram(root));
+  }
+  return ::geteuid() != 0 && (isStatusFileBelow(root, run.statusFile) ||
+                              isStatusFileBelow(canonicalRoot(root), run.statusFile));
+}
+
+std::optional<RunningRun> findRun(const std::string& root, pid_t process) {
+  auto run = parseRunArguments(process, argumentsOf(process));
+  return run && belongsTo(root, *run) ? run : std::nullopt;
+}
+
+std::optional<pid_t> numberOf(const std::string& name) {
+  const auto number = parseInteger(name);
+  if (!number || *number <= 0 || *number > std::numeric_limits<pid_t>::max()) return std::nullopt;
+  return static_cast<pid_t>(*number);
+}
+
+std::vector<pid_t> processes() {
+  std::vector<pid_t> found;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(kProcesses, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (const auto number = numberOf(entry->path().filename().string())) found.push_back(*number);
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+}  // namespace
+
+std::string propagationProgram(const std::string& root) { return root + kProgram; }
+
+std::optional<RunningRun> parseRunArguments(pid_t process, const std::string& arguments) {
+  const auto words = splitArguments(arguments);
+  constexpr std::size_t kWords = 7;
+  if (words.size() != kWords || words[0] != "CopyPrivs" || words[1] != "-p" || words[3] != "-f" ||
+      words[5] != "-s") {
+    return std::nullopt;
+  }
+  const auto mask = parseInteger(words[4]);
+  if (!mask || *mask < 0 || *mask > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+  return RunningRun{process, std::string(words[2]), static_cast<std::uint32_t>(*mask),
+                    std::string(words[6])};
+}
+
+std::vector<RunningRun> runningRuns(const std::string& root) {
+  std::vector<RunningRun> runs;
+  for (const pid_t process : processes()) {
+    if (auto run = findRun(root, process)) runs.push_back(std::move(*run));
+  }
+  return runs;
+}
+
+FileDescriptor holdRun(const std::string& root, const RunningRun& run) {
+  FileDescriptor held(static_cast<int>(::syscall(SYS_pidfd_open, run.process, 0)));
+  if (!held && errno != ESRCH) throw systemError(errno, "pidfd_open", folderOf(run.process));
+  // Whatever the number stood for before, from here on it stands for what is held.
+  if (!held || findRun(root, run.process) != run) return {};
+  return held;
+}
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,29 @@
+// `keelhouse quota`: the user quotas of a volume.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/session.h"
+
+namespace paddock::keelhouse {
+
+// Volumes are the folders on which they are mounted, as they were typed. Each throws Failure for
+// what it cannot do, also for a folder that is no volume's root.
+ExitStatus showQuotas(const Session& session, const std::string& volume);
+ExitStatus switchQuotasOn(const Session& session, const std::string& volume);
+ExitStatus switchQuotasOff(const Session& session, const std::string& volume);
+
+struct LimitWords {
+  std::string volume;
+  std::string name;
+  bool isGroup = false;
+  std::string soft;
+  std::string hard;
+  std::vector<std::string> files;  // soft and hard, or nothing
+};
+// Prints the limits as the kernel has them afterwards. Throws usage for a word that is no amount.
+ExitStatus setLimits(const Session& session, const LimitWords& words);
+
+}  // namespace paddock::keelhouse

@@ -1,0 +1,102 @@
+#include "daemon/audit/audit_subject.h"
+
+#include <utility>
+
+#include "base/state_text.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr std::string_view kDirectoryPlugin = "paddock_directory";
+constexpr const char* kLocalNode = "/Local";
+// What is longer than a path and a few numbers is about nothing that goes on.
+constexpr std::size_t kLongestKey = 8192;
+
+std::optional<std::string> textUnder(const Dictionary& request, const char* key) {
+  const std::string* text = request.string(key);
+  return text != nullptr ? std::optional(*text) : std::nullopt;
+}
+
+void addPath(std::vector<std::string>& paths, const std::string* path) {
+  if (path != nullptr && paths.size() < kMostAuditedPaths) paths.push_back(*path);
+}
+
+// Of a request for the whole server: a list of paths, or of share points.
+std::vector<std::string> pathsIn(const Dictionary& request) {
+  std::vector<std::string> paths;
+  if (const Array* list = request.array("paths")) {
+    for (const Value& path : *list) addPath(paths, path.string());
+  }
+  const Dictionary* configuration = request.dictionary("configuration");
+  const Array* records =
+      configuration != nullptr ? configuration->array("sharePointList") : nullptr;
+  if (records == nullptr) return paths;
+  for (const Value& record : *records) {
+    if (record.dictionary() != nullptr) addPath(paths, record.dictionary()->string("path"));
+  }
+  return paths;
+}
+
+// Of the trial of an administrator's password.
+void nameAdministrator(AuditSubject& subject, const Dictionary& request) {
+  subject.node = textUnder(request, "dsNodeName");
+  subject.name = textUnder(request, "dsAdminName");
+}
+
+void nameRecord(AuditSubject& subject, const Dictionary& request) {
+  subject.type = textUnder(request, "type");
+  subject.name = textUnder(request, "name");
+  if (!subject.type && !subject.name) return;
+  subject.node = request.contains("node") ? textUnder(request, "node") : kLocalNode;
+}
+
+// What is at the path, its keys parted by dots; null where nothing is.
+Value valueAt(const Dictionary& whole, std::string_view path) {
+  const std::size_t dot = path.find('.');
+  const Value* value = whole.find(std::string(path.substr(0, dot)));
+  if (value == nullptr) return {};
+  if (dot == std::string_view::npos) return *value;
+  return value->dictionary() != nullptr ? valueAt(*value->dictionary(), path.substr(dot + 1))
+                                        : Value();
+}
+
+// What is at the paths that `once` names under `key`.
+Array valuesAt(const Dictionary& whole, const Dictionary& once, const char* key) {
+  Array values;
+  const Array* paths = once.array(key);
+  if (paths == nullptr) return values;
+  for (const Value& path : *paths)
+    values.push_back(path.string() != nullptr ? valueAt(whole, *path.string()) : Value());
+  return values;
+}
+
+}  // namespace
+
+AuditSubject subjectOf(std::string_view plugin, const Dictionary& request) {
+  AuditSubject subject;
+  const Dictionary* arguments = request.dictionary("optionalArguments");
+  if (arguments != nullptr) subject.path = textUnder(*arguments, "path");
+  if (!subject.path) subject.path = textUnder(request, "path");
+  if (!subject.path) subject.paths = pathsIn(request);
+  if (plugin == kDirectoryPlugin) nameRecord(subject, request);
+  if (request.contains("dsAdminName")) nameAdministrator(subject, request);
+  return subject;
+}
+
+bool RepeatedRequests::isRepeat(const Asked& asked, const Dictionary* once,
+                                const Dictionary& reply) {
+  if (once == nullptr) return false;
+  std::string key =
+      stateText(Array{asked.user, asked.operation, valuesAt(asked.request, *once, "request")});
+  if (key.size() > kLongestKey) return false;
+  const std::string state = stateText(valuesAt(reply, *once, "reply"));
+  const std::lock_guard lock(mutex_);
+  if (states_.size() >= kMostKept) states_.clear();
+  std::string& last = states_[std::move(key)];
+  if (last == state) return true;
+  last = state;
+  return false;
+}
+
+}  // namespace paddock

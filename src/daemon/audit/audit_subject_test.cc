@@ -1,0 +1,100 @@
+#include "daemon/audit/audit_subject.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace paddock {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+
+constexpr std::string_view kSharing = "paddock_sharing";
+constexpr std::string_view kDirectory = "paddock_directory";
+
+TEST(AuditSubjects, APathIsThatOfTheArgumentsOrTheRequest) {
+  EXPECT_EQ(
+      subjectOf(kSharing, {{"optionalArguments", Dictionary{{"path", "/a"}}}, {"path", "/b"}}).path,
+      "/a");
+  EXPECT_EQ(subjectOf(kSharing, {{"path", "/b"}, {"paths", Array{"/c"}}}).path, "/b");
+  EXPECT_EQ(subjectOf(kSharing, {{"path", 7}}).path, std::nullopt);
+}
+
+TEST(AuditSubjects, AListOfPathsIsNamedWhole) {
+  const AuditSubject subject = subjectOf(kSharing, {{"paths", Array{"/a", 7, "/b"}}});
+  EXPECT_EQ(subject.path, std::nullopt);
+  EXPECT_THAT(subject.paths, ElementsAre("/a", "/b"));
+}
+
+TEST(AuditSubjects, SharePointsOfTheWholeServerAreNamedByTheirPaths) {
+  const Array records{Dictionary{{"path", "/a"}}, "none", Dictionary{{"name", "b"}},
+                      Dictionary{{"path", "/c"}}};
+  const Dictionary request{{"configuration", Dictionary{{"sharePointList", records}}}};
+  EXPECT_THAT(subjectOf(kSharing, request).paths, ElementsAre("/a", "/c"));
+}
+
+TEST(AuditSubjects, AListIsNamedUpToABound) {
+  const Dictionary request{{"paths", Array(kMostAuditedPaths + 1, Value("/a"))}};
+  EXPECT_THAT(subjectOf(kSharing, request).paths, SizeIs(kMostAuditedPaths));
+}
+
+TEST(AuditSubjects, ARecordIsNamedByNodeTypeAndName) {
+  const Dictionary request{{"node", "/LDAP/a"}, {"type", "t"}, {"name", "n"}, {"password", "p"}};
+  const AuditSubject subject = subjectOf(kDirectory, request);
+  EXPECT_EQ(subject.node, "/LDAP/a");
+  EXPECT_EQ(subject.type, "t");
+  EXPECT_EQ(subject.name, "n");
+  EXPECT_EQ(subjectOf(kDirectory, {{"name", "n"}}).node, "/Local");
+  EXPECT_EQ(subjectOf(kDirectory, {}).node, std::nullopt);
+  EXPECT_EQ(subjectOf(kDirectory, {{"node", 7}, {"name", "n"}}).node, std::nullopt);
+  EXPECT_EQ(subjectOf(kSharing, request).name, std::nullopt);
+}
+
+class RepeatedRequestsTest : public ::testing::Test {
+ protected:
+  static Dictionary run(int pid) { return {{"pid", pid}, {"file", "/tmp/f"}}; }
+  static Dictionary state(const char* word, int items) {
+    return {{"status", Dictionary{{"status", word}, {"itemsDone", items}}}};
+  }
+  bool isRepeat(unsigned user, int pid, const Dictionary& reply) {
+    return requests_.isRepeat({user, "a/follow", run(pid)}, &once_, reply);
+  }
+
+  const Dictionary once_{{"request", Array{"pid", "file"}},
+                         {"reply", Array{"status.status", "error"}}};
+
+  RepeatedRequests requests_;
+};
+
+TEST_F(RepeatedRequestsTest, ARunCountsOncePerState) {
+  EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
+  EXPECT_TRUE(isRepeat(0, 1, state("running", 2)));
+  EXPECT_FALSE(isRepeat(0, 1, state("completed", 3)));
+  EXPECT_TRUE(isRepeat(0, 1, state("completed", 3)));
+  EXPECT_FALSE(isRepeat(0, 1, {{"error", "x"}}));
+}
+
+TEST_F(RepeatedRequestsTest, AnotherRunAndAnotherUserCountThemselves) {
+  EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
+  EXPECT_FALSE(isRepeat(0, 2, state("running", 1)));
+  EXPECT_FALSE(isRepeat(7, 1, state("running", 1)));
+}
+
+TEST_F(RepeatedRequestsTest, OperationsOfWhichThatIsNotSaidCountEachTime) {
+  for (int count = 0; count < 2; ++count)
+    EXPECT_FALSE(requests_.isRepeat({0, "a/follow", run(1)}, nullptr, {}));
+}
+
+TEST_F(RepeatedRequestsTest, OperationsAreApart) {
+  EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
+  EXPECT_FALSE(requests_.isRepeat({0, "b/follow", run(1)}, &once_, state("running", 1)));
+}
+
+TEST_F(RepeatedRequestsTest, WhatIsAskedAtLengthIsNotKept) {
+  const Dictionary request{{"file", std::string(10000, 'x')}};
+  for (int count = 0; count < 2; ++count)
+    EXPECT_FALSE(requests_.isRepeat({0, "a/follow", request}, &once_, {}));
+}
+
+}  // namespace
+}  // namespace paddock

@@ -1,0 +1,323 @@
+#include "daemon/http/exchange.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "base/status.h"
+#include "base/text.h"
+#include "daemon/http/failure_number.h"
+#include "daemon/http/state_tag.h"
+#include "openapi/openapi_document.h"
+#include "paddock/request_conditions.h"
+#include "paddock/run_program.h"
+#include "paddock/sys_logger.h"
+#include "paddock/unanswered_nodes.h"
+#include "wire/json.h"
+#include "wire/property_list.h"
+#include "wire/text_position.h"
+
+namespace paddock {
+namespace {
+
+constexpr std::size_t kFirstReserve = 1U << 20U;
+constexpr std::int64_t kAuditLines = 100;
+constexpr std::int64_t kMostAuditLines = 10000;
+
+// Of a reply that reports a failure by its text alone, the text's.
+std::int64_t statusOf(const Dictionary& reply) {
+  for (const char* key : {"writeStatus", "status"}) {
+    const Value* value = reply.find(key);
+    if (value != nullptr && value->integer() != nullptr) return *value->integer();
+  }
+  const std::string* error = reply.string("error");
+  return error != nullptr ? statusOfText(*error).value_or(EIO) : kSuccess;
+}
+
+std::optional<Value> parseBody(std::string_view text, BodyForm form, std::string& error) {
+  return form == BodyForm::json ? wire::parseJson(text, error)
+                                : wire::parsePropertyList(text, error);
+}
+
+Array texts(const std::vector<std::string>& list) { return {list.begin(), list.end()}; }
+
+Dictionary describeConfiguration(const ConfigurationState& state) {
+  return {{"file", state.file},
+          {"read", timeText(state.read)},
+          {"problems", texts(state.problems)},
+          {"awaitingRestart", texts(state.awaitingRestart)}};
+}
+
+Array describeUnansweredNodes() {
+  Array nodes;
+  for (const UnansweredNode& node : unansweredNodes()) {
+    nodes.emplace_back(Dictionary{{"path", node.path},
+                                  {"state", nodeTroubleName(node.trouble)},
+                                  {"error", node.error},
+                                  {"since", timeText(node.since)}});
+  }
+  return nodes;
+}
+
+std::string quoted(const std::string& text) { return wire::quoteForMessage(text); }
+
+}  // namespace
+
+Exchange::Exchange(Service& service, const Peer& peer, RequestHead head)
+    : service_(service),
+      peer_(peer),
+      configuration_(service.configuration.current()),
+      access_(configuration_->adminGroup, configuration_->viewGroup),
+      head_(std::move(head)),
+      route_(routeOf(head_.target)),
+      id_(service.ids.next()),
+      replyForm_(formOfAccept(head_.accept)) {
+  parent_ = requestOfProgram(peer_.process);
+  service_.requestLog.begin(id_, peer_.uid, parent_);
+  if (route_.kind != Route::Kind::operation) return;
+  plugin_ = service_.plugins.find(route_.plugin);
+  if (plugin_ != nullptr) operation_ = plugin_->find(route_.operation);
+}
+
+Exchange::~Exchange() { service_.requestLog.end(id_, stranger_); }
+
+Reply Exchange::error(int status, std::string_view text) const {
+  return makeError(status, text, replyForm_);
+}
+
+std::optional<Reply> Exchange::judge() {
+  const RequestIdScope scope(id_);
+  const Rights rights = access_.rightsOf(peer_.uid);
+  stranger_ = rights == Rights::nothing;
+  if (head_.lengthsDiffer) return refuseForm(400, "Content-Length is given with different values");
+  if (route_.kind == Route::Kind::requestLog) return describeRequestLog(rights);
+  if (stranger_) return forbidden(neededRights());
+  switch (route_.kind) {
+    case Route::Kind::none:
+      return error(404, "there is nothing at " + quoted(head_.target));
+    case Route::Kind::health:
+      return head_.method == "GET" ? describeHealth() : wrongMethod("GET");
+    case Route::Kind::plugins:
+      return head_.method == "GET" ? describePlugins() : wrongMethod("GET");
+    case Route::Kind::openApi:
+      return head_.method == "GET" ? describeInterface() : wrongMethod("GET");
+    case Route::Kind::audit:
+      if (rights != Rights::everything) return forbidden(Rights::everything);
+      return head_.method == "GET" ? describeAudit() : wrongMethod("GET");
+    case Route::Kind::requestLog:
+    case Route::Kind::operation:
+      break;
+  }
+  return judgeOperation(rights);
+}
+
+std::optional<Reply> Exchange::judgeOperation(Rights rights) {
+  if (plugin_ == nullptr) return error(404, "there is no plug-in " + quoted(route_.plugin));
+  if (operation_ == nullptr) {
+    return error(
+        404, "plug-in " + quoted(route_.plugin) + " has no operation " + quoted(route_.operation));
+  }
+  if (operation_->changes && rights != Rights::everything) return forbidden(Rights::everything);
+  if (head_.method != "POST") return wrongMethod("POST");
+  return judgeBody();
+}
+
+std::optional<Reply> Exchange::judgeBody() {
+  const auto form = formOfContentType(head_.contentType);
+  if (!form) {
+    audit(EINVAL, {});
+    return error(415, "the content type " + quoted(head_.contentType) +
+                          " is not known; application/json and application/x-plist are");
+  }
+  bodyForm_ = *form;
+  if (head_.contentLength > configuration_->bodyBytes) return tooLong();
+  return std::nullopt;
+}
+
+Rights Exchange::neededRights() const {
+  const bool changes = operation_ != nullptr && operation_->changes;
+  const bool changesOrSecrets =
+      changes || route_.kind == Route::Kind::audit || route_.kind == Route::Kind::requestLog;
+  return changesOrSecrets ? Rights::everything : Rights::viewing;
+}
+
+Reply Exchange::forbidden(Rights needed) {
+  audit(std::nullopt, {});
+  return error(403, access_.refusal(peer_.uid, needed));
+}
+
+Reply Exchange::refuseBusy(std::string_view why) {
+  audit(std::nullopt, {});
+  Reply reply = error(503, why);
+  reply.close = true;
+  return reply;
+}
+
+Reply Exchange::refuseForm(int status, std::string_view why) {
+  audit(EINVAL, {});
+  Reply reply = error(status, why);
+  reply.close = true;
+  return reply;
+}
+
+Reply Exchange::wrongMethod(const char* allowed) const {
+  Reply reply = error(405, "the method is " + std::string(allowed) + " here");
+  reply.allow = allowed;
+  return reply;
+}
+
+Reply Exchange::tooLong() {
+  audit(EFBIG, {});
+  Reply reply =
+      error(413, "the body is longer than " + std::to_string(configuration_->bodyBytes) + " bytes");
+  reply.close = true;
+  return reply;
+}
+
+Reply Exchange::describeHealth() const {
+  const auto uptime = std::chrono::duration_cast<std::chrono::seconds>(
+      std::chrono::steady_clock::now() - service_.started);
+  return makeReply(200,
+                   {{"status", "ok"},
+                    {"version", PADDOCK_VERSION},
+                    {"uptimeSeconds", std::int64_t{uptime.count()}},
+                    {"configuration", describeConfiguration(service_.configuration.state())},
+                    {"nodes", describeUnansweredNodes()},
+                    {"plugins", service_.plugins.plugins().size()}},
+                   replyForm_);
+}
+
+Reply Exchange::describePlugins() const {
+  Array plugins;
+  for (const LoadedPlugin& plugin : service_.plugins.plugins()) {
+    Array operations;
+    for (const auto& operation : plugin.operations) operations.emplace_back(operation.name);
+    plugins.emplace_back(Dictionary{{"name", plugin.name}, {"operations", std::move(operations)}});
+  }
+  return makeReply(200, {{"plugins", std::move(plugins)}}, replyForm_);
+}
+
+Reply Exchange::describeInterface() const {
+  std::vector<openapi::DescribedPlugin> plugins;
+  for (const LoadedPlugin& plugin : service_.plugins.plugins())
+    plugins.push_back({plugin.name, plugin.operations, plugin.description});
+  std::vector<std::string> endpoints;
+  endpoints.reserve(kEndpoints.size());
+  for (const Endpoint& endpoint : kEndpoints) endpoints.emplace_back(endpoint.path);
+  return makeReply(200, openapi::openApiDocument(plugins, endpoints, PADDOCK_VERSION), replyForm_);
+}
+
+// For administrators, and for who made that request, whatever else they may do.
+Reply Exchange::describeRequestLog(Rights rights) {
+  const auto request = service_.requestLog.find(route_.request);
+  const bool own = request && request->user == peer_.uid;
+  if (rights == Rights::nothing && !own) return forbidden(Rights::everything);
+  if (head_.method != "GET") return wrongMethod("GET");
+  if (!request) return error(404, "no log is kept of a request " + quoted(route_.request));
+  if (rights != Rights::everything && !own) return forbidden(Rights::everything);
+  Array lines;
+  for (const LoggedLine& line : request->lines) {
+    lines.emplace_back(Dictionary{{"time", timeText(line.time)},
+                                  {"level", levelOfPriority(line.priority)},
+                                  {"text", line.text}});
+  }
+  return makeReply(200, {{"request", route_.request}, {"lines", std::move(lines)}}, replyForm_);
+}
+
+// The newest lines, the oldest of them first; one that is no dictionary is left out.
+Reply Exchange::describeAudit() {
+  const auto limit = head_.limit ? parseInteger(*head_.limit) : std::optional(kAuditLines);
+  if (!limit || *limit < 1 || *limit > kMostAuditLines) {
+    return error(400, "\"limit\" must be an integer from 1 to " + std::to_string(kMostAuditLines));
+  }
+  Array lines;
+  try {
+    for (const std::string& line : service_.audit.newest(static_cast<std::size_t>(*limit))) {
+      std::string problem;
+      auto entry = wire::parseJson(line, problem);
+      if (entry && entry->dictionary() != nullptr) lines.push_back(std::move(*entry));
+    }
+  } catch (const std::system_error& failed) {
+    logMessage(3, std::string("audit log not read: ") + failed.what());
+    return error(500, failed.what());
+  }
+  return makeReply(200, {{"lines", std::move(lines)}}, replyForm_);
+}
+
+bool Exchange::receive(std::string_view bytes) {
+  const std::size_t limit = configuration_->bodyBytes;
+  if (bytes.size() > limit - std::min(limit, body_.size())) return false;
+  if (body_.empty()) {
+    body_.reserve(std::min<std::uint64_t>({head_.contentLength, limit, kFirstReserve}));
+  }
+  body_.append(bytes);
+  return true;
+}
+
+Reply Exchange::finish() {
+  const RequestIdScope scope(id_);
+  std::string problem;
+  auto value = parseBody(body_, bodyForm_, problem);
+  if (!value) return malformed(problem);
+  Dictionary* request = value->dictionary();
+  if (request == nullptr) {
+    const std::size_t start = std::min(body_.find_first_not_of(" \t\r\n"), body_.size());
+    return malformed(wire::describeAt(body_, start, "the body is not a dictionary"));
+  }
+  body_ = std::string();
+  return run(*request);
+}
+
+Reply Exchange::malformed(const std::string& problem) {
+  audit(EINVAL, {});
+  return error(400, problem);
+}
+
+Reply Exchange::run(const Dictionary& request) {
+  try {
+    RequestConditions conditions(head_.ifMatch, stateTag);
+    const RequestConditionsScope scope(&conditions);
+    Dictionary dictionary = service_.plugins.perform(*plugin_, operation_->name, request);
+    const RepeatedRequests::Asked asked{peer_.uid, plugin_->name + "/" + operation_->name, request};
+    if (!service_.repeated.isRepeat(asked, plugin_->auditedOnce(operation_->name), dictionary)) {
+      audit(statusOf(dictionary), subjectOf(route_.plugin, request));
+    }
+    Reply reply = makeReply(200, std::move(dictionary), replyForm_);
+    reply.etag = conditions.replyTag();
+    return reply;
+  } catch (const PreconditionFailed& refused) {
+    return refuseState(request, refused.what());
+  } catch (const std::exception& thrown) {
+    return failed(request, thrown.what(), failureNumber(thrown));
+  } catch (...) {
+    return failed(request, "an exception that is not a std::exception", EIO);
+  }
+}
+
+Reply Exchange::refuseState(const Dictionary& request, const char* what) {
+  audit(ECANCELED, subjectOf(route_.plugin, request));
+  return error(412, what);
+}
+
+Reply Exchange::failed(const Dictionary& request, const char* what, std::int64_t number) {
+  logMessage(3,
+             "operation " + route_.operation + " of plug-in " + route_.plugin + " failed: " + what);
+  audit(number, subjectOf(route_.plugin, request));
+  return error(500, what);
+}
+
+bool Exchange::isAudited() const {
+  return operation_ != nullptr && operation_->changes && head_.method == "POST";
+}
+
+void Exchange::audit(std::optional<std::int64_t> status, AuditSubject subject) {
+  if (!isAudited()) return;
+  const auto duration = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - started_);
+  service_.audit.write({time_, id_, peer_, route_.plugin, route_.operation, std::move(subject),
+                        status, duration, parent_});
+}
+
+}  // namespace paddock

@@ -1,0 +1,99 @@
+// One request and its reply, without the HTTP library.
+//
+// Life cycle: `judge` once the head is there; when it gives no reply, `receive` for every part of
+// the body and `finish` at its end. Belongs to one thread.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "daemon/audit/access_policy.h"
+#include "daemon/audit/audit_subject.h"
+#include "daemon/http/peer.h"
+#include "daemon/http/reply.h"
+#include "daemon/http/route.h"
+#include "daemon/service.h"
+
+namespace paddock {
+
+struct RequestHead {
+  std::string method;
+  std::string target;
+  std::string contentType;
+  std::string accept;
+  std::uint64_t contentLength = 0;
+  bool lengthsDiffer = false;  // several were given, so that nobody knows where the body ends
+  bool chunked = false;
+  std::optional<std::string> ifMatch = {};
+  std::optional<std::string> limit = std::nullopt;  // of the query
+
+  bool hasBody() const { return chunked || lengthsDiffer || contentLength > 0; }
+};
+
+class Exchange {
+ public:
+  Exchange(Service& service, const Peer& peer, RequestHead head);
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+  ~Exchange();
+
+  const std::string& id() const { return id_; }
+  const RequestHead& head() const { return head_; }
+
+  // Judges the peer, then the path, the method and the rest of the head. A reply when the body is
+  // not wanted.
+  std::optional<Reply> judge();
+  // Refuses the request whatever it is (503).
+  Reply refuseBusy(std::string_view why);
+  // Refuses what does not come as HTTP says.
+  Reply refuseForm(int status, std::string_view why);
+
+  // Takes a part of the body; false when it has become too long.
+  bool receive(std::string_view bytes);
+  Reply tooLong();
+  // Runs the operation.
+  Reply finish();
+
+ private:
+  std::optional<Reply> judgeOperation(Rights rights);
+  std::optional<Reply> judgeBody();
+  Rights neededRights() const;
+  Reply forbidden(Rights needed);
+  Reply wrongMethod(const char* allowed) const;
+  Reply describePlugins() const;
+  Reply describeInterface() const;
+  Reply describeHealth() const;
+  Reply describeRequestLog(Rights rights);
+  Reply describeAudit();
+  Reply malformed(const std::string& error);
+  Reply run(const Dictionary& request);
+  Reply refuseState(const Dictionary& request, const char* what);
+  Reply failed(const Dictionary& request, const char* what, std::int64_t number);
+  Reply error(int status, std::string_view text) const;
+  bool isAudited() const;
+  void audit(std::optional<std::int64_t> status, AuditSubject subject);
+
+  Service& service_;
+  Peer peer_;
+  // As it was when the request came.
+  std::shared_ptr<const Configuration> configuration_;
+  AccessPolicy access_;
+  bool stranger_ = true;  // no rights, as far as is known
+  RequestHead head_;
+  Route route_;
+  std::string id_;
+  std::string parent_;  // the request whose program made this one; empty: none
+  BodyForm replyForm_;
+  BodyForm bodyForm_ = BodyForm::json;
+  const LoadedPlugin* plugin_ = nullptr;
+  const PluginRequestHandler::Operation* operation_ = nullptr;
+  std::string body_;
+  std::chrono::system_clock::time_point time_ = std::chrono::system_clock::now();
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace paddock

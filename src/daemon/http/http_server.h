@@ -1,0 +1,67 @@
+// Serves the listening socket: one thread accepts, one thread per connection answers.
+//
+// The HTTP library handles the connections that this class has accepted and placed; its own limit
+// lies above ours. Programs that a running request waits for are always let in, so that what they
+// ask can be answered however many others are waiting.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <thread>
+
+#include "base/file_descriptor.h"
+#include "daemon/http/connection_limits.h"
+#include "daemon/http/drainer.h"
+#include "daemon/http/request_gate.h"
+#include "daemon/service.h"
+
+struct MHD_Daemon;
+
+namespace paddock {
+
+class HttpServer {
+ public:
+  // Starts to answer. `listener` must stay open as long as this object lives. Throws
+  // std::runtime_error when the HTTP library cannot be started.
+  HttpServer(Service& service, int listener);
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+  // Closes, waits until the running requests are answered, and ends all connections.
+  ~HttpServer();
+
+  // Takes over the limits of the service's configuration after it has changed.
+  void changeLimits();
+
+  // From now on, requests are refused, but for those of programs that a running request waits for.
+  void close();
+
+ private:
+  friend struct HttpCallbacks;
+  struct Connection;
+  struct Request;
+
+  void startLibrary();
+  void acceptUntilStopped();
+  void acceptOne();
+  void place(FileDescriptor socket);
+  void hand(FileDescriptor socket, std::unique_ptr<Connection> connection);
+  // Of a connection that is not taken, or whose request nobody could read.
+  void answerUnasked(FileDescriptor socket, const Peer& peer, int status, std::string_view why);
+
+  Service& service_;
+  int listener_;
+  ConnectionLimits limits_;
+  RequestGate gate_;
+  Drainer drainer_;
+  FileDescriptor stop_;
+  // Accepted connections on their way into the library, by descriptor.
+  std::mutex arrivingMutex_;
+  std::map<int, std::unique_ptr<Connection>> arriving_;
+  MHD_Daemon* library_ = nullptr;
+  std::thread acceptor_;
+};
+
+}  // namespace paddock

@@ -1,0 +1,108 @@
+#include "daemon/http/listening_socket.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "base/file_access.h"
+#include "base/system_call.h"
+
+namespace paddock {
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kLockMode = 0600;
+constexpr mode_t kSocketMode = 0666;
+
+[[noreturn]] void fail(std::string_view operation, const std::string& path) {
+  throw SocketError(systemError(errno, operation, path).what());
+}
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) {
+    throw SocketError("the socket path " + path + " is too long: " + std::to_string(path.size()) +
+                      " bytes, and the system takes " +
+                      std::to_string(sizeof address.sun_path - 1));
+  }
+  std::memcpy(&address.sun_path[0], path.c_str(), path.size() + 1);
+  return address;
+}
+
+int connectTo(int socket, const sockaddr_un& address) {
+  return retryOnInterrupt([socket, &address] {
+    return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  });
+}
+
+FileDescriptor newSocket() {
+  FileDescriptor result(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!result) fail("socket", "");
+  return result;
+}
+
+FileDescriptor lockOrFail(const std::string& path) {
+  FileDescriptor lock(::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kLockMode));
+  if (!lock) fail("open", path);
+  if (::flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return lock;
+  if (errno == EWOULDBLOCK)
+    throw SocketError("paddockd is already running: " + path + " is locked");
+  fail("lock", path);
+}
+
+// What is at the path may be replaced when it is a socket that nobody listens on.
+void requireReplaceable(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT) return;
+    fail("stat", path);
+  }
+  if (!S_ISSOCK(status.st_mode)) {
+    throw SocketError(path + " is there and is not a socket; it is left alone");
+  }
+  const FileDescriptor probe = newSocket();
+  if (connectTo(probe.get(), addressOf(path)) == 0 || errno == EAGAIN) {
+    throw SocketError("another daemon is already running: it listens on " + path);
+  }
+  if (errno != ECONNREFUSED && errno != ENOENT) fail("connect", path);
+}
+
+// Bound under another name and moved into place, so that the socket is never there with a mode
+// that the umask made, nor before it listens.
+FileDescriptor listenAt(const std::string& path, const std::string& temporary) {
+  FileDescriptor result = newSocket();
+  const sockaddr_un address = addressOf(temporary);
+  if (::unlink(temporary.c_str()) != 0 && errno != ENOENT) fail("unlink", temporary);
+  if (::bind(result.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    fail("bind", temporary);
+  }
+  if (::chmod(temporary.c_str(), kSocketMode) != 0) fail("chmod", temporary);
+  if (::listen(result.get(), SOMAXCONN) != 0) fail("listen", temporary);
+  if (::rename(temporary.c_str(), path.c_str()) != 0) fail("rename", temporary);
+  return result;
+}
+
+}  // namespace
+
+ListeningSocket::ListeningSocket(const Paths& paths) : path_(paths.socket()) {
+  (void)addressOf(path_);
+  try {
+    (void)openOwnFolder(paths.runFolder(), kFolderMode);
+  } catch (const std::exception& error) {
+    throw SocketError(error.what());
+  }
+  lock_ = lockOrFail(paths.lock());
+  requireReplaceable(path_);
+  socket_ = listenAt(path_, paths.runFolder() + "/paddockd.new");
+}
+
+ListeningSocket::~ListeningSocket() { ::unlink(path_.c_str()); }
+
+}  // namespace paddock

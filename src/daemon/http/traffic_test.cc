@@ -1,0 +1,229 @@
+// Who is let in, what is waited for at the end, and how clients are turned away.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "daemon/audit/access_policy.h"
+#include "daemon/http/connection_limits.h"
+#include "daemon/http/drainer.h"
+#include "daemon/http/peer.h"
+#include "daemon/http/request_gate.h"
+#include "daemon/idle_clock.h"
+
+namespace paddock {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+TEST(ConnectionLimits, CountAltogetherAndPerUser) {
+  ConnectionLimits limits(3, 2, 1);
+  EXPECT_TRUE(limits.take(1));
+  EXPECT_TRUE(limits.take(1));
+  EXPECT_FALSE(limits.take(1));
+  EXPECT_TRUE(limits.take(2));
+  EXPECT_FALSE(limits.take(3));
+  limits.giveBack(1);
+  EXPECT_TRUE(limits.take(3));
+}
+
+TEST(ConnectionLimits, ChangeForPlacesThatAreTakenFromNowOn) {
+  ConnectionLimits limits(2, 2, 1);
+  EXPECT_TRUE(limits.take(1));
+  EXPECT_TRUE(limits.take(1));
+  limits.change(3, 1);
+  EXPECT_FALSE(limits.take(1));
+  EXPECT_TRUE(limits.take(2));
+  limits.giveBack(1);
+  limits.giveBack(1);
+  EXPECT_TRUE(limits.take(1));
+}
+
+TEST(ConnectionLimits, APlaceIsGivenBackAtTheEndOfItsConnection) {
+  ConnectionLimits limits(1, 1, 1);
+  {
+    ConnectionPlace place(limits, 1);
+    EXPECT_TRUE(place.take());
+    EXPECT_TRUE(place.take());
+    EXPECT_FALSE(limits.take(1));
+  }
+  EXPECT_TRUE(limits.take(1));
+}
+
+TEST(ConnectionLimits, AWaitingConnectionGivesItsWaitingPlaceBackWhenItIsLetIn) {
+  ConnectionLimits limits(1, 1, 1);
+  ConnectionPlace waiting(limits, 2);
+  {
+    ConnectionPlace first(limits, 1);
+    EXPECT_TRUE(first.take());
+    EXPECT_FALSE(waiting.take());
+    EXPECT_TRUE(waiting.wait());
+    ConnectionPlace another(limits, 3);
+    EXPECT_FALSE(another.wait());
+  }
+  EXPECT_TRUE(waiting.take());
+  ConnectionPlace next(limits, 3);
+  EXPECT_TRUE(next.wait());
+}
+
+TEST(RequestGate, OnceClosedLetsOnlyNestedRequestsIn) {
+  RequestGate gate;
+  EXPECT_TRUE(gate.enter(false));
+  gate.leave(false);
+  gate.close();
+  EXPECT_TRUE(gate.closed());
+  EXPECT_FALSE(gate.enter(false));
+  EXPECT_TRUE(gate.enter(true));
+  gate.leave(false);
+}
+
+TEST(RequestGate, WaitsForRunningRequestsHoweverLongTheyTake) {
+  RequestGate gate;
+  ASSERT_TRUE(gate.enter(false));
+  gate.bodyComplete();
+  gate.close();
+  std::atomic<bool> answered{false};
+  std::thread running([&] {
+    std::this_thread::sleep_for(milliseconds(100));
+    answered = true;
+    gate.leave(true);
+  });
+  gate.waitUntilEmpty(milliseconds(1));
+  EXPECT_TRUE(answered);
+  running.join();
+}
+
+TEST(RequestGate, WaitsForBodiesForALimitedTime) {
+  RequestGate gate;
+  ASSERT_TRUE(gate.enter(false));
+  const auto started = steady_clock::now();
+  gate.waitUntilEmpty(milliseconds(50));
+  EXPECT_GE(steady_clock::now() - started, milliseconds(50));
+  gate.leave(false);
+}
+
+class DrainerTest : public testing::Test {
+ protected:
+  DrainerTest() {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    ours_ = FileDescriptor(ends[0]);
+    client_ = FileDescriptor(ends[1]);
+  }
+  // Reads until the end.
+  std::string received() const {
+    std::string text;
+    std::array<char, 256> block{};
+    ssize_t count = 0;
+    while ((count = ::recv(client_.get(), block.data(), block.size(), 0)) > 0) {
+      text.append(block.data(), static_cast<std::size_t>(count));
+    }
+    return text;
+  }
+  // Sends up to `bytes`; how many were taken.
+  std::size_t send(std::size_t bytes) const {
+    const std::string block(65536, 'x');
+    std::size_t sent = 0;
+    while (sent < bytes) {
+      const auto count = ::send(client_.get(), block.data(), block.size(), MSG_NOSIGNAL);
+      if (count < 0) break;
+      sent += static_cast<std::size_t>(count);
+    }
+    return sent;
+  }
+
+  FileDescriptor ours_;
+  FileDescriptor client_;
+};
+
+TEST_F(DrainerTest, AClientThatSendsOnStillGetsItsAnswer) {
+  Drainer drainer;
+  drainer.answer(std::move(ours_), "sorry");
+  EXPECT_GE(send(4U << 20U), 4U << 20U);
+  EXPECT_EQ(received(), "sorry");
+}
+
+TEST_F(DrainerTest, AClientThatNeverEndsIsCutOff) {
+  Drainer drainer(10, milliseconds(50));
+  drainer.add(std::move(ours_));
+  EXPECT_LT(send(1ULL << 40U), 1ULL << 40U);
+}
+
+TEST_F(DrainerTest, OneTooManyIsClosedAtOnce) {
+  Drainer drainer(0);
+  drainer.add(std::move(ours_));
+  EXPECT_EQ(::send(client_.get(), "x", 1, MSG_NOSIGNAL), -1);
+  EXPECT_EQ(errno, EPIPE);
+}
+
+TEST_F(DrainerTest, EndsWithConnectionsOpen) {
+  Drainer drainer;
+  drainer.add(std::move(ours_));
+}
+
+TEST(IdleClock, CountsFromOne) {
+  std::vector<std::uint64_t> counts;
+  std::mutex mutex;
+  std::condition_variable changed;
+  {
+    const IdleClock clock(
+        [&](std::uint64_t count) {
+          const std::scoped_lock lock(mutex);
+          counts.push_back(count);
+          changed.notify_all();
+        },
+        milliseconds(5));
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [&counts] { return counts.size() >= 3; });
+  }
+  ASSERT_GE(counts.size(), 3U);
+  for (std::size_t index = 0; index < counts.size(); ++index) EXPECT_EQ(counts[index], index + 1);
+}
+
+TEST(IdleClock, WaitsForTheTickThatIsUnderWay) {
+  std::atomic<bool> begun{false};
+  std::atomic<bool> ended{false};
+  {
+    const IdleClock clock(
+        [&](std::uint64_t) {
+          begun = true;
+          std::this_thread::sleep_for(milliseconds(50));
+          ended = true;
+        },
+        milliseconds(1));
+    while (!begun) std::this_thread::sleep_for(milliseconds(1));
+  }
+  EXPECT_TRUE(ended);
+}
+
+TEST(Peer, IsTheProcessAtTheOtherEnd) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const FileDescriptor first(ends[0]);
+  const FileDescriptor second(ends[1]);
+  const auto peer = peerOf(first.get());
+  ASSERT_TRUE(peer);
+  EXPECT_EQ(peer->uid, ::geteuid());
+  EXPECT_EQ(peer->process, ::getpid());
+  EXPECT_EQ(peerOf(-1), std::nullopt);
+}
+
+TEST(AccessPolicy, RootAndTheDaemonsOwnUserMayDoEverything) {
+  const AccessPolicy policy("no-such-group", "no-such-group-either");
+  EXPECT_EQ(policy.rightsOf(0), Rights::everything);
+  EXPECT_EQ(policy.rightsOf(::geteuid()), Rights::everything);
+  EXPECT_EQ(policy.rightsOf(54321), Rights::nothing);
+}
+
+}  // namespace
+}  // namespace paddock

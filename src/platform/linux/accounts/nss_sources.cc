@@ -1,0 +1,142 @@
+#include "platform/linux/accounts/nss_sources.h"
+
+#include <algorithm>
+
+#include "platform/linux/accounts/nss_module.h"
+#include "platform/linux/files/linux_text_files.h"
+
+namespace paddock {
+
+namespace {
+
+constexpr std::size_t kMostAnswers = 200'000;
+
+// A name that is part of a file's name, and cannot lead elsewhere.
+bool isModuleName(std::string_view name) {
+  return name.find_first_not_of(
+             "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
+         std::string_view::npos;
+}
+
+// The word that starts the text, which is cut off it; empty at its end.
+std::string_view takeWord(std::string_view& text) {
+  constexpr std::string_view kBlanks = " \t\r";
+  const std::size_t start = std::min(text.find_first_not_of(kBlanks), text.size());
+  text.remove_prefix(start);
+  const std::size_t end = std::min(text.find_first_of(kBlanks), text.size());
+  const std::string_view word = text.substr(0, end);
+  text.remove_prefix(end);
+  return word;
+}
+
+// "passwd: files [NOTFOUND=return] sss" without what is in brackets.
+std::string withoutActions(std::string_view line) {
+  std::string rest;
+  bool inside = false;
+  for (const char c : line) {
+    if (c == '[') inside = true;
+    if (!inside) rest += c;
+    if (c == ']') {
+      inside = false;
+      rest += ' ';
+    }
+  }
+  return rest;
+}
+
+void addSources(std::string_view words, std::vector<std::string>& names) {
+  for (auto word = takeWord(words); !word.empty(); word = takeWord(words)) {
+    if (word == "files" || word == "extrausers" || !isModuleName(word)) continue;
+    if (std::find(names.begin(), names.end(), word) == names.end()) names.emplace_back(word);
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> nssSourcesIn(std::string_view configuration, std::string_view database) {
+  std::vector<std::string> names;
+  while (!configuration.empty()) {
+    const std::size_t end = configuration.find('\n');
+    std::string_view line = configuration.substr(0, end);
+    configuration.remove_prefix(end == std::string_view::npos ? configuration.size() : end + 1);
+    line = line.substr(0, line.find('#'));
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) continue;
+    std::string_view before = line.substr(0, colon);
+    if (takeWord(before) != database || !takeWord(before).empty()) continue;
+    addSources(withoutActions(line.substr(colon + 1)), names);
+  }
+  return names;
+}
+
+struct NssSources::Source {
+  NssModule module;
+  std::chrono::steady_clock::time_point restsUntil;
+};
+
+NssSources::NssSources(Clock& clock, Options options)
+    : clock_(clock), options_(std::move(options)) {}
+NssSources::~NssSources() = default;
+
+void NssSources::readConfiguration() {
+  std::string configuration;
+  LinuxTextFiles().read(options_.configurationPath, configuration);
+  names_[0] = nssSourcesIn(configuration, "passwd");
+  names_[1] = nssSourcesIn(configuration, "group");
+}
+
+std::optional<std::uint32_t> NssSources::idOf(PrincipalType type, const std::string& name) {
+  return answer(type, "name " + name, [&](const NssModule& module, std::uint32_t& id) {
+    return module.find(type, name, id);
+  });
+}
+
+bool NssSources::has(const Principal& principal) {
+  const auto found = answer(principal.type, "id " + std::to_string(principal.id),
+                            [&](const NssModule& module, std::uint32_t& id) {
+                              id = principal.id;
+                              return module.find(principal);
+                            });
+  return found.has_value();
+}
+
+template <typename Ask>
+NssSources::Answer NssSources::answer(PrincipalType type, const std::string& key, Ask&& ask) {
+  if (names_[static_cast<int>(type)].empty()) return std::nullopt;
+  const auto now = clock_.monotonicNow();
+  if (now >= endOfAnswers_ || answers_.size() >= kMostAnswers) {
+    answers_.clear();
+    endOfAnswers_ = now + kLifetime;
+  }
+  const std::string whole = (type == PrincipalType::user ? "user " : "group ") + key;
+  const auto known = answers_.find(whole);
+  if (known != answers_.end()) return known->second;
+  bool isSure = true;
+  const Answer found = askAll(type, isSure, ask);
+  if (isSure) answers_.emplace(whole, found);
+  return found;
+}
+
+template <typename Ask>
+NssSources::Answer NssSources::askAll(PrincipalType type, bool& isSure, Ask&& ask) {
+  for (const std::string& name : names_[static_cast<int>(type)]) {
+    Source& one = source(name);
+    std::uint32_t id = 0;
+    auto result = NssModule::Result::unavailable;
+    if (clock_.monotonicNow() >= one.restsUntil) {
+      result = ask(one.module, id);
+      if (result == NssModule::Result::unavailable) one.restsUntil = clock_.monotonicNow() + kRest;
+    }
+    if (result == NssModule::Result::found) return id;
+    if (result == NssModule::Result::unavailable) isSure = false;
+  }
+  return std::nullopt;
+}
+
+NssSources::Source& NssSources::source(const std::string& name) {
+  const auto known = sources_.find(name);
+  if (known != sources_.end()) return known->second;
+  return sources_.emplace(name, Source{NssModule(options_.moduleFolder, name), {}}).first->second;
+}
+
+}  // namespace paddock

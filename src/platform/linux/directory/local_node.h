@@ -1,0 +1,26 @@
+// The directory node "/Local", kept in SQLite.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/directory.h"
+#include "platform/linux/directory/local_database.h"
+
+namespace paddock {
+
+class LocalDirectoryNode : public DirectoryNode {
+ public:
+  // Sets the password of a user of this node; it replaces an earlier one. Throws DirectoryError:
+  // ENOENT when the node has no user of the name, EINVAL for a password that is empty, holds a NUL
+  // or is longer than 511 bytes, EACCES where changes raise it.
+  virtual void setPassword(const std::string& user, const std::string& password) = 0;
+};
+
+// Opens the node. Throws what keeps the database from being opened. Users who authenticate may
+// write when they are root or members of `adminGroup`, as the name service or the node's own
+// group of that name say.
+std::shared_ptr<LocalDirectoryNode> openLocalNode(std::shared_ptr<LocalDatabase> database,
+                                                  std::string adminGroup);
+
+}  // namespace paddock

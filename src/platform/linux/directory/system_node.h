@@ -1,0 +1,26 @@
+// The directory node "/System": the host's users and groups, read-only, through the name
+// service switch.
+//
+// Users have RecordName, RealName (the comment up to its first comma, absent when empty),
+// UniqueID, PrimaryGroupID, NFSHomeDirectory and UserShell; groups have RecordName, PrimaryGroupID
+// and GroupMembership; both have RecordType and the GeneratedUID computed from the id. What is
+// not UTF-8 text is left out.
+//
+// Names and ids are looked up before anything is enumerated, so that users of a switch which
+// enumerates nobody are found: an entry whose name is exactly the one asked for, or
+// the first with the id, is then the whole answer. Names in other letter case and all other
+// attributes match what the switch enumerates.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "platform/directory.h"
+#include "platform/linux/accounts/pam_authentication.h"
+
+namespace paddock {
+
+// Users authenticate through PAM; without `pam`, authenticating raises ENOTSUP.
+std::shared_ptr<DirectoryNode> makeSystemNode(std::optional<PamOptions> pam);
+
+}  // namespace paddock

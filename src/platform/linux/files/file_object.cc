@@ -1,0 +1,103 @@
+#include "platform/linux/files/file_object.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <array>
+
+#include "base/system_call.h"
+
+namespace paddock {
+
+namespace {
+
+// Most values fit here; see limits of xattr(7) for the other.
+constexpr std::size_t kUsualSize = 1024;
+constexpr std::size_t kLargestSize = 65536;
+
+// Which calls take no O_PATH descriptor, they say with EBADF; its name in /proc does for them.
+// `direct` takes the descriptor, `named` that name.
+template <typename Result, typename Direct, typename Named>
+int onObject(int object, Result* result, Direct direct, Named named) {
+  const int error = errnoOf([&] { return direct(object); }, result);
+  if (error != EBADF) return error;
+  const std::string path = "/proc/self/fd/" + std::to_string(object);
+  const int failed = errnoOf([&] { return named(path.c_str()); }, result);
+  // The descriptor is open, so what is not there is /proc.
+  return failed == ENOENT ? ENOSYS : failed;
+}
+template <typename Direct, typename Named>
+int onObject(int object, Direct direct, Named named) {
+  int ignored = 0;
+  return onObject(object, &ignored, direct, named);
+}
+
+// Reads into the buffer; `size` of what is there.
+int readInto(int object, const char* name, char* buffer, std::size_t room, std::size_t* size) {
+  return onObject(
+      object, size, [&](int number) { return ::fgetxattr(number, name, buffer, room); },
+      [&](const char* path) { return ::getxattr(path, name, buffer, room); });
+}
+
+class LinuxExtendedAttributes final : public ExtendedAttributes {
+ public:
+  int get(int object, const std::string& name, std::string& value) const override {
+    value.clear();
+    std::array<char, kUsualSize> buffer;
+    std::size_t size = 0;
+    int error = readInto(object, name.c_str(), buffer.data(), buffer.size(), &size);
+    if (error == 0) value.assign(buffer.data(), size);
+    if (error != ERANGE) return error;
+    value.resize(kLargestSize);
+    error = readInto(object, name.c_str(), value.data(), value.size(), &size);
+    value.resize(error == 0 ? size : 0);
+    return error;
+  }
+
+  int set(int object, const std::string& name, std::string_view value) const override {
+    return onObject(
+        object,
+        [&](int number) {
+          return ::fsetxattr(number, name.c_str(), value.data(), value.size(), 0);
+        },
+        [&](const char* path) {
+          return ::setxattr(path, name.c_str(), value.data(), value.size(), 0);
+        });
+  }
+
+  int remove(int object, const std::string& name) const override {
+    return onObject(
+        object, [&](int number) { return ::fremovexattr(number, name.c_str()); },
+        [&](const char* path) { return ::removexattr(path, name.c_str()); });
+  }
+};
+
+int openWith(const std::string& path, int flags, FileDescriptor& object) {
+  int number = -1;
+  const int error = errnoOf([&] { return ::open(path.c_str(), flags | O_CLOEXEC); }, &number);
+  if (error == 0) object = FileDescriptor(number);
+  return error;
+}
+
+}  // namespace
+
+int openObject(const std::string& path, FileDescriptor& object) {
+  object.reset();
+  if (path.find('\0') != std::string::npos) return ENOENT;
+  const int error = openWith(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOCTTY, object);
+  return error == ENOTDIR || error == EACCES ? openWith(path, O_PATH, object) : error;
+}
+
+int changeObjectMode(int object, mode_t mode) {
+  return onObject(
+      object, [&](int number) { return ::fchmod(number, mode); },
+      [&](const char* path) { return ::chmod(path, mode); });
+}
+
+const ExtendedAttributes& linuxExtendedAttributes() {
+  static const LinuxExtendedAttributes attributes;
+  return attributes;
+}
+
+}  // namespace paddock

@@ -1,0 +1,159 @@
+#include "platform/linux/files/linux_volume_info.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "support/own_mounts.h"
+#include "support/temporary_folder.h"
+
+namespace paddock {
+namespace {
+
+using testing::Contains;
+
+class LinuxVolumeInfoTest : public testing::Test {
+ protected:
+  std::string folder(const std::string& name) const {
+    std::filesystem::create_directories(folder_.path(name));
+    return folder_.path(name);
+  }
+  MountedVolume volumeOf(const std::string& path) {
+    MountedVolume volume;
+    EXPECT_EQ(volumeInfo_.statfs(path, volume), 0) << path;
+    return volume;
+  }
+  static void mountNamed(const std::string& device, const std::string& path) {
+    ASSERT_EQ(::mount(device.c_str(), path.c_str(), "tmpfs", 0, "size=64k"), 0) << path;
+  }
+
+  TestFolder folder_;
+  LinuxVolumeInfo volumeInfo_;
+};
+
+TEST_F(LinuxVolumeInfoTest, SeesWhatIsMountedAndUnmountedMeanwhile) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a");
+    const MountedVolume before = volumeOf(path);
+    EXPECT_NE(before.f_mntonname, path);
+    mountNamed("first", path);
+    EXPECT_EQ(volumeOf(path), (MountedVolume{path, "first", "tmpfs"}));
+    ASSERT_EQ(::umount(path.c_str()), 0);
+    EXPECT_EQ(volumeOf(path), before);
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, TwoDotsBehindALinkLeadAboveItsTarget) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a");
+    mountNamed("inner", path);
+    folder("a/deep");
+    std::filesystem::create_symlink(path + "/deep", folder_.path("link"));
+    EXPECT_EQ(volumeOf(folder_.path("link/..")), (MountedVolume{path, "inner", "tmpfs"}));
+    MountedVolume volume;
+    EXPECT_EQ(volumeInfo_.statfs(path + "/missing/..", volume), ENOENT);
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, OfVolumesOnOneFolderTheTopOneCounts) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a");
+    mountNamed("lower", path);
+    mountNamed("upper", path);
+    EXPECT_EQ(volumeOf(path).f_mntfromname, "upper");
+    std::vector<MountedVolume> volumes;
+    ASSERT_EQ(volumeInfo_.getmntinfo(volumes), 0);
+    EXPECT_THAT(volumes, Contains(MountedVolume{path, "lower", "tmpfs"}));
+    EXPECT_EQ(volumes.back(), (MountedVolume{path, "upper", "tmpfs"}));
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, AFolderThatIsBoundElsewhereLiesOnItsOwnMount) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    mountNamed("one", folder("a"));
+    folder("a/inner");
+    bindMount(folder("a/inner"), folder("b"));
+    EXPECT_EQ(volumeOf(folder_.path("a/inner")).f_mntonname, folder_.path("a"));
+    EXPECT_EQ(volumeOf(folder_.path("b")), (MountedVolume{folder_.path("b"), "one", "tmpfs"}));
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, NamesWithBlanksAndBackslashesAreReadAsTheyAre) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a b\\040\n#");
+    mountNamed("de vice", path);
+    EXPECT_EQ(volumeOf(path), (MountedVolume{path, "de vice", "tmpfs"}));
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, FollowsALinkAtTheEnd) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    mountNamed("one", folder("a"));
+    std::filesystem::create_symlink("a", folder_.path("link"));
+    EXPECT_EQ(volumeOf(folder_.path("link")).f_mntonname, folder_.path("a"));
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, InAChrootThatIsNoMountTheRootIsTheVolume) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const MountedVolume outside = volumeOf(folder("root"));
+    bindMount("/proc", folder("root/proc"));
+    ASSERT_EQ(::chroot(folder_.path("root").c_str()), 0);
+    ASSERT_EQ(::chdir("/"), 0);
+    LinuxVolumeInfo inside;
+    MountedVolume volume;
+    ASSERT_EQ(inside.statfs("/", volume), 0);
+    EXPECT_EQ(volume, (MountedVolume{"/", outside.f_mntfromname, outside.f_fstypename}));
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, TheNumbersAreThoseOfTheVolume) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    const std::string path = folder("a");
+    mountNamed("one", path);
+    VolumeStatistics statistics;
+    ASSERT_EQ(volumeInfo_.statistics(path, statistics), 0);
+    EXPECT_EQ(statistics.family, "tmpfs");
+    EXPECT_EQ(statistics.f_bsize * statistics.f_blocks, 64U << 10U);
+    writeWholeFile(path + "/file", std::string(16U << 10U, 'x'));
+    ASSERT_EQ(volumeInfo_.statistics(path, statistics), 0);
+    EXPECT_LE(statistics.f_bsize * statistics.f_bavail, 48U << 10U);
+  });
+}
+
+TEST_F(LinuxVolumeInfoTest, TypesAreReportedUnderTheirFamily) {
+  const auto family = [](const VolumeFamilies& families) {
+    LinuxVolumeInfo volumeInfo(families);
+    VolumeStatistics statistics;
+    EXPECT_EQ(volumeInfo.statistics("/proc", statistics), 0);
+    return statistics.family;
+  };
+  EXPECT_EQ(family({}), "proc");
+  EXPECT_EQ(family({{"ext4", "proc"}, false}), "ufs");
+  EXPECT_EQ(family({{}, true}), "ufs");
+}
+
+TEST_F(LinuxVolumeInfoTest, AnyThreadMayAsk) {
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (int number = 0; number < 4; ++number) {
+    threads.emplace_back([&] {
+      MountedVolume volume;
+      for (int call = 0; call < 200; ++call) EXPECT_EQ(volumeInfo_.statfs("/proc", volume), 0);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace paddock

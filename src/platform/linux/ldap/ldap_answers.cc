@@ -1,0 +1,156 @@
+#include "platform/linux/ldap/ldap_answers.h"
+
+namespace paddock {
+
+namespace {
+
+std::size_t sizeOf(const LdapAnswers::Answer& answer) {
+  std::size_t size = 0;
+  for (const LdapAccount& account : answer) {
+    size += account.dn.size() + account.order.size();
+    for (const auto& [attribute, values] : account.attributes) {
+      size += attribute.size();
+      for (const std::string& value : values) size += value.size();
+    }
+  }
+  return size;
+}
+
+}  // namespace
+
+void LdapAnswers::Failure::raise() const {
+  if (status) throw DirectoryError(*status, text);
+  throw DirectoryError(text);
+}
+
+LdapAnswers::Answer LdapAnswers::get(const std::string& key, const Ask& ask) {
+  if (times_.keeping.count() == 0) return ask();
+  std::unique_lock lock(mutex_);
+  if (auto answer = known(key)) return std::move(*answer);
+  if (const auto found = underWay_.find(key); found != underWay_.end()) {
+    const std::shared_ptr<Question> question = found->second;
+    return awaitOrAsk(std::move(lock), *question, ask);
+  }
+  const auto question = std::make_shared<Question>();
+  underWay_.emplace(key, question);
+  lock.unlock();
+  return askAs(question, key, ask);
+}
+
+std::optional<LdapAnswers::Answer> LdapAnswers::known(const std::string& key) {
+  const auto found = kept_.find(key);
+  if (found == kept_.end()) return std::nullopt;
+  if (now() < found->second.end) return found->second.answer;
+  kept_.erase(found);
+  return std::nullopt;
+}
+
+std::vector<LdapAnswers::Answer> LdapAnswers::getEach(const std::vector<std::string>& keys,
+                                                      const AskEach& ask) {
+  std::vector<Lookup> all;
+  all.reserve(keys.size());
+  for (const std::string& key : keys) all.push_back(lookUp(key));
+  askMine(all, keys, ask);
+  // Nobody waits before having answered what is his to ask.
+  std::vector<Answer> answers;
+  answers.reserve(keys.size());
+  for (std::size_t at = 0; at < keys.size(); ++at) {
+    if (all[at].answer)
+      answers.push_back(std::move(*all[at].answer));
+    else
+      answers.push_back(awaitOrAsk(std::unique_lock(mutex_), *all[at].question,
+                                   [&] { return std::move(ask({at}).front()); }));
+  }
+  return answers;
+}
+
+LdapAnswers::Lookup LdapAnswers::lookUp(const std::string& key) {
+  if (times_.keeping.count() == 0) return {std::nullopt, std::make_shared<Question>(), true};
+  const std::lock_guard lock(mutex_);
+  if (auto answer = known(key)) return {std::move(answer), nullptr, false};
+  const auto [place, isMine] = underWay_.emplace(key, nullptr);
+  if (isMine) place->second = std::make_shared<Question>();
+  return {std::nullopt, place->second, isMine};
+}
+
+void LdapAnswers::askMine(std::vector<Lookup>& all, const std::vector<std::string>& keys,
+                          const AskEach& ask) {
+  std::vector<std::size_t> mine;
+  for (std::size_t at = 0; at < all.size(); ++at)
+    if (all[at].isMine) mine.push_back(at);
+  if (mine.empty()) return;
+  const auto asked = now();
+  const auto settleAll = [&] {
+    for (const std::size_t at : mine) settle(*all[at].question, keys[at]);
+  };
+  try {
+    auto found = ask(mine);
+    for (std::size_t number = 0; number < mine.size(); ++number) {
+      Lookup& one = all[mine[number]];
+      keep(keys[mine[number]], found[number], asked);
+      one.question->answer = found[number];
+      one.answer = std::move(found[number]);
+    }
+    settleAll();
+  } catch (const DirectoryError& error) {
+    for (const std::size_t at : mine) all[at].question->failure.emplace(error);
+    settleAll();
+    throw;
+  } catch (...) {
+    settleAll();
+    throw;
+  }
+}
+
+LdapAnswers::Answer LdapAnswers::askAs(const std::shared_ptr<Question>& question,
+                                       const std::string& key, const Ask& ask) {
+  const auto asked = now();
+  try {
+    Answer answer = ask();
+    keep(key, answer, asked);
+    question->answer = answer;
+    settle(*question, key);
+    return answer;
+  } catch (const DirectoryError& error) {
+    question->failure.emplace(error);
+    settle(*question, key);
+    throw;
+  } catch (...) {
+    settle(*question, key);
+    throw;
+  }
+}
+
+LdapAnswers::Answer LdapAnswers::awaitOrAsk(std::unique_lock<std::mutex> lock,
+                                            const Question& question, const Ask& ask) {
+  ++waiting_;
+  const bool isOver = settled_.wait_for(lock, times_.patience, [&] { return question.isOver; });
+  --waiting_;
+  lock.unlock();
+  // Nobody changes a question that is over.
+  if (isOver && question.answer) return *question.answer;
+  if (isOver && question.failure) question.failure->raise();
+  return ask();
+}
+
+void LdapAnswers::settle(Question& question, const std::string& key) {
+  const std::lock_guard lock(mutex_);
+  question.isOver = true;
+  underWay_.erase(key);
+  settled_.notify_all();
+}
+
+void LdapAnswers::keep(const std::string& key, const Answer& answer,
+                       std::chrono::steady_clock::time_point asked) {
+  if (times_.keeping.count() == 0 || sizeOf(answer) > kLargest) return;
+  const std::lock_guard lock(mutex_);
+  if (kept_.size() >= kCapacity) kept_.clear();
+  kept_.insert_or_assign(key, Kept{answer, asked + times_.keeping});
+}
+
+std::size_t LdapAnswers::waiting() const {
+  const std::lock_guard lock(mutex_);
+  return waiting_;
+}
+
+}  // namespace paddock

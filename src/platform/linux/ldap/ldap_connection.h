@@ -1,0 +1,107 @@
+// One connection to a directory server, over libldap. For one thread at a time; two connections
+// may be used in parallel.
+//
+// Every operation throws LdapError: what the server answered, LDAP_TIMEOUT when it did not in time;
+// and LdapConnectionLost when the connection broke. A connection that timed out or broke is no
+// longer usable.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/linux/ldap/ldap_options.h"
+
+struct ldap;
+struct ldapmsg;
+
+namespace paddock {
+
+struct LdapEntry {
+  std::string dn;
+  // By the attribute's name in lower case, without options.
+  std::unordered_map<std::string, std::vector<std::string>> attributes;
+
+  // Empty when the entry does not have the attribute; `attribute` in any letter case.
+  const std::vector<std::string>& values(std::string_view attribute) const;
+  std::string first(std::string_view attribute) const;
+};
+
+struct LdapChange {
+  enum class Kind { add, remove, replace };
+  Kind kind = Kind::add;
+  std::string attribute;
+  std::vector<std::string> values;  // none: of `remove`, all of them
+};
+
+enum class LdapScope { base, subtree };
+
+struct LdapQuery {
+  std::string base;
+  LdapScope scope = LdapScope::subtree;
+  std::string filter = "(objectClass=*)";
+  // None: all but the operational ones.
+  std::vector<std::string> attributes;
+};
+
+class LdapConnection {
+ public:
+  // Connects, and encrypts the connection where the options say so. Nobody is authenticated.
+  explicit LdapConnection(const LdapOptions& options);
+  LdapConnection(const LdapConnection&) = delete;
+  LdapConnection& operator=(const LdapConnection&) = delete;
+  ~LdapConnection();
+
+  bool isUsable() const { return usable_; }
+
+  // A simple bind. Precondition: neither is empty.
+  void bind(const std::string& dn, const std::string& password);
+
+  // Every entry that matches: in pages where the server knows them; a limit that it hits is an
+  // error. References to other servers are not followed.
+  std::vector<LdapEntry> search(const LdapQuery& query);
+  // The same for several queries, which are under way together; a query of the scope `base` whose
+  // entry is not there has an empty answer.
+  std::vector<std::vector<LdapEntry>> searchEach(const std::vector<LdapQuery>& queries);
+
+  // `attributes` are all of kind `add`.
+  void add(const std::string& dn, const std::vector<LdapChange>& attributes);
+  // All of the changes or none.
+  void modify(const std::string& dn, const std::vector<LdapChange>& changes);
+  // Gives the entry another first component, in the place where it is.
+  void rename(const std::string& dn, const std::string& newRdn, bool deleteOldRdn);
+  // Deletes the entry if `assertion` (a filter) holds for it; servers that cannot assert do not
+  // ask.
+  void remove(const std::string& dn, const std::string& assertion);
+
+ private:
+  class Callback;
+  struct Page;
+
+  void connect();
+  void startTls();
+  void setOptions();
+  [[noreturn]] void failConnecting(int result, int number);
+  // With a cookie, one page is asked for.
+  int send(const LdapQuery& query, const std::string* cookie);
+  // Receives the entries of a page; its cookie is empty when there are no more.
+  Page receive(int message, const LdapQuery& query);
+  ldapmsg* await(int message, const std::string& what);
+  // Awaits the answer of a request whose sending gave `sent`; throws what it says.
+  void finish(int sent, int message, const std::string& what);
+  int resultOf(int sent, int message, const std::string& what, std::string& diagnostic);
+  void requireSent(int sent, const std::string& what);
+  // Throws for a result of the library itself.
+  [[noreturn]] void fail(int result, const std::string& what);
+  std::string diagnosticMessage();
+  std::string what(std::string_view operation, std::string_view dn) const;
+
+  const LdapOptions options_;
+  std::unique_ptr<Callback> callback_;
+  ldap* ldap_ = nullptr;
+  bool usable_ = false;
+};
+
+}  // namespace paddock

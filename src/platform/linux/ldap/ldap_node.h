@@ -1,0 +1,30 @@
+// Directory nodes "/LDAP/NAME": a directory server, over libldap. docs/ldap.md says how a server is
+// set up, docs/formats/ldap.md how records look there and which status each failure has.
+//
+// Records of every type but users and groups are entries of our own schema and may be changed as
+// far as the server lets the account that is authenticated. Users and groups are what the site
+// keeps there, and read-only (EACCES).
+//
+// "dsAttrTypeStandard:ReadOnlyNode" is what the configuration says (`LdapOptions::writable`), or
+// what the last change of a record that the server took or refused has shown; `kWriteBasis` says
+// which of the two. The server is asked whether it has the place of the records, by reading alone:
+// no change is ever tried to find it out.
+//
+// A node object, its records included, has at most one connection, made when it is first needed.
+#pragma once
+
+#include <memory>
+
+#include "platform/directory.h"
+#include "platform/linux/ldap/ldap_server.h"
+
+namespace paddock {
+
+// An attribute of these nodes: "configured"; "accepted" or "refused" by the last change.
+inline constexpr const char* kWriteBasis = "dsAttrTypeNative:write_basis";
+
+// A user authenticates by the name of a user's record, or by the distinguished name of any entry
+// that has a password. Throws nothing: the server is first asked by an operation.
+std::shared_ptr<DirectoryNode> makeLdapNode(std::shared_ptr<LdapServer> server);
+
+}  // namespace paddock

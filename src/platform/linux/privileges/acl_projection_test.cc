@@ -1,0 +1,159 @@
+#include "platform/linux/privileges/acl_projection.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <utility>
+
+namespace paddock::projection {
+namespace {
+
+using posix_acl::Acl;
+using posix_acl::Bits;
+using posix_acl::Named;
+
+constexpr acl::Flag kBoth = acl::kFileInherit | acl::kDirectoryInherit;
+
+Subject user(std::uint32_t id) { return {Subject::Kind::user, id}; }
+Subject group(std::uint32_t id) { return {Subject::Kind::group, id}; }
+Subject everyone() { return {Subject::Kind::everyone, 0}; }
+
+Rule allow(Subject subject, Bits bits, acl::Flag flags = 0) { return {true, subject, bits, flags}; }
+Rule deny(Subject subject, Bits bits, acl::Flag flags = 0) { return {false, subject, bits, flags}; }
+
+// The group 100 owns the object; user 1001 is in it, user 1002 in 200, user 1003 in both.
+class AclProjectionTest : public ::testing::Test {
+ protected:
+  static Source source(std::vector<Rule> rules, mode_t mode, bool complete = false) {
+    return {std::move(rules), complete, posix_acl::classesOf(mode), 100};
+  }
+  Acl access(std::vector<Rule> rules, mode_t mode, bool complete = false) const {
+    return accessAcl(source(std::move(rules), mode, complete), groupsOf_);
+  }
+  Acl inherited(std::vector<Rule> rules, mode_t mode, bool complete = false) const {
+    return defaultAcl(source(std::move(rules), mode, complete), groupsOf_);
+  }
+
+  const std::map<std::uint32_t, std::vector<std::uint32_t>> groups_{
+      {1001, {100}}, {1002, {200}}, {1003, {100, 200}}};
+  const std::vector<std::uint32_t> none_{};
+  const GroupsOf groupsOf_ = [this](std::uint32_t uid) -> const std::vector<std::uint32_t>& {
+    const auto found = groups_.find(uid);
+    return found == groups_.end() ? none_ : found->second;
+  };
+};
+
+TEST_F(AclProjectionTest, AListWithoutEntriesSaysOnlyTheMode) {
+  const Acl acl = access({}, 0754);
+  EXPECT_FALSE(acl.namesAnybody());
+  EXPECT_EQ(acl.classes, (posix_acl::Classes{7, 5, 4}));
+  EXPECT_FALSE(acl.mask);
+  EXPECT_FALSE(inherited({}, 0754).namesAnybody());
+}
+
+TEST_F(AclProjectionTest, ANamedUserHasWhatTheListAllowsAndTheRestFromTheMode) {
+  EXPECT_EQ(access({allow(user(1000), 2)}, 0754).users, (std::vector<Named>{{1000, 6}}));
+}
+
+TEST_F(AclProjectionTest, ANamedUserInTheGroupFallsBackToTheGroupsPart) {
+  EXPECT_EQ(access({allow(user(1001), 2)}, 0754).users, (std::vector<Named>{{1001, 7}}));
+}
+
+TEST_F(AclProjectionTest, ADeniedUserHasLessThanTheMode) {
+  EXPECT_EQ(access({deny(user(1000), 4)}, 0755).users, (std::vector<Named>{{1000, 1}}));
+}
+
+TEST_F(AclProjectionTest, TheFirstEntryThatNamesABitDecides) {
+  EXPECT_EQ(access({deny(user(1000), 2), allow(user(1000), 6)}, 0700).users,
+            (std::vector<Named>{{1000, 4}}));
+  EXPECT_EQ(access({allow(user(1000), 6), deny(user(1000), 2)}, 0700).users,
+            (std::vector<Named>{{1000, 6}}));
+}
+
+TEST_F(AclProjectionTest, GroupsCountForANamedUser) {
+  const auto acl = access({allow(user(1002), 1), deny(group(200), 2), allow(group(200), 6)}, 0700);
+  EXPECT_EQ(acl.users, (std::vector<Named>{{1002, 5}}));
+  EXPECT_EQ(acl.groups, (std::vector<Named>{{200, 4}}));
+}
+
+TEST_F(AclProjectionTest, EveryoneCountsForUsersAndGroupsAndIsNotNamed) {
+  const auto acl = access({allow(user(1000), 1), allow(group(200), 2), allow(everyone(), 4)}, 0700);
+  EXPECT_EQ(acl.users, (std::vector<Named>{{1000, 5}}));
+  EXPECT_EQ(acl.groups, (std::vector<Named>{{200, 6}}));
+  EXPECT_EQ(acl.classes, (posix_acl::Classes{7, 0, 0}));
+}
+
+TEST_F(AclProjectionTest, ANamedGroupFallsBackToOthersAndTheOwningOneToItsOwnPart) {
+  const auto acl = access({allow(group(100), 2), allow(group(200), 2)}, 0751);
+  EXPECT_EQ(acl.groups, (std::vector<Named>{{100, 7}, {200, 3}}));
+}
+
+TEST_F(AclProjectionTest, InACompleteListNothingFallsBackToTheMode) {
+  const auto acl = access({allow(user(1001), 4), allow(group(200), 2)}, 0777, true);
+  EXPECT_EQ(acl.users, (std::vector<Named>{{1001, 4}}));
+  EXPECT_EQ(acl.groups, (std::vector<Named>{{200, 2}}));
+  EXPECT_EQ(acl.classes, (posix_acl::Classes{7, 7, 7}));
+}
+
+TEST_F(AclProjectionTest, WhoIsNobodyIsNotNamed) {
+  EXPECT_FALSE(access({allow({}, 7)}, 0700).namesAnybody());
+}
+
+TEST_F(AclProjectionTest, EntriesForDescendantsOnlyDoNotCountForTheObject) {
+  EXPECT_FALSE(access({allow(user(1000), 7, kBoth | acl::kOnlyInherit)}, 0700).namesAnybody());
+}
+
+TEST_F(AclProjectionTest, AnEntryForTwoPlacesStandsOnce) {
+  const auto acl = access({allow(user(1000), 4), allow(user(1000), 2)}, 0700);
+  EXPECT_EQ(acl.users, (std::vector<Named>{{1000, 6}}));
+}
+
+TEST_F(AclProjectionTest, TheMaskBoundsNothing) {
+  EXPECT_EQ(access({allow(user(1000), 2)}, 0710).mask, Bits{3});
+}
+
+TEST_F(AclProjectionTest, WhatFilesAndFoldersInheritIsTheDefault) {
+  const std::vector<Rule> rules{allow(user(1000), 6, kBoth),
+                                allow(group(200), 5, kBoth | acl::kOnlyInherit)};
+  const auto acl = inherited(rules, 0750);
+  EXPECT_EQ(acl.users, (std::vector<Named>{{1000, 6}}));
+  EXPECT_EQ(acl.groups, (std::vector<Named>{{200, 5}}));
+  EXPECT_EQ(acl.classes, (posix_acl::Classes{7, 5, 0}));
+  EXPECT_EQ(acl.mask, Bits{7});
+}
+
+TEST_F(AclProjectionTest, WhoMakesSomethingHasEverythingInTheDefaultWhateverTheFoldersOwnerHas) {
+  const auto acl = inherited({allow(user(1000), 6, kBoth)}, 0050);
+  EXPECT_EQ(acl.classes, (posix_acl::Classes{7, 5, 0}));
+}
+
+TEST_F(AclProjectionTest, EntriesThatAreNotInheritedAreNoDefault) {
+  EXPECT_FALSE(inherited({allow(user(1000), 6)}, 0750).namesAnybody());
+}
+
+TEST_F(AclProjectionTest, ADefaultDoesNotGiveFilesWhatOnlyFoldersInherit) {
+  EXPECT_EQ(inherited({allow(user(1000), 4, acl::kDirectoryInherit)}, 0700).users,
+            (std::vector<Named>{{1000, 0}}));
+  EXPECT_EQ(inherited({allow(user(1000), 4, acl::kFileInherit)}, 0700).users,
+            (std::vector<Named>{{1000, 0}}));
+}
+
+TEST_F(AclProjectionTest, ADefaultDoesNotReachDeeperThanTheEntry) {
+  EXPECT_EQ(inherited({allow(user(1000), 4, kBoth | acl::kLimitInherit)}, 0700).users,
+            (std::vector<Named>{{1000, 0}}));
+}
+
+TEST_F(AclProjectionTest, ADenialThatReachesAnythingCountsInTheDefault) {
+  const std::vector<Rule> rules{deny(user(1000), 2, acl::kDirectoryInherit | acl::kLimitInherit),
+                                allow(user(1000), 6, kBoth)};
+  EXPECT_EQ(inherited(rules, 0700).users, (std::vector<Named>{{1000, 4}}));
+}
+
+TEST_F(AclProjectionTest, UsersWhoseGroupsMatterAreListedOnce) {
+  EXPECT_EQ(namedUsers({allow(user(7), 1), allow(group(3), 1), allow(user(5), 1),
+                        deny(user(7), 2, acl::kOnlyInherit)}),
+            (std::vector<std::uint32_t>{5, 7}));
+}
+
+}  // namespace
+}  // namespace paddock::projection

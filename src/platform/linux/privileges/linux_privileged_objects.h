@@ -1,0 +1,38 @@
+// Objects held by descriptors, for reading and changing their privileges.
+#pragma once
+
+#include "base/file_descriptor.h"
+#include "platform/linux/privileges/file_acls.h"
+#include "platform/privileged_object.h"
+
+namespace paddock {
+
+// The descriptor may be an O_PATH one. Changes of owner and mode bring the object's list up to
+// date.
+class LinuxPrivilegedObject final : public PrivilegedObject {
+ public:
+  // The caller keeps `acls` alive.
+  LinuxPrivilegedObject(FileDescriptor object, const FileAcls& acls)
+      : object_(std::move(object)), acls_(acls) {}
+
+  acl::List* getAcl() override;
+  int setAcl(acl::List* list) override;
+  int changeOwner(std::uint32_t uid, std::uint32_t gid) override;
+  int readMode(mode_t& mode) override;
+  int changeMode(mode_t mode) override;
+
+ private:
+  FileDescriptor object_;
+  const FileAcls& acls_;
+};
+
+class LinuxPrivilegedObjects final : public PrivilegedObjects {
+ public:
+  explicit LinuxPrivilegedObjects(const FileAcls& acls) : acls_(acls) {}
+  int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) override;
+
+ private:
+  const FileAcls& acls_;
+};
+
+}  // namespace paddock
