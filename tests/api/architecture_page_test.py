@@ -4,7 +4,7 @@
     architecture_page_test.py PROJECT
 
 Every path that they name exists; the picture of the tree has every folder and no other; every function and class
-that the picture of a request and the table of rules name stands in the code of the file beside it.
+that the picture of a request and the table of rules name is declared or defined in the file beside it.
 """
 import glob
 import os
@@ -48,18 +48,25 @@ def missing_paths(project, page):
     return sorted({path for path in named if not glob.glob(os.path.join(project, path))})
 
 
-def words_of(project, path):
-    """The words of a file's code, comments left out."""
-    return set(re.findall(r"\w+", re.sub(r"//.*", "", text_of(project, path))))
+def is_declared(code, name):
+    """Whether C++ has the function, class, member or constant. That it is called there is not enough."""
+    scope, _, last = name.rpartition("::")
+    if scope and not re.search(r"\b%s\b" % scope, code):
+        return False
+    kind = r"^ *(?:class|struct|enum|enum class) %s\b" % last
+    no_call = r"(?!(?:return|throw|else|case|delete|new)\b)"
+    typed = r"^ *(?:\[\[\w+\]\] )?" + no_call + r"\w[\w :<>,*&~\[\]]*[ *&](?:\w+::)*%s *[({=;]"
+    broken = r"^(?:\w+::)*%s\("  # a definition whose type stands on the line above
+    return any(re.search(pattern, code, re.M) for pattern in (kind, typed % last, broken % last))
 
 
 def absent_names(project, places):
-    """Of (path, name), those whose name the file does not have. A::b is both A and b."""
+    """Of (path, name), those that the file does not declare. A::b is b, of an A that is there too."""
     problems = []
     for path, name in places:
         if not os.path.exists(os.path.join(project, path)):
             problems.append("%s: there is no such file" % path)
-        elif not set(name.split("::")) <= words_of(project, path):
+        elif not is_declared(re.sub(r"//.*", "", text_of(project, path)), name):
             problems.append("%s: no %s" % (path, name))
     return problems
 
@@ -130,7 +137,8 @@ class WrongMaps(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.project = folder.name
-        for path, text in (("src/store/names.cc", "// once oldName\nint Names::freeName(int limit);\n"),
+        code = "// once oldName()\nint Names::freeName(int limit) {\n  called(limit);\n  return called(limit);\n}\n"
+        for path, text in (("src/store/names.cc", code),
                            ("tests/store/names_test.py", "")):
             os.makedirs(os.path.dirname(os.path.join(self.project, path)))
             with open(os.path.join(self.project, path), "w", encoding="utf-8") as file:
@@ -143,10 +151,10 @@ class WrongMaps(unittest.TestCase):
 
     def test_with_a_wrong_name_are_seen(self):
         page = "## %s\n\n| Rule | Where |\n|---|---|\n" % RULES + \
-               "| a `word` | `src/store/names.cc`: `Names::freeName`, `takenName`, `oldName` |\n" \
+               "| a `word` | `src/store/names.cc`: `Names::freeName`, `called`, `oldName` |\n" \
                "| b | `src/store/no.cc`: `freeName`; `src/store/names.cc`: `Other::freeName` |\n| c | `freeName` |\n"
         self.assertEqual(absent_names(self.project, places_of_rules(page)),
-                         ["src/store/names.cc: no takenName", "src/store/names.cc: no oldName",
+                         ["src/store/names.cc: no called", "src/store/names.cc: no oldName",
                           "src/store/no.cc: there is no such file", "src/store/names.cc: no Other::freeName",
                           "(no file in: | c | `freeName` |): there is no such file"])
 
