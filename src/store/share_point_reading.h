@@ -13,9 +13,10 @@
 namespace paddock {
 
 // All share points in their dictionary forms, in the order of the directory's answer. The
-// exports file is read again first. `filter` is ignored. 0 with `list` unset when there are none or
-// when the directory cannot be searched; 100075 with `list` unset when the exports parser or
-// the local node fails.
+// exports file is read again first; while it cannot be read, exports are as they were last read and
+// a log line says so. `filter` is ignored. 0 with `list` unset when there are none or when the
+// directory cannot be searched; 100075 with `list` unset when the local node cannot be opened, a
+// record cannot be completed, or the exports parser throws.
 Status read_sharepoints(const Value* filter, std::optional<Array>& list);
 
 // The share point of that path, compared case-insensitively, the last one when there are several;
