@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "base/system_call.h"
 #include "platform/accounts.h"
@@ -111,7 +112,7 @@ Status read_quota_entries(const std::string& volumePath, QuotaType type,
   VolumeStatistics volume;
   const int unknown = services().volumeInfo->statistics(volumePath, volume);
   if (unknown != 0) {
-    (void)file.release();  // deliberate: it is left open
+    keepOpen(std::move(file));  // deliberate: it is left open
     return notListed(path, unknown, "the volume: " + sharing_error_string(unknown));
   }
   if (volume.family != "hfs" && volume.family != "ufs") {
@@ -121,7 +122,7 @@ Status read_quota_entries(const std::string& volumePath, QuotaType type,
   QuotaFileHeader header;
   if (!readHeader(file.get(), header) ||
       !isQuotaHeaderOf(type, header.magic, header.version, header.maxentries)) {
-    (void)file.release();  // deliberate: it is left open
+    keepOpen(std::move(file));  // deliberate: it is left open
     return notListed(path, kBadHeader, "it does not begin with the header of such a file");
   }
   const Status unread =

@@ -18,7 +18,9 @@ namespace paddock {
 // volume is of neither family that keeps such files. An errno without an array when the file or
 // the volume cannot be read: ELOOP, EISDIR and EINVAL for what is no regular file, EPERM for a file
 // that belongs to neither root nor this process. -1 without an array when the header is cut short
-// or does not fit. Whatever is not 0 has one line at error level, with the file and the reason.
+// or does not fit, and then, or when the volume cannot be read, the file stays open: by one
+// descriptor, however often that happens with the same file. Whatever is not 0 has one line at error
+// level, with the file and the reason.
 //
 // Takes memory for the answer alone. Holes in the file are not read.
 Status read_quota_entries(const std::string& volumePath, QuotaType type,

@@ -208,6 +208,24 @@ TEST_F(QuotaListing, AHeaderThatDoesNotFitIsMinusOneAndTheFileIsLeftOpen) {
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
 }
 
+// Whoever may read settings may do so all day.
+TEST_F(QuotaListing, AFileThatIsRefusedAgainAndAgainCostsOneDescriptor) {
+  writeWholeFile(userFile(), quotaFileBytes(kGroupQuota, 4, {usage(1001, 5)}));
+  for (int count = 0; count < 1000; ++count) ASSERT_EQ(list(), -1);
+  volumes.setError(root(), EIO);
+  for (int count = 0; count < 1000; ++count) ASSERT_EQ(list(), EIO);
+  EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
+}
+
+TEST_F(QuotaListing, AFileThatAnotherHasReplacedIsNotKeptOpen) {
+  for (int count = 0; count < 100; ++count) {
+    std::filesystem::remove(userFile());
+    writeWholeFile(userFile(), "no header");
+    ASSERT_EQ(list(), -1);
+  }
+  EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
+}
+
 TEST_F(QuotaListing, AnEmptyFileAndOneCutInItsHeaderAreMinusOne) {
   const std::string whole = quotaFileBytes(kUserQuota, 4, {usage(1001, 5)});
   writeWholeFile(userFile(), whole);

@@ -3,6 +3,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cstdint>
+#include <mutex>
+#include <utility>
+#include <vector>
+
 #include "base/system_call.h"
 
 namespace paddock {
@@ -20,6 +25,31 @@ int kindError(mode_t mode) {
   if (S_ISREG(mode)) return 0;
   if (S_ISLNK(mode)) return ELOOP;
   return S_ISDIR(mode) ? EISDIR : EINVAL;
+}
+
+struct KeptFile {
+  FileDescriptor descriptor;
+  dev_t device = 0;
+  ino_t inode = 0;
+};
+
+enum class KeptState : std::uint8_t { present, removed, foreign };
+
+// Who closed the descriptor may have opened another file by its number, which is not ours to close.
+KeptState stateOf(const KeptFile& kept) {
+  struct stat status {};
+  if (::fstat(kept.descriptor.get(), &status) != 0) return KeptState::foreign;
+  if (status.st_dev != kept.device || status.st_ino != kept.inode) return KeptState::foreign;
+  return status.st_nlink == 0 ? KeptState::removed : KeptState::present;
+}
+
+void forgetOthers(std::vector<KeptFile>& files, int newNumber) {
+  std::erase_if(files, [newNumber](KeptFile& kept) {
+    const bool reopened = kept.descriptor.get() == newNumber;
+    const KeptState state = reopened ? KeptState::foreign : stateOf(kept);
+    if (state == KeptState::foreign) (void)kept.descriptor.release();
+    return state != KeptState::present;
+  });
 }
 
 }  // namespace
@@ -48,6 +78,19 @@ int createFile(const std::string& path, mode_t mode, FileDescriptor& file) {
       [&] { return ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kSafely, mode); }, &descriptor);
   if (error == 0) file = FileDescriptor(descriptor);
   return error;
+}
+
+void keepOpen(FileDescriptor file) {
+  static std::mutex mutex;
+  // Never destroyed: at the process's end the files are closed anyway.
+  static auto& files = *new std::vector<KeptFile>;
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) return;
+  const std::lock_guard lock(mutex);
+  forgetOthers(files, file.get());
+  for (const KeptFile& kept : files)
+    if (kept.device == status.st_dev && kept.inode == status.st_ino) return;
+  files.push_back({std::move(file), status.st_dev, status.st_ino});
 }
 
 bool isTaken(const std::string& path) {
