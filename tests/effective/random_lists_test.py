@@ -18,6 +18,7 @@ from nt_list import AUTHENTICATED, EVERYONE, OWNER_RIGHTS, group_sid, guid_sid, 
 
 ROUNDS = int(os.environ.get("PADDOCK_ROUNDS", "60"))
 SEED = int(os.environ.get("PADDOCK_SEED", random.SystemRandom().randrange(1 << 32)))
+IN_DOUBT = 4  # the exit status when an entry that matters is for nobody that is known
 
 HOST_GIDS = [*world.HOST_USERS.values(), *world.HOST_GROUPS.values()]
 LOCAL_GIDS = list(world.LOCAL_MEMBERS)
@@ -248,7 +249,8 @@ class RandomListsTest(world.EffectiveTest):
                     [os.getxattr(path, name) for name in os.listxattr(path)])
         before = state()
         self.effective(path, self.users["bert"].uid)
-        subprocess.run([self.program, "-p", path, "-u", "21002", "--explain"], check=True, stdout=subprocess.DEVNULL)
+        ended = subprocess.run([self.program, "-p", path, "-u", "21002", "--explain"], stdout=subprocess.DEVNULL)
+        self.assertIn(ended.returncode, (0, IN_DOUBT))  # a drawn entry may be for somebody unknown
         self.assertEqual(state(), before)
 
 
