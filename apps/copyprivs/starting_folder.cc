@@ -1,14 +1,15 @@
 #include "copyprivs/starting_folder.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 #include "base/system_call.h"
 #include "copyprivs/folder_opening.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/files/path_walk.h"
 #include "platform/linux/privileges/linux_privileged_objects.h"
 #include "platform/services.h"
 
@@ -52,7 +53,15 @@ StartingFolder findStartingFolder(const std::string& path) {
   if (path.find('\0') != std::string::npos) throw because("cannot open " + path, ENOENT);
   StartingFolder folder;
   folder.path = withoutSlashes(path);
-  const int error = hold(AT_FDCWD, folder.path.c_str(), folder.held, folder.status);
+  const std::size_t name = folder.path.rfind('/') + 1;
+  FileDescriptor above;
+  std::optional<RefusedLink> refused;
+  int error =
+      holdObject(name > 0 ? folder.path.substr(0, name) : ".", PathUse::changing, above, &refused);
+  if (refused) throw CannotStart("cannot open " + path + ": " + textWithOwner(*refused));
+  // Of the highest folder nothing is left but the folder itself.
+  const char* last = folder.path == "/" ? "." : folder.path.c_str() + name;
+  if (error == 0) error = hold(above.get(), last, folder.held, folder.status);
   if (error != 0) throw because("cannot open " + path, error);
   if (S_ISLNK(folder.status.type)) throw CannotStart(path + " is a symbolic link");
   if (!folder.status.isFolder()) throw CannotStart(path + " is no folder");

@@ -16,7 +16,8 @@ class CannotStart : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The folder at the path; links above it are followed, it must be none itself. Throws CannotStart.
+// The folder at the path; links above it are followed as platform/path_use.h says of changing, it
+// must be none itself. Throws CannotStart.
 StartingFolder findStartingFolder(const std::string& path);
 
 // Its own owner, group, mode and, when `what` has them, the entries that it passes on. Throws

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "base/system_call.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/files/path_walk.h"
 #include "platform/linux/privileges/object_status.h"
 #include "quotascan/failure.h"
 #include "quotascan/kernel_counts.h"
@@ -32,9 +34,15 @@ struct Subject {
 };
 
 FileDescriptor openVolume(const std::string& path) {
+  FileDescriptor held;
+  std::optional<RefusedLink> refused;
+  int error = holdObject(path, PathUse::changing, held, &refused);
+  if (refused) throw Failure("cannot open " + path + ": " + textWithOwner(*refused));
   int descriptor = -1;
-  const int error = errnoOf(
-      [&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  if (error == 0) {
+    error = errnoOf([&] { return ::openat(held.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); },
+                    &descriptor);
+  }
   if (error != 0) throw failureOf("open", path, error);
   FileDescriptor volume(descriptor);
   ObjectStatus status;

@@ -14,6 +14,7 @@
 
 #include "base/file_descriptor.h"
 #include "base/system_call.h"
+#include "platform/linux/accounts/nss.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/files/file_object.h"
@@ -89,7 +90,10 @@ std::string ListKeeper::keepBelow(const std::string& path, Served before) {
   failed_ = 0;
   failures_.clear();
   FileDescriptor folder;
-  if (const int error = openObject(path, folder); error != 0) {
+  std::optional<RefusedLink> refused;
+  const int error = openObject(path, folder, PathUse::changing, &refused);
+  if (refused) return path + " is left alone: " + textWithOwner(*refused);
+  if (error != 0) {
     note(path, error);
     return faults();
   }

@@ -12,8 +12,10 @@
 #include "base/status.h"
 #include "base/system_call.h"
 #include "paddock/host.h"
+#include "paddock/sys_logger.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/accounts/linux_membership.h"
+#include "platform/linux/accounts/nss.h"
 #include "platform/linux/configured_options.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "platform/linux/files/file_object.h"
@@ -47,11 +49,15 @@ std::string octalDigits(mode_t mode) {
   return digits;
 }
 
-int openNamed(const Dictionary& request, FileDescriptor& object, struct stat& status) {
+int openNamed(const Dictionary& request, PathUse use, FileDescriptor& object, struct stat& status) {
   const std::string* path = request.string("path");
   if (path == nullptr || !path->starts_with('/')) return EINVAL;
-  if (const int error = openObject(*path, object); error != 0) return error;
-  return errnoOf([&] { return ::fstat(object.get(), &status); });
+  std::optional<RefusedLink> refused;
+  const int error = openObject(*path, object, use, &refused);
+  if (refused) {
+    logMessage(kLogError, "paddock_files: " + *path + " is left alone: " + textWithOwner(*refused));
+  }
+  return error != 0 ? error : errnoOf([&] { return ::fstat(object.get(), &status); });
 }
 
 Dictionary describe(const FileDescriptor& object) {
@@ -66,7 +72,7 @@ Dictionary describe(const FileDescriptor& object) {
 Dictionary getMode(const Dictionary& request) {
   FileDescriptor object;
   struct stat status {};
-  const int error = openNamed(request, object, status);
+  const int error = openNamed(request, PathUse::reading, object, status);
   return error != 0 ? replyOf(error) : describe(object);
 }
 
@@ -83,7 +89,7 @@ Dictionary setModeBits(const Dictionary& request, const FileAcls& acls) {
   if (!bits) return replyOf(EINVAL);
   FileDescriptor object;
   struct stat status {};
-  int error = openNamed(request, object, status);
+  int error = openNamed(request, PathUse::changing, object, status);
   if (error == 0 && !S_ISDIR(status.st_mode)) error = ENOTDIR;
   // With a POSIX ACL the group's part is its mask, which so stays as it is.
   if (error == 0) {
@@ -118,7 +124,7 @@ Dictionary describeList(const FileDescriptor& object) {
 Dictionary getList(const Dictionary& request) {
   FileDescriptor object;
   struct stat status {};
-  const int error = openNamed(request, object, status);
+  const int error = openNamed(request, PathUse::reading, object, status);
   return error != 0 ? replyOf(error) : describeList(object);
 }
 
@@ -127,7 +133,8 @@ Dictionary makeComplete(const Dictionary& request, const FileAcls& acls) {
   const bool emptied = request.boolean("empty").value_or(false);
   FileDescriptor object;
   struct stat status {};
-  if (const int error = openNamed(request, object, status); error != 0) return replyOf(error);
+  const int unopened = openNamed(request, PathUse::changing, object, status);
+  if (unopened != 0) return replyOf(unopened);
   // smbd and others change lists without any lock of ours. Entries that came between are kept by
   // beginning again; whether they are to go, too, is for who asked.
   int error = EAGAIN;

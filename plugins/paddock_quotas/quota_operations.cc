@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/files/path_walk.h"
 
 namespace paddock {
 
@@ -116,6 +118,14 @@ std::string readLimitRequest(const Dictionary& request, LimitRequest& wanted) {
   return {};
 }
 
+// Which link on the way keeps a volume from being changed by that path; empty when none does.
+std::string refusalOf(const std::string& path) {
+  FileDescriptor object;
+  std::optional<RefusedLink> refused;
+  (void)holdObject(path, PathUse::changing, object, &refused);
+  return refused ? textWithOwner(*refused) : std::string();
+}
+
 }  // namespace
 
 Dictionary quotaFailure(int status, const std::string& message) {
@@ -155,6 +165,9 @@ Dictionary setQuotaLimits(const QuotaServices& services, const Dictionary& reque
     return quotaFailure(error, "the " + kind + " " + wanted.name + ": " + textOf(error));
   }
   if (id == 0) return quotaFailure(EINVAL, "limits of the " + kind + " 0 hold for nobody");
+  if (const std::string refusal = refusalOf(wanted.path); !refusal.empty()) {
+    return quotaFailure(EACCES, wanted.path + ": " + refusal);
+  }
   int error = services.records->setLimits(wanted.path, wanted.type, id, wanted.limits);
   QuotaRecord record;
   if (error == 0) error = services.records->find(wanted.path, wanted.type, id, record);

@@ -14,6 +14,8 @@
 #include "base/file_descriptor.h"
 #include "base/system_call.h"
 #include "paddock_quotas/quota_operations.h"
+#include "platform/linux/accounts/nss.h"
+#include "platform/linux/files/path_walk.h"
 
 namespace paddock {
 
@@ -75,13 +77,13 @@ Dictionary switchQuotas(PluginCommands& commands, const Dictionary& request) {
       path->find('\0') != std::string::npos || !on) {
     return quotaFailure(EINVAL, "an absolute \"path\" and \"isEnabled\" are needed");
   }
-  int descriptor = -1;
-  const int error = errnoOf(
-      [&] { return ::open(path->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  FileDescriptor folder;
+  std::optional<RefusedLink> refused;
+  const int error = holdObject(*path + "/", PathUse::changing, folder, &refused);
+  if (refused) return quotaFailure(EACCES, *path + ": " + textWithOwner(*refused));
   if (error != 0) {
     return quotaFailure(error, *path + ": " + std::generic_category().message(error));
   }
-  const FileDescriptor folder(descriptor);
   const std::vector<const char*> names = freeNames(folder.get());
   Dictionary reply = replyOf(askToSwitch(commands, *path, *on));
   Array removed;

@@ -70,13 +70,14 @@ class AclService {
  public:
   virtual ~AclService() = default;
 
-  // The extended ACL of the object at `path`, links followed. Null with errno when there is none
-  // (ENOENT; also when the path is missing) or it cannot be read. A stored value that does not
-  // decode is a list that acl_valid refuses, never an absent one.
+  // The extended ACL of the object at `path`, links followed as path_use.h says of reading. Null
+  // with errno when there is none (ENOENT; also when the path is missing) or it cannot be read. A
+  // stored value that does not decode is a list that acl_valid refuses, never an absent one.
   virtual List* acl_get_file(const std::string& path, int type) = 0;
-  // Replaces the object's whole extended ACL in one step, links followed; on failure it is as it
-  // was. EINVAL for a list that acl_valid refuses, ENOSPC or E2BIG for one that the file system
-  // cannot hold, EOPNOTSUPP where it keeps none, EROFS, EPERM.
+  // Replaces the object's whole extended ACL in one step, links followed as path_use.h says of
+  // changing; on failure it is as it was. EACCES for a link that does not count, EINVAL for a list
+  // that acl_valid refuses, ENOSPC or E2BIG for one that the file system cannot hold, EOPNOTSUPP
+  // where it keeps none, EROFS, EPERM.
   virtual int acl_set_file(const std::string& path, int type, List* list) = 0;
 
   // An empty list; `count` is a hint. Null with errno: EINVAL (negative), ENOMEM.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/acl.h"
+#include "platform/path_use.h"
 
 namespace paddock {
 
@@ -38,8 +39,10 @@ class PrivilegedObject {
 class PrivilegedObjects {
  public:
   virtual ~PrivilegedObjects() = default;
-  // The object at `path`, links followed. 0, or an errno with `object` null. Any thread may call.
-  virtual int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) = 0;
+  // The object at `path`, links followed as path_use.h says of `use`. 0, or an errno with `object`
+  // null. Any thread may call.
+  virtual int open(const std::string& path, PathUse use,
+                   std::unique_ptr<PrivilegedObject>& object) = 0;
 };
 
 }  // namespace paddock

@@ -87,9 +87,10 @@ class TextFiles {
   // Removes what has the name directly inside the folder, whatever it is but a folder: a link is
   // removed, and what it leads to stays. The folder's own path is followed, links included; a
   // folder that may be searched need not be readable. 0;
-  // ENOENT when nothing has the name or there is no such folder; ENOTDIR when that is none; EISDIR;
-  // EINVAL for a name that no file has (empty, "." and "..", one with a slash or a NUL) and a path
-  // with a NUL; or another errno with everything as it was.
+  // ENOENT when nothing has the name or there is no such folder; EACCES for a link on the way to
+  // the folder that does not count (path_use.h); ENOTDIR when that is none; EISDIR; EINVAL for a
+  // name that no file has (empty, "." and "..", one with a slash or a NUL) and a path with a NUL;
+  // or another errno with everything as it was.
   virtual int removeFile(const std::string& folder, const std::string& name) = 0;
 
   // The names directly inside the folder that begin with `prefix`, in the order of their bytes. 0,

@@ -257,13 +257,13 @@ void FreeInheritedACLComposite(InheritedACLComposite* level) {
 int GetInheritableACL(const char* path, InheritableACL** head, std::int32_t includeInherited) {
   *head = nullptr;
   std::unique_ptr<PrivilegedObject> object;
-  if (services().privilegedObjects->open(path, object) != 0) return 0;
+  if (services().privilegedObjects->open(path, PathUse::reading, object) != 0) return 0;
   return GetInheritableACL(*object, *head, includeInherited != 0);
 }
 
 void SetInheritedPrivs(const char* path, const PrivsToSet* privs, int kind) {
   std::unique_ptr<PrivilegedObject> object;
-  const int error = services().privilegedObjects->open(path, object);
+  const int error = services().privilegedObjects->open(path, PathUse::changing, object);
   if (error == 0) {
     SetInheritedPrivs(*object, path, *privs, kind);
   } else if (hasEntriesToSet(*privs)) {

@@ -79,7 +79,7 @@ Status writePosixPrivs(const std::string& path, const Dictionary& privileges) {
   const Status status =
       set_posix_privs(path, owner, group, modeIn(privileges.string(kPrivsKey)), &error);
   if (status == kSuccess) return status;
-  std::string reason = sharing_error_string(error);
+  std::string reason = reasonOfRefusal(*services().fileAttributes, path, error);
   if (status == USER_NOT_FOUND_ERR) reason = "there is no user " + *owner;
   if (status == GROUP_NOT_FOUND_ERR) reason = "there is no group " + *group;
   logError("The owner, group and mode of " + path + " were not set: " + reason);

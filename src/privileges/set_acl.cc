@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/acl.h"
+#include "platform/file_attributes.h"
 #include "platform/logger.h"
 #include "platform/membership.h"
 #include "platform/services.h"
@@ -218,7 +219,8 @@ Status store(const std::string& path, acl::List* list) {
   if (const int result = service.acl_set_file(path, acl::kTypeExtended, list); result != 0) {
     const int error = errno;
     logFailure("acl_set_file", result);
-    logError("the ACL of " + path + " was not set: " + sharing_error_string(error));
+    logError("the ACL of " + path +
+             " was not set: " + reasonOfRefusal(*services().fileAttributes, path, error));
     return CANNOT_SET_ACL_FILE_ERR;
   }
   return kSuccess;

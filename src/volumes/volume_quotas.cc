@@ -111,11 +111,13 @@ Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) 
 Status set_volume_quota_info(const std::string& volumePath, const Dictionary& quotas) {
   const auto enable = quotas.boolean(kIsEnabledKey);
   if (!enable) return kSuccess;
-  const bool hasFiles = isAbsolute(volumePath);
+  const auto refusedLink = services().fileAttributes->refusedLink(volumePath);
+  const bool hasFiles = isAbsolute(volumePath) && !refusedLink;
   if (*enable && hasFiles) makeFiles(volumePath);
   const std::uint32_t command = *enable ? kQuotaOnCommand : kQuotaOffCommand;
-  const int refused =
-      services().quotaControl->quotactl(volumePath, quotaCommand(command, kUserQuota), 0,
+  const int refused = refusedLink ? EACCES
+                                  : services().quotaControl->quotactl(
+                                        volumePath, quotaCommand(command, kUserQuota), 0,
                                         quota_file_path(volumePath, qfname, kUserQuota));
   if (*enable) {
     // Deliberate: "-u" stands in the place of the program's name.
@@ -124,9 +126,10 @@ Status set_volume_quota_info(const std::string& volumePath, const Dictionary& qu
     removeMarker(volumePath);
   }
   if (refused == 0) return kSuccess;
-  services().logger->log(kLogError, "paddock_sharing: The quotas of " + volumePath +
-                                        " were not switched " + (*enable ? "on" : "off") + ": " +
-                                        sharing_error_string(refused));
+  services().logger->log(kLogError,
+                         "paddock_sharing: The quotas of " + volumePath + " were not switched " +
+                             (*enable ? "on" : "off") + ": " +
+                             (refusedLink ? textOf(*refusedLink) : sharing_error_string(refused)));
   return CANNOT_SET_QUOTA_STATE_ERR;
 }
 

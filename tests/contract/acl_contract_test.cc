@@ -137,6 +137,21 @@ TEST_P(AclContract, WhatWasWrittenIsRead) {
   EXPECT_EQ(read(file_), some_);
 }
 
+TEST_P(AclContract, AStrangersLinkIsReadAndNothingIsWrittenThroughIt) {
+  const std::string link = subject_->path("link");
+  subject_->makeLinkOfDaemon(link, folder_);
+  subject_->makeFile(folder_ + "/inside");
+  ASSERT_EQ(write(folder_, some_), 0);
+  EXPECT_EQ(read(link), some_);
+  for (const std::string& path : {link, link + "/inside"}) {
+    EXPECT_EQ(write(path, {{kExtendedAllow, two_, acl::kAllPermissions, 0}}), EACCES);
+  }
+  EXPECT_EQ(read(folder_), some_);
+  EXPECT_EQ(read(folder_ + "/inside"), std::nullopt);
+  ASSERT_EQ(subject_->attributes().apply(folder_, {"daemon", std::nullopt, std::nullopt}), 0);
+  EXPECT_EQ(write(link, some_), 0);
+}
+
 TEST_P(AclContract, EachPermissionAndEachFlagIsKeptAlone) {
   for (const int tag : {kExtendedAllow, kExtendedDeny}) {
     Lines lines;

@@ -110,6 +110,59 @@ TEST_P(FileAttributesContract, LinksInACircleLeadNowhere) {
   EXPECT_FALSE(service().exists(one));
 }
 
+TEST_P(FileAttributesContract, AStrangersLinkIsReadAndNothingIsChangedThroughIt) {
+  const std::string link = subject_->path("link");
+  subject_->makeLinkOfDaemon(link, folder_);
+  subject_->makeFile(folder_ + "/inside");
+  for (const std::string& path : {link, link + "/inside"}) {
+    EXPECT_EQ(read(path).ownerName, "root");
+    EXPECT_TRUE(service().exists(path));
+    EXPECT_EQ(apply(path, {"daemon", "daemon", 0777}), EACCES);
+    EXPECT_EQ(apply(path, {}), EACCES);
+    const std::optional<RefusedLink> refused = service().refusedLink(path);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->path, link);
+    EXPECT_EQ(refused->target, folder_);
+    EXPECT_EQ(refused->ownerName, "daemon");
+    EXPECT_FALSE(refused->leadsToObject);
+  }
+  EXPECT_EQ(read(folder_).permissions, 0755U);
+  EXPECT_EQ(read(folder_ + "/inside").ownerName, "root");
+  EXPECT_EQ(service().refusedLink(folder_ + "/inside"), std::nullopt);
+  EXPECT_EQ(service().refusedLink(missing_), std::nullopt);
+}
+
+TEST_P(FileAttributesContract, ALinkToWhatItsOwnerOwnsCounts) {
+  const std::string link = subject_->path("link");
+  subject_->makeLinkOfDaemon(link, folder_);
+  ASSERT_EQ(apply(folder_, {"daemon", std::nullopt, std::nullopt}), 0);
+  EXPECT_EQ(service().refusedLink(link), std::nullopt);
+  EXPECT_EQ(apply(link, {std::nullopt, std::nullopt, 0700}), 0);
+  EXPECT_EQ(read(folder_).permissions, 0700U);
+}
+
+TEST_P(FileAttributesContract, ALinkIsJudgedByWhatIsAtTheEndOfAllLinks) {
+  const std::string first = subject_->path("first");
+  const std::string second = subject_->path("second");
+  subject_->makeLinkOfDaemon(first, second);
+  subject_->makeLink(second, folder_);
+  EXPECT_EQ(apply(first, {std::nullopt, std::nullopt, 0777}), EACCES);
+  EXPECT_EQ(service().refusedLink(first)->path, first);
+  EXPECT_EQ(apply(second, {"daemon", std::nullopt, 0711}), 0);
+  EXPECT_EQ(apply(first, {std::nullopt, std::nullopt, 0700}), 0);
+  EXPECT_EQ(read(folder_).permissions, 0700U);
+}
+
+TEST_P(FileAttributesContract, ALinkBehindOneOfRootIsJudgedToo) {
+  const std::string first = subject_->path("first");
+  const std::string second = subject_->path("second");
+  subject_->makeLink(first, second);
+  subject_->makeLinkOfDaemon(second, folder_);
+  EXPECT_EQ(apply(first, {std::nullopt, std::nullopt, 0777}), EACCES);
+  EXPECT_EQ(service().refusedLink(first)->path, second);
+  EXPECT_EQ(read(folder_).permissions, 0755U);
+}
+
 TEST_P(FileAttributesContract, PathsThatNoObjectHas) {
   for (const std::string& path : {std::string(), file_ + std::string("\0", 1),
                                   file_ + std::string("\0x", 2), "/" + std::string(5000, 'p')}) {

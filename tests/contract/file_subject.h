@@ -44,6 +44,8 @@ class FileSubject {
   virtual void makeFolder(const std::string& path) = 0;
   virtual void makeFifo(const std::string& path) = 0;
   virtual void makeLink(const std::string& path, const std::string& target) = 0;
+  // A link of daemon's, who is an ordinary user.
+  virtual void makeLinkOfDaemon(const std::string& path, const std::string& target) = 0;
   // Makes an owner and a group of the object that have no names.
   virtual void giveToNobody(const std::string& path) = 0;
   // Stores an ACL that does not decode.
@@ -73,6 +75,9 @@ class InMemoryFileSubject final : public FileSubject {
   }
   void makeLink(const std::string& path, const std::string& target) override {
     tree_.setLink(path, target);
+  }
+  void makeLinkOfDaemon(const std::string& path, const std::string& target) override {
+    tree_.setLink(path, target, "daemon");
   }
   void giveToNobody(const std::string& path) override {
     FileAttributes attributes = tree_.attributes(path);
@@ -118,6 +123,10 @@ class LinuxFileSubject final : public FileSubject {
   void makeFifo(const std::string& path) override { require(::mkfifo(path.c_str(), 0644)); }
   void makeLink(const std::string& path, const std::string& target) override {
     require(::symlink(target.c_str(), path.c_str()));
+  }
+  void makeLinkOfDaemon(const std::string& path, const std::string& target) override {
+    makeLink(path, target);
+    require(::lchown(path.c_str(), 1, 1));
   }
   void giveToNobody(const std::string& path) override {
     constexpr uid_t kNobodysId = 2111222333;

@@ -24,7 +24,7 @@ class PrivilegedObjectContract : public ::testing::TestWithParam<FileKind> {
 
   std::unique_ptr<PrivilegedObject> open(const std::string& path) {
     std::unique_ptr<PrivilegedObject> object;
-    EXPECT_EQ(subject_->objects().open(path, object), 0) << path;
+    EXPECT_EQ(subject_->objects().open(path, PathUse::changing, object), 0) << path;
     return object;
   }
   mode_t modeOf(const std::string& path) {
@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(PrivilegedObject, PrivilegedObjectContract,
 
 TEST_P(PrivilegedObjectContract, WhatIsNotThereIsNoObject) {
   std::unique_ptr<PrivilegedObject> object = open(file_);
-  EXPECT_EQ(subject_->objects().open(missing_, object), ENOENT);
+  EXPECT_EQ(subject_->objects().open(missing_, PathUse::changing, object), ENOENT);
   EXPECT_EQ(object, nullptr);
 }
 
@@ -99,6 +99,26 @@ TEST_P(PrivilegedObjectContract, OwnerAndGroupAreChangedEachAlone) {
 TEST_P(PrivilegedObjectContract, LinksAreFollowed) {
   const std::string link = subject_->path("link");
   subject_->makeLink(link, file_);
+  EXPECT_EQ(open(link)->changeMode(0600), 0);
+  EXPECT_EQ(modeOf(file_), S_IFREG | 0600U);
+}
+
+TEST_P(PrivilegedObjectContract, AStrangersLinkIsForReadingAlone) {
+  const std::string link = subject_->path("link");
+  subject_->makeLinkOfDaemon(link, folder_);
+  std::unique_ptr<PrivilegedObject> object = open(file_);
+  EXPECT_EQ(subject_->objects().open(link, PathUse::changing, object), EACCES);
+  EXPECT_EQ(object, nullptr);
+  ASSERT_EQ(subject_->objects().open(link, PathUse::reading, object), 0);
+  mode_t mode = 0;
+  EXPECT_EQ(object->readMode(mode), 0);
+  EXPECT_EQ(mode, S_IFDIR | 0755U);
+}
+
+TEST_P(PrivilegedObjectContract, ALinkToWhatItsOwnerOwnsCounts) {
+  const std::string link = subject_->path("link");
+  subject_->makeLinkOfDaemon(link, file_);
+  ASSERT_EQ(subject_->attributes().apply(file_, {"daemon", std::nullopt, std::nullopt}), 0);
   EXPECT_EQ(open(link)->changeMode(0600), 0);
   EXPECT_EQ(modeOf(file_), S_IFREG | 0600U);
 }

@@ -519,6 +519,10 @@ class TracedFileAttributes : public FileAttributeService {
   bool exists(const std::string& path) override {
     return trace_.before("fileExists", path) == 0 && attributes_.exists(path);
   }
+  // Asked for messages alone, and not traced.
+  std::optional<RefusedLink> refusedLink(const std::string& path) override {
+    return attributes_.refusedLink(path);
+  }
 
  private:
   FileAttributeService& attributes_;

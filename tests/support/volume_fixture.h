@@ -58,6 +58,10 @@ class ExistenceOfFiles : public FileAttributeService {
   bool exists(const std::string& path) override {
     return path.find('\0') == std::string::npos && std::filesystem::exists(path);
   }
+  std::optional<RefusedLink> refusedLink(const std::string&) override { return refused; }
+
+  // What keeps every path from being changed.
+  std::optional<RefusedLink> refused;
 };
 
 class VolumeFixture : public ::testing::Test {

@@ -69,9 +69,9 @@ int FaultyProgramRunner::probe(std::int64_t process) {
   return fails("programRunner.probe") ? error() : wrapped().probe(process);
 }
 
-int FaultyPrivilegedObjects::open(const std::string& path,
+int FaultyPrivilegedObjects::open(const std::string& path, PathUse use,
                                   std::unique_ptr<PrivilegedObject>& object) {
-  if (!fails("privilegedObjects.open")) return wrapped().open(path, object);
+  if (!fails("privilegedObjects.open")) return wrapped().open(path, use, object);
   object = nullptr;
   return error();
 }
@@ -214,6 +214,10 @@ int FaultyFileAttributes::apply(const std::string& path, const FileAttributeChan
 
 bool FaultyFileAttributes::exists(const std::string& path) {
   return !fails("fileAttributes.exists") && wrapped().exists(path);
+}
+
+std::optional<RefusedLink> FaultyFileAttributes::refusedLink(const std::string& path) {
+  return fails("fileAttributes.refusedLink") ? std::nullopt : wrapped().refusedLink(path);
 }
 
 }  // namespace paddock

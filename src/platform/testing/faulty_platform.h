@@ -74,7 +74,8 @@ class FaultyProgramRunner : public FaultyForwarder<ProgramRunner> {
 class FaultyPrivilegedObjects : public FaultyForwarder<PrivilegedObjects> {
  public:
   using FaultyForwarder::FaultyForwarder;
-  int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) override;
+  int open(const std::string& path, PathUse use,
+           std::unique_ptr<PrivilegedObject>& object) override;
 };
 
 class FaultyStatusFiles : public FaultyForwarder<StatusFiles> {
@@ -140,6 +141,7 @@ class FaultyFileAttributes : public FaultyForwarder<FileAttributeService> {
   int read(const std::string& path, FileAttributes& attributes) override;
   int apply(const std::string& path, const FileAttributeChanges& changes) override;
   bool exists(const std::string& path) override;
+  std::optional<RefusedLink> refusedLink(const std::string& path) override;
 };
 
 }  // namespace paddock

@@ -10,7 +10,8 @@
 //                    cannot be resolved, an empty snapshot
 //   textFiles        the plan's error, nothing read, written or removed; `exists` says false
 //   accounts         the plan's error and an id of zero or an empty name
-//   fileAttributes   the plan's error, nothing read or applied; `exists` says false
+//   fileAttributes   the plan's error, nothing read or applied; `exists` says false, `refusedLink`
+//                    nothing
 //   acl              -1 or null with the plan's error in errno (see faulty_acl.h)
 //   quotaControl     the plan's error, nothing switched and the state 0
 //   browserInformation  the plan's error, zeros read and nothing written

@@ -44,7 +44,8 @@ acl::List* InMemoryAcl::acl_get_file(const std::string& path, int type) {
 int InMemoryAcl::acl_set_file(const std::string& path, int type, acl::List* list) {
   if (type != acl::kTypeExtended || acl_valid(list) != 0) return fail(EINVAL);
   InMemoryFileTree::Object* object = nullptr;
-  if (const int error = tree_.resolve(path, object); error != 0) return fail(error);
+  const int error = tree_.resolve(path, PathUse::changing, object);
+  if (error != 0) return fail(error);
   object->acl = storedForm(*list, object->acl);
   ++replacements_;
   return 0;

@@ -26,7 +26,8 @@ int InMemoryFileAttributes::read(const std::string& path, FileAttributes& attrib
 int InMemoryFileAttributes::apply(const std::string& path, const FileAttributeChanges& changes) {
   InMemoryFileTree::Object* object = nullptr;
   if (!namesExist(changes)) return EINVAL;
-  if (const int error = tree_.resolve(path, object); error != 0) return error;
+  const int error = tree_.resolve(path, PathUse::changing, object);
+  if (error != 0) return error;
   FileAttributes& attributes = object->attributes;
   if (changes.ownerName) attributes.ownerName = changes.ownerName;
   if (changes.groupName) attributes.groupName = changes.groupName;
@@ -37,6 +38,13 @@ int InMemoryFileAttributes::apply(const std::string& path, const FileAttributeCh
 bool InMemoryFileAttributes::exists(const std::string& path) {
   InMemoryFileTree::Object* object = nullptr;
   return tree_.resolve(path, object) == 0;
+}
+
+std::optional<RefusedLink> InMemoryFileAttributes::refusedLink(const std::string& path) {
+  InMemoryFileTree::Object* object = nullptr;
+  std::optional<RefusedLink> refused;
+  (void)tree_.resolve(path, PathUse::changing, object, &refused);
+  return refused;
 }
 
 bool InMemoryFileAttributes::namesExist(const FileAttributeChanges& changes) {

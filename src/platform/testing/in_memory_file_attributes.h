@@ -16,6 +16,7 @@ class InMemoryFileAttributes final : public FileAttributeService {
   int read(const std::string& path, FileAttributes& attributes) override;
   int apply(const std::string& path, const FileAttributeChanges& changes) override;
   bool exists(const std::string& path) override;
+  std::optional<RefusedLink> refusedLink(const std::string& path) override;
 
  private:
   bool namesExist(const FileAttributeChanges& changes);

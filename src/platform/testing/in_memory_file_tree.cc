@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 namespace paddock {
 
@@ -14,9 +15,10 @@ void InMemoryFileTree::setFolder(const std::string& path) {
   set(path, {"root", "root", 0755, "directory"});
 }
 
-void InMemoryFileTree::setLink(const std::string& path, const std::string& target) {
+void InMemoryFileTree::setLink(const std::string& path, const std::string& target,
+                               const std::string& owner) {
   remove(path);
-  links_[path] = target;
+  links_[path] = {target, owner};
 }
 
 void InMemoryFileTree::remove(const std::string& path) {
@@ -40,21 +42,49 @@ FileAttributes InMemoryFileTree::attributes(const std::string& path) {
   return resolve(path, object) == 0 ? object->attributes : FileAttributes();
 }
 
-int InMemoryFileTree::resolve(const std::string& path, Object*& object) {
-  constexpr int kMostLinks = 40;
+int InMemoryFileTree::resolve(const std::string& path, PathUse use, Object*& object,
+                              std::optional<RefusedLink>* refused) {
   object = nullptr;
-  std::string current = path;
-  for (int followed = 0; followed <= kMostLinks; ++followed) {
-    const auto link = links_.find(current);
-    if (link == links_.end()) {
-      const auto found = objects_.find(current);
-      if (found == objects_.end()) return ENOENT;
-      object = &found->second;
-      return 0;
-    }
-    current = link->second;
+  Walk walk{use, 0, {}};
+  std::string plain;
+  const int error = withoutLinks(path, walk, plain);
+  if (refused != nullptr) *refused = std::move(walk.refused);
+  if (error != 0) return error;
+  const auto found = objects_.find(plain);
+  if (found == objects_.end()) return ENOENT;
+  object = &found->second;
+  return 0;
+}
+
+int InMemoryFileTree::withoutLinks(const std::string& path, Walk& walk, std::string& plain) {
+  plain = path;
+  for (std::size_t end = 1; end != std::string::npos && end <= plain.size();) {
+    end = plain.find('/', end);
+    const std::string place = plain.substr(0, end);
+    const std::string rest = end == std::string::npos ? "" : plain.substr(end);
+    if (end != std::string::npos) ++end;
+    const auto link = links_.find(place);
+    if (link == links_.end()) continue;
+    std::string target;
+    if (const int error = followLink(place, link->second, walk, target); error != 0) return error;
+    plain = target + rest;
+    end = target.size() + 1;
   }
-  return ELOOP;
+  return 0;
+}
+
+int InMemoryFileTree::followLink(const std::string& path, const Link& link, Walk& walk,
+                                 std::string& plain) {
+  constexpr int kMostLinks = 40;
+  if (++walk.followed > kMostLinks) return ELOOP;
+  if (const int error = withoutLinks(link.target, walk, plain); error != 0) return error;
+  if (walk.use == PathUse::reading || link.owner == "root") return 0;
+  const auto found = objects_.find(plain);
+  // As on disk, where nothing is has no owner and is missing.
+  if (found == objects_.end()) return ENOENT;
+  if (found->second.attributes.ownerName == link.owner) return 0;
+  walk.refused = {path, link.target, 0, link.owner, false};
+  return EACCES;
 }
 
 }  // namespace paddock

@@ -1,6 +1,7 @@
 // Files and folders in memory, as the doubles of file attributes and extended ACLs share them.
 //
-// A path is a name; folders above it need not be there. One thread at a time.
+// A path is a name; folders above it need not be there. A link may stand above what a path names.
+// One thread at a time.
 #pragma once
 
 #include <map>
@@ -10,6 +11,7 @@
 
 #include "platform/acl_list.h"
 #include "platform/file_attributes.h"
+#include "platform/path_use.h"
 
 namespace paddock {
 
@@ -31,7 +33,8 @@ class InMemoryFileTree {
   void set(const std::string& path, const FileAttributes& attributes);
   // A folder of root's, mode 0755.
   void setFolder(const std::string& path);
-  void setLink(const std::string& path, const std::string& target);
+  void setLink(const std::string& path, const std::string& target,
+               const std::string& owner = "root");
   void remove(const std::string& path);
   // Sets up an ACL, valid or not. Precondition: the path is there.
   void setAcl(const std::string& path, const StoredAcl& acl);
@@ -40,12 +43,32 @@ class InMemoryFileTree {
   // The attributes; links followed, empty when nothing is there.
   FileAttributes attributes(const std::string& path);
 
-  // The object at the path, links followed. 0, ENOENT or ELOOP.
-  int resolve(const std::string& path, Object*& object);
+  // The object at the path, links followed as path_use.h says. 0, ENOENT, ELOOP, or EACCES for a
+  // link that does not count, which `refused` is then, where one is given.
+  int resolve(const std::string& path, PathUse use, Object*& object,
+              std::optional<RefusedLink>* refused = nullptr);
+  // For reading.
+  int resolve(const std::string& path, Object*& object) {
+    return resolve(path, PathUse::reading, object);
+  }
 
  private:
+  struct Link {
+    std::string target;
+    std::string owner;
+  };
+  // One resolution: its use, how many links were followed, and the one that does not count.
+  struct Walk {
+    PathUse use = PathUse::reading;
+    int followed = 0;
+    std::optional<RefusedLink> refused;
+  };
+  // The path without links; links that are followed are judged. 0, ELOOP or EACCES.
+  int withoutLinks(const std::string& path, Walk& walk, std::string& plain);
+  int followLink(const std::string& path, const Link& link, Walk& walk, std::string& plain);
+
   std::map<std::string, Object> objects_;
-  std::map<std::string, std::string> links_;
+  std::map<std::string, Link> links_;
 };
 
 }  // namespace paddock

@@ -26,10 +26,11 @@ class InMemoryPrivilegedObjects : public PrivilegedObjects {
   // Tree and ACLs outlive this object.
   InMemoryPrivilegedObjects(InMemoryFileTree& tree, InMemoryAcl& acl) : tree_(tree), acl_(acl) {}
 
-  int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) override {
+  int open(const std::string& path, PathUse use,
+           std::unique_ptr<PrivilegedObject>& object) override {
     object = nullptr;
     InMemoryFileTree::Object* found = nullptr;
-    const int error = tree_.resolve(path, found);
+    const int error = tree_.resolve(path, use, found);
     if (error == 0) object = std::make_unique<Object>(*this, path);
     return error;
   }

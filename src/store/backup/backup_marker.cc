@@ -33,6 +33,8 @@ Status delete_backup_marker_for_path(const std::string& path) {
   if (!canHoldMarker(path)) return kSuccess;
   const int error = services().textFiles->removeFile(path, kMarkerName);
   if (error == 0 || meansNothingIsThere(error)) return kSuccess;
+  // Behind a link that is not followed for a removal, as a rule there is none either.
+  if (error == EACCES && !services().textFiles->exists(markerPath(path))) return kSuccess;
   services().logger->log(kLogError,
                          "paddock_sharing: Couldn't delete backup share point marker at " +
                              markerPath(path) + "\nerror: " + sharing_error_string(error));

@@ -139,4 +139,13 @@ std::vector<NssGroup> nssGroups() {
   return enumerate<group>(::getgrent_r);
 }
 
+std::string textWithOwner(RefusedLink link) {
+  try {
+    if (const auto user = nssUser(link.owner)) link.ownerName = user->name;
+  } catch (const DirectoryError&) {
+    // The number says it, too.
+  }
+  return textOf(link);
+}
+
 }  // namespace paddock

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/path_use.h"
+
 namespace paddock {
 
 struct NssUser {
@@ -29,6 +31,9 @@ std::optional<NssUser> nssUser(const std::string& name);
 std::optional<NssUser> nssUser(uid_t uid);
 std::optional<NssGroup> nssGroup(const std::string& name);
 std::optional<NssGroup> nssGroup(gid_t gid);
+// textOf of the link with its owner's name, or with the uid where that cannot be told. Throws
+// nothing of the switch.
+std::string textWithOwner(RefusedLink link);
 // The group's id, looked for in a buffer of that many bytes and no larger one: ERANGE is thrown
 // when it is too small.
 std::optional<gid_t> nssGroupId(const std::string& name, std::size_t bufferSize);

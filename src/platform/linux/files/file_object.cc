@@ -7,6 +7,7 @@
 #include <array>
 
 #include "base/system_call.h"
+#include "platform/linux/files/path_walk.h"
 
 namespace paddock {
 
@@ -73,20 +74,20 @@ class LinuxExtendedAttributes final : public ExtendedAttributes {
   }
 };
 
-int openWith(const std::string& path, int flags, FileDescriptor& object) {
-  int number = -1;
-  const int error = errnoOf([&] { return ::open(path.c_str(), flags | O_CLOEXEC); }, &number);
-  if (error == 0) object = FileDescriptor(number);
-  return error;
-}
-
 }  // namespace
 
-int openObject(const std::string& path, FileDescriptor& object) {
+int openObject(const std::string& path, FileDescriptor& object, PathUse use,
+               std::optional<RefusedLink>* refused) {
+  const int error = holdObject(path, use, object, refused);
+  if (error != 0) return error;
+  int number = -1;
+  const int closed = errnoOf(
+      [&] { return ::openat(object.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, &number);
+  if (closed == 0) object = FileDescriptor(number);
+  // What is no folder, and a folder that may not be read, stay held as they are.
+  if (closed == 0 || closed == ENOTDIR || closed == EACCES) return 0;
   object.reset();
-  if (path.find('\0') != std::string::npos) return ENOENT;
-  const int error = openWith(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOCTTY, object);
-  return error == ENOTDIR || error == EACCES ? openWith(path, O_PATH, object) : error;
+  return closed;
 }
 
 int changeObjectMode(int object, mode_t mode) {

@@ -4,17 +4,20 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "base/file_descriptor.h"
+#include "platform/path_use.h"
 
 namespace paddock {
 
 // Opens the folder at `path`, or holds what else is there with O_PATH, so that a FIFO never blocks
-// and a device is not touched; links followed. 0 or an errno; ENOENT also for a path with a NUL,
-// because nothing can be there.
-int openObject(const std::string& path, FileDescriptor& object);
+// and a device is not touched. Links are followed as platform/path_use.h says, and 0 or an errno
+// returned as path_walk.h does.
+int openObject(const std::string& path, FileDescriptor& object, PathUse use = PathUse::reading,
+               std::optional<RefusedLink>* refused = nullptr);
 
 // chmod(2) of an open object. 0 or an errno.
 int changeObjectMode(int object, mode_t mode);

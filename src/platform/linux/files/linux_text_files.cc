@@ -15,6 +15,7 @@
 #include "base/system_call.h"
 #include "platform/linux/files/file_place.h"
 #include "platform/linux/files/new_file.h"
+#include "platform/linux/files/path_walk.h"
 #include "platform/linux/files/replaced_file.h"
 
 namespace paddock {
@@ -172,12 +173,9 @@ int LinuxTextFiles::copyOnce(const std::string& from, const std::string& to) {
 int LinuxTextFiles::removeFile(const std::string& folderPath, const std::string& name) {
   if (!isFileName(name)) return EINVAL;
   if (const int error = pathError(folderPath); error != 0) return error;
-  // One that may be searched and not read will do.
-  int descriptor = -1;
-  const int unopened = errnoOf(
-      [&] { return ::open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  FileDescriptor folder;
+  const int unopened = holdObject(folderPath, PathUse::changing, folder);
   if (unopened != 0) return unopened;
-  const FileDescriptor folder(descriptor);
   // First, since a file system that is read-only refuses the removal of what is not there, too.
   struct stat present {};
   const int missing =

@@ -18,7 +18,7 @@ acl::List* LinuxAcl::acl_get_file(const std::string& path, int type) {
 
 int LinuxAcl::acl_set_file(const std::string& path, int type, acl::List* list) {
   FileDescriptor object;
-  int error = type == acl::kTypeExtended ? openObject(path, object) : EINVAL;
+  int error = type == acl::kTypeExtended ? openObject(path, object, PathUse::changing) : EINVAL;
   if (error == 0) error = acls_.writeTo(object.get(), *list);
   if (error == 0) return 0;
   errno = error;

@@ -6,6 +6,7 @@
 
 #include "base/system_call.h"
 #include "platform/linux/files/file_object.h"
+#include "platform/linux/files/path_walk.h"
 #include "platform/linux/privileges/file_mode.h"
 
 namespace paddock {
@@ -126,7 +127,7 @@ int LinuxFileAttributes::apply(const std::string& path, const FileAttributeChang
   Ids ids;
   if (const int error = findIds(accounts_, changes, ids); error != 0) return error;
   FileDescriptor object;
-  if (const int error = openObject(path, object); error != 0) return error;
+  if (const int error = openObject(path, object, PathUse::changing); error != 0) return error;
   if (!changes.ownerName && !changes.groupName && !changes.permissions) return 0;
   const int error = changeObject(object.get(), ids, changes.permissions);
   // Also after a failure: what was changed before it stays.
@@ -135,9 +136,18 @@ int LinuxFileAttributes::apply(const std::string& path, const FileAttributeChang
 }
 
 bool LinuxFileAttributes::exists(const std::string& path) {
-  struct stat status {};
-  return path.find('\0') == std::string::npos &&
-         errnoOf([&] { return ::stat(path.c_str(), &status); }) == 0;
+  FileDescriptor object;
+  std::optional<RefusedLink> refused;
+  return holdObject(path, PathUse::reading, object, &refused) == 0 || refused;
+}
+
+std::optional<RefusedLink> LinuxFileAttributes::refusedLink(const std::string& path) {
+  FileDescriptor object;
+  std::optional<RefusedLink> refused;
+  (void)holdObject(path, PathUse::changing, object, &refused);
+  std::string name;
+  if (refused && accounts_.getpwuid(refused->owner, name) == 0) refused->ownerName = name;
+  return refused;
 }
 
 }  // namespace paddock

@@ -18,6 +18,7 @@ class LinuxFileAttributes final : public FileAttributeService {
   int read(const std::string& path, FileAttributes& attributes) override;
   int apply(const std::string& path, const FileAttributeChanges& changes) override;
   bool exists(const std::string& path) override;
+  std::optional<RefusedLink> refusedLink(const std::string& path) override;
 
  private:
   Accounts& accounts_;

@@ -47,11 +47,11 @@ int LinuxPrivilegedObject::changeMode(mode_t mode) {
   return error != 0 ? error : acls_.refresh(object_.get());
 }
 
-int LinuxPrivilegedObjects::open(const std::string& path,
+int LinuxPrivilegedObjects::open(const std::string& path, PathUse use,
                                  std::unique_ptr<PrivilegedObject>& object) {
   object = nullptr;
   FileDescriptor descriptor;
-  const int error = openObject(path, descriptor);
+  const int error = openObject(path, descriptor, use);
   if (error == 0) object = std::make_unique<LinuxPrivilegedObject>(std::move(descriptor), acls_);
   return error;
 }

@@ -29,7 +29,8 @@ class LinuxPrivilegedObject final : public PrivilegedObject {
 class LinuxPrivilegedObjects final : public PrivilegedObjects {
  public:
   explicit LinuxPrivilegedObjects(const FileAcls& acls) : acls_(acls) {}
-  int open(const std::string& path, std::unique_ptr<PrivilegedObject>& object) override;
+  int open(const std::string& path, PathUse use,
+           std::unique_ptr<PrivilegedObject>& object) override;
 
  private:
   const FileAcls& acls_;

@@ -34,7 +34,7 @@ class LinuxPrivilegedObjectTest : public ::testing::Test {
   }
   std::unique_ptr<PrivilegedObject> open(const std::string& path) {
     std::unique_ptr<PrivilegedObject> object;
-    EXPECT_EQ(objects_.open(path, object), 0);
+    EXPECT_EQ(objects_.open(path, PathUse::changing, object), 0);
     return object;
   }
   // A list with one entry, not complete.
