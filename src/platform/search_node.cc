@@ -118,6 +118,16 @@ class Session final : public DirectorySession {
 
 }  // namespace
 
+Status NodeObserver::checkPassword(const std::string&, const std::string&,
+                                   const std::function<Status()>& check) {
+  return check();
+}
+
+Status checkPassword(const std::shared_ptr<NodeObserver>& observer, const std::string& path,
+                     const std::string& name, const std::function<Status()>& check) {
+  return observer ? observer->checkPassword(path, name, check) : check();
+}
+
 std::shared_ptr<DirectoryNode> openNode(const std::shared_ptr<const NodeList>& nodes,
                                         const std::string& path,
                                         const std::shared_ptr<NodeObserver>& observer) {

@@ -22,14 +22,22 @@ struct NodeFactory {
 // In search order.
 using NodeList = std::vector<NodeFactory>;
 
-// Told what becomes of the nodes of a search. Any thread may call.
+// Told what becomes of the nodes of a search, and of each test of a password. Any thread may call.
 class NodeObserver {
  public:
   virtual ~NodeObserver() = default;
   // The search did without the node, which raised the error.
   virtual void leftOut(const std::string& path, const DirectoryError& error) = 0;
   virtual void answered(const std::string& path) = 0;
+  // The node tests a password of the user: calls check(), now or when fewer do, and returns what it
+  // returns, or EAGAIN without having called it.
+  virtual Status checkPassword(const std::string& path, const std::string& name,
+                               const std::function<Status()>& check);
 };
+
+// The same by way of the observer; with null the check alone.
+Status checkPassword(const std::shared_ptr<NodeObserver>& observer, const std::string& path,
+                     const std::string& name, const std::function<Status()>& check);
 
 // Opens the node of the list, or the search node. Throws ENOENT for any other path.
 std::shared_ptr<DirectoryNode> openNode(const std::shared_ptr<const NodeList>& nodes,

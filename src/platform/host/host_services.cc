@@ -8,6 +8,7 @@
 
 #include "paddock/bundle_manager.h"
 #include "paddock/host.h"
+#include "paddock/password_checks.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 #include "paddock/unanswered_nodes.h"
@@ -56,5 +57,10 @@ void HostNodeObserver::leftOut(const std::string& path, const DirectoryError& er
 }
 
 void HostNodeObserver::answered(const std::string& path) { noteAnswered(path); }
+
+Status HostNodeObserver::checkPassword(const std::string& path, const std::string& name,
+                                       const std::function<Status()>& check) {
+  return paddock::checkPassword(path, name, check);
+}
 
 }  // namespace paddock

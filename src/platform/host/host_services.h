@@ -30,11 +30,14 @@ class HostLogger : public Logger {
   void log(int priority, std::string_view text) override;
 };
 
-// Marks nodes that a search did without, for the daemon's health.
+// Marks nodes that a search did without, for the daemon's health, and has passwords tested as
+// paddock/password_checks.h says.
 class HostNodeObserver : public NodeObserver {
  public:
   void leftOut(const std::string& path, const DirectoryError& error) override;
   void answered(const std::string& path) override;
+  Status checkPassword(const std::string& path, const std::string& name,
+                       const std::function<Status()>& check) override;
 };
 
 }  // namespace paddock

@@ -18,13 +18,15 @@ LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& option
         });
   }
   NodeList nodes;
-  nodes.push_back({kLocalNodePath, [database = database_, group = adminGroup_] {
-                     return paddock::openLocalNode(database, group);
+  nodes.push_back({kLocalNodePath, [database = database_, group = adminGroup_, seen = observer_] {
+                     return paddock::openLocalNode(database, group, seen);
                    }});
-  nodes.push_back({kSystemNodePath, [pam = options.pam] { return makeSystemNode(pam); }});
+  nodes.push_back({kSystemNodePath, [pam = options.pam, seen = observer_] {
+                     return makeSystemNode(pam, seen);
+                   }});
   for (const LdapOptions& one : options.ldap)
-    nodes.push_back({one.path(), [server = std::make_shared<LdapServer>(one)] {
-                       return makeLdapNode(server);
+    nodes.push_back({one.path(), [server = std::make_shared<LdapServer>(one), seen = observer_] {
+                       return makeLdapNode(server, seen);
                      }});
   nodes_ = std::make_shared<const NodeList>(std::move(nodes));
 }
@@ -44,7 +46,7 @@ void LinuxDirectoryService::refreshExtraUsers() noexcept {
 }
 
 std::shared_ptr<LocalDirectoryNode> LinuxDirectoryService::openLocalNode() {
-  return paddock::openLocalNode(database_, adminGroup_);
+  return paddock::openLocalNode(database_, adminGroup_, observer_);
 }
 
 }  // namespace paddock

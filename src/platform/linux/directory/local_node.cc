@@ -68,9 +68,11 @@ void requireKnown(MatchType matchType) {
 
 class LocalNode final : public LocalDirectoryNode {
  public:
-  LocalNode(std::shared_ptr<LocalDatabase> database, std::string adminGroup)
+  LocalNode(std::shared_ptr<LocalDatabase> database, std::string adminGroup,
+            std::shared_ptr<NodeObserver> observer)
       : access_(std::make_shared<LocalAccess>(std::move(database))),
-        adminGroup_(std::move(adminGroup)) {}
+        adminGroup_(std::move(adminGroup)),
+        observer_(std::move(observer)) {}
 
   const std::string& path() const override { return path_; }
 
@@ -108,19 +110,8 @@ class LocalNode final : public LocalDirectoryNode {
 
   Status authenticateName(const std::string& name, const std::string& password,
                           bool authOnly) override {
-    if (password.empty() || !isDirectoryText(name)) return EACCES;
-    const auto credentials =
-        database().use([&](LocalStore& store) { return credentialsOf(store, name); });
-    if (!credentials) {
-      spendTimeOfPasswordCheck(password);
-      return EACCES;
-    }
-    if (!passwordMatches(password, credentials->hash)) return EACCES;
-    if (authOnly) return 0;
-    // Refused first: when the groups cannot be asked, no right is left over.
-    access_->refused = true;
-    access_->refused = !mayWrite(credentials->user);
-    return 0;
+    return checkPassword(observer_, path_, name,
+                         [&] { return authenticate(name, password, authOnly); });
   }
 
   Array getAttribute(const std::string& attribute) const override {
@@ -146,6 +137,22 @@ class LocalNode final : public LocalDirectoryNode {
     return std::make_unique<LocalRecord>(access_, number, database().generation());
   }
 
+  Status authenticate(const std::string& name, const std::string& password, bool authOnly) {
+    if (password.empty() || !isDirectoryText(name)) return EACCES;
+    const auto credentials =
+        database().use([&](LocalStore& store) { return credentialsOf(store, name); });
+    if (!credentials) {
+      spendTimeOfPasswordCheck(password);
+      return EACCES;
+    }
+    if (!passwordMatches(password, credentials->hash)) return EACCES;
+    if (authOnly) return 0;
+    // Refused first: when the groups cannot be asked, no right is left over.
+    access_->refused = true;
+    access_->refused = !mayWrite(credentials->user);
+    return 0;
+  }
+
   bool mayWrite(const AuthenticatedUser& user) {
     return isRoot(user) || isInSystemGroup(user, adminGroup_) ||
            database().use(
@@ -155,14 +162,17 @@ class LocalNode final : public LocalDirectoryNode {
   const std::string path_ = kLocalNodePath;
   const std::shared_ptr<LocalAccess> access_;
   const std::string adminGroup_;
+  const std::shared_ptr<NodeObserver> observer_;
 };
 
 }  // namespace
 
 std::shared_ptr<LocalDirectoryNode> openLocalNode(std::shared_ptr<LocalDatabase> database,
-                                                  std::string adminGroup) {
+                                                  std::string adminGroup,
+                                                  std::shared_ptr<NodeObserver> observer) {
   database->use([](LocalStore&) {});
-  return std::make_shared<LocalNode>(std::move(database), std::move(adminGroup));
+  return std::make_shared<LocalNode>(std::move(database), std::move(adminGroup),
+                                     std::move(observer));
 }
 
 }  // namespace paddock

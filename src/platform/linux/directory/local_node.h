@@ -6,6 +6,7 @@
 
 #include "platform/directory.h"
 #include "platform/linux/directory/local_database.h"
+#include "platform/search_node.h"
 
 namespace paddock {
 
@@ -19,8 +20,9 @@ class LocalDirectoryNode : public DirectoryNode {
 
 // Opens the node. Throws what keeps the database from being opened. Users who authenticate may
 // write when they are root or members of `adminGroup`, as the name service or the node's own
-// group of that name say.
+// group of that name say. The observer has each test of a password made.
 std::shared_ptr<LocalDirectoryNode> openLocalNode(std::shared_ptr<LocalDatabase> database,
-                                                  std::string adminGroup);
+                                                  std::string adminGroup,
+                                                  std::shared_ptr<NodeObserver> observer = nullptr);
 
 }  // namespace paddock

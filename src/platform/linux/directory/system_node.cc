@@ -100,7 +100,8 @@ class HostRecord final : public DirectoryRecord {
 
 class SystemNode final : public DirectoryNode {
  public:
-  explicit SystemNode(std::optional<PamOptions> pam) : pam_(std::move(pam)) {}
+  SystemNode(std::optional<PamOptions> pam, std::shared_ptr<NodeObserver> observer)
+      : pam_(std::move(pam)), observer_(std::move(observer)) {}
 
   const std::string& path() const override { return path_; }
 
@@ -147,7 +148,8 @@ class SystemNode final : public DirectoryNode {
   Status authenticateName(const std::string& name, const std::string& password, bool) override {
     if (password.empty()) return EACCES;
     if (!pam_) throw DirectoryError(ENOTSUP, "authentication on /System is switched off");
-    return authenticateWithPam(*pam_, name, password);
+    return checkPassword(observer_, path_, name,
+                         [&] { return authenticateWithPam(*pam_, name, password); });
   }
 
   Array getAttribute(const std::string& attribute) const override {
@@ -158,12 +160,14 @@ class SystemNode final : public DirectoryNode {
  private:
   const std::string path_ = kSystemNodePath;
   const std::optional<PamOptions> pam_;
+  const std::shared_ptr<NodeObserver> observer_;
 };
 
 }  // namespace
 
-std::shared_ptr<DirectoryNode> makeSystemNode(std::optional<PamOptions> pam) {
-  return std::make_shared<SystemNode>(std::move(pam));
+std::shared_ptr<DirectoryNode> makeSystemNode(std::optional<PamOptions> pam,
+                                              std::shared_ptr<NodeObserver> observer) {
+  return std::make_shared<SystemNode>(std::move(pam), std::move(observer));
 }
 
 }  // namespace paddock

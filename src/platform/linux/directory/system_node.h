@@ -17,10 +17,13 @@
 
 #include "platform/directory.h"
 #include "platform/linux/accounts/pam_authentication.h"
+#include "platform/search_node.h"
 
 namespace paddock {
 
-// Users authenticate through PAM; without `pam`, authenticating raises ENOTSUP.
-std::shared_ptr<DirectoryNode> makeSystemNode(std::optional<PamOptions> pam);
+// Users authenticate through PAM; without `pam`, authenticating raises ENOTSUP. The observer has
+// each test of a password made.
+std::shared_ptr<DirectoryNode> makeSystemNode(std::optional<PamOptions> pam,
+                                              std::shared_ptr<NodeObserver> observer = nullptr);
 
 }  // namespace paddock

@@ -120,8 +120,10 @@ Array sortedAnswers(std::vector<Found> found) {
 
 class LdapNode final : public DirectoryNode, public AccountSearches {
  public:
-  explicit LdapNode(std::shared_ptr<LdapServer> server)
-      : path_(server->options().path()), access_(std::make_shared<LdapAccess>(std::move(server))) {}
+  LdapNode(std::shared_ptr<LdapServer> server, std::shared_ptr<NodeObserver> observer)
+      : path_(server->options().path()),
+        access_(std::make_shared<LdapAccess>(std::move(server))),
+        observer_(std::move(observer)) {}
 
   const std::string& path() const override { return path_; }
 
@@ -189,12 +191,8 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
 
   Status authenticateName(const std::string& name, const std::string& password,
                           bool authOnly) override {
-    // A bind with an empty name or password succeeds, as nobody.
-    if (password.empty() || name.empty() || !isDirectoryText(name)) return EACCES;
-    const auto users = LdapAccounts(*access_).withValue(schema::kUsers, schema::kRecordName, name);
-    if (users.empty() && !isDistinguishedName(name)) return EACCES;
-    const std::string& dn = users.empty() ? name : users.front().dn;
-    return access_->authenticate(dn, password, !authOnly) ? 0 : EACCES;
+    return checkPassword(observer_, path_, name,
+                         [&] { return authenticate(name, password, authOnly); });
   }
 
   Array getAttribute(const std::string& attribute) const override {
@@ -214,6 +212,15 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
   }
 
  private:
+  Status authenticate(const std::string& name, const std::string& password, bool authOnly) {
+    // A bind with an empty name or password succeeds, as nobody.
+    if (password.empty() || name.empty() || !isDirectoryText(name)) return EACCES;
+    const auto users = LdapAccounts(*access_).withValue(schema::kUsers, schema::kRecordName, name);
+    if (users.empty() && !isDistinguishedName(name)) return EACCES;
+    const std::string& dn = users.empty() ? name : users.front().dn;
+    return access_->authenticate(dn, password, !authOnly) ? 0 : EACCES;
+  }
+
   static bool contains(const std::vector<std::string>& texts, const std::string& text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
   }
@@ -255,12 +262,14 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
 
   const std::string path_;
   const std::shared_ptr<LdapAccess> access_;
+  const std::shared_ptr<NodeObserver> observer_;
 };
 
 }  // namespace
 
-std::shared_ptr<DirectoryNode> makeLdapNode(std::shared_ptr<LdapServer> server) {
-  return std::make_shared<LdapNode>(std::move(server));
+std::shared_ptr<DirectoryNode> makeLdapNode(std::shared_ptr<LdapServer> server,
+                                            std::shared_ptr<NodeObserver> observer) {
+  return std::make_shared<LdapNode>(std::move(server), std::move(observer));
 }
 
 }  // namespace paddock

@@ -17,6 +17,7 @@
 
 #include "platform/directory.h"
 #include "platform/linux/ldap/ldap_server.h"
+#include "platform/search_node.h"
 
 namespace paddock {
 
@@ -24,7 +25,9 @@ namespace paddock {
 inline constexpr const char* kWriteBasis = "dsAttrTypeNative:write_basis";
 
 // A user authenticates by the name of a user's record, or by the distinguished name of any entry
-// that has a password. Throws nothing: the server is first asked by an operation.
-std::shared_ptr<DirectoryNode> makeLdapNode(std::shared_ptr<LdapServer> server);
+// that has a password; the observer has each test of a password made. Throws nothing: the server is
+// first asked by an operation.
+std::shared_ptr<DirectoryNode> makeLdapNode(std::shared_ptr<LdapServer> server,
+                                            std::shared_ptr<NodeObserver> observer = nullptr);
 
 }  // namespace paddock
