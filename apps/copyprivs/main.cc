@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "base/installed_root.h"
+#include "base/program_start.h"
 #include "copyprivs/copyprivs.h"
 
 namespace {
@@ -22,6 +23,7 @@ void stopOn(int signal) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  paddock::ignoreLdapFiles();
   ::umask(077);
   stopOn(SIGTERM);
   stopOn(SIGINT);

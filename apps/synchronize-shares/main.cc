@@ -3,10 +3,12 @@
 #include <iostream>
 
 #include "base/installed_root.h"
+#include "base/program_start.h"
 #include "synchronize-shares/synchronize_shares.h"
 #include "synchronize-shares/system_log.h"
 
 int main(int count, char** arguments) {
+  paddock::ignoreLdapFiles();
   // A folder that is made for the file is nobody else's to write to.
   ::umask(022);
   paddock::synchronizer::SystemLog log;

@@ -71,6 +71,8 @@ class Reader {
       const toml::table& table = *element.as_table();
       Dictionary entry = readTable(name, table);
       reportMissing(name, table);
+      if (std::string wrong = contradictionIn(name, entry); !wrong.empty())
+        report(element.source(), std::move(wrong));
       if (const std::string* own = entry.string("name"); own && !names.insert(*own).second) {
         report(element.source(), "another [[" + name + "]] has the name " + quoted(*own));
       }

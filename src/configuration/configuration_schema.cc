@@ -10,6 +10,8 @@ namespace paddock {
 namespace {
 
 constexpr std::int64_t kMaximumBody = 1LL << 30;
+constexpr std::int64_t kLeastAnswer = 1LL << 20;
+constexpr std::int64_t kMostAnswer = 1LL << 34;
 constexpr std::int64_t kMaximumConnections = kMostConnectionsConfigured;
 
 std::string_view notEmpty(std::string_view text) { return text.empty() ? "must not be empty" : ""; }
@@ -45,19 +47,26 @@ std::string_view nodeName(std::string_view text) {
                                                                   : "";
 }
 
+// What stands between blanks.
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  while (!text.empty()) {
+    const std::string_view word = text.substr(0, text.find(' '));
+    text.remove_prefix(std::min(text.size(), word.size() + 1));
+    if (!word.empty()) words.push_back(word);
+  }
+  return words;
+}
+
 // One or more, separated by blanks.
 std::string_view ldapUris(std::string_view text) {
-  bool any = false;
-  while (!text.empty()) {
-    const std::string_view uri = text.substr(0, text.find(' '));
-    text.remove_prefix(std::min(text.size(), uri.size() + 1));
-    if (uri.empty()) continue;
-    any = true;
+  const auto uris = wordsOf(text);
+  for (const std::string_view uri : uris) {
     const bool known =
         uri.starts_with("ldap://") || uri.starts_with("ldaps://") || uri.starts_with("ldapi://");
     if (!known) return R"(must begin with "ldap://", "ldaps://" or "ldapi://")";
   }
-  return any ? "" : "must not be empty";
+  return uris.empty() ? "must not be empty" : "";
 }
 
 std::string_view ldapTls(std::string_view text) {
@@ -127,6 +136,8 @@ constexpr std::array kKeys{
     ConfigurationKey{"ldap", "member_of", KeyKind::text, 0, 0, ldapNameOrNone},
     ConfigurationKey{"ldap", "guid", KeyKind::text, 0, 0, ldapNameOrNone},
     ConfigurationKey{"ldap", "timeout", KeyKind::integer, 1, 3600},
+    ConfigurationKey{"ldap", "deadline", KeyKind::integer, 1, 3600},
+    ConfigurationKey{"ldap", "answer_bytes", KeyKind::integer, kLeastAnswer, kMostAnswer},
 };
 
 }  // namespace
@@ -142,6 +153,20 @@ const ConfigurationKey* findConfigurationKey(std::string_view table, std::string
 bool isConfigurationTable(std::string_view table) {
   return std::any_of(kKeys.begin(), kKeys.end(),
                      [table](const ConfigurationKey& key) { return key.table == table; });
+}
+
+std::string contradictionIn(std::string_view table, const Dictionary& keys) {
+  const std::string* tls = keys.string("tls");
+  const std::string* uris = keys.string("uri");
+  if (table != "ldap" || tls == nullptr || uris == nullptr || *tls != "ldaps") return {};
+  constexpr std::string_view kInTheClear = "ldap://";
+  for (const std::string_view uri : wordsOf(*uris)) {
+    if (!uri.starts_with(kInTheClear)) continue;
+    return R"("ldap.tls" is "ldaps" and "ldap.uri" has ")" + std::string(uri) +
+           R"(": write "ldaps://)" + std::string(uri.substr(kInTheClear.size())) +
+           R"(" there, or tls = "starttls")";
+  }
+  return {};
 }
 
 bool isConfigurationTableArray(std::string_view table) { return table == "ldap"; }

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/value.h"
 
 namespace paddock {
 
@@ -33,6 +36,8 @@ const ConfigurationKey* findConfigurationKey(std::string_view table, std::string
 bool isConfigurationTable(std::string_view table);
 // Whether the table is an array of tables.
 bool isConfigurationTableArray(std::string_view table);
+// What is wrong with keys of the table that are right one by one; empty when nothing is.
+std::string contradictionIn(std::string_view table, const Dictionary& keys);
 // The keys of the table that must be there.
 std::vector<std::string_view> requiredConfigurationKeys(std::string_view table);
 

@@ -141,7 +141,8 @@ TEST_F(ConfigurationTest, WhatIsWrongWithADirectoryServerIsSaid) {
         << wrong;
   for (const char* right :
        {"user_name = \"sAMAccountName\"", "guid = \"1.3.6.1.1.16.4\"", "member_of = \"\"",
-        "group_classes = [\"groupOfNames\"]", "tls = \"none\"", "records_base = \"ou=paddock\""})
+        "group_classes = [\"groupOfNames\"]", "tls = \"none\"", "records_base = \"ou=paddock\"",
+        "deadline = 3600", "answer_bytes = 1048576"})
     EXPECT_THAT(problemsOf(whole + right), IsEmpty()) << right;
 }
 
@@ -154,6 +155,28 @@ TEST_F(ConfigurationTest, UnknownKeysAreNamedWithTheirLine) {
 
 TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
   EXPECT_THAT(problemsOf("[access]\nadmin_group = 1\n[limits]\nconnections = \"many\"\n"
+TEST_F(ConfigurationTest, BoundsOfADirectoryServerHaveBounds) {
+  const std::string whole = "[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://x\"\n";
+  EXPECT_THAT(problemsOf(whole + "deadline = 0\nanswer_bytes = 1048575\n"),
+              ElementsAre("5: \"ldap.deadline\" must be from 1 to 3600",
+                          "6: \"ldap.answer_bytes\" must be from 1048576 to 17179869184"));
+}
+
+TEST_F(ConfigurationTest, LdapsBesideAServerInTheClearIsAContradiction) {
+  const auto with = [this](const std::string& uri, const std::string& tls) {
+    return problemsOf("[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"" + uri + "\"\n" + tls);
+  };
+  constexpr const char* kLdaps = "tls = \"ldaps\"\n";
+  EXPECT_THAT(with("ldaps://a ldap://b:3 ldap://c", kLdaps),
+              ElementsAre("1: \"ldap.tls\" is \"ldaps\" and \"ldap.uri\" has \"ldap://b:3\": write "
+                          "\"ldaps://b:3\" there, or tls = \"starttls\""));
+  for (const char* uri : {"ldaps://a", "ldapi://%2Fs ldaps://a", "ldaps://a  ldapi://%2Fs"}) {
+    EXPECT_THAT(with(uri, kLdaps), IsEmpty()) << uri;
+    EXPECT_THAT(with(uri, ""), IsEmpty()) << uri;
+  }
+  EXPECT_THAT(with("ldap://a ldaps://b", ""), IsEmpty());
+}
+
                          "[acl]\nprojection = \"yes\"\n[volumes]\nufs_family = \"ext4\"\n"
                          "[vsp]\nsync_command = [\"a\",\n 1]\n[limits.body_bytes]\n"),
               ElementsAre("2: \"access.admin_group\" must be a string",

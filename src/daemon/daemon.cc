@@ -10,13 +10,16 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 
 #include "base/file_access.h"
 #include "base/installed_root.h"
+#include "base/program_start.h"
 #include "base/system_call.h"
 #include "configuration/configuration.h"
 #include "daemon/http/http_server.h"
@@ -176,6 +179,7 @@ void serve(const Paths& paths, RunningConfiguration& configuration, const sigset
 }  // namespace
 
 int runDaemon(const Options& options) {
+  ignoreLdapFiles();
   settleAllocator();
   openStandardDescriptors();
   const std::string root = options.root
@@ -194,7 +198,9 @@ int runDaemon(const Options& options) {
   raiseDescriptorLimit();
   openLog(!root.empty(), options.debug);
   try {
-    RunningConfiguration running(file, required, configuration);
+    RunningConfiguration running(std::filesystem::absolute(file), required, configuration);
+    // Programs that run for the daemon look for nothing in the folder that it was started from.
+    if (::chdir("/") != 0) throw std::runtime_error("the folder / cannot be entered");
     serve(paths, running, signals);
   } catch (const std::exception& error) {
     std::cerr << "paddockd: " << error.what() << '\n';

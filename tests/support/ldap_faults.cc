@@ -55,8 +55,9 @@ FileDescriptor connectTo(const std::string& path) {
   return socket;
 }
 
-// The size of the first LDAP message (BER, definite length) in the bytes; 0 when it is not whole.
-std::size_t messageSize(const std::string& bytes) {
+}  // namespace
+
+std::size_t ldapMessageSize(const std::string& bytes) {
   if (bytes.size() < 2) return 0;
   const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(bytes[at]); };
   std::size_t head = 2;
@@ -70,8 +71,6 @@ std::size_t messageSize(const std::string& bytes) {
   }
   return bytes.size() >= head + length ? head + length : 0;
 }
-
-}  // namespace
 
 LoopbackListener::LoopbackListener() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
@@ -169,7 +168,7 @@ void CuttingProxy::carry(FileDescriptor client) {
     const std::string bytes = receiveSome(client.get());
     if (bytes.empty()) return;
     pending += bytes;
-    for (std::size_t size = messageSize(pending); size > 0; size = messageSize(pending)) {
+    for (std::size_t size = ldapMessageSize(pending); size > 0; size = ldapMessageSize(pending)) {
       const bool cutBefore = hasCut_;
       if (!admit()) return;
       mute = mute || (!cutBefore && hasCut_);

@@ -12,6 +12,9 @@
 
 namespace paddock {
 
+// The size of the first LDAP message (BER, definite length) in the bytes; 0 when it is not whole.
+std::size_t ldapMessageSize(const std::string& bytes);
+
 // Listens on a port of the loopback.
 class LoopbackListener {
  public:

@@ -1,6 +1,6 @@
 #include "platform/linux/ldap/configured_ldap.h"
 
-#include <sstream>
+#include "platform/linux/ldap/ldap_uris.h"
 
 namespace paddock {
 
@@ -23,16 +23,15 @@ void take(const Dictionary& table, const char* key, std::vector<std::string>& te
     if (text.string() != nullptr) texts.push_back(*text.string());
 }
 
-// Without a word about it, nothing goes over a network in the clear.
+// Without a word about it, nothing goes over a network in the clear. A socket of this host needs no
+// TLS, and beside it ldaps:// is ldaps:// all the same.
 LdapTls tlsOf(const Dictionary& table, const std::string& uris) {
   if (const std::string* set = table.string("tls")) {
     if (*set == "ldaps") return LdapTls::ldaps;
     return *set == "none" ? LdapTls::none : LdapTls::startTls;
   }
-  std::istringstream words(uris);
-  for (std::string uri; words >> uri;)
-    if (uri.starts_with("ldap://")) return LdapTls::startTls;
-  return LdapTls::none;
+  if (hasUriOfScheme(uris, "ldap")) return LdapTls::startTls;
+  return hasUriOfScheme(uris, "ldaps") ? LdapTls::ldaps : LdapTls::none;
 }
 
 LdapAccountNames accountNames(const Dictionary& table) {
@@ -64,6 +63,10 @@ LdapOptions optionsOf(const Dictionary& table, const std::string& root) {
   takePath(table, "ca_file", root, options.caFile);
   if (const auto seconds = table.integer("timeout"))
     options.timeout = std::chrono::seconds(*seconds);
+  if (const auto seconds = table.integer("deadline"))
+    options.deadline = std::chrono::seconds(*seconds);
+  if (const auto bytes = table.integer("answer_bytes"))
+    options.answerBytes = static_cast<std::size_t>(*bytes);
   take(table, "bind_dn", options.bindDn);
   takePath(table, "password_file", root, options.passwordFile);
   options.writable = table.boolean("writable");

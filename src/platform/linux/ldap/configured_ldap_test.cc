@@ -21,6 +21,8 @@ TEST(ConfiguredLdap, ServersKeepTheirOrder) {
 TEST(ConfiguredLdap, WhatIsNotSetHasItsDefault) {
   const LdapOptions options = optionsOf({{"name", "a"}, {"base", "dc=x"}});
   EXPECT_EQ(options.timeout, std::chrono::seconds(10));
+  EXPECT_EQ(options.deadline, std::chrono::seconds(30));
+  EXPECT_EQ(options.answerBytes, 536'870'912U);
   EXPECT_EQ(options.baseOfRecords(), "dc=x");
   EXPECT_EQ(options.caFile, "/etc/ssl/certs/ca-certificates.crt");
   EXPECT_EQ(options.accounts.userName, "uid");
@@ -33,6 +35,8 @@ TEST(ConfiguredLdap, EverythingCanBeSet) {
                                          {"base", "dc=x"},
                                          {"records_base", "ou=p,dc=x"},
                                          {"timeout", 3},
+                                         {"deadline", 4},
+                                         {"answer_bytes", 5'000'000},
                                          {"bind_dn", "cn=s"},
                                          {"user_classes", Array{"person"}},
                                          {"user_name", "n"},
@@ -52,6 +56,8 @@ TEST(ConfiguredLdap, EverythingCanBeSet) {
   EXPECT_EQ(options.base, "dc=x");
   EXPECT_EQ(options.baseOfRecords(), "ou=p,dc=x");
   EXPECT_EQ(options.timeout, std::chrono::seconds(3));
+  EXPECT_EQ(options.deadline, std::chrono::seconds(4));
+  EXPECT_EQ(options.answerBytes, 5'000'000U);
   EXPECT_EQ(options.bindDn, "cn=s");
   const LdapAccountNames& names = options.accounts;
   EXPECT_EQ(names.userClasses, std::vector<std::string>{"person"});
@@ -76,7 +82,10 @@ TEST(ConfiguredLdap, NothingGoesOverANetworkInTheClearUnlessItIsSaid) {
   const auto tls = [](const char* uri) { return optionsOf({{"name", "a"}, {"uri", uri}}).tls; };
   EXPECT_EQ(tls("ldap://h"), LdapTls::startTls);
   EXPECT_EQ(tls("ldaps://h ldap://h"), LdapTls::startTls);
-  EXPECT_EQ(tls("ldaps://h"), LdapTls::none);
+  EXPECT_EQ(tls("ldaps://h"), LdapTls::ldaps);
+  EXPECT_EQ(tls("ldapi://%2Frun%2Fslapd ldaps://h"), LdapTls::ldaps);
+  EXPECT_EQ(tls("ldaps://h ldapi://%2Frun%2Fslapd"), LdapTls::ldaps);
+  EXPECT_EQ(tls("ldapi://%2Frun%2Fslapd LDAPS://h"), LdapTls::ldaps);
   EXPECT_EQ(tls("ldapi://%2Frun%2Fslapd"), LdapTls::none);
   const auto said = [](const char* word) {
     return optionsOf({{"name", "a"}, {"uri", "ldap://h"}, {"tls", word}}).tls;

@@ -30,19 +30,33 @@ bool isReadOnlyServer(int result) {
 
 }  // namespace
 
+LdapAccess::Operation::Operation(LdapAccess& access)
+    : access_(access), isOutermost_(access.allowance_ == nullptr) {
+  if (!isOutermost_) return;
+  const LdapOptions& options = access.options();
+  access.allowance_ = std::make_shared<LdapAllowance>(options.deadline, options.answerBytes);
+}
+
+LdapAccess::Operation::~Operation() {
+  if (!isOutermost_) return;
+  access_.allowance_.reset();
+  if (access_.connection_) access_.connection_->count(nullptr);
+}
+
 LdapAccess::~LdapAccess() {
   if (connection_ && dn_.empty()) server_->giveBack(std::move(connection_));
 }
 
 LdapConnection& LdapAccess::connection() {
   if (!connection_)
-    connection_ = dn_.empty() ? server_->take() : authenticated(dn_, password_.text());
+    connection_ = dn_.empty() ? server_->take(allowance_) : authenticated(dn_, password_.text());
+  connection_->count(allowance_);
   return *connection_;
 }
 
 std::unique_ptr<LdapConnection> LdapAccess::authenticated(const std::string& dn,
                                                           const std::string& password) {
-  auto made = server_->open();
+  auto made = server_->open(allowance_);
   made->bind(dn, password);
   return made;
 }
@@ -63,6 +77,7 @@ std::unique_ptr<LdapConnection> LdapAccess::tryToAuthenticate(const std::string&
 }
 
 bool LdapAccess::authenticate(const std::string& dn, const std::string& password, bool keep) {
+  const Operation operation(*this);
   auto made = tryToAuthenticate(dn, password);
   if (!made) return false;
   if (!keep) return true;

@@ -20,11 +20,26 @@ class LdapAccess {
 
   const LdapOptions& options() const { return server_->options(); }
 
+  // What is done while there is such an object is one operation on the server, with one allowance:
+  // `LdapOptions::deadline` and `answerBytes`. Those inside another belong to it.
+  class Operation {
+   public:
+    explicit Operation(LdapAccess& access);
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+    ~Operation();
+
+   private:
+    LdapAccess& access_;
+    const bool isOutermost_;
+  };
+
   // Returns work(LdapConnection&, bool again). Connects when there is no connection, and once more
   // when that fails or the connection breaks under the work, which is then done again: `again` says
-  // that the first time may have been done after all.
+  // that the first time may have been done after all. An operation, where none is under way.
   template <typename Work>
   auto run(Work&& work) {
+    const Operation operation(*this);
     for (bool again = false;; again = true) {
       try {
         return work(connection(), again);
@@ -79,6 +94,7 @@ class LdapAccess {
 
   const std::shared_ptr<LdapServer> server_;
   std::unique_ptr<LdapConnection> connection_;
+  std::shared_ptr<LdapAllowance> allowance_;  // null between operations
   // The user who authenticated; no DN: the configured account.
   std::string dn_;
   Secret password_;

@@ -2,20 +2,19 @@
 
 #include <fcntl.h>
 #include <ldap.h>
-#include <netdb.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <mutex>
 #include <optional>
-#include <sstream>
 
 #include "base/text.h"
 #include "platform/linux/ldap/ldap_deadline.h"
+#include "platform/linux/ldap/ldap_entry_reading.h"
 #include "platform/linux/ldap/ldap_error.h"
+#include "platform/linux/ldap/ldap_library.h"
+#include "platform/linux/ldap/ldap_uris.h"
 #include "platform/linux/process/blocked_sigpipe.h"
 
 namespace paddock {
@@ -23,50 +22,8 @@ namespace paddock {
 namespace {
 
 constexpr ber_int_t kPageSize = 500;
-// What one message, and one answer in all, may hold; more is not believed.
-constexpr ber_len_t kLargestMessage = 64U << 20U;
-constexpr std::size_t kLargestAnswer = 512U << 20U;
-
-struct FreeMessage {
-  void operator()(LDAPMessage* message) const { ldap_msgfree(message); }
-};
-using Message = std::unique_ptr<LDAPMessage, FreeMessage>;
-
-struct FreeControl {
-  void operator()(LDAPControl* control) const { ldap_control_free(control); }
-};
-using Control = std::unique_ptr<LDAPControl, FreeControl>;
-
-struct FreeControls {
-  void operator()(LDAPControl** controls) const { ldap_controls_free(controls); }
-};
-
-struct FreeBer {
-  void operator()(BerElement* element) const { ber_free(element, 0); }
-};
-
-// The list of values; what they hold is the message's.
-struct FreeValues {
-  void operator()(berval* values) const { ber_memfree(values); }
-};
-
-struct FreeText {
-  void operator()(char* text) const { ldap_memfree(text); }
-};
-using Text = std::unique_ptr<char, FreeText>;
-
-timeval timevalOf(std::chrono::milliseconds time) {
-  return {static_cast<time_t>(time.count() / 1000),
-          static_cast<suseconds_t>(time.count() % 1000 * 1000)};
-}
-
-berval bervalOf(const std::string& text) {
-  return {text.size(), const_cast<char*>(text.data())};  // the library does not change it
-}
-
-std::string textOf(const berval& value) {
-  return value.bv_len == 0 ? std::string() : std::string(value.bv_val, value.bv_len);
-}
+// What one message may hold; more is not believed.
+constexpr ber_len_t kLargestMessage = 32U << 20U;
 
 // The library reads its own configuration once, when it is first used.
 void initializeOnce() {
@@ -113,105 +70,6 @@ class Modifications {
   std::vector<LDAPMod*> list_;
 };
 
-// The attribute's name without options ("cn;lang-en").
-std::string plainName(const std::string& description) {
-  std::string name = asciiLower(description);
-  name.resize(std::min(name.size(), name.find(';')));
-  return name;
-}
-
-// Reads the next attribute; `more` is false behind the last one. Adds the size of what was read to
-// `size`. Returns a result of the library.
-int readAttribute(LDAP* ldap, LDAPMessage* message, BerElement* place, LdapEntry& entry,
-                  std::size_t& size, bool& more) {
-  berval name{};
-  BerVarray values = nullptr;
-  const int result = ldap_get_attribute_ber(ldap, message, place, &name, &values);
-  const std::unique_ptr<berval, FreeValues> owner(values);
-  more = result == LDAP_SUCCESS && name.bv_val != nullptr;
-  if (!more) return result;
-  std::vector<std::string>& texts = entry.attributes[plainName(textOf(name))];
-  for (const berval* value = values; value != nullptr && value->bv_val != nullptr; ++value) {
-    texts.push_back(textOf(*value));
-    size += value->bv_len;
-  }
-  return result;
-}
-
-int readEntry(LDAP* ldap, LDAPMessage* message, LdapEntry& entry, std::size_t& size) {
-  BerElement* begin = nullptr;
-  berval dn{};
-  int result = ldap_get_dn_ber(ldap, message, &begin, &dn);
-  const std::unique_ptr<BerElement, FreeBer> place(begin);
-  if (result != LDAP_SUCCESS) return result;
-  entry.dn = textOf(dn);
-  for (bool more = true; more && result == LDAP_SUCCESS;)
-    result = readAttribute(ldap, message, place.get(), entry, size, more);
-  return result;
-}
-
-// What the next page is asked for with; empty when there is none.
-int readCookie(LDAP* ldap, LDAPControl** controls, std::string& text) {
-  LDAPControl* const paged = ldap_control_find(LDAP_CONTROL_PAGEDRESULTS, controls, nullptr);
-  if (paged == nullptr) return LDAP_SUCCESS;
-  berval cookie{};
-  ber_int_t estimate = 0;
-  const int result = ldap_parse_pageresponse_control(ldap, paged, &estimate, &cookie);
-  if (result != LDAP_SUCCESS) return result;
-  text = textOf(cookie);
-  ber_memfree(cookie.bv_val);
-  return result;
-}
-
-std::string diagnosticOf(char* text) {
-  const Text owner(text);
-  return text == nullptr ? std::string() : std::string(text);
-}
-
-const char* schemeOfTls(const std::string& uri) {
-  return uri.starts_with("ldaps://") ? "ldaps" : "";
-}
-
-// Every one of the URIs is of the scheme ldaps.
-bool isAllLdaps(const std::string& uris) {
-  std::size_t at = 0;
-  while ((at = uris.find_first_not_of(' ', at)) != std::string::npos) {
-    if (*schemeOfTls(uris.substr(at)) == '\0') return false;
-    at = std::min(uris.find(' ', at), uris.size());
-  }
-  return true;
-}
-
-bool isKnownHost(const std::string& uri) {
-  LDAPURLDesc* parsed = nullptr;
-  if (ldap_url_parse(uri.c_str(), &parsed) != LDAP_URL_SUCCESS) return false;
-  const std::unique_ptr<LDAPURLDesc, decltype(&ldap_free_urldesc)> owner(parsed,
-                                                                         &ldap_free_urldesc);
-  if (std::strcmp(parsed->lud_scheme, "ldapi") == 0 || parsed->lud_host == nullptr) return true;
-  addrinfo* addresses = nullptr;
-  if (::getaddrinfo(parsed->lud_host, nullptr, nullptr, &addresses) != 0) return false;
-  ::freeaddrinfo(addresses);
-  return true;
-}
-
-// What kept the library from connecting, which it does not always tell. Its errno may also be left
-// from asking for the host's name.
-Status statusOfConnecting(const std::string& uris, int number) {
-  std::istringstream words(uris);
-  for (std::string uri; words >> uri;)
-    if (!isKnownHost(uri)) return EHOSTUNREACH;
-  switch (number) {
-    case EHOSTUNREACH:
-    case ENETUNREACH:
-      return EHOSTUNREACH;
-    case EACCES:
-    case ECONNRESET:
-      return number;
-    default:
-      return ECONNREFUSED;
-  }
-}
-
 }  // namespace
 
 const std::vector<std::string>& LdapEntry::values(std::string_view attribute) const {
@@ -228,7 +86,9 @@ std::string LdapEntry::first(std::string_view attribute) const {
 // Told of every socket that the library has connected, before TLS starts on it.
 class LdapConnection::Callback {
  public:
-  explicit Callback(std::chrono::milliseconds timeout) : timeout_(timeout) {
+  // `timeout`: of each step; `time`: of connecting to an address.
+  Callback(std::chrono::milliseconds timeout, std::chrono::milliseconds time)
+      : timeout_(timeout), time_(time) {
     callback_.lc_add = &Callback::added;
     callback_.lc_del = [](LDAP*, Sockbuf*, ldap_conncb*) {};
     callback_.lc_arg = this;
@@ -249,11 +109,11 @@ class LdapConnection::Callback {
 
   // Returns the errno of what keeps the connection from being bounded.
   int setUp(Sockbuf* socket) {
-    deadline_.set(timeout_);
+    deadline_.set(time_);
     int descriptor = -1;
     ber_len_t largest = kLargestMessage;
-    if (!deadline_.addTo(socket) ||
-        ber_sockbuf_ctrl(socket, LBER_SB_OPT_GET_FD, &descriptor) != 1 ||
+    if (ber_sockbuf_ctrl(socket, LBER_SB_OPT_GET_FD, &descriptor) != 1 ||
+        !deadline_.addTo(socket, descriptor) ||
         ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &largest) != 1)
       return ENOMEM;
     // The library waits for a whole TLS record, and for room to write, without looking at its time.
@@ -264,6 +124,7 @@ class LdapConnection::Callback {
   }
 
   std::chrono::milliseconds timeout_;
+  std::chrono::milliseconds time_;
   ldap_conncb callback_{};
   LdapDeadline deadline_;
   bool connected_ = false;
@@ -272,15 +133,17 @@ class LdapConnection::Callback {
 
 struct LdapConnection::Page {
   std::vector<LdapEntry> entries;
-  std::size_t size = 0;
   std::string cookie;
 };
 
-LdapConnection::LdapConnection(const LdapOptions& options)
-    : options_(options), callback_(std::make_unique<Callback>(options.timeout)) {
+LdapConnection::LdapConnection(const LdapOptions& options, std::shared_ptr<LdapAllowance> allowance)
+    : options_(options),
+      allowance_(std::move(allowance)),
+      callback_(std::make_unique<Callback>(options.timeout, stepTime())) {
   initializeOnce();
-  if (options_.tls == LdapTls::ldaps && !isAllLdaps(options_.uri))
-    throw LdapError(LDAP_PARAM_ERROR, what("connecting", ""), "the URI is not ldaps://");
+  if (options_.tls == LdapTls::ldaps && hasUriOfScheme(options_.uri, "ldap"))
+    throw LdapError(LDAP_PARAM_ERROR, what("connecting", ""), "tls is \"ldaps\", a URI is ldap://");
+  callback_->deadline().count(allowance_);
   const int result = ldap_initialize(&ldap_, options_.uri.c_str());
   if (result != LDAP_SUCCESS) throw LdapError(result, what("connecting", ""), "the URI");
   try {
@@ -300,33 +163,58 @@ LdapConnection::~LdapConnection() {
   ldap_unbind_ext(ldap_, nullptr, nullptr);
 }
 
+void LdapConnection::count(std::shared_ptr<LdapAllowance> allowance) {
+  allowance_ = std::move(allowance);
+  callback_->deadline().count(allowance_);
+}
+
+std::chrono::milliseconds LdapConnection::stepTime() const {
+  return allowance_ ? std::min(options_.timeout, allowance_->timeLeft()) : options_.timeout;
+}
+
+void LdapConnection::setOption(int option, const void* value) {
+  if (ldap_set_option(ldap_, option, value) != LDAP_OPT_SUCCESS)
+    throw LdapError(LDAP_PARAM_ERROR, what("connecting", ""),
+                    "option " + std::to_string(option) + " of the library");
+}
+
 // Everything that matters here is set, so that no file or variable of the environment that the
 // library reads has a say in it.
 void LdapConnection::setOptions() {
-  const timeval time = timevalOf(options_.timeout);
-  const auto set = [this](int option, const void* value) {
-    if (ldap_set_option(ldap_, option, value) != LDAP_OPT_SUCCESS)
-      throw LdapError(LDAP_PARAM_ERROR, what("connecting", ""),
-                      "option " + std::to_string(option) + " of the library");
-  };
-  const auto setNumber = [&](int option, int value) { set(option, &value); };
+  // The library takes no time at all for no bound.
+  const timeval time = timevalOf(std::max(stepTime(), std::chrono::milliseconds(1)));
+  const auto setNumber = [this](int option, int value) { setOption(option, &value); };
   setNumber(LDAP_OPT_PROTOCOL_VERSION, LDAP_VERSION3);
-  set(LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
-  set(LDAP_OPT_RESTART, LDAP_OPT_ON);
+  setOption(LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
+  setOption(LDAP_OPT_RESTART, LDAP_OPT_ON);
   setNumber(LDAP_OPT_DEREF, LDAP_DEREF_NEVER);
   setNumber(LDAP_OPT_SIZELIMIT, LDAP_NO_LIMIT);
   setNumber(LDAP_OPT_TIMELIMIT, LDAP_NO_LIMIT);
-  set(LDAP_OPT_NETWORK_TIMEOUT, &time);
-  set(LDAP_OPT_TIMEOUT, &time);
-  set(LDAP_OPT_CONNECT_CB, callback_->get());
-  if (options_.tls == LdapTls::none && !isAllLdaps(options_.uri)) return;
+  setOption(LDAP_OPT_NETWORK_TIMEOUT, &time);
+  setOption(LDAP_OPT_TIMEOUT, &time);
+  setOption(LDAP_OPT_CONNECT_CB, callback_->get());
+  setTlsOptions();
+}
+
+// On every handle: which of several URIs answers, and what it speaks, is known only afterwards. A
+// handle without a URI that speaks TLS trusts no authority that it could be told of.
+void LdapConnection::setTlsOptions() {
+  const bool mayBeTls = options_.tls != LdapTls::none || hasUriOfScheme(options_.uri, "ldaps");
+  const auto setNumber = [this](int option, int value) { setOption(option, &value); };
   setNumber(LDAP_OPT_X_TLS_REQUIRE_CERT, LDAP_OPT_X_TLS_DEMAND);
+  setNumber(LDAP_OPT_X_TLS_REQUIRE_SAN, LDAP_OPT_X_TLS_ALLOW);
   setNumber(LDAP_OPT_X_TLS_PROTOCOL_MIN, LDAP_OPT_X_TLS_PROTOCOL_TLS1_2);
-  set(LDAP_OPT_X_TLS_CACERTFILE, options_.caFile.c_str());
+  for (const int none : {LDAP_OPT_X_TLS_CACERTDIR, LDAP_OPT_X_TLS_CERTFILE, LDAP_OPT_X_TLS_KEYFILE,
+                         LDAP_OPT_X_TLS_CIPHER_SUITE})
+    setOption(none, "");
+  setOption(LDAP_OPT_X_TLS_CACERTFILE, mayBeTls ? options_.caFile.c_str() : "");
   const int isServer = 0;
-  if (ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &isServer) != LDAP_OPT_SUCCESS)
+  if (!mayBeTls) {
+    setOption(LDAP_OPT_X_TLS_NEWCTX, &isServer);
+  } else if (ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &isServer) != LDAP_OPT_SUCCESS) {
     throw LdapError(LDAP_CONNECT_ERROR, what("connecting", ""),
                     "the certificates of " + options_.caFile + " cannot be used");
+  }
 }
 
 void LdapConnection::connect() {
@@ -338,6 +226,7 @@ void LdapConnection::connect() {
 }
 
 void LdapConnection::failConnecting(int result, int number) {
+  requireAllowance(what("connecting", ""));
   const std::string diagnostic = diagnosticMessage();
   if (callback_->error() != 0)
     throw LdapError(LDAP_LOCAL_ERROR, callback_->error(), what("connecting", ""), diagnostic);
@@ -354,18 +243,18 @@ void LdapConnection::startTls() {
   const std::string doing = what("starting TLS", "");
   int message = 0;
   requireSent(ldap_start_tls(ldap_, nullptr, nullptr, &message), doing);
-  const Message answer(await(message, doing));
+  const LdapMessage answer(await(message, doing));
   int result = LDAP_OTHER;
   char* diagnostic = nullptr;
   const int parsed =
       ldap_parse_result(ldap_, answer.get(), &result, nullptr, &diagnostic, nullptr, nullptr, 0);
-  const std::string text = diagnosticOf(diagnostic);
+  const std::string text = takeLdapText(diagnostic);
   if (parsed != LDAP_SUCCESS) fail(parsed, doing);
   if (result != LDAP_SUCCESS) {
     usable_ = false;
     throw LdapError(result, EKEYREJECTED, doing, text);
   }
-  callback_->deadline().set(options_.timeout);
+  callback_->deadline().set(stepTime());
   errno = 0;
   const int installed = ldap_install_tls(ldap_);
   const int number = errno;
@@ -388,14 +277,15 @@ void LdapConnection::bind(const std::string& dn, const std::string& password) {
 std::vector<LdapEntry> LdapConnection::search(const LdapQuery& query) {
   const BlockedSigpipe blocked;
   std::vector<LdapEntry> entries;
-  std::size_t size = 0;
   std::string cookie;
   do {
     Page page = receive(send(query, &cookie), query);
+    if (page.entries.empty() && !page.cookie.empty()) {
+      usable_ = false;
+      throw LdapError(LDAP_MORE_RESULTS_TO_RETURN, what("searching", query.base),
+                      "a page without entries that is not the last");
+    }
     std::move(page.entries.begin(), page.entries.end(), std::back_inserter(entries));
-    size += page.size;
-    if (size > kLargestAnswer)
-      throw LdapError(LDAP_RESULTS_TOO_LARGE, what("searching", query.base), "");
     cookie = std::move(page.cookie);
   } while (!cookie.empty());
   return entries;
@@ -433,7 +323,7 @@ int LdapConnection::send(const LdapQuery& query, const std::string* cookie) {
   for (const std::string& attribute : query.attributes)
     attributes.push_back(const_cast<char*>(attribute.c_str()));
   attributes.push_back(nullptr);
-  Control paged;
+  LdapControl paged;
   if (cookie != nullptr && query.scope == LdapScope::subtree) {
     berval place = bervalOf(*cookie);
     LDAPControl* made = nullptr;
@@ -456,15 +346,11 @@ LdapConnection::Page LdapConnection::receive(int message, const LdapQuery& query
   const std::string doing = what("searching", query.base);
   Page page;
   for (;;) {
-    const Message answer(await(message, doing));
+    const LdapMessage answer(await(message, doing));
     const int type = ldap_msgtype(answer.get());
     if (type == LDAP_RES_SEARCH_ENTRY) {
-      const int read = readEntry(ldap_, answer.get(), page.entries.emplace_back(), page.size);
+      const int read = readLdapEntry(ldap_, answer.get(), page.entries.emplace_back(), *allowance_);
       if (read != LDAP_SUCCESS) fail(read, doing);
-      if (page.size > kLargestAnswer) {
-        usable_ = false;
-        throw LdapError(LDAP_RESULTS_TOO_LARGE, doing, "");
-      }
     }
     if (type != LDAP_RES_SEARCH_RESULT) continue;
     int result = LDAP_OTHER;
@@ -472,10 +358,10 @@ LdapConnection::Page LdapConnection::receive(int message, const LdapQuery& query
     LDAPControl** controls = nullptr;
     const int parsed = ldap_parse_result(ldap_, answer.get(), &result, nullptr, &diagnostic,
                                          nullptr, &controls, 0);
-    const std::string text = diagnosticOf(diagnostic);
-    const std::unique_ptr<LDAPControl*, FreeControls> owner(controls);
+    const std::string text = takeLdapText(diagnostic);
+    const LdapControls owner(controls);
     if (parsed != LDAP_SUCCESS) fail(parsed, doing);
-    if (const int read = readCookie(ldap_, controls, page.cookie); read != LDAP_SUCCESS)
+    if (const int read = readPageCookie(ldap_, controls, page.cookie); read != LDAP_SUCCESS)
       fail(read, doing);
     if (result != LDAP_SUCCESS) throw LdapError(result, doing, text);
     return page;
@@ -512,7 +398,7 @@ void LdapConnection::remove(const std::string& dn, const std::string& assertion)
   const int result =
       ldap_create_assertion_control(ldap_, const_cast<char*>(assertion.c_str()), 0, &made);
   if (result != LDAP_SUCCESS) fail(result, what("deleting", dn));
-  const Control owner(made);
+  const LdapControl owner(made);
   LDAPControl* controls[] = {made, nullptr};
   int message = 0;
   const int sent = ldap_delete_ext(ldap_, dn.c_str(), controls, nullptr, &message);
@@ -520,7 +406,7 @@ void LdapConnection::remove(const std::string& dn, const std::string& assertion)
 }
 
 ldapmsg* LdapConnection::await(int message, const std::string& doing) {
-  timeval time = timevalOf(options_.timeout);
+  timeval time = timevalOf(stepTime());
   LDAPMessage* answer = nullptr;
   const int type = ldap_result(ldap_, message, LDAP_MSG_ONE, &time, &answer);
   if (type > 0) return answer;
@@ -538,12 +424,12 @@ void LdapConnection::finish(int sent, int message, const std::string& doing) {
 int LdapConnection::resultOf(int sent, int message, const std::string& doing,
                              std::string& diagnostic) {
   requireSent(sent, doing);
-  const Message answer(await(message, doing));
+  const LdapMessage answer(await(message, doing));
   int result = LDAP_OTHER;
   char* text = nullptr;
   const int parsed =
       ldap_parse_result(ldap_, answer.get(), &result, nullptr, &text, nullptr, nullptr, 0);
-  diagnostic = diagnosticOf(text);
+  diagnostic = takeLdapText(text);
   if (parsed != LDAP_SUCCESS) fail(parsed, doing);
   return result;
 }
@@ -552,9 +438,24 @@ void LdapConnection::requireSent(int sent, const std::string& doing) {
   if (sent != LDAP_SUCCESS) fail(sent, doing);
 }
 
+void LdapConnection::requireAllowance(const std::string& doing) {
+  if (!allowance_) return;
+  if (allowance_->isSpent())
+    throw LdapError(
+        LDAP_RESULTS_TOO_LARGE, doing,
+        "more than the " + std::to_string(options_.answerBytes) + " bytes of \"answer_bytes\"");
+  const bool isOver = allowance_->timeLeft().count() == 0;
+  if (isOver)
+    throw LdapError(LDAP_TIMEOUT, doing,
+                    "not done in the " + std::to_string(options_.deadline.count() / 1000) +
+                        " s of \"deadline\"");
+}
+
 void LdapConnection::fail(int result, const std::string& doing) {
-  const std::string diagnostic = diagnosticMessage();
   usable_ = false;
+  requireAllowance(doing);
+  const std::string diagnostic = diagnosticMessage();
+  if (callback_->deadline().hasExpired()) throw LdapError(LDAP_TIMEOUT, doing, diagnostic);
   if (result == LDAP_SERVER_DOWN || result == LDAP_CONNECT_ERROR)
     throw LdapConnectionLost(LDAP_SERVER_DOWN, doing, diagnostic);
   throw LdapError(result, doing, diagnostic);
@@ -563,7 +464,7 @@ void LdapConnection::fail(int result, const std::string& doing) {
 std::string LdapConnection::diagnosticMessage() {
   char* text = nullptr;
   ldap_get_option(ldap_, LDAP_OPT_DIAGNOSTIC_MESSAGE, &text);
-  return diagnosticOf(text);
+  return takeLdapText(text);
 }
 
 std::string LdapConnection::what(std::string_view operation, std::string_view dn) const {

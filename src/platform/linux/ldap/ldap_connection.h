@@ -1,9 +1,10 @@
 // One connection to a directory server, over libldap. For one thread at a time; two connections
 // may be used in parallel.
 //
-// Every operation throws LdapError: what the server answered, LDAP_TIMEOUT when it did not in time;
-// and LdapConnectionLost when the connection broke. A connection that timed out or broke is no
-// longer usable.
+// Every operation throws LdapError: what the server answered, LDAP_TIMEOUT when it did not in time,
+// LDAP_RESULTS_TOO_LARGE when it sends more than the allowance has; and LdapConnectionLost when the
+// connection broke. A connection on which this, or anything else that is no answer of the server's,
+// happened is no longer usable.
 #pragma once
 
 #include <memory>
@@ -12,9 +13,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/linux/ldap/ldap_allowance.h"
 #include "platform/linux/ldap/ldap_options.h"
 
 struct ldap;
+struct ldapcontrol;
 struct ldapmsg;
 
 namespace paddock {
@@ -49,18 +52,23 @@ struct LdapQuery {
 class LdapConnection {
  public:
   // Connects, and encrypts the connection where the options say so. Nobody is authenticated.
-  explicit LdapConnection(const LdapOptions& options);
+  // Precondition: there is an allowance.
+  LdapConnection(const LdapOptions& options, std::shared_ptr<LdapAllowance> allowance);
   LdapConnection(const LdapConnection&) = delete;
   LdapConnection& operator=(const LdapConnection&) = delete;
   ~LdapConnection();
 
   bool isUsable() const { return usable_; }
 
+  // What is done from now on counts against this allowance; null: nothing is done for a while.
+  void count(std::shared_ptr<LdapAllowance> allowance);
+
   // A simple bind. Precondition: neither is empty.
   void bind(const std::string& dn, const std::string& password);
 
   // Every entry that matches: in pages where the server knows them; a limit that it hits is an
-  // error. References to other servers are not followed.
+  // error, and so is a page without an entry behind which there are more. References to other
+  // servers are not followed.
   std::vector<LdapEntry> search(const LdapQuery& query);
   // The same for several queries, which are under way together; a query of the scope `base` whose
   // entry is not there has an empty answer.
@@ -83,6 +91,8 @@ class LdapConnection {
   void connect();
   void startTls();
   void setOptions();
+  void setTlsOptions();
+  void setOption(int option, const void* value);
   [[noreturn]] void failConnecting(int result, int number);
   // With a cookie, one page is asked for.
   int send(const LdapQuery& query, const std::string* cookie);
@@ -93,12 +103,17 @@ class LdapConnection {
   void finish(int sent, int message, const std::string& what);
   int resultOf(int sent, int message, const std::string& what, std::string& diagnostic);
   void requireSent(int sent, const std::string& what);
+  // How long the next step may take.
+  std::chrono::milliseconds stepTime() const;
+  // Throws when that is why nothing went on: the allowance is spent or over.
+  void requireAllowance(const std::string& what);
   // Throws for a result of the library itself.
   [[noreturn]] void fail(int result, const std::string& what);
   std::string diagnosticMessage();
   std::string what(std::string_view operation, std::string_view dn) const;
 
   const LdapOptions options_;
+  std::shared_ptr<LdapAllowance> allowance_;
   std::unique_ptr<Callback> callback_;
   ldap* ldap_ = nullptr;
   bool usable_ = false;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/linux/ldap/ldap_error.h"
+#include "platform/linux/ldap/ldap_library.h"
 
 namespace paddock {
 
@@ -13,10 +14,6 @@ namespace {
 struct FreeDn {
   void operator()(LDAPRDN* dn) const { ldap_dnfree(dn); }
 };
-
-std::string textOf(const berval& value) {
-  return value.bv_len == 0 ? std::string() : std::string(value.bv_val, value.bv_len);
-}
 
 std::unique_ptr<LDAPRDN, FreeDn> parse(const std::string& text) {
   LDAPDN dn = nullptr;

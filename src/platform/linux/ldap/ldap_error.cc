@@ -10,9 +10,16 @@ namespace paddock {
 
 namespace {
 
+// What a server may add to a line of the log.
+constexpr std::size_t kLongestText = 500;
+
+std::string shortened(const std::string& text) {
+  return text.size() <= kLongestText ? text : text.substr(0, kLongestText) + "...";
+}
+
 std::string describe(int result, const std::string& what, const std::string& diagnostic) {
-  std::string text = what + ": " + ldap_err2string(result);
-  if (!diagnostic.empty()) text += " (" + diagnostic + ")";
+  std::string text = shortened(what) + ": " + ldap_err2string(result);
+  if (!diagnostic.empty()) text += " (" + shortened(diagnostic) + ")";
   return printable(text);
 }
 

@@ -3,6 +3,7 @@
 #include <ldap.h>
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "base/guid.h"
 #include "base/text.h"
@@ -25,22 +26,37 @@ std::vector<std::string> attributesOfMembers(const LdapAccountNames& names) {
   return {"objectClass", names.userName, names.guid};
 }
 
-void addUnlessThere(std::vector<std::string>& texts, const std::string& text) {
-  if (!text.empty() && std::find(texts.begin(), texts.end(), text) == texts.end())
-    texts.push_back(text);
-}
+// Each once, in the order in which they were found.
+class Collection {
+ public:
+  void add(const std::string& text) {
+    if (!text.empty() && known_.insert(text).second) texts_.push_back(text);
+  }
+  std::vector<std::string> take() { return std::move(texts_); }
 
-void addMember(const LdapEntry& entry, const LdapAccountNames& names, LdapMembers& members) {
+ private:
+  std::vector<std::string> texts_;
+  std::unordered_set<std::string> known_;
+};
+
+struct Members {
+  Collection users;
+  Collection groups;
+
+  LdapMembers take() { return {users.take(), groups.take()}; }
+};
+
+void addMember(const LdapEntry& entry, const LdapAccountNames& names, Members& members) {
   if (isOfClass(entry, names.userClasses)) {
     const auto own = namesOf(entry, names.userName);
-    if (!own.empty()) addUnlessThere(members.users, own.front());
+    if (!own.empty()) members.users.add(own.front());
   } else if (isOfClass(entry, names.groupClasses)) {
-    addUnlessThere(members.groups, guidOf(entry, names));
+    members.groups.add(guidOf(entry, names));
   }
 }
 
 // What the server says of who is in the group.
-void addByMemberOf(LdapAccess& access, const LdapEntry& group, LdapMembers& members) {
+void addByMemberOf(LdapAccess& access, const LdapEntry& group, Members& members) {
   const LdapAccountNames& names = access.options().accounts;
   const LdapQuery query{.base = access.options().base,
                         .scope = LdapScope::subtree,
@@ -51,7 +67,7 @@ void addByMemberOf(LdapAccess& access, const LdapEntry& group, LdapMembers& memb
     addMember(entry, names, members);
 }
 
-void lookUp(LdapAccess& access, const std::vector<std::string>& dns, LdapMembers& members) {
+void lookUp(LdapAccess& access, const std::vector<std::string>& dns, Members& members) {
   const LdapAccountNames& names = access.options().accounts;
   for (std::size_t start = 0; start < dns.size(); start += kTogether) {
     std::vector<LdapQuery> queries;
@@ -70,9 +86,9 @@ void lookUp(LdapAccess& access, const std::vector<std::string>& dns, LdapMembers
 
 LdapMembers membersOf(LdapAccess& access, const LdapEntry& group) {
   const LdapAccountNames& names = access.options().accounts;
-  LdapMembers members;
+  Members members;
   for (const std::string& name : group.values(names.memberNames))
-    if (isDirectoryText(name)) addUnlessThere(members.users, name);
+    if (isDirectoryText(name)) members.users.add(name);
   std::vector<std::string> unknown;
   for (const std::string& dn : group.values(names.memberEntries)) {
     const auto component = firstComponent(dn);
@@ -80,20 +96,20 @@ LdapMembers membersOf(LdapAccess& access, const LdapEntry& group) {
       return isSameAttribute(part.first, names.userName);
     });
     if (named != component.end() && isDirectoryText(named->second))
-      addUnlessThere(members.users, named->second);
+      members.users.add(named->second);
     else if (!component.empty())
       unknown.push_back(dn);
   }
-  if (unknown.empty()) return members;
+  if (unknown.empty()) return members.take();
   if (!names.memberOf.empty()) {
     addByMemberOf(access, group, members);
-    return members;
+    return members.take();
   }
   if (unknown.size() > kMostLookedUp)
     throw LdapError(LDAP_RESULTS_TOO_LARGE,
                     access.options().path() + ": the members of " + group.dn, "");
   lookUp(access, unknown, members);
-  return members;
+  return members.take();
 }
 
 std::string guidOf(const LdapEntry& entry, const LdapAccountNames& names) {
@@ -106,11 +122,11 @@ std::vector<std::string> namesOf(const LdapEntry& entry, const std::string& attr
   std::erase_if(names,
                 [](const std::string& name) { return name.empty() || !isDirectoryText(name); });
   if (names.size() < 2) return names;
-  for (const auto& [type, value] : firstComponent(entry.dn)) {
-    const auto found = std::find(names.begin(), names.end(), value);
-    if (isSameAttribute(type, attribute) && found != names.end())
-      std::rotate(names.begin(), found, found + 1);
-  }
+  std::unordered_set<std::string> first;
+  for (const auto& [type, value] : firstComponent(entry.dn))
+    if (isSameAttribute(type, attribute)) first.insert(value);
+  std::stable_partition(names.begin(), names.end(),
+                        [&](const std::string& name) { return first.contains(name); });
   return names;
 }
 

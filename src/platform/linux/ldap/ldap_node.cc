@@ -23,9 +23,11 @@ void requireKnown(MatchType matchType) {
 }
 
 Dictionary dictionaryOf(const std::vector<AttributeChange>& attributes) {
-  Dictionary dictionary;
-  for (const auto& [attribute, values] : attributes) dictionary.set(attribute, valueArray(values));
-  return dictionary;
+  std::vector<Dictionary::Entry> entries;
+  entries.reserve(attributes.size());
+  for (const auto& [attribute, values] : attributes)
+    entries.push_back({attribute, valueArray(values)});
+  return Dictionary::fromEntries(std::move(entries)).value();  // no attribute is there twice
 }
 
 // A record whose attributes `read` gives.
@@ -68,14 +70,17 @@ class LdapRecord final : public ListedRecord {
     change(attributeChanges(attributes));
   }
   void removeRecord() override {
+    const LdapAccess::Operation operation(*access_);
     access_->change([this] { LdapRecords(*access_).remove(known_); });
   }
 
  private:
   std::vector<AttributeChange> read() const override {
+    const LdapAccess::Operation operation(*access_);
     return attributesOf(LdapRecords(*access_).load(known_));
   }
   void change(const std::vector<AttributeChange>& changes) {
+    const LdapAccess::Operation operation(*access_);
     known_ = access_->change([&] { return LdapRecords(*access_).change(known_, changes); });
   }
 
@@ -131,6 +136,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
                            const std::string& value, MatchType matchType) override {
     requireKnown(matchType);
     if (!isDirectoryText(attribute) || attribute.empty() || !isDirectoryText(value)) return {};
+    const LdapAccess::Operation operation(*access_);
     std::vector<Found> found;
     for (LdapAccount& account :
          LdapAccounts(*access_).withValue(accountTypes(types), attribute, value))
@@ -142,6 +148,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
   }
 
   std::vector<Array> findEach(const std::vector<AccountQuestion>& questions) override {
+    const LdapAccess::Operation operation(*access_);
     std::vector<Array> answers;
     answers.reserve(questions.size());
     for (const std::vector<LdapAccount>& accounts : LdapAccounts(*access_).withEach(questions)) {
@@ -156,6 +163,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
                         const std::string& type, MatchType matchType) override {
     requireKnown(matchType);
     const bool all = contains(attributes, kAttributesAll);
+    const LdapAccess::Operation operation(*access_);
     std::vector<Found> found;
     for (std::vector<AttributeChange>& record : named(name, type)) {
       if (!all)
@@ -170,6 +178,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
   std::unique_ptr<DirectoryRecord> findRecord(const std::string& name,
                                               const std::string& type) override {
     if (!isDirectoryText(name) || !isDirectoryText(type)) return nullptr;
+    const LdapAccess::Operation operation(*access_);
     if (isAccountType(type)) {
       auto accounts = LdapAccounts(*access_).withValue(type, schema::kRecordName, name);
       if (accounts.empty()) return nullptr;
@@ -185,6 +194,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
     requireDirectoryName(name, "a record name");
     requireDirectoryName(type, "a record type");
     if (isAccountType(type)) refuseAccountChange(access_->options());
+    const LdapAccess::Operation operation(*access_);
     return std::make_unique<LdapRecord>(
         access_, access_->change([&] { return LdapRecords(*access_).create(name, type); }));
   }
@@ -203,6 +213,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
       return {proof == WriteProof::accepted ? "accepted" : "refused"};
     }
     if (attribute != schema::kReadOnlyNode) return {};
+    const LdapAccess::Operation operation(*access_);
     // First: it finds a server that was started again, which may take now what it refused.
     LdapRecords(*access_).requireBase();
     const WriteProof proof = access_->writeProof();
@@ -215,6 +226,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
   Status authenticate(const std::string& name, const std::string& password, bool authOnly) {
     // A bind with an empty name or password succeeds, as nobody.
     if (password.empty() || name.empty() || !isDirectoryText(name)) return EACCES;
+    const LdapAccess::Operation operation(*access_);
     const auto users = LdapAccounts(*access_).withValue(schema::kUsers, schema::kRecordName, name);
     if (users.empty() && !isDistinguishedName(name)) return EACCES;
     const std::string& dn = users.empty() ? name : users.front().dn;

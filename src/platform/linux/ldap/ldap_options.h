@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,12 +45,16 @@ struct LdapOptions {
   // base.
   std::string recordsBase;
   // Whether the connection is encrypted before anything else is said; the server's certificate is
-  // always checked, name and all.
+  // always checked, name and all, also behind ldaps:// whatever this says.
   LdapTls tls = LdapTls::none;
   // Certificates of the authorities that a server's may be signed by (PEM).
   std::string caFile = "/etc/ssl/certs/ca-certificates.crt";
   // For each step: to connect (to each address), to start TLS, to bind, to get one result.
   std::chrono::milliseconds timeout{10'000};
+  // For an operation of the node as a whole, however many steps it takes.
+  std::chrono::milliseconds deadline{30'000};
+  // What an operation may receive as a whole (LdapAllowance).
+  std::size_t answerBytes = 512U << 20U;
   // How long a server that did not answer is not asked again.
   std::chrono::milliseconds silence{30'000};
   // How long it counts as read-only because it refused a change.

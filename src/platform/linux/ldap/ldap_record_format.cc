@@ -41,7 +41,8 @@ struct StoredValue {
 };
 
 [[noreturn]] void refuse(const LdapEntry& entry, const std::string& why) {
-  throw DirectoryError(EIO, printable("the entry " + entry.dn + " " + why));
+  constexpr std::size_t kLongestName = 500;
+  throw DirectoryError(EIO, printable("the entry " + entry.dn.substr(0, kLongestName) + " " + why));
 }
 
 std::string hexSha256(std::string_view text) {
@@ -147,10 +148,11 @@ void erase(LdapRecordState& record, const std::string& name) {
 }
 
 void readValues(const LdapEntry& entry, LdapRecordState& record) {
+  std::set<std::string> names{schema::kRecordType};
   for (StoredValue& stored : storedValues(entry)) {
     auto& attributes = record.attributes;
     const bool isNext = attributes.empty() || attributes.back().position != stored.position;
-    if (isNext && find(record, stored.attribute) != nullptr)
+    if (isNext && !names.insert(stored.attribute).second)
       refuse(entry, "has one attribute in two places");
     if (isNext) attributes.push_back({stored.position, stored.attribute, {}});
     if (attributes.back().name != stored.attribute)

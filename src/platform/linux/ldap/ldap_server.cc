@@ -26,9 +26,9 @@ constexpr std::size_t kLongestPassword = 4096;
 
 }  // namespace
 
-std::unique_ptr<LdapConnection> LdapServer::take() {
+std::unique_ptr<LdapConnection> LdapServer::take(const std::shared_ptr<LdapAllowance>& allowance) {
   if (auto connection = takeIdle()) return connection;
-  auto connection = open();
+  auto connection = open(allowance);
   if (options_.bindDn.empty()) return connection;
   const Secret password(passwordOfAccount());
   try {
@@ -40,10 +40,10 @@ std::unique_ptr<LdapConnection> LdapServer::take() {
   return connection;
 }
 
-std::unique_ptr<LdapConnection> LdapServer::open() {
+std::unique_ptr<LdapConnection> LdapServer::open(const std::shared_ptr<LdapAllowance>& allowance) {
   requireAnswering();
   try {
-    return std::make_unique<LdapConnection>(options_);
+    return std::make_unique<LdapConnection>(options_, allowance);
   } catch (const LdapError& error) {
     noteFailure(error);
     const std::lock_guard lock(mutex_);
@@ -70,6 +70,7 @@ void LdapServer::forgetRefusal() {
 
 void LdapServer::giveBack(std::unique_ptr<LdapConnection> connection) {
   if (!connection->isUsable()) return;
+  connection->count(nullptr);
   const std::lock_guard lock(mutex_);
   if (idle_.size() < kMostIdle) idle_.push_back({std::move(connection), Clock::now()});
 }

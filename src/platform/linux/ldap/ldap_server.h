@@ -26,10 +26,11 @@ class LdapServer {
 
   // A connection on which nobody but the configured account is authenticated: one that was given
   // back, or a new one. It belongs to the caller alone. Throws what connecting and binding throw;
-  // EACCES also when the password of the account cannot be read.
-  std::unique_ptr<LdapConnection> take();
+  // EACCES also when the password of the account cannot be read. What it does counts against the
+  // allowance.
+  std::unique_ptr<LdapConnection> take(const std::shared_ptr<LdapAllowance>& allowance);
   // A new connection on which nobody is authenticated.
-  std::unique_ptr<LdapConnection> open();
+  std::unique_ptr<LdapConnection> open(const std::shared_ptr<LdapAllowance>& allowance);
   // For a connection that came from `take`; kept for the next caller when it is usable.
   void giveBack(std::unique_ptr<LdapConnection> connection);
 
