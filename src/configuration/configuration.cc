@@ -181,6 +181,9 @@ void setOwnValues(Configuration& configuration) {
       }
     };
     number("body_bytes", configuration.bodyBytes);
+    number("reading_body_bytes", configuration.readingBodyBytes);
+    number("body_values", configuration.bodyValues);
+    number("memory_bytes", configuration.memoryBytes);
     number("connections", configuration.connections);
     number("connections_per_user", configuration.connectionsPerUser);
     number("idle_seconds", configuration.idleSeconds);

@@ -22,6 +22,9 @@ struct Configuration {
   std::string adminGroup = "paddock";
   std::string viewGroup = "paddock-view";
   std::size_t bodyBytes = 16U << 20U;
+  std::size_t readingBodyBytes = 64U << 10U;
+  std::size_t bodyValues = 500000;
+  std::size_t memoryBytes = 256U << 20U;
   std::size_t connections = 512;
   std::size_t connectionsPerUser = 256;
   unsigned idleSeconds = 30;

@@ -10,6 +10,9 @@ namespace paddock {
 namespace {
 
 constexpr std::int64_t kMaximumBody = 1LL << 30;
+constexpr std::int64_t kMaximumValues = 100'000'000;
+constexpr std::int64_t kMinimumMemory = 1LL << 20;
+constexpr std::int64_t kMaximumMemory = 1LL << 40;
 constexpr std::int64_t kLeastAnswer = 1LL << 20;
 constexpr std::int64_t kMostAnswer = 1LL << 34;
 constexpr std::int64_t kMaximumConnections = kMostConnectionsConfigured;
@@ -96,6 +99,9 @@ constexpr std::array kKeys{
     ConfigurationKey{"access", "admin_group", KeyKind::text, 0, 0, notEmpty},
     ConfigurationKey{"access", "view_group", KeyKind::text, 0, 0, notEmpty},
     ConfigurationKey{"limits", "body_bytes", KeyKind::integer, 1, kMaximumBody},
+    ConfigurationKey{"limits", "reading_body_bytes", KeyKind::integer, 1, kMaximumBody},
+    ConfigurationKey{"limits", "body_values", KeyKind::integer, 1, kMaximumValues},
+    ConfigurationKey{"limits", "memory_bytes", KeyKind::integer, kMinimumMemory, kMaximumMemory},
     ConfigurationKey{"limits", "connections", KeyKind::integer, 1, kMaximumConnections},
     ConfigurationKey{"limits", "connections_per_user", KeyKind::integer, 1, kMaximumConnections},
     ConfigurationKey{"limits", "idle_seconds", KeyKind::integer, 1, 3600},

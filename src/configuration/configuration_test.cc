@@ -39,6 +39,9 @@ admin_group = "wheel"
 view_group = "audience"
 [limits]
 body_bytes = 1000
+reading_body_bytes = 100
+body_values = 300
+memory_bytes = 2000000
 connections = 10
 connections_per_user = 5
 idle_seconds = 7
@@ -80,6 +83,9 @@ TEST_F(ConfigurationTest, NothingSetGivesTheDefaults) {
   EXPECT_EQ(configuration.adminGroup, "paddock");
   EXPECT_EQ(configuration.viewGroup, "paddock-view");
   EXPECT_EQ(configuration.bodyBytes, 16777216U);
+  EXPECT_EQ(configuration.readingBodyBytes, 65536U);
+  EXPECT_EQ(configuration.bodyValues, 500000U);
+  EXPECT_EQ(configuration.memoryBytes, 268435456U);
   EXPECT_EQ(configuration.connections, 512U);
   EXPECT_EQ(configuration.connectionsPerUser, 256U);
   EXPECT_EQ(configuration.idleSeconds, 30U);
@@ -91,6 +97,9 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   EXPECT_EQ(configuration.adminGroup, "wheel");
   EXPECT_EQ(configuration.viewGroup, "audience");
   EXPECT_EQ(configuration.bodyBytes, 1000U);
+  EXPECT_EQ(configuration.readingBodyBytes, 100U);
+  EXPECT_EQ(configuration.bodyValues, 300U);
+  EXPECT_EQ(configuration.memoryBytes, 2000000U);
   EXPECT_EQ(configuration.connections, 10U);
   EXPECT_EQ(configuration.connectionsPerUser, 5U);
   EXPECT_EQ(configuration.idleSeconds, 7U);
@@ -146,15 +155,6 @@ TEST_F(ConfigurationTest, WhatIsWrongWithADirectoryServerIsSaid) {
     EXPECT_THAT(problemsOf(whole + right), IsEmpty()) << right;
 }
 
-TEST_F(ConfigurationTest, UnknownKeysAreNamedWithTheirLine) {
-  EXPECT_THAT(problemsOf("top = 1\n\n[access]\nadmin_grup = \"x\"\n\n[other]\na = 1\n"),
-              ElementsAre("1: unknown key \"top\"", "4: unknown key \"access.admin_grup\"",
-                          "6: unknown key \"other\""));
-  EXPECT_THAT(problemsOf("access.group = \"x\""), ElementsAre("1: unknown key \"access.group\""));
-}
-
-TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
-  EXPECT_THAT(problemsOf("[access]\nadmin_group = 1\n[limits]\nconnections = \"many\"\n"
 TEST_F(ConfigurationTest, BoundsOfADirectoryServerHaveBounds) {
   const std::string whole = "[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://x\"\n";
   EXPECT_THAT(problemsOf(whole + "deadline = 0\nanswer_bytes = 1048575\n"),
@@ -177,6 +177,15 @@ TEST_F(ConfigurationTest, LdapsBesideAServerInTheClearIsAContradiction) {
   EXPECT_THAT(with("ldap://a ldaps://b", ""), IsEmpty());
 }
 
+TEST_F(ConfigurationTest, UnknownKeysAreNamedWithTheirLine) {
+  EXPECT_THAT(problemsOf("top = 1\n\n[access]\nadmin_grup = \"x\"\n\n[other]\na = 1\n"),
+              ElementsAre("1: unknown key \"top\"", "4: unknown key \"access.admin_grup\"",
+                          "6: unknown key \"other\""));
+  EXPECT_THAT(problemsOf("access.group = \"x\""), ElementsAre("1: unknown key \"access.group\""));
+}
+
+TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
+  EXPECT_THAT(problemsOf("[access]\nadmin_group = 1\n[limits]\nconnections = \"many\"\n"
                          "[acl]\nprojection = \"yes\"\n[volumes]\nufs_family = \"ext4\"\n"
                          "[vsp]\nsync_command = [\"a\",\n 1]\n[limits.body_bytes]\n"),
               ElementsAre("2: \"access.admin_group\" must be a string",

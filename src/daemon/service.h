@@ -6,6 +6,7 @@
 #include "daemon/audit/audit_log.h"
 #include "daemon/audit/audit_subject.h"
 #include "daemon/audit/request_log.h"
+#include "daemon/http/memory_budget.h"
 #include "daemon/http/request_id.h"
 #include "daemon/plugins/plugin_registry.h"
 #include "daemon/running_configuration.h"
@@ -19,6 +20,7 @@ struct Service {
   RequestLog& requestLog;
   RequestIds ids;
   RepeatedRequests repeated = {};
+  MemoryBudget memory{};
   std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
 };
 

@@ -7,6 +7,7 @@
 #include "wire/base64.h"
 #include "wire/json.h"
 #include "wire/text_position.h"
+#include "wire/tree_bounds.h"
 
 namespace paddock::wire {
 
@@ -54,8 +55,11 @@ std::string plainParserText(std::string_view text) {
 // grow with the nesting.
 class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
  public:
-  TreeBuilder(std::string_view text, std::string& error)
-      : text_(text), place_(text.data()), error_(error) {}
+  TreeBuilder(std::string_view text, std::string& error, const TreeBounds& bounds)
+      : text_(text), place_(text.data()), error_(error), meter_(bounds) {}
+
+  // Texts are read into a buffer that grows by doubling, and stay in it.
+  bool begin() { return meter_.take(2 * text_.size()) || fail(0, TreeMeter::kNoMemory); }
 
   const char** place() { return &place_; }
   Value takeRoot() { return std::move(root_); }
@@ -77,6 +81,7 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 
   bool start_object(std::size_t /*elements*/) override { return openContainer(false); }
   bool key(string_t& value) override {
+    if (!meter_.take(2 * sizeof(Dictionary::Entry))) return fail(consumed(), TreeMeter::kNoMemory);
     open_.back().entries.push_back({std::move(value), Value()});
     return true;
   }
@@ -150,6 +155,11 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
   }
 
   bool add(Value value) {
+    if (!meter_.countValue()) return fail(consumed() - 1, meter_.tooMany());
+    const bool isElement = !open_.empty() && open_.back().isArray;
+    if (isElement && !meter_.take(2 * sizeof(Value))) {
+      return fail(consumed() - 1, TreeMeter::kNoMemory);
+    }
     if (open_.empty()) {
       root_ = std::move(value);
     } else if (open_.back().isArray) {
@@ -163,6 +173,7 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
   std::string_view text_;
   const char* place_;
   std::string& error_;
+  TreeMeter meter_;
   Value root_;
   std::vector<Container> open_;
 };
@@ -170,13 +181,19 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 }  // namespace
 
 std::optional<Value> parseJson(std::string_view text, std::string& error) {
+  return parseJson(text, error, TreeBounds());
+}
+
+std::optional<Value> parseJson(std::string_view text, std::string& error,
+                               const TreeBounds& bounds) {
   // The parser takes a NUL byte for the end of its input.
   if (const auto nul = text.find('\0'); nul != std::string_view::npos) {
     error = describeAt(text, nul, "a NUL byte");
     return std::nullopt;
   }
   if (text.empty()) text = "";
-  TreeBuilder builder(text, error);
+  TreeBuilder builder(text, error, bounds);
+  if (!builder.begin()) return std::nullopt;
   const TrackingIterator first(text.data(), builder.place());
   const TrackingIterator last(text.data() + text.size(), builder.place());
   if (!nlohmann::json::sax_parse(first, last, &builder)) return std::nullopt;

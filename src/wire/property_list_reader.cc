@@ -9,6 +9,7 @@
 #include "wire/json.h"
 #include "wire/property_list.h"
 #include "wire/text_position.h"
+#include "wire/tree_bounds.h"
 #include "wire/xml_text.h"
 
 namespace paddock::wire {
@@ -65,10 +66,11 @@ class DoctypeText {
 
 class ListReader {
  public:
-  ListReader(std::string_view text, std::string& error) : text_(text), error_(error) {}
+  ListReader(std::string_view text, std::string& error, const TreeBounds& bounds)
+      : text_(text), error_(error), bounds_(bounds), meter_(bounds) {}
 
   std::optional<Value> read() {
-    if (!checkCharacters()) return std::nullopt;
+    if (!checkSize() || !checkCharacters()) return std::nullopt;
     const pugi::xml_parse_result result =
         document_.load_buffer(text_.data(), text_.size(), kParseOptions, pugi::encoding_utf8);
     if (!result) return fail(static_cast<std::size_t>(result.offset), result.description());
@@ -84,6 +86,28 @@ class ListReader {
   }
   std::nullopt_t fail(pugi::xml_node node, std::string_view what) {
     return fail(static_cast<std::size_t>(node.offset_debug()), what);
+  }
+
+  // The document is in memory as a whole before a value of it is seen: a copy of the text, a node
+  // and the text before it for each tag, and attributes. A key and its value have four tags.
+  bool checkSize() {
+    constexpr std::size_t kTag = 128;
+    constexpr std::size_t kAttribute = 64;
+    constexpr std::size_t kTagsOfList = 8;
+    constexpr std::size_t kTagsOfValue = 4;
+    const auto occurrences = [this](char character) {
+      return static_cast<std::size_t>(std::count(text_.begin(), text_.end(), character));
+    };
+    const std::size_t tags = occurrences('<');
+    if (tags > kTagsOfList && (tags - kTagsOfList) / kTagsOfValue > bounds_.values) {
+      fail(text_.size(), meter_.tooMany());
+      return false;
+    }
+    const std::size_t document = tags * kTag + occurrences('=') * kAttribute;
+    // The copy, and each text by itself, in a buffer that grows by doubling.
+    if (meter_.take(3 * text_.size() + document)) return true;
+    fail(0, TreeMeter::kNoMemory);
+    return false;
   }
 
   bool checkCharacters() {
@@ -182,6 +206,8 @@ class ListReader {
   }
 
   std::optional<Value> readValue(pugi::xml_node node, std::size_t depth) {
+    if (!meter_.countValue()) return fail(node, meter_.tooMany());
+    if (!meter_.take(2 * sizeof(Dictionary::Entry))) return fail(node, TreeMeter::kNoMemory);
     const std::string_view name = node.name();
     if (name == "dict") return readDictionary(node, depth);
     if (name == "array") return readArray(node, depth);
@@ -285,6 +311,8 @@ class ListReader {
 
   std::string_view text_;
   std::string& error_;
+  const TreeBounds& bounds_;
+  TreeMeter meter_;
   bool hasDoctype_ = false;
   pugi::xml_document document_;
 };
@@ -292,7 +320,12 @@ class ListReader {
 }  // namespace
 
 std::optional<Value> parsePropertyList(std::string_view text, std::string& error) {
-  return ListReader(text, error).read();
+  return parsePropertyList(text, error, TreeBounds());
+}
+
+std::optional<Value> parsePropertyList(std::string_view text, std::string& error,
+                                       const TreeBounds& bounds) {
+  return ListReader(text, error, bounds).read();
 }
 
 }  // namespace paddock::wire

@@ -21,7 +21,7 @@ constexpr const char* kPropertyList = "Content-Type: application/x-plist\r\n";
 class Requests : public ::testing::Test {
  protected:
   Requests() {
-    tree_.configure("[limits]\nbody_bytes = 100000\n");
+    tree_.configure("[limits]\nbody_bytes = 100000\nreading_body_bytes = 100000\n");
     daemon_.emplace(tree_);
   }
   void SetUp() override { ASSERT_TRUE(daemon_->running()) << daemon_->log(); }
@@ -350,8 +350,9 @@ TEST_F(Requests, PlugInsSeeTheRootAndTheConfiguration) {
   const Dictionary reply = post("/v1/test_good/surroundings", "{}").dictionary();
   EXPECT_EQ(*reply.string("root"), tree_.root());
   EXPECT_EQ(*reply.string("exports"), tree_.path("/etc/exports"));
-  EXPECT_EQ(*reply.dictionary("configuration"),
-            (Dictionary{{"limits", Dictionary{{"body_bytes", 100000}}}}));
+  EXPECT_EQ(
+      *reply.dictionary("configuration"),
+      (Dictionary{{"limits", Dictionary{{"body_bytes", 100000}, {"reading_body_bytes", 100000}}}}));
 }
 
 TEST_F(Requests, CommandsReachASibling) {

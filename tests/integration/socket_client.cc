@@ -123,10 +123,14 @@ Response SocketClient::receive(std::chrono::seconds patience, bool hasBody) {
   return response;
 }
 
-bool SocketClient::ends(std::chrono::seconds patience) {
+bool SocketClient::ready(std::chrono::milliseconds patience) const {
   pollfd watched{socket_.get(), POLLIN, 0};
-  const int wait = static_cast<int>(std::chrono::milliseconds(patience).count());
-  if (retryOnInterrupt([&watched, wait] { return ::poll(&watched, 1, wait); }) <= 0) return false;
+  const int wait = static_cast<int>(patience.count());
+  return retryOnInterrupt([&watched, wait] { return ::poll(&watched, 1, wait); }) > 0;
+}
+
+bool SocketClient::ends(std::chrono::seconds patience) {
+  if (!ready(patience)) return false;
   char byte = 0;
   return ::recv(socket_.get(), &byte, 1, 0) <= 0;
 }

@@ -38,6 +38,8 @@ class SocketClient {
   // Reads one response. An interim one (100) is given like any other. `hasBody`: false for the
   // reply to a HEAD, which has a length and no body.
   Response receive(std::chrono::seconds patience = std::chrono::seconds(60), bool hasBody = true);
+  // Whether something to receive, or the end, comes within that time.
+  bool ready(std::chrono::milliseconds patience) const;
   // Whether the other side ends the connection within that time.
   bool ends(std::chrono::seconds patience);
 

@@ -82,8 +82,10 @@ std::string AccessPolicy::refusal(uid_t user, Rights needed) const {
          (viewingDoes ? viewGroup_ : adminGroup_) + " " + name;
 }
 
+bool AccessPolicy::isOwner(uid_t user) { return user == 0 || user == ::geteuid(); }
+
 Rights AccessPolicy::rightsOf(uid_t user) const {
-  if (user == 0 || user == ::geteuid()) return Rights::everything;
+  if (isOwner(user)) return Rights::everything;
   const std::vector<gid_t> groups = groupsOf(user);
   const auto isMember = [&groups](const std::string& name) {
     const auto number = groupNumber(name);

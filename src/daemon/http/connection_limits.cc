@@ -1,5 +1,7 @@
 #include "daemon/http/connection_limits.h"
 
+#include <algorithm>
+
 namespace paddock {
 
 void ConnectionLimits::change(std::size_t connections, std::size_t perUser) {
@@ -8,21 +10,31 @@ void ConnectionLimits::change(std::size_t connections, std::size_t perUser) {
   perUser_ = perUser;
 }
 
-bool ConnectionLimits::take(uid_t user) {
+bool ConnectionLimits::hasPlaceFor(Rights rights) const {
+  if (rights == Rights::nothing) return takenWith(Rights::nothing) < kStrangers;
+  const std::size_t viewers = takenWith(Rights::viewing);
+  const std::size_t kept = std::min(kKeptForAdministrators, connections_ / 2);
+  if (rights == Rights::viewing && viewers >= connections_ - kept) return false;
+  return viewers + takenWith(Rights::everything) < connections_;
+}
+
+bool ConnectionLimits::take(uid_t user, Rights rights) {
   const std::scoped_lock lock(mutex_);
-  if (taken_ >= connections_) return false;
-  auto& count = users_[user];
-  if (count >= perUser_) return false;
+  if (!hasPlaceFor(rights)) return false;
+  const bool stranger = rights == Rights::nothing;
+  auto& count = (stranger ? strangers_ : users_)[user];
+  if (count >= (stranger ? kStrangersPerUser : perUser_)) return false;
   ++count;
-  ++taken_;
+  ++takenWith(rights);
   return true;
 }
 
-void ConnectionLimits::giveBack(uid_t user) {
+void ConnectionLimits::giveBack(uid_t user, Rights rights) {
   const std::scoped_lock lock(mutex_);
-  --taken_;
-  const auto found = users_.find(user);
-  if (--found->second == 0) users_.erase(found);
+  --takenWith(rights);
+  Users& users = rights == Rights::nothing ? strangers_ : users_;
+  const auto found = users.find(user);
+  if (--found->second == 0) users.erase(found);
 }
 
 bool ConnectionLimits::takeWaiting() {
@@ -38,13 +50,15 @@ void ConnectionLimits::giveBackWaiting() {
 }
 
 ConnectionPlace::~ConnectionPlace() {
-  if (taken_) limits_.giveBack(user_);
+  if (taken_) limits_.giveBack(user_, *taken_);
   if (waiting_) limits_.giveBackWaiting();
 }
 
-bool ConnectionPlace::take() {
-  if (taken_ || !limits_.take(user_)) return taken_;
-  taken_ = true;
+bool ConnectionPlace::take(Rights rights) {
+  if (taken_ == rights) return true;
+  if (!limits_.take(user_, rights)) return false;
+  if (taken_) limits_.giveBack(user_, *taken_);
+  taken_ = rights;
   if (waiting_) {
     limits_.giveBackWaiting();
     waiting_ = false;

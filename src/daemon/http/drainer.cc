@@ -17,6 +17,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostBytes = 64U << 20U;
+constexpr std::size_t kMostBytesOfStranger = 1U << 20U;
+constexpr auto kPatienceForStranger = std::chrono::milliseconds(1000);
 constexpr std::size_t kBlock = 64U << 10U;
 
 template <typename Entries>
@@ -45,23 +47,26 @@ Drainer::~Drainer() {
   thread_.join();
 }
 
-void Drainer::add(FileDescriptor socket) {
+void Drainer::add(FileDescriptor socket, bool stranger) {
   ::shutdown(socket.get(), SHUT_WR);
   {
     const std::scoped_lock lock(mutex_);
-    if (count_ >= most_) return;
+    if (count_ >= most_ || (stranger && strangers_ >= kMostStrangers)) return;
     ++count_;
-    added_.push_back({std::move(socket), Clock::now() + patience_, kMostBytes});
+    if (stranger) ++strangers_;
+    const auto patience = stranger ? std::min(patience_, kPatienceForStranger) : patience_;
+    added_.push_back({std::move(socket), Clock::now() + patience,
+                      stranger ? kMostBytesOfStranger : kMostBytes, stranger});
   }
   wake();
 }
 
-void Drainer::answer(FileDescriptor socket, std::string_view text) {
+void Drainer::answer(FileDescriptor socket, std::string_view text, bool stranger) {
   // A text this short fits the socket's buffer; a client whose buffer is full gets none.
   (void)retryOnInterrupt([&socket, text] {
     return ::send(socket.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   });
-  add(std::move(socket));
+  add(std::move(socket), stranger);
 }
 
 void Drainer::wake() const {
@@ -101,13 +106,17 @@ void Drainer::run() {
         [this, &ignored] { return ::read(wakeUp_.get(), &ignored, sizeof ignored); });
     const auto now = Clock::now();
     std::size_t index = 0;
+    std::size_t strangers = 0;
     const auto over = [&](Entry& entry) {
       const bool ready = watched[++index].revents != 0;
-      return (ready && !drain(entry, buffer)) || now >= entry.deadline;
+      const bool ended = (ready && !drain(entry, buffer)) || now >= entry.deadline;
+      if (ended && entry.stranger) ++strangers;
+      return ended;
     };
     const auto removed = static_cast<std::size_t>(std::erase_if(entries, over));
     const std::scoped_lock lock(mutex_);
     count_ -= removed;
+    strangers_ -= strangers;
     if (stopping_) return;
   }
 }

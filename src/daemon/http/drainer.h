@@ -18,7 +18,8 @@ namespace paddock {
 
 class Drainer {
  public:
-  // `most` connections at a time; further ones are closed at once.
+  // `most` connections at a time; further ones are closed at once. A few of them at most are of
+  // callers without rights, for a shorter time.
   explicit Drainer(std::size_t most = 256,
                    std::chrono::milliseconds patience = std::chrono::seconds(5));
   Drainer(const Drainer&) = delete;
@@ -26,15 +27,18 @@ class Drainer {
   ~Drainer();
 
   // Ends the sending direction of the socket and drains the other one.
-  void add(FileDescriptor socket);
+  void add(FileDescriptor socket, bool stranger = false);
   // Sends a short text first.
-  void answer(FileDescriptor socket, std::string_view text);
+  void answer(FileDescriptor socket, std::string_view text, bool stranger = false);
+
+  static constexpr std::size_t kMostStrangers = 32;
 
  private:
   struct Entry {
     FileDescriptor socket;
     std::chrono::steady_clock::time_point deadline;
     std::size_t left;
+    bool stranger;
   };
 
   void run();
@@ -48,6 +52,7 @@ class Drainer {
   std::mutex mutex_;
   std::vector<Entry> added_;
   std::size_t count_ = 0;
+  std::size_t strangers_ = 0;  // of them
   bool stopping_ = false;
   std::thread thread_;
 };

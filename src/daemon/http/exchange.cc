@@ -18,6 +18,7 @@
 #include "wire/json.h"
 #include "wire/property_list.h"
 #include "wire/text_position.h"
+#include "wire/tree_bounds.h"
 
 namespace paddock {
 namespace {
@@ -25,6 +26,9 @@ namespace {
 constexpr std::size_t kFirstReserve = 1U << 20U;
 constexpr std::int64_t kAuditLines = 100;
 constexpr std::int64_t kMostAuditLines = 10000;
+constexpr std::size_t kSmallReply = 64U << 10U;
+constexpr const char* kNoMemory =
+    "no memory left for bodies ([limits] memory_bytes); ask again later, or send less";
 
 // Of a reply that reports a failure by its text alone, the text's.
 std::int64_t statusOf(const Dictionary& reply) {
@@ -36,9 +40,10 @@ std::int64_t statusOf(const Dictionary& reply) {
   return error != nullptr ? statusOfText(*error).value_or(EIO) : kSuccess;
 }
 
-std::optional<Value> parseBody(std::string_view text, BodyForm form, std::string& error) {
-  return form == BodyForm::json ? wire::parseJson(text, error)
-                                : wire::parsePropertyList(text, error);
+std::optional<Value> parseBody(std::string_view text, BodyForm form, std::string& error,
+                               const wire::TreeBounds& bounds) {
+  return form == BodyForm::json ? wire::parseJson(text, error, bounds)
+                                : wire::parsePropertyList(text, error, bounds);
 }
 
 Array texts(const std::vector<std::string>& list) { return {list.begin(), list.end()}; }
@@ -70,6 +75,8 @@ Exchange::Exchange(Service& service, const Peer& peer, RequestHead head)
       peer_(peer),
       configuration_(service.configuration.current()),
       access_(configuration_->adminGroup, configuration_->viewGroup),
+      rights_(access_.rightsOf(peer.uid)),
+      memory_(service.memory, rights_, isRunningProgram(peer.process)),
       head_(std::move(head)),
       route_(routeOf(head_.target)),
       id_(service.ids.next()),
@@ -81,7 +88,7 @@ Exchange::Exchange(Service& service, const Peer& peer, RequestHead head)
   if (plugin_ != nullptr) operation_ = plugin_->find(route_.operation);
 }
 
-Exchange::~Exchange() { service_.requestLog.end(id_, stranger_); }
+Exchange::~Exchange() { service_.requestLog.end(id_, rights_ == Rights::nothing); }
 
 Reply Exchange::error(int status, std::string_view text) const {
   return makeError(status, text, replyForm_);
@@ -89,11 +96,9 @@ Reply Exchange::error(int status, std::string_view text) const {
 
 std::optional<Reply> Exchange::judge() {
   const RequestIdScope scope(id_);
-  const Rights rights = access_.rightsOf(peer_.uid);
-  stranger_ = rights == Rights::nothing;
+  const bool ofRequest = route_.kind == Route::Kind::requestLog;
+  if (!ofRequest && rights_ < neededRights()) return forbidden(neededRights());
   if (head_.lengthsDiffer) return refuseForm(400, "Content-Length is given with different values");
-  if (route_.kind == Route::Kind::requestLog) return describeRequestLog(rights);
-  if (stranger_) return forbidden(neededRights());
   switch (route_.kind) {
     case Route::Kind::none:
       return error(404, "there is nothing at " + quoted(head_.target));
@@ -104,22 +109,21 @@ std::optional<Reply> Exchange::judge() {
     case Route::Kind::openApi:
       return head_.method == "GET" ? describeInterface() : wrongMethod("GET");
     case Route::Kind::audit:
-      if (rights != Rights::everything) return forbidden(Rights::everything);
       return head_.method == "GET" ? describeAudit() : wrongMethod("GET");
     case Route::Kind::requestLog:
+      return describeRequestLog();
     case Route::Kind::operation:
       break;
   }
-  return judgeOperation(rights);
+  return judgeOperation();
 }
 
-std::optional<Reply> Exchange::judgeOperation(Rights rights) {
+std::optional<Reply> Exchange::judgeOperation() {
   if (plugin_ == nullptr) return error(404, "there is no plug-in " + quoted(route_.plugin));
   if (operation_ == nullptr) {
     return error(
         404, "plug-in " + quoted(route_.plugin) + " has no operation " + quoted(route_.operation));
   }
-  if (operation_->changes && rights != Rights::everything) return forbidden(Rights::everything);
   if (head_.method != "POST") return wrongMethod("POST");
   return judgeBody();
 }
@@ -132,7 +136,7 @@ std::optional<Reply> Exchange::judgeBody() {
                           " is not known; application/json and application/x-plist are");
   }
   bodyForm_ = *form;
-  if (head_.contentLength > configuration_->bodyBytes) return tooLong();
+  if (head_.contentLength > bodyLimit()) return tooLong();
   return std::nullopt;
 }
 
@@ -168,13 +172,20 @@ Reply Exchange::wrongMethod(const char* allowed) const {
   return reply;
 }
 
+std::size_t Exchange::bodyLimit() const {
+  return operation_->changes
+             ? configuration_->bodyBytes
+             : std::min(configuration_->bodyBytes, configuration_->readingBodyBytes);
+}
+
 Reply Exchange::tooLong() {
   audit(EFBIG, {});
-  Reply reply =
-      error(413, "the body is longer than " + std::to_string(configuration_->bodyBytes) + " bytes");
+  Reply reply = error(413, "the body is longer than " + std::to_string(bodyLimit()) + " bytes");
   reply.close = true;
   return reply;
 }
+
+Reply Exchange::withoutMemory() { return refuseBusy(kNoMemory); }
 
 Reply Exchange::describeHealth() const {
   const auto uptime = std::chrono::duration_cast<std::chrono::seconds>(
@@ -210,13 +221,13 @@ Reply Exchange::describeInterface() const {
 }
 
 // For administrators, and for who made that request, whatever else they may do.
-Reply Exchange::describeRequestLog(Rights rights) {
+Reply Exchange::describeRequestLog() {
   const auto request = service_.requestLog.find(route_.request);
   const bool own = request && request->user == peer_.uid;
-  if (rights == Rights::nothing && !own) return forbidden(Rights::everything);
+  if (rights_ == Rights::nothing && !own) return forbidden(Rights::everything);
   if (head_.method != "GET") return wrongMethod("GET");
   if (!request) return error(404, "no log is kept of a request " + quoted(route_.request));
-  if (rights != Rights::everything && !own) return forbidden(Rights::everything);
+  if (rights_ != Rights::everything && !own) return forbidden(Rights::everything);
   Array lines;
   for (const LoggedLine& line : request->lines) {
     lines.emplace_back(Dictionary{{"time", timeText(line.time)},
@@ -246,20 +257,36 @@ Reply Exchange::describeAudit() {
   return makeReply(200, {{"lines", std::move(lines)}}, replyForm_);
 }
 
-bool Exchange::receive(std::string_view bytes) {
-  const std::size_t limit = configuration_->bodyBytes;
-  if (bytes.size() > limit - std::min(limit, body_.size())) return false;
-  if (body_.empty()) {
-    body_.reserve(std::min<std::uint64_t>({head_.contentLength, limit, kFirstReserve}));
-  }
+std::optional<Reply> Exchange::receive(std::string_view bytes) {
+  if (bytes.size() > bodyLimit() - std::min(bodyLimit(), body_.size())) return tooLong();
+  if (!makeRoom(body_.size() + bytes.size())) return withoutMemory();
   body_.append(bytes);
+  return std::nullopt;
+}
+
+// A body takes what it needs as it comes: a length that is only announced takes nothing.
+bool Exchange::makeRoom(std::size_t size) {
+  if (size <= bodyMemory_) return true;
+  const std::size_t first = std::min<std::uint64_t>(head_.contentLength, kFirstReserve);
+  const std::size_t wanted = std::min(std::max({size, first, 2 * bodyMemory_}), bodyLimit());
+  if (!memory_.take(wanted)) return false;
+  body_.reserve(wanted);
+  memory_.giveBack(std::exchange(bodyMemory_, wanted));
   return true;
 }
 
 Reply Exchange::finish() {
   const RequestIdScope scope(id_);
   std::string problem;
-  auto value = parseBody(body_, bodyForm_, problem);
+  bool refused = false;
+  std::size_t treeMemory = 0;
+  const auto take = [this, &refused, &treeMemory](std::size_t bytes) {
+    refused = !memory_.take(bytes);
+    if (!refused) treeMemory += bytes;
+    return !refused;
+  };
+  auto value = parseBody(body_, bodyForm_, problem, {configuration_->bodyValues, take});
+  if (refused) return withoutMemory();
   if (!value) return malformed(problem);
   Dictionary* request = value->dictionary();
   if (request == nullptr) {
@@ -267,7 +294,11 @@ Reply Exchange::finish() {
     return malformed(wire::describeAt(body_, start, "the body is not a dictionary"));
   }
   body_ = std::string();
-  return run(*request);
+  memory_.giveBack(std::exchange(bodyMemory_, 0));
+  Reply reply = run(*request);
+  value.reset();
+  memory_.giveBack(treeMemory);
+  return reply;
 }
 
 Reply Exchange::malformed(const std::string& problem) {
@@ -286,6 +317,12 @@ Reply Exchange::run(const Dictionary& request) {
     }
     Reply reply = makeReply(200, std::move(dictionary), replyForm_);
     reply.etag = conditions.replyTag();
+    // What was changed is said, whatever it takes.
+    if (operation_->changes || reply.body.size() <= kSmallReply) {
+      memory_.takeAnyway(reply.body.size());
+    } else if (!memory_.take(reply.body.size())) {
+      return withoutMemory();
+    }
     return reply;
   } catch (const PreconditionFailed& refused) {
     return refuseState(request, refused.what());

@@ -13,6 +13,7 @@
 
 #include "daemon/audit/access_policy.h"
 #include "daemon/audit/audit_subject.h"
+#include "daemon/http/memory_budget.h"
 #include "daemon/http/peer.h"
 #include "daemon/http/reply.h"
 #include "daemon/http/route.h"
@@ -43,6 +44,8 @@ class Exchange {
 
   const std::string& id() const { return id_; }
   const RequestHead& head() const { return head_; }
+  // Of the peer, as they were when the request came.
+  Rights rights() const { return rights_; }
 
   // Judges the peer, then the path, the method and the rest of the head. A reply when the body is
   // not wanted.
@@ -52,14 +55,13 @@ class Exchange {
   // Refuses what does not come as HTTP says.
   Reply refuseForm(int status, std::string_view why);
 
-  // Takes a part of the body; false when it has become too long.
-  bool receive(std::string_view bytes);
-  Reply tooLong();
+  // Takes a part of the body. A reply when it is not wanted any more.
+  std::optional<Reply> receive(std::string_view bytes);
   // Runs the operation.
   Reply finish();
 
  private:
-  std::optional<Reply> judgeOperation(Rights rights);
+  std::optional<Reply> judgeOperation();
   std::optional<Reply> judgeBody();
   Rights neededRights() const;
   Reply forbidden(Rights needed);
@@ -67,8 +69,12 @@ class Exchange {
   Reply describePlugins() const;
   Reply describeInterface() const;
   Reply describeHealth() const;
-  Reply describeRequestLog(Rights rights);
+  Reply describeRequestLog();
   Reply describeAudit();
+  std::size_t bodyLimit() const;
+  bool makeRoom(std::size_t size);
+  Reply tooLong();
+  Reply withoutMemory();
   Reply malformed(const std::string& error);
   Reply run(const Dictionary& request);
   Reply refuseState(const Dictionary& request, const char* what);
@@ -82,7 +88,8 @@ class Exchange {
   // As it was when the request came.
   std::shared_ptr<const Configuration> configuration_;
   AccessPolicy access_;
-  bool stranger_ = true;  // no rights, as far as is known
+  const Rights rights_;
+  MemoryShare memory_;
   RequestHead head_;
   Route route_;
   std::string id_;
@@ -92,6 +99,7 @@ class Exchange {
   const LoadedPlugin* plugin_ = nullptr;
   const PluginRequestHandler::Operation* operation_ = nullptr;
   std::string body_;
+  std::size_t bodyMemory_ = 0;  // what was taken for it
   std::chrono::system_clock::time_point time_ = std::chrono::system_clock::now();
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };

@@ -3,25 +3,19 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <microhttpd.h>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <array>
-#include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
-#include <vector>
 
-#include "base/system_call.h"
 #include "base/text.h"
 #include "daemon/http/exchange.h"
+#include "daemon/http/head_reader.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
@@ -35,73 +29,9 @@ constexpr std::size_t kConnectionMemory = 64U << 10U;
 constexpr std::size_t kThreadStack = 1U << 20U;
 constexpr std::size_t kBig = 1U << 20U;
 constexpr auto kBodyPatience = std::chrono::seconds(5);
-constexpr auto kPauseWithoutDescriptors = std::chrono::milliseconds(50);
 
 constexpr const char* kBusy = "too many connections";
 constexpr const char* kStopping = "the daemon is being stopped";
-
-std::string header(MHD_Connection* connection, const char* name) {
-  const char* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
-  return value != nullptr ? value : "";
-}
-
-// The values of the field's lines, in their order.
-std::vector<std::string> headers(MHD_Connection* connection, std::string_view name) {
-  struct Search {
-    std::string_view name;
-    std::vector<std::string> values;
-  } search{name, {}};
-  MHD_get_connection_values(
-      connection, MHD_HEADER_KIND,
-      [](void* closure, MHD_ValueKind, const char* key, const char* value) {
-        auto& wanted = *static_cast<Search*>(closure);
-        if (asciiLower(key) == asciiLower(wanted.name))
-          wanted.values.emplace_back(value != nullptr ? value : "");
-        return MHD_YES;
-      },
-      &search);
-  return std::move(search.values);
-}
-
-// The field's lines, joined as one list; absent when there is none.
-std::optional<std::string> listHeader(MHD_Connection* connection, std::string_view name) {
-  std::optional<std::string> list;
-  for (const std::string& value : headers(connection, name)) {
-    list = list ? *list + ", " + value : value;
-  }
-  return list;
-}
-
-// UINT64_MAX for what is larger; absent for what is no number.
-std::optional<std::uint64_t> lengthOf(const std::string& text) {
-  std::uint64_t length = 0;
-  const char* const end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, length);
-  if (read.ptr != end || read.ec == std::errc::invalid_argument) return std::nullopt;
-  return read.ec == std::errc::result_out_of_range ? UINT64_MAX : length;
-}
-
-// The library goes by the first of several.
-void readLengths(MHD_Connection* connection, RequestHead& head) {
-  const auto texts = headers(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
-  if (texts.empty()) return;
-  const auto first = lengthOf(texts.front());
-  head.contentLength = first.value_or(0);
-  for (const std::string& text : texts) {
-    if (!first || lengthOf(text) != first) head.lengthsDiffer = true;
-  }
-}
-
-RequestHead readHead(MHD_Connection* connection, const char* target, const char* method) {
-  RequestHead head{method, target, header(connection, MHD_HTTP_HEADER_CONTENT_TYPE),
-                   header(connection, MHD_HTTP_HEADER_ACCEPT)};
-  readLengths(connection, head);
-  if (const char* limit = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "limit"))
-    head.limit = limit;
-  head.chunked = !header(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
-  head.ifMatch = listHeader(connection, MHD_HTTP_HEADER_IF_MATCH);
-  return head;
-}
 
 int descriptorOf(MHD_Connection* connection) {
   const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
@@ -135,13 +65,30 @@ ResponsePointer makeResponse(Reply reply, const std::string& id) {
 }  // namespace
 
 struct HttpServer::Connection {
-  Connection(ConnectionLimits& limits, const Peer& who) : peer(who), place(limits, who.uid) {}
+  Connection(HttpServer& owner, const Acceptor::Arrival& arrival)
+      : server(owner),
+        peer(arrival.peer),
+        accepted(arrival.time),
+        place(owner.limits_, arrival.peer.uid) {}
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  // While the socket is still open.
+  ~Connection() {
+    if (socket >= 0) server.deadlines_.clear(socket);
+  }
 
+  // The next head has to be there by then. Programs that a request waits for have their own limit.
+  void expectHead(HeadDeadlines::Clock::time_point deadline) const {
+    if (!nested()) server.deadlines_.set(socket, deadline);
+  }
   // Asked anew each time: a connection may outlive the program's run.
   bool nested() const { return isRunningProgram(peer.process); }
 
+  HttpServer& server;
   Peer peer;
+  HeadDeadlines::Clock::time_point accepted;
   ConnectionPlace place;
+  int socket = -1;  // once the library has it
 };
 
 struct HttpServer::Request {
@@ -223,8 +170,11 @@ struct HttpCallbacks {
     const std::scoped_lock lock(server.arrivingMutex_);
     const auto found = server.arriving_.find(descriptorOf(connection));
     if (found == server.arriving_.end()) return;
-    *context = found->second.release();
+    Connection* const arrived = found->second.release();
+    *context = arrived;
     server.arriving_.erase(found);
+    arrived->socket = descriptorOf(connection);
+    arrived->expectHead(arrived->accepted + HeadDeadlines::kHead);
     MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT,
                               server.service_.configuration.current()->idleSeconds);
   }
@@ -237,10 +187,10 @@ struct HttpCallbacks {
       if (*context == nullptr) return begin(server, connection, target, method, context);
       auto& request = *static_cast<Request*>(*context);
       if (*size == 0) return finish(connection, request);
-      const bool taken = request.exchange.receive({data, *size});
+      const auto reply = request.exchange.receive({data, *size});
       request.size += *size;
       *size = 0;
-      return taken ? MHD_YES : refuseWhileReceiving(server, connection, request);
+      return reply ? refuseWhileReceiving(server, connection, request, *reply) : MHD_YES;
     } catch (const std::exception& error) {
       logMessage(3, std::string("request given up: ") + error.what());
       return MHD_NO;
@@ -253,10 +203,16 @@ struct HttpCallbacks {
     *context = nullptr;
     current.request = nullptr;
     if (!request) return;
+    const bool stranger = request->exchange.rights() == Rights::nothing;
     if (request->drain) {
       request->server.drainer_.add(
-          FileDescriptor(::fcntl(descriptorOf(connection), F_DUPFD_CLOEXEC, 3)));
+          FileDescriptor(::fcntl(descriptorOf(connection), F_DUPFD_CLOEXEC, 3)), stranger);
     }
+    // Whoever has rights may be idle before.
+    const auto idle = std::chrono::seconds(
+        stranger ? 0U : request->server.service_.configuration.current()->idleSeconds);
+    if (const Connection* owner = connectionOf(connection))
+      owner->expectHead(HeadDeadlines::Clock::now() + idle + HeadDeadlines::kHead);
     // Freed memory goes back to the system, or those of one big request would be held for ever.
     if (request->size >= kBig) ::malloc_trim(0);
   }
@@ -270,9 +226,14 @@ struct HttpCallbacks {
     Request& request = *created;
     *context = created.release();
     current.request = &request;
+    server.deadlines_.clear(owner->socket);
     const bool nested = owner->nested();
+    const Rights rights = request.exchange.rights();
+    // They may be others than when the connection was made.
+    server.acceptor_.rights().note(owner->peer.uid, rights);
+    const bool fits = nested || owner->place.take(rights);
     std::optional<Reply> reply;
-    if (!nested && !owner->place.take()) {
+    if (!fits && !owner->place.rights()) {
       reply = request.exchange.refuseBusy(kBusy);
     } else if (!request.enter(nested)) {
       reply = request.exchange.refuseBusy(kStopping);
@@ -280,6 +241,7 @@ struct HttpCallbacks {
       reply = request.exchange.judge();
     }
     if (!reply) return MHD_YES;
+    if (!fits) reply->close = true;
     if (!request.exchange.head().hasBody()) {
       // Sent when the library has seen the end of the request, so that the connection stays.
       request.reply = std::move(reply);
@@ -292,23 +254,24 @@ struct HttpCallbacks {
 
   static void refuseForm(int status) {
     const std::string why =
-        std::string("the request is no HTTP that can be read: ") + whyUnreadable(status);
+        "the request is no HTTP that can be read: " + whyUnreadable(current.connection, status);
     HttpServer& server = *current.server;
     FileDescriptor socket(::fcntl(descriptorOf(current.connection), F_DUPFD_CLOEXEC, 3));
     if (current.request != nullptr) {
       Exchange& exchange = current.request->exchange;
       server.drainer_.answer(std::move(socket),
                              rawResponse(exchange.refuseForm(status, why), exchange.id()));
-    } else if (const Connection* owner = connectionOf(current.connection)) {
-      server.answerUnasked(std::move(socket), owner->peer, status, why);
+      return;
     }
-  }
-
-  static std::string whyUnreadable(int status) {
-    for (const std::string& length : headers(current.connection, MHD_HTTP_HEADER_CONTENT_LENGTH)) {
-      if (!lengthOf(length)) return "Content-Length is no number";
+    const Connection* owner = connectionOf(current.connection);
+    if (owner == nullptr) return;
+    const Peer& peer = owner->peer;
+    if (owner->place.rights() != Rights::nothing) {
+      server.answerUnasked(std::move(socket), peer, false, status, why);
+    } else {
+      server.answerUnasked(std::move(socket), peer, true, 403,
+                           server.policy().refusal(peer.uid, Rights::viewing));
     }
-    return MHD_get_reason_phrase_for(static_cast<unsigned>(status));
   }
 
   static MHD_Result finish(MHD_Connection* connection, Request& request) {
@@ -325,9 +288,9 @@ struct HttpCallbacks {
 
   // In the middle of a body the library sends nothing, so the reply goes out beside it.
   static MHD_Result refuseWhileReceiving(HttpServer& server, MHD_Connection* connection,
-                                         Request& request) {
+                                         Request& request, const Reply& reply) {
     server.drainer_.answer(FileDescriptor(::fcntl(descriptorOf(connection), F_DUPFD_CLOEXEC, 3)),
-                           rawResponse(request.exchange.tooLong(), request.exchange.id()));
+                           rawResponse(reply, request.exchange.id()));
     return MHD_NO;
   }
 
@@ -346,19 +309,20 @@ thread_local HttpCallbacks::Current HttpCallbacks::current;
 
 HttpServer::HttpServer(Service& service, int listener)
     : service_(service),
-      listener_(listener),
       limits_(service.configuration.current()->connections,
               service.configuration.current()->connectionsPerUser, kWaitingConnections),
-      stop_(::eventfd(0, EFD_CLOEXEC)) {
-  if (!stop_) throw systemError(errno, "eventfd", "");
+      acceptor_(
+          listener, [this](uid_t user) { return policy().rightsOf(user); }, door()) {
+  service_.memory.change(service_.configuration.current()->memoryBytes);
   startLibrary();
-  acceptor_ = std::thread([this] { acceptUntilStopped(); });
+  acceptor_.start();
 }
 
 void HttpServer::startLibrary() {
   // Above whatever the configuration may come to say.
   const auto limit =
-      static_cast<unsigned>(kMostConnectionsConfigured + kWaitingConnections + kReserveForPrograms);
+      static_cast<unsigned>(kMostConnectionsConfigured + ConnectionLimits::kStrangers +
+                            kWaitingConnections + kReserveForPrograms);
   library_ = MHD_start_daemon(
       MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
           MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC | MHD_USE_ERROR_LOG,
@@ -375,6 +339,8 @@ void HttpServer::startLibrary() {
 void HttpServer::changeLimits() {
   const auto configuration = service_.configuration.current();
   limits_.change(configuration->connections, configuration->connectionsPerUser);
+  service_.memory.change(configuration->memoryBytes);
+  acceptor_.rights().forget();
 }
 
 void HttpServer::close() { gate_.close(); }
@@ -382,46 +348,33 @@ void HttpServer::close() { gate_.close(); }
 HttpServer::~HttpServer() {
   close();
   gate_.waitUntilEmpty(kBodyPatience);
-  const std::uint64_t one = 1;
-  (void)retryOnInterrupt([this, &one] { return ::write(stop_.get(), &one, sizeof one); });
-  acceptor_.join();
+  acceptor_.stop();
   MHD_stop_daemon(library_);
 }
 
-void HttpServer::acceptUntilStopped() {
-  for (;;) {
-    std::array<pollfd, 2> watched{{{stop_.get(), POLLIN, 0}, {listener_, POLLIN, 0}}};
-    retryOnInterrupt([&watched] { return ::poll(watched.data(), watched.size(), -1); });
-    if (watched[0].revents != 0) return;
-    acceptOne();
-  }
+Acceptor::Door HttpServer::door() {
+  return {
+      .take = [this](Acceptor::Arrival& arrival, Rights rights) { return take(arrival, rights); },
+      .refuse =
+          [this](Acceptor::Arrival arrival, Rights rights, const std::string& why) {
+            const bool stranger = rights == Rights::nothing;
+            answerUnasked(std::move(arrival.socket), arrival.peer, stranger, 503, why);
+          },
+      .tick = [this](Acceptor::Clock::time_point now) { deadlines_.endOverdue(now); }};
 }
 
-void HttpServer::acceptOne() {
-  FileDescriptor socket(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (socket) {
-    try {
-      place(std::move(socket));
-    } catch (const std::exception& error) {
-      logMessage(3, std::string("connection given up: ") + error.what());
-    }
-    return;
-  }
-  if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
-    logMessage(3, systemError(errno, "accept", "").what());
-    std::this_thread::sleep_for(kPauseWithoutDescriptors);
-  }
+AccessPolicy HttpServer::policy() const {
+  const auto configuration = service_.configuration.current();
+  return {configuration->adminGroup, configuration->viewGroup};
 }
 
-void HttpServer::place(FileDescriptor socket) {
-  const auto peer = peerOf(socket.get());
-  if (!peer) return;
-  auto connection = std::make_unique<Connection>(limits_, *peer);
-  if (connection->nested() || connection->place.take() || connection->place.wait()) {
-    hand(std::move(socket), std::move(connection));
-  } else {
-    answerUnasked(std::move(socket), *peer, 503, kBusy);
-  }
+bool HttpServer::take(Acceptor::Arrival& arrival, Rights rights) {
+  auto connection = std::make_unique<Connection>(*this, arrival);
+  ConnectionPlace& place = connection->place;
+  const bool stranger = rights == Rights::nothing;
+  if (!connection->nested() && !place.take(rights) && (stranger || !place.wait())) return false;
+  hand(std::move(arrival.socket), std::move(connection));
+  return true;
 }
 
 void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connection) {
@@ -441,12 +394,13 @@ void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connect
   arriving_.erase(number);
 }
 
-void HttpServer::answerUnasked(FileDescriptor socket, const Peer& peer, int status,
+void HttpServer::answerUnasked(FileDescriptor socket, const Peer& peer, bool stranger, int status,
                                std::string_view why) {
   const std::string id = service_.ids.next();
   service_.requestLog.begin(id, peer.uid);
   service_.requestLog.end(id, true);
-  drainer_.answer(std::move(socket), rawResponse(makeError(status, why, BodyForm::json), id));
+  drainer_.answer(std::move(socket), rawResponse(makeError(status, why, BodyForm::json), id),
+                  stranger);
 }
 
 }  // namespace paddock

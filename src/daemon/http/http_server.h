@@ -1,20 +1,20 @@
-// Serves the listening socket: one thread accepts, one thread per connection answers.
+// Serves the listening socket: one thread accepts (Acceptor), one thread per connection answers.
 //
 // The HTTP library handles the connections that this class has accepted and placed; its own limit
 // lies above ours. Programs that a running request waits for are always let in, so that what they
 // ask can be answered however many others are waiting.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <thread>
 
 #include "base/file_descriptor.h"
+#include "daemon/http/acceptor.h"
 #include "daemon/http/connection_limits.h"
 #include "daemon/http/drainer.h"
+#include "daemon/http/head_deadlines.h"
 #include "daemon/http/request_gate.h"
 #include "daemon/service.h"
 
@@ -44,24 +44,25 @@ class HttpServer {
   struct Request;
 
   void startLibrary();
-  void acceptUntilStopped();
-  void acceptOne();
-  void place(FileDescriptor socket);
+  Acceptor::Door door();
+  // False when there is no place for one with these rights.
+  bool take(Acceptor::Arrival& arrival, Rights rights);
   void hand(FileDescriptor socket, std::unique_ptr<Connection> connection);
   // Of a connection that is not taken, or whose request nobody could read.
-  void answerUnasked(FileDescriptor socket, const Peer& peer, int status, std::string_view why);
+  void answerUnasked(FileDescriptor socket, const Peer& peer, bool stranger, int status,
+                     std::string_view why);
+  AccessPolicy policy() const;
 
   Service& service_;
-  int listener_;
   ConnectionLimits limits_;
   RequestGate gate_;
   Drainer drainer_;
-  FileDescriptor stop_;
+  HeadDeadlines deadlines_;
   // Accepted connections on their way into the library, by descriptor.
   std::mutex arrivingMutex_;
   std::map<int, std::unique_ptr<Connection>> arriving_;
   MHD_Daemon* library_ = nullptr;
-  std::thread acceptor_;
+  Acceptor acceptor_;
 };
 
 }  // namespace paddock

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,6 +17,7 @@
 #include "daemon/audit/access_policy.h"
 #include "daemon/http/connection_limits.h"
 #include "daemon/http/drainer.h"
+#include "daemon/http/memory_budget.h"
 #include "daemon/http/peer.h"
 #include "daemon/http/request_gate.h"
 #include "daemon/idle_clock.h"
@@ -26,38 +28,79 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr auto kAll = Rights::everything;
+
 TEST(ConnectionLimits, CountAltogetherAndPerUser) {
   ConnectionLimits limits(3, 2, 1);
-  EXPECT_TRUE(limits.take(1));
-  EXPECT_TRUE(limits.take(1));
-  EXPECT_FALSE(limits.take(1));
-  EXPECT_TRUE(limits.take(2));
-  EXPECT_FALSE(limits.take(3));
-  limits.giveBack(1);
-  EXPECT_TRUE(limits.take(3));
+  EXPECT_TRUE(limits.take(1, kAll));
+  EXPECT_TRUE(limits.take(1, kAll));
+  EXPECT_FALSE(limits.take(1, kAll));
+  EXPECT_TRUE(limits.take(2, kAll));
+  EXPECT_FALSE(limits.take(3, kAll));
+  limits.giveBack(1, kAll);
+  EXPECT_TRUE(limits.take(3, kAll));
 }
 
 TEST(ConnectionLimits, ChangeForPlacesThatAreTakenFromNowOn) {
   ConnectionLimits limits(2, 2, 1);
-  EXPECT_TRUE(limits.take(1));
-  EXPECT_TRUE(limits.take(1));
+  EXPECT_TRUE(limits.take(1, kAll));
+  EXPECT_TRUE(limits.take(1, kAll));
   limits.change(3, 1);
-  EXPECT_FALSE(limits.take(1));
-  EXPECT_TRUE(limits.take(2));
-  limits.giveBack(1);
-  limits.giveBack(1);
-  EXPECT_TRUE(limits.take(1));
+  EXPECT_FALSE(limits.take(1, kAll));
+  EXPECT_TRUE(limits.take(2, kAll));
+  limits.giveBack(1, kAll);
+  limits.giveBack(1, kAll);
+  EXPECT_TRUE(limits.take(1, kAll));
+}
+
+TEST(ConnectionLimits, UsersWithoutRightsTakeNobodyElsesPlace) {
+  ConnectionLimits limits(2, 2, 1);
+  for (uid_t user = 0; user < ConnectionLimits::kStrangers / 2; ++user) {
+    EXPECT_TRUE(limits.take(100 + user, Rights::nothing));
+    EXPECT_TRUE(limits.take(100 + user, Rights::nothing));
+    EXPECT_FALSE(limits.take(100 + user, Rights::nothing)) << "two for each";
+  }
+  EXPECT_FALSE(limits.take(200, Rights::nothing));
+  EXPECT_TRUE(limits.take(1, kAll));
+  EXPECT_TRUE(limits.take(1, Rights::viewing));
+  EXPECT_FALSE(limits.take(2, kAll));
+  limits.giveBack(100, Rights::nothing);
+  EXPECT_TRUE(limits.take(200, Rights::nothing));
+}
+
+TEST(ConnectionLimits, ViewersLeavePlacesForAdministrators) {
+  ConnectionLimits limits(100, 100, 1);
+  for (int count = 0; count < 68; ++count) EXPECT_TRUE(limits.take(1, Rights::viewing)) << count;
+  EXPECT_FALSE(limits.take(2, Rights::viewing));
+  for (int count = 0; count < 32; ++count) EXPECT_TRUE(limits.take(0, kAll)) << count;
+  EXPECT_FALSE(limits.take(0, kAll));
+  limits.change(4, 100);
+  for (int count = 0; count < 67; ++count) limits.giveBack(1, Rights::viewing);
+  for (int count = 0; count < 32; ++count) limits.giveBack(0, kAll);
+  EXPECT_TRUE(limits.take(1, Rights::viewing));
+  EXPECT_FALSE(limits.take(1, Rights::viewing)) << "half of them";
 }
 
 TEST(ConnectionLimits, APlaceIsGivenBackAtTheEndOfItsConnection) {
   ConnectionLimits limits(1, 1, 1);
   {
     ConnectionPlace place(limits, 1);
-    EXPECT_TRUE(place.take());
-    EXPECT_TRUE(place.take());
-    EXPECT_FALSE(limits.take(1));
+    EXPECT_TRUE(place.take(kAll));
+    EXPECT_TRUE(place.take(kAll));
+    EXPECT_FALSE(limits.take(1, kAll));
   }
-  EXPECT_TRUE(limits.take(1));
+  EXPECT_TRUE(limits.take(1, kAll));
+}
+
+TEST(ConnectionLimits, APlaceChangesWithTheRights) {
+  ConnectionLimits limits(1, 1, 1);
+  ConnectionPlace place(limits, 1);
+  EXPECT_TRUE(place.take(kAll));
+  EXPECT_TRUE(place.take(Rights::nothing));
+  EXPECT_EQ(place.rights(), Rights::nothing);
+  EXPECT_TRUE(limits.take(2, kAll)) << "its former place is free";
+  EXPECT_FALSE(place.take(kAll));
+  EXPECT_EQ(place.rights(), Rights::nothing) << "it keeps the one that it has";
 }
 
 TEST(ConnectionLimits, AWaitingConnectionGivesItsWaitingPlaceBackWhenItIsLetIn) {
@@ -65,15 +108,49 @@ TEST(ConnectionLimits, AWaitingConnectionGivesItsWaitingPlaceBackWhenItIsLetIn) 
   ConnectionPlace waiting(limits, 2);
   {
     ConnectionPlace first(limits, 1);
-    EXPECT_TRUE(first.take());
-    EXPECT_FALSE(waiting.take());
+    EXPECT_TRUE(first.take(kAll));
+    EXPECT_FALSE(waiting.take(kAll));
     EXPECT_TRUE(waiting.wait());
     ConnectionPlace another(limits, 3);
     EXPECT_FALSE(another.wait());
   }
-  EXPECT_TRUE(waiting.take());
+  EXPECT_TRUE(waiting.take(kAll));
   ConnectionPlace next(limits, 3);
   EXPECT_TRUE(next.wait());
+}
+
+TEST(MemoryBudget, IsSharedAndWhoOnlyReadsGetsHalf) {
+  MemoryBudget budget(100);
+  MemoryShare viewer(budget, Rights::viewing, false);
+  EXPECT_TRUE(viewer.take(50));
+  EXPECT_FALSE(viewer.take(1));
+  {
+    MemoryShare administrator(budget, kAll, false);
+    EXPECT_TRUE(administrator.take(50));
+    EXPECT_FALSE(administrator.take(1));
+    administrator.giveBack(20);
+    EXPECT_FALSE(administrator.take(21));
+    EXPECT_FALSE(viewer.take(1));
+  }
+  MemoryShare next(budget, kAll, false);
+  EXPECT_TRUE(next.take(50)) << "what was taken is given back at the end";
+  viewer.giveBack(50);
+  EXPECT_TRUE(next.take(50));
+  EXPECT_FALSE(next.take(std::numeric_limits<std::size_t>::max()));
+}
+
+TEST(MemoryBudget, WhatCannotBeRefusedIsMissingForOthers) {
+  MemoryBudget budget(100);
+  MemoryShare other(budget, kAll, false);
+  {
+    MemoryShare nested(budget, Rights::nothing, true);
+    EXPECT_TRUE(nested.take(150));
+    EXPECT_FALSE(other.take(1));
+    nested.takeAnyway(50);
+  }
+  EXPECT_TRUE(other.take(100));
+  budget.change(200);
+  EXPECT_TRUE(other.take(100));
 }
 
 TEST(RequestGate, OnceClosedLetsOnlyNestedRequestsIn) {
@@ -164,6 +241,24 @@ TEST_F(DrainerTest, OneTooManyIsClosedAtOnce) {
   drainer.add(std::move(ours_));
   EXPECT_EQ(::send(client_.get(), "x", 1, MSG_NOSIGNAL), -1);
   EXPECT_EQ(errno, EPIPE);
+}
+
+TEST_F(DrainerTest, CallersWithoutRightsHaveAFewOfItAlone) {
+  Drainer drainer;
+  std::vector<FileDescriptor> crowd;
+  for (std::size_t count = 0; count < Drainer::kMostStrangers; ++count) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    drainer.add(FileDescriptor(ends[0]), true);
+    crowd.emplace_back(ends[1]);
+  }
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const FileDescriptor another(ends[1]);
+  drainer.add(FileDescriptor(ends[0]), true);
+  EXPECT_LT(::send(another.get(), "x", 1, MSG_NOSIGNAL), 0) << "closed";
+  drainer.add(std::move(ours_));
+  EXPECT_EQ(::send(client_.get(), "x", 1, MSG_NOSIGNAL), 1) << "somebody with rights is drained";
 }
 
 TEST_F(DrainerTest, EndsWithConnectionsOpen) {
