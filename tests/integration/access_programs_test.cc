@@ -131,8 +131,9 @@ TEST_F(AccessPrograms, AnAdministratorIsToldWhatAPushWouldChange) {
   ASSERT_EQ(::chown((shared_ + "/file").c_str(), 7, 7), 0);
   const Response response = askAsNobody("previewPropagation", {{"path", shared_}, {"mask", 1}});
   EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.dictionary().integer("status"), 0) << response.body;
-  const std::string* report = response.dictionary().string("report");
+  const Dictionary answer = response.dictionary();
+  EXPECT_EQ(answer.integer("status"), 0) << response.body;
+  const std::string* report = answer.string("report");
   ASSERT_NE(report, nullptr) << response.body;
   EXPECT_THAT(*report, HasSubstr("<key>itemsChanged</key>"));
   EXPECT_THAT(*report, HasSubstr(shared_ + "/file"));

@@ -24,8 +24,9 @@ class ServicesUnderLoad : public ServicesFixture {
     return response;
   }
   std::size_t recordsLeft() const {
-    const Response list = daemon_->post("/v1/paddock_sharing/getSharePointList", "{}");
-    const Array* sharePoints = list.dictionary().array("sharePointList");
+    const Dictionary list =
+        daemon_->post("/v1/paddock_sharing/getSharePointList", "{}").dictionary();
+    const Array* sharePoints = list.array("sharePointList");
     return sharePoints != nullptr ? sharePoints->size() : 0;
   }
 };
