@@ -22,7 +22,7 @@ TEST(ConfiguredLdap, WhatIsNotSetHasItsDefault) {
   const LdapOptions options = optionsOf({{"name", "a"}, {"base", "dc=x"}});
   EXPECT_EQ(options.timeout, std::chrono::seconds(10));
   EXPECT_EQ(options.deadline, std::chrono::seconds(30));
-  EXPECT_EQ(options.answerBytes, 536'870'912U);
+  EXPECT_EQ(options.answerBytes, 268'435'456U);
   EXPECT_EQ(options.baseOfRecords(), "dc=x");
   EXPECT_EQ(options.caFile, "/etc/ssl/certs/ca-certificates.crt");
   EXPECT_EQ(options.accounts.userName, "uid");

@@ -408,8 +408,15 @@ void LdapConnection::remove(const std::string& dn, const std::string& assertion)
 ldapmsg* LdapConnection::await(int message, const std::string& doing) {
   timeval time = timevalOf(stepTime());
   LDAPMessage* answer = nullptr;
+  errno = 0;
   const int type = ldap_result(ldap_, message, LDAP_MSG_ONE, &time, &answer);
   if (type > 0) return answer;
+  if (type < 0 && errno == ERANGE) {  // to the library, such a server is gone
+    usable_ = false;
+    throw LdapError(
+        LDAP_DECODING_ERROR, doing,
+        "no LDAP message, or one of more than " + std::to_string(kLargestMessage) + " bytes");
+  }
   int result = type < 0 ? LDAP_OTHER : LDAP_TIMEOUT;
   if (type < 0) ldap_get_option(ldap_, LDAP_OPT_RESULT_CODE, &result);
   fail(result, doing);

@@ -54,7 +54,7 @@ struct LdapOptions {
   // For an operation of the node as a whole, however many steps it takes.
   std::chrono::milliseconds deadline{30'000};
   // What an operation may receive as a whole (LdapAllowance).
-  std::size_t answerBytes = 512U << 20U;
+  std::size_t answerBytes = 256U << 20U;
   // How long a server that did not answer is not asked again.
   std::chrono::milliseconds silence{30'000};
   // How long it counts as read-only because it refused a change.
