@@ -31,7 +31,11 @@ std::string userOf(const Dictionary& line) {
 }
 
 std::string outcomeOf(const Dictionary& line) {
-  if (line.boolean("refused").value_or(false)) return "refused";
+  if (line.boolean("refused").value_or(false)) {
+    const auto count = line.integer("count");
+    return count ? "refused " + std::to_string(*count) + " times" : "refused";
+  }
+  if (line.boolean("interrupted").value_or(false)) return "interrupted";
   const auto status = line.integer("status");
   if (!status) return "-";
   return *status == 0 ? "done" : "status " + std::to_string(*status);

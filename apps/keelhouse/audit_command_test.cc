@@ -29,6 +29,13 @@ TEST_F(AuditCommand, PrintsALineForEachRequest) {
   EXPECT_EQ(target(0), "GET /v1/audit?limit=20");
 }
 
+TEST_F(AuditCommand, SaysHowManyWereRefusedAndWhatWasInterrupted) {
+  daemon_.answer(R"({"lines":[{"refused":true,"count":490},{"interrupted":true,"path":"/srv/a"}]})");
+  EXPECT_EQ(run({"audit"}), 0) << error_;
+  EXPECT_THAT(out_, HasSubstr("  refused 490 times  -\n"));
+  EXPECT_THAT(out_, HasSubstr("  interrupted        /srv/a\n"));
+}
+
 TEST_F(AuditCommand, NamesPathsAndRecords) {
   daemon_.answer(
       R"({"lines":[{"paths":["/a","/b","/c"]},{"paths":["/a"]},{"name":"anna","node":"/Local"}]})");

@@ -9,6 +9,7 @@
 #include <functional>
 #include <thread>
 
+#include "paddock/password_checks.h"
 #include "paddock/request_conditions.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/directory_schema.h"
@@ -192,6 +193,24 @@ TEST_F(ConditionalDirectoryRequests, AStarMeansARecordThatIsThere) {
 
 TEST_F(ConditionalDirectoryRequests, AMissingRecordHasNoTag) {
   EXPECT_EQ(tagged("getRecord", docs("")), "");
+}
+
+TEST_F(DirectoryHandlerTest, EachTestOfAPasswordIsToldOnEveryNode) {
+  addUsers();
+  std::vector<std::string> told;
+  const PasswordCheckScope scope([&told](const PasswordCheck& check) {
+    told.push_back(check.node + " " + check.name + (check.passed ? " passed" : " failed"));
+  });
+  const Dictionary request{{"type", schema::kUsers}, {"name", "bert"}};
+  EXPECT_EQ(statusOf("getRecord", request), 0);
+  EXPECT_EQ(statusOf("getRecord", as("bert", "bert's", request)), 0);
+  EXPECT_EQ(statusOf("listRecords", as("bert", "anna's", request)), EACCES);
+  EXPECT_EQ(statusOf("deleteRecord", as("nobody at all", "x", request)), EACCES);
+  Dictionary searched = as("anna", "anna's", request);
+  searched.set("node", "/Search");
+  EXPECT_EQ(statusOf("getRecord", searched), 0);
+  EXPECT_THAT(told, ElementsAre("/Local bert passed", "/Local bert failed",
+                                "/Local nobody at all failed", "/Local anna passed"));
 }
 
 TEST_F(DirectoryHandlerTest, ARefusalSaysWhy) {

@@ -174,6 +174,9 @@ void setOwnValues(Configuration& configuration) {
     if (const std::string* group = access->string("admin_group")) configuration.adminGroup = *group;
     if (const std::string* group = access->string("view_group")) configuration.viewGroup = *group;
   }
+  if (const Dictionary* audit = tree.dictionary("audit")) {
+    configuration.auditRequired = audit->boolean("required").value_or(false);
+  }
   if (const Dictionary* limits = tree.dictionary("limits")) {
     const auto number = [limits](const char* key, auto& target) {
       if (const auto value = limits->integer(key)) {

@@ -21,6 +21,7 @@ struct Configuration {
   // What the daemon itself uses, with the defaults.
   std::string adminGroup = "paddock";
   std::string viewGroup = "paddock-view";
+  bool auditRequired = false;
   std::size_t bodyBytes = 16U << 20U;
   std::size_t readingBodyBytes = 64U << 10U;
   std::size_t bodyValues = 500000;

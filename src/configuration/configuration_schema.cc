@@ -98,6 +98,7 @@ std::string_view ldapNameOrNone(std::string_view text) {
 constexpr std::array kKeys{
     ConfigurationKey{"access", "admin_group", KeyKind::text, 0, 0, notEmpty},
     ConfigurationKey{"access", "view_group", KeyKind::text, 0, 0, notEmpty},
+    ConfigurationKey{"audit", "required", KeyKind::boolean},
     ConfigurationKey{"limits", "body_bytes", KeyKind::integer, 1, kMaximumBody},
     ConfigurationKey{"limits", "reading_body_bytes", KeyKind::integer, 1, kMaximumBody},
     ConfigurationKey{"limits", "body_values", KeyKind::integer, 1, kMaximumValues},

@@ -37,6 +37,8 @@ constexpr const char* kEverything = R"(
 [access]
 admin_group = "wheel"
 view_group = "audience"
+[audit]
+required = true
 [limits]
 body_bytes = 1000
 reading_body_bytes = 100
@@ -82,6 +84,7 @@ TEST_F(ConfigurationTest, NothingSetGivesTheDefaults) {
   EXPECT_TRUE(configuration.tree.empty());
   EXPECT_EQ(configuration.adminGroup, "paddock");
   EXPECT_EQ(configuration.viewGroup, "paddock-view");
+  EXPECT_FALSE(configuration.auditRequired);
   EXPECT_EQ(configuration.bodyBytes, 16777216U);
   EXPECT_EQ(configuration.readingBodyBytes, 65536U);
   EXPECT_EQ(configuration.bodyValues, 500000U);
@@ -96,6 +99,7 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   const Configuration configuration = good(kEverything);
   EXPECT_EQ(configuration.adminGroup, "wheel");
   EXPECT_EQ(configuration.viewGroup, "audience");
+  EXPECT_TRUE(configuration.auditRequired);
   EXPECT_EQ(configuration.bodyBytes, 1000U);
   EXPECT_EQ(configuration.readingBodyBytes, 100U);
   EXPECT_EQ(configuration.bodyValues, 300U);

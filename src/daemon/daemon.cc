@@ -142,7 +142,7 @@ void serve(const Paths& paths, RunningConfiguration& configuration, const sigset
   const ListeningSocket socket(paths);
   (void)openOwnFolder(paths.stateFolder(), kStateMode);
   (void)openOwnFolder(paths.logFolder(), kLogMode);
-  AuditLog audit(paths.auditLog());
+  AuditLog audit(paths.auditLog(), paths.begunChanges());
   const auto requestLog = std::make_shared<RequestLog>();
   // A program that a request started may end after the daemon has begun to.
   installRequestLineSink(
@@ -157,7 +157,10 @@ void serve(const Paths& paths, RunningConfiguration& configuration, const sigset
   {
     Service service{configuration, plugins, audit, *requestLog, {}};
     HttpServer server(service, socket.get());
-    const IdleClock clock([&plugins](std::uint64_t count) { plugins.tick(count); });
+    const IdleClock clock([&plugins, &audit](std::uint64_t count) {
+      audit.tick();
+      plugins.tick(count);
+    });
     logMessage(6, "listening on " + paths.socket());
     waitForEnd(signals, [&] {
       audit.reopen();

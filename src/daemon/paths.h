@@ -20,6 +20,8 @@ class Paths {
   std::string contextFolder() const { return stateFolder() + "/context"; }
   std::string logFolder() const { return root_ + "/var/log/paddock"; }
   std::string auditLog() const { return logFolder() + "/audit.jsonl"; }
+  // What is begun and has no line there yet.
+  std::string begunChanges() const { return stateFolder() + "/begun"; }
   std::string bundles() const { return root_ + "/usr/share/paddockd/bundles"; }
 
  private:

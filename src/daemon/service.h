@@ -5,6 +5,7 @@
 
 #include "daemon/audit/audit_log.h"
 #include "daemon/audit/audit_subject.h"
+#include "daemon/audit/password_delays.h"
 #include "daemon/audit/request_log.h"
 #include "daemon/http/memory_budget.h"
 #include "daemon/http/request_id.h"
@@ -22,6 +23,7 @@ struct Service {
   RepeatedRequests repeated = {};
   MemoryBudget memory{};
   std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+  PasswordDelays passwordDelays = {};
 };
 
 }  // namespace paddock

@@ -20,8 +20,7 @@ Turns& turns() {
 // Given back also when the check throws.
 class Turn {
  public:
-  explicit Turn(std::chrono::milliseconds patience)
-      : taken_(turns().try_acquire_for(patience)) {}
+  explicit Turn(std::chrono::milliseconds patience) : taken_(turns().try_acquire_for(patience)) {}
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
   ~Turn() {

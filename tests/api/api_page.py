@@ -29,7 +29,8 @@ Who may call an operation, or an endpoint, stands with it; "viewers" are the mem
 404 come in this order, so that nobody without rights learns what there is.
 
 A request for a change, allowed or refused, leaves a line in `/var/log/paddock/audit.jsonl`, with the keys of
-[AuditLine](#auditline); a request that only reads leaves none. Passwords and credentials are never in it.
+[AuditLine](#auditline); a request that only reads leaves none, unless it brings credentials. Passwords and
+credentials are never in it.
 
 ## The examples
 

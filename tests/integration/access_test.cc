@@ -6,9 +6,15 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <list>
+
+#include <chrono>
+
+#include "integration/other_user.h"
 #include "integration/running_daemon.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
+#include "wire/json.h"
 
 namespace paddock::testing {
 namespace {
@@ -100,6 +106,59 @@ TEST_F(Access, AViewerReadsAndChangesNothing) {
   EXPECT_EQ(statusOf("GET", "/v1/audit"), 403);
 }
 
+// A reading that authenticates would tell a viewer whether a password is root's.
+TEST_F(Access, AViewerTriesNoPasswords) {
+  start("[access]\nview_group = \"" + group_ + "\"\n");
+  const std::string body = R"({"node":"/System","type":"t","name":"n","adminUserName":"root",)"
+                           R"("adminPassword":"hunter2"})";
+  EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", body), 403);
+  EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", R"({"adminUserName":7})"), 403);
+  EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", R"({"adminPassword":"x"})"), 403);
+  EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", R"({"adminUserName":null})"), 200);
+  const auto lines = linesOf(tree_.read("/var/log/paddock/audit.jsonl"));
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_THAT(lines[0], ::testing::AllOf(::testing::HasSubstr("\"refused\":true"),
+                                         ::testing::HasSubstr("\"node\":\"/System\""),
+                                         ::testing::HasSubstr("\"name\":\"root\""),
+                                         ::testing::HasSubstr("\"uid\":65534")));
+  EXPECT_EQ(tree_.read("/var/log/paddock/audit.jsonl").find("hunter2"), std::string::npos);
+  EXPECT_EQ(daemon_->log().find("hunter2"), std::string::npos);
+}
+
+TEST_F(Access, AnAdministratorTriesPasswordsAndLeavesALine) {
+  start("[access]\nadmin_group = \"" + group_ + "\"\n");
+  EXPECT_EQ(statusOf("POST", "/v1/test_good/echo", R"({"adminUserName":"root","status":13})"), 200);
+  const auto lines = linesOf(tree_.read("/var/log/paddock/audit.jsonl"));
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_THAT(lines[0], ::testing::AllOf(::testing::HasSubstr("\"name\":\"root\""),
+                                         ::testing::HasSubstr("\"node\":\"/Local\""),
+                                         ::testing::HasSubstr("\"status\":13")));
+}
+
+TEST_F(Access, AFloodOfRefusalsLeavesFewLinesAndIsCountedWhole) {
+  start("");
+  constexpr std::int64_t kRequests = 300;
+  const auto begun = std::chrono::steady_clock::now();
+  for (std::int64_t count = 0; count < kRequests; ++count)
+    ASSERT_EQ(statusOf("POST", "/v1/test_good/change", "{}"), 403);
+  const auto seconds =
+      std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - begun).count();
+  std::size_t lines = 0;
+  const auto counted = [&] {
+    std::int64_t sum = 0;
+    lines = 0;
+    for (const std::string& line : linesOf(tree_.read("/var/log/paddock/audit.jsonl"))) {
+      ++lines;
+      std::string problem;
+      const auto value = wire::parseJson(line, problem);
+      sum += value->dictionary()->integer("count").value_or(1);
+    }
+    return sum;
+  };
+  EXPECT_TRUE(eventually([&] { return counted() == kRequests; })) << counted();
+  EXPECT_LE(lines, 11U * (static_cast<std::size_t>(seconds) + 1));
+}
+
 TEST_F(Access, AnAdministratorDoesEverything) {
   start("[access]\nadmin_group = \"" + group_ + "\"\n");
   EXPECT_EQ(statusOf("GET", "/v1/health"), 200);
@@ -188,6 +247,38 @@ TEST_F(FurtherGroup, AMembershipCountsAtOnceAndEndsAtOnce) {
     EXPECT_EQ(change(), 200);
     setMembers("root");
     EXPECT_EQ(change(), 403);
+  });
+}
+
+TEST_F(FurtherGroup, AConnectionThatStaysHasTheRightsOfEachOfItsRequests) {
+  withMembers(user_, [this] {
+    tree_.configure(kItIsTheViewers);
+    const RunningDaemon daemon(tree_);
+    const OtherUser user({kNobody, kNoGroup}, tree_.socket());
+    const std::string health = requestText("GET", "/v1/health");
+    EXPECT_EQ(user.ask(health), 200);
+    setMembers("root");
+    EXPECT_EQ(user.ask(health), 403);
+    setMembers(user_);
+    EXPECT_EQ(user.ask(health), 200);
+  });
+}
+
+TEST_F(FurtherGroup, WhoLosesHisRightsKeepsTheConnectionsOfOneWithoutAny) {
+  withMembers(user_, [this] {
+    tree_.configure(kItIsTheViewers);
+    const RunningDaemon daemon(tree_);
+    const std::string health = requestText("GET", "/v1/health");
+    std::list<OtherUser> connections;
+    for (int count = 0; count < 6; ++count) {
+      connections.emplace_back(Account{kNobody, kNoGroup}, tree_.socket());
+      EXPECT_EQ(connections.back().ask(health), 200);
+    }
+    setMembers("root");
+    for (const OtherUser& connection : connections) EXPECT_EQ(connection.ask(health), 403);
+    int left = 0;
+    for (const OtherUser& connection : connections) left += connection.ask(health) == 403 ? 1 : 0;
+    EXPECT_EQ(left, 2) << "the others were ended";
   });
 }
 

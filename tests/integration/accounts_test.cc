@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -90,6 +91,66 @@ TEST_F(AccountsTest, AreInTheFilesBeforeTheRequestIsAnswered) {
   EXPECT_THAT(passwd(), Not(HasSubstr("user5001")));
   EXPECT_THAT(daemon_->tree().read(std::string(kFolder) + "/shadow"), Not(HasSubstr("user5001")));
   EXPECT_THAT(daemon_->log(), Not(HasSubstr("opensesame")));
+}
+
+// Trying passwords, which readings with credentials are for as well.
+class PasswordTrials : public AccountsTest {
+ protected:
+  void SetUp() override {
+    AccountsTest::SetUp();
+    if (IsSkipped()) return;
+    start("");
+    ASSERT_EQ(putUser("anna", "5001"), 0);
+    ASSERT_EQ(ask("setPassword", {{"name", "anna"}, {"password", "opensesame"}}), 0);
+  }
+  Status trial(const std::string& password) {
+    return ask("getRecord", {{"type", schema::kUsers},
+                             {"name", "anna"},
+                             {"adminUserName", "anna"},
+                             {"adminPassword", password}});
+  }
+};
+
+TEST_F(PasswordTrials, EachIsAuditedAndLoggedWithoutThePassword) {
+  EXPECT_EQ(trial("opensesame"), 0);
+  EXPECT_EQ(trial("hunter2"), EACCES);
+  const auto lines = linesOf(daemon_->tree().read("/var/log/paddock/audit.jsonl"));
+  ASSERT_EQ(lines.size(), 4U);
+  for (const auto& [line, status] : {std::pair{lines[2], "0"}, std::pair{lines[3], "13"}}) {
+    EXPECT_THAT(line, HasSubstr(R"("name":"anna","node":"/Local","operation":"getRecord")"));
+    EXPECT_THAT(line, HasSubstr(std::string("\"status\":") + status + ","));
+    EXPECT_THAT(line, Not(HasSubstr("\"type\"")));
+  }
+  EXPECT_THAT(daemon_->log(),
+              HasSubstr("the password of \"anna\" did not match on the directory node /Local"));
+  for (const char* secret : {"opensesame", "hunter2"}) {
+    EXPECT_THAT(daemon_->log(), Not(HasSubstr(secret)));
+    for (const std::string& line : lines) EXPECT_THAT(line, Not(HasSubstr(secret)));
+  }
+}
+
+TEST_F(PasswordTrials, WhoTriesManyHasToWaitAndIsToldTheTruthThen) {
+  const auto begun = std::chrono::steady_clock::now();
+  for (int count = 0; count < 6; ++count) EXPECT_EQ(trial("hunter2"), EACCES);
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(1750));
+  const auto then = std::chrono::steady_clock::now();
+  EXPECT_EQ(trial("opensesame"), 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - then, std::chrono::milliseconds(1900));
+}
+
+TEST_F(PasswordTrials, ThoseOfTheAuthenticationTestAndOfAWritingCountAsWell) {
+  const Dictionary test{
+      {"dsNodeName", "/Local"}, {"dsAdminName", "anna"}, {"dsAdminPW", "hunter2"}};
+  for (int count = 0; count < 2; ++count)
+    EXPECT_EQ(daemon_->ask("canAuthDSNode", test).boolean("canAuth"), false);
+  const Dictionary put{{"type", "dsRecTypeStandard:Mounts"},
+                       {"name", "a:/b"},
+                       {"adminUserName", "anna"},
+                       {"adminPassword", "hunter2"}};
+  for (int count = 0; count < 2; ++count) EXPECT_EQ(ask("putRecord", put), EACCES);
+  const auto then = std::chrono::steady_clock::now();
+  EXPECT_EQ(trial("hunter2"), EACCES);
+  EXPECT_GE(std::chrono::steady_clock::now() - then, std::chrono::milliseconds(450));
 }
 
 TEST_F(AccountsTest, AreInTheFolderThatIsConfigured) {

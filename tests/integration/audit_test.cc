@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "integration/running_daemon.h"
 #include "wire/json.h"
@@ -147,6 +150,51 @@ TEST_F(Audit, RequestsOfProgramsLeaveTheirOwnLines) {
   ASSERT_EQ(all.size(), 1U);
   EXPECT_EQ(*all[0].string("plugin"), "test_sibling");
   EXPECT_NE(all[0].integer("pid"), ::getpid());
+}
+
+TEST_F(Audit, AChangeThatTheDaemonDidNotSurviveIsToldByTheNext) {
+  const std::string body = wire::writeJson(Dictionary{{"path", "/srv/a"},
+                                                      {"password", "hunter2"},
+                                                      {"begun", tree_.path("/begun")},
+                                                      {"until", tree_.path("/until")}});
+  std::thread request([&] { daemon_.post("/v1/test_good/blockChange", body); });
+  EXPECT_TRUE(eventually([this] { return tree_.has("/begun"); }));
+  daemon_.signal(SIGKILL);
+  daemon_.wait();
+  request.join();
+  EXPECT_TRUE(lines().empty());
+  const RunningDaemon next(tree_);
+  const auto all = lines();
+  ASSERT_EQ(all.size(), 1U);
+  EXPECT_EQ(all[0].boolean("interrupted"), true);
+  EXPECT_EQ(*all[0].string("operation"), "blockChange");
+  EXPECT_EQ(*all[0].string("path"), "/srv/a");
+  EXPECT_EQ(all[0].integer("uid"), ::geteuid());
+  EXPECT_FALSE(all[0].contains("status"));
+  EXPECT_EQ(tree_.read("/var/log/paddock/audit.jsonl").find("hunter2"), std::string::npos);
+}
+
+TEST_F(Audit, AChangeThatCannotBeAuditedIsRefusedWhereThatIsRequired) {
+  tree_.configure("[audit]\nrequired = true\n");
+  daemon_.signal(SIGHUP);
+  ASSERT_TRUE(eventually([this] {
+    return daemon_.log().find("changed: audit.required") != std::string::npos;
+  })) << daemon_.log();
+  EXPECT_EQ(daemon_.post("/v1/test_good/remember", R"({"first":1})").status, 200);
+  std::filesystem::remove(tree_.auditLog());
+  std::filesystem::create_directory(tree_.auditLog());
+  const auto refused = daemon_.post("/v1/test_good/remember", R"({"second":1})");
+  EXPECT_EQ(refused.status, 503);
+  EXPECT_THAT(refused.error(), ::testing::HasSubstr("[audit] required"));
+  EXPECT_THAT(refused.error(), ::testing::HasSubstr("audit.jsonl"));
+  EXPECT_EQ(daemon_.post("/v1/test_good/echo", "{}").status, 200);
+  std::filesystem::remove(tree_.auditLog());
+  EXPECT_EQ(daemon_.post("/v1/test_good/remember", R"({"third":1})").status, 200);
+  const Dictionary remembered = daemon_.post("/v1/test_good/recall", "{}").dictionary();
+  EXPECT_TRUE(remembered.contains("first"));
+  EXPECT_FALSE(remembered.contains("second"));
+  EXPECT_TRUE(remembered.contains("third"));
+  EXPECT_EQ(lines().back().integer("status"), 0);
 }
 
 TEST_F(Audit, TheNewestLinesAreToldToAdministrators) {

@@ -2,24 +2,25 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <ctime>
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
 #include "base/system_call.h"
-#include "base/value.h"
 #include "paddock/sys_logger.h"
-#include "wire/json.h"
 
 namespace paddock {
 namespace {
 
 constexpr mode_t kMode = 0640;
+// What the status and the milliseconds add to a line that is begun.
+constexpr std::size_t kEndOfLine = 128;
+// Lines that could not be written, kept in memory.
+constexpr std::size_t kMostOwed = 1000;
 
 FileDescriptor openLog(const std::string& path) {
   FileDescriptor file(
@@ -31,53 +32,6 @@ FileDescriptor openLog(const std::string& path) {
   if (!S_ISREG(status.st_mode)) throw systemError(EINVAL, "not a regular file:", path);
   return file;
 }
-
-void describe(const AuditSubject& subject, Dictionary& line) {
-  if (!subject.paths.empty()) {
-    line.set("paths", Array(subject.paths.begin(), subject.paths.end()));
-  }
-  for (const auto& [key, value] :
-       {std::pair{"path", &subject.path}, std::pair{"node", &subject.node},
-        std::pair{"type", &subject.type}, std::pair{"name", &subject.name}}) {
-    if (*value) line.set(key, **value);
-  }
-}
-
-}  // namespace
-
-std::string timeText(std::chrono::system_clock::time_point time) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-  const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(time - seconds).count();
-  const std::time_t number = std::chrono::system_clock::to_time_t(seconds);
-  std::tm parts{};
-  ::gmtime_r(&number, &parts);
-  std::array<char, 32> date{};
-  std::array<char, 8> fraction{};
-  std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(milliseconds));
-  return std::string(date.data()) + fraction.data();
-}
-
-std::string auditLine(const AuditEntry& entry) {
-  Dictionary line{{"time", timeText(entry.time)},
-                  {"request", entry.request},
-                  {"uid", entry.peer.uid},
-                  {"pid", entry.peer.process},
-                  {"plugin", entry.plugin},
-                  {"operation", entry.operation},
-                  {"ms", std::int64_t{entry.duration.count()}}};
-  describe(entry.subject, line);
-  if (!entry.parent.empty()) line.set("parent", entry.parent);
-  if (entry.peer.loginUser) line.set("loginuid", *entry.peer.loginUser);
-  if (entry.status) {
-    line.set("status", *entry.status);
-  } else {
-    line.set("refused", true);
-  }
-  return wire::writeJson(line) + "\n";
-}
-
-namespace {
 
 // The last `limit` complete lines of a text.
 std::vector<std::string> lastLines(std::string_view text, std::size_t limit) {
@@ -115,16 +69,75 @@ std::string endOf(int file, const std::string& path) {
   return start == 0 ? text : text.substr(std::min(text.find('\n'), text.size() - 1) + 1);
 }
 
+// Whether the last line of the file has no end: a daemon could not write all of it.
+bool endsInOpenLine(int file) {
+  struct stat status {};
+  char last = 0;
+  if (::fstat(file, &status) != 0 || status.st_size == 0) return false;
+  return ::pread(file, &last, 1, status.st_size - 1) == 1 && last != '\n';
+}
+
+// Whether the file can become so much longer, as an errno. The room is kept for it.
+int roomFor(int file, std::size_t bytes) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) return errno;
+  const int error = errnoOf([&] {
+    return ::fallocate(file, FALLOC_FL_KEEP_SIZE, status.st_size, static_cast<off_t>(bytes));
+  });
+  if (error != EOPNOTSUPP && error != ENOSYS) return error;
+  struct statvfs volume {};
+  if (::fstatvfs(file, &volume) != 0) return errno;
+  if ((volume.f_flag & ST_RDONLY) != 0) return EROFS;
+  const auto blocks = ::geteuid() == 0 ? volume.f_bfree : volume.f_bavail;
+  return blocks * volume.f_frsize >= bytes ? 0 : ENOSPC;
+}
+
+bool isAbout(const std::vector<std::string>& lines, const std::string& request) {
+  const std::string member = "\"request\":\"" + request + '"';
+  return std::any_of(lines.begin(), lines.end(), [&member](const std::string& line) {
+    return line.find(member) != std::string::npos;
+  });
+}
+
 }  // namespace
 
-AuditLog::AuditLog(std::string path) : path_(std::move(path)), file_(openLog(path_)) {}
+AuditLog::AuditLog(std::string path, const std::string& begunFolder)
+    : path_(std::move(path)), file_(openLog(path_)), lineOpen_(endsInOpenLine(file_.get())) {
+  if (begunFolder.empty()) return;
+  begun_.emplace(begunFolder);
+  writeInterrupted();
+}
+
+AuditLog::~AuditLog() {
+  for (const AuditEntry& entry : refusals_.all()) append(entry);
+}
+
+void AuditLog::writeInterrupted() {
+  const auto kept = begun_->kept();
+  if (kept.empty()) return;
+  const auto written = newest(kNewestBytes);
+  for (const auto& [request, begun] : kept) {
+    auto line = interruptedLine(begun);
+    // Without a whole line it was not begun; the other had come to its end.
+    if (!line || isAbout(written, request)) {
+      begun_->forget(request);
+      continue;
+    }
+    logMessage(4, "request " + request + " was interrupted by the end of the daemon: " + *line);
+    owed_.push_back({request, std::move(*line)});
+  }
+  const std::scoped_lock lock(mutex_);
+  if (const int error = writeOwed(); error != 0)
+    logMessage(3,
+               std::string("audit log not written: ") + systemError(error, "write", path_).what());
+}
 
 void AuditLog::reopen() {
   try {
     FileDescriptor file = openLog(path_);
     const std::scoped_lock lock(mutex_);
     file_ = std::move(file);
-    lineOpen_ = false;
+    lineOpen_ = endsInOpenLine(file_.get());
   } catch (const std::exception& error) {
     logMessage(3, std::string("audit log not opened again: ") + error.what());
   }
@@ -141,19 +154,131 @@ std::vector<std::string> AuditLog::newest(std::size_t limit) const {
 }
 
 void AuditLog::write(const AuditEntry& entry) {
-  std::string line = auditLine(entry);
   const std::scoped_lock lock(mutex_);
+  append(entry);
+}
+
+void AuditLog::writeRefusal(const AuditEntry& entry) {
+  const std::scoped_lock lock(mutex_);
+  const auto now = RefusalRate::Clock::now();
+  for (const AuditEntry& counted : refusals_.due(now)) append(counted);
+  if (refusals_.take(entry, now)) append(entry);
+}
+
+void AuditLog::tick() {
+  const std::scoped_lock lock(mutex_);
+  for (const AuditEntry& counted : refusals_.due(RefusalRate::Clock::now())) append(counted);
+  (void)writeOwed();  // it was said when it failed first
+}
+
+void AuditLog::append(const AuditEntry& entry) {
+  const std::string line = auditLine(entry);
+  const int error = appendLine(entry, line);
+  if (error == 0) return;
+  logMessage(3, std::string("audit log not written: ") + systemError(error, "write", path_).what());
+  if (underWay_.contains(entry.request) && owed_.size() < kMostOwed)
+    owed_.push_back({entry.request, line});
+}
+
+// In the order in which things happened: nothing before what is owed. What is promised to changes
+// that are under way is left to them.
+int AuditLog::appendLine(const AuditEntry& entry, const std::string& line) {
+  if (const int error = writeOwed(); error != 0) return error;
+  const auto change = underWay_.find(entry.request);
+  const bool promised = change != underWay_.end() && change->second.required;
+  if (!promised && reserved() > 0) {
+    if (const int error = roomFor(file_.get(), reserved() + line.size()); error != 0) return error;
+  }
+  return writeLine(line, promised);
+}
+
+int AuditLog::writeOwed() {
+  while (!owed_.empty()) {
+    const int error = writeLine(owed_.front().line, true);
+    if (error != 0) return error;
+    // The end of one that is under way forgets it.
+    if (begun_ && !underWay_.contains(owed_.front().request)) begun_->forget(owed_.front().request);
+    owed_.pop_front();
+  }
+  return 0;
+}
+
+int AuditLog::writeLine(std::string line, bool durable) {
+  if (const int error = reopenWhenGone(); error != 0) return error;
   if (lineOpen_) line.insert(line.begin(), '\n');
   // One call per line, so that lines never mix.
   const auto written =
       retryOnInterrupt([this, &line] { return ::write(file_.get(), line.data(), line.size()); });
+  const int error = written < 0 ? errno : ENOSPC;
   if (written == static_cast<ssize_t>(line.size())) {
     lineOpen_ = false;
-    return;
+    return durable ? errnoOf([this] { return ::fdatasync(file_.get()); }) : 0;
   }
   lineOpen_ = lineOpen_ || written > 0;
-  logMessage(3, "audit log not written: " +
-                    std::string(systemError(written < 0 ? errno : ENOSPC, "write", path_).what()));
+  return error;
 }
+
+// What is written to a file without a name, nobody reads.
+int AuditLog::reopenWhenGone() {
+  struct stat status {};
+  if (::fstat(file_.get(), &status) != 0) return errno;
+  if (status.st_nlink > 0) return 0;
+  try {
+    file_ = openLog(path_);
+  } catch (const std::system_error& error) {
+    return error.code().value();
+  }
+  lineOpen_ = endsInOpenLine(file_.get());
+  logMessage(4, "the audit log " + path_ + " was deleted, and is made again");
+  return 0;
+}
+
+std::size_t AuditLog::reserved() const {
+  std::size_t sum = 0;
+  for (const auto& [request, change] : underWay_) sum += change.reserved;
+  return sum;
+}
+
+int AuditLog::makeSure(std::size_t bytes) {
+  if (const int error = writeOwed(); error != 0) return error;
+  if (const int error = reopenWhenGone(); error != 0) return error;
+  return roomFor(file_.get(), reserved() + bytes);
+}
+
+void AuditLog::begin(const AuditEntry& entry, bool required) {
+  const std::string line = begunLine(entry);
+  const std::size_t bytes = required ? line.size() + kEndOfLine : 0;
+  {
+    const std::scoped_lock lock(mutex_);
+    if (const int error = required ? makeSure(bytes) : 0; error != 0)
+      throw systemError(error, "write", path_);
+    underWay_[entry.request] = {bytes, required};
+  }
+  if (!begun_) return;
+  try {
+    begun_->keep(entry.request, line, required);
+  } catch (const std::system_error& error) {
+    if (required) {
+      end(entry.request);
+      throw;
+    }
+    logMessage(3, std::string("a change leaves no trace while it is made: ") + error.what());
+  }
+}
+
+void AuditLog::end(const std::string& request) {
+  const std::scoped_lock lock(mutex_);
+  underWay_.erase(request);
+  const bool isOwed = std::any_of(owed_.begin(), owed_.end(),
+                                  [&request](const Owed& owed) { return owed.request == request; });
+  if (begun_ && !isOwed) begun_->forget(request);
+}
+
+AuditedChange::AuditedChange(AuditLog& log, const AuditEntry& entry, bool required)
+    : log_(log), request_(entry.request) {
+  log_.begin(entry, required);
+}
+
+AuditedChange::~AuditedChange() { log_.end(request_); }
 
 }  // namespace paddock

@@ -141,6 +141,21 @@ TEST(AuditLog, ALineThatCouldBeWrittenInPartOnlyDoesNotSpoilTheNext) {
   EXPECT_EQ(readWholeFile(folder.path("log")), line.substr(0, 10) + "\n" + line);
 }
 
+TEST(AuditLog, RefusalsBeyondTenAreOneLineThatSaysHowMany) {
+  const TestFolder folder;
+  {
+    AuditLog log(folder.path("log"));
+    for (int count = 0; count < 500; ++count) log.writeRefusal(someEntry());
+  }
+  std::string expected;
+  for (int count = 0; count < 10; ++count) expected += auditLine(someEntry());
+  AuditEntry others = someEntry();
+  others.count = 490;
+  others.duration = {};
+  expected += auditLine(others);
+  EXPECT_EQ(readWholeFile(folder.path("log")), expected);
+}
+
 TEST(AuditLog, LinesOfSeveralThreadsDoNotMix) {
   const TestFolder folder;
   AuditLog log(folder.path("log"));

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/state_text.h"
+#include "base/text.h"
 
 namespace paddock {
 
@@ -12,14 +13,28 @@ constexpr std::string_view kDirectoryPlugin = "paddock_directory";
 constexpr const char* kLocalNode = "/Local";
 // What is longer than a path and a few numbers is about nothing that goes on.
 constexpr std::size_t kLongestKey = 8192;
+// Of texts in a line: no path is longer, and no name of an account.
+constexpr std::size_t kLongestPath = 4096;
+constexpr std::size_t kLongestName = 256;
+
+std::string cut(const std::string& text, std::size_t characters) {
+  const std::string_view kept = utf8Prefix(text, characters);
+  return kept.size() == text.size() ? text : std::string(kept) + "...";
+}
 
 std::optional<std::string> textUnder(const Dictionary& request, const char* key) {
   const std::string* text = request.string(key);
-  return text != nullptr ? std::optional(*text) : std::nullopt;
+  return text != nullptr ? std::optional(cut(*text, kLongestPath)) : std::nullopt;
+}
+
+std::optional<std::string> nameUnder(const Dictionary& request, const char* key) {
+  const std::string* text = request.string(key);
+  return text != nullptr ? std::optional(cut(*text, kLongestName)) : std::nullopt;
 }
 
 void addPath(std::vector<std::string>& paths, const std::string* path) {
-  if (path != nullptr && paths.size() < kMostAuditedPaths) paths.push_back(*path);
+  if (path != nullptr && paths.size() < kMostAuditedPaths)
+    paths.push_back(cut(*path, kLongestPath));
 }
 
 // Of a request for the whole server: a list of paths, or of share points.
@@ -82,6 +97,39 @@ AuditSubject subjectOf(std::string_view plugin, const Dictionary& request) {
   if (plugin == kDirectoryPlugin) nameRecord(subject, request);
   if (request.contains("dsAdminName")) nameAdministrator(subject, request);
   return subject;
+}
+
+bool carriesCredentials(const Dictionary& request) {
+  return request.contains("adminUserName") || request.contains("adminPassword");
+}
+
+AuditSubject subjectOfAttempt(const Dictionary& request) {
+  AuditSubject subject;
+  subject.node = request.contains("node") ? nameUnder(request, "node") : kLocalNode;
+  subject.name = nameUnder(request, "adminUserName");
+  return subject;
+}
+
+std::vector<std::string> namesTried(const Dictionary& request) {
+  std::vector<std::string> names;
+  const auto add = [&names](const Dictionary& from, const char* key) {
+    if (const std::string* name = from.string(key)) names.push_back(*name);
+  };
+  add(request, "adminUserName");
+  add(request, "dsAdminName");
+  if (const Array* credentials = request.array("dsCredentials")) {
+    for (const Value& one : *credentials)
+      if (one.dictionary() != nullptr) add(*one.dictionary(), "adminUserName");
+  }
+  return names;
+}
+
+bool mayBeTold(const Dictionary& request, const std::string& name) {
+  for (const char* key : {"adminUserName", "dsAdminName"}) {
+    const std::string* told = request.string(key);
+    if (told != nullptr && *told == name) return true;
+  }
+  return false;
 }
 
 bool RepeatedRequests::isRepeat(const Asked& asked, const Dictionary* once,

@@ -25,8 +25,18 @@ struct AuditSubject {
 // How many paths a line names; the others of a longer list are left out.
 inline constexpr std::size_t kMostAuditedPaths = 1000;
 
-// Of a request as it came: what has another type than it should is left out.
+// Of a request as it came: what has another type than it should is left out, and what is longer
+// than a path can be is cut.
 AuditSubject subjectOf(std::string_view plugin, const Dictionary& request);
+
+// Whether a request that reads brings credentials, with which it would try a password.
+bool carriesCredentials(const Dictionary& request);
+// Of such a request: the user whose password is tried, and the node.
+AuditSubject subjectOfAttempt(const Dictionary& request);
+// The names of the users whose passwords a request may try, as they stand in it.
+std::vector<std::string> namesTried(const Dictionary& request);
+// Whether the name is among those that may be told: "dsCredentials" are secret as a whole.
+bool mayBeTold(const Dictionary& request, const std::string& name);
 
 // Requests that only ask how something goes on, again and again, count as one for as long as the
 // answer tells the same state. Which operations these are their plug-ins say (paddock/plugin.h).

@@ -33,6 +33,34 @@ TEST(AuditSubjects, SharePointsOfTheWholeServerAreNamedByTheirPaths) {
   EXPECT_THAT(subjectOf(kSharing, request).paths, ElementsAre("/a", "/c"));
 }
 
+TEST(AuditSubjects, OfAReadingThatTriesAPasswordTheUserAndTheNodeAreNamed) {
+  const Dictionary request{{"type", "users"}, {"name", "carl"}, {"adminUserName", "root"}};
+  EXPECT_TRUE(carriesCredentials(request));
+  EXPECT_EQ(subjectOfAttempt(request).name, "root");
+  EXPECT_EQ(subjectOfAttempt(request).node, "/Local");
+  EXPECT_EQ(subjectOfAttempt(request).type, std::nullopt);
+  EXPECT_EQ(subjectOfAttempt({{"node", "/System"}, {"adminUserName", 7}}).node, "/System");
+  EXPECT_EQ(subjectOfAttempt({{"node", 7}, {"adminUserName", 7}}).name, std::nullopt);
+  EXPECT_TRUE(carriesCredentials({{"adminPassword", "x"}}));
+  EXPECT_FALSE(carriesCredentials({{"type", "users"}, {"name", "carl"}}));
+}
+
+TEST(AuditSubjects, ALongNameMakesNoLongLine) {
+  const std::string name(1U << 20U, 'x');
+  EXPECT_EQ(subjectOfAttempt({{"adminUserName", name}}).name, std::string(256, 'x') + "...");
+  EXPECT_EQ(subjectOf(kSharing, {{"path", "/" + name}}).path->size(), 4099U);
+}
+
+TEST(AuditSubjects, TheNamesThatARequestMayTryAreThoseOfAllItsCredentials) {
+  const Array credentials{Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "secret"}}, 7};
+  const Dictionary request{
+      {"adminUserName", "anna"}, {"dsAdminName", "bert"}, {"dsCredentials", credentials}};
+  EXPECT_THAT(namesTried(request), ElementsAre("anna", "bert", "secret"));
+  EXPECT_TRUE(mayBeTold(request, "anna"));
+  EXPECT_TRUE(mayBeTold(request, "bert"));
+  EXPECT_FALSE(mayBeTold(request, "secret"));
+}
+
 TEST(AuditSubjects, AListIsNamedUpToABound) {
   const Dictionary request{{"paths", Array(kMostAuditedPaths + 1, Value("/a"))}};
   EXPECT_THAT(subjectOf(kSharing, request).paths, SizeIs(kMostAuditedPaths));

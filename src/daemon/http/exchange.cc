@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <exception>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "base/status.h"
@@ -26,6 +27,7 @@ namespace {
 constexpr std::size_t kFirstReserve = 1U << 20U;
 constexpr std::int64_t kAuditLines = 100;
 constexpr std::int64_t kMostAuditLines = 10000;
+constexpr std::size_t kLongestLoggedName = 256;
 constexpr std::size_t kSmallReply = 64U << 10U;
 constexpr const char* kNoMemory =
     "no memory left for bodies ([limits] memory_bytes); ask again later, or send less";
@@ -142,13 +144,13 @@ std::optional<Reply> Exchange::judgeBody() {
 
 Rights Exchange::neededRights() const {
   const bool changes = operation_ != nullptr && operation_->changes;
-  const bool changesOrSecrets =
-      changes || route_.kind == Route::Kind::audit || route_.kind == Route::Kind::requestLog;
+  const bool changesOrSecrets = changes || triesPassword_ || route_.kind == Route::Kind::audit ||
+                                route_.kind == Route::Kind::requestLog;
   return changesOrSecrets ? Rights::everything : Rights::viewing;
 }
 
-Reply Exchange::forbidden(Rights needed) {
-  audit(std::nullopt, {});
+Reply Exchange::forbidden(Rights needed, AuditSubject subject) {
+  audit(std::nullopt, std::move(subject));
   return error(403, access_.refusal(peer_.uid, needed));
 }
 
@@ -307,13 +309,61 @@ Reply Exchange::malformed(const std::string& problem) {
 }
 
 Reply Exchange::run(const Dictionary& request) {
+  triesPassword_ = !operation_->changes && carriesCredentials(request);
+  if (rights_ < neededRights()) return forbidden(neededRights(), subjectOf(request));
+  if (auto refusal = awaitTurn(request)) return std::move(*refusal);
+  if (!isAudited()) return perform(request);
+  try {
+    const AuditedChange change(service_.audit, entryOf(std::nullopt, subjectOf(request)),
+                               configuration_->auditRequired);
+    return perform(request);
+  } catch (const std::system_error& error) {
+    return refuseUnaudited(request, error.what());
+  }
+}
+
+// Who tries passwords that do not match waits longer and longer.
+std::optional<Reply> Exchange::awaitTurn(const Dictionary& request) {
+  const auto names = namesTried(request);
+  if (names.empty()) return std::nullopt;
+  const auto now = PasswordDelays::Clock::now();
+  if (const auto wait = service_.passwordDelays.takeTurn(peer_.uid, names, now)) {
+    std::this_thread::sleep_for(*wait);
+    return std::nullopt;
+  }
+  audit(std::nullopt, subjectOf(request));
+  return error(503,
+               "too many passwords for this name did not match, and others are waiting to try one: "
+               "try again in a minute");
+}
+
+void Exchange::notePassword(const Dictionary& request, const PasswordCheck& check) {
+  service_.passwordDelays.note(peer_.uid, check.name, check.passed, PasswordDelays::Clock::now());
+  if (check.passed) return;
+  const std::string whose =
+      mayBeTold(request, check.name)
+          ? "the password of " + quoted(std::string(utf8Prefix(check.name, kLongestLoggedName)))
+          : "\"dsCredentials\"";
+  logMessage(4, whose + " did not match on the directory node " + check.node);
+}
+
+Reply Exchange::refuseUnaudited(const Dictionary& request, const char* what) {
+  audit(std::nullopt, subjectOf(request));
+  return error(503, std::string("nothing was done, because its line in the audit log could not be "
+                                "written, as [audit] required asks: ") +
+                        what + "; mend that and try again");
+}
+
+Reply Exchange::perform(const Dictionary& request) {
   try {
     RequestConditions conditions(head_.ifMatch, stateTag);
+    const PasswordCheckScope passwords(
+        [&](const PasswordCheck& check) { notePassword(request, check); });
     const RequestConditionsScope scope(&conditions);
     Dictionary dictionary = service_.plugins.perform(*plugin_, operation_->name, request);
     const RepeatedRequests::Asked asked{peer_.uid, plugin_->name + "/" + operation_->name, request};
     if (!service_.repeated.isRepeat(asked, plugin_->auditedOnce(operation_->name), dictionary)) {
-      audit(statusOf(dictionary), subjectOf(route_.plugin, request));
+      audit(statusOf(dictionary), subjectOf(request));
     }
     Reply reply = makeReply(200, std::move(dictionary), replyForm_);
     reply.etag = conditions.replyTag();
@@ -334,27 +384,51 @@ Reply Exchange::run(const Dictionary& request) {
 }
 
 Reply Exchange::refuseState(const Dictionary& request, const char* what) {
-  audit(ECANCELED, subjectOf(route_.plugin, request));
+  audit(ECANCELED, subjectOf(request));
   return error(412, what);
 }
 
 Reply Exchange::failed(const Dictionary& request, const char* what, std::int64_t number) {
   logMessage(3,
              "operation " + route_.operation + " of plug-in " + route_.plugin + " failed: " + what);
-  audit(number, subjectOf(route_.plugin, request));
+  audit(number, subjectOf(request));
   return error(500, what);
 }
 
 bool Exchange::isAudited() const {
-  return operation_ != nullptr && operation_->changes && head_.method == "POST";
+  return operation_ != nullptr && (operation_->changes || triesPassword_) && head_.method == "POST";
+}
+
+AuditSubject Exchange::subjectOf(const Dictionary& request) const {
+  return triesPassword_ ? subjectOfAttempt(request) : paddock::subjectOf(route_.plugin, request);
+}
+
+AuditEntry Exchange::entryOf(std::optional<std::int64_t> status, AuditSubject subject) const {
+  const auto duration = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - started_);
+  AuditEntry entry;
+  entry.time = time_;
+  entry.request = id_;
+  entry.peer = peer_;
+  entry.plugin = route_.plugin;
+  entry.operation = route_.operation;
+  entry.subject = std::move(subject);
+  entry.status = status;
+  entry.duration = duration;
+  entry.parent = parent_;
+  return entry;
 }
 
 void Exchange::audit(std::optional<std::int64_t> status, AuditSubject subject) {
   if (!isAudited()) return;
-  const auto duration = std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::steady_clock::now() - started_);
-  service_.audit.write({time_, id_, peer_, route_.plugin, route_.operation, std::move(subject),
-                        status, duration, parent_});
+  // Who may not do it was not let in, whatever else was wrong.
+  if (rights_ < neededRights()) status = std::nullopt;
+  const AuditEntry entry = entryOf(status, std::move(subject));
+  if (status) {
+    service_.audit.write(entry);
+  } else {
+    service_.audit.writeRefusal(entry);
+  }
 }
 
 }  // namespace paddock

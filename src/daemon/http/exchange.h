@@ -18,6 +18,7 @@
 #include "daemon/http/reply.h"
 #include "daemon/http/route.h"
 #include "daemon/service.h"
+#include "paddock/password_checks.h"
 
 namespace paddock {
 
@@ -64,7 +65,7 @@ class Exchange {
   std::optional<Reply> judgeOperation();
   std::optional<Reply> judgeBody();
   Rights neededRights() const;
-  Reply forbidden(Rights needed);
+  Reply forbidden(Rights needed, AuditSubject subject = {});
   Reply wrongMethod(const char* allowed) const;
   Reply describePlugins() const;
   Reply describeInterface() const;
@@ -77,10 +78,16 @@ class Exchange {
   Reply withoutMemory();
   Reply malformed(const std::string& error);
   Reply run(const Dictionary& request);
+  Reply perform(const Dictionary& request);
+  std::optional<Reply> awaitTurn(const Dictionary& request);
+  void notePassword(const Dictionary& request, const PasswordCheck& check);
+  Reply refuseUnaudited(const Dictionary& request, const char* what);
   Reply refuseState(const Dictionary& request, const char* what);
   Reply failed(const Dictionary& request, const char* what, std::int64_t number);
   Reply error(int status, std::string_view text) const;
   bool isAudited() const;
+  AuditSubject subjectOf(const Dictionary& request) const;
+  AuditEntry entryOf(std::optional<std::int64_t> status, AuditSubject subject) const;
   void audit(std::optional<std::int64_t> status, AuditSubject subject);
 
   Service& service_;
@@ -98,6 +105,7 @@ class Exchange {
   BodyForm bodyForm_ = BodyForm::json;
   const LoadedPlugin* plugin_ = nullptr;
   const PluginRequestHandler::Operation* operation_ = nullptr;
+  bool triesPassword_ = false;  // it only reads, and brings credentials
   std::string body_;
   std::size_t bodyMemory_ = 0;  // what was taken for it
   std::chrono::system_clock::time_point time_ = std::chrono::system_clock::now();

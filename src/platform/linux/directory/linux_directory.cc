@@ -21,9 +21,8 @@ LinuxDirectoryService::LinuxDirectoryService(const LinuxDirectoryOptions& option
   nodes.push_back({kLocalNodePath, [database = database_, group = adminGroup_, seen = observer_] {
                      return paddock::openLocalNode(database, group, seen);
                    }});
-  nodes.push_back({kSystemNodePath, [pam = options.pam, seen = observer_] {
-                     return makeSystemNode(pam, seen);
-                   }});
+  nodes.push_back({kSystemNodePath,
+                   [pam = options.pam, seen = observer_] { return makeSystemNode(pam, seen); }});
   for (const LdapOptions& one : options.ldap)
     nodes.push_back({one.path(), [server = std::make_shared<LdapServer>(one), seen = observer_] {
                        return makeLdapNode(server, seen);
