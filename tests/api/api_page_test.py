@@ -181,7 +181,7 @@ class ApiPage(unittest.TestCase):
             schemas.append(schema_of(operation.get("requestBody", operation["responses"]["200"])))
         described = set(re.findall(r'"(\w+)": \{', json.dumps(schemas)))
         answered = set()
-        for pattern in ("plugins/*/*.cc", "src/daemon/http/exchange.cc", "src/daemon/audit/audit_log.cc"):
+        for pattern in ("plugins/*/*.cc", "src/daemon/http/exchange.cc", "src/daemon/audit/audit_entry.cc"):
             for text in sources(pattern):
                 answered.update(ANSWERED.findall(text))
         for pattern in SHARING_KEYS:
