@@ -25,6 +25,10 @@ constexpr auto kTick = milliseconds(250);
 constexpr auto kStep = milliseconds(10);
 constexpr auto kPatienceForPlace = milliseconds(500);
 constexpr auto kPatienceForRights = std::chrono::seconds(10);
+// Arrivals between two looks at those who wait outside.
+constexpr int kBatch = 64;
+// Of one user without rights, in a second.
+constexpr std::size_t kMostAnsweredRefusals = 100;
 // Who may wait outside: connections in all, of one user, and of one user without rights.
 constexpr std::size_t kMostWaiting = 2048;
 constexpr std::size_t kMostWaitingPerUser = 256;
@@ -94,19 +98,41 @@ void Acceptor::serve(bool judged, bool arrived, Clock::time_point now) {
   if (turn) nextTick_ = now + kTick;
   if (turn) door_.tick(now);
   if (judged || turn || !arrived) placeWaiting(now);
-  if (arrived) acceptOne();
+  if (now >= nextSecond_) {
+    nextSecond_ = now + std::chrono::seconds(1);
+    refused_.clear();
+  }
+  for (int count = 0; arrived && count < kBatch; ++count) arrived = acceptOne();
 }
 
-void Acceptor::acceptOne() {
+bool Acceptor::acceptOne() {
   FileDescriptor socket(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (socket) {
-    if (const auto peer = peerOf(socket.get())) admit({std::move(socket), *peer, Clock::now()});
-    return;
+    receive(std::move(socket));
+    return true;
   }
   if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
     logMessage(3, systemError(errno, "accept", "").what());
     std::this_thread::sleep_for(kPauseWithoutDescriptors);
   }
+  return false;
+}
+
+void Acceptor::receive(FileDescriptor socket) {
+  auto peer = credentialsOf(socket.get());
+  if (!peer) return;
+  const auto refused = refused_.find(peer->uid);
+  const bool insists = refused != refused_.end() && refused->second >= kMostAnsweredRefusals;
+  if (insists && rights_.of(peer->uid) == Rights::nothing && !isRunningProgram(peer->process)) {
+    return;
+  }
+  peer->loginUser = loginUserOf(peer->process);
+  admit({std::move(socket), *peer, Clock::now()});
+}
+
+void Acceptor::refuse(Arrival arrival, Rights rights, const std::string& why) {
+  if (rights == Rights::nothing) ++refused_[arrival.peer.uid];
+  door_.refuse(std::move(arrival), rights, why);
 }
 
 void Acceptor::admit(Arrival arrival) {
@@ -117,7 +143,7 @@ void Acceptor::admit(Arrival arrival) {
   if (hasRoom(arrival)) {
     waiting_.push_back(std::move(arrival));
   } else {
-    door_.refuse(std::move(arrival), Rights::nothing, kBusy);
+    refuse(std::move(arrival), Rights::nothing, kBusy);
   }
 }
 
@@ -134,14 +160,14 @@ bool Acceptor::place(Arrival& arrival, Clock::time_point now) {
   if (!rights) {
     if (now - arrival.time < kPatienceForRights) return false;
     const std::string user = std::to_string(arrival.peer.uid);
-    door_.refuse(std::move(arrival), Rights::nothing, kUnknown + user + " may do is not known");
+    refuse(std::move(arrival), Rights::nothing, kUnknown + user + " may do is not known");
     return true;
   }
   if (door_.take(arrival, *rights)) return true;
   if (!arrival.withoutPlace) arrival.withoutPlace = now;
   const bool stranger = *rights == Rights::nothing;
   if (stranger && now - *arrival.withoutPlace < kPatienceForPlace) return false;
-  door_.refuse(std::move(arrival), *rights, kBusy);
+  refuse(std::move(arrival), *rights, kBusy);
   return true;
 }
 

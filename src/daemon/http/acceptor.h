@@ -3,12 +3,14 @@
 // One thread. A connection of an owner or of a user whose rights are known is placed at once; the
 // others wait outside, without a thread of their own, until the rights are known. Somebody without
 // rights who finds no place waits a moment, because the end of his last connection may not be seen
-// yet.
+// yet; and who comes again and again is not answered any more, because answers take longer than
+// connecting does, and others wait behind him.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <list>
+#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -56,8 +58,11 @@ class Acceptor {
  private:
   void run();
   void serve(bool judged, bool arrived, Clock::time_point now);
-  void acceptOne();
+  // False when nobody more has come.
+  bool acceptOne();
+  void receive(FileDescriptor socket);
   void admit(Arrival arrival);
+  void refuse(Arrival arrival, Rights rights, const std::string& why);
   // Whether nothing more is to be done about it.
   bool place(Arrival& arrival, Clock::time_point now);
   void placeWaiting(Clock::time_point now);
@@ -69,6 +74,8 @@ class Acceptor {
   FileDescriptor judged_;
   std::list<Arrival> waiting_;
   Clock::time_point nextTick_{};
+  std::map<uid_t, std::size_t> refused_;  // of this second, of users without rights
+  Clock::time_point nextSecond_{};
   KnownRights rights_;
   std::thread thread_;
 };

@@ -137,15 +137,18 @@ class AcceptorTest : public testing::Test {
             .tick = [](Acceptor::Clock::time_point) {}};
   }
   // Connects as a user, from a process that stays.
-  void connectAs(uid_t user) {
+  void connectAs(uid_t user, int times = 1) {
     const pid_t child = ::fork();
     if (child != 0) {
       children_.push_back(child);
       return;
     }
     if (::setuid(user) != 0) ::_exit(1);
-    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (::connect(socket.get(), generic(), sizeof address_) != 0) ::_exit(2);
+    std::vector<FileDescriptor> sockets;
+    for (int count = 0; count < times; ++count) {
+      sockets.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      if (::connect(sockets.back().get(), generic(), sizeof address_) != 0) ::_exit(2);
+    }
     for (;;) ::pause();
   }
   std::size_t taken(uid_t user, Rights rights) {
@@ -200,6 +203,26 @@ TEST_F(AcceptorTest, WhoHasNoRightsWaitsForAPlaceOnlyAMoment) {
   ASSERT_TRUE(eventually([this] { return refused(kSlow) == 1; }));
   EXPECT_GE(Acceptor::Clock::now() - started, milliseconds(400));
   acceptor.stop();
+}
+
+TEST_F(AcceptorTest, WhoHasNoRightsAndInsistsIsNotAnsweredForEver) {
+  if (::geteuid() != 0) GTEST_SKIP() << "becoming another user needs root";
+  full_ = true;
+  judge_.letGo();
+  Acceptor acceptor(
+      listener_.get(), [this](uid_t user) { return judge_(user); }, door());
+  acceptor.start();
+  const auto started = Acceptor::Clock::now();
+  connectAs(kSlow);
+  ASSERT_TRUE(eventually([this] { return refused(kSlow) == 1; }));
+  connectAs(kSlow, 900);
+  // Behind all of them.
+  ASSERT_TRUE(eventually([this] { return refused(kSlow) >= 50; }));
+  connectAs(0);
+  ASSERT_TRUE(eventually([this] { return taken(0, Rights::everything) == 1; }));
+  acceptor.stop();
+  const auto time = std::chrono::ceil<seconds>(Acceptor::Clock::now() - started).count();
+  EXPECT_LE(refused(kSlow), 100U * (static_cast<std::size_t>(time) + 1));
 }
 
 TEST(HeadDeadlines, EndWhatIsOverdueAndNothingElse) {

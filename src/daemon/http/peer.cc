@@ -12,12 +12,8 @@
 
 namespace paddock {
 
-namespace {
-
-constexpr std::size_t kLongestNumber = 64;
-
-// Nobody where the kernel keeps none (CONFIG_AUDIT), and of a process that nobody's login began.
 std::optional<uid_t> loginUserOf(pid_t process) {
+  constexpr std::size_t kLongestNumber = 64;
   constexpr std::uint32_t kNobody = std::numeric_limits<std::uint32_t>::max();
   try {
     const auto text =
@@ -30,16 +26,20 @@ std::optional<uid_t> loginUserOf(pid_t process) {
   }
 }
 
-}  // namespace
-
-std::optional<Peer> peerOf(int socket) {
+std::optional<Peer> credentialsOf(int socket) {
   ucred credentials{};
   socklen_t size = sizeof credentials;
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0 ||
       size != sizeof credentials) {
     return std::nullopt;
   }
-  return Peer{credentials.uid, credentials.gid, credentials.pid, loginUserOf(credentials.pid)};
+  return Peer{credentials.uid, credentials.gid, credentials.pid};
+}
+
+std::optional<Peer> peerOf(int socket) {
+  auto peer = credentialsOf(socket);
+  if (peer) peer->loginUser = loginUserOf(peer->process);
+  return peer;
 }
 
 }  // namespace paddock

@@ -17,5 +17,9 @@ struct Peer {
 
 // As they were when the peer connected; nothing when the socket does not say.
 std::optional<Peer> peerOf(int socket);
+// The same without who logged in, which takes longer to find out than all the rest.
+std::optional<Peer> credentialsOf(int socket);
+// Nobody where the kernel keeps none (CONFIG_AUDIT), and of a process that nobody's login began.
+std::optional<uid_t> loginUserOf(pid_t process);
 
 }  // namespace paddock
