@@ -6,9 +6,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <list>
-
 #include <chrono>
+#include <list>
 
 #include "integration/other_user.h"
 #include "integration/running_daemon.h"
