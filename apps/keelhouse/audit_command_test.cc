@@ -30,7 +30,8 @@ TEST_F(AuditCommand, PrintsALineForEachRequest) {
 }
 
 TEST_F(AuditCommand, SaysHowManyWereRefusedAndWhatWasInterrupted) {
-  daemon_.answer(R"({"lines":[{"refused":true,"count":490},{"interrupted":true,"path":"/srv/a"}]})");
+  daemon_.answer(
+      R"({"lines":[{"refused":true,"count":490},{"interrupted":true,"path":"/srv/a"}]})");
   EXPECT_EQ(run({"audit"}), 0) << error_;
   EXPECT_THAT(out_, HasSubstr("  refused 490 times  -\n"));
   EXPECT_THAT(out_, HasSubstr("  interrupted        /srv/a\n"));

@@ -1,9 +1,9 @@
 // The configuration that is in force, and what its file says that is not.
 //
 // Some keys can change while the daemon runs: who may call, the limits, and what plug-ins read anew
-// each time ([access], [audit], [limits], [vsp], [nfs]). What the other keys say decides how services are
-// made at start, and takes a restart. A file in which something is wrong changes nothing. Any
-// thread may ask; one at a time reads again.
+// each time ([access], [audit], [limits], [vsp], [nfs]). What the other keys say decides how
+// services are made at start, and takes a restart. A file in which something is wrong changes
+// nothing. Any thread may ask; one at a time reads again.
 #pragma once
 
 #include <chrono>

@@ -19,8 +19,8 @@ namespace paddock {
 // the volume cannot be read: ELOOP, EISDIR and EINVAL for what is no regular file, EPERM for a file
 // that belongs to neither root nor this process. -1 without an array when the header is cut short
 // or does not fit, and then, or when the volume cannot be read, the file stays open: by one
-// descriptor, however often that happens with the same file. Whatever is not 0 has one line at error
-// level, with the file and the reason.
+// descriptor, however often that happens with the same file. Whatever is not 0 has one line at
+// error level, with the file and the reason.
 //
 // Takes memory for the answer alone. Holes in the file are not read.
 Status read_quota_entries(const std::string& volumePath, QuotaType type,

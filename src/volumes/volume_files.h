@@ -20,8 +20,8 @@ int openRegularFile(const std::string& path, FileDescriptor& file, uid_t& owner)
 // the name, ENOENT when its folder is missing, EACCES, EROFS, ENOSPC.
 int createFile(const std::string& path, mode_t mode, FileDescriptor& file);
 
-// Leaves the file open for as long as the process lives, by one descriptor for each file: one that is
-// open for it already stands for it again. Files that no name leads to any more are closed.
+// Leaves the file open for as long as the process lives, by one descriptor for each file: one that
+// is open for it already stands for it again. Files that no name leads to any more are closed.
 void keepOpen(FileDescriptor file);
 
 // Whether anything has the name, a dangling link included.
