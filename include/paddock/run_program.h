@@ -27,10 +27,10 @@ void setProgramTimeLimit(std::chrono::seconds limit);
 
 // Starts the executable at the absolute path `path`, taken below the host's root, with
 // `arguments` (argv[0], which is the path, not among them), standard input empty, both output
-// streams captured, no other descriptor open, in a process group of its own, and waits for it to
-// end. When the time limit passes, the program and what else is in its process group is killed.
-// What it wrote to standard error and an exit status other than 0 go to the log, since callers drop
-// them. Never throws for a program's sake.
+// streams captured, no other descriptor open, in "/", in a process group of its own, and waits for
+// it to end. When the time limit passes, the program and what else is in its process group is
+// killed. What it wrote to standard error and an exit status other than 0 go to the log, since
+// callers drop them. Never throws for a program's sake.
 ProgramResult runProgram(const std::string& path, const std::vector<std::string>& arguments);
 
 // The same with a time limit of its own and nothing in the log: for a program that is asked
@@ -41,9 +41,9 @@ ProgramResult askProgram(const std::string& path, const std::vector<std::string>
 // Starts the executable at the absolute path `path`, taken below the host's root, and does not wait
 // for it. `argumentVector` is the whole of argv, argv[0] included. Standard input is empty,
 // standard output goes nowhere and standard error where the daemon's goes; no other descriptor is
-// open; the program has a session of its own and goes on when the daemon ends. The daemon reaps it;
-// an exit status other than 0 goes to the log. 0, or the errno of starting it, which is logged,
-// too. Never throws for a program's sake.
+// open; the program runs in "/", has a session of its own and goes on when the daemon ends. The
+// daemon reaps it; an exit status other than 0 goes to the log. 0, or the errno of starting it,
+// which is logged, too. Never throws for a program's sake.
 int startProgram(const std::string& path, const std::vector<std::string>& argumentVector);
 
 // How a program started that let go of this process. At most one of the errors is not 0, and then

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <thread>
@@ -18,6 +19,7 @@
 #include "base/file_descriptor.h"
 #include "hostlib/program.h"
 #include "paddock/sys_logger.h"
+#include "support/temporary_folder.h"
 
 namespace paddock {
 namespace {
@@ -55,6 +57,14 @@ TEST_F(RunProgram, GivesBothStreamsAndTheExitStatus) {
   EXPECT_EQ(result.exitStatus, 3);
   EXPECT_EQ(result.output, "out\n");
   EXPECT_EQ(result.errorOutput, "err\n");
+}
+
+TEST_F(RunProgram, RunsInTheRootFolder) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  const TestFolder started;
+  std::filesystem::current_path(started.path());
+  EXPECT_EQ(shell("pwd").output, "/\n");
+  std::filesystem::current_path(before);
 }
 
 TEST_F(RunProgram, LogsStandardErrorByLineAndTheExitStatus) {

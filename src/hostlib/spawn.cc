@@ -14,6 +14,7 @@ namespace paddock {
 namespace {
 
 constexpr const char* kRequestVariable = "PADDOCK_REQUEST_ID=";
+constexpr const char* kNoLdapFilesVariable = "LDAPNOINIT=";
 constexpr const char* kNowhere = "/dev/null";
 
 // posix_spawn's two argument objects.
@@ -59,7 +60,7 @@ class SpawnSettings {
       return ::posix_spawn_file_actions_adddup2(&actions_, from, stream);
     };
     for (const int failed :
-         {open(STDIN_FILENO, O_RDONLY),
+         {::posix_spawn_file_actions_addchdir_np(&actions_, "/"), open(STDIN_FILENO, O_RDONLY),
           request.output >= 0 ? redirect(request.output, STDOUT_FILENO)
                               : open(STDOUT_FILENO, O_WRONLY),
           request.errorOutput >= 0 ? redirect(request.errorOutput, STDERR_FILENO) : 0,
@@ -73,11 +74,14 @@ class SpawnSettings {
   posix_spawnattr_t attributes_{};
 };
 
+// Without what was set for this process alone.
 std::vector<std::string> programEnvironment() {
   std::vector<std::string> result;
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     std::string variable(*entry);
-    if (variable.rfind(kRequestVariable, 0) != 0) result.push_back(std::move(variable));
+    const bool isOwn =
+        variable.starts_with(kRequestVariable) || variable.starts_with(kNoLdapFilesVariable);
+    if (!isOwn) result.push_back(std::move(variable));
   }
   if (!currentRequestId().empty()) result.push_back(kRequestVariable + currentRequestId());
   return result;

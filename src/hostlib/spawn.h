@@ -19,9 +19,9 @@ struct SpawnRequest {
   bool ownSession = false;
 };
 
-// Starts it with standard input empty, every other descriptor closed, default signal handlers, no
-// signal blocked, and the id of the request that it runs for in its environment. 0 and its
-// process, or the errno that kept it from starting.
+// Starts it in "/", with standard input empty, every other descriptor closed, default signal
+// handlers, no signal blocked, and the id of the request that it runs for in its environment. 0 and
+// its process, or the errno that kept it from starting.
 int spawnProgram(const SpawnRequest& request, pid_t& process);
 
 }  // namespace paddock

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -85,6 +87,16 @@ TEST_F(StartProgram, TheArgumentVectorIsTakenAsItIs) {
   EXPECT_EQ(startProgram(kShell, {"-u", "-c", script}), 0);
   ASSERT_TRUE(eventually([this] { return ::access(file().c_str(), F_OK) == 0; }));
   EXPECT_EQ(readWholeFile(file()), "-u\n-c\n" + script + "\n");
+}
+
+TEST_F(StartProgram, RunsInTheRootFolderWithoutWhatTheDaemonHasForItself) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  const TestFolder started;
+  std::filesystem::current_path(started.path());
+  ASSERT_EQ(::setenv("LDAPNOINIT", "1", 1), 0);
+  EXPECT_EQ(answerOf("pwd; echo \"<$LDAPNOINIT>\""), "/\n<>\n");
+  ::unsetenv("LDAPNOINIT");
+  std::filesystem::current_path(before);
 }
 
 TEST_F(StartProgram, IsReapedWhenItHasEnded) {

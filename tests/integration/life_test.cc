@@ -145,6 +145,22 @@ TEST_F(Life, SighupTakesOverWhatCanChange) {
   EXPECT_EQ(*health.dictionary("configuration")->array("awaitingRestart"), Array{"acl.projection"});
 }
 
+TEST_F(Life, ItRunsInTheRootFolderAndReadsAConfigurationOfAnotherAgain) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(tree_.root());
+  tree_.write("/other.toml", "[limits]\nbody_bytes = 100\n");
+  RunningDaemon daemon(tree_, {"--config", "other.toml"});
+  std::filesystem::current_path(before);
+  ASSERT_TRUE(daemon.running()) << daemon.log();
+  const std::string process = "/proc/" + std::to_string(daemon.process());
+  EXPECT_EQ(std::filesystem::read_symlink(process + "/cwd"), "/");
+  const std::string body = R"({"text":")" + std::string(200, 'x') + R"("})";
+  EXPECT_EQ(daemon.post("/v1/test_good/echo", body).status, 413);
+  tree_.write("/other.toml", "[limits]\nbody_bytes = 1000\n");
+  daemon.signal(SIGHUP);
+  EXPECT_TRUE(eventually([&] { return daemon.post("/v1/test_good/echo", body).status == 200; }));
+}
+
 TEST_F(Life, SighupChangesLimitsOfConnections) {
   tree_.configure("[limits]\nconnections = 1\n");
   RunningDaemon daemon(tree_);

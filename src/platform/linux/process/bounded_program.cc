@@ -35,6 +35,7 @@ class SpawnSettings {
  public:
   SpawnSettings(int output, int errorOutput) {
     ::posix_spawn_file_actions_init(&actions_);
+    ::posix_spawn_file_actions_addchdir_np(&actions_, "/");
     ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     ::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions_, errorOutput, STDERR_FILENO);

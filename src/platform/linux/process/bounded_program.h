@@ -1,7 +1,8 @@
 // A program that is run and waited for, and ended when it takes too long.
 //
-// It stays in the process group of this process, so that who ends that ends both. Its standard
-// input is empty, it has the default signals, and nothing of this process's but its environment.
+// It runs in "/" and stays in the process group of this process, so that who ends that ends both.
+// Its standard input is empty, it has the default signals, and nothing of this process's but its
+// environment.
 #pragma once
 
 #include <chrono>
