@@ -112,14 +112,16 @@ AuditSubject subjectOfAttempt(const Dictionary& request) {
 
 std::vector<std::string> namesTried(const Dictionary& request) {
   std::vector<std::string> names;
-  const auto add = [&names](const Dictionary& from, const char* key) {
-    if (const std::string* name = from.string(key)) names.push_back(*name);
+  const auto add = [&names](const Dictionary& from, const char* key, const char* passwordKey) {
+    const std::string* name = from.string(key);
+    const std::string* password = from.string(passwordKey);
+    if (name != nullptr && password != nullptr && !password->empty()) names.push_back(*name);
   };
-  add(request, "adminUserName");
-  add(request, "dsAdminName");
+  add(request, "adminUserName", "adminPassword");
+  add(request, "dsAdminName", "dsAdminPW");
   if (const Array* credentials = request.array("dsCredentials")) {
     for (const Value& one : *credentials)
-      if (one.dictionary() != nullptr) add(*one.dictionary(), "adminUserName");
+      if (one.dictionary() != nullptr) add(*one.dictionary(), "adminUserName", "adminPassword");
   }
   return names;
 }

@@ -33,7 +33,8 @@ AuditSubject subjectOf(std::string_view plugin, const Dictionary& request);
 bool carriesCredentials(const Dictionary& request);
 // Of such a request: the user whose password is tried, and the node.
 AuditSubject subjectOfAttempt(const Dictionary& request);
-// The names of the users whose passwords a request may try, as they stand in it.
+// The names of the users whose passwords a request may try, as they stand in it. An empty password
+// is nobody's, and none is tried.
 std::vector<std::string> namesTried(const Dictionary& request);
 // Whether the name is among those that may be told: "dsCredentials" are secret as a whole.
 bool mayBeTold(const Dictionary& request, const std::string& name);

@@ -52,10 +52,16 @@ TEST(AuditSubjects, ALongNameMakesNoLongLine) {
 }
 
 TEST(AuditSubjects, TheNamesThatARequestMayTryAreThoseOfAllItsCredentials) {
-  const Array credentials{Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "secret"}}, 7};
-  const Dictionary request{
-      {"adminUserName", "anna"}, {"dsAdminName", "bert"}, {"dsCredentials", credentials}};
+  const Array credentials{
+      Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "secret"}, {"adminPassword", "x"}},
+      Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "without"}}, 7};
+  const Dictionary request{{"adminUserName", "anna"},
+                           {"adminPassword", "x"},
+                           {"dsAdminName", "bert"},
+                           {"dsAdminPW", "x"},
+                           {"dsCredentials", credentials}};
   EXPECT_THAT(namesTried(request), ElementsAre("anna", "bert", "secret"));
+  EXPECT_THAT(namesTried({{"adminUserName", "anna"}, {"adminPassword", ""}}), SizeIs(0));
   EXPECT_TRUE(mayBeTold(request, "anna"));
   EXPECT_TRUE(mayBeTold(request, "bert"));
   EXPECT_FALSE(mayBeTold(request, "secret"));

@@ -110,6 +110,8 @@ class LocalNode final : public LocalDirectoryNode {
 
   Status authenticateName(const std::string& name, const std::string& password,
                           bool authOnly) override {
+    // Nobody has an empty one, so that it is no attempt.
+    if (password.empty()) return EACCES;
     return checkPassword(observer_, path_, name,
                          [&] { return authenticate(name, password, authOnly); });
   }
@@ -138,7 +140,7 @@ class LocalNode final : public LocalDirectoryNode {
   }
 
   Status authenticate(const std::string& name, const std::string& password, bool authOnly) {
-    if (password.empty() || !isDirectoryText(name)) return EACCES;
+    if (!isDirectoryText(name)) return EACCES;
     const auto credentials =
         database().use([&](LocalStore& store) { return credentialsOf(store, name); });
     if (!credentials) {

@@ -201,6 +201,8 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
 
   Status authenticateName(const std::string& name, const std::string& password,
                           bool authOnly) override {
+    // A bind with an empty name or password succeeds, as nobody.
+    if (password.empty() || name.empty()) return EACCES;
     return checkPassword(observer_, path_, name,
                          [&] { return authenticate(name, password, authOnly); });
   }
@@ -224,8 +226,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
 
  private:
   Status authenticate(const std::string& name, const std::string& password, bool authOnly) {
-    // A bind with an empty name or password succeeds, as nobody.
-    if (password.empty() || name.empty() || !isDirectoryText(name)) return EACCES;
+    if (!isDirectoryText(name)) return EACCES;
     const LdapAccess::Operation operation(*access_);
     const auto users = LdapAccounts(*access_).withValue(schema::kUsers, schema::kRecordName, name);
     if (users.empty() && !isDistinguishedName(name)) return EACCES;
