@@ -123,6 +123,15 @@ TEST_F(KeelhouseNodes, AViewerListsTheNodesAndTriesNoPasswords) {
   EXPECT_EQ(ask("/v1/paddock_sharing/getDSNodes", "{}"), 200);
   EXPECT_EQ(ask("/v1/paddock_sharing/canAuthDSNode", R"({"dsNodeName":"/Local"})"), 403);
   EXPECT_EQ(auditLine().boolean("refused"), true);
+  // A reading would tell as well whether a password is root's.
+  const std::string record = R"("node":"/System","type":"dsRecTypeStandard:Users","name":"root")";
+  EXPECT_EQ(ask("/v1/paddock_directory/getRecord", "{" + record + "}"), 200);
+  EXPECT_EQ(ask("/v1/paddock_directory/getRecord",
+                "{" + record + R"(,"adminUserName":"root","adminPassword":"x"})"),
+            403);
+  EXPECT_EQ(*auditLine().string("operation"), "getRecord");
+  EXPECT_EQ(*auditLine().string("name"), "root");
+  EXPECT_EQ(auditLine().boolean("refused"), true);
 }
 
 TEST_F(KeelhouseNodes, EveryKeyMayBeMissingEmptyOrOfAnotherType) {
