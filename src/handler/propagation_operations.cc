@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "handler/request_keys.h"
+#include "handler/shared_folder_check.h"
 #include "handler/sharing_request_handler.h"
 #include "platform/logger.h"
 #include "platform/services.h"
@@ -90,7 +91,7 @@ Dictionary SharingRequestHandler::startPropagateWithRequest(const Dictionary& re
                            "paddock_sharing: Privileges cannot be pushed down: the request names "
                            "no folder (\"paths\" is no array, or its first element no text)");
   }
-  const Status status = path != nullptr
+  const Status status = path != nullptr && is_folder_as_shared(sharedFolders_, *path)
                             ? start_propagate_privs(context(), *path, selectionMask(request))
                             : Status{CANNOT_PROPAGATE_PRIVS_ERR};
   if (status != kSuccess) {

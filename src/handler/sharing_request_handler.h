@@ -19,6 +19,8 @@
 
 namespace paddock {
 
+class SharedFolders;
+
 // Serialises all work of the module. Made by `SharingRequestHandler::initialize`, never destroyed.
 extern std::mutex* gSettingsDictLock;
 
@@ -30,6 +32,11 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
   SharingRequestHandler();
   // Lets go of the publication object, without stopping it explicitly.
   ~SharingRequestHandler() override;
+
+  // Remembers the folders of share points from now on, and leaves privileges alone where another
+  // one has come into the place of one. Null, as at first: nothing is remembered. To be called
+  // before the first request; the service outlives this object.
+  void setSharedFolders(SharedFolders* folders) { sharedFolders_ = folders; }
 
   PluginRequestHandler* init() override;
   std::vector<Operation> operations() const override;
@@ -84,6 +91,7 @@ class SharingRequestHandler : public PluginRequestHandler, public NetServiceOwne
   void netServiceDidStop(NetService& sender) override;
 
  private:
+  SharedFolders* sharedFolders_ = nullptr;
   mutable std::mutex netServiceMutex_;
   std::mutex renewalMutex_;
   std::shared_ptr<NetService> netService_;

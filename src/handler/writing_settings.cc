@@ -8,6 +8,7 @@
 #include "exports/shared_exports_parser.h"
 #include "handler/folder_state.h"
 #include "handler/request_keys.h"
+#include "handler/shared_folder_check.h"
 #include "handler/sharing_request_handler.h"
 #include "paddock/request_conditions.h"
 #include "privileges/file_privs.h"
@@ -75,9 +76,12 @@ std::vector<SharePointRecord> listedSharePoints(const Dictionary& configuration)
   return sharePoints;
 }
 
-Status writePrivileges(const std::string& path, const Dictionary& configuration) {
+Status writePrivileges(SharedFolders* folders, const std::string& path,
+                       const Dictionary& configuration) {
   const Dictionary* privileges = configuration.dictionary(kFileAccessPrivsKey);
-  return privileges != nullptr ? write_file_privs(path, *privileges) : kSuccess;
+  if (privileges == nullptr) return kSuccess;
+  if (!is_folder_as_shared(folders, path)) return CANNOT_CHANGE_PRIVS_ERR;
+  return write_file_privs(path, *privileges);
 }
 
 Status writeVolumeQuotas(const std::string& path, const Dictionary& configuration) {
@@ -147,11 +151,14 @@ Dictionary SharingRequestHandler::writeSettingsWithRequest(const Dictionary& req
     requireStateOfClient(path);
     write = ++gWrites;
     // Each step runs whatever became of the one before.
-    const Status privStatus = path != nullptr ? writePrivileges(*path, configuration) : kSuccess;
+    const Status privStatus =
+        path != nullptr ? writePrivileges(sharedFolders_, *path, configuration) : kSuccess;
     sharePoints =
         path != nullptr ? folderSharePoint(*path, configuration) : listedSharePoints(configuration);
     const Status quotaStatus = path != nullptr ? writeVolumeQuotas(*path, configuration) : kSuccess;
+    const SharedFolderNotes notes(sharedFolders_, sharePoints);
     const Status spStatus = write_sharepoints(sharePoints, context(), credentials, *this);
+    notes.take(sharePoints);
     writeStatus = firstFailure({privStatus, quotaStatus, spStatus});
   }
   // The lock is free here, since reading takes it again, and since servers are slow to ask.
