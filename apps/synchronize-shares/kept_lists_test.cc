@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -89,6 +90,17 @@ TEST_F(KeptLists, LinksAreNotFollowed) {
   std::filesystem::create_directory_symlink(folder_.path("elsewhere"), root() + "/link");
   EXPECT_EQ(keep(), "");
   EXPECT_EQ(stored(folder_.path("elsewhere")), withoutHash());
+}
+
+TEST_F(KeptLists, AShareBehindALinkOfSomebodyElseIsLeftAloneAndSaid) {
+  if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
+  store(root(), withoutHash());
+  const std::string link = folder_.path("link");
+  std::filesystem::create_directory_symlink(root(), link);
+  ASSERT_EQ(::lchown(link.c_str(), 1, 1), 0);
+  EXPECT_THAT(ListKeeper(kAttribute, {}).keepBelow(link, Served::byModes),
+              ::testing::HasSubstr(link + " is a symbolic link of daemon"));
+  EXPECT_EQ(stored(root()), withoutHash());
 }
 
 TEST_F(KeptLists, OneThatDoesNotDecodeIsNamed) {

@@ -50,6 +50,18 @@ class RefusedSwitch : public ::testing::Test {
   RecordingPluginCommands siblings_;
 };
 
+TEST_F(RefusedSwitch, NothingIsSwitchedThroughALinkOfSomebodyElse) {
+  if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
+  const TestFolder other;
+  const std::string link = other.path("link");
+  fs::create_directory_symlink(folder_.path(), link);
+  ASSERT_EQ(::lchown(link.c_str(), 1, 1), 0);
+  const Dictionary reply = switchQuotas(siblings_, {{"path", link}, {"isEnabled", true}});
+  EXPECT_EQ(reply.integer("status"), EACCES);
+  EXPECT_TRUE(reply.string("message")->find("is a symbolic link of daemon") != std::string::npos);
+  EXPECT_TRUE(siblings_.sent().empty());
+}
+
 TEST_F(RefusedSwitch, LeavesNothingOfWhatItMade) {
   const Dictionary reply = switchTo(true);
   EXPECT_EQ(reply, (Dictionary{{"status", kRefused},

@@ -281,6 +281,21 @@ TEST_F(SwitchingVolumeQuotas, ARefusalKeepsTheFilesAndStartsTheCheckerAnyway) {
   EXPECT_THAT(programs.started(), ElementsAre(checker()));
 }
 
+TEST_F(SwitchingVolumeQuotas, ALinkOfSomebodyElseInThePathIsRefusedAndNothingIsMadeOrRemoved) {
+  fileAttributes.refused = RefusedLink{"/srv/link", "/etc", 1001, "alice", false};
+  EXPECT_EQ(write(true), CANNOT_SET_QUOTA_STATE_ERR);
+  EXPECT_FALSE(exists(userMarker()));
+  EXPECT_FALSE(exists(userFile()));
+  EXPECT_THAT(quotas.calls(), IsEmpty());
+  EXPECT_THAT(programs.started(), ElementsAre(checker()));
+  ASSERT_EQ(logger.lines().size(), 1U);
+  EXPECT_THAT(logger.lines().front().text,
+              testing::HasSubstr("not switched on: /srv/link is a symbolic link of alice"));
+  writeWholeFile(userMarker(), "");
+  EXPECT_EQ(write(false), CANNOT_SET_QUOTA_STATE_ERR);
+  EXPECT_TRUE(exists(userMarker()));
+}
+
 TEST_F(SwitchingVolumeQuotas, ACheckerThatDoesNotStartChangesNothing) {
   programs.setStartError(ENOENT);
   EXPECT_EQ(write(true), kSuccess);
