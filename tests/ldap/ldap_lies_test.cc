@@ -8,6 +8,7 @@
 
 #include "ldap/ldap_fixture.h"
 #include "ldap/ldap_tls_fixture.h"
+#include "platform/linux/accounts/account_searches.h"
 #include "support/lying_ldap_server.h"
 
 namespace paddock {
@@ -120,6 +121,25 @@ TEST(LdapLies, AServerThatUsedUpADeadlineIsNotWaitedForAgainForAWhile) {
   const int searches = server.searches();
   for (int i = 0; i < 100; ++i) look();
   EXPECT_EQ(server.searches(), searches);
+}
+
+using LdapDeafness = LdapTest;
+
+TEST_F(LdapDeafness, AServerThatTakesNoMoreRequestsCostsOneStep) {
+  LdapOptions impatient = options();
+  impatient.timeout = 1s;
+  impatient.deadline = 60s;
+  const auto asked = nodeWith(impatient);
+  EXPECT_EQ(raised([&] { asked->findRecord("anna", schema::kUsers); }), 0);
+  slapd().freeze();
+  // More than a socket holds.
+  std::vector<AccountQuestion> questions;
+  for (int i = 0; i < 60; ++i)
+    questions.push_back(
+        {schema::kUsers, schema::kRecordName, std::string(20'000, 'x') + std::to_string(i)});
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(raised([&] { dynamic_cast<AccountSearches&>(*asked).findEach(questions); }), ETIMEDOUT);
+  EXPECT_LT(Seconds(std::chrono::steady_clock::now() - start), kInTime);
 }
 
 using LdapTlsLies = LdapTlsTest;

@@ -113,7 +113,7 @@ class LdapConnection::Callback {
     int descriptor = -1;
     ber_len_t largest = kLargestMessage;
     if (ber_sockbuf_ctrl(socket, LBER_SB_OPT_GET_FD, &descriptor) != 1 ||
-        !deadline_.addTo(socket, descriptor) ||
+        !deadline_.addTo(socket, descriptor, timeout_) ||
         ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &largest) != 1)
       return ENOMEM;
     // The library waits for a whole TLS record, and for room to write, without looking at its time.

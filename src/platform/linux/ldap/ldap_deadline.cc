@@ -16,11 +16,12 @@ constexpr int kLevel = (LBER_SBIOD_LEVEL_PROVIDER + LBER_SBIOD_LEVEL_TRANSPORT) 
 
 }  // namespace
 
-bool LdapDeadline::addTo(Sockbuf* connection, int descriptor) {
+bool LdapDeadline::addTo(Sockbuf* connection, int descriptor, std::chrono::milliseconds patience) {
   static Sockbuf_IO layer{&LdapDeadline::setUp,   [](Sockbuf_IO_Desc*) { return 0; },
                           &LdapDeadline::control, &LdapDeadline::read,
                           &LdapDeadline::write,   [](Sockbuf_IO_Desc*) { return 0; }};
   descriptor_ = descriptor;
+  patience_ = patience;
   return ber_sockbuf_add_io(connection, &layer, kLevel, this) == 0;
 }
 
@@ -84,7 +85,8 @@ ber_slen_t LdapDeadline::perform(short event, Step step) {
 }
 
 int LdapDeadline::await(short event, Clock::time_point end) const {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+  const auto left =
+      std::min(patience_, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
   pollfd awaited{descriptor_, event, 0};
   const int time = static_cast<int>(std::max<std::int64_t>(0, left.count()));
   return retryOnInterrupt([&] { return ::poll(&awaited, 1, time); });

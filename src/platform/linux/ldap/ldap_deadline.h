@@ -16,8 +16,8 @@ namespace paddock {
 class LdapDeadline {
  public:
   // Puts the layer on the connection, whose descriptor this is and which must not outlive this
-  // object; whether that was done.
-  bool addTo(Sockbuf* connection, int descriptor);
+  // object; whether that was done. Nothing waits longer than `patience` for one step.
+  bool addTo(Sockbuf* connection, int descriptor, std::chrono::milliseconds patience);
 
   // From now on, reading and writing fail with ETIMEDOUT beyond this time; until `release`.
   void set(std::chrono::milliseconds time);
@@ -47,6 +47,7 @@ class LdapDeadline {
   int await(short event, Clock::time_point end) const;
 
   int descriptor_ = -1;
+  std::chrono::milliseconds patience_{0};
   std::optional<Clock::time_point> step_;
   std::shared_ptr<LdapAllowance> allowance_;
   bool hasExpired_ = false;
