@@ -41,6 +41,8 @@ extrausers = false
 enabled = false
 [volumes]
 quota_checker = "/usr/sbin/quotascan"
+[limits]
+reading_body_bytes = 1048576  # a long text is longer than what readings may be by default
 """
 
 
