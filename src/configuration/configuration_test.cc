@@ -109,7 +109,7 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   EXPECT_EQ(configuration.idleSeconds, 7U);
   EXPECT_EQ(configuration.programSeconds, 9U);
   const Dictionary& tree = configuration.tree;
-  EXPECT_EQ(tree.size(), 10U);
+  EXPECT_EQ(tree.size(), 11U);
   EXPECT_EQ(*tree.dictionary("acl"),
             (Dictionary{{"attribute", "user.acl"}, {"projection", false}, {"winbind", false}}));
   EXPECT_EQ(*tree.dictionary("volumes")->array("ufs_family"), (Array{"ext4", "btrfs"}));

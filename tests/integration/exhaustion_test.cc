@@ -32,6 +32,13 @@ constexpr const char* kChange = "/v1/test_good/change";  // changes
 // A user without an account, and so without rights.
 Account stranger(unsigned number) { return {65000 + number, 65000}; }
 
+// In what memory() counts. The sanitizers keep books on each byte, and bytes that are free again.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::int64_t kMiB = 12 << 10;
+#else
+constexpr std::int64_t kMiB = 1 << 10;
+#endif
+
 class Exhaustion : public ::testing::Test {
  protected:
   void start(const std::string& configuration = {}) {
@@ -133,7 +140,9 @@ TEST_F(Crowds, ViewersLeavePlacesForAdministrators) {
   EXPECT_EQ(healthFor(kNobody), 200);
   gather(kNobody, 80, Crowd::Manner::dripping);
   EXPECT_EQ(healthFor(kNobody), 503);
-  for (int count = 0; count < 20; ++count) EXPECT_EQ(daemon_->get(kHealth).status, 200) << count;
+  // The end of a connection of his own may be noticed only after the next one has come.
+  const auto isAnswered = [this] { return daemon_->get(kHealth).status == 200; };
+  for (int count = 0; count < 20; ++count) EXPECT_TRUE(eventually(isAnswered)) << count;
 }
 
 TEST_F(Crowds, AProgramOfARequestIsLetInThroughACrowd) {
@@ -245,7 +254,7 @@ TEST_F(Exhaustion, ABodyOfManyValuesIsRefusedBeforeItHasTakenMuchMemory) {
   const auto refusedList = daemon_->post(kChange, list, "Content-Type: application/x-plist\r\n");
   EXPECT_EQ(refusedList.status, 400);
   EXPECT_THAT(refusedList.error(), HasSubstr("more than 500000 values"));
-  EXPECT_LT(memory("VmHWM") - before, 120 << 10);
+  EXPECT_LT(memory("VmHWM") - before, 120 * kMiB);
 }
 
 TEST_F(Exhaustion, SeveralBodiesOfManyValuesShareTheMemoryThatThereIs) {
@@ -264,7 +273,7 @@ TEST_F(Exhaustion, SeveralBodiesOfManyValuesShareTheMemoryThatThereIs) {
     EXPECT_EQ(response.status, 503);
     EXPECT_THAT(response.error(), HasSubstr("no memory left for bodies"));
   }
-  EXPECT_LT(memory("VmHWM") - before, 110 << 10);
+  EXPECT_LT(memory("VmHWM") - before, 110 * kMiB);
   EXPECT_TRUE(eventually([this] { return daemon_->post(kChange, "{}").status == 200; }))
       << "what they had is there again";
 }
@@ -291,7 +300,7 @@ TEST_F(Exhaustion, BodiesThatAreHeldBackTakeNoMoreThanTheirShare) {
   // 24 times 15 MiB are more than 256 MiB.
   EXPECT_GE(refused, 7);
   EXPECT_LE(refused, 12);
-  EXPECT_LT(memory("VmRSS") - before, 290 << 10);
+  EXPECT_LT(memory("VmRSS") - before, 290 * kMiB);
   clients.clear();
   EXPECT_TRUE(eventually([this, &part] {
     return daemon_->post(kChange, "{}" + part).status == 200;

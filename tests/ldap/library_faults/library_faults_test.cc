@@ -125,7 +125,10 @@ class LdapLibraryFaults : public LdapTest,
     EXPECT_TRUE(status == 0 ? operation().isDone(*node()) : operation().isWhollyDoneOrNot(*node()))
         << what << ", status " << status;
     if (!operation().isDone(*node())) {
-      EXPECT_EQ(textRaised([&] { operation().run(*asked); }), "") << what;
+      const std::string text = textRaised([&] { operation().run(*asked); });
+      // What a lost connection carried may be done by the server just before it is asked again.
+      const bool isDoneLate = mode().kind == Kind::serverDown && operation().isDone(*node());
+      EXPECT_TRUE(text.empty() || isDoneLate) << what << ": " << text;
     }
     EXPECT_TRUE(operation().isDone(*node())) << what;
     asked.reset();
