@@ -167,7 +167,7 @@ TEST_F(ConfigurationTest, BoundsOfADirectoryServerHaveBounds) {
 }
 
 TEST_F(ConfigurationTest, LdapsBesideAServerInTheClearIsAContradiction) {
-  const auto with = [this](const std::string& uri, const std::string& tls) {
+  const auto with = [](const std::string& uri, const std::string& tls) {
     return problemsOf("[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"" + uri + "\"\n" + tls);
   };
   constexpr const char* kLdaps = "tls = \"ldaps\"\n";

@@ -126,13 +126,13 @@ class AcceptorTest : public testing::Test {
                 [this](Acceptor::Arrival& arrival, Rights rights) {
                   const std::scoped_lock lock(mutex_);
                   if (rights == Rights::nothing && full_) return false;
-                  taken_.push_back({arrival.peer.uid, rights});
+                  taken_.emplace_back(arrival.peer.uid, rights);
                   return true;
                 },
             .refuse =
                 [this](const Acceptor::Arrival& arrival, Rights rights, const std::string&) {
                   const std::scoped_lock lock(mutex_);
-                  refused_.push_back({arrival.peer.uid, rights});
+                  refused_.emplace_back(arrival.peer.uid, rights);
                 },
             .tick = [](Acceptor::Clock::time_point) {}};
   }
