@@ -313,13 +313,14 @@ Reply Exchange::run(const Dictionary& request) {
   if (rights_ < neededRights()) return forbidden(neededRights(), subjectOf(request));
   if (auto refusal = awaitTurn(request)) return std::move(*refusal);
   if (!isAudited()) return perform(request);
+  std::optional<AuditedChange> change;
   try {
-    const AuditedChange change(service_.audit, entryOf(std::nullopt, subjectOf(request)),
-                               configuration_->auditRequired);
-    return perform(request);
+    change.emplace(service_.audit, entryOf(std::nullopt, subjectOf(request)),
+                   configuration_->auditRequired);
   } catch (const std::system_error& error) {
     return refuseUnaudited(request, error.what());
   }
+  return perform(request);
 }
 
 // Who tries passwords that do not match waits longer and longer.
