@@ -61,13 +61,12 @@ struct Folder {
   friend bool operator==(const Folder&, const Folder&) = default;
 };
 
-std::optional<Folder> folderAt(const std::string& path) {
-  FileDescriptor object;
+// Of what is held.
+std::optional<Folder> folderOf(int object) {
   struct stat status {};
   struct statfs volume {};
-  if (holdObject(path, PathUse::reading, object) != 0 ||
-      errnoOf([&] { return ::fstat(object.get(), &status); }) != 0 || !S_ISDIR(status.st_mode) ||
-      errnoOf([&] { return ::fstatfs(object.get(), &volume); }) != 0) {
+  if (errnoOf([&] { return ::fstat(object, &status); }) != 0 || !S_ISDIR(status.st_mode) ||
+      errnoOf([&] { return ::fstatfs(object, &volume); }) != 0) {
     return std::nullopt;
   }
   const std::int64_t type = volume.f_type;
@@ -82,7 +81,9 @@ LinuxSharedFolders::LinuxSharedFolders(std::string path, Logger* logger)
     : path_(std::move(path)), logger_(logger) {}
 
 int LinuxSharedFolders::remember(const std::string& path, const std::string& name) {
-  const std::optional<Folder> folder = folderAt(path);
+  FileDescriptor object;
+  std::optional<Folder> folder;
+  if (holdObject(path, PathUse::reading, object) == 0) folder = folderOf(object.get());
   if (!folder) return forget(path);
   return use([&](SqliteConnection& database) {
     SqliteTransaction transaction(database, SqliteTransaction::Kind::write);
@@ -119,12 +120,12 @@ SharedFolder LinuxSharedFolders::compare(const std::string& path, const std::str
   if (error != 0 || !known) return SharedFolder::unknown;
   FileDescriptor object;
   struct stat status {};
-  // Also one whose file system is not among those whose numbers last: it is another one then.
   if (holdObject(path, PathUse::reading, object) != 0 ||
       errnoOf([&] { return ::fstat(object.get(), &status); }) != 0) {
     return SharedFolder::unknown;
   }
-  return folderAt(path) == known ? SharedFolder::same : SharedFolder::other;
+  // Also one whose file system is not among those whose numbers last: it is another one then.
+  return folderOf(object.get()) == known ? SharedFolder::same : SharedFolder::other;
 }
 
 bool LinuxSharedFolders::hasFile() const {
