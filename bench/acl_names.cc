@@ -1,27 +1,24 @@
-// Reads an ACL of 128 entries whose principals all have records among many others, again and again.
-// They are other principals each time, so that no answer is one that was kept.
+// Benchmarks reading an ACL of 128 entries whose principals all have records among many others. The
+// principals differ each time, so that no answer comes from a cache.
 //
 //   bench_acl FOLDER RECORDS RUNS
 //
 // Makes a directory of RECORDS users in FOLDER. A line of standard output is the nanoseconds that
 // one `get_acl` took and those of one search for a GUID by itself.
-#include <charconv>
-#include <chrono>
-#include <cstring>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 
 #include "base/guid.h"
+#include "measuring.h"
 #include "platform/acl_list.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "platform/services.h"
 #include "privileges/get_acl.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 namespace schema = paddock::schema;
 
 constexpr int kEntries = 128;
@@ -71,13 +68,6 @@ void addUsers(paddock::DirectoryService& directory, int records) {
   }
 }
 
-template <typename Step>
-long long timeOf(Step step) {
-  const auto began = Clock::now();
-  step();
-  return std::chrono::nanoseconds(Clock::now() - began).count();
-}
-
 void readAcl(int run) {
   paddock::Array entries;
   if (paddock::get_acl(std::to_string(run), entries) != 0 || entries.size() != kEntries ||
@@ -103,19 +93,16 @@ void measure(const std::string& folder, int records, int runs) {
   const paddock::ServicesGuard guard(services);
   for (int run = 0; run < runs; ++run) {
     const int number = acl.principal(2 * run + 1, run % kEntries);
-    std::cout << timeOf([&] { readAcl(run); }) << ' ' << timeOf([&] { search(number); }) << '\n';
+    std::cout << bench::timeOf([&] { readAcl(run); }) << ' '
+              << bench::timeOf([&] { search(number); }) << '\n';
   }
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
-  int records = 0;
-  int runs = 0;
-  if (count == 4) {
-    std::from_chars(arguments[2], arguments[2] + std::strlen(arguments[2]), records);
-    std::from_chars(arguments[3], arguments[3] + std::strlen(arguments[3]), runs);
-  }
+  const int records = count == 4 ? bench::numberOf(arguments[2]) : 0;
+  const int runs = count == 4 ? bench::numberOf(arguments[3]) : 0;
   if (records < kEntries || records > 65'536 || runs <= 0) {
     std::cerr << "usage: bench_acl FOLDER RECORDS RUNS\n";
     return 2;

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "base/text.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/directory/linux_directory.h"
 
 namespace {

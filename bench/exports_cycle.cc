@@ -1,13 +1,11 @@
-// Reads an exports file, changes one export in it and writes it, again and again.
+// Benchmarks reading an exports file, changing one export in it and writing it.
 //
 //   bench_exports FILE PATH RUNS
 //
 // A line of standard output is the nanoseconds that one `readFile` took, those of the change and
 // those of the `writeFile` behind it. Each run gives the export of PATH other options, because a
 // file that would stay as it is is not written.
-#include <charconv>
 #include <chrono>
-#include <cstring>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -15,6 +13,7 @@
 
 #include "exports/nfs_export_parser.h"
 #include "exports/nfs_export_record.h"
+#include "measuring.h"
 #include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
 
@@ -60,8 +59,7 @@ void cycle(const char* file, const char* path, int runs) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  int runs = 0;
-  if (count == 4) std::from_chars(arguments[3], arguments[3] + std::strlen(arguments[3]), runs);
+  const int runs = count == 4 ? bench::numberOf(arguments[3]) : 0;
   if (runs <= 0) {
     std::cerr << "usage: bench_exports FILE PATH RUNS\n";
     return 2;

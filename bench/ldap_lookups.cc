@@ -1,10 +1,7 @@
-// Looks records up on a directory server, through a node and with libldap alone.
+// Benchmarks lookups of records on a directory server, through a node and with libldap alone.
 //
-//   bench_ldap entries RECORDS               the records, in LDIF, below ou=paddock,dc=example
-//   bench_ldap lookups URI RECORDS RUNS      a line of nanoseconds per look-up: ours and theirs
-#include <charconv>
-#include <chrono>
-#include <cstring>
+//   bench_ldap entries RECORDS           the records, in LDIF, below ou=paddock,dc=example
+//   bench_ldap lookups URI RECORDS RUNS  a line of nanoseconds per lookup: by a node, by libldap
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -12,14 +9,13 @@
 #include <vector>
 
 #include "kept_connection.h"
-#include "platform/directory_schema.h"
+#include "measuring.h"
+#include "platform/directory.h"
 #include "platform/linux/ldap/ldap_node.h"
 #include "platform/linux/ldap/ldap_record_format.h"
 #include "platform/linux/ldap/ldap_text.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr const char* kType = "dsRecTypeStandard:SharePoints";
 constexpr const char* kPath = "dsAttrTypeNative:directory_path";
@@ -45,13 +41,6 @@ void printEntry(int number) {
   std::cout << '\n';
 }
 
-template <typename Step>
-long long timeOf(Step step) {
-  const auto began = Clock::now();
-  step();
-  return std::chrono::nanoseconds(Clock::now() - began).count();
-}
-
 std::string filterOf(const std::string& path) {
   return paddock::allOf({paddock::recordFilter(kPath, path), paddock::equals("paddockType", kType),
                          "(objectClass=paddockRecord)"});
@@ -71,22 +60,13 @@ void measure(const std::string& uri, int records, int runs) {
   options.recordsBase = kRecords;
   const auto server = std::make_shared<paddock::LdapServer>(options);
   KeptConnection alone(uri, kRecords, paddock::recordEntryAttributes());
-  constexpr int kStep = 7919;  // a prime, so that every look-up is for another record
+  constexpr int kStep = 7919;  // a prime, so that every lookup is for another record
   for (int run = 0; run < runs; ++run) {
     const std::string path = pathOf(static_cast<int>(1LL * run * kStep % records));
     const auto theirs = [&] { alone.lookUp(filterOf(path)); };
     const auto ours = [&] { lookUp(server, path); };
-    // In turn, since the second one finds the entry in the server's cache.
-    const long long first = run % 2 == 0 ? timeOf(ours) : timeOf(theirs);
-    const long long second = run % 2 == 0 ? timeOf(theirs) : timeOf(ours);
-    std::cout << (run % 2 == 0 ? first : second) << ' ' << (run % 2 == 0 ? second : first) << '\n';
+    bench::printInTurn(run, ours, theirs);
   }
-}
-
-int numberOf(const char* text) {
-  int number = 0;
-  std::from_chars(text, text + std::strlen(text), number);
-  return number;
 }
 
 }  // namespace
@@ -94,14 +74,14 @@ int numberOf(const char* text) {
 int main(int count, char** arguments) {
   const std::string command = count > 1 ? arguments[1] : "";
   const int place = command == "lookups" ? 3 : 2;
-  const int records = count > place ? numberOf(arguments[place]) : 0;
+  const int records = count > place ? bench::numberOf(arguments[place]) : 0;
   try {
     if (command == "entries" && count == 3 && records > 0) {
       for (int number = 0; number < records; ++number) printEntry(number);
       return 0;
     }
     if (command == "lookups" && count == 5 && records > 0) {
-      measure(arguments[2], records, numberOf(arguments[4]));
+      measure(arguments[2], records, bench::numberOf(arguments[4]));
       return 0;
     }
   } catch (const std::exception& error) {

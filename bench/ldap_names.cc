@@ -1,65 +1,31 @@
-// Reads ACLs of 128 entries whose principals are users of a directory server, and looks as many up
-// with libldap alone. They are other users each time, so that no answer is one that was kept.
+// Benchmarks reading ACLs of 128 entries whose principals are users of a directory server, and as
+// many lookups with libldap alone. The users differ each time, so that no answer comes from a
+// cache.
 //
-//   bench_ldap_names entries USERS                   the users, in LDIF, below
-//   ou=paddock,dc=example bench_ldap_names lists URI FOLDER LISTS RUNS     a line of nanoseconds
-//   per list: ours and theirs
+//   bench_ldap_names entries USERS                 the users, in LDIF, below ou=paddock,dc=example
+//   bench_ldap_names lists URI FOLDER LISTS RUNS   a line of nanoseconds per list: by the service,
+//                                                  by libldap
 //
 // The directory "/Local" is in FOLDER, the folders with the ACLs are made below LISTS.
 #include <sys/stat.h>
 
-#include <charconv>
-#include <chrono>
-#include <cstring>
 #include <iostream>
 #include <stdexcept>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "kept_connection.h"
-#include "platform/linux/accounts/linux_membership.h"
-#include "platform/linux/directory/linux_directory.h"
+#include "measuring.h"
 #include "platform/linux/ldap/ldap_text.h"
-#include "platform/linux/privileges/file_privileges.h"
-#include "platform/logger.h"
-#include "platform/services.h"
 #include "privileges/get_acl.h"
 #include "privileges/set_acl.h"
+#include "support/privileges_world.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr int kEntries = 128;
 // Ids that no account of the host has.
 constexpr int kFirstUid = 2'011'000'000;
 constexpr const char* kBase = "dc=example";
-
-class SilentLogger final : public paddock::Logger {
- public:
-  void log(int, std::string_view) override {}
-};
-
-struct World {
-  World(const std::string& folder, const paddock::LdapOptions& options)
-      : directory(
-            {.databasePath = folder + "/directory.sqlite", .ldap = {options}, .pam = std::nullopt}),
-        privileges({.databasePath = folder + "/directory.sqlite",
-                    .rememberedSidsPath = folder + "/foreign-sids.sqlite"},
-                   directory, membership, nullptr) {
-    services.directory = &directory;
-    services.membership = &membership;
-    services.acl = &privileges.acl();
-    services.logger = &logger;
-  }
-
-  paddock::LinuxDirectoryService directory;
-  paddock::LinuxMembership membership{directory};
-  paddock::FilePrivileges privileges;
-  SilentLogger logger;
-  paddock::Services services;
-};
 
 void printUser(int number) {
   const std::string text = std::to_string(number);
@@ -96,13 +62,6 @@ void lookUpAll(KeptConnection& alone, int run) {
                                  "(|(objectClass=posixAccount)(objectClass=inetOrgPerson))"}));
 }
 
-template <typename Step>
-long long timeOf(Step step) {
-  const auto began = Clock::now();
-  step();
-  return std::chrono::nanoseconds(Clock::now() - began).count();
-}
-
 void measure(const std::string& uri, const std::string& folder, const std::string& lists,
              int runs) {
   paddock::LdapOptions options;
@@ -111,11 +70,11 @@ void measure(const std::string& uri, const std::string& folder, const std::strin
   options.base = kBase;
   const auto pathOf = [&lists](int run) { return lists + "/" + std::to_string(run); };
   {
-    const World other(folder, options);
+    const paddock::PrivilegesWorld other(folder, {options});
     const paddock::ServicesGuard guard(other.services);
     for (int run = 0; run < runs; ++run) writeList(pathOf(run), run);
   }
-  const World world(folder, options);
+  const paddock::PrivilegesWorld world(folder, {options});
   const paddock::ServicesGuard guard(world.services);
   KeptConnection alone(uri, kBase,
                        {"objectClass", "createTimestamp", "entryUUID", "uid", "cn", "uidNumber",
@@ -123,17 +82,8 @@ void measure(const std::string& uri, const std::string& folder, const std::strin
   for (int run = 0; run < runs; ++run) {
     const auto ours = [&] { readList(pathOf(run)); };
     const auto theirs = [&] { lookUpAll(alone, run); };
-    // In turn, since the second one finds the entries in the server's cache.
-    const long long first = run % 2 == 0 ? timeOf(ours) : timeOf(theirs);
-    const long long second = run % 2 == 0 ? timeOf(theirs) : timeOf(ours);
-    std::cout << (run % 2 == 0 ? first : second) << ' ' << (run % 2 == 0 ? second : first) << '\n';
+    bench::printInTurn(run, ours, theirs);
   }
-}
-
-int numberOf(const char* text) {
-  int number = 0;
-  std::from_chars(text, text + std::strlen(text), number);
-  return number;
 }
 
 }  // namespace
@@ -142,11 +92,11 @@ int main(int count, char** arguments) {
   const std::string command = count > 1 ? arguments[1] : "";
   try {
     if (command == "entries" && count == 3) {
-      for (int number = 0; number < numberOf(arguments[2]); ++number) printUser(number);
+      for (int number = 0; number < bench::numberOf(arguments[2]); ++number) printUser(number);
       return 0;
     }
     if (command == "lists" && count == 6) {
-      measure(arguments[2], arguments[3], arguments[4], numberOf(arguments[5]));
+      measure(arguments[2], arguments[3], arguments[4], bench::numberOf(arguments[5]));
       return 0;
     }
   } catch (const std::exception& error) {

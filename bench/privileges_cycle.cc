@@ -7,54 +7,19 @@
 // reading them.
 #include <sys/stat.h>
 
-#include <charconv>
-#include <chrono>
-#include <cstring>
 #include <iostream>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "base/computed_guid.h"
-#include "platform/linux/accounts/linux_membership.h"
-#include "platform/linux/directory/linux_directory.h"
-#include "platform/linux/privileges/file_privileges.h"
-#include "platform/logger.h"
-#include "platform/services.h"
+#include "base/guid.h"
+#include "measuring.h"
 #include "privileges/file_privs.h"
+#include "support/privileges_world.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::uint32_t kEntries = 4;
-
-class SilentLogger final : public paddock::Logger {
- public:
-  void log(int, std::string_view) override {}
-};
-
-struct World {
-  explicit World(const std::string& folder)
-      : directory({.databasePath = folder + "/directory.sqlite", .pam = std::nullopt}),
-        privileges({.databasePath = folder + "/directory.sqlite",
-                    .rememberedSidsPath = folder + "/foreign-sids.sqlite"},
-                   directory, membership, nullptr) {
-    services.directory = &directory;
-    services.membership = &membership;
-    services.accounts = &privileges.accounts();
-    services.fileAttributes = &privileges.fileAttributes();
-    services.acl = &privileges.acl();
-    services.logger = &logger;
-  }
-
-  paddock::LinuxDirectoryService directory;
-  paddock::LinuxMembership membership{directory};
-  paddock::FilePrivileges privileges;
-  SilentLogger logger;
-  paddock::Services services;
-};
 
 std::vector<std::string> makeFolders(const std::string& parent, int count) {
   std::vector<std::string> paths;
@@ -83,9 +48,9 @@ paddock::Dictionary privileges() {
 
 template <typename Step>
 long long timeOfEach(const std::vector<std::string>& paths, Step step) {
-  const auto began = Clock::now();
-  for (const std::string& path : paths) step(path);
-  return std::chrono::nanoseconds(Clock::now() - began).count();
+  return bench::timeOf([&] {
+    for (const std::string& path : paths) step(path);
+  });
 }
 
 void write(const std::string& path) {
@@ -101,7 +66,7 @@ void read(const std::string& path) {
 }
 
 void measure(const std::string& folder, int count) {
-  const World world(folder);
+  const paddock::PrivilegesWorld world(folder);
   const paddock::ServicesGuard guard(world.services);
   const auto paths = makeFolders(folder + "/folders", count);
   const long long writing = timeOfEach(paths, write);
@@ -112,8 +77,7 @@ void measure(const std::string& folder, int count) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  int folders = 0;
-  if (count == 3) std::from_chars(arguments[2], arguments[2] + std::strlen(arguments[2]), folders);
+  const int folders = count == 3 ? bench::numberOf(arguments[2]) : 0;
   if (folders <= 0) {
     std::cerr << "usage: bench_privileges FOLDER COUNT\n";
     return 2;

@@ -11,6 +11,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # std::variant's that are none (its bugs 105651 and 105562).
   target_compile_options(paddock_flags INTERFACE -Wno-restrict -Wno-maybe-uninitialized)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # That what a lock guards is used with the lock held: src/base/mutex.h.
+  target_compile_options(paddock_flags INTERFACE -Wthread-safety -Werror=thread-safety)
+endif()
 option(PADDOCK_WERROR "Treat warnings as errors" ON)
 if(PADDOCK_WERROR)
   target_compile_options(paddock_flags INTERFACE -Werror)

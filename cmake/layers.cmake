@@ -10,44 +10,46 @@
 set(PADDOCK_LAYERS
   "base            | src/base             |"
   "api             | include/paddock      | base"
+  "protocol        | src/protocol         |"
   "configuration   | src/configuration    | base"
   "samba           | src/samba            | base"
-  "platform        | src/platform         | base"
-  "exports         | src/exports          | platform api base"
-  "privileges      | src/privileges       | platform api base"
-  "volumes         | src/volumes          | platform api base"
-  "store           | src/store            | exports privileges volumes platform api base"
-  "handler         | src/handler          | store exports privileges volumes platform api base"
+  "platform        | src/platform         | base protocol"
+  "exports         | src/exports          | platform api base protocol"
+  "privileges      | src/privileges       | platform api base protocol"
+  "volumes         | src/volumes          | platform api base protocol"
+  "store           | src/store            | exports privileges volumes platform api base protocol"
+  "handler         | src/handler          | store exports privileges volumes platform api base protocol"
   "wire            | src/wire             | base"
   "hostlib         | src/hostlib          | api base"
   "openapi         | src/openapi          | wire api base"
-  "linux_process   | src/platform/linux/process    | platform base"
-  "linux_files     | src/platform/linux/files      | platform base"
-  "linux_quotas    | src/platform/linux/quotas     | linux_files platform base"
-  "linux_dnssd     | src/platform/linux/dnssd      | linux_process platform base"
-  "linux_database  | src/platform/linux/database   | linux_process platform base"
-  "linux_accounts  | src/platform/linux/accounts   | linux_database linux_files linux_process platform base"
-  "linux_acl       | src/platform/linux/acl        | linux_accounts linux_database linux_process platform base"
-  "linux_privileges| src/platform/linux/privileges | linux_acl linux_accounts linux_files linux_process platform base"
-  "linux_ldap      | src/platform/linux/ldap       | linux_accounts linux_files linux_process platform base"
-  "linux_directory | src/platform/linux/directory  | linux_ldap linux_accounts linux_database linux_files linux_process platform base"
-  "platform_linux  | src/platform/linux   | linux_* platform base"
-  "platform_host   | src/platform/host    | hostlib platform api base"
-  "platform_testing| src/platform/testing | platform base"
-  "module          | src/module           | handler store exports privileges volumes platform_linux linux_* platform_host hostlib wire platform api base"
-  "daemon          | src/daemon           | configuration openapi wire hostlib api base"
-  "plugins         | plugins              | store exports samba hostlib platform_linux linux_* platform_host platform api base"
+  "linux_process   | src/platform/linux/process    | platform base protocol"
+  "linux_files     | src/platform/linux/files      | platform base protocol"
+  "linux_quotas    | src/platform/linux/quotas     | linux_files platform base protocol"
+  "linux_dnssd     | src/platform/linux/dnssd      | linux_process platform base protocol"
+  "linux_database  | src/platform/linux/database   | linux_process platform base protocol"
+  "linux_accounts  | src/platform/linux/accounts   | linux_database linux_files linux_process platform base protocol"
+  "linux_acl       | src/platform/linux/acl        | linux_accounts linux_database linux_process platform base protocol"
+  "linux_privileges| src/platform/linux/privileges | linux_acl linux_accounts linux_files linux_process platform base protocol"
+  "linux_ldap      | src/platform/linux/ldap       | linux_accounts linux_files linux_process platform base protocol"
+  "linux_directory | src/platform/linux/directory  | linux_ldap linux_accounts linux_database linux_files linux_process platform base protocol"
+  "platform_linux  | src/platform/linux   | linux_* platform base protocol"
+  "platform_host   | src/platform/host    | hostlib platform api base protocol"
+  "platform_testing| src/platform/testing | platform base protocol"
+  "module          | src/module           | handler store exports privileges volumes platform_linux linux_* platform_host hostlib wire platform api base protocol"
+  "daemon          | src/daemon           | configuration openapi wire hostlib api base protocol"
+  "plugins         | plugins              | store exports samba hostlib platform_linux linux_* platform_host platform api base protocol"
   "apps_paddockd   | apps/paddockd        | daemon base"
-  "keelhouse_core  | apps/keelhouse/core  | samba wire base"
-  "apps_keelhouse  | apps/keelhouse       | keelhouse_core samba wire base"
-  "apps_quotascan  | apps/quotascan       | volumes platform_linux linux_* platform base"
-  "apps_copyprivs  | apps/copyprivs       | privileges platform_linux linux_* configuration wire platform api base"
-  "apps_effectiveprivs | apps/effectiveprivs | exports samba privileges platform_linux linux_* configuration wire platform api base"
-  "apps_synchronize_shares | apps/synchronize-shares | store platform_linux linux_* configuration platform samba api base"
+  "keelhouse_core  | apps/keelhouse/core  | samba wire base protocol"
+  "apps_keelhouse  | apps/keelhouse       | keelhouse_core samba wire base protocol"
+  "apps_frame      | apps/frame           | base"
+  "apps_quotascan  | apps/quotascan       | apps_frame volumes platform_linux linux_* platform base protocol"
+  "apps_copyprivs  | apps/copyprivs       | apps_frame privileges platform_linux linux_* configuration wire platform api base protocol"
+  "apps_effectiveprivs | apps/effectiveprivs | apps_frame exports samba privileges platform_linux linux_* configuration wire platform api base protocol"
+  "apps_synchronize_shares | apps/synchronize-shares | apps_frame store platform_linux linux_* configuration platform samba api base protocol"
 )
 
 # Layers whose code includes the standard library, POSIX and this project, nothing else.
-set(PADDOCK_PLAIN_LAYERS base api platform exports privileges volumes store handler)
+set(PADDOCK_PLAIN_LAYERS base api protocol platform exports privileges volumes store handler)
 
 foreach(row IN LISTS PADDOCK_LAYERS)
   string(REPLACE "|" ";" fields "${row}")
@@ -83,13 +85,13 @@ function(paddock_files result pattern)
 endfunction()
 
 # paddock_layer(LAYER [SHARED] [FOLDERS folders...] [USES layers...] [LIBRARIES third-party targets...])
-# makes the library paddock_LAYER of every .cc but the tests and main.cc of the current folder and of the
+# makes the library paddock_LAYER of every .cc but the tests and *_main.cc of the current folder and of the
 # FOLDERS below it.
 function(paddock_layer layer)
   cmake_parse_arguments(arg "SHARED" "" "FOLDERS;USES;LIBRARIES" ${ARGN})
   paddock_check_edges(${layer} ${arg_USES})
   paddock_files(arg_SOURCES *.cc ${arg_FOLDERS})
-  list(FILTER arg_SOURCES EXCLUDE REGEX "(_test|/main)\\.cc$")
+  list(FILTER arg_SOURCES EXCLUDE REGEX "(_test|_main)\\.cc$")
   if(arg_SHARED)
     add_library(paddock_${layer} SHARED ${arg_SOURCES})
   else()

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "keelhouse/access/ace.h"
 #include "keelhouse/access/acl_words.h"
-#include "keelhouse/access/typed_entry.h"
 #include "keelhouse/core/failure.h"
 
 namespace {

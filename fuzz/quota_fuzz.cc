@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "volumes/quota_entries.h"
 #include "volumes/quota_files.h"
 

@@ -63,10 +63,11 @@ command_fresh() {
   trap 'exit 143' TERM
   mkdir -p -- "$project/build"
   unpack_root "$root" "$project/build/fresh-root.tar"
-  clone_into "$root/srv/a clone"
+  # Not below /srv: a test has a folder of its own there.
+  clone_into "$root/opt/a clone"
   for command in "$@"; do
     say "fresh root: ./paddock $command"
-    enter "$root" "/srv/a clone/paddock" "$command" || status=1
+    enter "$root" "/opt/a clone/paddock" "$command" || status=1
   done
   return "$status"
 }

@@ -28,6 +28,11 @@ lint_layering() {
   python3 -B "$project/tests/layering/layering.py" "$project"
 }
 
+# Sizes, names, repeated code, commit subjects.
+lint_tree() {
+  python3 -B "$project/tests/layering/house_rules.py" "$project"
+}
+
 tidy_folder() { printf '%s/tidy\n' "$(build_folder lint)"; }
 
 # What clang-tidy needs besides: a plug-in that keeps the checks to our own code, compile commands of which
@@ -113,6 +118,7 @@ command_lint() {
   lint clang-format lint_format
   lint shellcheck lint_scripts
   lint layering lint_layering
+  lint tree lint_tree
   lint clang-tidy lint_tidy "$@"
   for name in ${failed[@]+"${failed[@]}"}; do
     say "$name found:"

@@ -104,7 +104,7 @@ int BufferedObject::changeOwner(std::uint32_t uid, std::uint32_t gid) {
       (uid != kUnchanged && uid != state.uid) || (gid != kUnchanged && gid != state.gid);
   if (uid != kUnchanged) state.uid = uid;
   if (gid != kUnchanged) state.gid = gid;
-  // As chown_common() in the kernel, whoever calls it; it is not called for what is so already.
+  // As chown_common() in the kernel, for any caller; it is not called without a change.
   if (isNew && !state.isFolder()) {
     const mode_t group = (state.mode & S_IXGRP) != 0 ? S_ISGID : 0;
     state.mode &= ~(S_ISUID | group);

@@ -1,11 +1,11 @@
 // An object whose privileges are read once and changed in memory, as the kernel would change them,
-// so that what comes of several steps is known before the first of them is taken.
+// so that the result of several steps is known before the first is executed.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-#include "copyprivs/object_state.h"
+#include "copyprivs/change_steps.h"
 #include "platform/linux/files/file_object.h"
 #include "platform/linux/privileges/file_acls.h"
 #include "platform/linux/privileges/stored_acl.h"
@@ -13,7 +13,7 @@
 
 namespace paddock::copyprivs {
 
-// The attributes of a state, whatever number they are asked for by. Setting an access ACL changes
+// The attributes of a state, independent of the descriptor passed. Setting an access ACL changes
 // the mode, too.
 class BufferedAttributes final : public ExtendedAttributes {
  public:
@@ -31,18 +31,18 @@ class BufferedAttributes final : public ExtendedAttributes {
   Attribute& find(const std::string& name) const;
 
   const std::string list_;
-  // The interface is one of constant objects, because the files of others are changed by it.
+  // Mutable because the interface is const: other implementations change files.
   mutable ObjectState state_;
 };
 
 class BufferedObject final : public PrivilegedObject {
  public:
-  // `acls` works on `attributes`; the caller keeps both alive. Without `refreshes` owner and mode
-  // are changed alone, and the list stays as it is.
+  // `acls` operates on `attributes`; both must outlive this object. Without `refreshes` only owner
+  // and mode are changed; the list is left as it is.
   BufferedObject(BufferedAttributes& attributes, const FileAcls& acls, bool refreshes)
       : attributes_(attributes), acls_(acls), refreshes_(refreshes) {}
 
-  // The first failure of a call, 0 for none. That there is no list is none.
+  // The errno of the first call that failed, 0 for none. A missing list is no failure.
   int error() const { return error_; }
   bool sawInvalidList() const { return sawInvalidList_; }
 

@@ -10,9 +10,8 @@
 
 #include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/privileges/linux_acl.h"
-#include "platform/linux/privileges/linux_privileged_objects.h"
 #include "platform/services.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_host_services.h"
 #include "privileges/acl_manipulation.h"
 #include "support/file_acl_world.h"
 #include "support/loop_volume.h"
@@ -20,7 +19,7 @@
 
 namespace paddock::copyprivs {
 
-// For failures to read well.
+// For readable failure messages.
 void PrintTo(const ObjectState& state, std::ostream* out);
 void PrintTo(const ObjectState& state, std::ostream* out) {
   *out << std::oct << state.mode << std::dec << " " << state.uid << ":" << state.gid;
@@ -160,7 +159,7 @@ void makeObject(const std::string& path, bool isFolder, Chance& chance, Worlds& 
   }
 }
 
-// The kernel clears the set-id bits of a file also when it is given to whom it belongs already.
+// The kernel clears the set-id bits of a file also on a chown to its present owner.
 bool isClearedForNothing(const ObjectState& before, const PrivsToSet& privs) {
   return !before.isFolder() && (before.mode & 06000) != 0 &&
          (privs.what & (kSetOwner | kSetGroup)) != 0 &&
@@ -197,9 +196,9 @@ void compare(bool projects) {
 
 TEST_F(BufferedObjects, ComeOutAsThoseOfTheKernel) { compare(true); }
 
-TEST_F(BufferedObjects, ComeOutAsThoseOfTheKernelWithoutProjection) { compare(false); }
+TEST_F(BufferedObjects, MatchKernelResultsWithoutProjection) { compare(false); }
 
-TEST(BufferedObject, ThatNoAttributesAreKeptIsNoFailureUnlessEntriesAreSet) {
+TEST(BufferedObject, MissingAttributeSupportFailsOnlyWhenSettingEntries) {
   BufferedAttributes attributes(kList);
   const FileAclWorld world({kList, true, nullptr}, attributes);
   ObjectState& state = attributes.state();
@@ -217,7 +216,7 @@ TEST(BufferedObject, ThatNoAttributesAreKeptIsNoFailureUnlessEntriesAreSet) {
   EXPECT_EQ(object.error(), EOPNOTSUPP);
 }
 
-TEST(BufferedObject, AListThatCannotBeReadIsAFailure) {
+TEST(BufferedObject, UnreadableListFails) {
   BufferedAttributes attributes(kList);
   const FileAclWorld world({kList, true, nullptr}, attributes);
   attributes.state().mode = S_IFREG | 0600;

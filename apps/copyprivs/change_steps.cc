@@ -15,7 +15,7 @@ constexpr mode_t kSetIdBits = S_ISUID | S_ISGID;
 
 bool isWithin(posix_acl::Bits few, posix_acl::Bits many) { return (few & ~many) == 0; }
 
-// What the kernel lets whom do.
+// The permissions that the kernel enforces.
 struct Content {
   posix_acl::Classes classes;
   std::vector<posix_acl::Named> users;
@@ -35,7 +35,7 @@ struct Content {
     return std::any_of(users.begin(), users.end(),
                        [uid](const posix_acl::Named& user) { return user.id == uid; });
   }
-  // Whether each user who is named here, and not there, may do that.
+  // Whether each user named here, and not there, has these permissions.
   bool givesUsersUnknownTo(const Content& other, posix_acl::Bits bits) const {
     return std::all_of(users.begin(), users.end(), [&](const posix_acl::Named& user) {
       return other.names(user.id) || isWithin(bits, static_cast<posix_acl::Bits>(user.bits & mask));
@@ -43,8 +43,8 @@ struct Content {
   }
 };
 
-// Whether what `content` gives may stand while owner and group are those of `other`: those who come
-// into the group have it already, or are to have it, and those who leave it get no more by that.
+// Whether the permissions of `content` are acceptable under the owner and group of `other`: new
+// members of the group have them already, or are to have them, and former members gain nothing.
 bool mayStandUnder(const ObjectState& other, const Content& theirs, const ObjectState& own,
                    const Content& content) {
   const posix_acl::Classes& classes = content.classes;
@@ -56,7 +56,7 @@ bool mayStandUnder(const ObjectState& other, const Content& theirs, const Object
          theirs.givesUsersUnknownTo(content, classes.group);
 }
 
-// Takes the steps down, and what the mode is after each.
+// Records the steps, and the mode after each.
 class Steps {
  public:
   Steps(const ObjectState& before, const ObjectState& after, const std::string& list)
@@ -105,7 +105,7 @@ class Steps {
       if (before == after) return;
       attributes.push_back({name, before.optional(), after.optional(), false});
     };
-    // A kernel ACL that is met without a list is taken for somebody else's.
+    // A kernel ACL without a list is considered foreign.
     const bool isListLast = !after_.list.isThere();
     if (!isListLast) add(list_.c_str(), before_.list, after_.list);
     add(posix_acl::kDefaultAttribute, before_.passedOn, after_.passedOn);
@@ -120,7 +120,7 @@ class Steps {
     setMode(after_.mode);
   }
 
-  // Nobody gets to run a program with the rights of another, by whom it is still lent.
+  // No user may gain the right to run a program with the rights of its current owner or group.
   void dropSetIds() {
     if (after_.isFolder()) return;
     setMode(mode_ & ~(kSetIdBits & ~after_.mode));

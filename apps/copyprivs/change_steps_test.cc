@@ -96,8 +96,8 @@ struct Person {
   std::set<std::uint32_t> gids;
 };
 
-// What the kernel lets the person do, see acl(5), "ACCESS CHECK ALGORITHM": each set of bits that
-// he may ask for at once.
+// What the kernel permits the person, see acl(5), "ACCESS CHECK ALGORITHM": each set of bits that
+// may be requested together.
 bool mayDo(const Person& person, const ObjectState& state, posix_acl::Bits wanted) {
   const auto allows = [wanted](unsigned bits) { return (wanted & ~bits) == 0; };
   const posix_acl::Classes classes = posix_acl::classesOf(state.mode);
@@ -143,7 +143,7 @@ TEST(ChangeSteps, AnAccessAclBringsItsModeAlong) {
   EXPECT_THAT(kindsOf(changeSteps(fileOf(0644), after, kList)), ElementsAre(Kind::attributes));
 }
 
-TEST(ChangeSteps, AnAccessAclThatGoesLeavesItsModeInOneStep) {
+TEST(ChangeSteps, RemovedAccessAclAndModeShareOneStep) {
   ObjectState before = fileOf(0640);
   setAccess(before, {{7, 6}});
   const ObjectState after = fileOf(0600);
@@ -152,7 +152,7 @@ TEST(ChangeSteps, AnAccessAclThatGoesLeavesItsModeInOneStep) {
   EXPECT_EQ(statesOf(before, steps).back(), after);
 }
 
-TEST(ChangeSteps, AFilesSetIdBitsGoBeforeItsPermissionsChange) {
+TEST(ChangeSteps, SetIdBitsClearBeforeFilePermissionsChange) {
   ObjectState after = fileOf(0755);
   setAccess(after, {{7, 5}});
   const auto steps = changeSteps(fileOf(04700), after, kList);
@@ -160,7 +160,7 @@ TEST(ChangeSteps, AFilesSetIdBitsGoBeforeItsPermissionsChange) {
   EXPECT_EQ(steps.front().mode, 0700U);
 }
 
-TEST(ChangeSteps, AListThatGoesGoesAfterItsKernelAcls) {
+TEST(ChangeSteps, ListIsRemovedAfterKernelAcls) {
   ObjectState before = fileOf(0640);
   before.list = {0, "list"};
   before.passedOn = {0, "passed on"};
@@ -176,18 +176,18 @@ TEST(ChangeSteps, ARestrictionComesBeforeANewGroup) {
               ElementsAre(Kind::mode, Kind::owner));
 }
 
-TEST(ChangeSteps, ANewGroupComesBeforeWhatItIsGiven) {
+TEST(ChangeSteps, NewGroupPrecedesItsNewPermissions) {
   EXPECT_THAT(kindsOf(changeSteps(fileOf(0600, 1, 2), fileOf(0660, 1, 3), kList)),
               ElementsAre(Kind::owner, Kind::mode));
 }
 
-TEST(ChangeSteps, WhereNeitherOrderWillDoTheObjectIsClosedMeanwhile) {
+TEST(ChangeSteps, ConflictingOrdersCloseObjectBetweenSteps) {
   const auto steps = changeSteps(fileOf(0640, 1, 2), fileOf(0620, 1, 3), kList);
   ASSERT_THAT(kindsOf(steps), ElementsAre(Kind::mode, Kind::owner, Kind::mode));
   EXPECT_EQ(steps.front().mode, 0600U);
 }
 
-// Everybody who may be met: all uids and sets of groups of a small world.
+// All possible callers: all uids and sets of groups of a small world.
 std::vector<Person> people() {
   std::vector<Person> all;
   for (std::uint32_t uid = 10; uid < 14; ++uid) {
@@ -228,12 +228,12 @@ class RandomStates {
   std::mt19937 random_;
 };
 
-// Whoever owns the object before or after can give himself everything then.
+// The owner of the object before or after can grant himself everything then.
 bool isOwner(const Person& person, const ObjectState& before, const ObjectState& after) {
   return person.uid == before.uid || person.uid == after.uid;
 }
 
-TEST(ChangeSteps, AtNoMomentMayAnybodyDoWhatHeMayNeitherBeforeNorAfter) {
+TEST(ChangeSteps, IntermediateStatesGrantNoExtraRights) {
   const std::vector<Person> everybody = people();
   RandomStates states(1);
   int closed = 0;
@@ -241,7 +241,7 @@ TEST(ChangeSteps, AtNoMomentMayAnybodyDoWhatHeMayNeitherBeforeNorAfter) {
     const bool isFolder = round % 2 == 0;
     const ObjectState before = states.next(isFolder);
     ObjectState after = states.next(isFolder);
-    // As the steps of setting have it: a change of owner clears them.
+    // As in the steps: a change of owner clears them.
     if (!isFolder) after.mode &= ~mode_t{07000};
     const auto steps = changeSteps(before, after, kList);
     const auto way = statesOf(before, steps);

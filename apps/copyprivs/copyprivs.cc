@@ -8,15 +8,11 @@
 #include <optional>
 #include <stdexcept>
 
-#include "base/printable.h"
 #include "configuration/configuration.h"
-#include "copyprivs/options.h"
+#include "copyprivs/copyprivs_options.h"
+#include "copyprivs/copyprivs_tree_walk.h"
 #include "copyprivs/run_report.h"
-#include "copyprivs/short_path.h"
-#include "copyprivs/starting_folder.h"
 #include "copyprivs/status_file.h"
-#include "copyprivs/status_writer.h"
-#include "copyprivs/tree_walk.h"
 #include "platform/linux/accounts/linux_membership.h"
 #include "platform/linux/configured_options.h"
 #include "platform/logger.h"
@@ -29,9 +25,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-enum ExitStatus { done = 0, failed = 1, unusable = 2 };
-
-// What fails is told in the status file.
+// Failures are reported in the status file.
 class SilentLogger final : public Logger {
  public:
   void log(int, std::string_view) override {}
@@ -59,10 +53,6 @@ class World {
   std::optional<ServicesGuard> guard_;
 };
 
-void say(std::ostream& error, const std::string& text) {
-  error << "copyprivs: " << printable(text) << std::endl;
-}
-
 Dictionary readConfigurationTree(const std::string& root) {
   try {
     return readInstalledConfiguration(root);
@@ -71,7 +61,7 @@ Dictionary readConfigurationTree(const std::string& root) {
   }
 }
 
-// One run and what is told of it.
+// One run and its reports.
 class Run {
  public:
   Run(const Options& options, const std::atomic<bool>& stop) : options_(options), stop_(stop) {}
@@ -113,52 +103,51 @@ class Run {
   std::string failure_;
 };
 
-int finish(const Run& run, StatusFile& file, int result, std::ostream& error) {
+int finish(const Run& run, StatusFile& file, int result, const frame::ProgramRun& program) {
   file.replace(wire::writePropertyList(run.status(true)), true);
-  if (!file.failure().empty()) say(error, file.failure());
+  if (!file.failure().empty()) program.say(file.failure());
   return result;
 }
 
 // The exit status of a run that did start.
-int resultOf(const Run& run) { return run.report().errorCount() == 0 ? done : failed; }
+int resultOf(const Run& run) {
+  return run.report().errorCount() == 0 ? frame::done : frame::failed;
+}
 
 int performRun(const Options& options, const std::string& root, const std::atomic<bool>& stop,
-               std::ostream& error) {
+               const frame::ProgramRun& program) {
   StatusFile file(options.statusFile);
   Run run(options, stop);
-  int result = failed;
+  int result = frame::failed;
   try {
     run.perform(root, file);
     result = resultOf(run);
   } catch (const CannotStart& failure) {
     run.setFailure(failure.what());
-    say(error, failure.what());
-    result = unusable;
+    program.say(failure.what());
+    result = frame::unusable;
   } catch (const std::exception& failure) {
     run.setFailure(failure.what());
-    say(error, failure.what());
+    program.say(failure.what());
   }
-  return finish(run, file, result, error);
+  return finish(run, file, result, program);
 }
 
 }  // namespace
 
 int runCopyPrivs(const std::vector<std::string>& words, const std::string& root,
                  const std::atomic<bool>& stop, std::ostream& out, std::ostream& error) {
+  const frame::ProgramRun program("copyprivs", kUsage, out, error);
   Options options;
   const std::string fault = readOptions(words, options);
-  if (fault.empty() && (options.help || options.version)) {
-    out << (options.help ? kUsage : "copyprivs " PADDOCK_VERSION) << std::endl;
-    return done;
-  }
-  if (fault.empty()) return performRun(options, root, stop, error);
-  say(error, fault);
-  error << kUsage << std::endl;
-  if (options.statusFile.empty()) return unusable;
+  if (fault.empty() && options.isAny()) return program.describe(options);
+  if (fault.empty()) return performRun(options, root, stop, program);
+  const int result = program.refuse(fault);
+  if (options.statusFile.empty()) return result;
   StatusFile file(options.statusFile);
   Run run(options, stop);
   run.setFailure(fault);
-  return finish(run, file, unusable, error);
+  return finish(run, file, result, program);
 }
 
 }  // namespace paddock::copyprivs

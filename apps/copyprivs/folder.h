@@ -1,4 +1,4 @@
-// Folders of the tree that is worked on.
+// Folders of the tree being processed.
 #pragma once
 
 #include <atomic>
@@ -7,13 +7,42 @@
 #include <memory>
 #include <string>
 
-#include "copyprivs/levels.h"
+#include "base/file_access.h"
 #include "platform/linux/privileges/object_status.h"
+#include "privileges/acl_manipulation.h"
 
 namespace paddock::copyprivs {
 
-// A folder that was met, with those above it: enough to find it again by name from any of them, and
-// to know it again. Never changed, so that any thread may read it.
+// The inheritable entries that come to an object, one level for each folder above it.
+
+// The level of the nearest folder, with those above it. Immutable, so that any thread may read it,
+// and kept alive as long as an object may inherit entries from it.
+class Levels {
+ public:
+  using Pointer = std::shared_ptr<const Levels>;
+
+  // Takes ownership of the entries.
+  Levels(InheritableACL* entries, Pointer above);
+  Levels(const Levels&) = delete;
+  Levels& operator=(const Levels&) = delete;
+  ~Levels();
+
+  // As SetInheritedPrivs takes it; it is only read there.
+  InheritedACLComposite* composite() const { return &level_; }
+
+  // The levels with an empty one in front of them. From the third on another one makes no
+  // difference: all that counts is whether a level is the first or the second.
+  static Pointer withEmptyBelow(const Pointer& levels);
+
+ private:
+  bool beginsWithTwoEmptyOnes() const;
+
+  mutable InheritedACLComposite level_;
+  mutable Pointer above_;
+};
+
+// A folder that was encountered, with its ancestors: enough to find it again by name from any of
+// them, and to identify it. Immutable, so that any thread may read it.
 class Folder {
  public:
   using Pointer = std::shared_ptr<const Folder>;
@@ -29,13 +58,13 @@ class Folder {
   // Of what it holds.
   const Levels::Pointer& levels() const { return levels_; }
   bool is(const ObjectStatus& status) const;
-  // Notes that an error of the folder is told of; false when one was before, since an object counts
-  // once.
+  // Records that an error of the folder is reported; false when one was already, since an object
+  // counts once.
   bool noteError() const { return !failed_.exchange(true); }
-  // The path of what has the name in it. The starting folder's name is its path.
+  // The path of the entry of that name in it. The starting folder's name is its path.
   std::string pathOf(const std::string& name) const;
   std::string path() const;
-  // How long that is.
+  // The length of that path.
   std::size_t pathLength() const { return pathLength_; }
 
  private:
@@ -47,5 +76,18 @@ class Folder {
   const Levels::Pointer levels_;
   mutable std::atomic<bool> failed_ = false;
 };
+
+// Opening what a folder of the tree holds.
+
+// Opens the entry of that name, a symlink itself, with O_PATH: no file is opened, no automount
+// triggered. Returns 0 or an errno.
+int hold(int folder, const char* name, FileDescriptor& object, ObjectStatus& status);
+
+// Reopens an O_PATH descriptor of a folder for reading. Returns 0 or an errno.
+int openFolder(int held, FileDescriptor& folder);
+
+// Whether an open folder still has the ancestors that it was encountered with, up to the starting
+// folder.
+bool hasItsAncestors(int descriptor, const Folder& folder);
 
 }  // namespace paddock::copyprivs

@@ -9,10 +9,9 @@
 #include <vector>
 
 #include "base/system_call.h"
-#include "copyprivs/named_objects.h"
+#include "copyprivs/object_access.h"
 #include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/files/file_object.h"
-#include "platform/linux/files/xattr_changes.h"
 
 namespace paddock::copyprivs {
 
@@ -40,8 +39,8 @@ const char* operationOf(ChangeStep::Kind kind) {
   return "cannot set the ACL";
 }
 
-// Takes what cannot be done off the request, something each time. A mode is also changed on the way
-// to another owner and before a list is set.
+// Removes what failed from the request, at least one part each time. A mode is also changed on the
+// way to another owner and before a list is set.
 void giveUp(ChangeStep::Kind kind, Planner::Request& request) {
   std::uint32_t first = kSetOwners;
   if (kind == ChangeStep::Kind::mode) first = kSetModes;
@@ -73,7 +72,7 @@ ObjectState withOwnersOf(const ObjectState& now, ObjectState before) {
   return before;
 }
 
-// Of a link itself, too.
+// Symlinks are not followed.
 int changeOwner(int object, std::uint32_t uid, std::uint32_t gid) {
   const int error = errnoOf([&] { return ::fchown(object, uid, gid); });
   // An O_PATH descriptor.
@@ -100,7 +99,7 @@ void notePlan(const Plan& plan, Outcome& outcome) {
   }
 }
 
-// The kind of step that failed, after which none was taken; absent when none did.
+// The kind of the step that failed, after which none was executed; absent when none did.
 std::optional<ChangeStep::Kind> perform(int object, const std::vector<ChangeStep>& steps,
                                         Outcome& outcome) {
   for (const ChangeStep& step : steps) {

@@ -3,13 +3,13 @@
 
 #include <string>
 
-#include "copyprivs/object_state.h"
+#include "copyprivs/change_steps.h"
 #include "copyprivs/planner.h"
 #include "platform/linux/privileges/object_status.h"
 
 namespace paddock::copyprivs {
 
-// What is pushed down a tree.
+// What is propagated down a tree.
 struct Propagation {
   PrivsToSet privs{};      // without a composite
   std::string attribute;   // the one that holds extended ACLs
@@ -27,15 +27,15 @@ struct Outcome {
 // For one thread.
 class ObjectSetter {
  public:
-  // The caller keeps what it passes alive.
+  // The arguments must outlive this object.
   ObjectSetter(const Propagation& propagation, FilePrivileges& privileges);
 
   // `object` is a descriptor, an O_PATH one or another, `status` what it is, `levels` those of the
   // folder that it is in.
   Outcome set(int object, const ObjectStatus& status, const Levels::Pointer& levels);
 
-  // Whether something would be changed, or fail, on what has the name in the folder that the thread
-  // is in; not of folders.
+  // Whether setting the entry of that name in the thread's working directory would change something
+  // or fail; not for folders.
   bool wouldSet(const char* name, const ObjectStatus& status, const Levels::Pointer& levels);
 
  private:

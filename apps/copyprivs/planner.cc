@@ -10,9 +10,9 @@ namespace paddock::copyprivs {
 
 namespace {
 
-// As long as an answer about an account is kept.
+// As long as account lookups are cached.
 constexpr auto kLifetime = AccountCache<int, int>::kLifetime;
-// Between two looks at the clock.
+// Between two readings of the clock.
 constexpr unsigned kPlansPerLook = 256;
 constexpr std::size_t kMostBytes = std::size_t{2} << 20U;
 // Of a plan, besides the values in it.
@@ -65,8 +65,8 @@ unsigned differences(const ObjectState& before, const ObjectState& after) {
 }
 
 // Taking old entries away can take the group's right to execute from the mode for a while, and the
-// kernel's chown keeps a set-group-id bit then. What could be run as a group is never handed to
-// another one with that bit.
+// kernel's chown keeps a set-group-id bit then. An object that could be run as one group is never
+// given to another group with that bit.
 void endSetIdUnderNewOwners(const ObjectState& before, ObjectState& after) {
   const bool isSame = before.uid == after.uid && before.gid == after.gid;
   if (isSame || before.isFolder() || (before.mode & S_IXGRP) == 0) return;
@@ -137,7 +137,7 @@ Plan Planner::make(const ObjectState& state, const Levels::Pointer& levels,
   Plan plan;
   if (levels != nullptr && state.isFolder()) {
     InheritableACL* entries = nullptr;
-    // What cannot be read has no entries to pass on.
+    // An unreadable list has no inheritable entries.
     (void)GetInheritableACL(object, entries, false);
     plan.inside = entries == nullptr ? own : std::make_shared<const Levels>(entries, levels);
   }

@@ -1,4 +1,4 @@
-// What is to become of an object, found out from its state without touching it.
+// The changes that an object needs, computed from its state without accessing it.
 #pragma once
 
 #include <chrono>
@@ -11,22 +11,21 @@
 
 #include "copyprivs/buffered_object.h"
 #include "copyprivs/change_steps.h"
-#include "copyprivs/levels.h"
-#include "copyprivs/object_state.h"
+#include "copyprivs/folder.h"
 #include "platform/linux/privileges/file_privileges.h"
 
 namespace paddock::copyprivs {
 
 // What to do with an object of some state.
 struct Plan {
-  // What becomes different, for a person.
+  // What changes, for reports.
   static constexpr unsigned kOwner = 1;
   static constexpr unsigned kGroup = 2;
   static constexpr unsigned kMode = 4;
   static constexpr unsigned kAcl = 8;
 
   std::vector<ChangeStep> steps;
-  ObjectState after;  // what comes of them
+  ObjectState after;  // the resulting state
   unsigned changes = 0;
   int error = 0;                // why something cannot be done; the steps do the rest
   bool hasInvalidList = false;  // which is why no entries are set
@@ -36,7 +35,7 @@ struct Plan {
 // For one thread.
 class Planner {
  public:
-  // `privs` says what is set, without a composite. The caller keeps `privileges` alive.
+  // `privs` says what is set, without a composite. `privileges` must outlive this object.
   Planner(FilePrivileges& privileges, const std::string& attribute, const PrivsToSet& privs);
 
   struct Request {
@@ -47,12 +46,12 @@ class Planner {
   };
 
   // The plan for an object of the state, to which entries come from `levels` (those of the folder
-  // that it is in; null when no entries are set). Stays until the next call.
+  // that it is in; null when no entries are set). Valid until the next call.
   const Plan& plan(const ObjectState& state, const Levels::Pointer& levels, const Request& request);
 
  private:
   struct Kept {
-    Levels::Pointer levels;  // part of the key by its address, which must stay theirs
+    Levels::Pointer levels;  // part of the key by address, so kept alive
     Plan plan;
   };
 

@@ -1,27 +1,36 @@
-// What a run has done so far, gathered from its threads.
+// The progress of a run, collected from its threads.
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/value.h"
 
 namespace paddock::copyprivs {
+
+// Paths for a status file.
+
+// How much of a property list a path may take.
+inline constexpr std::size_t kLongestPath = 4096;
+
+// The path, with "..." in place of its middle when it would take more than that.
+std::string shortPath(const std::string& path);
 
 class RunReport {
  public:
   // How many errors and examples are kept.
   static constexpr std::size_t kKept = 100;
 
-  // Counts of one thread, added now and then.
+  // Counts of one thread, added periodically.
   struct Counts {
     std::uint64_t found = 0;  // objects that are known to be there
     std::uint64_t done = 0;
     std::uint64_t changed = 0;
-    double share = 0;  // of the whole tree that is done, as far as that can be told
+    double share = 0;  // of the whole tree that is done, as an estimate
   };
   // Adds the counts, and sets them to 0.
   void add(Counts& counts);
@@ -47,9 +56,9 @@ class RunReport {
   std::atomic<double> share_ = 0;
   std::atomic<std::uint64_t> errorCount_ = 0;
   std::atomic<std::size_t> exampleCount_ = 0;
-  mutable std::mutex mutex_;
-  Array errors_;
-  Array examples_;
+  mutable Mutex mutex_;
+  Array errors_ PADDOCK_GUARDED_BY(mutex_);
+  Array examples_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock::copyprivs

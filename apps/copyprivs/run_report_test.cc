@@ -1,11 +1,51 @@
 #include "copyprivs/run_report.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "copyprivs/planner.h"
+#include "wire/xml_text.h"
 
 namespace paddock::copyprivs {
+
 namespace {
+
+std::size_t sizeInXml(const std::string& path) {
+  std::string text;
+  wire::appendXmlText(text, path);
+  return text.size();
+}
+
+TEST(ShortPath, MostPathsStayAsTheyAre) {
+  EXPECT_EQ(shortPath("/srv/\xC3\xA4/a&b"), "/srv/\xC3\xA4/a&b");
+  const std::string longest(kLongestPath, 'a');
+  EXPECT_EQ(shortPath(longest), longest);
+}
+
+TEST(ShortPath, LongPathKeepsBeginningAndEnd) {
+  const std::string path = "/begin" + std::string(100000, 'a') + "/end";
+  const std::string shortened = shortPath(path);
+  EXPECT_THAT(shortened, ::testing::StartsWith("/begina"));
+  EXPECT_THAT(shortened, ::testing::EndsWith("a/end"));
+  EXPECT_THAT(shortened, ::testing::HasSubstr("a...a"));
+  EXPECT_GT(shortened.size(), kLongestPath - 10);
+}
+
+TEST(ShortPath, EscapedSizeInPropertyListCounts) {
+  for (const char* name : {"&", "<", "\xFF", "\x01", "\r", "\xE2\x82\xAC", "\xC3\xA4", "a"}) {
+    std::string path;
+    while (path.size() < 3 * kLongestPath) path += name;
+    EXPECT_LE(sizeInXml(shortPath(path)), kLongestPath) << name;
+    EXPECT_GT(sizeInXml(shortPath(path)), kLongestPath / 5) << name;
+  }
+}
+
+TEST(ShortPath, NoCharacterIsCutInTwo) {
+  std::string path;
+  while (path.size() < 2 * kLongestPath) path += "\xE2\x82\xAC";
+  EXPECT_THAT(shortPath("/" + path), ::testing::Not(::testing::HasSubstr("\\x")));
+  EXPECT_EQ(wire::findNonXmlByte(shortPath("/" + path)), std::nullopt);
+}
 
 Dictionary filled(const RunReport& report, bool isEnded = false, bool dryRun = false) {
   Dictionary status;
@@ -31,14 +71,14 @@ TEST(RunReport, AddsTheCountsOfAThreadOnce) {
   EXPECT_EQ(filled(report).integer("itemsChanged"), 1);
 }
 
-TEST(RunReport, TheTotalIsWhatThePartThatIsDoneMakesOfTheWhole) {
+TEST(RunReport, TotalIsExtrapolatedFromFinishedPart) {
   RunReport report;
   RunReport::Counts counts = countsOf(110, 100, 0.25);
   report.add(counts);
   EXPECT_EQ(filled(report).integer("itemsTotal"), 400);
 }
 
-TEST(RunReport, TheTotalIsNeverLessThanWhatWasFound) {
+TEST(RunReport, TotalIsAtLeastFoundCount) {
   RunReport report;
   RunReport::Counts counts = countsOf(200, 100, 1);
   report.add(counts);
@@ -52,14 +92,14 @@ TEST(RunReport, TooSmallAPartTellsNothing) {
   EXPECT_EQ(filled(report).integer("itemsTotal"), 20);
 }
 
-TEST(RunReport, AtTheEndTheTotalIsWhatWasDone) {
+TEST(RunReport, FinalTotalEqualsDoneCount) {
   RunReport report;
   RunReport::Counts counts = countsOf(110, 100, 0.25);
   report.add(counts);
   EXPECT_EQ(filled(report, true).integer("itemsTotal"), 100);
 }
 
-TEST(RunReport, AnObjectThatTurnsOutNotToBeThereIsNotFound) {
+TEST(RunReport, VanishedObjectIsSubtractedFromFound) {
   RunReport report;
   RunReport::Counts counts = countsOf(10, 0, 0);
   report.add(counts);
@@ -90,4 +130,5 @@ TEST(RunReport, ExamplesAreOfDryRunsAlone) {
 }
 
 }  // namespace
+
 }  // namespace paddock::copyprivs

@@ -4,12 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "base/file_access.h"
 #include "base/system_call.h"
+#include "wire/property_list.h"
 
 namespace paddock::copyprivs {
 
@@ -24,7 +27,7 @@ std::string textOf(int error) { return std::generic_category().message(error); }
 StatusFile::StatusFile(const std::string& path) : path_(path) {
   const std::size_t slash = path.rfind('/');
   name_ = path.substr(slash + 1);
-  // The pid keeps runs apart that were given the same file.
+  // The pid makes the name unique among runs with the same file.
   temporaryName_ = "." + name_.substr(0, NAME_MAX / 2) + "." + std::to_string(::getpid()) + ".new";
   std::string folder = ".";
   if (slash != std::string::npos) folder = path.substr(0, slash + 1);
@@ -71,7 +74,7 @@ void StatusFile::replace(std::string_view contents, bool isLast) {
     return;
   }
   ::unlinkat(folder_.get(), temporaryName_.c_str(), 0);
-  // Room may come again before the last one.
+  // Space may become available before the last one.
   if (error != ENOSPC && error != EDQUOT) fail(textOf(error));
   if (isLast && failure_.empty()) fail(textOf(error));
 }
@@ -90,10 +93,42 @@ int StatusFile::write(std::string_view contents, bool isLast) {
   if (error != 0) return error;
   const FileDescriptor file(descriptor);
   if (::fchmod(descriptor, kMode) != 0 || !writeAll(descriptor, contents)) return errno;
-  // What is written on the way is soon written again.
+  // Intermediate states are soon overwritten.
   if (isLast && ::fsync(descriptor) != 0) return errno;
   if (::renameat(folder, temporary, folder, name_.c_str()) != 0) return errno;
   return isLast && ::fsync(folder) != 0 ? errno : 0;
+}
+
+namespace {
+
+// With the last one, no more than four in a second.
+constexpr std::chrono::milliseconds kInterval(350);
+
+}  // namespace
+
+StatusWriter::StatusWriter(StatusFile& file, std::function<Dictionary()> status)
+    : file_(file), status_(std::move(status)), thread_([this] { run(); }) {}
+
+void StatusWriter::stop() {
+  {
+    const MutexLock lock(mutex_);
+    isEnding_ = true;
+  }
+  ending_.notify_one();
+  if (thread_.joinable()) thread_.join();
+}
+
+void StatusWriter::run() {
+  MutexLock lock(mutex_);
+  do {
+    file_.replace(wire::writePropertyList(status_()), false);
+  } while (!waitForEnd());
+}
+
+bool StatusWriter::waitForEnd() {
+  const auto next = std::chrono::steady_clock::now() + kInterval;
+  while (!isEnding_ && ending_.wait_until(mutex_, next)) continue;
+  return isEnding_;
 }
 
 }  // namespace paddock::copyprivs

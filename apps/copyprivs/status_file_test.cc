@@ -15,7 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class StatusFileTest : public ::testing::Test {
+class StatusFileUpdates : public ::testing::Test {
  protected:
   std::vector<std::string> names() {
     std::vector<std::string> names;
@@ -24,12 +24,19 @@ class StatusFileTest : public ::testing::Test {
     }
     return names;
   }
+  // Leaves no room for the second text in the folder, which is a small disk of its own.
+  void fillDiskAndReplace(StatusFile& file, bool isLast) {
+    file.replace("first", false);
+    writeWholeFile(folder_.path("filler"), std::string(100'000, 'x'));
+    file.replace(std::string(8192, 'y'), isLast);
+    EXPECT_EQ(readWholeFile(path_), "first");
+  }
 
   const TestFolder folder_;
   const std::string path_ = folder_.path("status");
 };
 
-TEST_F(StatusFileTest, IsReplacedAsAWhole) {
+TEST_F(StatusFileUpdates, IsReplacedAsAWhole) {
   writeWholeFile(path_, "");
   StatusFile file(path_);
   file.replace("first", false);
@@ -40,13 +47,13 @@ TEST_F(StatusFileTest, IsReplacedAsAWhole) {
   EXPECT_THAT(names(), ElementsAre("status"));
 }
 
-TEST_F(StatusFileTest, IsMadeWhenItIsMissing) {
+TEST_F(StatusFileUpdates, IsMadeWhenItIsMissing) {
   StatusFile file(path_);
   file.replace("first", false);
   EXPECT_EQ(readWholeFile(path_), "first");
 }
 
-TEST_F(StatusFileTest, OneThatWasTakenAwayIsNotMadeAgain) {
+TEST_F(StatusFileUpdates, RemovedFileIsNotRecreated) {
   StatusFile file(path_);
   file.replace("first", false);
   std::filesystem::remove(path_);
@@ -56,7 +63,7 @@ TEST_F(StatusFileTest, OneThatWasTakenAwayIsNotMadeAgain) {
   EXPECT_EQ(file.failure(), "");
 }
 
-TEST_F(StatusFileTest, WhatIsNoFileOfItsOwnIsLeftAlone) {
+TEST_F(StatusFileUpdates, ForeignFileIsLeftAlone) {
   const auto expectLeft = [this](const std::string& what) {
     StatusFile file(path_);
     file.replace("text", true);
@@ -77,7 +84,7 @@ TEST_F(StatusFileTest, WhatIsNoFileOfItsOwnIsLeftAlone) {
   EXPECT_EQ(readWholeFile(folder_.path("other")), "precious");
 }
 
-TEST_F(StatusFileTest, ALinkThatComesLaterIsNotFollowedEither) {
+TEST_F(StatusFileUpdates, LaterSymlinkIsNotFollowed) {
   writeWholeFile(folder_.path("other"), "precious");
   StatusFile file(path_);
   file.replace("first", false);
@@ -89,28 +96,25 @@ TEST_F(StatusFileTest, ALinkThatComesLaterIsNotFollowedEither) {
   EXPECT_NE(file.failure(), "");
 }
 
-TEST_F(StatusFileTest, AFolderThatIsMissingIsAFailure) {
+TEST_F(StatusFileUpdates, AFolderThatIsMissingIsAFailure) {
   StatusFile file(folder_.path("missing/status"));
   EXPECT_THAT(file.failure(), HasSubstr("No such file or directory"));
   file.replace("text", true);
   EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(StatusFileTest, AFolderIsNoStatusFile) {
+TEST_F(StatusFileUpdates, AFolderIsNoStatusFile) {
   EXPECT_NE(StatusFile(folder_.path() + "/").failure(), "");
   EXPECT_NE(StatusFile(folder_.path("..")).failure(), "");
 }
 
-TEST_F(StatusFileTest, OnAFullDiskTheOldOneStaysUntilThereIsRoom) {
+TEST_F(StatusFileUpdates, FullDiskKeepsOldFileUntilSpaceReturns) {
   const std::string why = whyNoOwnMounts();
   if (!why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     mountTmpfs(folder_.path(), "64k");
     StatusFile file(path_);
-    file.replace("first", false);
-    writeWholeFile(folder_.path("filler"), std::string(100'000, 'x'));
-    file.replace(std::string(8192, 'y'), false);
-    EXPECT_EQ(readWholeFile(path_), "first");
+    fillDiskAndReplace(file, false);
     EXPECT_EQ(file.failure(), "");
     std::filesystem::remove(folder_.path("filler"));
     file.replace("last", true);
@@ -119,16 +123,13 @@ TEST_F(StatusFileTest, OnAFullDiskTheOldOneStaysUntilThereIsRoom) {
   });
 }
 
-TEST_F(StatusFileTest, OnADiskThatStaysFullTheLastOneIsAFailure) {
+TEST_F(StatusFileUpdates, PersistentlyFullDiskFailsFinalWrite) {
   const std::string why = whyNoOwnMounts();
   if (!why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     mountTmpfs(folder_.path(), "64k");
     StatusFile file(path_);
-    file.replace("first", false);
-    writeWholeFile(folder_.path("filler"), std::string(100'000, 'x'));
-    file.replace(std::string(8192, 'y'), true);
-    EXPECT_EQ(readWholeFile(path_), "first");
+    fillDiskAndReplace(file, true);
     EXPECT_THAT(file.failure(), HasSubstr("No space left on device"));
   });
 }

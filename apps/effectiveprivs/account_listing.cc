@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "base/text.h"
-#include "platform/directory_schema.h"
-#include "platform/linux/accounts/account_answers.h"
+#include "platform/directory.h"
+#include "platform/linux/accounts/account_searches.h"
 #include "platform/linux/accounts/nss.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/search_node.h"
@@ -181,7 +181,7 @@ std::optional<std::size_t> AccountListing::groupWithGuid(const Guid& guid) {
   return valueIn(groupsByGuid_, guid);
 }
 
-// The host may know groups that it does not list.
+// The host may know groups that it does not enumerate.
 void AccountListing::learnHostGroup(std::uint32_t gid) {
   if (!hostGroups_.insert(gid).second) return;
   const auto group = nssGroup(gid_t{gid});

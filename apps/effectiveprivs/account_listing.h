@@ -1,5 +1,5 @@
-// Every account of the host and of every directory node, read at once, so that whom a group holds
-// is known without asking about each user. What holds whom is what group_membership.h says.
+// Every account of the host and of every directory node, read at once, so that the members of a
+// group are known without a query for each user. Membership is as group_membership.h defines it.
 #pragma once
 
 #include <cstddef>
@@ -50,18 +50,18 @@ struct HeldUsers {
 
 class AccountListing {
  public:
-  // Reads users and groups, and members not yet. This and everything else throws DirectoryError
-  // when a node cannot answer. Belongs to one thread.
+  // Reads users and groups, and members not yet. Every function throws DirectoryError when a node
+  // does not respond. Not thread-safe.
   explicit AccountListing(DirectoryService& directory);
 
   // By their places, which the other calls take and give.
   const std::vector<ListedUser>& users() const { return users_; }
   const ListedGroup& group(std::size_t group) const { return groups_[group].listed; }
 
-  // Also whom the host knows, but does not list.
+  // Also users that the host knows, but does not enumerate.
   std::optional<std::size_t> userWithUid(std::uint32_t uid);
   std::optional<std::size_t> userWithGuid(const Guid& guid);
-  // A gid always is a group's, which may hold nobody.
+  // Every gid has a group, which may have no members.
   std::size_t groupWithGid(std::uint32_t gid);
   std::optional<std::size_t> groupWithGuid(const Guid& guid);
 
@@ -72,7 +72,7 @@ class AccountListing {
  private:
   struct Node {
     std::shared_ptr<DirectoryNode> node;
-    // By folded name; without a uid for a name that is taken by somebody who has none.
+    // By folded name; without a uid for a name that belongs to an account without one.
     std::map<std::string, std::optional<std::uint32_t>> uids;
   };
   struct Record {

@@ -1,4 +1,4 @@
-// Whom groups hold, listed at once, is whom they hold when one asks about each user.
+// The members of groups as listed are those found by a query for each user.
 #include "effectiveprivs/account_listing.h"
 
 #include <gmock/gmock.h>
@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <random>
 
-#include "base/computed_guid.h"
-#include "platform/directory_schema.h"
+#include "base/guid.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/directory_group_membership.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/testing/in_memory_directory.h"
@@ -48,7 +48,7 @@ class Listing : public ::testing::Test {
     attributes.set(schema::kPrimaryGroupID, std::to_string(gid));
     directory_.addRecord(node, schema::kGroups, name, attributes);
   }
-  // The names of those whom the group holds, each with the groups on the way.
+  // The names of the group's members, each with the groups on the way.
   std::vector<std::string> heldBy(std::uint32_t gid) {
     AccountListing listing(directory_);
     const HeldUsers held = listing.heldBy(listing.groupWithGid(gid));

@@ -3,19 +3,19 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "base/printable.h"
-#include "platform/directory_schema.h"
+#include "base/text.h"
+#include "platform/directory.h"
 #include "platform/search_node.h"
 
 namespace paddock::effectiveprivs {
 
-// What is known of the nodes by all that was opened, which may outlive the service.
+// The state of the nodes, shared by all open sessions, which may outlive the service.
 class NodeNotes final : public NodeObserver {
  public:
   void leftOut(const std::string& path, const DirectoryError& error) override {
     if (!isNeeded(path, error) && !has(path)) nodes.push_back({path, error.what()});
   }
-  // Who may not read the local directory is not told by what else there is.
+  // A process that may not read the local directory gets no answer from the other nodes.
   static bool isNeeded(const std::string& path, const DirectoryError& error) {
     const bool isForbidden = error.status() == EACCES || error.status() == EPERM;
     return path == kSystemNodePath || (path == kLocalNodePath && isForbidden);
@@ -42,7 +42,7 @@ class NodeNotes final : public NodeObserver {
 
 namespace {
 
-// Tells the notes what the node throws.
+// Records in the notes what the node throws.
 class WatchedNode final : public DirectoryNode {
  public:
   WatchedNode(std::shared_ptr<DirectoryNode> node, std::shared_ptr<NodeNotes> notes)

@@ -1,5 +1,5 @@
-// A directory without the nodes that cannot answer, so that one that is down leaves what the others
-// know. Which ones are left out is told, because what they know is missing then.
+// A directory without the nodes that do not respond, so that a failed node does not hide the
+// records of the others. The nodes left out are reported, because their records are missing.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/value.h"
-#include "effectiveprivs/failure.h"
+#include "effectiveprivs/effectiveprivs_failure.h"
 #include "platform/directory.h"
 
 namespace paddock::effectiveprivs {
@@ -26,10 +26,10 @@ Value leftOutValue(const std::vector<LeftOutNode>& nodes);
 
 class NodeNotes;
 
-// Belongs to one thread.
+// Not thread-safe.
 class AnsweringNodes final : public DirectoryService {
  public:
-  // The caller keeps it alive.
+  // `all` must outlive this object.
   explicit AnsweringNodes(DirectoryService& all);
   AnsweringNodes(const AnsweringNodes&) = delete;
   AnsweringNodes& operator=(const AnsweringNodes&) = delete;

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "base/printable.h"
-#include "base/text_table.h"
+#include "base/text.h"
 #include "base/value.h"
 
 namespace paddock::effectiveprivs {
@@ -28,7 +27,7 @@ bool isTheSame(const DoorRights& one, const DoorRights& other) {
   return one.read.access == other.read.access && one.write.access == other.write.access;
 }
 
-// The doors that let somebody past what stops local programs.
+// The doors that grant access past what stops local programs.
 std::string pastText(const PathAnswer& answer) {
   std::string text;
   for (const Door& door : answer.doors) {

@@ -1,8 +1,8 @@
 // The ways to a path, and what each of them lets a user do: SMB, programs of the host, NFS.
 //
-// The answer for the path as a whole is what is left when everything on the way is counted. It is
-// "cannot tell" when an entry of the list for somebody unknown might change it, also where the
-// kernel, which does not know that entry, lets the user in.
+// The answer for the path as a whole is what remains after every component of the path is
+// evaluated. It is "cannot tell" when an ACL entry for an unknown principal might change it, also
+// where the kernel, which does not know that entry, grants access.
 #pragma once
 
 #include <array>
@@ -52,13 +52,13 @@ struct DoorQuestions {
 
 class Doors {
  public:
-  // The caller keeps both alive. Throws Failure.
+  // Both must outlive this object. Throws Failure.
   Doors(const PinnedObject& object, Installation& installation);
 
   const PathFacts& facts() const { return facts_; }
   // `list`: what the list and the mode give, with reasons.
   PathAnswer answerFor(const Visitor& visitor, const ListRights& list, ListKind kind) const;
-  // Good as long as this object.
+  // Valid as long as this object.
   DoorQuestions questions(ListKind kind) const;
 
  private:
@@ -74,7 +74,7 @@ class Doors {
 const char* accessWord(Access access);
 // Of both rights: "yes", "read", "write", "no", "cannot tell".
 const char* verdictWord(const DoorRights& rights);
-// The reasons of what is not let, once each; empty when there is none.
+// The reasons of what is denied, each once; empty when nothing is.
 std::string reasonText(const DoorRights& rights);
 
 // The line that an answer begins with, without its end: "No: stopped at /vol/priv, mode 700, owner

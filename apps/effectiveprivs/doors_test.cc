@@ -1,4 +1,4 @@
-// What Samba's configuration and the table of exports say, and what smbd makes of it.
+// Parsing of Samba's configuration and the table of exports, and the evaluation by smbd.
 #include "effectiveprivs/doors.h"
 
 #include <gmock/gmock.h>
@@ -35,7 +35,7 @@ TEST(SmbConfigurationText, HasSectionsWithWhatGlobalSays) {
   EXPECT_TRUE(found.shares[1].isOn("read only", false));
 }
 
-TEST(SmbShareRule, AShareIsReadOnlyUnlessItSaysOtherwise) {
+TEST(SmbShareRule, ShareIsReadOnlyByDefault) {
   EXPECT_EQ(open(shareWith({})).write.access, Access::no);
   EXPECT_THAT(open(shareWith({})).write.why, HasSubstr("read only"));
   EXPECT_EQ(open(shareWith({})).read.access, Access::yes);
@@ -49,7 +49,7 @@ TEST(SmbShareRule, ListsOfReadersAndWritersGoFirst) {
   EXPECT_EQ(open(share, bert()).write.access, Access::yes);
 }
 
-TEST(SmbShareRule, ValidUsersAreLetInAndInvalidOnesAreNot) {
+TEST(SmbShareRule, ValidUsersAreAdmittedAndInvalidUsersRefused) {
   const SmbShare photos = parseSmbConfiguration(kPrinted).shares[0];
   EXPECT_EQ(open(photos).read.access, Access::yes);
   EXPECT_EQ(open(photos, bert()).read.access, Access::no);
@@ -72,7 +72,7 @@ TEST(SmbShareRule, TheListCountsWithTheModuleAlone) {
   EXPECT_EQ(smbRights(with, {"root", {0, {0}}}, object).read.access, Access::yes);
 }
 
-TEST(SmbShareRule, AListThatTheKernelHasOverriddenCountsWhereTheKernelIsIgnored) {
+TEST(SmbShareRule, OverriddenListCountsWhenKernelIsIgnored) {
   const SmbObject object{.list = noRights("entry 1"), .kind = ListKind::overridden};
   EXPECT_EQ(smbRights(shareWith({{"vfs objects", "acl_xattr"}}), anna(), object).read.access,
             Access::yes);
@@ -81,7 +81,7 @@ TEST(SmbShareRule, AListThatTheKernelHasOverriddenCountsWhereTheKernelIsIgnored)
   EXPECT_EQ(smbRights(deaf, anna(), object).read.access, Access::no);
 }
 
-TEST(SmbShareRule, AListThatMayBePassedOverDeniesPerhaps) {
+TEST(SmbShareRule, UncertainListLeavesDenialUnknown) {
   const SmbObject object{.list = {{}, {Access::no, "entry 1"}}, .kind = ListKind::unsure};
   const DoorRights rights =
       smbRights(shareWith({{"vfs objects", "acl_xattr"}, {"read only", "No"}}), anna(), object);
@@ -108,7 +108,7 @@ TEST(SmbShareRule, OfSomebodyElsesRightsNothingIsKnown) {
             "share \"x\": read only = yes");
 }
 
-TEST(SmbShareRule, WhatBindsEverybodyBindsWhomeverSmbdTakesTheUserFor) {
+TEST(SmbShareRule, UniversalRestrictionsBindForcedUser) {
   const auto share = shareWith({{"force user", "bert"}, {"read only", "No"}});
   EXPECT_EQ(smbRights(share, anna(), {.room = {Access::no, "immutable"}}).write.why, "immutable");
   const SmbObject readOnly{.readOnly = samba::DosReadOnly::yes};
@@ -116,7 +116,7 @@ TEST(SmbShareRule, WhatBindsEverybodyBindsWhomeverSmbdTakesTheUserFor) {
   EXPECT_EQ(smbRights(share, anna(), readOnly).read.access, Access::unknown);
 }
 
-TEST(SmbShareRule, ModulesThatAreNotKnownMayTakeAnythingAway) {
+TEST(SmbShareRule, UnknownModulesLeaveRightsUnknown) {
   const auto write = [](const char* modules) {
     return open(shareWith({{"vfs objects", modules}, {"read only", "No"}}));
   };
@@ -139,7 +139,7 @@ TEST(SmbShareRule, NamesThatMayBeVetoedCannotBeTold) {
   EXPECT_EQ(over("/%U/", "/a"), Access::unknown);
 }
 
-TEST(SmbShareRule, WithoutAListTheModeCountsWhereTheKernelIsIgnored) {
+TEST(SmbShareRule, ModeCountsWithoutListWhenKernelIsIgnored) {
   const SmbObject object{.mode = noRights("mode")};
   EXPECT_EQ(smbRights(shareWith({{"vfs objects", "acl_xattr"}}), anna(), object).read.access,
             Access::yes);
@@ -163,7 +163,7 @@ TEST(ExportTable, HasTheOptionsOfTheUsualFlavour) {
               ElementsAre("ro", "sync", "anonuid=65534", "sec=sys", "rw", "all_squash"));
 }
 
-// Of three doors that let in so much.
+// Of three doors with these rights.
 PathAnswer answerOf(const DoorRights& smb, const DoorRights& local, const DoorRights& whole) {
   PathAnswer answer;
   answer.doors[0] = {"smb", "SMB", smb, "x", {}};

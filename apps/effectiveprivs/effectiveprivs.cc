@@ -1,12 +1,10 @@
 #include "effectiveprivs/effectiveprivs.h"
 
-#include <exception>
 #include <optional>
 
-#include "base/printable.h"
+#include "effectiveprivs/effectiveprivs_options.h"
 #include "effectiveprivs/explanation.h"
 #include "effectiveprivs/installation.h"
-#include "effectiveprivs/options.h"
 #include "effectiveprivs/question.h"
 #include "effectiveprivs/who.h"
 
@@ -14,18 +12,14 @@ namespace paddock::effectiveprivs {
 
 namespace {
 
-// Unsure: an entry for somebody unknown, or a directory node that cannot be asked, leaves something
-// in doubt.
-enum ExitStatus { done = 0, failed = 1, usage = 2, unsure = 4 };
+// The exit status when an entry for an unknown principal, or a directory node that does not
+// respond, leaves something in doubt.
+constexpr int kUnsure = 4;
 
 struct Output {
   std::string text;
-  ExitStatus status = done;
+  int status = frame::done;
 };
-
-void say(std::ostream& error, const std::string& text) {
-  error << "effectiveprivs: " << printable(text) << std::endl;
-}
 
 ListKind kindOf(const ObjectPrivileges& privileges, const PinnedObject& object,
                 const Installation& installation) {
@@ -56,7 +50,7 @@ Output answerOfEverybody(const Options& options, Installation& installation) {
                   installation.accounts());
   });
   who.leftOut = installation.leftOut();
-  const ExitStatus status = who.isDoubted() || !who.leftOut.empty() ? unsure : done;
+  const int status = who.isDoubted() || !who.leftOut.empty() ? kUnsure : frame::done;
   if (options.json) return {whoJson(options.path, who) + "\n", status};
   return {whoText(objectText(describe(installation.accounts(), options.path, privileges)), who),
           status};
@@ -75,7 +69,8 @@ Output explained(const Options& options, Installation& installation, Place& plac
   if (const FolderAbove* folder = doors.facts().folderThatStops(person))
     explanation.barrier = folder->path;
   explanation.leftOut = installation.leftOut();
-  const ExitStatus status = explanation.isDoubted() || !explanation.leftOut.empty() ? unsure : done;
+  const int status =
+      explanation.isDoubted() || !explanation.leftOut.empty() ? kUnsure : frame::done;
   if (options.json) return {explanationJson(explanation) + "\n", status};
   return {options.answer ? answerText(explanation) : explanationText(explanation), status};
 }
@@ -90,39 +85,22 @@ Output answer(const Options& options, const std::string& root) {
   if (options.explain || options.answer)
     return explained(options, installation, place, user, found);
   // The module reads a number, and nothing else.
-  return {std::to_string(granted(found.verdicts)) + "\n", done};
-}
-
-int perform(const Options& options, const std::string& root, std::ostream& out,
-            std::ostream& error) {
-  const Output found = answer(options, root);
-  out << found.text << std::flush;
-  if (out) return found.status;
-  say(error, "standard output cannot be written");
-  return failed;
+  return {std::to_string(granted(found.verdicts)) + "\n", frame::done};
 }
 
 }  // namespace
 
 int runEffectiveprivs(const std::vector<std::string>& words, const std::string& root,
                       std::ostream& out, std::ostream& error) {
+  const frame::ProgramRun run("effectiveprivs", kUsage, out, error);
   std::string fault;
   const auto options = readOptions(words, fault);
-  if (!options) {
-    say(error, fault);
-    error << kUsage << '\n';
-    return usage;
-  }
-  if (options->help || options->version) {
-    out << (options->help ? kUsage : "effectiveprivs " PADDOCK_VERSION) << '\n';
-    return done;
-  }
-  try {
-    return perform(*options, root, out, error);
-  } catch (const std::exception& exception) {
-    say(error, exception.what());
-    return failed;
-  }
+  if (!options) return run.refuse(fault);
+  if (options->isAny()) return run.describe(*options);
+  return run.attempt([&] {
+    const Output found = answer(*options, root);
+    return run.print(found.text, found.status);
+  });
 }
 
 }  // namespace paddock::effectiveprivs

@@ -110,7 +110,7 @@ class Judge {
     const ObjectPrivileges* folder = parentOf_();
     if (folder == nullptr) return verdict;
     if (folder->isSticky && !user_.owns(object_.uid) && !user_.owns(folder->uid)) return verdict;
-    // Whoever may remove the folder itself does not matter here.
+    // Who may remove the folder itself is irrelevant here.
     const Verdicts around = judge(
         *folder, [] { return nullptr; }, user_);
     verdict.granted = letRemove(granted(around));
@@ -127,7 +127,7 @@ class Judge {
       const acl::Permission permission = verdict.permission;
       verdict = how;
       verdict.permission = permission;
-      // What an entry for somebody unknown might have decided the other way before.
+      // An earlier entry for an unknown principal might have decided the opposite.
       if (const auto& other = doubts_[index][verdict.granted ? 0 : 1]) {
         verdict.granted = false;
         verdict.isDoubted = true;
@@ -142,7 +142,7 @@ class Judge {
   const Identity& user_;
   Verdicts verdicts_;
   acl::Permission undecided_ = acl::kAllPermissions;
-  // Of each permission: the first entry for somebody unknown that denies it, and that allows it.
+  // For each permission: the first entries for an unknown principal that deny and that allow it.
   std::array<std::array<std::optional<std::size_t>, 2>, std::tuple_size_v<Verdicts>> doubts_;
 };
 

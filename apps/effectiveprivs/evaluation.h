@@ -1,21 +1,22 @@
 // What a user may do with an object, and why.
 //
-// Root may do everything. For everybody else the entries of the list are walked in order, and the
-// first one that is for the user and names a permission decides it. What none
-// decides comes from the mode, as the kernel gives it to somebody in the host's groups:
+// Root may do everything. For other users the entries of the list are evaluated in order, and the
+// first one that matches the user and names a permission decides it. What no entry decides comes
+// from the mode, as the kernel applies it to a user with the host's groups:
 //   r                   reading data and extended attributes
 //   w                   writing and appending data, and writing extended attributes; on a folder
 //                       also removing what is in it
 //   x                   executing, searching
 //   owner               writing attributes and the list
 //   everybody           reading attributes and the list
-//   the folder around   deleting the object, for whoever may write to and search that folder or
+//   the folder around   deleting the object, for users who may write to and search that folder or
 //                       remove what is in it; in a sticky one only for the owner of either.
-// Changing the owner comes from no mode. When the list is complete, nothing comes from the mode.
+// No mode grants changing the owner. When the list is complete, the mode grants nothing.
 //
-// An entry for somebody whom nobody here knows may be for the user or not, and so may one for a
-// group while a directory node that may put the user into it cannot be asked. A permission is
-// granted when it is either way; it is in doubt when such an entry would change what decides it.
+// An entry for a principal that does not resolve may match the user or not, and so may one for a
+// group while a directory node that might list the user as a member does not respond. A permission
+// is granted when it is granted in either case; it is in doubt when such an entry would change the
+// decision.
 #pragma once
 
 #include <array>
@@ -25,7 +26,6 @@
 #include <vector>
 
 #include "effectiveprivs/identity.h"
-#include "effectiveprivs/rule.h"
 #include "platform/acl.h"
 #include "platform/linux/acl/posix_acl.h"
 
@@ -48,7 +48,7 @@ enum class Reason {
   entry,      // of the list
   mode,       // the bits of a class of the mode
   owner,      // being the owner, or not
-  everybody,  // nobody is kept from it
+  everybody,  // denied to no user
   parent,     // what the user may do with the folder around
   list,       // it is complete, and no entry says anything of it
   nothing,    // neither an entry nor a mode gives it

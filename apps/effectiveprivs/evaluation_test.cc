@@ -57,7 +57,7 @@ TEST(Mode, WritingGivesDataAppendingAndExtendedAttributes) {
   EXPECT_EQ(permissionsOf(fileWith(0002), anna()), 4 | 32 | 1024 | kEverybodys);
 }
 
-TEST(Mode, WritingAFolderIsAlsoDeletingWhatIsInIt) {
+TEST(Mode, WritingFolderIncludesDeletingItsContents) {
   EXPECT_EQ(permissionsOf(folderWith(0002), anna()), 4 | 32 | 64 | 1024 | kEverybodys);
 }
 
@@ -65,14 +65,14 @@ TEST(Mode, ExecutingGivesExecuting) {
   EXPECT_EQ(permissionsOf(fileWith(0001), anna()), 8 | kEverybodys);
 }
 
-TEST(Mode, TheOwnerHasTheOwnersBitsAndAttributesAndTheList) {
+TEST(Mode, OwnerGetsOwnerBitsAttributesAndList) {
   EXPECT_EQ(permissionsOf(owned(fileWith(0077), kAnna, kStaff), anna({groupOf(kStaff)})),
             256 | 4096 | kEverybodys);
   EXPECT_EQ(permissionsOf(owned(fileWith(0400), kAnna, kStaff), anna()),
             2 | 512 | 256 | 4096 | kEverybodys);
 }
 
-TEST(Mode, AMemberOfTheOwningGroupHasTheGroupsBits) {
+TEST(Mode, OwningGroupMemberGetsGroupBits) {
   const auto file = owned(fileWith(0047), kBert, kStaff);
   EXPECT_EQ(permissionsOf(file, anna({groupOf(kCrew), groupOf(kStaff)})), 2 | 512 | kEverybodys);
   const Verdict verdict = verdictOn(4, verdictsOf(file, anna({groupOf(kCrew), groupOf(kStaff)})));
@@ -82,7 +82,7 @@ TEST(Mode, AMemberOfTheOwningGroupHasTheGroupsBits) {
   EXPECT_EQ(verdict.group, 1U);
 }
 
-TEST(Mode, AGroupThatOnlyTheDirectoryKnowsIsNoneOfTheKernels) {
+TEST(Mode, DirectoryOnlyGroupIsUnknownToKernel) {
   const Identity user(kAnna, memberOf(kAnna, {groupOf(kStaff)}), {kCrew});
   const auto file = owned(fileWith(0704), kBert, kStaff);
   EXPECT_EQ(permissionsOf(file, user), 2 | 512 | kEverybodys);
@@ -106,7 +106,7 @@ TEST(Mode, RemovingInsideMeansNothingForAFile) {
   EXPECT_EQ(verdictOn(64, verdictsOf(fileWith(0777), anna())).reason, Reason::nothing);
 }
 
-TEST(List, TheFirstEntryThatNamesAPermissionDecidesIt) {
+TEST(List, FirstEntryNamingPermissionDecidesIt) {
   const auto file = listed(fileWith(0), {deny(userSubject(kAnna), 4), allow(userSubject(kAnna), 6),
                                          deny(userSubject(kAnna), 2)});
   EXPECT_EQ(permissionsOf(file, anna()), 2 | kEverybodys);
@@ -141,7 +141,7 @@ TEST(List, EveryGroupThatHoldsTheUserCounts) {
   EXPECT_EQ(verdict.group, 2U);
 }
 
-TEST(List, AnEntryByGuidIsForTheUserOrGroupThatHasIt) {
+TEST(List, GuidEntryAppliesToMatchingUserOrGroup) {
   const Guid own = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
   const Guid groups = *parseGuid("DEADBEEF-0000-4000-8000-000000000002");
   const Guid nobodys = *parseGuid("DEADBEEF-0000-4000-8000-000000000003");
@@ -199,7 +199,7 @@ TEST(List, BitsThatAreNoPermissionAreNeverGranted) {
   EXPECT_EQ(permissionsOf(listed(fileWith(0), {allow(userSubject(kAnna), ~0U)}), anna()), 16382U);
 }
 
-TEST(CompleteList, LeavesNothingToTheModeNorToTheFolderAround) {
+TEST(CompleteList, OverridesModeAndParentFolder) {
   const auto file =
       listed(owned(fileWith(0777), kAnna, kStaff), {allow(userSubject(kAnna), 2)}, true);
   const Verdicts verdicts = verdictsOf(file, anna(), folderWith(0777));
@@ -236,11 +236,11 @@ TEST(Deleting, FollowsDeletingWhatIsInTheFolderAlone) {
   EXPECT_EQ(deleting(fileWith(0), folder), 16U);
 }
 
-TEST(Deleting, OfWhatIsInACompletelyListedFolderFollowsThatList) {
+TEST(Deleting, InFolderWithCompleteListFollowsThatList) {
   EXPECT_EQ(deleting(fileWith(0), listed(folderWith(0777), {}, true)), 0U);
 }
 
-TEST(Deleting, InAStickyFolderIsForTheOwnerOfEitherAlone) {
+TEST(Deleting, InStickyFolderRequiresOwnership) {
   EXPECT_EQ(deleting(fileWith(0777), folderWith(01777)), 0U);
   EXPECT_EQ(deleting(owned(fileWith(0), kAnna, kStaff), folderWith(01777)), 16U);
   EXPECT_EQ(deleting(fileWith(0), owned(folderWith(01700), kAnna, kStaff)), 16U);
@@ -252,7 +252,7 @@ TEST(Deleting, AnEntryDecidesItWhateverTheFolderSays) {
   EXPECT_EQ(deleting(listed(fileWith(0), {deny(userSubject(kAnna), 16)}), folderWith(0777)), 0U);
 }
 
-TEST(Deleting, DoesNotLookAtTheFolderWhenItIsDecided) {
+TEST(Deleting, SkipsFolderCheckWhenDecided) {
   const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 16)});
   judge(
       file,
@@ -272,7 +272,7 @@ TEST(UnknownUid, HasWhatEveryoneAndOthersHave) {
   EXPECT_EQ(permissionsOf(file, unknown(4711)), 2 | 8 | 512 | kEverybodys);
 }
 
-TEST(UnknownUid, IsJudgedByWhatItOwnsAndWhatNamesIt) {
+TEST(UnknownUid, GetsRightsFromOwnershipAndNamedEntries) {
   const auto file = listed(owned(fileWith(0104), 4711, kStaff),
                            {allow(userSubject(4711), 32), allow(subjectOf(Kind::ownerRights), 4)});
   EXPECT_EQ(permissionsOf(file, unknown(4711)), 4 | 8 | 32 | 256 | 4096 | kEverybodys);
@@ -290,10 +290,10 @@ TEST(UnknownUid, WhatNobodyHasIsNoOwner) {
   EXPECT_EQ(permissionsOf(file, unknown(Identity::kNoUid)), kEverybodys);
 }
 
-// A stranger may be anybody.
+// An unknown principal may match any user.
 constexpr Subject::Kind kStranger = Subject::Kind::unknown;
 
-TEST(Stranger, WhoIsDeniedLeavesWhatComesBehindInDoubt) {
+TEST(Stranger, DenialLeavesLaterEntriesInDoubt) {
   const auto file =
       listed(fileWith(0), {allow(userSubject(kAnna), 8), deny(subjectOf(kStranger), 2 | 8),
                            allow(userSubject(kAnna), 2 | 4)});
@@ -304,13 +304,13 @@ TEST(Stranger, WhoIsDeniedLeavesWhatComesBehindInDoubt) {
   EXPECT_EQ(verdictOn(2, verdicts).entry, 2U);
 }
 
-TEST(Stranger, WhoIsDeniedWhatTheModeGivesLeavesItInDoubt) {
+TEST(Stranger, DenialOfModeRightsLeavesThemInDoubt) {
   const auto file = listed(fileWith(0004), {deny(subjectOf(kStranger), 2)});
   EXPECT_EQ(granted(verdictsOf(file, anna())), 512 | kEverybodys);
   EXPECT_EQ(doubted(verdictsOf(file, anna())), 2U);
 }
 
-TEST(Stranger, WhoIsDeniedWhatIsRefusedAnywayLeavesNoDoubt) {
+TEST(Stranger, DenialOfRefusedRightsLeavesNoDoubt) {
   const auto file = listed(fileWith(0), {deny(subjectOf(kStranger), 2)});
   EXPECT_EQ(doubted(verdictsOf(file, anna())), 0U);
 }
@@ -325,8 +325,8 @@ TEST(Stranger, WhoIsAllowedLeavesARefusalInDoubt) {
   EXPECT_EQ(verdictOn(2, verdicts).doubt, 0U);
 }
 
-// Of a node that cannot be asked, a user may be in any group.
-TEST(UnaskedNode, LeavesWhatGroupsDecideInDoubtAndNothingElse) {
+// A user may be in any group of a node that does not respond.
+TEST(UnaskedNode, LeavesOnlyGroupDecisionsInDoubt) {
   auto file = listed(fileWith(0), {allow(userSubject(kBert), 8), deny(groupSubject(kCrew), 2 | 8),
                                    allow(userSubject(kAnna), 2 | 4)});
   EXPECT_EQ(doubted(verdictsOf(file, anna())), 0U);
@@ -371,7 +371,7 @@ TEST(List, AccountsOfSambasAreTheirUids) {
   EXPECT_EQ(permissionsOf(file, unknown(7)), kEverybodys);
 }
 
-TEST(List, WhoeverIsJudgedByItComesOverTheNetwork) {
+TEST(List, NetworkEntryAppliesToEveryUser) {
   const auto file = listed(fileWith(0), {allow(subjectOf(Kind::network), 2)});
   EXPECT_EQ(permissionsOf(file, anna()), 2 | kEverybodys);
 }

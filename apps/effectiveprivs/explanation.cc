@@ -76,7 +76,7 @@ class Explainer {
     if (verdict.modeClass) return *verdict.modeClass == ModeClass::owner ? "owner" : "others";
     if (!verdict.entry) return {};
     const Subject& subject = object_.list->rules[*verdict.entry].subject;
-    // Of nobody else than the user, when it is no group's.
+    // The user's own GUID, when it is no group's.
     if (subject.kind == Subject::Kind::guid) return "user:" + userName(accounts_, user_.uid());
     return subjectName(accounts_, subject);
   }

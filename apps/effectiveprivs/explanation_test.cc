@@ -39,7 +39,7 @@ class Explaining : public ::testing::Test {
     ADD_FAILURE() << permission;
     return {};
   }
-  // As a kernel answers that agrees with the object's list.
+  // As a kernel would answer that agrees with the object's list.
   static KernelAnswer agreeing(const Explanation& explanation) {
     return {{KernelClass::others, 0}, explanation.bitmap};
   }
@@ -47,7 +47,7 @@ class Explaining : public ::testing::Test {
   InMemoryAccounts accounts_;
 };
 
-TEST_F(Explaining, AnEntrySaysItsPlaceAndWhomItIsFor) {
+TEST_F(Explaining, EntryNamesItsPositionAndPrincipal) {
   const auto one =
       onReading(listed(fileWith(0), {allow(userSubject(kBert), 2), deny(userSubject(kAnna), 2)}));
   EXPECT_FALSE(one.granted);
@@ -58,7 +58,7 @@ TEST_F(Explaining, AnEntrySaysItsPlaceAndWhomItIsFor) {
   EXPECT_EQ(one.text, "entry 2: deny user:anna");
 }
 
-TEST_F(Explaining, AnEntryForAGroupSaysThroughWhichMembership) {
+TEST_F(Explaining, GroupEntryNamesDecidingMembership) {
   const auto user = anna({groupOf(kCrew), groupOf(kStaff, HeldBy::nestedGroup, 0)});
   const auto direct = onReading(listed(fileWith(0), {allow(groupSubject(kCrew), 2)}), user);
   EXPECT_EQ(direct.principal, "group:crew");
@@ -70,7 +70,7 @@ TEST_F(Explaining, AnEntryForAGroupSaysThroughWhichMembership) {
   EXPECT_EQ(nested.text, "entry 1: allow group:staff (through crew, staff)");
 }
 
-TEST_F(Explaining, AGroupWithoutANameIsItsNumberOrGuid) {
+TEST_F(Explaining, UnnamedGroupIsShownByNumberOrGuid) {
   const Guid guid = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
   const Identity user(kAnna, memberOf(kAnna, {groupOf(77), {{}, {guid}, {}, {}, {}, {}}}), {});
   EXPECT_EQ(onReading(listed(fileWith(0), {allow(groupSubject(77), 2)}), user).principal,
@@ -79,7 +79,7 @@ TEST_F(Explaining, AGroupWithoutANameIsItsNumberOrGuid) {
             "group:" + guidText(guid));
 }
 
-TEST_F(Explaining, AnEntryByTheUsersGuidNamesTheUser) {
+TEST_F(Explaining, GuidEntryNamesUser) {
   const Guid guid = computedGuid({PrincipalType::user, kAnna});
   EXPECT_EQ(onReading(listed(fileWith(0), {allow(guidSubject(guid), 2)})).principal, "user:anna");
 }
@@ -95,7 +95,7 @@ TEST_F(Explaining, WellKnownPrincipalsHaveNames) {
       "owner rights");
 }
 
-TEST_F(Explaining, TheModeSaysWhichClassAndWhatItHas) {
+TEST_F(Explaining, ModeNamesClassAndItsBits) {
   EXPECT_EQ(onReading(owned(fileWith(0640), kAnna, kStaff)).text, "the mode gives owner rw-");
   EXPECT_EQ(onReading(owned(fileWith(0640), kBert, kStaff), anna({groupOf(kStaff)})).text,
             "the mode gives group:staff r--");
@@ -139,7 +139,7 @@ TEST_F(Explaining, TheTextBeginsWithTheAnswer) {
               HasSubstr("\"stop\":\"stopped at /srv, mode 700, owner bert\""));
 }
 
-TEST_F(Explaining, AStrangerWhoIsDeniedIsNamedWithWhatHeWouldChange) {
+TEST_F(Explaining, DeniedStrangerIsNamedWithAlternativeVerdict) {
   Subject stranger = subjectOf(Kind::unknown);
   stranger.sid = "S-1-5-21-1-2-3-1104";
   const Explanation explanation =
@@ -156,7 +156,7 @@ TEST_F(Explaining, AStrangerWhoIsDeniedIsNamedWithWhatHeWouldChange) {
   EXPECT_THAT(explanationText(explanation), HasSubstr("\n  ?    read-data "));
 }
 
-TEST_F(Explaining, TheNumberAndWhatWasAskedComeBehindTheAnswer) {
+TEST_F(Explaining, NumberAndQuestionFollowAnswer) {
   const auto folder =
       listed(owned(folderWith(0750), kBert, kStaff), {allow(userSubject(kAnna), 2)});
   EXPECT_THAT(explanationText(explained(folder)),
@@ -176,7 +176,7 @@ TEST_F(Explaining, NamesCannotSteerATerminal) {
   EXPECT_THAT(explanationText(explained(fileWith(0))), Not(HasSubstr("\x1b")));
 }
 
-TEST_F(Explaining, WhereTheKernelAgreesNothingIsSaidOfIt) {
+TEST_F(Explaining, AgreeingKernelIsNotMentioned) {
   const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 2)});
   const Explanation explanation = explained(file, anna(), agreeing(explained(file)));
   EXPECT_THAT(explanation.kernelDisagrees, IsEmpty());
@@ -212,13 +212,13 @@ TEST_F(Explaining, TheKernelIsQuotedInItsOwnTerms) {
                           "change-owner: root alone may"));
 }
 
-TEST_F(Explaining, RemovingInsideAFileIsNothingToDisagreeAbout) {
+TEST_F(Explaining, RemovingInsideFileCausesNoDisagreement) {
   const auto file = listed(fileWith(0), {allow(userSubject(kAnna), 64)});
   KernelAnswer kernel{{}, 128 | 2048};
   EXPECT_THAT(explained(file, anna(), kernel).kernelDisagrees, IsEmpty());
 }
 
-TEST_F(Explaining, AFolderThatIsInTheWayIsNamed) {
+TEST_F(Explaining, BlockingFolderIsNamed) {
   const auto file = fileWith(0);
   Explanation explanation = explained(file, anna(), agreeing(explained(file)));
   explanation.barrier = "/srv";
@@ -227,7 +227,7 @@ TEST_F(Explaining, AFolderThatIsInTheWayIsNamed) {
   EXPECT_THAT(explanationJson(explanation), HasSubstr("\"barrier\":\"/srv\""));
 }
 
-TEST_F(Explaining, WhatTheKernelGivesOneAfterTheOtherButNotAtOnceIsTold) {
+TEST_F(Explaining, SeparatelyGrantedKernelBitsAreExplained) {
   const auto file = fileWith(0);
   KernelAnswer kernel = agreeing(explained(file));
   kernel.bits = {KernelClass::group, posix_acl::kWrite | posix_acl::kExecute, true};

@@ -1,5 +1,4 @@
-#include "base/printable.h"
-#include "base/text_table.h"
+#include "base/text.h"
 #include "base/value.h"
 #include "effectiveprivs/explanation.h"
 #include "wire/json.h"

@@ -2,11 +2,11 @@
 
 #include <utility>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "configuration/configuration.h"
-#include "effectiveprivs/failure.h"
-#include "platform/directory_schema.h"
-#include "platform/linux/accounts/account_answers.h"
+#include "effectiveprivs/effectiveprivs_failure.h"
+#include "platform/directory.h"
+#include "platform/linux/accounts/account_searches.h"
 #include "platform/linux/configured_options.h"
 
 namespace paddock::effectiveprivs {
@@ -57,7 +57,7 @@ void Installation::markStrangers(ObjectPrivileges& object,
 
 Identity Installation::identify(std::uint32_t uid) {
   UserMembership membership;
-  // Root may do everything whoever else is asked about.
+  // Root may do everything, independently of any lookup.
   if (uid == 0) return {uid, std::move(membership), {}};
   ask("cannot find out the groups of user " + std::to_string(uid), [&] {
     if (const int error = groups_.membershipOf(uid, membership); error != 0)

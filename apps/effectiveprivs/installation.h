@@ -1,4 +1,4 @@
-// What a tree's configuration makes of accounts and lists: the same that its daemon has.
+// Accounts and lists as a tree's configuration defines them: the same as in its daemon.
 #pragma once
 
 #include <functional>
@@ -22,7 +22,7 @@
 #include "platform/linux/acl/principal_sids.h"
 #include "platform/linux/acl/samba_accounts.h"
 #include "platform/linux/directory/linux_directory.h"
-#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 namespace paddock::effectiveprivs {
 
@@ -32,24 +32,25 @@ class Installation {
   // configuration that cannot be used.
   explicit Installation(const std::string& root);
 
-  // By the nodes that answer. Throws Failure when the host cannot say who the user is; what is not
-  // known is never guessed.
+  // By the nodes that respond. Throws Failure when the host cannot identify the user; what is
+  // unknown is never guessed.
   Identity identify(std::uint32_t uid);
-  // The nodes that could not answer so far.
+  // The nodes that have not responded so far.
   const std::vector<LeftOutNode>& leftOut() const { return nodes_.leftOut(); }
   const ObjectReader& objects() const { return objects_; }
-  // Makes the entries that name nobody who is known here ones for somebody unknown. An entry that
-  // `isKnown` holds for is left as it is. Where nodes were left out, marks whom they might know,
-  // too. Throws DirectoryError when no node answers.
+  // Turns entries whose principal does not resolve here into entries for an unknown principal.
+  // Entries for which `isKnown` is true are left as they are. Where nodes were left out, also marks
+  // the principals that they might know. Throws DirectoryError when no node answers.
   void markStrangers(ObjectPrivileges& object,
                      const std::function<bool(const Subject& subject)>& isKnown);
   SambaAccountReader& samba() { return *samba_; }
   const std::string& root() const { return root_; }
   // Names by id are kept.
   Accounts& accounts() { return knownAccounts_; }
-  // Throws DirectoryError when a node cannot say whom it has.
+  // Throws DirectoryError when a node cannot list its accounts.
   AccountListing list() { return AccountListing(nodes_); }
-  // Calls ask(), again without it when a node cannot answer. Throws Failure, beginning with `what`.
+  // Calls ask(), again without the node when a node does not respond. Throws Failure, beginning
+  // with `what`.
   template <typename Ask>
   auto ask(const std::string& what, Ask&& ask) -> decltype(ask()) {
     return nodes_.ask(what, std::forward<Ask>(ask));

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "effectiveprivs/evaluation.h"
 
 namespace paddock::effectiveprivs {
@@ -48,7 +48,7 @@ inline Identity unknown(std::uint32_t uid) {
   return {uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}, {}};
 }
 
-// Bert's and of a group that holds nobody; what is not said is not there.
+// Bert's and of a group without members; fields not given are absent.
 inline ObjectPrivileges objectWith(mode_t mode, bool isFolder = false) {
   return {kBert,    kOthersGid,          posix_acl::classesOf(mode),
           isFolder, (mode & 01000) != 0, std::nullopt};

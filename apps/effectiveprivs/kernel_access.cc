@@ -55,8 +55,7 @@ bool mayDelete(const KernelObject& object, const KernelObject* parent, const Ker
 
 KernelBits kernelBits(const KernelObject& object, const KernelUser& user) {
   if (object.uid == user.uid) return {KernelClass::owner, posix_acl::classesOf(object.mode).owner};
-  // The kernel does not look at an ACL whose mask, which the mode has in the group's place, is
-  // empty.
+  // The kernel ignores an ACL whose mask, which the mode has in the group's place, is empty.
   if (object.acl && (object.mode & S_IRWXG) != 0) return bitsByAcl(*object.acl, object, user);
   return bitsByMode(object, user);
 }

@@ -43,7 +43,7 @@ TEST(KernelBits, TheModesClassesFollowOneAnother) {
   expectBits(fileWith(0421), anna({kCrew}), KernelClass::others, 1);
 }
 
-TEST(KernelBits, ANamedUserHasTheEntryWithinTheMask) {
+TEST(KernelBits, NamedUserGetsEntryWithinMask) {
   expectBits(fileWithAcl(aclOf({{kAnna, 7}}, {{kStaff, 2}}, 5)), anna({kStaff}),
              KernelClass::namedUser, 5);
 }
@@ -79,7 +79,7 @@ TEST(KernelBits, WritingAndSearchingAreApartByThemselves) {
   EXPECT_FALSE(isWritingApart(aclOf({}, {{kCrew, 7}}, 7, {7, 1, 0})));
 }
 
-TEST(KernelBits, AnAclWithAnEmptyMaskIsNotLookedAt) {
+TEST(KernelBits, AclWithEmptyMaskIsIgnored) {
   const auto file = fileWithAcl(aclOf({{kAnna, 7}}, {}, 0, {7, 7, 4}));
   expectBits(file, anna(), KernelClass::others, 4);
   expectBits(file, anna({kStaff}), KernelClass::group, 0);

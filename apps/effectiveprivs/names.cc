@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "base/well_known_principals.h"
+#include "base/principal.h"
 
 namespace paddock::effectiveprivs {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "effectiveprivs/rule.h"
+#include "effectiveprivs/identity.h"
 #include "platform/accounts.h"
 #include "platform/acl.h"
 #include "platform/group_membership.h"

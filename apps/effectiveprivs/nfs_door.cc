@@ -99,7 +99,7 @@ bool isRunning() {
   return threads && leadingInteger(*threads) > 0;
 }
 
-// Whether somebody who has mounted the export comes to the path in it.
+// Whether the path is reachable for a client that has mounted the export.
 bool leadsTo(const NfsExport& entry, const PathFacts& facts) {
   if (entry.path == facts.path()) return true;
   const auto& above = facts.above();

@@ -43,7 +43,7 @@ class NfsDoor {
 
   const PathFacts& facts_;
   std::vector<NfsExport> exports_;  // those that lead to the path
-  std::string fault_;               // why nobody is served, whatever they say
+  std::string fault_;               // why no client is served, whatever the exports say
 };
 
 }  // namespace paddock::effectiveprivs

@@ -3,12 +3,10 @@
 #include <cerrno>
 #include <utility>
 
-#include "effectiveprivs/failure.h"
+#include "effectiveprivs/effectiveprivs_failure.h"
 #include "platform/linux/accounts/nss.h"
-#include "platform/linux/acl/access_mask.h"
+#include "platform/linux/acl/ace_entry.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/sid_text.h"
-#include "platform/linux/acl/well_known_sids.h"
 #include "platform/linux/privileges/file_mode.h"
 #include "platform/linux/privileges/stored_acl.h"
 
@@ -18,7 +16,7 @@ namespace {
 
 using Kind = Subject::Kind;
 
-// Whoever creates an object, and ways of logging on that no session of a user has.
+// The creator SIDs, and logon types that no session of a user has.
 bool isNobodys(const nt_acl::Sid& sid) {
   return sid.authority == nt_acl::kCreatorAuthority || sid.authority == nt_acl::kLocalAuthority ||
          nt_acl::isOfSession(sid);
@@ -123,7 +121,7 @@ Subject ObjectReader::foreignSubject(const nt_acl::Sid& sid) const {
   return {.kind = Kind::guid, .guid = guid, .sid = text};
 }
 
-// Whoever is in such a group is in it by Samba's own word alone, whatever gid stands for it.
+// Membership in such a group is defined by Samba alone, whatever gid maps to it.
 Subject ObjectReader::builtinSubject(const nt_acl::Sid& sid) const {
   std::string why;
   const auto accounts = samba_.read(why);

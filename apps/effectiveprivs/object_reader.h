@@ -9,7 +9,7 @@
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/principal_sids.h"
 #include "platform/linux/acl/samba_accounts.h"
-#include "samba/kernel_acl_hash.h"
+#include "samba/samba_attributes.h"
 
 namespace paddock::effectiveprivs {
 
@@ -24,7 +24,8 @@ class ObjectReader {
   ObjectPrivileges read(const PinnedObject& object) const;
   // Owner, group and mode alone.
   static ObjectPrivileges readMode(const PinnedObject& object);
-  // Whether an SMB server that heeds the kernel's ACLs goes by the object's list, which is there.
+  // Whether an SMB server that heeds the kernel's ACLs enforces the object's list, which is
+  // present.
   samba::ListForce listForce(const PinnedObject& object) const;
   // What the kernel has of it.
   static KernelObject readKernel(const PinnedObject& object);

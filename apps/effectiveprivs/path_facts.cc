@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "base/system_call.h"
-#include "effectiveprivs/failure.h"
+#include "effectiveprivs/effectiveprivs_failure.h"
 #include "effectiveprivs/names.h"
 #include "platform/linux/files/file_object.h"
 
@@ -180,7 +180,7 @@ DoorRights PathFacts::modeRights(const KernelPerson& person) const {
   return rights;
 }
 
-// To a folder that only grows things can be added.
+// Entries can be added to an append-only folder.
 DoorRight PathFacts::seal() const {
   struct statx status {};
   const int error =
@@ -206,14 +206,14 @@ DoorRight PathFacts::room(const KernelPerson& person) const {
     if (isFolder_ && volume.f_files != 0 && volume.f_favail == 0)
       return {Access::no, "the disk has no room for more files"};
   }
-  // Root writes whatever is used up.
+  // Root can write regardless of limits.
   if (person.isRoot()) return {};
   if (const std::string fault = quotaFault(person); !fault.empty()) return {Access::no, fault};
   return {};
 }
 
-// What is written counts for who owns it: for the user when it is a new file, for its owner when
-// it is there already.
+// Usage is charged to the owner: for the user when it is a new file, for its owner when it is there
+// already.
 std::string PathFacts::quotaFault(const KernelPerson& person) const {
   struct statvfs volume {};
   if (errnoOf([&] { return ::fstatvfs(file_.get(), &volume); }) != 0) return {};

@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/object_reader.h"
 #include "platform/accounts.h"
-#include "samba/dos_attributes.h"
+#include "samba/samba_attributes.h"
 
 namespace paddock::effectiveprivs {
 
-// Unknown: it cannot be told.
+// Unknown: cannot be determined.
 enum class Access { no, yes, unknown };
 
 struct DoorRight {
@@ -65,8 +65,8 @@ class PathFacts {
   const std::vector<FolderAbove>& above() const { return above_; }
   const KernelObject& kernel() const { return kernel_; }
 
-  // What the kernel lets somebody do who comes to the path through the folders from `start` on,
-  // which is one of those above, or the path itself; empty for all of them.
+  // What the kernel permits a user who reaches the path through the folders from `start` on, which
+  // is an ancestor of the path or the path itself; empty for all of them.
   DoorRights kernelRights(const KernelPerson& person, const std::string& start = {}) const;
   // What the classes of the mode that the user is in give together, whatever the kernel's ACL says.
   DoorRights modeRights(const KernelPerson& person) const;

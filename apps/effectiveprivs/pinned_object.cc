@@ -9,14 +9,14 @@
 #include <utility>
 
 #include "base/system_call.h"
-#include "effectiveprivs/failure.h"
+#include "effectiveprivs/effectiveprivs_failure.h"
 #include "platform/linux/files/file_object.h"
 
 namespace paddock::effectiveprivs {
 
 namespace {
 
-// How often a file that is being moved is looked for.
+// The number of lookups of a file that is being moved.
 constexpr int kAttempts = 3;
 
 FileDescriptor openFolderAt(int at, const char* name, int& error) {
@@ -78,7 +78,7 @@ PinnedObject PinnedObject::parentOfFile() const {
     const char* name = path.c_str() + slash + 1;
     if (error == 0)
       error = errnoOf([&] { return ::fstatat(folder.get(), name, &found, AT_SYMLINK_NOFOLLOW); });
-    // The path may be another file's by now.
+    // The path may name another file by now.
     if (error == 0 && isSameAs(found)) return {std::move(folder), above};
   }
   throw Failure("cannot find the folder that " + path_ + " is in: it was moved or removed");

@@ -1,4 +1,5 @@
-// A file or folder, held by a descriptor while it is judged, so that no other one takes its place.
+// A file or folder, held open by a descriptor during the evaluation, so that it cannot be replaced
+// by another.
 #pragma once
 
 #include <sys/stat.h>
@@ -6,13 +7,13 @@
 #include <optional>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock::effectiveprivs {
 
 class PinnedObject {
  public:
-  // What is at the path, the last component followed. Throws Failure when that cannot be held.
+  // The object at the path, symlinks followed. Throws Failure when it cannot be opened.
   explicit PinnedObject(const std::string& path);
 
   int number() const { return object_.get(); }
@@ -24,7 +25,7 @@ class PinnedObject {
   std::string realPath() const;
 
   // The folder that it is in: of a file the one that it was reached through, whatever links led
-  // there. Nothing for the highest folder of all. Throws Failure when it cannot be held.
+  // there. Absent for the root directory. Throws Failure when it cannot be opened.
   std::optional<PinnedObject> parent() const;
 
  private:

@@ -6,7 +6,7 @@ namespace paddock::effectiveprivs {
 
 namespace {
 
-// Reads it for somebody: what names the user is for somebody known.
+// Reads it for a user: entries that match the user have a known principal.
 ObjectPrivileges readFor(const Identity& user, Installation& installation,
                          const PinnedObject& object) {
   ObjectPrivileges privileges = installation.objects().read(object);

@@ -12,15 +12,15 @@
 
 namespace paddock::effectiveprivs {
 
-// A file or folder, and the one around it, which is read when it is first asked for.
+// A file or folder, and its parent, which is read on first use.
 class Place {
  public:
-  // The caller keeps the installation alive. Throws Failure.
+  // The installation must outlive this object. Throws Failure.
   Place(const std::string& path, Installation& installation)
       : object_(path), installation_(installation) {}
 
   const PinnedObject& object() const { return object_; }
-  // Null for the highest folder of all. These throw Failure.
+  // Null for the root directory. These throw Failure.
   const PinnedObject* around();
   const ObjectPrivileges* privilegesAround(const Identity& user);
 

@@ -101,7 +101,7 @@ bool isVetoed(const std::string& patterns, const std::string& inside) {
   return false;
 }
 
-// Whom the share lets in at all.
+// The users whom the share admits at all.
 DoorRight admission(const SmbShare& share, const SmbPerson& person) {
   const std::string of = "share \"" + share.name + "\": ";
   if (!share.isOn("available", true)) return {Access::no, of + "available = no"};
@@ -118,11 +118,11 @@ DoorRight admission(const SmbShare& share, const SmbPerson& person) {
   return {};
 }
 
-// Why smbd gives the person the rights of somebody else; empty when it does not.
+// Why smbd gives the person the rights of another user; empty when it does not.
 std::string disguise(const SmbShare& share, const SmbPerson& person) {
   const std::string user = share.value("force user");
   if (!user.empty() && asciiLower(user) != asciiLower(person.name)) return "force user = " + user;
-  // With a plus sign it counts for those who are in it anyway, and gives them nothing.
+  // With a plus sign it applies to existing members only, and grants them nothing.
   const std::string group = share.value("force group");
   const bool isForMembers = group.starts_with('+') && group.find('%') == std::string::npos;
   if (!group.empty() && !isForMembers && isInGroup(group, person) != Access::yes)
@@ -145,7 +145,7 @@ DoorRight writing(const SmbShare& share, const SmbPerson& person) {
   return {};
 }
 
-// What the list does not give is not known where smbd may go by the kernel's ACLs alone.
+// What the list does not grant is unknown where smbd may enforce only the kernel's ACLs.
 DoorRights perhaps(const DoorRights& list) {
   const DoorRight why{Access::unknown,
                       "whether Samba goes by the list or by the kernel's ACL cannot be known"};
@@ -153,7 +153,7 @@ DoorRights perhaps(const DoorRights& list) {
           list.write.access == Access::yes ? list.write : why};
 }
 
-// What smbd's module goes by beside the kernel.
+// What smbd's module enforces besides the kernel.
 DoorRights judgedByModule(const SmbShare& share, const SmbObject& object) {
   const bool heedsKernel = !share.isOn("acl_xattr:ignore system acls", false);
   if (object.kind == ListKind::none) return heedsKernel ? DoorRights{} : object.mode;
@@ -161,7 +161,7 @@ DoorRights judgedByModule(const SmbShare& share, const SmbObject& object) {
   return object.kind == ListKind::unsure ? perhaps(object.list) : DoorRights{};
 }
 
-// Modules that take nothing away, or what is known here.
+// Modules that deny nothing, or only what is evaluated here.
 bool isKnownModule(const std::string& module) {
   constexpr std::array<std::string_view, 14> kKnown{
       "acl_xattr", "aio_pthread",  "audit",         "btrfs",     "catia",
@@ -171,7 +171,7 @@ bool isKnownModule(const std::string& module) {
          kKnown.end();
 }
 
-// What more there is than lists, modes and names, and is not judged here.
+// Restrictions other than lists, modes and names, which are not evaluated here.
 DoorRights unjudged(const SmbShare& share, const SmbObject& object) {
   const std::string of = "share \"" + share.name + "\": ";
   const auto because = [&](const std::string& parameter) {
@@ -247,7 +247,7 @@ DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbOb
   restrict(rights, {in, in});
   const std::string as = disguise(share, person);
   const bool isHimself = as.empty();
-  // smbd asks no list of root.
+  // smbd evaluates no list for root.
   const bool hasModule = share.value("vfs objects").find("acl_xattr") != std::string::npos;
   if (isHimself && hasModule && !person.kernel.isRoot())
     restrict(rights, judgedByModule(share, object));
@@ -337,7 +337,7 @@ DoorRights SmbDoor::rightsOf(const SmbPerson& person, const ListRights& list, Li
                              std::string& share) const {
   const DoorRights kernel = facts_.kernelRights(person.kernel);
   if (!fault_.empty()) {
-    // Whatever smbd would say, it works with the rights of the user.
+    // Whatever smbd would decide, it runs with the rights of the user.
     DoorRights rights = unknownRights(fault_);
     restrict(rights, kernel);
     return rights;

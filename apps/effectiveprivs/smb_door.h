@@ -1,8 +1,8 @@
 // What SMB clients may do with a path: smb.conf(5).
 //
-// Samba is asked by testparm(1), which says what smbd makes of its configuration. smbd works with
-// the rights of its client, so that the kernel's permissions count as well as the list, from the
-// highest folder on.
+// Samba is queried by testparm(1), which prints the configuration in effect. smbd runs with the
+// rights of its client, so that the kernel's permissions apply as well as the list, from the
+// topmost folder on.
 #pragma once
 
 #include <map>
@@ -40,8 +40,8 @@ struct SmbPerson {
   bool isAnybody = false;  // who can log on, whatever the name is
 };
 
-// Where the kernel's ACLs are heeded, see samba/kernel_acl_hash.h: whether smbd goes by the list.
-// Unsure: that cannot be known.
+// Where the kernel's ACLs are heeded, see samba/samba_attributes.h: whether smbd enforces the list.
+// Unsure: cannot be determined.
 enum class ListKind { none, inForce, overridden, unsure };
 
 // What the list gives, or where there is none what the mode does, with the reason of what it
@@ -54,20 +54,20 @@ struct SmbObject {
   ListKind kind = ListKind::none;
   DoorRights kernel{};
   DoorRights mode{};  // the bits of every class that the user is in
-  // What keeps everybody, whoever smbd takes the user for, from writing.
+  // What denies writing to every user, whatever account smbd maps the user to.
   DoorRight room{};
   samba::DosReadOnly readOnly = samba::DosReadOnly::no;
   std::string inside{};  // the path in the share, empty for the share's folder
 };
 
-// The rule: what smbd lets a user do over a share that has its module acl_xattr, told to ignore the
-// kernel's ACLs or not, and over one that has not. What the share has besides that might take
-// access away, and is not known here, makes it unknown.
+// The rule: what smbd permits a user over a share with its module acl_xattr, configured to ignore
+// the kernel's ACLs or not, and over a share without it. Any other setting of the share that might
+// deny access, and is not known here, makes the result unknown.
 DoorRights smbRights(const SmbShare& share, const SmbPerson& person, const SmbObject& object);
 
 class SmbDoor {
  public:
-  // Programs are taken below `root`. The caller keeps what it passes alive.
+  // Programs are run from below `root`. The arguments must outlive this object.
   SmbDoor(const std::string& root, const PathFacts& facts, SambaAccountReader& accounts);
 
   // The users and groups that the shares name, by which the path can be come to.
@@ -90,7 +90,7 @@ class SmbDoor {
     std::string inside;  // the path in it
   };
   std::vector<Way> ways_;  // that lead to the path
-  std::string fault_;      // why it cannot be told
+  std::string fault_;      // why it cannot be determined
 };
 
 }  // namespace paddock::effectiveprivs

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "effectiveprivs/explanation.h"
 #include "effectiveprivs/identity.h"
 
@@ -24,7 +24,7 @@ struct Ways {
   std::vector<std::pair<std::size_t, std::size_t>> groups;
   std::vector<std::uint32_t> hostGids;  // of the groups that make a difference
   std::vector<std::size_t> rules;       // of the list, that are for accounts of Samba's
-  // Of somebody who is meant himself, so that nobody else is like him.
+  // Of a user named individually, who therefore has no equivalents.
   std::optional<std::uint32_t> own;
   friend auto operator<=>(const Ways&, const Ways&) = default;
 };
@@ -94,7 +94,7 @@ class Finder {
         people_[user].hostGids.push_back(gid);
   }
 
-  // Somebody without an account is one, too.
+  // A uid without an account counts as a user, too.
   void findUid(std::uint32_t uid) {
     if (uid == Identity::kNoUid) return;
     if (const auto user = listing_.userWithUid(uid))

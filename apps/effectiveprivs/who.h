@@ -15,8 +15,8 @@
 
 namespace paddock::effectiveprivs {
 
-// What is told of everybody: reading data (2), writing or appending data (4, 32), changing the list
-// (4096).
+// What is reported of each user: reading data (2), writing or appending data (4, 32), changing the
+// list (4096).
 inline constexpr std::size_t kRights = 3;
 inline constexpr std::array<const char*, kRights> kRightNames = {"read", "write", "permissions"};
 
@@ -38,7 +38,7 @@ struct Person {
   PathAnswer answer;
 };
 
-// How many people are told.
+// The largest number of users reported.
 inline constexpr std::size_t kMostPeople = 10'000;
 
 struct Who {
@@ -51,7 +51,7 @@ struct Who {
   Person withoutAccount;
   std::vector<LeftOutNode> leftOut;  // what only they know is missing; for the caller to set
 
-  // Whether an entry for somebody unknown leaves anything in doubt.
+  // Whether an entry for an unknown principal leaves anything in doubt.
   bool isDoubted() const;
 };
 

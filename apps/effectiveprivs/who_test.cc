@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "effectiveprivs/judged_objects.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_directory.h"
@@ -46,7 +46,7 @@ class WhoMay : public ::testing::Test {
     AccountListing listing(directory_);
     return whoMay(object, doors(), listing, accounts_);
   }
-  // Everybody comes to the path, as far as the list lets them.
+  // Every user reaches the path, as far as the list permits.
   static DoorQuestions doors() {
     return {[](const Visitor&, const ListRights& list) {
       PathAnswer answer;
@@ -115,8 +115,8 @@ TEST_F(WhoMay, EntriesByGuidAreToldToo) {
               ElementsAre("root rwp", "yuri r--", "zoe r-p", "else ---", "without ---"));
 }
 
-TEST_F(WhoMay, OfTheOwningGroupThoseWhomTheHostHasInIt) {
-  // Everybody whose group of the host is root's, and nobody whom the directory alone puts there.
+TEST_F(WhoMay, OwningGroupMembersComeFromHost) {
+  // All users whose group of the host is root's, and no user whom only the directory lists there.
   directory_.addRecord("/Local", schema::kGroups, "roots",
                        {{schema::kPrimaryGroupID, "0"}, {schema::kGroupMembership, "zoe"}});
   const auto lines = linesOf(owned(fileWith(0060), 4711, 0));
@@ -124,7 +124,7 @@ TEST_F(WhoMay, OfTheOwningGroupThoseWhomTheHostHasInIt) {
   EXPECT_THAT(lines, Not(Contains("zoe rw-")));
 }
 
-TEST_F(WhoMay, WhereEverybodyMayThoseWhoMayNotAreTold) {
+TEST_F(WhoMay, ExceptionsAreListedWhenEveryoneMay) {
   EXPECT_THAT(linesOf(listed(nobodysFile(0004), {deny(groupSubject(kClub), 2)})),
               ElementsAre("root rwp", "yuri ---", "zoe ---", "else r--", "without r--"));
 }
@@ -141,18 +141,18 @@ TEST_F(WhoMay, WhatIsOnlyInheritedDoesNotCount) {
               ElementsAre("root rwp", "else ---", "without ---"));
 }
 
-TEST_F(WhoMay, AUidThatNoAccountHasIsToldByItsNumber) {
+TEST_F(WhoMay, UidWithoutAccountIsListedByNumber) {
   EXPECT_THAT(linesOf(listed(nobodysFile(0), {allow(userSubject(4712), 2)})),
               ElementsAre("4712 r--", "root rwp", "else ---", "without ---"));
 }
 
-TEST_F(WhoMay, EntriesForAGroupThatIsNotThereTellNobody) {
+TEST_F(WhoMay, MissingGroupEntriesListNoUsers) {
   EXPECT_THAT(
       linesOf(owned(listed(fileWith(0), {allow(groupSubject(4712), 2), allow({}, 2)}), 0, 4711)),
       ElementsAre("root rwp", "else ---", "without ---"));
 }
 
-TEST_F(WhoMay, AStrangerWhoIsDeniedLeavesEverybodyBehindInDoubt) {
+TEST_F(WhoMay, DeniedStrangerLeavesLaterUsersInDoubt) {
   const Who found =
       who(listed(nobodysFile(0), {allow(userSubject(kYuri), 2), deny(subjectOf(Kind::unknown), 2),
                                   allow(userSubject(kZoe), 2)}));
@@ -178,14 +178,14 @@ TEST_F(WhoMay, WhomADoorAloneLetsInIsTold) {
       HasSubstr("  zoe               no    no     no           no          read,write  no "));
 }
 
-TEST_F(WhoMay, TooManyPeopleAreCutAndItIsSaid) {
+TEST_F(WhoMay, ExcessPeopleAreOmittedWithNotice) {
   AccountListing listing(directory_);
   const auto file = listed(nobodysFile(0), {allow(groupSubject(kClub), 2)});
   const Who found = whoMay(file, doors(), listing, accounts_, 2);
   ASSERT_EQ(found.people.size(), 2U);
   EXPECT_EQ(found.people[0].name, "root");
   EXPECT_EQ(found.people[1].name, "yuri");
-  // Whom an entry means himself is not cut.
+  // Users named individually by an entry are not cut.
   const auto named =
       listed(nobodysFile(0), {allow(groupSubject(kClub), 2), allow(userSubject(kZoe), 4)});
   EXPECT_EQ(whoMay(named, doors(), listing, accounts_, 2).people[1].name, "zoe");
@@ -215,12 +215,12 @@ TEST_F(WhoMay, TheTextSaysByWhat) {
       "local: the mode gives others ---\n");
 }
 
-TEST_F(WhoMay, TheTextTellsAccountsFromNoneWhereThatMatters) {
+TEST_F(WhoMay, TextDistinguishesUidsWithoutAccountWhereRelevant) {
   EXPECT_THAT(whoText("", who(listed(nobodysFile(0), {allow(subjectOf(Kind::authenticated), 2)}))),
               HasSubstr("  (a uid without an account)  no"));
 }
 
-TEST_F(WhoMay, TwoOfOneNameAreToldApartByTheirUids) {
+TEST_F(WhoMay, SameNamesAreDistinguishedByUid) {
   directory_.addNode("/LDAP/site", "ReadWrite");
   directory_.addRecord("/LDAP/site", schema::kUsers, "zoe",
                        {{schema::kUniqueID, std::to_string(kZoe + 5)}});

@@ -1,7 +1,6 @@
 #include <algorithm>
 
-#include "base/printable.h"
-#include "base/text_table.h"
+#include "base/text.h"
 #include "base/value.h"
 #include "effectiveprivs/who.h"
 #include "wire/json.h"
@@ -69,7 +68,7 @@ bool areTheSame(const Person& one, const Person& other) {
                     });
 }
 
-// Why a door lets in less than the list gives, each reason once: most people have the same.
+// Why a door grants less than the list, each reason once: most users have the same.
 std::string doorNotes(const Who& who) {
   std::vector<std::pair<std::string, std::string>> notes;
   const auto add = [&](const Person& person) {
@@ -108,7 +107,7 @@ Value rightsValue(const Rights& rights) {
   return value;
 }
 
-// What holds for the path as a whole, of everybody who is not meant by name.
+// The verdict for the path as a whole, for all users who are not named individually.
 std::string headLine(const Who& who) {
   return answerLine(who.everybodyElse.answer, who.everybodyElse.name) + "\n";
 }

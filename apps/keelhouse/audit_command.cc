@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "keelhouse/core/host_accounts.h"
-#include "keelhouse/core/options.h"
+#include "keelhouse/core/account_names.h"
+#include "keelhouse/core/command_options.h"
 #include "keelhouse/core/terminal_text.h"
 #include "wire/json.h"
 

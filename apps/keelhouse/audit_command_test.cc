@@ -29,7 +29,7 @@ TEST_F(AuditCommand, PrintsALineForEachRequest) {
   EXPECT_EQ(target(0), "GET /v1/audit?limit=20");
 }
 
-TEST_F(AuditCommand, SaysHowManyWereRefusedAndWhatWasInterrupted) {
+TEST_F(AuditCommand, ReportsRefusalCountAndInterruptedRequests) {
   daemon_.answer(
       R"({"lines":[{"refused":true,"count":490},{"interrupted":true,"path":"/srv/a"}]})");
   EXPECT_EQ(run({"audit"}), 0) << error_;

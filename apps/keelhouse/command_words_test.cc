@@ -21,26 +21,26 @@ std::string usageError(const std::vector<std::string>& words) {
   return {};
 }
 
-TEST(CommandWords, takeTheThreeWordsOfAnAssignment) {
+TEST(CommandWords, AcceptAssignmentInThreeWords) {
   const auto command = parseCommandWords({"vsp:command", "=", "syncSharePoints"});
   EXPECT_EQ(command.shortName, "vsp");
   EXPECT_EQ(command.operation, "syncSharePoints");
   EXPECT_EQ(command.arguments, Dictionary{});
 }
 
-TEST(CommandWords, takeAnAssignmentInOneWord) {
+TEST(CommandWords, AcceptAssignmentInOneWord) {
   const auto command = parseCommandWords({"nfs:command=updateNFS", "nfs:count=0", "nfs:x=a=b"});
   EXPECT_EQ(command.operation, "updateNFS");
   EXPECT_EQ(command.arguments, (Dictionary{{"count", 0}, {"x", "a=b"}}));
 }
 
-TEST(CommandWords, takeAnEqualsSignAsAValueAndInsideAKey) {
+TEST(CommandWords, AcceptEqualsSignAsValueAndInsideKey) {
   const auto command =
       parseCommandWords({"x:command", "=", "c", "x:a", "=", "=", "x:b=c", "=", "d", "x:e="});
   EXPECT_EQ(command.arguments, (Dictionary{{"a", "="}, {"b=c", "d"}, {"e", ""}}));
 }
 
-TEST(CommandWords, nestByTheKeyPath) {
+TEST(CommandWords, NestByKeyPath) {
   const auto command =
       parseCommandWords({"sharing:command", "=", "readSettings", "sharing:optionalArguments:path",
                          "=", "/srv/a", "sharing:a:b:c", "=", "1"});
@@ -48,31 +48,31 @@ TEST(CommandWords, nestByTheKeyPath) {
                                            {"optionalArguments", Dictionary{{"path", "/srv/a"}}}}));
 }
 
-TEST(CommandWords, makeAnArrayOfKeysThatAreItsIndexes) {
+TEST(CommandWords, TurnConsecutiveIndexKeysIntoArray) {
   const auto command = parseCommandWords({"x:command=c", "x:p:1=b", "x:p:0=a", "x:p:2:k=c"});
   EXPECT_EQ(command.arguments, (Dictionary{{"p", Array{"a", "b", Dictionary{{"k", "c"}}}}}));
 }
 
-TEST(CommandWords, keepADictionaryWhenTheIndexesHaveAGap) {
+TEST(CommandWords, KeepDictionaryWhenIndexesHaveGap) {
   const auto command = parseCommandWords({"x:command=c", "x:p:0=a", "x:p:2=b", "x:q:00=a"});
   EXPECT_EQ(command.arguments, (Dictionary{{"p", Dictionary{{"0", "a"}, {"2", "b"}}},
                                            {"q", Dictionary{{"00", "a"}}}}));
 }
 
-TEST(CommandWords, keepTheRequestADictionaryWhateverItsKeys) {
+TEST(CommandWords, KeepRequestDictionaryForAnyKeys) {
   EXPECT_EQ(parseCommandWords({"x:command=c", "x:0=a"}).arguments, (Dictionary{{"0", "a"}}));
 }
 
-TEST(CommandWords, takeCommandForTheOperationOnlyAtTheTop) {
+TEST(CommandWords, TreatCommandAsOperationOnlyAtTop) {
   EXPECT_EQ(parseCommandWords({"x:command=c", "x:a:command=d"}).arguments,
             (Dictionary{{"a", Dictionary{{"command", "d"}}}}));
 }
 
-TEST(CommandWords, leaveOutWhatIsNull) {
+TEST(CommandWords, OmitNullValues) {
   EXPECT_EQ(parseCommandWords({"x:command=c", "x:a=null"}).arguments, Dictionary{});
 }
 
-TEST(CommandWords, refuseWordsThatAreNoAssignment) {
+TEST(CommandWords, RejectWordsWithoutAssignment) {
   EXPECT_EQ(usageError({}), "expected KEY = VALUE");
   EXPECT_EQ(usageError({"x:command"}), "expected KEY = VALUE at \"x:command\"");
   EXPECT_EQ(usageError({"x:command", "="}), "a value is missing after \"x:command\"");
@@ -80,7 +80,7 @@ TEST(CommandWords, refuseWordsThatAreNoAssignment) {
   EXPECT_EQ(usageError({"=c"}), "expected KEY = VALUE at \"=c\"");
 }
 
-TEST(CommandWords, refuseKeysThatAreNone) {
+TEST(CommandWords, RejectInvalidKeys) {
   for (const char* key : {"command", ":command", "x:", "x::a", "x:a:", ""}) {
     usageError({key, "=", "c"});
   }
@@ -90,12 +90,12 @@ TEST(CommandWords, refuseKeysThatAreNone) {
   usageError({deep, "=", "c"});
 }
 
-TEST(CommandWords, refuseTwoPlugins) {
+TEST(CommandWords, RejectTwoPlugins) {
   EXPECT_EQ(usageError({"x:command=c", "y:a=b"}),
             "one call asks one plug-in: \"x\" and \"y\" are two");
 }
 
-TEST(CommandWords, refuseARequestWithoutAnOperation) {
+TEST(CommandWords, RejectRequestWithoutOperation) {
   EXPECT_EQ(usageError({"x:a=b"}), "\"x:command\" must name the operation");
   for (const char* value : {"", "5", "null", "true"}) {
     EXPECT_EQ(usageError({"x:command", "=", value}), "\"x:command\" is no operation's name");
@@ -103,14 +103,14 @@ TEST(CommandWords, refuseARequestWithoutAnOperation) {
   usageError({"x:command:a=b"});
 }
 
-TEST(CommandWords, refuseKeysThatRepeatOrContradict) {
+TEST(CommandWords, RejectRepeatedOrContradictoryKeys) {
   EXPECT_EQ(usageError({"x:command=c", "x:a=1", "x:a=2"}), "\"x:a\" is given twice");
   EXPECT_EQ(usageError({"x:command=c", "x:a=1", "x:a:b=2"}),
             "\"x:a:b\" lies inside a key that has a value");
   EXPECT_EQ(usageError({"x:command=c", "x:a:b=2", "x:a=1"}), "\"x:a\" already holds other keys");
 }
 
-TEST(CommandValue, isAJsonScalarWhenItReadsAsOne) {
+TEST(CommandValue, ParsesAsJsonScalarWhenPossible) {
   EXPECT_EQ(parseCommandValue("5"), Value(5));
   EXPECT_EQ(parseCommandValue("-1"), Value(-1));
   EXPECT_EQ(parseCommandValue("18446744073709551615"),
@@ -122,7 +122,7 @@ TEST(CommandValue, isAJsonScalarWhenItReadsAsOne) {
   EXPECT_EQ(parseCommandValue("\"a\\nb\""), Value("a\nb"));
 }
 
-TEST(CommandValue, isTheTextOtherwise) {
+TEST(CommandValue, IsPlainTextOtherwise) {
   for (const char* text :
        {"", "abc", "/srv/a", "1.5", "1e3", "18446744073709551616", " 5", "5 ", "\"", "\"a",
         "a\"b\"", "[1]", "{}", "{\"$data\":\"Zg==\"}", "True", "yes", "05", "+5"}) {
@@ -130,7 +130,7 @@ TEST(CommandValue, isTheTextOtherwise) {
   }
 }
 
-TEST(CommandValue, mustBeUtf8) { EXPECT_THROW(parseCommandValue("\xFF"), Failure); }
+TEST(CommandValue, MustBeUtf8) { EXPECT_THROW(parseCommandValue("\xFF"), Failure); }
 
 }  // namespace
 }  // namespace paddock::keelhouse

@@ -2,12 +2,22 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "base/value.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
+
+// A reply as lines, one per leaf.
+
+// "SHORTNAME:KEYPATH = VALUE" and a line feed for each leaf below the dictionary: numbers bare,
+// booleans as true and false, strings and data as JSON writes them, elements by their index. The
+// leaf "status" comes first, the others in the order of their keys; empty dictionaries and arrays
+// have no line.
+std::string formatLeaves(std::string_view shortName, const Dictionary& reply);
 
 // Prints the reply as JSON (on one line with --json). `json` "-" reads the request from standard
 // input. A failure that the reply reports shows in the exit status alone.

@@ -8,8 +8,7 @@
 
 #include "keelhouse/core/terminal_text.h"
 #include "keelhouse/directory/node_list.h"
-#include "keelhouse/propagate/pushed_parts.h"
-#include "keelhouse/propagate/run_status_file.h"
+#include "keelhouse/propagate/run_status.h"
 #include "keelhouse/propagate/run_text.h"
 #include "keelhouse/propagate/running_runs.h"
 #include "keelhouse/share/served_states.h"
@@ -29,7 +28,7 @@ struct Answer {
 struct Plugin {
   std::string name;
   std::size_t operations = 0;
-  std::optional<Answer> state;  // absent when it tells none
+  std::optional<Answer> state;  // absent when it reports none
 };
 
 struct RunInSight {
@@ -76,7 +75,7 @@ std::vector<Plugin> askPlugins(const Session& session) {
   return plugins;
 }
 
-// The directory nodes, or why they cannot be told.
+// The directory nodes, or why they cannot be determined.
 struct Directory {
   std::vector<Node> nodes;
   std::string error;
@@ -100,7 +99,7 @@ Directory askDirectory(const Session& session, const std::vector<Plugin>& plugin
   }
 }
 
-// Whose progress is known to root alone.
+// Their progress is available to root only.
 std::vector<RunInSight> askRuns(const Session& session) {
   std::vector<RunInSight> runs;
   for (RunningRun& run : runningRuns(session.root)) {
@@ -134,7 +133,7 @@ bool configurationIsBroken(const Dictionary& health) {
   return configuration != nullptr && !joined(configuration->array("problems")).empty();
 }
 
-// How the file compares with what is in force, as far as the daemon was made to read it.
+// How the file differs from the configuration in effect, as far as the daemon has read it.
 std::string describeConfiguration(const Dictionary& configuration) {
   const std::string problems = joined(configuration.array("problems"));
   if (!problems.empty()) return "not read again, the one before stays: " + problems;

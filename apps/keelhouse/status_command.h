@@ -6,9 +6,9 @@
 
 namespace paddock::keelhouse {
 
-// Prints how the daemon is, which of its configuration waits for a restart or is broken, its
-// plug-ins (with the state of those that tell one), the directory nodes and the runs that push
-// privileges down. `failed` when something of this did not answer or the configuration is broken.
+// Prints the state of the daemon, which of its configuration is invalid or takes a restart, its
+// plug-ins (with the state of those that report one), the directory nodes and the runs that push
+// privileges down. `failed` when one of these did not respond or the configuration is invalid.
 ExitStatus showStatus(const Session& session, bool check);
 
 }  // namespace paddock::keelhouse

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/nearest_word.h"
+#include "keelhouse/core/suggested_words.h"
 
 namespace paddock::keelhouse {
 

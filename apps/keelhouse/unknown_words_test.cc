@@ -1,4 +1,4 @@
-// What is said of commands and options that there are none of, and `keelhouse help`.
+// Messages about unknown commands and options, and `keelhouse help`.
 #include "keelhouse/unknown_words.h"
 
 #include "support/keelhouse_commands.h"
@@ -75,7 +75,7 @@ TEST_F(UnknownWords, HelpSaysWhatTheCommandsOwnHelpSays) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(UnknownWords, HelpOnACommandNamesItsWordsAndOptions) {
+TEST_F(UnknownWords, HelpOnCommandListsArgumentsAndOptions) {
   EXPECT_EQ(runAsIs({"help", "share", "set"}), 0);
   EXPECT_THAT(out_, AllOf(HasSubstr("keelhouse share set"), HasSubstr("--smb-name")));
 }

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "base/system_call.h"
-#include "quotascan/failure.h"
+#include "quotascan/quotascan_failure.h"
 
 namespace paddock::quotascan {
 
@@ -29,7 +29,7 @@ const char* kindOf(mode_t mode) {
   return "not a regular file";
 }
 
-// 0 or an errno: EWOULDBLOCK when somebody else has the lock all the time.
+// Returns 0 or an errno: EWOULDBLOCK when another process holds the lock all the time.
 int lockWithin(int file, std::chrono::milliseconds patience) {
   constexpr std::chrono::milliseconds kPause{10};
   for (auto left = patience; left.count() > 0; left -= kPause) {
@@ -122,7 +122,7 @@ void QuotaFile::readHeader() {
   }
   if (error != 0) throw failureOf("read", path_, error);
   if (!S_ISREG(status.st_mode)) throw Failure(path_ + " is not a regular file" + advice);
-  // In a folder that others may write, one of theirs would be told what everybody uses.
+  // In a folder that others may write, a file of theirs would disclose the usage of all users.
   if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
     throw Failure(path_ + " belongs to the user " + std::to_string(status.st_uid) +
                   " and not to root" + advice);

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "volumes/quota_file_format.h"
 
 namespace paddock::quotascan {
@@ -21,9 +21,9 @@ class QuotaFile {
     std::optional<std::chrono::milliseconds> atMost = {};  // absent: as long as it takes
   };
 
-  // The file of the type in the volume's highest folder. Nothing when there is none. Throws Failure
-  // for what cannot be opened, what another run has for too long, and what is no file of the type:
-  // not a regular file, a link, a header that is not one, a size other than its header says.
+  // The file of the type in the volume's highest folder. Absent when there is none. Throws Failure
+  // for a file that cannot be opened, that another run locks for too long, or that is no file of
+  // the type: not a regular file, a symlink, an invalid header, a size other than its header says.
   static std::optional<QuotaFile> open(int volume, const std::string& volumePath, QuotaType type,
                                        const Waiting& waiting);
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "quotascan/failure.h"
+#include "quotascan/quotascan_failure.h"
 #include "quotascan/replacement.h"
 #include "support/temporary_folder.h"
 
@@ -31,7 +31,7 @@ std::string fileBytes(QuotaType type = kUserQuota) {
   return std::string(slot.begin(), slot.end()) + std::string(kSlots * kQuotaSlotSize, '\0');
 }
 
-class QuotaFileTest : public ::testing::Test {
+class QuotaFileOpening : public ::testing::Test {
  protected:
   std::optional<QuotaFile> open(QuotaType type = kUserQuota) {
     return QuotaFile::open(volume_.get(), folder_.path(), type, {[this] { ++waits_; }});
@@ -53,13 +53,13 @@ class QuotaFileTest : public ::testing::Test {
   std::atomic<int> waits_ = 0;
 };
 
-TEST_F(QuotaFileTest, OneThatIsNotThereIsNone) {
+TEST_F(QuotaFileOpening, OneThatIsNotThereIsNone) {
   EXPECT_FALSE(open());
   EXPECT_FALSE(open(kGroupQuota));
   EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
 }
 
-TEST_F(QuotaFileTest, IsOpenedWithItsHeader) {
+TEST_F(QuotaFileOpening, IsOpenedWithItsHeader) {
   write(fileBytes());
   const auto file = open();
   ASSERT_TRUE(file);
@@ -68,7 +68,7 @@ TEST_F(QuotaFileTest, IsOpenedWithItsHeader) {
   EXPECT_EQ(file->name(), ".quota.user");
 }
 
-TEST_F(QuotaFileTest, OfGroupsHasItsOwnNameAndMagic) {
+TEST_F(QuotaFileOpening, OfGroupsHasItsOwnNameAndMagic) {
   writeWholeFile(folder_.path(".quota.group"), fileBytes(kGroupQuota));
   EXPECT_TRUE(open(kGroupQuota));
   writeWholeFile(folder_.path(".quota.group"), fileBytes(kUserQuota));
@@ -77,7 +77,7 @@ TEST_F(QuotaFileTest, OfGroupsHasItsOwnNameAndMagic) {
   EXPECT_THAT(refusal(), HasSubstr("does not begin as a quota file for users does"));
 }
 
-TEST_F(QuotaFileTest, CutAtAnyLengthIsRefusedAndSaysSo) {
+TEST_F(QuotaFileOpening, TruncatedFileIsRefusedWithReason) {
   const std::string whole = fileBytes();
   for (std::size_t size = 0; size < whole.size(); ++size) {
     write(whole.substr(0, size));
@@ -86,12 +86,12 @@ TEST_F(QuotaFileTest, CutAtAnyLengthIsRefusedAndSaysSo) {
   }
 }
 
-TEST_F(QuotaFileTest, WithBytesBehindItsEndIsRefused) {
+TEST_F(QuotaFileOpening, WithBytesBehindItsEndIsRefused) {
   write(fileBytes() + "x");
   EXPECT_THAT(refusal(), HasSubstr("and not the 1088 that its header says"));
 }
 
-TEST_F(QuotaFileTest, AnyBitOfMagicVersionAndSizeCounts) {
+TEST_F(QuotaFileOpening, AnyBitOfMagicVersionAndSizeCounts) {
   constexpr std::size_t kByte = 8;
   constexpr std::size_t kBitsThatCount = 12 * kByte;
   for (std::size_t bit = 0; bit < kQuotaSlotSize * kByte; ++bit) {
@@ -105,7 +105,7 @@ TEST_F(QuotaFileTest, AnyBitOfMagicVersionAndSizeCounts) {
   }
 }
 
-TEST_F(QuotaFileTest, OddNumbersOfSlotsAreRefused) {
+TEST_F(QuotaFileOpening, OddNumbersOfSlotsAreRefused) {
   for (const std::uint32_t slots : {0U, 3U, 0x80000000U, 0xFFFFFFFFU}) {
     QuotaFileHeader header;
     header.magic = quotamagic[kUserQuota];
@@ -116,7 +116,7 @@ TEST_F(QuotaFileTest, OddNumbersOfSlotsAreRefused) {
   }
 }
 
-TEST_F(QuotaFileTest, TheKernelsOwnIsRefused) {
+TEST_F(QuotaFileOpening, TheKernelsOwnIsRefused) {
   write(std::string("\x11\x1F\xC0\xD9\x01\0\0\0", 8) + fileBytes().substr(8));
   EXPECT_THAT(refusal(), EndsWith("is the kernel's own quota file, and is left as it is"));
   writeWholeFile(folder_.path(".quota.group"),
@@ -124,7 +124,7 @@ TEST_F(QuotaFileTest, TheKernelsOwnIsRefused) {
   EXPECT_THAT(refusal(kGroupQuota), HasSubstr("is the kernel's own quota file"));
 }
 
-TEST_F(QuotaFileTest, WhatIsNoRegularFileIsRefused) {
+TEST_F(QuotaFileOpening, WhatIsNoRegularFileIsRefused) {
   std::filesystem::create_directory(path());
   EXPECT_THAT(refusal(), StartsWith(path() + " is a folder"));
   std::filesystem::remove(path());
@@ -136,7 +136,7 @@ TEST_F(QuotaFileTest, WhatIsNoRegularFileIsRefused) {
   EXPECT_THAT(refusal(), StartsWith(path() + " is not a regular file"));
 }
 
-TEST_F(QuotaFileTest, OneThatMayNotBeOpenedIsToldToBeTriedAsRoot) {
+TEST_F(QuotaFileOpening, UnopenableFileSuggestsRunningAsRoot) {
   if (::geteuid() != 0) GTEST_SKIP() << "to become another user needs root";
   write(fileBytes());
   ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
@@ -147,14 +147,14 @@ TEST_F(QuotaFileTest, OneThatMayNotBeOpenedIsToldToBeTriedAsRoot) {
   EXPECT_EQ(text, "cannot open " + path() + ": Permission denied; run quotascan as root");
 }
 
-TEST_F(QuotaFileTest, OneThatBelongsToAnotherUserIsRefused) {
+TEST_F(QuotaFileOpening, OneThatBelongsToAnotherUserIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving files away needs root";
   write(fileBytes());
   ASSERT_EQ(::chown(path().c_str(), 21001, 0), 0);
   EXPECT_THAT(refusal(), StartsWith(path() + " belongs to the user 21001 and not to root"));
 }
 
-TEST_F(QuotaFileTest, OneRunAtATimeHasIt) {
+TEST_F(QuotaFileOpening, OneRunAtATimeHasIt) {
   write(fileBytes());
   auto first = open();
   EXPECT_EQ(waits_, 0);
@@ -168,7 +168,7 @@ TEST_F(QuotaFileTest, OneRunAtATimeHasIt) {
   other.join();
 }
 
-TEST_F(QuotaFileTest, AfterAWaitItIsTheFileThatIsThere) {
+TEST_F(QuotaFileOpening, WaitForLockOpensCurrentFile) {
   write(fileBytes());
   auto first = open();
   std::optional<QuotaFile> second;
@@ -191,7 +191,7 @@ TEST_F(QuotaFileTest, AfterAWaitItIsTheFileThatIsThere) {
   EXPECT_EQ(second->header().flags, 77U);
 }
 
-TEST_F(QuotaFileTest, AnotherOneInItsPlaceIsNoticed) {
+TEST_F(QuotaFileOpening, AnotherOneInItsPlaceIsNoticed) {
   write(fileBytes());
   auto file = open();
   EXPECT_NO_THROW(file->checkUnchanged(volume_.get()));
@@ -202,7 +202,7 @@ TEST_F(QuotaFileTest, AnotherOneInItsPlaceIsNoticed) {
   EXPECT_THROW(file->checkUnchanged(volume_.get()), Failure);
 }
 
-TEST_F(QuotaFileTest, DamageThatCameLaterIsNoticed) {
+TEST_F(QuotaFileOpening, DamageThatCameLaterIsNoticed) {
   write(fileBytes());
   auto file = open();
   std::filesystem::resize_file(path(), 100);

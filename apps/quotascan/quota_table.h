@@ -2,15 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/linux/quotas/kernel_quota.h"
 #include "volumes/quota_file_format.h"
 
 namespace paddock::quotascan {
 
 // What was found out about a volume: one entry for each id that uses something (or, where the
-// kernel told it, has a limit), in ascending order of the ids, none for id 0.
+// kernel reported it, has a limit), in ascending order of the ids, none for id 0.
 struct Findings {
   std::vector<QuotaEntry> entries;
   bool haveLimits = false;  // false: of the figures, `usedBytes` and `usedFiles` alone count
@@ -44,5 +46,17 @@ TableSummary summarizeTable(int file, const QuotaFileHeader& header, const Findi
 void rewriteTable(int oldFile, const QuotaFileHeader& header, const Findings& findings,
                   const TableSummary& summary, int newFile, const std::string& path,
                   const std::string& newPath);
+
+// What the kernel itself counts on a volume; see quotactl(2), Q_GETNEXTQUOTA.
+
+// The kernel's, of the volume that the folder is on.
+NextQuota kernelQuotasOf(int folder, QuotaType type);
+
+// All ids' usage and limits. Absent where the kernel does not count, or does not report it. Throws
+// Failure when it cannot read what it keeps; `path` is the volume's, for the message.
+std::optional<Findings> kernelFindings(const NextQuota& nextQuota, const std::string& path);
+
+// One id's figures in the units of a quota file. What a field cannot hold is the largest it can.
+QuotaEntry entryOf(const if_nextdqblk& quota);
 
 }  // namespace paddock::quotascan

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/system_call.h"
-#include "quotascan/failure.h"
+#include "quotascan/quotascan_failure.h"
 
 namespace paddock::quotascan {
 
@@ -39,7 +39,7 @@ int copyAttribute(int from, int to, const char* name) {
     error = errnoOf([&] { return ::fgetxattr(from, name, value.data(), value.size()); }, &size);
   }
   if (error == 0) error = errnoOf([&] { return ::fsetxattr(to, name, value.data(), size, 0); });
-  // Gone meanwhile.
+  // Removed concurrently.
   return error == ENODATA ? 0 : error;
 }
 
@@ -78,7 +78,7 @@ void Replacement::check(int error) const {
 }
 
 void Replacement::create() {
-  // What a run left that was killed.
+  // The leftover of a killed run.
   ::unlinkat(volume_, name_.c_str(), 0);
   int descriptor = -1;
   check(errnoOf(

@@ -4,15 +4,15 @@
 #include <csignal>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "quotascan/quota_file.h"
 
 namespace paddock::quotascan {
 
 // Written beside the quota file under `replacementName`, and removed unless it was put in place.
-// While it exists, the signals that end a run by hand wait. What kills the process leaves the quota
-// file as it was; what is left of the new one then is removed by the next run's object, which the
-// quota file's lock makes sure is the only one.
+// While it exists, the signals that interrupt a run are blocked. A killed process leaves the quota
+// file as it was; its partial replacement is then removed by the next run's object, which the quota
+// file's lock guarantees to be the only one.
 class Replacement {
  public:
   // Makes the file, empty, with the owner, mode and extended attributes of the other. Throws

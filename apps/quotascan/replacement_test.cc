@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "quotascan/failure.h"
+#include "quotascan/quotascan_failure.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::quotascan {
@@ -19,7 +19,7 @@ namespace {
 
 using ::testing::StartsWith;
 
-class ReplacementTest : public ::testing::Test {
+class QuotaFileReplacement : public ::testing::Test {
  protected:
   void SetUp() override {
     QuotaFileHeader header;
@@ -43,7 +43,7 @@ class ReplacementTest : public ::testing::Test {
   std::optional<QuotaFile> file_;
 };
 
-TEST_F(ReplacementTest, TakesThePlaceOfTheFile) {
+TEST_F(QuotaFileReplacement, TakesThePlaceOfTheFile) {
   {
     Replacement replacement(volume_.get(), *file_);
     write(replacement, "new");
@@ -54,7 +54,7 @@ TEST_F(ReplacementTest, TakesThePlaceOfTheFile) {
   EXPECT_FALSE(std::filesystem::exists(newPath()));
 }
 
-TEST_F(ReplacementTest, IsRemovedWhenItIsNotPutInPlace) {
+TEST_F(QuotaFileReplacement, IsRemovedUnlessPutInPlace) {
   {
     const Replacement replacement(volume_.get(), *file_);
     write(replacement, "new");
@@ -64,7 +64,7 @@ TEST_F(ReplacementTest, IsRemovedWhenItIsNotPutInPlace) {
   EXPECT_EQ(readWholeFile(path()), old_);
 }
 
-TEST_F(ReplacementTest, HasTheOwnerTheModeAndTheAttributesOfTheFile) {
+TEST_F(QuotaFileReplacement, KeepsOwnerModeAndAttributesOfFile) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving files away needs root";
   ASSERT_EQ(::chown(path().c_str(), 0, 80), 0);
   ASSERT_EQ(::chmod(path().c_str(), 0640), 0);
@@ -86,13 +86,13 @@ TEST_F(ReplacementTest, HasTheOwnerTheModeAndTheAttributesOfTheFile) {
   EXPECT_STREQ(value.data(), "hidden");
 }
 
-TEST_F(ReplacementTest, TakesAwayWhatARunLeftThatWasKilled) {
+TEST_F(QuotaFileReplacement, RemovesLeftoverOfKilledRun) {
   writeWholeFile(newPath(), "left over");
   const Replacement replacement(volume_.get(), *file_);
   EXPECT_EQ(readWholeFile(newPath()), "");
 }
 
-TEST_F(ReplacementTest, SaysWhatIsInItsWay) {
+TEST_F(QuotaFileReplacement, SaysWhatIsInItsWay) {
   std::filesystem::create_directory(newPath());
   try {
     const Replacement replacement(volume_.get(), *file_);
@@ -105,7 +105,7 @@ TEST_F(ReplacementTest, SaysWhatIsInItsWay) {
 
 volatile std::sig_atomic_t gSignals = 0;
 
-TEST_F(ReplacementTest, SignalsThatEndARunByHandWaitForItsEnd) {
+TEST_F(QuotaFileReplacement, TerminationSignalsAreHeldUntilEnd) {
   struct sigaction action {};
   struct sigaction before {};
   action.sa_handler = [](int) { gSignals = gSignals + 1; };

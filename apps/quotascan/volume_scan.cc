@@ -4,18 +4,72 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
+#include <memory>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "base/system_call.h"
+#include "base/worker_threads.h"
 #include "platform/linux/accounts/nss.h"
 #include "platform/linux/files/path_walk.h"
 #include "platform/linux/privileges/object_status.h"
-#include "quotascan/failure.h"
-#include "quotascan/kernel_counts.h"
+#include "quotascan/quota_table.h"
+#include "quotascan/quotascan_failure.h"
+#include "quotascan/quotascan_walker.h"
 #include "quotascan/replacement.h"
-#include "quotascan/tree_walk.h"
 
 namespace paddock::quotascan {
+
+namespace {
+
+constexpr unsigned kFewestThreads = 2;
+constexpr unsigned kMostThreads = 12;
+// Of a thread's descriptors: a folder being queued, and one being entered.
+constexpr unsigned kPassingDescriptors = 2;
+
+unsigned threadsOf(const WalkOptions& options) {
+  if (options.threads != 0) return options.threads;
+  return std::clamp(std::thread::hardware_concurrency(), kFewestThreads, kMostThreads);
+}
+
+FileDescriptor duplicateOf(int folder) {
+  int descriptor = -1;
+  const int error = errnoOf(
+      [&] { return ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }, &descriptor);
+  if (error != 0) throw failureOf("open", pathOf(folder), error);
+  return FileDescriptor(descriptor);
+}
+
+void runThreads(SharedWalk& shared, const std::vector<std::unique_ptr<Walker>>& walkers) {
+  std::vector<std::function<void()>> workers;
+  workers.reserve(walkers.size());
+  for (const auto& walker : walkers) workers.emplace_back([&walker] { walker->run(); });
+  runWorkers(workers, [&shared] { shared.queue.stop(); });
+}
+
+}  // namespace
+
+Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_t>& objects) {
+  const unsigned threads = threadsOf(options);
+  SharedWalk shared(threads, objects, options.ignored);
+  if (const int error = statusOf(root, shared.root); error != 0) {
+    throw failureOf("read", pathOf(root), error);
+  }
+  std::vector<std::unique_ptr<Walker>> walkers;
+  for (unsigned number = 0; number < threads; ++number) {
+    walkers.push_back(
+        std::make_unique<Walker>(shared, options.descriptors / threads - kPassingDescriptors));
+  }
+  walkers.front()->count(shared.root);
+  shared.queue.give({duplicateOf(root), false, {}, {}});
+  runThreads(shared, walkers);
+  Counts counts;
+  for (const auto& walker : walkers) counts.add(walker->counts());
+  objects = counts.objects;
+  return counts;
+}
 
 namespace {
 
@@ -24,7 +78,7 @@ constexpr std::chrono::milliseconds kPatience{3000};
 
 constexpr QuotaType kTypes[] = {kUserQuota, kGroupQuota};
 
-// A quota file of the volume on its way to being up to date.
+// A quota file of the volume being brought up to date.
 struct Subject {
   FileOutcome outcome;
   std::optional<QuotaFile> file;
@@ -54,7 +108,7 @@ FileDescriptor openVolume(const std::string& path) {
   return volume;
 }
 
-// Does a step for one file alone; another one goes on when it fails.
+// Executes a step for one file; the others continue when it fails.
 template <typename Step>
 void attempt(FileOutcome& outcome, Step step) {
   try {
@@ -131,7 +185,7 @@ std::optional<std::uint64_t> walk(int volume, std::vector<Subject>& subjects, Sc
 void rewrite(int volume, Subject& subject) {
   QuotaFile& file = *subject.file;
   TableSummary& table = subject.outcome.table;
-  // Read as late as can be, so that limits that were set during the walk are kept.
+  // Read as late as possible, so that limits set during the walk are kept.
   file.checkUnchanged(volume);
   table = summarizeTable(file.descriptor(), file.header(), *subject.findings, file.path());
   if (!table.isChanged) return;

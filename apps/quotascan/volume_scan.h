@@ -5,14 +5,35 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "quotascan/quota_file.h"
 #include "quotascan/quota_table.h"
+#include "quotascan/usage.h"
 
 namespace paddock::quotascan {
+
+// Counts what every user and group uses on a volume, by walking it with several threads.
+//
+// Each inode counts once, for its owner and its group, with the bytes that are allocated to it. No
+// symlink is followed. The walk stays on the volume: mounts in it, with everything below them, are
+// skipped, also bind mounts of the volume itself; so is a folder of another device in the same
+// mount. Objects that are created, moved or removed during the walk are counted as they are
+// encountered.
+struct WalkOptions {
+  unsigned threads = 0;           // 0: one for each processor, from 2 to 12
+  unsigned descriptors = 48;      // that may be open at a time; at least 4 for each thread
+  std::set<std::string> ignored;  // names in the highest folder that are not counted
+};
+
+// `root` is the volume's highest folder, which counts too. `objects` grows as the walk goes on.
+// Memory does not grow with the number of objects, but 8 to 16 bytes for each inode with several
+// links that is no folder and a little for each level of the deepest folders. Throws Failure when a
+// folder or an object cannot be read.
+Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_t>& objects);
 
 // What became of one of the files.
 struct FileOutcome {
@@ -27,7 +48,7 @@ struct ScanOutcome {
   std::optional<std::uint64_t> objects;  // how many a walk met; none when the kernel knew all
 };
 
-// What is told of a run while it lasts. `objects` is how many the walk has met so far.
+// Progress events of a run. `objects` is the number encountered so far.
 struct ScanEvents {
   std::function<void()> waiting = [] {};  // another run is at the same volume
   std::function<void()> walking = [] {};

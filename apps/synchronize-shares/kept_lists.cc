@@ -12,14 +12,14 @@
 #include <system_error>
 #include <utility>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 #include "platform/linux/accounts/nss.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/files/file_object.h"
 #include "platform/linux/files/folder_entries.h"
-#include "samba/kernel_acl_hash.h"
+#include "samba/samba_attributes.h"
 
 namespace paddock::synchronizer {
 

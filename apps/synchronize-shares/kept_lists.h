@@ -1,8 +1,8 @@
 // Lists that SMB clients have set, kept in force when a share is served in another way.
 //
 // Samba passes over lists that it kept while it ignored the kernel's ACLs once it heeds them
-// (samba/kernel_acl_hash.h). Written anew in version 1, the same list is in force in either case.
-// The kernel's own ACLs stay as they are, so that nobody gets in anywhere who did not before.
+// (samba/samba_attributes.h). Written anew in version 1, the same list is in force in either case.
+// The kernel's own ACLs stay as they are, so that no user gains access.
 #pragma once
 
 #include <chrono>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock::synchronizer {
 
@@ -22,8 +22,8 @@ Served servedBefore(const std::string& text, const std::string& name, const std:
 
 class ListKeeper {
  public:
-  // `attribute` holds the lists. No more than so many files and folders are looked at, and no
-  // longer than that.
+  // `attribute` holds the lists. The largest number of files and folders visited, and the longest
+  // time taken.
   struct Limits {
     std::size_t objects = 1'000'000;
     std::chrono::milliseconds time = std::chrono::seconds(5);

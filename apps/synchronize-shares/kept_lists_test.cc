@@ -66,7 +66,7 @@ class KeptLists : public ::testing::Test {
   TestFolder folder_;
 };
 
-TEST_F(KeptLists, AreWrittenAnewInAFormThatWantsNoHash) {
+TEST_F(KeptLists, AreRewrittenInHashlessForm) {
   ASSERT_EQ(nt_acl::decode(withoutHash()), descriptor());
   for (const std::string& path : {root(), inside(), file()}) store(path, withoutHash());
   EXPECT_EQ(keep(), "");
@@ -74,7 +74,7 @@ TEST_F(KeptLists, AreWrittenAnewInAFormThatWantsNoHash) {
     EXPECT_EQ(stored(path), nt_acl::encode(descriptor()).value()) << path;
 }
 
-TEST_F(KeptLists, WhatIsInForceOrNoListIsLeftAlone) {
+TEST_F(KeptLists, CurrentListsAndInvalidDataStayUnchanged) {
   const std::string one = nt_acl::encode(descriptor()).value();
   store(root(), one);
   store(file(), "no list");
@@ -92,7 +92,7 @@ TEST_F(KeptLists, LinksAreNotFollowed) {
   EXPECT_EQ(stored(folder_.path("elsewhere")), withoutHash());
 }
 
-TEST_F(KeptLists, AShareBehindALinkOfSomebodyElseIsLeftAloneAndSaid) {
+TEST_F(KeptLists, ShareBehindForeignSymlinkIsSkippedAndReported) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
   store(root(), withoutHash());
   const std::string link = folder_.path("link");
@@ -122,7 +122,7 @@ TEST_F(KeptLists, AFewOfManyAreNamed) {
   EXPECT_THAT(keep(), HasSubstr(" and 3 more"));
 }
 
-TEST_F(KeptLists, TooManyFilesOrTooLittleTimeIsSaid) {
+TEST_F(KeptLists, ExceededFileOrTimeLimitIsReported) {
   store(file(), withoutHash());
   EXPECT_THAT(keep({.objects = 2}), HasSubstr("too many files"));
   EXPECT_THAT(keep({.time = 0ms}), HasSubstr("too many files"));
@@ -135,7 +135,7 @@ TEST_F(KeptLists, AFolderThatIsNotThereIsSaid) {
   EXPECT_THAT(keep(), AllOf(HasSubstr(root()), Not(HasSubstr("too many"))));
 }
 
-TEST(ServedBefore, IsSaidByTheSectionOfThatNameAndPath) {
+TEST(ServedBefore, MatchesSectionByNameAndPath) {
   const std::string text =
       "\n[Plans]\n    path = /srv/plans\n    acl_xattr:ignore system acls = yes\n"
       "\n[Films]\n    path = /srv/films\n    acl_xattr:ignore system acls = no\n\n[global]\n";

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/files/file_object.h"
 #include "platform/linux/files/folder_entries.h"

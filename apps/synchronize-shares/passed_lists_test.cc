@@ -45,7 +45,7 @@ class PassedLists : public ::testing::Test {
 
 TEST_F(PassedLists, AFolderWithoutAListPassesNothingOn) { EXPECT_FALSE(passes()); }
 
-TEST_F(PassedLists, ATailAloneAndEntriesForTheFolderItselfAreNotPassedOn) {
+TEST_F(PassedLists, TailAndFolderOnlyEntriesPassNothingOn) {
   store(root(), {});
   EXPECT_FALSE(passes());
   store(root(), {denied(0), allowed(0)});
@@ -59,7 +59,7 @@ TEST_F(PassedLists, EntriesForFilesOrFoldersArePassedOn) {
   }
 }
 
-TEST_F(PassedLists, AFolderInsideCountsAndAFileDoesNot) {
+TEST_F(PassedLists, SubfolderListsCountButFileListsDoNot) {
   store(inside(), {allowed(kBoth)});
   EXPECT_TRUE(passes());
   std::filesystem::rename(inside(), folder_.path("elsewhere"));
@@ -68,7 +68,7 @@ TEST_F(PassedLists, AFolderInsideCountsAndAFileDoesNot) {
   EXPECT_FALSE(passes());
 }
 
-TEST_F(PassedLists, ADenialBehindWhatIsAllowedIsNothingForTheKernelWhereverItIs) {
+TEST_F(PassedLists, InheritableDenialBehindAllowancePassesNothingOn) {
   store(root(), {denied(kBoth), allowed(kBoth)});
   EXPECT_TRUE(passes());
   store(inside(), {allowed(kBoth), denied(kBoth)});
@@ -77,12 +77,12 @@ TEST_F(PassedLists, ADenialBehindWhatIsAllowedIsNothingForTheKernelWhereverItIs)
   EXPECT_TRUE(passes());
 }
 
-TEST_F(PassedLists, ATailThatDeniesTheGroupWhatOthersHaveIsSuchADenial) {
+TEST_F(PassedLists, TailDenyingGroupPassesNothingOn) {
   store(root(), {allowed(kBoth)}, 0705);
   EXPECT_FALSE(passes());
 }
 
-TEST_F(PassedLists, WhatIsMissingOrDoesNotDecodePassesNothingOn) {
+TEST_F(PassedLists, MissingOrUndecodableListPassesNothingOn) {
   EXPECT_FALSE(passesListsOn(folder_.path("missing"), kAttribute));
   EXPECT_FALSE(passesListsOn("", kAttribute));
   ASSERT_EQ(::setxattr(root().c_str(), kAttribute, "x", 1, 0), 0);

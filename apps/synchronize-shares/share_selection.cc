@@ -3,9 +3,28 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "platform/directory_values.h"
 #include "samba/samba_text.h"
+#include "store/directory_access.h"
 
 namespace paddock::synchronizer {
+
+std::vector<SharePoint> readSharePoints(const LinuxDirectoryOptions& options) {
+  LinuxDirectoryService directory(options);
+  const Array records = directory.openLocal()->localNode()->findRecordNames(
+      kRecordsAll, {kAttributesAll}, schema::kSharePoints, MatchType::caseInsensitiveExact);
+  std::vector<SharePoint> sharePoints;
+  sharePoints.reserve(records.size());
+  for (const Value& record : records) {
+    const Dictionary& attributes = *record.dictionary();
+    std::string name = firstText(attributes, schema::kSmbName);
+    if (name.empty()) continue;
+    sharePoints.push_back({firstText(attributes, schema::kRecordName),
+                           firstText(attributes, schema::kDirectoryPath), std::move(name),
+                           samba::readOptions(attributes), false});
+  }
+  return sharePoints;
+}
 
 namespace {
 

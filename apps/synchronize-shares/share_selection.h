@@ -5,9 +5,25 @@
 #include <string>
 #include <vector>
 
-#include "synchronize-shares/share_points.h"
+#include "platform/linux/directory/linux_directory.h"
+#include "samba/smb_options.h"
 
 namespace paddock::synchronizer {
+
+// The directory's attributes of a share point that concern SMB.
+struct SharePoint {
+  std::string recordName;
+  std::string path;  // empty when the record has none
+  std::string nameOverSMB;
+  samba::ReadOptions smb = {};
+  // See passed_lists.h; no record says so.
+  bool passesListsOn = false;
+};
+
+// The share points of "/Local" that have a name over SMB that is not empty, in the order in which
+// they were created. Throws DirectoryError when they cannot be read: a directory that does not
+// respond must not be mistaken for one without share points, which would end every share.
+std::vector<SharePoint> readSharePoints(const LinuxDirectoryOptions& options);
 
 struct ShareSelection {
   // Each can be written as a section, and no two have the same name to Samba. They are among the

@@ -21,7 +21,7 @@ TEST(SelectShares, GoodOnesArePublishedInTheirOrder) {
   EXPECT_THAT(selection.leftOut, IsEmpty());
 }
 
-TEST(SelectShares, ABadNameIsLeftOutAndTheRestStays) {
+TEST(SelectShares, BadNameIsSkippedAndRestStays) {
   const std::vector<SharePoint> all{{"a", "/srv/a", "homes"}, {"b", "/srv/b", "b"}};
   const ShareSelection selection = selectShares(all);
   EXPECT_THAT(namesOf(selection), ElementsAre("b"));
@@ -37,7 +37,7 @@ SharePoint withParameter(const std::string& name, const samba::Parameter& parame
   return share;
 }
 
-TEST(SelectShares, OptionsThatAShareCannotHaveLeaveItOut) {
+TEST(SelectShares, InvalidOptionsSkipShare) {
   SharePoint unreadable{"c", "/srv/c", "c"};
   unreadable.smb.fault = "it cannot be read";
   const std::vector<SharePoint> all{withParameter("a", {"root preexec", "/bin/true"}),
@@ -52,7 +52,7 @@ TEST(SelectShares, OptionsThatAShareCannotHaveLeaveItOut) {
                   "read"));
 }
 
-TEST(SelectShares, ParametersThatSambaDoesNotTakeLeaveTheirShareOut) {
+TEST(SelectShares, ParametersRejectedBySambaSkipShare) {
   const std::vector<SharePoint> all{withParameter("a", {"oplocks", "perhaps"}),
                                     withParameter("b", {"oplocks", "no"}),
                                     {"c", "/srv/c", "c"}};
@@ -68,7 +68,7 @@ TEST(SelectShares, ParametersThatSambaDoesNotTakeLeaveTheirShareOut) {
   EXPECT_EQ(asked, 2);
 }
 
-TEST(SelectShares, APathThatCannotBeWrittenIsLeftOut) {
+TEST(SelectShares, UnwritablePathIsSkipped) {
   const std::vector<SharePoint> all{{"a", "/srv/%U", "a"}, {"b", "/srv/b", "b"}};
   const ShareSelection selection = selectShares(all);
   EXPECT_THAT(namesOf(selection), ElementsAre("b"));
@@ -78,7 +78,7 @@ TEST(SelectShares, APathThatCannotBeWrittenIsLeftOut) {
                   "sign that Samba reads as a variable"));
 }
 
-TEST(SelectShares, APathThatIsMissingOrNotAbsoluteIsLeftOut) {
+TEST(SelectShares, MissingOrRelativePathIsSkipped) {
   const std::vector<SharePoint> all{{"a", "", "a"}, {"b", "srv/b", "b"}};
   const ShareSelection selection = selectShares(all);
   EXPECT_THAT(namesOf(selection), IsEmpty());
@@ -88,7 +88,7 @@ TEST(SelectShares, APathThatIsMissingOrNotAbsoluteIsLeftOut) {
                   "share point \"b\" is left out of SMB: its path, \"srv/b\", is not absolute"));
 }
 
-TEST(SelectShares, TheSecondUseOfANameIsLeftOutInAnyLetterCase) {
+TEST(SelectShares, DuplicateNameIsSkippedIgnoringLetterCase) {
   const std::vector<SharePoint> all{{"one", "/1", "Plans"},
                                     {"two", "/2", "PLANS"},
                                     {"three", "/3", "Pläne"},

@@ -1,26 +1,26 @@
 #include "synchronize-shares/synchronize_shares.h"
 
+#include <syslog.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <exception>
+#include <cstdlib>
 #include <set>
 #include <stdexcept>
 #include <utility>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "configuration/configuration.h"
+#include "frame/program_frame.h"
 #include "platform/linux/configured_options.h"
 #include "platform/linux/files/linux_text_files.h"
 #include "samba/smb_check.h"
-#include "synchronize-shares/include_file.h"
 #include "synchronize-shares/kept_lists.h"
 #include "synchronize-shares/passed_lists.h"
 #include "synchronize-shares/run_lock.h"
-#include "synchronize-shares/share_points.h"
+#include "synchronize-shares/samba_configuration.h"
 #include "synchronize-shares/share_selection.h"
-#include "synchronize-shares/smb_server.h"
-#include "synchronize-shares/told_changes.h"
 
 namespace paddock::synchronizer {
 
@@ -29,16 +29,11 @@ namespace {
 constexpr const char* kUsage = "usage: synchronize-shares [--no-limit | --help | --version]";
 // Others wait for the lock no longer than half a minute.
 constexpr std::chrono::seconds kTimeForAllLists{15};
-enum ExitStatus { done = 0, failed = 1, usage = 2 };
 
 std::string lockFolder(const std::string& root) { return root + "/run/paddock"; }
 
-void say(std::ostream& error, const std::string& text) {
-  error << "synchronize-shares: " << printable(text) << std::endl;
-}
-
 struct Published {
-  std::uint64_t change = 0;              // the last one that smbd was not told of, 0: none
+  std::uint64_t change = 0;              // the last one that smbd was not notified of, 0: none
   std::vector<SharePoint> switched;      // served by lists from now on, and by modes before
   std::vector<std::string> keptByModes;  // of each share that should have been: why not
 };
@@ -54,7 +49,7 @@ class Publication {
 
   Published publish() {
     if (isUnlimited_) keepAtLeisure();
-    // Held from the reading on, so that what is written is never older than what is there.
+    // Held from the read on, so that the file is never replaced by an older state.
     const RunLock lock(lockFolder(root_));
     std::vector<SharePoint> all = read();
     Published published;
@@ -67,7 +62,7 @@ class Publication {
     for (const std::string& text : selection.leftOut) log_.log(kLogWarning, text);
     const std::string text = includeFileText(selection.published, attribute_);
     ToldChanges changes(lock.descriptor());
-    // Noted before, so that a run that is ended in between leaves nobody untold.
+    // Recorded first, so that an interrupted run leaves no change without notification.
     if (text != before) {
       changes.add();
       file_.replace(text);
@@ -76,7 +71,7 @@ class Publication {
     return published;
   }
 
-  // Not under the lock: who waits for a slow smbd does not keep the next change back.
+  // Not under the lock: waiting for a slow smbd must not block the next change.
   void tellServer(const Published& published) {
     const std::string program = root_ + "/usr/bin/smbcontrol";
     std::string failure = tellSmbServer(program);
@@ -87,7 +82,7 @@ class Publication {
       const RunLock lock(lockFolder(root_));
       ToldChanges(lock.descriptor()).told(published.change);
     }
-    // What was set meanwhile over the connections that are ended now.
+    // What was set concurrently over the connections that are closed now.
     for (const SharePoint& share : published.switched)
       if (const std::string fault =
               ListKeeper(attribute_, isUnlimited_ ? ListKeeper::noLimits() : ListKeeper::Limits{})
@@ -101,7 +96,7 @@ class Publication {
     return readSharePoints(configuredDirectory(configuration_, root_));
   }
 
-  // However long it takes, others need not wait for it.
+  // Without the lock: others need not wait for it.
   void keepAtLeisure() {
     const std::string before = file_.text();
     for (const SharePoint& share : read()) {
@@ -147,30 +142,33 @@ class Publication {
 
 int runSynchronizeShares(const std::vector<std::string>& words, const std::string& root,
                          Logger& log, std::ostream& out, std::ostream& error) {
-  const bool isAsking = words.size() == 2 && (words[1] == "--help" || words[1] == "--version");
-  if (isAsking) {
-    out << (words[1] == "--help" ? kUsage : "synchronize-shares " PADDOCK_VERSION) << std::endl;
-    return done;
-  }
-  const bool isUnlimited = words.size() == 2 && words[1] == "--no-limit";
-  if (words.size() > 1 && !isUnlimited) {
-    say(error, "\"" + words[1] + "\" is no option");
-    error << kUsage << std::endl;
-    return usage;
-  }
-  try {
+  const frame::ProgramRun run("synchronize-shares", kUsage, out, error);
+  const std::string option = words.size() > 1 ? words[1] : "";
+  const bool isAlone = words.size() == 2;
+  const frame::Asked asked{.help = isAlone && option == "--help",
+                           .version = isAlone && option == "--version"};
+  if (asked.isAny()) return run.describe(asked);
+  const bool isUnlimited = isAlone && option == "--no-limit";
+  if (words.size() > 1 && !isUnlimited) return run.refuse("\"" + option + "\" is no option");
+  return run.attempt([&] {
     Publication publication(root, isUnlimited, log);
     const Published published = publication.publish();
     for (const std::string& text : published.keptByModes) {
       log.log(kLogWarning, text);
-      say(error, text);
+      run.say(text);
     }
     if (published.change != 0) publication.tellServer(published);
-    return done;
-  } catch (const std::exception& exception) {
-    say(error, exception.what());
-    return failed;
-  }
+    return frame::done;
+  });
+}
+
+SystemLog::SystemLog() { ::openlog("synchronize-shares", LOG_PID, LOG_DAEMON); }
+
+void SystemLog::log(int priority, std::string_view text) {
+  std::string line(text);
+  if (const char* request = std::getenv("PADDOCK_REQUEST_ID"))
+    line.append(" [request ").append(request).append("]");
+  ::syslog(LOG_DAEMON | priority, "%s", printable(line).c_str());
 }
 
 }  // namespace paddock::synchronizer

@@ -15,4 +15,14 @@ namespace paddock::synchronizer {
 int runSynchronizeShares(const std::vector<std::string>& words, const std::string& root,
                          Logger& log, std::ostream& out, std::ostream& error);
 
+// The system's log, as syslog(3) reaches it.
+
+// Each message is one line, with the id of the request that the program runs for, when the daemon
+// has put one into the environment.
+class SystemLog final : public Logger {
+ public:
+  SystemLog();
+  void log(int priority, std::string_view text) override;
+};
+
 }  // namespace paddock::synchronizer

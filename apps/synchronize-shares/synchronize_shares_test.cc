@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <sstream>
 
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/shares_fixture.h"
 
 namespace paddock::synchronizer {
@@ -32,7 +32,7 @@ class SynchronizeShares : public SharesFixture {
     EXPECT_EQ(out_.str(), "");
     EXPECT_EQ(error_.str(), "");
   }
-  // How often smbd was told to read its configuration again.
+  // How often smbd was told to reload its configuration.
   std::size_t timesTold() const {
     return static_cast<std::size_t>(std::filesystem::exists(folder_.path("told"))
                                         ? readWholeFile(folder_.path("told")).size()
@@ -47,7 +47,7 @@ class SynchronizeShares : public SharesFixture {
   std::ostringstream error_;
 };
 
-TEST_F(SynchronizeShares, WritesASectionForEachSharePointInTheOrderOfTheirCreation) {
+TEST_F(SynchronizeShares, WritesSectionsInOrderOfSharePointCreation) {
   addSharePoint("plans", "/srv/plans", "Plans");
   addSharePoint("films", "/srv/films", "Films");
   expectDone();
@@ -56,12 +56,12 @@ TEST_F(SynchronizeShares, WritesASectionForEachSharePointInTheOrderOfTheirCreati
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(SynchronizeShares, ADirectoryWithoutSharePointsMakesAFileWithoutShares) {
+TEST_F(SynchronizeShares, DirectoryWithoutSharePointsWritesEmptyFile) {
   expectDone();
   EXPECT_THAT(sectionsIn(text()), ElementsAre("global"));
 }
 
-TEST_F(SynchronizeShares, WithoutANameOverSmbNothingIsPublishedOrLogged) {
+TEST_F(SynchronizeShares, MissingSmbNamePublishesAndLogsNothing) {
   addSharePoint("empty", "/srv/empty", "");
   node_->newRecord("none", schema::kSharePoints)->setAttribute(schema::kDirectoryPath, "/srv/none");
   expectDone();
@@ -75,7 +75,7 @@ TEST_F(SynchronizeShares, OtherKindsOfRecordsAreNoShares) {
   EXPECT_THAT(text(), Not(HasSubstr("anna")));
 }
 
-TEST_F(SynchronizeShares, ARemovedSharePointIsGoneAfterTheNextRun) {
+TEST_F(SynchronizeShares, NextRunDropsRemovedSharePoint) {
   addSharePoint("plans", "/srv/plans", "Plans");
   expectDone();
   removeSharePoint("plans");
@@ -83,7 +83,7 @@ TEST_F(SynchronizeShares, ARemovedSharePointIsGoneAfterTheNextRun) {
   EXPECT_THAT(sectionsIn(text()), ElementsAre("global"));
 }
 
-TEST_F(SynchronizeShares, EachOneThatIsLeftOutHasOneWarningInTheLog) {
+TEST_F(SynchronizeShares, EachSkippedShareLogsOneWarning) {
   addSharePoint("a", "/srv/a", "homes");
   addSharePoint("b", "/srv/b", "b");
   addSharePoint("c", "/srv/c", "B");
@@ -107,7 +107,7 @@ TEST_F(SynchronizeShares, TheConfiguredAttributeIsNamed) {
   EXPECT_THAT(text(), HasSubstr("acl_xattr:security_acl_name = user.NTACL\n"));
 }
 
-TEST_F(SynchronizeShares, AConfigurationWithAMistakeIsNamedAndChangesNothing) {
+TEST_F(SynchronizeShares, FaultyConfigurationIsReportedAndChangesNothing) {
   addSharePoint("a", "/a", "a");
   expectDone();
   const std::string before = text();
@@ -119,7 +119,7 @@ TEST_F(SynchronizeShares, AConfigurationWithAMistakeIsNamedAndChangesNothing) {
   EXPECT_EQ(text(), before);
 }
 
-TEST_F(SynchronizeShares, ADirectoryThatCannotBeReadEndsNoShare) {
+TEST_F(SynchronizeShares, UnreadableDirectoryKeepsShares) {
   addSharePoint("a", "/a", "a");
   expectDone();
   const std::string before = text();
@@ -130,7 +130,7 @@ TEST_F(SynchronizeShares, ADirectoryThatCannotBeReadEndsNoShare) {
   EXPECT_EQ(text(), before);
 }
 
-TEST_F(SynchronizeShares, SmbdIsToldWhenTheFileHasChangedAndOnlyThen) {
+TEST_F(SynchronizeShares, SmbdIsNotifiedOnlyOfChangedFile) {
   installCountingSmbControl();
   addSharePoint("a", "/a", "a");
   expectDone();
@@ -148,7 +148,7 @@ TEST_F(SynchronizeShares, WithoutARunningSmbdNothingIsSaid) {
   expectDone();
 }
 
-TEST_F(SynchronizeShares, WhenSmbdCannotBeToldTheFileIsThereAndTheStatusSaysIt) {
+TEST_F(SynchronizeShares, FailedSmbdNotificationKeepsFileAndSetsStatus) {
   installSmbControl("echo trouble; exit 1");
   addSharePoint("a", "/a", "a");
   EXPECT_EQ(run(), 1);
@@ -158,7 +158,7 @@ TEST_F(SynchronizeShares, WhenSmbdCannotBeToldTheFileIsThereAndTheStatusSaysIt) 
                     HasSubstr("trouble")));
 }
 
-TEST_F(SynchronizeShares, ARunTellsSmbdWhatAnEarlierOneCouldNot) {
+TEST_F(SynchronizeShares, NextRunRepeatsFailedSmbdNotification) {
   installSmbControl("echo trouble; exit 1");
   addSharePoint("a", "/a", "a");
   EXPECT_EQ(run(), 1);
@@ -170,7 +170,7 @@ TEST_F(SynchronizeShares, ARunTellsSmbdWhatAnEarlierOneCouldNot) {
   EXPECT_EQ(timesTold(), 1U);
 }
 
-TEST_F(SynchronizeShares, ACommandLineThatCannotBeUsedIsExitStatusTwo) {
+TEST_F(SynchronizeShares, UnusableCommandLineGivesExitStatusTwo) {
   EXPECT_EQ(run({"synchronize-shares", "now"}), 2);
   EXPECT_EQ(error_.str(),
             "synchronize-shares: \"now\" is no option\n"

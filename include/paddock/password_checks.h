@@ -1,7 +1,7 @@
-// Tests of passwords on directory nodes. Any thread may call.
+// Password checks on directory nodes. Thread-safe.
 //
-// A test takes time on purpose (password hashes, delays of PAM), so that only a few run at once in
-// the process, and who serves the request that asks for one is told what became of it.
+// A check is slow on purpose (password hashes, PAM delays), so only a few run concurrently in the
+// process, and the server of the request that asks for one is notified of its result.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@
 
 namespace paddock {
 
-// How many run at once. The others wait for their turn, this long when nothing else is said.
+// The number of concurrent checks. The others wait for their turn, by default this long.
 inline constexpr int kPasswordChecksAtOnce = 4;
 inline constexpr std::chrono::seconds kPasswordCheckPatience{10};
 
@@ -22,15 +22,15 @@ struct PasswordCheck {
   bool passed = false;
 };
 
-// Calls `check`, which returns 0 for a password that is right and an errno otherwise, and returns
-// what it returns, or EAGAIN when its turn did not come in time. What it throws passes; it says
-// nothing of the password then, and nobody is told.
+// Calls `check`, which returns 0 for a correct password and an errno otherwise, and returns its
+// result, or EAGAIN when its turn did not come in time. Its exceptions propagate; they say nothing
+// about the password, and no scope is notified.
 Status checkPassword(const std::string& node, const std::string& name,
                      const std::function<Status()>& check,
                      std::chrono::milliseconds patience = kPasswordCheckPatience);
 
-// Is told of the checks that this thread makes during its own lifetime, each after it was made; of
-// several the newest.
+// Observer of this thread's checks during its own lifetime, notified after each; of several the
+// newest.
 class PasswordCheckScope {
  public:
   explicit PasswordCheckScope(std::function<void(const PasswordCheck&)> note);

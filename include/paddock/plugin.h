@@ -10,8 +10,8 @@
 // `paddock_plugin_create` never throws: it sets either `handler` (owned by the host from
 // then on) or `error`, a text cut to fit. A plug-in is never unloaded.
 //
-// It may export a third one, what it says of its operations, for the document that describes the
-// daemon's interface. The text is JSON, ended with a zero byte and there as long as the process:
+// It may export a third one, the description of its operations, for the document that describes the
+// daemon's interface. The text is JSON, NUL-terminated and valid as long as the process:
 //
 //   const char* paddock_plugin_description(void);
 //
@@ -24,10 +24,9 @@
 //                    "audit": dictionary}]}}}
 //
 // A schema is one of JSON Schema, of an object; `#/components/schemas/PLUGIN.NAME` refers to one of
-// "schemas". "auditedOnce" is for an operation that only asks, again and again, how something goes
-// on: a request has an audit line when the values of "reply" are others than the last time that the
-// user asked with the same values of "request". A key below others is written with dots. Every key
-// may be absent. Who may call an operation is not said there, since
+// "schemas". "auditedOnce" is for a polling operation: a request has an audit line when the values
+// of "reply" differ from the user's last request with the same values of "request". A nested key is
+// written with dots. Every key is optional. Who may call an operation is not described there, since
 // `PluginRequestHandler::operations` decides it.
 #pragma once
 
@@ -54,7 +53,7 @@ using PaddockPluginDescription = const char* (*)();
 
 namespace paddock {
 
-// Constructs a Handler into `result`, turning whatever its constructor throws into a text.
+// Constructs a Handler into `result`; an exception of its constructor becomes the error text.
 template <typename Handler>
 void createPlugin(PaddockPluginResult* result) noexcept {
   const auto fail = [result](const char* text) noexcept {

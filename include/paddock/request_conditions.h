@@ -1,9 +1,9 @@
-// What the client of a request says of the state that it wants to change (If-Match), and what is
-// said to it of the state that it was answered (ETag); see RFC 9110, sections 8.8.3 and 13.1.1.
+// The client's precondition on the state that it changes (If-Match), and the entity tag of the
+// state in the reply (ETag); see RFC 9110, sections 8.8.3 and 13.1.1.
 //
-// The host makes one for each request that came over its socket, and an operation finds it on the
-// thread that runs it. A command that another plug-in sends has none: what a client says is about
-// its own request.
+// The host creates one for each request received over its socket; an operation finds it on the
+// thread that runs it. A command sent by another plug-in has none: a precondition applies to the
+// client's own request.
 #pragma once
 
 #include <functional>
@@ -14,7 +14,7 @@
 
 namespace paddock {
 
-// Ends an operation that has changed nothing, because the state is another one than the client
+// Aborts an operation that has changed nothing, because the state is not the one that the client
 // named. The host answers it with HTTP 412.
 class PreconditionFailed : public std::runtime_error {
  public:
@@ -24,25 +24,35 @@ class PreconditionFailed : public std::runtime_error {
   ~PreconditionFailed() override;
 };
 
+// Aborts an operation that has changed nothing, because another one keeps it waiting for too long.
+// The text names that one. The host answers with HTTP 503.
+class OperationBusy : public std::runtime_error {
+ public:
+  explicit OperationBusy(const std::string& text);
+  OperationBusy(const OperationBusy&) = default;
+  OperationBusy& operator=(const OperationBusy&) = default;
+  ~OperationBusy() override;
+};
+
 class RequestConditions {
  public:
-  // Makes the tag of a state: texts that differ must not have one tag, whoever chooses them. Only
+  // Computes the tag of a state; must be collision-resistant, also for chosen texts. Only
   // characters that an entity tag may hold.
   using Digest = std::function<std::string(std::string_view state)>;
 
   // `ifMatch`: the header's value, absent when the request has none.
   RequestConditions(std::optional<std::string> ifMatch, Digest digest);
 
-  // Whether the client wants its change in a certain state alone.
+  // Whether the client requires a certain state for its change.
   bool hasIfMatch() const { return ifMatch_.has_value(); }
 
-  // Throws PreconditionFailed unless the client takes the present state: without a header any, with
-  // "*" any but that there is nothing (`exists`), else one whose tag is in its list. `state`: a
-  // text that stands for all of it; absent: one that has no tag. A tag that is weak, or a list that
-  // cannot be read, names no state.
+  // Throws PreconditionFailed unless the client accepts the current state: without a header any,
+  // with "*" any but that there is nothing (`exists`), else one whose tag is in its list. `state`:
+  // a text that represents all of it; absent: a state without a tag. A tag that is weak, or a list
+  // that cannot be read, names no state.
   void require(const std::optional<std::string>& state, bool exists) const;
 
-  // Which state the reply tells; absent: none that could be named.
+  // The state that the reply represents; absent: one without a tag.
   void setReplyState(const std::optional<std::string>& state);
   // The reply's ETag, in its quotes; empty without one.
   const std::string& replyTag() const { return replyTag_; }
@@ -55,7 +65,7 @@ class RequestConditions {
   std::string replyTag_;
 };
 
-// Those of the request that this thread serves; null when there are none.
+// The conditions of the request that this thread serves; null when there are none.
 RequestConditions* currentRequestConditions();
 
 // Makes `conditions` (which may be null) the thread's for its own lifetime.

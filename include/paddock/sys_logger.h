@@ -14,7 +14,18 @@
 
 namespace paddock {
 
-// Where lines go. The default is syslog(3), facility daemon.
+// Log lines by request, for a collector that keeps them for the callers.
+
+// Receives a line of the request, as logged but without the trailing request id. Called from any
+// thread, also after the request was answered (a program that it started may end late), and from
+// within logMessage, so it must not log.
+using RequestLineSink =
+    std::function<void(const std::string& request, int priority, const std::string& text)>;
+
+// In addition to the log itself. Null, the initial value: no sink.
+void installRequestLineSink(RequestLineSink sink);
+
+// Destination of log lines. The default is syslog(3), facility daemon.
 using LogSink = std::function<void(int priority, const std::string& line)>;
 void installLogSink(LogSink sink);
 // Writes "<PRIORITY>line" to standard error, as journald and a terminal take it.

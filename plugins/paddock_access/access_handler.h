@@ -1,7 +1,7 @@
-// The plug-in paddock_access: what the programs of the sharing plug-in's bundle say of access, for
-// people who are not root.
+// The plug-in paddock_access: the access reports of the programs of the sharing plug-in's bundle,
+// for users other than root.
 //
-// Operations. Each runs one program as the daemon's user and hands its answer on as it is.
+// Operations. Each runs one program as the daemon's user and returns its output unchanged.
 //
 //   effective           {"path", "uid"}   effectiveprivs: what the user may do
 //   answer              {"path", "uid"}   effectiveprivs --answer: and what each door lets through
@@ -15,9 +15,9 @@
 // wrote one. A request that cannot be used and a program that cannot be run or took too long are
 // {"error": text}.
 //
-// The first four only read, so viewers may ask them; what a run would change is for
-// administrators. Nothing here waits for the sharing plug-in's lock. At most four programs run at a
-// time, so that askers cannot take the whole machine; who finds no place in time is told so.
+// The first four only read, so viewers may ask them; what a run would change is for administrators.
+// Nothing here waits for the sharing plug-in's lock. At most four programs run at a time, so that
+// callers cannot exhaust the machine; a request that finds no free slot in time gets an error.
 #pragma once
 
 #include <chrono>
@@ -38,7 +38,7 @@ class AccessRequestHandler final : public PluginRequestHandler {
 
   // With the host's program runner.
   AccessRequestHandler();
-  // With another runner, never null; `patience` is how long a place is waited for.
+  // With another runner, never null; `patience` is how long a request waits for a free slot.
   explicit AccessRequestHandler(
       std::unique_ptr<ProgramRunner> runner,
       std::chrono::milliseconds patience = std::chrono::milliseconds(30000));

@@ -3,12 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
-#include <condition_variable>
 #include <filesystem>
 #include <future>
-#include <mutex>
 
-#include "platform/testing/recording_program_runner.h"
+#include "base/mutex.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/plugin_host.h"
 #include "support/temporary_folder.h"
 
@@ -21,9 +20,9 @@ using ::testing::HasSubstr;
 constexpr const char* kFolder = "/usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/";
 using Words = std::vector<std::string>;
 
-class AccessHandlerTest : public ::testing::Test {
+class AccessHandler : public ::testing::Test {
  protected:
-  AccessHandlerTest() {
+  AccessHandler() {
     auto runner = std::make_unique<RecordingProgramRunner>();
     runner_ = runner.get();
     handler_ = std::make_unique<AccessRequestHandler>(std::move(runner));
@@ -49,7 +48,7 @@ class AccessHandlerTest : public ::testing::Test {
   std::unique_ptr<AccessRequestHandler> handler_;
 };
 
-TEST_F(AccessHandlerTest, ViewersMayAskAllButWhatARunWouldChange) {
+TEST_F(AccessHandler, ViewersMayAskEverythingExceptPropagationPreview) {
   std::vector<std::string> reading;
   for (const auto& operation : handler_->operations()) {
     if (!operation.changes) reading.push_back(operation.name);
@@ -58,28 +57,28 @@ TEST_F(AccessHandlerTest, ViewersMayAskAllButWhatARunWouldChange) {
   EXPECT_EQ(handler_->operations().size(), 5U);
 }
 
-TEST_F(AccessHandlerTest, TheProgramGetsPathAndUser) {
+TEST_F(AccessHandler, TheProgramGetsPathAndUser) {
   call("effective", {{"path", "/srv/a b"}, {"uid", 1000}});
   EXPECT_EQ(argumentsOf("effectiveprivs"), (Words{"-p", "/srv/a b", "-u", "1000"}));
 }
 
-TEST_F(AccessHandlerTest, TheProgramIsAskedWhyAndForJson) {
+TEST_F(AccessHandler, TheProgramIsAskedWhyAndForJson) {
   call("explain", {{"path", "/srv"}, {"uid", "0"}, {"json", true}});
   EXPECT_EQ(argumentsOf("effectiveprivs"), (Words{"--json", "--explain", "-p", "/srv", "-u", "0"}));
 }
 
-TEST_F(AccessHandlerTest, TheProgramIsAskedWhoForAPathAlone) {
+TEST_F(AccessHandler, ProgramIsAskedWhoForSinglePath) {
   call("who", {{"path", "/srv"}, {"json", false}});
   EXPECT_EQ(argumentsOf("effectiveprivs"), (Words{"--who", "-p", "/srv"}));
 }
 
-TEST_F(AccessHandlerTest, WhatTheProgramSaidIsHandedOnAsItIs) {
+TEST_F(AccessHandler, ProgramOutputIsReturnedUnchanged) {
   runner_->setOutcomeOfOthers({0, "output\n", "complaint\n", 4});
   EXPECT_EQ(call("who", {{"path", "/srv"}}),
             (Dictionary{{"status", 4}, {"output", "output\n"}, {"errors", "complaint\n"}}));
 }
 
-TEST_F(AccessHandlerTest, UnusableRequestsRunNothing) {
+TEST_F(AccessHandler, UnusableRequestsRunNothing) {
   EXPECT_EQ(errorOf("who", {}), "\"path\" must be an absolute path");
   EXPECT_EQ(errorOf("who", {{"path", "srv"}}), "\"path\" must be an absolute path");
   EXPECT_EQ(errorOf("who", {{"path", std::string("/a\0b", 4)}}),
@@ -92,7 +91,7 @@ TEST_F(AccessHandlerTest, UnusableRequestsRunNothing) {
   EXPECT_THROW(call("whom", {{"path", "/srv"}}), std::invalid_argument);
 }
 
-TEST_F(AccessHandlerTest, AProgramThatCannotAnswerIsSaid) {
+TEST_F(AccessHandler, AProgramThatCannotAnswerIsSaid) {
   runner_->setOutcomeOfOthers({ENOENT, "", "", 0});
   EXPECT_EQ(errorOf("who", {{"path", "/srv"}}),
             "effectiveprivs cannot be run: No such file or directory");
@@ -100,7 +99,7 @@ TEST_F(AccessHandlerTest, AProgramThatCannotAnswerIsSaid) {
   EXPECT_THAT(errorOf("who", {{"path", "/srv"}}), HasSubstr("took too long"));
 }
 
-TEST_F(AccessHandlerTest, APreviewHandsOnTheStatusFileAndLeavesNothing) {
+TEST_F(AccessHandler, PreviewReturnsStatusFileAndRemovesIt) {
   runner_->setProgram(std::string(kFolder) + "copyprivs", [](const Words& arguments) {
     EXPECT_EQ(arguments.size(), 7U);
     EXPECT_EQ(Words(arguments.begin(), arguments.end() - 1),
@@ -116,13 +115,13 @@ TEST_F(AccessHandlerTest, APreviewHandsOnTheStatusFileAndLeavesNothing) {
   EXPECT_TRUE(std::filesystem::is_empty(hostPath("/var/lib/paddock")));
 }
 
-TEST_F(AccessHandlerTest, APreviewThatSaidNothingHasNoReport) {
+TEST_F(AccessHandler, APreviewThatSaidNothingHasNoReport) {
   EXPECT_FALSE(call("previewPropagation", {{"path", "/srv"}, {"mask", 1}}).contains("report"));
 }
 
-TEST_F(AccessHandlerTest, MoreThanFourQuestionsWaitAndAreToldSo) {
-  std::mutex mutex;
-  std::condition_variable changed;
+TEST_F(AccessHandler, FifthConcurrentQuestionWaitsThenIsRefused) {
+  Mutex mutex;
+  ConditionVariable changed;
   int running = 0;
   bool go = false;
   // The runs are counted here: the double's own list is for one thread.
@@ -144,10 +143,10 @@ TEST_F(AccessHandlerTest, MoreThanFourQuestionsWaitAndAreToldSo) {
     std::function<void()> body_;
   };
   AccessRequestHandler handler(std::make_unique<BlockingRunner>([&] {
-                                 std::unique_lock lock(mutex);
+                                 MutexLock lock(mutex);
                                  ++running;
                                  changed.notify_all();
-                                 changed.wait(lock, [&] { return go; });
+                                 while (!go) changed.wait(mutex);
                                }),
                                std::chrono::milliseconds(1));
   std::vector<std::future<Dictionary>> asked;
@@ -155,12 +154,12 @@ TEST_F(AccessHandlerTest, MoreThanFourQuestionsWaitAndAreToldSo) {
   for (int count = 0; count < AccessRequestHandler::kPrograms; ++count)
     asked.push_back(std::async(std::launch::async, ask));
   {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [&] { return running == AccessRequestHandler::kPrograms; });
+    MutexLock lock(mutex);
+    while (running != AccessRequestHandler::kPrograms) changed.wait(mutex);
   }
   EXPECT_THAT(*ask().string("error"), HasSubstr("too many"));
   {
-    const std::scoped_lock lock(mutex);
+    const MutexLock lock(mutex);
     go = true;
   }
   changed.notify_all();

@@ -53,7 +53,7 @@ std::string pathIn(const Dictionary& request) {
   return *path;
 }
 
-// Groups are asked once for the members that one list is about.
+// Caches the members of groups for the evaluation of one list.
 MembersOf askedOnce(const MembersOf& membersOf) {
   auto known = std::make_shared<std::map<std::uint32_t, std::vector<Person>>>();
   return [known, membersOf](std::uint32_t gid) {
@@ -103,19 +103,25 @@ std::vector<PluginRequestHandler::Operation> DenialsRequestHandler::operations()
 Dictionary DenialsRequestHandler::performOperation(std::string_view name,
                                                    const Dictionary& request) {
   if (name == "getDenied") return replyOf([&] { return getDenied(pathIn(request)); });
-  const std::lock_guard lock(changing_);
-  if (name == "refreshStrict") return replyOf([&] { return refreshStrict(); });
+  const MutexLock lock(changing_);
+  if (name == "refreshStrict") {
+    return replyOf([&] {
+      changing_.assertHeld();
+      return refreshStrict();
+    });
+  }
   if (name != "setStrict") throw std::invalid_argument("no operation " + std::string(name));
   return replyOf([&] {
     const auto strict = request.boolean(kStrict);
     if (!strict) throw DenialFailure(EINVAL, "\"strict\" is needed");
+    changing_.assertHeld();
     return setStrict(pathIn(request), *strict);
   });
 }
 
 std::int64_t DenialsRequestHandler::doIdleAtCount(std::uint64_t count) {
   if (count % kRefreshEach == kFirstRefresh) {
-    const std::lock_guard lock(changing_);
+    const MutexLock lock(changing_);
     refreshStrict();
   }
   return PluginRequestHandler::doIdleAtCount(count);
@@ -175,7 +181,7 @@ bool DenialsRequestHandler::refresh(const std::string& path, int triesLeft) {
     return false;
   }
   if (strict.isChanged) {
-    // Looking up members may take seconds, and what others set in that time stays.
+    // The lookup of members may take seconds; concurrent changes by others are preserved.
     if (triesLeft > 0 && readList(*services_.siblings, path) != list.acl)
       return refresh(path, triesLeft - 1);
     writeList(*services_.siblings, path, strict.acl);
@@ -191,6 +197,7 @@ Dictionary DenialsRequestHandler::refreshStrict() {
   for (const auto& [path, value] : remembered()) {
     Dictionary result{{"path", path}};
     const Dictionary reply = replyOf([&, &folder = path] {
+      changing_.assertHeld();
       return Dictionary{{"changed", refresh(folder)}};
     });
     if (reply.integer("status") != 0) {

@@ -1,5 +1,5 @@
-// The plug-in paddock_denials: denials of groups, which the kernel's ACLs cannot say, kept at every
-// door.
+// The plug-in paddock_denials: denials of groups, which the kernel's ACLs cannot represent,
+// enforced at every door.
 //
 // Operations. "path" is an absolute path. "status" is 0, an errno or a status of the sharing
 // module; "message" says why it is not 0.
@@ -9,13 +9,12 @@
 //                  names, the first 1000, by name), "count" (of all), "owner" (a name; there when
 //                  the one who owns the object is in the group, and let in by the mode). "strict":
 //                  whether the list is kept strict.
-//   setStrict      {"path", "strict"}: from now on the list has a named denial for each of those,
-//   or
-//                  no longer. -> what getDenied has afterwards, "written": how many named denials
-//                  the list has for groups' now. With "strict" false the list stays as it is.
+//   setStrict      {"path", "strict"}: from now on the list has a named denial for each of
+//                  those, or no longer. -> what getDenied has afterwards, "written": how many named
+//                  denials the list has for groups' now. With "strict" false the list stays as it
+//                  is.
 //   refreshStrict  {}: brings every strict list up to date with the members of its groups, as is
-//   done
-//                  once a day. -> "lists": an array of {"path", "changed"}, with "status" and
+//                  done once a day. -> "lists": an array of {"path", "changed"}, with "status" and
 //                  "message" for one that failed.
 //
 // Which lists are strict, and for whom a denial was written, is kept in the plug-in's context, by
@@ -24,11 +23,11 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "paddock/plugin_request_handler.h"
 #include "paddock_denials/group_denials.h"
 #include "platform/accounts.h"
@@ -53,7 +52,7 @@ class DenialsRequestHandler final : public PluginRequestHandler {
 
   // With the services of this host, as its configuration sets them.
   DenialsRequestHandler();
-  // With others, which outlive this object.
+  // With other services, which must outlive this object.
   explicit DenialsRequestHandler(DenialServices services);
   ~DenialsRequestHandler() override;
 
@@ -65,18 +64,18 @@ class DenialsRequestHandler final : public PluginRequestHandler {
   struct OwnServices;
 
   Dictionary getDenied(const std::string& path);
-  Dictionary setStrict(const std::string& path, bool strict);
-  Dictionary refreshStrict();
-  // Whether the list was another one before.
-  bool refresh(const std::string& path, int triesLeft = 3);
+  Dictionary setStrict(const std::string& path, bool strict) PADDOCK_REQUIRES(changing_);
+  Dictionary refreshStrict() PADDOCK_REQUIRES(changing_);
+  // Whether the list was changed.
+  bool refresh(const std::string& path, int triesLeft = 3) PADDOCK_REQUIRES(changing_);
   Dictionary remembered();
-  void remember(Dictionary strict);
+  void remember(Dictionary strict) PADDOCK_REQUIRES(changing_);
   std::string groupName(std::uint32_t gid);
 
   std::unique_ptr<OwnServices> own_;  // null with others
   DenialServices services_;
-  // Held by what changes lists or what is remembered of them.
-  std::mutex changing_;
+  // Held by operations that change lists or the stored state of them.
+  Mutex changing_;
 };
 
 }  // namespace paddock

@@ -10,7 +10,7 @@
 #include "base/guid.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_membership.h"
-#include "platform/testing/recording_plugin_commands.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/plugin_host.h"
 
 namespace paddock {
@@ -25,10 +25,10 @@ constexpr std::uint32_t kNight = 200;
 constexpr std::uint32_t kAnna = 1001;
 constexpr int kRead = 10;
 
-// A sharing module that holds one list, for a folder that the kernel lets the crew read.
-class DenialsHandlerTest : public ::testing::Test {
+// A sharing module that holds one list, for a folder that the kernel permits the crew to read.
+class DenialsHandler : public ::testing::Test {
  protected:
-  DenialsHandlerTest() {
+  DenialsHandler() {
     accounts_.addGroup("night", kNight);
     siblings_.setPlugin("paddock_sharing", [this](const Dictionary& command) {
       return *command.string("command") == "readSettings" ? read() : write(command);
@@ -80,7 +80,7 @@ class DenialsHandlerTest : public ::testing::Test {
     }
     return {{"writeStatus", 0}};
   }
-  // The crew and whom the list names are in the kernel's ACL.
+  // The crew and the users in the list are in the kernel's ACL.
   KernelSide kernel() {
     KernelSide kernel;
     kernel.access.groups = {{kCrew, 5}};
@@ -111,18 +111,18 @@ class DenialsHandlerTest : public ::testing::Test {
   int readStatus_ = 0;
   int kernelError_ = 0;
   int writes_ = 0;
-  std::function<void()> meanwhile_;  // done once, while members are looked up
+  std::function<void()> meanwhile_;  // called once, during the lookup of members
   std::optional<DenialsRequestHandler> handler_;
 };
 
-TEST_F(DenialsHandlerTest, OnlyWhatReadsMayBeViewed) {
+TEST_F(DenialsHandler, OnlyWhatReadsMayBeViewed) {
   for (const auto& operation : handler_->operations()) {
     EXPECT_EQ(operation.changes, operation.name != "getDenied") << operation.name;
   }
   EXPECT_THROW(call("getAllowed"), std::invalid_argument);
 }
 
-TEST_F(DenialsHandlerTest, WhoPassesADenialIsNamed) {
+TEST_F(DenialsHandler, WhoPassesADenialIsNamed) {
   EXPECT_EQ(call("getDenied"), (Dictionary{{"status", 0},
                                            {"strict", false},
                                            {"denials", Array{Dictionary{{"number", 1},
@@ -134,7 +134,7 @@ TEST_F(DenialsHandlerTest, WhoPassesADenialIsNamed) {
   EXPECT_FALSE(handler_->context().takeDirty());
 }
 
-TEST_F(DenialsHandlerTest, AStrictListNamesThemAndIsRemembered) {
+TEST_F(DenialsHandler, AStrictListNamesThemAndIsRemembered) {
   const Dictionary reply = setStrict(true);
   EXPECT_EQ(reply,
             (Dictionary{{"status", 0}, {"strict", true}, {"written", 1}, {"denials", Array{}}}));
@@ -146,7 +146,7 @@ TEST_F(DenialsHandlerTest, AStrictListNamesThemAndIsRemembered) {
             (Dictionary{{"/srv/a", Dictionary{{"200", Array{kAnna}}}}}));
 }
 
-TEST_F(DenialsHandlerTest, TheDailyCheckFollowsTheMembers) {
+TEST_F(DenialsHandler, TheDailyCheckFollowsTheMembers) {
   setStrict(true);
   members_ = {{1002, "bert", {kCrew, kNight}}};
   handler_->doIdleAtCount(DenialsRequestHandler::kFirstRefresh - 1);
@@ -159,7 +159,7 @@ TEST_F(DenialsHandlerTest, TheDailyCheckFollowsTheMembers) {
   EXPECT_EQ(writes_, 2) << "nothing changed";
 }
 
-TEST_F(DenialsHandlerTest, AListThatDeniesNoGroupAnyMoreIsForgotten) {
+TEST_F(DenialsHandler, ListWithoutGroupDenialsIsForgotten) {
   setStrict(true);
   acl_ = {entry(false, userGuid(kAnna)), entry(true, groupGuid(kCrew))};
   const Array kept = acl_;
@@ -170,14 +170,14 @@ TEST_F(DenialsHandlerTest, AListThatDeniesNoGroupAnyMoreIsForgotten) {
   EXPECT_EQ(setStrict(true).boolean("strict"), false);
 }
 
-TEST_F(DenialsHandlerTest, SwitchedOffItLeavesTheList) {
+TEST_F(DenialsHandler, SwitchedOffItLeavesTheList) {
   setStrict(true);
   EXPECT_EQ(setStrict(false).boolean("strict"), false);
   EXPECT_THAT(acl_, SizeIs(3));
   EXPECT_THAT(*call("refreshStrict", {}).array("lists"), IsEmpty());
 }
 
-TEST_F(DenialsHandlerTest, AListThatCannotBeReadStaysRemembered) {
+TEST_F(DenialsHandler, AListThatCannotBeReadStaysRemembered) {
   setStrict(true);
   readStatus_ = ENOENT;
   const Array lists = *call("refreshStrict", {}).array("lists");
@@ -188,7 +188,7 @@ TEST_F(DenialsHandlerTest, AListThatCannotBeReadStaysRemembered) {
   EXPECT_EQ(call("getDenied").boolean("strict"), true);
 }
 
-TEST_F(DenialsHandlerTest, WhatCannotBeJudgedIsNotMadeStrict) {
+TEST_F(DenialsHandler, WhatCannotBeJudgedIsNotMadeStrict) {
   kernelError_ = EACCES;
   EXPECT_EQ(setStrict(true).integer("status"), EACCES);
   kernelError_ = 0;
@@ -199,7 +199,7 @@ TEST_F(DenialsHandlerTest, WhatCannotBeJudgedIsNotMadeStrict) {
   EXPECT_EQ(writes_, 0);
 }
 
-TEST_F(DenialsHandlerTest, WhatOthersSetWhileMembersAreLookedUpStays) {
+TEST_F(DenialsHandler, EntriesSetDuringMemberLookupAreKept) {
   ASSERT_EQ(setStrict(true).integer("status"), 0);
   members_.push_back({1002, "bert", {kCrew, kNight}});
   const Value others = entry(true, userGuid(1003));

@@ -1,5 +1,5 @@
-// Denials of groups that the kernel cannot say: whom it lets in although an entry denies a group
-// that they are in.
+// Denials of groups that the kernel cannot represent: the users whom it permits access although an
+// entry denies a group of theirs.
 #pragma once
 
 #include <cstddef>
@@ -25,12 +25,12 @@ struct ListedEntry {
   acl::Flag flags = 0;
 };
 
-// What the kernel goes by.
+// The permissions that the kernel enforces.
 struct KernelSide {
   std::uint32_t owner = 0;
   std::uint32_t group = 0;
   posix_acl::Acl access;
-  // Of what is made inside; absent where the kernel hands nothing down.
+  // Of objects created inside; absent where the kernel has none to inherit.
   std::optional<posix_acl::Acl> inherited;
 };
 
@@ -44,16 +44,16 @@ struct GroupDenial {
   std::size_t entry = 0;  // its place in the list, from 0
   std::uint32_t gid = 0;
   std::vector<Person> letIn;
-  // Who owns the object is let in by its mode, whatever an entry says.
+  // The owner of the object gets access by its mode, whatever an entry says.
   std::optional<Person> owner;
 };
 
-// Root aside, whom no kernel keeps out.
+// Without root, whom the kernel never denies access.
 using MembersOf = std::function<std::vector<Person>(std::uint32_t gid)>;
 
-// The denials of groups that somebody passes by, each with those whom the kernel lets read, write
-// or execute what this entry denies them: the first entry that says something about it is theirs.
-// What the folder hands down is judged likewise, by what the kernel hands down.
+// The denials of groups that some users bypass, each with the users whom the kernel permits to
+// read, write or execute what this entry denies them: the first entry that decides it is theirs.
+// Inherited entries of the folder are judged likewise, by what the kernel lets objects inherit.
 std::vector<GroupDenial> passedDenials(const std::vector<ListedEntry>& entries,
                                        const KernelSide& kernel, const MembersOf& membersOf);
 

@@ -32,7 +32,7 @@ ListedEntry denyUser(const Person& person) {
   return entry(false, {PrincipalType::user, person.uid}, kRead);
 }
 
-// A folder of root's with mode 700 to which the kernel lets the crew.
+// A folder of root's with mode 700 to which the kernel grants the crew access.
 KernelSide crewsFolder() {
   KernelSide kernel;
   kernel.access.classes = {7, 0, 0};
@@ -57,7 +57,7 @@ std::vector<std::string> passers(const std::vector<ListedEntry>& entries,
   return namesOf(passedDenials(entries, kernel, members));
 }
 
-TEST(GroupDenials, ArePassedByMembersWhoGetInByAnotherGroup) {
+TEST(GroupDenials, AreBypassedThroughAnotherGroup) {
   const auto denials = passedDenials({denyNight(), allowCrew()}, crewsFolder(), members);
   ASSERT_EQ(denials.size(), 1U);
   EXPECT_EQ(denials[0].entry, 0U);
@@ -65,7 +65,7 @@ TEST(GroupDenials, ArePassedByMembersWhoGetInByAnotherGroup) {
   EXPECT_THAT(namesOf(denials), ElementsAre("anna", "dora"));
 }
 
-TEST(GroupDenials, DoNotCountForWhomAnEntryBeforeDecides) {
+TEST(GroupDenials, ExcludeUsersDecidedByEarlierEntry) {
   EXPECT_THAT(passers({allowCrew(), denyNight()}), IsEmpty());
   EXPECT_THAT(passers({denyUser(kAnna), denyNight(), allowCrew()}), ElementsAre("dora"));
   ListedEntry everyone = entry(true, {}, kRead);
@@ -103,7 +103,7 @@ TEST(GroupDenials, OfTheOwnerAreTheModesAffair) {
   EXPECT_EQ(denials[0].owner->name, "anna");
 }
 
-TEST(GroupDenials, AreJudgedForWhatIsMadeInsideAsWell) {
+TEST(GroupDenials, ApplyToInheritedEntriesToo) {
   KernelSide kernel = crewsFolder();
   kernel.access.groups.clear();
   kernel.inherited = crewsFolder().access;
@@ -201,7 +201,7 @@ TEST_F(StrictLists, KeepDenialsThatOthersMade) {
   EXPECT_THAT(whoIn(list), ElementsAre("guest", "1001", "1004", "night", "crew"));
 }
 
-TEST_F(StrictLists, DoNotGrowWhereTheKernelKeepsNoLists) {
+TEST_F(StrictLists, DoNotGrowWithoutKernelLists) {
   nameBefore(kAnna);
   nameBefore(kDora);
   KernelSide open;

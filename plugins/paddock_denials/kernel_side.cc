@@ -21,8 +21,7 @@ int readAccess(int object, mode_t mode, posix_acl::Acl& acl) {
   const int error = readAccessAcl(linuxExtendedAttributes(), object, access);
   if (error != 0) return error;
   const auto decoded = access.value ? posix_acl::decode(*access.value) : std::nullopt;
-  // The kernel does not look at an ACL whose mask, which the mode has in the group's place, is
-  // empty.
+  // The kernel ignores an ACL whose mask, which the mode has in the group's place, is empty.
   if (decoded && (mode & S_IRWXG) != 0) {
     acl = *decoded;
   } else {

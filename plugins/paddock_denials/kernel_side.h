@@ -1,4 +1,4 @@
-// What the kernel goes by, and the members of groups, asked of this host.
+// The permissions that the kernel enforces, and the members of groups, queried from this host.
 #pragma once
 
 #include <string>

@@ -6,22 +6,22 @@
 #include "base/guid.h"
 #include "base/status.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/well_known_sids.h"
+#include "protocol/keys.h"
 
 namespace paddock {
 
 namespace {
 
 constexpr const char* kSharing = "paddock_sharing";
-constexpr const char* kPrivileges = "fileAccessPrivs";
 constexpr const char* kAcl = "acl";
 constexpr int kUser = 0;  // of "isUser"
 
 Dictionary ask(PluginCommands& siblings, const char* operation, const std::string& path,
                const char* statusKey, std::optional<Dictionary> privileges) {
-  Dictionary command{{"command", operation}, {"optionalArguments", Dictionary{{"path", path}}}};
+  Dictionary command{{"command", operation},
+                     {protocol::kOptionalArguments, Dictionary{{"path", path}}}};
   if (privileges) {
-    command.set("configuration", Dictionary{{kPrivileges, std::move(*privileges)}});
+    command.set("configuration", Dictionary{{protocol::kFileAccessPrivs, std::move(*privileges)}});
   }
   Dictionary reply = siblings.doCommand(kSharing, command, kSharing, std::nullopt);
   const auto status = reply.integer(statusKey);
@@ -45,17 +45,17 @@ bool isEveryone(const Guid& guid) {
 }  // namespace
 
 Array readList(PluginCommands& siblings, const std::string& path) {
-  const Dictionary reply = ask(siblings, "readSettings", path, "readStatus", std::nullopt);
+  const Dictionary reply = ask(siblings, "readSettings", path, protocol::kReadStatus, std::nullopt);
   const Dictionary* configuration = reply.dictionary("configuration");
   const Dictionary* privileges =
-      configuration != nullptr ? configuration->dictionary(kPrivileges) : nullptr;
+      configuration != nullptr ? configuration->dictionary(protocol::kFileAccessPrivs) : nullptr;
   const Array* acl = privileges != nullptr ? privileges->array(kAcl) : nullptr;
   if (acl == nullptr) throw DenialFailure(EINVAL, "the list of " + path + " cannot be read");
   return *acl;
 }
 
 void writeList(PluginCommands& siblings, const std::string& path, const Array& acl) {
-  ask(siblings, "writeSettings", path, "writeStatus", Dictionary{{kAcl, acl}});
+  ask(siblings, "writeSettings", path, protocol::kWriteStatus, Dictionary{{kAcl, acl}});
 }
 
 std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl) {
@@ -63,7 +63,7 @@ std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl)
   for (const Value& value : acl) {
     ListedEntry entry;
     const Dictionary* one = value.dictionary();
-    const std::string* allow = one != nullptr ? one->string("allowPermission") : nullptr;
+    const std::string* allow = one != nullptr ? one->string(protocol::kAllowPermission) : nullptr;
     const std::string* text = one != nullptr ? one->string("guid") : nullptr;
     const auto guid = text != nullptr ? parseGuid(*text) : std::nullopt;
     if (allow != nullptr && guid) {
@@ -82,21 +82,21 @@ std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl)
 Dictionary denialLike(const Dictionary& entry, std::uint32_t uid) {
   // An entry that was inherited from a parent folder; this one stands here.
   const std::int64_t flags = entry.integer("flags").value_or(0) & ~std::int64_t{acl::kInherited};
-  return {{"isUser", kUser},
-          {"uniqueID", uid},
-          {"allowPermission", "NO"},
+  return {{protocol::kIsUser, kUser},
+          {protocol::kUniqueID, uid},
+          {protocol::kAllowPermission, "NO"},
           {"bitmap", entry.integer("bitmap").value_or(0)},
           {"flags", flags}};
 }
 
 Dictionary sentBack(const Dictionary& entry) {
-  const std::string* allow = entry.string("allowPermission");
+  const std::string* allow = entry.string(protocol::kAllowPermission);
   const std::string* guid = entry.string("guid");
   if (allow == nullptr || guid == nullptr) {
     throw DenialFailure(EINVAL, "the list has an entry of a kind that cannot be written back");
   }
   return {{"guid", *guid},
-          {"allowPermission", *allow},
+          {protocol::kAllowPermission, *allow},
           {"bitmap", entry.integer("bitmap").value_or(0)},
           {"flags", entry.integer("flags").value_or(0)}};
 }

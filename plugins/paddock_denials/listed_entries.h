@@ -1,4 +1,4 @@
-// A folder's list by way of the sharing module, whose lock every reading and writing takes.
+// A folder's list through the sharing module, whose lock every read and write takes.
 #pragma once
 
 #include <stdexcept>
@@ -12,7 +12,7 @@
 
 namespace paddock {
 
-// What kept an operation from being done; `status` is an errno or one of the module's.
+// The failure of an operation; `status` is an errno or a status of the module.
 class DenialFailure : public std::runtime_error {
  public:
   DenialFailure(int status, const std::string& message)
@@ -29,11 +29,11 @@ Array readList(PluginCommands& siblings, const std::string& path);
 // Replaces the list. Throws DenialFailure.
 void writeList(PluginCommands& siblings, const std::string& path, const Array& acl);
 
-// What the entries say. An entry whose principal the membership service cannot look up decides
+// Decodes the entries. An entry whose principal the membership service cannot look up decides
 // nothing.
 std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl);
 
-// Denies the user what the entry denies, for the same that inherit it. To be sent.
+// An entry to be sent that denies the user what the entry denies, with the same inheritance.
 Dictionary denialLike(const Dictionary& entry, std::uint32_t uid);
 // The entry as it is sent back. Throws DenialFailure for one of another kind.
 Dictionary sentBack(const Dictionary& entry);

@@ -75,7 +75,7 @@ StrictList strictList(const Array& acl, const std::vector<ListedEntry>& entries,
     for (const GroupDenial& denial : passed) {
       if (denial.entry != at) continue;
       for (const Person& person : denial.letIn) {
-        // Who has one already is let in by a file system that keeps no ACLs of its own.
+        // A member who has one already gets access from a file system without ACLs of its own.
         if (!strict.written[denial.gid].insert(person.uid).second) continue;
         strict.acl.emplace_back(denialLike(entry, person.uid));
         strict.isChanged = true;

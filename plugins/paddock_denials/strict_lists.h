@@ -1,5 +1,5 @@
-// Lists that are kept strict: who is in a denied group and would be let in by the kernel has a
-// denial of their own before the group's.
+// Lists that are kept strict: each member of a denied group to whom the kernel would grant access
+// has a denial of his own before the group's.
 #pragma once
 
 #include <cstdint>
@@ -24,15 +24,15 @@ struct StrictList {
 
 // `acl` and `entries` are the list as it was read. Before each denial of a group stands a denial
 // with the same rights and inheritance for each member whom the kernel lets in, and for each member
-// who has one that was written before. One that was written for somebody who is no member any more
-// goes. Everything else stays as it is, in its order. Throws DenialFailure for a list that cannot
-// be written back, and for one that would have more than kMostEntries.
+// who has one that was written before. One that was written for a user who is no longer a member is
+// removed. Everything else stays as it is, in its order. Throws DenialFailure for a list that
+// cannot be written back, and for one that would have more than kMostEntries.
 inline constexpr std::size_t kMostEntries = 250;
 StrictList strictList(const Array& acl, const std::vector<ListedEntry>& entries,
                       const KernelSide& kernel, const MembersOf& membersOf,
                       const WrittenDenials& written);
 
-// In the plug-in's context, and back.
+// Conversion to the form in the plug-in's context, and back.
 Dictionary rememberedForm(const WrittenDenials& written);
 WrittenDenials writtenDenials(const Dictionary& remembered);
 

@@ -11,7 +11,7 @@
 #include "paddock_directory/node_operations.h"
 #include "paddock_directory/record_operations.h"
 #include "platform/linux/configured_options.h"
-#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 namespace paddock {
 
@@ -59,7 +59,7 @@ std::int64_t DirectoryRequestHandler::doIdleAtCount(std::uint64_t count) {
   return PluginRequestHandler::doIdleAtCount(count);
 }
 
-// On a thread of its own: a server that is silent would keep the other ticks waiting.
+// On a thread of its own: an unresponsive server would delay the other ticks.
 void DirectoryRequestHandler::askUnansweredAgain() {
   if (asking_.valid() && asking_.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
     return;
@@ -79,8 +79,8 @@ Dictionary DirectoryRequestHandler::performOperation(std::string_view name,
   const auto* const entry = std::find_if(kEntries.begin(), kEntries.end(),
                                          [&](const Entry& one) { return one.name == name; });
   if (entry == kEntries.end()) throw std::invalid_argument("no operation " + std::string(name));
-  std::unique_lock lock(changing_, std::defer_lock);
-  if (entry->changes) lock.lock();
+  if (!entry->changes) return entry->run(directory_, request);
+  const MutexLock lock(changing_);
   return entry->run(directory_, request);
 }
 

@@ -2,14 +2,14 @@
 #pragma once
 
 #include <future>
-#include <mutex>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "paddock/plugin_request_handler.h"
 #include "platform/host/host_services.h"
 #include "platform/linux/directory/linux_directory.h"
-#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 namespace paddock {
 
@@ -33,8 +33,8 @@ class DirectoryRequestHandler final : public PluginRequestHandler {
   LinuxClock clock_;
   HostLogger logger_;
   LinuxDirectoryService directory_;
-  // Held by operations that change records: finding one and creating it is not one step.
-  std::mutex changing_;
+  // Held by operations that change records: lookup and creation are not atomic.
+  Mutex changing_;
   std::future<void> asking_;  // the last: it ends before the directory does
 };
 

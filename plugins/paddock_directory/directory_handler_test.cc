@@ -12,10 +12,10 @@
 #include "paddock/password_checks.h"
 #include "paddock/request_conditions.h"
 #include "paddock_directory/record_operations.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_directory.h"
+#include "platform/testing/forwarding_directory.h"
 #include "platform/testing/in_memory_directory.h"
 #include "support/plugin_host.h"
 
@@ -28,7 +28,7 @@ using ::testing::HasSubstr;
 constexpr const char* kShares = "dsRecTypeStandard:SharePoints";
 constexpr const char* kAdmins = "paddock-test-admins";
 
-class DirectoryHandlerTest : public ::testing::Test {
+class DirectoryHandler : public ::testing::Test {
  protected:
   Dictionary call(const char* operation, const Dictionary& request) {
     Dictionary reply = handler_.performOperation(operation, request);
@@ -74,7 +74,7 @@ class DirectoryHandlerTest : public ::testing::Test {
   DirectoryRequestHandler handler_;
 };
 
-TEST_F(DirectoryHandlerTest, OnlyWhatReadsMayBeViewed) {
+TEST_F(DirectoryHandler, OnlyWhatReadsMayBeViewed) {
   std::vector<std::string> reading;
   std::vector<std::string> changing;
   for (const auto& operation : handler_.operations())
@@ -83,16 +83,16 @@ TEST_F(DirectoryHandlerTest, OnlyWhatReadsMayBeViewed) {
   EXPECT_THAT(changing, ElementsAre("putRecord", "deleteRecord", "setPassword"));
 }
 
-TEST_F(DirectoryHandlerTest, AnUnknownOperationIsAnInvalidArgument) {
+TEST_F(DirectoryHandler, AnUnknownOperationIsAnInvalidArgument) {
   EXPECT_THROW(handler_.performOperation("dropRecords", {}), std::invalid_argument);
 }
 
-TEST_F(DirectoryHandlerTest, TheDatabaseStandsBelowTheHostsRoot) {
+TEST_F(DirectoryHandler, TheDatabaseStandsBelowTheHostsRoot) {
   put(kShares, "Docs");
   EXPECT_TRUE(std::filesystem::exists(databasePath()));
 }
 
-TEST_F(DirectoryHandlerTest, RecordsAreCreatedReadAndListed) {
+TEST_F(DirectoryHandler, RecordsAreCreatedReadAndListed) {
   put(kShares, "Docs", {{"a", Array{"1", "2"}}, {"b", "3"}});
   const Dictionary expected{{schema::kRecordName, Array{"Docs"}},
                             {schema::kRecordType, Array{kShares}},
@@ -107,7 +107,7 @@ TEST_F(DirectoryHandlerTest, RecordsAreCreatedReadAndListed) {
   EXPECT_EQ((*call("listRecords", {{"type", "no such type"}}).array("records")), Array{});
 }
 
-TEST_F(DirectoryHandlerTest, PuttingReplacesTheNamedAttributesOnly) {
+TEST_F(DirectoryHandler, PuttingReplacesTheNamedAttributesOnly) {
   put(kShares, "Docs", {{"a", "1"}, {"b", "2"}});
   put(kShares, "DOCS", {{"b", Array{"3", "4"}}});
   EXPECT_EQ(*record("Docs")->array("a"), Array{"1"});
@@ -116,7 +116,7 @@ TEST_F(DirectoryHandlerTest, PuttingReplacesTheNamedAttributesOnly) {
   EXPECT_EQ(record("Docs")->size(), 4U);
 }
 
-TEST_F(DirectoryHandlerTest, PuttingRemovesTheAttributesThatAreNamed) {
+TEST_F(DirectoryHandler, PuttingRemovesTheAttributesThatAreNamed) {
   put(kShares, "Docs", {{"a", "1"}, {"b", "2"}, {"c", "3"}});
   EXPECT_EQ(statusOf("putRecord", {{"type", kShares},
                                    {"name", "Docs"},
@@ -128,7 +128,7 @@ TEST_F(DirectoryHandlerTest, PuttingRemovesTheAttributesThatAreNamed) {
   EXPECT_TRUE(record("Docs")->contains("c"));
 }
 
-TEST_F(DirectoryHandlerTest, RemovalsThatCannotBeAreRefusedAndChangeNothing) {
+TEST_F(DirectoryHandler, InvalidRemovalsAreRefusedWithoutChange) {
   put(kShares, "Docs", {{"a", "1"}});
   const auto before = record("Docs");
   for (const Value& wrong :
@@ -143,7 +143,7 @@ TEST_F(DirectoryHandlerTest, RemovalsThatCannotBeAreRefusedAndChangeNothing) {
   EXPECT_EQ(record("Docs"), before);
 }
 
-TEST_F(DirectoryHandlerTest, WhatWasReadCanBePutBack) {
+TEST_F(DirectoryHandler, WhatWasReadCanBePutBack) {
   put(kShares, "Docs", {{"a", Array{"1", "2"}}});
   const auto before = record("Docs");
   put(kShares, "Docs", *before);
@@ -151,7 +151,7 @@ TEST_F(DirectoryHandlerTest, WhatWasReadCanBePutBack) {
 }
 
 // Requests that name a state, answered by an identity in the place of a digest.
-class ConditionalDirectoryRequests : public DirectoryHandlerTest {
+class ConditionalDirectoryRequests : public DirectoryHandler {
  protected:
   // The reply's tag; absent when the condition did not hold.
   std::optional<std::string> tagged(const char* operation, const Dictionary& request,
@@ -173,7 +173,7 @@ class ConditionalDirectoryRequests : public DirectoryHandlerTest {
   }
 };
 
-TEST_F(ConditionalDirectoryRequests, ARecordIsChangedInTheStateThatWasReadAlone) {
+TEST_F(ConditionalDirectoryRequests, RecordChangesOnlyInReadState) {
   put(kShares, "Docs", {{"a", "1"}});
   const auto tag = tagged("getRecord", docs(""));
   ASSERT_TRUE(tag && !tag->empty());
@@ -195,7 +195,7 @@ TEST_F(ConditionalDirectoryRequests, AMissingRecordHasNoTag) {
   EXPECT_EQ(tagged("getRecord", docs("")), "");
 }
 
-TEST_F(DirectoryHandlerTest, EachTestOfAPasswordIsToldOnEveryNode) {
+TEST_F(DirectoryHandler, EveryPasswordCheckIsReportedPerNode) {
   addUsers();
   std::vector<std::string> told;
   const PasswordCheckScope scope([&told](const PasswordCheck& check) {
@@ -213,14 +213,14 @@ TEST_F(DirectoryHandlerTest, EachTestOfAPasswordIsToldOnEveryNode) {
                                 "/Local nobody at all failed", "/Local anna passed"));
 }
 
-TEST_F(DirectoryHandlerTest, ARefusalSaysWhy) {
+TEST_F(DirectoryHandler, ARefusalSaysWhy) {
   EXPECT_EQ(*call("putRecord", {{"type", kShares}, {"name", "Docs"}, {"attributes", 7}})
                  .string("message"),
             "attributes is no dictionary");
   EXPECT_FALSE(call("getRecord", {{"type", kShares}, {"name", "Docs"}}).contains("message"));
 }
 
-TEST_F(DirectoryHandlerTest, AKeyOfTheWrongTypeIsRefused) {
+TEST_F(DirectoryHandler, AKeyOfTheWrongTypeIsRefused) {
   put(kShares, "Docs");
   for (const char* key : {"node", "type", "name", "adminUserName", "adminPassword"}) {
     Dictionary request{{"type", kShares}, {"name", "Docs"}};
@@ -236,7 +236,7 @@ TEST_F(DirectoryHandlerTest, AKeyOfTheWrongTypeIsRefused) {
   EXPECT_NE(record("Docs"), std::nullopt);
 }
 
-TEST_F(DirectoryHandlerTest, PuttingMayRename) {
+TEST_F(DirectoryHandler, PuttingMayRename) {
   put(kShares, "Docs", {{schema::kRecordName, "Papers"}});
   EXPECT_EQ(record("Docs"), std::nullopt);
   EXPECT_NE(record("Papers"), std::nullopt);
@@ -247,23 +247,23 @@ TEST_F(DirectoryHandlerTest, PuttingMayRename) {
             EEXIST);
 }
 
-TEST_F(DirectoryHandlerTest, AMissingRecordIsNoErrorInReadingAndDeleting) {
+TEST_F(DirectoryHandler, ReadingOrDeletingMissingRecordSucceeds) {
   EXPECT_EQ(record("Docs"), std::nullopt);
   EXPECT_EQ(statusOf("deleteRecord", {{"type", kShares}, {"name", "Docs"}}), 0);
 }
 
-TEST_F(DirectoryHandlerTest, DeletingRemovesTheRecord) {
+TEST_F(DirectoryHandler, DeletingRemovesTheRecord) {
   put(kShares, "Docs");
   EXPECT_EQ(statusOf("deleteRecord", {{"type", kShares}, {"name", "DOCS"}}), 0);
   EXPECT_EQ(record("Docs"), std::nullopt);
 }
 
-TEST_F(DirectoryHandlerTest, ANameThatMeansAllElsewhereIsANameHere) {
+TEST_F(DirectoryHandler, WildcardNameIsTakenLiterally) {
   put(kShares, "Docs");
   EXPECT_EQ(record(kRecordsAll), std::nullopt);
 }
 
-TEST_F(DirectoryHandlerTest, ATypeAndANameAreNeeded) {
+TEST_F(DirectoryHandler, ATypeAndANameAreNeeded) {
   for (const char* operation : {"getRecord", "putRecord", "deleteRecord"}) {
     EXPECT_EQ(statusOf(operation, {}), EINVAL);
     EXPECT_EQ(statusOf(operation, {{"type", kShares}}), EINVAL);
@@ -276,7 +276,7 @@ TEST_F(DirectoryHandlerTest, ATypeAndANameAreNeeded) {
   EXPECT_EQ(statusOf("setPassword", {{"password", "x"}}), EINVAL);
 }
 
-TEST_F(DirectoryHandlerTest, AttributesThatCannotBeSetCreateNothing) {
+TEST_F(DirectoryHandler, AttributesThatCannotBeSetCreateNothing) {
   for (const Value& wrong :
        {Value(7), Value("text"), Value(Array{}), Value(Dictionary{{"a", 7}}),
         Value(Dictionary{{"a", Array{}}}), Value(Dictionary{{"a", Array{"x", true}}}),
@@ -288,7 +288,7 @@ TEST_F(DirectoryHandlerTest, AttributesThatCannotBeSetCreateNothing) {
   }
 }
 
-TEST_F(DirectoryHandlerTest, ANodeIsNamedByItsPath) {
+TEST_F(DirectoryHandler, ANodeIsNamedByItsPath) {
   EXPECT_EQ(statusOf("listRecords", {{"node", "/LDAP/nowhere"}, {"type", kShares}}), ENOENT);
   const Dictionary root =
       call("getRecord", {{"node", "/System"}, {"type", schema::kUsers}, {"name", "root"}});
@@ -300,7 +300,7 @@ TEST_F(DirectoryHandlerTest, ANodeIsNamedByItsPath) {
       EACCES);
 }
 
-TEST_F(DirectoryHandlerTest, AnAdministratorsPasswordIsCheckedFirst) {
+TEST_F(DirectoryHandler, AnAdministratorsPasswordIsCheckedFirst) {
   addUsers();
   const Dictionary docs{{"type", kShares}, {"name", "Docs"}};
   for (const auto& [user, password] : {std::pair{"anna", "wrong"}, std::pair{"anna", ""},
@@ -314,7 +314,7 @@ TEST_F(DirectoryHandlerTest, AnAdministratorsPasswordIsCheckedFirst) {
   EXPECT_NE(record("Docs"), std::nullopt);
 }
 
-TEST_F(DirectoryHandlerTest, AUserWhoIsNoAdministratorReadsOnly) {
+TEST_F(DirectoryHandler, AUserWhoIsNoAdministratorReadsOnly) {
   addUsers();
   put(kShares, "Docs");
   const Dictionary docs{
@@ -328,7 +328,7 @@ TEST_F(DirectoryHandlerTest, AUserWhoIsNoAdministratorReadsOnly) {
   EXPECT_EQ(record("Docs")->size(), 2U);
 }
 
-TEST_F(DirectoryHandlerTest, PasswordsAreForUsersOfTheLocalNode) {
+TEST_F(DirectoryHandler, PasswordsAreForUsersOfTheLocalNode) {
   put(kShares, "Docs");
   EXPECT_EQ(statusOf("setPassword", {{"name", "Docs"}, {"password", "x"}}), ENOENT);
   EXPECT_EQ(statusOf("setPassword", {{"name", "root"}, {"password", "x"}}), ENOENT);
@@ -341,7 +341,7 @@ TEST_F(DirectoryHandlerTest, PasswordsAreForUsersOfTheLocalNode) {
             EINVAL);
 }
 
-TEST_F(DirectoryHandlerTest, APasswordIsNeitherLoggedNorStoredInClear) {
+TEST_F(DirectoryHandler, PasswordIsNeverLoggedOrStoredInClear) {
   put(schema::kUsers, "anna");
   ASSERT_EQ(statusOf("setPassword", {{"name", "anna"}, {"password", "opensesame"}}), 0);
   EXPECT_EQ(statusOf("getRecord",
@@ -354,7 +354,7 @@ TEST_F(DirectoryHandlerTest, APasswordIsNeitherLoggedNorStoredInClear) {
   EXPECT_EQ(host_.log().find("opensesame"), std::string::npos);
 }
 
-TEST_F(DirectoryHandlerTest, ADamagedDatabaseIsAStatusAndALineInTheLog) {
+TEST_F(DirectoryHandler, DamagedDatabaseReturnsStatusAndLogsLine) {
   put(kShares, "Docs");
   std::ofstream(databasePath(), std::ios::trunc) << std::string(8192, 'x');
   EXPECT_EQ(statusOf("listRecords", {{"type", kShares}}), EIO);
@@ -364,9 +364,9 @@ TEST_F(DirectoryHandlerTest, ADamagedDatabaseIsAStatusAndALineInTheLog) {
   EXPECT_EQ(statusOf("putRecord", {{"type", kShares}, {"name", "Docs"}}), 0);
 }
 
-// Whichever call of the directory fails: the status comes out, a new record is whole or not there,
-// and an old one is as it was or as it was to become.
-TEST_F(DirectoryHandlerTest, EveryFailureOfTheDirectoryIsAStatusAndLeavesWholeRecords) {
+// Whichever call of the directory fails: the status is returned, a new record is complete or
+// absent, and an old one has its previous or its requested state.
+TEST_F(DirectoryHandler, DirectoryFailuresReturnStatusAndKeepRecordsWhole) {
   const Dictionary attributes{{"a", "new"}, {"b", "new"}};
   const Dictionary request{{"type", kShares}, {"name", "Docs"}, {"attributes", attributes}};
   for (const bool old : {false, true}) {
@@ -375,7 +375,7 @@ TEST_F(DirectoryHandlerTest, EveryFailureOfTheDirectoryIsAStatusAndLeavesWholeRe
       InMemoryDirectory directory(caseFold);
       if (old) directory.addRecord("/Local", kShares, "Docs", {{"a", "old"}});
       FaultPlan plan(n);
-      FaultyDirectory faulty(directory, plan);
+      ForwardingDirectory faulty(directory, plan);
       const Dictionary reply = records::put(faulty, request);
       EXPECT_EQ(*reply.integer("status"), plan.fired() ? EIO : 0) << plan.failedCall();
       const auto record = directory.openLocal()->localNode()->findRecord("Docs", kShares);
@@ -394,7 +394,7 @@ TEST_F(DirectoryHandlerTest, EveryFailureOfTheDirectoryIsAStatusAndLeavesWholeRe
   }
 }
 
-TEST_F(DirectoryHandlerTest, EveryOtherOperationTurnsFailuresIntoAStatusToo) {
+TEST_F(DirectoryHandler, OtherOperationsReturnFailuresAsStatus) {
   const Dictionary request{{"type", schema::kUsers}, {"name", "anna"}};
   for (const auto operation : {records::list, records::get, records::remove}) {
     for (std::size_t n = 1;; ++n) {
@@ -402,7 +402,7 @@ TEST_F(DirectoryHandlerTest, EveryOtherOperationTurnsFailuresIntoAStatusToo) {
       directory.addRecord("/Local", schema::kUsers, "anna");
       FaultPlan plan(n);
       plan.setError(n % 2 == 0 ? std::optional<Status>(ETIMEDOUT) : std::nullopt);
-      FaultyDirectory faulty(directory, plan);
+      ForwardingDirectory faulty(directory, plan);
       const Dictionary reply = operation(faulty, request);
       if (!plan.fired()) {
         EXPECT_EQ(*reply.integer("status"), 0);
@@ -415,7 +415,7 @@ TEST_F(DirectoryHandlerTest, EveryOtherOperationTurnsFailuresIntoAStatusToo) {
   }
 }
 
-TEST_F(DirectoryHandlerTest, TheSameNewRecordFromSeveralThreadsIsCreatedOnce) {
+TEST_F(DirectoryHandler, ConcurrentCreationOfSameRecordCreatesOne) {
   std::vector<std::thread> threads;
   threads.reserve(8);
   for (int i = 0; i < 8; ++i)

@@ -13,7 +13,7 @@
 #include "paddock/sys_logger.h"
 #include "paddock/unanswered_nodes.h"
 #include "paddock_directory/replies.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/ldap/ldap_node.h"
 
 namespace paddock::nodes {
@@ -22,7 +22,7 @@ namespace {
 
 // A user whom every host has: the nodes are asked for one name, whether they have it or not.
 constexpr const char* kProbe = "root";
-// How many nodes are asked at the same time.
+// The number of nodes queried concurrently.
 constexpr std::size_t kAtOnce = 16;
 
 std::int64_t millisecondsSince(std::chrono::steady_clock::time_point start, Clock& clock) {
@@ -107,7 +107,7 @@ Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& req
         }));
       for (std::future<NodeState>& node : asked) nodes.push_back(node.get());
     }
-    // A path that a request made up is no node that should answer.
+    // An arbitrary path of a request is no node that is expected to respond.
     if (!request.contains("paths")) {
       for (const NodeState& node : nodes) markState(node);
     }

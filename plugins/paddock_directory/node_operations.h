@@ -2,8 +2,8 @@
 #pragma once
 
 #include "base/value.h"
-#include "platform/clock.h"
 #include "platform/directory.h"
+#include "platform/machine_information.h"
 
 namespace paddock::nodes {
 
@@ -11,16 +11,15 @@ namespace paddock::nodes {
 //
 // Reply. "nodes": the nodes in their order, each with its "path"; "state": "writable", "readable",
 // or with what was wrong under "error" the name of a NodeTrouble; "milliseconds": how long opening
-// it and looking one user up took, or failing to; "basis" of a directory server: whether "state" is
+// it and one user lookup took, or failing to; "basis" of a directory server: whether "state" is
 // what is "configured", or what the last change of a record has shown ("accepted", "refused").
-// Several nodes are asked at once, so that some that do not answer keep the others waiting once.
+// Nodes are queried concurrently, so that those that do not respond delay the reply only once.
 // "status" is 0, or an errno when there is no search path to read, which then has its text under
-// "error".
-// Without "paths", a node that cannot be used is marked for the daemon's health
+// "error". Without "paths", a node that cannot be used is marked for the daemon's health
 // (paddock/unanswered_nodes.h), and one that does no longer.
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request);
 
-// Asks the nodes that are marked, which are so no longer when they answer.
+// Queries the marked nodes, and clears the mark of those that respond.
 void askAgain(DirectoryService& directory, Clock& clock);
 
 }  // namespace paddock::nodes

@@ -3,18 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "paddock/unanswered_nodes.h"
 #include "platform/linux/process/case_fold.h"
-#include "platform/testing/fake_clock.h"
+#include "platform/testing/fake_machine_information.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_directory.h"
+#include "platform/testing/forwarding_directory.h"
 #include "platform/testing/in_memory_directory.h"
 
 namespace paddock {
@@ -39,14 +38,14 @@ class WatchedDirectory final : public DirectoryService {
   const std::function<void()> before_;
 };
 
-class NodeOperationsTest : public ::testing::Test {
+class NodeOperations : public ::testing::Test {
  protected:
   Dictionary list(DirectoryService& service, const Dictionary& request = {}) {
     const Dictionary reply = nodes::list(service, clock_, request);
     EXPECT_EQ(directory_.openSessions(), 0);
     return reply;
   }
-  // What is told of each node, by its place; the status was 0.
+  // The reported nodes, in their order; the status was 0.
   Array nodesOf(DirectoryService& service) {
     const Dictionary reply = list(service);
     EXPECT_EQ(reply.integer("status"), 0);
@@ -58,7 +57,7 @@ class NodeOperationsTest : public ::testing::Test {
   FakeClock clock_;
 };
 
-TEST_F(NodeOperationsTest, EveryNodeOfTheSearchPathIsListedInItsOrderWithItsState) {
+TEST_F(NodeOperations, ListsSearchPathNodesInOrderWithStates) {
   directory_.addNode("/System", "ReadOnly");
   directory_.addNode("/LDAP/z", "ReadWrite");
   directory_.addNode("/LDAP/a", std::nullopt);
@@ -67,7 +66,7 @@ TEST_F(NodeOperationsTest, EveryNodeOfTheSearchPathIsListedInItsOrderWithItsStat
                    answering("/LDAP/z", "writable"), answering("/LDAP/a", "readable")}));
 }
 
-TEST_F(NodeOperationsTest, ANodeThatCannotBeOpenedIsUnreachableAndSaysWhy) {
+TEST_F(NodeOperations, UnopenableNodeIsUnreachableWithReason) {
   directory_.addNode("/LDAP/a", "ReadWrite");
   directory_.addNode("/LDAP/b", "ReadWrite");
   directory_.failOpening("/LDAP/a", ETIMEDOUT);
@@ -80,7 +79,7 @@ TEST_F(NodeOperationsTest, ANodeThatCannotBeOpenedIsUnreachableAndSaysWhy) {
   EXPECT_EQ(nodes[2], Value(answering("/LDAP/b", "writable")));
 }
 
-TEST_F(NodeOperationsTest, ANodeThatFailsALookUpOrToSayWhatItIsTellsWhatIsWrong) {
+TEST_F(NodeOperations, NodeFailingLookupOrDescriptionReportsError) {
   const std::vector<std::pair<std::optional<Status>, std::string>> troubles = {
       {ETIMEDOUT, "unreachable"}, {EACCES, "refused"}, {EIO, "broken"}, {std::nullopt, "broken"}};
   for (const char* failing : {"node.findRecord", "node.getAttribute", "session.findNode"}) {
@@ -88,7 +87,7 @@ TEST_F(NodeOperationsTest, ANodeThatFailsALookUpOrToSayWhatItIsTellsWhatIsWrong)
       FaultPlan plan(failing == std::string("node.getAttribute") ? 2 : 1);  // 1: the search path
       plan.countOnly(failing);
       if (error) plan.setError(*error);
-      FaultyDirectory faulty(directory_, plan);
+      ForwardingDirectory faulty(directory_, plan);
       const Array nodes = nodesOf(faulty);
       ASSERT_EQ(nodes.size(), 1U) << failing;
       EXPECT_EQ(*nodes[0].dictionary()->string("state"), state) << failing;
@@ -97,7 +96,7 @@ TEST_F(NodeOperationsTest, ANodeThatFailsALookUpOrToSayWhatItIsTellsWhatIsWrong)
   }
 }
 
-TEST_F(NodeOperationsTest, TheMillisecondsAreThoseUntilTheNodeAnswered) {
+TEST_F(NodeOperations, TheMillisecondsAreThoseUntilTheNodeAnswered) {
   int sessions = 0;
   WatchedDirectory slow(directory_, [&] {
     if (++sessions == 2) clock_.advance(std::chrono::milliseconds(37));
@@ -108,23 +107,25 @@ TEST_F(NodeOperationsTest, TheMillisecondsAreThoseUntilTheNodeAnswered) {
   EXPECT_EQ(nodesOf(slow).front().dictionary()->integer("milliseconds"), 37);
 }
 
-TEST_F(NodeOperationsTest, NodesAreAskedAtTheSameTime) {
+TEST_F(NodeOperations, NodesAreAskedAtTheSameTime) {
   directory_.addNode("/LDAP/a", "ReadWrite");
   directory_.addNode("/LDAP/b", "ReadWrite");
-  std::mutex mutex;
-  std::condition_variable changed;
+  Mutex mutex;
+  ConditionVariable changed;
   int sessions = 0;
   // The first session is for the search path; those of the nodes wait for one another.
   WatchedDirectory meeting(directory_, [&] {
-    std::unique_lock lock(mutex);
+    MutexLock lock(mutex);
     if (++sessions == 1) return;
     changed.notify_all();
-    EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return sessions == 4; }));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (sessions != 4 && changed.wait_until(mutex, end)) continue;
+    EXPECT_EQ(sessions, 4);
   });
   EXPECT_EQ(nodesOf(meeting).size(), 3U);
 }
 
-TEST_F(NodeOperationsTest, OnlyTheNodesThatAreNamedAreAsked) {
+TEST_F(NodeOperations, OnlyTheNodesThatAreNamedAreAsked) {
   directory_.addNode("/LDAP/a", "ReadWrite");
   directory_.failOpening("/Local", EIO);
   const Dictionary reply = list(directory_, {{"paths", Array{"/LDAP/a", 7, "/LDAP/none"}}});
@@ -140,7 +141,7 @@ TEST_F(NodeOperationsTest, OnlyTheNodesThatAreNamedAreAsked) {
             (Dictionary{{"nodes", Array{}}, {"status", 0}}));
 }
 
-TEST_F(NodeOperationsTest, HoweverManyNodesAreNamedTheyAreToldInTheirOrder) {
+TEST_F(NodeOperations, ManyNamedNodesAreReturnedInOrder) {
   Array paths;
   for (int number = 0; number < 100; ++number)
     paths.emplace_back(number % 2 == 0 ? "/Local" : "/LDAP/" + std::to_string(number));
@@ -152,12 +153,12 @@ TEST_F(NodeOperationsTest, HoweverManyNodesAreNamedTheyAreToldInTheirOrder) {
   EXPECT_EQ(told, paths);
 }
 
-TEST_F(NodeOperationsTest, ASearchPathThatCannotBeReadIsAStatus) {
+TEST_F(NodeOperations, UnreadableSearchPathReturnsStatus) {
   for (const char* failing : {"directory.openLocal", "session.searchNode", "node.getAttribute"}) {
     FaultPlan plan(1);
     plan.countOnly(failing);
     plan.setError(EACCES);
-    FaultyDirectory faulty(directory_, plan);
+    ForwardingDirectory faulty(directory_, plan);
     const Dictionary reply = list(faulty);
     EXPECT_EQ(reply.integer("status"), EACCES) << failing;
     EXPECT_EQ(*reply.string("error"), "Permission denied") << failing;
@@ -165,7 +166,7 @@ TEST_F(NodeOperationsTest, ASearchPathThatCannotBeReadIsAStatus) {
   }
 }
 
-TEST_F(NodeOperationsTest, ANodeThatDoesNotAnswerIsMarkedUntilItDoes) {
+TEST_F(NodeOperations, UnansweringNodeIsMarkedUntilItAnswers) {
   directory_.addNode("/LDAP/a", "ReadOnly");
   directory_.failOpening("/LDAP/a", ECONNREFUSED);
   nodes::list(directory_, clock_, {{"paths", Array{"/LDAP/a", "/LDAP/none"}}});

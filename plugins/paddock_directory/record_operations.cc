@@ -9,10 +9,11 @@
 #include "base/state_text.h"
 #include "paddock/request_conditions.h"
 #include "paddock_directory/replies.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/directory_values.h"
 #include "platform/linux/directory/local_node.h"
 #include "platform/search_node.h"
+#include "protocol/keys.h"
 
 namespace paddock::records {
 
@@ -67,8 +68,8 @@ std::shared_ptr<DirectoryNode> nodeOf(DirectoryService& directory, const Diction
 
 // Throws EACCES when the request names an administrator who cannot authenticate.
 void authenticate(DirectoryNode& node, const Dictionary& request) {
-  const std::string* name = optionalText(request, "adminUserName");
-  const std::string* password = optionalText(request, "adminPassword");
+  const std::string* name = optionalText(request, protocol::kAdminUserName);
+  const std::string* password = optionalText(request, protocol::kAdminPassword);
   if (name == nullptr) return;
   const Status status =
       node.authenticateName(*name, password == nullptr ? std::string() : *password, false);

@@ -7,7 +7,7 @@
 // Replies. "status" is always there: 0 or an errno, which then has its text under "error". EINVAL:
 // a type, name or password that is missing or empty, attributes that are none; EACCES: the
 // authentication failed, or the user or the node takes no change; ENOENT: there is no such node;
-// other numbers are the node's own. What has another status than 0 changed nothing.
+// other numbers are the node's own. A request with a status other than 0 changed nothing.
 #pragma once
 
 #include "base/value.h"
@@ -23,7 +23,7 @@ Dictionary get(DirectoryService& directory, const Dictionary& request);
 
 // Creates the record when there is none and replaces the attributes that are given, all or none.
 // "removeAttributes", an array of names, are removed from a record that was there, one by one and
-// after that; one that it has not is no error. EINVAL, before anything is changed, for the names.
+// after that; a missing one is no error. EINVAL, before anything is changed, for the names.
 Dictionary put(DirectoryService& directory, const Dictionary& request);
 
 // Status 0 also when there is no such record.

@@ -135,8 +135,8 @@ Dictionary makeComplete(const Dictionary& request, const FileAcls& acls) {
   struct stat status {};
   const int unopened = openNamed(request, PathUse::changing, object, status);
   if (unopened != 0) return replyOf(unopened);
-  // smbd and others change lists without any lock of ours. Entries that came between are kept by
-  // beginning again; whether they are to go, too, is for who asked.
+  // smbd and others change lists without the lock held here. Concurrently added entries are
+  // preserved by starting over; whether they are to be removed, too, is up to the caller.
   int error = EAGAIN;
   for (int left = emptied ? 1 : kAttempts; error == EAGAIN && left > 0; --left) {
     error = acls.makeComplete(object.get(), emptied);
@@ -179,7 +179,7 @@ std::vector<PluginRequestHandler::Operation> FilesRequestHandler::operations() c
 Dictionary FilesRequestHandler::performOperation(std::string_view name, const Dictionary& request) {
   if (name == "getMode") return getMode(request);
   if (name == "getList") return getList(request);
-  const std::scoped_lock lock(changing_);
+  const MutexLock lock(changing_);
   if (name == "setModeBits") return setModeBits(request, lists_->acls);
   if (name == "makeComplete") return makeComplete(request, lists_->acls);
   throw std::invalid_argument("no operation " + std::string(name));

@@ -16,8 +16,8 @@
 //       it leaves nothing to the mode. EINVAL for a list that does not decode.
 //   makeComplete {"path", "empty"} -> the same
 //       Makes the list complete, or one without entries where there is none. With "empty" true its
-//       entries are removed: it lets nobody in. Nobody gains anything by either. What others make
-//       of the list, the mode, owner or group meanwhile is kept, and counts; EAGAIN, and nothing is
+//       entries are removed: it grants no access. Neither grants new access. Concurrent changes
+//       of the list, the mode, owner or group are preserved, and count; EAGAIN, and nothing is
 //       changed, where it comes too often, and where entries came that "empty" would remove.
 //
 // "status" is 0 or an errno, with its text under "error": EINVAL for a key that is missing, of
@@ -25,10 +25,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "paddock/plugin_request_handler.h"
 #include "platform/linux/files/file_object.h"
 
@@ -36,7 +36,7 @@ namespace paddock {
 
 class FilesRequestHandler final : public PluginRequestHandler {
  public:
-  // What lists are written through, which the caller keeps.
+  // Lists are written through `attributes`, which must outlive this object.
   explicit FilesRequestHandler(const ExtendedAttributes& attributes = linuxExtendedAttributes());
   FilesRequestHandler(const FilesRequestHandler&) = delete;
   FilesRequestHandler& operator=(const FilesRequestHandler&) = delete;
@@ -49,8 +49,8 @@ class FilesRequestHandler final : public PluginRequestHandler {
   struct Lists;
 
   const std::unique_ptr<Lists> lists_;
-  // A mode, or a list, is read and written in two steps.
-  std::mutex changing_;
+  // Reading and writing a mode or a list is not atomic.
+  Mutex changing_;
 };
 
 }  // namespace paddock

@@ -12,7 +12,7 @@
 #include <memory>
 #include <utility>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "base/status.h"
 #include "platform/linux/accounts/linux_membership.h"
 #include "platform/linux/acl/posix_acl.h"
@@ -25,9 +25,9 @@
 namespace paddock {
 namespace {
 
-class FilesHandlerTest : public ::testing::Test {
+class FilesHandler : public ::testing::Test {
  protected:
-  FilesHandlerTest() {
+  FilesHandler() {
     std::ofstream(file_) << "text";
     ::chmod(folder_.path().c_str(), 0750);
   }
@@ -53,7 +53,7 @@ class FilesHandlerTest : public ::testing::Test {
   FilesRequestHandler handler_;
 };
 
-TEST_F(FilesHandlerTest, TellsAllFourDigitsAndTheIds) {
+TEST_F(FilesHandler, TellsAllFourDigitsAndTheIds) {
   ASSERT_EQ(::chmod(folder_.path().c_str(), 03051), 0);
   EXPECT_EQ(
       call("getMode", folder_.path()),
@@ -62,7 +62,7 @@ TEST_F(FilesHandlerTest, TellsAllFourDigitsAndTheIds) {
   EXPECT_EQ(*call("getMode", file_).string("mode"), "0007");
 }
 
-TEST_F(FilesHandlerTest, TheGroupsDigitIsTheOwningGroupsAndNotTheMask) {
+TEST_F(FilesHandler, GroupDigitShowsOwningGroupInsteadOfMask) {
   posix_acl::Acl acl;
   acl.classes = {7, 1, 0};
   acl.users = {{1000, 7}};
@@ -77,7 +77,7 @@ TEST_F(FilesHandlerTest, TheGroupsDigitIsTheOwningGroupsAndNotTheMask) {
   EXPECT_EQ(modeOf(folder_.path()), 02770U) << "the mask is another one";
 }
 
-TEST_F(FilesHandlerTest, TheBitsOfAFolderAreSetAndTheRestStays) {
+TEST_F(FilesHandler, SettingFolderBitsKeepsOtherModeBits) {
   for (const char* bits : {"2", "7", "1", "0"}) {
     EXPECT_EQ(*call("setModeBits", folder_.path(), bits).string("mode"), std::string(bits) + "750");
     EXPECT_EQ(modeOf(folder_.path()) >> 9U, static_cast<mode_t>(bits[0] - '0'));
@@ -85,7 +85,7 @@ TEST_F(FilesHandlerTest, TheBitsOfAFolderAreSetAndTheRestStays) {
 }
 
 // A list as a client's is stored, with the hash of a mode that the folder has no more then.
-TEST_F(FilesHandlerTest, AListOfTheFolderIsBroughtUpToDate) {
+TEST_F(FilesHandler, SettingModeBitsRefreshesStoredList) {
   constexpr const char* kAttribute = "security.NTACL";
   FileDescriptor object;
   ASSERT_EQ(openObject(folder_.path(), object), 0);
@@ -101,14 +101,14 @@ TEST_F(FilesHandlerTest, AListOfTheFolderIsBroughtUpToDate) {
   EXPECT_EQ(stored.front(), 1) << "the version that has no hash";
 }
 
-TEST_F(FilesHandlerTest, AFileGetsNone) {
+TEST_F(FilesHandler, AFileGetsNone) {
   const mode_t before = modeOf(file_);
   expectError(call("setModeBits", file_, "4"), ENOTDIR);
   expectError(call("setModeBits", file_, "0"), ENOTDIR);
   EXPECT_EQ(modeOf(file_), before);
 }
 
-TEST_F(FilesHandlerTest, WhatIsMissingOrCannotBeMeantIsAnError) {
+TEST_F(FilesHandler, MissingFileOrInvalidArgumentIsAnError) {
   expectError(call("getMode", folder_.path("missing")), ENOENT);
   expectError(call("setModeBits", folder_.path("missing"), "2"), ENOENT);
   for (const char* bits : {"8", "22", "x", "-1", " 2"}) {
@@ -124,14 +124,14 @@ TEST_F(FilesHandlerTest, WhatIsMissingOrCannotBeMeantIsAnError) {
   EXPECT_THROW(handler_.performOperation("setMode", {}), std::invalid_argument);
 }
 
-TEST_F(FilesHandlerTest, OnlyReadingIsForViewers) {
+TEST_F(FilesHandler, OnlyReadingIsForViewers) {
   for (const auto& operation : handler_.operations()) {
     EXPECT_EQ(operation.changes, !operation.name.starts_with("get")) << operation.name;
   }
 }
 
 // Lists in the attribute of the Samba server.
-class FilesHandlerLists : public FilesHandlerTest {
+class FilesHandlerLists : public FilesHandler {
  protected:
   void SetUp() override {
     if (::setxattr(file_.c_str(), kAttribute, "probe", 5, 0) != 0)
@@ -163,7 +163,7 @@ class FilesHandlerLists : public FilesHandlerTest {
                              nullptr};
 };
 
-TEST_F(FilesHandlerLists, TellsWhetherThereIsOneAndWhetherItIsComplete) {
+TEST_F(FilesHandlerLists, ReportsPresenceAndCompleteness) {
   EXPECT_EQ(stateOf(file_), state(false, false));
   writeList(file_);
   EXPECT_EQ(stateOf(file_), state(true, false));
@@ -188,7 +188,7 @@ TEST_F(FilesHandlerLists, MakesAListThatLetsNobodyIn) {
   }
 }
 
-// Somebody else changes what is read, after it was read so often.
+// Simulates a concurrent change of the value after a number of reads.
 class OvertakenXattrs final : public ExtendedAttributes {
  public:
   int get(int object, const std::string& name, std::string& value) const override {
@@ -238,7 +238,7 @@ TEST_F(FilesHandlerLists, AModeThatComesBetweenStays) {
   EXPECT_EQ(*call("getMode", file_).string("mode"), "0601");
 }
 
-TEST_F(FilesHandlerLists, EntriesThatNobodyAskedToRemoveAreNotRemoved) {
+TEST_F(FilesHandlerLists, EntriesAddedBeforeEmptyingAreKept) {
   OvertakenXattrs attributes;
   FilesRequestHandler handler(attributes);
   attributes.changeAfterReads(1, [&] { writeList(file_); });
@@ -246,7 +246,7 @@ TEST_F(FilesHandlerLists, EntriesThatNobodyAskedToRemoveAreNotRemoved) {
   EXPECT_EQ(stateOf(file_), state(true, false));
 }
 
-TEST_F(FilesHandlerLists, AListThatNeverStandsStillIsLeftAlone) {
+TEST_F(FilesHandlerLists, ConstantlyChangingListIsLeftAlone) {
   OvertakenXattrs attributes;
   FilesRequestHandler handler(attributes);
   mode_t mode = 0600;
@@ -255,7 +255,7 @@ TEST_F(FilesHandlerLists, AListThatNeverStandsStillIsLeftAlone) {
   EXPECT_EQ(stateOf(file_), state(false, false));
 }
 
-TEST_F(FilesHandlerTest, ListsOfWhatIsNotThereOrCannotBeAskedForAreErrors) {
+TEST_F(FilesHandler, ListOfMissingFileOrInvalidArgumentFails) {
   for (const char* operation : {"getList", "makeComplete"}) {
     expectError(call(operation, folder_.path("none")), ENOENT);
     expectError(call(operation, "relative"), EINVAL);

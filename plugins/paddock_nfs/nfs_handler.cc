@@ -8,8 +8,8 @@
 #include "base/file_access.h"
 #include "base/text.h"
 #include "paddock/host.h"
-#include "platform/configured_command.h"
 #include "platform/host/host_services.h"
+#include "platform/program_runner.h"
 
 namespace paddock {
 

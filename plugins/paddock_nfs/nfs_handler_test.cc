@@ -7,7 +7,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "platform/testing/recording_program_runner.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/plugin_host.h"
 
 namespace paddock {
@@ -16,9 +16,9 @@ namespace {
 using ::testing::ElementsAre;
 using ProgramRun = RecordingProgramRunner::Run;
 
-class NfsHandlerTest : public ::testing::Test {
+class NfsHandler : public ::testing::Test {
  protected:
-  NfsHandlerTest() {
+  NfsHandler() {
     auto runner = std::make_unique<RecordingProgramRunner>();
     runner_ = runner.get();
     handler_ = std::make_unique<NfsRequestHandler>(std::move(runner));
@@ -45,7 +45,7 @@ class NfsHandlerTest : public ::testing::Test {
   std::unique_ptr<NfsRequestHandler> handler_;
 };
 
-TEST_F(NfsHandlerTest, AskingTheStateMayBeViewedAndUpdatingChanges) {
+TEST_F(NfsHandler, ReadingStateIsViewableButUpdatingChanges) {
   const auto operations = handler_->operations();
   ASSERT_EQ(operations.size(), 2U);
   EXPECT_EQ(operations[0].name, "getState");
@@ -54,16 +54,16 @@ TEST_F(NfsHandlerTest, AskingTheStateMayBeViewedAndUpdatingChanges) {
   EXPECT_TRUE(operations[1].changes);
 }
 
-TEST_F(NfsHandlerTest, AnUnknownOperationIsAnInvalidArgument) {
+TEST_F(NfsHandler, AnUnknownOperationIsAnInvalidArgument) {
   EXPECT_THROW(call("updateNfs"), std::invalid_argument);
 }
 
-TEST_F(NfsHandlerTest, UpdatingRunsExportfs) {
+TEST_F(NfsHandler, UpdatingRunsExportfs) {
   EXPECT_EQ(call("updateNFS", {{"count", 0}}), (Dictionary{{"status", 0}}));
   EXPECT_THAT(runner_->runs(), ElementsAre(ProgramRun{"/usr/sbin/exportfs", {"-ra"}}));
 }
 
-TEST_F(NfsHandlerTest, UpdatingTellsTheExitStatusAndStandardError) {
+TEST_F(NfsHandler, UpdatingTellsTheExitStatusAndStandardError) {
   runner_->setOutcome("/usr/sbin/exportfs",
                       {0, "", "exportfs: /srv/a does not support NFS export\n", 1});
   EXPECT_EQ(call("updateNFS"),
@@ -71,27 +71,27 @@ TEST_F(NfsHandlerTest, UpdatingTellsTheExitStatusAndStandardError) {
                         {"errorOutput", "exportfs: /srv/a does not support NFS export\n"}}));
 }
 
-TEST_F(NfsHandlerTest, ExportfsThatIsMissingTellsItsErrno) {
+TEST_F(NfsHandler, ExportfsThatIsMissingTellsItsErrno) {
   runner_->setOutcome("/usr/sbin/exportfs", {ENOENT, "", "", 0});
   EXPECT_EQ(call("updateNFS"),
             (Dictionary{{"status", ENOENT},
                         {"error", std::string("/usr/sbin/exportfs: ") + std::strerror(ENOENT)}}));
 }
 
-TEST_F(NfsHandlerTest, TheConfigurationMayNameAnotherCommand) {
+TEST_F(NfsHandler, TheConfigurationMayNameAnotherCommand) {
   host_.configure({{"nfs", Dictionary{{"update_command", Array{"/bin/reload", "nfs"}}}}});
   runner_->setOutcome("/bin/reload", {0, "", "", 2});
   EXPECT_EQ(call("updateNFS"), (Dictionary{{"status", 2}}));
   EXPECT_THAT(runner_->runs(), ElementsAre(ProgramRun{"/bin/reload", {"nfs"}}));
 }
 
-TEST_F(NfsHandlerTest, AnEmptyCommandTellsNobody) {
+TEST_F(NfsHandler, AnEmptyCommandTellsNobody) {
   host_.configure({{"nfs", Dictionary{{"update_command", Array{}}}}});
   EXPECT_EQ(call("updateNFS"), (Dictionary{{"status", 0}}));
   EXPECT_TRUE(runner_->runs().empty());
 }
 
-TEST_F(NfsHandlerTest, NoKeyOfARequestIsRead) {
+TEST_F(NfsHandler, NoKeyOfARequestIsRead) {
   for (const Value& value :
        {Value(""), Value(7), Value(-1), Value("x"), Value(Array{"/bin/sh"}), Value(Dictionary{})}) {
     const Dictionary request{{"count", value}, {"update_command", value}};
@@ -102,13 +102,13 @@ TEST_F(NfsHandlerTest, NoKeyOfARequestIsRead) {
     EXPECT_EQ(run, (ProgramRun{"/usr/sbin/exportfs", {"-ra"}}));
 }
 
-TEST_F(NfsHandlerTest, TheServerRunsWhenItHasThreads) {
+TEST_F(NfsHandler, TheServerRunsWhenItHasThreads) {
   EXPECT_EQ(stateWith("8\n"), "RUNNING");
   EXPECT_EQ(stateWith("1"), "RUNNING");
   EXPECT_EQ(stateWith("0\n"), "STOPPED");
 }
 
-TEST_F(NfsHandlerTest, TheServerIsStoppedWhereNothingTellsOfIt) {
+TEST_F(NfsHandler, MissingOrInvalidThreadCountMeansStopped) {
   EXPECT_EQ(state(), "STOPPED");
   for (const char* contents : {"", "\n", "eight", "-8", "8x"}) {
     EXPECT_EQ(stateWith(contents), "STOPPED") << contents;
@@ -120,7 +120,7 @@ TEST_F(NfsHandlerTest, TheServerIsStoppedWhereNothingTellsOfIt) {
 }
 
 // With the host's runner: below the root.
-TEST(NfsProgramsTest, AreThoseBelowTheRoot) {
+TEST(NfsPrograms, AreThoseBelowTheRoot) {
   PluginHost host;
   NfsRequestHandler handler;
   EXPECT_EQ(handler.performOperation("updateNFS", {}).integer("status"), ENOENT);

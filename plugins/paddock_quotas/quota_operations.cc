@@ -66,14 +66,14 @@ int addType(const QuotaServices& services, const std::string& path, std::uint32_
   return 0;
 }
 
-// 0 and the id of the name, or of the number that nobody has as a name.
+// Returns 0 and the id of the name, or of a number that is no name.
 int findId(const QuotaServices& services, std::uint32_t type, const std::string& name,
            std::uint32_t& id) {
   const int unknown = type == kUsers ? services.accounts->getpwnam(name, id)
                                      : services.accounts->getgrnam(name, id);
   if (unknown != ENOENT) return unknown;
   const auto number = parseInteger(name);
-  // The last number means "nobody" to the kernel.
+  // The largest number is the kernel's invalid id.
   if (!number || *number < 0 || *number >= std::numeric_limits<std::uint32_t>::max()) return ENOENT;
   id = static_cast<std::uint32_t>(*number);
   return 0;

@@ -3,7 +3,7 @@
 
 #include "base/value.h"
 #include "platform/accounts.h"
-#include "platform/clock.h"
+#include "platform/machine_information.h"
 #include "platform/quota_control.h"
 #include "platform/quota_records.h"
 

@@ -1,30 +1,162 @@
 #include "paddock_quotas/quotas_handler.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
+#include <functional>
 #include <stdexcept>
 
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/fake_quota_control.h"
-#include "platform/testing/fake_quota_records.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/fake_quotas.h"
 #include "platform/testing/fake_volume_info.h"
 #include "platform/testing/in_memory_accounts.h"
-#include "platform/testing/recording_plugin_commands.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/plugin_host.h"
+#include "support/temporary_folder.h"
 
 namespace paddock {
+
 namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kRefused = 100080;
+
+class RefusedSwitch : public ::testing::Test {
+ protected:
+  RefusedSwitch() {
+    siblings_.setPlugin("paddock_sharing", [this](const Dictionary&) {
+      act_();
+      return reply_;
+    });
+    act_ = [this] {
+      for (const char* name : {".quota.ops.user", ".quota.user"}) {
+        if (!fs::exists(fs::symlink_status(folder_.path(name)))) {
+          writeWholeFile(folder_.path(name), "made");
+        }
+      }
+    };
+    refuse();
+  }
+  void refuse() {
+    reply_ = {{"writeStatus", kRefused},
+              {"writeError", "CANNOT_SET_QUOTA_STATE_ERR"},
+              {"configuration", Dictionary{{"volumeQuotas", Dictionary{{"isEnabled", false}}}}}};
+  }
+  Dictionary switchTo(bool on) {
+    return switchQuotas(siblings_, {{"path", folder_.path()}, {"isEnabled", on}});
+  }
+  bool exists(const char* name) const { return fs::exists(fs::symlink_status(folder_.path(name))); }
+
+  TestFolder folder_;
+  // What the sharing module does, and answers.
+  std::function<void()> act_;
+  Dictionary reply_;
+  RecordingPluginCommands siblings_;
+};
+
+TEST_F(RefusedSwitch, RefusesSymlinkOfAnotherUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
+  const TestFolder other;
+  const std::string link = other.path("link");
+  fs::create_directory_symlink(folder_.path(), link);
+  ASSERT_EQ(::lchown(link.c_str(), 1, 1), 0);
+  const Dictionary reply = switchQuotas(siblings_, {{"path", link}, {"isEnabled", true}});
+  EXPECT_EQ(reply.integer("status"), EACCES);
+  EXPECT_TRUE(reply.string("message")->find("is a symbolic link of daemon") != std::string::npos);
+  EXPECT_TRUE(siblings_.sent().empty());
+}
+
+TEST_F(RefusedSwitch, LeavesNothingOfWhatItMade) {
+  const Dictionary reply = switchTo(true);
+  EXPECT_EQ(reply, (Dictionary{{"status", kRefused},
+                               {"error", "CANNOT_SET_QUOTA_STATE_ERR"},
+                               {"volumeQuotas", Dictionary{{"isEnabled", false}}},
+                               {"removed", Array{".quota.ops.user", ".quota.user"}}}));
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+  ASSERT_EQ(siblings_.sent().size(), 1U);
+  EXPECT_EQ(siblings_.sent()[0].command,
+            (Dictionary{
+                {"command", "writeSettings"},
+                {"optionalArguments", Dictionary{{"path", folder_.path()}}},
+                {"configuration", Dictionary{{"volumeQuotas", Dictionary{{"isEnabled", true}}}}}}));
+}
+
+TEST_F(RefusedSwitch, KeepsWhatWasThereBefore) {
+  writeWholeFile(folder_.path(".quota.user"), "mine");
+  EXPECT_EQ(*switchTo(true).array("removed"), Array{".quota.ops.user"});
+  EXPECT_EQ(readWholeFile(folder_.path(".quota.user")), "mine");
+  EXPECT_FALSE(exists(".quota.ops.user"));
+}
+
+TEST_F(RefusedSwitch, KeepsLinksFoldersAndFilesOfOthers) {
+  const auto make = act_;
+  act_ = [&] {
+    fs::create_symlink(folder_.path("elsewhere"), folder_.path(".quota.user"));
+    fs::create_directory(folder_.path(".quota.ops.user"));
+    writeWholeFile(folder_.path("elsewhere"), "theirs");
+  };
+  EXPECT_EQ(*switchTo(true).array("removed"), Array{});
+  EXPECT_TRUE(exists(".quota.user"));
+  EXPECT_TRUE(exists("elsewhere"));
+  EXPECT_TRUE(exists(".quota.ops.user"));
+  if (::geteuid() != 0) GTEST_SKIP() << "only root makes files of other users";
+  fs::remove(folder_.path(".quota.user"));
+  fs::remove(folder_.path(".quota.ops.user"));
+  act_ = [&] {
+    make();
+    ASSERT_EQ(::chown(folder_.path(".quota.user").c_str(), 12345, 0), 0);
+  };
+  EXPECT_EQ(*switchTo(true).array("removed"), Array{".quota.ops.user"});
+  EXPECT_TRUE(exists(".quota.user"));
+}
+
+TEST_F(RefusedSwitch, ASwitchThatSucceedsKeepsItsFiles) {
+  reply_ = {{"writeStatus", 0},
+            {"configuration", Dictionary{{"volumeQuotas", Dictionary{{"isEnabled", true}}}}}};
+  EXPECT_EQ(switchTo(true), (Dictionary{{"status", 0},
+                                        {"volumeQuotas", Dictionary{{"isEnabled", true}}},
+                                        {"removed", Array{}}}));
+  EXPECT_TRUE(exists(".quota.user"));
+}
+
+TEST_F(RefusedSwitch, RefusedSwitchingOffRemovesNothing) {
+  EXPECT_EQ(*switchTo(false).array("removed"), Array{});
+  EXPECT_TRUE(exists(".quota.user"));
+}
+
+TEST_F(RefusedSwitch, ReportsMissingSharingModule) {
+  act_ = [] {};
+  reply_ = {{"error", "there is no plug-in \"paddock_sharing\""}};
+  const Dictionary reply = switchTo(true);
+  EXPECT_EQ(reply.integer("status"), EIO);
+  EXPECT_EQ(*reply.string("message"), "there is no plug-in \"paddock_sharing\"");
+}
+
+TEST_F(RefusedSwitch, AnInvalidRequestOrPathAsksNobody) {
+  for (const Dictionary& request :
+       {Dictionary{}, Dictionary{{"path", folder_.path()}}, Dictionary{{"isEnabled", true}},
+        Dictionary{{"path", "relative"}, {"isEnabled", true}},
+        Dictionary{{"path", std::string("/a\0b", 4)}, {"isEnabled", true}}}) {
+    EXPECT_EQ(switchQuotas(siblings_, request).integer("status"), EINVAL);
+  }
+  EXPECT_EQ(switchQuotas(siblings_, {{"path", folder_.path("none")}, {"isEnabled", true}})
+                .integer("status"),
+            ENOENT);
+  EXPECT_TRUE(siblings_.sent().empty());
+}
 
 using ::testing::HasSubstr;
 
 constexpr std::uint32_t kUsers = 0;
 constexpr std::uint32_t kGroups = 1;
 
-class QuotasHandlerTest : public ::testing::Test {
+class QuotasHandler : public ::testing::Test {
  protected:
-  QuotasHandlerTest() {
+  QuotasHandler() {
     accounts_.addUser("anna", 1001);
     accounts_.addUser("77", 1077);
     accounts_.addGroup("staff", 50);
@@ -53,14 +185,14 @@ class QuotasHandlerTest : public ::testing::Test {
   QuotasRequestHandler handler_{{&accounts_, &clock_, &control_, &records_}, commands_};
 };
 
-TEST_F(QuotasHandlerTest, OnlyWhatReadsMayBeViewed) {
+TEST_F(QuotasHandler, OnlyWhatReadsMayBeViewed) {
   for (const auto& operation : handler_.operations()) {
     EXPECT_EQ(operation.changes, operation.name != "getUsage") << operation.name;
   }
   EXPECT_THROW(call("getLimits", {}), std::invalid_argument);
 }
 
-TEST_F(QuotasHandlerTest, UsageHasNamesLimitsAndGraceOfUsersAndGroups) {
+TEST_F(QuotasHandler, UsageListsNamesLimitsAndGraceTimes) {
   records_.add("/vol", kUsers,
                {.id = 1001,
                 .usedBytes = 9,
@@ -92,7 +224,7 @@ TEST_F(QuotasHandlerTest, UsageHasNamesLimitsAndGraceOfUsersAndGroups) {
   EXPECT_EQ(reply.integer("status"), 0);
 }
 
-TEST_F(QuotasHandlerTest, RootAndIdsWithoutAnythingAreLeftOut) {
+TEST_F(QuotasHandler, RootAndIdsWithoutAnythingAreLeftOut) {
   records_.add("/vol", kUsers, {.id = 0, .usedBytes = 9});
   records_.add("/vol", kUsers, {.id = 5});
   const Dictionary reply = usage();
@@ -101,7 +233,7 @@ TEST_F(QuotasHandlerTest, RootAndIdsWithoutAnythingAreLeftOut) {
   EXPECT_FALSE(reply.contains("groupsEnforced"));
 }
 
-TEST_F(QuotasHandlerTest, AVolumeWithoutQuotasIsNotSupported) {
+TEST_F(QuotasHandler, AVolumeWithoutQuotasIsNotSupported) {
   EXPECT_EQ(usage().integer("status"), ENOTSUP);
   EXPECT_EQ(
       call("setLimits", {{"path", "/vol"}, {"name", "anna"}, {"hardBytes", 1}}).integer("status"),
@@ -111,7 +243,7 @@ TEST_F(QuotasHandlerTest, AVolumeWithoutQuotasIsNotSupported) {
   EXPECT_EQ(usage().integer("status"), EIO);
 }
 
-TEST_F(QuotasHandlerTest, LimitsAreSetByNameAndReadAgain) {
+TEST_F(QuotasHandler, LimitsAreSetByNameAndReadAgain) {
   records_.keep("/vol", kUsers);
   records_.keep("/vol", kGroups);
   Dictionary reply = call("setLimits", {{"path", "/vol"},
@@ -133,7 +265,7 @@ TEST_F(QuotasHandlerTest, LimitsAreSetByNameAndReadAgain) {
   EXPECT_EQ(reply.dictionary("entry")->integer("hardBytes"), 5120);
 }
 
-TEST_F(QuotasHandlerTest, ANumberIsAnIdUnlessItIsAName) {
+TEST_F(QuotasHandler, NumberIsReadAsIdUnlessNameExists) {
   records_.keep("/vol", kUsers);
   for (const auto& [name, id] : {std::pair{"77", 1077}, std::pair{"78", 78}}) {
     const Dictionary reply =
@@ -142,7 +274,7 @@ TEST_F(QuotasHandlerTest, ANumberIsAnIdUnlessItIsAName) {
   }
 }
 
-TEST_F(QuotasHandlerTest, WhatCannotBeLimitedChangesNothing) {
+TEST_F(QuotasHandler, WhatCannotBeLimitedChangesNothing) {
   records_.keep("/vol", kUsers);
   const Dictionary anna{{"path", "/vol"}, {"name", "anna"}};
   const auto with = [&](const char* key, const Value& value) {
@@ -182,4 +314,5 @@ TEST(QuotasHandlerOfTheHost, AsksTheKernelOtherwise) {
 }
 
 }  // namespace
+
 }  // namespace paddock

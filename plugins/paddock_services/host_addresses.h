@@ -1,4 +1,4 @@
-// The addresses of a host, within a time.
+// The addresses of a host, resolved within a time limit.
 #pragma once
 
 #include <chrono>
@@ -16,11 +16,11 @@ struct HostAddresses {
 };
 
 // As getaddrinfo(3) resolves the name, or the number itself. `late`: the resolver has not answered
-// within `limit`; it goes on by itself, and its answer is dropped. Any thread.
+// within `limit`; it continues in the background, and its answer is discarded. Thread-safe.
 HostAddresses addressesOfHost(const std::string& host, std::chrono::milliseconds limit);
 
-// Resolves each host once, and all together within a time: hosts for which none is left are `late`
-// at once, numbers aside, which need none. One thread.
+// Resolves each host once, all of them within one time limit: once it has expired, hosts are `late`
+// immediately, except numeric addresses. Not thread-safe.
 class HostResolver {
  public:
   explicit HostResolver(std::chrono::milliseconds each = std::chrono::seconds(3),

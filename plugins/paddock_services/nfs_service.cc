@@ -13,7 +13,6 @@
 #include <system_error>
 
 #include "base/file_access.h"
-#include "base/printable.h"
 #include "base/text.h"
 #include "exports/export_options.h"
 
@@ -54,7 +53,7 @@ std::string withOptions(const std::string& host, const std::vector<std::string>&
   return printable(host) + (shown.empty() ? "" : shown + ")");
 }
 
-// Whether the kernel can hand out handles of what lies on the file system.
+// Whether the kernel can provide file handles for objects on the file system.
 bool canBeExported(const std::string& path) {
   constexpr unsigned kRoom = 128;
   alignas(file_handle) std::array<char, sizeof(file_handle) + kRoom> bytes{};
@@ -216,7 +215,7 @@ ProtocolState NfsService::stateOfManaged(const std::string& path,
     } else if (auto fault = exportClientFault(client, hosts_)) {
       faults.push_back(ProtocolState::notServed(*fault));
     } else if (runs) {
-      // A server that stops takes its table away.
+      // A server that stops clears its table.
       faults.push_back(whyNotTaken(client));
     }
   }
@@ -239,7 +238,7 @@ ProtocolState NfsService::stateOfUnmanaged(const std::string& path) {
   return ProtocolState::served(served);
 }
 
-// Of what the file holds nothing is known then, and whose the lines of the table are neither.
+// The contents of the file are unknown then, and so is the owner of the lines of the table.
 ProtocolState NfsService::stateWithoutFile(const std::string& path) {
   const std::size_t beginning = ("cannot read " + exportsFile().file() + ": ").size();
   std::string reason =

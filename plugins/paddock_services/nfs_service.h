@@ -14,14 +14,15 @@
 
 namespace paddock {
 
-// Why exportfs would not take the client, as the end of a sentence; absent when it would, and when
-// that cannot be known. Resolves what is a host's name or address.
+// Why exportfs would reject the client, as the end of a sentence; absent when it would not, and
+// when that cannot be determined. Resolves what is a host's name or address.
 std::optional<std::string> exportClientFault(const NFSExportClient& client, HostResolver& hosts);
 
-// One look at the NFS server. Programs are asked when an answer is needed first, and not again.
+// A snapshot of the NFS server. Each program is queried when its answer is first needed, and not
+// again.
 class NfsService {
  public:
-  // `world` outlives it. The exports file is read through the installed services.
+  // `world` must outlive this object. The exports file is read through the installed services.
   explicit NfsService(const AskedWorld& world);
 
   // Of the folder at `path`, which is there.
@@ -38,7 +39,7 @@ class NfsService {
   NFSExportParser& exportsFile();
   const std::optional<ProtocolState>& whyNotListed();
   void askExportfs();
-  // What keeps the server as a whole from serving.
+  // The faults that prevent the server as a whole from serving.
   std::vector<ProtocolState> serverFaults(const std::string& path);
   bool isRunning();
   bool answersMounts() const;
@@ -46,7 +47,7 @@ class NfsService {
   ProtocolState whyNotTaken(const NFSExportClient& client);
   ProtocolState stateOfManaged(const std::string& path,
                                const std::vector<NFSExportClient>& clients);
-  // As the server's table has it.
+  // According to the server's table.
   ProtocolState stateOfUnmanaged(const std::string& path);
   ProtocolState stateWithoutFile(const std::string& path);
 

@@ -1,4 +1,4 @@
-// What a real exportfs makes of the managed lines, with an exports file and a state folder of its
+// The managed lines as a real exportfs reads them, with an exports file and a state folder of its
 // own, and the states that follow. (tests/vm has a server in the kernel.)
 #include "paddock_services/nfs_service.h"
 
@@ -39,9 +39,9 @@ ProgramOutcome runOfSystem(const std::string& path, const std::vector<std::strin
 }
 
 // A tree whose kernel files say that a server runs, and shared folders beside it.
-class NfsServiceTest : public ::testing::Test {
+class NfsServiceState : public ::testing::Test {
  protected:
-  NfsServiceTest() : world_{folder_.path("tree"), {}, runOfSystem} {
+  NfsServiceState() : world_{folder_.path("tree"), {}, runOfSystem} {
     for (const char* below : {"tree/etc", "tree/proc/fs/nfsd", "tree/proc/7", "shares", "state"})
       fs::create_directories(folder_.path(below));
     writeWholeFile(world_.path("/proc/fs/nfsd/threads"), "8\n");
@@ -59,7 +59,7 @@ class NfsServiceTest : public ::testing::Test {
     writeWholeFile(world_.path(kExportsFile),
                    std::string(kBeginMarker) + "\n" + managed + kEndMarker + "\n" + others);
   }
-  // The same for the real exportfs, which reads them. In mounts of its own.
+  // The same for the real exportfs, which reads them. In a mount namespace of its own.
   void exportAll(const std::string& managed, const std::string& others = {}) const {
     exports(managed, others);
     bindMount(folder_.path("state"), kStateFolder);
@@ -83,7 +83,7 @@ class NfsServiceTest : public ::testing::Test {
   Services services_;
 };
 
-TEST_F(NfsServiceTest, WhatExportfsListsIsServedWithItsOptions) {
+TEST_F(NfsServiceState, WhatExportfsListsIsServedWithItsOptions) {
   if (const std::string why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     const std::string path = share("plain");
@@ -95,7 +95,7 @@ TEST_F(NfsServiceTest, WhatExportfsListsIsServedWithItsOptions) {
   });
 }
 
-TEST_F(NfsServiceTest, NamesOfHostsAreFoundUnderTheirAddresses) {
+TEST_F(NfsServiceState, NamesOfHostsAreFoundUnderTheirAddresses) {
   if (const std::string why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     const std::string path = share("a b");
@@ -104,7 +104,7 @@ TEST_F(NfsServiceTest, NamesOfHostsAreFoundUnderTheirAddresses) {
   });
 }
 
-TEST_F(NfsServiceTest, AHostThatDoesNotResolveIsNotServed) {
+TEST_F(NfsServiceState, UnresolvableHostIsNotServed) {
   if (const std::string why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     const std::string path = share("plain");
@@ -116,11 +116,11 @@ TEST_F(NfsServiceTest, AHostThatDoesNotResolveIsNotServed) {
   });
 }
 
-TEST_F(NfsServiceTest, ALineThatExportfsRefusesIsNotServed) {
+TEST_F(NfsServiceState, ALineThatExportfsRefusesIsNotServed) {
   if (const std::string why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     const std::string path = share("plain");
-    // A broken line above it, made by hand, ends exportfs' reading.
+    // An invalid hand-written line above it makes exportfs stop reading.
     exportAll(path + " *(rw,no_subtree_check)\n");
     writeWholeFile(world_.path(kExportsFile),
                    "/srv *(no_such_option)\n" + readWholeFile(world_.path(kExportsFile)));
@@ -130,7 +130,7 @@ TEST_F(NfsServiceTest, ALineThatExportfsRefusesIsNotServed) {
   });
 }
 
-TEST_F(NfsServiceTest, AnExportOutsideTheBlockIsSaidToBeOne) {
+TEST_F(NfsServiceState, ExportOutsideManagedBlockIsReportedAsSuch) {
   if (const std::string why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     const std::string path = share("plain");
@@ -145,7 +145,7 @@ TEST_F(NfsServiceTest, AnExportOutsideTheBlockIsSaidToBeOne) {
   });
 }
 
-TEST_F(NfsServiceTest, OfAFileThatCannotBeReadNoExportIsKnown) {
+TEST_F(NfsServiceState, UnreadableFileLeavesExportsUnknown) {
   const std::string why = "the exports file cannot be read: it is not UTF-8";
   const std::string path = share("plain");
   exports(path + " 192.0.2.1(ro,no_subtree_check)\n", "# caf\xE9\n");
@@ -161,13 +161,13 @@ TEST_F(NfsServiceTest, OfAFileThatCannotBeReadNoExportIsKnown) {
   });
 }
 
-TEST_F(NfsServiceTest, AFileSystemThatCannotBeExportedIsSaid) {
+TEST_F(NfsServiceState, ReportsUnexportableFileSystem) {
   exports("/proc/self *(ro,no_subtree_check)\n");
   EXPECT_EQ(stateWith("/proc/self", "/proc/self *(ro)\n"),
             ProtocolState::notServed("its file system cannot be exported"));
 }
 
-TEST_F(NfsServiceTest, AServerThatIsStoppedServesNothing) {
+TEST_F(NfsServiceState, AServerThatIsStoppedServesNothing) {
   const std::string path = share("plain");
   exports(path + " *(ro)\n");
   fs::remove(world_.path("/proc/7/comm"));
@@ -176,13 +176,13 @@ TEST_F(NfsServiceTest, AServerThatIsStoppedServesNothing) {
                                      "systemctl restart nfs-server"));
   for (const char* threads : {"0\n", "", "x"}) {
     writeWholeFile(world_.path("/proc/fs/nfsd/threads"), threads);
-    // It has taken its table away.
+    // It has cleared its table.
     EXPECT_EQ(stateWith(path, ""),
               ProtocolState::notServed("nfs-server is stopped", "systemctl start nfs-server"));
   }
 }
 
-TEST_F(NfsServiceTest, SeveralReasonsAreAllSaid) {
+TEST_F(NfsServiceState, SeveralReasonsAreAllSaid) {
   const std::string path = share("plain");
   exports(path + " nowhere.invalid(rw) @n(ro)\n");
   writeWholeFile(world_.path("/proc/fs/nfsd/threads"), "0\n");
@@ -192,7 +192,7 @@ TEST_F(NfsServiceTest, SeveralReasonsAreAllSaid) {
   EXPECT_EQ(state.advice, "systemctl start nfs-server");
 }
 
-TEST_F(NfsServiceTest, ATreeOfItsOwnKnowsNothingAndRunsNothing) {
+TEST_F(NfsServiceState, SeparateTreeReturnsUnknownAndRunsNothing) {
   const std::string path = share("plain");
   exports(path + " *(ro)\n");
   fs::remove(world_.path("/proc/fs/nfsd/threads"));
@@ -205,7 +205,7 @@ TEST_F(NfsServiceTest, ATreeOfItsOwnKnowsNothingAndRunsNothing) {
   EXPECT_EQ(runs, 0);
 }
 
-TEST_F(NfsServiceTest, ASystemWithoutExportfsHasNoServer) {
+TEST_F(NfsServiceState, ASystemWithoutExportfsHasNoServer) {
   const std::string path = share("plain");
   exports(path + " *(ro)\n");
   const auto ending = [this](const ProgramOutcome& outcome) {
@@ -219,7 +219,7 @@ TEST_F(NfsServiceTest, ASystemWithoutExportfsHasNoServer) {
   EXPECT_EQ(stateOf(path).kind, Kind::unknown);
 }
 
-TEST(HostAddressesTest, AreThoseOfTheResolverWithinATime) {
+TEST(HostAddressLookup, AreThoseOfTheResolverWithinATime) {
   EXPECT_EQ(addressesOfHost("127.0.0.1", std::chrono::seconds(60)).addresses,
             (std::set<std::string>{"127.0.0.1"}));
   const HostAddresses none = addressesOfHost("nowhere.invalid", std::chrono::seconds(60));
@@ -227,14 +227,14 @@ TEST(HostAddressesTest, AreThoseOfTheResolverWithinATime) {
   EXPECT_NE(none.reason, "");
 }
 
-TEST(HostResolverTest, KnowsAHostThatItResolvedOnce) {
+TEST(HostResolution, KnowsAHostThatItResolvedOnce) {
   HostResolver hosts;
   const HostAddresses& first = hosts.of("localhost");
   EXPECT_EQ(first.outcome, HostAddresses::Outcome::found);
   EXPECT_EQ(&hosts.of("localhost"), &first);
 }
 
-TEST(HostResolverTest, WithoutTimeLeftNumbersAloneAreKnown) {
+TEST(HostResolution, WithoutTimeLeftNumbersAloneAreKnown) {
   HostResolver hosts(std::chrono::seconds(3), std::chrono::seconds(0));
   EXPECT_EQ(hosts.of("localhost").outcome, HostAddresses::Outcome::late);
   EXPECT_EQ(hosts.of("127.0.0.1").addresses, (std::set<std::string>{"127.0.0.1"}));

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/printable.h"
+#include "base/text.h"
 
 namespace paddock {
 

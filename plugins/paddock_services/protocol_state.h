@@ -1,4 +1,4 @@
-// What is so for one share point and one protocol, and how to say it.
+// The state of one share point over one protocol, and its description.
 #pragma once
 
 #include <functional>
@@ -13,9 +13,9 @@ namespace paddock {
 struct ProtocolState {
   enum class Kind {
     notShared,  // nothing was to be published, and nothing is
-    served,     // clients that may come in find it
+    served,     // clients with access find it
     notServed,  // `reason` says why
-    unknown,    // `reason` says what kept it from being known
+    unknown,    // `reason` says why it could not be determined
     kept,       // a name is kept for a protocol that no server of this system speaks
   };
 
@@ -53,11 +53,11 @@ struct NamedState {
 // as Photos, NFS: not served: nfs-server is stopped (systemctl start nfs-server)".
 std::string sentenceOf(const std::vector<NamedState>& states);
 
-// Runs a program that is asked something and waits for it: its path of the system, its arguments.
+// Runs a program that is queried and waits for it: its path in the system, its arguments.
 using AskProgram =
     std::function<ProgramOutcome(const std::string& path, const std::vector<std::string>&)>;
 
-// Where the answers come from.
+// The environment that is queried.
 struct AskedWorld {
   std::string root;          // the tree that the daemon belongs to; empty: the system itself
   Dictionary configuration;  // the daemon's

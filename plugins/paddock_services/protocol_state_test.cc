@@ -9,7 +9,7 @@ const ProtocolState kPhotos = ProtocolState::served("Photos");
 const ProtocolState kStopped =
     ProtocolState::notServed("nfs-server is stopped", "systemctl start nfs-server");
 
-TEST(ProtocolSentence, SaysWhatIsServedFirstAndWhatIsNotBehindIt) {
+TEST(ProtocolSentence, ListsServedProtocolsBeforeUnserved) {
   EXPECT_EQ(sentenceOf({{"SMB", kPhotos}, {"NFS", kStopped}}),
             "Shared over SMB as Photos, NFS: not served: nfs-server is stopped (systemctl start "
             "nfs-server)");
@@ -23,7 +23,7 @@ TEST(ProtocolSentence, NeverBeginsWithSharedWhenNothingIsServed) {
             "SMB: not served: smbd is stopped");
 }
 
-TEST(ProtocolSentence, NamesProtocolsThatAreUnknownForOneReasonTogether) {
+TEST(ProtocolSentence, GroupsUnknownProtocolsByReason) {
   const ProtocolState tree = ProtocolState::unknown("it is a tree of its own");
   EXPECT_EQ(sentenceOf({{"SMB", tree}, {"NFS", tree}, {"VSP", ProtocolState::unknown("b", "c")}}),
             "SMB and NFS: not known: it is a tree of its own, VSP: not known: b (c)");

@@ -12,19 +12,20 @@
 #include <string>
 #include <utility>
 
-#include "base/printable.h"
 #include "base/status.h"
 #include "base/system_call.h"
+#include "base/text.h"
 #include "exports/nfs_export_parser.h"
 #include "paddock/host.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 #include "paddock_services/nfs_service.h"
 #include "paddock_services/share_check.h"
-#include "paddock_services/share_points.h"
+#include "paddock_services/share_point_names.h"
 #include "paddock_services/smb_service.h"
 #include "platform/linux/configured_options.h"
 #include "platform/linux/dnssd/advertised_services.h"
+#include "protocol/keys.h"
 
 namespace paddock {
 
@@ -32,11 +33,11 @@ namespace {
 
 using Kind = ProtocolState::Kind;
 
-// Each answers at once, or is not well.
+// Each responds immediately, or is faulty.
 constexpr std::chrono::seconds kProgramTime{10};
 // Each of them is asked of every service.
 constexpr std::size_t kMostPaths = 1000;
-// A name is first asked for on the network, which takes a second.
+// A name is first queried on the network, which takes a second.
 constexpr std::chrono::milliseconds kAdvertisingTime{2500};
 constexpr std::chrono::milliseconds kShortTime{200};
 constexpr const char* kVspPlugin = "paddock_vsp";
@@ -140,7 +141,7 @@ ProtocolState advertisedStateOf(Asked& asked, const SharePointNames& share) {
       findAdvertised("_adisk._tcp", "=adVN=" + share.overVsp + ",adVF=", asked.advertisingTime);
   if (found.outcome == AdvertisedService::Outcome::found)
     return ProtocolState::served(printable(share.overVsp) + " of " + printable(found.name));
-  // What is missing now is waited for once.
+  // The wait for a missing name happens once.
   asked.advertisingTime = kShortTime;
   switch (found.outcome) {
     case AdvertisedService::Outcome::noDaemon:
@@ -203,7 +204,7 @@ Dictionary described(Asked& asked, const SharePointNames& share, bool isShared) 
   Dictionary protocols;
   for (const NamedState& one : states) protocols.set(keyOf(one.protocol), dictionaryOf(one.state));
   return {{"path", share.path},
-          {"isShared", isShared},
+          {protocol::kIsShared, isShared},
           {"folder", folder.word},
           {"protocols", std::move(protocols)},
           {"isServed", isServed(states, folder)},

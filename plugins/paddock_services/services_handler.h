@@ -1,4 +1,4 @@
-// The plug-in paddock_services: what the world makes of the share points.
+// The plug-in paddock_services: how the services of the host serve the share points.
 //
 // Operations. All read only; none takes the lock of the sharing plug-in, which may call them.
 //
@@ -17,7 +17,7 @@
 //
 //   getExports  {"path"}
 //     -> "status", "exports": [{"line", "clients"}]; the lines of the managed block of the exports
-//        file for the path, as they stand there: more than one where somebody wrote another
+//        file for the path, as they stand there: more than one where another was added by hand
 //
 // "status" is an errno when the share points cannot be read; "error" is its text.
 #pragma once

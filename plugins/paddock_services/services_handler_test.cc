@@ -10,7 +10,7 @@
 
 #include "exports/nfs_export_parser.h"
 #include "platform/linux/configured_options.h"
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/plugin_host.h"
 
 namespace paddock {
@@ -19,9 +19,9 @@ namespace {
 using ::testing::HasSubstr;
 namespace fs = std::filesystem;
 
-class ServicesHandlerTest : public ::testing::Test {
+class ServicesHandler : public ::testing::Test {
  protected:
-  ServicesHandlerTest() {
+  ServicesHandler() {
     fs::create_directories(host_.path("/var/lib/paddock"));
     fs::create_directories(host_.path("/usr/bin"));
     fs::create_directories(host_.path("/etc/samba"));
@@ -66,14 +66,14 @@ class ServicesHandlerTest : public ::testing::Test {
   std::unique_ptr<ServicesRequestHandler> handler_;
 };
 
-TEST_F(ServicesHandlerTest, EveryOperationMayBeViewed) {
+TEST_F(ServicesHandler, EveryOperationMayBeViewed) {
   const auto operations = handler_->operations();
   ASSERT_EQ(operations.size(), 3U);
   for (const auto& operation : operations) EXPECT_FALSE(operation.changes) << operation.name;
   EXPECT_THROW(handler_->performOperation("other", {}), std::invalid_argument);
 }
 
-TEST_F(ServicesHandlerTest, AServedSharePointIsSaidToBeOne) {
+TEST_F(ServicesHandler, ServedSharePointIsReportedAsServed) {
   const std::string path = makeFolder("photos");
   addSamba(path);
   addProgram("/usr/bin/smbclient", "echo NT_STATUS_ACCESS_DENIED; exit 1");
@@ -88,7 +88,7 @@ TEST_F(ServicesHandlerTest, AServedSharePointIsSaidToBeOne) {
   EXPECT_EQ(call("getServed").array("sharePoints")->size(), 1U);
 }
 
-TEST_F(ServicesHandlerTest, AnSmbdThatCannotBeAskedIsUnknown) {
+TEST_F(ServicesHandler, AnSmbdThatCannotBeAskedIsUnknown) {
   const std::string path = makeFolder("photos");
   addSamba(path);
   record("photos", path, {{schema::kSmbName, "Photos"}});
@@ -98,14 +98,14 @@ TEST_F(ServicesHandlerTest, AnSmbdThatCannotBeAskedIsUnknown) {
   EXPECT_THAT(*served(path).string("sentence"), testing::HasSubstr("smbd does not answer"));
 }
 
-TEST_F(ServicesHandlerTest, NamesThatAreKeptAloneAreServedByNobody) {
+TEST_F(ServicesHandler, StoredNameWithoutServerIsNotServed) {
   const std::string path = makeFolder("photos");
   record("photos", path, {{schema::kFtpName, "Photos"}});
   EXPECT_EQ(stateIn(served(path), "ftp"), "kept");
   EXPECT_EQ(served(path).boolean("isServed"), false);
 }
 
-TEST_F(ServicesHandlerTest, APathIsAskedAboutOnceAndNotTooMany) {
+TEST_F(ServicesHandler, DuplicatePathsMergeAndExcessPathsAreRefused) {
   EXPECT_EQ(call("getServed", {{"paths", Array{"/a", "/a", "/b"}}}).array("sharePoints")->size(),
             2U);
   Array many;
@@ -116,7 +116,7 @@ TEST_F(ServicesHandlerTest, APathIsAskedAboutOnceAndNotTooMany) {
   EXPECT_EQ(reply.find("sharePoints"), nullptr);
 }
 
-TEST_F(ServicesHandlerTest, DuringAChangeATreeOfItsOwnRunsNoProgram) {
+TEST_F(ServicesHandler, SeparateTreeRunsNoProgramDuringChange) {
   const std::string path = makeFolder("photos");
   addProgram("/usr/bin/testparm", "echo ran >'" + host_.path("/ran") + "'");
   record("photos", path, {{schema::kSmbName, "Photos"}});
@@ -129,7 +129,7 @@ TEST_F(ServicesHandlerTest, DuringAChangeATreeOfItsOwnRunsNoProgram) {
   EXPECT_TRUE(fs::exists(host_.path("/ran")));
 }
 
-TEST_F(ServicesHandlerTest, AFolderThatIsGoneIsServedByNobody) {
+TEST_F(ServicesHandler, MissingFolderIsNotServed) {
   const std::string path = host_.path("/srv/gone");
   addSamba(path);
   record("gone", path, {{schema::kSmbName, "Photos"}});
@@ -142,7 +142,7 @@ TEST_F(ServicesHandlerTest, AFolderThatIsGoneIsServedByNobody) {
   EXPECT_EQ(*served(path).string("folder"), "no folder");
 }
 
-TEST_F(ServicesHandlerTest, AServerOfVspIsWhatItsConfigurationSays) {
+TEST_F(ServicesHandler, VspServerStateFollowsConfiguration) {
   const std::string path = makeFolder("a");
   record("a", path, {{schema::kVspName, "A"}, {schema::kVspShared, "1"}});
   const auto vsp = [this, &path](const Dictionary& table) {
@@ -152,11 +152,11 @@ TEST_F(ServicesHandlerTest, AServerOfVspIsWhatItsConfigurationSays) {
   EXPECT_EQ(vsp({}), "kept");
   EXPECT_EQ(vsp({{"state", "running"}}), "kept");
   EXPECT_EQ(vsp({{"sync_command", Array{"/bin/sync"}}}), "unknown");
-  // This host's plug-ins answer nothing.
+  // This host's plug-ins do not respond.
   EXPECT_EQ(vsp({{"state", "unit:vspd.service"}}), "unknown");
 }
 
-TEST_F(ServicesHandlerTest, WhatIsNoSharePointIsSaidToBeNone) {
+TEST_F(ServicesHandler, UnsharedFolderIsReportedAsUnshared) {
   const std::string path = makeFolder("photos");
   const Dictionary share = served(path);
   EXPECT_EQ(share.boolean("isShared"), false);
@@ -166,7 +166,7 @@ TEST_F(ServicesHandlerTest, WhatIsNoSharePointIsSaidToBeNone) {
               HasSubstr("SMB as Photos (by a section of smb.conf)"));
 }
 
-TEST_F(ServicesHandlerTest, KeysOfOtherTypesReadAsAbsent) {
+TEST_F(ServicesHandler, KeysOfOtherTypesReadAsAbsent) {
   for (const Value& value : {Value(7), Value("x"), Value(Dictionary{}), Value(Array{Value(7)})}) {
     const Dictionary request{{"paths", value},
                              {"duringChange", value},
@@ -178,7 +178,7 @@ TEST_F(ServicesHandlerTest, KeysOfOtherTypesReadAsAbsent) {
   }
 }
 
-TEST_F(ServicesHandlerTest, TheCheckAsksTheDirectory) {
+TEST_F(ServicesHandler, TheCheckAsksTheDirectory) {
   record("photos", makeFolder("photos"), {{schema::kSmbName, "Photos"}});
   const auto refusals = [this](const std::string& path) {
     return call("checkShare", {{"path", path}, {"nameOverSMB", "photos"}})
@@ -189,7 +189,7 @@ TEST_F(ServicesHandlerTest, TheCheckAsksTheDirectory) {
   EXPECT_EQ(refusals(host_.path("/srv/photos")), 0U);
 }
 
-TEST_F(ServicesHandlerTest, TheCheckNamesUnfinishedRecords) {
+TEST_F(ServicesHandler, TheCheckNamesUnfinishedRecords) {
   record("photos", makeFolder("photos"), {});
   EXPECT_EQ(*call("checkShare", {}).array("unfinished"), Array{});
   record("begun", "", {});
@@ -199,7 +199,7 @@ TEST_F(ServicesHandlerTest, TheCheckNamesUnfinishedRecords) {
   EXPECT_EQ(call("getServed", {}).array("sharePoints")->size(), 1U) << "they share nothing";
 }
 
-TEST_F(ServicesHandlerTest, EveryLineOfAPathIsTold) {
+TEST_F(ServicesHandler, EveryLineOfAPathIsTold) {
   EXPECT_EQ(*call("getExports", {{"path", "/srv/a"}}).array("exports"), Array{});
   const std::string first = "/srv/a  one(rw)\n";
   const std::string second = "/srv/a two(ro) \\\n three(ro)\n";
@@ -215,7 +215,7 @@ TEST_F(ServicesHandlerTest, EveryLineOfAPathIsTold) {
   EXPECT_EQ(*handler_->performOperation("getExports", {}).integer("status"), EINVAL);
 }
 
-TEST_F(ServicesHandlerTest, AnExportsFileThatCannotBeReadIsNotOneWithoutLines) {
+TEST_F(ServicesHandler, UnreadableExportsFileIsDistinctFromEmptyFile) {
   writeWholeFile(host_.path("/etc/exports"), "# caf\xE9\n");
   const Dictionary reply = handler_->performOperation("getExports", {{"path", "/srv/a"}});
   EXPECT_EQ(*reply.integer("status"), EILSEQ);
@@ -224,7 +224,7 @@ TEST_F(ServicesHandlerTest, AnExportsFileThatCannotBeReadIsNotOneWithoutLines) {
   EXPECT_FALSE(reply.contains("exports"));
 }
 
-TEST_F(ServicesHandlerTest, UnfinishedRecordsAreNotAmongTheShares) {
+TEST_F(ServicesHandler, UnfinishedRecordsAreNotAmongTheShares) {
   record("begun", "", {});
   record("half", "relative/half", {});
   EXPECT_TRUE(call("getServed").array("sharePoints")->empty());

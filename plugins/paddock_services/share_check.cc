@@ -4,9 +4,10 @@
 #include <optional>
 #include <string>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "paddock_services/nfs_service.h"
 #include "platform/linux/process/case_fold.h"
+#include "protocol/keys.h"
 #include "samba/samba_text.h"
 
 namespace paddock {
@@ -62,12 +63,13 @@ Array refusalsOf(const Dictionary& request, const std::vector<SharePointNames>& 
     refusals.emplace_back(Dictionary{{"key", key}, {"reason", reason}, {"advice", advice}});
   };
   const std::string* path = request.string("path");
-  const std::string* name = request.string("nameOverSMB");
+  const std::string* name = request.string(protocol::kNameOverSMB);
   if (name != nullptr && !name->empty()) {
     const bool mayBeNumbered = request.boolean("mayBeNumbered").value_or(false);
     const auto fault =
         nameFault(*name, path != nullptr ? *path : std::string(), mayBeNumbered, all, smb);
-    if (fault) refuse("nameOverSMB", *fault, "Choose another one with --smb-name, or --no-smb.");
+    if (fault)
+      refuse(protocol::kNameOverSMB, *fault, "Choose another one with --smb-name, or --no-smb.");
   }
   if (const Array* clients = request.array("clients")) {
     HostResolver hosts;

@@ -1,10 +1,10 @@
-// What is wrong with a share point before it is written.
+// Validates a share point before it is written.
 #pragma once
 
 #include <vector>
 
 #include "base/value.h"
-#include "paddock_services/share_points.h"
+#include "paddock_services/share_point_names.h"
 #include "paddock_services/smb_service.h"
 
 namespace paddock {
@@ -16,8 +16,8 @@ namespace paddock {
 //                    replaced by a free one
 //   "clients"        of the NFS export: [{"host", "options"}]
 // The faults: {"key": "nameOverSMB" or "clients", "reason", "advice"}. A name is refused that Samba
-// keeps for itself, that a section made by hand has, or another share point; a client whose option
-// exportfs does not know, or whose host does not resolve. What cannot be asked refuses nothing.
+// reserves, that a hand-written section has, or another share point; a client whose option exportfs
+// does not know, or whose host does not resolve. What cannot be asked refuses nothing.
 Array refusalsOf(const Dictionary& request, const std::vector<SharePointNames>& all,
                  SmbService& smb);
 

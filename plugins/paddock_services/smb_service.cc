@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "base/file_access.h"
-#include "base/printable.h"
 #include "base/text.h"
 #include "platform/linux/configured_options.h"
 #include "samba/samba_text.h"
@@ -30,7 +29,7 @@ constexpr const char* kSmbClient = "/usr/bin/smbclient";
 constexpr const char* kConfiguration = "/etc/samba/smb.conf";
 constexpr const char* kPublished = "/etc/samba/paddock-shares.conf";
 constexpr std::size_t kLargestFile = 16U << 20U;
-// smbd is told of a change, and comes to read it a moment later.
+// smbd is notified of a change, and reads it a moment later.
 constexpr int kTries = 8;
 constexpr std::chrono::milliseconds kPause{150};
 
@@ -188,8 +187,8 @@ bool saysOneOf(const std::string& said, std::initializer_list<const char*> error
   });
 }
 
-// Nobody's session may know of a share without being let in: one that is there is denied, one that
-// is not is no name of the network's.
+// An anonymous session may learn of a share without access to it: an existing one is denied, a
+// missing one is a bad network name.
 std::optional<ProtocolState> SmbService::whyRefused(const std::string& name) {
   std::vector<std::string> words{"-s", world_.path(kConfiguration), "//127.0.0.1/" + name};
   const std::string port = configuration_.ports.substr(0, configuration_.ports.find_first_of(" ,"));
@@ -228,7 +227,7 @@ ProtocolState SmbService::stateOf(const SharePointNames& sharePoint) {
   if (!faultOfShareName(sharePoint.overSmb).empty() || !faultOfValue(sharePoint.path).empty())
     return whyNoSection(sharePoint.overSmb, sharePoint.path);
   if (const auto& why = whyNotAsked()) {
-    // Whatever Samba there is, it is not told of it.
+    // Whatever the state of Samba, the share is not in its configuration.
     const bool isLeftOut = hasPublished_ && published(sharePoint.overSmb) == nullptr;
     return isLeftOut ? whyNoSection(sharePoint.overSmb, sharePoint.path) : *why;
   }

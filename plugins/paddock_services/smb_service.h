@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "paddock_services/protocol_state.h"
-#include "paddock_services/share_points.h"
+#include "paddock_services/share_point_names.h"
 
 namespace paddock {
 
@@ -27,17 +27,17 @@ struct SambaConfiguration {
 };
 SambaConfiguration parseTestparm(std::string_view output);
 
-// One look at Samba. Programs are asked when an answer is needed first, and not again.
+// A snapshot of Samba. Each program is queried when its answer is first needed, and not again.
 class SmbService {
  public:
-  // `world` outlives it.
+  // `world` must outlive this object.
   explicit SmbService(const AskedWorld& world);
 
   // Of a share point whose folder is there.
   ProtocolState stateOf(const SharePointNames& sharePoint);
 
-  // Where the name belongs to a section that was made by hand: the reason why a share point at
-  // `path` may not have it. Absent when it is free, and when Samba cannot be asked.
+  // Where the name belongs to a hand-written section: the reason why a share point at `path` may
+  // not have it. Absent when it is free, and when Samba cannot be queried.
   std::optional<std::string> handMadeSectionFault(const std::string& name, const std::string& path);
 
  private:

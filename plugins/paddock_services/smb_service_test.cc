@@ -1,5 +1,5 @@
-// What Samba's testparm prints is understood, and the states that follow; the programs are
-// Samba's own where they are installed. (tests/samba has an smbd that runs.)
+// Parsing of the output of Samba's testparm, and the resulting states; the programs are Samba's own
+// where they are installed. (tests/samba has an smbd that runs.)
 #include "paddock_services/smb_service.h"
 
 #include <gmock/gmock.h>
@@ -39,7 +39,7 @@ TEST(TestparmOutput, HasTheSharesWithTheirPaths) {
 }
 
 // A tree with a smb.conf, which the system's testparm reads; smbd does not run.
-class SmbServiceTest : public ::testing::Test {
+class SmbServiceState : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!std::filesystem::exists(kTestparm)) GTEST_SKIP() << "testparm is not installed";
@@ -81,12 +81,12 @@ class SmbServiceTest : public ::testing::Test {
   std::vector<std::string> asked_;
 };
 
-TEST_F(SmbServiceTest, AStoppedSmbdServesNothing) {
+TEST_F(SmbServiceState, AStoppedSmbdServesNothing) {
   configure(include());
   EXPECT_EQ(stateOf("plans"), ProtocolState::notServed("smbd is stopped", "systemctl start smbd"));
 }
 
-TEST_F(SmbServiceTest, AFileThatIsNotIncludedIsSaid) {
+TEST_F(SmbServiceState, AFileThatIsNotIncludedIsSaid) {
   configure("");
   const ProtocolState state = stateOf("Plans");
   EXPECT_EQ(state.kind, Kind::notServed);
@@ -94,35 +94,35 @@ TEST_F(SmbServiceTest, AFileThatIsNotIncludedIsSaid) {
   EXPECT_EQ(state.advice, "add the line: " + include().substr(0, include().size() - 1));
 }
 
-TEST_F(SmbServiceTest, AHandMadeSectionOfTheNameShadowsIt) {
+TEST_F(SmbServiceState, ManualSectionOfSameNameShadowsShare) {
   configure(include() + "[plans]\npath = /elsewhere\n");
   const ProtocolState state = stateOf("Plans");
   EXPECT_EQ(state.kind, Kind::notServed);
   EXPECT_THAT(state.reason, HasSubstr("has the path /elsewhere"));
 }
 
-TEST_F(SmbServiceTest, AHandMadeSectionMayMakeItUnavailable) {
+TEST_F(SmbServiceState, AHandMadeSectionMayMakeItUnavailable) {
   configure(include() + "[Plans]\navailable = no\n");
   EXPECT_EQ(stateOf("Plans"), ProtocolState::notServed("its section has \"available = no\""));
 }
 
-TEST_F(SmbServiceTest, AShareThatWasLeftOutIsSaidWithItsReason) {
+TEST_F(SmbServiceState, SkippedShareIsReportedWithReason) {
   configure(include());
   EXPECT_THAT(stateOf("[x]").reason, HasSubstr("its name, \"[x]\", has a bracket"));
   EXPECT_THAT(stateOf("other").reason, HasSubstr("paddock-shares.conf does not have it"));
 }
 
-TEST_F(SmbServiceTest, AConfigurationThatCannotBeReadIsUnknown) {
+TEST_F(SmbServiceState, AConfigurationThatCannotBeReadIsUnknown) {
   const ProtocolState state = stateOf("Plans");
   EXPECT_EQ(state.kind, Kind::unknown);
   EXPECT_THAT(state.reason, HasSubstr("testparm cannot read"));
 }
 
-TEST_F(SmbServiceTest, ProgramsThatAreMissingAreUnknownToATreeOfItsOwn) {
+TEST_F(SmbServiceState, MissingProgramsReturnUnknownInSeparateTree) {
   configure(include());
   world_.ask = [](const auto&, const auto&) { return ProgramOutcome{ENOENT, {}, {}, 0}; };
   EXPECT_EQ(stateOf("Plans"), unknownToTree(world_));
-  // What its own file leaves out it knows.
+  // It knows what its own file omits.
   EXPECT_THAT(stateOf("other").reason, HasSubstr("paddock-shares.conf does not have it"));
   EXPECT_THAT(stateOf("a/b").reason, HasSubstr("its name, \"a/b\", has a slash"));
   world_.root.clear();
@@ -130,14 +130,14 @@ TEST_F(SmbServiceTest, ProgramsThatAreMissingAreUnknownToATreeOfItsOwn) {
             ProtocolState::notServed("Samba is not installed", "apt-get install samba"));
 }
 
-TEST_F(SmbServiceTest, EachProgramIsAskedOnceForAllShares) {
+TEST_F(SmbServiceState, EachProgramIsAskedOnceForAllShares) {
   configure(include());
   SmbService smb(world_);
   for (const char* name : {"Plans", "Plans", "other"}) smb.stateOf(share(name));
   EXPECT_THAT(asked_, ::testing::ElementsAre(kTestparm, "/usr/bin/smbcontrol"));
 }
 
-class ShareCheckTest : public SmbServiceTest {
+class ShareCheck : public SmbServiceState {
  protected:
   // The reason for which the request is refused; empty when it is not.
   std::string refusal(Dictionary request) {
@@ -156,7 +156,7 @@ class ShareCheckTest : public SmbServiceTest {
   std::vector<SharePointNames> others_{{"p", "/srv/photos", {}, "Photos", {}, false, false}};
 };
 
-TEST_F(ShareCheckTest, NamesThatSambaKeepsForItselfAreRefused) {
+TEST_F(ShareCheck, NamesThatSambaKeepsForItselfAreRefused) {
   configure(include());
   for (const char* name : {"homes", "GLOBAL", "g l o b a l", "IPC$", "print$"}) {
     EXPECT_THAT(nameRefusal(name), HasSubstr("is one that Samba keeps for itself")) << name;
@@ -165,13 +165,13 @@ TEST_F(ShareCheckTest, NamesThatSambaKeepsForItselfAreRefused) {
   EXPECT_EQ(nameRefusal(""), "");
 }
 
-TEST_F(ShareCheckTest, NamesThatAnotherSharePointHasAreRefusedUnlessTheyAreNumbered) {
+TEST_F(ShareCheck, TakenNamesAreRefusedUnlessNumbered) {
   configure(include());
   EXPECT_EQ(nameRefusal("pHOTOS"), "the name over SMB, \"pHOTOS\", is taken by /srv/photos");
   EXPECT_EQ(nameRefusal("pHOTOS", true), "");
 }
 
-TEST_F(ShareCheckTest, NamesOfHandMadeSectionsAreRefused) {
+TEST_F(ShareCheck, NamesOfHandMadeSectionsAreRefused) {
   configure("[Archive]\npath = /mnt/archive\n[same]\npath = " + plans() + "\n" + include());
   EXPECT_THAT(nameRefusal("archive", true),
               ::testing::AllOf(HasSubstr("is taken: the section [Archive] of "),
@@ -180,13 +180,13 @@ TEST_F(ShareCheckTest, NamesOfHandMadeSectionsAreRefused) {
   EXPECT_EQ(nameRefusal("Plans"), "");
 }
 
-TEST_F(ShareCheckTest, OptionsThatExportfsDoesNotKnowAreRefused) {
+TEST_F(ShareCheck, OptionsThatExportfsDoesNotKnowAreRefused) {
   EXPECT_EQ(clientRefusal("*", "readwrite"),
             "exportfs does not know the option \"readwrite\" of *");
   EXPECT_EQ(clientRefusal("*", "rw"), "");
 }
 
-TEST_F(ShareCheckTest, HostsThatDoNotResolveAreRefused) {
+TEST_F(ShareCheck, HostsThatDoNotResolveAreRefused) {
   EXPECT_THAT(clientRefusal("no-such-host.invalid", "rw"),
               HasSubstr("the host no-such-host.invalid does not resolve: "));
   for (const char* host : {"127.0.0.1", "::1", "localhost", "*.invalid", "@net.invalid",
@@ -195,7 +195,7 @@ TEST_F(ShareCheckTest, HostsThatDoNotResolveAreRefused) {
   }
 }
 
-TEST_F(ShareCheckTest, KeysOfOtherTypesRefuseNothing) {
+TEST_F(ShareCheck, KeysOfOtherTypesRefuseNothing) {
   configure("");
   for (const Value& value : {Value(7), Value(Array{Value(Array{})}), Value(Dictionary{})}) {
     EXPECT_EQ(refusal({{"nameOverSMB", value}, {"clients", value}, {"mayBeNumbered", value}}), "");

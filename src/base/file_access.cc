@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <vector>
@@ -10,6 +11,15 @@
 #include "base/system_call.h"
 
 namespace paddock {
+
+void FileDescriptor::reset() {
+  if (number_ < 0) return;
+  const int saved = errno;
+  // Not retried after EINTR: Linux has closed the descriptor by then.
+  ::close(std::exchange(number_, -1));
+  errno = saved;
+}
+
 namespace {
 
 constexpr mode_t kParentMode = 0755;

@@ -9,10 +9,68 @@
 #include <csignal>
 #include <system_error>
 
+#include "base/system_call.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
+
 namespace {
+
+bool isOpen(int number) { return ::fcntl(number, F_GETFD) != -1; }
+
+TEST(FileDescriptor, ClosesAtTheEndOfItsScope) {
+  int number = -1;
+  {
+    const FileDescriptor descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    number = descriptor.get();
+    EXPECT_TRUE(isOpen(number));
+  }
+  EXPECT_FALSE(isOpen(number));
+}
+
+TEST(FileDescriptor, MovingHandsTheDescriptorOn) {
+  FileDescriptor first(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const int number = first.get();
+  FileDescriptor second(std::move(first));
+  EXPECT_EQ(second.get(), number);
+  FileDescriptor third(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const int replaced = third.get();
+  third = std::move(second);
+  EXPECT_FALSE(isOpen(replaced));
+  EXPECT_EQ(third.get(), number);
+}
+
+TEST(FileDescriptor, ClosingKeepsErrno) {
+  FileDescriptor descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(descriptor);
+  ASSERT_EQ(::close(descriptor.get()), 0);
+  errno = ENOENT;
+  descriptor.reset();
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(SystemCall, OnlyInterruptedCallsAreRetried) {
+  int calls = 0;
+  EXPECT_EQ(retryOnInterrupt([&calls] {
+              errno = EINTR;
+              return ++calls < 3 ? -1 : 7;
+            }),
+            7);
+  calls = 0;
+  EXPECT_EQ(retryOnInterrupt([&calls] {
+              ++calls;
+              errno = EIO;
+              return -1;
+            }),
+            -1);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(SystemCall, ErrorsCarryOperationPathAndErrno) {
+  const auto error = systemError(ENOENT, "open", "/no/such/file");
+  EXPECT_EQ(error.code().value(), ENOENT);
+  EXPECT_STREQ(error.what(), "open /no/such/file: No such file or directory");
+}
 
 class FileAccess : public testing::Test {
  protected:
@@ -44,7 +102,7 @@ TEST_F(FileAccess, ReadsAFileWholeUpToALimit) {
   EXPECT_EQ(errorOf([this] { readSmallFile(folder_.path("file"), 199999); }), EFBIG);
 }
 
-TEST_F(FileAccess, AMissingFileIsNothingAndAFolderAnError) {
+TEST_F(FileAccess, MissingFileReturnsNothingButFolderFails) {
   EXPECT_EQ(readSmallFile(folder_.path("missing"), 10), std::nullopt);
   EXPECT_EQ(readSmallFile(folder_.path("missing/file"), 10), std::nullopt);
   EXPECT_EQ(errorOf([this] { readSmallFile(folder_.path(), 10); }), EINVAL);
@@ -91,14 +149,14 @@ TEST_F(FileAccess, AFullDiskLeavesTheOldFile) {
   EXPECT_FALSE(std::filesystem::exists(folder_.path(".file.new")));
 }
 
-TEST_F(FileAccess, AnOwnFolderIsMadeWithWhatIsMissingAboveIt) {
+TEST_F(FileAccess, OwnFolderIsCreatedWithMissingParents) {
   EXPECT_TRUE(openOwnFolder(folder_.path("var/lib/own"), 0700));
   EXPECT_EQ(modeOf(folder_.path("var/lib/own")), 0700U);
   EXPECT_EQ(modeOf(folder_.path("var/lib")), 0755U);
   EXPECT_TRUE(openOwnFolder(folder_.path("var/lib/own"), 0700));
 }
 
-TEST_F(FileAccess, AFolderThatIsALinkOrOpenToOthersIsRefused) {
+TEST_F(FileAccess, SymlinkedOrOpenFolderIsRefused) {
   std::filesystem::create_directory(folder_.path("real"));
   std::filesystem::create_directory_symlink(folder_.path("real"), folder_.path("link"));
   EXPECT_NE(errorOf([this] { openOwnFolder(folder_.path("link"), 0700); }), 0);
@@ -109,4 +167,5 @@ TEST_F(FileAccess, AFolderThatIsALinkOrOpenToOthersIsRefused) {
 }
 
 }  // namespace
+
 }  // namespace paddock

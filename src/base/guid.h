@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/principal.h"
+
 namespace paddock {
 
 struct Guid {
@@ -17,7 +19,16 @@ struct Guid {
 // The canonical text: 36 characters, 8-4-4-4-12 upper-case hexadecimal digits.
 std::string guidText(const Guid& guid);
 
-// Reads that form, digits in either case. Absent for any other text.
+// Parses that form, digits in either case. nullopt for any other text.
 std::optional<Guid> parseGuid(std::string_view text);
+
+// The fixed GUIDs of users and groups whose records have none: a constant prefix of 12 bytes,
+// one for users and one for groups, and the id in the last 4 bytes, most significant first. They
+// have the form of random GUIDs (RFC 4122 version 4) and are written to disk and to other
+// machines, so the prefixes never change.
+Guid computedGuid(const Principal& principal);
+
+// The user or group of a computed GUID; nullopt for every other GUID.
+std::optional<Principal> computedPrincipal(const Guid& guid);
 
 }  // namespace paddock

@@ -1,4 +1,4 @@
-// Where the tree stands that the running program was installed in.
+// The installation root of the running program.
 #pragma once
 
 #include <string>
@@ -6,11 +6,12 @@
 
 namespace paddock {
 
-// The path of the running executable; empty when the system does not tell.
+// The path of the running executable; empty when it cannot be determined.
 std::string runningExecutable();
 
-// DIR for the executable DIR`place` ("/usr/sbin/paddockd"), so that an installed tree runs where it
-// stands; empty for `place` itself, which belongs to the system, and for every other executable.
+// DIR for the executable DIR`place` ("/usr/sbin/paddockd"), so that an installed tree is
+// relocatable; empty for `place` itself, which belongs to the system, and for every other
+// executable.
 std::string rootOfInstalled(const std::string& executable, std::string_view place);
 
 }  // namespace paddock

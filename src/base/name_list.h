@@ -1,4 +1,4 @@
-// Names of files that wait for their turn, many in little room.
+// A compact stack of file names.
 #pragma once
 
 #include <cstddef>
@@ -15,13 +15,13 @@ class NameList {
 
   // The name is not empty and has no NUL.
   void add(std::string_view name);
-  // The name that was added last. Precondition: there is one.
+  // Removes and returns the name added last. Precondition: not empty.
   std::string take();
-  // Cuts off about the half of the names that were added first; all when there is one.
+  // Removes and returns about half of the names, those added first; all when there is one.
   NameList cutHalf();
 
  private:
-  std::string names_;  // each behind a NUL
+  std::string names_;  // each preceded by a NUL
 };
 
 }  // namespace paddock

@@ -23,7 +23,7 @@ TEST(NameList, TheLastNameComesFirst) {
   EXPECT_EQ(list.bytes(), 0U);
 }
 
-TEST(NameList, EveryNameIsInOneHalfOrTheOther) {
+TEST(NameList, HalvesTogetherHoldEveryName) {
   for (int count = 1; count <= 9; ++count) {
     NameList list;
     std::multiset<std::string> all;
@@ -47,7 +47,7 @@ TEST(NameList, OneNameIsGivenAwayAsAWhole) {
   EXPECT_TRUE(list.empty());
 }
 
-TEST(NameList, NamesMayHoldLineFeedsAndBytesThatAreNoText) {
+TEST(NameList, NamesMayHoldLineFeedsAndInvalidBytes) {
   NameList list;
   list.add("a\nb");
   list.add("\xFF\xFE");

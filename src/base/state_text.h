@@ -1,4 +1,4 @@
-// A state as one text, for a tag by which a client names what it has seen.
+// A canonical text of a state, for entity tags.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace paddock {
 
-// A text that is the same for two values exactly when they are equal, whatever strings they hold.
+// Injective serialisation: equal for two values exactly when the values are equal.
 std::string stateText(const Value& value);
 
 }  // namespace paddock

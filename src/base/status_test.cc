@@ -13,14 +13,14 @@ struct NamedStatus {
   const char* name;
 };
 
-class SharingErrorStringTest : public testing::TestWithParam<NamedStatus> {};
+class SharingErrorNames : public testing::TestWithParam<NamedStatus> {};
 
-TEST_P(SharingErrorStringTest, GivesTheName) {
+TEST_P(SharingErrorNames, GivesTheName) {
   EXPECT_EQ(sharing_error_string(GetParam().status), GetParam().name);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    EveryCode, SharingErrorStringTest,
+    EveryCode, SharingErrorNames,
     testing::Values(
         NamedStatus{100050, "USER_NOT_FOUND_ERR"}, NamedStatus{100051, "GROUP_NOT_FOUND_ERR"},
         NamedStatus{100052, "CANNOT_CHANGE_PRIVS_ERR"}, NamedStatus{100053, "PRIVS_NOT_FOUND_ERR"},
@@ -50,18 +50,18 @@ INSTANTIATE_TEST_SUITE_P(
         NamedStatus{100080, "CANNOT_SET_QUOTA_STATE_ERR"}),
     [](const auto& parameter) { return std::string(parameter.param.name); });
 
-TEST(SharingErrorStringOutsideTest, OtherNumbersGiveTheCLibrarysText) {
+TEST(UnknownSharingErrors, OtherNumbersGiveTheCLibrarysText) {
   for (const Status status : {ENOENT, EACCES, 100049, 100081, -1, -2, -3}) {
     EXPECT_EQ(sharing_error_string(status), strerror(status)) << status;
   }
 }
 
-TEST(StatusOfTextTest, EveryTextLeadsBackToItsStatus) {
+TEST(StatusOfText, EveryTextLeadsBackToItsStatus) {
   for (const Status status : {1, ENOENT, EACCES, EHWPOISON, 100050, 100080})
     EXPECT_EQ(statusOfText(sharing_error_string(status)), status) << status;
 }
 
-TEST(StatusOfTextTest, OtherTextsHaveNone) {
+TEST(StatusOfText, OtherTextsHaveNone) {
   for (const char* text : {"", "Permission", "permission denied", "Permission denied.",
                            "PERMISSION_DENIED", "Success", "0", "Unknown error 4000"})
     EXPECT_EQ(statusOfText(text), std::nullopt) << text;

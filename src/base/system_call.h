@@ -1,4 +1,4 @@
-// The one place that retries EINTR, and the one that turns errno into an error.
+// The only place that retries on EINTR, and the only one that converts errno to an exception.
 #pragma once
 
 #include <cerrno>
@@ -8,7 +8,7 @@
 
 namespace paddock {
 
-// Calls `function` again as long as it returns -1 with EINTR.
+// Retries `function` while it returns -1 with EINTR.
 template <typename Function>
 auto retryOnInterrupt(Function function) -> decltype(function()) {
   for (;;) {
@@ -17,7 +17,8 @@ auto retryOnInterrupt(Function function) -> decltype(function()) {
   }
 }
 
-// The same, as an errno: 0 when the call's result is not negative. `result` takes it then.
+// The same, returning an errno: 0 when the call's result is not negative; `result` is then set to
+// it.
 template <typename Call, typename Result>
 int errnoOf(Call call, Result* result) {
   const auto returned = retryOnInterrupt(call);

@@ -6,7 +6,7 @@
 namespace paddock {
 namespace {
 
-TEST(SystemCallTest, RetriesACallThatASignalInterrupted) {
+TEST(SystemCallErrors, RetriesACallThatASignalInterrupted) {
   int calls = 0;
   const int result = retryOnInterrupt([&] {
     ++calls;
@@ -17,7 +17,7 @@ TEST(SystemCallTest, RetriesACallThatASignalInterrupted) {
   EXPECT_EQ(calls, 3);
 }
 
-TEST(SystemCallTest, HandsOutTheErrnoOfOtherFailures) {
+TEST(SystemCallErrors, HandsOutTheErrnoOfOtherFailures) {
   int descriptor = 5;
   EXPECT_EQ(errnoOf([] { return ::open("/nonexistent/file", O_RDONLY | O_CLOEXEC); }, &descriptor),
             ENOENT);
@@ -25,7 +25,7 @@ TEST(SystemCallTest, HandsOutTheErrnoOfOtherFailures) {
   EXPECT_EQ(errnoOf([] { return 0; }), 0);
 }
 
-TEST(SystemCallTest, AnErrorNamesTheOperationAndThePath) {
+TEST(SystemCallErrors, AnErrorNamesTheOperationAndThePath) {
   const std::system_error error = systemError(ENOENT, "open", "/srv/a");
   EXPECT_STREQ(error.what(), "open /srv/a: No such file or directory");
   EXPECT_EQ(error.code().value(), ENOENT);

@@ -1,14 +1,15 @@
-// Small text helpers that know nothing of the locale.
+// Locale-independent text helpers.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace paddock {
 
-// The ASCII letters in lower case; every other byte as it is.
+// Converts ASCII letters to lower case; other bytes are unchanged.
 std::string asciiLower(std::string_view text);
 
 // An optional sign and decimal digits, and nothing else. Absent otherwise, and when the number
@@ -31,5 +32,20 @@ std::size_t utf8Length(std::string_view text);
 
 // The first `count` characters of well-formed UTF-8 text, or all of it.
 std::string_view utf8Prefix(std::string_view text, std::size_t count);
+
+// Text for display: contains no terminal control sequences.
+
+// The text with each byte of a control character (also DEL and U+0080 to U+009F), of a character
+// that breaks lines or reorders the text behind it (U+2028 to U+202E, U+2066 to U+2069), and each
+// byte that is not UTF-8, as \xNN.
+std::string printable(std::string_view text);
+
+// The same, line feeds kept.
+std::string printableLines(std::string_view text);
+
+// Tables for display.
+
+// Rows of printable cells as lines, each column as wide as its widest cell, two blanks between.
+std::string formatTable(const std::vector<std::vector<std::string>>& rows);
 
 }  // namespace paddock

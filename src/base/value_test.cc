@@ -7,16 +7,16 @@
 namespace paddock {
 namespace {
 
-TEST(ValueTest, BooleanAndIntegerAreKeptApart) { EXPECT_FALSE(Value(true) == Value(1)); }
+TEST(ValueKinds, BooleanAndIntegerAreKeptApart) { EXPECT_FALSE(Value(true) == Value(1)); }
 
-TEST(ValueTest, UnsignedNumbersThatFitAreSigned) {
+TEST(ValueKinds, UnsignedNumbersThatFitAreSigned) {
   EXPECT_EQ(Value(std::uint64_t{7}), Value(7));
   const Value large = Value::fromUnsigned(std::numeric_limits<std::uint64_t>::max());
   ASSERT_NE(large.unsignedInteger(), nullptr);
   EXPECT_EQ(*large.unsignedInteger(), std::numeric_limits<std::uint64_t>::max());
 }
 
-TEST(ValueTest, ANumberIsABooleanOrAnInteger) {
+TEST(ValueKinds, ANumberIsABooleanOrAnInteger) {
   EXPECT_TRUE(Value(false).isNumber());
   EXPECT_TRUE(Value(-1).isNumber());
   EXPECT_TRUE(Value::fromUnsigned(std::numeric_limits<std::uint64_t>::max()).isNumber());
@@ -24,7 +24,7 @@ TEST(ValueTest, ANumberIsABooleanOrAnInteger) {
   EXPECT_FALSE(Value().isNumber());
 }
 
-TEST(DictionaryTest, IteratesInKeyOrder) {
+TEST(DictionaryEntries, IteratesInKeyOrder) {
   Dictionary dictionary;
   dictionary.set("b", 2);
   dictionary.set("a", 1);
@@ -34,31 +34,31 @@ TEST(DictionaryTest, IteratesInKeyOrder) {
   EXPECT_EQ(keys, "abc");
 }
 
-TEST(DictionaryTest, SettingNullRemovesTheKey) {
+TEST(DictionaryEntries, SettingNullRemovesTheKey) {
   Dictionary dictionary{{"a", 1}};
   dictionary.set("a", Value());
   EXPECT_TRUE(dictionary.empty());
 }
 
-TEST(DictionaryTest, SettingAgainReplaces) {
+TEST(DictionaryEntries, SettingAgainReplaces) {
   Dictionary dictionary{{"a", 1}, {"a", 2}};
   EXPECT_EQ(dictionary.size(), 1U);
   EXPECT_EQ(dictionary.integer("a"), 2);
 }
 
-TEST(DictionaryTest, FromEntriesRefusesARepeatedKeyAndNamesIt) {
+TEST(DictionaryEntries, FromEntriesRejectsRepeatedKeyByName) {
   std::string repeated;
   EXPECT_FALSE(Dictionary::fromEntries({{"x", 1}, {"a", 1}, {"x", Value()}}, &repeated));
   EXPECT_EQ(repeated, "x");
 }
 
-TEST(DictionaryTest, FromEntriesLeavesNullsOut) {
+TEST(DictionaryEntries, FromEntriesLeavesNullsOut) {
   const auto dictionary = Dictionary::fromEntries({{"b", Value()}, {"a", 1}});
   ASSERT_TRUE(dictionary);
   EXPECT_EQ(*dictionary, (Dictionary{{"a", 1}}));
 }
 
-TEST(DictionaryTest, AValueOfAnotherKindReadsAsAbsent) {
+TEST(DictionaryEntries, AValueOfAnotherKindReadsAsAbsent) {
   const Dictionary dictionary{{"text", "x"}, {"list", Array{1}}, {"tree", Dictionary{}}};
   EXPECT_EQ(dictionary.string("list"), nullptr);
   EXPECT_EQ(dictionary.array("tree"), nullptr);
@@ -67,7 +67,7 @@ TEST(DictionaryTest, AValueOfAnotherKindReadsAsAbsent) {
   EXPECT_EQ(*dictionary.string("text"), "x");
 }
 
-TEST(DictionaryTest, IntegersAreReadFromNumbersBooleansAndDecimalStrings) {
+TEST(DictionaryEntries, IntegersAreReadFromNumbersBooleansAndStrings) {
   const Dictionary dictionary{{"number", -5}, {"yes", true}, {"text", "42"}, {"bad", "4 2"}};
   EXPECT_EQ(dictionary.integer("number"), -5);
   EXPECT_EQ(dictionary.integer("yes"), 1);
@@ -76,7 +76,7 @@ TEST(DictionaryTest, IntegersAreReadFromNumbersBooleansAndDecimalStrings) {
   EXPECT_EQ(dictionary.integer("missing"), std::nullopt);
 }
 
-TEST(DictionaryTest, BooleansAreReadInAnyLetterCase) {
+TEST(DictionaryEntries, BooleansAreReadInAnyLetterCase) {
   for (const char* text : {"1", "YES", "yes", "True"}) EXPECT_EQ(readBoolean(text), true) << text;
   for (const char* text : {"0", "NO", "no", "FALSE"}) EXPECT_EQ(readBoolean(text), false) << text;
   for (const char* text : {"", "2", "on", " yes"}) {

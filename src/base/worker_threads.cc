@@ -1,8 +1,9 @@
 #include "base/worker_threads.h"
 
 #include <exception>
-#include <mutex>
 #include <thread>
+
+#include "base/mutex.h"
 
 namespace paddock {
 
@@ -13,16 +14,17 @@ class FirstFailure {
  public:
   // To be called where one is being handled.
   void keep() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!first_) first_ = std::current_exception();
   }
-  void rethrow() const {
+  // When the threads have ended, and so without the lock.
+  void rethrow() const PADDOCK_NO_THREAD_SAFETY_ANALYSIS {
     if (first_) std::rethrow_exception(first_);
   }
 
  private:
-  std::mutex mutex_;
-  std::exception_ptr first_;
+  Mutex mutex_;
+  std::exception_ptr first_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -3,23 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <mutex>
 #include <set>
 #include <stdexcept>
 #include <thread>
 
+#include "base/mutex.h"
+
 namespace paddock {
+
 namespace {
 
 TEST(RunWorkers, EachRunsOnAThreadOfItsOwn) {
-  std::mutex mutex;
+  Mutex mutex;
   std::set<std::thread::id> threads;
   std::atomic<int> running = 0;
   const auto worker = [&] {
     ++running;
     // Until all are there.
     while (running < 3) std::this_thread::yield();
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     threads.insert(std::this_thread::get_id());
   };
   runWorkers({worker, worker, worker}, [] { ADD_FAILURE() << "nothing went wrong"; });
@@ -31,7 +33,7 @@ TEST(RunWorkers, NoneIsNoWork) {
   runWorkers({}, [] { ADD_FAILURE() << "nothing went wrong"; });
 }
 
-TEST(RunWorkers, WhatOneThrowsStopsTheOthersAndIsThrownAtTheEnd) {
+TEST(RunWorkers, ExceptionStopsOthersAndIsRethrownAtEnd) {
   std::atomic<bool> stopped = false;
   std::atomic<int> ended = 0;
   const auto patient = [&] {
@@ -59,5 +61,53 @@ TEST(RunWorkers, OfSeveralExceptionsTheFirstIsThrown) {
       std::runtime_error);
 }
 
+using Queue = WorkQueue<char>;
+
+TEST(WorkQueue, GivesInTurnWhatWasPutIn) {
+  Queue queue(1);
+  queue.give('a');
+  queue.give('b');
+  EXPECT_EQ(queue.take(), 'a');
+  EXPECT_EQ(queue.take(), 'b');
+}
+
+TEST(WorkQueue, IsDoneWhenAllThreadsWait) {
+  Queue queue(2);
+  queue.give('a');
+  std::atomic<int> taken = 0;
+  const auto work = [&] {
+    while (queue.take()) ++taken;
+  };
+  std::thread other(work);
+  work();
+  other.join();
+  EXPECT_EQ(taken, 1);
+  EXPECT_TRUE(queue.isStopped());
+  EXPECT_FALSE(queue.take());
+}
+
+TEST(WorkQueue, AThreadThatWaitsGetsWhatAnotherGives) {
+  Queue queue(2);
+  queue.give('a');
+  ASSERT_TRUE(queue.take());
+  EXPECT_FALSE(queue.isWanted());
+  std::thread other([&] { EXPECT_EQ(queue.take(), 'b'); });
+  while (!queue.isWanted()) std::this_thread::yield();
+  queue.give('b');
+  other.join();
+  EXPECT_FALSE(queue.isWanted());
+}
+
+TEST(WorkQueue, NothingIsTakenAnyMoreAfterAStop) {
+  Queue queue(2);
+  std::thread other([&] { EXPECT_FALSE(queue.take()); });
+  while (!queue.isWanted()) std::this_thread::yield();
+  queue.stop();
+  other.join();
+  queue.give('a');
+  EXPECT_FALSE(queue.take());
+}
+
 }  // namespace
+
 }  // namespace paddock

@@ -11,7 +11,7 @@
 
 namespace paddock {
 
-// What `[limits] connections` may be at most.
+// Upper bound of `[limits] connections`.
 inline constexpr std::size_t kMostConnectionsConfigured = 4096;
 
 struct Configuration {
@@ -37,19 +37,18 @@ struct ConfigurationProblem {
   std::string text;
 };
 
-// Reads a configuration in TOML. What is wrong (malformed text, an unknown key, a value of the
-// wrong type or out of its range) is added to `problems` in the order of the lines; the result is
-// to be used only when there is none.
+// Reads a configuration in TOML. Errors (malformed text, an unknown key, a value of the wrong type
+// or out of range) are appended to `problems` in line order; the result is valid only when there
+// are none.
 Configuration parseConfiguration(std::string_view text,
                                  std::vector<ConfigurationProblem>& problems);
 
-// The same for a file; one that is absent is an empty configuration.
+// The same for a file; a missing file is an empty configuration.
 Configuration readConfiguration(const std::string& path,
                                 std::vector<ConfigurationProblem>& problems);
 
-// The tree of the file of what is installed below `root`, which is empty for the system itself, for
-// programs that work beside the daemon. Throws std::runtime_error with the first thing that is
-// wrong.
+// The configuration tree of the installation below `root` (empty for the system itself), for
+// companion programs of the daemon. Throws std::runtime_error with the first problem.
 Dictionary readInstalledConfiguration(const std::string& root);
 
 // "PATH:LINE: TEXT", or "PATH: TEXT" without a line.

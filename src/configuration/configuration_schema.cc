@@ -106,6 +106,7 @@ constexpr std::array kKeys{
     ConfigurationKey{"limits", "connections", KeyKind::integer, 1, kMaximumConnections},
     ConfigurationKey{"limits", "connections_per_user", KeyKind::integer, 1, kMaximumConnections},
     ConfigurationKey{"limits", "idle_seconds", KeyKind::integer, 1, 3600},
+    ConfigurationKey{"limits", "lock_seconds", KeyKind::integer, 1, 3600},
     ConfigurationKey{"limits", "program_seconds", KeyKind::integer, 1, 3600},
     ConfigurationKey{"acl", "attribute", KeyKind::text, 0, 0, attributeName},
     ConfigurationKey{"acl", "projection", KeyKind::boolean},

@@ -25,20 +25,21 @@ struct ConfigurationKey {
   KeyKind kind;
   std::int64_t minimum = 0;  // of an integer
   std::int64_t maximum = 0;
-  // Says what is wrong with a text, or with each text of an array; empty when nothing is.
+  // Returns the problem of a text, or of each text of an array; empty when it is valid.
   std::string_view (*check)(std::string_view text) = nullptr;
   bool required = false;  // in each table of an array of tables
 };
 
-// Null for a key that there is not.
+// Null for an unknown key.
 const ConfigurationKey* findConfigurationKey(std::string_view table, std::string_view name);
 // Whether there is a table of this name.
 bool isConfigurationTable(std::string_view table);
 // Whether the table is an array of tables.
 bool isConfigurationTableArray(std::string_view table);
-// What is wrong with keys of the table that are right one by one; empty when nothing is.
+// Describes a contradiction between keys of the table that are valid individually; empty when there
+// is none.
 std::string contradictionIn(std::string_view table, const Dictionary& keys);
-// The keys of the table that must be there.
+// The required keys of the table.
 std::vector<std::string_view> requiredConfigurationKeys(std::string_view table);
 
 }  // namespace paddock

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class ConfigurationTest : public testing::Test {
+class ConfigurationReading : public testing::Test {
  protected:
   // What is wrong with the text, as "LINE: TEXT".
   static std::vector<std::string> problemsOf(const std::string& text) {
@@ -79,7 +79,7 @@ uri = "ldaps://localhost"
 base = ""
 )";
 
-TEST_F(ConfigurationTest, NothingSetGivesTheDefaults) {
+TEST_F(ConfigurationReading, NothingSetGivesTheDefaults) {
   const Configuration configuration = good("");
   EXPECT_TRUE(configuration.tree.empty());
   EXPECT_EQ(configuration.adminGroup, "paddock");
@@ -95,7 +95,7 @@ TEST_F(ConfigurationTest, NothingSetGivesTheDefaults) {
   EXPECT_EQ(configuration.programSeconds, 60U);
 }
 
-TEST_F(ConfigurationTest, EveryKeyIsRead) {
+TEST_F(ConfigurationReading, EveryKeyIsRead) {
   const Configuration configuration = good(kEverything);
   EXPECT_EQ(configuration.adminGroup, "wheel");
   EXPECT_EQ(configuration.viewGroup, "audience");
@@ -123,7 +123,7 @@ TEST_F(ConfigurationTest, EveryKeyIsRead) {
   EXPECT_EQ(*nodes[1].dictionary()->string("name"), "plant");
 }
 
-TEST_F(ConfigurationTest, ExtrausersIsABooleanOrAPath) {
+TEST_F(ConfigurationReading, ExtrausersIsABooleanOrAPath) {
   EXPECT_EQ(good("[accounts]\nextrausers = \"/var/lib/extrausers\"")
                 .tree.dictionary("accounts")
                 ->find("extrausers")
@@ -136,7 +136,7 @@ TEST_F(ConfigurationTest, ExtrausersIsABooleanOrAPath) {
               ElementsAre("2: \"accounts.extrausers\" must be an absolute path"));
 }
 
-TEST_F(ConfigurationTest, WhatIsWrongWithADirectoryServerIsSaid) {
+TEST_F(ConfigurationReading, DirectoryServerProblemsAreReported) {
   const std::string whole = "[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://x\"\n";
   EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://a http://b\"\n"),
               ElementsAre(HasSubstr("4: \"ldap.uri\" must begin with \"ldap://\"")));
@@ -159,14 +159,14 @@ TEST_F(ConfigurationTest, WhatIsWrongWithADirectoryServerIsSaid) {
     EXPECT_THAT(problemsOf(whole + right), IsEmpty()) << right;
 }
 
-TEST_F(ConfigurationTest, BoundsOfADirectoryServerHaveBounds) {
+TEST_F(ConfigurationReading, BoundsOfADirectoryServerHaveBounds) {
   const std::string whole = "[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"ldap://x\"\n";
   EXPECT_THAT(problemsOf(whole + "deadline = 0\nanswer_bytes = 1048575\n"),
               ElementsAre("5: \"ldap.deadline\" must be from 1 to 3600",
                           "6: \"ldap.answer_bytes\" must be from 1048576 to 17179869184"));
 }
 
-TEST_F(ConfigurationTest, LdapsBesideAServerInTheClearIsAContradiction) {
+TEST_F(ConfigurationReading, LdapsWithCleartextServerIsContradiction) {
   const auto with = [](const std::string& uri, const std::string& tls) {
     return problemsOf("[[ldap]]\nname = \"a\"\nbase = \"\"\nuri = \"" + uri + "\"\n" + tls);
   };
@@ -181,14 +181,14 @@ TEST_F(ConfigurationTest, LdapsBesideAServerInTheClearIsAContradiction) {
   EXPECT_THAT(with("ldap://a ldaps://b", ""), IsEmpty());
 }
 
-TEST_F(ConfigurationTest, UnknownKeysAreNamedWithTheirLine) {
+TEST_F(ConfigurationReading, UnknownKeysAreNamedWithTheirLine) {
   EXPECT_THAT(problemsOf("top = 1\n\n[access]\nadmin_grup = \"x\"\n\n[other]\na = 1\n"),
               ElementsAre("1: unknown key \"top\"", "4: unknown key \"access.admin_grup\"",
                           "6: unknown key \"other\""));
   EXPECT_THAT(problemsOf("access.group = \"x\""), ElementsAre("1: unknown key \"access.group\""));
 }
 
-TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
+TEST_F(ConfigurationReading, WrongTypesAreNamedWithTheirLine) {
   EXPECT_THAT(problemsOf("[access]\nadmin_group = 1\n[limits]\nconnections = \"many\"\n"
                          "[acl]\nprojection = \"yes\"\n[volumes]\nufs_family = \"ext4\"\n"
                          "[vsp]\nsync_command = [\"a\",\n 1]\n[limits.body_bytes]\n"),
@@ -203,7 +203,7 @@ TEST_F(ConfigurationTest, WrongTypesAreNamedWithTheirLine) {
               ElementsAre("2: \"limits.connections\" must be an integer"));
 }
 
-TEST_F(ConfigurationTest, ACommandBeginsWithTheAbsolutePathOfItsProgram) {
+TEST_F(ConfigurationReading, CommandMustBeginWithAbsolutePath) {
   EXPECT_THAT(problemsOf("[vsp]\nsync_command = [\"vsp\"]\n[nfs]\nupdate_command = [\"\", \"/x\"]\n"
                          "[indexing]\ncommand = [\n\"bin/tell\"]\n"),
               ElementsAre("2: \"vsp.sync_command\" must begin with an absolute path",
@@ -212,7 +212,7 @@ TEST_F(ConfigurationTest, ACommandBeginsWithTheAbsolutePathOfItsProgram) {
   EXPECT_THAT(problemsOf("[indexing]\ncommand = []\n"), IsEmpty());
 }
 
-TEST_F(ConfigurationTest, ValuesOutOfTheirRangeAreNamedWithTheirLine) {
+TEST_F(ConfigurationReading, OutOfRangeValuesAreNamedWithLine) {
   EXPECT_THAT(problemsOf("[limits]\nconnections = 0\nconnections_per_user = 100000\n"
                          "body_bytes = -1\n"),
               ElementsAre("2: \"limits.connections\" must be from 1 to 4096",
@@ -239,7 +239,7 @@ TEST_F(ConfigurationTest, ValuesOutOfTheirRangeAreNamedWithTheirLine) {
               ElementsAre("2: \"access.admin_group\" must not hold a NUL"));
 }
 
-TEST_F(ConfigurationTest, DirectoryNodesAreCheckedOneByOne) {
+TEST_F(ConfigurationReading, DirectoryNodesAreCheckedOneByOne) {
   EXPECT_THAT(problemsOf("[[ldap]]\nname = \"a\"\nuri = \"ldap://x\"\n"),
               ElementsAre("1: [[ldap]] has no \"base\""));
   EXPECT_THAT(problemsOf("[ldap]\nname = \"a\"\n"),
@@ -254,19 +254,19 @@ TEST_F(ConfigurationTest, DirectoryNodesAreCheckedOneByOne) {
               ElementsAre("2: \"ldap.name\" must be a name without a slash"));
 }
 
-TEST_F(ConfigurationTest, MalformedTextIsNamedWithItsLine) {
+TEST_F(ConfigurationReading, MalformedTextIsNamedWithItsLine) {
   EXPECT_THAT(problemsOf("[access]\nadmin_group = \n"), ElementsAre(HasSubstr("2: ")));
   EXPECT_THAT(problemsOf("[access]\n[access]\n"), ElementsAre(HasSubstr("2: ")));
   EXPECT_THAT(problemsOf("\xff\xfe"), ElementsAre(HasSubstr("1: ")));
 }
 
-TEST_F(ConfigurationTest, AMissingFileIsAnEmptyConfiguration) {
+TEST_F(ConfigurationReading, AMissingFileIsAnEmptyConfiguration) {
   std::vector<ConfigurationProblem> problems;
   EXPECT_TRUE(readConfiguration("/no/such/file.toml", problems).tree.empty());
   EXPECT_THAT(problems, IsEmpty());
 }
 
-TEST_F(ConfigurationTest, AFileThatCannotBeReadIsAProblem) {
+TEST_F(ConfigurationReading, UnreadableFileIsReportedAsProblem) {
   const TestFolder folder;
   std::vector<ConfigurationProblem> problems;
   readConfiguration(folder.path(), problems);
@@ -274,12 +274,12 @@ TEST_F(ConfigurationTest, AFileThatCannotBeReadIsAProblem) {
   EXPECT_THAT(describeProblem("FILE", problems[0]), HasSubstr("FILE: "));
 }
 
-TEST_F(ConfigurationTest, ProblemsAreDescribedWithFileAndLine) {
+TEST_F(ConfigurationReading, ProblemsAreDescribedWithFileAndLine) {
   EXPECT_EQ(describeProblem("/etc/x.toml", {7, "bad"}), "/etc/x.toml:7: bad");
   EXPECT_EQ(describeProblem("/etc/x.toml", {0, "bad"}), "/etc/x.toml: bad");
 }
 
-TEST_F(ConfigurationTest, WhatIsInstalledHasItsFileBelowItsRoot) {
+TEST_F(ConfigurationReading, InstalledConfigurationIsReadBelowRoot) {
   const TestFolder root;
   EXPECT_TRUE(readInstalledConfiguration(root.path()).empty());
   std::filesystem::create_directories(root.path("etc/paddock"));

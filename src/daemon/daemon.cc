@@ -15,25 +15,80 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
+#include <string>
 
 #include "base/file_access.h"
 #include "base/installed_root.h"
 #include "base/program_start.h"
 #include "base/system_call.h"
+#include "base/text.h"
 #include "configuration/configuration.h"
+#include "daemon/daemon_options.h"
 #include "daemon/http/http_server.h"
 #include "daemon/http/listening_socket.h"
 #include "daemon/idle_clock.h"
-#include "daemon/ldap_trial.h"
-#include "daemon/paths.h"
-#include "daemon/plugins/daemon_host.h"
-#include "daemon/plugins/module_loader.h"
-#include "paddock/request_lines.h"
+#include "daemon/plugins/loaded_plugin.h"
+#include "daemon/plugins/plugin_registry.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
 namespace paddock {
+
+namespace {
+
+constexpr const char* kPlugin = "paddock_directory";
+
+Array serverPaths(const Configuration& configuration) {
+  Array paths;
+  const Array* servers = configuration.tree.array("ldap");
+  if (servers == nullptr) return paths;
+  for (const Value& server : *servers) {
+    const std::string* name =
+        server.dictionary() != nullptr ? server.dictionary()->string("name") : nullptr;
+    if (name != nullptr) paths.emplace_back("/LDAP/" + *name);
+  }
+  return paths;
+}
+
+std::string textOf(const Dictionary& node, const char* key) {
+  const std::string* text = node.string(key);
+  return text != nullptr ? printable(*text) : std::string();
+}
+
+std::string describe(const Dictionary& node) {
+  const std::string error = textOf(node, "error");
+  const std::string basis = textOf(node, "basis");
+  return textOf(node, "path") + ": " + textOf(node, "state") +
+         (basis == "configured" ? " (as configured), " : ", ") +
+         std::to_string(node.integer("milliseconds").value_or(0)) + " ms" +
+         (error.empty() ? "" : ": " + error);
+}
+
+}  // namespace
+
+bool tryLdapServers(const Configuration& configuration, const Paths& paths, std::ostream& stream) {
+  Array servers = serverPaths(configuration);
+  if (servers.empty()) return true;
+  const std::size_t expected = servers.size();
+  const DaemonHost host(paths.root(), configuration.tree);
+  const LoadedPlugin plugin = loadPlugin(paths.bundles(), kPlugin);
+  const Dictionary reply =
+      plugin.handler->performOperation("listNodes", {{"paths", std::move(servers)}});
+  const Array* nodes = reply.array("nodes");
+  if (nodes == nullptr || nodes->size() != expected)
+    throw std::runtime_error(std::string("plug-in ") + kPlugin + " does not tell of the servers");
+  bool good = true;
+  for (const Value& value : *nodes) {
+    const Dictionary node = value.dictionary() != nullptr ? *value.dictionary() : Dictionary();
+    good = good && !node.contains("error");
+    stream << describe(node) << '\n';
+  }
+  stream.flush();
+  return good;
+}
+
 namespace {
 
 constexpr mode_t kUmask = 022;
@@ -71,7 +126,8 @@ sigset_t blockSignals() {
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) ::sigaddset(&signals, number);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
-  // Sent to who has a lease on a file that somebody opens, which ends a process otherwise.
+  // Sent to the holder of a lease when the file is opened; the default action terminates the
+  // process.
   ::signal(SIGIO, SIG_IGN);
   return signals;
 }
@@ -202,7 +258,7 @@ int runDaemon(const Options& options) {
   openLog(!root.empty(), options.debug);
   try {
     RunningConfiguration running(std::filesystem::absolute(file), required, configuration);
-    // Programs that run for the daemon look for nothing in the folder that it was started from.
+    // Programs that run for the daemon must not search the folder that it was started from.
     if (::chdir("/") != 0) throw std::runtime_error("the folder / cannot be entered");
     serve(paths, running, signals);
   } catch (const std::exception& error) {

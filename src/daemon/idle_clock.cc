@@ -9,7 +9,7 @@ IdleClock::IdleClock(std::function<void(std::uint64_t)> tick, std::chrono::milli
 
 IdleClock::~IdleClock() {
   {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
   }
   changed_.notify_all();
@@ -20,8 +20,9 @@ void IdleClock::run() {
   auto due = std::chrono::steady_clock::now() + interval_;
   for (std::uint64_t count = 1;; ++count) {
     {
-      std::unique_lock lock(mutex_);
-      if (changed_.wait_until(lock, due, [this] { return stopping_; })) return;
+      MutexLock lock(mutex_);
+      while (!stopping_ && changed_.wait_until(mutex_, due)) continue;
+      if (stopping_) return;
     }
     tick_(count);
     // Ticks that a slow one left no room for are left out, not made up for.

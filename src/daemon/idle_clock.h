@@ -2,11 +2,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "base/mutex.h"
 
 namespace paddock {
 
@@ -16,7 +16,7 @@ class IdleClock {
                      std::chrono::milliseconds interval = std::chrono::seconds(1));
   IdleClock(const IdleClock&) = delete;
   IdleClock& operator=(const IdleClock&) = delete;
-  // Waits for a tick that is under way.
+  // Waits for a running tick.
   ~IdleClock();
 
  private:
@@ -24,9 +24,9 @@ class IdleClock {
 
   std::function<void(std::uint64_t)> tick_;
   std::chrono::milliseconds interval_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool stopping_ = false;
+  Mutex mutex_;
+  ConditionVariable changed_;
+  bool stopping_ PADDOCK_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

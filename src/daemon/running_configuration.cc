@@ -100,19 +100,19 @@ RunningConfiguration::RunningConfiguration(std::string file, bool required, Conf
       state_{file_, std::chrono::system_clock::now(), {}, {}, {}} {}
 
 std::shared_ptr<const Configuration> RunningConfiguration::current() const {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   return current_;
 }
 
 ConfigurationState RunningConfiguration::state() const {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   return state_;
 }
 
 ConfigurationState RunningConfiguration::reload() {
   std::vector<ConfigurationProblem> problems;
   Configuration read = readConfigurationFile(file_, required_, problems);
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   state_.read = std::chrono::system_clock::now();
   state_.problems.clear();
   state_.applied.clear();

@@ -1,52 +1,53 @@
-// The configuration that is in force, and what its file says that is not.
+// The effective configuration, and the keys of its file that are not in effect.
 //
-// Some keys can change while the daemon runs: who may call, the limits, and what plug-ins read anew
-// each time ([access], [audit], [limits], [vsp], [nfs]). What the other keys say decides how
-// services are made at start, and takes a restart. A file in which something is wrong changes
-// nothing. Any thread may ask; one at a time reads again.
+// Some keys can change at run time: who may call, the limits, and what plug-ins read each time
+// ([access], [audit], [limits], [vsp], [nfs]). The other keys determine how services are created at
+// start, and require a restart. A file with errors changes nothing. Thread-safe; one thread at a
+// time may reload.
 #pragma once
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "configuration/configuration.h"
 
 namespace paddock {
 
-// How the file compares with what is in force, as it was when it was last read.
+// The file as of the last reading, compared with the effective configuration.
 struct ConfigurationState {
   std::string file;
   std::chrono::system_clock::time_point read;  // when that was
-  std::vector<std::string> problems;         // "PATH:LINE: TEXT"; with one, nothing was taken over
-  std::vector<std::string> applied;          // keys that were taken over by that reading
-  std::vector<std::string> awaitingRestart;  // keys with another value than the one in force
+  std::vector<std::string> problems;           // "PATH:LINE: TEXT"; with one, nothing was applied
+  std::vector<std::string> applied;            // keys that were applied by that reading
+  std::vector<std::string> awaitingRestart;    // keys whose value differs from the effective one
 };
 
 class RunningConfiguration {
  public:
-  // `read`: what was read at start from `file`, and is right. `required`: the file must be there.
+  // `read`: the valid configuration read from `file` at start. `required`: the file must exist.
   RunningConfiguration(std::string file, bool required, Configuration read);
 
-  // Its tree has the keys that can change as they are now, and the others as they were at start.
+  // Its tree has the current values of the keys that can change, and the initial ones of the
+  // others.
   std::shared_ptr<const Configuration> current() const;
   ConfigurationState state() const;
 
-  // Reads the file again.
+  // Reloads the file.
   ConfigurationState reload();
 
  private:
   const std::string file_;
   const bool required_;
   const Dictionary atStart_;
-  mutable std::mutex mutex_;
-  std::shared_ptr<const Configuration> current_;
-  ConfigurationState state_;
+  mutable Mutex mutex_;
+  std::shared_ptr<const Configuration> current_ PADDOCK_GUARDED_BY(mutex_);
+  ConfigurationState state_ PADDOCK_GUARDED_BY(mutex_);
 };
 
-// Reads the file; one that is `required` and absent is a problem.
+// Reads the file; a missing one that is `required` is a problem.
 Configuration readConfigurationFile(const std::string& file, bool required,
                                     std::vector<ConfigurationProblem>& problems);
 

@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class RunningConfigurationTest : public ::testing::Test {
+class ConfigurationReload : public ::testing::Test {
  protected:
   void write(const std::string& text) { writeWholeFile(file_, text); }
   RunningConfiguration start(const std::string& text) {
@@ -29,7 +29,7 @@ class RunningConfigurationTest : public ::testing::Test {
   std::string file_ = folder_.path("paddockd.toml");
 };
 
-TEST_F(RunningConfigurationTest, TakesOverWhatCanChange) {
+TEST_F(ConfigurationReload, TakesOverWhatCanChange) {
   RunningConfiguration running = start("[limits]\nbody_bytes = 10\n[vsp]\nstate = \"stopped\"\n");
   const auto before = running.current();
   write("[access]\nview_group = \"those\"\n[limits]\nconnections = 7\n");
@@ -45,7 +45,7 @@ TEST_F(RunningConfigurationTest, TakesOverWhatCanChange) {
   EXPECT_EQ(before->bodyBytes, 10U);
 }
 
-TEST_F(RunningConfigurationTest, NamesTheKeysThatTakeARestart) {
+TEST_F(ConfigurationReload, NamesTheKeysThatTakeARestart) {
   const std::string server = "[[ldap]]\nname = \"a\"\nuri = \"ldap://a\"\nbase = \"\"\n";
   RunningConfiguration running = start("[acl]\nprojection = false\n" + server);
   write("[acl]\nwinbind = false\n[indexing]\ncommand = [\"/bin/true\"]\n");
@@ -59,7 +59,7 @@ TEST_F(RunningConfigurationTest, NamesTheKeysThatTakeARestart) {
   EXPECT_THAT(running.reload().awaitingRestart, IsEmpty());
 }
 
-TEST_F(RunningConfigurationTest, TheAdministratorsGroupIsOnlyPartlyTakenOver) {
+TEST_F(ConfigurationReload, TheAdministratorsGroupIsOnlyPartlyTakenOver) {
   RunningConfiguration running = start("");
   write("[access]\nadmin_group = \"these\"\n");
   const ConfigurationState state = running.reload();
@@ -68,7 +68,7 @@ TEST_F(RunningConfigurationTest, TheAdministratorsGroupIsOnlyPartlyTakenOver) {
   EXPECT_EQ(running.current()->adminGroup, "these");
 }
 
-TEST_F(RunningConfigurationTest, KeepsWhatIsInForceWhenTheFileIsWrong) {
+TEST_F(ConfigurationReload, InvalidFileKeepsCurrentConfiguration) {
   RunningConfiguration running = start("[limits]\nbody_bytes = 10\n");
   write("[limits]\nbody_bytes = 20\nbogus = 1\n");
   const ConfigurationState state = running.reload();
@@ -81,7 +81,7 @@ TEST_F(RunningConfigurationTest, KeepsWhatIsInForceWhenTheFileIsWrong) {
   EXPECT_EQ(running.current()->bodyBytes, 20U);
 }
 
-TEST_F(RunningConfigurationTest, AFileThatMustBeThereIsMissed) {
+TEST_F(ConfigurationReload, AFileThatMustBeThereIsMissed) {
   RunningConfiguration running = start("[limits]\nbody_bytes = 10\n");
   ASSERT_EQ(std::remove(file_.c_str()), 0);
   EXPECT_THAT(running.reload().problems, ElementsAre(file_ + ": there is no such file"));

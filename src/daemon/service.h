@@ -1,4 +1,4 @@
-// What every request is answered with: the parts of the daemon that its exchange uses.
+// The parts of the daemon that an exchange uses to answer its request.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@
 #include "daemon/audit/password_delays.h"
 #include "daemon/audit/request_log.h"
 #include "daemon/http/memory_budget.h"
-#include "daemon/http/request_id.h"
+#include "daemon/http/request_names.h"
 #include "daemon/plugins/plugin_registry.h"
 #include "daemon/running_configuration.h"
 

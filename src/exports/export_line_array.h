@@ -1,8 +1,8 @@
 // The lines of the exports file in their order: raw lines and exports.
 //
-// Beside the lines stands an index of the exports by path, so that lookups, removals and
-// insertions take constant time however long the file is. A record that is in the array may be
-// given another path at any time; the index notices.
+// An index maps paths to exports, so that lookups, removals and insertions take constant time
+// however long the file is. A record that is in the array may be given another path at any time;
+// the index notices.
 //
 // Records count as equal when their identifiers are, that is, their paths; a record without a
 // path equals itself alone and is never found.
@@ -45,9 +45,9 @@ class ExportLineArray {
   Position lastExport();
   Position end() { return elements_.end(); }
 
-  // Where the line came to stand.
+  // Returns the position of the line.
   Position insertLine(Position before, std::string line);
-  // Before the first export, or at the very top when there is none.
+  // Inserts before the first export, or at the very top when there is none.
   void insertFirst(const NFSExportRecordPtr& record);
   void removeLine(Position position) { elements_.erase(position); }
 
@@ -75,9 +75,8 @@ class ExportLineArray {
   Elements elements_;
   Position firstExport_ = elements_.end();
   std::size_t exportCount_ = 0;
-  // Exports with a path, those with the same one in the order of the lines. Made when it is first
-  // asked for. The keys are the records' own texts: nothing is looked up in an index that is not
-  // up to date.
+  // Exports by path, those with the same one in line order. Built lazily. The keys refer to the
+  // records' own texts: an outdated index must not be searched.
   std::unordered_map<std::string_view, SamePath> byPath_;
   bool indexed_ = false;
   std::uint64_t pathChanges_ = NFSExportRecord::listedPathChanges();

@@ -91,7 +91,7 @@ class PlainLines {
   std::vector<Element> lines_;
 };
 
-class PlainWalkTest : public ParserTest, public testing::WithParamInterface<unsigned> {
+class PlainWalk : public ParserTest, public testing::WithParamInterface<unsigned> {
  protected:
   std::size_t number(std::size_t below) { return random_() % below; }
   std::string path() { return "/srv/" + std::to_string(number(6)); }
@@ -123,7 +123,7 @@ class PlainWalkTest : public ParserTest, public testing::WithParamInterface<unsi
 };
 
 // Each object belongs to both arrays, so that a change of its path shows in both.
-TEST_P(PlainWalkTest, GivesTheSameBytes) {
+TEST_P(PlainWalk, GivesTheSameBytes) {
   for (int file = 0; file < 20; ++file) {
     const std::string text = randomFile();
     const auto parser = parserOf(text);
@@ -166,9 +166,9 @@ TEST_P(PlainWalkTest, GivesTheSameBytes) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, PlainWalkTest, testing::Range(1U, 26U));
+INSTANTIATE_TEST_SUITE_P(Seeds, PlainWalk, testing::Range(1U, 26U));
 
-TEST(ExportLineArrayTest, ARecordInTwoArraysIsFoundInBothUnderItsNewPath) {
+TEST(ExportLineArrays, RecordInTwoArraysFollowsPathChange) {
   ExportLineArray one;
   ExportLineArray two;
   const auto record = exportTo("/srv/a");

@@ -9,7 +9,6 @@
 #include "base/text.h"
 #include "exports/export_options.h"
 #include "exports/exports_entry.h"
-#include "exports/exports_tokens.h"
 
 namespace paddock {
 

@@ -45,8 +45,8 @@ std::optional<std::string> readExportsPath(std::string_view line);
 // backslashes (with the digits after them) in the path.
 std::string writeExportsLine(const ExportsLine& line);
 
-// Why the export cannot be a line that is read back as it is, as a text for an administrator;
-// absent when it can.
+// Why the export cannot be written as a line that reads back identically, as a text for an
+// administrator; nullopt when it can.
 std::optional<std::string> exportsLineFault(const ExportsLine& line);
 
 }  // namespace paddock

@@ -19,25 +19,25 @@ std::string pathOf(std::string_view line) {
   return read ? read->path : "(none)";
 }
 
-TEST(ReadExportsLineTest, ReadsPathClientsAndOptions) {
+TEST(ReadExportsLine, ReadsPathClientsAndOptions) {
   EXPECT_EQ(
       readExportsLine("/srv/a 10.0.0.0/8(rw,sync) *.example.com @trusted(ro)"),
       (ExportsLine{"/srv/a",
                    {{"10.0.0.0/8", {"rw", "sync"}}, {"*.example.com", {}}, {"@trusted", {"ro"}}}}));
 }
 
-TEST(ReadExportsLineTest, AnyBlanksSeparate) {
+TEST(ReadExportsLine, AnyBlanksSeparate) {
   EXPECT_EQ(readExportsLine("/srv/a \t  a(ro)\t\tb(rw)  "),
             (ExportsLine{"/srv/a", {{"a", {"ro"}}, {"b", {"rw"}}}}));
 }
 
-TEST(ReadExportsLineTest, ALineWithoutClientsExportsToEverybody) {
+TEST(ReadExportsLine, ALineWithoutClientsExportsToEverybody) {
   EXPECT_EQ(readExportsLine("/srv/a"), oneClient("/srv/a"));
   EXPECT_EQ(readExportsLine("/srv/a # comment"), oneClient("/srv/a"));
   EXPECT_EQ(readExportsLine("/srv/a (rw)"), oneClient("/srv/a", "*", {"rw"}));
 }
 
-TEST(ReadExportsLineTest, DefaultOptionsGoBeforeThoseOfEachClientBehindThem) {
+TEST(ReadExportsLine, DefaultOptionsPrecedeThoseOfLaterClients) {
   EXPECT_EQ(readExportsLine("/srv/a first -rw,sync second third(ro) -insecure fourth"),
             (ExportsLine{"/srv/a",
                          {{"first", {}},
@@ -47,59 +47,59 @@ TEST(ReadExportsLineTest, DefaultOptionsGoBeforeThoseOfEachClientBehindThem) {
   EXPECT_EQ(readExportsLine("/srv/a - b"), oneClient("/srv/a", "b"));
 }
 
-TEST(ReadExportsLineTest, DefaultOptionsAtTheEndExportToEverybody) {
+TEST(ReadExportsLine, DefaultOptionsAtTheEndExportToEverybody) {
   EXPECT_EQ(readExportsLine("/srv/a -rw"), oneClient("/srv/a", "*", {"rw"}));
   EXPECT_EQ(readExportsLine("/srv/a b(ro) -rw"),
             (ExportsLine{"/srv/a", {{"b", {"ro"}}, {"*", {"rw"}}}}));
 }
 
-TEST(ReadExportsLineTest, ACommentEndsTheLineOnlyBetweenWords) {
+TEST(ReadExportsLine, ACommentEndsTheLineOnlyBetweenWords) {
   EXPECT_EQ(readExportsLine("/srv/a b(ro) # c(rw)"), oneClient("/srv/a", "b", {"ro"}));
   EXPECT_EQ(pathOf("/srv/a#b *(ro)"), "/srv/a#b");
   EXPECT_FALSE(readExportsLine("/srv/a b(ro)# c"));
   EXPECT_FALSE(readExportsLine("# /srv/a b(ro)"));
 }
 
-TEST(ReadExportsLineTest, EmptyOptionListsAndACommaAtTheEndAreAllowed) {
+TEST(ReadExportsLine, AcceptsEmptyOptionListsAndTrailingComma) {
   EXPECT_EQ(readExportsLine("/srv/a b()"), oneClient("/srv/a", "b"));
   EXPECT_EQ(readExportsLine("/srv/a b(ro,)"), oneClient("/srv/a", "b", {"ro"}));
   EXPECT_FALSE(readExportsLine("/srv/a b(ro,,rw)"));
   EXPECT_FALSE(readExportsLine("/srv/a b(,rw)"));
 }
 
-TEST(ReadExportsLineTest, ReadsQuotes) {
+TEST(ReadExportsLine, ReadsQuotes) {
   EXPECT_EQ(readExportsLine("\"/srv/a b\" \"c\"(ro)"), oneClient("/srv/a b", "c", {"ro"}));
   EXPECT_EQ(pathOf("/srv/\"a b\"c *"), "/srv/a bc");
   EXPECT_FALSE(readExportsLine("\"/srv/a b c(ro)"));
   EXPECT_FALSE(readExportsLine("/srv/a \"\" b(ro)"));
 }
 
-TEST(ReadExportsLineTest, ReadsOctalEscapes) {
+TEST(ReadExportsLine, ReadsOctalEscapes) {
   EXPECT_EQ(pathOf("/srv/a\\040b *"), "/srv/a b");
   EXPECT_EQ(pathOf("\"/srv/a\\042b\" *"), "/srv/a\"b");
   EXPECT_EQ(pathOf("/srv/\\303\\251 *"), "/srv/\xC3\xA9");
 }
 
-TEST(ReadExportsLineTest, WhatIsNoEscapeIsTakenAsItIs) {
+TEST(ReadExportsLine, InvalidEscapesStayLiteral) {
   EXPECT_EQ(pathOf("/srv/\\400 *"), "/srv/\\400");
   EXPECT_EQ(pathOf("/srv/\\x41 *"), "/srv/\\x41");
   EXPECT_EQ(pathOf("/srv/\\08a *"), "/srv/\\08a");
 }
 
-// Deliberate: nfs-utils looks at the last four characters of what it has, escapes included.
-TEST(ReadExportsLineTest, AnEscapedBackslashBeforeDigitsIsAnEscapeAgain) {
+// Deliberate: nfs-utils examines the last four characters of its buffer, escapes included.
+TEST(ReadExportsLine, EscapedBackslashBeforeDigitsStartsAnotherEscape) {
   EXPECT_EQ(pathOf("/srv/\\134040b *"), "/srv/ b");
   EXPECT_EQ(pathOf("/srv/\\134\\060\\064\\060b *"), "/srv/\\040b");
 }
 
-TEST(ReadExportsLineTest, ACarriageReturnEndsAWord) {
+TEST(ReadExportsLine, ACarriageReturnEndsAWord) {
   EXPECT_EQ(readExportsLine("/srv/a b(ro)\r"), oneClient("/srv/a", "b", {"ro"}));
   EXPECT_EQ(readExportsLine("/srv/a b(ro) \r"), oneClient("/srv/a", "b", {"ro"}));
   EXPECT_EQ(readExportsLine("/srv/a\r"), oneClient("/srv/a"));
   EXPECT_FALSE(readExportsLine("/srv/a \fb(ro)"));
 }
 
-TEST(ReadExportsLineTest, AnEntryThatGoesOnIsReadToItsEnd) {
+TEST(ReadExportsLine, ContinuedEntryIsReadToItsEnd) {
   const ExportsLine two = {"/srv/a", {{"b", {"ro"}}, {"c", {"rw"}}}};
   EXPECT_EQ(readExportsLine("/srv/a b(ro) \\\n  c(rw)"), two);
   EXPECT_EQ(readExportsLine("/srv/a \\\n\tb(ro) \\\n\\\nc(rw) # \\"), two);
@@ -109,13 +109,13 @@ TEST(ReadExportsLineTest, AnEntryThatGoesOnIsReadToItsEnd) {
   EXPECT_EQ(readExportsLine("\"/srv/a\nb\" c(rw)"), oneClient("/srv/a\nb", "c", {"rw"}));
 }
 
-TEST(ReadExportsLineTest, TwoEntriesAreNoExport) {
+TEST(ReadExportsLine, TwoEntriesAreNoExport) {
   EXPECT_FALSE(readExportsLine("/srv/a b(ro)\n/srv/c d(ro)"));
   EXPECT_FALSE(readExportsLine("# a \\\n/srv/c d(ro)"));
   EXPECT_FALSE(readExportsLine("/srv/a b(ro) # a \\\n/srv/c d(ro)"));
 }
 
-TEST(ReadExportsLineTest, WhatIsNoExport) {
+TEST(ReadExportsLine, WhatIsNoExport) {
   EXPECT_FALSE(readExportsLine(""));
   EXPECT_FALSE(readExportsLine("srv/a b(ro)"));
   EXPECT_FALSE(readExportsLine("\"\" b(ro)"));
@@ -132,7 +132,7 @@ TEST(ReadExportsLineTest, WhatIsNoExport) {
   EXPECT_FALSE(readExportsLine("/srv/a *\n/srv/b *"));
 }
 
-TEST(ReadExportsLineTest, WordsOfMoreThanTheServersLengthAreNone) {
+TEST(ReadExportsLine, WordsBeyondServerLimitAreRejected) {
   const std::string longest = "/" + std::string(1023, 'p');
   EXPECT_EQ(pathOf(longest + " *"), longest);
   EXPECT_FALSE(readExportsLine(longest + "p *"));
@@ -141,28 +141,28 @@ TEST(ReadExportsLineTest, WordsOfMoreThanTheServersLengthAreNone) {
 }
 
 // An escape takes up four bytes of the server's buffer before it becomes one.
-TEST(ReadExportsLineTest, AnEscapeAtTheEndOfTheLongestPathDoesNotFit) {
+TEST(ReadExportsLine, TrailingEscapeCountsTowardsPathLimit) {
   EXPECT_TRUE(readExportsLine("/" + std::string(1020, 'p') + "\\040 *"));
   EXPECT_FALSE(readExportsLine("/" + std::string(1021, 'p') + "\\040 *"));
 }
 
-TEST(WriteExportsLineTest, WritesOneBlankBetweenTheParts) {
+TEST(WriteExportsLine, WritesOneBlankBetweenTheParts) {
   EXPECT_EQ(writeExportsLine({"/srv/a", {{"a", {"rw", "sync"}}, {"b", {}}}}),
             "/srv/a a(rw,sync) b");
 }
 
-TEST(WriteExportsLineTest, EscapesWhatTheServerWouldReadDifferently) {
+TEST(WriteExportsLine, EscapesWhatTheServerWouldReadDifferently) {
   EXPECT_EQ(writeExportsLine(oneClient("/srv/a b\t\n\"#\x7F")),
             "/srv/a\\040b\\011\\012\\042\\043\\177 *");
   EXPECT_EQ(writeExportsLine(oneClient("/srv/a,(b)-'\xC3\xA9")), "/srv/a,(b)-'\xC3\xA9 *");
 }
 
-TEST(WriteExportsLineTest, EscapesTheDigitsBehindABackslash) {
+TEST(WriteExportsLine, EscapesTheDigitsBehindABackslash) {
   EXPECT_EQ(writeExportsLine(oneClient("/srv/\\0401 7")), "/srv/\\134\\060\\064\\060\\061\\0407 *");
   EXPECT_EQ(writeExportsLine(oneClient("/srv/\\n1")), "/srv/\\134n1 *");
 }
 
-TEST(WriteExportsLineTest, EveryPathComesBackAsItWas) {
+TEST(WriteExportsLine, EveryPathComesBackAsItWas) {
   const std::string alphabet = "/a \t\\\"#0147\n(,)\xC3\xA9";
   std::string path = "/";
   for (std::size_t first = 0; first < 13; ++first) {
@@ -176,14 +176,14 @@ TEST(WriteExportsLineTest, EveryPathComesBackAsItWas) {
   }
 }
 
-TEST(ExportsLineFaultTest, AnOrdinaryExportHasNone) {
+TEST(ExportsLineFault, AnOrdinaryExportHasNone) {
   EXPECT_FALSE(exportsLineFault({"/srv/a b",
                                  {{"10.0.0.0/255.0.0.0", {"rw", "anonuid=-2"}},
                                   {"[a-z]?.example", {"sec=krb5:sys"}},
                                   {"fe80::1", {"mp=/srv/a#b"}}}}));
 }
 
-TEST(ExportsLineFaultTest, PathsThatNoLineCanHold) {
+TEST(ExportsLineFault, PathsThatNoLineCanHold) {
   EXPECT_TRUE(exportsLineFault(oneClient("")));
   EXPECT_TRUE(exportsLineFault(oneClient("srv/a")));
   EXPECT_TRUE(exportsLineFault(oneClient(std::string("/srv\0a", 6))));
@@ -192,11 +192,11 @@ TEST(ExportsLineFaultTest, PathsThatNoLineCanHold) {
   EXPECT_TRUE(exportsLineFault(oneClient("/" + std::string(1021, 'p') + " ")));
 }
 
-TEST(ExportsLineFaultTest, AnExportToNobodyIsNotOneToEverybody) {
+TEST(ExportsLineFault, ExportWithoutClientsIsRefused) {
   EXPECT_EQ(exportsLineFault({"/srv/a", {}}), "the export has no client");
 }
 
-TEST(ExportsLineFaultTest, HostsThatNoLineCanHold) {
+TEST(ExportsLineFault, HostsThatNoLineCanHold) {
   for (const char* host : {"", "-ro", "a b", "a\tb", "a\nb", "a(b", "a)", "\"a\"", "#a", "a#b",
                            "a,b", "a\\040", "a\x01", "\xFF"}) {
     EXPECT_TRUE(exportsLineFault(oneClient("/srv/a", host))) << host;
@@ -204,24 +204,24 @@ TEST(ExportsLineFaultTest, HostsThatNoLineCanHold) {
   EXPECT_TRUE(exportsLineFault(oneClient("/srv/a", std::string(508, 'h'), {"ro"})));
 }
 
-TEST(ExportsLineFaultTest, OptionsThatNoLineCanHold) {
+TEST(ExportsLineFault, OptionsThatNoLineCanHold) {
   for (const char* option : {"", "r o", "ro\n", "ro)", "(ro", "ro,rw", "mp=\"/a\"", "mp=/a\\040b",
                              "mp=/a b", "ro\x01", "mp=/\xFF"}) {
     EXPECT_TRUE(exportsLineFault(oneClient("/srv/a", "*", {option}))) << option;
   }
 }
 
-TEST(ExportsLineFaultTest, AnOptionThatExportfsDoesNotKnowIsNamed) {
+TEST(ExportsLineFault, OptionUnknownToExportfsIsNamed) {
   EXPECT_EQ(exportsLineFault(oneClient("/srv/a", "*", {"ro", "bogus"})),
             "\"bogus\" is no export option");
 }
 
-TEST(ExportsLineFaultTest, OneHostIsNamedOnce) {
+TEST(ExportsLineFault, OneHostIsNamedOnce) {
   EXPECT_EQ(exportsLineFault({"/srv/a", {{"b", {"ro"}}, {"c", {}}, {"b", {"rw"}}}}),
             "the client b is named twice");
 }
 
-TEST(ExportOptionTest, KnowsTheOptionsOfExportsWithTheirValues) {
+TEST(ExportOptions, KnowsTheOptionsOfExportsWithTheirValues) {
   for (const char* option : {"ro",
                              "rw",
                              "no_root_squash",
@@ -246,14 +246,14 @@ TEST(ExportOptionTest, KnowsTheOptionsOfExportsWithTheirValues) {
   }
 }
 
-TEST(ExportOptionTest, KnowsNothingElse) {
+TEST(ExportOptions, KnowsNothingElse) {
   for (const char* option : {"", "RO", "bogus", "fsid=", "fsid=abc", "anonuid=", "anonuid=x",
                              "sec=", "sec=bogus", "sec=sys:", "mp=", "refer=", "root_squash="}) {
     EXPECT_FALSE(isExportOption(option)) << option;
   }
 }
 
-TEST(ExportOptionTest, IdsAreNumbersOf32Bits) {
+TEST(ExportOptions, IdsAreNumbersOf32Bits) {
   EXPECT_TRUE(isExportOption("anonuid=4294967295"));
   for (const char* option : {"anonuid=4294967296", "anongid=4294967296", "anonuid=-2147483649",
                              "fsid=4294967296", "fsid=-1"}) {
@@ -261,7 +261,7 @@ TEST(ExportOptionTest, IdsAreNumbersOf32Bits) {
   }
 }
 
-TEST(ExportsNetworkTest, AnAddressWithAPrefixOrAMask) {
+TEST(ExportsNetwork, AnAddressWithAPrefixOrAMask) {
   for (const char* host :
        {"10.0.0.0/8", "10.0.0.0/0", "10.0.0.0/255.0.0.0", "2001:db8::/32", "2001:db8::1/128"}) {
     EXPECT_FALSE(exportsLineFault({"/srv/a", {{host, {"ro"}}}})) << host;
@@ -272,12 +272,12 @@ TEST(ExportsNetworkTest, AnAddressWithAPrefixOrAMask) {
   }
 }
 
-TEST(ExportsNetworkTest, TheHostsThatNameASecurityFlavourAreNoNetworks) {
+TEST(ExportsNetwork, SecurityFlavourHostsAreNoNetworks) {
   EXPECT_FALSE(exportsLineFault({"/srv/a", {{"gss/krb5p", {"ro"}}}}));
   EXPECT_TRUE(exportsLineFault({"/srv/a", {{"gss/other", {"ro"}}}}));
 }
 
-TEST(ReadExportsLineTest, ABackslashAtACommentsEndIsPartOfTheComment) {
+TEST(ReadExportsLine, BackslashEndingCommentBelongsToComment) {
   EXPECT_EQ(readExportsLine("/srv/a *(ro) # old \\"), (ExportsLine{"/srv/a", {{"*", {"ro"}}}}));
 }
 

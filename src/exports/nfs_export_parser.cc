@@ -146,7 +146,7 @@ bool NFSExportParser::load() {
   fault_.clear();
   readLines(text);
   changes_.clear();
-  // A file that was put in the place of the one that we made is somebody else's.
+  // A file that has replaced the one created here belongs to another process.
   if (text != known_) createdFile_ = false;
   know(std::move(text), identity);
   return true;

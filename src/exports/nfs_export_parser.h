@@ -9,16 +9,16 @@
 // all six ASCII white space characters are dropped.
 //
 // Safety. The file as it was before its first change is kept beside it, as FILE.before-paddock.
-// A file that is there but cannot be read (not UTF-8, no permission, above 64 MiB) is never
-// written over. A parser that has neither read nor written its file takes over the lines of one
-// that has appeared meanwhile before it writes. Writing what is in the file already leaves the
-// file alone, its time of change included. A file that is written over although it is not what was
-// last read or written, or that somebody still has open for writing, is kept (see
-// replaced_exports.h); `writeFileKeepingOthersChanges` comes to that only when others write it
-// again and again, or on a file system that cannot put back what gave way. A file that somebody has
-// removed is made anew with what it had, which the log says as an error.
+// A file that is there but cannot be read (not UTF-8, no permission, above 64 MiB) is never written
+// over. A parser that has neither read nor written its file merges the lines of one that has been
+// created concurrently before it writes. Writing unchanged contents leaves the file alone, its
+// ctime included. A file that is overwritten although it is not what was last read or written, or
+// that another process still has open for writing, is kept (see replaced_exports.h);
+// `writeFileKeepingOthersChanges` overwrites one only when others write it repeatedly, or on a file
+// system that cannot exchange the files back. A file that was removed is recreated with its
+// contents, which is logged as an error.
 //
-// Not safe from two threads at once: callers hold the module's request lock.
+// Not thread-safe: callers hold the module's request lock.
 #pragma once
 
 #include <cstddef>
@@ -46,7 +46,7 @@ class NFSExportParser : public ConfigurationParser {
   // A parser of no file (`init`), with no lines.
   NFSExportParser() = default;
 
-  // A parser of the file at `path`, which it reads at once; without a file it has no lines.
+  // A parser of the file at `path`, which is read immediately; without a file it has no lines.
   static std::unique_ptr<NFSExportParser> initWithFile(std::string path);
   static std::unique_ptr<NFSExportParser> parserWithFile(std::string path);
 
@@ -54,32 +54,32 @@ class NFSExportParser : public ConfigurationParser {
   // UTF-8; the lines are then as they were. An exception gives false too, and may leave a part of
   // the lines.
   bool readFile() override;
-  // The same when the file is not what was last read or written, by its identity, size and times:
-  // what was added and removed and not written yet is then added and removed again. Otherwise
-  // nothing, and true.
+  // The same when the file has changed since it was last read or written, by its identity, size and
+  // times: unwritten additions and removals are then reapplied. Otherwise does nothing and returns
+  // true.
   bool readFileIfChanged();
-  // `readFile`, but for exports that were removed and are in the file still, because it could not
-  // be written: they stay removed, and leave the file when it is written next.
+  // `readFile`, except for removed exports that are still in the file because it could not be
+  // written: they stay removed, and leave the file with the next write.
   bool readFileWithoutRemoved();
   // The paths of those exports.
   std::set<std::string> unwrittenRemovals() const;
-  // Whether something was added or removed that is not in the file.
+  // Whether there are additions or removals that are not in the file.
   bool hasUnwrittenChanges() const { return !changes_.empty(); }
-  // `writeFile`, once the file is what was last read or written: as long as it is found changed, or
-  // open for writing elsewhere, it is read as `readFileIfChanged` does, a few times at most.
+  // `writeFile`, provided the file is what was last read or written: while it is changed, or open
+  // for writing elsewhere, it is reread as by `readFileIfChanged`, a few times at most.
   bool writeFileKeepingOthersChanges();
-  // Replaces the file with the lines, the boundary comments around the exports. False, with the
-  // file as it was, when that failed, and when there is neither a file nor anything to write.
-  // The lines are the same afterwards.
+  // Replaces the file with the lines, the boundary comments around the exports. Returns false, with
+  // the file unchanged, on failure, and when there is neither a file nor anything to write. The
+  // lines are not changed.
   bool writeFile() override;
 
-  // Why the file could not be read, copied or written when that was last tried, as "cannot write
-  // FILE: Read-only file system". Empty when it could, and when there was no file.
+  // The error of the last attempt to read, copy or write the file, as "cannot write FILE: Read-only
+  // file system". Empty on success, and when there was no file.
   const std::string& fault() const { return fault_; }
-  // The errno that fits it: EILSEQ for a file that is not UTF-8. Without a fault it says nothing.
+  // Its errno: EILSEQ for a file that is not UTF-8. Meaningless without a fault.
   int faultError() const { return faultError_; }
-  // Whether the file was there with something in it, and is not any more. What it had is kept, and
-  // goes into the next one.
+  // Whether the file existed and was not empty, and has gone. Its contents are kept, and go into
+  // the next one.
   bool isGone() const { return isGone_; }
 
   // Puts the two boundary comments around the span from the first to the last export, whatever
@@ -105,7 +105,7 @@ class NFSExportParser : public ConfigurationParser {
   std::string description() const;
 
  private:
-  // Where the boundary comments stand; none without an export.
+  // Positions of the boundary comments; none without an export.
   using Boundaries = std::vector<ExportLineArray::Position>;
 
   // An export that was added, or the path of those that were removed.
@@ -132,9 +132,9 @@ class NFSExportParser : public ConfigurationParser {
   ExportLineArray lineArray_;
   std::vector<Change> changes_;  // since the file was last read or written
   bool knowsFile_ = false;       // the file was read or written
-  bool createdFile_ = false;     // there was nothing to keep a copy of
+  bool createdFile_ = false;     // there was no file to copy
   bool isGone_ = false;
-  std::string known_;  // what was read or written last
+  std::string known_;  // contents last read or written
   FileIdentity identity_;
   std::string fault_;
   int faultError_ = 0;

@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class NFSExportParserChangesTest : public ParserTest {
+class NFSExportParserChanges : public ParserTest {
  protected:
   // 1'700'000'000 seconds after 1970, as the clock of the tests has it.
   static constexpr const char* kKept = "/etc/exports.replaced-20231114T221320Z";
@@ -34,14 +34,14 @@ class NFSExportParserChangesTest : public ParserTest {
   }
 };
 
-TEST_F(NFSExportParserChangesTest, AChangedFileIsReadAgain) {
+TEST_F(NFSExportParserChanges, AChangedFileIsReadAgain) {
   const auto parser = parserOf("# mine\n");
   files_.setFile(kFile, "# mine\n" + kBegin + "/srv/a *(ro)\n" + kEnd);
   EXPECT_TRUE(parser->readFileIfChanged());
   EXPECT_NE(parser->exportWithPath("/srv/a"), nullptr);
 }
 
-TEST_F(NFSExportParserChangesTest, AnUnchangedFileIsNotReadAgain) {
+TEST_F(NFSExportParserChanges, AnUnchangedFileIsNotReadAgain) {
   const auto parser = parserOf(kBegin + "/srv/a *(ro)\n" + kEnd);
   const auto record = parser->exportWithPath("/srv/a");
   EXPECT_TRUE(parser->readFileIfChanged());
@@ -51,7 +51,7 @@ TEST_F(NFSExportParserChangesTest, AnUnchangedFileIsNotReadAgain) {
   EXPECT_EQ(parser->exportWithPath("/srv/a"), record) << "another file of the same text";
 }
 
-TEST_F(NFSExportParserChangesTest, AChangedFileThatCannotBeReadKeepsThePreviousLines) {
+TEST_F(NFSExportParserChanges, UnreadableFileKeepsPreviousLines) {
   const auto parser = parserOf("# mine\n");
   const std::string before = parser->description();
   files_.setFile(kFile, "# caf\xE9\n");
@@ -61,7 +61,7 @@ TEST_F(NFSExportParserChangesTest, AChangedFileThatCannotBeReadKeepsThePreviousL
   EXPECT_EQ(parser->description(), before);
 }
 
-TEST_F(NFSExportParserChangesTest, WhatWasNotWrittenYetIsDoneAgainOnTheNewLines) {
+TEST_F(NFSExportParserChanges, UnwrittenChangesAreReappliedToNewLines) {
   const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n/srv/b *(ro)\n" + kEnd);
   parser->addOrReplaceExport(exportTo("/srv/c"));
   parser->removeExportWithPath("/srv/a");
@@ -72,7 +72,7 @@ TEST_F(NFSExportParserChangesTest, WhatWasNotWrittenYetIsDoneAgainOnTheNewLines)
   EXPECT_FALSE(parser->hasUnwrittenChanges());
 }
 
-TEST_F(NFSExportParserChangesTest, OfWhatCouldNotBeWrittenTheRemovalsStay) {
+TEST_F(NFSExportParserChanges, UnwrittenRemovalsSurviveRereading) {
   const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n/srv/b *(ro)\n" + kEnd);
   parser->addOrReplaceExport(exportTo("/srv/c"));
   parser->removeExportWithPath("/srv/a");
@@ -82,7 +82,7 @@ TEST_F(NFSExportParserChangesTest, OfWhatCouldNotBeWrittenTheRemovalsStay) {
   EXPECT_EQ(written(*parser), "# mine\n" + kBegin + "/srv/b *(ro)\n" + kEnd);
 }
 
-TEST_F(NFSExportParserChangesTest, WhatCouldNotBeWrittenIsNotThereWhenTheFileCannotBeReadEither) {
+TEST_F(NFSExportParserChanges, UnwrittenAdditionsAreDroppedWhenFileIsUnreadable) {
   const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n/srv/b *(ro)\n" + kEnd);
   parser->addOrReplaceExport(exportTo("/srv/c"));
   parser->removeExportWithPath("/srv/a");
@@ -93,7 +93,7 @@ TEST_F(NFSExportParserChangesTest, WhatCouldNotBeWrittenIsNotThereWhenTheFileCan
   EXPECT_NE(parser->exportWithPath("/srv/b"), nullptr);
 }
 
-TEST_F(NFSExportParserChangesTest, ARemovalIsGivenUpWithWhatWasAddedAgain) {
+TEST_F(NFSExportParserChanges, ReaddedExportCancelsRemoval) {
   const std::string text = "# mine\n" + kBegin + "/srv/a *(rw)\n" + kEnd;
   const auto parser = parserOf(text);
   parser->removeExportWithPath("/srv/a");
@@ -104,7 +104,7 @@ TEST_F(NFSExportParserChangesTest, ARemovalIsGivenUpWithWhatWasAddedAgain) {
   EXPECT_EQ(written(*parser), text);
 }
 
-TEST_F(NFSExportParserChangesTest, ALineWrittenJustBeforeAWriteStays) {
+TEST_F(NFSExportParserChanges, ALineWrittenJustBeforeAWriteStays) {
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   files_.setFile(kFile, "# mine\n/by/hand *(ro)\n");
@@ -114,7 +114,7 @@ TEST_F(NFSExportParserChangesTest, ALineWrittenJustBeforeAWriteStays) {
   EXPECT_THAT(logged(), ElementsAre());
 }
 
-TEST_F(NFSExportParserChangesTest, ALineWrittenInTheLastInstantStays) {
+TEST_F(NFSExportParserChanges, ALineWrittenInTheLastInstantStays) {
   const auto parser = parserOf("# mine\n# theirs\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n/by/hand *(ro)\n"); });
@@ -124,7 +124,7 @@ TEST_F(NFSExportParserChangesTest, ALineWrittenInTheLastInstantStays) {
   EXPECT_THAT(logged(), ElementsAre());
 }
 
-TEST_F(NFSExportParserChangesTest, AFileThatIsMadeInTheLastInstantStays) {
+TEST_F(NFSExportParserChanges, FileCreatedInLastInstantStays) {
   const auto parser = NFSExportParser::parserWithFile(kFile);
   parser->addOrReplaceExport(exportTo("/srv/a"));
   files_.setBeforeReplacing([this] { files_.setFile(kFile, "/by/hand *(ro)\n"); });
@@ -133,7 +133,7 @@ TEST_F(NFSExportParserChangesTest, AFileThatIsMadeInTheLastInstantStays) {
   EXPECT_THAT(keptFiles(), ElementsAre());
 }
 
-TEST_F(NFSExportParserChangesTest, OfTwoInTheLastInstantTheLaterStaysAndTheOtherIsKept) {
+TEST_F(NFSExportParserChanges, LaterEditStaysAndEarlierEditIsKept) {
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n/by/hand *(ro)\n"); });
@@ -150,7 +150,7 @@ TEST_F(NFSExportParserChangesTest, OfTwoInTheLastInstantTheLaterStaysAndTheOther
                   "paddock_sharing: /etc/exports lost the line: /by/hand *(ro)"));
 }
 
-TEST_F(NFSExportParserChangesTest, AFileThatChangesAgainAndAgainIsWrittenOverAndKept) {
+TEST_F(NFSExportParserChanges, RepeatedlyChangingFileIsOverwrittenAndKept) {
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   int edits = 0;
@@ -165,7 +165,7 @@ TEST_F(NFSExportParserChangesTest, AFileThatChangesAgainAndAgainIsWrittenOverAnd
             kBegin + "/srv/a *(ro)\n" + kEnd + "# edit " + std::to_string(edits - 1) + "\n");
 }
 
-TEST_F(NFSExportParserChangesTest, ALineThatIsWrittenOverIsKeptBesideAndLogged) {
+TEST_F(NFSExportParserChanges, OverwrittenLineIsKeptAsideAndLogged) {
   const auto parser = parserOf("# mine\n# theirs\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   files_.setBeforeReplacing([this] { files_.setFile(kFile, "# mine\n  /by/hand *(ro)\x1B[2J\n"); });
@@ -181,7 +181,7 @@ TEST_F(NFSExportParserChangesTest, ALineThatIsWrittenOverIsKeptBesideAndLogged) 
                   "paddock_sharing: /etc/exports has the line again: # theirs"));
 }
 
-TEST_F(NFSExportParserChangesTest, AWriteThatReadsNothingKeepsWhatItWritesOver) {
+TEST_F(NFSExportParserChanges, WriteWithoutReadingKeepsOverwrittenFile) {
   const auto parser = parserOf("# mine\n");
   files_.setFile(kFile, "# by hand\n");
   EXPECT_TRUE(parser->writeFile());
@@ -189,7 +189,7 @@ TEST_F(NFSExportParserChangesTest, AWriteThatReadsNothingKeepsWhatItWritesOver) 
   EXPECT_EQ(files_.contents(kKept), "# by hand\n");
 }
 
-TEST_F(NFSExportParserChangesTest, AFileThatMayChangeYetIsKept) {
+TEST_F(NFSExportParserChanges, AFileThatMayChangeYetIsKept) {
   const auto parser = parserOf("# mine\n");
   files_.setOpenForWriting(true);
   parser->addOrReplaceExport(exportTo("/srv/a"));
@@ -198,7 +198,7 @@ TEST_F(NFSExportParserChangesTest, AFileThatMayChangeYetIsKept) {
   EXPECT_THAT(logged(), ElementsAre(HasSubstr("was open for writing elsewhere")));
 }
 
-TEST_F(NFSExportParserChangesTest, TheLastTenStayAndNoOtherFileGoes) {
+TEST_F(NFSExportParserChanges, PruningLeavesLastTenKeptFilesAndOthers) {
   files_.setFile("/etc/exports.replaced-by-anna", "x");
   const auto parser = parserOf("# mine\n");
   for (int round = 0; round < 13; ++round) {
@@ -214,7 +214,7 @@ TEST_F(NFSExportParserChangesTest, TheLastTenStayAndNoOtherFileGoes) {
   EXPECT_EQ(names.back(), "exports.replaced-by-anna");
 }
 
-TEST_F(NFSExportParserChangesTest, AFileThatCannotBeKeptIsSaidToStay) {
+TEST_F(NFSExportParserChanges, FailedKeepingReportsFileAsStaying) {
   const auto parser = parserOf("# mine\n");
   // Every name of a minute is taken.
   for (int second = 20; second < 80; ++second) {
@@ -229,7 +229,7 @@ TEST_F(NFSExportParserChangesTest, AFileThatCannotBeKeptIsSaidToStay) {
   EXPECT_THAT(logged().front(), HasSubstr("stays in its folder"));
 }
 
-TEST_F(NFSExportParserChangesTest, WhatAWriteLeftThatWasBrokenOffIsNamed) {
+TEST_F(NFSExportParserChanges, LeftoverOfAbortedWriteIsNamed) {
   files_.setFile("/etc/.exports.abcdefghij27", "/by/hand *(ro)\n");
   files_.setFile("/etc/.exports.swp", "somebody's");
   logLeftFiles(kFile);

@@ -1,19 +1,19 @@
-// What keeps a hand-written exports file from being lost.
+// Safeguards against the loss of a hand-written exports file.
 #include <gtest/gtest.h>
 
 #include <cerrno>
 
 #include "exports/nfs_export_parser.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_services.h"
+#include "platform/testing/service_doubles.h"
 #include "support/exports_parser_test_support.h"
 
 namespace paddock {
 namespace {
 
-using NFSExportParserSafetyTest = ParserTest;
+using ExportsFileSafety = ParserTest;
 
-TEST_F(NFSExportParserSafetyTest, TheFileIsCopiedBeforeItsFirstChangeAlone) {
+TEST_F(ExportsFileSafety, OnlyFirstChangeCopiesFile) {
   const auto parser = parserOf("# mine\n\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   EXPECT_TRUE(parser->writeFile());
@@ -23,7 +23,7 @@ TEST_F(NFSExportParserSafetyTest, TheFileIsCopiedBeforeItsFirstChangeAlone) {
   EXPECT_EQ(files_.contents(kCopy), "# mine\n\n");
 }
 
-TEST_F(NFSExportParserSafetyTest, AnEarlierCopyIsLeftAlone) {
+TEST_F(ExportsFileSafety, AnEarlierCopyIsLeftAlone) {
   files_.setFile(kCopy, "# earlier\n");
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
@@ -31,14 +31,14 @@ TEST_F(NFSExportParserSafetyTest, AnEarlierCopyIsLeftAlone) {
   EXPECT_EQ(files_.contents(kCopy), "# earlier\n");
 }
 
-TEST_F(NFSExportParserSafetyTest, WritingWhatIsThereChangesNeitherTheFileNorMakesACopy) {
+TEST_F(ExportsFileSafety, UnchangedWriteTouchesNothingAndMakesNoCopy) {
   const auto parser = parserOf("# mine\n" + kBegin + "/srv/a *(ro)\n" + kEnd);
   EXPECT_TRUE(parser->writeFile());
   EXPECT_EQ(files_.replacements(), 0);
   EXPECT_EQ(files_.find(kCopy), nullptr);
 }
 
-TEST_F(NFSExportParserSafetyTest, AFileThatReplacedTheOneWeMadeIsCopiedBeforeItIsChanged) {
+TEST_F(ExportsFileSafety, ReplacementOfOwnFileIsCopiedBeforeChange) {
   const auto parser = NFSExportParser::initWithFile(kFile);
   parser->addOrReplaceExport(exportTo("/srv/a"));
   EXPECT_TRUE(parser->writeFile());
@@ -51,20 +51,20 @@ TEST_F(NFSExportParserSafetyTest, AFileThatReplacedTheOneWeMadeIsCopiedBeforeItI
   EXPECT_EQ(files_.contents(kCopy), "# by hand\n");
 }
 
-TEST_F(NFSExportParserSafetyTest, WithoutItsCopyTheFileIsNotWritten) {
+TEST_F(ExportsFileSafety, WithoutItsCopyTheFileIsNotWritten) {
   const auto parser = parserOf("# mine\n");
   parser->addOrReplaceExport(exportTo("/srv/a"));
   FaultPlan plan(1);
   plan.countOnly("textFiles.copyOnce");
   plan.setError(ENOSPC);
-  const FaultyServices faulty(services(), plan);
+  const ForwardingServices faulty(services(), plan);
   const ServicesGuard guard(faulty.services());
   EXPECT_FALSE(parser->writeFile());
   EXPECT_EQ(files_.contents(kFile), "# mine\n");
   EXPECT_TRUE(parser->writeFile());
 }
 
-TEST_F(NFSExportParserSafetyTest, AFileThatCouldNeverBeReadIsNeverWrittenOver) {
+TEST_F(ExportsFileSafety, NeverReadableFileIsNeverOverwritten) {
   for (const InMemoryTextFiles::Object& object :
        {InMemoryTextFiles::Object{InMemoryTextFiles::Kind::file, "# caf\xE9\n"},
         InMemoryTextFiles::Object{InMemoryTextFiles::Kind::file, "# mine\n", 0},
@@ -80,7 +80,7 @@ TEST_F(NFSExportParserSafetyTest, AFileThatCouldNeverBeReadIsNeverWrittenOver) {
   }
 }
 
-TEST_F(NFSExportParserSafetyTest, AFileThatCannotBeReadAnyMoreIsNotWrittenOver) {
+TEST_F(ExportsFileSafety, NoLongerReadableFileIsNotOverwritten) {
   const auto parser = parserOf("# mine\n");
   files_.setFile(kFile, "# caf\xE9\n");
   EXPECT_FALSE(parser->readFile());
@@ -89,7 +89,7 @@ TEST_F(NFSExportParserSafetyTest, AFileThatCannotBeReadAnyMoreIsNotWrittenOver) 
   EXPECT_EQ(files_.contents(kFile), "# caf\xE9\n");
 }
 
-TEST_F(NFSExportParserSafetyTest, AFileThatCameAfterTheFirstReadIsTakenOver) {
+TEST_F(ExportsFileSafety, FileCreatedAfterFirstReadIsAdopted) {
   const auto parser = NFSExportParser::parserWithFile(kFile);
   parser->addOrReplaceExport(exportTo("/srv/a"));
   parser->addOrReplaceExport(exportTo("/srv/b"));
@@ -99,10 +99,10 @@ TEST_F(NFSExportParserSafetyTest, AFileThatCameAfterTheFirstReadIsTakenOver) {
             "# mine\n" + kBegin + "/srv/b *(ro)\n/srv/a *(ro)\n/srv/c *(ro)\n" + kEnd);
 }
 
-TEST_F(NFSExportParserSafetyTest, AFailedFirstReadIsMadeUpForBeforeWriting) {
+TEST_F(ExportsFileSafety, WriteRetriesFailedFirstRead) {
   files_.setFile(kFile, "# mine\n");
   FaultPlan plan(1);
-  const FaultyServices faulty(services(), plan);
+  const ForwardingServices faulty(services(), plan);
   const ServicesGuard guard(faulty.services());
   const auto parser = NFSExportParser::parserWithFile(kFile);
   ASSERT_EQ(plan.failedCall(), "textFiles.read");
@@ -111,7 +111,7 @@ TEST_F(NFSExportParserSafetyTest, AFailedFirstReadIsMadeUpForBeforeWriting) {
   EXPECT_EQ(files_.contents(kFile), kBegin + "/srv/a *(ro)\n" + kEnd + "# mine\n");
 }
 
-TEST_F(NFSExportParserSafetyTest, WhateverFailsTheFileIsOldOrNewAndTheLinesAreTheSame) {
+TEST_F(ExportsFileSafety, EveryFaultKeepsLinesAndLeavesWholeFile) {
   const std::string old = "# mine\n";
   const std::string changed = kBegin + "/srv/a *(ro)\n" + kEnd + old;
   bool fired = true;
@@ -121,7 +121,7 @@ TEST_F(NFSExportParserSafetyTest, WhateverFailsTheFileIsOldOrNewAndTheLinesAreTh
     parser->addOrReplaceExport(exportTo("/srv/a"));
     const std::string lines = parser->description();
     FaultPlan plan(failing);
-    const FaultyServices faulty(services(), plan);
+    const ForwardingServices faulty(services(), plan);
     bool written = false;
     {
       const ServicesGuard guard(faulty.services());
@@ -135,7 +135,7 @@ TEST_F(NFSExportParserSafetyTest, WhateverFailsTheFileIsOldOrNewAndTheLinesAreTh
   }
 }
 
-TEST_F(NFSExportParserSafetyTest, AFileThatSomebodyRemovedIsMadeAnewAndThatIsAnError) {
+TEST_F(ExportsFileSafety, RemovedFileIsRecreatedAndLoggedAsError) {
   const auto parser = parserOf("# mine\n/srv/public *(ro)\n" + kBegin + "/srv/a *(ro)\n" + kEnd);
   const auto errors = [&] {
     std::string text;
@@ -160,7 +160,7 @@ TEST_F(NFSExportParserSafetyTest, AFileThatSomebodyRemovedIsMadeAnewAndThatIsAnE
   EXPECT_EQ(errors().find("was gone"), errors().rfind("was gone")) << "once";
 }
 
-TEST_F(NFSExportParserSafetyTest, AFileThatNeverWasThereIsNotSaidToBeGone) {
+TEST_F(ExportsFileSafety, NeverExistingFileIsNotReportedGone) {
   const auto parser = NFSExportParser::parserWithFile(kFile);
   EXPECT_FALSE(parser->isGone());
   parser->addOrReplaceExport(exportTo("/srv/a"));
@@ -168,14 +168,14 @@ TEST_F(NFSExportParserSafetyTest, AFileThatNeverWasThereIsNotSaidToBeGone) {
   EXPECT_TRUE(logger_.lines().empty());
 }
 
-TEST_F(NFSExportParserSafetyTest, SaysWhyTheFileCouldNotBeReadCopiedOrWritten) {
+TEST_F(ExportsFileSafety, LogsReadCopyAndWriteFailures) {
   const auto parser = parserOf("# mine\n");
   EXPECT_EQ(parser->fault(), "");
   const auto faultOf = [&](const char* call, const auto& attempt) {
     FaultPlan plan(1);
     plan.countOnly(call);
     plan.setError(EACCES);
-    const FaultyServices faulty(services(), plan);
+    const ForwardingServices faulty(services(), plan);
     const ServicesGuard guard(faulty.services());
     EXPECT_FALSE(attempt());
     return parser->fault();

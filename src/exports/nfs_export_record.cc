@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "exports/exports_entry.h"
+#include "protocol/keys.h"
 
 namespace paddock {
 
@@ -13,7 +14,6 @@ constexpr const char* kPathKey = "path";
 constexpr const char* kClientsKey = "clients";
 constexpr const char* kHostKey = "host";
 constexpr const char* kOptionsKey = "options";
-constexpr const char* kIsDeletedKey = "isDeleted";
 constexpr const char* kLineKey = "line";
 
 std::atomic<std::uint64_t> gListedPathChanges{0};
@@ -156,7 +156,7 @@ Dictionary NFSExportRecord::dictionary() const {
   } else if (clients_) {
     form.set(kClientsKey, clientValues(*clients_));
   }
-  if (isDeleted_) form.set(kIsDeletedKey, *isDeleted_);
+  if (isDeleted_) form.set(protocol::kIsDeleted, *isDeleted_);
   if (isKeptLine()) form.set(kLineKey, *line_);
   return form;
 }
@@ -168,7 +168,7 @@ void NFSExportRecord::addAttributesFromDictionary(const Dictionary& settings) {
     for (const Value& value : *values) clients.push_back(clientOf(value));
     setClients(std::move(clients));
   }
-  if (const auto deleted = settings.boolean(kIsDeletedKey)) isDeleted_ = *deleted;
+  if (const auto deleted = settings.boolean(protocol::kIsDeleted)) isDeleted_ = *deleted;
   const std::string* line = settings.string(kLineKey);
   if (line != nullptr && !path_ && !clients_) readLine(*line);
 }

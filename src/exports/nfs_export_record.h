@@ -1,9 +1,9 @@
 // One line of the managed block of the exports file.
 //
 // A record is either an export (a path and its clients), or a line that is none by itself: a
-// comment, something that nobody can read. The latter keeps its text, has neither path nor clients,
-// and is never found, changed or added. A line here is one entry, with the line breaks in it when
-// it goes on over several lines.
+// comment, or unparsable text. The latter keeps its text, has neither path nor clients, and is
+// never found, changed or added. A line here is one entry, with the line breaks in it when it goes
+// on over several lines.
 //
 // An export that was read from a line and not changed since is written back byte for byte, its
 // spacing, quotes and comment included; a changed or new one in the form of `writeExportsLine`.
@@ -13,8 +13,8 @@
 // export. What was never set is absent. `recordWithDictionary` is the exact inverse of
 // `dictionary`.
 //
-// A record belongs to one thread at a time, for reading too: what a line says of its clients is
-// worked out when it is first asked for.
+// A record belongs to one thread at a time, for reading too: the clients of a line are parsed
+// lazily.
 #pragma once
 
 #include <cstdint>
@@ -34,26 +34,26 @@ using NFSExportRecordPtr = std::shared_ptr<NFSExportRecord>;
 
 class NFSExportRecord {
  public:
-  // An export of nothing to nobody.
+  // An export without path and clients.
   NFSExportRecord() = default;
   NFSExportRecord(const NFSExportRecord&) = default;
   // Line arrays must notice changes: records are changed by their setters alone.
   NFSExportRecord& operator=(const NFSExportRecord&) = delete;
   ~NFSExportRecord() = default;
 
-  // From one line as read, with or without the "\n" at its end. Never null; never throws for
-  // the text's sake.
+  // From one line as read, with or without the trailing "\n". Never null; never throws because of
+  // the text.
   static NFSExportRecordPtr recordWithNfsExportFileLine(std::string_view line);
   static NFSExportRecordPtr recordWithDictionary(const Dictionary& settings);
 
   // The line as it is to be written, ending in "\n"; empty when the record cannot be a line.
   std::string nfsExportFileLine() const;
-  // The same behind what `text` holds already.
+  // The same, appended to `text`.
   void appendNfsExportFileLine(std::string& text) const;
 
   // The exported folder; empty when it was never set. Compared byte for byte.
   const std::string& path() const { return path_ ? *path_ : noPath(); }
-  // What the record is: equal to its path.
+  // The record's identity: its path.
   const std::string& identifier() const { return path(); }
   const std::vector<NFSExportClient>& clients() const;
   bool isDeleted() const { return isDeleted_.value_or(false); }
@@ -74,7 +74,7 @@ class NFSExportRecord {
   std::optional<std::string> invalidReason() const;
   bool isValid() const { return !invalidReason().has_value(); }
 
-  // Makes the line of a valid record once, so that writing the file again and again does not.
+  // Caches the line of a valid record, so that repeated writes of the file do not rebuild it.
   void settleLine();
 
   // Counts changes of the path of any record that is in a line array (see ExportLineArray).
@@ -82,7 +82,7 @@ class NFSExportRecord {
   void setListed() { listed_.value = true; }
 
  private:
-  // Says that the record is in a line array; a copy is not.
+  // Marks the record as a member of a line array; a copy is none.
   struct Listed {
     Listed() = default;
     Listed(const Listed& /*other*/) {}
@@ -102,10 +102,10 @@ class NFSExportRecord {
   void replacePath(std::string path);
 
   std::optional<std::string> path_;
-  // Not set while an export's line, which says them, has not been asked for them.
+  // Not set until they are parsed from an export's line.
   mutable std::optional<std::vector<NFSExportClient>> clients_;
   std::optional<bool> isDeleted_;
-  std::optional<std::string> line_;  // as read, without its "\n", while it still holds
+  std::optional<std::string> line_;  // as read, without its "\n", while still valid
   Listed listed_;
 };
 

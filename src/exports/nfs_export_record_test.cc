@@ -17,7 +17,7 @@ std::string writtenAs(std::string_view line) {
   return NFSExportRecord::recordWithNfsExportFileLine(line)->nfsExportFileLine();
 }
 
-TEST(NFSExportRecordTest, ReadsALine) {
+TEST(ExportRecord, ReadsALine) {
   const auto record = NFSExportRecord::recordWithNfsExportFileLine("/srv/a 10.0.0.1(rw,sync) *\n");
   EXPECT_EQ(record->path(), "/srv/a");
   EXPECT_EQ(record->identifier(), "/srv/a");
@@ -25,7 +25,7 @@ TEST(NFSExportRecordTest, ReadsALine) {
   EXPECT_EQ(record->dictionary(), exportSettings("/srv/a"));
 }
 
-TEST(NFSExportRecordTest, AnUnchangedLineIsWrittenAsItWasRead) {
+TEST(ExportRecord, UnchangedLineIsWrittenAsRead) {
   for (const char* line :
        {"/srv/a  10.0.0.1(rw)\t# mine\n", "\"/srv/a b\" *(ro)\n", "/srv/a\n",
         "/srv/a -ro b c(rw)\n", "/srv/a b(ro)\r\n", "/srv/a b(future_option)\n"}) {
@@ -33,19 +33,19 @@ TEST(NFSExportRecordTest, AnUnchangedLineIsWrittenAsItWasRead) {
   }
 }
 
-TEST(NFSExportRecordTest, MergingWhatIsThereAlreadyChangesNothing) {
+TEST(ExportRecord, MergingWhatIsThereAlreadyChangesNothing) {
   const auto record = NFSExportRecord::recordWithNfsExportFileLine("/srv/a   b(rw) # mine\n");
   record->addAttributesFromDictionary(record->dictionary());
   EXPECT_EQ(record->nfsExportFileLine(), "/srv/a   b(rw) # mine\n");
 }
 
-TEST(NFSExportRecordTest, AChangedLineIsWrittenInCanonicalForm) {
+TEST(ExportRecord, AChangedLineIsWrittenInCanonicalForm) {
   const auto record = NFSExportRecord::recordWithNfsExportFileLine("\"/srv/a b\"   c(rw) # mine\n");
   record->addAttributesFromDictionary({{"clients", Array{client("d", {"ro"})}}});
   EXPECT_EQ(record->nfsExportFileLine(), "/srv/a\\040b d(ro)\n");
 }
 
-TEST(NFSExportRecordTest, AnOptionThatOnlyTheFileKnowsCannotBeWrittenAnew) {
+TEST(ExportRecord, UnknownFileOptionBlocksRewrite) {
   const auto record = NFSExportRecord::recordWithNfsExportFileLine("/srv/a b(future_option)\n");
   EXPECT_TRUE(record->isValid());
   record->setPath("/srv/b");
@@ -53,7 +53,7 @@ TEST(NFSExportRecordTest, AnOptionThatOnlyTheFileKnowsCannotBeWrittenAnew) {
   EXPECT_EQ(record->nfsExportFileLine(), "");
 }
 
-TEST(NFSExportRecordTest, ALineThatIsNoExportIsKeptByteForByte) {
+TEST(ExportRecord, NonExportLineIsKeptByteForByte) {
   for (const char* line : {"# a comment\n", "# old \\\n", "b(ro)\n", "/srv/a b(ro\n", "\"/srv\n",
                            "###  [  begin\n", "- \xC3\xA9 \\040 \r\n"}) {
     const auto record = NFSExportRecord::recordWithNfsExportFileLine(line);
@@ -65,7 +65,7 @@ TEST(NFSExportRecordTest, ALineThatIsNoExportIsKeptByteForByte) {
   }
 }
 
-TEST(NFSExportRecordTest, AnEntryOfSeveralLinesIsOneLine) {
+TEST(ExportRecord, AnEntryOfSeveralLinesIsOneLine) {
   const std::string text = "/srv/a b(ro) \\\n  c(rw) \\\n\n";
   const auto record = NFSExportRecord::recordWithNfsExportFileLine(text);
   EXPECT_EQ(record->nfsExportFileLine(), text);
@@ -75,14 +75,14 @@ TEST(NFSExportRecordTest, AnEntryOfSeveralLinesIsOneLine) {
   EXPECT_EQ(record->nfsExportFileLine(), "/srv/a d(ro)\n");
 }
 
-TEST(NFSExportRecordTest, ALineOfSeveralEntriesIsNotWritten) {
+TEST(ExportRecord, ALineOfSeveralEntriesIsNotWritten) {
   const auto record =
       NFSExportRecord::recordWithDictionary({{"line", "# mine\n/srv/secret *(rw)"}});
   EXPECT_EQ(record->nfsExportFileLine(), "");
   EXPECT_EQ(record->path(), "");
 }
 
-TEST(NFSExportRecordTest, TheDictionaryFormIsAnExactInverse) {
+TEST(ExportRecord, TheDictionaryFormIsAnExactInverse) {
   const std::vector<Dictionary> forms = {
       {},
       {{"path", ""}},
@@ -100,13 +100,13 @@ TEST(NFSExportRecordTest, TheDictionaryFormIsAnExactInverse) {
   }
 }
 
-TEST(NFSExportRecordTest, WhatWasNeverSetIsAbsentFromTheDictionary) {
+TEST(ExportRecord, UnsetPropertiesAreAbsentFromDictionary) {
   EXPECT_TRUE(NFSExportRecord().dictionary().empty());
   EXPECT_EQ(NFSExportRecord::recordWithDictionary({{"path", "/srv/a"}})->dictionary(),
             (Dictionary{{"path", "/srv/a"}}));
 }
 
-TEST(NFSExportRecordTest, APartialDictionaryChangesOnlyWhatItNames) {
+TEST(ExportRecord, APartialDictionaryChangesOnlyWhatItNames) {
   const auto record = NFSExportRecord::recordWithDictionary(exportSettings("/srv/a"));
   record->addAttributesFromDictionary({{"isDeleted", true}});
   EXPECT_TRUE(record->isDeleted());
@@ -117,7 +117,7 @@ TEST(NFSExportRecordTest, APartialDictionaryChangesOnlyWhatItNames) {
   EXPECT_EQ(record->clients().size(), 2U);
 }
 
-TEST(NFSExportRecordTest, ValuesOfTheWrongTypeReadAsAbsent) {
+TEST(ExportRecord, ValuesOfTheWrongTypeReadAsAbsent) {
   const auto record = NFSExportRecord::recordWithDictionary(exportSettings("/srv/a"));
   const Dictionary before = record->dictionary();
   record->addAttributesFromDictionary(
@@ -125,7 +125,7 @@ TEST(NFSExportRecordTest, ValuesOfTheWrongTypeReadAsAbsent) {
   EXPECT_EQ(record->dictionary(), before);
 }
 
-TEST(NFSExportRecordTest, AClientOrOptionOfTheWrongTypeIsNotLeftOut) {
+TEST(ExportRecord, WronglyTypedClientOrOptionIsNotDropped) {
   for (const Value& broken :
        {Value(5), Value(Dictionary{}), Value(client("a", {5})), Value(Dictionary{{"host", 5}})}) {
     const auto record = NFSExportRecord::recordWithDictionary(
@@ -135,19 +135,19 @@ TEST(NFSExportRecordTest, AClientOrOptionOfTheWrongTypeIsNotLeftOut) {
   }
 }
 
-TEST(NFSExportRecordTest, ClientsWithoutOptionsHaveNone) {
+TEST(ExportRecord, ClientsWithoutOptionsHaveNone) {
   const auto record = NFSExportRecord::recordWithDictionary(
       {{"path", "/srv/a"}, {"clients", Array{Dictionary{{"host", "b"}}}}});
   EXPECT_EQ(record->nfsExportFileLine(), "/srv/a b\n");
 }
 
-TEST(NFSExportRecordTest, AnotherPathKeepsTheClientsOfTheLine) {
+TEST(ExportRecord, AnotherPathKeepsTheClientsOfTheLine) {
   const auto record = NFSExportRecord::recordWithNfsExportFileLine("/srv/a  -rw b c(ro)");
   record->setPath("/srv/z");
   EXPECT_EQ(record->nfsExportFileLine(), "/srv/z b(rw) c(rw,ro)\n");
 }
 
-TEST(NFSExportRecordTest, ValidityGivesItsReason) {
+TEST(ExportRecord, ValidityGivesItsReason) {
   EXPECT_FALSE(NFSExportRecord::recordWithDictionary(exportSettings("/srv/a"))->invalidReason());
   EXPECT_EQ(NFSExportRecord::recordWithDictionary({{"path", "/srv/a"}})->invalidReason(),
             "the export has no client");
@@ -155,7 +155,7 @@ TEST(NFSExportRecordTest, ValidityGivesItsReason) {
             "the line is no export");
 }
 
-TEST(NFSExportRecordTest, OptionsThatAreNoArrayMakeItInvalid) {
+TEST(ExportRecord, OptionsThatAreNoArrayMakeItInvalid) {
   for (const Value& options : {Value("rw,sec=krb5p"), Value(1), Value(Dictionary())}) {
     const Dictionary client{{"host", "*"}, {"options", options}};
     EXPECT_TRUE(
@@ -164,7 +164,7 @@ TEST(NFSExportRecordTest, OptionsThatAreNoArrayMakeItInvalid) {
   }
 }
 
-TEST(NFSExportRecordTest, ASettledLineIsTheSameAndStillChanges) {
+TEST(ExportRecord, SettledLineKeepsTextAndStaysMutable) {
   const auto record = NFSExportRecord::recordWithDictionary(exportSettings("/srv/a"));
   const std::string line = record->nfsExportFileLine();
   const Dictionary form = record->dictionary();
@@ -175,25 +175,25 @@ TEST(NFSExportRecordTest, ASettledLineIsTheSameAndStillChanges) {
   EXPECT_EQ(record->nfsExportFileLine(), "/srv/a *(ro,insecure)\n");
 }
 
-TEST(NFSExportRecordTest, AnInvalidRecordIsNotSettled) {
+TEST(ExportRecord, AnInvalidRecordIsNotSettled) {
   const auto record = NFSExportRecord::recordWithDictionary({{"path", "/srv/a"}});
   record->settleLine();
   EXPECT_TRUE(record->invalidReason());
 }
 
-TEST(NFSExportRecordTest, ALineInADictionaryDoesNotSmuggleInAnother) {
+TEST(ExportRecord, DictionaryLineWithTwoLinesIsInvalid) {
   const auto record = NFSExportRecord::recordWithDictionary({{"line", "# a\n/etc *(rw)"}});
   EXPECT_EQ(record->nfsExportFileLine(), "");
   EXPECT_FALSE(record->isValid());
 }
 
-TEST(NFSExportRecordTest, AnExportTakesNoLine) {
+TEST(ExportRecord, AnExportTakesNoLine) {
   const auto record =
       NFSExportRecord::recordWithDictionary({{"path", "/srv/a"}, {"line", "/srv/b *(rw)"}});
   EXPECT_EQ(record->dictionary(), (Dictionary{{"path", "/srv/a"}}));
 }
 
-TEST(NFSExportRecordTest, AKeptLineThatIsGivenAPathIsOneNoMore) {
+TEST(ExportRecord, SettingPathDiscardsKeptLine) {
   const auto record = NFSExportRecord::recordWithNfsExportFileLine("# a comment\n");
   record->setPath("/srv/a");
   EXPECT_EQ(record->dictionary(), (Dictionary{{"path", "/srv/a"}}));

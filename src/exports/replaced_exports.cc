@@ -9,10 +9,10 @@
 #include <unordered_set>
 #include <vector>
 
-#include "base/printable.h"
 #include "base/status.h"
-#include "platform/clock.h"
+#include "base/text.h"
 #include "platform/logger.h"
+#include "platform/machine_information.h"
 #include "platform/services.h"
 #include "platform/text_file.h"
 
@@ -77,7 +77,7 @@ void logDifferences(const std::string& gaveWay, const std::string& path, const s
                     const std::string& written) {
   const Lines knownLines = linesOf(known);
   logLines(gaveWay, knownLines, linesOf(written), path + " lost the line: ");
-  // Those that somebody took out, in what was written again.
+  // Lines removed by another process and restored by this write.
   const Lines others = linesOf(gaveWay);
   Lines added = linesOf(written);
   for (const std::string_view line : knownLines) added.erase(line);
@@ -87,7 +87,7 @@ void logDifferences(const std::string& gaveWay, const std::string& path, const s
 // Whether exports(5) says something with it.
 bool isEntry(std::string_view line) { return !line.empty() && line.front() != '#'; }
 
-// Whether the name is one that we gave, and no other file of somebody's.
+// Whether the name is one generated here, and not that of an unrelated file.
 bool isOurs(const std::string& name, std::size_t prefix) {
   if (name.size() != prefix + kTimeLength) return false;
   const std::string_view time = std::string_view(name).substr(prefix);

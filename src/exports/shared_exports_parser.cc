@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "exports/shared_exports_parser_testing.h"
 #include "platform/logger.h"
 #include "platform/services.h"
 
@@ -15,7 +14,7 @@ std::unique_ptr<NFSExportParser>& sharedParser() {
   return parser;
 }
 
-// What the log was last told between requests.
+// The condition last logged between requests.
 std::string& toldFault() {
   static std::string fault;
   return fault;

@@ -1,4 +1,4 @@
-// The one parser of the exports file that the whole process uses.
+// The process-wide parser of the exports file.
 #pragma once
 
 #include <string>
@@ -9,18 +9,22 @@
 
 namespace paddock {
 
-// The parser of the services' `exportsPath`, made on the first call (which reads the file) and
-// kept for the life of the process. Callers hold the module's request lock.
+// For tests alone.
+
+// Destroys the shared exports parser: the next use creates a new one, on the services of that time.
+void resetSharedExportsParserForTesting();
+
+// The parser of the services' `exportsPath`, made on the first call (which reads the file) and kept
+// for the lifetime of the process. Callers hold the module's request lock.
 NFSExportParser& shared_exports_parser();
 
 // Brings the shared parser up to date at the start of a request and between requests: the file is
-// read again when it is not what was last read or written, and when something could not be written
-// to it: an export that could not be added is given up thereby, one that could not be removed is
-// not.
+// reread when it is not what was last read or written, and after a failed write: an export that
+// could not be added is discarded thereby, one that could not be removed is not.
 void refresh_exports();
 
-// Between requests: logs why the file could not be read or written, and that somebody has removed
-// it, once for as long as it is so.
+// Between requests: logs why the file could not be read or written, and that it was removed, once
+// for as long as the condition lasts.
 void log_new_exports_fault();
 
 // Sets `record` to the shared parser's export of exactly this path, its own object, or to null.

@@ -2,19 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include "exports/shared_exports_parser_testing.h"
 #include "support/exports_parser_test_support.h"
 
 namespace paddock {
 namespace {
 
-class SharedExportsParserTest : public ParserTest {
+class SharedExportsParser : public ParserTest {
  protected:
-  SharedExportsParserTest() { resetSharedExportsParserForTesting(); }
-  ~SharedExportsParserTest() override { resetSharedExportsParserForTesting(); }
+  SharedExportsParser() { resetSharedExportsParserForTesting(); }
+  ~SharedExportsParser() override { resetSharedExportsParserForTesting(); }
 };
 
-TEST_F(SharedExportsParserTest, IsOneObjectThatHasReadTheFile) {
+TEST_F(SharedExportsParser, IsOneObjectThatHasReadTheFile) {
   files_.setFile(kFile, kBegin + "/srv/a *(ro)\n" + kEnd);
   NFSExportParser& parser = shared_exports_parser();
   EXPECT_EQ(parser.file(), kFile);
@@ -22,14 +21,14 @@ TEST_F(SharedExportsParserTest, IsOneObjectThatHasReadTheFile) {
   EXPECT_EQ(&shared_exports_parser(), &parser);
 }
 
-TEST_F(SharedExportsParserTest, TheFileMayLieElsewhere) {
+TEST_F(SharedExportsParser, TheFileMayLieElsewhere) {
   Services elsewhere = services();
   elsewhere.exportsPath = "/root/etc/exports";
   const ServicesGuard guard(elsewhere);
   EXPECT_EQ(shared_exports_parser().file(), "/root/etc/exports");
 }
 
-TEST_F(SharedExportsParserTest, GetsTheExportOfAPath) {
+TEST_F(SharedExportsParser, GetsTheExportOfAPath) {
   files_.setFile(kFile, kBegin + "/srv/a *(ro)\n" + kEnd);
   NFSExportRecordPtr record;
   EXPECT_EQ(get_export_record("/srv/a", record), 0);
@@ -37,13 +36,13 @@ TEST_F(SharedExportsParserTest, GetsTheExportOfAPath) {
   ASSERT_NE(record, nullptr);
 }
 
-TEST_F(SharedExportsParserTest, APathWithoutAnExportGetsNone) {
+TEST_F(SharedExportsParser, APathWithoutAnExportGetsNone) {
   NFSExportRecordPtr record = exportTo("/srv/a");
   EXPECT_EQ(get_export_record("/srv/b", record), 0);
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(SharedExportsParserTest, DeletingRemovesTheExportAndDoesNotWrite) {
+TEST_F(SharedExportsParser, DeletingRemovesTheExportAndDoesNotWrite) {
   const std::string text = kBegin + "/srv/a *(ro)\n" + kEnd;
   files_.setFile(kFile, text);
   EXPECT_EQ(delete_export_record(exportTo("/srv/a", "another")), 0);
@@ -51,12 +50,12 @@ TEST_F(SharedExportsParserTest, DeletingRemovesTheExportAndDoesNotWrite) {
   EXPECT_EQ(files_.contents(kFile), text);
 }
 
-TEST_F(SharedExportsParserTest, DeletingWhatIsNotThereIsNoError) {
+TEST_F(SharedExportsParser, DeletingWhatIsNotThereIsNoError) {
   EXPECT_EQ(delete_export_record(exportTo("/srv/b")), 0);
   EXPECT_EQ(delete_export_record(nullptr), 0);
 }
 
-TEST_F(SharedExportsParserTest, AFaultIsLoggedOnceForAsLongAsItIsThere) {
+TEST_F(SharedExportsParser, PersistingFaultIsLoggedOnce) {
   files_.set(kFile, {InMemoryTextFiles::Kind::file, "# mine\n", 0});
   for (int tick = 0; tick < 3; ++tick) {
     refresh_exports();

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/net_service.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_services.h"
-#include "platform/txt_record.h"
-#include "store/schema.h"
+#include "platform/testing/service_doubles.h"
+#include "store/directory_access.h"
 #include "support/handler_fixture.h"
 
 namespace paddock {
@@ -25,9 +25,9 @@ using Names = std::vector<std::string>;
 
 constexpr const char* kSys = "sys=waMa=0,adVF=0x100";
 
-class BackupAdvertisingTest : public HandlerFixture {
+class BackupAdvertising : public HandlerFixture {
  protected:
-  BackupAdvertisingTest() {
+  BackupAdvertising() {
     setVspState("RUNNING");
     accounts.addGroup("com.veltro.access_backup", 250);
   }
@@ -59,7 +59,7 @@ class BackupAdvertisingTest : public HandlerFixture {
   }
 };
 
-TEST_F(BackupAdvertisingTest, TheFirstIdleTickAdvertisesWithTheHandlerAsDelegate) {
+TEST_F(BackupAdvertising, FirstIdleTickAdvertisesWithHandlerAsDelegate) {
   addDestination("a");
   EXPECT_EQ(handler.doIdleAtCount(1), 0);
   EXPECT_THAT(advertised(), ElementsAre(kSys, "dk0=adVN=a,adVF=0xa1,adVU=U"));
@@ -67,7 +67,7 @@ TEST_F(BackupAdvertisingTest, TheFirstIdleTickAdvertisesWithTheHandlerAsDelegate
   EXPECT_NE(handler.netService(), nullptr);
 }
 
-TEST_F(BackupAdvertisingTest, EveryOtherTickAdvertisesNothing) {
+TEST_F(BackupAdvertising, EveryOtherTickAdvertisesNothing) {
   addDestination("a");
   readExportsFile("");
   trace.forgetCalls();
@@ -79,13 +79,13 @@ TEST_F(BackupAdvertisingTest, EveryOtherTickAdvertisesNothing) {
       << "whether the exports file is the one that was read";
 }
 
-TEST_F(BackupAdvertisingTest, ATickWithoutDestinationsMakesNoService) {
+TEST_F(BackupAdvertising, ATickWithoutDestinationsMakesNoService) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(handler.doIdleAtCount(1), 0);
   EXPECT_THAT(netServices.services(), IsEmpty());
 }
 
-TEST_F(BackupAdvertisingTest, ATickReturnsZeroWhateverItMeetsAndTheDaemonGoesOn) {
+TEST_F(BackupAdvertising, TickReturnsZeroDespiteFailures) {
   addDestination("a");
   trace.raise("createService", std::runtime_error("no memory"), 1);
   EXPECT_EQ(handler.doIdleAtCount(1), 0);
@@ -102,11 +102,11 @@ TEST_F(BackupAdvertisingTest, ATickReturnsZeroWhateverItMeetsAndTheDaemonGoesOn)
   EXPECT_THAT(advertised(), SizeIs(2));
 }
 
-TEST_F(BackupAdvertisingTest, EveryCallOfATickMayFail) {
+TEST_F(BackupAdvertising, EveryCallOfATickMayFail) {
   addDestination("a");
   for (std::size_t call = 1;; ++call) {
     FaultPlan plan(call);
-    const FaultyServices faulty(services(), plan);
+    const ForwardingServices faulty(services(), plan);
     const ServicesGuard guard(faulty.services());
     EXPECT_EQ(handler.doIdleAtCount(1), 0);
     handler.setNetService(nullptr);
@@ -120,7 +120,7 @@ TEST_F(BackupAdvertisingTest, EveryCallOfATickMayFail) {
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-TEST_F(BackupAdvertisingTest, AnAdvertisementEndsWithItsHandlerWithoutACallback) {
+TEST_F(BackupAdvertising, HandlerDestructionEndsAdvertisementWithoutCallback) {
   addDestination("a");
   {
     SharingRequestHandler another;
@@ -133,7 +133,7 @@ TEST_F(BackupAdvertisingTest, AnAdvertisementEndsWithItsHandlerWithoutACallback)
   EXPECT_EQ(trace.count("stop"), 0U) << "it is let go of, and not stopped";
 }
 
-TEST_F(BackupAdvertisingTest, AWriteThatMakesABackupSharePointAdvertisesIt) {
+TEST_F(BackupAdvertising, CreatingBackupSharePointAdvertisesIt) {
   tree.setFolder("/srv/a");
   write("/srv/a", {{"path", "/srv/a"},
                    {"name", "a"},
@@ -146,7 +146,7 @@ TEST_F(BackupAdvertisingTest, AWriteThatMakesABackupSharePointAdvertisesIt) {
   expectLockFree();
 }
 
-TEST_F(BackupAdvertisingTest, EveryWriteRenewsIt) {
+TEST_F(BackupAdvertising, EveryWriteRenewsIt) {
   addDestination("a");
   handler.doIdleAtCount(1);
   write("/srv/a", {{"path", "/srv/a"}, {"nameOverVSP", "changed"}});
@@ -158,7 +158,7 @@ TEST_F(BackupAdvertisingTest, EveryWriteRenewsIt) {
   EXPECT_THAT(advertised(), SizeIs(3)) << "what others changed is found, too";
 }
 
-TEST_F(BackupAdvertisingTest, TheLastDestinationTakesItAlong) {
+TEST_F(BackupAdvertising, TheLastDestinationTakesItAlong) {
   addDestination("a");
   handler.doIdleAtCount(1);
   write("/srv/a", {{"path", "/srv/a"}, {"isBackstowBackup", false}});
@@ -166,7 +166,7 @@ TEST_F(BackupAdvertisingTest, TheLastDestinationTakesItAlong) {
   EXPECT_THAT(handler.netService(), IsNull());
 }
 
-TEST_F(BackupAdvertisingTest, WhileTheVspServiceIsStoppedARemovalLeavesIt) {
+TEST_F(BackupAdvertising, RemovalWithStoppedVspServiceKeepsIt) {
   addDestination("a");
   handler.doIdleAtCount(1);
   setVspState("STOPPED");
@@ -175,14 +175,14 @@ TEST_F(BackupAdvertisingTest, WhileTheVspServiceIsStoppedARemovalLeavesIt) {
   EXPECT_THAT(advertised(), SizeIs(2));
 }
 
-TEST_F(BackupAdvertisingTest, ReadingDoesNotRenewIt) {
+TEST_F(BackupAdvertising, ReadingDoesNotRenewIt) {
   addDestination("a");
   handler.performOperation("readSettings", {});
   handler.performOperation("getSharePointList", {});
   EXPECT_THAT(netServices.services(), IsEmpty());
 }
 
-TEST_F(BackupAdvertisingTest, ATickBesideWritesLeavesWhatTheLastWriteStored) {
+TEST_F(BackupAdvertising, ConcurrentTickKeepsRecordOfLastWrite) {
   for (int round = 0; round < 20; ++round) {
     const std::string name = "n" + std::to_string(round);
     std::thread tick([this] { handler.doIdleAtCount(1); });

@@ -1,4 +1,4 @@
-// Lines that somebody writes into the exports file, and the requests that come then.
+// Lines added to the exports file by others, and the requests that follow.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 namespace paddock {
 namespace {
 
-class ExportsFollowingTest : public HandlerFixture {
+class ExportsFollowing : public HandlerFixture {
  protected:
   static Dictionary folder(const std::string& path) { return Dictionary{{"path", path}}; }
   Dictionary readFolder(const std::string& path) {
@@ -24,14 +24,14 @@ class ExportsFollowingTest : public HandlerFixture {
   }
 };
 
-TEST_F(ExportsFollowingTest, ARequestThatIsNotAboutItLeavesALineAlone) {
+TEST_F(ExportsFollowing, UnrelatedRequestPreservesManualLine) {
   readExportsFile("# mine\n");
   setExportsFile("# mine\n/by/hand *(ro)\n");
   write("/srv/a", {{"fileAccessPrivs", Dictionary{}}});
   EXPECT_EQ(exportsFile(), "# mine\n/by/hand *(ro)\n");
 }
 
-TEST_F(ExportsFollowingTest, AShareThatIsAddedLeavesALineAlone) {
+TEST_F(ExportsFollowing, AddingSharePreservesManualLine) {
   readExportsFile("# mine\n");
   setExportsFile("# mine\n/by/hand *(ro)\n");
   write("/srv/a",
@@ -41,7 +41,7 @@ TEST_F(ExportsFollowingTest, AShareThatIsAddedLeavesALineAlone) {
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}) + "# mine\n/by/hand *(ro)\n");
 }
 
-TEST_F(ExportsFollowingTest, AShareThatIsRemovedLeavesALineAlone) {
+TEST_F(ExportsFollowing, RemovingSharePreservesManualLine) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   setExportsFile(managedBlock({"/srv/a *(ro)"}) + "/by/hand *(ro)\n");
@@ -49,7 +49,7 @@ TEST_F(ExportsFollowingTest, AShareThatIsRemovedLeavesALineAlone) {
   EXPECT_EQ(exportsFile(), "/by/hand *(ro)\n");
 }
 
-TEST_F(ExportsFollowingTest, ReadingAFolderShowsTheExportsThatAreThere) {
+TEST_F(ExportsFollowing, FolderReadReturnsCurrentExports) {
   addSharePoint("a", "/srv/a");
   readExportsFile("");
   EXPECT_FALSE(hasExport(readFolder("/srv/a")));
@@ -57,7 +57,7 @@ TEST_F(ExportsFollowingTest, ReadingAFolderShowsTheExportsThatAreThere) {
   EXPECT_TRUE(hasExport(readFolder("/srv/a")));
 }
 
-TEST_F(ExportsFollowingTest, TicksSayOnceWhyTheFileCannotBeRead) {
+TEST_F(ExportsFollowing, TicksLogUnreadableFileOnce) {
   readExportsFile("# mine\n");
   setExportsFile("# mine\n\xFF\n");
   for (std::uint64_t tick = 2; tick < 5; ++tick) handler.doIdleAtCount(tick);
@@ -66,7 +66,7 @@ TEST_F(ExportsFollowingTest, TicksSayOnceWhyTheFileCannotBeRead) {
                   kLogError, "paddock_sharing: cannot read /etc/exports: it is not UTF-8"}));
 }
 
-TEST_F(ExportsFollowingTest, ATickReadsAChangedFile) {
+TEST_F(ExportsFollowing, ATickReadsAChangedFile) {
   readExportsFile("");
   setExportsFile(managedBlock({"/srv/a *(rw)"}));
   EXPECT_EQ(handler.doIdleAtCount(2), 0);
@@ -75,14 +75,14 @@ TEST_F(ExportsFollowingTest, ATickReadsAChangedFile) {
   EXPECT_NE(record, nullptr);
 }
 
-TEST_F(ExportsFollowingTest, ATickNeitherReadsAnUnchangedFileNorWrites) {
+TEST_F(ExportsFollowing, TickWithUnchangedFileNeitherReadsNorWrites) {
   readExportsFile("# mine\n");
   trace.forgetCalls();
   for (const std::uint64_t count : {0U, 2U, 3U}) EXPECT_EQ(handler.doIdleAtCount(count), 0);
   EXPECT_THAT(trace.calls(), testing::Each(testing::Field(&ServiceCall::operation, "identify")));
 }
 
-TEST_F(ExportsFollowingTest, AnExportThatCouldNotBeWrittenIsNotShown) {
+TEST_F(ExportsFollowing, UnwrittenExportIsNotReturned) {
   addSharePoint("a", "/srv/a");
   readExportsFile("# mine\n");
   trace.fail("replace", ENOSPC);

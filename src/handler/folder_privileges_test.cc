@@ -5,7 +5,7 @@
 
 #include "base/status.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_services.h"
+#include "platform/testing/service_doubles.h"
 #include "support/handler_fixture.h"
 
 namespace paddock {
@@ -60,9 +60,9 @@ class FolderPrivilegesTest : public HandlerFixture {
   }
 };
 
-class FolderPrivilegesReadingTest : public FolderPrivilegesTest {};
+class FolderPrivilegesReading : public FolderPrivilegesTest {};
 
-TEST_F(FolderPrivilegesReadingTest, AFoldersPrivilegesAreInTheConfiguration) {
+TEST_F(FolderPrivilegesReading, AFoldersPrivilegesAreInTheConfiguration) {
   storeEntry();
   const Dictionary reply = read();
   EXPECT_EQ(reply.integer("readStatus"), 0);
@@ -74,7 +74,7 @@ TEST_F(FolderPrivilegesReadingTest, AFoldersPrivilegesAreInTheConfiguration) {
                                            {"path", kFolder}}));
 }
 
-TEST_F(FolderPrivilegesReadingTest, AMissingFolderIsNoFailureAndTheChainGoesOn) {
+TEST_F(FolderPrivilegesReading, MissingFolderIsNoFailureAndChainContinues) {
   tree.remove(kFolder);
   addSharePoint("a", kFolder);
   const Dictionary reply = read();
@@ -83,7 +83,7 @@ TEST_F(FolderPrivilegesReadingTest, AMissingFolderIsNoFailureAndTheChainGoesOn) 
   EXPECT_EQ(part(reply, "sharePointRecord").boolean("isShared"), true);
 }
 
-TEST_F(FolderPrivilegesReadingTest, WhatCannotBeReadOfThemIsNoFailureAndTheChainGoesOn) {
+TEST_F(FolderPrivilegesReading, UnreadablePrivilegesAreNoFailureAndChainContinues) {
   addSharePoint("a", kFolder);
   tree.setAcl(kFolder, {.entries = {}, .undecodable = true});
   trace.fail("readAttributes", EIO);
@@ -95,14 +95,14 @@ TEST_F(FolderPrivilegesReadingTest, WhatCannotBeReadOfThemIsNoFailureAndTheChain
   EXPECT_EQ(part(reply, "sharePointRecord").boolean("isShared"), true);
 }
 
-TEST_F(FolderPrivilegesReadingTest, TheyAreReadBeforeTheSharePoint) {
+TEST_F(FolderPrivilegesReading, TheyAreReadBeforeTheSharePoint) {
   read();
   EXPECT_EQ(trace.sequence({"readAttributes", "acl_get_file", "findRecordsOfTypes"}),
             (std::vector<std::string>{"readAttributes /srv/a", "acl_get_file /srv/a",
                                       "findRecordsOfTypes /srv/a"}));
 }
 
-TEST_F(FolderPrivilegesReadingTest, ANameThatCannotBeLookedUpLeavesAsAnExceptionWithTheLockFree) {
+TEST_F(FolderPrivilegesReading, FailedNameLookupThrowsAndReleasesLock) {
   storeEntry();
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1);
   EXPECT_THROW(read(), DirectoryError);
@@ -111,15 +111,15 @@ TEST_F(FolderPrivilegesReadingTest, ANameThatCannotBeLookedUpLeavesAsAnException
   EXPECT_EQ(read().integer("readStatus"), 0);
 }
 
-TEST_F(FolderPrivilegesReadingTest, TheWholeServersFormHasNone) {
+TEST_F(FolderPrivilegesReading, TheWholeServersFormHasNone) {
   const Dictionary reply = handler.performOperation("readSettings", {});
   EXPECT_FALSE(reply.dictionary("configuration")->contains("fileAccessPrivs"));
   EXPECT_EQ(trace.count("readAttributes"), 0U);
 }
 
-class FolderPrivilegesWritingTest : public FolderPrivilegesTest {};
+class FolderPrivilegesWriting : public FolderPrivilegesTest {};
 
-TEST_F(FolderPrivilegesWritingTest, OwnerGroupModeAndAclAreWrittenAndReadBackInOneRequest) {
+TEST_F(FolderPrivilegesWriting, WritesAndReadsBackAllPrivilegesAtOnce) {
   const Dictionary reply = writePrivileges(
       {{"owner", "anna"}, {"group", "staff"}, {"privs", "750"}, {"acl", Array{entry()}}});
   EXPECT_EQ(reply.integer("writeStatus"), 0);
@@ -132,7 +132,7 @@ TEST_F(FolderPrivilegesWritingTest, OwnerGroupModeAndAclAreWrittenAndReadBackInO
                                            {"path", kFolder}}));
 }
 
-TEST_F(FolderPrivilegesWritingTest, WhatWasReadCanBeSentBackChanged) {
+TEST_F(FolderPrivilegesWriting, WhatWasReadCanBeSentBackChanged) {
   storeEntry();
   addSharePoint("a", kFolder);
   Dictionary configuration = *read().dictionary("configuration");
@@ -144,7 +144,7 @@ TEST_F(FolderPrivilegesWritingTest, WhatWasReadCanBeSentBackChanged) {
   EXPECT_EQ(privileges(reply), changed);
 }
 
-TEST_F(FolderPrivilegesWritingTest, WithoutThemNothingIsChanged) {
+TEST_F(FolderPrivilegesWriting, WithoutThemNothingIsChanged) {
   storeEntry();
   for (const Dictionary& configuration :
        {Dictionary{}, Dictionary{{"fileAccessPrivs", "755"}},
@@ -156,19 +156,19 @@ TEST_F(FolderPrivilegesWritingTest, WithoutThemNothingIsChanged) {
   EXPECT_EQ(acl.replacements(), 0);
 }
 
-TEST_F(FolderPrivilegesWritingTest, AnEmptyDictionaryIsAppliedToo) {
+TEST_F(FolderPrivilegesWriting, AnEmptyDictionaryIsAppliedToo) {
   EXPECT_EQ(writePrivileges({}).integer("writeStatus"), 0);
   EXPECT_EQ(trace.count("applyAttributes"), 1U);
 }
 
-TEST_F(FolderPrivilegesWritingTest, ThePathOfTheRequestIsTheOneThatCounts) {
+TEST_F(FolderPrivilegesWriting, PathOfRequestTakesPrecedence) {
   tree.setFolder("/srv/b");
   writePrivileges({{"path", "/srv/b"}, {"privs", "700"}});
   EXPECT_EQ(tree.attributes(kFolder).permissions, 0700U);
   EXPECT_EQ(tree.attributes("/srv/b").permissions, 0755U);
 }
 
-TEST_F(FolderPrivilegesWritingTest, TheyAreWrittenBeforeTheSharePoint) {
+TEST_F(FolderPrivilegesWriting, TheyAreWrittenBeforeTheSharePoint) {
   trace.forgetCalls();
   write({{"fileAccessPrivs", Dictionary{{"privs", "700"}, {"acl", Array{entry()}}}},
          {"sharePointRecord", newShare()}});
@@ -177,25 +177,25 @@ TEST_F(FolderPrivilegesWritingTest, TheyAreWrittenBeforeTheSharePoint) {
       (std::vector<std::string>{"applyAttributes /srv/a", "acl_set_file /srv/a", "newRecord a"}));
 }
 
-TEST_F(FolderPrivilegesWritingTest, AFailureIsItsStatusWithItsText) {
+TEST_F(FolderPrivilegesWriting, AFailureIsItsStatusWithItsText) {
   const Dictionary reply = writePrivileges({{"owner", "nobody-here"}});
   EXPECT_EQ(reply.integer("writeStatus"), USER_NOT_FOUND_ERR);
   EXPECT_EQ(*reply.string("writeError"), "USER_NOT_FOUND_ERR");
   EXPECT_EQ(*privileges(reply).string("owner"), "root") << "as it was read back";
 }
 
-TEST_F(FolderPrivilegesWritingTest, TheOwnResultOfASystemCallIsANegativeStatusWithAText) {
+TEST_F(FolderPrivilegesWriting, SystemCallResultBecomesNegativeStatusWithText) {
   const Array entries = {Dictionary{{"allowPermission", "YES"}, {"isUser", 0}, {"uniqueID", 1000}}};
   FaultPlan plan(1);
   plan.countOnly("acl.acl_set_qualifier");
-  const FaultyServices faulty(services(), plan);
+  const ForwardingServices faulty(services(), plan);
   const ServicesGuard guard(faulty.services());
   const Dictionary reply = writePrivileges({{"acl", entries}});
   EXPECT_EQ(reply.integer("writeStatus"), -1);
   EXPECT_EQ(*reply.string("writeError"), sharing_error_string(-1));
 }
 
-TEST_F(FolderPrivilegesWritingTest, TheirFailureDoesNotStopTheSharePoint) {
+TEST_F(FolderPrivilegesWriting, TheirFailureDoesNotStopTheSharePoint) {
   const Dictionary reply = write({{"fileAccessPrivs", Dictionary{{"group", "nobody-here"}}},
                                   {"sharePointRecord", newShare()}});
   EXPECT_EQ(reply.integer("writeStatus"), GROUP_NOT_FOUND_ERR);
@@ -203,7 +203,7 @@ TEST_F(FolderPrivilegesWritingTest, TheirFailureDoesNotStopTheSharePoint) {
   EXPECT_EQ(part(reply, "sharePointRecord").boolean("isShared"), true);
 }
 
-TEST_F(FolderPrivilegesWritingTest, TheirFailureHidesOneOfTheSharePoint) {
+TEST_F(FolderPrivilegesWriting, TheirFailureHidesOneOfTheSharePoint) {
   volumes.setError(kFolder, EIO);
   const Dictionary reply = write({{"fileAccessPrivs", Dictionary{{"owner", "nobody-here"}}},
                                   {"sharePointRecord", newShare()}});
@@ -211,7 +211,7 @@ TEST_F(FolderPrivilegesWritingTest, TheirFailureHidesOneOfTheSharePoint) {
   EXPECT_EQ(trace.count("newRecord"), 1U) << "it was still attempted";
 }
 
-TEST_F(FolderPrivilegesWritingTest, WhenTheySucceedTheFailureOfTheSharePointIsReported) {
+TEST_F(FolderPrivilegesWriting, SharePointFailureIsReportedAfterTheirSuccess) {
   volumes.setError(kFolder, EIO);
   const Dictionary reply =
       write({{"fileAccessPrivs", Dictionary{{"privs", "700"}}}, {"sharePointRecord", newShare()}});
@@ -219,7 +219,7 @@ TEST_F(FolderPrivilegesWritingTest, WhenTheySucceedTheFailureOfTheSharePointIsRe
   EXPECT_EQ(*privileges(reply).string("privs"), "700") << "they stay written";
 }
 
-TEST_F(FolderPrivilegesWritingTest, ARemovalMayCarryThem) {
+TEST_F(FolderPrivilegesWriting, ARemovalMayCarryThem) {
   addSharePoint("a", kFolder);
   const Dictionary reply = write({{"fileAccessPrivs", Dictionary{{"privs", "700"}}},
                                   {"sharePointRecord", Dictionary{{"isShared", "NO"}}}});
@@ -228,7 +228,7 @@ TEST_F(FolderPrivilegesWritingTest, ARemovalMayCarryThem) {
   EXPECT_EQ(*privileges(reply).string("privs"), "700");
 }
 
-TEST_F(FolderPrivilegesWritingTest, TheWholeServersFormDoesNotReadThem) {
+TEST_F(FolderPrivilegesWriting, TheWholeServersFormDoesNotReadThem) {
   handler.performOperation(
       "writeSettings",
       {{"configuration",
@@ -236,7 +236,7 @@ TEST_F(FolderPrivilegesWritingTest, TheWholeServersFormDoesNotReadThem) {
   EXPECT_EQ(tree.attributes(kFolder).permissions, 0755U);
 }
 
-TEST_F(FolderPrivilegesWritingTest, AReadBackThatRaisesLeavesThemWrittenAndTheLockFree) {
+TEST_F(FolderPrivilegesWriting, ReadBackExceptionKeepsChangesAndReleasesLock) {
   storeEntry();
   trace.raise("searchNode", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(writePrivileges({{"privs", "700"}}), DirectoryError);

@@ -20,9 +20,9 @@ const std::string kOn = std::to_string(quotaCommand(kQuotaOnCommand, 0));
 const std::string kOff = std::to_string(quotaCommand(kQuotaOffCommand, 0));
 
 // A real folder, because markers and quota files are real; it is no volume's root.
-class FolderQuotasTest : public HandlerFixture {
+class FolderQuotas : public HandlerFixture {
  protected:
-  FolderQuotasTest() { tree.setFolder(path()); }
+  FolderQuotas() { tree.setFolder(path()); }
 
   const std::string& path() const { return folder_.path(); }
   Dictionary read() {
@@ -48,28 +48,28 @@ class FolderQuotasTest : public HandlerFixture {
   TestFolder folder_;
 };
 
-TEST_F(FolderQuotasTest, AreInTheConfigurationOfAFolderWhetherItIsSharedOrNot) {
+TEST_F(FolderQuotas, AreInConfigurationOfSharedAndUnsharedFolders) {
   EXPECT_EQ(quotasIn(read()), (Dictionary{{"isEnabled", false}}));
   quotaControl.setOn("/");
   addSharePoint("a", path());
   EXPECT_EQ(quotasIn(read()), (Dictionary{{"isEnabled", true}}));
 }
 
-TEST_F(FolderQuotasTest, AreReadAfterTheSharePoint) {
+TEST_F(FolderQuotas, AreReadAfterTheSharePoint) {
   trace.forgetCalls();
   read();
   EXPECT_THAT(trace.sequence({"findRecordsOfTypes", "quotactl"}),
               ElementsAre("findRecordsOfTypes " + path(), "quotactl " + path()));
 }
 
-TEST_F(FolderQuotasTest, OfAMissingFolderAreTheErrorAlone) {
+TEST_F(FolderQuotas, OfAMissingFolderAreTheErrorAlone) {
   tree.remove(path());
   const Dictionary reply = read();
   EXPECT_EQ(quotasIn(reply), (Dictionary{{"quotaError", "FILE_NOT_FOUND_ERR"}}));
   EXPECT_EQ(reply.integer("readStatus"), 0);
 }
 
-TEST_F(FolderQuotasTest, AreEmptyAndNotAskedForWhenAnEarlierStepFailed) {
+TEST_F(FolderQuotas, AreEmptyAndNotReadAfterEarlierFailure) {
   addSharePoint("a", path());
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
   const Dictionary reply = read();
@@ -78,7 +78,7 @@ TEST_F(FolderQuotasTest, AreEmptyAndNotAskedForWhenAnEarlierStepFailed) {
   EXPECT_EQ(trace.count("quotactl"), 0U);
 }
 
-TEST_F(FolderQuotasTest, AFailureOfTheirOwnIsTheReadStatusAndTheyStayAsFarAsTheyCame) {
+TEST_F(FolderQuotas, OwnFailureSetsStatusAndKeepsPartialQuotas) {
   refuse(kState, EPERM);
   const Dictionary reply = read();
   EXPECT_EQ(reply.integer("readStatus"), EPERM);
@@ -86,7 +86,7 @@ TEST_F(FolderQuotasTest, AFailureOfTheirOwnIsTheReadStatusAndTheyStayAsFarAsThey
   EXPECT_FALSE(reply.contains("error"));
 }
 
-TEST_F(FolderQuotasTest, TheWholeServersFormHasNone) {
+TEST_F(FolderQuotas, TheWholeServersFormHasNone) {
   const Dictionary reply = handler.performOperation("readSettings", {});
   EXPECT_FALSE(reply.dictionary("configuration")->contains("volumeQuotas"));
   handler.performOperation(
@@ -95,7 +95,7 @@ TEST_F(FolderQuotasTest, TheWholeServersFormHasNone) {
   EXPECT_EQ(trace.count("quotactl"), 0U);
 }
 
-TEST_F(FolderQuotasTest, AreSwitchedOnAndOffAndReadBack) {
+TEST_F(FolderQuotas, AreSwitchedOnAndOffAndReadBack) {
   volumes.mount({path(), "/dev/sdz1", "ext4"});
   Dictionary reply = write({{"volumeQuotas", Dictionary{{"isEnabled", true}}}});
   EXPECT_EQ(reply.integer("writeStatus"), 0);
@@ -107,7 +107,7 @@ TEST_F(FolderQuotasTest, AreSwitchedOnAndOffAndReadBack) {
   EXPECT_EQ(quotasIn(reply), (Dictionary{{"isEnabled", false}}));
 }
 
-TEST_F(FolderQuotasTest, ThatAreNoDictionaryAreIgnored) {
+TEST_F(FolderQuotas, ThatAreNoDictionaryAreIgnored) {
   for (const Value& quotas : {Value("on"), Value(true), Value(Array{true}), Value(1)}) {
     EXPECT_EQ(write({{"volumeQuotas", quotas}}).integer("writeStatus"), 0);
   }
@@ -115,7 +115,7 @@ TEST_F(FolderQuotasTest, ThatAreNoDictionaryAreIgnored) {
   EXPECT_THAT(programs.started(), IsEmpty());
 }
 
-TEST_F(FolderQuotasTest, AreWrittenBetweenThePrivilegesAndTheSharePoint) {
+TEST_F(FolderQuotas, AreWrittenBetweenPrivilegesAndSharePoint) {
   trace.forgetCalls();
   write({{"fileAccessPrivs", Dictionary{{"privs", "700"}}},
          {"volumeQuotas", Dictionary{{"isEnabled", false}}},
@@ -129,7 +129,7 @@ TEST_F(FolderQuotasTest, AreWrittenBetweenThePrivilegesAndTheSharePoint) {
   EXPECT_THAT(order, ElementsAre("applyAttributes", "quotactl", "newRecord"));
 }
 
-TEST_F(FolderQuotasTest, ARefusalIsTheWriteStatusAndTheSharePointIsWrittenAllTheSame) {
+TEST_F(FolderQuotas, RefusalSetsStatusButWritesSharePoint) {
   const Dictionary reply =
       write({{"volumeQuotas", Dictionary{{"isEnabled", true}}},
              {"sharePointRecord", Dictionary{{"path", path()}, {"name", "a"}}}});
@@ -138,7 +138,7 @@ TEST_F(FolderQuotasTest, ARefusalIsTheWriteStatusAndTheSharePointIsWrittenAllThe
   EXPECT_EQ(sharePointNames(), std::vector<std::string>{"a"});
 }
 
-TEST_F(FolderQuotasTest, ARefusalHidesAFailureOfTheSharePoint) {
+TEST_F(FolderQuotas, RefusalHidesSharePointFailure) {
   refuse(kOff, EIO);
   trace.raise("newRecord", DirectoryError(EIO, "damaged"));
   const Dictionary request{{"volumeQuotas", Dictionary{{"isEnabled", false}}},
@@ -149,7 +149,7 @@ TEST_F(FolderQuotasTest, ARefusalHidesAFailureOfTheSharePoint) {
   EXPECT_EQ(write(request).integer("writeStatus"), CANNOT_SAVE_SHARE_POINT_ERR);
 }
 
-TEST_F(FolderQuotasTest, AFailureOfThePrivilegesHidesARefusalAndDoesNotStopIt) {
+TEST_F(FolderQuotas, PrivilegesFailureHidesRefusalWithoutPreventingIt) {
   refuse(kOn, EIO);
   const Dictionary reply = write({{"fileAccessPrivs", Dictionary{{"owner", "nobody-here"}}},
                                   {"volumeQuotas", Dictionary{{"isEnabled", true}}}});

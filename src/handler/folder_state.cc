@@ -8,10 +8,9 @@
 #include "platform/file_attributes.h"
 #include "platform/services.h"
 #include "privileges/file_privs.h"
-#include "privileges/owned_acl.h"
+#include "privileges/get_acl.h"
+#include "protocol/keys.h"
 #include "store/directory_access.h"
-#include "store/exception_text.h"
-#include "store/schema.h"
 #include "store/share_point_reading.h"
 
 namespace paddock {
@@ -19,13 +18,12 @@ namespace paddock {
 namespace {
 
 constexpr const char* kAclKey = "acl";
-constexpr const char* kPosixErrorKey = "posixErr";
-constexpr std::array kNamesOfPrincipals = {"displayName", "isUser"};
+constexpr std::array kNamesOfPrincipals = {protocol::kDisplayName, protocol::kIsUser};
 
 Dictionary sharePointForm(const SharePointRecord* record) {
-  if (record == nullptr) return {{kIsSharedKey, false}};
+  if (record == nullptr) return {{protocol::kIsShared, false}};
   Dictionary form = record->dictionary();
-  form.set(kIsSharedKey, true);
+  form.set(protocol::kIsShared, true);
   return form;
 }
 
@@ -52,8 +50,8 @@ Value modeOf(const std::string& path) {
   return *attributes.permissions;
 }
 
-// A list without entries that is complete lets nobody in, and the mode decides where there is none:
-// neither shows in the entries.
+// A complete list without entries denies everything, and without a list the mode decides: neither
+// shows in the entries.
 const char* listOf(const std::string& path) {
   const OwnedAcl list(services().acl->acl_get_file(path, acl::kTypeExtended), "folder_state");
   if (!list) return "none";
@@ -78,14 +76,14 @@ Value recordOf(const std::string& path) {
 Status readPrivilegesAndSharePoint(const std::string& path, Dictionary& settings) {
   Dictionary privileges;
   Status status = read_file_privs(path, privileges);
-  settings.set(kFileAccessPrivsKey, std::move(privileges));
+  settings.set(protocol::kFileAccessPrivs, std::move(privileges));
   Dictionary sharePoint;
   if (status == kSuccess) {
     std::unique_ptr<SharePointRecord> record;
     status = get_share_point(path, record);
     sharePoint = sharePointForm(record.get());
   }
-  settings.set(kSharePointRecordKey, std::move(sharePoint));
+  settings.set(protocol::kSharePointRecord, std::move(sharePoint));
   return status;
 }
 
@@ -94,16 +92,18 @@ Dictionary readUnlistedState(const std::string& path) {
 }
 
 std::string folderState(const Dictionary& settings, const Dictionary& unlisted) {
-  Dictionary privileges = partOf(settings, kFileAccessPrivsKey);
-  const Dictionary sharePoint = partOf(settings, kSharePointRecordKey);
+  Dictionary privileges = partOf(settings, protocol::kFileAccessPrivs);
+  const Dictionary sharePoint = partOf(settings, protocol::kSharePointRecord);
   privileges.erase(kPathKey);
   if (const Array* acl = privileges.array(kAclKey)) privileges.set(kAclKey, withoutNames(*acl));
   return stateText(privileges) + stateText(sharePoint) + stateText(unlisted);
 }
 
 bool hasFolder(const Dictionary& settings) {
-  return partOf(settings, kSharePointRecordKey).boolean(kIsSharedKey).value_or(false) ||
-         !partOf(settings, kFileAccessPrivsKey).contains(kPosixErrorKey);
+  return partOf(settings, protocol::kSharePointRecord)
+             .boolean(protocol::kIsShared)
+             .value_or(false) ||
+         !partOf(settings, protocol::kFileAccessPrivs).contains(protocol::kPosixErr);
 }
 
 }  // namespace paddock

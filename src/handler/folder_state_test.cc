@@ -15,7 +15,7 @@
 namespace paddock {
 namespace {
 
-class FolderStateTest : public HandlerFixture {
+class FolderStateTags : public HandlerFixture {
  protected:
   static std::string asItIs(std::string_view state) { return std::string(state); }
 
@@ -56,7 +56,7 @@ Dictionary settingsWith(const Dictionary& entry, const Dictionary& sharePoint) {
           {"sharePointRecord", sharePoint}};
 }
 
-TEST_F(FolderStateTest, NamesOfPrincipalsAndThePathDoNotCount) {
+TEST_F(FolderStateTags, PrincipalNamesAndPathAreIgnored) {
   const Dictionary entry{{"guid", "G"}, {"bitmap", 2}, {"displayName", "Anna"}, {"isUser", 0}};
   const Dictionary unnamed{{"guid", "G"}, {"bitmap", 2}, {"displayName", "G"}, {"isUser", 7}};
   Dictionary other = settingsWith(unnamed, {});
@@ -66,7 +66,7 @@ TEST_F(FolderStateTest, NamesOfPrincipalsAndThePathDoNotCount) {
   EXPECT_EQ(folderState(settingsWith(entry, {}), {}), folderState(other, {}));
 }
 
-TEST_F(FolderStateTest, EverythingElseCounts) {
+TEST_F(FolderStateTags, EverythingElseCounts) {
   const Dictionary entry{{"guid", "G"}, {"bitmap", 2}};
   const auto state = [](const Dictionary& of, const Dictionary& sharePoint,
                         const Dictionary& unlisted = {}) {
@@ -82,7 +82,7 @@ TEST_F(FolderStateTest, EverythingElseCounts) {
 }
 
 // Each of these reads as the one before it does.
-TEST_F(FolderStateTest, WhetherAListIsThereAndCompleteIsPartOfTheState) {
+TEST_F(FolderStateTags, ListPresenceAndCompletenessArePartOfState) {
   addSharePoint("a", "/srv/a");
   tree.setFolder("/srv/a");
   const std::string without = tagOf("/srv/a");
@@ -101,7 +101,7 @@ TEST_F(FolderStateTest, WhetherAListIsThereAndCompleteIsPartOfTheState) {
   expectLockFree();
 }
 
-TEST_F(FolderStateTest, TheSetIdBitsArePartOfTheState) {
+TEST_F(FolderStateTags, SetIdBitsArePartOfState) {
   tree.set("/srv/a", {"root", "root", 0755, "directory"});
   const std::string plain = tagOf("/srv/a");
   tree.set("/srv/a", {"root", "root", 02755, "directory"});
@@ -109,7 +109,7 @@ TEST_F(FolderStateTest, TheSetIdBitsArePartOfTheState) {
   EXPECT_FALSE(write(naming("/srv/a", "a"), plain));
 }
 
-TEST_F(FolderStateTest, AttributesOfTheRecordThatAreNotListedArePartOfTheState) {
+TEST_F(FolderStateTags, UnlistedRecordAttributesArePartOfState) {
   addSharePoint("a", "/srv/a", {{"dsAttrTypeNative:smb_options", "read only = yes"}});
   const std::string readOnly = tagOf("/srv/a");
   removeRecord(schema::kSharePoints, "a");
@@ -119,7 +119,7 @@ TEST_F(FolderStateTest, AttributesOfTheRecordThatAreNotListedArePartOfTheState) 
   EXPECT_EQ(sharePointNames(), std::vector<std::string>{"a"});
 }
 
-TEST_F(FolderStateTest, AReadingWithAPathHasATagAndTheWholeServerHasNone) {
+TEST_F(FolderStateTags, OnlyReadsWithPathReturnTag) {
   addSharePoint("a", "/srv/a");
   EXPECT_NE(tagOf("/srv/a"), "");
   EXPECT_EQ(tagOf("/srv/a"), tagOf("/srv/a"));
@@ -128,7 +128,7 @@ TEST_F(FolderStateTest, AReadingWithAPathHasATagAndTheWholeServerHasNone) {
   EXPECT_EQ(tagOf("getSharePointList", {}), "");
 }
 
-TEST_F(FolderStateTest, WritingInTheStateThatWasReadSucceeds) {
+TEST_F(FolderStateTags, WritingInTheStateThatWasReadSucceeds) {
   addSharePoint("a", "/srv/a");
   const std::string tag = tagOf("/srv/a");
   EXPECT_TRUE(write(naming("/srv/a", "b"), tag));
@@ -136,7 +136,7 @@ TEST_F(FolderStateTest, WritingInTheStateThatWasReadSucceeds) {
   expectLockFree();
 }
 
-TEST_F(FolderStateTest, WritingInAnotherStateChangesNothing) {
+TEST_F(FolderStateTags, WritingInAnotherStateChangesNothing) {
   addSharePoint("a", "/srv/a");
   const std::string tag = tagOf("/srv/a");
   ASSERT_TRUE(write(naming("/srv/a", "b"), tag));
@@ -146,7 +146,7 @@ TEST_F(FolderStateTest, WritingInAnotherStateChangesNothing) {
   EXPECT_EQ(tagOf("/srv/a"), changed);
 }
 
-TEST_F(FolderStateTest, AChangeOfTheExportIsAnotherState) {
+TEST_F(FolderStateTags, AChangeOfTheExportIsAnotherState) {
   addSharePoint("a", "/srv/a");
   const std::string tag = tagOf("/srv/a");
   Dictionary request = naming("/srv/a", "a");
@@ -156,26 +156,26 @@ TEST_F(FolderStateTest, AChangeOfTheExportIsAnotherState) {
   EXPECT_FALSE(write(naming("/srv/a", "c"), tag));
 }
 
-TEST_F(FolderStateTest, AStarIsForWhatIsThere) {
+TEST_F(FolderStateTags, AStarIsForWhatIsThere) {
   addSharePoint("a", "/srv/a");
   EXPECT_TRUE(write(naming("/srv/a", "b"), "*"));
   EXPECT_FALSE(write(naming("/srv/missing", "b"), "*"));
 }
 
-TEST_F(FolderStateTest, TheWholeServerIsInNoStateThatHasATag) {
+TEST_F(FolderStateTags, WholeServerMatchesNoTag) {
   EXPECT_FALSE(write({}, tagOf("/srv/a")));
   EXPECT_TRUE(write({}, "*"));
   EXPECT_TRUE(write({}, "*"));
 }
 
-TEST_F(FolderStateTest, AWritingTellsTheStateThatItLeft) {
+TEST_F(FolderStateTags, WriteReturnsResultingState) {
   addSharePoint("a", "/srv/a");
   const std::string left = tagOf("writeSettings", naming("/srv/a", "b"));
   EXPECT_NE(left, "");
   EXPECT_EQ(left, tagOf("/srv/a"));
 }
 
-TEST_F(FolderStateTest, AWritingTellsNoStateWhenAnotherOneCameBetween) {
+TEST_F(FolderStateTags, WriteReturnsNoStateAfterConcurrentWrite) {
   addSharePoint("a", "/srv/a");
   std::promise<void> done;
   std::string left;

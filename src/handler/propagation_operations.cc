@@ -5,15 +5,16 @@
 #include <optional>
 #include <stdexcept>
 
+#include "base/mutex.h"
 #include "handler/request_keys.h"
 #include "handler/shared_folder_check.h"
 #include "handler/sharing_request_handler.h"
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "privileges/acl_manipulation.h"
-#include "privileges/effective_permissions.h"
-#include "privileges/inherit_parent_acl.h"
-#include "privileges/propagation.h"
+#include "privileges/bundle_programs.h"
+#include "privileges/get_acl.h"
+#include "protocol/keys.h"
 
 namespace paddock {
 
@@ -30,12 +31,12 @@ struct Selection {
   PropagationMask bit;
 };
 
-constexpr std::array<Selection, 6> kSelections = {{{"propOwnerName", kSetOwner},
-                                                   {"propGroupName", kSetGroup},
-                                                   {"propOwnerPerm", kSetOwnerPermissions},
-                                                   {"propGroupPerm", kSetGroupPermissions},
-                                                   {"propWorldPerm", kSetOtherPermissions},
-                                                   {"propACL", kSetInheritedEntries}}};
+constexpr std::array<Selection, 6> kSelections = {{{protocol::kPropOwnerName, kSetOwner},
+                                                   {protocol::kPropGroupName, kSetGroup},
+                                                   {protocol::kPropOwnerPerm, kSetOwnerPermissions},
+                                                   {protocol::kPropGroupPerm, kSetGroupPermissions},
+                                                   {protocol::kPropWorldPerm, kSetOtherPermissions},
+                                                   {protocol::kPropACL, kSetInheritedEntries}}};
 
 // Deliberate: 1 alone selects, not every number but 0.
 PropagationMask selectionMask(const Dictionary& request) {
@@ -58,8 +59,8 @@ void copyFromContext(const Context& context, const char* key, Dictionary& reply)
   reply.set(key, context.get(key));
 }
 
-// Root's when the request names none. Null for what is no user id, which would otherwise ask for
-// somebody else, root among them.
+// Root's when the request names none. Null for an invalid user id, which would otherwise select
+// another user, possibly root.
 std::optional<std::uint32_t> userIdOf(const Dictionary& request) {
   if (!request.contains(kUidKey)) return 0;
   const auto number = request.integer(kUidKey);
@@ -71,7 +72,7 @@ std::optional<std::uint32_t> userIdOf(const Dictionary& request) {
 
 Dictionary SharingRequestHandler::fileInheritACLWithRequest(const Dictionary& request) {
   Dictionary reply;
-  const std::lock_guard lock(*gSettingsDictLock);
+  const SettingsLockGuard lock("fileInheritACL", request.string(kPathKey));
   Array entries;
   const Status status = inherit_parent_ACL(textOf(request, kPathKey), entries);
   if (status == kSuccess) {
@@ -84,7 +85,7 @@ Dictionary SharingRequestHandler::fileInheritACLWithRequest(const Dictionary& re
 
 Dictionary SharingRequestHandler::startPropagateWithRequest(const Dictionary& request) {
   Dictionary reply;
-  const std::lock_guard lock(*gSettingsDictLock);
+  const SettingsLockGuard lock("startPropagate", firstPath(request));
   const std::string* path = firstPath(request);
   if (path == nullptr) {
     services().logger->log(kLogError,
@@ -99,17 +100,18 @@ Dictionary SharingRequestHandler::startPropagateWithRequest(const Dictionary& re
     return reply;
   }
   reply.set(kPathKey, *path);
-  copyFromContext(context(), kCopyPrivsPidKey, reply);
-  copyFromContext(context(), kCopyPrivsStatusFileKey, reply);
+  copyFromContext(context(), protocol::kCopyPrivsPid, reply);
+  copyFromContext(context(), protocol::kCopyPrivsStatusFile, reply);
   return reply;
 }
 
 Dictionary SharingRequestHandler::statusCopyPrivsWithRequest(const Dictionary& request) {
   Dictionary reply;
-  const std::lock_guard lock(*gSettingsDictLock);
+  const SettingsLockGuard lock("statusCopyPrivs", nullptr);
   std::optional<Dictionary> found;
-  const Status status = get_copyprivs_status(context(), request.find(kCopyPrivsPidKey), found,
-                                             textOf(request, kCopyPrivsStatusFileKey));
+  const Status status =
+      get_copyprivs_status(context(), request.find(protocol::kCopyPrivsPid), found,
+                           textOf(request, protocol::kCopyPrivsStatusFile));
   if (found) reply.set(kStatusKey, std::move(*found));
   if (status != kSuccess) reply.set(kErrorKey, sharing_error_string(status));
   return reply;
@@ -117,7 +119,7 @@ Dictionary SharingRequestHandler::statusCopyPrivsWithRequest(const Dictionary& r
 
 Dictionary SharingRequestHandler::getEffectivePermsWithRequest(const Dictionary& request) {
   Dictionary reply;
-  const std::lock_guard lock(*gSettingsDictLock);
+  const SettingsLockGuard lock("getEffectivePerms", request.string(kPathKey));
   const std::string* path = request.string(kPathKey);
   std::int32_t bitmap = 0;
   const auto uid = userIdOf(request);

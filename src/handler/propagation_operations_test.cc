@@ -36,7 +36,7 @@ class PropagationOperations : public HandlerFixture {
   }
 };
 
-TEST_F(PropagationOperations, AStartRepliesWithThePathAndWhatTheContextKeeps) {
+TEST_F(PropagationOperations, StartRepliesWithPathAndContextValues) {
   EXPECT_EQ(start(),
             (Dictionary{
                 {"path", "/srv/a"}, {"copyPrivsPid", 4711}, {"copyPrivsStatusFile", kFirstFile}}));
@@ -77,7 +77,7 @@ TEST_F(PropagationOperations, OneAloneSelects) {
   }
 }
 
-TEST_F(PropagationOperations, AStartThatFailsRepliesWithTheErrorAlone) {
+TEST_F(PropagationOperations, FailedStartRepliesWithErrorAlone) {
   programs.setMissing(kCopyPrivsPath);
   EXPECT_EQ(start(), (Dictionary{{"error", "CANNOT_PROPAGATE_PRIVS_ERR"}}));
 }
@@ -95,7 +95,7 @@ TEST_F(PropagationOperations, WithoutPathsNothingStarts) {
   EXPECT_EQ(logger.lines(), (std::vector{why, why, why}));
 }
 
-TEST_F(PropagationOperations, AnEmptyArrayOfPathsIsThrownWithTheLockFree) {
+TEST_F(PropagationOperations, EmptyPathArrayThrowsAndReleasesLock) {
   EXPECT_THROW(handler.startPropagateWithRequest({{"paths", Array{}}}), std::out_of_range);
   EXPECT_TRUE(lockIsFree());
 }
@@ -108,7 +108,7 @@ TEST_F(PropagationOperations, TheStatusIsThatOfTheFile) {
   EXPECT_TRUE(lockIsFree());
 }
 
-TEST_F(PropagationOperations, ARunThatHasSaidNothingYetHasNoStatus) {
+TEST_F(PropagationOperations, SilentRunHasNoStatus) {
   start();
   EXPECT_EQ(status(), Dictionary{});
 }

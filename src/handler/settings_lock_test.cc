@@ -6,6 +6,8 @@
 #include <future>
 #include <thread>
 
+#include "handler/settings_lock.h"
+#include "paddock/request_conditions.h"
 #include "support/handler_fixture.h"
 
 namespace paddock {
@@ -17,7 +19,7 @@ using namespace std::chrono_literals;
 constexpr auto kSoon = 20s;
 constexpr auto kNotYet = 100ms;
 
-class SettingsLockTest : public HandlerFixture {
+class SettingsLock : public HandlerFixture {
  protected:
   // Which needs a directory node to ask.
   static Dictionary requestOf(const std::string& operation) {
@@ -30,7 +32,7 @@ class SettingsLockTest : public HandlerFixture {
   }
 };
 
-TEST_F(SettingsLockTest, StateAndLogPathsAreAnsweredWhileTheLockIsHeld) {
+TEST_F(SettingsLock, StateAndLogPathsAnswerDuringHeldLock) {
   std::unique_lock held(*gSettingsDictLock);
   for (const char* operation : {"getState", "getLogPaths"}) {
     auto reply = start(operation);
@@ -40,7 +42,7 @@ TEST_F(SettingsLockTest, StateAndLogPathsAreAnsweredWhileTheLockIsHeld) {
   }
 }
 
-TEST_F(SettingsLockTest, EveryOtherOperationWaitsForTheLock) {
+TEST_F(SettingsLock, EveryOtherOperationWaitsForTheLock) {
   for (const auto& operation : handler.operations()) {
     if (operation.name == "getState" || operation.name == "getLogPaths") continue;
     std::unique_lock held(*gSettingsDictLock);
@@ -54,7 +56,7 @@ TEST_F(SettingsLockTest, EveryOtherOperationWaitsForTheLock) {
   }
 }
 
-TEST_F(SettingsLockTest, IdleTicksRunWithoutTheLock) {
+TEST_F(SettingsLock, IdleTicksRunWithoutTheLock) {
   std::unique_lock held(*gSettingsDictLock);
   auto tick = std::async(std::launch::async, [this] { return handler.doIdleAtCount(1); });
   const bool answered = tick.wait_for(kSoon) == std::future_status::ready;
@@ -69,7 +71,7 @@ bool asksTheServers(const ServiceCall& call) {
 }
 bool isOfTheModule(const ServiceCall& call) { return !asksTheServers(call); }
 
-TEST_F(SettingsLockTest, IsFreeWhileTheServersAreAsked) {
+TEST_F(SettingsLock, IsFreeWhileTheServersAreAsked) {
   int calls = 0;
   trace.when(asksTheServers, [&](const ServiceCall&) {
     ++calls;
@@ -84,7 +86,7 @@ TEST_F(SettingsLockTest, IsFreeWhileTheServersAreAsked) {
   EXPECT_GE(calls, 1);
 }
 
-TEST_F(SettingsLockTest, IsHeldDuringEveryOtherCallOfAService) {
+TEST_F(SettingsLock, IsHeldDuringEveryOtherServiceCall) {
   addSharePoint("a", "/srv/a");
   setExportsFile(managedBlock({"/srv/a *(rw)"}));
   std::atomic<int> free = 0;
@@ -106,14 +108,14 @@ TEST_F(SettingsLockTest, IsHeldDuringEveryOtherCallOfAService) {
   EXPECT_EQ(free, 0);
 }
 
-TEST_F(SettingsLockTest, IsFreeAfterEveryOperation) {
+TEST_F(SettingsLock, IsFreeAfterEveryOperation) {
   for (const auto& operation : handler.operations()) {
     handler.performOperation(operation.name, requestOf(operation.name));
     EXPECT_TRUE(lockIsFree()) << operation.name;
   }
 }
 
-TEST_F(SettingsLockTest, IsFreeAfterAnExceptionOfAnyKind) {
+TEST_F(SettingsLock, IsFreeAfterAnExceptionOfAnyKind) {
   addSharePoint("a", "/srv/a");
   const Dictionary folder{{"optionalArguments", Dictionary{{"path", "/srv/a"}}}};
   trace.raise("getAllAttributesAndValues", DirectoryError(5, "damaged"), 1);
@@ -127,7 +129,7 @@ TEST_F(SettingsLockTest, IsFreeAfterAnExceptionOfAnyKind) {
   expectLockFree();
 }
 
-TEST_F(SettingsLockTest, IsFreeBetweenWritingAndReadingBack) {
+TEST_F(SettingsLock, IsFreeBetweenWritingAndReadingBack) {
   // Another request that waits for the lock may run between the two.
   std::promise<void> written;
   trace.when(
@@ -162,7 +164,7 @@ class Overlap {
   std::atomic<bool> overlapped_ = false;
 };
 
-TEST_F(SettingsLockTest, RequestsFromSeveralThreadsNeverOverlap) {
+TEST_F(SettingsLock, RequestsFromSeveralThreadsNeverOverlap) {
   Overlap overlap;
   trace.when(isOfTheModule, [&overlap](const ServiceCall& call) { return overlap(call); });
   constexpr int kThreads = 6;
@@ -194,7 +196,7 @@ TEST_F(SettingsLockTest, RequestsFromSeveralThreadsNeverOverlap) {
   EXPECT_TRUE(lockIsFree());
 }
 
-TEST_F(SettingsLockTest, WritesFromSeveralThreadsAllArrive) {
+TEST_F(SettingsLock, WritesFromSeveralThreadsAllArrive) {
   constexpr int kThreads = 6;
   constexpr int kEach = 10;
   std::vector<std::thread> threads;
@@ -219,6 +221,85 @@ TEST_F(SettingsLockTest, WritesFromSeveralThreadsAllArrive) {
   for (const Value& sharePoint : *reply.array("sharePointList")) {
     EXPECT_NE(sharePoint.dictionary()->dictionary("nfsExportRecord"), nullptr);
   }
+}
+
+// With a patience of a tenth of a second.
+class BoundedSettingsLock : public SettingsLock {
+ protected:
+  BoundedSettingsLock() {
+    setSettingsLockPatience([] { return 100ms; });
+  }
+  ~BoundedSettingsLock() override { setSettingsLockPatience({}); }
+
+  // What the operation says that it waits for; empty when it ran.
+  std::string refusalOf(const std::string& operation) {
+    try {
+      handler.performOperation(operation, requestOf(operation));
+    } catch (const OperationBusy& busy) {
+      return busy.what();
+    }
+    return {};
+  }
+};
+
+TEST_F(BoundedSettingsLock, EveryOperationIsRefusedAfterItsPatience) {
+  const std::string path = "/srv/a";
+  const SettingsLockGuard held("writeSettings", &path);
+  for (const auto& operation : handler.operations()) {
+    if (operation.name == "getState" || operation.name == "getLogPaths") continue;
+    trace.forgetCalls();
+    EXPECT_EQ(std::async(std::launch::async, [&] { return refusalOf(operation.name); }).get(),
+              "the settings are in use by writeSettings of /srv/a for 0 s; nothing was done. Ask "
+              "again later ([limits] lock_seconds)")
+        << operation.name;
+    EXPECT_TRUE(trace.calls().empty()) << operation.name;
+  }
+}
+
+TEST_F(BoundedSettingsLock, UnnamedHolderIsReportedWithoutName) {
+  const std::unique_lock held(*gSettingsDictLock);
+  EXPECT_EQ(std::async(std::launch::async, [&] { return refusalOf("getDSNodes"); }).get(),
+            "the settings are in use; nothing was done. Ask again later ([limits] lock_seconds)");
+}
+
+TEST_F(BoundedSettingsLock, HolderWithoutPathIsNamedAlone) {
+  const SettingsLockGuard held("getDSNodes", nullptr);
+  EXPECT_EQ(std::async(std::launch::async, [&] { return refusalOf("readSettings"); }).get(),
+            "the settings are in use by getDSNodes for 0 s; nothing was done. Ask again later "
+            "([limits] lock_seconds)");
+}
+
+TEST_F(BoundedSettingsLock, RefusedOperationLeavesTheLockFree) {
+  {
+    const SettingsLockGuard held("getDSNodes", nullptr);
+    std::async(std::launch::async, [&] { return refusalOf("readSettings"); }).get();
+  }
+  EXPECT_TRUE(lockIsFree());
+  EXPECT_EQ(refusalOf("readSettings"), "");
+}
+
+TEST_F(BoundedSettingsLock, DoneChangeIsReadBackHoweverLongThatTakes) {
+  std::future<void> other;
+  // Asked of the servers when the change is done, and before it is read back.
+  trace.when(asksTheServers, [&](const ServiceCall&) {
+    std::promise<void> taken;
+    std::future<void> isTaken = taken.get_future();
+    other = std::async(std::launch::async, [&taken] {
+      const SettingsLockGuard held("getDSNodes", nullptr);
+      taken.set_value();
+      std::this_thread::sleep_for(300ms);
+    });
+    isTaken.wait();
+    return 0;
+  });
+  const Dictionary reply = handler.performOperation(
+      "writeSettings",
+      {{"configuration",
+        Dictionary{{"sharePointList", Array{Dictionary{{"path", "/srv/a"}, {"name", "x"}}}}}}});
+  ASSERT_TRUE(other.valid()) << "nobody was asked";
+  other.get();
+  EXPECT_EQ(reply.integer("writeStatus"), 0);
+  EXPECT_EQ(reply.integer("readStatus"), 0);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "store/directory_access.h"
-#include "store/schema.h"
 
 namespace paddock {
 
@@ -19,8 +18,8 @@ constexpr const char* kOther =
     "remove "
     "PATH, keelhouse share add PATH --from FILE";
 
-// The name of the share point that has exactly this path; absent when none has, or when that cannot
-// be told.
+// The name of the share point that has exactly this path; nullopt when none has, or when the lookup
+// fails.
 std::optional<std::string> shareNameAt(const std::string& path) {
   try {
     DirectoryRecordPtr record;

@@ -1,5 +1,5 @@
-// Whether the path of a share point still means the folder that was shared. Without a service
-// (null) nothing is remembered, and nothing checked.
+// Whether the path of a share point still refers to the folder that was shared. Without a service
+// (null) nothing is recorded or checked.
 #pragma once
 
 #include <set>
@@ -11,19 +11,19 @@
 
 namespace paddock {
 
-// Whether privileges at the path may be changed, and pushed down from there: not when a share point
-// has exactly this path and another folder is there than the one that was shared, which is logged
-// then. A share point that cannot be looked up keeps nothing from being changed.
+// Whether privileges at the path may be changed, and propagated from there: not when a share point
+// has exactly this path and its folder is not the one that was shared, which is then logged. A
+// share point whose lookup fails does not prevent changes.
 bool is_folder_as_shared(SharedFolders* folders, const std::string& path);
 
-// Around the writing of share points. Folders of new ones are remembered, those of others unless
-// one is known already: what came into its place meanwhile is not taken for it. Those of removed
-// ones are forgotten.
+// Scope around the writing of share points. Folders of new ones are recorded, those of others
+// unless one is recorded already: a folder that has replaced it concurrently is not mistaken for
+// it. Those of removed ones are deleted.
 class SharedFolderNotes {
  public:
-  // To be made before the share points are written.
+  // To be constructed before the share points are written.
   SharedFolderNotes(SharedFolders* folders, const std::vector<SharePointRecord>& sharePoints);
-  // To be called when they were.
+  // To be called after they were written.
   void take(const std::vector<SharePointRecord>& sharePoints) const;
 
  private:

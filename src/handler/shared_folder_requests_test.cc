@@ -6,7 +6,7 @@
 
 #include "base/status.h"
 #include "platform/testing/in_memory_shared_folders.h"
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/handler_fixture.h"
 
 namespace paddock {
@@ -56,7 +56,7 @@ class SharedFolderRequests : public HandlerFixture {
   InMemorySharedFolders folders;
 };
 
-TEST_F(SharedFolderRequests, TheFolderThatWasSharedIsSetAndPushedDownAsBefore) {
+TEST_F(SharedFolderRequests, SharedFolderAcceptsChangeAndPropagation) {
   ASSERT_EQ(share().integer("writeStatus"), 0);
   EXPECT_EQ(setMode(), 0);
   EXPECT_EQ(mode(), 0700U);
@@ -89,14 +89,14 @@ TEST_F(SharedFolderRequests, SharedAgainItIsTheShares) {
   EXPECT_EQ(mode(), 0700U);
 }
 
-TEST_F(SharedFolderRequests, AChangeOfTheShareDoesNotTakeTheOtherFolder) {
+TEST_F(SharedFolderRequests, ShareChangeDoesNotAdoptReplacementFolder) {
   share();
   replaceFolder();
   EXPECT_EQ(share({{"nameOverSMB", "other"}}).integer("writeStatus"), 0);
   EXPECT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
 }
 
-TEST_F(SharedFolderRequests, AShareOfBeforeIsRememberedWithItsNextChange) {
+TEST_F(SharedFolderRequests, OlderShareIsRecordedOnNextChange) {
   addSharePoint("a", kFolder);
   replaceFolder();
   EXPECT_EQ(setMode(), 0) << "nothing is known of it";
@@ -105,7 +105,7 @@ TEST_F(SharedFolderRequests, AShareOfBeforeIsRememberedWithItsNextChange) {
   EXPECT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
 }
 
-TEST_F(SharedFolderRequests, WhatIsRememberedOfARecordThatIsGoneDoesNotCount) {
+TEST_F(SharedFolderRequests, NoteOfRemovedRecordIsIgnored) {
   share();
   removeRecord(schema::kSharePoints, "a");
   replaceFolder();
@@ -114,7 +114,7 @@ TEST_F(SharedFolderRequests, WhatIsRememberedOfARecordThatIsGoneDoesNotCount) {
   EXPECT_EQ(setMode(), 0);
 }
 
-TEST_F(SharedFolderRequests, APathThatDiffersByLetterCaseIsAnotherFoldersOwn) {
+TEST_F(SharedFolderRequests, OtherCasePathIsSeparateFolder) {
   share();
   replaceFolder();
   replaceFolder("/srv/A");
@@ -130,7 +130,7 @@ TEST_F(SharedFolderRequests, AFolderThatIsMissingFailsByItself) {
               Not(Contains(Field(&RecordingLogger::Line::text, HasSubstr("another folder")))));
 }
 
-TEST_F(SharedFolderRequests, WhatCannotBeRememberedOrComparedKeepsNothingFromBeingDone) {
+TEST_F(SharedFolderRequests, FailingFolderNotesPreventNoRequest) {
   share();
   replaceFolder();
   folders.breakDown();
@@ -140,7 +140,7 @@ TEST_F(SharedFolderRequests, WhatCannotBeRememberedOrComparedKeepsNothingFromBei
   EXPECT_EQ(setMode(), 0);
 }
 
-TEST_F(SharedFolderRequests, FoldersOfAListAreJudgedEachByItself) {
+TEST_F(SharedFolderRequests, ListFoldersAreCheckedIndividually) {
   share();
   replaceFolder();
   replaceFolder("/srv/b");
@@ -154,14 +154,14 @@ TEST_F(SharedFolderRequests, FoldersOfAListAreJudgedEachByItself) {
   EXPECT_EQ(setMode("/srv/b"), CANNOT_CHANGE_PRIVS_ERR);
 }
 
-TEST_F(SharedFolderRequests, ADirectoryThatFailsKeepsNothingFromBeingSet) {
+TEST_F(SharedFolderRequests, DirectoryFailureDoesNotPreventChange) {
   share();
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(write({{"fileAccessPrivs", Dictionary{{"privs", "700"}}}}).integer("writeStatus"), 0);
   EXPECT_EQ(mode(), 0700U);
 }
 
-TEST_F(SharedFolderRequests, NothingOfItIsInTheRecordOrTheReply) {
+TEST_F(SharedFolderRequests, FolderNoteAppearsNeitherInRecordNorReply) {
   share();
   const Dictionary reply = write({});
   const Dictionary* record = reply.dictionary("configuration")->dictionary("sharePointRecord");

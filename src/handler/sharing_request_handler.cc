@@ -6,14 +6,38 @@
 #include <string>
 
 #include "exports/shared_exports_parser.h"
+#include "handler/request_keys.h"
 #include "platform/logger.h"
 #include "platform/services.h"
+#include "protocol/keys.h"
 #include "store/backup/backup_advertisement.h"
-#include "store/exception_text.h"
+#include "store/directory_access.h"
+#include "store/directory_nodes.h"
 
 namespace paddock {
 
-std::mutex* gSettingsDictLock = nullptr;
+// The operations on directory nodes.
+Dictionary SharingRequestHandler::getDSNodesWithRequest(const Dictionary&) {
+  Dictionary reply;
+  const SettingsLockGuard lock("getDSNodes", nullptr);
+  Array nodePaths;
+  get_ds_nodes(nodePaths);
+  reply.set(protocol::kDsNodeArray, std::move(nodePaths));
+  return reply;
+}
+
+Dictionary SharingRequestHandler::canAuthDSNodeWithRequest(const Dictionary& request) {
+  Dictionary reply;
+  const SettingsLockGuard lock("canAuthDSNode", nullptr);
+  bool canAuth = false;
+  // No node has an empty path, and an empty name or password authenticates nowhere.
+  const Status status =
+      auth_ds_node(textOf(request, protocol::kDsNodeName), textOf(request, protocol::kDsAdminName),
+                   textOf(request, protocol::kDsAdminPW), canAuth);
+  reply.set(protocol::kCanAuth, canAuth);
+  if (status != kSuccess) reply.set(kErrorKey, sharing_error_string(status));
+  return reply;
+}
 
 namespace {
 
@@ -56,8 +80,8 @@ void advertise(NetServiceOwner& owner) {
 // The tick neither waits for the lock nor keeps a request waiting: a request that runs reads the
 // file itself.
 void followExportsFile() {
-  const std::unique_lock lock(*gSettingsDictLock, std::try_to_lock);
-  if (!lock.owns_lock()) return;
+  if (!gSettingsDictLock->try_lock()) return;
+  const MutexLock lock(*gSettingsDictLock, std::adopt_lock);
   refresh_exports();
   log_new_exports_fault();
 }
@@ -66,7 +90,7 @@ void followExportsFile() {
 
 void SharingRequestHandler::initialize() {
   // Deliberately never destroyed: a request may still hold it while the process ends.
-  static std::mutex* const lock = new std::mutex;
+  static Mutex* const lock = new Mutex;
   gSettingsDictLock = lock;
 }
 
@@ -106,21 +130,22 @@ Value SharingRequestHandler::stopServiceWithVariant(const Value&) { return {}; }
 Value SharingRequestHandler::recycleServiceWithVariant(const Value&) { return {}; }
 
 Dictionary SharingRequestHandler::getStateWithRequest(const Dictionary&) {
-  return {{"state", "UNKNOWN"}, {"readWriteSettingsVersion", 1}};
+  return {{"state", "UNKNOWN"}, {protocol::kReadWriteSettingsVersion, 1}};
 }
 
 Dictionary SharingRequestHandler::getLogPathsWithRequest(const Dictionary&) {
-  return {{"consoleLog", "/var/tmp/console.log"}, {"sampleLog", "/var/log/system.log"}};
+  return {{protocol::kConsoleLog, "/var/tmp/console.log"},
+          {protocol::kSampleLog, "/var/log/system.log"}};
 }
 
 std::shared_ptr<NetService> SharingRequestHandler::netService() const {
-  const std::lock_guard lock(netServiceMutex_);
+  const MutexLock lock(netServiceMutex_);
   return netService_;
 }
 
 void SharingRequestHandler::setNetService(std::shared_ptr<NetService> service) {
   {
-    const std::lock_guard lock(netServiceMutex_);
+    const MutexLock lock(netServiceMutex_);
     std::swap(netService_, service);
   }
   // The old service ends here, outside the lock, since ending it may call back.

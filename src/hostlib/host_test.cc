@@ -4,7 +4,6 @@
 
 #include <stdexcept>
 
-#include "paddock/bundle_manager.h"
 #include "paddock/sys_logger.h"
 
 namespace paddock {
@@ -57,7 +56,7 @@ TEST(BundleManager, DeliversTheCommandToItsModule) {
             (Dictionary{{"module", "paddock_vsp"}, {"operation", "getState"}}));
 }
 
-TEST(BundleManager, AMissingPlugInIsAnErrorReplyAndALogLine) {
+TEST(BundleManager, MissingPluginGivesErrorReplyAndLogLine) {
   const QuietLog log;
   const FakeHost fake("");
   const auto manager = BundleManager::managerForBundle("paddock_nfs");

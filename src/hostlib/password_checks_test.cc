@@ -6,18 +6,18 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <vector>
+
+#include "base/mutex.h"
 
 namespace paddock {
 namespace {
 
 using ::testing::ElementsAre;
 
-TEST(PasswordChecks, TheScopeOfTheThreadIsToldOfEach) {
+TEST(PasswordChecks, ThreadScopeIsNotifiedOfEachCheck) {
   std::vector<std::string> told;
   const auto note = [&told](const PasswordCheck& check) {
     told.push_back(check.node + " " + check.name + (check.passed ? " passed" : " failed"));
@@ -36,7 +36,7 @@ TEST(PasswordChecks, TheScopeOfTheThreadIsToldOfEach) {
   EXPECT_THAT(told, ElementsAre("/Local anna passed", "/System root failed"));
 }
 
-TEST(PasswordChecks, OfScopesInsideOfEachOtherTheNewestIsTold) {
+TEST(PasswordChecks, InnermostOfNestedScopesIsNotified) {
   int outer = 0;
   int inner = 0;
   const PasswordCheckScope first([&outer](const PasswordCheck&) { ++outer; });
@@ -50,17 +50,18 @@ TEST(PasswordChecks, OfScopesInsideOfEachOtherTheNewestIsTold) {
 }
 
 TEST(PasswordChecks, NoMoreThanFourRunAtOnce) {
-  std::mutex mutex;
-  std::condition_variable changed;
+  Mutex mutex;
+  ConditionVariable changed;
   int running = 0;
   int most = 0;
   int ended = 0;
   const auto check = [&]() -> Status {
-    std::unique_lock lock(mutex);
+    MutexLock lock(mutex);
     most = std::max(most, ++running);
     changed.notify_all();
     // Until as many run as can, so that one more would be seen, and then a little.
-    changed.wait_for(lock, std::chrono::milliseconds(100), [&] { return running > 4; });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+    while (running <= 4 && changed.wait_until(mutex, end)) continue;
     --running;
     ++ended;
     return EACCES;
@@ -84,9 +85,9 @@ TEST(PasswordChecks, ChecksThatThrowKeepNobodyWaiting) {
   EXPECT_EQ(checkPassword("/Local", "anna", [] { return kSuccess; }), kSuccess);
 }
 
-TEST(PasswordChecks, OneWhoseTurnDoesNotComeIsToldToAskAgain) {
-  std::mutex mutex;
-  std::condition_variable changed;
+TEST(PasswordChecks, TimedOutCheckIsAskedToRetry) {
+  Mutex mutex;
+  ConditionVariable changed;
   bool over = false;
   std::atomic<int> begun = 0;
   std::vector<std::thread> threads;
@@ -95,8 +96,8 @@ TEST(PasswordChecks, OneWhoseTurnDoesNotComeIsToldToAskAgain) {
     threads.emplace_back([&] {
       checkPassword("/System", "root", [&]() -> Status {
         ++begun;
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return over; });
+        MutexLock lock(mutex);
+        while (!over) changed.wait(mutex);
         return EACCES;
       });
     });
@@ -111,7 +112,7 @@ TEST(PasswordChecks, OneWhoseTurnDoesNotComeIsToldToAskAgain) {
   EXPECT_EQ(checkPassword("/Local", "anna", check, kPatience), EAGAIN);
   EXPECT_FALSE(asked);
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     over = true;
   }
   changed.notify_all();

@@ -17,8 +17,8 @@ std::string_view withoutBlanks(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// Takes one entity tag, in its quotes, off the front of the list; a weak one without its mark is
-// told by `weak`. Empty when there is none.
+// Removes one quoted entity tag from the front of the list; a weak one is returned without its
+// mark, with `weak` set. Empty when there is none.
 std::string_view takeTag(std::string_view& list, bool& weak) {
   weak = list.starts_with(kWeak);
   const std::string_view rest = weak ? list.substr(kWeak.size()) : list;
@@ -49,8 +49,11 @@ bool holds(std::string_view list, std::string_view tag) {
 
 PreconditionFailed::PreconditionFailed(const std::string& text) : std::runtime_error(text) {}
 
-// Here, so that the type has one home.
+// Here, so that each type has one home.
 PreconditionFailed::~PreconditionFailed() = default;
+
+OperationBusy::OperationBusy(const std::string& text) : std::runtime_error(text) {}
+OperationBusy::~OperationBusy() = default;
 
 RequestConditions::RequestConditions(std::optional<std::string> ifMatch, Digest digest)
     : ifMatch_(std::move(ifMatch)), digest_(std::move(digest)) {}

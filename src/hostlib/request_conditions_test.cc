@@ -38,7 +38,7 @@ TEST(RequestConditions, ATagTakesItsStateAlone) {
   EXPECT_NO_THROW(RequestConditions("\"<nothing>\"", digest).require("nothing", false));
 }
 
-TEST(RequestConditions, AStateWithoutATagIsTakenByAStarAlone) {
+TEST(RequestConditions, UntaggedStateMatchesOnlyStar) {
   EXPECT_NO_THROW(RequestConditions("*", digest).require(std::nullopt, true));
   EXPECT_THROW(RequestConditions("\"<>\"", digest).require(std::nullopt, true), PreconditionFailed);
 }

@@ -6,11 +6,10 @@
 #include <array>
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
+#include "base/mutex.h"
 #include "base/system_call.h"
-#include "paddock/request_lines.h"
 
 namespace paddock {
 namespace {
@@ -18,7 +17,7 @@ namespace {
 constexpr int kPriorityMask = 7;
 constexpr int kDebugPriority = 7;
 
-std::mutex gSinkMutex;
+Mutex gSinkMutex;
 std::atomic<bool> gDebugLogging{false};
 std::atomic<std::uint64_t> gNextLogger{1};
 
@@ -27,21 +26,21 @@ thread_local std::unordered_map<std::uint64_t, std::string> tPrefixes;
 
 // Never destroyed: a thread that waits for a program may still log while the process ends.
 template <typename Sink>
-std::shared_ptr<const Sink>& installedSink() {
+std::shared_ptr<const Sink>& installedSink() PADDOCK_REQUIRES(gSinkMutex) {
   static auto& sink = *new std::shared_ptr<const Sink>;
   return sink;
 }
 
 template <typename Sink>
 std::shared_ptr<const Sink> currentSink() {
-  const std::scoped_lock lock(gSinkMutex);
+  const MutexLock lock(gSinkMutex);
   return installedSink<Sink>();
 }
 
 template <typename Sink>
 void installSink(Sink sink) {
   auto installed = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
-  const std::scoped_lock lock(gSinkMutex);
+  const MutexLock lock(gSinkMutex);
   installedSink<Sink>().swap(installed);
 }
 

@@ -4,54 +4,53 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "paddock/request_lines.h"
+#include "base/mutex.h"
 
 namespace paddock {
 namespace {
 
-class SysLoggerTest : public testing::Test {
+class SysLoggerLines : public testing::Test {
  protected:
   using Line = std::pair<int, std::string>;
 
-  SysLoggerTest() {
+  SysLoggerLines() {
     installLogSink([this](int priority, const std::string& line) {
-      const std::scoped_lock lock(mutex_);
+      const MutexLock lock(mutex_);
       lines_.emplace_back(priority, line);
     });
   }
-  ~SysLoggerTest() override {
+  ~SysLoggerLines() override {
     installLogSink(nullptr);
     setDebugLogging(false);
   }
 
-  std::mutex mutex_;
+  Mutex mutex_;
   std::vector<Line> lines_;
 };
 
-TEST_F(SysLoggerTest, PrioritiesAreReducedToTheirLowestThreeBits) {
+TEST_F(SysLoggerLines, PrioritiesAreReducedToTheirLowestThreeBits) {
   logMessage(3, "error");
   logMessage(11, "start failure");
   EXPECT_EQ(lines_, (std::vector<Line>{{3, "error"}, {3, "start failure"}}));
 }
 
-TEST_F(SysLoggerTest, DebugMessagesAreDroppedUnlessTheyAreOn) {
+TEST_F(SysLoggerLines, DebugMessagesAreDroppedUnlessTheyAreOn) {
   logMessage(7, "dropped");
   setDebugLogging(true);
   logMessage(7, "kept");
   EXPECT_EQ(lines_, (std::vector<Line>{{7, "kept"}}));
 }
 
-TEST_F(SysLoggerTest, ControlCharactersAreEscapedSoThatAMessageIsOneLine) {
+TEST_F(SysLoggerLines, EscapedControlCharactersKeepMessageOnOneLine) {
   logMessage(6, std::string_view("a\nb\tc\0d\x7f\xc3\xa4", 10));
   EXPECT_EQ(lines_, (std::vector<Line>{{6, "a\\x0ab\\x09c\\x00d\\x7f\xc3\xa4"}}));
 }
 
-TEST_F(SysLoggerTest, ANewlineAtTheEndIsLeftOut) {
+TEST_F(SysLoggerLines, ANewlineAtTheEndIsLeftOut) {
   logMessage(11, "cannot fork(x): no memory\n");
   logMessage(3, "\n");
   logMessage(3, "a\n\n");
@@ -60,7 +59,7 @@ TEST_F(SysLoggerTest, ANewlineAtTheEndIsLeftOut) {
                         {3, "cannot fork(x): no memory"}, {3, ""}, {3, "a\\x0a"}, {3, "a\\x0ab"}}));
 }
 
-TEST_F(SysLoggerTest, LinesCarryTheIdOfTheRequestOfTheirThread) {
+TEST_F(SysLoggerLines, LinesCarryRequestIdOfTheirThread) {
   {
     const RequestIdScope outer("r1");
     {
@@ -79,7 +78,7 @@ TEST_F(SysLoggerTest, LinesCarryTheIdOfTheRequestOfTheirThread) {
   EXPECT_EQ(currentRequestId(), "");
 }
 
-TEST_F(SysLoggerTest, LinesOfRequestsAreGivenToWhoKeepsThem) {
+TEST_F(SysLoggerLines, RequestLinesReachTheirSink) {
   std::vector<std::string> kept;
   installRequestLineSink(
       [&kept](const std::string& request, int priority, const std::string& text) {
@@ -100,7 +99,7 @@ TEST_F(SysLoggerTest, LinesOfRequestsAreGivenToWhoKeepsThem) {
   EXPECT_EQ(lines_.size(), 3U);
 }
 
-TEST_F(SysLoggerTest, ThePrefixOfASharedLoggerBelongsToTheThread) {
+TEST_F(SysLoggerLines, SharedLoggerPrefixIsPerThread) {
   SysLogger logger;
   SysLogger other;
   logger.setPrefix("paddock_sharing:here");
@@ -115,7 +114,7 @@ TEST_F(SysLoggerTest, ThePrefixOfASharedLoggerBelongsToTheThread) {
                                        {4, "paddock_sharing:here first"}}));
 }
 
-TEST_F(SysLoggerTest, ALoggerCanWriteElsewhere) {
+TEST_F(SysLoggerLines, ALoggerCanWriteElsewhere) {
   std::vector<Line> elsewhere;
   SysLogger logger(
       [&](int priority, const std::string& line) { elsewhere.emplace_back(priority, line); });
@@ -125,18 +124,18 @@ TEST_F(SysLoggerTest, ALoggerCanWriteElsewhere) {
   EXPECT_TRUE(lines_.empty());
 }
 
-TEST_F(SysLoggerTest, AFormatInATextIsNotReadAsOne) {
+TEST_F(SysLoggerLines, FormatDirectivesInTextAreNotInterpreted) {
   logMessage(3, "%s%n");
   EXPECT_EQ(lines_, (std::vector<Line>{{3, "%s%n"}}));
 }
 
-TEST_F(SysLoggerTest, StandardErrorLinesStartWithThePriority) {
+TEST_F(SysLoggerLines, StandardErrorLinesStartWithThePriority) {
   testing::internal::CaptureStderr();
   standardErrorSink()(4, "text");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "<4>text\n");
 }
 
-TEST_F(SysLoggerTest, ThreadsLogWhileTheSinkIsReplaced) {
+TEST_F(SysLoggerLines, ThreadsLogWhileTheSinkIsReplaced) {
   std::vector<std::thread> threads;
   threads.reserve(4);
   for (int thread = 0; thread < 3; ++thread) {

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <deque>
 #include <map>
-#include <mutex>
 
+#include "base/mutex.h"
 #include "paddock/sys_logger.h"
 
 namespace paddock {
@@ -25,9 +25,9 @@ struct Mark {
   std::deque<std::string> logged;  // ids of requests; empty outside of one
 };
 
-std::mutex gMutex;
-std::map<std::string, Mark> gMarks;
-// So that nobody waits for the others while all nodes answer.
+Mutex gMutex;
+std::map<std::string, Mark> gMarks PADDOCK_GUARDED_BY(gMutex);
+// Avoids lock contention while all nodes answer.
 std::atomic<bool> gAny = false;
 
 // Whether the request has no line yet; it has one then.
@@ -90,7 +90,7 @@ const char* nodeTroubleName(NodeTrouble trouble) {
 void noteUnanswered(const std::string& path, NodeTrouble trouble, const std::string& error) {
   bool isTurn = false;
   {
-    const std::lock_guard lock(gMutex);
+    const MutexLock lock(gMutex);
     const auto [found, isNew] = gMarks.try_emplace(path);
     if (isNew) found->second.since = std::chrono::system_clock::now();
     found->second.trouble = trouble;
@@ -106,7 +106,7 @@ void noteUnanswered(const std::string& path, NodeTrouble trouble, const std::str
 void noteAnswered(const std::string& path) {
   if (!gAny) return;
   {
-    const std::lock_guard lock(gMutex);
+    const MutexLock lock(gMutex);
     if (gMarks.erase(path) == 0) return;
     gAny = !gMarks.empty();
   }
@@ -114,7 +114,7 @@ void noteAnswered(const std::string& path) {
 }
 
 std::vector<UnansweredNode> unansweredNodes() {
-  const std::lock_guard lock(gMutex);
+  const MutexLock lock(gMutex);
   std::vector<UnansweredNode> nodes;
   nodes.reserve(gMarks.size());
   for (const auto& [path, mark] : gMarks)

@@ -33,7 +33,7 @@ class UnansweredNodes : public ::testing::Test {
   std::vector<std::string> lines_;
 };
 
-TEST_F(UnansweredNodes, areMarkedUntilTheyAnswer) {
+TEST_F(UnansweredNodes, AreMarkedUntilTheyAnswer) {
   EXPECT_THAT(unansweredNodes(), IsEmpty());
   noteAnswered("/LDAP/a");
   EXPECT_THAT(lines_, IsEmpty());
@@ -56,7 +56,7 @@ TEST_F(UnansweredNodes, areMarkedUntilTheyAnswer) {
                   "6 the directory node /LDAP/b answers again"));
 }
 
-TEST_F(UnansweredNodes, haveOneLineForEachRequest) {
+TEST_F(UnansweredNodes, HaveOneLinePerRequest) {
   for (const char* request : {"r1", "r2", "r1"}) {
     const RequestIdScope scope(request);
     noteUnanswered("/LDAP/a", NodeTrouble::broken, "damaged");
@@ -68,7 +68,7 @@ TEST_F(UnansweredNodes, haveOneLineForEachRequest) {
       Each(HasSubstr("the directory node /LDAP/a cannot be read and is left out: damaged")));
 }
 
-TEST(NodeTroubles, areToldByTheNumberOfTheError) {
+TEST(NodeTroubles, AreClassifiedByErrorNumber) {
   for (const int error : {ECONNREFUSED, ECONNRESET, ETIMEDOUT, EHOSTUNREACH, EBUSY})
     EXPECT_EQ(nodeTroubleOf(error), NodeTrouble::unreachable) << error;
   for (const int error : {EACCES, EPERM})

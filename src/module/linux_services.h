@@ -7,8 +7,8 @@ namespace paddock {
 
 class InstalledServices {
  public:
-  // Makes the services from the host's root and configuration, and installs them. Throws when one
-  // cannot be made.
+  // Creates the services from the host's root and configuration, and installs them. Throws when one
+  // cannot be created.
   InstalledServices();
   InstalledServices(const InstalledServices&) = delete;
   InstalledServices& operator=(const InstalledServices&) = delete;

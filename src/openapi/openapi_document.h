@@ -4,7 +4,7 @@
 // share, and, under "paths", the daemon's own endpoints. These and what plug-ins say of their
 // operations (paddock/plugin.h) have the same short form; an endpoint has besides "rights" (who
 // may call it: "viewers" or "administrators"), "parameters" as OpenAPI has them and, in an example,
-// the "target" that was asked.
+// the requested "target".
 //
 // Extensions of an operation: "x-rights", "viewers" (they and administrators) or "administrators";
 // "x-audited", whether a request leaves an audit line; "x-audit", what that line has besides what
@@ -26,9 +26,9 @@ struct DescribedPlugin {
   const Dictionary& description;  // may be empty
 };
 
-// Every operation of the plug-ins and every endpoint is in it, also one that nobody describes; an
-// endpoint that is described and is none of `endpoints` (paths with their parameters in braces) is
-// left out.
+// Contains every operation of the plug-ins and every endpoint, also those without a description; a
+// described endpoint that is not one of `endpoints` (paths with their parameters in braces) is
+// omitted.
 Dictionary openApiDocument(const std::vector<DescribedPlugin>& plugins,
                            const std::vector<std::string>& endpoints, const std::string& version);
 

@@ -13,9 +13,9 @@ using ::testing::HasSubstr;
 
 using Operations = std::vector<PluginRequestHandler::Operation>;
 
-class OpenApiDocumentTest : public testing::Test {
+class OpenApiDocument : public testing::Test {
  protected:
-  // With the daemon's endpoints "/v1/health" and "/v1/new", of which nobody has heard.
+  // With the daemon's endpoints "/v1/health" and "/v1/new", the latter unknown.
   Dictionary document() const {
     return openApiDocument({{"gate", operations_, description_}}, {"/v1/health", "/v1/new"}, "7");
   }
@@ -41,7 +41,7 @@ class OpenApiDocumentTest : public testing::Test {
   Dictionary description_;
 };
 
-TEST_F(OpenApiDocumentTest, HasWhatNobodyDescribes) {
+TEST_F(OpenApiDocument, HasWhatNobodyDescribes) {
   const Dictionary made = document();
   std::vector<std::string> paths;
   for (const auto& [path, item] : *made.dictionary("paths")) paths.push_back(path);
@@ -51,14 +51,14 @@ TEST_F(OpenApiDocumentTest, HasWhatNobodyDescribes) {
             parsed(R"({"type": "object"})"));
 }
 
-TEST_F(OpenApiDocumentTest, SaysWhatItIs) {
+TEST_F(OpenApiDocument, SaysWhatItIs) {
   const Dictionary made = document();
   EXPECT_EQ(*made.string("openapi"), "3.1.0");
   EXPECT_EQ(at(made, {"info", "version"}), Value("7"));
   EXPECT_EQ(made.array("tags")->size(), 2U);
 }
 
-TEST_F(OpenApiDocumentTest, HasRightsOfThePlugInsOwnTable) {
+TEST_F(OpenApiDocument, HasRightsOfThePlugInsOwnTable) {
   describe(R"({"operations": {"open": {"rights": "viewers"}}})");
   EXPECT_EQ(at(open(), {"x-rights"}), Value("administrators"));
   EXPECT_EQ(at(open(), {"x-audited"}), Value(true));
@@ -69,12 +69,12 @@ TEST_F(OpenApiDocumentTest, HasRightsOfThePlugInsOwnTable) {
   EXPECT_EQ(at(made, {"paths", "/v1/new", "get", "x-rights"}), Value("administrators"));
 }
 
-TEST_F(OpenApiDocumentTest, LeavesOutOperationsThatThePlugInDoesNotHave) {
+TEST_F(OpenApiDocument, OmitsOperationsMissingFromPlugin) {
   describe(R"({"operations": {"shut": {"summary": "Shuts it."}}})");
   EXPECT_FALSE(document().dictionary("paths")->contains("/v1/gate/shut"));
 }
 
-TEST_F(OpenApiDocumentTest, PutsExamplesWhereReadersLook) {
+TEST_F(OpenApiDocument, PutsExamplesWhereReadersLook) {
   describe(R"({"operations": {"open": {"examples": [
     {"summary": "Wide", "request": {"width": 2}, "reply": {"status": 0}, "audit": {"uid": 0}}]}}})");
   EXPECT_EQ(at(open(), {"requestBody", "content", "application/json", "examples", "1"}),
@@ -85,18 +85,18 @@ TEST_F(OpenApiDocumentTest, PutsExamplesWhereReadersLook) {
                                      "body": {"width": 2}}})"));
 }
 
-TEST_F(OpenApiDocumentTest, NamesSchemasByTheirPlugIn) {
+TEST_F(OpenApiDocument, NamesSchemasByTheirPlugIn) {
   describe(R"({"schemas": {"Hinge": {"type": "object"}}})");
   EXPECT_EQ(at(document(), {"components", "schemas", "gate.Hinge", "type"}), Value("object"));
 }
 
-TEST_F(OpenApiDocumentTest, AddsResponsesOfAnOperation) {
+TEST_F(OpenApiDocument, AddsResponsesOfAnOperation) {
   describe(R"({"operations": {"open": {"responses": {"412": {"description": "Stuck."}}}}})");
   EXPECT_EQ(at(open(), {"responses", "412", "description"}), Value("Stuck."));
   EXPECT_THAT(*at(open(), {"responses", "500", "$ref"}).string(), HasSubstr("/500"));
 }
 
-TEST_F(OpenApiDocumentTest, TakesDescriptionsOfAnyShape) {
+TEST_F(OpenApiDocument, TakesDescriptionsOfAnyShape) {
   for (const char* text :
        {R"({"operations": 7, "schemas": [], "about": {}})", R"({"operations": {"open": "wide"}})",
         R"({"operations": {"open": {"request": 1, "reply": [], "summary": 2, "examples": [3, {}],

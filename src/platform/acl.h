@@ -3,23 +3,23 @@
 // An extended ACL is an ordered list of entries. An entry has a tag (allow or deny), a qualifier
 // (the GUID of a user or group), a permission set and a flag set. Order is kept; nothing is sorted.
 //
-// Lists and qualifiers that a call hands out are the caller's, until acl_free. Entries and sets
-// belong to their list and live as long as it does, or until acl_delete_entry. One list is for one
-// thread at a time; different lists may be used at once.
+// Lists and qualifiers that a call returns are owned by the caller, to be released with acl_free.
+// Entries and sets belong to their list and live as long as it does, or until acl_delete_entry. One
+// list is for one thread at a time; different lists may be used concurrently.
 //
-// Calls that return int return 0, or -1 with errno; where a call says more, that holds.
+// Calls that return int return 0, or -1 with errno, unless noted otherwise.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
 
 #include "base/guid.h"
+#include "protocol/privilege_bits.h"
 
 namespace paddock::acl {
 
-// acl_get_file and acl_set_file know this type alone; any other is EINVAL.
+// The only type of acl_get_file and acl_set_file; any other is EINVAL.
 inline constexpr int kTypeExtended = 0x100;
 
 // acl_get_entry's `which`.
@@ -32,34 +32,6 @@ inline constexpr int kExtendedAllow = 1;
 inline constexpr int kExtendedDeny = 2;
 inline constexpr int kForeignTag = 3;
 
-using Permission = std::uint32_t;
-inline constexpr Permission kReadData = 2;   // on a folder: list
-inline constexpr Permission kWriteData = 4;  // on a folder: add a file
-inline constexpr Permission kExecute = 8;    // on a folder: search
-inline constexpr Permission kDelete = 16;
-inline constexpr Permission kAppendData = 32;  // on a folder: add a folder
-inline constexpr Permission kDeleteChild = 64;
-inline constexpr Permission kReadAttributes = 128;
-inline constexpr Permission kWriteAttributes = 256;
-inline constexpr Permission kReadExtendedAttributes = 512;
-inline constexpr Permission kWriteExtendedAttributes = 1024;
-inline constexpr Permission kReadSecurity = 2048;
-inline constexpr Permission kWriteSecurity = 4096;
-inline constexpr Permission kChangeOwner = 8192;
-inline constexpr Permission kAllPermissions = 0x3FFE;
-// Every permission, lowest first.
-inline constexpr std::array<Permission, 13> kPermissions = {2,   4,   8,    16,   32,   64,  128,
-                                                            256, 512, 1024, 2048, 4096, 8192};
-
-using Flag = std::uint32_t;
-inline constexpr Flag kInherited = 16;         // came from a parent folder
-inline constexpr Flag kFileInherit = 32;       // files created inside inherit the entry
-inline constexpr Flag kDirectoryInherit = 64;  // folders created inside inherit the entry
-inline constexpr Flag kLimitInherit = 128;     // inheritance stops after one level
-inline constexpr Flag kOnlyInherit = 256;      // applies to descendants alone
-inline constexpr Flag kAllFlags = 0x1F0;
-inline constexpr std::array<Flag, 5> kFlags = {16, 32, 64, 128, 256};
-
 class List;
 class Entry;
 // A set of permissions or flags; opaque to callers.
@@ -70,12 +42,13 @@ class AclService {
  public:
   virtual ~AclService() = default;
 
-  // The extended ACL of the object at `path`, links followed as path_use.h says of reading. Null
-  // with errno when there is none (ENOENT; also when the path is missing) or it cannot be read. A
-  // stored value that does not decode is a list that acl_valid refuses, never an absent one.
+  // The extended ACL of the object at `path`, links followed as path_use.h specifies for reading.
+  // Null with errno when there is none (ENOENT; also when the path is missing) or it cannot be
+  // read. A stored value that does not decode is a list that acl_valid refuses, never an absent
+  // one.
   virtual List* acl_get_file(const std::string& path, int type) = 0;
-  // Replaces the object's whole extended ACL in one step, links followed as path_use.h says of
-  // changing; on failure it is as it was. EACCES for a link that does not count, EINVAL for a list
+  // Replaces the object's whole extended ACL in one step, links followed as path_use.h specifies
+  // for changing; unchanged on failure. EACCES for a link that does not count, EINVAL for a list
   // that acl_valid refuses, ENOSPC or E2BIG for one that the file system cannot hold, EOPNOTSUPP
   // where it keeps none, EROFS, EPERM.
   virtual int acl_set_file(const std::string& path, int type, List* list) = 0;
@@ -84,21 +57,21 @@ class AclService {
   virtual List* acl_init(int count) = 0;
   // Appends an entry: tag undefined, no qualifier, both sets empty.
   virtual int acl_create_entry(List* list, Entry*& entry) = 0;
-  // The first entry, or the one behind the last that this call gave. -1 with EINVAL behind the last
-  // one, `entry` then null.
+  // The first entry, or the one after the last returned. -1 with EINVAL after the last one, `entry`
+  // then null.
   virtual int acl_get_entry(List* list, int which, Entry*& entry) = 0;
-  // Deleting the entry that acl_get_entry gave last makes the next call give the one behind it.
+  // After deleting the entry last returned by acl_get_entry, the next call returns its successor.
   virtual int acl_delete_entry(List* list, Entry* entry) = 0;
 
   virtual int acl_get_tag_type(Entry* entry, int& tag) = 0;
   // EINVAL for anything but allow and deny.
   virtual int acl_set_tag_type(Entry* entry, int tag) = 0;
-  // A copy of the qualifier, the caller's; null with errno (EINVAL) when the entry has none.
+  // A copy of the qualifier, owned by the caller; null with errno (EINVAL) when the entry has none.
   virtual Guid* acl_get_qualifier(Entry* entry) = 0;
   virtual int acl_set_qualifier(Entry* entry, const Guid& qualifier) = 0;
 
-  // The entry's own set: what is added to it or cleared is the entry's at once; acl_set_permset
-  // also takes another entry's set and copies it.
+  // The entry's own set: additions and removals apply to the entry directly; acl_set_permset also
+  // accepts another entry's set and copies it.
   virtual int acl_get_permset(Entry* entry, Permset*& permset) = 0;
   virtual int acl_set_permset(Entry* entry, Permset* permset) = 0;
   virtual int acl_clear_perms(Permset* permset) = 0;
@@ -117,7 +90,7 @@ class AclService {
   // without a qualifier or with an undefined tag.
   virtual int acl_valid(List* list) = 0;
 
-  // Releases what a call handed out; null is allowed. On failure it is released nevertheless.
+  // Releases what a call returned; may be null. It is released even on failure.
   virtual int acl_free(List* list) = 0;
   virtual int acl_free(Guid* qualifier) = 0;
 };

@@ -21,7 +21,7 @@ struct Flagset {
   Flag flags = 0;
 };
 
-// What an implementation remembers of a list or entry that it read; opaque here.
+// Data that an implementation attaches to a list or entry that it read; opaque here.
 class Origin {
  public:
   virtual ~Origin() = default;
@@ -33,7 +33,7 @@ class Entry {
   std::optional<Guid> qualifier;
   Permset permset;
   Flagset flagset;
-  // Shared with copies of the entry; null for one made here.
+  // Shared with copies of the entry; null for one created here.
   std::shared_ptr<const Origin> origin;
 };
 
@@ -46,7 +46,7 @@ class List {
   // has none of its own. In a complete list nothing falls back to the mode.
   std::optional<bool> complete;
   std::shared_ptr<const Origin> origin;
-  // The index of the entry that acl_get_entry gives next.
+  // The index of the entry that acl_get_entry returns next.
   std::size_t next = 0;
 };
 

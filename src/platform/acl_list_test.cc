@@ -20,9 +20,9 @@ class ListsOnly : public AclCalls {
   }
 };
 
-class AclListTest : public ::testing::Test {
+class AclLists : public ::testing::Test {
  protected:
-  ~AclListTest() override { EXPECT_EQ(calls_.acl_free(list_), 0); }
+  ~AclLists() override { EXPECT_EQ(calls_.acl_free(list_), 0); }
 
   Entry* append() {
     Entry* entry = nullptr;
@@ -55,7 +55,7 @@ class AclListTest : public ::testing::Test {
   Entry* append_ = &other_;
 };
 
-TEST_F(AclListTest, AListStartsEmptyWhateverTheHint) {
+TEST_F(AclLists, AListStartsEmptyWhateverTheHint) {
   for (const int count : {0, 1, 1000, 1'000'000}) {
     List* list = calls_.acl_init(count);
     ASSERT_NE(list, nullptr);
@@ -67,13 +67,13 @@ TEST_F(AclListTest, AListStartsEmptyWhateverTheHint) {
   }
 }
 
-TEST_F(AclListTest, ANegativeHintMakesNoList) {
+TEST_F(AclLists, ANegativeHintMakesNoList) {
   errno = 0;
   EXPECT_EQ(calls_.acl_init(-1), nullptr);
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(AclListTest, ANewEntryHasNoTagNoQualifierAndEmptySets) {
+TEST_F(AclLists, NewEntryStartsUntaggedUnqualifiedWithEmptySets) {
   Entry* entry = append();
   int tag = 7;
   EXPECT_EQ(calls_.acl_get_tag_type(entry, tag), 0);
@@ -90,7 +90,7 @@ TEST_F(AclListTest, ANewEntryHasNoTagNoQualifierAndEmptySets) {
   for (const Flag flag : kFlags) EXPECT_EQ(calls_.acl_get_flag_np(flagset, flag), 0);
 }
 
-TEST_F(AclListTest, EntriesComeInTheOrderOfTheirCreation) {
+TEST_F(AclLists, EntriesComeInTheOrderOfTheirCreation) {
   Entry* first = append();
   Entry* second = append();
   EXPECT_EQ(get(kFirstEntry), first);
@@ -100,12 +100,12 @@ TEST_F(AclListTest, EntriesComeInTheOrderOfTheirCreation) {
   EXPECT_EQ(get(kFirstEntry), first);
 }
 
-TEST_F(AclListTest, NextBeforeFirstIsTheFirst) {
+TEST_F(AclLists, NextBeforeFirstIsTheFirst) {
   Entry* first = append();
   EXPECT_EQ(get(kNextEntry), first);
 }
 
-TEST_F(AclListTest, AnEntryThatIsAppendedWhileWalkingIsReached) {
+TEST_F(AclLists, EntryAppendedDuringWalkIsReached) {
   Entry* first = append();
   EXPECT_EQ(get(kFirstEntry), first);
   EXPECT_EQ(get(kNextEntry), nullptr);
@@ -113,7 +113,7 @@ TEST_F(AclListTest, AnEntryThatIsAppendedWhileWalkingIsReached) {
   EXPECT_EQ(get(kNextEntry), second);
 }
 
-TEST_F(AclListTest, AnotherPlaceThanFirstOrNextIsInvalid) {
+TEST_F(AclLists, AnotherPlaceThanFirstOrNextIsInvalid) {
   append();
   for (const int which : {1, 2, -2, 256}) {
     Entry* entry = append_;
@@ -122,7 +122,7 @@ TEST_F(AclListTest, AnotherPlaceThanFirstOrNextIsInvalid) {
   }
 }
 
-TEST_F(AclListTest, DeletingTheEntryThatWasGivenLastSkipsNone) {
+TEST_F(AclLists, DeletingLastReturnedEntrySkipsNone) {
   Entry* first = append();
   Entry* second = append();
   Entry* third = append();
@@ -133,7 +133,7 @@ TEST_F(AclListTest, DeletingTheEntryThatWasGivenLastSkipsNone) {
   EXPECT_EQ(get(kNextEntry), nullptr);
 }
 
-TEST_F(AclListTest, DeletingALaterOrAnEarlierEntrySkipsNone) {
+TEST_F(AclLists, DeletingLaterOrEarlierEntrySkipsNone) {
   Entry* first = append();
   Entry* second = append();
   Entry* third = append();
@@ -145,13 +145,13 @@ TEST_F(AclListTest, DeletingALaterOrAnEarlierEntrySkipsNone) {
   EXPECT_EQ(get(kNextEntry), fourth);
 }
 
-TEST_F(AclListTest, AnEntryOfAnotherListCannotBeDeleted) {
+TEST_F(AclLists, AnEntryOfAnotherListCannotBeDeleted) {
   append();
   expectInvalid(calls_.acl_delete_entry(list_, &other_));
   EXPECT_EQ(list_->entries.size(), 1U);
 }
 
-TEST_F(AclListTest, TagsAreAllowAndDenyAlone) {
+TEST_F(AclLists, TagsAreAllowAndDenyAlone) {
   Entry* entry = append();
   int tag = 0;
   for (const int wanted : {kExtendedAllow, kExtendedDeny}) {
@@ -165,7 +165,7 @@ TEST_F(AclListTest, TagsAreAllowAndDenyAlone) {
   }
 }
 
-TEST_F(AclListTest, AQualifierIsHandedOutAsACopy) {
+TEST_F(AclLists, AQualifierIsHandedOutAsACopy) {
   Entry* entry = append();
   ASSERT_EQ(calls_.acl_set_qualifier(entry, kGuid), 0);
   Guid* qualifier = calls_.acl_get_qualifier(entry);
@@ -176,7 +176,7 @@ TEST_F(AclListTest, AQualifierIsHandedOutAsACopy) {
   EXPECT_EQ(calls_.acl_free(qualifier), 0);
 }
 
-TEST_F(AclListTest, AddingAndClearingPermissionsIsTheEntrysAtOnce) {
+TEST_F(AclLists, PermissionChangesApplyToEntryImmediately) {
   Entry* entry = append();
   Permset* permset = nullptr;
   ASSERT_EQ(calls_.acl_get_permset(entry, permset), 0);
@@ -193,7 +193,7 @@ TEST_F(AclListTest, AddingAndClearingPermissionsIsTheEntrysAtOnce) {
   EXPECT_EQ(entry->permset.permissions, 0U);
 }
 
-TEST_F(AclListTest, AddingAndClearingFlagsIsTheEntrysAtOnce) {
+TEST_F(AclLists, FlagChangesApplyToEntryImmediately) {
   Entry* entry = append();
   Flagset* flagset = nullptr;
   ASSERT_EQ(calls_.acl_get_flagset_np(entry, flagset), 0);
@@ -209,7 +209,7 @@ TEST_F(AclListTest, AddingAndClearingFlagsIsTheEntrysAtOnce) {
   EXPECT_EQ(entry->flagset.flags, 0U);
 }
 
-TEST_F(AclListTest, WhatIsNotOnePermissionOrFlagIsInvalid) {
+TEST_F(AclLists, AnythingButSinglePermissionOrFlagIsInvalid) {
   Entry* entry = append();
   for (const Permission value : {0U, 1U, 6U, 16382U, 16384U, 0x80000000U}) {
     expectInvalid(calls_.acl_add_perm(&entry->permset, value));
@@ -223,7 +223,7 @@ TEST_F(AclListTest, WhatIsNotOnePermissionOrFlagIsInvalid) {
   EXPECT_EQ(entry->flagset.flags, 0U);
 }
 
-TEST_F(AclListTest, ASetOfAnotherEntryIsCopied) {
+TEST_F(AclLists, ASetOfAnotherEntryIsCopied) {
   Entry* entry = append();
   other_.permset.permissions = kReadData | kExecute;
   other_.flagset.flags = kFileInherit;
@@ -237,7 +237,7 @@ TEST_F(AclListTest, ASetOfAnotherEntryIsCopied) {
   EXPECT_EQ(entry->permset.permissions, kReadData | kExecute);
 }
 
-TEST_F(AclListTest, AListIsValidWhenEveryEntryHasATagAndAQualifier) {
+TEST_F(AclLists, ListWithTaggedQualifiedEntriesIsValid) {
   appendWellFormed();
   EXPECT_EQ(calls_.acl_valid(list_), 0);
   Entry* entry = append();
@@ -250,19 +250,19 @@ TEST_F(AclListTest, AListIsValidWhenEveryEntryHasATagAndAQualifier) {
   expectInvalid(calls_.acl_valid(list_));
 }
 
-TEST_F(AclListTest, AListThatDidNotDecodeIsInvalid) {
+TEST_F(AclLists, AListThatDidNotDecodeIsInvalid) {
   list_->undecodable = true;
   expectInvalid(calls_.acl_valid(list_));
 }
 
-TEST_F(AclListTest, AThousandEntriesAreValidAndOneMoreIsNot) {
+TEST_F(AclLists, ListIsValidUpToThousandEntries) {
   for (int count = 0; count < 1000; ++count) appendWellFormed();
   EXPECT_EQ(calls_.acl_valid(list_), 0);
   appendWellFormed();
   expectInvalid(calls_.acl_valid(list_));
 }
 
-TEST_F(AclListTest, NothingCanBeReleased) {
+TEST_F(AclLists, NothingCanBeReleased) {
   List* noList = nullptr;
   Guid* noQualifier = nullptr;
   EXPECT_EQ(calls_.acl_free(noList), 0);

@@ -2,9 +2,9 @@
 //
 // Shapes. A search answers an Array of Dictionaries, one per record, attribute name -> Array of
 // strings. Attributes are multi-valued and ordered. Every record has
-// "dsAttrTypeStandard:RecordName" (its first value is the record's name; further values are
-// further names) and answers carry "dsAttrTypeStandard:RecordType" when all attributes are asked.
-// Record names are unique per type on one node, compared case-insensitively.
+// "dsAttrTypeStandard:RecordName" (its first value is the record's name; further values are further
+// names) and answers have "dsAttrTypeStandard:RecordType" when all attributes are requested. Record
+// names are unique per type on one node, compared case-insensitively.
 //
 // Text is UTF-8 without NUL. Matching is "case-insensitive exact": two values match when their
 // full Unicode case foldings are equal byte for byte; nothing is normalised, trimmed or
@@ -16,8 +16,8 @@
 // of the type has), EBUSY / ETIMEDOUT (the store is locked), EIO (the store is damaged), ENOSPC.
 // A change that throws changed nothing.
 //
-// Threads. A session and what it hands out belong to one thread. Sessions of one service may be
-// used in parallel. Nodes and records stay valid when the session that gave them is destroyed.
+// Threads. A session and the objects that it returns belong to one thread. Sessions of one service
+// may be used concurrently. Nodes and records outlive the session that returned them.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,6 @@
 #include <string>
 #include <vector>
 
-#include "base/numbered_error.h"
 #include "base/status.h"
 #include "base/value.h"
 
@@ -59,7 +58,7 @@ class DirectoryRecord {
  public:
   virtual ~DirectoryRecord() = default;
 
-  // In a fixed order: that in which they were first set.
+  // In the order in which they were first set.
   virtual std::vector<std::string> getAllAttributes() const = 0;
   virtual Dictionary getAllAttributesAndValues() const = 0;
   // The values, empty when the record does not have the attribute.
@@ -105,7 +104,7 @@ class DirectoryNode {
 
   // 0, or EACCES for an unknown name, a wrong or an empty password (returned, not thrown). With
   // authOnly false the node keeps the authentication: later changes through this object, and
-  // through records that it hands out, are that user's. Thrown: a node that cannot answer.
+  // through records that it returns, are made as that user. Throws when the node cannot answer.
   virtual Status authenticateName(const std::string& name, const std::string& password,
                                   bool authOnly) = 0;
 
@@ -132,3 +131,35 @@ class DirectoryService {
 };
 
 }  // namespace paddock
+
+namespace paddock::schema {
+
+// The names of record types and attributes with a meaning to the directory itself.
+inline constexpr const char* kUsers = "dsRecTypeStandard:Users";
+inline constexpr const char* kGroups = "dsRecTypeStandard:Groups";
+inline constexpr const char* kMounts = "dsRecTypeStandard:Mounts";
+
+inline constexpr const char* kRecordName = "dsAttrTypeStandard:RecordName";
+inline constexpr const char* kRecordType = "dsAttrTypeStandard:RecordType";
+inline constexpr const char* kRealName = "dsAttrTypeStandard:RealName";
+inline constexpr const char* kUniqueID = "dsAttrTypeStandard:UniqueID";
+inline constexpr const char* kPrimaryGroupID = "dsAttrTypeStandard:PrimaryGroupID";
+inline constexpr const char* kGeneratedUID = "dsAttrTypeStandard:GeneratedUID";
+inline constexpr const char* kGroupMembership = "dsAttrTypeStandard:GroupMembership";
+inline constexpr const char* kNestedGroups = "dsAttrTypeStandard:NestedGroups";
+inline constexpr const char* kHomeDirectory = "dsAttrTypeStandard:NFSHomeDirectory";
+inline constexpr const char* kUserShell = "dsAttrTypeStandard:UserShell";
+inline constexpr const char* kGroupMembers = "dsAttrTypeStandard:GroupMembers";
+
+// Attributes of mounts.
+inline constexpr const char* kVfsLinkDir = "dsAttrTypeStandard:VFSLinkDir";
+inline constexpr const char* kVfsType = "dsAttrTypeStandard:VFSType";
+inline constexpr const char* kVfsOpts = "dsAttrTypeStandard:VFSOpts";
+
+// Attributes of nodes.
+inline constexpr const char* kReadOnlyNode = "dsAttrTypeStandard:ReadOnlyNode";
+inline constexpr const char* kSearchPath = "dsAttrTypeStandard:SearchPath";
+inline constexpr const char* kReadWrite = "ReadWrite";
+inline constexpr const char* kReadOnly = "ReadOnly";
+
+}  // namespace paddock::schema

@@ -4,7 +4,6 @@
 
 #include "base/text.h"
 #include "platform/directory.h"
-#include "platform/directory_schema.h"
 
 namespace paddock {
 
@@ -59,6 +58,16 @@ std::vector<AttributeChange> attributeChanges(const Dictionary& attributes) {
 Array valueArray(const std::vector<std::string>& values) {
   Array array(values.begin(), values.end());
   return array;
+}
+
+const std::string* firstValue(const Dictionary& answer, const char* attribute) {
+  const Array* values = answer.array(attribute);
+  return values != nullptr && !values->empty() ? values->front().string() : nullptr;
+}
+
+std::string firstText(const Dictionary& answer, const char* attribute) {
+  const std::string* text = firstValue(answer, attribute);
+  return text != nullptr ? *text : std::string();
 }
 
 }  // namespace paddock

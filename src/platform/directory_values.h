@@ -1,4 +1,4 @@
-// What every node asks of names and values before it changes anything.
+// Validation of names and values, common to all nodes.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ namespace paddock {
 // Full case folding of UTF-8 text; see `DirectoryNode` on matching.
 using CaseFold = std::string (*)(std::string_view);
 
-// An attribute of a record to be replaced. No values: to be removed.
+// Replacement of an attribute. No values: removal.
 struct AttributeChange {
   std::string attribute;
   std::vector<std::string> values;
@@ -21,8 +21,8 @@ struct AttributeChange {
 // Text that a directory can hold: well-formed UTF-8 without NUL. Empty text is.
 bool isDirectoryText(std::string_view text);
 
-// Each of these throws DirectoryError EINVAL, its text naming `what` is wrong.
-// Not empty and text: names of records, record types and attributes.
+// Each of these throws DirectoryError EINVAL, with `what` named in its text. Not empty and text:
+// names of records, record types and attributes.
 void requireDirectoryName(std::string_view name, const char* what);
 // A string or an array of at least one string, all of them text.
 std::vector<std::string> directoryValues(const std::string& attribute, const Value& value);
@@ -30,7 +30,10 @@ std::vector<std::string> directoryValues(const std::string& attribute, const Arr
 // The changes of a dictionary attribute -> value, in the order of its keys.
 std::vector<AttributeChange> attributeChanges(const Dictionary& attributes);
 
-// The values of one attribute as an answer carries them.
+// The values of one attribute in the form of an answer.
 Array valueArray(const std::vector<std::string>& values);
+// The first value of an attribute in an answer: null, or empty, when there is none or no string.
+const std::string* firstValue(const Dictionary& answer, const char* attribute);
+std::string firstText(const Dictionary& answer, const char* attribute);
 
 }  // namespace paddock

@@ -18,7 +18,7 @@ struct FileAttributes {
   std::optional<std::string> type;
 };
 
-// What is absent stays as it is.
+// Absent members are left unchanged.
 struct FileAttributeChanges {
   std::optional<std::string> ownerName;
   std::optional<std::string> groupName;
@@ -28,22 +28,22 @@ struct FileAttributeChanges {
 class FileAttributeService {
  public:
   virtual ~FileAttributeService() = default;
-  // Attributes of the object at `path`, links followed as path_use.h says of reading. 0, or an
-  // errno with `attributes` empty: EACCES for a link that does not count. The group's part of the
-  // mode is what the owning group has, also where a POSIX ACL's mask stands in its place in
-  // st_mode.
+  // Attributes of the object at `path`, links followed as path_use.h specifies for reading. Returns
+  // 0, or an errno with `attributes` empty: EACCES for a link that does not count. The group class
+  // of the mode is that of the owning group, also where st_mode has a POSIX ACL's mask in its
+  // place.
   virtual int read(const std::string& path, FileAttributes& attributes) = 0;
-  // Applies the whole set, links followed as path_use.h says of changing: owner and group before
-  // the mode, so that the set-id bits end as `permissions` says. Where it says nothing of them nor
-  // of the sticky bit (it is 0777 at most) a folder keeps those that it has, as with chmod(1), and
+  // Applies the whole set, links followed as path_use.h specifies for changing: owner and group
+  // before the mode, so that the set-id bits end as in `permissions`. Where it has neither them nor
+  // the sticky bit (it is 0777 at most) a folder keeps those that it has, as with chmod(1), and
   // anything else loses them. 0, or an errno: ENOENT, EPERM, EROFS, EACCES for a link that does not
   // count, EINVAL for a name that no account has (nothing is then changed); what was applied before
   // another failure stays.
   virtual int apply(const std::string& path, const FileAttributeChanges& changes) = 0;
   // Whether something exists at `path`, links followed. A link that does not count is something.
   virtual bool exists(const std::string& path) = 0;
-  // The link that keeps what is at `path` from being changed; nothing when none does. For messages:
-  // by the next call another one may.
+  // The link that prevents changes at `path`; nullopt when there is none. For messages only: it may
+  // be another one by the next call.
   virtual std::optional<RefusedLink> refusedLink(const std::string& path) = 0;
 };
 

@@ -1,11 +1,11 @@
-#include "platform/group_entry.h"
+#include "platform/accounts.h"
 
 #include <gtest/gtest.h>
 
 namespace paddock {
 namespace {
 
-TEST(GroupEntry, OfAGroupWithoutMembersIsItsLineAndTwoPointers) {
+TEST(GroupEntry, MemberlessGroupTakesItsLineAndTwoPointers) {
   EXPECT_EQ(groupEntrySize("grp", 250, {}), 16U + 16U) << "grp:x:250:";
   EXPECT_EQ(groupEntrySize("com.veltro.access_backup", 250, {}), 40U + 16U);
 }
@@ -15,7 +15,7 @@ TEST(GroupEntry, EachMemberTakesItsNameAndAPointer) {
   EXPECT_EQ(groupEntrySize("grp", 250, {"anna", "b"}), 24U + 32U) << "grp:x:250:anna,b";
 }
 
-TEST(GroupEntry, AByteMoreThanAlignedTakesAnotherPointersRoom) {
+TEST(GroupEntry, ByteBeyondAlignmentTakesAnotherPointer) {
   EXPECT_EQ(groupEntrySize("grp", 250, {"1234"}), 16U + 24U);
   EXPECT_EQ(groupEntrySize("grp", 250, {"12345"}), 24U + 24U);
 }

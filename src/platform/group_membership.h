@@ -1,4 +1,4 @@
-// Which groups hold a user, of every directory node.
+// Group membership of users over all directory nodes.
 //
 // Who a user is. A uid: every user record with it, on whatever node, is the same user, under all of
 // the records' names and GUIDs and the GUID that is computed from the uid.
@@ -10,12 +10,11 @@
 //   user that the group's own node has under it, and where that node has none the first in search
 //   order, so that who has the same name on another node gains nothing;
 // - a group whose "dsAttrTypeStandard:GroupMembers" has a GUID of the user;
-// - a group whose "dsAttrTypeStandard:NestedGroups" has a GUID of a group that holds the user. That
-//   goes on for kMostLevels levels; what is nested deeper does not hold the user. Groups that hold
-//   one another are no error.
+// - a group whose "dsAttrTypeStandard:NestedGroups" has a GUID of a group that holds the user,
+//   up to kMostLevels levels; groups nested deeper do not hold the user. Cycles are no error.
 //
-// Group records with the same gid are the same group. Groups that have neither gid nor GUID name
-// nobody in a list and are left out.
+// Group records with the same gid are the same group. Groups that have neither gid nor GUID cannot
+// be named in a list and are omitted.
 #pragma once
 
 #include <cstddef>
@@ -34,9 +33,9 @@ struct HoldingGroup {
   std::optional<std::uint32_t> gid;
   // Every GUID that names it, the membership service's first.
   std::vector<Guid> guids;
-  // Empty when no record says more than its gid.
+  // Empty when only its gid is known.
   std::string name;
-  // How the user was first found in it, and the path of the node that says so.
+  // How the user was first found in it, and the path of the node that has it.
   HeldBy by = HeldBy::member;
   std::string node;
   // Of a nested group: the index of the group in it that holds the user.
@@ -48,9 +47,9 @@ struct UserMembership {
   bool isKnown = false;
   // Every GUID that names the user, the membership service's first.
   std::vector<Guid> guids;
-  // Each group once, those that are reached over fewer others first.
+  // Each group once, in the order of nesting distance.
   std::vector<HoldingGroup> groups;
-  // What went wrong, naming the node.
+  // The error, naming the node.
   std::string error;
 };
 
@@ -60,10 +59,10 @@ class GroupMembership {
 
   virtual ~GroupMembership() = default;
 
-  // 0 and the membership; no groups for a uid that no account has. An errno, and nothing but
-  // `error`, as soon as one node cannot answer: what is not known is never guessed, and a server
-  // that does not answer is waited for once. ERANGE: more groups than a process can have. Any
-  // thread may call.
+  // Returns 0 with the membership; no groups for a uid that no account has. Returns an errno, with
+  // only `error` set, as soon as one node cannot answer: missing data is never guessed, and a
+  // server that does not answer is waited for once. ERANGE: more groups than a process can have.
+  // Thread-safe.
   virtual int membershipOf(std::uint32_t uid, UserMembership& membership) = 0;
 };
 

@@ -1,8 +1,8 @@
 // The membership service: user and group ids to GUIDs and back.
 //
 // A user or group whose record has a "dsAttrTypeStandard:GeneratedUID" has that GUID; every other
-// id has a fixed GUID computed from it. So each uid and gid maps, with or without a record,
-// and each GUID made here maps back. Errors are errno values; any thread may call.
+// id has a fixed GUID computed from it. So each uid and gid maps, with or without a record, and
+// each GUID made here maps back. Errors are errno values. Thread-safe.
 #pragma once
 
 #include <cstddef>
@@ -25,8 +25,7 @@ class Membership {
   // 0 and `guid`, or an errno and `guid` all zero.
   virtual int uidToGuid(std::uint32_t uid, Guid& guid) = 0;
   virtual int gidToGuid(std::uint32_t gid, Guid& guid) = 0;
-  // The same for several users and groups, in their order; what has to be asked of others may be
-  // asked for all of them together.
+  // The same for several users and groups, in their order; remote queries may be batched.
   virtual std::vector<GuidAnswer> toGuids(const std::vector<Principal>& principals) {
     std::vector<GuidAnswer> answers(principals.size());
     for (std::size_t at = 0; at < principals.size(); ++at)

@@ -3,8 +3,8 @@
 // A path has at most one store. A store has attributes, texts by name; the one that is used here
 // is the search level. Paths are compared byte by byte: nothing is resolved or normalised.
 //
-// Operations return 0 or an errno. Those of a back end that cannot be read or written come through
-// as they are (EBUSY: locked by another program, EIO: damaged). Any thread may call.
+// Operations return 0 or an errno. Errors of a back end that cannot be read or written are passed
+// through (EBUSY: locked by another program, EIO: damaged). Thread-safe.
 #pragma once
 
 #include <memory>
@@ -54,7 +54,7 @@ class StorePaths {
 class MetadataStores {
  public:
   virtual ~MetadataStores() = default;
-  // The paths that have a store; null on failure. As cheap as one look-up, however many there are.
+  // The paths that have a store; null on failure. As cheap as one lookup, for any number of stores.
   virtual int copyStorePaths(std::shared_ptr<const StorePaths>& paths) = 0;
   // The attributes of the store at the path; empty on failure. ENOENT when there is none.
   virtual int copyStoreAttributes(const std::string& path, Dictionary& attributes) = 0;

@@ -1,4 +1,4 @@
-// What a path is followed for, and the links that keep something from being changed through it.
+// The purpose of resolving a path, and the symlinks that prevent changes through it.
 //
 // A path that is read may lead through anybody's links. Before anything is changed through one, a
 // link in it counts only when root (or the user of this process) owns it, or when its owner owns
@@ -20,7 +20,7 @@ enum class PathUse { reading, changing };
 
 struct RefusedLink {
   std::string path;    // the link, as the walk came to it
-  std::string target;  // what it says; whoever made it chose that
+  std::string target;  // its text; chosen by its creator
   uid_t owner = 0;
   std::optional<std::string> ownerName;  // absent when it is not known
   bool leadsToObject = false;            // one of /proc

@@ -12,8 +12,8 @@ class PluginCommands {
  public:
   virtual ~PluginCommands() = default;
   // Delivers `command` to the plug-in `module` through the manager for `bundle`, on behalf of
-  // `user` (absent: nobody in particular), and returns the plug-in's reply; empty when it is not
-  // there.
+  // `user` (absent: no particular user), and returns the plug-in's reply; empty when it is not
+  // loaded.
   virtual Dictionary doCommand(const std::string& bundle, const Dictionary& command,
                                const std::string& module,
                                const std::optional<std::string>& user) = 0;

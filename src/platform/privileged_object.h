@@ -1,8 +1,8 @@
 // One file-system object whose privileges are read and changed, held from the first call to the
-// last, so that no other object slips in between two of them.
+// last, so that it cannot be replaced between two of them.
 //
 // Ids and modes are numbers here; file_attributes.h knows owners by name. Errors are errno values.
-// One object is for one thread at a time.
+// Not thread-safe.
 #pragma once
 
 #include <sys/types.h>
@@ -40,7 +40,7 @@ class PrivilegedObjects {
  public:
   virtual ~PrivilegedObjects() = default;
   // The object at `path`, links followed as path_use.h says of `use`. 0, or an errno with `object`
-  // null. Any thread may call.
+  // null. Thread-safe.
   virtual int open(const std::string& path, PathUse use,
                    std::unique_ptr<PrivilegedObject>& object) = 0;
 };

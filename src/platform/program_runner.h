@@ -2,8 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "base/value.h"
 
 namespace paddock {
 
@@ -31,8 +35,8 @@ struct DetachedStart {
 class ProgramRunner {
  public:
   virtual ~ProgramRunner() = default;
-  // Runs the executable at an absolute path with `arguments` (argv[0] not among them) and waits
-  // for it. What it wrote is handed back as text.
+  // Runs the executable at an absolute path with `arguments` (argv[0] not among them) and waits for
+  // it. Its output is returned as text.
   virtual ProgramOutcome run(const std::string& path,
                              const std::vector<std::string>& arguments) = 0;
   // Starts the executable at an absolute path and does not wait for it: 0, or the errno of starting
@@ -48,5 +52,21 @@ class ProgramRunner {
   // Signal 0 to a process, as kill(2) takes its number: 0 or an errno.
   virtual int probe(std::int64_t process) = 0;
 };
+
+// Programs that the configuration names, as argument vectors.
+
+// The texts of the array under `key` of the table `table`; absent when it is not set.
+std::optional<std::vector<std::string>> configuredTexts(const Dictionary& configuration,
+                                                        std::string_view table,
+                                                        std::string_view key);
+
+// Runs the program of an argument vector, whose first element is its path, and waits for it. The
+// reply has, when something went wrong or was said, its texts beside the number:
+//   "status"       its exit status, 128 + N when signal N ended it; 0 when there is no command; the
+//                  errno of starting it; ETIMEDOUT when it took too long
+//   "error"        why there is no exit status; absent when there is one
+//   "errorOutput"  what it wrote to standard error, its first 64 KiB; absent when that is nothing
+Dictionary runConfiguredCommand(ProgramRunner& runner,
+                                const std::vector<std::string>& argumentVector);
 
 }  // namespace paddock

@@ -1,4 +1,4 @@
-// Switching a volume's quotas and asking for their state, in the shape of BSD's quotactl(2).
+// Switching a volume's quotas and querying their state, in the form of BSD's quotactl(2).
 #pragma once
 
 #include <cstdint>
@@ -32,7 +32,7 @@ class QuotaControl {
   //   EINVAL   a word other than the six, an argument of the wrong kind, a path of which
   //            `quotaPathError` says so
   // and what the volume itself reports (EPERM, EROFS, EIO). Switching to the state that there is
-  // already is 0. `id` is not used. Any thread may call.
+  // already is 0. `id` is not used. Thread-safe.
   virtual int quotactl(const std::string& path, std::uint32_t commandWord, std::uint32_t id,
                        const QuotaArgument& argument) = 0;
 };

@@ -1,4 +1,4 @@
-// What a volume's users and groups use and may use, as who enforces it keeps it.
+// Usage and limits of a volume's users and groups, as kept by the enforcing system.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ struct LimitPair {
   std::uint64_t soft = 0;
   std::uint64_t hard = 0;
 };
-// Those that are absent stay as they are.
+// Absent members are left unchanged.
 struct QuotaLimits {
   std::optional<LimitPair> bytes = std::nullopt;
   std::optional<LimitPair> files = std::nullopt;
@@ -38,7 +38,7 @@ struct QuotaLimits {
 //   ENOTSUP  the volume keeps no quotas of the type
 //   ENOENT   no such path
 //   EINVAL   another type, or a path of which `quotaPathError` says so
-// and what the volume itself reports (EPERM, EROFS, EIO). Any thread may call.
+// and what the volume itself reports (EPERM, EROFS, EIO). Thread-safe.
 class QuotaRecords {
  public:
   virtual ~QuotaRecords() = default;
@@ -56,7 +56,7 @@ class QuotaRecords {
 
 inline constexpr std::uint64_t kQuotaBlock = 1024;
 
-// What every implementation refuses.
+// Validation common to all implementations.
 inline bool areLimits(const QuotaLimits& limits) {
   const auto fits = [](const std::optional<LimitPair>& pair) {
     return !pair || pair->hard == 0 || pair->soft <= pair->hard;

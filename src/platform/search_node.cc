@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 
 namespace paddock {
 

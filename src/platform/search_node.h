@@ -22,11 +22,11 @@ struct NodeFactory {
 // In search order.
 using NodeList = std::vector<NodeFactory>;
 
-// Told what becomes of the nodes of a search, and of each test of a password. Any thread may call.
+// Notified of the outcome of each node in a search, and of each password check. Thread-safe.
 class NodeObserver {
  public:
   virtual ~NodeObserver() = default;
-  // The search did without the node, which raised the error.
+  // The search skipped the node, which raised the error.
   virtual void leftOut(const std::string& path, const DirectoryError& error) = 0;
   virtual void answered(const std::string& path) = 0;
   // The node tests a password of the user: calls check(), now or when fewer do, and returns what it
@@ -45,11 +45,11 @@ std::shared_ptr<DirectoryNode> openNode(const std::shared_ptr<const NodeList>& n
                                         const std::shared_ptr<NodeObserver>& observer = nullptr);
 
 // The node "/Search": read-only, answers what its nodes answer, in the order of the list. A node
-// that raises an error is left out, whatever the error is, so that a server that is down, refuses
-// us or is broken takes nobody else's records away; when every node did, the first one's error is
-// raised. The observer is told of both, and of the error; null: nobody is. A user is authenticated
-// by the first node that has a record of the name, and not at all when one before it cannot tell:
-// it might be another one's password.
+// that raises an error is skipped, whatever the error, so that a server that is down, denies access
+// or is broken does not hide the records of others; when every node did, the first one's error is
+// raised. The observer, which may be null, is notified of both, and of the error. A user is
+// authenticated by the first node that has a record of the name, and not at all when an earlier one
+// cannot be searched: it might be another user's password.
 std::shared_ptr<DirectoryNode> makeSearchNode(std::shared_ptr<const NodeList> nodes,
                                               std::shared_ptr<NodeObserver> observer = nullptr);
 

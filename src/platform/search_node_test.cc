@@ -7,7 +7,7 @@
 #include <map>
 #include <utility>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 
 namespace paddock {
 namespace {
@@ -60,7 +60,7 @@ class Noted final : public NodeObserver {
   std::map<std::string, std::string> states;
 };
 
-class SearchNodeTest : public ::testing::Test {
+class SearchNodeLookups : public ::testing::Test {
  protected:
   void add(const std::string& path, const std::string& user) {
     nodes_.push_back({path, [this, path, user] {
@@ -90,7 +90,7 @@ class SearchNodeTest : public ::testing::Test {
   std::shared_ptr<Noted> noted_ = std::make_shared<Noted>();
 };
 
-TEST_F(SearchNodeTest, ANodeThatIsDownIsLeftOutAndTold) {
+TEST_F(SearchNodeLookups, DownNodeIsOmittedAndReported) {
   add("/Local", "anna");
   add("/LDAP/a", "bert");
   add("/LDAP/b", "carl");
@@ -108,7 +108,7 @@ TEST_F(SearchNodeTest, ANodeThatIsDownIsLeftOutAndTold) {
   EXPECT_EQ(noted_->states["/LDAP/a"], "answered");
 }
 
-TEST_F(SearchNodeTest, WhenNoNodeAnswersTheFirstOnesErrorIsRaised) {
+TEST_F(SearchNodeLookups, WithoutAnsweringNodesFirstErrorIsThrown) {
   add("/Local", "anna");
   add("/LDAP/a", "bert");
   errors_["/Local"] = EBUSY;
@@ -118,14 +118,14 @@ TEST_F(SearchNodeTest, WhenNoNodeAnswersTheFirstOnesErrorIsRaised) {
   EXPECT_EQ(raisedBy([&] { search()->findRecord("a", "b"); }), EBUSY);
 }
 
-TEST_F(SearchNodeTest, NobodyIsAuthenticatedPastANodeThatCannotTell) {
+TEST_F(SearchNodeLookups, UndecidedNodeStopsAuthentication) {
   add("/Local", "anna");
   add("/LDAP/a", "anna");
   errors_["/Local"] = EBUSY;
   EXPECT_EQ(raisedBy([&] { search()->authenticateName("anna", "x", true); }), EBUSY);
 }
 
-TEST_F(SearchNodeTest, WithoutAnObserverNodesAreLeftOutAllTheSame) {
+TEST_F(SearchNodeLookups, WithoutObserverDownNodesAreOmitted) {
   add("/Local", "anna");
   add("/LDAP/a", "bert");
   errors_["/LDAP/a"] = ETIMEDOUT;

@@ -60,7 +60,7 @@ struct Services {
   // The program that brings a volume's quota files up to date with what the kernel counts; empty
   // where it counts nothing.
   std::string quotaRefresherPath;
-  // The argument vector of the command that is told of changes of search indexing; empty: none.
+  // The argument vector of the command that is notified of changes of search indexing; empty: none.
   // Its first element is for the program runner, too.
   std::vector<std::string> indexingCommand;
 };

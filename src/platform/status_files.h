@@ -1,5 +1,5 @@
-// The status files of programs that run beside the module: made by it, written by the program,
-// read and removed by it again. Paths are full ones, never taken below a root. Any thread may call.
+// The status files of programs that run beside the module: created by it, written by the program,
+// read and removed by it again. Paths are full ones, never resolved below a root. Thread-safe.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,7 @@ class StatusFiles {
   // one. 0 or an errno with `path` empty.
   virtual int create(const std::string& pathTemplate, std::string& path) = 0;
 
-  // Whether there is anything at the path, a link that leads nowhere, too.
+  // Whether the path exists, dangling symlinks included.
   virtual bool exists(const std::string& path) = 0;
 
   // The property-list dictionary in the file. Absent for everything else: a file that is not
@@ -33,8 +33,8 @@ class StatusFiles {
   // what is left alone.
   virtual int remove(const std::string& path) = 0;
 
-  // Takes back a file that `create` made: removes one that `read` might read if it held something,
-  // and that is empty still; anything else is left alone. 0 or an errno, as `remove`.
+  // Undoes `create`: removes a file that `read` would accept if it had contents, and that is still
+  // empty; anything else is left alone. 0 or an errno, as `remove`.
   virtual int discard(const std::string& path) = 0;
 };
 

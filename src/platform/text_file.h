@@ -9,16 +9,16 @@
 
 namespace paddock {
 
-// Which file a path led to, and in which state. Equal ones are the same file, unchanged in between
-// as far as its size and times say.
+// Identity and state of the file at a path. Equal ones are the same file, unchanged in between as
+// far as its size and times show.
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
   std::uint64_t size = 0;
   std::int64_t modified = 0;  // nanoseconds since 1970, as `changed`
   std::int64_t changed = 0;
-  // The file was old enough when it was asked that a later change shows in its times. Times of
-  // files are coarse: one that has only just been changed can be changed again without a trace.
+  // The file was old enough at the call for a later change to show in its times. Times of files are
+  // coarse: one that has only just been changed can be changed again without a trace.
   bool settled = false;
 
   bool isSameState(const FileIdentity& other) const {
@@ -27,8 +27,8 @@ struct FileIdentity {
   }
 };
 
-// A file that gave way to another one. It has no name of its own any more, and goes with this
-// object unless it is kept.
+// A file that was replaced. It no longer has a name of its own, and is deleted with this object
+// unless it is kept.
 class ReplacedFile {
  public:
   ReplacedFile() = default;
@@ -38,10 +38,10 @@ class ReplacedFile {
 
   // Its bytes when it gave way; absent when they could not be read (see `TextFiles::read`).
   virtual const std::optional<std::string>& contents() const = 0;
-  // Whether another program still has it open for writing, so that it may change yet.
+  // Whether another process still has it open for writing, so that it may still change.
   virtual bool isOpenForWriting() const = 0;
   // Gives the file itself a name where nothing has it. 0; EEXIST when something has it; or another
-  // errno. A file for which this failed last stays in the folder, under a name of nobody's choice.
+  // errno. A file for which the last call failed stays in the folder, under a generated name.
   virtual int keepAs(const std::string& path) = 0;
 };
 
@@ -72,11 +72,11 @@ class TextFiles {
     FileIdentity written;                   // the new file
     std::unique_ptr<ReplacedFile> gaveWay;  // null when there was none
   };
-  // The same, and hands over the file that was there at that very moment, whoever had put it there.
-  // With `expected`, ESTALE and the file as others left it when that was another file, or that one
-  // in another state, or open for writing elsewhere; for an identity of no file, when there was
-  // one. What others put there meanwhile and cannot have stayed is handed over with ESTALE too.
-  // 0 and another file handed over only where the file system has no way to put it back.
+  // The same, and returns the file that was replaced, whichever process had created it. With
+  // `expected`, ESTALE and the file as others left it when that was another file, or that one in
+  // another state, or open for writing elsewhere; for an identity of no file, when there was one. A
+  // file created there concurrently that could not be kept in place is returned with ESTALE, too.
+  // Returns 0 with another file only where the file system cannot put it back.
   virtual int replaceKeeping(const std::string& path, const std::string& contents,
                              const FileIdentity* expected, Replacement& replacement) = 0;
 
@@ -84,13 +84,12 @@ class TextFiles {
   // something is there (it is left alone), or another errno with nothing created.
   virtual int copyOnce(const std::string& from, const std::string& to) = 0;
 
-  // Removes what has the name directly inside the folder, whatever it is but a folder: a link is
-  // removed, and what it leads to stays. The folder's own path is followed, links included; a
-  // folder that may be searched need not be readable. 0;
-  // ENOENT when nothing has the name or there is no such folder; EACCES for a link on the way to
-  // the folder that does not count (path_use.h); ENOTDIR when that is none; EISDIR; EINVAL for a
-  // name that no file has (empty, "." and "..", one with a slash or a NUL) and a path with a NUL;
-  // or another errno with everything as it was.
+  // Removes the entry directly inside the folder, of any type but a folder: a symlink is removed,
+  // not its target. The folder's own path is followed, links included; a folder that may be
+  // searched need not be readable. 0; ENOENT when nothing has the name or there is no such folder;
+  // EACCES for a link on the way to the folder that does not count (path_use.h); ENOTDIR when that
+  // is none; EISDIR; EINVAL for a name that no file has (empty, "." and "..", one with a slash or a
+  // NUL) and a path with a NUL; or another errno with everything as it was.
   virtual int removeFile(const std::string& folder, const std::string& name) = 0;
 
   // The names directly inside the folder that begin with `prefix`, in the order of their bytes. 0,

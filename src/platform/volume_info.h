@@ -1,5 +1,5 @@
-// Where a path is mounted, and how large that volume is: the part of BSD's statfs(2) and
-// getmntinfo(3) that is used here.
+// The mount point and size of a path's volume: the subset of BSD's statfs(2) and getmntinfo(3) used
+// here.
 #pragma once
 
 #include <cstdint>
@@ -32,8 +32,8 @@ class VolumeInfo {
   // ENAMETOOLONG (4096 bytes and more). ".." leads where the kernel goes, and a relative path
   // begins at the working folder. EINVAL for a path with a NUL.
   virtual int statfs(const std::string& path, MountedVolume& volume) = 0;
-  // How large that volume is. The same errors, with `statistics` empty. The volume is asked, which
-  // for one on another machine may take its time.
+  // How large that volume is. The same errors, with `statistics` empty. The volume is queried,
+  // which may be slow for a remote one.
   virtual int statistics(const std::string& path, VolumeStatistics& statistics) = 0;
   // All mounted volumes in the order of the mount table. 0, or an errno with `volumes` empty.
   virtual int getmntinfo(std::vector<MountedVolume>& volumes) = 0;

@@ -2,13 +2,15 @@
 // per level above an object, and applied to the object together with owner, group and mode.
 //
 // The routines with C linkage are exported by the module for others to use; nothing in it calls
-// them. They keep no state but `gDebugBreak`, so any thread may call.
+// them. They keep no state but `gDebugBreak`, and are thread-safe.
 #pragma once
 
 #include <sys/types.h>
 
 #include <array>
 #include <cstdint>
+
+#include "protocol/privilege_bits.h"
 
 namespace paddock {
 
@@ -29,17 +31,8 @@ struct InheritedACLComposite {
   InheritedACLComposite* next;
 };
 
-// What to set, bits of PrivsToSet::what.
-inline constexpr std::uint32_t kSetOwner = 1;
-inline constexpr std::uint32_t kSetGroup = 2;
-inline constexpr std::uint32_t kSetOwnerPermissions = 4;
-inline constexpr std::uint32_t kSetGroupPermissions = 8;
-inline constexpr std::uint32_t kSetOtherPermissions = 16;
-inline constexpr std::uint32_t kSetInheritedEntries = 32;
-inline constexpr std::uint32_t kSetEverything = 63;
-
 struct PrivsToSet {
-  std::uint32_t what;
+  std::uint32_t what;  // bits of kSetEverything
   std::uint32_t uid;
   std::uint32_t gid;
   std::uint16_t mode;  // its read and write bits are taken
@@ -79,7 +72,7 @@ void SetInheritedPrivs(const char* path, const PrivsToSet* privs, int kind);
 // Releases the entries of a list.
 void FreeInheritableACL(InheritableACL* head);
 
-// The same two on an open object. `name` stands for it in the log.
+// The same two on an open object. `name` identifies it in the log.
 int GetInheritableACL(PrivilegedObject& object, InheritableACL*& head, bool includeInherited);
 void SetInheritedPrivs(PrivilegedObject& object, const char* name, const PrivsToSet& privs,
                        int kind);

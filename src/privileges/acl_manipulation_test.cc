@@ -117,7 +117,7 @@ class AclManipulation : public PrivilegesFixture {
 
 // --- GetInheritableACL
 
-TEST_F(AclManipulation, AnObjectWithoutAnAclHasNoInheritableEntries) {
+TEST_F(AclManipulation, ObjectWithoutAclHasNoInheritableEntries) {
   EXPECT_THAT(inheritable(), IsEmpty());
   EXPECT_EQ(result_, 0);
 }
@@ -134,7 +134,7 @@ TEST_F(AclManipulation, AnInvalidAclHasNoInheritableEntries) {
   EXPECT_EQ(result_, 0);
 }
 
-TEST_F(AclManipulation, EntriesThatFilesOrFoldersInheritAreCollectedInOrder) {
+TEST_F(AclManipulation, InheritableEntriesAreCollectedInOrder) {
   store({entryOf(kExtendedAllow, guidNumber(1), 0x3FFE, acl::kAllFlags),
          entryOf(kExtendedDeny, guidNumber(2), 4, acl::kFileInherit),
          entryOf(kExtendedAllow, guidNumber(3), 8, acl::kDirectoryInherit | acl::kOnlyInherit),
@@ -153,14 +153,14 @@ TEST_F(AclManipulation, InheritedEntriesAreLeftOutUnlessAskedFor) {
   EXPECT_THAT(inheritable(true), ElementsAre(node(1, kBoth | acl::kInherited), node(2, kBoth)));
 }
 
-TEST_F(AclManipulation, AnEntryThatNeitherAllowsNorDeniesIsPassedOver) {
+TEST_F(AclManipulation, EntryNeitherAllowingNorDenyingIsSkipped) {
   store({entryOf(acl::kForeignTag, guidNumber(1), 2, kBoth),
          entryOf(kExtendedAllow, guidNumber(2), 2, kBoth)});
   EXPECT_THAT(inheritable(), ElementsAre(node(2, kBoth)));
   EXPECT_EQ(result_, 0);
 }
 
-TEST_F(AclManipulation, AnEntryWithoutAReadableQualifierFlagSetOrTagEndsTheCollection) {
+TEST_F(AclManipulation, UnreadableQualifierFlagSetOrTagEndsCollection) {
   for (const char* call :
        {"acl.acl_get_qualifier", "acl.acl_get_flagset_np", "acl.acl_get_tag_type"}) {
     SCOPED_TRACE(call);
@@ -174,7 +174,7 @@ TEST_F(AclManipulation, AnEntryWithoutAReadableQualifierFlagSetOrTagEndsTheColle
   }
 }
 
-TEST_F(AclManipulation, APermissionSetThatCannotBeReadLeavesNoListAndIsTheResult) {
+TEST_F(AclManipulation, UnreadablePermissionSetReturnsErrorWithoutList) {
   store({entryOf(kExtendedAllow, guidNumber(1), 2, kBoth),
          entryOf(kExtendedAllow, guidNumber(2), 2, kBoth)});
   EXPECT_THAT(failing(
@@ -183,7 +183,7 @@ TEST_F(AclManipulation, APermissionSetThatCannotBeReadLeavesNoListAndIsTheResult
   EXPECT_EQ(result_, EBADF);
 }
 
-TEST_F(AclManipulation, ThePermissionSetOfAnEntryThatIsNotInheritableIsNotRead) {
+TEST_F(AclManipulation, NoninheritableEntryPermissionSetIsNotRead) {
   store({entryOf(kExtendedAllow, guidNumber(1), 2),
          entryOf(kExtendedAllow, guidNumber(2), 2, kBoth)});
   EXPECT_THAT(failing(
@@ -226,7 +226,7 @@ TEST_F(AclManipulation, WithoutInheritedEntriesNothingIsWrittenBack) {
   EXPECT_EQ(acl.replacements(), 0);
 }
 
-TEST_F(AclManipulation, AnObjectWithoutAnAclAndEmptyLevelsIsNotTouched) {
+TEST_F(AclManipulation, EmptyLevelsLeaveObjectWithoutAclUntouched) {
   setEntries({{}, {}, {}});
   EXPECT_EQ(acl.replacements(), 0);
   EXPECT_EQ(tree.acl(kFolder), nullptr);
@@ -240,7 +240,7 @@ TEST_F(AclManipulation, WithoutTheMaskBitNoEntryIsTouched) {
 
 // --- owner and group
 
-TEST_F(AclManipulation, OwnerAndGroupAreSetEachByItsBit) {
+TEST_F(AclManipulation, OwnerAndGroupHaveSeparateMaskBits) {
   set(kSetOwner, kDirectoryKind, {});
   EXPECT_EQ(privilegedObjects.owners(kFolder), (InMemoryPrivilegedObjects::Owners{7, 0}));
   privilegedObjects.owners(kFolder) = {};
@@ -256,18 +256,18 @@ mode_t modeOf(std::uint32_t what, std::uint16_t given, mode_t current, int kind)
   return inherited_mode(current, {what, 0, 0, given, nullptr}, kind);
 }
 
-TEST(InheritedMode, OfAFolderGetsSearchWhereItIsReadOrWritten) {
+TEST(InheritedMode, FolderGainsSearchWhereReadableOrWritable) {
   EXPECT_EQ(modeOf(4, 0640, 02055, kDirectoryKind), 0755U);
   EXPECT_EQ(modeOf(28, 0640, 0, kDirectoryKind), 0750U);
   EXPECT_EQ(modeOf(28, 0222, 0, kDirectoryKind), 0333U);
   EXPECT_EQ(modeOf(28, 0, 0777, kDirectoryKind), 0U);
 }
 
-TEST(InheritedMode, OfAFolderTakesNoExecuteBitFromTheGivenOne) {
+TEST(InheritedMode, FolderIgnoresRequestedExecuteBits) {
   EXPECT_EQ(modeOf(28, 0711, 0, kDirectoryKind), 0700U);
 }
 
-TEST(InheritedMode, OfAFolderKeepsTheClassesThatAreNotSetWithTheirSearchBits) {
+TEST(InheritedMode, FolderKeepsUnsetClassesWithSearchBits) {
   EXPECT_EQ(modeOf(4, 0600, 0051, kDirectoryKind), 0751U);
   EXPECT_EQ(modeOf(8, 0060, 0401, kDirectoryKind), 0471U);
   EXPECT_EQ(modeOf(16, 0004, 0420, kDirectoryKind), 0425U);
@@ -287,7 +287,7 @@ TEST(InheritedMode, NeverHasSetIdOrStickyBits) {
   }
 }
 
-TEST_F(AclManipulation, TheModeIsSetForAnyOfItsThreeBits) {
+TEST_F(AclManipulation, AnyOfThreeBitsSetsMode) {
   const Composite none{};
   for (const std::uint32_t what : {4U, 8U, 16U}) {
     tree.set(kFile, {"anna", "staff", 04777, "regular"});
@@ -321,7 +321,7 @@ TEST_F(AclManipulation, AFolderTakesWhatFoldersInherit) {
   EXPECT_THAT(stored(), ElementsAre(inherited(2, acl::kDirectoryInherit), inherited(3, kBoth)));
 }
 
-TEST_F(AclManipulation, AFileTakesWhatFilesInheritAndPassesNothingOn) {
+TEST_F(AclManipulation, FileTakesFileEntriesAndPassesNothingOn) {
   setEntries({{node(1, acl::kFileInherit), node(2, acl::kDirectoryInherit), node(3, kBoth)}},
              kRegularKind, kFile);
   EXPECT_THAT(stored(kFile), ElementsAre(inherited(1), inherited(3)));
@@ -360,14 +360,14 @@ TEST_F(AclManipulation, TheDepthCountsTheEmptyLevelsInFront) {
   EXPECT_EQ(tree.acl(kFile), nullptr);
 }
 
-TEST_F(AclManipulation, AnInvalidAclIsLeftAloneWithoutALogLine) {
+TEST_F(AclManipulation, InvalidAclIsLeftAloneWithoutLogLine) {
   tree.setAcl(kFolder, {.entries = {}, .undecodable = true});
   setEntries({{node(1, kBoth)}});
   EXPECT_TRUE(tree.acl(kFolder)->undecodable);
   EXPECT_TRUE(logger.lines().empty());
 }
 
-TEST_F(AclManipulation, EveryFailureOfTheLastStepIsLoggedWithItsReason) {
+TEST_F(AclManipulation, LastStepFailuresAreLoggedWithReason) {
   store({entryOf(kExtendedAllow, guidNumber(9), 4)});
   const Composite composite{{node(1, kBoth)}};
   for (const char* call :
@@ -422,7 +422,7 @@ class BrokenObject : public PrivilegedObject {
   std::vector<mode_t> modes;
 };
 
-TEST_F(AclManipulation, EachStepGoesOnPastTheFailuresOfTheOthers) {
+TEST_F(AclManipulation, StepsContinuePastFailuresOfOthers) {
   BrokenObject object;
   const Composite composite{{node(1, kBoth)}};
   SetInheritedPrivs(object, "/the/name", {63, 7, 8, 0640, composite.get()}, kRegularKind);
@@ -435,14 +435,14 @@ TEST_F(AclManipulation, EachStepGoesOnPastTheFailuresOfTheOthers) {
                                   "Read-only file system"}}));
 }
 
-TEST_F(AclManipulation, AModeThatCannotBeReadIsNotSet) {
+TEST_F(AclManipulation, UnreadableModeIsNotSet) {
   BrokenObject object;
   object.modeError = EIO;
   SetInheritedPrivs(object, "x", {28, 0, 0, 0640, nullptr}, kRegularKind);
   EXPECT_THAT(object.modes, IsEmpty());
 }
 
-TEST_F(AclManipulation, AListThatCannotBeReadIsNotReplaced) {
+TEST_F(AclManipulation, UnreadableListIsNotReplaced) {
   BrokenObject object;
   object.readError = EIO;
   const Composite composite{{node(1, kBoth)}};
@@ -452,7 +452,7 @@ TEST_F(AclManipulation, AListThatCannotBeReadIsNotReplaced) {
             (Lines{{kLogError, "Could not set ACL permissions for x, error: Input/output error"}}));
 }
 
-TEST_F(AclManipulation, AnObjectThatIsNotThereIsLoggedWhenItWasToGetEntries) {
+TEST_F(AclManipulation, MissingObjectDueEntriesIsLogged) {
   tree.remove(kFolder);
   setEntries({{}});
   set(kSetOwner, kDirectoryKind, {{node(1, kBoth)}});
@@ -463,9 +463,9 @@ TEST_F(AclManipulation, AnObjectThatIsNotThereIsLoggedWhenItWasToGetEntries) {
                                   "error: No such file or directory"}}));
 }
 
-using AclManipulationDeathTest = AclManipulation;
+using AclManipulationFault = AclManipulation;
 
-TEST_F(AclManipulationDeathTest, TheDebugSwitchRaisesAFaultBeforeWriting) {
+TEST_F(AclManipulationFault, TheDebugSwitchRaisesAFaultBeforeWriting) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EQ(gDebugBreak, 0);
   EXPECT_DEATH(

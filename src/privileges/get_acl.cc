@@ -1,7 +1,9 @@
 #include "privileges/get_acl.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "platform/acl.h"
@@ -9,10 +11,17 @@
 #include "platform/services.h"
 #include "privileges/ace_dictionary.h"
 #include "privileges/module_logger.h"
-#include "privileges/owned_acl.h"
 #include "privileges/principal_names.h"
+#include "protocol/keys.h"
 
 namespace paddock {
+
+OwnedAcl::~OwnedAcl() {
+  if (list_ == nullptr || services().acl->acl_free(list_) == 0) return;
+  const int error = errno;
+  get_logger(function_).log(
+      kLogError, std::string(function_) + " acl_free err. errno = " + std::to_string(error));
+}
 
 namespace {
 
@@ -86,13 +95,13 @@ Status readEntry(acl::Entry* entry, std::optional<std::string>& allowPermission,
   if (const Status status = readPermissions(entry, bitmap); status != kSuccess) return status;
   std::uint32_t flags = 0;
   if (const Status status = readFlags(entry, flags); status != kSuccess) return status;
-  Dictionary dictionary{{ace::kDisplayName, name.displayName}, {ace::kGuid, guidText(*guid)}};
+  Dictionary dictionary{{protocol::kDisplayName, name.displayName}, {ace::kGuid, guidText(*guid)}};
   // Deliberate: while nothing is known of allowing or denying, the dictionary ends here.
   if (allowPermission) {
-    dictionary.set(ace::kAllowPermission, *allowPermission);
+    dictionary.set(protocol::kAllowPermission, *allowPermission);
     dictionary.set(ace::kBitmap, bitmap);
     dictionary.set(ace::kFlags, flags);
-    dictionary.set(ace::kIsUser, name.kind);
+    dictionary.set(protocol::kIsUser, name.kind);
   }
   entries.emplace_back(std::move(dictionary));
   return kSuccess;
@@ -114,6 +123,41 @@ Status get_acl(const std::string& path, Array& entries) {
        which = acl::kNextEntry) {
     const Status status = readEntry(entry, allowPermission, entries);
     if (status != kSuccess) return status;
+  }
+  return kSuccess;
+}
+
+namespace {
+
+// Without its last component: "/a" for "/a/b" and "/a/b/", "/" for "/a" and "/".
+std::string parentOf(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return {};
+  path.resize(slash);
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path.empty() ? "/" : path;
+}
+
+std::int64_t flagsOf(const Value& entry) {
+  const Dictionary* dictionary = entry.dictionary();
+  return dictionary != nullptr ? dictionary->integer(ace::kFlags).value_or(0) : 0;
+}
+
+bool has(const Value& entry, acl::Flag flag) { return (flagsOf(entry) & flag) != 0; }
+
+}  // namespace
+
+Status inherit_parent_ACL(const std::string& path, Array& entries) {
+  if (const Status status = get_acl(path, entries); status != kSuccess) return status;
+  std::erase_if(entries, [](const Value& entry) { return has(entry, acl::kInherited); });
+  Array parents;
+  if (const Status status = get_acl(parentOf(path), parents); status != kSuccess) return status;
+  for (Value& entry : parents) {
+    // Deliberate: also for a folder, what folders alone inherit is not taken over.
+    if (!has(entry, acl::kFileInherit)) continue;
+    entry.dictionary()->set(ace::kFlags, flagsOf(entry) | acl::kInherited);
+    entries.push_back(std::move(entry));
   }
   return kSuccess;
 }

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "platform/directory.h"
-#include "platform/directory_schema.h"
+#include "platform/directory_values.h"
 #include "platform/membership.h"
 #include "platform/services.h"
 #include "privileges/ace_dictionary.h"
@@ -19,16 +19,9 @@ Array search(const std::vector<std::string>& types, const std::string& attribute
                                                    MatchType::caseInsensitiveExact);
 }
 
-std::optional<std::string> firstValue(const Dictionary& record, const char* attribute) {
-  const Array* values = record.array(attribute);
-  const std::string* first =
-      values != nullptr && !values->empty() ? values->front().string() : nullptr;
-  return first != nullptr ? std::optional(*first) : std::nullopt;
-}
-
-std::optional<std::string> nameIn(const Dictionary& record) {
-  auto name = firstValue(record, schema::kRealName);
-  return name ? name : firstValue(record, schema::kRecordName);
+const std::string* nameIn(const Dictionary& record) {
+  const std::string* name = firstValue(record, schema::kRealName);
+  return name != nullptr ? name : firstValue(record, schema::kRecordName);
 }
 
 const Dictionary* firstRecord(const Array& records) {
@@ -39,11 +32,11 @@ std::optional<PrincipalName> nameByRecord(const std::string& text) {
   const Array found = search({schema::kUsers, schema::kGroups}, schema::kGeneratedUID, text);
   const Dictionary* record = firstRecord(found);
   if (record == nullptr) return std::nullopt;
-  const bool user = firstValue(*record, schema::kRecordType) == schema::kUsers;
+  const bool user = firstText(*record, schema::kRecordType) == schema::kUsers;
   // A record without any name leaves the principal unknown.
-  const auto name = nameIn(*record);
-  return name ? PrincipalName{*name, user ? ace::kUserKind : ace::kGroupKind}
-              : PrincipalName{text, ace::kUnknownKind};
+  const std::string* name = nameIn(*record);
+  return name != nullptr ? PrincipalName{*name, user ? ace::kUserKind : ace::kGroupKind}
+                         : PrincipalName{text, ace::kUnknownKind};
 }
 
 std::optional<PrincipalName> nameByMembership(const Guid& guid) {
@@ -70,7 +63,8 @@ std::optional<std::string> get_name_for_id(const std::string& id, const std::str
       recordType == schema::kUsers ? schema::kUniqueID : schema::kPrimaryGroupID;
   const Array found = search({recordType}, attribute, id);
   const Dictionary* record = firstRecord(found);
-  return record != nullptr ? nameIn(*record) : std::nullopt;
+  const std::string* name = record != nullptr ? nameIn(*record) : nullptr;
+  return name != nullptr ? std::optional(*name) : std::nullopt;
 }
 
 }  // namespace paddock

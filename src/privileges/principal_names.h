@@ -1,7 +1,7 @@
 // Names of the users and groups that an ACL's entries are for.
 //
-// The search node is asked each time; nothing is kept. DirectoryErrors of the searches are not
-// caught.
+// The search node is queried each time; nothing is cached. DirectoryErrors of the searches
+// propagate.
 #pragma once
 
 #include <cstdint>

@@ -10,10 +10,9 @@
 #include "platform/membership.h"
 #include "platform/services.h"
 #include "privileges/ace_dictionary.h"
-#include "privileges/ace_numbers.h"
-#include "privileges/acl_bits.h"
+#include "privileges/get_acl.h"
 #include "privileges/module_logger.h"
-#include "privileges/owned_acl.h"
+#include "protocol/keys.h"
 
 namespace paddock {
 
@@ -63,7 +62,7 @@ bool hasValidAcl(const std::string& path) {
 }
 
 End setTag(acl::Entry* entry, const Dictionary& dictionary) {
-  const std::string* allow = dictionary.string(ace::kAllowPermission);
+  const std::string* allow = dictionary.string(protocol::kAllowPermission);
   if (allow == nullptr || (*allow != ace::kAllow && *allow != ace::kDeny)) return kQuietEnd;
   const int tag = *allow == ace::kAllow ? acl::kExtendedAllow : acl::kExtendedDeny;
   const int result = services().acl->acl_set_tag_type(entry, tag);
@@ -117,13 +116,13 @@ std::optional<PrincipalType> readKind(const Value* value) {
 
 End setQualifier(acl::Entry* entry, const Dictionary& dictionary) {
   if (const std::string* guid = dictionary.string(ace::kGuid)) return setGivenGuid(entry, *guid);
-  const auto type = readKind(dictionary.find(ace::kIsUser));
+  const auto type = readKind(dictionary.find(protocol::kIsUser));
   if (!type) {
     logError("no ug Type");
     return ACL_UG_TYPE_NOT_FOUND_ERR;
   }
   const bool user = *type == PrincipalType::user;
-  const char* key = user ? ace::kUniqueID : ace::kGroupID;
+  const char* key = user ? protocol::kUniqueID : protocol::kGroupID;
   const auto id = readId(dictionary.find(key));
   if (id) return setMappedGuid(entry, key, *id, *type);
   logError(std::string("no ") + key);

@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "privileges/acl_bits.h"
+#include "privileges/ace_dictionary.h"
 #include "privileges/get_acl.h"
 #include "support/privileges_fixture.h"
 
 namespace paddock {
 namespace {
 
-class SetAclTest : public PrivilegesFixture {
+class AclWriting : public PrivilegesFixture {
  protected:
   Status set(const Array& entries, const std::string& path = kFolder) {
     return set_acl(path, entries);
@@ -66,19 +66,9 @@ class SetAclTest : public PrivilegesFixture {
     }
     return now->entries.front();
   }
-  Guid guidOfUser(std::uint32_t uid) {
-    Guid guid;
-    EXPECT_EQ(membership.uidToGuid(uid, guid), 0);
-    return guid;
-  }
-  Guid guidOfGroup(std::uint32_t gid) {
-    Guid guid;
-    EXPECT_EQ(membership.gidToGuid(gid, guid), 0);
-    return guid;
-  }
 };
 
-TEST_F(SetAclTest, WritesOneAllowEntryThatReadsBack) {
+TEST_F(AclWriting, WritesOneAllowEntryThatReadsBack) {
   EXPECT_EQ(set({entry(guidNumber(1), "YES", 2)}), kSuccess);
   Array read;
   EXPECT_EQ(get_acl(kFolder, read), kSuccess);
@@ -90,7 +80,7 @@ TEST_F(SetAclTest, WritesOneAllowEntryThatReadsBack) {
                                     {"isUser", 1061109567}}}));
 }
 
-TEST_F(SetAclTest, WhatWasReadCanBeWrittenBack) {
+TEST_F(AclWriting, WhatWasReadCanBeWrittenBack) {
   EXPECT_EQ(set({whole(), entry(guidNumber(2), "NO", 4, 32), entry(guidNumber(1), "YES", 8)}),
             kSuccess);
   Array first;
@@ -102,7 +92,7 @@ TEST_F(SetAclTest, WhatWasReadCanBeWrittenBack) {
   EXPECT_EQ(first.size(), 3U);
 }
 
-TEST_F(SetAclTest, ADenyEntryBehindAnAllowEntryKeepsItsPlace) {
+TEST_F(AclWriting, DenyEntryBehindAllowEntryKeepsPosition) {
   EXPECT_EQ(set({entry(guidNumber(1), "YES", 2), entry(guidNumber(2), "NO", 2),
                  entry(guidNumber(3), "YES", 2)}),
             kSuccess);
@@ -111,13 +101,13 @@ TEST_F(SetAclTest, ADenyEntryBehindAnAllowEntryKeepsItsPlace) {
   EXPECT_EQ(tags, (std::vector<int>{1, 2, 1}));
 }
 
-TEST_F(SetAclTest, AllEntriesThatWereThereAreReplaced) {
+TEST_F(AclWriting, AllEntriesThatWereThereAreReplaced) {
   storeOld();
   EXPECT_EQ(set({whole()}), kSuccess);
   EXPECT_EQ(written().qualifier, guidNumber(1));
 }
 
-TEST_F(SetAclTest, ALinksTargetIsWritten) {
+TEST_F(AclWriting, ALinksTargetIsWritten) {
   tree.setLink("/srv/link", kFolder);
   EXPECT_EQ(set({whole()}, "/srv/link"), kSuccess);
   EXPECT_EQ(written().qualifier, guidNumber(1));
@@ -125,33 +115,33 @@ TEST_F(SetAclTest, ALinksTargetIsWritten) {
 
 // Empty arrays.
 
-TEST_F(SetAclTest, AnEmptyArrayClearsAValidAcl) {
+TEST_F(AclWriting, AnEmptyArrayClearsAValidAcl) {
   storeOld();
   EXPECT_EQ(set({}), kSuccess);
   EXPECT_EQ(tree.acl(kFolder), nullptr);
 }
 
-TEST_F(SetAclTest, AnEmptyArrayLeavesAPathWithoutAnAclAlone) {
+TEST_F(AclWriting, EmptyArrayKeepsPathWithoutAcl) {
   EXPECT_EQ(set({}), kSuccess);
   EXPECT_EQ(set({}, "/srv/missing"), kSuccess);
   EXPECT_EQ(acl.replacements(), 0);
   EXPECT_TRUE(logger.lines().empty());
 }
 
-TEST_F(SetAclTest, AnEmptyArrayLeavesAnInvalidAclAlone) {
+TEST_F(AclWriting, AnEmptyArrayLeavesAnInvalidAclAlone) {
   tree.setAcl(kFolder, {.entries = {}, .undecodable = true});
   EXPECT_EQ(set({}), kSuccess);
   EXPECT_TRUE(tree.acl(kFolder)->undecodable);
   EXPECT_EQ(acl.replacements(), 0);
 }
 
-TEST_F(SetAclTest, AnEmptyArrayLeavesAnAclAloneThatCannotBeRead) {
+TEST_F(AclWriting, EmptyArrayKeepsUnreadableAcl) {
   storeOld();
   EXPECT_EQ(failing("acl.acl_get_file", [this] { return set({}); }), kSuccess);
   expectOld();
 }
 
-TEST_F(SetAclTest, EntriesReplaceAnInvalidAcl) {
+TEST_F(AclWriting, EntriesReplaceAnInvalidAcl) {
   tree.setAcl(kFolder, {.entries = {}, .undecodable = true});
   EXPECT_EQ(set({whole()}), kSuccess);
   EXPECT_EQ(written().qualifier, guidNumber(1));
@@ -159,14 +149,14 @@ TEST_F(SetAclTest, EntriesReplaceAnInvalidAcl) {
 
 // "allowPermission".
 
-TEST_F(SetAclTest, YesAndNoAreAllowAndDeny) {
+TEST_F(AclWriting, YesAndNoAreAllowAndDeny) {
   EXPECT_EQ(set({entry(guidNumber(1), "YES", 2)}), kSuccess);
   EXPECT_EQ(written().tag, acl::kExtendedAllow);
   EXPECT_EQ(set({entry(guidNumber(1), "NO", 2)}), kSuccess);
   EXPECT_EQ(written().tag, acl::kExtendedDeny);
 }
 
-TEST_F(SetAclTest, AnyOtherAllowPermissionEndsQuietlyAndChangesNothing) {
+TEST_F(AclWriting, OtherAllowPermissionEndsQuietlyAndChangesNothing) {
   storeOld();
   for (const Value& allow : std::vector<Value>{"yes", "Yes", "no", "", "YES ", " NO", "1", "true",
                                                true, 1, 0, Array{"YES"}, Data{{'N', 'O'}}}) {
@@ -178,7 +168,7 @@ TEST_F(SetAclTest, AnyOtherAllowPermissionEndsQuietlyAndChangesNothing) {
   EXPECT_TRUE(errorLines().empty());
 }
 
-TEST_F(SetAclTest, AMemberThatIsNoDictionaryIsAnEntryWithoutAnything) {
+TEST_F(AclWriting, NonDictionaryMemberCountsAsEmptyEntry) {
   storeOld();
   for (const Value& member : std::vector<Value>{"x", 7, true, Array{whole()}, Data{}, Value()}) {
     EXPECT_EQ(set({member}), kSuccess);
@@ -190,17 +180,17 @@ TEST_F(SetAclTest, AMemberThatIsNoDictionaryIsAnEntryWithoutAnything) {
 
 // The principal.
 
-TEST_F(SetAclTest, AGuidsTextMayHaveLettersOfEitherCase) {
+TEST_F(AclWriting, GuidTextAcceptsEitherLetterCase) {
   EXPECT_EQ(set({with(whole(), "guid", "deadBEEF-0000-0000-0000-00000000000a")}), kSuccess);
   EXPECT_EQ(written().qualifier, guidNumber(10));
 }
 
-TEST_F(SetAclTest, AGuidWinsOverKindAndIds) {
+TEST_F(AclWriting, AGuidWinsOverKindAndIds) {
   EXPECT_EQ(set({with(byId(0, "uniqueID", 0), "guid", guidText(guidNumber(1)))}), kSuccess);
   EXPECT_EQ(written().qualifier, guidNumber(1));
 }
 
-TEST_F(SetAclTest, ATextThatIsNoGuidIsAQualifierThatCannotBeSet) {
+TEST_F(AclWriting, InvalidGuidTextFailsToSetQualifier) {
   storeOld();
   for (const char* text :
        {"", "x", "DEADBEEF-0000-0000-0000-00000000000", "DEADBEEF-0000-0000-0000-0000000000011",
@@ -213,23 +203,23 @@ TEST_F(SetAclTest, ATextThatIsNoGuidIsAQualifierThatCannotBeSet) {
   }
 }
 
-TEST_F(SetAclTest, AGuidThatIsNoTextReadsAsAbsent) {
+TEST_F(AclWriting, NonTextGuidReadsAsAbsent) {
   EXPECT_EQ(set({with(byId(1, "groupID", 20), "guid", 7)}), kSuccess);
   EXPECT_EQ(written().qualifier, guidOfGroup(20));
   EXPECT_EQ(set({with(whole(), "guid", Array{})}), ACL_UG_TYPE_NOT_FOUND_ERR);
 }
 
-TEST_F(SetAclTest, AUserIsNamedByItsUid) {
+TEST_F(AclWriting, AUserIsNamedByItsUid) {
   EXPECT_EQ(set({byId(0, "uniqueID", 1000)}), kSuccess);
   EXPECT_EQ(written().qualifier, guidOfUser(1000));
 }
 
-TEST_F(SetAclTest, AGroupIsNamedByItsGid) {
+TEST_F(AclWriting, AGroupIsNamedByItsGid) {
   EXPECT_EQ(set({byId(1, "groupID", 20)}), kSuccess);
   EXPECT_EQ(written().qualifier, guidOfGroup(20));
 }
 
-TEST_F(SetAclTest, AKindThatIsNotZeroIsAGroup) {
+TEST_F(AclWriting, NonZeroKindIsGroup) {
   for (const Value& kind : std::vector<Value>{1, 2, -1, 1061109567, 4294967296, true, "1", "-7",
                                               Value::fromUnsigned(~std::uint64_t{0})}) {
     EXPECT_EQ(set({with(byId(kind, "groupID", 20), "uniqueID", 1000)}), kSuccess);
@@ -237,14 +227,14 @@ TEST_F(SetAclTest, AKindThatIsNotZeroIsAGroup) {
   }
 }
 
-TEST_F(SetAclTest, AKindOfZeroIsAUserWhateverItsForm) {
+TEST_F(AclWriting, ZeroKindInAnyFormIsUser) {
   for (const Value& kind : std::vector<Value>{0, false, "0", "00", "-0"}) {
     EXPECT_EQ(set({with(byId(kind, "groupID", 20), "uniqueID", 1000)}), kSuccess);
     EXPECT_EQ(written().qualifier, guidOfUser(1000));
   }
 }
 
-TEST_F(SetAclTest, IdsMayBeTextsAndBooleans) {
+TEST_F(AclWriting, IdsMayBeTextsAndBooleans) {
   EXPECT_EQ(set({byId("0", "uniqueID", "1000")}), kSuccess);
   EXPECT_EQ(written().qualifier, guidOfUser(1000));
   EXPECT_EQ(set({byId("1", "groupID", "20")}), kSuccess);
@@ -253,12 +243,12 @@ TEST_F(SetAclTest, IdsMayBeTextsAndBooleans) {
   EXPECT_EQ(written().qualifier, guidOfUser(1));
 }
 
-TEST_F(SetAclTest, TheLargestIdIsOne) {
+TEST_F(AclWriting, TheLargestIdIsOne) {
   EXPECT_EQ(set({byId(0, "uniqueID", 4294967295)}), kSuccess);
   EXPECT_EQ(written().qualifier, guidOfUser(4294967295U));
 }
 
-TEST_F(SetAclTest, AnIdOfMoreThan32BitsOrBelowZeroCannotBeMapped) {
+TEST_F(AclWriting, IdBeyond32BitsOrNegativeCannotBeMapped) {
   storeOld();
   for (const Value& id :
        std::vector<Value>{4294967296, -1, -2, "4294967296", "-1", "18446744073709551615",
@@ -271,14 +261,14 @@ TEST_F(SetAclTest, AnIdOfMoreThan32BitsOrBelowZeroCannotBeMapped) {
   expectOld();
 }
 
-TEST_F(SetAclTest, WithoutAGuidAndAKindThereIsNoPrincipal) {
+TEST_F(AclWriting, MissingGuidAndKindYieldNoPrincipal) {
   storeOld();
   EXPECT_EQ(set({without(byId(0, "uniqueID", 1000), "isUser")}), ACL_UG_TYPE_NOT_FOUND_ERR);
   expectErrors("set_acl", {"no ug Type"});
   expectOld();
 }
 
-TEST_F(SetAclTest, AKindThatIsNoNumberIsAGroup) {
+TEST_F(AclWriting, NonNumericKindIsGroup) {
   for (const Value& kind : std::vector<Value>{"", "user", "0x0", Array{0}, Dictionary{}, Data{}}) {
     EXPECT_EQ(set({with(byId(kind, "groupID", 20), "uniqueID", 1000)}), kSuccess);
     EXPECT_EQ(written().qualifier, guidOfGroup(20));
@@ -287,7 +277,7 @@ TEST_F(SetAclTest, AKindThatIsNoNumberIsAGroup) {
   }
 }
 
-TEST_F(SetAclTest, AUserWithoutAUid) {
+TEST_F(AclWriting, AUserWithoutAUid) {
   storeOld();
   EXPECT_EQ(set({byId(0, "groupID", 20)}), ACL_UNIQUE_ID_NOT_FOUND_ERR);
   expectErrors("set_acl", {"no uniqueID"});
@@ -296,7 +286,7 @@ TEST_F(SetAclTest, AUserWithoutAUid) {
   expectOld();
 }
 
-TEST_F(SetAclTest, AGroupWithoutAGid) {
+TEST_F(AclWriting, AGroupWithoutAGid) {
   storeOld();
   EXPECT_EQ(set({byId(1, "uniqueID", 1000)}), ACL_GROUP_ID_NOT_FOUND_ERR);
   expectErrors("set_acl", {"no groupID"});
@@ -305,7 +295,7 @@ TEST_F(SetAclTest, AGroupWithoutAGid) {
   expectOld();
 }
 
-TEST_F(SetAclTest, AMappingThatFailsIsAQualifierThatCannotBeSet) {
+TEST_F(AclWriting, FailedMappingFailsToSetQualifier) {
   storeOld();
   membership.failWith(ENOENT);
   EXPECT_EQ(set({byId(0, "uniqueID", 1000)}), CANNOT_SET_ACL_QUALIFIER_ERR);
@@ -317,7 +307,7 @@ TEST_F(SetAclTest, AMappingThatFailsIsAQualifierThatCannotBeSet) {
 
 // Permissions and flags.
 
-TEST_F(SetAclTest, EachPermissionAndEachFlagIsWrittenAlone) {
+TEST_F(AclWriting, EachPermissionAndEachFlagIsWrittenAlone) {
   for (const acl::Permission value : acl::kPermissions) {
     EXPECT_EQ(set({entry(guidNumber(1), "YES", value)}), kSuccess);
     EXPECT_EQ(written().permset.permissions, value);
@@ -330,7 +320,7 @@ TEST_F(SetAclTest, EachPermissionAndEachFlagIsWrittenAlone) {
   }
 }
 
-TEST_F(SetAclTest, BitsThatAreNoPermissionOrFlagAreIgnored) {
+TEST_F(AclWriting, UnknownPermissionAndFlagBitsAreIgnored) {
   for (const Value& all : std::vector<Value>{16383, -1, "-1", 0x7FFFFFFFFFFFFFFF,
                                              Value::fromUnsigned(~std::uint64_t{0})}) {
     EXPECT_EQ(set({entry(guidNumber(1), "YES", all, 0x1FF)}), kSuccess);
@@ -344,7 +334,7 @@ TEST_F(SetAclTest, BitsThatAreNoPermissionOrFlagAreIgnored) {
   }
 }
 
-TEST_F(SetAclTest, NumbersMayBeTextsAndBooleans) {
+TEST_F(AclWriting, NumbersMayBeTextsAndBooleans) {
   EXPECT_EQ(set({entry(guidNumber(1), "YES", "6", "96")}), kSuccess);
   EXPECT_EQ(written().permset.permissions, 6U);
   EXPECT_EQ(written().flagset.flags, 96U);
@@ -352,7 +342,7 @@ TEST_F(SetAclTest, NumbersMayBeTextsAndBooleans) {
   EXPECT_EQ(written().permset.permissions, 0U);
 }
 
-TEST_F(SetAclTest, AbsentBitsAreNone) {
+TEST_F(AclWriting, AbsentBitsAreNone) {
   EXPECT_EQ(set({without(without(whole(), "bitmap"), "flags")}), kSuccess);
   EXPECT_EQ(written().permset.permissions, 0U);
   EXPECT_EQ(written().flagset.flags, 0U);
@@ -361,11 +351,11 @@ TEST_F(SetAclTest, AbsentBitsAreNone) {
   EXPECT_EQ(written().flagset.flags, 0U);
 }
 
-TEST_F(SetAclTest, ABitWithTwoNamesIsAddedTwice) {
+TEST_F(AclWriting, ABitWithTwoNamesIsAddedTwice) {
   FaultPlan none;
   none.countOnly("acl.acl_add_");
   {
-    const FaultyServices counted(doubles(), none);
+    const ForwardingServices counted(doubles(), none);
     const ServicesGuard guard(counted.services());
     EXPECT_EQ(set({entry(guidNumber(1), "YES", 2 | 4 | 8 | 16 | 32 | 64, 16)}), kSuccess);
   }
@@ -384,9 +374,9 @@ struct FailedCall {
 };
 void PrintTo(const FailedCall& failed, std::ostream* out) { *out << failed.call; }
 
-class SetAclFailureTest : public SetAclTest, public ::testing::WithParamInterface<FailedCall> {};
+class AclWritingFailure : public AclWriting, public ::testing::WithParamInterface<FailedCall> {};
 
-TEST_P(SetAclFailureTest, IsItsStatusAndItsLineAndLeavesTheFileAsItWas) {
+TEST_P(AclWritingFailure, ReturnsStatusLogsLineAndKeepsFile) {
   storeOld();
   EXPECT_EQ(setFailing(GetParam().call), GetParam().status);
   expectOld();
@@ -394,7 +384,7 @@ TEST_P(SetAclFailureTest, IsItsStatusAndItsLineAndLeavesTheFileAsItWas) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Calls, SetAclFailureTest,
+    Calls, AclWritingFailure,
     ::testing::Values(
         FailedCall{"acl.acl_init", ACL_INIT_ERR, "set_acl", "acl_init failed"},
         FailedCall{"acl.acl_create_entry", CANNOT_CREATE_ACL_ENTRY_ERR, "set_acl",
@@ -418,7 +408,7 @@ INSTANTIATE_TEST_SUITE_P(
       return std::string(test.param.call).substr(std::string("acl.").size());
     });
 
-TEST_F(SetAclTest, TheGuidOfAnIdThatCannotBeSetIsTheCallsOwnResult) {
+TEST_F(AclWriting, UnsettableGuidOfIdReturnsCallResult) {
   storeOld();
   EXPECT_EQ(failing("acl.acl_set_qualifier", [this] { return set({byId(0, "uniqueID", 1000)}); }),
             -1);
@@ -426,7 +416,7 @@ TEST_F(SetAclTest, TheGuidOfAnIdThatCannotBeSetIsTheCallsOwnResult) {
   expectOld();
 }
 
-TEST_F(SetAclTest, EveryAddedBitThatFailsEndsQuietly) {
+TEST_F(AclWriting, EveryAddedBitThatFailsEndsQuietly) {
   storeOld();
   for (std::size_t bit = 1; bit <= 17; ++bit) {
     EXPECT_EQ(setFailing("acl.acl_add_perm", bit), kSuccess);
@@ -439,7 +429,7 @@ TEST_F(SetAclTest, EveryAddedBitThatFailsEndsQuietly) {
   expectOld();
 }
 
-TEST_F(SetAclTest, AFailureInALaterEntryLeavesTheFileAsItWas) {
+TEST_F(AclWriting, FailureInLaterEntryKeepsFileUnchanged) {
   storeOld();
   EXPECT_EQ(failing(
                 "acl.acl_set_flagset_np",
@@ -453,7 +443,7 @@ TEST_F(SetAclTest, AFailureInALaterEntryLeavesTheFileAsItWas) {
   expectOld();
 }
 
-TEST_F(SetAclTest, AnAclThatCannotBeReleasedIsLoggedAndTheResultStays) {
+TEST_F(AclWriting, FailedAclReleaseIsLoggedAndKeepsResult) {
   EXPECT_EQ(setFailing("acl.acl_free.list", 1, ENOMEM), kSuccess);
   expectErrors("set_acl", {"set_acl acl_free err. errno = 12"});
   EXPECT_EQ(written().qualifier, guidNumber(1));
@@ -462,7 +452,7 @@ TEST_F(SetAclTest, AnAclThatCannotBeReleasedIsLoggedAndTheResultStays) {
   expectErrors("set_acl", {"no guid: x", "set_acl acl_free err. errno = 5"});
 }
 
-TEST_F(SetAclTest, AFileThatTakesNoListIsItsStatusAndItsErrorIsLoggedWithThePath) {
+TEST_F(AclWriting, RefusedListReturnsItsStatusAndLogsPath) {
   storeOld();
   EXPECT_EQ(set({whole()}, "/srv/missing"), CANNOT_SET_ACL_FILE_ERR);
   expectErrors("set_acl", {"acl_set_file failed = -1",
@@ -475,14 +465,14 @@ TEST_F(SetAclTest, AFileThatTakesNoListIsItsStatusAndItsErrorIsLoggedWithThePath
 
 // Sizes.
 
-TEST_F(SetAclTest, ListsOfUpToAThousandEntriesAreWritten) {
+TEST_F(AclWriting, ListsUpToThousandEntriesAreWritten) {
   for (const std::size_t count : {1U, 128U, 129U, 1000U}) {
     EXPECT_EQ(set(Array(count, whole())), kSuccess);
     EXPECT_EQ(tree.acl(kFolder)->entries.size(), count);
   }
 }
 
-TEST_F(SetAclTest, LongerListsAreNoValidAcl) {
+TEST_F(AclWriting, LongerListsAreNoValidAcl) {
   storeOld();
   for (const std::size_t count : {1001U, 10'000U}) {
     EXPECT_EQ(set(Array(count, whole())), ACL_VALIDATION_ERR);
@@ -493,7 +483,7 @@ TEST_F(SetAclTest, LongerListsAreNoValidAcl) {
 
 // Tracing.
 
-TEST_F(SetAclTest, TheStepsAreTraced) {
+TEST_F(AclWriting, TheStepsAreTraced) {
   EXPECT_EQ(set({whole(), whole()}), kSuccess);
   const std::string prefix = "paddock_sharing:set_acl ";
   Lines expected = {{kLogDebug, prefix + "Begin set_acl loop"}};
@@ -503,7 +493,7 @@ TEST_F(SetAclTest, TheStepsAreTraced) {
   EXPECT_EQ(logger.lines(), expected);
 }
 
-TEST_F(SetAclTest, ClearingTracesTheLoopWithoutARound) {
+TEST_F(AclWriting, ClearingTracesTheLoopWithoutARound) {
   storeOld();
   EXPECT_EQ(set({}), kSuccess);
   EXPECT_EQ(logger.lines(), (Lines{{kLogDebug, "paddock_sharing:set_acl Begin set_acl loop"}}));
@@ -511,9 +501,9 @@ TEST_F(SetAclTest, ClearingTracesTheLoopWithoutARound) {
 
 // The two small functions.
 
-class AclBitsTest : public PrivilegesFixture {};
+class AclBits : public PrivilegesFixture {};
 
-TEST_F(AclBitsTest, OnlyASetBitIsAdded) {
+TEST_F(AclBits, OnlyASetBitIsAdded) {
   acl::Permset permset;
   EXPECT_EQ(add_perm_if_set(4, &permset, acl::kReadData), 0);
   EXPECT_EQ(permset.permissions, 0U);
@@ -527,7 +517,7 @@ TEST_F(AclBitsTest, OnlyASetBitIsAdded) {
   EXPECT_TRUE(logger.lines().empty());
 }
 
-TEST_F(AclBitsTest, AFailedCallIsHandedOutAndLogged) {
+TEST_F(AclBits, AFailedCallIsHandedOutAndLogged) {
   acl::Permset permset;
   EXPECT_EQ(
       failing("acl.acl_add_perm", [&] { return add_perm_if_set(2, &permset, acl::kReadData); }),

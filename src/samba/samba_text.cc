@@ -108,7 +108,7 @@ std::string_view faultOfShareName(std::string_view name) {
   return {};
 }
 
-// Samba passes over blanks when it looks whether a section is the global one.
+// Samba ignores blanks when it checks whether a section is the global one.
 bool isReservedShareName(std::string_view name) {
   std::string key = shareNameKey(name);
   if (contains(kReserved, key)) return true;

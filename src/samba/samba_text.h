@@ -19,7 +19,7 @@ std::string_view faultOfShareName(std::string_view name);
 // Whether Samba has a meaning of its own for a section of this name.
 bool isReservedShareName(std::string_view name);
 
-// What tells share names apart: each character in lower case by itself, as Samba compares them.
+// Comparison key of share names: each character in lower case by itself, as Samba compares them.
 // Names with different keys are different ones to Samba, too. So are a few with the same key, whose
 // letters have another case in a newer Unicode than Samba's. `name` is UTF-8.
 std::string shareNameKey(std::string_view name);

@@ -11,7 +11,7 @@ std::string repeated(std::string_view text, int count) {
   return result;
 }
 
-TEST(FaultOfValue, ThereIsNoneInWhatSambaReadsBackAsItStands) {
+TEST(FaultOfValue, ValuesReadBackUnchangedHaveNone) {
   for (const char* text : {"/srv/plans",
                            "/srv/two words",
                            "/srv/Überblick",
@@ -64,12 +64,12 @@ TEST(FaultOfValue, ALineBreakWouldBeginAnotherParameter) {
   EXPECT_EQ(faultOfValue("/a\nguest ok = yes"), "has a line break");
 }
 
-TEST(FaultOfValue, ABackslashAtTheEndWouldTakeTheNextLine) {
+TEST(FaultOfValue, TrailingBackslashWouldJoinNextLine) {
   EXPECT_EQ(faultOfValue("/a\\"), "ends with a backslash");
   EXPECT_EQ(faultOfValue("/a\\\\"), "ends with a backslash");
 }
 
-TEST(FaultOfValue, BytesThatAreNoUtf8AndNulAreFaults) {
+TEST(FaultOfValue, InvalidUtf8AndNulAreFaults) {
   EXPECT_EQ(faultOfValue("/a\xFF"), "is not UTF-8");
   EXPECT_EQ(faultOfValue("/\xED\xA0\x80"), "is not UTF-8");
   EXPECT_EQ(faultOfValue(std::string_view("/a\0b", 4)), "has a NUL");
@@ -94,7 +94,7 @@ TEST(FaultOfShareName, ThereIsNoneInNamesThatSambaServes) {
   }
 }
 
-TEST(FaultOfShareName, SambaKeepsSomeForItselfInAnyLetterCase) {
+TEST(FaultOfShareName, NamesReservedBySambaAreFaultsCaseInsensitively) {
   for (const char* name : {"global", "GLOBAL", "Globals", "homes", "Homes", "printers", "print$",
                            "PRINT$", "ipc$", "IPC$", "ADMIN$", "g l o b a l", "global s"}) {
     EXPECT_EQ(faultOfShareName(name), "is one that Samba keeps for itself") << name;
@@ -132,7 +132,7 @@ TEST(FaultOfShareName, EightyUnitsOfUtf16AreTheMost) {
             "has more than 80 characters");
 }
 
-TEST(FaultOfShareName, WhatAValueCannotHaveAtItsEndsANameCannotHaveEither) {
+TEST(FaultOfShareName, FaultsOfValuesAreFaultsOfNames) {
   EXPECT_EQ(faultOfShareName(" a"), "begins or ends with a blank");
   EXPECT_EQ(faultOfShareName("a "), "begins or ends with a blank");
   EXPECT_EQ(faultOfShareName("a  b"), "has blanks in a row");

@@ -17,7 +17,6 @@
 #include <utility>
 
 #include "base/file_access.h"
-#include "base/file_descriptor.h"
 #include "base/system_call.h"
 
 namespace paddock::samba {

@@ -1,4 +1,4 @@
-// What Samba itself says of a share's parameters, by testparm(1).
+// Validation of a share's parameters by Samba itself, with testparm(1).
 #pragma once
 
 #include <optional>

@@ -49,7 +49,7 @@ TEST(FaultSaidByTestparm, OfAProgramThatFailsIsItsStatus) {
   EXPECT_EQ(faultSaidByTestparm(program, ""), program + " ended with status 3");
 }
 
-TEST(FaultSaidByTestparm, IsNotThatAParameterIsUnknownOfThoseThatAreLetIn) {
+TEST(FaultSaidByTestparm, NeverReportsAllowedParameterAsUnknown) {
   for (const std::string& key : allowedParameters()) {
     const auto fault = said("    " + key + " = 1\n");
     EXPECT_THAT(fault, Optional(AllOf(Not(HasSubstr("Unknown parameter")),

@@ -134,7 +134,7 @@ TEST(Parameter, IsAKeyAndAValue) {
   EXPECT_EQ(parameterText({"max connections", "5"}), "max connections = 5");
 }
 
-TEST(Parameter, ThatIsDangerousIsRefusedByNameWithTheReason) {
+TEST(Parameter, DangerousParameterIsRefusedByNameWithReason) {
   for (const auto& [key, reason] : std::vector<std::pair<const char*, const char*>>{
            {"root preexec", "runs a program"},
            {"RootPreExec", "runs a program"},

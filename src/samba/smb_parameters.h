@@ -21,12 +21,12 @@ std::string parameterText(const Parameter& parameter);
 
 // Why a share point may not have the parameter, or not with this value, as the end of a sentence
 // that begins with its name; empty when it may. Only parameters are let in that are known to touch
-// nothing but how this one share is served: what runs programs, leads out of the folder, acts for
-// somebody else, or decides who may do what beside the folder's list, is refused by name, and so is
-// what is not known. Whether the value is one, Samba says (smb_check.h).
+// nothing but how this one share is served: what runs programs, leads out of the folder, acts as
+// another user, or grants access beside the folder's list, is refused by name, and so is what is
+// not known. Whether the value is one, Samba says (smb_check.h).
 std::string faultOfParameter(const Parameter& parameter);
 
-// What tells keys apart: Samba knows synonyms, and passes over blanks and letter case.
+// Comparison key of parameter names: Samba has synonyms, and ignores blanks and letter case.
 std::string parameterKey(std::string_view key);
 
 // The keys that are let in, and those that are refused by name.

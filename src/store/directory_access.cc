@@ -1,11 +1,35 @@
 #include "store/directory_access.h"
 
+#include <exception>
+
+#include "platform/directory.h"
 #include "platform/logger.h"
 #include "platform/services.h"
-#include "store/exception_text.h"
-#include "store/schema.h"
 
 namespace paddock {
+
+std::string describe_current_exception() {
+  try {
+    throw;
+  } catch (const DirectoryError& error) {
+    if (const auto status = error.status()) return std::to_string(*status);
+    return error.what();
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "an unknown exception";
+  }
+}
+
+std::string reason_of_current_exception() {
+  try {
+    throw;
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "an unknown exception";
+  }
+}
 
 namespace {
 
@@ -28,7 +52,7 @@ void logRecordError(const std::string& name, const std::string& recordType, cons
                                         reason_of_current_exception());
 }
 
-// Runs `work` on the local node; a node that cannot be opened is a lookup that failed.
+// Calls `work` on the local node; a node that cannot be opened is a failed lookup.
 template <typename Work>
 Status onLocalNode(Work work, std::string* reason = nullptr) {
   std::shared_ptr<DirectoryNode> node;

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/schema.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -17,7 +16,7 @@ using schema::kRecordName;
 using schema::kSharePoints;
 using schema::kVspName;
 
-class DirectoryAccessTest : public ModuleFixture {
+class DirectoryAccess : public ModuleFixture {
  protected:
   static std::string nameOf(const DirectoryRecordPtr& record) {
     return record ? record->getAttributeFirstValue(kRecordName).value_or("(no name)") : "(none)";
@@ -28,18 +27,18 @@ class DirectoryAccessTest : public ModuleFixture {
   void SetUp() override { addRecord(kMounts, "stale"); }
 };
 
-TEST_F(DirectoryAccessTest, TheLocalNodeIsTheNodeOfThisServersOwnRecords) {
+TEST_F(DirectoryAccess, LocalNodeHoldsRecordsOfThisServer) {
   EXPECT_EQ(get_local_node()->path(), "/Local");
 }
 
-TEST_F(DirectoryAccessTest, EveryCallForTheLocalNodeOpensANewSession) {
+TEST_F(DirectoryAccess, LocalNodeCallOpensNewSession) {
   trace.forgetCalls();
   const auto first = get_local_node();
   const auto second = get_local_node();
   EXPECT_EQ(trace.count("openLocal"), 2U);
 }
 
-TEST_F(DirectoryAccessTest, TheSessionLastsAsLongAsTheNodeAndNoLonger) {
+TEST_F(DirectoryAccess, SessionLastsExactlyAsLongAsNode) {
   {
     const auto node = get_local_node();
     addSharePoint("a", "/srv/a");
@@ -48,18 +47,18 @@ TEST_F(DirectoryAccessTest, TheSessionLastsAsLongAsTheNodeAndNoLonger) {
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-TEST_F(DirectoryAccessTest, AnErrorOfTheLocalNodeIsThrown) {
+TEST_F(DirectoryAccess, AnErrorOfTheLocalNodeIsThrown) {
   trace.raise("localNode", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(get_local_node(), DirectoryError);
 }
 
-TEST_F(DirectoryAccessTest, AnErrorOfOpeningTheSessionIsThrown) {
+TEST_F(DirectoryAccess, AnErrorOfOpeningTheSessionIsThrown) {
   trace.raise("openLocal", DirectoryError(EBUSY, "locked"));
   EXPECT_THROW(get_local_node(), DirectoryError);
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-TEST_F(DirectoryAccessTest, FindsTheRecordWithTheValueInTheAttribute) {
+TEST_F(DirectoryAccess, FindsRecordByAttributeValue) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
   DirectoryRecordPtr record;
@@ -67,7 +66,7 @@ TEST_F(DirectoryAccessTest, FindsTheRecordWithTheValueInTheAttribute) {
   EXPECT_EQ(nameOf(record), "b");
 }
 
-TEST_F(DirectoryAccessTest, FindsOnTheNodeThatIsGiven) {
+TEST_F(DirectoryAccess, FindsOnGivenNode) {
   directory.addNode("/Other", "ReadWrite");
   directory.addRecord("/Other", kSharePoints, "there", {{kDirectoryPath, "/srv/x"}});
   const auto node = services().directory->openLocal()->findNode("/Other");
@@ -78,13 +77,13 @@ TEST_F(DirectoryAccessTest, FindsOnTheNodeThatIsGiven) {
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, NoMatchIsSuccessWithoutARecord) {
+TEST_F(DirectoryAccess, NoMatchIsSuccessWithoutARecord) {
   DirectoryRecordPtr record = staleRecord();
   EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, ValuesMatchWhateverTheirLetterCase) {
+TEST_F(DirectoryAccess, ValuesMatchWhateverTheirLetterCase) {
   addSharePoint("a",
                 "/srv/Stra\xC3\x9F"
                 "e/\xC3\x84rger");
@@ -94,7 +93,7 @@ TEST_F(DirectoryAccessTest, ValuesMatchWhateverTheirLetterCase) {
   EXPECT_EQ(nameOf(record), "a");
 }
 
-TEST_F(DirectoryAccessTest, ValuesMatchExactlyAndNotByAPart) {
+TEST_F(DirectoryAccess, ValuesMatchExactlyAndNotByAPart) {
   addSharePoint("a", "/srv/a");
   DirectoryRecordPtr record;
   for (const char* path : {"/srv", "/srv/a/", "/srv/ab", " /srv/a", ""}) {
@@ -103,14 +102,14 @@ TEST_F(DirectoryAccessTest, ValuesMatchExactlyAndNotByAPart) {
   }
 }
 
-TEST_F(DirectoryAccessTest, RecordsOfAnotherTypeDoNotMatch) {
+TEST_F(DirectoryAccess, RecordsOfAnotherTypeDoNotMatch) {
   addRecord(kMounts, "a", {{kDirectoryPath, "/srv/a"}});
   DirectoryRecordPtr record;
   EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), 0);
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, TheLastOfSeveralMatchesIsTaken) {
+TEST_F(DirectoryAccess, TheLastOfSeveralMatchesIsTaken) {
   addSharePoint("first", "/srv/a");
   addSharePoint("second", "/srv/a");
   addSharePoint("third", "/SRV/A");
@@ -119,7 +118,7 @@ TEST_F(DirectoryAccessTest, TheLastOfSeveralMatchesIsTaken) {
   EXPECT_EQ(nameOf(record), "third");
 }
 
-TEST_F(DirectoryAccessTest, TheRecordIsFetchedByTheLastOfItsNames) {
+TEST_F(DirectoryAccess, RecordIsFetchedByLastName) {
   addRecord(kSharePoints, "main",
             {{kRecordName, Array{"main", "alias"}}, {kDirectoryPath, "/srv/a"}});
   trace.forgetCalls();
@@ -130,7 +129,7 @@ TEST_F(DirectoryAccessTest, TheRecordIsFetchedByTheLastOfItsNames) {
             (std::vector<ServiceCall>{{"findRecord", "alias", kSharePoints}}));
 }
 
-TEST_F(DirectoryAccessTest, ADirectoryErrorOfTheSearchGivesItsStatus) {
+TEST_F(DirectoryAccess, DirectoryErrorDuringSearchReturnsItsStatus) {
   addSharePoint("a", "/srv/a");
   DirectoryRecordPtr record = staleRecord();
   trace.raise("findRecordsOfTypes", DirectoryError(ETIMEDOUT, "slow"));
@@ -138,7 +137,7 @@ TEST_F(DirectoryAccessTest, ADirectoryErrorOfTheSearchGivesItsStatus) {
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, ADirectoryErrorOfFetchingTheRecordGivesItsStatus) {
+TEST_F(DirectoryAccess, DirectoryErrorDuringFetchReturnsItsStatus) {
   addSharePoint("a", "/srv/a");
   DirectoryRecordPtr record = staleRecord();
   trace.raise("findRecord", DirectoryError(-14090, "refused"));
@@ -146,7 +145,7 @@ TEST_F(DirectoryAccessTest, ADirectoryErrorOfFetchingTheRecordGivesItsStatus) {
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, ADirectoryErrorWithoutAStatusCountsAsNothingFound) {
+TEST_F(DirectoryAccess, DirectoryErrorWithoutStatusCountsAsNotFound) {
   addSharePoint("a", "/srv/a");
   DirectoryRecordPtr record = staleRecord();
   trace.raise("findRecordsOfTypes", DirectoryError("no number"));
@@ -154,7 +153,7 @@ TEST_F(DirectoryAccessTest, ADirectoryErrorWithoutAStatusCountsAsNothingFound) {
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, AnyOtherErrorOfALookupCountsAsNothingFound) {
+TEST_F(DirectoryAccess, OtherLookupErrorCountsAsNotFound) {
   addSharePoint("a", "/srv/a");
   DirectoryRecordPtr record = staleRecord();
   trace.raise("findRecordsOfTypes", std::runtime_error("broken"), 1);
@@ -167,7 +166,7 @@ TEST_F(DirectoryAccessTest, AnyOtherErrorOfALookupCountsAsNothingFound) {
   EXPECT_EQ(nameOf(record), "a");
 }
 
-TEST_F(DirectoryAccessTest, ARecordThatIsGoneBeforeItIsFetchedIsNotFound) {
+TEST_F(DirectoryAccess, RecordRemovedBeforeFetchIsNotFound) {
   addSharePoint("a", "/srv/a");
   trace.when(
       "findRecord",
@@ -181,7 +180,7 @@ TEST_F(DirectoryAccessTest, ARecordThatIsGoneBeforeItIsFetchedIsNotFound) {
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(DirectoryAccessTest, AnErrorOfTheLocalNodeIsAStatusOfTheLookupsOnIt) {
+TEST_F(DirectoryAccess, LocalNodeErrorIsReturnedByLookups) {
   DirectoryRecordPtr record = staleRecord();
   trace.raise("localNode", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record), EIO);
@@ -191,7 +190,7 @@ TEST_F(DirectoryAccessTest, AnErrorOfTheLocalNodeIsAStatusOfTheLookupsOnIt) {
   EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), EIO);
 }
 
-TEST_F(DirectoryAccessTest, FindsByAnyOfARecordsNames) {
+TEST_F(DirectoryAccess, FindsByAnyOfARecordsNames) {
   addRecord(kMounts, "main", {{kRecordName, Array{"main", "alias"}}});
   DirectoryRecordPtr record;
   EXPECT_EQ(get_local_ds_record_by_name("main", kMounts, false, record), 0);
@@ -200,21 +199,21 @@ TEST_F(DirectoryAccessTest, FindsByAnyOfARecordsNames) {
   EXPECT_EQ(nameOf(record), "main");
 }
 
-TEST_F(DirectoryAccessTest, WithoutCreationAMissingNameIsSuccessWithoutARecord) {
+TEST_F(DirectoryAccess, MissingNameWithoutCreationSucceedsWithoutRecord) {
   DirectoryRecordPtr record = staleRecord();
   EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, false, record), 0);
   EXPECT_EQ(record, nullptr);
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
 }
 
-TEST_F(DirectoryAccessTest, WithCreationAMissingNameBecomesANewRecord) {
+TEST_F(DirectoryAccess, MissingNameWithCreationBecomesNewRecord) {
   DirectoryRecordPtr record;
   EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), 0);
   EXPECT_EQ(nameOf(record), "a");
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale", "a"}));
 }
 
-TEST_F(DirectoryAccessTest, WithCreationAnExistingNameGivesItsRecordAndCreatesNothing) {
+TEST_F(DirectoryAccess, ExistingNameReturnsItsRecordAndCreatesNothing) {
   addRecord(kMounts, "a", {{kDirectoryPath, "/srv/a"}});
   DirectoryRecordPtr record;
   trace.forgetCalls();
@@ -224,7 +223,7 @@ TEST_F(DirectoryAccessTest, WithCreationAnExistingNameGivesItsRecordAndCreatesNo
   EXPECT_EQ(trace.count("newRecord"), 0U);
 }
 
-TEST_F(DirectoryAccessTest, ACreationThatRaisesGivesMinusTwo) {
+TEST_F(DirectoryAccess, ACreationThatRaisesGivesMinusTwo) {
   DirectoryRecordPtr record = staleRecord();
   trace.raise("newRecord", DirectoryError(EACCES, "read-only"), 1);
   EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), -2);
@@ -236,7 +235,7 @@ TEST_F(DirectoryAccessTest, ACreationThatRaisesGivesMinusTwo) {
   EXPECT_EQ(get_local_ds_record_by_name("", kMounts, true, record), -2) << "no record is nameless";
 }
 
-TEST_F(DirectoryAccessTest, AfterAFailedLookupNothingIsCreated) {
+TEST_F(DirectoryAccess, AfterAFailedLookupNothingIsCreated) {
   DirectoryRecordPtr record = staleRecord();
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), EIO);
@@ -244,7 +243,7 @@ TEST_F(DirectoryAccessTest, AfterAFailedLookupNothingIsCreated) {
   EXPECT_EQ(trace.count("newRecord"), 0U);
 }
 
-TEST_F(DirectoryAccessTest, CreatesOnTheNodeThatIsGiven) {
+TEST_F(DirectoryAccess, CreatesOnTheNodeThatIsGiven) {
   directory.addNode("/Other", "ReadWrite");
   DirectoryRecordPtr record;
   const auto node = services().directory->openLocal()->findNode("/Other");
@@ -254,13 +253,13 @@ TEST_F(DirectoryAccessTest, CreatesOnTheNodeThatIsGiven) {
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
 }
 
-TEST_F(DirectoryAccessTest, RemovesTheRecordOfTheName) {
+TEST_F(DirectoryAccess, RemovesTheRecordOfTheName) {
   addRecord(kMounts, "a");
   EXPECT_EQ(delete_local_ds_record_by_name("a", kMounts), 0);
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
 }
 
-TEST_F(DirectoryAccessTest, RemovesOnTheNodeThatIsGiven) {
+TEST_F(DirectoryAccess, RemovesOnTheNodeThatIsGiven) {
   directory.addNode("/Other", "ReadWrite");
   directory.addRecord("/Other", kMounts, "stale");
   const auto node = services().directory->openLocal()->findNode("/Other");
@@ -269,13 +268,13 @@ TEST_F(DirectoryAccessTest, RemovesOnTheNodeThatIsGiven) {
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
 }
 
-TEST_F(DirectoryAccessTest, RemovingAMissingNameIsSuccess) {
+TEST_F(DirectoryAccess, RemovingAMissingNameIsSuccess) {
   EXPECT_EQ(delete_local_ds_record_by_name("a", kMounts), 0);
   EXPECT_EQ(delete_local_ds_record_by_name("stale", kSharePoints), 0);
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
 }
 
-TEST_F(DirectoryAccessTest, ARemovalThatRaisesGivesMinusThree) {
+TEST_F(DirectoryAccess, ARemovalThatRaisesGivesMinusThree) {
   trace.raise("removeRecord", DirectoryError(EACCES, "read-only"), 1);
   EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), -3);
   trace.raise("removeRecord", std::runtime_error("broken"), 1);
@@ -285,13 +284,13 @@ TEST_F(DirectoryAccessTest, ARemovalThatRaisesGivesMinusThree) {
   EXPECT_EQ(recordNames(kMounts), (std::vector<std::string>{"stale"}));
 }
 
-TEST_F(DirectoryAccessTest, ARemovalWhoseLookupFailsGivesTheLookupsStatus) {
+TEST_F(DirectoryAccess, RemovalReturnsStatusOfFailedLookup) {
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(delete_local_ds_record_by_name("stale", kMounts), EIO);
   EXPECT_EQ(trace.count("removeRecord"), 0U);
 }
 
-TEST_F(DirectoryAccessTest, RemovingAllAttributesTakesEachInTheOrderOfTheRecord) {
+TEST_F(DirectoryAccess, RemovingAllAttributesFollowsRecordOrder) {
   addRecord(kSharePoints, "a",
             {{kDirectoryPath, "/srv/a"}, {kVspName, Array{"v", "w"}}, {"dsAttrTypeNative:x", "y"}});
   const auto record = get_local_node()->findRecord("a", kSharePoints);
@@ -305,7 +304,7 @@ TEST_F(DirectoryAccessTest, RemovingAllAttributesTakesEachInTheOrderOfTheRecord)
   EXPECT_TRUE(values(kSharePoints, "a", kVspName).empty());
 }
 
-TEST_F(DirectoryAccessTest, SettingADictionaryTakesArraysWholeAndLeavesOtherAttributes) {
+TEST_F(DirectoryAccess, SettingDictionaryStoresWholeArraysKeepsOtherAttributes) {
   addRecord(kSharePoints, "a", {{kDirectoryPath, "/srv/a"}, {kVspName, Array{"v", "w"}}});
   get_local_node()
       ->findRecord("a", kSharePoints)
@@ -315,7 +314,7 @@ TEST_F(DirectoryAccessTest, SettingADictionaryTakesArraysWholeAndLeavesOtherAttr
   EXPECT_EQ(values(kSharePoints, "a", kDirectoryPath), (Array{"/srv/a"}));
 }
 
-TEST_F(DirectoryAccessTest, ALookupThatFailsHandsOutItsReasonAndLogsNothing) {
+TEST_F(DirectoryAccess, FailedLookupReturnsReasonAndLogsNothing) {
   DirectoryRecordPtr record;
   std::string reason = "none";
   EXPECT_EQ(get_local_ds_record(kDirectoryPath, "/srv/a", kSharePoints, record, &reason), 0);
@@ -332,7 +331,7 @@ TEST_F(DirectoryAccessTest, ALookupThatFailsHandsOutItsReasonAndLogsNothing) {
   EXPECT_TRUE(logger.lines().empty());
 }
 
-TEST_F(DirectoryAccessTest, ACreationOrRemovalThatFailsIsLoggedWithTheRecordAndItsReason) {
+TEST_F(DirectoryAccess, FailedCreationOrRemovalLogsRecordAndReason) {
   DirectoryRecordPtr record;
   trace.raise("newRecord", DirectoryError(EACCES, "read-only"), 1);
   EXPECT_EQ(get_local_ds_record_by_name("a", kMounts, true, record), kRecordCreationFailed);

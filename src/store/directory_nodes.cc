@@ -3,8 +3,8 @@
 #include "platform/directory.h"
 #include "platform/logger.h"
 #include "platform/services.h"
-#include "store/exception_text.h"
-#include "store/schema.h"
+#include "protocol/keys.h"
+#include "store/directory_access.h"
 
 namespace paddock {
 
@@ -39,7 +39,7 @@ const Dictionary* get_ds_credentials_for_node_path(const Array& credentials,
   for (const Value& entry : credentials) {
     const Dictionary* candidate = entry.dictionary();
     if (candidate == nullptr) continue;
-    const std::string* candidatePath = candidate->string("nodePath");
+    const std::string* candidatePath = candidate->string(protocol::kNodePath);
     if (candidatePath != nullptr && *candidatePath == nodePath) return candidate;
   }
   return nullptr;

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -16,7 +16,7 @@ using schema::kMounts;
 constexpr const char* kUsers = "dsRecTypeStandard:Users";
 constexpr const char* kTemporaryName = "verifyAuthTempName";
 
-TEST(CredentialsTest, TheFirstEntryOfTheNodeIsTaken) {
+TEST(NodeCredentials, TheFirstEntryOfTheNodeIsTaken) {
   const Array credentials{Dictionary{{"nodePath", "/Local"}, {"adminUserName", "one"}},
                           Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "two"}},
                           Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "three"}}};
@@ -26,18 +26,18 @@ TEST(CredentialsTest, TheFirstEntryOfTheNodeIsTaken) {
   EXPECT_EQ(*found->string("adminUserName"), "two");
 }
 
-TEST(CredentialsTest, TheNodePathIsComparedExactly) {
+TEST(NodeCredentials, TheNodePathIsComparedExactly) {
   const Array credentials{Dictionary{{"nodePath", "/LDAP/a"}}};
   for (const char* path : {"/ldap/a", "/LDAP/a/", "/LDAP", "/LDAP/ab", ""}) {
     EXPECT_EQ(get_ds_credentials_for_node_path(credentials, path), nullptr) << path;
   }
 }
 
-TEST(CredentialsTest, WithoutAnEntryThereAreNone) {
+TEST(NodeCredentials, WithoutAnEntryThereAreNone) {
   EXPECT_EQ(get_ds_credentials_for_node_path({}, "/Local"), nullptr);
 }
 
-TEST(CredentialsTest, EntriesOfAnotherShapeArePassedOver) {
+TEST(NodeCredentials, EntriesOfAnotherShapeArePassedOver) {
   const Array credentials{"/Local",
                           7,
                           Array{"/Local"},
@@ -48,7 +48,7 @@ TEST(CredentialsTest, EntriesOfAnotherShapeArePassedOver) {
   EXPECT_EQ(get_ds_credentials_for_node_path(credentials, "/Local"), credentials[6].dictionary());
 }
 
-class AuthenticationTest : public ModuleFixture {
+class NodeAuthentication : public ModuleFixture {
  protected:
   void SetUp() override {
     directory.addNode("/Other", "ReadWrite");
@@ -64,7 +64,7 @@ class AuthenticationTest : public ModuleFixture {
   bool canAuth_ = true;
 };
 
-TEST_F(AuthenticationTest, AnAdministratorWhoMayCreateRecordsCanAuthenticate) {
+TEST_F(NodeAuthentication, AnAdministratorWhoMayCreateRecordsCanAuthenticate) {
   for (const char* node : {"/Local", "/Other"}) {
     canAuth_ = false;
     EXPECT_EQ(auth_ds_node(node, "admin", "secret", canAuth_), 0) << node;
@@ -72,7 +72,7 @@ TEST_F(AuthenticationTest, AnAdministratorWhoMayCreateRecordsCanAuthenticate) {
   }
 }
 
-TEST_F(AuthenticationTest, ProvesItByARecordThatIsMadeAndRemovedOnThatNode) {
+TEST_F(NodeAuthentication, CreatesAndRemovesProbeRecordOnThatNode) {
   trace.forgetCalls();
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), 0);
   EXPECT_EQ(trace.callsOf("newRecord"),
@@ -83,44 +83,44 @@ TEST_F(AuthenticationTest, ProvesItByARecordThatIsMadeAndRemovedOnThatNode) {
   EXPECT_TRUE(recordNames(kMounts, "/Local").empty());
 }
 
-TEST_F(AuthenticationTest, TheSessionKeepsTheAuthenticationForWriting) {
+TEST_F(NodeAuthentication, TheSessionKeepsTheAuthenticationForWriting) {
   trace.forgetCalls();
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), 0);
   EXPECT_EQ(trace.callsOf("authenticateName"),
             (std::vector<ServiceCall>{{"authenticateName", "admin", "keep"}}));
 }
 
-TEST_F(AuthenticationTest, AWrongPasswordGivesTheAuthenticationsStatus) {
+TEST_F(NodeAuthentication, AWrongPasswordGivesTheAuthenticationsStatus) {
   EXPECT_EQ(auth_ds_node("/Other", "admin", "wrong", canAuth_), EACCES);
   EXPECT_FALSE(canAuth_);
   EXPECT_EQ(trace.count("newRecord"), 0U);
 }
 
-TEST_F(AuthenticationTest, AnUnknownAdministratorGivesTheAuthenticationsStatus) {
+TEST_F(NodeAuthentication, AnUnknownAdministratorGivesTheAuthenticationsStatus) {
   EXPECT_EQ(auth_ds_node("/Other", "nobody", "secret", canAuth_), EACCES);
   EXPECT_FALSE(canAuth_);
 }
 
-TEST_F(AuthenticationTest, AnyStatusOfTheAuthenticationIsPassedOn) {
+TEST_F(NodeAuthentication, AnyStatusOfTheAuthenticationIsPassedOn) {
   trace.fail("authenticateName", -14090);
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), -14090);
   EXPECT_FALSE(canAuth_);
   EXPECT_EQ(trace.count("newRecord"), 0U);
 }
 
-TEST_F(AuthenticationTest, ACorrectPasswordWithoutTheRightToCreateGivesTheServicesStatus) {
+TEST_F(NodeAuthentication, CorrectPasswordWithoutCreateRightReturnsServiceStatus) {
   EXPECT_EQ(auth_ds_node("/Other", "guest", "open", canAuth_), EACCES);
   EXPECT_FALSE(canAuth_);
   EXPECT_EQ(trace.count("newRecord"), 1U);
 }
 
-TEST_F(AuthenticationTest, AReadOnlyNodeGivesTheServicesStatus) {
+TEST_F(NodeAuthentication, AReadOnlyNodeGivesTheServicesStatus) {
   directory.setReadOnlyNode("/Other", "ReadOnly");
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), EACCES);
   EXPECT_FALSE(canAuth_);
 }
 
-TEST_F(AuthenticationTest, ACreationErrorWithoutAStatusGivesMinusOne) {
+TEST_F(NodeAuthentication, CreationErrorWithoutStatusReturnsMinusOne) {
   trace.raise("newRecord", DirectoryError("no number"), 1);
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), -1);
   EXPECT_FALSE(canAuth_);
@@ -130,24 +130,24 @@ TEST_F(AuthenticationTest, ACreationErrorWithoutAStatusGivesMinusOne) {
   EXPECT_FALSE(canAuth_);
 }
 
-TEST_F(AuthenticationTest, ARemovalErrorGivesItsStatus) {
+TEST_F(NodeAuthentication, ARemovalErrorGivesItsStatus) {
   trace.raise("removeRecord", DirectoryError(EBUSY, "locked"));
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), EBUSY);
   EXPECT_FALSE(canAuth_);
 }
 
-TEST_F(AuthenticationTest, AnErrorWhoseStatusIsZeroCountsAsSuccess) {
+TEST_F(NodeAuthentication, ErrorWithZeroStatusCountsAsSuccess) {
   canAuth_ = false;
   trace.raise("newRecord", DirectoryError(0, "no error at all"));
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), 0);
   EXPECT_TRUE(canAuth_);
 }
 
-TEST_F(AuthenticationTest, ANodeThatDoesNotExistRaises) {
+TEST_F(NodeAuthentication, ANodeThatDoesNotExistRaises) {
   EXPECT_THROW(auth_ds_node("/Missing", "admin", "secret", canAuth_), DirectoryError);
 }
 
-TEST_F(AuthenticationTest, AChangeThatTheNodeRefusesIsLoggedWithItsReason) {
+TEST_F(NodeAuthentication, RefusedNodeChangeLogsReason) {
   trace.raise("newRecord", DirectoryError("no number"), 1);
   EXPECT_EQ(auth_ds_node("/Other", "admin", "secret", canAuth_), -1);
   trace.raise("removeRecord", DirectoryError(EACCES, "read-only"), 1);
@@ -158,36 +158,36 @@ TEST_F(AuthenticationTest, AChangeThatTheNodeRefusesIsLoggedWithItsReason) {
                                                 {kLogError, beginning + "read-only"}}));
 }
 
-TEST_F(AuthenticationTest, ANodeThatCannotAnswerRaises) {
+TEST_F(NodeAuthentication, ANodeThatCannotAnswerRaises) {
   trace.raise("authenticateName", DirectoryError(ETIMEDOUT, "slow"));
   EXPECT_THROW(auth_ds_node("/Other", "admin", "secret", canAuth_), DirectoryError);
 }
 
-TEST_F(AuthenticationTest, ASessionThatCannotBeOpenedRaises) {
+TEST_F(NodeAuthentication, ASessionThatCannotBeOpenedRaises) {
   trace.raise("openLocal", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(auth_ds_node("/Other", "admin", "secret", canAuth_), DirectoryError);
 }
 
-TEST_F(AuthenticationTest, NoSessionIsLeftOpen) {
+TEST_F(NodeAuthentication, NoSessionIsLeftOpen) {
   auth_ds_node("/Other", "admin", "secret", canAuth_);
   auth_ds_node("/Other", "guest", "open", canAuth_);
   EXPECT_THROW(auth_ds_node("/Missing", "admin", "secret", canAuth_), DirectoryError);
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-class DirectoryNodesTest : public ModuleFixture {
+class DirectoryNodes : public ModuleFixture {
  protected:
   Array nodes_{"stale"};
 };
 
-TEST_F(DirectoryNodesTest, WritableNodesAreListedInSearchOrder) {
+TEST_F(DirectoryNodes, WritableNodesAreListedInSearchOrder) {
   directory.addNode("/LDAP/z", "ReadWrite");
   directory.addNode("/LDAP/a", "ReadWrite");
   EXPECT_EQ(get_ds_nodes(nodes_), 0);
   EXPECT_EQ(nodes_, (Array{"/Local", "/LDAP/z", "/LDAP/a"}));
 }
 
-TEST_F(DirectoryNodesTest, OnlyExactlyReadWriteIsWritable) {
+TEST_F(DirectoryNodes, OnlyExactlyReadWriteIsWritable) {
   directory.addNode("/a", "ReadOnly");
   directory.addNode("/b", "readwrite");
   directory.addNode("/c", "ReadWrite ");
@@ -198,7 +198,7 @@ TEST_F(DirectoryNodesTest, OnlyExactlyReadWriteIsWritable) {
   EXPECT_EQ(nodes_, (Array{"/Local", "/f"}));
 }
 
-TEST_F(DirectoryNodesTest, ANodeThatCannotBeOpenedIsPassedOver) {
+TEST_F(DirectoryNodes, UnopenableNodeIsSkipped) {
   directory.addNode("/a", "ReadWrite");
   directory.addNode("/b", "ReadWrite");
   directory.failOpening("/a", ETIMEDOUT);
@@ -206,7 +206,7 @@ TEST_F(DirectoryNodesTest, ANodeThatCannotBeOpenedIsPassedOver) {
   EXPECT_EQ(nodes_, (Array{"/Local", "/b"}));
 }
 
-TEST_F(DirectoryNodesTest, ANodeWhoseAttributeCannotBeReadIsPassedOver) {
+TEST_F(DirectoryNodes, NodeWithUnreadableAttributeIsSkipped) {
   directory.addNode("/a", "ReadWrite");
   directory.addNode("/b", "ReadWrite");
   trace.raiseFor("getNodeAttribute", "/a", DirectoryError(EIO, "damaged"));
@@ -218,13 +218,13 @@ TEST_F(DirectoryNodesTest, ANodeWhoseAttributeCannotBeReadIsPassedOver) {
   EXPECT_EQ(nodes_, (Array{"/Local", "/a"}));
 }
 
-TEST_F(DirectoryNodesTest, WithoutAWritableNodeTheListIsEmpty) {
+TEST_F(DirectoryNodes, WithoutAWritableNodeTheListIsEmpty) {
   directory.setReadOnlyNode("/Local", "ReadOnly");
   EXPECT_EQ(get_ds_nodes(nodes_), 0);
   EXPECT_TRUE(nodes_.empty());
 }
 
-TEST_F(DirectoryNodesTest, ASearchPathThatCannotBeReadGivesNoNodes) {
+TEST_F(DirectoryNodes, UnreadableSearchPathReturnsNoNodes) {
   for (const char* operation : {"openLocal", "searchNode", "getNodeAttribute"}) {
     nodes_ = {"stale"};
     trace.raise(operation, DirectoryError(EIO, "damaged"));

@@ -1,11 +1,11 @@
-#include "store/share_point_deletion.h"
+#include "store/share_point_writing.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -16,7 +16,7 @@ using schema::kReshareMountName;
 
 using Names = std::vector<std::string>;
 
-class SharePointDeletionTest : public ModuleFixture {
+class SharePointDeletion : public ModuleFixture {
  protected:
   void SetUp() override {
     addSharePoint("a", "/srv/a");
@@ -24,12 +24,12 @@ class SharePointDeletionTest : public ModuleFixture {
   }
 };
 
-TEST_F(SharePointDeletionTest, RemovesTheRecordOfThePathAndNoOther) {
+TEST_F(SharePointDeletion, RemovesOnlyRecordOfPath) {
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, APathThatIsNotSharedChangesNothing) {
+TEST_F(SharePointDeletion, APathThatIsNotSharedChangesNothing) {
   sharedFiles.insert("file:///srv/c");
   delete_sharepoint("/srv/c", {});
   delete_sharepoint("", {});
@@ -37,20 +37,20 @@ TEST_F(SharePointDeletionTest, APathThatIsNotSharedChangesNothing) {
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/c"}));
 }
 
-TEST_F(SharePointDeletionTest, APathThatDiffersByLetterCaseFindsTheRecord) {
+TEST_F(SharePointDeletion, PathInOtherLetterCaseFindsRecord) {
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
   delete_sharepoint("/SRV/A", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
   EXPECT_EQ(shared_exports_parser().exportCount(), 0U);
 }
 
-TEST_F(SharePointDeletionTest, OfTwoRecordsOfThePathTheLastIsRemoved) {
+TEST_F(SharePointDeletion, LastOfTwoRecordsIsRemoved) {
   addSharePoint("second", "/srv/a");
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, AReshareTakesItsMountRecordAlong) {
+TEST_F(SharePointDeletion, AReshareTakesItsMountRecordAlong) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   addRecord(kMounts, "server:/export");
   addRecord(kMounts, "server:/other");
@@ -59,20 +59,20 @@ TEST_F(SharePointDeletionTest, AReshareTakesItsMountRecordAlong) {
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, WithoutTheAttributeNoMountRecordIsLookedFor) {
+TEST_F(SharePointDeletion, MissingAttributeSkipsMountRecordSearch) {
   addRecord(kMounts, "/srv/a");
   addRecord(kMounts, "a");
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(recordNames(kMounts), (Names{"/srv/a", "a"}));
 }
 
-TEST_F(SharePointDeletionTest, AMountRecordThatIsGoneAlreadyIsNoError) {
+TEST_F(SharePointDeletion, MissingMountRecordIsNoError) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   delete_sharepoint("/nfs_reshares/r", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, AMountRecordThatCannotBeRemovedIsLeftAndTheRestGoesOn) {
+TEST_F(SharePointDeletion, UnremovableMountRecordStaysAndDeletionContinues) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   addRecord(kMounts, "server:/export");
   trace.raiseFor("removeRecord", "server:/export", DirectoryError(EIO, "damaged"));
@@ -81,7 +81,7 @@ TEST_F(SharePointDeletionTest, AMountRecordThatCannotBeRemovedIsLeftAndTheRestGo
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, AFolderOfTheSharedFileListLosesItsItemAndKeepsItsRecord) {
+TEST_F(SharePointDeletion, ListedFolderLosesItemAndKeepsRecord) {
   sharedFiles.insert("file:///srv/b");
   sharedFiles.insert("file:///srv/a");
   delete_sharepoint("/srv/a", {});
@@ -89,7 +89,7 @@ TEST_F(SharePointDeletionTest, AFolderOfTheSharedFileListLosesItsItemAndKeepsIts
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, AnItemThatCannotBeRemovedStaysAndTheRecordGoes) {
+TEST_F(SharePointDeletion, UnremovableItemStaysAndRecordIsRemoved) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.failRemovals(-50);
   delete_sharepoint("/srv/a", {});
@@ -97,7 +97,7 @@ TEST_F(SharePointDeletionTest, AnItemThatCannotBeRemovedStaysAndTheRecordGoes) {
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, EveryItemOfTheFolderIsRemoved) {
+TEST_F(SharePointDeletion, EveryItemOfTheFolderIsRemoved) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.insert("file:///srv/b");
   sharedFiles.insert("file:///srv/a");
@@ -106,7 +106,7 @@ TEST_F(SharePointDeletionTest, EveryItemOfTheFolderIsRemoved) {
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, OneItemThatCouldBeRemovedKeepsTheRecord) {
+TEST_F(SharePointDeletion, RemovingOneItemKeepsRecord) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.insert("file:///srv/a");
   trace.fail("removeItem", -50, 1);
@@ -115,7 +115,7 @@ TEST_F(SharePointDeletionTest, OneItemThatCouldBeRemovedKeepsTheRecord) {
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/a"}));
 }
 
-TEST_F(SharePointDeletionTest, AFailedRemovalAfterASuccessfulOneKeepsTheRecord) {
+TEST_F(SharePointDeletion, FailedRemovalAfterSuccessfulOneKeepsRecord) {
   sharedFiles.insert("file:///srv/a");
   sharedFiles.insert("file:///srv/a");
   trace.fail("removeItem", -50, 1, 1);
@@ -123,21 +123,21 @@ TEST_F(SharePointDeletionTest, AFailedRemovalAfterASuccessfulOneKeepsTheRecord) 
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, ItemsAreResolvedQuietly) {
+TEST_F(SharePointDeletion, ItemsAreResolvedQuietly) {
   sharedFiles.insert("file:///srv/b");
   sharedFiles.insert("file:///srv/a");
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.resolveFlags(), (std::vector<std::uint32_t>{3, 3}));
 }
 
-TEST_F(SharePointDeletionTest, ItemsThatCannotBeResolvedDoNotMatch) {
+TEST_F(SharePointDeletion, ItemsThatCannotBeResolvedDoNotMatch) {
   sharedFiles.insertUnresolvable("file:///srv/a");
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharedFiles.urls(), (Names{"file:///srv/a"}));
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, UrlsAreComparedExactly) {
+TEST_F(SharePointDeletion, UrlsAreComparedExactly) {
   sharedFiles.insert("file:///srv/a/");
   sharedFiles.insert("file:///srv/A");
   sharedFiles.insert("file:///srv/a/b");
@@ -146,7 +146,7 @@ TEST_F(SharePointDeletionTest, UrlsAreComparedExactly) {
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, TheUrlIsBuiltFromTheStoredPath) {
+TEST_F(SharePointDeletion, TheUrlIsBuiltFromTheStoredPath) {
   sharedFiles.insert("file:///SRV/A");
   sharedFiles.insert("file:///srv/a");
   delete_sharepoint("/SRV/A", {});
@@ -154,19 +154,19 @@ TEST_F(SharePointDeletionTest, TheUrlIsBuiltFromTheStoredPath) {
   EXPECT_EQ(sharePointNames(), (Names{"a", "b"}));
 }
 
-TEST_F(SharePointDeletionTest, WithoutASharedFileListTheRecordIsRemoved) {
+TEST_F(SharePointDeletion, MissingSharedFileListRemovesRecord) {
   sharedFiles.failCreation(true);
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, ARecordWhosePathHasNoUrlIsNeverRemoved) {
+TEST_F(SharePointDeletion, RecordOfPathWithoutUrlIsKept) {
   addSharePoint("relative", "srv/relative");
   delete_sharepoint("srv/relative", {});
   EXPECT_EQ(sharePointNames(), (Names{"a", "b", "relative"}));
 }
 
-TEST_F(SharePointDeletionTest, AStoredSharePointThatCannotBeLookedUpHasNoUrlSoTheRecordStays) {
+TEST_F(SharePointDeletion, FailedLookupOfStoredSharePointKeepsRecord) {
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
   sharedFiles.insert("file:///srv/a");
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1);
@@ -176,7 +176,7 @@ TEST_F(SharePointDeletionTest, AStoredSharePointThatCannotBeLookedUpHasNoUrlSoTh
   EXPECT_EQ(shared_exports_parser().exportCount(), 1U);
 }
 
-TEST_F(SharePointDeletionTest, ARecordThatCannotBeLookedUpStaysAndTheRestGoes) {
+TEST_F(SharePointDeletion, FailedRecordLookupKeepsRecordAndRemovesRest) {
   readExportsFile(managedBlock({"/srv/a *(ro)", "/srv/b *(ro)"}));
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1, 1);
   delete_sharepoint("/srv/a", {});
@@ -185,7 +185,7 @@ TEST_F(SharePointDeletionTest, ARecordThatCannotBeLookedUpStaysAndTheRestGoes) {
   EXPECT_NE(shared_exports_parser().exportWithPath("/srv/b"), nullptr);
 }
 
-TEST_F(SharePointDeletionTest, TheExportIsRemovedAndTheFileIsLeftToTheCaller) {
+TEST_F(SharePointDeletion, ExportIsRemovedAndFileLeftToCaller) {
   const std::string before = managedBlock({"/srv/b *(ro)", "/srv/a *(rw)"});
   readExportsFile(before);
   delete_sharepoint("/srv/a", {});
@@ -194,13 +194,13 @@ TEST_F(SharePointDeletionTest, TheExportIsRemovedAndTheFileIsLeftToTheCaller) {
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointDeletionTest, AnExportOfAFolderThatIsNotSharedStays) {
+TEST_F(SharePointDeletion, ExportOfUnsharedFolderStays) {
   readExportsFile(managedBlock({"/srv/c *(ro)"}));
   delete_sharepoint("/srv/c", {});
   EXPECT_NE(shared_exports_parser().exportWithPath("/srv/c"), nullptr);
 }
 
-TEST_F(SharePointDeletionTest, TheExportGoesEvenWhenTheRecordStays) {
+TEST_F(SharePointDeletion, TheExportGoesEvenWhenTheRecordStays) {
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   sharedFiles.insert("file:///srv/a");
   delete_sharepoint("/srv/a", {});
@@ -208,13 +208,13 @@ TEST_F(SharePointDeletionTest, TheExportGoesEvenWhenTheRecordStays) {
   EXPECT_EQ(shared_exports_parser().exportCount(), 0U);
 }
 
-TEST_F(SharePointDeletionTest, AFolderThatIsGoneIsDeletedAsWell) {
+TEST_F(SharePointDeletion, SharePointOfMissingFolderIsDeleted) {
   volumes.setError("/srv/a", ENOENT);
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, StoredAttributesThatCannotBeReadTravelOnAndNothingIsDeleted) {
+TEST_F(SharePointDeletion, UnreadableStoredAttributesThrowAndDeleteNothing) {
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   trace.raise("getAllAttributesAndValues", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(delete_sharepoint("/srv/a", {}), DirectoryError);
@@ -222,7 +222,7 @@ TEST_F(SharePointDeletionTest, StoredAttributesThatCannotBeReadTravelOnAndNothin
   EXPECT_EQ(shared_exports_parser().exportCount(), 1U);
 }
 
-TEST_F(SharePointDeletionTest, ARecordThatCannotBeRemovedTravelsOnBeforeTheExportGoes) {
+TEST_F(SharePointDeletion, UnremovableRecordThrowsBeforeExportRemoval) {
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   trace.raise("removeRecord", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(delete_sharepoint("/srv/a", {}), DirectoryError);
@@ -230,7 +230,7 @@ TEST_F(SharePointDeletionTest, ARecordThatCannotBeRemovedTravelsOnBeforeTheExpor
   EXPECT_EQ(shared_exports_parser().exportCount(), 1U);
 }
 
-TEST_F(SharePointDeletionTest, StepsComeInTheirOrder) {
+TEST_F(SharePointDeletion, StepsComeInTheirOrder) {
   addSharePoint("r", "/nfs_reshares/r", {{kReshareMountName, "server:/export"}});
   addRecord(kMounts, "server:/export");
   trace.forgetCalls();
@@ -240,7 +240,7 @@ TEST_F(SharePointDeletionTest, StepsComeInTheirOrder) {
                    "createSharePointList ", "removeRecord r"}));
 }
 
-TEST_F(SharePointDeletionTest, TheBackupMarkerOfThePathIsRemovedSharedOrNot) {
+TEST_F(SharePointDeletion, BackupMarkerIsRemovedForUnsharedPathsToo) {
   for (const std::string folder : {"/srv/a", "/srv/c"}) {
     files.setFile(folder + "/.com.veltro.backstow.supported", "");
     delete_sharepoint(folder, {});
@@ -249,7 +249,7 @@ TEST_F(SharePointDeletionTest, TheBackupMarkerOfThePathIsRemovedSharedOrNot) {
   EXPECT_TRUE(logger.lines().empty());
 }
 
-TEST_F(SharePointDeletionTest, ABackupMarkerThatCannotBeRemovedIsLoggedAndTheServicesAreTold) {
+TEST_F(SharePointDeletion, UnremovableBackupMarkerIsLoggedAndServicesNotified) {
   files.setFile("/srv/a/.com.veltro.backstow.supported", "");
   trace.fail("removeFile", EROFS);
   delete_sharepoint("/srv/a", {});
@@ -258,7 +258,7 @@ TEST_F(SharePointDeletionTest, ABackupMarkerThatCannotBeRemovedIsLoggedAndTheSer
   EXPECT_EQ(trace.count("run"), 2U);
 }
 
-TEST_F(SharePointDeletionTest, TheBackupMarkerComesAfterIndexingAndBeforeTheServices) {
+TEST_F(SharePointDeletion, BackupMarkerComesBetweenIndexingAndServices) {
   stores.setLevel("/srv/a", metadata_store::kLevelReadWrite);
   trace.forgetCalls();
   delete_sharepoint("/srv/a", {});
@@ -267,7 +267,7 @@ TEST_F(SharePointDeletionTest, TheBackupMarkerComesAfterIndexingAndBeforeTheServ
                    "run /usr/libexec/samba/synchronize-shares"}));
 }
 
-TEST_F(SharePointDeletionTest, TheServicesAreToldOnceAtTheEnd) {
+TEST_F(SharePointDeletion, TheServicesAreToldOnceAtTheEnd) {
   trace.forgetCalls();
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(trace.sequence({"removeRecord", "run", "doCommand"}),
@@ -275,18 +275,18 @@ TEST_F(SharePointDeletionTest, TheServicesAreToldOnceAtTheEnd) {
                    "run /usr/libexec/samba/synchronize-shares"}));
 }
 
-TEST_F(SharePointDeletionTest, TheServicesAreToldOfAPathThatIsNotSharedToo) {
+TEST_F(SharePointDeletion, UnsharedPathNotifiesServices) {
   delete_sharepoint("/srv/c", {});
   EXPECT_EQ(trace.count("run"), 2U);
 }
 
-TEST_F(SharePointDeletionTest, ServicesThatCannotBeToldAreNoError) {
+TEST_F(SharePointDeletion, ServicesThatCannotBeToldAreNoError) {
   programs.setOutcomeOfOthers({ENOENT, "", "missing"});
   delete_sharepoint("/srv/a", {});
   EXPECT_EQ(sharePointNames(), (Names{"b"}));
 }
 
-TEST_F(SharePointDeletionTest, NoSessionIsLeftOpen) {
+TEST_F(SharePointDeletion, NoSessionIsLeftOpen) {
   delete_sharepoint("/srv/a", {});
   trace.raise("removeRecord", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(delete_sharepoint("/srv/b", {}), DirectoryError);

@@ -4,10 +4,10 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/schema.h"
-#include "store/share_point_deletion.h"
+#include "store/directory_access.h"
 #include "store/share_point_reading.h"
 #include "store/share_point_update.h"
+#include "store/share_point_writing.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -42,9 +42,9 @@ class SharePointIndexingTest : public ModuleFixture {
   }
 };
 
-class IndexingReadingTest : public SharePointIndexingTest {};
+class IndexingReading : public SharePointIndexingTest {};
 
-TEST_F(IndexingReadingTest, ASharePointSaysWhetherItsPathIsIndexed) {
+TEST_F(IndexingReading, SharePointReportsWhetherPathIsIndexed) {
   addSharePoint("a", "/srv/a");
   EXPECT_FALSE(readsAsIndexed("/srv/a"));
   stores.setLevel("/srv/a", kLevelReadWrite);
@@ -55,13 +55,13 @@ TEST_F(IndexingReadingTest, ASharePointSaysWhetherItsPathIsIndexed) {
   }
 }
 
-TEST_F(IndexingReadingTest, ThePathOfTheRecordCountsNotThatOfTheQuestion) {
+TEST_F(IndexingReading, RecordPathWinsOverRequestedPath) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   EXPECT_TRUE(readsAsIndexed("/SRV/A"));
 }
 
-TEST_F(IndexingReadingTest, TheListSaysItOfEach) {
+TEST_F(IndexingReading, ListReportsIndexingOfEverySharePoint) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
   addRecord(schema::kSharePoints, "bare");
@@ -74,7 +74,7 @@ TEST_F(IndexingReadingTest, TheListSaysItOfEach) {
   EXPECT_EQ(flags, (std::vector<Value>{false, true, false}));
 }
 
-TEST_F(IndexingReadingTest, TheStoresAreAskedOncePerSharePointHoweverManyThereAre) {
+TEST_F(IndexingReading, StoresAreQueriedOncePerSharePoint) {
   for (int i = 0; i < 500; ++i) {
     addSharePoint("s" + std::to_string(i), "/srv/" + std::to_string(i));
     stores.setLevel("/srv/" + std::to_string(i), kLevelReadWrite);
@@ -85,7 +85,7 @@ TEST_F(IndexingReadingTest, TheStoresAreAskedOncePerSharePointHoweverManyThereAr
   EXPECT_EQ(trace.count("copyStoreAttributes"), 500U);
 }
 
-TEST_F(IndexingReadingTest, StoresThatCannotBeAskedAreNoErrorOfTheReading) {
+TEST_F(IndexingReading, UnavailableStoresAreNoReadingError) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   for (const char* operation : {"copyStorePaths", "copyStoreAttributes"}) {
@@ -95,16 +95,16 @@ TEST_F(IndexingReadingTest, StoresThatCannotBeAskedAreNoErrorOfTheReading) {
   EXPECT_TRUE(errorLines().empty());
 }
 
-TEST_F(IndexingReadingTest, IsAskedBeforeTheMountPoint) {
+TEST_F(IndexingReading, IsAskedBeforeTheMountPoint) {
   addSharePoint("a", "/srv/a");
   EXPECT_FALSE(readsAsIndexed("/srv/a"));
   EXPECT_EQ(trace.sequence({"copyStorePaths", "statfs"}),
             (Names{"copyStorePaths ", "statfs /srv/a"}));
 }
 
-class IndexingWritingTest : public SharePointIndexingTest {};
+class IndexingWriting : public SharePointIndexingTest {};
 
-TEST_F(IndexingWritingTest, ANewSharePointIsIndexedWhenItAsksForIt) {
+TEST_F(IndexingWriting, NewSharePointIsIndexedOnRequest) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isIndexingEnabled", true}}), 0);
   EXPECT_EQ(stores.levelOf("/srv/a"), kLevelReadWrite);
   EXPECT_NE(tree.acl("/srv/a"), nullptr);
@@ -112,13 +112,13 @@ TEST_F(IndexingWritingTest, ANewSharePointIsIndexedWhenItAsksForIt) {
   EXPECT_TRUE(errorLines().empty());
 }
 
-TEST_F(IndexingWritingTest, ANewSharePointThatDoesNotAskForItHasNoStore) {
+TEST_F(IndexingWriting, NewSharePointWithoutRequestHasNoStore) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_TRUE(stores.stores().empty());
   EXPECT_EQ(tree.acl("/srv/a"), nullptr);
 }
 
-TEST_F(IndexingWritingTest, AnUpdateSwitchesItOnAndOff) {
+TEST_F(IndexingWriting, AnUpdateSwitchesItOnAndOff) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"isIndexingEnabled", true}}), 0);
   EXPECT_EQ(stores.levelOf("/srv/a"), kLevelReadWrite);
@@ -127,7 +127,7 @@ TEST_F(IndexingWritingTest, AnUpdateSwitchesItOnAndOff) {
   EXPECT_EQ(storeChanges(), (Names{"createStore /srv/a", "setStoreAttributes /srv/a"}));
 }
 
-TEST_F(IndexingWritingTest, AnUpdateThatDoesNotNameItKeepsIt) {
+TEST_F(IndexingWriting, UpdateWithoutSettingKeepsIndexing) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "s"}}), 0);
@@ -138,13 +138,13 @@ TEST_F(IndexingWritingTest, AnUpdateThatDoesNotNameItKeepsIt) {
   EXPECT_TRUE(storeChanges().empty());
 }
 
-TEST_F(IndexingWritingTest, ThePathOfTheMergedSettingsCounts) {
+TEST_F(IndexingWriting, ThePathOfTheMergedSettingsCounts) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(update({{"path", "/SRV/A"}, {"isIndexingEnabled", true}}), 0);
   EXPECT_EQ(storeChanges(), (Names{"createStore /SRV/A"}));
 }
 
-TEST_F(IndexingWritingTest, IsTheLastStep) {
+TEST_F(IndexingWriting, IsTheLastStep) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(update({{"path", "/srv/a"},
                     {"isBackstowBackup", true},
@@ -158,7 +158,7 @@ TEST_F(IndexingWritingTest, IsTheLastStep) {
                    "acl_set_file /srv/a"}));
 }
 
-TEST_F(IndexingWritingTest, AFailureIsLoggedAndIsNoStatus) {
+TEST_F(IndexingWriting, AFailureIsLoggedAndIsNoStatus) {
   trace.fail("createStore", EROFS);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isIndexingEnabled", true}}), 0);
   EXPECT_EQ(
@@ -167,7 +167,7 @@ TEST_F(IndexingWritingTest, AFailureIsLoggedAndIsNoStatus) {
   EXPECT_EQ(sharePointNames(), (Names{"a"}));
 }
 
-TEST_F(IndexingWritingTest, AnExceptionWithAStatusIsLoggedWithThePathAndTheNumber) {
+TEST_F(IndexingWriting, ExceptionWithStatusLogsPathAndNumber) {
   addSharePoint("a", "/srv/a");
   trace.raise("createStore", DirectoryError(-14090, "refused"));
   EXPECT_EQ(update({{"path", "/srv/a"}, {"isIndexingEnabled", true}}), 0);
@@ -175,7 +175,7 @@ TEST_F(IndexingWritingTest, AnExceptionWithAStatusIsLoggedWithThePathAndTheNumbe
             (Names{"paddock_sharing: Could not enable/disable lookwise for /srv/a: -14090"}));
 }
 
-TEST_F(IndexingWritingTest, AnExceptionWithoutAStatusIsLoggedWithItsDescription) {
+TEST_F(IndexingWriting, ExceptionWithoutStatusLogsDescription) {
   addSharePoint("a", "/srv/a");
   trace.raise("createStore", DirectoryError("no number"), 1);
   trace.raise("createStore", std::runtime_error("broken"), 1);
@@ -187,28 +187,28 @@ TEST_F(IndexingWritingTest, AnExceptionWithoutAStatusIsLoggedWithItsDescription)
                    "paddock_sharing: Could not enable/disable lookwise for /srv/a: broken"}));
 }
 
-TEST_F(IndexingWritingTest, AnExceptionOfAnyKindStaysInside) {
+TEST_F(IndexingWriting, AnExceptionOfAnyKindStaysInside) {
   addSharePoint("a", "/srv/a");
   trace.raise("createStore", 42);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"isIndexingEnabled", true}}), 0);
   EXPECT_EQ(errorLines().size(), 1U);
 }
 
-TEST_F(IndexingWritingTest, AFailureOfTheDirectoryStillSwitchesAnExistingSharePoint) {
+TEST_F(IndexingWriting, DirectoryFailureStillSwitchesExistingSharePoint) {
   addSharePoint("a", "/srv/a");
   trace.raise("setAttributesAndValues", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(update({{"path", "/srv/a"}, {"isIndexingEnabled", true}}), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(stores.levelOf("/srv/a"), kLevelReadWrite);
 }
 
-TEST_F(IndexingWritingTest, ANewSharePointThatCannotBeStoredIsIndexedAllTheSame) {
+TEST_F(IndexingWriting, UnstoredNewSharePointIsStillIndexed) {
   trace.raise("setAttributesAndValues", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isIndexingEnabled", true}}),
             CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(stores.stores().size(), 1U);
 }
 
-TEST_F(IndexingWritingTest, AClusteredVolumeIsLeftAlone) {
+TEST_F(IndexingWriting, AClusteredVolumeIsLeftAlone) {
   volumes.mount({"/srv", "cluster", "vkfs"});
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isIndexingEnabled", true}}), 0);
   EXPECT_TRUE(stores.stores().empty());
@@ -216,9 +216,9 @@ TEST_F(IndexingWritingTest, AClusteredVolumeIsLeftAlone) {
   EXPECT_TRUE(errorLines().empty());
 }
 
-class IndexingDeletionTest : public SharePointIndexingTest {};
+class IndexingDeletion : public SharePointIndexingTest {};
 
-TEST_F(IndexingDeletionTest, AnIndexedPathIsSwitchedOff) {
+TEST_F(IndexingDeletion, AnIndexedPathIsSwitchedOff) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   stores.setLevel("/srv/b", kLevelReadWrite);
@@ -227,7 +227,7 @@ TEST_F(IndexingDeletionTest, AnIndexedPathIsSwitchedOff) {
   EXPECT_EQ(stores.levelOf("/srv/b"), kLevelReadWrite);
 }
 
-TEST_F(IndexingDeletionTest, APathThatIsNotIndexedIsLeftAsItIs) {
+TEST_F(IndexingDeletion, UnindexedPathStaysUnchanged) {
   for (const char* level : {kLevelOff, kLevelFSSearchOnly, "something else"}) {
     addSharePoint("a", "/srv/a");
     stores.setLevel("/srv/a", level);
@@ -237,13 +237,13 @@ TEST_F(IndexingDeletionTest, APathThatIsNotIndexedIsLeftAsItIs) {
   EXPECT_TRUE(storeChanges().empty());
 }
 
-TEST_F(IndexingDeletionTest, APathThatIsNotSharedIsSwitchedOffToo) {
+TEST_F(IndexingDeletion, UnsharedPathIsSwitchedOff) {
   stores.setLevel("/srv/c", kLevelReadWrite);
   delete_sharepoint("/srv/c", {});
   EXPECT_EQ(stores.levelOf("/srv/c"), kLevelFSSearchOnly);
 }
 
-TEST_F(IndexingDeletionTest, ThePathOfTheDeletionCountsExactly) {
+TEST_F(IndexingDeletion, ThePathOfTheDeletionCountsExactly) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   delete_sharepoint("/SRV/A", {});
@@ -251,7 +251,7 @@ TEST_F(IndexingDeletionTest, ThePathOfTheDeletionCountsExactly) {
   EXPECT_EQ(stores.levelOf("/srv/a"), kLevelReadWrite);
 }
 
-TEST_F(IndexingDeletionTest, ComesAfterTheExport) {
+TEST_F(IndexingDeletion, ComesAfterTheExport) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
@@ -261,7 +261,7 @@ TEST_F(IndexingDeletionTest, ComesAfterTheExport) {
   EXPECT_TRUE(sharePointNames().empty());
 }
 
-TEST_F(IndexingDeletionTest, AFailureIsLoggedAndTheRestIsDone) {
+TEST_F(IndexingDeletion, FailureIsLoggedAndDeletionContinues) {
   addSharePoint("a", "/srv/a");
   stores.setLevel("/srv/a", kLevelReadWrite);
   trace.fail("setStoreAttributes", EIO);

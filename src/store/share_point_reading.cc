@@ -9,8 +9,6 @@
 #include "platform/services.h"
 #include "platform/volume_info.h"
 #include "store/directory_access.h"
-#include "store/exception_text.h"
-#include "store/schema.h"
 #include "volumes/md_config_wrappers.h"
 
 namespace paddock {

@@ -1,5 +1,5 @@
-// Share points, read from the directory and completed with what the directory does not hold.
-// Callers hold the settings lock.
+// Share points, read from the directory and completed from other sources. Callers hold the settings
+// lock.
 #pragma once
 
 #include <memory>

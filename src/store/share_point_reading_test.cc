@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "exports/shared_exports_parser.h"
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -16,7 +16,7 @@ using schema::kDirectoryPath;
 using schema::kMounts;
 using schema::kSharePoints;
 
-class SharePointReadingTest : public ModuleFixture {
+class SharePointReading : public ModuleFixture {
  protected:
   // The paths of a list's share points.
   static std::vector<std::string> paths(const std::optional<Array>& list) {
@@ -35,9 +35,9 @@ class SharePointReadingTest : public ModuleFixture {
   std::unique_ptr<SharePointRecord> record_ = staleRecord();
 };
 
-class SharePointFromAttributesTest : public SharePointReadingTest {};
+class SharePointFromAttributes : public SharePointReading {};
 
-TEST_F(SharePointFromAttributesTest, TakesWhatTheDirectoryKeeps) {
+TEST_F(SharePointFromAttributes, TakesWhatTheDirectoryKeeps) {
   EXPECT_EQ(share_point_from_ds_attributes({{"dsAttrTypeStandard:RecordName", Array{"a"}},
                                             {"dsAttrTypeStandard:RecordType", Array{kSharePoints}},
                                             {kDirectoryPath, Array{"/srv/a"}},
@@ -52,7 +52,7 @@ TEST_F(SharePointFromAttributesTest, TakesWhatTheDirectoryKeeps) {
                                                {"mountedOnPath", "/"}}));
 }
 
-TEST_F(SharePointFromAttributesTest, AddsTheMountPointOfTheFoldersVolume) {
+TEST_F(SharePointFromAttributes, AddsTheMountPointOfTheFoldersVolume) {
   volumes.mount({"/srv", "/dev/vdb1", "ext4"});
   volumes.mount({"/srv/a", "/dev/vdc1", "xfs"});
   EXPECT_EQ(share_point_from_ds_attributes({{kDirectoryPath, Array{"/srv/a/b"}}}, record_), 0);
@@ -60,7 +60,7 @@ TEST_F(SharePointFromAttributesTest, AddsTheMountPointOfTheFoldersVolume) {
   EXPECT_EQ(trace.callsOf("statfs"), (std::vector<ServiceCall>{{"statfs", "/srv/a/b", ""}}));
 }
 
-TEST_F(SharePointFromAttributesTest, AFolderThatCannotBeAskedHasNoMountPoint) {
+TEST_F(SharePointFromAttributes, FailedFolderQueryYieldsNoMountPoint) {
   for (const int error : {ENOENT, EACCES, EIO}) {
     volumes.setError("/srv/a", error);
     EXPECT_EQ(share_point_from_ds_attributes({{kDirectoryPath, Array{"/srv/a"}}}, record_), 0);
@@ -70,7 +70,7 @@ TEST_F(SharePointFromAttributesTest, AFolderThatCannotBeAskedHasNoMountPoint) {
   }
 }
 
-TEST_F(SharePointFromAttributesTest, AddsTheExportOfThePath) {
+TEST_F(SharePointFromAttributes, AddsTheExportOfThePath) {
   readExportsFile(managedBlock({"/srv/b *(ro)", "/srv/a 10.0.0.0/8(rw,sync)"}));
   EXPECT_EQ(share_point_from_ds_attributes({{kDirectoryPath, Array{"/srv/a"}}}, record_), 0);
   const Dictionary form = record_->dictionary();
@@ -80,19 +80,19 @@ TEST_F(SharePointFromAttributesTest, AddsTheExportOfThePath) {
             (Array{Dictionary{{"host", "10.0.0.0/8"}, {"options", Array{"rw", "sync"}}}}));
 }
 
-TEST_F(SharePointFromAttributesTest, TheExportIsLookedUpExactly) {
+TEST_F(SharePointFromAttributes, TheExportIsLookedUpExactly) {
   readExportsFile(managedBlock({"/srv/A *(ro)", "/srv/a/ *(ro)", "/srv *(ro)"}));
   EXPECT_EQ(share_point_from_ds_attributes({{kDirectoryPath, Array{"/srv/a"}}}, record_), 0);
   EXPECT_EQ(record_->nfsExportRecord(), nullptr);
 }
 
-TEST_F(SharePointFromAttributesTest, LinesOutsideTheManagedBlockAreNoExportsOfSharePoints) {
+TEST_F(SharePointFromAttributes, LinesOutsideManagedBlockAreIgnored) {
   readExportsFile("/srv/a *(ro)\n");
   EXPECT_EQ(share_point_from_ds_attributes({{kDirectoryPath, Array{"/srv/a"}}}, record_), 0);
   EXPECT_EQ(record_->nfsExportRecord(), nullptr);
 }
 
-TEST_F(SharePointFromAttributesTest, ARecordWithoutAPathHasNeitherMountPointNorExport) {
+TEST_F(SharePointFromAttributes, RecordWithoutPathLacksMountPointAndExport) {
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
   EXPECT_EQ(
       share_point_from_ds_attributes({{"dsAttrTypeStandard:RecordName", Array{"a"}}}, record_), 0);
@@ -100,27 +100,27 @@ TEST_F(SharePointFromAttributesTest, ARecordWithoutAPathHasNeitherMountPointNorE
   EXPECT_EQ(record_->dictionary(), (Dictionary{{"name", "a"}, {"isIndexingEnabled", false}}));
 }
 
-class ListReadingTest : public SharePointReadingTest {};
+class ListReading : public SharePointReading {};
 
-TEST_F(ListReadingTest, WithoutSharePointsTheListIsNotSet) {
+TEST_F(ListReading, WithoutSharePointsTheListIsNotSet) {
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   EXPECT_FALSE(list_);
 }
 
-TEST_F(ListReadingTest, RecordsOfOtherTypesAreNoSharePoints) {
+TEST_F(ListReading, RecordsOfOtherTypesAreNoSharePoints) {
   addRecord(kMounts, "a", {{kDirectoryPath, "/srv/a"}});
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   EXPECT_FALSE(list_);
 }
 
-TEST_F(ListReadingTest, RecordsOfOtherNodesAreNotListed) {
+TEST_F(ListReading, RecordsOfOtherNodesAreNotListed) {
   directory.addNode("/Other", "ReadWrite");
   directory.addRecord("/Other", kSharePoints, "a", {{kDirectoryPath, "/srv/a"}});
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   EXPECT_FALSE(list_);
 }
 
-TEST_F(ListReadingTest, SharePointsComeInTheOrderOfTheDirectorysAnswer) {
+TEST_F(ListReading, SharePointsFollowDirectoryReplyOrder) {
   addSharePoint("z", "/srv/z");
   addSharePoint("a", "/srv/a");
   addSharePoint("m", "/srv/m");
@@ -128,7 +128,7 @@ TEST_F(ListReadingTest, SharePointsComeInTheOrderOfTheDirectorysAnswer) {
   EXPECT_EQ(paths(list_), (std::vector<std::string>{"/srv/z", "/srv/a", "/srv/m"}));
 }
 
-TEST_F(ListReadingTest, EachSharePointIsItsCompletedDictionaryForm) {
+TEST_F(ListReading, EachSharePointIsItsCompletedDictionaryForm) {
   addSharePoint("a", "/srv/a",
                 {{"dsAttrTypeNative:smb_name", ""},
                  {"dsAttrTypeNative:backstowBackup", "0"},
@@ -151,14 +151,14 @@ TEST_F(ListReadingTest, EachSharePointIsItsCompletedDictionaryForm) {
                               {"mountedOnPath", "/"}}));
 }
 
-TEST_F(ListReadingTest, TheFilterIsIgnored) {
+TEST_F(ListReading, TheFilterIsIgnored) {
   addSharePoint("a", "/srv/a");
   const Value filter(Dictionary{{"path", "/srv/b"}});
   EXPECT_EQ(read_sharepoints(&filter, list_), 0);
   EXPECT_EQ(paths(list_), (std::vector<std::string>{"/srv/a"}));
 }
 
-TEST_F(ListReadingTest, TheExportsFileIsReadAgainForEveryList) {
+TEST_F(ListReading, ExportsFileIsReadAgainForEveryList) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   EXPECT_EQ(list_->front().dictionary()->dictionary("nfsExportRecord"), nullptr);
@@ -171,7 +171,7 @@ TEST_F(ListReadingTest, TheExportsFileIsReadAgainForEveryList) {
 }
 
 // As it is when the file could not be written.
-TEST_F(ListReadingTest, AnExportThatIsToLeaveTheFileIsListedAndLeavesItAllTheSame) {
+TEST_F(ListReading, ExportPendingRemovalIsListedAndStillRemoved) {
   addSharePoint("a", "/srv/a");
   setExportsFile(managedBlock({"/srv/a *(rw)", "/srv/b *(rw)"}));
   refresh_exports();
@@ -183,7 +183,7 @@ TEST_F(ListReadingTest, AnExportThatIsToLeaveTheFileIsListedAndLeavesItAllTheSam
   EXPECT_NE(shared_exports_parser().exportWithPath("/srv/b"), nullptr);
 }
 
-TEST_F(ListReadingTest, TheExportsFileIsReadOncePerListHoweverManySharePointsThereAre) {
+TEST_F(ListReading, ExportsFileIsReadOncePerList) {
   for (int i = 0; i < 20; ++i) {
     addSharePoint("s" + std::to_string(i), "/srv/" + std::to_string(i));
   }
@@ -196,7 +196,7 @@ TEST_F(ListReadingTest, TheExportsFileIsReadOncePerListHoweverManySharePointsThe
   EXPECT_EQ(trace.count("statfs"), 20U);
 }
 
-TEST_F(ListReadingTest, AnExportsFileThatIsMissingKeepsTheLinesThatWereReadBefore) {
+TEST_F(ListReading, MissingExportsFileKeepsPreviousLines) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   files.remove(kExportsPath);
@@ -204,7 +204,7 @@ TEST_F(ListReadingTest, AnExportsFileThatIsMissingKeepsTheLinesThatWereReadBefor
   EXPECT_NE(list_->front().dictionary()->dictionary("nfsExportRecord"), nullptr);
 }
 
-TEST_F(ListReadingTest, AnExportsFileThatCannotBeReadIsNoErrorOfTheList) {
+TEST_F(ListReading, UnreadableExportsFileIsNoListError) {
   addSharePoint("a", "/srv/a");
   for (const int error : {ENOENT, EACCES, EIO}) {
     trace.fail("read", error, 1);
@@ -214,7 +214,7 @@ TEST_F(ListReadingTest, AnExportsFileThatCannotBeReadIsNoErrorOfTheList) {
   }
 }
 
-TEST_F(ListReadingTest, ASearchThatRaisesLooksLikeAServerWithoutSharePoints) {
+TEST_F(ListReading, RaisingSearchReturnsSuccessWithoutList) {
   addSharePoint("a", "/srv/a");
   trace.raise("findRecordNames", DirectoryError(EIO, "damaged"), 1);
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
@@ -228,7 +228,7 @@ TEST_F(ListReadingTest, ASearchThatRaisesLooksLikeAServerWithoutSharePoints) {
   EXPECT_FALSE(list_);
 }
 
-TEST_F(ListReadingTest, ALocalNodeThatRaisesGivesNoListAndItsCode) {
+TEST_F(ListReading, RaisingLocalNodeReturnsItsCodeWithoutList) {
   addSharePoint("a", "/srv/a");
   for (const char* operation : {"openLocal", "localNode"}) {
     list_ = Array{"stale"};
@@ -242,7 +242,7 @@ TEST_F(ListReadingTest, ALocalNodeThatRaisesGivesNoListAndItsCode) {
   }
 }
 
-TEST_F(ListReadingTest, ACompletionThatRaisesEndsTheWholeRead) {
+TEST_F(ListReading, ACompletionThatRaisesEndsTheWholeRead) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
   trace.raiseFor("statfs", "/srv/b", std::runtime_error("broken"));
@@ -250,14 +250,14 @@ TEST_F(ListReadingTest, ACompletionThatRaisesEndsTheWholeRead) {
   EXPECT_FALSE(list_);
 }
 
-TEST_F(ListReadingTest, TwoRecordsOfOnePathAreBothListed) {
+TEST_F(ListReading, TwoRecordsOfOnePathAreBothListed) {
   addSharePoint("first", "/srv/a");
   addSharePoint("second", "/srv/a");
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   EXPECT_EQ(paths(list_), (std::vector<std::string>{"/srv/a", "/srv/a"}));
 }
 
-TEST_F(ListReadingTest, ASharePointWhoseFolderIsGoneIsListedWithoutAMountPoint) {
+TEST_F(ListReading, MissingFolderIsListedWithoutMountPoint) {
   addSharePoint("gone", "/srv/gone");
   addSharePoint("here", "/srv/here");
   volumes.setError("/srv/gone", ENOENT);
@@ -267,14 +267,14 @@ TEST_F(ListReadingTest, ASharePointWhoseFolderIsGoneIsListedWithoutAMountPoint) 
   EXPECT_EQ(*list_->at(1).dictionary()->string("mountedOnPath"), "/");
 }
 
-TEST_F(ListReadingTest, ARecordWithoutAPathIsListed) {
+TEST_F(ListReading, ARecordWithoutAPathIsListed) {
   addRecord(kSharePoints, "bare");
   EXPECT_EQ(read_sharepoints(nullptr, list_), 0);
   ASSERT_TRUE(list_);
   EXPECT_EQ(*list_, (Array{Dictionary{{"name", "bare"}, {"isIndexingEnabled", false}}}));
 }
 
-TEST_F(ListReadingTest, ReadingChangesNothing) {
+TEST_F(ListReading, ReadingChangesNothing) {
   addSharePoint("a", "/srv/a");
   setExportsFile("  # by hand\n\n" + managedBlock({"/srv/a *(rw)"}));
   const auto before = sharePoint("a");
@@ -285,9 +285,9 @@ TEST_F(ListReadingTest, ReadingChangesNothing) {
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-class OneSharePointReadingTest : public SharePointReadingTest {};
+class OneSharePointReading : public SharePointReading {};
 
-TEST_F(OneSharePointReadingTest, FindsTheSharePointOfThePath) {
+TEST_F(OneSharePointReading, FindsTheSharePointOfThePath) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b", {{"dsAttrTypeNative:ftp_name", "ftp"}});
   EXPECT_EQ(get_share_point("/srv/b", record_), 0);
@@ -299,20 +299,20 @@ TEST_F(OneSharePointReadingTest, FindsTheSharePointOfThePath) {
                                                {"mountedOnPath", "/"}}));
 }
 
-TEST_F(OneSharePointReadingTest, AFolderThatIsNotSharedIsSuccessWithoutARecord) {
+TEST_F(OneSharePointReading, UnsharedFolderSucceedsWithoutRecord) {
   addSharePoint("a", "/srv/a");
   EXPECT_EQ(get_share_point("/srv/b", record_), 0);
   EXPECT_EQ(record_, nullptr);
 }
 
-TEST_F(OneSharePointReadingTest, APathThatDiffersByLetterCaseIsFound) {
+TEST_F(OneSharePointReading, PathInOtherLetterCaseIsFound) {
   addSharePoint("a", "/srv/\xC3\x84pfel");
   EXPECT_EQ(get_share_point("/SRV/\xC3\xA4PFEL", record_), 0);
   ASSERT_TRUE(record_);
   EXPECT_EQ(record_->path(), "/srv/\xC3\x84pfel");
 }
 
-TEST_F(OneSharePointReadingTest, TheLastOfTwoRecordsOfOnePathIsTaken) {
+TEST_F(OneSharePointReading, LastOfTwoRecordsOfPathIsTaken) {
   addSharePoint("first", "/srv/a");
   addSharePoint("second", "/srv/a");
   EXPECT_EQ(get_share_point("/srv/a", record_), 0);
@@ -320,7 +320,7 @@ TEST_F(OneSharePointReadingTest, TheLastOfTwoRecordsOfOnePathIsTaken) {
   EXPECT_EQ(record_->name(), "second");
 }
 
-TEST_F(OneSharePointReadingTest, ALookupThatFailsGivesItsCodeAndNoRecord) {
+TEST_F(OneSharePointReading, FailedLookupReturnsItsCodeWithoutRecord) {
   addSharePoint("a", "/srv/a");
   for (const char* operation : {"openLocal", "localNode", "findRecordsOfTypes", "findRecord"}) {
     record_ = staleRecord();
@@ -330,14 +330,14 @@ TEST_F(OneSharePointReadingTest, ALookupThatFailsGivesItsCodeAndNoRecord) {
   }
 }
 
-TEST_F(OneSharePointReadingTest, ALookupErrorThatIsNotTheDirectorysCountsAsNotShared) {
+TEST_F(OneSharePointReading, ForeignLookupErrorCountsAsNotShared) {
   addSharePoint("a", "/srv/a");
   trace.raise("findRecordsOfTypes", std::runtime_error("broken"));
   EXPECT_EQ(get_share_point("/srv/a", record_), 0);
   EXPECT_EQ(record_, nullptr);
 }
 
-TEST_F(OneSharePointReadingTest, AttributesThatCannotBeReadRaise) {
+TEST_F(OneSharePointReading, AttributesThatCannotBeReadRaise) {
   addSharePoint("a", "/srv/a");
   trace.raise("getAllAttributesAndValues", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(get_share_point("/srv/a", record_), DirectoryError);
@@ -345,7 +345,7 @@ TEST_F(OneSharePointReadingTest, AttributesThatCannotBeReadRaise) {
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-TEST_F(OneSharePointReadingTest, SeesTheExportsAsTheyWereLastRead) {
+TEST_F(OneSharePointReading, SeesTheExportsAsTheyWereLastRead) {
   addSharePoint("a", "/srv/a");
   readExportsFile("");
   setExportsFile(managedBlock({"/srv/a *(rw)"}));
@@ -357,7 +357,7 @@ TEST_F(OneSharePointReadingTest, SeesTheExportsAsTheyWereLastRead) {
   EXPECT_NE(record_->nfsExportRecord(), nullptr);
 }
 
-TEST_F(OneSharePointReadingTest, AFolderThatCannotBeAskedIsNoError) {
+TEST_F(OneSharePointReading, FailedFolderQueryIsNoError) {
   addSharePoint("a", "/srv/a");
   volumes.setError("/srv/a", EIO);
   EXPECT_EQ(get_share_point("/srv/a", record_), 0);
@@ -365,7 +365,7 @@ TEST_F(OneSharePointReadingTest, AFolderThatCannotBeAskedIsNoError) {
   EXPECT_FALSE(record_->mountedOnPath());
 }
 
-TEST_F(OneSharePointReadingTest, ChangingWhatWasHandedOutLeavesTheNextAnswerAlone) {
+TEST_F(OneSharePointReading, ChangingReturnedRecordKeepsNextReplyUnchanged) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   EXPECT_EQ(get_share_point("/srv/a", record_), 0);
@@ -376,7 +376,7 @@ TEST_F(OneSharePointReadingTest, ChangingWhatWasHandedOutLeavesTheNextAnswerAlon
   EXPECT_EQ(record_->dictionary(), before);
 }
 
-TEST_F(SharePointReadingTest, WhatCannotBeReadIsLoggedWithItsReason) {
+TEST_F(SharePointReading, UnreadableSourceIsLoggedWithReason) {
   addSharePoint("a", "/srv/a");
   const auto expectOne = [this](const std::string& text) {
     EXPECT_EQ(logger.lines(), (std::vector<RecordingLogger::Line>{{kLogError, text}}));

@@ -2,20 +2,16 @@
 
 #include "base/text.h"
 #include "exports/nfs_export_record.h"
-#include "store/schema.h"
+#include "platform/directory_values.h"
+#include "protocol/keys.h"
+#include "store/directory_access.h"
 
 namespace paddock {
 
 namespace {
 
-constexpr const char* kNFSExportRecordKey = "nfsExportRecord";
 constexpr std::size_t kUsualProperties = 10;
 constexpr const char* kExportPathKey = "path";
-
-const std::string* firstValue(const Dictionary& attributes, const char* attribute) {
-  const Array* values = attributes.array(attribute);
-  return values != nullptr && !values->empty() ? values->front().string() : nullptr;
-}
 
 // How a property of each kind is read from and written to the two forms.
 struct TextKind {
@@ -61,23 +57,23 @@ struct SharePointRecord::Properties {
     static constexpr Property<std::string> texts[] = {
         {"path", schema::kDirectoryPath, &Record::path_},
         {"name", schema::kRecordName, &Record::name_},
-        {"nameOverVSP", schema::kVspName, &Record::nameOverVSP_},
-        {"nameOverSMB", schema::kSmbName, &Record::nameOverSMB_},
-        {"nameOverFTP", schema::kFtpName, &Record::nameOverFTP_},
-        {"backstowBackupUUID", schema::kBackstowBackupUuid, &Record::backstowBackupUUID_},
-        {"automountMountPath", schema::kStaticMountPath, &Record::automountMountPath_},
-        {"automountDSPath", schema::kAutomountDsPath, &Record::automountDSPath_},
-        {"mountedOnPath", nullptr, &Record::mountedOnPath_},
+        {protocol::kNameOverVSP, schema::kVspName, &Record::nameOverVSP_},
+        {protocol::kNameOverSMB, schema::kSmbName, &Record::nameOverSMB_},
+        {protocol::kNameOverFTP, schema::kFtpName, &Record::nameOverFTP_},
+        {protocol::kBackstowBackupUUID, schema::kBackstowBackupUuid, &Record::backstowBackupUUID_},
+        {protocol::kAutomountMountPath, schema::kStaticMountPath, &Record::automountMountPath_},
+        {protocol::kAutomountDSPath, schema::kAutomountDsPath, &Record::automountDSPath_},
+        {protocol::kMountedOnPath, nullptr, &Record::mountedOnPath_},
     };
     static constexpr Property<bool> flags[] = {
-        {"isSharedOverVSP", schema::kVspShared, &Record::isSharedOverVSP_},
-        {"isBackstowBackup", schema::kBackstowBackup, &Record::isBackstowBackup_},
-        {"isAutomounted", schema::kIsAutomounted, &Record::isAutomounted_},
-        {"isIndexingEnabled", nullptr, &Record::isIndexingEnabled_},
-        {"isDeleted", nullptr, &Record::isDeleted_},
+        {protocol::kIsSharedOverVSP, schema::kVspShared, &Record::isSharedOverVSP_},
+        {protocol::kIsBackstowBackup, schema::kBackstowBackup, &Record::isBackstowBackup_},
+        {protocol::kIsAutomounted, schema::kIsAutomounted, &Record::isAutomounted_},
+        {protocol::kIsIndexingEnabled, nullptr, &Record::isIndexingEnabled_},
+        {protocol::kIsDeleted, nullptr, &Record::isDeleted_},
     };
     static constexpr Property<std::int64_t> numbers[] = {
-        {"automountFileSystemType", schema::kAutomountFileSystem,
+        {protocol::kAutomountFileSystemType, schema::kAutomountFileSystem,
          &Record::automountFileSystemType_},
     };
     for (const auto& property : texts) visitor(property, TextKind{});
@@ -111,7 +107,8 @@ Dictionary SharePointRecord::dictionary() const {
   Properties::visit([&](const auto& property, auto) {
     if (const auto& value = this->*property.member) form.set(property.key, *value);
   });
-  if (nfsExportRecord_ != nullptr) form.set(kNFSExportRecordKey, nfsExportRecord_->dictionary());
+  if (nfsExportRecord_ != nullptr)
+    form.set(protocol::kNfsExportRecord, nfsExportRecord_->dictionary());
   return form;
 }
 
@@ -139,7 +136,7 @@ void SharePointRecord::addAttributesFromDictionary(const Dictionary& settings) {
     if (value == nullptr) return;
     if (auto read = kind.fromValue(*value)) this->*property.member = std::move(read);
   });
-  if (const Dictionary* exportSettings = settings.dictionary(kNFSExportRecordKey)) {
+  if (const Dictionary* exportSettings = settings.dictionary(protocol::kNfsExportRecord)) {
     nfsExportRecord_ = exportFromSettings(*exportSettings, path_);
   }
 }

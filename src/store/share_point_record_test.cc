@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "store/schema.h"
+#include "store/directory_access.h"
 
 namespace paddock {
 namespace {
@@ -108,7 +108,7 @@ Dictionary throughDirectory(const Dictionary& form) {
   return SharePointRecord::recordWithDSDictionary(asAnswered(directoryForm)).dictionary();
 }
 
-TEST(SharePointRecordTest, AnEmptyRecordHasNothingInEitherForm) {
+TEST(SharePointRecordForms, AnEmptyRecordHasNothingInEitherForm) {
   const SharePointRecord record = SharePointRecord::record();
   EXPECT_TRUE(record.dictionary().empty());
   EXPECT_TRUE(record.dsDictionary().empty());
@@ -116,12 +116,12 @@ TEST(SharePointRecordTest, AnEmptyRecordHasNothingInEitherForm) {
   EXPECT_EQ(record.nfsExportRecord(), nullptr);
 }
 
-TEST(SharePointRecordTest, AnEmptyDictionaryMakesAnEmptyRecord) {
+TEST(SharePointRecordForms, AnEmptyDictionaryMakesAnEmptyRecord) {
   EXPECT_TRUE(throughDictionary({}).empty());
   EXPECT_TRUE(SharePointRecord::recordWithDSDictionary({}).dictionary().empty());
 }
 
-TEST(SharePointRecordTest, FlagsAndNumbersThatWereNeverSetReadAsFalseAndZero) {
+TEST(SharePointRecordForms, UnsetFlagsAndNumbersReadFalseAndZero) {
   const SharePointRecord record = SharePointRecord::record();
   for (const FlagProperty& property : flagProperties()) {
     EXPECT_FALSE((record.*property.get)()) << property.key;
@@ -129,7 +129,7 @@ TEST(SharePointRecordTest, FlagsAndNumbersThatWereNeverSetReadAsFalseAndZero) {
   EXPECT_EQ(record.automountFileSystemType(), 0);
 }
 
-TEST(SharePointRecordTest, EachTextPropertyIsReadFromItsKey) {
+TEST(SharePointRecordForms, EachTextPropertyIsReadFromItsKey) {
   for (const TextProperty& property : textProperties()) {
     for (const std::string& text : hostileTexts()) {
       const auto record = SharePointRecord::recordWithDictionary({{property.key, text}});
@@ -139,7 +139,7 @@ TEST(SharePointRecordTest, EachTextPropertyIsReadFromItsKey) {
   }
 }
 
-TEST(SharePointRecordTest, EachTextPropertyIsReadFromItsAttribute) {
+TEST(SharePointRecordForms, EachTextPropertyIsReadFromItsAttribute) {
   for (const TextProperty& property : textProperties()) {
     if (property.attribute == nullptr) continue;
     for (const std::string& text : hostileTexts()) {
@@ -153,7 +153,7 @@ TEST(SharePointRecordTest, EachTextPropertyIsReadFromItsAttribute) {
   }
 }
 
-TEST(SharePointRecordTest, EachFlagIsReadFromItsKey) {
+TEST(SharePointRecordForms, EachFlagIsReadFromItsKey) {
   for (const FlagProperty& property : flagProperties()) {
     for (const bool flag : {false, true}) {
       const auto record = SharePointRecord::recordWithDictionary({{property.key, flag}});
@@ -163,7 +163,7 @@ TEST(SharePointRecordTest, EachFlagIsReadFromItsKey) {
   }
 }
 
-TEST(SharePointRecordTest, FlagsAreKeptInTheDirectoryAsOneAndZero) {
+TEST(SharePointRecordForms, DirectoryStoresFlagsAsOneAndZero) {
   for (const FlagProperty& property : flagProperties()) {
     if (property.attribute == nullptr) continue;
     EXPECT_EQ(
@@ -175,7 +175,7 @@ TEST(SharePointRecordTest, FlagsAreKeptInTheDirectoryAsOneAndZero) {
   }
 }
 
-TEST(SharePointRecordTest, FlagsOfTheDirectoryAreReadFromEachSpellingInAnyLetterCase) {
+TEST(SharePointRecordForms, DirectoryFlagsAcceptEverySpellingInAnyCase) {
   for (const FlagProperty& property : flagProperties()) {
     if (property.attribute == nullptr) continue;
     for (const char* text : {"1", "yes", "YES", "Yes", "true", "TRUE", "tRuE"}) {
@@ -191,7 +191,7 @@ TEST(SharePointRecordTest, FlagsOfTheDirectoryAreReadFromEachSpellingInAnyLetter
   }
 }
 
-TEST(SharePointRecordTest, AnyOtherTextOfAFlagCountsAsNotSet) {
+TEST(SharePointRecordForms, UnrecognisedFlagTextCountsAsUnset) {
   for (const FlagProperty& property : flagProperties()) {
     if (property.attribute == nullptr) continue;
     for (const char* text : {"", "2", "on", "off", " 1", "1 ", "y", "n", "yess", "01"}) {
@@ -202,7 +202,7 @@ TEST(SharePointRecordTest, AnyOtherTextOfAFlagCountsAsNotSet) {
   }
 }
 
-TEST(SharePointRecordTest, FlagsOfARequestAreReadFromNumbersAndTexts) {
+TEST(SharePointRecordForms, RequestFlagsAcceptNumbersAndTexts) {
   for (const FlagProperty& property : flagProperties()) {
     EXPECT_EQ(throughDictionary({{property.key, 1}}), (Dictionary{{property.key, true}}));
     EXPECT_EQ(throughDictionary({{property.key, 0}}), (Dictionary{{property.key, false}}));
@@ -211,7 +211,7 @@ TEST(SharePointRecordTest, FlagsOfARequestAreReadFromNumbersAndTexts) {
   }
 }
 
-TEST(SharePointRecordTest, TheFileSystemTypeIsAnInteger) {
+TEST(SharePointRecordForms, TheFileSystemTypeIsAnInteger) {
   for (const std::int64_t number :
        {std::int64_t{0}, std::int64_t{1}, std::int64_t{-7},
         std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
@@ -224,18 +224,18 @@ TEST(SharePointRecordTest, TheFileSystemTypeIsAnInteger) {
   }
 }
 
-TEST(SharePointRecordTest, ANumericStringIsReadAsTheFileSystemType) {
+TEST(SharePointRecordForms, NumericStringIsReadAsFileSystemType) {
   EXPECT_EQ(throughDictionary({{kFileSystemKey, "12"}}), (Dictionary{{kFileSystemKey, 12}}));
   EXPECT_EQ(throughDictionary({{kFileSystemKey, "-3"}}), (Dictionary{{kFileSystemKey, -3}}));
   EXPECT_EQ(throughDictionary({{kFileSystemKey, "0"}}), (Dictionary{{kFileSystemKey, 0}}));
 }
 
-TEST(SharePointRecordTest, ABooleanCountsAsZeroOrOneForTheFileSystemType) {
+TEST(SharePointRecordForms, BooleanFileSystemTypeIsZeroOrOne) {
   EXPECT_EQ(throughDictionary({{kFileSystemKey, true}}), (Dictionary{{kFileSystemKey, 1}}));
   EXPECT_EQ(throughDictionary({{kFileSystemKey, false}}), (Dictionary{{kFileSystemKey, 0}}));
 }
 
-TEST(SharePointRecordTest, WhatIsNoNumberIsNotAFileSystemType) {
+TEST(SharePointRecordForms, NonNumberIsNoFileSystemType) {
   const std::vector<Value> others = {
       "",
       "nfs",
@@ -259,7 +259,7 @@ TEST(SharePointRecordTest, WhatIsNoNumberIsNotAFileSystemType) {
   }
 }
 
-TEST(SharePointRecordTest, AValueOfTheWrongTypeIsNotSet) {
+TEST(SharePointRecordForms, ValueOfWrongTypeIsNotSet) {
   const std::vector<Value> notTexts = {1, true, Data{{1, 2}}, Array{"a"}, Dictionary{{"a", "b"}}};
   for (const TextProperty& property : textProperties()) {
     for (const Value& value : notTexts) {
@@ -282,12 +282,12 @@ TEST(SharePointRecordTest, AValueOfTheWrongTypeIsNotSet) {
   }
 }
 
-TEST(SharePointRecordTest, AValueOfTheWrongTypeLeavesTheOthersAlone) {
+TEST(SharePointRecordForms, ValueOfWrongTypeKeepsOtherValues) {
   EXPECT_EQ(throughDictionary({{"path", "/srv/a"}, {"name", 7}, {"isSharedOverVSP", Array{}}}),
             (Dictionary{{"path", "/srv/a"}}));
 }
 
-TEST(SharePointRecordTest, TheFirstOfSeveralValuesOfAnAttributeCounts) {
+TEST(SharePointRecordForms, FirstOfSeveralAttributeValuesCounts) {
   const auto record =
       SharePointRecord::recordWithDSDictionary({{schema::kRecordName, Array{"first", "second"}},
                                                 {schema::kVspShared, Array{"1", "0"}},
@@ -296,13 +296,13 @@ TEST(SharePointRecordTest, TheFirstOfSeveralValuesOfAnAttributeCounts) {
             (Dictionary{{"name", "first"}, {"isSharedOverVSP", true}, {kFileSystemKey, 3}}));
 }
 
-TEST(SharePointRecordTest, AnAttributeWithoutValuesIsNotSet) {
+TEST(SharePointRecordForms, AnAttributeWithoutValuesIsNotSet) {
   const auto record = SharePointRecord::recordWithDSDictionary(
       {{schema::kRecordName, Array{}}, {schema::kVspShared, Array{}}});
   EXPECT_TRUE(record.dictionary().empty());
 }
 
-TEST(SharePointRecordTest, AttributesThatAreNoneOfItsOwnAreIgnored) {
+TEST(SharePointRecordForms, UnknownAttributesAreIgnored) {
   const auto record = SharePointRecord::recordWithDSDictionary(
       {{"dsAttrTypeStandard:RecordType", Array{"dsRecTypeStandard:SharePoints"}},
        {"dsAttrTypeNative:nfs_reshare_automount_recname", Array{"server:/x"}},
@@ -311,12 +311,12 @@ TEST(SharePointRecordTest, AttributesThatAreNoneOfItsOwnAreIgnored) {
   EXPECT_TRUE(record.dsDictionary().empty());
 }
 
-TEST(SharePointRecordTest, KeysThatAreNoneOfItsOwnAreIgnored) {
+TEST(SharePointRecordForms, UnknownKeysAreIgnored) {
   EXPECT_EQ(throughDictionary({{"path", "/srv/a"}, {"isShared", true}, {"Path", "/srv/b"}}),
             (Dictionary{{"path", "/srv/a"}}));
 }
 
-TEST(SharePointRecordTest, WhatTheDirectoryDoesNotKeepIsNotInTheDirectoryForm) {
+TEST(SharePointRecordForms, DirectoryFormOmitsPropertiesNotStoredThere) {
   const auto record = SharePointRecord::recordWithDictionary(
       {{"mountedOnPath", "/"},
        {"isIndexingEnabled", true},
@@ -325,7 +325,7 @@ TEST(SharePointRecordTest, WhatTheDirectoryDoesNotKeepIsNotInTheDirectoryForm) {
   EXPECT_TRUE(record.dsDictionary().empty());
 }
 
-TEST(SharePointRecordTest, ThePathIsTheIdentifier) {
+TEST(SharePointRecordForms, ThePathIsTheIdentifier) {
   SharePointRecord record = SharePointRecord::record();
   record.setPath("/srv/a");
   record.setDeleted(true);
@@ -333,7 +333,7 @@ TEST(SharePointRecordTest, ThePathIsTheIdentifier) {
   EXPECT_EQ(record.dictionary(), (Dictionary{{"path", "/srv/a"}, {"isDeleted", true}}));
 }
 
-TEST(SharePointRecordTest, SettersSetTheirProperty) {
+TEST(SharePointRecordForms, SettersSetTheirProperty) {
   SharePointRecord record = SharePointRecord::record();
   record.setPath("/srv/a");
   record.setName("a");
@@ -351,7 +351,7 @@ TEST(SharePointRecordTest, SettersSetTheirProperty) {
                                              {"mountedOnPath", "/srv"}}));
 }
 
-TEST(SharePointRecordTest, AnExportIsKeptInItsOwnDictionaryForm) {
+TEST(SharePointRecordForms, ExportIsKeptInOwnDictionaryForm) {
   const Dictionary form{
       {"path", "/srv/a"},
       {"nfsExportRecord",
@@ -364,21 +364,21 @@ TEST(SharePointRecordTest, AnExportIsKeptInItsOwnDictionaryForm) {
   EXPECT_EQ(SharePointRecord::recordWithDictionary(record.dictionary()).dictionary(), form);
 }
 
-TEST(SharePointRecordTest, AnExportWithoutAPathGetsTheSharePoints) {
+TEST(SharePointRecordForms, ExportWithoutPathGetsSharePointPath) {
   const Dictionary clients{{"clients", Array{Dictionary{{"host", "*"}, {"options", Array{"ro"}}}}}};
   const auto record =
       SharePointRecord::recordWithDictionary({{"path", "/srv/a"}, {"nfsExportRecord", clients}});
   EXPECT_EQ(exportPath(record.dictionary()), "/srv/a");
 }
 
-TEST(SharePointRecordTest, AnExportsOwnPathIsKept) {
+TEST(SharePointRecordForms, AnExportsOwnPathIsKept) {
   const auto record = SharePointRecord::recordWithDictionary(
       {{"path", "/srv/a"},
        {"nfsExportRecord", Dictionary{{"path", "/srv/b"}, {"clients", Array{}}}}});
   EXPECT_EQ(exportPath(record.dictionary()), "/srv/b");
 }
 
-TEST(SharePointRecordTest, ADeletedExportStaysDeletedInTheDictionaryForm) {
+TEST(SharePointRecordForms, DeletedExportStaysDeletedInDictionaryForm) {
   const Dictionary form{{"path", "/srv/a"},
                         {"nfsExportRecord", Dictionary{{"path", "/srv/a"}, {"isDeleted", true}}}};
   const Dictionary again = throughDictionary(form);
@@ -386,7 +386,7 @@ TEST(SharePointRecordTest, ADeletedExportStaysDeletedInTheDictionaryForm) {
   EXPECT_EQ(again.dictionary("nfsExportRecord")->boolean("isDeleted"), true);
 }
 
-TEST(SharePointRecordTest, MergingChangesOnlyWhatIsNamed) {
+TEST(SharePointRecordForms, MergingChangesOnlyWhatIsNamed) {
   const Dictionary before{{"path", "/srv/a"},        {"name", "a"},       {"nameOverSMB", "smb"},
                           {"isSharedOverVSP", true}, {kFileSystemKey, 1}, {"mountedOnPath", "/"}};
   for (const auto& entry : before) {
@@ -402,14 +402,14 @@ TEST(SharePointRecordTest, MergingChangesOnlyWhatIsNamed) {
   }
 }
 
-TEST(SharePointRecordTest, MergingAnEmptyDictionaryChangesNothing) {
+TEST(SharePointRecordForms, MergingAnEmptyDictionaryChangesNothing) {
   const Dictionary before{{"path", "/srv/a"}, {"isAutomounted", false}, {"nameOverFTP", ""}};
   SharePointRecord record = SharePointRecord::recordWithDictionary(before);
   record.addAttributesFromDictionary({});
   EXPECT_EQ(record.dictionary(), before);
 }
 
-TEST(SharePointRecordTest, MergingAValueOfTheWrongTypeKeepsTheStoredOne) {
+TEST(SharePointRecordForms, MergingValueOfWrongTypeKeepsStoredOne) {
   const Dictionary before{{"name", "a"}, {"isSharedOverVSP", true}, {kFileSystemKey, 4}};
   SharePointRecord record = SharePointRecord::recordWithDictionary(before);
   record.addAttributesFromDictionary(
@@ -417,7 +417,7 @@ TEST(SharePointRecordTest, MergingAValueOfTheWrongTypeKeepsTheStoredOne) {
   EXPECT_EQ(record.dictionary(), before);
 }
 
-TEST(SharePointRecordTest, MergingAnotherPropertyKeepsTheExport) {
+TEST(SharePointRecordForms, MergingAnotherPropertyKeepsTheExport) {
   SharePointRecord record = SharePointRecord::recordWithDictionary(
       {{"path", "/srv/a"},
        {"nfsExportRecord",
@@ -430,7 +430,7 @@ TEST(SharePointRecordTest, MergingAnotherPropertyKeepsTheExport) {
   EXPECT_EQ(record.dictionary(), expected);
 }
 
-TEST(SharePointRecordTest, AnExportThatIsMergedInWithoutAPathGetsTheSharePoints) {
+TEST(SharePointRecordForms, MergedExportWithoutPathGetsSharePointPath) {
   SharePointRecord record = SharePointRecord::recordWithDictionary({{"path", "/srv/a"}});
   record.addAttributesFromDictionary(
       {{"nfsExportRecord",
@@ -463,21 +463,21 @@ class FormGenerator {
   std::mt19937_64 random_;
 };
 
-TEST(SharePointRecordTest, TheDictionaryFormIsTheInverseOfItsConstructorForAnySubset) {
+TEST(SharePointRecordForms, DictionaryFormInvertsItsConstructorForAnySubset) {
   for (unsigned seed = 0; seed < 300; ++seed) {
     const Dictionary form = FormGenerator(seed).form(false);
     ASSERT_EQ(throughDictionary(form), form) << "seed " << seed;
   }
 }
 
-TEST(SharePointRecordTest, TheDirectoryFormIsTheInverseOfItsConstructorForAnySubset) {
+TEST(SharePointRecordForms, DirectoryFormInvertsItsConstructorForAnySubset) {
   for (unsigned seed = 0; seed < 300; ++seed) {
     const Dictionary form = FormGenerator(seed).form(true);
     ASSERT_EQ(throughDirectory(form), form) << "seed " << seed;
   }
 }
 
-TEST(SharePointRecordTest, MergingAnyFormGivesTheUnionWithTheNewerValueWinning) {
+TEST(SharePointRecordForms, MergingFormsReturnsUnionWithNewerValues) {
   for (unsigned seed = 0; seed < 300; ++seed) {
     const Dictionary before = FormGenerator(seed).form(false);
     const Dictionary change = FormGenerator(seed + 1000).form(false);
@@ -489,7 +489,7 @@ TEST(SharePointRecordTest, MergingAnyFormGivesTheUnionWithTheNewerValueWinning) 
   }
 }
 
-TEST(SharePointRecordTest, EachPropertyHasItsOwnKeyAndAttribute) {
+TEST(SharePointRecordForms, EachPropertyHasItsOwnKeyAndAttribute) {
   Dictionary form;
   for (const TextProperty& property : textProperties()) form.set(property.key, property.key);
   for (const FlagProperty& property : flagProperties()) form.set(property.key, true);

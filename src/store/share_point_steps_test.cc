@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/backup/backup_group.h"
-#include "store/schema.h"
+#include "store/backup/backup_folder.h"
+#include "store/directory_access.h"
 #include "support/share_point_update_fixture.h"
 
 namespace paddock {
@@ -22,49 +22,49 @@ using schema::kRecordName;
 using schema::kSmbName;
 using schema::kStaticMountPath;
 
-class SharePointExportTest : public SharePointUpdateTest {
+class SharePointExport : public SharePointUpdate {
  protected:
   void SetUp() override { addSharePoint("a", "/srv/a"); }
 };
 
-TEST_F(SharePointExportTest, ANewExportIsWrittenAtOnce) {
+TEST_F(SharePointExport, ANewExportIsWrittenAtOnce) {
   readExportsFile("/by/hand *(ro)\n");
   EXPECT_EQ(update({{"path", "/srv/a"}, {kExport, exportTo("*", {"rw", "sync"})}}), 0);
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw,sync)"}) + "/by/hand *(ro)\n");
 }
 
-TEST_F(SharePointExportTest, ASecondExportComesFirst) {
+TEST_F(SharePointExport, ASecondExportComesFirst) {
   readExportsFile(managedBlock({"/srv/b *(ro)"}));
   EXPECT_EQ(update({{"path", "/srv/a"}, {kExport, exportTo("*", {"rw"})}}), 0);
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointExportTest, AnExportOfThePathIsReplacedAndMovesToTheTop) {
+TEST_F(SharePointExport, ExistingExportIsReplacedAndMovesToTop) {
   readExportsFile(managedBlock({"/srv/b *(ro)", "/srv/a *(ro)"}));
   EXPECT_EQ(update({{"path", "/srv/a"}, {kExport, exportTo("h", {"rw"})}}), 0);
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a h(rw)", "/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointExportTest, AnUpdateThatDoesNotNameTheExportKeepsItAndMovesItToTheTop) {
+TEST_F(SharePointExport, UpdateWithoutExportMovesKeptExportToTop) {
   readExportsFile(managedBlock({"/srv/b *(ro)", "/srv/a *(ro)"}));
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(ro)", "/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointExportTest, WithoutAnExportTheFileIsLeftAlone) {
+TEST_F(SharePointExport, WithoutAnExportTheFileIsLeftAlone) {
   trace.forgetCalls();
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);
   EXPECT_EQ(trace.count("replace"), 0U);
 }
 
-TEST_F(SharePointExportTest, AnExportThatIsMarkedDeletedIsRemovedWithTheNextWriteOfTheFile) {
+TEST_F(SharePointExport, DeletedExportIsRemovedByNextFileWrite) {
   readExportsFile(managedBlock({"/srv/b *(ro)", "/srv/a *(ro)"}));
   EXPECT_EQ(update({{"path", "/srv/a"}, {kExport, Dictionary{{"isDeleted", true}}}}), 0);
   ASSERT_TRUE(shared_exports_parser().writeFile());
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointExportTest, AnExportThatCannotBeOneLineIsNotAddedAndTheRestIsWritten) {
+TEST_F(SharePointExport, UnrepresentableExportIsSkippedAndRestWritten) {
   readExportsFile(managedBlock({"/srv/b *(ro)"}));
   for (const char* host : {"a b", "h(rw)", "h\n/etc", "h\t"}) {
     EXPECT_EQ(
@@ -83,7 +83,7 @@ TEST_F(SharePointExportTest, AnExportThatCannotBeOneLineIsNotAddedAndTheRestIsWr
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointExportTest, AnExportThatCannotBeOneLineIsLoggedWithItsReason) {
+TEST_F(SharePointExport, UnrepresentableExportLogsReason) {
   const auto lineOf = [this](const Dictionary& exportSettings) {
     logger.clear();
     EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {kExport, exportSettings}}),
@@ -105,20 +105,20 @@ TEST_F(SharePointExportTest, AnExportThatCannotBeOneLineIsLoggedWithItsReason) {
             beginning + ", of relative, was not written: the path is not absolute");
 }
 
-TEST_F(SharePointExportTest, AnExportOfANewSharePointThatCannotBeOneLineLeavesTheSharePoint) {
+TEST_F(SharePointExport, UnrepresentableExportKeepsNewSharePoint) {
   EXPECT_EQ(update({{"path", "/srv/n"}, {"name", "n"}, {kExport, exportTo("a b", {"rw"})}}),
             CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(valuesOfSharePoint("n", kDirectoryPath), (Array{"/srv/n"}));
 }
 
-TEST_F(SharePointExportTest, HostilePathsAreEscapedAndReadBack) {
+TEST_F(SharePointExport, HostilePathsAreEscapedAndReadBack) {
   const std::string path = "/srv/a b\n#\\101 \"q\" caf\xC3\xA9";
   EXPECT_EQ(update({{"path", path}, {"name", "h"}, {kExport, exportTo("*", {"rw"})}}), 0);
   ASSERT_TRUE(shared_exports_parser().readFile());
   EXPECT_NE(shared_exports_parser().exportWithPath(path), nullptr);
 }
 
-TEST_F(SharePointExportTest, AFileThatCannotBeWrittenIsNoErrorOfTheSharePoint) {
+TEST_F(SharePointExport, UnwritableFileIsNoSharePointError) {
   readExportsFile(managedBlock({"/srv/b *(ro)"}));
   for (const int error : {ENOSPC, EROFS, EACCES}) {
     trace.fail("replace", error, 1);
@@ -127,10 +127,10 @@ TEST_F(SharePointExportTest, AFileThatCannotBeWrittenIsNoErrorOfTheSharePoint) {
   }
 }
 
-class AutomountAttributesTest : public SharePointUpdateTest {
+class AutomountAttributes : public SharePointUpdate {
  protected:
   // A node that refuses everybody.
-  AutomountAttributesTest() { directory.addNode("/LDAP/x", "ReadWrite"); }
+  AutomountAttributes() { directory.addNode("/LDAP/x", "ReadWrite"); }
   Dictionary automounted() const {
     return {{kIsAutomounted, "1"},
             {kStaticMountPath, "/Network/a"},
@@ -145,7 +145,7 @@ class AutomountAttributesTest : public SharePointUpdateTest {
   }
 };
 
-TEST_F(AutomountAttributesTest, ASharePointThatIsNotAutomountedLosesAllFiveInTheirOrder) {
+TEST_F(AutomountAttributes, UnautomountedSharePointLosesAllFiveInOrder) {
   Dictionary attributes = automounted();
   attributes.set(kIsAutomounted, "0");
   addSharePoint("a", "/srv/a", attributes);
@@ -156,7 +156,7 @@ TEST_F(AutomountAttributesTest, ASharePointThatIsNotAutomountedLosesAllFiveInThe
             (Dictionary{{kRecordName, Array{"a"}}, {kDirectoryPath, Array{"/srv/a"}}}));
 }
 
-TEST_F(AutomountAttributesTest, TheyAreRemovedOnEveryWriteEvenWhenItNeverHadThem) {
+TEST_F(AutomountAttributes, AreRemovedOnEveryWriteEvenWhenAbsent) {
   addSharePoint("a", "/srv/a");
   for (int times = 0; times < 2; ++times) {
     trace.forgetCalls();
@@ -168,7 +168,7 @@ TEST_F(AutomountAttributesTest, TheyAreRemovedOnEveryWriteEvenWhenItNeverHadThem
   EXPECT_EQ(removed(), automountAttributes());
 }
 
-TEST_F(AutomountAttributesTest, SettingsThatAreNamedWithoutAutomountingAreRemovedToo) {
+TEST_F(AutomountAttributes, RequestedSettingsWithoutAutomountingAreRemoved) {
   EXPECT_EQ(update({{"path", "/srv/a"},
                     {"name", "a"},
                     {"automountMountPath", "/Network/a"},
@@ -179,7 +179,7 @@ TEST_F(AutomountAttributesTest, SettingsThatAreNamedWithoutAutomountingAreRemove
             (Dictionary{{kRecordName, Array{"a"}}, {kDirectoryPath, Array{"/srv/a"}}}));
 }
 
-TEST_F(AutomountAttributesTest, AnAutomountedSharePointKeepsThem) {
+TEST_F(AutomountAttributes, AnAutomountedSharePointKeepsThem) {
   EXPECT_EQ(update({{"path", "/srv/a"},
                     {"name", "a"},
                     {"isAutomounted", true},
@@ -196,27 +196,27 @@ TEST_F(AutomountAttributesTest, AnAutomountedSharePointKeepsThem) {
                                          {kAutomountFileSystem, Array{"1"}}}));
 }
 
-TEST_F(AutomountAttributesTest, AWriteThatDoesNotNameAutomountingKeepsIt) {
+TEST_F(AutomountAttributes, WriteWithoutAutomountFlagKeepsThem) {
   addSharePoint("a", "/srv/a", automounted());
   const auto before = sharePoint("a");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"automountFileSystemType", "1"}}), 0);
   EXPECT_EQ(sharePoint("a"), before);
 }
 
-TEST_F(AutomountAttributesTest, EndingAutomountingRemovesThem) {
+TEST_F(AutomountAttributes, EndingAutomountingRemovesThem) {
   addSharePoint("a", "/srv/a", automounted());
   EXPECT_EQ(update({{"path", "/srv/a"}, {"isAutomounted", false}}), 0);
   EXPECT_EQ(sharePoint("a"),
             (Dictionary{{kRecordName, Array{"a"}}, {kDirectoryPath, Array{"/srv/a"}}}));
 }
 
-TEST_F(AutomountAttributesTest, ARemovalThatRaisesTravelsOn) {
+TEST_F(AutomountAttributes, ARemovalThatRaisesTravelsOn) {
   addSharePoint("a", "/srv/a");
   trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1, 2);
   EXPECT_THROW(update({{"path", "/srv/a"}}), DirectoryError);
 }
 
-class BackupSharePointTest : public SharePointUpdateTest {
+class BackupSharePoint : public SharePointUpdate {
  protected:
   static constexpr const char* kMarker = "/srv/a/.com.veltro.backstow.supported";
 
@@ -226,13 +226,13 @@ class BackupSharePointTest : public SharePointUpdateTest {
   }
 };
 
-TEST_F(BackupSharePointTest, GetsARandomUuidInCanonicalUpperCaseText) {
+TEST_F(BackupSharePoint, GetsRandomUuidInCanonicalUpperCase) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
   EXPECT_EQ(uuid("a"), "00000000-0000-4000-8000-000000000001");
   EXPECT_EQ(uuids.count(), 1U);
 }
 
-TEST_F(BackupSharePointTest, GetsAnotherUuidAtEveryWrite) {
+TEST_F(BackupSharePoint, GetsAnotherUuidAtEveryWrite) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
   const std::string first = uuid("a");
   EXPECT_EQ(update({{"path", "/srv/a"}}), 0);
@@ -240,7 +240,7 @@ TEST_F(BackupSharePointTest, GetsAnotherUuidAtEveryWrite) {
   EXPECT_EQ(uuid("a"), "00000000-0000-4000-8000-000000000002");
 }
 
-TEST_F(BackupSharePointTest, ItsUuidReplacesTheOneThatTheRequestNames) {
+TEST_F(BackupSharePoint, GeneratedUuidReplacesRequestedOne) {
   EXPECT_EQ(update({{"path", "/srv/a"},
                     {"name", "a"},
                     {"isBackstowBackup", true},
@@ -249,14 +249,14 @@ TEST_F(BackupSharePointTest, ItsUuidReplacesTheOneThatTheRequestNames) {
   EXPECT_EQ(uuid("a"), "00000000-0000-4000-8000-000000000001");
 }
 
-TEST_F(BackupSharePointTest, WhatIsNoBackupGetsNoUuid) {
+TEST_F(BackupSharePoint, WhatIsNoBackupGetsNoUuid) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"isBackstowBackup", false}}), 0);
   EXPECT_EQ(uuid("a"), "(0 values)");
   EXPECT_EQ(uuids.count(), 0U);
 }
 
-TEST_F(BackupSharePointTest, LetsTheBackupGroupIntoItsFolderAtEveryWrite) {
+TEST_F(BackupSharePoint, GrantsBackupGroupAccessAtEveryWrite) {
   tree.setFolder("/srv/a");
   accounts.addGroup(kBackupGroup, 250);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
@@ -267,7 +267,7 @@ TEST_F(BackupSharePointTest, LetsTheBackupGroupIntoItsFolderAtEveryWrite) {
   EXPECT_EQ(tree.acl("/srv/a")->entries.size(), 1U);
 }
 
-TEST_F(BackupSharePointTest, TheGroupIsLetInBeforeTheUuidIsMade) {
+TEST_F(BackupSharePoint, GroupGetsAccessBeforeUuidIsGenerated) {
   tree.setFolder("/srv/a");
   accounts.addGroup(kBackupGroup, 250);
   addSharePoint("a", "/srv/a", {{kBackstowBackup, "1"}});
@@ -278,7 +278,7 @@ TEST_F(BackupSharePointTest, TheGroupIsLetInBeforeTheUuidIsMade) {
                                       "copyStorePaths "}));
 }
 
-TEST_F(BackupSharePointTest, AGroupThatCannotBeLetInChangesNoStatusAndTheUuidIsGiven) {
+TEST_F(BackupSharePoint, FailedGroupAccessKeepsStatusAndAssignsUuid) {
   tree.setFolder("/srv/a");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0)
       << "the host does not know the group";
@@ -289,13 +289,13 @@ TEST_F(BackupSharePointTest, AGroupThatCannotBeLetInChangesNoStatusAndTheUuidIsG
   EXPECT_EQ(trace.count("acl_set_file"), 0U);
 }
 
-TEST_F(BackupSharePointTest, KeepsTheMarkerThatItsClientsMade) {
+TEST_F(BackupSharePoint, KeepsTheMarkerThatItsClientsMade) {
   files.setFile(kMarker, "");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
   EXPECT_NE(files.find(kMarker), nullptr);
 }
 
-TEST_F(BackupSharePointTest, WhatIsNoBackupLosesTheMarkerAndNoGroupIsLetIn) {
+TEST_F(BackupSharePoint, OrdinarySharePointLosesMarkerWithoutGroupAccess) {
   tree.setFolder("/srv/a");
   files.setFile(kMarker, "");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
@@ -304,7 +304,7 @@ TEST_F(BackupSharePointTest, WhatIsNoBackupLosesTheMarkerAndNoGroupIsLetIn) {
   EXPECT_TRUE(recordNames(schema::kGroups).empty());
 }
 
-TEST_F(BackupSharePointTest, WhatIsTakenBackLosesTheMarkerAndKeepsTheEntry) {
+TEST_F(BackupSharePoint, RevokedBackupLosesMarkerAndKeepsEntry) {
   tree.setFolder("/srv/a");
   accounts.addGroup(kBackupGroup, 250);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}), 0);
@@ -314,14 +314,14 @@ TEST_F(BackupSharePointTest, WhatIsTakenBackLosesTheMarkerAndKeepsTheEntry) {
   EXPECT_EQ(tree.acl("/srv/a")->entries.size(), 1U);
 }
 
-TEST_F(BackupSharePointTest, AMarkerThatCannotBeRemovedChangesNoStatus) {
+TEST_F(BackupSharePoint, UnremovableMarkerKeepsStatus) {
   files.setFile(std::string(kMarker) + "/inside", "");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(logger.lines().size(), 1U);
   EXPECT_EQ(trace.count("copyStorePaths"), 1U) << "indexing is still switched";
 }
 
-TEST_F(BackupSharePointTest, ANameInTheAclThatCannotBeLookedUpTravelsOn) {
+TEST_F(BackupSharePoint, FailedLookupOfAclNameReachesCaller) {
   tree.setFolder("/srv/a");
   acl::Entry entry;
   entry.tag = acl::kExtendedAllow;
@@ -333,19 +333,19 @@ TEST_F(BackupSharePointTest, ANameInTheAclThatCannotBeLookedUpTravelsOn) {
   EXPECT_EQ(uuid("a"), "(0 values)");
 }
 
-TEST_F(BackupSharePointTest, WithoutAPathNothingIsLetInAndNothingRemoved) {
+TEST_F(BackupSharePoint, MissingPathGrantsAndRemovesNothing) {
   EXPECT_EQ(update({{"name", "a"}, {"isBackstowBackup", true}}), 0);
   EXPECT_EQ(update({{"name", "b"}}), 0);
   EXPECT_EQ(trace.count("removeFile"), 0U);
 }
 
-TEST_F(BackupSharePointTest, AUuidThatCannotBeStoredTravelsOn) {
+TEST_F(BackupSharePoint, AUuidThatCannotBeStoredTravelsOn) {
   trace.raise("setAttribute", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}),
                DirectoryError);
 }
 
-TEST_F(SharePointUpdateTest, StepsOfANewSharePointComeInTheirOrder) {
+TEST_F(SharePointUpdate, StepsOfNewSharePointFollowOrder) {
   volumes.mount({"/nfs_reshares/a", "server:/export", "nfs4"});
   trace.forgetCalls();
   EXPECT_EQ(update({{"path", "/nfs_reshares/a"},
@@ -364,7 +364,7 @@ TEST_F(SharePointUpdateTest, StepsOfANewSharePointComeInTheirOrder) {
           "setAttribute com.veltro.access_backup", "newUuid ", "setAttribute a"}));
 }
 
-TEST_F(SharePointUpdateTest, NoSessionIsLeftOpen) {
+TEST_F(SharePointUpdate, NoSessionIsLeftOpen) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "b"}}), 0);
   EXPECT_EQ(directory.openSessions(), 0);

@@ -1,28 +1,59 @@
 #include "store/share_point_update.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "base/guid.h"
 #include "base/status.h"
+#include "base/text.h"
 #include "platform/directory.h"
 #include "platform/logger.h"
+#include "platform/machine_information.h"
 #include "platform/services.h"
 #include "platform/shared_file_list.h"
-#include "platform/uuid_source.h"
 #include "platform/volume_info.h"
-#include "store/backup/backup_marker.h"
-#include "store/backup/backup_permissions.h"
+#include "store/backup/backup_folder.h"
 #include "store/directory_access.h"
-#include "store/exception_text.h"
-#include "store/nfs_reshare.h"
-#include "store/schema.h"
 #include "store/share_point_automount.h"
-#include "store/share_point_export.h"
+#include "store/share_point_nfs.h"
 #include "store/share_point_reading.h"
-#include "store/unique_name.h"
 #include "volumes/md_config_wrappers.h"
 
 namespace paddock {
+
+namespace {
+
+constexpr int kLastSuffix = 999;
+
+bool isFree(const std::string& candidate, const std::string& attribute, DirectoryNode& node) {
+  DirectoryRecordPtr record;
+  const Status status = get_ds_record(attribute, candidate, schema::kSharePoints, record, node);
+  return status == kSuccess && record == nullptr;
+}
+
+std::string withSuffix(const std::string& baseName, int number, std::size_t maxLength) {
+  const std::string suffix = "-" + std::to_string(number);
+  const std::size_t room = maxLength > suffix.size() ? maxLength - suffix.size() : 0;
+  return std::string(utf8Prefix(baseName, std::min(utf8Length(baseName), room))) + suffix;
+}
+
+}  // namespace
+
+std::string unique_share_point_name(const std::string& baseName, const std::string& attribute,
+                                    std::size_t maxLength) {
+  try {
+    const std::shared_ptr<DirectoryNode> node = get_local_node();
+    std::string candidate = baseName;
+    for (int number = 1; !isFree(candidate, attribute, *node); ++number) {
+      candidate = withSuffix(baseName, number, maxLength);
+      // Deliberate: the last candidate is returned untested.
+      if (number == kLastSuffix) return candidate;
+    }
+    return candidate;
+  } catch (...) {
+    return baseName;
+  }
+}
 
 namespace {
 

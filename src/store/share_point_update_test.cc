@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/share_point_update_fixture.h"
 
 namespace paddock {
@@ -20,9 +20,18 @@ using schema::kSmbName;
 using schema::kVspName;
 using schema::kVspShared;
 
-class NewSharePointTest : public SharePointUpdateTest {};
+class NewSharePoint : public SharePointUpdate {
+ protected:
+  static Dictionary withEveryName() {
+    return {{"path", "/srv/a"},
+            {"name", "n"},
+            {"nameOverVSP", "v"},
+            {"nameOverSMB", "s"},
+            {"nameOverFTP", "f"}};
+  }
+};
 
-TEST_F(NewSharePointTest, GetsARecordWithTheSettingsThatTheDirectoryKeeps) {
+TEST_F(NewSharePoint, GetsRecordWithSettingsStoredInDirectory) {
   EXPECT_EQ(update({{"path", "/srv/a"},
                     {"name", "a"},
                     {"nameOverVSP", "vsp"},
@@ -43,7 +52,7 @@ TEST_F(NewSharePointTest, GetsARecordWithTheSettingsThatTheDirectoryKeeps) {
                                          {kBackstowBackup, Array{"0"}}}));
 }
 
-TEST_F(NewSharePointTest, KeepsWhatWasGivenByteForByte) {
+TEST_F(NewSharePoint, KeepsWhatWasGivenByteForByte) {
   const std::string large = "/srv/" + std::string(3000, 'x');
   const std::string wide = "/srv/caf\xC3\xA9 \xF0\x9F\x98\x80\n#*";
   EXPECT_EQ(update({{"path", large}, {"name", "large"}, {"nameOverSMB", std::string(10240, 's')}}),
@@ -55,14 +64,9 @@ TEST_F(NewSharePointTest, KeepsWhatWasGivenByteForByte) {
   EXPECT_EQ(valuesOfSharePoint("wide", kSmbName), (Array{""}));
 }
 
-TEST_F(NewSharePointTest, NamesAreMadeUniqueInTheirOrder) {
+TEST_F(NewSharePoint, NamesAreMadeUniqueInTheirOrder) {
   trace.forgetCalls();
-  EXPECT_EQ(update({{"path", "/srv/a"},
-                    {"name", "n"},
-                    {"nameOverVSP", "v"},
-                    {"nameOverSMB", "s"},
-                    {"nameOverFTP", "f"}}),
-            0);
+  EXPECT_EQ(update(withEveryName()), 0);
   std::vector<ServiceCall> lookups = trace.callsOf("findRecordsOfTypes");
   ASSERT_GE(lookups.size(), 6U);
   lookups.resize(6);
@@ -74,15 +78,10 @@ TEST_F(NewSharePointTest, NamesAreMadeUniqueInTheirOrder) {
                                                {"findRecordsOfTypes", "/srv/a", kDirectoryPath}}));
 }
 
-TEST_F(NewSharePointTest, TakenNamesGetSuffixesAndAreStoredBackIntoTheElement) {
+TEST_F(NewSharePoint, TakenNamesGetSuffixesAndUpdateElement) {
   addSharePoint("n", "/srv/other", {{kVspName, "v"}, {kSmbName, "s"}, {kFtpName, "f"}});
   addSharePoint("n-1", "/srv/third", {{kFtpName, "f-1"}});
-  EXPECT_EQ(update({{"path", "/srv/a"},
-                    {"name", "n"},
-                    {"nameOverVSP", "v"},
-                    {"nameOverSMB", "s"},
-                    {"nameOverFTP", "f"}}),
-            0);
+  EXPECT_EQ(update(withEveryName()), 0);
   EXPECT_EQ(written_.name(), "n-2");
   EXPECT_EQ(written_.nameOverVSP(), "v-1");
   EXPECT_EQ(written_.nameOverSMB(), "s-1");
@@ -94,7 +93,7 @@ TEST_F(NewSharePointTest, TakenNamesGetSuffixesAndAreStoredBackIntoTheElement) {
                                            {kFtpName, Array{"f-2"}}}));
 }
 
-TEST_F(NewSharePointTest, OnlyTheVspNameIsCutForItsSuffix) {
+TEST_F(NewSharePoint, OnlyVspNameIsCutForSuffix) {
   const std::string name(40, 'n');
   addSharePoint(name, "/srv/other", {{kVspName, name}, {kSmbName, name}, {kFtpName, name}});
   EXPECT_EQ(update({{"path", "/srv/a"},
@@ -109,13 +108,13 @@ TEST_F(NewSharePointTest, OnlyTheVspNameIsCutForItsSuffix) {
   EXPECT_EQ(written_.nameOverFTP(), name + "-1");
 }
 
-TEST_F(NewSharePointTest, AFreeVspNameAboveTheLimitIsKeptAtFullLength) {
+TEST_F(NewSharePoint, OverlongFreeVspNameKeepsFullLength) {
   const std::string name(60, 'n');
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"nameOverVSP", name}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kVspName), (Array{name}));
 }
 
-TEST_F(NewSharePointTest, NamesThatAreAbsentOrEmptyAreNotLookedUp) {
+TEST_F(NewSharePoint, AbsentOrEmptyNamesSkipLookup) {
   addSharePoint("other", "/srv/other", {{kSmbName, ""}, {kFtpName, ""}});
   trace.forgetCalls();
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"nameOverSMB", ""}, {"nameOverFTP", ""}}),
@@ -131,20 +130,20 @@ TEST_F(NewSharePointTest, NamesThatAreAbsentOrEmptyAreNotLookedUp) {
                                          {kFtpName, Array{""}}}));
 }
 
-TEST_F(NewSharePointTest, AnAbsentOrEmptyRecordNameCannotBeCreated) {
+TEST_F(NewSharePoint, AbsentOrEmptyRecordNameFailsCreation) {
   EXPECT_EQ(update({{"path", "/srv/a"}}), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", ""}}), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_TRUE(sharePointNames().empty());
 }
 
-TEST_F(NewSharePointTest, WithoutAPathTheNameAloneIsStored) {
+TEST_F(NewSharePoint, WithoutAPathTheNameAloneIsStored) {
   trace.forgetCalls();
   EXPECT_EQ(update({{"name", "a"}, {"path", 7}}), 0);
   EXPECT_EQ(sharePoint("a"), (Dictionary{{kRecordName, Array{"a"}}}));
   EXPECT_EQ(trace.callsOf("statfs"), std::vector<ServiceCall>{});
 }
 
-TEST_F(NewSharePointTest, IsInsertedLastIntoTheSharedFileList) {
+TEST_F(NewSharePoint, IsInsertedLastIntoTheSharedFileList) {
   sharedFiles.insert("file:///srv/first");
   EXPECT_EQ(update({{"path", "/srv/a b"}, {"name", "a"}}), 0);
   EXPECT_EQ(sharedFiles.urls(),
@@ -152,28 +151,28 @@ TEST_F(NewSharePointTest, IsInsertedLastIntoTheSharedFileList) {
   EXPECT_TRUE(logger.lines().empty());
 }
 
-TEST_F(NewSharePointTest, AFailedInsertionIsOnlyLogged) {
+TEST_F(NewSharePoint, AFailedInsertionIsOnlyLogged) {
   sharedFiles.failInsertions(true);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(logger.lines(), (std::vector<RecordingLogger::Line>{{kLogWarning, warning("/srv/a")}}));
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"a"}));
 }
 
-TEST_F(NewSharePointTest, AListThatCannotBeCreatedIsOnlyLogged) {
+TEST_F(NewSharePoint, FailedListCreationIsOnlyLogged) {
   sharedFiles.failCreation(true);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(logger.lines(), (std::vector<RecordingLogger::Line>{{kLogWarning, warning("/srv/a")}}));
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"a"}));
 }
 
-TEST_F(NewSharePointTest, APathWithoutAUrlIsOnlyLoggedForTheList) {
+TEST_F(NewSharePoint, PathWithoutUrlIsOnlyLoggedForList) {
   EXPECT_EQ(update({{"path", "srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(logger.lines(), (std::vector<RecordingLogger::Line>{{kLogWarning, warning("srv/a")}}));
   EXPECT_TRUE(sharedFiles.urls().empty());
   EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{"srv/a"}));
 }
 
-TEST_F(NewSharePointTest, ARecordThatAppearsMeanwhileIsUsed) {
+TEST_F(NewSharePoint, ARecordThatAppearsMeanwhileIsUsed) {
   trace.when(
       "insertLast",
       [this](const ServiceCall&) {
@@ -187,7 +186,7 @@ TEST_F(NewSharePointTest, ARecordThatAppearsMeanwhileIsUsed) {
   EXPECT_EQ(trace.count("newRecord"), 0U);
 }
 
-TEST_F(NewSharePointTest, AnExceptionWhileNamingListingOrCreatingIsItsStatus) {
+TEST_F(NewSharePoint, NamingListingOrCreatingExceptionReturnsItsStatus) {
   for (const char* operation : {"createSharePointList", "insertLast", "newRecord"}) {
     trace.raise(operation, DirectoryError(EIO, "damaged"), 1);
     EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), CANNOT_SAVE_SHARE_POINT_ERR)
@@ -207,7 +206,7 @@ TEST_F(NewSharePointTest, AnExceptionWhileNamingListingOrCreatingIsItsStatus) {
   EXPECT_TRUE(sharePointNames().empty());
 }
 
-TEST_F(NewSharePointTest, AfterAFailedCreationNothingElseOfItIsWritten) {
+TEST_F(NewSharePoint, FailedCreationWritesNothingElse) {
   trace.raise("newRecord", DirectoryError(EACCES, "read-only"));
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {kExport, exportTo("*", {"rw"})}}),
             CANNOT_SAVE_SHARE_POINT_ERR);
@@ -215,7 +214,7 @@ TEST_F(NewSharePointTest, AfterAFailedCreationNothingElseOfItIsWritten) {
   EXPECT_EQ(trace.count("replace"), 0U);
 }
 
-TEST_F(NewSharePointTest, ALookupThatKeepsFailingIsItsStatusAndItsRecordStays) {
+TEST_F(NewSharePoint, PersistentLookupFailureReturnsStatusAndKeepsRecord) {
   trace.when(
       [](const ServiceCall& call) {
         return call.operation == "findRecordsOfTypes" && call.detail == kDirectoryPath;
@@ -232,13 +231,13 @@ TEST_F(NewSharePointTest, ALookupThatKeepsFailingIsItsStatusAndItsRecordStays) {
                  "cannot be looked up: slow"}}));
 }
 
-TEST_F(NewSharePointTest, AFirstLookupThatFailsOnceIsForgotten) {
+TEST_F(NewSharePoint, AFirstLookupThatFailsOnceIsForgotten) {
   trace.raise("findRecordsOfTypes", DirectoryError(ETIMEDOUT, "slow"), 1);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{"/srv/a"}));
 }
 
-TEST_F(NewSharePointTest, AFolderThatCannotBeAskedIsItsStatusAndItsRecordStays) {
+TEST_F(NewSharePoint, FailedFolderQueryReturnsStatusAndKeepsRecord) {
   for (const int error : {EACCES, EIO, ENOTDIR, EINVAL}) {
     const std::string name = "a" + std::to_string(error);
     volumes.setError("/srv/" + name, error);
@@ -249,7 +248,7 @@ TEST_F(NewSharePointTest, AFolderThatCannotBeAskedIsItsStatusAndItsRecordStays) 
   }
 }
 
-TEST_F(NewSharePointTest, PathsThatNoVolumeCanHoldAreRefusedAndTheRecordStays) {
+TEST_F(NewSharePoint, ImpossiblePathsAreRefusedAndRecordIsKept) {
   for (const std::string& path : {std::string("/srv/a\0b", 8), "/" + std::string(5000, 'x')}) {
     const std::string name = "a" + std::to_string(path.size());
     EXPECT_EQ(update({{"path", path}, {"name", name}}), CANNOT_SAVE_SHARE_POINT_ERR) << path;
@@ -257,7 +256,7 @@ TEST_F(NewSharePointTest, PathsThatNoVolumeCanHoldAreRefusedAndTheRecordStays) {
   }
 }
 
-TEST_F(NewSharePointTest, TwoDotsInItsPathAreWhatTheKernelSaysOfThem) {
+TEST_F(NewSharePoint, DotDotInPathIsResolvedByKernel) {
   volumes.mount({"/srv", "/dev/vdb1", "xfs"});
   volumes.setError("/srv/missing/..", ENOENT);
   volumes.setError("/srv/file/..", ENOTDIR);
@@ -269,7 +268,7 @@ TEST_F(NewSharePointTest, TwoDotsInItsPathAreWhatTheKernelSaysOfThem) {
   EXPECT_EQ(update({{"path", "/srv/file/.."}, {"name", "f"}}), CANNOT_SAVE_SHARE_POINT_ERR);
 }
 
-TEST_F(NewSharePointTest, AnEmptyPathIsAskedForAndIsMissing) {
+TEST_F(NewSharePoint, EmptyPathIsQueriedAndMissing) {
   trace.forgetCalls();
   EXPECT_EQ(update({{"path", ""}, {"name", "a"}}), 0);
   EXPECT_EQ(trace.callsOf("statfs").size(), 1U);
@@ -277,7 +276,7 @@ TEST_F(NewSharePointTest, AnEmptyPathIsAskedForAndIsMissing) {
   EXPECT_EQ(sharePoint("a"), (Dictionary{{kRecordName, Array{"a"}}, {kDirectoryPath, Array{""}}}));
 }
 
-TEST_F(NewSharePointTest, TextsThatAreNotUtf8AreRefusedAndARecordThatHasAGoodNameStays) {
+TEST_F(NewSharePoint, InvalidUtf8IsRefusedAndValidRecordStays) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a\xFF"}}), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_TRUE(sharePointNames().empty());
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"nameOverSMB", "s\xC3"}}),
@@ -287,20 +286,20 @@ TEST_F(NewSharePointTest, TextsThatAreNotUtf8AreRefusedAndARecordThatHasAGoodNam
   EXPECT_EQ(sharePoint("b"), (Dictionary{{kRecordName, Array{"b"}}}));
 }
 
-TEST_F(NewSharePointTest, AFolderThatDoesNotExistYetIsWrittenWithoutAMountPoint) {
+TEST_F(NewSharePoint, MissingFolderIsWrittenWithoutMountPoint) {
   volumes.setError("/srv/a", ENOENT);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{"/srv/a"}));
   EXPECT_FALSE(written_.mountedOnPath());
 }
 
-TEST_F(NewSharePointTest, TheElementGetsTheMountPointOfItsVolume) {
+TEST_F(NewSharePoint, ElementGetsMountPointOfItsVolume) {
   volumes.mount({"/srv", "/dev/vdb1", "xfs"});
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"mountedOnPath", "/elsewhere"}}), 0);
   EXPECT_EQ(written_.mountedOnPath(), "/srv");
 }
 
-TEST_F(NewSharePointTest, SettingsThatCannotBeStoredAreItsStatusAndTheRestGoesOn) {
+TEST_F(NewSharePoint, UnstorableSettingsReturnStatusAndLaterStepsContinue) {
   files.setFile("/srv/a/.com.veltro.backstow.supported", "");
   trace.raise("setAttributesAndValues", DirectoryError(ENOSPC, "full"), 1);
   trace.forgetCalls();
@@ -316,7 +315,7 @@ TEST_F(NewSharePointTest, SettingsThatCannotBeStoredAreItsStatusAndTheRestGoesOn
   EXPECT_EQ(sharePoint("b"), (Dictionary{{kRecordName, Array{"b"}}}));
 }
 
-TEST_F(NewSharePointTest, ABackupWhoseSettingsCannotBeStoredStillGetsItsUuid) {
+TEST_F(NewSharePoint, BackupWithUnstorableSettingsStillGetsUuid) {
   trace.raise("setAttributesAndValues", DirectoryError(ENOSPC, "full"), 1);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}, {"isBackstowBackup", true}}),
             CANNOT_SAVE_SHARE_POINT_ERR);
@@ -325,21 +324,21 @@ TEST_F(NewSharePointTest, ABackupWhoseSettingsCannotBeStoredStillGetsItsUuid) {
                         {kBackstowBackupUuid, Array{"00000000-0000-4000-8000-000000000001"}}}));
 }
 
-TEST_F(NewSharePointTest, ItsRecordStaysAlsoWhenAnExceptionTravelsOn) {
+TEST_F(NewSharePoint, RecordStaysWhenExceptionReachesCaller) {
   trace.raise("statfs", std::runtime_error("broken"), 1);
   EXPECT_THROW(update({{"path", "/srv/a"}, {"name", "a"}}), std::runtime_error);
   EXPECT_EQ(sharePoint("a"), (Dictionary{{kRecordName, Array{"a"}}}));
   EXPECT_EQ(directory.openSessions(), 0);
 }
 
-TEST_F(NewSharePointTest, TheSecondOfOneNameInOneRequestGetsTheNextName) {
+TEST_F(NewSharePoint, RepeatedNameInRequestGetsNextName) {
   EXPECT_EQ(update({{"path", "/srv/a/x"}, {"name", "x"}, {"nameOverSMB", "x"}}), 0);
   EXPECT_EQ(update({{"path", "/srv/b/x"}, {"name", "x"}, {"nameOverSMB", "x"}}), 0);
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"x", "x-1"}));
   EXPECT_EQ(valuesOfSharePoint("x-1", kSmbName), (Array{"x-1"}));
 }
 
-class ChangedSharePointTest : public SharePointUpdateTest {
+class ChangedSharePoint : public SharePointUpdate {
  protected:
   void SetUp() override {
     addSharePoint(
@@ -348,7 +347,7 @@ class ChangedSharePointTest : public SharePointUpdateTest {
   }
 };
 
-TEST_F(ChangedSharePointTest, OnlyWhatIsNamedIsChanged) {
+TEST_F(ChangedSharePoint, OnlyWhatIsNamedIsChanged) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);
   EXPECT_EQ(sharePoint("a"), (Dictionary{{kRecordName, Array{"a"}},
                                          {kDirectoryPath, Array{"/srv/a"}},
@@ -358,18 +357,18 @@ TEST_F(ChangedSharePointTest, OnlyWhatIsNamedIsChanged) {
                                          {"dsAttrTypeNative:x", Array{"y"}}}));
 }
 
-TEST_F(ChangedSharePointTest, AnEmptyNameOverSmbTakesItBack) {
+TEST_F(ChangedSharePoint, AnEmptyNameOverSmbTakesItBack) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", ""}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{""}));
 }
 
-TEST_F(ChangedSharePointTest, ThePathAloneChangesNothing) {
+TEST_F(ChangedSharePoint, ThePathAloneChangesNothing) {
   const auto before = sharePoint("a");
   EXPECT_EQ(update({{"path", "/srv/a"}}), 0);
   EXPECT_EQ(sharePoint("a"), before);
 }
 
-TEST_F(ChangedSharePointTest, IsNotCreatedAgainNorInsertedIntoTheSharedFileList) {
+TEST_F(ChangedSharePoint, IsNeitherRecreatedNorAddedToSharedFiles) {
   trace.forgetCalls();
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "a"}}), 0);
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"a"}));
@@ -378,20 +377,20 @@ TEST_F(ChangedSharePointTest, IsNotCreatedAgainNorInsertedIntoTheSharedFileList)
   EXPECT_TRUE(sharedFiles.urls().empty());
 }
 
-TEST_F(ChangedSharePointTest, NamesOverProtocolsAreNotMadeUnique) {
+TEST_F(ChangedSharePoint, NamesOverProtocolsAreNotMadeUnique) {
   addSharePoint("b", "/srv/b", {{kSmbName, "taken"}, {kVspName, "taken"}});
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "taken"}, {"nameOverVSP", "taken"}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{"taken"}));
   EXPECT_EQ(valuesOfSharePoint("a", kVspName), (Array{"taken"}));
 }
 
-TEST_F(ChangedSharePointTest, AnotherNameRenamesTheRecord) {
+TEST_F(ChangedSharePoint, AnotherNameRenamesTheRecord) {
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "renamed"}}), 0);
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"renamed"}));
   EXPECT_EQ(valuesOfSharePoint("renamed", kVspName), (Array{"vsp"}));
 }
 
-TEST_F(ChangedSharePointTest, ANameThatAnotherRecordHasIsRefusedAndNothingIsStored) {
+TEST_F(ChangedSharePoint, NameOfOtherRecordIsRefusedWithoutStoring) {
   addSharePoint("b", "/srv/b");
   const auto before = sharePoint("a");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", "B"}, {"nameOverSMB", "new"}}),
@@ -400,46 +399,46 @@ TEST_F(ChangedSharePointTest, ANameThatAnotherRecordHasIsRefusedAndNothingIsStor
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"a", "b"}));
 }
 
-TEST_F(ChangedSharePointTest, AnEmptyNameIsRefusedAndNothingIsStored) {
+TEST_F(ChangedSharePoint, EmptyNameIsRefusedAndNothingStored) {
   const auto before = sharePoint("a");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"name", ""}, {"nameOverSMB", "new"}}),
             CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(sharePoint("a"), before);
 }
 
-TEST_F(ChangedSharePointTest, APathThatDiffersByLetterCaseFindsTheRecord) {
+TEST_F(ChangedSharePoint, PathInOtherLetterCaseFindsRecord) {
   EXPECT_EQ(update({{"path", "/SRV/A"}, {"nameOverSMB", "new"}}), 0);
   EXPECT_EQ(sharePointNames(), (std::vector<std::string>{"a"}));
   EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{"/SRV/A"}));
   EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{"new"}));
 }
 
-TEST_F(ChangedSharePointTest, OfTwoRecordsOfThePathTheLastIsChanged) {
+TEST_F(ChangedSharePoint, LastOfTwoRecordsIsChanged) {
   addSharePoint("b", "/srv/a");
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{"smb"}));
   EXPECT_EQ(valuesOfSharePoint("b", kSmbName), (Array{"new"}));
 }
 
-TEST_F(ChangedSharePointTest, TheMountPointOfAFolderThatIsGoneIsKept) {
+TEST_F(ChangedSharePoint, MissingFolderKeepsMountPoint) {
   volumes.setError("/srv/a", ENOENT);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"mountedOnPath", "/srv"}}), 0);
   EXPECT_EQ(written_.mountedOnPath(), "/srv");
 }
 
-TEST_F(ChangedSharePointTest, AMountPointThatIsOutOfDateIsReplacedByThatOfTheVolume) {
+TEST_F(ChangedSharePoint, OutdatedMountPointIsReplacedByVolumesOne) {
   volumes.mount({"/srv", "/dev/vdb1", "xfs"});
   EXPECT_EQ(update({{"path", "/srv/a"}, {"mountedOnPath", "/elsewhere"}}), 0);
   EXPECT_EQ(written_.mountedOnPath(), "/srv");
 }
 
-TEST_F(ChangedSharePointTest, AFolderThatIsGoneIsStillWritten) {
+TEST_F(ChangedSharePoint, AFolderThatIsGoneIsStillWritten) {
   volumes.setError("/srv/a", ENOENT);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);
   EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{"new"}));
 }
 
-TEST_F(ChangedSharePointTest, AFolderThatCannotBeAskedIsItsStatusAndChangesNothing) {
+TEST_F(ChangedSharePoint, FailedFolderQueryReturnsStatusAndChangesNothing) {
   const auto before = sharePoint("a");
   volumes.setError("/srv/a", EIO);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}, {kExport, exportTo("*", {"rw"})}}),
@@ -448,7 +447,7 @@ TEST_F(ChangedSharePointTest, AFolderThatCannotBeAskedIsItsStatusAndChangesNothi
   EXPECT_EQ(exportsFile(), "");
 }
 
-TEST_F(ChangedSharePointTest, SettingsThatCannotBeStoredAreItsStatusAndTheRestGoesOn) {
+TEST_F(ChangedSharePoint, UnstorableSettingsReturnStatusAndLaterStepsContinue) {
   const auto before = sharePoint("a");
   trace.raise("setAttributesAndValues", DirectoryError(ENOSPC, "full"), 1);
   EXPECT_EQ(update({{"path", "/srv/a"},
@@ -463,14 +462,14 @@ TEST_F(ChangedSharePointTest, SettingsThatCannotBeStoredAreItsStatusAndTheRestGo
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}));
 }
 
-TEST_F(ChangedSharePointTest, AnExceptionWhileItsStoredFormIsReadTravelsOn) {
+TEST_F(ChangedSharePoint, ExceptionWhileReadingStoredFormReachesCaller) {
   const auto before = sharePoint("a");
   trace.raise("getAllAttributesAndValues", DirectoryError(EIO, "damaged"));
   EXPECT_THROW(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), DirectoryError);
   EXPECT_EQ(sharePoint("a"), before);
 }
 
-TEST_F(ChangedSharePointTest, AStoredFormThatCannotBeLookedUpCountsAsNone) {
+TEST_F(ChangedSharePoint, FailedLookupOfStoredFormCountsAsNone) {
   // The second lookup by path is the one that reads the stored share point.
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"), 1, 1);
   EXPECT_EQ(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), 0);
@@ -478,7 +477,7 @@ TEST_F(ChangedSharePointTest, AStoredFormThatCannotBeLookedUpCountsAsNone) {
   EXPECT_EQ(valuesOfSharePoint("a", kVspName), (Array{"vsp"}));
 }
 
-TEST_F(ChangedSharePointTest, ALocalNodeThatRaisesTravelsOn) {
+TEST_F(ChangedSharePoint, ALocalNodeThatRaisesTravelsOn) {
   trace.raise("localNode", DirectoryError(EIO, "damaged"), 1);
   EXPECT_THROW(update({{"path", "/srv/a"}, {"nameOverSMB", "new"}}), DirectoryError);
 }

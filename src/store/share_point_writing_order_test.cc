@@ -5,8 +5,8 @@
 
 #include <set>
 
-#include "base/computed_guid.h"
-#include "store/schema.h"
+#include "base/guid.h"
+#include "store/directory_access.h"
 #include "store/share_point_writing.h"
 #include "support/advertiser.h"
 #include "support/module_fixture.h"
@@ -18,9 +18,9 @@ using Steps = std::vector<std::string>;
 
 constexpr const char* kGroup = "com.veltro.access_backup";
 
-class SharePointWritingOrderTest : public ModuleFixture {
+class SharePointWritingOrder : public ModuleFixture {
  protected:
-  SharePointWritingOrderTest() {
+  SharePointWritingOrder() {
     accounts.addGroup(kGroup, 250);
     plugins.setPlugin("paddock_vsp", [](const Dictionary&) {
       return Dictionary{{"state", "RUNNING"}};
@@ -118,14 +118,14 @@ class SharePointWritingOrderTest : public ModuleFixture {
   Advertiser owner_;
 };
 
-TEST_F(SharePointWritingOrderTest, OfNothingIsTheEndAlone) {
+TEST_F(SharePointWritingOrder, OfNothingIsTheEndAlone) {
   write({});
   Steps expected = {"doCommand paddock_vsp getState"};
   append(expected, synchronisation_);
   EXPECT_EQ(steps(), expected);
 }
 
-TEST_F(SharePointWritingOrderTest, OfDeletionsAndWritesIsTheDeletionsFirstAndTheEndOnce) {
+TEST_F(SharePointWritingOrder, DeletionsPrecedeWritesAndFinalStepsRunOnce) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
   sharedFiles.insert("file:///srv/b");
@@ -163,7 +163,7 @@ TEST_F(SharePointWritingOrderTest, OfDeletionsAndWritesIsTheDeletionsFirstAndThe
   EXPECT_EQ(steps(), expected);
 }
 
-TEST_F(SharePointWritingOrderTest, TheExportsFileIsWrittenBeforeTheAdvertisementIsRenewed) {
+TEST_F(SharePointWritingOrder, ExportsFileIsWrittenBeforeAdvertisementRenewal) {
   tree.setFolder("/srv/a");
   write({backup("a")});
   setExportsFile("/by/hand *(ro)\n\n\n");
@@ -176,7 +176,7 @@ TEST_F(SharePointWritingOrderTest, TheExportsFileIsWrittenBeforeTheAdvertisement
   EXPECT_EQ(steps(), expected);
 }
 
-TEST_F(SharePointWritingOrderTest, TheExportsOfDeletionsLeaveTheFileAfterTheWrites) {
+TEST_F(SharePointWritingOrder, DeletedExportsLeaveFileAfterWrites) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(ro)"}));
   write({{{"path", "/srv/c"}, {"name", "c"}}, deletion("/srv/a")});
@@ -185,7 +185,7 @@ TEST_F(SharePointWritingOrderTest, TheExportsOfDeletionsLeaveTheFileAfterTheWrit
                    "doCommand paddock_vsp", "doCommand paddock_nfs"}));
 }
 
-TEST_F(SharePointWritingOrderTest, OfADeletionOfTheLastDestinationEndsTheAdvertisement) {
+TEST_F(SharePointWritingOrder, DeletingLastDestinationEndsAdvertisement) {
   addSharePoint("a", "/srv/a", {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
   write({});
   write({deletion("/srv/a")});
@@ -196,7 +196,7 @@ TEST_F(SharePointWritingOrderTest, OfADeletionOfTheLastDestinationEndsTheAdverti
   EXPECT_EQ(steps(), expected);
 }
 
-TEST_F(SharePointWritingOrderTest, OfNDeletionsTellsTheServicesNAndOneTimes) {
+TEST_F(SharePointWritingOrder, DeletionsNotifyServicesOnceEachAndAtEnd) {
   std::vector<Dictionary> list;
   for (int number = 0; number < 7; ++number) {
     const std::string name = "s" + std::to_string(number);
@@ -211,7 +211,7 @@ TEST_F(SharePointWritingOrderTest, OfNDeletionsTellsTheServicesNAndOneTimes) {
   EXPECT_EQ(all.back(), "run /usr/libexec/samba/synchronize-shares");
 }
 
-TEST_F(SharePointWritingOrderTest, TheAdvertisementAsksTheDirectoryAfterEverythingWasWritten) {
+TEST_F(SharePointWritingOrder, AdvertisementQueriesDirectoryAfterAllWrites) {
   tree.setFolder("/srv/a");
   write({backup("a")});
   std::size_t lastChange = 0;

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/advertiser.h"
 #include "support/module_fixture.h"
 
@@ -18,7 +18,7 @@ using schema::kSmbName;
 
 using Names = std::vector<std::string>;
 
-class SharePointWritingTest : public ModuleFixture {
+class SharePointWriting : public ModuleFixture {
  protected:
   Status write(const std::vector<Dictionary>& list, const Array& credentials = {}) {
     sharePoints_.clear();
@@ -55,19 +55,19 @@ class SharePointWritingTest : public ModuleFixture {
   Advertiser owner_;
 };
 
-TEST_F(SharePointWritingTest, AnEmptyListStillWritesTheExportsFile) {
+TEST_F(SharePointWriting, AnEmptyListStillWritesTheExportsFile) {
   setExportsFile("\n\n  /by/hand *(ro)\n\n");
   EXPECT_EQ(write({}), 0);
   EXPECT_EQ(exportsFile(), "/by/hand *(ro)\n");
   EXPECT_EQ(trace.count("replace"), 1U);
 }
 
-TEST_F(SharePointWritingTest, AnEmptyListWithoutAnExportsFileCreatesNone) {
+TEST_F(SharePointWriting, EmptyListWithoutExportsFileCreatesNone) {
   EXPECT_EQ(write({}), 0);
   EXPECT_FALSE(files.exists(kExportsPath));
 }
 
-TEST_F(SharePointWritingTest, HandWrittenLinesAreNotLostByAFirstRequestThatWrites) {
+TEST_F(SharePointWriting, FirstWriteRequestPreservesManualExportLines) {
   setExportsFile("/by/hand *(ro)\n");
   Dictionary settings = share("a");
   settings.set("nfsExportRecord", exportTo("*", {"rw"}));
@@ -75,12 +75,12 @@ TEST_F(SharePointWritingTest, HandWrittenLinesAreNotLostByAFirstRequestThatWrite
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}) + "/by/hand *(ro)\n");
 }
 
-TEST_F(SharePointWritingTest, ElementsAreWrittenInTheOrderOfTheList) {
+TEST_F(SharePointWriting, ElementsAreWrittenInListOrder) {
   EXPECT_EQ(write({share("c"), share("a"), share("b")}), 0);
   EXPECT_EQ(sharePointNames(), (Names{"c", "a", "b"}));
 }
 
-TEST_F(SharePointWritingTest, DeletionsComeFirstInTheirOrder) {
+TEST_F(SharePointWriting, DeletionsComeFirstInTheirOrder) {
   addSharePoint("old", "/srv/old", {{kSmbName, "s"}});
   addSharePoint("older", "/srv/older");
   readExportsFile(managedBlock({"/srv/older *(ro)"}));
@@ -96,14 +96,14 @@ TEST_F(SharePointWritingTest, DeletionsComeFirstInTheirOrder) {
   EXPECT_EQ(valuesOfSharePoint("old", kSmbName), (Array{"s"})) << "its name was free again";
 }
 
-TEST_F(SharePointWritingTest, DeletingAndSharingOnePathInOneRequestMakesItAnew) {
+TEST_F(SharePointWriting, DeletingAndSharingPathTogetherRecreatesSharePoint) {
   addSharePoint("old", "/srv/a", {{kSmbName, "s"}});
   EXPECT_EQ(write({{{"path", "/srv/a"}, {"name", "new"}}, deletion("/srv/a")}), 0);
   EXPECT_EQ(sharePointNames(), (Names{"new"}));
   EXPECT_TRUE(valuesOfSharePoint("new", kSmbName).empty());
 }
 
-TEST_F(SharePointWritingTest, TheExportsFileIsWrittenOnceMoreAtTheEnd) {
+TEST_F(SharePointWriting, ExportsFileIsWrittenOnceMoreAtEnd) {
   Dictionary settings = share("a");
   settings.set("nfsExportRecord", exportTo("*", {"rw"}));
   trace.fail("replace", ENOSPC, 1);
@@ -113,14 +113,14 @@ TEST_F(SharePointWritingTest, TheExportsFileIsWrittenOnceMoreAtTheEnd) {
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/a *(rw)"}));
 }
 
-TEST_F(SharePointWritingTest, ADeletedSharePointsExportLeavesTheFile) {
+TEST_F(SharePointWriting, ADeletedSharePointsExportLeavesTheFile) {
   addSharePoint("a", "/srv/a");
   readExportsFile("# by hand\n" + managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
   EXPECT_EQ(write({deletion("/srv/a")}), 0);
   EXPECT_EQ(exportsFile(), "# by hand\n" + managedBlock({"/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointWritingTest, AnExportsFileThatCouldNotBeReadAtFirstIsReadBeforeADeletion) {
+TEST_F(SharePointWriting, InitiallyUnreadableExportsFileIsReadBeforeDeletion) {
   addSharePoint("a", "/srv/a");
   setExportsFile(managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
   trace.fail("read", EIO, 1);
@@ -131,7 +131,7 @@ TEST_F(SharePointWritingTest, AnExportsFileThatCouldNotBeReadAtFirstIsReadBefore
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/b *(ro)"}));
 }
 
-TEST_F(SharePointWritingTest, AnExportsFileThatOthersChangedIsReadAgainBeforeTheWrites) {
+TEST_F(SharePointWriting, ExternallyChangedExportsFileIsReadBeforeWrites) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(rw)"}));
   setExportsFile(managedBlock({"/srv/a *(ro)", "/srv/c *(rw)"}) + "/by/hand *(ro)\n");
@@ -139,14 +139,14 @@ TEST_F(SharePointWritingTest, AnExportsFileThatOthersChangedIsReadAgainBeforeThe
   EXPECT_EQ(exportsFile(), managedBlock({"/srv/c *(rw)"}) + "/by/hand *(ro)\n");
 }
 
-TEST_F(SharePointWritingTest, RemovingTheLastExportRemovesTheMarkers) {
+TEST_F(SharePointWriting, RemovingTheLastExportRemovesTheMarkers) {
   addSharePoint("a", "/srv/a");
   readExportsFile("# by hand\n" + managedBlock({"/srv/a *(rw)"}));
   EXPECT_EQ(write({deletion("/srv/a")}), 0);
   EXPECT_EQ(exportsFile(), "# by hand\n");
 }
 
-TEST_F(SharePointWritingTest, AnExportThatIsMarkedDeletedLeavesTheFile) {
+TEST_F(SharePointWriting, DeletedExportLeavesFile) {
   addSharePoint("a", "/srv/a");
   readExportsFile(managedBlock({"/srv/a *(rw)", "/srv/b *(ro)"}));
   EXPECT_EQ(write({{{"path", "/srv/a"}, {"nfsExportRecord", Dictionary{{"isDeleted", true}}}}}), 0);
@@ -154,7 +154,7 @@ TEST_F(SharePointWritingTest, AnExportThatIsMarkedDeletedLeavesTheFile) {
   EXPECT_EQ(sharePointNames(), (Names{"a"}));
 }
 
-TEST_F(SharePointWritingTest, AnExportsFileThatCannotBeWrittenIsNoError) {
+TEST_F(SharePointWriting, UnwritableExportsFileIsNoError) {
   for (const int error : {ENOSPC, EROFS, EACCES}) {
     trace.fail("replace", error);
     EXPECT_EQ(write({share("a")}), 0);
@@ -163,14 +163,14 @@ TEST_F(SharePointWritingTest, AnExportsFileThatCannotBeWrittenIsNoError) {
   }
 }
 
-TEST_F(SharePointWritingTest, DeletionsContributeNoStatusEvenWhenEveryOneFails) {
+TEST_F(SharePointWriting, FailedDeletionsContributeNoStatus) {
   addSharePoint("a", "/srv/a");
   trace.raise("findRecordsOfTypes", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(write({deletion("/srv/a"), deletion("/srv/b"), deletion("relative")}), 0);
   EXPECT_EQ(sharePointNames(), (Names{"a"}));
 }
 
-TEST_F(SharePointWritingTest, TheFirstStatusIsKeptAndTheOthersAreStillWritten) {
+TEST_F(SharePointWriting, FirstStatusIsKeptAndOthersAreWritten) {
   volumes.setError("/srv/b", EIO);
   trace.when(
       [](const ServiceCall& call) {
@@ -190,7 +190,7 @@ TEST_F(SharePointWritingTest, TheFirstStatusIsKeptAndTheOthersAreStillWritten) {
   EXPECT_EQ(errorLines(), (Names{line, lookup, lookup, line}));
 }
 
-TEST_F(SharePointWritingTest, TwoSharePointsOfOneNameGetTwoNames) {
+TEST_F(SharePointWriting, SharePointsOfSameNameGetDifferentNames) {
   EXPECT_EQ(write({{{"path", "/srv/1/x"}, {"name", "x"}, {"nameOverVSP", "x"}},
                    {{"path", "/srv/2/x"}, {"name", "x"}, {"nameOverVSP", "x"}}}),
             0);
@@ -198,7 +198,7 @@ TEST_F(SharePointWritingTest, TwoSharePointsOfOneNameGetTwoNames) {
   EXPECT_EQ(sharePoints_[1].nameOverVSP(), "x-1");
 }
 
-TEST_F(SharePointWritingTest, TheSamePathTwiceIsOneSharePoint) {
+TEST_F(SharePointWriting, TheSamePathTwiceIsOneSharePoint) {
   EXPECT_EQ(write({{{"path", "/srv/a"}, {"name", "a"}, {"nameOverSMB", "one"}},
                    {{"path", "/srv/a"}, {"name", "a"}, {"nameOverSMB", "two"}}}),
             0);
@@ -206,7 +206,7 @@ TEST_F(SharePointWritingTest, TheSamePathTwiceIsOneSharePoint) {
   EXPECT_EQ(valuesOfSharePoint("a", kSmbName), (Array{"two"}));
 }
 
-TEST_F(SharePointWritingTest, OneBadExportNeverEndsTheRequest) {
+TEST_F(SharePointWriting, OneBadExportNeverEndsTheRequest) {
   Dictionary bad = share("b");
   bad.set("nfsExportRecord", exportTo("a b", {"rw"}));
   Dictionary good = share("c");
@@ -219,7 +219,7 @@ TEST_F(SharePointWritingTest, OneBadExportNeverEndsTheRequest) {
                    "written: a host holds white space or a control character"}));
 }
 
-TEST_F(SharePointWritingTest, WritingABackupTwiceGivesItTwoUuids) {
+TEST_F(SharePointWriting, WritingABackupTwiceGivesItTwoUuids) {
   Dictionary settings = share("a");
   settings.set("isBackstowBackup", true);
   EXPECT_EQ(write({settings}), 0);
@@ -229,22 +229,22 @@ TEST_F(SharePointWritingTest, WritingABackupTwiceGivesItTwoUuids) {
   EXPECT_NE(valuesOfSharePoint("a", kBackstowBackupUuid), first);
 }
 
-TEST_F(SharePointWritingTest, TheContextIsNotUsed) {
+TEST_F(SharePointWriting, TheContextIsNotUsed) {
   context_.replace({{"key", "value"}});
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(context_.snapshot(), (Dictionary{{"key", "value"}}));
 }
 
-TEST_F(SharePointWritingTest, CredentialsOfAnyShapeDoNoHarm) {
+TEST_F(SharePointWriting, CredentialsOfAnyShapeDoNoHarm) {
   EXPECT_EQ(write({share("a")}, {7, "x", Dictionary{{"nodePath", "/Local"}}}), 0);
 }
 
-TEST_F(SharePointWritingTest, AnEmptyListTellsTheServicesOnce) {
+TEST_F(SharePointWriting, AnEmptyListTellsTheServicesOnce) {
   EXPECT_EQ(write({}), 0);
   EXPECT_EQ(trace.sequence({"run", "doCommand"}), end());
 }
 
-TEST_F(SharePointWritingTest, TheServicesAreToldAfterEachDeletionAndOnceAtTheEnd) {
+TEST_F(SharePointWriting, ServicesAreNotifiedPerDeletionAndAtEnd) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
   setExportsFile("# by hand\n\n");
@@ -260,7 +260,7 @@ TEST_F(SharePointWritingTest, TheServicesAreToldAfterEachDeletionAndOnceAtTheEnd
   EXPECT_EQ(trace.sequence({"removeRecord", "newRecord", "replace", "run", "doCommand"}), expected);
 }
 
-TEST_F(SharePointWritingTest, WhatTheServicesAnswerIsNoStatusAndLoggedOnce) {
+TEST_F(SharePointWriting, ServiceFailuresKeepStatusAndAreLoggedOnce) {
   programs.setOutcomeOfOthers({.status = ENOENT, .output = "", .errorOutput = ""});
   plugins.setPlugin("paddock_nfs", [](const Dictionary&) {
     return Dictionary{{"status", 1}, {"errorOutput", "exportfs: no kernel server\nmore\n"}};
@@ -277,7 +277,7 @@ TEST_F(SharePointWritingTest, WhatTheServicesAnswerIsNoStatusAndLoggedOnce) {
              beginning + "/usr/libexec/samba/synchronize-shares: No such file or directory"}));
 }
 
-TEST_F(SharePointWritingTest, OfManySharePointsTenAreNamed) {
+TEST_F(SharePointWriting, OfManySharePointsTenAreNamed) {
   programs.setOutcome("/usr/libexec/samba/synchronize-shares",
                       {.status = 0, .output = "", .errorOutput = "no smbd\n"});
   std::vector<Dictionary> list;
@@ -290,8 +290,7 @@ TEST_F(SharePointWritingTest, OfManySharePointsTenAreNamed) {
       << errorLines().front();
 }
 
-TEST_F(SharePointWritingTest,
-       AnExportsFileThatCannotBeReadCopiedOrWrittenIsLoggedWithTheSharePoint) {
+TEST_F(SharePointWriting, ExportsFileFailureIsLoggedWithSharePoint) {
   setExportsFile("/by/hand *(ro)\n");
   Dictionary exported = share("a");
   exported.set("nfsExportRecord", exportTo("*", {"rw"}));
@@ -317,7 +316,7 @@ TEST_F(SharePointWritingTest,
   EXPECT_EQ(errorLines(), (Names{beginning + "cannot read /etc/exports: it is not UTF-8"}));
 }
 
-TEST_F(SharePointWritingTest, AnExportsFileIsLoggedAlsoWhenALaterStepRaises) {
+TEST_F(SharePointWriting, ExportsFileFailureIsLoggedDespiteLaterException) {
   setExportsFile("/by/hand *(ro)\n");
   Dictionary both = share("a");
   both.set("nfsExportRecord", exportTo("*", {"rw"}));
@@ -332,7 +331,7 @@ TEST_F(SharePointWritingTest, AnExportsFileIsLoggedAlsoWhenALaterStepRaises) {
             "path /srv/a: cannot write /etc/exports: Permission denied");
 }
 
-TEST_F(SharePointWritingTest, AnAutomountNodeThatDoesNotExistIsLoggedWithNodePathAndSharePoint) {
+TEST_F(SharePointWriting, MissingAutomountNodeLogsPathAndSharePoint) {
   Dictionary automounted = share("a");
   automounted.set("isAutomounted", true);
   automounted.set("automountDSPath", "/LDAP/none");
@@ -345,7 +344,7 @@ TEST_F(SharePointWritingTest, AnAutomountNodeThatDoesNotExistIsLoggedWithNodePat
   EXPECT_EQ(errorLines()[1], "paddock_sharing write_sharepoints exception: 2");
 }
 
-TEST_F(SharePointWritingTest, AnAutomountThatCannotBeRemovedIsLoggedAndNoStatus) {
+TEST_F(SharePointWriting, UnremovableAutomountIsLoggedWithoutStatus) {
   addSharePoint("a", "/srv/a", {{schema::kAutomountDsPath, "/LDAP/none"}});
   EXPECT_EQ(write({{{"path", "/srv/a"}}}), 0);
   ASSERT_EQ(errorLines().size(), 1U);
@@ -355,9 +354,9 @@ TEST_F(SharePointWritingTest, AnAutomountThatCannotBeRemovedIsLoggedAndNoStatus)
       << errorLines()[0];
 }
 
-class WritingExceptionTest : public SharePointWritingTest {};
+class WritingException : public SharePointWriting {};
 
-TEST_F(WritingExceptionTest, TheThirdOfFiveEndsTheCallWithTheFirstTwoWritten) {
+TEST_F(WritingException, ExceptionInThirdElementKeepsFirstTwoWritten) {
   Dictionary exported = share("b");
   exported.set("nfsExportRecord", exportTo("*", {"rw"}));
   trace.raiseFor("removeAttribute", "c", DirectoryError(EIO, "damaged"));
@@ -369,20 +368,20 @@ TEST_F(WritingExceptionTest, TheThirdOfFiveEndsTheCallWithTheFirstTwoWritten) {
   EXPECT_EQ(trace.count("replace"), 1U) << "the export's own write and none at the end";
 }
 
-TEST_F(WritingExceptionTest, TheStatusGatheredSoFarIsReturned) {
+TEST_F(WritingException, TheStatusGatheredSoFarIsReturned) {
   volumes.setError("/srv/a", EIO);
   trace.raiseFor("removeAttribute", "b", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(write({share("a"), share("b"), share("c")}), CANNOT_SAVE_SHARE_POINT_ERR);
   EXPECT_EQ(sharePoint("c"), std::nullopt);
 }
 
-TEST_F(WritingExceptionTest, IsLoggedWithItsStatusWhenThereIsOne) {
+TEST_F(WritingException, IsLoggedWithStatusWhenPresent) {
   trace.raise("removeAttribute", DirectoryError(-14090, "refused"), 1);
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: -14090"}));
 }
 
-TEST_F(WritingExceptionTest, IsLoggedWithItsDescriptionOtherwise) {
+TEST_F(WritingException, IsLoggedWithItsDescriptionOtherwise) {
   trace.raise("removeAttribute", DirectoryError("no number"), 1);
   EXPECT_EQ(write({share("a")}), 0);
   trace.raise("removeAttribute", std::runtime_error("broken"), 1);
@@ -391,7 +390,7 @@ TEST_F(WritingExceptionTest, IsLoggedWithItsDescriptionOtherwise) {
                                  "paddock_sharing write_sharepoints exception: broken"}));
 }
 
-TEST_F(WritingExceptionTest, AnExceptionOfAnyKindStaysInside) {
+TEST_F(WritingException, AnExceptionOfAnyKindStaysInside) {
   trace.raise("removeAttribute", 42, 1);
   EXPECT_EQ(write({share("a"), share("b")}), 0);
   ASSERT_EQ(errorLines().size(), 1U);
@@ -399,14 +398,14 @@ TEST_F(WritingExceptionTest, AnExceptionOfAnyKindStaysInside) {
   EXPECT_EQ(sharePoint("b"), std::nullopt);
 }
 
-TEST_F(WritingExceptionTest, AFirstLookupThatCannotBeginEndsTheCall) {
+TEST_F(WritingException, FailedStartOfFirstLookupEndsCall) {
   trace.raise("localNode", DirectoryError(EIO, "damaged"));
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 5"}));
   EXPECT_EQ(trace.count("replace"), 0U);
 }
 
-TEST_F(WritingExceptionTest, ADeletionThatRaisesEndsTheCallBeforeAnythingIsWritten) {
+TEST_F(WritingException, RaisingDeletionEndsCallBeforeAnyWrite) {
   addSharePoint("old", "/srv/old");
   addSharePoint("older", "/srv/older");
   trace.raiseFor("removeRecord", "old", DirectoryError(EACCES, "read-only"));
@@ -416,20 +415,20 @@ TEST_F(WritingExceptionTest, ADeletionThatRaisesEndsTheCallBeforeAnythingIsWritt
   EXPECT_EQ(trace.count("replace"), 0U);
 }
 
-TEST_F(WritingExceptionTest, AFolderQuestionThatRaisesLeavesTheRecordThatWasMade) {
+TEST_F(WritingException, RaisingFolderQueryKeepsCreatedRecord) {
   trace.raise("statfs", std::runtime_error("broken"), 1);
   EXPECT_EQ(write({share("a"), share("b")}), 0);
   EXPECT_EQ(sharePointNames(), (Names{"a"}));
   EXPECT_EQ(valuesOfSharePoint("a", kDirectoryPath), (Array{}));
 }
 
-TEST_F(WritingExceptionTest, AnEarlierOneLeavesTheServicesUntold) {
+TEST_F(WritingException, AnEarlierOneLeavesTheServicesUntold) {
   trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1);
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(trace.sequence({"run", "doCommand"}), Names());
 }
 
-TEST_F(WritingExceptionTest, OneOfTheAdvertisementLeavesTheServicesUntold) {
+TEST_F(WritingException, OneOfTheAdvertisementLeavesTheServicesUntold) {
   trace.raiseFor("doCommand", "paddock_vsp", DirectoryError(EIO, "no sibling"));
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(sharePointNames(), (Names{"a"}));
@@ -437,13 +436,13 @@ TEST_F(WritingExceptionTest, OneOfTheAdvertisementLeavesTheServicesUntold) {
   EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 5"}));
 }
 
-TEST_F(WritingExceptionTest, AnEarlierOneLeavesTheAdvertisementAsItIs) {
+TEST_F(WritingException, EarlierExceptionKeepsAdvertisement) {
   trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1);
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(trace.count("doCommand"), 0U);
 }
 
-TEST_F(WritingExceptionTest, OneOfTellingTheServicesIsLoggedWhenAllAreTold) {
+TEST_F(WritingException, NotificationExceptionIsLoggedAfterNotifyingAllServices) {
   volumes.setError("/srv/a", EIO);
   trace.raiseFor("doCommand", "paddock_nfs", std::runtime_error("no sibling"));
   EXPECT_EQ(write({share("a")}), CANNOT_SAVE_SHARE_POINT_ERR);
@@ -454,7 +453,7 @@ TEST_F(WritingExceptionTest, OneOfTellingTheServicesIsLoggedWhenAllAreTold) {
              "paddock_sharing write_sharepoints exception: no sibling"}));
 }
 
-TEST_F(WritingExceptionTest, OneOfTellingTheServicesOfADeletionEndsTheCall) {
+TEST_F(WritingException, NotificationExceptionDuringDeletionEndsCall) {
   addSharePoint("a", "/srv/a");
   addSharePoint("b", "/srv/b");
   trace.raise("doCommand", DirectoryError(EIO, "no sibling"), 1);
@@ -464,7 +463,7 @@ TEST_F(WritingExceptionTest, OneOfTellingTheServicesOfADeletionEndsTheCall) {
   EXPECT_EQ(errorLines(), (Names{"paddock_sharing write_sharepoints exception: 5"}));
 }
 
-TEST_F(WritingExceptionTest, NoSessionIsLeftOpen) {
+TEST_F(WritingException, NoSessionIsLeftOpen) {
   trace.raise("removeAttribute", DirectoryError(EIO, "damaged"), 1);
   EXPECT_EQ(write({share("a")}), 0);
   EXPECT_EQ(directory.openSessions(), 0);

@@ -20,20 +20,20 @@ class LookwiseAceTest : public IndexingFixture {
   static acl::Entry otherEntry() { return entryOf(kExtendedDeny, guidOfUser(1000), 4, 0); }
 };
 
-class LookwiseAcePresenceTest : public LookwiseAceTest {};
+class LookwiseAcePresence : public LookwiseAceTest {};
 
-TEST_F(LookwiseAcePresenceTest, AFolderWithoutAnAclHasNone) {
+TEST_F(LookwiseAcePresence, AFolderWithoutAnAclHasNone) {
   EXPECT_FALSE(isPresent());
   EXPECT_FALSE(MDConfigWrappers::isLookwiseACEPresent("/srv/missing"));
   EXPECT_FALSE(MDConfigWrappers::isLookwiseACEPresent(""));
 }
 
-TEST_F(LookwiseAcePresenceTest, AnEmptyAclHasNone) {
+TEST_F(LookwiseAcePresence, AnEmptyAclHasNone) {
   store({});
   EXPECT_FALSE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, TheEntryIsFoundAtAnyPlace) {
+TEST_F(LookwiseAcePresence, TheEntryIsFoundAtAnyPlace) {
   store({lookwiseEntry()});
   EXPECT_TRUE(isPresent());
   store({otherEntry(), otherEntry(), lookwiseEntry()});
@@ -42,44 +42,44 @@ TEST_F(LookwiseAcePresenceTest, TheEntryIsFoundAtAnyPlace) {
   EXPECT_TRUE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, SearchAndInheritanceByFoldersAreEnough) {
+TEST_F(LookwiseAcePresence, SearchAndInheritanceByFoldersAreEnough) {
   store({entryOf(kExtendedAllow, guidOfUser(89), acl::kExecute, acl::kDirectoryInherit)});
   EXPECT_TRUE(isPresent());
   store({entryOf(kExtendedAllow, guidOfUser(89), acl::kAllPermissions, acl::kAllFlags)});
   EXPECT_TRUE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, WithoutSearchItDoesNotMatch) {
+TEST_F(LookwiseAcePresence, WithoutSearchItDoesNotMatch) {
   store({entryOf(kExtendedAllow, guidOfUser(89), acl::kAllPermissions & ~acl::kExecute, 112)});
   EXPECT_FALSE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, WithoutInheritanceByFoldersItDoesNotMatch) {
+TEST_F(LookwiseAcePresence, WithoutInheritanceByFoldersItDoesNotMatch) {
   store({entryOf(kExtendedAllow, guidOfUser(89), 10, acl::kAllFlags & ~acl::kDirectoryInherit)});
   EXPECT_FALSE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, ADenyEntryOrOneOfAnotherKindDoesNotMatch) {
+TEST_F(LookwiseAcePresence, DenyOrForeignEntryDoesNotMatch) {
   store({entryOf(kExtendedDeny, guidOfUser(89), 10, 112),
          entryOf(acl::kForeignTag, guidOfUser(89), 10, 112)});
   EXPECT_FALSE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, OtherPrincipalsDoNotMatch) {
+TEST_F(LookwiseAcePresence, OtherPrincipalsDoNotMatch) {
   store({entryOf(kExtendedAllow, guidOfUser(88), 10, 112),
          entryOf(kExtendedAllow, computedGuid({PrincipalType::group, 89}), 10, 112),
          entryOf(kExtendedAllow, Guid{{1, 2, 3}}, 10, 112)});
   EXPECT_FALSE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, AGuidOfTheAccountsOwnMatches) {
+TEST_F(LookwiseAcePresence, AGuidOfTheAccountsOwnMatches) {
   const Guid own{{0xAB, 0xCD}};
   membership.setGuid({PrincipalType::user, 89}, own);
   store({entryOf(kExtendedAllow, own, 10, 112)});
   EXPECT_TRUE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, AnInvalidAclHasNone) {
+TEST_F(LookwiseAcePresence, AnInvalidAclHasNone) {
   tree.setAcl(kFolder, {.entries = {}, .undecodable = true});
   EXPECT_FALSE(isPresent());
   acl::Entry untagged = lookwiseEntry();
@@ -88,14 +88,14 @@ TEST_F(LookwiseAcePresenceTest, AnInvalidAclHasNone) {
   EXPECT_FALSE(isPresent());
 }
 
-TEST_F(LookwiseAcePresenceTest, AnEntryWithoutAQualifierIsPassedOver) {
+TEST_F(LookwiseAcePresence, AnEntryWithoutAQualifierIsPassedOver) {
   store({lookwiseEntry(), lookwiseEntry()});
   failing("acl.acl_get_qualifier", [] { EXPECT_TRUE(isPresent()); });
   store({lookwiseEntry()});
   failing("acl.acl_get_qualifier", [] { EXPECT_FALSE(isPresent()); });
 }
 
-TEST_F(LookwiseAcePresenceTest, AFailingCallIsNoMatchAndEverythingIsReleased) {
+TEST_F(LookwiseAcePresence, FailingCallYieldsNoMatchAndReleasesEverything) {
   store({lookwiseEntry()});
   for (const char* call :
        {"acl.acl_get_file", "acl.acl_valid", "acl.acl_get_entry", "acl.acl_get_qualifier",
@@ -107,24 +107,24 @@ TEST_F(LookwiseAcePresenceTest, AFailingCallIsNoMatchAndEverythingIsReleased) {
   expectErrors({});
 }
 
-TEST_F(LookwiseAcePresenceTest, AReleaseThatFailsIsNoFailure) {
+TEST_F(LookwiseAcePresence, AReleaseThatFailsIsNoFailure) {
   store({lookwiseEntry()});
   for (const char* call : {"acl.acl_free.list", "acl.acl_free.qualifier"})
     failing(call, [&] { EXPECT_TRUE(isPresent()) << call; });
   expectErrors({});
 }
 
-TEST_F(LookwiseAcePresenceTest, TheWalkEndsAtTheFirstMatch) {
+TEST_F(LookwiseAcePresence, TheWalkEndsAtTheFirstMatch) {
   store({otherEntry(), lookwiseEntry(), otherEntry()});
   FaultPlan plan;
   plan.countOnly("acl.acl_get_entry");
-  const FaultyServices faulty(doubles(), plan);
+  const ForwardingServices faulty(doubles(), plan);
   const ServicesGuard guard(faulty.services());
   EXPECT_TRUE(isPresent());
   EXPECT_EQ(plan.callCount(), 2U);
 }
 
-TEST_F(LookwiseAcePresenceTest, LookingChangesNothing) {
+TEST_F(LookwiseAcePresence, LookingChangesNothing) {
   store({otherEntry(), lookwiseEntry()});
   const Texts before = entries();
   EXPECT_TRUE(isPresent());
@@ -132,35 +132,35 @@ TEST_F(LookwiseAcePresenceTest, LookingChangesNothing) {
   EXPECT_EQ(acl.replacements(), 0);
 }
 
-class LookwiseAceAdditionTest : public LookwiseAceTest {};
+class LookwiseAceAddition : public LookwiseAceTest {};
 
-TEST_F(LookwiseAceAdditionTest, AFolderWithoutAnAclGetsOneOfThisEntry) {
+TEST_F(LookwiseAceAddition, FolderWithoutAclGetsOneWithThisEntry) {
   EXPECT_FALSE(isPresent());
   EXPECT_TRUE(add());
   EXPECT_EQ(entries(), (Texts{kLookwiseEntry}));
   EXPECT_TRUE(isPresent());
 }
 
-TEST_F(LookwiseAceAdditionTest, TheEntryComesLastAndTheOthersStay) {
+TEST_F(LookwiseAceAddition, TheEntryComesLastAndTheOthersStay) {
   store({otherEntry(), entryOf(kExtendedAllow, guidOfUser(5), 2, 16)});
   EXPECT_TRUE(add());
   EXPECT_EQ(entries(), (Texts{"2 1000 4 0", "1 5 2 16", kLookwiseEntry}));
 }
 
-TEST_F(LookwiseAceAdditionTest, AddingDoesNotLookWhetherItIsThere) {
+TEST_F(LookwiseAceAddition, AddingDoesNotLookWhetherItIsThere) {
   EXPECT_TRUE(add());
   EXPECT_TRUE(add());
   EXPECT_EQ(entries(), (Texts{kLookwiseEntry, kLookwiseEntry}));
 }
 
-TEST_F(LookwiseAceAdditionTest, AGuidOfTheAccountsOwnIsUsed) {
+TEST_F(LookwiseAceAddition, AGuidOfTheAccountsOwnIsUsed) {
   const Guid own{{0xAB, 0xCD}};
   membership.setGuid({PrincipalType::user, 89}, own);
   EXPECT_TRUE(add());
   EXPECT_EQ(tree.acl(kFolder)->entries.at(0).qualifier, own);
 }
 
-TEST_F(LookwiseAceAdditionTest, AnAclThatCannotBeReadIsNotReplaced) {
+TEST_F(LookwiseAceAddition, UnreadableAclIsNotReplaced) {
   store({otherEntry()});
   for (const int error : {EIO, EACCES, ENOMEM, EOPNOTSUPP})
     failing(
@@ -168,24 +168,24 @@ TEST_F(LookwiseAceAdditionTest, AnAclThatCannotBeReadIsNotReplaced) {
   EXPECT_EQ(entries(), (Texts{"2 1000 4 0"}));
 }
 
-TEST_F(LookwiseAceAdditionTest, AnInvalidAclIsNotReplaced) {
+TEST_F(LookwiseAceAddition, AnInvalidAclIsNotReplaced) {
   tree.setAcl(kFolder, {.entries = {}, .undecodable = true});
   EXPECT_FALSE(add());
   EXPECT_TRUE(tree.acl(kFolder)->undecodable);
 }
 
-TEST_F(LookwiseAceAdditionTest, AFullAclIsLeftAsItIs) {
+TEST_F(LookwiseAceAddition, AFullAclIsLeftAsItIs) {
   store(std::vector<acl::Entry>(1000, otherEntry()));
   EXPECT_FALSE(add());
   EXPECT_EQ(entries().size(), 1000U);
 }
 
-TEST_F(LookwiseAceAdditionTest, AMissingFolderCannotHaveIt) {
+TEST_F(LookwiseAceAddition, AMissingFolderCannotHaveIt) {
   EXPECT_FALSE(MDConfigWrappers::addLookwiseACE("/srv/missing"));
   EXPECT_FALSE(MDConfigWrappers::addLookwiseACE(""));
 }
 
-TEST_F(LookwiseAceAdditionTest, AnyFailingStepLeavesTheAclAndReleasesIt) {
+TEST_F(LookwiseAceAddition, FailingStepKeepsAclAndReleasesIt) {
   store({otherEntry()});
   for (const char* call :
        {"acl.acl_get_file", "acl.acl_create_entry", "acl.acl_get_flagset_np",
@@ -199,7 +199,7 @@ TEST_F(LookwiseAceAdditionTest, AnyFailingStepLeavesTheAclAndReleasesIt) {
   expectErrors({});
 }
 
-TEST_F(LookwiseAceAdditionTest, EachFlagAndPermissionMayFail) {
+TEST_F(LookwiseAceAddition, EachFlagAndPermissionMayFail) {
   for (std::size_t nth = 1; nth <= 3; ++nth)
     failing(
         "acl.acl_add_flag_np", [] { EXPECT_FALSE(add()); }, EIO, nth);
@@ -209,12 +209,12 @@ TEST_F(LookwiseAceAdditionTest, EachFlagAndPermissionMayFail) {
   EXPECT_EQ(entries(), (Texts{"(none)"}));
 }
 
-TEST_F(LookwiseAceAdditionTest, AListThatCannotBeStartedIsAFailure) {
+TEST_F(LookwiseAceAddition, FailedListInitialisationFails) {
   failing("acl.acl_init", [] { EXPECT_FALSE(add()); });
   EXPECT_EQ(entries(), (Texts{"(none)"}));
 }
 
-TEST_F(LookwiseAceAdditionTest, AReleaseThatFailsIsNoFailure) {
+TEST_F(LookwiseAceAddition, AReleaseThatFailsIsNoFailure) {
   failing("acl.acl_free.list", [] { EXPECT_TRUE(add()); });
   EXPECT_EQ(entries(), (Texts{kLookwiseEntry}));
 }

@@ -14,7 +14,7 @@ using metadata_store::kLevelReadWrite;
 using Texts = std::vector<std::string>;
 using Runs = std::vector<RecordingProgramRunner::Run>;
 
-class MDConfigWrappersTest : public IndexingFixture {
+class MetadataStoreIndexing : public IndexingFixture {
  protected:
   static void enable() { MDConfigWrappers::enableIndexingForPath(kFolder); }
   static void disable() { MDConfigWrappers::disableIndexingForPath(kFolder); }
@@ -24,7 +24,7 @@ class MDConfigWrappersTest : public IndexingFixture {
 
 // isVelkor
 
-TEST_F(MDConfigWrappersTest, APathOnTheClusteredFileSystemIsVelkor) {
+TEST_F(MetadataStoreIndexing, PathOnClusteredFileSystemIsVelkor) {
   mountClustered();
   volumes.mount({"/srv/local", "/dev/vdb1", "ext4"});
   EXPECT_TRUE(MDConfigWrappers::isVelkor(kFolder));
@@ -33,38 +33,38 @@ TEST_F(MDConfigWrappersTest, APathOnTheClusteredFileSystemIsVelkor) {
   EXPECT_FALSE(MDConfigWrappers::isVelkor("/"));
 }
 
-TEST_F(MDConfigWrappersTest, NoPathIsNotVelkorAndIsNotAskedFor) {
+TEST_F(MetadataStoreIndexing, EmptyPathIsNotVelkorAndNotQueried) {
   volumes.mount({"/", "cluster", "vkfs"});
   EXPECT_FALSE(MDConfigWrappers::isVelkor(""));
   EXPECT_EQ(volumes.statfsCalls(), 0);
 }
 
-TEST_F(MDConfigWrappersTest, APathThatCannotBeAskedIsNotVelkor) {
+TEST_F(MetadataStoreIndexing, FailedPathQueryIsNotVelkor) {
   mountClustered();
   volumes.setError(kFolder, EACCES);
   EXPECT_FALSE(MDConfigWrappers::isVelkor(kFolder));
 }
 
-TEST_F(MDConfigWrappersTest, TheWholeNameOfTheTypeCounts) {
+TEST_F(MetadataStoreIndexing, TheWholeNameOfTheTypeCounts) {
   for (const char* type : {"vkf", "vkfs2", "VKFS", "fuse.vkfs", ""}) {
     volumes.mount({"/srv", "cluster", type});
     EXPECT_FALSE(MDConfigWrappers::isVelkor(kFolder)) << type;
   }
 }
 
-TEST_F(MDConfigWrappersTest, SixteenBytesOfTheNameAreCompared) {
+TEST_F(MetadataStoreIndexing, SixteenBytesOfTheNameAreCompared) {
   volumes.mount({"/srv", "cluster", std::string("vkfs\0and something else", 22)});
   EXPECT_TRUE(MDConfigWrappers::isVelkor(kFolder));
 }
 
 // isIndexingEnabledAtPath
 
-TEST_F(MDConfigWrappersTest, APathWithoutAStoreIsNotIndexed) {
+TEST_F(MetadataStoreIndexing, APathWithoutAStoreIsNotIndexed) {
   EXPECT_FALSE(isEnabled());
   EXPECT_FALSE(MDConfigWrappers::isIndexingEnabledAtPath(""));
 }
 
-TEST_F(MDConfigWrappersTest, OnlyAReadWriteStoreIsIndexed) {
+TEST_F(MetadataStoreIndexing, OnlyAReadWriteStoreIsIndexed) {
   stores.setLevel(kFolder, kLevelReadWrite);
   EXPECT_TRUE(isEnabled());
   for (const char* level : {kLevelFSSearchOnly, kLevelOff, "", "something else"}) {
@@ -73,35 +73,35 @@ TEST_F(MDConfigWrappersTest, OnlyAReadWriteStoreIsIndexed) {
   }
 }
 
-TEST_F(MDConfigWrappersTest, AStoreWithoutALevelIsNotIndexed) {
+TEST_F(MetadataStoreIndexing, AStoreWithoutALevelIsNotIndexed) {
   EXPECT_EQ(stores.createStore(kFolder, {}), 0);
   EXPECT_FALSE(isEnabled());
 }
 
-TEST_F(MDConfigWrappersTest, PathsAreComparedExactly) {
+TEST_F(MetadataStoreIndexing, PathsAreComparedExactly) {
   stores.setLevel(kFolder, kLevelReadWrite);
   for (const char* path : {"/srv", "/srv/folder/", "/srv/Folder", "/srv/folder/a", "//srv/folder"})
     EXPECT_FALSE(MDConfigWrappers::isIndexingEnabledAtPath(path)) << path;
 }
 
-TEST_F(MDConfigWrappersTest, WhatCannotBeAskedIsNotIndexedAndNotLogged) {
+TEST_F(MetadataStoreIndexing, FailedQueryCountsAsNotIndexedWithoutLog) {
   stores.setLevel(kFolder, kLevelReadWrite);
   for (const char* call : {"metadataStores.copyStorePaths", "metadataStores.copyStoreAttributes"})
     failing(call, [] { EXPECT_FALSE(isEnabled()); });
   expectErrors({});
 }
 
-TEST_F(MDConfigWrappersTest, TheStoresAreAskedOnce) {
+TEST_F(MetadataStoreIndexing, TheStoresAreAskedOnce) {
   stores.setLevel(kFolder, kLevelReadWrite);
   FaultPlan plan;
-  const FaultyServices faulty(doubles(), plan);
+  const ForwardingServices faulty(doubles(), plan);
   const ServicesGuard guard(faulty.services());
   EXPECT_TRUE(isEnabled());
   EXPECT_EQ(plan.calls(),
             (Texts{"metadataStores.copyStorePaths", "metadataStores.copyStoreAttributes"}));
 }
 
-TEST_F(MDConfigWrappersTest, APathOnTheClusteredFileSystemIsWhatItsStoreSays) {
+TEST_F(MetadataStoreIndexing, PathOnClusteredFileSystemFollowsItsStore) {
   mountClustered();
   EXPECT_FALSE(isEnabled());
   stores.setLevel(kFolder, kLevelReadWrite);
@@ -110,7 +110,7 @@ TEST_F(MDConfigWrappersTest, APathOnTheClusteredFileSystemIsWhatItsStoreSays) {
 
 // setIsIndexingEnabled
 
-TEST_F(MDConfigWrappersTest, SettingSwitchesOnAndOff) {
+TEST_F(MetadataStoreIndexing, SettingSwitchesOnAndOff) {
   MDConfigWrappers::setIsIndexingEnabled(true, kFolder);
   EXPECT_TRUE(isEnabled());
   MDConfigWrappers::setIsIndexingEnabled(false, kFolder);
@@ -120,7 +120,7 @@ TEST_F(MDConfigWrappersTest, SettingSwitchesOnAndOff) {
 
 // enableIndexingForPath
 
-TEST_F(MDConfigWrappersTest, EnablingAPathWithoutAStoreCreatesOneAndAddsTheEntry) {
+TEST_F(MetadataStoreIndexing, EnablingPathWithoutStoreCreatesStoreAndEntry) {
   enable();
   EXPECT_EQ(stores.stores(),
             (std::map<std::string, Dictionary>{{kFolder, {{"searchLevel", "readWrite"}}}}));
@@ -128,7 +128,7 @@ TEST_F(MDConfigWrappersTest, EnablingAPathWithoutAStoreCreatesOneAndAddsTheEntry
   expectErrors({});
 }
 
-TEST_F(MDConfigWrappersTest, EnablingRaisesALowerStoreAndKeepsItsOtherAttributes) {
+TEST_F(MetadataStoreIndexing, EnablingRaisesLowerStoreAndKeepsOtherAttributes) {
   for (const char* level : {kLevelFSSearchOnly, kLevelOff, "something else"}) {
     stores.setLevel(kFolder, level);
     EXPECT_EQ(stores.setStoreAttributes(kFolder, {{"other", "kept"}}), 0);
@@ -140,16 +140,16 @@ TEST_F(MDConfigWrappersTest, EnablingRaisesALowerStoreAndKeepsItsOtherAttributes
   expectErrors({});
 }
 
-TEST_F(MDConfigWrappersTest, EnablingAStoreWithoutALevelSetsIt) {
+TEST_F(MetadataStoreIndexing, EnablingAStoreWithoutALevelSetsIt) {
   EXPECT_EQ(stores.createStore(kFolder, {}), 0);
   enable();
   EXPECT_TRUE(isEnabled());
 }
 
-TEST_F(MDConfigWrappersTest, EnablingAReadWriteStoreChangesNothingButAddsAMissingEntry) {
+TEST_F(MetadataStoreIndexing, EnablingReadWriteStoreOnlyAddsMissingEntry) {
   stores.setLevel(kFolder, kLevelReadWrite);
   FaultPlan plan;
-  const FaultyServices faulty(doubles(), plan);
+  const ForwardingServices faulty(doubles(), plan);
   const ServicesGuard guard(faulty.services());
   enable();
   EXPECT_EQ(entries(), (Texts{kLookwiseEntry}));
@@ -159,7 +159,7 @@ TEST_F(MDConfigWrappersTest, EnablingAReadWriteStoreChangesNothingButAddsAMissin
   }
 }
 
-TEST_F(MDConfigWrappersTest, AFolderThatHoldsTheEntryGetsNoSecondOne) {
+TEST_F(MetadataStoreIndexing, FolderWithEntryGetsNoSecondOne) {
   enable();
   disable();
   enable();
@@ -167,7 +167,7 @@ TEST_F(MDConfigWrappersTest, AFolderThatHoldsTheEntryGetsNoSecondOne) {
   EXPECT_EQ(acl.replacements(), 1);
 }
 
-TEST_F(MDConfigWrappersTest, OtherStoresAreLeftAlone) {
+TEST_F(MetadataStoreIndexing, OtherStoresAreLeftAlone) {
   stores.setLevel("/srv", kLevelOff);
   stores.setLevel("/srv/folder/", kLevelFSSearchOnly);
   enable();
@@ -175,7 +175,7 @@ TEST_F(MDConfigWrappersTest, OtherStoresAreLeftAlone) {
   EXPECT_EQ(stores.levelOf("/srv/folder/"), kLevelFSSearchOnly);
 }
 
-TEST_F(MDConfigWrappersTest, APathOnTheClusteredFileSystemIsNeverChanged) {
+TEST_F(MetadataStoreIndexing, PathOnClusteredFileSystemIsNeverChanged) {
   mountClustered();
   setCommand({"/bin/tell"});
   enable();
@@ -191,7 +191,7 @@ TEST_F(MDConfigWrappersTest, APathOnTheClusteredFileSystemIsNeverChanged) {
   expectErrors({});
 }
 
-TEST_F(MDConfigWrappersTest, AStoreThatCannotBeRaisedIsLoggedAndEndsIt) {
+TEST_F(MetadataStoreIndexing, FailedStoreRaiseIsLoggedAndEndsEnabling) {
   stores.setLevel(kFolder, kLevelOff);
   failing("metadataStores.setStoreAttributes", enable, EROFS);
   expectErrors(
@@ -200,7 +200,7 @@ TEST_F(MDConfigWrappersTest, AStoreThatCannotBeRaisedIsLoggedAndEndsIt) {
   EXPECT_EQ(entries(), (Texts{"(none)"}));
 }
 
-TEST_F(MDConfigWrappersTest, AStoreThatCannotBeCreatedIsLoggedAndEndsIt) {
+TEST_F(MetadataStoreIndexing, FailedStoreCreationIsLoggedAndEndsEnabling) {
   failing("metadataStores.createStore", enable, EBUSY);
   expectErrors(
       {"paddock_sharing: Failed to create a R/W Lookwise store at /srv/folder (error: 16)"});
@@ -208,17 +208,17 @@ TEST_F(MDConfigWrappersTest, AStoreThatCannotBeCreatedIsLoggedAndEndsIt) {
   EXPECT_EQ(entries(), (Texts{"(none)"}));
 }
 
-TEST_F(MDConfigWrappersTest, APathThatNoStoreCanHaveIsLogged) {
+TEST_F(MetadataStoreIndexing, PathUnfitForStoreIsLogged) {
   MDConfigWrappers::enableIndexingForPath("");
   expectErrors({"paddock_sharing: Failed to create a R/W Lookwise store at  (error: 22)"});
 }
 
-TEST_F(MDConfigWrappersTest, StoresThatCannotBeListedAreNotOverwritten) {
+TEST_F(MetadataStoreIndexing, StoresThatCannotBeListedAreNotOverwritten) {
   stores.setLevel(kFolder, kLevelOff);
   FaultPlan plan(1);
   plan.countOnly("metadataStores.copyStorePaths");
   plan.keepFailing();
-  const FaultyServices faulty(doubles(), plan);
+  const ForwardingServices faulty(doubles(), plan);
   {
     const ServicesGuard guard(faulty.services());
     enable();
@@ -229,14 +229,14 @@ TEST_F(MDConfigWrappersTest, StoresThatCannotBeListedAreNotOverwritten) {
   EXPECT_EQ(stores.levelOf(kFolder), kLevelOff);
 }
 
-TEST_F(MDConfigWrappersTest, AnEntryThatCannotBeSetIsLoggedAndTheStoreStaysRaised) {
+TEST_F(MetadataStoreIndexing, FailedEntryIsLoggedAndStoreStaysRaised) {
   failing("acl.acl_set_file", enable, EPERM);
   expectErrors({"paddock_sharing: Failed to set Lookwise ACE on /srv/folder"});
   EXPECT_TRUE(isEnabled());
   EXPECT_EQ(entries(), (Texts{"(none)"}));
 }
 
-TEST_F(MDConfigWrappersTest, AFolderThatIsMissingHasAStoreAndNoEntry) {
+TEST_F(MetadataStoreIndexing, MissingFolderHasStoreAndNoEntry) {
   tree.remove(kFolder);
   enable();
   EXPECT_TRUE(isEnabled());
@@ -245,7 +245,7 @@ TEST_F(MDConfigWrappersTest, AFolderThatIsMissingHasAStoreAndNoEntry) {
 
 // disableIndexingForPath
 
-TEST_F(MDConfigWrappersTest, DisablingLowersAReadWriteStoreToSearchOfAttributes) {
+TEST_F(MetadataStoreIndexing, DisablingLowersReadWriteStoreToAttributeSearch) {
   stores.setLevel(kFolder, kLevelReadWrite);
   EXPECT_EQ(stores.setStoreAttributes(kFolder, {{"other", "kept"}}), 0);
   disable();
@@ -254,17 +254,17 @@ TEST_F(MDConfigWrappersTest, DisablingLowersAReadWriteStoreToSearchOfAttributes)
   expectErrors({});
 }
 
-TEST_F(MDConfigWrappersTest, DisablingKeepsTheEntry) {
+TEST_F(MetadataStoreIndexing, DisablingKeepsTheEntry) {
   enable();
   disable();
   EXPECT_EQ(entries(), (Texts{kLookwiseEntry}));
 }
 
-TEST_F(MDConfigWrappersTest, DisablingALowerStoreChangesNothing) {
+TEST_F(MetadataStoreIndexing, DisablingALowerStoreChangesNothing) {
   for (const char* level : {kLevelFSSearchOnly, kLevelOff}) {
     stores.setLevel(kFolder, level);
     FaultPlan plan;
-    const FaultyServices faulty(doubles(), plan);
+    const ForwardingServices faulty(doubles(), plan);
     const ServicesGuard guard(faulty.services());
     disable();
     EXPECT_EQ(stores.levelOf(kFolder), level);
@@ -272,7 +272,7 @@ TEST_F(MDConfigWrappersTest, DisablingALowerStoreChangesNothing) {
   }
 }
 
-TEST_F(MDConfigWrappersTest, DisablingAPathWithoutAStoreDoesNothing) {
+TEST_F(MetadataStoreIndexing, DisablingAPathWithoutAStoreDoesNothing) {
   disable();
   MDConfigWrappers::disableIndexingForPath("");
   EXPECT_TRUE(stores.stores().empty());
@@ -280,7 +280,7 @@ TEST_F(MDConfigWrappersTest, DisablingAPathWithoutAStoreDoesNothing) {
   expectErrors({});
 }
 
-TEST_F(MDConfigWrappersTest, DisablingAStoreWithAnotherLevelOrNoneSetsSearchOfAttributes) {
+TEST_F(MetadataStoreIndexing, DisablingStoreWithOtherLevelSetsAttributeSearch) {
   EXPECT_EQ(stores.createStore(kFolder, {}), 0);
   disable();
   EXPECT_EQ(stores.levelOf(kFolder), kLevelFSSearchOnly);
@@ -289,7 +289,7 @@ TEST_F(MDConfigWrappersTest, DisablingAStoreWithAnotherLevelOrNoneSetsSearchOfAt
   EXPECT_EQ(stores.levelOf(kFolder), kLevelFSSearchOnly);
 }
 
-TEST_F(MDConfigWrappersTest, AStoreThatCannotBeLoweredIsLogged) {
+TEST_F(MetadataStoreIndexing, AStoreThatCannotBeLoweredIsLogged) {
   stores.setLevel(kFolder, kLevelReadWrite);
   failing("metadataStores.setStoreAttributes", disable, EIO);
   expectErrors(
@@ -298,17 +298,17 @@ TEST_F(MDConfigWrappersTest, AStoreThatCannotBeLoweredIsLogged) {
   EXPECT_EQ(stores.levelOf(kFolder), kLevelReadWrite);
 }
 
-// The command that is told
+// The notified command
 
-class IndexingCommandTest : public MDConfigWrappersTest {
+class IndexingCommand : public MetadataStoreIndexing {
  protected:
-  IndexingCommandTest() { setCommand({"/bin/tell", "--from", "paddock"}); }
+  IndexingCommand() { setCommand({"/bin/tell", "--from", "paddock"}); }
   static RecordingProgramRunner::Run told(const std::string& level) {
     return {"/bin/tell", {"/bin/tell", "--from", "paddock", kFolder, level}};
   }
 };
 
-TEST_F(IndexingCommandTest, IsToldOfEachChangeWithThePathAndTheNewLevel) {
+TEST_F(IndexingCommand, ReceivesPathAndNewLevelOfEachChange) {
   enable();
   EXPECT_EQ(programs.started(), (Runs{told("readWrite")}));
   disable();
@@ -318,7 +318,7 @@ TEST_F(IndexingCommandTest, IsToldOfEachChangeWithThePathAndTheNewLevel) {
   EXPECT_EQ(programs.runs(), Runs()) << "nothing is waited for";
 }
 
-TEST_F(IndexingCommandTest, IsNotToldWhenNothingChanges) {
+TEST_F(IndexingCommand, IsNotToldWhenNothingChanges) {
   disable();
   stores.setLevel(kFolder, kLevelReadWrite);
   enable();
@@ -327,7 +327,7 @@ TEST_F(IndexingCommandTest, IsNotToldWhenNothingChanges) {
   EXPECT_EQ(programs.started(), Runs());
 }
 
-TEST_F(IndexingCommandTest, IsNotToldOfWhatFailed) {
+TEST_F(IndexingCommand, IsNotToldOfWhatFailed) {
   failing("metadataStores.createStore", enable);
   stores.setLevel(kFolder, kLevelFSSearchOnly);
   failing("metadataStores.setStoreAttributes", enable);
@@ -336,12 +336,12 @@ TEST_F(IndexingCommandTest, IsNotToldOfWhatFailed) {
   EXPECT_EQ(programs.started(), Runs());
 }
 
-TEST_F(IndexingCommandTest, IsToldOfAChangeWhoseEntryFailed) {
+TEST_F(IndexingCommand, IsToldOfAChangeWhoseEntryFailed) {
   failing("acl.acl_set_file", enable);
   EXPECT_EQ(programs.started(), (Runs{told("readWrite")}));
 }
 
-TEST_F(IndexingCommandTest, OneThatCannotBeStartedIsLoggedAndNoMore) {
+TEST_F(IndexingCommand, FailedStartIsOnlyLogged) {
   programs.setStartError(ENOENT);
   enable();
   EXPECT_TRUE(isEnabled());
@@ -354,7 +354,7 @@ TEST_F(IndexingCommandTest, OneThatCannotBeStartedIsLoggedAndNoMore) {
       {"paddock_sharing: Failed to start the indexing command for /srv/folder (error: 2)"});
 }
 
-TEST_F(IndexingCommandTest, WithoutACommandNothingIsStarted) {
+TEST_F(IndexingCommand, WithoutACommandNothingIsStarted) {
   setCommand({});
   enable();
   disable();
@@ -362,7 +362,7 @@ TEST_F(IndexingCommandTest, WithoutACommandNothingIsStarted) {
   expectErrors({});
 }
 
-TEST_F(IndexingCommandTest, PathsOfAnyKindAreOneArgument) {
+TEST_F(IndexingCommand, PathsOfAnyKindAreOneArgument) {
   const std::string path = "/srv/a b;$(touch x)\n'\"*";
   tree.setFolder(path);
   MDConfigWrappers::enableIndexingForPath(path);

@@ -8,7 +8,7 @@
 namespace paddock {
 namespace {
 
-// The bytes of a slot, written out by hand.
+// The bytes of a slot, hand-encoded.
 const QuotaSlot kHeaderBytes = {
     0xFF, 0x31, 0xFF, 0x35,                       // magic of users
     0x00, 0x00, 0x00, 0x01,                       // version
@@ -67,12 +67,12 @@ QuotaEntry exampleEntry() {
   return entry;
 }
 
-TEST(QuotaFileFormat, AHeaderIsReadAndWrittenByteForByte) {
+TEST(QuotaFileFormat, HeaderIsReadAndWrittenByteExact) {
   EXPECT_EQ(decodeQuotaHeader(kHeaderBytes), exampleHeader());
   EXPECT_EQ(encodeQuotaHeader(exampleHeader()), kHeaderBytes);
 }
 
-TEST(QuotaFileFormat, AnEntryIsReadAndWrittenByteForByte) {
+TEST(QuotaFileFormat, EntryIsReadAndWrittenByteExact) {
   EXPECT_EQ(decodeQuotaEntry(kEntryBytes), exampleEntry());
   EXPECT_EQ(encodeQuotaEntry(exampleEntry()), kEntryBytes);
   EXPECT_EQ(quotaEntryId(kEntryBytes), 0x800003E8U);
@@ -88,7 +88,7 @@ TEST(QuotaFileFormat, TheTablesAreThoseOfTheKernel) {
   EXPECT_STREQ(quotagroup, "operator");
 }
 
-TEST(QuotaFileFormat, AHeaderOfTheTypeNeedsItsMagicAKnownVersionAndAPowerOfTwo) {
+TEST(QuotaFileFormat, HeaderNeedsMagicVersionAndPowerOfTwo) {
   EXPECT_TRUE(isQuotaHeaderOf(kUserQuota, 0xFF31FF35, 1, 2048));
   EXPECT_TRUE(isQuotaHeaderOf(kUserQuota, 0xFF31FF35, 0, 1));
   EXPECT_TRUE(isQuotaHeaderOf(kGroupQuota, 0xFF31FF27, 1, 0x80000000));
@@ -108,12 +108,12 @@ std::uint32_t slotsOf(QuotaType type, std::uint64_t gibibytes) {
   return quotaTableSize(type, kBlock, gibibytes * kBlocksOfGibibyte);
 }
 
-TEST(QuotaTableSize, AVolumeOfOneGibibyteGetsTheSmallestTable) {
+TEST(QuotaTableSize, VolumeOfOneGibibyteGetsSmallestTable) {
   EXPECT_EQ(slotsOf(kUserQuota, 1), 2048U);
   EXPECT_EQ(quotaFileSize(2048), 131'136U);
 }
 
-TEST(QuotaTableSize, AValueBetweenPowersOfTwoIsRaisedToTheNext) {
+TEST(QuotaTableSize, ValueBetweenPowersOfTwoRoundsUp) {
   EXPECT_EQ(slotsOf(kUserQuota, 12), 4096U);  // 3072
   EXPECT_EQ(slotsOf(kUserQuota, 16), 4096U);  // 4096 itself
   EXPECT_EQ(slotsOf(kUserQuota, 17), 8192U);  // 4352
@@ -149,7 +149,7 @@ std::vector<std::uint32_t> slotsTried(std::uint32_t id, std::uint32_t maxentries
   return slots;
 }
 
-// Reckoned by hand. Id 1: p = 0x9E3779B1. 16 slots: shift 28, start 9; (p >> 11) is 0x13C6EF, so
+// Calculated by hand. Id 1: p = 0x9E3779B1. 16 slots: shift 28, start 9; (p >> 11) is 0x13C6EF, so
 // the step is (0xF & 7) | 1 = 7. The row ends before 9 - 7 = 2.
 TEST(QuotaProbe, StartsAndStepsAsTheHashSays) {
   EXPECT_EQ(slotsTried(1, 16),
@@ -173,7 +173,7 @@ TEST(QuotaProbe, TriesEverySlotOnceButTheLast) {
   }
 }
 
-TEST(QuotaProbe, ATableOfOneSlotHasNoneToTry) { EXPECT_TRUE(slotsTried(1, 1).empty()); }
+TEST(QuotaProbe, TableOfOneSlotHasNoneToTry) { EXPECT_TRUE(slotsTried(1, 1).empty()); }
 
 TEST(QuotaProbe, TheLargestTableStaysWithinItsSlots) {
   QuotaProbe probe(0xFFFFFFFF, 0x80000000);

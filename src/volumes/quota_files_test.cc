@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,11 +10,100 @@
 #include <cstring>
 #include <filesystem>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
+#include "support/own_mounts.h"
+#include "support/temporary_folder.h"
 #include "support/volume_fixture.h"
 
 namespace paddock {
+
 namespace {
+
+class VolumeFiles : public testing::Test {
+ protected:
+  std::string path(const std::string& name) const { return folder_.path(name); }
+  int open(const std::string& name) { return openRegularFile(path(name), file_, owner_); }
+  int create(const std::string& name) { return createFile(path(name), 0640, file_); }
+
+  TestFolder folder_;
+  FileDescriptor file_;
+  uid_t owner_ = 12345;
+};
+
+TEST_F(VolumeFiles, ARegularFileIsOpenedWithItsOwner) {
+  writeWholeFile(path("file"), "x");
+  EXPECT_EQ(open("file"), 0);
+  ASSERT_TRUE(file_);
+  EXPECT_EQ(owner_, ::geteuid());
+  EXPECT_NE(::fcntl(file_.get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(VolumeFiles, NothingElseIsOpened) {
+  writeWholeFile(path("file"), "x");
+  std::filesystem::create_directory(path("folder"));
+  std::filesystem::create_symlink("file", path("link"));
+  std::filesystem::create_symlink("missing", path("dangling"));
+  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(open("missing"), ENOENT);
+  EXPECT_EQ(open("folder"), EISDIR);
+  EXPECT_EQ(open("link"), ELOOP);
+  EXPECT_EQ(open("dangling"), ELOOP);
+  EXPECT_EQ(open("fifo"), EINVAL);
+  EXPECT_EQ(openRegularFile("/dev/null", file_, owner_), EINVAL);
+  EXPECT_FALSE(file_);
+}
+
+TEST_F(VolumeFiles, NewFileIsEmptyAndWritable) {
+  EXPECT_EQ(create("new"), 0);
+  ASSERT_TRUE(file_);
+  EXPECT_EQ(std::filesystem::file_size(path("new")), 0U);
+  EXPECT_EQ(::write(file_.get(), "x", 1), 1);
+  EXPECT_NE(::fcntl(file_.get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(VolumeFiles, WhatHasTheNameStaysAsItIs) {
+  writeWholeFile(path("file"), "contents");
+  std::filesystem::create_directory(path("folder"));
+  std::filesystem::create_symlink("elsewhere", path("dangling"));
+  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+  for (const char* name : {"file", "folder", "dangling", "fifo"}) {
+    EXPECT_EQ(create(name), EEXIST) << name;
+  }
+  EXPECT_EQ(readWholeFile(path("file")), "contents");
+  EXPECT_FALSE(std::filesystem::exists(path("elsewhere")));
+  EXPECT_EQ(createFile(path("missing/new"), 0640, file_), ENOENT);
+}
+
+TEST_F(VolumeFiles, ANameIsTakenByAnythingAtAll) {
+  std::filesystem::create_symlink("elsewhere", path("dangling"));
+  std::filesystem::create_directory(path("folder"));
+  EXPECT_TRUE(isTaken(path("dangling")));
+  EXPECT_TRUE(isTaken(path("folder")));
+  EXPECT_FALSE(isTaken(path("missing")));
+  writeWholeFile(path("file"), "");
+  EXPECT_TRUE(isRegularFile(path("file")));
+  EXPECT_FALSE(isRegularFile(path("folder")));
+  EXPECT_FALSE(isRegularFile(path("dangling")));
+}
+
+TEST_F(VolumeFiles, APathWithANulNamesNothing) {
+  writeWholeFile(path("file"), "");
+  const std::string withNul = path("file") + std::string("\0x", 2);
+  EXPECT_EQ(openRegularFile(withNul, file_, owner_), EINVAL);
+  EXPECT_EQ(createFile(path("new") + std::string("\0x", 2), 0640, file_), EINVAL);
+  EXPECT_FALSE(std::filesystem::exists(path("new")));
+  EXPECT_FALSE(isTaken(withNul));
+  EXPECT_FALSE(isRegularFile(withNul));
+}
+
+TEST_F(VolumeFiles, AReadOnlyVolumeTakesNoNewFile) {
+  if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  runInOwnMounts([&] {
+    bindMount(folder_.path(), folder_.path());
+    ASSERT_EQ(::mount("", folder_.path().c_str(), "", MS_REMOUNT | MS_BIND | MS_RDONLY, ""), 0);
+    EXPECT_EQ(create("new"), EROFS);
+  });
+}
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -33,7 +123,7 @@ class QuotaFileCreation : public VolumeFixture {
   LeftOpen leftOpen_;
 };
 
-// The header that a table of 2048 slots gets, written out by hand.
+// The header of a table of 2048 slots, hand-encoded.
 const unsigned char kFreshUserHeader[] = {
     0xFF, 0x31, 0xFF, 0x35, 0,   0,   0,   1,   0,   0,   0x08, 0,    0,   0,   0,    0,  //
     0,    0,    0,    0,    0,   0,   0,   0,   0,   9,   0x3A, 0x80, 0,   9,   0x3A, 0x80,
@@ -45,13 +135,13 @@ std::string freshUserFile() {
   return bytes + std::string(std::size_t{2048} * 64, '\0');
 }
 
-TEST_F(QuotaFileCreation, AVolumeOfOneGibibyteGetsTheSmallestTableBitForBit) {
+TEST_F(QuotaFileCreation, VolumeOfOneGibibyteGetsExactSmallestTable) {
   EXPECT_EQ(create(), 0);
   EXPECT_EQ(std::filesystem::file_size(userFile()), 131'136U);
   EXPECT_EQ(readWholeFile(userFile()), freshUserFile());
 }
 
-TEST_F(QuotaFileCreation, TheFileBelongsToTheProcessAndGroupEighty) {
+TEST_F(QuotaFileCreation, FileBelongsToProcessUserAndGroupEighty) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another group needs root";
   const mode_t before = ::umask(0077);
   EXPECT_EQ(create(), 0);
@@ -85,7 +175,7 @@ TEST_F(QuotaFileCreation, AnotherTypeGetsAFileWithoutSlots) {
   EXPECT_EQ(std::filesystem::file_size(path(".quota.undefined")), 64U);
 }
 
-TEST_F(QuotaFileCreation, APathThatIsNoMountPointIsLeftAlone) {
+TEST_F(QuotaFileCreation, PathOtherThanMountPointIsSkipped) {
   std::filesystem::create_directory(path("folder"));
   EXPECT_EQ(qfcreate(path("folder"), kUserQuota), 0);
   EXPECT_EQ(qfcreate(root() + "/", kUserQuota), 0);
@@ -106,7 +196,7 @@ TEST_F(QuotaFileCreation, AFileThatIsThereIsLeftUntouched) {
   EXPECT_EQ(status.st_mode & 0777U, 0604U);
 }
 
-TEST_F(QuotaFileCreation, TheDescriptorIsLeftOpenAndClosedByAnExec) {
+TEST_F(QuotaFileCreation, DescriptorStaysOpenUntilExec) {
   create();
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
   create();
@@ -123,7 +213,7 @@ TEST_F(QuotaFileCreation, WithoutVolumesItFails) {
   EXPECT_FALSE(std::filesystem::exists(userFile()));
 }
 
-TEST_F(QuotaFileCreation, WhatKeepsTheFileFromBeingMadeIsSaidWithItsPath) {
+TEST_F(QuotaFileCreation, CreationFailureIsReportedWithItsPath) {
   std::filesystem::create_directory(userFile());
   EXPECT_EQ(errorOutputOf([this] { EXPECT_EQ(create(), 0); }),
             userFile() + ": " + std::strerror(EEXIST) + "\n");
@@ -159,20 +249,20 @@ TEST_F(QuotaFileCreation, APipeIsNeitherWaitedForNorChanged) {
   EXPECT_THAT(leftOpen_.numbers(), IsEmpty());
 }
 
-TEST_F(QuotaFileCreation, AVolumeThatCannotBeAskedItsSizeGetsNone) {
+TEST_F(QuotaFileCreation, VolumeOfUnknownSizeGetsNone) {
   volumes.setError(root(), EIO);
   EXPECT_EQ(errorOutputOf([this] { EXPECT_EQ(create(), 0); }),
             userFile() + ": " + std::strerror(EIO) + "\n");
   EXPECT_FALSE(std::filesystem::exists(userFile()));
 }
 
-TEST_F(QuotaFileCreation, AFolderThatHasGoneIsDoneWithSilently) {
+TEST_F(QuotaFileCreation, VanishedFolderIsSkippedSilently) {
   volumes.mount({path("gone"), "/dev/sdz2", "ext4"});
   EXPECT_EQ(errorOutputOf([this] { EXPECT_EQ(qfcreate(path("gone"), kUserQuota), 0); }), "");
   EXPECT_THAT(leftOpen_.numbers(), IsEmpty());
 }
 
-TEST_F(QuotaFileCreation, APathLongerThanTheBufferIsRefusedAndNotCut) {
+TEST_F(QuotaFileCreation, PathExceedingBufferIsRefusedNotTruncated) {
   // With "/.quota.user" 512 bytes, which leaves no room for the end; the folder above is there.
   std::string longPath = root();
   while (longPath.size() + 101 < 500) longPath += "/" + std::string(100, 'd');
@@ -276,13 +366,13 @@ TEST_F(QuotaFileSearch, IdZeroIsNeverLookedUpOrStored) {
   EXPECT_EQ(readWholeFile(path()), before);
   EXPECT_EQ(lookup(0), 0);
   EXPECT_EQ(entry_, QuotaSlot{});
-  // Not even a header is looked at.
+  // Not even a header is read.
   writeHeader(0, 0, 0);
   EXPECT_EQ(lookup(0), 0);
   EXPECT_EQ(update(0), 0);
 }
 
-TEST_F(QuotaFileSearch, AnUpdateWritesTheOwnSlotWithTheIdInIt) {
+TEST_F(QuotaFileSearch, UpdateWritesOwnSlotWithItsId) {
   putId(9, 17);
   putId(0, 1);
   entry_.fill(7);
@@ -293,7 +383,7 @@ TEST_F(QuotaFileSearch, AnUpdateWritesTheOwnSlotWithTheIdInIt) {
   EXPECT_EQ(readWholeFile(path()).substr(quotaSlotOffset(0), 3), "\7\7\7");
 }
 
-TEST_F(QuotaFileSearch, AnUpdateOfANewIdTakesAFreeSlot) {
+TEST_F(QuotaFileSearch, UpdateOfNewIdTakesFreeSlot) {
   putId(9, 17);
   EXPECT_EQ(update(0x80000001), 0);
   EXPECT_EQ(update(0xFFFFFFFF), 0);
@@ -304,7 +394,7 @@ TEST_F(QuotaFileSearch, AnUpdateOfANewIdTakesAFreeSlot) {
   }
 }
 
-TEST_F(QuotaFileSearch, AFullTableIsReportedAndSearchedToItsEnd) {
+TEST_F(QuotaFileSearch, FullTableIsSearchedToEndAndReported) {
   fillAll();
   errno = 0;
   const std::string before = readWholeFile(path());
@@ -314,7 +404,7 @@ TEST_F(QuotaFileSearch, AFullTableIsReportedAndSearchedToItsEnd) {
   EXPECT_EQ(lookup(1), 0);
 }
 
-TEST_F(QuotaFileSearch, AHeaderThatDoesNotFitIsRefusedWithTheTwoCodes) {
+TEST_F(QuotaFileSearch, InvalidHeaderIsRefusedWithBothCodes) {
   const struct {
     std::uint32_t magic, version, maxentries;
     QuotaType type;
@@ -335,7 +425,7 @@ TEST_F(QuotaFileSearch, VersionZeroIsAccepted) {
   EXPECT_EQ(lookup(1), 0);
 }
 
-TEST_F(QuotaFileSearch, AFileAsItIsInitialisedIsRefusedOnALittleEndianHost) {
+TEST_F(QuotaFileSearch, InitialisedFileIsRefusedOnLittleEndianHost) {
   const std::uint16_t one = 1;
   if (*reinterpret_cast<const std::uint8_t*>(&one) == 0) GTEST_SKIP() << "a big-endian host";
   ASSERT_EQ(qfinit(file_.get(), {"ufs", 4096, 1, 1}, kUserQuota), 0);
@@ -345,7 +435,7 @@ TEST_F(QuotaFileSearch, AFileAsItIsInitialisedIsRefusedOnALittleEndianHost) {
             "quota: invalid quota file header\n");
 }
 
-TEST_F(QuotaFileSearch, AFileCutAtAnyLengthIsReadWithinItsEnd) {
+TEST_F(QuotaFileSearch, TruncatedFileIsNeverReadBeyondItsEnd) {
   fillAll();
   putId(11, 1);  // the last slot that is tried
   for (off_t length = (kSlots + 1) * kQuotaSlotSize; length > 0; --length) {
@@ -359,7 +449,7 @@ TEST_F(QuotaFileSearch, AFileCutAtAnyLengthIsReadWithinItsEnd) {
   EXPECT_EQ(errorOutputOf([this] { EXPECT_EQ(lookup(1), -1); }), "");
 }
 
-TEST_F(QuotaFileSearch, TheLargestTableInASmallFileEndsAtOnce) {
+TEST_F(QuotaFileSearch, LargestTableInSmallFileEndsAtOnce) {
   writeHeader(0xFF31FF35, 1, 0x80000000);
   EXPECT_EQ(lookup(0xFFFFFFF1), -1);
   EXPECT_EQ(update(0xFFFFFFF1), -1);
@@ -373,7 +463,7 @@ TEST_F(QuotaFileSearch, ATableOfOneSlotIsFull) {
   EXPECT_EQ(errno, ENOSPC);
 }
 
-TEST_F(QuotaFileSearch, ADescriptorThatCannotBeReadOrWrittenFails) {
+TEST_F(QuotaFileSearch, UnreadableOrUnwritableDescriptorFails) {
   EXPECT_EQ(qflookup(-1, 1, kUserQuota, entry_), -1);
   EXPECT_EQ(qfupdate(-1, 1, kUserQuota, entry_), -1);
   const FileDescriptor readOnly(::open(path().c_str(), O_RDONLY | O_CLOEXEC));
@@ -399,4 +489,5 @@ TEST(QuotaFileInitialising, AFileThatIsLongerIsCut) {
 }
 
 }  // namespace
+
 }  // namespace paddock

@@ -11,7 +11,7 @@
 #include "platform/services.h"
 #include "platform/volume_info.h"
 #include "volumes/quota_entries.h"
-#include "volumes/volume_files.h"
+#include "volumes/quota_files.h"
 
 namespace paddock {
 

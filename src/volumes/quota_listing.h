@@ -22,7 +22,7 @@ namespace paddock {
 // descriptor, however often that happens with the same file. Whatever is not 0 has one line at
 // error level, with the file and the reason.
 //
-// Takes memory for the answer alone. Holes in the file are not read.
+// Allocates memory for the result only. Holes in the file are not read.
 Status read_quota_entries(const std::string& volumePath, QuotaType type,
                           std::optional<Array>& entries);
 

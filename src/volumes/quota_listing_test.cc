@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "platform/logger.h"
 #include "support/volume_fixture.h"
 #include "volumes/quota_entries.h"
@@ -52,7 +52,7 @@ class QuotaListing : public VolumeFixture {
   LeftOpen leftOpen_;
 };
 
-TEST_F(QuotaListing, AFileWrittenByHandIsReadBitForBit) {
+TEST_F(QuotaListing, ManuallyWrittenFileIsReadBitExact) {
   const unsigned char bytes[] = {0xFF, 0x31, 0xFF, 0x35, 0, 0, 0, 1, 0, 0, 0, 4, 0, 0, 0, 2,  //
                                  0, 0, 0, 0, 0, 0, 0, 0, 0, 9, 0x3A, 0x80, 0, 9, 0x3A, 0x80, 'Q',
                                  'U', 'O', 'T', 'A', ' ', 'H', 'A', 'S', 'H', ' ', 'F', 'I', 'L',
@@ -89,7 +89,7 @@ TEST_F(QuotaListing, WithoutTheMarkerNothingIsListedOrOpened) {
   EXPECT_FALSE(entries_);
 }
 
-TEST_F(QuotaListing, AMarkerThatIsNoRegularFileIsNone) {
+TEST_F(QuotaListing, MarkerMustBeRegularFile) {
   writeUsers({usage(1001, 5)});
   std::filesystem::remove(userMarker());
   std::filesystem::create_directory(userMarker());
@@ -106,14 +106,14 @@ TEST_F(QuotaListing, FreeIsWhatTheHardLimitLeaves) {
   EXPECT_EQ(listed(), (Array{entryForm("alice", 300, 700, 1000)}));
 }
 
-TEST_F(QuotaListing, AUserAtOrOverTheLimitHasNothingFree) {
+TEST_F(QuotaListing, UserAtOrOverLimitHasNothingFree) {
   writeUsers({usage(1001, 1000, 1000)});
   EXPECT_EQ(listed(), (Array{entryForm("alice", 1000, 0, 1000)}));
   writeUsers({usage(1001, 5000, 1000)});
   EXPECT_EQ(listed(), (Array{entryForm("alice", 5000, 0, 1000)}));
 }
 
-TEST_F(QuotaListing, WithoutAHardLimitTheVolumesSpaceIsFree) {
+TEST_F(QuotaListing, MissingHardLimitLeavesVolumeSpaceFree) {
   QuotaEntry entry = usage(1001, 300);
   entry.softBytes = 100;
   writeUsers({entry});
@@ -144,7 +144,7 @@ TEST_F(QuotaListing, AnIdWithoutANameIsItsNumber) {
   EXPECT_THAT(names, testing::UnorderedElementsAre(Value("2147483649"), Value("4294967295")));
 }
 
-TEST_F(QuotaListing, GroupsAreListedFromTheirOwnFileUnderTheirOwnMarker) {
+TEST_F(QuotaListing, GroupsHaveSeparateFileAndMarker) {
   writeWholeFile(groupFile(), quotaFileBytes(kGroupQuota, 8, {usage(50, 9), usage(1001, 8)}));
   EXPECT_EQ(list(kGroupQuota), kSuccess);
   EXPECT_FALSE(entries_);
@@ -161,7 +161,7 @@ TEST_F(QuotaListing, AnotherTypeIsRefused) {
   EXPECT_EQ(list(2), -1);
 }
 
-TEST_F(QuotaListing, TheFamiliesUfsAndHfsAreListedAndAllOthersAreEmpty) {
+TEST_F(QuotaListing, OnlyUfsAndHfsFamiliesAreListed) {
   writeUsers({usage(1001, 5)});
   for (const char* type : {"ext4", "xfs", "hfsplus"}) {
     remount(type);
@@ -174,7 +174,7 @@ TEST_F(QuotaListing, TheFamiliesUfsAndHfsAreListedAndAllOthersAreEmpty) {
   EXPECT_THAT(leftOpen_.numbers(), IsEmpty());
 }
 
-TEST_F(QuotaListing, AFileThatCannotBeOpenedIsItsErrno) {
+TEST_F(QuotaListing, UnopenableFileReturnsItsErrno) {
   expectRefused(ENOENT, "there is no such file, although quotas were switched on here");
   std::filesystem::create_directory(userFile());
   expectRefused(EISDIR, "it is a folder");
@@ -195,21 +195,21 @@ TEST_F(QuotaListing, AFileOfAnotherUserIsNotBelieved) {
   EXPECT_THAT(leftOpen_.numbers(), IsEmpty());
 }
 
-TEST_F(QuotaListing, AVolumeThatCannotBeAskedIsItsErrnoAndTheFileIsLeftOpen) {
+TEST_F(QuotaListing, FailedVolumeQueryReturnsErrnoKeepingFileOpen) {
   writeUsers({usage(1001, 5)});
   volumes.setError(root(), EIO);
   expectRefused(EIO, "the volume: Input/output error");
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
 }
 
-TEST_F(QuotaListing, AHeaderThatDoesNotFitIsMinusOneAndTheFileIsLeftOpen) {
+TEST_F(QuotaListing, InvalidHeaderReturnsMinusOneKeepingFileOpen) {
   writeWholeFile(userFile(), quotaFileBytes(kGroupQuota, 4, {usage(1001, 5)}));
   expectRefused(-1);
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
 }
 
-// Whoever may read settings may do so all day.
-TEST_F(QuotaListing, AFileThatIsRefusedAgainAndAgainCostsOneDescriptor) {
+// Callers that may read settings may do so any number of times.
+TEST_F(QuotaListing, RepeatedlyRefusedFileCostsOneDescriptor) {
   writeWholeFile(userFile(), quotaFileBytes(kGroupQuota, 4, {usage(1001, 5)}));
   for (int count = 0; count < 1000; ++count) ASSERT_EQ(list(), -1);
   volumes.setError(root(), EIO);
@@ -217,7 +217,7 @@ TEST_F(QuotaListing, AFileThatIsRefusedAgainAndAgainCostsOneDescriptor) {
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
 }
 
-TEST_F(QuotaListing, AFileThatAnotherHasReplacedIsNotKeptOpen) {
+TEST_F(QuotaListing, ReplacedFileIsNotKeptOpen) {
   for (int count = 0; count < 100; ++count) {
     std::filesystem::remove(userFile());
     writeWholeFile(userFile(), "no header");
@@ -226,7 +226,7 @@ TEST_F(QuotaListing, AFileThatAnotherHasReplacedIsNotKeptOpen) {
   EXPECT_THAT(leftOpen_.paths(), ElementsAre(userFile()));
 }
 
-TEST_F(QuotaListing, AnEmptyFileAndOneCutInItsHeaderAreMinusOne) {
+TEST_F(QuotaListing, EmptyFileOrTruncatedHeaderReturnsMinusOne) {
   const std::string whole = quotaFileBytes(kUserQuota, 4, {usage(1001, 5)});
   writeWholeFile(userFile(), whole);
   for (std::size_t length = kQuotaSlotSize; length > 0; --length) {
@@ -235,7 +235,7 @@ TEST_F(QuotaListing, AnEmptyFileAndOneCutInItsHeaderAreMinusOne) {
   }
 }
 
-TEST_F(QuotaListing, AFileCutInItsTableIsListedUpToItsEnd) {
+TEST_F(QuotaListing, FileWithTruncatedTableIsListedToEnd) {
   const std::string whole =
       quotaFileBytes(kUserQuota, 16, {usage(1001, 5), usage(1002, 6), usage(1003, 7)});
   ASSERT_EQ(whole.size(), 17U * kQuotaSlotSize);
@@ -251,7 +251,7 @@ TEST_F(QuotaListing, AFileCutInItsTableIsListedUpToItsEnd) {
   }
 }
 
-TEST_F(QuotaListing, ASingleBitThatIsWrongIsRefusedOrRead) {
+TEST_F(QuotaListing, SingleFlippedBitIsRefusedOrRead) {
   const std::string whole = quotaFileBytes(kUserQuota, 2, {usage(1001, 5, 9)});
   writeWholeFile(userFile(), whole);
   const FileDescriptor file(::open(userFile().c_str(), O_WRONLY | O_CLOEXEC));
@@ -272,7 +272,7 @@ TEST_F(QuotaListing, ASingleBitThatIsWrongIsRefusedOrRead) {
   }
 }
 
-TEST_F(QuotaListing, ATableOfNoSlotsOrOfNoPowerOfTwoIsMinusOne) {
+TEST_F(QuotaListing, TableNotPowerOfTwoReturnsMinusOne) {
   for (const std::uint32_t maxentries : {0U, 3U, 2047U, 0xFFFFFFFFU}) {
     QuotaFileHeader header;
     header.magic = quotamagic[kUserQuota];
@@ -294,7 +294,7 @@ TEST_F(QuotaListing, EntriesBehindTheTableAreNotRead) {
   EXPECT_THAT(listed(), IsEmpty());
 }
 
-TEST_F(QuotaListing, TheLargestTableOfAFileFullOfHolesIsReadAtOnce) {
+TEST_F(QuotaListing, LargestTableOfSparseFileIsReadImmediately) {
   const std::string head = quotaFileBytes(kUserQuota, 2, {usage(1001, 5)});
   writeWholeFile(userFile(), head);
   const FileDescriptor file(::open(userFile().c_str(), O_WRONLY | O_CLOEXEC));
@@ -311,7 +311,7 @@ TEST_F(QuotaListing, TheLargestTableOfAFileFullOfHolesIsReadAtOnce) {
   EXPECT_EQ(listed().size(), 3U);
 }
 
-TEST_F(QuotaListing, AnEntryAtEachEndOfABufferIsRead) {
+TEST_F(QuotaListing, EntryAtEachBufferEndIsRead) {
   constexpr std::uint32_t kSlots = 16384;
   std::string bytes = quotaFileBytes(kUserQuota, kSlots, {});
   const QuotaSlot entry = encodeQuotaEntry(usage(1001, 5));
@@ -331,7 +331,7 @@ TEST_F(QuotaListing, AReadThatFailsIsItsErrno) {
   EXPECT_EQ(entries.error(), EBADF);
 }
 
-TEST(QuotaFilePath, IsTheNameAPointAndTheTypesExtensionInTheFolder) {
+TEST(QuotaFilePath, JoinsFolderNameDotAndTypeExtension) {
   EXPECT_EQ(quota_file_path("/vol", ".quota", kUserQuota), "/vol/.quota.user");
   EXPECT_EQ(quota_file_path("/vol", ".quota.ops", kGroupQuota), "/vol/.quota.ops.group");
   EXPECT_EQ(quota_file_path("/vol", ".quota", 2), "/vol/.quota.undefined");

@@ -6,25 +6,23 @@
 #include <cstring>
 
 #include "base/system_call.h"
-#include "platform/browser_information.h"
 #include "platform/file_attributes.h"
 #include "platform/logger.h"
+#include "platform/machine_information.h"
 #include "platform/program_runner.h"
 #include "platform/quota_control.h"
 #include "platform/services.h"
 #include "platform/volume_info.h"
+#include "protocol/keys.h"
 #include "volumes/quota_files.h"
 #include "volumes/quota_listing.h"
-#include "volumes/volume_files.h"
 
 namespace paddock {
 
 namespace {
 
-constexpr const char* kIsEnabledKey = "isEnabled";
 constexpr const char* kUsersKey = "usr";
 constexpr const char* kGroupsKey = "grp";
-constexpr const char* kQuotaErrorKey = "quotaError";
 constexpr std::uint32_t kStateOn = 1;
 constexpr mode_t kMarkerMode = 0640;
 
@@ -51,7 +49,7 @@ bool isVolumeRoot(const std::string& path) {
 
 // The kernel counts all the time, the files hold what it counted when they were last written. What
 // cannot be brought up to date is listed as it is. In another folder than a volume's own, files of
-// these names are whoever's, and nothing is written there.
+// these names may belong to any user, and nothing is written there.
 void refreshFiles(const std::string& volumePath) {
   const std::string& program = services().quotaRefresherPath;
   if (program.empty() || !services().programRunner->exists(program)) return;
@@ -90,13 +88,13 @@ void removeMarker(const std::string& volumePath) {
 Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) {
   quotas = {};
   if (!services().fileAttributes->exists(volumePath)) {
-    quotas.set(kQuotaErrorKey, "FILE_NOT_FOUND_ERR");
+    quotas.set(protocol::kQuotaError, "FILE_NOT_FOUND_ERR");
     return kSuccess;
   }
   std::uint32_t state = 0;
   const int unknown = services().quotaControl->quotactl(
       volumePath, quotaCommand(kQuotaStateCommand, kUserQuota), 0, &state);
-  quotas.set(kIsEnabledKey, unknown == 0 && state == kStateOn);
+  quotas.set(protocol::kIsEnabled, unknown == 0 && state == kStateOn);
   if (unknown == ENOTSUP) return kSuccess;
   if (unknown != 0) {
     services().logger->log(kLogError, "paddock_sharing: Whether the quotas of " + volumePath +
@@ -109,7 +107,7 @@ Status get_volume_quota_info(const std::string& volumePath, Dictionary& quotas) 
 }
 
 Status set_volume_quota_info(const std::string& volumePath, const Dictionary& quotas) {
-  const auto enable = quotas.boolean(kIsEnabledKey);
+  const auto enable = quotas.boolean(protocol::kIsEnabled);
   if (!enable) return kSuccess;
   const auto refusedLink = services().fileAttributes->refusedLink(volumePath);
   const bool hasFiles = isAbsolute(volumePath) && !refusedLink;

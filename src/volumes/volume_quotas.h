@@ -1,8 +1,8 @@
 // The user quotas of a volume: reading their state and usage, and switching them.
 //
 // The volume is named by its root folder, in which its quota files and operations markers are
-// looked for. In a path that is relative or empty nothing is made or removed. Callers hold the
-// settings lock.
+// searched. Nothing is created or removed for a relative or empty path. Callers hold the settings
+// lock.
 #pragma once
 
 #include <string>

@@ -69,7 +69,7 @@ class RefreshingVolumeQuotas : public VolumeQuotas {
   ServicesGuard guard_{withRefresher()};
 };
 
-TEST_F(RefreshingVolumeQuotas, TheFileIsBroughtUpToDateBeforeItIsListed) {
+TEST_F(RefreshingVolumeQuotas, FileIsUpdatedBeforeListing) {
   writeWholeFile(userMarker(), "");
   writeUsers({usage(1001, 5)});
   programs.setProgram(kRefresher, [&](const std::vector<std::string>&) {
@@ -81,7 +81,7 @@ TEST_F(RefreshingVolumeQuotas, TheFileIsBroughtUpToDateBeforeItIsListed) {
               ElementsAre(RecordingProgramRunner::Run{kRefresher, {"--kernel", "-u", root()}}));
 }
 
-TEST_F(RefreshingVolumeQuotas, WhatCannotBeRefreshedIsListedAsItIsAndSaid) {
+TEST_F(RefreshingVolumeQuotas, FailedRefreshIsLoggedAndListsExistingFile) {
   writeWholeFile(userMarker(), "");
   writeUsers({usage(1001, 5)});
   programs.setOutcome(kRefresher, {0, "", "quotascan: no room", 1});
@@ -102,7 +102,7 @@ TEST_F(RefreshingVolumeQuotas, NothingIsRefreshedWhereNothingIsListed) {
   EXPECT_THAT(programs.runs(), IsEmpty());
 }
 
-TEST_F(RefreshingVolumeQuotas, NothingIsWrittenInAFolderThatIsNoVolume) {
+TEST_F(RefreshingVolumeQuotas, FolderOutsideVolumeRootIsNotWritten) {
   const std::string folder = path("folder");
   std::filesystem::create_directory(folder);
   quotas.setOn(folder);
@@ -158,7 +158,7 @@ TEST_F(ReadingVolumeQuotas, AVolumeOfAnotherTypeListsNobody) {
   EXPECT_EQ(read(), (Dictionary{{"isEnabled", false}, {"usr", Array{}}}));
 }
 
-TEST_F(ReadingVolumeQuotas, AVolumeThatKeepsNoneIsOffAndListsNothing) {
+TEST_F(ReadingVolumeQuotas, UnsupportedVolumeReadsOffWithoutEntries) {
   writeWholeFile(userMarker(), "");
   writeUsers({usage(1001, 5)});
   quotas.setError(kState, ENOTSUP);
@@ -175,7 +175,7 @@ TEST_F(ReadingVolumeQuotas, AnotherErrorIsTheStatus) {
                                                  " are on is not known: Operation not permitted"}));
 }
 
-TEST_F(ReadingVolumeQuotas, AUserListingThatFailsIsTheStatusAndGroupsAreNotListed) {
+TEST_F(ReadingVolumeQuotas, FailedUserListingSetsStatusAndSkipsGroups) {
   writeWholeFile(userMarker(), "");
   writeWholeFile(groupMarker(), "");
   writeWholeFile(groupFile(), quotaFileBytes(kGroupQuota, 4, {usage(50, 6)}));
@@ -191,7 +191,7 @@ TEST_F(ReadingVolumeQuotas, AGroupListingThatFailsLeavesTheUsers) {
   EXPECT_EQ(read(ENOENT), (Dictionary{{"isEnabled", false}, {"usr", Array{aliceUses(5)}}}));
 }
 
-TEST_F(ReadingVolumeQuotas, AFileIsReadAsAPathOfItsVolume) {
+TEST_F(ReadingVolumeQuotas, FilePathReadsItsVolume) {
   writeWholeFile(path("file"), "");
   quotas.setOn(root());
   EXPECT_EQ(readAt(path("file")), (Dictionary{{"isEnabled", true}}));
@@ -205,7 +205,7 @@ TEST_F(SwitchingVolumeQuotas, WithoutIsEnabledNothingIsDone) {
   EXPECT_TRUE(std::filesystem::is_empty(root()));
 }
 
-TEST_F(SwitchingVolumeQuotas, OnMakesTheFilesSwitchesAndStartsTheChecker) {
+TEST_F(SwitchingVolumeQuotas, SwitchingOnCreatesFilesAndStartsChecker) {
   EXPECT_EQ(write(true), kSuccess);
   EXPECT_EQ(std::filesystem::file_size(userMarker()), 0U);
   EXPECT_EQ(std::filesystem::file_size(userFile()), 131'136U);
@@ -264,7 +264,7 @@ TEST_F(SwitchingVolumeQuotas, AfterOffTheStateIsStillTheKernels) {
   EXPECT_EQ(read(), (Dictionary{{"isEnabled", true}}));
 }
 
-TEST_F(SwitchingVolumeQuotas, ARefusalIsLoggedWithThePathAndItsReason) {
+TEST_F(SwitchingVolumeQuotas, RefusalIsLoggedWithPathAndReason) {
   quotas.setError(kOn, EPERM);
   EXPECT_EQ(write(true), CANNOT_SET_QUOTA_STATE_ERR);
   EXPECT_EQ(logger.lines(),
@@ -273,7 +273,7 @@ TEST_F(SwitchingVolumeQuotas, ARefusalIsLoggedWithThePathAndItsReason) {
                                 " were not switched on: Operation not permitted"}}));
 }
 
-TEST_F(SwitchingVolumeQuotas, ARefusalKeepsTheFilesAndStartsTheCheckerAnyway) {
+TEST_F(SwitchingVolumeQuotas, RefusalKeepsFilesAndStillStartsChecker) {
   quotas.setError(kOn, ENOTSUP);
   EXPECT_EQ(write(true), CANNOT_SET_QUOTA_STATE_ERR);
   EXPECT_TRUE(exists(userMarker()));
@@ -281,7 +281,7 @@ TEST_F(SwitchingVolumeQuotas, ARefusalKeepsTheFilesAndStartsTheCheckerAnyway) {
   EXPECT_THAT(programs.started(), ElementsAre(checker()));
 }
 
-TEST_F(SwitchingVolumeQuotas, ALinkOfSomebodyElseInThePathIsRefusedAndNothingIsMadeOrRemoved) {
+TEST_F(SwitchingVolumeQuotas, ForeignSymlinkInPathIsRefusedWithoutChanges) {
   fileAttributes.refused = RefusedLink{"/srv/link", "/etc", 1001, "alice", false};
   EXPECT_EQ(write(true), CANNOT_SET_QUOTA_STATE_ERR);
   EXPECT_FALSE(exists(userMarker()));
@@ -309,7 +309,7 @@ TEST_F(SwitchingVolumeQuotas, TheCheckerIsTheConfiguredOne) {
   EXPECT_THAT(programs.started(), ElementsAre(Started{"/usr/sbin/quotascan", {"-u", root()}}));
 }
 
-TEST_F(SwitchingVolumeQuotas, AFolderThatIsNoVolumeRootIsRefusedAndKeepsItsMarker) {
+TEST_F(SwitchingVolumeQuotas, FolderInsideVolumeIsRefusedAndKeepsMarker) {
   const std::string folder = path("folder");
   std::filesystem::create_directory(folder);
   EXPECT_EQ(set_volume_quota_info(folder, {{"isEnabled", true}}), CANNOT_SET_QUOTA_STATE_ERR);
@@ -319,7 +319,7 @@ TEST_F(SwitchingVolumeQuotas, AFolderThatIsNoVolumeRootIsRefusedAndKeepsItsMarke
   EXPECT_THAT(programs.started(), ElementsAre(Started{"/sbin/quotacheck", {"-u", folder}}));
 }
 
-TEST_F(SwitchingVolumeQuotas, APathThatIsAFileOrMissingIsRefusedAndNothingIsMade) {
+TEST_F(SwitchingVolumeQuotas, FileOrMissingPathIsRefusedCreatingNothing) {
   writeWholeFile(path("file"), "contents");
   volumes.setError(path("missing"), ENOENT);
   for (const char* name : {"file", "missing"}) {
@@ -339,14 +339,14 @@ TEST_F(SwitchingVolumeQuotas, APathThatNamesNoVolumeIsRefused) {
   EXPECT_TRUE(std::filesystem::is_empty(root()));
 }
 
-TEST_F(SwitchingVolumeQuotas, AnEmptyPathMakesAndRemovesNothingInTheRootFolder) {
+TEST_F(SwitchingVolumeQuotas, EmptyPathLeavesRootFolderUnchanged) {
   const std::string stray = "/.quota.ops.user";
   ASSERT_FALSE(exists(stray));
   EXPECT_EQ(set_volume_quota_info("", {{"isEnabled", true}}), CANNOT_SET_QUOTA_STATE_ERR);
   EXPECT_FALSE(exists(stray));
 }
 
-TEST_F(SwitchingVolumeQuotas, ARelativePathMakesAndRemovesNothingWhereTheProcessStands) {
+TEST_F(SwitchingVolumeQuotas, RelativePathLeavesWorkingFolderUnchanged) {
   std::filesystem::create_directory(path("folder"));
   std::filesystem::create_directory(path("marked"));
   writeWholeFile(path("marked/.quota.ops.user"), "");
@@ -361,7 +361,7 @@ TEST_F(SwitchingVolumeQuotas, ARelativePathMakesAndRemovesNothingWhereTheProcess
   EXPECT_TRUE(exists(path("marked/.quota.ops.user")));
 }
 
-TEST_F(SwitchingVolumeQuotas, AMarkerThatIsALinkIsNeitherFollowedNorRemoved) {
+TEST_F(SwitchingVolumeQuotas, SymlinkMarkerIsNeitherFollowedNorRemoved) {
   writeWholeFile(path("precious"), "contents");
   std::filesystem::create_symlink("precious", userMarker());
   EXPECT_EQ(write(true), kSuccess);
@@ -378,7 +378,7 @@ TEST_F(SwitchingVolumeQuotas, ADanglingLinkMakesNoFileElsewhere) {
   EXPECT_FALSE(exists(path("elsewhere")));
 }
 
-TEST_F(SwitchingVolumeQuotas, AMarkerThatIsAFolderStaysWithAllThatIsInIt) {
+TEST_F(SwitchingVolumeQuotas, FolderMarkerKeepsItsContents) {
   std::filesystem::create_directory(userMarker());
   writeWholeFile(userMarker() + "/inside", "contents");
   EXPECT_EQ(write(true), kSuccess);
@@ -434,7 +434,7 @@ class VanishingVolume : public VolumeQuotas {
   ServicesGuard guard_{withVanishing()};
 };
 
-TEST_F(VanishingVolume, WhileItIsReadIsAsIfItHadNoMarker) {
+TEST_F(VanishingVolume, WhileItIsReadReportsMissingMarker) {
   EXPECT_EQ(read(), (Dictionary{{"isEnabled", false}}));
   EXPECT_EQ(read(), (Dictionary{{"quotaError", "FILE_NOT_FOUND_ERR"}}));
 }

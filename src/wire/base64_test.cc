@@ -9,7 +9,7 @@ namespace {
 
 std::vector<std::uint8_t> bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 
-TEST(Base64, encodesTheVectorsOfTheRfc) {
+TEST(Base64, EncodesRfcTestVectors) {
   EXPECT_EQ(encodeBase64(bytesOf("")), "");
   EXPECT_EQ(encodeBase64(bytesOf("f")), "Zg==");
   EXPECT_EQ(encodeBase64(bytesOf("fo")), "Zm8=");
@@ -19,7 +19,7 @@ TEST(Base64, encodesTheVectorsOfTheRfc) {
   EXPECT_EQ(encodeBase64(bytesOf("foobar")), "Zm9vYmFy");
 }
 
-TEST(Base64, readsBackWhatItWritesForEveryLengthAndByte) {
+TEST(Base64, RoundTripsEveryLengthAndByte) {
   std::mt19937 random(20);
   for (std::size_t length = 0; length < 300; ++length) {
     std::vector<std::uint8_t> bytes(length);
@@ -28,7 +28,7 @@ TEST(Base64, readsBackWhatItWritesForEveryLengthAndByte) {
   }
 }
 
-TEST(Base64, refusesWhatIsNoBase64) {
+TEST(Base64, RefusesInvalidText) {
   for (const std::string_view text :
        {"Z", "Zg", "Zg=", "Zm9", "Z===", "====", "Zg==Zg==", "Zg= =", " Zg==", "Zg==\n", "Zm-v",
         "Zm_v", "=Zg=", "Z=g=", "Zm\xC3\xA9"}) {
@@ -36,7 +36,7 @@ TEST(Base64, refusesWhatIsNoBase64) {
   }
 }
 
-TEST(Base64, refusesBitsThatNoEncoderWrites) {
+TEST(Base64, RefusesNonzeroTrailingBits) {
   EXPECT_TRUE(decodeBase64("Zg=="));
   EXPECT_FALSE(decodeBase64("Zh=="));
   EXPECT_TRUE(decodeBase64("Zm8="));

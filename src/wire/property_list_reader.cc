@@ -8,7 +8,6 @@
 #include "wire/base64.h"
 #include "wire/json.h"
 #include "wire/property_list.h"
-#include "wire/text_position.h"
 #include "wire/tree_bounds.h"
 #include "wire/xml_text.h"
 

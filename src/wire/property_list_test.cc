@@ -38,7 +38,7 @@ std::string nested(std::size_t levels) {
   return list(text);
 }
 
-TEST(PropertyList, readsEveryKind) {
+TEST(PropertyList, ReadsEveryKind) {
   EXPECT_EQ(parse("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
                   "<key>a</key><array><integer>-7</integer><true/><false/></array>\n"
                   "<key>d</key><data>\n Zm\n 9v </data><key>e</key><dict/><key>s</key>"
@@ -49,21 +49,21 @@ TEST(PropertyList, readsEveryKind) {
                              {"s", ""}}));
 }
 
-TEST(PropertyList, writesADeclarationAndNoDocumentType) {
+TEST(PropertyList, WritesDeclarationWithoutDocumentType) {
   EXPECT_EQ(writePropertyList(Dictionary{{"a", Array{1, true}}, {"d", Data{{'f'}}}}),
             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
             "  <key>a</key>\n  <array>\n    <integer>1</integer>\n    <true/>\n  </array>\n"
             "  <key>d</key>\n  <data>Zg==</data>\n</dict>\n</plist>\n");
 }
 
-TEST(PropertyList, readsBackWhatItWrites) {
+TEST(PropertyList, RoundTripsWrittenValues) {
   for (unsigned seed = 0; seed < 2000; ++seed) {
     const Value tree = RandomTree(seed).value();
     EXPECT_EQ(parse(writePropertyList(tree)), tree) << seed;
   }
 }
 
-TEST(PropertyList, readsIntegersOverBothRanges) {
+TEST(PropertyList, ReadsSignedAndUnsignedIntegerRanges) {
   const auto integer = [](std::string_view digits) {
     return parse(list("<integer>" + std::string(digits) + "</integer>"));
   };
@@ -73,7 +73,7 @@ TEST(PropertyList, readsIntegersOverBothRanges) {
   EXPECT_EQ(integer("18446744073709551615"), Value(std::numeric_limits<std::uint64_t>::max()));
 }
 
-TEST(PropertyList, refusesIntegersThatAreNone) {
+TEST(PropertyList, RefusesInvalidIntegers) {
   for (const std::string text : {"", " 1", "1 ", "0x10", "1.0", "1e3", "--1", "+-1", "++1",
                                  "18446744073709551616", "-9223372036854775809", "+", "-"}) {
     EXPECT_THAT(errorOf(list("<integer>" + text + "</integer>")),
@@ -81,7 +81,7 @@ TEST(PropertyList, refusesIntegersThatAreNone) {
   }
 }
 
-TEST(PropertyList, readsOverADocumentTypeThatNamesAnIdentifier) {
+TEST(PropertyList, SkipsDocumentTypeNamingExternalIdentifier) {
   for (const std::string type :
        {R"(PUBLIC "-//Example//DTD PLIST 1.0//EN" "http://plist.example/PropertyList-1.0.dtd")",
         R"(PUBLIC '' '[<!ENTITY a "b">]>')", R"(SYSTEM "file:///etc/passwd")",
@@ -92,7 +92,7 @@ TEST(PropertyList, readsOverADocumentTypeThatNamesAnIdentifier) {
   }
 }
 
-TEST(PropertyList, refusesEveryOtherDocumentType) {
+TEST(PropertyList, RefusesEveryOtherDocumentType) {
   const std::string identifier = R"(PUBLIC "-//Example//DTD PLIST//EN" "http://plist.example/a")";
   for (const std::string& type :
        {std::string("plist"), std::string("plist []"), std::string("plist [<!ENTITY a \"aaaa\">]"),
@@ -112,7 +112,7 @@ TEST(PropertyList, refusesEveryOtherDocumentType) {
   EXPECT_NE(errorOf("<!DOCTYPE plist SYSTEM \"a>" + list("<dict/>")), "");
 }
 
-TEST(PropertyList, refusesDocumentTypesAtOtherPlaces) {
+TEST(PropertyList, RefusesMisplacedDocumentTypes) {
   const std::string type = "<!DOCTYPE plist SYSTEM \"a\">";
   EXPECT_THAT(errorOf(type + type + list("<dict/>")), HasSubstr("document type"));
   EXPECT_THAT(errorOf(list("<dict/>") + type), HasSubstr("document type"));
@@ -121,36 +121,36 @@ TEST(PropertyList, refusesDocumentTypesAtOtherPlaces) {
   EXPECT_NE(errorOf("<!ENTITY a \"b\">" + list("<dict/>")), "");
 }
 
-TEST(PropertyList, ofADocumentTypeDefinesNoEntity) {
+TEST(PropertyList, DocumentTypeDefinesNoEntity) {
   EXPECT_THAT(errorOf("<!DOCTYPE plist SYSTEM \"a\">" + list("<string>&a;</string>")),
               HasSubstr("entity"));
 }
 
-TEST(PropertyList, refusesUnknownEntitiesAndBareAmpersands) {
+TEST(PropertyList, RefusesUnknownEntitiesAndBareAmpersands) {
   for (const std::string text : {"&nbsp;", "a & b", "&", "&;", "&#0;", "&#xD800;", "&#x110000;",
                                  "&#;", "&#-1;", "&#xFFFE;", "&#8;", "&#99999999999;", "&#X41;"}) {
     EXPECT_THAT(errorOf(list("<string>" + text + "</string>")), HasSubstr("entity")) << text;
   }
 }
 
-TEST(PropertyList, resolvesThePredefinedEntitiesAndCharacters) {
+TEST(PropertyList, ResolvesPredefinedEntitiesAndCharacterReferences) {
   EXPECT_EQ(parse(list("<string>&lt;&gt;&amp;&quot;&apos;&#65;&#xe9;&#x1F40E;&#13;</string>")),
             Value("<>&\"'A\xC3\xA9\xF0\x9F\x90\x8E\r"));
   EXPECT_EQ(parse(list("<string>&amp;lt;</string>")), Value("&lt;"));
 }
 
-TEST(PropertyList, keepsWhiteSpaceInStringsAndNormalisesLineEnds) {
+TEST(PropertyList, KeepsStringWhiteSpaceAndNormalisesLineEnds) {
   EXPECT_EQ(parse(list("<string>  a\r\nb\rc\td \n</string>")), Value("  a\nb\nc\td \n"));
   EXPECT_EQ(parse(list("<string>  </string>")), Value("  "));
   EXPECT_EQ(parse(list("<dict><key> k </key><true/></dict>")), Value(Dictionary{{" k ", true}}));
 }
 
-TEST(PropertyList, readsCharacterDataSectionsAndSkipsComments) {
+TEST(PropertyList, ReadsCharacterDataSectionsAndSkipsComments) {
   EXPECT_EQ(parse(list("<!-- c --><string>a<!-- & -->b<![CDATA[<&amp;>]]></string>")),
             Value("ab<&amp;>"));
 }
 
-TEST(PropertyList, refusesUnknownElementsAndAttributes) {
+TEST(PropertyList, RefusesUnknownElementsAndAttributes) {
   for (const std::string text : {"<real>1.5</real>", "<date>2020-01-01T00:00:00Z</date>", "<Dict/>",
                                  "<key>a</key>", "<plist/>"}) {
     EXPECT_THAT(errorOf(list(text)), HasSubstr("is not known")) << text;
@@ -160,7 +160,7 @@ TEST(PropertyList, refusesUnknownElementsAndAttributes) {
   EXPECT_EQ(parse("<plist><dict/></plist>"), Value(Dictionary{}));
 }
 
-TEST(PropertyList, refusesStructureThatIsNoList) {
+TEST(PropertyList, RefusesInvalidDocumentStructure) {
   for (const std::string text :
        {"", " ", "x", "<dict/>", "<plist/>", "<plist><dict/><dict/></plist>",
         "<plist><dict/></plist><plist><dict/></plist>", "x<plist><dict/></plist>",
@@ -172,7 +172,7 @@ TEST(PropertyList, refusesStructureThatIsNoList) {
   }
 }
 
-TEST(PropertyList, refusesKeysThatDoNotPairUp) {
+TEST(PropertyList, RefusesUnpairedKeys) {
   EXPECT_THAT(errorOf(list("<dict><key>a</key></dict>")), HasSubstr("without a value"));
   EXPECT_THAT(errorOf(list("<dict><true/></dict>")), HasSubstr("without a key"));
   EXPECT_THAT(errorOf(list("<dict><key>a</key><key>b</key><true/></dict>")),
@@ -181,7 +181,7 @@ TEST(PropertyList, refusesKeysThatDoNotPairUp) {
               HasSubstr("\"a\" is there twice"));
 }
 
-TEST(PropertyList, refusesWhatIsNotUtf8OrNotXmlNamingThePosition) {
+TEST(PropertyList, RefusesInvalidUtf8OrXmlWithPosition) {
   EXPECT_EQ(errorOf("<plist>\n<string>\xFF</string></plist>"),
             "line 2, column 9: the text is not UTF-8");
   EXPECT_EQ(errorOf("<plist><string>\0</string></plist>"sv),
@@ -191,28 +191,28 @@ TEST(PropertyList, refusesWhatIsNotUtf8OrNotXmlNamingThePosition) {
   EXPECT_NE(errorOf("\xFE\xFF\0<\0p"sv), "");
 }
 
-TEST(PropertyList, refusesOtherEncodings) {
+TEST(PropertyList, RefusesOtherEncodings) {
   EXPECT_THAT(errorOf("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + list("<dict/>")),
               HasSubstr("UTF-8"));
   EXPECT_EQ(parse("\xEF\xBB\xBF<?xml version=\"1.0\"?>" + list("<dict/>")), Value(Dictionary{}));
 }
 
-TEST(PropertyList, refusesDataThatIsNoBase64) {
+TEST(PropertyList, RefusesDataWithInvalidBase64) {
   EXPECT_THAT(errorOf(list("<data>Zg=</data>")), HasSubstr("not base64"));
 }
 
-TEST(PropertyList, readsSixtyFourLevelsAndNoMore) {
+TEST(PropertyList, LimitsNestingToSixtyFourLevels) {
   EXPECT_TRUE(parse(nested(64)));
   EXPECT_THAT(errorOf(nested(65)), HasSubstr("deeper than 64"));
   EXPECT_THAT(errorOf(nested(200000)), HasSubstr("deeper than 64"));
 }
 
-TEST(PropertyList, writesWhatXmlCannotCarryAsHexadecimal) {
+TEST(PropertyList, WritesUnrepresentableBytesAsHexadecimal) {
   EXPECT_THAT(writePropertyList(Value("a\0\x01\xFFz\xEF\xBF\xBF\r"sv)),
               HasSubstr("<string>a\\x00\\x01\\xFFz\\xEF\\xBF\\xBF&#13;</string>"));
 }
 
-TEST(PropertyList, fitsWhatItCanWriteAsItIs) {
+TEST(PropertyList, FitsOnlyExactlyRepresentableValues) {
   const Value exact = Dictionary{{"tab\t", Array{"line\n", "return\r", "\xC3\xA9", 1, true}},
                                  {"data", Data{{'\x01'}}}};
   EXPECT_TRUE(fitsPropertyList(exact));

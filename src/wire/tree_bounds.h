@@ -1,4 +1,4 @@
-// Reading trees that others send within bounds, of JSON and of property lists.
+// Limits for parsing untrusted trees of JSON and property lists.
 //
 // A text of few bytes can make a tree of many: each value takes memory of its own. So values are
 // counted as they are read, and what the tree will take is asked for before it is taken.

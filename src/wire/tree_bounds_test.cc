@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-class TreeBoundsTest : public testing::Test {
+class ParsedTreeBounds : public testing::Test {
  protected:
   // The error, empty when it was read. `isList`: a property list.
   std::string read(const std::string& text, bool isList, std::size_t values) {
@@ -35,7 +35,7 @@ class TreeBoundsTest : public testing::Test {
 
 std::string list(const std::string& value) { return "<plist>" + value + "</plist>"; }
 
-TEST_F(TreeBoundsTest, AsManyValuesAsAreAllowedAreRead) {
+TEST_F(ParsedTreeBounds, AsManyValuesAsAreAllowedAreRead) {
   EXPECT_EQ(read(R"({"a":[1,{}],"b":"x"})", false, 5), "");
   EXPECT_EQ(read(R"({"a":[1,{}],"b":"x"})", false, 4), "line 1, column 20: more than 4 values");
   const std::string same = list(
@@ -45,7 +45,7 @@ TEST_F(TreeBoundsTest, AsManyValuesAsAreAllowedAreRead) {
   EXPECT_THAT(read(same, true, 4), HasSubstr("more than 4 values"));
 }
 
-TEST_F(TreeBoundsTest, MemoryIsAskedForBeforeItIsTaken) {
+TEST_F(ParsedTreeBounds, MemoryIsAskedForBeforeItIsTaken) {
   memory_ = 100000;
   std::string text = "[[]";
   while (text.size() < 30000) text += ",[]";
@@ -58,7 +58,7 @@ TEST_F(TreeBoundsTest, MemoryIsAskedForBeforeItIsTaken) {
   EXPECT_LE(taken_, memory_);
 }
 
-TEST_F(TreeBoundsTest, APropertyListIsJudgedBeforeItsDocumentIsMade) {
+TEST_F(ParsedTreeBounds, PropertyListIsCheckedBeforeDocumentIsBuilt) {
   memory_ = 100000;
   // More tags and attributes than the memory has room for, and no value.
   std::string attributes = "<plist ";
@@ -71,7 +71,7 @@ TEST_F(TreeBoundsTest, APropertyListIsJudgedBeforeItsDocumentIsMade) {
 }
 
 // What was granted covers what the tree takes.
-TEST_F(TreeBoundsTest, NoLessIsAskedForThanTheTreeTakes) {
+TEST_F(ParsedTreeBounds, RequestedMemoryCoversTree) {
   EXPECT_EQ(read("[" + std::string(100000, ' ') + "]", false, 1), "");
   EXPECT_GE(taken_, 100000U);
   for (const char* element : {"[]", "0", "{}", R"("text that is longer than a short one")"}) {
@@ -90,7 +90,7 @@ TEST_F(TreeBoundsTest, NoLessIsAskedForThanTheTreeTakes) {
   EXPECT_GE(taken_, 1000 * sizeof(Dictionary::Entry));
 }
 
-TEST_F(TreeBoundsTest, WhatIsWithinItsBoundsReadsAsWithoutThem) {
+TEST_F(ParsedTreeBounds, ReadingWithinBoundsMatchesUnboundedReading) {
   const std::string text = R"({"a":[1,-2,true,"x",{"$data":"AAE="}],"b":{"c":[]}})";
   std::string error;
   const auto without = parseJson(text, error);

@@ -1,5 +1,6 @@
-// What the host makes of the files: libnss-extrausers, asked through getent(1), in mounts of the
-// test's own. The module reads the files of one place alone, so the test's folder is put there.
+// The files as the host reads them: libnss-extrausers, queried by getent(1), in a mount namespace
+// of the test's own. The module reads files only at a fixed path, so the test's folder is mounted
+// there.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -27,7 +28,7 @@ std::string getent(std::vector<std::string> words) {
   return ended.status == 0 ? ended.output : "status " + std::to_string(ended.status);
 }
 
-class GetentTest : public ::testing::Test {
+class GetentLookups : public ::testing::Test {
  protected:
   void SetUp() override {
     if (const auto why = whyNot(); !why.empty()) GTEST_SKIP() << why;
@@ -55,7 +56,7 @@ class GetentTest : public ::testing::Test {
 constexpr const char* kAnna =
     "anna:x:5001:5100:Anna \xc3\x84hrens, room 5:/srv/home/anna:/bin/bash\n";
 
-TEST_F(GetentTest, FindsUsersAndGroupsByNameAndById) {
+TEST_F(GetentLookups, FindsUsersAndGroupsByNameAndId) {
   putAnna();
   runInOwnMounts([&] {
     showToTheHost();
@@ -68,7 +69,7 @@ TEST_F(GetentTest, FindsUsersAndGroupsByNameAndById) {
   });
 }
 
-TEST_F(GetentTest, ListsEveryoneAmongTheLinesOfOthers) {
+TEST_F(GetentLookups, ListsEveryoneAmongTheLinesOfOthers) {
   std::filesystem::create_directory(world_.extraFolder());
   writeWholeFile(world_.path("passwd"), "# by hand\nlisa:x:6001:6001::/home/lisa:/bin/sh\n");
   putAnna();
@@ -80,7 +81,7 @@ TEST_F(GetentTest, ListsEveryoneAmongTheLinesOfOthers) {
   });
 }
 
-TEST_F(GetentTest, FindsPasswordsInShadow) {
+TEST_F(GetentLookups, FindsPasswordsInShadow) {
   putAnna();
   service_.openLocalNode()->setPassword("anna", "opensesame");
   runInOwnMounts([&] {
@@ -89,7 +90,7 @@ TEST_F(GetentTest, FindsPasswordsInShadow) {
   });
 }
 
-TEST_F(GetentTest, NoLongerFindsWhatIsGone) {
+TEST_F(GetentLookups, NoLongerFindsWhatIsGone) {
   putAnna();
   service_.openLocalNode()->findRecord("anna", schema::kUsers)->removeRecord();
   service_.openLocalNode()->findRecord("staff", schema::kGroups)->removeRecord();
@@ -101,7 +102,7 @@ TEST_F(GetentTest, NoLongerFindsWhatIsGone) {
   });
 }
 
-TEST_F(GetentTest, FindsTheGroupBehindOneOfTenThousandMembers) {
+TEST_F(GetentLookups, FindsGroupAfterOneWithTenThousandMembers) {
   Array members;
   for (int number = 0; number < 10'000; ++number)
     members.emplace_back("member" + std::to_string(number));
@@ -117,8 +118,8 @@ TEST_F(GetentTest, FindsTheGroupBehindOneOfTenThousandMembers) {
   });
 }
 
-// The remark on ids that are not shown says what is so.
-TEST_F(GetentTest, DoesNotFindIdsBelow500ButGroup100OfAUser) {
+// The documented remark on hidden ids is correct.
+TEST_F(GetentLookups, HidesLowIdsExceptUsersPrimaryGroup100) {
   put(schema::kGroups, "backup-access", {{schema::kPrimaryGroupID, "250"}});
   put(schema::kUsers, "low", {{schema::kUniqueID, "499"}});
   put(schema::kUsers, "first", {{schema::kUniqueID, "500"}, {schema::kPrimaryGroupID, "100"}});

@@ -1,4 +1,4 @@
-// How a test steers the source that nss_module.cc is.
+// Controls the name service source nss_module.cc from a test.
 #pragma once
 
 namespace paddock {
@@ -7,7 +7,7 @@ namespace paddock {
 // buffer of some size.
 struct NssModuleControl {
   int questions = 0;
-  bool isUnavailable = false;  // it cannot be asked
+  bool isUnavailable = false;  // it is unavailable
 };
 
 extern "C" NssModuleControl* paddocktestControl();

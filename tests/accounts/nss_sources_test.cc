@@ -10,7 +10,7 @@
 #include <filesystem>
 
 #include "accounts/nss_module.h"
-#include "platform/testing/fake_clock.h"
+#include "platform/testing/fake_machine_information.h"
 #include "support/extra_users_world.h"
 
 namespace paddock {
@@ -20,7 +20,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-TEST(NssSourcesInTest, AreTheWordsOfTheDatabase) {
+TEST(ConfiguredNssSources, AreTheWordsOfTheDatabase) {
   const char* configuration =
       "# comment\npasswd:\tfiles  systemd sss # winbind\ngroup: files ldap\nshadow:files\n";
   EXPECT_THAT(nssSourcesIn(configuration, "passwd"), ElementsAre("systemd", "sss"));
@@ -29,32 +29,32 @@ TEST(NssSourcesInTest, AreTheWordsOfTheDatabase) {
   EXPECT_THAT(nssSourcesIn(configuration, "hosts"), IsEmpty());
 }
 
-TEST(NssSourcesInTest, AreNotTheFilesNorTheAccountsThatAreGivenToTheHost) {
+TEST(ConfiguredNssSources, ExcludeFilesAndExtraUsers) {
   EXPECT_THAT(nssSourcesIn("passwd: files extrausers sss", "passwd"), ElementsAre("sss"));
 }
 
-TEST(NssSourcesInTest, ActionsAreNoSources) {
+TEST(ConfiguredNssSources, ActionsAreNoSources) {
   EXPECT_THAT(nssSourcesIn("passwd: files [NOTFOUND=return] sss[!UNAVAIL=return]ldap [", "passwd"),
               ElementsAre("sss", "ldap"));
 }
 
-TEST(NssSourcesInTest, EachIsThereOnce) {
+TEST(ConfiguredNssSources, EachIsThereOnce) {
   EXPECT_THAT(nssSourcesIn("passwd: sss ldap sss\npasswd: ldap db", "passwd"),
               ElementsAre("sss", "ldap", "db"));
 }
 
-TEST(NssSourcesInTest, ANameThatLeadsElsewhereIsNone) {
+TEST(ConfiguredNssSources, ANameThatLeadsElsewhereIsNone) {
   EXPECT_THAT(nssSourcesIn("passwd: ../../tmp/x a/b c.d e", "passwd"), ElementsAre("e"));
 }
 
-TEST(NssSourcesInTest, LinesThatAreNoneAreNone) {
+TEST(ConfiguredNssSources, LinesThatAreNoneAreNone) {
   for (const char* text : {"", "\n", "passwd", "passwd:", ":", "xpasswd: sss", "passwd x: sss"})
     EXPECT_THAT(nssSourcesIn(text, "passwd"), IsEmpty()) << text;
 }
 
-class NssSourcesTest : public ::testing::Test {
+class NssSourceQueries : public ::testing::Test {
  protected:
-  NssSourcesTest() {
+  NssSourceQueries() {
     void* handle = ::dlopen(NSS_MODULE, RTLD_NOW);
     EXPECT_NE(handle, nullptr) << ::dlerror();
     void* address = ::dlsym(handle, "paddocktestControl");
@@ -80,7 +80,7 @@ class NssSourcesTest : public ::testing::Test {
   NssModuleControl* control_ = nullptr;
 };
 
-TEST_F(NssSourcesTest, KnowNamesAndIds) {
+TEST_F(NssSourceQueries, KnowNamesAndIds) {
   for (const auto type : {PrincipalType::user, PrincipalType::group}) {
     EXPECT_EQ(sources_.idOf(type, "known"), 7000U);
     EXPECT_EQ(sources_.idOf(type, "unknown"), std::nullopt);
@@ -89,19 +89,19 @@ TEST_F(NssSourcesTest, KnowNamesAndIds) {
   }
 }
 
-TEST_F(NssSourcesTest, AnEntryMayBeLarge) {
+TEST_F(NssSourceQueries, AnEntryMayBeLarge) {
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "large"), 7001U);
   EXPECT_TRUE(sources_.has({PrincipalType::group, 7001}));
 }
 
-TEST_F(NssSourcesTest, OfOneDatabaseAreNotAskedForTheOther) {
+TEST_F(NssSourceQueries, OneDatabasesSourcesAreNotQueriedForAnother) {
   configure("passwd: files\ngroup: files paddocktest\n");
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "known"), std::nullopt);
   EXPECT_EQ(questions(), 0);
   EXPECT_EQ(sources_.idOf(PrincipalType::group, "known"), 7000U);
 }
 
-TEST_F(NssSourcesTest, AnswersAreKeptForAnHour) {
+TEST_F(NssSourceQueries, AnswersAreKeptForAnHour) {
   for (int again = 0; again < 3; ++again) {
     EXPECT_EQ(sources_.idOf(PrincipalType::user, "known"), 7000U);
     EXPECT_EQ(sources_.idOf(PrincipalType::user, "unknown"), std::nullopt);
@@ -112,12 +112,12 @@ TEST_F(NssSourcesTest, AnswersAreKeptForAnHour) {
   EXPECT_EQ(questions(), 3);
 }
 
-TEST_F(NssSourcesTest, ANameAndAnIdOfTheSameDigitsAreTwoQuestions) {
+TEST_F(NssSourceQueries, NameAndIdOfSameDigitsAreDistinct) {
   EXPECT_TRUE(sources_.has({PrincipalType::user, 7000}));
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "7000"), std::nullopt);
 }
 
-TEST_F(NssSourcesTest, OneThatCannotBeAskedHasNobodyAndRests) {
+TEST_F(NssSourceQueries, UnavailableSourceHasNoAccountsAndRests) {
   control_->isUnavailable = true;
   for (const char* name : {"known", "unknown", "another"})
     EXPECT_EQ(sources_.idOf(PrincipalType::user, name), std::nullopt);
@@ -127,21 +127,21 @@ TEST_F(NssSourcesTest, OneThatCannotBeAskedHasNobodyAndRests) {
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "known"), 7000U) << "that was no answer to keep";
 }
 
-TEST_F(NssSourcesTest, OneThatIsNotInstalledHasNobody) {
+TEST_F(NssSourceQueries, OneThatIsNotInstalledHasNobody) {
   configure("passwd: nosuchsource paddocktest\n");
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "known"), 7000U);
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "known"), 7000U);
   EXPECT_EQ(questions(), 1) << "its answer is sure";
 }
 
-TEST_F(NssSourcesTest, AConfigurationThatIsMissingNamesNone) {
+TEST_F(NssSourceQueries, AConfigurationThatIsMissingNamesNone) {
   std::filesystem::remove(folder_.path("nsswitch.conf"));
   sources_.readConfiguration();
   EXPECT_EQ(sources_.idOf(PrincipalType::user, "known"), std::nullopt);
 }
 
 // With the whole: what a source has is the host's.
-TEST_F(NssSourcesTest, WhatASourceHasIsNotGivenToTheHost) {
+TEST_F(NssSourceQueries, AccountsOfSourceAreNotPublishedToHost) {
   ExtraUsersWorld world;
   writeWholeFile(world.hostPath("nsswitch.conf"),
                  "passwd: files extrausers paddocktest\ngroup: files paddocktest\n");
@@ -157,7 +157,7 @@ TEST_F(NssSourcesTest, WhatASourceHasIsNotGivenToTheHost) {
   EXPECT_THAT(world.logger.lines().front().text, HasSubstr("the host has a user of this name"));
 }
 
-TEST(NssModulesOfDebianTest, TellTheirAccounts) {
+TEST(DebianNssModules, TellTheirAccounts) {
   const TestFolder folder;
   writeWholeFile(folder.path("nsswitch.conf"), "passwd: compat\ngroup: compat\n");
   FakeClock clock;

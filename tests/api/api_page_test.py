@@ -29,8 +29,8 @@ READ = re.compile(r'request\.(?:string|integer|boolean|array|dictionary|find|con
 # What they answer with, or ask their siblings.
 ANSWERED = re.compile(r'(?:\{|\.set\()"([a-z]\w+)", ')
 # The sharing plug-in's keys have names.
-SHARING_KEYS = ("src/handler/*", "src/privileges/ace_dictionary.h", "src/privileges/file_privs.cc",
-                "src/privileges/propagation.h", "src/volumes/volume_quotas.cc")
+SHARING_KEYS = ("src/protocol/keys.h", "src/handler/*", "src/privileges/ace_dictionary.h", "src/privileges/file_privs.cc",
+                "src/privileges/bundle_programs.h", "src/volumes/volume_quotas.cc")
 NAMED_KEY = re.compile(r'constexpr const char\* k\w+ = "(\w+)"')
 # A command's operation, a key of the context, and values.
 NO_KEYS = {"command", "copyPrivsActive", "YES", "NO", "gone", "rw", "unknown"}
@@ -46,8 +46,10 @@ def text_of(path):
 
 
 def sources(pattern):
-    """Their texts, without tests."""
-    return [text_of(path) for path in glob.glob(project_path(pattern)) if re.search(r"(?<!_test)\.(cc|h)$", path)]
+    """Their texts, without tests, and with keys in the place of their constants."""
+    keys = dict(re.findall(r'(k\w+) = "(\w+)";', text_of(project_path("src/protocol/keys.h"))))
+    texts = [text_of(path) for path in glob.glob(project_path(pattern)) if re.search(r"(?<!_test)\.(cc|h)$", path)]
+    return [re.sub(r"protocol::(k\w+)\b", lambda key: '"%s"' % keys.get(key[1], key[1]), text) for text in texts]
 
 
 def answer_all(world, document):
@@ -132,7 +134,7 @@ class ApiPage(unittest.TestCase):
         expected = {"/v1/%s/%s" % (plugin["name"], operation) for plugin in self.world.get("/v1/plugins")["plugins"]
                     for operation in plugin["operations"]}
         self.assertEqual({path for path, method, _ in operations(self.told) if method == "post"}, expected)
-        endpoints = set(re.findall(r'Endpoint\{"([^"]+)"', text_of(project_path("src/daemon/http/route.h"))))
+        endpoints = set(re.findall(r'Endpoint\{"([^"]+)"', text_of(project_path("src/daemon/http/request_names.h"))))
         self.assertEqual({path for path, method, _ in operations(self.told) if method == "get"}, endpoints)
         self.assertGreater(len(endpoints), 3)
         bundles = glob.glob(os.path.join(BUILD, "bundles/*.bundle"))

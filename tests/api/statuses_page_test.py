@@ -13,7 +13,7 @@ import unittest
 MODULE, DIRECTORY, SYSTEM = "The module's statuses", "The directory layer's statuses", "System error numbers"
 # The operations' own answers. Elsewhere in the sources errno is looked at, as in a comparison, and does not
 # get to a reply.
-ANSWERS = ("plugins/*/*.cc", "src/daemon/http/exchange.cc", "src/daemon/http/failure_number.cc",
+ANSWERS = ("plugins/*/*.cc", "src/daemon/http/exchange.cc", "src/daemon/http/reply.cc",
            "src/platform/linux/ldap/ldap_error.cc", "src/platform/linux/database/sqlite.cc")
 GIVEN = re.compile(r"(?<![=!]= )\b(E[A-Z0-9]+)\b")
 ERRORS = re.compile(r"DirectoryError\((E[A-Z0-9]+)")

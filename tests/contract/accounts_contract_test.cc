@@ -134,7 +134,7 @@ TEST_P(AccountsContract, NamesThatNoAccountCanHave) {
   }
 }
 
-TEST_P(AccountsContract, FindsAGroupThatHasRoomInTheBuffer) {
+TEST_P(AccountsContract, FindsGroupFittingBuffer) {
   EXPECT_EQ(accounts_->getgrnam_r("root", 4096, id_), 0);
   EXPECT_EQ(id_, 0U);
   EXPECT_EQ(accounts_->getgrnam_r("daemon", 4096, id_), 0);
@@ -149,7 +149,7 @@ TEST_P(AccountsContract, AGroupThatWasJustMadeIsFound) {
   EXPECT_EQ(id_, 250U);
 }
 
-TEST_P(AccountsContract, AGroupNeedsRoomForItsNameItsNumberAndItsMembers) {
+TEST_P(AccountsContract, GroupNeedsRoomForNameNumberAndMembers) {
   // com.example.access:x:250:member12,... and its line feed and NUL: 27 bytes and 9 for each but
   // the first; a pointer for each and two more.
   subject_->addOwnGroup(250, std::vector<std::string>(20, "member12"));
@@ -165,7 +165,7 @@ TEST_P(AccountsContract, NoGroupHasRoomInNothing) {
   EXPECT_EQ(id_, 0U);
 }
 
-TEST_P(AccountsContract, NamesThatNoGroupCanHaveAreNotFoundInABufferEither) {
+TEST_P(AccountsContract, ImpossibleGroupNamesAreNotFoundWithBuffer) {
   for (const std::string& name : {std::string(), std::string("root\0", 5), std::string("\0", 1)}) {
     id_ = 12345;
     EXPECT_EQ(accounts_->getgrnam_r(name, 4096, id_), ENOENT);

@@ -116,7 +116,7 @@ class AclContract : public ::testing::TestWithParam<FileKind> {
   const std::string file_ = subject_->path("file");
   const std::string folder_ = subject_->path("folder");
   const std::string missing_ = subject_->path("missing");
-  // GUIDs that name nobody.
+  // GUIDs of no principal.
   const Guid one_ = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
   const Guid two_ = *parseGuid("DEADBEEF-0000-4000-8000-000000000002");
   const Lines some_ = {{kExtendedAllow, one_, acl::kReadData | acl::kExecute, 0},
@@ -137,7 +137,7 @@ TEST_P(AclContract, WhatWasWrittenIsRead) {
   EXPECT_EQ(read(file_), some_);
 }
 
-TEST_P(AclContract, AStrangersLinkIsReadAndNothingIsWrittenThroughIt) {
+TEST_P(AclContract, StrangersSymlinkIsReadButRefusesWrites) {
   const std::string link = subject_->path("link");
   subject_->makeLinkOfDaemon(link, folder_);
   subject_->makeFile(folder_ + "/inside");
@@ -193,7 +193,7 @@ TEST_P(AclContract, AListReplacesTheWholeOneBefore) {
   EXPECT_EQ(read(folder_), other);
 }
 
-TEST_P(AclContract, AListMadeAfreshWithoutEntriesTakesTheListAway) {
+TEST_P(AclContract, WritingNewEmptyListRemovesStoredList) {
   EXPECT_EQ(write(folder_, some_), 0);
   EXPECT_EQ(write(folder_, Lines{}), 0);
   EXPECT_EQ(read(folder_), std::nullopt);
@@ -201,7 +201,7 @@ TEST_P(AclContract, AListMadeAfreshWithoutEntriesTakesTheListAway) {
   EXPECT_EQ(read(folder_), std::nullopt);
 }
 
-TEST_P(AclContract, AListThatWasReadCanBeChangedAndWrittenBack) {
+TEST_P(AclContract, ReadListCanBeChangedAndWrittenBack) {
   EXPECT_EQ(write(folder_, some_), 0);
   acl::List* list = service().acl_get_file(folder_, kTypeExtended);
   ASSERT_NE(list, nullptr);
@@ -213,7 +213,7 @@ TEST_P(AclContract, AListThatWasReadCanBeChangedAndWrittenBack) {
   EXPECT_EQ(read(folder_), (Lines{some_.back(), {kExtendedAllow, two_, acl::kChangeOwner, 0}}));
 }
 
-TEST_P(AclContract, AListBelongsToTheCallerAndNotToTheFile) {
+TEST_P(AclContract, ChangingReadListLeavesFileUnchanged) {
   EXPECT_EQ(write(folder_, some_), 0);
   acl::List* list = service().acl_get_file(folder_, kTypeExtended);
   ASSERT_NE(list, nullptr);
@@ -233,7 +233,7 @@ TEST_P(AclContract, AnotherTypeIsInvalid) {
   EXPECT_EQ(read(folder_), std::nullopt);
 }
 
-TEST_P(AclContract, AMissingPathHasNoListAndTakesNone) {
+TEST_P(AclContract, MissingPathHasNoListAndRefusesOne) {
   EXPECT_EQ(read(missing_), std::nullopt);
   EXPECT_EQ(write(missing_, some_), ENOENT);
 }
@@ -274,7 +274,7 @@ TEST_P(AclContract, AThousandEntriesAreAList) {
   EXPECT_EQ(write(folder_, lines), EINVAL);
 }
 
-TEST_P(AclContract, AStoredValueThatDoesNotDecodeIsAnInvalidListAndNotNone) {
+TEST_P(AclContract, UndecodableStoredValueReadsAsInvalidList) {
   subject_->spoilAcl(folder_);
   acl::List* list = service().acl_get_file(folder_, kTypeExtended);
   ASSERT_NE(list, nullptr);

@@ -1,4 +1,4 @@
-// What browser_information.h promises.
+// What machine_information.h promises of BrowserInformation.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -7,8 +7,8 @@
 #include <memory>
 #include <numeric>
 
-#include "platform/linux/process/linux_browser_information.h"
-#include "platform/testing/fake_browser_information.h"
+#include "platform/linux/process/linux_machine_information.h"
+#include "platform/testing/fake_machine_information.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::contract {
@@ -41,7 +41,7 @@ class BrowserInformationContract : public ::testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(BrowserInformation, BrowserInformationContract, ::testing::Bool(),
                          [](const auto& tested) { return tested.param ? "Linux" : "Fake"; });
 
-TEST_P(BrowserInformationContract, AFileThatWasNeverGivenAnyHasZeros) {
+TEST_P(BrowserInformationContract, FileWithoutInformationReadsZeros) {
   EXPECT_EQ(read("file"), 0);
   EXPECT_EQ(information_, BrowserInformation{});
 }
@@ -75,7 +75,7 @@ TEST_P(BrowserInformationContract, ALinkIsNotFollowed) {
   EXPECT_EQ(information_, BrowserInformation{});
 }
 
-TEST_P(BrowserInformationContract, APipeCannotBeGivenAnyAndIsNotWaitedFor) {
+TEST_P(BrowserInformationContract, FifoRefusesInformationWithoutBlocking) {
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0600), 0);
   EXPECT_EQ(write("fifo"), EPERM);
 }

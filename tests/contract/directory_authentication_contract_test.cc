@@ -108,7 +108,7 @@ TEST_P(DirectoryAuthenticationContract, AFailedAuthenticationLeavesTheEarlierOne
   EXPECT_EQ(raised([&] { node->newRecord("New", kShares); }), 0);
 }
 
-TEST_P(DirectoryAuthenticationContract, TheSearchNodeAsksTheNodeThatHasTheUser) {
+TEST_P(DirectoryAuthenticationContract, SearchNodeAuthenticatesAtNodeHoldingUser) {
   const auto search = service().openLocal()->searchNode();
   EXPECT_EQ(search->authenticateName("anna", "anna's", true), 0);
   EXPECT_EQ(search->authenticateName("anna", "wrong", true), EACCES);

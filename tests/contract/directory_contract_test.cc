@@ -25,7 +25,7 @@ TEST_P(DirectoryNodeContract, AnEmptyNodeAnswersNothing) {
   EXPECT_EQ(openNode()->findRecord("Docs", kShares), nullptr);
 }
 
-TEST_P(DirectoryNodeContract, AnswersAreDictionariesOfArraysOfStringsWithNameAndType) {
+TEST_P(DirectoryNodeContract, AnswersHoldStringArraysWithNameAndType) {
   openNode()->newRecord("Docs", kShares)->setAttribute("list", Array{"b", "a", "b"});
   const Array answers = openNode()->findRecordNames(kRecordsAll, {kAttributesAll}, kShares, kExact);
   ASSERT_EQ(answers.size(), 1U);
@@ -35,7 +35,7 @@ TEST_P(DirectoryNodeContract, AnswersAreDictionariesOfArraysOfStringsWithNameAnd
   EXPECT_EQ(openNode()->findRecordsOfTypes({kShares}, "list", "a", kExact), answers);
 }
 
-TEST_P(DirectoryNodeContract, OnlyTheAttributesThatWereAskedForAreAnswered) {
+TEST_P(DirectoryNodeContract, AnswersHoldOnlyRequestedAttributes) {
   openNode()->newRecord("Docs", kShares)->setAttributesAndValues({{"a", "1"}, {"b", "2"}});
   openNode()->newRecord("Bare", kShares);
   const auto asked = [&](const Names& attributes) {
@@ -59,7 +59,7 @@ TEST_P(DirectoryNodeContract, AnswersComeInTheOrderOfCreation) {
   EXPECT_THAT(namesWith(*openNode(), "flag", "1"), ElementsAre("c", "z", "b", "a"));
 }
 
-TEST_P(DirectoryNodeContract, SeveralTypesAreSearchedTogetherInTheOrderOfCreation) {
+TEST_P(DirectoryNodeContract, SearchOfSeveralTypesPreservesCreationOrder) {
   openNode()->newRecord("m", kMounts)->setAttribute("flag", "1");
   openNode()->newRecord("s", kShares)->setAttribute("flag", "1");
   openNode()->newRecord("M", kShares)->setAttribute("flag", "1");
@@ -91,7 +91,7 @@ TEST_P(DirectoryNodeContract, MatchingDoesNotNormaliseTrimOrSqueeze) {
     EXPECT_THAT(namesWith(*openNode(), "path", other), IsEmpty()) << other;
 }
 
-TEST_P(DirectoryNodeContract, AnyOfSeveralValuesMatchesAndARecordIsAnsweredOnce) {
+TEST_P(DirectoryNodeContract, AnyValueMatchesAndRecordIsReturnedOnce) {
   openNode()->newRecord("Docs", kShares)->setAttribute("list", Array{"x", "Y", "y"});
   EXPECT_THAT(namesWith(*openNode(), "list", "y"), ElementsAre("Docs"));
   EXPECT_THAT(namesWith(*openNode(), "list", "X"), ElementsAre("Docs"));
@@ -159,7 +159,7 @@ TEST_P(DirectoryNodeContract, RecordsAreFoundByAnyOfTheirNames) {
   EXPECT_EQ(openNode()->findRecord("papers", kMounts), nullptr);
 }
 
-TEST_P(DirectoryNodeContract, ANameIsUniquePerTypeInAnyLetterCase) {
+TEST_P(DirectoryNodeContract, NameIsUniquePerTypeIgnoringCase) {
   openNode()
       ->newRecord("Docs", kShares)
       ->setAttribute(schema::kRecordName, Array{"Docs", "\xC3\x84"});
@@ -247,7 +247,7 @@ TEST_P(DirectoryNodeContract, NodesAreFoundByTheirPath) {
     EXPECT_EQ(raised([&] { session->findNode(path); }), ENOENT) << path;
 }
 
-TEST_P(DirectoryNodeContract, TheSearchNodeAsksTheNodesOfItsSearchPath) {
+TEST_P(DirectoryNodeContract, SearchNodeQueriesNodesOfSearchPath) {
   openNode()->newRecord("Docs", kShares)->setAttribute("a", "1");
   const auto search = service().openLocal()->searchNode();
   EXPECT_EQ(search->path(), "/Search");
@@ -260,7 +260,7 @@ TEST_P(DirectoryNodeContract, TheSearchNodeAsksTheNodesOfItsSearchPath) {
   EXPECT_EQ(raised([&] { search->newRecord("New", kShares); }), EACCES);
 }
 
-TEST_P(DirectoryNodeContract, EveryNodeOfTheSearchPathCanBeOpened) {
+TEST_P(DirectoryNodeContract, EverySearchPathNodeCanBeOpened) {
   const auto session = service().openLocal();
   for (const Value& path : session->searchNode()->getAttribute(schema::kSearchPath)) {
     const auto node = session->findNode(*path.string());

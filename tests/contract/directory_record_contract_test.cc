@@ -25,14 +25,14 @@ class DirectoryRecordContract : public DirectoryTest {
 INSTANTIATE_TEST_SUITE_P(Directory, DirectoryRecordContract, ::testing::ValuesIn(kSubjectKinds),
                          subjectName);
 
-TEST_P(DirectoryRecordContract, ANewRecordHasItsNameAndItsType) {
+TEST_P(DirectoryRecordContract, NewRecordHasNameAndType) {
   EXPECT_THAT(record()->getAllAttributes(), ElementsAre(schema::kRecordName, schema::kRecordType));
   EXPECT_EQ(
       record()->getAllAttributesAndValues(),
       (Dictionary{{schema::kRecordName, Array{"Docs"}}, {schema::kRecordType, Array{kShares}}}));
 }
 
-TEST_P(DirectoryRecordContract, AttributesKeepTheOrderInWhichTheyWereFirstSet) {
+TEST_P(DirectoryRecordContract, AttributesKeepOrderOfFirstSetting) {
   record()->setAttribute("z", "1");
   record()->setAttribute("a", "1");
   record()->setAttributesAndValues({{"m", "1"}, {"b", "1"}});
@@ -52,7 +52,7 @@ TEST_P(DirectoryRecordContract, ValuesKeepTheirOrderAndTheirRepeats) {
   EXPECT_EQ(record()->getAttributeFirstValue("list"), "b");
 }
 
-TEST_P(DirectoryRecordContract, AnAttributeThatIsNotThereHasNoValues) {
+TEST_P(DirectoryRecordContract, MissingAttributeHasNoValues) {
   EXPECT_THAT(record()->getAttribute("list"), IsEmpty());
   EXPECT_FALSE(record()->getAttributeFirstValue("list"));
 }
@@ -77,7 +77,7 @@ TEST_P(DirectoryRecordContract, ValuesComeBackByteForByte) {
             1U);
 }
 
-TEST_P(DirectoryRecordContract, SeveralAttributesAreReplacedAndOthersLeftAsTheyAre) {
+TEST_P(DirectoryRecordContract, ReplacingSeveralAttributesPreservesOthers) {
   record()->setAttributesAndValues({{"a", "1"}, {"b", Array{"1", "2"}}, {"c", "1"}});
   record()->setAttributesAndValues({{"b", "3"}, {"c", Array{"4", "5"}}});
   EXPECT_EQ(record()->getAttribute("a"), Array{"1"});
@@ -87,7 +87,7 @@ TEST_P(DirectoryRecordContract, SeveralAttributesAreReplacedAndOthersLeftAsTheyA
   EXPECT_EQ(record()->getAllAttributes().size(), 5U);
 }
 
-TEST_P(DirectoryRecordContract, WhatIsNoTextIsRefusedAndNothingChanged) {
+TEST_P(DirectoryRecordContract, NonTextValueIsRefusedWithoutChanges) {
   record()->setAttribute("a", "1");
   const Dictionary before = record()->getAllAttributesAndValues();
   EXPECT_EQ(raised([&] { record()->setAttribute("a", "\xFF"); }), EINVAL);
@@ -182,7 +182,7 @@ TEST_P(DirectoryRecordContract, RemovingAnAttributeRemovesItsValues) {
   EXPECT_EQ(record()->getAllAttributes().size(), 2U);
 }
 
-TEST_P(DirectoryRecordContract, RemovingAnAttributeThatIsNotThereIsNoError) {
+TEST_P(DirectoryRecordContract, RemovingMissingAttributeSucceeds) {
   EXPECT_EQ(raised([&] { record()->removeAttribute("a"); }), 0);
   EXPECT_EQ(raised([&] { record()->removeAttribute(""); }), 0);
 }
@@ -201,7 +201,7 @@ TEST_P(DirectoryRecordContract, RemovingTheTypeRemovesNothing) {
   EXPECT_EQ(record()->getAttribute(schema::kRecordType), Array{kShares});
 }
 
-TEST_P(DirectoryRecordContract, RemovingAllAttributesLeavesTheFirstNameAndTheType) {
+TEST_P(DirectoryRecordContract, RemovingAllAttributesKeepsFirstNameAndType) {
   record()->setAttributesAndValues(
       {{"a", "1"}, {"b", "2"}, {schema::kRecordName, Array{"Docs", "Papers"}}});
   record()->removeAllAttributesAndValues();
@@ -231,7 +231,7 @@ TEST_P(DirectoryRecordContract, ARemovedRecordIsGoneForEveryObject) {
   }
 }
 
-TEST_P(DirectoryRecordContract, ANewRecordOfTheSameNameIsAnotherRecord) {
+TEST_P(DirectoryRecordContract, NewRecordWithSameNameIsDistinct) {
   const auto held = record();
   held->removeRecord();
   openNode()->newRecord("Docs", kShares)->setAttribute("a", "1");

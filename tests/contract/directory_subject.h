@@ -8,12 +8,12 @@
 #include <string>
 
 #include "platform/directory.h"
-#include "platform/directory_schema.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "platform/linux/ldap/ldap_node.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/search_node.h"
 #include "platform/testing/in_memory_directory.h"
+#include "support/directory_errors.h"
 #include "support/slapd_server.h"
 #include "support/temporary_folder.h"
 
@@ -179,16 +179,5 @@ class DirectoryTest : public ::testing::TestWithParam<SubjectKind> {
  private:
   std::unique_ptr<DirectorySubject> subject_;
 };
-
-// The status of the DirectoryError that `work` throws; 0 when it throws nothing.
-template <typename Work>
-Status raised(Work&& work) {
-  try {
-    work();
-  } catch (const DirectoryError& error) {
-    return error.status().value_or(-1);
-  }
-  return 0;
-}
 
 }  // namespace paddock::contract

@@ -59,7 +59,7 @@ TEST_P(FileAttributesContract, ReadsOwnerGroupModeAndType) {
   EXPECT_EQ(folder.type, "directory");
 }
 
-TEST_P(FileAttributesContract, AFifoIsOneAndIsNotWaitedFor) {
+TEST_P(FileAttributesContract, FifoIsRecognizedWithoutBlocking) {
   const std::string fifo = subject_->path("fifo");
   subject_->makeFifo(fifo);
   EXPECT_EQ(read(fifo).type, "fifo");
@@ -68,7 +68,7 @@ TEST_P(FileAttributesContract, AFifoIsOneAndIsNotWaitedFor) {
   EXPECT_EQ(read(fifo).ownerName, "daemon");
 }
 
-TEST_P(FileAttributesContract, AnOwnerOrGroupWithoutANameIsAbsent) {
+TEST_P(FileAttributesContract, UnnamedOwnerOrGroupIsAbsent) {
   subject_->giveToNobody(file_);
   const FileAttributes file = read(file_);
   EXPECT_EQ(file.ownerName, std::nullopt);
@@ -110,7 +110,7 @@ TEST_P(FileAttributesContract, LinksInACircleLeadNowhere) {
   EXPECT_FALSE(service().exists(one));
 }
 
-TEST_P(FileAttributesContract, AStrangersLinkIsReadAndNothingIsChangedThroughIt) {
+TEST_P(FileAttributesContract, StrangersSymlinkIsReadButRefusesChanges) {
   const std::string link = subject_->path("link");
   subject_->makeLinkOfDaemon(link, folder_);
   subject_->makeFile(folder_ + "/inside");
@@ -141,7 +141,7 @@ TEST_P(FileAttributesContract, ALinkToWhatItsOwnerOwnsCounts) {
   EXPECT_EQ(read(folder_).permissions, 0700U);
 }
 
-TEST_P(FileAttributesContract, ALinkIsJudgedByWhatIsAtTheEndOfAllLinks) {
+TEST_P(FileAttributesContract, SymlinkIsJudgedByFinalTarget) {
   const std::string first = subject_->path("first");
   const std::string second = subject_->path("second");
   subject_->makeLinkOfDaemon(first, second);
@@ -153,7 +153,7 @@ TEST_P(FileAttributesContract, ALinkIsJudgedByWhatIsAtTheEndOfAllLinks) {
   EXPECT_EQ(read(folder_).permissions, 0700U);
 }
 
-TEST_P(FileAttributesContract, ALinkBehindOneOfRootIsJudgedToo) {
+TEST_P(FileAttributesContract, SymlinkBehindRootsSymlinkIsJudged) {
   const std::string first = subject_->path("first");
   const std::string second = subject_->path("second");
   subject_->makeLink(first, second);
@@ -189,7 +189,7 @@ TEST_P(FileAttributesContract, WhatIsAbsentStaysAsItIs) {
   expectFile("daemon", "daemon", 0);
 }
 
-TEST_P(FileAttributesContract, TheSetIdBitsEndAsTheModeSays) {
+TEST_P(FileAttributesContract, SetIdBitsFollowRequestedMode) {
   EXPECT_EQ(apply(file_, {"daemon", "daemon", 06755}), 0);
   expectFile("daemon", "daemon", 06755);
   EXPECT_EQ(apply(file_, {"root", "root", 06711}), 0);
@@ -198,7 +198,7 @@ TEST_P(FileAttributesContract, TheSetIdBitsEndAsTheModeSays) {
   EXPECT_EQ(read(folder_).permissions, 03770U);
 }
 
-TEST_P(FileAttributesContract, AModeWithoutSpecialBitsLeavesThoseOfAFolderAlone) {
+TEST_P(FileAttributesContract, ModeWithoutSpecialBitsPreservesThoseOfFolder) {
   EXPECT_EQ(apply(folder_, {std::nullopt, std::nullopt, 03770}), 0);
   EXPECT_EQ(apply(folder_, {"daemon", "daemon", 0750}), 0);
   EXPECT_EQ(read(folder_).permissions, 03750U);

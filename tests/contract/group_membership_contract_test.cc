@@ -7,10 +7,10 @@
 #include <memory>
 #include <thread>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "directory_subject.h"
 #include "platform/linux/accounts/directory_group_membership.h"
-#include "platform/testing/in_memory_group_membership.h"
+#include "platform/testing/in_memory_membership.h"
 
 namespace paddock::contract {
 namespace {
@@ -159,7 +159,7 @@ INSTANTIATE_TEST_SUITE_P(GroupMembership, GroupMembershipContract, ::testing::Va
 
 using Texts = std::vector<std::string>;
 
-TEST_P(GroupMembershipContract, AUidThatNoAccountHasIsInNoGroup) {
+TEST_P(GroupMembershipContract, UnknownUidHasNoGroups) {
   add(Group{"staff", kFirstGid, {}, {"anna"}, {computedGuid({PrincipalType::user, kAnna})}, {}});
   const UserMembership membership = membershipOf(kAnna);
   EXPECT_FALSE(membership.isKnown);
@@ -174,13 +174,13 @@ TEST_P(GroupMembershipContract, AUserWithoutAnyGroupIsKnown) {
   EXPECT_TRUE(membership.groups.empty());
 }
 
-TEST_P(GroupMembershipContract, TheUsersGuidsAreTheOwnOneAndTheComputedOne) {
+TEST_P(GroupMembershipContract, UserHasOwnAndComputedGuid) {
   add(User{"anna", kAnna, guidNumber(7), {}});
   EXPECT_EQ(membershipOf(kAnna).guids,
             (std::vector<Guid>{guidNumber(7), computedGuid({PrincipalType::user, kAnna})}));
 }
 
-TEST_P(GroupMembershipContract, ThePrimaryGroupHoldsItsUserWithAndWithoutARecord) {
+TEST_P(GroupMembershipContract, PrimaryGroupHoldsUserWithOrWithoutRecord) {
   add(User{"anna", kAnna, {}, kFirstGid});
   UserMembership membership = membershipOf(kAnna);
   ASSERT_EQ(membership.groups.size(), 1U);
@@ -194,7 +194,7 @@ TEST_P(GroupMembershipContract, ThePrimaryGroupHoldsItsUserWithAndWithoutARecord
   EXPECT_EQ(groupsOf(kAnna), Texts{"staff by primary"});
 }
 
-TEST_P(GroupMembershipContract, MembersAreNamedByNameWhateverTheLetterCaseOrByGuid) {
+TEST_P(GroupMembershipContract, MembersMatchByCaseInsensitiveNameOrGuid) {
   add(User{"anna", kAnna, guidNumber(100), {}});
   add(User{"bert", kBert, {}, {}});
   addNumbered(1, {}, {"bert", "ANNA"});
@@ -221,7 +221,7 @@ TEST_P(GroupMembershipContract, NestedGroupsCountAndSayThroughWhich) {
   EXPECT_EQ(groupsOf(kAnna), (Texts{"g1 by member", "g2 around g1", "g3 around g2"}));
 }
 
-TEST_P(GroupMembershipContract, ANestedGroupIsNamedByItsOwnGuidOrTheComputedOne) {
+TEST_P(GroupMembershipContract, NestedGroupMatchesByOwnOrComputedGuid) {
   add(User{"anna", kAnna, {}, kFirstGid + 1});
   addNumbered(1, {});
   add(Group{"own", kFirstGid + 2, {}, {}, {}, {guidNumber(1)}});
@@ -256,7 +256,7 @@ TEST_P(GroupMembershipContract, TheShortestWayIsFoundFirst) {
             (Texts{"g1 by member", "g2 around g1", "g3 around g1", "g4 around g2"}));
 }
 
-TEST_P(GroupMembershipContract, AGroupWithoutAGidIsNamedByItsGuid) {
+TEST_P(GroupMembershipContract, GroupWithoutGidIsIdentifiedByGuid) {
   add(User{"anna", kAnna, {}, {}});
   add(Group{"people", {}, guidNumber(1), {"anna"}, {}, {}});
   add(Group{"all", {}, guidNumber(2), {}, {}, {guidNumber(1)}});
@@ -267,7 +267,7 @@ TEST_P(GroupMembershipContract, AGroupWithoutAGidIsNamedByItsGuid) {
   EXPECT_EQ(groupsOf(kAnna), (Texts{"people by member", "all around people"}));
 }
 
-TEST_P(GroupMembershipContract, AGroupWithNeitherGidNorGuidIsLeftOut) {
+TEST_P(GroupMembershipContract, GroupWithoutGidAndGuidIsSkipped) {
   add(User{"anna", kAnna, {}, {}});
   add(Group{"nameless", {}, {}, {"anna"}, {}, {}});
   EXPECT_EQ(groupsOf(kAnna), Texts{});

@@ -1,5 +1,5 @@
-// What the node "/Local" promises of its users: their passwords belong to their records, and who
-// may write is said by a group.
+// The guarantees of the node "/Local" for its users: their passwords belong to their records, and a
+// group defines who may write.
 #include <gmock/gmock.h>
 
 #include <cerrno>
@@ -34,7 +34,7 @@ TEST_P(LocalUsersContract, APasswordIsNoAttribute) {
   EXPECT_THAT(record->getAllAttributes(), ElementsAre(schema::kRecordName, schema::kRecordType));
 }
 
-TEST_P(LocalUsersContract, APasswordGoesWithItsRecordAndStaysThroughARename) {
+TEST_P(LocalUsersContract, PasswordSurvivesRenameAndEndsWithRecord) {
   openNode()->findRecord("anna", schema::kUsers)->setAttribute(schema::kRecordName, "anja");
   EXPECT_EQ(openNode()->authenticateName("anja", "anna's", true), 0);
   EXPECT_EQ(openNode()->authenticateName("anna", "anna's", true), EACCES);
@@ -48,7 +48,7 @@ TEST_P(LocalUsersContract, OnlyUsersOfTheNodeHavePasswords) {
   EXPECT_EQ(raised([&] { subject().setPassword("Docs", "x"); }), ENOENT);
 }
 
-TEST_P(LocalUsersContract, AMemberOfTheAdminGroupAndRootMayWrite) {
+TEST_P(LocalUsersContract, RootAndAdminGroupMembersMayWrite) {
   for (const auto& [user, password] : {std::pair{"anna", "anna's"}, std::pair{"zero", "zero's"}}) {
     const auto node = openNode();
     ASSERT_EQ(node->authenticateName(user, password, false), 0);

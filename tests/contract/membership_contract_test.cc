@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "directory_subject.h"
 #include "platform/linux/accounts/linux_membership.h"
 #include "platform/testing/in_memory_membership.h"

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "platform/linux/directory/linux_metadata_stores.h"
-#include "platform/testing/fake_clock.h"
+#include "platform/testing/fake_machine_information.h"
 #include "platform/testing/in_memory_metadata_stores.h"
 #include "support/temporary_folder.h"
 
@@ -57,7 +57,7 @@ TEST_P(MetadataStoresContract, ACreatedStoreHasItsAttributes) {
   EXPECT_EQ(attributes("/srv/b"), Dictionary());
 }
 
-TEST_P(MetadataStoresContract, PathsComeInByteOrderAndAreFoundExactly) {
+TEST_P(MetadataStoresContract, PathsAreByteOrderedAndMatchExactly) {
   for (const char* path : {"/srv/b", "/srv/\xC3\xA4", "/srv/a b", "/", "/srv/\xFF", "/srv/it's"})
     EXPECT_EQ(stores_->createStore(path, {}), 0);
   EXPECT_EQ(paths(), (Paths{"/", "/srv/a b", "/srv/b", "/srv/it's", "/srv/\xC3\xA4", "/srv/\xFF"}));

@@ -10,8 +10,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/linux/dnssd/avahi_net_services.h"
-#include "platform/linux/dnssd/silent_net_services.h"
+#include "platform/linux/dnssd/linux_net_services.h"
 #include "platform/testing/recording_net_services.h"
 
 namespace paddock::contract {
@@ -32,7 +31,8 @@ class NotingDelegate : public NetServiceDelegate {
   }
   void netServiceDidStop(NetService& sender) override { note("did stop", sender); }
 
-  // What it was told when it was told so many things; what it was told when that takes too long.
+  // The notifications received once there are `count` of them, or those received so far on a
+  // timeout.
   Lines waitForLines(std::size_t count) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, std::chrono::seconds(60), [&] { return lines_.size() >= count; });
@@ -59,7 +59,7 @@ class NotingDelegate : public NetServiceDelegate {
 struct Subject {
   const char* name;
   std::function<std::unique_ptr<NetServices>()> make;
-  bool tells;  // whether delegates are told anything
+  bool tells;  // whether delegates are notified
   friend void PrintTo(const Subject& subject, std::ostream* out) { *out << subject.name; }
 };
 
@@ -75,7 +75,7 @@ class NetServicesContract : public ::testing::TestWithParam<Subject> {
     made->setDelegate(&delegate_);
     return made;
   }
-  // What delegates are told, by services that tell them anything.
+  // The notifications of delegates, by services that send any.
   Lines told(Lines lines) const { return GetParam().tells ? std::move(lines) : Lines{}; }
 
   NotingDelegate delegate_;
@@ -104,7 +104,7 @@ TEST_P(NetServicesContract, DataThatIsNoTxtRecordIsRefused) {
   EXPECT_FALSE(made->setTxtRecordData(Data{{1}}));
 }
 
-TEST_P(NetServicesContract, ATxtRecordIsTakenBeforeAndAfterPublication) {
+TEST_P(NetServicesContract, TxtRecordIsAcceptedBeforeAndAfterPublication) {
   const auto made = service();
   EXPECT_TRUE(made->setTxtRecordData({}));
   EXPECT_TRUE(made->setTxtRecordData(Data{{3, 'a', '=', '1'}}));
@@ -121,7 +121,7 @@ TEST_P(NetServicesContract, TheDelegateIsToldOfPublicationAndEnd) {
   EXPECT_EQ(delegate_.waitForLines(expected.size()), expected);
 }
 
-TEST_P(NetServicesContract, AServiceThatWasStoppedCanBePublishedAgain) {
+TEST_P(NetServicesContract, StoppedServiceCanBePublishedAgain) {
   const auto made = service();
   for (int round = 1; round <= 3; ++round) {
     made->publish();
@@ -145,7 +145,7 @@ TEST_P(NetServicesContract, WhatIsPublishedAlreadyIsNotPublishedTwice) {
   EXPECT_EQ(delegate_.waitForLines(expected.size()), expected);
 }
 
-TEST_P(NetServicesContract, WhatWasNotPublishedIsStoppedWithoutAWord) {
+TEST_P(NetServicesContract, StoppingUnpublishedServiceSkipsDelegate) {
   const auto first = service();
   first->stop();
   const auto second = service();
@@ -153,7 +153,7 @@ TEST_P(NetServicesContract, WhatWasNotPublishedIsStoppedWithoutAWord) {
   EXPECT_EQ(delegate_.waitForLines(told({"will publish"}).size()), told({"will publish"}));
 }
 
-TEST_P(NetServicesContract, AServiceThatCannotBeIsToldToTheDelegate) {
+TEST_P(NetServicesContract, UnpublishableServiceIsReportedToDelegate) {
   service("no type")->publish();  // destroyed at once, which is no fault
   const auto wrongType = service("_nonsense");
   wrongType->publish();
@@ -165,7 +165,7 @@ TEST_P(NetServicesContract, AServiceThatCannotBeIsToldToTheDelegate) {
   EXPECT_EQ(lines.empty(), !GetParam().tells);
 }
 
-TEST_P(NetServicesContract, AServiceThatCannotBeKeepsNoOtherFromBeingPublished) {
+TEST_P(NetServicesContract, UnpublishableServiceLetsOthersPublish) {
   const auto wrong = service("_nonsense");
   wrong->publish();
   delegate_.waitForLines(told({"did not publish"}).size());
@@ -203,7 +203,7 @@ TEST_P(NetServicesContract, ADestroyedServiceCallsNobody) {
   delegate.waitForLines(told({"will publish"}).size());
   made.reset();
   const Lines atTheEnd = delegate.lines();
-  // What is told later of another service was not held up by this one.
+  // Later notifications about another service were not delayed by this one.
   const auto other = service();
   other->publish();
   delegate_.waitForLines(told({"will publish"}).size());
@@ -218,7 +218,7 @@ TEST_P(NetServicesContract, ADelegateMayUseItsService) {
   };
   const auto made = service();
   made->publish();
-  // The double tells of the end within the call; so the order is not promised.
+  // The double reports the end within the call, so the order is unspecified.
   const Lines lines = delegate_.waitForLines(told({"will publish"}).size());
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "will publish"), GetParam().tells ? 1 : 0);
 }

@@ -78,7 +78,7 @@ TEST_P(PrivilegedObjectContract, TheModeComesWithTheType) {
   EXPECT_EQ(modeOf(fifo) & S_IFMT, static_cast<mode_t>(S_IFIFO));
 }
 
-TEST_P(PrivilegedObjectContract, AllOfTheModeIsSetAndNotTheType) {
+TEST_P(PrivilegedObjectContract, SettingModeAppliesAllBitsExceptType) {
   for (const mode_t mode : {07751U, 0U, 0600U}) {
     EXPECT_EQ(open(file_)->changeMode(mode), 0);
     EXPECT_EQ(modeOf(file_), S_IFREG | mode);
@@ -141,7 +141,7 @@ TEST_P(PrivilegedObjectContract, AListThatIsWrittenIsRead) {
   EXPECT_EQ(read->entries.size(), 2U);
 }
 
-TEST_P(PrivilegedObjectContract, AListMadeAfreshWithoutEntriesTakesTheListAway) {
+TEST_P(PrivilegedObjectContract, WritingNewEmptyListRemovesStoredList) {
   const auto object = open(file_);
   ASSERT_EQ(object->setAcl(listOf(2).get()), 0);
   ASSERT_EQ(object->setAcl(listOf(0).get()), 0);
@@ -157,7 +157,7 @@ TEST_P(PrivilegedObjectContract, AnInvalidListIsNotWritten) {
   EXPECT_EQ(object->getAcl(), nullptr);
 }
 
-TEST_P(PrivilegedObjectContract, AStoredValueThatDoesNotDecodeIsAnInvalidListAndNotNone) {
+TEST_P(PrivilegedObjectContract, UndecodableStoredValueReadsAsInvalidList) {
   subject_->spoilAcl(file_);
   const List list = owned(open(file_)->getAcl());
   ASSERT_NE(list, nullptr);

@@ -1,5 +1,5 @@
-// What program_runner.h promises of programs that are detached, looked for and probed. (The double
-// of the others only records: run_program_test.cc and start_program_test.cc test them.)
+// The guarantees of program_runner.h for programs that are detached, located and probed. (The
+// double of the others only records: tests beside src/hostlib test them.)
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,7 +15,7 @@
 
 #include "paddock/host.h"
 #include "platform/host/host_services.h"
-#include "platform/testing/recording_program_runner.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::contract {
@@ -29,7 +29,7 @@ class RunnerSubject {
   // Makes the program at an absolute path of the system, or takes it away.
   virtual void put(const std::string& path) = 0;
   virtual void remove(const std::string& path) = 0;
-  // Makes the probe find a process that is there, one of somebody else, or none.
+  // Makes the probe find an existing process, one of another user, or none.
   virtual std::int64_t runningProcess() = 0;
   virtual std::int64_t endedProcess() = 0;
   // The argument vectors of what was detached, as soon as there are so many.
@@ -77,7 +77,7 @@ class HostSubject final : public RunnerSubject, public Host {
   void put(const std::string& path) override {
     const std::filesystem::path program = folder_.path() + path;
     std::filesystem::create_directories(program.parent_path());
-    // A script is not told argv[0].
+    // A script does not receive argv[0].
     writeWholeFile(program, "#!/bin/sh\nfor word; do echo \"$word\"; done >'" +
                                 folder_.path("new") + "'.$$\nmv '" + folder_.path("new") +
                                 "'.$$ '" + folder_.path("vector") + "'.$$\n");
@@ -149,7 +149,7 @@ TEST_P(ProgramRunnerContract, AProcessIsThereOrNot) {
   EXPECT_EQ(runner_.probe(subject_->endedProcess()), ESRCH);
 }
 
-TEST_P(ProgramRunnerContract, ADetachedProgramGetsItsArgumentsAndTheNumberIsOfAnEndedProcess) {
+TEST_P(ProgramRunnerContract, DetachedProgramReceivesArgumentsAndReturnsEndedPid) {
   subject_->put(kProgram);
   const DetachedStart start = runner_.startDetached(kProgram, {"Name", "-p", "/srv/a b'\"$x"});
   EXPECT_EQ(start.error, 0);
@@ -178,14 +178,14 @@ TEST_F(HostRunner, LooksBelowItsRootAlone) {
   EXPECT_TRUE(runner_.exists("/bin/sh"));
 }
 
-TEST_F(HostRunner, AFolderIsThereTooAndALinkThatLeadsNowhereIsNot) {
+TEST_F(HostRunner, FolderExistsAndDanglingSymlinkDoesNot) {
   std::filesystem::create_directories(subject_.root() + "/usr/folder");
   EXPECT_TRUE(runner_.exists("/usr/folder"));
   std::filesystem::create_symlink("nowhere", subject_.root() + "/usr/link");
   EXPECT_FALSE(runner_.exists("/usr/link"));
 }
 
-TEST_F(HostRunner, ANumberThatNoProcessCanHaveIsNoProcess) {
+TEST_F(HostRunner, ImpossiblePidIsNoProcess) {
   for (const std::int64_t number :
        {std::int64_t{std::numeric_limits<pid_t>::max()}, std::numeric_limits<std::int64_t>::max(),
         std::numeric_limits<std::int64_t>::min(), std::int64_t{1} << 32U}) {

@@ -10,7 +10,7 @@
 #include "platform/linux/files/linux_volume_info.h"
 #include "platform/linux/quotas/accounting_quota_control.h"
 #include "platform/linux/quotas/kernel_quota_control.h"
-#include "platform/testing/fake_quota_control.h"
+#include "platform/testing/fake_quotas.h"
 #include "platform/testing/fake_volume_info.h"
 #include "support/temporary_folder.h"
 
@@ -97,7 +97,7 @@ TEST_P(QuotaSwitchContract, QuotasAreOffUntilTheyAreSwitchedOn) {
   EXPECT_EQ(state(), 0U);
 }
 
-TEST_P(QuotaSwitchContract, SwitchingToTheStateThatIsThereIsDone) {
+TEST_P(QuotaSwitchContract, SwitchingToCurrentStateSucceeds) {
   EXPECT_EQ(call(kOff, quotaFile()), 0);
   EXPECT_EQ(call(kOn, quotaFile()), 0);
   EXPECT_EQ(call(kOn, quotaFile()), 0);
@@ -124,7 +124,7 @@ TEST_P(QuotaSwitchContract, SwitchingOffNeedsNoQuotaFile) {
   EXPECT_EQ(state(), 0U);
 }
 
-TEST_P(QuotaControlContract, AQuotaFileThatIsMissingCannotBeSwitchedOn) {
+TEST_P(QuotaControlContract, MissingQuotaFileCannotBeSwitchedOn) {
   EXPECT_EQ(call(kOn, missing()), ENOENT);
 }
 

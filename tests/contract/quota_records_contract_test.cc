@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "platform/linux/files/linux_volume_info.h"
-#include "platform/linux/quotas/kernel_quota_records.h"
-#include "platform/testing/fake_quota_records.h"
+#include "platform/linux/quotas/kernel_quota_control.h"
+#include "platform/testing/fake_quotas.h"
 #include "platform/testing/fake_volume_info.h"
 #include "support/temporary_folder.h"
 
@@ -72,7 +72,7 @@ TEST_P(QuotaRecordsContract, AMissingPathHasNone) {
   expectError(folder_.path("missing"), kUsers, ENOENT);
 }
 
-TEST_P(QuotaRecordsContract, OtherTypesAndPathsThatNameNoVolumeAreInvalid) {
+TEST_P(QuotaRecordsContract, UnknownTypesAndPathsWithoutVolumeAreInvalid) {
   expectError("/proc", 2, EINVAL);
   for (const std::string& path :
        {std::string(), std::string("relative"), std::string("/a\0b", 4), std::string("/a/../b")}) {
@@ -80,7 +80,7 @@ TEST_P(QuotaRecordsContract, OtherTypesAndPathsThatNameNoVolumeAreInvalid) {
   }
 }
 
-TEST_P(QuotaRecordsContract, ASoftLimitAboveTheHardOneIsInvalid) {
+TEST_P(QuotaRecordsContract, SoftLimitAboveHardLimitIsInvalid) {
   for (const QuotaLimits& limits :
        {QuotaLimits{.bytes = LimitPair{3, 2}}, QuotaLimits{.files = LimitPair{3, 2}}}) {
     EXPECT_EQ(records_->setLimits("/proc", kUsers, kAnna, limits), EINVAL);
@@ -97,7 +97,7 @@ class FakeRecords : public ::testing::Test {
   FakeQuotaRecords records_{volumes_};
 };
 
-TEST_F(FakeRecords, LimitsAreRaisedToWholeBlocksAndOthersStay) {
+TEST_F(FakeRecords, LimitsRoundUpToBlocksAndPreserveOthers) {
   EXPECT_EQ(records_.setLimits("/a", kUsers, kAnna, {.bytes = LimitPair{1, 1025}}), 0);
   EXPECT_EQ(records_.setLimits("/a", kUsers, kAnna, {.files = LimitPair{5, 6}}), 0);
   QuotaRecord record;

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "directory_subject.h"
 
 namespace paddock::contract {
@@ -102,7 +102,7 @@ TEST_P(ReadOnlyNodeContract, SaysThatItIsReadOnly) {
   EXPECT_THAT(node()->getAttribute("nothing"), IsEmpty());
 }
 
-TEST_P(ReadOnlyNodeContract, StandsBehindTheLocalNodeInTheSearchPath) {
+TEST_P(ReadOnlyNodeContract, FollowsLocalNodeInSearchPath) {
   const auto search = service().openLocal()->searchNode();
   EXPECT_EQ(search->getAttribute(schema::kSearchPath), (Array{"/Local", path()}));
   EXPECT_EQ(search->findRecord("root", schema::kUsers)->getAttributeFirstValue(schema::kUniqueID),

@@ -86,7 +86,7 @@ TEST_P(SharedFoldersContract, NothingIsKnownAtFirst) {
   EXPECT_EQ(folders().forget(path_), 0);
 }
 
-TEST_P(SharedFoldersContract, AFolderIsTheSameUntilAnotherOneTakesItsPlace) {
+TEST_P(SharedFoldersContract, FolderStaysSameUntilReplacedByAnother) {
   subject_->makeFolder(path_);
   EXPECT_EQ(folders().remember(path_, "a"), 0);
   EXPECT_EQ(compare(), SharedFolder::same);
@@ -142,7 +142,7 @@ TEST(LinuxSharedFolders, OutliveWhoRememberedThem) {
   EXPECT_FALSE(std::filesystem::exists(database)) << "reading makes no file";
 }
 
-TEST(LinuxSharedFolders, ADatabaseThatIsNoneIsUnknownAndLeftAlone) {
+TEST(LinuxSharedFolders, InvalidDatabaseIsUnknownAndLeftUntouched) {
   const TestFolder folder;
   const std::string database = folder.path("shared-folders.sqlite");
   writeWholeFile(database, "no database at all, but long enough to be looked at as one");

@@ -1,4 +1,4 @@
-// What host_name.h, clock.h, uuid_source.h and shared_file_list.h promise.
+// What machine_information.h and shared_file_list.h promise.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -6,12 +6,8 @@
 #include <set>
 
 #include "platform/linux/directory/linux_shared_file_list.h"
-#include "platform/linux/process/linux_clock.h"
-#include "platform/linux/process/linux_host_name.h"
-#include "platform/linux/process/linux_uuid_source.h"
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/fake_host_name.h"
-#include "platform/testing/fake_uuid_source.h"
+#include "platform/linux/process/linux_machine_information.h"
+#include "platform/testing/fake_machine_information.h"
 #include "platform/testing/in_memory_shared_file_list.h"
 
 namespace paddock::contract {
@@ -89,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
     (doubleAndLinux<SharedFileLists, InMemorySharedFileLists, LinuxSharedFileLists>()),
     kSubjectName);
 
-TEST_P(SharedFileListContract, AnInsertedItemResolvesToItsUrlAndCanBeRemoved) {
+TEST_P(SharedFileListContract, InsertedItemResolvesToUrlAndIsRemovable) {
   const auto list = service_->createSharePointList();
   ASSERT_NE(list, nullptr);
   EXPECT_TRUE(list->snapshot().empty());

@@ -78,7 +78,7 @@ class StatusFilesContract : public ::testing::TestWithParam<Kind> {
 INSTANTIATE_TEST_SUITE_P(StatusFiles, StatusFilesContract, ::testing::ValuesIn(kKinds),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
-TEST_P(StatusFilesContract, EachNewFileHasAPathOfItsOwnBelowTheRoot) {
+TEST_P(StatusFilesContract, EachNewFileHasUniquePathBelowRoot) {
   const std::string first = create();
   const std::string second = create();
   EXPECT_NE(first, second);
@@ -97,7 +97,7 @@ TEST_P(StatusFilesContract, ANewFileHoldsNoDictionaryAndStays) {
   EXPECT_TRUE(files_.exists(path));
 }
 
-TEST_P(StatusFilesContract, WhatTheProgramWroteIsReadTillItIsRemoved) {
+TEST_P(StatusFilesContract, ProgramsStatusIsReadUntilRemoved) {
   const std::string path = create();
   subject_->writeStatus(path);
   EXPECT_EQ(files_.read(path), (Dictionary{{"items", 3}}));
@@ -106,7 +106,7 @@ TEST_P(StatusFilesContract, WhatTheProgramWroteIsReadTillItIsRemoved) {
   EXPECT_FALSE(files_.exists(path));
 }
 
-TEST_P(StatusFilesContract, AFileThatHoldsSomethingElseIsLeftAlone) {
+TEST_P(StatusFilesContract, FileWithOtherContentsIsLeftUntouched) {
   const std::string path = create();
   subject_->writeSomethingElse(path);
   EXPECT_EQ(files_.read(path), std::nullopt);
@@ -114,7 +114,7 @@ TEST_P(StatusFilesContract, AFileThatHoldsSomethingElseIsLeftAlone) {
   EXPECT_TRUE(files_.exists(path));
 }
 
-TEST_P(StatusFilesContract, WhatIsNotThereIsNeitherReadNorRemoved) {
+TEST_P(StatusFilesContract, MissingFileIsNeitherReadNorRemoved) {
   const std::string path = create();
   subject_->writeStatus(path);
   EXPECT_EQ(files_.remove(path), 0);
@@ -132,7 +132,7 @@ TEST_P(StatusFilesContract, ANewFileCanBeTakenBack) {
   EXPECT_EQ(files_.discard(path), EPERM);
 }
 
-TEST_P(StatusFilesContract, AFileThatHoldsAStatusIsNotTakenBack) {
+TEST_P(StatusFilesContract, FileHoldingStatusIsNotTakenBack) {
   const std::string path = create();
   subject_->writeStatus(path);
   EXPECT_EQ(files_.discard(path), EPERM);

@@ -64,7 +64,7 @@ TEST_P(TextFilesContract, ReadsAnEmptyFileAsNothing) {
   EXPECT_EQ(read_, "");
 }
 
-TEST_P(TextFilesContract, AMissingFileIsReportedAndReadsAsNothing) {
+TEST_P(TextFilesContract, MissingFileIsReportedAndReadsEmpty) {
   EXPECT_EQ(read("a"), ENOENT);
   EXPECT_EQ(read_, "");
   EXPECT_EQ(read("nofolder/a"), ENOENT);
@@ -78,7 +78,7 @@ TEST_P(TextFilesContract, WhatIsNoRegularFileIsNotRead) {
   EXPECT_EQ(read("pipe"), EINVAL);
 }
 
-TEST_P(TextFilesContract, AFileOfMoreThanTheLimitIsNotRead) {
+TEST_P(TextFilesContract, FileAboveLimitIsNotRead) {
   makeFile("limit", std::string(std::size_t{64} << 20U, 'x'));
   makeFile("more", std::string((std::size_t{64} << 20U) + 1, 'x'));
   EXPECT_EQ(read("limit"), 0);
@@ -189,7 +189,7 @@ TEST_P(TextFilesContract, ACopyFollowsLinksToWhatItCopies) {
   EXPECT_EQ(contentsOf("b"), "text");
 }
 
-TEST_P(TextFilesContract, RemovesTheFileOfTheNameInTheFolderAndNothingElse) {
+TEST_P(TextFilesContract, RemovesOnlyNamedFileInFolder) {
   subject_->make("folder", {Kind::folder, "", 0755});
   makeFile("folder/a", "x");
   makeFile("folder/b", "x");
@@ -200,7 +200,7 @@ TEST_P(TextFilesContract, RemovesTheFileOfTheNameInTheFolderAndNothingElse) {
   EXPECT_TRUE(subject_->find("a"));
 }
 
-TEST_P(TextFilesContract, RemovesALinkAndNotWhatItLeadsTo) {
+TEST_P(TextFilesContract, RemovesSymlinkAndKeepsTarget) {
   makeFile("a", "x");
   makeLink("link", "a");
   makeLink("dangling", "nothing");
@@ -244,7 +244,7 @@ TEST_P(TextFilesContract, RemovesNothingWhereNothingIs) {
   EXPECT_EQ(contentsOf("file"), "x");
 }
 
-TEST_P(TextFilesContract, FollowsThePathOfTheFolderThatItRemovesFrom) {
+TEST_P(TextFilesContract, RemovalFollowsSymlinkedFolderPath) {
   subject_->make("folder", {Kind::folder, "", 0755});
   makeFile("folder/a", "x");
   makeFile("folder/b", "x");
@@ -255,7 +255,7 @@ TEST_P(TextFilesContract, FollowsThePathOfTheFolderThatItRemovesFrom) {
   EXPECT_FALSE(subject_->find("folder/b"));
 }
 
-TEST_P(TextFilesContract, RemovesNothingByANameThatNoFileHas) {
+TEST_P(TextFilesContract, RemovesNothingByImpossibleName) {
   subject_->make("folder", {Kind::folder, "", 0755});
   makeFile("a", "x");
   for (const std::string& name :
@@ -269,7 +269,7 @@ TEST_P(TextFilesContract, RemovesNothingByANameThatNoFileHas) {
 }
 
 // As another user than root, whom no mode stops.
-TEST_P(TextFilesContract, RemovesFromAFolderThatMayBeSearchedAndNotRead) {
+TEST_P(TextFilesContract, RemovesFromSearchableUnreadableFolder) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   subject_->make("folder", {Kind::folder, "", 0333});
   makeFile("folder/a", "x");
@@ -306,7 +306,7 @@ TEST_P(TextFilesContract, AFileThatIsChangedHasAnotherIdentity) {
   EXPECT_EQ(files().identify(path("missing"), after), ENOENT);
 }
 
-TEST_P(TextFilesContract, AnIdentityIsThatOfTheFileBehindALink) {
+TEST_P(TextFilesContract, IdentityFollowsSymlinkToFile) {
   makeFile("a", "one");
   makeLink("link", "a");
   FileIdentity file;
@@ -332,7 +332,7 @@ TEST_P(TextFilesContract, HandsOverTheFileThatGaveWay) {
   EXPECT_EQ(subject_->objectCount(), 1U) << "it goes when it is not kept";
 }
 
-TEST_P(TextFilesContract, TheFileThatGaveWayIsKeptWhereNothingIs) {
+TEST_P(TextFilesContract, ReplacedFileIsKeptOnlyUnderFreeName) {
   makeFile("a", "old");
   makeFile("taken", "mine");
   {
@@ -346,7 +346,7 @@ TEST_P(TextFilesContract, TheFileThatGaveWayIsKeptWhereNothingIs) {
   EXPECT_EQ(subject_->objectCount(), 3U);
 }
 
-TEST_P(TextFilesContract, AFileThatIsNewTakesTheWayOfNone) {
+TEST_P(TextFilesContract, NewFileReplacesNoPreviousFile) {
   TextFiles::Replacement replacement;
   ASSERT_EQ(files().replaceKeeping(path("a"), "new", nullptr, replacement), 0);
   EXPECT_FALSE(replacement.gaveWay);
@@ -354,7 +354,7 @@ TEST_P(TextFilesContract, AFileThatIsNewTakesTheWayOfNone) {
   EXPECT_EQ(subject_->find("a")->mode, 0644U);
 }
 
-TEST_P(TextFilesContract, AFileThatIsNotTheExpectedOneStays) {
+TEST_P(TextFilesContract, UnexpectedFileIsPreserved) {
   makeFile("a", "old");
   FileIdentity expected;
   ASSERT_EQ(files().identify(path("a"), expected), 0);
@@ -369,7 +369,7 @@ TEST_P(TextFilesContract, AFileThatIsNotTheExpectedOneStays) {
   EXPECT_EQ(contentsOf("a"), "new");
 }
 
-TEST_P(TextFilesContract, WhereNoFileIsExpectedOneThatIsThereStays) {
+TEST_P(TextFilesContract, ExistingFileStaysWhenNoneIsExpected) {
   const FileIdentity none;
   makeFile("a", "theirs");
   TextFiles::Replacement replacement;

@@ -77,7 +77,7 @@ TEST_P(VolumeInfoContract, ARelativePathBeginsAtTheWorkingFolder) {
 
 TEST_P(VolumeInfoContract, DotsInNamesAreOrdinary) { EXPECT_NE(statfs("/..a/b.."), EINVAL); }
 
-TEST_P(VolumeInfoContract, APathThatIsTooLongIsSaidToBe) {
+TEST_P(VolumeInfoContract, OverlongPathReturnsNameTooLong) {
   EXPECT_EQ(statfs("/" + std::string(4095, 'p')), ENAMETOOLONG);
   EXPECT_EQ(statfs("/" + std::string(5000, 'p')), ENAMETOOLONG);
 }

@@ -175,7 +175,7 @@ class Host:
         return "int32 2" in reply.stdout  # running
 
     def _inside(self, command):
-        return ["nsenter", "--target", self.namespace, "--net", "--mount", "--", *command]
+        return ["nsenter", "--target", self.namespace, "--net", "--mount", "--root", "--wd", "--", *command]
 
     def _start_server(self, log, *command):
         with open(os.path.join(self.folder, log + ".log"), "ab") as file:

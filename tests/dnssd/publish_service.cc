@@ -1,5 +1,5 @@
-// Publishes services as it is told on standard input, a line each, and says on standard output what
-// delegates and the log are told.
+// Publishes services by commands on standard input, a line each, and prints to standard output what
+// delegates and the log receive.
 //
 //     publish_service FIRST-PAUSE LONGEST-PAUSE       in milliseconds
 //
@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/dnssd/avahi_net_services.h"
+#include "platform/linux/dnssd/linux_net_services.h"
 #include "platform/logger.h"
 
 namespace paddock {

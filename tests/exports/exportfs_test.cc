@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "exportfs_world.h"
@@ -11,67 +12,116 @@
 namespace paddock {
 namespace {
 
+// What exportfs knows, each alone.
+constexpr auto kKnownOptions =
+    std::to_array<const char*>({"ro",
+                                "rw",
+                                "secure",
+                                "insecure",
+                                "sync",
+                                "async",
+                                "wdelay",
+                                "no_wdelay",
+                                "hide",
+                                "nohide",
+                                "crossmnt",
+                                "nocrossmnt",
+                                "root_squash",
+                                "no_root_squash",
+                                "all_squash",
+                                "no_all_squash",
+                                "subtree_check",
+                                "no_subtree_check",
+                                "insecure_locks",
+                                "secure_locks",
+                                "auth_nlm",
+                                "no_auth_nlm",
+                                "acl",
+                                "no_acl",
+                                "nordirplus",
+                                "pnfs",
+                                "no_pnfs",
+                                "security_label",
+                                "fsid=0",
+                                "fsid=root",
+                                "fsid=12345678-1234-1234-1234-123456789012",
+                                "anonuid=5",
+                                "anongid=-2",
+                                "mp",
+                                "mountpoint",
+                                "mp=/srv",
+                                "mountpoint=/a#b",
+                                "refer=/a@b",
+                                "replicas=/a@b+c",
+                                "sec=sys",
+                                "sec=unix",
+                                "sec=none",
+                                "sec=null",
+                                "sec=krb5:krb5i:krb5p"});
+
+constexpr auto kHostileNames = std::to_array<const char*>({"plain",
+                                                           "a b",
+                                                           " leading",
+                                                           "trailing ",
+                                                           "two  blanks",
+                                                           "tab\tbed",
+                                                           "new\nline",
+                                                           "\"quoted\"",
+                                                           "one\"",
+                                                           "'single'",
+                                                           "back\\slash",
+                                                           "end\\",
+                                                           "#hash",
+                                                           "ha#sh",
+                                                           "(brackets)",
+                                                           "open(",
+                                                           "[square]",
+                                                           "com,ma",
+                                                           "-dash",
+                                                           "star*",
+                                                           "what?",
+                                                           "colon:",
+                                                           "equals=",
+                                                           "percent%20",
+                                                           "$HOME",
+                                                           "`id`",
+                                                           "semi;colon",
+                                                           "amp&",
+                                                           "caf\xC3\xA9",
+                                                           "\xE6\x97\xA5\xE6\x9C\xAC",
+                                                           "\xF0\x9F\x90\x8E",
+                                                           "ctl\x01\x1F\x7F",
+                                                           "carriage\rreturn",
+                                                           "form\ffeed",
+                                                           "vertical\vtab",
+                                                           "\\040",
+                                                           "\\134040",
+                                                           "\\\\040",
+                                                           "a\\101b",
+                                                           "\\1",
+                                                           "\\12",
+                                                           "\\400",
+                                                           "\\x41",
+                                                           "\\n",
+                                                           " \\040 1",
+                                                           "040",
+                                                           "\xC2\xA0nbsp",
+                                                           "\xE2\x80\xA8line",
+                                                           "-ro,rw",
+                                                           "10.0.0.1(rw)",
+                                                           "#",
+                                                           "\"",
+                                                           "\\",
+                                                           " "});
+
 std::vector<std::string> hostilePaths() {
-  std::vector<std::string> paths = {"plain",
-                                    "a b",
-                                    " leading",
-                                    "trailing ",
-                                    "two  blanks",
-                                    "tab\tbed",
-                                    "new\nline",
-                                    "\"quoted\"",
-                                    "one\"",
-                                    "'single'",
-                                    "back\\slash",
-                                    "end\\",
-                                    "#hash",
-                                    "ha#sh",
-                                    "(brackets)",
-                                    "open(",
-                                    "[square]",
-                                    "com,ma",
-                                    "-dash",
-                                    "star*",
-                                    "what?",
-                                    "colon:",
-                                    "equals=",
-                                    "percent%20",
-                                    "$HOME",
-                                    "`id`",
-                                    "semi;colon",
-                                    "amp&",
-                                    "caf\xC3\xA9",
-                                    "\xE6\x97\xA5\xE6\x9C\xAC",
-                                    "\xF0\x9F\x90\x8E",
-                                    "ctl\x01\x1F\x7F",
-                                    "carriage\rreturn",
-                                    "form\ffeed",
-                                    "vertical\vtab",
-                                    "\\040",
-                                    "\\134040",
-                                    "\\\\040",
-                                    "a\\101b",
-                                    "\\1",
-                                    "\\12",
-                                    "\\400",
-                                    "\\x41",
-                                    "\\n",
-                                    " \\040 1",
-                                    "040",
-                                    "\xC2\xA0nbsp",
-                                    "\xE2\x80\xA8line",
-                                    "-ro,rw",
-                                    "10.0.0.1(rw)",
-                                    "#",
-                                    "\"",
-                                    "\\",
-                                    " "};
+  std::vector<std::string> paths(kHostileNames.begin(), kHostileNames.end());
   paths.push_back("long/" + std::string(200, 'p') + "/" + std::string(200, ' ') + "/" +
                   std::string(200, '\\'));
   return paths;
 }
 
-class ExportfsTest : public ExportfsWorld {
+class ExportfsProgram : public ExportfsWorld {
  protected:
   NFSExportRecordPtr add(NFSExportParser& parser, const std::string& path,
                          std::vector<NFSExportClient> clients) const {
@@ -93,7 +143,7 @@ class ExportfsTest : public ExportfsWorld {
   std::string lines() const { return readWholeFile(folder_.path("exports")); }
 };
 
-TEST_F(ExportfsTest, ListsEveryHostilePathWithItsClientsAndOptions) {
+TEST_F(ExportfsProgram, ListsEveryHostilePathWithClientsAndOptions) {
   if (const auto why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     prepare();
@@ -130,7 +180,7 @@ bool isListedAsItIs(const std::string& path) {
          readExportsLine(again)->path == path;
 }
 
-TEST_F(ExportfsTest, ShowsThePathsToTheAdministrator) {
+TEST_F(ExportfsProgram, ShowsThePathsToTheAdministrator) {
   if (const auto why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     prepare();
@@ -153,7 +203,7 @@ TEST_F(ExportfsTest, ShowsThePathsToTheAdministrator) {
   });
 }
 
-TEST_F(ExportfsTest, TakesTheLongestPathAndTheLongestClientThatAreCalledValid) {
+TEST_F(ExportfsProgram, AcceptsLongestValidPathAndClient) {
   if (const auto why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     prepare();
@@ -183,57 +233,14 @@ TEST_F(ExportfsTest, TakesTheLongestPathAndTheLongestClientThatAreCalledValid) {
   });
 }
 
-TEST_F(ExportfsTest, KnowsEveryOptionThatIsCalledOne) {
+TEST_F(ExportfsProgram, KnowsEveryOptionThatIsCalledOne) {
   if (const auto why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     prepare();
     const ServicesGuard guard(services_);
     const auto parser = NFSExportParser::parserWithFile(folder_.path("exports"));
     int number = 0;
-    for (const char* option : {"ro",
-                               "rw",
-                               "secure",
-                               "insecure",
-                               "sync",
-                               "async",
-                               "wdelay",
-                               "no_wdelay",
-                               "hide",
-                               "nohide",
-                               "crossmnt",
-                               "nocrossmnt",
-                               "root_squash",
-                               "no_root_squash",
-                               "all_squash",
-                               "no_all_squash",
-                               "subtree_check",
-                               "no_subtree_check",
-                               "insecure_locks",
-                               "secure_locks",
-                               "auth_nlm",
-                               "no_auth_nlm",
-                               "acl",
-                               "no_acl",
-                               "nordirplus",
-                               "pnfs",
-                               "no_pnfs",
-                               "security_label",
-                               "fsid=0",
-                               "fsid=root",
-                               "fsid=12345678-1234-1234-1234-123456789012",
-                               "anonuid=5",
-                               "anongid=-2",
-                               "mp",
-                               "mountpoint",
-                               "mp=/srv",
-                               "mountpoint=/a#b",
-                               "refer=/a@b",
-                               "replicas=/a@b+c",
-                               "sec=sys",
-                               "sec=unix",
-                               "sec=none",
-                               "sec=null",
-                               "sec=krb5:krb5i:krb5p"}) {
+    for (const char* option : kKnownOptions) {
       add(*parser, share("option" + std::to_string(number++)), {{"*", {option}}});
     }
     const ProgramRun result = exportAll(*parser);
@@ -244,8 +251,8 @@ TEST_F(ExportfsTest, KnowsEveryOptionThatIsCalledOne) {
   });
 }
 
-// The lines of hand-written files that are read here as exports say the same to the server.
-TEST_F(ExportfsTest, ReadsHandWrittenLinesAsTheyAreReadHere) {
+// The lines of hand-written files that the parser reads as exports mean the same to the server.
+TEST_F(ExportfsProgram, ReadsHandWrittenLinesLikeParser) {
   if (const auto why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     prepare();

@@ -11,35 +11,17 @@
 #include "exports/nfs_export_parser.h"
 #include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/recording_logger.h"
+#include "support/exports_parser_test_support.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
 namespace {
 
-const std::string kBegin = std::string(kBeginMarker) + "\n";
-const std::string kEnd = std::string(kEndMarker) + "\n";
-
-NFSExportRecordPtr exportTo(const std::string& path) {
-  auto record = std::make_shared<NFSExportRecord>();
-  record->setPath(path);
-  record->setClients({{"*", {"ro"}}});
-  return record;
-}
-
-class ExportsFileTest : public testing::Test {
+class ExportsFileOnDisk : public ExportsServices {
  protected:
-  ExportsFileTest() : guard_(servicesOn(&files_)) {}
+  ExportsFileOnDisk() : guard_(servicesOn(&files_)) {}
 
-  Services servicesOn(TextFiles* files) {
-    Services services;
-    services.textFiles = files;
-    services.logger = &logger_;
-    services.clock = &clock_;
-    return services;
-  }
   std::vector<std::string> keptFiles() const {
     std::vector<std::string> texts;
     for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
@@ -55,13 +37,11 @@ class ExportsFileTest : public testing::Test {
   }
 
   TestFolder folder_;
-  RecordingLogger logger_;
-  FakeClock clock_;
   LinuxTextFiles files_;
   ServicesGuard guard_;
 };
 
-TEST_F(ExportsFileTest, IsReplacedWithItsModeAndLeavesTheOriginalBeside) {
+TEST_F(ExportsFileOnDisk, ReplacementPreservesModeAndKeepsOriginalBeside) {
   writeWholeFile(file(), "# mine\n");
   ASSERT_EQ(::chmod(file().c_str(), 0640), 0);
   const auto parser = NFSExportParser::parserWithFile(file());
@@ -75,7 +55,7 @@ TEST_F(ExportsFileTest, IsReplacedWithItsModeAndLeavesTheOriginalBeside) {
   EXPECT_EQ(objectCount(), 2U);
 }
 
-TEST_F(ExportsFileTest, WritingTheSameLeavesTheFileUntouched) {
+TEST_F(ExportsFileOnDisk, WritingTheSameLeavesTheFileUntouched) {
   writeWholeFile(file(), kBegin + "/srv/a *(ro)\n" + kEnd);
   struct stat before {};
   ASSERT_EQ(::stat(file().c_str(), &before), 0);
@@ -86,7 +66,7 @@ TEST_F(ExportsFileTest, WritingTheSameLeavesTheFileUntouched) {
   EXPECT_EQ(objectCount(), 1U);
 }
 
-TEST_F(ExportsFileTest, ASymbolicLinkStaysAndItsTargetIsReplaced) {
+TEST_F(ExportsFileOnDisk, SymlinkStaysAndTargetIsReplaced) {
   std::filesystem::create_directory(folder_.path("shared"));
   writeWholeFile(folder_.path("shared/real"), "# mine\n");
   std::filesystem::create_symlink("shared/real", file());
@@ -99,7 +79,7 @@ TEST_F(ExportsFileTest, ASymbolicLinkStaysAndItsTargetIsReplaced) {
   EXPECT_EQ(readWholeFile(file() + ".before-paddock"), "# mine\n");
 }
 
-TEST_F(ExportsFileTest, OnAReadOnlyFileSystemNothingIsChanged) {
+TEST_F(ExportsFileOnDisk, ReadOnlyFileSystemIsLeftUnchanged) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   writeWholeFile(file(), "# mine\n");
   runInOwnMounts([&] {
@@ -113,7 +93,7 @@ TEST_F(ExportsFileTest, OnAReadOnlyFileSystemNothingIsChanged) {
   });
 }
 
-TEST_F(ExportsFileTest, AReadOnlyFileIsReplacedByRootAndStaysReadOnly) {
+TEST_F(ExportsFileOnDisk, RootReplacesReadOnlyFilePreservingMode) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root writes read-only files";
   writeWholeFile(file(), "# mine\n");
   ASSERT_EQ(::chmod(file().c_str(), 0444), 0);
@@ -125,7 +105,7 @@ TEST_F(ExportsFileTest, AReadOnlyFileIsReplacedByRootAndStaysReadOnly) {
   EXPECT_EQ(status.st_mode & 07777U, 0444U);
 }
 
-TEST_F(ExportsFileTest, AFullDiskLeavesTheOldFileAndNothingElse) {
+TEST_F(ExportsFileOnDisk, FullDiskLeavesOnlyOldFile) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     mountTmpfs(folder_.path(), "64k");
@@ -142,7 +122,7 @@ TEST_F(ExportsFileTest, AFullDiskLeavesTheOldFileAndNothingElse) {
   });
 }
 
-TEST_F(ExportsFileTest, AFullDiskThatHasNoRoomForTheCopyLeavesTheFileAlone) {
+TEST_F(ExportsFileOnDisk, MissingRoomForCopyLeavesFileUntouched) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     mountTmpfs(folder_.path(), "64k");
@@ -178,7 +158,7 @@ ino_t inodeOf(const std::string& file) {
   }
 }
 
-TEST_F(ExportsFileTest, KilledWhileWritingTheFileIsOldOrNewAndComplete) {
+TEST_F(ExportsFileOnDisk, KillDuringWriteLeavesCompleteFile) {
   const std::string without = "# mine\n";
   writeWholeFile(file(), without);
   const auto parser = NFSExportParser::parserWithFile(file());
@@ -208,7 +188,7 @@ TEST_F(ExportsFileTest, KilledWhileWritingTheFileIsOldOrNewAndComplete) {
   }
 }
 
-TEST_F(ExportsFileTest, ALineOfTheSameLengthInTheSameInstantIsSeen) {
+TEST_F(ExportsFileOnDisk, SameLengthEditInSameInstantIsDetected) {
   writeWholeFile(file(), "# one\n");
   const auto parser = NFSExportParser::parserWithFile(file());
   for (int round = 0; round < 200; ++round) {
@@ -220,7 +200,7 @@ TEST_F(ExportsFileTest, ALineOfTheSameLengthInTheSameInstantIsSeen) {
   }
 }
 
-TEST_F(ExportsFileTest, WhatAnotherProgramWritesIntoTheFileThatGaveWayIsKept) {
+TEST_F(ExportsFileOnDisk, LateWriteToReplacedFileIsKept) {
   writeWholeFile(file(), "# mine\n");
   std::ofstream editor(file(), std::ios::app);
   const auto parser = NFSExportParser::parserWithFile(file());
@@ -246,7 +226,7 @@ TEST_F(ExportsFileTest, WhatAnotherProgramWritesIntoTheFileThatGaveWayIsKept) {
   ::_exit(0);
 }
 
-TEST_F(ExportsFileTest, EveryLineOfSomebodyWhoWritesMeanwhileIsInTheFileOrBesideIt) {
+TEST_F(ExportsFileOnDisk, ConcurrentEditorsLinesStayInOrBesideFile) {
   constexpr int kLines = 100;
   writeWholeFile(file(), "# mine\n");
   const auto parser = NFSExportParser::parserWithFile(file());
@@ -278,7 +258,7 @@ TEST_F(ExportsFileTest, EveryLineOfSomebodyWhoWritesMeanwhileIsInTheFileOrBeside
   }
 }
 
-TEST_F(ExportsFileTest, TenThousandExportsAreReplacedWithoutWalkingTheFileEachTime) {
+TEST_F(ExportsFileOnDisk, TenThousandExportsAreReplacedWithoutRescanning) {
   std::string text = "# mine\n" + kBegin;
   for (int number = 0; number < 10'000; ++number) {
     text += "/srv/share-" + std::to_string(number) + " *(ro)\n";

@@ -1,5 +1,4 @@
-// What somebody does to the exports file, on a real file system, in the instants of its
-// replacement.
+// Concurrent changes of the exports file, on a real file system, during its replacement.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,8 +12,8 @@
 #include "exports/nfs_export_parser.h"
 #include "platform/linux/files/linux_text_files.h"
 #include "platform/services.h"
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -110,7 +109,7 @@ class ExportsInLastInstant : public testing::Test {
   ServicesGuard guard_;
 };
 
-TEST_F(ExportsInLastInstant, AnEditWhileTheNewFileIsSyncedStays) {
+TEST_F(ExportsInLastInstant, EditDuringSyncStays) {
   beforeSync() = [this] { replaceByHand("# mine\n/by/hand *(ro)\n"); };
   share();
   EXPECT_EQ(readWholeFile(file()), kBlock + "# mine\n/by/hand *(ro)\n");
@@ -126,7 +125,7 @@ TEST_F(ExportsInLastInstant, AnEditJustBeforeTheExchangeStays) {
   EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(ExportsInLastInstant, AnEditInPlaceJustBeforeTheExchangeStays) {
+TEST_F(ExportsInLastInstant, InPlaceEditJustBeforeExchangeStays) {
   beforeExchanges() = {[this] {
     std::ofstream(file(), std::ios::app) << "/by/hand *(ro)\n" << std::flush;
   }};
@@ -136,7 +135,7 @@ TEST_F(ExportsInLastInstant, AnEditInPlaceJustBeforeTheExchangeStays) {
   EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(ExportsInLastInstant, WhatIsWrittenIntoAFileThatIsOpenStays) {
+TEST_F(ExportsInLastInstant, WriteThroughOpenDescriptorStays) {
   std::ofstream editor;
   beforeExchanges() = {[this, &editor] { editor.open(file(), std::ios::app); },
                        [&editor] {
@@ -148,7 +147,7 @@ TEST_F(ExportsInLastInstant, WhatIsWrittenIntoAFileThatIsOpenStays) {
   EXPECT_THAT(others(), IsEmpty());
 }
 
-TEST_F(ExportsInLastInstant, OfTwoEditsTheLaterStaysAndTheOtherIsKept) {
+TEST_F(ExportsInLastInstant, LaterEditStaysAndEarlierIsKeptBeside) {
   beforeExchanges() = {[this] { replaceByHand("# mine\n/by/hand *(ro)\n"); },
                        [this] { replaceByHand("# mine\n/by/another *(ro)\n"); }};
   share();
@@ -157,7 +156,7 @@ TEST_F(ExportsInLastInstant, OfTwoEditsTheLaterStaysAndTheOtherIsKept) {
   EXPECT_THAT(logged(), testing::Contains(testing::HasSubstr("lost the line: /by/hand *(ro)")));
 }
 
-TEST_F(ExportsInLastInstant, ALineAppendedToWhatIsTakenBackIsKept) {
+TEST_F(ExportsInLastInstant, LineAppendedToWithdrawnFileIsKept) {
   beforeExchanges() = {
       [this] { replaceByHand("# mine\n/by/hand *(ro)\n"); },
       [this] { std::ofstream(file(), std::ios::app) << "/by/another *(ro)\n"
@@ -177,7 +176,7 @@ TEST_F(ExportsInLastInstant, AFileThatIsMadeMeanwhileStays) {
 }
 
 // Each edit waits, as a person would, until what it is based on is in its place.
-TEST_F(ExportsInLastInstant, NoLineOfAnEditorIsLostWhileSharesAreChanged) {
+TEST_F(ExportsInLastInstant, ChangingSharesLosesNoEditorsLine) {
   constexpr int kEdits = 30;
   std::thread editor([this] {
     for (int edit = 0; edit < kEdits; ++edit) {

@@ -7,8 +7,8 @@
 
 #include "exportfs_world.h"
 #include "exports/nfs_export_parser.h"
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/recording_host_services.h"
 
 namespace paddock {
 namespace {
@@ -89,7 +89,7 @@ const std::vector<std::string> kCorpus = {
     "\n \n\t\n",
 };
 
-class HandWrittenCorpusTest : public ExportfsWorld {
+class HandWrittenExportsCorpus : public ExportfsWorld {
  protected:
   void prepareFolders() {
     prepare();
@@ -141,7 +141,7 @@ class HandWrittenCorpusTest : public ExportfsWorld {
   RecordingLogger logger_;
 };
 
-TEST_F(HandWrittenCorpusTest, MeansTheSameWhateverIsSharedAndNoLonger) {
+TEST_F(HandWrittenExportsCorpus, KeepsItsMeaningWhileSharesChange) {
   if (const auto why = whyNoExportfs(); !why.empty()) GTEST_SKIP() << why;
   ASSERT_GE(kCorpus.size(), 30U);
   runInOwnMounts([&] {

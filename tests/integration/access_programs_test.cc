@@ -88,7 +88,7 @@ TEST_F(AccessPrograms, AViewerIsToldWhatTheProgramSays) {
               HasSubstr("root"));
 }
 
-TEST_F(AccessPrograms, WhatTheProgramCannotSayIsHandedOnToo) {
+TEST_F(AccessPrograms, ProgramFailureIsPassedOn) {
   ASSERT_NO_FATAL_FAILURE(startWithViewer());
   const std::string missing = folder_.path("none");
   const EndedProgram said = judge({"--who", "-p", missing});
@@ -103,7 +103,7 @@ TEST_F(AccessPrograms, WhatTheProgramCannotSayIsHandedOnToo) {
   EXPECT_EQ(ended.error, "cannot tell\n");
 }
 
-TEST_F(AccessPrograms, KeelhousePrintsTheSameWithTheDaemonAndWithoutIt) {
+TEST_F(AccessPrograms, KeelhousePrintsSameWithAndWithoutDaemon) {
   ASSERT_NO_FATAL_FAILURE(start(""));
   const std::vector<std::vector<std::string>> commands = {
       {"who", shared_}, {"effective", shared_, "65534", "--explain"}, {"--json", "who", shared_}};
@@ -116,7 +116,7 @@ TEST_F(AccessPrograms, KeelhousePrintsTheSameWithTheDaemonAndWithoutIt) {
   EXPECT_THAT(byItself[0], HasSubstr("root"));
 }
 
-TEST_F(AccessPrograms, AProgramThatTakesTooLongIsEndedAndSaid) {
+TEST_F(AccessPrograms, OverlongProgramIsTerminatedAndReported) {
   ASSERT_NO_FATAL_FAILURE(start("[limits]\nprogram_seconds = 1\n"));
   replaceJudge("exec sleep 1000\n");
   const EndedProgram ended = keelhouse({"who", shared_});
@@ -125,7 +125,7 @@ TEST_F(AccessPrograms, AProgramThatTakesTooLongIsEndedAndSaid) {
   EXPECT_THAT(ended.error, HasSubstr("\n  error: program "));
 }
 
-TEST_F(AccessPrograms, AnAdministratorIsToldWhatAPushWouldChange) {
+TEST_F(AccessPrograms, AdministratorSeesWhatPushWouldChange) {
   ASSERT_NO_FATAL_FAILURE(startWithAdministrator());
   writeWholeFile(shared_ + "/file", "x");
   ASSERT_EQ(::chown((shared_ + "/file").c_str(), 7, 7), 0);
@@ -146,7 +146,7 @@ TEST_F(AccessPrograms, AnAdministratorIsToldWhatAPushWouldChange) {
   EXPECT_THAT(tree_.read("/var/log/paddock/audit.jsonl"), HasSubstr("previewPropagation"));
 }
 
-TEST_F(AccessPrograms, AViewerIsToldNeitherWhatAPushWouldChangeNorWhoChangedWhat) {
+TEST_F(AccessPrograms, ViewerSeesNeitherPushPreviewNorAuditLog) {
   ASSERT_NO_FATAL_FAILURE(startWithViewer());
   const Response refused = askAsNobody("previewPropagation", {{"path", shared_}, {"mask", 1}});
   EXPECT_EQ(refused.status, 403);

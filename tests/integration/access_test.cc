@@ -105,7 +105,7 @@ TEST_F(Access, AViewerReadsAndChangesNothing) {
   EXPECT_EQ(statusOf("GET", "/v1/audit"), 403);
 }
 
-// A reading that authenticates would tell a viewer whether a password is root's.
+// A read that authenticates would disclose to a viewer whether a password is root's.
 TEST_F(Access, AViewerTriesNoPasswords) {
   start("[access]\nview_group = \"" + group_ + "\"\n");
   const std::string body = R"({"node":"/System","type":"t","name":"n","adminUserName":"root",)"
@@ -134,7 +134,7 @@ TEST_F(Access, AnAdministratorTriesPasswordsAndLeavesALine) {
                                          ::testing::HasSubstr("\"status\":13")));
 }
 
-TEST_F(Access, AFloodOfRefusalsLeavesFewLinesAndIsCountedWhole) {
+TEST_F(Access, RefusalFloodLogsFewLinesWithFullCount) {
   start("");
   constexpr std::int64_t kRequests = 300;
   const auto begun = std::chrono::steady_clock::now();
@@ -215,28 +215,28 @@ class FurtherGroup : public Access {
 constexpr const char* kItIsTheAdministrators = "[access]\nadmin_group = \"paddock-test\"\n";
 constexpr const char* kItIsTheViewers = "[access]\nview_group = \"paddock-test\"\n";
 
-TEST_F(FurtherGroup, ItsMembersHaveItsRightsWithoutItBeingTheirPrimaryGroup) {
+TEST_F(FurtherGroup, SupplementaryMembersHaveItsRights) {
   withMembers("root," + user_, [this] {
     EXPECT_EQ(answers(kItIsTheAdministrators, true), (std::vector{200, 200}));
     EXPECT_EQ(answers(kItIsTheViewers, true), (std::vector{200, 403}));
   });
 }
 
-TEST_F(FurtherGroup, AMemberWhoseProcessIsOlderThanTheMembershipHasItsRights) {
+TEST_F(FurtherGroup, MemberWithOlderProcessHasItsRights) {
   withMembers(user_, [this] {
     EXPECT_EQ(answers(kItIsTheAdministrators, false), (std::vector{200, 200}));
     EXPECT_EQ(answers(kItIsTheViewers, false), (std::vector{200, 403}));
   });
 }
 
-TEST_F(FurtherGroup, AProcessThatWasGivenItForAUserWhoIsNoMemberHasNoRights) {
+TEST_F(FurtherGroup, NonMembersProcessWithItHasNoRights) {
   withMembers("root", [this] {
     EXPECT_EQ(answers(kItIsTheAdministrators, true), (std::vector{403, 403}));
     EXPECT_EQ(answers(kItIsTheViewers, true), (std::vector{403, 403}));
   });
 }
 
-TEST_F(FurtherGroup, AMembershipCountsAtOnceAndEndsAtOnce) {
+TEST_F(FurtherGroup, MembershipChangesTakeEffectAtOnce) {
   withMembers("root", [this] {
     tree_.configure(kItIsTheAdministrators);
     const RunningDaemon daemon(tree_);
@@ -249,7 +249,7 @@ TEST_F(FurtherGroup, AMembershipCountsAtOnceAndEndsAtOnce) {
   });
 }
 
-TEST_F(FurtherGroup, AConnectionThatStaysHasTheRightsOfEachOfItsRequests) {
+TEST_F(FurtherGroup, PersistentConnectionEvaluatesRightsPerRequest) {
   withMembers(user_, [this] {
     tree_.configure(kItIsTheViewers);
     const RunningDaemon daemon(tree_);
@@ -263,7 +263,7 @@ TEST_F(FurtherGroup, AConnectionThatStaysHasTheRightsOfEachOfItsRequests) {
   });
 }
 
-TEST_F(FurtherGroup, WhoLosesHisRightsKeepsTheConnectionsOfOneWithoutAny) {
+TEST_F(FurtherGroup, LostRightsReduceConnectionsToUnprivilegedLimit) {
   withMembers(user_, [this] {
     tree_.configure(kItIsTheViewers);
     const RunningDaemon daemon(tree_);

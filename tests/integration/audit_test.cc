@@ -43,7 +43,7 @@ class Audit : public ::testing::Test {
   RunningDaemon daemon_;
 };
 
-TEST_F(Audit, AChangingRequestLeavesOneLineWithExactlyItsKeys) {
+TEST_F(Audit, ChangingRequestLogsOneLineWithExactKeys) {
   const auto response = daemon_.post("/v1/test_good/change", R"({"path":"/srv/a","password":"x"})");
   const auto all = lines();
   ASSERT_EQ(all.size(), 1U);
@@ -73,7 +73,7 @@ TEST_F(Audit, ReadingRequestsLeaveNone) {
   EXPECT_TRUE(lines().empty());
 }
 
-TEST_F(Audit, ThePathIsThatOfTheOptionalArgumentsThenThePath) {
+TEST_F(Audit, PathPrefersOptionalArgumentsOverRequestPath) {
   EXPECT_EQ(*lineOf(R"({"optionalArguments":{"path":"/a"},"path":"/b"})").string("path"), "/a");
   EXPECT_EQ(*lineOf(R"({"path":"/b","paths":["/c"]})").string("path"), "/b");
   EXPECT_FALSE(lineOf("{}").contains("path"));
@@ -86,7 +86,7 @@ TEST_F(Audit, PathsOfAListAreNamed) {
   EXPECT_EQ(*line.array("paths"), (Array{"/c", "/d"}));
 }
 
-TEST_F(Audit, ARequestOfAProgramNamesTheRequestThatRanIt) {
+TEST_F(Audit, ProgramsRequestNamesItsParentRequest) {
   const std::string body = wire::writeJson(
       Dictionary{{"program", "/bin/call_daemon"},
                  {"arguments", Array{tree_.socket(), "/v1/test_good/change", "{}"}}});
@@ -97,21 +97,21 @@ TEST_F(Audit, ARequestOfAProgramNamesTheRequestThatRanIt) {
   EXPECT_NE(*all[0].string("request"), parent);
 }
 
-TEST_F(Audit, TheStatusIsTheWriteStatusThenTheStatus) {
+TEST_F(Audit, StatusPrefersWriteStatusOverStatus) {
   EXPECT_EQ(lineOf(R"({"writeStatus":100076,"status":2})").integer("status"), 100076);
   EXPECT_EQ(lineOf(R"({"status":-1})").integer("status"), -1);
   EXPECT_EQ(lineOf(R"({"status":"13"})").integer("status"), 0);
   EXPECT_EQ(lineOf(R"({"status":0,"error":"Permission denied"})").integer("status"), 0);
 }
 
-TEST_F(Audit, AReplyWithNothingButAnErrorsTextHasTheStatusOfTheText) {
+TEST_F(Audit, ErrorTextAloneDeterminesStatus) {
   EXPECT_EQ(lineOf(R"({"canAuth":false,"error":"Permission denied"})").integer("status"), EACCES);
   EXPECT_EQ(lineOf(R"({"error":"CANNOT_PROPAGATE_PRIVS_ERR"})").integer("status"), 100054);
   EXPECT_EQ(lineOf(R"({"error":"something else"})").integer("status"), EIO);
   EXPECT_EQ(lineOf(R"({"error":7})").integer("status"), 0);
 }
 
-TEST_F(Audit, RequestsThatFailHaveTheNumberOfTheFailure) {
+TEST_F(Audit, FailedRequestsHaveFailureNumber) {
   EXPECT_EQ(lineOf("{").integer("status"), EINVAL);
   EXPECT_EQ(lineOf("[]").integer("status"), EINVAL);
   EXPECT_EQ(lineOf("{}", "fail").integer("status"), EIO);
@@ -152,7 +152,7 @@ TEST_F(Audit, RequestsOfProgramsLeaveTheirOwnLines) {
   EXPECT_NE(all[0].integer("pid"), ::getpid());
 }
 
-TEST_F(Audit, AChangeThatTheDaemonDidNotSurviveIsToldByTheNext) {
+TEST_F(Audit, NextStartAuditsChangeInterruptedByKill) {
   const std::string body = wire::writeJson(Dictionary{{"path", "/srv/a"},
                                                       {"password", "hunter2"},
                                                       {"begun", tree_.path("/begun")},
@@ -174,7 +174,7 @@ TEST_F(Audit, AChangeThatTheDaemonDidNotSurviveIsToldByTheNext) {
   EXPECT_EQ(tree_.read("/var/log/paddock/audit.jsonl").find("hunter2"), std::string::npos);
 }
 
-TEST_F(Audit, AChangeThatCannotBeAuditedIsRefusedWhereThatIsRequired) {
+TEST_F(Audit, UnauditableChangeIsRefusedWhereAuditingIsRequired) {
   tree_.configure("[audit]\nrequired = true\n");
   daemon_.signal(SIGHUP);
   ASSERT_TRUE(eventually([this] {
@@ -209,7 +209,7 @@ TEST_F(Audit, TheNewestLinesAreToldToAdministrators) {
   ASSERT_EQ(newest.size(), 2U);
   EXPECT_EQ(*newest[0].dictionary(), all[1]);
   EXPECT_EQ(*newest[1].dictionary(), all[2]);
-  // Looking leaves no line.
+  // Reading leaves no line.
   EXPECT_EQ(lines().size(), 3U);
 }
 

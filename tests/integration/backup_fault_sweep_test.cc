@@ -1,4 +1,4 @@
-// Every call fails in turn while a backup destination is made, changed and taken back. Nothing of
+// Every call fails in turn while a backup destination is created, changed and removed. Nothing of
 // the folder's ACL is lost, the group has a number of its own or none, what is advertised is what
 // was, what is, or nothing, and the request brings everything in order when it is sent again.
 #include <gmock/gmock.h>
@@ -41,7 +41,7 @@ void addDestination(ModuleDoubles& doubles, const std::string& name, const std::
                                {schema::kBackstowBackupUuid, "U"}});
 }
 
-// A folder with somebody else's entry and a marker, and a group that has the first number.
+// A folder with an entry of another principal and a marker, and a group that has the first number.
 void prepareFolder(ModuleDoubles& doubles) {
   doubles.accounts.addGroup(kGroup, kGid);
   doubles.directory.addRecord("/Local", schema::kGroups, "other",
@@ -114,7 +114,7 @@ Scenario afterTheFirstTick(Scenario scenario, bool repeatable = true) {
   return scenario;
 }
 
-class BackupFaultSweepTest : public FaultSweep {
+class BackupFaultSweep : public FaultSweep {
  protected:
   void noteBefore(FaultWorld& world) override { aclBefore_ = entriesOf(world); }
   void noteAfter(FaultWorld& world) override {
@@ -235,13 +235,13 @@ class BackupFaultSweepTest : public FaultSweep {
   std::vector<Strings> advertisedAfter_;
 };
 
-TEST_P(BackupFaultSweepTest, EveryCallMayFail) {
+TEST_P(BackupFaultSweep, EveryCallMayFail) {
   const Strings failed = failEveryCall();
   EXPECT_THAT(failed, ::testing::Contains("pluginCommands.doCommand"));
   EXPECT_THAT(failed, ::testing::Contains("node.findRecordNames"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Requests, BackupFaultSweepTest,
+INSTANTIATE_TEST_SUITE_P(Requests, BackupFaultSweep,
                          inEveryMode(afterTheFirstTick(shared()), afterTheFirstTick(changed()),
                                      afterTheFirstTick(takenBack()),
                                      afterTheFirstTick(lastTakenBack()),

@@ -61,7 +61,7 @@ bool canWrite(gid_t gid, const std::string& folder) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-class BackupTest : public ::testing::Test {
+class BackupDestinations : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
@@ -109,7 +109,7 @@ class BackupTest : public ::testing::Test {
   std::optional<SharingDaemon> daemon_;
 };
 
-TEST_F(BackupTest, ADestinationLetsTheGroupInWhichIsMadeForIt) {
+TEST_F(BackupDestinations, DestinationAdmitsGroupCreatedForIt) {
   EXPECT_FALSE(canWrite(250, path_));
   shareAsBackup();
   EXPECT_EQ(groupNumber(), "250");
@@ -124,7 +124,7 @@ TEST_F(BackupTest, ADestinationLetsTheGroupInWhichIsMadeForIt) {
   EXPECT_FALSE(canWrite(251, path_));
 }
 
-TEST_F(BackupTest, WrittenAgainItHasOneEntryAndAnotherIdentifier) {
+TEST_F(BackupDestinations, RewritingKeepsOneEntryAndChangesIdentifier) {
   shareAsBackup();
   const std::string first = uuid();
   shareAsBackup();
@@ -136,7 +136,7 @@ TEST_F(BackupTest, WrittenAgainItHasOneEntryAndAnotherIdentifier) {
   EXPECT_EQ(groupNumber(), "250");
 }
 
-TEST_F(BackupTest, TheGroupsNumberIsOneThatNoLocalGroupHas) {
+TEST_F(BackupDestinations, GroupNumberIsUnusedLocally) {
   for (const char* number : {"250", "251", "253"}) {
     daemon_->askPlugin(
         "paddock_directory", "putRecord",
@@ -149,7 +149,7 @@ TEST_F(BackupTest, TheGroupsNumberIsOneThatNoLocalGroupHas) {
   EXPECT_TRUE(canWrite(252, path_));
 }
 
-TEST_F(BackupTest, TheMarkerStaysWithADestinationAndGoesWhenItIsTakenBack) {
+TEST_F(BackupDestinations, MarkerStaysUntilDestinationIsWithdrawn) {
   shareAsBackup();
   writeWholeFile(marker_, "");
   shareAsBackup();
@@ -159,7 +159,7 @@ TEST_F(BackupTest, TheMarkerStaysWithADestinationAndGoesWhenItIsTakenBack) {
   EXPECT_THAT(entries(), SizeIs(1)) << "the entry stays";
 }
 
-TEST_F(BackupTest, AMarkerThatIsALinkGoesAndWhatItLeadsToStays) {
+TEST_F(BackupDestinations, SymlinkMarkerIsRemovedAndTargetStays) {
   writeWholeFile(folder_.path("outside"), "kept");
   for (const std::string& target : {folder_.path("outside"), folder_.path("missing")}) {
     fs::create_symlink(target, marker_);
@@ -169,7 +169,7 @@ TEST_F(BackupTest, AMarkerThatIsALinkGoesAndWhatItLeadsToStays) {
   EXPECT_EQ(readWholeFile(folder_.path("outside")), "kept");
 }
 
-TEST_F(BackupTest, AMarkerThatIsAFolderStaysAndIsReported) {
+TEST_F(BackupDestinations, FolderMarkerStaysAndIsReported) {
   fs::create_directory(marker_);
   writeWholeFile(marker_ + "/inside", "kept");
   write({{"name", "a"}});
@@ -178,7 +178,7 @@ TEST_F(BackupTest, AMarkerThatIsAFolderStaysAndIsReported) {
                                         "\\x0aerror: Is a directory"));
 }
 
-TEST_F(BackupTest, ADeletionRemovesTheMarker) {
+TEST_F(BackupDestinations, ADeletionRemovesTheMarker) {
   shareAsBackup();
   writeWholeFile(marker_, "");
   EXPECT_EQ(daemon_->writeSettings(path_, {{"sharePointRecord", Dictionary{{"isShared", false}}}})

@@ -133,7 +133,7 @@ TEST_F(Effective, EveryUidReachesTheProgramUnsigned) {
   }
 }
 
-TEST_F(Effective, AQuestionThatTheProgramCannotAnswerIsNothing) {
+TEST_F(Effective, UnanswerableQuestionReturnsNothing) {
   install();
   EXPECT_EQ(
       bitmapIn(daemon_.ask("getEffectivePerms", {{"path", folder_.path("missing")}, {"uid", 0}})),
@@ -156,14 +156,14 @@ TEST_F(Effective, AProgramThatCannotBeRunIsNothing) {
   expectThatOthersAreAnswered();
 }
 
-TEST_F(Effective, AProgramThatWritesToStandardErrorIsNothing) {
+TEST_F(Effective, ProgramWritingStandardErrorReturnsNothing) {
   installScript("echo 6; echo oops >&2\n");
   EXPECT_EQ(bitmap(), 0);
   installScript("exit 1\n");
   EXPECT_EQ(bitmap(), 0);
 }
 
-TEST_F(Effective, ANumberBehindBlanksIsTakenAndNothingIsNothing) {
+TEST_F(Effective, LeadingBlanksAreSkippedEmptyOutputIsZero) {
   installScript("printf '  6\\n'\n");
   EXPECT_EQ(bitmap(), 6);
   installScript("");
@@ -188,7 +188,7 @@ TEST_F(Effective, AGigabyteOfErrorsIsNotKeptEither) {
   expectThatOthersAreAnswered();
 }
 
-TEST_F(ImpatientEffective, AProgramThatHangsIsEndedAndTheLockIsFree) {
+TEST_F(ImpatientEffective, HangingProgramIsTerminatedAndReleasesLock) {
   installScript("echo $$ > " + folder_.path("pid") + "; echo 6; exec sleep 600\n");
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(bitmap(), 0);
@@ -233,7 +233,7 @@ TEST_F(EffectiveCommand, TellsWhoMay) {
   EXPECT_THAT(done({"--json", "who", shared_}), HasSubstr("\"everybodyElse\":"));
 }
 
-TEST_F(EffectiveCommand, ADamagedListIsAnErrorInEitherWay) {
+TEST_F(EffectiveCommand, DamagedListFailsInBothModes) {
   ASSERT_EQ(::setxattr(shared_.c_str(), "security.NTACL", "\1", 1, 0), 0);
   const EndedProgram plain = keelhouse({"effective", shared_, "paddock-zoe"});
   EXPECT_EQ(plain.status, 1);
@@ -245,7 +245,7 @@ TEST_F(EffectiveCommand, ADamagedListIsAnErrorInEitherWay) {
   EXPECT_THAT(explained.error, HasSubstr("is damaged"));
 }
 
-TEST_F(EffectiveCommand, APathThatIsMissingIsAnErrorInEitherWay) {
+TEST_F(EffectiveCommand, MissingPathFailsInBothModes) {
   for (const bool explain : {false, true}) {
     std::vector<std::string> words{"effective", folder_.path("missing"), "root"};
     if (explain) words.emplace_back("--explain");
@@ -256,7 +256,7 @@ TEST_F(EffectiveCommand, APathThatIsMissingIsAnErrorInEitherWay) {
   }
 }
 
-TEST_F(EffectiveCommand, ExplainsWithoutTheDaemonAUserOfTheHost) {
+TEST_F(EffectiveCommand, ExplainsHostUserWithoutDaemon) {
   daemon_.stop();
   EXPECT_THAT(done({"effective", shared_, "root", "--explain"}),
               AllOf(StartsWith("Yes: "), HasSubstr("\n16382\n")));

@@ -95,7 +95,7 @@ TEST_F(Crowds, TwoUsersWithoutRightsKeepNobodyElseOut) {
   }
   // Neither do those who are turned away have threads that wait for them.
   EXPECT_LE(threads(), alone + 8);
-  // A third one is told that it has no rights, and not that there is no room.
+  // A third one gets the error for missing rights, and not the one for missing capacity.
   EXPECT_EQ(healthFor(stranger(3)), 403);
 }
 
@@ -127,7 +127,7 @@ TEST_F(Crowds, UsersWithoutRightsHaveSixteenConnectionsTogether) {
   EXPECT_EQ(daemon_->get(kHealth).status, 200);
 }
 
-TEST_F(Crowds, OneAfterTheOtherAUserWithoutRightsIsAlwaysAnswered) {
+TEST_F(Crowds, UnprivilegedUsersSequentialRequestsAreAlwaysAnswered) {
   start();
   for (int count = 0; count < 30; ++count) EXPECT_EQ(healthFor(stranger(1)), 403) << count;
 }
@@ -145,7 +145,7 @@ TEST_F(Crowds, ViewersLeavePlacesForAdministrators) {
   for (int count = 0; count < 20; ++count) EXPECT_TRUE(eventually(isAnswered)) << count;
 }
 
-TEST_F(Crowds, AProgramOfARequestIsLetInThroughACrowd) {
+TEST_F(Crowds, ProgramOfRequestIsAdmittedThroughCrowd) {
   start("[limits]\nconnections = 1\n");
   gather(stranger(1), 200, Crowd::Manner::silent);
   const std::string body = wire::writeJson(Dictionary{
@@ -197,7 +197,7 @@ TEST_F(Exhaustion, AHeadHasTenSecondsInAll) {
   EXPECT_EQ(slow.get(), 200) << "within ten seconds";
 }
 
-TEST_F(Crowds, APeerWithoutRightsIsToldSoBeforeAnythingElse) {
+TEST_F(Crowds, UnprivilegedPeerIsRefusedBeforeOtherChecks) {
   start();
   const std::string lengths = "Content-Length: 2\r\nContent-Length: 3\r\n";
   EXPECT_EQ(statusFor(stranger(1), requestText("POST", kChange, "", lengths) + "{}"), 403);
@@ -216,7 +216,7 @@ std::string bodyOfSize(std::size_t size) {
   return start + std::string(size - start.size() - end.size(), 'x') + end;
 }
 
-TEST_F(Exhaustion, ABodyOfAReadingOperationHas64KiB) {
+TEST_F(Exhaustion, ReadingOperationBodyIsLimitedTo64KiB) {
   start();
   EXPECT_EQ(daemon_->post(kEcho, bodyOfSize(65536)).status, 200);
   const auto longer = daemon_->post(kEcho, bodyOfSize(65537));
@@ -230,7 +230,7 @@ TEST_F(Exhaustion, ABodyOfAReadingOperationHas64KiB) {
   EXPECT_EQ(daemon_->post(kChange, bodyOfSize(65537)).status, 200);
 }
 
-TEST_F(Exhaustion, TheBodiesOfReadingOperationsHaveTheirOwnKey) {
+TEST_F(Exhaustion, ReadingBodyLimitHasOwnConfigurationKey) {
   start("[limits]\nreading_body_bytes = 100\n");
   EXPECT_EQ(daemon_->post(kEcho, bodyOfSize(100)).status, 200);
   EXPECT_EQ(daemon_->post(kEcho, bodyOfSize(101)).status, 413);
@@ -238,7 +238,7 @@ TEST_F(Exhaustion, TheBodiesOfReadingOperationsHaveTheirOwnKey) {
 }
 
 // Sixteen MiB of text that would be hundreds of MiB of values.
-TEST_F(Exhaustion, ABodyOfManyValuesIsRefusedBeforeItHasTakenMuchMemory) {
+TEST_F(Exhaustion, ManyValuedBodyIsRefusedBeforeUsingMemory) {
   start();
   const auto before = memory("VmHWM");
   std::string json = R"({"a":[[])";
@@ -257,7 +257,7 @@ TEST_F(Exhaustion, ABodyOfManyValuesIsRefusedBeforeItHasTakenMuchMemory) {
   EXPECT_LT(memory("VmHWM") - before, 120 * kMiB);
 }
 
-TEST_F(Exhaustion, SeveralBodiesOfManyValuesShareTheMemoryThatThereIs) {
+TEST_F(Exhaustion, BodiesOfManyValuesShareAvailableMemory) {
   start("[limits]\nmemory_bytes = 67108864\nbody_values = 100000000\n");
   const auto before = memory("VmHWM");
   std::string json = R"({"a":[[])";
@@ -278,7 +278,7 @@ TEST_F(Exhaustion, SeveralBodiesOfManyValuesShareTheMemoryThatThereIs) {
       << "what they had is there again";
 }
 
-TEST_F(Exhaustion, BodiesThatAreHeldBackTakeNoMoreThanTheirShare) {
+TEST_F(Exhaustion, UnfinishedBodiesStayWithinMemoryShare) {
   start();
   const auto before = memory("VmRSS");
   const std::string part(15U << 20U, ' ');
@@ -307,7 +307,7 @@ TEST_F(Exhaustion, BodiesThatAreHeldBackTakeNoMoreThanTheirShare) {
   })) << "what they had is there again";
 }
 
-TEST_F(Exhaustion, ALengthThatIsOnlyAnnouncedTakesNoMemory) {
+TEST_F(Exhaustion, AnnouncedLengthTakesNoMemory) {
   start("[limits]\nmemory_bytes = 1048576\n");
   std::list<SocketClient> clients;
   for (int count = 0; count < 8; ++count) {
@@ -326,7 +326,7 @@ TEST_F(Exhaustion, ARepliesMemoryCountsForWhoOnlyReads) {
   EXPECT_EQ(daemon_->post("/v1/test_good/big", R"({"bytes":1000000})").status, 200);
 }
 
-TEST_F(Exhaustion, AProgramOfARequestIsAnsweredWithoutMemoryLeft) {
+TEST_F(Exhaustion, ProgramOfRequestIsAnsweredWithoutFreeMemory) {
   start("[limits]\nmemory_bytes = 1048576\n");
   tree_.write("/bin/late_caller", "#!/bin/sh\necho begun > " + tree_.path("/begun") +
                                       "\nwhile [ ! -e " + tree_.path("/go") +

@@ -1,4 +1,4 @@
-// Lines that somebody writes into the exports file while the daemon runs.
+// Lines added to the exports file by hand while the daemon runs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class ExportsByHandTest : public KeelhouseFixture {
+class ManualExportsEdits : public KeelhouseFixture {
  protected:
   void append(const std::string& line) const {
     std::ofstream(tree_.path("/etc/exports"), std::ios::app) << line;
@@ -31,7 +31,7 @@ class ExportsByHandTest : public KeelhouseFixture {
   }
 };
 
-TEST_F(ExportsByHandTest, StayWhateverIsChangedOfAnyShare) {
+TEST_F(ManualExportsEdits, StayWhateverIsChangedOfAnyShare) {
   tree_.write("/etc/exports", "/srv/public *(ro)\n");
   const std::string photos = makeFolder("photos");
   done({"share", "add", photos, "--nfs", "*(rw)"});
@@ -51,7 +51,7 @@ TEST_F(ExportsByHandTest, StayWhateverIsChangedOfAnyShare) {
   EXPECT_TRUE(filesBeginning("exports.replaced-").empty());
 }
 
-TEST_F(ExportsByHandTest, AreShownOfAShareAsTheyAre) {
+TEST_F(ManualExportsEdits, AreShownOfAShareAsTheyAre) {
   const std::string photos = makeFolder("photos");
   done({"share", "add", photos, "--nfs", "*(rw)"});
   std::string text = tree_.read("/etc/exports");
@@ -60,7 +60,7 @@ TEST_F(ExportsByHandTest, AreShownOfAShareAsTheyAre) {
   EXPECT_THAT(done({"share", "show", photos}), HasSubstr("10.9.8.7(ro)"));
 }
 
-TEST_F(ExportsByHandTest, AreKeptBesideTheFileWhenItGaveWayToAnotherUnderTheEditor) {
+TEST_F(ManualExportsEdits, AreKeptBesideFileReplacedDuringEditing) {
   tree_.write("/etc/exports", "# mine\n");
   std::ofstream editor(tree_.path("/etc/exports"), std::ios::app);
   done({"share", "add", makeFolder("photos"), "--nfs", "*(rw)"});
@@ -76,7 +76,7 @@ TEST_F(ExportsByHandTest, AreKeptBesideTheFileWhenItGaveWayToAnotherUnderTheEdit
   EXPECT_TRUE(filesBeginning(".exports").empty());
 }
 
-TEST_F(ExportsByHandTest, AFileThatSomebodyRemovedIsSaidToBeMadeAnewWithWhichLines) {
+TEST_F(ManualExportsEdits, RemovedFileIsRecreatedReportingRestoredLines) {
   tree_.write("/etc/exports", "/srv/public *(ro)\n");
   const std::string photos = makeFolder("photos");
   ASSERT_EQ(keelhouse({"share", "add", photos, "--nfs", "*(rw)"}).status, 0);

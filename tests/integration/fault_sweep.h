@@ -1,5 +1,5 @@
 // The frame of every fault sweep: a request runs again and again, each time with a later call that
-// fails, until it passes untouched. A sweep says what must hold after each of these runs.
+// fails, until it passes untouched. A sweep checks the postconditions of each of these runs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ class FaultSweep : public ::testing::TestWithParam<std::tuple<Scenario, FaultMod
   // failed.
   virtual void noteBefore(FaultWorld&) {}
   virtual void noteAfter(FaultWorld&) {}
-  // Runs the request with the plan, and looks at what must hold then.
+  // Runs the request with the plan, and checks the postconditions.
   virtual void check(FaultWorld& world, FaultPlan& plan) = 0;
 
   void SetUp() override {
@@ -41,7 +41,7 @@ class FaultSweep : public ::testing::TestWithParam<std::tuple<Scenario, FaultMod
     noteAfter(world);
   }
 
-  // The calls that failed in turn, first to last. Ends at the first that breaks a rule.
+  // The calls that failed in turn, first to last. Ends at the first that violates an invariant.
   std::vector<std::string> failEveryCall() {
     constexpr std::size_t kMoreThanAnyRequestMakes = 1000;
     std::vector<std::string> failed;

@@ -1,6 +1,6 @@
 // Every call of every platform service fails in turn, under every kind of request, and the same
 // holds each time: a status that says what failed, complete records, a complete exports file, the
-// effects in their order, nothing left behind, and a request that works when it is sent again.
+// effects in their order, nothing left behind, and a request that succeeds when it is sent again.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,7 +23,7 @@ void addSharePoint(ModuleDoubles& doubles, const std::string& name, const std::s
   doubles.directory.addRecord("/Local", schema::kSharePoints, name, attributes);
 }
 
-// A server with one share point, one line by hand and one managed line.
+// A server with one share point, one hand-written line and one managed line.
 void prepareServer(ModuleDoubles& doubles) {
   addSharePoint(doubles, "other", "/srv/other", {{schema::kSmbName, "other"}});
   doubles.files.setFile(kExportsPath, managedBlock({"/srv/other *(ro)"}) + kByHand);
@@ -272,7 +272,7 @@ std::set<std::string> managedLines(const std::string& exports) {
 
 std::string pathOf(const std::string& line) { return line.substr(0, line.find(' ')); }
 
-class FaultSweepTest : public FaultSweep {
+class ShareRequestFaultSweep : public FaultSweep {
  protected:
   void noteAfter(FaultWorld&) override {
     // The exports file is written again at the end, before the advertisement is renewed.
@@ -297,7 +297,7 @@ class FaultSweepTest : public FaultSweep {
 
 // Only the attributes of the record that a folder's reading found, and the names in its ACL, may
 // raise out of the operation.
-void FaultSweepTest::checkException(const Outcome& outcome, const FaultPlan& plan) const {
+void ShareRequestFaultSweep::checkException(const Outcome& outcome, const FaultPlan& plan) const {
   if (outcome.reply) return;
   ASSERT_TRUE(outcome.raisedDirectoryError);
   EXPECT_TRUE(plan.failedCall() == "record.getAllAttributesAndValues" ||
@@ -329,8 +329,8 @@ std::set<std::int64_t> allowedWriteStatuses(const std::string& failed, const Fau
   return allowed;
 }
 
-void FaultSweepTest::checkWriteReply(const Outcome& outcome, const FaultPlan& plan,
-                                     FaultWorld& world) const {
+void ShareRequestFaultSweep::checkWriteReply(const Outcome& outcome, const FaultPlan& plan,
+                                             FaultWorld& world) const {
   const Dictionary& reply = *outcome.reply;
   const auto status = reply.integer("writeStatus");
   ASSERT_TRUE(status);
@@ -366,7 +366,7 @@ bool isOfPrivileges(const std::string& call) {
          call.rfind("membership.", 0) == 0;
 }
 
-void FaultSweepTest::checkReadReply(const Dictionary& reply, const FaultPlan& plan) const {
+void ShareRequestFaultSweep::checkReadReply(const Dictionary& reply, const FaultPlan& plan) const {
   const std::string& failed = plan.failedCall();
   const bool folder = scenario().request.contains("optionalArguments");
   Status expected = kSuccess;
@@ -399,8 +399,8 @@ void FaultSweepTest::checkReadReply(const Dictionary& reply, const FaultPlan& pl
   }
 }
 
-void FaultSweepTest::checkOneSharePoint(const std::string& path,
-                                        const Dictionary& attributes) const {
+void ShareRequestFaultSweep::checkOneSharePoint(const std::string& path,
+                                                const Dictionary& attributes) const {
   const Dictionary& old = attributesOf(before_, path);
   const Dictionary& recent = attributesOf(after_, path);
   const Dictionary settings = settingsOf(attributes);
@@ -423,8 +423,8 @@ void FaultSweepTest::checkOneSharePoint(const std::string& path,
 
 // A record that was made stays, whatever fails behind that. What is no part of the settings is
 // written into it all the same.
-void FaultSweepTest::checkRecordWithoutSettings(const Dictionary& attributes,
-                                                const FaultPlan& plan) const {
+void ShareRequestFaultSweep::checkRecordWithoutSettings(const Dictionary& attributes,
+                                                        const FaultPlan& plan) const {
   EXPECT_TRUE(plan.fired()) << "a record without a path was left behind";
   EXPECT_TRUE(std::any_of(
       after_.sharePoints.begin(), after_.sharePoints.end(),
@@ -437,7 +437,7 @@ void FaultSweepTest::checkRecordWithoutSettings(const Dictionary& attributes,
   }
 }
 
-void FaultSweepTest::checkSharePoints(const Outcome& outcome, const FaultPlan& plan) const {
+void ShareRequestFaultSweep::checkSharePoints(const Outcome& outcome, const FaultPlan& plan) const {
   const Snapshot& left = outcome.left;
   for (const auto& [path, attributes] : left.sharePoints) {
     if (path == "(none)") {
@@ -466,7 +466,7 @@ void FaultSweepTest::checkSharePoints(const Outcome& outcome, const FaultPlan& p
   }
 }
 
-void FaultSweepTest::checkExports(const Snapshot& left, FaultWorld& world) const {
+void ShareRequestFaultSweep::checkExports(const Snapshot& left, FaultWorld& world) const {
   const std::set<std::string> old = managedLines(before_.exports);
   const std::set<std::string> recent = managedLines(after_.exports);
   std::set<std::string> paths;
@@ -490,7 +490,7 @@ void FaultSweepTest::checkExports(const Snapshot& left, FaultWorld& world) const
 
 // What was done is a part of what is done when nothing fails, in the same order. A second listing
 // in the shared-file list is no part.
-void FaultSweepTest::checkOrder(const Outcome& outcome) const {
+void ShareRequestFaultSweep::checkOrder(const Outcome& outcome) const {
   Lines done;
   for (const std::string& effect : outcome.effects) done.push_back(withoutSuffix(effect));
   const auto usual = [&](const std::string& effect) {
@@ -507,8 +507,8 @@ void FaultSweepTest::checkOrder(const Outcome& outcome) const {
 }
 
 // A write that reports neither a status nor a line in the log has stored what it was asked to.
-void FaultSweepTest::checkSuccessIsSuccess(const Outcome& outcome, const FaultPlan& plan,
-                                           FaultWorld& world) const {
+void ShareRequestFaultSweep::checkSuccessIsSuccess(const Outcome& outcome, const FaultPlan& plan,
+                                                   FaultWorld& world) const {
   if (outcome.reply->integer("writeStatus") != 0 || !world.exceptionLines().empty()) return;
   for (const auto& [path, attributes] : after_.sharePoints) {
     if (path == scenario().mayGo) continue;
@@ -528,7 +528,7 @@ void FaultSweepTest::checkSuccessIsSuccess(const Outcome& outcome, const FaultPl
   }
 }
 
-void FaultSweepTest::checkSendingItAgain(FaultWorld& world) const {
+void ShareRequestFaultSweep::checkSendingItAgain(FaultWorld& world) const {
   // Deliberate: an exception skips the writing of the exports file, so the line of a share point
   // that was deleted before may stay.
   const bool wroteExports = world.exceptionLines().empty();
@@ -554,7 +554,7 @@ void FaultSweepTest::checkSendingItAgain(FaultWorld& world) const {
   }
 }
 
-void FaultSweepTest::check(FaultWorld& world, FaultPlan& plan) {
+void ShareRequestFaultSweep::check(FaultWorld& world, FaultPlan& plan) {
   const Outcome outcome = world.run(plan);
   checkException(outcome, plan);
   checkNothingIsHeld(world);
@@ -575,11 +575,11 @@ void FaultSweepTest::check(FaultWorld& world, FaultPlan& plan) {
   if (scenario().repeatable) checkSendingItAgain(world);
 }
 
-TEST_P(FaultSweepTest, EveryCallMayFail) {
+TEST_P(ShareRequestFaultSweep, EveryCallMayFail) {
   EXPECT_GE(failEveryCall().size(), 4U) << "a sweep of nothing";
 }
 
-INSTANTIATE_TEST_SUITE_P(Requests, FaultSweepTest,
+INSTANTIATE_TEST_SUITE_P(Requests, ShareRequestFaultSweep,
                          inEveryMode(shareNewFolder(), shareNewFolderWithPrivileges(),
                                      changeShare(), deleteShare(), deleteShareOfTheSharedFileList(),
                                      writeBackup(), shareReshare(), deleteReshare(),

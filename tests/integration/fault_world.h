@@ -1,5 +1,5 @@
-// What a fault sweep runs on: a module on doubles whose Nth call fails, and the rules that hold
-// whatever failed.
+// The environment of a fault sweep: a module on doubles whose Nth call fails, and the invariants
+// that hold whatever failed.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,10 +13,9 @@
 #include <vector>
 
 #include "handler/sharing_request_handler.h"
+#include "platform/net_service.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_services.h"
-#include "platform/txt_record.h"
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
@@ -34,7 +33,7 @@ struct Scenario {
   std::function<void(ModuleDoubles&)> prepare;
   std::string operation;
   Dictionary request;
-  // Whether the request once more, with nothing failing, always ends in what it asked for.
+  // Whether repeating the request without failures always achieves what it requested.
   bool repeatable = true;
   // The path and the removal of a record that stays when nothing fails and may go when something
   // does.
@@ -85,7 +84,7 @@ inline FolderPrivileges privilegesOf(ModuleDoubles& doubles, const std::string& 
   return privileges;
 }
 
-// What is left of the outside world after a request.
+// The state of the outside world after a request.
 struct Snapshot {
   std::map<std::string, Dictionary> sharePoints;  // by path
   std::vector<std::string> creationOrder;         // the share points' paths
@@ -134,8 +133,8 @@ class FaultWorld {
   // Only calls that the plan lets through reach the trace.
   const Outcome& run(FaultPlan& plan) {
     ServiceTrace trace;
-    TracedServices traced(doubles.services(), trace);
-    const FaultyServices faulty(traced.services(), plan);
+    const ForwardingServices traced(doubles.aggregate(), trace);
+    const ForwardingServices faulty(traced.services(), plan);
     const ServicesGuard guard(faulty.services());
     SharingRequestHandler handler;
     handler.init();
@@ -180,7 +179,7 @@ class FaultWorld {
 
  private:
   void tickUntouched(SharingRequestHandler& handler) {
-    const ServicesGuard guard(doubles.services());
+    const ServicesGuard guard(doubles.aggregate());
     handler.doIdleAtCount(1);
   }
 

@@ -1,6 +1,6 @@
 // Every call fails in turn while the search indexing of a folder is switched or read. A store is as
-// before or as asked for, nothing of the folder's ACL is lost, and what was not done is said in the
-// log or done when the request is sent again.
+// before or as asked for, nothing of the folder's ACL is lost, and what was not done is reported in
+// the log or done when the request is sent again.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ Dictionary request(const Dictionary& sharePoint) {
   return writing(kFolder, {{"sharePointRecord", sharePoint}});
 }
 
-// A shared folder with an ACL of somebody else's entry, and a store of another folder.
+// A shared folder with an ACL with an entry of another principal, and a store of another folder.
 void prepareShared(ModuleDoubles& doubles) {
   doubles.directory.addRecord("/Local", schema::kSharePoints, "a",
                               {{schema::kDirectoryPath, kFolder}});
@@ -68,7 +68,7 @@ Scenario readIndexed() {
 }
 Scenario listIndexed() { return {"ListIndexed", prepareIndexed, "getSharePointList", {}}; }
 
-class IndexingFaultSweepTest : public FaultSweep {
+class IndexingFaultSweep : public FaultSweep {
  protected:
   void noteBefore(FaultWorld& world) override {
     storesBefore_ = world.doubles.stores.stores();
@@ -116,7 +116,7 @@ class IndexingFaultSweepTest : public FaultSweep {
     }
   }
 
-  // Deliberate: stores that cannot be read look like a folder without one, and nothing is said.
+  // Deliberate: unreadable stores are treated like a folder without one, and nothing is reported.
   static bool isQuiet(const std::string& call) {
     return call == "metadataStores.copyStorePaths" || call == "metadataStores.copyStoreAttributes";
   }
@@ -149,7 +149,7 @@ class IndexingFaultSweepTest : public FaultSweep {
   Entries aclBefore_;
 };
 
-TEST_P(IndexingFaultSweepTest, EveryCallMayFail) {
+TEST_P(IndexingFaultSweep, EveryCallMayFail) {
   const auto failed = failEveryCall();
   const bool askedAStore = std::any_of(failed.begin(), failed.end(), [](const std::string& call) {
     return call.rfind("metadataStores.", 0) == 0;
@@ -157,7 +157,7 @@ TEST_P(IndexingFaultSweepTest, EveryCallMayFail) {
   EXPECT_TRUE(askedAStore) << "a sweep that asked no store";
 }
 
-INSTANTIATE_TEST_SUITE_P(Requests, IndexingFaultSweepTest,
+INSTANTIATE_TEST_SUITE_P(Requests, IndexingFaultSweep,
                          inEveryMode(switchOn(), raise(), switchOff(), shareAndIndex(),
                                      deleteIndexed(), readIndexed(), listIndexed()),
                          sweepName);

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <functional>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "base/system_call.h"
 #include "integration/sharing_daemon.h"
 #include "support/temporary_folder.h"
@@ -47,7 +47,7 @@ bool canList(uid_t uid, const std::string& folder) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-class IndexingTest : public ::testing::Test {
+class FolderIndexing : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "only root may administer the daemon without a group";
@@ -101,7 +101,7 @@ class IndexingTest : public ::testing::Test {
   const std::string path_ = folder_.path("shared");
 };
 
-TEST_F(IndexingTest, IsSwitchedOnAndOffAndReadBackAlsoAfterARestart) {
+TEST_F(FolderIndexing, StateIsSwitchedAndSurvivesRestart) {
   SharingDaemon daemon;
   EXPECT_FALSE(share(daemon, false));
   EXPECT_FALSE(daemon.tree().has(kStores)) << "nothing was changed yet";
@@ -116,7 +116,7 @@ TEST_F(IndexingTest, IsSwitchedOnAndOffAndReadBackAlsoAfterARestart) {
   EXPECT_TRUE(share(daemon, true));
 }
 
-TEST_F(IndexingTest, TheListSaysWhichFoldersAreIndexed) {
+TEST_F(FolderIndexing, TheListSaysWhichFoldersAreIndexed) {
   const std::string other = folder_.path("other");
   makeFolder(other);
   const SharingDaemon daemon;
@@ -130,7 +130,7 @@ TEST_F(IndexingTest, TheListSaysWhichFoldersAreIndexed) {
   EXPECT_EQ(flags, (std::map<std::string, bool>{{path_, true}, {other, false}}));
 }
 
-TEST_F(IndexingTest, ADeletedSharePointIsIndexedNoMore) {
+TEST_F(FolderIndexing, ADeletedSharePointIsIndexedNoMore) {
   const SharingDaemon daemon;
   EXPECT_TRUE(share(daemon, true));
   const Dictionary reply =
@@ -139,7 +139,7 @@ TEST_F(IndexingTest, ADeletedSharePointIsIndexedNoMore) {
   EXPECT_FALSE(set(daemon, path_, {{"name", "again"}}));
 }
 
-TEST_F(IndexingTest, TheIndexingAccountGetsItsEntryOnceAndKeepsIt) {
+TEST_F(FolderIndexing, IndexingAccountGetsEntryOnceAndKeepsIt) {
   if (const std::string why = whyNoLists(folder_.path()); !why.empty()) GTEST_SKIP() << why;
   SharingDaemon daemon;
   EXPECT_FALSE(share(daemon, false));
@@ -154,7 +154,7 @@ TEST_F(IndexingTest, TheIndexingAccountGetsItsEntryOnceAndKeepsIt) {
   EXPECT_THAT(daemon.log(), Not(HasSubstr("Lookwise")));
 }
 
-TEST_F(IndexingTest, TheKernelLetsTheIndexingAccountIn) {
+TEST_F(FolderIndexing, TheKernelLetsTheIndexingAccountIn) {
   if (const std::string why = whyNoLists(folder_.path()); !why.empty()) GTEST_SKIP() << why;
   const SharingDaemon daemon;
   EXPECT_FALSE(share(daemon, false));
@@ -170,7 +170,7 @@ TEST_F(IndexingTest, TheKernelLetsTheIndexingAccountIn) {
   EXPECT_FALSE(canList(kIndexingUid + 1, later));
 }
 
-TEST_F(IndexingTest, AFolderThatIsMissingIsSharedAndItsEntryIsSaidToFail) {
+TEST_F(FolderIndexing, MissingFolderIsSharedReportingEntryFailure) {
   const SharingDaemon daemon;
   const std::string missing = folder_.path("missing");
   EXPECT_TRUE(set(daemon, missing, {{"name", "m"}, {"isIndexingEnabled", true}}));
@@ -178,7 +178,7 @@ TEST_F(IndexingTest, AFolderThatIsMissingIsSharedAndItsEntryIsSaidToFail) {
               HasSubstr("<3>paddock_sharing: Failed to set Lookwise ACE on " + missing + " "));
 }
 
-TEST_F(IndexingTest, ADamagedDatabaseIsLoggedAndLeftAsItIs) {
+TEST_F(FolderIndexing, DamagedDatabaseIsLoggedAndLeftUntouched) {
   SharingDaemon daemon;
   EXPECT_TRUE(share(daemon, true));
   const std::string whole = daemon.tree().read(kStores);
@@ -196,8 +196,8 @@ TEST_F(IndexingTest, ADamagedDatabaseIsLoggedAndLeftAsItIs) {
   EXPECT_TRUE(isIndexed(daemon)) << "a repaired one is used again";
 }
 
-// The command that is told of changes.
-class IndexingCommandTest : public IndexingTest {
+// The command that is notified of changes.
+class IndexingCommand : public FolderIndexing {
  protected:
   static std::string withCommand(const std::string& words) {
     return "[indexing]\ncommand = [" + words + "]\n";
@@ -212,7 +212,7 @@ class IndexingCommandTest : public IndexingTest {
   }
 };
 
-TEST_F(IndexingCommandTest, IsRunWithThePathAndTheNewLevelAfterAChange) {
+TEST_F(IndexingCommand, RunsWithPathAndNewLevelAfterChange) {
   const std::string odd = folder_.path("it's a; $(folder)");
   makeFolder(odd);
   const SharingDaemon daemon(withCommand(R"("/bin/tell", "--from")"));
@@ -226,7 +226,7 @@ TEST_F(IndexingCommandTest, IsRunWithThePathAndTheNewLevelAfterAChange) {
   EXPECT_TRUE(wasTold(daemon, told)) << daemon.tree().read("/told");
 }
 
-TEST_F(IndexingCommandTest, OneThatTakesItsTimeKeepsNoRequestWaiting) {
+TEST_F(IndexingCommand, SlowCommandDelaysNoRequest) {
   SharingDaemon daemon(withCommand(R"("/bin/slow")"));
   const DaemonTree& tree = daemon.tree();
   tree.write("/bin/slow", "#!/bin/sh\nwhile [ ! -e " + tree.path("/go") +
@@ -239,7 +239,7 @@ TEST_F(IndexingCommandTest, OneThatTakesItsTimeKeepsNoRequestWaiting) {
   EXPECT_TRUE(eventually([&] { return tree.has("/ended"); }));
 }
 
-TEST_F(IndexingCommandTest, OneThatIsMissingOrFailsIsLoggedAndNoMore) {
+TEST_F(IndexingCommand, MissingOrFailingCommandIsOnlyLogged) {
   const SharingDaemon daemon(withCommand(R"("/bin/tell")"));
   EXPECT_TRUE(share(daemon, true));
   EXPECT_THAT(daemon.log(),

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "integration/keelhouse_fixture.h"
-#include "support/hex_bytes.h"
+#include "support/nt_acl_samples.h"
 #include "wire/json.h"
 
 namespace paddock::testing {
@@ -97,7 +97,7 @@ TEST_F(KeelhouseEdits, AddsAtTheSameTimeLoseNothing) {
   EXPECT_EQ(entriesShown(), kAdds);
 }
 
-TEST_F(KeelhouseEdits, AddsAndRemovesAtTheSameTimeAreAllMade) {
+TEST_F(KeelhouseEdits, ConcurrentAddsAndRemovesAllTakeEffect) {
   constexpr std::size_t kEach = 8;
   std::vector<std::string> first{"acl", "set", path_};
   std::vector<std::vector<std::string>> commands;
@@ -119,7 +119,7 @@ TEST_F(KeelhouseEdits, AddsAndRemovesAtTheSameTimeAreAllMade) {
   EXPECT_EQ(mode(), 0750U);
 }
 
-TEST_F(KeelhouseEdits, OfTwoWhoRemoveTheSameNumberOneIsTold) {
+TEST_F(KeelhouseEdits, ConcurrentRemovalOfSameNumberFailsForOne) {
   for (int round = 0; round < 8; ++round) {
     done({"acl", "set", path_, "allow user:2147400001 read", "allow user:2147400002 read",
           "allow user:2147400003 read"});
@@ -137,7 +137,7 @@ TEST_F(KeelhouseEdits, OfTwoWhoRemoveTheSameNumberOneIsTold) {
   }
 }
 
-TEST_F(KeelhouseEdits, SharesThatAreChangedAtTheSameTimeKeepEveryChange) {
+TEST_F(KeelhouseEdits, ConcurrentShareChangesAreAllKept) {
   done({"share", "add", path_});
   for (const EndedProgram& ended : together({{"share", "set", path_, "--name", "one"},
                                              {"share", "set", path_, "--smb-name", "two"},
@@ -193,7 +193,7 @@ class MovesAtOnce : public KeelhouseEdits {
   std::string second_;
 };
 
-TEST_F(MovesAtOnce, OfTwoOneIsDoneAndTheOtherToldAndNoExportIsLeft) {
+TEST_F(MovesAtOnce, SecondMoveFailsAndLeavesNoStaleExport) {
   for (int round = 0; round < 6; ++round) {
     share();
     const auto ended =
@@ -207,7 +207,7 @@ TEST_F(MovesAtOnce, OfTwoOneIsDoneAndTheOtherToldAndNoExportIsLeft) {
   }
 }
 
-TEST_F(MovesAtOnce, AnExportThatIsTakenAwayMeanwhileIsNotMoved) {
+TEST_F(MovesAtOnce, ConcurrentlyRemovedExportIsNotMoved) {
   for (int round = 0; round < 6; ++round) {
     share();
     const auto ended =
@@ -222,7 +222,7 @@ TEST_F(MovesAtOnce, AnExportThatIsTakenAwayMeanwhileIsNotMoved) {
   }
 }
 
-TEST_F(MovesAtOnce, AShareThatIsRemovedMeanwhileLeavesNoExport) {
+TEST_F(MovesAtOnce, ConcurrentlyRemovedShareLeavesNoExport) {
   for (int round = 0; round < 6; ++round) {
     share();
     const auto ended = together({{"share", "move", path_, first_}, {"share", "remove", path_}});
@@ -241,7 +241,7 @@ TEST_F(MovesAtOnce, AShareThatIsRemovedMeanwhileLeavesNoExport) {
   }
 }
 
-TEST_F(KeelhouseEdits, AWriteWithTheTagOfAnotherStateIs412AndChangesNothing) {
+TEST_F(KeelhouseEdits, StaleTagReturns412AndChangesNothing) {
   const Response first = readSettings();
   const std::string tag = first.header("etag");
   ASSERT_GT(tag.size(), 2U);
@@ -270,7 +270,7 @@ TEST_F(KeelhouseEdits, TwoLinesOfTheHeaderAreOneList) {
   EXPECT_EQ(writeMode("755", "If-Match: \"a\"\r\nif-match: \"b\"\r\n").status, 412);
 }
 
-TEST_F(KeelhouseEdits, WhatChangesBehindTheDaemonsBackChangesTheTag) {
+TEST_F(KeelhouseEdits, ExternalChangeAltersTag) {
   const std::string tag = readSettings().header("etag");
   ASSERT_EQ(::chmod(path_.c_str(), 0711), 0);
   EXPECT_NE(readSettings().header("etag"), tag);
@@ -278,7 +278,7 @@ TEST_F(KeelhouseEdits, WhatChangesBehindTheDaemonsBackChangesTheTag) {
   EXPECT_EQ(mode(), 0711U);
 }
 
-TEST_F(KeelhouseEdits, WhatNoReadingListsIsPartOfTheTag) {
+TEST_F(KeelhouseEdits, UnlistedStateIsPartOfTag) {
   const auto post = [this](const std::string& operation, const std::string& more) {
     return daemon_->post("/v1/paddock_files/" + operation,
                          R"({"path":")" + path_ + '"' + more + "}");
@@ -293,7 +293,7 @@ TEST_F(KeelhouseEdits, WhatNoReadingListsIsPartOfTheTag) {
   EXPECT_EQ(writeMode("750", "If-Match: " + locked + "\r\n").status, 412);
 }
 
-TEST_F(KeelhouseEdits, OnlyAReadingOfOneFolderHasATag) {
+TEST_F(KeelhouseEdits, OnlySingleFolderReadingHasTag) {
   EXPECT_EQ(daemon_->post("/v1/paddock_sharing/readSettings", "{}").header("etag"), "");
   EXPECT_EQ(daemon_->post("/v1/paddock_sharing/getSharePointList", "{}").header("etag"), "");
 }
@@ -301,13 +301,7 @@ TEST_F(KeelhouseEdits, OnlyAReadingOfOneFolderHasATag) {
 // What keelhouse shows goes back as it was.
 
 // Made by an SMB client: complete, with an entry of a foreign domain's user.
-std::string completeList() {
-  return hexBytes(
-      "0100010000000200010004841c0000002c000000000000003c00000001020000"
-      "0000001601000000000000000102000000000016020000006400000004004400"
-      "0200000000031800ff011f00010200000000001601000000e803000001102400"
-      "8900120001050000000000051500000001000000020000000300000050040000");
-}
+std::string completeList() { return nt_acl::samples::madeBySamba(1); }
 
 class RoundTrips : public KeelhouseEdits {
  protected:
@@ -371,14 +365,14 @@ TEST_F(RoundTrips, RandomLists) {
   }
 }
 
-TEST_F(RoundTrips, AListOfAnSmbClientWithAForeignUser) {
+TEST_F(RoundTrips, SmbClientsListWithForeignUser) {
   const std::string list = completeList();
   ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, list.data(), list.size(), 0), 0);
   done({"acl", "add", path_, "allow", "user:root", "read"});
   goRound(path_);
 }
 
-TEST_F(RoundTrips, AListThatWasNotChangedIsNotWrittenAgain) {
+TEST_F(RoundTrips, UnchangedListIsNotRewritten) {
   const std::string list = completeList();
   ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, list.data(), list.size(), 0), 0);
   const std::string document = done({"privs", "show", path_, "--json"});
@@ -441,7 +435,7 @@ TEST_F(RoundTrips, ShareSettings) {
   EXPECT_EQ(withoutEmptyNames(shown("share", path_)), withoutEmptyNames(document));
 }
 
-TEST_F(RoundTrips, ADocumentThatIsNoneIsAnErrorOfUsageAndChangesNothing) {
+TEST_F(RoundTrips, InvalidDocumentReturnsUsageErrorAndChangesNothing) {
   done({"acl", "set", path_, "allow", "user:root", "read"});
   const std::string before = attribute(path_);
   for (const std::string& document :

@@ -62,7 +62,8 @@ class KeelhouseLdap : public KeelhouseTree {
     return slapd_->search({"-o", "ldif-wrap=no", "-b", SlapdServer::kRecords,
                            "(paddockType=dsRecTypeStandard:Mounts)"});
   }
-  // What a client that mounts sees of them, sorted: it asks as nobody, and knows our schema only.
+  // What a mounting client sees of them, sorted: it binds anonymously, and knows only the schema's
+  // own attributes.
   std::vector<std::string> mountsForClients() const {
     const EndedProgram ended =
         runProgram({"/usr/bin/ldapsearch", "-x", "-LLL", "-o", "ldif-wrap=no", "-H",
@@ -146,7 +147,7 @@ TEST_F(KeelhouseLdap, AuthTellsWhoMayWriteThere) {
     EXPECT_THAT(text, AllOf(Not(HasSubstr(kPassword)), Not(HasSubstr("reader's"))));
 }
 
-TEST_F(KeelhouseLdap, ATrialWhoseRecordWasLeftBehindSaysHowItWorksAgain) {
+TEST_F(KeelhouseLdap, TrialBlockedByLeftoverRecordExplainsRemedy) {
   const std::string left = "verifyAuthTempName";
   ASSERT_EQ(asWriter({"record", "put", "mounts", left, "--node", kNode}).status, 0);
   const auto trial = [&] {
@@ -161,7 +162,7 @@ TEST_F(KeelhouseLdap, ATrialWhoseRecordWasLeftBehindSaysHowItWorksAgain) {
   EXPECT_EQ(trial().status, 0);
 }
 
-TEST_F(KeelhouseLdap, AFolderIsSharedWithAMountRecordThatIsChangedAndRemoved) {
+TEST_F(KeelhouseLdap, SharedFoldersMountRecordIsChangedAndRemoved) {
   const std::string path = makeFolder("team projects");
   const std::string name = hostName() + ":" + path;
   const std::string url =
@@ -191,7 +192,7 @@ TEST_F(KeelhouseLdap, AFolderIsSharedWithAMountRecordThatIsChangedAndRemoved) {
   EXPECT_EQ(done({"share", "list", "--json"}), "[]\n");
 }
 
-TEST_F(KeelhouseLdap, AMountRecordIsReadChangedAndRemovedByItself) {
+TEST_F(KeelhouseLdap, MountRecordIsReadChangedAndRemovedAlone) {
   const std::string path = makeFolder("projects");
   const std::string name = hostName() + ":" + path;
   ASSERT_EQ(asWriter({"share", "add", path, "--automount", "/Network/a", "--node", kNode}).status,
@@ -205,7 +206,7 @@ TEST_F(KeelhouseLdap, AMountRecordIsReadChangedAndRemovedByItself) {
   EXPECT_EQ(mounts(), "");
 }
 
-TEST_F(KeelhouseLdap, AnAccountThatMayNotWriteMakesNoMountRecord) {
+TEST_F(KeelhouseLdap, ReadOnlyAccountCreatesNoMountRecord) {
   const std::string path = makeFolder("projects");
   const auto added = keelhouse({"share", "add", path, "--automount", "/Network/Servers", "--node",
                                 kNode, "--admin", "reader", "--admin-password-fd", "0"},
@@ -214,7 +215,7 @@ TEST_F(KeelhouseLdap, AnAccountThatMayNotWriteMakesNoMountRecord) {
   EXPECT_EQ(mounts(), "");
 }
 
-TEST_F(KeelhouseLdap, UsersOfTheSiteAppearByNameInAnAcl) {
+TEST_F(KeelhouseLdap, SiteUsersAppearByNameInAcl) {
   if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
   const std::string path = makeFolder("projects");
   addUsers(2);
@@ -238,7 +239,7 @@ TEST_F(KeelhouseLdap, UsersOfTheSiteAreTypedByName) {
   EXPECT_EQ(keelhouse({"acl", "set", path, "allow", "user:no-such-user", "read"}).status, 1);
 }
 
-TEST_F(KeelhouseLdap, AListOfManyUsersHasAllTheirNames) {
+TEST_F(KeelhouseLdap, LongListShowsAllUserNames) {
   if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
   constexpr int kCount = 60;  // about as many as the attribute of an inode holds
   const std::string path = makeFolder("projects");
@@ -249,7 +250,7 @@ TEST_F(KeelhouseLdap, AListOfManyUsersHasAllTheirNames) {
     EXPECT_THAT(shown, HasSubstr("User " + std::to_string(number) + " of the site\n"));
 }
 
-TEST_F(KeelhouseLdap, AServerThatIsSilentIsWaitedForOnceHoweverManyEntriesNameItsUsers) {
+TEST_F(KeelhouseLdap, SilentServerIsAwaitedOnceForAllEntries) {
   if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
   const std::string path = makeFolder("projects");
   addUsers(60);
@@ -270,14 +271,14 @@ TEST_F(KeelhouseLdap, AServerThatIsSilentIsWaitedForOnceHoweverManyEntriesNameIt
   slapd_->thaw();
 }
 
-TEST_F(KeelhouseLdap, AServerThatIsStoppedTakesNoFolderAway) {
+TEST_F(KeelhouseLdap, StoppedServerLeavesFoldersUsable) {
   if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
   const std::string path = makeFolder("projects");
   addUsers(2);
   ASSERT_EQ(writeAcl(path, 2).dictionary().integer("writeStatus"), 0);
   EXPECT_THAT(done({"acl", "show", path}), HasSubstr("User 1 of the site"));
   slapd_->stop();
-  // One that has kept nothing of what the server said.
+  // One without cached answers of the server.
   daemon_.emplace(tree_);
 
   // Whom it alone knows reads as the GUID that is made of the number.
@@ -297,7 +298,7 @@ TEST_F(KeelhouseLdap, AServerThatIsStoppedTakesNoFolderAway) {
   done({"share", "set", path, "--comment", "Of the site"});
   done({"share", "remove", path});
 
-  // Whom it may know is not said to be nobody.
+  // A name that it may know is not reported as unknown.
   const auto unknown = keelhouse({"acl", "add", path, "allow user:user1 read"});
   EXPECT_EQ(unknown.status, 1);
   EXPECT_THAT(unknown.error, HasSubstr("/LDAP/site, which may have one, cannot be asked now"));
@@ -308,7 +309,7 @@ TEST_F(KeelhouseLdap, AServerThatIsStoppedTakesNoFolderAway) {
                                                  HasSubstr("user:root "), HasSubstr("everyone ")));
 }
 
-TEST_F(KeelhouseLdap, AServerThatIsStoppedIsMarkedAndToldOncePerRequest) {
+TEST_F(KeelhouseLdap, StoppedServerIsMarkedReportingOncePerRequest) {
   const std::string path = makeFolder("projects");
   const auto markedNodes = [&] {
     const Dictionary health = daemon_->get("/v1/health").dictionary();
@@ -335,7 +336,7 @@ TEST_F(KeelhouseLdap, AServerThatIsStoppedIsMarkedAndToldOncePerRequest) {
   EXPECT_THAT(daemon_->log(), HasSubstr("the directory node /LDAP/site answers again"));
 }
 
-TEST_F(KeelhouseLdap, WithoutItsServerWhatIsSureOfALocalUserIsTold) {
+TEST_F(KeelhouseLdap, StoppedServerStillYieldsLocalUsersCertainRights) {
   if (const std::string why = whyNoLists(); !why.empty()) GTEST_SKIP() << why;
   std::filesystem::copy_file(EFFECTIVEPRIVS_PROGRAM, tree_.path(kEffectivePrivs));
   const std::string path = makeFolder("projects");
@@ -367,7 +368,7 @@ TEST_F(KeelhouseLdap, WithoutItsServerWhatIsSureOfALocalUserIsTold) {
                           "cannot be asked: "));
     EXPECT_EQ(ended.error, "");
   }
-  // Whom only the server may know is not said to be nobody.
+  // A name that only the server may know is not reported as unknown.
   const auto unknown = keelhouse({"effective", path, "user1"});
   EXPECT_EQ(unknown.status, 1);
   EXPECT_THAT(unknown.error, HasSubstr("/LDAP/site, which may have one, cannot be asked now"));
@@ -396,12 +397,12 @@ TEST_F(KeelhouseLdap, AServerThatRefusesIsSaidToRefuse) {
   EXPECT_EQ(listed.status, 1);
   EXPECT_THAT(listed.output, HasSubstr("/LDAP/site  refused   "));
   EXPECT_THAT(daemon_->log(), Not(HasSubstr("does not answer")));
-  // A folder is nobody's to take away.
+  // Folders stay available whatever node fails.
   done({"share", "add", path});
   EXPECT_THAT(done({"privs", "show", path}), HasSubstr("mode: "));
 }
 
-TEST_F(KeelhouseLdap, AServerThatIsGoneIsSaidAndTheLocalNodeGoesOn) {
+TEST_F(KeelhouseLdap, MissingServerIsReportedAndLocalNodeContinues) {
   slapd_->stop();
   EXPECT_EQ(done({"record", "list", "users"}), "");
   const auto listed = keelhouse({"nodes"});

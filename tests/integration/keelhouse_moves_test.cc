@@ -38,7 +38,7 @@ TEST_F(KeelhouseMoves, ASharesNameStandsForItsFolder) {
   EXPECT_EQ(done({"share", "remove", "the plans"}), folder + " is no longer shared.\n");
 }
 
-TEST_F(KeelhouseMoves, AnUnknownNameIsAnsweredWithTheNearestOne) {
+TEST_F(KeelhouseMoves, UnknownNameSuggestsNearestOne) {
   done({"share", "add", makeFolder("plans")});
   for (const std::vector<std::string>& words : {std::vector<std::string>{"share", "show", "plasn"},
                                                 {"privs", "show", "plasn"},
@@ -77,7 +77,7 @@ TEST_F(KeelhouseMoves, AMoveKeepsAllButTheFolder) {
   EXPECT_EQ(keelhouse({"index", "status", from}).status, 1);
 }
 
-TEST_F(KeelhouseMoves, AFolderThatIsGoneIsSaidInTheListAndCanBeMovedAway) {
+TEST_F(KeelhouseMoves, MissingFolderIsListedAndMovableAway) {
   const std::string from = makeFolder("old");
   const std::string to = makeFolder("new");
   done({"share", "add", from, "--nfs", "192.0.2.7(ro)"});
@@ -91,7 +91,7 @@ TEST_F(KeelhouseMoves, AFolderThatIsGoneIsSaidInTheListAndCanBeMovedAway) {
   EXPECT_THAT(done({"share", "list"}), Not(HasSubstr("FOLDER")));
 }
 
-TEST_F(KeelhouseMoves, PrivilegesStayTheFoldersAndTheDifferenceIsSaid) {
+TEST_F(KeelhouseMoves, PrivilegesStayWithFolderAndDifferenceIsReported) {
   const std::string from = makeFolder("old");
   const std::string to = makeFolder("new");
   done({"privs", "set", from, "--group", "nogroup", "--mode", "750"});
@@ -142,7 +142,7 @@ TEST_F(KeelhouseMoves, AnAutomountFollows) {
   EXPECT_THAT(mounts, AllOf(HasSubstr(":" + to + "\n"), Not(HasSubstr(":" + from + "\n"))));
 }
 
-TEST_F(KeelhouseMoves, ARenamedShareHasItsNewNamesAndItsOptions) {
+TEST_F(KeelhouseMoves, RenamedShareHasNewNamesAndKeepsOptions) {
   const std::string folder = makeFolder("plans");
   done({"share", "add", folder, "--ftp-name", "other", "--guest", "--read-only"});
   EXPECT_THAT(done({"share", "rename", "plans", "Übersicht"}),
@@ -168,7 +168,7 @@ TEST_F(KeelhouseMoves, OptionsOverSmbSurviveOtherChanges) {
   EXPECT_THAT(done({"share", "add", folder}), Not(HasSubstr("smb.")));
 }
 
-TEST_F(KeelhouseMoves, WhatSomebodyMayNotHaveMeantIsWarnedOf) {
+TEST_F(KeelhouseMoves, RiskySettingsCauseWarnings) {
   const std::string folder = makeFolder("plans");
   std::filesystem::permissions(folder, std::filesystem::perms(0777));
   const auto added =

@@ -52,7 +52,7 @@ TEST_F(KeelhouseNodes, AreListedWithTheirStates) {
             "{\"dsNodeArray\":[\"/Local\"]}\n");
 }
 
-TEST_F(KeelhouseNodes, ADamagedDatabaseIsABrokenNodeThatSaysWhy) {
+TEST_F(KeelhouseNodes, DamagedDatabaseIsListedBrokenWithReason) {
   done({"record", "list", "users"});
   tree_.write("/var/lib/paddock/directory.sqlite", std::string(8192, 'x'));
   const auto listed = keelhouse({"nodes"});
@@ -88,7 +88,7 @@ TEST_F(KeelhouseNodes, AuthTellsWhoMayWrite) {
   EXPECT_EQ(done({"record", "list", "mounts"}), "") << "a trial leaves nothing";
 }
 
-TEST_F(KeelhouseNodes, AuthOnANodeThatIsNotThereIsAnHttpError) {
+TEST_F(KeelhouseNodes, AuthOnMissingNodeReturnsHttpError) {
   const auto refused = authenticate("/LDAP/nowhere", "root");
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.error, HasSubstr("there is no directory node \"/LDAP/nowhere\""));
@@ -97,7 +97,7 @@ TEST_F(KeelhouseNodes, AuthOnANodeThatIsNotThereIsAnHttpError) {
       << "the lock is free";
 }
 
-TEST_F(KeelhouseNodes, EveryTrialIsAuditedWithItsStatusAndWithoutThePassword) {
+TEST_F(KeelhouseNodes, EveryTrialIsAuditedWithStatusWithoutPassword) {
   addUsers();
   authenticate("/Local", "root");
   EXPECT_EQ(*auditLine().string("operation"), "canAuthDSNode");
@@ -110,7 +110,7 @@ TEST_F(KeelhouseNodes, EveryTrialIsAuditedWithItsStatusAndWithoutThePassword) {
     EXPECT_THAT(text, Not(HasSubstr(kPassword)));
 }
 
-TEST_F(KeelhouseNodes, AViewerListsTheNodesAndTriesNoPasswords) {
+TEST_F(KeelhouseNodes, ViewerListsNodesButTriesNoPasswords) {
   const group* viewers = ::getgrgid(kNoGroup);
   if (viewers == nullptr) GTEST_SKIP() << "there is no group with the number 65534";
   ASSERT_EQ(daemon_->stop(), 0);
@@ -123,7 +123,7 @@ TEST_F(KeelhouseNodes, AViewerListsTheNodesAndTriesNoPasswords) {
   EXPECT_EQ(ask("/v1/paddock_sharing/getDSNodes", "{}"), 200);
   EXPECT_EQ(ask("/v1/paddock_sharing/canAuthDSNode", R"({"dsNodeName":"/Local"})"), 403);
   EXPECT_EQ(auditLine().boolean("refused"), true);
-  // A reading would tell as well whether a password is root's.
+  // A read would also disclose whether a password is root's.
   const std::string record = R"("node":"/System","type":"dsRecTypeStandard:Users","name":"root")";
   EXPECT_EQ(ask("/v1/paddock_directory/getRecord", "{" + record + "}"), 200);
   EXPECT_EQ(ask("/v1/paddock_directory/getRecord",
@@ -134,7 +134,7 @@ TEST_F(KeelhouseNodes, AViewerListsTheNodesAndTriesNoPasswords) {
   EXPECT_EQ(auditLine().boolean("refused"), true);
 }
 
-TEST_F(KeelhouseNodes, EveryKeyMayBeMissingEmptyOrOfAnotherType) {
+TEST_F(KeelhouseNodes, EveryKeyMayBeMissingEmptyOrMistyped) {
   for (const char* key : {"dsNodeName", "dsAdminName", "dsAdminPW"}) {
     for (const Value& other : {Value(), Value(""), Value(7), Value(true), Value(Array{"/Local"}),
                                Value(Dictionary{{"a", 1}})}) {

@@ -24,7 +24,7 @@ class KeelhouseOddRecords : public KeelhouseFixture {
   std::string exports() const { return tree_.read("/etc/exports"); }
 };
 
-TEST_F(KeelhouseOddRecords, AFolderOfAnotherLetterCaseIsAnotherFolder) {
+TEST_F(KeelhouseOddRecords, FolderDifferingInCaseIsDistinct) {
   const std::string photos = makeFolder("photos");
   const std::string other = makeFolder("Photos");
   done({"share", "add", photos});
@@ -47,7 +47,7 @@ TEST_F(KeelhouseOddRecords, AFolderOfAnotherLetterCaseIsAnotherFolder) {
   EXPECT_THAT(done({"share", "show", other}), HasSubstr("path: " + photos + "\n"));
 }
 
-TEST_F(KeelhouseOddRecords, ARequestThatTakesOverTheRecordOfAnotherLetterCaseIsLogged) {
+TEST_F(KeelhouseOddRecords, TakingOverRecordDifferingInCaseIsLogged) {
   const std::string photos = makeFolder("photos");
   const std::string other = makeFolder("Photos");
   done({"share", "add", photos});
@@ -63,7 +63,7 @@ TEST_F(KeelhouseOddRecords, ARequestThatTakesOverTheRecordOfAnotherLetterCaseIsL
                              photos + ", which differs by letter case alone."));
 }
 
-TEST_F(KeelhouseOddRecords, WhatWasNeverFinishedIsListedAndRemovedByName) {
+TEST_F(KeelhouseOddRecords, UnfinishedRecordIsListedAndRemovedByName) {
   const std::string photos = makeFolder("photos");
   done({"share", "add", photos});
   done({"record", "put", "sharepoints", "left", "dsAttrTypeNative:smb_name=left"});
@@ -86,7 +86,7 @@ TEST_F(KeelhouseOddRecords, WhatWasNeverFinishedIsListedAndRemovedByName) {
   EXPECT_THAT(done({"share", "list"}), AllOf(HasSubstr(photos), Not(HasSubstr("UNFINISHED"))));
 }
 
-TEST_F(KeelhouseOddRecords, APathOnTwoLinesIsShownWithBothAndSaidBeforeTheyAreOne) {
+TEST_F(KeelhouseOddRecords, PathOnTwoLinesIsReportedBeforeMerging) {
   const std::string photos = makeFolder("photos");
   done({"share", "add", photos, "--nfs", "127.0.0.1(ro)"});
   const std::string first = photos + " 127.0.0.1(ro)";
@@ -117,7 +117,7 @@ TEST_F(KeelhouseOddRecords, APathOnTwoLinesIsShownWithBothAndSaidBeforeTheyAreOn
   EXPECT_THAT(done({"share", "show", photos}), Not(HasSubstr("line of")));
 }
 
-TEST_F(KeelhouseOddRecords, AnExportsFileThatCannotBeReadIsSaidAndARemovalFinishedLater) {
+TEST_F(KeelhouseOddRecords, UnreadableExportsFileIsReportedDeferringRemoval) {
   const std::string photos = makeFolder("photos");
   done({"share", "add", photos, "--nfs", "127.0.0.1(ro)"});
   const std::string text = exports();
@@ -151,63 +151,78 @@ TEST_F(KeelhouseOddRecords, AnExportsFileThatCannotBeReadIsSaidAndARemovalFinish
   EXPECT_THAT(done({"share", "list"}), Not(HasSubstr(photos)));
 }
 
-// Whoever names a folder must not put words into keelhouse's mouth.
-TEST_F(KeelhouseOddRecords, ALineFeedOfANameBeginsNoLineOfAnError) {
-  const std::string bad = "/nonexistent/ev\nRun: keelhouse acl clear /";
-  const std::string name = "ev\nRun: keelhouse acl clear";
+// A path and a name that begin a line of their own.
+constexpr const char* kFeedingPath = "/nonexistent/ev\nRun: keelhouse acl clear /";
+constexpr const char* kFeedingName = "ev\nRun: keelhouse acl clear";
+
+// Commands that name them, all wrong, about shares; `folder` is one that is there.
+std::vector<std::vector<std::string>> feedingShareCommands(const std::string& folder) {
+  const std::string bad = kFeedingPath;
+  const std::string name = kFeedingName;
+  return {{"share", "show", bad},
+          {"share", "add", bad},
+          {"share", "set", bad, "--no-smb"},
+          {"share", "set", folder, "--name", name},
+          {"share", "remove", bad},
+          {"share", "remove", "--name", name},
+          {"share", "move", bad, folder},
+          {"share", "move", folder, bad},
+          {"share", "rename", bad, "x"},
+          {"share", "add", folder, "--nfs", name},
+          {"share", "add", folder, "--team", name},
+          {"share", "add", folder, "--option", name + " = 1"},
+          {"share", "add", folder, "--from", bad}};
+}
+
+// And about everything else.
+std::vector<std::vector<std::string>> feedingOtherCommands(const std::string& folder) {
+  const std::string bad = kFeedingPath;
+  const std::string name = kFeedingName;
+  return {{"privs", "show", bad},
+          {"privs", "set", bad, "--mode", "755"},
+          {"privs", "set", folder, "--owner", name},
+          {"privs", "set", folder, "--group", name},
+          {"privs", "set", folder, "--mode", name},
+          {"acl", "show", bad},
+          {"acl", "show", "--kernel", bad},
+          {"acl", "set", bad, "allow user:root read"},
+          {"acl", "set", folder, "allow user:" + name + " read"},
+          {"acl", "set", folder, "allow", "user:" + name, "read"},
+          {"acl", "set", folder, "allow user:root " + name},
+          {"acl", "set", folder, "--from", bad},
+          {"acl", "add", bad, "allow user:root read"},
+          {"acl", "remove", bad, "1"},
+          {"acl", "remove", folder, "user:" + name},
+          {"acl", "clear", bad},
+          {"acl", "inherit", bad},
+          {"acl", "strict", bad},
+          {"effective", bad, "root"},
+          {"effective", folder, name},
+          {"who", bad},
+          {"propagate", bad, "--acl"},
+          {"propagate", bad, "--acl", "--follow"},
+          {"index", "on", bad},
+          {"index", "off", bad},
+          {"index", "status", bad},
+          {"quota", "show", bad},
+          {"quota", "on", bad},
+          {"quota", "set", name, "1G", "2G", "--volume", bad},
+          {"record", "show", "users", name},
+          {"record", "put", "users", name, "--remove", "Comment"},
+          {"record", "delete", "users", "joe", "--node", name},
+          {"record", "show", "users", "joe", "--node", name},
+          {"command", name},
+          {"request", name, name},
+          {"help", name},
+          {"share", name},
+          {name}};
+}
+
+// The name of a folder must not be able to forge messages of keelhouse.
+TEST_F(KeelhouseOddRecords, LineFeedInNameStartsNoErrorLine) {
   const std::string folder = makeFolder("plans");
-  const std::vector<std::vector<std::string>> commands = {
-      {"share", "show", bad},
-      {"share", "add", bad},
-      {"share", "set", bad, "--no-smb"},
-      {"share", "set", folder, "--name", name},
-      {"share", "remove", bad},
-      {"share", "remove", "--name", name},
-      {"share", "move", bad, folder},
-      {"share", "move", folder, bad},
-      {"share", "rename", bad, "x"},
-      {"share", "add", folder, "--nfs", name},
-      {"share", "add", folder, "--team", name},
-      {"share", "add", folder, "--option", name + " = 1"},
-      {"share", "add", folder, "--from", bad},
-      {"privs", "show", bad},
-      {"privs", "set", bad, "--mode", "755"},
-      {"privs", "set", folder, "--owner", name},
-      {"privs", "set", folder, "--group", name},
-      {"privs", "set", folder, "--mode", name},
-      {"acl", "show", bad},
-      {"acl", "show", "--kernel", bad},
-      {"acl", "set", bad, "allow user:root read"},
-      {"acl", "set", folder, "allow user:" + name + " read"},
-      {"acl", "set", folder, "allow", "user:" + name, "read"},
-      {"acl", "set", folder, "allow user:root " + name},
-      {"acl", "set", folder, "--from", bad},
-      {"acl", "add", bad, "allow user:root read"},
-      {"acl", "remove", bad, "1"},
-      {"acl", "remove", folder, "user:" + name},
-      {"acl", "clear", bad},
-      {"acl", "inherit", bad},
-      {"acl", "strict", bad},
-      {"effective", bad, "root"},
-      {"effective", folder, name},
-      {"who", bad},
-      {"propagate", bad, "--acl"},
-      {"propagate", bad, "--acl", "--follow"},
-      {"index", "on", bad},
-      {"index", "off", bad},
-      {"index", "status", bad},
-      {"quota", "show", bad},
-      {"quota", "on", bad},
-      {"quota", "set", name, "1G", "2G", "--volume", bad},
-      {"record", "show", "users", name},
-      {"record", "put", "users", name, "--remove", "Comment"},
-      {"record", "delete", "users", "joe", "--node", name},
-      {"record", "show", "users", "joe", "--node", name},
-      {"command", name},
-      {"request", name, name},
-      {"help", name},
-      {"share", name},
-      {name}};
+  std::vector<std::vector<std::string>> commands = feedingShareCommands(folder);
+  for (const auto& words : feedingOtherCommands(folder)) commands.push_back(words);
   for (const std::vector<std::string>& words : commands) {
     const EndedProgram ended = keelhouse(words);
     EXPECT_NE(ended.status, 0) << ::testing::PrintToString(words);
@@ -216,7 +231,7 @@ TEST_F(KeelhouseOddRecords, ALineFeedOfANameBeginsNoLineOfAnError) {
   }
   // Lines of keelhouse's own stay lines.
   EXPECT_EQ(
-      keelhouse({"share", "show", bad}).error,
+      keelhouse({"share", "show", kFeedingPath}).error,
       "keelhouse: /nonexistent/ev\\x0ARun: keelhouse acl clear  is not shared\nShare it with: "
       "keelhouse share add PATH\n");
 }

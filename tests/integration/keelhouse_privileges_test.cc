@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "integration/keelhouse_fixture.h"
-#include "support/hex_bytes.h"
+#include "support/nt_acl_samples.h"
 #include "wire/json.h"
 
 namespace paddock::testing {
@@ -53,7 +53,7 @@ class KeelhousePrivileges : public KeelhouseFixture {
   std::string path_;
 };
 
-TEST_F(KeelhousePrivileges, OwnerGroupAndModeAreSetOnTheFolder) {
+TEST_F(KeelhousePrivileges, OwnerGroupAndModeAreSetOnFolder) {
   EXPECT_EQ(
       done({"privs", "set", path_, "--owner", "daemon", "--group", "nogroup", "--mode", "0750"}),
       "path: " + path_ +
@@ -68,7 +68,7 @@ TEST_F(KeelhousePrivileges, OwnerGroupAndModeAreSetOnTheFolder) {
   EXPECT_EQ(attributes().st_mode & 07777U, 0750U);
 }
 
-TEST_F(KeelhousePrivileges, AFolderKeepsSetIdAndStickyBitsUnlessFourDigitsSayOtherwise) {
+TEST_F(KeelhousePrivileges, FolderKeepsSpecialBitsUnlessFourDigitsGiven) {
   ASSERT_EQ(::chmod(path_.c_str(), 03755), 0);
   EXPECT_THAT(done({"privs", "set", path_, "--mode", "750"}), HasSubstr("mode: 3750 (rwxr-s--T)"));
   EXPECT_EQ(attributes().st_mode & 07777U, 03750U);
@@ -78,7 +78,7 @@ TEST_F(KeelhousePrivileges, AFolderKeepsSetIdAndStickyBitsUnlessFourDigitsSayOth
   EXPECT_EQ(attributes().st_mode & 07777U, 0775U);
 }
 
-TEST_F(KeelhousePrivileges, AFileLosesSetIdBitsAndGetsNone) {
+TEST_F(KeelhousePrivileges, FileLosesSetIdBitsAndGainsNone) {
   const std::string file = folder_.path("file");
   writeWholeFile(file, "x");
   ASSERT_EQ(::chmod(file.c_str(), 06755), 0);
@@ -159,7 +159,7 @@ TEST_F(KeelhousePrivileges, WhatIsShownCanBeTypedAgain) {
   EXPECT_EQ(done({"acl", "show", path_, "--json"}), before);
 }
 
-TEST_F(KeelhousePrivileges, UsersAndGroupsOfTheDirectoryHaveTheirNames) {
+TEST_F(KeelhousePrivileges, DirectoryUsersAndGroupsShowNames) {
   done({"record", "put", "users", "no-such-zoe", "RealName=Zoe Z", "UniqueID=2147418113",
         std::string("GeneratedUID=") + kZoesGuid});
   done({"record", "put", "groups", "no-such-zoes", "PrimaryGroupID=2147418114"});
@@ -176,7 +176,7 @@ TEST_F(KeelhousePrivileges, UsersAndGroupsOfTheDirectoryHaveTheirNames) {
   EXPECT_THAT(done({"acl", "show", path_}), HasSubstr("group:no-such-zoes"));
 }
 
-TEST_F(KeelhousePrivileges, AnAclThatCannotBeReadIsReplacedAlone) {
+TEST_F(KeelhousePrivileges, UnreadableAclCanOnlyBeReplaced) {
   ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, "no list", 7, 0), 0);
   const EndedProgram shown = keelhouse({"acl", "show", path_});
   EXPECT_EQ(shown.status, 1);
@@ -188,7 +188,7 @@ TEST_F(KeelhousePrivileges, AnAclThatCannotBeReadIsReplacedAlone) {
   EXPECT_THAT(done({"acl", "set", path_, "allow", "user:root", "read"}), HasSubstr("user:root"));
 }
 
-TEST_F(KeelhousePrivileges, MoreEntriesThanTheFileSystemHoldsAreRefused) {
+TEST_F(KeelhousePrivileges, EntriesBeyondFileSystemCapacityAreRefused) {
   done({"acl", "set", path_, "allow", "user:root", "read"});
   std::vector<std::string> words = {"acl", "set", path_};
   for (int count = 0; count < 1001; ++count) words.emplace_back("allow user:nobody read");
@@ -218,7 +218,7 @@ TEST_F(KeelhousePrivileges, TheProjectionShowsTheKernelsEntries) {
   EXPECT_EQ(*value->array()->at(0).dictionary()->string("access"), "rwx");
 }
 
-TEST_F(KeelhousePrivileges, WhatAFolderHandsDownIsShownAndTakenOver) {
+TEST_F(KeelhousePrivileges, InheritableEntriesAreShownAndApplied) {
   const std::string inner = makeFolder("shared/inner");
   done({"acl", "set", path_, "allow", "group:nogroup", "read:inherit", "deny", "user:nobody",
         "write:directory-inherit", "allow", "user:daemon", "search"});
@@ -239,13 +239,7 @@ TEST_F(KeelhousePrivileges, WhatAFolderHandsDownIsShownAndTakenOver) {
 }
 
 // Made by an SMB client: nothing falls back to the mode, and there is no tail for it.
-std::string completeList() {
-  return hexBytes(
-      "0100010000000200010004841c0000002c000000000000003c00000001020000"
-      "0000001601000000000000000102000000000016020000006400000004004400"
-      "0200000000031800ff011f00010200000000001601000000e803000001102400"
-      "8900120001050000000000051500000001000000020000000300000050040000");
-}
+std::string completeList() { return nt_acl::samples::madeBySamba(1); }
 
 // The entries of the stored list, a tail included.
 unsigned storedEntries(const std::string& path) {
@@ -259,7 +253,7 @@ unsigned storedEntries(const std::string& path) {
   return byte(list + kCount) + 256U * byte(list + kCount + 1);
 }
 
-TEST_F(KeelhousePrivileges, AListThatIsCompleteStaysCompleteWithWhatItInherits) {
+TEST_F(KeelhousePrivileges, CompleteListStaysCompleteWithInheritedEntries) {
   const std::string inner = makeFolder("shared/inner");
   const std::string list = completeList();
   ASSERT_EQ(::setxattr(inner.c_str(), kAttribute, list.data(), list.size(), 0), 0);

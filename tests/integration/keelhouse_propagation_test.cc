@@ -14,7 +14,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "integration/keelhouse_fixture.h"
 #include "support/scripted_propagation.h"
 #include "wire/json.h"
@@ -81,7 +81,7 @@ TEST_F(KeelhousePropagation, OwnerGroupAndModeArePushedDown) {
   EXPECT_FALSE(hasStatusFile());
 }
 
-TEST_F(KeelhousePropagation, InheritedEntriesArePushedDownAndOwnOnesStayInFront) {
+TEST_F(KeelhousePropagation, InheritedEntriesArePushedDownBehindOwnEntries) {
   if (!keepsLists()) GTEST_SKIP() << "no ACL can be kept on " << shared_;
   done({"acl", "set", shared_, "allow", "group:nogroup", "read:inherit", "allow", "user:daemon",
         "write"});
@@ -106,7 +106,7 @@ TEST_F(KeelhousePropagation, WhatIsDoneAlreadyIsNotDoneTwice) {
   EXPECT_THAT(done({"propagate", shared_, "--group", "--follow"}), HasSubstr("0 changed"));
 }
 
-TEST_F(KeelhousePropagation, ADryRunSaysWhatARunWouldChangeAndChangesNothing) {
+TEST_F(KeelhousePropagation, DryRunReportsChangesWithoutApplyingThem) {
   done({"privs", "set", shared_, "--group", "games", "--mode", "700"});
   EXPECT_EQ(::chown((shared_ + "/inner/deep").c_str(), 0, 60), 0);
   const std::string output = done({"propagate", shared_, "--group", "--world-perm", "--dry-run"});
@@ -136,7 +136,7 @@ TEST_F(KeelhousePropagation, TheLastStatusIsPrintedAsJson) {
   EXPECT_EQ(status->integer("mask"), 1);
 }
 
-TEST_F(KeelhousePropagation, ARunThatNobodyFollowedIsToldOnceAfterItsEnd) {
+TEST_F(KeelhousePropagation, UnfollowedRunIsReportedOnceAfterEnd) {
   done({"propagate", shared_, "--owner"});
   ASSERT_TRUE(eventually([this] {
     return keelhouse({"propagate", shared_, "--follow"}).status == 0;
@@ -178,7 +178,7 @@ class ImmutableFile {
   bool isThere_ = false;
 };
 
-TEST_F(KeelhousePropagation, WhatCannotBeSetIsNamedAndTheRestIsDone) {
+TEST_F(KeelhousePropagation, FailedObjectsAreNamedAndRestIsDone) {
   const ImmutableFile immutable(shared_ + "/inner/a\nb\x1B");
   if (!immutable.isThere()) GTEST_SKIP() << "no file can be made immutable on " << shared_;
   done({"privs", "set", shared_, "--group", "games"});
@@ -193,23 +193,24 @@ TEST_F(KeelhousePropagation, WhatCannotBeSetIsNamedAndTheRestIsDone) {
 }
 
 TEST_F(KeelhousePropagation, AStoppedRunIsFinishedByTheNext) {
-  constexpr int kFiles = 20000;  // which take much longer than a start of keelhouse
-  for (int number = 0; number < kFiles; ++number) {
-    writeWholeFile(shared_ + "/inner/" + std::to_string(number), "");
-  }
+  // They take longer than a start of keelhouse, or more of them do.
+  constexpr int kMoreFiles = 20000;
+  int files = 0;
   bool wasStopped = false;
   for (int attempt = 0; attempt < 10 && !wasStopped; ++attempt) {
+    for (const int enough = files + kMoreFiles; files < enough; ++files)
+      writeWholeFile(shared_ + "/inner/" + std::to_string(files), "");
     done({"privs", "set", shared_, "--group", attempt % 2 == 0 ? "games" : "nogroup"});
     done({"propagate", shared_, "--group"});
     wasStopped = keelhouse({"propagate", shared_, "--stop"}).output.find(": stopped after ") !=
                  std::string::npos;
-    // One that had ended before is still to be told.
+    // One that had ended before has yet to be reported.
     if (!wasStopped) keelhouse({"propagate", shared_, "--follow"});
   }
   ASSERT_TRUE(wasStopped) << "every run ended before it could be stopped";
   EXPECT_FALSE(hasStatusFile());
   EXPECT_THAT(done({"propagate", shared_, "--group", "--follow"}),
-              AllOf(HasSubstr(": " + std::to_string(kFiles + 3) + " objects"),
+              AllOf(HasSubstr(": " + std::to_string(files + 3) + " objects"),
                     HasSubstr(", 0 errors"), Not(HasSubstr(" 0 changed"))));
   const gid_t wanted = attributes(shared_).st_gid;
   for (const auto& entry : fs::recursive_directory_iterator(shared_)) {
@@ -283,7 +284,7 @@ TEST_F(KeelhouseFollowing, IsToldOfAStop) {
                           {"sh", "-c", "exec \"$0\" propagate \"$1\" --acl --follow >\"$2\" 2>&1",
                            tree_.path("/usr/sbin/keelhouse"), shared_, output});
   waitUntil([&] { return readWholeFile(output).find("5 of 10") != std::string::npos; });
-  // Who asks first is told the counts, and takes the status file along.
+  // The first request gets the counts, and removes the status file.
   EXPECT_THAT(done({"propagate", shared_, "--stop"}), StartsWith(shared_ + ": stopped"));
   const int status = follower.wait();
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);

@@ -58,7 +58,7 @@ class KeelhouseAutomount : public KeelhouseFixture {
   EndedProgram mountRecord() const { return keelhouse({"record", "show", "mounts", recordName()}); }
 };
 
-TEST_F(KeelhouseAutomount, IsARecordThatTellsClientsWhatToMountWhere) {
+TEST_F(KeelhouseAutomount, RecordNamesMountSourceAndPlaceForClients) {
   const auto added = shareHome();
   EXPECT_EQ(added.status, 0) << added.error;
   EXPECT_EQ(complaints(added.error), "");
@@ -116,7 +116,7 @@ TEST_F(KeelhouseAutomount, GoesWithItsShare) {
   EXPECT_EQ(mountRecord().status, 1);
 }
 
-TEST_F(KeelhouseAutomount, StaysWithoutCredentialsAndTheMessageSaysHowItGoes) {
+TEST_F(KeelhouseAutomount, StaysWithoutCredentialsAndMessageExplainsRemoval) {
   ASSERT_EQ(shareHome().status, 0);
   const auto removed = keelhouse({"share", "remove", home()});
   EXPECT_EQ(removed.status, 1);
@@ -131,7 +131,7 @@ TEST_F(KeelhouseAutomount, StaysWithoutCredentialsAndTheMessageSaysHowItGoes) {
   EXPECT_EQ(mountRecord().status, 1);
 }
 
-TEST_F(KeelhouseAutomount, IsNotMadeByAWrongOrEmptyPassword) {
+TEST_F(KeelhouseAutomount, IsNotCreatedByWrongOrEmptyPassword) {
   for (const char* password : {"wrong", ""}) {
     const auto refused =
         as("root", password, {"share", "add", home(), "--automount", "/a", "--node", "/Local"});
@@ -145,7 +145,7 @@ TEST_F(KeelhouseAutomount, IsNotMadeByAWrongOrEmptyPassword) {
   EXPECT_EQ(mountRecord().status, 0);
 }
 
-TEST_F(KeelhouseAutomount, IsNotMadeByAnAccountThatMayNotWrite) {
+TEST_F(KeelhouseAutomount, IsNotCreatedByReadOnlyAccount) {
   const auto added =
       as("bert", "bert's", {"share", "add", home(), "--automount", "/a", "--node", "/Local"});
   EXPECT_EQ(added.status, 1);
@@ -158,7 +158,7 @@ TEST_F(KeelhouseAutomount, IsNotMadeByAnAccountThatMayNotWrite) {
   EXPECT_EQ(mountRecord().status, 0);
 }
 
-TEST_F(KeelhouseAutomount, ChangesNothingForANodeThatIsNotThere) {
+TEST_F(KeelhouseAutomount, ChangesNothingForMissingNode) {
   for (const char* node : {"/Nowhere", "/Local/", "/LDAP/\"x,[y]%", "/\xD7\xA9\xD7\x9C"}) {
     const auto refused = asRoot({"share", "add", home(), "--automount", "/a", "--node", node});
     EXPECT_EQ(refused.status, 1) << refused.output;
@@ -168,7 +168,7 @@ TEST_F(KeelhouseAutomount, ChangesNothingForANodeThatIsNotThere) {
   EXPECT_EQ(done({"share", "list"}), "No folder is shared.\n");
 }
 
-TEST_F(KeelhouseAutomount, IsNotMadeOnANodeThatCannotBeWritten) {
+TEST_F(KeelhouseAutomount, IsNotCreatedOnReadOnlyNode) {
   const auto refused =
       keelhouse({"share", "add", home(), "--automount", "/a", "--node", "/System"});
   EXPECT_EQ(refused.status, 1);
@@ -204,7 +204,7 @@ class KeelhouseShares : public KeelhouseFixture {
   }
 };
 
-TEST_F(KeelhouseShares, TakeHostileNamesOverEveryProtocolAsTheyAre) {
+TEST_F(KeelhouseShares, PreserveHostileNamesOverEveryProtocol) {
   for (std::size_t at = 0; at < hostileNames().size(); ++at) {
     const std::string& name = hostileNames()[at];
     const std::string folder = makeFolder(std::to_string(at));
@@ -239,7 +239,7 @@ TEST_F(KeelhouseShares, RefuseNamesWithControlCharactersOverEveryProtocol) {
   EXPECT_EQ(done({"share", "list"}), "No folder is shared.\n");
 }
 
-TEST_F(KeelhouseShares, TakeFoldersWhoseNamesHoldControlCharactersAndShowThemEscaped) {
+TEST_F(KeelhouseShares, AcceptFoldersWithControlCharactersAndEscapeThem) {
   const std::string folder = makeFolder("a\x1B[31m\nb");
   const std::string shown = done({"share", "add", folder});
   EXPECT_THAT(shown, HasSubstr("\nname: a\\x1B[31m\\x0Ab\n"));
@@ -263,7 +263,7 @@ TEST_F(KeelhouseShares, KeepLongNamesWhereTheProtocolCarriesThem) {
                     HasSubstr("nameOverFTP: " + name + "\n")));
 }
 
-TEST_F(KeelhouseShares, AreSaidNotToBeServedBySambaUnderNamesThatItCannotCarry) {
+TEST_F(KeelhouseShares, ReportNamesThatSambaCannotServe) {
   std::filesystem::create_directories(tree_.path("/usr/libexec/samba"));
   std::filesystem::copy_file(SYNCHRONIZE_SHARES_PROGRAM,
                              tree_.path("/usr/libexec/samba/synchronize-shares"));
@@ -285,7 +285,7 @@ TEST_F(KeelhouseShares, AreSaidNotToBeServedBySambaUnderNamesThatItCannotCarry) 
   done({"share", "set", folder, "--no-smb"});
 }
 
-TEST_F(KeelhouseShares, AreBackupDestinationsWithANewIdentifierAtEveryWrite) {
+TEST_F(KeelhouseShares, BackupDestinationsGetNewIdentifierAtEveryWrite) {
   const std::string folder = makeFolder("a");
   done({"share", "add", folder, "--backup"});
   const std::string first = done({"share", "show", folder});

@@ -41,7 +41,7 @@ TEST_F(Keelhouse, SharesReadsChangesAndUnsharesAFolder) {
   EXPECT_TRUE(fs::is_directory(folder));
 }
 
-TEST_F(Keelhouse, SharesTwoFoldersOfOneNameUnderTwoNames) {
+TEST_F(Keelhouse, SharesEquallyNamedFoldersUnderDistinctNames) {
   EXPECT_EQ(keelhouse({"share", "add", makeFolder("a/docs")}).status, 0);
   const auto second = keelhouse({"share", "add", makeFolder("b/docs")});
   EXPECT_EQ(second.status, 0) << second.error;
@@ -140,7 +140,7 @@ TEST_F(Keelhouse, TellsWhichConfigurationIsNotInForce) {
   EXPECT_THAT(keelhouse({"status"}).output, HasSubstr("paddockd.toml:1: "));
 }
 
-TEST_F(Keelhouse, PrintsWhatTheDaemonLoggedOfItsOwnFailedRequest) {
+TEST_F(Keelhouse, PrintsDaemonsLogOfOwnFailedRequest) {
   // A record that no list of the shares has, since it is of no folder.
   ASSERT_EQ(keelhouse({"record", "put", "sharepoints", "a"}).status, 0);
   ASSERT_EQ(keelhouse({"share", "add", makeFolder("c")}).status, 0);

@@ -17,7 +17,7 @@ using ::testing::StartsWith;
 
 class KeelhouseIndex : public KeelhouseFixture {};
 
-TEST_F(KeelhouseIndex, IsSwitchedOnAndOffForASharedFolder) {
+TEST_F(KeelhouseIndex, IsSwitchedOnAndOffForSharedFolder) {
   const std::string folder = makeFolder("a");
   done({"share", "add", folder});
   EXPECT_EQ(done({"index", "status", folder}), folder + " is not indexed.\n");
@@ -47,7 +47,7 @@ TEST_F(KeelhouseIndex, SurvivesTheDaemon) {
   EXPECT_EQ(done({"index", "status", folder}), folder + " is indexed for search.\n");
 }
 
-TEST_F(KeelhouseIndex, IsNotForAFolderThatIsNotShared) {
+TEST_F(KeelhouseIndex, RefusesUnsharedFolder) {
   const std::string folder = makeFolder("a");
   for (const char* command : {"status", "on", "off"}) {
     const EndedProgram ended = keelhouse({"index", command, folder});
@@ -117,7 +117,7 @@ TEST_F(KeelhouseQuota, AreSwitchedOnAndOff) {
 }
 
 // Only of a mount point itself are the quota file and the marker made.
-TEST_F(KeelhouseQuota, AreSwitchedOnThroughALinkToTheVolume) {
+TEST_F(KeelhouseQuota, AreSwitchedOnThroughSymlinkToVolume) {
   onAVolume([&] {
     withDaemon([&] {
       const std::string link = folder_.path("link");
@@ -130,7 +130,7 @@ TEST_F(KeelhouseQuota, AreSwitchedOnThroughALinkToTheVolume) {
   });
 }
 
-TEST_F(KeelhouseQuota, AreListedByNameThoseWhoUseMostFirst) {
+TEST_F(KeelhouseQuota, AreListedByNameInDescendingUsage) {
   onAVolume([&] {
     withDaemon([&] {
       done({"quota", "on", volume_});
@@ -148,7 +148,7 @@ TEST_F(KeelhouseQuota, AreListedByNameThoseWhoUseMostFirst) {
   });
 }
 
-TEST_F(KeelhouseQuota, ADamagedFileIsNamedWithTheWayOut) {
+TEST_F(KeelhouseQuota, DamagedFileIsNamedWithRemedy) {
   onAVolume([&] {
     withDaemon([&] {
       done({"quota", "on", volume_});
@@ -192,7 +192,7 @@ TEST_F(KeelhouseQuota, AreNotForAFolderInsideAVolume) {
   });
 }
 
-TEST_F(KeelhouseQuota, CannotBeSwitchedOnWhereTheKernelKeepsNone) {
+TEST_F(KeelhouseQuota, CannotBeSwitchedOnWithoutKernelSupport) {
   tree_.configure("[volumes]\nquota_backend = \"kernel\"\n");
   onAVolume([&] {
     withDaemon([&] {

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/directory_group_membership.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "support/slapd_server.h"
@@ -78,7 +78,7 @@ class LdapGroupMembership : public ::testing::Test {
   std::optional<DirectoryGroupMembership> membership_;
 };
 
-TEST_F(LdapGroupMembership, PrimaryGroupsMembersByNameAndByEntryAndNestedGroupsCount) {
+TEST_F(LdapGroupMembership, PrimaryDirectAndNestedGroupsCount) {
   addPosixGroup("everybody", 2012000000, "nobody");
   addPosixGroup("staff", 2012000001, "anna");
   addGroupOfNames("editors", {user("bert"), user("anna")});
@@ -97,7 +97,7 @@ TEST_F(LdapGroupMembership, GroupsThatHoldOneAnotherAreNoError) {
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("", "a", "b around a"));
 }
 
-TEST_F(LdapGroupMembership, AGroupOfTheSiteMayBeNestedInALocalOne) {
+TEST_F(LdapGroupMembership, SiteGroupMayBeNestedInLocalGroup) {
   addPosixGroup("staff", 2012000001, "anna");
   UserMembership found;
   ASSERT_EQ(membership_->membershipOf(kAnna, found), 0);
@@ -107,7 +107,7 @@ TEST_F(LdapGroupMembership, AGroupOfTheSiteMayBeNestedInALocalOne) {
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("", "staff", "local around staff"));
 }
 
-TEST_F(LdapGroupMembership, AServerThatIsSilentIsAnErrorAfterOneTimeout) {
+TEST_F(LdapGroupMembership, SilentServerFailsAfterOneTimeout) {
   addPosixGroup("staff", 2012000001, "anna");
   for (int number = 0; number < 100; ++number)
     addLocalGroup("g" + std::to_string(number),

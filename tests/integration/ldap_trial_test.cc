@@ -9,7 +9,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// Nobody listens there.
+// No server listens there.
 constexpr const char* kServers =
     "[[ldap]]\nname = \"one\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=one\"\ntimeout = 1\n"
     "[[ldap]]\nname = \"two\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=two\"\ntimeout = 1\n";
@@ -29,7 +29,7 @@ TEST_F(LdapTrial, WithoutServersThereIsNothingToTry) {
   EXPECT_EQ(run.output + run.errorOutput, "");
 }
 
-TEST_F(LdapTrial, EveryServerThatDoesNotAnswerIsALineAndStatus1) {
+TEST_F(LdapTrial, EveryUnresponsiveServerPrintsLineWithStatus1) {
   tree_.configure(kServers);
   const EndedRun run = check();
   EXPECT_EQ(run.status, 1);
@@ -55,7 +55,7 @@ TEST_F(LdapTrial, AWrongConfigurationIsSaidAndNothingTried) {
   EXPECT_EQ(linesOf(run.output).size(), 1U) << run.output;
 }
 
-TEST_F(LdapTrial, APluginThatCannotBeLoadedIsAnErrorThatNamesIt) {
+TEST_F(LdapTrial, UnloadablePluginIsNamedInError) {
   tree_.configure(kServers);
   std::filesystem::remove_all(tree_.path("/usr/share/paddockd/bundles/paddock_directory.bundle"));
   const EndedRun run = check();

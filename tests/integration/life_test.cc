@@ -37,7 +37,7 @@ class Life : public ::testing::Test {
   DaemonTree tree_;
 };
 
-TEST_F(Life, SigtermEndsItWithStatus0AndDestroysTheHandlers) {
+TEST_F(Life, SigtermExitsWithStatus0AndDestroysHandlers) {
   RunningDaemon daemon(tree_);
   ASSERT_TRUE(daemon.running()) << daemon.log();
   EXPECT_FALSE(tree_.has("/destroyed"));
@@ -46,7 +46,7 @@ TEST_F(Life, SigtermEndsItWithStatus0AndDestroysTheHandlers) {
   EXPECT_FALSE(tree_.has("/run/paddock/paddockd.sock"));
 }
 
-TEST_F(Life, ItMakesItsFoldersAndASocketThatEverybodyReaches) {
+TEST_F(Life, StartCreatesFoldersAndWorldAccessibleSocket) {
   const mode_t previous = ::umask(077);
   RunningDaemon daemon(tree_);
   ::umask(previous);
@@ -64,7 +64,7 @@ TEST_F(Life, RunningRequestsAreAnsweredBeforeItEnds) {
                             [&] { return daemon.post("/v1/test_good/block", blockBody("a")); });
   ASSERT_TRUE(eventually([this] { return tree_.has("/begun-a"); }));
   daemon.signal(SIGTERM);
-  // New requests are refused from now on, and told so.
+  // New requests are refused from now on, with an error reply.
   ASSERT_TRUE(eventually([&] { return daemon.get("/v1/health").status == 503; }));
   // A second one changes nothing.
   daemon.signal(SIGTERM);
@@ -75,7 +75,7 @@ TEST_F(Life, RunningRequestsAreAnsweredBeforeItEnds) {
   EXPECT_TRUE(tree_.has("/destroyed"));
 }
 
-TEST_F(Life, AProgramOfARunningRequestIsAnsweredWhileItEnds) {
+TEST_F(Life, ProgramOfRunningRequestIsAnsweredDuringShutdown) {
   RunningDaemon daemon(tree_);
   // The program waits for the file, then calls back.
   const std::string script = tree_.path("/bin/late_caller");
@@ -99,7 +99,7 @@ TEST_F(Life, AProgramOfARunningRequestIsAnsweredWhileItEnds) {
   EXPECT_EQ(daemon.wait(), 0);
 }
 
-TEST_F(Life, ARequestWhoseBodyNeverComesDoesNotKeepItAlive) {
+TEST_F(Life, RequestWithoutBodyDoesNotBlockShutdown) {
   RunningDaemon daemon(tree_);
   SocketClient client(tree_.socket());
   client.send(requestText("POST", "/v1/test_good/echo", "", "Content-Length: 10\r\n"));
@@ -145,7 +145,7 @@ TEST_F(Life, SighupTakesOverWhatCanChange) {
   EXPECT_EQ(*health.dictionary("configuration")->array("awaitingRestart"), Array{"acl.projection"});
 }
 
-TEST_F(Life, ItRunsInTheRootFolderAndReadsAConfigurationOfAnotherAgain) {
+TEST_F(Life, RunsInRootAndRereadsRelativeConfigurationPath) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(tree_.root());
   tree_.write("/other.toml", "[limits]\nbody_bytes = 100\n");
@@ -179,7 +179,7 @@ TEST_F(Life, SighupChangesLimitsOfConnections) {
   EXPECT_TRUE(silent.ends(std::chrono::seconds(15)));
 }
 
-TEST_F(Life, SighupWithABrokenConfigurationKeepsTheOneInForce) {
+TEST_F(Life, SighupWithBrokenConfigurationKeepsCurrentOne) {
   tree_.configure("[limits]\nbody_bytes = 100\n");
   RunningDaemon daemon(tree_);
   tree_.configure("[limits]\nbody_bytes = 1000\nbogus = 1\n");
@@ -217,7 +217,7 @@ TEST_F(Life, ASecondDaemonSaysThatOneIsRunning) {
   EXPECT_EQ(daemon.get("/v1/health").status, 200);
 }
 
-TEST_F(Life, SomethingElseAtTheSocketsPathIsLeftAlone) {
+TEST_F(Life, ForeignObjectAtSocketPathIsLeftUntouched) {
   tree_.write("/run/paddock/paddockd.sock", "precious");
   const EndedRun run = runToEnd(tree_, {"--root", tree_.root()});
   EXPECT_EQ(run.status, 1);
@@ -225,7 +225,7 @@ TEST_F(Life, SomethingElseAtTheSocketsPathIsLeftAlone) {
   EXPECT_EQ(tree_.read("/run/paddock/paddockd.sock"), "precious");
 }
 
-TEST_F(Life, ASocketPathThatIsTooLongIsAnErrorAtStart) {
+TEST_F(Life, OverlongSocketPathFailsAtStart) {
   const std::string root = tree_.path("/" + std::string(100, 'x'));
   std::filesystem::create_directories(root);
   const EndedRun run = runToEnd(tree_, {"--root", root});
@@ -233,7 +233,7 @@ TEST_F(Life, ASocketPathThatIsTooLongIsAnErrorAtStart) {
   EXPECT_THAT(run.errorOutput, HasSubstr("too long"));
 }
 
-TEST_F(Life, AFolderThatOthersMayWriteToIsNotUsed) {
+TEST_F(Life, FolderWritableByOthersIsRefused) {
   std::filesystem::create_directories(tree_.path("/var/lib/paddock"));
   std::filesystem::permissions(tree_.path("/var/lib/paddock"), std::filesystem::perms::all);
   const EndedRun run = runToEnd(tree_, {"--root", tree_.root()});
@@ -241,7 +241,7 @@ TEST_F(Life, AFolderThatOthersMayWriteToIsNotUsed) {
   EXPECT_THAT(run.errorOutput, HasSubstr("/var/lib/paddock"));
 }
 
-TEST_F(Life, ALinkInPlaceOfTheAuditLogIsNotFollowed) {
+TEST_F(Life, SymlinkReplacingAuditLogIsNotFollowed) {
   std::filesystem::create_directories(tree_.path("/var/log/paddock"));
   std::filesystem::create_symlink(tree_.path("/elsewhere"), tree_.auditLog());
   const EndedRun run = runToEnd(tree_, {"--root", tree_.root()});
@@ -265,7 +265,7 @@ TEST_F(Life, AContextOutlivesTheDaemon) {
   EXPECT_TRUE(daemon.post("/v1/test_sibling/recall", "{}").dictionary().empty());
 }
 
-TEST_F(Life, ADamagedContextIsPutAsideAndStartsEmpty) {
+TEST_F(Life, DamagedContextIsPutAsideAndStartsEmpty) {
   for (const char* damaged : {"<plist><dict><key>a</key>", "<plist><array/></plist>", "\xff"}) {
     tree_.write("/var/lib/paddock/context/test_good.plist", damaged);
     std::filesystem::permissions(tree_.path("/var/lib/paddock"), std::filesystem::perms::owner_all);
@@ -278,7 +278,7 @@ TEST_F(Life, ADamagedContextIsPutAsideAndStartsEmpty) {
   }
 }
 
-TEST_F(Life, AContextThatCannotBeSavedStaysDirtyUntilItCan) {
+TEST_F(Life, UnsavedContextStaysDirtyUntilSaveSucceeds) {
   RunningDaemon daemon(tree_);
   const std::string file = "/var/lib/paddock/context/test_good.plist";
   // A folder of that name: nothing can take its place.
@@ -303,7 +303,7 @@ TEST_F(Life, IdleTicksCountFromOneOnceASecond) {
   EXPECT_GT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(1500));
 }
 
-TEST_F(Life, ATickThatThrowsIsLoggedAndTheOthersGoOn) {
+TEST_F(Life, ThrowingTickIsLoggedAndOthersContinue) {
   RunningDaemon daemon(tree_);
   daemon.post("/v1/test_good/setIdle", R"({"throws":true})");
   EXPECT_TRUE(eventually([&] {
@@ -315,7 +315,7 @@ TEST_F(Life, ATickThatThrowsIsLoggedAndTheOthersGoOn) {
   }));
 }
 
-TEST_F(Life, ASlowTickDelaysNoRequestAndIsWaitedForAtTheEnd) {
+TEST_F(Life, SlowTickDelaysShutdownButNoRequest) {
   RunningDaemon daemon(tree_);
   daemon.post("/v1/test_good/setIdle", R"({"milliseconds":1500})");
   ASSERT_TRUE(eventually([&] {

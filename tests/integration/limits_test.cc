@@ -1,4 +1,4 @@
-// How many connections there may be, and who is never refused.
+// The limits on connections, and the callers that are never refused.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -107,7 +107,7 @@ TEST_F(Limits, IdleConnectionsAreClosed) {
   EXPECT_TRUE(eventually([this] { return daemon_->get("/v1/health").status == 200; }));
 }
 
-TEST_F(Limits, AnOperationMayTakeLongerThanAConnectionMayBeIdle) {
+TEST_F(Limits, OperationMayExceedIdleTimeout) {
   start("idle_seconds = 1\n");
   auto blocked = std::async(std::launch::async, [this] {
     return daemon_->post("/v1/test_good/block", blockBody("a")).status;
@@ -117,7 +117,7 @@ TEST_F(Limits, AnOperationMayTakeLongerThanAConnectionMayBeIdle) {
   EXPECT_EQ(blocked.get(), 200);
 }
 
-TEST_F(Limits, AProgramMayTakeAsLongAsTheConfigurationSays) {
+TEST_F(Limits, ProgramMayRunForConfiguredTime) {
   start("program_seconds = 1\n");
   std::filesystem::create_directory_symlink("/usr/bin", tree_.path("/usr-bin"));
   const std::string body =
@@ -127,7 +127,7 @@ TEST_F(Limits, AProgramMayTakeAsLongAsTheConfigurationSays) {
   EXPECT_NE(daemon_->log().find("sleep took too long and was ended"), std::string::npos);
 }
 
-TEST_F(Limits, AProgramOfARunningRequestIsLetInWhenNobodyElseIs) {
+TEST_F(Limits, RunningRequestsProgramIsAdmittedAtConnectionLimit) {
   start("connections = 4\n");
   std::vector<std::future<int>> blocked;
   for (const char* name : {"a", "b", "c"}) {
@@ -146,7 +146,7 @@ TEST_F(Limits, AProgramOfARunningRequestIsLetInWhenNobodyElseIs) {
   for (auto& status : blocked) EXPECT_EQ(status.get(), 200);
 }
 
-TEST_F(Limits, ACrowdThatIsBeingRefusedDoesNotKeepAProgramOut) {
+TEST_F(Limits, RefusedCrowdDoesNotKeepProgramOut) {
   start("connections = 1\n");
   std::list<SocketClient> crowd;
   auto running = std::async(std::launch::async, [this] {

@@ -1,5 +1,5 @@
-// Whoever owns a folder above a shared one turns part of its path into a link: an administrator's
-// ordinary commands change nothing through it, and say whose link is in the way.
+// The owner of a folder above a shared one replaces part of its path by a symlink: an
+// administrator's ordinary commands change nothing through it, and report the owner of the symlink.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -124,7 +124,7 @@ TEST_F(LinksOfOthers, SpecialBitsAreNotSetThroughThem) {
   EXPECT_EQ(victimsState(), before);
 }
 
-TEST_F(LinksOfOthers, BackupsNeitherOpenNorTidyWhatIsBehindThem) {
+TEST_F(LinksOfOthers, BackupsNeitherOpenNorTidyTheirTargets) {
   attack();
   const std::string before = victimsState();
   for (const bool isBackup : {true, false}) {
@@ -162,7 +162,7 @@ TEST_F(LinksOfOthers, WhatIsBehindThemIsStillRead) {
   EXPECT_EQ(keelhouse({"effective", shared_, "root"}).status, 0);
 }
 
-TEST_F(LinksOfOthers, LinksOfRootAndToTheOwnersOwnFoldersCount) {
+TEST_F(LinksOfOthers, RootsSymlinksAndThoseToOwnFoldersCount) {
   fs::create_symlink(users_, folder_.path("roots"));
   fs::create_symlink("team", users_ + "/mine");
   give(users_ + "/mine");
@@ -173,7 +173,7 @@ TEST_F(LinksOfOthers, LinksOfRootAndToTheOwnersOwnFoldersCount) {
   }
 }
 
-TEST_F(LinksOfOthers, LinksOfProcToObjectsAreNotEvenRead) {
+TEST_F(LinksOfOthers, ProcLinksToObjectsAreNotRead) {
   const std::string path = "/proc/" + std::to_string(::getpid()) + "/root" + victim_;
   const EndedProgram shown = keelhouse({"privs", "show", path});
   EXPECT_NE(shown.status, 0) << shown.output;
@@ -220,7 +220,7 @@ class AnotherFolder : public LinksOfOthers {
   }
 };
 
-TEST_F(AnotherFolder, InASharesPlaceIsLeftAloneUntilItIsSharedAgain) {
+TEST_F(AnotherFolder, ReplacingSharedFolderStaysUntouchedUntilSharedAgain) {
   EXPECT_EQ(keelhouse({"privs", "set", shared_, "--mode", "750"}).status, 0);
   replaceFolder();
   expectLeftAlone();
@@ -247,7 +247,7 @@ TEST_F(AnotherFolder, AMovedShareIsTheNewFolders) {
   expectLeftAlone();
 }
 
-TEST_F(AnotherFolder, NothingOfItIsInWhatIsReadOfTheShare) {
+TEST_F(AnotherFolder, ReadingShareReturnsNothingOfIt) {
   const std::string before = done({"share", "show", "--json", shared_});
   replaceFolder();
   EXPECT_EQ(done({"share", "show", "--json", shared_}), before);

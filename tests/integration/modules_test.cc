@@ -1,4 +1,4 @@
-// Plug-ins that cannot be used are named in the log, and the others work.
+// Plug-ins that cannot be used are named in the log, and the others are operational.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ struct Broken {
 
 class BrokenModule : public ::testing::TestWithParam<Broken> {};
 
-TEST_P(BrokenModule, IsRefusedByNameAndTheOthersAreLoaded) {
+TEST_P(BrokenModule, IsRefusedByNameWhileOthersLoad) {
   const DaemonTree tree;
   tree.addPlugin(GetParam().name);
   RunningDaemon daemon(tree);
@@ -82,7 +82,7 @@ TEST_F(Modules, OneWhoseDescriptionCannotBeReadWorks) {
     EXPECT_TRUE(paths->contains(path)) << path;
 }
 
-TEST_F(Modules, ASharedObjectThatOthersCouldHaveChangedIsRefused) {
+TEST_F(Modules, SharedObjectWritableByOthersIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "only a daemon of root minds whose its plug-ins are";
   std::filesystem::permissions(object("test_good"), std::filesystem::perms::others_write,
                                std::filesystem::perm_options::add);
@@ -93,7 +93,7 @@ TEST_F(Modules, ASharedObjectThatOthersCouldHaveChangedIsRefused) {
   EXPECT_EQ(daemon.get("/v1/health").dictionary().integer("plugins"), 0);
 }
 
-TEST_F(Modules, AFolderOfABundleThatOthersMayChangeIsRefused) {
+TEST_F(Modules, BundleFolderWritableByOthersIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "only a daemon of root minds whose its plug-ins are";
   std::filesystem::permissions(std::filesystem::path(object("test_good")).parent_path(),
                                std::filesystem::perms::all);

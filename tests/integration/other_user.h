@@ -13,7 +13,7 @@
 #include <list>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 #include "integration/socket_client.h"
 
@@ -72,12 +72,12 @@ inline std::string receiveMessage(int end) {
   return text;
 }
 
-// Many connections that never ask anything.
+// Many connections that never send a request.
 class Crowd {
  public:
   enum class Manner { silent, dripping };  // nothing, or a byte of a head now and then
 
-  // Returns when all of them were made.
+  // Returns when all of them are established.
   Crowd(const Account& account, const std::string& socket, std::size_t count, Manner manner) {
     process_.start(account, [&](int end) { run(end, socket, count, manner); });
     connected_ = receiveMessage(process_.end()) == "connected";
@@ -104,7 +104,7 @@ class Crowd {
   bool connected_ = false;
 };
 
-// One connection that asks what it is told to.
+// One connection that sends the requests it is given.
 class OtherUser {
  public:
   OtherUser(const Account& account, const std::string& socket) {

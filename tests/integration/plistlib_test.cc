@@ -24,7 +24,7 @@ int writeWithPlistlib(const std::string& file, const std::string& value) {
   return runProgram({"/usr/bin/python3", "-c", program, file}).status;
 }
 
-class PlistlibTest : public ::testing::Test {
+class PlistlibClient : public ::testing::Test {
  protected:
   std::string written(const std::string& name, const std::string& value) const {
     const std::string file = folder_.path(name);
@@ -38,7 +38,7 @@ class PlistlibTest : public ::testing::Test {
   SharingDaemon daemon_;
 };
 
-TEST_F(PlistlibTest, AStatusFileIsReadForABodyThatItWrote) {
+TEST_F(PlistlibClient, StatusFileIsReadForPlistlibBody) {
   written("status", "{'status': 'running', 'itemsDone': 5}");
   const std::string body = written(
       "body", "{'copyPrivsPid': 1, 'copyPrivsStatusFile': '" + folder_.path("status") + "'}");
@@ -49,7 +49,7 @@ TEST_F(PlistlibTest, AStatusFileIsReadForABodyThatItWrote) {
             Value(Dictionary{{"status", Dictionary{{"status", "running"}, {"itemsDone", 5}}}}));
 }
 
-TEST_F(PlistlibTest, ASavedContextIsReadBack) {
+TEST_F(PlistlibClient, ASavedContextIsReadBack) {
   daemon_.stop();
   daemon_.tree().write(kContext, written("context", "{'copyPrivsPid': 7, 'other': [True, 'x']}"));
   daemon_.restart();

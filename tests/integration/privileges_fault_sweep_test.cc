@@ -38,7 +38,7 @@ bool isPosixStatus(Status status) {
   return status >= USER_NOT_FOUND_ERR && status <= CANNOT_CHANGE_PRIVS_ERR;
 }
 
-class PrivilegesFaultSweepTest : public FaultSweep {
+class PrivilegesFaultSweep : public FaultSweep {
  protected:
   void noteAfter(FaultWorld&) override {
     ASSERT_EQ(old() == recent(), scenario().operation == "readSettings");
@@ -137,11 +137,11 @@ class PrivilegesFaultSweepTest : public FaultSweep {
   }
 };
 
-TEST_P(PrivilegesFaultSweepTest, EveryCallMayFail) {
+TEST_P(PrivilegesFaultSweep, EveryCallMayFail) {
   EXPECT_GE(failEveryCall().size(), 15U) << "a sweep of nothing";
 }
 
-INSTANTIATE_TEST_SUITE_P(Requests, PrivilegesFaultSweepTest,
+INSTANTIATE_TEST_SUITE_P(Requests, PrivilegesFaultSweep,
                          inEveryMode(replaceAll(), clearAcl(), replaceInvalidAcl(), readAll()),
                          sweepName);
 

@@ -12,8 +12,8 @@ namespace paddock {
 
 inline constexpr const char* kFolderGuid = "DEADBEEF-0000-0000-0000-000000000001";
 
-// A folder of root's whose ACL has an entry of a group with a record of its GUID, one of a user
-// who is known by the id alone, and one of nobody.
+// A folder of root's whose ACL has an entry of a group with a record of its GUID, one of a user who
+// is known by the id alone, and one of an unknown principal.
 inline void prepareFolder(ModuleDoubles& doubles, const std::string& path) {
   doubles.accounts.addUser("anna", 1000);
   doubles.accounts.addGroup("staff", 20);
@@ -75,7 +75,7 @@ inline const std::set<std::string>& quietEnds() {
   return calls;
 }
 
-// The calls with which a failure that keeps on makes looking up a name raise.
+// The calls whose persistent failure makes the lookup of a name raise.
 inline bool mayRaiseWhileReadingAnAcl(const std::string& firstFailed) {
   return firstFailed == "directory.openLocal" || firstFailed == "session.searchNode" ||
          firstFailed == "node.findRecordsOfTypes" || firstFailed == "acl.acl_free.qualifier";

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kAttribute = "security.NTACL";
-// A GUID that names nobody.
+// A GUID of no principal.
 constexpr const char* kGuid = "DEADBEEF-0000-4000-8000-000000000001";
 
 class PrivilegesDaemon : public SharingDaemon {
@@ -69,7 +69,7 @@ std::string whyNoLists(const std::string& folder) {
 }
 
 // Files in a temporary folder.
-class PrivilegesTest : public ::testing::Test {
+class PrivilegesOnDisk : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "giving files to other accounts needs root";
@@ -83,7 +83,7 @@ class PrivilegesTest : public ::testing::Test {
   const std::string path_ = folder_.path("shared");
 };
 
-TEST_F(PrivilegesTest, OwnerGroupModeAndAclAreWrittenAndReadBackInOneRequest) {
+TEST_F(PrivilegesOnDisk, OneRequestWritesAndReadsBackAllPrivileges) {
   const PrivilegesDaemon daemon;
   const Dictionary reply = daemon.write(
       path_, {{"owner", "daemon"}, {"group", "daemon"}, {"privs", "750"}, {"acl", Array{entry_}}});
@@ -102,7 +102,7 @@ TEST_F(PrivilegesTest, OwnerGroupModeAndAclAreWrittenAndReadBackInOneRequest) {
   EXPECT_TRUE(hasAttribute(path_));
 }
 
-TEST_F(PrivilegesTest, UsersAndGroupsOfTheHostAreNamedInTheAcl) {
+TEST_F(PrivilegesOnDisk, HostUsersAndGroupsAreNamedInAcl) {
   const PrivilegesDaemon daemon;
   const Array entries = {
       Dictionary{{"allowPermission", "YES"}, {"bitmap", 2}, {"isUser", 0}, {"uniqueID", 1}},
@@ -119,7 +119,7 @@ TEST_F(PrivilegesTest, UsersAndGroupsOfTheHostAreNamedInTheAcl) {
   }
 }
 
-TEST_F(PrivilegesTest, WhatIsReadCanBeSentBackAsItIs) {
+TEST_F(PrivilegesOnDisk, ReplyCanBeSentBackUnchanged) {
   const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(path_, {{"privs", "711"}, {"acl", Array{entry_, entry_}}}), 0);
   const Dictionary before = daemon.read(path_);
@@ -127,7 +127,7 @@ TEST_F(PrivilegesTest, WhatIsReadCanBeSentBackAsItIs) {
   EXPECT_EQ(daemon.read(path_), before);
 }
 
-TEST_F(PrivilegesTest, AModeIsChangedBelowAnAclThatStays) {
+TEST_F(PrivilegesOnDisk, ModeChangePreservesAcl) {
   const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(path_, {{"acl", Array{entry_}}}), 0);
   EXPECT_EQ(daemon.writeStatus(path_, {{"privs", "705"}}), 0);
@@ -136,7 +136,7 @@ TEST_F(PrivilegesTest, AModeIsChangedBelowAnAclThatStays) {
   EXPECT_EQ(privileges.array("acl")->size(), 1U);
 }
 
-TEST_F(PrivilegesTest, AnEmptyAclIsCleared) {
+TEST_F(PrivilegesOnDisk, AnEmptyAclIsCleared) {
   const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(path_, {{"acl", Array{entry_}}}), 0);
   ASSERT_TRUE(hasAttribute(path_));
@@ -147,7 +147,7 @@ TEST_F(PrivilegesTest, AnEmptyAclIsCleared) {
   EXPECT_EQ(*PrivilegesDaemon::privilegesIn(reply).string("privs"), "755");
 }
 
-TEST_F(PrivilegesTest, LongListsAreKeptWholeOrRefusedWhole) {
+TEST_F(PrivilegesOnDisk, LongListsAreKeptWholeOrRefusedWhole) {
   const PrivilegesDaemon daemon;
   for (const std::size_t count : {1U, 128U, 129U, 1000U}) {
     ASSERT_EQ(daemon.writeStatus(path_, {{"acl", Array{}}}), 0);
@@ -163,7 +163,7 @@ TEST_F(PrivilegesTest, LongListsAreKeptWholeOrRefusedWhole) {
   }
 }
 
-TEST_F(PrivilegesTest, AnAttributeThatIsNoAclIsSaidToBeInvalid) {
+TEST_F(PrivilegesOnDisk, UndecodableAttributeIsReportedAsInvalidAcl) {
   const PrivilegesDaemon daemon;
   ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, "spoilt", 6, 0), 0);
   const Dictionary privileges = daemon.read(path_);
@@ -178,7 +178,7 @@ TEST_F(PrivilegesTest, AnAttributeThatIsNoAclIsSaidToBeInvalid) {
   EXPECT_EQ(daemon.read(path_).array("acl")->size(), 1U);
 }
 
-TEST_F(PrivilegesTest, AMissingPathIsSaidToBe) {
+TEST_F(PrivilegesOnDisk, AMissingPathIsSaidToBe) {
   const PrivilegesDaemon daemon;
   const std::string missing = folder_.path("missing");
   EXPECT_EQ(daemon.read(missing),
@@ -190,7 +190,7 @@ TEST_F(PrivilegesTest, AMissingPathIsSaidToBe) {
   EXPECT_FALSE(fs::exists(missing));
 }
 
-TEST_F(PrivilegesTest, AFileIsReadAndWrittenLikeAFolder) {
+TEST_F(PrivilegesOnDisk, FileIsReadAndWrittenLikeFolder) {
   const PrivilegesDaemon daemon;
   const std::string file = folder_.path("file");
   writeWholeFile(file, "contents");
@@ -204,10 +204,10 @@ TEST_F(PrivilegesTest, AFileIsReadAndWrittenLikeAFolder) {
 }
 
 // What a file would inherit, of the folder that it is in.
-class InheritedAclTest : public PrivilegesTest {
+class InheritedAclEntries : public PrivilegesOnDisk {
  protected:
   void SetUp() override {
-    PrivilegesTest::SetUp();
+    PrivilegesOnDisk::SetUp();
     writeWholeFile(file_, "");
   }
 
@@ -224,7 +224,7 @@ class InheritedAclTest : public PrivilegesTest {
   const std::string file_ = path_ + "/file";
 };
 
-TEST_F(InheritedAclTest, OwnEntriesComeBeforeWhatFilesInheritOfTheFolder) {
+TEST_F(InheritedAclEntries, OwnEntriesPrecedeThoseInheritedFromFolder) {
   const PrivilegesDaemon daemon;
   ASSERT_EQ(daemon.writeStatus(
                 path_, {{"acl", Array{entry(2, 32), entry(4, 64), entry(8, 480), entry(16, 0)}}}),
@@ -234,7 +234,7 @@ TEST_F(InheritedAclTest, OwnEntriesComeBeforeWhatFilesInheritOfTheFolder) {
   EXPECT_EQ(daemon.read(file_).array("acl")->size(), 2U) << "nothing is written";
 }
 
-TEST_F(InheritedAclTest, AnInvalidAclOfEitherIsTheErrorAlone) {
+TEST_F(InheritedAclEntries, InvalidAclOfEitherReturnsErrorAlone) {
   const PrivilegesDaemon daemon;
   const Dictionary error{{"error", "INVALID_ACL_ERR"}};
   ASSERT_EQ(::setxattr(file_.c_str(), kAttribute, "spoilt", 6, 0), 0);
@@ -245,7 +245,7 @@ TEST_F(InheritedAclTest, AnInvalidAclOfEitherIsTheErrorAlone) {
   EXPECT_EQ(inherit(daemon, file_), error);
 }
 
-TEST_F(PrivilegesTest, ALinkIsFollowed) {
+TEST_F(PrivilegesOnDisk, ALinkIsFollowed) {
   const PrivilegesDaemon daemon;
   const std::string link = folder_.path("link");
   ASSERT_EQ(::symlink(path_.c_str(), link.c_str()), 0);
@@ -257,7 +257,7 @@ TEST_F(PrivilegesTest, ALinkIsFollowed) {
   EXPECT_EQ(*daemon.read(link).string("fileType"), "directory");
 }
 
-TEST_F(PrivilegesTest, AFifoIsNotWaitedFor) {
+TEST_F(PrivilegesOnDisk, AFifoIsNotWaitedFor) {
   const PrivilegesDaemon daemon;
   const std::string fifo = folder_.path("fifo");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
@@ -267,7 +267,7 @@ TEST_F(PrivilegesTest, AFifoIsNotWaitedFor) {
   EXPECT_EQ(*privileges.string("privs"), "660");
 }
 
-TEST_F(PrivilegesTest, UnknownAccountsChangeNothing) {
+TEST_F(PrivilegesOnDisk, UnknownAccountsChangeNothing) {
   const PrivilegesDaemon daemon;
   EXPECT_EQ(daemon.writeStatus(path_, {{"owner", "no-such-account-of-a-test"}, {"privs", "700"}}),
             USER_NOT_FOUND_ERR);
@@ -276,7 +276,7 @@ TEST_F(PrivilegesTest, UnknownAccountsChangeNothing) {
   EXPECT_EQ(*daemon.read(path_).string("privs"), "755");
 }
 
-TEST_F(PrivilegesTest, AnUnnamedOwnerAndGroupReadAsEmpty) {
+TEST_F(PrivilegesOnDisk, AnUnnamedOwnerAndGroupReadAsEmpty) {
   const PrivilegesDaemon daemon;
   ASSERT_EQ(::chown(path_.c_str(), 2111222333, 2111222333), 0);
   const Dictionary privileges = daemon.read(path_);
@@ -285,7 +285,7 @@ TEST_F(PrivilegesTest, AnUnnamedOwnerAndGroupReadAsEmpty) {
 }
 
 // File systems of their own.
-class PrivilegesOnMountsTest : public PrivilegesTest {
+class PrivilegesOnMounts : public PrivilegesOnDisk {
  protected:
   void SetUp() override {
     if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
@@ -293,7 +293,7 @@ class PrivilegesOnMountsTest : public PrivilegesTest {
   }
 };
 
-TEST_F(PrivilegesOnMountsTest, TmpfsHoldsThem) {
+TEST_F(PrivilegesOnMounts, TmpfsHoldsThem) {
   runInOwnMounts([this] {
     mountTmpfs(path_, "4m");
     if (const std::string why = whyNoLists(path_); !why.empty()) {
@@ -307,7 +307,7 @@ TEST_F(PrivilegesOnMountsTest, TmpfsHoldsThem) {
   });
 }
 
-TEST_F(PrivilegesOnMountsTest, AReadOnlyMountRefusesChanges) {
+TEST_F(PrivilegesOnMounts, AReadOnlyMountRefusesChanges) {
   runInOwnMounts([this] {
     mountTmpfs(path_, "4m");
     const std::string folder = path_ + "/folder";
@@ -321,7 +321,7 @@ TEST_F(PrivilegesOnMountsTest, AReadOnlyMountRefusesChanges) {
   });
 }
 
-TEST_F(PrivilegesOnMountsTest, AFileSystemWithoutAttributesHasNoAclAndTakesNone) {
+TEST_F(PrivilegesOnMounts, VolumeWithoutAttributesReadsAndTakesNoAcl) {
   runInOwnMounts([this] {
     ASSERT_EQ(::mount("ramfs", path_.c_str(), "ramfs", 0, ""), 0);
     ASSERT_FALSE(whyNoLists(path_).empty());

@@ -108,7 +108,7 @@ TEST_F(PropagationLife, ARunIsStartedFollowedAndRetired) {
   EXPECT_EQ(status(run), kNotFound);
 }
 
-TEST_F(PropagationLife, TheProgramGetsTheFolderTheMaskAndAnOwnersStatusFile) {
+TEST_F(PropagationLife, ProgramReceivesFolderMaskAndOwnersStatusFile) {
   const Dictionary run = start({{"propOwnerName", 1}, {"propACL", 1}, {"propGroupName", 2}});
   EXPECT_TRUE(eventually([this] { return !program_.arguments().empty(); }));
   EXPECT_EQ(program_.arguments(),
@@ -118,7 +118,7 @@ TEST_F(PropagationLife, TheProgramGetsTheFolderTheMaskAndAnOwnersStatusFile) {
   EXPECT_EQ(attributes.st_mode & 07777U, 0600U);
 }
 
-TEST_F(PropagationLife, TheDaemonMayBeStartedAgainInTheMiddle) {
+TEST_F(PropagationLife, RunSurvivesDaemonRestart) {
   waits();
   const Dictionary run = start();
   EXPECT_EQ(firstStatus(run), (Dictionary{{"status", kRunningStatus}}));
@@ -132,7 +132,7 @@ TEST_F(PropagationLife, TheDaemonMayBeStartedAgainInTheMiddle) {
   EXPECT_EQ(status(run), kNotFound);
 }
 
-TEST_F(PropagationLife, ARunGoesOnWhenTheDaemonIsKilled) {
+TEST_F(PropagationLife, RunContinuesAfterDaemonIsKilled) {
   waits();
   const Dictionary run = start();
   EXPECT_EQ(firstStatus(run), (Dictionary{{"status", kRunningStatus}}));
@@ -142,7 +142,7 @@ TEST_F(PropagationLife, ARunGoesOnWhenTheDaemonIsKilled) {
   EXPECT_TRUE(eventually([&] { return isCompleted(run); }));
 }
 
-TEST_F(PropagationLife, ASecondStartTakesThePlaceOfTheFirstWhoseFileStays) {
+TEST_F(PropagationLife, SecondStartReplacesFirstAndKeepsItsFile) {
   waits();
   const Dictionary first = start();
   firstStatus(first);
@@ -158,7 +158,7 @@ TEST_F(PropagationLife, ASecondStartTakesThePlaceOfTheFirstWhoseFileStays) {
   EXPECT_FALSE(fs::exists(fileOf(first)));
 }
 
-TEST_F(PropagationLife, AnEarlierRunThatIsCompletedTakesTheRecordedOneAlong) {
+TEST_F(PropagationLife, CompletingEarlierRunAlsoRetiresRecordedRun) {
   const std::string other = daemon_.tree().path("/tmp/CopyPrivsTemp.earlie");
   waits();
   const Dictionary run = start();
@@ -172,7 +172,7 @@ TEST_F(PropagationLife, AnEarlierRunThatIsCompletedTakesTheRecordedOneAlong) {
   EXPECT_EQ(status(run), (Dictionary{{"status", kRunningStatus}}));
 }
 
-TEST_F(PropagationLife, AMissingProgramIsAnErrorAndALineInTheLog) {
+TEST_F(PropagationLife, MissingProgramReturnsErrorAndIsLogged) {
   fs::remove(program_.program());
   EXPECT_EQ(start(), kCannotStart);
   EXPECT_THAT(daemon_.log(),
@@ -189,7 +189,7 @@ TEST_F(PropagationLife, WithoutAFolderForStatusFilesNothingStarts) {
   EXPECT_EQ(program_.arguments(), "");
 }
 
-TEST_F(PropagationLife, AProgramThatCannotRunLeavesTheRunRecorded) {
+TEST_F(PropagationLife, UnrunnableProgramLeavesRunRecorded) {
   writeWholeFile(program_.program(), "no program");
   const Dictionary run = start();
   EXPECT_EQ(status(run), Dictionary{});
@@ -197,7 +197,7 @@ TEST_F(PropagationLife, AProgramThatCannotRunLeavesTheRunRecorded) {
   EXPECT_TRUE(fs::exists(fileOf(run)));
 }
 
-TEST_F(PropagationLife, APathThatNoProgramCanBeGivenLeavesNoFileAndIsNoFailedFork) {
+TEST_F(PropagationLife, NulPathLeavesNoFileOrForkError) {
   EXPECT_EQ(daemon_.ask("startPropagate",
                         {{"paths", Array{std::string("/srv/a\0b", 8)}}, {"propACL", 1}}),
             kCannotStart);
@@ -206,7 +206,7 @@ TEST_F(PropagationLife, APathThatNoProgramCanBeGivenLeavesNoFileAndIsNoFailedFor
   EXPECT_THAT(daemon_.log(), ::testing::Not(HasSubstr("cannot fork")));
 }
 
-TEST_F(PropagationLife, AnEmptyArrayOfPathsIsAnErrorOfTheServerAndTheLockIsFree) {
+TEST_F(PropagationLife, EmptyPathArrayReturnsServerErrorReleasingLock) {
   const Response response = daemon_.post("startPropagate", R"({"paths":[],"propACL":1})");
   EXPECT_EQ(response.status, 500);
   EXPECT_THAT(response.body, HasSubstr("\\\"paths\\\" is an empty array"));
@@ -221,7 +221,7 @@ TEST_F(PropagationLife, MissingPathsAreAnErrorOfTheModule) {
   EXPECT_EQ(program_.arguments(), "");
 }
 
-TEST_F(PropagationLife, AProcessMayBeATextNegativeOrMissing) {
+TEST_F(PropagationLife, ProcessMayBeTextNegativeOrMissing) {
   waits();
   const Dictionary run = start();
   firstStatus(run);
@@ -237,7 +237,7 @@ TEST_F(PropagationLife, AProcessMayBeATextNegativeOrMissing) {
 }
 
 // What the audit log has is said by the plug-in, in the description of the operation.
-TEST_F(PropagationLife, ARunThatIsAskedAboutAgainAndAgainIsAuditedOncePerState) {
+TEST_F(PropagationLife, RepeatedStatusRequestsAreAuditedOncePerState) {
   const auto audited = [this] {
     std::istringstream lines(daemon_.tree().read("/var/log/paddock/audit.jsonl"));
     int count = 0;
@@ -257,7 +257,7 @@ TEST_F(PropagationLife, ARunThatIsAskedAboutAgainAndAgainIsAuditedOncePerState) 
   EXPECT_THAT(before, AllOf(Ge(1), Le(2))) << "nothing yet, and running";
 }
 
-TEST_F(PropagationLife, AStatusFileMayBeMissingFromTheRequestOrNoText) {
+TEST_F(PropagationLife, StatusFileMayBeMissingOrMistyped) {
   waits();
   const Dictionary run = start();
   firstStatus(run);
@@ -284,7 +284,7 @@ class NamedStatusFile : public PropagationLife {
   const std::string path_ = folder_.path("status");
 };
 
-TEST_F(NamedStatusFile, OfTheDaemonsOwnUserIsReadAndRemoved) {
+TEST_F(NamedStatusFile, OfDaemonsUserIsReadAndRemoved) {
   EXPECT_EQ(status(1, path_), (Dictionary{{"status", kCompletedStatus}}));
   EXPECT_FALSE(fs::exists(path_));
 }
@@ -296,7 +296,7 @@ TEST_F(NamedStatusFile, ThatIsALinkIsLeftAlone) {
   EXPECT_TRUE(fs::exists(path_));
 }
 
-TEST_F(NamedStatusFile, ThatIsALinkToNothingIsLeftAlone) {
+TEST_F(NamedStatusFile, ThatIsDanglingSymlinkIsLeftUntouched) {
   fs::create_symlink("nowhere", folder_.path("link"));
   expectLeftAlone(folder_.path("link"));
 }
@@ -318,7 +318,7 @@ TEST_F(NamedStatusFile, OfAHundredMegabytesIsLeftAlone) {
   expectLeftAlone(path_);
 }
 
-TEST_F(NamedStatusFile, OfOneByteMoreThanAMebibyteIsLeftAlone) {
+TEST_F(NamedStatusFile, OneByteAboveMebibyteIsLeftUntouched) {
   constexpr std::size_t kLimit = 1U << 20U;
   const std::string rest(kLimit - kCompleted.size(), '\n');
   writeWholeFile(path_, kCompleted + rest + "\n");
@@ -337,7 +337,7 @@ TEST_F(NamedStatusFile, ThatIsNoPropertyListIsLeftAlone) {
   }
 }
 
-TEST_F(NamedStatusFile, ThatIsAFolderAFifoOrADeviceIsLeftAlone) {
+TEST_F(NamedStatusFile, AsFolderFifoOrDeviceIsLeftUntouched) {
   expectLeftAlone(folder_.path());
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0600), 0);
   expectLeftAlone(folder_.path("fifo"));

@@ -52,7 +52,7 @@ Scenario switchOnAgain() {
 Scenario switchOff() { return {"SwitchOff", prepareFilled, "writeSettings", switching(false)}; }
 Scenario readUsage() { return {"ReadUsage", prepareFilled, "readSettings", selecting(volume())}; }
 
-class QuotasFaultSweepTest : public FaultSweep {
+class QuotasFaultSweep : public FaultSweep {
  protected:
   bool switchesOn() const { return std::string(scenario().name).rfind("SwitchOn", 0) == 0; }
 
@@ -156,7 +156,7 @@ class QuotasFaultSweepTest : public FaultSweep {
   std::string filledBefore_;
 };
 
-TEST_P(QuotasFaultSweepTest, EveryCallMayFail) {
+TEST_P(QuotasFaultSweep, EveryCallMayFail) {
   const auto failed = failEveryCall();
   // What a sweep of quotas is about.
   std::set<std::string> expected = {"quotaControl.quotactl"};
@@ -169,7 +169,7 @@ TEST_P(QuotasFaultSweepTest, EveryCallMayFail) {
   for (const std::string& name : expected) EXPECT_THAT(failed, ::testing::Contains(name));
 }
 
-INSTANTIATE_TEST_SUITE_P(Requests, QuotasFaultSweepTest,
+INSTANTIATE_TEST_SUITE_P(Requests, QuotasFaultSweep,
                          inEveryMode(switchOn(), switchOnAgain(), switchOff(), readUsage()),
                          sweepName);
 

@@ -46,7 +46,7 @@ class Server : public SharingDaemon {
   }
 };
 
-class QuotasTest : public ::testing::Test {
+class VolumeQuotasOnDisk : public ::testing::Test {
  protected:
   void SetUp() override {
     if (const std::string why = whyNoLoopVolumes(); !why.empty()) GTEST_SKIP() << why;
@@ -75,7 +75,7 @@ std::set<std::string> usersIn(const Dictionary& reply) {
 }
 const std::set<std::string> kUsers = {"2147483649 9 0", "bin 7000 10000", "daemon 5000 0"};
 
-TEST_F(QuotasTest, AreSwitchedOnListedByNameAndStayOnAcrossARestart) {
+TEST_F(VolumeQuotasOnDisk, AreListedByNameAndSurviveRestart) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -94,7 +94,7 @@ TEST_F(QuotasTest, AreSwitchedOnListedByNameAndStayOnAcrossARestart) {
   });
 }
 
-TEST_F(QuotasTest, AreSwitchedOffWithTheirLimitsKept) {
+TEST_F(VolumeQuotasOnDisk, AreSwitchedOffWithTheirLimitsKept) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -107,7 +107,7 @@ TEST_F(QuotasTest, AreSwitchedOffWithTheirLimitsKept) {
   });
 }
 
-TEST_F(QuotasTest, FilesAreMadeForTheProcessAloneAndHidden) {
+TEST_F(VolumeQuotasOnDisk, FilesAreCreatedPrivateAndHidden) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -132,7 +132,7 @@ TEST_F(QuotasTest, FilesAreMadeForTheProcessAloneAndHidden) {
   });
 }
 
-TEST_F(QuotasTest, TheCheckerIsStartedBelowTheRootAndReaped) {
+TEST_F(VolumeQuotasOnDisk, CheckerIsStartedBelowRootAndReaped) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -150,7 +150,7 @@ TEST_F(QuotasTest, TheCheckerIsStartedBelowTheRootAndReaped) {
   });
 }
 
-TEST_F(QuotasTest, TheCheckerIsNotWaitedForAndOutlivesTheDaemon) {
+TEST_F(VolumeQuotasOnDisk, CheckerIsNotAwaitedAndOutlivesDaemon) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -167,7 +167,7 @@ TEST_F(QuotasTest, TheCheckerIsNotWaitedForAndOutlivesTheDaemon) {
   });
 }
 
-TEST_F(QuotasTest, ACheckerThatIsMissingOrFailsIsSaidInTheLog) {
+TEST_F(VolumeQuotasOnDisk, MissingOrFailingCheckerIsLogged) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -183,7 +183,7 @@ TEST_F(QuotasTest, ACheckerThatIsMissingOrFailsIsSaidInTheLog) {
   });
 }
 
-TEST_F(QuotasTest, AFolderThatIsNoVolumeRootIsRefused) {
+TEST_F(VolumeQuotasOnDisk, FolderInsideVolumeIsRefused) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");
     Server server(kAccounting);
@@ -196,7 +196,7 @@ TEST_F(QuotasTest, AFolderThatIsNoVolumeRootIsRefused) {
   });
 }
 
-TEST_F(QuotasTest, AVolumeInMemoryIsAccountedLikeAnyOther) {
+TEST_F(VolumeQuotasOnDisk, MemoryVolumeIsAccountedLikeAnyOther) {
   runInOwnMounts([] {
     const TestFolder folder;
     mountTmpfs(folder.path(), "8m");
@@ -213,7 +213,7 @@ TEST_F(QuotasTest, AVolumeInMemoryIsAccountedLikeAnyOther) {
   });
 }
 
-TEST_F(QuotasTest, AVolumeWhoseKernelKeepsNoneIsOffAndCannotBeSwitchedOn) {
+TEST_F(VolumeQuotasOnDisk, UnsupportedVolumeIsOffAndRefusesSwitchingOn) {
   runInOwnMounts([] {
     const LoopVolume volume("64M");  // without the feature "quota"
     Server server("[volumes]\nquota_checker = \"/usr/sbin/checker\"\n");

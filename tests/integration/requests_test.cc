@@ -59,14 +59,14 @@ TEST_F(Requests, PluginsAreListedWithTheirOperations) {
   EXPECT_NE(std::find(operations.begin(), operations.end(), Value("echo")), operations.end());
 }
 
-TEST_F(Requests, AnOperationGetsTheRequestAndItsReplyComesBack) {
+TEST_F(Requests, OperationReceivesRequestAndItsReplyIsReturned) {
   const auto response = post(kEcho, R"({"a":[1,true,"x"],"b":null,"c":{"$data":"AAE="}})");
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.header("content-type"), "application/json");
   EXPECT_EQ(response.dictionary(), (Dictionary{{"a", Array{1, true, "x"}}, {"c", Data{{0, 1}}}}));
 }
 
-TEST_F(Requests, NoTypeTheFormTypeAndJsonWithParametersReadAsJson) {
+TEST_F(Requests, MissingFormAndParameterizedTypesReadAsJson) {
   for (const char* type : {"", "Content-Type: application/x-www-form-urlencoded\r\n",
                            "Content-Type: application/json\r\n",
                            "Content-Type: Application/JSON; charset=utf-8\r\n"}) {
@@ -102,7 +102,7 @@ TEST_F(Requests, AReplyThatXmlCannotCarryIsJson) {
   EXPECT_EQ(other.dictionary(), (Dictionary{{"other", "\r\n\t"}}));
 }
 
-TEST_F(Requests, ADocumentTypeWithASubsetIsRefusedAndOneThatNamesAnIdentifierReadOver) {
+TEST_F(Requests, DocumentTypeSubsetIsRefusedButIdentifierSkipped) {
   const std::string identifier =
       "<!DOCTYPE plist PUBLIC \"-//Example//DTD\" \"http://a.example/b\"";
   EXPECT_EQ(post(kEcho, identifier + "><plist><dict/></plist>", kPropertyList).status, 200);
@@ -114,7 +114,7 @@ TEST_F(Requests, ADocumentTypeWithASubsetIsRefusedAndOneThatNamesAnIdentifierRea
   }
 }
 
-TEST_F(Requests, ABodyThatIsNotOneDictionaryIs400AndNamesThePosition) {
+TEST_F(Requests, InvalidDictionaryBodyReturns400WithPosition) {
   for (const char* body :
        {R"({"a":})", "[]", R"( "text")", "{} {}", R"({"a":1.5})", R"({"a":1,"a":2})",
         R"({"a":[null]})", "{\"a\":\"\xff\"}", R"({"a":{"$data":"!"}})"}) {
@@ -144,11 +144,11 @@ TEST_F(Requests, WhatIsNotThereIs404) {
   }
 }
 
-TEST_F(Requests, EscapesInAPathAreReadAndAQueryIsIgnored) {
+TEST_F(Requests, PathEscapesAreDecodedAndQueryIsIgnored) {
   EXPECT_EQ(post("/v1/test%5Fgood/%65cho?x=/y", "{}").status, 200);
 }
 
-TEST_F(Requests, TheWrongMethodIs405AndTheRightOneIsNamed) {
+TEST_F(Requests, WrongMethodReturns405NamingAllowedMethod) {
   for (const char* method : {"GET", "HEAD", "PUT", "DELETE", "OPTIONS"}) {
     const auto response = request(tree_.socket(), method, kEcho);
     EXPECT_EQ(response.status, 405) << method;
@@ -180,7 +180,7 @@ TEST_F(Requests, ABodyOfExactlyTheLimitIsTaken) {
   EXPECT_EQ(post(kEcho, body + " ").status, 413);
 }
 
-TEST_F(Requests, ALengthAboveTheLimitIs413BeforeTheBodyArrives) {
+TEST_F(Requests, LengthAboveLimitReturns413BeforeBodyArrives) {
   for (const char* length : {"100001", "99999999999999999"}) {
     SocketClient client(tree_.socket());
     client.send(requestText("POST", kEcho, "", std::string("Content-Length: ") + length + "\r\n"));
@@ -210,7 +210,7 @@ TEST_F(Requests, TheSameLengthTwiceIsOneLength) {
 }
 
 // What the library refuses by itself, before it asks us.
-TEST_F(Requests, AHeadThatCannotBeReadIsAnsweredOnceAndAsADictionary) {
+TEST_F(Requests, UnreadableHeadIsAnsweredOnceWithDictionary) {
   const std::vector<std::pair<std::string, int>> heads{
       {"Content-Length: -1\r\n", 400},
       {"Content-Length: 2, 3\r\n", 400},
@@ -238,9 +238,9 @@ TEST_F(Requests, AChunkThatCannotBeReadIs400) {
   EXPECT_TRUE(client.ends(std::chrono::seconds(20)));
 }
 
-TEST_F(Requests, ARefusalReachesAClientThatIsStillSending) {
+TEST_F(Requests, RefusalReachesClientStillSending) {
   SocketClient client(tree_.socket());
-  // Far more than the socket holds: whoever closed it now would break the sending.
+  // Far more than the socket buffers hold: closing it now would break the transmission.
   EXPECT_TRUE(client.send(requestText("POST", kEcho, std::string(8U << 20U, 'x'))));
   EXPECT_EQ(client.receive().status, 413);
   EXPECT_TRUE(client.ends(std::chrono::seconds(20)));
@@ -267,7 +267,7 @@ TEST_F(Requests, AChunkedBodyWithinTheLimitIsRead) {
   EXPECT_EQ(response.dictionary(), (Dictionary{{"a", 1}}));
 }
 
-TEST_F(Requests, AClientThatAsksFirstIsToldToContinue) {
+TEST_F(Requests, ExpectHeaderIsAnsweredWithContinue) {
   SocketClient client(tree_.socket());
   client.send(requestText("POST", kEcho, "", "Expect: 100-continue\r\nContent-Length: 7\r\n"));
   EXPECT_EQ(client.receive().status, 100);
@@ -275,14 +275,14 @@ TEST_F(Requests, AClientThatAsksFirstIsToldToContinue) {
   EXPECT_EQ(client.receive().status, 200);
 }
 
-TEST_F(Requests, AClientThatAsksFirstIsRefusedWithoutSending) {
+TEST_F(Requests, ExpectHeaderAboveLimitIsRefusedBeforeSending) {
   SocketClient client(tree_.socket());
   client.send(
       requestText("POST", kEcho, "", "Expect: 100-continue\r\nContent-Length: 1000000\r\n"));
   EXPECT_EQ(client.receive().status, 413);
 }
 
-TEST_F(Requests, AnExceptionIs500WithItsTextAndTheDaemonGoesOn) {
+TEST_F(Requests, ExceptionReturns500WithTextAndDaemonContinues) {
   EXPECT_EQ(post("/v1/test_good/fail", "{}").error(), "on purpose");
   const auto odd = post("/v1/test_good/fail", R"({"how":"odd"})");
   EXPECT_EQ(odd.status, 500);
@@ -308,7 +308,7 @@ TEST_F(Requests, EveryReplyCarriesAnIdOfItsOwn) {
   note(daemon_->get(kEcho));
 }
 
-TEST_F(Requests, TheIdIsInTheLogLinesThatTheRequestCaused) {
+TEST_F(Requests, RequestIdAppearsInItsLogLines) {
   const auto response = post("/v1/test_good/log", R"({"text":"hello","priority":4})");
   EXPECT_THAT(daemon_->log(),
               HasSubstr("<4>hello [request " + response.header("x-request-id") + "]\n"));
@@ -335,7 +335,7 @@ TEST_F(Requests, ALongReplyArrivesWhole) {
   EXPECT_EQ(reply.string("text")->size(), 5000000U);
 }
 
-TEST_F(Requests, BytesThatAreNoHttpDoNotDisturbTheDaemon) {
+TEST_F(Requests, InvalidHttpBytesDoNotDisturbDaemon) {
   for (const std::string& bytes :
        {std::string("\0\0\0\0\r\n\r\n", 8), std::string("GET\r\n\r\n"), std::string(200000, 'x'),
         requestText("POST", kEcho, "", "Content-Length: -1\r\n")}) {
@@ -362,7 +362,7 @@ TEST_F(Requests, CommandsReachASibling) {
   EXPECT_EQ(*reply.dictionary("reply"), (Dictionary{{"a", 1}}));
 }
 
-TEST_F(Requests, ACommandThatCannotBeDeliveredIsAnErrorReply) {
+TEST_F(Requests, UndeliverableCommandReturnsErrorReply) {
   for (const char* body : {R"({"module":"test_bad","request":{"command":"echo"}})",
                            R"({"module":"test_sibling","request":{"command":"nothing"}})",
                            R"({"module":"test_sibling","request":{}})",

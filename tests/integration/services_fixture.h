@@ -65,7 +65,7 @@ class ServicesFixture : public KeelhouseTree {
   Response writeList(const Array& sharePoints) const {
     return daemon_->post("/v1/paddock_sharing/writeSettings", listBody(sharePoints));
   }
-  // Writes it, and expects that it is done without a complaint.
+  // Writes it, and expects success without an error.
   void writtenList(const Array& sharePoints) const {
     const Response response = writeList(sharePoints);
     ASSERT_EQ(response.status, 200) << response.body;

@@ -31,7 +31,7 @@ class ServicesUnderLoad : public ServicesFixture {
   }
 };
 
-TEST_F(ServicesUnderLoad, ManyMoreWritesThanConnectionsAreAllDoneAndToldOf) {
+TEST_F(ServicesUnderLoad, WritesExceedingConnectionsAllCompleteAndNotify) {
   startDaemon("[limits]\nconnections = 3\nconnections_per_user = 3\n");
   constexpr int kClients = 24;
   std::atomic<int> done{0};
@@ -61,7 +61,7 @@ TEST_F(ServicesUnderLoad, ManyMoreWritesThanConnectionsAreAllDoneAndToldOf) {
   EXPECT_EQ(daemon_->stop(), 0);
 }
 
-TEST_F(ServicesUnderLoad, AWriteWithTheLastPlaceGetsItsProgramsIn) {
+TEST_F(ServicesUnderLoad, WriteHoldingLastConnectionAdmitsItsPrograms) {
   startDaemon("[limits]\nconnections = 1\n");
   std::list<SocketClient> crowd;
   EXPECT_EQ(writeWhenThereIsAPlace({share("/srv/a")}).status, 200);
@@ -71,7 +71,7 @@ TEST_F(ServicesUnderLoad, AWriteWithTheLastPlaceGetsItsProgramsIn) {
   EXPECT_EQ(audited("syncSharePoints"), 3U);
 }
 
-TEST_F(ServicesUnderLoad, WritesThatRunWhenTheDaemonIsStoppedAreDoneAndToldOf) {
+TEST_F(ServicesUnderLoad, RunningWritesCompleteAndNotifyDuringShutdown) {
   const std::string begun = tree_.path("/begun");
   const std::string go = tree_.path("/go");
   addScript(kVspSync, "touch '" + begun + "'; while [ ! -e '" + go + "' ]; do sleep 0.02; done; " +

@@ -1,12 +1,14 @@
-// What a write tells to the services that publish share points: with the running daemon, its
+// How a write notifies the services that publish share points: with the running daemon, its
 // plug-ins and real programs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <thread>
 
 #include "integration/services_fixture.h"
@@ -29,7 +31,7 @@ using ::testing::StartsWith;
 
 class Services : public ServicesFixture {};
 
-TEST_F(Services, AreToldInTheirOrderAtTheEndOfAWrite) {
+TEST_F(Services, AreNotifiedInOrderAfterWrite) {
   startDaemon();
   writtenList({share("/srv/a")});
   EXPECT_THAT(calls(), ElementsAre("vsp", "nfs -ra", "smb"));
@@ -45,7 +47,7 @@ TEST_F(Services, AreNotToldByReading) {
 }
 
 // What each program sees when it runs: the paths of the exports file and the records.
-TEST_F(Services, SeeEachDeletionAtOnceAndTheRestAtTheEnd) {
+TEST_F(Services, SeeDeletionsAtOnceAndRestAtEnd) {
   const std::string exports = "$(sed -n 's/^\\(\\/srv[^ ]*\\) .*/\\1/p' '" +
                               tree_.path("/etc/exports") + "' | tr '\\n' ' ')";
   const std::string records = "$('" + tree_.path("/usr/sbin/keelhouse") +
@@ -72,7 +74,7 @@ TEST_F(Services, SeeEachDeletionAtOnceAndTheRestAtTheEnd) {
                           "nfs exports /srv/d ", "smb records /srv/c /srv/d "));
 }
 
-TEST_F(Services, AreAskedThroughTheDaemonWhileTheModuleHoldsItsLock) {
+TEST_F(Services, AreCalledThroughDaemonWhileModuleHoldsLock) {
   startDaemon();
   writtenList({share("/srv/a")});
   EXPECT_EQ(audited("syncSharePoints"), 1U);
@@ -80,7 +82,7 @@ TEST_F(Services, AreAskedThroughTheDaemonWhileTheModuleHoldsItsLock) {
   EXPECT_THAT(daemon_->log(), Not(HasSubstr("keelhouse")));
 }
 
-TEST_F(Services, ThatAreMissingAreReportedAndDoNoHarm) {
+TEST_F(Services, MissingServicesAreReportedWithoutHarm) {
   for (const char* program : {"/usr/sbin/keelhouse", kExportfs, kSmbSync}) {
     std::filesystem::remove(tree_.path(program));
   }
@@ -93,7 +95,7 @@ TEST_F(Services, ThatAreMissingAreReportedAndDoNoHarm) {
   }
 }
 
-TEST_F(Services, ThatFailOrComplainKeepNoOtherFromBeingTold) {
+TEST_F(Services, FailingServicesDoNotBlockNotifyingOthers) {
   addScript(kVspSync, note("vsp") + "; echo no such share >&2; exit 3");
   addScript(kExportfs, note("nfs") + "; echo no kernel server >&2; exit 1");
   addScript(kSmbSync, note("smb") + "; kill -9 $$");
@@ -105,7 +107,7 @@ TEST_F(Services, ThatFailOrComplainKeepNoOtherFromBeingTold) {
                     HasSubstr("synchronize-shares was ended by signal 9")));
 }
 
-TEST_F(Services, ThatFailAreErrorsOfTheRequestThatNameTheSharePoint) {
+TEST_F(Services, FailuresReturnRequestErrorNamingSharePoint) {
   addScript(kVspSync, "exit 3");
   addScript(kExportfs, "echo no kernel server >&2; exit 1");
   std::filesystem::remove(tree_.path(kSmbSync));
@@ -118,7 +120,7 @@ TEST_F(Services, ThatFailAreErrorsOfTheRequestThatNameTheSharePoint) {
                             beginning + kSmbSync + ": No such file or directory"}));
 }
 
-TEST_F(Services, AnExportsFileThatCannotBeReadIsAnErrorOfTheRequestThatNamesTheSharePoint) {
+TEST_F(Services, UnreadableExportsFileReturnsErrorNamingSharePoint) {
   startDaemon();
   std::filesystem::create_directories(tree_.path("/etc/exports"));
   EXPECT_THAT(errorsOf(writeList({share("/srv/a")})),
@@ -127,7 +129,7 @@ TEST_F(Services, AnExportsFileThatCannotBeReadIsAnErrorOfTheRequestThatNamesTheS
                        tree_.path("/etc/exports") + ": Is a directory"));
 }
 
-TEST_F(Services, AnAutomountNodeThatDoesNotExistIsNamedWithTheSharePoint) {
+TEST_F(Services, MissingAutomountNodeIsNamedWithSharePoint) {
   startDaemon();
   Dictionary settings = share("/srv/a");
   settings.set("isAutomounted", true);
@@ -138,7 +140,38 @@ TEST_F(Services, AnAutomountNodeThatDoesNotExistIsNamedWithTheSharePoint) {
                           "paddock_sharing write_sharepoints exception: 2"));
 }
 
-TEST_F(Services, ThatHangAreEndedWhenTheirTimeIsOver) {
+TEST_F(Services, RequestBehindHangingServiceReturns503NamingHolder) {
+  addScript(kVspSync, "touch '" + tree_.path("/begun") + "'; while [ ! -e '" + tree_.path("/go") +
+                          "' ]; do sleep 0.05; done");
+  startDaemon("[limits]\nlock_seconds = 1\n");
+  const std::string folder = makeFolder("a");
+  auto slow = std::async(std::launch::async, [&] {
+    return daemon_->post(
+        "/v1/paddock_sharing/writeSettings",
+        wire::writeJson(Dictionary{
+            {"optionalArguments", Dictionary{{"path", folder}}},
+            {"configuration", Dictionary{{"sharePointRecord", share(folder)}, {"isShared", 1}}}}));
+  });
+  ASSERT_TRUE(eventually([&] { return std::filesystem::exists(tree_.path("/begun")); }));
+  const auto begun = std::chrono::steady_clock::now();
+  for (const char* operation : {"readSettings", "writeSettings", "getSharePointList"}) {
+    const Response refused = daemon_->post(std::string("/v1/paddock_sharing/") + operation, "{}");
+    EXPECT_EQ(refused.status, 503) << operation;
+    EXPECT_THAT(refused.body, HasSubstr("in use by writeSettings of " + folder + " for "));
+    EXPECT_THAT(refused.body, HasSubstr("nothing was done"));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+  // What does not take the lock answers.
+  EXPECT_EQ(daemon_->post("/v1/paddock_sharing/getState", "{}").status, 200);
+  EXPECT_EQ(daemon_->get("/v1/health").status, 200);
+  tree_.write("/go", "");
+  EXPECT_EQ(slow.get().status, 200);
+  EXPECT_EQ(daemon_->post("/v1/paddock_sharing/readSettings", "{}").status, 200);
+  EXPECT_THAT(tree_.read("/var/log/paddock/audit.jsonl"),
+              HasSubstr("\"status\":" + std::to_string(EBUSY)));
+}
+
+TEST_F(Services, HangingServicesAreTerminatedAtDeadline) {
   addScript(kSmbSync, note("smb") + "; sleep 1000");
   startDaemon("[limits]\nprogram_seconds = 4\n");
   const auto started = steady_clock::now();
@@ -150,7 +183,7 @@ TEST_F(Services, ThatHangAreEndedWhenTheirTimeIsOver) {
   EXPECT_EQ(daemon_->stop(), 0);
 }
 
-TEST_F(Services, ACommandThatAsksTheLockedModuleIsEndedAndTheDaemonGoesOn) {
+TEST_F(Services, CommandCallingLockedModuleIsTerminatedDaemonContinues) {
   addScript(kVspSync, "'" + tree_.path("/usr/sbin/keelhouse") + "' share list; " + note("vsp"));
   startDaemon("[limits]\nprogram_seconds = 4\n");
   writtenList({share("/srv/a")});
@@ -182,7 +215,7 @@ TEST_F(Services, AGigabyteOnAProgramsOutputIsDropped) {
   EXPECT_LT(highestMemoryOf(daemon_->process()) - before, kFarBelowAGigabyte);
 }
 
-TEST_F(Services, TellTheirStateAndTheStatusOfTheirCommand) {
+TEST_F(Services, ReportStateAndCommandStatus) {
   startDaemon("state = \"pidfile:/run/vspd.pid\"\n");
   EXPECT_EQ(done({"command", "vsp:command", "=", "getState"}), "vsp:state = \"STOPPED\"\n");
   tree_.write("/run/vspd.pid", std::to_string(::getpid()));
@@ -200,7 +233,7 @@ TEST_F(Services, TellTheirStateAndTheStatusOfTheirCommand) {
             "nfs:status = 0\n");
 }
 
-TEST_F(Services, AUnitIsAskedOfTheSystemctlBelowTheRoot) {
+TEST_F(Services, UnitStateIsQueriedFromSystemctlBelowRoot) {
   startDaemon("state = \"unit:vspd.service\"\n");
   EXPECT_EQ(done({"command", "vsp:command", "=", "getState"}), "vsp:state = \"STOPPED\"\n");
   addScript("/usr/bin/systemctl", note("systemctl $*"));
@@ -209,7 +242,7 @@ TEST_F(Services, AUnitIsAskedOfTheSystemctlBelowTheRoot) {
 }
 
 // The advertisement asks whether VSP runs: at the end of a write, and once at the first idle tick.
-TEST_F(Services, AreToldAfterTheAdvertisementAtTheEndAndBeforeItOfEachDeletion) {
+TEST_F(Services, FollowFinalAdvertisementButPrecedeThatOfDeletions) {
   addScript("/usr/bin/systemctl", note("advertisement"));
   startDaemon("state = \"unit:vspd.service\"\n");
   const auto deadline = steady_clock::now() + std::chrono::seconds(60);
@@ -227,7 +260,7 @@ TEST_F(Services, AreToldAfterTheAdvertisementAtTheEndAndBeforeItOfEachDeletion) 
 }
 
 // Every operation with every key missing, of a wrong type and empty.
-TEST_F(Services, AnswerEveryRequestWithAStatusOrAState) {
+TEST_F(Services, AnswerEveryRequestWithStatusOrState) {
   startDaemon();
   const char* const operations[] = {"paddock_vsp/getState", "paddock_vsp/syncSharePoints",
                                     "paddock_nfs/getState", "paddock_nfs/updateNFS",
@@ -266,7 +299,7 @@ void enterRootWithReshare(const std::string& newRoot) {
   ASSERT_EQ(::mount("server:/export", "/nfs_reshares/r", "tmpfs", 0, "size=64k"), 0);
 }
 
-TEST_F(Services, AReshareIsNotedOnceAndForgottenWithItsSharePoint) {
+TEST_F(Services, ReshareIsRecordedOnceUntilSharePointRemoval) {
   if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   const std::string newRoot = makeFolder("root");
   runInOwnMounts([&] {

@@ -31,7 +31,7 @@ class SharingDaemon {
     if (!configuration.empty()) tree_.configure(configuration);
     start();
   }
-  // What is checked by a sanitizer at its end is an error there.
+  // Errors that a sanitizer finds at exit are reported there.
   ~SharingDaemon() { stop(); }
   SharingDaemon(const SharingDaemon&) = delete;
   SharingDaemon& operator=(const SharingDaemon&) = delete;
@@ -49,7 +49,7 @@ class SharingDaemon {
     start();
   }
 
-  // Without a chance to end properly.
+  // Without an orderly shutdown.
   void killAndStart() {
     daemon_->signal(SIGKILL);
     daemon_->wait();

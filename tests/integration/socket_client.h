@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/value.h"
 
 namespace paddock::testing {

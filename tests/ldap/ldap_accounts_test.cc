@@ -10,20 +10,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-constexpr const char* kAccounts = R"(dn: uid=anna,ou=people,dc=example
-objectClass: inetOrgPerson
-objectClass: posixAccount
-uid: anna
-uid: ann
-cn: Anna Arendt
-sn: Arendt
-uidNumber: 2001
-gidNumber: 3001
-homeDirectory: /home/anna
-loginShell: /bin/bash
-userPassword: anna's
-
-dn: cn=Bert Blum,ou=people,dc=example
+constexpr const char* kOthers = R"(dn: cn=Bert Blum,ou=people,dc=example
 objectClass: inetOrgPerson
 uid: bert
 cn: Bert Blum
@@ -51,11 +38,11 @@ member: cn=editors,ou=groups,dc=example
 member: cn=service,dc=example
 )";
 
-class LdapAccountsTest : public LdapTest {
+class LdapDirectoryAccounts : public LdapTest {
  protected:
   void SetUp() override {
     LdapTest::SetUp();
-    if (!IsSkipped()) slapd().add(kAccounts);
+    if (!IsSkipped()) slapd().add(annaEntry("uid: ann\nloginShell: /bin/bash\n") + kOthers);
   }
   std::vector<std::string> users(const std::string& attribute, const std::string& value) {
     return namesWith(*node(), attribute, value, schema::kUsers);
@@ -73,7 +60,7 @@ class LdapAccountsTest : public LdapTest {
   }
 };
 
-TEST_F(LdapAccountsTest, AUserHasWhatItsEntryHas) {
+TEST_F(LdapDirectoryAccounts, AUserHasWhatItsEntryHas) {
   const auto user = node()->findRecord("ANNA", schema::kUsers);
   ASSERT_NE(user, nullptr);
   EXPECT_EQ(user->getAllAttributesAndValues(),
@@ -89,7 +76,7 @@ TEST_F(LdapAccountsTest, AUserHasWhatItsEntryHas) {
   EXPECT_EQ(user->getAllAttributes().at(1), schema::kRecordType);
 }
 
-TEST_F(LdapAccountsTest, AGeneratedUidIsTheEntrysOwn) {
+TEST_F(LdapDirectoryAccounts, AGeneratedUidIsTheEntrysOwn) {
   const std::string guid = guidOf("anna", schema::kUsers);
   EXPECT_EQ(asciiLower(guid), entryUuid("(uid=anna)"));
   EXPECT_EQ(guidText(parseGuid(guid).value()), guid);
@@ -100,7 +87,7 @@ TEST_F(LdapAccountsTest, AGeneratedUidIsTheEntrysOwn) {
     EXPECT_THAT(users(schema::kGeneratedUID, other), IsEmpty()) << other;
 }
 
-TEST_F(LdapAccountsTest, AGeneratedUidMayComeFromAnotherAttribute) {
+TEST_F(LdapDirectoryAccounts, AGeneratedUidMayComeFromAnotherAttribute) {
   slapd().modify(
       "dn: uid=anna,ou=people,dc=example\nchangetype: modify\nadd: employeeNumber\n"
       "employeeNumber: 01234567-89ab-cdef-0123-456789abcdef\n");
@@ -115,7 +102,7 @@ TEST_F(LdapAccountsTest, AGeneratedUidMayComeFromAnotherAttribute) {
               IsEmpty());
 }
 
-TEST_F(LdapAccountsTest, UsersAreFoundByEveryAttribute) {
+TEST_F(LdapDirectoryAccounts, UsersAreFoundByEveryAttribute) {
   EXPECT_THAT(users(schema::kRecordName, "Ann"), ElementsAre("anna"));
   EXPECT_THAT(users(schema::kUniqueID, "2001"), ElementsAre("anna"));
   EXPECT_THAT(users(schema::kPrimaryGroupID, "3001"), ElementsAre("anna"));
@@ -127,7 +114,7 @@ TEST_F(LdapAccountsTest, UsersAreFoundByEveryAttribute) {
   EXPECT_THAT(users(schema::kUniqueID, "02001"), IsEmpty());
 }
 
-TEST_F(LdapAccountsTest, BlanksThatAServerSqueezesCount) {
+TEST_F(LdapDirectoryAccounts, BlanksThatAServerSqueezesCount) {
   for (const char* other : {" anna", "anna ", "Anna  Arendt"}) {
     EXPECT_THAT(users(schema::kRecordName, other), IsEmpty()) << other;
     EXPECT_THAT(users(schema::kRealName, other), IsEmpty()) << other;
@@ -135,7 +122,7 @@ TEST_F(LdapAccountsTest, BlanksThatAServerSqueezesCount) {
   }
 }
 
-TEST_F(LdapAccountsTest, MembersAreNamesAndGroupsAreGuids) {
+TEST_F(LdapDirectoryAccounts, MembersAreNamesAndGroupsAreGuids) {
   const auto members = [&](const char* group, const char* attribute) {
     return node()->findRecord(group, schema::kGroups)->getAttribute(attribute);
   };
@@ -147,7 +134,7 @@ TEST_F(LdapAccountsTest, MembersAreNamesAndGroupsAreGuids) {
   EXPECT_EQ(members("staff", schema::kPrimaryGroupID), Array{"3001"});
 }
 
-TEST_F(LdapAccountsTest, GroupsAreFoundByTheirMembers) {
+TEST_F(LdapDirectoryAccounts, GroupsAreFoundByTheirMembers) {
   EXPECT_THAT(groups(schema::kGroupMembership, "anna"), UnorderedElementsAre("staff", "editors"));
   EXPECT_THAT(groups(schema::kGroupMembership, "ANNA"), UnorderedElementsAre("staff", "editors"));
   EXPECT_THAT(groups(schema::kGroupMembership, "bert"), ElementsAre("editors"));
@@ -159,7 +146,7 @@ TEST_F(LdapAccountsTest, GroupsAreFoundByTheirMembers) {
   EXPECT_THAT(groups(schema::kPrimaryGroupID, "3001"), ElementsAre("staff"));
 }
 
-TEST_F(LdapAccountsTest, UsersAndGroupsAreReadOnly) {
+TEST_F(LdapDirectoryAccounts, UsersAndGroupsAreReadOnly) {
   const auto user = node()->findRecord("anna", schema::kUsers);
   EXPECT_EQ(raised([&] { user->setAttribute("a", "1"); }), EACCES);
   EXPECT_EQ(raised([&] { user->setAttribute("a", Array{"1"}); }), EACCES);
@@ -169,7 +156,7 @@ TEST_F(LdapAccountsTest, UsersAndGroupsAreReadOnly) {
   EXPECT_NE(node()->findRecord("anna", schema::kUsers), nullptr);
 }
 
-TEST_F(LdapAccountsTest, UsersAuthenticateByNameAndAnyEntryByItsDistinguishedName) {
+TEST_F(LdapDirectoryAccounts, UsersAuthenticateByNameEntriesByDistinguishedName) {
   EXPECT_EQ(node()->authenticateName("anna", "anna's", true), 0);
   EXPECT_EQ(node()->authenticateName("ANN", "anna's", true), 0);
   EXPECT_EQ(node()->authenticateName("bert", "bert's", true), 0);
@@ -181,7 +168,7 @@ TEST_F(LdapAccountsTest, UsersAuthenticateByNameAndAnyEntryByItsDistinguishedNam
   EXPECT_EQ(node()->authenticateName("an*", "anna's", true), EACCES);
 }
 
-TEST_F(LdapAccountsTest, BytesBehindANulAreNotLeftOutOfAPassword) {
+TEST_F(LdapDirectoryAccounts, PasswordBytesAfterNulCount) {
   const std::string password = std::string("anna's") + '\0';
   EXPECT_EQ(node()->authenticateName("anna", password + "x", true), EACCES);
   EXPECT_EQ(node()->authenticateName("anna", password, true), EACCES);
@@ -189,7 +176,7 @@ TEST_F(LdapAccountsTest, BytesBehindANulAreNotLeftOutOfAPassword) {
   EXPECT_EQ(node()->authenticateName(std::string("anna") + '\0' + "x", "anna's", true), EACCES);
 }
 
-TEST_F(LdapAccountsTest, AnEmptyNameOrPasswordIsRefusedBeforeTheServerIsAsked) {
+TEST_F(LdapDirectoryAccounts, EmptyNameOrPasswordIsRefusedBeforeQuery) {
   slapd().stop();
   EXPECT_EQ(node()->authenticateName("anna", "", true), EACCES);
   EXPECT_EQ(node()->authenticateName("uid=anna,ou=people,dc=example", "", false), EACCES);
@@ -197,7 +184,7 @@ TEST_F(LdapAccountsTest, AnEmptyNameOrPasswordIsRefusedBeforeTheServerIsAsked) {
   EXPECT_EQ(raised([&] { node()->authenticateName("anna", "anna's", true); }), ECONNREFUSED);
 }
 
-TEST_F(LdapAccountsTest, NamesThatMeanSomethingInADistinguishedNameAreOnlyText) {
+TEST_F(LdapDirectoryAccounts, DistinguishedNameSyntaxInNamesIsPlainText) {
   const std::string name = "o'a,b+c=\"d\";<#\\>*)(";
   const std::string dn =
       "uid=o'a\\,b\\+c\\=\\\"d\\\"\\;\\<#\\\\\\>*)(," + std::string(SlapdServer::kPeople);
@@ -212,7 +199,7 @@ TEST_F(LdapAccountsTest, NamesThatMeanSomethingInADistinguishedNameAreOnlyText) 
   EXPECT_THAT(groups(schema::kGroupMembership, name), ElementsAre("named"));
 }
 
-TEST_F(LdapAccountsTest, OtherNamesOfClassesAndAttributesAreTakenAsConfigured) {
+TEST_F(LdapDirectoryAccounts, ConfiguredClassAndAttributeNamesAreUsed) {
   slapd().add(
       "dn: cn=Cora,ou=people,dc=example\nobjectClass: organizationalPerson\n"
       "objectClass: extensibleObject\ncn: Cora\nsn: C\nmail: cora@example\n"
@@ -228,14 +215,14 @@ TEST_F(LdapAccountsTest, OtherNamesOfClassesAndAttributesAreTakenAsConfigured) {
   EXPECT_THAT(user->getAttribute(schema::kRealName), IsEmpty());
 }
 
-class LdapMemberOfTest : public LdapAccountsTest {
+class LdapMemberOf : public LdapDirectoryAccounts {
  protected:
   SlapdOptions slapdOptions() override {
     return {.global = "moduleload memberof.so\n", .database = "overlay memberof\n"};
   }
 };
 
-TEST_F(LdapMemberOfTest, MembersAreAskedForInOneSearchWhereTheServerKeepsThem) {
+TEST_F(LdapMemberOf, ServerMaintainedMembersCostOneSearch) {
   LdapOptions other = options();
   other.accounts.memberOf = "memberOf";
   const auto asked = nodeWith(other);

@@ -10,7 +10,7 @@ namespace {
 using ::testing::AnyOf;
 using Cut = CuttingProxy::Cut;
 
-class LdapCutsTest : public LdapTest, public ::testing::WithParamInterface<Operation> {
+class LdapConnectionCuts : public LdapTest, public ::testing::WithParamInterface<Operation> {
  protected:
   void SetUp() override {
     LdapTest::SetUp();
@@ -24,26 +24,32 @@ class LdapCutsTest : public LdapTest, public ::testing::WithParamInterface<Opera
     options.timeout = std::chrono::minutes(1);  // however busy the machine is
     return nodeWith(options);
   }
+  // The status of the operation on a connection that breaks at this message, or, with `dying`,
+  // whose server does. Nothing of it is done before.
+  Status runCutAt(int message, Cut cut, bool dying, bool& wasCut) {
+    GetParam().prepare(*node());
+    const auto asked = throughProxy();
+    proxy().cutAt(message, cut, dying);
+    const Status status = raised([&] { GetParam().run(*asked); });
+    wasCut = proxy().hasCut();
+    proxy().heal();
+    return status;
+  }
 
  private:
   std::unique_ptr<CuttingProxy> proxy_;
 };
-INSTANTIATE_TEST_SUITE_P(Ldap, LdapCutsTest, ::testing::ValuesIn(operationsOnRecords()),
+INSTANTIATE_TEST_SUITE_P(Ldap, LdapConnectionCuts, ::testing::ValuesIn(operationsOnRecords()),
                          [](const auto& each) { return std::string(each.param.name); });
 
 constexpr int kMostMessages = 60;
 
-TEST_P(LdapCutsTest, AConnectionThatBreaksOnceIsMadeAgainAndTheWorkIsDoneOnce) {
+TEST_P(LdapConnectionCuts, BrokenConnectionIsReestablishedAndOperationRunsOnce) {
   for (const Cut cut : {Cut::request, Cut::answer}) {
     bool wasCut = true;
     int number = 0;
     while (wasCut && number < kMostMessages) {
-      GetParam().prepare(*node());
-      const auto asked = throughProxy();
-      proxy().cutAt(++number, cut, false);
-      EXPECT_EQ(raised([&] { GetParam().run(*asked); }), 0) << "message " << number;
-      wasCut = proxy().hasCut();
-      proxy().heal();
+      EXPECT_EQ(runCutAt(++number, cut, false, wasCut), 0) << "message " << number;
       EXPECT_TRUE(GetParam().isDone(*node())) << "message " << number;
       removeAll(*node());
     }
@@ -52,24 +58,19 @@ TEST_P(LdapCutsTest, AConnectionThatBreaksOnceIsMadeAgainAndTheWorkIsDoneOnce) {
   }
 }
 
-TEST_P(LdapCutsTest, AServerThatDiesLeavesTheWorkDoneOrNotDone) {
+TEST_P(LdapConnectionCuts, DyingServerLeavesOperationDoneOrUndone) {
   for (const Cut cut : {Cut::request, Cut::answer}) {
     bool wasCut = true;
     int number = 0;
     while (wasCut && number < kMostMessages) {
-      GetParam().prepare(*node());
-      const auto asked = throughProxy();
-      proxy().cutAt(++number, cut, true);
-      const Status status = raised([&] { GetParam().run(*asked); });
-      wasCut = proxy().hasCut();
-      proxy().heal();
+      const Status status = runCutAt(++number, cut, true, wasCut);
       EXPECT_TRUE(status != 0 || GetParam().isDone(*node())) << "message " << number;
       EXPECT_TRUE(GetParam().isWhollyDoneOrNot(*node()))
           << "message " << number << ", status " << status;
       if (status != 0) {
         EXPECT_THAT(status, AnyOf(ECONNRESET, ECONNREFUSED, EHOSTUNREACH, EKEYREJECTED));
       }
-      // What is left stands in nobody's way.
+      // Leftovers do not block a retry.
       if (!GetParam().isDone(*node())) {
         GetParam().run(*node());
       }
@@ -81,7 +82,7 @@ TEST_P(LdapCutsTest, AServerThatDiesLeavesTheWorkDoneOrNotDone) {
   }
 }
 
-TEST_P(LdapCutsTest, AServerThatIsKilledHasTheWorkDoneOrNotDoneWhenItIsBack) {
+TEST_P(LdapConnectionCuts, RestartedServerHasOperationDoneOrUndone) {
   for (const Cut cut : {Cut::request, Cut::answer}) {
     bool wasKilled = true;
     int number = 0;

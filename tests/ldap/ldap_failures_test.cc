@@ -75,7 +75,7 @@ TEST(LdapFailures, AServerThatIsNotThereRefuses) {
   expectOfEveryOperation(impatient("ldapi://%2Fnowhere%2Fsocket"), ECONNREFUSED);
 }
 
-TEST(LdapFailures, ANameThatIsNotKnownIsNoRoute) {
+TEST(LdapFailures, UnknownHostReturnsNoRoute) {
   EXPECT_EQ(
       raised([] { nodeWith(impatient("ldap://no-such-host.invalid"))->findRecord("a", "b"); }),
       EHOSTUNREACH);
@@ -98,7 +98,7 @@ TEST(LdapFailures, AServerThatNeverAnswersCostsOneTimeout) {
   }
 }
 
-TEST(LdapFailures, AServerThatNeverAnswersIsNotWaitedForAgainForAWhile) {
+TEST(LdapFailures, UnresponsiveServerIsSkippedForRestPeriod) {
   TalkingServer server("");
   const auto shared = std::make_shared<LdapServer>(impatient(server.uri()));
   const auto look = [&] {
@@ -145,7 +145,7 @@ TEST(LdapFailures, GarbageIsAProtocolError) {
   }
 }
 
-TEST(LdapFailures, AnAnswerThatEndsBehindItsNumberIsAProtocolError) {
+TEST(LdapFailures, AnswerTruncatedAfterNumberIsProtocolError) {
   // libldap never frees the request that such an answer belongs to, not with the connection either.
   [[maybe_unused]] const LeaksOfLibraries tolerated;
   expectProtocolErrorFor(std::string("\x30\x03\x02\x01\x01", 5));
@@ -204,7 +204,7 @@ TEST_F(LdapServerFailures, APasswordIsInNoErrorText) {
               Not(HasSubstr(SlapdServer::kServicePassword)));
 }
 
-TEST_F(LdapServerFailures, AServerThatWasStartedAgainIsConnectedToAgain) {
+TEST_F(LdapServerFailures, RestartedServerIsReconnected) {
   const auto kept = node();
   const auto record = kept->newRecord("Docs", kShares);
   slapd().stop();
@@ -264,7 +264,7 @@ TEST_F(LdapServerFailures, ReferencesToOtherServersAreNotFollowed) {
 class LdapConnections : public LdapTest {
  protected:
   SlapdOptions slapdOptions() override { return {.statistics = true}; }
-  // How many the work made.
+  // The number of connections made by `work`.
   template <typename Work>
   int madeBy(Work&& work) {
     const int before = slapd().connections();
@@ -273,7 +273,7 @@ class LdapConnections : public LdapTest {
   }
 };
 
-TEST_F(LdapConnections, ASessionHasOneAndLeavesItToTheNext) {
+TEST_F(LdapConnections, SessionPassesItsConnectionToNext) {
   const auto work = [this] {
     const auto mine = node();
     const auto record = mine->newRecord("Docs", kShares);
@@ -295,7 +295,7 @@ TEST_F(LdapConnections, SessionsAtTheSameTimeHaveOneEach) {
             2);
 }
 
-TEST_F(LdapConnections, OneThatAUserHasAuthenticatedOnIsNobodyElses) {
+TEST_F(LdapConnections, AuthenticatedConnectionIsNotReusedForOthers) {
   slapd().addPerson("anna", "anna's", true);
   EXPECT_EQ(madeBy([this] { allNames(*node()); }), 1);
   const auto authenticate = [this] {
@@ -331,7 +331,7 @@ class LdapWithALimit : public LdapTest {
   }
 };
 
-TEST_F(LdapWithALimit, ASearchThatHitsTheLimitIsNoShortAnswer) {
+TEST_F(LdapWithALimit, SearchHittingLimitFailsInsteadOfTruncating) {
   for (int i = 0; i < 5; ++i) node()->newRecord(std::to_string(i), kShares)->setAttribute("a", "1");
   EXPECT_EQ(allNames(*node()).size(), 5U);
   node()->newRecord("5", kMounts)->setAttribute("a", "1");
@@ -343,7 +343,7 @@ TEST_F(LdapWithALimit, ASearchThatHitsTheLimitIsNoShortAnswer) {
 
 // --- TLS
 
-TEST_F(LdapTlsTest, AGoodCertificateIsTakenByStartTls) {
+TEST_F(LdapTlsCertificates, AGoodCertificateIsTakenByStartTls) {
   makeCertificate("good", "IP:127.0.0.1", false);
   const auto server = serverWith("good");
   const auto asked = nodeWith(clientOf(*server));
@@ -353,7 +353,7 @@ TEST_F(LdapTlsTest, AGoodCertificateIsTakenByStartTls) {
   EXPECT_EQ(asked->authenticateName("anna", "anna's", false), 0);
 }
 
-TEST_F(LdapTlsTest, AGoodCertificateIsTakenByLdaps) {
+TEST_F(LdapTlsCertificates, AGoodCertificateIsTakenByLdaps) {
   makeCertificate("good", "IP:127.0.0.1", false);
   const auto server = serverWith("good", true);
   LdapOptions options = clientOf(*server);
@@ -369,23 +369,23 @@ TEST_F(LdapTlsTest, AGoodCertificateIsTakenByLdaps) {
   }
 }
 
-TEST_F(LdapTlsTest, ACertificateOfAnotherAuthorityIsRejected) {
+TEST_F(LdapTlsCertificates, ACertificateOfAnotherAuthorityIsRejected) {
   makeCertificate("good", "IP:127.0.0.1", false);
   const auto server = serverWith("good");
   EXPECT_EQ(look(clientOf(*server, "other")), EKEYREJECTED);
 }
 
-TEST_F(LdapTlsTest, AnExpiredCertificateIsRejected) {
+TEST_F(LdapTlsCertificates, AnExpiredCertificateIsRejected) {
   makeCertificate("old", "IP:127.0.0.1", true);
   EXPECT_EQ(look(clientOf(*serverWith("old"))), EKEYREJECTED);
 }
 
-TEST_F(LdapTlsTest, ACertificateForAnotherNameIsRejected) {
+TEST_F(LdapTlsCertificates, ACertificateForAnotherNameIsRejected) {
   makeCertificate("named", "DNS:elsewhere.example", false);
   EXPECT_EQ(look(clientOf(*serverWith("named"))), EKEYREJECTED);
 }
 
-TEST_F(LdapTlsTest, AServerWithoutTlsIsNotTalkedToInTheClear) {
+TEST_F(LdapTlsCertificates, ServerWithoutTlsIsRefused) {
   SlapdOptions options;
   options.tcp = true;
   const SlapdServer server(options);
@@ -395,7 +395,7 @@ TEST_F(LdapTlsTest, AServerWithoutTlsIsNotTalkedToInTheClear) {
   EXPECT_EQ(look(plain), 0);
 }
 
-TEST_F(LdapTlsTest, TlsWithAServerThatNeverAnswersEndsToo) {
+TEST_F(LdapTlsCertificates, TlsWithUnresponsiveServerTimesOut) {
   TalkingServer server("");
   for (const LdapTls tls : {LdapTls::startTls, LdapTls::ldaps}) {
     LdapOptions options = impatient(server.uri());
@@ -409,7 +409,7 @@ TEST_F(LdapTlsTest, TlsWithAServerThatNeverAnswersEndsToo) {
   }
 }
 
-TEST_F(LdapTlsTest, AnAuthorityThatCannotBeReadIsAnError) {
+TEST_F(LdapTlsCertificates, UnreadableAuthorityFails) {
   makeCertificate("good", "IP:127.0.0.1", false);
   const auto server = serverWith("good");
   LdapOptions options = clientOf(*server, "absent");

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "platform/directory.h"
-#include "platform/directory_schema.h"
 #include "platform/linux/ldap/ldap_node.h"
+#include "support/directory_errors.h"
 #include "support/ldap_faults.h"
 #include "support/slapd_server.h"
 
@@ -21,26 +21,21 @@ inline constexpr const char* kShares = "dsRecTypeStandard:SharePoints";
 inline constexpr const char* kMounts = "dsRecTypeStandard:Mounts";
 inline constexpr auto kExact = MatchType::caseInsensitiveExact;
 
-// The status of the DirectoryError that `work` throws; 0 when it throws nothing.
-template <typename Work>
-Status raised(Work&& work) {
-  try {
-    work();
-  } catch (const DirectoryError& error) {
-    return error.status().value_or(-1);
-  }
-  return 0;
-}
+// A user of a site, with these attributes more.
+inline std::string annaEntry(const std::string& more) {
+  return R"(dn: uid=anna,ou=people,dc=example
+objectClass: inetOrgPerson
+objectClass: posixAccount
+uid: anna
+)" + more +
+         R"(cn: Anna Arendt
+sn: Arendt
+uidNumber: 2001
+gidNumber: 3001
+homeDirectory: /home/anna
+userPassword: anna's
 
-// The text of the DirectoryError that `work` throws; empty when it throws nothing.
-template <typename Work>
-std::string textRaised(Work&& work) {
-  try {
-    work();
-  } catch (const DirectoryError& error) {
-    return error.what();
-  }
-  return {};
+)";
 }
 
 inline std::shared_ptr<DirectoryNode> nodeWith(const LdapOptions& options) {

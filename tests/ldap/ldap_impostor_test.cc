@@ -1,9 +1,9 @@
-// Somebody else's server at the place of the site's, with a certificate of another authority, and
-// files that would have libldap take it: none of our programs talks to it.
+// A foreign server at the address of the site's, with a certificate of another authority, and files
+// that would make libldap accept it: none of the project's programs talks to it.
 #include <ldap.h>
 
 #include "ldap/ldap_tls_fixture.h"
-#include "platform/linux/ldap/configured_ldap.h"
+#include "platform/linux/ldap/ldap_options.h"
 
 namespace paddock {
 namespace {
@@ -14,10 +14,10 @@ using ::testing::Not;
 constexpr const char* kBundles = "/usr/share/paddockd/bundles/";
 constexpr const char* kNobody = "ldapi://%2Fnowhere%2Fsocket";
 
-class LdapImpostor : public LdapTlsTest {
+class LdapImpostor : public LdapTlsCertificates {
  protected:
   void SetUp() override {
-    LdapTlsTest::SetUp();
+    LdapTlsCertificates::SetUp();
     if (IsSkipped()) return;
     makeCertificate("good", "IP:127.0.0.1", false);
     SlapdOptions options;
@@ -52,7 +52,7 @@ class LdapImpostor : public LdapTlsTest {
   std::unique_ptr<SlapdServer> server_;
 };
 
-TEST_F(LdapImpostor, BesideASocketLdapsIsCheckedWithTheConfiguredAuthority) {
+TEST_F(LdapImpostor, LdapsBesideSocketUsesConfiguredAuthority) {
   for (const std::string& uris :
        {kNobody + (" " + ldapsUri()), ldapsUri() + " " + kNobody, ldapsUri()}) {
     EXPECT_EQ(look(configured(uris, "ca")), 0) << uris;
@@ -60,7 +60,7 @@ TEST_F(LdapImpostor, BesideASocketLdapsIsCheckedWithTheConfiguredAuthority) {
   }
 }
 
-TEST_F(LdapImpostor, WhatTheProcessHasSetForTheLibraryHasNoSay) {
+TEST_F(LdapImpostor, ProcessWideLibraryOptionsAreIgnored) {
   const int never = LDAP_OPT_X_TLS_NEVER;
   const int demand = LDAP_OPT_X_TLS_DEMAND;
   std::filesystem::create_directory(path("authorities"));
@@ -111,7 +111,7 @@ class LdapImpostorOfPrograms : public LdapImpostor {
                        passwordFile() + "\"\n");
   }
 
-  // Runs it in the folder, which is also somebody's home, with variables of the same kind.
+  // Runs it in the folder, which is also a home directory, with variables of the same kind.
   EndedProgram runThere(std::vector<std::string> words) {
     std::vector<std::string> all{"/usr/bin/env", "-C", path("folder"), "HOME=" + path("folder"),
                                  "LDAPTLS_REQCERT=never"};
@@ -148,7 +148,7 @@ TEST_F(LdapImpostorOfPrograms, TheDaemonDoesNotTalkToIt) {
   EXPECT_THAT(log(), HasSubstr("BIND dn=\"cn=service"));
 }
 
-TEST_F(LdapImpostorOfPrograms, TheProgramOfEffectivePrivilegesDoesNotTalkToIt) {
+TEST_F(LdapImpostorOfPrograms, EffectivePrivilegesProgramDoesNotTalkToIt) {
   configure(kNobody + (" " + ldapsUri()), "other");
   const EndedProgram ended = askEffective();
   EXPECT_THAT(ended.output + ended.error, HasSubstr("/LDAP/site"));

@@ -35,7 +35,7 @@ LdapOptions optionsFor(const std::string& uri) {
   return options;
 }
 
-// The status of looking for a user, which is to come in time.
+// The status of a user lookup, which must return in time.
 Status lookInTime(const LdapOptions& options) {
   const auto start = std::chrono::steady_clock::now();
   const Status status = raised([&] { nodeWith(options)->findRecord("anna", schema::kUsers); });
@@ -43,7 +43,7 @@ Status lookInTime(const LdapOptions& options) {
   return status;
 }
 
-// Calls `step` until it says that nobody listens, or for as long as is for ever.
+// Calls `step` until it reports that the client is gone, or for kForEver.
 template <typename Step>
 void forEver(Step&& step) {
   const auto end = std::chrono::steady_clock::now() + kForEver;
@@ -59,7 +59,7 @@ std::string person(int request, int number) {
 
 // --- Slowly for ever
 
-TEST(LdapLies, AnEntryNowAndThenIsHeardUntilTheDeadline) {
+TEST(LdapLies, SlowlyTrickledEntriesEndAtDeadline) {
   LyingLdapServer server([](int request, const Send& send) {
     int number = 0;
     forEver([&] {
@@ -73,7 +73,7 @@ TEST(LdapLies, AnEntryNowAndThenIsHeardUntilTheDeadline) {
               HasSubstr("not done in the 2 s of \"deadline\""));
 }
 
-TEST(LdapLies, AMessageByteByByteIsHeardUntilTheDeadline) {
+TEST(LdapLies, BytewiseMessageEndsAtDeadline) {
   LyingLdapServer server([](int request, const Send& send) {
     const std::string message =
         ldap_messages::entry(request, "uid=anna", {{"uid", {std::string(100'000, 'x')}}});
@@ -86,10 +86,10 @@ TEST(LdapLies, AMessageByteByByteIsHeardUntilTheDeadline) {
   EXPECT_EQ(lookInTime(optionsFor(server.uri())), ETIMEDOUT);
 }
 
-TEST(LdapLies, StepsThatAreFastEnoughEachHaveOneDeadline) {
+TEST(LdapLies, FastStepsShareOneDeadline) {
   LyingLdapServer server([](int request, const Send& send) {
     std::this_thread::sleep_for(10ms);
-    // Of the group 3,000 members have to be looked up; none of them is there.
+    // The group has 3,000 members that have to be looked up; none of them exists.
     std::vector<std::string> members;
     for (int i = 0; i < 3'000; ++i) members.push_back("cn=member" + std::to_string(i) + ",dc=x");
     if (request == 1)
@@ -105,7 +105,7 @@ TEST(LdapLies, StepsThatAreFastEnoughEachHaveOneDeadline) {
   EXPECT_LT(Seconds(std::chrono::steady_clock::now() - start), kInTime);
 }
 
-TEST(LdapLies, AServerThatUsedUpADeadlineIsNotWaitedForAgainForAWhile) {
+TEST(LdapLies, ServerExhaustingDeadlineIsSkippedForRestPeriod) {
   LyingLdapServer server([](int request, const Send& send) {
     int number = 0;
     forEver([&] {
@@ -125,7 +125,7 @@ TEST(LdapLies, AServerThatUsedUpADeadlineIsNotWaitedForAgainForAWhile) {
 
 using LdapDeafness = LdapTest;
 
-TEST_F(LdapDeafness, AServerThatTakesNoMoreRequestsCostsOneStep) {
+TEST_F(LdapDeafness, ServerRefusingMoreRequestsCostsOneStep) {
   LdapOptions impatient = options();
   impatient.timeout = 1s;
   impatient.deadline = 60s;
@@ -142,9 +142,9 @@ TEST_F(LdapDeafness, AServerThatTakesNoMoreRequestsCostsOneStep) {
   EXPECT_LT(Seconds(std::chrono::steady_clock::now() - start), kInTime);
 }
 
-using LdapTlsLies = LdapTlsTest;
+using LdapTlsLies = LdapTlsCertificates;
 
-TEST_F(LdapTlsLies, ARecordByteByByteIsHeardUntilTheDeadline) {
+TEST_F(LdapTlsLies, BytewiseRecordEndsAtDeadline) {
   makeCertificate("good", "IP:127.0.0.1", false);
   const auto server = serverWith("good", true);
   DrippingProxy proxy(server->port());
@@ -223,7 +223,7 @@ TEST_P(LdapFloods, EveryByteCounts) {
               HasSubstr("more than the 8388608 bytes of \"answer_bytes\""));
 }
 
-TEST(LdapLies, AMessageIsTooLongByWhatItSaysOfItself) {
+TEST(LdapLies, DeclaredMessageLengthAboveLimitIsRejected) {
   LyingLdapServer server(
       [](int, const Send& send) { send(std::string("\x30\x84\x02\x80\x00\x00", 6)); });
   const LdapOptions options = optionsFor(server.uri());
@@ -232,8 +232,8 @@ TEST(LdapLies, AMessageIsTooLongByWhatItSaysOfItself) {
               HasSubstr("no LDAP message, or one of more than 33554432 bytes"));
 }
 
-// The library drops them without a word, and takes longer over it than over those that count.
-TEST(LdapLies, AnswersThatNobodyAskedForEndWithTheStep) {
+// The library drops them silently, and takes longer for them than for valid ones.
+TEST(LdapLies, UnsolicitedAnswersEndWithStep) {
   LyingLdapServer server([](int request, const Send& send) {
     std::string many;
     for (int i = 0; i < 100; ++i) many += ldap_messages::searchDone(request + 1'000);
@@ -260,7 +260,7 @@ TEST(LdapLies, PagesWithEntriesAreAllAskedFor) {
   EXPECT_EQ(allNames(*nodeWith(optionsFor(server.uri())), schema::kUsers).size(), 20U);
 }
 
-TEST(LdapLies, WhatAServerSaysOfAnErrorIsCutOff) {
+TEST(LdapLies, ServersErrorTextIsTruncated) {
   LyingLdapServer server(
       [](int, const Send&) {},
       [](int request, const Send& send) {
@@ -288,7 +288,7 @@ Seconds ownTime() {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-// The least time of three in which the work is done.
+// The shortest time of three runs of `work`.
 template <typename Work>
 Seconds leastTime(Work&& work) {
   Seconds least = 1h;
@@ -332,7 +332,7 @@ std::vector<std::string> numbered(const std::string& before, int count,
   return texts;
 }
 
-TEST(LdapLies, TenTimesAsManyMembersTakeTenTimesAsLong) {
+TEST(LdapLies, MemberCostGrowsLinearly) {
   expectLinear("members by name", schema::kGroups, [](int request, int count) {
     return ldap_messages::entry(request, "cn=many,dc=example",
                                 {{"objectClass", {"posixGroup"}},
@@ -347,7 +347,7 @@ TEST(LdapLies, TenTimesAsManyMembersTakeTenTimesAsLong) {
   });
 }
 
-TEST(LdapLies, TenTimesAsManyNamesAndAttributesTakeTenTimesAsLong) {
+TEST(LdapLies, NameAndAttributeCostGrowsLinearly) {
   expectLinear("names of a user", schema::kUsers, [](int request, int count) {
     std::string dn = "uid=many";
     for (const std::string& name : numbered("+uid=name", count)) dn += name;

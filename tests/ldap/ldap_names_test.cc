@@ -9,14 +9,11 @@
 #include "base/guid.h"
 #include "ldap/ldap_fixture.h"
 #include "platform/linux/accounts/account_searches.h"
-#include "platform/linux/accounts/linux_membership.h"
-#include "platform/linux/directory/linux_directory.h"
-#include "platform/linux/privileges/file_privileges.h"
-#include "platform/services.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_host_services.h"
 #include "privileges/get_acl.h"
 #include "privileges/set_acl.h"
 #include "support/file_acl_world.h"
+#include "support/privileges_world.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -28,28 +25,6 @@ using ::testing::IsEmpty;
 constexpr int kEntries = 128;
 // Ids that no account of the host has.
 constexpr int kFirstId = 2'011'000'000;
-
-// The services of a server whose directory has the nodes of its own, and one on slapd.
-struct World {
-  World(const std::string& folder, const LdapOptions& options)
-      : directory(
-            {.databasePath = folder + "/directory.sqlite", .ldap = {options}, .pam = std::nullopt}),
-        privileges({.databasePath = folder + "/directory.sqlite",
-                    .rememberedSidsPath = folder + "/foreign-sids.sqlite"},
-                   directory, membership, nullptr) {
-    services.directory = &directory;
-    services.membership = &membership;
-    services.accounts = &privileges.accounts();
-    services.acl = &privileges.acl();
-    services.logger = &logger;
-  }
-
-  LinuxDirectoryService directory;
-  LinuxMembership membership{directory};
-  FilePrivileges privileges;
-  RecordingLogger logger;
-  Services services;
-};
 
 // A folder that can have long lists: ext4 has room for one of a hundred entries at most.
 class ListedFolder {
@@ -102,9 +77,9 @@ class LdapNames : public LdapTest {
     return options;
   }
 
-  // Gives the folder a list of all of them, by somebody whose answers nobody else has.
+  // Writes a list of all of them to the folder, through a separate cache of answers.
   void writeList() {
-    World world(folder_.path(), keeping(std::chrono::hours(1)));
+    PrivilegesWorld world(folder_.path(), {keeping(std::chrono::hours(1))});
     const ServicesGuard guard(world.services);
     Array entries;
     for (int number = 0; number < kEntries; ++number) {
@@ -136,7 +111,7 @@ class LdapNames : public LdapTest {
     return names;
   }
 
-  // The searches that the work cost.
+  // The searches made by `work`.
   template <typename Work>
   std::vector<std::string> searchesOf(Work&& work) {
     const auto before = static_cast<std::ptrdiff_t>(slapd().searches().size());
@@ -152,7 +127,7 @@ class LdapNames : public LdapTest {
 
 TEST_F(LdapNames, AListOf128PrincipalsCosts128Searches) {
   writeList();
-  World world(folder_.path(), keeping(std::chrono::hours(1)));
+  PrivilegesWorld world(folder_.path(), {keeping(std::chrono::hours(1))});
   const ServicesGuard guard(world.services);
   const auto searches = searchesOf([&] { EXPECT_EQ(namesInList(), expectedNames()); });
   EXPECT_EQ(searches.size(), static_cast<std::size_t>(kEntries));
@@ -163,7 +138,7 @@ TEST_F(LdapNames, AListOf128PrincipalsCosts128Searches) {
 
 TEST_F(LdapNames, ParallelRequestsAskForEachPrincipalOnce) {
   writeList();
-  World world(folder_.path(), keeping(std::chrono::hours(1)));
+  PrivilegesWorld world(folder_.path(), {keeping(std::chrono::hours(1))});
   const ServicesGuard guard(world.services);
   constexpr int kThreads = 16;
   const auto searches = searchesOf([&] {
@@ -177,9 +152,9 @@ TEST_F(LdapNames, ParallelRequestsAskForEachPrincipalOnce) {
   EXPECT_EQ(std::set(searches.begin(), searches.end()).size(), searches.size());
 }
 
-TEST_F(LdapNames, WhereNothingIsKeptAPrincipalCostsOneSearchForItsIdAndOneForItsGuid) {
+TEST_F(LdapNames, UncachedPrincipalCostsIdAndGuidSearch) {
   writeList();
-  World world(folder_.path(), keeping(std::chrono::milliseconds(0)));
+  PrivilegesWorld world(folder_.path(), {keeping(std::chrono::milliseconds(0))});
   const ServicesGuard guard(world.services);
   const auto searches = searchesOf([&] { EXPECT_EQ(namesInList(), expectedNames()); });
   EXPECT_EQ(searches.size(), static_cast<std::size_t>(2 * kEntries));
@@ -223,14 +198,14 @@ class LdapLookUps : public LdapNames {
     const std::string text = slapd().search({"-b", SlapdServer::kBase, filter, "entryUUID"});
     return guidText(*parseGuid(text.substr(text.find("entryUUID: ") + 11, 36)));
   }
-  // How often slapd is asked for it, besides what the work itself asks it.
+  // The number of searches that `work` makes on slapd.
   std::size_t costOf(const std::function<void()>& work) { return searchesOf(work).size(); }
 
   LdapOptions options_;
   std::shared_ptr<LdapServer> server_;
 };
 
-TEST_F(LdapLookUps, AGuidCostsOneSearchForUsersAndGroups) {
+TEST_F(LdapLookUps, GuidCostsOneSearchForUsersAndGroups) {
   const std::string user = guidOf("(uid=user1)");
   const std::string group = guidOf("(cn=group3)");
   EXPECT_EQ(
@@ -249,7 +224,7 @@ TEST_F(LdapLookUps, AGuidThatNobodyHasCostsOneSearch) {
             1U);
 }
 
-TEST_F(LdapLookUps, WhoWasFoundByAnIdIsKnownByItsGuid) {
+TEST_F(LdapLookUps, PrincipalFoundByIdIsKnownByGuid) {
   const std::string guid = guidOf("(uid=user1)");
   EXPECT_EQ(costOf([&] {
               EXPECT_THAT(userOf(kFirstId + 1), ElementsAre("user1 of dsRecTypeStandard:Users"));
@@ -258,7 +233,7 @@ TEST_F(LdapLookUps, WhoWasFoundByAnIdIsKnownByItsGuid) {
             1U);
 }
 
-TEST_F(LdapLookUps, AGuidThatTheServerDoesNotVouchForIsAskedFor) {
+TEST_F(LdapLookUps, GuidWithoutGuaranteedUniquenessIsSearched) {
   const std::string guid = "01234567-89AB-CDEF-0123-456789ABCDEF";
   for (const char* name : {"user0", "user1"})
     slapd().modify("dn: uid=" + std::string(name) +
@@ -274,7 +249,7 @@ TEST_F(LdapLookUps, AGuidThatTheServerDoesNotVouchForIsAskedFor) {
             2U);
 }
 
-TEST_F(LdapLookUps, AnEntryThatIsAUserAndAGroupIsBothHoweverItWasFoundFirst) {
+TEST_F(LdapLookUps, DualEntryIsBothRegardlessOfFirstSearch) {
   slapd().add(
       "dn: cn=both,ou=groups,dc=example\nobjectClass: posixGroup\nobjectClass: posixAccount\n"
       "cn: both\nuid: both\nuidNumber: 2013000001\ngidNumber: 2013000002\nhomeDirectory: /\n");
@@ -284,7 +259,7 @@ TEST_F(LdapLookUps, AnEntryThatIsAUserAndAGroupIsBothHoweverItWasFoundFirst) {
               ElementsAre("both of dsRecTypeStandard:Users", "both of dsRecTypeStandard:Groups"));
 }
 
-TEST_F(LdapLookUps, AnEntryOfAClassMadeFromAConfiguredOneIsFoundByItsGuid) {
+TEST_F(LdapLookUps, EntryOfDerivedClassIsFoundByGuid) {
   slapd().add(
       "dn: uid=own,ou=people,dc=example\nobjectClass: sitePerson\nuid: own\ncn: Own\nsn: x\n");
   EXPECT_THAT(who(guidOf("(uid=own)")), ElementsAre("own of dsRecTypeStandard:Users"));
@@ -309,7 +284,7 @@ std::vector<std::vector<std::string>> usersOf(DirectoryNode& node, const std::ve
   return names;
 }
 
-TEST_F(LdapLookUps, SeveralAreAskedForTogetherAndEachIsKnownThen) {
+TEST_F(LdapLookUps, BatchedLookupsMakeEachPrincipalKnown) {
   const std::string guid = guidOf("(uid=user4)");
   const auto ask = [&] {
     EXPECT_THAT(usersOf(*makeLdapNode(server_), {kFirstId + 1, 2'013'000'009, kFirstId + 4}),
@@ -321,7 +296,7 @@ TEST_F(LdapLookUps, SeveralAreAskedForTogetherAndEachIsKnownThen) {
   EXPECT_EQ(costOf([&] { EXPECT_EQ(who(guid).size(), 1U); }), 0U);
 }
 
-TEST_F(LdapLookUps, WhereNothingIsKeptSeveralAreAskedForTogetherToo) {
+TEST_F(LdapLookUps, UncachedLookupsAreBatchedToo) {
   options_.keeping = std::chrono::milliseconds(0);
   const auto node = nodeWith(options_);
   EXPECT_EQ(costOf([&] {
@@ -331,7 +306,7 @@ TEST_F(LdapLookUps, WhereNothingIsKeptSeveralAreAskedForTogetherToo) {
             2U);
 }
 
-TEST_F(LdapLookUps, SeveralThatAServerCannotBeAskedForFailTogether) {
+TEST_F(LdapLookUps, BatchedLookupsOfUnreachableServerFailTogether) {
   options_.base = "dc=nowhere";
   const auto node = nodeWith(options_);
   EXPECT_EQ(raised([&] { usersOf(*node, {kFirstId + 1, kFirstId + 2}); }), ENOENT);
@@ -342,7 +317,7 @@ TEST_F(LdapLookUps, SeveralThatAServerCannotBeAskedForFailTogether) {
             ECONNREFUSED);
 }
 
-TEST_F(LdapLookUps, AnAnswerThatHitsALimitIsAskedForInPages) {
+TEST_F(LdapLookUps, AnswerHittingLimitIsRequestedInPages) {
   std::string entries;
   for (int number = 0; number < 700; ++number) {
     const std::string text = std::to_string(number);
@@ -371,7 +346,7 @@ TEST_F(LdapLookUps, WhoHasAuthenticatedGetsAnswersOfItsOwn) {
   EXPECT_EQ(costOf(ask), 1U);
 }
 
-TEST_F(LdapLookUps, WhatAServerSaysAgainIsSeenWhenTheTimeIsOver) {
+TEST_F(LdapLookUps, ChangedAnswerIsSeenAfterExpiry) {
   options_.keeping = std::chrono::milliseconds(1);
   server_ = std::make_shared<LdapServer>(options_);
   EXPECT_EQ(userOf(kFirstId + 1).size(), 1U);

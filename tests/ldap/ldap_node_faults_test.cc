@@ -5,12 +5,13 @@
 #include "ldap/ldap_fixture.h"
 #include "platform/search_node.h"
 #include "platform/services.h"
-#include "platform/testing/fake_host_name.h"
-#include "platform/testing/faulty_services.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/fault_plan.h"
+#include "platform/testing/recording_host_services.h"
+#include "platform/testing/service_doubles.h"
 #include "privileges/principal_names.h"
-#include "store/automount_record.h"
 #include "store/directory_nodes.h"
+#include "store/share_point_automount.h"
 
 namespace paddock {
 namespace {
@@ -48,7 +49,7 @@ class LdapNodeFaults : public LdapTest, public ::testing::WithParamInterface<boo
     services_.logger = &logger_;
   }
 
-  // A work that failed: what left it, or its status.
+  // A failed operation: what it raised, or its status.
   struct Outcome {
     Status status = 0;
     Status raised = 0;
@@ -58,7 +59,7 @@ class LdapNodeFaults : public LdapTest, public ::testing::WithParamInterface<boo
 
   template <typename Work>
   Outcome run(FaultPlan& plan, Work&& work) {
-    const FaultyServices faulty(services_, plan);
+    const ForwardingServices faulty(services_, plan);
     const ServicesGuard guard(faulty.services());
     Outcome outcome;
     outcome.raised = raised([&] { outcome.status = work(); });
@@ -72,7 +73,7 @@ class LdapNodeFaults : public LdapTest, public ::testing::WithParamInterface<boo
     return run(none, work);
   }
 
-  // Runs the work with every call failing in turn; `check` says what must hold after each.
+  // Runs `work` with every call failing in turn; `check` verifies the postconditions of each run.
   template <typename Prepare, typename Work, typename Check>
   std::set<std::string> failEveryCall(Prepare&& prepare, Work&& work, Check&& check) {
     std::set<std::string> failed;
@@ -114,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Ldap, LdapNodeFaults, ::testing::Bool(), [](const auto&
   return std::string(each.param ? "FromThenOn" : "Once");
 });
 
-TEST_P(LdapNodeFaults, AMountRecordIsCompleteWhenItIsWrittenAgain) {
+TEST_P(LdapNodeFaults, RewritingCompletesMountRecord) {
   const Array complete{"net", "url==vsp://;AUTH=NO%20USER%20AUTHENT@server.example/A"};
   const auto failed = failEveryCall([this] { removeMounts(); }, setMount,
                                     [&](const Outcome& outcome) {
@@ -153,7 +154,7 @@ TEST_P(LdapNodeFaults, AMountRecordGoesOrStaysWhole) {
   EXPECT_EQ(failed.count("record.removeRecord"), 1U);
 }
 
-TEST_P(LdapNodeFaults, AnAdministratorIsTriedWithAStatusThatSaysWhatFailed) {
+TEST_P(LdapNodeFaults, AdministratorTrialReturnsStatusOfFailedCall) {
   bool canAuth = true;
   const auto trial = [&] { return auth_ds_node(kNode, "anna", "anna's", canAuth); };
   const auto failed =
@@ -162,7 +163,7 @@ TEST_P(LdapNodeFaults, AnAdministratorIsTriedWithAStatusThatSaysWhatFailed) {
                       const bool isUntouched = !outcome.hasFailed;
                       EXPECT_EQ(canAuth, isUntouched);
                       EXPECT_EQ(outcome.status + outcome.raised, isUntouched ? 0 : EBUSY);
-                      // What the trial could not take away again, and nothing else.
+                      // Only what the trial could not remove again.
                       if (outcome.call == "record.removeRecord") {
                         EXPECT_EQ(mounts(), std::vector<std::string>{"verifyAuthTempName"});
                       } else {
@@ -172,7 +173,7 @@ TEST_P(LdapNodeFaults, AnAdministratorIsTriedWithAStatusThatSaysWhatFailed) {
   EXPECT_EQ(failed.count("node.newRecord"), 1U);
 }
 
-TEST_P(LdapNodeFaults, ANodeThatCannotBeReadIsNotListed) {
+TEST_P(LdapNodeFaults, UnreadableNodeIsNotListed) {
   Array nodes;
   failEveryCall([] {}, [&] { return get_ds_nodes(nodes); },
                 [&](const Outcome& outcome) {
@@ -182,7 +183,7 @@ TEST_P(LdapNodeFaults, ANodeThatCannotBeReadIsNotListed) {
                 });
 }
 
-TEST_P(LdapNodeFaults, ANameIsKnownOrTheErrorReachesTheCaller) {
+TEST_P(LdapNodeFaults, NameLookupSucceedsOrRaisesError) {
   slapd().add(
       "dn: uid=bert,ou=people,dc=example\nobjectClass: inetOrgPerson\n"
       "objectClass: posixAccount\nuid: bert\ncn: Bert Blum\nsn: x\nuidNumber: 2002\n"

@@ -15,7 +15,7 @@ struct Operation {
   bool (*isDone)(DirectoryNode& node);
   bool (*isUndone)(DirectoryNode& node);
 
-  // A server whose answer nobody waits for any more may be done between two looks.
+  // A server whose answer is no longer awaited may finish between two checks.
   bool isWhollyDoneOrNot(DirectoryNode& node) const {
     return isDone(node) || isUndone(node) || isDone(node);
   }

@@ -1,4 +1,4 @@
-// What records look like on a directory server, and what others do to them there.
+// The form of records on a directory server, and concurrent changes of them by others.
 #include <thread>
 
 #include "ldap/ldap_fixture.h"
@@ -12,7 +12,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-class LdapRecordsTest : public LdapTest {
+class LdapDirectoryRecords : public LdapTest {
  protected:
   // An automount as the module makes it.
   void makeMount() {
@@ -34,7 +34,7 @@ class LdapRecordsTest : public LdapTest {
 constexpr const char* kMountDn =
     "paddockKey=dsRecTypeStandard:Mounts/fileserver:/srv/a,ou=paddock,dc=example";
 
-TEST_F(LdapRecordsTest, AnAutomountIsAnEntryThatOtherClientsCanRead) {
+TEST_F(LdapDirectoryRecords, AutomountEntryIsReadableByOtherClients) {
   makeMount();
   const std::string text = entry("(objectClass=paddockMount)");
   EXPECT_THAT(text, HasSubstr(std::string("dn: ") + kMountDn + "\n"));
@@ -47,7 +47,7 @@ TEST_F(LdapRecordsTest, AnAutomountIsAnEntryThatOtherClientsCanRead) {
   EXPECT_THAT(text, HasSubstr("\npaddockValue: 3.0 dsAttrTypeStandard:VFSOpts=net\n"));
 }
 
-TEST_F(LdapRecordsTest, ASharePointShowsItsPathAndItsNames) {
+TEST_F(LdapDirectoryRecords, SharePointEntryShowsPathAndNames) {
   node()
       ->newRecord("Docs", kShares)
       ->setAttributesAndValues({{"dsAttrTypeNative:directory_path", "/srv/docs"},
@@ -64,7 +64,7 @@ TEST_F(LdapRecordsTest, ASharePointShowsItsPathAndItsNames) {
             Array{""});
 }
 
-TEST_F(LdapRecordsTest, ValuesThatAServerTakesForTheSameAreAllKept) {
+TEST_F(LdapDirectoryRecords, ValuesEqualToServerAreAllKept) {
   const Array values{"a b", "a  b", "A B", "", " ", "a b ", "\xC3\xA9", "e\xCC\x81", "E\xCC\x81"};
   const auto record = node()->newRecord("m", kMounts);
   record->setAttribute("dsAttrTypeStandard:VFSOpts", values);
@@ -72,7 +72,7 @@ TEST_F(LdapRecordsTest, ValuesThatAServerTakesForTheSameAreAllKept) {
   EXPECT_EQ(node()->findRecord("m", kMounts)->getAttribute("dsAttrTypeStandard:VFSOpts"), values);
 }
 
-TEST_F(LdapRecordsTest, NamesThatAServerTakesForTheSameAreDifferentRecords) {
+TEST_F(LdapDirectoryRecords, NamesEqualToServerAreDistinctRecords) {
   const std::vector<std::string> names{"a b",       "a  b", " a b", "a b ",           "\xC3\xA9",
                                        "e\xCC\x81", "a",    "#a",   "a,b+c=d\"<>;\\", "*",
                                        "a)(cn=*",   "/",    "a/b"};
@@ -88,7 +88,7 @@ TEST_F(LdapRecordsTest, NamesThatAServerTakesForTheSameAreDifferentRecords) {
   EXPECT_THAT(allNames(*node()), IsEmpty());
 }
 
-TEST_F(LdapRecordsTest, WhatMeansSomethingInAFilterIsOnlyText) {
+TEST_F(LdapDirectoryRecords, FilterSyntaxIsPlainText) {
   node()->newRecord("Docs", kShares)->setAttribute("a", "1");
   for (const char* text : {"*", "Doc*", "*)(objectClass=*", "\\2a", "Docs)(|(cn=*"}) {
     EXPECT_EQ(node()->findRecord(text, kShares), nullptr) << text;
@@ -101,7 +101,7 @@ TEST_F(LdapRecordsTest, WhatMeansSomethingInAFilterIsOnlyText) {
   }
 }
 
-TEST_F(LdapRecordsTest, AttributesMayHaveAnyNames) {
+TEST_F(LdapDirectoryRecords, AttributesMayHaveAnyNames) {
   const auto record = node()->newRecord("Docs", kShares);
   const std::vector<std::string> names{"=", "a=b", "\\", "\\3d", " ", "cn", "objectClass", "#"};
   for (const std::string& name : names) record->setAttribute(name, "=" + name);
@@ -112,7 +112,7 @@ TEST_F(LdapRecordsTest, AttributesMayHaveAnyNames) {
   EXPECT_EQ(record->getAllAttributes().size(), names.size() + 2);
 }
 
-TEST_F(LdapRecordsTest, AValueOfAMebibyteAndAThousandValues) {
+TEST_F(LdapDirectoryRecords, StoresMebibyteValueAndThousandValues) {
   const auto record = node()->newRecord("Docs", kShares);
   const std::string large = std::string(1U << 20U, 'x') + "\xC3\xA9";
   record->setAttribute("large", large);
@@ -129,7 +129,7 @@ TEST_F(LdapRecordsTest, AValueOfAMebibyteAndAThousandValues) {
 
 // --- Entries that others made or changed
 
-TEST_F(LdapRecordsTest, AnEntryThatAnotherToolMadeIsARecord) {
+TEST_F(LdapDirectoryRecords, ForeignEntryReadsAsRecord) {
   slapd().add(std::string("dn: cn=other:/b,") + SlapdServer::kRecords +
               "\nobjectClass: paddockRecord\nobjectClass: paddockMount\ncn: other:/b\n"
               "paddockType: dsRecTypeStandard:Mounts\npaddockVFSLinkDir: /net\n"
@@ -146,7 +146,7 @@ TEST_F(LdapRecordsTest, AnEntryThatAnotherToolMadeIsARecord) {
   EXPECT_EQ(raised([&] { node()->newRecord("Other:/B", kMounts); }), EEXIST);
 }
 
-TEST_F(LdapRecordsTest, AnEntryThatAnotherToolMadeCanBeChangedAndRemoved) {
+TEST_F(LdapDirectoryRecords, ForeignEntryCanBeChangedAndRemoved) {
   slapd().add(std::string("dn: cn=other,") + SlapdServer::kRecords +
               "\nobjectClass: paddockRecord\ncn: other\npaddockType: dsRecTypeStandard:Mounts\n"
               "description: theirs\n");
@@ -163,7 +163,7 @@ TEST_F(LdapRecordsTest, AnEntryThatAnotherToolMadeCanBeChangedAndRemoved) {
   EXPECT_THAT(allNames(*node(), kMounts), IsEmpty());
 }
 
-TEST_F(LdapRecordsTest, WhatAnotherToolChangedInTheShownAttributesCounts) {
+TEST_F(LdapDirectoryRecords, ForeignChangeOfShownAttributesCounts) {
   makeMount();
   slapd().modify(std::string("dn: ") + kMountDn +
                  "\nchangetype: modify\nreplace: paddockVFSLinkDir\npaddockVFSLinkDir: /new\n-\n"
@@ -179,7 +179,7 @@ TEST_F(LdapRecordsTest, WhatAnotherToolChangedInTheShownAttributesCounts) {
   EXPECT_THAT(entry("(objectClass=paddockMount)"), HasSubstr("dsAttrTypeStandard:VFSLinkDir=/new"));
 }
 
-TEST_F(LdapRecordsTest, AnEntryThatCannotBeUnderstoodIsNamedAndNothingIsPassedOffAsAll) {
+TEST_F(LdapDirectoryRecords, MalformedEntryIsNamedAndFailsListing) {
   makeMount();
   const auto record = mount();
   for (const char* wrong : {"nonsense", "1.0 a", "1.0 =x", "x.0 a=x", "1.x a=x", "-1.0 a=x",
@@ -198,7 +198,7 @@ TEST_F(LdapRecordsTest, AnEntryThatCannotBeUnderstoodIsNamedAndNothingIsPassedOf
 
 // --- Sessions beside each other
 
-TEST_F(LdapRecordsTest, ASessionThatEndedWhileItRenamedKeepsNobodyFromTheName) {
+TEST_F(LdapDirectoryRecords, InterruptedRenameDoesNotBlockNewName) {
   node()->newRecord("old", kShares)->setAttribute("a", "1");
   slapd().modify(std::string("dn: paddockKey=dsRecTypeStandard:SharePoints/old,") +
                  SlapdServer::kRecords +
@@ -213,7 +213,7 @@ TEST_F(LdapRecordsTest, ASessionThatEndedWhileItRenamedKeepsNobodyFromTheName) {
   EXPECT_THAT(allNames(*node()), ElementsAre("third", "new"));
 }
 
-TEST_F(LdapRecordsTest, ARenameTakesThePlaceOfOneThatWasInterrupted) {
+TEST_F(LdapDirectoryRecords, RenameReplacesInterruptedOne) {
   node()->newRecord("old", kShares);
   node()->newRecord("other", kShares);
   slapd().modify(std::string("dn: paddockKey=dsRecTypeStandard:SharePoints/old,") +
@@ -224,7 +224,7 @@ TEST_F(LdapRecordsTest, ARenameTakesThePlaceOfOneThatWasInterrupted) {
   EXPECT_THAT(allNames(*node()), ElementsAre("old", "NEW"));
 }
 
-TEST_F(LdapRecordsTest, ARecordIsFoundAgainWhenAnotherSessionRenamedIt) {
+TEST_F(LdapDirectoryRecords, RecordRenamedByAnotherSessionIsFoundAgain) {
   const auto held = node()->newRecord("Docs", kShares);
   node()->findRecord("Docs", kShares)->setAttribute(schema::kRecordName, "Papers");
   EXPECT_EQ(held->getAttributeFirstValue(schema::kRecordName), "Papers");
@@ -234,7 +234,7 @@ TEST_F(LdapRecordsTest, ARecordIsFoundAgainWhenAnotherSessionRenamedIt) {
   EXPECT_THAT(allNames(*node()), IsEmpty());
 }
 
-TEST_F(LdapRecordsTest, ChangesOfSeveralSessionsAreAllMade) {
+TEST_F(LdapDirectoryRecords, ChangesOfSeveralSessionsAreAllMade) {
   node()->newRecord("Docs", kShares);
   std::vector<std::thread> threads;
   constexpr int kThreads = 4;
@@ -251,7 +251,7 @@ TEST_F(LdapRecordsTest, ChangesOfSeveralSessionsAreAllMade) {
             2U + kThreads * kChanges);
 }
 
-TEST_F(LdapRecordsTest, OnlyOneOfSeveralSessionsGetsAName) {
+TEST_F(LdapDirectoryRecords, OnlyOneOfSeveralSessionsGetsAName) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 5;
   for (int i = 0; i < kThreads; ++i) node()->newRecord("own" + std::to_string(i), kShares);
@@ -267,14 +267,14 @@ TEST_F(LdapRecordsTest, OnlyOneOfSeveralSessionsGetsAName) {
         if (raised([&] { record->setAttribute(schema::kRecordName, names); }) == 0) ++got;
       });
     for (std::thread& thread : threads) thread.join();
-    // Of two that look at the same time, both may step back; never do both get it.
+    // Of two concurrent attempts, both may back off; never do both succeed.
     EXPECT_LE(got, 1);
     EXPECT_EQ(namesWith(*node(), schema::kRecordName, wanted).size(),
               static_cast<std::size_t>(got));
   }
 }
 
-TEST_F(LdapRecordsTest, UsersAndGroupsAreNotMadeHere) {
+TEST_F(LdapDirectoryRecords, UsersAndGroupsAreNotMadeHere) {
   EXPECT_EQ(raised([&] { node()->newRecord("anna", schema::kUsers); }), EACCES);
   EXPECT_EQ(raised([&] { node()->newRecord("staff", schema::kGroups); }), EACCES);
 }

@@ -9,7 +9,7 @@
 #include "ldap/ldap_fixture.h"
 #include "platform/search_node.h"
 #include "platform/services.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_host_services.h"
 #include "store/directory_nodes.h"
 #include "support/run_to_end.h"
 
@@ -50,7 +50,7 @@ std::string basis(const DirectoryNode& node) {
   return node.getAttributeFirstValue(kWriteBasis).value();
 }
 
-class LdapRightsTest : public LdapTest {
+class LdapWriteRights : public LdapTest {
  protected:
   void SetUp() override {
     LdapTest::SetUp();
@@ -76,7 +76,7 @@ class LdapRightsTest : public LdapTest {
   }
 };
 
-TEST_F(LdapRightsTest, ANodeIsWritableAsConfigured) {
+TEST_F(LdapWriteRights, ANodeIsWritableAsConfigured) {
   const auto before = everything();
   LdapOptions nobody = options();
   nobody.bindDn.clear();
@@ -91,7 +91,7 @@ TEST_F(LdapRightsTest, ANodeIsWritableAsConfigured) {
   EXPECT_EQ(everything(), before);
 }
 
-TEST_F(LdapRightsTest, AChangeThatTheServerTookOrRefusedSaysMore) {
+TEST_F(LdapWriteRights, AcceptedOrRefusedChangeUpdatesWritability) {
   const auto server = std::make_shared<LdapServer>(asReader());
   EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
   EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
@@ -105,7 +105,7 @@ TEST_F(LdapRightsTest, AChangeThatTheServerTookOrRefusedSaysMore) {
   EXPECT_EQ(basis(*makeLdapNode(server)), "accepted");
 }
 
-TEST_F(LdapRightsTest, AChangeByAUserWhoAuthenticatedShowsThatItCanBeWritten) {
+TEST_F(LdapWriteRights, AuthenticatedUsersChangeShowsNodeWritable) {
   LdapOptions nobody = options();
   nobody.bindDn.clear();
   const auto server = std::make_shared<LdapServer>(nobody);
@@ -117,7 +117,7 @@ TEST_F(LdapRightsTest, AChangeByAUserWhoAuthenticatedShowsThatItCanBeWritten) {
   EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadWrite");
 }
 
-TEST_F(LdapRightsTest, WhatOneUserIsRefusedIsSaidToThatUserAlone) {
+TEST_F(LdapWriteRights, RefusalAppliesToRefusedUserAlone) {
   const auto server = std::make_shared<LdapServer>(options());
   const auto node = makeLdapNode(server);
   ASSERT_EQ(node->authenticateName("reader", "reader's", false), 0);
@@ -129,7 +129,7 @@ TEST_F(LdapRightsTest, WhatOneUserIsRefusedIsSaidToThatUserAlone) {
   EXPECT_EQ(readOnly(*node), "ReadWrite") << "another user is not known yet";
 }
 
-TEST_F(LdapRightsTest, AnAdministratorWhoMayWriteCan) {
+TEST_F(LdapWriteRights, AnAdministratorWhoMayWriteCan) {
   const InstalledNodes nodes({options()});
   bool canAuth = false;
   EXPECT_EQ(auth_ds_node("/LDAP/contract", "writer", "writer's", canAuth), 0);
@@ -137,7 +137,7 @@ TEST_F(LdapRightsTest, AnAdministratorWhoMayWriteCan) {
   EXPECT_THAT(allNames(*nodeWith(options()), kMounts), IsEmpty());
 }
 
-TEST_F(LdapRightsTest, AnAdministratorWhoMayNotWriteCannotAndTheStatusSaysWhy) {
+TEST_F(LdapWriteRights, ReadOnlyAdministratorFailsWithStatus) {
   const InstalledNodes nodes({options()});
   bool canAuth = true;
   EXPECT_EQ(auth_ds_node("/LDAP/contract", "reader", "reader's", canAuth), EACCES);
@@ -149,7 +149,7 @@ TEST_F(LdapRightsTest, AnAdministratorWhoMayNotWriteCannotAndTheStatusSaysWhy) {
   }
 }
 
-TEST_F(LdapRightsTest, OnlyNodesThatCanBeWrittenAreListed) {
+TEST_F(LdapWriteRights, OnlyNodesThatCanBeWrittenAreListed) {
   LdapOptions reader = asReader();
   reader.name = "reader";
   reader.writable = false;
@@ -169,11 +169,11 @@ class LdapReadOnlyDatabase : public LdapTest {
   }
 };
 
-TEST_F(LdapReadOnlyDatabase, IsReadOnlyOnceItHasRefusedAChange) {
+TEST_F(LdapReadOnlyDatabase, IsReadOnlyAfterRefusingChange) {
   LdapOptions root = options();
   root.bindDn = SlapdServer::kRoot;
   writeWholeFile(root.passwordFile, SlapdServer::kRootPassword);
-  // Nobody can add the place of the records while it runs.
+  // The container of the records cannot be added while it runs.
   slapd().stop();
   const std::string entries = slapd().folder().path("entries");
   writeWholeFile(entries,
@@ -227,7 +227,7 @@ class LdapLiftedRefusal : public LdapTest {
   LdapOptions options_;
 };
 
-TEST_F(LdapLiftedRefusal, AServerThatWasStartedAgainIsAskedAnew) {
+TEST_F(LdapLiftedRefusal, RestartedServerIsQueriedAgain) {
   const auto server = std::make_shared<LdapServer>(options_);
   EXPECT_EQ(raised([&] { makeLdapNode(server)->newRecord("a", kShares); }), EACCES);
   EXPECT_EQ(readOnly(*makeLdapNode(server)), "ReadOnly");
@@ -258,7 +258,7 @@ TEST_F(LdapLiftedRefusal, ItIsOverAfterAWhile) {
 
 // --- A replica
 
-class LdapReplicaTest : public LdapTest {
+class LdapReplicas : public LdapTest {
  protected:
   void SetUp() override {
     LdapTest::SetUp();
@@ -300,7 +300,7 @@ class LdapReplicaTest : public LdapTest {
   std::unique_ptr<SlapdServer> replica_;
 };
 
-TEST_F(LdapReplicaTest, ARecordThatIsWrittenOnOneIsFoundOnTheOther) {
+TEST_F(LdapReplicas, RecordWrittenOnOneIsFoundOnOther) {
   const auto reading = nodeWith(replica().nodeOptions());
   const auto record = node()->newRecord("fileserver:/a", kMounts);
   record->setAttribute("dsAttrTypeStandard:VFSOpts", Array{"net", "b", "a"});
@@ -315,7 +315,7 @@ TEST_F(LdapReplicaTest, ARecordThatIsWrittenOnOneIsFoundOnTheOther) {
   EXPECT_TRUE(comes([&] { return found() == nullptr; }));
 }
 
-TEST_F(LdapReplicaTest, AReplicaIsReadOnlyOnceItHasRefusedAChange) {
+TEST_F(LdapReplicas, ReplicaIsReadOnlyAfterRefusingChange) {
   const auto writing = nodeWith(replica().nodeOptions());
   EXPECT_EQ(readOnly(*writing), "ReadWrite");
   EXPECT_EQ(raised([&] { writing->newRecord("a", kMounts); }), EACCES);

@@ -32,14 +32,14 @@ std::string manyEntries() {
   return text.str();
 }
 
-class LdapScaleTest : public LdapTest {
+class LdapScale : public LdapTest {
  protected:
   SlapdOptions slapdOptions() override {
     return {.database = "limits dn.exact=\"cn=service,dc=example\" size=unlimited\n"};
   }
 };
 
-TEST_F(LdapScaleTest, TenThousandRecordsAreAllAnsweredAndEachIsFound) {
+TEST_F(LdapScale, TenThousandRecordsAreAllReturnedAndFound) {
   slapd().add(manyEntries());
   const auto all = allNames(*node());
   ASSERT_EQ(all.size(), static_cast<std::size_t>(kRecords));
@@ -51,7 +51,7 @@ TEST_F(LdapScaleTest, TenThousandRecordsAreAllAnsweredAndEachIsFound) {
   }
 }
 
-TEST_F(LdapScaleTest, SixteenThreadsWorkOnOneConfiguration) {
+TEST_F(LdapScale, SixteenThreadsWorkOnOneConfiguration) {
   slapd().addPerson("anna", "anna's", true);
   constexpr int kThreads = 16;
   constexpr int kRounds = 5;

@@ -13,7 +13,7 @@
 
 namespace paddock {
 
-class LdapTlsTest : public ::testing::Test {
+class LdapTlsCertificates : public ::testing::Test {
  protected:
   void SetUp() override {
     const std::string why = whyNoSlapd();

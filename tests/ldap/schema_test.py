@@ -52,7 +52,7 @@ class Schema(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             configuration = os.path.join(folder, "slapd.conf")
             with open(configuration, "w", encoding="ascii") as f:
-                f.write("include %s.schema\ninclude %s/packaging/ldap/paddock.schema\n" % (CORE, PROJECT))
+                f.write("include %s.schema\ninclude \"%s/packaging/ldap/paddock.schema\"\n" % (CORE, PROJECT))
             self.run_program(SLAPTEST, "-u", "-f", configuration)
 
     def test_a_server_with_its_configuration_in_entries_takes_the_ldif(self):

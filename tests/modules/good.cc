@@ -13,7 +13,6 @@
 #include <system_error>
 #include <thread>
 
-#include "paddock/bundle_manager.h"
 #include "paddock/host.h"
 #include "paddock/plugin.h"
 #include "paddock/run_program.h"

@@ -1,8 +1,8 @@
 // Stands in for copyprivs: touches no object, and writes the status files that the test has put
-// beside its executable. NAME.begin is the first one; as long as there is a file NAME.wait it goes
-// on, until SIGTERM; the last one is NAME.end, or NAME.stopped after SIGTERM. In each of them
-// @PID@ and @PATH@ become its process id and the folder. NAME.complaint goes to standard error.
-// NAME.arguments gets its argument vector, a line for each.
+// beside its executable. NAME.begin is the first one; as long as there is a file NAME.wait it
+// continues, until SIGTERM; the last one is NAME.end, or NAME.stopped after SIGTERM. In each of
+// them @PID@ and @PATH@ become its process id and the folder. NAME.complaint goes to standard
+// error. NAME.arguments gets its argument vector, a line for each.
 #include <unistd.h>
 
 #include <chrono>

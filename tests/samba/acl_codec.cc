@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/linux/acl/nt_acl.h"
-#include "platform/linux/acl/sid_text.h"
+#include "platform/linux/acl/sid_forms.h"
 #include "support/hex_bytes.h"
 
 namespace {

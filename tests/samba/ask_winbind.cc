@@ -2,7 +2,7 @@
 // "SID error NUMBER".
 #include <cstdio>
 
-#include "platform/linux/acl/sid_text.h"
+#include "platform/linux/acl/sid_forms.h"
 #include "platform/linux/acl/winbind_sids.h"
 
 int main(int count, char** arguments) {

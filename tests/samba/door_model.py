@@ -41,7 +41,9 @@ class Folder(namedtuple("Folder", "mode owner group entries")):
         if user == maker:
             return {"r", "w", "x"}
         passed = [entry for entry in self.entries or () if reaches(entry.flags, is_folder, level)]
-        return decided(passed, user, self._digit_inside(user, maker, door), "rwx")
+        digit = (self._digit(user) if door != "smb" and self._names(user)
+                 else self._digit_inside(user, maker, door))
+        return decided(passed, user, digit, "rwx")
 
     def _digit(self, user):
         return self.mode >> 3 if GROUPS[self.group] in gids_of(user) else self.mode
@@ -53,6 +55,11 @@ class Folder(namedtuple("Folder", "mode owner group entries")):
         gids = ({GROUPS[self.group]} if is_kernels else set()) | (
             set() if door != "smb" and self.mode & 0o2000 else {USERS[maker]})
         return self.mode >> 3 if gids & set(gids_of(user)) else self.mode
+
+    def _names(self, user):
+        """To the kernel, whom a passed on entry names has inside, besides, what the folder's mode gives him."""
+        return any(entry.kind == "user" and entry.name == user and entry.flags & INHERIT
+                   for entry in self.entries or ())
 
     def _names_own_group(self):
         return any(entry.kind == "group" and entry.name == self.group and entry.flags & INHERIT

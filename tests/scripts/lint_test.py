@@ -16,6 +16,7 @@ configure() { :; }
 lint_format() { :; }
 lint_scripts() { echo 'In run line 3:'; echo 'rm $x'; return 1; }
 lint_layering() { echo 'no fault'; }
+lint_tree() { echo 'a.h:501: long'; return 1; }
 lint_tidy() { cat -- "$project/tidy"; echo 'xargs: killed' >"$(lint_log clang-tidy).stderr"; return 1; }
 command_lint
 """
@@ -37,8 +38,9 @@ def end_of_lint(tidy):
 class Lint(unittest.TestCase):
     def test_repeats_every_finding_once_and_names_what_failed(self):
         tidy = "DIR/" + SOURCE + "  3 | code\n" + "DIR/" + HEADER + "DIR/" + HEADER
-        self.assertEqual(end_of_lint(tidy), (1, "In run line 3:\nrm $x\n== clang-tidy found:\n" + HEADER + SOURCE +
-                                             "paddock: lint: these found faults: shellcheck clang-tidy\n"))
+        self.assertEqual(end_of_lint(tidy), (1, "In run line 3:\nrm $x\n== tree found:\na.h:501: long\n"
+                                             "== clang-tidy found:\n" + HEADER + SOURCE +
+                                             "paddock: lint: these found faults: shellcheck tree clang-tidy\n"))
 
     def test_a_clang_tidy_that_broke_down_without_a_finding_shows_what_it_said(self):
         self.assertIn("== clang-tidy found:\nxargs: killed\n", end_of_lint("")[1])

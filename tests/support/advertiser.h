@@ -2,9 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "base/mutex.h"
 #include "platform/net_service.h"
 
 namespace paddock {
@@ -12,22 +12,22 @@ namespace paddock {
 class Advertiser : public NetServiceOwner {
  public:
   std::shared_ptr<NetService> netService() const override {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return service_;
   }
   void setNetService(std::shared_ptr<NetService> service) override {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     service_.swap(service);
   }
-  std::mutex& renewalMutex() override { return renewalMutex_; }
+  Mutex& renewalMutex() override { return renewalMutex_; }
   void netServiceWillPublish(NetService&) override {}
   void netServiceDidNotPublish(NetService&, const Dictionary&) override {}
   void netServiceDidStop(NetService&) override {}
 
  private:
-  mutable std::mutex mutex_;
-  std::mutex renewalMutex_;
-  std::shared_ptr<NetService> service_;
+  mutable Mutex mutex_;
+  Mutex renewalMutex_;
+  std::shared_ptr<NetService> service_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

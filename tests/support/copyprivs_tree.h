@@ -1,4 +1,4 @@
-// An installed copyprivs in a tree of its own, and folders for it to work on.
+// An installed copyprivs in a tree of its own, and folders for it to process.
 #pragma once
 
 #include <gtest/gtest.h>

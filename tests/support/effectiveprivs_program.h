@@ -11,12 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "base/computed_guid.h"
-#include "platform/directory_schema.h"
-#include "platform/linux/acl/access_mask.h"
+#include "base/guid.h"
+#include "platform/directory.h"
+#include "platform/linux/acl/ace_entry.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/well_known_sids.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "platform/linux/privileges/mode_tail.h"
 #include "privileges/bundle_programs.h"

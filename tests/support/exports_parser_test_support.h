@@ -1,4 +1,4 @@
-// What the tests of the exports file share: a parser on a file in memory.
+// Shared by the tests of the exports file: a parser on a file in memory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,9 +8,9 @@
 
 #include "exports/nfs_export_parser.h"
 #include "platform/services.h"
-#include "platform/testing/fake_clock.h"
+#include "platform/testing/fake_machine_information.h"
 #include "platform/testing/in_memory_text_files.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/recording_host_services.h"
 
 namespace paddock {
 
@@ -24,7 +24,22 @@ inline NFSExportRecordPtr exportTo(const std::string& path, const std::string& h
   return record;
 }
 
-class ParserTest : public testing::Test {
+// A clock and a log for files of exports.
+class ExportsServices : public testing::Test {
+ protected:
+  Services servicesOn(TextFiles* files) {
+    Services services;
+    services.textFiles = files;
+    services.logger = &logger_;
+    services.clock = &clock_;
+    return services;
+  }
+
+  RecordingLogger logger_;
+  FakeClock clock_;
+};
+
+class ParserTest : public ExportsServices {
  protected:
   static constexpr const char* kFile = "/etc/exports";
   static constexpr const char* kCopy = "/etc/exports.before-paddock";
@@ -43,16 +58,6 @@ class ParserTest : public testing::Test {
   }
   std::string rewritten(const std::string& text) { return written(*parserOf(text)); }
 
-  Services servicesOn(TextFiles* files) {
-    Services services;
-    services.textFiles = files;
-    services.logger = &logger_;
-    services.clock = &clock_;
-    return services;
-  }
-
-  RecordingLogger logger_;
-  FakeClock clock_;
   InMemoryTextFiles files_;
   ServicesGuard guard_;
 };

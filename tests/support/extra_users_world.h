@@ -7,11 +7,11 @@
 #include <string>
 
 #include "base/value.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "platform/linux/files/managed_block.h"
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {

@@ -18,14 +18,14 @@ class FaultyXattrs final : public ExtendedAttributes {
     changes_ = 0;
     isLasting_ = false;
   }
-  // So do all that follow: what is undone, too.
+  // All that follow fail, too, including those that undo changes.
   void failChangesFrom(int number, int error) {
     failChange(number, error);
     isLasting_ = true;
   }
   // Changes that were tried since then.
   int changes() const { return changes_; }
-  // Every call for the attribute is EOPNOTSUPP from now on.
+  // Every call for the attribute fails with EOPNOTSUPP from now on.
   void takeNo(const std::string& name) { unsupported_ = name; }
 
   int get(int object, const std::string& name, std::string& value) const override {

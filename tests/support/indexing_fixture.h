@@ -11,17 +11,16 @@
 #include "platform/logger.h"
 #include "platform/services.h"
 #include "platform/testing/fake_volume_info.h"
-#include "platform/testing/faulty_services.h"
 #include "platform/testing/in_memory_acl.h"
 #include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_membership.h"
 #include "platform/testing/in_memory_metadata_stores.h"
-#include "platform/testing/recording_logger.h"
-#include "platform/testing/recording_program_runner.h"
+#include "platform/testing/recording_host_services.h"
+#include "support/acl_fixture.h"
 
 namespace paddock {
 
-class IndexingFixture : public ::testing::Test {
+class IndexingFixture : public AclFixture {
  protected:
   IndexingFixture() { tree.setFolder(kFolder); }
   ~IndexingFixture() override { EXPECT_EQ(acl.unreleased(), 0U); }
@@ -46,13 +45,10 @@ class IndexingFixture : public ::testing::Test {
   // Runs `work` while the `nth` call named `call` fails with `error`.
   template <typename Work>
   void failing(const std::string& call, const Work& work, int error = EIO, std::size_t nth = 1) {
-    FaultPlan plan(nth);
-    plan.countOnly(call);
-    plan.setError(error);
-    const FaultyServices faulty(doubles(), plan);
-    const ServicesGuard guard(faulty.services());
-    work();
-    EXPECT_TRUE(plan.fired()) << call << " was not called so often";
+    whileFailing(doubles(), call, nth, error, [&work] {
+      work();
+      return true;
+    });
   }
 
   // What was logged is these texts, each as an error; they are forgotten then.
@@ -64,15 +60,6 @@ class IndexingFixture : public ::testing::Test {
   }
 
   static Guid guidOfUser(std::uint32_t uid) { return computedGuid({PrincipalType::user, uid}); }
-  static acl::Entry entryOf(int tag, const Guid& guid, acl::Permission permissions,
-                            acl::Flag flags) {
-    acl::Entry entry;
-    entry.tag = tag;
-    entry.qualifier = guid;
-    entry.permset.permissions = permissions;
-    entry.flagset.flags = flags;
-    return entry;
-  }
   void store(const std::vector<acl::Entry>& entries) { tree.setAcl(kFolder, {.entries = entries}); }
   // The folder's ACL, an entry as "tag uid permissions flags".
   std::vector<std::string> entries(const std::string& path = kFolder) {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "keelhouse/command_line.h"
+#include "keelhouse/keelhouse_command_line.h"
 #include "support/scripted_daemon.h"
 #include "support/temporary_folder.h"
 

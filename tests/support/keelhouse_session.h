@@ -16,7 +16,7 @@ namespace paddock::keelhouse {
 // Of ids without an account here.
 inline constexpr const char* kUserGuid = "2918733C-ACBF-4C23-AD09-B8FC7FFF0001";
 inline constexpr const char* kGroupGuid = "8872134E-C1BC-44B8-8DF6-B2927FFF0002";
-// Of nobody: no id was made into it.
+// Of no account: not derived from an id.
 inline constexpr const char* kOtherGuid = "11111111-2222-4333-8444-555555555555";
 // Of users and groups that every system has.
 inline constexpr const char* kRootGuid = "2918733C-ACBF-4C23-AD09-B8FC00000000";

@@ -1,4 +1,4 @@
-// A program that a test kills while it is at work.
+// A program that a test kills while it runs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ inline bool killAfter(const std::string& program, std::vector<std::string> words
 }
 
 // Kills runs of the program at a hundred random moments of the `whole` that one takes, with
-// `prepare` called before and `check` after each; some of them must have been at work.
+// `prepare` called before and `check` after each; some of them must have been running.
 inline void killAtRandomMoments(const std::string& program, const std::vector<std::string>& words,
                                 std::chrono::duration<double, std::micro> whole,
                                 const std::function<void()>& prepare,

@@ -160,7 +160,7 @@ void CuttingProxy::carry(FileDescriptor client) {
     ::poll(waited.data(), waited.size(), kPollMilliseconds);
     if (waited[1].revents != 0) {
       const std::string bytes = receiveSome(server.get());
-      if (mute) called_();  // the server has answered, which nobody hears
+      if (mute) called_();  // the server has answered, which does not reach the client
       if (bytes.empty() || mute) return;
       sendAll(client.get(), bytes);
     }

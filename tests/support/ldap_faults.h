@@ -8,14 +8,14 @@
 #include <memory>
 #include <thread>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock {
 
 // The size of the first LDAP message (BER, definite length) in the bytes; 0 when it is not whole.
 std::size_t ldapMessageSize(const std::string& bytes);
 
-// Listens on a port of the loopback.
+// Listens on a port of the loopback interface.
 class LoopbackListener {
  public:
   LoopbackListener();
@@ -30,7 +30,7 @@ class LoopbackListener {
   int port_ = 0;
 };
 
-// Takes every connection, sends it some bytes, and then says nothing more until it ends.
+// Accepts every connection, sends it some bytes, and then stays silent until it ends.
 class TalkingServer {
  public:
   explicit TalkingServer(std::string words);
@@ -48,7 +48,7 @@ class TalkingServer {
   std::thread thread_;
 };
 
-// Stands between a client and a server on a Unix socket, counts the messages of the client, and
+// A proxy between a client and a server on a Unix socket: counts the messages of the client, and
 // breaks the connection at one of them.
 class CuttingProxy {
  public:
@@ -77,7 +77,7 @@ class CuttingProxy {
   void awaitEnds() const;
   void acceptAll();
   void carry(FileDescriptor client);
-  // Whether the client's message may go on to the server.
+  // Whether the client's message is forwarded to the server.
   bool admit();
 
   LoopbackListener listener_;

@@ -1,5 +1,4 @@
-// A directory server that says what a test wants it to say, and a proxy that makes an honest one
-// slow.
+// A directory server that sends scripted answers, and a proxy that slows down a real one.
 #pragma once
 
 #include <atomic>
@@ -29,7 +28,7 @@ std::string bindDone(int request, int result, const std::string& diagnostic);
 
 class LyingLdapServer {
  public:
-  // Sends bytes to the client; false when nobody takes them any more.
+  // Sends bytes to the client; false when it no longer receives them.
   using Send = std::function<bool(const std::string& bytes)>;
   // Answers the request with this message id.
   using Answer = std::function<void(int request, const Send& send)>;
@@ -38,7 +37,7 @@ class LyingLdapServer {
   explicit LyingLdapServer(Answer onSearch, Answer onBind = nullptr);
   LyingLdapServer(const LyingLdapServer&) = delete;
   LyingLdapServer& operator=(const LyingLdapServer&) = delete;
-  // Whoever sends for ever ends, too.
+  // Also ends threads that send endlessly.
   ~LyingLdapServer();
 
   std::string uri() const { return listener_.uri(); }
@@ -58,8 +57,8 @@ class LyingLdapServer {
   std::thread thread_;
 };
 
-// Carries bytes between clients and a server on a port of the loopback. While it drips, what the
-// server says comes a byte at a time.
+// Forwards bytes between clients and a server on a port of the loopback interface. While it drips,
+// the server's output arrives a byte at a time.
 class DrippingProxy {
  public:
   explicit DrippingProxy(int serverPort);

@@ -1,4 +1,4 @@
-// A program on a terminal of its own, for tests of what it shows there and of what is typed.
+// A program on a pseudo-terminal of its own, for tests of its terminal output and input.
 #pragma once
 
 #include <gtest/gtest.h>

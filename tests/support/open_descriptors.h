@@ -1,4 +1,4 @@
-// The descriptors that this process has open, so that a test sees which ones a call left behind.
+// The open descriptors of this process, to detect descriptors that a call leaks.
 #pragma once
 
 #include <dirent.h>
@@ -26,7 +26,7 @@ inline std::set<int> openDescriptors() {
   return numbers;
 }
 
-// What was opened since its construction and is open still; closed at its end.
+// Descriptors opened since its construction that are still open; closed by the destructor.
 class LeftOpen {
  public:
   LeftOpen() : before_(openDescriptors()) {}

@@ -1,5 +1,5 @@
-// Runs part of a test in a child process with mounts of its own, so that nothing of the machine
-// is changed. Needs root.
+// Runs part of a test in a child process with a mount namespace of its own, so that the machine is
+// not changed. Needs root.
 #pragma once
 
 #include <fcntl.h>
@@ -16,11 +16,11 @@
 #include <functional>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock {
 
-// Gives the process mounts of its own; what keeps it from that, or nothing.
+// Gives the process a mount namespace of its own; returns the error, or an empty text.
 inline std::string takeOwnMounts() {
   if (::unshare(CLONE_NEWNS) != 0) return std::string("unshare: ") + std::strerror(errno);
   if (::mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0)

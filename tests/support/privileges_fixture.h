@@ -9,25 +9,22 @@
 #include <string>
 #include <vector>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/logger.h"
 #include "platform/services.h"
-#include "platform/testing/faulty_services.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_acl.h"
 #include "platform/testing/in_memory_directory.h"
-#include "platform/testing/in_memory_file_attributes.h"
 #include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_membership.h"
-#include "platform/testing/in_memory_privileged_objects.h"
 #include "platform/testing/in_memory_status_files.h"
-#include "platform/testing/recording_logger.h"
-#include "platform/testing/recording_program_runner.h"
+#include "platform/testing/recording_host_services.h"
+#include "support/acl_fixture.h"
 
 namespace paddock {
 
-class PrivilegesFixture : public ::testing::Test {
+class PrivilegesFixture : public AclFixture {
  protected:
   PrivilegesFixture() {
     accounts.addUser("anna", 1000);
@@ -53,27 +50,10 @@ class PrivilegesFixture : public ::testing::Test {
     return all;
   }
 
-  static acl::Entry entryOf(int tag, const std::optional<Guid>& guid, acl::Permission permissions,
-                            acl::Flag flags = 0) {
-    acl::Entry entry;
-    entry.tag = tag;
-    entry.qualifier = guid;
-    entry.permset.permissions = permissions;
-    entry.flagset.flags = flags;
-    return entry;
-  }
-
   // The result of `work` while the `nth` call named `call` fails with `error`.
   template <typename Work>
   auto failing(const std::string& call, const Work& work, std::size_t nth = 1, int error = EIO) {
-    FaultPlan plan(nth);
-    plan.countOnly(call);
-    plan.setError(error);
-    const FaultyServices faulty(doubles(), plan);
-    const ServicesGuard guard(faulty.services());
-    const auto result = work();
-    EXPECT_TRUE(plan.fired()) << call << " was not called so often";
-    return result;
+    return whileFailing(doubles(), call, nth, error, work);
   }
 
   using Lines = std::vector<RecordingLogger::Line>;
@@ -99,6 +79,16 @@ class PrivilegesFixture : public ::testing::Test {
     Dictionary attributes{{schema::kGeneratedUID, guidText(guid)}};
     if (realName) attributes.set(schema::kRealName, *realName);
     directory.addRecord("/Local", type, name, attributes);
+  }
+  Guid guidOfUser(std::uint32_t uid) {
+    Guid guid;
+    EXPECT_EQ(membership.uidToGuid(uid, guid), 0);
+    return guid;
+  }
+  Guid guidOfGroup(std::uint32_t gid) {
+    Guid guid;
+    EXPECT_EQ(membership.gidToGuid(gid, guid), 0);
+    return guid;
   }
   static Guid guidNumber(std::uint8_t number) {
     Guid guid{{0xDE, 0xAD, 0xBE, 0xEF}};

@@ -1,5 +1,5 @@
-// A daemon for tests of its clients: answers HTTP on a Unix socket with what the test scripted, and
-// keeps what it was asked.
+// A daemon for tests of its clients: answers HTTP on a Unix socket with scripted replies, and
+// records the requests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ class ScriptedDaemon {
     std::string head;  // its lines, as they were sent
   };
 
-  // Listens on a new socket below the folder `root`, where programs look for it.
+  // Listens on a new socket below the folder `root`, where programs expect it.
   explicit ScriptedDaemon(const std::filesystem::path& root)
       : socketPath_(root / "run/paddock/paddockd.sock") {
     std::filesystem::create_directories(socketPath_.parent_path());

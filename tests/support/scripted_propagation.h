@@ -34,7 +34,7 @@ class ScriptedPropagation {
   void says(const std::string& when, const std::string& text) const {
     writeWholeFile(program_ + "." + when, text);
   }
-  // From now on runs go on until they are told to end, or `finish`.
+  // From now on runs continue until they are signalled to end, or `finish`.
   void waits() const { writeWholeFile(program_ + ".wait", ""); }
   void finish() const { std::filesystem::remove(program_ + ".wait"); }
 

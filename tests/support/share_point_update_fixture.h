@@ -11,7 +11,7 @@ namespace paddock {
 
 inline constexpr const char* kExport = "nfsExportRecord";
 
-class SharePointUpdateTest : public ModuleFixture {
+class SharePointUpdate : public ModuleFixture {
  protected:
   Status update(const Dictionary& settings) {
     written_ = SharePointRecord::recordWithDictionary(settings);

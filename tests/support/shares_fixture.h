@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/linux/directory/linux_directory.h"
-#include "store/schema.h"
+#include "store/directory_access.h"
 #include "support/temporary_folder.h"
 
 namespace paddock::synchronizer {

@@ -18,7 +18,7 @@
 #include <string_view>
 #include <thread>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "support/run_to_end.h"
 
 namespace paddock {
@@ -103,7 +103,7 @@ void SlapdServer::configure() {
   std::string text;
   for (const char* name : {"core", "cosine", "nis", "inetorgperson"})
     text += "include " + schemas + name + ".schema\n";
-  if (options_.schema) text += std::string("include ") + PADDOCK_LDAP_SCHEMA + "\n";
+  if (options_.schema) text += std::string("include \"") + PADDOCK_LDAP_SCHEMA + "\"\n";
   text += "pidfile " + folder_.path("pid") + "\nmodulepath /usr/lib/ldap\nmoduleload back_mdb.so\n";
   if (!options_.certificate.empty())
     text += "TLSCertificateFile " + options_.certificate + "\nTLSCertificateKeyFile " +

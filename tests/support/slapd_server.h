@@ -1,5 +1,5 @@
 // A directory server of a test's own: Debian's slapd in a folder of its own, on a Unix socket and,
-// when asked for, a free port of the loopback. It ends, by its own pid, with the object.
+// on request, a free port of the loopback interface. It ends, by its own pid, with the object.
 #pragma once
 
 #include <sys/types.h>
@@ -12,11 +12,11 @@
 
 namespace paddock {
 
-// Why no slapd can be run here, for GTEST_SKIP; empty when one can.
+// Why slapd cannot be run here, for GTEST_SKIP; empty when it can.
 std::string whyNoSlapd();
 
 struct SlapdOptions {
-  bool schema = true;  // whether it has our schema
+  bool schema = true;  // whether it has the project's schema
   bool tcp = false;    // whether it listens on a port too; the port is of the options' choosing
   bool ldaps = false;  // whether that port is TLS from the start
   std::string certificate = {};  // files for TLS; empty: none
@@ -32,7 +32,7 @@ struct SlapdOptions {
 // employeeType "writer" may write.
 class SlapdServer {
  public:
-  // Starts it; throws std::runtime_error with its log when it does not.
+  // Starts it; throws std::runtime_error with its log on failure.
   explicit SlapdServer(SlapdOptions options = {});
   SlapdServer(const SlapdServer&) = delete;
   SlapdServer& operator=(const SlapdServer&) = delete;
@@ -60,10 +60,10 @@ class SlapdServer {
   // With SIGTERM, and waits for its end; with SIGKILL.
   void stop();
   void kill();
-  // Stops its work without ending it, and goes on.
+  // Suspends it without ending it, and resumes it.
   void freeze();
   void thaw();
-  // Starts it anew with rules by which nobody may search or read anything.
+  // Restarts it with rules that deny searching and reading to everyone.
   void refuseEverybody();
 
   // Adds entries, in LDIF, as the root of the database. Throws what ldapadd says.
@@ -94,7 +94,7 @@ class SlapdServer {
   bool refusing_ = false;
 };
 
-// A port of the loopback that nobody listens on just now.
+// A port of the loopback interface with no listener at the moment.
 int freeLoopbackPort();
 
 }  // namespace paddock

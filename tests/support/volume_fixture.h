@@ -11,12 +11,11 @@
 
 #include "platform/file_attributes.h"
 #include "platform/services.h"
-#include "platform/testing/fake_browser_information.h"
-#include "platform/testing/fake_quota_control.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/fake_quotas.h"
 #include "platform/testing/fake_volume_info.h"
 #include "platform/testing/in_memory_accounts.h"
-#include "platform/testing/recording_logger.h"
-#include "platform/testing/recording_program_runner.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/open_descriptors.h"
 #include "support/temporary_folder.h"
 #include "volumes/quota_file_format.h"
@@ -50,7 +49,7 @@ inline QuotaEntry usage(std::uint32_t id, std::uint64_t bytes, std::uint64_t har
   return entry;
 }
 
-// Says whether a real file exists, and nothing else of it.
+// Reports only whether a real file exists.
 class ExistenceOfFiles : public FileAttributeService {
  public:
   int read(const std::string&, FileAttributes&) override { return ENOTSUP; }
@@ -60,7 +59,7 @@ class ExistenceOfFiles : public FileAttributeService {
   }
   std::optional<RefusedLink> refusedLink(const std::string&) override { return refused; }
 
-  // What keeps every path from being changed.
+  // The reason to refuse changes of every path.
   std::optional<RefusedLink> refused;
 };
 

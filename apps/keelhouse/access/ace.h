@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/guid.h"
 #include "base/principal.h"
 #include "base/value.h"
+#include "keelhouse/core/account_names.h"
 
 namespace paddock::keelhouse {
 
@@ -29,5 +31,17 @@ Dictionary sentBack(const Ace& ace);
 
 // The keys under which a new entry names a user or group by its id.
 Dictionary principalKeys(const Principal& principal);
+
+// ACL entries as the command line takes them.
+struct TypedEntry {
+  bool allow = true;
+  PrincipalName who;
+  std::uint32_t rights = 0;
+  std::uint32_t inheritance = 0;
+};
+
+// Entries "allow WHO RIGHTS", "deny WHO RIGHTS:INHERITANCE", each as one word with blanks in it or
+// as three words. Throws Failure (usage) for anything else.
+std::vector<TypedEntry> parseEntries(const std::vector<std::string>& words);
 
 }  // namespace paddock::keelhouse

@@ -6,8 +6,9 @@
 
 #include "base/text.h"
 #include "keelhouse/access/ace.h"
-#include "keelhouse/access/acl_view.h"
+#include "keelhouse/access/privileges_view.h"
 #include "keelhouse/core/failure.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
@@ -19,7 +20,7 @@ WantedEntry newEntry(const TypedEntry& entry, const Principals& principals) {
   WantedEntry wanted;
   wanted.who = principals.resolve(entry.who);
   wanted.sent = wireKeys(wanted.who);
-  wanted.sent.set("allowPermission", entry.allow ? "YES" : "NO");
+  wanted.sent.set(protocol::kAllowPermission, entry.allow ? "YES" : "NO");
   wanted.sent.set("bitmap", entry.rights);
   wanted.sent.set("flags", entry.inheritance);
   return wanted;

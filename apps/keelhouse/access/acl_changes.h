@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/value.h"
+#include "keelhouse/access/ace.h"
 #include "keelhouse/access/principals.h"
-#include "keelhouse/access/typed_entry.h"
 
 namespace paddock::keelhouse {
 

@@ -38,7 +38,7 @@ class AclChanges : public SessionFixture {
 
 using Guids = std::vector<std::string>;
 
-TEST_F(AclChanges, sendNewEntriesAsTheDaemonTakesThem) {
+TEST_F(AclChanges, SendNewEntriesInDaemonFormat) {
   EXPECT_EQ(
       sentAcl(typed({"allow", "user:root", "read:inherit", "deny group:nogroup delete", "allow",
                      kOtherGuid, "none"})),
@@ -56,21 +56,21 @@ TEST_F(AclChanges, sendNewEntriesAsTheDaemonTakesThem) {
                  {"guid", kOtherGuid}, {"allowPermission", "YES"}, {"bitmap", 0}, {"flags", 0}}}));
 }
 
-TEST_F(AclChanges, sendBackEntriesByTheirGuids) {
+TEST_F(AclChanges, SendBackEntriesByGuid) {
   Dictionary read = entry(kUserGuid, "NO", 16382, 48);
   read.set("displayName", "Zoe");
   read.set("isUser", 0);
   EXPECT_EQ(sentAcl(keptEntries({read})), (Array{entry(kUserGuid, "NO", 16382, 48)}));
 }
 
-TEST_F(AclChanges, doNotSendBackWhatTheDaemonWouldNotTake) {
+TEST_F(AclChanges, RefuseSendingBackUnacceptableEntries) {
   Dictionary cut{{"displayName", "x"}, {"guid", kUserGuid}};
   EXPECT_THROW(keptEntries({entry(kUserGuid), cut}), Failure);
   EXPECT_THROW(keptEntries({entry("no guid")}), Failure);
   EXPECT_THROW(keptEntries({"text"}), Failure);
 }
 
-TEST_F(AclChanges, addBehindTheLastBeforeTheFirstOrBetween) {
+TEST_F(AclChanges, AddEntriesAtAnyPosition) {
   const WantedAcl acl = kept({kUserGuid, kGroupGuid});
   const WantedAcl added = kept({kOtherGuid, kRootGuid});
   EXPECT_EQ(guidsOf(withAdded(acl, added, std::nullopt)),
@@ -85,26 +85,26 @@ TEST_F(AclChanges, addBehindTheLastBeforeTheFirstOrBetween) {
   EXPECT_EQ(guidsOf(withAdded({}, added, 1)), (Guids{kOtherGuid, kRootGuid}));
 }
 
-TEST_F(AclChanges, removeByNumber) {
+TEST_F(AclChanges, RemoveByNumber) {
   const WantedAcl acl = kept({kUserGuid, kGroupGuid, kOtherGuid});
   EXPECT_EQ(guidsOf(without(acl, {"2"})), (Guids{kUserGuid, kOtherGuid}));
   EXPECT_EQ(guidsOf(without(acl, {"3", "1", "3"})), (Guids{kGroupGuid}));
   EXPECT_THROW(without(acl, {"4"}), Failure);
 }
 
-TEST_F(AclChanges, removeEverythingAboutAUserOrGroup) {
+TEST_F(AclChanges, RemoveAllEntriesOfUserOrGroup) {
   const WantedAcl acl = kept({kRootGuid, kNogroupGuid, kRootGuid, kOtherGuid});
   EXPECT_EQ(guidsOf(without(acl, {kOtherGuid})), (Guids{kRootGuid, kNogroupGuid, kRootGuid}));
   EXPECT_EQ(guidsOf(without(acl, {"user:root", "group:nogroup"})), (Guids{kOtherGuid}));
   EXPECT_EQ(guidsOf(without(acl, {"user:root", "1", "2"})), (Guids{kOtherGuid}));
 }
 
-TEST_F(AclChanges, doNotRemoveWhatIsNotThere) {
+TEST_F(AclChanges, RefuseRemovingMissingEntries) {
   EXPECT_THROW(without(kept({kNogroupGuid}), {"user:root"}), Failure);
   EXPECT_THROW(without({}, {"1"}), Failure);
 }
 
-TEST(AclRemovals, areNumbersUsersAndGroups) {
+TEST(AclRemovals, AcceptNumbersUsersAndGroups) {
   const auto removals = parseRemovals({"12", "user:12", kOtherGuid});
   EXPECT_EQ(std::get<std::size_t>(removals.at(0)), 12U);
   EXPECT_EQ(std::get<PrincipalName>(removals.at(1)).name, "12");
@@ -112,7 +112,7 @@ TEST(AclRemovals, areNumbersUsersAndGroups) {
   for (const char* word : {"0", "-1", "", "user:"}) EXPECT_THROW(parseRemovals({word}), Failure);
 }
 
-TEST_F(AclChanges, areTakenOverWhenTheSameReadsBack) {
+TEST_F(AclChanges, SucceedWhenReadBackMatches) {
   EXPECT_EQ(difference({}, {}), std::nullopt);
   EXPECT_EQ(difference(kept({kUserGuid, kGroupGuid}), {entry(kUserGuid), entry(kGroupGuid)}),
             std::nullopt);
@@ -120,7 +120,7 @@ TEST_F(AclChanges, areTakenOverWhenTheSameReadsBack) {
             std::nullopt);
 }
 
-TEST_F(AclChanges, areNotTakenOverWhenAnEntryReadsBackDifferently) {
+TEST_F(AclChanges, FailWhenEntryReadsBackDifferently) {
   const WantedAcl wanted = typed({"allow", "user:root", "list"});
   EXPECT_EQ(difference(wanted, {entry(kRootGuid, "NO")}),
             "entry 1 reads back as \"deny user:root list\"");
@@ -132,7 +132,7 @@ TEST_F(AclChanges, areNotTakenOverWhenAnEntryReadsBackDifferently) {
   EXPECT_TRUE(difference(wanted, {"text"}));
 }
 
-TEST_F(AclChanges, areNotTakenOverWhenTheirNumberDiffers) {
+TEST_F(AclChanges, FailWhenEntryCountDiffers) {
   EXPECT_EQ(difference(kept({kUserGuid}), {}), "of 1 entries 0 read back");
   EXPECT_EQ(difference({}, {entry(kUserGuid)}), "of 0 entries 1 read back");
 }

@@ -5,20 +5,20 @@
 #include <sstream>
 
 #include "keelhouse/access/acl_changes.h"
-#include "keelhouse/access/acl_view.h"
 #include "keelhouse/access/denied_groups.h"
 #include "keelhouse/access/folder_privileges.h"
 #include "keelhouse/access/kernel_acl.h"
 #include "keelhouse/access/list_state.h"
 #include "keelhouse/access/privileges_document.h"
-#include "keelhouse/access/privs_view.h"
+#include "keelhouse/access/privileges_view.h"
 #include "keelhouse/access/projection_view.h"
 #include "keelhouse/core/folder_settings.h"
 #include "keelhouse/core/json_document.h"
 #include "keelhouse/core/named_share.h"
 #include "keelhouse/core/reply_status.h"
-#include "keelhouse/core/shell_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/core/terminal_text.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -43,7 +43,7 @@ std::string failedAction(const std::string& path) {
 }
 
 Dictionary aclSettings(const WantedAcl& wanted) {
-  return {{"fileAccessPrivs", Dictionary{{"acl", sentAcl(wanted)}}}};
+  return {{protocol::kFileAccessPrivs, Dictionary{{"acl", sentAcl(wanted)}}}};
 }
 
 void requireTakenOver(const std::string& path, const WantedAcl& wanted, const Array& found,
@@ -90,10 +90,10 @@ void noteStillComplete(const Session& session, const std::string& path) {
                 << shellWord(path) << '\n';
 }
 
-// What the list is to become that the path has.
+// Computes the new list from the present one of the path.
 using Editing = std::function<WantedAcl(const Array& present)>;
 
-// What others did to the list between the first reading and the last one.
+// Changes of the list by others between the first read and the last one.
 std::string changesMeanwhile(const ChangedFolder& changed, const std::string& path,
                              Principals& principals) {
   if (!changed.retried) return {};
@@ -102,8 +102,8 @@ std::string changesMeanwhile(const ChangedFolder& changed, const std::string& pa
   return changesBetween(aclOf(first, path), aclOf(last, path), isFolder(last), principals);
 }
 
-// Changes the path's ACL, and prints what was read back. Nobody else's change is lost: when one
-// came between, the list is read and edited anew. `force` as in requireListMayGo.
+// Changes the path's ACL, and prints what was read back. No concurrent change is lost: when there
+// was one, the list is read and edited again. `force` as in requireListMayGo.
 ExitStatus edit(const Session& session, const std::string& path, Principals& principals,
                 const Editing& editing, bool force = false) {
   WantedAcl wanted;
@@ -130,7 +130,7 @@ ExitStatus edit(const Session& session, const std::string& path, Principals& pri
   return show(session, path, acl, found, principals);
 }
 
-// Has numbers of entries mean the same in every list: those that were there when they were typed.
+// Gives numbers of entries the same meaning in every list: the entries at the time they were typed.
 class NumberedEntries {
  public:
   // The first `count` entries are meant.
@@ -265,7 +265,7 @@ ExitStatus setAclFrom(const Session& session, const std::string& typedPath, cons
       requireListMayOpen(session, path, privileges, force)) {
     return openList(session, path, *wanted.acl, principals);
   }
-  // So the list keeps what documents do not tell of it.
+  // An equal list is not written, and keeps what documents do not represent.
   if (!isNobodys && !isSame) {
     if (wanted.acl->empty()) requireListMayGo(session, path, privileges, force);
     const ExitStatus status = write(session, path, *wanted.acl, principals, complete);
@@ -332,7 +332,7 @@ ExitStatus inheritAcl(const Session& session, const std::string& typedPath, bool
     return edit(session, path, principals,
                 [&](const Array&) { return keptEntries(inheritedAcl(session, path)); });
   }
-  // The other question is answered with an empty list for a path that is not there.
+  // The other request returns an empty list for a path that does not exist.
   const Dictionary privileges = readPrivileges(session, path);
   const Array acl = inheritedAcl(session, path);
   print(session, path, acl, privileges, principals);

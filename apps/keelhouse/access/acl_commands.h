@@ -26,8 +26,8 @@ ExitStatus setAclFrom(const Session& session, const std::string& path, const std
                       bool force);
 // Says who can get in afterwards.
 ExitStatus clearAcl(const Session& session, const std::string& path);
-// What others do to the list meanwhile is kept by these. `number`: that of the first new entry,
-// from 1; absent: they come last.
+// Concurrent changes of the list by others are preserved. `number`: the position of the first new
+// entry, from 1; absent: appended.
 ExitStatus addToAcl(const Session& session, const std::string& path,
                     const std::vector<std::string>& entries, std::optional<std::size_t> number);
 // `words`: numbers of entries, and users and groups as parsePrincipal reads them. `force` as above.

@@ -18,19 +18,19 @@ struct Right {
 };
 
 constexpr std::array kRights = {
-    Right{rights::kReadData, "read-data", "list"},
-    Right{rights::kWriteData, "write-data", "add-file"},
-    Right{rights::kExecute, "execute", "search"},
-    Right{rights::kDelete, "delete", "delete"},
-    Right{rights::kAppendData, "append", "add-folder"},
-    Right{rights::kDeleteChild, "delete-child", "delete-child"},
-    Right{rights::kReadAttributes, "read-attributes", "read-attributes"},
-    Right{rights::kWriteAttributes, "write-attributes", "write-attributes"},
-    Right{rights::kReadExtended, "read-extended", "read-extended"},
-    Right{rights::kWriteExtended, "write-extended", "write-extended"},
-    Right{rights::kReadSecurity, "read-security", "read-security"},
-    Right{rights::kWriteSecurity, "write-security", "write-security"},
-    Right{rights::kChangeOwner, "change-owner", "change-owner"},
+    Right{acl::kReadData, "read-data", "list"},
+    Right{acl::kWriteData, "write-data", "add-file"},
+    Right{acl::kExecute, "execute", "search"},
+    Right{acl::kDelete, "delete", "delete"},
+    Right{acl::kAppendData, "append", "add-folder"},
+    Right{acl::kDeleteChild, "delete-child", "delete-child"},
+    Right{acl::kReadAttributes, "read-attributes", "read-attributes"},
+    Right{acl::kWriteAttributes, "write-attributes", "write-attributes"},
+    Right{acl::kReadExtendedAttributes, "read-extended", "read-extended"},
+    Right{acl::kWriteExtendedAttributes, "write-extended", "write-extended"},
+    Right{acl::kReadSecurity, "read-security", "read-security"},
+    Right{acl::kWriteSecurity, "write-security", "write-security"},
+    Right{acl::kChangeOwner, "change-owner", "change-owner"},
 };
 
 struct Word {
@@ -38,22 +38,22 @@ struct Word {
   std::uint32_t bits;
 };
 
-// Larger sets first, as they are looked for in this order.
+// Larger sets first, as they are matched in this order.
 constexpr std::array kSets = {
-    Word{"full", kAllRights},
-    Word{"read", rights::kReadData | rights::kExecute | rights::kReadAttributes |
-                     rights::kReadExtended | rights::kReadSecurity},
-    Word{"write", rights::kWriteData | rights::kDelete | rights::kAppendData |
-                      rights::kDeleteChild | rights::kWriteAttributes | rights::kWriteExtended},
+    Word{"full", acl::kAllPermissions},
+    Word{"read", acl::kReadData | acl::kExecute | acl::kReadAttributes |
+                     acl::kReadExtendedAttributes | acl::kReadSecurity},
+    Word{"write", acl::kWriteData | acl::kDelete | acl::kAppendData | acl::kDeleteChild |
+                      acl::kWriteAttributes | acl::kWriteExtendedAttributes},
 };
 
 constexpr std::array kInheritance = {
-    Word{"inherit", inheritance::kFile | inheritance::kDirectory},
-    Word{"file-inherit", inheritance::kFile},
-    Word{"directory-inherit", inheritance::kDirectory},
-    Word{"limit-inherit", inheritance::kLimit},
-    Word{"only-inherit", inheritance::kOnly},
-    Word{"inherited", inheritance::kInherited},
+    Word{"inherit", acl::kFileInherit | acl::kDirectoryInherit},
+    Word{"file-inherit", acl::kFileInherit},
+    Word{"directory-inherit", acl::kDirectoryInherit},
+    Word{"limit-inherit", acl::kLimitInherit},
+    Word{"only-inherit", acl::kOnlyInherit},
+    Word{"inherited", acl::kInherited},
 };
 
 std::string wordsWith(std::span<const Word> words) {
@@ -125,7 +125,7 @@ std::uint32_t parseRights(std::string_view text) {
 
 std::string formatRights(std::uint32_t bits, bool folder) {
   std::string words;
-  bits &= kAllRights;
+  bits &= acl::kAllPermissions;
   appendWords(words, bits, kSets);
   for (const Right& right : kRights) {
     if ((bits & right.bit) != 0) append(words, folder ? right.onFolder : right.onFile);
@@ -134,8 +134,8 @@ std::string formatRights(std::uint32_t bits, bool folder) {
 }
 
 std::uint32_t parseInheritance(std::string_view text) {
-  constexpr std::uint32_t kLimits = inheritance::kLimit | inheritance::kOnly;
-  constexpr std::uint32_t kTo = inheritance::kFile | inheritance::kDirectory;
+  constexpr std::uint32_t kLimits = acl::kLimitInherit | acl::kOnlyInherit;
+  constexpr std::uint32_t kTo = acl::kFileInherit | acl::kDirectoryInherit;
   const std::uint32_t flags = parseWords(text, inheritanceOf);
   if ((flags & kLimits) != 0 && (flags & kTo) == 0) {
     throw usageFailure("\"" + std::string(text) +

@@ -9,7 +9,7 @@
 namespace paddock::keelhouse {
 namespace {
 
-TEST(AclRights, haveANameEach) {
+TEST(AclRights, HaveOneNameEach) {
   const std::pair<const char*, std::uint32_t> names[] = {
       {"read-data", 2},         {"list", 2},
       {"write-data", 4},        {"add-file", 4},
@@ -26,19 +26,19 @@ TEST(AclRights, haveANameEach) {
   for (const auto& [name, bits] : names) EXPECT_EQ(parseRights(name), bits) << name;
 }
 
-TEST(AclRights, addUp) {
+TEST(AclRights, AreCombined) {
   EXPECT_EQ(parseRights("read,write"), 2698U | 1396U);
   EXPECT_EQ(parseRights("list,List,DELETE"), 2U | 16U);
   EXPECT_EQ(parseRights("read,write,write-security,change-owner"), 16382U);
 }
 
-TEST(AclRights, areRefusedWhenTheyAreNone) {
+TEST(AclRights, RejectUnknownWords) {
   for (const char* text : {"", "reads", "read,", ",read", "read write", "none,read", "7", "r-x"}) {
     EXPECT_THROW(parseRights(text), Failure) << text;
   }
 }
 
-TEST(AclRights, areWrittenInTheFewestWords) {
+TEST(AclRights, FormatInFewestWords) {
   EXPECT_EQ(formatRights(0, true), "none");
   EXPECT_EQ(formatRights(16382, true), "full");
   EXPECT_EQ(formatRights(2698, true), "read");
@@ -48,19 +48,19 @@ TEST(AclRights, areWrittenInTheFewestWords) {
   EXPECT_EQ(formatRights(2 | 4 | 8 | 32, false), "read-data,write-data,execute,append");
 }
 
-TEST(AclRights, withoutAMeaningAreLeftOut) {
+TEST(AclRights, OmitMeaninglessBits) {
   EXPECT_EQ(formatRights(1 | 16384 | 0x80000000U, true), "none");
   EXPECT_EQ(formatRights(0xFFFFFFFF, true), "full");
 }
 
-TEST(AclRights, readBackAsTheyWereWritten) {
-  for (std::uint32_t bits = 0; bits <= kAllRights; bits += 2) {
+TEST(AclRights, RoundTripUnchanged) {
+  for (std::uint32_t bits = 0; bits <= acl::kAllPermissions; bits += 2) {
     ASSERT_EQ(parseRights(formatRights(bits, true)), bits);
     ASSERT_EQ(parseRights(formatRights(bits, false)), bits);
   }
 }
 
-TEST(AclInheritance, hasANameForEachFlag) {
+TEST(AclInheritance, HasNameForEachFlag) {
   const std::pair<const char*, std::uint32_t> names[] = {
       {"inherit", 96}, {"file-inherit", 32}, {"directory-inherit", 64}, {"inherited", 16}};
   for (const auto& [name, flags] : names) {
@@ -71,13 +71,13 @@ TEST(AclInheritance, hasANameForEachFlag) {
   EXPECT_EQ(parseInheritance("File-Inherit,Only-Inherit"), 32U | 256U);
 }
 
-TEST(AclInheritance, isEmptyWithoutFlags) {
+TEST(AclInheritance, IsEmptyWithoutFlags) {
   EXPECT_EQ(formatInheritance(0), "");
   EXPECT_EQ(formatInheritance(1 | 2 | 8 | 512), "");
 }
 
-TEST(AclInheritance, readsBackAsItWasWritten) {
-  for (std::uint32_t flags = 16; flags <= kAllInheritance; flags += 16) {
+TEST(AclInheritance, RoundTripsUnchanged) {
+  for (std::uint32_t flags = 16; flags <= acl::kAllFlags; flags += 16) {
     const bool isLimitOfNothing = (flags & 96U) == 0 && (flags & 384U) != 0;
     if (isLimitOfNothing) {
       EXPECT_THROW(parseInheritance(formatInheritance(flags)), Failure) << flags;
@@ -87,7 +87,7 @@ TEST(AclInheritance, readsBackAsItWasWritten) {
   }
 }
 
-TEST(AclInheritance, isRefusedWhenItIsNone) {
+TEST(AclInheritance, RejectsUnknownWords) {
   for (const char* text : {"", "inherits", "inherit,", "-", "limit-inherit", "only-inherit",
                            "inherited,only-inherit"}) {
     EXPECT_THROW(parseInheritance(text), Failure) << text;

@@ -9,8 +9,8 @@
 #include "keelhouse/access/acl_commands.h"
 #include "keelhouse/access/acl_words.h"
 #include "keelhouse/core/named_share.h"
-#include "keelhouse/core/shell_word.h"
-#include "keelhouse/core/sibling_plugins.h"
+#include "keelhouse/core/reply_status.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/core/terminal_text.h"
 
 namespace paddock::keelhouse {
@@ -41,7 +41,7 @@ std::string peopleText(const std::vector<std::string>& names, std::size_t count)
 // The words of a denial of this user like the list's entry.
 std::string denialWord(const std::string& user, const Value& entry) {
   const Ace ace = readAce(entry);
-  const std::uint32_t flags = ace.inheritance & ~inheritance::kInherited;
+  const std::uint32_t flags = ace.inheritance & ~acl::kInherited;
   std::string word = "deny user:" + user + " " + formatRights(ace.rights, true);
   if (flags != 0) word += ":" + formatInheritance(flags);
   return shellWord(word);
@@ -86,7 +86,7 @@ std::string denialText(const std::string& path, const Dictionary& denial, const 
 }
 
 bool deniesGroup(const Value& entry) {
-  constexpr std::uint32_t kDecisive = rights::kReadData | rights::kWriteData | rights::kExecute;
+  constexpr std::uint32_t kDecisive = acl::kReadData | acl::kWriteData | acl::kExecute;
   const Ace ace = readAce(entry);
   return ace.allow == false && ace.type == PrincipalType::group && (ace.rights & kDecisive) != 0;
 }

@@ -1,5 +1,5 @@
-// Denials of groups that the kernel cannot say, as they are told after a list was changed: by way
-// of the plug-in paddock_denials.
+// Denials of groups that the kernel cannot represent, as reported after a change of a list, through
+// the plug-in paddock_denials.
 #pragma once
 
 #include <functional>

@@ -33,7 +33,7 @@ std::string denied(const std::string& denials, const std::string& more = R"("str
 
 class DeniedGroups : public CommandFixture {};
 
-TEST_F(DeniedGroups, WhoGetsInIsNamedWithTheCommandThatKeepsThemOut) {
+TEST_F(DeniedGroups, AdmittedMembersAreNamedWithBlockingCommand) {
   daemon_.answer(writtenPart("fileAccessPrivs", kDeniedNogroup));
   daemon_.answer(denied(denial(R"("anna","bert")", 2)));
   EXPECT_EQ(run({"acl", "set", "/srv/a b", "deny group:nogroup read:inherit"}), 0) << error_;
@@ -61,7 +61,7 @@ TEST_F(DeniedGroups, ManyPeopleAreBounded) {
   EXPECT_THAT(error_, HasSubstr("keelhouse acl strict /srv/a\n"));
 }
 
-TEST_F(DeniedGroups, AnOwnerInTheGroupIsSentToTheMode) {
+TEST_F(DeniedGroups, OwnerInDeniedGroupIsReferredToMode) {
   daemon_.answer(writtenPart("fileAccessPrivs", kDeniedNogroup));
   daemon_.answer(
       denied(R"({"number":1,"gid":65534,"group":"nogroup","people":[],"count":0,"owner":"carl"})"));
@@ -71,7 +71,7 @@ TEST_F(DeniedGroups, AnOwnerInTheGroupIsSentToTheMode) {
             "and over NFS the mode lets them in (keelhouse privs set).\n");
 }
 
-TEST_F(DeniedGroups, NothingIsNotedWhereNobodyGetsInOrNoGroupIsDenied) {
+TEST_F(DeniedGroups, NoNoteWithoutAdmittedMembersOrDeniedGroup) {
   daemon_.answer(writtenPart("fileAccessPrivs", kDeniedNogroup));
   daemon_.answer(denied(""));
   EXPECT_EQ(run({"acl", "set", "/srv/a", "deny group:nogroup read:inherit"}), 0);
@@ -82,7 +82,7 @@ TEST_F(DeniedGroups, NothingIsNotedWhereNobodyGetsInOrNoGroupIsDenied) {
   EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(DeniedGroups, WhatIsNotKnownIsSaidAndTheChangeIsDone) {
+TEST_F(DeniedGroups, UnknownDenialsAreReportedAndChangeSucceeds) {
   daemon_.answer(writtenPart("fileAccessPrivs", kDeniedNogroup));
   EXPECT_EQ(run({"acl", "set", "/srv/a", "deny group:nogroup read:inherit"}), 0);
   EXPECT_THAT(error_, HasSubstr("cannot be told: the plug-in paddock_denials is not loaded.\n"));
@@ -111,7 +111,7 @@ TEST_F(DeniedGroups, AStrictListStaysSoAfterAChange) {
             "to date once a day.\n");
 }
 
-TEST_F(DeniedGroups, WithStrictTheListThatComesOfItIsPrinted) {
+TEST_F(DeniedGroups, StrictOptionPrintsResultingList) {
   daemon_.answer(writtenPart("fileAccessPrivs", kDeniedNogroup));
   daemon_.answer(denied(denial(R"("anna")", 1)));
   daemon_.answer(denied("", R"("strict":true,"written":2)"));

@@ -63,7 +63,7 @@ TEST_F(EffectiveCommands, AUserMayBeANumber) {
   EXPECT_EQ(body(1), R"({"path":"/srv/a","uid":4294967295})");
 }
 
-TEST_F(EffectiveCommands, AUserWhomOnlyADirectoryNodeKnowsIsFoundThere) {
+TEST_F(EffectiveCommands, UserKnownOnlyToDirectoryNodeIsFound) {
   daemon_.answer(R"({"status":0,"record":{"dsAttrTypeStandard:RecordName":["paddock-zoe"],)"
                  R"("dsAttrTypeStandard:UniqueID":["70001"]}})");
   answerBitmap("2");
@@ -85,7 +85,7 @@ TEST_F(EffectiveCommands, EffectivePrintsJson) {
   EXPECT_EQ(out_, "{\n  \"bitmap\": 2,\n  \"path\": \"/srv/a\",\n  \"uid\": 0\n}\n");
 }
 
-TEST_F(EffectiveCommands, AUserIsNotEmptyAndANumberHasNoSign) {
+TEST_F(EffectiveCommands, EmptyUserAndSignedNumberAreRejected) {
   EXPECT_EQ(run({"effective", "/srv/a", ""}), 2);
   EXPECT_THAT(error_, HasSubstr("the user's name is empty"));
   daemon_.answer(R"({"status":0})");
@@ -93,14 +93,14 @@ TEST_F(EffectiveCommands, AUserIsNotEmptyAndANumberHasNoSign) {
   EXPECT_THAT(error_, HasSubstr("there is no user +5"));
 }
 
-TEST_F(EffectiveCommands, APathThatCannotBeReadIsAnError) {
+TEST_F(EffectiveCommands, UnreadablePathFails) {
   daemon_.answer(readPart("fileAccessPrivs", R"({"posixErr":"No such file or directory"})", 2));
   EXPECT_EQ(run({"effective", "/srv/a", "root"}), 1);
   EXPECT_EQ(out_, "");
   EXPECT_THAT(error_, HasSubstr("No such file"));
 }
 
-TEST_F(EffectiveCommands, ADamagedListIsAnErrorAndNotNothing) {
+TEST_F(EffectiveCommands, DamagedListFails) {
   daemon_.answer(readPart("fileAccessPrivs",
                           R"({"fileType":"directory","aclErr":"INVALID_ACL_ERR"})", 100059));
   EXPECT_EQ(run({"effective", "/srv/a", "root"}), 1);
@@ -121,7 +121,7 @@ TEST_F(EffectiveCommands, AUserAndAPathAreNeeded) {
   EXPECT_EQ(run({"who"}), 2);
 }
 
-TEST_F(EffectivePrograms, WhereTheDaemonSaysNothingTheProgramIsAskedWhetherThatIsTrue) {
+TEST_F(EffectivePrograms, EmptyDaemonReplyIsVerifiedByProgram) {
   installScript("echo 0\n");
   listenInTree();
   answerBitmap("0");
@@ -130,7 +130,7 @@ TEST_F(EffectivePrograms, WhereTheDaemonSaysNothingTheProgramIsAskedWhetherThatI
   EXPECT_EQ(error_, "");
 }
 
-TEST_F(EffectivePrograms, TheAnswerForThePathComesBeforeTheRights) {
+TEST_F(EffectivePrograms, PathAnswerPrecedesRights) {
   installScript("echo \"$@\"\n");
   listenInTree();
   answerBitmap("2");
@@ -155,7 +155,7 @@ TEST_F(EffectivePrograms, JsonIsTheProgramsOwn) {
   EXPECT_EQ(out_, "--json --explain -p /srv/a -u 7\n");
 }
 
-TEST_F(EffectivePrograms, WhatCannotBeToldHasAStatusOfItsOwn) {
+TEST_F(EffectivePrograms, UndecidedAnswerHasOwnExitStatus) {
   installScript("echo cannot tell; exit 4\n");
   listenInTree();
   answerBitmap("2");
@@ -165,7 +165,7 @@ TEST_F(EffectivePrograms, WhatCannotBeToldHasAStatusOfItsOwn) {
   EXPECT_EQ(runInTree({"who", "/srv/a"}), 4);
 }
 
-TEST_F(EffectivePrograms, WhatCouldNotBeFoundOutIsAnErrorAndNotNothing) {
+TEST_F(EffectivePrograms, FailedVerificationPrintsNoRights) {
   installScript("exit 1\n");
   listenInTree();
   answerBitmap("0");
@@ -173,7 +173,7 @@ TEST_F(EffectivePrograms, WhatCouldNotBeFoundOutIsAnErrorAndNotNothing) {
   EXPECT_EQ(out_, "");
 }
 
-TEST_F(EffectiveCommands, WhatTheDaemonsProgramSaysGoesOnAsItIs) {
+TEST_F(EffectiveCommands, DaemonProgramReplyIsForwarded) {
   daemon_.answer(
       R"({"status":4,"output":"cannot tell\n","errors":"effectiveprivs: a\u001b[1m\n"})");
   EXPECT_EQ(run({"who", "/srv/a"}), 4);
@@ -191,7 +191,7 @@ TEST_F(EffectiveCommands, ExplainAsksTheDaemonFirst) {
   EXPECT_EQ(body(0), R"({"json":true,"path":"/srv/a b","uid":7})");
 }
 
-TEST_F(EffectiveCommands, AProgramThatTheDaemonCannotRunIsAnError) {
+TEST_F(EffectiveCommands, ProgramUnrunnableByDaemonFails) {
   daemon_.answer(R"({"error":"effectiveprivs took too long"})");
   EXPECT_EQ(run({"who", "/srv/a"}), 1);
   EXPECT_EQ(error_, "keelhouse: nobody can say who may do what: effectiveprivs took too long\n");
@@ -200,7 +200,7 @@ TEST_F(EffectiveCommands, AProgramThatTheDaemonCannotRunIsAnError) {
   EXPECT_THAT(error_, HasSubstr("you need to be in the group paddock"));
 }
 
-TEST_F(EffectivePrograms, SomebodyElseThanRootIsToldByTheDaemonsProgramToo) {
+TEST_F(EffectivePrograms, NonRootUserGetsDaemonProgramReply) {
   answerBitmap("0");
   daemon_.answer(R"({"status":1,"output":"","errors":"effectiveprivs: it could not find out\n"})");
   ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
@@ -229,7 +229,7 @@ TEST_F(EffectivePrograms, WhoRunsTheProgramOfTheTree) {
   EXPECT_EQ(out_, "--json --who -p /srv/a\n");
 }
 
-TEST_F(EffectivePrograms, WhatTheProgramPrintsGoesOnAsItIs) {
+TEST_F(EffectivePrograms, ProgramOutputIsForwardedUnchanged) {
   installScript("head -c 3000000 /dev/zero\n");
   EXPECT_EQ(runInTree({"who", "/srv/a"}), 0);
   EXPECT_EQ(out_, std::string(3000000, '\0'));
@@ -242,7 +242,7 @@ TEST_F(EffectivePrograms, AProgramThatFailsIsAFailure) {
   }
 }
 
-TEST_F(EffectivePrograms, AProgramThatIsMissingOrNoneIsAnError) {
+TEST_F(EffectivePrograms, MissingOrInvalidProgramFails) {
   EXPECT_EQ(runInTree({"who", "/srv/a"}), 1);
   EXPECT_EQ(error_, "keelhouse: cannot run " + folder_.path("tree") + kPlace +
                         ": No such file or directory\n");
@@ -252,7 +252,7 @@ TEST_F(EffectivePrograms, AProgramThatIsMissingOrNoneIsAnError) {
   EXPECT_THAT(error_, HasSubstr("Permission denied"));
 }
 
-TEST_F(EffectivePrograms, AProgramThatOthersCanWriteIsNotRun) {
+TEST_F(EffectivePrograms, ProgramWritableByOthersIsNotRun) {
   installScript("touch " + folder_.path("ran") + "\n");
   const std::string program = folder_.path("tree") + kPlace;
   ASSERT_EQ(::chmod(program.c_str(), 0757), 0);
@@ -264,7 +264,7 @@ TEST_F(EffectivePrograms, AProgramThatOthersCanWriteIsNotRun) {
   EXPECT_FALSE(std::filesystem::exists(folder_.path("ran")));
 }
 
-TEST_F(EffectivePrograms, SomebodyElseThanRootIsToldByADaemonOrNotAtAll) {
+TEST_F(EffectivePrograms, NonRootUserRequiresDaemon) {
   installScript("echo it ran\n");
   ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
   ASSERT_EQ(::seteuid(65534), 0);

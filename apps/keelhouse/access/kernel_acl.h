@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/principal.h"
-#include "samba/kernel_acl_hash.h"
+#include "samba/samba_attributes.h"
 
 namespace paddock::keelhouse {
 

@@ -23,7 +23,7 @@ const std::string kGroup20 = "\x08\0\1\0\x14\0\0\0"s;
 const std::string kMask = "\x10\0\5\0\xFF\xFF\xFF\xFF"s;
 const std::string kOther = "\x20\0\0\0\xFF\xFF\xFF\xFF"s;
 
-TEST(KernelAcl, hasTheBitsOfNamedUsersAndGroups) {
+TEST(KernelAcl, HoldsBitsOfNamedUsersAndGroups) {
   const auto acl =
       parseKernelAcl(kHeader + kOwner + kUser1000 + kUser66051 + kGroup + kGroup20 + kOther);
   ASSERT_TRUE(acl);
@@ -34,19 +34,19 @@ TEST(KernelAcl, hasTheBitsOfNamedUsersAndGroups) {
   EXPECT_EQ(acl->bitsOf({PrincipalType::group, 1000}), std::nullopt);
 }
 
-TEST(KernelAcl, givesWhatTheMaskLeaves) {
+TEST(KernelAcl, AppliesMaskToBits) {
   const auto acl = parseKernelAcl(kHeader + kOwner + kUser1000 + kGroup + kGroup20 + kMask);
   ASSERT_TRUE(acl);
   EXPECT_EQ(acl->bitsOf({PrincipalType::user, 1000}), 5U);
   EXPECT_EQ(acl->bitsOf({PrincipalType::group, 20}), 1U);
 }
 
-TEST(KernelAcl, mayHaveNoNamedOne) {
+TEST(KernelAcl, MayHaveNoNamedEntries) {
   EXPECT_TRUE(parseKernelAcl(kHeader + kOwner + kGroup + kOther)->entries.empty());
   EXPECT_TRUE(parseKernelAcl(kHeader)->entries.empty());
 }
 
-TEST(KernelAcl, isRefusedInAnotherForm) {
+TEST(KernelAcl, RejectsMalformedAttribute) {
   const std::string whole = kHeader + kUser1000 + kMask;
   for (std::size_t length = 0; length < whole.size(); ++length) {
     const bool endsWithAnEntry = length >= 4 && (length - 4) % 8 == 0;
@@ -58,7 +58,7 @@ TEST(KernelAcl, isRefusedInAnotherForm) {
   EXPECT_FALSE(parseKernelAcl(kHeader + "\x02\0\x08\0\0\0\0\0"s)) << "an unknown permission";
 }
 
-TEST(KernelAcl, isReadFromAFolder) {
+TEST(KernelAcl, IsReadFromFolder) {
   const TestFolder folder;
   const std::string value = kHeader + kOwner + kUser1000 + kGroup + kMask + kOther;
   if (::setxattr(folder.path().c_str(), "system.posix_acl_default", value.data(), value.size(),
@@ -80,13 +80,13 @@ TEST(KernelAcl, isReadFromAFolder) {
   EXPECT_FALSE(inherited.defaultAccess);
 }
 
-TEST(KernelAcl, saysWhyItCannotBeRead) {
+TEST(KernelAcl, ReportsReasonForFailedRead) {
   const TestFolder folder;
   EXPECT_EQ(readKernelAcls(folder.path("none"), true).error, "No such file or directory");
   EXPECT_EQ(readKernelAcls("/proc/self", true).error, "Operation not supported");
 }
 
-TEST(KernelAcl, isShownInLetters) {
+TEST(KernelAcl, IsFormattedInLetters) {
   EXPECT_EQ(kernelBitsText(0), "---");
   EXPECT_EQ(kernelBitsText(5), "r-x");
   EXPECT_EQ(kernelBitsText(7), "rwx");

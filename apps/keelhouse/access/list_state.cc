@@ -1,9 +1,9 @@
 #include "keelhouse/access/list_state.h"
 
-#include "keelhouse/access/privs_view.h"
+#include "keelhouse/access/privileges_view.h"
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/shell_word.h"
-#include "keelhouse/core/sibling_plugins.h"
+#include "keelhouse/core/reply_status.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/core/terminal_text.h"
 
 namespace paddock::keelhouse {

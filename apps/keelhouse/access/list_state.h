@@ -15,9 +15,9 @@ struct ListState {
   bool complete = false;
 };
 
-// Absent where the daemon has no such plug-in. Throws Failure when it cannot be told.
+// Absent where the daemon has no such plug-in. Throws Failure when it cannot be determined.
 std::optional<ListState> readListState(const Session& session, const std::string& path);
-// The same; absent also when it cannot be told, for those who only look.
+// The same; absent also when it cannot be determined, for callers that only read.
 std::optional<ListState> readListStateIfPossible(const Session& session, const std::string& path);
 
 // What a list that is complete means, for people, in whole lines; empty for any other.
@@ -32,8 +32,8 @@ void requireListMayGo(const Session& session, const std::string& path, const Dic
 bool requireListMayOpen(const Session& session, const std::string& path,
                         const Dictionary& privileges, bool force);
 
-// Has the list leave nothing to the mode; one that does already is not written. `emptied`: its
-// entries are removed, so that it lets nobody in. Throws Failure.
+// Makes the list leave nothing to the mode; one that does already is not written. `emptied`: its
+// entries are removed, so that it grants no access. Throws Failure.
 void makeListComplete(const Session& session, const std::string& path, bool emptied);
 // The same of a list whose entries were just written, which the Failure says.
 void completeWrittenList(const Session& session, const std::string& path);

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <limits>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
+#include "base/principal.h"
 #include "base/text.h"
-#include "base/well_known_principals.h"
 #include "keelhouse/access/ace.h"
+#include "keelhouse/core/account_names.h"
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/host_accounts.h"
-#include "keelhouse/core/nearest_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/directory/node_list.h"
 
 namespace paddock::keelhouse {
@@ -76,7 +76,7 @@ ResolvedPrincipal resolveEither(const Session& session, const PrincipalName& nam
   throw nobodyNamed(session, name);
 }
 
-// A name that somebody has names that one.
+// An existing name denotes its owner.
 bool isTaken(const std::string& name) {
   return hostId(PrincipalType::user, name) || hostId(PrincipalType::group, name);
 }
@@ -102,7 +102,7 @@ std::vector<std::string> namesOf(PrincipalType type, const std::vector<LocalAcco
   return names;
 }
 
-// "anna", or "user:anna" where the kind was not said; empty when nobody is near.
+// "anna", or "user:anna" where the kind was not said; empty when no name is close.
 std::string nearestName(const Session& session, const PrincipalName& name) {
   const std::vector<LocalAccount> accounts = listIfPossible(session);
   const auto nearest = [&](PrincipalType type) {
@@ -169,7 +169,7 @@ std::string Principals::typedText(const Principal& id, const Guid& guid) {
   const auto account = std::find_if(accounts.begin(), accounts.end(), [&](const auto& one) {
     return one.type == id.type && one.id == id.id && (!one.guid || one.guid == guid);
   });
-  // A name that the host gives to somebody else would name that one.
+  // A name that belongs to another account of the host would denote that account.
   if (account != accounts.end() && !account->name.empty() && !hostId(id.type, account->name)) {
     return prefixed(id.type, account->name);
   }

@@ -8,9 +8,8 @@
 
 #include "base/guid.h"
 #include "base/principal.h"
+#include "keelhouse/core/account_names.h"
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/local_accounts.h"
-#include "keelhouse/core/principal_name.h"
 #include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
@@ -30,14 +29,14 @@ class Principals {
  public:
   explicit Principals(const Session& session) : session_(session) {}
 
-  // A user or group of this host by its id; one that this host does not know by what its record in
-  // a directory node says: its GUID, else its id. A number that is no name is an id itself. Throws
-  // Failure for a name that nobody has (failed), and for one without "user:" or "group:" that both
-  // a user and a group have (usage).
+  // Resolves a user or group of this host to its id; one that this host does not know by its record
+  // in a directory node: to its GUID, else its id. A number that is no name is an id itself. Throws
+  // Failure for an unknown name (failed), and for one without "user:" or "group:" that both a user
+  // and a group have (usage).
   ResolvedPrincipal resolve(const PrincipalName& name) const;
 
-  // Who has that GUID. The records of "/Local" are asked for once, and only when the GUID does not
-  // say it by itself; without them, what they would have told is not known.
+  // The owner of the GUID. The records of "/Local" are requested once, and only when the GUID does
+  // not identify the principal by itself; without them, principals that only they name are unknown.
   KnownPrincipal identify(const Guid& guid);
 
   // Whether the GUID is that principal's.
@@ -53,10 +52,10 @@ class Principals {
   std::map<Guid, KnownPrincipal> known_;
 };
 
-// That nobody has the name, with the nearest one that somebody has on this host or in "/Local";
-// with none where there are more than some thousands, or they are not listed.
+// The failure for an unknown name, with the closest existing one on this host or in "/Local"; with
+// none where there are more than some thousands, or they cannot be listed.
 Failure nobodyNamed(const Session& session, const PrincipalName& name);
-// Throws that for a name that nobody has. Where the directory cannot be asked, nothing is said.
+// Throws it for an unknown name. Does nothing where the directory cannot be queried.
 void requireSomebody(const Session& session, PrincipalType type, const std::string& name);
 
 // The keys of an entry that name the principal.

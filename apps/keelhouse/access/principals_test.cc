@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "keelhouse/core/account_names.h"
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/host_accounts.h"
 #include "support/keelhouse_session.h"
 
 namespace paddock::keelhouse {
@@ -13,11 +13,11 @@ namespace {
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
-class PrincipalsTest : public SessionFixture {
+class PrincipalResolution : public SessionFixture {
  protected:
   ResolvedPrincipal resolve(const char* text) { return principals_.resolve(parsePrincipal(text)); }
   Dictionary keysOf(const char* text) { return wireKeys(resolve(text)); }
-  // How resolving ends that fails.
+  // The failure of resolving a name.
   std::pair<ExitStatus, std::string> refusalOf(const char* text) {
     try {
       resolve(text);
@@ -33,14 +33,14 @@ class PrincipalsTest : public SessionFixture {
   std::string textOf(const char* guidText) { return principals_.identify(guid(guidText)).text; }
 };
 
-TEST(HostAccounts, areFoundByNameAndById) {
+TEST(HostAccounts, AreFoundByNameAndId) {
   EXPECT_EQ(hostId(PrincipalType::user, "nobody"), 65534U);
   EXPECT_EQ(hostId(PrincipalType::group, "nogroup"), 65534U);
   EXPECT_EQ(hostName({PrincipalType::user, 0}), "root");
   EXPECT_EQ(hostName({PrincipalType::group, 0}), "root");
 }
 
-TEST(HostAccounts, areAbsentWhenThereIsNone) {
+TEST(HostAccounts, AreAbsentWithoutMatch) {
   EXPECT_EQ(hostId(PrincipalType::user, "nogroup"), std::nullopt);
   EXPECT_EQ(hostId(PrincipalType::group, "nobody"), std::nullopt);
   EXPECT_EQ(hostId(PrincipalType::user, ""), std::nullopt);
@@ -48,18 +48,18 @@ TEST(HostAccounts, areAbsentWhenThereIsNone) {
   EXPECT_EQ(hostName({PrincipalType::user, 0x7FFF0001}), std::nullopt);
 }
 
-TEST_F(PrincipalsTest, ofThisHostAreTakenByTheirIds) {
+TEST_F(PrincipalResolution, HostPrincipalsResolveToIds) {
   EXPECT_EQ(keysOf("user:root"), (Dictionary{{"isUser", 0}, {"uniqueID", 0}}));
   EXPECT_EQ(keysOf("group:nogroup"), (Dictionary{{"isUser", 1}, {"groupID", 65534}}));
   EXPECT_TRUE(daemon_.requests().empty());
 }
 
-TEST_F(PrincipalsTest, byTheirGuidAreNotLookedUp) {
+TEST_F(PrincipalResolution, GuidsAreNotResolved) {
   EXPECT_EQ(keysOf(kOtherGuid), (Dictionary{{"guid", kOtherGuid}}));
   EXPECT_TRUE(daemon_.requests().empty());
 }
 
-TEST_F(PrincipalsTest, unknownToTheHostAreTakenFromTheLocalNode) {
+TEST_F(PrincipalResolution, NamesUnknownToHostResolveInLocalNode) {
   answerRecord(userRecord("zoe", "2000", kOtherGuid));
   EXPECT_EQ(keysOf("user:no-such-zoe"), (Dictionary{{"guid", kOtherGuid}}));
   EXPECT_EQ(daemon_.requests().at(0).target, "POST /v1/paddock_directory/getRecord");
@@ -67,27 +67,27 @@ TEST_F(PrincipalsTest, unknownToTheHostAreTakenFromTheLocalNode) {
             R"({"name":"no-such-zoe","node":"/Search","type":"dsRecTypeStandard:Users"})");
 }
 
-TEST_F(PrincipalsTest, withoutAGuidInTheirRecordAreTakenByItsNumber) {
+TEST_F(PrincipalResolution, RecordWithoutGuidResolvesToItsNumber) {
   answerRecord(groupRecord("zoes", "2001"));
   EXPECT_EQ(keysOf("group:no-such-zoes"), (Dictionary{{"isUser", 1}, {"groupID", 2001}}));
   EXPECT_THAT(daemon_.requests().at(0).body, HasSubstr("dsRecTypeStandard:Groups"));
 }
 
-TEST_F(PrincipalsTest, withoutBothInTheirRecordCannotBeNamed) {
+TEST_F(PrincipalResolution, RecordWithoutGuidAndNumberFails) {
   answerRecord(userRecord("zoe", ""));
   const auto [status, text] = refusalOf("user:no-such-zoe");
   EXPECT_EQ(status, ExitStatus::failed);
   EXPECT_THAT(text, HasSubstr("neither a GUID nor a number"));
 }
 
-TEST_F(PrincipalsTest, thatNobodyKnowsAreAnError) {
+TEST_F(PrincipalResolution, UnknownNamesFail) {
   answerNoRecord();
   const auto [status, text] = refusalOf("user:no-such-zoe");
   EXPECT_EQ(status, ExitStatus::failed);
   EXPECT_EQ(text, "there is no user no-such-zoe, neither on this host nor in a directory node");
 }
 
-TEST_F(PrincipalsTest, thatNobodyKnowsAreAnsweredWithWhoIsNear) {
+TEST_F(PrincipalResolution, UnknownNameSuggestsNearestMatch) {
   const auto refusedAs = [this](const char* text, int kinds) {
     for (int kind = 0; kind < kinds; ++kind) answerNoRecord();
     daemon_.answer(R"({"status":"ok"})");
@@ -103,19 +103,19 @@ TEST_F(PrincipalsTest, thatNobodyKnowsAreAnsweredWithWhoIsNear) {
   EXPECT_THAT(refusedAs("user:no-such-zoe", 1), EndsWith("directory node"));
 }
 
-TEST(HostAccounts, areListedUnlessThereAreTooMany) {
+TEST(HostAccounts, AreListedUpToLimit) {
   EXPECT_THAT(hostNames(PrincipalType::user, 5000), ::testing::Contains("nobody"));
   EXPECT_THAT(hostNames(PrincipalType::group, 5000), ::testing::Contains("nogroup"));
   EXPECT_THAT(hostNames(PrincipalType::user, 2), ::testing::IsEmpty());
   EXPECT_THAT(hostNames(PrincipalType::group, 2), ::testing::IsEmpty());
 }
 
-TEST_F(PrincipalsTest, areAnErrorWhenTheDirectoryCannotBeAsked) {
+TEST_F(PrincipalResolution, UnavailableDirectoryFailsResolution) {
   daemon_.answer(R"({"status":5})");
   EXPECT_THAT(refusalOf("user:no-such-zoe").second, HasSubstr("Input/output error (EIO, 5)"));
 }
 
-TEST_F(PrincipalsTest, mayBeNumbersThatAreNoNames) {
+TEST_F(PrincipalResolution, NumbersWithoutMatchingNameAreIds) {
   answerNoRecord();
   EXPECT_EQ(keysOf("user:2147418113"), (Dictionary{{"isUser", 0}, {"uniqueID", 2147418113}}));
   answerNoRecord();
@@ -126,14 +126,14 @@ TEST_F(PrincipalsTest, mayBeNumbersThatAreNoNames) {
   }
 }
 
-TEST_F(PrincipalsTest, withoutAKindAreWhoeverHasTheName) {
+TEST_F(PrincipalResolution, NameWithoutKindResolvesToOnlyMatch) {
   answerNoRecord();  // no group nobody
   EXPECT_EQ(keysOf("nobody"), (Dictionary{{"isUser", 0}, {"uniqueID", 65534}}));
   answerNoRecord();  // no user nogroup
   EXPECT_EQ(keysOf("nogroup"), (Dictionary{{"isUser", 1}, {"groupID", 65534}}));
 }
 
-TEST_F(PrincipalsTest, withoutAKindAreRefusedWhenTwoHaveTheName) {
+TEST_F(PrincipalResolution, AmbiguousNameWithoutKindIsRefused) {
   const auto [status, text] = refusalOf("root");
   EXPECT_EQ(status, ExitStatus::usage);
   EXPECT_EQ(text, "root is both a user and a group: write user:root or group:root");
@@ -141,7 +141,7 @@ TEST_F(PrincipalsTest, withoutAKindAreRefusedWhenTwoHaveTheName) {
   EXPECT_EQ(refusalOf("nobody").first, ExitStatus::usage);
 }
 
-TEST_F(PrincipalsTest, withoutAKindAreAnErrorWhenNobodyHasTheName) {
+TEST_F(PrincipalResolution, UnknownNameWithoutKindFails) {
   answerNoRecord();
   answerNoRecord();
   EXPECT_EQ(refusalOf("no-such-zoe").first, ExitStatus::failed);
@@ -152,63 +152,63 @@ TEST_F(PrincipalsTest, withoutAKindAreAnErrorWhenNobodyHasTheName) {
   EXPECT_THAT(text, HasSubstr("for a number write user:2147418113 or group:2147418113"));
 }
 
-TEST_F(PrincipalsTest, ofThisHostAreKnownByTheirGuid) {
+TEST_F(PrincipalResolution, HostPrincipalsAreIdentifiedByGuid) {
   EXPECT_EQ(textOf(kRootGuid), "user:root");
   EXPECT_EQ(textOf(kNogroupGuid), "group:nogroup");
   EXPECT_EQ(principals_.identify(guid(kNobodyGuid)).id, (Principal{PrincipalType::user, 65534}));
   EXPECT_TRUE(daemon_.requests().empty());
 }
 
-TEST_F(PrincipalsTest, ofTheLocalNodeAreKnownByTheirGuid) {
+TEST_F(PrincipalResolution, LocalNodePrincipalsAreIdentifiedByGuid) {
   answerRecords(userRecord("no-such-zoe", "2000", kOtherGuid), "");
   EXPECT_EQ(textOf(kOtherGuid), "user:no-such-zoe");
   EXPECT_EQ(principals_.identify(guid(kOtherGuid)).id, (Principal{PrincipalType::user, 2000}));
   EXPECT_EQ(daemon_.requests().size(), 2U);
 }
 
-TEST_F(PrincipalsTest, ofTheLocalNodeAreKnownByTheirNumberToo) {
+TEST_F(PrincipalResolution, LocalNodePrincipalsAreIdentifiedByNumber) {
   answerRecords("", groupRecord("no-such-zoes", "2147418114"));
   EXPECT_EQ(textOf(kGroupGuid), "group:no-such-zoes");
 }
 
-TEST_F(PrincipalsTest, thatTheHostWouldTakeForAnotherAreShownByTheirGuid) {
+TEST_F(PrincipalResolution, NameConflictWithHostShowsGuid) {
   answerRecords(userRecord("nobody", "2000", kOtherGuid), "");
   EXPECT_EQ(textOf(kOtherGuid), kOtherGuid);
   EXPECT_EQ(principals_.identify(guid(kOtherGuid)).id, (Principal{PrincipalType::user, 2000}));
 }
 
-TEST_F(PrincipalsTest, withoutANameAreShownByTheirNumber) {
+TEST_F(PrincipalResolution, UnnamedPrincipalsShowTheirNumber) {
   answerRecords("", "");
   EXPECT_EQ(textOf(kUserGuid), "user:2147418113");
   EXPECT_EQ(textOf(kGroupGuid), "group:2147418114");
   EXPECT_EQ(daemon_.requests().size(), 2U) << "the records are asked for once";
 }
 
-TEST_F(PrincipalsTest, thatMeanTheSameEverywhereHaveNames) {
+TEST_F(PrincipalResolution, WellKnownPrincipalsHaveNames) {
   daemon_.answer(R"({"status":0,"records":[]})");
   daemon_.answer(R"({"status":0,"records":[]})");
   EXPECT_EQ(textOf("5349443A-85A0-85C3-9E19-9D2B4E6E0C32"), "everyone");
 }
 
-TEST_F(PrincipalsTest, thatMeanTheSameEverywhereAreTakenByTheirNames) {
+TEST_F(PrincipalResolution, WellKnownPrincipalsResolveByName) {
   answerNoRecord();
   answerNoRecord();
   EXPECT_EQ(keysOf("everyone"), (Dictionary{{"guid", "5349443A-85A0-85C3-9E19-9D2B4E6E0C32"}}));
 }
 
-TEST_F(PrincipalsTest, ofNobodyAreShownByTheirGuid) {
+TEST_F(PrincipalResolution, UnassignedGuidsAreShownUnchanged) {
   answerRecords(userRecord("zoe", "2000"), "");
   EXPECT_EQ(textOf(kOtherGuid), kOtherGuid);
   EXPECT_EQ(principals_.identify(guid(kOtherGuid)).id, std::nullopt);
 }
 
-TEST_F(PrincipalsTest, areShownByNumbersWhenTheDirectoryCannotBeAsked) {
+TEST_F(PrincipalResolution, UnavailableDirectoryShowsNumbers) {
   daemon_.answer(R"({"error":"no such plug-in"})", 404);
   EXPECT_EQ(textOf(kUserGuid), "user:2147418113");
   EXPECT_EQ(textOf(kOtherGuid), kOtherGuid);
 }
 
-TEST_F(PrincipalsTest, areTheSameByGuidOrById) {
+TEST_F(PrincipalResolution, GuidAndIdIdentifySamePrincipal) {
   answerRecords(userRecord("no-such-zoe", "2147418113", kOtherGuid), "");
   const ResolvedPrincipal byId{std::nullopt, Principal{PrincipalType::user, 0x7FFF0001}};
   EXPECT_TRUE(principals_.same(byId, guid(kUserGuid)));
@@ -220,7 +220,7 @@ TEST_F(PrincipalsTest, areTheSameByGuidOrById) {
   EXPECT_FALSE(principals_.same({guid(kGroupGuid), {}}, guid(kUserGuid)));
 }
 
-TEST_F(PrincipalsTest, whomANodeThatDoesNotAnswerMayHaveAreNotSaidToBeNobody) {
+TEST_F(PrincipalResolution, UnreachableNodeQualifiesUnknownNameError) {
   answerNoRecord();
   daemon_.answer(R"({"status":"ok","nodes":[{"path":"/LDAP/site","state":"unreachable",)"
                  R"("error":"gone","since":"2026-01-31T12:00:00Z"}]})");

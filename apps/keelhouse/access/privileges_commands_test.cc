@@ -47,7 +47,7 @@ class PrivilegesCommands : public CommandFixture {
   }
 };
 
-TEST_F(PrivilegesCommands, privsShowPrintsOwnerGroupModeAndAcl) {
+TEST_F(PrivilegesCommands, PrivsShowPrintsOwnerGroupModeAndAcl) {
   answerRead(aclOf(""));
   EXPECT_EQ(run({"privs", "show", "/srv/./a/"}), 0) << error_;
   EXPECT_EQ(out_,
@@ -57,7 +57,7 @@ TEST_F(PrivilegesCommands, privsShowPrintsOwnerGroupModeAndAcl) {
   EXPECT_EQ(body(0), R"({"optionalArguments":{"path":"/srv/a"}})");
 }
 
-TEST_F(PrivilegesCommands, privsShowPrintsADocumentWithJson) {
+TEST_F(PrivilegesCommands, PrivsShowPrintsJsonDocument) {
   daemon_.answer(readPart("fileAccessPrivs", R"({"acl":[],"owner":"","group":"a","privs":"750"})"));
   daemon_.answer(R"({"status":0,"mode":"2750","uid":2147418113,"gid":7})");
   EXPECT_EQ(run({"privs", "show", "/srv/a", "--json"}), 0);
@@ -68,19 +68,19 @@ TEST_F(PrivilegesCommands, privsShowPrintsADocumentWithJson) {
             "\"2147418113\"\n}\n");
 }
 
-TEST_F(PrivilegesCommands, privsShowPrintsFourDigitsWhereTheFirstIsSet) {
+TEST_F(PrivilegesCommands, PrivsShowPrintsFourDigitsForSpecialBits) {
   answerRead(aclOf(""));
   daemon_.answer(R"({"status":0,"mode":"3750","uid":0,"gid":65534})");
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0) << error_;
   EXPECT_THAT(out_, HasSubstr("mode: 3750 (rwxr-s--T)\n"));
 }
 
-TEST_F(PrivilegesCommands, privsShowDoesNotMindThatALaterPartFailed) {
+TEST_F(PrivilegesCommands, PrivsShowIgnoresFailureOfLaterPart) {
   answerRead(aclOf(""), 100075);
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0) << error_;
 }
 
-TEST_F(PrivilegesCommands, privsShowSaysWhatCannotBeRead) {
+TEST_F(PrivilegesCommands, PrivsShowReportsUnreadableParts) {
   daemon_.answer(
       readPart("fileAccessPrivs", R"({"acl":[],"path":"/srv/a","posixErr":"FILE_NOT_FOUND_ERR"})"));
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 1);
@@ -95,13 +95,13 @@ TEST_F(PrivilegesCommands, privsShowSaysWhatCannotBeRead) {
   EXPECT_THAT(error_, HasSubstr("says nothing of the privileges of /srv/a"));
 }
 
-TEST_F(PrivilegesCommands, privsShowGoesOnWithoutAnAcl) {
+TEST_F(PrivilegesCommands, PrivsShowContinuesWithoutAcl) {
   answerRead(R"("aclErr":"INVALID_ACL_ERR")");
   EXPECT_EQ(run({"privs", "show", "/srv/a"}), 0);
   EXPECT_THAT(out_, HasSubstr("acl: cannot be read, INVALID_ACL_ERR\n"));
 }
 
-TEST_F(PrivilegesCommands, privsSetSendsOnlyWhatChanges) {
+TEST_F(PrivilegesCommands, PrivsSetSendsOnlyChanges) {
   answerRead(aclOf(""));
   answerWritten(aclOf(""));
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "750"}), 0) << error_;
@@ -115,7 +115,7 @@ TEST_F(PrivilegesCommands, privsSetSendsOnlyWhatChanges) {
   EXPECT_EQ(body(before + 1), writeBody(R"({"group":"nogroup","owner":"root"})"));
 }
 
-TEST_F(PrivilegesCommands, privsSetTakesAFourthDigit) {
+TEST_F(PrivilegesCommands, PrivsSetAcceptsFourthDigit) {
   constexpr const char* kBefore = R"({"status":0,"mode":"0750","uid":0,"gid":65534})";
   constexpr const char* kAfter = R"({"status":0,"mode":"2750","uid":0,"gid":65534})";
   daemon_.answer(kBefore);
@@ -130,7 +130,7 @@ TEST_F(PrivilegesCommands, privsSetTakesAFourthDigit) {
   EXPECT_THAT(out_, HasSubstr("mode: 2750 (rwxr-s---)\n"));
 }
 
-TEST_F(PrivilegesCommands, privsSetWritesNothingWhereTheFourthDigitCannotBeSet) {
+TEST_F(PrivilegesCommands, PrivsSetWritesNothingWhenFourthDigitFails) {
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--mode", "2750"}), 1);
   EXPECT_EQ(asked(), 1U);
   daemon_.answer(R"({"status":0,"mode":"0640","uid":0,"gid":0})");
@@ -142,7 +142,7 @@ TEST_F(PrivilegesCommands, privsSetWritesNothingWhereTheFourthDigitCannotBeSet) 
   EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(PrivilegesCommands, privsSetTakesNumbersForNames) {
+TEST_F(PrivilegesCommands, PrivsSetAcceptsNumbersForNames) {
   answerRead(aclOf(""));
   answerWritten(aclOf(""));
   EXPECT_EQ(run({"privs", "set", "/srv/a", "--owner", "0", "--group", "65534"}), 0) << error_;
@@ -151,7 +151,7 @@ TEST_F(PrivilegesCommands, privsSetTakesNumbersForNames) {
   EXPECT_THAT(error_, HasSubstr("the number 2147418113 has no user name"));
 }
 
-TEST_F(PrivilegesCommands, privsSetLeavesUnknownNamesToTheDaemon) {
+TEST_F(PrivilegesCommands, PrivsSetLeavesUnknownNamesToDaemon) {
   daemon_.answer(R"({"error":"there is no such plug-in"})", 404);
   answerRead(aclOf(""));
   answerWritten(aclOf(""), 100050);
@@ -161,7 +161,7 @@ TEST_F(PrivilegesCommands, privsSetLeavesUnknownNamesToTheDaemon) {
                                 "such user"));
 }
 
-TEST_F(PrivilegesCommands, aPathThatIsMissingIsAnsweredWithWhatIsNear) {
+TEST_F(PrivilegesCommands, MissingPathSuggestsNearestMatch) {
   const std::string photos = makeFolder("photos");
   const std::string typed = folder_.path("phtos");
   const std::string text = "There is nothing at " + typed + ".\nDid you mean " + photos + "?\n";
@@ -175,7 +175,7 @@ TEST_F(PrivilegesCommands, aPathThatIsMissingIsAnsweredWithWhatIsNear) {
                         " cannot be set (CANNOT_SET_ACL_FILE_ERR, 100069)\n" + text);
 }
 
-TEST_F(PrivilegesCommands, privsSetNamesWhoIsNearToANameThatNobodyHas) {
+TEST_F(PrivilegesCommands, PrivsSetSuggestsNearestNameForUnknownOne) {
   for (const auto& [option, name, text] :
        {std::tuple{"--owner", "nobdy",
                    "there is no user nobdy, neither on this host nor in a "
@@ -192,7 +192,7 @@ TEST_F(PrivilegesCommands, privsSetNamesWhoIsNearToANameThatNobodyHas) {
   }
 }
 
-TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
+TEST_F(PrivilegesCommands, PrivsSetReportsUnappliedChanges) {
   for (const auto& [option, value, text] :
        {std::tuple{"--mode", "700",
                    "the mode 700 was not taken over: /srv/a reads back with mode "
@@ -211,7 +211,7 @@ TEST_F(PrivilegesCommands, privsSetSaysWhatWasNotTakenOver) {
   }
 }
 
-TEST_F(PrivilegesCommands, privsSetRefusesBadWordsBeforeItAsks) {
+TEST_F(PrivilegesCommands, PrivsSetRejectsBadWordsBeforeRequest) {
   for (const std::vector<std::string>& options :
        std::vector<std::vector<std::string>>{{},
                                              {"--mode", "8755"},
@@ -234,7 +234,7 @@ TEST_F(PrivilegesCommands, privsSetRefusesBadWordsBeforeItAsks) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PrivilegesCommands, aclShowPrintsATable) {
+TEST_F(PrivilegesCommands, AclShowPrintsTable) {
   answerRead(aclOf(ace(kNobody, "YES", 2698, 96)));
   EXPECT_EQ(run({"acl", "show", "/srv/a"}), 0) << error_;
   EXPECT_EQ(out_,
@@ -242,7 +242,7 @@ TEST_F(PrivilegesCommands, aclShowPrintsATable) {
             "1   allow   user:nobody  read    inherit      x\n");
 }
 
-TEST_F(PrivilegesCommands, aclShowPrintsADocumentWithJson) {
+TEST_F(PrivilegesCommands, AclShowPrintsJsonDocument) {
   answerRead(aclOf(R"({"guid":"x"})"));
   EXPECT_EQ(run({"acl", "show", "/srv/a", "--json"}), 0);
   EXPECT_EQ(out_,
@@ -250,13 +250,13 @@ TEST_F(PrivilegesCommands, aclShowPrintsADocumentWithJson) {
             "    }\n  ],\n  \"path\": \"/srv/a\"\n}\n");
 }
 
-TEST_F(PrivilegesCommands, aclShowSaysThatThereAreNoEntries) {
+TEST_F(PrivilegesCommands, AclShowReportsMissingEntries) {
   answerRead(aclOf(""));
   EXPECT_EQ(run({"acl", "show", "/srv/a"}), 0);
   EXPECT_EQ(out_, "/srv/a has no ACL entries.\n");
 }
 
-TEST_F(PrivilegesCommands, aclShowSaysThatTheAclCannotBeRead) {
+TEST_F(PrivilegesCommands, AclShowReportsUnreadableAcl) {
   answerRead(R"("aclErr":"INVALID_ACL_ERR")");
   EXPECT_EQ(run({"acl", "show", "/srv/a"}), 1);
   EXPECT_THAT(error_,
@@ -267,7 +267,7 @@ TEST_F(PrivilegesCommands, aclShowSaysThatTheAclCannotBeRead) {
   EXPECT_THAT(error_, HasSubstr("the daemon's reply has none"));
 }
 
-TEST_F(PrivilegesCommands, aclShowAddsWhatTheKernelSays) {
+TEST_F(PrivilegesCommands, AclShowAddsKernelProjection) {
   const std::string folder = makeFolder("a");
   answerRead(aclOf(ace(kNobody, "YES", 2698, 0)));
   EXPECT_EQ(run({"acl", "show", "--projection", folder}), 0) << error_;
@@ -278,7 +278,7 @@ TEST_F(PrivilegesCommands, aclShowAddsWhatTheKernelSays) {
   EXPECT_THAT(out_, HasSubstr("\"not the kernel's to give: delete\""));
 }
 
-TEST_F(PrivilegesCommands, aclSetReplacesTheList) {
+TEST_F(PrivilegesCommands, AclSetReplacesList) {
   answerWritten(aclOf(ace(kNobody, "YES", 4094, 96) + "," + ace(kNogroup, "NO", 16, 0)));
   EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:nobody", "read,write:inherit",
                  "deny group:nogroup delete"}),
@@ -292,13 +292,13 @@ TEST_F(PrivilegesCommands, aclSetReplacesTheList) {
   EXPECT_THAT(out_, StartsWith(kHeader));
 }
 
-TEST_F(PrivilegesCommands, aclSetWithoutEntriesIsAnErrorOfUsage) {
+TEST_F(PrivilegesCommands, AclSetWithoutEntriesReturnsUsageError) {
   EXPECT_EQ(run({"acl", "set", "/srv/a"}), 2);
   EXPECT_THAT(error_, HasSubstr("keelhouse acl clear PATH"));
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PrivilegesCommands, aclClearSaysWhoCanGetInAfterwards) {
+TEST_F(PrivilegesCommands, AclClearReportsRemainingAccess) {
   answerWritten(aclOf(""));
   EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 0) << error_;
   EXPECT_EQ(body(0), aclBody(""));
@@ -310,7 +310,7 @@ TEST_F(PrivilegesCommands, aclClearSaysWhoCanGetInAfterwards) {
   EXPECT_EQ(out_, "{\n  \"acl\": [],\n  \"path\": \"/srv/a\"\n}\n");
 }
 
-TEST_F(PrivilegesCommands, aclSetSaysThatTheDaemonDidNotTakeItOver) {
+TEST_F(PrivilegesCommands, AclSetReportsChangeNotAppliedByDaemon) {
   answerWritten(aclOf(""));
   EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:nobody", "read"}), 1);
   EXPECT_EQ(out_, "");
@@ -325,7 +325,7 @@ TEST_F(PrivilegesCommands, aclSetSaysThatTheDaemonDidNotTakeItOver) {
   EXPECT_THAT(error_, HasSubstr("INVALID_ACL_ERR"));
 }
 
-TEST_F(PrivilegesCommands, aclSetReportsTheWriteStatus) {
+TEST_F(PrivilegesCommands, AclSetReportsWriteStatus) {
   answerWritten(aclOf(""), 100069);
   EXPECT_EQ(run({"acl", "clear", "/srv/a"}), 1);
   EXPECT_EQ(out_, "");
@@ -336,7 +336,7 @@ TEST_F(PrivilegesCommands, aclSetReportsTheWriteStatus) {
   EXPECT_THAT(error_, HasSubstr("(a status without a name, -1)"));
 }
 
-TEST_F(PrivilegesCommands, aclSetTakesGuidsAndNamesOfTheDirectory) {
+TEST_F(PrivilegesCommands, AclSetAcceptsGuidsAndDirectoryNames) {
   constexpr const char* kGuid = "11111111-2222-4333-8444-555555555555";
   daemon_.answer(R"({"status":0,"record":{"dsAttrTypeStandard:GeneratedUID":[")" +
                  std::string(kGuid) + R"("]}})");
@@ -349,7 +349,7 @@ TEST_F(PrivilegesCommands, aclSetTakesGuidsAndNamesOfTheDirectory) {
   EXPECT_EQ(body(1), aclBody(sentAce(kGuid, "YES", 2, 0) + "," + sentAce(kGuid, "YES", 2, 0)));
 }
 
-TEST_F(PrivilegesCommands, aclSetRefusesANameThatNobodyHasBeforeItWrites) {
+TEST_F(PrivilegesCommands, AclSetRejectsUnknownNameBeforeWriting) {
   daemon_.answer(R"({"status":0})");
   EXPECT_EQ(run({"acl", "set", "/srv/a", "allow", "user:no-such-zoe", "read"}), 1);
   EXPECT_THAT(error_, HasSubstr("there is no user no-such-zoe"));
@@ -361,7 +361,7 @@ TEST_F(PrivilegesCommands, aclSetRefusesANameThatNobodyHasBeforeItWrites) {
   EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(PrivilegesCommands, aclAddPutsTheNewEntriesLast) {
+TEST_F(PrivilegesCommands, AclAddAppendsNewEntries) {
   answerRead(aclOf(ace(kNobody, "YES", 2698, 48)));
   answerWritten(aclOf(ace(kNobody, "YES", 2698, 48) + "," + ace(kNogroup, "NO", 2, 0)));
   EXPECT_EQ(run({"acl", "add", "/srv/a", "deny", "group:nogroup", "list"}), 0) << error_;
@@ -372,7 +372,7 @@ TEST_F(PrivilegesCommands, aclAddPutsTheNewEntriesLast) {
   EXPECT_THAT(out_, HasSubstr("\n2   deny    group:nogroup  list"));
 }
 
-TEST_F(PrivilegesCommands, aclAddPutsThemWhereItIsTold) {
+TEST_F(PrivilegesCommands, AclAddInsertsAtGivenPosition) {
   const std::string old = ace(kNobody, "YES", 2698, 48);
   const std::string added = ace(kNogroup, "NO", 2, 0);
   for (const std::vector<std::string>& place :
@@ -388,7 +388,7 @@ TEST_F(PrivilegesCommands, aclAddPutsThemWhereItIsTold) {
   EXPECT_THAT(error_, HasSubstr("there is no entry 3: the ACL has 1\n"));
 }
 
-TEST_F(PrivilegesCommands, aclAddAndRemoveDoNotLoseEntriesThatTheyCannotSendBack) {
+TEST_F(PrivilegesCommands, AclAddAndRemovePreserveUnsendableEntries) {
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"acl", "add", "/srv/a", "allow", "user:nobody", "read"},
            {"acl", "remove", "/srv/a", "1"}}) {
@@ -400,14 +400,14 @@ TEST_F(PrivilegesCommands, aclAddAndRemoveDoNotLoseEntriesThatTheyCannotSendBack
   }
 }
 
-TEST_F(PrivilegesCommands, aclAddDoesNotWriteOverAnAclThatCannotBeRead) {
+TEST_F(PrivilegesCommands, AclAddKeepsUnreadableAcl) {
   answerRead(R"("aclErr":"INVALID_ACL_ERR")");
   EXPECT_EQ(run({"acl", "add", "/srv/a", "allow", "user:nobody", "read"}), 1);
   EXPECT_THAT(error_, HasSubstr("keelhouse acl set PATH ENTRY... replaces it"));
   EXPECT_EQ(asked(), 1U);
 }
 
-TEST_F(PrivilegesCommands, aclRemoveTakesEntriesAwayByNumberAndByName) {
+TEST_F(PrivilegesCommands, AclRemoveDeletesEntriesByNumberAndName) {
   const std::string nobody = ace(kNobody, "YES", 2698, 0);
   const std::string nogroup = ace(kNogroup, "NO", 2, 0);
   answerRead(aclOf(nobody + "," + nogroup));
@@ -421,7 +421,7 @@ TEST_F(PrivilegesCommands, aclRemoveTakesEntriesAwayByNumberAndByName) {
   EXPECT_THAT(out_, HasSubstr("1   deny    group:nogroup  list"));
 }
 
-TEST_F(PrivilegesCommands, aclRemoveSaysWhatIsNotThere) {
+TEST_F(PrivilegesCommands, AclRemoveReportsMissingEntries) {
   answerRead(aclOf(ace(kNobody, "YES", 2, 0)));
   EXPECT_EQ(run({"acl", "remove", "/srv/a", "2"}), 1);
   EXPECT_THAT(error_,
@@ -431,7 +431,7 @@ TEST_F(PrivilegesCommands, aclRemoveSaysWhatIsNotThere) {
   EXPECT_THAT(error_, HasSubstr("no entry is about group:nogroup\n"));
 }
 
-TEST_F(PrivilegesCommands, aclRefusesBadWordsBeforeItAsks) {
+TEST_F(PrivilegesCommands, AclRejectsBadWordsBeforeRequest) {
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"acl"},
            {"acl", "show"},
@@ -455,12 +455,12 @@ TEST_F(PrivilegesCommands, aclRefusesBadWordsBeforeItAsks) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PrivilegesCommands, aclHelpShowsHowAnEntryIsWritten) {
+TEST_F(PrivilegesCommands, AclHelpShowsEntrySyntax) {
   EXPECT_EQ(run({"acl", "add", "--help"}), 0);
   EXPECT_THAT(out_, HasSubstr("allow user:anna read,write:inherit"));
 }
 
-TEST_F(PrivilegesCommands, withoutADaemonAreExitStatusThree) {
+TEST_F(PrivilegesCommands, MissingDaemonReturnsExitStatusThree) {
   const std::string socket = folder_.path("none.sock");
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"privs", "show", "/srv/a"},

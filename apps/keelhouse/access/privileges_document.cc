@@ -5,11 +5,12 @@
 #include <vector>
 
 #include "keelhouse/access/ace.h"
-#include "keelhouse/access/acl_view.h"
 #include "keelhouse/access/acl_words.h"
 #include "keelhouse/access/folder_privileges.h"
+#include "keelhouse/access/privileges_view.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/json_document.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
@@ -82,7 +83,7 @@ std::optional<PrincipalName> namedIn(const Dictionary& entry, const std::string&
   return parsePrincipal(*kind + ":" + *name);
 }
 
-// A document that was edited by hand must not grant to the old user what it says of the new one.
+// A hand-edited document must not grant to the old user what it specifies for the new one.
 void requireSame(const PrincipalName& name, const Guid& guid, const std::string& what,
                  Principals& principals) {
   const std::string found = principals.identify(guid).text;
@@ -125,7 +126,7 @@ WantedEntry wantedEntry(const Value& value, const std::string& what, Principals&
   WantedEntry wanted;
   wanted.who = principalIn(*entry, what, principals);
   wanted.sent = wireKeys(wanted.who);
-  wanted.sent.set("allowPermission", *allow ? "YES" : "NO");
+  wanted.sent.set(protocol::kAllowPermission, *allow ? "YES" : "NO");
   wanted.sent.set("bitmap", rights.empty() ? 0U : parseRights(joined(rights)));
   wanted.sent.set("flags", inheritanceFlags(inheritance));
   return wanted;
@@ -177,7 +178,7 @@ Dictionary privilegesDocument(const Dictionary& privileges, const std::optional<
                               Principals& principals) {
   Dictionary document;
   if (const std::string* path = privileges.string("path")) document.set("path", *path);
-  if (const std::string* type = privileges.string("fileType")) document.set("type", *type);
+  if (const std::string* type = privileges.string(protocol::kFileType)) document.set("type", *type);
   setAccount(document, "owner", privileges.string("owner"), mode ? &mode->uid : nullptr);
   setAccount(document, "group", privileges.string("group"), mode ? &mode->gid : nullptr);
   const std::string* permissions = privileges.string("privs");
@@ -189,7 +190,8 @@ Dictionary privilegesDocument(const Dictionary& privileges, const std::optional<
   if (const Array* acl = privileges.array("acl")) {
     document.set("acl", entriesOf(*acl, isFolder(privileges), principals));
   }
-  if (const std::string* error = privileges.string("aclErr")) document.set("aclError", *error);
+  if (const std::string* error = privileges.string(protocol::kAclErr))
+    document.set("aclError", *error);
   return document;
 }
 

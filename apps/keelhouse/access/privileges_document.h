@@ -10,17 +10,17 @@
 //   "mode"      four octal digits
 //   "acl"       the entries, in their order
 //   "complete"  whether the list leaves nothing to the mode; absent where there is no list, or
-//               where that cannot be told. Taken back, true makes the list that; false does not
+//               where that cannot be determined. On input, true makes the list so; false does not
 //               open a complete one
 //   "aclError"  why there are none; not read back
 //
 // An entry is an object:
 //
-//   "kind"         "user", "group", or "unknown" for whom nobody knows by a name
+//   "kind"         "user", "group", or "unknown" for a principal without a known name
 //   "name"         the short name; absent where "kind" says it all
 //   "fullName"     where it says more; not read back
 //   "guid"         the 36 characters that name the user or group for good; need not be there in a
-//                  document that was written by hand
+//                  hand-written document
 //   "allow"        true or false; absent in an entry of a kind that cannot be written
 //   "rights"       words, as entries are typed; [] for none
 //   "inheritance"  words, the same; absent for an entry that is not inherited
@@ -31,7 +31,7 @@
 
 #include "base/value.h"
 #include "keelhouse/access/acl_changes.h"
-#include "keelhouse/access/folder_mode.h"
+#include "keelhouse/access/folder_privileges.h"
 #include "keelhouse/access/list_state.h"
 #include "keelhouse/access/principals.h"
 

@@ -46,7 +46,7 @@ Dictionary ace(const char* guid, const char* allow, int bitmap, int flags, const
           {"bitmap", bitmap}, {"flags", flags},      {"isUser", 0}};
 }
 
-TEST_F(PrivilegesDocument, entriesHaveKindsBooleansAndWords) {
+TEST_F(PrivilegesDocument, EntriesHaveKindsBooleansAndWords) {
   answerRecords("", "");
   const Dictionary privileges{{"fileType", "directory"}};
   const Dictionary document = aclDocument(privileges, "/srv/a",
@@ -66,7 +66,7 @@ TEST_F(PrivilegesDocument, entriesHaveKindsBooleansAndWords) {
              "inheritance":["only-inherit","inherited"]}]})"));
 }
 
-TEST_F(PrivilegesDocument, whatIsPrintedIsTakenBack) {
+TEST_F(PrivilegesDocument, PrintedDocumentIsAccepted) {
   answerRecords("", "");
   Array acl;
   for (int flags = 0; flags <= 0x1F0; flags += 16) {
@@ -80,7 +80,7 @@ TEST_F(PrivilegesDocument, whatIsPrintedIsTakenBack) {
   }
 }
 
-TEST_F(PrivilegesDocument, privilegesHaveNumbersForWhomNoNameIs) {
+TEST_F(PrivilegesDocument, UnnamedOwnersAreShownByNumber) {
   const Dictionary privileges{{"path", "/srv/a"}, {"fileType", "directory"}, {"owner", ""},
                               {"group", "crew"},  {"privs", "770"},          {"acl", Array{}}};
   EXPECT_EQ(privilegesDocument(privileges, ModeAndIds{"2770", "4711", "7"}, principals_),
@@ -91,14 +91,14 @@ TEST_F(PrivilegesDocument, privilegesHaveNumbersForWhomNoNameIs) {
             parse(R"({"owner":"anna","mode":"770","aclError":"INVALID_ACL_ERR"})"));
 }
 
-TEST_F(PrivilegesDocument, aDocumentByHandNeedsNoGuid) {
+TEST_F(PrivilegesDocument, HandwrittenDocumentNeedsNoGuid) {
   const WantedPrivileges back = entry(
       R"({"kind":"group","name":"nogroup","allow":false,"rights":["Write"],"inheritance":["INHERIT"]})");
   EXPECT_EQ(back.acl->at(0).sent, parse(R"({"isUser":1,"groupID":65534,"allowPermission":"NO",
                                             "bitmap":1396,"flags":96})"));
 }
 
-TEST_F(PrivilegesDocument, anUnknownKeyIsNamedWithTheNearestKnownOne) {
+TEST_F(PrivilegesDocument, UnknownKeyIsNamedWithNearestMatch) {
   EXPECT_EQ(refusal(R"({"ownr":"anna"})"),
             "the document has the unknown key \"ownr\": did you mean owner?");
   EXPECT_EQ(entryRefusal(R"({"allow":true,"kind":"user","name":"root","right":["read"]})"),
@@ -106,7 +106,7 @@ TEST_F(PrivilegesDocument, anUnknownKeyIsNamedWithTheNearestKnownOne) {
   EXPECT_EQ(refusal(R"({"zzzzzz":1})"), "the document has the unknown key \"zzzzzz\"");
 }
 
-TEST_F(PrivilegesDocument, anEntryThatIsNotCompleteIsNamed) {
+TEST_F(PrivilegesDocument, IncompleteEntryIsNamed) {
   EXPECT_THAT(entryRefusal(R"({"kind":"user","name":"root","rights":[]})"),
               HasSubstr("entry 2 says neither \"allow\": true nor false"));
   EXPECT_EQ(entryRefusal(R"({"allow":true,"kind":"user","name":"root"})"),
@@ -119,7 +119,7 @@ TEST_F(PrivilegesDocument, anEntryThatIsNotCompleteIsNamed) {
   EXPECT_EQ(entryRefusal("7"), "entry 2 is no JSON object");
 }
 
-TEST_F(PrivilegesDocument, aValueOfAnotherTypeIsRefused) {
+TEST_F(PrivilegesDocument, ValueOfWrongTypeIsRefused) {
   EXPECT_EQ(entryRefusal(R"({"allow":"YES","kind":"user","name":"root","rights":[]})"),
             "entry 2: \"allow\" must be true or false");
   EXPECT_EQ(entryRefusal(R"({"allow":true,"kind":"user","name":"root","rights":"read"})"),
@@ -130,7 +130,7 @@ TEST_F(PrivilegesDocument, aValueOfAnotherTypeIsRefused) {
   EXPECT_EQ(refusal(R"({"acl":{}})"), "the document: \"acl\" must be an array");
 }
 
-TEST_F(PrivilegesDocument, aNameThatIsNotTheGuidsIsRefused) {
+TEST_F(PrivilegesDocument, NameContradictingGuidIsRefused) {
   const std::string guid = kNobodyGuid;
   EXPECT_NO_THROW(
       entry(R"({"allow":true,"kind":"user","name":"nobody","rights":[],"guid":")" + guid + "\"}"));

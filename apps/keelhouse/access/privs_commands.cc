@@ -2,20 +2,18 @@
 
 #include <utility>
 
-#include "base/printable.h"
 #include "base/text.h"
-#include "keelhouse/access/folder_mode.h"
 #include "keelhouse/access/folder_privileges.h"
 #include "keelhouse/access/list_state.h"
 #include "keelhouse/access/principals.h"
 #include "keelhouse/access/privileges_document.h"
-#include "keelhouse/access/privs_view.h"
+#include "keelhouse/access/privileges_view.h"
+#include "keelhouse/core/account_names.h"
 #include "keelhouse/core/folder_settings.h"
-#include "keelhouse/core/host_accounts.h"
 #include "keelhouse/core/json_document.h"
-#include "keelhouse/core/local_accounts.h"
-#include "keelhouse/core/mode_text.h"
 #include "keelhouse/core/named_share.h"
+#include "keelhouse/core/number_text.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -83,7 +81,7 @@ Wanted requested(const Session& session, const PrivilegeChanges& changes,
   return wanted;
 }
 
-// One account may have several names.
+// An account may have several names.
 bool sameAccount(PrincipalType type, const std::string& left, const std::string& right) {
   if (left == right) return true;
   const auto id = hostId(type, left);
@@ -138,8 +136,8 @@ void print(const Session& session, const Dictionary& privileges,
     session.out << describeCompleteness(*state, *path, false);
 }
 
-// The folder's privileges as they are to be written, seen from what it has. What a document says
-// and the folder has already is not written again: that would write its list anew.
+// The folder's privileges as they are to be written, seen from what it has. Values of a document
+// that the folder has already are not written: that would rewrite its list.
 Dictionary settingsFor(const Session& session, const Wanted& wanted, const Dictionary& reading,
                        const std::string& path) {
   const Dictionary present = privilegesIn(reading, path);
@@ -147,7 +145,7 @@ Dictionary settingsFor(const Session& session, const Wanted& wanted, const Dicti
     throw failure("set-id and sticky bits are for folders, and " + printable(path) +
                   " is none; nothing was changed");
   }
-  if (!wanted.acl) return {{"fileAccessPrivs", wanted.privileges}};
+  if (!wanted.acl) return {{protocol::kFileAccessPrivs, wanted.privileges}};
   Dictionary privileges;
   for (const std::string_view key : {kOwner, kGroup, kMode}) {
     const std::string* want = wanted.privileges.string(key);
@@ -161,7 +159,7 @@ Dictionary settingsFor(const Session& session, const Wanted& wanted, const Dicti
     if (wanted.acl->empty()) requireListMayGo(session, path, present, false);
     privileges.set("acl", sentAcl(*wanted.acl));
   }
-  return {{"fileAccessPrivs", std::move(privileges)}};
+  return {{protocol::kFileAccessPrivs, std::move(privileges)}};
 }
 
 void checkResult(const std::string& path, const Wanted& wanted, const Dictionary& found,
@@ -173,12 +171,12 @@ void checkResult(const std::string& path, const Wanted& wanted, const Dictionary
   if (difference) throw failure("the ACL of " + path + " was not taken over: " + *difference);
 }
 
-// What others had set of the same meanwhile, and what is no longer so.
+// Notes concurrent changes by others that were overwritten.
 void noteOverwritten(const Session& session, const Dictionary& wanted,
                      const ChangedFolder& changed) {
   if (!changed.retried) return;
-  const Dictionary first = settingsPart(changed.first, "fileAccessPrivs");
-  const Dictionary last = settingsPart(changed.before, "fileAccessPrivs");
+  const Dictionary first = settingsPart(changed.first, protocol::kFileAccessPrivs);
+  const Dictionary last = settingsPart(changed.before, protocol::kFileAccessPrivs);
   for (const std::string_view key : {kOwner, kGroup, kMode}) {
     const std::string* before = first.string(key);
     const std::string* meanwhile = last.string(key);
@@ -215,7 +213,7 @@ ExitStatus changePrivileges(const Session& session, const std::string& path,
   const Dictionary found = privilegesIn(changed.after, path);
   if (changed.readBackIsOwn) checkResult(path, wanted, found, principals);
   if (complete && !wanted.isListDone) completeWrittenList(session, path);
-  // A folder kept the digit that it had, and setting it writes a list anew.
+  // A folder kept its digit, and setting it rewrites a list.
   const bool hasBits = before && wanted.bits && before->mode.starts_with(*wanted.bits);
   if (wanted.bits && !hasBits && isFolder(found)) setModeBits(session, path, *wanted.bits);
   noteOverwritten(session, wanted.privileges, changed);

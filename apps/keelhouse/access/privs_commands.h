@@ -20,8 +20,8 @@ struct PrivilegeChanges {
 };
 
 // Paths are taken as they were typed. Each throws Failure for what it cannot do; setPrivileges also
-// when the daemon reports success, but what it reads back is something else. What others change
-// meanwhile stays as they left it, but for what the changes name.
+// when the daemon reports success, but what it reads back is something else. Concurrent changes by
+// others are preserved, except for what the changes name.
 ExitStatus showPrivileges(const Session& session, const std::string& path);
 ExitStatus setPrivileges(const Session& session, const std::string& path,
                          const PrivilegeChanges& changes);

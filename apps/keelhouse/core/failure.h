@@ -1,4 +1,4 @@
-// How a command ends that cannot do what it was asked.
+// The failure of a command.
 #pragma once
 
 #include <stdexcept>
@@ -12,7 +12,7 @@ enum class ExitStatus {
   failed = 1,       // the operation reported an error, or what was asked is not there
   usage = 2,        // the command line cannot be used
   unreachable = 3,  // no daemon answers on the socket
-  unsure = 4,       // not all of the answer can be told: who an entry is for, or what a node knows
+  unsure = 4,       // incomplete answer: an unresolved entry, or a node that did not respond
   notServed = 5,    // done, but not served, where that was required
 };
 
@@ -35,7 +35,7 @@ class Failure : public std::runtime_error {
     guess_ = guess;
     return std::move(*this);
   }
-  // The same failure in other words.
+  // The same failure with another text.
   Failure withText(const std::string& text) const {
     return Failure(status_, text, origin_).withGuess(guess_);
   }

@@ -6,10 +6,11 @@
 #include <system_error>
 #include <utility>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/core/share_path.h"
-#include "keelhouse/core/shell_word.h"
+#include "keelhouse/core/suggested_words.h"
+#include "protocol/keys.h"
 #include "samba/samba_text.h"
 
 namespace paddock::keelhouse {
@@ -17,12 +18,11 @@ namespace paddock::keelhouse {
 namespace {
 
 constexpr const char* kPlugin = "paddock_sharing";
-constexpr const char* kSharePoint = "sharePointRecord";
 
 Dictionary folderArguments(const std::string& path) { return {{"path", path}}; }
 
 Dictionary writeRequest(const std::string& path, Dictionary configuration) {
-  return {{"optionalArguments", folderArguments(path)},
+  return {{protocol::kOptionalArguments, folderArguments(path)},
           {"configuration", std::move(configuration)}};
 }
 
@@ -37,7 +37,7 @@ bool isUnchanged(const Dictionary& before, const Dictionary& after) {
 void requireWritten(const Dictionary& reply, const std::string& path, const std::string& action,
                     const Dictionary* before) {
   try {
-    requireStatus(reply, "writeStatus", action);
+    requireStatus(reply, protocol::kWriteStatus, action);
   } catch (const Failure& failed) {
     const bool isAsBefore = before != nullptr && isUnchanged(*before, reply);
     if (!isAsBefore) throw explainMissing(failed, path);
@@ -50,7 +50,7 @@ void requireWritten(const Dictionary& reply, const std::string& path, const std:
 TaggedReply readTaggedFolder(const Session& session, const std::string& path) {
   // Without a condition there is always a reply.
   return *session.daemon.callTagged(kPlugin, "readSettings",
-                                    {{"optionalArguments", folderArguments(path)}});
+                                    {{protocol::kOptionalArguments, folderArguments(path)}});
 }
 
 Dictionary readFolder(const Session& session, const std::string& path) {
@@ -76,7 +76,7 @@ ChangedFolder changeFolder(const Session& session, const std::string& path, cons
     changed.retried = attempt > 0;
     if (!changed.retried) changed.first = reading.body;
     Dictionary configuration = decide(reading.body);
-    if (!nodeCredentials.empty()) configuration.set("dsCredentials", nodeCredentials);
+    if (!nodeCredentials.empty()) configuration.set(protocol::kDsCredentials, nodeCredentials);
     auto written = session.daemon.callTagged(
         kPlugin, "writeSettings", writeRequest(path, std::move(configuration)), reading.tag);
     if (!written) return false;
@@ -112,7 +112,7 @@ void requireSameFolder(const Dictionary& sharePoint, const std::string& path) {
   struct stat asked {};
   struct stat found {};
   if (::stat(path.c_str(), &asked) != 0) {
-    // Where nothing is, the stored path is meant.
+    // Where the path does not exist, the stored one is meant.
     if (errno == ENOENT || errno == ENOTDIR) return;
     throw failure("whether " + printable(path) + " is " + printable(*stored) +
                   ", which is shared, cannot be told: " + std::generic_category().message(errno) +
@@ -128,10 +128,10 @@ void requireSameFolder(const Dictionary& sharePoint, const std::string& path) {
 }
 
 Dictionary sharePointIn(const Dictionary& reply, const std::string& path) {
-  Dictionary sharePoint = settingsPart(reply, kSharePoint);
+  Dictionary sharePoint = settingsPart(reply, protocol::kSharePointRecord);
   // A folder's share point is read before its volume's quotas, whose status does not count here.
-  if (!sharePoint.contains("isShared")) {
-    requireStatus(reply, "readStatus", "the share point of " + path + " cannot be read");
+  if (!sharePoint.contains(protocol::kIsShared)) {
+    requireStatus(reply, protocol::kReadStatus, "the share point of " + path + " cannot be read");
     throw failure("the daemon's reply says nothing of the share point of " + path);
   }
   return sharePoint;
@@ -139,13 +139,15 @@ Dictionary sharePointIn(const Dictionary& reply, const std::string& path) {
 
 Dictionary writeSharePoint(const Session& session, const std::string& path, Dictionary record,
                            const std::string& action, Array nodeCredentials) {
-  Dictionary configuration{{kSharePoint, std::move(record)}};
-  if (!nodeCredentials.empty()) configuration.set("dsCredentials", std::move(nodeCredentials));
-  return settingsPart(writeFolder(session, path, std::move(configuration), action), kSharePoint);
+  Dictionary configuration{{protocol::kSharePointRecord, std::move(record)}};
+  if (!nodeCredentials.empty())
+    configuration.set(protocol::kDsCredentials, std::move(nodeCredentials));
+  return settingsPart(writeFolder(session, path, std::move(configuration), action),
+                      protocol::kSharePointRecord);
 }
 
 bool isShared(const Dictionary& sharePoint) {
-  return sharePoint.boolean("isShared").value_or(false);
+  return sharePoint.boolean(protocol::kIsShared).value_or(false);
 }
 
 Failure notShared(const std::string& path, const std::string& advice) {

@@ -11,8 +11,8 @@
 
 namespace paddock::keelhouse {
 
-// The whole reply, and the tag of the state that it tells of. Its status is not looked at: a later
-// part may fail where the wanted one is there.
+// The whole reply, and the tag of the state that it describes. Its status is not checked: a later
+// part may fail although the requested one is present.
 TaggedReply readTaggedFolder(const Session& session, const std::string& path);
 // The reply alone.
 Dictionary readFolder(const Session& session, const std::string& path);
@@ -40,8 +40,8 @@ using Decision = std::function<Dictionary(const Dictionary& reading)>;
 enum class ChangeKind { whole, stepOfMany };
 
 // Reads the folder and writes what `decide` says, unless others changed it in between; then all
-// again. Throws what writeFolder throws, and Failure when it is never left alone for long enough.
-// `first`: the first reading, where there is one already. `nodeCredentials` as below.
+// again. Throws what writeFolder throws, and Failure when concurrent changes do not cease. `first`:
+// the first reading, where there is one already. `nodeCredentials` as below.
 ChangedFolder changeFolder(const Session& session, const std::string& path, const Decision& decide,
                            const std::string& action, std::optional<TaggedReply> first = {},
                            const Array& nodeCredentials = {}, ChangeKind kind = ChangeKind::whole);

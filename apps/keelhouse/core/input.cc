@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/printable.h"
 #include "base/system_call.h"
 #include "base/text.h"
 #include "keelhouse/core/failure.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
@@ -106,6 +106,19 @@ std::string readPassword(int descriptor, const std::string& prompt, bool confirm
   if (password.empty()) throw usageFailure("the password is empty");
   if (!isValidUtf8(password)) throw usageFailure("the password is not UTF-8");
   return password;
+}
+
+std::optional<Credentials> readCredentials(const NodeAccount& account) {
+  if (account.name.empty()) return std::nullopt;
+  constexpr bool kConfirm = false;
+  return Credentials{account.name, readPassword(account.passwordDescriptor,
+                                                "Password of " + account.name, kConfirm)};
+}
+
+void setCredentials(Dictionary& request, const std::optional<Credentials>& credentials) {
+  if (!credentials) return;
+  request.set(protocol::kAdminUserName, credentials->user);
+  request.set(protocol::kAdminPassword, credentials->password);
 }
 
 }  // namespace paddock::keelhouse

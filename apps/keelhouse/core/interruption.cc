@@ -12,7 +12,7 @@ volatile std::sig_atomic_t interrupted = 0;
 
 void noteInterruption(int /*number*/) { interrupted = 1; }
 
-// Blocked except while it waits, so that none comes between a look and the wait after it.
+// Blocked except while it waits, so that none arrives between a check and the following wait.
 sigset_t ownSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);

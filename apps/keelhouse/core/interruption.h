@@ -6,7 +6,7 @@
 
 namespace paddock::keelhouse {
 
-// As long as it lives. One at a time.
+// During its lifetime. One at a time.
 class Interruption {
  public:
   Interruption();

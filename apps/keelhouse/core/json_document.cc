@@ -8,11 +8,11 @@
 #include <system_error>
 #include <utility>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/input.h"
-#include "keelhouse/core/nearest_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {

@@ -6,13 +6,13 @@
 #include <string_view>
 #include <vector>
 
-#include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/folder_settings.h"
-#include "keelhouse/core/nearest_word.h"
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/core/share_path.h"
+#include "keelhouse/core/suggested_words.h"
+#include "protocol/keys.h"
 #include "samba/samba_text.h"
 
 namespace paddock::keelhouse {
@@ -60,12 +60,13 @@ std::vector<Paths> foldersNamed(const Array& sharePoints, const std::string& wor
   const std::string key = samba::shareNameKey(word);
   const auto isKey = [&key](const std::string& name) { return samba::shareNameKey(name) == key; };
   return {pathsWith(sharePoints, "name", [&word](const std::string& name) { return name == word; }),
-          pathsWith(sharePoints, "name", isKey), pathsWith(sharePoints, "nameOverSMB", isKey)};
+          pathsWith(sharePoints, "name", isKey),
+          pathsWith(sharePoints, protocol::kNameOverSMB, isKey)};
 }
 
 std::vector<std::string> namesOf(const Array& sharePoints) {
   std::vector<std::string> names;
-  for (const char* key : {"name", "nameOverSMB"}) {
+  for (const char* key : {"name", protocol::kNameOverSMB}) {
     for (const Value& value : sharePoints) {
       if (value.dictionary() != nullptr) names.push_back(textOf(*value.dictionary(), key));
     }
@@ -100,12 +101,12 @@ bool isPath(const std::string& word) {
 
 Array readSharePoints(const Session& session) {
   const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
-  requireStatus(reply, "readStatus", "the names of the shares cannot be read");
-  const Array* list = reply.array("sharePointList");
+  requireStatus(reply, protocol::kReadStatus, "the names of the shares cannot be read");
+  const Array* list = reply.array(protocol::kSharePointList);
   return list != nullptr ? *list : Array{};
 }
 
-// Of a word that is a path whatever the shares are called; what cannot be told counts as none.
+// For a word that is a path whatever the shares are called; empty when they cannot be read.
 Array sharePointsIfTold(const Session& session) {
   try {
     return readSharePoints(session);
@@ -146,7 +147,7 @@ Failure notSharedHere(const Session& session, const std::string& path, const std
   std::vector<std::string> paths;
   try {
     const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
-    const Array* list = reply.array("sharePointList");
+    const Array* list = reply.array(protocol::kSharePointList);
     for (const Value& value : list != nullptr ? *list : Array{}) {
       if (value.dictionary() != nullptr) paths.push_back(textOf(*value.dictionary(), "path"));
     }

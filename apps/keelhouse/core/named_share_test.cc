@@ -37,7 +37,7 @@ std::string refusal(Call call) {
   return {};
 }
 
-TEST(NamedShare, IsFoundByItsRecordsNameAndByItsNameOverSmb) {
+TEST(NamedShare, IsFoundByRecordNameAndSmbName) {
   EXPECT_EQ(found("plans"), "/srv/b");
   EXPECT_EQ(found("Pictures"), "/srv/a");
   EXPECT_EQ(found("pictures"), "/srv/a");
@@ -46,7 +46,7 @@ TEST(NamedShare, IsFoundByItsRecordsNameAndByItsNameOverSmb) {
   EXPECT_EQ(found("ÜBER"), "/srv/c");
 }
 
-TEST(NamedShare, ARecordsNameCountsBeforeANameOverSmbAndANoteSaysSo) {
+TEST(NamedShare, RecordNamePrecedesSmbNameWithNote) {
   const NamedFolder named = findNamedShare(kShares, "photos", "/here/photos", false);
   EXPECT_EQ(named.path, "/srv/a");
   EXPECT_EQ(
@@ -55,7 +55,7 @@ TEST(NamedShare, ARecordsNameCountsBeforeANameOverSmbAndANoteSaysSo) {
       "SMB");
 }
 
-TEST(NamedShare, ItsExactNameCountsBeforeOneInAnotherCase) {
+TEST(NamedShare, ExactNamePrecedesOtherCase) {
   const Array shares{share("/srv/a", "Plans"), share("/srv/b", "plans")};
   EXPECT_EQ(found("Plans", shares), "/srv/a");
   EXPECT_EQ(found("plans", shares), "/srv/b");
@@ -63,7 +63,7 @@ TEST(NamedShare, ItsExactNameCountsBeforeOneInAnotherCase) {
             "\"PLANS\" is the name of 2 shares; say which by its path:\n  /srv/a\n  /srv/b");
 }
 
-TEST(NamedShare, TwoSharesOfOneNameOverSmbAreAmbiguous) {
+TEST(NamedShare, TwoSharesWithSameSmbNameAreAmbiguous) {
   const Array shares{share("/srv/a", "a", "Plans"), share("/srv/b", "b", "plans")};
   EXPECT_THAT(refusal([&] { found("plans", shares); }),
               AllOf(HasSubstr("2 shares"), HasSubstr("\n  /srv/a\n  /srv/b")));
@@ -74,7 +74,7 @@ TEST(NamedShare, TwoRecordsOfOneFolderAreNot) {
             "/srv/a");
 }
 
-TEST(NamedShare, AnUnknownNameIsAnsweredWithTheNearestOne) {
+TEST(NamedShare, UnknownNameSuggestsNearestMatch) {
   EXPECT_EQ(refusal([] { found("photo"); }),
             "there is no share \"photo\", and no such file or folder here: did you mean photos?\n"
             "See the shares: keelhouse share list");
@@ -84,7 +84,7 @@ TEST(NamedShare, AnUnknownNameIsAnsweredWithTheNearestOne) {
             "See the shares: keelhouse share list");
 }
 
-TEST(NamedShare, WhatIsThereIsAPathAndANoteNamesTheShare) {
+TEST(NamedShare, ExistingPathPrecedesShareNameWithNote) {
   const NamedFolder named = findNamedShare(kShares, "plans", "/here/plans", true);
   EXPECT_EQ(named.path, "");
   EXPECT_EQ(named.note,
@@ -100,7 +100,7 @@ class FolderPath : public SessionFixture {
   }
 };
 
-TEST_F(FolderPath, OfAWordWithASlashIsNotAskedFor) {
+TEST_F(FolderPath, OfWordWithSlashNeedsNoRequest) {
   EXPECT_EQ(folderPath(session_, "/srv/../a"), "/a");
   EXPECT_EQ(folderPath(session_, "./photos"), absolutePath("photos"));
   EXPECT_EQ(folderPath(session_, "."), absolutePath("."));
@@ -114,13 +114,13 @@ TEST_F(FolderPath, OfANameIsThatOfTheShare) {
   EXPECT_EQ(daemon_.requests().at(0).target, "POST /v1/paddock_sharing/getSharePointList");
 }
 
-TEST_F(FolderPath, OfAServerWithoutSharesIsSaidToBeNone) {
+TEST_F(FolderPath, OnServerWithoutSharesIsNotFound) {
   daemon_.answer(R"({"readStatus":0})");
   EXPECT_THAT(refusal([this] { folderPath(session_, "photos"); }),
               HasSubstr("there is no share \"photos\""));
 }
 
-TEST_F(FolderPath, OfANameThatCannotBeLookedUpIsAFailure) {
+TEST_F(FolderPath, FailedNameLookupFails) {
   daemon_.answer(R"({"readStatus":100075})");
   EXPECT_THAT(refusal([this] { folderPath(session_, "photos"); }),
               HasSubstr("the names of the shares cannot be read"));

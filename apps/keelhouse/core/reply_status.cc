@@ -3,16 +3,21 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <system_error>
 
-#include "base/printable.h"
 #include "base/status.h"
+#include "base/text.h"
+#include "keelhouse/core/failure.h"
+#include "keelhouse/core/terminal_text.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
 namespace {
 
-constexpr std::string_view kStatusKeys[] = {"status", "readStatus", "writeStatus"};
-constexpr std::string_view kErrorKeys[] = {"error", "readError", "writeError"};
+constexpr std::string_view kStatusKeys[] = {"status", protocol::kReadStatus,
+                                            protocol::kWriteStatus};
+constexpr std::string_view kErrorKeys[] = {"error", protocol::kReadError, protocol::kWriteError};
 
 bool isFailedStatus(const Value* value) {
   if (value == nullptr) return false;
@@ -20,7 +25,7 @@ bool isFailedStatus(const Value* value) {
   return value->unsignedInteger() != nullptr;
 }
 
-// What is so whatever the reason was.
+// The fact that holds whatever the reason was.
 const char* factFor(std::int64_t status) {
   switch (status) {
     case ENOSPC:
@@ -39,7 +44,7 @@ const char* factFor(std::int64_t status) {
   }
 }
 
-// What the reason may be, when nobody says it.
+// The probable reason, when none is given.
 const char* guessFor(std::int64_t status) {
   switch (status) {
     case EACCES:
@@ -141,6 +146,28 @@ void requireStatus(const Dictionary& reply, std::string_view key, const std::str
   const std::string* message = reply.string("message");
   if (message == nullptr) throw statusFailure(action, *status);
   throw advised(action + ": " + printable(*message) + nameAndNumber(*status), *status);
+}
+
+std::optional<Dictionary> askIfLoaded(const Session& session, const char* plugin,
+                                      const char* operation, const Dictionary& request) {
+  try {
+    return session.daemon.call(plugin, operation, request);
+  } catch (const Failure& failure) {
+    if (std::string(failure.what()).find("(HTTP 404)") != std::string::npos) return std::nullopt;
+    throw;
+  }
+}
+
+std::string messageOf(const Dictionary& reply) {
+  if (const std::string* message = reply.string("message")) return printable(*message);
+  const auto status = static_cast<int>(reply.integer("status").value_or(EIO));
+  return std::generic_category().message(status);
+}
+
+void requireDone(const Dictionary& reply, const std::string& action) {
+  const auto status = reply.integer("status").value_or(EIO);
+  if (status == 0) return;
+  throw daemonFailure(action + ": " + messageOf(reply) + nameAndNumber(status));
 }
 
 }  // namespace paddock::keelhouse

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "base/value.h"
 #include "keelhouse/core/failure.h"
+#include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
 
@@ -31,5 +33,17 @@ Failure errorFailure(const std::string& action, const std::string& errorText);
 
 // Throws statusFailure of the status under `key` when it is not 0.
 void requireStatus(const Dictionary& reply, std::string_view key, const std::string& action);
+
+// Operations of plug-ins that a daemon need not have.
+
+// The reply of an operation; absent where the daemon has no such plug-in. Throws Failure otherwise.
+std::optional<Dictionary> askIfLoaded(const Session& session, const char* plugin,
+                                      const char* operation, const Dictionary& request);
+
+// What a reply with a "status" other than 0 says of it.
+std::string messageOf(const Dictionary& reply);
+
+// Throws Failure with that, unless the reply's status is 0. `action` says what was tried.
+void requireDone(const Dictionary& reply, const std::string& action);
 
 }  // namespace paddock::keelhouse

@@ -20,9 +20,9 @@ Failure failureOf(const Dictionary& reply) {
   return failure("");
 }
 
-std::string messageOf(const Dictionary& reply) { return failureOf(reply).what(); }
+std::string whatOf(const Dictionary& reply) { return failureOf(reply).what(); }
 
-TEST(ReplyStatus, reportsEveryStatusAndErrorText) {
+TEST(ReplyStatus, ReportsEveryStatusAndErrorText) {
   EXPECT_FALSE(reportsFailure({{"status", 0}, {"readStatus", 0}, {"writeStatus", 0}}));
   EXPECT_FALSE(reportsFailure({}));
   EXPECT_FALSE(reportsFailure({{"status", "completed"}}));
@@ -33,18 +33,17 @@ TEST(ReplyStatus, reportsEveryStatusAndErrorText) {
   EXPECT_TRUE(reportsFailure({{"writeError", "x"}}));
 }
 
-TEST(ReplyStatus, isSaidWithItsNameItsNumberAndWhatToDo) {
-  EXPECT_EQ(messageOf({{"writeStatus", 0}}), "");
-  EXPECT_EQ(messageOf({{"writeStatus", 28}}),
+TEST(ReplyStatus, IsReportedWithNameNumberAndAdvice) {
+  EXPECT_EQ(whatOf({{"writeStatus", 0}}), "");
+  EXPECT_EQ(whatOf({{"writeStatus", 28}}),
             "/srv/a cannot be shared: No space left on device (ENOSPC, 28)\n"
             "Make room on the volume, then repeat the command.");
-  EXPECT_EQ(messageOf({{"writeStatus", -2}}),
-            "/srv/a cannot be shared (a status without a name, -2)");
-  EXPECT_EQ(messageOf({{"writeStatus", 1099511627776}}),
+  EXPECT_EQ(whatOf({{"writeStatus", -2}}), "/srv/a cannot be shared (a status without a name, -2)");
+  EXPECT_EQ(whatOf({{"writeStatus", 1099511627776}}),
             "/srv/a cannot be shared (a status without a name, 1099511627776)");
 }
 
-TEST(ReplyStatus, hasAGuessApartWhereOthersMayKnowBetter) {
+TEST(ReplyStatus, KeepsGuessSeparateFromMessage) {
   const Failure notSaved = failureOf({{"writeStatus", 100076}});
   EXPECT_STREQ(notSaved.what(), "/srv/a cannot be shared (CANNOT_SAVE_SHARE_POINT_ERR, 100076)");
   EXPECT_THAT(notSaved.guess(), ::testing::StartsWith("A name may be taken"));
@@ -56,21 +55,21 @@ TEST(ReplyStatus, hasAGuessApartWhereOthersMayKnowBetter) {
   EXPECT_THAT(privileges.guess(), ::testing::StartsWith("The file system may be"));
 }
 
-TEST(ReplyStatus, ofAnErrorTextIsNamedToo) {
+TEST(ReplyStatus, OfErrorTextIsNamed) {
   EXPECT_EQ(describeError("It failed", "INVALID_ACL_ERR"), "It failed (INVALID_ACL_ERR, 100059)");
   EXPECT_EQ(describeError("It failed", "Permission denied"),
             "It failed: Permission denied (EACCES, 13)");
   EXPECT_EQ(describeError("It failed", "no status at all"), "It failed: no status at all");
 }
 
-TEST(ReplyStatus, isTheDaemonsToExplain) {
+TEST(ReplyStatus, IsAttributedToDaemon) {
   EXPECT_EQ(statusFailure("It failed", EACCES).origin(), ReportedBy::daemon);
   EXPECT_EQ(errorFailure("It failed", "no status at all").origin(), ReportedBy::daemon);
   EXPECT_EQ(failure("refused before asking").origin(), ReportedBy::keelhouse);
 }
 
-TEST(ReplyStatus, mustBeInTheReply) {
-  EXPECT_EQ(messageOf({}), "/srv/a cannot be shared: the daemon's reply has no writeStatus");
+TEST(ReplyStatus, MustBeInReply) {
+  EXPECT_EQ(whatOf({}), "/srv/a cannot be shared: the daemon's reply has no writeStatus");
 }
 
 }  // namespace

@@ -8,10 +8,9 @@
 #include <system_error>
 #include <vector>
 
-#include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/nearest_word.h"
+#include "keelhouse/core/suggested_words.h"
 
 namespace paddock::keelhouse {
 
@@ -62,7 +61,7 @@ std::string lastComponent(const std::string& path) { return path.substr(path.rfi
 
 namespace {
 
-// What lies beside the path that it may be a slip of, on a line of its own, or nothing.
+// A sibling of the path with a similar name, on a line of its own, or nothing.
 std::string nearestBeside(const std::string& path) {
   constexpr std::size_t kMostNames = 1000;
   const std::string folder = path.substr(0, path.rfind('/') + 1);

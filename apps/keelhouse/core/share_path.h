@@ -19,8 +19,8 @@ std::string absolutePath(std::string_view path);
 // The last part of a normalised path; empty for "/".
 std::string lastComponent(const std::string& path);
 
-// `failed`, with that there is nothing at the path, where that is so, and what lies beside it that
-// is near.
+// `failed`, extended, where the path does not exist, by that fact and by the closest names beside
+// it.
 Failure explainMissing(const Failure& failed, const std::string& path);
 
 // Throws Failure unless `path` names a folder, or a link to one.

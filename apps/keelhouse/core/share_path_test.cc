@@ -11,7 +11,7 @@
 namespace paddock::keelhouse {
 namespace {
 
-TEST(SharePath, isNormalisedWithoutFollowingLinks) {
+TEST(SharePath, IsNormalisedWithoutFollowingLinks) {
   EXPECT_EQ(normalisePath("/srv/a", "/x"), "/srv/a");
   EXPECT_EQ(normalisePath("/srv//a/./b/", "/x"), "/srv/a/b");
   EXPECT_EQ(normalisePath("/srv/a/../b", "/x"), "/srv/b");
@@ -20,7 +20,7 @@ TEST(SharePath, isNormalisedWithoutFollowingLinks) {
   EXPECT_EQ(normalisePath("/srv/...", "/x"), "/srv/...");
 }
 
-TEST(SharePath, isTakenFromTheCurrentFolder) {
+TEST(SharePath, IsResolvedAgainstCurrentFolder) {
   EXPECT_EQ(normalisePath("a", "/home/me"), "/home/me/a");
   EXPECT_EQ(normalisePath(".", "/home/me"), "/home/me");
   EXPECT_EQ(normalisePath("../you/./b", "/home/me"), "/home/you/b");
@@ -28,20 +28,20 @@ TEST(SharePath, isTakenFromTheCurrentFolder) {
   EXPECT_EQ(absolutePath("a"), std::filesystem::current_path().string() + "/a");
 }
 
-TEST(SharePath, mustBeUtf8AndNotEmpty) {
+TEST(SharePath, MustBeNonEmptyUtf8) {
   EXPECT_THROW(normalisePath("", "/x"), Failure);
   EXPECT_THROW(normalisePath("/srv/\xFF", "/x"), Failure);
   EXPECT_THROW(normalisePath("a", "/srv/\xFF"), Failure);
   EXPECT_EQ(normalisePath("/\xFF/../a", "/x"), "/a");
 }
 
-TEST(SharePath, hasALastComponent) {
+TEST(SharePath, HasLastComponent) {
   EXPECT_EQ(lastComponent("/srv/a b"), "a b");
   EXPECT_EQ(lastComponent("/a"), "a");
   EXPECT_EQ(lastComponent("/"), "");
 }
 
-TEST(SharePath, mustNameAFolderToBeShared) {
+TEST(SharePath, MustNameFolder) {
   const TestFolder folder;
   writeWholeFile(folder.path("file"), "x");
   std::filesystem::create_symlink("/nowhere/at/all", folder.path("dangling"));
@@ -53,7 +53,7 @@ TEST(SharePath, mustNameAFolderToBeShared) {
   }
 }
 
-TEST(SharePath, OfAMissingFolderNamesTheNearestBesideIt) {
+TEST(SharePath, MissingFolderSuggestsNearestSibling) {
   const TestFolder folder;
   std::filesystem::create_directory(folder.path("photos"));
   try {

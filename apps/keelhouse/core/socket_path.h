@@ -1,4 +1,4 @@
-// Where the daemon listens.
+// The socket that the daemon listens on.
 #pragma once
 
 #include <optional>

@@ -5,13 +5,13 @@
 namespace paddock::keelhouse {
 namespace {
 
-TEST(SocketPath, liesBelowTheRoot) {
+TEST(SocketPath, LiesBelowRoot) {
   EXPECT_EQ(socketBelow(""), "/run/paddock/paddockd.sock");
   EXPECT_EQ(socketBelow("/"), "/run/paddock/paddockd.sock");
   EXPECT_EQ(socketBelow("/opt/tree/"), "/opt/tree/run/paddock/paddockd.sock");
 }
 
-TEST(SocketPath, hasTheSystemsLimit) {
+TEST(SocketPath, RespectsSystemLimit) {
   EXPECT_TRUE(fitsSocketAddress(std::string(107, 'x')));
   EXPECT_FALSE(fitsSocketAddress(std::string(108, 'x')));
 }

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 
 namespace paddock::keelhouse {
@@ -21,7 +21,7 @@ Failure cannotRun(const std::string& program, int error) {
   return failure("cannot run " + program + ": " + std::generic_category().message(error));
 }
 
-// A tree may be anybody's, but what root runs of it is root's.
+// A tree may belong to any user, but programs of it that root runs must be owned by root.
 void requireTrusted(const std::string& program) {
   struct stat status {};
   const int error = errnoOf([&] { return ::stat(program.c_str(), &status); });

@@ -9,6 +9,7 @@
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/core/terminal_text.h"
 #include "keelhouse/directory/node_list.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -78,10 +79,11 @@ ExitStatus tryAuthentication(const Session& session, const std::string& node,
   checkWord(user, "user's name");
   const std::string password = readPassword(
       passwordDescriptor, "Password of " + printable(user) + " on " + printable(node), false);
-  const Dictionary reply =
-      session.daemon.call("paddock_sharing", "canAuthDSNode",
-                          {{"dsNodeName", node}, {"dsAdminName", user}, {"dsAdminPW", password}});
-  const bool can = reply.boolean("canAuth").value_or(false);
+  const Dictionary reply = session.daemon.call("paddock_sharing", "canAuthDSNode",
+                                               {{protocol::kDsNodeName, node},
+                                                {protocol::kDsAdminName, user},
+                                                {protocol::kDsAdminPW, password}});
+  const bool can = reply.boolean(protocol::kCanAuth).value_or(false);
   if (session.json) session.out << wire::writeJsonPretty(reply) << '\n';
   if (!can) {
     const std::string* error = reply.string("error");

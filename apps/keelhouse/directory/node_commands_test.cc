@@ -37,7 +37,7 @@ class NodeCommands : public CommandFixture {
   }
 };
 
-TEST_F(NodeCommands, nodesPrintsEachWithItsStateAndLatency) {
+TEST_F(NodeCommands, NodesPrintsEachStateAndLatency) {
   daemon_.answer(kNodes);
   EXPECT_EQ(run({"nodes"}), 0) << error_;
   EXPECT_EQ(out_,
@@ -48,7 +48,7 @@ TEST_F(NodeCommands, nodesPrintsEachWithItsStateAndLatency) {
   EXPECT_EQ(body(0), "{}");
 }
 
-TEST_F(NodeCommands, nodesFailsWhenOneIsUnreachableAndSaysWhy) {
+TEST_F(NodeCommands, NodesFailsWithReasonWhenOneIsUnreachable) {
   daemon_.answer(kAwayNode);
   EXPECT_EQ(run({"nodes"}), 1);
   EXPECT_EQ(out_,
@@ -58,7 +58,7 @@ TEST_F(NodeCommands, nodesFailsWhenOneIsUnreachableAndSaysWhy) {
   EXPECT_EQ(error_, "");
 }
 
-TEST_F(NodeCommands, nodesAsJsonIsTheListItself) {
+TEST_F(NodeCommands, NodesAsJsonReturnsPlainList) {
   daemon_.answer(kAwayNode);
   EXPECT_EQ(run({"--json", "nodes"}), 1);
   EXPECT_THAT(out_, HasSubstr(R"("path": "/Local")"));
@@ -66,7 +66,7 @@ TEST_F(NodeCommands, nodesAsJsonIsTheListItself) {
   EXPECT_THAT(out_, HasSubstr(R"("milliseconds": 5001)"));
 }
 
-TEST_F(NodeCommands, nodesReportsWhatTheDaemonReports) {
+TEST_F(NodeCommands, NodesForwardsDaemonErrors) {
   daemon_.answer(R"({"status":5,"error":"Input/output error"})");
   EXPECT_EQ(run({"nodes"}), 1);
   EXPECT_THAT(error_, HasSubstr("the directory nodes cannot be listed: Input/output error"));
@@ -78,7 +78,7 @@ TEST_F(NodeCommands, nodesReportsWhatTheDaemonReports) {
   EXPECT_THAT(error_, HasSubstr("user 7 is not allowed to do this"));
 }
 
-TEST_F(NodeCommands, authAsksWithThePasswordOfTheDescriptor) {
+TEST_F(NodeCommands, AuthSendsPasswordFromDescriptor) {
   daemon_.answer(R"({"canAuth":true})");
   EXPECT_EQ(authenticate("open sesame\nmore"), 0) << error_;
   EXPECT_EQ(out_, "anna may change records on /LDAP/site.\n");
@@ -87,7 +87,7 @@ TEST_F(NodeCommands, authAsksWithThePasswordOfTheDescriptor) {
             R"({"dsAdminName":"anna","dsAdminPW":"open sesame","dsNodeName":"/LDAP/site"})");
 }
 
-TEST_F(NodeCommands, authSaysWhatARefusalMeans) {
+TEST_F(NodeCommands, AuthExplainsRefusal) {
   daemon_.answer(R"({"canAuth":false,"error":"Permission denied"})");
   EXPECT_EQ(authenticate("secret\n"), 1);
   EXPECT_EQ(out_, "");
@@ -97,14 +97,14 @@ TEST_F(NodeCommands, authSaysWhatARefusalMeans) {
   EXPECT_THAT(error_, Not(HasSubstr("secret")));
 }
 
-TEST_F(NodeCommands, authSaysHowARecordOfATrialIsRemoved) {
+TEST_F(NodeCommands, AuthExplainsRemovalOfTrialRecord) {
   daemon_.answer(R"({"canAuth":false,"error":"File exists"})");
   EXPECT_EQ(authenticate("x\n"), 1);
   EXPECT_THAT(error_,
               HasSubstr("keelhouse record delete mounts verifyAuthTempName --node /LDAP/site"));
 }
 
-TEST_F(NodeCommands, authExplainsOtherErrors) {
+TEST_F(NodeCommands, AuthExplainsOtherErrors) {
   daemon_.answer(R"({"canAuth":false,"error":"No space left on device"})");
   EXPECT_EQ(authenticate("x\n"), 1);
   EXPECT_THAT(error_, HasSubstr("No space left on device (ENOSPC, 28)\nMake room"));
@@ -113,13 +113,13 @@ TEST_F(NodeCommands, authExplainsOtherErrors) {
   EXPECT_THAT(error_, HasSubstr("does not say why"));
 }
 
-TEST_F(NodeCommands, authOnAnUnknownNodeHasTheDaemonsText) {
+TEST_F(NodeCommands, AuthOnUnknownNodePrintsDaemonText) {
   daemon_.answer(R"({"error":"there is no directory node \"/LDAP/x\""})", 500);
   EXPECT_EQ(authenticate("x\n", "/LDAP/x"), 1);
   EXPECT_THAT(error_, HasSubstr("there is no directory node \"/LDAP/x\""));
 }
 
-TEST_F(NodeCommands, authAsJsonIsTheReplyAndTheSameExitStatus) {
+TEST_F(NodeCommands, AuthAsJsonPrintsReplyWithSameStatus) {
   daemon_.answer(R"({"canAuth":true})");
   EXPECT_EQ(authenticate("x\n", "/Local", "anna", true), 0) << error_;
   EXPECT_EQ(out_, "{\n  \"canAuth\": true\n}\n");
@@ -128,13 +128,13 @@ TEST_F(NodeCommands, authAsJsonIsTheReplyAndTheSameExitStatus) {
   EXPECT_THAT(out_, HasSubstr("\"canAuth\": false"));
 }
 
-TEST_F(NodeCommands, authWritesNamesSoThatATerminalIsSafe) {
+TEST_F(NodeCommands, AuthEscapesNamesForTerminal) {
   daemon_.answer(R"({"canAuth":true})");
   EXPECT_EQ(authenticate("x\n", "/LDAP/\x1b[2J", "an\nna"), 0) << error_;
   EXPECT_EQ(out_, "an\\x0Ana may change records on /LDAP/\\x1B[2J.\n");
 }
 
-TEST_F(NodeCommands, authRefusesBadWordsAndPasswordsBeforeItAsks) {
+TEST_F(NodeCommands, AuthRejectsBadWordsAndPasswordsBeforeRequest) {
   EXPECT_EQ(authenticate("\n"), 2);
   EXPECT_EQ(authenticate("\xFF\n"), 2);
   EXPECT_EQ(authenticate(std::string(2000, 'x') + "\n"), 2);
@@ -154,7 +154,7 @@ TEST_F(NodeCommands, authRefusesBadWordsAndPasswordsBeforeItAsks) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(NodeCommands, statusTellsOfTheDaemonItsPluginsAndTheNodes) {
+TEST_F(NodeCommands, StatusReportsDaemonPluginsAndNodes) {
   daemon_.answer(R"({"status":"ok","version":"1.2"})");
   daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":["listNodes"]},)"
                  R"({"name":"paddock_vsp","operations":["getState","syncSharePoints"]}]})");
@@ -170,7 +170,7 @@ TEST_F(NodeCommands, statusTellsOfTheDaemonItsPluginsAndTheNodes) {
   EXPECT_EQ(target(1), "GET /v1/plugins");
 }
 
-TEST_F(NodeCommands, statusFailsWhenANodeIsUnreachable) {
+TEST_F(NodeCommands, StatusFailsWhenNodeIsUnreachable) {
   daemon_.answer(R"({"status":"ok"})");
   daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
   daemon_.answer(kAwayNode);
@@ -180,7 +180,7 @@ TEST_F(NodeCommands, statusFailsWhenANodeIsUnreachable) {
                               "of searches\n"));
 }
 
-TEST_F(NodeCommands, statusSaysSinceWhenANodeIsLeftOut) {
+TEST_F(NodeCommands, StatusReportsSinceWhenNodeIsExcluded) {
   daemon_.answer(R"({"status":"ok","nodes":[{"path":"/LDAP/site","state":"unreachable",)"
                  R"("error":"gone","since":"2026-01-31T12:00:00Z"}]})");
   daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
@@ -191,7 +191,7 @@ TEST_F(NodeCommands, statusSaysSinceWhenANodeIsLeftOut) {
                               "searches since 2026-01-31T12:00:00Z\n"));
 }
 
-TEST_F(NodeCommands, statusFailsWhenTheNodesCannotBeTold) {
+TEST_F(NodeCommands, StatusFailsWhenNodesAreUnknown) {
   daemon_.answer(R"({"status":"ok"})");
   daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
   daemon_.answer(R"({"status":5})");
@@ -203,7 +203,7 @@ TEST_F(NodeCommands, statusFailsWhenTheNodesCannotBeTold) {
   EXPECT_THAT(out_, HasSubstr("paddock_directory is not loaded"));
 }
 
-TEST_F(NodeCommands, statusAsJsonHasTheNodes) {
+TEST_F(NodeCommands, StatusAsJsonIncludesNodes) {
   daemon_.answer(R"({"status":"ok"})");
   daemon_.answer(R"({"plugins":[{"name":"paddock_directory","operations":[]}]})");
   daemon_.answer(kNodes);

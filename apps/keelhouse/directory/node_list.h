@@ -1,4 +1,4 @@
-// The directory nodes, as the plug-in paddock_directory tells of them.
+// The directory nodes, as the plug-in paddock_directory reports them.
 #pragma once
 
 #include <cstdint>

@@ -4,11 +4,25 @@
 #include <string>
 #include <vector>
 
-#include "keelhouse/core/credentials.h"
+#include "base/value.h"
 #include "keelhouse/core/failure.h"
+#include "keelhouse/core/input.h"
 #include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {
+
+// Short forms of directory names on the command line.
+
+// "users", "groups", "sharepoints" and "mounts" stand for their record types; a text with a ":" is
+// a type itself. Throws Failure (usage) for any other text.
+std::string recordType(const std::string& text);
+
+// "dsAttrTypeStandard:" before a name without ":".
+std::string attributeName(const std::string& text);
+
+// ATTRIBUTE=VALUE words as a dictionary attribute -> array of values; a repeated attribute has
+// several. Throws Failure (usage) for words of another form.
+Dictionary parseAttributes(const std::vector<std::string>& words);
 
 // Which node, and who asks it. Without an account the daemon's own rights hold.
 struct NodeAccess {

@@ -19,12 +19,12 @@
 
 #include "base/file_access.h"
 #include "base/system_call.h"
-#include "keelhouse/access/access_programs.h"
+#include "keelhouse/access/effective_commands.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/interruption.h"
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/propagate/progress_display.h"
-#include "keelhouse/propagate/run_status_file.h"
+#include "keelhouse/propagate/run_status.h"
 #include "keelhouse/propagate/running_runs.h"
 #include "wire/property_list.h"
 

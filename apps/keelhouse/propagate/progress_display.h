@@ -1,14 +1,34 @@
-// Shows how far a run is: a bar that moves on a terminal, else a line from time to time.
+// Shows the progress of a run: a bar on a terminal, else a line from time to time.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <deque>
 #include <optional>
 
 #include "keelhouse/core/session.h"
-#include "keelhouse/propagate/rate_meter.h"
 #include "keelhouse/propagate/run_status.h"
 
 namespace paddock::keelhouse {
+
+// Measures a rate of progress.
+class RateMeter {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  // Records the progress at that time. Times must not decrease.
+  void note(Time time, std::uint64_t done);
+
+  // Units per second over the last ten seconds; absent until half a second has passed.
+  std::optional<double> rate() const;
+
+ private:
+  struct Sample {
+    Time time;
+    std::uint64_t done;
+  };
+  std::deque<Sample> samples_;
+};
 
 class ProgressDisplay {
  public:
@@ -16,7 +36,7 @@ class ProgressDisplay {
   explicit ProgressDisplay(const Session& session) : session_(session) {}
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
-  // Takes the bar away.
+  // Clears the bar.
   ~ProgressDisplay() { clear(); }
 
   // Nothing while nothing is known.

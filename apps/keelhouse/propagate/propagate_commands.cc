@@ -16,15 +16,14 @@
 
 #include "keelhouse/core/named_share.h"
 #include "keelhouse/core/reply_status.h"
-#include "keelhouse/core/shell_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/core/terminal_text.h"
 #include "keelhouse/propagate/dry_run.h"
-#include "keelhouse/propagate/pushed_parts.h"
 #include "keelhouse/propagate/run_follower.h"
-#include "keelhouse/propagate/run_status_file.h"
-#include "keelhouse/propagate/run_stopper.h"
+#include "keelhouse/propagate/run_status.h"
 #include "keelhouse/propagate/run_text.h"
 #include "keelhouse/propagate/running_runs.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -45,7 +44,7 @@ Failure notPushed(const std::string& path, const std::string& reason) {
   return failure(notPushedText(path) + ": " + reason);
 }
 
-// What is a folder for this user; what only the daemon can see is left to it.
+// Accepts what is a folder for this user; paths that only the daemon can access are left to it.
 void requireFolderItself(const std::string& path) {
   if (path == "/") throw notPushed(path, "it is the whole system");
   struct stat attributes {};
@@ -69,7 +68,7 @@ std::vector<RunningRun> runsOn(const Session& session, const std::string& path) 
   return runs;
 }
 
-// Two runs on one folder would undo each other's work, or at best do it twice.
+// Two runs on one folder would undo each other's changes, or at best make them twice.
 void requireNoRun(const Session& session, const std::string& path) {
   const std::vector<RunningRun> runs = runsOn(session, path);
   if (runs.empty()) return;
@@ -95,7 +94,7 @@ void requireRun(const Session& session, const std::string& path) {
   try {
     log = session.daemon.requestLog(session.daemon.lastRequestId());
   } catch (const Failure&) {
-    // What became of it is told to whoever follows it.
+    // Its outcome is reported to the client that follows it.
     return;
   }
   for (const LogLine& line : log) {
@@ -108,7 +107,8 @@ Dictionary start(const Session& session, const std::string& path, std::uint32_t 
   Dictionary reply = session.daemon.call(kPlugin, "startPropagate", startRequest(path, mask));
   if (const std::string* error = reply.string("error"))
     throw errorFailure(notPushedText(path), *error);
-  if (reply.string("copyPrivsStatusFile") == nullptr || !reply.integer("copyPrivsPid")) {
+  if (reply.string(protocol::kCopyPrivsStatusFile) == nullptr ||
+      !reply.integer(protocol::kCopyPrivsPid)) {
     throw notPushed(path, "the daemon's reply does not say how to follow it");
   }
   requireRun(session, path);
@@ -152,11 +152,14 @@ ExitStatus showResult(const Session& session, const std::string& path, Dictionar
 }
 
 FollowedRun followed(const Dictionary& reply, const std::string& path) {
-  return {path, *reply.integer("copyPrivsPid"), *reply.string("copyPrivsStatusFile")};
+  return {path, *reply.integer(protocol::kCopyPrivsPid),
+          *reply.string(protocol::kCopyPrivsStatusFile)};
 }
 
 Dictionary replyOf(const std::string& path, std::int64_t process, const std::string& statusFile) {
-  return {{"path", path}, {"copyPrivsPid", process}, {"copyPrivsStatusFile", statusFile}};
+  return {{"path", path},
+          {protocol::kCopyPrivsPid, process},
+          {protocol::kCopyPrivsStatusFile, statusFile}};
 }
 
 ExitStatus follow(const Session& session, const Dictionary& reply, const std::string& path) {
@@ -169,20 +172,22 @@ Failure noRun(const std::string& path) {
   return failure(text);
 }
 
-// The daemon forgets a run when it is asked how it ended. Whoever follows it is to be told first.
+// The daemon forgets a run once its outcome was requested. Clients that follow it must get it
+// first.
 void forget(const Session& session, const std::vector<RunningRun>& runs) {
   std::this_thread::sleep_for(std::chrono::seconds(1));
   for (const RunningRun& run : runs) {
     try {
       session.daemon.call(kPlugin, "statusCopyPrivs",
-                          {{"copyPrivsPid", run.process}, {"copyPrivsStatusFile", run.statusFile}});
+                          {{protocol::kCopyPrivsPid, run.process},
+                           {protocol::kCopyPrivsStatusFile, run.statusFile}});
     } catch (const Failure&) {
-      // It has ended all the same, and the daemon is told when it is asked again.
+      // It has ended nevertheless, which the daemon detects at the next request.
     }
   }
 }
 
-// What is left to be said of a run that was ended.
+// The final status of a run that was ended.
 Dictionary lastStatus(const RunningRun& run) {
   return readStatusFile(run.statusFile).value_or(Dictionary{});
 }

@@ -17,13 +17,13 @@ namespace paddock::keelhouse {
 ExitStatus startPropagation(const Session& session, const std::string& path, std::uint32_t mask,
                             bool follow);
 
-// Follows the run that works on the folder; root is told of one that has ended, too.
+// Follows the run on the folder; for root also reports one that has ended.
 ExitStatus followPropagation(const Session& session, const std::string& path);
 
-// Ends the runs that work on the folder. Needs root.
+// Ends the runs on the folder. Needs root.
 ExitStatus stopPropagation(const Session& session, const std::string& path);
 
-// Tells what a run would change, and changes nothing. Needs root.
+// Reports what a run would change, and changes nothing. Needs root.
 ExitStatus tryPropagation(const Session& session, const std::string& path, std::uint32_t mask);
 
 }  // namespace paddock::keelhouse

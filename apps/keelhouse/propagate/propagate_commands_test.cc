@@ -1,14 +1,21 @@
 // `propagate` against a scripted daemon and a program that stands in for the one that does it.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "support/keelhouse_commands.h"
+#include "support/on_terminal.h"
+#include "support/scripted_daemon.h"
 #include "support/scripted_propagation.h"
+#include "support/temporary_folder.h"
 
 namespace paddock::keelhouse {
+
 namespace {
 
 using ::testing::HasSubstr;
@@ -45,7 +52,7 @@ class PropagateCommands : public CommandFixture {
   const std::string shared_ = makeFolder("shared");
 };
 
-TEST_F(PropagateCommands, startsWhatTheOptionsName) {
+TEST_F(PropagateCommands, StartsRunForGivenOptions) {
   daemon_.answer(kStarted);
   EXPECT_EQ(propagate({shared_, "--owner", "--acl"}), 0) << error_;
   EXPECT_EQ(out_, "Pushing down owner, acl of " + shared_ + ".\nFollow it: keelhouse propagate " +
@@ -55,7 +62,7 @@ TEST_F(PropagateCommands, startsWhatTheOptionsName) {
   EXPECT_EQ(body(0), R"({"paths":[")" + shared_ + R"("],"propACL":1,"propOwnerName":1})");
 }
 
-TEST_F(PropagateCommands, aProgramThatCannotBeRunIsAFailureWithItsReason) {
+TEST_F(PropagateCommands, UnrunnableProgramFailsWithReason) {
   for (const bool follows : {false, true}) {
     daemon_.answer(kStarted, 200, "X-Request-Id: 17\r\n");
     for (int each = 0; each < 2; ++each) {
@@ -72,7 +79,7 @@ TEST_F(PropagateCommands, aProgramThatCannotBeRunIsAFailureWithItsReason) {
   }
 }
 
-TEST_F(PropagateCommands, eachOptionIsItsFlagOfTheRequest) {
+TEST_F(PropagateCommands, EachOptionSetsItsRequestFlag) {
   const std::vector<std::pair<std::string, std::string>> flags = {
       {"--owner", "propOwnerName"},      {"--group", "propGroupName"},
       {"--owner-perm", "propOwnerPerm"}, {"--group-perm", "propGroupPerm"},
@@ -84,7 +91,7 @@ TEST_F(PropagateCommands, eachOptionIsItsFlagOfTheRequest) {
   }
 }
 
-TEST_F(PropagateCommands, printsTheReplyWithJson) {
+TEST_F(PropagateCommands, JsonPrintsReply) {
   daemon_.answer(kStarted);
   EXPECT_EQ(propagate({shared_, "--owner", "--json"}), 0) << error_;
   EXPECT_EQ(out_,
@@ -92,7 +99,7 @@ TEST_F(PropagateCommands, printsTheReplyWithJson) {
             "\"/tmp/CopyPrivsTemp.abcdef\",\n  \"path\": \"/srv/a\"\n}\n");
 }
 
-TEST_F(PropagateCommands, withoutAnythingToPushDownSaysWhatThereIs) {
+TEST_F(PropagateCommands, MissingSelectionListsAvailableOptions) {
   EXPECT_EQ(propagate({shared_}), 2);
   EXPECT_THAT(error_, StartsWith("keelhouse: propagate: no option says what to push down: any of "
                                  "--owner --group --owner-perm --group-perm --world-perm --acl\n"));
@@ -100,7 +107,7 @@ TEST_F(PropagateCommands, withoutAnythingToPushDownSaysWhatThereIs) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PropagateCommands, refusesWordsThatDoNotGoTogether) {
+TEST_F(PropagateCommands, RefusesConflictingArguments) {
   for (const std::vector<std::string>& words :
        std::vector<std::vector<std::string>>{{},
                                              {"--owner"},
@@ -120,7 +127,7 @@ TEST_F(PropagateCommands, refusesWordsThatDoNotGoTogether) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PropagateCommands, refusesWhatIsNoFolderBeforeItAsks) {
+TEST_F(PropagateCommands, RefusesNonFolderBeforeRequest) {
   writeWholeFile(folder_.path("file"), "x");
   std::filesystem::create_directory_symlink(shared_, folder_.path("link"));
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0600), 0);
@@ -142,7 +149,7 @@ TEST_F(PropagateCommands, refusesWhatIsNoFolderBeforeItAsks) {
   EXPECT_EQ(program_.arguments(), "");
 }
 
-TEST_F(PropagateCommands, refusesTheWholeSystem) {
+TEST_F(PropagateCommands, RefusesWholeSystem) {
   for (const std::string path : {"/", "//", "/srv/.."}) {
     for (const std::string option : {"--follow", "--dry-run"}) {
       EXPECT_EQ(propagate({path, "--owner", option}), 1);
@@ -153,7 +160,7 @@ TEST_F(PropagateCommands, refusesTheWholeSystem) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PropagateCommands, saysThatTheProgramCannotBeStarted) {
+TEST_F(PropagateCommands, ReportsProgramStartFailure) {
   daemon_.answer(R"({"error":"CANNOT_PROPAGATE_PRIVS_ERR"})");
   EXPECT_EQ(propagate({shared_, "--owner"}), 1);
   EXPECT_EQ(out_, "");
@@ -161,7 +168,7 @@ TEST_F(PropagateCommands, saysThatTheProgramCannotBeStarted) {
   EXPECT_THAT(error_, HasSubstr("copyprivs"));
 }
 
-TEST_F(PropagateCommands, aReplyThatDoesNotSayHowToFollowIsAFailure) {
+TEST_F(PropagateCommands, ReplyWithoutFollowInformationFails) {
   for (const char* reply : {"{}", R"({"copyPrivsPid":1})", R"({"copyPrivsStatusFile":"/tmp/x"})",
                             R"({"copyPrivsPid":[],"copyPrivsStatusFile":5})"}) {
     daemon_.answer(reply);
@@ -170,7 +177,7 @@ TEST_F(PropagateCommands, aReplyThatDoesNotSayHowToFollowIsAFailure) {
   }
 }
 
-TEST_F(PropagateCommands, followsTheRunThatItStarted) {
+TEST_F(PropagateCommands, FollowsStartedRun) {
   daemon_.answer(kStarted);
   daemon_.answer(R"({"status":{"status":"running","itemsDone":5,"itemsTotal":10}})");
   daemon_.answer(completed());
@@ -180,7 +187,7 @@ TEST_F(PropagateCommands, followsTheRunThatItStarted) {
   EXPECT_EQ(body(1), R"({"copyPrivsPid":4711,"copyPrivsStatusFile":"/tmp/CopyPrivsTemp.abcdef"})");
 }
 
-TEST_F(PropagateCommands, aFollowedRunIsOneDictionaryWithJson) {
+TEST_F(PropagateCommands, JsonPrintsFollowedRunAsOneDictionary) {
   daemon_.answer(kStarted);
   daemon_.answer(R"({"status":{"status":"running","itemsDone":5,"itemsTotal":10}})");
   daemon_.answer(R"({"status":{"status":"completed"}})");
@@ -191,7 +198,7 @@ TEST_F(PropagateCommands, aFollowedRunIsOneDictionaryWithJson) {
             "\"status\": \"completed\"\n  }\n}\n");
 }
 
-TEST_F(PropagateCommands, whatFailedIsNamedAndExitStatusOne) {
+TEST_F(PropagateCommands, FailedObjectsAreNamedWithExitStatusOne) {
   daemon_.answer(kStarted);
   daemon_.answer(completed(
       R"(,"errorCount":2,"errors":[{"path":"/srv/a\n\u001b[2J","error":"Operation not permitted"}])"));
@@ -202,14 +209,14 @@ TEST_F(PropagateCommands, whatFailedIsNamedAndExitStatusOne) {
                         "  /srv/a\\x0A\\x1B[2J: Operation not permitted\n  and 1 more\n");
 }
 
-TEST_F(PropagateCommands, whatFailedIsExitStatusOneWithJsonToo) {
+TEST_F(PropagateCommands, FailedObjectsGiveExitStatusOneWithJson) {
   daemon_.answer(kStarted);
   daemon_.answer(completed(R"(,"errorCount":1,"errors":[])"));
   EXPECT_EQ(propagate({shared_, "--owner", "--follow", "--json"}), 1);
   EXPECT_THAT(out_, HasSubstr("\"errorCount\": 1"));
 }
 
-TEST_F(PropagateCommands, aRunThatCouldNotStartIsSaid) {
+TEST_F(PropagateCommands, ReportsRunThatCouldNotStart) {
   daemon_.answer(kStarted);
   daemon_.answer(R"({"status":{"status":"completed","error":"/srv/a: it is\u0007 a link"}})");
   EXPECT_EQ(propagate({shared_, "--owner", "--follow"}), 1);
@@ -217,7 +224,7 @@ TEST_F(PropagateCommands, aRunThatCouldNotStartIsSaid) {
   EXPECT_THAT(error_, HasSubstr(" cannot be pushed down: /srv/a: it is\\x07 a link\n"));
 }
 
-TEST_F(PropagateCommands, aRunThatWasStoppedIsSaid) {
+TEST_F(PropagateCommands, ReportsStoppedRun) {
   daemon_.answer(kStarted);
   daemon_.answer(completed(R"(,"stopped":true)"));
   EXPECT_EQ(propagate({shared_, "--owner", "--follow"}), 1);
@@ -225,7 +232,7 @@ TEST_F(PropagateCommands, aRunThatWasStoppedIsSaid) {
   EXPECT_THAT(error_, HasSubstr("was stopped before its end\n"));
 }
 
-TEST_F(PropagateCommands, refusesASecondRunOnTheFolder) {
+TEST_F(PropagateCommands, RefusesSecondRunOnSameFolder) {
   program_.waits();
   const StartedProcess process(program_.program(), runOn(shared_));
   waitForStart();
@@ -239,7 +246,7 @@ TEST_F(PropagateCommands, refusesASecondRunOnTheFolder) {
   EXPECT_EQ(propagate({makeFolder("other"), "--owner"}), 0) << error_;
 }
 
-TEST_F(PropagateCommands, followsARunThatIsGoing) {
+TEST_F(PropagateCommands, FollowsRunAlreadyInProgress) {
   program_.waits();
   const StartedProcess process(program_.program(), runOn("/gone/by now"));
   waitForStart();
@@ -250,7 +257,7 @@ TEST_F(PropagateCommands, followsARunThatIsGoing) {
   EXPECT_THAT(out_, HasSubstr("/gone/by now: 10 objects, 9 changed"));
 }
 
-TEST_F(PropagateCommands, followsARunThatHasEnded) {
+TEST_F(PropagateCommands, FollowsEndedRun) {
   writeWholeFile(statusFile(),
                  ScriptedPropagation::status(ScriptedPropagation::text("status", "completed") +
                                              ScriptedPropagation::text("path", shared_) +
@@ -260,17 +267,17 @@ TEST_F(PropagateCommands, followsARunThatHasEnded) {
   EXPECT_EQ(body(0), R"({"copyPrivsPid":99,"copyPrivsStatusFile":")" + statusFile() + R"("})");
 }
 
-TEST_F(PropagateCommands, withoutARunThereIsNothingToFollow) {
+TEST_F(PropagateCommands, FollowWithoutRunFails) {
   EXPECT_EQ(propagate({shared_, "--follow"}), 1);
   EXPECT_THAT(error_, StartsWith("keelhouse: no run works on " + shared_));
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(PropagateCommands, withoutADaemonIsExitStatusThree) {
+TEST_F(PropagateCommands, MissingDaemonGivesExitStatusThree) {
   EXPECT_EQ(runAsIs({"--socket", folder_.path("none.sock"), "propagate", shared_, "--owner"}), 3);
 }
 
-// What takes root.
+// Operations that require root.
 class PropagateCommandsOfRoot : public PropagateCommands {
  protected:
   void SetUp() override {
@@ -278,7 +285,7 @@ class PropagateCommandsOfRoot : public PropagateCommands {
   }
 };
 
-TEST_F(PropagateCommandsOfRoot, stopEndsTheRunAndTellsHowFarItCame) {
+TEST_F(PropagateCommandsOfRoot, StopEndsRunAndReportsProgress) {
   program_.waits();
   program_.says("stopped",
                 ScriptedPropagation::status(ScriptedPropagation::text("status", "completed") +
@@ -297,7 +304,7 @@ TEST_F(PropagateCommandsOfRoot, stopEndsTheRunAndTellsHowFarItCame) {
   EXPECT_THAT(body(0), HasSubstr(statusFile()));
 }
 
-TEST_F(PropagateCommandsOfRoot, stopIsAListWithJson) {
+TEST_F(PropagateCommandsOfRoot, StopPrintsListWithJson) {
   program_.waits();
   StartedProcess process(program_.program(), runOn(shared_));
   waitForStart();
@@ -306,7 +313,7 @@ TEST_F(PropagateCommandsOfRoot, stopIsAListWithJson) {
   EXPECT_THAT(out_, StartsWith("[\n  {\n    \"copyPrivsPid\": "));
 }
 
-TEST_F(PropagateCommandsOfRoot, stopEndsNoOtherRunAndNoOtherProgram) {
+TEST_F(PropagateCommandsOfRoot, StopSparesOtherRunsAndPrograms) {
   program_.waits();
   const StartedProcess other(program_.program(), runOn("/srv/other"));
   waitForStart();
@@ -323,7 +330,7 @@ TEST_F(PropagateCommandsOfRoot, stopEndsNoOtherRunAndNoOtherProgram) {
   EXPECT_EQ(::waitpid(other.process(), nullptr, WNOHANG), 0);
 }
 
-TEST_F(PropagateCommandsOfRoot, stopNeedsNoDaemon) {
+TEST_F(PropagateCommandsOfRoot, StopSucceedsWithoutDaemon) {
   program_.waits();
   StartedProcess process(program_.program(), runOn(shared_));
   waitForStart();
@@ -332,7 +339,7 @@ TEST_F(PropagateCommandsOfRoot, stopNeedsNoDaemon) {
   EXPECT_EQ(out_, shared_ + ": stopped\n");
 }
 
-TEST_F(PropagateCommandsOfRoot, aDryRunCountsAndGivesExamples) {
+TEST_F(PropagateCommandsOfRoot, DryRunReturnsCountsAndExamples) {
   program_.says(
       "end",
       ScriptedPropagation::status(
@@ -351,7 +358,7 @@ TEST_F(PropagateCommandsOfRoot, aDryRunCountsAndGivesExamples) {
   EXPECT_EQ(asked(), 1U);
 }
 
-TEST_F(PropagateCommands, aDryRunAsksTheDaemonFirst) {
+TEST_F(PropagateCommands, DryRunAsksDaemonFirst) {
   daemon_.answer(
       R"({"status":0,"output":"","errors":"","report":"<plist><dict><key>status</key>)"
       R"(<string>completed</string><key>itemsDone</key><integer>10</integer>)"
@@ -363,14 +370,14 @@ TEST_F(PropagateCommands, aDryRunAsksTheDaemonFirst) {
   EXPECT_EQ(program_.arguments(), "");
 }
 
-TEST_F(PropagateCommands, aDryRunThatTheDaemonRefusesIsNotRunHere) {
+TEST_F(PropagateCommands, DryRunRefusedByDaemonNeverRunsLocally) {
   daemon_.answer(R"({"error":"you need to be in the group paddock"})", 403);
   EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 1);
   EXPECT_THAT(error_, HasSubstr("you need to be in the group paddock"));
   EXPECT_EQ(program_.arguments(), "");
 }
 
-TEST_F(PropagateCommandsOfRoot, aDryRunForWhichTheDaemonsTimeIsTooShortIsRunHere) {
+TEST_F(PropagateCommandsOfRoot, DryRunExceedingDaemonDeadlineRunsLocally) {
   program_.says("end",
                 ScriptedPropagation::status(ScriptedPropagation::text("status", "completed")));
   daemon_.answer(R"({"error":"copyprivs took too long"})");
@@ -378,7 +385,7 @@ TEST_F(PropagateCommandsOfRoot, aDryRunForWhichTheDaemonsTimeIsTooShortIsRunHere
   EXPECT_THAT(program_.arguments(), StartsWith("copyprivs\n-n\n"));
 }
 
-TEST_F(PropagateCommandsOfRoot, aDryRunLeavesNoFileBehind) {
+TEST_F(PropagateCommandsOfRoot, DryRunRemovesStatusFile) {
   program_.says("end",
                 ScriptedPropagation::status(ScriptedPropagation::text("status", "completed")));
   EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 0) << error_;
@@ -388,7 +395,7 @@ TEST_F(PropagateCommandsOfRoot, aDryRunLeavesNoFileBehind) {
       std::filesystem::path(statusFile.substr(0, statusFile.size() - 1)).parent_path()));
 }
 
-TEST_F(PropagateCommandsOfRoot, aDryRunNamesWhatItCouldNotLookAt) {
+TEST_F(PropagateCommandsOfRoot, DryRunNamesUnreadableObjects) {
   program_.says(
       "end", ScriptedPropagation::status(ScriptedPropagation::text("status", "completed") +
                                          ScriptedPropagation::number("errorCount", 1) +
@@ -401,7 +408,7 @@ TEST_F(PropagateCommandsOfRoot, aDryRunNamesWhatItCouldNotLookAt) {
   EXPECT_THAT(error_, HasSubstr("could not be set:\n  /srv/x: Input/output error\n"));
 }
 
-TEST_F(PropagateCommandsOfRoot, aDryRunOfAProgramThatSaysNothingFails) {
+TEST_F(PropagateCommandsOfRoot, DryRunOfSilentProgramFails) {
   program_.says("complaint", "copyprivs: no \x1B[1mroom\n");
   EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 1);
   EXPECT_EQ(error_, "keelhouse: " + program_.program() +
@@ -412,7 +419,7 @@ TEST_F(PropagateCommandsOfRoot, aDryRunOfAProgramThatSaysNothingFails) {
             "keelhouse: " + program_.program() + " cannot be run: No such file or directory\n");
 }
 
-TEST_F(PropagateCommandsOfRoot, statusShowsTheRunsThatAreGoing) {
+TEST_F(PropagateCommandsOfRoot, StatusShowsCurrentRuns) {
   program_.waits();
   program_.says("begin",
                 ScriptedPropagation::status(ScriptedPropagation::text("status", "running") +
@@ -437,4 +444,54 @@ TEST_F(PropagateCommandsOfRoot, statusShowsTheRunsThatAreGoing) {
 }
 
 }  // namespace
+
+// `propagate --follow` on a terminal: the bar, and the interrupt key.
+namespace {
+
+using ::testing::HasSubstr;
+using testing::OnTerminal;
+
+constexpr const char* kStartedOnTerminal =
+    R"({"path":"/srv/a","copyPrivsPid":1,"copyPrivsStatusFile":"/tmp/CopyPrivsTemp.abcdef"})";
+constexpr const char* kHalf =
+    R"({"status":{"status":"running","itemsDone":5,"itemsTotal":10,"pid":1}})";
+
+class PropagateOnTerminal : public ::testing::Test {
+ protected:
+  void SetUp() override { std::filesystem::create_directory(shared_); }
+  std::vector<std::string> words() const {
+    return {KEELHOUSE_PROGRAM, "--root", folder_.path(), "propagate", shared_, "--acl", "--follow"};
+  }
+
+  TestFolder folder_;
+  std::string shared_ = folder_.path("shared");
+  testing::ScriptedDaemon daemon_{folder_.path()};
+};
+
+TEST_F(PropagateOnTerminal, ProgressBarIsReplacedByResult) {
+  daemon_.answer(kStartedOnTerminal);
+  daemon_.answer(kHalf);
+  daemon_.answer(R"({"status":{"status":"completed","itemsDone":10,"itemsTotal":10}})");
+  OnTerminal program(words());
+  ASSERT_TRUE(program.waitFor("10 objects, 0 changed")) << program.shown();
+  EXPECT_EQ(program.status(), 0) << program.shown();
+  EXPECT_THAT(program.shown(), HasSubstr("\r\x1B[K[####################--------------------] "
+                                         "5 of 10 objects (50%), 0 errors"));
+  EXPECT_THAT(program.shown(), HasSubstr("\r\x1B[K" + shared_ + ": 10 objects"));
+}
+
+TEST_F(PropagateOnTerminal, InterruptKeyLeavesRunGoing) {
+  daemon_.answer(kStartedOnTerminal);
+  for (int count = 0; count < 100; ++count) daemon_.answer(kHalf);
+  OnTerminal program(words());
+  ASSERT_TRUE(program.waitFor("5 of 10")) << program.shown();
+  program.type("\x03");
+  EXPECT_EQ(program.status(), 1);
+  EXPECT_THAT(program.shown(), HasSubstr("\r\x1B[Kkeelhouse: interrupted; the run goes on\r\n"
+                                         "Follow it: keelhouse propagate " +
+                                         shared_ + " --follow\r\n"));
+}
+
+}  // namespace
+
 }  // namespace paddock::keelhouse

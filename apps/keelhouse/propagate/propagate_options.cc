@@ -1,10 +1,9 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "keelhouse/core/options.h"
-#include "keelhouse/core/path_command.h"
+#include "keelhouse/core/command_options.h"
 #include "keelhouse/propagate/propagate_commands.h"
-#include "keelhouse/propagate/pushed_parts.h"
+#include "keelhouse/propagate/run_text.h"
 
 namespace paddock::keelhouse {
 

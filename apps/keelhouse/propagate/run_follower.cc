@@ -7,14 +7,15 @@
 #include <optional>
 #include <utility>
 
-#include "base/printable.h"
 #include "base/status.h"
+#include "base/text.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/interruption.h"
 #include "keelhouse/core/reply_status.h"
-#include "keelhouse/core/shell_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/propagate/progress_display.h"
 #include "keelhouse/propagate/running_runs.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
@@ -27,7 +28,7 @@ std::string hints(const std::string& path) {
   return "Follow it: " + command + " --follow\nStop it: " + command + " --stop";
 }
 
-// Whether there is a process of that number, whoever's it is.
+// Whether there is a process of that number, of any user.
 bool isAlive(std::int64_t process) {
   if (process <= 0 || process > std::numeric_limits<pid_t>::max()) return false;
   return ::kill(static_cast<pid_t>(process), 0) == 0 || errno != ESRCH;
@@ -59,18 +60,18 @@ class Follower {
     return std::nullopt;
   }
 
-  // Absent while the daemon does not answer, which it does not while it is started again.
+  // Absent while the daemon does not respond, as during a restart.
   std::optional<Dictionary> answer() {
     try {
-      Dictionary reply = session_.daemon.call(
-          "paddock_sharing", "statusCopyPrivs",
-          {{"copyPrivsPid", run_.process}, {"copyPrivsStatusFile", run_.statusFile}});
+      Dictionary reply = session_.daemon.call("paddock_sharing", "statusCopyPrivs",
+                                              {{protocol::kCopyPrivsPid, run_.process},
+                                               {protocol::kCopyPrivsStatusFile, run_.statusFile}});
       unanswered_.reset();
       cutOff_ = false;
       return reply;
     } catch (const Failure& failed) {
       if (!unanswered_) unanswered_ = Clock::now();
-      // One that ends may still cut off a question.
+      // A daemon that shuts down may still cut off a request.
       const bool mayReturn = failed.status() == ExitStatus::unreachable || !cutOff_;
       cutOff_ = cutOff_ || failed.status() != ExitStatus::unreachable;
       if (!mayReturn || Clock::now() - *unanswered_ > times_.patience) throw;
@@ -78,7 +79,7 @@ class Follower {
     }
   }
 
-  // A program that ends, but not of its own accord, leaves its last progress behind.
+  // A program that was killed leaves its last progress behind.
   void watchProcess(const Dictionary& status) {
     const bool moved = !last_ || status != *last_;
     if (moved) last_ = status;

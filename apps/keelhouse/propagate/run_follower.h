@@ -20,15 +20,15 @@ struct FollowedRun {
 struct FollowTimes {
   std::chrono::milliseconds firstPause{20};
   std::chrono::milliseconds longestPause{500};
-  // How long a daemon that does not answer is asked again.
+  // How long requests to a daemon that does not respond are retried.
   std::chrono::milliseconds patience{60000};
-  // How long a run whose process is not there may say nothing new.
+  // How long a run without a process may report nothing new.
   std::chrono::milliseconds silence{5000};
 };
 
 // Shows the progress until the run has completed, and gives the last status. Throws Failure when
 // the daemon does not answer for too long or has forgotten the run, when the program ended without
-// a last word, and at the interrupt key; the run goes on then.
+// a final status, and at the interrupt key; the run continues then.
 Dictionary followRun(const Session& session, const FollowedRun& run, const FollowTimes& times = {});
 
 }  // namespace paddock::keelhouse

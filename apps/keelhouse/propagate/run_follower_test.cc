@@ -44,7 +44,7 @@ class RunFollower : public SessionFixture {
   ExitStatus status_ = ExitStatus::done;
 };
 
-TEST_F(RunFollower, asksUntilTheRunHasCompleted) {
+TEST_F(RunFollower, PollsUntilRunCompletes) {
   for (const int done : {1, 2, 3}) daemon_.answer(running(done));
   daemon_.answer(kCompleted);
   EXPECT_EQ(follow().integer("itemsDone"), 10);
@@ -55,13 +55,13 @@ TEST_F(RunFollower, asksUntilTheRunHasCompleted) {
   EXPECT_THAT(out_.str(), HasSubstr("1 of 10 objects (10%), 0 errors\n"));
 }
 
-TEST_F(RunFollower, waitsForAProgramThatHasSaidNothingYet) {
+TEST_F(RunFollower, WaitsForFirstStatusOfProgram) {
   for (int count = 0; count < 3; ++count) daemon_.answer("{}");
   daemon_.answer(kCompleted);
   EXPECT_EQ(follow().integer("itemsDone"), 10);
 }
 
-TEST_F(RunFollower, aStatusWithoutItsEndIsNone) {
+TEST_F(RunFollower, StatusWithoutCompletionKeepsPolling) {
   daemon_.answer(R"({"status":{}})");
   daemon_.answer(R"({"status":{"status":"Completed"}})");
   daemon_.answer(kCompleted);
@@ -69,31 +69,31 @@ TEST_F(RunFollower, aStatusWithoutItsEndIsNone) {
   EXPECT_EQ(daemon_.requests().size(), 3U);
 }
 
-TEST_F(RunFollower, aRunThatTheDaemonDoesNotKnowIsSaid) {
+TEST_F(RunFollower, ReportsRunUnknownToDaemon) {
   daemon_.answer(kMissing);
   EXPECT_THAT(failureText(), HasSubstr("COPY_PRIVS_STATUS_FILE_NOT_FOUND_ERR"));
 }
 
-TEST_F(RunFollower, aRunThatSomebodyElseWasToldOfIsSaid) {
+TEST_F(RunFollower, ReportsRunWhoseResultWentToAnotherClient) {
   daemon_.answer(R"({"status":{"status":"running","pid":2147483647}})");
   daemon_.answer(kMissing);
   EXPECT_THAT(failureText(), HasSubstr("has ended, and somebody else was told how"));
 }
 
-TEST_F(RunFollower, aStatusFileThatIsTakenAwayIsSaid) {
+TEST_F(RunFollower, ReportsRemovedStatusFile) {
   daemon_.answer(running(1));
   daemon_.answer(kMissing);
   EXPECT_THAT(failureText(), HasSubstr("is gone\nThe run goes on, and nobody can tell how far"));
 }
 
-TEST_F(RunFollower, aDaemonThatIsStartedAgainIsWaitedFor) {
+TEST_F(RunFollower, WaitsForRestartingDaemon) {
   daemon_.answer(running(1));
   daemon_.hangUp();
   daemon_.answer(kCompleted);
   EXPECT_EQ(follow().integer("itemsDone"), 10);
 }
 
-TEST_F(RunFollower, aDaemonThatStaysAwayIsGivenUp) {
+TEST_F(RunFollower, GivesUpOnAbsentDaemon) {
   const DaemonClient nobody(folder_.path("none.sock"));
   const Session session{nobody, out_, notes_};
   const auto before = std::chrono::steady_clock::now();
@@ -106,32 +106,32 @@ TEST_F(RunFollower, aDaemonThatStaysAwayIsGivenUp) {
   EXPECT_GE(std::chrono::steady_clock::now() - before, times_.patience);
 }
 
-TEST_F(RunFollower, aRefusalIsNotWaitedOut) {
+TEST_F(RunFollower, RefusalFailsWithoutRetry) {
   daemon_.answer(R"({"error":"no"})", 403);
   daemon_.answer(R"({"error":"no"})", 403);
   EXPECT_THAT(failureText(), HasSubstr("HTTP 403"));
   EXPECT_EQ(daemon_.requests().size(), 2U);
 }
 
-TEST_F(RunFollower, aProgramThatIsGoneIsSaid) {
+TEST_F(RunFollower, ReportsVanishedProgram) {
   const std::string gone = R"({"status":{"status":"running","itemsDone":1,"pid":2147483647}})";
   for (int count = 0; count < 1000; ++count) daemon_.answer(gone);
   EXPECT_THAT(failureText(), HasSubstr("is gone without having completed"));
 }
 
-TEST_F(RunFollower, aProgramThatNeverSaidAnythingIsSaid) {
+TEST_F(RunFollower, ReportsProgramWithoutAnyStatus) {
   for (int count = 0; count < 1000; ++count) daemon_.answer("{}");
   EXPECT_THAT(failureText(), HasSubstr("is gone without having completed"));
 }
 
-TEST_F(RunFollower, aProgramThatIsThereMayBeSilent) {
+TEST_F(RunFollower, LiveProgramMayStaySilent) {
   times_.silence = milliseconds(20);
   for (int count = 0; count < 30; ++count) daemon_.answer(running(1));
   daemon_.answer(kCompleted);
   EXPECT_EQ(follow().integer("itemsDone"), 10);
 }
 
-TEST_F(RunFollower, theInterruptKeyLeavesTheRunGoing) {
+TEST_F(RunFollower, InterruptKeyLeavesRunGoing) {
   for (int count = 0; count < 1000; ++count) daemon_.answer(running(1));
   const pthread_t self = ::pthread_self();
   std::thread key([this, self] {
@@ -146,7 +146,7 @@ TEST_F(RunFollower, theInterruptKeyLeavesTheRunGoing) {
   EXPECT_EQ(status_, ExitStatus::failed);
 }
 
-TEST_F(RunFollower, aStatusThatIsNoStatusIsEndured) {
+TEST_F(RunFollower, ToleratesMalformedStatus) {
   daemon_.answer(R"({"status":"completed"})");
   daemon_.answer(R"({"status":{"status":["completed"],"errors":{},"pid":"-1"}})");
   daemon_.answer(kCompleted);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,5 +38,21 @@ struct RunStatus {
 };
 
 RunStatus readRunStatus(const Dictionary& status);
+
+// The status file of a run, read as the daemon reads it.
+
+// The dictionary in the file. Absent when there is none, or the file is not regular, not of root or
+// this user, has more than one name or more than 1 MiB, or cannot be read.
+std::optional<Dictionary> readStatusFile(const std::string& path);
+
+// A run that has ended and has not been queried since.
+struct EndedRun {
+  std::string statusFile;
+  Dictionary status;
+};
+
+// The last one of the folder in the tree below `root`; absent when there is none, or only root may
+// know.
+std::optional<EndedRun> endedRun(const std::string& root, const std::string& path);
 
 }  // namespace paddock::keelhouse

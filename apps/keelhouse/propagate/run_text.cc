@@ -8,6 +8,15 @@
 
 namespace paddock::keelhouse {
 
+std::string pushedWords(std::uint32_t mask) {
+  std::string text;
+  for (const PushedPart& part : kPushedParts) {
+    if ((mask & part.bit) == 0) continue;
+    text += (text.empty() ? "" : ", ") + std::string(part.word);
+  }
+  return text.empty() ? "nothing" : text;
+}
+
 namespace {
 
 constexpr std::uint64_t kSecondsOfMinute = 60;

@@ -5,7 +5,18 @@
 #include <limits>
 
 namespace paddock::keelhouse {
+
 namespace {
+
+TEST(PushedParts, AreNamedInBitOrder) {
+  EXPECT_EQ(pushedWords(63), "owner, group, owner-perm, group-perm, world-perm, acl");
+  EXPECT_EQ(pushedWords(33), "owner, acl");
+}
+
+TEST(PushedParts, EmptyMaskNamesNothing) {
+  EXPECT_EQ(pushedWords(0), "nothing");
+  EXPECT_EQ(pushedWords(64), "nothing");
+}
 
 RunStatus halfway() {
   RunStatus run;
@@ -15,7 +26,7 @@ RunStatus halfway() {
   return run;
 }
 
-TEST(RunText, durationsAreShort) {
+TEST(RunText, FormatsDurationsBriefly) {
   EXPECT_EQ(durationText(0), "0 s");
   EXPECT_EQ(durationText(59), "59 s");
   EXPECT_EQ(durationText(60), "1 min 00 s");
@@ -24,18 +35,18 @@ TEST(RunText, durationsAreShort) {
   EXPECT_EQ(durationText(7625), "2 h 07 min");
 }
 
-TEST(RunText, theProgressHasDoneTotalRateTimeLeftAndErrors) {
+TEST(RunText, ProgressShowsCountsRateRemainingTimeAndErrors) {
   EXPECT_EQ(progressText(halfway(), 21300.4),
             "450000 of 1000000 objects (45%), 21300/s, 26 s left, 3 errors");
 }
 
-TEST(RunText, whatIsNotKnownYetIsLeftOut) {
+TEST(RunText, OmitsUnknownFigures) {
   EXPECT_EQ(progressText(halfway(), std::nullopt), "450000 of 1000000 objects (45%), 3 errors");
   EXPECT_EQ(progressText({}, std::nullopt), "0 objects, 0 errors");
   EXPECT_EQ(progressText(halfway(), 0.0), "450000 of 1000000 objects (45%), 0/s, 3 errors");
 }
 
-TEST(RunText, anEstimateThatWasTooSmallIsNoEnd) {
+TEST(RunText, ExceededEstimateDoesNotEndRun) {
   RunStatus run;
   run.done = 120;
   run.total = 100;
@@ -45,14 +56,14 @@ TEST(RunText, anEstimateThatWasTooSmallIsNoEnd) {
   EXPECT_EQ(progressText(run, 10.0), "120 of 120 objects (100%), 10/s, 1 error");
 }
 
-TEST(RunText, hugeNumbersAreNoTrouble) {
+TEST(RunText, FormatsHugeNumbers) {
   RunStatus run;
   run.total = std::numeric_limits<std::int64_t>::max();
   EXPECT_EQ(progressText(run, 0.001),
             "0 of 9223372036854775807 objects (0%), 0/s, 277777 h 46 min left, 0 errors");
 }
 
-TEST(RunText, theBarIsAsWideAsThereIsRoom) {
+TEST(RunText, BarFillsAvailableWidth) {
   RunStatus run;
   run.done = 50;
   run.total = 100;
@@ -65,13 +76,13 @@ TEST(RunText, theBarIsAsWideAsThereIsRoom) {
   EXPECT_EQ(progressBar(run, std::nullopt, 0), "");
 }
 
-TEST(RunText, withoutATotalThereIsNoBar) {
+TEST(RunText, MissingTotalOmitsBar) {
   RunStatus run;
   run.done = 7;
   EXPECT_EQ(progressBar(run, std::nullopt, 200), "7 objects, 0 errors");
 }
 
-TEST(RunText, theResultCountsWhatWasDone) {
+TEST(RunText, ResultCountsCompletedObjects) {
   RunStatus run;
   run.completed = true;
   run.done = 1;
@@ -83,14 +94,14 @@ TEST(RunText, theResultCountsWhatWasDone) {
             "/srv/a: 1 object, 1 would change, 0 errors, in 1 min 01 s\n");
 }
 
-TEST(RunText, theResultSaysThatItWasStopped) {
+TEST(RunText, ResultReportsStoppedRun) {
   RunStatus run = halfway();
   run.stopped = run.completed = true;
   EXPECT_EQ(resultText("/srv/\x1B", run),
             "/srv/\\x1B: stopped after 450000 objects of 1000000, 0 changed, 3 errors, in 0 s\n");
 }
 
-TEST(RunText, namesCannotSteerTheTerminal) {
+TEST(RunText, EscapesControlCharactersInNames) {
   RunStatus run;
   run.failed = 1;
   run.errors = {{"/srv/a\n\x1B[2J", "why\r"}};
@@ -100,7 +111,7 @@ TEST(RunText, namesCannotSteerTheTerminal) {
   EXPECT_EQ(exampleTable(run), "CHANGES     OBJECT\nowner,\\x07  /srv/\\xFF\n");
 }
 
-TEST(RunText, onlyTheFirstErrorsAndExamplesAreListed) {
+TEST(RunText, ListsOnlyFirstErrorsAndExamples) {
   RunStatus run;
   run.failed = 1000;
   run.changed = 21;
@@ -113,7 +124,8 @@ TEST(RunText, onlyTheFirstErrorsAndExamplesAreListed) {
   EXPECT_NE(examples.find("mode     /srv/19\n  and 1 more\n"), std::string::npos) << examples;
 }
 
-TEST(RunText, withoutExamplesThereIsNoTable) { EXPECT_EQ(exampleTable({}), ""); }
+TEST(RunText, MissingExamplesOmitTable) { EXPECT_EQ(exampleTable({}), ""); }
 
 }  // namespace
+
 }  // namespace paddock::keelhouse

@@ -3,18 +3,19 @@
 // A run is the daemon's program with the argument vector
 //   CopyPrivs -p FOLDER -f MASK -s STATUSFILE
 // and the status file of the daemon's tree. Everybody may see processes (unless /proc is mounted
-// with hidepid); only root sees of which program they are, so that for others the process's user
-// has to do.
+// with hidepid); only root sees their executable, so that for others the process's user has to
+// suffice.
 #pragma once
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock::keelhouse {
 
@@ -37,8 +38,16 @@ std::optional<RunningRun> parseRunArguments(pid_t process, const std::string& ar
 // The runs of the tree below `root`, oldest process first.
 std::vector<RunningRun> runningRuns(const std::string& root);
 
-// The process of a run, held so that its number cannot become another's. Invalid when it has
-// ended, or is not that run any more. Throws std::system_error when the kernel cannot do that.
+// A pidfd of the run's process, so that its number cannot be reused. Invalid when it has ended, or
+// is no longer that run. Throws std::system_error when the kernel cannot do that.
 FileDescriptor holdRun(const std::string& root, const RunningRun& run);
+
+// Ends runs that push privileges down a folder.
+
+// Ends the run's process with SIGTERM, and waits until it has ended; does nothing when it has ended
+// already. Never signals another process: it is opened before it is checked. Throws Failure when it
+// cannot be ended, or does not end within `patience`.
+void stopRun(const std::string& root, const RunningRun& run,
+             std::chrono::milliseconds patience = std::chrono::minutes(1));
 
 }  // namespace paddock::keelhouse

@@ -21,13 +21,13 @@ std::string vectorOf(const std::vector<std::string>& words) {
   return text;
 }
 
-TEST(RunArguments, areThoseThatTheDaemonGives) {
+TEST(RunArguments, ParsesArgumentsOfDaemon) {
   EXPECT_EQ(
       parseRunArguments(7, vectorOf({"CopyPrivs", "-p", "/srv/a b\n", "-f", "33", "-s", "/tmp/x"})),
       (RunningRun{7, "/srv/a b\n", 33, "/tmp/x"}));
 }
 
-TEST(RunArguments, ofOtherProcessesAreNone) {
+TEST(RunArguments, RejectsArgumentsOfOtherProcesses) {
   const std::vector<std::string> good = {"CopyPrivs", "-p", "/srv", "-f", "33", "-s", "/tmp/x"};
   EXPECT_EQ(parseRunArguments(7, ""), std::nullopt);
   EXPECT_EQ(parseRunArguments(7, "CopyPrivs"), std::nullopt);
@@ -42,7 +42,7 @@ TEST(RunArguments, ofOtherProcessesAreNone) {
   auto longer = good;
   longer.emplace_back("-n");
   EXPECT_EQ(parseRunArguments(7, vectorOf(longer)), std::nullopt);
-  // The kernel gives no more than it was asked for.
+  // The kernel returns no more than was requested.
   const std::string cut = vectorOf(good);
   EXPECT_EQ(parseRunArguments(7, cut.substr(0, cut.size() - 1)), std::nullopt);
 }
@@ -61,7 +61,7 @@ class RunningRuns : public ::testing::Test {
   std::string statusFile_ = folder_.path("tmp/CopyPrivsTemp.abcdef");
 };
 
-TEST_F(RunningRuns, areFoundWhileTheyRun) {
+TEST_F(RunningRuns, AreFoundWhileRunning) {
   EXPECT_TRUE(runningRuns(folder_.path()).empty());
   program_.waits();
   StartedProcess process(program_.program(), words());
@@ -73,7 +73,7 @@ TEST_F(RunningRuns, areFoundWhileTheyRun) {
   EXPECT_TRUE(runningRuns(folder_.path()).empty());
 }
 
-TEST_F(RunningRuns, areThoseOfTheTree) {
+TEST_F(RunningRuns, ExcludeRunsOfOtherTrees) {
   const TestFolder other;
   program_.waits();
   const StartedProcess process(program_.program(), words());
@@ -82,7 +82,7 @@ TEST_F(RunningRuns, areThoseOfTheTree) {
   EXPECT_TRUE(runningRuns("").empty());
 }
 
-TEST_F(RunningRuns, areFoundThroughALinkToTheTree) {
+TEST_F(RunningRuns, AreFoundThroughSymlinkToTree) {
   const TestFolder other;
   std::filesystem::create_directory_symlink(folder_.path(), other.path("link"));
   program_.waits();
@@ -91,7 +91,7 @@ TEST_F(RunningRuns, areFoundThroughALinkToTheTree) {
   EXPECT_EQ(runningRuns(other.path("link")).size(), 1U);
 }
 
-TEST_F(RunningRuns, goOnWhenTheProgramIsReplaced) {
+TEST_F(RunningRuns, AreFoundAfterProgramReplacement) {
   program_.waits();
   const StartedProcess process(program_.program(), words());
   waitForStart();
@@ -100,7 +100,7 @@ TEST_F(RunningRuns, goOnWhenTheProgramIsReplaced) {
   EXPECT_EQ(runningRuns(folder_.path()).size(), 1U);
 }
 
-TEST_F(RunningRuns, anotherProgramWithTheSameArgumentsIsNone) {
+TEST_F(RunningRuns, ExcludeOtherProgramsWithSameArguments) {
   const std::string other = folder_.path("copyprivs");
   std::filesystem::copy_file(SCRIPTED_COPYPRIVS, other);
   writeWholeFile(other + ".wait", "");
@@ -110,7 +110,7 @@ TEST_F(RunningRuns, anotherProgramWithTheSameArgumentsIsNone) {
   EXPECT_FALSE(holdRun(folder_.path(), {process.process(), "/srv/a", 32, statusFile_}));
 }
 
-TEST_F(RunningRuns, areHeldAsLongAsTheyAreTheSame) {
+TEST_F(RunningRuns, AreHeldOnlyWhileUnchanged) {
   program_.waits();
   StartedProcess process(program_.program(), words());
   waitForStart();

@@ -6,14 +6,13 @@
 #include <optional>
 #include <set>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "keelhouse/core/folder_settings.h"
 #include "keelhouse/core/reply_status.h"
-#include "keelhouse/core/shell_word.h"
-#include "keelhouse/core/sibling_plugins.h"
-#include "keelhouse/share/export_lines.h"
-#include "keelhouse/share/nfs_client.h"
+#include "keelhouse/core/suggested_words.h"
+#include "keelhouse/share/nfs_exports.h"
 #include "keelhouse/share/share_names.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
@@ -21,7 +20,6 @@ namespace {
 
 constexpr const char* kDirectory = "paddock_directory";
 constexpr const char* kSharePoints = "dsRecTypeStandard:SharePoints";
-constexpr const char* kExport = "nfsExportRecord";
 constexpr const char* kRecordName = "dsAttrTypeStandard:RecordName";
 constexpr const char* kDirectoryPath = "dsAttrTypeNative:directory_path";
 
@@ -47,7 +45,7 @@ bool isStored(const std::string& key, const Value& wanted, const Dictionary& pre
 }
 
 const Array* clientsOf(const Dictionary& record) {
-  const Dictionary* exported = record.dictionary(kExport);
+  const Dictionary* exported = record.dictionary(protocol::kNfsExportRecord);
   return exported != nullptr ? exported->array("clients") : nullptr;
 }
 
@@ -69,7 +67,7 @@ bool hasClient(const Array& clients, const Dictionary& wanted) {
 }
 
 // Whether the export of the share point that was read back has all clients that `wanted` has. The
-// daemon may know of what it could not write, so that the file is asked, too.
+// daemon may report exports that it could not write, so that the file is checked, too.
 bool isExportedTo(const Session& session, const std::string& path, const Dictionary& stored,
                   const Array& wanted) {
   const Array* clients = clientsOf(stored);
@@ -93,14 +91,14 @@ bool isStoredWithoutExport(const Session& session, const std::string& path,
                            const Dictionary& record, const Dictionary& present) {
   if (!isShared(present)) return false;
   for (const auto& [key, value] : record) {
-    if (key != kExport && !isStored(key, value, present)) return false;
+    if (key != protocol::kNfsExportRecord && !isStored(key, value, present)) return false;
   }
   return !isExportedTo(session, path, present, *clientsOf(record));
 }
 
 std::string setCommand(const std::string& path) { return "keelhouse share set " + shellWord(path); }
 
-// The command that finishes it, when what kept the line from being written is mended.
+// The command that completes it, once the cause of the failed write is corrected.
 std::string finish(const std::string& path, const Array& clients) {
   std::string command = "When that is mended: " + setCommand(path);
   for (const Value& client : clients) {
@@ -112,14 +110,14 @@ std::string finish(const std::string& path, const Array& clients) {
 
 bool isDeletedExport(const Value& wanted) {
   return wanted.dictionary() != nullptr &&
-         wanted.dictionary()->boolean("isDeleted").value_or(false);
+         wanted.dictionary()->boolean(protocol::kIsDeleted).value_or(false);
 }
 
 // What is absent is false, empty or no export.
 bool isThere(const Session& session, const std::string& path, const std::string& key,
              const Value& wanted, const Dictionary& present) {
   const Value* found = present.find(key);
-  if (key == kExport) {
+  if (key == protocol::kNfsExportRecord) {
     if (isDeletedExport(wanted)) return found == nullptr;
     const Array* clients =
         wanted.dictionary() != nullptr ? wanted.dictionary()->array("clients") : nullptr;
@@ -131,15 +129,18 @@ bool isThere(const Session& session, const std::string& path, const std::string&
 
 // As it is typed.
 std::string optionOf(const std::string& key, const Value& wanted) {
-  static const std::map<std::string, std::string> kNames{{"name", "name"},
-                                                         {"nameOverVSP", "vsp-name"},
-                                                         {"nameOverSMB", "smb-name"},
-                                                         {"nameOverFTP", "ftp-name"},
-                                                         {"automountMountPath", "automount"},
-                                                         {"automountDSPath", "node"}};
+  static const std::map<std::string, std::string> kNames{
+      {"name", "name"},
+      {protocol::kNameOverVSP, "vsp-name"},
+      {protocol::kNameOverSMB, "smb-name"},
+      {protocol::kNameOverFTP, "ftp-name"},
+      {protocol::kAutomountMountPath, "automount"},
+      {protocol::kAutomountDSPath, "node"}};
   static const std::map<std::string, std::string> kSwitches{
-      {"isSharedOverVSP", "vsp"}, {"isBackstowBackup", "backup"}, {"isIndexingEnabled", "index"}};
-  if (key == kExport) {
+      {protocol::kIsSharedOverVSP, "vsp"},
+      {protocol::kIsBackstowBackup, "backup"},
+      {protocol::kIsIndexingEnabled, "index"}};
+  if (key == protocol::kNfsExportRecord) {
     if (isDeletedExport(wanted)) return " --no-nfs";
     std::string clients;
     const Array* list =
@@ -152,12 +153,12 @@ std::string optionOf(const std::string& key, const Value& wanted) {
   }
   if (const auto name = kNames.find(key); name != kNames.end() && wanted.string() != nullptr) {
     if (!wanted.string()->empty()) return " --" + name->second + " " + shellWord(*wanted.string());
-    return key == "nameOverSMB" ? " --no-smb" : " --no-ftp";
+    return key == protocol::kNameOverSMB ? " --no-smb" : " --no-ftp";
   }
   if (const auto named = kSwitches.find(key); named != kSwitches.end()) {
     return (wanted == Value(false) ? " --no-" : " --") + named->second;
   }
-  return key == "isAutomounted" && wanted == Value(false) ? " --no-automount" : "";
+  return key == protocol::kIsAutomounted && wanted == Value(false) ? " --no-automount" : "";
 }
 
 }  // namespace
@@ -174,7 +175,7 @@ BegunShare::~BegunShare() {
           if (!isShared(present) || name == nullptr || *name != name_) {
             throw failure("it is another share point by now");
           }
-          return {{"sharePointRecord", Dictionary{{"isShared", false}}}};
+          return {{protocol::kSharePointRecord, Dictionary{{protocol::kIsShared, false}}}};
         },
         printable(path_) + " cannot be taken out of sharing", {}, credentials_);
   } catch (const std::exception&) {
@@ -280,9 +281,9 @@ Failure partlyChanged(const Session& session, const std::string& path, const Dic
 
 void requireExported(const Session& session, const std::string& path, const Dictionary& record,
                      const Dictionary& stored) {
-  const Dictionary* exported = record.dictionary(kExport);
+  const Dictionary* exported = record.dictionary(protocol::kNfsExportRecord);
   if (exported == nullptr) return;
-  if (exported->boolean("isDeleted").value_or(false))
+  if (exported->boolean(protocol::kIsDeleted).value_or(false))
     return requireNotExported(session, path, printable(path) + " is shared as asked",
                               setCommand(path) + " --no-nfs");
   const Array* wanted = clientsOf(record);

@@ -47,7 +47,7 @@ struct RecordDeletion {
     deleted,
     missing,   // there is none of exactly that name
     finished,  // it has an absolute `path`, and stays
-    changed,   // somebody changed it meanwhile, and it stays
+    changed,   // changed concurrently, and kept
   };
   Outcome outcome;
   std::string path;

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "keelhouse/core/terminal_text.h"
 #include "keelhouse/share/share_names.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -21,8 +22,9 @@ struct NameKey {
   const char* key;
   const char* word;
 };
-constexpr std::array kNames = {NameKey{"name", "record"}, NameKey{"nameOverVSP", "VSP"},
-                               NameKey{"nameOverSMB", "SMB"}, NameKey{"nameOverFTP", "FTP"}};
+constexpr std::array kNames = {NameKey{"name", "record"}, NameKey{protocol::kNameOverVSP, "VSP"},
+                               NameKey{protocol::kNameOverSMB, "SMB"},
+                               NameKey{protocol::kNameOverFTP, "FTP"}};
 constexpr std::array kProtocols = {NameKey{"smb", "SMB"}, NameKey{"nfs", "NFS"},
                                    NameKey{"vsp", "VSP"}, NameKey{"ftp", "FTP"},
                                    NameKey{"dnssd", "DNS-SD"}};
@@ -62,7 +64,7 @@ std::string unknownText(const ServedStates& states) {
 // The path of the share point that has the name under the key, another one than `own`.
 std::string ownerOf(const Dictionary& reply, const char* key, const std::string& name,
                     const std::string& own) {
-  const Array* list = reply.array("sharePointList");
+  const Array* list = reply.array(protocol::kSharePointList);
   if (list == nullptr) return {};
   for (const Value& one : *list) {
     const Dictionary* other = one.dictionary();
@@ -127,12 +129,12 @@ std::string stateTable(const ServedStates& states) {
 
 void requireServable(const Session& session, const std::string& action, const Dictionary& record,
                      bool mayBeNumbered) {
-  const std::string name = textOf(record, "nameOverSMB");
-  const Dictionary* exported = record.dictionary("nfsExportRecord");
+  const std::string name = textOf(record, protocol::kNameOverSMB);
+  const Dictionary* exported = record.dictionary(protocol::kNfsExportRecord);
   const Array* clients = exported != nullptr ? exported->array("clients") : nullptr;
   if (name.empty() && clients == nullptr) return;
   Dictionary request{{"path", textOf(record, "path")}, {"mayBeNumbered", mayBeNumbered}};
-  if (!name.empty()) request.set("nameOverSMB", name);
+  if (!name.empty()) request.set(protocol::kNameOverSMB, name);
   if (clients != nullptr) request.set("clients", *clients);
   const Dictionary reply = ask(session, kPlugin, "checkShare", "status", request);
   const Array* refusals = reply.array("refusals");
@@ -150,7 +152,7 @@ void requireServable(const Session& session, const std::string& action, const Di
 void announceNewNames(const Session& session, const Dictionary& wanted, const Dictionary& result) {
   const std::vector<NewName> names = newNames(wanted, result);
   if (names.empty()) return;
-  const Dictionary all = ask(session, kSharing, "getSharePointList", "readStatus", {});
+  const Dictionary all = ask(session, kSharing, "getSharePointList", protocol::kReadStatus, {});
   for (const NewName& name : names) {
     const std::string owner = ownerOf(all, name.key, name.wanted, textOf(result, "path"));
     session.notes << "keelhouse: note: " << printable(name.wanted) << " was taken"
@@ -177,7 +179,7 @@ void reportStillServed(const Session& session, const std::string& path) {
   if (states.sharePoints.empty() || states.sharePoints.front().dictionary() == nullptr) return;
   const Dictionary& state = *states.sharePoints.front().dictionary();
   const std::string sentence = textOf(state, "sentence");
-  if (sentence.empty() || state.boolean("isShared").value_or(true)) return;
+  if (sentence.empty() || state.boolean(protocol::kIsShared).value_or(true)) return;
   const bool isStill = isAnyState(state, "served");
   // What is found and not served is what was wanted.
   if (!isStill && !isAnyState(state, "unknown")) return;

@@ -47,7 +47,7 @@ TEST_F(ServedShares, TheSentenceGoesToStandardErrorAlone) {
   EXPECT_THAT(daemon_.servicesAsked().back(), HasSubstr(R"({"paths":["/srv/a"]})"));
 }
 
-TEST_F(ServedShares, WhatIsNotServedHasAnExitStatusWhereItIsRequired) {
+TEST_F(ServedShares, RequiredServingSetsExitStatusWhenUnserved) {
   answerUnserved();
   EXPECT_EQ(addPhotos({"--require-served"}), 5);
   daemon_.answerServices("getServed", state(R"("isShared":true,"isServed":true,"sentence":"S")"));
@@ -64,7 +64,7 @@ TEST_F(ServedShares, ADaemonThatCannotSayNeverMeansServed) {
   }
 }
 
-TEST_F(ServedShares, WhatCannotBeServedIsRefusedBeforeItIsWritten) {
+TEST_F(ServedShares, UnservableShareIsRefusedBeforeWriting) {
   daemon_.answerServices(
       "checkShare", R"({"status":0,"refusals":[{"key":"nameOverSMB","reason":"R","advice":"A"},)"
                     R"({"key":"clients","reason":"S"}]})");
@@ -79,12 +79,12 @@ TEST_F(ServedShares, WhatCannotBeServedIsRefusedBeforeItIsWritten) {
                              HasSubstr(R"("path":"/srv/a")")));
 }
 
-TEST_F(ServedShares, ANameThatWasNotGivenMayBeNumbered) {
+TEST_F(ServedShares, DefaultNameMayBeNumbered) {
   addPhotos();
   EXPECT_THAT(daemon_.servicesAsked().front(), HasSubstr(R"("mayBeNumbered":true)"));
 }
 
-TEST_F(ServedShares, AChangeOfNeitherNameNorClientsIsNotChecked) {
+TEST_F(ServedShares, UnrelatedChangeSkipsNameAndClientCheck) {
   daemon_.answer(readPart("sharePointRecord", R"({"isShared":true,"path":"/srv/a"})"));
   daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":true,"path":"/srv/a"})"));
   EXPECT_EQ(run({"share", "set", "/srv/a", "--no-smb"}), 0);
@@ -109,7 +109,7 @@ TEST_F(ServedShares, ANameThatIsMadeUniqueIsAnnounced) {
             "keelhouse: note: photos was taken by /srv/c: photos-2 (FTP)\n");
 }
 
-TEST_F(ServedShares, WhatIsRemovedAndServedAllTheSameIsSaid) {
+TEST_F(ServedShares, ReportsRemovedShareStillServed) {
   daemon_.answerServices("getServed",
                          state(R"("isShared":false,"isServed":true,"sentence":"X has it",)"
                                R"("protocols":{"smb":{"state":"served"}})"));
@@ -149,13 +149,13 @@ TEST_F(ServedShares, AreListedWithTheirStates) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(ServedShares, AreNotListedByADaemonThatCannotSay) {
+TEST_F(ServedShares, ListFailsWhenDaemonCannotReportStates) {
   daemon_.answerServices("getServed", "");
   EXPECT_EQ(run({"share", "list", "--check"}), 1);
   EXPECT_THAT(error_, HasSubstr("what is served is not known: the daemon refused"));
 }
 
-TEST_F(ServedShares, AreInTheStatusWhenItIsAskedFor) {
+TEST_F(ServedShares, AppearInStatusOnRequest) {
   answerUnserved();
   const auto status = [this](std::vector<std::string> words) {
     daemon_.answer(R"({"status":"ok","version":"1"})");

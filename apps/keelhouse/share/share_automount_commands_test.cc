@@ -2,7 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "keelhouse/share/mount_record.h"
+#include "keelhouse/share/automount_change.h"
 #include "support/keelhouse_commands.h"
 
 namespace paddock::keelhouse {
@@ -82,7 +82,7 @@ class ShareAutomount : public CommandFixture {
   const std::string name_;
 };
 
-TEST_F(ShareAutomount, isWrittenWithTheCredentialsAndLookedAtAfterwards) {
+TEST_F(ShareAutomount, IsWrittenWithCredentialsThenVerified) {
   answerRead(kNotShared);
   answerNoRecord();
   answerWritten(sharePoint());
@@ -103,7 +103,7 @@ TEST_F(ShareAutomount, isWrittenWithTheCredentialsAndLookedAtAfterwards) {
   EXPECT_EQ(body(1), body(3));
 }
 
-TEST_F(ShareAutomount, overNfsIsAskedForByNfsWithoutAClient) {
+TEST_F(ShareAutomount, NfsOptionWithoutClientSelectsNfs) {
   const std::string overNfs = R"({"path":"/srv/home","isShared":true,"isAutomounted":true,)"
                               R"("automountMountPath":"/Network/a","automountDSPath":"/LDAP/site",)"
                               R"("automountFileSystemType":1})";
@@ -119,7 +119,7 @@ TEST_F(ShareAutomount, overNfsIsAskedForByNfsWithoutAClient) {
             "(--nfs CLIENT)\n");
 }
 
-TEST_F(ShareAutomount, overNfsExportsToTheClientsThatAreNamed) {
+TEST_F(ShareAutomount, OverNfsExportsToNamedClients) {
   answerRead(kNotShared);
   answerNoRecord();
   answerWritten(R"({"isShared":true,"automountMountPath":"/Network/a","automountFileSystemType":1,)"
@@ -131,7 +131,7 @@ TEST_F(ShareAutomount, overNfsExportsToTheClientsThatAreNamed) {
               HasSubstr(R"("nfsExportRecord":{"clients":[{"host":"*","options":["ro"]}]})"));
 }
 
-TEST_F(ShareAutomount, isReportedWhenTheRecordIsNotThere) {
+TEST_F(ShareAutomount, ReportsMissingRecord) {
   answerRead(kNotShared);
   answerNoRecord();
   answerWritten(sharePoint());
@@ -146,7 +146,7 @@ TEST_F(ShareAutomount, isReportedWhenTheRecordIsNotThere) {
                 "another account: keelhouse share set /srv/home --admin USER\n");
 }
 
-TEST_F(ShareAutomount, withoutAnAccountNamesTheOptionForOne) {
+TEST_F(ShareAutomount, MissingAccountNamesAccountOption) {
   answerRead(kNotShared);
   answerNoRecord();
   answerWritten(sharePoint());
@@ -161,7 +161,7 @@ TEST_F(ShareAutomount, withoutAnAccountNamesTheOptionForOne) {
                                 "/srv/home --admin USER\n"));
 }
 
-TEST_F(ShareAutomount, isReportedWhenTheRecordSaysOtherwise) {
+TEST_F(ShareAutomount, ReportsDifferingRecord) {
   const std::vector<std::vector<std::string>> records = {
       {"/Network/b", "url", url("home")},  {"/Network/a", "nfs", url("home")},
       {"/Network/a", "url", url("other")}, {"/Network/a", "url", R"("net")"},
@@ -176,7 +176,7 @@ TEST_F(ShareAutomount, isReportedWhenTheRecordSaysOtherwise) {
   }
 }
 
-TEST_F(ShareAutomount, knowsItsNameInTheRecordsUrl) {
+TEST_F(ShareAutomount, RecognizesEscapedNameInRecordUrl) {
   const std::string escaped = "a%20%C3%A9%25,/b";
   answerRead(kNotShared);
   answerNoRecord();
@@ -188,7 +188,7 @@ TEST_F(ShareAutomount, knowsItsNameInTheRecordsUrl) {
   EXPECT_EQ(add({}), 0) << error_;
 }
 
-TEST_F(ShareAutomount, isReportedWhenTheRecordCannotBeSeen) {
+TEST_F(ShareAutomount, ReportsUnreadableRecord) {
   answerRead(kNotShared);
   answerNoRecord();
   answerWritten(sharePoint());
@@ -201,7 +201,7 @@ TEST_F(ShareAutomount, isReportedWhenTheRecordCannotBeSeen) {
                                  "(ETIMEDOUT, 110)\n"));
 }
 
-TEST_F(ShareAutomount, changesNothingWithCredentialsThatAreRefused) {
+TEST_F(ShareAutomount, RefusedCredentialsChangeNothing) {
   answerRead(kNotShared);
   answerStatus(13);
   EXPECT_EQ(add({}, "wrong"), 1);
@@ -211,7 +211,7 @@ TEST_F(ShareAutomount, changesNothingWithCredentialsThatAreRefused) {
   EXPECT_EQ(asked(), 2U);
 }
 
-TEST_F(ShareAutomount, changesNothingOnANodeThatIsNotThere) {
+TEST_F(ShareAutomount, MissingNodeChangesNothing) {
   answerRead(kNotShared);
   answerStatus(2);
   EXPECT_EQ(add({}), 1);
@@ -226,7 +226,7 @@ TEST_F(ShareAutomount, changesNothingOnANodeThatIsNotThere) {
   EXPECT_EQ(asked(), 4U);
 }
 
-TEST_F(ShareAutomount, goesToANodeThatShowsNothingWithoutAnAccount) {
+TEST_F(ShareAutomount, IsWrittenToNodeUnreadableWithoutAccount) {
   answerRead(kNotShared);
   answerStatus(13);
   answerWritten(sharePoint());
@@ -238,7 +238,7 @@ TEST_F(ShareAutomount, goesToANodeThatShowsNothingWithoutAnAccount) {
   EXPECT_THAT(error_, HasSubstr("cannot be seen: Permission denied (EACCES, 13)\n"));
 }
 
-TEST_F(ShareAutomount, asksForNoPasswordThatCannotBeUsed) {
+TEST_F(ShareAutomount, UnusablePasswordIsRejectedBeforeDirectoryRequest) {
   for (const std::string& password : {std::string(), std::string("\xFF"), std::string(1025, 'x')}) {
     answerRead(kNotShared);
     EXPECT_EQ(add({}, password), 2);
@@ -247,7 +247,7 @@ TEST_F(ShareAutomount, asksForNoPasswordThatCannotBeUsed) {
   EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(ShareAutomount, isWrittenAgainForAnAccountAlone) {
+TEST_F(ShareAutomount, AccountAloneRewritesRecord) {
   answerRead(sharePoint());
   answerNoRecord();
   answerWritten(sharePoint());
@@ -257,7 +257,7 @@ TEST_F(ShareAutomount, isWrittenAgainForAnAccountAlone) {
   EXPECT_THAT(body(2), HasSubstr(R"("nodePath":"/LDAP/site")"));
 }
 
-TEST_F(ShareAutomount, takesNoAccountForAFolderThatIsNotAutomounted) {
+TEST_F(ShareAutomount, RefusesAccountForFolderWithoutAutomount) {
   answerRead(R"({"path":"/srv/home","isShared":true})");
   EXPECT_EQ(set({}), 1);
   EXPECT_EQ(error_,
@@ -265,7 +265,7 @@ TEST_F(ShareAutomount, takesNoAccountForAFolderThatIsNotAutomounted) {
   EXPECT_EQ(asked(), 1U);
 }
 
-TEST_F(ShareAutomount, isLookedAtWhenTheNameOverVspChanges) {
+TEST_F(ShareAutomount, IsVerifiedAfterVspNameChange) {
   answerRead(sharePoint());
   answerRecord("/Network/a", "url", url("home"));
   answerWritten(sharePoint());
@@ -274,14 +274,14 @@ TEST_F(ShareAutomount, isLookedAtWhenTheNameOverVspChanges) {
   EXPECT_EQ(asked(), 4U);
 }
 
-TEST_F(ShareAutomount, isNotLookedAtForOtherChanges) {
+TEST_F(ShareAutomount, OtherChangesSkipVerification) {
   answerRead(sharePoint());
   answerWritten(sharePoint());
   EXPECT_EQ(run({"share", "set", folder, "--no-ftp"}), 0) << error_;
   EXPECT_EQ(asked(), 2U);
 }
 
-TEST_F(ShareAutomount, isAskedAboutUnderTheStoredSpellingOfThePath) {
+TEST_F(ShareAutomount, LookupUsesStoredPathSpelling) {
   answerRead(sharePoint());
   answerNoRecord();
   answerWritten(sharePoint());
@@ -292,14 +292,14 @@ TEST_F(ShareAutomount, isAskedAboutUnderTheStoredSpellingOfThePath) {
   EXPECT_THAT(body(1), HasSubstr(name_));
 }
 
-TEST_F(ShareAutomount, isNotMovedToAnotherNodeWithoutBeingTakenAway) {
+TEST_F(ShareAutomount, MoveToAnotherNodeRequiresRemoval) {
   answerRead(sharePoint());
   EXPECT_EQ(set({"--automount", "/Network/a", "--node", "/Local"}), 1);
   EXPECT_THAT(error_, StartsWith("keelhouse: clients automount it by /LDAP/site\n"));
   EXPECT_EQ(asked(), 1U);
 }
 
-TEST_F(ShareAutomount, isTakenAwayWithTheCredentials) {
+TEST_F(ShareAutomount, IsRemovedWithCredentials) {
   answerRead(sharePoint());
   answerRecord("/Network/a", "url", url("home"));
   answerWritten(R"({"path":"/srv/home","isShared":true})");
@@ -312,7 +312,7 @@ TEST_F(ShareAutomount, isTakenAwayWithTheCredentials) {
   EXPECT_EQ(out_, "path: /srv/home\n");
 }
 
-TEST_F(ShareAutomount, goesWithTheShare) {
+TEST_F(ShareAutomount, IsRemovedWithShare) {
   answerRead(sharePoint());
   answerRecord("/Network/a", "url", url("home"));
   answerWritten(kNotShared);
@@ -324,7 +324,7 @@ TEST_F(ShareAutomount, goesWithTheShare) {
   EXPECT_THAT(body(2), StartsWith(R"({"configuration":{"dsCredentials":[{"adminPassword":"pw",)"));
 }
 
-TEST_F(ShareAutomount, thatStaysIsReportedAfterTheShareHasGone) {
+TEST_F(ShareAutomount, ReportsRecordRemainingAfterShareRemoval) {
   answerRead(sharePoint());
   answerWritten(kNotShared);
   answerRecord("/Network/a", "url", url("home"));
@@ -336,7 +336,7 @@ TEST_F(ShareAutomount, thatStaysIsReportedAfterTheShareHasGone) {
                         name_ + " --node /LDAP/site --admin USER\n");
 }
 
-TEST_F(ShareAutomount, thatMayStayIsReportedAfterTheShareHasGone) {
+TEST_F(ShareAutomount, ReportsUnknownRecordStateAfterShareRemoval) {
   answerRead(sharePoint());
   answerWritten(kNotShared);
   answerStatus(110);
@@ -346,7 +346,7 @@ TEST_F(ShareAutomount, thatMayStayIsReportedAfterTheShareHasGone) {
                                  " is on /LDAP/site still cannot be seen: Connection timed out"));
 }
 
-TEST_F(ShareAutomount, keepsTheShareWhenTheCredentialsAreRefused) {
+TEST_F(ShareAutomount, RefusedCredentialsKeepShare) {
   answerRead(sharePoint());
   answerStatus(13);
   const PasswordPipe pipe("wrong");
@@ -356,14 +356,14 @@ TEST_F(ShareAutomount, keepsTheShareWhenTheCredentialsAreRefused) {
   EXPECT_EQ(asked(), 2U);
 }
 
-TEST_F(ShareAutomount, asksForNoPasswordWhereThereIsNothingToRemove) {
+TEST_F(ShareAutomount, RemovalWithoutAutomountSkipsPasswordPrompt) {
   answerRead(R"({"isShared":true})");
   answerWritten(kNotShared);
   EXPECT_EQ(run({"share", "remove", folder, "--admin", "joe", "--password-fd", "9999"}), 0)
       << error_;
 }
 
-TEST_F(ShareAutomount, refusesBadOptionsBeforeItAsks) {
+TEST_F(ShareAutomount, RefusesInvalidOptionsBeforeRequest) {
   const std::string here = makeFolder("a");
   const std::vector<std::vector<std::string>> cases = {
       {"add", here, "--automount", "/a"},
@@ -395,7 +395,7 @@ TEST_F(ShareAutomount, refusesBadOptionsBeforeItAsks) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(ShareAutomount, saysThatThePathStandsBehindNfs) {
+TEST_F(ShareAutomount, ReportsPathMisplacedAfterNfsOption) {
   EXPECT_EQ(run({"share", "add", "--nfs", "/srv/home", "--automount", "/a", "--node", "/Local"}),
             2);
   EXPECT_THAT(error_, HasSubstr("/srv/home is no NFS client; write the PATH before --nfs"));
@@ -403,7 +403,7 @@ TEST_F(ShareAutomount, saysThatThePathStandsBehindNfs) {
 
 class ShareBackup : public CommandFixture {};
 
-TEST_F(ShareBackup, isSwitchedOnAndOff) {
+TEST_F(ShareBackup, SwitchesOnAndOff) {
   for (const bool on : {true, false}) {
     const std::string flag = on ? "true" : "false";
     daemon_.answer(readPart("sharePointRecord", R"({"path":"/srv/a","isShared":true})"));
@@ -418,21 +418,21 @@ TEST_F(ShareBackup, isSwitchedOnAndOff) {
   }
 }
 
-TEST_F(ShareBackup, isReportedWhenTheDaemonDidNotTakeItOver) {
+TEST_F(ShareBackup, ReportsDaemonIgnoringChange) {
   daemon_.answer(readPart("sharePointRecord", R"({"path":"/srv/a","isShared":true})"));
   daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":true})"));
   EXPECT_EQ(run({"share", "set", "/srv/a", "--backup"}), 1);
   EXPECT_THAT(error_, StartsWith("keelhouse: its use for backups is still off\n"));
 }
 
-TEST_F(ShareBackup, isSaidNotToBeAdvertisedWithoutVsp) {
+TEST_F(ShareBackup, NotesMissingAdvertisementWithoutVsp) {
   daemon_.answer(readPart("sharePointRecord", R"({"path":"/srv/a","isShared":true})"));
   daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":true,"isBackstowBackup":true})"));
   EXPECT_EQ(run({"share", "set", "/srv/a", "--backup"}), 0);
   EXPECT_THAT(error_, StartsWith("keelhouse: note: it is not advertised"));
 }
 
-TEST_F(ShareBackup, goesWithIndexingInOneChange) {
+TEST_F(ShareBackup, CombinesWithIndexingInOneChange) {
   daemon_.answer(readPart("sharePointRecord", R"({"path":"/srv/a","isShared":true})"));
   daemon_.answer(writtenPart("sharePointRecord", R"({"isShared":true,"isIndexingEnabled":false})"));
   EXPECT_EQ(run({"share", "set", "/srv/a", "--no-backup", "--index"}), 1);

@@ -6,27 +6,27 @@
 #include <utility>
 #include <vector>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "keelhouse/core/folder_settings.h"
 #include "keelhouse/core/json_document.h"
 #include "keelhouse/core/named_share.h"
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/core/share_path.h"
-#include "keelhouse/core/shell_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/core/terminal_text.h"
 #include "keelhouse/share/automount_change.h"
 #include "keelhouse/share/begun_share.h"
-#include "keelhouse/share/export_lines.h"
+#include "keelhouse/share/nfs_exports.h"
 #include "keelhouse/share/served_states.h"
-#include "keelhouse/share/share_automount.h"
+#include "keelhouse/share/share_changes.h"
 #include "keelhouse/share/share_document.h"
 #include "keelhouse/share/share_names.h"
 #include "keelhouse/share/share_notes.h"
 #include "keelhouse/share/share_view.h"
-#include "keelhouse/share/share_warnings.h"
 #include "keelhouse/share/smb_settings.h"
 #include "keelhouse/share/smb_writing.h"
 #include "keelhouse/share/team_folder.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -66,26 +66,27 @@ void requireTakenOver(const Dictionary& wanted, const Dictionary& found, const c
   throw daemonFailure(what + " is still " + (*want ? "off" : "on"));
 }
 
-// Prints what became of `record`, which `reply` answers, and looks whether clients get to see it.
+// Prints the outcome of writing `record`, which `reply` answers, and checks whether clients see it.
 ExitStatus showWritten(const Session& session, const std::string& path, const Dictionary& record,
                        const Dictionary& reply, const AutomountChange& automount,
                        bool requireServed) {
-  // A failure that is found out in what follows is that of the writing.
+  // A failure detected below is attributed to the write.
   const DaemonClient::Aside aside(session.daemon);
-  Dictionary result = settingsPart(reply, "sharePointRecord");
+  Dictionary result = settingsPart(reply, protocol::kSharePointRecord);
   if (!isShared(result)) {
     throw daemonFailure(printable(path) + " was written, but does not read back as shared");
   }
   requireExported(session, storedPath(result, path), record, result);
   addSmbOptions(session, result);
   print(session, result);
-  for (const std::string& warning : warningsOn(result, settingsPart(reply, "fileAccessPrivs"))) {
+  for (const std::string& warning :
+       warningsOn(result, settingsPart(reply, protocol::kFileAccessPrivs))) {
     session.notes << "keelhouse: warning: " << printable(warning) << '\n';
   }
   printNotes(session, result);
   announceNewNames(session, record, result);
-  requireTakenOver(record, result, "isBackstowBackup", "its use for backups");
-  requireTakenOver(record, result, "isIndexingEnabled", "its indexing");
+  requireTakenOver(record, result, protocol::kIsBackstowBackup, "its use for backups");
+  requireTakenOver(record, result, protocol::kIsIndexingEnabled, "its indexing");
   automount.check(result);
   return reportServed(session, storedPath(result, path), requireServed);
 }
@@ -114,7 +115,8 @@ class ChangeSource {
 // What is done to the record that clients automount by was planned for the stored state.
 void requireSameAutomount(const Dictionary& stored, const Dictionary& present,
                           const std::string& path) {
-  for (const char* key : {"isAutomounted", "automountMountPath", "automountDSPath"}) {
+  for (const char* key :
+       {protocol::kIsAutomounted, protocol::kAutomountMountPath, protocol::kAutomountDSPath}) {
     const Value* before = stored.find(key);
     const Value* now = present.find(key);
     const bool same = before != nullptr && now != nullptr ? *before == *now : before == now;
@@ -132,11 +134,11 @@ Dictionary recordFor(const ChangeSource& source, const Dictionary& stored,
   return changedShareRecord(path, source.seenFrom(present), present);
 }
 
-// What is known of the shared folder, when it is not there as it should be; empty otherwise. The
-// daemon, which may look everywhere, names a mount point of each path that it finds.
+// What is known of the shared folder, when it is not present as expected; empty otherwise. The
+// daemon, which may read everything, names a mount point for each path that it finds.
 std::string folderState(const Dictionary& sharePoint) {
   const std::string* path = sharePoint.string("path");
-  const std::string* mountPoint = sharePoint.string("mountedOnPath");
+  const std::string* mountPoint = sharePoint.string(protocol::kMountedOnPath);
   const bool isFound = mountPoint != nullptr && !mountPoint->empty();
   struct stat attributes {};
   if (path != nullptr && ::stat(path->c_str(), &attributes) == 0) {
@@ -174,12 +176,12 @@ void addExportLines(const Session& session, Dictionary& sharePoint) {
   }
 }
 
-// A share point without any name takes the line of its folder away.
+// Writing a share point without any name removes the export line of its folder.
 void writeWithoutExport(const Session& session, const std::string& path) {
   writeSharePoint(session, path,
                   {{"path", path},
                    {"name", lastComponent(path)},
-                   {"nfsExportRecord", Dictionary{{"isDeleted", true}}}},
+                   {protocol::kNfsExportRecord, Dictionary{{protocol::kIsDeleted, true}}}},
                   "the NFS export of " + printable(path) +
                       ", which is not shared, cannot be taken "
                       "out of /etc/exports");
@@ -202,20 +204,20 @@ Dictionary writeRemoval(const Session& session, const std::string& path,
     if (!isShared(sharePointIn(read, path))) {
       throw notShared(path, "It was moved or taken out of sharing meanwhile.");
     }
-    return {{"sharePointRecord", Dictionary{{"isShared", false}}}};
+    return {{protocol::kSharePointRecord, Dictionary{{protocol::kIsShared, false}}}};
   };
   const ChangedFolder changed =
       changeFolder(session, path, decide, printable(path) + " cannot be taken out of sharing",
                    std::move(reading), credentials);
-  return settingsPart(changed.after, "sharePointRecord");
+  return settingsPart(changed.after, protocol::kSharePointRecord);
 }
 
 }  // namespace
 
 ExitStatus listShares(const Session& session) {
   const Dictionary reply = session.daemon.call(kPlugin, "getSharePointList", {});
-  requireStatus(reply, "readStatus", "the share points cannot be listed");
-  const Array* list = reply.array("sharePointList");
+  requireStatus(reply, protocol::kReadStatus, "the share points cannot be listed");
+  const Array* list = reply.array(protocol::kSharePointList);
   const Array sharePoints = withFolderStates(list != nullptr ? *list : Array{});
   if (session.json) {
     session.out << wire::writeJsonPretty(Value(sharePoints)) << '\n';
@@ -291,7 +293,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
   }
   requireServable(session, action, record, false);
   requireOneExportLine(session, storedPath(stored, path), action,
-                       record.contains("nfsExportRecord"));
+                       record.contains(protocol::kNfsExportRecord));
   const AutomountChange automount(session, storedPath(stored, path), std::move(plan), account);
   const auto write = [&]() -> Dictionary {
     try {
@@ -299,7 +301,7 @@ ExitStatus setShare(const Session& session, const std::string& typedPath, const 
                  session, path,
                  [&](const Dictionary& read) {
                    record = recordFor(source, stored, sharePointIn(read, path), path);
-                   return Dictionary{{"sharePointRecord", record}};
+                   return Dictionary{{protocol::kSharePointRecord, record}};
                  },
                  action, std::move(reading), automount.credentials())
           .after;
@@ -368,7 +370,7 @@ ExitStatus removeUnfinished(const Session& session, const std::string& name) {
       break;
   }
   if (session.json) {
-    print(session, {{"name", name}, {"isShared", false}});
+    print(session, {{"name", name}, {protocol::kIsShared, false}});
   } else {
     session.out << "The unfinished record " << printable(name) << " is removed.\n";
   }

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "keelhouse/core/credentials.h"
 #include "keelhouse/core/failure.h"
+#include "keelhouse/core/input.h"
 #include "keelhouse/core/session.h"
 #include "keelhouse/share/share_changes.h"
 
@@ -26,7 +26,7 @@ struct ShareSources {
 };
 ExitStatus addShare(const Session& session, const std::string& path, const ShareChanges& changes,
                     const NodeAccount& account, bool force, const ShareSources& sources);
-// What others change meanwhile stays, but for what the changes name.
+// Concurrent changes by others are preserved, except for what the changes name.
 ExitStatus setShare(const Session& session, const std::string& path, const ShareChanges& changes,
                     const NodeAccount& account, const std::optional<std::string>& from);
 ExitStatus removeShare(const Session& session, const std::string& path, const NodeAccount& account);

@@ -7,7 +7,8 @@
 
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/json_document.h"
-#include "keelhouse/share/nfs_client.h"
+#include "keelhouse/share/nfs_exports.h"
+#include "protocol/keys.h"
 #include "samba/smb_options.h"
 
 namespace paddock::keelhouse {
@@ -18,25 +19,25 @@ const std::string kWhat = "the document";
 
 const std::vector<std::string> kKeys{"path",
                                      "name",
-                                     "nameOverVSP",
-                                     "nameOverSMB",
-                                     "nameOverFTP",
-                                     "isSharedOverVSP",
-                                     "isBackstowBackup",
-                                     "backstowBackupUUID",
-                                     "isAutomounted",
-                                     "automountMountPath",
-                                     "automountFileSystemType",
-                                     "automountDSPath",
-                                     "isIndexingEnabled",
-                                     "mountedOnPath",
-                                     "nfsExportRecord",
-                                     "isShared",
+                                     protocol::kNameOverVSP,
+                                     protocol::kNameOverSMB,
+                                     protocol::kNameOverFTP,
+                                     protocol::kIsSharedOverVSP,
+                                     protocol::kIsBackstowBackup,
+                                     protocol::kBackstowBackupUUID,
+                                     protocol::kIsAutomounted,
+                                     protocol::kAutomountMountPath,
+                                     protocol::kAutomountFileSystemType,
+                                     protocol::kAutomountDSPath,
+                                     protocol::kIsIndexingEnabled,
+                                     protocol::kMountedOnPath,
+                                     protocol::kNfsExportRecord,
+                                     protocol::kIsShared,
                                      "smb",
                                      "folder",
                                      "exportLines",
                                      "log"};
-const std::vector<std::string> kExportKeys{"path", "clients", "line", "isDeleted"};
+const std::vector<std::string> kExportKeys{"path", "clients", "line", protocol::kIsDeleted};
 const std::vector<std::string> kClientKeys{"host", "options"};
 const std::vector<std::string> kSmbKeys{"readOnly", "guest",      "hidden", "recycle",
                                         "comment",  "allowHosts", "options"};
@@ -93,8 +94,8 @@ std::vector<std::string> storedClients(const Dictionary* exported) {
 }
 
 void readExport(const Dictionary& document, const Dictionary& stored, ShareChanges& changes) {
-  const Dictionary* present = stored.dictionary("nfsExportRecord");
-  const Value* value = document.find("nfsExportRecord");
+  const Dictionary* present = stored.dictionary(protocol::kNfsExportRecord);
+  const Value* value = document.find(protocol::kNfsExportRecord);
   if (value == nullptr) {
     changes.noNfs = present != nullptr;
     return;
@@ -115,21 +116,22 @@ void readExport(const Dictionary& document, const Dictionary& stored, ShareChang
 }
 
 void readAutomount(const Dictionary& document, const Dictionary& stored, ShareChanges& changes) {
-  constexpr const char* kType = "automountFileSystemType";
-  if (!boolean(document, "isAutomounted")) {
-    changes.noAutomount = storedBoolean(stored, "isAutomounted");
+  constexpr const char* kType = protocol::kAutomountFileSystemType;
+  if (!boolean(document, protocol::kIsAutomounted)) {
+    changes.noAutomount = storedBoolean(stored, protocol::kIsAutomounted);
     return;
   }
-  const std::string path = text(document, "automountMountPath");
-  const std::string node = text(document, "automountDSPath");
+  const std::string path = text(document, protocol::kAutomountMountPath);
+  const std::string node = text(document, protocol::kAutomountDSPath);
   const Value* type = document.find(kType);
   if (type != nullptr && type->integer() == nullptr) {
     throw usageFailure("\"automountFileSystemType\" must be 0 (VSP) or 1 (NFS)");
   }
   const std::int64_t overNfs = type != nullptr ? *type->integer() : 0;
-  const bool same =
-      storedBoolean(stored, "isAutomounted") && text(stored, "automountMountPath") == path &&
-      text(stored, "automountDSPath") == node && stored.integer(kType).value_or(0) == overNfs;
+  const bool same = storedBoolean(stored, protocol::kIsAutomounted) &&
+                    text(stored, protocol::kAutomountMountPath) == path &&
+                    text(stored, protocol::kAutomountDSPath) == node &&
+                    stored.integer(kType).value_or(0) == overNfs;
   if (same) return;
   changes.automountPath = path;
   changes.automountNode = node;
@@ -178,30 +180,31 @@ void readSmb(const Dictionary& document, const Dictionary& stored, SmbChanges& c
 
 ShareChanges changesFrom(const Dictionary& document, const Dictionary& stored) {
   requireKnownKeys(document, kKeys, kWhat);
-  // What is absent is taken away, so that what is no share's document must not pass for one.
+  // Absent keys are removed, so that a document of another kind must not be accepted.
   if (text(document, "path").empty()) {
     throw usageFailure(
         "the document has no \"path\", and is none that keelhouse share show --json "
         "prints\nNothing was changed.");
   }
-  const bool* isShared = booleanIn(document, "isShared", kWhat);
+  const bool* isShared = booleanIn(document, protocol::kIsShared, kWhat);
   if (isShared != nullptr && !*isShared) {
     throw usageFailure("the document is of a folder that is not shared");
   }
   ShareChanges changes;
   setIfOther(changes.name, text(document, "name"), stored, "name");
-  setIfOther(changes.vspName, text(document, "nameOverVSP"), stored, "nameOverVSP");
-  const bool vsp = boolean(document, "isSharedOverVSP");
-  if (stored.empty() || vsp != storedBoolean(stored, "isSharedOverVSP")) changes.vsp = vsp;
-  readPublication(document, stored, "nameOverSMB", changes.smbName, changes.smb);
-  readPublication(document, stored, "nameOverFTP", changes.ftpName, changes.ftp);
+  setIfOther(changes.vspName, text(document, protocol::kNameOverVSP), stored,
+             protocol::kNameOverVSP);
+  const bool vsp = boolean(document, protocol::kIsSharedOverVSP);
+  if (stored.empty() || vsp != storedBoolean(stored, protocol::kIsSharedOverVSP)) changes.vsp = vsp;
+  readPublication(document, stored, protocol::kNameOverSMB, changes.smbName, changes.smb);
+  readPublication(document, stored, protocol::kNameOverFTP, changes.ftpName, changes.ftp);
   readExport(document, stored, changes);
   readAutomount(document, stored, changes);
   readSmb(document, stored, changes.smbOptions);
-  const bool backup = boolean(document, "isBackstowBackup");
-  if (backup != storedBoolean(stored, "isBackstowBackup")) changes.backup = backup;
-  const bool* indexed = booleanIn(document, "isIndexingEnabled", kWhat);
-  if (indexed != nullptr && *indexed != storedBoolean(stored, "isIndexingEnabled")) {
+  const bool backup = boolean(document, protocol::kIsBackstowBackup);
+  if (backup != storedBoolean(stored, protocol::kIsBackstowBackup)) changes.backup = backup;
+  const bool* indexed = booleanIn(document, protocol::kIsIndexingEnabled, kWhat);
+  if (indexed != nullptr && *indexed != storedBoolean(stored, protocol::kIsIndexingEnabled)) {
     changes.indexed = *indexed;
   }
   return changes;

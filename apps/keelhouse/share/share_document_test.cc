@@ -43,11 +43,11 @@ std::string refusal(const std::string& json, const Dictionary& stored = {}) {
   }
 }
 
-TEST(ShareDocument, changesNothingInTheShareThatItIsOf) {
+TEST(ShareDocument, OwnDocumentChangesNothing) {
   EXPECT_TRUE(changesFrom(document(kShare), parse(kShare)).empty());
 }
 
-TEST(ShareDocument, withoutAPathIsNone) {
+TEST(ShareDocument, MissingPathIsRefused) {
   for (const char* json : {"{}", R"({"name":"b"})", R"({"path":""})"}) {
     for (const Dictionary& stored : {Dictionary(), parse(kShare)}) {
       EXPECT_THROW(changesFrom(parse(json), stored), Failure) << json;
@@ -55,7 +55,7 @@ TEST(ShareDocument, withoutAPathIsNone) {
   }
 }
 
-TEST(ShareDocument, makesANewShareOfAllThatItHas) {
+TEST(ShareDocument, CreatesShareWithAllProperties) {
   const ShareChanges changes = changesFrom(document(kShare), {});
   EXPECT_EQ(changes.name, "a");
   EXPECT_EQ(changes.vsp, true);
@@ -69,7 +69,7 @@ TEST(ShareDocument, makesANewShareOfAllThatItHas) {
   EXPECT_FALSE(changes.noAutomount);
 }
 
-TEST(ShareDocument, whatItDoesNotHaveGoes) {
+TEST(ShareDocument, OmittedPropertiesAreRemoved) {
   Dictionary stored = parse(kShare);
   stored.set("isAutomounted", true);
   const ShareChanges changes = changesFrom(document(R"({"name":"b"})"), stored);
@@ -82,7 +82,7 @@ TEST(ShareDocument, whatItDoesNotHaveGoes) {
   EXPECT_EQ(changes.backup, false);
 }
 
-TEST(ShareDocument, automountsOverWhatItSays) {
+TEST(ShareDocument, SelectsStatedAutomountProtocol) {
   for (const int type : {0, 1}) {
     const ShareChanges changes = changesFrom(
         document(R"({"isAutomounted":true,"automountMountPath":"/m","automountDSPath":"/LDAP/x",
@@ -97,7 +97,7 @@ TEST(ShareDocument, automountsOverWhatItSays) {
   }
 }
 
-TEST(ShareDocument, optionsOverSmbAreTakenBack) {
+TEST(ShareDocument, SmbOptionsRoundTrip) {
   const Dictionary share = document(
       R"({"smb":{"readOnly":true,"comment":"c","allowHosts":["192.0.2.1","a.example"],
                  "options":["veto files = /x/","strict sync = yes"]}})");
@@ -111,7 +111,7 @@ TEST(ShareDocument, optionsOverSmbAreTakenBack) {
   EXPECT_THAT(refusal(R"({"smb":{"readonly":true}})"), HasSubstr("did you mean readOnly?"));
 }
 
-TEST(ShareDocument, anUnknownKeyIsNamedWithTheNearestKnownOne) {
+TEST(ShareDocument, UnknownKeySuggestsNearestKnownKey) {
   EXPECT_EQ(refusal(R"({"nameOverSmb":"x"})"),
             "the document has the unknown key \"nameOverSmb\": did you mean nameOverSMB?");
   EXPECT_THAT(refusal(R"({"nfsExportRecord":{"client":[]}})"), HasSubstr("did you mean clients?"));
@@ -119,7 +119,7 @@ TEST(ShareDocument, anUnknownKeyIsNamedWithTheNearestKnownOne) {
               HasSubstr("did you mean host?"));
 }
 
-TEST(ShareDocument, whatCannotBeMeantIsRefused) {
+TEST(ShareDocument, InvalidValuesAreRefused) {
   EXPECT_THAT(refusal(R"({"isShared":false})"), HasSubstr("not shared"));
   EXPECT_THAT(refusal(R"({"isSharedOverVSP":"YES"})"), HasSubstr("true or false"));
   EXPECT_THAT(refusal(R"({"name":7})"), HasSubstr("must be a text"));
@@ -131,7 +131,7 @@ TEST(ShareDocument, whatCannotBeMeantIsRefused) {
               HasSubstr("0 (VSP) or 1 (NFS)"));
 }
 
-TEST(ShareDocument, aLineThatCouldNotBeTakenApartStaysAndIsNotMade) {
+TEST(ShareDocument, UnparsedExportsLineStaysButIsNotCreated) {
   const std::string json = R"({"nfsExportRecord":{"path":"/srv/a","line":"/srv/a !"}})";
   EXPECT_THAT(refusal(json), HasSubstr("\"line\""));
   EXPECT_EQ(refusal(json, parse(json)), "");

@@ -5,24 +5,24 @@
 #include <utility>
 #include <vector>
 
-#include "base/printable.h"
 #include "base/text.h"
-#include "keelhouse/access/acl_view.h"
 #include "keelhouse/access/folder_privileges.h"
 #include "keelhouse/access/list_state.h"
 #include "keelhouse/access/principals.h"
+#include "keelhouse/access/privileges_view.h"
 #include "keelhouse/core/folder_settings.h"
 #include "keelhouse/core/named_share.h"
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/core/share_path.h"
-#include "keelhouse/core/shell_word.h"
+#include "keelhouse/core/suggested_words.h"
 #include "keelhouse/share/automount_change.h"
-#include "keelhouse/share/export_lines.h"
+#include "keelhouse/share/nfs_exports.h"
 #include "keelhouse/share/served_states.h"
 #include "keelhouse/share/share_commands.h"
 #include "keelhouse/share/share_names.h"
 #include "keelhouse/share/share_view.h"
 #include "keelhouse/share/smb_settings.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -44,12 +44,14 @@ bool isOn(const Dictionary& sharePoint, const char* key) {
   return sharePoint.boolean(key).value_or(false);
 }
 
-Dictionary deletedExport(const std::string& path) { return {{"path", path}, {"isDeleted", true}}; }
+Dictionary deletedExport(const std::string& path) {
+  return {{"path", path}, {protocol::kIsDeleted, true}};
+}
 
 // Of all lines of a path, or of what the share point says where they cannot be asked for.
 Array clientsIn(const std::optional<std::vector<ExportLine>>& lines, const Dictionary& sharePoint) {
   if (!lines) {
-    const Dictionary* record = sharePoint.dictionary("nfsExportRecord");
+    const Dictionary* record = sharePoint.dictionary(protocol::kNfsExportRecord);
     const Array* clients = record != nullptr ? record->array("clients") : nullptr;
     return clients != nullptr ? *clients : Array{};
   }
@@ -64,8 +66,8 @@ Array clientsIn(const std::optional<std::vector<ExportLine>>& lines, const Dicti
 }
 
 // One move, step by step. Its record is pointed to the new folder first, in the state that was
-// read: whoever does that makes all other steps, so that of several who move it at the same time
-// one alone does.
+// read: the process that succeeds in it executes all other steps, so that only one of several
+// concurrent moves is done.
 class Move {
  public:
   Move(const Session& session, Dictionary stored, std::string to, const NodeAccount& account)
@@ -112,8 +114,8 @@ class Move {
 };
 
 AutomountPlan Move::automountPlan(const NodeAccount& account) const {
-  const std::string node = textOf(stored_, "automountDSPath");
-  if (!isOn(stored_, "isAutomounted") || node.empty()) return {};
+  const std::string node = textOf(stored_, protocol::kAutomountDSPath);
+  if (!isOn(stored_, protocol::kIsAutomounted) || node.empty()) return {};
   if (account.name.empty()) {
     throw failure(
         "clients automount " + printable(from_) + " by " + printable(node) +
@@ -150,7 +152,7 @@ std::string Move::requireAsRead() const {
 }
 
 // One change of one attribute: at no moment is there no record, or a second one. False when the
-// record is not what `tag` names; one that was removed meanwhile is not made anew.
+// record is not what `tag` names; one that was removed concurrently is not created again.
 bool Move::point(const std::string& path, const std::string& tag) const {
   constexpr const char* kAnyState = "*";
   const Dictionary request{
@@ -169,22 +171,22 @@ void Move::requireOwn(const Dictionary& sharePoint, const std::string& path) con
   throw failure(action_ + ": somebody else moved, removed or renamed it meanwhile");
 }
 
-// Where the path is the share's, and while nobody else changes it.
+// While the path is the share's, and without concurrent changes.
 Dictionary Move::write(const std::string& path, Dictionary record) const {
   record.set("path", path);
   const ChangedFolder changed = changeFolder(
       session_, path,
       [&](const Dictionary& reading) -> Dictionary {
         requireOwn(sharePointIn(reading, path), path);
-        return {{"sharePointRecord", record}};
+        return {{protocol::kSharePointRecord, record}};
       },
       action_, {}, automount_.credentials(), ChangeKind::stepOfMany);
-  return settingsPart(changed.after, "sharePointRecord");
+  return settingsPart(changed.after, protocol::kSharePointRecord);
 }
 
 void Move::exportTo(const std::string& path) const {
   if (clients_.empty()) return;
-  write(path, {{"nfsExportRecord", Dictionary{{"path", path}, {"clients", clients_}}}});
+  write(path, {{protocol::kNfsExportRecord, Dictionary{{"path", path}, {"clients", clients_}}}});
 }
 
 // Of a folder where the share is not; `carrier` is where it is, empty when it is no more.
@@ -193,34 +195,35 @@ void Move::dropExport(const std::string& path, const std::string& carrier) const
   if (isShared(sharePointIn(readFolder(session_, path), path))) return;
   if (const auto lines = exportLines(session_, path); lines && lines->empty()) return;
   if (!carrier.empty()) {
-    write(carrier, {{"nfsExportRecord", deletedExport(path)}});
+    write(carrier, {{protocol::kNfsExportRecord, deletedExport(path)}});
   } else {
     takeOutLeftExport(session_, path);
   }
 }
 
-// What hangs on the path follows it: automount, backup, indexing, the SMB server's section; the
-// old export goes when the new one is there. From here on nobody changes the old folder's export as
-// the share's, so that it is taken as it is now.
+// What depends on the path follows it: automount, backup, indexing, the SMB server's section; the
+// old export is removed once the new one exists. From here on no process changes the old folder's
+// export as the share's, so that it is taken as it is now.
 Dictionary Move::follow() {
   clients_ = clientsIn(exportLines(session_, from_), stored_);
   exportTo(to_);
   Dictionary record;
-  if (!clients_.empty()) record.set("nfsExportRecord", deletedExport(from_));
-  if (isOn(stored_, "isIndexingEnabled")) record.set("isIndexingEnabled", true);
+  if (!clients_.empty()) record.set(protocol::kNfsExportRecord, deletedExport(from_));
+  if (isOn(stored_, protocol::kIsIndexingEnabled)) record.set(protocol::kIsIndexingEnabled, true);
   Dictionary moved = write(to_, std::move(record));
   requireOwn(moved, to_);
   return moved;
 }
 
-// Where the share is after that: at the old folder again, unless somebody else changed it.
+// Where the share is after that: at the old folder again, unless it was changed concurrently.
 std::string Move::restore() const {
   Place present = place();
   if (present.path == to_) {
     if (!point(from_, present.tag)) throw failure(action_ + ": somebody else changed it meanwhile");
     present.path = from_;
     if (const auto lines = exportLines(session_, from_); !lines || lines->empty()) exportTo(from_);
-    if (isOn(stored_, "isIndexingEnabled")) write(from_, {{"isIndexingEnabled", true}});
+    if (isOn(stored_, protocol::kIsIndexingEnabled))
+      write(from_, {{protocol::kIsIndexingEnabled, true}});
   }
   for (const std::string& path : {from_, to_}) dropExport(path, present.path);
   return present.path;
@@ -241,8 +244,8 @@ void Move::takeBack(const Failure& reason) const {
 
 // What the old folder's own settings leave behind: an index, a mark of a backup destination.
 void Move::cleanUp(const Dictionary& moved) const {
-  if (isOn(stored_, "isIndexingEnabled") || isOn(stored_, "isBackstowBackup")) {
-    writeSharePoint(session_, from_, {{"isShared", false}},
+  if (isOn(stored_, protocol::kIsIndexingEnabled) || isOn(stored_, protocol::kIsBackstowBackup)) {
+    writeSharePoint(session_, from_, {{protocol::kIsShared, false}},
                     "the share is moved, but traces of it remain on " + printable(from_));
   }
   automount_.check(moved);
@@ -253,7 +256,7 @@ void Move::removeOldMount() const {
   const Array credentials = automount_.credentials();
   if (credentials.empty() || credentials.front().dictionary() == nullptr) return;
   Dictionary request = *credentials.front().dictionary();
-  const std::string node = textOf(request, "nodePath");
+  const std::string node = textOf(request, protocol::kNodePath);
   const std::string name = mountRecordName(from_);
   request.set("node", node);
   request.set("type", kMounts);
@@ -286,7 +289,7 @@ void requireMovable(const Dictionary& stored, const std::string& from, const std
   if (textOf(stored, "name").empty()) {
     throw failure("the daemon's reply does not name the record of " + printable(from));
   }
-  const Dictionary* record = stored.dictionary("nfsExportRecord");
+  const Dictionary* record = stored.dictionary(protocol::kNfsExportRecord);
   if (record != nullptr && record->array("clients") == nullptr) {
     throw failure("the export of " + printable(from) +
                   " is a line that was written by hand, and cannot be moved: change the path in "
@@ -302,8 +305,7 @@ void requireMovable(const Dictionary& stored, const std::string& from, const std
 void requireUnshared(const Session& session, const std::string& to, const std::string& from) {
   const Dictionary target = readSharePoint(session, to);
   if (!isShared(target)) return;
-  // A path is found in any letter case, and what is taken away from the old one would be the new
-  // one's.
+  // Paths are matched case-insensitively, and removals for the old one would affect the new one.
   if (textOf(target, "path") == from) {
     throw failure(
         printable(to) + " differs from " + printable(from) +
@@ -354,7 +356,7 @@ std::string commandForCompleteList(const Session& session, const std::string& fr
          shellWord(to) + " --from -";
 }
 
-// The privileges are the folder's; who moves a share may expect those that it had.
+// Privileges belong to the folder; a user who moves a share may expect the previous ones.
 void notePrivileges(const Session& session, const std::string& from, const std::string& to) {
   try {
     const Dictionary before = readPrivileges(session, from);
@@ -389,11 +391,13 @@ ShareChanges changesOf(const Renaming& renaming, const Dictionary& stored) {
   const auto shortened = [](const std::string& name) {
     return isValidUtf8(name) ? std::string(utf8Prefix(name, kMaximumVspNameLength)) : name;
   };
-  if (!changes.vspName && textOf(stored, "nameOverVSP") == shortened(old)) {
+  if (!changes.vspName && textOf(stored, protocol::kNameOverVSP) == shortened(old)) {
     changes.vspName = shortened(renaming.name);
   }
-  if (!changes.smbName && textOf(stored, "nameOverSMB") == old) changes.smbName = renaming.name;
-  if (!changes.ftpName && textOf(stored, "nameOverFTP") == old) changes.ftpName = renaming.name;
+  if (!changes.smbName && textOf(stored, protocol::kNameOverSMB) == old)
+    changes.smbName = renaming.name;
+  if (!changes.ftpName && textOf(stored, protocol::kNameOverFTP) == old)
+    changes.ftpName = renaming.name;
   return changes;
 }
 

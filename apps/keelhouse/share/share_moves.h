@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "keelhouse/core/credentials.h"
 #include "keelhouse/core/failure.h"
+#include "keelhouse/core/input.h"
 #include "keelhouse/core/session.h"
 
 namespace paddock::keelhouse {

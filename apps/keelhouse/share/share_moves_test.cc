@@ -1,5 +1,4 @@
-// `share move` and `share rename`: what is asked in which order, and what is taken back when a step
-// fails.
+// `share move` and `share rename`: the order of the requests, and what is undone when a step fails.
 #include "keelhouse/share/share_moves.h"
 
 #include "support/keelhouse_commands.h"
@@ -52,7 +51,7 @@ class ShareMoves : public CommandFixture {
     answerRecord("/srv/old");
     daemon_.answer(read(shared("/srv/old", more)));
   }
-  // The sixth to eighth, and so on: each writing looks first whether the share is still there.
+  // The sixth to eighth, and so on: each write first checks whether the share still exists.
   void answerWriting(const std::string& path, int status = 0) {
     daemon_.answer(read(shared(path)));
     daemon_.answer(written(shared(path), status));
@@ -62,7 +61,7 @@ class ShareMoves : public CommandFixture {
   std::string to_;
 };
 
-TEST_F(ShareMoves, ThePathOfTheRecordIsChangedAndTheOldExportGoesWhenTheNewOneIsThere) {
+TEST_F(ShareMoves, RecordPathChangesAndOldExportGoesLast) {
   answerUntilPointed(exported());
   daemon_.answer(kDone);
   answerWriting(to_);
@@ -87,7 +86,7 @@ TEST_F(ShareMoves, ThePathOfTheRecordIsChangedAndTheOldExportGoesWhenTheNewOneIs
   EXPECT_EQ(error_, "");
 }
 
-TEST_F(ShareMoves, ARecordThatWasRemovedMeanwhileIsNotMadeAnew) {
+TEST_F(ShareMoves, ConcurrentlyRemovedRecordIsNotRecreated) {
   answerBefore();
   daemon_.answer(kDone);
   EXPECT_EQ(move(), 1);
@@ -95,7 +94,7 @@ TEST_F(ShareMoves, ARecordThatWasRemovedMeanwhileIsNotMadeAnew) {
   EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(ShareMoves, WhatSomebodyElseMovesOrChangesFirstIsLeftAlone) {
+TEST_F(ShareMoves, ConcurrentMoveOrChangeIsLeftAlone) {
   answerBefore(exported());
   answerRecord("/srv/other");
   EXPECT_EQ(move(), 1);
@@ -113,7 +112,7 @@ TEST_F(ShareMoves, WhatSomebodyElseMovesOrChangesFirstIsLeftAlone) {
   EXPECT_EQ(asked(), 3U + 4U + 5U);
 }
 
-TEST_F(ShareMoves, TheExportIsMovedAsItIsWhenTheRecordIsPointed) {
+TEST_F(ShareMoves, ExportMovesAsFoundAtRecordChange) {
   answerUntilPointed(exported());
   // Asked before it is begun, and when it is pointed.
   daemon_.answerServices("getExports", R"({"status":0,"exports":[]})");
@@ -127,7 +126,7 @@ TEST_F(ShareMoves, TheExportIsMovedAsItIsWhenTheRecordIsPointed) {
   EXPECT_THAT(body(6), Not(HasSubstr("nfsExportRecord")));
 }
 
-TEST_F(ShareMoves, AnIndexAndABackupMarkOfTheOldFolderGo) {
+TEST_F(ShareMoves, OldFolderLosesIndexAndBackupMark) {
   answerUntilPointed(R"(,"isIndexingEnabled":true,"isBackstowBackup":true)");
   daemon_.answer(kDone);
   answerWriting(to_);
@@ -140,7 +139,7 @@ TEST_F(ShareMoves, AnIndexAndABackupMarkOfTheOldFolderGo) {
   EXPECT_THAT(body(7), AllOf(HasSubstr(R"({"isShared":false})"), HasSubstr("/srv/old")));
 }
 
-TEST_F(ShareMoves, OtherPrivilegesAreSaidWithTheCommandThatTakesThemOver) {
+TEST_F(ShareMoves, DifferingPrivilegesAreReportedWithCopyCommand) {
   answerUntilPointed();
   daemon_.answer(kDone);
   answerWriting(to_);
@@ -169,7 +168,7 @@ TEST_F(ShareMoves, ACompleteListIsTakenOverAsSuch) {
                         to_ + " --from -\n");
 }
 
-TEST_F(ShareMoves, OfAFolderThatIsGoneThePrivilegesAreUnknown) {
+TEST_F(ShareMoves, MissingFolderLeavesPrivilegesUnknown) {
   answerUntilPointed();
   daemon_.answer(kDone);
   answerWriting(to_);
@@ -191,7 +190,7 @@ TEST_F(ShareMoves, AFailureOfTheRecordChangesNothingElse) {
   EXPECT_THAT(body(8), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
 }
 
-TEST_F(ShareMoves, AFailureOfTheRestTakesRecordAndExportBack) {
+TEST_F(ShareMoves, LaterFailureRollsBackRecordAndExport) {
   answerUntilPointed(exported());
   daemon_.answer(kDone);
   answerWriting(to_);
@@ -212,7 +211,7 @@ TEST_F(ShareMoves, AFailureOfTheRestTakesRecordAndExportBack) {
   EXPECT_THAT(body(15), HasSubstr(R"({"isDeleted":true,"path":")" + to_ + "\"}"));
 }
 
-TEST_F(ShareMoves, WhereSomebodyElseMovesItOnItStaysAndBothExportsGo) {
+TEST_F(ShareMoves, ConcurrentFurtherMoveStaysAndRemovesBothExports) {
   answerUntilPointed(exported());
   daemon_.answer(kDone);
   daemon_.answer(read(R"({"isShared":false})"));
@@ -240,7 +239,7 @@ TEST_F(ShareMoves, WhatCannotBeTakenBackIsSaid) {
                             Not(HasSubstr("Nothing was moved"))));
 }
 
-TEST_F(ShareMoves, AShareFoundAtAnotherPathMeanwhileIsNoMatterOfLetterCase) {
+TEST_F(ShareMoves, ConcurrentlyMovedShareReportsMoveNotLetterCase) {
   daemon_.answer(read(shared("/srv/elsewhere")));
   EXPECT_EQ(run({"share", "show", "/srv/old"}), 1);
   EXPECT_THAT(error_, AllOf(HasSubstr("the share of /srv/old was moved to /srv/elsewhere"),

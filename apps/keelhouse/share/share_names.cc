@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/reply_status.h"
+#include "protocol/keys.h"
 #include "samba/samba_text.h"
 
 namespace paddock::keelhouse {
@@ -34,7 +34,7 @@ std::string textOf(const Dictionary& dictionary, const char* key) {
   return text != nullptr ? *text : std::string();
 }
 
-// Who else has the name; empty when nobody does.
+// The other owner of the name; empty when there is none.
 std::string holderOf(const Array& sharePoints, const std::string& path, const char* key,
                      const std::string& name) {
   for (const Value& value : sharePoints) {
@@ -53,16 +53,16 @@ void requireFreeNames(const Session& session, const std::string& path,
                       const ShareChanges& changes) {
   const std::pair<const char*, const std::optional<std::string>*> names[] = {
       {"name", &changes.name},
-      {"nameOverVSP", &changes.vspName},
-      {"nameOverSMB", &changes.smbName},
-      {"nameOverFTP", &changes.ftpName}};
+      {protocol::kNameOverVSP, &changes.vspName},
+      {protocol::kNameOverSMB, &changes.smbName},
+      {protocol::kNameOverFTP, &changes.ftpName}};
   if (std::none_of(std::begin(names), std::end(names),
                    [](const auto& name) { return name.second->has_value(); })) {
     return;
   }
   const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
-  requireStatus(reply, "readStatus", "the names of the shares cannot be read");
-  const Array* list = reply.array("sharePointList");
+  requireStatus(reply, protocol::kReadStatus, "the names of the shares cannot be read");
+  const Array* list = reply.array(protocol::kSharePointList);
   if (list == nullptr) return;
   for (const auto& [key, name] : names) {
     if (!*name || !isValidUtf8(**name)) continue;

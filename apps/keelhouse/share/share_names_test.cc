@@ -28,19 +28,19 @@ std::string refusal(Name member, const std::string& name) {
   }
 }
 
-TEST(ShareNames, cannotBeEmpty) {
+TEST(ShareNames, CannotBeEmpty) {
   for (const auto& [option, member] : kNames) {
     EXPECT_EQ(refusal(member, ""), std::string(option) + " cannot be empty");
   }
 }
 
-TEST(ShareNames, areUtf8) {
+TEST(ShareNames, RequireUtf8) {
   for (const auto& [option, member] : kNames) {
     EXPECT_EQ(refusal(member, "a\xFF"), std::string(option) + " is not UTF-8");
   }
 }
 
-TEST(ShareNames, holdNothingThatSteersATerminal) {
+TEST(ShareNames, RejectTerminalControlCharacters) {
   for (const auto& [option, member] : kNames) {
     EXPECT_EQ(refusal(member, "a\n[b]"),
               std::string(option) + " holds a control character: a\\x0A[b]");
@@ -53,7 +53,7 @@ TEST(ShareNames, holdNothingThatSteersATerminal) {
   }
 }
 
-TEST(ShareNames, haveTheLengthThatVspCarries) {
+TEST(ShareNames, AreLimitedToVspLength) {
   EXPECT_EQ(refusal(&ShareChanges::vspName, std::string(31, 'v')), "");
   EXPECT_EQ(refusal(&ShareChanges::vspName, std::string(32, 'v')),
             "--vsp-name can have 31 characters, and has 32");
@@ -62,7 +62,7 @@ TEST(ShareNames, haveTheLengthThatVspCarries) {
   EXPECT_EQ(refusal(&ShareChanges::vspName, accented), "");
 }
 
-TEST(ShareNames, canBeAnythingElse) {
+TEST(ShareNames, AcceptAnyOtherText) {
   for (const char* name : {"it's \"quoted\"", "100 %", "a, b", "%U", "\xF0\x9F\x93\x81",
                            "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D", "-dash", "{}", "#a"}) {
     for (const auto& [option, member] : kNames) EXPECT_EQ(refusal(member, name), "") << option;

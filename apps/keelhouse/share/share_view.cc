@@ -4,7 +4,8 @@
 #include <vector>
 
 #include "keelhouse/core/terminal_text.h"
-#include "keelhouse/share/nfs_client.h"
+#include "keelhouse/share/nfs_exports.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
@@ -15,22 +16,22 @@ constexpr std::string_view kSmbOptions = "smb";
 // Where the exports file has several for the path.
 constexpr std::string_view kExportLines = "exportLines";
 
-// The order in which a person looks for them; others follow in the order of their names.
+// The display order; others follow in the order of their names.
 constexpr std::string_view kOrder[] = {"path",
                                        "name",
-                                       "isSharedOverVSP",
-                                       "nameOverVSP",
-                                       "nameOverSMB",
+                                       protocol::kIsSharedOverVSP,
+                                       protocol::kNameOverVSP,
+                                       protocol::kNameOverSMB,
                                        kSmbOptions,
-                                       "nameOverFTP",
-                                       "nfsExportRecord",
+                                       protocol::kNameOverFTP,
+                                       protocol::kNfsExportRecord,
                                        kExportLines,
-                                       "isAutomounted",
-                                       "automountMountPath",
-                                       "automountFileSystemType",
-                                       "automountDSPath",
-                                       "isBackstowBackup",
-                                       "backstowBackupUUID"};
+                                       protocol::kIsAutomounted,
+                                       protocol::kAutomountMountPath,
+                                       protocol::kAutomountFileSystemType,
+                                       protocol::kAutomountDSPath,
+                                       protocol::kIsBackstowBackup,
+                                       protocol::kBackstowBackupUUID};
 
 bool isOrdered(std::string_view key) {
   for (const auto ordered : kOrder) {
@@ -44,8 +45,8 @@ std::string cell(const std::string* text) {
 }
 
 std::string vspCell(const Dictionary& sharePoint) {
-  if (!sharePoint.boolean("isSharedOverVSP").value_or(false)) return "-";
-  return cell(sharePoint.string("nameOverVSP"));
+  if (!sharePoint.boolean(protocol::kIsSharedOverVSP).value_or(false)) return "-";
+  return cell(sharePoint.string(protocol::kNameOverVSP));
 }
 
 // "host(options) host", or the line itself where it could not be taken apart. Empty without export.
@@ -66,23 +67,23 @@ std::string fileSystemText(std::int64_t type) { return type == 0 ? "VSP" : "NFS"
 
 // "/Network/Library over NFS by /LDAP/site". Empty for a folder that clients do not automount.
 std::string automountText(const Dictionary& sharePoint) {
-  if (!sharePoint.boolean("isAutomounted").value_or(false)) return {};
-  return cell(sharePoint.string("automountMountPath")) + " over " +
-         fileSystemText(sharePoint.integer("automountFileSystemType").value_or(0)) + " by " +
-         cell(sharePoint.string("automountDSPath"));
+  if (!sharePoint.boolean(protocol::kIsAutomounted).value_or(false)) return {};
+  return cell(sharePoint.string(protocol::kAutomountMountPath)) + " over " +
+         fileSystemText(sharePoint.integer(protocol::kAutomountFileSystemType).value_or(0)) +
+         " by " + cell(sharePoint.string(protocol::kAutomountDSPath));
 }
 
 bool isBackup(const Dictionary& sharePoint) {
-  return sharePoint.boolean("isBackstowBackup").value_or(false);
+  return sharePoint.boolean(protocol::kIsBackstowBackup).value_or(false);
 }
 
 std::vector<std::string> tableRow(const Dictionary& sharePoint) {
-  const std::string exported = exportText(sharePoint.dictionary("nfsExportRecord"));
+  const std::string exported = exportText(sharePoint.dictionary(protocol::kNfsExportRecord));
   return {cell(sharePoint.string("path")),
           cell(sharePoint.string("name")),
           vspCell(sharePoint),
-          cell(sharePoint.string("nameOverSMB")),
-          cell(sharePoint.string("nameOverFTP")),
+          cell(sharePoint.string(protocol::kNameOverSMB)),
+          cell(sharePoint.string(protocol::kNameOverFTP)),
           cell(&exported)};
 }
 
@@ -98,10 +99,10 @@ void appendColumn(std::vector<std::vector<std::string>>& rows,
 }
 
 std::string propertyText(std::string_view key, const Value& value) {
-  if (key == "automountFileSystemType" && value.integer() != nullptr) {
+  if (key == protocol::kAutomountFileSystemType && value.integer() != nullptr) {
     return fileSystemText(*value.integer());
   }
-  if (key == "nfsExportRecord") return printable(exportText(value.dictionary()));
+  if (key == protocol::kNfsExportRecord) return printable(exportText(value.dictionary()));
   if (const std::string* text = value.string()) return printable(*text);
   if (const bool* boolean = value.boolean()) return *boolean ? "yes" : "no";
   return wire::writeJson(value);
@@ -186,8 +187,8 @@ std::string formatSharePoint(const Dictionary& sharePoint) {
   std::string lines;
   for (const auto key : kOrder) appendProperty(lines, key, sharePoint.find(key));
   for (const auto& entry : sharePoint) {
-    // Whoever sees the others knows it.
-    if (entry.key != "isShared" && !isOrdered(entry.key)) {
+    // Implied by the others.
+    if (entry.key != protocol::kIsShared && !isOrdered(entry.key)) {
       appendProperty(lines, entry.key, &entry.value);
     }
   }

@@ -5,7 +5,7 @@
 namespace paddock::keelhouse {
 namespace {
 
-TEST(ShareView, listsWhereEachFolderIsPublished) {
+TEST(ShareView, ListsProtocolsOfEachFolder) {
   const Array list{
       Dictionary{
           {"path", "/srv/a"},
@@ -24,7 +24,7 @@ TEST(ShareView, listsWhereEachFolderIsPublished) {
             "/srv/\\x1B  -     -    -      -    -\n");
 }
 
-TEST(ShareView, listsAutomountsAndBackupsWhereThereAreAny) {
+TEST(ShareView, ListsExistingAutomountsAndBackups) {
   const Array list{Dictionary{{"path", "/srv/a"},
                               {"isAutomounted", true},
                               {"automountMountPath", "/Network/\x1B"},
@@ -43,7 +43,7 @@ TEST(ShareView, listsAutomountsAndBackupsWhereThereAreAny) {
             "/srv/c  -     -    -    -    -    -                                     -\n");
 }
 
-TEST(ShareView, showsTheAutomountAndTheBackupBeforeTheRest) {
+TEST(ShareView, ShowsAutomountAndBackupFirst) {
   EXPECT_EQ(formatSharePoint({{"isAutomounted", true},
                               {"automountMountPath", "/Network/Servers/"},
                               {"automountDSPath", "/Local"},
@@ -57,7 +57,7 @@ TEST(ShareView, showsTheAutomountAndTheBackupBeforeTheRest) {
             "backstowBackupUUID: U\nisIndexingEnabled: no\n");
 }
 
-TEST(ShareView, showsEveryPropertyOfOne) {
+TEST(ShareView, ShowsEveryPropertyOfShare) {
   EXPECT_EQ(formatSharePoint({{"isShared", true},
                               {"path", "/srv/a\nb"},
                               {"name", "a"},
@@ -69,7 +69,7 @@ TEST(ShareView, showsEveryPropertyOfOne) {
             "automountFileSystemType: NFS\nmountedOnPath: /\n");
 }
 
-TEST(ShareView, listsWhatIsUnfinishedBelow) {
+TEST(ShareView, ListsUnfinishedRecordsBelowShares) {
   const Array list{Dictionary{{"name", "left"}, {"nameOverSMB", "left"}},
                    Dictionary{{"path", "/srv/a"}, {"name", "a"}},
                    Dictionary{{"name", "re\x1Blative"}, {"path", "srv/b"}}};

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "keelhouse/core/failure.h"
-#include "keelhouse/core/nearest_word.h"
 #include "keelhouse/core/reply_status.h"
+#include "keelhouse/core/suggested_words.h"
 #include "samba/smb_check.h"
 
 namespace paddock::keelhouse {
@@ -145,8 +145,8 @@ void keepWhatOthersChanged(AttributeWrite& write, const AttributeWrite& others) 
   write = std::move(own);
 }
 
-// False when the record is not what `tag` names; nothing is changed then. A record that is gone is
-// not made anew.
+// False when the record is not what `tag` names; nothing is changed then. A deleted record is not
+// created again.
 bool putOptions(const Session& session, const std::string& recordName, AttributeWrite write,
                 const std::string& tag) {
   if (write.attributes.empty() && write.removals.empty()) return true;

@@ -46,10 +46,10 @@ struct ChangedOptions {
   samba::SmbOptions after;
 };
 
-// Makes the changes in the record of that name, and only in the attributes that they are about;
-// when others change the record meanwhile, again with what it has then. Throws Failure for what a
-// share cannot have or Samba does not take, and when there is no such record any more; nothing is
-// changed then. `taken`: options of which it is known already that Samba takes them.
+// Applies the changes to the record of that name, and only to the attributes concerned; repeated on
+// the new contents when the record is changed concurrently. Throws Failure for what a share cannot
+// have or Samba does not accept, and when the record no longer exists; nothing is changed then.
+// `taken`: options that Samba is already known to accept.
 ChangedOptions changeSmbOptions(const Session& session, const std::string& recordName,
                                 const SmbChanges& changes,
                                 const std::optional<samba::SmbOptions>& taken = {});

@@ -4,19 +4,17 @@
 #include <utility>
 #include <vector>
 
-#include "base/printable.h"
+#include "base/text.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/folder_settings.h"
 #include "keelhouse/core/reply_status.h"
 #include "keelhouse/share/begun_share.h"
+#include "protocol/keys.h"
 #include "samba/samba_text.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-constexpr const char* kSharePoint = "sharePointRecord";
-constexpr const char* kSmbName = "nameOverSMB";
 
 std::string textOf(const Dictionary& dictionary, const char* key) {
   const std::string* text = dictionary.string(key);
@@ -26,14 +24,14 @@ std::string textOf(const Dictionary& dictionary, const char* key) {
 // Of the share points but that of `path`, as Samba compares them.
 std::vector<std::string> smbNamesBeside(const Session& session, const std::string& path) {
   const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
-  requireStatus(reply, "readStatus", "the names over SMB cannot be read");
+  requireStatus(reply, protocol::kReadStatus, "the names over SMB cannot be read");
   std::vector<std::string> keys;
-  const Array* list = reply.array("sharePointList");
+  const Array* list = reply.array(protocol::kSharePointList);
   if (list == nullptr) return keys;
   for (const Value& value : *list) {
     const Dictionary* other = value.dictionary();
     if (other == nullptr || textOf(*other, "path") == path) continue;
-    if (const std::string name = textOf(*other, kSmbName); !name.empty()) {
+    if (const std::string name = textOf(*other, protocol::kNameOverSMB); !name.empty()) {
       keys.push_back(samba::shareNameKey(name));
     }
   }
@@ -63,7 +61,7 @@ Dictionary write(const Session& session, const ShareWriting& writing, const Dict
              session, writing.path,
              [&](const Dictionary& read) {
                require(sharePointIn(read, writing.path));
-               return Dictionary{{kSharePoint, record}};
+               return Dictionary{{protocol::kSharePointRecord, record}};
              },
              writing.action, std::move(reading), writing.credentials)
       .after;
@@ -90,7 +88,7 @@ Dictionary writeFirst(const Session& session, const ShareWriting& writing,
 // SMB or that hangs on it.
 Dictionary namesOnly(const Dictionary& record) {
   Dictionary names{{"path", textOf(record, "path")}};
-  for (const char* key : {"name", "nameOverVSP", "nameOverFTP"}) {
+  for (const char* key : {"name", protocol::kNameOverVSP, protocol::kNameOverFTP}) {
     if (const std::string* name = record.string(key)) names.set(key, *name);
   }
   return names;
@@ -119,18 +117,18 @@ Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
   if (changes.empty()) return writeFirst(session, writing, writing.record);
   const samba::SmbOptions options = changedOptions({}, changes);
   requireTaken(session, options, {});
-  const Dictionary first =
-      settingsPart(writeFirst(session, writing, namesOnly(writing.record)), kSharePoint);
+  const Dictionary first = settingsPart(writeFirst(session, writing, namesOnly(writing.record)),
+                                        protocol::kSharePointRecord);
   const std::string name = textOf(first, "name");
   if (name.empty()) throw failure(writing.action + ": the daemon did not say its record's name");
   BegunShare begun(session, writing.path, name, writing.credentials);
   changeSmbOptions(session, name, changes, options);
   Dictionary record = writing.record;
-  for (const char* key : {"name", "nameOverVSP", "nameOverFTP"}) {
+  for (const char* key : {"name", protocol::kNameOverVSP, protocol::kNameOverFTP}) {
     if (const std::string* given = first.string(key)) record.set(key, *given);
   }
-  if (const std::string wanted = textOf(record, kSmbName); !wanted.empty()) {
-    record.set(kSmbName, uniqueSmbName(session, writing.path, wanted));
+  if (const std::string wanted = textOf(record, protocol::kNameOverSMB); !wanted.empty()) {
+    record.set(protocol::kNameOverSMB, uniqueSmbName(session, writing.path, wanted));
   }
   try {
     Dictionary reply = write(session, writing, record, [&](const Dictionary& present) {

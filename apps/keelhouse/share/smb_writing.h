@@ -24,8 +24,9 @@ struct ShareWriting {
 // Each gives the reply of the daemon, and throws Failure, having taken back what it wrote.
 //
 // A new share point: without options in one request; with options first without its name over SMB,
-// so that nobody connects before they count. A folder that somebody else shares meanwhile is left
-// to him, and a record that a refused request left without settings is deleted; notes say so.
+// so that no client connects before they apply. A folder that is concurrently shared by another
+// caller is left to it, and a record that a refused request left without settings is deleted; notes
+// say so.
 Dictionary writeNewShare(const Session& session, const ShareWriting& writing,
                          const SmbChanges& changes);
 

@@ -1,5 +1,5 @@
-// Options over SMB of `share add`, `set` and `show`: what is written when, what is shown, and what
-// is taken back.
+// Options over SMB of `share add`, `set` and `show`: the order of writes, what is shown, and what
+// is undone.
 #include "keelhouse/share/smb_writing.h"
 
 #include <algorithm>
@@ -43,7 +43,7 @@ class SmbWriting : public CommandFixture {
   }
 };
 
-TEST_F(SmbWriting, ANewShareIsPublishedOnlyWhenItsOptionsAreThere) {
+TEST_F(SmbWriting, NewShareIsPublishedAfterItsOptions) {
   const std::string folder = makeFolder("plans");
   const std::string shared =
       R"({"path":")" + folder + R"(","name":"plans-1","nameOverVSP":"plans-2","isShared":true})";
@@ -78,7 +78,7 @@ TEST_F(SmbWriting, ANewShareWithoutOptionsIsOneRequest) {
   EXPECT_EQ(asked(), 2U);
 }
 
-TEST_F(SmbWriting, ANewShareWhoseOptionsCannotBeWrittenIsTakenAway) {
+TEST_F(SmbWriting, NewShareWithUnwritableOptionsIsRemoved) {
   const std::string folder = makeFolder("plans");
   const std::string shared = R"({"path":")" + folder + R"(","name":"plans","isShared":true})";
   daemon_.answer(read(R"({"isShared":false})"));
@@ -94,7 +94,7 @@ TEST_F(SmbWriting, ANewShareWhoseOptionsCannotBeWrittenIsTakenAway) {
   EXPECT_THAT(body(5), HasSubstr(R"("sharePointRecord":{"isShared":false})"));
 }
 
-TEST_F(SmbWriting, AFolderThatOthersShareMeanwhileIsLeftToThem) {
+TEST_F(SmbWriting, ConcurrentlySharedFolderIsLeftAlone) {
   const std::string folder = makeFolder("plans");
   for (const std::vector<std::string>& options :
        {std::vector<std::string>{}, std::vector<std::string>{"--read-only"}}) {
@@ -111,7 +111,7 @@ TEST_F(SmbWriting, AFolderThatOthersShareMeanwhileIsLeftToThem) {
   }
 }
 
-TEST_F(SmbWriting, AShareThatOthersMadeOfTheBegunOneIsNotTakenAway) {
+TEST_F(SmbWriting, BegunShareChangedByOthersIsNotRemoved) {
   const std::string folder = makeFolder("plans");
   const std::string begun = R"({"path":")" + folder + R"(","name":"plans","isShared":true})";
   daemon_.answer(read(R"({"isShared":false})"));
@@ -124,7 +124,7 @@ TEST_F(SmbWriting, AShareThatOthersMadeOfTheBegunOneIsNotTakenAway) {
   EXPECT_THAT(error_, HasSubstr("may be shared in part: see keelhouse share show"));
 }
 
-TEST_F(SmbWriting, ARecordThatWasLeftWithoutSettingsIsDeleted) {
+TEST_F(SmbWriting, LeftoverRecordWithoutSettingsIsDeleted) {
   const std::string folder = makeFolder("plans");
   daemon_.answerServices("checkShare", R"({"status":0,"refusals":[],"unfinished":["plans-1"]})");
   daemon_.answer(read(R"({"isShared":false})"));
@@ -150,7 +150,7 @@ TEST_F(SmbWriting, ARecordThatWasLeftWithoutSettingsIsDeleted) {
                                 "deleted again\n"));
 }
 
-TEST_F(SmbWriting, AShareWhoseExportAloneWasRefusedIsSaidToBeShared) {
+TEST_F(SmbWriting, RefusedExportAloneReportsFolderAsShared) {
   const std::string folder = makeFolder("plans");
   const std::string stored = R"({"path":")" + folder +
                              R"(","name":"plans-1","nameOverVSP":"plans","isSharedOverVSP":true,)"
@@ -171,7 +171,7 @@ TEST_F(SmbWriting, AShareWhoseExportAloneWasRefusedIsSaidToBeShared) {
   EXPECT_EQ(target(3), "GET /v1/requests/r1/log");
 }
 
-TEST_F(SmbWriting, AChangeWritesTheOptionsBeforeTheSharePoint) {
+TEST_F(SmbWriting, ChangeWritesOptionsBeforeSharePoint) {
   answerShared();
   daemon_.answer(R"({"status":0,"record":{"dsAttrTypeNative:paddock_smb_guest":["1"],)"
                  R"("dsAttrTypeNative:paddock_smb_allow_hosts":["10."]}})");
@@ -227,7 +227,7 @@ TEST_F(SmbWriting, AChangeThatFailsTakesTheOptionsBack) {
                              Not(HasSubstr("paddock_smb_guest"))));
 }
 
-TEST_F(SmbWriting, AnOptionThatOthersChangedSinceIsNotTakenBack) {
+TEST_F(SmbWriting, OptionChangedByOthersIsNotRolledBack) {
   answerShared();
   daemon_.answer(R"({"status":0,"record":{"dsAttrTypeNative:paddock_smb_comment":["Old"]}})");
   daemon_.answer(kDone);
@@ -238,7 +238,7 @@ TEST_F(SmbWriting, AnOptionThatOthersChangedSinceIsNotTakenBack) {
   EXPECT_EQ(std::count(all.begin(), all.end(), kPut), 1);
 }
 
-TEST_F(SmbWriting, AChangeOfOtherThingsLeavesTheOptionsAlone) {
+TEST_F(SmbWriting, UnrelatedChangeKeepsOptions) {
   answerShared();
   answerWritten();
   daemon_.answer(kRecord);
@@ -247,7 +247,7 @@ TEST_F(SmbWriting, AChangeOfOtherThingsLeavesTheOptionsAlone) {
             (std::vector<std::string>{"POST /v1/paddock_sharing/readSettings", kWrite, kGet}));
 }
 
-TEST_F(SmbWriting, WhatAShareCannotHaveIsRefusedBeforeAnythingIsWritten) {
+TEST_F(SmbWriting, InvalidOptionIsRefusedBeforeWriting) {
   for (const auto& [words, text] : std::vector<std::pair<std::vector<std::string>, const char*>>{
            {{"--option", "root preexec = /bin/true"}, "\"root preexec\" runs a program"},
            {{"--option", "force user = root"}, "\"force user\" acts for somebody else"},
@@ -270,7 +270,7 @@ TEST_F(SmbWriting, WhatAShareCannotHaveIsRefusedBeforeAnythingIsWritten) {
   }
 }
 
-TEST_F(SmbWriting, AnOptionIsReplacedAndTakenAwayByItsKey) {
+TEST_F(SmbWriting, OptionIsReplacedAndRemovedByKey) {
   const std::string record = R"({"status":0,"record":{"dsAttrTypeNative:paddock_smb_options":)"
                              R"(["max connections = 5","veto files = /a/"]}})";
   answerShared();
@@ -326,7 +326,7 @@ TEST_F(SmbWriting, OptionsAreShown) {
   EXPECT_EQ(error_, "");
 }
 
-TEST_F(SmbWriting, OptionsThatCannotBeReadAreSaidToBeUnknown) {
+TEST_F(SmbWriting, UnreadableOptionsAreReportedAsUnknown) {
   answerShared();
   daemon_.answer(R"({"status":13,"error":"Permission denied"})");
   EXPECT_EQ(run({"share", "show", "/srv/a"}), 0);
@@ -344,7 +344,7 @@ TEST_F(SmbWriting, GuestsThatWriteAreWarnedOf) {
   EXPECT_THAT(error_, StartsWith("keelhouse: warning: guests may write over SMB"));
 }
 
-TEST_F(SmbWriting, AFolderThatIsNotThereIsSaidInTheList) {
+TEST_F(SmbWriting, ListReportsMissingFolder) {
   const std::string folder = makeFolder("there");
   daemon_.answer(R"({"readStatus":0,"sharePointList":[{"path":"/nonexistent/a","name":"a"},)"
                  R"({"path":")" +

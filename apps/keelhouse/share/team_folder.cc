@@ -4,16 +4,15 @@
 #include <filesystem>
 #include <system_error>
 
-#include "base/printable.h"
 #include "base/text.h"
 #include "keelhouse/access/ace.h"
 #include "keelhouse/access/acl_changes.h"
 #include "keelhouse/access/acl_words.h"
-#include "keelhouse/access/folder_mode.h"
 #include "keelhouse/access/folder_privileges.h"
+#include "keelhouse/core/account_names.h"
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/folder_settings.h"
-#include "keelhouse/core/host_accounts.h"
+#include "protocol/keys.h"
 
 namespace paddock::keelhouse {
 
@@ -26,7 +25,7 @@ WantedEntry entryOf(const Team& team) {
   WantedEntry entry;
   entry.who = team.who;
   entry.sent = wireKeys(team.who);
-  entry.sent.set("allowPermission", "YES");
+  entry.sent.set(protocol::kAllowPermission, "YES");
   entry.sent.set("bitmap", parseRights("read,write"));
   entry.sent.set("flags", parseInheritance("inherit"));
   return entry;
@@ -42,7 +41,7 @@ bool hasEntry(const Array& acl, const WantedEntry& wanted, Principals& principal
   });
 }
 
-// A folder that the user may not look into is not said to be empty.
+// A folder that the user may not read is not reported as empty.
 void noteContents(const Session& session, const std::string& path) {
   std::error_code error;
   if (std::filesystem::is_empty(path, error)) return;
@@ -80,8 +79,8 @@ void giveToTeam(const Session& session, const std::string& path, const Team& tea
       session, path,
       [&](const Dictionary& reading) {
         (void)aclOf(requireFolderThere(reading), path);
-        return Dictionary{
-            {"fileAccessPrivs", Dictionary{{"group", team.group}, {"privs", kPermissions}}}};
+        return Dictionary{{protocol::kFileAccessPrivs,
+                           Dictionary{{"group", team.group}, {"privs", kPermissions}}}};
       },
       action);
   setModeBits(session, path, kSetGroupId);
@@ -96,7 +95,7 @@ void giveToTeam(const Session& session, const std::string& path, const Team& tea
         if (!hasEntry(acl, entry, principals)) {
           written.set("acl", sentAcl(withAdded(keptEntries(acl), {entry}, std::nullopt)));
         }
-        return Dictionary{{"fileAccessPrivs", std::move(written)}};
+        return Dictionary{{protocol::kFileAccessPrivs, std::move(written)}};
       },
       action);
   noteContents(session, path);

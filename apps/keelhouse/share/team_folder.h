@@ -1,4 +1,4 @@
-// Folders in which the members of a group work together, at every door.
+// Folders shared by the members of a group, over every protocol and locally.
 #pragma once
 
 #include <string>
@@ -16,10 +16,11 @@ struct Team {
 // Throws Failure for a group that is not there.
 Team findTeam(const Session& session, const std::string& group);
 
-// Makes the folder the team's: its group, mode 2770, so that what is made inside is the group's
-// whoever makes it, and behind the entries that it has one that lets the group read and write in it
-// and in all that is made inside. What is inside already stays as it is; a note says so. Throws
-// Failure before anything is written for a path that is no folder, or whose mode cannot be set.
+// Gives the folder to the team: its group, mode 2770, so that new objects inside belong to the
+// group whatever user creates them, and after the existing entries one that grants the group
+// reading and writing, inherited by new objects. Existing contents are left as they are; a note
+// says so. Throws Failure before anything is written for a path that is no folder, or whose mode
+// cannot be set.
 void giveToTeam(const Session& session, const std::string& path, const Team& team);
 
 }  // namespace paddock::keelhouse

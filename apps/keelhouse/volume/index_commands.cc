@@ -5,14 +5,13 @@
 #include "keelhouse/core/folder_settings.h"
 #include "keelhouse/core/named_share.h"
 #include "keelhouse/core/terminal_text.h"
-#include "keelhouse/share/export_lines.h"
+#include "keelhouse/share/nfs_exports.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-constexpr const char* kIndexing = "isIndexingEnabled";
 
 Dictionary sharedFolder(const Session& session, const std::string& path) {
   Dictionary sharePoint = readSharePoint(session, path);
@@ -24,14 +23,16 @@ Dictionary sharedFolder(const Session& session, const std::string& path) {
 }
 
 bool isIndexed(const Dictionary& sharePoint, const std::string& path) {
-  const auto indexed = sharePoint.boolean(kIndexing);
+  const auto indexed = sharePoint.boolean(protocol::kIsIndexingEnabled);
   if (!indexed) throw failure("the daemon's reply says nothing of the indexing of " + path);
   return *indexed;
 }
 
 void print(const Session& session, const std::string& path, bool indexed) {
   if (session.json) {
-    session.out << wire::writeJsonPretty(Dictionary{{"path", path}, {kIndexing, indexed}}) << '\n';
+    session.out << wire::writeJsonPretty(
+                       Dictionary{{"path", path}, {protocol::kIsIndexingEnabled, indexed}})
+                << '\n';
   } else {
     session.out << printable(path)
                 << (indexed ? " is indexed for search.\n" : " is not indexed.\n");
@@ -45,7 +46,8 @@ ExitStatus switchIndexing(const Session& session, const std::string& typedPath, 
   const std::string* storedPath = stored.string("path");
   const std::string action =
       "the indexing of " + path + " cannot be switched " + (on ? "on" : "off");
-  Dictionary record{{"path", storedPath != nullptr ? *storedPath : path}, {kIndexing, on}};
+  Dictionary record{{"path", storedPath != nullptr ? *storedPath : path},
+                    {protocol::kIsIndexingEnabled, on}};
   const std::string& exported = *record.string("path");
   requireOneExportLine(session, exported, action, false);
   const Dictionary result = writeSharePoint(session, path, std::move(record), action);

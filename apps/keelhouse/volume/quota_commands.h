@@ -9,6 +9,15 @@
 
 namespace paddock::keelhouse {
 
+// Volumes, by the folders on which they are mounted.
+
+// The mount point of the volume that `path`, an absolute one, lies on: itself when it is one.
+// Throws Failure when it cannot be found out, as for a path that is not there.
+std::string volumeRootOf(const std::string& path);
+
+// Throws Failure, naming the volume's root, unless `path` is one.
+void requireVolumeRoot(const std::string& path);
+
 // Volumes are the folders on which they are mounted, as they were typed. Each throws Failure for
 // what it cannot do, also for a folder that is no volume's root.
 ExitStatus showQuotas(const Session& session, const std::string& volume);

@@ -15,7 +15,7 @@ Dictionary usage(const char* name, Value used, Value free, Value limit) {
           {"type", 0}};
 }
 
-TEST(QuotaView, listsUsersThenGroupsThoseWhoUseMostFirst) {
+TEST(QuotaView, ListsUsersThenGroupsByDescendingUsage) {
   EXPECT_EQ(formatQuotas(
                 "/srv", {{"isEnabled", true},
                          {"usr", Array{usage("bob", 1024, 2048, 3072), usage("anna", 5000000, 9, 0),
@@ -29,18 +29,18 @@ TEST(QuotaView, listsUsersThenGroupsThoseWhoUseMostFirst) {
             "group  staff  10 B     20 B     30 B\n");
 }
 
-TEST(QuotaView, saysThatTheyAreOff) {
+TEST(QuotaView, ReportsDisabledQuotas) {
   EXPECT_EQ(formatQuotas("/srv", {{"isEnabled", false}}), "Quotas of /srv are off.\n");
   EXPECT_EQ(formatQuotas("/srv", {}), "Quotas of /srv are off.\n");
 }
 
-TEST(QuotaView, saysThatNobodyIsCounted) {
+TEST(QuotaView, ReportsEmptyAccounting) {
   EXPECT_EQ(formatQuotas("/srv", {{"isEnabled", true}, {"usr", Array{}}}),
             "Quotas of /srv are on.\nNobody is counted there.\n");
   EXPECT_EQ(formatQuotas("/srv", {{"isEnabled", true}}), "Quotas of /srv are on.\n");
 }
 
-TEST(QuotaView, takesTheLargestAmountsAndWhatIsNone) {
+TEST(QuotaView, AcceptsLargestAmountsAndInvalidEntries) {
   const auto largest = Value::fromUnsigned(std::numeric_limits<std::uint64_t>::max());
   EXPECT_EQ(formatQuotas("/\x1B",
                          {{"isEnabled", true},

@@ -19,7 +19,7 @@ class VolumeCommands : public CommandFixture {
     daemon_.answer(R"({"volumeQuotas":)" + quotas + R"(,"removed":[],"status":)" +
                    std::to_string(status) + "}");
   }
-  // What the kernel keeps of nobody.
+  // The reply where the kernel keeps no quotas.
   void answerNotKept() { daemon_.answer(R"({"status":95,"message":"none kept"})"); }
   void answerShare(const std::string& sharePoint) {
     daemon_.answer(readPart("sharePointRecord", sharePoint));
@@ -29,7 +29,7 @@ class VolumeCommands : public CommandFixture {
   }
 };
 
-TEST_F(VolumeCommands, quotaShowPrintsATable) {
+TEST_F(VolumeCommands, QuotaShowPrintsTable) {
   answerQuotas(R"({"isEnabled":true,"usr":[{"name":"anna","used":1536,"free":512,"limit":2048,)"
                R"("type":0}]})");
   answerNotKept();
@@ -42,14 +42,14 @@ TEST_F(VolumeCommands, quotaShowPrintsATable) {
   EXPECT_EQ(body(0), R"({"optionalArguments":{"path":"/"}})");
 }
 
-TEST_F(VolumeCommands, quotaShowPrintsTheDictionaryWithJson) {
+TEST_F(VolumeCommands, QuotaShowPrintsDictionaryWithJson) {
   answerQuotas(R"({"isEnabled":false})");
   answerNotKept();
   EXPECT_EQ(run({"--json", "quota", "show", "/"}), 0);
   EXPECT_EQ(out_, "{\n  \"isEnabled\": false\n}\n");
 }
 
-TEST_F(VolumeCommands, quotaShowReportsAStatusAndAnError) {
+TEST_F(VolumeCommands, QuotaShowReportsStatusAndError) {
   answerQuotas(R"({"isEnabled":false})", 5);
   EXPECT_EQ(run({"quota", "show", "/"}), 1);
   EXPECT_EQ(out_, "");
@@ -69,7 +69,7 @@ TEST_F(VolumeCommands, quotaShowReportsAStatusAndAnError) {
   EXPECT_THAT(error_, HasSubstr("says nothing of the quotas of /"));
 }
 
-TEST_F(VolumeCommands, quotaIsAboutTheRootOfAVolume) {
+TEST_F(VolumeCommands, QuotaRequiresRootOfVolume) {
   for (const char* command : {"show", "on", "off"}) {
     EXPECT_EQ(run({"quota", command, "/proc/self"}), 1);
     EXPECT_THAT(error_, StartsWith("keelhouse: /proc/self is not the root of a volume\nIt lies on "
@@ -80,7 +80,7 @@ TEST_F(VolumeCommands, quotaIsAboutTheRootOfAVolume) {
   EXPECT_EQ(asked(), 0U);
 }
 
-TEST_F(VolumeCommands, quotaOnAndOffSwitch) {
+TEST_F(VolumeCommands, QuotaOnAndOffSwitchQuotas) {
   answerSwitched(R"({"isEnabled":true})");
   answerNotKept();
   EXPECT_EQ(run({"quota", "on", "/"}), 0) << error_;
@@ -94,7 +94,7 @@ TEST_F(VolumeCommands, quotaOnAndOffSwitch) {
   EXPECT_THAT(body(2), HasSubstr(R"("isEnabled":false)"));
 }
 
-TEST_F(VolumeCommands, quotaSendsTheRealPathOfALink) {
+TEST_F(VolumeCommands, QuotaSendsResolvedPathOfSymlink) {
   const std::string link = folder_.path("link");
   std::filesystem::create_symlink("/proc", link);
   answerSwitched(R"({"isEnabled":true})");
@@ -110,7 +110,7 @@ TEST_F(VolumeCommands, quotaSendsTheRealPathOfALink) {
   EXPECT_THAT(body(4), HasSubstr(R"("path":"/proc")"));
 }
 
-TEST_F(VolumeCommands, quotaOnDoesWithoutThePluginOfQuotas) {
+TEST_F(VolumeCommands, QuotaOnSucceedsWithoutQuotaPlugin) {
   daemon_.answer(R"({"error":"no such plug-in"})", 404);
   daemon_.answer(writtenPart("volumeQuotas", R"({"isEnabled":true})"));
   EXPECT_EQ(run({"quota", "on", "/"}), 0) << error_;
@@ -120,7 +120,7 @@ TEST_F(VolumeCommands, quotaOnDoesWithoutThePluginOfQuotas) {
                      R"("optionalArguments":{"path":"/"}})");
 }
 
-TEST_F(VolumeCommands, quotaOnSaysThatItFailed) {
+TEST_F(VolumeCommands, QuotaOnReportsFailure) {
   answerSwitched(R"({"isEnabled":false})", 100080);
   EXPECT_EQ(run({"quota", "on", "/"}), 1);
   EXPECT_EQ(out_, "");
@@ -135,7 +135,7 @@ TEST_F(VolumeCommands, quotaOnSaysThatItFailed) {
   EXPECT_THAT(error_, HasSubstr("cannot be switched on: /: Permission denied"));
 }
 
-TEST_F(VolumeCommands, indexStatusTellsOfASharedFolder) {
+TEST_F(VolumeCommands, IndexStatusReportsSharedFolder) {
   answerShare(R"({"isShared":true,"path":"/srv/a","isIndexingEnabled":true})");
   EXPECT_EQ(run({"index", "status", "/srv/a"}), 0) << error_;
   EXPECT_EQ(out_, "/srv/a is indexed for search.\n");
@@ -147,7 +147,7 @@ TEST_F(VolumeCommands, indexStatusTellsOfASharedFolder) {
   EXPECT_EQ(out_, "{\n  \"isIndexingEnabled\": false,\n  \"path\": \"/srv/a\"\n}\n");
 }
 
-TEST_F(VolumeCommands, indexIsAboutSharedFolders) {
+TEST_F(VolumeCommands, IndexRequiresSharedFolder) {
   for (const char* command : {"status", "on", "off"}) {
     answerShare(R"({"isShared":false})");
     EXPECT_EQ(run({"index", command, "/srv/a"}), 1);
@@ -158,7 +158,7 @@ TEST_F(VolumeCommands, indexIsAboutSharedFolders) {
   EXPECT_EQ(asked(), 3U);
 }
 
-TEST_F(VolumeCommands, indexOnAndOffSendTheFlagAlone) {
+TEST_F(VolumeCommands, IndexOnAndOffSendOnlyFlag) {
   answerShare(R"({"isShared":true,"path":"/srv/A","isIndexingEnabled":false,"name":"a"})");
   answerChanged(R"({"isShared":true,"path":"/srv/A","isIndexingEnabled":true})");
   EXPECT_EQ(run({"index", "on", "/srv/a"}), 0) << error_;
@@ -171,7 +171,7 @@ TEST_F(VolumeCommands, indexOnAndOffSendTheFlagAlone) {
   EXPECT_THAT(body(3), HasSubstr(R"("isIndexingEnabled":false)"));
 }
 
-TEST_F(VolumeCommands, indexOnSaysThatItDidNotComeOn) {
+TEST_F(VolumeCommands, IndexOnReportsIndexingStillOff) {
   answerShare(R"({"isShared":true,"isIndexingEnabled":false})");
   answerChanged(R"({"isShared":true,"isIndexingEnabled":false})");
   EXPECT_EQ(run({"index", "on", "/srv/a"}), 1);
@@ -183,13 +183,13 @@ TEST_F(VolumeCommands, indexOnSaysThatItDidNotComeOn) {
   EXPECT_THAT(error_, HasSubstr(", 100076)"));
 }
 
-TEST_F(VolumeCommands, indexSaysThatTheReplyDoesNotTell) {
+TEST_F(VolumeCommands, IndexReportsReplyWithoutIndexingState) {
   answerShare(R"({"isShared":true})");
   EXPECT_EQ(run({"index", "status", "/srv/a"}), 1);
   EXPECT_THAT(error_, HasSubstr("says nothing of the indexing of /srv/a"));
 }
 
-TEST_F(VolumeCommands, refuseBadWordsBeforeTheyAsk) {
+TEST_F(VolumeCommands, InvalidArgumentsAreRefusedBeforeRequest) {
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"quota"},
            {"quota", "show"},

@@ -1,5 +1,4 @@
-#include "keelhouse/core/options.h"
-#include "keelhouse/core/path_command.h"
+#include "keelhouse/core/command_options.h"
 #include "keelhouse/volume/index_commands.h"
 #include "keelhouse/volume/quota_commands.h"
 

@@ -19,7 +19,7 @@ constexpr std::size_t kFirstBuffer = 4096;
 constexpr std::size_t kLargestBuffer = 16U << 20U;
 constexpr int kMostGroups = 65536;
 
-// Calls one of the reentrant look-ups with a buffer that grows until the answer fits.
+// Calls one of the reentrant lookups with a buffer that grows until the result fits.
 template <typename Entry, typename LookUp, typename Use>
 void lookUp(LookUp call, Use use) {
   for (std::vector<char> buffer(kFirstBuffer); buffer.size() <= kLargestBuffer;

@@ -1,4 +1,4 @@
-// What a user may do.
+// The rights of users.
 #pragma once
 
 #include <sys/types.h>
@@ -13,15 +13,15 @@ class AccessPolicy {
  public:
   AccessPolicy(std::string adminGroup, std::string viewGroup);
 
-  // Root, and the user that the daemon itself runs as, about whom nobody has to be asked.
+  // Root, and the user that the daemon itself runs as: no lookup is needed for them.
   static bool isOwner(uid_t user);
 
-  // Of an owner: everything. Of members of the administrators' group (primary group included):
-  // everything; of the viewers' group: viewing. Asked of the system's users and groups at every
-  // call, so that a change counts at once.
+  // Owners: all rights. Members of the administrators' group (primary group included): all rights;
+  // of the viewers' group: viewing. Looked up in the system's users and groups on every call, so
+  // that a change takes effect at once.
   Rights rightsOf(uid_t user) const;
 
-  // Why the user is refused what takes these rights, and what gives them.
+  // Why the user is refused a request that requires these rights, and what grants them.
   std::string refusal(uid_t user, Rights needed) const;
 
  private:

@@ -1,4 +1,4 @@
-// What a line of the audit log says, and its form.
+// Contents and format of an audit log line.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "daemon/audit/audit_subject.h"
-#include "daemon/http/peer.h"
+#include "daemon/http/listening_socket.h"
 
 namespace paddock {
 
@@ -21,7 +21,7 @@ struct AuditEntry {
   AuditSubject subject;
   std::optional<std::int64_t> status;  // absent: refused
   std::chrono::milliseconds duration{0};
-  std::string parent;           // the request whose program made this one; empty: none
+  std::string parent;           // the request whose program sent this one; empty: none
   std::size_t count = 0;        // of the refused requests that it stands for; 0: of itself
   bool ofSeveralUsers = false;  // that those were; then it is about none of them
 };
@@ -32,11 +32,11 @@ std::string timeText(std::chrono::system_clock::time_point time);
 // The line of an entry, its newline included.
 std::string auditLine(const AuditEntry& entry);
 
-// The same before it is known what becomes of the request.
+// The same before the outcome of the request is known.
 std::string begunLine(const AuditEntry& entry);
 
-// The line of a request whose end nobody saw, made of what begunLine gave: "interrupted". Absent
-// for what is no such line.
+// The line of a request whose outcome is unknown, built from begunLine's: "interrupted". nullopt
+// for any other line.
 std::optional<std::string> interruptedLine(const std::string& begun);
 
 }  // namespace paddock

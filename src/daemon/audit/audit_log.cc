@@ -116,6 +116,7 @@ void AuditLog::writeInterrupted() {
   const auto kept = begun_->kept();
   if (kept.empty()) return;
   const auto written = newest(kNewestBytes);
+  std::deque<Owed> owed;
   for (const auto& [request, begun] : kept) {
     auto line = interruptedLine(begun);
     // Without a whole line it was not begun; the other had come to its end.
@@ -124,9 +125,10 @@ void AuditLog::writeInterrupted() {
       continue;
     }
     logMessage(4, "request " + request + " was interrupted by the end of the daemon: " + *line);
-    owed_.push_back({request, std::move(*line)});
+    owed.push_back({request, std::move(*line)});
   }
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
+  owed_ = std::move(owed);
   if (const int error = writeOwed(); error != 0)
     logMessage(3,
                std::string("audit log not written: ") + systemError(error, "write", path_).what());
@@ -135,7 +137,7 @@ void AuditLog::writeInterrupted() {
 void AuditLog::reopen() {
   try {
     FileDescriptor file = openLog(path_);
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     file_ = std::move(file);
     lineOpen_ = endsInOpenLine(file_.get());
   } catch (const std::exception& error) {
@@ -146,7 +148,7 @@ void AuditLog::reopen() {
 std::vector<std::string> AuditLog::newest(std::size_t limit) const {
   FileDescriptor file;
   {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     file = FileDescriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 3));
   }
   if (!file) throw systemError(errno, "open", path_);
@@ -154,19 +156,19 @@ std::vector<std::string> AuditLog::newest(std::size_t limit) const {
 }
 
 void AuditLog::write(const AuditEntry& entry) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   append(entry);
 }
 
 void AuditLog::writeRefusal(const AuditEntry& entry) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto now = RefusalRate::Clock::now();
   for (const AuditEntry& counted : refusals_.due(now)) append(counted);
   if (refusals_.take(entry, now)) append(entry);
 }
 
 void AuditLog::tick() {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const AuditEntry& counted : refusals_.due(RefusalRate::Clock::now())) append(counted);
   (void)writeOwed();  // it was said when it failed first
 }
@@ -207,18 +209,19 @@ int AuditLog::writeLine(std::string line, bool durable) {
   if (const int error = reopenWhenGone(); error != 0) return error;
   if (lineOpen_) line.insert(line.begin(), '\n');
   // One call per line, so that lines never mix.
+  const int file = file_.get();
   const auto written =
-      retryOnInterrupt([this, &line] { return ::write(file_.get(), line.data(), line.size()); });
+      retryOnInterrupt([file, &line] { return ::write(file, line.data(), line.size()); });
   const int error = written < 0 ? errno : ENOSPC;
   if (written == static_cast<ssize_t>(line.size())) {
     lineOpen_ = false;
-    return durable ? errnoOf([this] { return ::fdatasync(file_.get()); }) : 0;
+    return durable ? errnoOf([file] { return ::fdatasync(file); }) : 0;
   }
   lineOpen_ = lineOpen_ || written > 0;
   return error;
 }
 
-// What is written to a file without a name, nobody reads.
+// Output to an unlinked file would be lost.
 int AuditLog::reopenWhenGone() {
   struct stat status {};
   if (::fstat(file_.get(), &status) != 0) return errno;
@@ -249,7 +252,7 @@ void AuditLog::begin(const AuditEntry& entry, bool required) {
   const std::string line = begunLine(entry);
   const std::size_t bytes = required ? line.size() + kEndOfLine : 0;
   {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (const int error = required ? makeSure(bytes) : 0; error != 0)
       throw systemError(error, "write", path_);
     underWay_[entry.request] = {bytes, required};
@@ -267,7 +270,7 @@ void AuditLog::begin(const AuditEntry& entry, bool required) {
 }
 
 void AuditLog::end(const std::string& request) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   underWay_.erase(request);
   const bool isOwed = std::any_of(owed_.begin(), owed_.end(),
                                   [&request](const Owed& owed) { return owed.request == request; });

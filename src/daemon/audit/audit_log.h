@@ -1,15 +1,15 @@
-// The audit log: one JSON object per line and changing request. Any thread may call.
+// The audit log: one JSON object per line and changing request. Thread-safe.
 #pragma once
 
 #include <cstddef>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
+#include "base/mutex.h"
 #include "daemon/audit/audit_entry.h"
 #include "daemon/audit/begun_changes.h"
 #include "daemon/audit/refusal_rate.h"
@@ -18,22 +18,22 @@ namespace paddock {
 
 class AuditLog {
  public:
-  // Throws std::system_error when the file cannot be opened. `begunFolder`: where changes leave
-  // their trace while they are made (empty: nowhere); those that an earlier daemon did not come to
-  // the end of get their lines now.
+  // Throws std::system_error when the file cannot be opened. `begunFolder`: where changes are
+  // recorded while in progress (empty: nowhere); those that an earlier daemon did not finish are
+  // logged now.
   explicit AuditLog(std::string path, const std::string& begunFolder = {});
   AuditLog(const AuditLog&) = delete;
   AuditLog& operator=(const AuditLog&) = delete;
-  // Writes the lines of refused requests that were only counted yet.
+  // Writes the lines of refused requests that were only counted so far.
   ~AuditLog();
 
-  // Opens the path again, after it was moved away. On failure the open file stays in use.
+  // Reopens the path after it was renamed. On failure the open file stays in use.
   void reopen();
-  // A failure goes to the system log. A file that somebody deleted is made again.
+  // A failure is reported to the system log. A deleted file is recreated.
   void write(const AuditEntry& entry);
-  // The same for a refused request, of which only so many have lines of their own (refusal_rate.h).
+  // The same for a refused request, subject to rate limiting (refusal_rate.h).
   void writeRefusal(const AuditEntry& entry);
-  // Once a second: writes what is due, and what could not be written before.
+  // Called once a second: writes what is due, and retries what could not be written.
   void tick();
 
   // The newest lines of the open file, in their order and without their ends: at most `limit`, and
@@ -56,31 +56,33 @@ class AuditLog {
   void begin(const AuditEntry& entry, bool required);
   void end(const std::string& request);
   void writeInterrupted();
-  // These hold the mutex. Errno values: 0 when it was done.
-  void append(const AuditEntry& entry);
-  int appendLine(const AuditEntry& entry, const std::string& line);
-  int makeSure(std::size_t bytes);
-  int writeOwed();
-  int writeLine(std::string line, bool durable);
-  int reopenWhenGone();
-  std::size_t reserved() const;
+  // Returns 0 or an errno.
+  void append(const AuditEntry& entry) PADDOCK_REQUIRES(mutex_);
+  int appendLine(const AuditEntry& entry, const std::string& line) PADDOCK_REQUIRES(mutex_);
+  int makeSure(std::size_t bytes) PADDOCK_REQUIRES(mutex_);
+  int writeOwed() PADDOCK_REQUIRES(mutex_);
+  int writeLine(std::string line, bool durable) PADDOCK_REQUIRES(mutex_);
+  int reopenWhenGone() PADDOCK_REQUIRES(mutex_);
+  std::size_t reserved() const PADDOCK_REQUIRES(mutex_);
 
   std::string path_;
   std::optional<BegunChanges> begun_;
-  mutable std::mutex mutex_;
-  FileDescriptor file_;
-  bool lineOpen_ = false;  // the last line could be written in part only
-  RefusalRate refusals_;
-  std::map<std::string, UnderWay> underWay_;
-  std::deque<Owed> owed_;  // lines of changes that could not be written; the oldest first
+  mutable Mutex mutex_;
+  FileDescriptor file_ PADDOCK_GUARDED_BY(mutex_);
+  // The last line was written only partially.
+  bool lineOpen_ PADDOCK_GUARDED_BY(mutex_) = false;
+  RefusalRate refusals_ PADDOCK_GUARDED_BY(mutex_);
+  std::map<std::string, UnderWay> underWay_ PADDOCK_GUARDED_BY(mutex_);
+  // Lines of changes that could not be written, oldest first.
+  std::deque<Owed> owed_ PADDOCK_GUARDED_BY(mutex_);
 };
 
-// A change from before it is made until its line is written: were the daemon to end in between, the
-// next one would write that it was begun.
+// A change from before it is made until its line is written: if the daemon ends in between, the
+// next one logs that it was begun.
 class AuditedChange {
  public:
-  // `required`: throws std::system_error when a line of it could not be written, which is made sure
-  // before and on the disk after it.
+  // `required`: throws std::system_error when its line could not be written; that is ensured before
+  // the change, and synced to disk after it.
   AuditedChange(AuditLog& log, const AuditEntry& entry, bool required);
   AuditedChange(const AuditedChange&) = delete;
   AuditedChange& operator=(const AuditedChange&) = delete;

@@ -66,7 +66,7 @@ TEST(AuditLog, LinesAreAppended) {
   EXPECT_EQ(readWholeFile(folder.path("log")), "before\n" + auditLine(someEntry()));
 }
 
-TEST(AuditLog, TheNewestLinesAreReadFromTheOpenFile) {
+TEST(AuditLog, NewestLinesAreReadFromOpenFile) {
   const TestFolder folder;
   writeWholeFile(folder.path("log"), "1\n2\n\n3\n");
   const AuditLog log(folder.path("log"));
@@ -108,7 +108,7 @@ TEST(AuditLog, ALinkAndAFolderAreRefused) {
   EXPECT_THROW(AuditLog log(folder.path()), std::system_error);
 }
 
-TEST(AuditLog, KeepsItsFileWhenItCannotBeOpenedAgain) {
+TEST(AuditLog, FailedReopeningKeepsCurrentFile) {
   const TestFolder folder;
   installLogSink([](int, const std::string&) {});
   AuditLog log(folder.path("log"));
@@ -120,7 +120,7 @@ TEST(AuditLog, KeepsItsFileWhenItCannotBeOpenedAgain) {
   installLogSink(nullptr);
 }
 
-TEST(AuditLog, ALineThatCouldBeWrittenInPartOnlyDoesNotSpoilTheNext) {
+TEST(AuditLog, PartiallyWrittenLineDoesNotCorruptNextLine) {
   const TestFolder folder;
   int complaints = 0;
   installLogSink([&complaints](int, const std::string&) { ++complaints; });
@@ -141,7 +141,7 @@ TEST(AuditLog, ALineThatCouldBeWrittenInPartOnlyDoesNotSpoilTheNext) {
   EXPECT_EQ(readWholeFile(folder.path("log")), line.substr(0, 10) + "\n" + line);
 }
 
-TEST(AuditLog, RefusalsBeyondTenAreOneLineThatSaysHowMany) {
+TEST(AuditLog, RefusalsBeyondTenShareOneCountedLine) {
   const TestFolder folder;
   {
     AuditLog log(folder.path("log"));

@@ -4,6 +4,7 @@
 
 #include "base/state_text.h"
 #include "base/text.h"
+#include "protocol/keys.h"
 
 namespace paddock {
 
@@ -45,7 +46,7 @@ std::vector<std::string> pathsIn(const Dictionary& request) {
   }
   const Dictionary* configuration = request.dictionary("configuration");
   const Array* records =
-      configuration != nullptr ? configuration->array("sharePointList") : nullptr;
+      configuration != nullptr ? configuration->array(protocol::kSharePointList) : nullptr;
   if (records == nullptr) return paths;
   for (const Value& record : *records) {
     if (record.dictionary() != nullptr) addPath(paths, record.dictionary()->string("path"));
@@ -55,8 +56,8 @@ std::vector<std::string> pathsIn(const Dictionary& request) {
 
 // Of the trial of an administrator's password.
 void nameAdministrator(AuditSubject& subject, const Dictionary& request) {
-  subject.node = textUnder(request, "dsNodeName");
-  subject.name = textUnder(request, "dsAdminName");
+  subject.node = textUnder(request, protocol::kDsNodeName);
+  subject.name = textUnder(request, protocol::kDsAdminName);
 }
 
 void nameRecord(AuditSubject& subject, const Dictionary& request) {
@@ -90,23 +91,23 @@ Array valuesAt(const Dictionary& whole, const Dictionary& once, const char* key)
 
 AuditSubject subjectOf(std::string_view plugin, const Dictionary& request) {
   AuditSubject subject;
-  const Dictionary* arguments = request.dictionary("optionalArguments");
+  const Dictionary* arguments = request.dictionary(protocol::kOptionalArguments);
   if (arguments != nullptr) subject.path = textUnder(*arguments, "path");
   if (!subject.path) subject.path = textUnder(request, "path");
   if (!subject.path) subject.paths = pathsIn(request);
   if (plugin == kDirectoryPlugin) nameRecord(subject, request);
-  if (request.contains("dsAdminName")) nameAdministrator(subject, request);
+  if (request.contains(protocol::kDsAdminName)) nameAdministrator(subject, request);
   return subject;
 }
 
 bool carriesCredentials(const Dictionary& request) {
-  return request.contains("adminUserName") || request.contains("adminPassword");
+  return request.contains(protocol::kAdminUserName) || request.contains(protocol::kAdminPassword);
 }
 
 AuditSubject subjectOfAttempt(const Dictionary& request) {
   AuditSubject subject;
   subject.node = request.contains("node") ? nameUnder(request, "node") : kLocalNode;
-  subject.name = nameUnder(request, "adminUserName");
+  subject.name = nameUnder(request, protocol::kAdminUserName);
   return subject;
 }
 
@@ -117,17 +118,18 @@ std::vector<std::string> namesTried(const Dictionary& request) {
     const std::string* password = from.string(passwordKey);
     if (name != nullptr && password != nullptr && !password->empty()) names.push_back(*name);
   };
-  add(request, "adminUserName", "adminPassword");
-  add(request, "dsAdminName", "dsAdminPW");
-  if (const Array* credentials = request.array("dsCredentials")) {
+  add(request, protocol::kAdminUserName, protocol::kAdminPassword);
+  add(request, protocol::kDsAdminName, protocol::kDsAdminPW);
+  if (const Array* credentials = request.array(protocol::kDsCredentials)) {
     for (const Value& one : *credentials)
-      if (one.dictionary() != nullptr) add(*one.dictionary(), "adminUserName", "adminPassword");
+      if (one.dictionary() != nullptr)
+        add(*one.dictionary(), protocol::kAdminUserName, protocol::kAdminPassword);
   }
   return names;
 }
 
 bool mayBeTold(const Dictionary& request, const std::string& name) {
-  for (const char* key : {"adminUserName", "dsAdminName"}) {
+  for (const char* key : {protocol::kAdminUserName, protocol::kDsAdminName}) {
     const std::string* told = request.string(key);
     if (told != nullptr && *told == name) return true;
   }
@@ -141,7 +143,7 @@ bool RepeatedRequests::isRepeat(const Asked& asked, const Dictionary* once,
       stateText(Array{asked.user, asked.operation, valuesAt(asked.request, *once, "request")});
   if (key.size() > kLongestKey) return false;
   const std::string state = stateText(valuesAt(reply, *once, "reply"));
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (states_.size() >= kMostKept) states_.clear();
   std::string& last = states_[std::move(key)];
   if (last == state) return true;

@@ -1,14 +1,14 @@
-// What a changing request is about, for its audit line.
+// The subject of a changing request, for its audit line.
 #pragma once
 
 #include <cstddef>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/value.h"
 
 namespace paddock {
@@ -22,43 +22,42 @@ struct AuditSubject {
   std::optional<std::string> name;
 };
 
-// How many paths a line names; the others of a longer list are left out.
+// Maximum number of paths in a line; the rest of a longer list is omitted.
 inline constexpr std::size_t kMostAuditedPaths = 1000;
 
-// Of a request as it came: what has another type than it should is left out, and what is longer
-// than a path can be is cut.
+// From an unvalidated request: values of the wrong type are omitted, and values longer than a path
+// can be are truncated.
 AuditSubject subjectOf(std::string_view plugin, const Dictionary& request);
 
-// Whether a request that reads brings credentials, with which it would try a password.
+// Whether a reading request carries credentials, and so would try a password.
 bool carriesCredentials(const Dictionary& request);
-// Of such a request: the user whose password is tried, and the node.
+// For such a request: the user whose password is tried, and the node.
 AuditSubject subjectOfAttempt(const Dictionary& request);
-// The names of the users whose passwords a request may try, as they stand in it. An empty password
-// is nobody's, and none is tried.
+// The names of the users whose passwords a request may try, verbatim. An empty password matches no
+// user, and is not tried.
 std::vector<std::string> namesTried(const Dictionary& request);
-// Whether the name is among those that may be told: "dsCredentials" are secret as a whole.
+// Whether the name may be disclosed: "dsCredentials" are secret as a whole.
 bool mayBeTold(const Dictionary& request, const std::string& name);
 
-// Requests that only ask how something goes on, again and again, count as one for as long as the
-// answer tells the same state. Which operations these are their plug-ins say (paddock/plugin.h).
-// Any thread.
+// Polling requests count as one for as long as the reply reports the same state. Their plug-ins
+// declare which operations these are (paddock/plugin.h). Thread-safe.
 class RepeatedRequests {
  public:
-  // Whose request of which operation; "PLUGIN/OPERATION".
+  // The user and the operation, "PLUGIN/OPERATION".
   struct Asked {
     unsigned user = 0;
     std::string operation;
     const Dictionary& request;
   };
   // `once` is "auditedOnce" of the operation's description: false without it, and otherwise whether
-  // the user was answered the same by the last request for the same.
+  // the user's last identical request had the same answer.
   bool isRepeat(const Asked& asked, const Dictionary* once, const Dictionary& reply);
 
  private:
   static constexpr std::size_t kMostKept = 1000;
 
-  std::mutex mutex_;
-  std::map<std::string, std::string> states_;
+  Mutex mutex_;
+  std::map<std::string, std::string> states_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

@@ -12,7 +12,7 @@ using ::testing::SizeIs;
 constexpr std::string_view kSharing = "paddock_sharing";
 constexpr std::string_view kDirectory = "paddock_directory";
 
-TEST(AuditSubjects, APathIsThatOfTheArgumentsOrTheRequest) {
+TEST(AuditSubjects, PathComesFromArgumentsOrRequest) {
   EXPECT_EQ(
       subjectOf(kSharing, {{"optionalArguments", Dictionary{{"path", "/a"}}}, {"path", "/b"}}).path,
       "/a");
@@ -26,14 +26,14 @@ TEST(AuditSubjects, AListOfPathsIsNamedWhole) {
   EXPECT_THAT(subject.paths, ElementsAre("/a", "/b"));
 }
 
-TEST(AuditSubjects, SharePointsOfTheWholeServerAreNamedByTheirPaths) {
+TEST(AuditSubjects, WholeServerSharePointsAreNamedByPath) {
   const Array records{Dictionary{{"path", "/a"}}, "none", Dictionary{{"name", "b"}},
                       Dictionary{{"path", "/c"}}};
   const Dictionary request{{"configuration", Dictionary{{"sharePointList", records}}}};
   EXPECT_THAT(subjectOf(kSharing, request).paths, ElementsAre("/a", "/c"));
 }
 
-TEST(AuditSubjects, OfAReadingThatTriesAPasswordTheUserAndTheNodeAreNamed) {
+TEST(AuditSubjects, PasswordCheckWhileReadingNamesUserAndNode) {
   const Dictionary request{{"type", "users"}, {"name", "carl"}, {"adminUserName", "root"}};
   EXPECT_TRUE(carriesCredentials(request));
   EXPECT_EQ(subjectOfAttempt(request).name, "root");
@@ -51,7 +51,7 @@ TEST(AuditSubjects, ALongNameMakesNoLongLine) {
   EXPECT_EQ(subjectOf(kSharing, {{"path", "/" + name}}).path->size(), 4099U);
 }
 
-TEST(AuditSubjects, TheNamesThatARequestMayTryAreThoseOfAllItsCredentials) {
+TEST(AuditSubjects, TriedNamesIncludeAllCredentialsOfRequest) {
   const Array credentials{
       Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "secret"}, {"adminPassword", "x"}},
       Dictionary{{"nodePath", "/LDAP/a"}, {"adminUserName", "without"}}, 7};
@@ -72,7 +72,7 @@ TEST(AuditSubjects, AListIsNamedUpToABound) {
   EXPECT_THAT(subjectOf(kSharing, request).paths, SizeIs(kMostAuditedPaths));
 }
 
-TEST(AuditSubjects, ARecordIsNamedByNodeTypeAndName) {
+TEST(AuditSubjects, RecordIsNamedByNodeTypeAndName) {
   const Dictionary request{{"node", "/LDAP/a"}, {"type", "t"}, {"name", "n"}, {"password", "p"}};
   const AuditSubject subject = subjectOf(kDirectory, request);
   EXPECT_EQ(subject.node, "/LDAP/a");
@@ -84,7 +84,7 @@ TEST(AuditSubjects, ARecordIsNamedByNodeTypeAndName) {
   EXPECT_EQ(subjectOf(kSharing, request).name, std::nullopt);
 }
 
-class RepeatedRequestsTest : public ::testing::Test {
+class RequestRepetition : public ::testing::Test {
  protected:
   static Dictionary run(int pid) { return {{"pid", pid}, {"file", "/tmp/f"}}; }
   static Dictionary state(const char* word, int items) {
@@ -100,7 +100,7 @@ class RepeatedRequestsTest : public ::testing::Test {
   RepeatedRequests requests_;
 };
 
-TEST_F(RepeatedRequestsTest, ARunCountsOncePerState) {
+TEST_F(RequestRepetition, ARunCountsOncePerState) {
   EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
   EXPECT_TRUE(isRepeat(0, 1, state("running", 2)));
   EXPECT_FALSE(isRepeat(0, 1, state("completed", 3)));
@@ -108,23 +108,23 @@ TEST_F(RepeatedRequestsTest, ARunCountsOncePerState) {
   EXPECT_FALSE(isRepeat(0, 1, {{"error", "x"}}));
 }
 
-TEST_F(RepeatedRequestsTest, AnotherRunAndAnotherUserCountThemselves) {
+TEST_F(RequestRepetition, AnotherRunAndAnotherUserCountThemselves) {
   EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
   EXPECT_FALSE(isRepeat(0, 2, state("running", 1)));
   EXPECT_FALSE(isRepeat(7, 1, state("running", 1)));
 }
 
-TEST_F(RepeatedRequestsTest, OperationsOfWhichThatIsNotSaidCountEachTime) {
+TEST_F(RequestRepetition, OperationsWithoutRepeatRuleCountEachTime) {
   for (int count = 0; count < 2; ++count)
     EXPECT_FALSE(requests_.isRepeat({0, "a/follow", run(1)}, nullptr, {}));
 }
 
-TEST_F(RepeatedRequestsTest, OperationsAreApart) {
+TEST_F(RequestRepetition, OperationsAreApart) {
   EXPECT_FALSE(isRepeat(0, 1, state("running", 1)));
   EXPECT_FALSE(requests_.isRepeat({0, "b/follow", run(1)}, &once_, state("running", 1)));
 }
 
-TEST_F(RepeatedRequestsTest, WhatIsAskedAtLengthIsNotKept) {
+TEST_F(RequestRepetition, WhatIsAskedAtLengthIsNotKept) {
   const Dictionary request{{"file", std::string(10000, 'x')}};
   for (int count = 0; count < 2; ++count)
     EXPECT_FALSE(requests_.isRepeat({0, "a/follow", request}, &once_, {}));

@@ -1,22 +1,22 @@
-// What the daemon has begun and not yet written an audit line of: a file for each request, so that
-// a crash in between leaves a trace. Any thread may call.
+// Changes in progress, without an audit line yet: one file per request, so that a crash in between
+// leaves a trace. Thread-safe.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock {
 
 class BegunChanges {
  public:
-  // Makes the folder when it is missing. Throws std::system_error.
+  // Creates the folder when it is missing. Throws std::system_error.
   explicit BegunChanges(std::string folder);
 
-  // Keeps the line of a request that begins. `durable`: also when the power fails. Throws
-  // std::system_error when it cannot be kept, and nothing is left of it then.
+  // Stores the line of a request that begins. `durable`: synced, so that it survives a power
+  // failure. Throws std::system_error on failure, and then leaves nothing behind.
   void keep(const std::string& request, std::string_view line, bool durable);
   void forget(const std::string& request);
 
@@ -24,7 +24,7 @@ class BegunChanges {
     std::string request;
     std::string line;
   };
-  // What is kept, by request. What cannot be read is in the log, and left out.
+  // The stored lines, by request. Unreadable ones are logged and omitted.
   std::vector<Kept> kept() const;
 
  private:

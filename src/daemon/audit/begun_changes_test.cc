@@ -1,5 +1,5 @@
-// What is left of changes whose end nobody saw, and changes that are refused because no line could
-// be written of them.
+// Traces of changes whose end was not observed, and changes that are refused because no audit line
+// could be written for them.
 
 #include "daemon/audit/begun_changes.h"
 
@@ -34,12 +34,12 @@ AuditEntry change(const std::string& request = "r-1") {
   return entry;
 }
 
-class BegunChangesTest : public ::testing::Test {
+class BegunChangeTraces : public ::testing::Test {
  protected:
-  BegunChangesTest() {
+  BegunChangeTraces() {
     installLogSink([this](int, const std::string& line) { messages_.push_back(line); });
   }
-  ~BegunChangesTest() override { installLogSink(nullptr); }
+  ~BegunChangeTraces() override { installLogSink(nullptr); }
 
   std::string log() const { return folder_.path("audit.jsonl"); }
   std::string begun() const { return folder_.path("begun"); }
@@ -67,7 +67,7 @@ class BegunChangesTest : public ::testing::Test {
   std::vector<std::string> messages_;
 };
 
-TEST_F(BegunChangesTest, AChangeThatEndsLeavesItsLineAlone) {
+TEST_F(BegunChangeTraces, AChangeThatEndsLeavesItsLineAlone) {
   AuditEntry done = change();
   done.status = 0;
   {
@@ -82,7 +82,7 @@ TEST_F(BegunChangesTest, AChangeThatEndsLeavesItsLineAlone) {
   EXPECT_THAT(messages_, IsEmpty());
 }
 
-TEST_F(BegunChangesTest, AKilledDaemonLeavesATraceOfTheChangeThatItMade) {
+TEST_F(BegunChangeTraces, KilledDaemonLeavesTraceOfChange) {
   for (const bool required : {false, true}) {
     std::filesystem::remove(log());
     killWhileChanging(required, false);
@@ -97,7 +97,7 @@ TEST_F(BegunChangesTest, AKilledDaemonLeavesATraceOfTheChangeThatItMade) {
   }
 }
 
-TEST_F(BegunChangesTest, WhatWasWrittenBeforeTheEndIsNotToldTwice) {
+TEST_F(BegunChangeTraces, AlreadyWrittenLineIsNotRepeated) {
   killWhileChanging(false, true);
   const std::string line = readWholeFile(log());
   EXPECT_THAT(line, HasSubstr("\"status\":0"));
@@ -107,7 +107,7 @@ TEST_F(BegunChangesTest, WhatWasWrittenBeforeTheEndIsNotToldTwice) {
   EXPECT_EQ(filesLeft(), 0U);
 }
 
-TEST_F(BegunChangesTest, ATraceThatIsCutShortWasNoChange) {
+TEST_F(BegunChangeTraces, TruncatedTraceCountsAsNoChange) {
   std::filesystem::create_directory(begun());
   std::filesystem::permissions(begun(), std::filesystem::perms::owner_all);
   writeWholeFile(begun() + "/r-9", R"({"operation":"writeSet)");
@@ -116,7 +116,7 @@ TEST_F(BegunChangesTest, ATraceThatIsCutShortWasNoChange) {
   EXPECT_EQ(filesLeft(), 0U);
 }
 
-TEST_F(BegunChangesTest, ADeletedLogIsMadeAgain) {
+TEST_F(BegunChangeTraces, ADeletedLogIsMadeAgain) {
   AuditLog audit(log(), begun());
   std::filesystem::remove(log());
   const AuditedChange made(audit, change(), true);
@@ -126,7 +126,7 @@ TEST_F(BegunChangesTest, ADeletedLogIsMadeAgain) {
   EXPECT_EQ(readWholeFile(log()), auditLine(done));
 }
 
-TEST_F(BegunChangesTest, AChangeIsRefusedWhereItsLineWouldHaveNoPlace) {
+TEST_F(BegunChangeTraces, ChangeWithoutWritableLogIsRefused) {
   AuditLog audit(log(), begun());
   std::filesystem::remove(log());
   std::filesystem::create_directory(log());
@@ -138,7 +138,7 @@ TEST_F(BegunChangesTest, AChangeIsRefusedWhereItsLineWouldHaveNoPlace) {
 }
 
 // On a volume of the test's own.
-class FullVolume : public BegunChangesTest {
+class FullVolume : public BegunChangeTraces {
  protected:
   void SetUp() override {
     if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
@@ -170,7 +170,7 @@ TEST_F(FullVolume, AChangeIsRefusedBeforeItIsMade) {
   });
 }
 
-TEST_F(FullVolume, AChangeThatWasLetInHasItsPlace) {
+TEST_F(FullVolume, AdmittedChangeHasReservedSpace) {
   withVolume([this] {
     AuditLog audit(logThere(), begun());
     AuditEntry done = change();
@@ -189,7 +189,7 @@ TEST_F(FullVolume, AChangeThatWasLetInHasItsPlace) {
   });
 }
 
-TEST_F(FullVolume, ALineThatCouldNotBeWrittenFollowsOrIsToldByTheNextDaemon) {
+TEST_F(FullVolume, UnwrittenLineFollowsLaterOrAfterRestart) {
   withVolume([this] {
     AuditEntry done = change();
     done.status = 0;

@@ -27,7 +27,7 @@ PasswordDelays::Clock::duration PasswordDelays::delayAfter(unsigned failures) {
 
 std::optional<PasswordDelays::Clock::duration> PasswordDelays::takeTurn(
     uid_t user, const std::vector<std::string>& names, Clock::time_point now) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<Failures*> counted;
   Clock::time_point turn = now;
   for (const std::string& name : names) {
@@ -43,7 +43,7 @@ std::optional<PasswordDelays::Clock::duration> PasswordDelays::takeTurn(
 }
 
 void PasswordDelays::note(uid_t user, const std::string& name, bool passed, Clock::time_point now) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const Key key = keyOf(user, name);
   if (passed) {
     failures_.erase(key);

@@ -1,11 +1,10 @@
-// Who tries passwords that do not match has to wait longer each time, so that nobody finds one by
-// trying.
+// Exponential back-off for failed password attempts, against guessing.
 //
-// Counted for each user who asks and each name that is tried, whatever the node and the letter
-// case: kFree failures cost nothing, each further one doubles the time that must pass before the
-// next attempt, from kFirst up to kLongest. A password that matches ends the count, and so does
-// kForgotten without an attempt. At most kMostKept names are counted; the one that failed least
-// often makes room for a new one. Measured by a clock that nobody can set. Any thread may call.
+// Counted per calling user and name tried, whatever the node and the letter case: kFree failures
+// cost nothing, each further one doubles the time that must pass before the next attempt, from
+// kFirst up to kLongest. A password that matches resets the count, and so does kForgotten without
+// an attempt. At most kMostKept names are counted; the one with the fewest failures is evicted for
+// a new one. Measured by a monotonic clock. Thread-safe.
 #pragma once
 
 #include <sys/types.h>
@@ -13,11 +12,12 @@
 #include <chrono>
 #include <cstddef>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "base/mutex.h"
 
 namespace paddock {
 
@@ -32,11 +32,11 @@ class PasswordDelays {
   static constexpr std::chrono::minutes kForgotten{15};
   static constexpr std::size_t kMostKept = 1024;
 
-  // How long the user has to wait with an attempt for these names, which has its turn then; absent
-  // when that would be longer than kLongestWait, and then it has none.
+  // Reserves the next attempt for these names and returns how long the user has to wait for it;
+  // nullopt, without a reservation, when that would exceed kLongestWait.
   std::optional<Clock::duration> takeTurn(uid_t user, const std::vector<std::string>& names,
                                           Clock::time_point now);
-  // What became of an attempt.
+  // Records the outcome of an attempt.
   void note(uid_t user, const std::string& name, bool passed, Clock::time_point now);
 
  private:
@@ -49,10 +49,10 @@ class PasswordDelays {
 
   static Key keyOf(uid_t user, const std::string& name);
   static Clock::duration delayAfter(unsigned failures);
-  void makeRoom(Clock::time_point now);
+  void makeRoom(Clock::time_point now) PADDOCK_REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::map<Key, Failures> failures_;
+  Mutex mutex_;
+  std::map<Key, Failures> failures_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

@@ -7,7 +7,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-class PasswordDelaysTest : public ::testing::Test {
+class PasswordThrottling : public ::testing::Test {
  protected:
   // The wait of the next attempt, which fails after it.
   milliseconds fail(const std::string& name = "root", uid_t user = 1000) {
@@ -30,14 +30,14 @@ class PasswordDelaysTest : public ::testing::Test {
       PasswordDelays::Clock::time_point() + std::chrono::hours(1);
 };
 
-TEST_F(PasswordDelaysTest, EachFurtherFailureDoublesTheWaitUpToABound) {
+TEST_F(PasswordThrottling, EachFailureDoublesDelayUpToBound) {
   std::vector<long> waits;
   for (int count = 0; count < 10; ++count) waits.push_back(fail().count());
   EXPECT_EQ(waits, (std::vector<long>{0, 0, 0, 250, 500, 1000, 2000, 4000, 4000, 4000}));
 }
 
 // A day of trying gets through some twenty thousand words, not millions.
-TEST_F(PasswordDelaysTest, ADayOfTryingGetsNowhere) {
+TEST_F(PasswordThrottling, ADayOfTryingGetsNowhere) {
   const auto end = now_ + std::chrono::hours(24);
   int attempts = 0;
   for (; now_ < end; ++attempts) fail();
@@ -45,26 +45,26 @@ TEST_F(PasswordDelaysTest, ADayOfTryingGetsNowhere) {
   EXPECT_GT(attempts, 20000);
 }
 
-TEST_F(PasswordDelaysTest, APasswordThatMatchesEndsTheCount) {
+TEST_F(PasswordThrottling, APasswordThatMatchesEndsTheCount) {
   failOften();
   delays_.note(1000, "root", true, now_);
   EXPECT_EQ(waitOf(), milliseconds(0));
   EXPECT_EQ(fail(), milliseconds(0));
 }
 
-TEST_F(PasswordDelaysTest, OtherUsersAndOtherNamesDoNotWait) {
+TEST_F(PasswordThrottling, OtherUsersAndOtherNamesDoNotWait) {
   failOften();
   EXPECT_EQ(waitOf("root", 1001), milliseconds(0));
   EXPECT_EQ(waitOf("anna"), milliseconds(0));
   EXPECT_EQ(waitOf("ROOT"), PasswordDelays::kLongest);
 }
 
-TEST_F(PasswordDelaysTest, OfSeveralNamesTheLongestWaitCounts) {
+TEST_F(PasswordThrottling, OfSeveralNamesTheLongestWaitCounts) {
   failOften("anna");
   EXPECT_EQ(delays_.takeTurn(1000, {"bert", "anna", "carl"}, now_), PasswordDelays::kLongest);
 }
 
-TEST_F(PasswordDelaysTest, AttemptsAtOnceHaveTheirTurnsOneAfterTheOther) {
+TEST_F(PasswordThrottling, SimultaneousAttemptsTakeConsecutiveTurns) {
   failOften();
   std::vector<long> waits;
   for (int count = 0; count < 4; ++count) waits.push_back(waitOf().count());
@@ -74,7 +74,7 @@ TEST_F(PasswordDelaysTest, AttemptsAtOnceHaveTheirTurnsOneAfterTheOther) {
   EXPECT_EQ(waitOf(), milliseconds(0));
 }
 
-TEST_F(PasswordDelaysTest, WhatFailedLongAgoIsForgotten) {
+TEST_F(PasswordThrottling, WhatFailedLongAgoIsForgotten) {
   failOften();
   now_ += PasswordDelays::kForgotten + milliseconds(1);
   EXPECT_EQ(waitOf(), milliseconds(0));
@@ -82,14 +82,14 @@ TEST_F(PasswordDelaysTest, WhatFailedLongAgoIsForgotten) {
   EXPECT_EQ(fail(), PasswordDelays::kFirst);
 }
 
-TEST_F(PasswordDelaysTest, ManyOtherNamesDoNotMakeItForgetOneThatIsGuessedAt) {
+TEST_F(PasswordThrottling, ManyOtherNamesDoNotEvictGuessedName) {
   failOften();
   for (std::size_t count = 0; count < 4 * PasswordDelays::kMostKept; ++count)
     fail("junk" + std::to_string(count));
   EXPECT_GT(waitOf(), milliseconds(0));
 }
 
-TEST_F(PasswordDelaysTest, NamesOfAnyLengthAreCounted) {
+TEST_F(PasswordThrottling, NamesOfAnyLengthAreCounted) {
   const std::string longName(1U << 20U, 'x');
   failOften(longName);
   EXPECT_GT(waitOf(longName), milliseconds(0));

@@ -1,10 +1,10 @@
-// How many lines of the audit log refused requests get: otherwise whoever may do nothing could fill
-// the disk with them.
+// Rate limit of audit lines for refused requests: otherwise users without rights could fill the
+// disk.
 //
 // Of one user the first kLinesPerUser of a second have lines of their own, and the others one line
 // with their number ("count"): the first of them as it was, "ms" the time from it to the last. The
 // same of all users together beyond kLinesInAll, and of all whom kMostUsers leaves out one line
-// without "uid". Not for several threads at once.
+// without "uid". Not thread-safe.
 #pragma once
 
 #include <chrono>
@@ -26,9 +26,9 @@ class RefusalRate {
   static constexpr std::size_t kMostUsers = 64;
   static constexpr std::chrono::seconds kPeriod{1};
 
-  // Whether the refused request has a line of its own; it is counted otherwise.
+  // Whether the refused request gets a line of its own; otherwise it is counted.
   bool take(const AuditEntry& entry, Clock::time_point now);
-  // The lines of periods that are over, or of all.
+  // The lines of expired periods, or of all.
   std::vector<AuditEntry> due(Clock::time_point now);
   std::vector<AuditEntry> all();
 

@@ -9,7 +9,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-class RefusalRateTest : public ::testing::Test {
+class RefusalCounting : public ::testing::Test {
  protected:
   AuditEntry entryOf(uid_t user) const {
     AuditEntry entry;
@@ -38,7 +38,7 @@ class RefusalRateTest : public ::testing::Test {
   RefusalRate::Clock::time_point now_{std::chrono::hours(1)};
 };
 
-TEST_F(RefusalRateTest, TenInASecondHaveLinesAndTheOthersOneTogether) {
+TEST_F(RefusalCounting, RefusalsBeyondTenPerSecondShareOneLine) {
   EXPECT_EQ(refuse(500), 10U);
   EXPECT_TRUE(rate_.due(now_).empty());
   now_ += milliseconds(500);
@@ -52,20 +52,20 @@ TEST_F(RefusalRateTest, TenInASecondHaveLinesAndTheOthersOneTogether) {
   EXPECT_EQ(refuse(500), 10U);
 }
 
-TEST_F(RefusalRateTest, AFewAreNotCountedTogether) {
+TEST_F(RefusalCounting, AFewAreNotCountedTogether) {
   EXPECT_EQ(refuse(10), 10U);
   now_ += milliseconds(1000);
   EXPECT_TRUE(rate_.due(now_).empty());
 }
 
-TEST_F(RefusalRateTest, EachUserIsCountedApart) {
+TEST_F(RefusalCounting, EachUserIsCountedApart) {
   EXPECT_EQ(refuse(20, 1000), 10U);
   EXPECT_EQ(refuse(20, 1001), 10U);
   EXPECT_EQ(counted(rate_.all()), 20U);
 }
 
-// Whoever has many uids (a range for containers) has no more of the disk.
-TEST_F(RefusalRateTest, ThousandsOfUsersHaveNoMoreThanABoundAndNoneIsLost) {
+// An owner of many uids (a range for containers) gets no larger share of the disk.
+TEST_F(RefusalCounting, ThousandsOfUsersStayBoundedWithoutLoss) {
   std::size_t own = 0;
   const auto start = now_;
   for (uid_t user = 100000; user < 110000; ++user) own += refuse(1, user);
@@ -77,7 +77,7 @@ TEST_F(RefusalRateTest, ThousandsOfUsersHaveNoMoreThanABoundAndNoneIsLost) {
   EXPECT_TRUE(lines.back().ofSeveralUsers);
 }
 
-TEST_F(RefusalRateTest, AtTheEndEverythingThatWasCountedIsTold) {
+TEST_F(RefusalCounting, EndReportsEverythingCounted) {
   refuse(15);
   const auto lines = rate_.all();
   ASSERT_EQ(lines.size(), 1U);

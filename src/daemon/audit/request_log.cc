@@ -9,7 +9,7 @@ namespace paddock {
 namespace {
 
 constexpr std::size_t kBytesBesideText = sizeof(LoggedLine);
-// Requests within programs of requests; a deeper nesting is somebody's loop.
+// Maximum nesting of requests by programs of requests; a deeper one is a loop.
 constexpr int kDeepest = 16;
 
 // Its beginning, up to the last character that fits.
@@ -28,12 +28,12 @@ std::string cut(const std::string& text) {
 }  // namespace
 
 void RequestLog::begin(const std::string& id, uid_t user, const std::string& parent) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   entries_.insert_or_assign(id, Entry{{user, {}}, parent, 0, 0, {}});
 }
 
 void RequestLog::end(const std::string& id, bool stranger) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   std::deque<std::string>& ended = ended_.at(stranger ? 1 : 0);
   ended.push_back(id);
   if (ended.size() <= kKeptRequests) return;
@@ -43,7 +43,7 @@ void RequestLog::end(const std::string& id, bool stranger) {
 
 void RequestLog::add(const std::string& id, int priority, const std::string& text) {
   const LoggedLine line{std::chrono::system_clock::now(), priority, cut(text)};
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   auto found = entries_.find(id);
   for (int depth = 0; depth < kDeepest && found != entries_.end(); ++depth) {
     keep(found->second, line);
@@ -64,7 +64,7 @@ void RequestLog::keep(Entry& entry, LoggedLine line) {
 }
 
 std::optional<LoggedRequest> RequestLog::find(const std::string& id) const {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = entries_.find(id);
   if (found == entries_.end()) return std::nullopt;
   const Entry& entry = found->second;

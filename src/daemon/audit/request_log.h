@@ -1,9 +1,9 @@
-// What the last requests logged, for the people who made them.
+// Log lines of the latest requests, for their callers.
 //
 // A request is known from its beginning to its end, and then as one of the last `kKeptRequests`;
-// those of callers without rights are counted apart, so that they push out nobody else's. Memory is
-// bounded: a request keeps `kRequestBytes` of lines, of which information and debug messages take
-// at most half, so that they leave room for errors. Any thread may call.
+// those of callers without rights are counted separately, so that they do not evict others. Memory
+// is bounded: a request keeps `kRequestBytes` of lines, of which information and debug messages
+// take at most half, so that they leave room for errors. Thread-safe.
 #pragma once
 
 #include <sys/types.h>
@@ -12,12 +12,13 @@
 #include <chrono>
 #include <cstddef>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "base/mutex.h"
 
 namespace paddock {
 
@@ -28,8 +29,8 @@ struct LoggedLine {
 };
 
 struct LoggedRequest {
-  uid_t user = 0;  // who made it
-  // In their order. Where lines were left out, the last one says how many.
+  uid_t user = 0;  // its caller
+  // In order. Where lines were omitted, the last one gives their number.
   std::vector<LoggedLine> lines;
 };
 
@@ -39,16 +40,16 @@ class RequestLog {
   static constexpr std::size_t kRequestBytes = 16U << 10U;
   static constexpr std::size_t kLineBytes = 4U << 10U;
 
-  // From now on lines of the request are taken. Those of a request that a program of `parent` made
-  // belong to `parent` as well.
+  // Starts collecting lines of the request. Those of a request sent by a program of `parent` belong
+  // to `parent` as well.
   void begin(const std::string& id, uid_t user, const std::string& parent = {});
   // The request is answered. `stranger`: its caller has no rights.
   void end(const std::string& id, bool stranger);
 
-  // Of a request that is not known the line is dropped.
+  // The line of an unknown request is dropped.
   void add(const std::string& id, int priority, const std::string& text);
 
-  // Nothing for a request that is not known, or not any more.
+  // nullopt for a request that is unknown or was evicted.
   std::optional<LoggedRequest> find(const std::string& id) const;
 
  private:
@@ -62,9 +63,10 @@ class RequestLog {
 
   static void keep(Entry& entry, LoggedLine line);
 
-  mutable std::mutex mutex_;
-  std::unordered_map<std::string, Entry> entries_;
-  std::array<std::deque<std::string>, 2> ended_;  // oldest first; the second: of strangers
+  mutable Mutex mutex_;
+  std::unordered_map<std::string, Entry> entries_ PADDOCK_GUARDED_BY(mutex_);
+  // Oldest first; the second: of strangers.
+  std::array<std::deque<std::string>, 2> ended_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 // "error", "warning", "info" or "debug".

@@ -28,7 +28,7 @@ TEST(RequestLog, KnowsARequestFromItsBeginning) {
   EXPECT_TRUE(log.find("a")->lines.empty());
 }
 
-TEST(RequestLog, KeepsLinesInTheirOrderAlsoAfterTheEnd) {
+TEST(RequestLog, KeepsLinesInOrderAfterEnd) {
   RequestLog log;
   log.begin("a", 0);
   log.add("a", 3, "first");
@@ -40,7 +40,7 @@ TEST(RequestLog, KeepsLinesInTheirOrderAlsoAfterTheEnd) {
   EXPECT_FALSE(log.find("other"));
 }
 
-TEST(RequestLog, LinesOfNestedRequestsBelongToTheOuterOnesToo) {
+TEST(RequestLog, LinesOfNestedRequestsAlsoBelongToOuter) {
   RequestLog log;
   log.begin("outer", 0);
   log.begin("inner", 0, "outer");
@@ -52,7 +52,7 @@ TEST(RequestLog, LinesOfNestedRequestsBelongToTheOuterOnesToo) {
   EXPECT_EQ(textsOf(log, "innermost"), (std::vector<std::string>{"deep"}));
 }
 
-TEST(RequestLog, ARequestThatNamesItselfAsOuterIsNoLoop) {
+TEST(RequestLog, SelfReferencingOuterRequestDoesNotLoop) {
   RequestLog log;
   log.begin("a", 0, "a");
   log.add("a", 4, "x");
@@ -84,7 +84,7 @@ TEST(RequestLog, StrangersPushOutNobodyElse) {
   EXPECT_FALSE(log.find("s0"));
 }
 
-TEST(RequestLog, ARunningRequestIsKeptHoweverManyOthersEnd) {
+TEST(RequestLog, RunningRequestIsKeptDespiteManyEndedOnes) {
   RequestLog log;
   log.begin("running", 0);
   for (std::size_t number = 0; number < 2 * RequestLog::kKeptRequests; ++number) {

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "base/system_call.h"
-#include "daemon/http/connection_limits.h"
+#include "daemon/http/admission.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
@@ -25,7 +25,7 @@ constexpr auto kTick = milliseconds(250);
 constexpr auto kStep = milliseconds(10);
 constexpr auto kPatienceForPlace = milliseconds(500);
 constexpr auto kPatienceForRights = std::chrono::seconds(10);
-// Arrivals between two looks at those who wait outside.
+// Arrivals accepted between two checks of the queue.
 constexpr int kBatch = 64;
 // Of one user without rights, in a second.
 constexpr std::size_t kMostAnsweredRefusals = 100;
@@ -136,7 +136,7 @@ void Acceptor::refuse(Arrival arrival, Rights rights, const std::string& why) {
 }
 
 void Acceptor::admit(Arrival arrival) {
-  // Programs that a request waits for are let in whoever they run as.
+  // Programs that a request waits for are admitted under any uid.
   const bool nested = isRunningProgram(arrival.peer.process);
   if (nested && door_.take(arrival, Rights::everything)) return;
   if (place(arrival, arrival.time)) return;

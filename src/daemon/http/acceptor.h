@@ -1,10 +1,10 @@
-// Accepts connections and finds out what their users may do.
+// Accepts connections and determines the rights of their users.
 //
-// One thread. A connection of an owner or of a user whose rights are known is placed at once; the
-// others wait outside, without a thread of their own, until the rights are known. Somebody without
-// rights who finds no place waits a moment, because the end of his last connection may not be seen
-// yet; and who comes again and again is not answered any more, because answers take longer than
-// connecting does, and others wait behind him.
+// Single-threaded. A connection of an owner or of a user whose rights are known is placed at once;
+// the others are queued, without a thread of their own, until the rights are known. A user without
+// rights for whom there is no place waits a moment, because the end of the previous connection may
+// not have been noticed yet; one who connects repeatedly is no longer answered, because answering
+// takes longer than connecting, and others are queued behind.
 #pragma once
 
 #include <chrono>
@@ -15,9 +15,9 @@
 #include <string>
 #include <thread>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "daemon/http/known_rights.h"
-#include "daemon/http/peer.h"
+#include "daemon/http/listening_socket.h"
 
 namespace paddock {
 
@@ -36,7 +36,7 @@ class Acceptor {
   struct Door {
     // Takes the connection; false when there is no place for one with these rights.
     std::function<bool(Arrival& arrival, Rights rights)> take;
-    // Answers 503. `rights`: nothing, too, where they are not known.
+    // Answers 503. `rights`: nullopt also where they are not known.
     std::function<void(Arrival arrival, Rights rights, const std::string& why)> refuse;
     // A few times a second.
     std::function<void(Clock::time_point now)> tick;
@@ -49,7 +49,7 @@ class Acceptor {
   ~Acceptor() { stop(); }
 
   void start();
-  // Ends the thread; who waits outside is not answered.
+  // Ends the thread; queued connections are not answered.
   void stop();
 
   // Any thread.
@@ -58,12 +58,12 @@ class Acceptor {
  private:
   void run();
   void serve(bool judged, bool arrived, Clock::time_point now);
-  // False when nobody more has come.
+  // False when no connection is pending.
   bool acceptOne();
   void receive(FileDescriptor socket);
   void admit(Arrival arrival);
   void refuse(Arrival arrival, Rights rights, const std::string& why);
-  // Whether nothing more is to be done about it.
+  // Whether the arrival is settled.
   bool place(Arrival& arrival, Clock::time_point now);
   void placeWaiting(Clock::time_point now);
   bool hasRoom(const Arrival& arrival) const;

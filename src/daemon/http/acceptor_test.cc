@@ -13,17 +13,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <csignal>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
+#include "base/mutex.h"
 #include "daemon/http/head_deadlines.h"
 #include "support/temporary_folder.h"
 
@@ -40,26 +39,26 @@ constexpr uid_t kQuick = 65002;
 class SlowJudge {
  public:
   Rights operator()(uid_t user) {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     ++calls_;
-    if (user == kSlow) go_.wait(lock, [this] { return open_; });
+    while (user == kSlow && !open_) go_.wait(mutex_);
     return user == kQuick ? Rights::viewing : Rights::nothing;
   }
   void letGo() {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     open_ = true;
     go_.notify_all();
   }
   int calls() {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     return calls_;
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable go_;
-  bool open_ = false;
-  int calls_ = 0;
+  Mutex mutex_;
+  ConditionVariable go_;
+  bool open_ PADDOCK_GUARDED_BY(mutex_) = false;
+  int calls_ PADDOCK_GUARDED_BY(mutex_) = 0;
 };
 
 bool eventually(const std::function<bool()>& condition) {
@@ -93,7 +92,7 @@ TEST(KnownRights, NobodyIsAskedAboutOwners) {
   EXPECT_EQ(judge.calls(), 0);
 }
 
-TEST(KnownRights, AUserIsAskedAboutOnceHoweverOftenOneWantsToKnow) {
+TEST(KnownRights, RepeatedQueriesResolveUserOnce) {
   SlowJudge judge;
   KnownRights rights([&judge](uid_t user) { return judge(user); }, [] {});
   for (int count = 0; count < 100; ++count) EXPECT_EQ(rights.of(kSlow), std::nullopt);
@@ -102,9 +101,10 @@ TEST(KnownRights, AUserIsAskedAboutOnceHoweverOftenOneWantsToKnow) {
   EXPECT_EQ(judge.calls(), 1);
 }
 
-class AcceptorTest : public testing::Test {
+class ConnectionAcceptance : public testing::Test {
  protected:
-  AcceptorTest() : listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+  ConnectionAcceptance()
+      : listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     address_.sun_family = AF_UNIX;
     const std::string path = folder_.path("socket");
     std::memcpy(&address_.sun_path[0], path.c_str(), path.size() + 1);
@@ -113,7 +113,7 @@ class AcceptorTest : public testing::Test {
     EXPECT_EQ(::chmod(folder_.path("").c_str(), 0755), 0);
     EXPECT_EQ(::listen(listener_.get(), 64), 0);
   }
-  ~AcceptorTest() override {
+  ~ConnectionAcceptance() override {
     for (const pid_t child : children_) {
       ::kill(child, SIGKILL);
       ::waitpid(child, nullptr, 0);
@@ -124,14 +124,14 @@ class AcceptorTest : public testing::Test {
   Acceptor::Door door() {
     return {.take =
                 [this](Acceptor::Arrival& arrival, Rights rights) {
-                  const std::scoped_lock lock(mutex_);
+                  const MutexLock lock(mutex_);
                   if (rights == Rights::nothing && full_) return false;
                   taken_.emplace_back(arrival.peer.uid, rights);
                   return true;
                 },
             .refuse =
                 [this](const Acceptor::Arrival& arrival, Rights rights, const std::string&) {
-                  const std::scoped_lock lock(mutex_);
+                  const MutexLock lock(mutex_);
                   refused_.emplace_back(arrival.peer.uid, rights);
                 },
             .tick = [](Acceptor::Clock::time_point) {}};
@@ -151,13 +151,24 @@ class AcceptorTest : public testing::Test {
     }
     for (;;) ::pause();
   }
+  // Starts with every place taken, until a user without rights is refused; gives when that user
+  // came.
+  Acceptor::Clock::time_point startWithoutPlaces(Acceptor& acceptor) {
+    full_ = true;
+    judge_.letGo();
+    acceptor.start();
+    const auto started = Acceptor::Clock::now();
+    connectAs(kSlow);
+    EXPECT_TRUE(eventually([this] { return refused(kSlow) == 1; }));
+    return started;
+  }
   std::size_t taken(uid_t user, Rights rights) {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     return static_cast<std::size_t>(
         std::count(taken_.begin(), taken_.end(), std::pair(user, rights)));
   }
   std::size_t refused(uid_t user) {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     return static_cast<std::size_t>(
         std::count_if(refused_.begin(), refused_.end(),
                       [user](const auto& entry) { return entry.first == user; }));
@@ -167,14 +178,14 @@ class AcceptorTest : public testing::Test {
   FileDescriptor listener_;
   sockaddr_un address_{};
   SlowJudge judge_;
-  std::mutex mutex_;
+  Mutex mutex_;
   bool full_ = false;
-  std::vector<std::pair<uid_t, Rights>> taken_;
-  std::vector<std::pair<uid_t, Rights>> refused_;
+  std::vector<std::pair<uid_t, Rights>> taken_ PADDOCK_GUARDED_BY(mutex_);
+  std::vector<std::pair<uid_t, Rights>> refused_ PADDOCK_GUARDED_BY(mutex_);
   std::vector<pid_t> children_;
 };
 
-TEST_F(AcceptorTest, WhoIsJudgedSlowlyDoesNotKeepRootOut) {
+TEST_F(ConnectionAcceptance, SlowRightsLookupDoesNotBlockRoot) {
   if (::geteuid() != 0) GTEST_SKIP() << "becoming another user needs root";
   Acceptor acceptor(
       listener_.get(), [this](uid_t user) { return judge_(user); }, door());
@@ -191,30 +202,20 @@ TEST_F(AcceptorTest, WhoIsJudgedSlowlyDoesNotKeepRootOut) {
   acceptor.stop();
 }
 
-TEST_F(AcceptorTest, WhoHasNoRightsWaitsForAPlaceOnlyAMoment) {
+TEST_F(ConnectionAcceptance, UserWithoutRightsWaitsBrieflyForPlace) {
   if (::geteuid() != 0) GTEST_SKIP() << "becoming another user needs root";
-  full_ = true;
-  judge_.letGo();
   Acceptor acceptor(
       listener_.get(), [this](uid_t user) { return judge_(user); }, door());
-  acceptor.start();
-  const auto started = Acceptor::Clock::now();
-  connectAs(kSlow);
-  ASSERT_TRUE(eventually([this] { return refused(kSlow) == 1; }));
+  const auto started = startWithoutPlaces(acceptor);
   EXPECT_GE(Acceptor::Clock::now() - started, milliseconds(400));
   acceptor.stop();
 }
 
-TEST_F(AcceptorTest, WhoHasNoRightsAndInsistsIsNotAnsweredForEver) {
+TEST_F(ConnectionAcceptance, RepliesToInsistentUserWithoutRightsAreLimited) {
   if (::geteuid() != 0) GTEST_SKIP() << "becoming another user needs root";
-  full_ = true;
-  judge_.letGo();
   Acceptor acceptor(
       listener_.get(), [this](uid_t user) { return judge_(user); }, door());
-  acceptor.start();
-  const auto started = Acceptor::Clock::now();
-  connectAs(kSlow);
-  ASSERT_TRUE(eventually([this] { return refused(kSlow) == 1; }));
+  const auto started = startWithoutPlaces(acceptor);
   connectAs(kSlow, 900);
   // Behind all of them.
   ASSERT_TRUE(eventually([this] { return refused(kSlow) >= 50; }));

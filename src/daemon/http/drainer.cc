@@ -40,7 +40,7 @@ Drainer::Drainer(std::size_t most, std::chrono::milliseconds patience)
 
 Drainer::~Drainer() {
   {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
   }
   wake();
@@ -50,7 +50,7 @@ Drainer::~Drainer() {
 void Drainer::add(FileDescriptor socket, bool stranger) {
   ::shutdown(socket.get(), SHUT_WR);
   {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (count_ >= most_ || (stranger && strangers_ >= kMostStrangers)) return;
     ++count_;
     if (stranger) ++strangers_;
@@ -75,7 +75,7 @@ void Drainer::wake() const {
 }
 
 void Drainer::collect(std::vector<Entry>& entries) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   std::move(added_.begin(), added_.end(), std::back_inserter(entries));
   added_.clear();
 }
@@ -114,7 +114,7 @@ void Drainer::run() {
       return ended;
     };
     const auto removed = static_cast<std::size_t>(std::erase_if(entries, over));
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     count_ -= removed;
     strangers_ -= strangers;
     if (stopping_) return;

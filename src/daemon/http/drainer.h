@@ -1,18 +1,18 @@
-// Reads on, for a while, what clients still send after they were answered.
+// Drains, for a while, what clients still send after they were answered.
 //
-// A Unix socket that is closed with unread bytes makes the client's next write fail, and a
-// client that is still sending then never reads the answer. So the daemon's end stays open, and
-// what arrives is dropped, until the client closes, has sent too much or takes too long.
+// A Unix socket that is closed with unread bytes makes the client's next write fail, and a client
+// that is still sending then never reads the answer. So the daemon's end stays open, and input is
+// discarded, until the client closes, has sent too much or takes too long.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
-#include <mutex>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
+#include "base/mutex.h"
 
 namespace paddock {
 
@@ -26,7 +26,7 @@ class Drainer {
   Drainer& operator=(const Drainer&) = delete;
   ~Drainer();
 
-  // Ends the sending direction of the socket and drains the other one.
+  // Shuts down the sending direction of the socket and drains the other one.
   void add(FileDescriptor socket, bool stranger = false);
   // Sends a short text first.
   void answer(FileDescriptor socket, std::string_view text, bool stranger = false);
@@ -49,11 +49,11 @@ class Drainer {
   const std::size_t most_;
   const std::chrono::milliseconds patience_;
   FileDescriptor wakeUp_;
-  std::mutex mutex_;
-  std::vector<Entry> added_;
-  std::size_t count_ = 0;
-  std::size_t strangers_ = 0;  // of them
-  bool stopping_ = false;
+  Mutex mutex_;
+  std::vector<Entry> added_ PADDOCK_GUARDED_BY(mutex_);
+  std::size_t count_ PADDOCK_GUARDED_BY(mutex_) = 0;
+  std::size_t strangers_ PADDOCK_GUARDED_BY(mutex_) = 0;  // of them
+  bool stopping_ PADDOCK_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

@@ -9,16 +9,16 @@
 
 #include "base/status.h"
 #include "base/text.h"
-#include "daemon/http/failure_number.h"
+#include "daemon/http/reply.h"
 #include "daemon/http/state_tag.h"
 #include "openapi/openapi_document.h"
 #include "paddock/request_conditions.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 #include "paddock/unanswered_nodes.h"
+#include "protocol/keys.h"
 #include "wire/json.h"
 #include "wire/property_list.h"
-#include "wire/text_position.h"
 #include "wire/tree_bounds.h"
 
 namespace paddock {
@@ -34,7 +34,7 @@ constexpr const char* kNoMemory =
 
 // Of a reply that reports a failure by its text alone, the text's.
 std::int64_t statusOf(const Dictionary& reply) {
-  for (const char* key : {"writeStatus", "status"}) {
+  for (const char* key : {protocol::kWriteStatus, "status"}) {
     const Value* value = reply.find(key);
     if (value != nullptr && value->integer() != nullptr) return *value->integer();
   }
@@ -376,7 +376,9 @@ Reply Exchange::perform(const Dictionary& request) {
     }
     return reply;
   } catch (const PreconditionFailed& refused) {
-    return refuseState(request, refused.what());
+    return refuse(request, ECANCELED, 412, refused.what());
+  } catch (const OperationBusy& busy) {
+    return refuse(request, EBUSY, 503, busy.what());
   } catch (const std::exception& thrown) {
     return failed(request, thrown.what(), failureNumber(thrown));
   } catch (...) {
@@ -384,9 +386,10 @@ Reply Exchange::perform(const Dictionary& request) {
   }
 }
 
-Reply Exchange::refuseState(const Dictionary& request, const char* what) {
-  audit(ECANCELED, subjectOf(request));
-  return error(412, what);
+Reply Exchange::refuse(const Dictionary& request, std::int64_t number, int httpStatus,
+                       const char* what) {
+  audit(number, subjectOf(request));
+  return error(httpStatus, what);
 }
 
 Reply Exchange::failed(const Dictionary& request, const char* what, std::int64_t number) {

@@ -1,4 +1,4 @@
-// One request and its reply, without the HTTP library.
+// One request and its reply, independent of the HTTP library.
 //
 // Life cycle: `judge` once the head is there; when it gives no reply, `receive` for every part of
 // the body and `finish` at its end. Belongs to one thread.
@@ -13,10 +13,10 @@
 
 #include "daemon/audit/access_policy.h"
 #include "daemon/audit/audit_subject.h"
+#include "daemon/http/listening_socket.h"
 #include "daemon/http/memory_budget.h"
-#include "daemon/http/peer.h"
 #include "daemon/http/reply.h"
-#include "daemon/http/route.h"
+#include "daemon/http/request_names.h"
 #include "daemon/service.h"
 #include "paddock/password_checks.h"
 
@@ -28,7 +28,7 @@ struct RequestHead {
   std::string contentType;
   std::string accept;
   std::uint64_t contentLength = 0;
-  bool lengthsDiffer = false;  // several were given, so that nobody knows where the body ends
+  bool lengthsDiffer = false;  // several were given, so that the end of the body is ambiguous
   bool chunked = false;
   std::optional<std::string> ifMatch = {};
   std::optional<std::string> limit = std::nullopt;  // of the query
@@ -48,15 +48,15 @@ class Exchange {
   // Of the peer, as they were when the request came.
   Rights rights() const { return rights_; }
 
-  // Judges the peer, then the path, the method and the rest of the head. A reply when the body is
-  // not wanted.
+  // Checks the peer, then the path, the method and the rest of the head. Returns a reply when the
+  // body is not wanted.
   std::optional<Reply> judge();
   // Refuses the request whatever it is (503).
   Reply refuseBusy(std::string_view why);
-  // Refuses what does not come as HTTP says.
+  // Refuses a request that violates HTTP.
   Reply refuseForm(int status, std::string_view why);
 
-  // Takes a part of the body. A reply when it is not wanted any more.
+  // Receives a part of the body. Returns a reply when no more is wanted.
   std::optional<Reply> receive(std::string_view bytes);
   // Runs the operation.
   Reply finish();
@@ -82,7 +82,7 @@ class Exchange {
   std::optional<Reply> awaitTurn(const Dictionary& request);
   void notePassword(const Dictionary& request, const PasswordCheck& check);
   Reply refuseUnaudited(const Dictionary& request, const char* what);
-  Reply refuseState(const Dictionary& request, const char* what);
+  Reply refuse(const Dictionary& request, std::int64_t number, int httpStatus, const char* what);
   Reply failed(const Dictionary& request, const char* what, std::int64_t number);
   Reply error(int status, std::string_view text) const;
   bool isAudited() const;
@@ -100,14 +100,14 @@ class Exchange {
   RequestHead head_;
   Route route_;
   std::string id_;
-  std::string parent_;  // the request whose program made this one; empty: none
+  std::string parent_;  // the request whose program sent this one; empty: none
   BodyForm replyForm_;
   BodyForm bodyForm_ = BodyForm::json;
   const LoadedPlugin* plugin_ = nullptr;
   const PluginRequestHandler::Operation* operation_ = nullptr;
-  bool triesPassword_ = false;  // it only reads, and brings credentials
+  bool triesPassword_ = false;  // it only reads, and carries credentials
   std::string body_;
-  std::size_t bodyMemory_ = 0;  // what was taken for it
+  std::size_t bodyMemory_ = 0;  // bytes reserved for it
   std::chrono::system_clock::time_point time_ = std::chrono::system_clock::now();
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };

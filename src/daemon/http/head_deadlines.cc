@@ -5,18 +5,18 @@
 namespace paddock {
 
 void HeadDeadlines::set(int socket, Clock::time_point deadline) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   deadlines_[socket] = deadline;
 }
 
 void HeadDeadlines::clear(int socket) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   deadlines_.erase(socket);
 }
 
 void HeadDeadlines::endOverdue(Clock::time_point now) {
-  // Under the lock, so that no number is shut down that meanwhile belongs to somebody else.
-  const std::scoped_lock lock(mutex_);
+  // Under the lock, so that no reused descriptor number is shut down.
+  const MutexLock lock(mutex_);
   std::erase_if(deadlines_, [now](const auto& entry) {
     if (entry.second > now) return false;
     ::shutdown(entry.first, SHUT_RDWR);

@@ -1,12 +1,13 @@
-// Ends connections whose next request does not get its head together in time.
+// Ends connections whose next request head is not complete in time.
 //
-// The HTTP library counts the time since the last byte, which somebody who sends one now and then
-// renews for ever; these deadlines are fixed. Any thread.
+// The HTTP library's timeout restarts with each byte, so that a slow sender never reaches it; these
+// deadlines are fixed. Thread-safe.
 #pragma once
 
 #include <chrono>
 #include <map>
-#include <mutex>
+
+#include "base/mutex.h"
 
 namespace paddock {
 
@@ -14,19 +15,19 @@ class HeadDeadlines {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // What the head of a request may take in all.
+  // Total time for the head of a request.
   static constexpr std::chrono::seconds kHead{10};
 
   // The socket must be open until `clear`.
   void set(int socket, Clock::time_point deadline);
-  // The head is there, or the connection is over.
+  // The head is complete, or the connection has ended.
   void clear(int socket);
-  // Shuts down the sockets whose deadline has passed.
+  // Shuts down the sockets with an expired deadline.
   void endOverdue(Clock::time_point now);
 
  private:
-  std::mutex mutex_;
-  std::map<int, Clock::time_point> deadlines_;
+  Mutex mutex_;
+  std::map<int, Clock::time_point> deadlines_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

@@ -11,7 +11,7 @@ namespace paddock {
 
 RequestHead readHead(MHD_Connection* connection, const char* target, const char* method);
 
-// Why the library refuses, with this status, what it could not read.
+// The reason for which the library refuses, with this status, a malformed request.
 std::string whyUnreadable(MHD_Connection* connection, int status);
 
 }  // namespace paddock

@@ -47,7 +47,7 @@ ResponsePointer makeResponse(Reply reply, const std::string& id) {
   auto body = std::make_unique<std::string>(std::move(reply.body));
   ResponsePointer response(MHD_create_response_from_buffer_with_free_callback_cls(
       body->size(), body->data(),
-      [](void* text) { delete static_cast<std::string*>(text); },  // NOLINT: handed over below
+      [](void* text) { delete static_cast<std::string*>(text); },  // NOLINT: released below
       body.get()));
   if (!response) throw std::bad_alloc();
   (void)body.release();
@@ -167,7 +167,7 @@ struct HttpCallbacks {
       *context = nullptr;
       return;
     }
-    const std::scoped_lock lock(server.arrivingMutex_);
+    const MutexLock lock(server.arrivingMutex_);
     const auto found = server.arriving_.find(descriptorOf(connection));
     if (found == server.arriving_.end()) return;
     Connection* const arrived = found->second.release();
@@ -380,7 +380,7 @@ bool HttpServer::take(Acceptor::Arrival& arrival, Rights rights) {
 void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connection) {
   const int number = socket.release();
   {
-    const std::scoped_lock lock(arrivingMutex_);
+    const MutexLock lock(arrivingMutex_);
     arriving_[number] = std::move(connection);
   }
   sockaddr_storage address{};
@@ -390,7 +390,7 @@ void HttpServer::hand(FileDescriptor socket, std::unique_ptr<Connection> connect
   if (added == MHD_YES) return;
   // The library has closed the socket.
   logMessage(3, "connection not taken by the HTTP library");
-  const std::scoped_lock lock(arrivingMutex_);
+  const MutexLock lock(arrivingMutex_);
   arriving_.erase(number);
 }
 

@@ -1,21 +1,20 @@
 // Serves the listening socket: one thread accepts (Acceptor), one thread per connection answers.
 //
 // The HTTP library handles the connections that this class has accepted and placed; its own limit
-// lies above ours. Programs that a running request waits for are always let in, so that what they
-// ask can be answered however many others are waiting.
+// is above the daemon's. Programs that a running request waits for are always admitted, so that
+// their requests are answered however many others are waiting.
 #pragma once
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string_view>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
+#include "base/mutex.h"
 #include "daemon/http/acceptor.h"
-#include "daemon/http/connection_limits.h"
+#include "daemon/http/admission.h"
 #include "daemon/http/drainer.h"
 #include "daemon/http/head_deadlines.h"
-#include "daemon/http/request_gate.h"
 #include "daemon/service.h"
 
 struct MHD_Daemon;
@@ -24,7 +23,7 @@ namespace paddock {
 
 class HttpServer {
  public:
-  // Starts to answer. `listener` must stay open as long as this object lives. Throws
+  // Starts serving. `listener` must stay open as long as this object lives. Throws
   // std::runtime_error when the HTTP library cannot be started.
   HttpServer(Service& service, int listener);
   HttpServer(const HttpServer&) = delete;
@@ -32,10 +31,10 @@ class HttpServer {
   // Closes, waits until the running requests are answered, and ends all connections.
   ~HttpServer();
 
-  // Takes over the limits of the service's configuration after it has changed.
+  // Applies the limits of the service's configuration after it has changed.
   void changeLimits();
 
-  // From now on, requests are refused, but for those of programs that a running request waits for.
+  // From now on, requests are refused, except those of programs that a running request waits for.
   void close();
 
  private:
@@ -48,7 +47,7 @@ class HttpServer {
   // False when there is no place for one with these rights.
   bool take(Acceptor::Arrival& arrival, Rights rights);
   void hand(FileDescriptor socket, std::unique_ptr<Connection> connection);
-  // Of a connection that is not taken, or whose request nobody could read.
+  // For a connection that is not taken, or whose request is malformed.
   void answerUnasked(FileDescriptor socket, const Peer& peer, bool stranger, int status,
                      std::string_view why);
   AccessPolicy policy() const;
@@ -59,8 +58,8 @@ class HttpServer {
   Drainer drainer_;
   HeadDeadlines deadlines_;
   // Accepted connections on their way into the library, by descriptor.
-  std::mutex arrivingMutex_;
-  std::map<int, std::unique_ptr<Connection>> arriving_;
+  Mutex arrivingMutex_;
+  std::map<int, std::unique_ptr<Connection>> arriving_ PADDOCK_GUARDED_BY(arrivingMutex_);
   MHD_Daemon* library_ = nullptr;
   Acceptor acceptor_;
 };

@@ -14,7 +14,7 @@ KnownRights::KnownRights(Judge judge, std::function<void()> judged)
 
 KnownRights::~KnownRights() {
   {
-    const std::scoped_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
   }
   changed_.notify_all();
@@ -23,7 +23,7 @@ KnownRights::~KnownRights() {
 
 std::optional<Rights> KnownRights::of(uid_t user) {
   if (AccessPolicy::isOwner(user)) return Rights::everything;
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = answers_.find(user);
   if (found != answers_.end() && Clock::now() < found->second.until) return found->second.rights;
   if (std::find(wanted_.begin(), wanted_.end(), user) == wanted_.end()) {
@@ -34,12 +34,12 @@ std::optional<Rights> KnownRights::of(uid_t user) {
 }
 
 void KnownRights::note(uid_t user, Rights rights) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   keep(user, rights);
 }
 
 void KnownRights::forget() {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   answers_.clear();
 }
 
@@ -62,9 +62,9 @@ Rights KnownRights::judge(uid_t user) const {
 }
 
 void KnownRights::run() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return stopping_ || !wanted_.empty(); });
+    while (!stopping_ && wanted_.empty()) changed_.wait(mutex_);
     if (stopping_) return;
     const uid_t user = wanted_.front();
     lock.unlock();

@@ -1,45 +1,44 @@
-// What users may do, as far as it was found out not long ago, and a thread that finds it out.
+// Cache of users' rights, and the thread that looks them up.
 //
-// The system's users and groups may be kept by a directory server, and asking may take long. Who
-// accepts connections must not wait for that, or one user's slow answer would keep everybody out.
+// The system's users and groups may be kept by a directory server, and lookups may take long. The
+// acceptor must not wait for them, or one slow lookup would block all users.
 #pragma once
 
 #include <sys/types.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <thread>
 
+#include "base/mutex.h"
 #include "daemon/audit/access_policy.h"
 
 namespace paddock {
 
-// Any thread. It decides about places for connections alone: each request is judged anew.
+// Thread-safe. Used only to place connections: each request is checked anew.
 class KnownRights {
  public:
   using Judge = std::function<Rights(uid_t)>;
 
-  // How long an answer holds.
+  // Lifetime of an entry.
   static constexpr std::chrono::seconds kHolds{5};
-  // How many users are remembered.
+  // Maximum number of cached users.
   static constexpr std::size_t kMost = 1024;
 
-  // `judge` is called on the thread, and then `judged`.
+  // `judge` and then `judged` are called on the thread.
   KnownRights(Judge judge, std::function<void()> judged);
   KnownRights(const KnownRights&) = delete;
   KnownRights& operator=(const KnownRights&) = delete;
   ~KnownRights();
 
-  // Nothing when it is not known; then the thread finds it out.
+  // nullopt when not cached; the thread then looks it up.
   std::optional<Rights> of(uid_t user);
-  // What was found out otherwise.
+  // Records a result obtained elsewhere.
   void note(uid_t user, Rights rights);
-  // Who belongs to which group may mean something else from now on.
+  // Invalidates the cache: group membership may have another meaning from now on.
   void forget();
 
  private:
@@ -51,15 +50,16 @@ class KnownRights {
 
   void run();
   Rights judge(uid_t user) const;
-  void keep(uid_t user, Rights rights);
+  void keep(uid_t user, Rights rights) PADDOCK_REQUIRES(mutex_);
 
   const Judge judge_;
   const std::function<void()> judged_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::map<uid_t, Answer> answers_;
-  std::deque<uid_t> wanted_;  // each once; the first one is being judged
-  bool stopping_ = false;
+  Mutex mutex_;
+  ConditionVariable changed_;
+  std::map<uid_t, Answer> answers_ PADDOCK_GUARDED_BY(mutex_);
+  // Each once; the first one is being looked up.
+  std::deque<uid_t> wanted_ PADDOCK_GUARDED_BY(mutex_);
+  bool stopping_ PADDOCK_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

@@ -3,12 +3,12 @@
 namespace paddock {
 
 void MemoryBudget::change(std::size_t bytes) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   bytes_ = bytes;
 }
 
 bool MemoryBudget::take(std::size_t bytes, Rights rights) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto fits = [bytes](std::size_t taken, std::size_t limit) {
     return taken <= limit && bytes <= limit - taken;
   };
@@ -20,13 +20,13 @@ bool MemoryBudget::take(std::size_t bytes, Rights rights) {
 }
 
 void MemoryBudget::takeAnyway(std::size_t bytes, Rights rights) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   taken_ += bytes;
   if (rights != Rights::everything) takenByViewers_ += bytes;
 }
 
 void MemoryBudget::giveBack(std::size_t bytes, Rights rights) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   taken_ -= bytes;
   if (rights != Rights::everything) takenByViewers_ -= bytes;
 }

@@ -1,36 +1,36 @@
-// How much memory the requests that are under way may take together: their bodies, the trees that
-// are read from them, and their replies.
+// Memory limit for all requests in progress together: their bodies, the trees parsed from them, and
+// their replies.
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 
+#include "base/mutex.h"
 #include "daemon/audit/access_policy.h"
 
 namespace paddock {
 
-// Any thread.
+// Thread-safe.
 class MemoryBudget {
  public:
   explicit MemoryBudget(std::size_t bytes = 256U << 20U) : bytes_(bytes) {}
 
-  // For what is taken from now on.
+  // Applies to later reservations.
   void change(std::size_t bytes);
 
-  // False when there is not so much left. Who may only read gets at most half of it all.
+  // False when not enough is left. Users who may only read get at most half of the total.
   bool take(std::size_t bytes, Rights rights);
-  // For what cannot be refused; the others have less meanwhile.
+  // For reservations that cannot be refused; they reduce what is left for the others.
   void takeAnyway(std::size_t bytes, Rights rights);
   void giveBack(std::size_t bytes, Rights rights);
 
  private:
-  std::mutex mutex_;
-  std::size_t bytes_;
-  std::size_t taken_ = 0;
-  std::size_t takenByViewers_ = 0;
+  Mutex mutex_;
+  std::size_t bytes_ PADDOCK_GUARDED_BY(mutex_);
+  std::size_t taken_ PADDOCK_GUARDED_BY(mutex_) = 0;
+  std::size_t takenByViewers_ PADDOCK_GUARDED_BY(mutex_) = 0;
 };
 
-// What one request has taken, given back at its end. Belongs to one thread.
+// The reservation of one request, released in the destructor. Belongs to one thread.
 class MemoryShare {
  public:
   // `always`: nothing is refused, because a request waits for this one.

@@ -1,4 +1,4 @@
-// The tags of the states that replies tell.
+// Entity tags of the states in replies.
 #pragma once
 
 #include <string>
@@ -6,8 +6,9 @@
 
 namespace paddock {
 
-// SHA-256 (FIPS 180-4) of the state, in hexadecimal digits: who may write into a state, such as the
-// list of a folder that a file server's client may change, still finds no two that have one tag.
+// SHA-256 (FIPS 180-4) of the state, in hexadecimal digits: collision-resistant, since parts of a
+// state may be chosen by others, such as the list of a folder that a file server's client may
+// change.
 std::string stateTag(std::string_view state);
 
 }  // namespace paddock

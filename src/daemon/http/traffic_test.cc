@@ -7,19 +7,17 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <limits>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "daemon/audit/access_policy.h"
-#include "daemon/http/connection_limits.h"
+#include "daemon/http/admission.h"
 #include "daemon/http/drainer.h"
+#include "daemon/http/listening_socket.h"
 #include "daemon/http/memory_budget.h"
-#include "daemon/http/peer.h"
-#include "daemon/http/request_gate.h"
 #include "daemon/idle_clock.h"
 
 namespace paddock {
@@ -41,7 +39,7 @@ TEST(ConnectionLimits, CountAltogetherAndPerUser) {
   EXPECT_TRUE(limits.take(3, kAll));
 }
 
-TEST(ConnectionLimits, ChangeForPlacesThatAreTakenFromNowOn) {
+TEST(ConnectionLimits, ChangedLimitsApplyToNewConnections) {
   ConnectionLimits limits(2, 2, 1);
   EXPECT_TRUE(limits.take(1, kAll));
   EXPECT_TRUE(limits.take(1, kAll));
@@ -81,7 +79,7 @@ TEST(ConnectionLimits, ViewersLeavePlacesForAdministrators) {
   EXPECT_FALSE(limits.take(1, Rights::viewing)) << "half of them";
 }
 
-TEST(ConnectionLimits, APlaceIsGivenBackAtTheEndOfItsConnection) {
+TEST(ConnectionLimits, ClosedConnectionReturnsItsPlace) {
   ConnectionLimits limits(1, 1, 1);
   {
     ConnectionPlace place(limits, 1);
@@ -103,7 +101,7 @@ TEST(ConnectionLimits, APlaceChangesWithTheRights) {
   EXPECT_EQ(place.rights(), Rights::nothing) << "it keeps the one that it has";
 }
 
-TEST(ConnectionLimits, AWaitingConnectionGivesItsWaitingPlaceBackWhenItIsLetIn) {
+TEST(ConnectionLimits, AdmittedConnectionReturnsItsWaitingPlace) {
   ConnectionLimits limits(1, 1, 1);
   ConnectionPlace waiting(limits, 2);
   {
@@ -189,9 +187,9 @@ TEST(RequestGate, WaitsForBodiesForALimitedTime) {
   gate.leave(false);
 }
 
-class DrainerTest : public testing::Test {
+class ConnectionDraining : public testing::Test {
  protected:
-  DrainerTest() {
+  ConnectionDraining() {
     std::array<int, 2> ends{};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
     ours_ = FileDescriptor(ends[0]);
@@ -223,27 +221,27 @@ class DrainerTest : public testing::Test {
   FileDescriptor client_;
 };
 
-TEST_F(DrainerTest, AClientThatSendsOnStillGetsItsAnswer) {
+TEST_F(ConnectionDraining, ContinuouslySendingClientStillReceivesReply) {
   Drainer drainer;
   drainer.answer(std::move(ours_), "sorry");
   EXPECT_GE(send(4U << 20U), 4U << 20U);
   EXPECT_EQ(received(), "sorry");
 }
 
-TEST_F(DrainerTest, AClientThatNeverEndsIsCutOff) {
+TEST_F(ConnectionDraining, AClientThatNeverEndsIsCutOff) {
   Drainer drainer(10, milliseconds(50));
   drainer.add(std::move(ours_));
   EXPECT_LT(send(1ULL << 40U), 1ULL << 40U);
 }
 
-TEST_F(DrainerTest, OneTooManyIsClosedAtOnce) {
+TEST_F(ConnectionDraining, OneTooManyIsClosedAtOnce) {
   Drainer drainer(0);
   drainer.add(std::move(ours_));
   EXPECT_EQ(::send(client_.get(), "x", 1, MSG_NOSIGNAL), -1);
   EXPECT_EQ(errno, EPIPE);
 }
 
-TEST_F(DrainerTest, CallersWithoutRightsHaveAFewOfItAlone) {
+TEST_F(ConnectionDraining, CallersWithoutRightsGetOnlyFewPlaces) {
   Drainer drainer;
   std::vector<FileDescriptor> crowd;
   for (std::size_t count = 0; count < Drainer::kMostStrangers; ++count) {
@@ -261,25 +259,25 @@ TEST_F(DrainerTest, CallersWithoutRightsHaveAFewOfItAlone) {
   EXPECT_EQ(::send(client_.get(), "x", 1, MSG_NOSIGNAL), 1) << "somebody with rights is drained";
 }
 
-TEST_F(DrainerTest, EndsWithConnectionsOpen) {
+TEST_F(ConnectionDraining, EndsWithConnectionsOpen) {
   Drainer drainer;
   drainer.add(std::move(ours_));
 }
 
 TEST(IdleClock, CountsFromOne) {
   std::vector<std::uint64_t> counts;
-  std::mutex mutex;
-  std::condition_variable changed;
+  Mutex mutex;
+  ConditionVariable changed;
   {
     const IdleClock clock(
         [&](std::uint64_t count) {
-          const std::scoped_lock lock(mutex);
+          const MutexLock lock(mutex);
           counts.push_back(count);
           changed.notify_all();
         },
         milliseconds(5));
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [&counts] { return counts.size() >= 3; });
+    MutexLock lock(mutex);
+    while (counts.size() < 3) changed.wait(mutex);
   }
   ASSERT_GE(counts.size(), 3U);
   for (std::size_t index = 0; index < counts.size(); ++index) EXPECT_EQ(counts[index], index + 1);
@@ -313,7 +311,7 @@ TEST(Peer, IsTheProcessAtTheOtherEnd) {
   EXPECT_EQ(peerOf(-1), std::nullopt);
 }
 
-TEST(AccessPolicy, RootAndTheDaemonsOwnUserMayDoEverything) {
+TEST(AccessPolicy, RootAndDaemonUserMayDoEverything) {
   const AccessPolicy policy("no-such-group", "no-such-group-either");
   EXPECT_EQ(policy.rightsOf(0), Rights::everything);
   EXPECT_EQ(policy.rightsOf(::geteuid()), Rights::everything);

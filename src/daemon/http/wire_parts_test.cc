@@ -8,12 +8,9 @@
 #include <system_error>
 #include <thread>
 
-#include "base/numbered_error.h"
-#include "daemon/http/failure_number.h"
-#include "daemon/http/media_type.h"
+#include "base/status.h"
 #include "daemon/http/reply.h"
-#include "daemon/http/request_id.h"
-#include "daemon/http/route.h"
+#include "daemon/http/request_names.h"
 
 namespace paddock {
 namespace {
@@ -36,7 +33,7 @@ TEST(MediaType, AcceptAsksForPropertyListsOnlyByName) {
   EXPECT_EQ(formOfAccept("application/json, application/x-plist"), BodyForm::json);
 }
 
-TEST(Reply, IsAPropertyListWhereThatSaysEveryTextAsItIs) {
+TEST(Reply, IsPropertyListOnlyWhenTextsAreRepresentable) {
   const Reply list = makeReply(200, {{"name", "a\r\n\tb"}}, BodyForm::propertyList);
   EXPECT_EQ(list.form, BodyForm::propertyList);
   EXPECT_NE(list.body.find("<plist"), std::string::npos);
@@ -73,14 +70,14 @@ TEST(Route, EscapesAreReadAfterThePathIsSplit) {
   EXPECT_EQ(routeOf("/v1/a/b%-1").operation, "b%-1");
 }
 
-TEST(Reply, ErrorsAreDictionariesInTheFormThatIsAskedFor) {
+TEST(Reply, ErrorsAreDictionariesInRequestedForm) {
   EXPECT_EQ(makeError(404, "no \"x\"", BodyForm::json).body, "{\"error\":\"no \\\"x\\\"\"}\n");
   const Reply reply = makeError(400, "bad", BodyForm::propertyList);
   EXPECT_NE(reply.body.find("<key>error</key>"), std::string::npos);
   EXPECT_EQ(reply.status, 400);
 }
 
-TEST(Reply, ARawResponseIsWholeAndEndsTheConnection) {
+TEST(Reply, RawResponseIsCompleteAndClosesConnection) {
   EXPECT_EQ(rawResponse(makeError(503, "busy", BodyForm::json), "id-1"),
             "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nContent-Type: "
             "application/json\r\nContent-Length: 17\r\nX-Request-Id: "
@@ -109,7 +106,7 @@ struct KnownError : std::runtime_error, NumberedError {
   std::optional<Status> number_;
 };
 
-TEST(FailureNumber, IsThatOfTheErrorWhenItHasOneAndEioOtherwise) {
+TEST(FailureNumber, IsErrorNumberOrElseEio) {
   EXPECT_EQ(failureNumber(KnownError(100076)), 100076);
   EXPECT_EQ(failureNumber(KnownError(std::nullopt)), EIO);
   EXPECT_EQ(failureNumber(std::system_error(EACCES, std::generic_category())), EACCES);

@@ -43,7 +43,7 @@ Dictionary ContextStore::load(const std::string& plugin) const {
 }
 
 ContextStore::Slot& ContextStore::slotOf(const std::string& plugin) {
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   auto& slot = slots_[plugin];
   if (!slot) slot = std::make_unique<Slot>();
   return *slot;
@@ -52,7 +52,7 @@ ContextStore::Slot& ContextStore::slotOf(const std::string& plugin) {
 void ContextStore::saveIfDirty(const std::string& plugin, Context& context) {
   Slot& slot = slotOf(plugin);
   // Taken and written under one lock, so that an older state never replaces a newer one.
-  const std::scoped_lock lock(slot.mutex);
+  const MutexLock lock(slot.mutex);
   const auto contents = context.takeDirty();
   if (!contents) return;
   try {

@@ -3,18 +3,18 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
+#include "base/mutex.h"
 #include "base/value.h"
-#include "paddock/context.h"
+#include "paddock/plugin_request_handler.h"
 
 namespace paddock {
 
 class ContextStore {
  public:
-  // Makes the folder when it is missing. Throws std::system_error.
+  // Creates the folder when it is missing. Throws std::system_error.
   explicit ContextStore(std::string folder);
 
   // The saved context of a plug-in; empty when there is none. A damaged file is moved to
@@ -22,20 +22,20 @@ class ContextStore {
   Dictionary load(const std::string& plugin) const;
 
   // Saves the context when it is marked as dirty. A failure is logged, once until a save succeeds,
-  // and leaves the mark. Calls for one plug-in may overlap; the newest state is what stays.
+  // and the mark is kept. Calls for one plug-in may overlap; the newest state wins.
   void saveIfDirty(const std::string& plugin, Context& context);
 
  private:
   struct Slot {
-    std::mutex mutex;
-    bool failed = false;
+    Mutex mutex;
+    bool failed PADDOCK_GUARDED_BY(mutex) = false;
   };
   Slot& slotOf(const std::string& plugin);
 
   std::string path_;
   FileDescriptor folder_;
-  std::mutex mutex_;
-  std::map<std::string, std::unique_ptr<Slot>> slots_;
+  Mutex mutex_;
+  std::map<std::string, std::unique_ptr<Slot>> slots_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

@@ -12,12 +12,12 @@
 namespace paddock {
 namespace {
 
-class ContextStoreTest : public testing::Test {
+class ContextSaving : public testing::Test {
  protected:
-  ContextStoreTest() {
+  ContextSaving() {
     installLogSink([this](int, const std::string& line) { log_.push_back(line); });
   }
-  ~ContextStoreTest() override { installLogSink(nullptr); }
+  ~ContextSaving() override { installLogSink(nullptr); }
 
   static void mark(Context& context, int value) {
     context.set("value", value);
@@ -28,7 +28,7 @@ class ContextStoreTest : public testing::Test {
   std::vector<std::string> log_;
 };
 
-TEST_F(ContextStoreTest, GivesBackWhatWasSavedWithoutTheMark) {
+TEST_F(ContextSaving, GivesBackWhatWasSavedWithoutTheMark) {
   const Dictionary contents{{"pid", 7},
                             {"paths", Array{"/a", "/b"}},
                             {"on", true},
@@ -47,7 +47,7 @@ TEST_F(ContextStoreTest, GivesBackWhatWasSavedWithoutTheMark) {
   EXPECT_THAT(log_, testing::IsEmpty());
 }
 
-TEST_F(ContextStoreTest, AContextWithoutTheMarkIsNotWritten) {
+TEST_F(ContextSaving, AContextWithoutTheMarkIsNotWritten) {
   ContextStore store(folder_.path("context"));
   Context context;
   context.set("value", 1);
@@ -56,7 +56,7 @@ TEST_F(ContextStoreTest, AContextWithoutTheMarkIsNotWritten) {
   EXPECT_TRUE(store.load("plugin").empty());
 }
 
-TEST_F(ContextStoreTest, AFailureIsLoggedOnceAndTheMarkStays) {
+TEST_F(ContextSaving, FailureIsLoggedOnceAndMarkStays) {
   ContextStore store(folder_.path("context"));
   std::filesystem::create_directories(folder_.path("context/plugin.plist/in/the/way"));
   Context context;
@@ -71,7 +71,7 @@ TEST_F(ContextStoreTest, AFailureIsLoggedOnceAndTheMarkStays) {
   EXPECT_TRUE(context.get(Context::kDirtyKey).isNull());
 }
 
-TEST_F(ContextStoreTest, TheNewestStateStaysWhenSavesOverlap) {
+TEST_F(ContextSaving, TheNewestStateStaysWhenSavesOverlap) {
   ContextStore store(folder_.path("context"));
   Context context;
   std::vector<std::thread> threads;

@@ -14,12 +14,24 @@ struct LoadedPlugin {
   std::string name;
   std::unique_ptr<PluginRequestHandler> handler;
   std::vector<PluginRequestHandler::Operation> operations;
-  Dictionary description = {};  // what it says of its operations (paddock/plugin.h)
+  Dictionary description = {};  // of its operations (paddock/plugin.h)
 
   // Null when the plug-in has no such operation.
   const PluginRequestHandler::Operation* find(std::string_view operation) const;
-  // "auditedOnce" of what it says of the operation; null where it says nothing of that.
+  // "auditedOnce" of the operation's description; null when absent.
   const Dictionary* auditedOnce(const std::string& operation) const;
 };
+
+// Loads plug-ins from their bundles.
+
+// Loads NAME.bundle/Contents/NAME.so for every bundle of the folder, by name. One that cannot be
+// used is refused with a log line that names it, and the others are loaded: a shared object that is
+// missing or lacks a library, that others than root could have changed, that has no entry point or
+// another interface version; a constructor, `init` or `operations` that throws. Shared objects are
+// never unloaded.
+std::vector<LoadedPlugin> loadPlugins(const std::string& folder);
+
+// Loads the plug-in of that name. Throws, naming it, when it cannot be used.
+LoadedPlugin loadPlugin(const std::string& folder, const std::string& name);
 
 }  // namespace paddock

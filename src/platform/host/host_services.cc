@@ -6,7 +6,6 @@
 #include <csignal>
 #include <limits>
 
-#include "paddock/bundle_manager.h"
 #include "paddock/host.h"
 #include "paddock/password_checks.h"
 #include "paddock/run_program.h"

@@ -1,5 +1,5 @@
-// The platform services that the host library itself gives: programs, plug-in commands, the log,
-// and the marks of directory nodes that cannot be used.
+// Platform services implemented by the host library: programs, plug-in commands, the log, and the
+// status of unusable directory nodes.
 #pragma once
 
 #include "platform/logger.h"
@@ -30,8 +30,8 @@ class HostLogger : public Logger {
   void log(int priority, std::string_view text) override;
 };
 
-// Marks nodes that a search did without, for the daemon's health, and has passwords tested as
-// paddock/password_checks.h says.
+// Reports nodes that a search skipped, for the daemon's health, and has passwords checked as
+// specified in paddock/password_checks.h.
 class HostNodeObserver : public NodeObserver {
  public:
   void leftOut(const std::string& path, const DirectoryError& error) override;

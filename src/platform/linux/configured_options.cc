@@ -1,7 +1,7 @@
 #include "platform/linux/configured_options.h"
 
 #include "platform/linux/acl/winbind_sids.h"
-#include "platform/linux/ldap/configured_ldap.h"
+#include "platform/linux/ldap/ldap_options.h"
 
 namespace paddock {
 
@@ -47,8 +47,8 @@ FilePrivilegesOptions configuredPrivileges(const Dictionary& configuration,
   return options;
 }
 
-// Winbind is the system's, and makes up ids for SIDs that it is asked about: a daemon in a tree of
-// its own leaves it alone, unless it is told to ask.
+// Winbind belongs to the system, and allocates ids for SIDs that it resolves: a daemon with a root
+// of its own does not use it, unless configured to.
 std::unique_ptr<SidResolver> configuredSidResolver(const Dictionary& configuration,
                                                    const std::string& root,
                                                    std::shared_ptr<SambaAccountReader> samba) {

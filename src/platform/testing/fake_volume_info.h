@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/testing/call_rules.h"
 #include "platform/volume_info.h"
 
 namespace paddock {
@@ -37,6 +38,28 @@ class FakeVolumeInfo : public VolumeInfo {
   std::map<std::string, int> errors_;
   int tableError_ = 0;
   int statfsCalls_ = 0;
+};
+
+// Volumes. A failure is the errno and nothing. Operations: statfs, statistics (subject: the path),
+// getmntinfo.
+class ForwardingVolumeInfo final : public Forwarder<VolumeInfo> {
+ public:
+  using Forwarder::Forwarder;
+  int statfs(const std::string& path, MountedVolume& volume) override {
+    volume = {};
+    const int error = ask("volumeInfo.statfs", {"statfs", path, ""});
+    return error != 0 ? error : wrapped().statfs(path, volume);
+  }
+  int statistics(const std::string& path, VolumeStatistics& statistics) override {
+    statistics = {};
+    const int error = ask("volumeInfo.statistics", {"statistics", path, ""});
+    return error != 0 ? error : wrapped().statistics(path, statistics);
+  }
+  int getmntinfo(std::vector<MountedVolume>& volumes) override {
+    volumes.clear();
+    const int error = ask("volumeInfo.getmntinfo", {"getmntinfo", "", ""});
+    return error != 0 ? error : wrapped().getmntinfo(volumes);
+  }
 };
 
 }  // namespace paddock

@@ -1,29 +1,29 @@
-#include "platform/testing/faulty_services.h"
+#include "platform/testing/service_doubles.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/host_name.h"
+#include "platform/machine_information.h"
 #include "platform/program_runner.h"
 #include "platform/shared_file_list.h"
-#include "platform/testing/fake_browser_information.h"
-#include "platform/testing/fake_host_name.h"
-#include "platform/testing/fake_quota_control.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/fake_quotas.h"
 #include "platform/testing/fake_volume_info.h"
+#include "platform/testing/fault_plan.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_acl.h"
-#include "platform/testing/in_memory_file_attributes.h"
+#include "platform/testing/in_memory_file_tree.h"
 #include "platform/testing/in_memory_shared_file_list.h"
 #include "platform/testing/in_memory_text_files.h"
-#include "platform/testing/recording_program_runner.h"
+#include "platform/testing/recording_host_services.h"
 #include "platform/text_file.h"
 #include "platform/volume_info.h"
 
 namespace paddock {
 namespace {
 
-class FaultyServicesTest : public testing::Test {
+class FaultyServiceCalls : public testing::Test {
  protected:
-  FaultyServicesTest() {
+  FaultyServiceCalls() {
     real_.hostName = &hostName_;
     real_.volumeInfo = &volumeInfo_;
     real_.programRunner = &programRunner_;
@@ -50,9 +50,9 @@ class FaultyServicesTest : public testing::Test {
   Services real_;
 };
 
-TEST_F(FaultyServicesTest, FailsTheNthCallCountedOverAllServices) {
+TEST_F(FaultyServiceCalls, FailsTheNthCallCountedOverAllServices) {
   FaultPlan plan(2);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   std::string name;
   MountedVolume volume;
   EXPECT_EQ(faulty.services().hostName->gethostname(name), 0);
@@ -66,9 +66,9 @@ TEST_F(FaultyServicesTest, FailsTheNthCallCountedOverAllServices) {
                                                     "volumeInfo.statfs"}));
 }
 
-TEST_F(FaultyServicesTest, NothingFailsWithoutAFailingCall) {
+TEST_F(FaultyServiceCalls, NothingFailsWithoutAFailingCall) {
   FaultPlan plan;
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   std::string name;
   EXPECT_EQ(faulty.services().hostName->gethostname(name), 0);
   EXPECT_EQ(name, "server.example");
@@ -76,27 +76,27 @@ TEST_F(FaultyServicesTest, NothingFailsWithoutAFailingCall) {
   EXPECT_EQ(plan.callCount(), 1U);
 }
 
-TEST_F(FaultyServicesTest, AFailingProgramDoesNotRun) {
+TEST_F(FaultyServiceCalls, AFailingProgramDoesNotRun) {
   FaultPlan plan(1);
   plan.setError(ENOENT);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   EXPECT_EQ(faulty.services().programRunner->run("/bin/x", {}).status, ENOENT);
   EXPECT_TRUE(programRunner_.runs().empty());
 }
 
-TEST_F(FaultyServicesTest, AProgramThatFailsToStartDoesNotRun) {
+TEST_F(FaultyServiceCalls, ProgramFailingToStartDoesNotRun) {
   FaultPlan plan(1);
   plan.setError(EAGAIN);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   EXPECT_EQ(faulty.services().programRunner->start("/bin/x", {"-u"}), EAGAIN);
   EXPECT_EQ(plan.failedCall(), "programRunner.start");
   EXPECT_TRUE(programRunner_.started().empty());
 }
 
-TEST_F(FaultyServicesTest, AFailingSwitchSwitchesNothing) {
+TEST_F(FaultyServiceCalls, AFailingSwitchSwitchesNothing) {
   FaultPlan plan(1);
   plan.setError(EPERM);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   quotaControl_.setOn("/");
   EXPECT_EQ(faulty.services().quotaControl->quotactl("/", quotaCommand(kQuotaOffCommand, 0), 0,
                                                      std::string("/.quota.user")),
@@ -104,9 +104,9 @@ TEST_F(FaultyServicesTest, AFailingSwitchSwitchesNothing) {
   EXPECT_TRUE(quotaControl_.isOn("/"));
 }
 
-TEST_F(FaultyServicesTest, AFailingQueryLeavesTheStateZero) {
+TEST_F(FaultyServiceCalls, AFailingQueryLeavesTheStateZero) {
   FaultPlan plan(1);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   std::uint32_t state = 7;
   EXPECT_EQ(
       faulty.services().quotaControl->quotactl("/", quotaCommand(kQuotaStateCommand, 0), 0, &state),
@@ -114,10 +114,10 @@ TEST_F(FaultyServicesTest, AFailingQueryLeavesTheStateZero) {
   EXPECT_EQ(state, 0U);
 }
 
-TEST_F(FaultyServicesTest, FailingBrowserInformationIsZeroAndNotWritten) {
+TEST_F(FaultyServiceCalls, FailingBrowserInformationIsZeroAndNotWritten) {
   FaultPlan plan(1);
   plan.keepFailing();
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   BrowserInformation information{1};
   EXPECT_EQ(faulty.services().browserInformation->read("/", information), EIO);
   EXPECT_EQ(information, BrowserInformation{});
@@ -125,59 +125,59 @@ TEST_F(FaultyServicesTest, FailingBrowserInformationIsZeroAndNotWritten) {
   EXPECT_EQ(browserInformation_.find("/"), nullptr);
 }
 
-TEST_F(FaultyServicesTest, FailingStatisticsAreEmpty) {
+TEST_F(FaultyServiceCalls, FailingStatisticsAreEmpty) {
   FaultPlan plan(1);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   VolumeStatistics statistics{"x", 1, 2, 3};
   EXPECT_EQ(faulty.services().volumeInfo->statistics("/", statistics), EIO);
   EXPECT_EQ(statistics, VolumeStatistics());
 }
 
-TEST_F(FaultyServicesTest, AFailingReplacementChangesNothing) {
+TEST_F(FaultyServiceCalls, AFailingReplacementChangesNothing) {
   textFiles_.setFile("/etc/exports", "old\n");
   FaultPlan plan(1);
   plan.setError(ENOSPC);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   EXPECT_EQ(faulty.services().textFiles->replace("/etc/exports", "new\n"), ENOSPC);
   EXPECT_EQ(textFiles_.contents("/etc/exports"), "old\n");
 }
 
-TEST_F(FaultyServicesTest, AFailingRemovalRemovesNothing) {
+TEST_F(FaultyServiceCalls, AFailingRemovalRemovesNothing) {
   textFiles_.setFile("/etc/exports", "old\n");
   FaultPlan plan(1);
   plan.setError(EROFS);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   EXPECT_EQ(faulty.services().textFiles->removeFile("/etc", "exports"), EROFS);
   EXPECT_EQ(textFiles_.contents("/etc/exports"), "old\n");
   EXPECT_EQ(faulty.services().textFiles->removeFile("/etc", "exports"), 0);
 }
 
-TEST_F(FaultyServicesTest, AGroupThatCannotBeLookedUpInItsBufferHasNoNumber) {
+TEST_F(FaultyServiceCalls, FailedGroupLookupClearsItsNumber) {
   FaultPlan plan(1);
   plan.setError(ERANGE);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   std::uint32_t gid = 7;
   EXPECT_EQ(faulty.services().accounts->getgrnam_r("root", 200, gid), ERANGE);
   EXPECT_EQ(gid, 0U);
   EXPECT_EQ(plan.failedCall(), "accounts.getgrnam_r");
 }
 
-TEST_F(FaultyServicesTest, WrappedItemsCanBeRemovedFromTheList) {
+TEST_F(FaultyServiceCalls, WrappedItemsCanBeRemovedFromTheList) {
   sharedFileLists_.insert("file:///srv/a");
   FaultPlan plan;
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   const auto list = faulty.services().sharedFileLists->createSharePointList();
   EXPECT_EQ(list->remove(list->snapshot().at(0)), kSuccess);
   EXPECT_EQ(list->remove(list->insertLast("file:///srv/b")), kSuccess);
   EXPECT_TRUE(sharedFileLists_.urls().empty());
 }
 
-TEST_F(FaultyServicesTest, EachFailureOfTheSharedFileListIsItsOwnCall) {
+TEST_F(FaultyServiceCalls, SharedFileListCallsFailIndividually) {
   sharedFileLists_.insert("file:///srv/a");
   FaultPlan plan(1);
   plan.keepFailing();
   plan.countOnly("sharedFileList.");
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   const auto list = faulty.services().sharedFileLists->createSharePointList();
   ASSERT_NE(list, nullptr);
   EXPECT_TRUE(list->snapshot().empty());
@@ -186,20 +186,20 @@ TEST_F(FaultyServicesTest, EachFailureOfTheSharedFileListIsItsOwnCall) {
   EXPECT_EQ(plan.callCount(), 3U);
 }
 
-TEST_F(FaultyServicesTest, AFailingChangeOfAttributesChangesNothing) {
+TEST_F(FaultyServiceCalls, AFailingChangeOfAttributesChangesNothing) {
   tree_.setFolder("/srv/a");
   FaultPlan plan(1);
   plan.setError(EROFS);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   EXPECT_EQ(faulty.services().fileAttributes->apply("/srv/a", {{}, {}, 0700}), EROFS);
   EXPECT_EQ(tree_.attributes("/srv/a").permissions, 0755U);
 }
 
-TEST_F(FaultyServicesTest, AnAclThatCannotBeReleasedIsGoneAllTheSame) {
+TEST_F(FaultyServiceCalls, AclIsFreedDespiteFailedRelease) {
   FaultPlan plan(2);
   plan.countOnly("acl.acl_free");
   plan.setError(ENOMEM);
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   acl::AclService& service = *faulty.services().acl;
   EXPECT_EQ(service.acl_free(service.acl_init(1)), 0);
   errno = 0;
@@ -208,14 +208,14 @@ TEST_F(FaultyServicesTest, AnAclThatCannotBeReleasedIsGoneAllTheSame) {
   EXPECT_EQ(acl_.unreleased(), 0U);
 }
 
-TEST_F(FaultyServicesTest, EachCallOfAnAclFailsOnItsOwn) {
+TEST_F(FaultyServiceCalls, AclCallsFailIndividually) {
   acl::List* list = acl_.acl_init(1);
   acl::Entry* entry = nullptr;
   ASSERT_EQ(acl_.acl_create_entry(list, entry), 0);
   ASSERT_EQ(acl_.acl_set_tag_type(entry, acl::kExtendedAllow), 0);
   FaultPlan plan(1);
   plan.countOnly("acl.acl_get_permset");
-  const FaultyServices faulty(real_, plan);
+  const ForwardingServices faulty(real_, plan);
   acl::AclService& service = *faulty.services().acl;
   int tag = 0;
   acl::Permset* permset = nullptr;

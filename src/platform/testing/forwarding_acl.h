@@ -1,17 +1,22 @@
-// An ACL service that passes every call on; derive from it to see or change some of them.
+// An ACL service whose calls are asked of rules (call_rules.h).
+//
+// A call that fails returns -1 or null with the rule's number in errno, its out value null, and
+// never reaches the wrapped service; releasing alone does, since what is released is gone even when
+// that fails. Calls are named "acl." and their own name; the two releases "acl.acl_free.list" and
+// "acl.acl_free.qualifier". A trace has acl_get_file and acl_set_file, with the path as subject,
+// and acl_valid; other calls on lists in memory are left out.
 #pragma once
 
 #include <string>
 
 #include "platform/acl.h"
+#include "platform/testing/call_rules.h"
 
 namespace paddock {
 
-class ForwardingAcl : public acl::AclService {
+class ForwardingAcl final : public Forwarder<acl::AclService> {
  public:
-  // `wrapped` outlives this object.
-  explicit ForwardingAcl(acl::AclService& wrapped) : wrapped_(wrapped) {}
-
+  using Forwarder::Forwarder;
   acl::List* acl_get_file(const std::string& path, int type) override;
   int acl_set_file(const std::string& path, int type, acl::List* list) override;
   acl::List* acl_init(int count) override;
@@ -37,7 +42,8 @@ class ForwardingAcl : public acl::AclService {
   int acl_free(Guid* qualifier) override;
 
  private:
-  acl::AclService& wrapped_;
+  // Whether the call fails; errno is then the rule's number.
+  bool fails(const char* name, const ServiceCall& call = {}) const;
 };
 
 }  // namespace paddock

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/group_entry.h"
+#include "platform/accounts.h"
 
 namespace paddock {
 

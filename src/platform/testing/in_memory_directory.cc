@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <mutex>
 
-#include "platform/directory_schema.h"
+#include "base/mutex.h"
+#include "platform/directory.h"
 #include "platform/search_node.h"
 #include "platform/testing/memory_node.h"
 
@@ -19,18 +19,18 @@ struct InMemoryDirectory::State {
   const CaseFold fold;
   const std::string adminGroup;
   std::atomic<int> openSessions = 0;
-  std::mutex mutex;  // guards `nodes`, not what they hold
-  std::vector<std::shared_ptr<NodeData>> nodes;
+  Mutex mutex;  // guards `nodes`, not what they hold
+  std::vector<std::shared_ptr<NodeData>> nodes PADDOCK_GUARDED_BY(mutex);
 
   std::shared_ptr<NodeData> node(const std::string& path) {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     for (const auto& node : nodes)
       if (node->path == path) return node;
     throw DirectoryError(ENOENT, "there is no directory node \"" + path + "\"");
   }
 
   std::shared_ptr<const NodeList> list() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     NodeList list;
     for (const auto& node : nodes)
       list.push_back({node->path, [node] { return memory::open(node); }});
@@ -82,21 +82,24 @@ int InMemoryDirectory::openSessions() const { return state_->openSessions; }
 void InMemoryDirectory::addNode(const std::string& path,
                                 const std::optional<std::string>& readOnlyNode) {
   auto node = std::make_shared<NodeData>(path, state_->fold, state_->adminGroup);
-  node->readOnlyNode = readOnlyNode;
-  const std::lock_guard lock(state_->mutex);
+  {
+    const MutexLock lock(node->mutex);
+    node->readOnlyNode = readOnlyNode;
+  }
+  const MutexLock lock(state_->mutex);
   state_->nodes.push_back(std::move(node));
 }
 
 void InMemoryDirectory::setReadOnlyNode(const std::string& path,
                                         const std::optional<std::string>& readOnlyNode) {
   const auto node = state_->node(path);
-  const std::lock_guard lock(node->mutex);
+  const MutexLock lock(node->mutex);
   node->readOnlyNode = readOnlyNode;
 }
 
 void InMemoryDirectory::failOpening(const std::string& path, Status status) {
   const auto node = state_->node(path);
-  const std::lock_guard lock(node->mutex);
+  const MutexLock lock(node->mutex);
   node->openStatus = status;
 }
 
@@ -104,14 +107,14 @@ void InMemoryDirectory::addRecord(const std::string& path, const std::string& ty
                                   const std::string& name, const Dictionary& attributes) {
   const auto changes = attributeChanges(attributes);
   const auto node = state_->node(path);
-  const std::lock_guard lock(node->mutex);
+  const MutexLock lock(node->mutex);
   memory::apply(*node, *memory::create(*node, name, type), changes);
 }
 
 void InMemoryDirectory::setPassword(const std::string& path, const std::string& user,
                                     const std::string& password) {
   const auto node = state_->node(path);
-  const std::lock_guard lock(node->mutex);
+  const MutexLock lock(node->mutex);
   auto record = memory::find(*node, user, schema::kUsers);
   if (!record) throw DirectoryError(ENOENT, "there is no user \"" + user + "\"");
   node->passwords[std::move(record)] = password;

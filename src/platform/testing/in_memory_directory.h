@@ -1,8 +1,8 @@
 // A directory in memory: the double of the Linux directory service, which passes the same
 // contract suite.
 //
-// At first it has the node "/Local", which can be written. Records and nodes that were handed out
-// stay usable after the directory is gone.
+// At first it has the node "/Local", which can be written. Records and nodes stay usable after the
+// directory is destroyed.
 #pragma once
 
 #include <memory>

@@ -9,9 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/accounts.h"
 #include "platform/acl_list.h"
 #include "platform/file_attributes.h"
 #include "platform/path_use.h"
+#include "platform/testing/call_rules.h"
 
 namespace paddock {
 
@@ -69,6 +71,48 @@ class InMemoryFileTree {
 
   std::map<std::string, Object> objects_;
   std::map<std::string, Link> links_;
+};
+
+// File attributes in memory: the double of the Linux service.
+class InMemoryFileAttributes final : public FileAttributeService {
+ public:
+  // The tree and the accounts, which say what names there are, outlive this object.
+  InMemoryFileAttributes(InMemoryFileTree& tree, Accounts& accounts)
+      : tree_(tree), accounts_(accounts) {}
+
+  int read(const std::string& path, FileAttributes& attributes) override;
+  int apply(const std::string& path, const FileAttributeChanges& changes) override;
+  bool exists(const std::string& path) override;
+  std::optional<RefusedLink> refusedLink(const std::string& path) override;
+
+ private:
+  bool namesExist(const FileAttributeChanges& changes);
+
+  InMemoryFileTree& tree_;
+  Accounts& accounts_;
+};
+
+// File attributes. A failure is the errno, nothing read or applied; `exists` says false,
+// `refusedLink` nothing. Operations, with the path as subject: readAttributes, applyAttributes,
+// fileExists; traces leave out `refusedLink`, which is asked for messages alone.
+class ForwardingFileAttributes final : public Forwarder<FileAttributeService> {
+ public:
+  using Forwarder::Forwarder;
+  int read(const std::string& path, FileAttributes& attributes) override {
+    attributes = {};
+    const int error = ask("fileAttributes.read", {"readAttributes", path, ""});
+    return error != 0 ? error : wrapped().read(path, attributes);
+  }
+  int apply(const std::string& path, const FileAttributeChanges& changes) override {
+    const int error = ask("fileAttributes.apply", {"applyAttributes", path, ""});
+    return error != 0 ? error : wrapped().apply(path, changes);
+  }
+  bool exists(const std::string& path) override {
+    return ask("fileAttributes.exists", {"fileExists", path, ""}) == 0 && wrapped().exists(path);
+  }
+  std::optional<RefusedLink> refusedLink(const std::string& path) override {
+    return ask("fileAttributes.refusedLink") != 0 ? std::nullopt : wrapped().refusedLink(path);
+  }
 };
 
 }  // namespace paddock

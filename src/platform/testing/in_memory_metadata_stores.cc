@@ -13,7 +13,7 @@ void merge(Dictionary& into, const Dictionary& attributes) {
 }  // namespace
 
 int InMemoryMetadataStores::copyStorePaths(std::shared_ptr<const StorePaths>& paths) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (paths_ == nullptr) {
     std::vector<std::string> all;
     for (const auto& store : stores_) all.push_back(store.first);
@@ -25,7 +25,7 @@ int InMemoryMetadataStores::copyStorePaths(std::shared_ptr<const StorePaths>& pa
 
 int InMemoryMetadataStores::copyStoreAttributes(const std::string& path, Dictionary& attributes) {
   attributes = {};
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto store = stores_.find(path);
   if (store == stores_.end()) return ENOENT;
   attributes = store->second;
@@ -35,7 +35,7 @@ int InMemoryMetadataStores::copyStoreAttributes(const std::string& path, Diction
 int InMemoryMetadataStores::setStoreAttributes(const std::string& path,
                                                const Dictionary& attributes) {
   if (const int error = metadata_store::argumentError(path, attributes); error != 0) return error;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto store = stores_.find(path);
   if (store == stores_.end()) return ENOENT;
   merge(store->second, attributes);
@@ -44,19 +44,19 @@ int InMemoryMetadataStores::setStoreAttributes(const std::string& path,
 
 int InMemoryMetadataStores::createStore(const std::string& path, const Dictionary& attributes) {
   if (const int error = metadata_store::argumentError(path, attributes); error != 0) return error;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!stores_.emplace(path, attributes).second) return EEXIST;
   paths_ = nullptr;
   return 0;
 }
 
 std::map<std::string, Dictionary> InMemoryMetadataStores::stores() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return stores_;
 }
 
 std::string InMemoryMetadataStores::levelOf(const std::string& path) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto store = stores_.find(path);
   if (store == stores_.end()) return {};
   const std::string* level = store->second.string(metadata_store::kSearchLevel);
@@ -64,7 +64,7 @@ std::string InMemoryMetadataStores::levelOf(const std::string& path) const {
 }
 
 void InMemoryMetadataStores::setLevel(const std::string& path, const std::string& level) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   stores_[path].set(metadata_store::kSearchLevel, level);
   paths_ = nullptr;
 }

@@ -105,4 +105,62 @@ std::vector<std::uint32_t> InMemorySharedFileLists::resolveFlags() const {
   return state_->resolveFlags;
 }
 
+namespace {
+
+class ForwardingItem final : public SharedFileListItem {
+ public:
+  ForwardingItem(SharedFileList::Item wrapped, CallRules& rules)
+      : wrapped_(std::move(wrapped)), rules_(rules) {}
+
+  std::optional<std::string> resolve(std::uint32_t flags) override {
+    const ServiceCall call{"resolve", "", std::to_string(flags)};
+    if (rules_.before("sharedFileListItem.resolve", call) != 0) return std::nullopt;
+    return wrapped_->resolve(flags);
+  }
+  const SharedFileList::Item& wrapped() const { return wrapped_; }
+
+ private:
+  SharedFileList::Item wrapped_;
+  CallRules& rules_;
+};
+
+class ForwardingList final : public SharedFileList {
+ public:
+  ForwardingList(std::unique_ptr<SharedFileList> wrapped, CallRules& rules)
+      : wrapped_(std::move(wrapped)), rules_(rules) {}
+
+  std::vector<Item> snapshot() override {
+    if (rules_.before("sharedFileList.snapshot", {"snapshot", "", ""}) != 0) return {};
+    std::vector<Item> items = wrapped_->snapshot();
+    for (Item& item : items) item = std::make_shared<ForwardingItem>(item, rules_);
+    return items;
+  }
+  Item insertLast(const std::string& url) override {
+    if (rules_.before("sharedFileList.insertLast", {"insertLast", url, ""}) != 0) return nullptr;
+    const Item item = wrapped_->insertLast(url);
+    if (!item) return nullptr;
+    return std::make_shared<ForwardingItem>(item, rules_);
+  }
+  Status remove(const Item& item) override {
+    const int number = rules_.before("sharedFileList.remove", {"removeItem", "", ""});
+    if (number != 0) return number;
+    const auto* forwarding = dynamic_cast<const ForwardingItem*>(item.get());
+    return wrapped_->remove(forwarding == nullptr ? item : forwarding->wrapped());
+  }
+
+ private:
+  std::unique_ptr<SharedFileList> wrapped_;
+  CallRules& rules_;
+};
+
+}  // namespace
+
+std::unique_ptr<SharedFileList> ForwardingSharedFileLists::createSharePointList() {
+  const ServiceCall call{"createSharePointList", "", ""};
+  if (ask("sharedFileLists.createSharePointList", call) != 0) return nullptr;
+  auto list = wrapped().createSharePointList();
+  if (!list) return nullptr;
+  return std::make_unique<ForwardingList>(std::move(list), rules());
+}
+
 }  // namespace paddock

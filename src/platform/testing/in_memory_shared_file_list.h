@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/shared_file_list.h"
+#include "platform/testing/call_rules.h"
 
 namespace paddock {
 
@@ -38,6 +39,15 @@ class InMemorySharedFileLists : public SharedFileLists {
 
  private:
   std::shared_ptr<State> state_;
+};
+
+// A shared-file list. A failure is no list, no item inserted, the number from a removal, an item
+// that cannot be resolved, an empty snapshot. Operations: createSharePointList, snapshot, resolve
+// (detail: the flags), insertLast (subject: the URL), removeItem.
+class ForwardingSharedFileLists final : public Forwarder<SharedFileLists> {
+ public:
+  using Forwarder::Forwarder;
+  std::unique_ptr<SharedFileList> createSharePointList() override;
 };
 
 }  // namespace paddock

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/status_files.h"
+#include "platform/testing/call_rules.h"
 
 namespace paddock {
 
@@ -50,6 +51,32 @@ class InMemoryStatusFiles : public StatusFiles {
   std::map<std::string, std::optional<Dictionary>> files_;
   int made_ = 0;
   int createError_ = 0;
+};
+
+// Status files. A failure is the errno or no dictionary, nothing made or removed; `exists` says
+// false. Traces leave them out.
+class ForwardingStatusFiles final : public Forwarder<StatusFiles> {
+ public:
+  using Forwarder::Forwarder;
+  int create(const std::string& pathTemplate, std::string& path) override {
+    path.clear();
+    const int error = ask("statusFiles.create");
+    return error != 0 ? error : wrapped().create(pathTemplate, path);
+  }
+  bool exists(const std::string& path) override {
+    return ask("statusFiles.exists") == 0 && wrapped().exists(path);
+  }
+  std::optional<Dictionary> read(const std::string& path) override {
+    return ask("statusFiles.read") != 0 ? std::nullopt : wrapped().read(path);
+  }
+  int remove(const std::string& path) override {
+    const int error = ask("statusFiles.remove");
+    return error != 0 ? error : wrapped().remove(path);
+  }
+  int discard(const std::string& path) override {
+    const int error = ask("statusFiles.discard");
+    return error != 0 ? error : wrapped().discard(path);
+  }
 };
 
 }  // namespace paddock

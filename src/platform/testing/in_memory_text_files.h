@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/testing/call_rules.h"
 #include "platform/text_file.h"
 
 namespace paddock {
@@ -40,7 +41,7 @@ class InMemoryTextFiles : public TextFiles {
                          std::vector<std::string>& names) override;
   bool exists(const std::string& path) override;
 
-  // Runs once, just before the next `replaceKeeping` replaces: what somebody else does then.
+  // Runs once, just before the next `replaceKeeping` replaces: simulates a concurrent process.
   void setBeforeReplacing(std::function<void()> action) { beforeReplacing_ = std::move(action); }
   // Runs once, while the next file that is not the expected one has given way and is not put back
   // yet. What it leaves at that path stays there.
@@ -82,6 +83,54 @@ class InMemoryTextFiles : public TextFiles {
   std::function<void()> beforePuttingBack_;
   bool openForWriting_ = false;
   int replacements_ = 0;
+};
+
+// Text files. A failure is the errno, nothing read, written or removed; `exists` says false.
+// Operations, with the path as subject: read, identify, replace (both kinds; detail: the contents),
+// copyOnce (detail: the new path), exists; removeFile and namesBeginningWith (subject: the folder,
+// detail: the name or its beginning).
+class ForwardingTextFiles final : public Forwarder<TextFiles> {
+ public:
+  using Forwarder::Forwarder;
+  using TextFiles::read;
+  int read(const std::string& path, std::string& contents, FileIdentity& identity) override {
+    contents.clear();
+    identity = {};
+    const int error = ask("textFiles.read", {"read", path, ""});
+    return error != 0 ? error : wrapped().read(path, contents, identity);
+  }
+  int identify(const std::string& path, FileIdentity& identity) override {
+    identity = {};
+    const int error = ask("textFiles.identify", {"identify", path, ""});
+    return error != 0 ? error : wrapped().identify(path, identity);
+  }
+  int replace(const std::string& path, const std::string& contents) override {
+    const int error = ask("textFiles.replace", {"replace", path, contents});
+    return error != 0 ? error : wrapped().replace(path, contents);
+  }
+  int replaceKeeping(const std::string& path, const std::string& contents,
+                     const FileIdentity* expected, Replacement& replacement) override {
+    replacement = {};
+    const int error = ask("textFiles.replace", {"replace", path, contents});
+    return error != 0 ? error : wrapped().replaceKeeping(path, contents, expected, replacement);
+  }
+  int copyOnce(const std::string& from, const std::string& to) override {
+    const int error = ask("textFiles.copyOnce", {"copyOnce", from, to});
+    return error != 0 ? error : wrapped().copyOnce(from, to);
+  }
+  int removeFile(const std::string& folder, const std::string& name) override {
+    const int error = ask("textFiles.removeFile", {"removeFile", folder, name});
+    return error != 0 ? error : wrapped().removeFile(folder, name);
+  }
+  int namesBeginningWith(const std::string& folder, const std::string& prefix,
+                         std::vector<std::string>& names) override {
+    names.clear();
+    const int error = ask("textFiles.namesBeginningWith", {"namesBeginningWith", folder, prefix});
+    return error != 0 ? error : wrapped().namesBeginningWith(folder, prefix, names);
+  }
+  bool exists(const std::string& path) override {
+    return ask("textFiles.exists", {"exists", path, ""}) == 0 && wrapped().exists(path);
+  }
 };
 
 }  // namespace paddock

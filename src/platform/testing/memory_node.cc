@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <functional>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 
 namespace paddock::memory {
 
@@ -48,14 +48,15 @@ void requireKnown(MatchType matchType) {
 }
 
 void requireFreeName(const NodeData& node, const std::string& type, const std::string& name,
-                     const Record* owner) {
+                     const Record* owner) PADDOCK_REQUIRES(node.mutex) {
   const auto other = find(node, name, type);
   if (other && other.get() != owner)
     throw DirectoryError(EEXIST, "another record of " + type + " has the name \"" + name + "\"");
 }
 
 // Throws when the change cannot be made.
-void check(const NodeData& node, const Record& record, const AttributeChange& change) {
+void check(const NodeData& node, const Record& record, const AttributeChange& change)
+    PADDOCK_REQUIRES(node.mutex) {
   if (change.attribute == schema::kRecordName)
     for (const std::string& name : change.values) requireFreeName(node, record.type, name, &record);
   if (change.attribute == schema::kRecordType && !change.values.empty() &&
@@ -79,14 +80,13 @@ void change(Record& record, const AttributeChange& change) {
   }
 }
 
-// What a node object and the records that it handed out know of who is using them.
+// Authentication state shared by a node object and the records that it returned.
 struct Access {
   explicit Access(std::shared_ptr<NodeData> data_) : data(std::move(data_)) {}
   const std::shared_ptr<NodeData> data;
   std::atomic<bool> refused = false;  // an authenticated user who may not write
 
-  // With the mutex held.
-  void requireWritable() const {
+  void requireWritable() const PADDOCK_REQUIRES(data->mutex) {
     if (data->readOnlyNode != schema::kReadWrite)
       throw DirectoryError(EACCES, "the node " + data->path + " is read-only");
     if (refused) throw DirectoryError(EACCES, "the user may not change " + data->path);
@@ -99,19 +99,19 @@ class MemoryRecord final : public DirectoryRecord {
       : access_(std::move(access)), record_(std::move(record)) {}
 
   std::vector<std::string> getAllAttributes() const override {
-    const std::lock_guard lock(access_->data->mutex);
+    const MutexLock lock(access_->data->mutex);
     std::vector<std::string> names;
     for (const auto& attribute : everything(present())) names.push_back(attribute.attribute);
     return names;
   }
 
   Dictionary getAllAttributesAndValues() const override {
-    const std::lock_guard lock(access_->data->mutex);
+    const MutexLock lock(access_->data->mutex);
     return answer(present(), [](const std::string&) { return true; });
   }
 
   Array getAttribute(const std::string& attribute) const override {
-    const std::lock_guard lock(access_->data->mutex);
+    const MutexLock lock(access_->data->mutex);
     for (const auto& candidate : everything(present()))
       if (candidate.attribute == attribute) return valueArray(candidate.values);
     return {};
@@ -135,24 +135,23 @@ class MemoryRecord final : public DirectoryRecord {
   }
 
   void removeRecord() override {
-    NodeData& node = *access_->data;
-    const std::lock_guard lock(node.mutex);
+    const MutexLock lock(access_->data->mutex);
     access_->requireWritable();
     present();
     record_->removed = true;
-    node.passwords.erase(record_);
-    std::erase(node.records, record_);
+    access_->data->passwords.erase(record_);
+    std::erase(access_->data->records, record_);
   }
 
  private:
-  Record& present() const {
+  Record& present() const PADDOCK_REQUIRES(access_->data->mutex) {
     if (record_->removed)
       throw DirectoryError(ENOENT, "the record is gone from " + access_->data->path);
     return *record_;
   }
 
   void apply(const std::vector<AttributeChange>& changes) {
-    const std::lock_guard lock(access_->data->mutex);
+    const MutexLock lock(access_->data->mutex);
     access_->requireWritable();
     memory::apply(*access_->data, present(), changes);
   }
@@ -161,7 +160,7 @@ class MemoryRecord final : public DirectoryRecord {
   std::shared_ptr<Record> record_;
 };
 
-bool mayWrite(const NodeData& node, const Record& user) {
+bool mayWrite(const NodeData& node, const Record& user) PADDOCK_REQUIRES(node.mutex) {
   const std::vector<std::string>& names = user.attributes.front().values;
   if (names.front() == "root" || hasValue(node, user, schema::kUniqueID, "0")) return true;
   const auto group = find(node, node.adminGroup, schema::kGroups);
@@ -179,7 +178,7 @@ class MemoryNode final : public DirectoryNode {
                            const std::string& value, MatchType matchType) override {
     requireKnown(matchType);
     if (!isDirectoryText(value)) return {};
-    const std::lock_guard lock(data().mutex);
+    const MutexLock lock(data().mutex);
     Array answers;
     for (const auto& record : data().records) {
       if (std::find(types.begin(), types.end(), record->type) == types.end()) continue;
@@ -196,7 +195,7 @@ class MemoryNode final : public DirectoryNode {
       return std::find(attributes.begin(), attributes.end(), one) != attributes.end();
     };
     const bool all = has(kAttributesAll);
-    const std::lock_guard lock(data().mutex);
+    const MutexLock lock(data().mutex);
     Array answers;
     for (const auto& record : data().records) {
       if (record->type != type) continue;
@@ -209,7 +208,7 @@ class MemoryNode final : public DirectoryNode {
 
   std::unique_ptr<DirectoryRecord> findRecord(const std::string& name,
                                               const std::string& type) override {
-    const std::lock_guard lock(data().mutex);
+    const MutexLock lock(data().mutex);
     auto record = find(data(), name, type);
     if (!record) return nullptr;
     return std::make_unique<MemoryRecord>(access_, std::move(record));
@@ -217,14 +216,14 @@ class MemoryNode final : public DirectoryNode {
 
   std::unique_ptr<DirectoryRecord> newRecord(const std::string& name,
                                              const std::string& type) override {
-    const std::lock_guard lock(data().mutex);
+    const MutexLock lock(access_->data->mutex);
     access_->requireWritable();
-    return std::make_unique<MemoryRecord>(access_, create(data(), name, type));
+    return std::make_unique<MemoryRecord>(access_, create(*access_->data, name, type));
   }
 
   Status authenticateName(const std::string& name, const std::string& password,
                           bool authOnly) override {
-    const std::lock_guard lock(data().mutex);
+    const MutexLock lock(data().mutex);
     const auto user = find(data(), name, schema::kUsers);
     if (!user || password.empty()) return EACCES;
     const auto known = data().passwords.find(user);
@@ -234,7 +233,7 @@ class MemoryNode final : public DirectoryNode {
   }
 
   Array getAttribute(const std::string& attribute) const override {
-    const std::lock_guard lock(data().mutex);
+    const MutexLock lock(data().mutex);
     if (attribute != schema::kReadOnlyNode || !data().readOnlyNode) return {};
     return {*data().readOnlyNode};
   }
@@ -269,7 +268,7 @@ void apply(NodeData& node, Record& record, const std::vector<AttributeChange>& c
 }
 
 std::shared_ptr<DirectoryNode> open(const std::shared_ptr<NodeData>& data) {
-  const std::lock_guard lock(data->mutex);
+  const MutexLock lock(data->mutex);
   if (data->openStatus != 0)
     throw DirectoryError(data->openStatus, "the node " + data->path + " cannot be opened");
   return std::make_shared<MemoryNode>(data);

@@ -3,11 +3,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/directory.h"
 #include "platform/directory_values.h"
 
@@ -21,7 +21,7 @@ struct Record {
   bool removed = false;
 };
 
-// What one node holds. `mutex` guards the rest.
+// What one node holds.
 struct NodeData {
   NodeData(std::string path_, CaseFold fold_, std::string adminGroup_)
       : path(std::move(path_)), fold(fold_), adminGroup(std::move(adminGroup_)) {}
@@ -29,18 +29,21 @@ struct NodeData {
   const std::string path;
   const CaseFold fold;
   const std::string adminGroup;
-  std::mutex mutex;
-  std::optional<std::string> readOnlyNode = "ReadWrite";
-  Status openStatus = 0;
-  std::vector<std::shared_ptr<Record>> records;  // in the order of their creation
-  std::map<std::shared_ptr<Record>, std::string> passwords;
+  Mutex mutex;
+  std::optional<std::string> readOnlyNode PADDOCK_GUARDED_BY(mutex) = "ReadWrite";
+  Status openStatus PADDOCK_GUARDED_BY(mutex) = 0;
+  // In the order of their creation.
+  std::vector<std::shared_ptr<Record>> records PADDOCK_GUARDED_BY(mutex);
+  std::map<std::shared_ptr<Record>, std::string> passwords PADDOCK_GUARDED_BY(mutex);
 };
 
-// All three with the mutex held. `find` gives null when there is none.
-std::shared_ptr<Record> find(const NodeData& node, const std::string& name,
-                             const std::string& type);
-std::shared_ptr<Record> create(NodeData& node, const std::string& name, const std::string& type);
-void apply(NodeData& node, Record& record, const std::vector<AttributeChange>& changes);
+// `find` gives null when there is none.
+std::shared_ptr<Record> find(const NodeData& node, const std::string& name, const std::string& type)
+    PADDOCK_REQUIRES(node.mutex);
+std::shared_ptr<Record> create(NodeData& node, const std::string& name, const std::string& type)
+    PADDOCK_REQUIRES(node.mutex);
+void apply(NodeData& node, Record& record, const std::vector<AttributeChange>& changes)
+    PADDOCK_REQUIRES(node.mutex);
 
 // Opens the node, or throws its `openStatus`.
 std::shared_ptr<DirectoryNode> open(const std::shared_ptr<NodeData>& data);

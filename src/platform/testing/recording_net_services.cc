@@ -1,16 +1,16 @@
 #include "platform/testing/recording_net_services.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
-#include "platform/txt_record.h"
+#include "base/mutex.h"
+#include "platform/net_service.h"
 
 namespace paddock {
 
 struct RecordingNetServices::State {
-  std::mutex mutex;
-  std::vector<Service> services;
+  Mutex mutex;
+  std::vector<Service> services PADDOCK_GUARDED_BY(mutex);
 };
 
 namespace {
@@ -77,7 +77,7 @@ class RecordingNetService final : public NetService {
   // The service as it is after the change.
   template <typename Change>
   Service change(Change changeService) {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     Service& service = state_->services[number_];
     changeService(service);
     return service;
@@ -96,7 +96,7 @@ std::shared_ptr<NetService> RecordingNetServices::createService(const std::strin
                                                                 const std::string& type,
                                                                 const std::string& name,
                                                                 std::uint16_t port) {
-  const std::lock_guard lock(state_->mutex);
+  const MutexLock lock(state_->mutex);
   Service service;
   service.domain = domain;
   service.type = type;
@@ -107,7 +107,7 @@ std::shared_ptr<NetService> RecordingNetServices::createService(const std::strin
 }
 
 std::vector<RecordingNetServices::Service> RecordingNetServices::services() const {
-  const std::lock_guard lock(state_->mutex);
+  const MutexLock lock(state_->mutex);
   return state_->services;
 }
 
@@ -115,6 +115,53 @@ std::vector<RecordingNetServices::Service> RecordingNetServices::published() con
   std::vector<Service> found = services();
   std::erase_if(found, [](const Service& service) { return !service.isPublished; });
   return found;
+}
+
+namespace {
+
+class ForwardingNetService final : public NetService {
+ public:
+  ForwardingNetService(std::shared_ptr<NetService> wrapped, std::string type, CallRules& rules)
+      : wrapped_(std::move(wrapped)), type_(std::move(type)), rules_(rules) {}
+
+  void setDelegate(NetServiceDelegate* delegate) override {
+    ask("", "setDelegate");
+    delegate_ = delegate;
+    wrapped_->setDelegate(delegate);
+  }
+  bool setTxtRecordData(const Data& data) override {
+    return ask("netService.setTxtRecordData", "setTxtRecordData") == 0 &&
+           wrapped_->setTxtRecordData(data);
+  }
+  void publish() override {
+    const int error = ask("netService.publish", "publish");
+    if (error == 0) return wrapped_->publish();
+    if (delegate_ != nullptr) delegate_->netServiceDidNotPublish(*this, {{"error", error}});
+  }
+  void stop() override {
+    if (ask("", "stop") == 0) wrapped_->stop();
+  }
+
+ private:
+  int ask(const char* name, const char* operation) {
+    return rules_.before({operation, type_, "", name});
+  }
+
+  std::shared_ptr<NetService> wrapped_;
+  std::string type_;
+  CallRules& rules_;
+  NetServiceDelegate* delegate_ = nullptr;
+};
+
+}  // namespace
+
+std::shared_ptr<NetService> ForwardingNetServices::createService(const std::string& domain,
+                                                                 const std::string& type,
+                                                                 const std::string& name,
+                                                                 std::uint16_t port) {
+  ask("", {"createService", type, std::to_string(port)});
+  return std::make_shared<ForwardingNetService>(wrapped().createService(domain, type, name, port),
+                                                type, rules());
 }
 
 }  // namespace paddock

@@ -1,5 +1,5 @@
-// DNS-SD services that nobody hears of. Each keeps what it was told, and is published and withdrawn
-// at once: its delegate is told on the thread of the caller, before the call returns.
+// DNS-SD services without a network. Each records its settings, and is published and withdrawn
+// synchronously: its delegate is notified on the thread of the caller, before the call returns.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/net_service.h"
+#include "platform/testing/call_rules.h"
 
 namespace paddock {
 
@@ -41,6 +42,17 @@ class RecordingNetServices : public NetServices {
 
  private:
   std::shared_ptr<State> state_;
+};
+
+// DNS-SD services. Making one cannot fail; a failure is a TXT record that is not taken, and a
+// service that is not published and whose delegate is notified of that. Operations: createService
+// (subject: the type, detail: the port), setDelegate, setTxtRecordData, publish, stop (subject: the
+// type); a trace's rule with a number keeps a service from being withdrawn by `stop`.
+class ForwardingNetServices final : public Forwarder<NetServices> {
+ public:
+  using Forwarder::Forwarder;
+  std::shared_ptr<NetService> createService(const std::string& domain, const std::string& type,
+                                            const std::string& name, std::uint16_t port) override;
 };
 
 }  // namespace paddock

@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/net_service.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_net_services.h"
-#include "platform/txt_record.h"
 
 namespace paddock {
 namespace {
@@ -25,7 +24,7 @@ class Delegate : public NetServiceDelegate {
   std::vector<std::string> told;
 };
 
-class RecordingNetServicesTest : public ::testing::Test {
+class NetServiceRecording : public ::testing::Test {
  protected:
   std::shared_ptr<NetService> make(const std::string& type = "_adisk._tcp",
                                    std::uint16_t port = 311) {
@@ -38,7 +37,7 @@ class RecordingNetServicesTest : public ::testing::Test {
   RecordingNetServices services_;
 };
 
-TEST_F(RecordingNetServicesTest, AServiceIsKeptAsItWasMadeAndPublishedWhenItIsTold) {
+TEST_F(NetServiceRecording, ServiceIsKeptUnchangedAndPublishedOnRequest) {
   const auto service = make();
   ASSERT_THAT(services_.services(), SizeIs(1));
   EXPECT_THAT(services_.published(), IsEmpty());
@@ -54,7 +53,7 @@ TEST_F(RecordingNetServicesTest, AServiceIsKeptAsItWasMadeAndPublishedWhenItIsTo
   EXPECT_THAT(delegate_.told, ElementsAre("willPublish"));
 }
 
-TEST_F(RecordingNetServicesTest, AServiceThatIsStoppedCanBePublishedAgain) {
+TEST_F(NetServiceRecording, StoppedServiceCanBePublishedAgain) {
   const auto service = make();
   service->publish();
   service->publish();
@@ -66,14 +65,14 @@ TEST_F(RecordingNetServicesTest, AServiceThatIsStoppedCanBePublishedAgain) {
   EXPECT_THAT(delegate_.told, ElementsAre("willPublish", "didStop", "willPublish"));
 }
 
-TEST_F(RecordingNetServicesTest, AServiceThatIsLetGoOfIsWithdrawnAndTellsNobody) {
+TEST_F(NetServiceRecording, ReleasedServiceIsWithdrawnWithoutCallback) {
   make()->publish();
   EXPECT_THAT(services_.published(), IsEmpty());
   EXPECT_TRUE(services_.services().front().isGone);
   EXPECT_THAT(delegate_.told, ElementsAre("willPublish"));
 }
 
-TEST_F(RecordingNetServicesTest, WhatNoServiceCanBeIsToldWhenItIsPublished) {
+TEST_F(NetServiceRecording, PublishingInvalidServiceReportsFailure) {
   for (const auto& service :
        {make("adisk._tcp"), make("_adisk"), make("_._tcp"), make(""), make("_adisk._tcp", 0)}) {
     EXPECT_THAT(delegate_.told, IsEmpty());
@@ -84,7 +83,7 @@ TEST_F(RecordingNetServicesTest, WhatNoServiceCanBeIsToldWhenItIsPublished) {
   EXPECT_THAT(services_.published(), IsEmpty());
 }
 
-TEST_F(RecordingNetServicesTest, TheTxtRecordIsKeptAndWhatIsNoneIsRefused) {
+TEST_F(NetServiceRecording, TxtRecordIsKeptAndInvalidOneRefused) {
   const auto service = make();
   const Data data = dataFromTxtRecordDictionary({{"sys", "x"}});
   EXPECT_TRUE(service->setTxtRecordData(data));
@@ -92,10 +91,10 @@ TEST_F(RecordingNetServicesTest, TheTxtRecordIsKeptAndWhatIsNoneIsRefused) {
   EXPECT_EQ(services_.services().front().txtRecord, data);
 }
 
-TEST_F(RecordingNetServicesTest, AFailingServiceIsNotPublishedAndSaysSo) {
+TEST_F(NetServiceRecording, FailingServiceIsNotPublishedAndReportsFailure) {
   FaultPlan plan(2);
   plan.keepFailing();
-  FaultyNetServices faulty(services_, plan);
+  ForwardingNetServices faulty(services_, plan);
   const auto service = faulty.createService("", "_adisk._tcp", "", 311);
   service->setDelegate(&delegate_);
   const Data data = dataFromTxtRecordDictionary({{"sys", "x"}});

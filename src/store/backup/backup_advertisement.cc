@@ -1,17 +1,45 @@
 #include "store/backup/backup_advertisement.h"
 
-#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/logger.h"
+#include "platform/net_service.h"
 #include "platform/plugin_commands.h"
 #include "platform/services.h"
-#include "platform/txt_record.h"
-#include "store/backup/backup_share_points.h"
+#include "store/directory_access.h"
 
 namespace paddock {
+
+namespace {
+
+Array searchSharePoints() {
+  return get_local_node()->findRecordNames(
+      kRecordsAll,
+      {schema::kBackstowBackup, schema::kBackstowBackupUuid, schema::kVspName, schema::kVspShared},
+      schema::kSharePoints, MatchType::caseInsensitiveExact);
+}
+
+}  // namespace
+
+Status get_backup_share_points(std::vector<SharePointRecord>& sharePoints) {
+  try {
+    std::vector<SharePointRecord> found;
+    for (const Value& answer : searchSharePoints()) {
+      const Dictionary* attributes = answer.dictionary();
+      if (attributes == nullptr) continue;
+      SharePointRecord record = SharePointRecord::recordWithDSDictionary(*attributes);
+      if (record.isBackstowBackup() && record.isSharedOverVSP()) found.push_back(std::move(record));
+    }
+    sharePoints = std::move(found);
+    return kSuccess;
+  } catch (...) {
+    return CANNOT_RETRIEVE_SHARE_POINTS_ERR;
+  }
+}
 
 namespace {
 
@@ -88,7 +116,7 @@ Dictionary txtEntries(const std::vector<SharePointRecord>& destinations) {
 
 Status register_share_points_with_hailcast(NetServiceOwner& handler) {
   // A renewal that found less must not come after one that found more.
-  const std::lock_guard renewal(handler.renewalMutex());
+  const MutexLock renewal(handler.renewalMutex());
   std::vector<SharePointRecord> destinations;
   (void)get_backup_share_points(destinations);
   if (!isVspServiceRunning()) return kSuccess;

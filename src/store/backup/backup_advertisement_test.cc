@@ -7,13 +7,95 @@
 #include <stdexcept>
 #include <thread>
 
-#include "platform/txt_record.h"
-#include "store/schema.h"
+#include "platform/net_service.h"
+#include "store/directory_access.h"
 #include "support/advertiser.h"
 #include "support/module_fixture.h"
 
 namespace paddock {
+
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Names = std::vector<std::string>;
+
+class BackupSharePoints : public ModuleFixture {
+ protected:
+  void addDestination(const std::string& name, const std::string& backup,
+                      const std::string& shared) {
+    addSharePoint(name, "/srv/" + name,
+                  {{schema::kBackstowBackup, backup},
+                   {schema::kVspShared, shared},
+                   {schema::kVspName, name + " over VSP"},
+                   {schema::kBackstowBackupUuid, "uuid of " + name}});
+  }
+  // The names over VSP.
+  Names found() {
+    EXPECT_EQ(get_backup_share_points(sharePoints_), 0);
+    Names names;
+    for (const SharePointRecord& record : sharePoints_) {
+      names.push_back(record.nameOverVSP().value_or("(none)"));
+    }
+    return names;
+  }
+
+  std::vector<SharePointRecord> sharePoints_;
+};
+
+TEST_F(BackupSharePoints, AreMarkedVspSharesInDirectoryOrder) {
+  addDestination("beta", "1", "1");
+  addDestination("not marked", "0", "1");
+  addDestination("not shared", "1", "0");
+  addDestination("alpha", "yes", "TRUE");
+  EXPECT_THAT(found(), ElementsAre("beta over VSP", "alpha over VSP"));
+  EXPECT_EQ(sharePoints_.front().backstowBackupUUID(), "uuid of beta");
+}
+
+TEST_F(BackupSharePoints, UnsetOrUnrecognisedFlagIsFalse) {
+  addSharePoint("a", "/srv/a", {{schema::kBackstowBackup, "1"}});
+  addSharePoint("b", "/srv/b", {{schema::kVspShared, "1"}});
+  addSharePoint("c", "/srv/c");
+  addDestination("d", "maybe", "1");
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(BackupSharePoints, ADestinationNeedsNeitherNameNorIdentifier) {
+  addSharePoint("a", "/srv/a", {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
+  EXPECT_THAT(found(), ElementsAre("(none)"));
+}
+
+TEST_F(BackupSharePoints, SearchAsksLocalShareRecordsForFourAttributes) {
+  addRecord(schema::kMounts, "m", {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
+  directory.addNode("/LDAP/site", "ReadWrite");
+  directory.addRecord("/LDAP/site", schema::kSharePoints, "l",
+                      {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
+  addDestination("a", "1", "1");
+  trace.forgetCalls();
+  EXPECT_THAT(found(), ElementsAre("a over VSP"));
+  EXPECT_EQ(trace.callsOf("findRecordNames"),
+            (std::vector<ServiceCall>{{"findRecordNames", kRecordsAll, schema::kSharePoints}}));
+  EXPECT_FALSE(sharePoints_.front().path()) << "it was not asked for";
+}
+
+TEST_F(BackupSharePoints, ReplaceWhatTheListHeld) {
+  sharePoints_.resize(3, SharePointRecord::record());
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(BackupSharePoints, FailedSearchReturnsItsStatusAndKeepsList) {
+  addDestination("a", "1", "1");
+  for (const char* operation : {"openLocal", "localNode", "findRecordNames"}) {
+    trace.raise(operation, DirectoryError(EIO, "damaged"), 1);
+    sharePoints_.assign(2, SharePointRecord::record());
+    EXPECT_EQ(get_backup_share_points(sharePoints_), CANNOT_RETRIEVE_SHARE_POINTS_ERR) << operation;
+    EXPECT_EQ(sharePoints_.size(), 2U);
+  }
+  trace.raise("findRecordNames", std::runtime_error("something else"), 1);
+  EXPECT_EQ(get_backup_share_points(sharePoints_), CANNOT_RETRIEVE_SHARE_POINTS_ERR);
+  EXPECT_EQ(sharePoints_.size(), 2U);
+}
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -21,15 +103,13 @@ using ::testing::IsNull;
 using ::testing::NotNull;
 using ::testing::SizeIs;
 
-using Names = std::vector<std::string>;
-
 constexpr const char* kSys = "sys=waMa=0,adVF=0x100";
 // U+202E, in two parts, so that it turns no line of this file around.
 const std::string kRightToLeft = std::string("\xE2\x80") + "\xAE";
 
-class BackupAdvertisementTest : public ModuleFixture {
+class BackupAdvertisement : public ModuleFixture {
  protected:
-  BackupAdvertisementTest() { setVspState("RUNNING"); }
+  BackupAdvertisement() { setVspState("RUNNING"); }
 
   void setVspState(const Value& state) {
     plugins.setPlugin("paddock_vsp", [state](const Dictionary&) {
@@ -64,7 +144,7 @@ class BackupAdvertisementTest : public ModuleFixture {
   Advertiser owner_;
 };
 
-TEST_F(BackupAdvertisementTest, IsOneServiceWithTheHandlerAsItsOwnerAndDelegate) {
+TEST_F(BackupAdvertisement, IsOneServiceOwnedAndDelegatedByHandler) {
   addDestination("a", "Alpha");
   renew();
   ASSERT_THAT(netServices.services(), SizeIs(1));
@@ -78,27 +158,27 @@ TEST_F(BackupAdvertisementTest, IsOneServiceWithTheHandlerAsItsOwnerAndDelegate)
   EXPECT_THAT(owner_.netService(), NotNull());
 }
 
-TEST_F(BackupAdvertisementTest, NumbersTheDestinationsInTheOrderOfTheDirectory) {
+TEST_F(BackupAdvertisement, NumbersDestinationsInDirectoryOrder) {
   addDestination("a", "Alpha", "11111111-AAAA");
   addDestination("b", "Beta", "22222222-BBBB");
   EXPECT_THAT(afterRenewal(), ElementsAre(kSys, "dk0=adVN=Alpha,adVF=0xa1,adVU=11111111-AAAA",
                                           "dk1=adVN=Beta,adVF=0xa1,adVU=22222222-BBBB"));
 }
 
-TEST_F(BackupAdvertisementTest, LeavesOutWhatIsNotSharedOverVsp) {
+TEST_F(BackupAdvertisement, LeavesOutWhatIsNotSharedOverVsp) {
   addDestination("a", "Alpha", "U", "0");
   addDestination("b", "Beta");
   EXPECT_THAT(afterRenewal(), ElementsAre(kSys, "dk0=adVN=Beta,adVF=0xa1,adVU=U"));
 }
 
-TEST_F(BackupAdvertisementTest, OfElevenDestinationsHasTheNumbersUpToTen) {
+TEST_F(BackupAdvertisement, ElevenDestinationsAreNumberedUpToTen) {
   for (int number = 0; number <= 10; ++number) addDestination("s" + std::to_string(number), "x");
   const Names strings = afterRenewal();
   EXPECT_THAT(strings, SizeIs(12));
   EXPECT_THAT(strings, ::testing::Contains("dk10=adVN=x,adVF=0xa1,adVU=U"));
 }
 
-TEST_F(BackupAdvertisementTest, OfManyDestinationsHasThemInTheOrderOfTheirNumbers) {
+TEST_F(BackupAdvertisement, ManyDestinationsFollowNumericOrder) {
   Names expected = {kSys};
   for (int number = 0; number < 120; ++number) {
     const std::string digits = std::to_string(number);
@@ -109,7 +189,7 @@ TEST_F(BackupAdvertisementTest, OfManyDestinationsHasThemInTheOrderOfTheirNumber
   EXPECT_THAT(logger.lines(), IsEmpty());
 }
 
-TEST_F(BackupAdvertisementTest, IsCutBehind8900BytesAndOneLineNamesWhatIsLeftOut) {
+TEST_F(BackupAdvertisement, IsCutAt8900BytesAndLogsOmittedDestinations) {
   // "sys" has 22 bytes, a destination 27 and its name, and one more for a second digit.
   for (int number = 0; number < 38; ++number) {
     addDestination("s" + std::to_string(number), std::string(200, 'x'));
@@ -129,7 +209,7 @@ TEST_F(BackupAdvertisementTest, IsCutBehind8900BytesAndOneLineNamesWhatIsLeftOut
             (std::vector<RecordingLogger::Line>{{kLogWarning, beginning + "Over, , Last"}}));
 }
 
-TEST_F(BackupAdvertisementTest, OneByteMoreThan8900LeavesTheLastDestinationOut) {
+TEST_F(BackupAdvertisement, OneByteBeyond8900OmitsLastDestination) {
   for (int number = 0; number < 38; ++number) {
     addDestination("s" + std::to_string(number), std::string(200, 'x'));
   }
@@ -138,12 +218,12 @@ TEST_F(BackupAdvertisementTest, OneByteMoreThan8900LeavesTheLastDestinationOut) 
   EXPECT_THAT(logger.lines(), SizeIs(1));
 }
 
-TEST_F(BackupAdvertisementTest, ANameAndAnIdentifierThatAreNotSetAreEmpty) {
+TEST_F(BackupAdvertisement, UnsetNameAndIdentifierAreEmpty) {
   addSharePoint("a", "/srv/a", {{schema::kBackstowBackup, "1"}, {schema::kVspShared, "1"}});
   EXPECT_THAT(afterRenewal(), ElementsAre(kSys, "dk0=adVN=,adVF=0xa1,adVU="));
 }
 
-TEST_F(BackupAdvertisementTest, AnEntryOf255BytesIsTheLongestAndTheOthersKeepTheirNumbers) {
+TEST_F(BackupAdvertisement, Entry255BytesLongFitsAndOthersKeepNumbers) {
   // dk0=adVN= and ,adVF=0xa1,adVU=U
   const std::size_t rest = 9 + 17;
   addDestination("a", std::string(254 - rest, 'a'));
@@ -162,7 +242,7 @@ TEST_F(BackupAdvertisementTest, AnEntryOf255BytesIsTheLongestAndTheOthersKeepThe
                             "255 are the most"}}));
 }
 
-TEST_F(BackupAdvertisementTest, BytesAreCountedNotCharacters) {
+TEST_F(BackupAdvertisement, BytesAreCountedNotCharacters) {
   std::string emoji;
   for (int count = 0; count < 60; ++count) emoji += "\xF0\x9F\x98\x80";
   addDestination("a", emoji);
@@ -170,7 +250,7 @@ TEST_F(BackupAdvertisementTest, BytesAreCountedNotCharacters) {
   EXPECT_THAT(logger.lines(), SizeIs(1));
 }
 
-TEST_F(BackupAdvertisementTest, TheNumbersDigitsCountToo) {
+TEST_F(BackupAdvertisement, TheNumbersDigitsCountToo) {
   const std::size_t rest = 9 + 17;
   for (int number = 0; number < 10; ++number) addDestination("s" + std::to_string(number), "x");
   addDestination("long", std::string(255 - rest, 'l'));
@@ -179,7 +259,7 @@ TEST_F(BackupAdvertisementTest, TheNumbersDigitsCountToo) {
   EXPECT_THAT(logger.lines().front().text, ::testing::HasSubstr("dk10 of its TXT record has 256"));
 }
 
-TEST_F(BackupAdvertisementTest, HostileNamesAreOneStringEachByteForByte) {
+TEST_F(BackupAdvertisement, HostileNamesBecomeOneStringEachByteExact) {
   const Names names = {"a\nb\r\t\x01\x7F", "\"quo'te\\",         "comma,adVU=x", "100%s%n%@",
                        "\xF0\x9F\x98\x80", kRightToLeft + "abc", "a=b",          " "};
   Names expected = {kSys};
@@ -192,7 +272,7 @@ TEST_F(BackupAdvertisementTest, HostileNamesAreOneStringEachByteForByte) {
   EXPECT_THAT(logger.lines(), IsEmpty());
 }
 
-TEST_F(BackupAdvertisementTest, HostileNamesThatAreTooLongAreOneLogLineEach) {
+TEST_F(BackupAdvertisement, OverlongHostileNamesLogOneLineEach) {
   addDestination("a", std::string(300, '%') + "n");
   addDestination("b", std::string(300, '"'));
   addDestination("c", "Gamma");
@@ -202,12 +282,12 @@ TEST_F(BackupAdvertisementTest, HostileNamesThatAreTooLongAreOneLogLineEach) {
   EXPECT_THAT(logger.lines()[1].text, ::testing::HasSubstr(std::string(300, '"') + " is not"));
 }
 
-TEST_F(BackupAdvertisementTest, WhenEveryDestinationIsTooLongTheServiceHasNone) {
+TEST_F(BackupAdvertisement, OverlongDestinationsLeaveServiceWithoutAny) {
   addDestination("a", std::string(300, 'x'));
   EXPECT_THAT(afterRenewal(), ElementsAre(kSys));
 }
 
-TEST_F(BackupAdvertisementTest, ReplacesTheOneBefore) {
+TEST_F(BackupAdvertisement, ReplacesTheOneBefore) {
   addDestination("a", "Alpha");
   renew();
   addDestination("b", "Beta");
@@ -216,7 +296,7 @@ TEST_F(BackupAdvertisementTest, ReplacesTheOneBefore) {
   EXPECT_TRUE(netServices.services().front().isGone);
 }
 
-TEST_F(BackupAdvertisementTest, EndsWithTheLastDestination) {
+TEST_F(BackupAdvertisement, EndsWithTheLastDestination) {
   addDestination("a", "Alpha");
   renew();
   removeRecord(schema::kSharePoints, "a");
@@ -225,13 +305,13 @@ TEST_F(BackupAdvertisementTest, EndsWithTheLastDestination) {
   EXPECT_THAT(owner_.netService(), IsNull());
 }
 
-TEST_F(BackupAdvertisementTest, OfNothingIsNotMade) {
+TEST_F(BackupAdvertisement, OfNothingIsNotMade) {
   renew();
   EXPECT_THAT(netServices.services(), IsEmpty());
   EXPECT_THAT(owner_.netService(), IsNull());
 }
 
-TEST_F(BackupAdvertisementTest, StaysWhileTheVspServiceIsStoppedAlsoWithoutDestinations) {
+TEST_F(BackupAdvertisement, StaysWhileVspServiceStopsEvenWithoutDestinations) {
   addDestination("a", "Alpha");
   renew();
   setVspState("STOPPED");
@@ -240,7 +320,7 @@ TEST_F(BackupAdvertisementTest, StaysWhileTheVspServiceIsStoppedAlsoWithoutDesti
   EXPECT_THAT(advertised(), ElementsAre(kSys, "dk0=adVN=Alpha,adVF=0xa1,adVU=U"));
 }
 
-TEST_F(BackupAdvertisementTest, OnlyTheTextRunningMeansThatTheVspServiceRuns) {
+TEST_F(BackupAdvertisement, OnlyRunningTextMarksVspServiceRunning) {
   addDestination("a", "Alpha");
   for (const Value& state :
        {Value("running"), Value("RUNNING "), Value(""), Value(true), Value(1), Value(),
@@ -251,7 +331,7 @@ TEST_F(BackupAdvertisementTest, OnlyTheTextRunningMeansThatTheVspServiceRuns) {
   }
 }
 
-TEST_F(BackupAdvertisementTest, AVspServiceThatIsNotThereLeavesItAsItIs) {
+TEST_F(BackupAdvertisement, MissingVspServiceKeepsAdvertisement) {
   addDestination("a", "Alpha");
   renew();
   plugins.setPlugin("paddock_vsp", [](const Dictionary&) { return Dictionary(); });
@@ -260,14 +340,14 @@ TEST_F(BackupAdvertisementTest, AVspServiceThatIsNotThereLeavesItAsItIs) {
   EXPECT_THAT(advertised(), SizeIs(2));
 }
 
-TEST_F(BackupAdvertisementTest, AsksTheVspServiceForItsStateOnBehalfOfNobody) {
+TEST_F(BackupAdvertisement, QueriesVspServiceStateWithoutUser) {
   renew();
   EXPECT_THAT(plugins.sent(),
               ElementsAre(RecordingPluginCommands::Sent{
                   "paddock_vsp", {{"command", "getState"}}, "paddock_vsp", std::nullopt}));
 }
 
-TEST_F(BackupAdvertisementTest, DestinationsThatCannotBeSearchedForEndIt) {
+TEST_F(BackupAdvertisement, DestinationsThatCannotBeSearchedForEndIt) {
   addDestination("a", "Alpha");
   renew();
   trace.raise("findRecordNames", DirectoryError(EIO, "damaged"), 1);
@@ -275,7 +355,7 @@ TEST_F(BackupAdvertisementTest, DestinationsThatCannotBeSearchedForEndIt) {
   EXPECT_THAT(netServices.published(), IsEmpty());
 }
 
-TEST_F(BackupAdvertisementTest, StepsComeInTheirOrder) {
+TEST_F(BackupAdvertisement, StepsComeInTheirOrder) {
   addDestination("a", "Alpha");
   renew();
   trace.forgetCalls();
@@ -288,14 +368,14 @@ TEST_F(BackupAdvertisementTest, StepsComeInTheirOrder) {
                   "setTxtRecordData _adisk._tcp", "publish _adisk._tcp"));
 }
 
-TEST_F(BackupAdvertisementTest, AServiceThatCannotBeMadeTravelsOnAndTheNextRenewalMakesIt) {
+TEST_F(BackupAdvertisement, FailedServiceCreationThrowsAndNextRenewalSucceeds) {
   addDestination("a", "Alpha");
   trace.raise("createService", std::runtime_error("no memory"), 1);
   EXPECT_THROW(register_share_points_with_hailcast(owner_), std::runtime_error);
   EXPECT_THAT(afterRenewal(), SizeIs(2));
 }
 
-TEST_F(BackupAdvertisementTest, OneThatWasNotPublishedIsReplacedByTheNextRenewal) {
+TEST_F(BackupAdvertisement, UnpublishedServiceIsReplacedByNextRenewal) {
   addDestination("a", "Alpha");
   trace.fail("publish", EIO, 1);
   renew();
@@ -304,7 +384,7 @@ TEST_F(BackupAdvertisementTest, OneThatWasNotPublishedIsReplacedByTheNextRenewal
   EXPECT_TRUE(netServices.services().front().isGone);
 }
 
-TEST_F(BackupAdvertisementTest, OfManyRenewalsAtTheSameTimeOneIsLeft) {
+TEST_F(BackupAdvertisement, ConcurrentRenewalsLeaveOneService) {
   addDestination("a", "Alpha");
   std::vector<std::thread> threads;
   threads.reserve(4);
@@ -321,7 +401,7 @@ TEST_F(BackupAdvertisementTest, OfManyRenewalsAtTheSameTimeOneIsLeft) {
             1);
 }
 
-TEST_F(BackupAdvertisementTest, ARenewalThatFoundLessDoesNotComeLast) {
+TEST_F(BackupAdvertisement, RenewalWithStaleSearchDoesNotWin) {
   addDestination("a", "Alpha");
   std::thread later;
   // While the first renewal asks for the state, having searched, a second one comes.
@@ -338,4 +418,5 @@ TEST_F(BackupAdvertisementTest, ARenewalThatFoundLessDoesNotComeLast) {
 }
 
 }  // namespace
+
 }  // namespace paddock

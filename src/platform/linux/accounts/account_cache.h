@@ -1,25 +1,25 @@
-// Answers about users and groups, kept as long as they are known to hold.
+// Cache of user and group lookups, valid as long as they are known to hold.
 //
-// An answer holds until one of the files changes that say who is who, and for `kLifetime` at most,
-// because not everything that does is a file. While a file has changed so recently that another
-// change might not show in its times, nothing is kept.
+// An entry is valid until one of the account files changes, and for `kLifetime` at most, because
+// not every source is a file. While a file has changed so recently that another change might not
+// show in its times, nothing is cached.
 #pragma once
 
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/clock.h"
+#include "base/mutex.h"
+#include "platform/machine_information.h"
 
 namespace paddock {
 
-// What stat(2) says of the files.
+// stat(2) results of the files.
 struct AccountFilesStamp {
   struct File {
     unsigned long device = 0;
@@ -29,30 +29,31 @@ struct AccountFilesStamp {
     friend bool operator==(const File&, const File&) = default;
   };
   std::vector<File> files;
-  // Whether every further change is going to show.
+  // Whether any further change will be visible.
   bool isSettled = false;
 };
 
 class AccountFiles {
  public:
-  // For how long a change may have the time of the one before it: more than a tick of any kernel.
+  // How long a change may have the same timestamp as the previous one: more than a tick of any
+  // kernel.
   static constexpr std::chrono::milliseconds kTick{50};
 
   // /etc/passwd and the others that the name service reads, and `more`: the directory's database.
   static std::vector<std::string> usual(std::vector<std::string> more);
 
-  // The caller keeps the clock alive.
+  // The clock must outlive this object.
   AccountFiles(Clock& clock, std::vector<std::string> paths)
       : clock_(clock), paths_(std::move(paths)) {}
 
   AccountFilesStamp stamp() const;
   Clock& clock() const { return clock_; }
 
-  // While one lives, its thread looks at the files once: for work that asks about several accounts
-  // and takes no longer than one question. They do not nest.
+  // While one lives, its thread stats the files once: for operations that look up several accounts
+  // and take no longer than one lookup. They do not nest.
   class Moment {
    public:
-    // Null: nothing is different.
+    // Null: no effect.
     explicit Moment(const AccountFiles* files);
     Moment(const Moment&) = delete;
     Moment& operator=(const Moment&) = delete;
@@ -75,14 +76,14 @@ template <typename Key, typename Answer>
 class AccountCache {
  public:
   static constexpr std::chrono::seconds kLifetime{2};
-  // How many answers are kept; the next one drops them all.
+  // Maximum number of entries; the next one clears the cache.
   static constexpr std::size_t kCapacity = 16384;
 
-  // The caller keeps the files alive.
+  // The files must outlive this object.
   explicit AccountCache(const AccountFiles& files) : files_(files) {}
 
-  // The answer that is kept, or what `ask` returns: an errno, and the answer through its argument.
-  // 0 and ENOENT are kept, the latter with the answer as it then is. Any thread may call.
+  // The cached answer, or the result of `ask`: an errno, and the answer through its argument. 0 and
+  // ENOENT are cached, the latter with the answer as it then is. Thread-safe.
   template <typename Ask>
   int get(const Key& key, Answer& answer, Ask ask) {
     const AccountFilesStamp stamp = files_.stamp();
@@ -106,7 +107,7 @@ class AccountCache {
 
   bool find(const Key& key, const AccountFilesStamp& stamp, Kept& kept) {
     const auto now = files_.clock().monotonicNow();
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (stamp_.files != stamp.files || now >= end_) {
       answers_.clear();
       stamp_ = stamp;
@@ -118,20 +119,20 @@ class AccountCache {
     return true;
   }
 
-  // Unless the files have changed since they were looked at: then the answer may be of either time.
+  // Unless the files have changed since the stamp: then the answer may be of either state.
   void keep(const Key& key, const AccountFilesStamp& stamp, const Kept& kept) {
     if (kept.error != 0 && kept.error != ENOENT) return;
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (stamp_.files != stamp.files) return;
     if (answers_.size() >= kCapacity) answers_.clear();
     answers_[key] = kept;
   }
 
   const AccountFiles& files_;
-  std::mutex mutex_;
-  AccountFilesStamp stamp_;
-  std::chrono::steady_clock::time_point end_;
-  std::map<Key, Kept> answers_;
+  Mutex mutex_;
+  AccountFilesStamp stamp_ PADDOCK_GUARDED_BY(mutex_);
+  std::chrono::steady_clock::time_point end_ PADDOCK_GUARDED_BY(mutex_);
+  std::map<Key, Kept> answers_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

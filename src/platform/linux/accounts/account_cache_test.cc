@@ -7,9 +7,8 @@
 #include <filesystem>
 
 #include "platform/linux/accounts/cached_accounts.h"
-#include "platform/linux/accounts/cached_membership.h"
 #include "platform/linux/accounts/user_groups.h"
-#include "platform/testing/fake_clock.h"
+#include "platform/testing/fake_machine_information.h"
 #include "platform/testing/in_memory_accounts.h"
 #include "platform/testing/in_memory_membership.h"
 #include "support/file_acl_world.h"
@@ -18,11 +17,11 @@
 namespace paddock {
 namespace {
 
-class AccountCacheTest : public ::testing::Test {
+class AccountCaching : public ::testing::Test {
  protected:
-  AccountCacheTest() { change(); }
+  AccountCaching() { change(); }
 
-  // Changes the file, and lets a while go by.
+  // Changes the file, and lets some time pass.
   void change() {
     writeWholeFile(path_, "change " + std::to_string(++changes_));
     struct stat status {};
@@ -55,20 +54,20 @@ class AccountCacheTest : public ::testing::Test {
   int error_ = 0;
 };
 
-TEST_F(AccountCacheTest, AnAnswerIsKeptPerKey) {
+TEST_F(AccountCaching, AnAnswerIsKeptPerKey) {
   EXPECT_EQ(asked(1), 1);
   EXPECT_EQ(asked(1), 1);
   EXPECT_EQ(asked(2), 2);
   EXPECT_EQ(asked(1), 1);
 }
 
-TEST_F(AccountCacheTest, AChangedFileDropsEveryAnswer) {
+TEST_F(AccountCaching, AChangedFileDropsEveryAnswer) {
   EXPECT_EQ(asked(1), 1);
   change();
   EXPECT_EQ(asked(1), 2);
 }
 
-TEST_F(AccountCacheTest, AFileThatWasReplacedAppearsOrGoesIsAChange) {
+TEST_F(AccountCaching, ReplacedNewOrRemovedFileIsChange) {
   EXPECT_EQ(asked(1), 1);
   writeWholeFile(folder_.path("new"), "change 1");
   std::filesystem::rename(folder_.path("new"), path_);
@@ -80,7 +79,7 @@ TEST_F(AccountCacheTest, AFileThatWasReplacedAppearsOrGoesIsAChange) {
   EXPECT_EQ(asked(1), 4);
 }
 
-TEST_F(AccountCacheTest, RightAfterAChangeNothingIsKept) {
+TEST_F(AccountCaching, RightAfterAChangeNothingIsKept) {
   clock_.advance(-AccountFiles::kTick * 2);
   EXPECT_EQ(asked(1), 1);
   EXPECT_EQ(asked(1), 2);
@@ -89,7 +88,7 @@ TEST_F(AccountCacheTest, RightAfterAChangeNothingIsKept) {
   EXPECT_EQ(asked(1), 3);
 }
 
-TEST_F(AccountCacheTest, AnAnswerHoldsForItsLifetimeAtMost) {
+TEST_F(AccountCaching, AnAnswerHoldsForItsLifetimeAtMost) {
   EXPECT_EQ(asked(1), 1);
   clock_.advance(AccountCache<int, int>::kLifetime - std::chrono::nanoseconds(1));
   EXPECT_EQ(asked(1), 1);
@@ -97,7 +96,7 @@ TEST_F(AccountCacheTest, AnAnswerHoldsForItsLifetimeAtMost) {
   EXPECT_EQ(asked(1), 2);
 }
 
-TEST_F(AccountCacheTest, AnAnswerThatMayBeOlderThanAChangeIsNotKept) {
+TEST_F(AccountCaching, PossiblyStaleAnswerIsNotKept) {
   int answer = 0;
   cache_.get(1, answer, [this](int& found) {
     change();
@@ -108,7 +107,7 @@ TEST_F(AccountCacheTest, AnAnswerThatMayBeOlderThanAChangeIsNotKept) {
   EXPECT_EQ(asked(1), 1);
 }
 
-TEST_F(AccountCacheTest, NobodyIsAnAnswerAndAFailureIsNone) {
+TEST_F(AccountCaching, KeepsMissingAccountButNotFailure) {
   error_ = ENOENT;
   asked(1);
   asked(1);
@@ -119,7 +118,7 @@ TEST_F(AccountCacheTest, NobodyIsAnAnswerAndAFailureIsNone) {
   EXPECT_EQ(questions_, 3);
 }
 
-TEST_F(AccountCacheTest, WithinAMomentTheFilesAreLookedAtOnce) {
+TEST_F(AccountCaching, FilesAreCheckedOncePerMoment) {
   {
     const AccountFiles::Moment moment(&files_);
     EXPECT_EQ(asked(1), 1);
@@ -129,7 +128,7 @@ TEST_F(AccountCacheTest, WithinAMomentTheFilesAreLookedAtOnce) {
   EXPECT_EQ(asked(1), 2);
 }
 
-TEST_F(AccountCacheTest, AMomentIsThatOfItsFiles) {
+TEST_F(AccountCaching, AMomentIsThatOfItsFiles) {
   AccountFiles others(clock_, {});
   const AccountFiles::Moment moment(&others);
   EXPECT_EQ(asked(1), 1);
@@ -137,7 +136,7 @@ TEST_F(AccountCacheTest, AMomentIsThatOfItsFiles) {
   EXPECT_EQ(asked(1), 2);
 }
 
-TEST_F(AccountCacheTest, AMembershipServiceIsAskedOncePerQuestion) {
+TEST_F(AccountCaching, AMembershipServiceIsAskedOncePerQuestion) {
   InMemoryMembership behind;
   CachedMembership membership(behind, files_);
   const Guid own = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
@@ -158,7 +157,7 @@ TEST_F(AccountCacheTest, AMembershipServiceIsAskedOncePerQuestion) {
   }
 }
 
-TEST_F(AccountCacheTest, NamesOfIdsAreKeptAndIdsOfNamesAreNot) {
+TEST_F(AccountCaching, NamesOfIdsAreKeptButNotReverse) {
   InMemoryAccounts behind;
   CachedAccounts accounts(behind, files_);
   behind.addUser("anna", 1000);
@@ -181,7 +180,7 @@ TEST_F(AccountCacheTest, NamesOfIdsAreKeptAndIdsOfNamesAreNot) {
   EXPECT_EQ(name, "carla");
 }
 
-TEST_F(AccountCacheTest, TheGroupsOfAUserAreKept) {
+TEST_F(AccountCaching, TheGroupsOfAUserAreKept) {
   ListedGroups behind;
   CachedUserGroups groups(behind, files_);
   behind.groups[1000] = {50, 60};
@@ -198,7 +197,7 @@ TEST_F(AccountCacheTest, TheGroupsOfAUserAreKept) {
   EXPECT_EQ(gids, std::vector<std::uint32_t>{});
 }
 
-TEST_F(AccountCacheTest, TheFilesOfTheNameServiceAndMoreAreWatched) {
+TEST_F(AccountCaching, WatchesNameServiceFilesAndMore) {
   const auto paths = AccountFiles::usual({"/a/database"});
   EXPECT_EQ(paths.front(), "/a/database");
   for (const char* path :

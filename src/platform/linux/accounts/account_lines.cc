@@ -6,7 +6,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "base/printable.h"
 #include "base/text.h"
 #include "platform/linux/process/case_fold.h"
 

@@ -14,14 +14,13 @@
 //
 // Members are written by the first name of their record; one that is no record of the directory is
 // written as it is named. A member whose record is left out because the host's user of its name is
-// another one is left out too, so that nobody gets rights that were meant for somebody else.
+// another one is left out too, so that no user gets rights that were meant for another one.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "platform/linux/accounts/account_records.h"
-#include "platform/linux/accounts/host_accounts.h"
 
 namespace paddock {
 
@@ -29,7 +28,7 @@ struct AccountLines {
   std::string passwd;
   std::string group;
   std::string shadow;
-  // What was left out and why, and what is written in vain; a line each, for people.
+  // What was omitted and why, and what is written without effect; one line each, for display.
   std::vector<std::string> remarks;
 };
 

@@ -42,7 +42,7 @@ GroupRecord group(const std::string& name, const std::string& id,
   return {{name}, id, members};
 }
 
-class AccountLinesTest : public ::testing::Test {
+class AccountLineWriting : public ::testing::Test {
  protected:
   AccountLines lines() { return accountLines(records_, host_); }
   // The lines of one user alone.
@@ -63,7 +63,7 @@ class AccountLinesTest : public ::testing::Test {
   FakeHost host_;
 };
 
-TEST_F(AccountLinesTest, AUserHasEveryFieldOfItsRecord) {
+TEST_F(AccountLineWriting, AUserHasEveryFieldOfItsRecord) {
   UserRecord anna = user("anna", "5001");
   anna.group = "5100";
   anna.realName = "Anna Ahrens, room 5";
@@ -77,20 +77,20 @@ TEST_F(AccountLinesTest, AUserHasEveryFieldOfItsRecord) {
   EXPECT_THAT(lines.remarks, IsEmpty());
 }
 
-TEST_F(AccountLinesTest, AUserOfANameAndAnIdCannotLogIn) {
+TEST_F(AccountLineWriting, UserWithNameAndIdCannotLogIn) {
   const AccountLines lines = linesOf(user("anna", "5001"));
   EXPECT_EQ(lines.passwd, "anna:x:5001:65534::/nonexistent:/usr/sbin/nologin\n");
   EXPECT_EQ(lines.shadow, "anna:*:::::::\n");
 }
 
-TEST_F(AccountLinesTest, EmptyPathsAreAbsentOnes) {
+TEST_F(AccountLineWriting, EmptyPathsAreAbsentOnes) {
   UserRecord anna = user("anna", "5001");
   anna.home = "";
   anna.shell = "";
   EXPECT_EQ(linesOf(anna).passwd, "anna:x:5001:65534::/nonexistent:/usr/sbin/nologin\n");
 }
 
-TEST_F(AccountLinesTest, APasswordIsForShellsToLogInWith) {
+TEST_F(AccountLineWriting, PasswordIsWrittenOnlyForLoginShells) {
   UserRecord anna = user("anna", "5001");
   anna.passwordHash = "$y$hash";
   for (const char* shell : {"/usr/sbin/nologin", "/sbin/nologin", "/bin/false"}) {
@@ -103,7 +103,7 @@ TEST_F(AccountLinesTest, APasswordIsForShellsToLogInWith) {
   EXPECT_EQ(linesOf(anna).shadow, "anna:*:::::::\n");
 }
 
-TEST_F(AccountLinesTest, WhatIsNoHashIsNotWritten) {
+TEST_F(AccountLineWriting, WhatIsNoHashIsNotWritten) {
   UserRecord anna = user("anna", "5001");
   anna.shell = "/bin/sh";
   for (const std::string hash : {"", "a:b", "a\nroot", "a b", "\xc3\xa4"}) {
@@ -112,13 +112,13 @@ TEST_F(AccountLinesTest, WhatIsNoHashIsNotWritten) {
   }
 }
 
-TEST_F(AccountLinesTest, AGroupHasItsMembersByName) {
+TEST_F(AccountLineWriting, AGroupHasItsMembersByName) {
   records_.users = {user("anna", "5001"), user("bert", "5002")};
   records_.groups = {group("staff", "5100", {"anna", "bert"}), group("empty", "5101")};
   EXPECT_EQ(lines().group, "staff:x:5100:anna,bert\nempty:x:5101:\n");
 }
 
-TEST_F(AccountLinesTest, AMemberIsWrittenByTheFirstNameOfItsRecordAndOnce) {
+TEST_F(AccountLineWriting, MemberIsWrittenOnceByFirstRecordName) {
   UserRecord anna = user("anna", "5001");
   anna.names = {"anna", "Anna Ahrens"};
   records_.users = {anna};
@@ -126,19 +126,19 @@ TEST_F(AccountLinesTest, AMemberIsWrittenByTheFirstNameOfItsRecordAndOnce) {
   EXPECT_EQ(lines().group, "staff:x:5100:anna\n");
 }
 
-TEST_F(AccountLinesTest, AMemberWithoutARecordIsWrittenAsItIsNamed) {
+TEST_F(AccountLineWriting, MemberWithoutRecordKeepsGivenName) {
   records_.groups = {group("staff", "5100", {"root", "Somebody Else"})};
   EXPECT_EQ(lines().group, "staff:x:5100:root,Somebody Else\n");
   EXPECT_THAT(lines().remarks, IsEmpty());
 }
 
-TEST_F(AccountLinesTest, AMemberThatCannotStandInTheLineIsLeftOutAlone) {
+TEST_F(AccountLineWriting, OnlyUnwritableMemberIsOmitted) {
   records_.groups = {group("staff", "5100", {"a,b", "anna", "c:d", "e\nroot:x:0:", "", "+"})};
   EXPECT_EQ(lines().group, "staff:x:5100:anna\n");
   EXPECT_EQ(lines().remarks.size(), 5U);
 }
 
-TEST_F(AccountLinesTest, AMemberWhoseNameIsAnothersOnTheHostIsLeftOut) {
+TEST_F(AccountLineWriting, MemberNamedLikeOtherHostAccountIsOmitted) {
   host_.add(PrincipalType::user, "anna", 1000);
   records_.users = {user("anna", "5001")};
   records_.groups = {group("staff", "5100", {"anna"})};
@@ -148,14 +148,14 @@ TEST_F(AccountLinesTest, AMemberWhoseNameIsAnothersOnTheHostIsLeftOut) {
                           "group \"staff\": its member \"anna\" is left out"));
 }
 
-TEST_F(AccountLinesTest, AMemberWhoIsTheHostsOwnStays) {
+TEST_F(AccountLineWriting, AMemberWhoIsTheHostsOwnStays) {
   host_.add(PrincipalType::user, "anna", 1000);
   records_.users = {user("anna", "1000")};
   records_.groups = {group("staff", "5100", {"Anna"})};
   EXPECT_EQ(lines().group, "staff:x:5100:anna\n");
 }
 
-TEST_F(AccountLinesTest, AMemberWhoseRecordHasNoIdIsTheOneOfTheHost) {
+TEST_F(AccountLineWriting, MemberRecordWithoutIdMeansHostAccount) {
   UserRecord root = user("root", "");
   root.id.reset();
   records_.users = {root};
@@ -163,7 +163,7 @@ TEST_F(AccountLinesTest, AMemberWhoseRecordHasNoIdIsTheOneOfTheHost) {
   EXPECT_EQ(lines().group, "staff:x:5100:root\n");
 }
 
-TEST_F(AccountLinesTest, AMemberWhoseRecordIsLeftOutIsLeftOut) {
+TEST_F(AccountLineWriting, MemberWithOmittedRecordIsOmitted) {
   UserRecord anna = user("anna", "5001");
   anna.home = "nowhere";
   records_.users = {anna};
@@ -171,7 +171,7 @@ TEST_F(AccountLinesTest, AMemberWhoseRecordIsLeftOutIsLeftOut) {
   EXPECT_EQ(lines().group, "staff:x:5100:\n");
 }
 
-TEST_F(AccountLinesTest, ARecordWithoutAnIdIsNoAccount) {
+TEST_F(AccountLineWriting, ARecordWithoutAnIdIsNoAccount) {
   UserRecord anna = user("anna", "");
   anna.id.reset();
   records_.users = {anna};
@@ -180,7 +180,7 @@ TEST_F(AccountLinesTest, ARecordWithoutAnIdIsNoAccount) {
   EXPECT_THAT(lines().remarks, IsEmpty());
 }
 
-TEST_F(AccountLinesTest, IdsThatAreNoneAreLeftOut) {
+TEST_F(AccountLineWriting, IdsThatAreNoneAreLeftOut) {
   expectLeftOut(user("anna", "0"), "its id is 0");
   expectLeftOut(user("anna", "00"), "its id is 0");
   for (const char* id :
@@ -189,7 +189,7 @@ TEST_F(AccountLinesTest, IdsThatAreNoneAreLeftOut) {
   expectWritten(user("anna", "4294967294"));
 }
 
-TEST_F(AccountLinesTest, GroupsIdsAreJudgedAlike) {
+TEST_F(AccountLineWriting, GroupsIdsAreJudgedAlike) {
   for (const char* id : {"0", "-1", "4294967295", "x"}) {
     records_.groups = {group("staff", id)};
     EXPECT_EQ(lines().group, "") << id;
@@ -197,7 +197,7 @@ TEST_F(AccountLinesTest, GroupsIdsAreJudgedAlike) {
   }
 }
 
-TEST_F(AccountLinesTest, APrimaryGroupThatIsNoneLeavesTheUserOut) {
+TEST_F(AccountLineWriting, InvalidPrimaryGroupOmitsUser) {
   UserRecord anna = user("anna", "5001");
   anna.group = "0";
   expectLeftOut(anna, "its PrimaryGroupID is 0");
@@ -205,7 +205,7 @@ TEST_F(AccountLinesTest, APrimaryGroupThatIsNoneLeavesTheUserOut) {
   expectLeftOut(anna, "PrimaryGroupID \"staff\" is no id");
 }
 
-TEST_F(AccountLinesTest, NamesThatWouldBreakTheFilesAreLeftOut) {
+TEST_F(AccountLineWriting, FileBreakingNamesAreOmitted) {
   for (const std::string name : {"", "a:b", "a\nb", "a\tb", "a\x7f", "a\xc2\x85", "+anna", "-anna",
                                  "+", "#anna", "a,b", "a/b", " anna", "anna ", "5001", ".", ".."}) {
     expectLeftOut(user(name, "5001"), "its name cannot be that of a user");
@@ -216,14 +216,14 @@ TEST_F(AccountLinesTest, NamesThatWouldBreakTheFilesAreLeftOut) {
   expectLeftOut(user(std::string(256, 'a'), "5001"), "its name cannot be that of a user");
 }
 
-TEST_F(AccountLinesTest, OtherNamesAreWritten) {
+TEST_F(AccountLineWriting, OtherNamesAreWritten) {
   for (const std::string name : {"a", "com.veltro.access_backup", "J\xc3\xbcrgen", "Domain User",
                                  "a-b+c#d", "5a", "...", "a@example"})
     expectWritten(user(name, "5001"));
   expectWritten(user(std::string(255, 'a'), "5001"));
 }
 
-TEST_F(AccountLinesTest, ARealNameThatCannotBeWrittenIsLeftOutAlone) {
+TEST_F(AccountLineWriting, OnlyUnwritableRealNameIsOmitted) {
   UserRecord anna = user("anna", "5001");
   for (const char* name : {"a:b", "a\nroot::0:0:::", "a\x01"}) {
     anna.realName = name;
@@ -233,7 +233,7 @@ TEST_F(AccountLinesTest, ARealNameThatCannotBeWrittenIsLeftOutAlone) {
   }
 }
 
-TEST_F(AccountLinesTest, APathThatIsNoneLeavesTheUserOut) {
+TEST_F(AccountLineWriting, InvalidPathOmitsUser) {
   for (const char* path : {"home", "/a:b", "/a\nb", "/a\x7f", " /a"}) {
     UserRecord anna = user("anna", "5001");
     anna.home = path;
@@ -244,7 +244,7 @@ TEST_F(AccountLinesTest, APathThatIsNoneLeavesTheUserOut) {
   }
 }
 
-TEST_F(AccountLinesTest, WhatTheHostHasIsLeftOut) {
+TEST_F(AccountLineWriting, WhatTheHostHasIsLeftOut) {
   host_.add(PrincipalType::user, "anna", 1000);
   host_.add(PrincipalType::group, "staff", 50);
   expectLeftOut(user("anna", "5001"), "the host has a user of this name");
@@ -255,7 +255,7 @@ TEST_F(AccountLinesTest, WhatTheHostHasIsLeftOut) {
   expectWritten(user("Anna", "5001"));
 }
 
-TEST_F(AccountLinesTest, TheFirstRecordOfAnIdHasIt) {
+TEST_F(AccountLineWriting, TheFirstRecordOfAnIdHasIt) {
   records_.users = {user("anna", "5001"), user("bert", "5001"), user("carl", "5002")};
   const AccountLines lines = this->lines();
   EXPECT_EQ(lines.passwd,
@@ -265,21 +265,21 @@ TEST_F(AccountLinesTest, TheFirstRecordOfAnIdHasIt) {
               ElementsAre("user \"bert\" is left out: an earlier record has the id 5001"));
 }
 
-TEST_F(AccountLinesTest, ARecordThatIsLeftOutDoesNotTakeItsId) {
+TEST_F(AccountLineWriting, OmittedRecordDoesNotClaimItsId) {
   UserRecord anna = user("anna", "5001");
   anna.shell = "sh";
   records_.users = {anna, user("bert", "5001")};
   EXPECT_THAT(lines().passwd, HasSubstr("bert:x:5001:"));
 }
 
-TEST_F(AccountLinesTest, TheOrderIsThatOfTheRecords) {
+TEST_F(AccountLineWriting, TheOrderIsThatOfTheRecords) {
   records_.users = {user("z", "5009"), user("a", "5001"), user("m", "5005")};
   records_.groups = {group("z", "5009"), group("a", "5001")};
   EXPECT_THAT(lines().passwd, ::testing::MatchesRegex("z:.*\na:.*\nm:.*\n"));
   EXPECT_EQ(lines().group, "z:x:5009:\na:x:5001:\n");
 }
 
-TEST_F(AccountLinesTest, IdsThatLibnssExtrausersHidesAreWrittenWithARemark) {
+TEST_F(AccountLineWriting, IdsHiddenByLibnssExtrausersGetRemark) {
   records_.groups = {group("backup", "250")};
   UserRecord anna = user("anna", "499");
   anna.group = "100";
@@ -296,7 +296,7 @@ TEST_F(AccountLinesTest, IdsThatLibnssExtrausersHidesAreWrittenWithARemark) {
                           HasSubstr("\"backup\" is not shown")));
 }
 
-TEST_F(AccountLinesTest, RemarksCanBeShown) {
+TEST_F(AccountLineWriting, RemarksCanBeShown) {
   expectLeftOut(user("a\x1b[2J", "5001"), "user \"a\\x1B[2J\" is left out");
 }
 

@@ -7,8 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/directory_schema.h"
-#include "platform/linux/accounts/holding_groups.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/node_groups.h"
 #include "platform/linux/accounts/user_records.h"
 #include "platform/search_node.h"

@@ -11,7 +11,7 @@ namespace paddock {
 
 class DirectoryGroupMembership final : public GroupMembership {
  public:
-  // `hostGroups` answers for the node "/System". The caller keeps both alive.
+  // `hostGroups` answers for the node "/System". Both must outlive this object.
   DirectoryGroupMembership(DirectoryService& directory, UserGroups& hostGroups)
       : directory_(directory), hostGroups_(hostGroups) {}
 

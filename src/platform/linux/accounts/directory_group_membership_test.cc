@@ -11,13 +11,13 @@
 #include <random>
 #include <set>
 
-#include "base/computed_guid.h"
-#include "platform/directory_schema.h"
+#include "base/guid.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/node_groups.h"
 #include "platform/linux/directory/linux_directory.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/testing/fault_plan.h"
-#include "platform/testing/faulty_directory.h"
+#include "platform/testing/forwarding_directory.h"
 #include "platform/testing/in_memory_directory.h"
 #include "support/temporary_folder.h"
 
@@ -53,7 +53,7 @@ std::string computedText(std::uint32_t gid) {
   return guidText(computedGuid({PrincipalType::group, gid}));
 }
 
-class DirectoryGroupMembershipTest : public ::testing::Test {
+class NestedGroupMembership : public ::testing::Test {
  protected:
   void SetUp() override {
     directory_.addNode("/System", "ReadOnly");
@@ -89,7 +89,7 @@ class DirectoryGroupMembershipTest : public ::testing::Test {
   }
   // Through a directory in which the plan's call fails.
   int tryWith(FaultPlan& plan, UserMembership& membership) {
-    FaultyDirectory faulty(directory_, plan);
+    ForwardingDirectory faulty(directory_, plan);
     return DirectoryGroupMembership(faulty, hostGroups_).membershipOf(kAnna, membership);
   }
 
@@ -98,7 +98,7 @@ class DirectoryGroupMembershipTest : public ::testing::Test {
   DirectoryGroupMembership membership_{directory_, hostGroups_};
 };
 
-TEST_F(DirectoryGroupMembershipTest, GroupsOfEveryNodeAndOfTheHostHoldTheUser) {
+TEST_F(NestedGroupMembership, FindsGroupsOfEveryNodeAndHost) {
   addUser("/Local", "anna", kAnna, {{schema::kPrimaryGroupID, "10"}});
   addUser("/System", "anna", kAnna, {{schema::kPrimaryGroupID, "20"}});
   addUser(kSite, "anna", kAnna, {{schema::kPrimaryGroupID, "30"}});
@@ -110,7 +110,7 @@ TEST_F(DirectoryGroupMembershipTest, GroupsOfEveryNodeAndOfTheHostHoldTheUser) {
                                            "11 /Local", "31 /LDAP/site", "32 /LDAP/site"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, OfTheHostsGroupsTheHostItselfIsAsked) {
+TEST_F(NestedGroupMembership, HostIsAskedAboutItsOwnGroups) {
   addUser("/System", "anna", kAnna, {});
   // As a host that lists its groups, but not their members.
   addGroup("/System", "listed", group(22, {{schema::kGroupMembership, Array{"anna"}}}));
@@ -118,22 +118,22 @@ TEST_F(DirectoryGroupMembershipTest, OfTheHostsGroupsTheHostItselfIsAsked) {
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("21 /System"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, AnAccountOfTheHostWithoutARecordHasItsGroups) {
+TEST_F(NestedGroupMembership, HostAccountWithoutRecordHasItsGroups) {
   hostGroups_.anna = {21};
   addGroup("/Local", "l", group(11, {{schema::kNestedGroups, Array{computedText(21)}}}));
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("21 /System", "11 /Local"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, ANameMeansTheUserOfTheGroupsOwnNode) {
+TEST_F(NestedGroupMembership, NameMeansUserOfSameNodeAsGroup) {
   addUser("/System", "anna", kAnna);
-  addUser(kSite, "anna", kBert);  // somebody else of the same name
+  addUser(kSite, "anna", kBert);  // another account of the same name
   addGroup("/Local", "l", group(11, {{schema::kGroupMembership, Array{"anna"}}}));
   addGroup(kSite, "s", group(31, {{schema::kGroupMembership, Array{"anna"}}}));
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("11 /Local"));
   EXPECT_THAT(groupsOf(kBert), ElementsAre("31 /LDAP/site"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, AUserOfSeveralNamesIsAMemberByEachOfThem) {
+TEST_F(NestedGroupMembership, UserIsMemberByEachOfItsNames) {
   addUser("/Local", "anna", kAnna, {{schema::kRecordName, Array{"anna", "anna.b"}}});
   addUser(kSite, "ab", kAnna);
   addGroup("/Local", "one", group(11, {{schema::kGroupMembership, Array{"Anna.B"}}}));
@@ -142,7 +142,7 @@ TEST_F(DirectoryGroupMembershipTest, AUserOfSeveralNamesIsAMemberByEachOfThem) {
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("11 /Local", "32 /LDAP/site", "31 /LDAP/site"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, RecordsWithTheSameGidAreTheSameGroupUnderAllTheirGuids) {
+TEST_F(NestedGroupMembership, RecordsWithSameGidFormOneGroup) {
   addUser("/System", "anna", kAnna);
   hostGroups_.anna = {21};
   addGroup(kSite, "site's", group(21, {{schema::kGeneratedUID, guidTextOf(2)}}));
@@ -157,7 +157,7 @@ TEST_F(DirectoryGroupMembershipTest, RecordsWithTheSameGidAreTheSameGroupUnderAl
   EXPECT_EQ(membership.groups[1].through, 0U);
 }
 
-TEST_F(DirectoryGroupMembershipTest, GroupsMayBeNestedAcrossNodes) {
+TEST_F(NestedGroupMembership, GroupsMayBeNestedAcrossNodes) {
   addUser(kSite, "anna", kAnna);
   addGroup(kSite, "a",
            {{schema::kGeneratedUID, guidTextOf(1)}, {schema::kGroupMembership, Array{"anna"}}});
@@ -168,7 +168,7 @@ TEST_F(DirectoryGroupMembershipTest, GroupsMayBeNestedAcrossNodes) {
                                            "31 /LDAP/site"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, ARecordWithTheComputedGuidAloneIsTheGroupOfTheGid) {
+TEST_F(NestedGroupMembership, ComputedGuidAloneIdentifiesGroupOfGid) {
   addUser("/System", "anna", kAnna);
   hostGroups_.anna = {21};
   addGroup("/Local", "same",
@@ -176,7 +176,7 @@ TEST_F(DirectoryGroupMembershipTest, ARecordWithTheComputedGuidAloneIsTheGroupOf
   EXPECT_THAT(groupsOf(kAnna), ElementsAre("21 /System"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, ValuesThatAreNoIdsAndNoGuidsAreNothing) {
+TEST_F(NestedGroupMembership, InvalidIdsAndGuidsAreIgnored) {
   addUser("/Local", "anna", kAnna,
           {{schema::kPrimaryGroupID, "4294967296"}, {schema::kGeneratedUID, "no guid"}});
   addUser("/Local", "second", 7, {{schema::kUniqueID, Array{"7", std::to_string(kAnna)}}});
@@ -190,7 +190,7 @@ TEST_F(DirectoryGroupMembershipTest, ValuesThatAreNoIdsAndNoGuidsAreNothing) {
   EXPECT_THAT(membership.guids, ElementsAre(computedGuid({PrincipalType::user, kAnna})));
 }
 
-TEST_F(DirectoryGroupMembershipTest, TheFirstErrorEndsTheSearchAndIsTheAnswer) {
+TEST_F(NestedGroupMembership, FirstErrorEndsSearchAndIsReturned) {
   addUser("/Local", "anna", kAnna, {{schema::kPrimaryGroupID, "10"}});
   addGroup(kSite, "s", group(31, {{schema::kGroupMembership, Array{"anna"}}}));
   std::size_t failures = 0;
@@ -215,14 +215,14 @@ TEST_F(DirectoryGroupMembershipTest, TheFirstErrorEndsTheSearchAndIsTheAnswer) {
   EXPECT_GE(failures, 10U);
 }
 
-TEST_F(DirectoryGroupMembershipTest, AnErrorWithoutAStatusIsEio) {
+TEST_F(NestedGroupMembership, AnErrorWithoutAStatusIsEio) {
   FaultPlan plan(1);
   plan.setError(std::nullopt);
   UserMembership membership;
   EXPECT_EQ(tryWith(plan, membership), EIO);
 }
 
-TEST_F(DirectoryGroupMembershipTest, AnErrorOfTheHostIsAnError) {
+TEST_F(NestedGroupMembership, AnErrorOfTheHostIsAnError) {
   addUser("/System", "anna", kAnna);
   hostGroups_.error = EIO;
   UserMembership membership;
@@ -230,7 +230,7 @@ TEST_F(DirectoryGroupMembershipTest, AnErrorOfTheHostIsAnError) {
   EXPECT_THAT(membership.error, HasSubstr("5001"));
 }
 
-TEST_F(DirectoryGroupMembershipTest, MoreGroupsThanAProcessCanHaveAreAnError) {
+TEST_F(NestedGroupMembership, MoreGroupsThanProcessLimitIsError) {
   addUser("/System", "anna", kAnna);
   for (std::uint32_t gid = 0; gid < 65536; ++gid) hostGroups_.anna.push_back(gid);
   addGroup("/Local", "one more", group(70000, {{schema::kGroupMembership, Array{"anna"}}}));
@@ -241,7 +241,7 @@ TEST_F(DirectoryGroupMembershipTest, MoreGroupsThanAProcessCanHaveAreAnError) {
   EXPECT_EQ(membershipOf(kAnna).groups.size(), 65536U);
 }
 
-TEST_F(DirectoryGroupMembershipTest, HowOftenANodeIsAskedDoesNotGrowWithTheGroups) {
+TEST_F(NestedGroupMembership, NodeQueryCountIsIndependentOfGroupCount) {
   addUser("/System", "anna", kAnna);
   addGroup("/Local", "around", group(90000, {{schema::kNestedGroups, Array{computedText(3)}}}));
   std::size_t calls = 0;
@@ -306,10 +306,10 @@ class RandomGroups {
 };
 
 // With many groups of the host every node lists its groups; with one they are looked up.
-class RandomGroupsTest : public ::testing::TestWithParam<std::uint32_t> {};
-INSTANTIATE_TEST_SUITE_P(DirectoryGroupMembership, RandomGroupsTest, ::testing::Values(1U, 200U));
+class RandomGroupNesting : public ::testing::TestWithParam<std::uint32_t> {};
+INSTANTIATE_TEST_SUITE_P(DirectoryGroupMembership, RandomGroupNesting, ::testing::Values(1U, 200U));
 
-TEST_P(RandomGroupsTest, FindsWhatAPlainSearchFinds) {
+TEST_P(RandomGroupNesting, FindsWhatAPlainSearchFinds) {
   std::mt19937 random(7);
   std::size_t nested = 0;
   for (int round = 0; round < 40; ++round) {
@@ -338,7 +338,7 @@ TEST_P(RandomGroupsTest, FindsWhatAPlainSearchFinds) {
 }
 
 // The directory of this host itself.
-TEST(DirectoryGroupMembershipOnThisHost, AUserOfTheHostIsInTheHostsGroups) {
+TEST(DirectoryGroupMembershipOnThisHost, HostUserIsInHostGroups) {
   const TestFolder folder;
   LinuxDirectoryService directory(
       {.databasePath = folder.path("directory.sqlite"), .adminGroup = "x", .pam = std::nullopt});

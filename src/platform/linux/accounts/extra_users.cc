@@ -9,9 +9,8 @@
 #include <stdexcept>
 
 #include "base/file_access.h"
-#include "base/file_descriptor.h"
-#include "base/printable.h"
 #include "base/system_call.h"
+#include "base/text.h"
 #include "platform/linux/accounts/account_lines.h"
 #include "platform/linux/files/linux_text_files.h"
 #include "platform/linux/files/managed_block.h"
@@ -118,7 +117,7 @@ class ExtraUsers::Run {
       throw systemError(errno, "making", printable(options_.folder));
   }
 
-  // By the descriptor, so that it is the folder that was looked at.
+  // By the descriptor, so that it is the folder that was checked.
   std::string pathOf(const File& file) const {
     return "/proc/self/fd/" + std::to_string(folder_.get()) + "/" + file.name;
   }
@@ -131,7 +130,7 @@ class ExtraUsers::Run {
     const int error = LinuxTextFiles().read(pathOf(file), file.present);
     if (error != 0 && error != ENOENT) throw systemError(error, "reading", shownPathOf(file));
     auto block = splitManagedBlock(file.present);
-    // Whose its lines are cannot be told then.
+    // The owner of its lines is then ambiguous.
     if (!block)
       throw std::runtime_error(shownPathOf(file) +
                                ": the comments around our lines are not one pair");
@@ -185,7 +184,7 @@ ExtraUsers::ExtraUsers(const ExtraUsersOptions& options)
 ExtraUsers::~ExtraUsers() = default;
 
 void ExtraUsers::write(LocalStore& store, std::uint64_t generation) noexcept {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   try {
     work(store, look(store, generation));
   } catch (const std::exception& error) {
@@ -194,7 +193,7 @@ void ExtraUsers::write(LocalStore& store, std::uint64_t generation) noexcept {
 }
 
 void ExtraUsers::refresh(LocalStore& store, std::uint64_t generation) noexcept {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const bool isEarly = options_.clock->monotonicNow() < nextLook_;
   try {
     if (!troubles_.empty() && isEarly) return;
@@ -207,7 +206,7 @@ void ExtraUsers::refresh(LocalStore& store, std::uint64_t generation) noexcept {
 }
 
 void ExtraUsers::reportTrouble(const std::string& text) noexcept {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   report({text}, {});
 }
 

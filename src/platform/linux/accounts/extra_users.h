@@ -1,41 +1,41 @@
 // The users and groups of the local directory as accounts of the host: in the files passwd, group
 // and shadow that libnss-extrausers reads.
 //
-// In each file, the lines between two comments are ours (managed_block.h), and those around them
-// stay as they are; account_lines.h says what the lines are. Only a file whose contents change is
+// In each file, the lines between two comments are managed (managed_block.h), and those around them
+// are left unchanged; account_lines.h specifies the lines. Only a file whose contents change is
 // replaced, as text_file.h says; a new passwd and group have the mode 0644, a new shadow 0640 of
-// the group "shadow" where the host has one, else 0600, and an earlier shadow loses what others
-// could do with it. A file is not made to hold nothing.
+// the group "shadow" where the host has one, else 0600, and an existing shadow loses the
+// permissions of others. No file is created to be empty.
 //
-// The folder is made when it is missing. One that is a link, that another user owns or that others
-// may write to is left alone: what is in it could lead anywhere.
+// The folder is made when it is missing. One that is a symlink, that another user owns or that
+// others may write to is left alone: its entries could lead anywhere.
 //
-// What the host has of its own, which is never written, is in its passwd and group, in the lines of
+// The host's own accounts, which are never written, are in its passwd and group, in the lines of
 // others in these files, and in the other sources of the name service switch (nss_sources.h).
 //
-// Any thread. A lock keeps writers in other processes, and other objects, away.
+// Thread-safe. A lock file excludes writers in other processes, and other objects.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
+#include "base/mutex.h"
 #include "platform/linux/accounts/account_cache.h"
 #include "platform/linux/accounts/nss_sources.h"
 #include "platform/linux/database/local_store.h"
 #include "platform/logger.h"
+#include "platform/machine_information.h"
 
 namespace paddock {
 
 struct ExtraUsersOptions {
   std::string folder;
-  // Made with the mode 0600, so that nobody else can hold the lock.
+  // Created with mode 0600, so that no other user can hold the lock.
   std::string lockPath;
-  // The caller keeps them alive.
+  // They must outlive this object.
   Clock* clock = nullptr;
   Logger* logger = nullptr;
   std::string hostPasswdPath = "/etc/passwd";
@@ -45,8 +45,8 @@ struct ExtraUsersOptions {
 
 class ExtraUsers {
  public:
-  // How long after a failure `refresh` tries again, and after which time it looks again at what it
-  // has no sign of.
+  // Interval after which `refresh` retries after a failure, and rechecks sources without change
+  // detection.
   static constexpr std::chrono::minutes kRetry{1};
   static constexpr std::chrono::hours kLookAgain{1};
 
@@ -55,13 +55,12 @@ class ExtraUsers {
   ExtraUsers& operator=(const ExtraUsers&) = delete;
   ~ExtraUsers();
 
-  // Brings the files up to date with the store. Trouble, and what is left out, is a line in the log
-  // each, repeated only after it has gone meanwhile.
-  // `generation` is the database's.
+  // Brings the files up to date with the store. Each failure, and each omission, is logged, and
+  // again only after it had ceased in between. `generation` is the database's.
   void write(LocalStore& store, std::uint64_t generation) noexcept;
-  // The same, unless it would find what it found before.
+  // The same, unless nothing has changed.
   void refresh(LocalStore& store, std::uint64_t generation) noexcept;
-  // A trouble of the caller's in getting to the store.
+  // Reports a failure of the caller to access the store.
   void reportTrouble(const std::string& text) noexcept;
 
  private:
@@ -73,21 +72,22 @@ class ExtraUsers {
     friend bool operator==(const Seen&, const Seen&) = default;
   };
 
-  // What is looked at before the work, so that what changes meanwhile is found the next time.
+  // The state sampled before writing, so that a concurrent change is detected the next time.
   Seen look(LocalStore& store, std::uint64_t generation) const;
-  void work(LocalStore& store, const Seen& seen);
-  void report(const std::set<std::string>& troubles, std::set<std::string> remarks);
+  void work(LocalStore& store, const Seen& seen) PADDOCK_REQUIRES(mutex_);
+  void report(const std::set<std::string>& troubles, std::set<std::string> remarks)
+      PADDOCK_REQUIRES(mutex_);
   static void logNew(Logger& logger, int priority, const std::set<std::string>& now,
                      std::set<std::string>& before);
 
   const ExtraUsersOptions options_;
   NssSources sources_;
   const AccountFiles hostFiles_;
-  std::mutex mutex_;
-  std::set<std::string> troubles_;
-  std::set<std::string> remarks_;
-  Seen seen_;
-  std::chrono::steady_clock::time_point nextLook_;
+  Mutex mutex_;
+  std::set<std::string> troubles_ PADDOCK_GUARDED_BY(mutex_);
+  std::set<std::string> remarks_ PADDOCK_GUARDED_BY(mutex_);
+  Seen seen_ PADDOCK_GUARDED_BY(mutex_);
+  std::chrono::steady_clock::time_point nextLook_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

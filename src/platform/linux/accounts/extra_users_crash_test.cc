@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "support/extra_users_world.h"
 #include "support/own_mounts.h"
 
@@ -19,7 +19,7 @@ using ::testing::HasSubstr;
 
 const std::string kOthers = "lisa:x:6001:6001::/home/lisa:/bin/sh\n";
 
-class ExtraUsersCrashTest : public ::testing::Test {
+class ExtraUsersCrash : public ::testing::Test {
  protected:
   // Adds and removes users; reports each that is added.
   [[noreturn]] void writeForever(int progress) {
@@ -50,7 +50,7 @@ class ExtraUsersCrashTest : public ::testing::Test {
   ExtraUsersWorld world_;
 };
 
-TEST_F(ExtraUsersCrashTest, AKilledWriterLeavesWholeFilesAndTheNextOneCatchesUp) {
+TEST_F(ExtraUsersCrash, KilledWriterLeavesWholeFilesAndNextRecovers) {
   constexpr int kRounds = 25;
   std::filesystem::create_directory(world_.extraFolder());
   writeWholeFile(world_.path("passwd"), kOthers);
@@ -93,7 +93,7 @@ TEST_F(ExtraUsersCrashTest, AKilledWriterLeavesWholeFilesAndTheNextOneCatchesUp)
   }
 }
 
-TEST_F(ExtraUsersCrashTest, AFullDiskIsALineAndTheFilesStayAsTheyWere) {
+TEST_F(ExtraUsersCrash, FullDiskIsLoggedAndFilesStayUnchanged) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   std::filesystem::create_directory(world_.extraFolder());
   runInOwnMounts([&] {

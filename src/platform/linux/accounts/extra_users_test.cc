@@ -20,7 +20,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using Line = RecordingLogger::Line;
 
-class ExtraUsersTest : public ::testing::Test {
+class ExtraUsersFiles : public ::testing::Test {
  protected:
   void putUser(const std::string& name, const std::string& id) {
     ExtraUsersWorld::putUser(service_, name, id);
@@ -48,7 +48,7 @@ class ExtraUsersTest : public ::testing::Test {
   LinuxDirectoryService service_{world_.directoryOptions()};
 };
 
-TEST_F(ExtraUsersTest, UsersAndGroupsAreInTheFilesWhenTheirRecordsHaveChanged) {
+TEST_F(ExtraUsersFiles, RecordChangesReachUserAndGroupFiles) {
   put(schema::kUsers, "anna",
       {{schema::kUniqueID, "5001"},
        {schema::kPrimaryGroupID, "5100"},
@@ -63,7 +63,7 @@ TEST_F(ExtraUsersTest, UsersAndGroupsAreInTheFilesWhenTheirRecordsHaveChanged) {
   EXPECT_THAT(takeLog(), IsEmpty());
 }
 
-TEST_F(ExtraUsersTest, EveryKindOfChangeIsFollowed) {
+TEST_F(ExtraUsersFiles, EveryKindOfChangeIsFollowed) {
   putUser("anna", "5001");
   const auto record = service_.openLocalNode()->findRecord("anna", schema::kUsers);
   record->setAttribute(schema::kUniqueID, "5002");
@@ -74,7 +74,7 @@ TEST_F(ExtraUsersTest, EveryKindOfChangeIsFollowed) {
   EXPECT_EQ(passwd(), "");
 }
 
-TEST_F(ExtraUsersTest, ARecordThatGoesTakesItsLinesWithIt) {
+TEST_F(ExtraUsersFiles, RemovedRecordRemovesItsLines) {
   putUser("anna", "5001");
   putUser("bert", "5002");
   remove(schema::kUsers, "anna");
@@ -85,26 +85,26 @@ TEST_F(ExtraUsersTest, ARecordThatGoesTakesItsLinesWithIt) {
   EXPECT_EQ(world_.contents("shadow"), "");
 }
 
-TEST_F(ExtraUsersTest, APasswordIsInShadowAlone) {
+TEST_F(ExtraUsersFiles, APasswordIsInShadowAlone) {
   put(schema::kUsers, "anna", {{schema::kUniqueID, "5001"}, {schema::kUserShell, "/bin/sh"}});
   service_.openLocalNode()->setPassword("anna", "opensesame");
   EXPECT_THAT(world_.contents("shadow"), HasSubstr("anna:$"));
   EXPECT_THAT(passwd(), AllOf(HasSubstr("anna:x:5001:"), Not(HasSubstr("$"))));
 }
 
-TEST_F(ExtraUsersTest, OtherRecordsAreNoneOfItsBusiness) {
+TEST_F(ExtraUsersFiles, OtherRecordsAreNoneOfItsBusiness) {
   put("dsRecTypeStandard:SharePoints", "Docs", {{schema::kUniqueID, "5001"}});
   EXPECT_FALSE(std::filesystem::exists(world_.extraFolder()));
 }
 
-TEST_F(ExtraUsersTest, NothingIsMadeToHoldNothing) {
+TEST_F(ExtraUsersFiles, NothingIsMadeToHoldNothing) {
   service_.refreshExtraUsers();
   put(schema::kUsers, "anna", {{schema::kRealName, "no id"}});
   EXPECT_FALSE(std::filesystem::exists(world_.extraFolder()));
   EXPECT_THAT(takeLog(), IsEmpty());
 }
 
-TEST_F(ExtraUsersTest, NewFilesAreReadableButForShadow) {
+TEST_F(ExtraUsersFiles, NewFilesAreReadableButForShadow) {
   const mode_t before = ::umask(0077);
   putUser("anna", "5001");
   put(schema::kGroups, "staff", {{schema::kPrimaryGroupID, "5100"}});
@@ -120,18 +120,18 @@ TEST_F(ExtraUsersTest, NewFilesAreReadableButForShadow) {
   }
 }
 
-TEST_F(ExtraUsersTest, WithoutAGroupShadowItIsItsOwnersAlone) {
+TEST_F(ExtraUsersFiles, WithoutShadowGroupOnlyOwnerReadsShadow) {
   writeWholeFile(world_.hostPath("group"), "root:x:0:\n");
   putUser("anna", "5001");
   EXPECT_EQ(modeOf("shadow"), 0600U);
 }
 
-class ExtraUsersAmongOthersTest : public ExtraUsersTest {
+class ExtraUsersAmongOthers : public ExtraUsersFiles {
  protected:
-  ExtraUsersAmongOthersTest() { std::filesystem::create_directory(world_.extraFolder()); }
+  ExtraUsersAmongOthers() { std::filesystem::create_directory(world_.extraFolder()); }
 };
 
-TEST_F(ExtraUsersAmongOthersTest, LinesOfOthersStay) {
+TEST_F(ExtraUsersAmongOthers, LinesOfOthersStay) {
   const std::string others = "# by hand\nlisa:x:6001:6001::/home/lisa:/bin/sh\n";
   writeWholeFile(world_.path("passwd"), others);
   putUser("anna", "5001");
@@ -146,7 +146,7 @@ TEST_F(ExtraUsersAmongOthersTest, LinesOfOthersStay) {
   EXPECT_EQ(passwd(), others + "lars:x:6002:6002::/:/bin/sh");
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AccountsOfOthersAreTheHosts) {
+TEST_F(ExtraUsersAmongOthers, AccountsOfOthersAreTheHosts) {
   writeWholeFile(world_.path("passwd"), "anna:x:6001:6001::/home/anna:/bin/sh\n");
   writeWholeFile(world_.path("group"), "staff:x:6100:\n");
   putUser("anna", "5001");
@@ -157,7 +157,7 @@ TEST_F(ExtraUsersAmongOthersTest, AccountsOfOthersAreTheHosts) {
   EXPECT_EQ(takeLog().size(), 3U);
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AnEarlierFilesOwnerAndModeStay) {
+TEST_F(ExtraUsersAmongOthers, AnEarlierFilesOwnerAndModeStay) {
   for (const char* name : {"passwd", "group", "shadow"}) {
     writeWholeFile(world_.path(name), "");
     ASSERT_EQ(::chmod(world_.path(name).c_str(), 0600), 0);
@@ -177,7 +177,7 @@ TEST_F(ExtraUsersAmongOthersTest, AnEarlierFilesOwnerAndModeStay) {
   }
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AShadowThatOthersCanReadIsClosed) {
+TEST_F(ExtraUsersAmongOthers, AShadowThatOthersCanReadIsClosed) {
   writeWholeFile(world_.path("shadow"), "lisa:$6$hash:::::::\n");
   ASSERT_EQ(::chmod(world_.path("shadow").c_str(), 0664), 0);
   service_.refreshExtraUsers();
@@ -185,7 +185,7 @@ TEST_F(ExtraUsersAmongOthersTest, AShadowThatOthersCanReadIsClosed) {
   EXPECT_EQ(world_.contents("shadow"), "lisa:$6$hash:::::::\n");
 }
 
-TEST_F(ExtraUsersAmongOthersTest, ALinkStaysAndItsTargetIsReplaced) {
+TEST_F(ExtraUsersAmongOthers, ALinkStaysAndItsTargetIsReplaced) {
   writeWholeFile(world_.folder.path("elsewhere"), "");
   std::filesystem::create_symlink("../elsewhere", world_.path("passwd"));
   putUser("anna", "5001");
@@ -194,7 +194,7 @@ TEST_F(ExtraUsersAmongOthersTest, ALinkStaysAndItsTargetIsReplaced) {
             ownBlock(plainUserLine("anna", "5001")));
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AFolderThatOthersMayWriteToIsLeftAlone) {
+TEST_F(ExtraUsersAmongOthers, FolderWritableByOthersIsLeftAlone) {
   ASSERT_EQ(::chmod(world_.extraFolder().c_str(), 0777), 0);
   putUser("anna", "5001");
   EXPECT_TRUE(std::filesystem::is_empty(world_.extraFolder()));
@@ -203,7 +203,7 @@ TEST_F(ExtraUsersAmongOthersTest, AFolderThatOthersMayWriteToIsLeftAlone) {
                                               world_.extraFolder() + ": Operation not permitted"}));
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AFolderThatIsALinkIsLeftAlone) {
+TEST_F(ExtraUsersAmongOthers, SymlinkedFolderIsLeftAlone) {
   std::filesystem::remove(world_.extraFolder());
   std::filesystem::create_directory(world_.folder.path("elsewhere"));
   std::filesystem::create_directory_symlink("elsewhere", world_.extraFolder());
@@ -212,7 +212,7 @@ TEST_F(ExtraUsersAmongOthersTest, AFolderThatIsALinkIsLeftAlone) {
   EXPECT_EQ(takeLog().size(), 1U);
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AFolderOfAnotherUserIsLeftAlone) {
+TEST_F(ExtraUsersAmongOthers, AFolderOfAnotherUserIsLeftAlone) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a folder away needs root";
   ASSERT_EQ(::chown(world_.extraFolder().c_str(), 1000, 1000), 0);
   putUser("anna", "5001");
@@ -220,7 +220,7 @@ TEST_F(ExtraUsersAmongOthersTest, AFolderOfAnotherUserIsLeftAlone) {
   EXPECT_EQ(takeLog().size(), 1U);
 }
 
-TEST_F(ExtraUsersAmongOthersTest, AFileWhoseBlockIsBrokenIsLeftAloneAndSoAreTheOthers) {
+TEST_F(ExtraUsersAmongOthers, FileWithBrokenBlockLeavesAllFilesAlone) {
   const std::string broken = kManagedBlockBegin + std::string("whose:x:6001:\n");
   writeWholeFile(world_.path("group"), broken);
   putUser("anna", "5001");
@@ -231,7 +231,7 @@ TEST_F(ExtraUsersAmongOthersTest, AFileWhoseBlockIsBrokenIsLeftAloneAndSoAreTheO
                                               ": the comments around our lines are not one pair"}));
 }
 
-TEST_F(ExtraUsersAmongOthersTest, WhatIsNoFileIsLeftAlone) {
+TEST_F(ExtraUsersAmongOthers, WhatIsNoFileIsLeftAlone) {
   ASSERT_EQ(::mkfifo(world_.path("shadow").c_str(), 0600), 0);
   putUser("anna", "5001");
   EXPECT_TRUE(std::filesystem::is_fifo(world_.path("shadow")));
@@ -241,7 +241,7 @@ TEST_F(ExtraUsersAmongOthersTest, WhatIsNoFileIsLeftAlone) {
 
 // The host's own accounts.
 
-TEST_F(ExtraUsersTest, WhatTheHostHasIsNotWrittenAndSaidOnce) {
+TEST_F(ExtraUsersFiles, HostAccountsAreOmittedAndLoggedOnce) {
   writeWholeFile(world_.hostPath("passwd"), "anna:x:1000:1000::/home/anna:/bin/sh\n");
   putUser("anna", "5001");
   putUser("bert", "1000");
@@ -256,7 +256,7 @@ TEST_F(ExtraUsersTest, WhatTheHostHasIsNotWrittenAndSaidOnce) {
                        "1000"}));
 }
 
-TEST_F(ExtraUsersTest, AnAccountThatTheHostGetsLaterReplacesOurs) {
+TEST_F(ExtraUsersFiles, LaterHostAccountReplacesOurs) {
   putUser("anna", "5001");
   service_.refreshExtraUsers();
   const std::string before = readWholeFile(world_.hostPath("passwd"));
@@ -269,13 +269,13 @@ TEST_F(ExtraUsersTest, AnAccountThatTheHostGetsLaterReplacesOurs) {
   EXPECT_EQ(passwd(), ownBlock(plainUserLine("anna", "5001")));
 }
 
-TEST_F(ExtraUsersTest, WithoutTheHostsFilesNothingIsLeftOut) {
+TEST_F(ExtraUsersFiles, WithoutTheHostsFilesNothingIsLeftOut) {
   std::filesystem::remove(world_.hostPath("passwd"));
   putUser("anna", "5001");
   EXPECT_EQ(passwd(), ownBlock(plainUserLine("anna", "5001")));
 }
 
-TEST_F(ExtraUsersTest, NothingIsWrittenWhileTheHostsFilesCannotBeRead) {
+TEST_F(ExtraUsersFiles, UnreadableHostFilesPreventWriting) {
   std::filesystem::remove(world_.hostPath("passwd"));
   std::filesystem::create_directory(world_.hostPath("passwd"));
   putUser("anna", "5001");
@@ -287,7 +287,7 @@ TEST_F(ExtraUsersTest, NothingIsWrittenWhileTheHostsFilesCannotBeRead) {
 
 // When it writes.
 
-TEST_F(ExtraUsersTest, WhatIsUnchangedIsNotWrittenAgain) {
+TEST_F(ExtraUsersFiles, WhatIsUnchangedIsNotWrittenAgain) {
   putUser("anna", "5001");
   const auto passwdBefore = statusOf("passwd");
   const auto shadowBefore = statusOf("shadow");
@@ -299,7 +299,7 @@ TEST_F(ExtraUsersTest, WhatIsUnchangedIsNotWrittenAgain) {
   EXPECT_FALSE(std::filesystem::exists(world_.path("group")));
 }
 
-TEST_F(ExtraUsersTest, ChangesOfOthersAreFoundByLooking) {
+TEST_F(ExtraUsersFiles, ChangesOfOthersAreFoundByLooking) {
   putUser("anna", "5001");
   LinuxDirectoryOptions options = world_.directoryOptions();
   options.extraUsers.reset();
@@ -310,7 +310,7 @@ TEST_F(ExtraUsersTest, ChangesOfOthersAreFoundByLooking) {
   EXPECT_THAT(passwd(), HasSubstr("bert"));
 }
 
-TEST_F(ExtraUsersTest, WhatChangedWhileNobodyListenedIsCaughtUpWith) {
+TEST_F(ExtraUsersFiles, UnobservedChangesAreCaughtUp) {
   {
     LinuxDirectoryOptions options = world_.directoryOptions();
     options.extraUsers.reset();
@@ -322,7 +322,7 @@ TEST_F(ExtraUsersTest, WhatChangedWhileNobodyListenedIsCaughtUpWith) {
   EXPECT_EQ(passwd(), ownBlock(plainUserLine("anna", "5001")));
 }
 
-TEST_F(ExtraUsersTest, LookingWithoutASignOfAChangeDoesNothingForAnHour) {
+TEST_F(ExtraUsersFiles, ChecksWithoutChangeDoNothingForHour) {
   putUser("anna", "5001");
   service_.refreshExtraUsers();
   std::filesystem::remove(world_.path("passwd"));
@@ -333,7 +333,7 @@ TEST_F(ExtraUsersTest, LookingWithoutASignOfAChangeDoesNothingForAnHour) {
   EXPECT_EQ(passwd(), ownBlock(plainUserLine("anna", "5001")));
 }
 
-TEST_F(ExtraUsersTest, ADatabaseOfAnotherDirectoryIsNoticed) {
+TEST_F(ExtraUsersFiles, ADatabaseOfAnotherDirectoryIsNoticed) {
   putUser("anna", "5001");
   service_.refreshExtraUsers();
   std::filesystem::remove(world_.folder.path("directory.sqlite"));
@@ -341,7 +341,7 @@ TEST_F(ExtraUsersTest, ADatabaseOfAnotherDirectoryIsNoticed) {
   EXPECT_EQ(passwd(), "");
 }
 
-TEST_F(ExtraUsersTest, AFailureIsALineAndTheChangeIsMade) {
+TEST_F(ExtraUsersFiles, FailureIsLoggedAndRecordChangeSucceeds) {
   writeWholeFile(world_.extraFolder(), "a file");
   putUser("anna", "5001");
   EXPECT_NE(service_.openLocalNode()->findRecord("anna", schema::kUsers), nullptr);
@@ -349,7 +349,7 @@ TEST_F(ExtraUsersTest, AFailureIsALineAndTheChangeIsMade) {
   EXPECT_EQ(takeLog().front().priority, kLogError);
 }
 
-TEST_F(ExtraUsersTest, AFailureIsTriedAgainAfterAMinuteAndSaidOnce) {
+TEST_F(ExtraUsersFiles, FailureIsRetriedAfterMinuteAndLoggedOnce) {
   writeWholeFile(world_.extraFolder(), "a file");
   putUser("anna", "5001");
   EXPECT_EQ(takeLog().size(), 1U);
@@ -368,7 +368,7 @@ TEST_F(ExtraUsersTest, AFailureIsTriedAgainAfterAMinuteAndSaidOnce) {
   EXPECT_EQ(takeLog().size(), 1U) << "it had gone meanwhile";
 }
 
-TEST_F(ExtraUsersTest, ADamagedDatabaseIsALineOnceAndNothingIsLost) {
+TEST_F(ExtraUsersFiles, DamagedDatabaseIsLoggedOnceWithoutLoss) {
   putUser("anna", "5001");
   const std::string before = passwd();
   writeWholeFile(world_.folder.path("directory.sqlite"), std::string(8192, 'x'));
@@ -381,7 +381,7 @@ TEST_F(ExtraUsersTest, ADamagedDatabaseIsALineOnceAndNothingIsLost) {
   EXPECT_THAT(takeLog().front().text, HasSubstr("directory.sqlite"));
 }
 
-TEST_F(ExtraUsersTest, ALockThatCannotBeTakenIsALine) {
+TEST_F(ExtraUsersFiles, UnavailableLockIsLogged) {
   std::filesystem::create_directory(world_.folder.path("lock"));
   putUser("anna", "5001");
   EXPECT_FALSE(std::filesystem::exists(world_.extraFolder()));
@@ -390,7 +390,7 @@ TEST_F(ExtraUsersTest, ALockThatCannotBeTakenIsALine) {
                                               ": Is a directory"}));
 }
 
-TEST_F(ExtraUsersTest, AServiceThatGivesNothingToTheHostWritesNothing) {
+TEST_F(ExtraUsersFiles, ServiceWithoutHostOutputWritesNothing) {
   LinuxDirectoryOptions options = world_.directoryOptions();
   options.extraUsers.reset();
   LinuxDirectoryService other(options);
@@ -399,7 +399,7 @@ TEST_F(ExtraUsersTest, AServiceThatGivesNothingToTheHostWritesNothing) {
   EXPECT_FALSE(std::filesystem::exists(world_.extraFolder()));
 }
 
-TEST_F(ExtraUsersTest, SeveralWritersLeaveWhatAllOfThemWrote) {
+TEST_F(ExtraUsersFiles, SeveralWritersLeaveWhatAllOfThemWrote) {
   constexpr int kWriters = 4;
   constexpr int kUsers = 10;
   std::vector<std::thread> threads;

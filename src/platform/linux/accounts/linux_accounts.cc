@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "base/text.h"
-#include "platform/directory_schema.h"
-#include "platform/group_entry.h"
+#include "platform/accounts.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/nss.h"
 
 namespace paddock {

@@ -1,5 +1,4 @@
-// Accounts of the name service switch; what it does not know is looked for among the records of
-// "/Local".
+// Accounts of the name service switch, with the records of "/Local" as fallback.
 #pragma once
 
 #include "platform/accounts.h"
@@ -9,7 +8,7 @@ namespace paddock {
 
 class LinuxAccounts final : public Accounts {
  public:
-  // The caller keeps the service alive.
+  // The service must outlive this object.
   explicit LinuxAccounts(DirectoryService& directory) : directory_(directory) {}
 
   int getpwnam(const std::string& name, std::uint32_t& uid) override;

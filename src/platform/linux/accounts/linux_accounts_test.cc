@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <functional>
 
-#include "platform/directory_schema.h"
-#include "platform/group_entry.h"
+#include "platform/accounts.h"
+#include "platform/directory.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/testing/in_memory_directory.h"
 #include "support/own_mounts.h"
@@ -19,7 +19,7 @@ namespace {
 constexpr std::uint32_t kLocalId = 2111222333;
 const std::string kLocalName = "paddock-nobody-else";
 
-class LinuxAccountsTest : public ::testing::Test {
+class HostAndLocalAccounts : public ::testing::Test {
  protected:
   void addUser(const std::string& name, const std::string& id, const std::string& node = "/Local") {
     directory_.addRecord(node, schema::kUsers, name, {{schema::kUniqueID, id}});
@@ -36,7 +36,7 @@ class LinuxAccountsTest : public ::testing::Test {
   std::string name_ = "before";
 };
 
-TEST_F(LinuxAccountsTest, AccountsOfTheSystemAreFoundByNameAndId) {
+TEST_F(HostAndLocalAccounts, SystemAccountsAreFoundByNameAndId) {
   EXPECT_EQ(uidOf("root"), 0);
   EXPECT_EQ(id_, 0U);
   EXPECT_EQ(gidOf("daemon"), 0);
@@ -47,7 +47,7 @@ TEST_F(LinuxAccountsTest, AccountsOfTheSystemAreFoundByNameAndId) {
   EXPECT_EQ(name_, "root");
 }
 
-TEST_F(LinuxAccountsTest, RecordsOfLocalAreFoundWhereTheSystemKnowsNobody) {
+TEST_F(HostAndLocalAccounts, LocalRecordsAreFoundWhereSystemKnowsNone) {
   addUser(kLocalName, std::to_string(kLocalId));
   addGroup(kLocalName, std::to_string(kLocalId + 1));
   EXPECT_EQ(uidOf(kLocalName), 0);
@@ -60,7 +60,7 @@ TEST_F(LinuxAccountsTest, RecordsOfLocalAreFoundWhereTheSystemKnowsNobody) {
   EXPECT_EQ(name_, kLocalName);
 }
 
-TEST_F(LinuxAccountsTest, TheSystemIsAskedBeforeLocal) {
+TEST_F(HostAndLocalAccounts, TheSystemIsAskedBeforeLocal) {
   addUser("root", "4711");
   addUser("other", "0");
   EXPECT_EQ(uidOf("root"), 0);
@@ -69,13 +69,13 @@ TEST_F(LinuxAccountsTest, TheSystemIsAskedBeforeLocal) {
   EXPECT_EQ(name_, "root");
 }
 
-TEST_F(LinuxAccountsTest, RecordsOfOtherNodesAreNoAccounts) {
+TEST_F(HostAndLocalAccounts, RecordsOfOtherNodesAreNoAccounts) {
   directory_.addNode("/LDAP/example", "ReadOnly");
   addUser(kLocalName, "4711", "/LDAP/example");
   EXPECT_EQ(uidOf(kLocalName), ENOENT);
 }
 
-TEST_F(LinuxAccountsTest, WhatNobodyHasIsNotFoundAndClearsTheResult) {
+TEST_F(HostAndLocalAccounts, UnknownAccountIsNotFoundAndClearsResult) {
   EXPECT_EQ(uidOf(kLocalName), ENOENT);
   EXPECT_EQ(id_, 0U);
   id_ = 99;
@@ -88,14 +88,14 @@ TEST_F(LinuxAccountsTest, WhatNobodyHasIsNotFoundAndClearsTheResult) {
   EXPECT_EQ(name_, "");
 }
 
-TEST_F(LinuxAccountsTest, AnEmptyNameAndOneWithANulAreNotFound) {
+TEST_F(HostAndLocalAccounts, EmptyAndNulContainingNamesAreNotFound) {
   for (const std::string& name : {std::string(), std::string("root\0x", 6)}) {
     EXPECT_EQ(uidOf(name), ENOENT);
     EXPECT_EQ(gidOf(name), ENOENT);
   }
 }
 
-TEST_F(LinuxAccountsTest, ARecordWithoutAUsableIdIsNoAccount) {
+TEST_F(HostAndLocalAccounts, RecordWithoutUsableIdIsNoAccount) {
   directory_.addRecord("/Local", schema::kUsers, "none", {});
   addUser("text", "many");
   addUser("negative", "-2");
@@ -105,7 +105,7 @@ TEST_F(LinuxAccountsTest, ARecordWithoutAUsableIdIsNoAccount) {
 }
 
 // Tests with a group file of their own: the process that runs them has mounts of its own.
-class LinuxGroupFileTest : public LinuxAccountsTest {
+class HostGroupFile : public HostAndLocalAccounts {
  protected:
   void SetUp() override {
     if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
@@ -130,7 +130,7 @@ class LinuxGroupFileTest : public LinuxAccountsTest {
   TestFolder folder_;
 };
 
-TEST_F(LinuxGroupFileTest, TheCLibraryNeedsTheRoomThatIsTakenForIt) {
+TEST_F(HostGroupFile, LibraryNeedsExactlyReservedBuffer) {
   for (std::size_t letters = 1; letters <= 9; ++letters) {
     for (std::size_t count = 0; count <= 3; ++count) {
       const std::string name(letters, 'g');
@@ -146,7 +146,7 @@ TEST_F(LinuxGroupFileTest, TheCLibraryNeedsTheRoomThatIsTakenForIt) {
   }
 }
 
-TEST_F(LinuxGroupFileTest, AGroupOfTheHostThatIsTooLargeIsNotReplacedByALocalOne) {
+TEST_F(HostGroupFile, OversizedHostGroupHidesLocalGroup) {
   addGroup(kLocalName, "250");
   withGroupFile(lineOf(kLocalName, 4711, std::vector<std::string>(30, "member")), [&] {
     EXPECT_EQ(gidIn(200), ERANGE);
@@ -155,7 +155,7 @@ TEST_F(LinuxGroupFileTest, AGroupOfTheHostThatIsTooLargeIsNotReplacedByALocalOne
   });
 }
 
-TEST_F(LinuxGroupFileTest, ALocalGroupIsFoundWhereTheHostKnowsNone) {
+TEST_F(HostGroupFile, LocalGroupIsFoundWhereHostKnowsNone) {
   addGroup(kLocalName, "250");
   withGroupFile("root:x:0:\n", [&] {
     EXPECT_EQ(gidIn(200), 0);
@@ -163,7 +163,7 @@ TEST_F(LinuxGroupFileTest, ALocalGroupIsFoundWhereTheHostKnowsNone) {
   });
 }
 
-TEST_F(LinuxGroupFileTest, ALineOfAnotherGroupThatIsTooLongHidesWhatComesBehindIt) {
+TEST_F(HostGroupFile, OverlongLineHidesLaterGroups) {
   addGroup(kLocalName, "250");
   const std::string large = lineOf("large", 20, std::vector<std::string>(30, "member"));
   withGroupFile("root:x:0:\n" + large + "daemon:x:1:\n", [&] {

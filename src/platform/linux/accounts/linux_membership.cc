@@ -5,8 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/directory_schema.h"
-#include "platform/linux/accounts/account_answers.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/account_searches.h"
 
 namespace paddock {
@@ -106,7 +105,7 @@ auto firstAnswer(DirectoryService& directory, Silent& silent, Ask&& ask)
   return std::nullopt;
 }
 
-// Runs work() and returns the errno of what it throws.
+// Calls work() and returns the errno of its exception.
 template <typename Work>
 int errorOf(Work&& work) {
   try {

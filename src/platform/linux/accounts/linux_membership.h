@@ -8,15 +8,15 @@
 // stays an alias of that id when a record gives the id another GUID: lists that were made before
 // that record still name the same person.
 //
-// Nodes behind the one that has the answer are not asked, and one that does not answer is left out:
-// an id that no other node has has its computed GUID then, which always means it. A GUID that no
-// other node has is that of nobody only when all have answered; otherwise the error of the first
-// one that did not is returned, as it is for ids when none did.
+// Nodes after the one that has the answer are not queried, and one that does not answer is skipped:
+// an id unknown to the other nodes then has its computed GUID, which always means it. A GUID
+// unknown to the other nodes is reported as unknown only when all have answered; otherwise the
+// error of the first one that did not is returned, as it is for ids when none did.
 #pragma once
 
 #include <string>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "platform/directory.h"
 #include "platform/membership.h"
 
@@ -24,7 +24,7 @@ namespace paddock {
 
 class LinuxMembership final : public Membership {
  public:
-  // The caller keeps the service alive.
+  // The service must outlive this object.
   explicit LinuxMembership(DirectoryService& directory) : directory_(directory) {}
 
   int uidToGuid(std::uint32_t uid, Guid& guid) override;

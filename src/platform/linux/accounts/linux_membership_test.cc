@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/testing/in_memory_directory.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 const Guid kOwn = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
 
-class LinuxMembershipTest : public ::testing::Test {
+class MembershipGuids : public ::testing::Test {
  protected:
   void addUser(const std::string& name, std::uint32_t uid, const std::optional<Guid>& guid,
                const std::string& node = "/Local") {
@@ -39,7 +39,7 @@ class LinuxMembershipTest : public ::testing::Test {
   LinuxMembership membership_{directory_};
 };
 
-TEST_F(LinuxMembershipTest, IdsWithoutARecordHaveComputedGuidsBothWays) {
+TEST_F(MembershipGuids, IdsWithoutRecordMapToComputedGuids) {
   for (const std::uint32_t id : {0U, 89U, 1000U, 0xFFFFFFFEU}) {
     Guid user;
     Guid group;
@@ -51,12 +51,12 @@ TEST_F(LinuxMembershipTest, IdsWithoutARecordHaveComputedGuidsBothWays) {
   }
 }
 
-TEST_F(LinuxMembershipTest, ARecordWithoutAGuidHasTheComputedOne) {
+TEST_F(MembershipGuids, RecordWithoutGuidHasComputedOne) {
   addUser("anna", 1000, std::nullopt);
   EXPECT_EQ(userGuid(1000), computedGuid({PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, ARecordsOwnGuidWinsBothWays) {
+TEST_F(MembershipGuids, ARecordsOwnGuidWinsBothWays) {
   addUser("anna", 1000, kOwn);
   EXPECT_EQ(userGuid(1000), kOwn);
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
@@ -65,7 +65,7 @@ TEST_F(LinuxMembershipTest, ARecordsOwnGuidWinsBothWays) {
   EXPECT_EQ(group, computedGuid({PrincipalType::group, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, AGroupsIdIsItsPrimaryGroupID) {
+TEST_F(MembershipGuids, GroupIdIsItsPrimaryGroupId) {
   directory_.addRecord("/Local", schema::kGroups, "staff",
                        {{schema::kPrimaryGroupID, "50"}, {schema::kGeneratedUID, guidText(kOwn)}});
   Guid group;
@@ -74,19 +74,19 @@ TEST_F(LinuxMembershipTest, AGroupsIdIsItsPrimaryGroupID) {
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::group, 50}));
 }
 
-TEST_F(LinuxMembershipTest, TheComputedGuidStaysAnAliasOfAnIdWithItsOwn) {
+TEST_F(MembershipGuids, ComputedGuidRemainsAliasOfIdWithGuid) {
   addUser("anna", 1000, kOwn);
   EXPECT_EQ(principal(computedGuid({PrincipalType::user, 1000})),
             (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, ARecordThatTakesAComputedGuidWinsOverItsId) {
+TEST_F(MembershipGuids, RecordHoldingComputedGuidWinsOverItsId) {
   addUser("anna", 1000, computedGuid({PrincipalType::user, 7}));
   EXPECT_EQ(principal(computedGuid({PrincipalType::user, 7})),
             (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, TheFirstNodeOfTheSearchPathWins) {
+TEST_F(MembershipGuids, TheFirstNodeOfTheSearchPathWins) {
   directory_.addNode("/LDAP/office", "ReadOnly");
   const Guid other = *parseGuid("DEADBEEF-0000-4000-8000-000000000002");
   addUser("anna", 1000, other, "/LDAP/office");
@@ -96,25 +96,25 @@ TEST_F(LinuxMembershipTest, TheFirstNodeOfTheSearchPathWins) {
   EXPECT_EQ(principal(other), (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, AGuidThatIsNoGuidCountsAsNone) {
+TEST_F(MembershipGuids, InvalidGuidCountsAsNone) {
   directory_.addRecord("/Local", schema::kUsers, "anna",
                        {{schema::kUniqueID, "1000"}, {schema::kGeneratedUID, "none"}});
   EXPECT_EQ(userGuid(1000), computedGuid({PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, ARecordWithoutAnIdIsNobody) {
+TEST_F(MembershipGuids, ARecordWithoutAnIdIsNobody) {
   directory_.addRecord("/Local", schema::kUsers, "anna", {{schema::kGeneratedUID, guidText(kOwn)}});
   EXPECT_EQ(principal(kOwn), std::nullopt);
   addUser("bert", 1001, kOwn);
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1001}));
 }
 
-TEST_F(LinuxMembershipTest, AnUnknownGuidIsNobody) {
+TEST_F(MembershipGuids, AnUnknownGuidIsNobody) {
   EXPECT_EQ(principal(kOwn), std::nullopt);
   EXPECT_EQ(principal(Guid{}), std::nullopt);
 }
 
-TEST_F(LinuxMembershipTest, ANodeBehindTheOneThatHasTheAnswerIsNotAsked) {
+TEST_F(MembershipGuids, NodeAfterAnsweringOneIsNotAsked) {
   directory_.addNode("/LDAP/office", "ReadOnly");
   addUser("anna", 1000, kOwn);
   directory_.failOpening("/LDAP/office", ETIMEDOUT);
@@ -122,8 +122,7 @@ TEST_F(LinuxMembershipTest, ANodeBehindTheOneThatHasTheAnswerIsNotAsked) {
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest,
-       WhileANodeIsSilentIdsHaveTheirComputedGuidsAndUnknownGuidsAreNotNobodys) {
+TEST_F(MembershipGuids, SilentNodeFailsUnknownButNotComputedGuids) {
   directory_.addNode("/LDAP/office", "ReadOnly");
   addUser("anna", 1000, std::nullopt);
   directory_.failOpening("/LDAP/office", ETIMEDOUT);
@@ -137,7 +136,7 @@ TEST_F(LinuxMembershipTest,
   EXPECT_EQ(membership_.guidToId(kOwn, found.id, found.type), ETIMEDOUT);
 }
 
-TEST_F(LinuxMembershipTest, ANodeBehindOneThatIsSilentIsAsked) {
+TEST_F(MembershipGuids, NodeAfterSilentOneIsAsked) {
   directory_.addNode("/LDAP/office", "ReadOnly");
   directory_.addNode("/LDAP/home", "ReadOnly");
   addUser("anna", 1000, kOwn, "/LDAP/home");
@@ -146,7 +145,7 @@ TEST_F(LinuxMembershipTest, ANodeBehindOneThatIsSilentIsAsked) {
   EXPECT_EQ(principal(kOwn), (Principal{PrincipalType::user, 1000}));
 }
 
-TEST_F(LinuxMembershipTest, ADirectoryThatCannotAnswerGivesItsErrno) {
+TEST_F(MembershipGuids, ADirectoryThatCannotAnswerGivesItsErrno) {
   directory_.failOpening("/Local", EIO);
   Guid guid = kOwn;
   EXPECT_EQ(membership_.uidToGuid(1, guid), EIO);
@@ -157,7 +156,7 @@ TEST_F(LinuxMembershipTest, ADirectoryThatCannotAnswerGivesItsErrno) {
   EXPECT_EQ(id, 0U);
 }
 
-TEST_F(LinuxMembershipTest, SeveralHaveTheGuidsThatEachHasAlone) {
+TEST_F(MembershipGuids, SeveralHaveTheGuidsThatEachHasAlone) {
   const Guid far = *parseGuid("DEADBEEF-0000-4000-8000-000000000002");
   directory_.addNode("/LDAP/far", schema::kReadWrite);
   addUser("anna", 1000, kOwn);
@@ -187,7 +186,7 @@ TEST_F(LinuxMembershipTest, SeveralHaveTheGuidsThatEachHasAlone) {
   EXPECT_TRUE(membership_.toGuids({}).empty());
 }
 
-TEST_F(LinuxMembershipTest, OfSeveralThoseThatASilentNodeMayKnowHaveTheirComputedGuids) {
+TEST_F(MembershipGuids, BatchUsesComputedGuidsForSilentNode) {
   directory_.addNode("/LDAP/office", schema::kReadWrite);
   directory_.failOpening("/LDAP/office", ETIMEDOUT);
   addUser("anna", 1000, kOwn);

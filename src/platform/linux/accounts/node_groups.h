@@ -1,7 +1,7 @@
 // The groups of one directory node.
 //
-// A few groups are looked up one by one; when it would be too many, the node lists its groups once
-// and that list answers everything from then on. So what a request costs a node is bounded.
+// A few groups are looked up individually; beyond a limit, the node lists its groups once and that
+// list answers all later lookups. So the cost of a request to a node is bounded.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +15,7 @@
 #include "base/guid.h"
 #include "base/value.h"
 #include "platform/directory.h"
+#include "platform/group_membership.h"
 
 namespace paddock {
 
@@ -24,16 +25,16 @@ struct NodeGroup {
   std::optional<Guid> guid;
 };
 
-// A group, and which one of what was asked for it was found by.
+// A group, and the search key by which it was found.
 struct GroupMatch {
   std::size_t question;
   NodeGroup group;
 };
 
-// Throws what the node throws. Belongs to one thread.
+// Propagates exceptions of the node. Belongs to one thread.
 class NodeGroups {
  public:
-  // Look-ups of one object before it lists.
+  // Individual lookups of one object before it lists.
   static constexpr std::size_t kMostLookUps = 128;
 
   explicit NodeGroups(std::shared_ptr<DirectoryNode> node) : node_(std::move(node)) {}
@@ -65,6 +66,46 @@ class NodeGroups {
   std::shared_ptr<DirectoryNode> node_;
   std::size_t lookUps_ = 0;
   std::optional<Listing> listing_;
+};
+
+// Accumulates the groups that hold a user.
+class HoldingGroups {
+ public:
+  // As many as a process can have (NGROUPS_MAX).
+  static constexpr std::size_t kMost = 65536;
+
+  // How a group was reached; see HoldingGroup.
+  struct Way {
+    HeldBy by;
+    std::string node;
+    std::optional<std::size_t> through = std::nullopt;
+  };
+
+  // Adds a group unless it is present. One without gid and GUID is ignored. Throws DirectoryError
+  // ERANGE beyond kMost.
+  void add(const NodeGroup& record, const Way& way);
+  // Adds what a record with the same gid has of the group; to be called in search order.
+  void describe(std::size_t group, const NodeGroup& record);
+
+  std::size_t size() const { return entries_.size(); }
+  std::optional<std::uint32_t> gidOf(std::size_t group) const { return entries_[group].group.gid; }
+  // Every GUID that names the group.
+  std::vector<Guid> guidsOf(std::size_t group) const;
+
+  // Moves out all of them, in the order in which they were added.
+  std::vector<HoldingGroup> take();
+
+ private:
+  struct Entry {
+    HoldingGroup group;           // its GUIDs are those of its descriptions
+    std::optional<Guid> foundBy;  // of the record that it was added for
+  };
+
+  std::optional<std::size_t> find(const NodeGroup& record) const;
+
+  std::vector<Entry> entries_;
+  std::map<std::uint32_t, std::size_t> byGid_;
+  std::map<Guid, std::size_t> byGuid_;
 };
 
 }  // namespace paddock

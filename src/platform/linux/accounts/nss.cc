@@ -7,6 +7,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "base/mutex.h"
 #include "base/system_call.h"
 #include "platform/directory.h"
 
@@ -14,8 +15,8 @@ namespace paddock {
 
 // The position of an enumeration belongs to the process. Being inline and visible, this mutex
 // is one object of the process too, also when several plug-ins are linked with this file.
-__attribute__((visibility("default"))) inline std::mutex& nssEnumerationMutex() {
-  static std::mutex mutex;
+__attribute__((visibility("default"))) inline Mutex& nssEnumerationMutex() {
+  static Mutex mutex;
   return mutex;
 }
 
@@ -80,7 +81,7 @@ class Enumeration {
   ~Enumeration() { end_(); }
 
  private:
-  std::lock_guard<std::mutex> lock_;
+  MutexLock lock_;
   void (*end_)();
 };
 

@@ -1,5 +1,5 @@
-// Users and groups through the name service switch. Any thread. What the switch cannot answer is
-// thrown as DirectoryError with the errno; an unknown name or id is absent.
+// Users and groups through the name service switch. Thread-safe. Failures of the switch are thrown
+// as DirectoryError with the errno; an unknown name or id is nullopt.
 #pragma once
 
 #include <sys/types.h>
@@ -31,11 +31,11 @@ std::optional<NssUser> nssUser(const std::string& name);
 std::optional<NssUser> nssUser(uid_t uid);
 std::optional<NssGroup> nssGroup(const std::string& name);
 std::optional<NssGroup> nssGroup(gid_t gid);
-// textOf of the link with its owner's name, or with the uid where that cannot be told. Throws
-// nothing of the switch.
+// textOf of the link with its owner's name, or with the uid where that is unknown. Never throws
+// errors of the switch.
 std::string textWithOwner(RefusedLink link);
-// The group's id, looked for in a buffer of that many bytes and no larger one: ERANGE is thrown
-// when it is too small.
+// The group's id, looked up with a buffer of exactly that many bytes: throws ERANGE when it is too
+// small.
 std::optional<gid_t> nssGroupId(const std::string& name, std::size_t bufferSize);
 
 // Every one that the switch enumerates, in its order.

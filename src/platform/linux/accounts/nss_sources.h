@@ -1,14 +1,14 @@
-// The sources of the name service switch, each asked by itself. The switch as a whole cannot say
-// what the host has of its own once it also asks for the accounts that are given to it here.
+// The sources of the name service switch, queried individually. The switch as a whole cannot
+// distinguish the host's own accounts once it also returns those exported to it here.
 //
 // "files" and "extrausers" are left out: their files are read as such.
 //
 // Modules are loaded and called as the manual of the C library says ("NSS Modules Interface"), and
-// stay loaded. As in the switch, a source that cannot be asked has nobody; it is left alone for
-// `kRest` then, so that a server that does not answer costs one wait. Answers are kept for
-// `kLifetime`, but those without a source that could not be asked.
+// stay loaded. As in the switch, an unavailable source has no accounts; it is then not queried for
+// `kRest`, so that a server that does not answer costs one wait. Answers are cached for
+// `kLifetime`, except those given while a source was unavailable.
 //
-// One thread at a time.
+// Not thread-safe.
 #pragma once
 
 #include <chrono>
@@ -23,14 +23,14 @@
 #include <vector>
 
 #include "base/principal.h"
-#include "platform/clock.h"
+#include "platform/machine_information.h"
 
 namespace paddock {
 
 class NssModule;
 
 // The sources that a configuration in the format of nsswitch.conf(5) names for `database`, without
-// "files" and "extrausers", each once. Actions in brackets do not count: whatever is named may have
+// "files" and "extrausers", each once. Actions in brackets are ignored: any source named may have
 // an account.
 std::vector<std::string> nssSourcesIn(std::string_view configuration, std::string_view database);
 
@@ -41,17 +41,17 @@ class NssSources {
 
   struct Options {
     std::string configurationPath = "/etc/nsswitch.conf";
-    // Where modules are, with a slash at its end; empty: where the linker looks.
+    // Folder of the modules, with a trailing slash; empty: the linker's search path.
     std::string moduleFolder;
   };
 
-  // The caller keeps the clock alive.
+  // The clock must outlive this object.
   NssSources(Clock& clock, Options options);
   NssSources(const NssSources&) = delete;
   NssSources& operator=(const NssSources&) = delete;
   ~NssSources();
 
-  // Reads the configuration again. One that cannot be read names no source.
+  // Reloads the configuration. An unreadable one names no source.
   void readConfiguration();
 
   std::optional<std::uint32_t> idOf(PrincipalType type, const std::string& name);
@@ -73,6 +73,27 @@ class NssSources {
   std::map<std::string, Source> sources_;
   std::unordered_map<std::string, Answer> answers_;
   std::chrono::steady_clock::time_point endOfAnswers_;
+};
+
+// One module of the name service switch, called as the C library calls it.
+class NssModule {
+ public:
+  // unavailable: the source cannot be queried now.
+  enum class Result { found, notFound, unavailable };
+
+  // Loads libnss_NAME.so.2, from `folder` (with a trailing slash) when it is not empty. A module
+  // that is missing, or lacks a function, finds nothing.
+  NssModule(const std::string& folder, const std::string& name);
+
+  // The id of the user or group of the name.
+  Result find(PrincipalType type, const std::string& name, std::uint32_t& id) const;
+  Result find(const Principal& principal) const;
+
+ private:
+  void* function(const std::string& name) const;
+
+  std::string name_;
+  void* handle_;
 };
 
 }  // namespace paddock

@@ -22,8 +22,8 @@ void release(pam_response* answers, int count) {
   std::free(answers);
 }
 
-// Answers a question without echo with the password, tells nothing to any other question and
-// drops messages.
+// PAM conversation: answers prompts without echo with the password, fails other prompts and drops
+// messages.
 int answer(const pam_message& message, const char* password, pam_response& response) {
   switch (message.msg_style) {
     case PAM_PROMPT_ECHO_OFF:

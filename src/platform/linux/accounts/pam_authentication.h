@@ -1,4 +1,4 @@
-// Authentication of the host's users through PAM, which answers with the password only.
+// Authentication of the host's users through PAM; the conversation supplies only the password.
 #pragma once
 
 #include <string>
@@ -9,12 +9,12 @@ namespace paddock {
 
 struct PamOptions {
   std::string service = "paddock";
-  // Where the service's configuration stands; empty: where the system keeps it.
+  // Folder of the service's configuration; empty: the system's.
   std::string configurationFolder;
 };
 
 // 0, or EACCES for a user who may not log in with the password (an account that has expired or must
-// change its password included). Throws DirectoryError when PAM cannot tell.
+// change its password included). Throws DirectoryError when PAM cannot decide.
 Status authenticateWithPam(const PamOptions& options, const std::string& user,
                            const std::string& password);
 

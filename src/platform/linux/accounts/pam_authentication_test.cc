@@ -12,18 +12,18 @@
 namespace paddock {
 namespace {
 
-class PamAuthenticationTest : public ::testing::Test {
+class PamPasswordChecks : public ::testing::Test {
  protected:
-  PamAuthenticationTest() {
+  PamPasswordChecks() {
     std::string name = (std::filesystem::temp_directory_path() / "paddock.XXXXXX").string();
     folder_ = ::mkdtemp(name.data());
     options_ = {"paddock", folder_.string()};
   }
-  ~PamAuthenticationTest() override { std::filesystem::remove_all(folder_); }
+  ~PamPasswordChecks() override { std::filesystem::remove_all(folder_); }
 
   void configure(const std::string& lines) { std::ofstream(folder_ / "paddock") << lines; }
 
-  // A PAM configuration whose password is in a file: pam_exec hands the answer of the conversation
+  // A PAM configuration whose password is in a file: pam_exec passes the answer of the conversation
   // to a program of the test.
   void configurePassword(const std::string& password) {
     const std::filesystem::path program = folder_ / "check";
@@ -42,14 +42,14 @@ class PamAuthenticationTest : public ::testing::Test {
   PamOptions options_;
 };
 
-TEST_F(PamAuthenticationTest, AnswersWithThePassword) {
+TEST_F(PamPasswordChecks, AnswersWithThePassword) {
   configurePassword("secret");
   EXPECT_EQ(authenticateWithPam(options_, "anna", "secret"), 0);
   EXPECT_EQ(authenticateWithPam(options_, "anna", "Secret"), EACCES);
   EXPECT_EQ(authenticateWithPam(options_, "bert", "secret"), EACCES);
 }
 
-TEST_F(PamAuthenticationTest, AnEmptyPasswordNeverAuthenticates) {
+TEST_F(PamPasswordChecks, AnEmptyPasswordNeverAuthenticates) {
   configure("auth required pam_permit.so\naccount required pam_permit.so\n");
   EXPECT_EQ(authenticateWithPam(options_, "anna", "x"), 0);
   EXPECT_EQ(authenticateWithPam(options_, "anna", ""), EACCES);
@@ -57,12 +57,12 @@ TEST_F(PamAuthenticationTest, AnEmptyPasswordNeverAuthenticates) {
   EXPECT_EQ(authenticateWithPam(options_, "anna", std::string("x\0y", 3)), EACCES);
 }
 
-TEST_F(PamAuthenticationTest, AnAccountThatIsNotValidIsNotAllowed) {
+TEST_F(PamPasswordChecks, InvalidAccountIsNotAllowed) {
   configure("auth required pam_permit.so\naccount required pam_deny.so\n");
   EXPECT_EQ(authenticateWithPam(options_, "anna", "x"), EACCES);
 }
 
-TEST_F(PamAuthenticationTest, AServiceThatCannotAnswerThrows) {
+TEST_F(PamPasswordChecks, AServiceThatCannotAnswerThrows) {
   configure("auth required no_such_module.so\naccount required pam_permit.so\n");
   EXPECT_THROW(authenticateWithPam(options_, "anna", "x"), DirectoryError);
 }

@@ -17,7 +17,7 @@ int errorOfHashing(const std::string& password) {
   return 0;
 }
 
-TEST(PasswordHashTest, MatchesItsPasswordOnly) {
+TEST(PasswordHashes, MatchesItsPasswordOnly) {
   const std::string hash = hashPassword("correct horse");
   EXPECT_TRUE(passwordMatches("correct horse", hash));
   EXPECT_FALSE(passwordMatches("correct horsf", hash));
@@ -25,28 +25,28 @@ TEST(PasswordHashTest, MatchesItsPasswordOnly) {
   EXPECT_FALSE(passwordMatches("", hash));
 }
 
-TEST(PasswordHashTest, IsSaltedYescryptAndDoesNotHoldThePassword) {
+TEST(PasswordHashes, IsSaltedYescryptWithoutPassword) {
   const std::string hash = hashPassword("battery");
   EXPECT_EQ(hash.rfind("$y$", 0), 0U);
   EXPECT_EQ(hash.find("battery"), std::string::npos);
   EXPECT_NE(hash, hashPassword("battery"));
 }
 
-TEST(PasswordHashTest, OtherCryptMethodsAreRead) {
+TEST(PasswordHashes, OtherCryptMethodsAreRead) {
   EXPECT_TRUE(passwordMatches("Hello world!",
                               "$6$saltstring$svn8UoSVapNtMuq1ukKS4tPQd8iKwSMHWjl/"
                               "O817G3uBnIFNjnQJuesI68u4OTLiBFdcbYEdFCoEOfa"
                               "S35inz1"));
 }
 
-TEST(PasswordHashTest, NothingMatchesABrokenHash) {
+TEST(PasswordHashes, NothingMatchesABrokenHash) {
   EXPECT_FALSE(passwordMatches("x", ""));
   EXPECT_FALSE(passwordMatches("x", "*"));
   EXPECT_FALSE(passwordMatches("x", "*0"));
   EXPECT_FALSE(passwordMatches("x", "$y$"));
 }
 
-TEST(PasswordHashTest, RefusesPasswordsThatCryptCannotTake) {
+TEST(PasswordHashes, RefusesPasswordsThatCryptCannotTake) {
   EXPECT_EQ(errorOfHashing(""), EINVAL);
   EXPECT_EQ(errorOfHashing(std::string("a\0b", 3)), EINVAL);
   EXPECT_EQ(errorOfHashing(std::string(512, 'x')), EINVAL);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <optional>
 
+#include "base/text.h"
 #include "platform/directory.h"
 #include "platform/linux/accounts/nss.h"
 
@@ -26,7 +27,7 @@ int listGroups(const NssUser& user, std::vector<gid_t>& groups) {
       groups.resize(static_cast<std::size_t>(count));
       return 0;
     }
-    // `count` is then what is needed, as long as no group is added meanwhile.
+    // `count` is then the required size, unless a group is added concurrently.
     room = std::max(count, room * 2);
     if (room > kLargestCount) return ERANGE;
   }
@@ -54,6 +55,28 @@ int NssUserGroups::groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids)
 int CachedUserGroups::groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids) {
   gids.clear();
   return known_.get(uid, gids, [&](auto& found) { return groups_.groupsOf(uid, found); });
+}
+
+namespace {
+
+bool isNumber(const std::optional<std::string>& text, std::int64_t number) {
+  return text && parseInteger(*text) == number;
+}
+
+}  // namespace
+
+bool isRoot(const AuthenticatedUser& user) {
+  return user.name == "root" || isNumber(user.uniqueId, 0);
+}
+
+bool isInSystemGroup(const AuthenticatedUser& user, const std::string& group) {
+  const auto found = nssGroup(group);
+  if (!found) return false;
+  if (std::find(found->members.begin(), found->members.end(), user.name) != found->members.end())
+    return true;
+  if (isNumber(user.primaryGroupId, found->gid)) return true;
+  const auto systemUser = nssUser(user.name);
+  return systemUser && systemUser->gid == found->gid;
 }
 
 }  // namespace paddock

@@ -6,6 +6,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/linux/accounts/account_cache.h"
@@ -15,8 +17,9 @@ namespace paddock {
 class UserGroups {
  public:
   virtual ~UserGroups() = default;
-  // 0 and all groups of the user, the primary one too, ascending and each once; none for an id that
-  // no account has. An errno and no groups when that cannot be found out. Any thread may call.
+  // Returns 0 with all groups of the user, the primary one included, ascending and without
+  // duplicates; none for an id that no account has. Returns an errno, and no groups, on failure.
+  // Thread-safe.
   virtual int groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids) = 0;
 };
 
@@ -26,10 +29,10 @@ class NssUserGroups final : public UserGroups {
   int groupsOf(std::uint32_t uid, std::vector<std::uint32_t>& gids) override;
 };
 
-// Keeps the answers of another one.
+// Caches the answers of another one.
 class CachedUserGroups final : public UserGroups {
  public:
-  // The caller keeps what it passes alive.
+  // The arguments must outlive this object.
   CachedUserGroups(UserGroups& groups, const AccountFiles& files)
       : groups_(groups), known_(files) {}
 
@@ -39,5 +42,21 @@ class CachedUserGroups final : public UserGroups {
   UserGroups& groups_;
   AccountCache<std::uint32_t, std::vector<std::uint32_t>> known_;
 };
+
+// Who may change the directory after having authenticated.
+
+// A user as a directory record describes it.
+struct AuthenticatedUser {
+  std::string name;                           // the record's name
+  std::optional<std::string> uniqueId;        // UniqueID
+  std::optional<std::string> primaryGroupId;  // PrimaryGroupID
+};
+
+// By name or id 0.
+bool isRoot(const AuthenticatedUser& user);
+
+// Whether the name service counts the user to the group: as a member by name, or by the primary
+// group of the record or of the system's user of that name. False for an unknown group.
+bool isInSystemGroup(const AuthenticatedUser& user, const std::string& group);
 
 }  // namespace paddock

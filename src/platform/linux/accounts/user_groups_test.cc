@@ -22,7 +22,7 @@ TEST(UserGroups, AUserIsInThePrimaryGroup) {
   EXPECT_TRUE(std::binary_search(gids.begin(), gids.end(), ::getpwuid(1)->pw_gid));
 }
 
-TEST(UserGroups, AnIdThatNoAccountHasIsInNoGroup) {
+TEST(UserGroups, IdWithoutAccountIsInNoGroup) {
   NssUserGroups groups;
   Gids gids{1, 2};
   EXPECT_EQ(groups.groupsOf(2111222333, gids), 0);

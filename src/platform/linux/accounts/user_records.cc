@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "base/computed_guid.h"
-#include "platform/directory_schema.h"
-#include "platform/linux/accounts/account_answers.h"
+#include "base/guid.h"
+#include "platform/directory.h"
+#include "platform/linux/accounts/account_searches.h"
 #include "platform/linux/process/case_fold.h"
 
 namespace paddock {

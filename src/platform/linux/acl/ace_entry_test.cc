@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/linux/acl/access_mask.h"
+#include <utility>
+#include <vector>
 
 namespace paddock::nt_acl {
+
 namespace {
 
 const Guid kGuid = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
@@ -54,7 +56,7 @@ TEST(AceEntry, ANewDeniedEntryDoesNot) {
             (Ace{kDenied, 0, 0x1, kSid, {}}));
 }
 
-TEST(AceEntry, AnUnchangedEntryIsTheOneThatWasReadWithBitsThatAreNoPermission) {
+TEST(AceEntry, UnchangedEntryPreservesNonPermissionBits) {
   const Ace ace{kAllowed, 0xC0, 0x10000001, kSid, {}};
   const auto entry = entryOf(ace, kGuid);
   ASSERT_NE(unchangedAce(*entry), nullptr);
@@ -87,7 +89,7 @@ TEST(AceEntry, AnEntryMadeHereIsNoUnchangedOne) {
   EXPECT_EQ(originalSid(entry), nullptr);
 }
 
-TEST(AceEntry, AChangedEntryLosesTheBitsThatAreNoPermissionAndKeepsItsSid) {
+TEST(AceEntry, ChangedEntryKeepsSidButDropsNonpermissionBits) {
   const auto entry = entryOf({kAllowed, 0x80, 0x10000001, kSid, {}}, kGuid);
   entry->permset.permissions |= acl::kExecute;
   ASSERT_NE(originalSid(*entry), nullptr);
@@ -96,7 +98,7 @@ TEST(AceEntry, AChangedEntryLosesTheBitsThatAreNoPermissionAndKeepsItsSid) {
   EXPECT_EQ(originalSid(*entry), nullptr);
 }
 
-TEST(AceEntry, AForeignEntryHasATagOfItsOwnAndNoPermissions) {
+TEST(AceEntry, ForeignEntryHasOwnTagAndNoPermissions) {
   const auto entry = entryOf(foreign(), kGuid);
   EXPECT_EQ(entry->tag, acl::kForeignTag);
   EXPECT_EQ(entry->permset.permissions, 0U);
@@ -104,7 +106,7 @@ TEST(AceEntry, AForeignEntryHasATagOfItsOwnAndNoPermissions) {
   EXPECT_EQ(*unchangedAce(*entry), foreign());
 }
 
-TEST(AceEntry, AForeignEntryWithOtherFlagsKeepsEverythingElse) {
+TEST(AceEntry, ForeignEntryWithChangedFlagsKeepsRest) {
   const auto entry = entryOf(foreign(), kGuid);
   entry->flagset.flags = acl::kInherited;
   Ace expected = foreign();
@@ -112,19 +114,19 @@ TEST(AceEntry, AForeignEntryWithOtherFlagsKeepsEverythingElse) {
   EXPECT_EQ(changedAce(*entry, {}), expected);
 }
 
-TEST(AceEntry, AForeignEntrysSidIsNotThatOfAnEntryMadeOfIt) {
+TEST(AceEntry, RetaggedForeignEntryLosesOriginalSid) {
   const auto entry = entryOf(foreign(), kGuid);
   entry->tag = acl::kExtendedAllow;
   EXPECT_EQ(originalSid(*entry), nullptr);
 }
 
-TEST(AceEntry, AForeignEntryThatWasNotReadHereCannotBeStored) {
+TEST(AceEntry, ForeignEntryFromElsewhereCannotBeStored) {
   EXPECT_FALSE(canBeStored(madeHere(acl::kForeignTag, 0, 0)));
   EXPECT_TRUE(canBeStored(*entryOf(foreign(), kGuid)));
   EXPECT_TRUE(canBeStored(madeHere(acl::kExtendedDeny, 0, 0)));
 }
 
-TEST(AceEntry, AForeignEntrysGuidIsItsOwnWhateverItsFlags) {
+TEST(AceEntry, ForeignEntryGuidIsIndependentOfFlags) {
   Ace inherited = foreign();
   inherited.flags = kInherited;
   inherited.foreign[1] = kInherited;
@@ -136,5 +138,45 @@ TEST(AceEntry, AForeignEntrysGuidIsItsOwnWhateverItsFlags) {
   EXPECT_EQ(guidText(foreignAceGuid(foreign()))[14], '8');
 }
 
+// The values of the Windows masks, written out a second time.
+const std::vector<std::pair<acl::Permission, std::uint32_t>> kTable{
+    {2, 0x1},        {4, 0x2},        {8, 0x20},      {16, 0x10000}, {32, 0x4},
+    {64, 0x40},      {128, 0x80},     {256, 0x100},   {512, 0x8},    {1024, 0x10},
+    {2048, 0x20000}, {4096, 0x40000}, {8192, 0x80000}};
+
+TEST(AccessMask, EveryPermissionIsOneBit) {
+  ASSERT_EQ(kTable.size(), acl::kPermissions.size());
+  for (const auto& [permission, mask] : kTable) {
+    EXPECT_EQ(maskOf(permission), mask) << permission;
+    EXPECT_EQ(permissionsOf(mask), permission) << mask;
+  }
+}
+
+TEST(AccessMask, AllPermissionsTogetherAreTranslatedBothWays) {
+  EXPECT_EQ(maskOf(acl::kAllPermissions), 0x000F01FFU);
+  EXPECT_EQ(permissionsOf(0x001F01FF), acl::kAllPermissions);
+}
+
+TEST(AccessMask, BitsThatAreNoPermissionAreLeftOut) {
+  EXPECT_EQ(maskOf(1), 0U);
+  EXPECT_EQ(maskOf(16384), 0U);
+  EXPECT_EQ(permissionsOf(0xFFF0FE00), 0U);
+}
+
+TEST(AccessMask, EveryFlagIsOneBit) {
+  const std::vector<std::pair<acl::Flag, std::uint8_t>> table{
+      {16, 0x10}, {32, 0x01}, {64, 0x02}, {128, 0x04}, {256, 0x08}};
+  for (const auto& [flag, aceFlag] : table) {
+    EXPECT_EQ(aceFlagsOf(flag), aceFlag) << flag;
+    EXPECT_EQ(flagsOf(aceFlag), flag) << flag;
+  }
+}
+
+TEST(AccessMask, OtherFlagsAreLeftOut) {
+  EXPECT_EQ(flagsOf(0xE0), 0U);
+  EXPECT_EQ(aceFlagsOf(1 | 2 | 512), 0);
+}
+
 }  // namespace
+
 }  // namespace paddock::nt_acl

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/acl/nt_acl_bytes.h"
+
 namespace paddock::nt_acl {
 
 struct Sid {
@@ -18,7 +20,7 @@ struct Sid {
   friend auto operator<=>(const Sid&, const Sid&) = default;
 };
 
-// ACE types that this system makes and understands.
+// ACE types that this system writes and interprets.
 inline constexpr std::uint8_t kAllowed = 0;
 inline constexpr std::uint8_t kDenied = 1;
 
@@ -70,5 +72,15 @@ std::optional<Descriptor> decode(std::string_view value);
 // sub-authorities or an authority of more than 48 bits, a list without kControlListPresent, an
 // entry whose fields are not those of its `foreign` bytes.
 std::optional<std::string> encode(const Descriptor& descriptor);
+
+// What Samba puts around a descriptor in the attribute (xattr_NTACL of its xattr.idl, in NDR).
+
+// The offset of the descriptor in a value of version 1 to 4, at most the value's size. The hashes,
+// the description and the time of the later versions are skipped. Absent for another version, a
+// description that is not UTF-8, or a value without a descriptor or that ends before it.
+std::optional<std::size_t> descriptorPosition(std::string_view value);
+
+// Writes the bytes that precede the descriptor in version 1.
+void writeEnvelope(Writer& writer);
 
 }  // namespace paddock::nt_acl

@@ -8,8 +8,8 @@
 
 namespace paddock::nt_acl {
 
-// Reads forwards. A read past the end yields zero or nothing and marks the reader as failed for
-// good, so that callers may read several fields and ask once.
+// Forward reader. A read past the end yields zero or an empty view and marks the reader as failed
+// for good, so that callers may read several fields and check once.
 class Reader {
  public:
   explicit Reader(std::string_view bytes) : bytes_(bytes) {}
@@ -27,9 +27,9 @@ class Reader {
   std::uint64_t authority();
   // The next `count` bytes, a view into the reader's; empty when there are not as many.
   std::string_view take(std::size_t count);
-  // Moves to the next multiple of 4 from the start. What the padding holds does not matter.
+  // Moves to the next multiple of 4 from the start. The padding's contents are ignored.
   void alignTo4() { take((4 - position_ % 4) % 4); }
-  // Moves behind the next zero byte. What stands before it must be UTF-8.
+  // Moves past the next NUL. The text before it must be UTF-8.
   void skipText();
 
  private:

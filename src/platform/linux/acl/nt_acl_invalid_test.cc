@@ -91,7 +91,7 @@ TEST(NtAclInvalid, PaddingBehindTheSidOfAnOrdinaryEntry) {
   EXPECT_NE(decode(bytes), std::nullopt);
 }
 
-TEST(NtAclInvalid, APointerThatIsNullInALaterVersion) {
+TEST(NtAclInvalid, NullPointerInLaterVersion) {
   for (int version = 2; version <= 4; ++version) {
     for (const std::size_t at : {6U, 8U}) {
       std::string bytes = samples::madeBySamba(version);
@@ -114,7 +114,7 @@ TEST(NtAclInvalid, ADescriptionThatIsNotUtf8) {
 }
 
 // The descriptor of a resource manager may use the reserved byte.
-TEST(NtAclInvalid, TheReservedByteCountsWhereTheControlWordSaysSo) {
+TEST(NtAclInvalid, ControlWordEnablesReservedByte) {
   std::string bytes = withByte(9, 1);
   bytes[11] = static_cast<char>(0xC4);
   EXPECT_NE(decode(bytes), std::nullopt);
@@ -153,7 +153,7 @@ TEST(NtAclLimits, AThousandEntriesAreValid) {
   EXPECT_EQ(decode(*value), descriptor);
 }
 
-TEST(NtAclLimits, AThousandAndOneAreNeitherWrittenNorRead) {
+TEST(NtAclLimits, EntriesBeyondThousandAreNeitherWrittenNorRead) {
   EXPECT_EQ(encode(ofEntries(kMaximumEntries + 1, 1)), std::nullopt);
   std::string bytes = encode(ofEntries(kMaximumEntries, 1)).value();
   const std::size_t size = 8 + (kMaximumEntries + 1) * 20;
@@ -164,7 +164,7 @@ TEST(NtAclLimits, AThousandAndOneAreNeitherWrittenNorRead) {
   EXPECT_EQ(decode(bytes), std::nullopt);
 }
 
-TEST(NtAclLimits, AListIsNotLongerThanItsHeaderCanSay) {
+TEST(NtAclLimits, ListLengthIsLimitedByItsHeader) {
   // An entry takes 16 bytes and 4 for each sub-authority; the header takes 8.
   EXPECT_TRUE(encode(ofEntries((65535 - 8) / 76, 15)));
   EXPECT_EQ(encode(ofEntries((65535 - 8) / 76 + 1, 15)), std::nullopt);
@@ -176,13 +176,13 @@ TEST(NtAclLimits, SidsThatDoNotFitAreNotWritten) {
   EXPECT_EQ(encode(ofEntries(1, 16)), std::nullopt);
 }
 
-TEST(NtAclLimits, AListThatTheControlWordDeniesIsNotWritten) {
+TEST(NtAclLimits, ListDeniedByControlWordIsNotWritten) {
   Descriptor descriptor = ofEntries(1, 1);
   descriptor.control = 0x8000;
   EXPECT_EQ(encode(descriptor), std::nullopt);
 }
 
-TEST(NtAclLimits, ForeignBytesThatAreNoEntryAreNotWritten) {
+TEST(NtAclLimits, MalformedForeignEntryIsNotWritten) {
   const std::string entry = hexBytes("09 00 1400 01000000 01 01 000000000001 00000000");
   Ace ace{0x09, 0, 1, Sid{1, {0}}, entry};
   const auto encoded = [](const Ace& foreign) {

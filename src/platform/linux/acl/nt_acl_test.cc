@@ -49,7 +49,7 @@ TEST(NtAcl, AnAbsentListIsADescriptorWithoutOne) {
   EXPECT_EQ(decode(bytes), absent);
 }
 
-TEST(NtAcl, AuthoritiesAreBigEndianAndSubAuthoritiesLittleEndian) {
+TEST(NtAcl, AuthorityIsBigEndianAndSubauthoritiesLittleEndian) {
   const Descriptor descriptor{0x8000, Sid{0x0102030405A6, {0x01020304}}, {}, {}};
   const std::string bytes = hexBytes(kEnvelope +
                                      "01 00 0080 1c000000 00000000 00000000 00000000"
@@ -103,7 +103,7 @@ TEST(NtAcl, DecodesWhatSambaWritesInEachVersion) {
 }
 
 // Samba's text parser gives every list revision 4; without object entries 2 says the same.
-TEST(NtAcl, EncodesSambasBytesButForTheRevisionOfTheList) {
+TEST(NtAcl, EncodesSambaBytesExceptListRevision) {
   std::string expected = samples::madeBySamba(1);
   ASSERT_EQ(expected[60], 4);
   expected[60] = 2;
@@ -117,7 +117,7 @@ const std::string kObjectEntry =
     "ba7a96bfe60dd011a28500aa003049e201010000000000010000000000001400"
     "89001200010100000000000100000000";
 
-TEST(NtAcl, AnObjectEntryIsReadWithItsSidAndGoesBackUnchanged) {
+TEST(NtAcl, ObjectEntryRoundTripsUnchangedWithItsSid) {
   const std::string bytes = hexBytes(kObjectEntry);
   const auto read = decode(bytes);
   ASSERT_TRUE(read && read->list);
@@ -127,7 +127,7 @@ TEST(NtAcl, AnObjectEntryIsReadWithItsSidAndGoesBackUnchanged) {
   EXPECT_EQ(encode(*read), bytes);
 }
 
-TEST(NtAcl, OnlyTheFlagsOfAForeignEntryMayChange) {
+TEST(NtAcl, OnlyFlagsOfForeignEntryMayChange) {
   auto descriptor = decode(hexBytes(kObjectEntry)).value();
   Ace& foreign = descriptor.list->front();
   foreign.flags |= kInherited;
@@ -157,7 +157,7 @@ TEST(NtAcl, ASystemListIsCheckedAndLeftOut) {
 // ---- Other types ----
 
 // Of type 9, allowed with a condition, whose bytes stand behind the SID.
-TEST(NtAcl, WhatFollowsTheSidOfAnUnknownTypeIsKept) {
+TEST(NtAcl, BytesAfterSidOfUnknownTypeAreKept) {
   const std::string bytes = hexBytes(kEnvelope +
                                      "01 00 0484 00000000 00000000 00000000 1c000000"
                                      "02 00 2400 0100 0000"
@@ -169,7 +169,7 @@ TEST(NtAcl, WhatFollowsTheSidOfAnUnknownTypeIsKept) {
   EXPECT_EQ(encode(*read), bytes);
 }
 
-TEST(NtAcl, BothGuidsOfAnObjectEntryArePassedOver) {
+TEST(NtAcl, BothGuidsOfObjectEntryAreSkipped) {
   const std::string guid = "00112233445566778899aabbccddeeff";
   const std::string bytes = hexBytes(kEnvelope +
                                      "01 00 0484 00000000 00000000 00000000 1c000000"

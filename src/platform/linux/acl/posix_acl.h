@@ -22,7 +22,7 @@ inline constexpr Bits kWrite = 2;
 inline constexpr Bits kExecute = 1;
 inline constexpr Bits kAllBits = 7;
 
-// What a mode gives the three classes.
+// The permissions of the three classes.
 struct Classes {
   Bits owner = 0;
   Bits group = 0;
@@ -44,24 +44,24 @@ struct Acl {
   Classes classes;  // the owning group's entry, not the mask
   std::vector<Named> users;
   std::vector<Named> groups;
-  // Bounds the owning group and whatever is named. There is one when anything is named.
+  // Limits the owning group and all named entries. Required when there are named entries.
   std::optional<Bits> mask;
   friend bool operator==(const Acl&, const Acl&) = default;
 
   bool namesAnybody() const { return !users.empty() || !groups.empty(); }
   // The classes as they are in effect: the owning group's part within the mask.
   Classes effectiveClasses() const;
-  // The mask that bounds nothing, where anything is named. It is not empty as long as others have
-  // anything: the kernel does not look at an ACL whose mask is empty, and who is named to have
-  // nothing would have what others have.
+  // Sets the mask that limits nothing, if there are named entries. It is not empty as long as
+  // others have any permission: the kernel ignores an ACL whose mask is empty, and users named
+  // without permissions would have those of others.
   void computeMask();
 };
 
-// Absent for anything that the kernel would refuse: another version, a tag that is not known,
-// entries out of order or missing or there twice, more bits than three, bytes that are left over.
+// nullopt for anything that the kernel would refuse: another version, an unknown tag, entries out
+// of order, missing or duplicated, more bits than three, trailing bytes.
 std::optional<Acl> decode(std::string_view value);
 
-// Entries in the kernel's order, ids ascending. An id is to stand once among users and groups each.
+// Entries in the kernel's order, ids ascending. Ids must be unique among users and among groups.
 std::string encode(Acl acl);
 
 }  // namespace paddock::posix_acl

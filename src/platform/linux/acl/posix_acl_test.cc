@@ -33,12 +33,12 @@ TEST(PosixAcl, AModesDigitsAreItsClasses) {
   EXPECT_EQ(modeOf(classesOf(07777)), 0777U);
 }
 
-TEST(PosixAcl, AWholeListIsReadAndWrittenByteForByte) {
+TEST(PosixAcl, WholeListRoundTripsByteForByte) {
   EXPECT_EQ(decode(kWhole), whole());
   EXPECT_EQ(encode(whole()), kWhole);
 }
 
-TEST(PosixAcl, AListThatIsOnlyAModeNeedsNoMask) {
+TEST(PosixAcl, ModeOnlyListNeedsNoMask) {
   const std::string minimal = kVersion2 + kOwnerRwx + kGroupRx + kOthersNone;
   Acl acl;
   acl.classes = {7, 5, 0};
@@ -97,7 +97,7 @@ TEST(PosixAcl, TheComputedMaskBoundsNothing) {
   EXPECT_EQ(acl.mask, Bits{7});
 }
 
-TEST(PosixAcl, TheComputedMaskIsNotEmptyWhileOthersHaveAnything) {
+TEST(PosixAcl, ComputedMaskIsNonemptyWhileOthersHaveBits) {
   Acl acl;
   acl.classes = {7, 0, 5};
   acl.users = {{1000, 0}};

@@ -3,16 +3,15 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "base/computed_guid.h"
-#include "base/well_known_principals.h"
-#include "platform/linux/acl/sid_text.h"
-#include "platform/linux/acl/well_known_sids.h"
+#include "base/guid.h"
+#include "base/principal.h"
+#include "platform/linux/acl/sid_forms.h"
 
 namespace paddock {
 
 namespace {
 
-// A well-known SID needs nobody to remember it.
+// A well-known SID need not be recorded.
 std::optional<nt_acl::Sid> wellKnownSid(const Guid& guid) {
   const std::string text = guidText(guid);
   const WellKnownPrincipal* known =
@@ -43,7 +42,7 @@ int PrincipalSids::sidFor(const Guid& guid, nt_acl::Sid& sid) {
     return 0;
   }
   if (nt_acl::isForeignGuid(guid)) {
-    // It is remembered as that SID, also while nobody can say that it is no user's or group's.
+    // It is recorded as that SID, also while it cannot be resolved.
     const int forgotten = foreignSid(guid, sid);
     return forgotten == 0 || error == ENOENT ? forgotten : error;
   }
@@ -117,7 +116,7 @@ int PrincipalSids::foreignGuid(const nt_acl::Sid& sid, Guid& guid) {
 }
 
 bool PrincipalSids::inMemory(const Guid& guid, nt_acl::Sid& sid) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = foreign_.find(guid);
   if (found == foreign_.end()) return false;
   sid = found->second;
@@ -125,7 +124,7 @@ bool PrincipalSids::inMemory(const Guid& guid, nt_acl::Sid& sid) {
 }
 
 void PrincipalSids::keep(const Guid& guid, const nt_acl::Sid& sid) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (foreign_.size() >= kCapacity) foreign_.clear();
   foreign_.emplace(guid, sid);
 }

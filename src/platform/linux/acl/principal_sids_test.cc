@@ -7,7 +7,7 @@
 #include <map>
 #include <thread>
 
-#include "platform/linux/acl/sid_text.h"
+#include "platform/linux/acl/sid_forms.h"
 #include "platform/testing/in_memory_membership.h"
 #include "support/temporary_folder.h"
 
@@ -19,7 +19,7 @@ using nt_acl::Sid;
 Sid sidOf(const char* text) { return nt_acl::parseSid(text).value(); }
 Guid guidOf(const char* text) { return parseGuid(text).value(); }
 
-// Knows what it was told, and counts what it is asked.
+// Answers from a configured list, and counts the queries.
 class ListedResolver final : public SidResolver {
  public:
   struct State {
@@ -41,7 +41,7 @@ class ListedResolver final : public SidResolver {
   std::shared_ptr<State> state_;
 };
 
-class PrincipalSidsTest : public testing::Test {
+class PrincipalSidMapping : public testing::Test {
  protected:
   PrincipalSids make() {
     return {membership_, path(), std::make_unique<ListedResolver>(resolver_)};
@@ -67,27 +67,27 @@ class PrincipalSidsTest : public testing::Test {
 
 const Sid kDomainUser = {5, {21, 1, 2, 3, 1104}};
 
-TEST_F(PrincipalSidsTest, AUserIsAUnixUserSid) {
+TEST_F(PrincipalSidMapping, AUserIsAUnixUserSid) {
   Guid guid;
   ASSERT_EQ(membership_.uidToGuid(1000, guid), 0);
   EXPECT_EQ(sidFor(sids_, guid), sidOf("S-1-22-1-1000"));
   EXPECT_EQ(guidFor(sids_, sidOf("S-1-22-1-1000")), guid);
 }
 
-TEST_F(PrincipalSidsTest, AGroupIsAUnixGroupSid) {
+TEST_F(PrincipalSidMapping, AGroupIsAUnixGroupSid) {
   Guid guid;
   ASSERT_EQ(membership_.gidToGuid(100, guid), 0);
   EXPECT_EQ(sidFor(sids_, guid), sidOf("S-1-22-2-100"));
   EXPECT_EQ(guidFor(sids_, sidOf("S-1-22-2-100")), guid);
 }
 
-TEST_F(PrincipalSidsTest, EveryOtherGuidIsInASidOfTheOwnAuthority) {
+TEST_F(PrincipalSidMapping, OtherGuidsMapToSidsOfOwnAuthority) {
   const Guid guid = guidOf("00112233-4455-6677-8899-AABBCCDDEEFF");
   EXPECT_EQ(sidFor(sids_, guid), nt_acl::guidSid(guid));
   EXPECT_EQ(guidFor(sids_, nt_acl::guidSid(guid)), guid);
 }
 
-TEST_F(PrincipalSidsTest, UnixAndOwnSidsAreNeverAskedOfTheResolver) {
+TEST_F(PrincipalSidMapping, UnixAndOwnSidsNeverReachResolver) {
   guidFor(sids_, sidOf("S-1-22-1-1000"));
   guidFor(sids_, sidOf("S-1-22-2-100"));
   guidFor(sids_, nt_acl::guidSid({}));
@@ -95,7 +95,7 @@ TEST_F(PrincipalSidsTest, UnixAndOwnSidsAreNeverAskedOfTheResolver) {
   EXPECT_TRUE(resolver_->asked.empty());
 }
 
-TEST_F(PrincipalSidsTest, ASidThatTheResolverKnowsIsThatUserOrGroup) {
+TEST_F(PrincipalSidMapping, ResolvedSidIsThatUserOrGroup) {
   resolver_->known[kDomainUser] = {PrincipalType::user, 10001};
   resolver_->known[sidOf("S-1-5-32-544")] = {PrincipalType::group, 10002};
   EXPECT_EQ(guidFor(sids_, kDomainUser), guidFor(sids_, sidOf("S-1-22-1-10001")));
@@ -103,7 +103,7 @@ TEST_F(PrincipalSidsTest, ASidThatTheResolverKnowsIsThatUserOrGroup) {
   EXPECT_EQ(sidFor(sids_, guidFor(sids_, kDomainUser)), sidOf("S-1-22-1-10001"));
 }
 
-TEST_F(PrincipalSidsTest, ASidThatNobodyKnowsGoesBackAsItWas) {
+TEST_F(PrincipalSidMapping, UnknownSidRoundTripsUnchanged) {
   for (const char* text :
        {"S-1-5-21-1-2-3-1104", "S-1-5-32-544", "S-1-0-0", "S-1-22-3-1", "S-1-16-4096", "S-1-5"}) {
     const Guid guid = guidFor(sids_, sidOf(text));
@@ -113,8 +113,8 @@ TEST_F(PrincipalSidsTest, ASidThatNobodyKnowsGoesBackAsItWas) {
   EXPECT_EQ(resolver_->asked.size(), 6U);
 }
 
-// Winbind would give them a group of its own making, which nobody is in but by way of winbind.
-TEST_F(PrincipalSidsTest, WhoeverSomebodyIsByComingOrMakingIsNotAskedOfTheResolver) {
+// Winbind would map them to a group that it allocates, whose members only winbind knows.
+TEST_F(PrincipalSidMapping, WellKnownSidsAreNotAskedOfResolver) {
   for (const char* text :
        {"S-1-1-0", "S-1-3-0", "S-1-3-1", "S-1-3-4", "S-1-5-2", "S-1-5-7", "S-1-5-11", "S-1-5-18"}) {
     resolver_->known[sidOf(text)] = {PrincipalType::group, 3000};
@@ -123,23 +123,23 @@ TEST_F(PrincipalSidsTest, WhoeverSomebodyIsByComingOrMakingIsNotAskedOfTheResolv
   EXPECT_TRUE(resolver_->asked.empty());
 }
 
-TEST_F(PrincipalSidsTest, AResolverThatFailsKnowsNobody) {
+TEST_F(PrincipalSidMapping, AResolverThatFailsKnowsNobody) {
   resolver_->error = ETIMEDOUT;
   EXPECT_EQ(sidFor(sids_, guidFor(sids_, kDomainUser)), kDomainUser);
 }
 
-TEST_F(PrincipalSidsTest, WithoutAResolverForeignSidsAreRemembered) {
+TEST_F(PrincipalSidMapping, WithoutAResolverForeignSidsAreRemembered) {
   PrincipalSids sids(membership_, path());
   EXPECT_EQ(sidFor(sids, guidFor(sids, kDomainUser)), kDomainUser);
 }
 
-TEST_F(PrincipalSidsTest, AForeignSidGoesBackAfterARestart) {
+TEST_F(PrincipalSidMapping, AForeignSidGoesBackAfterARestart) {
   const Guid guid = guidFor(sids_, kDomainUser);
   PrincipalSids later = make();
   EXPECT_EQ(sidFor(later, guid), kDomainUser);
 }
 
-TEST_F(PrincipalSidsTest, AForeignSidGoesBackAlsoWhenTheResolverHasComeToKnowIt) {
+TEST_F(PrincipalSidMapping, ForeignSidIsRestoredAfterResolverLearnsIt) {
   const Guid guid = guidFor(sids_, kDomainUser);
   resolver_->known[kDomainUser] = {PrincipalType::user, 10001};
   PrincipalSids later = make();
@@ -147,24 +147,24 @@ TEST_F(PrincipalSidsTest, AForeignSidGoesBackAlsoWhenTheResolverHasComeToKnowIt)
   EXPECT_EQ(guidFor(later, kDomainUser), guidFor(later, sidOf("S-1-22-1-10001")));
 }
 
-TEST_F(PrincipalSidsTest, TheGuidOfAForeignSidThatNobodyRemembersIsNoOtherPrincipal) {
+TEST_F(PrincipalSidMapping, ForgottenForeignSidGuidMatchesNoOtherPrincipal) {
   Sid sid;
   EXPECT_EQ(sids_.sidFor(nt_acl::foreignGuid(kDomainUser), sid), ENOENT);
   PrincipalSids withoutFile(membership_, "");
   EXPECT_EQ(withoutFile.sidFor(nt_acl::foreignGuid(kDomainUser), sid), ENOENT);
 }
 
-TEST_F(PrincipalSidsTest, WithoutAFileForeignSidsAreRememberedInTheProcess) {
+TEST_F(PrincipalSidMapping, WithoutFileForeignSidsAreRememberedInMemory) {
   PrincipalSids sids(membership_, "");
   EXPECT_EQ(sidFor(sids, guidFor(sids, kDomainUser)), kDomainUser);
 }
 
-TEST_F(PrincipalSidsTest, AFileThatCannotBeMadeKeepsNobodyFromReading) {
+TEST_F(PrincipalSidMapping, UncreatableFileDoesNotPreventReading) {
   PrincipalSids sids(membership_, "/proc/no/such/folder/foreign-sids.sqlite");
   EXPECT_EQ(sidFor(sids, guidFor(sids, kDomainUser)), kDomainUser);
 }
 
-TEST_F(PrincipalSidsTest, NoFileIsMadeWithoutAForeignSid) {
+TEST_F(PrincipalSidMapping, NoFileIsMadeWithoutAForeignSid) {
   guidFor(sids_, sidOf("S-1-22-1-1000"));
   Sid sid;
   EXPECT_EQ(sids_.sidFor({}, sid), 0);
@@ -172,7 +172,7 @@ TEST_F(PrincipalSidsTest, NoFileIsMadeWithoutAForeignSid) {
   EXPECT_NE(::stat(path().c_str(), &status), 0);
 }
 
-TEST_F(PrincipalSidsTest, AForeignSidThatIsReadAgainTouchesNoFile) {
+TEST_F(PrincipalSidMapping, RereadForeignSidTouchesNoFile) {
   const Guid guid = guidFor(sids_, kDomainUser);
   ASSERT_EQ(::rename(path().c_str(), (path() + ".elsewhere").c_str()), 0);
   EXPECT_EQ(guidFor(sids_, kDomainUser), guid);
@@ -181,7 +181,7 @@ TEST_F(PrincipalSidsTest, AForeignSidThatIsReadAgainTouchesNoFile) {
   EXPECT_NE(::stat(path().c_str(), &status), 0);
 }
 
-TEST_F(PrincipalSidsTest, MoreForeignSidsThanFitInMemoryStillGoBack) {
+TEST_F(PrincipalSidMapping, ForeignSidsBeyondMemoryCapacityAreRestored) {
   std::vector<Sid> read;
   for (std::uint32_t number = 0; number < PrincipalSids::kCapacity + 10; ++number)
     read.push_back({5, {21, number}});
@@ -191,7 +191,7 @@ TEST_F(PrincipalSidsTest, MoreForeignSidsThanFitInMemoryStillGoBack) {
     EXPECT_EQ(sidFor(sids_, guids[at]), read[at]);
 }
 
-TEST_F(PrincipalSidsTest, WhileTheMembershipServiceCannotAnswerIdsHaveTheirComputedGuids) {
+TEST_F(PrincipalSidMapping, MembershipFailureGivesIdsComputedGuids) {
   resolver_->known[kDomainUser] = {PrincipalType::user, 10001};
   const Guid own = *parseGuid("DEADBEEF-0000-4000-8000-000000000001");
   membership_.setGuid({PrincipalType::user, 1000}, own);
@@ -206,13 +206,13 @@ TEST_F(PrincipalSidsTest, WhileTheMembershipServiceCannotAnswerIdsHaveTheirCompu
   EXPECT_EQ(guidFor(sids_, user), own);
 }
 
-TEST_F(PrincipalSidsTest, NoGuidIsWrittenWhileTheMembershipServiceCannotAnswer) {
+TEST_F(PrincipalSidMapping, MembershipFailurePreventsWritingGuids) {
   membership_.failWith(ETIMEDOUT);
   Sid sid;
   EXPECT_EQ(sids_.sidFor(computedGuid({PrincipalType::user, 1000}), sid), ETIMEDOUT);
 }
 
-TEST_F(PrincipalSidsTest, ARememberedSidGoesBackWhileTheMembershipServiceCannotAnswer) {
+TEST_F(PrincipalSidMapping, RememberedSidIsRestoredDuringMembershipFailure) {
   const Guid everyone = guidFor(sids_, sidOf("S-1-1-0"));
   const Guid stranger = guidFor(sids_, kDomainUser);
   membership_.failWith(ETIMEDOUT);
@@ -222,7 +222,7 @@ TEST_F(PrincipalSidsTest, ARememberedSidGoesBackWhileTheMembershipServiceCannotA
   EXPECT_EQ(sids_.sidFor(nt_acl::foreignGuid(sidOf("S-1-5-21-1-2-3-9")), sid), ETIMEDOUT);
 }
 
-TEST_F(PrincipalSidsTest, ThreadsReadTheSameSidsAtOnce) {
+TEST_F(PrincipalSidMapping, ThreadsReadTheSameSidsAtOnce) {
   PrincipalSids sids(membership_, path());
   const auto read = [&] {
     for (std::uint32_t number = 0; number < 200; ++number) {

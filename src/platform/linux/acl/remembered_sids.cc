@@ -9,7 +9,6 @@
 
 #include "platform/directory.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/sid_text.h"
 #include "platform/linux/database/sqlite_file.h"
 
 namespace paddock {
@@ -91,11 +90,11 @@ void RememberedSids::setAside() {
     ::unlink((path_ + "-journal").c_str());
 }
 
-// Runs work(connection) and returns its errno or that of what it throws; once again on a fresh file
+// Calls work(connection) and returns its errno or that of its exception; retries once on a new file
 // when this one is damaged.
 template <typename Work>
 int RememberedSids::use(Work work) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (bool again = true;; again = false) {
     try {
       return work(opened());
@@ -124,6 +123,7 @@ int RememberedSids::remember(const nt_acl::Sid& sid) {
   return use([&](SqliteConnection& connection) {
     const auto known = stored(connection, guid);
     if (known) return *known == sid ? 0 : EEXIST;
+    mutex_.assertHeld();
     insert(guidText(guid), nt_acl::sidText(sid));
     return 0;
   });

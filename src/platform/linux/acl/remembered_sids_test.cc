@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 #include "platform/linux/acl/sid_forms.h"
 #include "support/temporary_folder.h"
@@ -25,7 +25,7 @@ using nt_acl::Sid;
 Sid numbered(std::uint32_t number) { return {5, {21, 1, 2, 3, number}}; }
 Guid guidOf(const Sid& sid) { return nt_acl::foreignGuid(sid); }
 
-class RememberedSidsTest : public testing::Test {
+class RememberedSidStorage : public testing::Test {
  protected:
   std::string path() const { return folder_.path("lib/foreign-sids.sqlite"); }
 
@@ -40,14 +40,14 @@ class RememberedSidsTest : public testing::Test {
   RememberedSids remembered_{path()};
 };
 
-TEST_F(RememberedSidsTest, FindsWhatWasRemembered) {
+TEST_F(RememberedSidStorage, FindsWhatWasRemembered) {
   EXPECT_EQ(find(remembered_, numbered(1)), ENOENT);
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   EXPECT_EQ(find(remembered_, numbered(1)), 0);
   EXPECT_EQ(find(remembered_, numbered(2)), ENOENT);
 }
 
-TEST_F(RememberedSidsTest, KeepsSidsOfEveryShape) {
+TEST_F(RememberedSidStorage, KeepsSidsOfEveryShape) {
   for (const Sid& sid :
        {Sid{0, {}}, Sid{0xFFFFFFFFFFFF, std::vector<std::uint32_t>(15, 0xFFFFFFFF)},
         Sid{22, {3, 5}}}) {
@@ -56,7 +56,7 @@ TEST_F(RememberedSidsTest, KeepsSidsOfEveryShape) {
   }
 }
 
-TEST_F(RememberedSidsTest, AnotherProcessFindsItAtOnce) {
+TEST_F(RememberedSidStorage, AnotherProcessFindsItAtOnce) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   RememberedSids other(path());
   EXPECT_EQ(find(other, numbered(1)), 0);
@@ -64,7 +64,7 @@ TEST_F(RememberedSidsTest, AnotherProcessFindsItAtOnce) {
   EXPECT_EQ(find(remembered_, numbered(2)), 0);
 }
 
-TEST_F(RememberedSidsTest, RememberingAgainWritesNothing) {
+TEST_F(RememberedSidStorage, RememberingAgainWritesNothing) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   const auto written = std::filesystem::last_write_time(path());
   const std::string contents = readWholeFile(path());
@@ -74,14 +74,14 @@ TEST_F(RememberedSidsTest, RememberingAgainWritesNothing) {
   EXPECT_EQ(std::filesystem::last_write_time(path()), written - std::chrono::hours(1));
 }
 
-TEST_F(RememberedSidsTest, OnlyItsOwnerReadsTheFile) {
+TEST_F(RememberedSidStorage, OnlyItsOwnerReadsTheFile) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   struct stat status {};
   ASSERT_EQ(::stat(path().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
-TEST_F(RememberedSidsTest, TheFirstAreForgottenWhenThereAreTooMany) {
+TEST_F(RememberedSidStorage, OldestAreForgottenBeyondCapacity) {
   RememberedSids remembered(path(), 10);
   for (std::uint32_t number = 1; number <= 25; ++number)
     EXPECT_EQ(remembered.remember(numbered(number)), 0);
@@ -89,7 +89,7 @@ TEST_F(RememberedSidsTest, TheFirstAreForgottenWhenThereAreTooMany) {
     EXPECT_EQ(find(remembered, numbered(number)), number <= 15 ? ENOENT : 0) << number;
 }
 
-TEST_F(RememberedSidsTest, WhatWasForgottenIsRememberedAgain) {
+TEST_F(RememberedSidStorage, WhatWasForgottenIsRememberedAgain) {
   RememberedSids remembered(path(), 2);
   for (const std::uint32_t number : {1U, 2U, 3U, 1U})
     EXPECT_EQ(remembered.remember(numbered(number)), 0);
@@ -98,7 +98,7 @@ TEST_F(RememberedSidsTest, WhatWasForgottenIsRememberedAgain) {
   EXPECT_EQ(find(remembered, numbered(3)), 0);
 }
 
-TEST_F(RememberedSidsTest, AFileThatWasRemovedIsBegunAnew) {
+TEST_F(RememberedSidStorage, AFileThatWasRemovedIsBegunAnew) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   ASSERT_TRUE(std::filesystem::remove(path()));
   EXPECT_EQ(find(remembered_, numbered(1)), ENOENT);
@@ -106,7 +106,7 @@ TEST_F(RememberedSidsTest, AFileThatWasRemovedIsBegunAnew) {
   EXPECT_EQ(find(remembered_, numbered(1)), 0);
 }
 
-TEST_F(RememberedSidsTest, ADamagedFileIsSetAside) {
+TEST_F(RememberedSidStorage, ADamagedFileIsSetAside) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   const std::string garbage(8192, 'x');
   writeWholeFile(path(), garbage);
@@ -117,7 +117,7 @@ TEST_F(RememberedSidsTest, ADamagedFileIsSetAside) {
   EXPECT_EQ(readWholeFile(path() + ".damaged"), garbage);
 }
 
-TEST_F(RememberedSidsTest, ARowUnderAnotherSidsGuidIsDamage) {
+TEST_F(RememberedSidStorage, ARowUnderAnotherSidsGuidIsDamage) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   {
     SqliteConnection connection(path());
@@ -127,7 +127,7 @@ TEST_F(RememberedSidsTest, ARowUnderAnotherSidsGuidIsDamage) {
   EXPECT_TRUE(std::filesystem::exists(path() + ".damaged"));
 }
 
-TEST_F(RememberedSidsTest, AnotherProgramsDatabaseIsLeftAlone) {
+TEST_F(RememberedSidStorage, AnotherProgramsDatabaseIsLeftAlone) {
   EXPECT_EQ(remembered_.remember(numbered(1)), 0);
   for (const char* change : {"PRAGMA user_version = 2", "PRAGMA application_id = 1"}) {
     {
@@ -141,14 +141,14 @@ TEST_F(RememberedSidsTest, AnotherProgramsDatabaseIsLeftAlone) {
   }
 }
 
-TEST_F(RememberedSidsTest, AFileThatCannotBeMadeIsAnErrno) {
+TEST_F(RememberedSidStorage, UncreatableFileReturnsErrno) {
   writeWholeFile(folder_.path("file"), "");
   RememberedSids remembered(folder_.path("file/foreign-sids.sqlite"));
   EXPECT_EQ(remembered.remember(numbered(1)), ENOTDIR);
   EXPECT_EQ(find(remembered, numbered(1)), ENOTDIR);
 }
 
-TEST_F(RememberedSidsTest, SeveralMakeTheFileAtOnce) {
+TEST_F(RememberedSidStorage, SeveralMakeTheFileAtOnce) {
   std::vector<std::thread> threads;
   for (std::uint32_t number = 0; number < 4; ++number)
     threads.emplace_back([&, number] {
@@ -160,7 +160,7 @@ TEST_F(RememberedSidsTest, SeveralMakeTheFileAtOnce) {
     EXPECT_EQ(find(remembered_, numbered(number)), 0) << number;
 }
 
-// A child remembers SIDs, tells each through a pipe as soon as it is remembered, and is killed.
+// A child remembers SIDs, reports each through a pipe as soon as it is stored, and is killed.
 void rememberUntilKilled(const std::string& path, int told, std::uint32_t first) {
   RememberedSids remembered(path);
   for (std::uint32_t number = first;; ++number) {
@@ -169,7 +169,7 @@ void rememberUntilKilled(const std::string& path, int told, std::uint32_t first)
   }
 }
 
-TEST_F(RememberedSidsTest, WhatAKilledProcessRememberedIsThere) {
+TEST_F(RememberedSidStorage, WhatAKilledProcessRememberedIsThere) {
   std::uint32_t next = 1;
   for (std::uint32_t round = 1; round <= 8; ++round) {
     std::array<int, 2> pipe{};

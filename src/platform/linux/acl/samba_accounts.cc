@@ -10,8 +10,7 @@
 #include "base/text.h"
 #include "platform/directory.h"
 #include "platform/linux/accounts/nss.h"
-#include "platform/linux/acl/sid_text.h"
-#include "platform/linux/acl/well_known_sids.h"
+#include "platform/linux/acl/sid_forms.h"
 #include "platform/linux/process/bounded_program.h"
 
 namespace paddock {
@@ -131,7 +130,7 @@ std::string sambaParameter(std::string_view text, std::string_view name) {
 SambaAccountReader::SambaAccountReader(std::string root) : root_(std::move(root)) {}
 
 std::shared_ptr<const SambaAccounts> SambaAccountReader::read(std::string& why) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!end_ || *end_ <= std::chrono::steady_clock::now()) {
     keptWhy_.clear();
     kept_ = readAnew(keptWhy_);

@@ -1,20 +1,20 @@
-// Whom Samba's own account database (passdb) has, without winbind: the SIDs of this server's own
+// The accounts of Samba's own database (passdb), without winbind: the SIDs of this server's own
 // domain, S-1-5-21-..., and the groups that are mapped to groups of the host.
 //
-// Asked are Samba's programs pdbedit(8) and net(8), by way of the configuration that testparm(1)
-// reads. Both would make the databases that they do not find; so they are run only when a server
-// has made them already, and nothing changes by asking.
+// Queried through Samba's programs pdbedit(8) and net(8), with the configuration that testparm(1)
+// reads. Both would create missing databases; so they are run only when a server has created them
+// already, and a query changes nothing.
 #pragma once
 
 #include <chrono>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/sid_resolver.h"
 
@@ -45,20 +45,20 @@ struct SambaAccounts {
   const SambaGroup* findGroup(const nt_acl::Sid& sid) const;
 };
 
-// What "pdbedit -L -v" and "net groupmap list" print; what is not understood is left out.
+// What "pdbedit -L -v" and "net groupmap list" print; what cannot be parsed is omitted.
 std::vector<SambaAccount> parseSambaUsers(std::string_view text);
 std::vector<SambaGroup> parseSambaGroups(std::string_view text);
 // A parameter of a section that testparm has printed: "private dir". Empty when it is not there.
 std::string sambaParameter(std::string_view text, std::string_view name);
 
-// Keeps what was read for a while. Any thread may call.
+// Caches the result for a while. Thread-safe.
 class SambaAccountReader {
  public:
   // Programs are taken below `root`.
   explicit SambaAccountReader(std::string root);
 
-  // Null when Samba's accounts cannot be known: its programs are missing or fail, or no server has
-  // made its databases. `why` then says so.
+  // Null when Samba's accounts cannot be determined: its programs are missing or fail, or no server
+  // has created its databases. `why` then has the reason.
   std::shared_ptr<const SambaAccounts> read(std::string& why);
 
  private:
@@ -67,13 +67,13 @@ class SambaAccountReader {
            std::string& why) const;
 
   const std::string root_;
-  std::mutex mutex_;
-  std::optional<std::chrono::steady_clock::time_point> end_;
-  std::shared_ptr<const SambaAccounts> kept_;
-  std::string keptWhy_;
+  Mutex mutex_;
+  std::optional<std::chrono::steady_clock::time_point> end_ PADDOCK_GUARDED_BY(mutex_);
+  std::shared_ptr<const SambaAccounts> kept_ PADDOCK_GUARDED_BY(mutex_);
+  std::string keptWhy_ PADDOCK_GUARDED_BY(mutex_);
 };
 
-// Who a SID is by these accounts.
+// Resolves SIDs by these accounts.
 class SambaAccountSids final : public SidResolver {
  public:
   explicit SambaAccountSids(std::shared_ptr<SambaAccountReader> reader)
@@ -84,7 +84,7 @@ class SambaAccountSids final : public SidResolver {
   const std::shared_ptr<SambaAccountReader> reader_;
 };
 
-// The answer of the first of two that knows the SID. The first may be null.
+// Chains two resolvers: the answer of the first that knows the SID. The first may be null.
 class EitherSidResolver final : public SidResolver {
  public:
   EitherSidResolver(std::unique_ptr<SidResolver> first, std::unique_ptr<SidResolver> second)

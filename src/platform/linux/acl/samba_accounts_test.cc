@@ -6,9 +6,8 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "base/well_known_principals.h"
+#include "base/principal.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/sid_text.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -91,7 +90,7 @@ TEST_F(SambaPrograms, AreAskedOnceInAWhile) {
   EXPECT_EQ(readWholeFile(folder_.path("runs")), "run\nrun\n");
 }
 
-TEST_F(SambaPrograms, AreNotRunWhereNoServerHasMadeItsDatabase) {
+TEST_F(SambaPrograms, AreNotRunWithoutServerDatabase) {
   SambaAccountReader reader(folder_.path());
   std::string why;
   EXPECT_FALSE(reader.read(why));

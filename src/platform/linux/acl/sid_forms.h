@@ -1,10 +1,11 @@
-// The forms of SID that this system makes, and the GUIDs that it makes of SIDs of others.
+// The forms of SID that this system generates, and the GUIDs that it derives from foreign SIDs.
 // docs/formats/acl.md describes them; they are on disk, so they never change.
 #pragma once
 
 #include <optional>
+#include <string>
+#include <string_view>
 
-#include "base/computed_guid.h"
 #include "base/guid.h"
 #include "platform/linux/acl/nt_acl.h"
 
@@ -32,5 +33,38 @@ Sid markerSid();
 Guid foreignGuid(const Sid& sid);
 // Whether a GUID has that form. Another GUID has it by chance once in 2^38.
 bool isForeignGuid(const Guid& guid);
+
+// SIDs as text ([MS-DTYP] 2.4.2.1): "S-1-22-1-1000".
+
+// An authority of 2^32 or more is written as 0x and twelve hexadecimal digits.
+std::string sidText(const Sid& sid);
+
+// Reads that form, also with fewer digits in a hexadecimal authority, as Samba writes it, and at
+// most 15 sub-authorities. Absent for any other text.
+std::optional<Sid> parseSid(std::string_view text);
+
+// SIDs that mean the same on every machine: [MS-DTYP] 2.4.2.4.
+inline constexpr std::uint64_t kWorldAuthority = 1;
+inline constexpr std::uint64_t kLocalAuthority = 2;
+inline constexpr std::uint64_t kCreatorAuthority = 3;
+inline constexpr std::uint64_t kNtAuthority = 5;
+// Of the groups that every server has by itself, S-1-5-32-...
+inline constexpr std::uint32_t kBuiltinDomain = 32;
+
+inline Sid everyoneSid() { return {1, {0}}; }
+inline Sid creatorOwnerSid() { return {3, {0}}; }
+inline Sid creatorGroupSid() { return {3, {1}}; }
+// The owner of the object that has the entry.
+inline Sid ownerRightsSid() { return {3, {4}}; }
+// Users connected over a network, as in every session of an SMB server.
+inline Sid networkSid() { return {5, {2}}; }
+// Authenticated users.
+inline Sid authenticatedUsersSid() { return {5, {11}}; }
+
+// Whether the SID depends on the logon session or its kind: authenticated users, network and the
+// like.
+inline bool isOfSession(const Sid& sid) {
+  return sid.authority == kNtAuthority && sid.subAuthorities.size() == 1;
+}
 
 }  // namespace paddock::nt_acl

@@ -2,13 +2,11 @@
 
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
-#include "platform/linux/acl/bounded_sid_resolver.h"
-#include "platform/linux/acl/cached_sid_resolver.h"
-#include "platform/testing/fake_clock.h"
+#include "base/mutex.h"
+#include "platform/linux/acl/sid_resolver.h"
+#include "platform/testing/fake_machine_information.h"
 
 namespace paddock {
 namespace {
@@ -23,8 +21,8 @@ class HeldResolver final : public SidResolver {
  public:
   int principalOf(const Sid&, Principal& principal) override {
     ++asked;
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return !held_; });
+    MutexLock lock(mutex_);
+    while (held_) changed_.wait(mutex_);
     ++answered;
     changed_.notify_all();
     principal = kUser;
@@ -32,11 +30,11 @@ class HeldResolver final : public SidResolver {
   }
 
   void hold() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     held_ = true;
   }
   void letGo() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     held_ = false;
     changed_.notify_all();
   }
@@ -46,12 +44,12 @@ class HeldResolver final : public SidResolver {
   std::atomic<int> error = 0;
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool held_ = false;
+  Mutex mutex_;
+  ConditionVariable changed_;
+  bool held_ PADDOCK_GUARDED_BY(mutex_) = false;
 };
 
-class BoundedSidResolverTest : public testing::Test {
+class SidResolverPatience : public testing::Test {
  protected:
   static constexpr std::chrono::milliseconds kShort{1};
   static constexpr std::chrono::minutes kLong{10};
@@ -60,7 +58,7 @@ class BoundedSidResolverTest : public testing::Test {
   Principal principal_;
 };
 
-TEST_F(BoundedSidResolverTest, HandsOnTheAnswer) {
+TEST_F(SidResolverPatience, HandsOnTheAnswer) {
   BoundedSidResolver resolver(inner_, kLong);
   EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
   EXPECT_EQ(principal_, kUser);
@@ -68,14 +66,14 @@ TEST_F(BoundedSidResolverTest, HandsOnTheAnswer) {
   EXPECT_EQ(resolver.principalOf(kSid, principal_), ENOENT);
 }
 
-TEST_F(BoundedSidResolverTest, DoesNotWaitForALateAnswer) {
+TEST_F(SidResolverPatience, DoesNotWaitForALateAnswer) {
   BoundedSidResolver resolver(inner_, kShort);
   inner_->hold();
   EXPECT_EQ(resolver.principalOf(kSid, principal_), ETIMEDOUT);
   inner_->letGo();
 }
 
-TEST_F(BoundedSidResolverTest, AsksNothingElseWhileAnAnswerIsLate) {
+TEST_F(SidResolverPatience, AsksNothingElseWhileAnAnswerIsLate) {
   BoundedSidResolver resolver(inner_, kShort);
   inner_->hold();
   for (int count = 0; count < 100; ++count)
@@ -84,7 +82,7 @@ TEST_F(BoundedSidResolverTest, AsksNothingElseWhileAnAnswerIsLate) {
   inner_->letGo();
 }
 
-TEST_F(BoundedSidResolverTest, AsksAgainWhenTheLateAnswerHasCome) {
+TEST_F(SidResolverPatience, AsksAgainWhenTheLateAnswerHasCome) {
   BoundedSidResolver resolver(inner_, kShort);
   inner_->hold();
   EXPECT_EQ(resolver.principalOf(kSid, principal_), ETIMEDOUT);
@@ -112,7 +110,7 @@ class SlowResolver final : public SidResolver {
   const std::chrono::milliseconds time_;
 };
 
-TEST_F(BoundedSidResolverTest, SlowAnswersAreWaitedForUntilTheAllowanceIsUsedUp) {
+TEST_F(SidResolverPatience, SlowAnswersAreAwaitedUntilAllowanceIsSpent) {
   const auto slow = std::make_shared<SlowResolver>(std::chrono::milliseconds(10));
   BoundedSidResolver resolver(slow, kLong, {{std::chrono::milliseconds(25), kLong}});
   EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
@@ -122,7 +120,7 @@ TEST_F(BoundedSidResolverTest, SlowAnswersAreWaitedForUntilTheAllowanceIsUsedUp)
   EXPECT_LE(slow->asked, 3);
 }
 
-TEST_F(BoundedSidResolverTest, TheNextStretchHasAnAllowanceOfItsOwn) {
+TEST_F(SidResolverPatience, NextPeriodHasOwnAllowance) {
   const auto slow = std::make_shared<SlowResolver>(std::chrono::milliseconds(5));
   constexpr std::chrono::milliseconds kStretch{50};
   BoundedSidResolver resolver(slow, kLong, {{std::chrono::milliseconds(1), kStretch}});
@@ -132,12 +130,12 @@ TEST_F(BoundedSidResolverTest, TheNextStretchHasAnAllowanceOfItsOwn) {
   EXPECT_EQ(slow->asked, 2);
 }
 
-TEST_F(BoundedSidResolverTest, AnswersThatComeAtOnceUseNothingUp) {
+TEST_F(SidResolverPatience, AnswersThatComeAtOnceUseNothingUp) {
   BoundedSidResolver resolver(inner_, kLong, {{std::chrono::seconds(10), kLong}});
   for (int count = 0; count < 1000; ++count) EXPECT_EQ(resolver.principalOf(kSid, principal_), 0);
 }
 
-TEST_F(BoundedSidResolverTest, MayGoWhileAnAnswerIsLate) {
+TEST_F(SidResolverPatience, MayGoWhileAnAnswerIsLate) {
   {
     BoundedSidResolver resolver(inner_, kShort);
     inner_->hold();
@@ -146,7 +144,7 @@ TEST_F(BoundedSidResolverTest, MayGoWhileAnAnswerIsLate) {
   inner_->letGo();
 }
 
-TEST_F(BoundedSidResolverTest, SeveralThreadsAreAnsweredOneAfterTheOther) {
+TEST_F(SidResolverPatience, SeveralThreadsAreAnsweredOneAfterTheOther) {
   BoundedSidResolver resolver(inner_, kLong);
   const auto ask = [&] {
     for (int count = 0; count < 50; ++count) {
@@ -161,7 +159,7 @@ TEST_F(BoundedSidResolverTest, SeveralThreadsAreAnsweredOneAfterTheOther) {
   EXPECT_EQ(inner_->asked, 200);
 }
 
-// Counts, and answers with what it was told last.
+// Counts, and returns the answer that was set last.
 class CountingResolver final : public SidResolver {
  public:
   struct State {
@@ -180,7 +178,7 @@ class CountingResolver final : public SidResolver {
   std::shared_ptr<State> state_;
 };
 
-class CachedSidResolverTest : public testing::Test {
+class SidResolverCaching : public testing::Test {
  protected:
   std::shared_ptr<CountingResolver::State> state_ = std::make_shared<CountingResolver::State>();
   std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
@@ -189,7 +187,7 @@ class CachedSidResolverTest : public testing::Test {
   Principal principal_;
 };
 
-TEST_F(CachedSidResolverTest, AsksOncePerSid) {
+TEST_F(SidResolverCaching, AsksOncePerSid) {
   for (int count = 0; count < 3; ++count) {
     EXPECT_EQ(resolver_.principalOf(kSid, principal_), 0);
     EXPECT_EQ(principal_, kUser);
@@ -199,7 +197,7 @@ TEST_F(CachedSidResolverTest, AsksOncePerSid) {
   EXPECT_EQ(state_->asked, 2);
 }
 
-TEST_F(CachedSidResolverTest, KeepsErrorsToo) {
+TEST_F(SidResolverCaching, KeepsErrorsToo) {
   state_->error = ECONNREFUSED;
   EXPECT_EQ(resolver_.principalOf(kSid, principal_), ECONNREFUSED);
   state_->error = 0;
@@ -207,7 +205,7 @@ TEST_F(CachedSidResolverTest, KeepsErrorsToo) {
   EXPECT_EQ(state_->asked, 1);
 }
 
-TEST_F(CachedSidResolverTest, AsksAgainAfterTheLifetime) {
+TEST_F(SidResolverCaching, AsksAgainAfterTheLifetime) {
   state_->error = ENOENT;
   EXPECT_EQ(resolver_.principalOf(kSid, principal_), ENOENT);
   state_->error = 0;
@@ -217,7 +215,7 @@ TEST_F(CachedSidResolverTest, AsksAgainAfterTheLifetime) {
   EXPECT_EQ(resolver_.principalOf(kSid, principal_), 0);
 }
 
-TEST_F(CachedSidResolverTest, NeverKeepsMoreThanItsCapacity) {
+TEST_F(SidResolverCaching, NeverKeepsMoreThanItsCapacity) {
   for (std::uint32_t number = 0; number <= CachedSidResolver::kCapacity; ++number)
     EXPECT_EQ(resolver_.principalOf({5, {number}}, principal_), 0);
   const int asked = state_->asked;

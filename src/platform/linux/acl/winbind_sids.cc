@@ -5,9 +5,8 @@
 #include <chrono>
 #include <optional>
 
-#include "platform/linux/acl/bounded_sid_resolver.h"
-#include "platform/linux/acl/cached_sid_resolver.h"
-#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/acl/sid_resolver.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 extern "C" {  // the header does not say it itself
 #include <wbclient.h>

@@ -7,15 +7,14 @@
 
 namespace paddock {
 
-// Asks winbind each time, on a connection of its own. ECONNREFUSED when it does not run. A winbind
-// that does not answer keeps the caller waiting for minutes.
+// Queries winbind each time, on a connection of its own. ECONNREFUSED when it is not running. A
+// winbind that does not answer blocks the caller for minutes.
 class WinbindSids final : public SidResolver {
  public:
   int principalOf(const nt_acl::Sid& sid, Principal& principal) override;
 };
 
-// Winbind, bounded in time (BoundedSidResolver) and its answers kept for a while
-// (CachedSidResolver).
+// Winbind with bounded response time (BoundedSidResolver) and cached answers (CachedSidResolver).
 std::unique_ptr<SidResolver> makeWinbindResolver();
 
 }  // namespace paddock

@@ -1,4 +1,4 @@
-// Answers of searches by value, kept as long as the database is as it was when they were found.
+// Cache of searches by value, valid as long as the database is unchanged.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,7 @@
 
 namespace paddock {
 
-// Tells one state of a database's file from the one before: what stat(2) says of it, and the mark
-// of its last commit.
+// Identifies a state of a database's file: its stat(2) data, and the mark of its last commit.
 struct DatabaseState {
   SqliteFileIdentity file;
   std::int64_t size = 0;
@@ -28,23 +27,23 @@ struct DatabaseState {
   bool isTelling() const;
 };
 
-// One thread at a time.
+// Not thread-safe.
 class KeptAnswers {
  public:
-  // How many answers are kept; the next one drops them all.
+  // Maximum number of entries; the next one clears the cache.
   static constexpr std::size_t kCapacity = 1024;
-  // The text of an answer that is kept, in bytes.
+  // Maximum text size of a cached answer, in bytes.
   static constexpr std::size_t kLargest = 4096;
 
   // A search's types, attribute and value as one text.
   static std::string keyOf(const std::vector<std::string>& types, const std::string& attribute,
                            const std::string& value);
 
-  // The answer that was kept in this state; absent when there is none.
+  // The answer cached in this state; nullopt when there is none.
   std::optional<Array> find(const DatabaseState& state, const std::string& key) const;
 
-  // Keeps an answer that was found between two looks at the state, unless the database has changed
-  // meanwhile. Answers of another state are dropped.
+  // Caches an answer found between two samples of the state, unless the database has changed in
+  // between. Answers of another state are dropped.
   void keep(const DatabaseState& before, const DatabaseState& after, const std::string& key,
             const Array& answer);
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/directory/local_database.h"
 #include "support/temporary_folder.h"
 
@@ -22,7 +22,7 @@ DatabaseState state(std::int64_t changed = 1) {
 
 Array answer(const std::string& name) { return {Dictionary{{schema::kRecordName, Array{name}}}}; }
 
-TEST(KeptAnswersTest, HoldInTheStateInWhichTheyWereFound) {
+TEST(KeptSearchAnswers, HoldInStateWhereFound) {
   KeptAnswers kept;
   EXPECT_EQ(kept.find(state(), "key"), std::nullopt);
   kept.keep(state(), state(), "key", answer("anna"));
@@ -32,7 +32,7 @@ TEST(KeptAnswersTest, HoldInTheStateInWhichTheyWereFound) {
   EXPECT_EQ(kept.find(state(), "other"), std::nullopt);
 }
 
-TEST(KeptAnswersTest, DoNotHoldInAnotherState) {
+TEST(KeptSearchAnswers, DoNotHoldInAnotherState) {
   KeptAnswers kept;
   kept.keep(state(), state(), "key", answer("anna"));
   std::vector<DatabaseState> others(6, state());
@@ -48,14 +48,14 @@ TEST(KeptAnswersTest, DoNotHoldInAnotherState) {
   EXPECT_EQ(kept.find(state(), "key"), std::nullopt) << "that one is over";
 }
 
-TEST(KeptAnswersTest, AreNotThoseOfAStateThatWasChanging) {
+TEST(KeptSearchAnswers, AreNotKeptFromChangingState) {
   KeptAnswers kept;
   kept.keep(state(1), state(2), "key", answer("anna"));
   EXPECT_EQ(kept.find(state(1), "key"), std::nullopt);
   EXPECT_EQ(kept.find(state(2), "key"), std::nullopt);
 }
 
-TEST(KeptAnswersTest, AreNotThoseOfADatabaseWhoseCommitsDoNotShow) {
+TEST(KeptSearchAnswers, AreNotKeptWhereCommitsAreInvisible) {
   for (const int byte : {0, 1}) {
     DatabaseState logging = state();
     logging.mark[static_cast<std::size_t>(byte)] = 2;
@@ -65,13 +65,13 @@ TEST(KeptAnswersTest, AreNotThoseOfADatabaseWhoseCommitsDoNotShow) {
   }
 }
 
-TEST(KeptAnswersTest, AreSmall) {
+TEST(KeptSearchAnswers, AreSmall) {
   KeptAnswers kept;
   kept.keep(state(), state(), "key", answer(std::string(KeptAnswers::kLargest, 'x')));
   EXPECT_EQ(kept.find(state(), "key"), std::nullopt);
 }
 
-TEST(KeptAnswersTest, AreDroppedWhenTheyAreTooMany) {
+TEST(KeptSearchAnswers, AreDroppedWhenTheyAreTooMany) {
   KeptAnswers kept;
   for (std::size_t number = 0; number <= KeptAnswers::kCapacity; ++number)
     kept.keep(state(), state(), std::to_string(number), answer("x"));
@@ -79,7 +79,7 @@ TEST(KeptAnswersTest, AreDroppedWhenTheyAreTooMany) {
   EXPECT_NE(kept.find(state(), std::to_string(KeptAnswers::kCapacity)), std::nullopt);
 }
 
-TEST(KeptAnswersTest, KeysOfDifferentSearchesDiffer) {
+TEST(KeptSearchAnswers, KeysOfDifferentSearchesDiffer) {
   const std::vector<std::string> keys = {
       KeptAnswers::keyOf({"a", "b"}, "c", "d"), KeptAnswers::keyOf({"ab"}, "c", "d"),
       KeptAnswers::keyOf({"b", "a"}, "c", "d"), KeptAnswers::keyOf({"a"}, "c", "d"),
@@ -91,11 +91,11 @@ TEST(KeptAnswersTest, KeysOfDifferentSearchesDiffer) {
     for (std::size_t other = 0; other < one; ++other) EXPECT_NE(keys[one], keys[other]);
 }
 
-// On a database: an answer is kept when it comes although nobody can read the file.
+// On a database: an answer is stored on arrival although the file is not readable.
 
-class SearchesTest : public ::testing::Test {
+class DatabaseSearches : public ::testing::Test {
  protected:
-  SearchesTest() { addUser("anna", "5001"); }
+  DatabaseSearches() { addUser("anna", "5001"); }
 
   void addUser(const std::string& name, const std::string& id) {
     database_.use([&](LocalStore& store) {
@@ -127,7 +127,7 @@ class SearchesTest : public ::testing::Test {
   LocalDatabase database_{path_, std::chrono::milliseconds(0)};
 };
 
-TEST_F(SearchesTest, AreAnsweredFromWhatWasFoundBefore) {
+TEST_F(DatabaseSearches, AreAnsweredFromWhatWasFoundBefore) {
   EXPECT_FALSE(isKept("5001", "anna")) << "not found yet";
   EXPECT_EQ(nameOf("5001"), "anna");
   EXPECT_TRUE(isKept("5001", "anna"));
@@ -135,7 +135,7 @@ TEST_F(SearchesTest, AreAnsweredFromWhatWasFoundBefore) {
   EXPECT_TRUE(isKept("5002", ""));
 }
 
-TEST_F(SearchesTest, SeeOwnChanges) {
+TEST_F(DatabaseSearches, SeeOwnChanges) {
   EXPECT_EQ(nameOf("5002"), "");
   addUser("bert", "5002");
   EXPECT_EQ(nameOf("5002"), "bert");
@@ -143,7 +143,7 @@ TEST_F(SearchesTest, SeeOwnChanges) {
   EXPECT_EQ(nameOf("5002"), "");
 }
 
-TEST_F(SearchesTest, SeeEveryCommitOfAnotherProgram) {
+TEST_F(DatabaseSearches, SeeEveryCommitOfAnotherProgram) {
   constexpr int kCommits = 500;
   EXPECT_EQ(nameOf("5001"), "anna");
   for (int number = 0; number < kCommits; ++number) {
@@ -154,7 +154,7 @@ TEST_F(SearchesTest, SeeEveryCommitOfAnotherProgram) {
   }
 }
 
-TEST_F(SearchesTest, GoOnlyForwardWhileAnotherProgramCommits) {
+TEST_F(DatabaseSearches, GoOnlyForwardWhileAnotherProgramCommits) {
   byAnotherProgram("UPDATE vals SET value = '0' WHERE position = 0");
   const std::jthread writer([this] {
     SqliteConnection other(path_);
@@ -179,7 +179,7 @@ TEST_F(SearchesTest, GoOnlyForwardWhileAnotherProgramCommits) {
   }
 }
 
-TEST_F(SearchesTest, AreNotKeptForADatabaseWithAWriteAheadLog) {
+TEST_F(DatabaseSearches, AreNotKeptUnderWriteAheadLog) {
   EXPECT_EQ(nameOf("5001"), "anna");
   byAnotherProgram("PRAGMA journal_mode = WAL");
   SqliteConnection other(path_);
@@ -190,13 +190,13 @@ TEST_F(SearchesTest, AreNotKeptForADatabaseWithAWriteAheadLog) {
   }
 }
 
-TEST_F(SearchesTest, SeeAnotherFileAtThePath) {
+TEST_F(DatabaseSearches, SeeAnotherFileAtThePath) {
   EXPECT_EQ(nameOf("5001"), "anna");
   std::filesystem::remove(path_);
   EXPECT_EQ(nameOf("5001"), "");
 }
 
-TEST_F(SearchesTest, SeeACopyThatWasPutBack) {
+TEST_F(DatabaseSearches, SeeACopyThatWasPutBack) {
   const std::string copy = readWholeFile(path_);
   addUser("bert", "5002");
   EXPECT_EQ(nameOf("5002"), "bert");
@@ -204,13 +204,13 @@ TEST_F(SearchesTest, SeeACopyThatWasPutBack) {
   EXPECT_EQ(nameOf("5002"), "");
 }
 
-TEST_F(SearchesTest, AreNotAnsweredOverADamagedFile) {
+TEST_F(DatabaseSearches, AreNotAnsweredOverADamagedFile) {
   EXPECT_EQ(nameOf("5001"), "anna");
   writeWholeFile(path_, std::string(8192, 'x'));
   EXPECT_THROW(nameOf("5001"), DirectoryError);
 }
 
-TEST_F(SearchesTest, SeeARollBackOfAnotherProgram) {
+TEST_F(DatabaseSearches, SeeARollBackOfAnotherProgram) {
   SqliteConnection other(path_);
   other.execute("BEGIN IMMEDIATE");
   other.execute("UPDATE vals SET value = 'nobody' WHERE position = 0");

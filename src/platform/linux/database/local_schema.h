@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/database/sqlite_format.h"
+#include "platform/linux/database/sqlite_file.h"
 
 namespace paddock {
 
@@ -14,7 +14,7 @@ inline constexpr std::int64_t kRecordNameNumber = 1;
 
 const SqliteFormat& directoryFormat();
 
-// Opens the database at `path` as openSqliteFile says, its folded values up to date.
+// Opens the database at `path` as openSqliteFile does, with its folded values up to date.
 std::unique_ptr<SqliteConnection> openDirectoryDatabase(const std::string& path,
                                                         std::chrono::milliseconds timeout);
 

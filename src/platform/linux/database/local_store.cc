@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/directory.h"
-#include "platform/directory_schema.h"
 #include "platform/linux/database/local_schema.h"
 #include "platform/linux/process/case_fold.h"
 

@@ -1,8 +1,8 @@
-// The records of the local directory node, on an open database. One thread at a time.
+// The records of the local directory node, on an open database. Not thread-safe.
 //
 // Names and values that come in are text (see directory_values.h) unless said otherwise. Records
-// are named by their number, which is never given to another record. Every change is one
-// transaction of its own; what throws changed nothing. A number whose record is gone: ENOENT.
+// are identified by their number, which is never reused. Every change is a transaction of its own;
+// an operation that throws has changed nothing. ENOENT for the number of a deleted record.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ class LocalStore {
 
   SqliteConnection& connection() { return *connection_; }
 
-  // Tells this directory from every other one.
+  // Unique identifier of this directory.
   std::string identity();
 
   std::optional<RecordNumber> find(const std::string& name, const std::string& type);
@@ -36,12 +36,12 @@ class LocalStore {
                          const std::string& value);
   Array recordsWithName(const std::string& name, const std::vector<std::string>& attributes,
                         const std::string& type);
-  // Everything that the record has, RecordType included, in the order in which it was first set.
+  // All attributes of the record, RecordType included, in the order in which they were first set.
   std::vector<AttributeChange> read(RecordNumber record);
 
   RecordNumber create(const std::string& name, const std::string& type);
   void remove(RecordNumber record);
-  // A change that would change nothing is not written.
+  // A change without effect is not written.
   void change(RecordNumber record, const std::vector<AttributeChange>& changes);
 
   std::optional<std::string> passwordHash(RecordNumber record);
@@ -49,8 +49,8 @@ class LocalStore {
   // Every user's, by the first name of the record.
   std::unordered_map<std::string, std::string> passwordHashes();
 
-  // Whether a user, a group or a password has changed here since this was asked last. A record
-  // that was created counts from its first attribute on: a name alone is no account.
+  // Whether a user, a group or a password has changed here since the last call. A record that was
+  // created counts from its first attribute on: a name alone is no account.
   bool takeAccountChange() { return std::exchange(accountsChanged_, false); }
 
  private:

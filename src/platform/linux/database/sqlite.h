@@ -1,10 +1,10 @@
 // A thin RAII layer over libsqlite3.
 //
 // Every failure is thrown as DirectoryError with an errno as its status: EBUSY (locked by another
-// process past the busy timeout), EIO (damaged, or no database), ENOSPC, EROFS, ENOMEM, and
-// what the system said where it said more. Its text names the file.
+// process past the busy timeout), EIO (damaged, or no database), ENOSPC, EROFS, ENOMEM, and the
+// system's errno where there is one. Its text names the file.
 //
-// A connection and its statements belong to one thread at a time; whoever shares one locks.
+// A connection and its statements belong to one thread at a time; sharing requires a lock.
 #pragma once
 
 #include <array>
@@ -31,7 +31,7 @@ class SqliteConnection {
   ~SqliteConnection();
 
   const std::string& path() const { return path_; }
-  // What it is and where it stands.
+  // Its kind and path.
   std::string name() const { return kind_ + " " + path_; }
 
   // How long later calls wait for a lock of another connection.
@@ -46,9 +46,9 @@ class SqliteConnection {
   // Whether the file at the path is no longer the one that was opened.
   bool fileHasMoved();
   bool inTransaction() const;
-  // The part of the file's header that is another one after each commit of any connection. Takes
-  // no lock: inside a transaction it is that of what the transaction reads, outside it may be that
-  // of a commit on its way.
+  // The part of the file's header that changes with each commit of any connection. Takes no lock:
+  // inside a transaction it is that of what the transaction reads, outside it may be that of a
+  // commit in progress.
   using ChangeMark = std::array<unsigned char, 14>;
   ChangeMark changeMark();
   // Whether the file is shorter than its header says, which SQLite does not notice when its last
@@ -59,7 +59,7 @@ class SqliteConnection {
   [[noreturn]] void fail(int code) const;
 
  private:
-  // Bytes of the file, without a lock; those that it does not have are zero.
+  // Bytes of the file, without a lock; zero past its end.
   template <std::size_t Count>
   std::array<unsigned char, Count> bytes(std::int64_t offset);
 

@@ -23,31 +23,31 @@ struct LinuxDirectoryOptions {
   std::vector<LdapOptions> ldap = {};
   // How "/System" authenticates; without PAM, authenticating there raises ENOTSUP.
   std::optional<PamOptions> pam = PamOptions{};
-  // Whether, and where, the users and groups of "/Local" are given to the host. Every change of
+  // Whether, and where, the users and groups of "/Local" are exported to the host. Every change of
   // them is in the files when the call that made it returns.
   std::optional<ExtraUsersOptions> extraUsers = std::nullopt;
-  // Told of the nodes that a search had to do without; null: nobody is.
+  // Notified of nodes that a search skipped; may be null.
   std::shared_ptr<NodeObserver> observer = nullptr;
 };
 
 class LinuxDirectoryService final : public DirectoryService {
  public:
-  // Opens nothing yet, so that a damaged database keeps nothing else from working.
+  // Opens nothing yet, so that a damaged database does not affect anything else.
   explicit LinuxDirectoryService(const LinuxDirectoryOptions& options);
 
   std::unique_ptr<DirectorySession> openLocal() override;
 
-  // The node "/Local" with its passwords. Throws what opening it throws.
+  // The node "/Local" with its passwords. Propagates exceptions of opening it.
   std::shared_ptr<LocalDirectoryNode> openLocalNode();
 
-  // Catches up with what has changed, in "/Local" or in the host, without a call of this service.
-  // Does nothing where nothing can have; cheap enough for every second. Never throws: trouble is in
-  // the log.
+  // Applies changes in "/Local" or in the host that were made without a call of this service. Does
+  // nothing where nothing can have changed; cheap enough for every second. Never throws: failures
+  // are logged.
   void refreshExtraUsers() noexcept;
 
  private:
   std::shared_ptr<LocalDatabase> database_;
-  std::shared_ptr<ExtraUsers> extraUsers_;  // null: they are not given to the host
+  std::shared_ptr<ExtraUsers> extraUsers_;  // null: they are not exported to the host
   std::string adminGroup_;
   std::shared_ptr<const NodeList> nodes_;
   std::shared_ptr<NodeObserver> observer_;

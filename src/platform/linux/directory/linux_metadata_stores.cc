@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <ctime>
 
-#include "platform/clock.h"
-#include "platform/linux/directory/metadata_store_schema.h"
+#include "platform/linux/directory/stored_metadata.h"
 #include "platform/logger.h"
+#include "platform/machine_information.h"
 
 namespace paddock {
 
@@ -47,7 +47,7 @@ LinuxMetadataStores::LinuxMetadataStores(LinuxMetadataStoresOptions options)
 
 int LinuxMetadataStores::copyStorePaths(std::shared_ptr<const StorePaths>& paths) {
   paths = nullptr;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (const int error = update(); error != 0) return error;
   paths = std::shared_ptr<const StorePaths>(stores_, &stores_->paths());
   return 0;
@@ -55,7 +55,7 @@ int LinuxMetadataStores::copyStorePaths(std::shared_ptr<const StorePaths>& paths
 
 int LinuxMetadataStores::copyStoreAttributes(const std::string& path, Dictionary& attributes) {
   attributes = {};
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (const int error = update(); error != 0) return error;
   const Dictionary* found = stores_->attributes(path);
   if (found == nullptr) return ENOENT;
@@ -63,29 +63,30 @@ int LinuxMetadataStores::copyStoreAttributes(const std::string& path, Dictionary
   return 0;
 }
 
-int LinuxMetadataStores::setStoreAttributes(const std::string& path, const Dictionary& attributes) {
+template <typename Prepare>
+int LinuxMetadataStores::change(const std::string& path, const Dictionary& attributes,
+                                Prepare&& prepare) {
   if (const int error = metadata_store::argumentError(path, attributes); error != 0) return error;
-  const std::lock_guard lock(mutex_);
-  return attempt([&] {
-    SqliteConnection& database = connection();
+  const MutexLock lock(mutex_);
+  return attempt([&](SqliteConnection& database) {
     SqliteTransaction transaction(database, SqliteTransaction::Kind::write);
-    if (!hasStore(database, path)) return ENOENT;
+    if (const int error = prepare(database); error != 0) return error;
     merge(database, path, attributes);
     transaction.commit();
     return 0;
   });
 }
 
+int LinuxMetadataStores::setStoreAttributes(const std::string& path, const Dictionary& attributes) {
+  return change(path, attributes, [&path](SqliteConnection& database) {
+    return hasStore(database, path) ? 0 : ENOENT;
+  });
+}
+
 int LinuxMetadataStores::createStore(const std::string& path, const Dictionary& attributes) {
-  if (const int error = metadata_store::argumentError(path, attributes); error != 0) return error;
-  const std::lock_guard lock(mutex_);
-  return attempt([&] {
-    SqliteConnection& database = connection();
-    SqliteTransaction transaction(database, SqliteTransaction::Kind::write);
+  return change(path, attributes, [&path](SqliteConnection& database) {
     if (hasStore(database, path)) return EEXIST;
     database.statement("INSERT INTO stores(path, attributes) VALUES(?1, '{}')").bind(1, path).run();
-    merge(database, path, attributes);
-    transaction.commit();
     return 0;
   });
 }
@@ -138,13 +139,13 @@ int LinuxMetadataStores::readAgain(const FileState& file) {
   stores_ = nullptr;
   // SQLite's own cache does not notice a file that was overwritten by something else.
   connection_.reset();
-  return attempt([&] {
-    SqliteConnection& database = connection();
+  return attempt([&](SqliteConnection& database) {
+    mutex_.assertHeld();
     SqliteTransaction transaction(database, SqliteTransaction::Kind::read);
     auto stores = std::make_shared<const StoredMetadata>(database);
     mark_ = database.changeMark();
     transaction.commit();
-    // That of before: a file that changed meanwhile is read once more.
+    // The earlier state: a file that changed concurrently is read once more.
     file_ = file;
     stores_ = std::move(stores);
     return 0;
@@ -169,6 +170,7 @@ SqliteConnection& LinuxMetadataStores::connection() {
   } else {
     connection_.reset();
     const SqliteOpener open = [this] {
+      mutex_.assertHeld();
       return openSqliteFile(metadataStoreFormat(), path_, patience_.timeout());
     };
     connection_ = openFileInPlace(path_, open, opened_);
@@ -180,7 +182,7 @@ template <typename Work>
 int LinuxMetadataStores::attempt(Work&& work) {
   looked_.reset();
   try {
-    const int error = work();
+    const int error = work(connection());
     damage_.reset();
     reported_.clear();
     return error;
@@ -197,7 +199,7 @@ int LinuxMetadataStores::failed(const DirectoryError& error) {
   return status;
 }
 
-// Keeps look-ups from reading a damaged file again and again.
+// Keeps lookups from rereading a damaged file.
 void LinuxMetadataStores::noteDamage(int error) {
   connection_.reset();
   stores_ = nullptr;

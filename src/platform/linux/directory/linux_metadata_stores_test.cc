@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/linux/directory/metadata_store_schema.h"
-#include "platform/testing/fake_clock.h"
-#include "platform/testing/recording_logger.h"
+#include "platform/linux/directory/stored_metadata.h"
+#include "platform/testing/fake_machine_information.h"
+#include "platform/testing/recording_host_services.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -25,9 +25,9 @@ using ::testing::StartsWith;
 
 using Paths = std::vector<std::string>;
 
-class LinuxMetadataStoresTest : public ::testing::Test {
+class MetadataStoresFile : public ::testing::Test {
  protected:
-  LinuxMetadataStoresTest() { reopen(); }
+  MetadataStoresFile() { reopen(); }
 
   void reopen() { stores_ = std::make_unique<LinuxMetadataStores>(options()); }
   LinuxMetadataStoresOptions options() {
@@ -41,7 +41,7 @@ class LinuxMetadataStoresTest : public ::testing::Test {
     EXPECT_EQ(read(), 0);
     return copy_ != nullptr ? copy_->all() : Paths{"(null)"};
   }
-  // Sixty stores: enough that damage behind the first page is met.
+  // Sixty stores: enough that damage after the first page is detected.
   void createMany() {
     ASSERT_EQ(create("/srv/0"), 0);
     SqliteConnection(path_).execute(
@@ -69,14 +69,14 @@ class LinuxMetadataStoresTest : public ::testing::Test {
   std::shared_ptr<const StorePaths> copy_;
 };
 
-TEST_F(LinuxMetadataStoresTest, AMissingFileIsNoStoresAndReadingMakesNone) {
+TEST_F(MetadataStoresFile, MissingFileReadsEmptyAndIsNotCreated) {
   EXPECT_EQ(paths(), Paths());
   Dictionary attributes;
   EXPECT_EQ(stores_->copyStoreAttributes("/srv/a", attributes), ENOENT);
   EXPECT_FALSE(std::filesystem::exists(folder_.path("state")));
 }
 
-TEST_F(LinuxMetadataStoresTest, TheFirstChangeMakesTheFileForItsOwnerOnly) {
+TEST_F(MetadataStoresFile, FirstChangeCreatesFileForOwnerOnly) {
   const mode_t umask = ::umask(0);
   EXPECT_EQ(create("/srv/a"), 0);
   ::umask(umask);
@@ -84,7 +84,7 @@ TEST_F(LinuxMetadataStoresTest, TheFirstChangeMakesTheFileForItsOwnerOnly) {
   EXPECT_EQ(modeOf(folder_.path("state")), 0700U);
 }
 
-TEST_F(LinuxMetadataStoresTest, KeepsStoresThroughARestart) {
+TEST_F(MetadataStoresFile, KeepsStoresThroughARestart) {
   EXPECT_EQ(create("/srv/a"), 0);
   reopen();
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
@@ -93,7 +93,7 @@ TEST_F(LinuxMetadataStoresTest, KeepsStoresThroughARestart) {
   EXPECT_EQ(attributes, (Dictionary{{kSearchLevel, kLevelReadWrite}}));
 }
 
-TEST_F(LinuxMetadataStoresTest, IsWhatItsFormatSays) {
+TEST_F(MetadataStoresFile, IsWhatItsFormatSays) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(stores_->createStore("/srv/b", {}), 0);
   SqliteConnection file(path_);
@@ -108,7 +108,7 @@ TEST_F(LinuxMetadataStoresTest, IsWhatItsFormatSays) {
   EXPECT_FALSE(rows.step());
 }
 
-TEST_F(LinuxMetadataStoresTest, WhatIsNoTextIsPassedOver) {
+TEST_F(MetadataStoresFile, WhatIsNoTextIsPassedOver) {
   EXPECT_EQ(create("/srv/a"), 0);
   SqliteConnection(path_).execute(
       R"(UPDATE stores SET attributes = '{"n":1,"b":true,"z":null,"t":"x","o":{},"":"e"}')");
@@ -117,7 +117,7 @@ TEST_F(LinuxMetadataStoresTest, WhatIsNoTextIsPassedOver) {
   EXPECT_EQ(attributes, (Dictionary{{"t", "x"}}));
 }
 
-TEST_F(LinuxMetadataStoresTest, WhatIsNoObjectIsAStoreWithoutAttributes) {
+TEST_F(MetadataStoresFile, NonObjectIsStoreWithoutAttributes) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(create("/srv/b"), 0);
   for (const char* broken : {"''", "'x'", "'[\"t\"]'", "'\"t\"'", "'{\"a\"'", "x'00'", "7"}) {
@@ -134,7 +134,7 @@ TEST_F(LinuxMetadataStoresTest, WhatIsNoObjectIsAStoreWithoutAttributes) {
   }
 }
 
-TEST_F(LinuxMetadataStoresTest, ChangesOfAnotherProgramAreSeenAtOnce) {
+TEST_F(MetadataStoresFile, ChangesOfAnotherProgramAreSeenAtOnce) {
   EXPECT_EQ(create("/srv/a"), 0);
   LinuxMetadataStores other(options());
   for (int i = 0; i < 20; ++i) {
@@ -146,7 +146,7 @@ TEST_F(LinuxMetadataStoresTest, ChangesOfAnotherProgramAreSeenAtOnce) {
   }
 }
 
-TEST_F(LinuxMetadataStoresTest, AChangeThatLeavesTimeAndSizeIsSeen) {
+TEST_F(MetadataStoresFile, ChangePreservingTimeAndSizeIsSeen) {
   EXPECT_EQ(stores_->createStore("/srv/a", {{"step", "1"}}), 0);
   setTimeOfChange(1'000'000);
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
@@ -157,7 +157,7 @@ TEST_F(LinuxMetadataStoresTest, AChangeThatLeavesTimeAndSizeIsSeen) {
   EXPECT_EQ(paths(), (Paths{"/srv/b"}));
 }
 
-TEST_F(LinuxMetadataStoresTest, AFileWithAnotherTimeIsReadAgain) {
+TEST_F(MetadataStoresFile, AFileWithAnotherTimeIsReadAgain) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(paths().size(), 1U);
   const auto first = copy_;
@@ -166,7 +166,7 @@ TEST_F(LinuxMetadataStoresTest, AFileWithAnotherTimeIsReadAgain) {
   EXPECT_NE(copy_, first);
 }
 
-TEST_F(LinuxMetadataStoresTest, AnotherJournalModeIsBusyNeverOutOfDate) {
+TEST_F(MetadataStoresFile, OtherJournalModeReturnsBusyNeverStaleData) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(paths().size(), 1U);
   {
@@ -181,7 +181,7 @@ TEST_F(LinuxMetadataStoresTest, AnotherJournalModeIsBusyNeverOutOfDate) {
   EXPECT_EQ(paths().size(), 3U);
 }
 
-TEST_F(LinuxMetadataStoresTest, AFileThatWasRemovedIsNoStoresAndIsMadeAgain) {
+TEST_F(MetadataStoresFile, RemovedFileReadsEmptyAndIsRecreated) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(paths().size(), 1U);
   std::filesystem::remove_all(folder_.path("state"));
@@ -192,7 +192,7 @@ TEST_F(LinuxMetadataStoresTest, AFileThatWasRemovedIsNoStoresAndIsMadeAgain) {
   EXPECT_EQ(paths(), (Paths{"/srv/b"}));
 }
 
-TEST_F(LinuxMetadataStoresTest, AFileThatWasReplacedIsReadInstead) {
+TEST_F(MetadataStoresFile, AFileThatWasReplacedIsReadInstead) {
   EXPECT_EQ(create("/srv/a"), 0);
   std::filesystem::copy_file(path_, folder_.path("backup"));
   EXPECT_EQ(create("/srv/b"), 0);
@@ -204,7 +204,7 @@ TEST_F(LinuxMetadataStoresTest, AFileThatWasReplacedIsReadInstead) {
   EXPECT_EQ(paths(), (Paths{"/srv/a", "/srv/c"}));
 }
 
-TEST_F(LinuxMetadataStoresTest, AnEmptyFileBecomesADatabase) {
+TEST_F(MetadataStoresFile, AnEmptyFileBecomesADatabase) {
   std::filesystem::create_directory(folder_.path("state"));
   overwrite("");
   EXPECT_EQ(paths(), Paths());
@@ -212,7 +212,7 @@ TEST_F(LinuxMetadataStoresTest, AnEmptyFileBecomesADatabase) {
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
 }
 
-TEST_F(LinuxMetadataStoresTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
+TEST_F(MetadataStoresFile, NonDatabaseFileIsRefusedAndLeftAlone) {
   std::filesystem::create_directory(folder_.path("state"));
   const std::string text(5000, 'x');
   overwrite(text);
@@ -224,7 +224,7 @@ TEST_F(LinuxMetadataStoresTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
   EXPECT_EQ(bytes(), text);
 }
 
-TEST_F(LinuxMetadataStoresTest, ADatabaseOfSomethingElseIsRefusedAndLeftAlone) {
+TEST_F(MetadataStoresFile, ForeignDatabaseIsRefusedAndLeftAlone) {
   std::filesystem::create_directory(folder_.path("state"));
   overwrite("");
   SqliteConnection(path_).execute("CREATE TABLE stores(path, attributes)");
@@ -235,7 +235,7 @@ TEST_F(LinuxMetadataStoresTest, ADatabaseOfSomethingElseIsRefusedAndLeftAlone) {
   EXPECT_THAT(logger_.lines().at(0).text, HasSubstr(path_ + " is not a metadata store database"));
 }
 
-TEST_F(LinuxMetadataStoresTest, ANewerFormatIsRefusedAndLeftAlone) {
+TEST_F(MetadataStoresFile, ANewerFormatIsRefusedAndLeftAlone) {
   EXPECT_EQ(create("/srv/a"), 0);
   SqliteConnection(path_).execute("PRAGMA user_version = 99");
   reopen();
@@ -246,7 +246,7 @@ TEST_F(LinuxMetadataStoresTest, ANewerFormatIsRefusedAndLeftAlone) {
   EXPECT_THAT(logger_.lines().at(0).text, HasSubstr("has the format 99"));
 }
 
-TEST_F(LinuxMetadataStoresTest, ADamagedFileIsLeftAloneAndItsRepairIsNoticed) {
+TEST_F(MetadataStoresFile, DamagedFileIsLeftAloneAndRepairDetected) {
   createMany();
   const std::string whole = bytes();
   std::string damaged = whole;
@@ -261,7 +261,7 @@ TEST_F(LinuxMetadataStoresTest, ADamagedFileIsLeftAloneAndItsRepairIsNoticed) {
   EXPECT_EQ(paths().size(), 60U);
 }
 
-TEST_F(LinuxMetadataStoresTest, AFileCutAtAnyPageIsDamagedOrEmpty) {
+TEST_F(MetadataStoresFile, FileTruncatedAtAnyPageIsDamaged) {
   createMany();
   const std::string whole = bytes();
   for (std::size_t length = 512; length < whole.size(); length += 512) {
@@ -273,7 +273,7 @@ TEST_F(LinuxMetadataStoresTest, AFileCutAtAnyPageIsDamagedOrEmpty) {
   }
 }
 
-TEST_F(LinuxMetadataStoresTest, DamageIsKnownUntilTheFileChanges) {
+TEST_F(MetadataStoresFile, DamageIsKnownUntilTheFileChanges) {
   createMany();
   const std::string whole = bytes();
   std::string damaged = whole;
@@ -281,7 +281,7 @@ TEST_F(LinuxMetadataStoresTest, DamageIsKnownUntilTheFileChanges) {
   overwrite(damaged);
   setTimeOfChange(1'000'000);
   EXPECT_EQ(read(), EIO);
-  // As long as the file looks the same, it is not even opened.
+  // While the file's status is unchanged, it is not even opened.
   overwrite(whole);
   setTimeOfChange(1'000'000);
   EXPECT_EQ(read(), EIO);
@@ -289,7 +289,7 @@ TEST_F(LinuxMetadataStoresTest, DamageIsKnownUntilTheFileChanges) {
   EXPECT_EQ(paths().size(), 60U);
 }
 
-TEST_F(LinuxMetadataStoresTest, AChangeTriesADamagedFileAnew) {
+TEST_F(MetadataStoresFile, AChangeTriesADamagedFileAnew) {
   createMany();
   const std::string whole = bytes();
   overwrite(std::string(whole.size(), '\x5A'));
@@ -301,7 +301,7 @@ TEST_F(LinuxMetadataStoresTest, AChangeTriesADamagedFileAnew) {
   EXPECT_EQ(paths().size(), 61U);
 }
 
-TEST_F(LinuxMetadataStoresTest, APathThatCannotBeOpenedGivesItsErrno) {
+TEST_F(MetadataStoresFile, UnopenablePathReturnsErrno) {
   std::filesystem::create_directories(path_);
   EXPECT_EQ(read(), EISDIR);
   EXPECT_EQ(create("/srv/a"), EISDIR);
@@ -311,7 +311,7 @@ TEST_F(LinuxMetadataStoresTest, APathThatCannotBeOpenedGivesItsErrno) {
   EXPECT_EQ(create("/srv/a"), ENOTDIR);
 }
 
-TEST_F(LinuxMetadataStoresTest, WhatWasReadIsKnownWhileAnotherProgramHoldsTheLock) {
+TEST_F(MetadataStoresFile, ReadStoresStayAvailableDuringForeignLock) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(paths().size(), 1U);
   SqliteConnection other(path_);
@@ -322,7 +322,7 @@ TEST_F(LinuxMetadataStoresTest, WhatWasReadIsKnownWhileAnotherProgramHoldsTheLoc
   EXPECT_EQ(create("/srv/b"), 0);
 }
 
-TEST_F(LinuxMetadataStoresTest, ALockThatStaysIsWaitedForOnce) {
+TEST_F(MetadataStoresFile, ALockThatStaysIsWaitedForOnce) {
   EXPECT_EQ(create("/srv/a"), 0);
   reopen();
   SqliteConnection other(path_);
@@ -337,7 +337,7 @@ TEST_F(LinuxMetadataStoresTest, ALockThatStaysIsWaitedForOnce) {
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
 }
 
-TEST_F(LinuxMetadataStoresTest, WhatIsWrongIsLoggedWhenItIsFirstMet) {
+TEST_F(MetadataStoresFile, FaultIsLoggedOnFirstOccurrence) {
   EXPECT_EQ(create("/srv/a"), 0);
   const std::string whole = bytes();
   overwrite(std::string(5000, 'x'));
@@ -353,7 +353,7 @@ TEST_F(LinuxMetadataStoresTest, WhatIsWrongIsLoggedWhenItIsFirstMet) {
   EXPECT_EQ(logger_.lines().size(), 2U);
 }
 
-TEST_F(LinuxMetadataStoresTest, NoTransactionStaysOpenBetweenCalls) {
+TEST_F(MetadataStoresFile, NoTransactionStaysOpenBetweenCalls) {
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(create("/srv/a"), EEXIST);
   EXPECT_EQ(stores_->setStoreAttributes("/srv/b", {}), ENOENT);
@@ -363,7 +363,7 @@ TEST_F(LinuxMetadataStoresTest, NoTransactionStaysOpenBetweenCalls) {
   other.execute("ROLLBACK");
 }
 
-TEST_F(LinuxMetadataStoresTest, SeveralThreadsAndTwoConnectionsShareTheFile) {
+TEST_F(MetadataStoresFile, SeveralThreadsAndTwoConnectionsShareTheFile) {
   LinuxMetadataStores other({.path = path_, .patience = std::chrono::seconds(20)});
   LinuxMetadataStores one({.path = path_, .patience = std::chrono::seconds(20)});
   std::vector<std::thread> threads;
@@ -382,10 +382,10 @@ TEST_F(LinuxMetadataStoresTest, SeveralThreadsAndTwoConnectionsShareTheFile) {
   EXPECT_EQ(paths().size(), 30U);
 }
 
-// With a clock the file is not looked at in each call.
-class MetadataStoresClockTest : public LinuxMetadataStoresTest {
+// With a clock the file is not checked in each call.
+class MetadataStoresClock : public MetadataStoresFile {
  protected:
-  MetadataStoresClockTest() {
+  MetadataStoresClock() {
     LinuxMetadataStoresOptions clocked = options();
     clocked.clock = &clock_;
     stores_ = std::make_unique<LinuxMetadataStores>(clocked);
@@ -394,7 +394,7 @@ class MetadataStoresClockTest : public LinuxMetadataStoresTest {
   FakeClock clock_;
 };
 
-TEST_F(MetadataStoresClockTest, ChangesOfAnotherProgramAreSeenTenMillisecondsLater) {
+TEST_F(MetadataStoresClock, ForeignChangesAreSeenAfterTenMilliseconds) {
   EXPECT_EQ(other_.createStore("/srv/a", {}), 0);
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
   EXPECT_EQ(other_.createStore("/srv/b", {}), 0);
@@ -408,7 +408,7 @@ TEST_F(MetadataStoresClockTest, ChangesOfAnotherProgramAreSeenTenMillisecondsLat
   EXPECT_EQ(paths().size(), 3U);
 }
 
-TEST_F(MetadataStoresClockTest, OwnChangesAreSeenAtOnceAndOthersWithThem) {
+TEST_F(MetadataStoresClock, OwnChangeRevealsItselfAndOthersAtOnce) {
   EXPECT_EQ(paths(), Paths());
   EXPECT_EQ(create("/srv/a"), 0);
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
@@ -420,7 +420,7 @@ TEST_F(MetadataStoresClockTest, OwnChangesAreSeenAtOnceAndOthersWithThem) {
   EXPECT_EQ(paths(), (Paths{"/srv/a", "/srv/b"}));
 }
 
-TEST_F(MetadataStoresClockTest, AChangeThatFailsLooksAtTheFileAgain) {
+TEST_F(MetadataStoresClock, FailedChangeRereadsFile) {
   EXPECT_EQ(other_.createStore("/srv/a", {}), 0);
   EXPECT_EQ(paths().size(), 1U);
   EXPECT_EQ(other_.createStore("/srv/b", {}), 0);
@@ -428,7 +428,7 @@ TEST_F(MetadataStoresClockTest, AChangeThatFailsLooksAtTheFileAgain) {
   EXPECT_EQ(paths().size(), 2U);
 }
 
-TEST_F(MetadataStoresClockTest, FailuresAreNotTrusted) {
+TEST_F(MetadataStoresClock, FailuresAreNotTrusted) {
   EXPECT_EQ(other_.createStore("/srv/a", {}), 0);
   const std::string whole = bytes();
   overwrite(std::string(whole.size(), 'x'));
@@ -437,7 +437,7 @@ TEST_F(MetadataStoresClockTest, FailuresAreNotTrusted) {
   EXPECT_EQ(paths(), (Paths{"/srv/a"}));
 }
 
-TEST_F(LinuxMetadataStoresTest, ManyStoresAreReadOnceForManyLookUps) {
+TEST_F(MetadataStoresFile, ManyLookupsReadManyStoresOnce) {
   EXPECT_EQ(create("/srv/first"), 0);
   SqliteConnection(path_).execute(
       "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) "

@@ -14,7 +14,7 @@
 
 #include "base/system_call.h"
 #include "platform/directory.h"
-#include "platform/linux/database/sqlite_format.h"
+#include "platform/linux/database/sqlite_file.h"
 #include "platform/linux/files/path_walk.h"
 #include "platform/logger.h"
 
@@ -146,7 +146,7 @@ SqliteConnection& LinuxSharedFolders::connection() {
 // 0, or the errno of what is thrown, which is logged.
 template <typename Work>
 int LinuxSharedFolders::use(Work work) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   try {
     work(connection());
     return 0;

@@ -1,12 +1,12 @@
-// Shared folders, remembered in a small SQLite database of their own
-// (docs/formats/shared-folders.md). Nothing is opened before the first call; a missing file
-// remembers nothing, and comes into being with the first folder.
+// Shared folders, recorded in a small SQLite database of their own
+// (docs/formats/shared-folders.md). Nothing is opened before the first call; a missing file is
+// empty, and is created with the first folder.
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "base/mutex.h"
 #include "platform/linux/database/sqlite.h"
 #include "platform/linux/database/sqlite_file.h"
 #include "platform/shared_folders.h"
@@ -17,8 +17,7 @@ class Logger;
 
 class LinuxSharedFolders final : public SharedFolders {
  public:
-  // `logger`, where it is said what is wrong with the database, outlives this object; null:
-  // nowhere.
+  // `logger` receives errors of the database and must outlive this object; may be null.
   LinuxSharedFolders(std::string path, Logger* logger);
 
   int remember(const std::string& path, const std::string& name) override;
@@ -26,16 +25,16 @@ class LinuxSharedFolders final : public SharedFolders {
   SharedFolder compare(const std::string& path, const std::string& name) override;
 
  private:
-  SqliteConnection& connection();
+  SqliteConnection& connection() PADDOCK_REQUIRES(mutex_);
   template <typename Work>
   int use(Work work);
   bool hasFile() const;
 
   const std::string path_;
   Logger* const logger_;
-  std::mutex mutex_;
-  std::unique_ptr<SqliteConnection> connection_;
-  SqliteFileIdentity opened_;
+  Mutex mutex_;
+  std::unique_ptr<SqliteConnection> connection_ PADDOCK_GUARDED_BY(mutex_);
+  SqliteFileIdentity opened_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

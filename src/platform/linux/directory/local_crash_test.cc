@@ -9,9 +9,9 @@
 #include <fstream>
 #include <functional>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/directory/local_node.h"
 #include "support/own_mounts.h"
 
@@ -49,18 +49,18 @@ int waitFor(pid_t child) {
   return status;
 }
 
-class LocalCrashTest : public ::testing::Test {
+class LocalDatabaseCrash : public ::testing::Test {
  protected:
-  LocalCrashTest() {
+  LocalDatabaseCrash() {
     std::string name = (std::filesystem::temp_directory_path() / "paddock.XXXXXX").string();
     folder_ = ::mkdtemp(name.data());
   }
-  ~LocalCrashTest() override { std::filesystem::remove_all(folder_); }
+  ~LocalDatabaseCrash() override { std::filesystem::remove_all(folder_); }
 
   std::string path() const { return (folder_ / "directory.sqlite").string(); }
 
-  // Creates records, changes them all in one transaction each, removes some; tells `progress`
-  // the last number that was written whole.
+  // Creates records, changes them all in one transaction each, removes some; reports to `progress`
+  // the last number that was written completely.
   static int writeForever(const std::string& path, int progress) {
     const auto node = open(path);
     for (std::uint32_t number = 1;; ++number) {
@@ -111,7 +111,7 @@ class LocalCrashTest : public ::testing::Test {
   std::filesystem::path folder_;
 };
 
-TEST_F(LocalCrashTest, AKilledWriterLeavesWholeTransactions) {
+TEST_F(LocalDatabaseCrash, AKilledWriterLeavesWholeTransactions) {
   constexpr int kRounds = 25;
   for (int round = 0; round < kRounds; ++round) {
     int ends[2];
@@ -159,7 +159,7 @@ int writeUntil(const std::string& path, Status expected, const std::function<voi
   return all(*node).size() == found - 1 ? 0 : 4;
 }
 
-TEST_F(LocalCrashTest, AFullDiskIsReportedAndNothingIsLost) {
+TEST_F(LocalDatabaseCrash, FullDiskIsReportedWithoutLoss) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     mountTmpfs(folder_.string(), "1m");
@@ -169,19 +169,19 @@ TEST_F(LocalCrashTest, AFullDiskIsReportedAndNothingIsLost) {
   });
 }
 
-TEST_F(LocalCrashTest, AFileSizeLimitIsReportedAndNothingIsLost) {
+TEST_F(LocalDatabaseCrash, FileSizeLimitIsReportedWithoutLoss) {
   const pid_t child = inChild([&] {
     ::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{300'000, 300'000};
     if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 76;
-    return writeUntil(path(), EIO, [] {});  // SQLite does not tell this one apart
+    return writeUntil(path(), EIO, [] {});  // SQLite does not distinguish this error
   });
   const int status = waitFor(child);
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(LocalCrashTest, AnotherProcessesLockIsWaitedFor) {
+TEST_F(LocalDatabaseCrash, AnotherProcessesLockIsWaitedFor) {
   open(path())->newRecord("Docs", kShares);
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);

@@ -38,7 +38,7 @@ void LocalDatabase::open(std::chrono::milliseconds timeout) {
   identity_ = identity;
   store_ = std::move(store);
   answers_.clear();
-  isOpenFile();  // looks at it
+  isOpenFile();  // updates seen_
 }
 
 void LocalDatabase::noteFailure(const DirectoryError& error) {
@@ -66,6 +66,7 @@ DatabaseState LocalDatabase::stateOf(LocalStore& store) const {
 Array LocalDatabase::recordsWithValue(const std::vector<std::string>& types,
                                       const std::string& attribute, const std::string& value) {
   return use([&](LocalStore& store) {
+    mutex_.assertHeld();
     const std::string key = KeptAnswers::keyOf(types, attribute, value);
     const DatabaseState before = stateOf(store);
     if (auto kept = answers_.find(before, key)) return std::move(*kept);

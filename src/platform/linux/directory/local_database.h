@@ -8,15 +8,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/value.h"
 #include "platform/directory.h"
 #include "platform/linux/database/kept_answers.h"
 #include "platform/linux/database/local_store.h"
-#include "platform/linux/database/lock_patience.h"
 #include "platform/linux/database/sqlite_file.h"
 
 namespace paddock {
@@ -24,7 +23,7 @@ namespace paddock {
 class LocalDatabase {
  public:
   // Opens nothing yet. A call of `use` waits for other threads, and up to `patience` for other
-  // processes' locks, as LockPatience says.
+  // processes' locks, see LockPatience.
   explicit LocalDatabase(std::string path,
                          std::chrono::milliseconds patience = std::chrono::seconds(5));
 
@@ -35,13 +34,13 @@ class LocalDatabase {
   using AccountListener = std::function<void(LocalStore&)>;
   void onAccountChange(AccountListener listener) { accountListener_ = std::move(listener); }
 
-  // Runs work(LocalStore&) with the database open and nobody else using it, and returns what it
-  // returns. Opens the file when it is not open, and when the file at the path has become
-  // another one or has gone. An error that may come from the file or the connection closes it, so
-  // that the next call finds a repaired file. No transaction outlives the call.
+  // Calls work(LocalStore&) with exclusive use of the open database, and returns its result. Opens
+  // the file when it is not open, and when the file at the path was replaced or removed. An error
+  // that may come from the file or the connection closes it, so that the next call finds a repaired
+  // file. No transaction outlives the call.
   template <typename Work>
   auto use(Work&& work) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     LocalStore& store = opened();
     try {
       const AccountNotice notice(*this, store);
@@ -52,17 +51,20 @@ class LocalDatabase {
     }
   }
 
-  // LocalStore's `recordsWithValue` as by `use`; the same search of an unchanged database is
-  // answered from what was found before.
+  // LocalStore's `recordsWithValue` as by `use`; a repeated search of an unchanged database is
+  // answered from a cache.
   Array recordsWithValue(const std::vector<std::string>& types, const std::string& attribute,
                          const std::string& value);
 
-  // Counts the directories that were found at the path; read it inside `use`. A record's number
-  // means nothing in another generation.
-  std::uint64_t generation() const { return generation_; }
+  // Counts the directories found at the path; read it inside `use`. Record numbers are not valid
+  // across generations.
+  std::uint64_t generation() const {
+    mutex_.assertHeld();
+    return generation_;
+  }
 
  private:
-  // Its end tells the listener, when there is something to tell.
+  // Its destructor notifies the listener of changes, if any.
   class AccountNotice {
    public:
     AccountNotice(LocalDatabase& database, LocalStore& store)
@@ -79,24 +81,24 @@ class LocalDatabase {
     LocalStore& store_;
   };
 
-  LocalStore& opened();
-  void open(std::chrono::milliseconds timeout);
-  void noteFailure(const DirectoryError& error);
-  bool isOpenFile();
-  DatabaseState stateOf(LocalStore& store) const;
+  LocalStore& opened() PADDOCK_REQUIRES(mutex_);
+  void open(std::chrono::milliseconds timeout) PADDOCK_REQUIRES(mutex_);
+  void noteFailure(const DirectoryError& error) PADDOCK_REQUIRES(mutex_);
+  bool isOpenFile() PADDOCK_REQUIRES(mutex_);
+  DatabaseState stateOf(LocalStore& store) const PADDOCK_REQUIRES(mutex_);
 
   const std::string path_;
   AccountListener accountListener_;
-  std::mutex mutex_;
-  std::unique_ptr<LocalStore> store_;
-  LockPatience patience_;
-  KeptAnswers answers_;
-  // What was seen of the file at the path when it was looked at last.
-  struct stat seen_ {};
+  Mutex mutex_;
+  std::unique_ptr<LocalStore> store_ PADDOCK_GUARDED_BY(mutex_);
+  LockPatience patience_ PADDOCK_GUARDED_BY(mutex_);
+  KeptAnswers answers_ PADDOCK_GUARDED_BY(mutex_);
+  // The last stat(2) of the file at the path.
+  struct stat seen_ PADDOCK_GUARDED_BY(mutex_) {};
   // The file that was opened last, and the identity of the directory in it.
-  SqliteFileIdentity file_;
-  std::string identity_;
-  std::uint64_t generation_ = 0;
+  SqliteFileIdentity file_ PADDOCK_GUARDED_BY(mutex_);
+  std::string identity_ PADDOCK_GUARDED_BY(mutex_);
+  std::uint64_t generation_ PADDOCK_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace paddock

@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/database/local_schema.h"
 #include "platform/linux/directory/local_node.h"
 
@@ -38,8 +38,8 @@ Failure failureOf(Work&& work) {
   return {};
 }
 
-// While one lives, the first statement of a text that a connection opened since then begins is
-// preceded by some work, done once.
+// During its lifetime, the first execution of a given statement on a connection opened since its
+// construction is preceded by one call of `work`.
 class Interruption {
  public:
   Interruption(std::string sql, std::function<void()> work) {
@@ -72,15 +72,15 @@ class Interruption {
   static inline std::function<void()> work_;
 };
 
-class LocalDatabaseTest : public ::testing::Test {
+class LocalDatabaseFile : public ::testing::Test {
  protected:
-  LocalDatabaseTest() {
+  LocalDatabaseFile() {
     std::string name = (std::filesystem::temp_directory_path() / "paddock.XXXXXX").string();
     folder_ = ::mkdtemp(name.data());
     path_ = (folder_ / "state" / "directory.sqlite").string();
     database_ = std::make_shared<LocalDatabase>(path_, milliseconds(300));
   }
-  ~LocalDatabaseTest() override {
+  ~LocalDatabaseFile() override {
     database_.reset();
     std::filesystem::remove_all(folder_);
   }
@@ -112,7 +112,7 @@ class LocalDatabaseTest : public ::testing::Test {
   std::shared_ptr<LocalDatabase> database_;
 };
 
-TEST_F(LocalDatabaseTest, IsCreatedForItsOwnerOnlyWithItsFolder) {
+TEST_F(LocalDatabaseFile, IsCreatedWithFolderForOwnerOnly) {
   const mode_t umask = ::umask(0);
   add("Docs");
   ::umask(umask);
@@ -122,13 +122,13 @@ TEST_F(LocalDatabaseTest, IsCreatedForItsOwnerOnlyWithItsFolder) {
     EXPECT_EQ(modeOf(entry.path()), 0600U) << entry.path();
 }
 
-TEST_F(LocalDatabaseTest, KeepsRecordsThroughARestart) {
+TEST_F(LocalDatabaseFile, KeepsRecordsThroughARestart) {
   add("Docs");
   reopen();
   EXPECT_TRUE(has("docs"));
 }
 
-TEST_F(LocalDatabaseTest, NothingButTheOneFileHoldsTheDirectory) {
+TEST_F(LocalDatabaseFile, NothingButTheOneFileHoldsTheDirectory) {
   add("Docs");
   std::filesystem::copy_file(path_, folder_ / "copy");
   std::filesystem::remove_all(folder_ / "state");
@@ -138,7 +138,7 @@ TEST_F(LocalDatabaseTest, NothingButTheOneFileHoldsTheDirectory) {
   EXPECT_TRUE(has("Docs"));
 }
 
-TEST_F(LocalDatabaseTest, AFileThatWasRemovedIsCreatedAgain) {
+TEST_F(LocalDatabaseFile, AFileThatWasRemovedIsCreatedAgain) {
   const auto before = node();
   const auto held = before->newRecord("Docs", kShares);
   std::filesystem::remove(path_);
@@ -150,7 +150,7 @@ TEST_F(LocalDatabaseTest, AFileThatWasRemovedIsCreatedAgain) {
   EXPECT_TRUE(has("New"));
 }
 
-TEST_F(LocalDatabaseTest, AFolderThatWasRemovedIsCreatedAgain) {
+TEST_F(LocalDatabaseFile, AFolderThatWasRemovedIsCreatedAgain) {
   add("Docs");
   std::filesystem::remove_all(folder_ / "state");
   add("New");
@@ -158,7 +158,7 @@ TEST_F(LocalDatabaseTest, AFolderThatWasRemovedIsCreatedAgain) {
   EXPECT_TRUE(has("New"));
 }
 
-TEST_F(LocalDatabaseTest, AFileThatWasReplacedIsReadInstead) {
+TEST_F(LocalDatabaseFile, AFileThatWasReplacedIsReadInstead) {
   add("Old");
   std::filesystem::copy_file(path_, folder_ / "backup");
   add("Newer");
@@ -172,7 +172,7 @@ TEST_F(LocalDatabaseTest, AFileThatWasReplacedIsReadInstead) {
   EXPECT_TRUE(has("Another"));
 }
 
-TEST_F(LocalDatabaseTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
+TEST_F(LocalDatabaseFile, NonDatabaseFileIsRefusedAndLeftAlone) {
   std::filesystem::create_directory(folder_ / "state");
   const std::string text(5000, 'x');
   overwrite(text);
@@ -182,7 +182,7 @@ TEST_F(LocalDatabaseTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
   EXPECT_EQ(bytes(), text);
 }
 
-TEST_F(LocalDatabaseTest, ADatabaseOfSomethingElseIsRefusedAndLeftAlone) {
+TEST_F(LocalDatabaseFile, ForeignDatabaseIsRefusedAndLeftAlone) {
   std::filesystem::create_directory(folder_ / "state");
   overwrite("");
   SqliteConnection(path_).execute("CREATE TABLE other(a)");
@@ -193,7 +193,7 @@ TEST_F(LocalDatabaseTest, ADatabaseOfSomethingElseIsRefusedAndLeftAlone) {
   EXPECT_EQ(bytes(), before);
 }
 
-TEST_F(LocalDatabaseTest, ANewerFormatIsRefusedAndLeftAlone) {
+TEST_F(LocalDatabaseFile, ANewerFormatIsRefusedAndLeftAlone) {
   add("Docs");
   reopen();
   SqliteConnection(path_).execute("PRAGMA user_version = 99");
@@ -205,14 +205,14 @@ TEST_F(LocalDatabaseTest, ANewerFormatIsRefusedAndLeftAlone) {
   EXPECT_EQ(bytes(), before);
 }
 
-TEST_F(LocalDatabaseTest, AnEmptyFileBecomesADirectory) {
+TEST_F(LocalDatabaseFile, AnEmptyFileBecomesADirectory) {
   std::filesystem::create_directory(folder_ / "state");
   overwrite("");
   add("Docs");
   EXPECT_TRUE(has("Docs"));
 }
 
-TEST_F(LocalDatabaseTest, ATruncatedFileIsDamagedAndLeftAlone) {
+TEST_F(LocalDatabaseFile, ATruncatedFileIsDamagedAndLeftAlone) {
   for (int i = 0; i < 50; ++i) add("record " + std::to_string(i));
   reopen();
   const std::string whole = bytes();
@@ -223,7 +223,7 @@ TEST_F(LocalDatabaseTest, ATruncatedFileIsDamagedAndLeftAlone) {
   EXPECT_EQ(bytes(), whole.substr(0, whole.size() / 2));
 }
 
-TEST_F(LocalDatabaseTest, ADamagedFileIsNotOverwrittenAndItsRepairIsNoticed) {
+TEST_F(LocalDatabaseFile, DamagedFileIsNotOverwrittenAndRepairDetected) {
   for (int i = 0; i < 50; ++i) add("record " + std::to_string(i));
   reopen();
   const std::string whole = bytes();
@@ -239,7 +239,7 @@ TEST_F(LocalDatabaseTest, ADamagedFileIsNotOverwrittenAndItsRepairIsNoticed) {
   EXPECT_TRUE(has("record 1"));
 }
 
-TEST_F(LocalDatabaseTest, DamageWhileTheFileIsOpenIsAnErrorAndItsRepairIsNoticed) {
+TEST_F(LocalDatabaseFile, DamageToOpenFileFailsAndRepairDetected) {
   for (int i = 0; i < 50; ++i) add("record " + std::to_string(i));
   const std::string whole = bytes();
   overwrite(std::string(whole.size(), '\x5A'));
@@ -249,7 +249,7 @@ TEST_F(LocalDatabaseTest, DamageWhileTheFileIsOpenIsAnErrorAndItsRepairIsNoticed
   EXPECT_TRUE(has("record 1"));
 }
 
-TEST_F(LocalDatabaseTest, APathThatCannotBeOpenedGivesItsErrno) {
+TEST_F(LocalDatabaseFile, UnopenablePathReturnsErrno) {
   std::filesystem::create_directories(path_);
   EXPECT_EQ(failureOf([&] { node(); }).status, EISDIR);
   std::filesystem::remove_all(folder_ / "state");
@@ -257,7 +257,7 @@ TEST_F(LocalDatabaseTest, APathThatCannotBeOpenedGivesItsErrno) {
   EXPECT_EQ(failureOf([&] { node(); }).status, ENOTDIR);
 }
 
-TEST_F(LocalDatabaseTest, AChangeThatChangesNothingWritesNothing) {
+TEST_F(LocalDatabaseFile, AChangeThatChangesNothingWritesNothing) {
   const auto record = node()->newRecord("Docs", kShares);
   record->setAttributesAndValues({{"a", "1"}, {"b", Array{"1", "2"}}});
   const auto before = lastWritten();
@@ -272,7 +272,7 @@ TEST_F(LocalDatabaseTest, AChangeThatChangesNothingWritesNothing) {
   EXPECT_NE(lastWritten(), before);
 }
 
-TEST_F(LocalDatabaseTest, AChangeThatChangesNothingIsMadeWhileAnotherProgramWrites) {
+TEST_F(LocalDatabaseFile, EmptyChangeSucceedsDuringForeignWrite) {
   const auto record = node()->newRecord("Docs", kShares);
   record->setAttribute("a", "1");
   SqliteConnection other(path_);
@@ -281,7 +281,7 @@ TEST_F(LocalDatabaseTest, AChangeThatChangesNothingIsMadeWhileAnotherProgramWrit
   EXPECT_EQ(failureOf([&] { record->setAttribute("a", "2"); }).status, EBUSY);
 }
 
-TEST_F(LocalDatabaseTest, ALockThatIsNotReleasedIsBusyAfterThePatience) {
+TEST_F(LocalDatabaseFile, HeldLockReturnsBusyAfterPatience) {
   add("Docs");
   SqliteConnection other(path_);
   other.execute("BEGIN EXCLUSIVE");
@@ -294,7 +294,7 @@ TEST_F(LocalDatabaseTest, ALockThatIsNotReleasedIsBusyAfterThePatience) {
   EXPECT_FALSE(has("New"));
 }
 
-TEST_F(LocalDatabaseTest, ALockThatStaysIsWaitedForOnce) {
+TEST_F(LocalDatabaseFile, ALockThatStaysIsWaitedForOnce) {
   add("Docs");
   SqliteConnection other(path_);
   other.execute("BEGIN EXCLUSIVE");
@@ -307,7 +307,7 @@ TEST_F(LocalDatabaseTest, ALockThatStaysIsWaitedForOnce) {
   EXPECT_TRUE(has("Docs")) << "a lock that is gone is not in the way";
 }
 
-TEST_F(LocalDatabaseTest, WaitingThreadsShareThePatience) {
+TEST_F(LocalDatabaseFile, WaitingThreadsShareThePatience) {
   add("Docs");
   SqliteConnection other(path_);
   other.execute("BEGIN EXCLUSIVE");
@@ -323,7 +323,7 @@ TEST_F(LocalDatabaseTest, WaitingThreadsShareThePatience) {
   other.execute("ROLLBACK");
 }
 
-TEST_F(LocalDatabaseTest, NoTransactionStaysOpenBetweenCalls) {
+TEST_F(LocalDatabaseFile, NoTransactionStaysOpenBetweenCalls) {
   const auto record = node()->newRecord("Docs", kShares);
   record->setAttribute("a", "1");
   record->getAllAttributesAndValues();
@@ -333,7 +333,7 @@ TEST_F(LocalDatabaseTest, NoTransactionStaysOpenBetweenCalls) {
   other.execute("ROLLBACK");
 }
 
-TEST_F(LocalDatabaseTest, NumbersOfAttributesAreForgottenWhenTheirTransactionFails) {
+TEST_F(LocalDatabaseFile, FailedTransactionForgetsAttributeNumbers) {
   const auto other = node()->newRecord("Other", kShares);
   const auto record = node()->newRecord("Docs", kShares);
   EXPECT_EQ(failureOf([&] {
@@ -347,7 +347,7 @@ TEST_F(LocalDatabaseTest, NumbersOfAttributesAreForgottenWhenTheirTransactionFai
   EXPECT_EQ(node()->findRecord("Docs", kShares)->getAttribute("another new one"), Array{"2"});
 }
 
-TEST_F(LocalDatabaseTest, AnotherProgramsNewAttributesAreRead) {
+TEST_F(LocalDatabaseFile, AnotherProgramsNewAttributesAreRead) {
   const auto record = node()->newRecord("Docs", kShares);
   openLocalNode(std::make_shared<LocalDatabase>(path_), "paddock")
       ->findRecord("Docs", kShares)
@@ -355,7 +355,7 @@ TEST_F(LocalDatabaseTest, AnotherProgramsNewAttributesAreRead) {
   EXPECT_EQ(record->getAttribute("written elsewhere"), Array{"1"});
 }
 
-TEST_F(LocalDatabaseTest, ValuesFoldedByAnotherUnicodeVersionAreFoldedAgain) {
+TEST_F(LocalDatabaseFile, ValuesOfOtherUnicodeVersionAreRefolded) {
   add("Docs");
   reopen();
   {
@@ -371,7 +371,7 @@ TEST_F(LocalDatabaseTest, ValuesFoldedByAnotherUnicodeVersionAreFoldedAgain) {
   EXPECT_FALSE(has("stale"));
 }
 
-TEST_F(LocalDatabaseTest, SixteenThreadsShareTheConnection) {
+TEST_F(LocalDatabaseFile, SixteenThreadsShareTheConnection) {
   std::vector<std::thread> threads;
   threads.reserve(16);
   for (int thread = 0; thread < 16; ++thread)
@@ -391,7 +391,7 @@ TEST_F(LocalDatabaseTest, SixteenThreadsShareTheConnection) {
       32U);
 }
 
-TEST_F(LocalDatabaseTest, TwoConnectionsOfOneProcessShareTheFile) {
+TEST_F(LocalDatabaseFile, TwoConnectionsOfOneProcessShareTheFile) {
   const auto other = std::make_shared<LocalDatabase>(path_, std::chrono::seconds(20));
   database_ = std::make_shared<LocalDatabase>(path_, std::chrono::seconds(20));
   std::vector<std::thread> threads;
@@ -411,7 +411,7 @@ TEST_F(LocalDatabaseTest, TwoConnectionsOfOneProcessShareTheFile) {
       40U);
 }
 
-TEST_F(LocalDatabaseTest, ADirectoryThatAnotherProgramMakesWhileItIsOpenedIsNoForeignFile) {
+TEST_F(LocalDatabaseFile, DirectoryCreatedConcurrentlyIsNoForeignFile) {
   LocalDatabase other(path_, milliseconds(0));
   const Interruption interruption("PRAGMA user_version", [&other] {
     static_cast<void>(failureOf([&other] { other.use([](LocalStore&) {}); }));
@@ -422,7 +422,7 @@ TEST_F(LocalDatabaseTest, ADirectoryThatAnotherProgramMakesWhileItIsOpenedIsNoFo
   EXPECT_EQ(failureOf([&other] { other.use([](LocalStore&) {}); }).text, "");
 }
 
-TEST_F(LocalDatabaseTest, MigrationsRunInOrderAndOnlyTheMissingOnes) {
+TEST_F(LocalDatabaseFile, OnlyMissingMigrationsRunInOrder) {
   add("Docs");
   reopen();
   SqliteConnection connection(path_);
@@ -437,7 +437,7 @@ TEST_F(LocalDatabaseTest, MigrationsRunInOrderAndOnlyTheMissingOnes) {
   EXPECT_EQ(connection.queryInteger("SELECT count(*) FROM records"), 1);
 }
 
-TEST_F(LocalDatabaseTest, AMigrationThatFailsLeavesTheOldFormat) {
+TEST_F(LocalDatabaseFile, AMigrationThatFailsLeavesTheOldFormat) {
   add("Docs");
   reopen();
   SqliteConnection connection(path_);
@@ -450,7 +450,7 @@ TEST_F(LocalDatabaseTest, AMigrationThatFailsLeavesTheOldFormat) {
   EXPECT_EQ(connection.queryInteger("SELECT count(*) FROM sqlite_schema WHERE name = 'second'"), 0);
 }
 
-TEST_F(LocalDatabaseTest, PasswordsAreKeptAsHashes) {
+TEST_F(LocalDatabaseFile, PasswordsAreKeptAsHashes) {
   node()->newRecord("anna", schema::kUsers);
   node()->setPassword("anna", "correct horse battery");
   EXPECT_EQ(bytes().find("correct horse battery"), std::string::npos);
@@ -460,7 +460,7 @@ TEST_F(LocalDatabaseTest, PasswordsAreKeptAsHashes) {
   EXPECT_EQ(node()->authenticateName("anna", "correct horse battery", true), 0);
 }
 
-TEST_F(LocalDatabaseTest, OnlyAnAdministratorSetsPasswordsAfterAuthenticating) {
+TEST_F(LocalDatabaseFile, OnlyAnAdministratorSetsPasswordsAfterAuthenticating) {
   node()->newRecord("anna", schema::kUsers);
   node()->setPassword("anna", "first");
   const auto local = node();

@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <system_error>
 
-#include "platform/directory_schema.h"
-#include "platform/linux/accounts/admin_rights.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/password_hash.h"
+#include "platform/linux/accounts/user_groups.h"
 #include "platform/linux/directory/local_record.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/search_node.h"

@@ -18,9 +18,9 @@ class LocalDirectoryNode : public DirectoryNode {
   virtual void setPassword(const std::string& user, const std::string& password) = 0;
 };
 
-// Opens the node. Throws what keeps the database from being opened. Users who authenticate may
-// write when they are root or members of `adminGroup`, as the name service or the node's own
-// group of that name say. The observer has each test of a password made.
+// Opens the node. Propagates exceptions of opening the database. Authenticated users may write when
+// they are root or members of `adminGroup`, by the name service or the node's own group of that
+// name. Each password check goes through the observer.
 std::shared_ptr<LocalDirectoryNode> openLocalNode(std::shared_ptr<LocalDatabase> database,
                                                   std::string adminGroup,
                                                   std::shared_ptr<NodeObserver> observer = nullptr);

@@ -11,7 +11,7 @@
 
 namespace paddock {
 
-// What a node object shares with the records that it handed out.
+// State shared by a node object and the records that it returned.
 struct LocalAccess {
   explicit LocalAccess(std::shared_ptr<LocalDatabase> database_) : database(std::move(database_)) {}
 
@@ -42,7 +42,7 @@ class LocalRecord final : public DirectoryRecord {
  private:
   std::vector<AttributeChange> read() const;
   void change(const std::vector<AttributeChange>& changes);
-  // Throws ENOENT when the record belongs to a file that is no longer the database.
+  // Throws ENOENT when the record belongs to a file that has been replaced as the database.
   void requireSameDirectory() const;
 
   std::shared_ptr<LocalAccess> access_;

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 #include "platform/linux/directory/linux_metadata_stores.h"
 #include "support/temporary_folder.h"
@@ -20,8 +20,8 @@ constexpr std::uint32_t kPaths = 7;
 
 std::string pathOf(std::uint32_t number) { return "/srv/" + std::to_string(number % kPaths); }
 
-// Gives one path after the other two attributes of one number, and tells `progress` the last one
-// that was written whole.
+// Sets two attributes with one number on one path after the other, and reports to `progress` the
+// last one that was written completely.
 int writeForever(const std::string& file, int progress) {
   LinuxMetadataStores stores({.path = file});
   for (std::uint32_t number = 1;; ++number) {
@@ -62,7 +62,7 @@ std::uint32_t requireWhole(const std::string& file) {
   return largest;
 }
 
-TEST(MetadataStoresCrashTest, AKilledWriterLeavesWholeStores) {
+TEST(MetadataStoresCrash, AKilledWriterLeavesWholeStores) {
   const TestFolder folder;
   const std::string file = folder.path("metadata-stores.sqlite");
   constexpr int kRounds = 20;

@@ -13,8 +13,8 @@ const Dictionary* StoredMetadata::attributes(const std::string& path) const {
 }
 
 StoredMetadata::Attributes StoredMetadata::read(SqliteConnection& connection) {
-  // A store without attributes has one row, whose name is NULL. What somebody wrote by hand that is
-  // no object of texts is passed over.
+  // A store without attributes has one row, whose name is NULL. A manually written value that is no
+  // object of texts is ignored.
   SqliteStatement rows = connection.statement(
       "SELECT s.path, a.key, a.value FROM stores s LEFT JOIN "
       "json_each(CASE WHEN json_valid(s.attributes) THEN s.attributes ELSE '{}' END) a "
@@ -33,6 +33,25 @@ std::vector<std::string> StoredMetadata::pathsOf(const Attributes& attributes) {
   paths.reserve(attributes.size());
   for (const auto& store : attributes) paths.push_back(store.first);
   return paths;
+}
+
+namespace {
+
+constexpr std::int64_t kApplicationId = 0x50644D73;  // "PdMs"
+
+constexpr const char* kVersion1 = R"sql(
+-- attributes: a JSON object of texts.
+CREATE TABLE stores(
+  path TEXT PRIMARY KEY NOT NULL,
+  attributes TEXT NOT NULL
+) WITHOUT ROWID;
+)sql";
+
+}  // namespace
+
+const SqliteFormat& metadataStoreFormat() {
+  static const SqliteFormat format{"metadata store database", kApplicationId, {kVersion1}};
+  return format;
 }
 
 }  // namespace paddock

@@ -1,4 +1,4 @@
-// All metadata stores of the database at one moment. Never changes.
+// Immutable snapshot of all metadata stores of the database.
 #pragma once
 
 #include <string>
@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/linux/database/sqlite.h"
+#include "platform/linux/database/sqlite_file.h"
 #include "platform/metadata_stores.h"
 
 namespace paddock {
@@ -30,5 +31,8 @@ class StoredMetadata {
   Attributes attributes_;
   StorePaths paths_;
 };
+
+// The file format of the metadata stores: docs/formats/metadata-stores.md.
+const SqliteFormat& metadataStoreFormat();
 
 }  // namespace paddock

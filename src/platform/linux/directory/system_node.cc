@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <functional>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/directory/system_records.h"
 #include "platform/linux/process/case_fold.h"
 #include "platform/search_node.h"
@@ -144,7 +144,7 @@ class SystemNode final : public DirectoryNode {
     refuse();
   }
 
-  // Nothing is kept: nobody changes this node.
+  // No state is kept: this node is read-only.
   Status authenticateName(const std::string& name, const std::string& password, bool) override {
     if (password.empty()) return EACCES;
     if (!pam_) throw DirectoryError(ENOTSUP, "authentication on /System is switched off");

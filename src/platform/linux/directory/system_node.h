@@ -6,10 +6,10 @@
 // and GroupMembership; both have RecordType and the GeneratedUID computed from the id. What is
 // not UTF-8 text is left out.
 //
-// Names and ids are looked up before anything is enumerated, so that users of a switch which
-// enumerates nobody are found: an entry whose name is exactly the one asked for, or
-// the first with the id, is then the whole answer. Names in other letter case and all other
-// attributes match what the switch enumerates.
+// Names and ids are looked up before anything is enumerated, so that users of a switch without
+// enumeration are found: an entry whose name is exactly the one asked for, or the first with the
+// id, is then the complete answer. Names in other letter case and all other attributes match among
+// the enumerated entries.
 #pragma once
 
 #include <memory>
@@ -21,8 +21,8 @@
 
 namespace paddock {
 
-// Users authenticate through PAM; without `pam`, authenticating raises ENOTSUP. The observer has
-// each test of a password made.
+// Users authenticate through PAM; without `pam`, authenticating raises ENOTSUP. Each password check
+// goes through the observer.
 std::shared_ptr<DirectoryNode> makeSystemNode(std::optional<PamOptions> pam,
                                               std::shared_ptr<NodeObserver> observer = nullptr);
 

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <thread>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/nss.h"
 #include "platform/linux/directory/system_records.h"
 
@@ -24,7 +24,7 @@ std::optional<std::string> realNameOf(const std::string& name) {
       ->getAttributeFirstValue(schema::kRealName);
 }
 
-TEST(SystemNodeTest, TheRealNameIsTheCommentUpToItsFirstComma) {
+TEST(SystemNodeListing, RealNameIsCommentUpToFirstComma) {
   for (const NssUser& user : nssUsers()) {
     const std::string expected = user.comment.substr(0, user.comment.find(','));
     if (expected.empty())
@@ -34,7 +34,7 @@ TEST(SystemNodeTest, TheRealNameIsTheCommentUpToItsFirstComma) {
   }
 }
 
-TEST(SystemNodeTest, EveryUserAndGroupOfTheSwitchIsListedInItsOrder) {
+TEST(SystemNodeListing, NameServiceUsersAndGroupsKeepListingOrder) {
   std::vector<std::string> expected;
   for (const NssUser& user : nssUsers()) expected.push_back(user.name);
   std::vector<std::string> listed;
@@ -48,13 +48,13 @@ TEST(SystemNodeTest, EveryUserAndGroupOfTheSwitchIsListedInItsOrder) {
             nssGroups().size());
 }
 
-TEST(SystemNodeTest, UsersAndGroupsAreSearchedTogether) {
+TEST(SystemNodeListing, UsersAndGroupsAreSearchedTogether) {
   const Array answers = makeSystemNode({})->findRecordsOfTypes({schema::kGroups, schema::kUsers},
                                                                schema::kRecordName, "root", kExact);
   EXPECT_EQ(answers.size(), 2U);
 }
 
-TEST(SystemNodeTest, EnumeratingInParallelGivesEveryoneEachTime) {
+TEST(SystemNodeListing, EnumeratingInParallelGivesEveryoneEachTime) {
   const std::size_t users = nssUsers().size();
   const std::size_t groups = nssGroups().size();
   std::vector<std::thread> threads;
@@ -68,7 +68,7 @@ TEST(SystemNodeTest, EnumeratingInParallelGivesEveryoneEachTime) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST(SystemNodeTest, AuthenticatesThroughPam) {
+TEST(SystemNodeListing, AuthenticatesThroughPam) {
   std::string folder = (std::filesystem::temp_directory_path() / "paddock.XXXXXX").string();
   ASSERT_NE(::mkdtemp(folder.data()), nullptr);
   std::ofstream(folder + "/permitting") << "auth required pam_permit.so\n"
@@ -83,7 +83,7 @@ TEST(SystemNodeTest, AuthenticatesThroughPam) {
   std::filesystem::remove_all(folder);
 }
 
-TEST(SystemNodeTest, WithoutPamItCannotAuthenticate) {
+TEST(SystemNodeListing, WithoutPamItCannotAuthenticate) {
   try {
     makeSystemNode({})->authenticateName("root", "x", true);
     FAIL();

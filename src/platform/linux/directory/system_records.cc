@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <limits>
 
-#include "base/computed_guid.h"
+#include "base/guid.h"
 #include "base/text.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/accounts/nss.h"
 
 namespace paddock {

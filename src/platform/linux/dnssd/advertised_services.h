@@ -1,4 +1,4 @@
-// Which services this host itself advertises over DNS-SD, as the Avahi daemon tells it.
+// The services that this host itself advertises over DNS-SD, as reported by the Avahi daemon.
 #pragma once
 
 #include <chrono>
@@ -9,9 +9,9 @@ namespace paddock {
 struct AdvertisedService {
   enum class Outcome {
     found,     // `name` is what the service is called on the network
-    notFound,  // the daemon knows of none, until the time was over
+    notFound,  // the daemon reported none within the time limit
     noDaemon,  // no Avahi daemon runs
-    unknown,   // `reason` says why it could not be asked
+    unknown,   // the query failed, see `reason`
   };
   Outcome outcome = Outcome::unknown;
   std::string name;
@@ -20,7 +20,7 @@ struct AdvertisedService {
 
 // Waits until this host advertises a service of the type ("_adisk._tcp") with a string in its TXT
 // record that holds `text`, no longer than `limit`. A call of Avahi's library that takes longer
-// goes on by itself, and its answer is dropped. Any thread.
+// continues in the background, and its answer is dropped. Thread-safe.
 AdvertisedService findAdvertised(const std::string& type, const std::string& text,
                                  std::chrono::milliseconds limit);
 

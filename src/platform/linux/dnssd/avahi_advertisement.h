@@ -1,8 +1,7 @@
-// A service that is kept published: under the next free name when another has its name, and under
-// the host's present name.
+// Keeps a service published: under the next free name on a collision, and under the host's current
+// name.
 //
-// Everything here is called with the lock of the poll thread held, and may take long, as
-// avahi_connection.h says.
+// All functions require the lock of the poll thread, and may block (see avahi_connection.h).
 #pragma once
 
 #include <chrono>
@@ -18,28 +17,28 @@ class AvahiAdvertisement {
  public:
   using Time = std::chrono::steady_clock::time_point;
   enum class State {
-    pending,       // it is probed for, or there is something to wait for
-    published,     // others see it
-    refused,       // the daemon does not take it: `error`
-    disconnected,  // the connection is of no use any more: `error`
+    pending,       // being probed, or waiting
+    published,     // visible on the network
+    refused,       // rejected by the daemon: `error`
+    disconnected,  // the connection is no longer usable: `error`
   };
 
-  // `description` has nothing wrong. `changed` as AvahiEntry has it.
+  // Precondition: `description` is valid. `changed` as in AvahiEntry.
   AvahiAdvertisement(ServiceDescription description, std::function<void()> changed);
 
   const ServiceDescription& description() const { return description_; }
 
-  // Does what there is to do; the daemon is running. One that was refused is tried again with
+  // Advances the publication. Precondition: the daemon is running. A refused one is retried with
   // another TXT record.
   State maintain(AvahiConnection& connection, const Data& txt, Time now);
   // Both end the publication; it can be maintained again.
   void withdraw();
-  void forget();  // as AvahiEntry has it
+  void forget();  // as in AvahiEntry
 
-  // Under which it is published or probed for; empty before.
+  // The name that it is published or probed under; empty before.
   const std::string& name() const { return name_; }
   int error() const { return error_; }
-  // When there is something to do without a change of the state.
+  // When `maintain` is due without a change of the state.
   std::optional<Time> due() const { return notBefore_; }
 
  private:
@@ -53,8 +52,8 @@ class AvahiAdvertisement {
   const std::function<void()> changed_;
   std::optional<AvahiEntry> entry_;
   Data txt_;
-  std::string host_;  // all of the host's name that the entry was made with
-  std::string base_;  // the name that `name_` began as
+  std::string host_;  // the full host name that the entry was created with
+  std::string base_;  // the original of `name_`
   std::string name_;
   int collisions_ = 0;
   std::optional<Time> notBefore_;

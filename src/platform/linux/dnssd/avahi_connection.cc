@@ -1,5 +1,7 @@
 #include "platform/linux/dnssd/avahi_connection.h"
 
+#include <stdexcept>
+
 namespace paddock::dns_sd {
 
 namespace {
@@ -35,5 +37,17 @@ void AvahiConnection::stateChanged(AvahiClient* client, AvahiClientState state, 
   if (state == AVAHI_CLIENT_FAILURE) self.error_ = avahi_client_errno(client);
   self.changed_();
 }
+
+AvahiPollThread::AvahiPollThread() : poll_(avahi_threaded_poll_new()) {
+  if (!poll_ || avahi_threaded_poll_start(poll_.get()) < 0)
+    throw std::runtime_error("the thread for Avahi cannot be started");
+}
+
+AvahiPollThread::~AvahiPollThread() { avahi_threaded_poll_stop(poll_.get()); }
+
+void AvahiPollThread::lock() { avahi_threaded_poll_lock(poll_.get()); }
+void AvahiPollThread::unlock() { avahi_threaded_poll_unlock(poll_.get()); }
+
+const AvahiPoll* AvahiPollThread::api() { return avahi_threaded_poll_get(poll_.get()); }
 
 }  // namespace paddock::dns_sd

@@ -9,7 +9,7 @@
 
 #include "base/text.h"
 #include "platform/linux/dnssd/avahi_connection.h"
-#include "platform/txt_record.h"
+#include "platform/net_service.h"
 
 namespace paddock::dns_sd {
 

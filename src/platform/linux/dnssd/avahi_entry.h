@@ -1,8 +1,7 @@
-// A service that is given to the Avahi daemon under one name.
+// A service registered with the Avahi daemon under one name.
 //
-// Everything here but `wrongIn` is called with the lock of the poll thread held, and may take long,
-// as avahi_connection.h says. Numbers of errors are those of avahi-common/error.h.
-// See avahi-client/publish.h.
+// All functions but `wrongIn` require the lock of the poll thread, and may block (see
+// avahi_connection.h). Error numbers are those of avahi-common/error.h. See avahi-client/publish.h.
 #pragma once
 
 #include <avahi-client/publish.h>
@@ -26,8 +25,8 @@ struct ServiceDescription {
   friend bool operator==(const ServiceDescription&, const ServiceDescription&) = default;
 };
 
-// What is wrong with a description, 0 when nothing is. One that is wrong is never handed to the
-// library, which ends the process when a text is not UTF-8.
+// Validates a description: 0 or an error. An invalid one is never passed to the library, which
+// aborts the process when a text is not UTF-8.
 int wrongIn(const ServiceDescription& description);
 
 class AvahiEntry {
@@ -38,19 +37,20 @@ class AvahiEntry {
              std::function<void()> changed);
   AvahiEntry(const AvahiEntry&) = delete;
   AvahiEntry& operator=(const AvahiEntry&) = delete;
-  // Withdraws the service, unless it was forgotten.
+  // Withdraws the service, unless `forget` was called.
   ~AvahiEntry() = default;
 
-  // Begins to publish. 0, or an error: AVAHI_ERR_COLLISION when this host has the name already.
+  // Starts publishing. Returns 0, or an error: AVAHI_ERR_COLLISION when this host has the name
+  // already.
   int publish(AvahiConnection& connection, const Data& txt);
-  // Of a service whose publication began. 0, or an error.
+  // Precondition: publishing was started. Returns 0 or an error.
   int setTxt(const Data& txt);
-  // Leaves the service to the end of the connection, which must come next.
+  // Leaves the withdrawal to the end of the connection, which must come next.
   void forget() { (void)group_.release(); }
 
   // AVAHI_ENTRY_GROUP_COLLISION when another host has the name.
   AvahiEntryGroupState state() const { return state_; }
-  // Why the state is AVAHI_ENTRY_GROUP_FAILURE.
+  // The error of the state AVAHI_ENTRY_GROUP_FAILURE.
   int error() const { return error_; }
 
  private:

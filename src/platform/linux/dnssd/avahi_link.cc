@@ -3,8 +3,8 @@
 #include <avahi-common/error.h>
 
 #include <stdexcept>
+#include <utility>
 
-#include "platform/linux/dnssd/dns_sd_log.h"
 #include "platform/logger.h"
 
 namespace paddock::dns_sd {
@@ -49,5 +49,21 @@ void AvahiLink::pauseAfter(const std::string& reason) {
   retry_ = std::chrono::steady_clock::now() + pauses_.pause();
   log_.warnOnce("The Avahi daemon cannot be reached, and is tried again: " + reason);
 }
+
+void DnsSdLog::log(int priority, const std::string& text) {
+  const MutexLock lock(mutex_);
+  if (logger_ != nullptr) logger_->log(priority, "paddock_sharing: " + text);
+}
+
+void DnsSdLog::close() {
+  const MutexLock lock(mutex_);
+  logger_ = nullptr;
+}
+
+void DnsSdLog::warnOnce(const std::string& text) {
+  if (warned_.insert(text).second) log(kLogWarning, text);
+}
+
+bool DnsSdLog::troubleIsOver() { return !std::exchange(warned_, {}).empty(); }
 
 }  // namespace paddock::dns_sd

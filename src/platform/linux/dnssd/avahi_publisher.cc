@@ -21,7 +21,7 @@ void AvahiPublisher::publish(const std::shared_ptr<Order>& order) {
 }
 
 void AvahiPublisher::start() {
-  const std::lock_guard lock(threadMutex_);
+  const MutexLock lock(threadMutex_);
   if (isClosed_ || thread_.joinable()) return;
   try {
     thread_ = std::thread([self = shared_from_this()] {
@@ -36,7 +36,7 @@ void AvahiPublisher::start() {
 void AvahiPublisher::close() {
   orders_.close();
   log_.close();
-  const std::lock_guard lock(threadMutex_);
+  const MutexLock lock(threadMutex_);
   isClosed_ = true;
   if (!thread_.joinable()) return;
   if (orders_.waitForEnd(kFarewell))

@@ -1,12 +1,11 @@
-// Orders of services, and the thread that carries them out from the first publication on.
+// Orders of services, and the thread that executes them, started with the first publication.
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <thread>
 
-#include "platform/linux/dnssd/back_off.h"
-#include "platform/linux/dnssd/dns_sd_log.h"
+#include "base/mutex.h"
+#include "platform/linux/dnssd/avahi_link.h"
 #include "platform/linux/dnssd/service_orders.h"
 
 namespace paddock::dns_sd {
@@ -18,10 +17,10 @@ class AvahiPublisher : public std::enable_shared_from_this<AvahiPublisher> {
   AvahiPublisher& operator=(const AvahiPublisher&) = delete;
 
   ServiceOrders& orders() { return orders_; }
-  // Any thread may call.
+  // Thread-safe.
   void publish(const std::shared_ptr<Order>& order);
-  // Withdraws everything. Waits a moment for the thread, which goes on by itself when it waits for
-  // the daemon, and keeps this object alive until then.
+  // Withdraws everything. Waits a moment for the thread, which continues in the background when it
+  // waits for the daemon, and keeps this object alive until then.
   void close();
 
  private:
@@ -30,9 +29,9 @@ class AvahiPublisher : public std::enable_shared_from_this<AvahiPublisher> {
   ServiceOrders orders_;
   DnsSdLog log_;
   const BackOff pauses_;
-  std::mutex threadMutex_;
-  std::thread thread_;
-  bool isClosed_ = false;
+  Mutex threadMutex_;
+  std::thread thread_ PADDOCK_GUARDED_BY(threadMutex_);
+  bool isClosed_ PADDOCK_GUARDED_BY(threadMutex_) = false;
 };
 
 }  // namespace paddock::dns_sd

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "base/printable.h"
-#include "platform/linux/dnssd/dns_sd_log.h"
+#include "base/text.h"
+#include "platform/linux/dnssd/avahi_link.h"
 #include "platform/linux/dnssd/txt_prefix.h"
 #include "platform/logger.h"
 
@@ -49,7 +49,7 @@ std::optional<AvahiWorker::Time> AvahiWorker::pass() {
   tell();
   if (jobs_.empty() && !link_.isConnected()) return std::nullopt;
   if (AvahiPollThread* poll = link_.pollThread()) {
-    const std::lock_guard lock(*poll);
+    const std::lock_guard lock(*poll);  // Avahi's own, which guards nothing of ours
     carryOn(now);
   }
   tell();
@@ -134,7 +134,7 @@ void AvahiWorker::withdrawUnwanted(Time now) {
   }
 }
 
-// The next one. What was refused has not been published, so its end is not told.
+// The next one. A refused order was not published, so its end is not reported.
 AvahiWorker::Jobs::iterator AvahiWorker::end(Jobs::iterator job) {
   if (!job->saidRefused)
     notices_.emplace_back([this, order = job->wish.order] { orders_.tellDidStop(*order); });

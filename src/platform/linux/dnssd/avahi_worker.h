@@ -1,9 +1,9 @@
 // The thread that advertises what callers have ordered.
 //
-// It makes and replaces the connection, and does every call of Avahi's client library, because each
-// may wait half a minute for a bus or a daemon that does not answer. The library's own thread only
-// notes changes of state and wakes this one. Of the two locks, the one of the poll thread is around
-// the library, and the one of the orders is taken under it.
+// It creates and replaces the connection, and makes every call of Avahi's client library, because
+// each may block half a minute for a bus or a daemon that does not answer. The library's own thread
+// only records changes of state and wakes this one. Lock order: the poll thread's lock, which
+// protects the library, before the lock of the orders.
 #pragma once
 
 #include <chrono>
@@ -23,25 +23,25 @@ class DnsSdLog;
 
 class AvahiWorker {
  public:
-  // Both outlive it.
+  // Orders and log must outlive this object.
   AvahiWorker(ServiceOrders& orders, DnsSdLog& log, BackOff pauses);
   AvahiWorker(const AvahiWorker&) = delete;
   AvahiWorker& operator=(const AvahiWorker&) = delete;
 
-  // Until the orders are closed; everything is withdrawn then.
+  // Runs until the orders are closed; everything is then withdrawn.
   void run();
 
  private:
   using Time = std::chrono::steady_clock::time_point;
 
-  // A publication that is carried on.
+  // A publication in progress.
   struct Job {
     explicit Job(Wish began) : wish(std::move(began)) {}
     const ServiceDescription& description() const { return wish.order->description; }
     bool isActive() const { return !unwantedSince && advertisement; }
 
     Wish wish;
-    std::unique_ptr<AvahiAdvertisement> advertisement;  // null: its description is wrong
+    std::unique_ptr<AvahiAdvertisement> advertisement;  // null: invalid description
     std::optional<Time> unwantedSince;
     std::string loggedName;
     std::shared_ptr<const Data> measured;  // of which `txt` is what fits
@@ -52,11 +52,11 @@ class AvahiWorker {
   using Jobs = std::vector<Job>;
 
   std::optional<Time> pass();
-  // What callers want now.
+  // Applies the current orders.
   void followWishes(Time now);
   void begin(const Wish& wish);
   std::unique_ptr<AvahiAdvertisement> takeOver(const ServiceDescription& description);
-  // With the lock of the poll thread.
+  // Requires the lock of the poll thread.
   void carryOn(Time now);
   void withdrawUnwanted(Time now);
   Jobs::iterator end(Jobs::iterator job);
@@ -64,7 +64,7 @@ class AvahiWorker {
   bool maintain(Job& job, Time now);
   void disconnect(int error);
   void letGo();
-  // What came of it.
+  // Records the outcome.
   void notePublished(Job& job);
   void noteRefused(Job& job, int error);
   void measureTxt(Job& job);
@@ -77,7 +77,7 @@ class AvahiWorker {
   DnsSdLog& log_;
   AvahiLink link_;
   Jobs jobs_;
-  // What delegates are to be told, once no lock is held.
+  // Pending delegate notifications, to be sent when no lock is held.
   std::vector<std::function<void()>> notices_;
 };
 

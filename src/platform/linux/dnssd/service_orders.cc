@@ -5,7 +5,7 @@
 namespace paddock::dns_sd {
 
 void ServiceOrders::publish(const std::shared_ptr<Order>& order) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (closed_ || (order->wanted && !order->refused)) return;
   if (!order->wanted) wanted_.push_back(order);
   order->wanted = true;
@@ -15,7 +15,7 @@ void ServiceOrders::publish(const std::shared_ptr<Order>& order) {
 }
 
 void ServiceOrders::stop(const std::shared_ptr<Order>& order) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!order->wanted) return;
   order->wanted = false;
   wanted_.erase(std::find(wanted_.begin(), wanted_.end(), order));
@@ -23,33 +23,35 @@ void ServiceOrders::stop(const std::shared_ptr<Order>& order) {
 }
 
 void ServiceOrders::setTxt(Order& order, std::shared_ptr<const Data> txt) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   order.txt = std::move(txt);
   wakeLocked();
 }
 
 void ServiceOrders::setDelegate(Order& order, NetServiceDelegate* delegate) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   order.delegate = delegate;
-  waitForCall(lock, &order);
+  waitForCall(&order);
 }
 
 void ServiceOrders::close() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   closed_ = true;
   for (const auto& order : wanted_) order->wanted = false;
   wanted_.clear();
   wakeLocked();
-  waitForCall(lock, nullptr);
+  waitForCall(nullptr);
 }
 
 bool ServiceOrders::waitForEnd(std::chrono::milliseconds patience) {
-  std::unique_lock lock(mutex_);
-  return endNoted_.wait_for(lock, patience, [this] { return ended_; });
+  MutexLock lock(mutex_);
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (!ended_ && endNoted_.wait_until(mutex_, end)) continue;
+  return ended_;
 }
 
 void ServiceOrders::wake() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   wakeLocked();
 }
 
@@ -59,35 +61,36 @@ void ServiceOrders::wakeLocked() {
 }
 
 bool ServiceOrders::wait(std::optional<Time> until) {
-  std::unique_lock lock(mutex_);
-  const auto isWoken = [this] { return dirty_ || closed_; };
-  if (until)
-    changed_.wait_until(lock, *until, isWoken);
-  else
-    changed_.wait(lock, isWoken);
+  MutexLock lock(mutex_);
+  while (!dirty_ && !closed_) {
+    if (!until)
+      changed_.wait(mutex_);
+    else if (!changed_.wait_until(mutex_, *until))
+      break;
+  }
   dirty_ = false;
   return !closed_;
 }
 
 bool ServiceOrders::isClosed() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return closed_;
 }
 
 std::vector<Wish> ServiceOrders::wishes() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<Wish> wishes;
   for (const auto& order : wanted_) wishes.push_back({order, order->publication, order->txt});
   return wishes;
 }
 
 void ServiceOrders::noteRefused(const Wish& wish) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (wish.order->publication == wish.publication) wish.order->refused = true;
 }
 
 void ServiceOrders::noteEnd() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ended_ = true;
   endNoted_.notify_all();
 }
@@ -107,7 +110,7 @@ void ServiceOrders::tellDidStop(Order& order) {
 // A service that is being destroyed has no delegate, so its sender is there during the call.
 template <typename Call>
 void ServiceOrders::tell(Order& order, Call&& call) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (closed_ || order.delegate == nullptr) return;
   NetServiceDelegate& delegate = *order.delegate;
   beingTold_ = &order;
@@ -120,11 +123,10 @@ void ServiceOrders::tell(Order& order, Call&& call) {
 }
 
 // For the call of this order's delegate; null: of any.
-void ServiceOrders::waitForCall(std::unique_lock<std::mutex>& lock, const Order* order) {
-  told_.wait(lock, [&] {
-    const bool running = beingTold_ != nullptr && (order == nullptr || beingTold_ == order);
-    return !running || teller_ == std::this_thread::get_id();
-  });
+void ServiceOrders::waitForCall(const Order* order) {
+  while (beingTold_ != nullptr && (order == nullptr || beingTold_ == order) &&
+         teller_ != std::this_thread::get_id())
+    told_.wait(mutex_);
 }
 
 }  // namespace paddock::dns_sd

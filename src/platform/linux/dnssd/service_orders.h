@@ -1,11 +1,11 @@
-// What callers want to be advertised, and what the thread that advertises it tells their delegates.
+// The services that callers want advertised, and the delegate notifications of the advertising
+// thread.
 //
-// One mutex guards it all; it is held neither while a delegate is called nor while anything else
-// waits. Any thread may call, but for what is the thread's.
+// Guarded by one mutex, which is held neither while a delegate is called nor while anything else
+// blocks. Thread-safe, except for the thread's own functions.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -15,12 +15,14 @@
 #include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/linux/dnssd/avahi_entry.h"
 #include "platform/net_service.h"
 
 namespace paddock::dns_sd {
 
-// One service as its caller wants it. All but the first two is guarded by the mutex of the orders.
+// One service as requested by its caller. All but the first two members are guarded by the mutex of
+// the orders.
 struct Order {
   Order(ServiceDescription described, NetService* service)
       : description(std::move(described)), sender(service) {}
@@ -31,10 +33,10 @@ struct Order {
   std::shared_ptr<const Data> txt = std::make_shared<const Data>();
   bool wanted = false;
   bool refused = false;
-  std::uint64_t publication = 0;  // counts those that were begun
+  std::uint64_t publication = 0;  // counts started publications
 };
 
-// An order that is wanted, as it was when the thread looked.
+// Snapshot of a wanted order for the thread.
 struct Wish {
   std::shared_ptr<Order> order;
   std::uint64_t publication = 0;
@@ -49,12 +51,12 @@ class ServiceOrders {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  // Does nothing for an order that is wanted, and not refused.
+  // No effect on an order that is wanted and not refused.
   void publish(const std::shared_ptr<Order>& order);
   void stop(const std::shared_ptr<Order>& order);
   void setTxt(Order& order, std::shared_ptr<const Data> txt);
-  // The delegate that was is not called any more afterwards. Waits for a call that runs, unless it
-  // is made from that call.
+  // The previous delegate is not called any more afterwards. Waits for a running call, unless
+  // called from it.
   void setDelegate(Order& order, NetServiceDelegate* delegate);
 
   // No delegate is called any more afterwards; waits as `setDelegate` does.
@@ -62,11 +64,11 @@ class ServiceOrders {
   // Whether the thread has ended within the patience. After `close`.
   bool waitForEnd(std::chrono::milliseconds patience);
 
-  // Makes the thread look again.
+  // Wakes the thread to check the orders.
   void wake();
 
-  // These are the thread's. Waits until there is something to look at, or until the time; false
-  // when it is closed.
+  // The thread's own functions. Waits until the orders have changed, or until the time; false when
+  // closed.
   bool wait(std::optional<Time> until);
   bool isClosed();
   std::vector<Wish> wishes();
@@ -79,19 +81,20 @@ class ServiceOrders {
  private:
   template <typename Call>
   void tell(Order& order, Call&& call);
-  void waitForCall(std::unique_lock<std::mutex>& lock, const Order* order);
-  void wakeLocked();
+  void waitForCall(const Order* order) PADDOCK_REQUIRES(mutex_);
+  void wakeLocked() PADDOCK_REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::condition_variable told_;
-  std::condition_variable endNoted_;
-  std::vector<std::shared_ptr<Order>> wanted_;
-  bool dirty_ = false;
-  bool closed_ = false;
-  bool ended_ = false;
-  const Order* beingTold_ = nullptr;  // whose delegate is being called
-  std::thread::id teller_;
+  Mutex mutex_;
+  ConditionVariable changed_;
+  ConditionVariable told_;
+  ConditionVariable endNoted_;
+  std::vector<std::shared_ptr<Order>> wanted_ PADDOCK_GUARDED_BY(mutex_);
+  bool dirty_ PADDOCK_GUARDED_BY(mutex_) = false;
+  bool closed_ PADDOCK_GUARDED_BY(mutex_) = false;
+  bool ended_ PADDOCK_GUARDED_BY(mutex_) = false;
+  // The order whose delegate is being called.
+  const Order* beingTold_ PADDOCK_GUARDED_BY(mutex_) = nullptr;
+  std::thread::id teller_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock::dns_sd

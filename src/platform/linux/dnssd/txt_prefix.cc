@@ -10,8 +10,8 @@
 #include <memory>
 #include <optional>
 
-#include "base/file_descriptor.h"
-#include "platform/txt_record.h"
+#include "base/file_access.h"
+#include "platform/net_service.h"
 
 namespace paddock::dns_sd {
 

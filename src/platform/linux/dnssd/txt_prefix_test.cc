@@ -29,7 +29,7 @@ Data record(std::initializer_list<std::size_t> lengths) {
   return data;
 }
 
-TEST(TxtPrefixTest, OneThatFitsIsAllOfIt) {
+TEST(TxtRecordPrefix, OneThatFitsIsAllOfIt) {
   const Data data = record({10, 20});
   const TxtPrefix prefix = txtPrefix(data, 32);
   EXPECT_EQ(prefix.data, data);
@@ -37,27 +37,27 @@ TEST(TxtPrefixTest, OneThatFitsIsAllOfIt) {
   EXPECT_TRUE(prefix.leftOut.empty());
 }
 
-TEST(TxtPrefixTest, OneByteTooManyLeavesTheLastStringOut) {
+TEST(TxtRecordPrefix, OneByteTooManyOmitsLastString) {
   const TxtPrefix prefix = txtPrefix(record({10, 20}), 31);
   EXPECT_EQ(prefix.data, record({10}));
   EXPECT_EQ(prefix.strings, 1U);
   EXPECT_EQ(prefix.leftOut, (std::vector<std::string>{std::string(20, 'x')}));
 }
 
-TEST(TxtPrefixTest, NoStringIsTakenAfterOneThatWasLeftOut) {
+TEST(TxtRecordPrefix, NoStringFollowsOmittedOne) {
   const TxtPrefix prefix = txtPrefix(record({10, 200, 5}), 30);
   EXPECT_EQ(prefix.data, record({10}));
   EXPECT_EQ(prefix.leftOut.size(), 2U);
 }
 
-TEST(TxtPrefixTest, AnEmptyRecordStaysEmpty) {
+TEST(TxtRecordPrefix, AnEmptyRecordStaysEmpty) {
   const TxtPrefix prefix = txtPrefix({}, 30);
   EXPECT_EQ(prefix.data, Data{});
   EXPECT_EQ(prefix.strings, 0U);
   EXPECT_TRUE(prefix.leftOut.empty());
 }
 
-TEST(TxtPrefixTest, ARecordFillsThePacketsOfItsNetworkUpTo8900Bytes) {
+TEST(TxtRecordPrefix, RecordFillsNetworkPacketsUpTo8900Bytes) {
   EXPECT_EQ(mostTxtBytes(1500), 1300U);
   EXPECT_EQ(mostTxtBytes(9000), 8800U);
   EXPECT_EQ(mostTxtBytes(9100), 8900U);
@@ -65,7 +65,7 @@ TEST(TxtPrefixTest, ARecordFillsThePacketsOfItsNetworkUpTo8900Bytes) {
   EXPECT_EQ(mostTxtBytes(100), 0U);
 }
 
-TEST(TxtPrefixTest, TheSmallestPacketIsThatOfTheNetworksThatAreUp) {
+TEST(TxtRecordPrefix, SmallestPacketCountsOnlyActiveNetworks) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([] {
     ASSERT_EQ(::unshare(CLONE_NEWNET), 0);

@@ -1,5 +1,5 @@
-// An object of the file system of whatever type, held by a descriptor, so that no other one slips
-// in between two calls; and its extended attributes.
+// A file-system object of any type, held by a descriptor, so that it cannot be replaced between two
+// calls; and its extended attributes.
 #pragma once
 
 #include <sys/types.h>
@@ -7,8 +7,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "platform/path_use.h"
 
 namespace paddock {
@@ -23,8 +24,8 @@ int openObject(const std::string& path, FileDescriptor& object, PathUse use = Pa
 int changeObjectMode(int object, mode_t mode);
 
 // Extended attributes by descriptor, an O_PATH one or another. Errors are errno values; any thread.
-// An O_PATH descriptor is looked up in /proc: ENOSYS where that is not mounted. Other ones need it
-// not, and are quicker.
+// An O_PATH descriptor is resolved through /proc: ENOSYS where that is not mounted. Others do not
+// need it, and are faster.
 class ExtendedAttributes {
  public:
   virtual ~ExtendedAttributes() = default;
@@ -38,5 +39,21 @@ class ExtendedAttributes {
 
 // The kernel's.
 const ExtendedAttributes& linuxExtendedAttributes();
+
+// Several extended attributes of one object, changed together or not at all.
+
+// One attribute's values; absent: the object does not have the attribute.
+struct XattrChange {
+  std::string name;
+  std::optional<std::string> before;
+  std::optional<std::string> after;
+  // Where the file system does not take the attribute, the change is left out.
+  bool onlyWhereSupported = false;
+};
+
+// Applies the changes in order, each in one step; unchanged values are not written. When one fails,
+// the previous ones are rolled back and its errno is returned.
+int applyChanges(const ExtendedAttributes& attributes, int object,
+                 const std::vector<XattrChange>& changes);
 
 }  // namespace paddock

@@ -50,7 +50,7 @@ int openRegular(const std::string& path, FileDescriptor& file, struct stat& stat
               &descriptor);
   if (error != 0) return error;
   file = FileDescriptor(descriptor);
-  // Another object may have come to the path meanwhile.
+  // The path may have been replaced concurrently.
   const int unreadable = errnoOf([&] { return ::fstat(file.get(), &status); });
   return unreadable != 0 ? unreadable : kindError(status.st_mode);
 }

@@ -1,4 +1,4 @@
-// Where files stand, and what regular ones hold.
+// Locations of files, and the contents of regular ones.
 #pragma once
 
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "platform/linux/files/new_file.h"
 #include "platform/text_file.h"
 
@@ -23,7 +23,7 @@ struct FilePlace {
 
 // Each returns 0 or an errno, unless it says otherwise.
 
-// ENOENT and EINVAL for what is no path.
+// ENOENT or EINVAL for an invalid path.
 int pathError(const std::string& path);
 // 0 for a regular file.
 int kindError(mode_t mode);

@@ -1,4 +1,4 @@
-// The entries of a folder, many at a time; see getdents64(2).
+// Batched reading of directory entries; see getdents64(2).
 #pragma once
 
 #include <dirent.h>
@@ -17,7 +17,7 @@ class FolderEntries {
 
   // The next entry but "." and "..", or null. Stays while the bytes do.
   const dirent64* next();
-  // Cuts off about the second half of what is left and returns it.
+  // Removes about the second half of the remaining entries and returns it.
   std::vector<char> cutHalf();
   // As `next`, of all entries.
   const dirent64* take();

@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -40,7 +40,7 @@ class FolderEntriesOfAFolder : public ::testing::Test {
   std::int64_t position_ = 0;
 };
 
-TEST_F(FolderEntriesOfAFolder, AreReadWithoutTheFolderItselfAndTheOneAbove) {
+TEST_F(FolderEntriesOfAFolder, ExcludeFolderItselfAndParent) {
   writeWholeFile(folder_.path("a"), "");
   writeWholeFile(folder_.path("..b"), "");
   open();
@@ -67,7 +67,7 @@ TEST_F(FolderEntriesOfAFolder, GoOnFromThePosition) {
   EXPECT_EQ(names, wanted);
 }
 
-TEST_F(FolderEntriesOfAFolder, AreCutIntoHalvesWithoutALossOrARepetition) {
+TEST_F(FolderEntriesOfAFolder, SplitIntoHalvesWithoutLossOrRepetition) {
   std::set<std::string> wanted;
   for (int number = 0; number < 40; ++number) {
     wanted.insert(std::string(static_cast<std::size_t>(number + 1), 'n'));

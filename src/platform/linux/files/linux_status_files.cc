@@ -8,14 +8,14 @@
 #include <cstdlib>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 
 namespace paddock {
 
 namespace {
 
-// One byte more than is read tells a file that is too large.
+// One byte more than the limit detects a file that is too large.
 constexpr std::size_t kBlock = 64U << 10U;
 
 bool hasNul(const std::string& path) { return path.find('\0') != std::string::npos; }
@@ -25,12 +25,12 @@ bool isOwnFile(const struct stat& status) {
          status.st_size <= static_cast<off_t>(kMaximumStatusFile);
 }
 
-// A file that is there, held together with its folder: whoever swaps what lies above it meanwhile
-// changes nothing.
+// An existing file, held together with its folder: concurrent changes of the path above have no
+// effect.
 struct HeldFile {
   FileDescriptor folder;
   std::string name;
-  FileDescriptor file;  // an O_PATH one: a device, or a FIFO, is never opened to look at it
+  FileDescriptor file;  // an O_PATH one: a device, or a FIFO, is never opened for checking
 };
 
 FileDescriptor openWith(int folder, const char* name, int flags) {

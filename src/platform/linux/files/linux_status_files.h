@@ -1,6 +1,6 @@
-// Status files in the file system. A link at the end of a path is not followed, nothing but a file
-// that is read is opened, and a file is removed from the folder that it was looked at in, whatever
-// the rest of its path leads to by then. Files are read by way of /proc.
+// Status files in the file system. A symlink at the end of a path is not followed, only a file that
+// is read is opened, and a file is removed from the folder in which it was checked, whatever the
+// rest of its path resolves to by then. Files are read by way of /proc.
 #pragma once
 
 #include <functional>

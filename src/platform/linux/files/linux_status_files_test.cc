@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <thread>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
@@ -23,7 +23,7 @@ std::optional<Dictionary> readKey(std::string_view text) {
   return Dictionary{{std::string(text), true}};
 }
 
-class LinuxStatusFilesTest : public testing::Test {
+class StatusFilesOnDisk : public testing::Test {
  protected:
   std::string file(const std::string& contents = "running") {
     const std::string path = folder_.path("status");
@@ -42,7 +42,7 @@ class LinuxStatusFilesTest : public testing::Test {
   LinuxStatusFiles files_{"", readKey};
 };
 
-TEST_F(LinuxStatusFilesTest, ANewFileIsEmptyAndItsOwnersAlone) {
+TEST_F(StatusFilesOnDisk, NewFileIsEmptyAndOwnerOnly) {
   std::string path;
   ASSERT_EQ(files_.create(folder_.path("Copy.XXXXXX"), path), 0);
   EXPECT_EQ(path.size(), folder_.path("Copy.XXXXXX").size());
@@ -56,7 +56,7 @@ TEST_F(LinuxStatusFilesTest, ANewFileIsEmptyAndItsOwnersAlone) {
   EXPECT_NE(other, path);
 }
 
-TEST_F(LinuxStatusFilesTest, ATreesOwnFolderIsMadeWhenItIsMissing) {
+TEST_F(StatusFilesOnDisk, MissingFolderOfTreeIsCreated) {
   LinuxStatusFiles files(folder_.path(), readKey);
   std::string path;
   ASSERT_EQ(files.create("/tmp/Copy.XXXXXX", path), 0);
@@ -67,13 +67,13 @@ TEST_F(LinuxStatusFilesTest, ATreesOwnFolderIsMadeWhenItIsMissing) {
   EXPECT_TRUE(files.exists(path));
 }
 
-TEST_F(LinuxStatusFilesTest, AFileThatCannotBeMadeIsAnErrno) {
+TEST_F(StatusFilesOnDisk, UncreatableFileReturnsErrno) {
   std::string path = "old";
   EXPECT_EQ(files_.create(folder_.path("missing/Copy.XXXXXX"), path), ENOENT);
   EXPECT_EQ(path, "");
 }
 
-TEST_F(LinuxStatusFilesTest, AnOwnFileIsReadAndRemoved) {
+TEST_F(StatusFilesOnDisk, AnOwnFileIsReadAndRemoved) {
   const std::string path = file();
   EXPECT_EQ(files_.read(path), (Dictionary{{"running", true}}));
   EXPECT_EQ(files_.remove(path), 0);
@@ -82,43 +82,43 @@ TEST_F(LinuxStatusFilesTest, AnOwnFileIsReadAndRemoved) {
   EXPECT_EQ(files_.remove(path), EPERM);
 }
 
-TEST_F(LinuxStatusFilesTest, AFileWithoutADictionaryIsNone) {
+TEST_F(StatusFilesOnDisk, AFileWithoutADictionaryIsNone) {
   for (const char* text : {"no dictionary", ""}) expectLeftAlone(file(text));
 }
 
-TEST_F(LinuxStatusFilesTest, ALinkIsLeftAlone) {
+TEST_F(StatusFilesOnDisk, ALinkIsLeftAlone) {
   const std::string link = folder_.path("link");
   ASSERT_EQ(::symlink(file().c_str(), link.c_str()), 0);
   expectLeftAlone(link);
 }
 
-TEST_F(LinuxStatusFilesTest, ALinkThatLeadsNowhereIsThere) {
+TEST_F(StatusFilesOnDisk, ALinkThatLeadsNowhereIsThere) {
   const std::string link = folder_.path("link");
   ASSERT_EQ(::symlink("nowhere", link.c_str()), 0);
   expectLeftAlone(link);
 }
 
-TEST_F(LinuxStatusFilesTest, AFileWithASecondNameIsLeftAlone) {
+TEST_F(StatusFilesOnDisk, HardLinkedFileIsLeftAlone) {
   const std::string path = file();
   ASSERT_EQ(::link(path.c_str(), folder_.path("second").c_str()), 0);
   expectLeftAlone(path);
 }
 
-TEST_F(LinuxStatusFilesTest, AnotherUsersFileIsLeftAlone) {
+TEST_F(StatusFilesOnDisk, AnotherUsersFileIsLeftAlone) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
   const std::string path = file();
   ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
   expectLeftAlone(path);
 }
 
-TEST_F(LinuxStatusFilesTest, FoldersFifosAndDevicesAreLeftAlone) {
+TEST_F(StatusFilesOnDisk, FoldersFifosAndDevicesAreLeftAlone) {
   expectLeftAlone(folder_.path());
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0600), 0);
   expectLeftAlone(folder_.path("fifo"));
   expectLeftAlone("/dev/null");
 }
 
-TEST_F(LinuxStatusFilesTest, WhatIsNoFileIsNotOpened) {
+TEST_F(StatusFilesOnDisk, WhatIsNoFileIsNotOpened) {
   const std::string fifo = folder_.path("fifo");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -135,7 +135,7 @@ TEST_F(LinuxStatusFilesTest, WhatIsNoFileIsNotOpened) {
 
 // A link above the file that leads to and fro between two folders: one where the name is that of a
 // status file, and one where it is not.
-TEST_F(LinuxStatusFilesTest, WhoeverSwapsFoldersLosesNothingElse) {
+TEST_F(StatusFilesOnDisk, WhoeverSwapsFoldersLosesNothingElse) {
   const std::string own = folder_.path("own");
   const std::string others = folder_.path("others");
   ASSERT_EQ(::mkdir(own.c_str(), 0700) + ::mkdir(others.c_str(), 0700), 0);
@@ -162,12 +162,12 @@ TEST_F(LinuxStatusFilesTest, WhoeverSwapsFoldersLosesNothingElse) {
   EXPECT_TRUE(files_.exists(others + "/status"));
 }
 
-TEST_F(LinuxStatusFilesTest, AFileOfOneMebibyteIsReadAndALargerOneLeftAlone) {
+TEST_F(StatusFilesOnDisk, ReadsFilesUpToOneMebibyte) {
   EXPECT_NE(files_.read(file(std::string(kMaximumStatusFile, 'x'))), std::nullopt);
   expectLeftAlone(file(std::string(kMaximumStatusFile + 1, 'x')));
 }
 
-TEST_F(LinuxStatusFilesTest, APathWithANulIsNotThere) {
+TEST_F(StatusFilesOnDisk, APathWithANulIsNotThere) {
   const std::string path = file() + std::string("\0x", 2);
   EXPECT_FALSE(files_.exists(path));
   EXPECT_EQ(files_.read(path), std::nullopt);

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 #include "platform/linux/files/file_place.h"
 #include "platform/linux/files/new_file.h"
@@ -67,7 +67,7 @@ int putInsteadOf(const FileIdentity& expected, NewFile& file, const FileDescript
   if (isUntouched(folder, gaveWay, own)) {
     file.takeBack(std::exchange(gaveWay, std::string()));
   } else if (!isFile(folder, gaveWay, own)) {
-    // Somebody replaced ours meanwhile. What was put there last stays there.
+    // The new file was replaced concurrently. The last one stays in place.
     file.exchangeAgain(gaveWay);
   }
   file.syncFolder();
@@ -82,7 +82,7 @@ int writeNew(NewFile& file, const FilePlace& place, const std::string& contents)
   if (const int error = file.write(contents); error != 0) return error;
   const int error = file.setOwnership(place.present ? ownershipOf(*place.present)
                                                     : FileOwnership{kOwn, kOwn, kModeOfNewFiles});
-  // Here, and not between a look at what is there and the moment in which it gives way.
+  // Here, and not between the check of the existing file and its replacement.
   return error != 0 ? error : file.sync();
 }
 
@@ -91,7 +91,7 @@ int writeNew(NewFile& file, const FilePlace& place, const std::string& contents)
 int LinuxTextFiles::read(const std::string& path, std::string& contents, FileIdentity& identity) {
   identity = {};
   struct stat status {};
-  // One that is written meanwhile has another state afterwards, and is not taken for this one.
+  // A file written concurrently has another state afterwards, and is not mistaken for this one.
   const int error = readRegular(path, contents, status);
   if (error == 0) identity = identityOf(status);
   return error;

@@ -10,11 +10,63 @@
 #include "support/temporary_folder.h"
 
 namespace paddock {
+
 namespace {
+
+TEST(MountTableLines, ReadsMountPointDeviceAndType) {
+  const MountTable table = parseMountTable(
+      "36 35 98:0 / / rw,noatime master:1 shared:2 - ext4 /dev/sda1 rw,errors=continue\n"
+      "37 36 0:40 / /mnt rw - nfs4 server:/export rw\n");
+  EXPECT_EQ(table.volumes, (std::vector<MountedVolume>{{"/", "/dev/sda1", "ext4"},
+                                                       {"/mnt", "server:/export", "nfs4"}}));
+  ASSERT_NE(table.find(37), nullptr);
+  EXPECT_EQ(table.find(37)->f_mntonname, "/mnt");
+  EXPECT_EQ(table.find(38), nullptr);
+}
+
+TEST(MountTableLines, DecodesOctalEscapes) {
+  const MountTable table =
+      parseMountTable("36 35 98:0 / /a\\040b\\134c\\012d rw - fuse.x user\\043x rw\n");
+  ASSERT_EQ(table.volumes.size(), 1U);
+  EXPECT_EQ(table.volumes[0], (MountedVolume{"/a b\\c\nd", "user#x", "fuse.x"}));
+}
+
+TEST(MountTableLines, ADeviceMayBeEmpty) {
+  const MountTable table = parseMountTable("36 35 98:0 / /a rw - tmpfs  rw\n");
+  ASSERT_EQ(table.volumes.size(), 1U);
+  EXPECT_EQ(table.volumes[0], (MountedVolume{"/a", "", "tmpfs"}));
+}
+
+TEST(MountTableLines, VolumesOnOneDirectoryKeepTheirOrder) {
+  const MountTable table = parseMountTable(
+      "36 35 98:0 / /a rw - ext4 /dev/one rw\n37 36 98:1 / /a rw - ext4 /dev/two rw\n");
+  EXPECT_EQ(table.find(36)->f_mntfromname, "/dev/one");
+  EXPECT_EQ(table.find(37)->f_mntfromname, "/dev/two");
+}
+
+TEST(MountTableLines, LeavesOutLinesThatAreCutShort) {
+  EXPECT_TRUE(parseMountTable("36 35 98:0 / /a rw - ext4\nx 35 98:0 / /a rw - ext4 d rw\n36\n\n")
+                  .volumes.empty());
+}
+
+TEST(MountTableCaching, IsReadOnceWhileNothingChanges) {
+  KeptMountTable mounts;
+  ASSERT_EQ(mounts.update(), 0);
+  EXPECT_FALSE(mounts.table().volumes.empty());
+  // Mounts elsewhere on the machine may be reported once.
+  for (int call = 0; call < 100; ++call) ASSERT_EQ(mounts.update(), 0);
+  EXPECT_LE(mounts.readings(), 3);
+}
+
+TEST(MountTableCaching, AMissingTableIsAnError) {
+  KeptMountTable mounts("/nonexistent/mountinfo");
+  EXPECT_EQ(mounts.update(), ENOENT);
+  EXPECT_TRUE(mounts.table().volumes.empty());
+}
 
 using testing::Contains;
 
-class LinuxVolumeInfoTest : public testing::Test {
+class VolumeLookup : public testing::Test {
  protected:
   std::string folder(const std::string& name) const {
     std::filesystem::create_directories(folder_.path(name));
@@ -33,7 +85,7 @@ class LinuxVolumeInfoTest : public testing::Test {
   LinuxVolumeInfo volumeInfo_;
 };
 
-TEST_F(LinuxVolumeInfoTest, SeesWhatIsMountedAndUnmountedMeanwhile) {
+TEST_F(VolumeLookup, SeesWhatIsMountedAndUnmountedMeanwhile) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     const std::string path = folder("a");
@@ -46,7 +98,7 @@ TEST_F(LinuxVolumeInfoTest, SeesWhatIsMountedAndUnmountedMeanwhile) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, TwoDotsBehindALinkLeadAboveItsTarget) {
+TEST_F(VolumeLookup, TwoDotsAfterSymlinkLeadAboveItsTarget) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     const std::string path = folder("a");
@@ -59,7 +111,7 @@ TEST_F(LinuxVolumeInfoTest, TwoDotsBehindALinkLeadAboveItsTarget) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, OfVolumesOnOneFolderTheTopOneCounts) {
+TEST_F(VolumeLookup, TopmostVolumeOnFolderWins) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     const std::string path = folder("a");
@@ -73,7 +125,7 @@ TEST_F(LinuxVolumeInfoTest, OfVolumesOnOneFolderTheTopOneCounts) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, AFolderThatIsBoundElsewhereLiesOnItsOwnMount) {
+TEST_F(VolumeLookup, BindMountedFolderLiesOnOwnMount) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     mountNamed("one", folder("a"));
@@ -84,7 +136,7 @@ TEST_F(LinuxVolumeInfoTest, AFolderThatIsBoundElsewhereLiesOnItsOwnMount) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, NamesWithBlanksAndBackslashesAreReadAsTheyAre) {
+TEST_F(VolumeLookup, NamesWithBlanksAndBackslashesAreReadVerbatim) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     const std::string path = folder("a b\\040\n#");
@@ -93,7 +145,7 @@ TEST_F(LinuxVolumeInfoTest, NamesWithBlanksAndBackslashesAreReadAsTheyAre) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, FollowsALinkAtTheEnd) {
+TEST_F(VolumeLookup, FollowsALinkAtTheEnd) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     mountNamed("one", folder("a"));
@@ -102,7 +154,7 @@ TEST_F(LinuxVolumeInfoTest, FollowsALinkAtTheEnd) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, InAChrootThatIsNoMountTheRootIsTheVolume) {
+TEST_F(VolumeLookup, ChrootWithoutMountReportsRootAsVolume) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     const MountedVolume outside = volumeOf(folder("root"));
@@ -116,7 +168,7 @@ TEST_F(LinuxVolumeInfoTest, InAChrootThatIsNoMountTheRootIsTheVolume) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, TheNumbersAreThoseOfTheVolume) {
+TEST_F(VolumeLookup, TheNumbersAreThoseOfTheVolume) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     const std::string path = folder("a");
@@ -131,7 +183,7 @@ TEST_F(LinuxVolumeInfoTest, TheNumbersAreThoseOfTheVolume) {
   });
 }
 
-TEST_F(LinuxVolumeInfoTest, TypesAreReportedUnderTheirFamily) {
+TEST_F(VolumeLookup, TypesAreReportedUnderTheirFamily) {
   const auto family = [](const VolumeFamilies& families) {
     LinuxVolumeInfo volumeInfo(families);
     VolumeStatistics statistics;
@@ -143,7 +195,7 @@ TEST_F(LinuxVolumeInfoTest, TypesAreReportedUnderTheirFamily) {
   EXPECT_EQ(family({{}, true}), "ufs");
 }
 
-TEST_F(LinuxVolumeInfoTest, AnyThreadMayAsk) {
+TEST_F(VolumeLookup, AnyThreadMayAsk) {
   std::vector<std::thread> threads;
   threads.reserve(4);
   for (int number = 0; number < 4; ++number) {
@@ -156,4 +208,5 @@ TEST_F(LinuxVolumeInfoTest, AnyThreadMayAsk) {
 }
 
 }  // namespace
+
 }  // namespace paddock

@@ -8,7 +8,7 @@ namespace {
 const std::string kBegin = kManagedBlockBegin;
 const std::string kEnd = kManagedBlockEnd;
 
-TEST(ManagedBlockTest, ContentsWithoutABlockAreThoseOfOthers) {
+TEST(ManagedBlockText, ContentsWithoutABlockAreThoseOfOthers) {
   for (const std::string contents : {"", "a\n", "a\nb\n", "a\nnot ended"}) {
     const auto block = splitManagedBlock(contents);
     ASSERT_TRUE(block);
@@ -18,7 +18,7 @@ TEST(ManagedBlockTest, ContentsWithoutABlockAreThoseOfOthers) {
   }
 }
 
-TEST(ManagedBlockTest, ABlockStandsAmongTheLinesOfOthers) {
+TEST(ManagedBlockText, ABlockStandsAmongTheLinesOfOthers) {
   const std::string contents = "before\n" + kBegin + "one\ntwo\n" + kEnd + "after\n";
   const auto block = splitManagedBlock(contents);
   ASSERT_TRUE(block);
@@ -28,37 +28,37 @@ TEST(ManagedBlockTest, ABlockStandsAmongTheLinesOfOthers) {
   EXPECT_EQ(joinManagedBlock(*block), contents);
 }
 
-TEST(ManagedBlockTest, ANewBlockComesLast) {
+TEST(ManagedBlockText, ANewBlockComesLast) {
   auto block = splitManagedBlock("a\n");
   block->lines = "ours\n";
   EXPECT_EQ(joinManagedBlock(*block), "a\n" + kBegin + "ours\n" + kEnd);
 }
 
-TEST(ManagedBlockTest, ALineThatDidNotEndEndsBeforeABlock) {
+TEST(ManagedBlockText, UnterminatedLineIsEndedBeforeBlock) {
   auto block = splitManagedBlock("a");
   block->lines = "ours\n";
   EXPECT_EQ(joinManagedBlock(*block), "a\n" + kBegin + "ours\n" + kEnd);
 }
 
-TEST(ManagedBlockTest, ABlockWithoutLinesGoes) {
+TEST(ManagedBlockText, ABlockWithoutLinesGoes) {
   auto block = splitManagedBlock("a\n" + kBegin + "ours\n" + kEnd + "b\n");
   block->lines.clear();
   EXPECT_EQ(joinManagedBlock(*block), "a\nb\n");
 }
 
-TEST(ManagedBlockTest, AnEndWithoutALineFeedIsOne) {
+TEST(ManagedBlockText, AnEndWithoutALineFeedIsOne) {
   const auto block = splitManagedBlock(kBegin + "ours\n" + kEnd.substr(0, kEnd.size() - 1));
   ASSERT_TRUE(block);
   EXPECT_EQ(block->lines, "ours\n");
   EXPECT_EQ(block->after, "");
 }
 
-TEST(ManagedBlockTest, TheCommentsAreWholeLines) {
+TEST(ManagedBlockText, TheCommentsAreWholeLines) {
   const std::string contents = "x" + kBegin + "a\n" + "x" + kEnd;
   EXPECT_EQ(splitManagedBlock(contents)->before, contents);
 }
 
-TEST(ManagedBlockTest, WhatIsNotOnePairIsNoBlock) {
+TEST(ManagedBlockText, WhatIsNotOnePairIsNoBlock) {
   for (const std::string& contents :
        {kBegin, kEnd, kEnd + kBegin, kBegin + "a\n", "a\n" + kEnd, kBegin + kBegin + kEnd,
         kBegin + kEnd + kEnd, kBegin + kEnd + kBegin + kEnd})

@@ -1,5 +1,5 @@
-// A file that comes into being as a whole: written under another name in its folder, then put
-// in its place. Nothing is left of it when it is not put there.
+// Atomic file creation: written under a temporary name in its folder, then renamed into place. The
+// temporary file is removed unless it is put in place.
 #pragma once
 
 #include <sys/types.h>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 
 namespace paddock {
 
@@ -32,12 +32,12 @@ class NewFile {
   int write(std::string_view contents);
   int setOwnership(const FileOwnership& ownership);
   int setMode(mode_t mode);
-  // Makes it durable, which takes a while and is not done twice: whoever asks for it here has
-  // nothing to wait for when the file is put in its place.
+  // Makes it durable, which is slow and done only once: after a call here, putting the file in
+  // place does not wait.
   int sync();
   // Syncs the file and renames it over what has the name.
   int putInPlace();
-  // The same where nothing has the name: EEXIST otherwise.
+  // The same when the name is free: EEXIST otherwise.
   int putInEmptyPlace();
   // The same where a file has the name, which gets a new one of the same kind as the temporary
   // file's: `gaveWay`, which is then the caller's. ENOENT when nothing has the name. The folder is
@@ -52,7 +52,7 @@ class NewFile {
 
   // The file that was made; also once it is in its place, until this object goes.
   int descriptor() const { return file_.get(); }
-  // Nobody has it open for writing by this object any more.
+  // Closes the descriptor: this object no longer has the file open for writing.
   void close() { file_ = FileDescriptor(); }
 
  private:

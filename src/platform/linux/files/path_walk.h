@@ -1,11 +1,11 @@
 // Paths walked component by component. Each component is held by a descriptor before the next one
-// is asked for, and a link is judged and read through its own descriptor: nothing that somebody
-// puts in a component's place meanwhile is taken for what was judged.
+// is resolved, and a symlink is checked and read through its own descriptor: a component replaced
+// concurrently is never mistaken for the one that was checked.
 #pragma once
 
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "platform/path_use.h"
 
 namespace paddock {

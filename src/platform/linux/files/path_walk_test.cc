@@ -23,7 +23,7 @@ namespace {
 constexpr uid_t kOwner = 1;
 constexpr uid_t kOther = 2;
 
-class PathWalkTest : public ::testing::Test {
+class PathWalk : public ::testing::Test {
  protected:
   struct Found {
     int error = 0;
@@ -67,7 +67,7 @@ class PathWalkTest : public ::testing::Test {
   TestFolder folder_;
 };
 
-TEST_F(PathWalkTest, FindsWhatTheKernelFinds) {
+TEST_F(PathWalk, FindsWhatTheKernelFinds) {
   makeFolder("a");
   makeFolder("a/b");
   writeWholeFile(path("a/file"), "");
@@ -83,7 +83,7 @@ TEST_F(PathWalkTest, FindsWhatTheKernelFinds) {
   }
 }
 
-TEST_F(PathWalkTest, FailsAsTheKernelFails) {
+TEST_F(PathWalk, FailsAsTheKernelFails) {
   writeWholeFile(path("file"), "");
   makeLink("broken", "missing");
   makeLink("one", "other");
@@ -102,12 +102,12 @@ TEST_F(PathWalkTest, FailsAsTheKernelFails) {
   EXPECT_EQ(errorOf(path("file") + std::string("\0x", 2)), ENOENT);
 }
 
-TEST_F(PathWalkTest, ARelativePathBeginsAtTheWorkingFolder) {
+TEST_F(PathWalk, ARelativePathBeginsAtTheWorkingFolder) {
   EXPECT_EQ(hold(".").inode, inodeOf("."));
   EXPECT_EQ(hold("..").inode, inodeOf(".."));
 }
 
-TEST_F(PathWalkTest, FortyLinksAreFollowedAndNoMore) {
+TEST_F(PathWalk, FortyLinksAreFollowedAndNoMore) {
   makeFolder("end");
   std::string target = "end";
   for (int number = 1; number <= 41; ++number) {
@@ -124,7 +124,7 @@ TEST_F(PathWalkTest, FortyLinksAreFollowedAndNoMore) {
   EXPECT_EQ(errorOf(long_ + "/self"), ELOOP);
 }
 
-TEST_F(PathWalkTest, LinksOfProcThatStandForAnObjectNeverCount) {
+TEST_F(PathWalk, ProcLinksToObjectsAreRefused) {
   const FileDescriptor folder(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const std::string self = "/proc/" + std::to_string(::getpid());
   for (const std::string& magic :
@@ -143,7 +143,7 @@ TEST_F(PathWalkTest, LinksOfProcThatStandForAnObjectNeverCount) {
   EXPECT_EQ(errorOf("/proc/mounts"), 0);
 }
 
-TEST_F(PathWalkTest, WhoseLinkItIsDecidesWhatIsChanged) {
+TEST_F(PathWalk, WhoseLinkItIsDecidesWhatIsChanged) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
   makeFolder("roots");
   give(makeFolder("owners"));
@@ -163,7 +163,7 @@ TEST_F(PathWalkTest, WhoseLinkItIsDecidesWhatIsChanged) {
   }
 }
 
-TEST_F(PathWalkTest, TheLinkInTheWayIsNamedAsTheWalkCameToIt) {
+TEST_F(PathWalk, RefusedSymlinkIsNamedAsReached) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
   makeFolder("a");
   makeFolder("a/b");
@@ -176,7 +176,7 @@ TEST_F(PathWalkTest, TheLinkInTheWayIsNamedAsTheWalkCameToIt) {
   EXPECT_EQ(found.refused->target, "b");
 }
 
-TEST_F(PathWalkTest, WalksLeaveNoDescriptorsOpen) {
+TEST_F(PathWalk, WalksLeaveNoDescriptorsOpen) {
   makeFolder("a");
   makeLink("link", "a");
   makeLink("circle", "circle");
@@ -207,7 +207,7 @@ class Swapper {
   std::thread thread_;
 };
 
-TEST_F(PathWalkTest, AComponentThatIsSwappedBetweenCheckAndUseLeadsNowhereElse) {
+TEST_F(PathWalk, SwappedComponentDoesNotRedirectWalk) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving links to other users needs root";
   constexpr int kMostWalks = 200'000;
   constexpr int kEach = 500;

@@ -13,7 +13,8 @@ namespace paddock {
 
 namespace {
 
-// Whether somebody has the file open for writing, as leases know it: see F_SETLEASE in fcntl(2).
+// Whether any process has the file open for writing, tested with a lease: see F_SETLEASE in
+// fcntl(2).
 bool hasWriters(const FileDescriptor& file) {
   if (::fcntl(file.get(), F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN;
   ::fcntl(file.get(), F_SETLEASE, F_UNLCK);
@@ -59,7 +60,7 @@ LinuxReplacedFile::LinuxReplacedFile(FileDescriptor folder, std::string name)
   if (file.get() < 0) return;
   struct stat status {};
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-  // First: what somebody writes yet is written by one who has it open.
+  // First: later writes can only come from a process that has it open.
   openForWriting_ = hasWriters(file);
   std::string contents;
   if (readRegular(file, status, contents) == 0) contents_ = std::move(contents);

@@ -1,16 +1,16 @@
-// A file that another one took the place of, under the temporary name that it got.
+// A file that was replaced by another one, under its temporary name.
 #pragma once
 
 #include <optional>
 #include <string>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "platform/text_file.h"
 
 namespace paddock {
 
-// Whether the name in the folder is that of the file, in that state but for the time of its last
-// renaming, which nobody has open for writing.
+// Whether the name in the folder is that of the file, in that state except for its ctime after the
+// renaming, and no process has it open for writing.
 bool isUntouched(const FileDescriptor& folder, const std::string& name, const FileIdentity& file);
 // Whether it is that of the file, in whatever state.
 bool isFile(const FileDescriptor& folder, const std::string& name, const FileIdentity& file);

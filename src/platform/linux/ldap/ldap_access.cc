@@ -23,7 +23,7 @@ bool isRefusal(int result) {
   }
 }
 
-// What a server says that takes changes from nobody.
+// The result codes of a read-only server.
 bool isReadOnlyServer(int result) {
   return result == LDAP_UNWILLING_TO_PERFORM || result == LDAP_REFERRAL;
 }
@@ -104,7 +104,7 @@ void LdapAccess::noteRefused(const LdapError& error) {
   const bool byServer = isReadOnlyServer(error.result()) || error.status() == ENOTSUP;
   if (!byServer && error.result() != LDAP_INSUFFICIENT_ACCESS) return;
   userProof_ = LdapServer::WriteProof::refused;
-  // One user's lack of rights is not the account's, and nobody's is no more than that.
+  // One user's lack of rights does not apply to the account, nor does an anonymous session's.
   const bool byAccount = dn_.empty() && !options().bindDn.empty();
   if (byServer || byAccount) server_->setWriteProof(LdapServer::WriteProof::refused);
 }

@@ -1,5 +1,5 @@
-// What a node of a directory server shares with the records that it handed out: the one connection
-// of a session, and who is authenticated on it. For one thread at a time.
+// State shared by a node of a directory server and the records that it returned: the connection of
+// a session, and the user authenticated on it. Not thread-safe.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,6 @@
 #include <type_traits>
 
 #include "platform/linux/ldap/ldap_server.h"
-#include "platform/linux/ldap/secret.h"
 
 namespace paddock {
 
@@ -20,8 +19,8 @@ class LdapAccess {
 
   const LdapOptions& options() const { return server_->options(); }
 
-  // What is done while there is such an object is one operation on the server, with one allowance:
-  // `LdapOptions::deadline` and `answerBytes`. Those inside another belong to it.
+  // Scope of one operation on the server, with one allowance: `LdapOptions::deadline` and
+  // `answerBytes`. Nested ones belong to the outer one.
   class Operation {
    public:
     explicit Operation(LdapAccess& access);
@@ -34,9 +33,9 @@ class LdapAccess {
     const bool isOutermost_;
   };
 
-  // Returns work(LdapConnection&, bool again). Connects when there is no connection, and once more
-  // when that fails or the connection breaks under the work, which is then done again: `again` says
-  // that the first time may have been done after all. An operation, where none is under way.
+  // Returns work(LdapConnection&, bool again). Connects when there is no connection, and retries
+  // once when that fails or the connection breaks during the call: `again` means that the first
+  // attempt may have taken effect. Starts an operation unless one is in progress.
   template <typename Work>
   auto run(Work&& work) {
     const Operation operation(*this);
@@ -53,7 +52,7 @@ class LdapAccess {
     }
   }
 
-  // Returns work(), which changes records, and notes whether the server took it.
+  // Returns work(), which changes records, and records whether the server accepted it.
   template <typename Work>
   auto change(Work&& work) {
     try {
@@ -70,14 +69,14 @@ class LdapAccess {
       throw;
     }
   }
-  // What is known of changes by whoever is authenticated here.
+  // The outcome of changes by the user authenticated here.
   LdapServer::WriteProof writeProof() const;
 
-  // Where answers are kept; null when a user has authenticated, who may see other things.
+  // The cache of answers; null when a user has authenticated, who may have other access rights.
   LdapAnswers* answers() { return dn_.empty() ? &server_->answers() : nullptr; }
 
-  // Whether the password is that of the entry. With `keep`, this object's work is done as that
-  // entry from now on. A wrong one leaves everything as it was. Throws when nobody can tell.
+  // Whether the password is that of the entry. With `keep`, later requests of this object are made
+  // as that entry. A wrong one changes nothing. Throws when the check is not possible.
   // Precondition: neither is empty.
   bool authenticate(const std::string& dn, const std::string& password, bool keep);
 

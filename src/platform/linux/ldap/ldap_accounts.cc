@@ -4,7 +4,7 @@
 
 #include "base/guid.h"
 #include "base/text.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/ldap/ldap_members.h"
 #include "platform/linux/ldap/ldap_record_format.h"
 #include "platform/linux/ldap/ldap_text.h"
@@ -33,7 +33,7 @@ const std::string& nameOf(const LdapAccountNames& names, const std::string& type
 struct Mapping {
   const char* attribute;
   std::string name;
-  bool isCaseExact = false;  // the server's own rule tells letter cases apart
+  bool isCaseExact = false;  // the server's own rule is case-sensitive
 };
 
 std::vector<Mapping> mappingsOf(const LdapAccountNames& names, const std::string& type) {
@@ -192,8 +192,8 @@ std::vector<LdapAccount> LdapAccounts::withValue(const Types& types, const std::
                       [&] { return findAndKeep(*answers, types, attribute, value); });
 }
 
-// Where the server's own name of an entry is the GUID, whoever was found by an id is the whole
-// answer to the question for that GUID, too.
+// Where the server's own identifier of an entry is the GUID, an account found by id is also the
+// complete answer to the search for that GUID.
 std::vector<LdapAccount> LdapAccounts::findAndKeep(LdapAnswers& answers, const Types& types,
                                                    const std::string& attribute,
                                                    const std::string& value) {

@@ -3,11 +3,11 @@
 //
 // Users have RecordName, RealName, UniqueID, PrimaryGroupID, NFSHomeDirectory and UserShell; groups
 // have RecordName, PrimaryGroupID, GroupMembership (names of users) and NestedGroups (GUIDs of
-// groups); both have RecordType and GeneratedUID. What an entry does not have, or what is no text,
-// is absent; an entry without a name is no record.
+// groups); both have RecordType and GeneratedUID. Values that are missing or no text are absent; an
+// entry without a name is no record.
 //
-// Names match what the server's rules find among the values that are stored, and then what matches
-// on every node. Members are asked for by the name that their own entry has.
+// Names must match by the server's rules on the stored values, and then by the rules of every node.
+// Members are searched by the name in their own entry.
 #pragma once
 
 #include <chrono>
@@ -17,7 +17,7 @@
 
 #include "platform/linux/accounts/account_searches.h"
 #include "platform/linux/ldap/ldap_access.h"
-#include "platform/linux/ldap/ldap_account.h"
+#include "platform/linux/ldap/ldap_answers.h"
 
 namespace paddock {
 
@@ -32,11 +32,11 @@ class LdapAccounts {
   std::vector<LdapAccount> all(const std::string& type);
   std::vector<LdapAccount> withValue(const std::string& type, const std::string& attribute,
                                      const std::string& value);
-  // The same of several types, users before groups. Who has a GUID or id is known for a while
-  // (LdapAnswers), unless a user has authenticated.
+  // The same of several types, users before groups. Lookups by GUID or id are cached (LdapAnswers),
+  // unless a user has authenticated.
   std::vector<LdapAccount> withValue(const std::vector<std::string>& types,
                                      const std::string& attribute, const std::string& value);
-  // The same for several questions, which the server is asked together.
+  // The same for several searches, sent to the server together.
   std::vector<std::vector<LdapAccount>> withEach(const std::vector<AccountQuestion>& questions);
 
  private:

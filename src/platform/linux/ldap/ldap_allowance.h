@@ -1,6 +1,5 @@
-// What one operation on a directory server may cost as a whole, however many connections, requests
-// and pages it takes: time, and bytes. Every byte that the server sends counts, and what an entry
-// takes in memory besides. For one thread at a time.
+// Time and byte limits of one operation on a directory server, over all its connections, requests
+// and pages. Every byte received counts, and the memory overhead of entries. Not thread-safe.
 #pragma once
 
 #include <chrono>
@@ -12,7 +11,7 @@ class LdapAllowance {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // What an entry, an attribute and a value take besides their bytes.
+  // Memory overhead of an entry, an attribute and a value.
   static constexpr std::size_t kPerEntry = 256;
   static constexpr std::size_t kPerAttribute = 64;
   static constexpr std::size_t kPerValue = 32;

@@ -25,11 +25,13 @@ void LdapAnswers::Failure::raise() const {
 
 LdapAnswers::Answer LdapAnswers::get(const std::string& key, const Ask& ask) {
   if (times_.keeping.count() == 0) return ask();
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (auto answer = known(key)) return std::move(*answer);
   if (const auto found = underWay_.find(key); found != underWay_.end()) {
     const std::shared_ptr<Question> question = found->second;
-    return awaitOrAsk(std::move(lock), *question, ask);
+    const bool isOver = awaitEnd(*question);
+    lock.unlock();
+    return answerOrAsk(isOver, *question, ask);
   }
   const auto question = std::make_shared<Question>();
   underWay_.emplace(key, question);
@@ -55,18 +57,22 @@ std::vector<LdapAnswers::Answer> LdapAnswers::getEach(const std::vector<std::str
   std::vector<Answer> answers;
   answers.reserve(keys.size());
   for (std::size_t at = 0; at < keys.size(); ++at) {
-    if (all[at].answer)
+    if (all[at].answer) {
       answers.push_back(std::move(*all[at].answer));
-    else
-      answers.push_back(awaitOrAsk(std::unique_lock(mutex_), *all[at].question,
-                                   [&] { return std::move(ask({at}).front()); }));
+      continue;
+    }
+    const Question& question = *all[at].question;
+    MutexLock lock(mutex_);
+    const bool isOver = awaitEnd(question);
+    lock.unlock();
+    answers.push_back(answerOrAsk(isOver, question, [&] { return std::move(ask({at}).front()); }));
   }
   return answers;
 }
 
 LdapAnswers::Lookup LdapAnswers::lookUp(const std::string& key) {
   if (times_.keeping.count() == 0) return {std::nullopt, std::make_shared<Question>(), true};
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (auto answer = known(key)) return {std::move(answer), nullptr, false};
   const auto [place, isMine] = underWay_.emplace(key, nullptr);
   if (isMine) place->second = std::make_shared<Question>();
@@ -121,12 +127,16 @@ LdapAnswers::Answer LdapAnswers::askAs(const std::shared_ptr<Question>& question
   }
 }
 
-LdapAnswers::Answer LdapAnswers::awaitOrAsk(std::unique_lock<std::mutex> lock,
-                                            const Question& question, const Ask& ask) {
+bool LdapAnswers::awaitEnd(const Question& question) {
   ++waiting_;
-  const bool isOver = settled_.wait_for(lock, times_.patience, [&] { return question.isOver; });
+  const auto end = std::chrono::steady_clock::now() + times_.patience;
+  while (!question.isOver && settled_.wait_until(mutex_, end)) continue;
   --waiting_;
-  lock.unlock();
+  return question.isOver;
+}
+
+LdapAnswers::Answer LdapAnswers::answerOrAsk(bool isOver, const Question& question,
+                                             const Ask& ask) {
   // Nobody changes a question that is over.
   if (isOver && question.answer) return *question.answer;
   if (isOver && question.failure) question.failure->raise();
@@ -134,7 +144,7 @@ LdapAnswers::Answer LdapAnswers::awaitOrAsk(std::unique_lock<std::mutex> lock,
 }
 
 void LdapAnswers::settle(Question& question, const std::string& key) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   question.isOver = true;
   underWay_.erase(key);
   settled_.notify_all();
@@ -143,13 +153,13 @@ void LdapAnswers::settle(Question& question, const std::string& key) {
 void LdapAnswers::keep(const std::string& key, const Answer& answer,
                        std::chrono::steady_clock::time_point asked) {
   if (times_.keeping.count() == 0 || sizeOf(answer) > kLargest) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (kept_.size() >= kCapacity) kept_.clear();
   kept_.insert_or_assign(key, Kept{answer, asked + times_.keeping});
 }
 
 std::size_t LdapAnswers::waiting() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return waiting_;
 }
 

@@ -1,9 +1,8 @@
-// What a directory server said of its users and groups, for all sessions and threads: a question
-// that is being asked is not asked a second time, and its answer holds for a short while.
+// Cache of a directory server's users and groups, shared by all sessions and threads: concurrent
+// identical queries are coalesced, and an answer is valid for a short while.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -13,11 +12,21 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/clock.h"
+#include "base/mutex.h"
 #include "platform/directory.h"
-#include "platform/linux/ldap/ldap_account.h"
+#include "platform/directory_values.h"
+#include "platform/machine_information.h"
 
 namespace paddock {
+
+// A user or group of a directory server.
+struct LdapAccount {
+  std::string dn;
+  std::string order;                        // sorts records in the order of their creation
+  std::vector<AttributeChange> attributes;  // RecordName first, RecordType second
+  // Whether the entry is of the classes of this type and of none of the other type's.
+  bool isOfOneType = true;
+};
 
 class LdapAnswers {
  public:
@@ -26,24 +35,24 @@ class LdapAnswers {
   // Answers the questions at these places of a list, in their order.
   using AskEach = std::function<std::vector<Answer>(const std::vector<std::size_t>& places)>;
 
-  // How many answers are kept; the next one drops them all.
+  // Maximum number of entries; the next one clears the cache.
   static constexpr std::size_t kCapacity = 1024;
-  // The text of an answer that is kept, in bytes.
+  // Maximum text size of a cached answer, in bytes.
   static constexpr std::size_t kLargest = 16384;
 
   struct Times {
-    // How long an answer holds, from when its question was asked; zero: every question is asked.
+    // Lifetime of an answer, from the start of its query; zero: no caching.
     std::chrono::milliseconds keeping;
-    // How long an answer that somebody else is asking for is waited for.
+    // Maximum wait for the answer to another caller's query.
     std::chrono::milliseconds patience;
   };
 
-  // The caller keeps the clock alive.
+  // The clock must outlive this object.
   LdapAnswers(Clock& clock, Times times) : clock_(clock), times_(times) {}
 
-  // The answer that holds, or that another thread is asking for, or what `ask` returns. A failure,
-  // a DirectoryError, is thrown to everybody who waited for it, and not kept. Who has waited for
-  // too long asks for itself. Any thread may call.
+  // The cached answer, or that of a pending query of another thread, or the result of `ask`. A
+  // failure, a DirectoryError, is thrown to all waiting callers, and not cached. A caller that has
+  // waited for too long sends its own query. Thread-safe.
   Answer get(const std::string& key, const Ask& ask);
 
   // The same for several; those that have to be asked are asked together.
@@ -54,7 +63,7 @@ class LdapAnswers {
             std::chrono::steady_clock::time_point asked);
   std::chrono::steady_clock::time_point now() const { return clock_.monotonicNow(); }
 
-  // How many callers wait for another one's answer just now.
+  // The number of callers currently waiting for another one's answer.
   std::size_t waiting() const;
 
  private:
@@ -85,19 +94,22 @@ class LdapAnswers {
     bool isMine = false;
   };
 
-  std::optional<Answer> known(const std::string& key);  // with the lock
+  std::optional<Answer> known(const std::string& key) PADDOCK_REQUIRES(mutex_);
   Lookup lookUp(const std::string& key);
   void askMine(std::vector<Lookup>& all, const std::vector<std::string>& keys, const AskEach& ask);
-  Answer awaitOrAsk(std::unique_lock<std::mutex> lock, const Question& question, const Ask& ask);
+  // Whether the question was over within the patience.
+  bool awaitEnd(const Question& question) PADDOCK_REQUIRES(mutex_);
+  // What came of one that is over; else what `ask` returns.
+  static Answer answerOrAsk(bool isOver, const Question& question, const Ask& ask);
   void settle(Question& question, const std::string& key);
 
   Clock& clock_;
   const Times times_;
-  mutable std::mutex mutex_;
-  std::condition_variable settled_;
-  std::unordered_map<std::string, Kept> kept_;
-  std::unordered_map<std::string, std::shared_ptr<Question>> underWay_;
-  std::size_t waiting_ = 0;
+  mutable Mutex mutex_;
+  ConditionVariable settled_;
+  std::unordered_map<std::string, Kept> kept_ PADDOCK_GUARDED_BY(mutex_);
+  std::unordered_map<std::string, std::shared_ptr<Question>> underWay_ PADDOCK_GUARDED_BY(mutex_);
+  std::size_t waiting_ PADDOCK_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace paddock

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "platform/testing/fake_clock.h"
+#include "platform/testing/fake_machine_information.h"
 
 namespace paddock {
 namespace {
@@ -18,7 +18,7 @@ using std::chrono::hours;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-class LdapAnswersTest : public ::testing::Test {
+class LdapAnswerCaching : public ::testing::Test {
  protected:
   static LdapAnswers::Answer named(const std::string& name) { return {{name, "", {}}}; }
 
@@ -32,7 +32,7 @@ class LdapAnswersTest : public ::testing::Test {
   std::atomic<int> questions_{0};
 };
 
-TEST_F(LdapAnswersTest, AnAnswerHoldsForItsTimePerKey) {
+TEST_F(LdapAnswerCaching, AnAnswerHoldsForItsTimePerKey) {
   EXPECT_EQ(asked("a"), "1");
   EXPECT_EQ(asked("b"), "2");
   clock_.advance(milliseconds(1'999));
@@ -42,7 +42,7 @@ TEST_F(LdapAnswersTest, AnAnswerHoldsForItsTimePerKey) {
   EXPECT_EQ(asked("a"), "3");
 }
 
-TEST_F(LdapAnswersTest, ItsTimeBeginsWhenItIsAskedFor) {
+TEST_F(LdapAnswerCaching, ItsTimeBeginsWhenItIsAskedFor) {
   answers_.get("a", [this] {
     clock_.advance(milliseconds(1'500));
     return named("slow");
@@ -53,19 +53,19 @@ TEST_F(LdapAnswersTest, ItsTimeBeginsWhenItIsAskedFor) {
   EXPECT_EQ(asked("a"), "1");
 }
 
-TEST_F(LdapAnswersTest, ThatThereIsNobodyIsAnAnswerToo) {
+TEST_F(LdapAnswerCaching, ThatThereIsNobodyIsAnAnswerToo) {
   EXPECT_TRUE(answers_.get("a", [] { return LdapAnswers::Answer(); }).empty());
   EXPECT_TRUE(answers_.get("a", [] { return named("new"); }).empty());
 }
 
-TEST_F(LdapAnswersTest, WhatWasFoundBesidesIsKept) {
+TEST_F(LdapAnswerCaching, WhatWasFoundBesidesIsKept) {
   answers_.keep("a", named("besides"), clock_.monotonicNow() - seconds(1));
   EXPECT_EQ(asked("a"), "besides");
   clock_.advance(seconds(1));
   EXPECT_EQ(asked("a"), "1");
 }
 
-TEST_F(LdapAnswersTest, AFailureIsNotKept) {
+TEST_F(LdapAnswerCaching, AFailureIsNotKept) {
   const auto fail = []() -> LdapAnswers::Answer { throw DirectoryError(EBUSY, "busy"); };
   for (int i = 0; i < 2; ++i) EXPECT_THROW(answers_.get("a", fail), DirectoryError);
   const auto breakDown = []() -> LdapAnswers::Answer { throw std::bad_alloc(); };
@@ -73,7 +73,7 @@ TEST_F(LdapAnswersTest, AFailureIsNotKept) {
   EXPECT_EQ(asked("a"), "1");
 }
 
-TEST_F(LdapAnswersTest, AnAnswerThatIsTooLargeIsNotKept) {
+TEST_F(LdapAnswerCaching, OversizedAnswerIsNotKept) {
   const auto large = [](std::size_t size) {
     return LdapAnswers::Answer{{"", "", {{"n", {std::string(size - 1, 'x')}}}}};
   };
@@ -83,7 +83,7 @@ TEST_F(LdapAnswersTest, AnAnswerThatIsTooLargeIsNotKept) {
   EXPECT_EQ(asked("large"), "1");
 }
 
-TEST_F(LdapAnswersTest, OneAnswerTooManyDropsThemAll) {
+TEST_F(LdapAnswerCaching, OneAnswerTooManyDropsThemAll) {
   for (std::size_t i = 0; i < LdapAnswers::kCapacity; ++i) asked(std::to_string(i));
   EXPECT_EQ(asked("0"), "1");
   const std::string next = std::to_string(LdapAnswers::kCapacity + 1);
@@ -92,7 +92,7 @@ TEST_F(LdapAnswersTest, OneAnswerTooManyDropsThemAll) {
   EXPECT_NE(asked("0"), "1");
 }
 
-TEST_F(LdapAnswersTest, OfSeveralThoseThatAreNotKnownAreAskedTogether) {
+TEST_F(LdapAnswerCaching, UnknownKeysOfSeveralAreAskedTogether) {
   asked("b");
   std::vector<std::vector<std::size_t>> rounds;
   const auto askEach = [&](const std::vector<std::size_t>& places) {
@@ -112,7 +112,7 @@ TEST_F(LdapAnswersTest, OfSeveralThoseThatAreNotKnownAreAskedTogether) {
   EXPECT_EQ(asked("c"), "place 2");
 }
 
-TEST_F(LdapAnswersTest, AFailureOfSeveralIsNotKept) {
+TEST_F(LdapAnswerCaching, AFailureOfSeveralIsNotKept) {
   const auto fail = [](const auto&) -> std::vector<LdapAnswers::Answer> {
     throw DirectoryError(EBUSY, "busy");
   };
@@ -121,7 +121,7 @@ TEST_F(LdapAnswersTest, AFailureOfSeveralIsNotKept) {
   EXPECT_EQ(asked("b"), "2");
 }
 
-TEST_F(LdapAnswersTest, WithoutATimeEveryQuestionIsAsked) {
+TEST_F(LdapAnswerCaching, WithoutATimeEveryQuestionIsAsked) {
   LdapAnswers none(clock_, {milliseconds(0), hours(1)});
   int questions = 0;
   for (int i = 0; i < 3; ++i)
@@ -135,7 +135,7 @@ TEST_F(LdapAnswersTest, WithoutATimeEveryQuestionIsAsked) {
 }
 
 // A question that is asked by one thread, and that others wait for.
-class LdapQuestion : public LdapAnswersTest {
+class LdapQuestion : public LdapAnswerCaching {
  protected:
   static constexpr std::size_t kWaiting = 15;
 
@@ -189,7 +189,7 @@ TEST_F(LdapQuestion, IsAskedOnceHoweverManyWaitForIt) {
   EXPECT_EQ(answers_.waiting(), 0U);
 }
 
-TEST_F(LdapQuestion, FailsForAllWhoWaitForItAndIsAskedAgainThen) {
+TEST_F(LdapQuestion, FailsForAllWaitersAndIsAskedAgain) {
   askFirst([]() -> LdapAnswers::Answer { throw DirectoryError(EBUSY, "busy "); });
   waitForIt();
   join();
@@ -199,7 +199,7 @@ TEST_F(LdapQuestion, FailsForAllWhoWaitForItAndIsAskedAgainThen) {
   EXPECT_EQ(asked("a"), "1");
 }
 
-TEST_F(LdapQuestion, IsAskedByThoseWhoWaitWhenTheFirstOneBreaksDown) {
+TEST_F(LdapQuestion, IsAskedByWaitersWhenFirstCallerThrows) {
   askFirst([]() -> LdapAnswers::Answer { throw std::runtime_error("broken"); });
   waitForIt();
   join();
@@ -207,7 +207,7 @@ TEST_F(LdapQuestion, IsAskedByThoseWhoWaitWhenTheFirstOneBreaksDown) {
   EXPECT_EQ(questions_, static_cast<int>(kWaiting));
 }
 
-TEST_F(LdapAnswersTest, WhoHasWaitedForTooLongAsksForItself) {
+TEST_F(LdapAnswerCaching, CallerWaitingTooLongAsksItself) {
   LdapAnswers impatient(clock_, {seconds(2), milliseconds(1)});
   std::promise<void> begun;
   std::promise<void> mayEnd;

@@ -116,7 +116,7 @@ class LdapConnection::Callback {
         !deadline_.addTo(socket, descriptor, timeout_) ||
         ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &largest) != 1)
       return ENOMEM;
-    // The library waits for a whole TLS record, and for room to write, without looking at its time.
+    // The library waits for a whole TLS record, and for buffer space, without checking its timeout.
     const timeval time = timevalOf(timeout_);
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO})
       if (::setsockopt(descriptor, SOL_SOCKET, option, &time, sizeof time) != 0) return errno;
@@ -197,7 +197,7 @@ void LdapConnection::setOptions() {
 }
 
 // On every handle: which of several URIs answers, and what it speaks, is known only afterwards. A
-// handle without a URI that speaks TLS trusts no authority that it could be told of.
+// handle without a TLS URI trusts no authority.
 void LdapConnection::setTlsOptions() {
   const bool mayBeTls = options_.tls != LdapTls::none || hasUriOfScheme(options_.uri, "ldaps");
   const auto setNumber = [this](int option, int value) { setOption(option, &value); };

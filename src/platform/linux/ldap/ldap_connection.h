@@ -1,10 +1,10 @@
-// One connection to a directory server, over libldap. For one thread at a time; two connections
-// may be used in parallel.
+// One connection to a directory server, over libldap. Not thread-safe; different connections may be
+// used concurrently.
 //
 // Every operation throws LdapError: what the server answered, LDAP_TIMEOUT when it did not in time,
 // LDAP_RESULTS_TOO_LARGE when it sends more than the allowance has; and LdapConnectionLost when the
-// connection broke. A connection on which this, or anything else that is no answer of the server's,
-// happened is no longer usable.
+// connection broke. After this, or any other error that is not a response of the server, a
+// connection is no longer usable.
 #pragma once
 
 #include <memory>
@@ -51,8 +51,8 @@ struct LdapQuery {
 
 class LdapConnection {
  public:
-  // Connects, and encrypts the connection where the options say so. Nobody is authenticated.
-  // Precondition: there is an allowance.
+  // Connects, and encrypts the connection where the options require it. The connection is
+  // anonymous. Precondition: there is an allowance.
   LdapConnection(const LdapOptions& options, std::shared_ptr<LdapAllowance> allowance);
   LdapConnection(const LdapConnection&) = delete;
   LdapConnection& operator=(const LdapConnection&) = delete;
@@ -60,7 +60,7 @@ class LdapConnection {
 
   bool isUsable() const { return usable_; }
 
-  // What is done from now on counts against this allowance; null: nothing is done for a while.
+  // Charges later operations to this allowance; null: idle, no operations allowed.
   void count(std::shared_ptr<LdapAllowance> allowance);
 
   // A simple bind. Precondition: neither is empty.

@@ -23,7 +23,7 @@ class LdapDeadline {
   void set(std::chrono::milliseconds time);
   void release() { step_.reset(); }
   // From now on they also fail with ETIMEDOUT beyond the end of the allowance, and with EMSGSIZE
-  // when it is spent; until another takes its place. Null: nothing is counted.
+  // when it is spent; until it is replaced. Null: nothing is counted.
   void count(std::shared_ptr<LdapAllowance> allowance);
   // Whether something has failed with ETIMEDOUT since the last `set` or `count`.
   bool hasExpired() const { return hasExpired_; }

@@ -1,4 +1,4 @@
-// What the messages of a search hold.
+// Parsing of search result messages.
 #pragma once
 
 #include <string>

@@ -2,9 +2,11 @@
 
 #include <ldap.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
-#include "base/printable.h"
+#include "base/text.h"
 
 namespace paddock {
 
@@ -23,66 +25,60 @@ std::string describe(int result, const std::string& what, const std::string& dia
   return printable(text);
 }
 
+struct Meaning {
+  int result;
+  Status status;
+};
+
+// What is not here is EIO.
+constexpr auto kMeanings = std::to_array<Meaning>({
+    {LDAP_SUCCESS, 0},
+    {LDAP_NO_SUCH_OBJECT, ENOENT},
+    {LDAP_INVALID_CREDENTIALS, EACCES},
+    {LDAP_INAPPROPRIATE_AUTH, EACCES},
+    {LDAP_INSUFFICIENT_ACCESS, EACCES},
+    {LDAP_STRONG_AUTH_REQUIRED, EACCES},
+    {LDAP_STRONG_AUTH_NOT_SUPPORTED, EACCES},
+    {LDAP_CONFIDENTIALITY_REQUIRED, EACCES},
+    {LDAP_UNWILLING_TO_PERFORM, EACCES},
+    {LDAP_REFERRAL, EACCES},
+    {LDAP_ALREADY_EXISTS, EEXIST},
+    {LDAP_TYPE_OR_VALUE_EXISTS, EEXIST},
+    {LDAP_UNDEFINED_TYPE, EINVAL},
+    {LDAP_INAPPROPRIATE_MATCHING, EINVAL},
+    {LDAP_CONSTRAINT_VIOLATION, EINVAL},
+    {LDAP_INVALID_SYNTAX, EINVAL},
+    {LDAP_INVALID_DN_SYNTAX, EINVAL},
+    {LDAP_NAMING_VIOLATION, EINVAL},
+    {LDAP_OBJECT_CLASS_VIOLATION, EINVAL},
+    {LDAP_NO_SUCH_ATTRIBUTE, EINVAL},
+    {LDAP_PARAM_ERROR, EINVAL},
+    {LDAP_FILTER_ERROR, EINVAL},
+    {LDAP_SIZELIMIT_EXCEEDED, EOVERFLOW},
+    {LDAP_ADMINLIMIT_EXCEEDED, EOVERFLOW},
+    {LDAP_RESULTS_TOO_LARGE, EOVERFLOW},
+    {LDAP_TIMELIMIT_EXCEEDED, ETIMEDOUT},
+    {LDAP_TIMEOUT, ETIMEDOUT},
+    {LDAP_BUSY, EBUSY},
+    {LDAP_UNAVAILABLE, EBUSY},
+    {LDAP_SERVER_DOWN, ECONNRESET},
+    {LDAP_CONNECT_ERROR, EKEYREJECTED},
+    {LDAP_PROTOCOL_ERROR, EPROTO},
+    {LDAP_ENCODING_ERROR, EPROTO},
+    {LDAP_DECODING_ERROR, EPROTO},
+    {LDAP_LOCAL_ERROR, EPROTO},  // what came is no LDAP message
+    {LDAP_NO_RESULTS_RETURNED, EPROTO},
+    {LDAP_MORE_RESULTS_TO_RETURN, EPROTO},
+    {LDAP_NO_MEMORY, ENOMEM},
+    {LDAP_NOT_SUPPORTED, ENOTSUP},
+    {LDAP_UNAVAILABLE_CRITICAL_EXTENSION, ENOTSUP},
+});
+
 }  // namespace
 
 Status ldapErrno(int result) {
-  switch (result) {
-    case LDAP_SUCCESS:
-      return 0;
-    case LDAP_NO_SUCH_OBJECT:
-      return ENOENT;
-    case LDAP_INVALID_CREDENTIALS:
-    case LDAP_INAPPROPRIATE_AUTH:
-    case LDAP_INSUFFICIENT_ACCESS:
-    case LDAP_STRONG_AUTH_REQUIRED:
-    case LDAP_STRONG_AUTH_NOT_SUPPORTED:
-    case LDAP_CONFIDENTIALITY_REQUIRED:
-    case LDAP_UNWILLING_TO_PERFORM:
-    case LDAP_REFERRAL:
-      return EACCES;
-    case LDAP_ALREADY_EXISTS:
-    case LDAP_TYPE_OR_VALUE_EXISTS:
-      return EEXIST;
-    case LDAP_UNDEFINED_TYPE:
-    case LDAP_INAPPROPRIATE_MATCHING:
-    case LDAP_CONSTRAINT_VIOLATION:
-    case LDAP_INVALID_SYNTAX:
-    case LDAP_INVALID_DN_SYNTAX:
-    case LDAP_NAMING_VIOLATION:
-    case LDAP_OBJECT_CLASS_VIOLATION:
-    case LDAP_NO_SUCH_ATTRIBUTE:
-    case LDAP_PARAM_ERROR:
-    case LDAP_FILTER_ERROR:
-      return EINVAL;
-    case LDAP_SIZELIMIT_EXCEEDED:
-    case LDAP_ADMINLIMIT_EXCEEDED:
-    case LDAP_RESULTS_TOO_LARGE:
-      return EOVERFLOW;
-    case LDAP_TIMELIMIT_EXCEEDED:
-    case LDAP_TIMEOUT:
-      return ETIMEDOUT;
-    case LDAP_BUSY:
-    case LDAP_UNAVAILABLE:
-      return EBUSY;
-    case LDAP_SERVER_DOWN:
-      return ECONNRESET;
-    case LDAP_CONNECT_ERROR:
-      return EKEYREJECTED;
-    case LDAP_PROTOCOL_ERROR:
-    case LDAP_ENCODING_ERROR:
-    case LDAP_DECODING_ERROR:
-    case LDAP_LOCAL_ERROR:  // what came is no LDAP message
-    case LDAP_NO_RESULTS_RETURNED:
-    case LDAP_MORE_RESULTS_TO_RETURN:
-      return EPROTO;
-    case LDAP_NO_MEMORY:
-      return ENOMEM;
-    case LDAP_NOT_SUPPORTED:
-    case LDAP_UNAVAILABLE_CRITICAL_EXTENSION:
-      return ENOTSUP;
-    default:
-      return EIO;
-  }
+  const auto* const found = std::ranges::find(kMeanings, result, &Meaning::result);
+  return found != kMeanings.end() ? found->status : EIO;
 }
 
 LdapError::LdapError(int result, const std::string& what, const std::string& diagnostic)

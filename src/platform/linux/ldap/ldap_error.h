@@ -1,4 +1,5 @@
-// The errors of a directory server as errors of the directory: docs/formats/ldap.md has the table.
+// The errors of a directory server as errors of the directory: docs/formats/ldap_records.md has the
+// table.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// What belongs to libldap, in C++.
+// C++ wrappers for libldap.
 #pragma once
 
 #include <ldap.h>
@@ -25,7 +25,7 @@ struct FreeLdapControls {
 };
 using LdapControls = std::unique_ptr<LDAPControl*, FreeLdapControls>;
 
-// Takes the text, which may be null.
+// Copies and frees the text, which may be null.
 inline std::string takeLdapText(char* text) {
   const std::unique_ptr<char, decltype(&ldap_memfree)> owner(
       text, [](void* memory) { ldap_memfree(memory); });

@@ -8,7 +8,6 @@
 #include "base/guid.h"
 #include "base/text.h"
 #include "platform/directory_values.h"
-#include "platform/linux/ldap/ldap_dn.h"
 #include "platform/linux/ldap/ldap_text.h"
 
 namespace paddock {

@@ -1,4 +1,4 @@
-// Who is in a group of a directory server.
+// The members of a group of a directory server.
 #pragma once
 
 #include <string>
@@ -14,8 +14,8 @@ struct LdapMembers {
 };
 
 // The direct members of the group that the entry is: by their names, and by their entries, which
-// are looked up where their own name does not say who they are. A member that is gone is left out.
-// EOVERFLOW when more than 10,000 have to be looked up.
+// are looked up where their DN does not identify them. Deleted members are omitted. EOVERFLOW when
+// more than 10,000 lookups are needed.
 LdapMembers membersOf(LdapAccess& access, const LdapEntry& group);
 
 // The GUID of an entry in its canonical form; empty when it has none.

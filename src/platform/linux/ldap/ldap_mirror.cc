@@ -7,7 +7,7 @@
 #include <memory>
 #include <set>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 
 namespace paddock {
 

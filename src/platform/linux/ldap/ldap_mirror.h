@@ -1,5 +1,5 @@
-// The attributes of a directory server that show some of a record's values to everybody: what a
-// server may take for the same value, or may not take at all, is left out of them.
+// The attributes of a directory server that publish some of a record's values: values that a server
+// may consider equal, or may reject, are omitted.
 #pragma once
 
 #include <string>

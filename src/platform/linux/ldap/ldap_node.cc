@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/ldap/ldap_access.h"
 #include "platform/linux/ldap/ldap_accounts.h"
-#include "platform/linux/ldap/ldap_dn.h"
 #include "platform/linux/ldap/ldap_records.h"
+#include "platform/linux/ldap/ldap_text.h"
 
 namespace paddock {
 
@@ -201,7 +201,7 @@ class LdapNode final : public DirectoryNode, public AccountSearches {
 
   Status authenticateName(const std::string& name, const std::string& password,
                           bool authOnly) override {
-    // A bind with an empty name or password succeeds, as nobody.
+    // A bind with an empty name or password succeeds anonymously.
     if (password.empty() || name.empty()) return EACCES;
     return checkPassword(observer_, path_, name,
                          [&] { return authenticate(name, password, authOnly); });

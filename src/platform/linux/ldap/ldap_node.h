@@ -1,9 +1,9 @@
 // Directory nodes "/LDAP/NAME": a directory server, over libldap. docs/ldap.md says how a server is
-// set up, docs/formats/ldap.md how records look there and which status each failure has.
+// set up, docs/formats/ldap_records.md the format of records and the status of each failure.
 //
-// Records of every type but users and groups are entries of our own schema and may be changed as
-// far as the server lets the account that is authenticated. Users and groups are what the site
-// keeps there, and read-only (EACCES).
+// Records of every type but users and groups are entries of the Paddock schema and may be changed
+// as far as the server permits the authenticated account. Users and groups are those of the site,
+// and read-only (EACCES).
 //
 // "dsAttrTypeStandard:ReadOnlyNode" is what the configuration says (`LdapOptions::writable`), or
 // what the last change of a record that the server took or refused has shown; `kWriteBasis` says

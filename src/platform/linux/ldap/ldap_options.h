@@ -1,4 +1,4 @@
-// How one directory server is reached, and what its entries are called.
+// Connection settings and schema names of one directory server.
 #pragma once
 
 #include <chrono>
@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "base/value.h"
+
 namespace paddock {
 
 enum class LdapTls { none, startTls, ldaps };
 
-// Object classes and attributes of the users and groups of the site. An attribute whose name is
-// empty is not asked for.
+// Object classes and attributes of the users and groups of the site. An attribute with an empty
+// name is not requested.
 struct LdapAccountNames {
   std::vector<std::string> userClasses{"posixAccount", "inetOrgPerson"};
   std::string userName = "uid";
@@ -41,8 +43,8 @@ struct LdapOptions {
   std::string uri;
   // Below it are the users and groups.
   std::string base;
-  // Below it are the records of our own schema, and directly below it new ones are made; empty:
-  // base.
+  // The records of the Paddock schema are below it, and new ones are created directly below it;
+  // empty: base.
   std::string recordsBase;
   // Whether the connection is encrypted before anything else is said; the server's certificate is
   // always checked, name and all, also behind ldaps:// whatever this says.
@@ -55,13 +57,13 @@ struct LdapOptions {
   std::chrono::milliseconds deadline{30'000};
   // What an operation may receive as a whole (LdapAllowance).
   std::size_t answerBytes = 256U << 20U;
-  // How long a server that did not answer is not asked again.
+  // How long a server that did not answer is not queried again.
   std::chrono::milliseconds silence{30'000};
-  // How long it counts as read-only because it refused a change.
+  // How long it is considered read-only after it refused a change.
   std::chrono::milliseconds refusal{300'000};
-  // How long what it said of a user or group with a GUID or id holds; zero: it is asked each time.
+  // Cache lifetime of users and groups by GUID or id; zero: no caching.
   std::chrono::milliseconds keeping{2'000};
-  // Who asks and changes before a user authenticates; empty: nobody (anonymous).
+  // The bind DN before a user authenticates; empty: anonymous.
   std::string bindDn;
   // The file that holds the account's password, which is read for each new connection; a line feed
   // at its end does not count.
@@ -75,5 +77,11 @@ struct LdapOptions {
   bool isCalledWritable() const { return writable.value_or(!bindDn.empty()); }
   const std::string& baseOfRecords() const { return recordsBase.empty() ? base : recordsBase; }
 };
+
+// The directory servers of a configuration.
+
+// See configured_options.h. Files that the configuration names are below `root`; the authorities'
+// certificates that are taken when it names none are the system's.
+std::vector<LdapOptions> configuredLdap(const Dictionary& configuration, const std::string& root);
 
 }  // namespace paddock

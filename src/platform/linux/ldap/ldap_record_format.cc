@@ -6,10 +6,8 @@
 #include <set>
 #include <tuple>
 
-#include "base/printable.h"
 #include "base/text.h"
 #include "platform/directory.h"
-#include "platform/directory_schema.h"
 #include "platform/linux/ldap/ldap_mirror.h"
 #include "platform/linux/ldap/ldap_text.h"
 #include "platform/linux/process/case_fold.h"
@@ -187,7 +185,7 @@ std::string matchText(std::string_view attribute, std::string_view value) {
   return "#" + hexSha256(std::string(attribute) + '\0' + folded);
 }
 
-// The classes that an entry of somebody else's has besides stay.
+// Additional classes of an entry created by another client are kept.
 void addClasses(const std::vector<std::string>& old, const std::vector<std::string>& wanted,
                 std::vector<LdapChange>& changes) {
   LdapChange missing{LdapChange::Kind::add, "objectClass", {}};

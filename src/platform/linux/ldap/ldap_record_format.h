@@ -1,4 +1,4 @@
-// Records of our own schema as entries of a directory server: docs/formats/ldap.md.
+// Records of the Paddock schema as entries of a directory server: docs/formats/ldap_records.md.
 #pragma once
 
 #include <map>
@@ -19,9 +19,9 @@ struct LdapRecordState {
   };
 
   std::string dn;
-  std::string key;       // see recordKey; empty for an entry that somebody else named
+  std::string key;       // see recordKey; empty for an entry named by another client
   std::string uuid;      // the server's name of the entry for good; empty when it gives none
-  std::string revision;  // empty for an entry that somebody else made
+  std::string revision;  // empty for an entry created by another client
   std::string type;
   std::string order;                  // sorts records in the order of their creation
   std::vector<Attribute> attributes;  // by position; RecordName is the first, at position 0

@@ -8,10 +8,10 @@
 #include <chrono>
 
 #include "base/guid.h"
-#include "platform/directory_schema.h"
+#include "platform/directory.h"
 #include "platform/linux/ldap/ldap_text.h"
 #include "platform/linux/process/case_fold.h"
-#include "platform/linux/process/linux_uuid_source.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 namespace paddock {
 
@@ -222,7 +222,7 @@ LdapRecordState LdapRecords::create(const std::string& name, const std::string& 
                         error.what());
       if (error.result() != LDAP_ALREADY_EXISTS) throw;
       const auto present = recordAt(record.dn);
-      // A lost answer to an earlier attempt of ours.
+      // The response to an earlier attempt was lost.
       if (present && present->revision == record.revision) break;
       if (again || (present && !clear(record.dn, name))) refuseName(name, type);
     }
@@ -252,7 +252,7 @@ bool LdapRecords::clear(const std::string& dn, const std::string& name) {
 
 void LdapRecords::move(const LdapRecordState& record, const std::string& rdn,
                        const std::string& newName) {
-  // The name that somebody else gave the entry may be one of its values.
+  // The RDN given by another client may be one of its values.
   const bool isOwnKey = !record.key.empty() && record.dn.starts_with("paddockKey=");
   for (bool cleared = false;; cleared = true) {
     try {
@@ -312,7 +312,7 @@ bool LdapRecords::tryChange(const Loaded& from, LdapRecordState& to) {
   return true;
 }
 
-// As far as it can be done: the error that led here is the one to be told.
+// Best effort: the original error is the one to be reported.
 void LdapRecords::undo(const LdapRecordState& made, const Loaded& before) {
   try {
     Loaded now = loaded(made);
@@ -336,7 +336,7 @@ LdapRecordState LdapRecords::change(const LdapRecordState& known,
   const std::string revision = newRevision();
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const Loaded from = loaded(known);
-    // A lost answer to an earlier attempt of ours.
+    // The response to an earlier attempt was lost.
     if (from.record.revision == revision) return from.record;
     LdapRecordState to = from.record;
     applyChanges(to, changes);

@@ -1,9 +1,10 @@
-// The records of our own schema on a directory server: every type but users and groups.
+// The records of the Paddock schema on a directory server: every type but users and groups.
 //
 // Each change of a record is one modify. The name of an entry is made from the record's first name,
 // so that the server itself lets only one of two sessions have it; giving a record another first
-// name moves its entry first. Further names are looked for before and after they are set, and taken
-// back when another record has one. Errors are DirectoryError; what throws changed nothing.
+// name moves its entry first. Further names are searched before and after they are set, and rolled
+// back when another record has one. Errors are DirectoryError; an operation that throws has changed
+// nothing.
 #pragma once
 
 #include <optional>

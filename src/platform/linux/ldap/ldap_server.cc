@@ -7,9 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
-#include "platform/linux/ldap/secret.h"
 
 namespace paddock {
 
@@ -46,20 +45,20 @@ std::unique_ptr<LdapConnection> LdapServer::open(const std::shared_ptr<LdapAllow
     return std::make_unique<LdapConnection>(options_, allowance);
   } catch (const LdapError& error) {
     noteFailure(error);
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     forgetRefusal();
     throw;
   }
 }
 
 LdapServer::WriteProof LdapServer::writeProof() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (Clock::now() >= proven_ + options_.refusal) forgetRefusal();
   return writeProof_;
 }
 
 void LdapServer::setWriteProof(WriteProof proof) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   writeProof_ = proof;
   proven_ = Clock::now();
 }
@@ -71,20 +70,20 @@ void LdapServer::forgetRefusal() {
 void LdapServer::giveBack(std::unique_ptr<LdapConnection> connection) {
   if (!connection->isUsable()) return;
   connection->count(nullptr);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (idle_.size() < kMostIdle) idle_.push_back({std::move(connection), Clock::now()});
 }
 
 void LdapServer::closeIdle() {
   std::vector<Idle> closed;  // without the lock
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   closed.swap(idle_);
   forgetRefusal();
 }
 
 std::unique_ptr<LdapConnection> LdapServer::takeIdle() {
   std::vector<Idle> old;  // closed without the lock
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto oldest = Clock::now() - kLongestIdle;
   const auto fresh = std::find_if(idle_.begin(), idle_.end(),
                                   [oldest](const Idle& idle) { return idle.since > oldest; });
@@ -99,12 +98,12 @@ std::unique_ptr<LdapConnection> LdapServer::takeIdle() {
 void LdapServer::noteFailure(const LdapError& error) {
   if (error.status() != ETIMEDOUT && error.status() != EHOSTUNREACH) return;
   if (error.result() == LDAP_TIMELIMIT_EXCEEDED) return;  // it did answer
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   silence_.emplace(Silence{Clock::now() + options_.silence, error});
 }
 
 void LdapServer::requireAnswering() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!silence_) return;
   if (Clock::now() < silence_->until) throw LdapError(silence_->error);
   silence_.reset();
@@ -131,7 +130,7 @@ std::string LdapServer::passwordOfAccount() const {
   if (size > kLongestPassword) refusePassword(options_, EACCES, "is too long");
   text.resize(size);
   if (text.ends_with('\n')) text.pop_back();
-  // An empty password would bind as nobody, and succeed.
+  // A bind with an empty password would be anonymous, and succeed.
   if (text.empty()) refusePassword(options_, EACCES, "is empty");
   return text;
 }

@@ -1,18 +1,19 @@
-// One configured directory server, for all sessions and threads: connections that nobody uses just
-// now, what it said of users and groups, and whether it answers at all.
+// One configured directory server, shared by all sessions and threads: its idle connections, cached
+// users and groups, and availability.
 #pragma once
 
 #include <chrono>
+#include <cstring>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "platform/linux/ldap/ldap_answers.h"
 #include "platform/linux/ldap/ldap_connection.h"
 #include "platform/linux/ldap/ldap_error.h"
-#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 namespace paddock {
 
@@ -24,12 +25,11 @@ class LdapServer {
 
   const LdapOptions& options() const { return options_; }
 
-  // A connection on which nobody but the configured account is authenticated: one that was given
-  // back, or a new one. It belongs to the caller alone. Throws what connecting and binding throw;
-  // EACCES also when the password of the account cannot be read. What it does counts against the
-  // allowance.
+  // A connection authenticated as the configured account only: a returned one, or a new one. It is
+  // owned by the caller exclusively. Propagates exceptions of connecting and binding; EACCES also
+  // when the password of the account cannot be read. What it does counts against the allowance.
   std::unique_ptr<LdapConnection> take(const std::shared_ptr<LdapAllowance>& allowance);
-  // A new connection on which nobody is authenticated.
+  // A new connection, not authenticated.
   std::unique_ptr<LdapConnection> open(const std::shared_ptr<LdapAllowance>& allowance);
   // For a connection that came from `take`; kept for the next caller when it is usable.
   void giveBack(std::unique_ptr<LdapConnection> connection);
@@ -44,11 +44,11 @@ class LdapServer {
   WriteProof writeProof();
   void setWriteProof(WriteProof proof);
 
-  // For when a connection broke: closes those that nobody uses.
+  // To be called when a connection broke: closes the idle ones.
   void closeIdle();
 
-  // To be told of every error, so that a server that did not answer in time is not waited for again
-  // for a while (`LdapOptions::silence`): until then `take` and `open` throw the same at once.
+  // To be called for every error, so that a server that timed out is not waited for again for a
+  // while (`LdapOptions::silence`): until then `take` and `open` throw the same error immediately.
   void noteFailure(const LdapError& error);
 
  private:
@@ -62,7 +62,7 @@ class LdapServer {
     LdapError error;
   };
 
-  void forgetRefusal();  // with the lock
+  void forgetRefusal() PADDOCK_REQUIRES(mutex_);
   void requireAnswering();
   std::unique_ptr<LdapConnection> takeIdle();
   std::string passwordOfAccount() const;
@@ -70,11 +70,32 @@ class LdapServer {
   const LdapOptions options_;
   LinuxClock clock_;
   LdapAnswers answers_{clock_, {options_.keeping, options_.timeout}};
-  std::mutex mutex_;
-  std::vector<Idle> idle_;
-  std::optional<Silence> silence_;
-  WriteProof writeProof_ = WriteProof::none;
-  Clock::time_point proven_;  // when that was
+  Mutex mutex_;
+  std::vector<Idle> idle_ PADDOCK_GUARDED_BY(mutex_);
+  std::optional<Silence> silence_ PADDOCK_GUARDED_BY(mutex_);
+  WriteProof writeProof_ PADDOCK_GUARDED_BY(mutex_) = WriteProof::none;
+  Clock::time_point proven_ PADDOCK_GUARDED_BY(mutex_);  // when that was
+};
+
+// A text that is overwritten when it is no longer needed.
+class Secret {
+ public:
+  Secret() = default;
+  explicit Secret(std::string text) : text_(std::move(text)) {}
+  Secret(const Secret&) = delete;
+  Secret& operator=(const Secret&) = delete;
+  ~Secret() { wipe(); }
+
+  const std::string& text() const { return text_; }
+  void set(const std::string& text) {
+    wipe();
+    text_ = text;
+  }
+
+ private:
+  void wipe() { ::explicit_bzero(text_.data(), text_.size()); }
+
+  std::string text_;
 };
 
 }  // namespace paddock

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace paddock {
@@ -19,5 +20,14 @@ std::string allOf(const std::vector<std::string>& filters);
 
 // The value as it stands in a distinguished name.
 std::string dnText(std::string_view value);
+
+// Distinguished names (RFC 4514), read.
+
+// The attributes and values of the first component, unescaped; empty for text that is no name.
+// Throws DirectoryError ENOMEM.
+std::vector<std::pair<std::string, std::string>> firstComponent(const std::string& dn);
+
+// Whether the text is a name that an entry can have.
+bool isDistinguishedName(const std::string& text);
 
 }  // namespace paddock

@@ -21,7 +21,7 @@ TEST(LdapText, FiltersAreJoined) {
   EXPECT_EQ(anyOf({"(a=1)"}), "(a=1)");
 }
 
-TEST(LdapText, WhatMeansSomethingInADistinguishedNameIsEscaped) {
+TEST(LdapText, SpecialCharactersInDistinguishedNameAreEscaped) {
   EXPECT_EQ(dnText("dsRecTypeStandard:Mounts/fileserver:/srv/a"),
             "dsRecTypeStandard:Mounts/fileserver:/srv/a");
   EXPECT_EQ(dnText("a,b+c=d\"e\\f<g>h;i"), "a\\2cb\\2bc\\3dd\\22e\\5cf\\3cg\\3eh\\3bi");

@@ -11,8 +11,8 @@ namespace paddock {
 // Whether one of them is of the scheme ("ldaps"), in any letter case.
 bool hasUriOfScheme(std::string_view uris, std::string_view scheme);
 
-// What kept the library from connecting, which it does not always tell; `number` is the errno that
-// it left, which may also be from asking for the host's name.
+// The error of connecting, which the library does not always report; `number` is the errno that it
+// left, which may also be from asking for the host's name.
 Status statusOfConnecting(const std::string& uris, int number);
 
 }  // namespace paddock

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "platform/linux/acl/posix_acl.h"
-#include "platform/linux/privileges/projection_rules.h"
+#include "platform/linux/privileges/posix_projection.h"
 
 namespace paddock {
 

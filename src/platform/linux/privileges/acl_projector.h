@@ -6,10 +6,9 @@
 #include "platform/linux/accounts/user_groups.h"
 #include "platform/linux/acl/principal_sids.h"
 #include "platform/linux/files/file_object.h"
-#include "platform/linux/files/xattr_changes.h"
-#include "platform/linux/privileges/acl_projection.h"
 #include "platform/linux/privileges/file_mode.h"
 #include "platform/linux/privileges/mode_tail.h"
+#include "platform/linux/privileges/posix_projection.h"
 #include "platform/linux/privileges/stored_acl.h"
 #include "platform/membership.h"
 
@@ -17,7 +16,7 @@ namespace paddock {
 
 class AclProjector {
  public:
-  // The caller keeps what it passes alive.
+  // The arguments must outlive this object.
   AclProjector(PrincipalSids& sids, Membership& membership, UserGroups& groups,
                const ExtendedAttributes& attributes)
       : sids_(sids), membership_(membership), groups_(groups), attributes_(attributes) {}

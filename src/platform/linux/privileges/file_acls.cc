@@ -8,8 +8,8 @@
 
 #include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/files/xattr_changes.h"
-#include "platform/linux/privileges/stored_entries.h"
+#include "platform/linux/files/file_object.h"
+#include "platform/linux/privileges/stored_acl.h"
 
 namespace paddock {
 
@@ -181,7 +181,7 @@ int FileAcls::clear(const OpenObject& object, const StoredAcl& stored) const {
     const int error = projector_.clear(object, access, changes);
     if (error != 0) return error;
   }
-  // Last: a kernel ACL that is met without a list is taken for somebody else's.
+  // Last: a kernel ACL without a list is attributed to another program.
   changes.push_back({options_.attribute, stored.value, std::nullopt});
   return applyChanges(attributes_, object.number, changes);
 }

@@ -24,14 +24,14 @@ struct FileAclOptions {
   std::string attribute = "security.NTACL";
   // Whether the list is projected; otherwise the kernel's ACLs are left alone.
   bool projection = true;
-  // What the services that are passed watch, so that one call looks at it once; null when they
-  // watch nothing. The caller keeps it alive.
+  // The files watched by the services that are passed, so that each call checks them once; null
+  // when they watch none. Must outlive this object.
   const AccountFiles* accountFiles = nullptr;
 };
 
 class FileAcls {
  public:
-  // The caller keeps what it passes alive.
+  // The arguments must outlive this object.
   FileAcls(FileAclOptions options, PrincipalSids& sids, Membership& membership, UserGroups& groups,
            const ExtendedAttributes& attributes = linuxExtendedAttributes());
 
@@ -62,8 +62,8 @@ class FileAcls {
   // without a list, or with one that does not decode, is left alone.
   int refresh(int object) const;
 
-  // The same of an object that was looked at already. What its status says is believed, and the
-  // attributes are asked about its number alone.
+  // The same for an object with a known status. The status is trusted, and attributes are read by
+  // its descriptor only.
   int readFrom(const nt_acl::OpenObject& object, std::unique_ptr<acl::List>& list) const;
   int writeTo(const nt_acl::OpenObject& object, const acl::List& list) const;
   int refresh(const nt_acl::OpenObject& object) const;

@@ -4,10 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/linux/acl/access_mask.h"
+#include "platform/linux/acl/ace_entry.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/sid_text.h"
-#include "platform/linux/acl/well_known_sids.h"
 #include "support/faulty_xattrs.h"
 #include "support/file_acl_world.h"
 #include "support/own_mounts.h"
@@ -50,7 +48,7 @@ acl::List allowing(std::uint32_t uid, acl::Permission permissions, acl::Flag fla
   return list;
 }
 
-class FileAclsTest : public ::testing::Test {
+class FileAclStorage : public ::testing::Test {
  protected:
   void SetUp() override {
     writeWholeFile(file_, "");
@@ -105,7 +103,7 @@ class FileAclsTest : public ::testing::Test {
   FileAclWorld world_;
 };
 
-TEST_F(FileAclsTest, AListBuiltAfreshIsStoredWithOwnersMarkerAndTail) {
+TEST_F(FileAclStorage, NewListStoresOwnersMarkerAndTail) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   const Descriptor descriptor = stored(file_);
   EXPECT_EQ(descriptor.control, 0x8404);
@@ -115,7 +113,7 @@ TEST_F(FileAclsTest, AListBuiltAfreshIsStoredWithOwnersMarkerAndTail) {
   EXPECT_EQ(descriptor.list, withTail(entries, {::geteuid(), ::getegid(), {6, 4, 0}, false}));
 }
 
-TEST_F(FileAclsTest, ItsEntriesAloneAreReadBack) {
+TEST_F(FileAclStorage, ItsEntriesAloneAreReadBack) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   const auto list = read(file_);
   ASSERT_TRUE(list);
@@ -125,13 +123,13 @@ TEST_F(FileAclsTest, ItsEntriesAloneAreReadBack) {
   EXPECT_EQ(list->entries[0]->permset.permissions, acl::kReadData);
 }
 
-TEST_F(FileAclsTest, OnAFolderWithInheritableEntriesTheTailPassesTheModeOn) {
+TEST_F(FileAclStorage, TailOfInheritableFolderPassesModeOn) {
   ASSERT_EQ(write(sub_, allowing(1000, acl::kReadData, kBoth)), 0);
   const auto list = storedList(sub_);
   EXPECT_EQ(list.back(), (Ace{kAllowed, 0x0B, 0x120080, nt_acl::everyoneSid(), {}}));
 }
 
-TEST_F(FileAclsTest, AListOfAServerIsCompleteAndStaysSoWhenItIsWrittenBack) {
+TEST_F(FileAclStorage, ServerListStaysCompleteAfterWriteBack) {
   store(file_, {{kAllowed, 0, 0x1F01FF, userSid(1000), {}}});
   auto list = read(file_);
   ASSERT_TRUE(list);
@@ -143,7 +141,7 @@ TEST_F(FileAclsTest, AListOfAServerIsCompleteAndStaysSoWhenItIsWrittenBack) {
   EXPECT_EQ(stored(file_).owner, userSid(::geteuid()));
 }
 
-TEST_F(FileAclsTest, ACompleteListThatWasReadAndHasNoEntriesLeftIsForNobody) {
+TEST_F(FileAclStorage, EmptiedCompleteListIsStoredEmpty) {
   store(file_, {{kAllowed, 0, 0x1F01FF, userSid(1000), {}}});
   auto list = read(file_);
   list->entries.clear();
@@ -155,7 +153,7 @@ TEST_F(FileAclsTest, ACompleteListThatWasReadAndHasNoEntriesLeftIsForNobody) {
   EXPECT_TRUE(list->entries.empty());
 }
 
-TEST_F(FileAclsTest, AListOfOursThatWasReadAndHasNoEntriesLeftIsRemoved) {
+TEST_F(FileAclStorage, EmptiedOwnListIsRemoved) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   auto list = read(file_);
   list->entries.clear();
@@ -163,7 +161,7 @@ TEST_F(FileAclsTest, AListOfOursThatWasReadAndHasNoEntriesLeftIsRemoved) {
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, AListBuiltAfreshTakesTheCompletenessOfTheOneThatItReplaces) {
+TEST_F(FileAclStorage, NewListInheritsCompletenessOfReplacedOne) {
   store(file_, {{kAllowed, 0, 0x1F01FF, userSid(1000), {}}});
   ASSERT_EQ(write(file_, allowing(1001, acl::kReadData)), 0);
   EXPECT_EQ(storedList(file_), (std::vector<Ace>{{kAllowed, 0, 0x100001, userSid(1001), {}}}));
@@ -172,20 +170,20 @@ TEST_F(FileAclsTest, AListBuiltAfreshTakesTheCompletenessOfTheOneThatItReplaces)
   EXPECT_EQ(read(sub_)->complete, false);
 }
 
-TEST_F(FileAclsTest, AListBuiltAfreshWithoutEntriesRemovesEvenACompleteOne) {
+TEST_F(FileAclStorage, NewEmptyListRemovesEvenCompleteOne) {
   store(file_, {{kAllowed, 0, 0x1F01FF, userSid(1000), {}}});
   ASSERT_EQ(write(file_, {}), 0);
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
   EXPECT_EQ(read(file_), nullptr);
 }
 
-TEST_F(FileAclsTest, AListThatWasReadKeepsItsCompletenessOnAnotherObject) {
+TEST_F(FileAclStorage, ReadListKeepsCompletenessOnOtherObject) {
   store(file_, {{kAllowed, 0, 0x1F01FF, userSid(1000), {}}});
   ASSERT_EQ(write(sub_, *read(file_)), 0);
   EXPECT_EQ(storedList(sub_), storedList(file_));
 }
 
-TEST_F(FileAclsTest, TheTailIsThatOfTheModeWithoutTheMask) {
+TEST_F(FileAclStorage, TailFollowsModeWithoutMask) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData | acl::kWriteData)), 0);
   EXPECT_EQ(modeOf(file_), 0660U) << "the mask";
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData | acl::kWriteData)), 0);
@@ -193,7 +191,7 @@ TEST_F(FileAclsTest, TheTailIsThatOfTheModeWithoutTheMask) {
   EXPECT_EQ(storedList(file_)[3].mask, 0x120089U);
 }
 
-TEST_F(FileAclsTest, ValuesThatDoNotDecodeAreListsThatAreNotValid) {
+TEST_F(FileAclStorage, UndecodableValuesReadAsInvalidLists) {
   for (const std::string& value : {std::string("x"), std::string(), std::string(60000, 'x')}) {
     if (setAttribute(file_, kList, value) != 0) continue;
     const auto list = read(file_);
@@ -203,7 +201,7 @@ TEST_F(FileAclsTest, ValuesThatDoNotDecodeAreListsThatAreNotValid) {
   }
 }
 
-TEST_F(FileAclsTest, AListThatDoesNotDecodeIsReplacedByOneThatIsNotComplete) {
+TEST_F(FileAclStorage, UndecodableListIsReplacedByIncompleteOne) {
   ASSERT_EQ(setAttribute(file_, kList, "x"), 0);
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   EXPECT_EQ(read(file_)->complete, false);
@@ -215,7 +213,7 @@ TEST_F(FileAclsTest, AListThatDoesNotDecodeIsReplacedByOneThatIsNotComplete) {
 // What such a descriptor says, as an entry.
 const std::vector<Ace> kEverythingToEverybody{{kAllowed, 0, 0x1F01FF, {1, {0}}, {}}};
 
-TEST_F(FileAclsTest, ADescriptorWithoutTheListThatItSaysItHasAllowsEverybodyEverything) {
+TEST_F(FileAclStorage, DescriptorWithMissingListAllowsEveryoneEverything) {
   storeWithoutList(file_);
   const auto list = read(file_);
   ASSERT_TRUE(list);
@@ -228,7 +226,7 @@ TEST_F(FileAclsTest, ADescriptorWithoutTheListThatItSaysItHasAllowsEverybodyEver
   EXPECT_EQ(stored(file_).list, std::nullopt) << "reading changes nothing";
 }
 
-TEST_F(FileAclsTest, ADescriptorThatSaysItHasNoListIsForNobody) {
+TEST_F(FileAclStorage, DescriptorDeclaringNoListAllowsNobody) {
   storeWithoutList(file_, 0x8000);
   const auto list = read(file_);
   ASSERT_TRUE(list);
@@ -243,7 +241,7 @@ TEST_F(FileAclsTest, ADescriptorThatSaysItHasNoListIsForNobody) {
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, ADescriptorWithoutAListIsWrittenBackAsTheEntryThatSaysIt) {
+TEST_F(FileAclStorage, DescriptorWithoutListIsWrittenBackAsEntry) {
   storeWithoutList(file_);
   ASSERT_EQ(write(file_, *read(file_)), 0);
   EXPECT_EQ(storedList(file_), kEverythingToEverybody);
@@ -255,7 +253,7 @@ TEST_F(FileAclsTest, ADescriptorWithoutAListIsWrittenBackAsTheEntryThatSaysIt) {
   EXPECT_EQ(modeOf(file_), 0640U);
 }
 
-TEST_F(FileAclsTest, ADescriptorWithoutAListIsReplacedAndRemovedLikeAnyCompleteList) {
+TEST_F(FileAclStorage, DescriptorWithoutListIsReplacedLikeCompleteList) {
   storeWithoutList(file_);
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   EXPECT_EQ(storedList(file_), (std::vector<Ace>{{kAllowed, 0, 0x100001, userSid(1000), {}}}));
@@ -264,7 +262,7 @@ TEST_F(FileAclsTest, ADescriptorWithoutAListIsReplacedAndRemovedLikeAnyCompleteL
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, MoreThanAThousandEntriesAreInvalidWhateverTailTheyHave) {
+TEST_F(FileAclStorage, EntriesBeyondThousandAreInvalidWithAnyTail) {
   if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     mountTmpfs(folder_.path(), "1m");
@@ -277,7 +275,7 @@ TEST_F(FileAclsTest, MoreThanAThousandEntriesAreInvalidWhateverTailTheyHave) {
   });
 }
 
-TEST_F(FileAclsTest, AListThatTheFormatCannotHoldIsTooBig) {
+TEST_F(FileAclStorage, ListExceedingFormatIsTooBig) {
   acl::List list;
   for (int i = 0; i < 1000; ++i) {
     auto entry = entryOf(acl::kExtendedAllow, userGuid(1000), acl::kReadData);
@@ -292,7 +290,7 @@ TEST_F(FileAclsTest, AListThatTheFormatCannotHoldIsTooBig) {
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, AnInvalidListIsRefusedBeforeAnythingIsDone) {
+TEST_F(FileAclStorage, InvalidListIsRefusedBeforeAnyChange) {
   acl::List list = allowing(1000, acl::kReadData);
   list.entries[0]->qualifier.reset();
   EXPECT_EQ(write(file_, list), EINVAL);
@@ -302,7 +300,7 @@ TEST_F(FileAclsTest, AnInvalidListIsRefusedBeforeAnythingIsDone) {
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, FifosAndDevicesHaveListsAndAreNotOpened) {
+TEST_F(FileAclStorage, FifosAndDevicesHaveListsWithoutBeingOpened) {
   const std::string fifo = folder_.path("fifo");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0640), 0);
   ASSERT_EQ(write(fifo, allowing(1000, acl::kReadData)), 0);
@@ -310,7 +308,7 @@ TEST_F(FileAclsTest, FifosAndDevicesHaveListsAndAreNotOpened) {
   EXPECT_EQ(posixAclOf(fifo, kAccess)->users, (std::vector<Named>{{1000, 4}}));
 }
 
-TEST_F(FileAclsTest, ALinkItselfHasNoListAndTakesNone) {
+TEST_F(FileAclStorage, SymlinkItselfHasNoListAndAcceptsNone) {
   const std::string link = folder_.path("link");
   ASSERT_EQ(::symlink("file", link.c_str()), 0);
   const FileDescriptor object(::open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -322,7 +320,7 @@ TEST_F(FileAclsTest, ALinkItselfHasNoListAndTakesNone) {
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
 }
 
-TEST_F(FileAclsTest, AnotherAttributeCanHoldTheList) {
+TEST_F(FileAclStorage, AnotherAttributeCanHoldTheList) {
   FileAclWorld world({"user.paddock_test", true});
   if (const std::string why = whyNoLists(folder_.path(), "user.paddock_test"); !why.empty())
     GTEST_SKIP() << why;
@@ -331,7 +329,7 @@ TEST_F(FileAclsTest, AnotherAttributeCanHoldTheList) {
   EXPECT_EQ(read(file_), nullptr);
 }
 
-TEST_F(FileAclsTest, WhereTheFileSystemKeepsNoneThereIsNoneAndNoneCanBeSet) {
+TEST_F(FileAclStorage, UnsupportingFileSystemHasAndAcceptsNoList) {
   FaultyXattrs xattrs;
   xattrs.takeNo(kList);
   FileAclWorld world({}, xattrs);
@@ -341,7 +339,7 @@ TEST_F(FileAclsTest, WhereTheFileSystemKeepsNoneThereIsNoneAndNoneCanBeSet) {
   EXPECT_EQ(world.acls.refresh(opened(file_).get()), 0);
 }
 
-TEST_F(FileAclsTest, WithoutProcEveryCallRefuses) {
+TEST_F(FileAclStorage, WithoutProcEveryCallRefuses) {
   if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   runInOwnMounts([this] {
@@ -355,7 +353,7 @@ TEST_F(FileAclsTest, WithoutProcEveryCallRefuses) {
 
 // The projection.
 
-TEST_F(FileAclsTest, TheListIsProjected) {
+TEST_F(FileAclStorage, TheListIsProjected) {
   ASSERT_EQ(write(sub_, allowing(1000, acl::kReadData | acl::kWriteData, kBoth)), 0);
   const auto access = posixAclOf(sub_, kAccess);
   ASSERT_TRUE(access);
@@ -365,13 +363,13 @@ TEST_F(FileAclsTest, TheListIsProjected) {
   EXPECT_EQ(posixAclOf(sub_, kDefault), access);
 }
 
-TEST_F(FileAclsTest, AFileHasNoDefault) {
+TEST_F(FileAclStorage, AFileHasNoDefault) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData, kBoth)), 0);
   EXPECT_TRUE(posixAclOf(file_, kAccess));
   EXPECT_EQ(attributeOf(file_, kDefault), std::nullopt);
 }
 
-TEST_F(FileAclsTest, GroupsCountForTheUsersThatEntriesName) {
+TEST_F(FileAclStorage, GroupsCountForTheUsersThatEntriesName) {
   world_.groups.groups[1000] = {50};
   acl::List list = allowing(1000, acl::kExecute);
   list.entries.push_back(
@@ -381,7 +379,7 @@ TEST_F(FileAclsTest, GroupsCountForTheUsersThatEntriesName) {
   EXPECT_EQ(posixAclOf(file_, kAccess)->groups, (std::vector<Named>{{50, 4}}));
 }
 
-TEST_F(FileAclsTest, ACompleteListIsProjectedWithoutTheMode) {
+TEST_F(FileAclStorage, ACompleteListIsProjectedWithoutTheMode) {
   ASSERT_EQ(::chmod(file_.c_str(), 0644), 0);
   store(file_, {{kAllowed, 0, 0x100020, userSid(1000), {}}});
   ASSERT_EQ(write(file_, *read(file_)), 0);
@@ -389,7 +387,7 @@ TEST_F(FileAclsTest, ACompleteListIsProjectedWithoutTheMode) {
   EXPECT_EQ(posixAclOf(file_, kAccess)->classes, (posix_acl::Classes{6, 4, 4}));
 }
 
-TEST_F(FileAclsTest, RemovingTheListLeavesTheModeAndNoKernelAcl) {
+TEST_F(FileAclStorage, RemovingListKeepsModeAndNoKernelAcl) {
   ASSERT_EQ(write(sub_, allowing(1000, acl::kAllPermissions, kBoth)), 0);
   ASSERT_EQ(modeOf(sub_), 0770U);
   ASSERT_EQ(write(sub_, {}), 0);
@@ -398,7 +396,7 @@ TEST_F(FileAclsTest, RemovingTheListLeavesTheModeAndNoKernelAcl) {
   EXPECT_EQ(modeOf(sub_), 0750U);
 }
 
-TEST_F(FileAclsTest, AListThatNamesNobodyOfTheKernelLeavesNoKernelAcl) {
+TEST_F(FileAclStorage, ListWithoutKernelPrincipalsLeavesNoKernelAcl) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kWriteData)), 0);
   acl::List list;
   list.entries.push_back(entryOf(
@@ -408,7 +406,7 @@ TEST_F(FileAclsTest, AListThatNamesNobodyOfTheKernelLeavesNoKernelAcl) {
   EXPECT_EQ(modeOf(file_), 0640U);
 }
 
-TEST_F(FileAclsTest, AKernelAclWithoutAListIsSomebodyElsesAndStays) {
+TEST_F(FileAclStorage, ForeignKernelAclWithoutListIsPreserved) {
   posix_acl::Acl acl;
   acl.classes = {6, 4, 0};
   acl.users = {{1001, 4}};
@@ -419,7 +417,7 @@ TEST_F(FileAclsTest, AKernelAclWithoutAListIsSomebodyElsesAndStays) {
   EXPECT_EQ(posixAclOf(file_, kAccess), acl);
 }
 
-TEST_F(FileAclsTest, SpecialBitsOfTheModeOutliveTheProjection) {
+TEST_F(FileAclStorage, SpecialBitsOfTheModeOutliveTheProjection) {
   ASSERT_EQ(::chmod(sub_.c_str(), 03750), 0);
   ASSERT_EQ(write(sub_, allowing(1000, acl::kAllPermissions)), 0);
   EXPECT_EQ(modeOf(sub_), 03770U);
@@ -427,7 +425,7 @@ TEST_F(FileAclsTest, SpecialBitsOfTheModeOutliveTheProjection) {
   EXPECT_EQ(modeOf(sub_), 03750U);
 }
 
-TEST_F(FileAclsTest, WithoutProjectionTheKernelsAclsAreLeftAlone) {
+TEST_F(FileAclStorage, WithoutProjectionTheKernelsAclsAreLeftAlone) {
   FileAclWorld world({kList, false});
   ASSERT_EQ(world.acls.writeTo(opened(sub_).get(), allowing(1000, acl::kReadData, kBoth)), 0);
   EXPECT_EQ(attributeOf(sub_, kAccess), std::nullopt);
@@ -438,7 +436,7 @@ TEST_F(FileAclsTest, WithoutProjectionTheKernelsAclsAreLeftAlone) {
   EXPECT_TRUE(posixAclOf(sub_, kDefault));
 }
 
-TEST_F(FileAclsTest, WhereTheKernelTakesNoAclsTheListIsStoredAllTheSame) {
+TEST_F(FileAclStorage, ListIsStoredWhereKernelAclsAreUnsupported) {
   FaultyXattrs xattrs;
   xattrs.takeNo(kAccess);
   FileAclWorld world({}, xattrs);
@@ -447,14 +445,14 @@ TEST_F(FileAclsTest, WhereTheKernelTakesNoAclsTheListIsStoredAllTheSame) {
   EXPECT_EQ(attributeOf(sub_, kDefault), std::nullopt);
 }
 
-TEST_F(FileAclsTest, GroupsThatCannotBeFoundOutChangeNothing) {
+TEST_F(FileAclStorage, GroupsThatCannotBeFoundOutChangeNothing) {
   world_.groups.error = EIO;
   EXPECT_EQ(write(file_, allowing(1000, acl::kReadData)), EIO);
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
   EXPECT_EQ(attributeOf(file_, kAccess), std::nullopt);
 }
 
-TEST_F(FileAclsTest, AFailureOfAnyWriteLeavesListAndProjectionAsTheyWere) {
+TEST_F(FileAclStorage, FailedWriteLeavesListAndProjectionUnchanged) {
   FaultyXattrs xattrs;
   FileAclWorld world({}, xattrs);
   const FileDescriptor object = opened(sub_);
@@ -479,7 +477,7 @@ TEST_F(FileAclsTest, AFailureOfAnyWriteLeavesListAndProjectionAsTheyWere) {
   }
 }
 
-TEST_F(FileAclsTest, AKernelAclNeverStaysBehindWithoutItsListWhoeverIsKilledWhen) {
+TEST_F(FileAclStorage, InterruptedWriteNeverLeavesKernelAclWithoutList) {
   FaultyXattrs xattrs;
   FileAclWorld world({}, xattrs);
   const FileDescriptor object = opened(sub_);
@@ -495,7 +493,7 @@ TEST_F(FileAclsTest, AKernelAclNeverStaysBehindWithoutItsListWhoeverIsKilledWhen
   }
 }
 
-TEST_F(FileAclsTest, WhatIsTheSameAlreadyIsNotWritten) {
+TEST_F(FileAclStorage, WhatIsTheSameAlreadyIsNotWritten) {
   FaultyXattrs xattrs;
   FileAclWorld world({}, xattrs);
   const FileDescriptor object = opened(sub_);
@@ -506,7 +504,7 @@ TEST_F(FileAclsTest, WhatIsTheSameAlreadyIsNotWritten) {
   EXPECT_EQ(xattrs.changes(), 0);
 }
 
-TEST_F(FileAclsTest, AListThatTheFileSystemCannotHoldFailsAndChangesNothing) {
+TEST_F(FileAclStorage, ListExceedingFileSystemFailsAndChangesNothing) {
   ASSERT_EQ(write(file_, allowing(1000, acl::kReadData)), 0);
   const auto list = attributeOf(file_, kList);
   const auto access = attributeOf(file_, kAccess);
@@ -526,7 +524,7 @@ TEST_F(FileAclsTest, AListThatTheFileSystemCannotHoldFailsAndChangesNothing) {
 
 // Changes of owner, group and mode.
 
-TEST_F(FileAclsTest, RefreshingRewritesOwnerGroupTailAndProjection) {
+TEST_F(FileAclStorage, RefreshingRewritesOwnerGroupTailAndProjection) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
   ASSERT_EQ(write(file_, allowing(1000, acl::kWriteData)), 0);
   ASSERT_EQ(::chown(file_.c_str(), 1, 2), 0);
@@ -539,7 +537,7 @@ TEST_F(FileAclsTest, RefreshingRewritesOwnerGroupTailAndProjection) {
   EXPECT_EQ(posixAclOf(file_, kAccess)->users, (std::vector<Named>{{1000, 6}}));
 }
 
-TEST_F(FileAclsTest, RefreshingACompleteListAddsNoTail) {
+TEST_F(FileAclStorage, RefreshingACompleteListAddsNoTail) {
   store(file_, {{kAllowed, 0, 0x1F01FF, userSid(1000), {}}});
   ASSERT_EQ(refresh(file_), 0);
   EXPECT_EQ(storedList(file_), (std::vector<Ace>{{kAllowed, 0, 0x1F01FF, userSid(1000), {}}}));
@@ -547,14 +545,14 @@ TEST_F(FileAclsTest, RefreshingACompleteListAddsNoTail) {
   EXPECT_EQ(posixAclOf(file_, kAccess)->users, (std::vector<Named>{{1000, 7}}));
 }
 
-TEST_F(FileAclsTest, RefreshingKeepsBitsThatAreNoPermission) {
+TEST_F(FileAclStorage, RefreshingKeepsBitsThatAreNoPermission) {
   const Ace peculiar{kAllowed, 0x80, 0x10000001, userSid(1000), {}};
   store(file_, withTail({peculiar}, {4711, 4711, {7, 7, 7}, false}));
   ASSERT_EQ(refresh(file_), 0);
   EXPECT_EQ(storedList(file_), withTail({peculiar}, {::geteuid(), ::getegid(), {6, 4, 0}, false}));
 }
 
-TEST_F(FileAclsTest, RefreshingLeavesAnObjectWithoutAListAndAnInvalidOneAlone) {
+TEST_F(FileAclStorage, RefreshingSkipsMissingAndInvalidLists) {
   ASSERT_EQ(refresh(file_), 0);
   EXPECT_EQ(attributeOf(file_, kList), std::nullopt);
   EXPECT_EQ(attributeOf(file_, kAccess), std::nullopt);

@@ -1,12 +1,11 @@
-// Accounts, file attributes and extended ACLs of a Linux server, put together: what a program needs
-// that reads or changes the privileges of files.
+// Accounts, file attributes and extended ACLs of a Linux server combined, for programs that read or
+// change file privileges.
 #pragma once
 
 #include <memory>
 #include <string>
 
 #include "platform/linux/accounts/cached_accounts.h"
-#include "platform/linux/accounts/cached_membership.h"
 #include "platform/linux/accounts/linux_accounts.h"
 #include "platform/linux/accounts/user_groups.h"
 #include "platform/linux/acl/principal_sids.h"
@@ -14,21 +13,21 @@
 #include "platform/linux/privileges/file_acls.h"
 #include "platform/linux/privileges/linux_acl.h"
 #include "platform/linux/privileges/linux_file_attributes.h"
-#include "platform/linux/process/linux_clock.h"
+#include "platform/linux/process/linux_machine_information.h"
 
 namespace paddock {
 
 struct FilePrivilegesOptions {
   std::string attribute = "security.NTACL";
   bool projection = true;
-  // The database of "/Local": what it says of accounts is known anew when it changes.
+  // The database of "/Local": cached accounts are invalidated when it changes.
   std::string databasePath = "/var/lib/paddock/directory.sqlite";
   std::string rememberedSidsPath = "/var/lib/paddock/foreign-sids.sqlite";
 };
 
 class FilePrivileges {
  public:
-  // The caller keeps directory and membership alive. Without a resolver no SID is asked of anybody.
+  // Directory and membership must outlive this object. Without a resolver no SID is resolved.
   FilePrivileges(const FilePrivilegesOptions& options, DirectoryService& directory,
                  Membership& membership, std::unique_ptr<SidResolver> resolver);
 
@@ -37,7 +36,7 @@ class FilePrivileges {
   acl::AclService& acl() { return acl_; }
   // The same by descriptor.
   const FileAcls& fileAcls() const { return fileAcls_; }
-  // The same over other attributes. The caller keeps them, and this object, alive.
+  // The same over other attributes. They, and this object, must outlive the result.
   FileAcls fileAclsOver(const ExtendedAttributes& attributes) {
     return {options_, sids_, knownMembership_, knownGroups_, attributes};
   }

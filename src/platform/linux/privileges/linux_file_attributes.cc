@@ -72,7 +72,7 @@ struct Ids {
   std::uint32_t group = kUnchanged;
 };
 
-// A name that nobody has is EINVAL, and so is an id that means to leave it.
+// An unknown name is EINVAL, and so is the id that means "unchanged".
 int checkedId(int error, std::uint32_t id) {
   if (error == ENOENT || (error == 0 && id == kUnchanged)) return EINVAL;
   return error;
@@ -92,8 +92,8 @@ int findIds(Accounts& accounts, const FileAttributeChanges& changes, Ids& ids) {
 
 constexpr mode_t kSpecialBits = 07000;
 
-// A mode that names no special bits leaves those of a folder: what is made in it gets its group by
-// one, and by another nobody removes what is not theirs.
+// A mode without special bits leaves those of a folder: set-gid, which passes its group on, and
+// sticky, which restricts deletion to owners.
 int writeModeOf(int object, mode_t mode) {
   struct stat status {};
   if ((mode & kSpecialBits) == 0) {

@@ -11,7 +11,7 @@ namespace paddock {
 
 class LinuxFileAttributes final : public FileAttributeService {
  public:
-  // The caller keeps what it passes alive.
+  // The arguments must outlive this object.
   LinuxFileAttributes(Accounts& accounts, const FileAcls& acls)
       : accounts_(accounts), acls_(acls) {}
 

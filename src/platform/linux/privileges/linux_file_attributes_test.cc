@@ -33,9 +33,9 @@ class DeadDirectory final : public DirectoryService {
   std::unique_ptr<DirectorySession> openLocal() override { throw DirectoryError(EIO, "damaged"); }
 };
 
-class LinuxFileAttributesTest : public ::testing::Test {
+class FileAttributeCalls : public ::testing::Test {
  protected:
-  LinuxFileAttributesTest() {
+  FileAttributeCalls() {
     writeWholeFile(file_, "");
     ::chmod(file_.c_str(), 0640);
   }
@@ -86,7 +86,7 @@ class LinuxFileAttributesTest : public ::testing::Test {
   LinuxFileAttributes service_{accounts_, world_.acls};
 };
 
-TEST_F(LinuxFileAttributesTest, OwnerGroupModeAndTypeAreRead) {
+TEST_F(FileAttributeCalls, OwnerGroupModeAndTypeAreRead) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
   ASSERT_EQ(::chown(file_.c_str(), 1, 2), 0);
   ASSERT_EQ(::chmod(file_.c_str(), 02751), 0);
@@ -97,7 +97,7 @@ TEST_F(LinuxFileAttributesTest, OwnerGroupModeAndTypeAreRead) {
   EXPECT_EQ(attributes.type, "regular");
 }
 
-TEST_F(LinuxFileAttributesTest, AnOwnerAndAGroupWithoutANameAreAbsent) {
+TEST_F(FileAttributeCalls, UnnamedOwnerAndGroupAreAbsent) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
   ASSERT_EQ(::chown(file_.c_str(), kUnnamedId, kUnnamedId), 0);
   const FileAttributes attributes = attributesOf(file_);
@@ -106,7 +106,7 @@ TEST_F(LinuxFileAttributesTest, AnOwnerAndAGroupWithoutANameAreAbsent) {
   EXPECT_EQ(attributes.permissions, 0640U);
 }
 
-TEST_F(LinuxFileAttributesTest, NamesThatCannotBeFoundOutAreAnErrorWithoutAttributes) {
+TEST_F(FileAttributeCalls, FailedNameLookupReturnsErrorWithoutAttributes) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
   ASSERT_EQ(::chown(file_.c_str(), kUnnamedId, 0), 0);
   DeadDirectory dead;
@@ -119,7 +119,7 @@ TEST_F(LinuxFileAttributesTest, NamesThatCannotBeFoundOutAreAnErrorWithoutAttrib
   EXPECT_EQ(attributes.permissions, std::nullopt);
 }
 
-TEST_F(LinuxFileAttributesTest, EveryTypeHasItsName) {
+TEST_F(FileAttributeCalls, EveryTypeHasItsName) {
   EXPECT_EQ(attributesOf(folder_.path()).type, "directory");
   ASSERT_EQ(::mkfifo(folder_.path("fifo").c_str(), 0600), 0);
   EXPECT_EQ(attributesOf(folder_.path("fifo")).type, "fifo");
@@ -132,7 +132,7 @@ TEST_F(LinuxFileAttributesTest, EveryTypeHasItsName) {
   EXPECT_EQ(attributesOf(folder_.path("socket")).type, "socket");
 }
 
-TEST_F(LinuxFileAttributesTest, ABlockDeviceIsReadWithoutOpeningIt) {
+TEST_F(FileAttributeCalls, ABlockDeviceIsReadWithoutOpeningIt) {
   // No driver has this number, so that opening it would fail.
   if (::mknod(folder_.path("device").c_str(), S_IFBLK | 0600, ::makedev(240, 255)) != 0)
     GTEST_SKIP() << "device files cannot be made here";
@@ -141,14 +141,14 @@ TEST_F(LinuxFileAttributesTest, ABlockDeviceIsReadWithoutOpeningIt) {
   EXPECT_EQ(modeOf(folder_.path("device")), 0660U);
 }
 
-TEST_F(LinuxFileAttributesTest, ALinkIsReadAndChangedThroughToItsTarget) {
+TEST_F(FileAttributeCalls, SymlinkIsFollowedForReadsAndChanges) {
   ASSERT_EQ(::symlink("file", folder_.path("link").c_str()), 0);
   EXPECT_EQ(attributesOf(folder_.path("link")).type, "regular");
   EXPECT_EQ(setMode(folder_.path("link"), 0604), 0);
   EXPECT_EQ(modeOf(file_), 0604U);
 }
 
-TEST_F(LinuxFileAttributesTest, AMissingObjectIsReportedEverywhere) {
+TEST_F(FileAttributeCalls, AMissingObjectIsReportedEverywhere) {
   FileAttributes attributes;
   for (const std::string& path :
        {folder_.path("missing"), std::string(), file_ + std::string("\0x", 2)}) {
@@ -159,18 +159,18 @@ TEST_F(LinuxFileAttributesTest, AMissingObjectIsReportedEverywhere) {
   }
 }
 
-TEST_F(LinuxFileAttributesTest, ADanglingLinkLeadsToNothing) {
+TEST_F(FileAttributeCalls, ADanglingLinkLeadsToNothing) {
   ASSERT_EQ(::symlink("missing", folder_.path("link").c_str()), 0);
   EXPECT_FALSE(service_.exists(folder_.path("link")));
   EXPECT_TRUE(service_.exists(file_));
 }
 
-TEST_F(LinuxFileAttributesTest, AnEmptyChangeSucceedsAndChangesNothing) {
+TEST_F(FileAttributeCalls, AnEmptyChangeSucceedsAndChangesNothing) {
   EXPECT_EQ(service_.apply(file_, {}), 0);
   EXPECT_EQ(modeOf(file_), 0640U);
 }
 
-TEST_F(LinuxFileAttributesTest, OwnerAndGroupAreSetByName) {
+TEST_F(FileAttributeCalls, OwnerAndGroupAreSetByName) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
   EXPECT_EQ(service_.apply(file_, {"daemon", {}, {}}), 0);
   EXPECT_EQ(statusOf(file_).st_uid, 1U);
@@ -180,14 +180,14 @@ TEST_F(LinuxFileAttributesTest, OwnerAndGroupAreSetByName) {
   EXPECT_EQ(statusOf(file_).st_gid, 2U);
 }
 
-TEST_F(LinuxFileAttributesTest, AnUnknownNameIsRefusedBeforeAnythingIsChanged) {
+TEST_F(FileAttributeCalls, UnknownNameIsRefusedBeforeAnyChange) {
   EXPECT_EQ(service_.apply(file_, {"paddock-nobody-else", {}, 0777}), EINVAL);
   EXPECT_EQ(service_.apply(file_, {"daemon", "paddock-nobody-else", 0777}), EINVAL);
   EXPECT_EQ(modeOf(file_), 0640U);
   EXPECT_EQ(statusOf(file_).st_uid, ::geteuid());
 }
 
-TEST_F(LinuxFileAttributesTest, SetIdBitsEndAsTheModeSaysAlsoWhenTheOwnerChanges) {
+TEST_F(FileAttributeCalls, SetIdBitsFollowModeDespiteOwnerChange) {
   if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
   EXPECT_EQ(service_.apply(file_, {"daemon", "bin", 06755}), 0);
   EXPECT_EQ(modeOf(file_), 06755U);
@@ -197,28 +197,28 @@ TEST_F(LinuxFileAttributesTest, SetIdBitsEndAsTheModeSaysAlsoWhenTheOwnerChanges
   EXPECT_EQ(modeOf(folder_.path()), 01777U);
 }
 
-TEST_F(LinuxFileAttributesTest, AFifoIsReadAndChangedWithoutWaitingForTheOtherEnd) {
+TEST_F(FileAttributeCalls, FifoIsReadAndChangedWithoutBlocking) {
   const std::string fifo = folder_.path("fifo");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   EXPECT_EQ(setMode(fifo, 0666), 0);
   EXPECT_EQ(attributesOf(fifo).permissions, 0666U);
 }
 
-TEST_F(LinuxFileAttributesTest, WithAPosixAclTheGroupsPartIsTheOwningGroupsAndNotTheMask) {
+TEST_F(FileAttributeCalls, PosixAclGroupBitsFollowOwningGroup) {
   if (setAcl(file_, withOneUser()) == EOPNOTSUPP)
     GTEST_SKIP() << "the file system of the temporary folder takes no POSIX ACLs";
   EXPECT_EQ(modeOf(file_), 0774U);
   EXPECT_EQ(attributesOf(file_).permissions, 0714U);
 }
 
-TEST_F(LinuxFileAttributesTest, AMaskThatWasNarrowedBoundsTheGroupsPart) {
+TEST_F(FileAttributeCalls, NarrowedMaskBoundsGroupBits) {
   if (setAcl(file_, withOneUser()) == EOPNOTSUPP)
     GTEST_SKIP() << "the file system of the temporary folder takes no POSIX ACLs";
   ASSERT_EQ(::chmod(file_.c_str(), 0744), 0);
   EXPECT_EQ(attributesOf(file_).permissions, 0704U);
 }
 
-TEST_F(LinuxFileAttributesTest, SettingTheModeOfAFileWithAPosixAclSetsTheOwningGroup) {
+TEST_F(FileAttributeCalls, SettingModeWithPosixAclSetsOwningGroup) {
   if (setAcl(file_, withOneUser()) == EOPNOTSUPP)
     GTEST_SKIP() << "the file system of the temporary folder takes no POSIX ACLs";
   EXPECT_EQ(setMode(file_, 02650), 0);
@@ -229,7 +229,7 @@ TEST_F(LinuxFileAttributesTest, SettingTheModeOfAFileWithAPosixAclSetsTheOwningG
   EXPECT_EQ(attributesOf(file_).permissions, 02650U);
 }
 
-TEST_F(LinuxFileAttributesTest, AMaskIsWidenedOnlyAsFarAsTheOwningGroupNeeds) {
+TEST_F(FileAttributeCalls, MaskIsWidenedOnlyAsOwningGroupNeeds) {
   posix_acl::Acl acl = withOneUser();
   acl.mask = posix_acl::kRead;
   if (setAcl(file_, acl) == EOPNOTSUPP)
@@ -240,7 +240,7 @@ TEST_F(LinuxFileAttributesTest, AMaskIsWidenedOnlyAsFarAsTheOwningGroupNeeds) {
   EXPECT_EQ(aclOf(file_).mask, posix_acl::kRead | posix_acl::kExecute);
 }
 
-TEST_F(LinuxFileAttributesTest, WithoutProcTheCallsRefuseInsteadOfGuessing) {
+TEST_F(FileAttributeCalls, WithoutProcTheCallsRefuseInsteadOfGuessing) {
   if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     mountTmpfs("/proc", "64k");
@@ -251,7 +251,7 @@ TEST_F(LinuxFileAttributesTest, WithoutProcTheCallsRefuseInsteadOfGuessing) {
   });
 }
 
-TEST_F(LinuxFileAttributesTest, AReadOnlyFileSystemIsReported) {
+TEST_F(FileAttributeCalls, AReadOnlyFileSystemIsReported) {
   if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     mountTmpfs(folder_.path(), "64k");
@@ -265,7 +265,7 @@ TEST_F(LinuxFileAttributesTest, AReadOnlyFileSystemIsReported) {
 
 // With an extended ACL.
 
-class LinuxFileAttributesAclTest : public LinuxFileAttributesTest {
+class FileAttributeChangesWithAcl : public FileAttributeCalls {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another account needs root";
@@ -291,7 +291,7 @@ class LinuxFileAttributesAclTest : public LinuxFileAttributesTest {
   const nt_acl::Ace entry_{nt_acl::kAllowed, 0, 0x100003, {22, {1, 1000}}, {}};
 };
 
-TEST_F(LinuxFileAttributesAclTest, ChangesOfOwnerGroupAndModeReachTheListAndItsProjection) {
+TEST_F(FileAttributeChangesWithAcl, OwnershipAndModeChangesReachListAndProjection) {
   EXPECT_EQ(service_.apply(file_, {"daemon", "bin", 0604}), 0);
   EXPECT_EQ(stored(file_).owner, (nt_acl::Sid{22, {1, 1}}));
   EXPECT_EQ(stored(file_).group, (nt_acl::Sid{22, {2, 2}}));
@@ -301,33 +301,33 @@ TEST_F(LinuxFileAttributesAclTest, ChangesOfOwnerGroupAndModeReachTheListAndItsP
   EXPECT_EQ(attributesOf(file_).permissions, 0604U);
 }
 
-TEST_F(LinuxFileAttributesAclTest, AnOwnerAloneReachesTheListToo) {
+TEST_F(FileAttributeChangesWithAcl, AnOwnerAloneReachesTheListToo) {
   EXPECT_EQ(service_.apply(file_, {"daemon", {}, {}}), 0);
   EXPECT_EQ(stored(file_).owner, (nt_acl::Sid{22, {1, 1}}));
   EXPECT_EQ(*stored(file_).list, withTail({entry_}, {1, 0, {6, 4, 0}, false}));
 }
 
-TEST_F(LinuxFileAttributesAclTest, AModeThatWasChangedElsewhereReachesTheTailWithTheNextChange) {
+TEST_F(FileAttributeChangesWithAcl, ForeignModeChangeReachesTailWithNextChange) {
   ASSERT_EQ(::chmod(file_.c_str(), 0604), 0);  // the kernel takes the group's part for the mask
   EXPECT_EQ(attributesOf(file_).permissions, 0604U);
   EXPECT_EQ(service_.apply(file_, {{}, "bin", {}}), 0);
   EXPECT_EQ(*stored(file_).list, withTail({entry_}, {0, 2, {6, 0, 4}, false}));
 }
 
-TEST_F(LinuxFileAttributesAclTest, ACompleteListGetsNoTail) {
+TEST_F(FileAttributeChangesWithAcl, ACompleteListGetsNoTail) {
   store({entry_});
   EXPECT_EQ(setMode(file_, 0777), 0);
   EXPECT_EQ(*stored(file_).list, std::vector<nt_acl::Ace>{entry_});
 }
 
-TEST_F(LinuxFileAttributesAclTest, AListThatDoesNotDecodeIsLeftAloneAndTheModeIsSet) {
+TEST_F(FileAttributeChangesWithAcl, UndecodableListIsLeftAloneAndModeSet) {
   ASSERT_EQ(setAttribute(file_, "security.NTACL", "spoilt"), 0);
   EXPECT_EQ(setMode(file_, 0705), 0);
   EXPECT_EQ(attributeOf(file_, "security.NTACL"), "spoilt");
   EXPECT_EQ(attributesOf(file_).permissions, 0705U);
 }
 
-TEST_F(LinuxFileAttributesAclTest, AnEmptyChangeLeavesTheListAlone) {
+TEST_F(FileAttributeChangesWithAcl, AnEmptyChangeLeavesTheListAlone) {
   ASSERT_EQ(::chown(file_.c_str(), 1, 1), 0);
   EXPECT_EQ(service_.apply(file_, {}), 0);
   EXPECT_EQ(stored(file_).owner, (nt_acl::Sid{22, {1, 0}}));

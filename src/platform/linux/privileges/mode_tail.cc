@@ -4,9 +4,8 @@
 #include <iterator>
 #include <optional>
 
-#include "platform/linux/acl/access_mask.h"
+#include "platform/linux/acl/ace_entry.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/well_known_sids.h"
 
 namespace paddock::nt_acl {
 
@@ -15,9 +14,9 @@ namespace {
 constexpr std::uint8_t kInheritable = kObjectInherit | kContainerInherit;
 constexpr std::uint8_t kPassedOn = kInheritable | kInheritOnly;
 
-// What stat(2) tells everybody, whatever the mode.
+// Granted to everyone by stat(2), whatever the mode.
 constexpr std::uint32_t kEverybodys = kSynchronizeMask | kReadSecurityMask | kReadAttributesMask;
-// What chmod(2) and utimensat(2) let the owner do, whatever the mode.
+// Granted to the owner by chmod(2) and utimensat(2), whatever the mode.
 constexpr std::uint32_t kOwners = kWriteSecurityMask | kWriteAttributesMask;
 constexpr std::uint32_t kReading = kReadDataMask | kReadExtendedAttributesMask;
 constexpr std::uint32_t kWriting =

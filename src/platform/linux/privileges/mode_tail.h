@@ -29,7 +29,7 @@ struct TailSource {
 std::vector<Ace> withTail(std::vector<Ace> entries, const TailSource& source);
 
 struct SplitList {
-  std::vector<Ace> entries;  // neither markers nor a tail of ours among them
+  std::vector<Ace> entries;  // without markers and generated tail
   bool complete = true;
 };
 

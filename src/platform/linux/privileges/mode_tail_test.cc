@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/linux/acl/access_mask.h"
+#include "platform/linux/acl/ace_entry.h"
 #include "platform/linux/acl/sid_forms.h"
-#include "platform/linux/acl/well_known_sids.h"
 
 namespace paddock::nt_acl {
 namespace {
@@ -34,26 +33,26 @@ std::vector<Ace> joined(std::vector<Ace> list, const std::vector<Ace>& more) {
 // The masks, written out as numbers: everybody's 0x120080, reading 0x9, writing 0x116, executing
 // 0x20, removing from a folder 0x40, the owner's 0x40100.
 
-TEST(ModeTail, AFileOfMode644HasOneEntryPerClass) {
+TEST(ModeTail, FileOfMode644HasOneEntryPerClass) {
   EXPECT_EQ(withTail({}, source(0644)),
             (std::vector<Ace>{kMarker, allowed(kOwner, 0x16019F), allowed(kGroup, 0x120089),
                               allowed(kEveryone, 0x120089)}));
 }
 
-TEST(ModeTail, WritingToAFolderIsAlsoRemovingFromIt) {
+TEST(ModeTail, FolderWriteIncludesRemoval) {
   EXPECT_EQ(withTail({}, source(0750, true)),
             (std::vector<Ace>{kMarker, allowed(kOwner, 0x1601FF), allowed(kGroup, 0x1200A9),
                               allowed(kEveryone, 0x120080)}));
 }
 
-TEST(ModeTail, AnEarlierClassIsDeniedWhatOnlyALaterOneHas) {
+TEST(ModeTail, EarlierClassIsDeniedBitsOfLaterOnes) {
   EXPECT_EQ(withTail({}, source(0027)),
             (std::vector<Ace>{kMarker, denied(kOwner, 0x3F & ~0x100), allowed(kOwner, 0x160180),
                               denied(kGroup, 0x29), allowed(kGroup, 0x120196),
                               allowed(kEveryone, 0x1201BF)}));
 }
 
-TEST(ModeTail, WritingTheAttributesIsTheOwnersWhateverTheModeSays) {
+TEST(ModeTail, OwnerMayWriteAttributesInAnyMode) {
   for (mode_t mode = 0; mode <= 0777; ++mode)
     for (const Ace& ace : withTail({}, source(mode)))
       if (ace.type == kDenied && ace.sid == kOwner) {
@@ -80,7 +79,7 @@ unsigned digit(std::uint32_t mask) {
          ((mask & 0x20U) != 0 ? 1U : 0U);
 }
 
-TEST(ModeTail, EveryModeGivesEachClassItsOwnDigitAlsoToAnOwnerWhoIsInTheGroup) {
+TEST(ModeTail, EveryModeGivesEachClassItsOwnDigit) {
   for (mode_t mode = 0; mode <= 0777; ++mode) {
     const auto list = withTail({}, source(mode, true));
     EXPECT_EQ(digit(grantedTo(list, {kOwner, kGroup, kEveryone})), mode >> 6U) << mode;
@@ -104,7 +103,7 @@ TEST(ModeTail, EveryTailIsRecognised) {
   }
 }
 
-TEST(ModeTail, AFolderWithInheritableEntriesPassesItsModeOn) {
+TEST(ModeTail, FolderWithInheritableEntriesPassesModeOn) {
   const std::vector<Ace> entries{allowed(kSomebody, 0x120089, kObjectInherit)};
   constexpr std::uint8_t kFlags = 0x0B;
   EXPECT_EQ(
@@ -115,7 +114,7 @@ TEST(ModeTail, AFolderWithInheritableEntriesPassesItsModeOn) {
               allowed(creatorGroupSid(), 0x1200A9, kFlags), allowed(kEveryone, 0x1200A9, kFlags)}));
 }
 
-TEST(ModeTail, WhoMakesSomethingCanUseItWhateverTheFoldersOwnerMayDo) {
+TEST(ModeTail, CreatorCanUseObjectDespiteFolderOwnerBits) {
   const std::vector<Ace> entries{allowed(kSomebody, 0x1200A9, kContainerInherit)};
   const auto list = withTail(entries, source(0000, true));
   const auto found = std::find_if(list.begin(), list.end(), [](const Ace& ace) {
@@ -125,7 +124,7 @@ TEST(ModeTail, WhoMakesSomethingCanUseItWhateverTheFoldersOwnerMayDo) {
   EXPECT_EQ(found->mask, 0x1701FFU);
 }
 
-TEST(ModeTail, TheCreatorsGroupIsDeniedWhatOnlyOthersHave) {
+TEST(ModeTail, CreatorGroupIsDeniedBitsOnlyOthersHave) {
   const std::vector<Ace> entries{allowed(kSomebody, 0x1200A9, kContainerInherit)};
   const auto list = withTail(entries, source(0705, true));
   ASSERT_EQ(list.size(), 10U);
@@ -151,7 +150,7 @@ TEST(ModeTail, AnEmptyListIsComplete) {
   EXPECT_TRUE(split.entries.empty());
 }
 
-TEST(ModeTail, AListThatAClientSortedIsCompleteAndKeepsTheTailsEntries) {
+TEST(ModeTail, ClientSortedListIsCompleteWithTailEntries) {
   auto list = withTail({allowed(kSomebody, 0x120089)}, source(0644));
   std::sort(list.begin(), list.end(), [](const Ace& a, const Ace& b) { return a.sid < b.sid; });
   const SplitList split = withoutTail(list, false);
@@ -160,7 +159,7 @@ TEST(ModeTail, AListThatAClientSortedIsCompleteAndKeepsTheTailsEntries) {
   EXPECT_EQ(split.entries, list);
 }
 
-TEST(ModeTail, AStrayMarkerBeforeAWholeTailIsDropped) {
+TEST(ModeTail, StrayMarkerBeforeWholeTailIsDropped) {
   auto list = withTail({kMarker, allowed(kSomebody, 0x120089)}, source(0644));
   const SplitList split = withoutTail(list, false);
   EXPECT_FALSE(split.complete);
@@ -205,12 +204,12 @@ TEST(ModeTail, AnyOtherEndIsNoTail) {
   }
 }
 
-TEST(ModeTail, TheTailOfAFolderIsNoneOfAFile) {
+TEST(ModeTail, FolderTailIsNoFileTail) {
   EXPECT_TRUE(withoutTail(withTail({}, source(0755, true)), false).complete);
   EXPECT_TRUE(withoutTail(withTail({}, source(0755)), true).complete);
 }
 
-TEST(ModeTail, AForeignEntryInATailMakesTheListComplete) {
+TEST(ModeTail, ForeignEntryInTailMakesListComplete) {
   auto list = withTail({}, source(0644));
   list[2].foreign = "bytes";
   EXPECT_TRUE(withoutTail(list, false).complete);

@@ -47,7 +47,7 @@ int statusOf(int object, ObjectStatus& status) {
 }
 
 int placeOf(int folder, const char* name, ObjectStatus& status) {
-  // Of nothing asked for, a file system tells these two without asking for more itself.
+  // With an empty mask, a file system reports these two without a query of its own.
   return readStatus(folder, name, kNotFollowed | AT_STATX_DONT_SYNC, 0, status);
 }
 

@@ -1,4 +1,4 @@
-// What walking a tree needs to know of an object of the file system; see statx(2).
+// The status of a file-system object needed for walking a tree; see statx(2).
 #pragma once
 
 #include <sys/stat.h>
@@ -30,8 +30,8 @@ struct ObjectStatus {
 int statusOf(int folder, const char* name, ObjectStatus& status);
 // Of an open object.
 int statusOf(int object, ObjectStatus& status);
-// The device and the mount alone, which are told of what is mounted at the name also when the rest
-// is not (a user's FUSE), or would be waited for (a server that does not answer).
+// The device and the mount only, which are reported for what is mounted at the name also when the
+// rest is not (a user's FUSE), or would block (a server that does not answer).
 int placeOf(int folder, const char* name, ObjectStatus& status);
 
 // The path of an open object, for messages.

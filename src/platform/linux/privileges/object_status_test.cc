@@ -7,14 +7,14 @@
 
 #include <cerrno>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
 
 namespace paddock {
 namespace {
 
-class ObjectStatusTest : public ::testing::Test {
+class ObjectStatusReading : public ::testing::Test {
  protected:
   ObjectStatus of(const char* name) {
     ObjectStatus status;
@@ -35,7 +35,7 @@ class ObjectStatusTest : public ::testing::Test {
   FileDescriptor at_ = opened();
 };
 
-TEST_F(ObjectStatusTest, ItIsWhatStatSays) {
+TEST_F(ObjectStatusReading, ItIsWhatStatSays) {
   const std::string path = folder_.path("file");
   writeWholeFile(path, std::string(10000, 'x'));
   ASSERT_EQ(::chmod(path.c_str(), 04751), 0);
@@ -57,13 +57,13 @@ TEST_F(ObjectStatusTest, ItIsWhatStatSays) {
   EXPECT_FALSE(status.isFolder());
 }
 
-TEST_F(ObjectStatusTest, ALinkIsMeantItself) {
+TEST_F(ObjectStatusReading, ALinkIsMeantItself) {
   ASSERT_EQ(::symlink(folder_.path().c_str(), folder_.path("link").c_str()), 0);
   EXPECT_EQ(of("link").type, static_cast<mode_t>(S_IFLNK));
   EXPECT_FALSE(of("link").isFolder());
 }
 
-TEST_F(ObjectStatusTest, AnOpenObjectIsTheOneOfItsName) {
+TEST_F(ObjectStatusReading, OpenObjectMatchesItsName) {
   ASSERT_EQ(::mkdir(folder_.path("inside").c_str(), 0700), 0);
   const FileDescriptor inside(::openat(at_.get(), "inside", O_PATH | O_CLOEXEC));
   ObjectStatus status;
@@ -74,14 +74,14 @@ TEST_F(ObjectStatusTest, AnOpenObjectIsTheOneOfItsName) {
   EXPECT_EQ(status.mount, of(".").mount);
 }
 
-TEST_F(ObjectStatusTest, WhatIsNotThereIsAnErrno) {
+TEST_F(ObjectStatusReading, WhatIsNotThereIsAnErrno) {
   ObjectStatus status;
   EXPECT_EQ(statusOf(at_.get(), "missing", status), ENOENT);
   EXPECT_EQ(placeOf(at_.get(), "missing", status), ENOENT);
   EXPECT_EQ(statusOf(-1, status), EBADF);
 }
 
-TEST_F(ObjectStatusTest, WhatIsMountedIsOfAnotherMountAlsoOnTheSameDevice) {
+TEST_F(ObjectStatusReading, MountOfSameDeviceIsAnotherMount) {
   if (const std::string why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([this] {
     at_ = opened();  // the one before is of the other mounts
@@ -108,7 +108,7 @@ TEST_F(ObjectStatusTest, WhatIsMountedIsOfAnotherMountAlsoOnTheSameDevice) {
   });
 }
 
-TEST_F(ObjectStatusTest, PathsForMessagesAreWhereTheObjectIsNow) {
+TEST_F(ObjectStatusReading, MessagePathsFollowMovedObject) {
   ASSERT_EQ(::mkdir(folder_.path("inside").c_str(), 0700), 0);
   const FileDescriptor inside(::openat(at_.get(), "inside", O_PATH | O_CLOEXEC));
   ASSERT_EQ(::rename(folder_.path("inside").c_str(), folder_.path("moved").c_str()), 0);

@@ -193,7 +193,7 @@ std::string triedBy(const Person& person, const std::vector<Case>& cases,
   return results;
 }
 
-class ProjectionEnforcementTest : public ::testing::TestWithParam<unsigned> {
+class ProjectionEnforcement : public ::testing::TestWithParam<unsigned> {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "becoming other users needs root";
@@ -288,9 +288,9 @@ class ProjectionEnforcementTest : public ::testing::TestWithParam<unsigned> {
   FileAclWorld world_;
   std::vector<Person> people_;
 };
-INSTANTIATE_TEST_SUITE_P(Seeds, ProjectionEnforcementTest, ::testing::Range(1U, 7U));
+INSTANTIATE_TEST_SUITE_P(Seeds, ProjectionEnforcement, ::testing::Range(1U, 7U));
 
-TEST_P(ProjectionEnforcementTest, TheKernelLetsInWhomTheListLetsInAndNobodyMore) {
+TEST_P(ProjectionEnforcement, KernelGrantsExactlyWhatListGrants) {
   std::vector<Case> cases;
   for (int i = 0; i < 200; ++i) {
     cases.push_back(randomCase("file" + std::to_string(i)));
@@ -301,7 +301,7 @@ TEST_P(ProjectionEnforcementTest, TheKernelLetsInWhomTheListLetsInAndNobodyMore)
   judgeAll(cases, tried);
 }
 
-TEST_P(ProjectionEnforcementTest, FoldersAreEnteredListedAndWrittenToByTheSameRules) {
+TEST_P(ProjectionEnforcement, FolderAccessFollowsSameRules) {
   std::vector<Case> cases;
   for (int i = 0; i < 100; ++i) {
     cases.push_back(randomCase("folder" + std::to_string(i)));
@@ -312,7 +312,7 @@ TEST_P(ProjectionEnforcementTest, FoldersAreEnteredListedAndWrittenToByTheSameRu
   judgeAll(cases, triedFolder);
 }
 
-TEST_P(ProjectionEnforcementTest, WhatIsMadeInAFolderLetsInWhomTheInheritableEntriesLetIn) {
+TEST_P(ProjectionEnforcement, NewObjectsGrantWhatInheritableEntriesGrant) {
   std::vector<Case> files;
   std::vector<Case> folders;
   for (int i = 0; i < 100; ++i) {

@@ -6,7 +6,7 @@
 
 namespace paddock {
 
-// For the calling thread and the guard's life; a signal that came meanwhile is dropped.
+// For the calling thread and the guard's lifetime; a signal raised in between is discarded.
 class BlockedSigpipe {
  public:
   BlockedSigpipe();

@@ -13,7 +13,7 @@
 #include <csignal>
 #include <utility>
 
-#include "base/file_descriptor.h"
+#include "base/file_access.h"
 #include "base/system_call.h"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): musl and glibc differ

@@ -1,4 +1,4 @@
-// A program that is run and waited for, and ended when it takes too long.
+// Runs a program and waits for it, with a time limit.
 //
 // It runs in "/" and stays in the process group of this process, so that who ends that ends both.
 // Its standard input is empty, it has the default signals, and nothing of this process's but its
@@ -21,8 +21,8 @@ struct BoundedOutcome {
 };
 
 // Runs the executable at `path`, with that for argv[0] and `arguments` behind it. Of each output
-// stream at most `limit` bytes are kept; the rest is read and dropped. ENOENT is there
-// no such program. Any thread may call.
+// stream at most `limit` bytes are kept; the rest is read and dropped. ENOENT is there no such
+// program. Thread-safe.
 BoundedOutcome runBoundedProgram(const std::string& path, const std::vector<std::string>& arguments,
                                  std::chrono::milliseconds patience, std::size_t limit);
 

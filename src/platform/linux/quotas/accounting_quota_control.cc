@@ -62,7 +62,7 @@ int AccountingQuotaControl::quotactl(const std::string& path, std::uint32_t comm
   if (request->command == kQuotaOnCommand) {
     if (const int error = quotaFileError(*request->quotaFile); error != 0) return error;
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::string text;
   if (const int error = files_.read(statePath_, text); error != 0 && error != ENOENT) return error;
   Lines lines = linesOf(text);

@@ -2,10 +2,10 @@
 // kind. docs/formats/quota.md describes the file.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "base/mutex.h"
 #include "platform/linux/files/linux_text_files.h"
 #include "platform/quota_control.h"
 #include "platform/volume_info.h"
@@ -27,7 +27,7 @@ class AccountingQuotaControl : public QuotaControl {
   VolumeInfo& volumes_;
   const std::string statePath_;
   LinuxTextFiles files_;
-  std::mutex mutex_;
+  Mutex mutex_;
 };
 
 }  // namespace paddock

@@ -16,9 +16,9 @@ constexpr std::uint32_t kGroupOn = quotaCommand(kQuotaOnCommand, 1);
 constexpr std::uint32_t kOff = quotaCommand(kQuotaOffCommand, 0);
 constexpr std::uint32_t kState = quotaCommand(kQuotaStateCommand, 0);
 
-class AccountingQuotaControlTest : public testing::Test {
+class QuotaAccountingState : public testing::Test {
  protected:
-  AccountingQuotaControlTest() { writeWholeFile(quotaFile(), ""); }
+  QuotaAccountingState() { writeWholeFile(quotaFile(), ""); }
   std::string statePath() const { return folder_.path("state"); }
   std::string quotaFile() const { return folder_.path(".quota.user"); }
   int switchTo(std::uint32_t word, const std::string& path) {
@@ -37,7 +37,7 @@ class AccountingQuotaControlTest : public testing::Test {
   std::optional<AccountingQuotaControl> control_;
 };
 
-TEST_F(AccountingQuotaControlTest, TheFileHoldsALineForEachVolumeThatIsOn) {
+TEST_F(QuotaAccountingState, FileHoldsLinePerEnabledVolume) {
   volumes_.mount({"/srv/a b", "/dev/sda1", "ext4"});
   volumes_.mount({"/srv/100%\n", "none", "tmpfs"});
   EXPECT_EQ(switchTo(kOn, "/srv/a b/folder"), 0);
@@ -46,7 +46,7 @@ TEST_F(AccountingQuotaControlTest, TheFileHoldsALineForEachVolumeThatIsOn) {
   EXPECT_EQ(readWholeFile(statePath()), "group /\nuser /srv/100%25%0A\nuser /srv/a%20b\n");
 }
 
-TEST_F(AccountingQuotaControlTest, TheStateOutlivesTheProcess) {
+TEST_F(QuotaAccountingState, TheStateOutlivesTheProcess) {
   EXPECT_EQ(switchTo(kOn, "/a"), 0);
   EXPECT_TRUE(isOn("/b"));
   EXPECT_EQ(switchTo(kOff, "/c"), 0);
@@ -54,19 +54,19 @@ TEST_F(AccountingQuotaControlTest, TheStateOutlivesTheProcess) {
   EXPECT_EQ(readWholeFile(statePath()), "");
 }
 
-TEST_F(AccountingQuotaControlTest, LinesOfAnotherKindStay) {
+TEST_F(QuotaAccountingState, LinesOfAnotherKindStay) {
   writeWholeFile(statePath(), "user /gone\nnonsense\n\nproject /x\nuser /");
   EXPECT_TRUE(isOn("/a"));
   EXPECT_EQ(switchTo(kOff, "/a"), 0);
   EXPECT_EQ(readWholeFile(statePath()), "nonsense\nproject /x\nuser /gone\n");
 }
 
-TEST_F(AccountingQuotaControlTest, NothingIsWrittenForTheStateThatIsThere) {
+TEST_F(QuotaAccountingState, UnchangedStateWritesNothing) {
   EXPECT_EQ(switchTo(kOff, "/"), 0);
   EXPECT_FALSE(std::filesystem::exists(statePath()));
 }
 
-TEST_F(AccountingQuotaControlTest, AStateThatCannotBeReadIsItsErrno) {
+TEST_F(QuotaAccountingState, UnreadableStateReturnsErrno) {
   std::filesystem::create_directory(statePath());
   std::uint32_t state = 7;
   EXPECT_EQ(control().quotactl("/", kState, 0, &state), EISDIR);
@@ -74,7 +74,7 @@ TEST_F(AccountingQuotaControlTest, AStateThatCannotBeReadIsItsErrno) {
   EXPECT_EQ(switchTo(kOn, "/"), EISDIR);
 }
 
-TEST_F(AccountingQuotaControlTest, AStateThatCannotBeWrittenIsItsErrno) {
+TEST_F(QuotaAccountingState, UnwritableStateReturnsErrno) {
   AccountingQuotaControl lost(volumes_, folder_.path("missing/state"));
   EXPECT_EQ(lost.quotactl("/", kOn, 0, quotaFile()), ENOENT);
 }

@@ -34,7 +34,7 @@ int findDevice(const std::string& path, const MountedVolume& volume, std::string
   return ENOTSUP;
 }
 
-// Limits of bytes are told in blocks.
+// Byte limits are given in blocks.
 std::uint64_t bytesOf(std::uint64_t blocks) {
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
   return blocks > kMost / kQuotaBlock ? kMost : blocks * kQuotaBlock;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "platform/quota_control.h"
+#include "platform/quota_records.h"
 #include "platform/volume_info.h"
 
 namespace paddock {
@@ -18,6 +19,23 @@ class KernelQuotaControl : public QuotaControl {
 
   int quotactl(const std::string& path, std::uint32_t commandWord, std::uint32_t id,
                const QuotaArgument& argument) override;
+
+ private:
+  VolumeInfo& volumes_;
+};
+
+// Usage and limits that the kernel keeps, on every file system with quotas (ext4 and XFS among
+// them).
+class KernelQuotaRecords final : public QuotaRecords {
+ public:
+  // `volumes` outlives this object.
+  explicit KernelQuotaRecords(VolumeInfo& volumes) : volumes_(volumes) {}
+
+  int list(const std::string& path, std::uint32_t type, std::vector<QuotaRecord>& records) override;
+  int find(const std::string& path, std::uint32_t type, std::uint32_t id,
+           QuotaRecord& record) override;
+  int setLimits(const std::string& path, std::uint32_t type, std::uint32_t id,
+                const QuotaLimits& limits) override;
 
  private:
   VolumeInfo& volumes_;

@@ -17,7 +17,7 @@ constexpr std::uint32_t kOff = quotaCommand(kQuotaOffCommand, 0);
 constexpr std::uint32_t kState = quotaCommand(kQuotaStateCommand, 0);
 
 // What needs a kernel with quotas is tested in a guest.
-class KernelQuotaControlTest : public testing::Test {
+class KernelQuotaSwitch : public testing::Test {
  protected:
   static void expectNoQuotas(VolumeInfo& volumes, const std::string& path) {
     KernelQuotaControl control(volumes);
@@ -30,7 +30,7 @@ class KernelQuotaControlTest : public testing::Test {
   LinuxVolumeInfo volumes_;
 };
 
-TEST_F(KernelQuotaControlTest, AVolumeWithoutADeviceKeepsNone) {
+TEST_F(KernelQuotaSwitch, AVolumeWithoutADeviceKeepsNone) {
   expectNoQuotas(volumes_, "/proc");
   KernelQuotaControl control(volumes_);
   writeWholeFile(folder_.path("quota"), "");
@@ -38,7 +38,7 @@ TEST_F(KernelQuotaControlTest, AVolumeWithoutADeviceKeepsNone) {
   EXPECT_EQ(control.quotactl("/proc", kOff, 0, folder_.path("quota")), ENOTSUP);
 }
 
-TEST_F(KernelQuotaControlTest, AVolumeInMemoryKeepsNone) {
+TEST_F(KernelQuotaSwitch, AVolumeInMemoryKeepsNone) {
   if (const auto why = whyNoOwnMounts(); !why.empty()) GTEST_SKIP() << why;
   runInOwnMounts([&] {
     mountTmpfs(folder_.path(), "64k");
@@ -46,7 +46,7 @@ TEST_F(KernelQuotaControlTest, AVolumeInMemoryKeepsNone) {
   });
 }
 
-TEST_F(KernelQuotaControlTest, ANameThatIsNotTheVolumesDeviceIsNotAsked) {
+TEST_F(KernelQuotaSwitch, NameOtherThanVolumeDeviceIsNotQueried) {
   for (const char* device : {"/dev/null", "/dev/missing", "server:/export", "", "/"}) {
     FakeVolumeInfo volumes;
     volumes.mount({"/proc", device, "ext4"});

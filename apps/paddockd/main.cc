@@ -1,8 +1,0 @@
-#include "daemon/daemon.h"
-#include "daemon/options.h"
-
-int main(int count, char** arguments) {
-  int exitStatus = 0;
-  const auto options = paddock::readOptions(count, arguments, exitStatus);
-  return options ? paddock::runDaemon(*options) : exitStatus;
-}
