@@ -49,6 +49,8 @@ void setSettingsLockPatience(SettingsLockPatience patience) { gPatience = std::m
 SettingsLockGuard::SettingsLockGuard(const char* operation, const std::string* path,
                                      Wait wait) PADDOCK_NO_THREAD_SAFETY_ANALYSIS {
   const auto deadline = deadlineOf(wait);
+  // Made before: nothing may be thrown once the lock is taken.
+  Holder holder{operation, path != nullptr ? *path : std::string(), {}};
   const MutexLock lock(gHolderMutex);
   while (!gSettingsDictLock->try_lock()) {
     const Clock::time_point now = Clock::now();
@@ -57,7 +59,8 @@ SettingsLockGuard::SettingsLockGuard(const char* operation, const std::string* p
                           "; nothing was done. Ask again later ([limits] lock_seconds)");
     gReleased.wait_until(gHolderMutex, now + kPollInterval);
   }
-  gHolder = Holder{operation, path != nullptr ? *path : std::string(), Clock::now()};
+  holder.since = Clock::now();
+  gHolder = std::move(holder);
 }
 
 SettingsLockGuard::~SettingsLockGuard() PADDOCK_NO_THREAD_SAFETY_ANALYSIS {

@@ -1,6 +1,7 @@
 #include "handler/shared_folder_check.h"
 
 #include <optional>
+#include <string>
 
 #include "platform/directory.h"
 #include "platform/file_attributes.h"
@@ -18,19 +19,25 @@ constexpr const char* kOther =
     "remove "
     "PATH, keelhouse share add PATH --from FILE";
 
-// The name of the share point that has exactly this path; nullopt when none has, or when the lookup
-// fails.
-std::optional<std::string> shareNameAt(const std::string& path) {
+// The name of the share point that has exactly a path; none when no share point has it.
+struct ShareLookup {
+  bool hasFailed = false;
+  std::optional<std::string> name;
+};
+
+ShareLookup shareAt(const std::string& path) {
   try {
     DirectoryRecordPtr record;
+    std::string reason;  // also of a failure without a number, whose status is 0
     const Status status =
-        get_local_ds_record(schema::kDirectoryPath, path, schema::kSharePoints, record);
-    if (status != kSuccess || record == nullptr) return std::nullopt;
+        get_local_ds_record(schema::kDirectoryPath, path, schema::kSharePoints, record, &reason);
+    if (status != kSuccess || !reason.empty()) return {true, {}};
     // Paths are found without letter case.
-    if (record->getAttributeFirstValue(schema::kDirectoryPath) != path) return std::nullopt;
-    return record->getAttributeFirstValue(schema::kRecordName);
+    if (record == nullptr || record->getAttributeFirstValue(schema::kDirectoryPath) != path)
+      return {};
+    return {false, record->getAttributeFirstValue(schema::kRecordName)};
   } catch (const DirectoryError&) {
-    return std::nullopt;
+    return {true, {}};
   }
 }
 
@@ -38,7 +45,7 @@ std::optional<std::string> shareNameAt(const std::string& path) {
 
 bool is_folder_as_shared(SharedFolders* folders, const std::string& path) {
   if (folders == nullptr) return true;
-  const auto name = shareNameAt(path);
+  const auto name = shareAt(path).name;
   if (!name || folders->compare(path, *name) != SharedFolder::other) return true;
   // A link that does not count says more of how the other folder got there.
   const auto link = services().fileAttributes->refusedLink(path);
@@ -52,7 +59,9 @@ SharedFolderNotes::SharedFolderNotes(SharedFolders* folders,
     : folders_(folders) {
   if (folders_ == nullptr) return;
   for (const SharePointRecord& sharePoint : sharePoints) {
-    if (shareNameAt(sharePoint.identifier())) known_.insert(sharePoint.identifier());
+    // One that cannot be looked up may have a record, which is not to be replaced.
+    const ShareLookup share = shareAt(sharePoint.identifier());
+    if (share.hasFailed || share.name) known_.insert(sharePoint.identifier());
   }
 }
 
@@ -60,7 +69,10 @@ void SharedFolderNotes::take(const std::vector<SharePointRecord>& sharePoints) c
   if (folders_ == nullptr) return;
   // As they are written: what is removed goes first.
   for (const SharePointRecord& sharePoint : sharePoints) {
-    if (sharePoint.isDeleted()) (void)folders_->forget(sharePoint.identifier());
+    if (!sharePoint.isDeleted()) continue;
+    // A share point that could not be removed keeps its folder.
+    const ShareLookup share = shareAt(sharePoint.identifier());
+    if (!share.hasFailed && !share.name) (void)folders_->forget(sharePoint.identifier());
   }
   for (const SharePointRecord& sharePoint : sharePoints) {
     if (!sharePoint.isDeleted()) takeOne(sharePoint.identifier());
@@ -68,7 +80,7 @@ void SharedFolderNotes::take(const std::vector<SharePointRecord>& sharePoints) c
 }
 
 void SharedFolderNotes::takeOne(const std::string& path) const {
-  const auto name = shareNameAt(path);
+  const auto name = shareAt(path).name;
   if (!name) return;
   // What cannot be remembered is logged there, and is no reason not to share.
   if (!known_.contains(path) || folders_->compare(path, *name) == SharedFolder::unknown) {

@@ -39,7 +39,11 @@ class SharedFolderRequests : public HandlerFixture {
     for (const auto& [key, value] : settings) record.set(key, value);
     return write({{"sharePointRecord", record}});
   }
-  void unshare() { write({{"sharePointRecord", Dictionary{{"isShared", "NO"}}}}); }
+  // The first request removes the item of the shared-file list, and keeps the record for that.
+  void unshare() {
+    for (int request = 0; request < 2; ++request)
+      write({{"sharePointRecord", Dictionary{{"isShared", "NO"}}}});
+  }
   std::int64_t setMode(const std::string& path = kFolder) {
     return *write({{"fileAccessPrivs", Dictionary{{"privs", "700"}}}}, path).integer("writeStatus");
   }
@@ -83,6 +87,7 @@ TEST_F(SharedFolderRequests, SharedAgainItIsTheShares) {
   replaceFolder();
   ASSERT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
   unshare();
+  ASSERT_THAT(sharePointNames(), IsEmpty());
   EXPECT_EQ(setMode(), 0) << "what is not shared is nobody's folder but the path's";
   share();
   EXPECT_EQ(setMode(), 0);
@@ -93,6 +98,37 @@ TEST_F(SharedFolderRequests, ShareChangeDoesNotAdoptReplacementFolder) {
   share();
   replaceFolder();
   EXPECT_EQ(share({{"nameOverSMB", "other"}}).integer("writeStatus"), 0);
+  EXPECT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
+}
+
+TEST_F(SharedFolderRequests, ShareChangeWithoutItsFolderKeepsNote) {
+  share();
+  tree.remove(kFolder);
+  folders.take(kFolder);
+  EXPECT_EQ(share({{"nameOverSMB", "other"}}).integer("writeStatus"), 0);
+  replaceFolder();
+  EXPECT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
+}
+
+TEST_F(SharedFolderRequests, FailedRemovalKeepsNote) {
+  share();
+  trace.raise("removeRecord", DirectoryError(EIO, "damaged"));
+  unshare();
+  ASSERT_THAT(sharePointNames(), SizeIs(1));
+  replaceFolder();
+  EXPECT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
+}
+
+TEST_F(SharedFolderRequests, FailedLookupBeforeWriteKeepsNote) {
+  share();
+  replaceFolder();
+  int lookups = 0;
+  trace.when([](const ServiceCall& call) { return call.operation == "findRecordsOfTypes"; },
+             [&](const ServiceCall&) -> Status {
+               if (lookups++ == 0) throw DirectoryError("damaged");
+               return 0;
+             });
+  share({{"nameOverSMB", "other"}});
   EXPECT_EQ(setMode(), CANNOT_CHANGE_PRIVS_ERR);
 }
 

@@ -5,11 +5,6 @@
 #include "base/status.h"
 #include "platform/file_attributes.h"
 
-#include <cerrno>
-
-#include "base/status.h"
-#include "platform/file_attributes.h"
-
 namespace paddock {
 
 namespace {

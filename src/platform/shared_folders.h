@@ -8,7 +8,8 @@
 namespace paddock {
 
 enum class SharedFolder {
-  unknown,  // not recorded, no folder there now, or not determinable
+  unknown,      // not recorded
+  unreachable,  // recorded, and no folder is there now, or which one is not determinable
   same,
   other,
 };

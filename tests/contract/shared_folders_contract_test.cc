@@ -91,7 +91,7 @@ TEST_P(SharedFoldersContract, FolderStaysSameUntilReplacedByAnother) {
   EXPECT_EQ(folders().remember(path_, "a"), 0);
   EXPECT_EQ(compare(), SharedFolder::same);
   subject_->remove(path_);
-  EXPECT_EQ(compare(), SharedFolder::unknown) << "nothing is there";
+  EXPECT_EQ(compare(), SharedFolder::unreachable) << "nothing is there";
   subject_->makeFolder(path_);
   EXPECT_EQ(compare(), SharedFolder::other);
   EXPECT_EQ(folders().remember(path_, "a"), 0);
@@ -142,14 +142,14 @@ TEST(LinuxSharedFolders, OutliveWhoRememberedThem) {
   EXPECT_FALSE(std::filesystem::exists(database)) << "reading makes no file";
 }
 
-TEST(LinuxSharedFolders, InvalidDatabaseIsUnknownAndLeftUntouched) {
+TEST(LinuxSharedFolders, InvalidDatabaseIsUndeterminedAndLeftUntouched) {
   const TestFolder folder;
   const std::string database = folder.path("shared-folders.sqlite");
   writeWholeFile(database, "no database at all, but long enough to be looked at as one");
   std::filesystem::create_directory(folder.path("shared"));
   LinuxSharedFolders folders(database, nullptr);
   EXPECT_NE(folders.remember(folder.path("shared"), "a"), 0);
-  EXPECT_EQ(folders.compare(folder.path("shared"), "a"), SharedFolder::unknown);
+  EXPECT_EQ(folders.compare(folder.path("shared"), "a"), SharedFolder::unreachable);
   EXPECT_EQ(readWholeFile(database), "no database at all, but long enough to be looked at as one");
 }
 

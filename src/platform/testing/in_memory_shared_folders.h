@@ -17,7 +17,7 @@ class InMemorySharedFolders final : public SharedFolders {
   void place(const std::string& path) { present_[path] = ++numbers_; }
   // Nothing is there any more that is a folder.
   void take(const std::string& path) { present_.erase(path); }
-  // Makes the calls fail from now on, and what is asked unknown.
+  // Makes the calls fail from now on.
   void breakDown() { isBroken_ = true; }
 
   int remember(const std::string& path, const std::string& name) override {
@@ -35,10 +35,9 @@ class InMemorySharedFolders final : public SharedFolders {
   SharedFolder compare(const std::string& path, const std::string& name) override {
     const auto known = remembered_.find(path);
     const auto folder = present_.find(path);
-    if (isBroken_ || known == remembered_.end() || folder == present_.end() ||
-        known->second.first != name) {
-      return SharedFolder::unknown;
-    }
+    if (isBroken_) return SharedFolder::unreachable;
+    if (known == remembered_.end() || known->second.first != name) return SharedFolder::unknown;
+    if (folder == present_.end()) return SharedFolder::unreachable;
     return known->second.second == folder->second ? SharedFolder::same : SharedFolder::other;
   }
 

@@ -117,12 +117,13 @@ SharedFolder LinuxSharedFolders::compare(const std::string& path, const std::str
     if (query.bind(1, path).bind(2, name).step())
       known = Folder{query.integer(0), query.integer(1)};
   });
-  if (error != 0 || !known) return SharedFolder::unknown;
+  if (error != 0) return SharedFolder::unreachable;
+  if (!known) return SharedFolder::unknown;
   FileDescriptor object;
   struct stat status {};
   if (holdObject(path, PathUse::reading, object) != 0 ||
       errnoOf([&] { return ::fstat(object.get(), &status); }) != 0) {
-    return SharedFolder::unknown;
+    return SharedFolder::unreachable;
   }
   // Also one whose file system is not among those whose numbers last: it is another one then.
   return folderOf(object.get()) == known ? SharedFolder::same : SharedFolder::other;
