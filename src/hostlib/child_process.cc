@@ -89,7 +89,7 @@ constexpr std::size_t kBlock = 64U << 10U;
 // ends also when a process that the program left behind writes without pause.
 constexpr int kBlocksAfterEnd = 32;
 
-// One block of a stream. False when there is nothing more for now; closes the stream at its end.
+// Reads one block of a stream. False when it would block, and at its end, where it is closed.
 bool readBlock(FileDescriptor& stream, std::vector<char>& buffer, std::size_t limit,
                std::string& text) {
   if (!stream) return false;

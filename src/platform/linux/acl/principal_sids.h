@@ -9,9 +9,10 @@
 // A SID of another form is resolved by the resolver, and one that maps to a user or group has the
 // GUID of that; so its entry is written with a Unix SID from then on. Any other SID has the GUID
 // derived from it, which is recorded, in this process and below the service's root, so that the
-// GUID maps back to its SID. Never resolved are everyone (S-1-1), the placeholders for an object's
-// creator (S-1-3), and the groups of a client by its kind of logon (S-1-5 with one sub-authority):
-// winbind would allocate a gid for them, and an entry for that gid is another entry.
+// GUID maps back to its SID. Everyone (S-1-1) is never resolved, nor are the SIDs that stand for an
+// object's creator (S-1-3), and the groups of a client by its kind of logon (S-1-5 with one
+// sub-authority): winbind would allocate a gid for them, and an entry for that gid is another
+// entry.
 //
 // Thread-safe.
 #pragma once
