@@ -236,7 +236,10 @@ TEST_F(MovesAtOnce, ConcurrentlyRemovedShareLeavesNoExport) {
       EXPECT_EQ(ended[1].status == 0, place.empty()) << ended[1].error;
     }
     EXPECT_TRUE(ended[0].status == 0 || ended[1].status == 0) << ended[0].error << ended[1].error;
-    expectExportedAt(place);
+    // A removal that finds the old folder exported and not shared any more takes that away.
+    const bool isSaidToBeLost =
+        ended[0].error.find("is not exported. To export it:") != std::string::npos;
+    expectExportedAt(isSaidToBeLost ? "" : place);
     clear(place);
   }
 }

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -230,7 +231,17 @@ std::vector<std::string> SlapdServer::searches() const {
   return filters;
 }
 
-int SlapdServer::connections() const { return static_cast<int>(linesWith(" ACCEPT from ").size()); }
+// Its line that accepts a connection may be written after the reply to the first request; that of
+// a request is written before.
+int SlapdServer::connections() const {
+  std::set<std::string> numbers;
+  for (const std::string& line : linesWith(" op=")) {
+    const std::size_t number = line.find("conn=");
+    if (number != std::string::npos)
+      numbers.insert(line.substr(number, line.find(' ', number) - number));
+  }
+  return static_cast<int>(numbers.size());
+}
 
 void SlapdServer::add(const std::string& ldif) { run({"/usr/bin/ldapadd"}, ldif); }
 void SlapdServer::modify(const std::string& ldif) { run({"/usr/bin/ldapmodify"}, ldif); }

@@ -75,7 +75,7 @@ class SlapdServer {
 
   // The filters of all searches that it was asked for, in their order.
   std::vector<std::string> searches() const;
-  // How many connections were made to it.
+  // How many connections it was asked something on.
   int connections() const;
 
   // An entry uid=NAME below ou=people: an inetOrgPerson.

@@ -100,6 +100,7 @@ class Move {
   Dictionary follow();
   void cleanUp(const Dictionary& moved) const;
   void removeOldMount() const;
+  void noteLostExport(const Array& clients) const;
   std::string restore() const;
   [[noreturn]] void takeBack(const Failure& reason) const;
 
@@ -266,9 +267,24 @@ void Move::removeOldMount() const {
       "the share is moved, but the record " + printable(name) + " remains on " + printable(node));
 }
 
+// Whether it was taken from the share, or from the old folder that seemed to be left exported, is
+// not known: not to export is safe, and to export again is one command.
+void Move::noteLostExport(const Array& clients) const {
+  session_.notes << "keelhouse: note: somebody took the NFS export of " << printable(from_)
+                 << " away meanwhile, and " << printable(to_)
+                 << " is not exported. To export it:\n  keelhouse share set "
+                 << printable(shellWord(to_));
+  for (const Value& client : clients) {
+    if (client.dictionary() == nullptr) continue;
+    session_.notes << " --nfs " << printable(shellWord(formatNfsClient(*client.dictionary())));
+  }
+  session_.notes << '\n';
+}
+
 Dictionary Move::run() {
   const std::string tag = requireAsRead();
-  clients_ = clientsIn(std::nullopt, stored_);
+  const Array clients = clientsIn(std::nullopt, stored_);
+  clients_ = clients;
   bool pointed = false;
   Dictionary moved;
   try {
@@ -280,6 +296,7 @@ Dictionary Move::run() {
   if (!pointed) {
     throw failure(action_ + ": somebody else changed it meanwhile\nNothing was moved. Try again.");
   }
+  if (clients_.empty() && !clients.empty()) noteLostExport(clients);
   cleanUp(moved);
   return moved;
 }

@@ -124,6 +124,10 @@ TEST_F(ShareMoves, ExportMovesAsFoundAtRecordChange) {
   ASSERT_EQ(move(), 0) << error_;
   EXPECT_EQ(target(6), kWrite);
   EXPECT_THAT(body(6), Not(HasSubstr("nfsExportRecord")));
+  EXPECT_EQ(error_,
+            "keelhouse: note: somebody took the NFS export of /srv/old away meanwhile, and " + to_ +
+                " is not exported. To export it:\n  keelhouse share set " + to_ +
+                " --nfs 'h(ro)'\n");
 }
 
 TEST_F(ShareMoves, OldFolderLosesIndexAndBackupMark) {
