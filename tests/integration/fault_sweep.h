@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <future>
+#include <iostream>
 #include <optional>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -14,6 +16,28 @@
 #include "fault_world.h"
 
 namespace paddock {
+
+// Prints, at the end of a program that runs several sweeps, what failed in all of them.
+class SweepFigures : public ::testing::Environment {
+ public:
+  // `call`: the service and its function, "textFiles.readFile".
+  static void add(const std::string& call) {
+    ++failures_;
+    calls_.insert(call);
+    services_.insert(call.substr(0, call.find('.')));
+  }
+  void TearDown() override {
+    std::cout << failures_ << " failures of " << calls_.size() << " calls of " << services_.size()
+              << " services\n";
+  }
+
+ private:
+  static inline std::size_t failures_ = 0;
+  static inline std::set<std::string> calls_;
+  static inline std::set<std::string> services_;
+};
+inline ::testing::Environment* const gSweepFigures =
+    ::testing::AddGlobalTestEnvironment(new SweepFigures);
 
 class FaultSweep : public ::testing::TestWithParam<std::tuple<Scenario, FaultMode>> {
  protected:
@@ -57,6 +81,7 @@ class FaultSweep : public ::testing::TestWithParam<std::tuple<Scenario, FaultMod
       }
       if (!plan.fired()) return failed;
       failed.push_back(plan.failedCall());
+      SweepFigures::add(failed.back());
     }
     ADD_FAILURE() << "a request that does not end";
     return failed;
