@@ -9,10 +9,12 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// No server listens there.
+// No server listens there; a system without certificates is no other answer.
 constexpr const char* kServers =
-    "[[ldap]]\nname = \"one\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=one\"\ntimeout = 1\n"
-    "[[ldap]]\nname = \"two\"\nuri = \"ldap://127.0.0.1:1\"\nbase = \"dc=two\"\ntimeout = 1\n";
+    "[[ldap]]\nname = \"one\"\nuri = \"ldap://127.0.0.1:1\"\ntls = \"none\"\nbase = \"dc=one\"\n"
+    "timeout = 1\n"
+    "[[ldap]]\nname = \"two\"\nuri = \"ldap://127.0.0.1:1\"\ntls = \"none\"\nbase = \"dc=two\"\n"
+    "timeout = 1\n";
 
 class LdapTrial : public KeelhouseTree {
  protected:
