@@ -6,8 +6,7 @@
 #include <cerrno>
 #include <set>
 
-#include "base/file_access.h"
-#include "base/system_call.h"
+#include "base/trusted_path.h"
 #include "configuration/configuration_schema.h"
 
 namespace paddock {
@@ -213,8 +212,11 @@ Configuration parseConfiguration(std::string_view text,
 Configuration readConfiguration(const std::string& path,
                                 std::vector<ConfigurationProblem>& problems) {
   try {
-    const auto text = readSmallFile(path, kMaximumFile);
+    const auto text = readTrustedFile(path, kMaximumFile);
     return text ? parseConfiguration(*text, problems) : Configuration();
+  } catch (const UntrustedPath& untrusted) {
+    problems.push_back({0, std::string("not read, because ") + untrusted.what()});
+    return {};
   } catch (const std::exception& error) {
     problems.push_back({0, error.what()});
     return {};

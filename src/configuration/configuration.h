@@ -43,7 +43,8 @@ struct ConfigurationProblem {
 Configuration parseConfiguration(std::string_view text,
                                  std::vector<ConfigurationProblem>& problems);
 
-// The same for a file; a missing file is an empty configuration.
+// The same for a file; a missing file is an empty configuration. One that others than root and the
+// user of this process could have changed is a problem (base/trusted_path.h).
 Configuration readConfiguration(const std::string& path,
                                 std::vector<ConfigurationProblem>& problems);
 

@@ -1,8 +1,6 @@
 #include "daemon/plugins/loaded_plugin.h"
 
 #include <dlfcn.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -10,7 +8,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "base/system_call.h"
+#include "base/trusted_path.h"
 #include "paddock/plugin.h"
 #include "paddock/sys_logger.h"
 #include "wire/json.h"
@@ -19,17 +17,6 @@ namespace paddock {
 namespace {
 
 constexpr std::string_view kBundleSuffix = ".bundle";
-
-// A plug-in runs with the daemon's rights, so no other user may be able to modify it.
-void requireTrusted(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) throw systemError(errno, "stat", path);
-  if (::geteuid() != 0) return;
-  if (status.st_uid != 0) throw std::runtime_error(path + " does not belong to root");
-  if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-    throw std::runtime_error(path + " can be written by others");
-  }
-}
 
 // Null when there is none.
 template <typename Function>
@@ -48,9 +35,19 @@ Function symbol(void* object, const char* name) {
   return function;
 }
 
+// A plug-in runs with the daemon's rights: the file that was checked is the one that is loaded,
+// whatever its path leads to by then.
 void* openObject(const std::string& path) {
-  void* object = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (object == nullptr) throw std::runtime_error(::dlerror());
+  FileDescriptor file = openTrusted(path);
+  const std::string name = "/proc/self/fd/" + std::to_string(file.get());
+  void* object = ::dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (object == nullptr) {
+    std::string why = ::dlerror();
+    if (why.starts_with(name)) why.replace(0, name.size(), path);
+    throw std::runtime_error(why);
+  }
+  // Never closed: the linker would take the next file with this number for this object.
+  (void)file.release();
   return object;
 }
 
@@ -84,10 +81,7 @@ Dictionary descriptionOf(void* object, const std::string& name) {
 
 LoadedPlugin load(const std::string& folder, const std::string& name) {
   const std::string bundle = folder + "/" + name + std::string(kBundleSuffix);
-  const std::string contents = bundle + "/Contents";
-  const std::string object = contents + "/" + name + ".so";
-  for (const std::string& path : {bundle, contents, object}) requireTrusted(path);
-  void* const opened = openObject(object);
+  void* const opened = openObject(bundle + "/Contents/" + name + ".so");
   LoadedPlugin plugin{name, createHandler(opened), {}};
   if (plugin.handler->init() == nullptr) throw std::runtime_error("init gives nothing");
   plugin.operations = plugin.handler->operations();

@@ -26,9 +26,9 @@ struct LoadedPlugin {
 
 // Loads NAME.bundle/Contents/NAME.so for every bundle of the folder, by name. One that cannot be
 // used is refused with a log line that names it, and the others are loaded: a shared object that is
-// missing or lacks a library, that others than root could have changed, that has no entry point or
-// another interface version; a constructor, `init` or `operations` that throws. Shared objects are
-// never unloaded.
+// missing or lacks a library, that others could have changed (base/trusted_path.h), that has no
+// entry point or another interface version; a constructor, `init` or `operations` that throws.
+// Shared objects are never unloaded, and a descriptor of each stays open.
 std::vector<LoadedPlugin> loadPlugins(const std::string& folder);
 
 // Loads the plug-in of that name. Throws, naming it, when it cannot be used.
