@@ -10,13 +10,11 @@
 #include <system_error>
 #include <vector>
 
+#include "base/posix_acl_entries.h"
+
 namespace paddock::samba {
 
 namespace {
-
-constexpr std::uint32_t kPosixAclVersion = 2;  // linux/posix_acl_xattr.h
-constexpr std::size_t kPosixHeader = 4;
-constexpr std::size_t kPosixEntry = 8;
 
 // xattr_NTACL of version 4, up to the hash: two times the version, two pointers, the type of the
 // list's hash (SHA-256), that hash, the name of what else is hashed, a time.
@@ -31,22 +29,31 @@ constexpr std::size_t kHashedAt = 78;
 constexpr std::size_t kHashAt = 96;
 constexpr std::size_t kHashBytes = 32;
 
-// smb_acl_tag_t of smb_acl.idl.
-enum Tag : std::uint16_t {
-  user = 1,
-  userObject = 2,
-  group = 3,
-  groupObject = 4,
-  other = 5,
-  mask = 6
-};
+using Entries = std::vector<posix_acl::Entry>;
+using posix_acl::Tag;
 
-struct Entry {
-  Tag tag = other;
-  std::uint32_t id = 0;
-  std::uint32_t bits = 0;
-  bool isNamed() const { return tag == user || tag == group; }
-};
+// smb_acl_tag_t of smb_acl.idl.
+std::uint16_t smbTagOf(Tag tag) {
+  switch (tag) {
+    case Tag::user:
+      return 1;
+    case Tag::owner:
+      return 2;
+    case Tag::group:
+      return 3;
+    case Tag::owningGroup:
+      return 4;
+    case Tag::others:
+      return 5;
+    case Tag::mask:
+      break;
+  }
+  return 6;
+}
+
+bool isNamed(const posix_acl::Entry& entry) {
+  return entry.tag == Tag::user || entry.tag == Tag::group;
+}
 
 // NDR, as far as smb_acl.idl needs it.
 class Writer {
@@ -62,16 +69,16 @@ class Writer {
   std::string bytes_;
 };
 
-void append(Writer& writer, const std::vector<Entry>& entries) {
+void append(Writer& writer, const Entries& entries) {
   writer.number(entries.size(), 4);
   writer.alignTo8();
   writer.number(entries.size(), 4);
   writer.number(0, 4);
-  for (const Entry& entry : entries) {
+  for (const posix_acl::Entry& entry : entries) {
     writer.alignTo8();
-    writer.number(entry.tag, 2);
-    writer.number(entry.tag, 2);
-    if (entry.isNamed()) writer.number(entry.id, 8);
+    writer.number(smbTagOf(entry.tag), 2);
+    writer.number(smbTagOf(entry.tag), 2);
+    if (isNamed(entry)) writer.number(entry.id, 8);
     writer.number(entry.bits, 4);
   }
 }
@@ -83,41 +90,11 @@ std::uint32_t numberAt(std::string_view bytes, std::size_t at, std::size_t size)
   return number;
 }
 
-std::optional<Tag> tagOf(std::uint32_t kernelTag) {
-  switch (kernelTag) {
-    case 0x01:
-      return userObject;
-    case 0x02:
-      return user;
-    case 0x04:
-      return groupObject;
-    case 0x08:
-      return group;
-    case 0x10:
-      return mask;
-    case 0x20:
-      return other;
-    default:
-      return std::nullopt;
-  }
-}
-
-std::optional<std::vector<Entry>> read(std::string_view value) {
-  if (value.size() < kPosixHeader || (value.size() - kPosixHeader) % kPosixEntry != 0 ||
-      numberAt(value, 0, kPosixHeader) != kPosixAclVersion)
-    return std::nullopt;
-  std::vector<Entry> entries;
-  for (std::size_t at = kPosixHeader; at < value.size(); at += kPosixEntry) {
-    const auto tag = tagOf(numberAt(value, at, 2));
-    if (!tag) return std::nullopt;
-    entries.push_back({*tag, numberAt(value, at + 4, 4), numberAt(value, at + 2, 2)});
-  }
-  return entries;
-}
-
-std::vector<Entry> ofMode(mode_t mode) {
-  return {
-      {userObject, 0, mode >> 6U & 7U}, {groupObject, 0, mode >> 3U & 7U}, {other, 0, mode & 7U}};
+Entries entriesOfMode(mode_t mode) {
+  const auto digit = [mode](unsigned shift) {
+    return static_cast<std::uint16_t>(mode >> shift & 7U);
+  };
+  return {{Tag::owner, digit(6)}, {Tag::owningGroup, digit(3)}, {Tag::others, digit(0)}};
 }
 
 std::string sha256(std::string_view text) {
@@ -159,9 +136,11 @@ std::optional<ListForce> listForce(std::string_view value,
 }
 
 std::optional<std::string> kernelAclHashOf(const KernelAcls& acls) {
-  const auto access = acls.access ? read(*acls.access) : ofMode(acls.mode);
+  // As they stand, deliberately also where the kernel would want more entries.
+  const auto access = acls.access ? posix_acl::readEntries(*acls.access) : entriesOfMode(acls.mode);
   // A folder without a default ACL has an empty one to Samba, a file has none.
-  const auto inherited = acls.defaultAccess ? read(*acls.defaultAccess) : std::vector<Entry>();
+  const auto inherited =
+      acls.defaultAccess ? posix_acl::readEntries(*acls.defaultAccess) : Entries();
   if (!access || !inherited) return std::nullopt;
   const bool isFolder = S_ISDIR(acls.mode);
   Writer writer;

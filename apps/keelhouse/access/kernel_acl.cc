@@ -3,43 +3,15 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <array>
 #include <cerrno>
 #include <system_error>
 
+#include "base/posix_acl_entries.h"
 #include "base/system_call.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-constexpr std::uint32_t kVersion = 2;
-constexpr std::size_t kHeaderSize = 4;
-constexpr std::size_t kEntrySize = 8;
-constexpr unsigned kAllBits = kKernelRead | kKernelWrite | kKernelExecute;
-
-enum Tag : std::uint32_t {
-  userObject = 0x01,
-  user = 0x02,
-  groupObject = 0x04,
-  group = 0x08,
-  mask = 0x10,
-  other = 0x20,
-};
-
-// `size` bytes from `at` as a number, least significant first.
-std::uint32_t numberAt(std::string_view bytes, std::size_t at, std::size_t size) {
-  std::uint32_t number = 0;
-  for (std::size_t index = size; index-- > 0;) {
-    number = number << 8U | static_cast<unsigned char>(bytes[at + index]);
-  }
-  return number;
-}
-
-bool isKnown(std::uint32_t tag) {
-  return tag == userObject || tag == user || tag == groupObject || tag == group || tag == mask ||
-         tag == other;
-}
 
 // The value of the attribute; absent when there is none. `error` is an errno, or 0.
 std::optional<std::string> readAttribute(const std::string& path, const char* name, int& error) {
@@ -102,20 +74,17 @@ std::optional<unsigned> KernelAcl::bitsOf(const Principal& who) const {
 }
 
 std::optional<KernelAcl> parseKernelAcl(std::string_view bytes) {
-  if (bytes.size() < kHeaderSize || (bytes.size() - kHeaderSize) % kEntrySize != 0) {
-    return std::nullopt;
-  }
-  if (numberAt(bytes, 0, kHeaderSize) != kVersion) return std::nullopt;
+  using posix_acl::Tag;
+  const auto entries = posix_acl::readEntries(bytes);
+  if (!entries) return std::nullopt;
   KernelAcl acl;
-  unsigned allowed = kAllBits;
-  for (std::size_t at = kHeaderSize; at < bytes.size(); at += kEntrySize) {
-    const std::uint32_t tag = numberAt(bytes, at, 2);
-    const std::uint32_t bits = numberAt(bytes, at + 2, 2);
-    if (!isKnown(tag) || bits > kAllBits) return std::nullopt;
-    if (tag == mask) allowed = bits;
-    if (tag != user && tag != group) continue;
-    const auto type = tag == user ? PrincipalType::user : PrincipalType::group;
-    acl.entries.push_back({{type, numberAt(bytes, at + 4, 4)}, bits});
+  unsigned allowed = kKernelRead | kKernelWrite | kKernelExecute;
+  // What is there is shown, deliberately also where the kernel would want more entries.
+  for (const posix_acl::Entry& entry : *entries) {
+    if (entry.tag == Tag::mask) allowed = entry.bits;
+    if (entry.tag != Tag::user && entry.tag != Tag::group) continue;
+    const auto type = entry.tag == Tag::user ? PrincipalType::user : PrincipalType::group;
+    acl.entries.push_back({{type, entry.id}, entry.bits});
   }
   for (KernelAcl::Entry& entry : acl.entries) entry.bits &= allowed;
   return acl;

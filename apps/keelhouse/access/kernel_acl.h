@@ -1,6 +1,5 @@
-// The kernel's own ACLs of a path: the attributes system.posix_acl_access and
-// system.posix_acl_default, in the form of acl(5) that Linux keeps them in
-// (linux/posix_acl_xattr.h).
+// The kernel's own ACLs of a path, acl(5): the attributes system.posix_acl_access and
+// system.posix_acl_default.
 #pragma once
 
 #include <cstdint>

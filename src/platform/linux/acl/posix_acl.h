@@ -1,5 +1,5 @@
-// POSIX.1e access-control lists as the kernel stores them: acl(5), and version 2 of the value of
-// system.posix_acl_access and system.posix_acl_default (include/uapi/linux/posix_acl_xattr.h).
+// POSIX.1e access-control lists, acl(5), as the kernel stores them (base/posix_acl_entries.h) in
+// system.posix_acl_access and system.posix_acl_default.
 #pragma once
 
 #include <sys/types.h>
