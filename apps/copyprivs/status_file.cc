@@ -5,13 +5,12 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
-#include <cstdio>
 #include <system_error>
 #include <utility>
 
 #include "base/file_access.h"
 #include "base/system_call.h"
+#include "platform/linux/files/new_file.h"
 #include "wire/property_list.h"
 
 namespace paddock::copyprivs {
@@ -27,8 +26,6 @@ std::string textOf(int error) { return std::generic_category().message(error); }
 StatusFile::StatusFile(const std::string& path) : path_(path) {
   const std::size_t slash = path.rfind('/');
   name_ = path.substr(slash + 1);
-  // The pid makes the name unique among runs with the same file.
-  temporaryName_ = "." + name_.substr(0, NAME_MAX / 2) + "." + std::to_string(::getpid()) + ".new";
   std::string folder = ".";
   if (slash != std::string::npos) folder = path.substr(0, slash + 1);
   int descriptor = -1;
@@ -73,30 +70,18 @@ void StatusFile::replace(std::string_view contents, bool isLast) {
     wasWritten_ = true;
     return;
   }
-  ::unlinkat(folder_.get(), temporaryName_.c_str(), 0);
   // Space may become available before the last one.
   if (error != ENOSPC && error != EDQUOT) fail(textOf(error));
   if (isLast && failure_.empty()) fail(textOf(error));
 }
 
-int StatusFile::write(std::string_view contents, bool isLast) {
-  const int folder = folder_.get();
-  const char* temporary = temporaryName_.c_str();
-  ::unlinkat(folder, temporary, 0);
-  int descriptor = -1;
-  const int error = errnoOf(
-      [&] {
-        return ::openat(folder, temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                        kMode);
-      },
-      &descriptor);
-  if (error != 0) return error;
-  const FileDescriptor file(descriptor);
-  if (::fchmod(descriptor, kMode) != 0 || !writeAll(descriptor, contents)) return errno;
+int StatusFile::write(std::string_view contents, bool isLast) const {
+  NewFile file(folder_.get(), name_);
+  if (const int error = file.create(); error != 0) return error;
+  if (const int error = file.write(contents); error != 0) return error;
+  if (const int error = file.setMode(kMode); error != 0) return error;
   // Intermediate states are soon overwritten.
-  if (isLast && ::fsync(descriptor) != 0) return errno;
-  if (::renameat(folder, temporary, folder, name_.c_str()) != 0) return errno;
-  return isLast && ::fsync(folder) != 0 ? errno : 0;
+  return isLast ? file.putInPlace() : file.putInPlaceUnsynced();
 }
 
 namespace {

@@ -15,6 +15,9 @@ namespace paddock::copyprivs {
 // Replaced atomically each time, so that a reader never sees a partial file: a regular file of mode
 // 0600, owned by the user of the process. Not thread-safe.
 //
+// Others may be able to make files in its folder, as in /tmp. So the name under which it is written
+// cannot be guessed, and nothing that has a name there already is opened or removed.
+//
 // An existing file at its path is replaced only when it is such a file of this user, with one link.
 // A missing one is created the first time; one that is missing later was removed by a reader that
 // is no longer interested, and is not created again.
@@ -30,12 +33,11 @@ class StatusFile {
 
  private:
   bool mayBeReplaced();
-  int write(std::string_view contents, bool isLast);
+  int write(std::string_view contents, bool isLast) const;
   void fail(const std::string& what);
 
   const std::string path_;
   std::string name_;
-  std::string temporaryName_;
   FileDescriptor folder_;
   std::string failure_;
   bool wasWritten_ = false;

@@ -1,9 +1,14 @@
 #include "copyprivs/status_file.h"
 
 #include <gmock/gmock.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
+#include <functional>
+#include <set>
 
 #include "support/own_mounts.h"
 #include "support/temporary_folder.h"
@@ -94,6 +99,50 @@ TEST_F(StatusFileUpdates, LaterSymlinkIsNotFollowed) {
   EXPECT_EQ(readWholeFile(folder_.path("other")), "precious");
   EXPECT_TRUE(std::filesystem::is_symlink(path_));
   EXPECT_NE(file.failure(), "");
+}
+
+// Whoever knows the process may plant something where its new file would be, if the name could be
+// known: a folder would keep it from writing for good, and what is removed may be somebody else's.
+TEST_F(StatusFileUpdates, NothingPlantedIsOpenedOrRemoved) {
+  const std::string known = folder_.path(".status." + std::to_string(::getpid()) + ".new");
+  writeWholeFile(folder_.path("other"), "precious");
+  const std::vector<std::pair<const char*, std::function<void()>>> plants = {
+      {"folder", [&] { std::filesystem::create_directory(known); }},
+      {"link", [&] { std::filesystem::create_symlink(folder_.path("other"), known); }},
+      {"FIFO", [&] { ASSERT_EQ(::mkfifo(known.c_str(), 0666), 0); }},
+      {"file", [&] { writeWholeFile(known, "somebody's"); }}};
+  for (const auto& [what, plant] : plants) {
+    plant();
+    const auto before = std::filesystem::symlink_status(known).type();
+    StatusFile file(path_);
+    file.replace("first", false);
+    file.replace(what, true);
+    EXPECT_EQ(file.failure(), "") << what;
+    EXPECT_EQ(readWholeFile(path_), what);
+    EXPECT_EQ(std::filesystem::symlink_status(known).type(), before) << what;
+    std::filesystem::remove(known);
+  }
+  EXPECT_EQ(readWholeFile(folder_.path("other")), "precious");
+}
+
+// What is written under, seen by somebody who watches the folder.
+TEST_F(StatusFileUpdates, NameOfNewFileIsNeverTheSame) {
+  const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ASSERT_GE(::inotify_add_watch(watch.get(), folder_.path().c_str(), IN_CREATE), 0);
+  StatusFile file(path_);
+  constexpr std::size_t kTimes = 20;
+  for (std::size_t count = 0; count < kTimes; ++count) file.replace("text", false);
+  std::string events(65536, '\0');
+  const auto size = ::read(watch.get(), events.data(), events.size());
+  ASSERT_GT(size, 0);
+  std::set<std::string> made;
+  for (std::size_t at = 0; at < static_cast<std::size_t>(size);) {
+    inotify_event event{};
+    std::memcpy(&event, &events[at], sizeof event);
+    made.insert(&events[at + sizeof event]);
+    at += sizeof event + event.len;
+  }
+  EXPECT_EQ(made.size(), kTimes);
 }
 
 TEST_F(StatusFileUpdates, AFolderThatIsMissingIsAFailure) {

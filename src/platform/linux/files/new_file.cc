@@ -108,11 +108,15 @@ int NewFile::syncFolder() const {
 
 int NewFile::putInPlace() {
   if (const int error = sync(); error != 0) return error;
+  const int error = putInPlaceUnsynced();
+  return error != 0 ? error : syncFolder();
+}
+
+int NewFile::putInPlaceUnsynced() {
   const int error =
       errnoOf([&] { return ::renameat(folder_, temporaryName_.c_str(), folder_, name_.c_str()); });
-  if (error != 0) return error;
-  temporaryName_.clear();
-  return syncFolder();
+  if (error == 0) temporaryName_.clear();
+  return error;
 }
 
 int NewFile::putInEmptyPlace() {

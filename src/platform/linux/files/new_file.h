@@ -37,7 +37,9 @@ class NewFile {
   int sync();
   // Syncs the file and renames it over what has the name.
   int putInPlace();
-  // The same when the name is free: EEXIST otherwise.
+  // Renames it alone, for a file that a loss of power may take.
+  int putInPlaceUnsynced();
+  // As putInPlace when the name is free: EEXIST otherwise.
   int putInEmptyPlace();
   // The same where a file has the name, which gets a new one of the same kind as the temporary
   // file's: `gaveWay`, which is then the caller's. ENOENT when nothing has the name. The folder is
