@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "base/guid.h"
 #include "base/principal.h"
@@ -108,24 +109,36 @@ int PrincipalSids::foreignGuid(const nt_acl::Sid& sid, Guid& guid) {
   if (inMemory(made, known)) {
     if (known != sid) return EEXIST;
   } else {
-    if (remembered_ && remembered_->remember(sid) == EEXIST) return EEXIST;
+    if (remembered_ && remembered_->find(made, known) == 0 && known != sid) return EEXIST;
     keep(made, sid);
   }
   guid = made;
   return 0;
 }
 
+void PrincipalSids::record(const std::vector<Guid>& guids) {
+  if (!remembered_) return;
+  for (const Guid& guid : guids) {
+    nt_acl::Sid sid;
+    const bool isForeign = nt_acl::isForeignGuid(guid) && !wellKnownSid(guid);
+    if (isForeign && inMemory(guid, sid)) (void)remembered_->remember(sid);
+  }
+}
+
 bool PrincipalSids::inMemory(const Guid& guid, nt_acl::Sid& sid) {
   const MutexLock lock(mutex_);
-  const auto found = foreign_.find(guid);
-  if (found == foreign_.end()) return false;
-  sid = found->second;
-  return true;
+  for (const Foreign* all : {&foreign_, &olderForeign_}) {
+    const auto found = all->find(guid);
+    if (found == all->end()) continue;
+    sid = found->second;
+    return true;
+  }
+  return false;
 }
 
 void PrincipalSids::keep(const Guid& guid, const nt_acl::Sid& sid) {
   const MutexLock lock(mutex_);
-  if (foreign_.size() >= kCapacity) foreign_.clear();
+  if (foreign_.size() >= kCapacity) olderForeign_ = std::exchange(foreign_, {});
   foreign_.emplace(guid, sid);
 }
 

@@ -8,11 +8,12 @@
 //
 // A SID of another form is resolved by the resolver, and one that maps to a user or group has the
 // GUID of that; so its entry is written with a Unix SID from then on. Any other SID has the GUID
-// derived from it, which is recorded, in this process and below the service's root, so that the
-// GUID maps back to its SID. Everyone (S-1-1) is never resolved, nor are the SIDs that stand for an
-// object's creator (S-1-3), and the groups of a client by its kind of logon (S-1-5 with one
-// sub-authority): winbind would allocate a gid for them, and an entry for that gid is another
-// entry.
+// derived from it, which is kept in this process so that the GUID maps back to its SID; reading a
+// list changes nothing else. Of a list that was written it is recorded below the service's root,
+// too, and found there after a restart. Everyone (S-1-1) is never resolved, nor are the SIDs that
+// stand for an object's creator (S-1-3), and the groups of a client by its kind of logon (S-1-5
+// with one sub-authority): winbind would allocate a gid for them, and an entry for that gid is
+// another entry.
 //
 // Thread-safe.
 #pragma once
@@ -35,12 +36,12 @@ namespace paddock {
 
 class PrincipalSids {
  public:
-  // Maximum number of foreign SIDs in memory; the next one clears the cache.
+  // So many foreign SIDs are in memory for certain, the newest ones, and at most twice as many.
   static constexpr std::size_t kCapacity = 16384;
 
   // The membership service must outlive this object. Without a resolver no SID is resolved.
-  // `rememberedPath` is the file of the recorded SIDs; when it is empty they are kept in memory
-  // only, which suffices for a program that only reads.
+  // `rememberedPath` is the file of the recorded SIDs; when it is empty none are recorded, which
+  // suffices for a program that only reads.
   PrincipalSids(Membership& membership, std::string rememberedPath,
                 std::unique_ptr<SidResolver> resolver = nullptr);
 
@@ -51,9 +52,12 @@ class PrincipalSids {
   // Returns 0 with the GUID, or EEXIST for a foreign SID whose GUID is also another's. A uid or gid
   // whose lookup in the membership service fails has its computed GUID, which always means it: an
   // existing list must not be taken for none while a directory server does not answer. A failing
-  // resolver counts as one that does not know the SID, and a SID that cannot be recorded on disk is
-  // kept in memory.
+  // resolver counts as one that does not know the SID. Nothing is written.
   int guidFor(const nt_acl::Sid& sid, Guid& guid);
+
+  // Records the SIDs of the GUIDs that were made of foreign ones and stand in a list that was
+  // written. One that cannot be recorded on disk stays in memory.
+  void record(const std::vector<Guid>& guids);
 
   // Prefetches all of them with one query of the membership service, which caches them for
   // `guidFor`.
@@ -67,11 +71,15 @@ class PrincipalSids {
   bool inMemory(const Guid& guid, nt_acl::Sid& sid);
   void keep(const Guid& guid, const nt_acl::Sid& sid);
 
+  // By the GUIDs made of them.
+  using Foreign = std::map<Guid, nt_acl::Sid>;
+
   Membership& membership_;
   const std::unique_ptr<RememberedSids> remembered_;  // null without a path
   const std::unique_ptr<SidResolver> resolver_;
   Mutex mutex_;
-  std::map<Guid, nt_acl::Sid> foreign_ PADDOCK_GUARDED_BY(mutex_);
+  Foreign foreign_ PADDOCK_GUARDED_BY(mutex_);
+  Foreign olderForeign_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

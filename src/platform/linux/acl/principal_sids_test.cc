@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <map>
 #include <thread>
 
@@ -133,14 +134,51 @@ TEST_F(PrincipalSidMapping, WithoutAResolverForeignSidsAreRemembered) {
   EXPECT_EQ(sidFor(sids, guidFor(sids, kDomainUser)), kDomainUser);
 }
 
-TEST_F(PrincipalSidMapping, AForeignSidGoesBackAfterARestart) {
+TEST_F(PrincipalSidMapping, WrittenForeignSidGoesBackAfterRestart) {
   const Guid guid = guidFor(sids_, kDomainUser);
+  sids_.record({guid});
   PrincipalSids later = make();
   EXPECT_EQ(sidFor(later, guid), kDomainUser);
 }
 
+// Whoever may look at a folder would otherwise write to the host's files, and have as many SIDs
+// recorded as lists can hold, until those that others need are gone.
+TEST_F(PrincipalSidMapping, ReadingRecordsNothing) {
+  const Guid guid = guidFor(sids_, kDomainUser);
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("lib")));
+  sids_.record({guid});
+  const std::string before = readWholeFile(path());
+  const auto written = std::filesystem::last_write_time(path());
+  for (std::uint32_t number = 0; number < 100; ++number) guidFor(sids_, {5, {21, number}});
+  EXPECT_EQ(readWholeFile(path()), before);
+  EXPECT_EQ(std::filesystem::last_write_time(path()), written);
+  PrincipalSids later = make();
+  Sid sid;
+  EXPECT_EQ(later.sidFor(guidFor(sids_, {5, {21, 7}}), sid), ENOENT);
+  EXPECT_EQ(sidFor(later, guid), kDomainUser);
+}
+
+TEST_F(PrincipalSidMapping, ReadingLeavesDamagedFileInPlace) {
+  std::filesystem::create_directories(folder_.path("lib/paddock"));
+  const std::string garbage(8192, 'x');
+  writeWholeFile(path(), garbage);
+  const Guid guid = guidFor(sids_, kDomainUser);
+  EXPECT_EQ(readWholeFile(path()), garbage);
+  sids_.record({guid});
+  EXPECT_EQ(readWholeFile(path() + ".damaged"), garbage);
+  PrincipalSids later = make();
+  EXPECT_EQ(sidFor(later, guid), kDomainUser);
+}
+
+TEST_F(PrincipalSidMapping, OnlyForeignSidsAreRecorded) {
+  sids_.record({guidFor(sids_, sidOf("S-1-22-1-1000")), guidFor(sids_, sidOf("S-1-1-0")),
+                nt_acl::foreignGuid(kDomainUser)});
+  EXPECT_FALSE(std::filesystem::exists(path())) << "none was read that needs it";
+}
+
 TEST_F(PrincipalSidMapping, ForeignSidIsRestoredAfterResolverLearnsIt) {
   const Guid guid = guidFor(sids_, kDomainUser);
+  sids_.record({guid});
   resolver_->known[kDomainUser] = {PrincipalType::user, 10001};
   PrincipalSids later = make();
   EXPECT_EQ(sidFor(later, guid), kDomainUser);
@@ -159,9 +197,11 @@ TEST_F(PrincipalSidMapping, WithoutFileForeignSidsAreRememberedInMemory) {
   EXPECT_EQ(sidFor(sids, guidFor(sids, kDomainUser)), kDomainUser);
 }
 
-TEST_F(PrincipalSidMapping, UncreatableFileDoesNotPreventReading) {
+TEST_F(PrincipalSidMapping, UncreatableFileDoesNotPreventUse) {
   PrincipalSids sids(membership_, "/proc/no/such/folder/foreign-sids.sqlite");
-  EXPECT_EQ(sidFor(sids, guidFor(sids, kDomainUser)), kDomainUser);
+  const Guid guid = guidFor(sids, kDomainUser);
+  sids.record({guid});
+  EXPECT_EQ(sidFor(sids, guid), kDomainUser);
 }
 
 TEST_F(PrincipalSidMapping, NoFileIsMadeWithoutAForeignSid) {
@@ -174,6 +214,7 @@ TEST_F(PrincipalSidMapping, NoFileIsMadeWithoutAForeignSid) {
 
 TEST_F(PrincipalSidMapping, RereadForeignSidTouchesNoFile) {
   const Guid guid = guidFor(sids_, kDomainUser);
+  sids_.record({guid});
   ASSERT_EQ(::rename(path().c_str(), (path() + ".elsewhere").c_str()), 0);
   EXPECT_EQ(guidFor(sids_, kDomainUser), guid);
   EXPECT_EQ(sidFor(sids_, guid), kDomainUser);
@@ -181,7 +222,7 @@ TEST_F(PrincipalSidMapping, RereadForeignSidTouchesNoFile) {
   EXPECT_NE(::stat(path().c_str(), &status), 0);
 }
 
-TEST_F(PrincipalSidMapping, ForeignSidsBeyondMemoryCapacityAreRestored) {
+TEST_F(PrincipalSidMapping, NewestForeignSidsStayInMemory) {
   std::vector<Sid> read;
   for (std::uint32_t number = 0; number < PrincipalSids::kCapacity + 10; ++number)
     read.push_back({5, {21, number}});

@@ -1,5 +1,6 @@
 #include "platform/linux/acl/remembered_sids.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "base/system_call.h"
 #include "platform/directory.h"
 #include "platform/linux/acl/sid_forms.h"
 #include "platform/linux/database/sqlite_file.h"
@@ -48,10 +50,13 @@ void makeTable(SqliteConnection& connection) {
   transaction.commit();
 }
 
+// Of a file that another process has just made, and in which there is no table yet.
+bool isFresh(SqliteConnection& connection) {
+  return connection.queryInteger("PRAGMA user_version") == 0 &&
+         connection.queryInteger("SELECT count(*) FROM sqlite_schema") == 0;
+}
+
 void requireOurs(SqliteConnection& connection) {
-  if (connection.queryInteger("PRAGMA user_version") == 0 &&
-      connection.queryInteger("SELECT count(*) FROM sqlite_schema") == 0)
-    makeTable(connection);
   if (connection.queryInteger("PRAGMA application_id") != kApplicationId ||
       connection.queryInteger("PRAGMA user_version") != kVersion)
     throw DirectoryError(ENOTSUP, connection.path() + " does not hold remembered SIDs");
@@ -72,38 +77,36 @@ std::optional<nt_acl::Sid> stored(SqliteConnection& connection, const Guid& guid
 RememberedSids::RememberedSids(std::string path, std::int64_t capacity)
     : path_(std::move(path)), capacity_(capacity) {}
 
-SqliteConnection& RememberedSids::opened() {
+SqliteConnection* RememberedSids::opened() {
   if (connection_ && connection_->fileHasMoved()) connection_.reset();
-  if (connection_) return *connection_;
-  createDatabaseFile("remembered SIDs", path_);
+  if (connection_) return connection_.get();
+  struct stat status {};
+  const int error = errnoOf([&] { return ::stat(path_.c_str(), &status); });
+  if (error == ENOENT) return nullptr;
+  if (error != 0) throw DirectoryError(error, path_ + " cannot be opened");
   auto connection = std::make_unique<SqliteConnection>(path_);
   connection->setBusyTimeout(kPatience);
+  if (isFresh(*connection)) return nullptr;
   requireOurs(*connection);
   configure(*connection);
   connection_ = std::move(connection);
-  return *connection_;
+  return connection_.get();
+}
+
+SqliteConnection& RememberedSids::openedForWriting() {
+  if (SqliteConnection* connection = opened()) return *connection;
+  createDatabaseFile("remembered SIDs", path_);
+  SqliteConnection connection(path_);
+  connection.setBusyTimeout(kPatience);
+  if (isFresh(connection)) makeTable(connection);
+  if (SqliteConnection* made = opened()) return *made;
+  throw DirectoryError(EBUSY, path_ + " is being replaced");
 }
 
 void RememberedSids::setAside() {
   connection_.reset();
   if (std::rename(path_.c_str(), (path_ + ".damaged").c_str()) == 0)
     ::unlink((path_ + "-journal").c_str());
-}
-
-// Calls work(connection) and returns its errno or that of its exception; retries once on a new file
-// when this one is damaged.
-template <typename Work>
-int RememberedSids::use(Work work) {
-  const MutexLock lock(mutex_);
-  for (bool again = true;; again = false) {
-    try {
-      return work(opened());
-    } catch (const DirectoryError& error) {
-      const Status status = error.status().value_or(EIO);
-      if (status != EIO || !again) return status;
-      setAside();
-    }
-  }
 }
 
 void RememberedSids::insert(const std::string& guid, const std::string& sid) {
@@ -118,24 +121,40 @@ void RememberedSids::insert(const std::string& guid, const std::string& sid) {
   transaction.commit();
 }
 
-int RememberedSids::remember(const nt_acl::Sid& sid) {
+int RememberedSids::rememberOnce(const nt_acl::Sid& sid) {
   const Guid guid = nt_acl::foreignGuid(sid);
-  return use([&](SqliteConnection& connection) {
-    const auto known = stored(connection, guid);
-    if (known) return *known == sid ? 0 : EEXIST;
-    mutex_.assertHeld();
-    insert(guidText(guid), nt_acl::sidText(sid));
-    return 0;
-  });
+  const auto known = stored(openedForWriting(), guid);
+  if (known) return *known == sid ? 0 : EEXIST;
+  insert(guidText(guid), nt_acl::sidText(sid));
+  return 0;
+}
+
+int RememberedSids::remember(const nt_acl::Sid& sid) {
+  const MutexLock lock(mutex_);
+  // Once more, in a new file, when this one is damaged.
+  for (bool again = true;; again = false) {
+    try {
+      return rememberOnce(sid);
+    } catch (const DirectoryError& error) {
+      const Status status = error.status().value_or(EIO);
+      if (status != EIO || !again) return status;
+      setAside();
+    }
+  }
 }
 
 int RememberedSids::find(const Guid& guid, nt_acl::Sid& sid) {
-  return use([&](SqliteConnection& connection) {
-    const auto known = stored(connection, guid);
+  const MutexLock lock(mutex_);
+  try {
+    SqliteConnection* connection = opened();
+    const auto known = connection != nullptr ? stored(*connection, guid) : std::nullopt;
     if (!known) return ENOENT;
     sid = *known;
     return 0;
-  });
+  } catch (const DirectoryError& error) {
+    const Status status = error.status().value_or(EIO);
+    return status == EIO ? ENOENT : status;
+  }
 }
 
 }  // namespace paddock

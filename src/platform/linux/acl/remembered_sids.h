@@ -4,10 +4,11 @@
 // Each change is one transaction: a process that is killed leaves the file with the change or
 // without it. It is not synced to disk; every SID is also in the attribute that it was read from,
 // and is recorded again when that is read. A GUID is a hash of its SID, so that a row can be
-// verified; a file damaged by a power failure is set aside as PATH.damaged and recreated. Beyond
-// the capacity the oldest SIDs are evicted.
+// verified; a file damaged by a power failure is set aside as PATH.damaged and recreated when the
+// next SID is recorded. Beyond the capacity the oldest SIDs are evicted.
 //
-// Nothing is opened, and no file created, before the first call. Thread-safe.
+// Nothing is opened before the first call. Only recording makes a file, and writes: finding leaves
+// one that is missing or damaged as it is. Thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -31,13 +32,16 @@ class RememberedSids {
   // the same GUID is; else the errno of reading or writing the file. An existing row costs no
   // write. The file and its folder are created when missing.
   int remember(const nt_acl::Sid& sid);
-  // Returns 0 with the SID; ENOENT when there is none; else an errno.
+  // Returns 0 with the SID; ENOENT when there is none, also in a file that is damaged or missing;
+  // else an errno.
   int find(const Guid& guid, nt_acl::Sid& sid);
 
  private:
-  template <typename Work>
-  int use(Work work);
-  SqliteConnection& opened() PADDOCK_REQUIRES(mutex_);
+  // Throws DirectoryError.
+  int rememberOnce(const nt_acl::Sid& sid) PADDOCK_REQUIRES(mutex_);
+  // The open file; null when there is none.
+  SqliteConnection* opened() PADDOCK_REQUIRES(mutex_);
+  SqliteConnection& openedForWriting() PADDOCK_REQUIRES(mutex_);
   void setAside() PADDOCK_REQUIRES(mutex_);
   void insert(const std::string& guid, const std::string& sid) PADDOCK_REQUIRES(mutex_);
 

@@ -47,6 +47,17 @@ TEST_F(RememberedSidStorage, FindsWhatWasRemembered) {
   EXPECT_EQ(find(remembered_, numbered(2)), ENOENT);
 }
 
+TEST_F(RememberedSidStorage, FindingMakesNoFile) {
+  EXPECT_EQ(find(remembered_, numbered(1)), ENOENT);
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("lib")));
+  std::filesystem::create_directory(folder_.path("lib"));
+  writeWholeFile(path(), "");
+  EXPECT_EQ(find(remembered_, numbered(1)), ENOENT);
+  EXPECT_EQ(readWholeFile(path()), "") << "another process is making it";
+  EXPECT_EQ(remembered_.remember(numbered(1)), 0);
+  EXPECT_EQ(find(remembered_, numbered(1)), 0);
+}
+
 TEST_F(RememberedSidStorage, KeepsSidsOfEveryShape) {
   for (const Sid& sid :
        {Sid{0, {}}, Sid{0xFFFFFFFFFFFF, std::vector<std::uint32_t>(15, 0xFFFFFFFF)},
@@ -112,6 +123,7 @@ TEST_F(RememberedSidStorage, ADamagedFileIsSetAside) {
   writeWholeFile(path(), garbage);
   RememberedSids later(path());
   EXPECT_EQ(find(later, numbered(1)), ENOENT);
+  EXPECT_EQ(readWholeFile(path()), garbage) << "finding changes nothing";
   EXPECT_EQ(later.remember(numbered(1)), 0);
   EXPECT_EQ(find(later, numbered(1)), 0);
   EXPECT_EQ(readWholeFile(path() + ".damaged"), garbage);
@@ -124,6 +136,9 @@ TEST_F(RememberedSidStorage, ARowUnderAnotherSidsGuidIsDamage) {
     connection.execute("UPDATE remembered SET sid = 'S-1-22-1-0'");
   }
   EXPECT_EQ(find(remembered_, numbered(1)), ENOENT);
+  EXPECT_FALSE(std::filesystem::exists(path() + ".damaged"));
+  EXPECT_EQ(remembered_.remember(numbered(1)), 0);
+  EXPECT_EQ(find(remembered_, numbered(1)), 0);
   EXPECT_TRUE(std::filesystem::exists(path() + ".damaged"));
 }
 

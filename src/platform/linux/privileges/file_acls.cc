@@ -67,8 +67,13 @@ int FileAcls::readFrom(int number, std::unique_ptr<acl::List>& list) const {
 int FileAcls::writeTo(int number, const acl::List& list) const {
   if (!isWellFormed(list)) return EINVAL;
   OpenObject object;
-  const int error = lookAt(number, object);
-  return error != 0 ? error : writeTo(object, list);
+  int error = lookAt(number, object);
+  if (error == 0) error = writeTo(object, list);
+  if (error != 0) return error;
+  std::vector<Guid> written;
+  for (const auto& entry : list.entries) written.push_back(*entry->qualifier);
+  sids_.record(written);
+  return 0;
 }
 
 int FileAcls::refresh(int number) const {

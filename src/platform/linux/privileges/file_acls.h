@@ -45,7 +45,8 @@ class FileAcls {
   // Replaces the object's list and its projection, both or neither. A list that was read keeps its
   // completeness; one built afresh takes that of the list that it replaces, and is not complete
   // where there is none. One without entries is stored when it was read and is complete, else it
-  // removes the attribute. EINVAL for a list that acl_valid refuses, and for an entry whose SID was
+  // removes the attribute. Foreign SIDs of the entries are recorded (see principal_sids.h). EINVAL
+  // for a list that acl_valid refuses, and for an entry whose SID was
   // forgotten; E2BIG for one that the format cannot hold; EOPNOTSUPP where the file system keeps
   // none; ENOSPC, EROFS, EPERM.
   int writeTo(int object, const acl::List& list) const;
@@ -63,7 +64,7 @@ class FileAcls {
   int refresh(int object) const;
 
   // The same for an object with a known status. The status is trusted, and attributes are read by
-  // its descriptor only.
+  // its descriptor only; no SID is recorded.
   int readFrom(const nt_acl::OpenObject& object, std::unique_ptr<acl::List>& list) const;
   int writeTo(const nt_acl::OpenObject& object, const acl::List& list) const;
   int refresh(const nt_acl::OpenObject& object) const;
