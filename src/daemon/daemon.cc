@@ -1,5 +1,6 @@
 #include "daemon/daemon.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/resource.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -24,6 +26,7 @@
 #include "base/program_start.h"
 #include "base/system_call.h"
 #include "base/text.h"
+#include "base/trusted_path.h"
 #include "configuration/configuration.h"
 #include "daemon/daemon_options.h"
 #include "daemon/http/http_server.h"
@@ -31,6 +34,7 @@
 #include "daemon/idle_clock.h"
 #include "daemon/plugins/loaded_plugin.h"
 #include "daemon/plugins/plugin_registry.h"
+#include "paddock/host.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
@@ -182,9 +186,40 @@ bool report(std::ostream& stream, const std::string& path,
   return problems.empty();
 }
 
+// The file of the host library, which the dynamic linker has chosen; empty when it is not known.
+std::string hostLibrary() {
+  Dl_info info{};
+  auto* const inLibrary = &installHost;
+  void* address = nullptr;
+  static_assert(sizeof address == sizeof inLibrary);
+  std::memcpy(&address, &inLibrary, sizeof address);
+  return ::dladdr(address, &info) != 0 && info.dli_fname != nullptr ? info.dli_fname : "";
+}
+
+// The daemon's code that others could have changed, a line each: the folder of plug-ins, and the
+// host library, unless the same is true of the program itself, which nothing can mend any more.
+std::vector<std::string> untrustedCode(const Paths& paths) {
+  std::vector<std::string> lines;
+  const auto add = [&lines](const std::string& path) {
+    const std::string why = whyUntrusted(path);
+    if (!why.empty()) lines.push_back(path + ": not used, because " + why);
+  };
+  add(paths.bundles());
+  if (whyUntrusted(runningExecutable()).empty()) add(hostLibrary());
+  return lines;
+}
+
+bool reportCode(std::ostream& stream, const Paths& paths) {
+  const std::vector<std::string> lines = untrustedCode(paths);
+  for (const std::string& line : lines) stream << line << '\n';
+  stream.flush();
+  return lines.empty();
+}
+
 bool check(const Options& options, const Paths& paths, const std::string& file,
            const Configuration& configuration, const std::vector<ConfigurationProblem>& problems) {
-  if (!report(std::cout, file, problems)) return false;
+  const bool isGood = report(std::cout, file, problems);
+  if (!reportCode(std::cout, paths) || !isGood) return false;
   if (!options.tryLdap) return true;
   try {
     return tryLdapServers(configuration, paths, std::cout);
@@ -251,7 +286,8 @@ int runDaemon(const Options& options) {
   const Configuration configuration = readConfigurationFile(file, required, problems);
   if (options.checkConfiguration)
     return check(options, paths, file, configuration, problems) ? 0 : 1;
-  if (!report(std::cerr, file, problems)) return 1;
+  const bool isGood = report(std::cerr, file, problems);
+  if (!reportCode(std::cerr, paths) || !isGood) return 1;
   const sigset_t signals = blockSignals();
   ::umask(kUmask);
   raiseDescriptorLimit();
