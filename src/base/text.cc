@@ -128,13 +128,15 @@ bool isControl(std::string_view character) {
   return character.size() == 2 && first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
 }
 
-// U+2028 to U+202E and U+2066 to U+2069: line and paragraph separators, and what reorders the text
-// behind it. (Letters that are written from right to left are none of these.)
+// Line and paragraph separators, and what reorders the text beside it. (Letters that are written
+// from right to left are none of these.)
 bool reordersText(std::string_view character) {
+  if (character == "\xD8\x9C") return true;
   if (character.size() != 3) return false;
   const std::string_view block = character.substr(0, 2);
   const auto last = static_cast<unsigned char>(character[2]);
-  return (block == "\xE2\x80" && last >= 0xA8 && last <= 0xAE) ||
+  const bool isMark = last == 0x8E || last == 0x8F;
+  return (block == "\xE2\x80" && (isMark || (last >= 0xA8 && last <= 0xAE))) ||
          (block == "\xE2\x81" && last >= 0xA6 && last <= 0xA9);
 }
 
@@ -153,7 +155,7 @@ std::string escape(std::string_view text, bool keepLineFeeds) {
     const std::size_t size = utf8CharacterSize(text);
     const std::string_view character = text.substr(0, size == 0 ? 1 : size);
     const bool kept = keepLineFeeds && character == "\n";
-    if (!kept && (size == 0 || isControl(character) || reordersText(character))) {
+    if (!kept && (size == 0 || isUnprintable(character))) {
       appendHexadecimal(out, character);
     } else {
       out += character;
@@ -164,6 +166,10 @@ std::string escape(std::string_view text, bool keepLineFeeds) {
 }
 
 }  // namespace
+
+bool isUnprintable(std::string_view character) {
+  return !character.empty() && (isControl(character) || reordersText(character));
+}
 
 std::string printable(std::string_view text) { return escape(text, false); }
 std::string printableLines(std::string_view text) { return escape(text, true); }

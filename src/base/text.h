@@ -35,9 +35,12 @@ std::string_view utf8Prefix(std::string_view text, std::size_t count);
 
 // Text for display: contains no terminal control sequences.
 
-// The text with each byte of a control character (also DEL and U+0080 to U+009F), of a character
-// that breaks lines or reorders the text behind it (U+2028 to U+202E, U+2066 to U+2069), and each
-// byte that is not UTF-8, as \xNN.
+// Whether a character of well-formed UTF-8 is one that must not be shown as it is: a control
+// character (also DEL and U+0080 to U+009F), one that breaks lines or reorders text (U+2028 to
+// U+202E, U+2066 to U+2069), and the marks that do so without being seen (U+061C, U+200E, U+200F).
+bool isUnprintable(std::string_view character);
+
+// The text with each byte of such a character, and each byte that is not UTF-8, as \xNN.
 std::string printable(std::string_view text);
 
 // The same, line feeds kept.

@@ -67,15 +67,27 @@ TEST(Printable, EscapesTextReorderingCharacters) {
   const std::string general = "\xE2\x80";
   const std::string isolating = "\xE2\x81";
   EXPECT_EQ(printable("a" + general + "\xAEgpj.exe"), "a\\xE2\\x80\\xAEgpj.exe");
-  for (const std::string& reordering : {general + "\xA8", general + "\xA9", general + "\xAA",
-                                        isolating + "\xA6", isolating + "\xA9"}) {
-    EXPECT_EQ(printable(reordering).size(), 12U) << reordering;
+  for (const std::string& reordering :
+       {general + "\x8E", general + "\x8F", general + "\xA8", general + "\xA9", general + "\xAA",
+        isolating + "\xA6", isolating + "\xA9"}) {
+    EXPECT_EQ(printable(reordering).size(), 12U) << printable(reordering);
+    EXPECT_TRUE(isUnprintable(reordering)) << printable(reordering);
+  }
+  EXPECT_EQ(printable("\xD8\x9C"), "\\xD8\\x9C");
+}
+
+// In ISO 8859 terminals such a byte alone begins a control sequence.
+TEST(Printable, EscapesEveryHighControlAsCharacterAndAsLoneByte) {
+  for (int code = 0x80; code < 0xA0; ++code) {
+    const std::string byte(1, static_cast<char>(code));
+    EXPECT_EQ(printable(byte).size(), 4U) << code;
+    EXPECT_EQ(printable("\xC2" + byte).size(), 8U) << code;
   }
 }
 
 TEST(Printable, KeepsRightToLeftText) {
   for (const char* text :
-       {"\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D", "\xD8\xA7\xD9\x84", "\xE2\x80\x8F", "\xE2\x80\xA7",
+       {"\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D", "\xD8\xA7\xD9\x84", "\xE2\x80\x8D", "\xE2\x80\xA7",
         "\xE2\x80\xAF", "\xE2\x81\xA5", "\xE2\x81\xAA", "\xF0\x9F\x93\x81"}) {
     EXPECT_EQ(printable(text), text);
   }

@@ -3,13 +3,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <memory>
 #include <unordered_map>
 
 #include "base/mutex.h"
 #include "base/system_call.h"
+#include "base/text.h"
 
 namespace paddock {
 namespace {
@@ -44,23 +44,6 @@ void installSink(Sink sink) {
   installedSink<Sink>().swap(installed);
 }
 
-// One message is one line: control characters are written as \xNN.
-std::string printable(std::string_view text) {
-  static constexpr std::array<char, 17> kDigits{"0123456789abcdef"};
-  std::string result;
-  result.reserve(text.size());
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte >= 0x20U && byte != 0x7fU) {
-      result.push_back(character);
-      continue;
-    }
-    result.append("\\x").push_back(kDigits.at(byte >> 4U));
-    result.push_back(kDigits.at(byte & 15U));
-  }
-  return result;
-}
-
 }  // namespace
 
 void installLogSink(LogSink sink) { installSink(std::move(sink)); }
@@ -87,6 +70,7 @@ void logMessage(int priority, std::string_view text) {
   if (level == kDebugPriority && !gDebugLogging.load(std::memory_order_relaxed)) return;
   // syslog(3) takes a newline at the end for the end of the line.
   if (text.ends_with('\n')) text.remove_suffix(1);
+  // One message is one line, whatever names are in it.
   std::string line = printable(text);
   if (!tRequestId.empty()) {
     if (const auto sink = currentSink<RequestLineSink>()) (*sink)(tRequestId, level, line);

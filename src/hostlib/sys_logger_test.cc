@@ -47,7 +47,25 @@ TEST_F(SysLoggerLines, DebugMessagesAreDroppedUnlessTheyAreOn) {
 
 TEST_F(SysLoggerLines, EscapedControlCharactersKeepMessageOnOneLine) {
   logMessage(6, std::string_view("a\nb\tc\0d\x7f\xc3\xa4", 10));
-  EXPECT_EQ(lines_, (std::vector<Line>{{6, "a\\x0ab\\x09c\\x00d\\x7f\xc3\xa4"}}));
+  EXPECT_EQ(lines_, (std::vector<Line>{{6, "a\\x0Ab\\x09c\\x00d\\x7F\xc3\xa4"}}));
+}
+
+// The name of a file, which anybody may have given, must not rewrite the line that it is in.
+TEST_F(SysLoggerLines, NamesCannotReorderOrControlTheirLine) {
+  const std::vector<std::pair<std::string, std::string>> attacks{
+      {"\xE2\x80\xAE", "\\xE2\\x80\\xAE"},
+      {"\xE2\x81\xA6", "\\xE2\\x81\\xA6"},
+      {"\xE2\x80\x8E", "\\xE2\\x80\\x8E"},
+      {"\xE2\x80\x8F", "\\xE2\\x80\\x8F"},
+      {"\xD8\x9C", "\\xD8\\x9C"},
+      {"\xC2\x9B", "\\xC2\\x9B"},
+      {"\x9B", "\\x9B"},
+      {"\xE2\x80\xA8", "\\xE2\\x80\\xA8"}};
+  for (const auto& [name, shown] : attacks) {
+    lines_.clear();
+    logMessage(4, "/srv/a" + name + "b is gone");
+    EXPECT_EQ(lines_, (std::vector<Line>{{4, "/srv/a" + shown + "b is gone"}})) << shown;
+  }
 }
 
 TEST_F(SysLoggerLines, ANewlineAtTheEndIsLeftOut) {
@@ -56,7 +74,7 @@ TEST_F(SysLoggerLines, ANewlineAtTheEndIsLeftOut) {
   logMessage(3, "a\n\n");
   logMessage(3, "a\nb");
   EXPECT_EQ(lines_, (std::vector<Line>{
-                        {3, "cannot fork(x): no memory"}, {3, ""}, {3, "a\\x0a"}, {3, "a\\x0ab"}}));
+                        {3, "cannot fork(x): no memory"}, {3, ""}, {3, "a\\x0A"}, {3, "a\\x0Ab"}}));
 }
 
 TEST_F(SysLoggerLines, LinesCarryRequestIdOfTheirThread) {
@@ -95,7 +113,7 @@ TEST_F(SysLoggerLines, RequestLinesReachTheirSink) {
     const RequestIdScope scope("r2");
     logMessage(3, "nobody keeps it");
   }
-  EXPECT_EQ(kept, (std::vector<std::string>{"r1 3 a\\x0ab"}));
+  EXPECT_EQ(kept, (std::vector<std::string>{"r1 3 a\\x0Ab"}));
   EXPECT_EQ(lines_.size(), 3U);
 }
 

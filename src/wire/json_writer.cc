@@ -16,11 +16,10 @@ bool isPlain(char character) {
   return byte >= 0x20 && byte < 0x7F && character != '"' && character != '\\';
 }
 
-void appendControl(std::string& out, unsigned char byte) {
+void appendCode(std::string& out, unsigned code) {
   constexpr std::string_view kHexadecimal = "0123456789abcdef";
-  out += "\\u00";
-  out += kHexadecimal[byte >> 4U];
-  out += kHexadecimal[byte & 15U];
+  out += "\\u";
+  for (const unsigned shift : {12U, 8U, 4U, 0U}) out += kHexadecimal[(code >> shift) & 15U];
 }
 
 void appendEscape(std::string& out, char character) {
@@ -47,15 +46,18 @@ void appendEscape(std::string& out, char character) {
       out += "\\t";
       break;
     default:
-      appendControl(out, static_cast<unsigned char>(character));
+      appendCode(out, static_cast<unsigned char>(character));
   }
 }
 
-// DEL and the controls U+0080 to U+009F are escaped too: JSON does not ask for it, but what we
-// write may end on a terminal, and terminals obey them.
-bool isHighControl(std::string_view character) {
-  return character.size() == 2 && character[0] == '\xC2' &&
-         static_cast<unsigned char>(character[1]) < 0xA0;
+// The code point of a character of two or three bytes.
+unsigned codeOf(std::string_view character) {
+  constexpr unsigned kContinued = 0x3F;
+  unsigned code =
+      static_cast<unsigned char>(character.front()) & (character.size() == 2 ? 31U : 15U);
+  for (const char byte : character.substr(1))
+    code = code << 6U | (static_cast<unsigned char>(byte) & kContinued);
+  return code;
 }
 
 // Appends the character that starts at `at`, which is not plain, and moves behind it.
@@ -68,10 +70,11 @@ void appendSpecial(std::string& out, std::string_view text, std::size_t& at) {
   }
   const std::string_view character = text.substr(at, size);
   at += size;
+  // JSON does not ask for it, but what we write may end on a terminal, and terminals obey these.
   if (size == 1) {
     appendEscape(out, character.front());
-  } else if (isHighControl(character)) {
-    appendControl(out, static_cast<unsigned char>(character[1]));
+  } else if (isUnprintable(character)) {
+    appendCode(out, codeOf(character));
   } else {
     out += character;
   }

@@ -36,6 +36,15 @@ TEST(JsonWriter, EscapesQuotesBackslashesAndControls) {
   EXPECT_EQ(quoteJson("\x7F\xC2\x9B\xC2\xA0"), "\"\\u007f\\u009b\xC2\xA0\"");
 }
 
+// Names in audit lines and in what "--json" prints come from anybody.
+TEST(JsonWriter, EscapesTextReorderingCharacters) {
+  EXPECT_EQ(quoteJson("a\xE2\x80\xAE"
+                      "b\xE2\x81\xA6\xE2\x80\x8E\xE2\x80\x8F\xD8\x9C"),
+            R"("a\u202eb\u2066\u200e\u200f\u061c")");
+  EXPECT_EQ(quoteJson("\xE2\x80\xA8\xE2\x80\xAA\xE2\x81\xA9"), R"("\u2028\u202a\u2069")");
+  EXPECT_EQ(quoteJson("\xE2\x80\x8D\xD8\xA7"), "\"\xE2\x80\x8D\xD8\xA7\"");
+}
+
 TEST(JsonWriter, PreservesUtf8) {
   EXPECT_EQ(quoteJson("\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x90\x8E"),
             "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x90\x8E\"");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -41,6 +42,7 @@ class Audit : public ::testing::Test {
 
   DaemonTree tree_;
   RunningDaemon daemon_;
+  std::string problem_;
 };
 
 TEST_F(Audit, ChangingRequestLogsOneLineWithExactKeys) {
@@ -84,6 +86,20 @@ TEST_F(Audit, PathsOfAListAreNamed) {
   const Dictionary line = lineOf(R"({"paths":["/c","/d"]})");
   EXPECT_FALSE(line.contains("path"));
   EXPECT_EQ(*line.array("paths"), (Array{"/c", "/d"}));
+}
+
+// Anybody who may make a folder names it; what is read on a terminal must not be rewritten by that.
+TEST_F(Audit, NamesCannotReorderOrControlTheirLine) {
+  constexpr const char* kAttack = R"(/srv/a\u202egpj\u2066\u200f\u061c\u009b2J\u001b[2J)";
+  const std::string body = std::string(R"({"path":")") + kAttack + R"("})";
+  daemon_.post("/v1/test_good/change", body);
+  const std::string log = tree_.read("/var/log/paddock/audit.jsonl");
+  EXPECT_NE(log.find(kAttack), std::string::npos) << log;
+  EXPECT_EQ(std::count_if(log.begin(), log.end(), [](char c) { return c < ' ' || c > '~'; }), 1)
+      << "the line's own end";
+  // It is the same name for programs.
+  const auto sent = wire::parseJson(body, problem_);
+  EXPECT_EQ(*lines().back().string("path"), *sent->dictionary()->string("path"));
 }
 
 TEST_F(Audit, ProgramsRequestNamesItsParentRequest) {

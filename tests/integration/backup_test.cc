@@ -175,7 +175,7 @@ TEST_F(BackupDestinations, FolderMarkerStaysAndIsReported) {
   write({{"name", "a"}});
   EXPECT_EQ(readWholeFile(marker_ + "/inside"), "kept");
   EXPECT_THAT(daemon_->log(), HasSubstr("Couldn't delete backup share point marker at " + marker_ +
-                                        "\\x0aerror: Is a directory"));
+                                        "\\x0Aerror: Is a directory"));
 }
 
 TEST_F(BackupDestinations, ADeletionRemovesTheMarker) {

@@ -56,7 +56,7 @@ TEST_F(RequestLogs, HaveWhatTheOperationSaid) {
               ElementsAre("error it broke"));
   EXPECT_THAT(linesAfter("/v1/test_good/log", logBody(4, "careful")),
               ElementsAre("warning careful"));
-  EXPECT_THAT(linesAfter("/v1/test_good/log", logBody(6, "a\nb")), ElementsAre("info a\\x0ab"));
+  EXPECT_THAT(linesAfter("/v1/test_good/log", logBody(6, "a\nb")), ElementsAre("info a\\x0Ab"));
 }
 
 TEST_F(RequestLogs, AreEmptyWhenNothingWasLogged) {
