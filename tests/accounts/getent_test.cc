@@ -118,18 +118,25 @@ TEST_F(GetentLookups, FindsGroupAfterOneWithTenThousandMembers) {
   });
 }
 
-// The documented remark on hidden ids is correct.
-TEST_F(GetentLookups, HidesLowIdsExceptUsersPrimaryGroup100) {
+// What the name service of the host makes of it: nobody is in a group that is as good as root.
+TEST_F(GetentLookups, NeverFindsMembersOfPrivilegedGroups) {
+  writeWholeFile(world_.hostPath("group"), "root:x:0:\nshadow:x:42:\ndocker:x:998:\n");
   put(schema::kGroups, "backup-access", {{schema::kPrimaryGroupID, "250"}});
   put(schema::kUsers, "low", {{schema::kUniqueID, "499"}});
   put(schema::kUsers, "first", {{schema::kUniqueID, "500"}, {schema::kPrimaryGroupID, "100"}});
   put(schema::kUsers, "inlow", {{schema::kUniqueID, "5001"}, {schema::kPrimaryGroupID, "42"}});
+  put(schema::kUsers, "indocker", {{schema::kUniqueID, "5002"}, {schema::kPrimaryGroupID, "998"}});
+  put(schema::kGroups, "lxd",
+      {{schema::kPrimaryGroupID, "5100"}, {schema::kGroupMembership, Array{"first"}}});
+  put(schema::kGroups, "crew",
+      {{schema::kPrimaryGroupID, "998"}, {schema::kGroupMembership, Array{"first"}}});
   runInOwnMounts([&] {
     showToTheHost();
     EXPECT_EQ(getent({"group"}), "");
     EXPECT_EQ(getent({"passwd"}), "first:x:500:100::/nonexistent:/usr/sbin/nologin\n");
+    EXPECT_THAT(getent({"initgroups", "first"}), ::testing::MatchesRegex("first *\n"));
   });
-  EXPECT_EQ(world_.logger.lines().size(), 3U);
+  EXPECT_EQ(world_.logger.lines().size(), 6U);
 }
 
 }  // namespace

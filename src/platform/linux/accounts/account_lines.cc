@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -16,8 +17,14 @@ namespace {
 constexpr std::uint32_t kUndefinedId = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint32_t kNoGroup = 65534;  // "nogroup" of every Debian
 constexpr std::uint32_t kUsersGroup = 100;
-constexpr std::uint32_t kFirstShownId = 500;  // of libnss-extrausers
-constexpr std::size_t kLongestName = 255;     // LOGIN_NAME_MAX without its NUL
+// Below are the host's own; libnss-extrausers does not show them either.
+constexpr std::uint32_t kFirstId = 500;
+constexpr std::size_t kLongestName = 255;  // LOGIN_NAME_MAX without its NUL
+// What they give access to: the administrator's commands, the raw disks and memory, containers and
+// machines that may mount the host's files, and the passwords' hashes.
+constexpr std::array<std::string_view, 15> kPrivilegedGroups{
+    "adm",     "admin",        "disk", "docker", "incus",  "incus-admin", "kmem", "kvm",
+    "libvirt", "libvirt-qemu", "lxd",  "root",   "shadow", "sudo",        "wheel"};
 constexpr const char* kNoHome = "/nonexistent";
 constexpr const char* kNoShell = "/usr/sbin/nologin";
 
@@ -53,7 +60,11 @@ struct Unfit {
 
 std::string quoted(const std::string& text) { return "\"" + printable(text) + "\""; }
 
-// 0 is not refused.
+std::string belowFirst(const std::string& what, std::uint32_t id) {
+  return what + " is " + std::to_string(id) + ", and those below " + std::to_string(kFirstId) +
+         " are the host's own";
+}
+
 std::uint32_t numberIn(const std::string& attribute, const std::string& text) {
   const auto number = parseInteger(text);
   if (!number || *number < 0 || *number >= kUndefinedId)
@@ -70,7 +81,7 @@ class Register {
   void requireFree(const std::string& name, std::uint32_t id) const {
     const std::string kind = type_ == PrincipalType::user ? "user" : "group";
     if (!canBeName(name)) throw Unfit{"its name cannot be that of a " + kind};
-    if (id == 0) throw Unfit{"its id is 0"};
+    if (id < kFirstId) throw Unfit{belowFirst("its id", id)};
     if (host_.idOf(type_, name)) throw Unfit{"the host has a " + kind + " of this name"};
     if (host_.has({type_, id}))
       throw Unfit{"the host has a " + kind + " with the id " + std::to_string(id)};
@@ -126,7 +137,7 @@ class Writer {
     const std::uint32_t id = numberIn("UniqueID", *user.id);
     registeredUsers_.requireFree(name, id);
     const std::uint32_t group = user.group ? numberIn("PrimaryGroupID", *user.group) : kNoGroup;
-    if (group == 0) throw Unfit{"its PrimaryGroupID is 0"};
+    requireHarmless(group);
     const std::string home = pathIn("NFSHomeDirectory", user.home, kNoHome);
     const std::string shell = pathIn("UserShell", user.shell, kNoShell);
     registeredUsers_.enter(id);
@@ -134,23 +145,28 @@ class Writer {
                      commentOf(user) + ":" + home + ":" + shell + "\n";
     const bool logsIn = isLoginShell(shell) && user.passwordHash && isHash(*user.passwordHash);
     lines_.shadow += name + ":" + (logsIn ? *user.passwordHash : "*") + ":::::::\n";
-    const bool isShown = id >= kFirstShownId && (group >= kFirstShownId || group == kUsersGroup);
-    if (!isShown) remarkOnLowId("user", name);
+  }
+
+  void requireHarmless(std::uint32_t primaryGroup) {
+    if (primaryGroup == kUsersGroup) return;
+    if (primaryGroup < kFirstId) throw Unfit{belowFirst("its PrimaryGroupID", primaryGroup)};
+    for (const std::string_view name : kPrivilegedGroups) {
+      if (host_.idOf(PrincipalType::group, std::string(name)) == primaryGroup) {
+        throw Unfit{"its PrimaryGroupID " + std::to_string(primaryGroup) +
+                    " is that of the host's group " + quoted(std::string(name)) +
+                    ", whose members can become root"};
+      }
+    }
   }
 
   void writeGroup(const GroupRecord& group) {
     const std::string& name = group.names.front();
     const std::uint32_t id = numberIn("PrimaryGroupID", *group.id);
     registeredGroups_.requireFree(name, id);
+    if (isPrivilegedGroupName(name))
+      throw Unfit{"members of a group of this name can become root on most hosts"};
     registeredGroups_.enter(id);
     lines_.group += name + ":x:" + std::to_string(id) + ":" + membersOf(group) + "\n";
-    if (id < kFirstShownId && id != kUsersGroup) remarkOnLowId("group", name);
-  }
-
-  void remarkOnLowId(const std::string& kind, const std::string& name) {
-    remark(kind, name,
-           " is not shown by libnss-extrausers: it leaves out ids below " +
-               std::to_string(kFirstShownId));
   }
 
   static std::string pathIn(const std::string& attribute, const std::optional<std::string>& text,
@@ -206,6 +222,12 @@ class Writer {
 };
 
 }  // namespace
+
+bool isPrivilegedGroupName(std::string_view name) {
+  const std::string lower = asciiLower(name);
+  return std::find(kPrivilegedGroups.begin(), kPrivilegedGroups.end(), lower) !=
+         kPrivilegedGroups.end();
+}
 
 AccountLines accountLines(const AccountRecords& records, HostAccounts& host) {
   return Writer(records, host).write();

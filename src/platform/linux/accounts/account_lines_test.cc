@@ -181,8 +181,8 @@ TEST_F(AccountLineWriting, ARecordWithoutAnIdIsNoAccount) {
 }
 
 TEST_F(AccountLineWriting, IdsThatAreNoneAreLeftOut) {
-  expectLeftOut(user("anna", "0"), "its id is 0");
-  expectLeftOut(user("anna", "00"), "its id is 0");
+  expectLeftOut(user("anna", "0"), "its id is 0, and those below 500 are the host's own");
+  expectLeftOut(user("anna", "00"), "its id is 0,");
   for (const char* id :
        {"", "-1", "4294967295", "4294967296", "99999999999999999999", "5001 ", "0x10", "5001\n0"})
     expectLeftOut(user("anna", id), "is no id");
@@ -200,7 +200,7 @@ TEST_F(AccountLineWriting, GroupsIdsAreJudgedAlike) {
 TEST_F(AccountLineWriting, InvalidPrimaryGroupOmitsUser) {
   UserRecord anna = user("anna", "5001");
   anna.group = "0";
-  expectLeftOut(anna, "its PrimaryGroupID is 0");
+  expectLeftOut(anna, "its PrimaryGroupID is 0,");
   anna.group = "staff";
   expectLeftOut(anna, "PrimaryGroupID \"staff\" is no id");
 }
@@ -279,8 +279,7 @@ TEST_F(AccountLineWriting, TheOrderIsThatOfTheRecords) {
   EXPECT_EQ(lines().group, "z:x:5009:\na:x:5001:\n");
 }
 
-TEST_F(AccountLineWriting, IdsHiddenByLibnssExtrausersGetRemark) {
-  records_.groups = {group("backup", "250")};
+TEST_F(AccountLineWriting, IdsBelow500AreTheHostsOwn) {
   UserRecord anna = user("anna", "499");
   anna.group = "100";
   UserRecord bert = user("bert", "5001");
@@ -288,12 +287,72 @@ TEST_F(AccountLineWriting, IdsHiddenByLibnssExtrausersGetRemark) {
   UserRecord carl = user("carl", "500");
   carl.group = "100";
   records_.users = {anna, bert, carl};
+  records_.groups = {group("backup", "250", {"carl"}), group("people", "100"),
+                     group("first", "500")};
   const AccountLines lines = this->lines();
-  EXPECT_EQ(lines.group, "backup:x:250:\n");
-  EXPECT_THAT(lines.passwd, HasSubstr("anna:x:499:"));
-  EXPECT_THAT(lines.remarks,
-              ElementsAre(HasSubstr("\"anna\" is not shown"), HasSubstr("\"bert\" is not shown"),
-                          HasSubstr("\"backup\" is not shown")));
+  EXPECT_EQ(lines.passwd, "carl:x:500:100::/nonexistent:/usr/sbin/nologin\n");
+  EXPECT_EQ(lines.group, "first:x:500:\n");
+  EXPECT_THAT(
+      lines.remarks,
+      ElementsAre("user \"anna\" is left out: its id is 499, and those below 500 are the "
+                  "host's own",
+                  "user \"bert\" is left out: its PrimaryGroupID is 42, and those below 500 "
+                  "are the host's own",
+                  HasSubstr("group \"backup\" is left out: its id is 250,"),
+                  HasSubstr("group \"people\" is left out: its id is 100,")));
+}
+
+constexpr const char* kPrivileged[] = {"admin", "wheel",  "docker", "lxd",        "libvirt",
+                                       "disk",  "shadow", "sudo",   "root",       "adm",
+                                       "kvm",   "kmem",   "incus",  "incus-admin"};
+
+// A container's owner is root of the host; a package that comes later takes the group that is
+// there.
+TEST_F(AccountLineWriting, GroupsAsGoodAsRootAreNeverMade) {
+  for (const std::string name : kPrivileged) {
+    records_.groups = {group(name, "5100", {"anna"})};
+    EXPECT_EQ(lines().group, "") << name;
+    ASSERT_EQ(lines().remarks.size(), 1U) << name;
+    EXPECT_EQ(lines().remarks.front(),
+              "group \"" + name +
+                  "\" is left out: members of a group of this name can become root on most hosts");
+  }
+  for (const std::string name : {"Docker", "WHEEL"}) {
+    records_.groups = {group(name, "5100", {"anna"})};
+    EXPECT_EQ(lines().group, "") << name;
+  }
+  records_.groups = {group("dockers", "5100"), group("my-admin", "5101")};
+  EXPECT_EQ(lines().group, "dockers:x:5100:\nmy-admin:x:5101:\n");
+}
+
+TEST_F(AccountLineWriting, NobodysPrimaryGroupIsOneAsGoodAsRoot) {
+  UserRecord anna = user("anna", "5001");
+  anna.group = "998";
+  anna.shell = "/bin/sh";
+  anna.passwordHash = "$y$hash";
+  for (const std::string name : kPrivileged) {
+    host_ = FakeHost();
+    expectWritten(anna);
+    host_.add(PrincipalType::group, name, 998);
+    expectLeftOut(anna, "its PrimaryGroupID 998 is that of the host's group \"" + name + "\"");
+  }
+  host_ = FakeHost();
+  host_.add(PrincipalType::group, "video-editors", 998);
+  expectWritten(anna);
+}
+
+TEST_F(AccountLineWriting, MembersOfHostsPrivilegedGroupsAreNotAdded) {
+  host_.add(PrincipalType::group, "docker", 998);
+  records_.users = {user("anna", "5001")};
+  // By its name, by its number, and as a group that has the other names too.
+  GroupRecord alias = group("crew", "998", {"anna"});
+  alias.names = {"crew", "docker"};
+  GroupRecord second = group("docker", "5100", {"anna"});
+  second.names = {"docker", "crew"};
+  for (const GroupRecord& attack : {group("docker", "998", {"anna"}), alias, second}) {
+    records_.groups = {attack};
+    EXPECT_EQ(lines().group, "") << attack.names.front();
+  }
 }
 
 TEST_F(AccountLineWriting, RemarksCanBeShown) {
