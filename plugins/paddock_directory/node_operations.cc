@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <exception>
 #include <future>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,17 +67,46 @@ NodeState stateOf(DirectoryService& directory, Clock& clock, const std::string& 
   return node;
 }
 
+std::vector<std::string> textsOf(const Array& values) {
+  std::vector<std::string> texts;
+  for (const Value& value : values)
+    if (value.string() != nullptr) texts.push_back(*value.string());
+  return texts;
+}
+
 std::vector<std::string> pathsOf(DirectoryService& directory, const Dictionary& request) {
   const Array* named = request.array("paths");
   if (named == nullptr && request.contains("paths"))
     throw DirectoryError(EINVAL, "paths is no array");
-  const Array values = named != nullptr
-                           ? *named
-                           : directory.openLocal()->searchNode()->getAttribute(schema::kSearchPath);
-  std::vector<std::string> paths;
-  for (const Value& value : values)
-    if (value.string() != nullptr) paths.push_back(*value.string());
-  return paths;
+  if (named == nullptr)
+    return textsOf(directory.openLocal()->searchNode()->getAttribute(schema::kSearchPath));
+  if (named->size() > kMostPaths) {
+    throw DirectoryError(E2BIG, "paths has " + std::to_string(named->size()) +
+                                    " elements, and may have at most " +
+                                    std::to_string(kMostPaths));
+  }
+  return textsOf(*named);
+}
+
+// Asks each of them once, several at a time.
+std::map<std::string, NodeState> statesOf(DirectoryService& directory, Clock& clock,
+                                          const std::vector<std::string>& paths) {
+  const std::set<std::string> different(paths.begin(), paths.end());
+  std::map<std::string, NodeState> states;
+  for (auto next = different.begin(); next != different.end();) {
+    std::vector<std::future<NodeState>> asked;
+    for (; next != different.end() && asked.size() < kAtOnce; ++next)
+      asked.push_back(std::async([&, path = *next, request = currentRequestId()] {
+        const RequestIdScope scope(request);
+        return stateOf(directory, clock, path);
+      }));
+    for (std::future<NodeState>& node : asked) {
+      NodeState state = node.get();
+      const std::string path = *state.told.string("path");
+      states.emplace(path, std::move(state));
+    }
+  }
+  return states;
 }
 
 void markState(const NodeState& node) {
@@ -97,22 +128,13 @@ void askAgain(DirectoryService& directory, Clock& clock) {
 Dictionary list(DirectoryService& directory, Clock& clock, const Dictionary& request) {
   return replyOf([&]() -> Dictionary {
     const std::vector<std::string> paths = pathsOf(directory, request);
-    std::vector<NodeState> nodes;
-    while (nodes.size() < paths.size()) {
-      std::vector<std::future<NodeState>> asked;
-      for (std::size_t at = nodes.size(); at < paths.size() && asked.size() < kAtOnce; ++at)
-        asked.push_back(std::async([&, at, request = currentRequestId()] {
-          const RequestIdScope scope(request);
-          return stateOf(directory, clock, paths[at]);
-        }));
-      for (std::future<NodeState>& node : asked) nodes.push_back(node.get());
-    }
+    const auto states = statesOf(directory, clock, paths);
     // An arbitrary path of a request is no node that is expected to respond.
     if (!request.contains("paths")) {
-      for (const NodeState& node : nodes) markState(node);
+      for (const auto& [path, node] : states) markState(node);
     }
     Array told;
-    for (NodeState& node : nodes) told.emplace_back(std::move(node.told));
+    for (const std::string& path : paths) told.emplace_back(states.at(path).told);
     return {{"nodes", std::move(told)}};
   });
 }

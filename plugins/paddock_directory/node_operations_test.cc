@@ -153,6 +153,40 @@ TEST_F(NodeOperations, ManyNamedNodesAreReturnedInOrder) {
   EXPECT_EQ(told, paths);
 }
 
+TEST_F(NodeOperations, MillionPathsAreRefusedWithoutAskingAnyNode) {
+  int sessions = 0;
+  WatchedDirectory counted(directory_, [&] { ++sessions; });
+  for (const std::size_t count : {nodes::kMostPaths + 1, std::size_t{1000000}}) {
+    // Elements that are no texts count, too.
+    for (const Value& element : {Value("/LDAP/none"), Value(7)}) {
+      const Dictionary reply = list(counted, {{"paths", Array(count, element)}});
+      EXPECT_EQ(reply.integer("status"), E2BIG);
+      EXPECT_EQ(*reply.string("message"),
+                "paths has " + std::to_string(count) + " elements, and may have at most 256");
+      EXPECT_FALSE(reply.contains("nodes"));
+    }
+  }
+  EXPECT_EQ(sessions, 0);
+}
+
+TEST_F(NodeOperations, EachNamedNodeIsAskedOnce) {
+  directory_.addNode("/LDAP/a", "ReadWrite");
+  Mutex mutex;
+  int sessions = 0;
+  WatchedDirectory counted(directory_, [&] {
+    const MutexLock lock(mutex);
+    ++sessions;
+  });
+  Array paths(nodes::kMostPaths - 1, "/LDAP/a");
+  paths.emplace_back("/LDAP/none");
+  const Dictionary reply = list(counted, {{"paths", paths}});
+  ASSERT_NE(reply.array("nodes"), nullptr);
+  ASSERT_EQ(reply.array("nodes")->size(), nodes::kMostPaths);
+  EXPECT_EQ(*reply.array("nodes")->front().dictionary()->string("state"), "writable");
+  EXPECT_EQ(*reply.array("nodes")->back().dictionary()->string("state"), "broken");
+  EXPECT_EQ(sessions, 2);
+}
+
 TEST_F(NodeOperations, UnreadableSearchPathReturnsStatus) {
   for (const char* failing : {"directory.openLocal", "session.searchNode", "node.getAttribute"}) {
     FaultPlan plan(1);

@@ -12,7 +12,7 @@ namespace paddock {
 namespace {
 
 // Statuses that are an answer; others are a trouble that the administrator should find in the log.
-constexpr std::array kAnswers = {ENOENT, EACCES, EINVAL, EEXIST};
+constexpr std::array kAnswers = {ENOENT, EACCES, EINVAL, EEXIST, E2BIG};
 
 }  // namespace
 
