@@ -9,6 +9,8 @@
 
 namespace paddock {
 
+using Clock = std::chrono::steady_clock;
+
 KnownRights::KnownRights(Judge judge, std::function<void()> judged)
     : judge_(std::move(judge)), judged_(std::move(judged)), thread_([this] { run(); }) {}
 
@@ -24,8 +26,7 @@ KnownRights::~KnownRights() {
 std::optional<Rights> KnownRights::of(uid_t user) {
   if (AccessPolicy::isOwner(user)) return Rights::everything;
   const MutexLock lock(mutex_);
-  const auto found = answers_.find(user);
-  if (found != answers_.end() && Clock::now() < found->second.until) return found->second.rights;
+  if (const Rights* known = answers_.find(user, Clock::now())) return *known;
   if (std::find(wanted_.begin(), wanted_.end(), user) == wanted_.end()) {
     wanted_.push_back(user);
     changed_.notify_all();
@@ -35,21 +36,12 @@ std::optional<Rights> KnownRights::of(uid_t user) {
 
 void KnownRights::note(uid_t user, Rights rights) {
   const MutexLock lock(mutex_);
-  keep(user, rights);
+  answers_.keep(user, rights, Clock::now());
 }
 
 void KnownRights::forget() {
   const MutexLock lock(mutex_);
   answers_.clear();
-}
-
-void KnownRights::keep(uid_t user, Rights rights) {
-  if (answers_.size() >= kMost) {
-    const auto now = Clock::now();
-    std::erase_if(answers_, [now](const auto& entry) { return entry.second.until <= now; });
-    if (answers_.size() >= kMost) answers_.clear();
-  }
-  answers_[user] = {rights, Clock::now() + kHolds};
 }
 
 Rights KnownRights::judge(uid_t user) const {
@@ -70,7 +62,7 @@ void KnownRights::run() {
     lock.unlock();
     const Rights rights = judge(user);
     lock.lock();
-    keep(user, rights);
+    answers_.keep(user, rights, Clock::now());
     wanted_.pop_front();
     lock.unlock();
     judged_();

@@ -9,11 +9,11 @@
 #include <chrono>
 #include <deque>
 #include <functional>
-#include <map>
 #include <optional>
 #include <thread>
 
 #include "base/mutex.h"
+#include "base/timed_cache.h"
 #include "daemon/audit/access_policy.h"
 
 namespace paddock {
@@ -35,28 +35,21 @@ class KnownRights {
   ~KnownRights();
 
   // nullopt when not cached; the thread then looks it up.
-  std::optional<Rights> of(uid_t user);
+  std::optional<Rights> of(uid_t user) PADDOCK_EXCLUDES(mutex_);
   // Records a result obtained elsewhere.
-  void note(uid_t user, Rights rights);
+  void note(uid_t user, Rights rights) PADDOCK_EXCLUDES(mutex_);
   // Invalidates the cache: group membership may have another meaning from now on.
-  void forget();
+  void forget() PADDOCK_EXCLUDES(mutex_);
 
  private:
-  using Clock = std::chrono::steady_clock;
-  struct Answer {
-    Rights rights = Rights::nothing;
-    Clock::time_point until;
-  };
-
-  void run();
+  void run() PADDOCK_EXCLUDES(mutex_);
   Rights judge(uid_t user) const;
-  void keep(uid_t user, Rights rights) PADDOCK_REQUIRES(mutex_);
 
   const Judge judge_;
   const std::function<void()> judged_;
   Mutex mutex_;
   ConditionVariable changed_;
-  std::map<uid_t, Answer> answers_ PADDOCK_GUARDED_BY(mutex_);
+  TimedCache<uid_t, Rights> answers_ PADDOCK_GUARDED_BY(mutex_){kHolds, kMost};
   // Each once; the first one is being looked up.
   std::deque<uid_t> wanted_ PADDOCK_GUARDED_BY(mutex_);
   bool stopping_ PADDOCK_GUARDED_BY(mutex_) = false;

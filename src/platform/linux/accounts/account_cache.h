@@ -8,13 +8,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <map>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/timed_cache.h"
 #include "platform/machine_information.h"
 
 namespace paddock {
@@ -76,7 +76,7 @@ template <typename Key, typename Answer>
 class AccountCache {
  public:
   static constexpr std::chrono::seconds kLifetime{2};
-  // Maximum number of entries; the next one clears the cache.
+  // Maximum number of entries.
   static constexpr std::size_t kCapacity = 16384;
 
   // The files must outlive this object.
@@ -88,14 +88,15 @@ class AccountCache {
   int get(const Key& key, Answer& answer, Ask ask) {
     const AccountFilesStamp stamp = files_.stamp();
     if (!stamp.isSettled) return ask(answer);
+    const SteadyTime asked = files_.clock().monotonicNow();
     Kept kept;
-    if (find(key, stamp, kept)) {
+    if (find(key, stamp, asked, kept)) {
       answer = kept.answer;
       return kept.error;
     }
     kept.error = ask(answer);
     kept.answer = answer;
-    keep(key, stamp, kept);
+    keep(key, stamp, asked, kept);
     return kept.error;
   }
 
@@ -105,34 +106,30 @@ class AccountCache {
     Answer answer{};
   };
 
-  bool find(const Key& key, const AccountFilesStamp& stamp, Kept& kept) {
-    const auto now = files_.clock().monotonicNow();
+  bool find(const Key& key, const AccountFilesStamp& stamp, SteadyTime now, Kept& kept)
+      PADDOCK_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
-    if (stamp_.files != stamp.files || now >= end_) {
+    if (stamp_.files != stamp.files) {
       answers_.clear();
       stamp_ = stamp;
-      end_ = now + kLifetime;
     }
-    const auto found = answers_.find(key);
-    if (found == answers_.end()) return false;
-    kept = found->second;
-    return true;
+    const Kept* found = answers_.find(key, now);
+    if (found != nullptr) kept = *found;
+    return found != nullptr;
   }
 
   // Unless the files have changed since the stamp: then the answer may be of either state.
-  void keep(const Key& key, const AccountFilesStamp& stamp, const Kept& kept) {
+  void keep(const Key& key, const AccountFilesStamp& stamp, SteadyTime asked, const Kept& kept)
+      PADDOCK_EXCLUDES(mutex_) {
     if (kept.error != 0 && kept.error != ENOENT) return;
     const MutexLock lock(mutex_);
-    if (stamp_.files != stamp.files) return;
-    if (answers_.size() >= kCapacity) answers_.clear();
-    answers_[key] = kept;
+    if (stamp_.files == stamp.files) answers_.keep(key, kept, asked);
   }
 
   const AccountFiles& files_;
   Mutex mutex_;
   AccountFilesStamp stamp_ PADDOCK_GUARDED_BY(mutex_);
-  std::chrono::steady_clock::time_point end_ PADDOCK_GUARDED_BY(mutex_);
-  std::map<Key, Kept> answers_ PADDOCK_GUARDED_BY(mutex_);
+  TimedCache<Key, Kept> answers_ PADDOCK_GUARDED_BY(mutex_){kLifetime, kCapacity};
 };
 
 }  // namespace paddock

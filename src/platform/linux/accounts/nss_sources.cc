@@ -82,7 +82,7 @@ struct NssSources::Source {
 };
 
 NssSources::NssSources(Clock& clock, Options options)
-    : clock_(clock), options_(std::move(options)) {}
+    : clock_(clock), options_(std::move(options)), answers_(kLifetime, kMostAnswers) {}
 NssSources::~NssSources() = default;
 
 void NssSources::readConfiguration() {
@@ -111,16 +111,11 @@ template <typename Ask>
 NssSources::Answer NssSources::answer(PrincipalType type, const std::string& key, Ask&& ask) {
   if (names_[static_cast<int>(type)].empty()) return std::nullopt;
   const auto now = clock_.monotonicNow();
-  if (now >= endOfAnswers_ || answers_.size() >= kMostAnswers) {
-    answers_.clear();
-    endOfAnswers_ = now + kLifetime;
-  }
   const std::string whole = (type == PrincipalType::user ? "user " : "group ") + key;
-  const auto known = answers_.find(whole);
-  if (known != answers_.end()) return known->second;
+  if (const Answer* known = answers_.find(whole, now)) return *known;
   bool isSure = true;
   const Answer found = askAll(type, isSure, ask);
-  if (isSure) answers_.emplace(whole, found);
+  if (isSure) answers_.keep(whole, found, now);
   return found;
 }
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "base/principal.h"
+#include "base/timed_cache.h"
 #include "platform/machine_information.h"
 
 namespace paddock {
@@ -71,8 +72,7 @@ class NssSources {
   const Options options_;
   std::vector<std::string> names_[2];  // by PrincipalType
   std::map<std::string, Source> sources_;
-  std::unordered_map<std::string, Answer> answers_;
-  std::chrono::steady_clock::time_point endOfAnswers_;
+  TimedCache<std::string, Answer, std::unordered_map> answers_;
 };
 
 // One module of the name service switch, called as the C library calls it.

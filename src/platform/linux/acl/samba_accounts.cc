@@ -131,13 +131,14 @@ SambaAccountReader::SambaAccountReader(std::string root) : root_(std::move(root)
 
 std::shared_ptr<const SambaAccounts> SambaAccountReader::read(std::string& why) {
   const MutexLock lock(mutex_);
-  if (!end_ || *end_ <= std::chrono::steady_clock::now()) {
-    keptWhy_.clear();
-    kept_ = readAnew(keptWhy_);
-    end_ = std::chrono::steady_clock::now() + kLifetime;
+  const Reading* reading = kept_.find(std::chrono::steady_clock::now());
+  if (reading == nullptr) {
+    Reading anew;
+    anew.accounts = readAnew(anew.why);
+    reading = &kept_.keep(std::move(anew), std::chrono::steady_clock::now() + kLifetime);
   }
-  why = keptWhy_;
-  return kept_;
+  why = reading->why;
+  return reading->accounts;
 }
 
 bool SambaAccountReader::run(const char* program, const std::vector<std::string>& arguments,

@@ -6,8 +6,6 @@
 // already, and a query changes nothing.
 #pragma once
 
-#include <chrono>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/timed_cache.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/sid_resolver.h"
 
@@ -62,15 +61,18 @@ class SambaAccountReader {
   std::shared_ptr<const SambaAccounts> read(std::string& why);
 
  private:
+  struct Reading {
+    std::shared_ptr<const SambaAccounts> accounts;
+    std::string why;
+  };
+
   std::shared_ptr<const SambaAccounts> readAnew(std::string& why) const;
   bool run(const char* program, const std::vector<std::string>& arguments, std::string& output,
            std::string& why) const;
 
   const std::string root_;
   Mutex mutex_;
-  std::optional<std::chrono::steady_clock::time_point> end_ PADDOCK_GUARDED_BY(mutex_);
-  std::shared_ptr<const SambaAccounts> kept_ PADDOCK_GUARDED_BY(mutex_);
-  std::string keptWhy_ PADDOCK_GUARDED_BY(mutex_);
+  TimedValue<Reading> kept_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 // Resolves SIDs by these accounts.

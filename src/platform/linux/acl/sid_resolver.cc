@@ -105,28 +105,21 @@ int BoundedSidResolver::Desk::ask(const std::shared_ptr<Desk>& desk, Time deadli
 
 CachedSidResolver::CachedSidResolver(std::unique_ptr<SidResolver> resolver,
                                      std::shared_ptr<Clock> clock, std::chrono::seconds lifetime)
-    : resolver_(std::move(resolver)), clock_(std::move(clock)), lifetime_(lifetime) {}
+    : resolver_(std::move(resolver)), clock_(std::move(clock)), answers_(lifetime, kCapacity) {}
 
 bool CachedSidResolver::find(const nt_acl::Sid& sid, Answer& answer) {
   const MutexLock lock(mutex_);
-  const auto found = answers_.find(sid);
-  if (found == answers_.end() || found->second.end <= clock_->monotonicNow()) return false;
-  answer = found->second;
-  return true;
-}
-
-void CachedSidResolver::keep(const nt_acl::Sid& sid, const Answer& answer) {
-  const MutexLock lock(mutex_);
-  if (answers_.size() >= kCapacity) answers_.clear();
-  answers_[sid] = answer;
+  const Answer* found = answers_.find(sid, clock_->monotonicNow());
+  if (found != nullptr) answer = *found;
+  return found != nullptr;
 }
 
 int CachedSidResolver::principalOf(const nt_acl::Sid& sid, Principal& principal) {
   Answer answer;
   if (!find(sid, answer)) {
     answer.error = resolver_->principalOf(sid, answer.principal);
-    answer.end = clock_->monotonicNow() + lifetime_;
-    keep(sid, answer);
+    const MutexLock lock(mutex_);
+    answers_.keep(sid, answer, clock_->monotonicNow());
   }
   if (answer.error == 0) principal = answer.principal;
   return answer.error;

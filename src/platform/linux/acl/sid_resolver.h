@@ -3,13 +3,13 @@
 
 #include <chrono>
 #include <cstddef>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 
 #include "base/guid.h"
 #include "base/mutex.h"
+#include "base/timed_cache.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/machine_information.h"
 
@@ -58,7 +58,7 @@ class BoundedSidResolver final : public SidResolver {
 // seldom, and an unavailable resolver is not queried for every entry.
 class CachedSidResolver final : public SidResolver {
  public:
-  // Maximum number of entries; the next one clears the cache.
+  // Maximum number of entries.
   static constexpr std::size_t kCapacity = 16384;
 
   CachedSidResolver(std::unique_ptr<SidResolver> resolver, std::shared_ptr<Clock> clock,
@@ -70,17 +70,14 @@ class CachedSidResolver final : public SidResolver {
   struct Answer {
     int error = 0;
     Principal principal;
-    std::chrono::steady_clock::time_point end;
   };
 
-  bool find(const nt_acl::Sid& sid, Answer& answer);
-  void keep(const nt_acl::Sid& sid, const Answer& answer);
+  bool find(const nt_acl::Sid& sid, Answer& answer) PADDOCK_EXCLUDES(mutex_);
 
   const std::unique_ptr<SidResolver> resolver_;
   const std::shared_ptr<Clock> clock_;
-  const std::chrono::seconds lifetime_;
   Mutex mutex_;
-  std::map<nt_acl::Sid, Answer> answers_ PADDOCK_GUARDED_BY(mutex_);
+  TimedCache<nt_acl::Sid, Answer> answers_ PADDOCK_GUARDED_BY(mutex_);
 };
 
 }  // namespace paddock

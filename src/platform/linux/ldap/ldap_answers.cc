@@ -26,7 +26,7 @@ void LdapAnswers::Failure::raise() const {
 LdapAnswers::Answer LdapAnswers::get(const std::string& key, const Ask& ask) {
   if (times_.keeping.count() == 0) return ask();
   MutexLock lock(mutex_);
-  if (auto answer = known(key)) return std::move(*answer);
+  if (const Answer* known = kept_.find(key, now())) return *known;
   if (const auto found = underWay_.find(key); found != underWay_.end()) {
     const std::shared_ptr<Question> question = found->second;
     const bool isOver = awaitEnd(*question);
@@ -37,14 +37,6 @@ LdapAnswers::Answer LdapAnswers::get(const std::string& key, const Ask& ask) {
   underWay_.emplace(key, question);
   lock.unlock();
   return askAs(question, key, ask);
-}
-
-std::optional<LdapAnswers::Answer> LdapAnswers::known(const std::string& key) {
-  const auto found = kept_.find(key);
-  if (found == kept_.end()) return std::nullopt;
-  if (now() < found->second.end) return found->second.answer;
-  kept_.erase(found);
-  return std::nullopt;
 }
 
 std::vector<LdapAnswers::Answer> LdapAnswers::getEach(const std::vector<std::string>& keys,
@@ -73,7 +65,7 @@ std::vector<LdapAnswers::Answer> LdapAnswers::getEach(const std::vector<std::str
 LdapAnswers::Lookup LdapAnswers::lookUp(const std::string& key) {
   if (times_.keeping.count() == 0) return {std::nullopt, std::make_shared<Question>(), true};
   const MutexLock lock(mutex_);
-  if (auto answer = known(key)) return {std::move(answer), nullptr, false};
+  if (const Answer* known = kept_.find(key, now())) return {*known, nullptr, false};
   const auto [place, isMine] = underWay_.emplace(key, nullptr);
   if (isMine) place->second = std::make_shared<Question>();
   return {std::nullopt, place->second, isMine};
@@ -150,12 +142,10 @@ void LdapAnswers::settle(Question& question, const std::string& key) {
   settled_.notify_all();
 }
 
-void LdapAnswers::keep(const std::string& key, const Answer& answer,
-                       std::chrono::steady_clock::time_point asked) {
+void LdapAnswers::keep(const std::string& key, const Answer& answer, SteadyTime asked) {
   if (times_.keeping.count() == 0 || sizeOf(answer) > kLargest) return;
   const MutexLock lock(mutex_);
-  if (kept_.size() >= kCapacity) kept_.clear();
-  kept_.insert_or_assign(key, Kept{answer, asked + times_.keeping});
+  kept_.keep(key, answer, asked);
 }
 
 std::size_t LdapAnswers::waiting() const {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/timed_cache.h"
 #include "platform/directory.h"
 #include "platform/directory_values.h"
 #include "platform/machine_information.h"
@@ -35,7 +36,7 @@ class LdapAnswers {
   // Answers the questions at these places of a list, in their order.
   using AskEach = std::function<std::vector<Answer>(const std::vector<std::size_t>& places)>;
 
-  // Maximum number of entries; the next one clears the cache.
+  // Maximum number of entries.
   static constexpr std::size_t kCapacity = 1024;
   // Maximum text size of a cached answer, in bytes.
   static constexpr std::size_t kLargest = 16384;
@@ -48,7 +49,8 @@ class LdapAnswers {
   };
 
   // The clock must outlive this object.
-  LdapAnswers(Clock& clock, Times times) : clock_(clock), times_(times) {}
+  LdapAnswers(Clock& clock, Times times)
+      : clock_(clock), times_(times), kept_(times.keeping, kCapacity) {}
 
   // The cached answer, or that of a pending query of another thread, or the result of `ask`. A
   // failure, a DirectoryError, is thrown to all waiting callers, and not cached. A caller that has
@@ -59,18 +61,14 @@ class LdapAnswers {
   std::vector<Answer> getEach(const std::vector<std::string>& keys, const AskEach& ask);
 
   // Keeps what was found besides; `asked` is from before the server was.
-  void keep(const std::string& key, const Answer& answer,
-            std::chrono::steady_clock::time_point asked);
-  std::chrono::steady_clock::time_point now() const { return clock_.monotonicNow(); }
+  void keep(const std::string& key, const Answer& answer, SteadyTime asked)
+      PADDOCK_EXCLUDES(mutex_);
+  SteadyTime now() const { return clock_.monotonicNow(); }
 
   // The number of callers currently waiting for another one's answer.
   std::size_t waiting() const;
 
  private:
-  struct Kept {
-    Answer answer;
-    std::chrono::steady_clock::time_point end;
-  };
   // Each thread throws an error of its own, made of these.
   struct Failure {
     explicit Failure(const DirectoryError& error) : status(error.status()), text(error.what()) {}
@@ -86,7 +84,8 @@ class LdapAnswers {
     std::optional<Failure> failure;
   };
 
-  Answer askAs(const std::shared_ptr<Question>& question, const std::string& key, const Ask& ask);
+  Answer askAs(const std::shared_ptr<Question>& question, const std::string& key, const Ask& ask)
+      PADDOCK_EXCLUDES(mutex_);
   // One of several: what is known of it, and whether it is this caller's to ask.
   struct Lookup {
     std::optional<Answer> answer;
@@ -94,20 +93,20 @@ class LdapAnswers {
     bool isMine = false;
   };
 
-  std::optional<Answer> known(const std::string& key) PADDOCK_REQUIRES(mutex_);
-  Lookup lookUp(const std::string& key);
-  void askMine(std::vector<Lookup>& all, const std::vector<std::string>& keys, const AskEach& ask);
+  Lookup lookUp(const std::string& key) PADDOCK_EXCLUDES(mutex_);
+  void askMine(std::vector<Lookup>& all, const std::vector<std::string>& keys, const AskEach& ask)
+      PADDOCK_EXCLUDES(mutex_);
   // Whether the question was over within the patience.
   bool awaitEnd(const Question& question) PADDOCK_REQUIRES(mutex_);
   // What came of one that is over; else what `ask` returns.
   static Answer answerOrAsk(bool isOver, const Question& question, const Ask& ask);
-  void settle(Question& question, const std::string& key);
+  void settle(Question& question, const std::string& key) PADDOCK_EXCLUDES(mutex_);
 
   Clock& clock_;
   const Times times_;
   mutable Mutex mutex_;
   ConditionVariable settled_;
-  std::unordered_map<std::string, Kept> kept_ PADDOCK_GUARDED_BY(mutex_);
+  TimedCache<std::string, Answer, std::unordered_map> kept_ PADDOCK_GUARDED_BY(mutex_);
   std::unordered_map<std::string, std::shared_ptr<Question>> underWay_ PADDOCK_GUARDED_BY(mutex_);
   std::size_t waiting_ PADDOCK_GUARDED_BY(mutex_) = 0;
 };

@@ -99,14 +99,12 @@ void LdapServer::noteFailure(const LdapError& error) {
   if (error.status() != ETIMEDOUT && error.status() != EHOSTUNREACH) return;
   if (error.result() == LDAP_TIMELIMIT_EXCEEDED) return;  // it did answer
   const MutexLock lock(mutex_);
-  silence_.emplace(Silence{Clock::now() + options_.silence, error});
+  silence_.keep(error, Clock::now() + options_.silence);
 }
 
 void LdapServer::requireAnswering() {
   const MutexLock lock(mutex_);
-  if (!silence_) return;
-  if (Clock::now() < silence_->until) throw LdapError(silence_->error);
-  silence_.reset();
+  if (const LdapError* error = silence_.find(Clock::now())) throw LdapError(*error);
 }
 
 std::string LdapServer::passwordOfAccount() const {

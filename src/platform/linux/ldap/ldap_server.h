@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/timed_cache.h"
 #include "platform/linux/ldap/ldap_answers.h"
 #include "platform/linux/ldap/ldap_connection.h"
 #include "platform/linux/ldap/ldap_error.h"
@@ -57,10 +58,6 @@ class LdapServer {
     std::unique_ptr<LdapConnection> connection;
     Clock::time_point since;
   };
-  struct Silence {
-    Clock::time_point until;
-    LdapError error;
-  };
 
   void forgetRefusal() PADDOCK_REQUIRES(mutex_);
   void requireAnswering();
@@ -72,7 +69,7 @@ class LdapServer {
   LdapAnswers answers_{clock_, {options_.keeping, options_.timeout}};
   Mutex mutex_;
   std::vector<Idle> idle_ PADDOCK_GUARDED_BY(mutex_);
-  std::optional<Silence> silence_ PADDOCK_GUARDED_BY(mutex_);
+  TimedValue<LdapError> silence_ PADDOCK_GUARDED_BY(mutex_);
   WriteProof writeProof_ PADDOCK_GUARDED_BY(mutex_) = WriteProof::none;
   Clock::time_point proven_ PADDOCK_GUARDED_BY(mutex_);  // when that was
 };
