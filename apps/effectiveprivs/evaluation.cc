@@ -2,6 +2,8 @@
 
 #include <tuple>
 
+#include "platform/linux/acl/list_rules.h"
+
 namespace paddock::effectiveprivs {
 
 namespace {
@@ -67,24 +69,26 @@ class Judge {
  private:
   void walk(const RuleList& list) {
     const bool isOwner = user_.owns(object_.uid);
-    for (std::size_t at = 0; at < list.rules.size() && undecided_ != 0; ++at) {
+    acl::decideInOrder(undecided_, list.rules, [&](std::size_t at, acl::Permission permissions) {
       const Rule& rule = list.rules[at];
-      if (rule.onlyInherit || (rule.permissions & undecided_) == 0) continue;
-      if (const auto match = user_.match(rule.subject, isOwner)) {
+      if (rule.onlyInherit) return false;
+      const auto match = user_.match(rule.subject, isOwner);
+      if (match) {
         decide(
-            rule.permissions,
+            permissions,
             {.granted = rule.allow, .reason = Reason::entry, .entry = at, .group = match->group});
       } else if (rule.subject.kind == Subject::Kind::unknown ||
                  (!object_.unaskedNodes.empty() && user_.mayMatch(rule.subject))) {
-        doubt(rule, at);
+        doubt(permissions, rule.allow, at);
       }
-    }
+      return match.has_value();
+    });
   }
 
-  void doubt(const Rule& rule, std::size_t at) {
+  void doubt(acl::Permission permissions, bool isAllowed, std::size_t at) {
     for (std::size_t index = 0; index < verdicts_.size(); ++index) {
-      if ((verdicts_[index].permission & rule.permissions & undecided_) == 0) continue;
-      auto& first = doubts_[index][rule.allow ? 1 : 0];
+      if ((verdicts_[index].permission & permissions) == 0) continue;
+      auto& first = doubts_[index][isAllowed ? 1 : 0];
       if (!first) first = at;
     }
   }

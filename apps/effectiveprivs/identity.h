@@ -18,7 +18,8 @@ namespace paddock::effectiveprivs {
 
 // An access-control list as it is judged: whom each entry is for, and what it says.
 
-// Whom an entry is for.
+// Whom an entry is for: deliberately more kinds than acl::Subject, which knows only those whom the
+// kernel's ACLs can name.
 struct Subject {
   enum class Kind {
     nobody,         // an entry whose kind grants and denies nothing, or that matches no caller

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "effectiveprivs/evaluation.h"
-#include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/pinned_object.h"
+#include "platform/linux/acl/kernel_access.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/principal_sids.h"
 #include "platform/linux/acl/samba_accounts.h"

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/file_access.h"
-#include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/object_reader.h"
 #include "platform/accounts.h"
+#include "platform/linux/acl/kernel_access.h"
 #include "samba/samba_attributes.h"
 
 namespace paddock::effectiveprivs {

@@ -7,8 +7,8 @@
 
 #include "effectiveprivs/evaluation.h"
 #include "effectiveprivs/installation.h"
-#include "effectiveprivs/kernel_access.h"
 #include "effectiveprivs/pinned_object.h"
+#include "platform/linux/acl/kernel_access.h"
 
 namespace paddock::effectiveprivs {
 

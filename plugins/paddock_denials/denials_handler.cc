@@ -65,7 +65,7 @@ MembersOf askedOnce(const MembersOf& membersOf) {
 
 struct JudgedList {
   Array acl;
-  std::vector<ListedEntry> entries;
+  std::vector<acl::Rule> entries;
   KernelSide kernel;
 };
 

@@ -15,22 +15,15 @@ constexpr std::uint32_t kCrew = 100;
 constexpr std::uint32_t kNight = 200;
 constexpr acl::Permission kRead = acl::kReadData | acl::kExecute;
 
-const Person kAnna{1001, "anna", {1001, kCrew, kNight}};
-const Person kBert{1002, "bert", {1002, kNight}};
-const Person kDora{1004, "dora", {1004, kCrew, kNight}};
+using Kind = acl::Subject::Kind;
 
-ListedEntry entry(bool allow, const Principal& who, acl::Permission rights, acl::Flag flags = 0) {
-  return {allow, who, false, rights, flags};
-}
-ListedEntry allowCrew(acl::Flag flags = 0) {
-  return entry(true, {PrincipalType::group, kCrew}, kRead, flags);
-}
-ListedEntry denyNight(acl::Flag flags = 0) {
-  return entry(false, {PrincipalType::group, kNight}, kRead, flags);
-}
-ListedEntry denyUser(const Person& person) {
-  return entry(false, {PrincipalType::user, person.uid}, kRead);
-}
+const Person kAnna{1001, "anna", {kCrew, kNight, 1001}};
+const Person kBert{1002, "bert", {kNight, 1002}};
+const Person kDora{1004, "dora", {kCrew, kNight, 1004}};
+
+acl::Rule allowCrew(acl::Flag flags = 0) { return {true, {Kind::group, kCrew}, kRead, flags}; }
+acl::Rule denyNight(acl::Flag flags = 0) { return {false, {Kind::group, kNight}, kRead, flags}; }
+acl::Rule denyUser(const Person& person) { return {false, {Kind::user, person.uid}, kRead, 0}; }
 
 // A folder of root's with mode 700 to which the kernel grants the crew access.
 KernelSide crewsFolder() {
@@ -52,7 +45,7 @@ std::vector<std::string> namesOf(const std::vector<GroupDenial>& denials) {
   }
   return names;
 }
-std::vector<std::string> passers(const std::vector<ListedEntry>& entries,
+std::vector<std::string> passers(const std::vector<acl::Rule>& entries,
                                  const KernelSide& kernel = crewsFolder()) {
   return namesOf(passedDenials(entries, kernel, members));
 }
@@ -68,19 +61,17 @@ TEST(GroupDenials, AreBypassedThroughAnotherGroup) {
 TEST(GroupDenials, ExcludeUsersDecidedByEarlierEntry) {
   EXPECT_THAT(passers({allowCrew(), denyNight()}), IsEmpty());
   EXPECT_THAT(passers({denyUser(kAnna), denyNight(), allowCrew()}), ElementsAre("dora"));
-  ListedEntry everyone = entry(true, {}, kRead);
-  everyone.who.reset();
-  everyone.isEveryone = true;
+  const acl::Rule everyone{true, {Kind::everyone, 0}, kRead, 0};
   EXPECT_THAT(passers({everyone, denyNight()}), IsEmpty());
 }
 
 TEST(GroupDenials, CountByTheBitsThatTheKernelHas) {
-  ListedEntry other = denyNight();
-  other.rights = acl::kDelete | acl::kWriteAttributes;
+  acl::Rule other = denyNight();
+  other.permissions = acl::kDelete | acl::kWriteAttributes;
   EXPECT_THAT(passers({other, allowCrew()}), IsEmpty());
-  other.rights = acl::kWriteData;
+  other.permissions = acl::kWriteData;
   EXPECT_THAT(passers({other, allowCrew()}), IsEmpty()) << "the crew cannot write";
-  other.rights = acl::kWriteData | acl::kReadData;
+  other.permissions = acl::kWriteData | acl::kReadData;
   EXPECT_THAT(passers({other, allowCrew()}), ElementsAre("anna", "dora"));
 }
 
@@ -115,19 +106,6 @@ TEST(GroupDenials, ApplyToInheritedEntriesToo) {
               ElementsAre("anna", "dora"));
 }
 
-TEST(KernelBits, AreThoseOfTheFirstClassThatFits) {
-  posix_acl::Acl acl;
-  acl.classes = {7, 4, 1};
-  acl.users = {{kAnna.uid, 6}};
-  acl.groups = {{kCrew, 5}, {kNight, 2}};
-  acl.mask = 6;
-  EXPECT_EQ(bitsOfKernel(acl, 7, kAnna), 6);
-  EXPECT_EQ(bitsOfKernel(acl, 7, kBert), 2);
-  EXPECT_EQ(bitsOfKernel(acl, 7, kDora), 6) << "what either group gives, within the mask";
-  EXPECT_EQ(bitsOfKernel(acl, 1002, kBert), 6);
-  EXPECT_EQ(bitsOfKernel(acl, 7, {5, "emil", {5}}), 1);
-}
-
 // The list [deny night, allow crew] as the module carries it, with denials of users before the
 // first.
 class StrictLists : public ::testing::Test {
@@ -154,7 +132,7 @@ class StrictLists : public ::testing::Test {
     return who;
   }
 
-  std::vector<ListedEntry> entries_{denyNight(), allowCrew()};
+  std::vector<acl::Rule> entries_{denyNight(), allowCrew()};
   Array acl_{form("night", false), form("crew", true)};
   std::size_t named_ = 0;
 };

@@ -9,25 +9,19 @@
 #include "platform/directory.h"
 #include "platform/linux/accounts/nss.h"
 #include "platform/linux/accounts/user_groups.h"
+#include "platform/linux/acl/kernel_access.h"
 #include "platform/linux/privileges/file_mode.h"
 
 namespace paddock {
 
 namespace {
 
-// An ACL of a mode alone, unless the object has one.
 int readAccess(int object, mode_t mode, posix_acl::Acl& acl) {
   AccessAcl access;
   const int error = readAccessAcl(linuxExtendedAttributes(), object, access);
   if (error != 0) return error;
   const auto decoded = access.value ? posix_acl::decode(*access.value) : std::nullopt;
-  // The kernel ignores an ACL whose mask, which the mode has in the group's place, is empty.
-  if (decoded && (mode & S_IRWXG) != 0) {
-    acl = *decoded;
-  } else {
-    acl = {};
-    acl.classes = posix_acl::classesOf(mode);
-  }
+  acl = aclInForce(decoded, mode);
   return 0;
 }
 

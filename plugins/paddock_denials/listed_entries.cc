@@ -37,9 +37,14 @@ Dictionary ask(PluginCommands& siblings, const char* operation, const std::strin
   return reply;
 }
 
-bool isEveryone(const Guid& guid) {
-  return guid == nt_acl::foreignGuid(nt_acl::everyoneSid()) ||
-         guid == nt_acl::foreignGuid(nt_acl::authenticatedUsersSid());
+acl::Subject subjectOf(Membership& membership, const Guid& guid) {
+  using Kind = acl::Subject::Kind;
+  if (guid == nt_acl::foreignGuid(nt_acl::everyoneSid()) ||
+      guid == nt_acl::foreignGuid(nt_acl::authenticatedUsersSid()))
+    return {Kind::everyone, 0};
+  Principal who;
+  if (membership.guidToId(guid, who.id, who.type) != 0) return {};
+  return {who.type == PrincipalType::user ? Kind::user : Kind::group, who.id};
 }
 
 }  // namespace
@@ -58,21 +63,19 @@ void writeList(PluginCommands& siblings, const std::string& path, const Array& a
   ask(siblings, "writeSettings", path, protocol::kWriteStatus, Dictionary{{kAcl, acl}});
 }
 
-std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl) {
-  std::vector<ListedEntry> entries;
+std::vector<acl::Rule> listedEntries(Membership& membership, const Array& acl) {
+  std::vector<acl::Rule> entries;
   for (const Value& value : acl) {
-    ListedEntry entry;
+    acl::Rule entry;
     const Dictionary* one = value.dictionary();
     const std::string* allow = one != nullptr ? one->string(protocol::kAllowPermission) : nullptr;
     const std::string* text = one != nullptr ? one->string("guid") : nullptr;
     const auto guid = text != nullptr ? parseGuid(*text) : std::nullopt;
     if (allow != nullptr && guid) {
       entry.allow = *allow == "YES";
-      entry.rights = static_cast<acl::Permission>(one->integer("bitmap").value_or(0));
+      entry.permissions = static_cast<acl::Permission>(one->integer("bitmap").value_or(0));
       entry.flags = static_cast<acl::Flag>(one->integer("flags").value_or(0));
-      entry.isEveryone = isEveryone(*guid);
-      Principal who;
-      if (!entry.isEveryone && membership.guidToId(*guid, who.id, who.type) == 0) entry.who = who;
+      entry.subject = subjectOf(membership, *guid);
     }
     entries.push_back(entry);
   }

@@ -31,7 +31,7 @@ void writeList(PluginCommands& siblings, const std::string& path, const Array& a
 
 // Decodes the entries. An entry whose principal the membership service cannot look up decides
 // nothing.
-std::vector<ListedEntry> listedEntries(Membership& membership, const Array& acl);
+std::vector<acl::Rule> listedEntries(Membership& membership, const Array& acl);
 
 // An entry to be sent that denies the user what the entry denies, with the same inheritance.
 Dictionary denialLike(const Dictionary& entry, std::uint32_t uid);

@@ -11,32 +11,28 @@ namespace paddock {
 
 namespace {
 
-bool deniesGroup(const ListedEntry& entry) {
-  return !entry.allow && entry.who && entry.who->type == PrincipalType::group;
-}
+bool deniesGroup(const acl::Rule& entry) { return !entry.allow && entry.subject.isGroup(); }
 
-bool deniesUser(const ListedEntry& entry) {
-  return !entry.allow && entry.who && entry.who->type == PrincipalType::user;
-}
+bool deniesUser(const acl::Rule& entry) { return !entry.allow && entry.subject.isUser(); }
 
-bool isLike(const ListedEntry& entry, const ListedEntry& other) {
-  return entry.rights == other.rights &&
+bool isLike(const acl::Rule& entry, const acl::Rule& other) {
+  return entry.permissions == other.permissions &&
          (entry.flags | acl::kInherited) == (other.flags | acl::kInherited);
 }
 
 // For each entry the place of the group's denial that it was written for; its own place otherwise.
-std::vector<std::size_t> servedBy(const std::vector<ListedEntry>& entries,
+std::vector<std::size_t> servedBy(const std::vector<acl::Rule>& entries,
                                   const WrittenDenials& written) {
   std::vector<std::size_t> served(entries.size());
   for (std::size_t at = 0; at < entries.size(); ++at) {
     served[at] = at;
     if (!deniesGroup(entries[at])) continue;
-    const auto users = written.find(entries[at].who->id);
+    const auto users = written.find(entries[at].subject.id);
     if (users == written.end()) continue;
     for (std::size_t before = at; before-- > 0;) {
-      const ListedEntry& entry = entries[before];
+      const acl::Rule& entry = entries[before];
       if (!deniesUser(entry) || !isLike(entry, entries[at]) ||
-          !users->second.contains(entry.who->id)) {
+          !users->second.contains(entry.subject.id)) {
         break;
       }
       served[before] = at;
@@ -52,7 +48,7 @@ bool contains(const std::vector<Person>& people, std::uint32_t uid) {
 
 }  // namespace
 
-StrictList strictList(const Array& acl, const std::vector<ListedEntry>& entries,
+StrictList strictList(const Array& acl, const std::vector<acl::Rule>& entries,
                       const KernelSide& kernel, const MembersOf& membersOf,
                       const WrittenDenials& written) {
   const std::vector<GroupDenial> passed = passedDenials(entries, kernel, membersOf);
@@ -62,9 +58,9 @@ StrictList strictList(const Array& acl, const std::vector<ListedEntry>& entries,
     if (acl[at].dictionary() == nullptr) throw DenialFailure(EINVAL, "the list cannot be read");
     const Dictionary& entry = *acl[at].dictionary();
     if (served[at] != at) {
-      const ListedEntry& denial = entries[served[at]];
-      if (contains(membersOf(denial.who->id), entries[at].who->id)) {
-        strict.written[denial.who->id].insert(entries[at].who->id);
+      const acl::Rule& denial = entries[served[at]];
+      if (contains(membersOf(denial.subject.id), entries[at].subject.id)) {
+        strict.written[denial.subject.id].insert(entries[at].subject.id);
         strict.acl.emplace_back(sentBack(entry));
       } else {
         strict.isChanged = true;

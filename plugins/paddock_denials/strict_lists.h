@@ -28,7 +28,7 @@ struct StrictList {
 // removed. Everything else stays as it is, in its order. Throws DenialFailure for a list that
 // cannot be written back, and for one that would have more than kMostEntries.
 inline constexpr std::size_t kMostEntries = 250;
-StrictList strictList(const Array& acl, const std::vector<ListedEntry>& entries,
+StrictList strictList(const Array& acl, const std::vector<acl::Rule>& entries,
                       const KernelSide& kernel, const MembersOf& membersOf,
                       const WrittenDenials& written);
 

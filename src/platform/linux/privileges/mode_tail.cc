@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/linux/acl/ace_entry.h"
+#include "platform/linux/acl/list_rules.h"
 #include "platform/linux/acl/sid_forms.h"
 
 namespace paddock::nt_acl {
@@ -30,14 +31,6 @@ std::uint32_t maskOfBits(posix_acl::Bits bits, bool isFolder) {
   if ((bits & posix_acl::kWrite) != 0) mask |= isFolder ? kFolderWriting : kWriting;
   if ((bits & posix_acl::kExecute) != 0) mask |= kExecuteMask;
   return mask;
-}
-
-posix_acl::Bits bitsOfMask(std::uint32_t mask) {
-  posix_acl::Bits bits = 0;
-  if ((mask & kReadDataMask) != 0) bits |= posix_acl::kRead;
-  if ((mask & kWriteDataMask) != 0) bits |= posix_acl::kWrite;
-  if ((mask & kExecuteMask) != 0) bits |= posix_acl::kExecute;
-  return bits;
 }
 
 struct Subjects {
@@ -100,7 +93,7 @@ bool readClass(Position& at, Position end, Sid& sid, posix_acl::Bits& bits) {
   at = std::find_if(at, end, [](const Ace& ace) { return ace.type == kAllowed; });
   if (at == end) return false;
   sid = at->sid;
-  bits = bitsOfMask(at->mask);
+  bits = acl::kernelBitsOf(permissionsOf(at->mask));
   ++at;
   return true;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -31,43 +32,25 @@ bool toAnything(acl::Flag flags) { return toFiles(flags) || toFolders(flags); }
 // Every kind of object for which one ACL is to hold.
 using Objects = std::vector<Applies>;
 
-// Somebody whom rules are judged for.
+// Somebody whom rules are judged for; without a uid, one of whom only the groups are known.
 struct Principal {
-  std::uint32_t uid = 0;
-  bool isUser = false;
-  const std::vector<std::uint32_t>* groups = nullptr;
+  std::optional<std::uint32_t> uid;
+  const std::vector<std::uint32_t>& groups;
   Bits fallback = 0;
 };
 
-bool contains(const std::vector<std::uint32_t>& sorted, std::uint32_t id) {
-  return std::binary_search(sorted.begin(), sorted.end(), id);
-}
-
-bool isMeant(const Subject& subject, const Principal& principal) {
-  switch (subject.kind) {
-    case Subject::Kind::everyone:
-      return true;
-    case Subject::Kind::user:
-      return principal.isUser && principal.uid == subject.id;
-    case Subject::Kind::group:
-      return contains(*principal.groups, subject.id);
-    case Subject::Kind::nobody:
-      break;
-  }
-  return false;
-}
-
-// The first rule that names a bit decides it.
-Bits granted(const std::vector<Rule>& rules, Applies applies, const Principal& principal) {
-  unsigned undecided = posix_acl::kAllBits;
-  unsigned allowed = 0;
-  for (const Rule& rule : rules) {
-    if (undecided == 0) break;
-    if (!applies(rule.flags) || !isMeant(rule.subject, principal)) continue;
-    if (rule.allow) allowed |= rule.bits & undecided;
-    undecided &= ~static_cast<unsigned>(rule.bits);
-  }
-  return static_cast<Bits>(allowed | (principal.fallback & undecided));
+Bits granted(const std::vector<acl::Rule>& rules, Applies applies, const Principal& principal) {
+  acl::Permission allowed = 0;
+  const auto decides = [&](std::size_t at, acl::Permission permissions) {
+    const acl::Rule& rule = rules[at];
+    if (!applies(rule.flags) || !acl::isFor(rule.subject, principal.uid, principal.groups))
+      return false;
+    if (rule.allow) allowed |= permissions;
+    return true;
+  };
+  const acl::Permission undecided = acl::decideInOrder(acl::kDecisive, rules, decides);
+  return static_cast<Bits>(acl::kernelBitsOf(allowed) |
+                           (principal.fallback & acl::kernelBitsOf(undecided)));
 }
 
 class Projector {
@@ -79,10 +62,10 @@ class Projector {
   posix_acl::Acl make(Applies naming) const {
     std::set<std::uint32_t> users;
     std::set<std::uint32_t> groups;
-    for (const Rule& rule : source_.rules) {
+    for (const acl::Rule& rule : source_.rules) {
       if (!naming(rule.flags)) continue;
-      if (rule.subject.kind == Subject::Kind::user) users.insert(rule.subject.id);
-      if (rule.subject.kind == Subject::Kind::group) groups.insert(rule.subject.id);
+      if (rule.subject.isUser()) users.insert(rule.subject.id);
+      if (rule.subject.isGroup()) groups.insert(rule.subject.id);
     }
     posix_acl::Acl acl;
     acl.classes = source_.classes;
@@ -96,11 +79,12 @@ class Projector {
   // As if he were not the owner, whom the kernel gives the owner's part whatever else is said.
   Bits ofUser(std::uint32_t uid) const {
     const auto& groups = groupsOf_(uid);
-    return ofPrincipal({uid, true, &groups, fallback(contains(groups, source_.gid))});
+    const bool isInGroup = std::binary_search(groups.begin(), groups.end(), source_.gid);
+    return ofPrincipal({uid, groups, fallback(isInGroup)});
   }
   Bits ofGroup(std::uint32_t gid) const {
     const std::vector<std::uint32_t> groups{gid};
-    return ofPrincipal({0, false, &groups, fallback(gid == source_.gid)});
+    return ofPrincipal({std::nullopt, groups, fallback(gid == source_.gid)});
   }
 
   Bits fallback(bool isInGroup) const {
@@ -134,10 +118,10 @@ posix_acl::Acl defaultAcl(const Source& source, const GroupsOf& groupsOf) {
   return acl;
 }
 
-std::vector<std::uint32_t> namedUsers(const std::vector<Rule>& rules) {
+std::vector<std::uint32_t> namedUsers(const std::vector<acl::Rule>& rules) {
   std::set<std::uint32_t> users;
-  for (const Rule& rule : rules)
-    if (rule.subject.kind == Subject::Kind::user) users.insert(rule.subject.id);
+  for (const acl::Rule& rule : rules)
+    if (rule.subject.isUser()) users.insert(rule.subject.id);
   return {users.begin(), users.end()};
 }
 
@@ -147,19 +131,11 @@ namespace paddock::nt_acl {
 
 namespace {
 
-using projection::Subject;
+using acl::Subject;
 
 // Means "leave it" to the kernel.
 constexpr std::uint32_t kUndefinedId = 0xFFFFFFFF;
 constexpr std::uint64_t kCreatorAuthority = 3;
-
-posix_acl::Bits bitsOf(std::uint32_t mask) {
-  unsigned bits = 0;
-  if ((mask & kReadDataMask) != 0) bits |= posix_acl::kRead;
-  if ((mask & kWriteDataMask) != 0) bits |= posix_acl::kWrite;
-  if ((mask & kExecuteMask) != 0) bits |= posix_acl::kExecute;
-  return static_cast<posix_acl::Bits>(bits);
-}
 
 Subject subjectOf(const Principal& principal) {
   if (principal.id == kUndefinedId) return {};
@@ -189,11 +165,11 @@ int findSubject(PrincipalSids& sids, Membership& membership, const Sid& sid, Sub
 }  // namespace
 
 int readRules(PrincipalSids& sids, Membership& membership, const std::vector<Ace>& aces,
-              std::vector<projection::Rule>& rules) {
+              std::vector<acl::Rule>& rules) {
   rules.clear();
   rules.reserve(aces.size());
   for (const Ace& ace : aces) {
-    projection::Rule rule{ace.type == kAllowed, {}, bitsOf(ace.mask), flagsOf(ace.flags)};
+    acl::Rule rule{ace.type == kAllowed, {}, permissionsOf(ace.mask), flagsOf(ace.flags)};
     if (ace.foreign.empty()) {
       const int error = findSubject(sids, membership, ace.sid, rule.subject);
       if (error != 0) return error;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/acl.h"
+#include "platform/linux/acl/list_rules.h"
 #include "platform/linux/acl/nt_acl.h"
 #include "platform/linux/acl/posix_acl.h"
 #include "platform/linux/acl/principal_sids.h"
@@ -22,24 +23,8 @@
 
 namespace paddock::projection {
 
-struct Subject {
-  enum class Kind { nobody, user, group, everyone };
-  Kind kind = Kind::nobody;
-  std::uint32_t id = 0;
-  friend bool operator==(const Subject&, const Subject&) = default;
-};
-
-// One entry of a list, in its order.
-struct Rule {
-  bool allow = false;
-  Subject subject;
-  posix_acl::Bits bits = 0;
-  acl::Flag flags = 0;
-  friend bool operator==(const Rule&, const Rule&) = default;
-};
-
 struct Source {
-  std::vector<Rule> rules;
+  std::vector<acl::Rule> rules;
   bool complete = false;
   posix_acl::Classes classes;
   std::uint32_t gid = 0;
@@ -53,7 +38,7 @@ posix_acl::Acl accessAcl(const Source& source, const GroupsOf& groupsOf);
 posix_acl::Acl defaultAcl(const Source& source, const GroupsOf& groupsOf);
 
 // The users that either of them asks for the groups of.
-std::vector<std::uint32_t> namedUsers(const std::vector<Rule>& rules);
+std::vector<std::uint32_t> namedUsers(const std::vector<acl::Rule>& rules);
 
 }  // namespace paddock::projection
 
@@ -64,6 +49,6 @@ namespace paddock::nt_acl {
 // `rules`: one per entry, in order. An entry of a foreign kind decides nothing; neither does one
 // for a principal without uid or gid. Returns 0, or an errno when the lookup fails.
 int readRules(PrincipalSids& sids, Membership& membership, const std::vector<Ace>& aces,
-              std::vector<projection::Rule>& rules);
+              std::vector<acl::Rule>& rules);
 
 }  // namespace paddock::nt_acl

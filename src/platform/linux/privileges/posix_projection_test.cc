@@ -19,12 +19,24 @@ using posix_acl::Named;
 
 constexpr acl::Flag kBoth = acl::kFileInherit | acl::kDirectoryInherit;
 
+using acl::Rule;
+using acl::Subject;
+
 Subject user(std::uint32_t id) { return {Subject::Kind::user, id}; }
 Subject group(std::uint32_t id) { return {Subject::Kind::group, id}; }
 Subject everyone() { return {Subject::Kind::everyone, 0}; }
 
-Rule allow(Subject subject, Bits bits, acl::Flag flags = 0) { return {true, subject, bits, flags}; }
-Rule deny(Subject subject, Bits bits, acl::Flag flags = 0) { return {false, subject, bits, flags}; }
+acl::Permission permissionsOf(Bits bits) {
+  return ((bits & posix_acl::kRead) != 0 ? acl::kReadData : 0U) |
+         ((bits & posix_acl::kWrite) != 0 ? acl::kWriteData : 0U) |
+         ((bits & posix_acl::kExecute) != 0 ? acl::kExecute : 0U);
+}
+Rule allow(Subject subject, Bits bits, acl::Flag flags = 0) {
+  return {true, subject, permissionsOf(bits), flags};
+}
+Rule deny(Subject subject, Bits bits, acl::Flag flags = 0) {
+  return {false, subject, permissionsOf(bits), flags};
+}
 
 // The group 100 owns the object; user 1001 is in it, user 1002 in 200, user 1003 in both.
 class AclProjection : public ::testing::Test {
@@ -168,8 +180,8 @@ namespace paddock::nt_acl {
 
 namespace {
 
-using projection::Rule;
-using projection::Subject;
+using acl::Rule;
+using acl::Subject;
 
 class ProjectionRules : public ::testing::Test {
  protected:
@@ -216,16 +228,19 @@ TEST_F(ProjectionRules, AForeignEntryDecidesNothing) {
 
 TEST_F(ProjectionRules, ReadingWritingAndExecutingAreTheDataBits) {
   const Sid sid = unixSid({PrincipalType::user, 1000});
-  EXPECT_EQ(ruleOf({kAllowed, 0, 0x1, sid, {}}).bits, posix_acl::kRead);
-  EXPECT_EQ(ruleOf({kAllowed, 0, 0x2, sid, {}}).bits, posix_acl::kWrite);
-  EXPECT_EQ(ruleOf({kAllowed, 0, 0x20, sid, {}}).bits, posix_acl::kExecute);
-  EXPECT_EQ(ruleOf({kAllowed, 0, 0xF01DC | 0x100000, sid, {}}).bits, 0);
+  const auto bitsOf = [&](std::uint32_t mask) {
+    return acl::kernelBitsOf(ruleOf({kAllowed, 0, mask, sid, {}}).permissions);
+  };
+  EXPECT_EQ(bitsOf(0x1), posix_acl::kRead);
+  EXPECT_EQ(bitsOf(0x2), posix_acl::kWrite);
+  EXPECT_EQ(bitsOf(0x20), posix_acl::kExecute);
+  EXPECT_EQ(bitsOf(0xF01DC | 0x100000), 0);
 }
 
 TEST_F(ProjectionRules, DenialsAndFlagsAreKept) {
   const Rule rule = ruleOf({kDenied, 0x0B, 0x23, unixSid({PrincipalType::user, 1000}), {}});
   EXPECT_FALSE(rule.allow);
-  EXPECT_EQ(rule.bits, posix_acl::kAllBits);
+  EXPECT_EQ(rule.permissions, acl::kDecisive);
   EXPECT_EQ(rule.flags, acl::kFileInherit | acl::kDirectoryInherit | acl::kOnlyInherit);
 }
 

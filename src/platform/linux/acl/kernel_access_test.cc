@@ -1,9 +1,9 @@
-#include "effectiveprivs/kernel_access.h"
+#include "platform/linux/acl/kernel_access.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-namespace paddock::effectiveprivs {
+namespace paddock {
 namespace {
 
 constexpr std::uint32_t kAnna = 1000;
@@ -85,6 +85,28 @@ TEST(KernelBits, AclWithEmptyMaskIsIgnored) {
   expectBits(file, anna({kStaff}), KernelClass::group, 0);
 }
 
+TEST(KernelBits, AreThoseOfTheFirstClassThatFits) {
+  constexpr std::uint32_t kNight = 200;
+  const posix_acl::Acl acl = aclOf({{kAnna, 6}}, {{kCrew, 5}, {kNight, 2}}, 6, {7, 4, 1});
+  const auto bitsOf = [&acl](std::uint32_t uid, const std::vector<std::uint32_t>& gids,
+                             std::uint32_t owningGroup) {
+    return bitsByAcl(acl, owningGroup, uid, gids).bits;
+  };
+  EXPECT_EQ(bitsOf(kAnna, {kAnna, kCrew, kNight}, 7), 6);
+  EXPECT_EQ(bitsOf(kBert, {kBert, kNight}, 7), 2);
+  EXPECT_EQ(bitsOf(1004, {1004, kCrew, kNight}, 7), 6)
+      << "what either group gives, within the mask";
+  EXPECT_EQ(bitsOf(kBert, {kBert, kNight}, kBert), 6);
+  EXPECT_EQ(bitsOf(5, {5}, 7), 1);
+}
+
+TEST(AclInForce, IsTheModesWhereTheMaskIsEmpty) {
+  const posix_acl::Acl acl = aclOf({{kAnna, 7}}, {}, 0, {7, 7, 4});
+  EXPECT_EQ(aclInForce(acl, S_IFREG | 0704), (posix_acl::Acl{{7, 0, 4}, {}, {}, {}}));
+  EXPECT_EQ(aclInForce(std::nullopt, S_IFREG | 0754), (posix_acl::Acl{{7, 5, 4}, {}, {}, {}}));
+  EXPECT_EQ(aclInForce(acl, S_IFREG | 0714), acl);
+}
+
 TEST(KernelPermissions, AreThoseOfTheThreeBits) {
   EXPECT_EQ(kernelPermissions(fileWith(0), nullptr, anna()), kEverybodys);
   EXPECT_EQ(kernelPermissions(fileWith(4), nullptr, anna()), 2 | 512 | kEverybodys);
@@ -110,4 +132,4 @@ TEST(KernelPermissions, DeletingIsUpToTheFolderAround) {
 }
 
 }  // namespace
-}  // namespace paddock::effectiveprivs
+}  // namespace paddock

@@ -1,23 +1,26 @@
-#include "effectiveprivs/kernel_access.h"
+#include "platform/linux/acl/kernel_access.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
 
-namespace paddock::effectiveprivs {
+namespace paddock {
 
 namespace {
 
 using posix_acl::Bits;
 
-bool isIn(std::uint32_t gid, const KernelUser& user) {
-  return std::find(user.gids.begin(), user.gids.end(), gid) != user.gids.end();
+// Of an ACL: its mask, which the mode has in the group's place, is empty.
+bool isIgnored(mode_t mode) { return (mode & S_IRWXG) == 0; }
+
+posix_acl::Acl aclOf(mode_t mode) {
+  posix_acl::Acl acl;
+  acl.classes = posix_acl::classesOf(mode);
+  return acl;
 }
 
-KernelBits bitsByMode(const KernelObject& object, const KernelUser& user) {
-  const posix_acl::Classes classes = posix_acl::classesOf(object.mode);
-  if (isIn(object.gid, user)) return {KernelClass::group, classes.group};
-  return {KernelClass::others, classes.others};
+bool contains(const std::vector<std::uint32_t>& gids, std::uint32_t gid) {
+  return std::find(gids.begin(), gids.end(), gid) != gids.end();
 }
 
 KernelBits bitsOfGroups(const std::vector<Bits>& each, Bits mask) {
@@ -32,19 +35,6 @@ KernelBits bitsOfGroups(const std::vector<Bits>& each, Bits mask) {
   return {KernelClass::group, within, isApart(within), isApart(writing)};
 }
 
-KernelBits bitsByAcl(const posix_acl::Acl& acl, const KernelObject& object,
-                     const KernelUser& user) {
-  const Bits mask = acl.mask.value_or(posix_acl::kAllBits);
-  for (const posix_acl::Named& named : acl.users)
-    if (named.id == user.uid) return {KernelClass::namedUser, static_cast<Bits>(named.bits & mask)};
-  std::vector<Bits> each;
-  if (isIn(object.gid, user)) each.push_back(acl.classes.group);
-  for (const posix_acl::Named& named : acl.groups)
-    if (isIn(named.id, user)) each.push_back(named.bits);
-  return each.empty() ? KernelBits{KernelClass::others, acl.classes.others}
-                      : bitsOfGroups(each, mask);
-}
-
 bool mayDelete(const KernelObject& object, const KernelObject* parent, const KernelUser& user) {
   constexpr Bits kNeeded = posix_acl::kWrite | posix_acl::kExecute;
   if (parent == nullptr || (kernelBits(*parent, user).bits & kNeeded) != kNeeded) return false;
@@ -53,11 +43,28 @@ bool mayDelete(const KernelObject& object, const KernelObject* parent, const Ker
 
 }  // namespace
 
+posix_acl::Acl aclInForce(const std::optional<posix_acl::Acl>& acl, mode_t mode) {
+  return acl && !isIgnored(mode) ? *acl : aclOf(mode);
+}
+
+KernelBits bitsByAcl(const posix_acl::Acl& acl, std::uint32_t owningGroup, std::uint32_t uid,
+                     const std::vector<std::uint32_t>& gids) {
+  const Bits mask = acl.mask.value_or(posix_acl::kAllBits);
+  for (const posix_acl::Named& named : acl.users)
+    if (named.id == uid) return {KernelClass::namedUser, static_cast<Bits>(named.bits & mask)};
+  std::vector<Bits> each;
+  if (contains(gids, owningGroup)) each.push_back(acl.classes.group);
+  for (const posix_acl::Named& named : acl.groups)
+    if (contains(gids, named.id)) each.push_back(named.bits);
+  return each.empty() ? KernelBits{KernelClass::others, acl.classes.others}
+                      : bitsOfGroups(each, mask);
+}
+
 KernelBits kernelBits(const KernelObject& object, const KernelUser& user) {
   if (object.uid == user.uid) return {KernelClass::owner, posix_acl::classesOf(object.mode).owner};
-  // The kernel ignores an ACL whose mask, which the mode has in the group's place, is empty.
-  if (object.acl && (object.mode & S_IRWXG) != 0) return bitsByAcl(*object.acl, object, user);
-  return bitsByMode(object, user);
+  if (object.acl && !isIgnored(object.mode))
+    return bitsByAcl(*object.acl, object.gid, user.uid, user.gids);
+  return bitsByAcl(aclOf(object.mode), object.gid, user.uid, user.gids);
 }
 
 acl::Permission kernelPermissions(const KernelObject& object, const KernelObject* parent,
@@ -74,4 +81,4 @@ acl::Permission kernelPermissions(const KernelObject& object, const KernelObject
   return permissions;
 }
 
-}  // namespace paddock::effectiveprivs
+}  // namespace paddock

@@ -11,7 +11,7 @@
 #include "platform/acl.h"
 #include "platform/linux/acl/posix_acl.h"
 
-namespace paddock::effectiveprivs {
+namespace paddock {
 
 struct KernelObject {
   std::uint32_t uid = 0;
@@ -41,8 +41,15 @@ struct KernelBits {
 
 KernelBits kernelBits(const KernelObject& object, const KernelUser& user);
 
+// The ACL that counts: the kernel ignores one whose mask is empty, and goes by the mode.
+posix_acl::Acl aclInForce(const std::optional<posix_acl::Acl>& acl, mode_t mode);
+// What such an ACL gives a user who is not the owner. Of several groups everything that any of them
+// gives.
+KernelBits bitsByAcl(const posix_acl::Acl& acl, std::uint32_t owningGroup, std::uint32_t uid,
+                     const std::vector<std::uint32_t>& gids);
+
 // `parent`: the folder around; null when there is none.
 acl::Permission kernelPermissions(const KernelObject& object, const KernelObject* parent,
                                   const KernelUser& user);
 
-}  // namespace paddock::effectiveprivs
+}  // namespace paddock
