@@ -6,7 +6,7 @@
 packages_of() {
   case $1 in
     build) echo g++ cmake ninja-build libmicrohttpd-dev nlohmann-json3-dev libpugixml-dev \
-      libtomlplusplus-dev libcli11-dev libcurl4-openssl-dev libsqlite3-dev libutf8proc-dev libpam0g-dev libcrypt-dev libwbclient-dev nettle-dev libavahi-client-dev libldap-dev pkg-config ;;
+      libtomlplusplus-dev libcli11-dev libcurl4-openssl-dev libsqlite3-dev libutf8proc-dev libpam0g-dev libcrypt-dev libwbclient-dev nettle-dev libavahi-client-dev libldap-dev libsystemd-dev pkg-config ;;
     test) echo libgtest-dev libgmock-dev git python3 python3-jsonschema python3-samba samba samba-common-bin samba-vfs-modules smbclient winbind sqlite3 curl nfs-kernel-server e2fsprogs mount avahi-daemon avahi-utils dbus-daemon dbus-bin iproute2 util-linux libnss-extrausers slapd ldap-utils openssl strace mmdebstrap logrotate ;;
     vm) echo qemu-system-x86 mmdebstrap busybox-static e2fsprogs python3 ;;
     demo) echo curl sqlite3 attr acl ;;

@@ -31,9 +31,11 @@
 #include "daemon/daemon_options.h"
 #include "daemon/http/http_server.h"
 #include "daemon/http/listening_socket.h"
+#include "daemon/http/watchdog.h"
 #include "daemon/idle_clock.h"
 #include "daemon/plugins/loaded_plugin.h"
 #include "daemon/plugins/plugin_registry.h"
+#include "daemon/service_manager.h"
 #include "paddock/host.h"
 #include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
@@ -163,6 +165,14 @@ void logReload(const ConfigurationState& state) {
                     joined(state.awaitingRestart));
 }
 
+// As the service manager shows it.
+std::string describeState(const ConfigurationState& state) {
+  if (!state.problems.empty())
+    return "serving; configuration not read again, the one in force stays: " + state.problems[0];
+  if (state.awaitingRestart.empty()) return "serving";
+  return "serving; a restart is needed for " + joined(state.awaitingRestart);
+}
+
 // A tree of its own leaves the system's log alone.
 void openLog(bool ownTree, bool debug) {
   setDebugLogging(debug);
@@ -229,8 +239,20 @@ bool check(const Options& options, const Paths& paths, const std::string& file,
   }
 }
 
+// Takes over from the configuration that was read again what plug-ins and programs see of it.
+void applyReload(RunningConfiguration& configuration, DaemonHost& host, HttpServer& server) {
+  const ConfigurationState state = configuration.reload();
+  logReload(state);
+  if (state.applied.empty()) return;
+  const auto current = configuration.current();
+  host.setConfiguration(current->tree);
+  setProgramTimeLimit(std::chrono::seconds(current->programSeconds));
+  server.changeLimits();
+}
+
 void serve(const Paths& paths, RunningConfiguration& configuration, const sigset_t& signals) {
-  const ListeningSocket socket(paths);
+  const ListeningSocket socket(paths, passedSocket(paths.socket()));
+  const auto limit = watchdogLimit();
   (void)openOwnFolder(paths.stateFolder(), kStateMode);
   (void)openOwnFolder(paths.logFolder(), kLogMode);
   AuditLog audit(paths.auditLog(), paths.begunChanges());
@@ -248,23 +270,23 @@ void serve(const Paths& paths, RunningConfiguration& configuration, const sigset
   {
     Service service{configuration, plugins, audit, *requestLog, {}};
     HttpServer server(service, socket.get());
+    std::optional<Watchdog> watchdog;
+    if (limit) watchdog.emplace(paths.socket(), *limit, notifyAlive);
     const IdleClock clock([&plugins, &audit](std::uint64_t count) {
       audit.tick();
       plugins.tick(count);
     });
     logMessage(6, "listening on " + paths.socket());
+    notifyReady(describeState(configuration.state()));
     waitForEnd(signals, [&] {
+      notifyReloading();
       audit.reopen();
       logMessage(6, "audit log opened again");
-      const ConfigurationState state = configuration.reload();
-      logReload(state);
-      if (state.applied.empty()) return;
-      const auto current = configuration.current();
-      host.setConfiguration(current->tree);
-      setProgramTimeLimit(std::chrono::seconds(current->programSeconds));
-      server.changeLimits();
+      applyReload(configuration, host, server);
+      notifyReady(describeState(configuration.state()));
     });
     logMessage(6, "stopping");
+    notifyStopping("waiting for the requests that are running");
     server.close();
   }
   host.setPlugins(nullptr);

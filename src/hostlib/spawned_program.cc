@@ -51,6 +51,8 @@ namespace paddock {
 namespace {
 
 constexpr const char* kRequestVariable = "PADDOCK_REQUEST_ID=";
+// Who has it can speak to the service manager for the daemon.
+constexpr const char* kNotificationVariable = "NOTIFY_SOCKET=";
 constexpr const char* kNoLdapFilesVariable = "LDAPNOINIT=";
 constexpr const char* kNowhere = "/dev/null";
 
@@ -116,8 +118,9 @@ std::vector<std::string> programEnvironment() {
   std::vector<std::string> result;
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     std::string variable(*entry);
-    const bool isOwn =
-        variable.starts_with(kRequestVariable) || variable.starts_with(kNoLdapFilesVariable);
+    const bool isOwn = variable.starts_with(kRequestVariable) ||
+                       variable.starts_with(kNotificationVariable) ||
+                       variable.starts_with(kNoLdapFilesVariable);
     if (!isOwn) result.push_back(std::move(variable));
   }
   if (!currentRequestId().empty()) result.push_back(kRequestVariable + currentRequestId());

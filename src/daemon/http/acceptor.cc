@@ -1,6 +1,7 @@
 #include "daemon/http/acceptor.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -12,7 +13,6 @@
 
 #include "base/system_call.h"
 #include "daemon/http/admission.h"
-#include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
 namespace paddock {
@@ -75,6 +75,7 @@ void Acceptor::stop() {
 }
 
 void Acceptor::run() {
+  ::pthread_setname_np(::pthread_self(), "acceptor");
   for (;;) {
     std::array<pollfd, 3> watched{
         {{stop_.get(), POLLIN, 0}, {judged_.get(), POLLIN, 0}, {listener_, POLLIN, 0}}};
@@ -123,7 +124,7 @@ void Acceptor::receive(FileDescriptor socket) {
   if (!peer) return;
   const auto refused = refused_.find(peer->uid);
   const bool insists = refused != refused_.end() && refused->second >= kMostAnsweredRefusals;
-  if (insists && rights_.of(peer->uid) == Rights::nothing && !isRunningProgram(peer->process)) {
+  if (insists && rights_.of(peer->uid) == Rights::nothing && !isAlwaysAdmitted(peer->process)) {
     return;
   }
   peer->loginUser = loginUserOf(peer->process);
@@ -137,8 +138,7 @@ void Acceptor::refuse(Arrival arrival, Rights rights, const std::string& why) {
 
 void Acceptor::admit(Arrival arrival) {
   // Programs that a request waits for are admitted under any uid.
-  const bool nested = isRunningProgram(arrival.peer.process);
-  if (nested && door_.take(arrival, Rights::everything)) return;
+  if (isAlwaysAdmitted(arrival.peer.process) && door_.take(arrival, Rights::everything)) return;
   if (place(arrival, arrival.time)) return;
   if (hasRoom(arrival)) {
     waiting_.push_back(std::move(arrival));

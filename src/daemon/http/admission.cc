@@ -1,8 +1,14 @@
 #include "daemon/http/admission.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
+#include "paddock/run_program.h"
+
 namespace paddock {
+
+bool isAlwaysAdmitted(pid_t process) { return process == ::getpid() || isRunningProgram(process); }
 
 void ConnectionLimits::change(std::size_t connections, std::size_t perUser) {
   const MutexLock lock(mutex_);

@@ -19,6 +19,10 @@
 
 namespace paddock {
 
+// Whether connections of the process are admitted whatever the limits say: a program that a running
+// request waits for, or this process itself, which proves that it answers.
+bool isAlwaysAdmitted(pid_t process);
+
 class ConnectionLimits {
  public:
   // Of users without rights, in total and per user.

@@ -1,5 +1,7 @@
 #include "daemon/http/exchange.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <exception>
@@ -84,13 +86,17 @@ Exchange::Exchange(Service& service, const Peer& peer, RequestHead head)
       id_(service.ids.next()),
       replyForm_(formOfAccept(head_.accept)) {
   parent_ = requestOfProgram(peer_.process);
-  service_.requestLog.begin(id_, peer_.uid, parent_);
+  if (!isOwn()) service_.requestLog.begin(id_, peer_.uid, parent_);
   if (route_.kind != Route::Kind::operation) return;
   plugin_ = service_.plugins.find(route_.plugin);
   if (plugin_ != nullptr) operation_ = plugin_->find(route_.operation);
 }
 
-Exchange::~Exchange() { service_.requestLog.end(id_, rights_ == Rights::nothing); }
+Exchange::~Exchange() {
+  if (!isOwn()) service_.requestLog.end(id_, rights_ == Rights::nothing);
+}
+
+bool Exchange::isOwn() const { return peer_.process == ::getpid(); }
 
 Reply Exchange::error(int status, std::string_view text) const {
   return makeError(status, text, replyForm_);

@@ -85,6 +85,8 @@ class Exchange {
   Reply refuse(const Dictionary& request, std::int64_t number, int httpStatus, const char* what);
   Reply failed(const Dictionary& request, const char* what, std::int64_t number);
   Reply error(int status, std::string_view text) const;
+  // The request by which this process proves that it answers: no log is kept of it.
+  bool isOwn() const;
   bool isAudited() const;
   AuditSubject subjectOf(const Dictionary& request) const;
   AuditEntry entryOf(std::optional<std::int64_t> status, AuditSubject subject) const;

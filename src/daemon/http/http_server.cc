@@ -12,11 +12,11 @@
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "base/text.h"
 #include "daemon/http/exchange.h"
 #include "daemon/http/head_reader.h"
-#include "paddock/run_program.h"
 #include "paddock/sys_logger.h"
 
 namespace paddock {
@@ -82,7 +82,7 @@ struct HttpServer::Connection {
     if (!nested()) server.deadlines_.set(socket, deadline);
   }
   // Asked anew each time: a connection may outlive the program's run.
-  bool nested() const { return isRunningProgram(peer.process); }
+  bool nested() const { return isAlwaysAdmitted(peer.process); }
 
   HttpServer& server;
   Peer peer;
@@ -343,11 +343,13 @@ void HttpServer::changeLimits() {
   acceptor_.rights().forget();
 }
 
-void HttpServer::close() { gate_.close(); }
+void HttpServer::close() {
+  gate_.close();
+  if (!std::exchange(waited_, true)) gate_.waitUntilEmpty(kBodyPatience);
+}
 
 HttpServer::~HttpServer() {
   close();
-  gate_.waitUntilEmpty(kBodyPatience);
   acceptor_.stop();
   MHD_stop_daemon(library_);
 }

@@ -28,13 +28,14 @@ class HttpServer {
   HttpServer(Service& service, int listener);
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
-  // Closes, waits until the running requests are answered, and ends all connections.
+  // Closes, and ends all connections.
   ~HttpServer();
 
   // Applies the limits of the service's configuration after it has changed.
   void changeLimits();
 
-  // From now on, requests are refused, except those of programs that a running request waits for.
+  // From now on, requests are refused, except those of programs that a running request waits for
+  // and of this process. Returns when the running ones are answered.
   void close();
 
  private:
@@ -55,6 +56,7 @@ class HttpServer {
   Service& service_;
   ConnectionLimits limits_;
   RequestGate gate_;
+  bool waited_ = false;
   Drainer drainer_;
   HeadDeadlines deadlines_;
   // Accepted connections on their way into the library, by descriptor.

@@ -13,6 +13,7 @@
 #include <limits>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "base/file_access.h"
 #include "base/system_call.h"
@@ -127,18 +128,23 @@ FileDescriptor listenAt(const std::string& path, const std::string& temporary) {
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(const Paths& paths) : path_(paths.socket()) {
-  (void)addressOf(path_);
+ListeningSocket::ListeningSocket(const Paths& paths, FileDescriptor passed) {
+  (void)addressOf(paths.socket());
   try {
     (void)openOwnFolder(paths.runFolder(), kFolderMode);
   } catch (const std::exception& error) {
     throw SocketError(error.what());
   }
   lock_ = lockOrFail(paths.lock());
+  socket_ = std::move(passed);
+  if (socket_) return;
+  path_ = paths.socket();
   requireReplaceable(path_);
   socket_ = listenAt(path_, paths.runFolder() + "/paddockd.new");
 }
 
-ListeningSocket::~ListeningSocket() { ::unlink(path_.c_str()); }
+ListeningSocket::~ListeningSocket() {
+  if (!path_.empty()) ::unlink(path_.c_str());
+}
 
 }  // namespace paddock

@@ -36,11 +36,12 @@ class SocketError : public std::runtime_error {
 
 // A listening Unix socket of mode 0666, exclusive to this daemon. A stale one of an earlier daemon
 // is replaced; a live daemon, something else at the path and a path that is too long are errors and
-// leave everything as it is. The socket's name is removed at the end.
+// leave everything as it is. The socket's name is removed at the end. One that was passed, and
+// listens there, is taken instead; its name is left to whoever made it.
 class ListeningSocket {
  public:
   // Throws SocketError.
-  explicit ListeningSocket(const Paths& paths);
+  explicit ListeningSocket(const Paths& paths, FileDescriptor passed = {});
   ListeningSocket(const ListeningSocket&) = delete;
   ListeningSocket& operator=(const ListeningSocket&) = delete;
   ~ListeningSocket();
@@ -48,7 +49,7 @@ class ListeningSocket {
   int get() const { return socket_.get(); }
 
  private:
-  std::string path_;
+  std::string path_;  // empty: the name is not ours
   FileDescriptor lock_;
   FileDescriptor socket_;
 };
