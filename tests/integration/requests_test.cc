@@ -204,6 +204,29 @@ TEST_F(Requests, TwoDifferentLengthsAre400AndEndTheConnection) {
   }
 }
 
+// A second request is behind the end that one of the readings gives the body: it must not be run.
+TEST_F(Requests, AmbiguousEndOfBodyIs400AndEndsTheConnection) {
+  const std::string hidden = requestText("POST", "/v1/test_good/change", "{}");
+  const std::string chunked = "Transfer-Encoding: chunked\r\n";
+  for (const std::string& headers :
+       {chunked + "Content-Length: 2\r\n", "Content-Length: 2\r\n" + chunked,
+        "Content-Length: " + std::to_string(hidden.size() + 5) + "\r\n" + chunked,
+        std::string("content-length: 2\r\ntransfer-encoding: Chunked\r\n"), chunked + chunked,
+        std::string("Transfer-Encoding: identity\r\n"),
+        std::string("Transfer-Encoding: gzip, chunked\r\n"),
+        std::string("Transfer-Encoding: xchunked\r\n"), std::string("Transfer-Encoding:\r\n"),
+        std::string("Content-Length : 2\r\n"), std::string("Transfer-Encoding : chunked\r\n")}) {
+    SocketClient client(tree_.socket());
+    client.send(requestText("POST", kEcho, "", headers) + "0\r\n\r\n" + hidden);
+    const auto response = client.receive(std::chrono::seconds(20));
+    EXPECT_EQ(response.status, 400) << headers;
+    EXPECT_FALSE(response.error().empty()) << headers;
+    EXPECT_TRUE(client.ends(std::chrono::seconds(20))) << headers;
+  }
+  const std::string audit = tree_.read("/var/log/paddock/audit.jsonl");
+  EXPECT_EQ(audit.find("\"change\""), std::string::npos) << audit;
+}
+
 TEST_F(Requests, TheSameLengthTwiceIsOneLength) {
   EXPECT_EQ(post(kEcho, "{}", "Content-Length: 2\r\n").status, 200);
   EXPECT_EQ(post(kEcho, "{}", "Content-Length: 002\r\n").status, 200);

@@ -106,7 +106,7 @@ std::optional<Reply> Exchange::judge() {
   const RequestIdScope scope(id_);
   const bool ofRequest = route_.kind == Route::Kind::requestLog;
   if (!ofRequest && rights_ < neededRights()) return forbidden(neededRights());
-  if (head_.lengthsDiffer) return refuseForm(400, "Content-Length is given with different values");
+  if (!head_.ambiguity.empty()) return refuseForm(400, head_.ambiguity);
   switch (route_.kind) {
     case Route::Kind::none:
       return error(404, "there is nothing at " + quoted(head_.target));

@@ -29,11 +29,12 @@ struct RequestHead {
   std::string accept;
   std::uint64_t contentLength = 0;
   bool lengthsDiffer = false;  // several were given, so that the end of the body is ambiguous
+  std::string ambiguity = {};  // why the end of the body is ambiguous; empty when it is not
   bool chunked = false;
   std::optional<std::string> ifMatch = {};
   std::optional<std::string> limit = std::nullopt;  // of the query
 
-  bool hasBody() const { return chunked || lengthsDiffer || contentLength > 0; }
+  bool hasBody() const { return chunked || !ambiguity.empty() || contentLength > 0; }
 };
 
 class Exchange {

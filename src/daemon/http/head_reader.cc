@@ -54,14 +54,38 @@ std::optional<std::uint64_t> lengthOf(const std::string& text) {
   return read.ec == std::errc::result_out_of_range ? UINT64_MAX : length;
 }
 
-// The library goes by the first of several.
+// Whether the name of a header line has white space, which others may read as the name without it.
+bool hasBlankName(MHD_Connection* connection) {
+  bool found = false;
+  MHD_get_connection_values(
+      connection, MHD_HEADER_KIND,
+      [](void* closure, MHD_ValueKind, const char* key, const char*) {
+        const bool isBlank = std::string_view(key).find_first_of(" \t") != std::string_view::npos;
+        *static_cast<bool*>(closure) = *static_cast<bool*>(closure) || isBlank;
+        return MHD_YES;
+      },
+      &found);
+  return found;
+}
+
+// Whoever relays requests may see another end of the body than we do where these contradict one
+// another (RFC 9112, section 6.3), and take the rest for a request of its own.
 void readLengths(MHD_Connection* connection, RequestHead& head) {
+  const auto codings = headers(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING);
+  head.chunked = !codings.empty();
   const auto texts = headers(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
-  if (texts.empty()) return;
-  const auto first = lengthOf(texts.front());
+  const auto first = texts.empty() ? std::nullopt : lengthOf(texts.front());
   head.contentLength = first.value_or(0);
   for (const std::string& text : texts) {
-    if (!first || lengthOf(text) != first) head.lengthsDiffer = true;
+    // The library goes by the first of several.
+    if (!first || lengthOf(text) != first)
+      head.ambiguity = "Content-Length is given with different values";
+  }
+  if (codings.empty()) return;
+  if (!texts.empty()) {
+    head.ambiguity = "Content-Length is given together with Transfer-Encoding";
+  } else if (codings.size() > 1 || asciiLower(codings.front()) != "chunked") {
+    head.ambiguity = "Transfer-Encoding is another one than \"chunked\"";
   }
 }
 
@@ -71,9 +95,9 @@ RequestHead readHead(MHD_Connection* connection, const char* target, const char*
   RequestHead head{method, target, header(connection, MHD_HTTP_HEADER_CONTENT_TYPE),
                    header(connection, MHD_HTTP_HEADER_ACCEPT)};
   readLengths(connection, head);
+  if (hasBlankName(connection)) head.ambiguity = "the name of a header has white space";
   if (const char* limit = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "limit"))
     head.limit = limit;
-  head.chunked = !header(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
   head.ifMatch = listHeader(connection, MHD_HTTP_HEADER_IF_MATCH);
   return head;
 }
