@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "keelhouse/access/acl_words.h"
 #include "keelhouse/core/failure.h"
+#include "keelhouse/core/reply_status.h"
 #include "protocol/keys.h"
 
 namespace paddock::keelhouse {
@@ -15,11 +16,6 @@ namespace {
 // "isUser" is 0 for a user and 1 for a group: that is how the wire has it.
 constexpr int kUser = 0;
 constexpr int kGroup = 1;
-
-std::string textOf(const Dictionary& entry, const char* key) {
-  const std::string* text = entry.string(key);
-  return text != nullptr ? *text : "";
-}
 
 std::uint32_t bitsOf(const Dictionary& entry, const char* key, std::uint32_t known) {
   return static_cast<std::uint32_t>(entry.integer(key).value_or(0)) & known;

@@ -159,13 +159,6 @@ const char* idAttributeOf(PrincipalType type) {
                                      : "dsAttrTypeStandard:PrimaryGroupID";
 }
 
-std::string firstValue(const Dictionary& record, const char* attribute) {
-  const Array* values = record.array(attribute);
-  const std::string* text =
-      values != nullptr && !values->empty() ? values->front().string() : nullptr;
-  return text != nullptr ? *text : "";
-}
-
 std::optional<std::uint32_t> idOf(const std::string& text) {
   const auto number = parseInteger(text);
   if (!number || *number < 0 || *number > std::numeric_limits<std::uint32_t>::max()) {

@@ -21,11 +21,6 @@ namespace {
 
 using Paths = std::vector<std::string>;
 
-std::string textOf(const Dictionary& sharePoint, const char* key) {
-  const std::string* text = sharePoint.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
 // The folders of the share points whose name under `key` is `word`, each once.
 template <typename Same>
 Paths pathsWith(const Array& sharePoints, const char* key, Same isSame) {

@@ -170,4 +170,16 @@ void requireDone(const Dictionary& reply, const std::string& action) {
   throw daemonFailure(action + ": " + messageOf(reply) + nameAndNumber(status));
 }
 
+std::string textOf(const Dictionary& reply, const char* key) {
+  const std::string* text = reply.string(key);
+  return text != nullptr ? *text : std::string();
+}
+
+std::string firstValue(const Dictionary& record, const char* attribute) {
+  const Array* values = record.array(attribute);
+  const std::string* text =
+      values != nullptr && !values->empty() ? values->front().string() : nullptr;
+  return text != nullptr ? *text : std::string();
+}
+
 }  // namespace paddock::keelhouse

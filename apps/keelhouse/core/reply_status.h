@@ -1,4 +1,4 @@
-// Whether a reply reports a failure, and how to say so.
+// Whether a reply reports a failure, and how to say so; and texts in replies.
 #pragma once
 
 #include <cstdint>
@@ -45,5 +45,10 @@ std::string messageOf(const Dictionary& reply);
 
 // Throws Failure with that, unless the reply's status is 0. `action` says what was tried.
 void requireDone(const Dictionary& reply, const std::string& action);
+
+// The text under a key; empty when there is none.
+std::string textOf(const Dictionary& reply, const char* key);
+// The first value of a record's attribute; empty when it has none, or one that is no text.
+std::string firstValue(const Dictionary& record, const char* attribute);
 
 }  // namespace paddock::keelhouse

@@ -72,5 +72,20 @@ TEST(ReplyStatus, MustBeInReply) {
   EXPECT_EQ(whatOf({}), "/srv/a cannot be shared: the daemon's reply has no writeStatus");
 }
 
+TEST(TextOf, IsEmptyUnlessItIsText) {
+  const Dictionary reply{{"text", "a"}, {"number", 1}};
+  EXPECT_EQ(textOf(reply, "text"), "a");
+  EXPECT_EQ(textOf(reply, "number"), "");
+  EXPECT_EQ(textOf(reply, "missing"), "");
+}
+
+TEST(FirstValue, IsEmptyUnlessItIsText) {
+  const Dictionary record{
+      {"names", Array{"a", "b"}}, {"none", Array{}}, {"number", Array{1, "b"}}, {"text", "a"}};
+  EXPECT_EQ(firstValue(record, "names"), "a");
+  for (const char* other : {"none", "number", "text", "missing"})
+    EXPECT_EQ(firstValue(record, other), "") << other;
+}
+
 }  // namespace
 }  // namespace paddock::keelhouse

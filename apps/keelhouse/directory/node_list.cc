@@ -5,15 +5,6 @@
 
 namespace paddock::keelhouse {
 
-namespace {
-
-std::string textOf(const Dictionary& entry, const char* key) {
-  const std::string* text = entry.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
-}  // namespace
-
 std::vector<UnansweredNode> unansweredNodes(const Dictionary& health) {
   std::vector<UnansweredNode> unanswered;
   const Array* nodes = health.array("nodes");

@@ -10,16 +10,12 @@
 
 #include "base/file_access.h"
 #include "base/system_call.h"
+#include "keelhouse/core/reply_status.h"
 #include "wire/property_list.h"
 
 namespace paddock::keelhouse {
 
 namespace {
-
-std::string textOf(const Dictionary& entry, const char* key) {
-  const std::string* text = entry.string(key);
-  return text != nullptr ? *text : std::string();
-}
 
 std::uint64_t countOf(const Dictionary& entry, const char* key) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(entry.integer(key).value_or(0), 0));

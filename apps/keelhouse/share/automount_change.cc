@@ -31,17 +31,6 @@ std::string hostName() {
   return name.data();
 }
 
-std::string textOf(const Dictionary& dictionary, const char* key) {
-  const std::string* text = dictionary.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
-std::string firstValue(const Dictionary& record, const char* attribute) {
-  const Array* values = record.array(attribute);
-  if (values == nullptr || values->empty() || values->front().string() == nullptr) return {};
-  return *values->front().string();
-}
-
 std::string percentDecoded(std::string_view text) {
   int size = 0;
   const std::unique_ptr<char, decltype(&curl_free)> decoded(

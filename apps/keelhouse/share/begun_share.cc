@@ -28,14 +28,6 @@ bool isNameOrNumbered(const std::string& found, const std::string& name) {
   return found == name || (found.starts_with(name + "-") && isNumberedName(name, found));
 }
 
-// The first value of an attribute; empty when it has none.
-std::string firstValue(const Dictionary& record, const char* attribute) {
-  const Array* values = record.array(attribute);
-  const std::string* text =
-      values != nullptr && !values->empty() ? values->front().string() : nullptr;
-  return text != nullptr ? *text : std::string();
-}
-
 bool isStored(const std::string& key, const Value& wanted, const Dictionary& present) {
   const Value* found = present.find(key);
   if (found == nullptr) return false;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "keelhouse/core/reply_status.h"
 #include "keelhouse/core/terminal_text.h"
 #include "keelhouse/share/share_names.h"
 #include "protocol/keys.h"
@@ -28,11 +29,6 @@ constexpr std::array kNames = {NameKey{"name", "record"}, NameKey{protocol::kNam
 constexpr std::array kProtocols = {NameKey{"smb", "SMB"}, NameKey{"nfs", "NFS"},
                                    NameKey{"vsp", "VSP"}, NameKey{"ftp", "FTP"},
                                    NameKey{"dnssd", "DNS-SD"}};
-
-std::string textOf(const Dictionary& dictionary, const char* key) {
-  const std::string* text = dictionary.string(key);
-  return text != nullptr ? *text : std::string();
-}
 
 // The plug-in's reply; without a plug-in, or when it fails, an "error" alone.
 Dictionary ask(const Session& session, const char* plugin, const char* operation,

@@ -35,11 +35,6 @@ constexpr const char* kMounts = "dsRecTypeStandard:Mounts";
 constexpr const char* kDirectoryPath = "dsAttrTypeNative:directory_path";
 constexpr std::string_view kReshares = "/nfs_reshares";
 
-std::string textOf(const Dictionary& dictionary, const char* key) {
-  const std::string* text = dictionary.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
 bool isOn(const Dictionary& sharePoint, const char* key) {
   return sharePoint.boolean(key).value_or(false);
 }

@@ -29,11 +29,6 @@ void checkLength(const std::optional<std::string>& name, const std::string& opti
                      std::to_string(utf8Length(*name)));
 }
 
-std::string textOf(const Dictionary& dictionary, const char* key) {
-  const std::string* text = dictionary.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
 // The other owner of the name; empty when there is none.
 std::string holderOf(const Array& sharePoints, const std::string& path, const char* key,
                      const std::string& name) {

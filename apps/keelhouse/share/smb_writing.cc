@@ -16,11 +16,6 @@ namespace paddock::keelhouse {
 
 namespace {
 
-std::string textOf(const Dictionary& dictionary, const char* key) {
-  const std::string* text = dictionary.string(key);
-  return text != nullptr ? *text : std::string();
-}
-
 // Of the share points but that of `path`, as Samba compares them.
 std::vector<std::string> smbNamesBeside(const Session& session, const std::string& path) {
   const Dictionary reply = session.daemon.call("paddock_sharing", "getSharePointList", {});
