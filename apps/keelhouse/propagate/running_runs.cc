@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -37,11 +39,11 @@ std::string folderOf(pid_t process) {
   return std::string(kProcesses) + "/" + std::to_string(process);
 }
 
-// Empty when there is no such process (any more).
-std::string argumentsOf(pid_t process) {
+// At most so much of what /proc says in the file; empty when there is no such process (any more).
+std::string textOf(pid_t process, const char* name, std::size_t most) {
   const FileDescriptor file(
-      ::open((folderOf(process) + "/cmdline").c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  std::string text(kLongestArguments, '\0');
+      ::open((folderOf(process) + name).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  std::string text(most, '\0');
   std::size_t size = 0;
   while (file && size < text.size()) {
     const auto count = retryOnInterrupt(
@@ -51,6 +53,8 @@ std::string argumentsOf(pid_t process) {
   }
   return text.substr(0, size);
 }
+
+std::string argumentsOf(pid_t process) { return textOf(process, "/cmdline", kLongestArguments); }
 
 std::vector<std::string_view> splitArguments(std::string_view text) {
   std::vector<std::string_view> arguments;
@@ -86,10 +90,28 @@ std::optional<std::string> executableOf(pid_t process) {
   return path;
 }
 
+// The process's user, when it is that user in every respect. Whoever runs a set-user-ID program of
+// root's chooses its arguments, and it is root's by its effective uid; the real one stays his. And
+// the files of a process that cannot be dumped are root's, whoever's it is: see proc(5).
+std::optional<std::uint64_t> userOf(pid_t process) {
+  constexpr std::size_t kLongestStatus = 65536;
+  constexpr std::string_view kUids = "Uid:";  // real, effective, saved, of the file system
+  std::istringstream status(textOf(process, "/status", kLongestStatus));
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(kUids)) continue;
+    std::istringstream numbers(line.substr(kUids.size()));
+    std::array<std::uint64_t, 4> uids{};
+    for (std::uint64_t& uid : uids) numbers >> uid;
+    const bool isOne = std::all_of(uids.begin(), uids.end(),
+                                   [&uids](std::uint64_t uid) { return uid == uids.front(); });
+    return numbers && isOne ? std::optional(uids.front()) : std::nullopt;
+  }
+  return std::nullopt;
+}
+
 bool isOfRootOrCaller(pid_t process) {
-  struct stat status {};
-  return ::stat(folderOf(process).c_str(), &status) == 0 &&
-         (status.st_uid == 0 || status.st_uid == ::geteuid());
+  const auto user = userOf(process);
+  return user == 0U || user == ::geteuid();
 }
 
 bool isStatusFileBelow(const std::string& root, const std::string& file) {

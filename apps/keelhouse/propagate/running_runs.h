@@ -4,7 +4,8 @@
 //   CopyPrivs -p FOLDER -f MASK -s STATUSFILE
 // and the status file of the daemon's tree. Everybody may see processes (unless /proc is mounted
 // with hidepid); only root sees their executable, so that for others the process's user has to
-// suffice.
+// suffice: root or the caller, by its real uid and all others. A set-user-ID program that somebody
+// has started with such arguments is no run.
 #pragma once
 
 #include <sys/types.h>

@@ -1,8 +1,11 @@
 #include "keelhouse/propagate/running_runs.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "support/scripted_propagation.h"
@@ -125,6 +128,83 @@ TEST_F(RunningRuns, AreHeldOnlyWhileUnchanged) {
   program_.finish();
   process.wait();
   EXPECT_FALSE(holdRun(folder_.path(), run));
+}
+
+// Somebody starts processes that look like runs, to have them taken for the daemon's.
+class RunsOfOthers : public RunningRuns {
+ protected:
+  static constexpr uid_t kSomebody = 4711;
+
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can start programs as others";
+    // Whoever runs the program may write beside it. It cannot be read, so that the kernel gives
+    // what it says of the process to root, whose the process seems to be.
+    const std::filesystem::path program(program_.program());
+    ASSERT_EQ(::chmod(program.c_str(), 0711), 0);
+    ASSERT_EQ(::chmod(program.parent_path().c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  }
+  // A program with these arguments. A set-user-ID program of root's that somebody runs has another
+  // effective uid than his real one.
+  pid_t startAs(uid_t real, uid_t effective, const std::vector<std::string>& arguments) {
+    program_.waits();
+    std::filesystem::remove(program_.program() + ".arguments");
+    std::vector<std::string> copies = arguments;
+    std::vector<char*> pointers;
+    for (std::string& word : copies) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    const pid_t process = ::fork();
+    if (process == 0) {
+      if (::setresuid(real, effective, effective) == 0)
+        ::execv(program_.program().c_str(), pointers.data());
+      ::_exit(1);
+    }
+    waitForStart();
+    return process;
+  }
+  void endAll(pid_t process) {
+    program_.finish();
+    EXPECT_EQ(::waitpid(process, nullptr, 0), process);
+  }
+  // Whether somebody without rights finds a run of that process.
+  static bool isFoundBySomebodyElse(pid_t process) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      if (::setresuid(kSomebody + 1, kSomebody + 1, kSomebody + 1) != 0) ::_exit(2);
+      const auto runs = runningRuns("");
+      ::_exit(std::any_of(runs.begin(), runs.end(),
+                          [process](const RunningRun& run) { return run.process == process; }));
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2);
+    return WEXITSTATUS(status) == 1;
+  }
+};
+
+TEST_F(RunsOfOthers, AreNeitherFoundNorStopped) {
+  for (const uid_t effective : {0U, kSomebody}) {
+    const pid_t process = startAs(kSomebody, effective, words());
+    const RunningRun run{process, "/srv/a", 32, statusFile_};
+    EXPECT_TRUE(runningRuns(folder_.path()).empty()) << effective;
+    EXPECT_FALSE(holdRun(folder_.path(), run)) << effective;
+    stopRun(folder_.path(), run);
+    EXPECT_EQ(::waitpid(process, nullptr, WNOHANG), 0) << "it was told to end";
+    endAll(process);
+  }
+}
+
+TEST_F(RunsOfOthers, UsersWithoutRightsSeeNoneEither) {
+  auto arguments = words();
+  arguments.back() = "/tmp/CopyPrivsTemp.abcdef";
+  const pid_t real = startAs(0, 0, arguments);
+  EXPECT_TRUE(isFoundBySomebodyElse(real));
+  endAll(real);
+  for (const uid_t effective : {0U, kSomebody}) {
+    const pid_t process = startAs(kSomebody, effective, arguments);
+    EXPECT_FALSE(isFoundBySomebodyElse(process)) << effective;
+    endAll(process);
+  }
 }
 
 }  // namespace
