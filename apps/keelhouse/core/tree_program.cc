@@ -9,9 +9,11 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "base/file_access.h"
 #include "base/system_call.h"
+#include "base/trusted_path.h"
 
 namespace paddock::keelhouse {
 
@@ -21,13 +23,20 @@ Failure cannotRun(const std::string& program, int error) {
   return failure("cannot run " + program + ": " + std::generic_category().message(error));
 }
 
-// A tree may belong to any user, but programs of it that root runs must be owned by root.
-void requireTrusted(const std::string& program) {
+// Throws Failure that says who else could have changed the program.
+FileDescriptor holdTrusted(const std::string& program) {
+  FileDescriptor held;
+  try {
+    held = openTrusted(program);
+  } catch (const UntrustedPath& untrusted) {
+    throw failure("cannot run " + program + ": " + untrusted.what());
+  } catch (const std::system_error& error) {
+    throw cannotRun(program, error.code().value());
+  }
   struct stat status {};
-  const int error = errnoOf([&] { return ::stat(program.c_str(), &status); });
-  if (error != 0) throw cannotRun(program, error);
-  if (status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
-    throw failure("cannot run " + program + ": others than root can write it");
+  if (::fstat(held.get(), &status) != 0) throw cannotRun(program, errno);
+  if (!S_ISREG(status.st_mode)) throw failure("cannot run " + program + ": it is no file");
+  return held;
 }
 
 // What the program is started with: its output goes to the descriptor.
@@ -40,7 +49,7 @@ class SpawnActions {
   SpawnActions(const SpawnActions&) = delete;
   SpawnActions& operator=(const SpawnActions&) = delete;
   ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
-  const posix_spawn_file_actions_t* get() const { return &actions_; }
+  posix_spawn_file_actions_t& get() { return actions_; }
 
  private:
   posix_spawn_file_actions_t actions_;
@@ -49,15 +58,8 @@ class SpawnActions {
 // A program that is waited for, whatever happens to its output.
 class Child {
  public:
-  Child(std::vector<std::string> words, int output) {
-    std::vector<char*> pointers;
-    pointers.reserve(words.size() + 1);
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    const int error = ::posix_spawn(&process_, pointers[0], SpawnActions(output).get(), nullptr,
-                                    pointers.data(), environ);
-    if (error != 0) throw cannotRun(words.front(), error);
-  }
+  Child(const TreeProgram& program, std::vector<std::string> words, int output)
+      : process_(program.spawn(std::move(words), SpawnActions(output).get(), environ)) {}
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() { wait(); }
@@ -93,18 +95,35 @@ void copyAll(int from, std::ostream& out) {
 
 }  // namespace
 
+TreeProgram::TreeProgram(const std::string& path) : path_(path), held_(holdTrusted(path)) {}
+
+pid_t TreeProgram::spawn(std::vector<std::string> words, posix_spawn_file_actions_t& actions,
+                         char* const* environment) const {
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  // The child's stays open, since the interpreter of a script opens it once more.
+  posix_spawn_file_actions_adddup2(&actions, held_.get(), held_.get());
+  const std::string held = "/proc/self/fd/" + std::to_string(held_.get());
+  pid_t process = -1;
+  const int error =
+      ::posix_spawn(&process, held.c_str(), &actions, nullptr, pointers.data(), environment);
+  if (error != 0) throw cannotRun(path_, error);
+  return process;
+}
+
 ExitStatus runTreeProgram(const Session& session, const std::string& place,
                           const std::vector<std::string>& arguments) {
   if (::geteuid() != 0) throw failure("only root can run " + session.root + place);
-  const std::string program = session.root + place;
-  requireTrusted(program);
+  const TreeProgram program(session.root + place);
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw cannotRun(program, errno);
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw cannotRun(program.path(), errno);
   const FileDescriptor reading(ends[0]);
   FileDescriptor writing(ends[1]);
-  std::vector<std::string> words{program};
+  std::vector<std::string> words{program.path()};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  Child child(std::move(words), writing.get());
+  Child child(program, std::move(words), writing.get());
   writing.reset();
   copyAll(reading.get(), session.out);
   return child.end();

@@ -23,6 +23,7 @@
 #include "keelhouse/core/failure.h"
 #include "keelhouse/core/interruption.h"
 #include "keelhouse/core/reply_status.h"
+#include "keelhouse/core/tree_program.h"
 #include "keelhouse/propagate/progress_display.h"
 #include "keelhouse/propagate/run_status.h"
 #include "keelhouse/propagate/running_runs.h"
@@ -74,7 +75,7 @@ class Streams {
   Streams& operator=(const Streams&) = delete;
   ~Streams() { ::posix_spawn_file_actions_destroy(&actions_); }
 
-  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  posix_spawn_file_actions_t& actions() { return actions_; }
 
  private:
   posix_spawn_file_actions_t actions_{};
@@ -83,17 +84,9 @@ class Streams {
 // A child, ended with the object.
 class Child {
  public:
-  Child(const std::string& program, std::vector<std::string> words, const Streams& streams) {
-    std::vector<char*> pointers;
-    pointers.reserve(words.size() + 1);
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
+  Child(const TreeProgram& program, std::vector<std::string> words, Streams& streams) {
     const std::array<char*, 1> empty{nullptr};
-    const int error = ::posix_spawn(&process_, program.c_str(), streams.actions(), nullptr,
-                                    pointers.data(), empty.data());
-    if (error != 0) {
-      throw failure(program + " cannot be run: " + std::generic_category().message(error));
-    }
+    process_ = program.spawn(std::move(words), streams.actions(), empty.data());
   }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -168,16 +161,17 @@ std::optional<Dictionary> askDaemon(const Session& session, const std::string& p
 }
 
 Dictionary runHere(const Session& session, const std::string& path, std::uint32_t mask) {
-  const std::string program = propagationProgram(session.root);
+  const TreeProgram program(propagationProgram(session.root));
   const PrivateFolder folder;
   const std::string statusFile = folder.path("status");
+  Streams streams(folder.path("complaints"));
   Child child(program,
               {"copyprivs", "-n", "-p", path, "-f", std::to_string(mask), "-s", statusFile},
-              Streams(folder.path("complaints")));
+              streams);
   waitForEnd(session, child, statusFile);
   if (auto status = readStatusFile(statusFile)) return std::move(*status);
   const std::string complaints = complaintsIn(folder.path("complaints"));
-  throw failure(program + " ended without saying what it found" +
+  throw failure(program.path() + " ended without saying what it found" +
                 (complaints.empty() ? "" : ": " + complaints));
 }
 

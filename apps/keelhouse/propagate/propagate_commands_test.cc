@@ -416,7 +416,28 @@ TEST_F(PropagateCommandsOfRoot, DryRunOfSilentProgramFails) {
   std::filesystem::remove(program_.program());
   EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 1);
   EXPECT_EQ(error_,
-            "keelhouse: " + program_.program() + " cannot be run: No such file or directory\n");
+            "keelhouse: cannot run " + program_.program() + ": No such file or directory\n");
+}
+
+// Whoever can write to a folder above can put a program of theirs in the place of ours.
+TEST_F(PropagateCommandsOfRoot, DryRunRejectsProgramOthersCanWrite) {
+  const auto expectRefused = [this](const std::string& why) {
+    EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 1);
+    EXPECT_THAT(error_, StartsWith("keelhouse: cannot run " + program_.program() + ": " + why));
+    EXPECT_EQ(program_.arguments(), "");
+  };
+  const std::string share = folder_.path("usr/share");
+  ASSERT_EQ(::chmod(share.c_str(), 0775), 0);
+  expectRefused("others can change " + share + " (mode 0775)");
+  ASSERT_EQ(::chmod(share.c_str(), 0755), 0);
+  for (const std::string& place : {share, program_.program()}) {
+    ASSERT_EQ(::chown(place.c_str(), 4711, 0), 0);
+    expectRefused(place + " belongs to user 4711");
+    ASSERT_EQ(::chown(place.c_str(), 0, 0), 0);
+  }
+  program_.says("end",
+                ScriptedPropagation::status(ScriptedPropagation::text("status", "completed")));
+  EXPECT_EQ(propagate({shared_, "--owner", "--dry-run"}), 0) << error_;
 }
 
 TEST_F(PropagateCommandsOfRoot, StatusShowsCurrentRuns) {
