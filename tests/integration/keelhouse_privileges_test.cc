@@ -265,6 +265,27 @@ TEST_F(KeelhousePrivileges, CompleteListStaysCompleteWithInheritedEntries) {
   EXPECT_EQ(storedEntries(inner), 2U);
 }
 
+// A list with a SID of another system's, which goes back as the SID that it was.
+TEST_F(KeelhousePrivileges, ReadingRecordsNoForeignSid) {
+  const std::string recorded = tree_.path("/var/lib/paddock/foreign-sids.sqlite");
+  const std::string list = completeList();
+  ASSERT_EQ(::setxattr(path_.c_str(), kAttribute, list.data(), list.size(), 0), 0);
+  const std::string document = done({"acl", "show", path_, "--json"});
+  done({"acl", "show", path_});
+  done({"acl", "inherit", path_});
+  done({"privs", "show", path_});
+  EXPECT_FALSE(std::filesystem::exists(recorded));
+  // From here on somebody means it, and it is known after a restart, too.
+  done({"acl", "add", path_, "allow", "user:root", "read"});
+  EXPECT_TRUE(std::filesystem::exists(recorded));
+  ASSERT_EQ(daemon_->stop(), 0) << daemon_->log();
+  startDaemon();
+  const std::string other = makeFolder("other");
+  const EndedProgram ended = keelhouse({"acl", "set", other, "--from", "-"}, document);
+  EXPECT_EQ(ended.status, 0) << ended.error;
+  EXPECT_THAT(done({"acl", "show", other}), HasSubstr("5349443A-"));
+}
+
 TEST_F(KeelhousePrivileges, FilesHaveThemToo) {
   const std::string file = folder_.path("file");
   writeWholeFile(file, "x");
