@@ -28,9 +28,8 @@ struct RequestHead {
   std::string contentType;
   std::string accept;
   std::uint64_t contentLength = 0;
-  bool lengthsDiffer = false;  // several were given, so that the end of the body is ambiguous
-  std::string ambiguity = {};  // why the end of the body is ambiguous; empty when it is not
   bool chunked = false;
+  std::string ambiguity = {};  // why the end of the body is ambiguous; empty when it is not
   std::optional<std::string> ifMatch = {};
   std::optional<std::string> limit = std::nullopt;  // of the query
 
