@@ -28,9 +28,10 @@ class FakeQuotaControl : public QuotaControl {
     friend bool operator==(const Call&, const Call&) = default;
   };
 
-  // Quota files are looked up in the real file system. `volumes` must outlive this object.
+  // `volumes` must outlive this object.
   explicit FakeQuotaControl(VolumeInfo& volumes) : volumes_(volumes) {}
 
+  // Quota files are looked up in the real file system.
   int quotactl(const std::string& path, std::uint32_t commandWord, std::uint32_t id,
                const QuotaArgument& argument) override;
 
@@ -50,13 +51,12 @@ class FakeQuotaControl : public QuotaControl {
 };
 
 // Quota records that are kept in memory, per volume and type.
-
-// A volume keeps the types that `keep` names.
 class FakeQuotaRecords final : public QuotaRecords {
  public:
   // `volumes` outlives this object.
   explicit FakeQuotaRecords(VolumeInfo& volumes) : volumes_(volumes) {}
 
+  // From now on the volume mounted there keeps quotas of that type.
   void keep(const std::string& mountPoint, std::uint32_t type) { kept_.insert({mountPoint, type}); }
   void add(const std::string& mountPoint, std::uint32_t type, const QuotaRecord& record) {
     keep(mountPoint, type);
@@ -123,8 +123,8 @@ class FakeQuotaRecords final : public QuotaRecords {
   int error_ = 0;
 };
 
-// Quotas. A failure is the errno, nothing switched and the state 0. Operation: quotactl (subject:
-// the path, detail: the command word in decimal).
+// A failure is the errno, nothing switched and the state 0. Operation: quotactl (subject: the path,
+// detail: the command word in decimal).
 class ForwardingQuotaControl final : public Forwarder<QuotaControl> {
  public:
   using Forwarder::Forwarder;

@@ -10,13 +10,11 @@
 
 namespace paddock {
 
-// The marker file, by which backup clients recognise a backup folder, is created by others and
-// removed here.
-
-// Removes ".com.veltro.backstow.supported" directly inside the folder, whatever it is but a folder:
-// a link is removed, and what it leads to stays. 0, also when nothing has that name, when there is
-// no such folder, and for a path that is empty, relative or holds a NUL; -1, logged, when it cannot
-// be removed or checked.
+// Removes the marker, by which backup clients recognise a backup folder, and which others create:
+// ".com.veltro.backstow.supported" directly inside the folder, whatever it is but a folder. A link
+// is removed, and what it leads to stays. 0, also when nothing has that name, when there is no such
+// folder, and for a path that is empty, relative or holds a NUL; -1, logged, when it cannot be
+// removed or checked.
 Status delete_backup_marker_for_path(const std::string& path);
 
 // The group whose members may use the backup destinations over the network.
@@ -33,11 +31,9 @@ Status require_backup_group();
 std::uint32_t first_free_group_number(const std::unordered_set<std::string>& taken,
                                       std::uint32_t first, std::uint32_t last);
 
-// What a folder needs to be a backup destination.
-
-// Lets the backup group (made when there is none) into the folder: an entry in
-// front of its extended ACL, unless it has one of the group's name with the same permissions. An
-// entry of the group with others does not count.
+// Lets the backup group (made when there is none) into the folder: an entry in front of its
+// extended ACL, unless it has one of the group's name with the same permissions. An entry of the
+// group with others does not count.
 //
 // 0, also when the entry could not be written; the status of reading the ACL; a status of
 // `require_backup_group`; -1 when the host and the local node do not know the group by its name, or
