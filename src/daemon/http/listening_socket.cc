@@ -45,12 +45,6 @@ std::optional<Peer> credentialsOf(int socket) {
   return Peer{credentials.uid, credentials.gid, credentials.pid};
 }
 
-std::optional<Peer> peerOf(int socket) {
-  auto peer = credentialsOf(socket);
-  if (peer) peer->loginUser = loginUserOf(peer->process);
-  return peer;
-}
-
 namespace {
 
 constexpr mode_t kFolderMode = 0755;

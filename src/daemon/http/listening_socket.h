@@ -21,9 +21,8 @@ struct Peer {
   friend bool operator==(const Peer&, const Peer&) = default;
 };
 
-// As of connect(2); nullopt when the socket does not provide them.
-std::optional<Peer> peerOf(int socket);
-// The same without the login user, whose lookup takes longer than all the rest.
+// As of connect(2); nullopt when the socket does not provide them. Without the login user, whose
+// lookup takes longer than all the rest.
 std::optional<Peer> credentialsOf(int socket);
 // nullopt where the kernel keeps none (CONFIG_AUDIT), and for a process that no login started.
 std::optional<uid_t> loginUserOf(pid_t process);

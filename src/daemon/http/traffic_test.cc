@@ -304,11 +304,11 @@ TEST(Peer, IsTheProcessAtTheOtherEnd) {
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
   const FileDescriptor first(ends[0]);
   const FileDescriptor second(ends[1]);
-  const auto peer = peerOf(first.get());
+  const auto peer = credentialsOf(first.get());
   ASSERT_TRUE(peer);
   EXPECT_EQ(peer->uid, ::geteuid());
   EXPECT_EQ(peer->process, ::getpid());
-  EXPECT_EQ(peerOf(-1), std::nullopt);
+  EXPECT_EQ(credentialsOf(-1), std::nullopt);
 }
 
 TEST(AccessPolicy, RootAndDaemonUserMayDoEverything) {
