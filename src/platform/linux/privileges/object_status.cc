@@ -13,10 +13,12 @@ namespace paddock {
 namespace {
 
 constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID |
-                           STATX_INO | STATX_BLOCKS | STATX_MNT_ID;
+                           STATX_INO | STATX_BLOCKS | STATX_MTIME | STATX_CTIME | STATX_MNT_ID;
 constexpr int kNotFollowed = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr unsigned kDeviceShift = 32;
 constexpr std::uint64_t kBlock = 512;  // of stx_blocks, whatever the file system's own are
+
+FileTime timeOf(const statx_timestamp& time) { return {time.tv_sec, time.tv_nsec}; }
 
 int readStatus(int folder, const char* name, int flags, unsigned mask, ObjectStatus& status) {
   struct statx raw {};
@@ -31,6 +33,8 @@ int readStatus(int folder, const char* name, int flags, unsigned mask, ObjectSta
   status.links = raw.stx_nlink;
   status.type = raw.stx_mode & S_IFMT;
   status.mode = raw.stx_mode & ~static_cast<mode_t>(S_IFMT);
+  status.modified = timeOf(raw.stx_mtime);
+  status.changed = timeOf(raw.stx_ctime);
   status.isMountRoot = (raw.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0 ||
                        (raw.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
   return 0;
@@ -39,7 +43,7 @@ int readStatus(int folder, const char* name, int flags, unsigned mask, ObjectSta
 }  // namespace
 
 int statusOf(int folder, const char* name, ObjectStatus& status) {
-  return readStatus(folder, name, kNotFollowed, kMask, status);
+  return readStatus(folder, name, kNotFollowed | AT_STATX_DONT_SYNC, kMask, status);
 }
 
 int statusOf(int object, ObjectStatus& status) {
@@ -49,6 +53,10 @@ int statusOf(int object, ObjectStatus& status) {
 int placeOf(int folder, const char* name, ObjectStatus& status) {
   // With an empty mask, a file system reports these two without a query of its own.
   return readStatus(folder, name, kNotFollowed | AT_STATX_DONT_SYNC, 0, status);
+}
+
+int placeOf(int object, ObjectStatus& status) {
+  return readStatus(object, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, status);
 }
 
 std::string pathOf(int object) {

@@ -1,11 +1,11 @@
-#include "quotascan/usage.h"
+#include "base/number_set.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <set>
 
-namespace paddock::quotascan {
+namespace paddock {
 namespace {
 
 TEST(NumberSet, HasWhatWasPutIn) {
@@ -43,4 +43,4 @@ TEST(NumberSet, StaysTheSameSetWhileItGrows) {
 }
 
 }  // namespace
-}  // namespace paddock::quotascan
+}  // namespace paddock
