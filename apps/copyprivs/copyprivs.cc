@@ -61,6 +61,11 @@ Dictionary readConfigurationTree(const std::string& root) {
   }
 }
 
+bool leavesLinks(const Dictionary& configuration) {
+  const Dictionary* table = configuration.dictionary("propagation");
+  return table != nullptr && table->boolean("leave_links").value_or(false);
+}
+
 // One run and its reports.
 class Run {
  public:
@@ -74,6 +79,7 @@ class Run {
     Propagation propagation = propagationFrom(folder, options_.mask, world.privileges().fileAcls());
     propagation.attribute = configuredPrivileges(configuration, root).attribute;
     propagation.dryRun = options_.dryRun;
+    propagation.leavesLinks = leavesLinks_ = options_.leavesLinks || leavesLinks(configuration);
     StatusWriter writer(file, [this] { return status(false); });
     walkTree(folder, propagation, world.privileges(), {}, stop_, report_);
   }
@@ -90,6 +96,7 @@ class Run {
     status.set("elapsedSeconds",
                std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - began_).count());
     if (options_.dryRun) status.set("dryRun", true);
+    if (leavesLinks_) status.set("itemsLeftOut", report_.leftOut());
     if (isEnded && stop_) status.set("stopped", true);
     if (!failure_.empty()) status.set("error", failure_);
     return status;
@@ -100,6 +107,7 @@ class Run {
   const std::atomic<bool>& stop_;
   const Clock::time_point began_ = Clock::now();
   RunReport report_;
+  bool leavesLinks_ = false;
   std::string failure_;
 };
 

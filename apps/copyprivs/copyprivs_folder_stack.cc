@@ -51,9 +51,10 @@ int FolderStack::findAgain(std::size_t from, std::size_t to) {
     Level& level = levels_[next];
     FileDescriptor held;
     ObjectStatus status;
-    int error = hold(above, level.folder->name().c_str(), held, status);
+    int error = holdInside(above, level.folder->name().c_str(), mount_, held, status);
+    if (error == EXDEV) return ESTALE;
     if (error != 0) return error;
-    if (!level.folder->is(status) || status.mount != mount_.mount) return ESTALE;
+    if (!level.folder->is(status)) return ESTALE;
     error = openFolder(held.get(), level.descriptor);
     if (error != 0) return error;
     above = level.descriptor.get();

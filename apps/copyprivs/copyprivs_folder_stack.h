@@ -34,6 +34,7 @@ class FolderStack {
   std::size_t depth() const { return levels_.size(); }
   // The lowest level, open when it was just pushed.
   Level& top() { return levels_.back(); }
+  const Level& top() const { return levels_.back(); }
   // Opens the lowest level again when it is closed. Returns 0 or an errno: ESTALE when the folder
   // was moved.
   int openTop();

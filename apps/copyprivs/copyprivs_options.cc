@@ -6,7 +6,7 @@
 
 namespace paddock::copyprivs {
 
-const char* const kUsage = "usage: copyprivs [-n] -p FOLDER -f MASK -s STATUSFILE";
+const char* const kUsage = "usage: copyprivs [-n] [-l] -p FOLDER -f MASK -s STATUSFILE";
 
 namespace {
 
@@ -38,6 +38,8 @@ class Reader {
       readArgument(word, options_.statusFile);
     } else if (word == "-n") {
       options_.dryRun = true;
+    } else if (word == "-l") {
+      options_.leavesLinks = true;
     } else {
       words_.readAsked(word, options_);
     }

@@ -14,6 +14,7 @@ struct Options : frame::Asked {
   std::string statusFile;
   std::uint32_t mask = 0;  // of kSetEverything
   bool dryRun = false;
+  bool leavesLinks = false;  // of other people's objects
 };
 
 // Reads `words`, the whole argument vector, as far as it can. Returns an empty text, or why it is

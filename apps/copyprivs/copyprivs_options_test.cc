@@ -27,6 +27,14 @@ TEST(Options, ADryRunIsAskedFor) {
   EXPECT_TRUE(options.dryRun);
 }
 
+TEST(Options, LinksAreLeftOutWhenAskedFor) {
+  Options options;
+  EXPECT_EQ(readOptions({"copyprivs", "-p", "a", "-f", "0", "-s", "b"}, options), "");
+  EXPECT_FALSE(options.leavesLinks);
+  EXPECT_EQ(readOptions({"copyprivs", "-l", "-p", "a", "-f", "0", "-s", "b"}, options), "");
+  EXPECT_TRUE(options.leavesLinks);
+}
+
 TEST(Options, EachOfTheThreeIsNeeded) {
   EXPECT_EQ(faultOf({"-f", "1", "-s", "s"}), "no folder is given");
   EXPECT_EQ(faultOf({"-p", "p", "-s", "s"}), "no mask is given");

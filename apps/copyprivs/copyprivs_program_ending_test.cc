@@ -1,20 +1,20 @@
 // The program itself, on trees that take a while: ended early, followed, and of any shape.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <set>
 #include <thread>
 
 #include "base/file_access.h"
 #include "support/copyprivs_tree.h"
+#include "support/killed_program.h"
 #include "support/loop_volume.h"
 #include "support/own_mounts.h"
 
@@ -40,12 +40,10 @@ class Following {
   }
   Following(const Following&) = delete;
   Following& operator=(const Following&) = delete;
-  ~Following() {
-    if (process_ > 0) end(SIGKILL);
-  }
+  ~Following() = default;
 
   const TestTree& tree() const { return tree_; }
-  pid_t process() const { return process_; }
+  pid_t process() const { return run_->process(); }
   // On the same volume, outside the starting folder.
   std::string outside(const std::string& name) const { return volume_.path(name); }
 
@@ -66,13 +64,7 @@ class Following {
   }
 
   void start(const std::string& mask = "63") {
-    std::vector<std::string> words = tree_.wordsFor(mask);
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    ASSERT_EQ(::posix_spawn(&process_, tree_.program().c_str(), nullptr, nullptr, arguments.data(),
-                            environ),
-              0);
+    run_.emplace(tree_.program(), tree_.wordsFor(mask));
   }
   // Until the file is there, or the program has ended.
   void awaitStatusFile() {
@@ -80,19 +72,8 @@ class Following {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
-  bool isRunning() {
-    siginfo_t info{};
-    return ::waitid(P_PID, static_cast<id_t>(process_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == 0;
-  }
-  // The exit status, -1 when a signal ended it.
-  int end(int signal) {
-    if (signal != 0) ::kill(process_, signal);
-    int status = 0;
-    ::waitpid(process_, &status, 0);
-    process_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
+  bool isRunning() const { return run_->isRunning(); }
+  int end(int signal) { return run_->end(signal); }
   std::int64_t notYetSet() const { return notYetSet(tree_.path()); }
   static std::int64_t notYetSet(const std::string& folder) {
     std::int64_t count = 0;
@@ -108,7 +89,7 @@ class Following {
  private:
   const LoopVolume volume_{"256M"};
   const TestTree tree_{volume_.path()};
-  pid_t process_ = -1;
+  std::optional<RunningProgram> run_;
 };
 
 class ProgramEnding : public ::testing::Test {

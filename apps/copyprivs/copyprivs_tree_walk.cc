@@ -34,6 +34,10 @@ unsigned threadsOf(const WalkOptions& options) {
   return std::clamp(std::thread::hardware_concurrency(), kFewestThreads, most);
 }
 
+CannotStart because(const std::string& what, int error) {
+  return CannotStart(what + ": " + std::generic_category().message(error));
+}
+
 FileDescriptor opened(const StartingFolder& folder) {
   FileDescriptor descriptor;
   const int error = openFolder(folder.held.get(), descriptor);
@@ -48,31 +52,55 @@ void runThreads(SharedWalk& shared, const std::vector<std::unique_ptr<Walker>>& 
   runWorkers(workers, [&shared] { shared.queue.stop(); });
 }
 
-}  // namespace
+// Whether another round has something to begin with; it is an error when not.
+bool isThere(const StartingFolder& folder, RunReport& report) {
+  FileDescriptor again;
+  const int error = openFolder(folder.held.get(), again);
+  if (error != 0) report.addError(folder.path, because("cannot read", error).what());
+  return error == 0;
+}
 
-void walkTree(const StartingFolder& folder, const Propagation& propagation,
-              FilePrivileges& privileges, const WalkOptions& options, const std::atomic<bool>& stop,
-              RunReport& report) {
-  const unsigned threads = threadsOf(options);
-  SharedWalk shared(threads, propagation, privileges, report, stop);
-  shared.root = folder.status;
+Visit visitOf(const ObjectStatus& status, const WalkRounds& rounds) {
+  if (rounds.isFirst()) return Visit::whole;
+  return rounds.isOfTheOneBefore(status.modified) ? Visit::again : Visit::folders;
+}
+
+void walkRound(const StartingFolder& folder, const Propagation& propagation,
+               const WalkOptions& options, unsigned threads, SharedWalk& shared) {
   shared.rootFolder = opened(folder);
   std::vector<std::unique_ptr<Walker>> walkers;
   for (unsigned number = 0; number < threads; ++number) {
     walkers.push_back(
         std::make_unique<Walker>(shared, options.descriptors / threads - kPassingDescriptors));
   }
-  auto start =
-      std::make_shared<const Folder>(nullptr, folder.path, folder.status, propagation.levels);
-  shared.queue.give({std::move(start), opened(folder), false, {}, {}, 1});
+  auto start = std::make_shared<const Folder>(nullptr, folder.path, shared.root, propagation.levels,
+                                              visitOf(shared.root, shared.rounds));
+  const double share = shared.rounds.isFirst() ? 1 : 0;
+  shared.queue.give({std::move(start), opened(folder), false, {}, {}, share});
   runThreads(shared, walkers);
 }
 
-namespace {
+}  // namespace
 
-CannotStart because(const std::string& what, int error) {
-  return CannotStart(what + ": " + std::generic_category().message(error));
+void walkTree(const StartingFolder& folder, const Propagation& propagation,
+              FilePrivileges& privileges, const WalkOptions& options, const std::atomic<bool>& stop,
+              RunReport& report) {
+  const unsigned threads = threadsOf(options);
+  WalkRounds rounds;
+  do {
+    SharedWalk shared(threads, propagation, privileges, rounds, report, stop);
+    shared.root = folder.status;
+    if (rounds.isDisturbed()) {
+      report.beginRepetition();
+      // Before the round begins, so that no change is between the two.
+      (void)statusOf(folder.held.get(), shared.root);
+    }
+    rounds.begin();
+    walkRound(folder, propagation, options, threads, shared);
+  } while (!propagation.dryRun && rounds.goOn(stop) && isThere(folder, report));
 }
+
+namespace {
 
 // A trailing slash would make a symlink be followed that must not be.
 std::string withoutSlashes(std::string path) {

@@ -26,6 +26,10 @@ constexpr std::size_t kSmallBuffer = 1024;
 
 constexpr std::string_view kRemoved = " (deleted)";
 
+constexpr const char* kRestless =
+    "it kept changing during the run, and what was moved from or to it may not be set; run it "
+    "again";
+
 // Errors that mean that the object vanished while its folder was read.
 bool isGone(int error) { return error == ENOENT || error == ESTALE; }
 
@@ -41,6 +45,16 @@ std::string because(const std::string& what, int error) {
 }
 
 }  // namespace
+
+Visit SharedWalk::visitOf(const ObjectStatus& status, const Folder& above) const {
+  VisitedFolders& visited = rounds.visited();
+  if (rounds.isFirst()) return visited.add(status) ? Visit::whole : Visit::again;
+  // Where nothing came to the folder above, its folders are those of the round before.
+  const bool isKnown =
+      !visited.add(status) || (!visited.isComplete() && above.visit() == Visit::folders);
+  if (isKnown) return rounds.isOfTheOneBefore(status.modified) ? Visit::again : Visit::folders;
+  return visited.isComplete() ? Visit::whole : Visit::again;
+}
 
 Walker::Walker(SharedWalk& shared, std::size_t descriptors)
     : shared_(shared),
@@ -66,12 +80,28 @@ void Walker::perform(Work work) {
   while (!stack_.empty() && !isStopped()) {
     const FolderStack::Level& level = stack_.top();
     if (level.isRead && level.pending.empty()) {
-      stack_.pop();
+      leave();
     } else {
       this->work();
     }
   }
   shared_.report.add(counts_);
+}
+
+void Walker::leave() {
+  const Folder& folder = *stack_.top().folder;
+  // What is known already is not asked again, but to name the folders of the last round.
+  if (!shared_.rounds.isDisturbed() || shared_.rounds.isLast()) {
+    ObjectStatus now;
+    const bool isKnown = stack_.openTop() == 0 && statusOf(stack_.top().descriptor.get(), now) == 0;
+    if (!isKnown || !folder.isAsEncountered(now)) noteChange(folder, now.modified);
+  }
+  stack_.pop();
+}
+
+void Walker::noteChange(const Folder& folder, const FileTime& time) {
+  shared_.rounds.noteChange(time);
+  if (shared_.rounds.isLast()) noteFolderError(folder, kRestless);
 }
 
 void Walker::work() {
@@ -137,12 +167,13 @@ void Walker::look(FolderEntries entries, double share) {
   FolderStack::Level& level = stack_.top();
   level.pendingShare = share;
   others_.clear();
+  const Visit visit = level.folder->visit();
   while (const dirent64* entry = entries.next()) {
-    ++counts_.found;
+    if (visit == Visit::whole) ++counts_.found;
     if (entry->d_type == DT_DIR) {
       level.pending.add(entry->d_name);
       pendingBytes_ += std::string_view(entry->d_name).size() + 1;
-    } else {
+    } else if (visit != Visit::folders || entry->d_type == DT_UNKNOWN) {
       others_.push_back(entry);
     }
   }
@@ -159,8 +190,8 @@ void Walker::look(FolderEntries entries, double share) {
 }
 
 void Walker::setNamed(const char* name) {
-  if (!expectsChange_ && isInFolder_ && isFoundRight(name)) {
-    ++counts_.done;
+  if (!expectsChange_ && isInFolder_ && visit() != Visit::folders && isFoundRight(name)) {
+    if (isCounted()) ++counts_.done;
     return;
   }
   FileDescriptor object;
@@ -178,14 +209,27 @@ void Walker::setNamed(const char* name) {
 // Whether nothing is to be done for the entry of that name; false also when that is unknown.
 bool Walker::isFoundRight(const char* name) {
   ObjectStatus status;
-  return statusOf(AT_FDCWD, name, status) == 0 && isOnMount(status) && !status.isFolder() &&
+  return statusOf(AT_FDCWD, name, status) == 0 && isOnMount(status, shared_.root) &&
+         !status.isFolder() && !isLeftOut(status) &&
          !setter_.wouldSet(name, status, stack_.top().folder->levels());
 }
 
+bool Walker::isLeftOut(const ObjectStatus& status) const {
+  return shared_.propagation.leavesLinks && status.links > 1 &&
+         status.owner != shared_.propagation.privs.uid;
+}
+
 void Walker::setHeld(const FileDescriptor& object, const ObjectStatus& status, const char* name) {
+  if (visit() == Visit::folders) return;
+  if (isLeftOut(status)) {
+    if (!isCounted()) return;
+    ++counts_.done;
+    ++counts_.leftOut;
+    return;
+  }
   FileDescriptor file;
   const bool isOpen = S_ISREG(status.type) && descriptors_->reopen(object.get(), file) == 0;
-  expectsChange_ = set(isOpen ? file.get() : object.get(), status, name).changed;
+  expectsChange_ = set(isOpen ? file.get() : object.get(), status, name, visit()).changed;
 }
 
 void Walker::enterNext() {
@@ -206,47 +250,51 @@ void Walker::enterNext() {
 }
 
 void Walker::enter(int held, const std::string& name, const ObjectStatus& status, double share) {
+  const Visit visit = shared_.visitOf(status, *stack_.top().folder);
   FileDescriptor descriptor;
   const int error = openFolder(held, descriptor);
-  Outcome outcome = set(error == 0 ? descriptor.get() : held, status, name.c_str());
+  Outcome outcome = set(error == 0 ? descriptor.get() : held, status, name.c_str(), visit);
   if (error != 0) {
     if (!isGone(error) && outcome.error.empty()) {
       noteError(name.c_str(), because("cannot open", error));
     }
     return;
   }
-  auto folder =
-      std::make_shared<const Folder>(stack_.top().folder, name, status, std::move(outcome.inside));
+  auto folder = std::make_shared<const Folder>(stack_.top().folder, name, status,
+                                               std::move(outcome.inside), visit, outcome.changed);
   if (!outcome.error.empty()) folder->noteError();
+  const WalkRounds& rounds = shared_.rounds;
+  const bool hasChanged = rounds.isOfThisRound(status.modified) ||
+                          (rounds.isFirst() && rounds.isOfThisRound(status.changed));
+  if (hasChanged) noteChange(*folder, status.modified);
   FolderStack::Level& level = stack_.push(std::move(folder), std::move(descriptor));
   level.unreadShare = share;
   level.unread = entriesOf(status);
 }
 
-bool Walker::isOnMount(const ObjectStatus& status) const {
-  if (status.mount != shared_.root.mount) return false;
-  // Where the kernel does not report the mount.
-  return status.mount != 0 || status.device == shared_.root.device;
-}
-
 // False when there is nothing to set: it vanished, is on another mount, or cannot be examined.
 bool Walker::holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status) {
-  const int error = hold(stack_.top().descriptor.get(), name, object, status);
-  if (error == 0 && isOnMount(status)) return true;
-  --counts_.found;
-  if (error != 0 && !isGone(error)) {
-    ++counts_.found;
+  const int error = holdInside(stack_.top().descriptor.get(), name, shared_.root, object, status);
+  if (error == 0) return true;
+  const bool isNoObject = isGone(error) || error == EXDEV;
+  if (!isNoObject) noteError(name, because("cannot look at it", error));
+  if (!isCounted()) return false;
+  if (isNoObject) {
+    --counts_.found;
+  } else {
     ++counts_.done;
-    noteError(name, because("cannot look at it", error));
   }
   return false;
 }
 
-Outcome Walker::set(int object, const ObjectStatus& status, const char* name) {
+Outcome Walker::set(int object, const ObjectStatus& status, const char* name, Visit visit) {
   Outcome outcome = setOne(object, status);
-  ++counts_.done;
-  if (outcome.changed) ++counts_.changed;
-  if (!outcome.error.empty()) noteError(name, outcome.error);
+  const bool isNewError = !outcome.error.empty() && noteError(name, outcome.error);
+  // One that failed before, and does again, is counted.
+  const bool isCounted =
+      visit == Visit::whole || isNewError || (outcome.changed && outcome.error.empty());
+  if (isCounted) ++counts_.done;
+  if (isCounted && outcome.changed) ++counts_.changed;
   if (outcome.changed && shared_.propagation.dryRun && shared_.report.wantsExamples()) {
     shared_.report.addExample(stack_.top().folder->pathOf(name), outcome.changes);
   }
@@ -329,8 +377,9 @@ void Walker::noteFolderError(const Folder& folder, const std::string& error) {
   if (folder.noteError()) shared_.report.addError(folder.path(), error);
 }
 
-void Walker::noteError(const char* name, const std::string& error) {
-  shared_.report.addError(stack_.top().folder->pathOf(name), error);
+// False when the object is known to have failed.
+bool Walker::noteError(const char* name, const std::string& error) {
+  return shared_.report.addError(stack_.top().folder->pathOf(name), error);
 }
 
 }  // namespace paddock::copyprivs

@@ -16,6 +16,7 @@
 #include "copyprivs/object_setter.h"
 #include "copyprivs/run_report.h"
 #include "platform/linux/files/folder_entries.h"
+#include "platform/linux/privileges/walk_rounds.h"
 
 namespace paddock::copyprivs {
 
@@ -29,19 +30,24 @@ struct Work {
   double share = 0;
 };
 
-// The state shared by the threads of a walk.
+// The state shared by the threads of a round.
 struct SharedWalk {
   SharedWalk(unsigned threads, const Propagation& pushed, FilePrivileges& accounts,
-             RunReport& gathered, const std::atomic<bool>& stopping)
+             WalkRounds& walkRounds, RunReport& gathered, const std::atomic<bool>& stopping)
       : queue(threads),
         propagation(pushed),
         privileges(accounts),
+        rounds(walkRounds),
         report(gathered),
         stop(stopping) {}
+
+  // What this round does with a folder that was encountered in `above`.
+  Visit visitOf(const ObjectStatus& status, const Folder& above) const;
 
   WorkQueue<Work> queue;
   const Propagation& propagation;
   FilePrivileges& privileges;
+  WalkRounds& rounds;
   RunReport& report;
   const std::atomic<bool>& stop;
   ObjectStatus root;
@@ -73,9 +79,11 @@ class Walker {
   void enter(int held, const std::string& name, const ObjectStatus& status, double share);
   void setHeld(const FileDescriptor& object, const ObjectStatus& status, const char* name);
   bool isFoundRight(const char* name);
-  Outcome set(int object, const ObjectStatus& status, const char* name);
+  Outcome set(int object, const ObjectStatus& status, const char* name, Visit visit);
   Outcome setOne(int object, const ObjectStatus& status);
-  bool isOnMount(const ObjectStatus& status) const;
+  bool isLeftOut(const ObjectStatus& status) const;
+  bool isCounted() const { return visit() == Visit::whole; }
+  Visit visit() const { return stack_.top().folder->visit(); }
   bool holdNamed(const char* name, FileDescriptor& object, ObjectStatus& status);
   bool isInside();
   bool isWhereItWas();
@@ -84,8 +92,10 @@ class Walker {
   void sharePending();
   void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending,
             double share);
+  void leave();
+  void noteChange(const Folder& folder, const FileTime& time);
   void noteFolderError(const Folder& folder, const std::string& error);
-  void noteError(const char* name, const std::string& error);
+  bool noteError(const char* name, const std::string& error);
 
   SharedWalk& shared_;
   ObjectSetter setter_;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <utility>
 #include <vector>
 
@@ -29,13 +30,18 @@ Levels::Pointer Levels::withEmptyBelow(const Pointer& levels) {
   return std::make_shared<const Levels>(nullptr, levels);
 }
 
-Folder::Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside)
+Folder::Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside,
+               Visit visit, bool isSet)
     : above_(std::move(above)),
       name_(std::move(name)),
       pathLength_((above_ ? above_->pathLength_ + 1 : 0) + name_.size()),
       device_(status.device),
       inode_(status.inode),
-      levels_(std::move(inside)) {}
+      modified_(status.modified),
+      changed_(status.changed),
+      levels_(std::move(inside)),
+      visit_(visit),
+      isSet_(isSet) {}
 
 Folder::~Folder() {
   // Iteratively: a tree may be deeper than the call stack allows.
@@ -46,6 +52,10 @@ Folder::~Folder() {
 
 bool Folder::is(const ObjectStatus& status) const {
   return status.device == device_ && status.inode == inode_;
+}
+
+bool Folder::isAsEncountered(const ObjectStatus& status) const {
+  return status.modified == modified_ && (isSet_ || status.changed == changed_);
 }
 
 std::string Folder::path() const {
@@ -69,13 +79,35 @@ std::string Folder::pathOf(const std::string& name) const {
   return path + name;
 }
 
-int hold(int folder, const char* name, FileDescriptor& object, ObjectStatus& status) {
+namespace {
+
+int holdOnly(int folder, const char* name, FileDescriptor& object) {
   int number = -1;
   const int error =
       errnoOf([&] { return ::openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC); }, &number);
+  if (error == 0) object = FileDescriptor(number);
+  return error;
+}
+
+}  // namespace
+
+int hold(int folder, const char* name, FileDescriptor& object, ObjectStatus& status) {
+  const int error = holdOnly(folder, name, object);
+  return error != 0 ? error : statusOf(object.get(), status);
+}
+
+int holdInside(int folder, const char* name, const ObjectStatus& tree, FileDescriptor& object,
+               ObjectStatus& status) {
+  int error = holdOnly(folder, name, object);
+  if (error == 0) error = placeOf(object.get(), status);
   if (error != 0) return error;
-  object = FileDescriptor(number);
-  return statusOf(number, status);
+  return isOnMount(status, tree) ? statusOf(object.get(), status) : EXDEV;
+}
+
+bool isOnMount(const ObjectStatus& status, const ObjectStatus& tree) {
+  if (status.mount != tree.mount) return false;
+  // Where the kernel does not report the mount.
+  return status.mount != 0 || status.device == tree.device;
 }
 
 int openFolder(int held, FileDescriptor& folder) {

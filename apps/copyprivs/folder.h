@@ -41,13 +41,22 @@ class Levels {
   mutable Pointer above_;
 };
 
+// What a walk does with a folder; see platform/linux/privileges/walk_rounds.h.
+enum class Visit : std::uint8_t {
+  whole,    // everything in it is set and counted
+  again,    // everything in it is set; counted is what was not as it should be
+  folders,  // its folders are looked at: the rest was set, and nothing came since
+};
+
 // A folder that was encountered, with its ancestors: enough to find it again by name from any of
 // them, and to identify it. Immutable, so that any thread may read it.
 class Folder {
  public:
   using Pointer = std::shared_ptr<const Folder>;
 
-  Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside);
+  // `isSet`: its privileges were set after `status`, so that its ctime is another one.
+  Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside,
+         Visit visit = Visit::whole, bool isSet = false);
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
   ~Folder();
@@ -57,7 +66,10 @@ class Folder {
   const std::string& name() const { return name_; }
   // Of what it holds.
   const Levels::Pointer& levels() const { return levels_; }
+  Visit visit() const { return visit_; }
   bool is(const ObjectStatus& status) const;
+  // Whether its times are those that it was encountered with, so that no entry came or went.
+  bool isAsEncountered(const ObjectStatus& status) const;
   // Records that an error of the folder is reported; false when one was already, since an object
   // counts once.
   bool noteError() const { return !failed_.exchange(true); }
@@ -73,7 +85,11 @@ class Folder {
   const std::size_t pathLength_;
   const std::uint64_t device_;
   const std::uint64_t inode_;
+  const FileTime modified_;
+  const FileTime changed_;
   const Levels::Pointer levels_;
+  const Visit visit_;
+  const bool isSet_;
   mutable std::atomic<bool> failed_ = false;
 };
 
@@ -82,6 +98,13 @@ class Folder {
 // Opens the entry of that name, a symlink itself, with O_PATH: no file is opened, no automount
 // triggered. Returns 0 or an errno.
 int hold(int folder, const char* name, FileDescriptor& object, ObjectStatus& status);
+
+// The same within the mount and, where the kernel does not say which that is, the device of `tree`:
+// EXDEV for what is mounted at the name, of which nothing is asked that its server would answer.
+int holdInside(int folder, const char* name, const ObjectStatus& tree, FileDescriptor& object,
+               ObjectStatus& status);
+
+bool isOnMount(const ObjectStatus& status, const ObjectStatus& tree);
 
 // Reopens an O_PATH descriptor of a folder for reading. Returns 0 or an errno.
 int openFolder(int held, FileDescriptor& folder);

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -86,6 +88,39 @@ class HasItsAncestors : public ::testing::Test {
   Folder::Pointer folder_;
   FileDescriptor open_;
 };
+
+class FolderTimes : public HasItsAncestors {
+ protected:
+  ObjectStatus now() const {
+    ObjectStatus status;
+    EXPECT_EQ(statusOf(open_.get(), status), 0);
+    return status;
+  }
+  bool isAsEncountered(bool isSet) const {
+    return Folder(nullptr, "b", before_, nullptr, Visit::whole, isSet).isAsEncountered(now());
+  }
+
+  const ObjectStatus before_ = now();
+};
+
+TEST_F(FolderTimes, AreThoseItWasEncounteredWithWhileNothingMoves) {
+  EXPECT_TRUE(isAsEncountered(false));
+  EXPECT_TRUE(isAsEncountered(true));
+}
+
+TEST_F(FolderTimes, AreOthersWhenAnEntryComes) {
+  ::usleep(20'000);
+  std::filesystem::create_directory(dir_.path("start/a/b/new"));
+  EXPECT_FALSE(isAsEncountered(false));
+  EXPECT_FALSE(isAsEncountered(true));
+}
+
+TEST_F(FolderTimes, TellPrivilegesThatTheWalkSetFromMoves) {
+  ::usleep(20'000);
+  ASSERT_EQ(::fchmod(open_.get(), 0700), 0);
+  EXPECT_FALSE(isAsEncountered(false));
+  EXPECT_TRUE(isAsEncountered(true));
+}
 
 TEST_F(HasItsAncestors, AsLongAsNothingMoves) { EXPECT_TRUE(has()); }
 

@@ -15,6 +15,7 @@ struct Propagation {
   std::string attribute;   // the one that holds extended ACLs
   Levels::Pointer levels;  // those of what the starting folder holds; null without entries
   bool dryRun = false;
+  bool leavesLinks = false;  // leaves out what has several links and another owner than the folder
 };
 
 struct Outcome {

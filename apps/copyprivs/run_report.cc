@@ -1,6 +1,7 @@
 #include "copyprivs/run_report.h"
 
 #include <algorithm>
+#include <functional>
 #include <string_view>
 
 #include "copyprivs/planner.h"
@@ -70,14 +71,24 @@ void RunReport::add(Counts& counts) {
   found_ += counts.found;
   changed_ += counts.changed;
   done_ += counts.done;
+  leftOut_ += counts.leftOut;
   share_ += counts.share;
   counts = {};
 }
 
-void RunReport::addError(const std::string& path, const std::string& error) {
-  if (errorCount_++ >= kKept) return;
+bool RunReport::addError(const std::string& path, const std::string& error) {
+  const std::uint64_t key = std::hash<std::string>()(path);
   const MutexLock lock(mutex_);
-  errors_.emplace_back(Dictionary{{"path", shortPath(path)}, {"error", error}});
+  if (failed_.contains(key)) return false;
+  if (failed_.size() < kKnown) {
+    failed_.insert(key);
+  } else if (isRepeating_) {
+    return false;
+  }
+  if (errorCount_++ < kKept) {
+    errors_.emplace_back(Dictionary{{"path", shortPath(path)}, {"error", error}});
+  }
+  return true;
 }
 
 void RunReport::addExample(const std::string& path, unsigned changes) {

@@ -125,6 +125,36 @@ TEST(RunReport, TheFirstErrorsAndExamplesAreKept) {
             Value(Dictionary{{"path", "/99"}, {"changes", Array{"owner", "acl"}}}));
 }
 
+TEST(RunReport, AnObjectThatFailsAgainIsCountedOnce) {
+  RunReport report;
+  EXPECT_TRUE(report.addError("/a", "broken"));
+  EXPECT_TRUE(report.addError("/b", "broken"));
+  report.beginRepetition();
+  EXPECT_FALSE(report.addError("/a", "broken in another way"));
+  EXPECT_TRUE(report.addError("/c", "broken"));
+  EXPECT_EQ(report.errorCount(), 3U);
+  EXPECT_EQ(filled(report, true).array("errors")->size(), 3U);
+}
+
+TEST(RunReport, BeyondTheKnownOnesTheFirstRoundAloneCounts) {
+  RunReport report;
+  for (std::size_t number = 0; number < RunReport::kKnown + 2; ++number) {
+    EXPECT_TRUE(report.addError("/" + std::to_string(number), "broken"));
+  }
+  report.beginRepetition();
+  EXPECT_FALSE(report.addError("/more", "broken"));
+  EXPECT_EQ(report.errorCount(), RunReport::kKnown + 2);
+}
+
+TEST(RunReport, CountsWhatIsLeftOut) {
+  RunReport report;
+  RunReport::Counts counts = countsOf(2, 2, 0);
+  counts.leftOut = 1;
+  report.add(counts);
+  report.add(counts);
+  EXPECT_EQ(report.leftOut(), 1U);
+}
+
 TEST(RunReport, ExamplesAreOfDryRunsAlone) {
   EXPECT_EQ(filled(RunReport()).find("examples"), nullptr);
 }

@@ -111,6 +111,7 @@ constexpr std::array kKeys{
     ConfigurationKey{"acl", "attribute", KeyKind::text, 0, 0, attributeName},
     ConfigurationKey{"acl", "projection", KeyKind::boolean},
     ConfigurationKey{"acl", "winbind", KeyKind::boolean},
+    ConfigurationKey{"propagation", "leave_links", KeyKind::boolean},
     ConfigurationKey{"volumes", "quota_backend", KeyKind::text, 0, 0, quotaBackend},
     ConfigurationKey{"volumes", "quota_checker", KeyKind::text, 0, 0, absolutePath},
     ConfigurationKey{"volumes", "ufs_family", KeyKind::textArray, 0, 0, notEmpty},

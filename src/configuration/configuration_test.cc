@@ -52,6 +52,8 @@ program_seconds = 9
 attribute = "user.acl"
 projection = false
 winbind = false
+[propagation]
+leave_links = true
 [volumes]
 quota_backend = "accounting"
 quota_checker = "/usr/libexec/quotascan"
@@ -109,9 +111,10 @@ TEST_F(ConfigurationReading, EveryKeyIsRead) {
   EXPECT_EQ(configuration.idleSeconds, 7U);
   EXPECT_EQ(configuration.programSeconds, 9U);
   const Dictionary& tree = configuration.tree;
-  EXPECT_EQ(tree.size(), 11U);
+  EXPECT_EQ(tree.size(), 12U);
   EXPECT_EQ(*tree.dictionary("acl"),
             (Dictionary{{"attribute", "user.acl"}, {"projection", false}, {"winbind", false}}));
+  EXPECT_EQ(*tree.dictionary("propagation"), (Dictionary{{"leave_links", true}}));
   EXPECT_EQ(*tree.dictionary("volumes")->array("ufs_family"), (Array{"ext4", "btrfs"}));
   EXPECT_EQ(*tree.dictionary("nfs"),
             (Dictionary{{"update_command", Array{"/usr/sbin/exportfs", "-ra"}}}));

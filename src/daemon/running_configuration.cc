@@ -11,7 +11,8 @@
 namespace paddock {
 namespace {
 
-constexpr std::array<std::string_view, 5> kLiveTables{"access", "audit", "limits", "vsp", "nfs"};
+constexpr std::array<std::string_view, 6> kLiveTables{"access", "audit", "limits",
+                                                      "vsp",    "nfs",   "propagation"};
 // It is taken over for callers; sessions on the node keep the group that they were made with.
 constexpr const char* kAdminGroup = "access.admin_group";
 constexpr const char* kAdminGroupLeft = "access.admin_group (for users who authenticate on /Local)";

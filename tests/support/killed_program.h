@@ -1,4 +1,4 @@
-// A program that a test kills while it runs.
+// A program that runs beside a test, and is stopped or killed by it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,9 +12,56 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace paddock {
+
+// Killed at the end of this object when it still runs.
+class RunningProgram {
+ public:
+  // `words` is the argument vector.
+  RunningProgram(const std::string& program, std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    const int error =
+        ::posix_spawn(&process_, program.c_str(), nullptr, nullptr, arguments.data(), environ);
+    EXPECT_EQ(error, 0) << program;
+    if (error != 0) process_ = -1;
+  }
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+  ~RunningProgram() {
+    if (process_ > 0) end(SIGKILL);
+  }
+
+  pid_t process() const { return process_; }
+  bool isRunning() const {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(process_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+  }
+  // Returns when no thread of it runs any more; false when it has ended.
+  bool stop() const {
+    ::kill(process_, SIGSTOP);
+    siginfo_t info{};
+    ::waitid(P_PID, static_cast<id_t>(process_), &info, WEXITED | WSTOPPED | WNOWAIT);
+    return info.si_code == CLD_STOPPED;
+  }
+  void goOn() const { ::kill(process_, SIGCONT); }
+  // Sends the signal, none for 0, and waits. The exit status, -1 when a signal ended it.
+  int end(int signal = 0) {
+    if (signal != 0) ::kill(process_, signal);
+    int status = 0;
+    ::waitpid(process_, &status, 0);
+    process_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  pid_t process_ = -1;
+};
 
 // How long `run` takes.
 inline std::chrono::duration<double, std::micro> durationOf(const std::function<void()>& run) {
@@ -27,20 +74,12 @@ inline std::chrono::duration<double, std::micro> durationOf(const std::function<
 // came before its end.
 inline bool killAfter(const std::string& program, std::vector<std::string> words,
                       std::chrono::microseconds time) {
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  pid_t child = -1;
-  const int error =
-      ::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(), environ);
-  EXPECT_EQ(error, 0) << program;
-  if (error != 0) return false;
+  RunningProgram running(program, std::move(words));
+  if (running.process() < 0) return false;
   std::this_thread::sleep_for(time);
-  ::kill(child, SIGKILL);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << status;
-  return WIFSIGNALED(status);
+  const int status = running.end(SIGKILL);
+  EXPECT_TRUE(status == -1 || status == 0) << status;
+  return status == -1;
 }
 
 // Kills runs of the program at a hundred random moments of the `whole` that one takes, with

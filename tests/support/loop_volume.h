@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -22,6 +23,8 @@ class LoopVolume {
     run({"/usr/bin/truncate", "-s", size, image});
     run({"/usr/sbin/mkfs.ext4", "-q", "-m", "0", image});
     run({"/usr/bin/mount", "-o", "loop", image, path()});
+    // mkfs leaves a time without a fraction, as coarse file systems have it.
+    ::chmod(path("lost+found").c_str(), 0700);
   }
   LoopVolume(const LoopVolume&) = delete;
   LoopVolume& operator=(const LoopVolume&) = delete;

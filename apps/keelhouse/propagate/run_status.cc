@@ -62,6 +62,7 @@ RunStatus readRunStatus(const Dictionary& status) {
   run.done = countOf(status, "itemsDone");
   run.total = countOf(status, "itemsTotal");
   run.changed = countOf(status, "itemsChanged");
+  run.leftOut = countOf(status, "itemsLeftOut");
   run.failed = countOf(status, "errorCount");
   run.seconds = countOf(status, "elapsedSeconds");
   run.errors = listOf<FailedObject>(status, "errors", readFailed);

@@ -31,6 +31,7 @@ struct RunStatus {
   std::uint64_t done = 0;
   std::uint64_t total = 0;  // an estimate until it is completed
   std::uint64_t changed = 0;
+  std::uint64_t leftOut = 0;  // hard links to other people's files
   std::uint64_t failed = 0;
   std::uint64_t seconds = 0;
   std::vector<FailedObject> errors;     // the first ones

@@ -25,6 +25,7 @@ TEST(RunStatusDictionary, ReadsFieldsFromDictionary) {
        {"itemsDone", 5},
        {"itemsTotal", 6},
        {"itemsChanged", 4},
+       {"itemsLeftOut", 3},
        {"errorCount", 2},
        {"elapsedSeconds", 7},
        {"errors", Array{Dictionary{{"path", "/srv/a/x"}, {"error", "why"}}}},
@@ -36,6 +37,7 @@ TEST(RunStatusDictionary, ReadsFieldsFromDictionary) {
   EXPECT_EQ(run.done, 5U);
   EXPECT_EQ(run.total, 6U);
   EXPECT_EQ(run.changed, 4U);
+  EXPECT_EQ(run.leftOut, 3U);
   EXPECT_EQ(run.failed, 2U);
   EXPECT_EQ(run.seconds, 7U);
   ASSERT_EQ(run.errors.size(), 1U);

@@ -102,6 +102,7 @@ std::string resultText(const std::string& path, const RunStatus& run) {
   if (run.stopped && run.total > run.done) text += " of " + std::to_string(run.total);
   text += (run.dryRun ? ", " + std::to_string(run.changed) + " would change"
                       : ", " + std::to_string(run.changed) + " changed");
+  if (run.leftOut > 0) text += ", " + std::to_string(run.leftOut) + " left out (links)";
   return text + ", " + errorsText(run.failed) + ", in " + durationText(run.seconds) + "\n";
 }
 

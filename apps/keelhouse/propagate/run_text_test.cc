@@ -94,6 +94,15 @@ TEST(RunText, ResultCountsCompletedObjects) {
             "/srv/a: 1 object, 1 would change, 0 errors, in 1 min 01 s\n");
 }
 
+TEST(RunText, ResultCountsLinksThatWereLeftOut) {
+  RunStatus run;
+  run.completed = true;
+  run.done = 3;
+  run.leftOut = 2;
+  EXPECT_EQ(resultText("/srv/a", run),
+            "/srv/a: 3 objects, 0 changed, 2 left out (links), 0 errors, in 0 s\n");
+}
+
 TEST(RunText, ResultReportsStoppedRun) {
   RunStatus run = halfway();
   run.stopped = run.completed = true;
