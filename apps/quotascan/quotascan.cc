@@ -13,7 +13,7 @@ namespace {
 
 const char* nounOf(QuotaType type) { return type == kUserQuota ? "users" : "groups"; }
 
-// Reports the failures of single files.
+// Reports the failures of single files, and what the figures may lack.
 int reportFiles(const ScanOutcome& outcome, const frame::ProgramRun& run) {
   int status = frame::done;
   for (const FileOutcome& file : outcome.files) {
@@ -25,6 +25,12 @@ int reportFiles(const ScanOutcome& outcome, const frame::ProgramRun& run) {
               grouped(file.table.repeated) +
               " entries whose id had another one before; the first of each is kept");
     }
+  }
+  if (!outcome.unsettled.empty()) {
+    run.say(outcome.unsettled +
+            " kept changing while the volume was counted: the figures may lack what was moved from "
+            "or to it; run quotascan again when it is at rest");
+    status = frame::failed;
   }
   return status;
 }

@@ -16,9 +16,17 @@ constexpr std::size_t kSearchedLevels = 64;
 
 }  // namespace
 
-void FolderStack::push(FileDescriptor folder, const ObjectStatus& status, std::string name) {
-  levels_.push_back(
-      {std::move(folder), std::move(name), status.device, status.inode, 0, false, {}});
+void FolderStack::push(FileDescriptor folder, const ObjectStatus& status, std::string name,
+                       bool isCounted) {
+  levels_.push_back({std::move(folder),
+                     std::move(name),
+                     status.device,
+                     status.inode,
+                     status.changed,
+                     isCounted,
+                     0,
+                     false,
+                     {}});
   if (levels_.size() - firstOpen_ + 1 <= descriptors_) return;
   levels_[firstOpen_].folder.reset();
   ++firstOpen_;

@@ -20,6 +20,8 @@ class FolderStack {
     std::string name;       // in the folder above; empty for the highest
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
+    FileTime changed;           // its ctime when it was encountered
+    bool isCounted = false;     // what it holds: its folders are looked at, and nothing else
     std::int64_t position = 0;  // offset at which reading continues, for lseek(2)
     bool isRead = false;        // to its end
     NameList pending;           // names of folders in it that are to be entered
@@ -34,7 +36,8 @@ class FolderStack {
   Level& top() { return levels_.back(); }
   const Level& base() const { return levels_.front(); }
 
-  void push(FileDescriptor folder, const ObjectStatus& status, std::string name);
+  void push(FileDescriptor folder, const ObjectStatus& status, std::string name,
+            bool isCounted = false);
   // Leaves the lowest level. Returns 0, or the errno of reopening the one above, which stays
   // closed: ESTALE when it was moved.
   int pop();

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <deque>
 #include <filesystem>
 #include <thread>
 
@@ -13,6 +14,7 @@
 #include "support/killed_program.h"
 #include "support/loop_volume.h"
 #include "support/own_mounts.h"
+#include "support/restless_folder.h"
 #include "support/run_to_end.h"
 #include "support/temporary_folder.h"
 
@@ -343,6 +345,29 @@ TEST_F(Program, ManyRunsAtOnceLeaveOneRightFile) {
     for (std::thread& run : runs) run.join();
     EXPECT_EQ(entryIn(readWholeFile(volume.path(".quota.user")), kAnna).usedFiles, 1U);
     EXPECT_FALSE(std::filesystem::exists(volume.path(".quota.user.quotascan")));
+  });
+}
+
+TEST_F(Program, FoldersThatNeverRestAreSaidAndFiguresWritten) {
+  runInOwnMounts([] {
+    const LoopVolume volume;
+    writeWholeFile(volume.path(".quota.user"), emptyTable(kUserQuota));
+    makeFile(volume.path("f"), 10'000, kBert);
+    EndedProgram ended;
+    {
+      std::deque<RestlessFolder> restless;
+      for (const std::string name : {"a", "b", "c", "d"}) {
+        std::filesystem::create_directories(volume.path(name + "/moving"));
+        std::filesystem::create_directory(volume.path(name + "-too"));
+        restless.emplace_back(volume.path(name + "/moving"), volume.path(name + "-too/came"));
+      }
+      ended = quotascan({"-u", volume.path()});
+    }
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, AllOf(StartsWith("quotascan: " + volume.path()),
+                                   HasSubstr("kept changing while the volume was counted")));
+    EXPECT_EQ(entryIn(readWholeFile(volume.path(".quota.user")), kBert).usedFiles, 1U);
+    expectDone(quotascan({"-u", volume.path()}));
   });
 }
 

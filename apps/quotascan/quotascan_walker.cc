@@ -48,7 +48,8 @@ void Walker::perform(Work work) {
     throw failureOf("read", pathOf(work.folder.get()), error, kUnchanged);
   }
   stack_.clear();
-  stack_.push(std::move(work.folder), status, {});
+  status.changed = work.changed;
+  stack_.push(std::move(work.folder), status, {}, work.isCounted);
   stack_.top().isRead = work.isRead;
   stack_.setPending(stack_.top(), std::move(work.pending));
   look(stack_.top(), FolderEntries(work.entries));
@@ -88,7 +89,7 @@ void Walker::look(FolderStack::Level& level, FolderEntries entries) {
     if (isIgnored(level, entry->d_name)) continue;
     if (entry->d_type == DT_DIR) {
       stack_.addPending(level, entry->d_name);
-    } else {
+    } else if (!level.isCounted || entry->d_type == DT_UNKNOWN) {
       others_.push_back(entry);
     }
   }
@@ -111,7 +112,7 @@ void Walker::lookAt(FolderStack::Level& level, const char* name) {
   // object.
   if (status.isFolder()) {
     stack_.addPending(level, name);
-  } else {
+  } else if (!level.isCounted) {
     countOther(status);
   }
 }
@@ -130,8 +131,27 @@ void Walker::enterNext() {
   ObjectStatus status;
   FileDescriptor folder = enter(stack_.top(), name, status);
   if (!folder) return;
-  count(status);
-  stack_.push(std::move(folder), status, std::move(name));
+  if (shared_.rounds.isOfThisRound(status.changed)) noteChange(folder, status.changed);
+  const Meeting meeting = meetingOf(stack_.top(), status);
+  if (meeting == Meeting::first) count(status);
+  if (meeting == Meeting::unknown) counts_.unsettled = pathOf(folder.get());
+  // It was moved, and is counted where it was met before.
+  if (meeting == Meeting::again && shared_.rounds.isFirst()) return;
+  stack_.push(std::move(folder), status, std::move(name), meeting != Meeting::first);
+}
+
+Walker::Meeting Walker::meetingOf(const FolderStack::Level& above, const ObjectStatus& status) {
+  WalkRounds& rounds = shared_.rounds;
+  VisitedFolders& visited = rounds.visited();
+  if (!visited.add(status)) return Meeting::again;
+  if (rounds.isFirst() || visited.isComplete() || !above.isCounted) return Meeting::first;
+  // Where nothing came to the folder above, its folders are those of the round before.
+  return rounds.isOfTheOneBefore(above.changed) ? Meeting::unknown : Meeting::again;
+}
+
+void Walker::noteChange(const FileDescriptor& folder, const FileTime& time) {
+  shared_.rounds.noteChange(time);
+  if (shared_.rounds.isLast()) counts_.unsettled = pathOf(folder.get());
 }
 
 // Opens the folder; invalid when it vanished, or is on another volume.
@@ -143,23 +163,29 @@ FileDescriptor Walker::enter(const FolderStack::Level& above, const std::string&
     }
     return error == 0;
   };
-  // Before it is opened, because opening triggers an automount.
-  if (!check(placeOf(above.folder.get(), name.c_str(), status)) || !isOnVolume(status)) return {};
+  // First only held: opening triggers an automount, and asks the server of what is mounted there.
+  int held = -1;
+  const auto hold = [&] {
+    return ::openat(above.folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+  };
+  if (!check(errnoOf(hold, &held))) return {};
+  const FileDescriptor object(held);
+  if (!check(placeOf(held, status)) || !isOnVolume(status)) return {};
+  if (!check(statusOf(held, status)) || !status.isFolder()) return {};
   int descriptor = -1;
-  const int error = errnoOf(
-      [&] {
-        return ::openat(above.folder.get(), name.c_str(),
-                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-      },
-      &descriptor);
-  if (!check(error)) return {};
-  FileDescriptor folder(descriptor);
-  // The opened folder counts, if the name was reused for another one.
-  if (!check(statusOf(descriptor, status)) || !isOnVolume(status)) return {};
-  return folder;
+  const auto open = [&] { return ::openat(held, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); };
+  if (!check(errnoOf(open, &descriptor))) return {};
+  return FileDescriptor(descriptor);
 }
 
 void Walker::leave() {
+  const FolderStack::Level& level = stack_.top();
+  // What is known already is not asked again, but to name a folder of the last round.
+  if (!shared_.rounds.isDisturbed() || shared_.rounds.isLast()) {
+    ObjectStatus now;
+    const bool isKnown = statusOf(level.folder.get(), now) == 0;
+    if (!isKnown || now.changed != level.changed) noteChange(level.folder, now.changed);
+  }
   if (stack_.pop() == 0) return;
   throw Failure("a folder below " + pathOf(stack_.base().folder.get()) + ", " + stack_.top().name +
                 ", was moved while it was counted; nothing was changed; run quotascan again");
@@ -179,7 +205,8 @@ void Walker::give(const FolderStack::Level& level, std::vector<char> entries, Na
   const int error = errnoOf(
       [&] { return ::fcntl(level.folder.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }, &descriptor);
   if (error != 0) throw failureOf("open", pathOf(level.folder.get()), error, kUnchanged);
-  shared_.queue.give({FileDescriptor(descriptor), true, std::move(entries), std::move(pending)});
+  shared_.queue.give({FileDescriptor(descriptor), level.changed, level.isCounted, true,
+                      std::move(entries), std::move(pending)});
 }
 
 bool Walker::isOnVolume(const ObjectStatus& status) const {

@@ -10,6 +10,7 @@
 
 #include "base/worker_threads.h"
 #include "platform/linux/files/folder_entries.h"
+#include "platform/linux/privileges/walk_rounds.h"
 #include "quotascan/quotascan_folder_stack.h"
 #include "quotascan/usage.h"
 
@@ -17,19 +18,26 @@ namespace paddock::quotascan {
 
 struct Work {
   FileDescriptor folder;
+  FileTime changed;           // its ctime when it was encountered
+  bool isCounted = false;     // see FolderStack::Level
   bool isRead = false;        // process only the entries that follow; else the whole folder
   std::vector<char> entries;  // in the form of getdents64(2)
   NameList pending;           // names of folders in it
 };
 
-// The state shared by the threads of a walk.
+// The state shared by the threads of a round.
 struct SharedWalk {
-  SharedWalk(unsigned threads, std::atomic<std::uint64_t>& counted,
-             const std::set<std::string>& ignoredNames)
-      : queue(threads), objects(counted), ignored(ignoredNames) {}
+  SharedWalk(unsigned threads, WalkRounds& walkRounds, LinkedInodes& linkedInodes,
+             std::atomic<std::uint64_t>& counted, const std::set<std::string>& ignoredNames)
+      : queue(threads),
+        rounds(walkRounds),
+        linked(linkedInodes),
+        objects(counted),
+        ignored(ignoredNames) {}
 
   WorkQueue<Work> queue;
-  LinkedInodes linked;
+  WalkRounds& rounds;
+  LinkedInodes& linked;
   ObjectStatus root;
   std::atomic<std::uint64_t>& objects;
   const std::set<std::string>& ignored;  // names in the root folder
@@ -56,7 +64,10 @@ class Walker {
   void enterNext();
   FileDescriptor enter(const FolderStack::Level& above, const std::string& name,
                        ObjectStatus& status);
+  enum class Meeting : std::uint8_t { first, again, unknown };
+  Meeting meetingOf(const FolderStack::Level& above, const ObjectStatus& status);
   void leave();
+  void noteChange(const FileDescriptor& folder, const FileTime& time);
   void sharePending();
   void give(const FolderStack::Level& level, std::vector<char> entries, NameList pending);
   bool isOnVolume(const ObjectStatus& status) const;

@@ -49,24 +49,37 @@ void runThreads(SharedWalk& shared, const std::vector<std::unique_ptr<Walker>>& 
   runWorkers(workers, [&shared] { shared.queue.stop(); });
 }
 
-}  // namespace
-
-Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_t>& objects) {
-  const unsigned threads = threadsOf(options);
-  SharedWalk shared(threads, objects, options.ignored);
-  if (const int error = statusOf(root, shared.root); error != 0) {
-    throw failureOf("read", pathOf(root), error);
-  }
+void walkRound(int root, const WalkOptions& options, unsigned threads, SharedWalk& shared,
+               Counts& counts) {
   std::vector<std::unique_ptr<Walker>> walkers;
   for (unsigned number = 0; number < threads; ++number) {
     walkers.push_back(
         std::make_unique<Walker>(shared, options.descriptors / threads - kPassingDescriptors));
   }
-  walkers.front()->count(shared.root);
-  shared.queue.give({duplicateOf(root), false, {}, {}});
+  if (shared.rounds.isFirst()) walkers.front()->count(shared.root);
+  const bool isCounted = !shared.rounds.isFirst();
+  shared.queue.give({duplicateOf(root), shared.root.changed, isCounted, false, {}, {}});
   runThreads(shared, walkers);
-  Counts counts;
   for (const auto& walker : walkers) counts.add(walker->counts());
+}
+
+}  // namespace
+
+Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_t>& objects) {
+  const unsigned threads = threadsOf(options);
+  const std::atomic<bool> neverStops = false;
+  LinkedInodes linked;
+  WalkRounds rounds(options.pause);
+  Counts counts;
+  do {
+    SharedWalk shared(threads, rounds, linked, objects, options.ignored);
+    // Before the round begins, so that no change is between the two.
+    if (const int error = statusOf(root, shared.root); error != 0) {
+      throw failureOf("read", pathOf(root), error);
+    }
+    rounds.begin();
+    walkRound(root, options, threads, shared, counts);
+  } while (rounds.goOn(neverStops));
   objects = counts.objects;
   return counts;
 }
@@ -164,11 +177,11 @@ void askKernel(int volume, const std::string& path, std::vector<Subject>& subjec
   }
 }
 
-std::optional<std::uint64_t> walk(int volume, std::vector<Subject>& subjects, ScanEvents& events) {
+void walk(int volume, std::vector<Subject>& subjects, ScanEvents& events, ScanOutcome& outcome) {
   const auto needsWalk = [](const Subject& subject) {
     return subject.isLeft() && !subject.findings;
   };
-  if (std::none_of(subjects.begin(), subjects.end(), needsWalk)) return std::nullopt;
+  if (std::none_of(subjects.begin(), subjects.end(), needsWalk)) return;
   WalkOptions options;
   options.ignored = namesOfFiles();
   events.walking();
@@ -179,7 +192,8 @@ std::optional<std::uint64_t> walk(int volume, std::vector<Subject>& subjects, Sc
     subject.findings =
         findingsOf(subject.outcome.type == kUserQuota ? counts.users : counts.groups);
   }
-  return counts.objects;
+  outcome.objects = counts.objects;
+  outcome.unsettled = counts.unsettled;
 }
 
 void rewrite(int volume, Subject& subject) {
@@ -214,7 +228,7 @@ ScanOutcome scanVolume(const std::string& path, ScanEvents& events, CountedBy co
     std::erase_if(subjects,
                   [](const Subject& subject) { return subject.isLeft() && !subject.findings; });
   } else {
-    outcome.objects = walk(volume.get(), subjects, events);
+    walk(volume.get(), subjects, events, outcome);
   }
   for (Subject& subject : subjects) {
     if (subject.isLeft()) attempt(subject.outcome, [&] { rewrite(volume.get(), subject); });

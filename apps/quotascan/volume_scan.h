@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "base/file_access.h"
+#include "platform/linux/privileges/walk_rounds.h"
 #include "quotascan/quota_file.h"
 #include "quotascan/quota_table.h"
 #include "quotascan/usage.h"
@@ -22,16 +24,20 @@ namespace paddock::quotascan {
 // symlink is followed. The walk stays on the volume: mounts in it, with everything below them, are
 // skipped, also bind mounts of the volume itself; so is a folder of another device in the same
 // mount. Objects that are created, moved or removed during the walk are counted as they are
-// encountered.
+// encountered; but no folder is missed, or counted twice, because it moved: where entries moved
+// meanwhile, folders are looked at again, as platform/linux/privileges/walk_rounds.h says. Of a
+// volume with more folders than are kept there, one that moves may be counted twice.
 struct WalkOptions {
   unsigned threads = 0;           // 0: one for each processor, from 2 to 12
   unsigned descriptors = 48;      // that may be open at a time; at least 4 for each thread
   std::set<std::string> ignored;  // names in the highest folder that are not counted
+  std::chrono::milliseconds pause = WalkRounds::kPause;  // before folders are looked at again
 };
 
 // `root` is the volume's highest folder, which counts too. `objects` grows as the walk goes on.
 // Memory does not grow with the number of objects, but 8 to 16 bytes for each inode with several
-// links that is no folder and a little for each level of the deepest folders. Throws Failure when a
+// links that is no folder, a little for each level of the deepest folders and up to 4 MiB for the
+// numbers of folders. Throws Failure when a
 // folder or an object cannot be read.
 Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_t>& objects);
 
@@ -46,6 +52,7 @@ struct FileOutcome {
 struct ScanOutcome {
   std::vector<FileOutcome> files;        // one for each file that is there, users first
   std::optional<std::uint64_t> objects;  // how many a walk met; none when the kernel knew all
+  std::string unsettled{};               // as in Counts
 };
 
 // Progress events of a run. `objects` is the number encountered so far.

@@ -227,8 +227,10 @@ TEST_F(TreeWalk, ContinuesDespiteConcurrentMovesAndRemovals) {
       std::filesystem::remove(folder_.path("new"), ignored);
     }
   });
+  WalkOptions options;
+  options.pause = std::chrono::milliseconds(1);
   for (int round = 0; round < 50; ++round) {
-    EXPECT_EQ(usageOf(countOf(folder_.path()).users, kBert).files, 21U);
+    EXPECT_EQ(usageOf(countOf(folder_.path(), options).users, kBert).files, 21U);
   }
   isEnding = true;
   mover.join();
@@ -277,6 +279,30 @@ TEST_F(TreeWalkOfMounts, SkipsInaccessibleMount) {
     ASSERT_EQ(errno, EACCES);
     EXPECT_EQ(countOf(folder_.path()).objects, 1U);
     ASSERT_EQ(::umount2(folder_.path("own").c_str(), MNT_DETACH), 0);
+  });
+}
+
+// The same on a file, and one that lets everybody in, which root would wait for.
+TEST_F(TreeWalkOfMounts, SkipsMountsWhoseServerNeverAnswers) {
+  const FileDescriptor server(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
+  const FileDescriptor other(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
+  if (!server || !other) GTEST_SKIP() << "there is no FUSE here";
+  runInOwnMounts([&] {
+    // Ends the child, and fails the test, when it waits.
+    ::alarm(30);
+    makeFolder(folder_.path("folder"), kAnna);
+    makeFile(folder_.path("file"), 10, kAnna);
+    const auto mountOwn = [](int descriptor, const std::string& path, const std::string& mode) {
+      const std::string options = "fd=" + std::to_string(descriptor) + ",rootmode=" + mode +
+                                  ",user_id=21001,group_id=21001,allow_other";
+      ASSERT_EQ(::mount("own", path.c_str(), "fuse", 0, options.c_str()), 0) << path;
+    };
+    mountOwn(server.get(), folder_.path("folder"), "40000");
+    mountOwn(other.get(), folder_.path("file"), "100000");
+    EXPECT_EQ(countOf(folder_.path()).objects, 1U);
+    for (const char* name : {"folder", "file"}) {
+      ASSERT_EQ(::umount2(folder_.path(name).c_str(), MNT_DETACH), 0);
+    }
   });
 }
 
