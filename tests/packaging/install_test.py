@@ -19,6 +19,7 @@ BUNDLES = ("paddock_sharing", "paddock_directory", "paddock_vsp", "paddock_nfs",
            "paddock_files", "paddock_access", "paddock_quotas", "paddock_denials",
            "paddock_services")
 OTHERS = ("etc/paddock/paddockd.toml", "etc/pam.d/paddock", "etc/logrotate.d/paddock", "usr/lib/systemd/system/paddockd.service",
+          "usr/lib/systemd/system/paddockd.socket",
           "usr/lib/sysusers.d/paddock.conf", "usr/share/man/man8/paddockd.8", "usr/share/man/man8/keelhouse.8",
           "usr/share/man/man8/quotascan.8", "usr/share/man/man8/synchronize-shares.8",
           "usr/share/man/man8/effectiveprivs.8",

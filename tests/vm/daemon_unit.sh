@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # The daemon's unit under a real systemd: what a configuration that is wrong does to its start and its reload,
-# and that a reload takes over what it can.
+# that a reload takes over what it can, what it and its programs may do, and that it comes back when it hangs.
 cd -- "$(dirname -- "$0")"
 # shellcheck source=tests/vm/guest_lib.sh
 . ./guest_lib.sh
 
 configuration=/etc/paddock/paddockd.toml
+# shellcheck source=tests/vm/daemon_sandbox.sh
+. ./daemon_sandbox.sh
 shipped=/tmp/shipped.toml
 
 # until_seen TEXT COMMAND...: waits until the command prints the text.
@@ -81,9 +83,16 @@ groupadd lookers
 useradd --user-group --groups lookers viewer
 reload_takes_over_a_group
 rotated_audit_log_is_opened_again
+exposure_is_low
+passwords_and_quotas
 printf '[access]\nview_group = "paddock-view"\n' >"$configuration"
 systemctl reload paddockd
 until_seen "paddock-view" as_viewer share list
+commands_may_do_what_is_written
+wait_less
+propagation_survives_a_restart
+hanging_daemon_is_started_again
 broken_reload_keeps_the_daemon
 broken_start_says_why
-echo "a wrong configuration is said at once and keeps the running daemon, and a reload takes over what it can"
+socket_is_of_systemd
+echo "a wrong configuration is said at once and keeps the running daemon, a reload takes over what it can, and what hangs comes back"
