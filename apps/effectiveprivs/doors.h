@@ -56,7 +56,7 @@ class Doors {
   Doors(const PinnedObject& object, Installation& installation);
 
   const PathFacts& facts() const { return facts_; }
-  // `list`: what the list and the mode give, with reasons.
+  // `list`: what the list and the mode give over SMB, with reasons.
   PathAnswer answerFor(const Visitor& visitor, const ListRights& list, ListKind kind) const;
   // Valid as long as this object.
   DoorQuestions questions(ListKind kind) const;

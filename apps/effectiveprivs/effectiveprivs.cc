@@ -63,9 +63,11 @@ Output explained(const Options& options, Installation& installation, Place& plac
   Explanation explanation = explain(installation.accounts(), options.path, user, found, kernel);
   const Doors doors(place.object(), installation);
   const KernelPerson person{options.uid, user.hostGids()};
-  explanation.answer =
-      doors.answerFor({person, explanation.user}, listRights(explanation.permissions),
-                      kindOf(found.privileges, place.object(), installation));
+  const ListRights overSmb = found.privileges.staleTail
+                                 ? staleListRights(installation.accounts(), found.privileges, user)
+                                 : listRights(explanation.permissions);
+  explanation.answer = doors.answerFor({person, explanation.user}, overSmb,
+                                       kindOf(found.privileges, place.object(), installation));
   if (const FolderAbove* folder = doors.facts().folderThatStops(person))
     explanation.barrier = folder->path;
   explanation.leftOut = installation.leftOut();

@@ -141,6 +141,35 @@ TEST_F(Program, UnknownGuidBelongsToStranger) {
   EXPECT_EQ(run({"--answer", "-p", file, "-u", std::to_string(kAnna)}).status, 0);
 }
 
+// chown(1) leaves a list as it is: what its tail says of the former owner counts nowhere but with
+// smbd, which goes by it.
+TEST_F(Program, StaleTailCountsOverSmbAlone) {
+  addUser("anna", kAnna);
+  addUser("bert", kBert);
+  std::filesystem::create_directories(root_ + "/usr/bin");
+  writeWholeFile(root_ + "/usr/bin/testparm",
+                 "#!/bin/sh\ncat <<'END'\n[plans]\n\tpath = " + folder_.path() +
+                     "\n\tread only = no\n\tvfs objects = acl_xattr\nEND\n");
+  ASSERT_EQ(::chmod((root_ + "/usr/bin/testparm").c_str(), 0755), 0);
+  const std::string file = makeFile("file", 0600, kAnna);
+  setList(file, {allow(user(kNobodys), 2)});
+  const auto explained = [&](std::uint32_t uid) {
+    return run({"--explain", "--json", "-p", file, "-u", std::to_string(uid)}).output;
+  };
+  EXPECT_THAT(explained(kAnna), HasSubstr(R"("smb":{"read":"yes",)"));
+  const std::string number = answer(file, kAnna);
+  struct stat status {};
+  ASSERT_EQ(::stat(file.c_str(), &status), 0);
+  ASSERT_EQ(::chown(file.c_str(), kBert, status.st_gid), 0);
+  EXPECT_EQ(answer(file, kBert), number) << "what the owner has";
+  EXPECT_EQ(answer(file, kAnna), std::to_string(128 + 2048) + "\n");
+  EXPECT_THAT(explained(kAnna), HasSubstr(R"("smb":{"read":"no",)"));
+  EXPECT_THAT(explained(kBert), AllOf(HasSubstr(R"("local":{"read":"yes",)"),
+                                      HasSubstr(R"("smb":{"read":"no","reason":"the list still )"
+                                                R"(has owner anna, )")));
+  EXPECT_THAT(run({"--who", "-p", file}).output, HasSubstr("the list still has owner anna"));
+}
+
 // Samba's programs are replaced by their recorded output.
 TEST_F(Program, AccountsOfSambasAreWhoSheIs) {
   addUser("anna", kAnna);

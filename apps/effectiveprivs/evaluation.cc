@@ -1,6 +1,7 @@
 #include "effectiveprivs/evaluation.h"
 
 #include <tuple>
+#include <utility>
 
 #include "platform/linux/acl/list_rules.h"
 
@@ -151,6 +152,16 @@ class Judge {
 };
 
 }  // namespace
+
+ObjectPrivileges asTailHasIt(const ObjectPrivileges& object) {
+  ObjectPrivileges seen = object;
+  if (const auto tail = std::exchange(seen.staleTail, std::nullopt)) {
+    seen.uid = tail->uid;
+    seen.gid = tail->gid;
+    seen.classes = tail->classes;
+  }
+  return seen;
+}
 
 Verdicts judge(const ObjectPrivileges& object, const ParentOf& parentOf, const Identity& user) {
   return Judge(object, parentOf, user).run();

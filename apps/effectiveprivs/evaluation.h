@@ -28,6 +28,7 @@
 #include "effectiveprivs/identity.h"
 #include "platform/acl.h"
 #include "platform/linux/acl/posix_acl.h"
+#include "platform/linux/privileges/mode_tail.h"
 
 namespace paddock::effectiveprivs {
 
@@ -40,7 +41,13 @@ struct ObjectPrivileges {
   std::optional<RuleList> list;  // absent: the mode alone
   // Paths of the directory nodes that cannot be asked whom groups hold; empty when all can.
   std::string unaskedNodes{};
+  // What the list's tail says of owner, group and mode, where that is not so any more. It gives
+  // nobody anything but over SMB.
+  std::optional<nt_acl::TailSource> staleTail{};
 };
+
+// The object as an SMB server has it, which goes by the tail of the list.
+ObjectPrivileges asTailHasIt(const ObjectPrivileges& object);
 
 // What decided.
 enum class Reason {

@@ -219,6 +219,20 @@ ListRights listRights(const std::vector<ExplainedPermission>& permissions) {
           rightOf(permissions, acl::kWriteData | acl::kAppendData)};
 }
 
+ListRights staleListRights(Accounts& accounts, const ObjectPrivileges& object,
+                           const Identity& user) {
+  const ObjectPrivileges seen = asTailHasIt(object);
+  const Answer answer{seen, judge(
+                                seen, [] { return nullptr; }, user)};
+  ListRights rights = listRights(explain(accounts, {}, user, answer, std::nullopt).permissions);
+  const std::string still = "the list still has owner " + userName(accounts, seen.uid) +
+                            ", group " + groupName(accounts, seen.gid) + ", mode " +
+                            modeText(seen) + " until they are set here: ";
+  for (DoorRight* right : {&rights.read, &rights.write})
+    if (right->access != Access::yes) right->why = still + right->why;
+  return rights;
+}
+
 bool Explanation::isDoubted() const {
   return std::any_of(permissions.begin(), permissions.end(),
                      [](const ExplainedPermission& one) { return one.isDoubted; });

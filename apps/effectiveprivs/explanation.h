@@ -75,6 +75,9 @@ const ExplainedPermission* permissionFor(const std::vector<ExplainedPermission>&
                                          acl::Permission wanted);
 // What the list, or without one the mode, gives of reading and writing.
 ListRights listRights(const std::vector<ExplainedPermission>& permissions);
+// The same to an SMB server, of an object whose list has a stale tail.
+ListRights staleListRights(Accounts& accounts, const ObjectPrivileges& object,
+                           const Identity& user);
 
 // One line for people, with its end.
 std::string objectText(const ObjectDescription& object);

@@ -31,7 +31,7 @@ bool isBuiltin(const nt_acl::Sid& sid) {
 
 ObjectPrivileges ObjectReader::read(const PinnedObject& object) const {
   ObjectPrivileges privileges = readMode(object);
-  privileges.list = readList(object);
+  readList(object, privileges);
   return privileges;
 }
 
@@ -76,7 +76,7 @@ samba::ListForce ObjectReader::listForce(const PinnedObject& object) const {
       .value_or(samba::ListForce::unknown);
 }
 
-std::optional<RuleList> ObjectReader::readList(const PinnedObject& object) const {
+void ObjectReader::readList(const PinnedObject& object, ObjectPrivileges& privileges) const {
   nt_acl::StoredAcl stored;
   const int error = nt_acl::readStoredAcl(linuxExtendedAttributes(), attribute_,
                                           {object.number(), object.status()}, stored);
@@ -84,8 +84,11 @@ std::optional<RuleList> ObjectReader::readList(const PinnedObject& object) const
   if (stored.isUndecodable())
     throw Failure("the ACL of " + object.path() + " is damaged: its attribute " + attribute_ +
                   " does not decode");
-  if (!stored.list) return std::nullopt;
-  RuleList list;
+  if (!stored.list) return;
+  const nt_acl::TailSource present{privileges.uid, privileges.gid, privileges.classes,
+                                   privileges.isFolder};
+  if (stored.list->tail && stored.list->tail != present) privileges.staleTail = stored.list->tail;
+  RuleList& list = privileges.list.emplace();
   list.complete = stored.list->complete;
   list.rules.reserve(stored.list->entries.size());
   for (const nt_acl::Ace& ace : stored.list->entries) {
@@ -94,7 +97,6 @@ std::optional<RuleList> ObjectReader::readList(const PinnedObject& object) const
     list.rules.push_back({ace.type == nt_acl::kAllowed, subjectOf(ace), permissions,
                           (ace.flags & nt_acl::kInheritOnly) != 0});
   }
-  return list;
 }
 
 Subject ObjectReader::subjectOf(const nt_acl::Ace& ace) const {

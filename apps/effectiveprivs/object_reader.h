@@ -31,7 +31,7 @@ class ObjectReader {
   static KernelObject readKernel(const PinnedObject& object);
 
  private:
-  std::optional<RuleList> readList(const PinnedObject& object) const;
+  void readList(const PinnedObject& object, ObjectPrivileges& privileges) const;
   Subject subjectOf(const nt_acl::Ace& ace) const;
   Subject foreignSubject(const nt_acl::Sid& sid) const;
   // Of the groups S-1-5-32-...

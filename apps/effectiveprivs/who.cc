@@ -18,6 +18,12 @@ namespace {
 constexpr std::array<acl::Permission, kRights> kPermissionsOf = {
     acl::kReadData, acl::kWriteData | acl::kAppendData, acl::kWriteSecurity};
 
+// What the list gives, and what of that an SMB server sees.
+struct Judged {
+  std::shared_ptr<const Rights> rights;
+  ListRights overSmb;
+};
+
 // By which ways a user is in groups that the object's list or mode means.
 struct Ways {
   // The index of what a group holds, and a step of it.
@@ -62,14 +68,10 @@ class Finder {
   }
 
   Person somebody(bool hasAccount) const {
-    const Identity user(Identity::kNoUid, {hasAccount, {}, {}, {}}, {});
-    Person person{hasAccount ? "everybody else" : "a uid without an account",
-                  Identity::kNoUid,
-                  std::make_shared<const Rights>(rightsOf(user)),
-                  {}};
-    person.answer =
-        doors_.answerFor({{Identity::kNoUid, {}}, {}, hasAccount}, listRightsOf(*person.rights));
-    return person;
+    const Judged found = judged({Identity::kNoUid, {hasAccount, {}, {}, {}}, {}});
+    return {hasAccount ? "everybody else" : "a uid without an account", Identity::kNoUid,
+            found.rights,
+            doors_.answerFor({{Identity::kNoUid, {}}, {}, hasAccount}, found.overSmb)};
   }
 
   // As listRights() has them.
@@ -88,6 +90,11 @@ class Finder {
     findSubjects();
     if (!object_.list || !object_.list->complete) findGroup(listing_.groupWithGid(object_.gid));
     std::set<std::uint32_t> gids{object_.gid};
+    if (object_.staleTail) {
+      findUid(object_.staleTail->uid);
+      findGroup(listing_.groupWithGid(object_.staleTail->gid));
+      gids.insert(object_.staleTail->gid);
+    }
     for (const std::uint32_t gid : doors_.gids) gids.insert(gid);
     for (const std::uint32_t gid : gids)
       for (const std::size_t user : listing_.hostMembers(gid))
@@ -139,15 +146,15 @@ class Finder {
     std::vector<Person> people;
     for (const auto& [user, ways] : people_) {
       if (ways.own.has_value() != isOwn) continue;
-      auto& rights = rights_[ways];
+      Judged& found = judged_[ways];
       const ListedUser& listed = listing_.users()[user];
-      if (!rights) rights = std::make_shared<const Rights>(rightsOf(identityOf(listed, ways)));
-      people.push_back(personOf(listed.uid, listed.name, rights, ways.hostGids));
+      if (!found.rights) found = judged(identityOf(listed, ways));
+      people.push_back(personOf(listed.uid, listed.name, found, ways.hostGids));
     }
     for (const std::uint32_t uid : strangers_) {
       if (!isOwn) break;
       const Identity user(uid, {false, {computedGuid({PrincipalType::user, uid})}, {}, {}}, {});
-      people.push_back(personOf(uid, {}, std::make_shared<const Rights>(rightsOf(user)), {}));
+      people.push_back(personOf(uid, {}, judged(user), {}));
     }
     std::erase_if(people, [&](const Person& person) { return !mayAnything(person) && !elseMay; });
     std::sort(people.begin(), people.end(), isBefore);
@@ -158,11 +165,10 @@ class Finder {
               std::back_inserter(who.people));
   }
 
-  Person personOf(std::uint32_t uid, const std::string& name,
-                  const std::shared_ptr<const Rights>& rights,
+  Person personOf(std::uint32_t uid, const std::string& name, const Judged& found,
                   const std::vector<std::uint32_t>& gids) const {
     const std::string shown = name.empty() ? std::to_string(uid) : name;
-    return {shown, uid, rights, doors_.answerFor({{uid, gids}, name}, listRightsOf(*rights))};
+    return {shown, uid, found.rights, doors_.answerFor({{uid, gids}, name}, found.overSmb)};
   }
 
   Identity identityOf(const ListedUser& user, const Ways& ways) const {
@@ -182,6 +188,13 @@ class Finder {
       membership.groups.push_back({group.gid, group.guids, group.name, by, {}, through});
       through = membership.groups.size() - 1;
     }
+  }
+
+  Judged judged(const Identity& user) const {
+    Judged found{std::make_shared<const Rights>(rightsOf(user)), {}};
+    found.overSmb =
+        object_.staleTail ? staleListRights(accounts_, object_, user) : listRightsOf(*found.rights);
+    return found;
   }
 
   Rights rightsOf(const Identity& user) const {
@@ -209,7 +222,7 @@ class Finder {
   std::set<std::uint32_t> strangers_;  // uids that matter, and no account has
   std::set<std::size_t> known_;
   std::vector<HeldUsers> held_;
-  std::map<Ways, std::shared_ptr<const Rights>> rights_;
+  std::map<Ways, Judged> judged_;
 };
 
 }  // namespace

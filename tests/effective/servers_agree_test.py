@@ -195,6 +195,31 @@ class AgreementTest(SmbTest):
     def test_of_folders_with_a_clients_list(self):
         self.sample(True, self.set_by_client, ("user", "group", "everybody"), CLIENTS_MODES, 0.1)
 
+    def test_of_files_given_away_behind_their_list(self):
+        self.compare_given_away(False)
+
+    def test_of_folders_given_away_behind_their_list(self):
+        self.compare_given_away(True)
+
+    def compare_given_away(self, is_folder):
+        """chown and chmod leave the list as it is: smbd goes by the owner, the group and the mode that its tail
+        still names, besides the kernel, and nobody else does."""
+        self.make(is_folder)
+        stale = 0
+        for _ in range(ROUNDS):
+            self.set_here(self.entries(("user", "group")) or [self.entry(("user",))],
+                          self.random.choice(MODES), self.random.choice(PLAIN_USERS),
+                          self.random.choice(list(GROUPS)))
+            mode, owner, group = (self.random.choice(MODES), self.random.choice(PLAIN_USERS),
+                                  self.random.choice(list(GROUPS)))
+            self._give(mode, owner, group)
+            for user in PLAIN_USERS:
+                self.explained(user)
+                stale += "the list still has owner" in self.doors["smb"]["reason"]
+                self.compare_doors(self.world.session(user), is_folder, local_access(user, self.path),
+                                   "seed %d: given to %s %s %03o, %s" % (SEED, owner, group, mode, user))
+        self.assertGreater(stale, 0)
+
     def test_of_files_without_a_list(self):
         self.make(False)
         self.compare_modes(False)

@@ -83,11 +83,6 @@ Ace marker() { return {kAllowed, 0, 0, markerSid(), {}}; }
 
 using Position = std::vector<Ace>::const_iterator;
 
-bool isUnix(const Sid& sid, PrincipalType type) {
-  const auto principal = unixPrincipal(sid);
-  return principal && principal->type == type;
-}
-
 // The SID and the bits of the first allowed entry from `at` on, `at` then behind it.
 bool readClass(Position& at, Position end, Sid& sid, posix_acl::Bits& bits) {
   at = std::find_if(at, end, [](const Ace& ace) { return ace.type == kAllowed; });
@@ -98,9 +93,9 @@ bool readClass(Position& at, Position end, Sid& sid, posix_acl::Bits& bits) {
   return true;
 }
 
-// Whether the entries are what `appendTail`, and on a folder perhaps `appendPassedOn`, make of
-// anything: what that could be is read from them, and the tail made of it again.
-bool isTail(Position begin, Position end, bool isFolder) {
+// What `appendTail`, and on a folder perhaps `appendPassedOn`, make the entries of: it is read from
+// them, and the tail made of it again. Absent when they are no tail.
+std::optional<TailSource> sourceOf(Position begin, Position end, bool isFolder) {
   Subjects subjects;
   posix_acl::Classes classes;
   Sid everyone;
@@ -108,15 +103,18 @@ bool isTail(Position begin, Position end, bool isFolder) {
   if (!readClass(at, end, subjects.owner, classes.owner) ||
       !readClass(at, end, subjects.group, classes.group) ||
       !readClass(at, end, everyone, classes.others))
-    return false;
-  if (!isUnix(subjects.owner, PrincipalType::user) || !isUnix(subjects.group, PrincipalType::group))
-    return false;
+    return std::nullopt;
+  const auto owner = unixPrincipal(subjects.owner);
+  const auto group = unixPrincipal(subjects.group);
+  if (!owner || owner->type != PrincipalType::user || !group || group->type != PrincipalType::group)
+    return std::nullopt;
+  const TailSource source{owner->id, group->id, classes, isFolder};
   std::vector<Ace> made;
   appendTail(made, subjects, classes, isFolder);
-  if (std::equal(begin, end, made.begin(), made.end())) return true;
-  if (!isFolder) return false;
+  if (std::equal(begin, end, made.begin(), made.end())) return source;
+  if (!isFolder) return std::nullopt;
   appendPassedOn(made, classes);
-  return std::equal(begin, end, made.begin(), made.end());
+  return std::equal(begin, end, made.begin(), made.end()) ? std::optional(source) : std::nullopt;
 }
 
 }  // namespace
@@ -135,10 +133,10 @@ std::vector<Ace> withTail(std::vector<Ace> entries, const TailSource& source) {
 SplitList withoutTail(std::vector<Ace> list, bool isFolder) {
   SplitList split;
   const auto last = std::find_if(list.rbegin(), list.rend(), isMarker);
-  if (last != list.rend() && *last == marker() && isTail(last.base(), list.end(), isFolder)) {
-    split.complete = false;
-    list.erase(std::prev(last.base()), list.end());
-  }
+  if (last != list.rend() && *last == marker())
+    split.tail = sourceOf(last.base(), list.end(), isFolder);
+  if (split.tail) list.erase(std::prev(last.base()), list.end());
+  split.complete = !split.tail;
   std::erase_if(list, isMarker);
   split.entries = std::move(list);
   return split;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "platform/linux/acl/nt_acl.h"
@@ -23,6 +24,7 @@ struct TailSource {
   std::uint32_t gid = 0;
   posix_acl::Classes classes;
   bool isFolder = false;
+  friend bool operator==(const TailSource&, const TailSource&) = default;
 };
 
 // The entries, the marker, and the tail of the mode.
@@ -31,6 +33,9 @@ std::vector<Ace> withTail(std::vector<Ace> entries, const TailSource& source);
 struct SplitList {
   std::vector<Ace> entries;  // without markers and generated tail
   bool complete = true;
+  // What the tail was made of; absent of a complete list. It says what was so when the list was
+  // written: an SMB server goes by it, nobody else does.
+  std::optional<TailSource> tail{};
 };
 
 // The opposite. The list is not complete when it ends in exactly a marker and what `withTail` makes

@@ -98,6 +98,7 @@ TEST(ModeTail, EveryTailIsRecognised) {
         const SplitList split = withoutTail(withTail(entries, source(mode, isFolder)), isFolder);
         EXPECT_FALSE(split.complete) << mode;
         EXPECT_EQ(split.entries, entries) << mode;
+        EXPECT_EQ(split.tail, source(mode, isFolder)) << mode;
       }
     }
   }
@@ -147,6 +148,7 @@ TEST(ModeTail, AListWithoutAMarkerIsComplete) {
 TEST(ModeTail, AnEmptyListIsComplete) {
   const SplitList split = withoutTail({}, true);
   EXPECT_TRUE(split.complete);
+  EXPECT_FALSE(split.tail);
   EXPECT_TRUE(split.entries.empty());
 }
 
