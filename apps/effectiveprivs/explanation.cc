@@ -192,6 +192,11 @@ std::vector<Disagreement> disagreements(const Explanation& explanation,
   return found;
 }
 
+std::string ownersText(Accounts& accounts, const ObjectPrivileges& object) {
+  return "owner " + userName(accounts, object.uid) + ", group " + groupName(accounts, object.gid) +
+         ", mode " + modeText(object);
+}
+
 // Whether any of the permissions is granted, and why not.
 DoorRight rightOf(const std::vector<ExplainedPermission>& all, acl::Permission wanted) {
   const auto* found = permissionFor(all, wanted);
@@ -225,9 +230,8 @@ ListRights staleListRights(Accounts& accounts, const ObjectPrivileges& object,
   const Answer answer{seen, judge(
                                 seen, [] { return nullptr; }, user)};
   ListRights rights = listRights(explain(accounts, {}, user, answer, std::nullopt).permissions);
-  const std::string still = "the list still has owner " + userName(accounts, seen.uid) +
-                            ", group " + groupName(accounts, seen.gid) + ", mode " +
-                            modeText(seen) + " until they are set here: ";
+  const std::string still =
+      "the list still has " + ownersText(accounts, seen) + " until they are set here: ";
   for (DoorRight* right : {&rights.read, &rights.write})
     if (right->access != Access::yes) right->why = still + right->why;
   return rights;
@@ -249,6 +253,11 @@ ObjectDescription describe(Accounts& accounts, const std::string& path,
   if (object.list) {
     description.entries = object.list->rules.size();
     description.isComplete = object.list->complete;
+  }
+  if (object.staleTail) {
+    const ObjectPrivileges seen = asTailHasIt(object);
+    description.staleTail = ownersText(accounts, seen);
+    if (seen.uid != object.uid) description.formerOwner = userName(accounts, seen.uid);
   }
   return description;
 }

@@ -45,6 +45,9 @@ struct ObjectDescription {
   // The number of its entries; absent when there is no list.
   std::optional<std::size_t> entries;
   bool isComplete = false;
+  // Owner, group and mode that the list's tail names where they are others now; empty when none.
+  std::string staleTail{};
+  std::string formerOwner{};  // of these, when it is another one now
 };
 
 struct Explanation {
@@ -79,7 +82,7 @@ ListRights listRights(const std::vector<ExplainedPermission>& permissions);
 ListRights staleListRights(Accounts& accounts, const ObjectPrivileges& object,
                            const Identity& user);
 
-// One line for people, with its end.
+// One line for people, with its end; a second one about a stale tail.
 std::string objectText(const ObjectDescription& object);
 // What a question about one user begins with: the answer, and one line for each door.
 std::string answerText(const Explanation& explanation);

@@ -34,6 +34,18 @@ std::string headText(const Explanation& explanation) {
   return printable(who + " on ") + objectText(explanation.object);
 }
 
+// smbd goes by what the list says of owner and mode, and lets its owner change it.
+std::string staleText(const ObjectDescription& object) {
+  if (object.staleTail.empty()) return {};
+  const std::string change =
+      object.formerOwner.empty() ? "" : ", and " + object.formerOwner + " may change it there";
+  return printable("The list still has " + object.staleTail +
+                   ", which were changed behind it: SMB servers go by these" + change +
+                   ". To bring it up to date: keelhouse privs set " + object.path + " --mode " +
+                   object.mode) +
+         "\n";
+}
+
 std::string kernelText(const Explanation& explanation) {
   if (explanation.kernelDisagrees.empty() && explanation.barrier.empty() &&
       explanation.kernelBitsApart.empty())
@@ -85,7 +97,7 @@ Array arrayOf(const Items& items, Function function) {
 std::string objectText(const ObjectDescription& object) {
   return printable(object.path + ": owner " + object.owner + ", group " + object.group + ", mode " +
                    object.mode + ", " + listText(object)) +
-         "\n";
+         "\n" + staleText(object);
 }
 
 std::string answerText(const Explanation& explanation) {

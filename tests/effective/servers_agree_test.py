@@ -14,7 +14,7 @@ import sys
 
 sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "samba"))
 from list_model import NEEDED_OF_FILES, NEEDED_OF_FOLDERS, RIGHTS, Entry
-from smb_world import ATTRIBUTE, GROUPS, PLAIN_USERS, USERS, SmbTest, gids_of, local_access, run_tests
+from smb_world import ATTRIBUTE, GROUPS, PLAIN_USERS, USERS, SmbTest, gids_of, local_access, run_tests, security
 from tried import INSIDE, as_ids, is_parted, tried, wanted, works
 
 PROGRAM = "usr/share/paddockd/bundles/paddock_sharing.bundle/Contents/effectiveprivs"
@@ -219,6 +219,23 @@ class AgreementTest(SmbTest):
                 self.compare_doors(self.world.session(user), is_folder, local_access(user, self.path),
                                    "seed %d: given to %s %s %03o, %s" % (SEED, owner, group, mode, user))
         self.assertGreater(stale, 0)
+
+    def test_that_a_former_owner_may_change_the_list_over_smb(self):
+        """Until somebody sets the mode here, which is said."""
+        self.make_file(0o640, "anna")
+        self.set_acl("allow user:bert read")
+        os.chown(self.path, USERS["carl"], -1)
+        self.assertEqual(self.who_may_change(), {"anna"})
+        self.assertIn("SMB servers go by these, and anna may change it there.", self.said_of_everybody())
+        self.world.paddock.keelhouse("privs", "set", self.path, "--mode", "640")
+        self.assertEqual(self.who_may_change(), {"carl"})
+        self.assertNotIn("may change it there", self.said_of_everybody())
+
+    def who_may_change(self):
+        return self.users_who(lambda smb: smb.may(self.name, security.SEC_STD_WRITE_DAC))
+
+    def said_of_everybody(self):
+        return self.output_of(os.path.join(self.world.paddock.tree, PROGRAM), "--who", "-p", self.path)
 
     def test_of_files_without_a_list(self):
         self.make(False)
