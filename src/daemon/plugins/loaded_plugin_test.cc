@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 constexpr uid_t kNobody = 65534;
 constexpr const char* kName = "plugin";
 
-enum Outcome : int { loaded = 0, refused = 1, evilLoaded = 2, failed = 3 };
+enum Outcome : unsigned { loaded = 0, refused = 1, evilLoaded = 2, failed = 3 };
 
 pid_t inChild(const std::function<void()>& body) {
   const pid_t child = ::fork();
