@@ -77,22 +77,29 @@ broken_start_says_why() {
   keelhouse status >/dev/null || fail "the daemon does not answer once its configuration is right"
 }
 
-install_and_start
+# timed COMMAND...: runs it, and says when it was done.
+timed() {
+  "$@"
+  printf '%4s s  %s\n' "$SECONDS" "$1"
+}
+
+timed install_and_start
 cp "$configuration" "$shipped"
 groupadd lookers
 useradd --user-group --groups lookers viewer
-reload_takes_over_a_group
-rotated_audit_log_is_opened_again
-exposure_is_low
-passwords_and_quotas
+timed reload_takes_over_a_group
+timed rotated_audit_log_is_opened_again
+timed exposure_is_low
+timed passwords_and_quotas
 printf '[access]\nview_group = "paddock-view"\n' >"$configuration"
 systemctl reload paddockd
 until_seen "paddock-view" as_viewer share list
-commands_may_do_what_is_written
+timed commands_may_do_what_is_written
 wait_less
-propagation_survives_a_restart
-hanging_daemon_is_started_again
-broken_reload_keeps_the_daemon
-broken_start_says_why
-socket_is_of_systemd
+timed propagation_survives_a_restart
+timed broken_reload_keeps_the_daemon
+rm "$configuration"
+timed hanging_daemon_is_started_again
+timed broken_start_says_why
+timed socket_is_of_systemd
 echo "a wrong configuration is said at once and keeps the running daemon, a reload takes over what it can, and what hangs comes back"
