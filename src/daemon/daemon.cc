@@ -219,8 +219,8 @@ std::vector<std::string> untrustedCode(const Paths& paths) {
   return lines;
 }
 
-bool reportCode(std::ostream& stream, const Paths& paths) {
-  const std::vector<std::string> lines = untrustedCode(paths);
+// True when there are no lines.
+bool reportCode(std::ostream& stream, const std::vector<std::string>& lines) {
   for (const std::string& line : lines) stream << line << '\n';
   stream.flush();
   return lines.empty();
@@ -229,7 +229,10 @@ bool reportCode(std::ostream& stream, const Paths& paths) {
 bool check(const Options& options, const Paths& paths, const std::string& file,
            const Configuration& configuration, const std::vector<ConfigurationProblem>& problems) {
   const bool isGood = report(std::cout, file, problems);
-  if (!reportCode(std::cout, paths) || !isGood) return false;
+  std::vector<std::string> code = untrustedCode(paths);
+  // The folder's line is about every plug-in in it.
+  if (code.empty()) code = untrustedPlugins(paths.bundles());
+  if (!reportCode(std::cout, code) || !isGood) return false;
   if (!options.tryLdap) return true;
   try {
     return tryLdapServers(configuration, paths, std::cout);
@@ -309,7 +312,7 @@ int runDaemon(const Options& options) {
   if (options.checkConfiguration)
     return check(options, paths, file, configuration, problems) ? 0 : 1;
   const bool isGood = report(std::cerr, file, problems);
-  if (!reportCode(std::cerr, paths) || !isGood) return 1;
+  if (!reportCode(std::cerr, untrustedCode(paths)) || !isGood) return 1;
   const sigset_t signals = blockSignals();
   ::umask(kUmask);
   raiseDescriptorLimit();

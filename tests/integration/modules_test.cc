@@ -93,6 +93,12 @@ TEST_F(Modules, SharedObjectWritableByOthersIsRefused) {
   EXPECT_THAT(daemon.log(), HasSubstr("plug-in test_sibling refused: " + object("test_sibling") +
                                       " belongs to user 65534, not to root"));
   EXPECT_EQ(daemon.get("/v1/health").dictionary().integer("plugins"), 0);
+  // Who asks before the start hears the same.
+  const EndedRun check = runToEnd(tree_, {"--root", tree_.root(), "--check-config"});
+  EXPECT_EQ(check.status, 1);
+  const auto lines = linesOf(check.output);
+  ASSERT_EQ(lines.size(), 2U) << check.output;
+  for (const std::string& line : lines) EXPECT_THAT(daemon.log(), HasSubstr("<3>" + line + "\n"));
 }
 
 TEST_F(Modules, BundleFolderWritableByOthersIsRefused) {

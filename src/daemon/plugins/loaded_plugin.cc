@@ -79,9 +79,16 @@ Dictionary descriptionOf(void* object, const std::string& name) {
   return {};
 }
 
+std::string objectOf(const std::string& folder, const std::string& name) {
+  return folder + "/" + name + std::string(kBundleSuffix) + "/Contents/" + name + ".so";
+}
+
+std::string refusalOf(const std::string& name, const std::string& why) {
+  return "plug-in " + name + " refused: " + why;
+}
+
 LoadedPlugin load(const std::string& folder, const std::string& name) {
-  const std::string bundle = folder + "/" + name + std::string(kBundleSuffix);
-  void* const opened = openObject(bundle + "/Contents/" + name + ".so");
+  void* const opened = openObject(objectOf(folder, name));
   LoadedPlugin plugin{name, createHandler(opened), {}};
   if (plugin.handler->init() == nullptr) throw std::runtime_error("init gives nothing");
   plugin.operations = plugin.handler->operations();
@@ -117,20 +124,27 @@ const Dictionary* LoadedPlugin::auditedOnce(const std::string& operation) const 
   return one != nullptr ? one->dictionary("auditedOnce") : nullptr;
 }
 
+std::vector<std::string> untrustedPlugins(const std::string& folder) {
+  std::vector<std::string> lines;
+  for (const std::string& name : bundleNames(folder)) {
+    const std::string why = whyUntrusted(objectOf(folder, name));
+    if (!why.empty()) lines.push_back(refusalOf(name, why));
+  }
+  return lines;
+}
+
 LoadedPlugin loadPlugin(const std::string& folder, const std::string& name) {
   try {
     return load(folder, name);
   } catch (const std::exception& error) {
-    throw std::runtime_error("plug-in " + name + " refused: " + error.what());
+    throw std::runtime_error(refusalOf(name, error.what()));
   }
 }
 
 std::vector<LoadedPlugin> loadPlugins(const std::string& folder) {
   std::vector<LoadedPlugin> plugins;
   for (const std::string& name : bundleNames(folder)) {
-    const auto refuse = [&name](const char* why) {
-      logMessage(3, "plug-in " + name + " refused: " + why);
-    };
+    const auto refuse = [&name](const char* why) { logMessage(3, refusalOf(name, why)); };
     try {
       plugins.push_back(load(folder, name));
       logMessage(6, "plug-in " + name + " loaded");
