@@ -31,8 +31,8 @@ struct LoadedPlugin {
 // Shared objects are never unloaded, and a descriptor of each stays open.
 std::vector<LoadedPlugin> loadPlugins(const std::string& folder);
 
-// Why plug-ins of the folder would be refused before they are loaded: "plug-in NAME refused: ..." of
-// each that others could have changed.
+// Why plug-ins of the folder would be refused before they are loaded: "plug-in NAME refused: ..."
+// of each that others could have changed.
 std::vector<std::string> untrustedPlugins(const std::string& folder);
 
 // Loads the plug-in of that name. Throws, naming it, when it cannot be used.
