@@ -25,6 +25,8 @@ namespace {
 
 constexpr unsigned kFewestThreads = 2;
 constexpr unsigned kMostThreads = 8;
+// Of those that later rounds recognise, in 1 MiB.
+constexpr std::size_t kKnownFolders = 65'536;
 // Of a thread's descriptors: the object being set, and a folder being queued.
 constexpr unsigned kPassingDescriptors = 2;
 
@@ -60,7 +62,7 @@ bool isThere(const StartingFolder& folder, RunReport& report) {
   return error == 0;
 }
 
-Visit visitOf(const ObjectStatus& status, const WalkRounds& rounds) {
+Visit visitOfHighest(const ObjectStatus& status, const WalkRounds& rounds) {
   if (rounds.isFirst()) return Visit::whole;
   return rounds.isOfTheOneBefore(status.modified) ? Visit::again : Visit::folders;
 }
@@ -74,7 +76,7 @@ void walkRound(const StartingFolder& folder, const Propagation& propagation,
         std::make_unique<Walker>(shared, options.descriptors / threads - kPassingDescriptors));
   }
   auto start = std::make_shared<const Folder>(nullptr, folder.path, shared.root, propagation.levels,
-                                              visitOf(shared.root, shared.rounds));
+                                              visitOfHighest(shared.root, shared.rounds));
   const double share = shared.rounds.isFirst() ? 1 : 0;
   shared.queue.give({std::move(start), opened(folder), false, {}, {}, share});
   runThreads(shared, walkers);
@@ -86,7 +88,7 @@ void walkTree(const StartingFolder& folder, const Propagation& propagation,
               FilePrivileges& privileges, const WalkOptions& options, const std::atomic<bool>& stop,
               RunReport& report) {
   const unsigned threads = threadsOf(options);
-  WalkRounds rounds;
+  WalkRounds rounds(WalkRounds::kPause, kKnownFolders);
   do {
     SharedWalk shared(threads, propagation, privileges, rounds, report, stop);
     shared.root = folder.status;

@@ -26,7 +26,7 @@ struct StartingFolder {
 
 // No symlink is followed, and the walk stays in the mount of the folder: mounts below it are
 // skipped and not counted. Memory does not grow with the number of objects, but by a little for
-// each level of the deepest folders and up to 4 MiB for the numbers of folders. Objects that are
+// each level of the deepest folders and up to 1 MiB for the numbers of folders. Objects that are
 // created, moved or removed concurrently are set as they are encountered; a folder that leaves the
 // tree is not touched from then on. Where entries moved meanwhile, folders are looked at again, as
 // platform/linux/privileges/walk_rounds.h says, and those that change in the last round, too, are

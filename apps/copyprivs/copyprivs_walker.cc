@@ -46,16 +46,6 @@ std::string because(const std::string& what, int error) {
 
 }  // namespace
 
-Visit SharedWalk::visitOf(const ObjectStatus& status, const Folder& above) const {
-  VisitedFolders& visited = rounds.visited();
-  if (rounds.isFirst()) return visited.add(status) ? Visit::whole : Visit::again;
-  // Where nothing came to the folder above, its folders are those of the round before.
-  const bool isKnown =
-      !visited.add(status) || (!visited.isComplete() && above.visit() == Visit::folders);
-  if (isKnown) return rounds.isOfTheOneBefore(status.modified) ? Visit::again : Visit::folders;
-  return visited.isComplete() ? Visit::whole : Visit::again;
-}
-
 Walker::Walker(SharedWalk& shared, std::size_t descriptors)
     : shared_(shared),
       setter_(shared.propagation, shared.privileges),
@@ -250,7 +240,7 @@ void Walker::enterNext() {
 }
 
 void Walker::enter(int held, const std::string& name, const ObjectStatus& status, double share) {
-  const Visit visit = shared_.visitOf(status, *stack_.top().folder);
+  const Visit visit = visitOf(status, this->visit(), shared_.rounds);
   FileDescriptor descriptor;
   const int error = openFolder(held, descriptor);
   Outcome outcome = set(error == 0 ? descriptor.get() : held, status, name.c_str(), visit);

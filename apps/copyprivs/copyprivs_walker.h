@@ -41,9 +41,6 @@ struct SharedWalk {
         report(gathered),
         stop(stopping) {}
 
-  // What this round does with a folder that was encountered in `above`.
-  Visit visitOf(const ObjectStatus& status, const Folder& above) const;
-
   WorkQueue<Work> queue;
   const Propagation& propagation;
   FilePrivileges& privileges;

@@ -30,6 +30,18 @@ Levels::Pointer Levels::withEmptyBelow(const Pointer& levels) {
   return std::make_shared<const Levels>(nullptr, levels);
 }
 
+Visit visitOf(const ObjectStatus& folder, Visit above, WalkRounds& rounds) {
+  VisitedFolders& visited = rounds.visited();
+  const bool isNew = visited.add(folder);
+  if (rounds.isFirst()) return isNew ? Visit::whole : Visit::again;
+  // Where nothing came to the folder above, its folders are those of the round before.
+  const bool isKnown = !isNew || (!visited.isComplete() && above == Visit::folders);
+  if (isKnown) {
+    return rounds.isOfTheOneBefore(folder.modified) ? Visit::again : Visit::folders;
+  }
+  return visited.isComplete() ? Visit::whole : Visit::again;
+}
+
 Folder::Folder(Pointer above, std::string name, const ObjectStatus& status, Levels::Pointer inside,
                Visit visit, bool isSet)
     : above_(std::move(above)),

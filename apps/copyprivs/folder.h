@@ -9,6 +9,7 @@
 
 #include "base/file_access.h"
 #include "platform/linux/privileges/object_status.h"
+#include "platform/linux/privileges/walk_rounds.h"
 #include "privileges/acl_manipulation.h"
 
 namespace paddock::copyprivs {
@@ -47,6 +48,10 @@ enum class Visit : std::uint8_t {
   again,    // everything in it is set; counted is what was not as it should be
   folders,  // its folders are looked at: the rest was set, and nothing came since
 };
+
+// What this round does with a folder that is met in one with which it does `above`. The rounds keep
+// it as visited.
+Visit visitOf(const ObjectStatus& folder, Visit above, WalkRounds& rounds);
 
 // A folder that was encountered, with its ancestors: enough to find it again by name from any of
 // them, and to identify it. Immutable, so that any thread may read it.

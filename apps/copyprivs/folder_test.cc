@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <filesystem>
 
 #include "support/temporary_folder.h"
@@ -88,6 +89,52 @@ class HasItsAncestors : public ::testing::Test {
   Folder::Pointer folder_;
   FileDescriptor open_;
 };
+
+constexpr FileTime kLongAgo{1, 1};
+
+ObjectStatus folderOf(std::uint64_t inode, FileTime modified = kLongAgo) {
+  ObjectStatus status;
+  status.inode = inode;
+  status.modified = modified;
+  return status;
+}
+
+FileTime presentTime() {
+  timespec time{};
+  ::clock_gettime(CLOCK_REALTIME, &time);
+  return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec) | 1U};
+}
+
+TEST(FolderVisits, FirstRoundGoesThroughEverythingOnce) {
+  WalkRounds rounds;
+  rounds.begin();
+  EXPECT_EQ(visitOf(folderOf(1), Visit::whole, rounds), Visit::whole);
+  // It moved, and is met again.
+  EXPECT_EQ(visitOf(folderOf(1), Visit::whole, rounds), Visit::again);
+}
+
+TEST(FolderVisits, LaterRoundsTellWhatCameAndWhatChanged) {
+  WalkRounds rounds;
+  rounds.begin();
+  EXPECT_EQ(visitOf(folderOf(1), Visit::whole, rounds), Visit::whole);
+  EXPECT_EQ(visitOf(folderOf(2), Visit::whole, rounds), Visit::whole);
+  const FileTime meanwhile = presentTime();
+  ::usleep(20'000);
+  rounds.begin();
+  EXPECT_EQ(visitOf(folderOf(1), Visit::folders, rounds), Visit::folders);
+  EXPECT_EQ(visitOf(folderOf(2, meanwhile), Visit::folders, rounds), Visit::again);
+  EXPECT_EQ(visitOf(folderOf(3), Visit::folders, rounds), Visit::whole);
+}
+
+TEST(FolderVisits, BeyondTheKnownOnesEverythingBelowAChangeIsSetAgain) {
+  WalkRounds rounds(WalkRounds::kPause, 1);
+  rounds.begin();
+  for (const std::uint64_t inode : {1U, 2U, 3U}) visitOf(folderOf(inode), Visit::whole, rounds);
+  rounds.begin();
+  EXPECT_EQ(visitOf(folderOf(1), Visit::again, rounds), Visit::folders);
+  EXPECT_EQ(visitOf(folderOf(2), Visit::again, rounds), Visit::again);
+  EXPECT_EQ(visitOf(folderOf(2), Visit::folders, rounds), Visit::folders);
+}
 
 class FolderTimes : public HasItsAncestors {
  protected:

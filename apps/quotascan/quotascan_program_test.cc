@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <deque>
 #include <filesystem>
 #include <thread>
 
@@ -349,18 +348,16 @@ TEST_F(Program, ManyRunsAtOnceLeaveOneRightFile) {
 }
 
 TEST_F(Program, FoldersThatNeverRestAreSaidAndFiguresWritten) {
-  runInOwnMounts([] {
-    const LoopVolume volume;
+  const TestFolder volume;
+  runInOwnMounts([&] {
+    mountTmpfs(volume.path(), "64m");
+    makeManyFolders(volume.path());
     writeWholeFile(volume.path(".quota.user"), emptyTable(kUserQuota));
     makeFile(volume.path("f"), 10'000, kBert);
+    std::filesystem::create_directory(volume.path("moving"));
     EndedProgram ended;
     {
-      std::deque<RestlessFolder> restless;
-      for (const std::string name : {"a", "b", "c", "d"}) {
-        std::filesystem::create_directories(volume.path(name + "/moving"));
-        std::filesystem::create_directory(volume.path(name + "-too"));
-        restless.emplace_back(volume.path(name + "/moving"), volume.path(name + "-too/came"));
-      }
+      const RestlessFolder restless(volume.path("moving"), volume.path("elsewhere"));
       ended = quotascan({"-u", volume.path()});
     }
     EXPECT_EQ(ended.status, 1);

@@ -69,7 +69,7 @@ Counts countUsage(int root, const WalkOptions& options, std::atomic<std::uint64_
   const unsigned threads = threadsOf(options);
   const std::atomic<bool> neverStops = false;
   LinkedInodes linked;
-  WalkRounds rounds(options.pause);
+  WalkRounds rounds(options.pause, options.knownFolders);
   Counts counts;
   do {
     SharedWalk shared(threads, rounds, linked, objects, options.ignored);

@@ -32,6 +32,7 @@ struct WalkOptions {
   unsigned descriptors = 48;      // that may be open at a time; at least 4 for each thread
   std::set<std::string> ignored;  // names in the highest folder that are not counted
   std::chrono::milliseconds pause = WalkRounds::kPause;  // before folders are looked at again
+  std::size_t knownFolders = VisitedFolders::kMost;      // that are recognised then
 };
 
 // `root` is the volume's highest folder, which counts too. `objects` grows as the walk goes on.

@@ -1,8 +1,9 @@
-// A folder that moves all the time.
+// A folder that moves all the time, and a tree that takes a while to be walked.
 #pragma once
 
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -29,5 +30,15 @@ class RestlessFolder {
   std::atomic<bool> isEnding_ = false;
   std::thread thread_;
 };
+
+// So many that the folder moves during each round, however busy the machine is: it is in the
+// highest folder, which a walk leaves last. Returns how many.
+inline int makeManyFolders(const std::string& path) {
+  constexpr int kFolders = 8'000;
+  for (int number = 0; number < kFolders; ++number) {
+    std::filesystem::create_directory(path + "/many" + std::to_string(number));
+  }
+  return kFolders;
+}
 
 }  // namespace paddock

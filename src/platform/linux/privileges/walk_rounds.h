@@ -59,7 +59,9 @@ class WalkRounds {
 
   // The first pause between two rounds; each is twice as long as the one before. On a file system
   // that keeps no fractions of seconds they are as long as it takes to tell its times apart.
-  explicit WalkRounds(std::chrono::milliseconds pause = kPause) : pause_(pause) {}
+  explicit WalkRounds(std::chrono::milliseconds pause = kPause,
+                      std::size_t mostFolders = VisitedFolders::kMost)
+      : pause_(pause), visited_(mostFolders) {}
 
   void begin();
   bool isFirst() const { return number_ == 1; }
