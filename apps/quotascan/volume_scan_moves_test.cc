@@ -131,8 +131,8 @@ class FolderMoves : public ::testing::Test {
   static void expectAll(const Counts& counts) {
     const auto found = counts.users.map().find(kAnna);
     ASSERT_NE(found, counts.users.map().end());
-    EXPECT_EQ(found->second.files, std::uint64_t{kFolders * (1 + kMovingFiles)});
-    EXPECT_EQ(counts.objects, std::uint64_t{1 + kFolders * (2 + kFiles + kMovingFiles)});
+    EXPECT_EQ(found->second.files, std::uint64_t{kFolders} * (1 + kMovingFiles));
+    EXPECT_EQ(counts.objects, 1 + std::uint64_t{kFolders} * (2 + kFiles + kMovingFiles));
     EXPECT_EQ(counts.unsettled, "");
   }
 
