@@ -86,6 +86,7 @@ class ServiceManager : public ::testing::Test {
     ::dup2(log.get(), STDERR_FILENO);
     constexpr int kAbove = 100;
     std::vector<int> kept;
+    kept.reserve(sockets.size());
     for (const int socket : sockets) kept.push_back(::fcntl(socket, F_DUPFD_CLOEXEC, kAbove));
     int number = STDERR_FILENO;
     for (const int socket : kept) ::dup2(socket, ++number);
