@@ -14,8 +14,9 @@ exposure_is_low() {
   local figure
   figure=$(systemd-analyze security --no-pager paddockd | sed -n 's/.*exposure level for paddockd.service: \([0-9.]*\) .*/\1/p')
   echo "exposure of paddockd.service: $figure"
-  [ -n "$figure" ] && [ "$(printf '%s\n4.0\n' "$figure" | sort -V | tail -n 1)" = 4.0 ] ||
+  if [ -z "$figure" ] || [ "$(printf '%s\n4.0\n' "$figure" | sort -V | tail -n 1)" != 4.0 ]; then
     fail "the exposure is above 4"
+  fi
   # CHOWN, DAC_OVERRIDE, DAC_READ_SEARCH, FOWNER, FSETID, SYS_ADMIN, SYS_RESOURCE, AUDIT_WRITE
   expect 000000002120001f "$(of_process CapBnd)" "what the daemon and its programs may ever be allowed"
   expect 000000002120001f "$(of_process CapEff)" "what the daemon is allowed"
