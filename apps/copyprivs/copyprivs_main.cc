@@ -6,6 +6,7 @@
 
 #include "base/installed_root.h"
 #include "base/program_start.h"
+#include "base/trusted_path.h"
 #include "copyprivs/copyprivs.h"
 
 namespace {
@@ -24,6 +25,7 @@ void stopOn(int signal) {
 
 int main(int count, char** arguments) {
   paddock::ignoreLdapFiles();
+  paddock::acceptOpenProgram(paddock::runningExecutable());
   ::umask(077);
   stopOn(SIGTERM);
   stopOn(SIGINT);

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -127,6 +128,19 @@ TEST_F(ProgramAndMoves, WhatMovesIntoTheVisitedPartIsSet) {
     return;
   }
   FAIL() << "it was never stopped early enough";
+}
+
+TEST_F(ProgramAndMoves, FutureTimesOfFoldersAreNoChange) {
+  makeFolders();
+  constexpr std::array<timespec, 2> kFuture{timespec{4'000'000'000, 1}, timespec{4'000'000'000, 1}};
+  for (int number = 0; number < kFolders; ++number) {
+    ASSERT_EQ(::utimensat(AT_FDCWD, folder(number).c_str(), kFuture.data(), 0), 0);
+  }
+  // Their owner may have set them at any time before the run.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(tree_.run(kOwner).status, 0);
+  EXPECT_EQ(tree_.status().integer("errorCount"), 0);
+  EXPECT_EQ(notYetSet(tree_.path()), 0);
 }
 
 TEST_F(ProgramAndMoves, AFolderThatMovesAllTheTimeIsAnError) {

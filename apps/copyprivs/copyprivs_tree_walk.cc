@@ -1,6 +1,10 @@
 #include "copyprivs/copyprivs_tree_walk.h"
 
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <functional>
 #include <memory>
@@ -54,6 +58,18 @@ void runThreads(SharedWalk& shared, const std::vector<std::unique_ptr<Walker>>& 
   runWorkers(workers, [&shared] { shared.queue.stop(); });
 }
 
+// Whether another machine, or a program, answers for the file system; true also where that is not
+// known.
+bool isOnRemoteFileSystem(int object) {
+  constexpr std::array<unsigned, 9> kRemote{NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC,  CIFS_SUPER_MAGIC,
+                                            SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC, CEPH_SUPER_MAGIC,
+                                            AFS_SUPER_MAGIC,  AFS_FS_MAGIC,     V9FS_MAGIC};
+  struct statfs status {};
+  if (::fstatfs(object, &status) != 0) return true;
+  const auto type = static_cast<unsigned>(status.f_type);
+  return std::find(kRemote.begin(), kRemote.end(), type) != kRemote.end();
+}
+
 // Whether another round has something to begin with; it is an error when not.
 bool isThere(const StartingFolder& folder, RunReport& report) {
   FileDescriptor again;
@@ -88,10 +104,12 @@ void walkTree(const StartingFolder& folder, const Propagation& propagation,
               FilePrivileges& privileges, const WalkOptions& options, const std::atomic<bool>& stop,
               RunReport& report) {
   const unsigned threads = threadsOf(options);
+  const bool isRemote = isOnRemoteFileSystem(folder.held.get());
   WalkRounds rounds(WalkRounds::kPause, kKnownFolders);
   do {
     SharedWalk shared(threads, propagation, privileges, rounds, report, stop);
     shared.root = folder.status;
+    shared.isRemote = isRemote;
     if (rounds.isDisturbed()) {
       report.beginRepetition();
       // Before the round begins, so that no change is between the two.

@@ -83,10 +83,21 @@ void Walker::leave() {
   // What is known already is not asked again, but to name the folders of the last round.
   if (!shared_.rounds.isDisturbed() || shared_.rounds.isLast()) {
     ObjectStatus now;
-    const bool isKnown = stack_.openTop() == 0 && statusOf(stack_.top().descriptor.get(), now) == 0;
-    if (!isKnown || !folder.isAsEncountered(now)) noteChange(folder, now.modified);
+    int error = stack_.openTop();
+    if (error == 0) error = statusOf(stack_.top().descriptor.get(), now);
+    if (error != 0) {
+      noteUnknown(folder, error);
+    } else if (!folder.isAsEncountered(now)) {
+      noteChange(folder, now.changed);
+    }
   }
   stack_.pop();
+}
+
+// A folder that is gone changed the one above it, too.
+void Walker::noteUnknown(const Folder& folder, int error) {
+  shared_.rounds.noteChange();
+  if (shared_.rounds.isLast() && !isGone(error)) noteFolderError(folder, kRestless);
 }
 
 void Walker::noteChange(const Folder& folder, const FileTime& time) {
@@ -198,6 +209,7 @@ void Walker::setNamed(const char* name) {
 
 // Whether nothing is to be done for the entry of that name; false also when that is unknown.
 bool Walker::isFoundRight(const char* name) {
+  if (shared_.isRemote) return false;
   ObjectStatus status;
   return statusOf(AT_FDCWD, name, status) == 0 && isOnMount(status, shared_.root) &&
          !status.isFolder() && !isLeftOut(status) &&
@@ -254,9 +266,11 @@ void Walker::enter(int held, const std::string& name, const ObjectStatus& status
                                                std::move(outcome.inside), visit, outcome.changed);
   if (!outcome.error.empty()) folder->noteError();
   const WalkRounds& rounds = shared_.rounds;
-  const bool hasChanged = rounds.isOfThisRound(status.modified) ||
-                          (rounds.isFirst() && rounds.isOfThisRound(status.changed));
-  if (hasChanged) noteChange(*folder, status.modified);
+  // What comes or goes sets both times. Setting privileges changes one, whoever owns the folder can
+  // set the other, to a time that is yet to come as well.
+  const bool hasChanged = rounds.isOfThisRound(status.changed) &&
+                          (rounds.isFirst() || rounds.isOfThisRound(status.modified));
+  if (hasChanged) noteChange(*folder, status.changed);
   FolderStack::Level& level = stack_.push(std::move(folder), std::move(descriptor));
   level.unreadShare = share;
   level.unread = entriesOf(status);

@@ -48,6 +48,8 @@ struct SharedWalk {
   RunReport& report;
   const std::atomic<bool>& stop;
   ObjectStatus root;
+  // Another machine's file system: what is known of an object here may be what it was.
+  bool isRemote = false;
   FileDescriptor rootFolder;
   // For objects with several hard links, so that no two threads set one concurrently.
   std::array<Mutex, 64> linked;
@@ -91,6 +93,7 @@ class Walker {
             double share);
   void leave();
   void noteChange(const Folder& folder, const FileTime& time);
+  void noteUnknown(const Folder& folder, int error);
   void noteFolderError(const Folder& folder, const std::string& error);
   bool noteError(const char* name, const std::string& error);
 

@@ -4,10 +4,12 @@
 
 #include "base/installed_root.h"
 #include "base/program_start.h"
+#include "base/trusted_path.h"
 #include "synchronize-shares/synchronize_shares.h"
 
 int main(int count, char** arguments) {
   paddock::ignoreLdapFiles();
+  paddock::acceptOpenProgram(paddock::runningExecutable());
   // A folder created for the file is not writable by other users.
   ::umask(022);
   paddock::synchronizer::SystemLog log;

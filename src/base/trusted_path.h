@@ -28,6 +28,11 @@ class UntrustedPath : public std::runtime_error {
 // links), and UntrustedPath.
 FileDescriptor openTrusted(const std::string& path);
 
+// To be called first in a program, with the path of its own file. Where others can change that
+// file, what it reads and loads is no safer for being refused, and a tree runs where it stands: the
+// functions here open everything from then on. Returns the sentence about the file, or "".
+std::string acceptOpenProgram(const std::string& program);
+
 // That sentence; empty when there is none, also when nothing is there.
 std::string whyUntrusted(const std::string& path);
 

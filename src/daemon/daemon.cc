@@ -207,7 +207,7 @@ std::string hostLibrary() {
 }
 
 // The daemon's code that others could have changed, a line each: the folder of plug-ins, and the
-// host library, unless the same is true of the program itself, which nothing can mend any more.
+// host library.
 std::vector<std::string> untrustedCode(const Paths& paths) {
   std::vector<std::string> lines;
   const auto add = [&lines](const std::string& path) {
@@ -215,7 +215,7 @@ std::vector<std::string> untrustedCode(const Paths& paths) {
     if (!why.empty()) lines.push_back(path + ": not used, because " + why);
   };
   add(paths.bundles());
-  if (whyUntrusted(runningExecutable()).empty()) add(hostLibrary());
+  add(hostLibrary());
   return lines;
 }
 
@@ -305,6 +305,7 @@ int runDaemon(const Options& options) {
                                ? rootFromArgument(*options.root)
                                : rootOfInstalled(runningExecutable(), "/usr/sbin/paddockd");
   const Paths paths(root);
+  const std::string open = acceptOpenProgram(runningExecutable());
   const std::string file = options.configuration.value_or(paths.configuration());
   std::vector<ConfigurationProblem> problems;
   const bool required = options.configuration.has_value();
@@ -317,6 +318,8 @@ int runDaemon(const Options& options) {
   ::umask(kUmask);
   raiseDescriptorLimit();
   openLog(!root.empty(), options.debug);
+  if (!open.empty())
+    logMessage(4, "others can change what runs here, which is not judged therefore: " + open);
   try {
     RunningConfiguration running(std::filesystem::absolute(file), required, configuration);
     // Programs that run for the daemon must not search the folder that it was started from.

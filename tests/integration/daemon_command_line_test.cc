@@ -11,6 +11,7 @@
 
 #include "base/trusted_path.h"
 #include "integration/running_daemon.h"
+#include "support/run_to_end.h"
 
 namespace paddock::testing {
 namespace {
@@ -82,6 +83,10 @@ class Trust : public CommandLine {
   static constexpr const char* kFile = "/etc/paddock/paddockd.toml";
   static constexpr const char* kBundles = "/usr/share/paddockd/bundles";
 
+  void SetUp() override {
+    if (const auto why = whyUntrusted(PADDOCKD_PROGRAM); !why.empty())
+      GTEST_SKIP() << "others could change the program itself: " << why;
+  }
   void expectRefused(const std::string& line) const {
     const std::vector<std::string> arguments{"--root", tree_.root()};
     const EndedRun run = runToEnd(tree_, arguments);
@@ -126,8 +131,6 @@ TEST_F(Trust, FolderOfPluginsThatOthersCanWriteIsRefused) {
 }
 
 TEST_F(Trust, HostLibraryThatOthersCanWriteIsRefused) {
-  if (const auto why = whyUntrusted(PADDOCKD_PROGRAM); !why.empty())
-    GTEST_SKIP() << "others could change the program itself: " << why;
   const std::string library = tree_.path("/lib/libpaddockhost.so");
   std::filesystem::create_directory(tree_.path("/lib"));
   std::filesystem::copy_file(HOST_LIBRARY, library);
@@ -138,6 +141,24 @@ TEST_F(Trust, HostLibraryThatOthersCanWriteIsRefused) {
     expectRefused(library + ": not used, because " + othersCan(changeable));
     ASSERT_EQ(::chmod(changeable.c_str(), 0755), 0);
   }
+}
+
+// Nothing is gained by refusing what lies beside a program that others could have changed.
+TEST_F(Trust, TreeThatOthersCanChangeRunsWhereItStands) {
+  const std::string folder = tree_.path("/open");
+  std::filesystem::create_directory(folder);
+  std::filesystem::copy_file(PADDOCKD_PROGRAM, folder + "/paddockd");
+  const EnvironmentVariable place("LD_LIBRARY_PATH",
+                                  std::filesystem::path(HOST_LIBRARY).parent_path().string());
+  tree_.configure("");
+  ASSERT_EQ(::chmod(tree_.path("/etc").c_str(), 0777), 0);
+  const std::vector<std::string> words{folder + "/paddockd", "--root", tree_.root(),
+                                       "--check-config"};
+  EXPECT_EQ(runProgram(words).status, 1);
+  ASSERT_EQ(::chmod(folder.c_str(), 0777), 0);
+  const EndedProgram ended = runProgram(words);
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.output + ended.error, "");
 }
 
 TEST_F(Trust, ConfigurationThatBecomesWritableIsNotReadAgain) {

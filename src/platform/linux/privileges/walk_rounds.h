@@ -69,8 +69,10 @@ class WalkRounds {
   // Whether a change that left this time may be one since the round began, or the one before it.
   bool isOfThisRound(const FileTime& time) const { return mayBeSince(time, start_); }
   bool isOfTheOneBefore(const FileTime& time) const { return mayBeSince(time, startBefore_); }
-  // Entries came or went, before their folder was left.
+  // Entries came or went, before their folder was left; `time` is its ctime.
   void noteChange(const FileTime& time);
+  // Whether they did is not known.
+  void noteChange() { isDisturbed_ = true; }
   bool isDisturbed() const { return isDisturbed_; }
   // Whether another round is to be walked, after a pause. False also when `stop` becomes true.
   bool goOn(const std::atomic<bool>& stop) const;
